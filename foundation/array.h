@@ -1,0 +1,160 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <utility>
+
+#include "foundation/export.h"
+#include "foundation/reference.h"
+
+namespace OruGuiBase {
+
+/// Reports an array that would pass the 32-bit limit, and returns.
+ORUGUI_EXPORT void ReportArrayOverflow(std::uint32_t count, std::uint32_t extra) noexcept;
+/// Reports a failed array allocation, and returns.
+ORUGUI_EXPORT void ReportArrayAllocFail(std::uint32_t capacity, std::uint32_t count) noexcept;
+
+/// A shared, counted array. Copying shares the block; changing copies it first if it is shared.
+///
+/// T must be a type whose all-empty state is made by T() without failing: a handle, a Val or a number. Every slot
+/// up to the capacity is a constructed T, so that the spare slot of At() needs no bookkeeping. An array that
+/// cannot grow ends the process.
+template <class T>
+class Array {
+ public:
+  /// The shared block. The elements follow, aligned for T.
+  struct Imp {
+    Reference::Count refCount;
+    std::uint32_t capacity;  ///< Never 0: the null handle stands for the empty array.
+    std::uint32_t count;
+
+    static constexpr std::size_t kHeader = (12 + alignof(T) - 1) / alignof(T) * alignof(T);
+    T* Elements() noexcept { return reinterpret_cast<T*>(reinterpret_cast<char*>(this) + kHeader); }
+    const T* Elements() const noexcept {
+      return reinterpret_cast<const T*>(reinterpret_cast<const char*>(this) + kHeader);
+    }
+  };
+
+  Array() noexcept = default;
+  Array(const Array& other) noexcept : imp_(other.imp_) {
+    if (imp_ != nullptr) Reference::Link(imp_->refCount);
+  }
+  Array(Array&& other) noexcept : imp_(other.imp_) { other.imp_ = nullptr; }
+  ~Array() { Drop(imp_); }
+  Array& operator=(const Array& other) noexcept {
+    if (other.imp_ != nullptr) Reference::Link(other.imp_->refCount);
+    Drop(std::exchange(imp_, other.imp_));
+    return *this;
+  }
+  Array& operator=(Array&& other) noexcept {
+    if (this != &other) Drop(std::exchange(imp_, std::exchange(other.imp_, nullptr)));
+    return *this;
+  }
+
+  std::uint32_t GetCount() const noexcept { return imp_ != nullptr ? imp_->count : 0; }
+  std::uint32_t GetCapacity() const noexcept { return imp_ != nullptr ? imp_->capacity : 0; }
+  bool IsEmpty() const noexcept { return GetCount() == 0; }
+
+  /// The element for reading; an index past the end reads as an empty element.
+  const T& operator[](std::uint32_t index) const noexcept {
+    static const T kEmpty{};
+    return index < GetCount() ? imp_->Elements()[index] : kEmpty;
+  }
+
+  /// The element for writing. An index past the end does not fail and does not change the count: it hands out the
+  /// slot behind the last element, emptied.
+  T& At(std::uint32_t index) noexcept {
+    const std::uint32_t count = GetCount();
+    if (index < count) {
+      if (Reference::IsShared(imp_->refCount)) Renew(imp_->capacity);
+      return imp_->Elements()[index];
+    }
+    if (count == 0xFFFFFFFFU) {
+      ReportArrayOverflow(count, 1);
+      DebugAbort("UInt32 overflow");
+    }
+    MakeRoom(count + 1);
+    T& spare = imp_->Elements()[count];
+    spare = T();
+    return spare;
+  }
+
+  /// Adds an element at the end. A block that is full grows by 10 below 20 elements, by half up to 100000, and by
+  /// 50000 from there on.
+  void Append(T element) noexcept {
+    At(GetCount()) = std::move(element);
+    ++imp_->count;
+  }
+
+  /// Makes room for `capacity` elements in all, for loaders that know their size.
+  void Reserve(std::uint32_t capacity) noexcept {
+    if (capacity != 0 && (imp_ == nullptr || capacity > imp_->capacity || Reference::IsShared(imp_->refCount))) {
+      Renew(capacity > GetCount() ? capacity : GetCount());
+    }
+  }
+
+  void Clear() noexcept { Drop(std::exchange(imp_, nullptr)); }
+
+  const T* begin() const noexcept { return imp_ != nullptr ? imp_->Elements() : nullptr; }
+  const T* end() const noexcept { return imp_ != nullptr ? imp_->Elements() + imp_->count : nullptr; }
+
+  Imp* GetImp() const noexcept { return imp_; }
+  /// An array that takes a further reference on `imp`, which may be null.
+  static Array FromImp(Imp* imp) noexcept {
+    Array array;
+    if (imp != nullptr) Reference::Link(imp->refCount);
+    array.imp_ = imp;
+    return array;
+  }
+  /// Gives one reference on `imp` back and frees the block with the last.
+  static void Drop(Imp* imp) noexcept {
+    if (imp == nullptr || !Reference::Unlink(imp->refCount)) return;
+    const std::uint32_t capacity = imp->capacity;
+    for (std::uint32_t i = 0; i < capacity; ++i) imp->Elements()[i].~T();
+    imp->~Imp();
+    FreeParticle(BlockSize(capacity), imp);
+  }
+
+ private:
+  static std::size_t BlockSize(std::uint32_t capacity) noexcept {
+    return Imp::kHeader + std::size_t{capacity} * sizeof(T);
+  }
+
+  static std::uint32_t GrownCapacity(std::uint32_t count) noexcept {
+    const std::uint32_t extra = count < 20 ? 10 : count < 100000 ? count / 2 : 50000;
+    return count > 0xFFFFFFFFU - extra ? 0xFFFFFFFFU : count + extra;
+  }
+
+  void MakeRoom(std::uint32_t count) noexcept {
+    if (imp_ != nullptr && imp_->capacity >= count && !Reference::IsShared(imp_->refCount)) return;
+    Renew(GrownCapacity(count));
+  }
+
+  // Moves to an unshared block of the capacity. The elements are copied out of a shared block and moved out of an
+  // unshared one.
+  void Renew(std::uint32_t capacity) noexcept {
+    void* memory = AllocParticle(BlockSize(capacity));
+    if (memory == nullptr) {
+      ReportArrayAllocFail(capacity, GetCount());
+      DebugAbort("Could not allocate array");
+    }
+    Imp* block = new (memory) Imp{{1}, capacity, GetCount()};
+    const bool shared = imp_ != nullptr && Reference::IsShared(imp_->refCount);
+    for (std::uint32_t i = 0; i < capacity; ++i) {
+      T* slot = block->Elements() + i;
+      if (i >= block->count) {
+        new (slot) T();
+      } else if (shared) {
+        new (slot) T(imp_->Elements()[i]);
+      } else {
+        new (slot) T(std::move(imp_->Elements()[i]));
+      }
+    }
+    Drop(std::exchange(imp_, block));
+  }
+
+  Imp* imp_ = nullptr;
+};
+
+}  // namespace OruGuiBase

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+
+#include "foundation/ansistr.h"
+#include "foundation/array.h"
+#include "foundation/export.h"
+#include "foundation/val.h"
+
+namespace OruGuiBase {
+
+/// The shared object of a KVMap.
+class KVMapImp {
+ public:
+  static constexpr std::uint32_t kBuckets = 13;
+
+  Reference::Count refCount{1};
+  Array<std::uint32_t> buckets[kBuckets];  ///< Indexes into `keys`, in order of arrival.
+  Array<AnsiStr> keys;                     ///< In order of first insertion; a key never moves.
+  Array<Val> values;                       ///< values[i] belongs to keys[i].
+};
+
+/// A shared, counted map from text to Val that keeps the order of insertion. Copying shares; changing copies first
+/// if the object is shared. Keys compare byte by byte. Nothing is ever removed.
+class ORUGUI_EXPORT KVMap {
+ public:
+  KVMap() noexcept = default;
+  KVMap(const KVMap& other) noexcept : imp_(other.imp_) {
+    if (imp_ != nullptr) Reference::Link(imp_->refCount);
+  }
+  KVMap(KVMap&& other) noexcept : imp_(other.imp_) { other.imp_ = nullptr; }
+  ~KVMap() { Drop(imp_); }
+  KVMap& operator=(const KVMap& other) noexcept;
+  KVMap& operator=(KVMap&& other) noexcept;
+
+  std::uint32_t GetCount() const noexcept { return imp_ != nullptr ? imp_->keys.GetCount() : 0; }
+  bool IsEmpty() const noexcept { return GetCount() == 0; }
+
+  /// Index of a key, or GetCount() when the map does not hold it.
+  std::uint32_t Find(const AnsiStr& key) const noexcept;
+  /// The value of a key, shared; nil when the map does not hold it.
+  Val Get(const AnsiStr& key) const noexcept;
+  /// Adds a key at the end or replaces its value. False when memory ran out.
+  bool Set(const AnsiStr& key, const Val& value) noexcept;
+  /// The same for a text value.
+  bool Set(const AnsiStr& key, const AnsiStr& value) noexcept { return Set(key, Val(value)); }
+  bool Set(const AnsiStr& key, const char* value) noexcept { return Set(key, Val(value)); }
+
+  /// Keys and values for iterating by index. A null map gives an empty array that lives as long as the process.
+  static const Array<AnsiStr>& GetKeys(const KVMapImp* map) noexcept;
+  static const Array<Val>& GetValues(const KVMapImp* map) noexcept;
+  const Array<AnsiStr>& GetKeys() const noexcept { return GetKeys(imp_); }
+  const Array<Val>& GetValues() const noexcept { return GetValues(imp_); }
+
+  /// A map of `keys` with their `values`, for loaders that know the keys to be distinct: linear in their number,
+  /// as no bucket is walked. Both arrays have the same count and are shared by the map.
+  static KVMap FromDistinct(const Array<AnsiStr>& keys, const Array<Val>& values) noexcept;
+
+  /// h = h * 31 + byte over the bytes, each taken as signed, from 0.
+  static std::uint32_t Hash(const AnsiStr& key) noexcept;
+
+  KVMapImp* GetImp() const noexcept { return imp_; }
+  /// A map that takes a further reference on `imp`, which may be null.
+  static KVMap FromImp(KVMapImp* imp) noexcept;
+  /// Gives one reference on `imp` back and frees the object with the last.
+  static void Drop(KVMapImp* imp) noexcept;
+
+ private:
+  bool MakeUnique() noexcept;
+
+  KVMapImp* imp_ = nullptr;
+};
+
+static_assert(sizeof(KVMap) == sizeof(void*));
+
+}  // namespace OruGuiBase

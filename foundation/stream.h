@@ -1,0 +1,158 @@
+#pragma once
+
+#include <cstdint>
+
+#include "foundation/ansistr.h"
+#include "foundation/export.h"
+#include "foundation/file.h"
+
+namespace OruGuiBase {
+
+/// Bytes that the file streams move at once. Smaller pieces cost system calls, larger ones gain nothing.
+inline constexpr std::uint32_t kStreamBuffer = 256 * 1024;
+
+enum class ReadStreamMode : std::uint32_t { Text = 0 };
+enum class WriteStreamMode : std::uint32_t {
+  Truncate = 0,
+  Append = 1,  ///< keeps what the file holds and adds at its end
+};
+
+/// A file opened for reading, unbuffered. Operations leave the reason of a failure in the error state.
+class ORUGUI_EXPORT FileReader {
+ public:
+  FileReader() noexcept = default;
+  FileReader(const FileReader&) = delete;
+  FileReader& operator=(const FileReader&) = delete;
+  ~FileReader() { Close(); }
+
+  /// Opens a regular file or another source of bytes; a directory is a failure.
+  bool Open(const File& file) noexcept;
+  bool IsOpen() const noexcept { return handle_ >= 0; }
+  /// Size of the open file, or -1.
+  std::int64_t GetSize() const noexcept;
+  /// Reads up to `size` bytes, fewer only at the end of the file, and moves on. -1 on failure.
+  std::int64_t Read(void* buffer, std::uint32_t size) noexcept;
+  /// The same from a place, without moving.
+  std::int64_t ReadAt(std::int64_t offset, void* buffer, std::uint32_t size) const noexcept;
+  bool Close() noexcept;
+
+ private:
+  int handle_ = -1;
+};
+
+/// A file opened for writing, unbuffered. Operations leave the reason of a failure in the error state.
+class ORUGUI_EXPORT FileWriter {
+ public:
+  FileWriter() noexcept = default;
+  FileWriter(const FileWriter&) = delete;
+  FileWriter& operator=(const FileWriter&) = delete;
+  ~FileWriter() { Close(); }
+
+  /// Makes the file or empties it.
+  bool Open(const File& file) noexcept;
+  bool OpenAppend(const File& file) noexcept;
+  bool IsOpen() const noexcept { return handle_ >= 0; }
+  /// Reserves room where the file system can, so that a full disk shows at once; true when it cannot.
+  bool Preallocate(std::int64_t size) noexcept;
+  /// Writes all bytes or fails.
+  bool Write(const void* data, std::uint32_t size) noexcept;
+  /// Cuts the file to its true size, after Preallocate.
+  bool Truncate(std::int64_t size) noexcept;
+  /// Reports what the system held back until now.
+  bool Close() noexcept;
+
+ private:
+  int handle_ = -1;
+};
+
+/// A stream with a state: once in error it stays so, with the reason in the error state at the time.
+class ORUGUI_EXPORT Stream {
+ public:
+  Stream() noexcept = default;
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  bool IsError() const noexcept { return error_ != 0; }
+  /// Ends the stream; false when it is or comes into error. The reason is again in the error state.
+  bool Close() noexcept;
+
+ protected:
+  ~Stream() = default;
+  virtual bool CloseFile() noexcept = 0;
+  void Fail() noexcept;
+
+ private:
+  std::uint32_t error_ = 0;
+  AnsiStr errorText_;
+};
+
+/// Reads a file line by line. A line ends in LF or CR LF, which are not part of it; the last may lack its end.
+class ORUGUI_EXPORT ReadStream final : public Stream {
+ public:
+  ReadStream(const File& file, ReadStreamMode mode) noexcept;
+  ~ReadStream();
+  /// The next line; false at the end of the file and on failure, which IsError() tells apart.
+  bool ReadLn(AnsiStr& text) noexcept;
+
+ private:
+  bool CloseFile() noexcept override;
+  bool Fill() noexcept;
+
+  FileReader reader_;
+  char* buffer_ = nullptr;
+  std::uint32_t position_ = 0;
+  std::uint32_t filled_ = 0;
+};
+
+/// Writes text to a file through a buffer.
+class ORUGUI_EXPORT WriteStream final : public Stream {
+ public:
+  WriteStream(const File& file, WriteStreamMode mode) noexcept;
+  ~WriteStream();
+  bool Write(const AnsiStr& text) noexcept;
+  bool Write(char character) noexcept;
+
+ private:
+  bool CloseFile() noexcept override;
+  bool Put(const char* data, std::uint32_t size) noexcept;
+  bool Flush() noexcept;
+
+  FileWriter writer_;
+  char* buffer_ = nullptr;
+  std::uint32_t filled_ = 0;
+};
+
+/// Reads a whole file into a string.
+class ORUGUI_EXPORT FastReadStream final : public Stream {
+ public:
+  explicit FastReadStream(const File& file) noexcept;
+  ~FastReadStream();
+  /// False on failure, or when the file is larger than a string may be.
+  bool Read(AnsiStr& text) noexcept;
+
+ private:
+  bool CloseFile() noexcept override;
+
+  FileReader reader_;
+};
+
+/// Steps through a text line by line: line ends are LF or CR LF, and an empty text has no line.
+class ORUGUI_EXPORT LineIterator {
+ public:
+  explicit LineIterator(const AnsiStr& text) noexcept : text_(text) {}
+  /// Steps to the next line, from before the first; false behind the last.
+  bool ToNext() noexcept;
+  /// The line stepped to last.
+  AnsiStr GetLine() const noexcept;
+  /// Its number, from 0.
+  std::uint32_t GetIndex() const noexcept { return index_; }
+
+ private:
+  AnsiStr text_;
+  std::uint32_t start_ = 0;
+  std::uint32_t end_ = 0;
+  std::uint32_t next_ = 0;
+  std::uint32_t index_ = 0xFFFFFFFFU;
+};
+
+}  // namespace OruGuiBase

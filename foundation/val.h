@@ -1,0 +1,132 @@
+#pragma once
+
+#include <cstdint>
+
+#include "foundation/ansistr.h"
+#include "foundation/array.h"
+#include "foundation/blob.h"
+#include "foundation/datetime.h"
+#include "foundation/export.h"
+
+namespace OruGuiBase {
+
+class KVMap;
+class KVMapImp;
+
+/// The kinds of content of a Val. 9 and 10 are carried and counted, never read.
+enum class ValType : std::uint8_t {
+  Nil = 0,
+  Bool = 1,
+  Integer = 2,  ///< signed 64-bit
+  Number = 3,   ///< a number with a fraction or an exponent, as a double; always boxed
+  Date = 4,  ///< PackedDateTime
+  String = 5,
+  Object = 6,
+  Map = 7,
+  Array = 8,
+  Carried9 = 9,
+  Carried10 = 10,
+  Blob = 11,
+};
+
+/// An object with a table of virtual operations that keeps its own count.
+class IObject {
+ public:
+  /// Reserved for asking an object for another interface of its own; null when there is none.
+  virtual void* QueryInterface(const char* name) = 0;
+  /// Takes a reference; the result is ignored.
+  virtual std::uint32_t AddRef() = 0;
+  /// Gives a reference back; the object ends itself with the last. The result is ignored.
+  virtual std::uint32_t Release() = 0;
+
+ protected:
+  ~IObject() = default;
+};
+
+/// A value of any kind in one 64-bit word: the kind in bits 0 to 6, the reference flag in bit 7, the payload above.
+///
+/// Without the flag the payload is the value itself, with it a pointer to a counted object. Reading a Val as
+/// another kind than it holds is no failure: it is reported (ReportInvalidType) and reads as empty or 0.
+class ORUGUI_EXPORT Val {
+ public:
+  /// A counted 64-bit value that does not fit the word.
+  struct Box {
+    Reference::Count refCount;
+    std::int64_t value;
+  };
+  /// A counted boolean that another maker of values has boxed.
+  struct BoolBox {
+    Reference::Count refCount;
+    std::int32_t value;
+  };
+  /// A date and time whose spare bit keeps it out of the word. Its count stays at 1: copies do not link it.
+  struct DateTimeBox {
+    Reference::Count refCount;
+    PackedDateTime value;
+  };
+
+  Val() noexcept = default;
+  explicit Val(bool value) noexcept;
+  explicit Val(std::int64_t value) noexcept;
+  explicit Val(double value) noexcept;
+  explicit Val(const PackedDateTime& value) noexcept;
+  explicit Val(const AnsiStr& text) noexcept;
+  explicit Val(const char* text) noexcept;
+  explicit Val(const KVMap& map) noexcept;
+  explicit Val(const Array<Val>& array) noexcept;
+  explicit Val(const Blob& blob) noexcept;
+  /// Takes a reference through AddRef. Null makes a value of kind 6 with no object.
+  explicit Val(IObject* object) noexcept;
+  Val(const Val& other) noexcept : word_(other.word_) {
+    if (IsReference()) LinkContent();
+  }
+  Val(Val&& other) noexcept : word_(other.word_) { other.word_ = 0; }
+  ~Val() {
+    if (IsReference()) ReleaseContent();
+  }
+  Val& operator=(const Val& other) noexcept;
+  Val& operator=(Val&& other) noexcept;
+
+  ValType GetType() const noexcept { return static_cast<ValType>(word_ & 0x7F); }
+  bool IsNil() const noexcept { return word_ == 0; }
+  bool IsReference() const noexcept { return (word_ & 0x80) != 0; }
+
+  /// The content as the kind that the name says; the empty value or 0, with a report, when it is of another kind.
+  bool AsBool() const noexcept;
+  std::int64_t AsInteger() const noexcept;
+  double AsNumber() const noexcept;
+  AnsiStr AsString() const noexcept;
+  KVMap AsMap() const noexcept;
+  Array<Val> AsArray() const noexcept;
+  Blob AsBlob() const noexcept;
+  IObject* AsObject() const noexcept;
+  PackedDateTime AsPackedDateTime() const noexcept;
+  /// Year to second of a date and time; milliseconds and zone are dropped. `fallback` when it is of another kind.
+  datetime AsDateTime(const datetime& fallback = {}) const noexcept;
+
+  /// Replaces the content by a date and time. A box of this Val's own with the count 1 is overwritten in place.
+  void SetDateTime(const PackedDateTime& value) noexcept;
+  /// Replaces the content by a counted object: links the new one, then releases the old, then writes.
+  /// `object` is the address of the block that the kind calls for. A pointer that does not fit 56 signed bits ends
+  /// the process.
+  void SetReference(ValType type, void* object) noexcept;
+
+  /// Reports to the trace that a value was read as another kind than it holds, and returns.
+  static void ReportInvalidType(ValType wanted, const Val& value) noexcept;
+
+  /// The word itself; for the layout's own tests and for carriers of values.
+  std::uint64_t GetWord() const noexcept { return word_; }
+
+ private:
+  void* Pointer() const noexcept;
+  void LinkContent() const noexcept;
+  void ReleaseContent() noexcept;
+  bool Expect(ValType wanted, bool reference) const noexcept;
+
+  std::uint64_t word_ = 0;
+};
+
+static_assert(sizeof(Val) == 8);
+static_assert(sizeof(Val::Box) == 16 && sizeof(Val::BoolBox) == 8 && sizeof(Val::DateTimeBox) == 12);
+
+}  // namespace OruGuiBase
