@@ -14,11 +14,13 @@ struct AnsiSubStr {
   std::uint32_t length = 0;
 };
 
-/// A shared, counted byte string. Copying shares the representation; changing copies it first if it is shared.
+/// A shared, counted byte string. Copying shares the representation; changing copies it first if it is
+/// shared.
 ///
-/// The length decides where a string ends: NUL bytes inside it are content. The bytes are followed by a NUL, so
-/// GetText() can go to C interfaces. Freed text is wiped, since strings carry keys and passwords. A string that
-/// cannot be had for lack of memory ends the process (DebugAbort): no shorter text may take its place unseen.
+/// The length decides where a string ends: NUL bytes inside it are content. The bytes are followed by a NUL,
+/// so GetText() can go to C interfaces. Freed text is wiped, since strings carry keys and passwords. A string
+/// that cannot be had for lack of memory ends the process (DebugAbort): no shorter text may take its place
+/// unseen.
 class ORUGUI_EXPORT AnsiStr {
  public:
   /// The shared block. The characters follow the three fields at once.
@@ -93,7 +95,8 @@ class ORUGUI_EXPORT AnsiStr {
   AnsiStr& Trunc(std::uint32_t length) noexcept;
   /// Index of the first occurrence at or after `start`, or npos. `ignoreCase` concerns ASCII letters.
   std::uint32_t Find(char character, std::uint32_t start = 0, bool ignoreCase = false) const noexcept;
-  /// Three-way comparison of the bytes, taken as unsigned; 0 means equal. `ignoreCase` concerns ASCII letters.
+  /// Three-way comparison of the bytes, taken as unsigned; 0 means equal. `ignoreCase` concerns ASCII
+  /// letters.
   static int Compare(const AnsiStr& a, const AnsiStr& b, bool ignoreCase) noexcept;
 
   friend bool operator==(const AnsiStr& a, const AnsiStr& b) noexcept { return a.View() == b.View(); }

@@ -17,9 +17,9 @@ ORUGUI_EXPORT void ReportArrayAllocFail(std::uint32_t capacity, std::uint32_t co
 
 /// A shared, counted array. Copying shares the block; changing copies it first if it is shared.
 ///
-/// T must be a type whose all-empty state is made by T() without failing: a handle, a Val or a number. Every slot
-/// up to the capacity is a constructed T, so that the spare slot of At() needs no bookkeeping. An array that
-/// cannot grow ends the process.
+/// T must be a type whose all-empty state is made by T() without failing: a handle, a Val or a number. Every
+/// slot up to the capacity is a constructed T, so that the spare slot of At() needs no bookkeeping. An array
+/// that cannot grow ends the process.
 template <class T>
 class Array {
  public:
@@ -62,8 +62,8 @@ class Array {
     return index < GetCount() ? imp_->Elements()[index] : kEmpty;
   }
 
-  /// The element for writing. An index past the end does not fail and does not change the count: it hands out the
-  /// slot behind the last element, emptied.
+  /// The element for writing. An index past the end does not fail and does not change the count: it hands out
+  /// the slot behind the last element, emptied.
   T& At(std::uint32_t index) noexcept {
     const std::uint32_t count = GetCount();
     if (index < count) {
@@ -80,8 +80,8 @@ class Array {
     return spare;
   }
 
-  /// Adds an element at the end. A block that is full grows by 10 below 20 elements, by half up to 100000, and by
-  /// 50000 from there on.
+  /// Adds an element at the end. A block that is full grows by 10 below 20 elements, by half up to 100000,
+  /// and by 50000 from there on.
   void Append(T element) noexcept {
     At(GetCount()) = std::move(element);
     ++imp_->count;
@@ -89,7 +89,8 @@ class Array {
 
   /// Makes room for `capacity` elements in all, for loaders that know their size.
   void Reserve(std::uint32_t capacity) noexcept {
-    if (capacity != 0 && (imp_ == nullptr || capacity > imp_->capacity || Reference::IsShared(imp_->refCount))) {
+    if (capacity != 0 &&
+        (imp_ == nullptr || capacity > imp_->capacity || Reference::IsShared(imp_->refCount))) {
       Renew(capacity > GetCount() ? capacity : GetCount());
     }
   }
@@ -131,8 +132,8 @@ class Array {
     Renew(GrownCapacity(count));
   }
 
-  // Moves to an unshared block of the capacity. The elements are copied out of a shared block and moved out of an
-  // unshared one.
+  // Moves to an unshared block of the capacity. The elements are copied out of a shared block and moved out
+  // of an unshared one.
   void Renew(std::uint32_t capacity) noexcept {
     void* memory = AllocParticle(BlockSize(capacity));
     if (memory == nullptr) {

@@ -14,7 +14,8 @@ struct BlobConst {
   std::uint32_t size = 0;
 };
 
-/// A shared, counted block of bytes; the same discipline as AnsiStr, without a final NUL. Freed bytes are wiped.
+/// A shared, counted block of bytes; the same discipline as AnsiStr, without a final NUL. Freed bytes are
+/// wiped.
 class ORUGUI_EXPORT Blob {
  public:
   /// The shared block. The bytes follow the three fields at once.
@@ -48,8 +49,8 @@ class ORUGUI_EXPORT Blob {
   BlobConst View() const noexcept { return {GetData(), GetSize()}; }
 
   /// Gives the blob the length `size` and hands out its bytes for writing. An unshared blob with the capacity
-  /// keeps its storage and only changes its length; otherwise a new zeroed one takes its place. Null when `size`
-  /// is 0 or memory is out; the blob is then empty.
+  /// keeps its storage and only changes its length; otherwise a new zeroed one takes its place. Null when
+  /// `size` is 0 or memory is out; the blob is then empty.
   std::uint8_t* Alloc(std::uint32_t size) noexcept;
   /// Cuts the bytes to `size`; a shorter blob stays as it is. A shared one is copied first.
   void Trunc(std::uint32_t size) noexcept;

@@ -8,11 +8,11 @@
 
 namespace OruGuiBase {
 
-/// Parses an HTTP date of the RFC 1123 form ("Sun, 06 Nov 1994 08:49:37 GMT") into universal time; 0 means success.
-/// `value` is left alone on failure.
+/// Parses an HTTP date of the RFC 1123 form ("Sun, 06 Nov 1994 08:49:37 GMT") into universal time; 0 means
+/// success. `value` is left alone on failure.
 ORUGUI_EXPORT int RFC1123Str2UniversalDateTime(const AnsiStr& text, datetime& value) noexcept;
-/// ISO 8601 text of a date, "2024-02-29T23:59:58". With `fraction` its milliseconds and with `zone` its offset in
-/// minutes are added; both may be null.
+/// ISO 8601 text of a date, "2024-02-29T23:59:58". With `fraction` its milliseconds and with `zone` its
+/// offset in minutes are added; both may be null.
 ORUGUI_EXPORT AnsiStr DateTime2ISOStr(const datetime& value, const std::uint16_t* fraction,
                                       const std::int16_t* zone) noexcept;
 /// Whether the fields make a date of the calendar; false for an unset value.
@@ -20,7 +20,7 @@ ORUGUI_EXPORT bool IsValidDateTime(const datetime& value) noexcept;
 /// Adds seconds, which may be negative, with carry, and returns the same object.
 ORUGUI_EXPORT datetime& AddSeconds(datetime& value, std::int64_t seconds) noexcept;
 /// The present universal time in fields; false, with all fields 0, when the system has none.
-ORUGUI_EXPORT bool GetCurrentDateTime(long& year, long& month, long& day, long& hour, long& minute, long& second,
-                                      long& millisecond) noexcept;
+ORUGUI_EXPORT bool GetCurrentDateTime(long& year, long& month, long& day, long& hour, long& minute,
+                                      long& second, long& millisecond) noexcept;
 
 }  // namespace OruGuiBase

@@ -27,10 +27,11 @@ using DateTime = datetime;
 ///   zone    bits 0-5 quarter hours from universal time, 6 set when negative, 7 spare
 class ORUGUI_EXPORT PackedDateTime {
  public:
-  /// Packs the fields. False, changing nothing, unless each is in its range (year 1 to 4095) and the zone is a whole
-  /// number of quarter hours from -720 to 720 minutes. The spare bit stays as it was.
-  bool Pack(std::uint32_t year, std::uint32_t month, std::uint32_t day, std::uint32_t hour, std::uint32_t minute,
-            std::uint32_t second, std::uint16_t milliseconds, std::int16_t zoneMinutes) noexcept;
+  /// Packs the fields. False, changing nothing, unless each is in its range (year 1 to 4095) and the zone is
+  /// a whole number of quarter hours from -720 to 720 minutes. The spare bit stays as it was.
+  bool Pack(std::uint32_t year, std::uint32_t month, std::uint32_t day, std::uint32_t hour,
+            std::uint32_t minute, std::uint32_t second, std::uint16_t milliseconds,
+            std::int16_t zoneMinutes) noexcept;
   /// The fields without milliseconds and zone.
   datetime Unpack() const noexcept;
   std::uint32_t GetMilliseconds() const noexcept;

@@ -11,13 +11,13 @@ namespace OruGuiBase {
 ORUGUI_EXPORT AnsiStr CleanStr(const AnsiStr& text) noexcept;
 /// The text as one segment of a URL path: all but RFC 3986's unreserved characters become %XX, upper case.
 ORUGUI_EXPORT AnsiStr EscapeURL(const AnsiStr& text) noexcept;
-/// Base64 (RFC 4648, padded) of the bytes, with `lineEnd` after each `lineLength` characters but the last; 0 makes
-/// no lines.
+/// Base64 (RFC 4648, padded) of the bytes, with `lineEnd` after each `lineLength` characters but the last; 0
+/// makes no lines.
 ORUGUI_EXPORT AnsiStr Binary2B64Str(const void* data, std::uint32_t size, std::uint32_t lineLength,
                                     const char* lineEnd) noexcept;
-/// Decodes base64. `size` gives the room at `target` and returns the true length, which may be below it. Characters
-/// of `ignored` are passed over. False, with the reason in the error state, for anything that is not base64 with its
-/// full padding or does not fit.
+/// Decodes base64. `size` gives the room at `target` and returns the true length, which may be below it.
+/// Characters of `ignored` are passed over. False, with the reason in the error state, for anything that is
+/// not base64 with its full padding or does not fit.
 ORUGUI_EXPORT bool B64Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size,
                                  const char* ignored) noexcept;
 /// The same for hexadecimal of either case. An odd number of digits is bad input.
@@ -25,7 +25,8 @@ ORUGUI_EXPORT bool B16Str2Binary(const AnsiStr& text, void* target, std::uint32_
                                  const char* ignored) noexcept;
 /// Hexadecimal text of the bytes, two digits a byte.
 ORUGUI_EXPORT AnsiStr Binary2B16Str(const void* data, std::uint32_t size, bool upperCase) noexcept;
-/// Whether the bytes are well-formed UTF-8 (RFC 3629: no overlong form, no surrogate, nothing above U+10FFFF).
+/// Whether the bytes are well-formed UTF-8 (RFC 3629: no overlong form, no surrogate, nothing above
+/// U+10FFFF).
 ORUGUI_EXPORT bool IsValidUTF8(const char* text, std::uint32_t length) noexcept;
 
 }  // namespace OruGuiBase

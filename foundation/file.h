@@ -26,7 +26,9 @@ class ORUGUI_EXPORT DirectoryEntry {
   /// The last part of the path, without separators behind it.
   AnsiStr GetTail() const noexcept;
   /// Whether two entries have the same path; nothing on disk is compared.
-  static bool IsEqual(const DirectoryEntry& a, const DirectoryEntry& b) noexcept { return a.path_ == b.path_; }
+  static bool IsEqual(const DirectoryEntry& a, const DirectoryEntry& b) noexcept {
+    return a.path_ == b.path_;
+  }
 
  protected:
   AnsiStr path_;  // NOLINT(misc-non-private-member-variables-in-classes): the name is all there is
@@ -39,30 +41,31 @@ class ORUGUI_EXPORT Directory : public DirectoryEntry {
   explicit Directory(DirectoryType type) noexcept;
 };
 
-/// The name of a file, with the operations that need no open file. All that return a bool leave the reason of a
-/// failure in the error state.
+/// The name of a file, with the operations that need no open file. All that return a bool leave the reason of
+/// a failure in the error state.
 class ORUGUI_EXPORT File : public DirectoryEntry {
  public:
   File() noexcept = default;
   /// The file of this path, absolute or relative to the working directory.
   explicit File(const AnsiStr& path) noexcept : DirectoryEntry(path) {}
   File(const Directory& directory, const AnsiStr& name) noexcept;
-  /// A file of the given place. With `isPrivate` a fresh directory that only the owner may enter (0700) is made for
-  /// it, and in it the file, exclusively and for the owner alone (0600): the name stays as given (shortened to what
-  /// the file system takes, made safe by MakeName), and two of one name never meet. The path is empty, with the
-  /// reason in the error state, when that fails. Without `isPrivate` nothing is made.
+  /// A file of the given place. With `isPrivate` a fresh directory that only the owner may enter (0700) is
+  /// made for it, and in it the file, exclusively and for the owner alone (0600): the name stays as given
+  /// (shortened to what the file system takes, made safe by MakeName), and two of one name never meet. The
+  /// path is empty, with the reason in the error state, when that fails. Without `isPrivate` nothing is made.
   File(FileType type, const AnsiStr& name, bool isPrivate) noexcept;
 
-  /// A form of the name that no file system or shell user trips over: separators, control and reserved characters
-  /// become "_", as do a leading dot and trailing dots and blanks. UTF-8 is kept, and the result is never empty.
+  /// A form of the name that no file system or shell user trips over: separators, control and reserved
+  /// characters become "_", as do a leading dot and trailing dots and blanks. UTF-8 is kept, and the result
+  /// is never empty.
   static AnsiStr MakeName(const AnsiStr& name) noexcept;
 
   /// Size in bytes, or -1 when it cannot be had.
   std::int64_t GetSize() const noexcept;
   /// Makes an empty file. One that is there already is a failure.
   bool Create() const noexcept;
-  /// Renames to `target`, replacing what is there, or copies and removes across file systems; a failure leaves no
-  /// half-written target. `keepTarget` true refuses a target that exists.
+  /// Renames to `target`, replacing what is there, or copies and removes across file systems; a failure
+  /// leaves no half-written target. `keepTarget` true refuses a target that exists.
   bool Move(const File& target, bool keepTarget) const noexcept;
   /// Removes the file. `mayBeMissing` makes a file that is not there a success.
   bool Remove(bool mayBeMissing) const noexcept;
@@ -78,8 +81,8 @@ class ORUGUI_EXPORT TempFile {
 
   const AnsiStr& GetPath() const noexcept { return path_; }
   File GetFile() const noexcept { return File(path_); }
-  /// Takes a path over; what was held before is removed first. The path must be one of File(FileType, name, true),
-  /// whose directory ends with the file.
+  /// Takes a path over; what was held before is removed first. The path must be one of File(FileType, name,
+  /// true), whose directory ends with the file.
   void Take(const File& file) noexcept;
   /// Removes the file, if there is one, and its private directory.
   void Cleanup() noexcept;

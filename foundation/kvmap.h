@@ -20,8 +20,8 @@ class KVMapImp {
   Array<Val> values;                       ///< values[i] belongs to keys[i].
 };
 
-/// A shared, counted map from text to Val that keeps the order of insertion. Copying shares; changing copies first
-/// if the object is shared. Keys compare byte by byte. Nothing is ever removed.
+/// A shared, counted map from text to Val that keeps the order of insertion. Copying shares; changing copies
+/// first if the object is shared. Keys compare byte by byte. Nothing is ever removed.
 class ORUGUI_EXPORT KVMap {
  public:
   KVMap() noexcept = default;
@@ -46,14 +46,15 @@ class ORUGUI_EXPORT KVMap {
   bool Set(const AnsiStr& key, const AnsiStr& value) noexcept { return Set(key, Val(value)); }
   bool Set(const AnsiStr& key, const char* value) noexcept { return Set(key, Val(value)); }
 
-  /// Keys and values for iterating by index. A null map gives an empty array that lives as long as the process.
+  /// Keys and values for iterating by index. A null map gives an empty array that lives as long as the
+  /// process.
   static const Array<AnsiStr>& GetKeys(const KVMapImp* map) noexcept;
   static const Array<Val>& GetValues(const KVMapImp* map) noexcept;
   const Array<AnsiStr>& GetKeys() const noexcept { return GetKeys(imp_); }
   const Array<Val>& GetValues() const noexcept { return GetValues(imp_); }
 
-  /// A map of `keys` with their `values`, for loaders that know the keys to be distinct: linear in their number,
-  /// as no bucket is walked. Both arrays have the same count and are shared by the map.
+  /// A map of `keys` with their `values`, for loaders that know the keys to be distinct: linear in their
+  /// number, as no bucket is walked. Both arrays have the same count and are shared by the map.
   static KVMap FromDistinct(const Array<AnsiStr>& keys, const Array<Val>& values) noexcept;
 
   /// h = h * 31 + byte over the bytes, each taken as signed, from 0.

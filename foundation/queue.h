@@ -6,7 +6,8 @@
 
 namespace OruGuiBase {
 
-/// A queue that owns its elements, made by new: a singly linked list of nodes. It is neither copied nor shared.
+/// A queue that owns its elements, made by new: a singly linked list of nodes. It is neither copied nor
+/// shared.
 template <class T>
 class PtrContainerQueue {
  public:
@@ -37,8 +38,8 @@ class PtrContainerQueue {
     return true;
   }
 
-  /// Detaches the list, then destroys each element, and last frees the nodes: an element that looks at its queue
-  /// while it ends finds it empty.
+  /// Detaches the list, then destroys each element, and last frees the nodes: an element that looks at its
+  /// queue while it ends finds it empty.
   void Clear() noexcept {
     Node* const list = std::exchange(first_, nullptr);
     last_ = nullptr;

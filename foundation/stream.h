@@ -86,7 +86,8 @@ class ORUGUI_EXPORT Stream {
   AnsiStr errorText_;
 };
 
-/// Reads a file line by line. A line ends in LF or CR LF, which are not part of it; the last may lack its end.
+/// Reads a file line by line. A line ends in LF or CR LF, which are not part of it; the last may lack its
+/// end.
 class ORUGUI_EXPORT ReadStream final : public Stream {
  public:
   ReadStream(const File& file, ReadStreamMode mode) noexcept;

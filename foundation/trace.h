@@ -8,8 +8,8 @@ namespace OruGuiTrace {
 
 /// Receives trace events. Called on the thread that traces, so it must be safe for use by many threads.
 ///
-/// Bodies of requests and answers are traced whole at level 2, passwords, tokens and plain keys included: what a
-/// sink stores of that level is as secret as the keys themselves.
+/// Bodies of requests and answers are traced whole at level 2, passwords, tokens and plain keys included:
+/// what a sink stores of that level is as secret as the keys themselves.
 class ITraceSink {
  public:
   /// One event. `source` and `text` are valid during the call.
@@ -20,9 +20,9 @@ class ITraceSink {
   ~ITraceSink() = default;
 };
 
-/// Installs the sink of the process; null takes it away. Events below `leastLevel` are not even formatted. Levels:
-/// 1 an HTTP request line, 2 bodies and other long texts, 4 errors. The sink must outlive its installation and any
-/// event under way.
+/// Installs the sink of the process; null takes it away. Events below `leastLevel` are not even formatted.
+/// Levels: 1 an HTTP request line, 2 bodies and other long texts, 4 errors. The sink must outlive its
+/// installation and any event under way.
 ORUGUI_EXPORT void SetTraceSink(ITraceSink* sink, std::uint32_t leastLevel) noexcept;
 
 /// Whether an event of the level would reach a sink. Ask before formatting.
@@ -33,11 +33,11 @@ ORUGUI_EXPORT bool IsTraced(std::uint32_t level) noexcept;
 ORUGUI_EXPORT const char* InitTraceContext(const char* format, ...) noexcept
     __attribute__((format(printf, 1, 2)));
 /// Records an event.
-ORUGUI_EXPORT void TraceMsg(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
-                            const char* text) noexcept;
+ORUGUI_EXPORT void TraceMsg(std::uint32_t category, std::uint32_t level, const char* source,
+                            std::uint32_t line, const char* text) noexcept;
 /// Records a text.
-ORUGUI_EXPORT void TraceStr(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
-                            const char* text) noexcept;
+ORUGUI_EXPORT void TraceStr(std::uint32_t category, std::uint32_t level, const char* source,
+                            std::uint32_t line, const char* text) noexcept;
 /// Ends the context of this thread's latest InitTraceContext().
 ORUGUI_EXPORT void FreeTraceContext() noexcept;
 

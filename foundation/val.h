@@ -19,7 +19,7 @@ enum class ValType : std::uint8_t {
   Bool = 1,
   Integer = 2,  ///< signed 64-bit
   Number = 3,   ///< a number with a fraction or an exponent, as a double; always boxed
-  Date = 4,  ///< PackedDateTime
+  Date = 4,     ///< PackedDateTime
   String = 5,
   Object = 6,
   Map = 7,
@@ -43,7 +43,8 @@ class IObject {
   ~IObject() = default;
 };
 
-/// A value of any kind in one 64-bit word: the kind in bits 0 to 6, the reference flag in bit 7, the payload above.
+/// A value of any kind in one 64-bit word: the kind in bits 0 to 6, the reference flag in bit 7, the payload
+/// above.
 ///
 /// Without the flag the payload is the value itself, with it a pointer to a counted object. Reading a Val as
 /// another kind than it holds is no failure: it is reported (ReportInvalidType) and reads as empty or 0.
@@ -91,7 +92,8 @@ class ORUGUI_EXPORT Val {
   bool IsNil() const noexcept { return word_ == 0; }
   bool IsReference() const noexcept { return (word_ & 0x80) != 0; }
 
-  /// The content as the kind that the name says; the empty value or 0, with a report, when it is of another kind.
+  /// The content as the kind that the name says; the empty value or 0, with a report, when it is of another
+  /// kind.
   bool AsBool() const noexcept;
   std::int64_t AsInteger() const noexcept;
   double AsNumber() const noexcept;
@@ -101,14 +103,16 @@ class ORUGUI_EXPORT Val {
   Blob AsBlob() const noexcept;
   IObject* AsObject() const noexcept;
   PackedDateTime AsPackedDateTime() const noexcept;
-  /// Year to second of a date and time; milliseconds and zone are dropped. `fallback` when it is of another kind.
+  /// Year to second of a date and time; milliseconds and zone are dropped. `fallback` when it is of another
+  /// kind.
   datetime AsDateTime(const datetime& fallback = {}) const noexcept;
 
-  /// Replaces the content by a date and time. A box of this Val's own with the count 1 is overwritten in place.
+  /// Replaces the content by a date and time. A box of this Val's own with the count 1 is overwritten in
+  /// place.
   void SetDateTime(const PackedDateTime& value) noexcept;
   /// Replaces the content by a counted object: links the new one, then releases the old, then writes.
-  /// `object` is the address of the block that the kind calls for. A pointer that does not fit 56 signed bits ends
-  /// the process.
+  /// `object` is the address of the block that the kind calls for. A pointer that does not fit 56 signed bits
+  /// ends the process.
   void SetReference(ValType type, void* object) noexcept;
 
   /// Reports to the trace that a value was read as another kind than it holds, and returns.
