@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstdint>
+
+#include "foundation/ansistr.h"
+#include "foundation/datetime.h"
+#include "foundation/queue.h"
+#include "security/export.h"
+#include "security/key.h"
+
+struct x509_st;
+
+namespace OruOssSec {
+
+class CertStore;
+
+/// Digests that a certificate can be named by.
+enum class SecDigest : std::uint32_t { SHA256 = 2 };
+
+/// Text forms of bytes.
+enum class SecEncoding : std::uint32_t {
+  HexLower = 1,  ///< lower-case hexadecimal without separators
+};
+
+/// Outcome of a chain verification.
+class ORUSEC_EXPORT CertVerifyResult {
+ public:
+  CertVerifyResult() noexcept = default;
+  CertVerifyResult(std::int32_t resultCode, const OruGuiBase::AnsiStr& text) noexcept
+      : code(resultCode), text_(text) {}
+
+  /// 0 means verified.
+  std::int32_t code = 0;
+
+  /// The outcome in words, for messages.
+  const OruGuiBase::AnsiStr& GetResultString() const noexcept { return text_; }
+
+ private:
+  OruGuiBase::AnsiStr text_;
+};
+
+/// An X.509 certificate (RFC 5280): a handle to one counted object. Copies share it.
+class ORUSEC_EXPORT Certificate {
+ public:
+  Certificate() noexcept = default;
+  /// Takes the reference over.
+  explicit Certificate(x509_st* certificate) noexcept : certificate_(certificate) {}
+  Certificate(const Certificate& other) noexcept;
+  ~Certificate() { Clear(); }
+  Certificate& operator=(const Certificate& other) noexcept;
+
+  /// Reads one certificate; text after it is a failure. False leaves this one as it was and the reason in the
+  /// error state.
+  bool Load(const OruGuiBase::AnsiStr& text, ASN1::Encoding encoding) noexcept;
+  void Clear() noexcept;
+  bool IsEmpty() const noexcept { return certificate_ == nullptr; }
+
+  /// Digest of the DER form as text.
+  bool GetDigest(SecDigest digest, SecEncoding encoding, OruGuiBase::AnsiStr& text) const noexcept;
+  /// The subject in the form of RFC 2253, in UTF-8.
+  bool GetSubject(OruGuiBase::AnsiStr& text) const noexcept;
+  /// Three-way comparison of the DER forms; 0 means the same certificate. An empty one sorts first.
+  static int Compare(const Certificate& a, const Certificate& b) noexcept;
+
+  /// Builds and checks the chain of this certificate against `store`, all of whose certificates are trusted,
+  /// at `time`; an unset time is a moment before every certificate, never the present. Purpose and names are
+  /// not checked.
+  ///
+  /// `chain` may be null; otherwise it is emptied and, when the chain verifies, filled from this certificate
+  /// upwards. `checkRevocation` asks for the revocation lists of the store. Unless `allowPartialChain`, the
+  /// chain has to end in a self-signed certificate of the store. `ignoreTime` leaves validity periods out.
+  CertVerifyResult VerifyChain(const CertStore& store, OruGuiBase::PtrContainerQueue<Certificate>* chain,
+                               bool checkRevocation, bool allowPartialChain, const OruGuiBase::DateTime& time,
+                               bool ignoreTime) const noexcept;
+
+  /// The certificate object, still owned by this handle; null when empty.
+  x509_st* Get0() const noexcept { return certificate_; }
+
+ private:
+  x509_st* certificate_ = nullptr;
+};
+
+}  // namespace OruOssSec

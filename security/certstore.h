@@ -1,0 +1,35 @@
+#pragma once
+
+#include "foundation/ansistr.h"
+#include "security/certificate.h"
+#include "security/export.h"
+
+struct stack_st_X509;
+
+namespace OruOssSec {
+
+/// A set of trusted certificates. A null inner pointer is the empty store.
+class ORUSEC_EXPORT CertStore {
+ public:
+  CertStore() noexcept = default;
+  CertStore(const CertStore&) = delete;
+  CertStore& operator=(const CertStore&) = delete;
+  ~CertStore() { Clear(); }
+
+  /// Adds the certificates of a text: any number of PEM blocks, or base64 DER certificates separated by blank
+  /// lines. No certificate at all is a success; anything that cannot be read fails whole and adds nothing.
+  /// `count` may be null; otherwise it receives the number of certificates read.
+  bool Load(const OruGuiBase::AnsiStr& text, unsigned int* count) noexcept;
+  /// Adds one certificate; one that is there already is not added twice. An empty one is a failure.
+  bool Add(const Certificate& certificate) noexcept;
+  bool Contains(const Certificate& certificate) const noexcept;
+  void Clear() noexcept;
+
+  /// The certificates, still owned by the store; null when empty.
+  stack_st_X509* Get0() const noexcept { return certificates_; }
+
+ private:
+  stack_st_X509* certificates_ = nullptr;
+};
+
+}  // namespace OruOssSec

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <cstdint>
+
+#include "foundation/ansistr.h"
+#include "foundation/blob.h"
+#include "foundation/file.h"
+#include "foundation/queue.h"
+#include "security/certificate.h"
+#include "security/certstore.h"
+#include "security/cmsparties.h"
+#include "security/export.h"
+#include "security/key.h"
+
+namespace OruOssSec {
+
+/// Content encryption algorithms that a message can be written with.
+enum class CipherAlgorithm : std::uint32_t { AES256CBC = 3 };
+
+/// One CMS message (RFC 5652) of any size.
+///
+/// What is kept of a loaded message is its skeleton: the structure without its content, at most 16 MiB. The
+/// content of a message from a file stays in that file, which must be there and unchanged until the message
+/// ends, and is streamed from it. All operations that return a bool leave the reason of a failure in the
+/// error state.
+class ORUSEC_EXPORT CMSMsg {
+ public:
+  enum class Type : std::uint32_t {
+    Unknown = 0,
+    Data = 1,
+    SignedData = 2,
+    EnvelopedData = 3,
+    DigestedData = 5,
+    EncryptedData = 6,
+    AuthenticatedData = 7,
+    CompressedData = 8,
+    AuthEnvelopedData = 9,
+  };
+
+  enum class Format : std::uint32_t {
+    BERStream = 0,  ///< indefinite lengths and content in segments, so that no size is known in advance
+  };
+
+  CMSMsg() noexcept = default;
+  ~CMSMsg();
+  CMSMsg(const CMSMsg&) = delete;
+  CMSMsg& operator=(const CMSMsg&) = delete;
+
+  /// Reads a message in BER or DER. It has to fill its file.
+  bool Load(const OruGuiBase::File& file) noexcept;
+  /// Reads a message from text: PEM, or the base64 of BER or DER.
+  bool Load(const OruGuiBase::AnsiStr& text) noexcept;
+
+  Type GetType() const noexcept;
+  /// The type's name, or its OID in dotted text when it has none here.
+  OruGuiBase::AnsiStr GetTypeStr() const noexcept;
+
+  /// The key-transport recipients in their order. A recipient of another kind, or one named by a key
+  /// identifier, is a failure; none is not.
+  bool GetRecipients(OruGuiBase::PtrContainerQueue<CMSKeyTransRecipient>& recipients) const noexcept;
+
+  /// Sets the private key to open the message with, and the certificate that names its recipient. True says
+  /// only that there is such a recipient: a key that does not fit shows when the content is read, in one
+  /// error for every cause, so that no answer tells a good padding from a bad one.
+  bool SetRecipientKey(const Certificate& certificate, const PrivateKey& key) noexcept;
+  /// Sets the content key that somebody else opened: base64 text, its length that of the message's cipher.
+  bool SetContentKey(const OruGuiBase::AnsiStr& key) noexcept;
+
+  /// Writes the content, decrypted with the key set before where the message is enveloped. A failure may
+  /// leave a part of it at `target`. A SignedData's or DigestedData's content is delivered unverified.
+  bool GetContent(const OruGuiBase::File& target) const noexcept;
+  /// The same into memory, for small messages.
+  bool GetContent(OruGuiBase::Blob& target) const noexcept;
+
+  /// The signers in their order.
+  bool GetSigners(OruGuiBase::PtrContainerQueue<CMSSigner>& signers) const noexcept;
+
+  /// Checks every signer's signature and the digest of the content. Fails for a message without signers:
+  /// nothing was proven. The form with a store also demands a chain from each signer's certificate to the
+  /// store as of the time of signing, or the present when the signer claims none.
+  bool Verify() noexcept;
+  bool Verify(const CertStore& store) noexcept;
+
+  /// Prepares an enveloped message; AddRecipient and Save follow.
+  bool CreateEnvelopedData(CipherAlgorithm cipher) noexcept;
+  /// Adds a key-transport recipient (RSAES-PKCS1-v1_5) named by the issuer and serial number of the
+  /// certificate.
+  bool AddRecipient(const Certificate& certificate) noexcept;
+  /// Writes `content` as the message into `target`, which is made or replaced. A failure may leave a part of
+  /// it.
+  bool Save(Format format, const OruGuiBase::File& content, const OruGuiBase::File& target) noexcept;
+
+ private:
+  struct Imp;
+  Imp* imp_ = nullptr;
+};
+
+}  // namespace OruOssSec
