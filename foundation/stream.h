@@ -23,7 +23,7 @@ class ORUGUI_EXPORT FileReader {
   FileReader() noexcept = default;
   FileReader(const FileReader&) = delete;
   FileReader& operator=(const FileReader&) = delete;
-  ~FileReader() { Close(); }
+  ~FileReader();
 
   /// Opens a regular file or another source of bytes; a directory is a failure.
   bool Open(const File& file) noexcept;
@@ -46,7 +46,7 @@ class ORUGUI_EXPORT FileWriter {
   FileWriter() noexcept = default;
   FileWriter(const FileWriter&) = delete;
   FileWriter& operator=(const FileWriter&) = delete;
-  ~FileWriter() { Close(); }
+  ~FileWriter();
 
   /// Makes the file or empties it.
   bool Open(const File& file) noexcept;
@@ -79,7 +79,10 @@ class ORUGUI_EXPORT Stream {
  protected:
   ~Stream() = default;
   virtual bool CloseFile() noexcept = 0;
+  /// Takes the error state over as the error of this stream.
   void Fail() noexcept;
+  /// Makes the error of this stream the error state again; false, to end an operation with.
+  bool Restate() const noexcept;
 
  private:
   std::uint32_t error_ = 0;
@@ -133,6 +136,8 @@ class ORUGUI_EXPORT FastReadStream final : public Stream {
 
  private:
   bool CloseFile() noexcept override;
+  bool ReadKnown(AnsiStr& text) noexcept;
+  bool ReadRest(AnsiStr& text) noexcept;
 
   FileReader reader_;
 };

@@ -1,0 +1,209 @@
+#include "foundation/dates.h"
+
+#include <algorithm>
+#include <ctime>
+#include <string_view>
+
+#include "foundation/format.h"
+
+namespace OruGuiBase {
+
+namespace {
+
+constexpr int kFailed = 1;
+constexpr std::int64_t kDaySeconds = 86400;
+constexpr std::int32_t kLastYear = 9999;
+
+constexpr const char* kWeekdays[] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
+constexpr const char* kMonths[] = {"jan", "feb", "mar", "apr", "may", "jun",
+                                   "jul", "aug", "sep", "oct", "nov", "dec"};
+constexpr const char* kUniversalZones[] = {"gmt", "utc", "ut", "z"};
+
+bool IsLeapYear(std::int64_t year) {
+  return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+}
+
+std::int32_t DaysOfMonth(std::int32_t year, std::int32_t month) {
+  constexpr std::int32_t kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  return month == 2 && IsLeapYear(year) ? 29 : kDays[month - 1];
+}
+
+std::int64_t DaysBeforeYear(std::int64_t year) {
+  const std::int64_t past = year - 1;
+  return past * 365 + past / 4 - past / 100 + past / 400;
+}
+
+// Seconds since the first moment of year 1. A second 60 counts into the next minute.
+std::int64_t ToSeconds(const datetime& value) {
+  std::int64_t days = DaysBeforeYear(value.year) + value.day - 1;
+  for (std::int32_t month = 1; month < value.month; ++month) days += DaysOfMonth(value.year, month);
+  return days * kDaySeconds + value.hour * 3600 + value.minute * 60 + value.second;
+}
+
+bool FromSeconds(std::int64_t seconds, datetime& value) {
+  if (seconds < 0 || seconds >= DaysBeforeYear(kLastYear + 1) * kDaySeconds) return false;
+  std::int64_t days = seconds / kDaySeconds;
+  const auto rest = static_cast<std::int32_t>(seconds % kDaySeconds);
+  // The guess by the mean year is at most one too high.
+  std::int64_t year = days * 400 / 146097 + 1;
+  if (DaysBeforeYear(year) > days) --year;
+  if (DaysBeforeYear(year + 1) <= days) ++year;
+  days -= DaysBeforeYear(year);
+  value.year = static_cast<std::int32_t>(year);
+  for (value.month = 1; days >= DaysOfMonth(value.year, value.month); ++value.month) {
+    days -= DaysOfMonth(value.year, value.month);
+  }
+  value.day = static_cast<std::int32_t>(days) + 1;
+  value.hour = rest / 3600;
+  value.minute = rest / 60 % 60;
+  value.second = rest % 60;
+  return true;
+}
+
+// Reads the parts of a date one after the other. Each operation says whether the part was there.
+class DateReader {
+ public:
+  explicit DateReader(std::string_view text) : rest_(text) {}
+
+  bool IsAtEnd() const { return rest_.empty(); }
+  bool Blanks() {
+    return Take([](char c) { return c == ' '; }, 1, rest_.size()).size() != 0;
+  }
+  bool Symbol(char symbol) {
+    if (rest_.empty() || rest_.front() != symbol) return false;
+    rest_.remove_prefix(1);
+    return true;
+  }
+  bool Number(std::size_t least, std::size_t most, std::int32_t& value) {
+    const std::string_view digits = Take([](char c) { return c >= '0' && c <= '9'; }, least, most);
+    value = 0;
+    for (const char digit : digits) value = value * 10 + (digit - '0');
+    return !digits.empty();
+  }
+  // Index of the next word among the names, without regard to case, or -1.
+  template <std::size_t N>
+  int Name(const char* const (&names)[N]) {
+    const std::string_view word =
+        Take([](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }, 1, rest_.size());
+    const AnsiStr lower = AnsiStr(word).ToLower();
+    const auto* const found =
+        std::find_if(names, names + N, [&lower](const char* name) { return lower == name; });
+    return found != names + N ? static_cast<int>(found - names) : -1;
+  }
+  bool StartsWithLetter() const {
+    return !rest_.empty() && (static_cast<unsigned char>(rest_.front()) | 0x20) >= 'a' &&
+           (static_cast<unsigned char>(rest_.front()) | 0x20) <= 'z';
+  }
+
+ private:
+  // The run of fitting characters, empty unless its whole length is in range.
+  template <class Fits>
+  std::string_view Take(Fits fits, std::size_t least, std::size_t most) {
+    std::size_t length = 0;
+    while (length < rest_.size() && fits(rest_[length])) ++length;
+    if (length < least || length > most) return {};
+    const std::string_view taken = rest_.substr(0, length);
+    rest_.remove_prefix(length);
+    return taken;
+  }
+
+  std::string_view rest_;
+};
+
+bool ReadWeekday(DateReader& reader) {
+  if (!reader.StartsWithLetter()) return true;
+  if (reader.Name(kWeekdays) < 0 || !reader.Symbol(',')) return false;
+  reader.Blanks();
+  return true;
+}
+
+bool ReadDay(DateReader& reader, datetime& value) {
+  if (!reader.Number(1, 2, value.day) || !reader.Blanks()) return false;
+  value.month = reader.Name(kMonths) + 1;
+  return value.month > 0 && reader.Blanks() && reader.Number(4, 4, value.year);
+}
+
+bool ReadTime(DateReader& reader, datetime& value) {
+  if (!reader.Number(2, 2, value.hour) || !reader.Symbol(':') || !reader.Number(2, 2, value.minute)) {
+    return false;
+  }
+  return !reader.Symbol(':') || reader.Number(2, 2, value.second);
+}
+
+bool ReadZone(DateReader& reader, std::int64_t& offset) {
+  offset = 0;
+  const bool west = reader.Symbol('-');
+  if (!west && !reader.Symbol('+')) return reader.Name(kUniversalZones) >= 0;
+  std::int32_t zone = 0;
+  if (!reader.Number(4, 4, zone) || zone / 100 > 23 || zone % 100 > 59) return false;
+  offset = (zone / 100 * 60 + zone % 100) * (west ? -60 : 60);
+  return true;
+}
+
+bool IsDateOfCalendar(const datetime& value) {
+  return value.year >= 1 && value.year <= kLastYear && value.month >= 1 && value.month <= 12 &&
+         value.day >= 1 && value.day <= DaysOfMonth(value.year, value.month);
+}
+
+bool IsTimeOfDay(const datetime& value, std::int32_t lastSecond) {
+  return value.hour >= 0 && value.hour <= 23 && value.minute >= 0 && value.minute <= 59 &&
+         value.second >= 0 && value.second <= lastSecond;
+}
+
+}  // namespace
+
+int RFC1123Str2UniversalDateTime(const AnsiStr& text, datetime& value) noexcept {
+  DateReader reader(text.View());
+  datetime read;
+  std::int64_t offset = 0;
+  if (!ReadWeekday(reader) || !ReadDay(reader, read) || !reader.Blanks() || !ReadTime(reader, read) ||
+      !reader.Blanks() || !ReadZone(reader, offset) || !reader.IsAtEnd()) {
+    return kFailed;
+  }
+  constexpr std::int32_t kLeapSecond = 60;
+  if (!IsDateOfCalendar(read) || !IsTimeOfDay(read, kLeapSecond)) return kFailed;
+  datetime universal;
+  if (!FromSeconds(ToSeconds(read) - offset, universal)) return kFailed;
+  value = universal;
+  return 0;
+}
+
+AnsiStr DateTime2ISOStr(const datetime& value, const std::uint16_t* fraction,
+                        const std::int16_t* zone) noexcept {
+  AnsiStr text = FmtArgs("%04d-%02d-%02dT%02d:%02d:%02d", value.year, value.month, value.day, value.hour,
+                         value.minute, value.second);
+  if (fraction != nullptr) text += FmtArgs(".%03u", static_cast<unsigned>(*fraction));
+  if (zone != nullptr) {
+    const int minutes = *zone < 0 ? -*zone : *zone;
+    text += FmtArgs("%c%02d:%02d", *zone < 0 ? '-' : '+', minutes / 60, minutes % 60);
+  }
+  return text;
+}
+
+bool IsValidDateTime(const datetime& value) noexcept {
+  return IsDateOfCalendar(value) && IsTimeOfDay(value, 59);
+}
+
+datetime& AddSeconds(datetime& value, std::int64_t seconds) noexcept {
+  if (!IsValidDateTime(value)) return value;
+  std::int64_t sum = 0;
+  if (__builtin_add_overflow(ToSeconds(value), seconds, &sum) || !FromSeconds(sum, value)) value = datetime();
+  return value;
+}
+
+bool GetCurrentDateTime(long& year, long& month, long& day, long& hour, long& minute, long& second,
+                        long& millisecond) noexcept {
+  std::timespec now{};
+  std::tm fields{};
+  const bool known = clock_gettime(CLOCK_REALTIME, &now) == 0 && gmtime_r(&now.tv_sec, &fields) != nullptr;
+  year = known ? fields.tm_year + 1900L : 0;
+  month = known ? fields.tm_mon + 1L : 0;
+  day = known ? fields.tm_mday : 0;
+  hour = known ? fields.tm_hour : 0;
+  minute = known ? fields.tm_min : 0;
+  second = known ? fields.tm_sec : 0;
+  millisecond = known ? now.tv_nsec / 1000000 : 0;
+  return known;
+}
+
+}  // namespace OruGuiBase

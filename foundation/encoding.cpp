@@ -1,0 +1,281 @@
+#include "foundation/encoding.h"
+
+#include <array>
+#include <cstring>
+#include <string_view>
+
+#include "foundation/errorstate.h"
+
+namespace OruGuiBase {
+
+namespace {
+
+constexpr char kBase64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kUpperHex[] = "0123456789ABCDEF";
+constexpr char kLowerHex[] = "0123456789abcdef";
+constexpr std::uint64_t kMaxText = 0xFFFFFFFFU;
+
+// What a character of an encoded text stands for, beyond the values of digits.
+constexpr std::uint8_t kBad = 0xFF;
+constexpr std::uint8_t kSkip = 0xFE;
+constexpr std::uint8_t kPad = 0xFD;
+
+using DigitTable = std::array<std::uint8_t, 256>;
+
+constexpr std::size_t IndexOf(char character) {
+  return static_cast<unsigned char>(character);
+}
+
+DigitTable MakeTable(const char* ignored) {
+  DigitTable table;
+  table.fill(kBad);
+  for (const char* at = ignored; at != nullptr && *at != '\0'; ++at) table[IndexOf(*at)] = kSkip;
+  return table;
+}
+
+DigitTable MakeBase64Table(const char* ignored) {
+  DigitTable table = MakeTable(ignored);
+  for (std::uint8_t i = 0; i < 64; ++i) table[IndexOf(kBase64[i])] = i;
+  table[IndexOf('=')] = kPad;
+  return table;
+}
+
+DigitTable MakeHexTable(const char* ignored) {
+  DigitTable table = MakeTable(ignored);
+  for (std::uint8_t i = 0; i < 16; ++i) {
+    table[IndexOf(kUpperHex[i])] = i;
+    table[IndexOf(kLowerHex[i])] = i;
+  }
+  return table;
+}
+
+bool Refuse(const char* reason) {
+  SetErrorMessage(reason);
+  return false;
+}
+
+// Collects decoded bytes in the caller's room.
+class Target {
+ public:
+  Target(void* target, std::uint32_t room) : bytes_(static_cast<std::uint8_t*>(target)), room_(room) {}
+  bool Put(std::uint32_t byte) {
+    if (size_ == room_) return false;
+    bytes_[size_++] = static_cast<std::uint8_t>(byte);
+    return true;
+  }
+  std::uint32_t GetSize() const { return size_; }
+
+ private:
+  std::uint8_t* bytes_;
+  std::uint32_t room_;
+  std::uint32_t size_ = 0;
+};
+
+constexpr const char* kNoRoom = "The decoded bytes do not fit their buffer";
+constexpr const char* kNotBase64 = "The text is not base64";
+constexpr const char* kNotHex = "The text is not hexadecimal";
+
+// One group of four characters as it fills up: digits first, then padding in the last two places.
+struct Quartet {
+  std::uint32_t bits = 0;
+  unsigned digits = 0;
+  unsigned pads = 0;
+
+  bool Add(std::uint8_t code) {
+    if (code == kPad) {
+      ++pads;
+      return digits >= 2;
+    }
+    if (pads != 0) return false;
+    bits = bits << 6 | code;
+    ++digits;
+    return true;
+  }
+  bool IsFull() const { return digits + pads == 4; }
+  bool IsEmpty() const { return digits + pads == 0; }
+  // Bits that the padding cuts off are 0 in the one right encoding.
+  bool IsCanonical() const { return (bits & ((1U << (pads * 2)) - 1)) == 0; }
+  bool Flush(Target& target) const {
+    const std::uint32_t word = bits << (6 * pads);
+    for (unsigned i = 0; i < 3 - pads; ++i) {
+      if (!target.Put(word >> (16 - 8 * i))) return false;
+    }
+    return true;
+  }
+};
+
+bool IsUnreserved(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+         c == '_' || c == '~';
+}
+
+bool IsBlankOrControl(char character) {
+  const auto byte = static_cast<unsigned char>(character);
+  return byte <= 0x20 || byte == 0x7F;
+}
+
+// Writes base64 characters, broken into lines.
+class LineWriter {
+ public:
+  LineWriter(AnsiStr& text, std::uint32_t lineLength, const char* lineEnd)
+      : text_(text), lineLength_(lineLength), lineEnd_(lineEnd) {}
+  void Put(const char (&quartet)[4]) {
+    if (lineLength_ == 0) {
+      text_.Append(quartet, 4);
+      return;
+    }
+    for (const char character : quartet) {
+      if (column_ == lineLength_) {
+        text_ += lineEnd_;
+        column_ = 0;
+      }
+      text_ += character;
+      ++column_;
+    }
+  }
+
+ private:
+  AnsiStr& text_;
+  std::uint32_t lineLength_;
+  const char* lineEnd_;
+  std::uint32_t column_ = 0;
+};
+
+std::uint32_t CheckedRoom(std::uint64_t size) {
+  if (size > kMaxText) DebugAbort("UInt32 overflow");
+  return static_cast<std::uint32_t>(size);
+}
+
+// Length of the well-formed sequence at `at` that begins with a byte above 0x7F, or 0.
+std::uint32_t SequenceLength(const unsigned char* at, const unsigned char* end) {
+  const unsigned lead = *at;
+  const std::uint32_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4 || end - at < static_cast<std::ptrdiff_t>(length)) return 0;
+  for (std::uint32_t i = 1; i < length; ++i) {
+    if ((at[i] & 0xC0) != 0x80) return 0;
+  }
+  const unsigned second = at[1];
+  const bool overlong = (lead == 0xE0 && second < 0xA0) || (lead == 0xF0 && second < 0x90);
+  const bool surrogate = lead == 0xED && second > 0x9F;
+  const bool tooHigh = lead == 0xF4 && second > 0x8F;
+  return overlong || surrogate || tooHigh ? 0 : length;
+}
+
+const unsigned char* SkipASCII(const unsigned char* at, const unsigned char* end) {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080U;
+  for (std::uint64_t eight = 0; end - at >= 8; at += 8) {
+    std::memcpy(&eight, at, sizeof eight);
+    if ((eight & kHighBits) != 0) break;
+  }
+  while (at != end && *at < 0x80) ++at;
+  return at;
+}
+
+}  // namespace
+
+AnsiStr CleanStr(const AnsiStr& text) noexcept {
+  std::string_view rest = text.View();
+  while (!rest.empty() && IsBlankOrControl(rest.front())) rest.remove_prefix(1);
+  while (!rest.empty() && IsBlankOrControl(rest.back())) rest.remove_suffix(1);
+  return rest.size() == text.GetLength() ? text : AnsiStr(rest);
+}
+
+AnsiStr EscapeURL(const AnsiStr& text) noexcept {
+  AnsiStr escaped;
+  escaped.Reserve(text.GetLength());
+  for (const char character : text.View()) {
+    if (IsUnreserved(character)) {
+      escaped += character;
+      continue;
+    }
+    const std::size_t byte = IndexOf(character);
+    const char code[] = {'%', kUpperHex[byte >> 4], kUpperHex[byte & 15]};
+    escaped.Append(code, sizeof code);
+  }
+  return escaped;
+}
+
+AnsiStr Binary2B64Str(const void* data, std::uint32_t size, std::uint32_t lineLength,
+                      const char* lineEnd) noexcept {
+  const auto* const bytes = static_cast<const std::uint8_t*>(data);
+  AnsiStr text;
+  text.Reserve(CheckedRoom((std::uint64_t{size} + 2) / 3 * 4));
+  LineWriter writer(text, lineLength, lineEnd);
+  for (std::uint32_t i = 0; i < size;) {
+    const std::uint32_t taken = size - i < 3 ? size - i : 3;
+    std::uint32_t bits = 0;
+    for (std::uint32_t k = 0; k < 3; ++k) bits = bits << 8 | (k < taken ? bytes[i + k] : 0U);
+    const char quartet[4] = {kBase64[bits >> 18], kBase64[bits >> 12 & 63],
+                             taken > 1 ? kBase64[bits >> 6 & 63] : '=', taken > 2 ? kBase64[bits & 63] : '='};
+    writer.Put(quartet);
+    i += taken;
+  }
+  return text;
+}
+
+bool B64Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size, const char* ignored) noexcept {
+  ClearLastError();
+  const DigitTable table = MakeBase64Table(ignored);
+  Target bytes(target, size);
+  Quartet quartet;
+  bool ended = false;
+  for (const char character : text.View()) {
+    const std::uint8_t code = table[IndexOf(character)];
+    if (code == kSkip) continue;
+    if (code == kBad || ended || !quartet.Add(code)) return Refuse(kNotBase64);
+    if (!quartet.IsFull()) continue;
+    if (!quartet.IsCanonical()) return Refuse(kNotBase64);
+    if (!quartet.Flush(bytes)) return Refuse(kNoRoom);
+    ended = quartet.pads != 0;
+    quartet = Quartet();
+  }
+  if (!quartet.IsEmpty()) return Refuse(kNotBase64);
+  size = bytes.GetSize();
+  return true;
+}
+
+bool B16Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size, const char* ignored) noexcept {
+  ClearLastError();
+  const DigitTable table = MakeHexTable(ignored);
+  Target bytes(target, size);
+  std::uint32_t high = kBad;
+  for (const char character : text.View()) {
+    const std::uint8_t code = table[IndexOf(character)];
+    if (code == kSkip) continue;
+    if (code == kBad) return Refuse(kNotHex);
+    if (high == kBad) {
+      high = code;
+      continue;
+    }
+    if (!bytes.Put(high << 4 | code)) return Refuse(kNoRoom);
+    high = kBad;
+  }
+  if (high != kBad) return Refuse(kNotHex);
+  size = bytes.GetSize();
+  return true;
+}
+
+AnsiStr Binary2B16Str(const void* data, std::uint32_t size, bool upperCase) noexcept {
+  const auto* const bytes = static_cast<const std::uint8_t*>(data);
+  const char* const digits = upperCase ? kUpperHex : kLowerHex;
+  AnsiStr text;
+  text.Reserve(CheckedRoom(std::uint64_t{size} * 2));
+  for (std::uint32_t i = 0; i < size; ++i) {
+    const char pair[2] = {digits[bytes[i] >> 4], digits[bytes[i] & 15]};
+    text.Append(pair, sizeof pair);
+  }
+  return text;
+}
+
+bool IsValidUTF8(const char* text, std::uint32_t length) noexcept {
+  const auto* at = reinterpret_cast<const unsigned char*>(text);
+  const unsigned char* const end = at + length;
+  while ((at = SkipASCII(at, end)) != end) {
+    const std::uint32_t taken = SequenceLength(at, end);
+    if (taken == 0) return false;
+    at += taken;
+  }
+  return true;
+}
+
+}  // namespace OruGuiBase

@@ -1,0 +1,105 @@
+#include "foundation/file.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "foundation/encoding.h"
+#include "foundation/errorstate.h"
+#include "foundation/posix_file.h"
+
+namespace OruGuiBase {
+
+namespace {
+
+AnsiStr Join(const AnsiStr& directory, const AnsiStr& name) {
+  if (directory.IsEmpty()) return name;
+  AnsiStr path = directory;
+  if (!path.View().ends_with('/')) path += '/';
+  return path += name;
+}
+
+// Characters that a file system of some kind or a shell gives a meaning of its own.
+bool IsUnsafe(char character) {
+  constexpr std::string_view kReserved = "/\\:*?\"<>|";
+  const auto byte = static_cast<unsigned char>(character);
+  return byte < 0x20 || byte == 0x7F || kReserved.find(character) != std::string_view::npos;
+}
+
+// Length of the UTF-8 character at the head of the text, or 0 when there is none.
+std::uint32_t CharacterLength(std::string_view text) {
+  const auto lead = static_cast<unsigned char>(text.front());
+  const std::uint32_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  return length <= text.size() && IsValidUTF8(text.data(), length) ? length : 0;
+}
+
+}  // namespace
+
+AnsiStr DirectoryEntry::GetTail() const noexcept {
+  std::string_view path = path_.View();
+  while (path.ends_with('/')) path.remove_suffix(1);
+  const std::size_t slash = path.rfind('/');
+  return AnsiStr(slash == std::string_view::npos ? path : path.substr(slash + 1));
+}
+
+Directory::Directory([[maybe_unused]] DirectoryType type) noexcept : DirectoryEntry(TemporaryDirectory()) {}
+
+File::File(const Directory& directory, const AnsiStr& name) noexcept
+    : DirectoryEntry(Join(directory.GetPath(), name)) {}
+
+File::File([[maybe_unused]] FileType type, const AnsiStr& name, bool isPrivate) noexcept {
+  if (!isPrivate) {
+    path_ = Join(TemporaryDirectory(), MakeName(name));
+    return;
+  }
+  ClearLastError();
+  path_ = MakePrivateFile(name);
+  if (path_.IsEmpty()) SetLastErrorFromErrno();
+}
+
+AnsiStr File::MakeName(const AnsiStr& name) noexcept {
+  AnsiStr safe;
+  safe.Reserve(name.GetLength());
+  for (std::string_view rest = name.View(); !rest.empty();) {
+    const std::uint32_t length = CharacterLength(rest);
+    const bool isUnsafe = length == 0 || IsUnsafe(rest.front()) || (safe.IsEmpty() && rest.front() == '.');
+    safe.Append(isUnsafe ? "_" : rest.substr(0, length));
+    rest.remove_prefix(isUnsafe ? 1 : length);
+  }
+  std::uint32_t end = safe.GetLength();
+  while (end > 0 && (safe.GetText()[end - 1] == '.' || safe.GetText()[end - 1] == ' ')) --end;
+  const std::uint32_t trailing = safe.GetLength() - end;
+  safe.Trunc(end);
+  for (std::uint32_t i = 0; i < trailing; ++i) safe += '_';
+  return safe.IsEmpty() ? AnsiStr("_") : safe;
+}
+
+std::int64_t File::GetSize() const noexcept {
+  ClearLastError();
+  struct stat info {};
+  if (!IsUsablePath(path_) || ::stat(path_.GetText(), &info) != 0) {
+    FailWithErrno();
+    return -1;
+  }
+  if (S_ISDIR(info.st_mode)) {
+    FailWith(EISDIR);
+    return -1;
+  }
+  return info.st_size;
+}
+
+bool File::Create() const noexcept {
+  ClearLastError();
+  const int handle = OpenHandle(path_, O_WRONLY | O_CREAT | O_EXCL, 0666);
+  return (handle >= 0 && CloseHandle(handle)) || FailWithErrno();
+}
+
+bool File::Remove(bool mayBeMissing) const noexcept {
+  ClearLastError();
+  if (!IsUsablePath(path_)) return FailWithErrno();
+  return ::unlink(path_.GetText()) == 0 || (mayBeMissing && errno == ENOENT) || FailWithErrno();
+}
+
+}  // namespace OruGuiBase

@@ -1,0 +1,130 @@
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "foundation/errorstate.h"
+#include "foundation/errorstate_saver.h"
+#include "foundation/posix_file.h"
+#include "foundation/stream.h"
+
+namespace OruGuiBase {
+
+namespace {
+
+constexpr unsigned kOrdinaryMode = 0666;
+
+// Closing a handle that was never opened is nothing to complain about.
+bool CloseOnce(int& handle) {
+  const int closing = std::exchange(handle, -1);
+  return closing < 0 || CloseHandle(closing) || FailWithErrno();
+}
+
+// For scopes that end after a failure whose reason is still to be read.
+void CloseQuietly(int& handle) {
+  const ErrorStateSaver saver;
+  CloseOnce(handle);
+}
+
+bool OpenForWriting(int& handle, const File& file, int flags) {
+  CloseQuietly(handle);
+  ClearLastError();
+  handle = OpenHandle(file.GetPath(), O_WRONLY | O_CREAT | O_NOCTTY | flags, kOrdinaryMode);
+  return handle >= 0 || FailWithErrno();
+}
+
+std::int64_t Checked(std::int64_t got) {
+  if (got < 0) FailWithErrno();
+  return got;
+}
+
+// Reserving room is an offer that not every file takes.
+bool IsRefusalToReserve(int code) {
+  return code == EOPNOTSUPP || code == ENOSYS || code == EINVAL || code == ENODEV || code == ESPIPE;
+}
+
+}  // namespace
+
+FileReader::~FileReader() {
+  CloseQuietly(handle_);
+}
+
+bool FileReader::Open(const File& file) noexcept {
+  CloseQuietly(handle_);
+  ClearLastError();
+  handle_ = OpenHandle(file.GetPath(), O_RDONLY | O_NOCTTY, 0);
+  if (handle_ < 0) return FailWithErrno();
+  struct stat info {};
+  const int code = ::fstat(handle_, &info) != 0 ? errno : S_ISDIR(info.st_mode) ? EISDIR : 0;
+  if (code == 0) return true;
+  CloseQuietly(handle_);
+  return FailWith(code);
+}
+
+std::int64_t FileReader::GetSize() const noexcept {
+  ClearLastError();
+  struct stat info {};
+  return ::fstat(handle_, &info) == 0 ? info.st_size : Checked(-1);
+}
+
+std::int64_t FileReader::Read(void* buffer, std::uint32_t size) noexcept {
+  ClearLastError();
+  return Checked(ReadAll(handle_, buffer, size, -1));
+}
+
+std::int64_t FileReader::ReadAt(std::int64_t offset, void* buffer, std::uint32_t size) const noexcept {
+  ClearLastError();
+  if (offset < 0) {
+    FailWith(EINVAL);
+    return -1;
+  }
+  return Checked(ReadAll(handle_, buffer, size, offset));
+}
+
+bool FileReader::Close() noexcept {
+  return CloseOnce(handle_);
+}
+
+FileWriter::~FileWriter() {
+  CloseQuietly(handle_);
+}
+
+bool FileWriter::Open(const File& file) noexcept {
+  return OpenForWriting(handle_, file, O_TRUNC);
+}
+
+bool FileWriter::OpenAppend(const File& file) noexcept {
+  return OpenForWriting(handle_, file, O_APPEND);
+}
+
+// The size is left alone, so that a reader never takes reserved room for content.
+bool FileWriter::Preallocate(std::int64_t size) noexcept {
+  ClearLastError();
+  if (size <= 0) return true;
+  int result = 0;
+  do {
+    result = ::fallocate(handle_, FALLOC_FL_KEEP_SIZE, 0, size);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 || IsRefusalToReserve(errno) || FailWithErrno();
+}
+
+bool FileWriter::Write(const void* data, std::uint32_t size) noexcept {
+  ClearLastError();
+  return (handle_ >= 0 || FailWith(EBADF)) && (WriteAll(handle_, data, size) || FailWithErrno());
+}
+
+bool FileWriter::Truncate(std::int64_t size) noexcept {
+  ClearLastError();
+  int result = 0;
+  do {
+    result = ::ftruncate(handle_, size);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 || FailWithErrno();
+}
+
+bool FileWriter::Close() noexcept {
+  return CloseOnce(handle_);
+}
+
+}  // namespace OruGuiBase

@@ -1,0 +1,47 @@
+#include "foundation/format.h"
+
+#include <cstdio>
+
+namespace OruGuiBase {
+
+AnsiStr FmtArgs(const char* format, ...) noexcept {
+  std::va_list list;
+  va_start(list, format);
+  AnsiStr text = FmtList(format, list);
+  va_end(list);
+  return text;
+}
+
+AnsiStr FmtList(const char* format, std::va_list list) noexcept {
+  std::va_list again;
+  va_copy(again, list);
+  // Measured first, so that no buffer on the stack keeps a part of a secret.
+  const int length = std::vsnprintf(nullptr, 0, format, list);
+  AnsiStr text;
+  if (length > 0) {
+    char* const room = text.Alloc(static_cast<std::uint32_t>(length));
+    if (room == nullptr) DebugAbort("Could not allocate string");
+    std::vsnprintf(room, static_cast<std::size_t>(length) + 1, format, again);
+  }
+  va_end(again);
+  return text;
+}
+
+AnsiStr SimpleQuote(const AnsiStr& text) noexcept {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  AnsiStr quoted("\"");
+  quoted.Reserve(text.GetLength() < 0xFFFFFFF0U ? text.GetLength() + 2 : text.GetLength());
+  for (const char character : text.View()) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte < 0x20 || byte == 0x7F) {
+      const char escape[] = {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+      quoted.Append(escape, sizeof escape);
+      continue;
+    }
+    if (character == '"' || character == '\\') quoted += '\\';
+    quoted += character;
+  }
+  return quoted += '"';
+}
+
+}  // namespace OruGuiBase

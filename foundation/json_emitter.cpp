@@ -1,0 +1,162 @@
+#include <charconv>
+#include <cmath>
+#include <string_view>
+
+#include "foundation/encoding.h"
+#include "foundation/format.h"
+#include "foundation/json.h"
+#include "foundation/kvmap.h"
+
+namespace OruGuiBase {
+
+namespace {
+
+constexpr std::uint32_t kMaxText = 0xFFFFFFFFU;
+
+// How a character is written after a backslash: 0 as it is, 'u' as \u00XX, else by that letter.
+char EscapeOf(char character) {
+  switch (character) {
+    case '"':
+      return '"';
+    case '\\':
+      return '\\';
+    case '\b':
+      return 'b';
+    case '\f':
+      return 'f';
+    case '\n':
+      return 'n';
+    case '\r':
+      return 'r';
+    case '\t':
+      return 't';
+    default:
+      return static_cast<unsigned char>(character) < 0x20 ? 'u' : '\0';
+  }
+}
+
+class Emitter {
+ public:
+  explicit Emitter(AnsiStr& error) : error_(error) {}
+
+  bool Write(const Val& value, std::uint32_t depth);
+  AnsiStr TakeText() { return std::move(text_); }
+
+ private:
+  bool Fail(const char* reason) {
+    error_ = reason;
+    return false;
+  }
+  bool Put(std::string_view text);
+  bool PutEscaped(char character, char escape);
+  bool WriteString(const AnsiStr& value);
+  bool WriteInteger(std::int64_t value);
+  bool WriteNumber(double value);
+  bool WriteMap(const KVMap& map, std::uint32_t depth);
+  bool WriteArray(const Array<Val>& array, std::uint32_t depth);
+
+  AnsiStr text_;
+  AnsiStr& error_;
+};
+
+// An append that does not fit drops its bytes, so it is asked before.
+bool Emitter::Put(std::string_view text) {
+  if (text.size() > kMaxText - text_.GetLength()) return Fail("The JSON text would pass 32 bits");
+  text_.Append(text);
+  return true;
+}
+
+bool Emitter::PutEscaped(char character, char escape) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  const auto byte = static_cast<unsigned char>(character);
+  const char longForm[] = {'\\', 'u', '0', '0', kDigits[byte >> 4], kDigits[byte & 15]};
+  const char shortForm[] = {'\\', escape};
+  return escape == 'u' ? Put({longForm, sizeof longForm}) : Put({shortForm, sizeof shortForm});
+}
+
+// In runs: most texts are long and have nothing to escape.
+bool Emitter::WriteString(const AnsiStr& value) {
+  const std::string_view text = value.View();
+  if (!IsValidUTF8(text.data(), value.GetLength())) return Fail("A text is not valid UTF-8");
+  if (!Put("\"")) return false;
+  std::size_t run = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char escape = EscapeOf(text[i]);
+    if (escape == '\0') continue;
+    if (!Put(text.substr(run, i - run)) || !PutEscaped(text[i], escape)) return false;
+    run = i + 1;
+  }
+  return Put(text.substr(run)) && Put("\"");
+}
+
+bool Emitter::WriteInteger(std::int64_t value) {
+  char digits[24];
+  const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  return Put({digits, static_cast<std::size_t>(end - digits)});
+}
+
+// A whole number keeps a fraction, so that it reads back as the kind that it is.
+bool Emitter::WriteNumber(double value) {
+  if (!std::isfinite(value)) return Fail("A number is not finite");
+  char digits[32];
+  const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  const std::string_view text(digits, static_cast<std::size_t>(end - digits));
+  const bool isWhole = text.find_first_of(".e") == std::string_view::npos;
+  return Put(text) && (!isWhole || Put(".0"));
+}
+
+bool Emitter::WriteMap(const KVMap& map, std::uint32_t depth) {
+  const Array<AnsiStr>& keys = map.GetKeys();
+  const Array<Val>& values = map.GetValues();
+  if (!Put("{")) return false;
+  for (std::uint32_t i = 0; i < keys.GetCount(); ++i) {
+    if (i != 0 && !Put(",")) return false;
+    if (!WriteString(keys[i]) || !Put(":") || !Write(values[i], depth)) return false;
+  }
+  return Put("}");
+}
+
+bool Emitter::WriteArray(const Array<Val>& array, std::uint32_t depth) {
+  if (!Put("[")) return false;
+  for (std::uint32_t i = 0; i < array.GetCount(); ++i) {
+    if (i != 0 && !Put(",")) return false;
+    if (!Write(array[i], depth)) return false;
+  }
+  return Put("]");
+}
+
+bool Emitter::Write(const Val& value, std::uint32_t depth) {
+  switch (value.GetType()) {
+    case ValType::Nil:
+      return Put("null");
+    case ValType::Bool:
+      return Put(value.AsBool() ? "true" : "false");
+    case ValType::Integer:
+      return WriteInteger(value.AsInteger());
+    case ValType::Number:
+      return WriteNumber(value.AsNumber());
+    case ValType::String:
+      return WriteString(value.AsString());
+    case ValType::Map:
+    case ValType::Array:
+      break;
+    default:
+      error_ = FmtArgs("A value of kind %u has no form in JSON", static_cast<unsigned>(value.GetType()));
+      return false;
+  }
+  if (depth == kMaxJSONDepth) return Fail("Containers are nested too deeply for JSON");
+  return value.GetType() == ValType::Map ? WriteMap(value.AsMap(), depth + 1)
+                                         : WriteArray(value.AsArray(), depth + 1);
+}
+
+}  // namespace
+
+bool Val2JSON(const Val& value, AnsiStr& text, AnsiStr& error, [[maybe_unused]] bool pretty,
+              [[maybe_unused]] bool strict) noexcept {
+  Emitter emitter(error);
+  if (!emitter.Write(value, 0)) return false;
+  text = emitter.TakeText();
+  return true;
+}
+
+}  // namespace OruGuiBase

@@ -1,0 +1,120 @@
+#include "foundation/kvmap.h"
+
+#include <cstddef>
+#include <new>
+#include <utility>
+
+namespace OruGuiBase {
+
+static_assert(offsetof(KVMapImp, refCount) == 0 && offsetof(KVMapImp, buckets) == 8);
+static_assert(offsetof(KVMapImp, keys) == 8 + KVMapImp::kBuckets * sizeof(void*));
+static_assert(offsetof(KVMapImp, values) == offsetof(KVMapImp, keys) + sizeof(void*));
+
+namespace {
+
+KVMapImp* NewMap() {
+  void* memory = AllocParticle(sizeof(KVMapImp));
+  return memory != nullptr ? new (memory) KVMapImp : nullptr;
+}
+
+}  // namespace
+
+KVMap& KVMap::operator=(const KVMap& other) noexcept {
+  if (other.imp_ != nullptr) Reference::Link(other.imp_->refCount);
+  Drop(std::exchange(imp_, other.imp_));
+  return *this;
+}
+
+KVMap& KVMap::operator=(KVMap&& other) noexcept {
+  if (this != &other) Drop(std::exchange(imp_, std::exchange(other.imp_, nullptr)));
+  return *this;
+}
+
+std::uint32_t KVMap::Find(const AnsiStr& key) const noexcept {
+  if (imp_ == nullptr) return 0;
+  const Array<AnsiStr>& keys = imp_->keys;
+  for (const std::uint32_t index : imp_->buckets[Hash(key) % KVMapImp::kBuckets]) {
+    if (keys[index] == key) return index;
+  }
+  return keys.GetCount();
+}
+
+Val KVMap::Get(const AnsiStr& key) const noexcept {
+  const std::uint32_t index = Find(key);
+  return index < GetCount() ? std::as_const(imp_->values)[index] : Val();
+}
+
+bool KVMap::Set(const AnsiStr& key, const Val& value) noexcept {
+  // Both may lie in this very map, whose arrays are about to move.
+  const AnsiStr ownKey(key);
+  Val ownValue(value);
+  if (!MakeUnique()) return false;
+  const std::uint32_t index = Find(ownKey);
+  if (index < GetCount()) {
+    imp_->values.At(index) = std::move(ownValue);
+    return true;
+  }
+  imp_->keys.Append(ownKey);
+  imp_->buckets[Hash(ownKey) % KVMapImp::kBuckets].Append(index);
+  imp_->values.Append(std::move(ownValue));
+  return true;
+}
+
+const Array<AnsiStr>& KVMap::GetKeys(const KVMapImp* map) noexcept {
+  static const Array<AnsiStr> empty{};
+  return map != nullptr ? map->keys : empty;
+}
+
+const Array<Val>& KVMap::GetValues(const KVMapImp* map) noexcept {
+  static const Array<Val> empty{};
+  return map != nullptr ? map->values : empty;
+}
+
+KVMap KVMap::FromDistinct(const Array<AnsiStr>& keys, const Array<Val>& values) noexcept {
+  KVMap map;
+  if (keys.IsEmpty()) return map;
+  map.imp_ = NewMap();
+  if (map.imp_ == nullptr) DebugAbort("Could not allocate map");
+  map.imp_->keys = keys;
+  map.imp_->values = values;
+  std::uint32_t index = 0;
+  for (const AnsiStr& key : keys) map.imp_->buckets[Hash(key) % KVMapImp::kBuckets].Append(index++);
+  return map;
+}
+
+std::uint32_t KVMap::Hash(const AnsiStr& key) noexcept {
+  std::uint32_t hash = 0;
+  for (const char character : key.View()) {
+    hash = hash * 31 + static_cast<std::uint32_t>(static_cast<signed char>(character));
+  }
+  return hash;
+}
+
+KVMap KVMap::FromImp(KVMapImp* imp) noexcept {
+  KVMap map;
+  if (imp != nullptr) Reference::Link(imp->refCount);
+  map.imp_ = imp;
+  return map;
+}
+
+void KVMap::Drop(KVMapImp* imp) noexcept {
+  if (imp == nullptr || !Reference::Unlink(imp->refCount)) return;
+  imp->~KVMapImp();
+  FreeParticle(sizeof(KVMapImp), imp);
+}
+
+// The clone shares the arrays; each is copied in its turn when it is changed.
+bool KVMap::MakeUnique() noexcept {
+  if (imp_ != nullptr && !Reference::IsShared(imp_->refCount)) return true;
+  KVMapImp* const clone = NewMap();
+  if (clone == nullptr) return false;
+  if (imp_ != nullptr) {
+    for (std::uint32_t i = 0; i < KVMapImp::kBuckets; ++i) clone->buckets[i] = imp_->buckets[i];
+    clone->keys = imp_->keys;
+    clone->values = imp_->values;
+  }
+  Drop(std::exchange(imp_, clone));
+  return true;
+}
+
+}  // namespace OruGuiBase

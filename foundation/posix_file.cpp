@@ -1,0 +1,79 @@
+#include "foundation/posix_file.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <unistd.h>
+
+#include "foundation/errorstate.h"
+
+namespace OruGuiBase {
+
+bool FailWithErrno() noexcept {
+  SetLastErrorFromErrno();
+  return false;
+}
+
+bool FailWith(int code) noexcept {
+  errno = code;
+  return FailWithErrno();
+}
+
+bool IsUsablePath(const AnsiStr& path) noexcept {
+  if (path.Find('\0') == AnsiStr::npos) return true;
+  errno = EINVAL;
+  return false;
+}
+
+int OpenHandle(const AnsiStr& path, int flags, unsigned mode) noexcept {
+  if (!IsUsablePath(path)) return -1;
+  int handle = -1;
+  do {
+    handle = ::open(path.GetText(), flags | O_CLOEXEC, mode);
+  } while (handle < 0 && errno == EINTR);
+  return handle;
+}
+
+bool CloseHandle(int handle) noexcept {
+  return ::close(handle) == 0 || errno == EINTR;
+}
+
+std::int64_t ReadAll(int handle, void* buffer, std::uint32_t size, std::int64_t offset) noexcept {
+  auto* const bytes = static_cast<char*>(buffer);
+  std::uint32_t done = 0;
+  while (done < size) {
+    const ssize_t got = offset < 0 ? ::read(handle, bytes + done, size - done)
+                                   : ::pread(handle, bytes + done, size - done, offset + done);
+    if (got == 0) break;
+    if (got > 0) {
+      done += static_cast<std::uint32_t>(got);
+    } else if (errno != EINTR) {
+      return -1;
+    }
+  }
+  return done;
+}
+
+bool WriteAll(int handle, const void* data, std::uint32_t size) noexcept {
+  const auto* const bytes = static_cast<const char*>(data);
+  std::uint32_t done = 0;
+  while (done < size) {
+    const ssize_t put = ::write(handle, bytes + done, size - done);
+    if (put >= 0) {
+      done += static_cast<std::uint32_t>(put);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+  return true;
+}
+
+AnsiStr ParentOf(const AnsiStr& path) noexcept {
+  const std::string_view text = path.View();
+  const std::size_t slash = text.rfind('/');
+  if (slash == std::string_view::npos) return ".";
+  return slash == 0 ? AnsiStr("/") : AnsiStr(text.substr(0, slash));
+}
+
+}  // namespace OruGuiBase

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstdint>
+
+namespace OruGuiBase {
+
+/// Category and source name of the foundation's own trace events.
+inline constexpr std::uint32_t kTraceCategory = 4096;
+inline constexpr const char* kTraceSource = "orugui";
+
+/// Traces an error of the foundation itself. Allocates nothing, since lack of memory is among the errors; a
+/// longer text than 255 bytes is cut.
+void ReportError(std::uint32_t line, const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
+
+}  // namespace OruGuiBase

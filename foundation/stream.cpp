@@ -1,0 +1,215 @@
+#include "foundation/stream.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "foundation/errorstate.h"
+#include "foundation/errorstate_saver.h"
+#include "foundation/posix_file.h"
+
+namespace OruGuiBase {
+
+namespace {
+
+constexpr std::uint32_t kMaxText = 0xFFFFFFFFU;
+
+char* NewBuffer() {
+  auto* const buffer = static_cast<char*>(AllocParticle(kStreamBuffer));
+  if (buffer == nullptr) FailWith(ENOMEM);
+  return buffer;
+}
+
+// What passes through may be plain content or a key.
+void DropBuffer(char*& buffer) {
+  if (buffer == nullptr) return;
+  WipeMemory(buffer, kStreamBuffer);
+  FreeParticle(kStreamBuffer, buffer);
+  buffer = nullptr;
+}
+
+bool AppendChecked(AnsiStr& text, const char* data, std::uint32_t size) {
+  if (size > kMaxText - text.GetLength()) return FailWith(EFBIG);
+  text.Append(data, size);
+  return true;
+}
+
+}  // namespace
+
+bool Stream::Close() noexcept {
+  if (!CloseFile() && !IsError()) Fail();
+  return !IsError() || Restate();
+}
+
+void Stream::Fail() noexcept {
+  error_ = GetLastError() != 0 ? GetLastError() : EIO;
+  if (error_ == kTextError) errorText_ = GetErrorMessage(error_, 0, 1);
+}
+
+bool Stream::Restate() const noexcept {
+  if (error_ == kTextError) {
+    SetErrorMessage(errorText_);
+  } else {
+    SetLastError(error_);
+  }
+  return false;
+}
+
+ReadStream::ReadStream(const File& file, [[maybe_unused]] ReadStreamMode mode) noexcept {
+  if (!reader_.Open(file) || (buffer_ = NewBuffer()) == nullptr) Fail();
+}
+
+ReadStream::~ReadStream() {
+  DropBuffer(buffer_);
+}
+
+bool ReadStream::ReadLn(AnsiStr& text) noexcept {
+  text.Clear();
+  if (IsError()) return Restate();
+  bool any = false;
+  while (position_ != filled_ || Fill()) {
+    any = true;
+    const char* const start = buffer_ + position_;
+    const auto* const found = static_cast<const char*>(std::memchr(start, '\n', filled_ - position_));
+    const auto size = static_cast<std::uint32_t>((found != nullptr ? found : buffer_ + filled_) - start);
+    position_ += size + (found != nullptr ? 1 : 0);
+    if (!AppendChecked(text, start, size)) {
+      Fail();
+      break;
+    }
+    if (found == nullptr) continue;
+    if (text.View().ends_with('\r')) text.Trunc(text.GetLength() - 1);
+    return true;
+  }
+  return any && !IsError();
+}
+
+// False at the end of the file and on failure.
+bool ReadStream::Fill() noexcept {
+  const std::int64_t got = buffer_ != nullptr ? reader_.Read(buffer_, kStreamBuffer) : 0;
+  if (got < 0) Fail();
+  position_ = 0;
+  filled_ = got > 0 ? static_cast<std::uint32_t>(got) : 0;
+  return filled_ != 0;
+}
+
+bool ReadStream::CloseFile() noexcept {
+  DropBuffer(buffer_);
+  position_ = filled_ = 0;
+  return reader_.Close();
+}
+
+WriteStream::WriteStream(const File& file, WriteStreamMode mode) noexcept {
+  const bool opened = mode == WriteStreamMode::Append ? writer_.OpenAppend(file) : writer_.Open(file);
+  if (!opened || (buffer_ = NewBuffer()) == nullptr) Fail();
+}
+
+// A stream that nobody closed still writes what it was given.
+WriteStream::~WriteStream() {
+  const ErrorStateSaver saver;
+  CloseFile();
+}
+
+bool WriteStream::Write(const AnsiStr& text) noexcept {
+  return Put(text.GetText(), text.GetLength());
+}
+
+bool WriteStream::Write(char character) noexcept {
+  return Put(&character, 1);
+}
+
+bool WriteStream::Put(const char* data, std::uint32_t size) noexcept {
+  if (IsError()) return Restate();
+  if (buffer_ == nullptr) {
+    FailWith(EBADF);
+    Fail();
+    return false;
+  }
+  if (size > kStreamBuffer - filled_ && !Flush()) return false;
+  if (size > kStreamBuffer) {
+    if (writer_.Write(data, size)) return true;
+    Fail();
+    return false;
+  }
+  std::memcpy(buffer_ + filled_, data, size);
+  filled_ += size;
+  return true;
+}
+
+bool WriteStream::Flush() noexcept {
+  const std::uint32_t size = filled_;
+  filled_ = 0;
+  if (size == 0 || writer_.Write(buffer_, size)) return true;
+  Fail();
+  return false;
+}
+
+bool WriteStream::CloseFile() noexcept {
+  if (buffer_ != nullptr && !IsError()) Flush();
+  DropBuffer(buffer_);
+  return writer_.Close();
+}
+
+FastReadStream::FastReadStream(const File& file) noexcept {
+  if (!reader_.Open(file)) Fail();
+}
+
+FastReadStream::~FastReadStream() = default;
+
+bool FastReadStream::Read(AnsiStr& text) noexcept {
+  text.Clear();
+  if (IsError()) return Restate();
+  if (ReadKnown(text) && ReadRest(text)) return true;
+  text.Clear();
+  Fail();
+  return false;
+}
+
+// As much as the system says the file holds, without a detour.
+bool FastReadStream::ReadKnown(AnsiStr& text) noexcept {
+  const std::int64_t size = reader_.GetSize();
+  if (size <= 0) return size == 0;
+  if (size > kMaxText) return FailWith(EFBIG);
+  char* const room = text.Alloc(static_cast<std::uint32_t>(size));
+  if (room == nullptr) return FailWith(ENOMEM);
+  const std::int64_t got = reader_.Read(room, static_cast<std::uint32_t>(size));
+  if (got < 0) return false;
+  text.Trunc(static_cast<std::uint32_t>(got));
+  return true;
+}
+
+// What came on top since, or all of a source whose size is not known.
+bool FastReadStream::ReadRest(AnsiStr& text) noexcept {
+  char* piece = NewBuffer();
+  if (piece == nullptr) return false;
+  std::int64_t got = 0;
+  bool fits = true;
+  while (fits && (got = reader_.Read(piece, kStreamBuffer)) > 0) {
+    fits = AppendChecked(text, piece, static_cast<std::uint32_t>(got));
+  }
+  DropBuffer(piece);
+  return fits && got == 0;
+}
+
+bool FastReadStream::CloseFile() noexcept {
+  return reader_.Close();
+}
+
+bool LineIterator::ToNext() noexcept {
+  const std::string_view text = text_.View();
+  if (next_ >= text.size()) return false;
+  start_ = next_;
+  const std::size_t found = text.find('\n', start_);
+  const bool ends = found != std::string_view::npos;
+  end_ = static_cast<std::uint32_t>(ends ? found : text.size());
+  next_ = end_ + (ends ? 1 : 0);
+  if (ends && end_ > start_ && text[end_ - 1] == '\r') --end_;
+  ++index_;
+  return true;
+}
+
+AnsiStr LineIterator::GetLine() const noexcept {
+  return {text_.GetText() + start_, end_ - start_};
+}
+
+}  // namespace OruGuiBase
