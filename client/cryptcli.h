@@ -11,10 +11,18 @@
 #include "foundation/datetime.h"
 #include "foundation/file.h"
 #include "foundation/kvmap.h"
+#include "foundation/queue.h"
 #include "foundation/val.h"
 #include "roomkeys/integritykey.h"
 #include "roomkeys/roomkey.h"
 #include "security/isignhash.h"
+
+namespace OruOssSec {
+class CertStore;
+class CMSKeyTransRecipient;
+class CMSMsg;
+class CMSSigner;
+}  // namespace OruOssSec
 
 namespace OruKalvix {
 
@@ -95,11 +103,14 @@ class CryptClient final : public OruOssSec::ISignHash {
   using Blob = OruGuiBase::Blob;
   using File = OruGuiBase::File;
   using KVMap = OruGuiBase::KVMap;
+  using Recipients = OruGuiBase::PtrContainerQueue<OruOssSec::CMSKeyTransRecipient>;
   using ValArray = OruGuiBase::Array<OruGuiBase::Val>;
 
   // ---- Failures and rotation (client/cryptclient.cpp, client/rotation.cpp)
   void SetError(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
   void SetError(const char* method, const AnsiStr& url, const AnsiStr& message) noexcept;
+  /// Records "<what>: <the current system error text>" and returns false.
+  bool FailWithSystemError(const char* what) noexcept;
   static std::uint32_t* GetKeyServerBase() noexcept;
   static bool NextKeyServer(KeyServerCursor& cursor) noexcept;
   static KeyServerCursor MakeCursor(const ValArray& servers) noexcept;
@@ -110,8 +121,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   bool HttpGet(const AnsiStr& url, const KVMap& headers, AnsiStr& body) noexcept;
   bool HttpGet(const AnsiStr& url, const KVMap& headers, AnsiStr& body, std::uint32_t timeout) noexcept;
   bool HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers, AnsiStr& answer) noexcept;
-  bool HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers,
-                const char* targetFile) noexcept;
+  bool HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers, const File& target) noexcept;
   bool HttpGetJSON(const AnsiStr& url, const KVMap& headers, KVMap& object) noexcept;
   bool HttpPostJSON(const AnsiStr& url, const KVMap& request, const KVMap& headers, KVMap& object) noexcept;
   bool HttpPostToFile(const AnsiStr& url, const KVMap& request, const KVMap& headers,
@@ -159,17 +169,36 @@ class CryptClient final : public OruOssSec::ISignHash {
   bool ReadInnerSigningCertificate(const AnsiStr& data, OruOssSec::Certificate& certificate) noexcept;
   bool LoadRootsAndIntermediates(const AnsiStr& text, OruOssSec::CertStore& store) noexcept;
   bool LoadTrustedIssuers(const AnsiStr& text, OruOssSec::CertStore& store, unsigned int* count) noexcept;
-  bool VerifyRoomKeyChains(const RoomKey& roomKey, const OruOssSec::Certificate& inner,
-                           OruOssSec::CertStore& store) noexcept;
+  bool VerifyRoomKeyChain(const RoomKey& roomKey, const OruOssSec::Certificate& inner,
+                          const OruOssSec::CertStore& store, const OruGuiBase::datetime& time) noexcept;
   bool KeyServerGetKey(const AnsiStr& id, const AnsiStr& subId, IntegrityKey& key) noexcept;
   bool ReadIntegrityKey(const KVMap& payload, const AnsiStr& id, IntegrityKey& key) noexcept;
   bool FetchIntegrityCerts(const AnsiStr& group, ValArray& certificates, const AnsiStr& digest) noexcept;
 
-  // ---- File protection (protection/)
+  // ---- File protection (protection/encrypt.cpp, protection/decrypt.cpp)
   bool PrepareRoomKey(RoomKey& roomKey, bool& keyErrorFlag) noexcept;
   bool CreateRoomKey(RoomKey& roomKey) noexcept;
-  bool WriteProtectedFile(const RoomKey& roomKey, const File& source, const File& target) noexcept;
+  bool CheckOrigin(const RoomKey& roomKey) noexcept;
+  KVMap GetSignedAttributes(const RoomKey& roomKey) const noexcept;
+  bool WriteProtectedFile(const RoomKey& roomKey, const KVMap& attributes, const File& source,
+                          const File& target) noexcept;
   bool KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& encryptedData, AnsiStr& plainData) noexcept;
+  bool LoadEnvelope(const File& source, OruOssSec::CMSMsg& envelope, Recipients& recipients) noexcept;
+  bool FindRoomKey(const OruOssSec::CMSKeyTransRecipient& recipient, RoomKey& roomKey) noexcept;
+  bool UnlockEnvelope(const OruOssSec::CMSKeyTransRecipient& recipient, const RoomKey& roomKey,
+                      OruOssSec::CMSMsg& envelope) noexcept;
+  bool DeliverContent(OruGuiBase::TempFile& content, const RoomKey& roomKey, const File& target,
+                      bool& isSigned, bool& isVerified) noexcept;
+
+  // ---- Signatures (protection/verify.cpp, protection/sign.cpp)
+  bool LoadSignerStores(OruOssSec::CertStore& full, OruOssSec::CertStore& issuers) noexcept;
+  bool DeliverSigned(OruOssSec::CMSMsg& message, const RoomKey& roomKey, const File& target,
+                     bool& isVerified) noexcept;
+  bool CheckSigners(const OruOssSec::CMSMsg& message, const OruOssSec::CertStore& full,
+                    const OruOssSec::CertStore& issuers) noexcept;
+  bool CheckSignerGroup(const OruOssSec::CMSSigner& signer) noexcept;
+  bool CheckSignerChain(const OruOssSec::CMSSigner& signer, const OruOssSec::CertStore& full,
+                        const OruOssSec::CertStore& issuers) noexcept;
   bool KeyServerSign(const KVMap& key, const AnsiStr& algorithm, const OruGuiBase::BlobConst& hash,
                      Blob& signature) noexcept;
 

@@ -1,0 +1,110 @@
+#include <array>
+
+#include "client/cryptcli.h"
+#include "exchange/answer.h"
+#include "exchange/keyservercommand.h"
+#include "exchange/urlsegment.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+namespace {
+
+struct CommandNames {
+  const char* request;
+  const char* response;
+};
+
+// Indexed by the command's value.
+constexpr std::array<CommandNames, 11> kCommands = {{
+    {"configGroupRequest", "configGroupResponse"},
+    {"reencryptRequest", "reencryptResponse"},
+    {"getAuditLogRequest", "getAuditLogResponse"},
+    {"generateWrappedKeyRequest", "generateWrappedKeyResponse"},
+    {"modifyWrappedKeyRequest", "modifyWrappedKeyResponse"},
+    {"exportWrappedKeyRequest", "exportWrappedKeyResponse"},
+    {"decryptRequest", "decryptResponse"},
+    {"signRequest", "signResponse"},
+    {"getKeyRequest", "getKeyResponse"},
+    {"importKeyRequest", "importKeyResponse"},
+    {"deleteKeyRequest", "deleteKeyResponse"},
+}};
+
+constexpr CommandNames kNoCommand = {"", ""};
+
+const CommandNames& NamesOf(KeyServerCommand command) noexcept {
+  const auto index = static_cast<std::size_t>(command);
+  return index < kCommands.size() ? kCommands[index] : kNoCommand;
+}
+
+}  // namespace
+
+const char* CryptClient::GetRequestType(KeyServerCommand command) noexcept {
+  return NamesOf(command).request;
+}
+
+const char* CryptClient::GetResponseType(KeyServerCommand command) noexcept {
+  return NamesOf(command).response;
+}
+
+KVMap CryptClient::GetStandardHeader() noexcept {
+  ValArray path;
+  path.Append(Val("java-api-instance"));
+  KVMap header;
+  header.Set("type", "standardVelmoraHeader");
+  header.Set("commandId", "");
+  header.Set("sessionId", "");
+  header.Set("path", Val(path));
+  header.Set("protocolVersion", "2.0");
+  return header;
+}
+
+KVMap CryptClient::GetEnvelope(const KVMap& payload) noexcept {
+  KVMap envelope;
+  envelope.Set("header", Val(GetStandardHeader()));
+  envelope.Set("payload", Val(payload));
+  return envelope;
+}
+
+AnsiStr CryptClient::GetServerUrl(const AnsiStr& path) const noexcept {
+  AnsiStr url = keyServerCursor.keyServerUrl;
+  if (url.IsEmpty() || path.IsEmpty()) return url;
+  AppendPath(url, path);
+  return url;
+}
+
+KVMap CryptClient::GetSecurityHeader() noexcept {
+  KVMap headers;
+  headers.Set("X-SEC-AUTHZTOKEN", authzToken);
+  authzToken.Clear();  // A token serves exactly one request.
+  return headers;
+}
+
+bool CryptClient::KeyServerPost(const KVMap& envelope, KeyServerCommand command, KVMap& payload) noexcept {
+  KVMap answer;
+  return HttpPostJSON(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), answer) &&
+         KeyServerCheckResponse(answer, command, payload);
+}
+
+bool CryptClient::KeyServerCheckResponse(const KVMap& answer, KeyServerCommand command,
+                                         KVMap& payload) noexcept {
+  payload = Answer(answer).Object("payload");
+  if (payload.IsEmpty()) {
+    SetError("Invalid payload");
+    return false;
+  }
+  const AnsiStr type = Answer(payload).String("type");
+  if (type == "status") {
+    KeyServerErrorText(Answer(payload).Integer("code"));
+    return false;
+  }
+  if (!(type == GetResponseType(command))) {
+    SetError("Unexpected response type %s", type.GetText());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace OruKalvix

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+namespace OruKalvix {
+
+template <class Signature>
+class FunctionRef;
+
+/// Refers to a callable for the length of a call, without owning or allocating anything.
+template <class Result, class... Arguments>
+class FunctionRef<Result(Arguments...)> {
+ public:
+  template <class Callable>
+  requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef>) FunctionRef(Callable&& callable)
+  noexcept  // NOLINT(google-explicit-constructor): made at the call
+      : object_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
+        call_([](void* object, Arguments... arguments) -> Result {
+          return (*static_cast<std::remove_reference_t<Callable>*>(object))(
+              std::forward<Arguments>(arguments)...);
+        }) {}
+
+  Result operator()(Arguments... arguments) const {
+    return call_(object_, std::forward<Arguments>(arguments)...);
+  }
+
+ private:
+  void* object_;
+  Result (*call_)(void*, Arguments...);
+};
+
+}  // namespace OruKalvix

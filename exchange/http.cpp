@@ -1,0 +1,87 @@
+#include "client/cryptcli.h"
+#include "client/tracing.h"
+#include "foundation/format.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::Array;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+namespace {
+
+constexpr std::uint32_t kStatusOk = 200;
+
+// The headers under lower-case names; of names that differ only in case the later one stands.
+KVMap LowerCaseNames(const KVMap& headers) noexcept {
+  KVMap lowered;
+  const Array<AnsiStr>& names = headers.GetKeys();
+  const Array<Val>& values = headers.GetValues();
+  for (std::uint32_t i = 0; i < names.GetCount(); ++i) {
+    AnsiStr name = names[i];
+    lowered.Set(name.ToLower(), values[i]);
+  }
+  return lowered;
+}
+
+KVMap WithContentType(const KVMap& headers) noexcept {
+  KVMap all = headers;
+  all.Set("Content-Type", "text/json");
+  return all;
+}
+
+}  // namespace
+
+// The one way out: every exchange of the client passes here.
+bool CryptClient::HttpRequest(const char* method, const AnsiStr& url, const KVMap& headers,
+                              const AnsiStr& body, const HttpOptions& options,
+                              HttpResponse& response) noexcept {
+  if (http == nullptr) {
+    SetError(method, url, "No HTTP service");
+    return false;
+  }
+  if (http->SendRequest(method, url, headers, body, options, response) < 0) {
+    SetError(method, url, response.errorText);
+    return false;
+  }
+  if (response.status != kStatusOk) {
+    SetError(method, url, OruGuiBase::FmtArgs("HTTP %ld", static_cast<long>(response.status)));
+    return false;
+  }
+  CRYPTCLI_TRACE_STR(1, "CryptClient::HttpRequest: %s %s", method, url.GetText());
+  responseHeaders = LowerCaseNames(response.headers);
+  return true;
+}
+
+bool CryptClient::HttpGet(const AnsiStr& url, const KVMap& headers, AnsiStr& body) noexcept {
+  return HttpGet(url, headers, body, 0);
+}
+
+bool CryptClient::HttpGet(const AnsiStr& url, const KVMap& headers, AnsiStr& body,
+                          std::uint32_t timeout) noexcept {
+  HttpOptions options;
+  options.useTimeouts = timeout != 0;
+  for (std::uint32_t& value : options.timeouts) value = timeout;
+  HttpResponse response;
+  if (!HttpRequest("GET", url, headers, AnsiStr(), options, response)) return false;
+  body = response.body;
+  return true;
+}
+
+bool CryptClient::HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers,
+                           AnsiStr& answer) noexcept {
+  HttpResponse response;
+  if (!HttpRequest("POST", url, WithContentType(headers), body, HttpOptions(), response)) return false;
+  answer = response.body;
+  return true;
+}
+
+// The body goes from the transport to the file and never passes through memory here.
+bool CryptClient::HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers,
+                           const File& target) noexcept {
+  HttpResponse response;
+  response.targetFile = target.GetPath();
+  return HttpRequest("POST", url, WithContentType(headers), body, HttpOptions(), response);
+}
+
+}  // namespace OruKalvix

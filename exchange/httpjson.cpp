@@ -1,0 +1,85 @@
+#include "client/cryptcli.h"
+#include "client/tracing.h"
+#include "foundation/json.h"
+#include "foundation/stream.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::LineIterator;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+namespace {
+
+void TraceRequest(const AnsiStr& text) noexcept {
+  if (!OruGuiTrace::IsTraced(2)) return;
+  for (LineIterator lines(text); lines.ToNext();) {
+    CRYPTCLI_TRACE_STR(2, "CryptClient::HttpPost: request[%02u] = %s", lines.GetIndex(),
+                       lines.GetLine().GetText());
+  }
+}
+
+void TraceResponse(const AnsiStr& text) noexcept {
+  if (!OruGuiTrace::IsTraced(2)) return;
+  for (LineIterator lines(text); lines.ToNext();) {
+    CRYPTCLI_TRACE_STR(2, "CryptClient::ParseResponseJSON: response[%02u] = %s", lines.GetIndex(),
+                       lines.GetLine().GetText());
+  }
+}
+
+}  // namespace
+
+bool CryptClient::HttpGetJSON(const AnsiStr& url, const KVMap& headers, KVMap& object) noexcept {
+  AnsiStr body;
+  return HttpGet(url, headers, body) && ParseResponseJSON(body, object);
+}
+
+bool CryptClient::HttpPostJSON(const AnsiStr& url, const KVMap& request, const KVMap& headers,
+                               KVMap& object) noexcept {
+  AnsiStr text;
+  if (!CreateRequestJSON(request, text) || !HttpPost(url, text, headers, text)) return false;
+  if (text.IsEmpty()) {
+    object = KVMap();
+    return true;
+  }
+  return ParseResponseJSON(text, object);
+}
+
+bool CryptClient::HttpPostToFile(const AnsiStr& url, const KVMap& request, const KVMap& headers,
+                                 const AnsiStr& targetFile) noexcept {
+  AnsiStr text;
+  return CreateRequestJSON(request, text) && HttpPost(url, text, headers, File(targetFile));
+}
+
+// The text of a failed conversion is a format of its own: the parser's and the emitter's texts hold no input,
+// so no per-cent sign that a server chose gets here.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+bool CryptClient::CreateRequestJSON(const KVMap& object, AnsiStr& text) noexcept {
+  AnsiStr error;
+  if (!OruGuiBase::Val2JSON(Val(object), text, error, false, true)) {
+    SetError((AnsiStr("Could not convert object to JSON: ") + error).GetText());
+    return false;
+  }
+  TraceRequest(text);
+  return true;
+}
+
+bool CryptClient::ParseResponseJSON(const AnsiStr& text, KVMap& object) noexcept {
+  Val value;
+  AnsiStr error;
+  if (!OruGuiBase::JSON2Val(text, value, error)) {
+    SetError((AnsiStr("Could not parse response: ") + error).GetText());
+    TraceResponse(text);
+    return false;
+  }
+  TraceResponse(text);
+  object = value.AsMap();
+  return true;
+}
+
+#pragma GCC diagnostic pop
+
+}  // namespace OruKalvix

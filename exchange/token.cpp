@@ -1,0 +1,48 @@
+#include "client/cryptcli.h"
+#include "exchange/answer.h"
+#include "exchange/keyservercommand.h"
+#include "exchange/urlsegment.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+
+AnsiStr CryptClient::GetServiceUrl(const AnsiStr& first, const AnsiStr& second, const AnsiStr& third,
+                                   const AnsiStr& fourth) noexcept {
+  if (serviceUrl.IsEmpty()) {
+    SetError("Invalid URL");
+    return AnsiStr();
+  }
+  AnsiStr url = serviceUrl;
+  AppendSegment(url, "crypt");
+  for (const AnsiStr* segment : {&first, &second, &third, &fourth}) {
+    if (segment->IsEmpty()) break;
+    AppendSegment(url, *segment);
+  }
+  return url;
+}
+
+bool CryptClient::FetchAuthzToken(KeyServerCommand command, const AnsiStr& id, const KVMap& key) noexcept {
+  const AnsiStr url = GetServiceUrl("authztoken", id, AnsiStr(), AnsiStr());
+  if (url.IsEmpty()) return false;
+  KVMap request;
+  request.Set("keyserver", keyServerCursor.keyServerUrl);
+  request.Set("operation", GetRequestType(command));
+  if (!transaction.IsEmpty()) request.Set("transaction", transaction);
+  if (!key.IsEmpty()) request.Set("key", Val(key));
+  KVMap answer;
+  if (!HttpPostJSON(url, request, KVMap(), answer)) {
+    SetError("Could not get authorization token: %s", errorMessage.GetText());
+    return false;
+  }
+  authzToken = Answer(answer).String("authztoken");
+  if (authzToken.IsEmpty()) {
+    SetError("Invalid authorization token");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace OruKalvix

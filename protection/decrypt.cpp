@@ -1,0 +1,123 @@
+#include "client/cryptcli.h"
+#include "client/tracing.h"
+#include "exchange/answer.h"
+#include "exchange/functionref.h"
+#include "exchange/keyservercommand.h"
+#include "foundation/encoding.h"
+#include "protection/operationfile.h"
+#include "security/cmsmsg.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::Array;
+using OruGuiBase::Blob;
+using OruGuiBase::File;
+using OruGuiBase::KVMap;
+using OruGuiBase::PtrContainerQueue;
+using OruGuiBase::TempFile;
+using OruGuiBase::Val;
+using OruOssSec::CMSKeyTransRecipient;
+using OruOssSec::CMSMsg;
+
+namespace OruKalvix {
+
+bool CryptClient::KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& encryptedData,
+                                   AnsiStr& plainData) noexcept {
+  KVMap decryptionKey;
+  decryptionKey.Set("type", "wrappedKey");
+  decryptionKey.Set("encodedWrappedKey", wrappedKey);
+  Array<Val> encrypted;
+  encrypted.Append(Val(encryptedData));
+  KeyServerRequest request{KeyServerCommand::Decrypt, {}, room, {}};
+  request.payload.Set("type", GetRequestType(request.command));
+  request.payload.Set("decryptionKey", Val(decryptionKey));
+  request.payload.Set("algorithm", "RSAES-PKCS1-v1_5");
+  request.payload.Set("encryptedData", Val(encrypted));
+  return RunCommand(request, [&](const KVMap& payload) noexcept {
+    plainData = Answer(payload).FirstString("plainData");
+    if (!plainData.IsEmpty()) return true;
+    SetError("Could not decrypt document key: Invalid plainData");
+    return false;
+  });
+}
+
+bool CryptClient::LoadEnvelope(const File& source, CMSMsg& envelope,
+                               PtrContainerQueue<CMSKeyTransRecipient>& recipients) noexcept {
+  if (!envelope.Load(source)) return FailWithSystemError("Could not parse encrypted file");
+  if (envelope.GetType() != CMSMsg::Type::EnvelopedData) {
+    SetError("Invalid content type %s", envelope.GetTypeStr().GetText());
+    return false;
+  }
+  if (!envelope.GetRecipients(recipients))
+    return FailWithSystemError("Could not read encrypted content keys");
+  if (recipients.GetCount() != 1) {
+    SetError("Could not get encrypted content key");
+    return false;
+  }
+  return true;
+}
+
+bool CryptClient::FindRoomKey(const CMSKeyTransRecipient& recipient, RoomKey& roomKey) noexcept {
+  bool keyErrorFlag = false;  // A refusal reaches the caller of Decrypt as text alone.
+  if (!FetchRoomKey(roomKey, keyErrorFlag, recipient.issuer, recipient.serial)) return false;
+  if (roomKey.certificate.IsEmpty() || (roomKey.data.IsEmpty() && roomKey.key.IsEmpty())) {
+    CRYPTCLI_TRACE_STR(2, "CryptClient::Decrypt: room=[%s] keyid=[%s/%s]", roomKey.room.GetText(),
+                       recipient.serial.GetText(), recipient.issuer.GetText());
+    SetError("Could not find matching room key");
+    return false;
+  }
+  return true;
+}
+
+// A plain key takes precedence; otherwise a key server opens the content key, and nothing but that travels.
+bool CryptClient::UnlockEnvelope(const CMSKeyTransRecipient& recipient, const RoomKey& roomKey,
+                                 CMSMsg& envelope) noexcept {
+  if (!roomKey.key.IsEmpty()) {
+    return envelope.SetRecipientKey(roomKey.certificate, roomKey.key) ||
+           FailWithSystemError("Could not set recipient key");
+  }
+  const Blob& encryptedKey = recipient.encryptedKey;
+  const AnsiStr encrypted =
+      OruGuiBase::Binary2B64Str(encryptedKey.GetData(), encryptedKey.GetSize(), 0, "\r\n");
+  AnsiStr contentKey;
+  if (!KeyServerDecrypt(roomKey.data, encrypted, contentKey)) return false;
+  return envelope.SetContentKey(contentKey) || FailWithSystemError("Could not set content key");
+}
+
+// Sorts what the envelope held by its kind. Content that is no CMS message is plain content, not an error.
+bool CryptClient::DeliverContent(TempFile& content, const RoomKey& roomKey, const File& target,
+                                 bool& isSigned, bool& isVerified) noexcept {
+  CMSMsg inner;
+  const bool isMessage = inner.Load(content.GetFile());
+  if (isMessage && inner.GetType() == CMSMsg::Type::SignedData) {
+    isSigned = true;
+    return DeliverSigned(inner, roomKey, target, isVerified);
+  }
+  if (isMessage && inner.GetType() == CMSMsg::Type::DigestedData) {
+    return inner.GetContent(target) || FailWithSystemError("Could not read digested content");
+  }
+  if (!content.GetFile().Move(target, false)) {
+    SetError("Could not move temporary file");
+    return false;
+  }
+  content.GiveUp();
+  return true;
+}
+
+bool CryptClient::Decrypt(const File& source, const File& target, bool& isSigned, bool& isVerified) noexcept {
+  isSigned = false;
+  isVerified = false;
+  CMSMsg envelope;
+  PtrContainerQueue<CMSKeyTransRecipient> recipients;
+  if (!LoadEnvelope(source, envelope, recipients)) return false;
+  const CMSKeyTransRecipient& recipient = *recipients.GetFirst()->element;
+  RoomKey roomKey;
+  if (!FindRoomKey(recipient, roomKey) || !UnlockEnvelope(recipient, roomKey, envelope)) return false;
+  TempFile content;
+  if (!CreateTempFile(content, source.GetTail() + ".tmp", true)) {
+    return FailWithSystemError("Could not create temporary file");
+  }
+  if (!envelope.GetContent(content.GetFile())) return FailWithSystemError("Could not decrypt file");
+  return DeliverContent(content, roomKey, target, isSigned, isVerified);
+}
+
+}  // namespace OruKalvix

@@ -1,0 +1,88 @@
+#include "client/cryptcli.h"
+#include "exchange/urlsegment.h"
+#include "protection/attributes.h"
+#include "protection/operationfile.h"
+#include "security/cmsmsg.h"
+#include "security/cryptomessagesyntax.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::datetime;
+using OruGuiBase::File;
+using OruGuiBase::KVMap;
+using OruGuiBase::TempFile;
+using OruOssSec::CMSMsg;
+using OruOssSec::CryptoMessageSyntax;
+
+namespace OruKalvix {
+
+// The room's key, made anew when there is none that can be proven. A key that was just made and cannot be
+// proven fails the operation: there is no second attempt.
+bool CryptClient::PrepareRoomKey(RoomKey& roomKey, bool& keyErrorFlag) noexcept {
+  if (!FetchRoomKey(roomKey, keyErrorFlag, AnsiStr(), AnsiStr())) return false;
+  if (roomKey.IsUsableForEncryption() && !ValidateRoomKey(roomKey)) ClearRoomKey(roomKey);
+  return roomKey.IsUsableForEncryption() || CreateRoomKey(roomKey);
+}
+
+bool CryptClient::CreateRoomKey(RoomKey& roomKey) noexcept {
+  AnsiStr roomName;
+  ValArray certificates;
+  AnsiStr seqnr;
+  return FetchRoomCerts(roomName, certificates, seqnr) &&
+         KeyServerGenerateWrappedKey(roomName, certificates, roomKey) && UploadRoomKey(roomKey.data, seqnr) &&
+         ValidateRoomKey(roomKey);
+}
+
+// The group comes with the crypt service's answer, so this is asked after the key was had.
+bool CryptClient::CheckOrigin(const RoomKey& roomKey) noexcept {
+  const char* missing = serviceUrl.IsEmpty()     ? "Invalid URL"
+                        : roomKey.room.IsEmpty() ? "Invalid room"
+                        : group.IsEmpty()        ? "Invalid group"
+                                                 : nullptr;
+  if (missing != nullptr) SetError("%s", missing);
+  return missing == nullptr;
+}
+
+KVMap CryptClient::GetSignedAttributes(const RoomKey& roomKey) const noexcept {
+  AnsiStr roomUrl = serviceUrl;
+  AppendSegment(roomUrl, "mx");
+  AppendSegment(roomUrl, roomKey.room);
+  KVMap attributes;
+  attributes.Set(kGroupAttribute, group);
+  attributes.Set(kRoomAttribute, roomKey.room);
+  attributes.Set(kRoomUrlAttribute, roomUrl);
+  return attributes;
+}
+
+// Signs into a temporary file and wraps that into the target: the source has been read to its end before the
+// target is touched, so both may be the same file.
+bool CryptClient::WriteProtectedFile(const RoomKey& roomKey, const KVMap& attributes, const File& source,
+                                     const File& target) noexcept {
+  TempFile signedFile;
+  if (!CreateTempFile(signedFile, target.GetTail() + ".tmp", true)) {
+    return FailWithSystemError("Could not create temporary file");
+  }
+  datetime time;
+  GetKeyServerTime(time);
+  if (!CryptoMessageSyntax::Sign(source, signedFile.GetFile(), integrityKey.certificate, this, attributes,
+                                 &time)) {
+    return FailWithSystemError("Could not sign file");
+  }
+  CMSMsg envelope;
+  if (!envelope.CreateEnvelopedData(OruOssSec::CipherAlgorithm::AES256CBC)) {
+    return FailWithSystemError("Could not create enveloped data");
+  }
+  if (!envelope.AddRecipient(roomKey.certificate)) return FailWithSystemError("Could not add recipient");
+  return envelope.Save(CMSMsg::Format::BERStream, signedFile.GetFile(), target) ||
+         FailWithSystemError("Could not encrypt file");
+}
+
+bool CryptClient::Encrypt(const File& source, const File& target, bool& keyErrorFlag) noexcept {
+  keyErrorFlag = false;
+  RoomKey roomKey;
+  if (!PrepareRoomKey(roomKey, keyErrorFlag) || !CheckOrigin(roomKey)) return false;
+  const KVMap attributes = GetSignedAttributes(roomKey);
+  return KeyServerGetKey("integrity", AnsiStr(), integrityKey) &&
+         WriteProtectedFile(roomKey, attributes, source, target);
+}
+
+}  // namespace OruKalvix

@@ -1,0 +1,90 @@
+#include "client/cryptcli.h"
+#include "exchange/answer.h"
+#include "exchange/functionref.h"
+#include "exchange/keyservercommand.h"
+#include "foundation/encoding.h"
+#include "foundation/errorstate.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::Array;
+using OruGuiBase::Blob;
+using OruGuiBase::BlobConst;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+namespace {
+
+constexpr const char* kIntegrityAlgorithm = "RSASSA-PKCS1-v1_5-SHA-512";
+
+// Decodes base64 whose line ends do not count. The text's padding makes the first guess of the size too
+// large; the decoder tells the true one. On failure the bytes are emptied.
+bool DecodeBase64(const AnsiStr& text, Blob& bytes) noexcept {
+  std::uint32_t size = text.GetLength() * 6U / 8U;
+  std::uint8_t* data = bytes.Alloc(size);
+  if (!OruGuiBase::B64Str2Binary(text, data, size, "\r\n")) {
+    bytes.Clear();
+    return false;
+  }
+  bytes.Trunc(size);
+  return true;
+}
+
+AnsiStr EncodeBase64(const BlobConst& bytes) noexcept {
+  return OruGuiBase::Binary2B64Str(bytes.data, bytes.size, 0, "\r\n");
+}
+
+}  // namespace
+
+bool CryptClient::KeyServerSign(const KVMap& key, const AnsiStr& algorithm, const BlobConst& hash,
+                                Blob& signature) noexcept {
+  Array<Val> hashes;
+  hashes.Append(Val(EncodeBase64(hash)));
+  KeyServerRequest request{KeyServerCommand::Sign, {}, room, key};
+  request.payload.Set("type", GetRequestType(request.command));
+  request.payload.Set("signatureKey", Val(key));
+  request.payload.Set("algorithm", algorithm);
+  request.payload.Set("hashesToBeSigned", Val(hashes));
+  return RunCommand(request, [&](const KVMap& payload) noexcept {
+    const AnsiStr encoded = Answer(payload).FirstString("signedHashes");
+    if (encoded.IsEmpty()) {
+      SetError("Could not sign hash: Invalid signedHashes");
+      return false;
+    }
+    if (!DecodeBase64(encoded, signature)) {
+      SetError("Could not decode signedHashes");
+      return false;
+    }
+    return true;
+  });
+}
+
+// The security library that calls back knows nothing of this object's messages: both failures leave their
+// text in the error state, from where it reaches the message of the operation that signs.
+bool CryptClient::SignHash(const BlobConst& hash, Blob& signature) noexcept {
+  if (!integrityKey.IsUsable()) {
+    OruGuiBase::SetErrorMessage("Could not sign hash: Invalid integrity key");
+    return false;
+  }
+  const KVMap key = GetKeyHandle(integrityKey.id, integrityKey.subId);
+  if (!KeyServerSign(key, kIntegrityAlgorithm, hash, signature)) {
+    OruGuiBase::SetErrorMessage(errorMessage);
+    return false;
+  }
+  return true;
+}
+
+bool CryptClient::Sign(const KVMap& key, const AnsiStr& algorithm, const AnsiStr& hash,
+                       AnsiStr& signature) noexcept {
+  Blob bytes;
+  if (!DecodeBase64(hash, bytes)) {
+    SetError("Invalid base64 hash %s", hash.GetText());
+    return false;
+  }
+  Blob value;
+  if (!KeyServerSign(key, algorithm, bytes.View(), value)) return false;
+  signature = EncodeBase64(value.View());
+  return true;
+}
+
+}  // namespace OruKalvix

@@ -1,0 +1,59 @@
+#include "client/cryptcli.h"
+#include "exchange/answer.h"
+#include "exchange/functionref.h"
+#include "exchange/keyservercommand.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+
+bool CryptClient::ReadIntegrityKey(const KVMap& payload, const AnsiStr& id, IntegrityKey& key) noexcept {
+  const Answer answer(Answer(payload).Object("key"));
+  answer.String("type");  // Any value will do; one of another kind is worth a report.
+  key = IntegrityKey();
+  key.id = answer.String("id");
+  if (id.IsEmpty()) {
+    SetError("Could not get integrity certificate: Invalid id");
+    return false;
+  }
+  key.subId = answer.String("subId");
+  if (key.subId.IsEmpty()) {
+    SetError("Could not get integrity certificate: Invalid subId");
+    return false;
+  }
+  const AnsiStr certificate = answer.String("encodedCertificate");
+  if (certificate.IsEmpty()) {
+    SetError("Could not get integrity certificate: Invalid encodedCertificate");
+    return false;
+  }
+  return key.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text) ||
+         FailWithSystemError("Could not parse integrity certificate");
+}
+
+bool CryptClient::KeyServerGetKey(const AnsiStr& id, const AnsiStr& subId, IntegrityKey& key) noexcept {
+  KeyServerRequest request{KeyServerCommand::GetKey, {}, room, {}};
+  request.payload.Set("type", GetRequestType(request.command));
+  request.payload.Set("key", Val(GetKeyHandle(id, subId)));
+  request.payload.Set("representation", "certificate");
+  return RunCommand(request,
+                    [&](const KVMap& payload) noexcept { return ReadIntegrityKey(payload, id, key); });
+}
+
+bool CryptClient::FetchIntegrityCerts(const AnsiStr& ofGroup, ValArray& certificates,
+                                      const AnsiStr& digest) noexcept {
+  const AnsiStr url = GetServiceUrl("certlist", ofGroup, "integrity", digest);
+  if (url.IsEmpty()) return false;
+  KVMap request;
+  request.Set("keyserver", keyServerCursor.keyServerUrl);
+  KVMap answer;
+  if (!HttpPostJSON(url, request, KVMap(), answer)) {
+    SetError("Could not get integrity certificates: %s", errorMessage.GetText());
+    return false;
+  }
+  certificates = Answer(answer).List("integrity");
+  return true;
+}
+
+}  // namespace OruKalvix

@@ -1,0 +1,75 @@
+#include "client/cryptcli.h"
+#include "exchange/answer.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+namespace {
+
+// The one refusal of the crypt service that an application can tell from all others.
+constexpr const char* kKeyError = "QOB.1.1001.1.422645";
+
+KVMap KeyByCertificate(const AnsiStr& issuer, const AnsiStr& serial) noexcept {
+  KVMap id;
+  id.Set("issuer", issuer);
+  id.Set("serial", serial);
+  KVMap request;
+  request.Set("id", Val(id));
+  return request;
+}
+
+// Text that does not parse leaves its field empty: the caller then sees a room without a usable key, not an
+// error.
+void ReadRoomKey(const Answer& answer, RoomKey& roomKey) noexcept {
+  ClearRoomKey(roomKey);
+  roomKey.room = answer.String("room");
+  const AnsiStr certificate = answer.String("certificate");
+  if (!certificate.IsEmpty()) roomKey.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text);
+  roomKey.data = answer.String("data");
+  const AnsiStr plain = answer.String("plain");
+  if (!plain.IsEmpty()) roomKey.key.Load(plain, OruOssSec::ASN1::Encoding::Text);
+}
+
+}  // namespace
+
+// The key servers and how to talk to them are what the latest answer said, with no merging: what it leaves
+// out is emptied.
+void CryptClient::TakeConfiguration(const KVMap& object) noexcept {
+  const Answer answer(object);
+  group = answer.String("group");
+  SetKeyServer(answer.List("keyserver"));
+  SetStatusTimeout(answer.String("statustimeout"));
+  certAuth = answer.Flag("certauth");
+}
+
+bool CryptClient::FetchRoomKey(RoomKey& roomKey, bool& keyErrorFlag, const AnsiStr& issuer,
+                               const AnsiStr& serial) noexcept {
+  const AnsiStr url = GetServiceUrl("key", room, AnsiStr(), AnsiStr());
+  if (url.IsEmpty()) return false;
+  KVMap object;
+  const bool current = issuer.IsEmpty() && serial.IsEmpty();
+  if (!(current ? HttpGetJSON(url, KVMap(), object)
+                : HttpPostJSON(url, KeyByCertificate(issuer, serial), KVMap(), object))) {
+    SetError("Could not get room key: %s", errorMessage.GetText());
+    return false;
+  }
+  const Answer answer(object);
+  const AnsiStr errorId = answer.String("errorid");
+  const AnsiStr errorText = answer.String("errortext");
+  if (errorId == kKeyError) {
+    keyErrorFlag = true;
+    SetError("%s", errorText.GetText());
+    return false;
+  }
+  if (!errorId.IsEmpty() || !errorText.IsEmpty()) {
+    SetError("Could not get room key: %s", errorText.GetText());
+    return false;
+  }
+  ReadRoomKey(answer, roomKey);
+  TakeConfiguration(object);
+  return true;
+}
+
+}  // namespace OruKalvix

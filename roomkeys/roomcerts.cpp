@@ -1,0 +1,41 @@
+#include "client/cryptcli.h"
+#include "exchange/answer.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+
+namespace OruKalvix {
+
+bool CryptClient::FetchRoomCerts(AnsiStr& roomName, ValArray& certificates, AnsiStr& seqnr) noexcept {
+  const AnsiStr url = GetServiceUrl("certlist", room, AnsiStr(), AnsiStr());
+  if (url.IsEmpty()) return false;
+  KVMap request;
+  request.Set("keyserver", keyServerCursor.keyServerUrl);
+  KVMap object;
+  if (!HttpPostJSON(url, request, KVMap(), object)) {
+    SetError("Could not get room certificates: %s", errorMessage.GetText());
+    return false;
+  }
+  const Answer answer(object);
+  roomName = answer.String("room");
+  seqnr = answer.String("seqnr");
+  certificates = answer.List("certificates");
+  TakeConfiguration(object);
+  return true;
+}
+
+bool CryptClient::UploadRoomKey(const AnsiStr& key, const AnsiStr& seqnr) noexcept {
+  const AnsiStr url = GetServiceUrl("newkey", room, AnsiStr(), AnsiStr());
+  if (url.IsEmpty()) return false;
+  KVMap request;
+  request.Set("seqnr", seqnr);
+  request.Set("key", key);
+  KVMap unread;
+  if (!HttpPostJSON(url, request, KVMap(), unread)) {
+    SetError("Could not upload new room key: %s", errorMessage.GetText());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace OruKalvix

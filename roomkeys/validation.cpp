@@ -1,0 +1,104 @@
+#include "client/cryptcli.h"
+#include "client/tracing.h"
+#include "exchange/answer.h"
+#include "foundation/json.h"
+#include "roomkeys/certtext.h"
+#include "security/certstore.h"
+#include "security/cmsmsg.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::Blob;
+using OruGuiBase::datetime;
+using OruGuiBase::PtrContainerQueue;
+using OruGuiBase::Val;
+using OruOssSec::Certificate;
+using OruOssSec::CertStore;
+using OruOssSec::CertVerifyResult;
+
+namespace OruKalvix {
+
+// The wrapped key is a CMS message around a JSON object. Its own signature proves nothing here: the proof is
+// the two certificate chains.
+bool CryptClient::ReadInnerSigningCertificate(const AnsiStr& data, Certificate& certificate) noexcept {
+  OruOssSec::CMSMsg message;
+  if (!message.Load(data)) return FailWithSystemError("Could not parse room key");
+  Blob content;
+  if (!message.GetContent(content)) return FailWithSystemError("Could not extract room key content");
+  Val value;
+  AnsiStr error;
+  const AnsiStr text(reinterpret_cast<const char*>(content.GetData()), content.GetSize());
+  if (!OruGuiBase::JSON2Val(text, value, error)) {
+    SetError("Could not parse room key content: %s", error.GetText());
+    return false;
+  }
+  const AnsiStr encoded = Answer(value.AsMap()).String("encodedInnerSigningCertificate");
+  if (encoded.IsEmpty()) {
+    SetError("Invalid room key: Invalid encodedInnerSigningCertificate");
+    return false;
+  }
+  if (!certificate.Load(encoded, OruOssSec::ASN1::Encoding::Text)) {
+    SetError("Invalid room key: Could not parse encodedInnerSigningCertificate");
+    return false;
+  }
+  return true;
+}
+
+bool CryptClient::LoadRootsAndIntermediates(const AnsiStr& text, CertStore& store) noexcept {
+  return store.Load(text, nullptr) ||
+         FailWithSystemError("Could not parse list of root and intermediate CA certificates");
+}
+
+bool CryptClient::LoadTrustedIssuers(const AnsiStr& text, CertStore& store, unsigned int* count) noexcept {
+  return store.Load(text, count) ||
+         FailWithSystemError("Could not parse list of trusted issuing certificates");
+}
+
+// The room key's certificate has to be issued by the inner signing certificate directly: a chain to the lists
+// by any other way does not count, however good it is.
+bool CryptClient::VerifyRoomKeyChain(const RoomKey& roomKey, const Certificate& inner, const CertStore& store,
+                                     const datetime& time) noexcept {
+  PtrContainerQueue<Certificate> chain;
+  const CertVerifyResult result = roomKey.certificate.VerifyChain(store, &chain, false, true, time, false);
+  if (result.code != 0) {
+    SetError("Could not verify room key certificate chain: %s", result.GetResultString().GetText());
+    return false;
+  }
+  for (auto* node = chain.GetFirst(); node != nullptr; node = node->next) {
+    CRYPTCLI_TRACE_STR(2, "CryptClient::ValidateRoomKey: certchain = %s",
+                       GetCertSubject(*node->element).GetText());
+  }
+  const Certificate* issuer = chain.Get(1);
+  if (issuer == nullptr || issuer->IsEmpty()) {
+    SetError("Could not verify room key: Invalid issuer");
+    return false;
+  }
+  if (Certificate::Compare(*issuer, inner) != 0) {
+    SetError("Could not verify room key: Unexpected issuer");
+    return false;
+  }
+  return true;
+}
+
+bool CryptClient::ValidateRoomKey(const RoomKey& roomKey) noexcept {
+  Certificate inner;
+  if (!ReadInnerSigningCertificate(roomKey.data, inner)) return false;
+  AnsiStr certStore;
+  AnsiStr trustStore;
+  if (!KeyServerGetCertStore(certStore) || !KeyServerGetTrustStore(trustStore)) return false;
+  CertStore store;
+  if (!LoadRootsAndIntermediates(certStore, store) || !LoadTrustedIssuers(trustStore, store, nullptr))
+    return false;
+  if (!KeyServerConnect()) return false;
+  datetime time;
+  GetKeyServerTime(time);
+  const CertVerifyResult issuer = inner.VerifyChain(store, nullptr, false, false, time, false);
+  if (issuer.code != 0) {
+    SetError("Could not verify room key issuer certificate chain: %s", issuer.GetResultString().GetText());
+    return false;
+  }
+  // Trusted as an issuer only now that the lists have accepted it by themselves.
+  if (!store.Add(inner)) return FailWithSystemError("Could not add inner signing certificate to store");
+  return VerifyRoomKeyChain(roomKey, inner, store, time);
+}
+
+}  // namespace OruKalvix
