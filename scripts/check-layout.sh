@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# Checks what the compiler does not: folders include downwards only, public headers stand alone and show no OpenSSL,
+# no JSON engine and no curl, and each engine stays in its one folder.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+failures=0
+fail() { echo "layout: $*" >&2; failures=$((failures + 1)); }
+
+# Folder, and the folders that it may include.
+declare -A allowed=(
+  [foundation]="foundation"
+  [security]="security foundation"
+  [roomkeys]="roomkeys exchange client security foundation"
+  [exchange]="exchange client roomkeys security foundation"
+  [protection]="protection roomkeys exchange client security foundation"
+  [client]="client exchange roomkeys security foundation"
+  [transport]="transport client exchange roomkeys security foundation"
+  [stand]="stand security foundation"
+  [tools]="tools transport client exchange roomkeys security foundation"
+  [examples]="transport client exchange roomkeys security foundation"
+)
+# Headers reach only downwards: among the rooms of the class, just the chief header may draw on the others.
+declare -A allowed_in_headers=(
+  [exchange]="exchange foundation"
+  [roomkeys]="roomkeys security foundation"
+  [protection]="protection roomkeys security foundation"
+)
+
+includes() { sed -nE 's|^ *# *include "([a-z]+)/.*|\1|p' "$1" | sort -u; }
+
+check_direction() { # file, folders that it may include
+  local folder
+  for folder in $(includes "$1"); do
+    [[ " $2 " == *" $folder "* ]] || fail "$1 includes $folder/"
+  done
+}
+
+for folder in "${!allowed[@]}"; do
+  while IFS= read -r file; do
+    rule=${allowed[$folder]}
+    if [[ $file == *.h && -n ${allowed_in_headers[$folder]:-} ]]; then rule=${allowed_in_headers[$folder]}; fi
+    check_direction "$file" "$rule"
+  done < <(find "$folder" -name '*.h' -o -name '*.cpp')
+done
+
+# An engine and where it may be included.
+check_engine() { # pattern, allowed files as a regular expression
+  local file
+  while IFS= read -r file; do
+    [[ $file =~ $2 ]] || fail "$file includes $1"
+  done < <(grep -rlE "^ *# *include <$1" --include='*.h' --include='*.cpp' \
+    foundation security client exchange roomkeys protection transport stand tools examples)
+}
+check_engine 'openssl/' '^(security/.*\.cpp|security/(openssl_|cms_|ber_)[a-z_]*\.h|stand/.*)$'
+check_engine 'boost/' '^foundation/json[a-z_]*\.cpp$'
+check_engine 'curl/' '^transport/.*\.cpp$|^transport/curl_[a-z]*\.h$'
+check_engine 'httplib' '^stand/.*'
+check_engine 'sqlite3' '^stand/.*'
+check_engine 'CLI/' '^(tools|stand)/.*'
+
+# The headers that are installed.
+public_headers() {
+  find foundation client roomkeys -name '*.h'
+  find exchange -name 'icryptclienthttp.h' -o -name 'keyservercursor.h'
+  find security -name '*.h'
+  find transport -name '*.h'
+}
+private_header() { grep -q '^// Private to' "$1"; }
+
+for header in $(public_headers); do
+  if private_header "$header"; then continue; fi
+  if grep -nE '^ *# *include <(openssl|boost|curl)/' "$header"; then fail "$header shows an engine"; fi
+  echo "#include \"$header\"" | ${CXX:-g++} -std=c++20 -Wall -Wextra -I. -fsyntax-only -x c++ - 2>/dev/null ||
+    fail "$header does not stand alone"
+done
+
+if [ "$failures" -gt 0 ]; then echo "layout: $failures failures" >&2; exit 1; fi
+echo "layout: clean"
