@@ -1,0 +1,23 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include "foundation/ansistr.h"
+
+namespace OruKalvix {
+
+/// What is known of a failed exchange.
+struct CurlFailure {
+  CURL* handle = nullptr;
+  CURLcode code = CURLE_OK;
+  const char* detail = "";        ///< libcurl's own words; may be empty
+  OruGuiBase::AnsiStr authority;  ///< "host:port" of the URL
+  OruGuiBase::AnsiStr sinkError;  ///< why the answer could not be taken; empty when it could
+  bool viaProxy = false;
+  bool mayBeCarriedOut = false;  ///< a kept connection broke after the whole request was sent
+};
+
+/// The failure as one sentence with the host in it.
+OruGuiBase::AnsiStr DescribeFailure(const CurlFailure& failure);
+
+}  // namespace OruKalvix

@@ -1,0 +1,271 @@
+#include "transport/exchange.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <new>
+
+#include "transport/curlerror.h"
+#include "transport/sigpipeguard.h"
+
+namespace OruKalvix {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace {
+
+constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
+constexpr long kMaxConnections = 8;     // one handle talks to the crypt service and a few key servers
+constexpr long kMaxConnectionAge = 60;  // seconds; older ones have often been closed by the other side
+constexpr long kKeepAliveSeconds = 60;  // so that a dead peer shows although no timeout is set
+constexpr const char* kUserAgent = "cryptcli/" CRYPTCLI_VERSION;
+
+std::int64_t NowMs() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+}  // namespace
+
+CurlExchange::CurlExchange(const CurlSettings& settings, HandlePool& pool) noexcept
+    : settings_(settings), sink_(settings.options.maxBody), handle_(nullptr, HandlePool::Returner{&pool}) {}
+
+template <class Value>
+void CurlExchange::Set(CURLoption option, Value value) {
+  const CURLcode code = curl_easy_setopt(handle_.get(), option, value);
+  // Every option used exists in the libcurl that the build demands; what is left is memory.
+  if (code != CURLE_OK) throw std::bad_alloc();
+}
+
+bool CurlExchange::Run(const AnsiStr& method, const AnsiStr& url, const KVMap& headers, const AnsiStr& body,
+                       const HttpOptions& options, HttpResponse& response) {
+  body_ = body;
+  if (!Prepare(method, url, headers, response.errorText)) return false;
+  handle_ = handle_.get_deleter().pool->Take();
+  SetRoute(url);
+  SetTrust();
+  SetRequest();
+  if (!response.targetFile.IsEmpty() && !sink_.OpenFile(response.targetFile)) {
+    response.errorText = GetFailure(CURLE_WRITE_ERROR);
+    return false;
+  }
+  const CURLcode code = Perform(options);
+  if (code == CURLE_OK && TakeAnswer(response)) return true;
+  response.errorText = GetFailure(code != CURLE_OK ? code : CURLE_WRITE_ERROR);
+  return false;
+}
+
+bool CurlExchange::Prepare(const AnsiStr& method, const AnsiStr& url, const KVMap& headers,
+                           AnsiStr& errorText) {
+  if (!ParseUrl(url, target_, errorText)) return false;
+  isPost_ = method == "POST";
+  if (!isPost_ && !(method == "GET")) {
+    errorText = "Invalid method: only GET and POST are supported";
+    return false;
+  }
+  if (!isPost_ && !body_.IsEmpty()) {
+    errorText = "Invalid request: a GET has no body";
+    return false;
+  }
+  HeaderList list;
+  if (!list.Add(settings_.options.headers, errorText) || !AddCredentials(method, url, list, errorText) ||
+      !list.Add(headers, errorText)) {
+    return false;
+  }
+  lines_ = list.MakeLines();
+  if (!list.Has("Expect")) AppendLine(lines_, "Expect:");  // no round trip before a body of some length
+  if (isPost_ && !list.Has("Content-Type"))
+    AppendLine(lines_, "Content-Type:");  // libcurl would claim a form
+  return true;
+}
+
+bool CurlExchange::AddCredentials(const AnsiStr& method, const AnsiStr& url, HeaderList& list,
+                                  AnsiStr& errorText) const {
+  const CredentialCallback& ask = settings_.options.credentials;
+  if (!ask || !IsAtOrBelow(settings_.service, target_)) return true;
+  KVMap headers;
+  AnsiStr reason;
+  bool given = false;
+  try {
+    given = ask(method, url, headers, reason);
+  } catch (const std::exception& failure) {
+    reason = failure.what();
+  }
+  if (given) return list.Add(headers, errorText);
+  errorText = AnsiStr("Could not get credentials for ") + target_.GetAuthority();
+  if (!reason.IsEmpty()) errorText += AnsiStr(": ") + reason;
+  return false;
+}
+
+void CurlExchange::SetRoute(const AnsiStr& url) {
+  const CryptClientCurlOptions& options = settings_.options;
+  Set(CURLOPT_ERRORBUFFER, detail_);
+  Set(CURLOPT_URL, url.GetText());
+  Set(CURLOPT_PATH_AS_IS, 1L);
+  Set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
+  Set(CURLOPT_PROTOCOLS_STR, "http,https");
+  Set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  Set(CURLOPT_FOLLOWLOCATION, 0L);
+  // The empty texts keep libcurl from taking either out of the environment.
+  Set(CURLOPT_PROXY, options.proxy.GetText());
+  Set(CURLOPT_NOPROXY, "");
+  Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  Set(CURLOPT_NOSIGNAL, 1L);
+  // One handle has one exchange at a time, so that several streams on a connection would gain nothing.
+  Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  Set(CURLOPT_MAXCONNECTS, kMaxConnections);
+  Set(CURLOPT_MAXAGE_CONN, kMaxConnectionAge);
+  Set(CURLOPT_TCP_KEEPALIVE, 1L);
+  Set(CURLOPT_TCP_KEEPIDLE, kKeepAliveSeconds);
+  Set(CURLOPT_TCP_KEEPINTVL, kKeepAliveSeconds);
+}
+
+void CurlExchange::SetTrust() {
+  const CryptClientCurlOptions& options = settings_.options;
+  Set(CURLOPT_SSL_VERIFYPEER, 1L);
+  Set(CURLOPT_SSL_VERIFYHOST, 2L);
+  Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  if (!options.caFile.IsEmpty()) {
+    Set(CURLOPT_CAINFO, options.caFile.GetText());
+    Set(CURLOPT_PROXY_CAINFO, options.caFile.GetText());
+    // Otherwise the system's directory would still be trusted beside the file.
+    Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    Set(CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
+  }
+  if (options.clientCertificate.IsEmpty()) return;
+  Set(CURLOPT_SSLCERT, options.clientCertificate.GetText());
+  if (!options.clientKey.IsEmpty()) Set(CURLOPT_SSLKEY, options.clientKey.GetText());
+  // Given even when it is empty: without one the TLS library would ask at the terminal.
+  Set(CURLOPT_KEYPASSWD, options.clientKeyPassword.GetText());
+}
+
+void CurlExchange::SetRequest() {
+  Set(CURLOPT_HTTPHEADER, lines_.get());
+  Set(CURLOPT_USERAGENT, kUserAgent);
+  Set(CURLOPT_HEADERFUNCTION, &CurlExchange::OnHeader);
+  Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
+  Set(CURLOPT_WRITEFUNCTION, &CurlExchange::OnBody);
+  Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
+  if (!isPost_) {
+    Set(CURLOPT_HTTPGET, 1L);
+    return;
+  }
+  // The body goes through a callback, because libcurl has to come back through OnSeek when it wants to send
+  // it a second time: with the body in its own hands it would repeat any request that a closed connection
+  // left without an answer.
+  Set(CURLOPT_POST, 1L);
+  Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.GetLength()));
+  Set(CURLOPT_READFUNCTION, &CurlExchange::OnRead);
+  Set(CURLOPT_READDATA, static_cast<void*>(this));
+  Set(CURLOPT_SEEKFUNCTION, &CurlExchange::OnSeek);
+  Set(CURLOPT_SEEKDATA, static_cast<void*>(this));
+  // Without a body there is nothing to ask back for, so only a new connection keeps libcurl from repeating.
+  if (body_.IsEmpty()) Set(CURLOPT_FRESH_CONNECT, 1L);
+}
+
+void CurlExchange::SetTimeouts(const HttpOptions& options, std::int64_t elapsedMs) {
+  constexpr std::int64_t kLongest = 0x7FFFFFFF;
+  if (options.useTimeouts && options.timeouts[0] != 0) {
+    Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(std::min<std::int64_t>(options.timeouts[0], kLongest)));
+  }
+  if (options.useTimeouts && options.timeouts[2] != 0) {
+    const std::int64_t left = std::max<std::int64_t>(options.timeouts[2] - elapsedMs, 1);
+    Set(CURLOPT_TIMEOUT_MS, static_cast<long>(std::min(left, kLongest)));
+  }
+  if (settings_.options.stallSeconds == 0) return;
+  Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+  Set(CURLOPT_LOW_SPEED_TIME,
+      static_cast<long>(std::min<std::int64_t>(settings_.options.stallSeconds, kLongest)));
+}
+
+CURLcode CurlExchange::Perform(const HttpOptions& options) {
+  const SigPipeGuard guard;
+  const std::int64_t start = NowMs();
+  SetTimeouts(options, 0);
+  CURLcode code = curl_easy_perform(handle_.get());
+  if (!MayRepeat(code)) return code;
+  bodyRead_ = 0;
+  headerBytes_ = 0;
+  refusedRewind_ = false;
+  SetTimeouts(options, NowMs() - start);
+  Set(CURLOPT_FRESH_CONNECT, 1L);
+  return curl_easy_perform(handle_.get());
+}
+
+// libcurl repeats a GET by itself in most of these cases; here are the ones that it gives up.
+bool CurlExchange::MayRepeat(CURLcode code) const {
+  const bool broken = code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR || code == CURLE_GOT_NOTHING ||
+                      code == CURLE_SEND_FAIL_REWIND;
+  long connects = 0;
+  curl_easy_getinfo(handle_.get(), CURLINFO_NUM_CONNECTS, &connects);
+  return broken && connects == 0 && headerBytes_ == 0 && !(isPost_ && WasSentWhole());
+}
+
+bool CurlExchange::WasSentWhole() const {
+  curl_off_t sent = 0;
+  curl_easy_getinfo(handle_.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
+  return sent >= static_cast<curl_off_t>(body_.GetLength());
+}
+
+bool CurlExchange::TakeAnswer(HttpResponse& response) {
+  if (!sink_.Finish()) return false;
+  long status = 0;
+  curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
+  KVMap headers;
+  curl_header* header = nullptr;
+  while ((header = curl_easy_nextheader(handle_.get(), CURLH_HEADER, -1, header)) != nullptr) {
+    if (!headers.Set(header->name, header->value)) throw std::bad_alloc();
+  }
+  response.status = static_cast<std::uint32_t>(status);
+  response.headers = headers;
+  response.body = sink_.TakeBody();
+  return true;
+}
+
+AnsiStr CurlExchange::GetFailure(CURLcode code) const {
+  CurlFailure failure;
+  failure.handle = handle_.get();
+  failure.code = code;
+  failure.detail = detail_;
+  failure.authority = target_.GetAuthority();
+  failure.sinkError = sink_.GetError().IsEmpty() ? limitError_ : sink_.GetError();
+  failure.viaProxy = !settings_.options.proxy.IsEmpty();
+  failure.mayBeCarriedOut = refusedRewind_;
+  return DescribeFailure(failure);
+}
+
+std::size_t CurlExchange::OnRead(char* buffer, std::size_t one, std::size_t size, void* self) noexcept {
+  CurlExchange& exchange = *static_cast<CurlExchange*>(self);
+  const std::size_t left = exchange.body_.GetLength() - exchange.bodyRead_;
+  const std::size_t count = std::min(one * size, left);
+  std::memcpy(buffer, exchange.body_.GetText() + exchange.bodyRead_, count);
+  exchange.bodyRead_ += static_cast<std::uint32_t>(count);
+  return count;
+}
+
+int CurlExchange::OnSeek(void* self, curl_off_t offset, int origin) noexcept {
+  CurlExchange& exchange = *static_cast<CurlExchange*>(self);
+  if (offset != 0 || origin != SEEK_SET || exchange.bodyRead_ >= exchange.body_.GetLength()) {
+    exchange.refusedRewind_ = true;
+    return CURL_SEEKFUNC_FAIL;
+  }
+  exchange.bodyRead_ = 0;
+  return CURL_SEEKFUNC_OK;
+}
+
+std::size_t CurlExchange::OnHeader(char*, std::size_t one, std::size_t size, void* self) noexcept {
+  CurlExchange& exchange = *static_cast<CurlExchange*>(self);
+  exchange.headerBytes_ += one * size;
+  if (exchange.headerBytes_ <= kMaxHeaderBytes) return one * size;
+  exchange.limitError_ = "its headers are longer than 262144 bytes";
+  return 0;
+}
+
+std::size_t CurlExchange::OnBody(char* data, std::size_t one, std::size_t size, void* self) noexcept {
+  return static_cast<CurlExchange*>(self)->sink_.Put(data, one * size) ? one * size : 0;
+}
+
+}  // namespace OruKalvix
