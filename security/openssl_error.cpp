@@ -1,0 +1,73 @@
+#include <openssl/err.h>
+
+#include "foundation/ansistr.h"
+#include "foundation/errorstate.h"
+#include "security/openssl_handles.h"
+
+namespace OruOssSec {
+namespace {
+
+using OruGuiBase::AnsiStr;
+
+struct QueuedError {
+  unsigned long code = 0;
+  const char* data = "";
+  int flags = 0;
+};
+
+// The entry names only the layer that passed a failure on, or says that there is one further down.
+bool IsPassedOn(unsigned long code) {
+  const int reason = ERR_GET_REASON(code);
+  return reason == ERR_R_NESTED_ASN1_ERROR ||
+         ((reason & ERR_RFLAG_COMMON) != 0 && (reason & 0xFF) == reason - ERR_RFLAG_COMMON);
+}
+
+// Higher says more: what the system or the allocator refused, then reasons particular to a library, then
+// those that all libraries share, such as "unsupported". 0 says nothing.
+int Rank(unsigned long code) {
+  if (ERR_SYSTEM_ERROR(code) || ERR_GET_REASON(code) == ERR_R_MALLOC_FAILURE) return 3;
+  if (ERR_reason_error_string(code) == nullptr || IsPassedOn(code)) return 0;
+  return (ERR_GET_REASON(code) & ERR_RFLAG_COMMON) != 0 ? 1 : 2;
+}
+
+// The queue holds the innermost error first; among equals that is the cause.
+QueuedError TakeMostUseful() {
+  QueuedError best;
+  QueuedError next;
+  while ((next.code = ERR_get_error_all(nullptr, nullptr, nullptr, &next.data, &next.flags)) != 0) {
+    const int least = best.code != 0 ? Rank(best.code) : 0;
+    if (Rank(next.code) > least) best = next;
+  }
+  return best;
+}
+
+// A shared reason needs OpenSSL's remark to say what it is about.
+AnsiStr Describe(const QueuedError& error) {
+  AnsiStr text(ERR_reason_error_string(error.code));
+  if (Rank(error.code) == 1 && (error.flags & ERR_TXT_STRING) != 0 && error.data[0] != '\0') {
+    text += ": ";
+    text += error.data;
+  }
+  return text;
+}
+
+}  // namespace
+
+bool FailWith(const char* reason) noexcept {
+  if (OruGuiBase::GetLastError() == 0) OruGuiBase::SetErrorMessage(reason);
+  return false;
+}
+
+bool FailWithOpenSSL(const char* fallback) noexcept {
+  if (OruGuiBase::GetLastError() != 0) return false;
+  const QueuedError error = TakeMostUseful();
+  if (error.code == 0) return FailWith(fallback);
+  if (ERR_SYSTEM_ERROR(error.code)) {
+    OruGuiBase::SetLastError(static_cast<std::uint32_t>(ERR_GET_REASON(error.code)));
+  } else {
+    OruGuiBase::SetErrorMessage(Describe(error));
+  }
+  return false;
+}
+
+}  // namespace OruOssSec
