@@ -1,0 +1,80 @@
+#include "bench/process.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace Bench {
+namespace {
+
+double Seconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+[[noreturn]] void Execute(const std::vector<std::string>& command, int output) {
+  ::dup2(output, STDOUT_FILENO);
+  std::vector<char*> words;
+  for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  ::execvp(words[0], words.data());
+  ::_exit(127);
+}
+
+}  // namespace
+
+Usage RunProcess(const std::vector<std::string>& command) {
+  Usage usage;
+  int ends[2];
+  if (::pipe(ends) != 0) return usage;
+  const auto begin = std::chrono::steady_clock::now();
+  const pid_t child = ::fork();
+  if (child == 0) Execute(command, ends[1]);
+  ::close(ends[1]);
+  char piece[4096];
+  for (ssize_t got; (got = ::read(ends[0], piece, sizeof piece)) > 0;) {
+    usage.output.append(piece, static_cast<std::size_t>(got));
+  }
+  ::close(ends[0]);
+  int status = 0;
+  rusage resources{};
+  if (::wait4(child, &status, 0, &resources) != child) return usage;
+  const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - begin;
+  usage.cpuSeconds = Seconds(resources.ru_utime) + Seconds(resources.ru_stime);
+  usage.wallSeconds = wall.count();
+  usage.peakKiB = resources.ru_maxrss;
+  usage.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  return usage;
+}
+
+double OwnCpuSeconds() {
+  timespec time{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+long OwnPeakKiB() {
+  rusage resources{};
+  ::getrusage(RUSAGE_SELF, &resources);
+  return resources.ru_maxrss;
+}
+
+void WarmMemory(std::size_t bytes) {
+  void* memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) return;
+  std::memset(memory, 1, bytes);
+  ::munmap(memory, bytes);
+}
+
+double Median(std::vector<double> values) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  const std::size_t middle = values.size() / 2;
+  return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+}  // namespace Bench
