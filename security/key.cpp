@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "security/openssl_handles.h"
+#include "security/rsakey.h"
 #include "security/textform.h"
 
 namespace OruOssSec {
@@ -20,16 +21,23 @@ bool IsUsedUp(const BlobConst& bytes, const unsigned char* position) {
   return position == bytes.data + bytes.size;
 }
 
+// RSA keys, the kind that opens messages, are read in a way that leaves no copies behind.
 KeyPtr DecodePKCS8(const BlobConst& bytes) {
   const unsigned char* position = bytes.data;
   const PKCS8Ptr info(d2i_PKCS8_PRIV_KEY_INFO(nullptr, &position, static_cast<long>(bytes.size)));
   if (info == nullptr || !IsUsedUp(bytes, position)) return nullptr;
+  const ASN1_OBJECT* algorithm = nullptr;
+  BlobConst inner;
+  int size = 0;
+  if (PKCS8_pkey_get0(&algorithm, &inner.data, &size, nullptr, info.get()) != 1) return nullptr;
+  inner.size = static_cast<std::uint32_t>(size);
+  if (OBJ_obj2nid(algorithm) == NID_rsaEncryption) return DecodeRSAPrivateKey(inner);
   return KeyPtr(EVP_PKCS82PKEY(info.get()));
 }
 
-KeyPtr DecodeTraditional(int type, const BlobConst& bytes) {
+KeyPtr DecodeECPrivateKey(const BlobConst& bytes) {
   const unsigned char* position = bytes.data;
-  KeyPtr key(d2i_PrivateKey(type, nullptr, &position, static_cast<long>(bytes.size)));
+  KeyPtr key(d2i_PrivateKey(EVP_PKEY_EC, nullptr, &position, static_cast<long>(bytes.size)));
   if (key == nullptr || !IsUsedUp(bytes, position)) return nullptr;
   return key;
 }
@@ -47,14 +55,14 @@ KeyPtr DecodeUnlabelled(const BlobConst& bytes) {
     return nullptr;
   }
   if (KeyPtr key = DecodePKCS8(bytes)) return key;
-  if (KeyPtr key = DecodeTraditional(EVP_PKEY_RSA, bytes)) return key;
-  return DecodeTraditional(EVP_PKEY_EC, bytes);
+  if (KeyPtr key = DecodeRSAPrivateKey(bytes)) return key;
+  return DecodeECPrivateKey(bytes);
 }
 
 KeyPtr DecodeLabelled(std::string_view label, const BlobConst& bytes) {
   if (label == "PRIVATE KEY") return DecodePKCS8(bytes);
-  if (label == "RSA PRIVATE KEY") return DecodeTraditional(EVP_PKEY_RSA, bytes);
-  if (label == "EC PRIVATE KEY") return DecodeTraditional(EVP_PKEY_EC, bytes);
+  if (label == "RSA PRIVATE KEY") return DecodeRSAPrivateKey(bytes);
+  if (label == "EC PRIVATE KEY") return DecodeECPrivateKey(bytes);
   FailWith(label == "ENCRYPTED PRIVATE KEY" ? kEncrypted : "The PEM text is not a private key");
   return nullptr;
 }

@@ -95,9 +95,13 @@ bool TextObjectReader::ReadPlain(TextObject& object) noexcept {
   return DecodeBase64({start, static_cast<std::size_t>(end - start)}, object.bytes);
 }
 
-TextObjectReader::Step TextObjectReader::Next(TextObject& object) noexcept {
+bool TextObjectReader::IsAtEnd() noexcept {
   SkipWhite(rest_);
-  if (rest_.empty()) return Step::End;
+  return rest_.empty();
+}
+
+TextObjectReader::Step TextObjectReader::Next(TextObject& object) noexcept {
+  if (IsAtEnd()) return Step::End;
   const bool read = rest_.starts_with(kBegin) ? ReadBlock(object) : ReadPlain(object);
   return read ? Step::Object : Step::Failure;
 }
@@ -111,8 +115,7 @@ bool ReadSingleObject(std::string_view text, TextObject& object) noexcept {
   }
   TextObjectReader reader(text);
   if (reader.Next(object) != TextObjectReader::Step::Object) return false;
-  TextObject second;
-  return reader.Next(second) == TextObjectReader::Step::End || FailWith("There is text after the PEM text");
+  return reader.IsAtEnd() || FailWith("There is text after the PEM text");
 }
 
 bool NameToText(const X509_NAME* name, AnsiStr& text) noexcept {

@@ -26,6 +26,8 @@ class TextObjectReader {
 
   explicit TextObjectReader(std::string_view text) noexcept : rest_(text) {}
   Step Next(TextObject& object) noexcept;
+  /// Whether there is nothing but white space any more.
+  bool IsAtEnd() noexcept;
 
  private:
   bool ReadBlock(TextObject& object) noexcept;
