@@ -1,0 +1,142 @@
+#include "security/cms_skeleton.h"
+
+#include "security/ber_walker.h"
+#include "security/cms_types.h"
+
+namespace OruOssSec {
+
+namespace {
+
+// The OID of a content type, contents octets alone.
+bool TakeOid(BerWalker& walker, BerBuffer& oid) noexcept {
+  if (!walker.TakeContents(kObjectIdentifier, oid)) return false;
+  return (!oid.IsEmpty() && oid.GetSize() <= CmsSkeleton::kMaxOid) ||
+         FailWith("A content type of the message is no object identifier");
+}
+
+// EncapsulatedContentInfo (5.2).
+bool ReadEncapsulated(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Enter(kSequence);
+  walker.Take(kObjectIdentifier, skeleton.inner);
+  skeleton.hasContent = walker.Is(kContext0);
+  if (skeleton.hasContent) {
+    walker.Enter(kContext0);
+    walker.SkipOctets(kOctetString, skeleton.content);
+    walker.Leave();
+  }
+  return walker.Leave();
+}
+
+// EncryptedContentInfo (6.1).
+bool ReadEncrypted(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Enter(kSequence);
+  walker.Take(kObjectIdentifier, skeleton.inner);
+  walker.Take(kSequence, skeleton.inner);
+  skeleton.hasContent = !walker.IsAtEnd();
+  if (skeleton.hasContent) walker.SkipOctets(kContext0Primitive, skeleton.content);
+  return walker.Leave();
+}
+
+bool ReadSigned(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Take(kInteger, skeleton.before);
+  walker.Take(kSet, skeleton.before);
+  ReadEncapsulated(walker, skeleton);
+  if (walker.Is(kContext0)) walker.Take(kContext0, skeleton.after);
+  if (walker.Is(kContext1)) walker.Take(kContext1, skeleton.after);
+  return walker.Take(kSet, skeleton.after);
+}
+
+bool ReadEnveloped(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Take(kInteger, skeleton.before);
+  if (walker.Is(kContext0)) walker.Take(kContext0, skeleton.before);
+  walker.Take(kSet, skeleton.before);
+  ReadEncrypted(walker, skeleton);
+  return !walker.Is(kContext1) || walker.Take(kContext1, skeleton.after);
+}
+
+bool ReadDigested(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Take(kInteger, skeleton.before);
+  walker.Take(kSequence, skeleton.before);
+  ReadEncapsulated(walker, skeleton);
+  return walker.Take(kOctetString, skeleton.after);
+}
+
+bool ReadBody(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Enter(kSequence);
+  if (skeleton.type == CMSMsg::Type::SignedData) {
+    ReadSigned(walker, skeleton);
+  } else if (skeleton.type == CMSMsg::Type::EnvelopedData) {
+    ReadEnveloped(walker, skeleton);
+  } else {
+    ReadDigested(walker, skeleton);
+  }
+  return walker.Leave();
+}
+
+bool IsReadable(CMSMsg::Type type) noexcept {
+  return type == CMSMsg::Type::SignedData || type == CMSMsg::Type::EnvelopedData ||
+         type == CMSMsg::Type::DigestedData;
+}
+
+}  // namespace
+
+bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
+  BerReader reader(source);
+  BerWalker walker(reader);
+  if (!walker.Enter(kSequence) || !TakeOid(walker, skeleton.oid)) return false;
+  skeleton.type = FindContentType(skeleton.oid);
+  walker.Enter(kContext0);
+  if (IsReadable(skeleton.type)) {
+    ReadBody(walker, skeleton);
+  } else {
+    walker.SkipAny();
+  }
+  walker.Leave();
+  walker.Leave();
+  return walker.Finish();
+}
+
+bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcept {
+  unsigned char* der = nullptr;
+  const int size = i2d_CMS_ContentInfo(message, &der);
+  if (size <= 0) return FailWithOpenSSL("The message cannot be encoded");
+  ViewSource source(der, static_cast<std::uint64_t>(size));
+  const bool read = ReadSkeleton(source, skeleton);
+  OPENSSL_free(der);
+  return read;
+}
+
+namespace {
+
+bool Wrap(std::uint8_t identifier, const BerBuffer& contents, BerBuffer& element) noexcept {
+  return element.AppendHeader(identifier, contents.GetSize()) && element.Append(contents);
+}
+
+bool EncodeDetached(const CmsSkeleton& skeleton, BerBuffer& message) noexcept {
+  BerBuffer fields;
+  if (!fields.Append(skeleton.before) || !Wrap(kSequence, skeleton.inner, fields)) return false;
+  if (!fields.Append(skeleton.after)) return false;
+  BerBuffer body;
+  if (!Wrap(kSequence, fields, body)) return false;
+  BerBuffer parts;
+  if (!Wrap(kObjectIdentifier, skeleton.oid, parts) || !Wrap(kContext0, body, parts)) return false;
+  return Wrap(kSequence, parts, message);
+}
+
+}  // namespace
+
+CmsPtr ParseDetached(const CmsSkeleton& skeleton) noexcept {
+  BerBuffer message;
+  if (!EncodeDetached(skeleton, message)) return nullptr;
+  const unsigned char* position = message.GetData();
+  CmsPtr parsed(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(message.GetSize())));
+  if (parsed == nullptr) {
+    FailWithOpenSSL("The message cannot be read");
+  } else if (position != message.GetData() + message.GetSize()) {
+    FailWith("The message cannot be read");
+    parsed.reset();
+  }
+  return parsed;
+}
+
+}  // namespace OruOssSec
