@@ -1,4 +1,5 @@
 #include <openssl/crypto.h>
+#include <openssl/rsa.h>
 
 #include "foundation/blob.h"
 #include "security/cms_attributes.h"
@@ -49,8 +50,11 @@ class Signing {
 
  private:
   bool CopyContent(CmsInput& input) noexcept;
+  bool CheckSignature(const std::uint8_t (&hash)[Sha512::kSize],
+                      const OruGuiBase::Blob& signature) const noexcept;
 
   CmsPtr cms_;
+  EVP_PKEY* key_ = nullptr;  // the certificate's
   CMS_SignerInfo* signer_ = nullptr;
   CmsWriter writer_;
   Sha512 hash_;
@@ -58,14 +62,14 @@ class Signing {
 
 bool Signing::Begin(const Certificate& certificate, const OruGuiBase::KVMap& attributes,
                     const OruGuiBase::DateTime* time) noexcept {
-  EVP_PKEY* key = X509_get0_pubkey(certificate.Get0());
-  if (key == nullptr) return FailWithOpenSSL("The signer's key cannot be read");
-  if (EVP_PKEY_is_a(key, "RSA") != 1) return FailWith("The signer's key is not an RSA key");
+  key_ = X509_get0_pubkey(certificate.Get0());
+  if (key_ == nullptr) return FailWithOpenSSL("The signer's key cannot be read");
+  if (EVP_PKEY_is_a(key_, "RSA") != 1) return FailWith("The signer's key is not an RSA key");
   if (!hash_.Begin()) return false;
   constexpr unsigned int kFlags = CMS_PARTIAL | CMS_DETACHED | CMS_BINARY | CMS_NOSMIMECAP;
   cms_.reset(CMS_sign(nullptr, nullptr, nullptr, nullptr, kFlags));
   if (cms_ == nullptr) return FailWithOpenSSL("The signed message cannot be made");
-  signer_ = CMS_add1_signer(cms_.get(), certificate.Get0(), key, hash_.Get0(), kFlags);
+  signer_ = CMS_add1_signer(cms_.get(), certificate.Get0(), key_, hash_.Get0(), kFlags);
   if (signer_ == nullptr) return FailWithOpenSSL("The signer cannot be added");
   return AddContentType(signer_) && (time == nullptr || AddSigningTime(signer_, *time)) &&
          AddTextAttributes(signer_, attributes);
@@ -121,7 +125,20 @@ bool Signing::SignAttributes(ISignHash& signer) noexcept {
                             static_cast<int>(signature.GetSize())) != 1) {
     return FailWithOpenSSL("The signature cannot be kept");
   }
-  return CMS_SignerInfo_verify(signer_) == 1 ||
+  return CheckSignature(hash, signature);
+}
+
+// Over the hash that was signed: OpenSSL's own check of a signer takes the attributes in the order in which
+// they were added, which is not the one that is signed and written.
+bool Signing::CheckSignature(const std::uint8_t (&hash)[Sha512::kSize],
+                             const OruGuiBase::Blob& signature) const noexcept {
+  const KeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key_, nullptr));
+  if (context == nullptr || EVP_PKEY_verify_init(context.get()) != 1 ||
+      EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_PADDING) != 1 ||
+      EVP_PKEY_CTX_set_signature_md(context.get(), hash_.Get0()) != 1) {
+    return FailWithOpenSSL("The signature cannot be checked");
+  }
+  return EVP_PKEY_verify(context.get(), signature.GetData(), signature.GetSize(), hash, Sha512::kSize) == 1 ||
          FailWith("The signature does not fit the signer's certificate");
 }
 
