@@ -1,5 +1,6 @@
 #include "security/ber_buffer.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -7,24 +8,29 @@
 
 namespace OruOssSec {
 
+namespace {
+
+constexpr std::size_t kLeastCapacity = 256;
+
+}  // namespace
+
 BerBuffer::~BerBuffer() {
   std::free(data_);
 }
 
 bool BerBuffer::Reserve(std::size_t size) noexcept {
   if (size <= capacity_) return true;
-  std::size_t capacity = capacity_ < 256 ? 256 : capacity_ * 2;
-  if (capacity < size) capacity = size;
-  void* memory = std::realloc(data_, capacity);
+  void* memory = std::realloc(data_, size);
   if (memory == nullptr) return FailWith("Out of memory");
   data_ = static_cast<std::uint8_t*>(memory);
-  capacity_ = capacity;
+  capacity_ = size;
   return true;
 }
 
 bool BerBuffer::Append(const void* bytes, std::size_t size) noexcept {
   if (size == 0) return true;
-  if (!Reserve(size_ + size)) return false;
+  const std::size_t grown = size_ + size;
+  if (grown > capacity_ && !Reserve(std::max({grown, capacity_ * 2, kLeastCapacity}))) return false;
   std::memcpy(data_ + size_, bytes, size);
   size_ += size;
   return true;

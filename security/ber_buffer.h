@@ -24,13 +24,14 @@ class BerBuffer {
   std::size_t GetSize() const noexcept { return size_; }
   bool IsEmpty() const noexcept { return size_ == 0; }
 
+  /// Makes room for `size` bytes in all.
+  bool Reserve(std::size_t size) noexcept;
   bool Append(const void* bytes, std::size_t size) noexcept;
   bool Append(const BerBuffer& other) noexcept { return Append(other.data_, other.size_); }
   /// Appends identifier and definite length octets, the length in its shortest form (X.690, 10.1).
   bool AppendHeader(std::uint8_t identifier, std::uint64_t length) noexcept;
 
  private:
-  bool Reserve(std::size_t size) noexcept;
   void Swap(BerBuffer& other) noexcept {
     std::swap(data_, other.data_);
     std::swap(size_, other.size_);

@@ -55,10 +55,9 @@ bool EncryptAll(EVP_CIPHER_CTX* context, CmsInput& input, CmsWriter& writer) noe
 }  // namespace
 
 bool StartEnvelope(NewEnvelope& envelope) noexcept {
-  const CipherPtr cipher(EVP_CIPHER_fetch(nullptr, "AES-256-CBC", nullptr));
-  if (cipher == nullptr) return FailWithOpenSSL("AES-256-CBC is not available");
+  // OpenSSL keeps the cipher without a reference of its own, so it has to be one that never ends.
   constexpr unsigned int kFlags = CMS_PARTIAL | CMS_STREAM | CMS_DETACHED | CMS_BINARY;
-  envelope.cms.reset(CMS_encrypt(nullptr, nullptr, cipher.get(), kFlags));
+  envelope.cms.reset(CMS_encrypt(nullptr, nullptr, EVP_aes_256_cbc(), kFlags));
   return envelope.cms != nullptr || FailWithOpenSSL("The enveloped message cannot be made");
 }
 

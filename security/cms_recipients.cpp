@@ -52,7 +52,7 @@ bool TakeSerial(BerWalker& walker, CMSKeyTransRecipient& recipient) noexcept {
 bool TakeKey(BerWalker& walker, const BerBuffer& bytes, CMSKeyTransRecipient& recipient) noexcept {
   BerOctets octets;
   if (!walker.SkipOctets(kOctetString, octets)) return false;
-  if (octets.length == 0) return FailWith("The encrypted key of a recipient is empty");
+  if (octets.length == 0) return true;
   std::uint8_t* target = recipient.encryptedKey.Alloc(static_cast<std::uint32_t>(octets.length));
   if (target == nullptr) return FailWith("Out of memory");
   ViewSource source(bytes.GetData(), bytes.GetSize());
@@ -82,6 +82,7 @@ bool TakeRecipient(BerWalker& walker, const BerBuffer& bytes, CMSKeyTransRecipie
 
 bool ReadRecipients(const CmsSkeleton& skeleton,
                     OruGuiBase::PtrContainerQueue<CMSKeyTransRecipient>& recipients) noexcept {
+  if (skeleton.type != CMSMsg::Type::EnvelopedData) return FailWith("The message is not an enveloped one");
   const BerBuffer& bytes = skeleton.before;
   ViewSource source(bytes.GetData(), bytes.GetSize());
   BerReader reader(source);

@@ -108,19 +108,24 @@ bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcep
 
 namespace {
 
-bool Wrap(std::uint8_t identifier, const BerBuffer& contents, BerBuffer& element) noexcept {
-  return element.AppendHeader(identifier, contents.GetSize()) && element.Append(contents);
+// Size of an element with so much in it.
+std::uint64_t SizeAround(std::uint64_t contents) noexcept {
+  std::uint8_t header[kMostHeader];
+  return PutBerHeader(kSequence, contents, header) + contents;
 }
 
+// From the inside out for the lengths, then from the outside in, so that the message is made once.
 bool EncodeDetached(const CmsSkeleton& skeleton, BerBuffer& message) noexcept {
-  BerBuffer fields;
-  if (!fields.Append(skeleton.before) || !Wrap(kSequence, skeleton.inner, fields)) return false;
-  if (!fields.Append(skeleton.after)) return false;
-  BerBuffer body;
-  if (!Wrap(kSequence, fields, body)) return false;
-  BerBuffer parts;
-  if (!Wrap(kObjectIdentifier, skeleton.oid, parts) || !Wrap(kContext0, body, parts)) return false;
-  return Wrap(kSequence, parts, message);
+  const std::uint64_t fields =
+      skeleton.before.GetSize() + SizeAround(skeleton.inner.GetSize()) + skeleton.after.GetSize();
+  const std::uint64_t body = SizeAround(fields);
+  const std::uint64_t parts = SizeAround(skeleton.oid.GetSize()) + SizeAround(body);
+  return message.Reserve(static_cast<std::size_t>(SizeAround(parts))) &&
+         message.AppendHeader(kSequence, parts) &&
+         message.AppendHeader(kObjectIdentifier, skeleton.oid.GetSize()) && message.Append(skeleton.oid) &&
+         message.AppendHeader(kContext0, body) && message.AppendHeader(kSequence, fields) &&
+         message.Append(skeleton.before) && message.AppendHeader(kSequence, skeleton.inner.GetSize()) &&
+         message.Append(skeleton.inner) && message.Append(skeleton.after);
 }
 
 }  // namespace

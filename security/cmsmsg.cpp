@@ -57,11 +57,13 @@ bool CMSMsg::Load(const OruGuiBase::AnsiStr& text) noexcept {
 }
 
 CMSMsg::Type CMSMsg::GetType() const noexcept {
-  return imp_ != nullptr ? imp_->loaded.skeleton.type : Type::Unknown;
+  if (imp_ == nullptr) return Type::Unknown;
+  return imp_->envelope.cms != nullptr ? Type::EnvelopedData : imp_->loaded.skeleton.type;
 }
 
 OruGuiBase::AnsiStr CMSMsg::GetTypeStr() const noexcept {
-  return imp_ != nullptr ? imp_->loaded.typeName : OruGuiBase::AnsiStr();
+  if (imp_ == nullptr) return {};
+  return imp_->envelope.cms != nullptr ? OruGuiBase::AnsiStr("envelopedData") : imp_->loaded.typeName;
 }
 
 bool CMSMsg::GetRecipients(OruGuiBase::PtrContainerQueue<CMSKeyTransRecipient>& recipients) const noexcept {
