@@ -375,7 +375,7 @@ TEST(JSON2ValTest, ATextCutAtAnyLengthIsRefused) {
 TEST(JSON2ValTest, ATextWithAnyByteChangedIsRefusedOrWritesWhatItReads) {
   int accepted = 0;
   for (std::size_t place = 0; place < kSample.size(); ++place) {
-    for (int change = 1; change < 256; ++change) {
+    for (const int change : {0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x40, 0x80, 0xFF}) {
       std::string changed(kSample);
       changed[place] = static_cast<char>(changed[place] ^ change);
       Val value;
@@ -389,7 +389,7 @@ TEST(JSON2ValTest, ATextWithAnyByteChangedIsRefusedOrWritesWhatItReads) {
       ASSERT_EQ(Emit(Parse(once.View())), once) << changed;
     }
   }
-  EXPECT_GT(accepted, 1000);
+  EXPECT_GT(accepted, 100);
 }
 
 TEST(JSON2ValTest, TheInputNeedsNoTerminator) {

@@ -23,6 +23,10 @@ extern "C" __attribute__((visibility("default"))) const char* __tsan_default_opt
 
 void LimitMemory() {}
 
+bool IsMemorySanitized() {
+  return true;
+}
+
 #else
 
 void LimitMemory() {
@@ -36,6 +40,10 @@ void LimitMemory() {
   const rlim_t limit = pages * 4096 + kSpare;
   const rlimit both{limit, limit};
   setrlimit(RLIMIT_AS, &both);
+}
+
+bool IsMemorySanitized() {
+  return false;
 }
 
 #endif
