@@ -262,12 +262,25 @@ TEST(FileWriterTest, PreallocateReservesRoomWithoutChangingTheSize) {
   EXPECT_LT(info.st_blocks * 512, 1 << 20);
 }
 
-TEST(FileWriterTest, PreallocateOfMoreThanThereIsIsAFailure) {
+TEST(FileWriterTest, PreallocateOfMoreThanAFileMayHoldIsAFailure) {
   const ScratchDirectory scratch;
   FileWriter writer;
   ASSERT_TRUE(writer.Open(scratch.FileOf("a")));
-  EXPECT_FALSE(writer.Preallocate(std::int64_t{1} << 43));
-  EXPECT_TRUE(GetLastError() == ENOSPC || GetLastError() == EFBIG) << GetSystemErrorText().View();
+  EXPECT_FALSE(writer.Preallocate(INT64_MAX));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EFBIG));
+}
+
+// A file system in memory refuses at once what it can never hold; one on disk would fill up first.
+TEST(FileWriterTest, PreallocateOfMoreThanTheDiskHoldsIsAFailure) {
+  struct statfs info {};
+  if (::statfs("/dev/shm", &info) != 0 || info.f_type != TMPFS_MAGIC || info.f_blocks == 0) {
+    GTEST_SKIP() << "/dev/shm is no file system in memory of a fixed size";
+  }
+  const ScratchDirectory scratch("/dev/shm");
+  FileWriter writer;
+  ASSERT_TRUE(writer.Open(scratch.FileOf("a")));
+  EXPECT_FALSE(writer.Preallocate(static_cast<std::int64_t>(info.f_blocks) * info.f_bsize * 2));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOSPC));
 }
 
 TEST(FileWriterTest, PreallocateIsNoMatterWhereItCannotBeDone) {
