@@ -73,6 +73,12 @@ bool ReadBody(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
   return walker.Leave();
 }
 
+// Most of what is no message shows in its first byte.
+bool BeginsLikeAMessage(BerReader& reader) noexcept {
+  BerSpan span;
+  return reader.GetSize() > 0 && reader.Fetch(0, 1, span) && *span.data == kSequence;
+}
+
 bool IsReadable(CMSMsg::Type type) noexcept {
   return type == CMSMsg::Type::SignedData || type == CMSMsg::Type::EnvelopedData ||
          type == CMSMsg::Type::DigestedData;
@@ -82,6 +88,7 @@ bool IsReadable(CMSMsg::Type type) noexcept {
 
 bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
   BerReader reader(source);
+  if (!BeginsLikeAMessage(reader)) return FailWith("This is not a CMS message");
   BerWalker walker(reader);
   if (!walker.Enter(kSequence) || !TakeOid(walker, skeleton.oid)) return false;
   skeleton.type = FindContentType(skeleton.oid);
