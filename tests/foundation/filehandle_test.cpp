@@ -2,9 +2,11 @@
 #include <chrono>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <linux/magic.h>
 #include <signal.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/time.h>
 #include <thread>
 #include <unistd.h>
