@@ -159,6 +159,16 @@ std::string MakeEnveloped(std::string_view content, const std::vector<Cert>& rec
   return Encode(message, "write an EnvelopedData");
 }
 
+std::string MakeEnvelopedByKeyId(std::string_view content, const Cert& recipient) {
+  const BioPtr in = Reading(content);
+  const CmsPtr message(CMS_encrypt(nullptr, in.get(), EVP_aes_256_cbc(), CMS_BINARY | CMS_PARTIAL));
+  const bool made = message != nullptr &&
+                    CMS_add1_recipient_cert(message.get(), recipient.Get0(), CMS_USE_KEYID) != nullptr &&
+                    CMS_final(message.get(), in.get(), nullptr, CMS_BINARY) == 1;
+  Check(made, "encrypt");
+  return Encode(message, "write an EnvelopedData");
+}
+
 std::string MakeDigested(std::string_view content) {
   const BioPtr in = Reading(content);
   const CmsPtr message(CMS_digest_create(in.get(), EVP_sha256(), CMS_BINARY));

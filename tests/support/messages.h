@@ -41,6 +41,8 @@ std::string MakeSigned(std::string_view content, const std::vector<SignerSpec>& 
 std::string MakeUnsigned(std::string_view content, const SignerSpec& signer);
 /// An EnvelopedData around the content, AES-256-CBC, one key-transport recipient for each certificate.
 std::string MakeEnveloped(std::string_view content, const std::vector<CryptStand::Cert>& recipients);
+/// The same for one recipient that is named by the identifier of its key.
+std::string MakeEnvelopedByKeyId(std::string_view content, const CryptStand::Cert& recipient);
 std::string MakeDigested(std::string_view content);
 /// A message of the type Data.
 std::string MakeData(std::string_view content);

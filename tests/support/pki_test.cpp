@@ -53,6 +53,7 @@ TEST(Messages, AreMadeInEveryShape) {
   EXPECT_NE(MakeUnsigned("text", {Pki::Get().integrity, {}, {}, true, {}}), "");
   EXPECT_NE(MakeEnveloped("text", {}), "");
   EXPECT_NE(MakeEnveloped("text", {room, room}), "");
+  EXPECT_NE(MakeEnvelopedByKeyId("text", room), "");
   EXPECT_NE(MakeDigested("text"), "");
   EXPECT_NE(MakeData("text"), "");
 }
