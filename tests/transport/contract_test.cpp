@@ -44,21 +44,21 @@ class CurlPeer final : public Peer {
  public:
   OruKalvix::ICryptClientHttp& GetHttp() override { return *http_; }
   std::string Url(std::string_view path) override { return server_.Url(path); }
-  void Prepare(const HttpAnswer& answer) override { answer_ = answer; }
-  RecordedRequest GetRequest() override { return request_; }
+  void Prepare(const HttpAnswer& answer) override { answer_.Set(answer); }
+  RecordedRequest GetRequest() override { return request_.Get(); }
 
  private:
-  // The exchange orders these accesses: the server's thread has them between request and answer.
   void Serve(RawConnection& connection, const RecordedRequest& request) {
-    request_ = request;
-    if (answer_.result < 0) return connection.Close();
+    request_.Set(request);
+    const HttpAnswer answer = answer_.Get();
+    if (answer.result < 0) return connection.Close();
     std::string headers;
-    for (const auto& [name, value] : answer_.headers) headers += name + ": " + value + "\r\n";
-    connection.Answer(answer_.status, answer_.body, headers);
+    for (const auto& [name, value] : answer.headers) headers += name + ": " + value + "\r\n";
+    connection.Answer(answer.status, answer.body, headers);
   }
 
-  HttpAnswer answer_;
-  RecordedRequest request_;
+  Guarded<HttpAnswer> answer_;
+  Guarded<RecordedRequest> request_;
   RawServer server_{AnswerAll([this](RawConnection& c, const RecordedRequest& r) { Serve(c, r); })};
   OruKalvix::CryptClientCurl::Ptr http_ = MakeCurl();
 };

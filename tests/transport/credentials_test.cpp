@@ -13,10 +13,10 @@ class CurlCredentials : public ::testing::Test {
  protected:
   CurlCredentials() { options_.serviceUrl = Ansi(server_.Url("/app")); }
 
-  RecordedRequest request_;
+  Guarded<RecordedRequest> request_;
   int asked_ = 0;
   RawServer server_{AnswerAll([this](RawConnection& connection, const RecordedRequest& request) {
-    request_ = request;
+    request_.Set(request);
     connection.Answer(200, "");
   })};
   OruKalvix::CryptClientCurlOptions options_;
@@ -30,7 +30,7 @@ TEST_F(CurlCredentials, GoWithARequestToTheService) {
     return headers.Set("Authorization", "Bearer 1");
   };
   Send(*MakeCurl(options_), server_.Url("/app/crypt/key"), Post("{}"));
-  EXPECT_EQ(HeaderOf(request_, "Authorization"), "Bearer 1");
+  EXPECT_EQ(HeaderOf(request_.Get(), "Authorization"), "Bearer 1");
   EXPECT_EQ(asked_, 1);
 }
 
@@ -41,7 +41,7 @@ TEST_F(CurlCredentials, AreAskedForAnewWithEachRequest) {
   const auto http = MakeCurl(options_);
   Send(*http, server_.Url("/app"));
   Send(*http, server_.Url("/app"));
-  EXPECT_EQ(HeaderOf(request_, "Authorization"), "Bearer 2");
+  EXPECT_EQ(HeaderOf(request_.Get(), "Authorization"), "Bearer 2");
 }
 
 TEST_F(CurlCredentials, StayAwayFromEveryOtherServer) {
@@ -52,7 +52,7 @@ TEST_F(CurlCredentials, StayAwayFromEveryOtherServer) {
   const auto http = MakeCurl(options_);
   for (const char* path : {"/", "/application", "/app/../rest/json"}) {
     Send(*http, server_.Url(path));
-    EXPECT_EQ(HeaderOf(request_, "Authorization"), "(none)") << path;
+    EXPECT_EQ(HeaderOf(request_.Get(), "Authorization"), "(none)") << path;
   }
   EXPECT_EQ(asked_, 0);
 }
@@ -65,10 +65,10 @@ TEST_F(CurlCredentials, TakePrecedenceOverTheOptionsAndGiveWayToTheRequest) {
   Ask ask;
   ask.headers = {{"X-SEC", "request"}};
   Send(*MakeCurl(options_), server_.Url("/app"), ask);
-  EXPECT_EQ(HeaderOf(request_, "x-a"), "credentials");
-  EXPECT_EQ(HeaderOf(request_, "X-B"), "options");
-  EXPECT_EQ(HeaderOf(request_, "X-SEC"), "request");
-  EXPECT_EQ(HeaderOf(request_, "X-Sec"), "(none)");
+  EXPECT_EQ(HeaderOf(request_.Get(), "x-a"), "credentials");
+  EXPECT_EQ(HeaderOf(request_.Get(), "X-B"), "options");
+  EXPECT_EQ(HeaderOf(request_.Get(), "X-SEC"), "request");
+  EXPECT_EQ(HeaderOf(request_.Get(), "X-Sec"), "(none)");
 }
 
 TEST_F(CurlCredentials, ThatCannotBeHadEndTheExchangeUnsent) {

@@ -18,11 +18,13 @@ using ::testing::Pair;
 struct FixedServer {
   explicit FixedServer(std::string bytes) : answer(std::move(bytes)) {}
 
-  std::string answer;
-  RecordedRequest request;
+  RecordedRequest GetRequest() const { return request.Get(); }
+
+  const std::string answer;
+  Guarded<RecordedRequest> request;
   std::atomic<int> count{0};
   RawServer server{AnswerAll([this](RawConnection& connection, const RecordedRequest& got) {
-    request = got;
+    request.Set(got);
     ++count;
     connection.Send(answer);
   })};
@@ -33,21 +35,21 @@ constexpr const char* kEmpty = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
 TEST(CurlExchange, NamesItselfWithTheVersion) {
   FixedServer fixed(kEmpty);
   Send(*MakeCurl(), fixed.server.Url("/"));
-  EXPECT_EQ(HeaderOf(fixed.request, "User-Agent"), "cryptcli/1.0.0");
+  EXPECT_EQ(HeaderOf(fixed.GetRequest(), "User-Agent"), "cryptcli/1.0.0");
 }
 
 TEST(CurlExchange, SendsABodyOfAnyLengthWithoutAskingFirst) {
   FixedServer fixed(kEmpty);
   const std::string body(3 * 1024 * 1024, 'x');
   EXPECT_EQ(Send(*MakeCurl(), fixed.server.Url("/"), Post(body)).status, 200U);
-  EXPECT_EQ(HeaderOf(fixed.request, "Expect"), "(none)");
-  EXPECT_EQ(fixed.request.body, body);
+  EXPECT_EQ(HeaderOf(fixed.GetRequest(), "Expect"), "(none)");
+  EXPECT_EQ(fixed.GetRequest().body, body);
 }
 
 TEST(CurlExchange, MakesUpNoContentType) {
   FixedServer fixed(kEmpty);
   Send(*MakeCurl(), fixed.server.Url("/"), Post("{}"));
-  EXPECT_EQ(HeaderOf(fixed.request, "Content-Type"), "(none)");
+  EXPECT_EQ(HeaderOf(fixed.GetRequest(), "Content-Type"), "(none)");
 }
 
 TEST(CurlExchange, SendsTheHeadersOfTheOptions) {
@@ -57,9 +59,9 @@ TEST(CurlExchange, SendsTheHeadersOfTheOptions) {
   Ask ask;
   ask.headers = {{"x-trace", "mine"}};
   Send(*MakeCurl(options), fixed.server.Url("/"), ask);
-  EXPECT_EQ(HeaderOf(fixed.request, "X-Tenant"), "7");
-  EXPECT_EQ(HeaderOf(fixed.request, "x-trace"), "mine");
-  EXPECT_EQ(HeaderOf(fixed.request, "X-Trace"), "(none)");
+  EXPECT_EQ(HeaderOf(fixed.GetRequest(), "X-Tenant"), "7");
+  EXPECT_EQ(HeaderOf(fixed.GetRequest(), "x-trace"), "mine");
+  EXPECT_EQ(HeaderOf(fixed.GetRequest(), "X-Trace"), "(none)");
 }
 
 TEST(CurlExchange, SendsAHeaderWithAnEmptyValue) {
@@ -67,13 +69,13 @@ TEST(CurlExchange, SendsAHeaderWithAnEmptyValue) {
   Ask ask;
   ask.headers = {{"X-Empty", ""}};
   Send(*MakeCurl(), fixed.server.Url("/"), ask);
-  EXPECT_EQ(HeaderOf(fixed.request, "X-Empty"), "");
+  EXPECT_EQ(HeaderOf(fixed.GetRequest(), "X-Empty"), "");
 }
 
 TEST(CurlExchange, LeavesDotSegmentsOfThePathAlone) {
   FixedServer fixed(kEmpty);
   Send(*MakeCurl(), fixed.server.Url("/crypt/../key/./x"));
-  EXPECT_EQ(fixed.request.url, "/crypt/../key/./x");
+  EXPECT_EQ(fixed.GetRequest().url, "/crypt/../key/./x");
 }
 
 TEST(CurlExchange, DoesNotFollowARedirect) {
@@ -165,9 +167,9 @@ TEST(CurlExchange, TakesNothingOverFromTheExchangeBefore) {
   first.headers = {{"X-SEC-AUTHZTOKEN", "token"}};
   Send(*http, fixed.server.Url("/"), first);
   Send(*http, fixed.server.Url("/"));
-  EXPECT_EQ(fixed.request.method, "GET");
-  EXPECT_EQ(HeaderOf(fixed.request, "X-SEC-AUTHZTOKEN"), "(none)");
-  EXPECT_THAT(fixed.request.body, IsEmpty());
+  EXPECT_EQ(fixed.GetRequest().method, "GET");
+  EXPECT_EQ(HeaderOf(fixed.GetRequest(), "X-SEC-AUTHZTOKEN"), "(none)");
+  EXPECT_THAT(fixed.GetRequest().body, IsEmpty());
 }
 
 TEST(CurlExchange, KnowsNoOtherInterface) {

@@ -145,15 +145,15 @@ TEST(CurlFailures, AProxyThatIsDownIsNamedAsTheWay) {
 }
 
 TEST(CurlFailures, AProxyGetsTheWholeUrl) {
-  std::string url;
+  Guarded<std::string> url;
   RawServer proxy(AnswerAll([&](RawConnection& connection, const RecordedRequest& request) {
-    url = request.url;
+    url.Set(request.url);
     connection.Answer(200, "by proxy");
   }));
   OruKalvix::CryptClientCurlOptions options;
   options.proxy = Ansi(proxy.Url(""));
   EXPECT_EQ(Send(*MakeCurl(options), "http://service.example/crypt").body, "by proxy");
-  EXPECT_EQ(url, "http://service.example/crypt");
+  EXPECT_EQ(url.Get(), "http://service.example/crypt");
 }
 
 /// Sets an environment variable for one test.

@@ -25,15 +25,16 @@ class CurlFiles : public ::testing::Test {
     return ask;
   }
 
-  std::string body_ = "a;b\n";
+  Guarded<std::string> body_{std::string("a;b\n")};
   ScratchDirectory scratch_;
-  RawServer server_{AnswerAll([this](RawConnection& c, const RecordedRequest&) { c.Answer(200, body_); })};
+  RawServer server_{
+      AnswerAll([this](RawConnection& c, const RecordedRequest&) { c.Answer(200, body_.Get()); })};
   OruKalvix::CryptClientCurlOptions options_;
 };
 
 TEST_F(CurlFiles, ANewFileIsForItsOwnerAlone) {
   EXPECT_GE(Send(*MakeCurl(), server_.Url("/"), ToFile(scratch_.Path("new"))).result, 0);
-  EXPECT_EQ(scratch_.Read("new"), body_);
+  EXPECT_EQ(scratch_.Read("new"), body_.Get());
   EXPECT_EQ(ModeOf(scratch_.Path("new")), 0600U);
 }
 
@@ -41,19 +42,19 @@ TEST_F(CurlFiles, AnOldFileLosesWhatItHeldAndKeepsItsMode) {
   scratch_.Make("old", "something much longer than the answer");
   std::filesystem::permissions(scratch_.Path("old"), std::filesystem::perms(0640));
   EXPECT_GE(Send(*MakeCurl(), server_.Url("/"), ToFile(scratch_.Path("old"))).result, 0);
-  EXPECT_EQ(scratch_.Read("old"), body_);
+  EXPECT_EQ(scratch_.Read("old"), body_.Get());
   EXPECT_EQ(ModeOf(scratch_.Path("old")), 0640U);
 }
 
 TEST_F(CurlFiles, ABodyMayBeLongerThanTheLimitOfTheMemory) {
-  body_ = std::string(5 * 1024 * 1024, 'x');
+  body_.Set(std::string(5 * 1024 * 1024, 'x'));
   options_.maxBody = 1000;
   EXPECT_GE(Send(*MakeCurl(options_), server_.Url("/"), ToFile(scratch_.Path("big"))).result, 0);
-  EXPECT_EQ(std::filesystem::file_size(scratch_.Path("big")), body_.size());
+  EXPECT_EQ(std::filesystem::file_size(scratch_.Path("big")), body_.Get().size());
 }
 
 TEST_F(CurlFiles, AnEmptyBodyLeavesAnEmptyFile) {
-  body_.clear();
+  body_.Set("");
   EXPECT_GE(Send(*MakeCurl(), server_.Url("/"), ToFile(scratch_.Path("empty"))).result, 0);
   EXPECT_EQ(scratch_.Read("empty"), "");
 }

@@ -8,11 +8,33 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/support/scriptedhttp.h"
 
 namespace TestSupport {
+
+/// A value that a test and its server's threads hand to each other. What orders them is the exchange itself,
+/// which a race detector does not see.
+template <class T>
+class Guarded {
+ public:
+  Guarded() = default;
+  explicit Guarded(T value) : value_(std::move(value)) {}
+  void Set(T value) {
+    const std::lock_guard lock(mutex_);
+    value_ = std::move(value);
+  }
+  T Get() const {
+    const std::lock_guard lock(mutex_);
+    return value_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  T value_{};
+};
 
 /// One accepted connection of a RawServer, seen from the server.
 class RawConnection {
