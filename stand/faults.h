@@ -13,8 +13,8 @@ namespace CryptStand {
 enum class FaultKind {
   Down,              ///< Nothing listens: connections are refused. It concerns the server as a whole.
   Slow,              ///< The answer comes `number` milliseconds late.
-  Status,            ///< HTTP status `number` and no answer.
-  WrongDate,         ///< `text` stands in the "Date" header; it may be empty.
+  Status,            ///< HTTP status `number`, 503 when that is 0, and no answer.
+  WrongDate,         ///< `text` stands in the "Date" header.
   MissingDate,       ///< There is no "Date" header.
   BrokenJson,        ///< The body is cut JSON.
   JsonArray,         ///< The body is an array.
@@ -25,7 +25,7 @@ enum class FaultKind {
   EmptyBody,         ///< The body is empty.
   Body,              ///< The body is `text`.
   WrongType,         ///< The payload's "type" is `text`, "unexpectedResponse" when that is empty.
-  ErrorCode,         ///< A refusal: code `number` of a key server, "errorid" `text` of the crypt service.
+  ErrorCode,         ///< A refusal: a key server's code `number`, the crypt service's "errorid" `text`.
   BadSignature,      ///< One bit of each signature is wrong.
   BadBase64,         ///< Signatures and content keys are no base64.
   EmptyMembers,      ///< Each member of the answer but "type" is the empty value of its kind.
@@ -38,11 +38,11 @@ enum class FaultKind {
 struct Fault {
   FaultKind kind = FaultKind::Status;
   /// The one operation that it concerns, by the names of the event log; empty for all.
-  std::string operation;
+  std::string operation{};
   /// How often it strikes before it is gone; 0 for always.
   int uses = 0;
   int number = 0;
-  std::string text;
+  std::string text{};
 };
 
 /// The kind of a name such as "slow" or "bad-signature".
