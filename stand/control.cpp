@@ -1,5 +1,9 @@
 #include "stand/control.h"
 
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
 #include "stand/cryptservice.h"
 #include "stand/stand.h"
 #include "stand/wire.h"
@@ -7,8 +11,14 @@
 namespace CryptStand {
 namespace {
 
+constexpr std::int64_t kMaxClockOffset = 100L * 366 * 86400;
+
 HttpReply Malformed(const char* text) {
   return Refusal(400, kMalformedErrorId, text);
+}
+
+HttpReply WrongMethod() {
+  return Refusal(405, kMalformedErrorId, "Method not allowed");
 }
 
 HttpReply Done() {
@@ -23,6 +33,10 @@ bool ReadInto(const KVMap& body, const char* name, std::optional<T> (*read)(cons
   auto value = read(body, name);
   if (value.has_value()) target = *std::move(value);
   return value.has_value();
+}
+
+bool IsCount(std::int64_t number) {
+  return number >= 0 && number <= std::numeric_limits<int>::max();
 }
 
 std::optional<int> ReadServer(const KVMap& body) {
@@ -41,7 +55,7 @@ HttpReply ServeFault(Stand& stand, const KVMap& body) {
   if (!HasMembers(body, {"server", "fault"}, {"operation", "uses", "number", "text"}) || !server || !name ||
       !ReadInto(body, "operation", ReadText, fault.operation) ||
       !ReadInto(body, "text", ReadText, fault.text) || !ReadInto(body, "uses", ReadInteger, uses) ||
-      !ReadInto(body, "number", ReadInteger, number)) {
+      !ReadInto(body, "number", ReadInteger, number) || !IsCount(uses) || !IsCount(number)) {
     return Malformed("The fault is malformed");
   }
   if (*name == "none") return stand.ClearFaults(*server) ? Done() : Malformed("No such server");
@@ -65,7 +79,7 @@ std::optional<RoomCertificate> FindRoomCertificate(const std::string& name) {
 
 HttpReply ServeRoom(Stand& stand, const KVMap& body) {
   const auto room = ReadText(body, "room");
-  RoomOptions options;
+  RoomOptions options = stand.GetRoomOptions(room.value_or("")).value_or(RoomOptions());
   std::string certificate;
   if (!HasMembers(body, {"room"}, {"locked", "plainkey", "certauth", "certificate"}) || !room ||
       room->empty() || !ReadInto(body, "locked", ReadBool, options.locked) ||
@@ -80,6 +94,48 @@ HttpReply ServeRoom(Stand& stand, const KVMap& body) {
   const auto kind = FindRoomCertificate(certificate);
   const bool shown = kind.has_value() && stand.SetRoomCertificate(*room, *kind);
   return shown ? Done() : Malformed("The room has no key to show that way");
+}
+
+std::optional<IntegrityList> FindIntegrityList(const std::string& name) {
+  if (name == "normal") return IntegrityList::Normal;
+  if (name == "empty") return IntegrityList::Empty;
+  if (name == "upper-case") return IntegrityList::UpperCase;
+  if (name == "without-ours") return IntegrityList::WithoutOurs;
+  return name == "other-kinds" ? std::optional(IntegrityList::OtherKinds) : std::nullopt;
+}
+
+// A text in place of a list, or null for the real one. False when the member is of another kind.
+bool ReadListText(const KVMap& body, const char* name, std::optional<std::string>& text) {
+  const std::uint32_t index = body.Find(name);
+  text = ReadText(body, name);
+  return text.has_value() || index >= body.GetCount() || body.GetValues()[index].IsNil();
+}
+
+HttpReply ServeLists(Stand& stand, const KVMap& body) {
+  std::optional<std::string> certStore;
+  std::optional<std::string> trustStore;
+  std::string integrity = "normal";
+  const bool isWhole = HasMembers(body, {}, {"certstore", "truststore", "integrity"}) &&
+                       ReadListText(body, "certstore", certStore) &&
+                       ReadListText(body, "truststore", trustStore) &&
+                       ReadInto(body, "integrity", ReadText, integrity);
+  const auto kind = FindIntegrityList(integrity);
+  if (!isWhole || !kind.has_value()) return Malformed("The lists are malformed");
+  stand.GetSettings().SetCertStoreText(certStore);
+  stand.GetSettings().SetTrustStoreText(trustStore);
+  stand.GetSettings().SetIntegrityList(*kind);
+  return Done();
+}
+
+HttpReply ServeClock(Stand& stand, const KVMap& body) {
+  const auto server = ReadServer(body);
+  const auto seconds = ReadInteger(body, "seconds");
+  if (!HasMembers(body, {"server", "seconds"}) || !server || !seconds ||
+      std::abs(*seconds) > kMaxClockOffset) {
+    return Malformed("The clock is malformed");
+  }
+  stand.GetSettings().SetClockOffset(*server, *seconds);
+  return Done();
 }
 
 HttpReply ServeEvents(const Stand& stand) {
@@ -110,14 +166,16 @@ bool IsControlRequest(const HttpRequest& request) {
 HttpReply ServeControl(Stand& stand, const HttpRequest& request) {
   const auto path = request.PathSegments();
   const std::string what = path->size() == 2 ? (*path)[1] : "";
-  if (what != "fault" && what != "room" && what != "events")
-    return Refusal(404, kUnknownErrorId, "Unknown path");
-  const char* method = what == "events" ? "GET" : "POST";
-  if (request.method != method) return Refusal(405, kMalformedErrorId, "Method not allowed");
-  if (what == "events") return ServeEvents(stand);
-  const auto body = ReadObject(request.body);
-  if (!body.has_value()) return Malformed("Body is no JSON object");
-  return what == "fault" ? ServeFault(stand, *body) : ServeRoom(stand, *body);
+  constexpr std::pair<const char*, HttpReply (*)(Stand&, const KVMap&)> kChanges[] = {
+      {"fault", ServeFault}, {"room", ServeRoom}, {"lists", ServeLists}, {"clock", ServeClock}};
+  if (what == "events") return request.method == "GET" ? ServeEvents(stand) : WrongMethod();
+  for (const auto& [name, serve] : kChanges) {
+    if (what != name) continue;
+    if (request.method != "POST") return WrongMethod();
+    const auto body = ReadObject(request.body);
+    return body.has_value() ? serve(stand, *body) : Malformed("Body is no JSON object");
+  }
+  return Refusal(404, kUnknownErrorId, "Unknown path");
 }
 
 }  // namespace CryptStand

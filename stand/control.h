@@ -15,9 +15,13 @@ bool IsControlRequest(const HttpRequest& request);
 ///                     "none" takes all faults of the server back and brings it up
 ///   POST stand/room   {"room":,"locked":,"plainkey":,"certauth":,"certificate":"good"|"expired"|"foreign"|
 ///                     "wrong-issuer"}; a room that is not there is made
+///   POST stand/lists  {"certstore":TEXT,"truststore":TEXT,"integrity":"normal"|"empty"|"upper-case"|
+///                     "without-ours"|"other-kinds"}; what is left out or null is put back to normal
+///   POST stand/clock  {"server":0,"seconds":} sets how far the server's clock is ahead
 ///   GET  stand/events the event log
 ///
-/// Members but the first are optional. Malformed requests get status 400, other paths 404, other methods 405.
+/// Of a fault only "server" and "fault" have to be there, of a room only "room"; what is left out of a room
+/// stays as it is. Malformed requests get status 400, other paths 404, other methods 405.
 HttpReply ServeControl(Stand& stand, const HttpRequest& request);
 
 }  // namespace CryptStand

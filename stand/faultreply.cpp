@@ -20,7 +20,7 @@ HttpReply BodyReply(std::string body) {
 }
 
 HttpReply StatusReply(const Fault& fault) {
-  return Refusal(fault.number, "", "A fault was set");
+  return Refusal(fault.number > 0 ? fault.number : 503, "", "A fault was set");
 }
 
 HttpReply CodeReply(const Fault& fault, bool isKeyServer) {

@@ -49,11 +49,11 @@ HttpReply Front::Answer(const HttpRequest& request, const std::string& operation
   for (const Fault& fault : faults) {
     if (fault.kind == FaultKind::Slow) Wait(fault.number, stop);
     auto reply = MakeFaultReply(fault, server_ != kCryptService);
-    if (reply.has_value()) served = Served{*std::move(reply), "fault"};
+    if (reply.has_value()) served = Served{*std::move(reply), "not served"};
   }
   if (!served.has_value()) served = ServeGuarded(serve);
   for (const Fault& fault : faults) SpoilReply(fault, served->reply);
-  if (!faults.empty()) served->outcome = "fault";
+  if (!faults.empty()) served->outcome += " (fault)";
   AddDate(faults, served->reply);
   realm_.log.Add(
       {0, server_, request.method, request.target, operation, served->reply.status, served->outcome});

@@ -55,6 +55,9 @@ class Engine : public httplib::Server {
     set_payload_max_length(kMaxBody);
   }
 
+  /// The engine sends no more than headers while it believes that no socket listens.
+  void SetListening(int handle) { svr_sock_ = handle; }
+
   /// False when the connection is to be closed.
   bool ServeOne(httplib::Stream& stream) {
     bool closed = false;
@@ -167,6 +170,7 @@ bool HttpServer::Impl::Up(std::string& error) {
     return false;
   }
   stopping_ = std::stop_source();
+  engine_.SetListening(listening_.Get());
   up_ = true;
   acceptor_ = std::thread([this] { AcceptAll(); });
   return true;
@@ -178,6 +182,7 @@ void HttpServer::Impl::Down() {
   const std::uint64_t signal = 1;
   if (write(wake_.Get(), &signal, sizeof signal) != sizeof signal) std::terminate();
   acceptor_.join();
+  engine_.SetListening(INVALID_SOCKET);
   listening_.Close();
   stopping_.request_stop();
   {
@@ -207,7 +212,11 @@ void HttpServer::Impl::Admit(Socket socket) {
   const std::lock_guard<std::mutex> lock(mutex_);
   Connection& connection = connections_.emplace_back();
   connection.socket = std::move(socket);
-  connection.thread = std::thread([this, &connection] { Serve(connection); });
+  try {
+    connection.thread = std::thread([this, &connection] { Serve(connection); });
+  } catch (const std::system_error&) {
+    connections_.pop_back();  // no thread to be had: the caller sees its connection end
+  }
 }
 
 void HttpServer::Impl::Serve(Connection& connection) {

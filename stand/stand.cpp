@@ -1,5 +1,6 @@
 #include "stand/stand.h"
 
+#include "foundation/encoding.h"
 #include "stand/control.h"
 #include "stand/cryptservice.h"
 #include "stand/front.h"
@@ -7,6 +8,8 @@
 
 namespace CryptStand {
 namespace {
+
+constexpr int kMaxPort = 65535;
 
 std::string UrlOf(const HttpServer& server) {
   return "http://127.0.0.1:" + std::to_string(server.GetPort());
@@ -21,6 +24,7 @@ class Stand::Impl {
 
   bool Start(Stand& stand, std::string& error);
   bool SetUp(std::string& error);
+  bool AddRoom(const std::string& id);
   bool Bind(std::string& error);
   bool BindKeyServer(int index, std::string& error);
   HttpServer* FindServer(int server);
@@ -38,14 +42,25 @@ class Stand::Impl {
 bool Stand::Impl::SetUp(std::string& error) {
   if (!realm.store.Open(options.folder, error)) return false;
   bool good = realm.store.AddGroup(options.group, options.groupName);
-  for (const std::string& room : options.rooms) good = good && realm.store.AddRoom(room, options.group);
+  for (const std::string& room : options.rooms) good = good && AddRoom(room);
   // A folder is made whole at once, so that its first use is as quick as any.
   if (good && !options.folder.empty()) good = realm.authority.Prepare();
-  if (!good) error = "The stand's state cannot be kept";
+  if (!good) error = "The stand's state cannot be kept, or a room's id is empty or no UTF-8";
   return good;
 }
 
+// JSON could not carry any other id.
+bool Stand::Impl::AddRoom(const std::string& id) {
+  const bool isText =
+      !id.empty() && OruGuiBase::IsValidUTF8(id.data(), static_cast<std::uint32_t>(id.size()));
+  return isText && realm.store.AddRoom(id, options.group);
+}
+
 bool Stand::Impl::Bind(std::string& error) {
+  if (options.port < 0 || options.port + options.keyServers > kMaxPort) {
+    error = "ports end at " + std::to_string(kMaxPort);
+    return false;
+  }
   if (!crypt->Bind(options.port, error)) return false;
   for (int i = 0; i < options.keyServers; ++i) {
     if (!BindKeyServer(i, error)) return false;
@@ -85,7 +100,8 @@ bool Stand::Impl::Start(Stand& stand, std::string& error) {
       std::make_unique<HttpServer>([this, &stand](const HttpRequest& request, const std::stop_token& stop) {
         return ServeCrypt(stand, request, stop);
       });
-  if (!SetUp(error) || !Bind(error)) return false;
+  // Ports first: whether they are free shows sooner than keys can be made.
+  if (!Bind(error) || !SetUp(error)) return false;
   for (const auto& server : keyHttp) {
     if (!server->Up(error)) return false;
   }
@@ -141,7 +157,12 @@ bool Stand::ClearFaults(int server) {
 }
 
 bool Stand::AddRoom(const std::string& id) {
-  return impl_->realm.store.AddRoom(id, impl_->options.group);
+  return impl_->AddRoom(id);
+}
+
+std::optional<RoomOptions> Stand::GetRoomOptions(const std::string& room) const {
+  const auto record = impl_->realm.store.GetRoom(room);
+  return record.has_value() ? std::optional(record->options) : std::nullopt;
 }
 
 bool Stand::SetRoomOptions(const std::string& room, const RoomOptions& options) {

@@ -57,7 +57,9 @@ class Stand {
   /// Takes all faults back and brings the server up on its old port. False when it cannot be brought up.
   bool ClearFaults(int server);
 
+  /// Makes a room in the stand's group; one that is there stays as it is. False unless the id is UTF-8 text.
   bool AddRoom(const std::string& id);
+  std::optional<RoomOptions> GetRoomOptions(const std::string& room) const;
   bool SetRoomOptions(const std::string& room, const RoomOptions& options);
   /// Changes how the room's current key is shown; false when it has none.
   bool SetRoomCertificate(const std::string& room, RoomCertificate kind);
