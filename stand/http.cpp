@@ -45,6 +45,10 @@ std::optional<std::string> Unescape(std::string_view text) {
   return plain;
 }
 
+// Whether the answer under way on this thread ended inside its body. The engine would keep such a connection,
+// and the other side would wait for the rest.
+thread_local bool wasCut = false;
+
 // Parses requests and writes answers. Sockets and threads are ours, so that a server can go down at once.
 class Engine : public httplib::Server {
  public:
@@ -61,7 +65,8 @@ class Engine : public httplib::Server {
   /// False when the connection is to be closed.
   bool ServeOne(httplib::Stream& stream) {
     bool closed = false;
-    return process_request(stream, false, closed, nullptr) && !closed;
+    wasCut = false;
+    return process_request(stream, false, closed, nullptr) && !closed && !wasCut;
   }
 };
 
@@ -81,6 +86,7 @@ void WriteReply(HttpReply from, httplib::Response& to) {
       size, from.contentType,
       [body = std::move(from.body), cut = *from.cutAfter](std::size_t, std::size_t, httplib::DataSink& sink) {
         sink.write(body.data(), std::min(cut, body.size()));
+        wasCut = true;
         return false;
       });
 }
