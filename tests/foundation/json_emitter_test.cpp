@@ -90,6 +90,26 @@ TEST(Val2JSONTest, WhatMustBeEscapedIsEscaped) {
   }
 }
 
+TEST(Val2JSONTest, WhatMustBeEscapedIsFoundAtEveryPlace) {
+  const struct {
+    char character;
+    std::size_t written;
+  } kRows[] = {{'"', 2}, {'\\', 2}, {'\n', 2}, {'\x1F', 6}, {'\0', 6},
+               {' ', 1}, {'!', 1},  {'#', 1},  {'[', 1},    {'\x7F', 1}};
+  for (const auto& row : kRows) {
+    for (std::size_t place = 0; place < 20; ++place) {
+      std::string plain(20, 'a');
+      plain[place] = row.character;
+      const AnsiStr text = Emit(Text(plain));
+      EXPECT_EQ(text.GetLength(), 2 + 19 + row.written) << place;
+      Val value;
+      AnsiStr error;
+      ASSERT_TRUE(JSON2Val(text, value, error)) << error.View();
+      EXPECT_EQ(value.AsString().View(), plain);
+    }
+  }
+}
+
 TEST(Val2JSONTest, EveryControlCharacterReadsBack) {
   std::string all;
   for (int i = 0; i < 128; ++i) all += static_cast<char>(i);
