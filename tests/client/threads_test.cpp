@@ -53,6 +53,33 @@ TEST(Threads, ShareTransportValuesAndTheBaseWithoutALock) {
   EXPECT_EQ(shared.http.GetReleases(), 2U * kRounds);
 }
 
+// Without the scripted transport, whose lock would order the threads.
+int RotateOften(const Shared& shared) {
+  int taken = 0;
+  for (int i = 0; i < kRounds; ++i) {
+    CryptClient client(nullptr, shared.service, "", shared.room);
+    client.SetKeyServer(shared.servers);
+    KeyServerCursor& cursor = CryptClientTestPeer(client).keyServerCursor;
+    while (CryptClientTestPeer::NextKeyServer(cursor)) {
+      if (cursor.keyServerUrl.View().starts_with("https://")) ++taken;
+    }
+  }
+  return taken;
+}
+
+TEST(Threads, RotateSideBySide) {
+  const Shared shared;
+  int first = 0;
+  int second = 0;
+  std::thread one([&] { first = RotateOften(shared); });
+  std::thread two([&] { second = RotateOften(shared); });
+  one.join();
+  two.join();
+  EXPECT_EQ(first, 3 * kRounds);
+  EXPECT_EQ(second, 3 * kRounds);
+  EXPECT_LT(*CryptClientTestPeer::GetKeyServerBase(), 3U);
+}
+
 TEST(Threads, MakeTheBaseOnce) {
   std::uint32_t* first = nullptr;
   std::uint32_t* second = nullptr;
