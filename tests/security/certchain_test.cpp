@@ -491,6 +491,17 @@ TEST(VerifyChain, PrefersTheCertificateThatIsValidLonger) {
   }
 }
 
+TEST(VerifyChain, AcceptsARootBesideARenewalThatIsValidLonger) {
+  const Identity first = Root("root", 0);
+  const CertSpec spec = Spec(CertSpec::Authority("root"), Validity::Between("2000-01-01", "2070-01-01"));
+  const Identity renewed = Identity::MakeRoot(spec, SharedKey(0));
+  for (const Identity* root : {&first, &renewed}) {
+    const Outcome outcome = Verify(root->certificate, {first.certificate, renewed.certificate});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.chain, Names{"root"});
+  }
+}
+
 // Each of the two keys of a root has certified the other, so that issuers lead round in a circle.
 TEST(VerifyChain, DoesNotRunInCirclesBetweenCrossCertificates) {
   const Identity old = Root("root", 0);

@@ -184,14 +184,14 @@ std::string ManyCertificates(unsigned number) {
 }
 
 TEST(CertStoreLoad, ReadsThousandsOfCertificates) {
-  const std::string text = ManyCertificates(3000);
+  const std::string text = ManyCertificates(2000);
   CertStore store;
   unsigned int count = 0;
   ASSERT_TRUE(store.Load(ToText(text), &count));
-  EXPECT_EQ(count, 3000U);
-  EXPECT_EQ(CountOf(store), 3000);
+  EXPECT_EQ(count, 2000U);
+  EXPECT_EQ(CountOf(store), 2000);
   ASSERT_TRUE(store.Load(ToText(text), &count));
-  EXPECT_EQ(CountOf(store), 3000);
+  EXPECT_EQ(CountOf(store), 2000);
 }
 
 TEST(CertStoreAdd, AddsACertificateOnce) {

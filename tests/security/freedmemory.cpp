@@ -35,8 +35,9 @@ void Inspect(const char* block) {
   if (HoldsSecret({block, SizeOf(block)})) ++leakyBlocks;
 }
 
+// Zeroed, so that a block never holds what a test left in the same memory before.
 void* Allocate(std::size_t size, const char*, int) {
-  char* memory = static_cast<char*>(std::malloc(size + kHeader));
+  char* memory = static_cast<char*>(std::calloc(1, size + kHeader));
   if (memory == nullptr) return nullptr;
   std::memcpy(memory, &size, sizeof size);
   return memory + kHeader;

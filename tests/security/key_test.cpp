@@ -206,6 +206,7 @@ TEST(PrivateKeyLoad, RefusesRSAStructuresOfAnotherShape) {
       {"a number too many", RSAStructure(tooMany)},
       {"a sequence of indefinite length",
        std::string("\x30\x80", 2) + with(1, "\x03").substr(5) + std::string(2, '\0')},
+      {"a byte after the sequence", with(1, "\x03") + "x"},
       {"an octet string for the sequence", "\x04" + with(1, "\x03").substr(1)},
   };
   for (const auto& [why, bytes] : rows) {
