@@ -1,5 +1,6 @@
 #include "stand/control.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 #include <utility>
@@ -39,15 +40,19 @@ bool IsCount(std::int64_t number) {
   return number >= 0 && number <= std::numeric_limits<int>::max();
 }
 
-std::optional<int> ReadServer(const KVMap& body) {
-  if (ReadText(body, "server") == "crypt") return kCryptService;
+std::optional<int> ReadServer(const Stand& stand, const KVMap& body) {
+  const std::string name = ReadText(body, "server").value_or("");
+  if (name == "crypt" || name == stand.GetServiceUrl()) return kCryptService;
+  const auto urls = stand.GetKeyServerUrls();
+  const auto found = std::find(urls.begin(), urls.end(), name);
+  if (found != urls.end()) return static_cast<int>(found - urls.begin());
   const auto index = ReadInteger(body, "server");
   return index.has_value() && *index >= 0 && *index < 1000 ? std::optional(static_cast<int>(*index))
                                                            : std::nullopt;
 }
 
 HttpReply ServeFault(Stand& stand, const KVMap& body) {
-  const auto server = ReadServer(body);
+  const auto server = ReadServer(stand, body);
   const auto name = ReadText(body, "fault");
   Fault fault;
   std::int64_t uses = 0;
@@ -128,7 +133,7 @@ HttpReply ServeLists(Stand& stand, const KVMap& body) {
 }
 
 HttpReply ServeClock(Stand& stand, const KVMap& body) {
-  const auto server = ReadServer(body);
+  const auto server = ReadServer(stand, body);
   const auto seconds = ReadInteger(body, "seconds");
   if (!HasMembers(body, {"server", "seconds"}) || !server || !seconds ||
       std::abs(*seconds) > kMaxClockOffset) {
@@ -156,16 +161,24 @@ HttpReply ServeEvents(const Stand& stand) {
   return JsonReply(answer);
 }
 
+// The segments of the path. A script that joins the service's URL and a path with a slash of its own makes an
+// empty one at the front.
+std::vector<std::string> ControlPath(const HttpRequest& request) {
+  auto path = request.PathSegments().value_or(std::vector<std::string>());
+  if (path.size() > 1 && path.front().empty()) path.erase(path.begin());
+  return path;
+}
+
 }  // namespace
 
 bool IsControlRequest(const HttpRequest& request) {
-  const auto path = request.PathSegments();
-  return path.has_value() && path->front() == "stand";
+  const auto path = ControlPath(request);
+  return !path.empty() && path.front() == "stand";
 }
 
 HttpReply ServeControl(Stand& stand, const HttpRequest& request) {
-  const auto path = request.PathSegments();
-  const std::string what = path->size() == 2 ? (*path)[1] : "";
+  const auto path = ControlPath(request);
+  const std::string what = path.size() == 2 ? path[1] : "";
   constexpr std::pair<const char*, HttpReply (*)(Stand&, const KVMap&)> kChanges[] = {
       {"fault", ServeFault}, {"room", ServeRoom}, {"lists", ServeLists}, {"clock", ServeClock}};
   if (what == "events") return request.method == "GET" ? ServeEvents(stand) : WrongMethod();

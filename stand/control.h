@@ -11,8 +11,8 @@ bool IsControlRequest(const HttpRequest& request);
 
 /// Serves the control path, so that scripts can do what tests do in the program. No fault concerns it.
 ///
-///   POST stand/fault  {"server":0|"crypt","fault":NAME,"operation":,"uses":,"number":,"text":}; the name
-///                     "none" takes all faults of the server back and brings it up
+///   POST stand/fault  {"server":,"fault":NAME,"operation":,"uses":,"number":,"text":}; a server is named by
+///                     "crypt", or by the index or the URL of a key server; the fault "none" takes all back
 ///   POST stand/room   {"room":,"locked":,"plainkey":,"certauth":,"certificate":"good"|"expired"|"foreign"|
 ///                     "wrong-issuer"}; a room that is not there is made
 ///   POST stand/lists  {"certstore":TEXT,"truststore":TEXT,"integrity":"normal"|"empty"|"upper-case"|

@@ -36,7 +36,7 @@ void PrintBanner(const Stand& stand, const std::string& room) {
 bool WriteUrls(const Stand& stand, const std::string& path) {
   CryptStand::KVMap urls;
   urls.Set("service", CryptStand::TextVal(stand.GetServiceUrl()));
-  urls.Set("keyserver", CryptStand::TextsVal(stand.GetKeyServerUrls()));
+  urls.Set("keyservers", CryptStand::TextsVal(stand.GetKeyServerUrls()));
   urls.Set("rooms", CryptStand::TextsVal(stand.GetRooms()));
   const std::string draft = path + ".new";
   std::ofstream file(draft, std::ios::trunc);

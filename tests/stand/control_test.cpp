@@ -31,6 +31,19 @@ TEST_F(ControlTest, TakesServersDownAndUp) {
   EXPECT_EQ(Get(Server("status?1", 1)).status, 200);
 }
 
+TEST_F(ControlTest, KnowsServersByTheirUrl) {
+  const std::string url = stand_.GetKeyServerUrls().at(2);
+  EXPECT_EQ(Change("fault", R"({"server":")" + url + R"(","fault":"down"})"), 200);
+  EXPECT_EQ(Get(Server("status?1", 2)).status, 0);
+  EXPECT_EQ(Change("fault", R"({"server":")" + stand_.GetServiceUrl() + R"(","fault":"status"})"), 200);
+  EXPECT_EQ(Get(Service("crypt/key/demo")).status, 503);
+}
+
+TEST_F(ControlTest, TakesASlashTooManyBeforeItsPath) {
+  EXPECT_EQ(Post(Service("/stand/fault"), R"({"server":0,"fault":"status"})").status, 200);
+  EXPECT_EQ(Get(Server("status?1")).status, 503);
+}
+
 TEST_F(ControlTest, DoesNotTakeTheCryptServiceDown) {
   EXPECT_EQ(Change("fault", R"({"server":"crypt","fault":"down"})"), 400);
 }

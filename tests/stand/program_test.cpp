@@ -81,7 +81,7 @@ TEST(ProgramTest, ServesUntilItIsToldToStop) {
                              "c", "--url-file", file});
     const KVMap urls = WaitForUrls(file);
     const std::string service = ReadText(urls, "service").value_or("(none)");
-    EXPECT_EQ(ReadTexts(urls, "keyserver").value_or(std::vector<std::string>()).size(), 2U);
+    EXPECT_EQ(ReadTexts(urls, "keyservers").value_or(std::vector<std::string>()).size(), 2U);
     EXPECT_EQ(ReadTexts(urls, "rooms"), (std::vector<std::string>{"a b", "c"}));
     EXPECT_EQ(Get(service + "crypt/key/a%20b").Text("room"), "a b");
     EXPECT_THAT(program.Out(), testing::HasSubstr("development stand"));
