@@ -45,15 +45,15 @@ protect
 heading "What lies in the protected file"
 "$cryptcli" inspect "$work/protected.p7m"
 heading "Open it again"
-open --force
+open --json
 compare
 
 heading "Failover: the key server $key_server stops"
-curl -sf -X POST -d "{\"server\":\"$key_server\",\"fault\":\"down\"}" "$service/stand/fault" >/dev/null
+curl -sf -X POST -d "{\"server\":\"$key_server\",\"fault\":\"down\"}" "${service%/}/stand/fault" >/dev/null
 # Each run begins at a server of its own choice; go on until one has met the dead server.
 for round in $(seq 20); do
-  protect --force --trace 4 2>"$work/trace"
-  open --force --trace 4 2>>"$work/trace"
+  protect --force --trace 1 2>"$work/trace"
+  open --force --json --trace 1 2>>"$work/trace"
   compare
   if grep -q "Could not connect to key server" "$work/trace"; then
     grep -m 1 "Could not connect to key server" "$work/trace"
