@@ -114,6 +114,7 @@ TEST_F(Verification, NormalisesTheGroup) {
       {{TestSupport::kGroupOid, "616"}, "616", "an odd number of digits"},
       {{TestSupport::kGroupOid, "61"}, "a", "two digits"},
       {{TestSupport::kGroupOid, "7"}, "7", "one digit"},
+      {{TestSupport::kGroupOid, ".."}, "..", "what a path would take for the folder above"},
   };
   for (const auto& row : rows) {
     ProtectGroup(row.group);
