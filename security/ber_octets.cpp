@@ -1,8 +1,18 @@
 #include "security/ber_octets.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "security/openssl_handles.h"
 
 namespace OruOssSec {
+
+namespace {
+
+// So much is worth a read of its own.
+constexpr std::uint32_t kLargeRead = 16 * 1024;
+
+}  // namespace
 
 BerSegments::BerSegments(BerReader& reader, std::uint64_t offset, std::uint64_t end,
                          std::uint8_t identifier) noexcept
@@ -47,18 +57,45 @@ bool BerSegments::Next(BerExtent& extent) noexcept {
   return true;
 }
 
-bool BerContent::Next(BerSpan& span) noexcept {
-  span = BerSpan();
+// Makes the segment under way one that holds octets still to be read, or empty at the end.
+bool BerContent::FindExtent() noexcept {
   if (extent_.size == 0 && !segments_.Next(extent_)) return false;
   if (extent_.size > left_ || (extent_.size == 0 && left_ != 0)) {
     return FailWith("The file changed while it was read");
   }
+  return true;
+}
+
+void BerContent::Pass(std::uint32_t size) noexcept {
+  extent_.offset += size;
+  extent_.size -= size;
+  left_ -= size;
+}
+
+bool BerContent::Next(BerSpan& span) noexcept {
+  span = BerSpan();
+  if (!FindExtent()) return false;
   if (extent_.size == 0) return true;
   if (!reader_.Fetch(extent_.offset, 1, span)) return false;
   if (span.size > extent_.size) span.size = static_cast<std::uint32_t>(extent_.size);
-  extent_.offset += span.size;
-  extent_.size -= span.size;
-  left_ -= span.size;
+  Pass(span.size);
+  return true;
+}
+
+bool BerContent::Read(std::uint8_t* target, std::uint32_t most, std::uint32_t& got) noexcept {
+  got = 0;
+  if (!FindExtent()) return false;
+  if (extent_.size == 0) return true;
+  got = static_cast<std::uint32_t>(std::min<std::uint64_t>(most, extent_.size));
+  if (got >= kLargeRead) {
+    if (!source_.ReadAt(extent_.offset, target, got)) return false;
+  } else {
+    BerSpan span;
+    if (!reader_.Fetch(extent_.offset, 1, span)) return false;
+    got = std::min(got, span.size);
+    std::memcpy(target, span.data, got);
+  }
+  Pass(got);
   return true;
 }
 

@@ -58,19 +58,27 @@ class BerSegments {
   Level levels_[kMaxNest] = {};
 };
 
-/// Streams the content octets of an octet string in runs as large as the window allows.
+/// Streams the content octets of an octet string. Every operation fails when the source cannot be read or is
+/// no longer what it was.
 class BerContent {
  public:
   BerContent(IByteSource& source, const BerOctets& octets) noexcept
-      : reader_(source),
+      : source_(source),
+        reader_(source),
         segments_(reader_, octets.offset, octets.end, octets.identifier),
         left_(octets.length) {}
 
-  /// The next run; one of size 0 stands for the end. False when the source cannot be read or is no longer
-  /// what it was.
+  /// The next run, as large as the window allows; one of size 0 stands for the end.
   bool Next(BerSpan& span) noexcept;
+  /// Puts up to `most` octets, which is not 0, at `target`; 0 of them stand for the end. Large segments get
+  /// there at once, without a copy in between.
+  bool Read(std::uint8_t* target, std::uint32_t most, std::uint32_t& got) noexcept;
 
  private:
+  bool FindExtent() noexcept;
+  void Pass(std::uint32_t size) noexcept;
+
+  IByteSource& source_;
   BerReader reader_;
   BerSegments segments_;
   BerExtent extent_;

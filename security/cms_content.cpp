@@ -9,57 +9,49 @@ namespace OruOssSec {
 
 namespace {
 
-// A piece of this size is worth a system call of its own.
-constexpr std::uint32_t kLargePiece = 32 * 1024;
-
 bool CopyContent(const LoadedMessage& message, IContentSink& sink) noexcept {
   const BerOctets& octets = message.skeleton.content;
   BerContent content(*message.source, octets);
   if (!sink.Begin(octets.length)) return false;
-  BerSpan span;
+  std::uint32_t got = 0;
   do {
-    if (!content.Next(span) || !sink.Write(span.data, span.size)) return false;
-  } while (span.size > 0);
+    if (!content.Read(sink.GetRoom(), sink.GetMissing(), got) || !sink.Commit(got)) return false;
+  } while (got > 0);
   return sink.Finish();
 }
 
 }  // namespace
 
 bool FileSink::Begin(std::uint64_t most) noexcept {
-  gathered_.reset(new (std::nothrow) std::uint8_t[OruGuiBase::kStreamBuffer]);
-  if (gathered_ == nullptr) return FailWith("Out of memory");
-  return writer_.Open(target_) && (most == 0 || writer_.Preallocate(static_cast<std::int64_t>(most)));
+  buffer_.reset(new (std::nothrow) std::uint8_t[kWritePiece + kSlack]);
+  if (buffer_ == nullptr) return FailWith("Out of memory");
+  return writer_.Open(target_) && writer_.Preallocate(static_cast<std::int64_t>(most));
 }
 
-bool FileSink::Flush() noexcept {
-  const std::uint32_t size = filled_;
-  filled_ = 0;
-  return size == 0 || writer_.Write(gathered_.get(), size);
-}
-
-bool FileSink::Write(const std::uint8_t* data, std::uint32_t size) noexcept {
-  written_ += size;
-  if (size >= kLargePiece) return Flush() && writer_.Write(data, size);
-  if (size > OruGuiBase::kStreamBuffer - filled_ && !Flush()) return false;
-  if (size > 0) std::memcpy(gathered_.get() + filled_, data, size);
+bool FileSink::Commit(std::uint32_t size) noexcept {
+  constexpr std::uint32_t kPiece = kWritePiece;
   filled_ += size;
+  written_ += size;
+  if (filled_ < kPiece) return true;
+  if (!writer_.Write(buffer_.get(), kPiece)) return false;
+  filled_ -= kPiece;
+  std::memmove(buffer_.get(), buffer_.get() + kPiece, filled_);
   return true;
 }
 
 bool FileSink::Finish() noexcept {
-  return Flush() && writer_.Truncate(written_) && writer_.Close();
+  return (filled_ == 0 || writer_.Write(buffer_.get(), filled_)) && writer_.Truncate(written_) &&
+         writer_.Close();
 }
 
+// One octet more than will come keeps the room from ever being none.
 bool BlobSink::Begin(std::uint64_t most) noexcept {
-  if (most > 0xFFFFFFFFU) return FailWith("The content is too large for memory");
-  if (most == 0) return true;
-  data_ = bytes_.Alloc(static_cast<std::uint32_t>(most));
+  if (most + 1 + kSlack > 0xFFFFFFFFU) return FailWith("The content is too large for memory");
+  data_ = bytes_.Alloc(static_cast<std::uint32_t>(most + 1 + kSlack));
   return data_ != nullptr || FailWith("Out of memory");
 }
 
-bool BlobSink::Write(const std::uint8_t* data, std::uint32_t size) noexcept {
-  if (size > bytes_.GetSize() - filled_) return FailWith("The content is larger than it was");
-  if (size > 0) std::memcpy(data_ + filled_, data, size);
+bool BlobSink::Commit(std::uint32_t size) noexcept {
   filled_ += size;
   return true;
 }

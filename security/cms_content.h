@@ -5,15 +5,24 @@
 #include "foundation/blob.h"
 #include "foundation/stream.h"
 #include "security/cms_message.h"
+#include "security/cms_piece.h"
 
 namespace OruOssSec {
 
-/// Takes content in pieces.
+/// Takes content, which is put straight into its room.
 class IContentSink {
  public:
-  /// Comes first: at most `most` bytes will follow.
+  /// Octets that may be put beyond what is missing: those of a cipher's blocks.
+  static constexpr std::uint32_t kSlack = 2 * EVP_MAX_BLOCK_LENGTH;
+
+  /// Comes first: at most `most` octets will follow.
   virtual bool Begin(std::uint64_t most) noexcept = 0;
-  virtual bool Write(const std::uint8_t* data, std::uint32_t size) noexcept = 0;
+  /// Where the next octets are put: room for GetMissing() + kSlack.
+  virtual std::uint8_t* GetRoom() noexcept = 0;
+  /// Octets that are best put at once; never 0.
+  virtual std::uint32_t GetMissing() const noexcept = 0;
+  /// Takes the octets put there.
+  virtual bool Commit(std::uint32_t size) noexcept = 0;
   /// Comes last, when all went well.
   virtual bool Finish() noexcept = 0;
 
@@ -21,20 +30,21 @@ class IContentSink {
   ~IContentSink() = default;
 };
 
-/// Writes to a file. Small pieces are gathered, large ones pass through.
+/// Writes to a file, in pieces that begin and end at multiples of kWritePiece: so the system never
+/// completes a page in a second step.
 class FileSink final : public IContentSink {
  public:
   explicit FileSink(const OruGuiBase::File& target) noexcept : target_(target) {}
   bool Begin(std::uint64_t most) noexcept override;
-  bool Write(const std::uint8_t* data, std::uint32_t size) noexcept override;
+  std::uint8_t* GetRoom() noexcept override { return buffer_.get() + filled_; }
+  std::uint32_t GetMissing() const noexcept override { return kWritePiece - filled_; }
+  bool Commit(std::uint32_t size) noexcept override;
   bool Finish() noexcept override;
 
  private:
-  bool Flush() noexcept;
-
   OruGuiBase::File target_;
   OruGuiBase::FileWriter writer_;
-  std::unique_ptr<std::uint8_t[]> gathered_;
+  std::unique_ptr<std::uint8_t[]> buffer_;
   std::uint32_t filled_ = 0;
   std::int64_t written_ = 0;
 };
@@ -44,7 +54,9 @@ class BlobSink final : public IContentSink {
  public:
   explicit BlobSink(OruGuiBase::Blob& target) noexcept : target_(target) {}
   bool Begin(std::uint64_t most) noexcept override;
-  bool Write(const std::uint8_t* data, std::uint32_t size) noexcept override;
+  std::uint8_t* GetRoom() noexcept override { return data_ + filled_; }
+  std::uint32_t GetMissing() const noexcept override { return bytes_.GetSize() - kSlack - filled_; }
+  bool Commit(std::uint32_t size) noexcept override;
   bool Finish() noexcept override;
 
  private:

@@ -29,27 +29,33 @@ BioPtr StartCipher(CMS_ContentInfo* cms, EVP_CIPHER_CTX*& context) noexcept {
   return owned;
 }
 
-bool EncryptPiece(EVP_CIPHER_CTX* context, const std::uint8_t* plain, std::uint32_t size, bool last,
+bool EncryptPiece(EVP_CIPHER_CTX* context, const std::uint8_t* plain, std::uint32_t size,
                   CmsWriter& writer) noexcept {
   int made = 0;
-  int rest = 0;
-  std::uint8_t* room = writer.GetRoom();
-  if (EVP_EncryptUpdate(context, room, &made, plain, static_cast<int>(size)) != 1) {
+  if (EVP_EncryptUpdate(context, writer.GetRoom(), &made, plain, static_cast<int>(size)) != 1) {
     return FailWithOpenSSL(kCouldNotEncrypt);
   }
-  if (last && EVP_EncryptFinal_ex(context, room + made, &rest) != 1) return FailWithOpenSSL(kCouldNotEncrypt);
-  return writer.WriteSegment(static_cast<std::uint32_t>(made + rest));
+  return writer.Commit(static_cast<std::uint32_t>(made));
 }
 
+bool EncryptLast(EVP_CIPHER_CTX* context, CmsWriter& writer) noexcept {
+  int made = 0;
+  if (EVP_EncryptFinal_ex(context, writer.GetRoom(), &made) != 1) return FailWithOpenSSL(kCouldNotEncrypt);
+  return writer.Commit(static_cast<std::uint32_t>(made));
+}
+
+// Whole blocks at a time, just as many as fill the segment under way.
 bool EncryptAll(EVP_CIPHER_CTX* context, CmsInput& input, CmsWriter& writer) noexcept {
-  const std::unique_ptr<std::uint8_t[]> plain(new (std::nothrow) std::uint8_t[CmsWriter::kSegment]);
+  const std::unique_ptr<std::uint8_t[]> plain(new (std::nothrow) std::uint8_t[kWritePiece]);
   if (plain == nullptr) return FailWith("Out of memory");
+  const auto block = static_cast<std::uint32_t>(EVP_CIPHER_CTX_get_block_size(context));
   std::uint32_t got = 0;
   do {
-    if (!input.Read(plain.get(), CmsWriter::kSegment, got)) return false;
-    if (!EncryptPiece(context, plain.get(), got, got < CmsWriter::kSegment, writer)) return false;
-  } while (got == CmsWriter::kSegment);
-  return true;
+    const std::uint32_t wanted = (writer.GetMissing() + block - 1) / block * block;
+    if (!input.Read(plain.get(), wanted, got) || !EncryptPiece(context, plain.get(), got, writer))
+      return false;
+  } while (!input.IsAtEnd());
+  return EncryptLast(context, writer);
 }
 
 }  // namespace

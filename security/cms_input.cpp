@@ -17,8 +17,8 @@ bool CmsInput::Read(std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got
   if (count < 0) return FailWith("The file cannot be read");
   got = static_cast<std::uint32_t>(count);
   taken_ += got;
-  const bool ended = got < size;
-  if (size_ != 0 && (taken_ > size_ || (ended && taken_ != size_))) {
+  ended_ = got < size;
+  if (size_ != 0 && (taken_ > size_ || (ended_ && taken_ != size_))) {
     return FailWith("The file changed while it was read");
   }
   return true;

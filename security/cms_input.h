@@ -15,11 +15,13 @@ class CmsInput {
   std::uint64_t GetSize() const noexcept { return size_; }
   /// Reads up to `size` bytes, fewer only at the end.
   bool Read(std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got) noexcept;
+  bool IsAtEnd() const noexcept { return ended_; }
 
  private:
   OruGuiBase::FileReader reader_;
   std::uint64_t size_ = 0;
   std::uint64_t taken_ = 0;
+  bool ended_ = false;
 };
 
 }  // namespace OruOssSec

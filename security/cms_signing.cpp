@@ -78,10 +78,9 @@ bool Signing::Begin(const Certificate& certificate, const OruGuiBase::KVMap& att
 bool Signing::CopyContent(CmsInput& input) noexcept {
   std::uint32_t got = 0;
   do {
-    if (!input.Read(writer_.GetRoom(), CmsWriter::kSegment, got)) return false;
-    if (got == 0) break;
-    if (!hash_.Add(writer_.GetRoom(), got) || !writer_.WriteSegment(got)) return false;
-  } while (got == CmsWriter::kSegment);
+    if (!input.Read(writer_.GetRoom(), writer_.GetMissing(), got)) return false;
+    if (!hash_.Add(writer_.GetRoom(), got) || !writer_.Commit(got)) return false;
+  } while (!input.IsAtEnd());
   return true;
 }
 

@@ -12,6 +12,10 @@ constexpr std::uint8_t kContextStart[] = {kContext0, 0x80};
 constexpr std::uint8_t kOctetsStart[] = {kOctetString | kConstructed, 0x80};
 constexpr std::uint8_t kEnd[] = {0x00, 0x00};
 
+// A segment and its header are one piece: 04 83 and three octets of length.
+constexpr std::uint32_t kSegmentHeader = 5;
+constexpr std::uint32_t kSegment = kWritePiece - kSegmentHeader;
+
 // Room that is reserved beside the content: certificates and signers or recipients.
 constexpr std::uint64_t kAround = 64 * 1024;
 
@@ -44,21 +48,37 @@ bool CmsWriter::Begin(const OruGuiBase::File& target, const CmsSkeleton& head,
   if (buffer_ == nullptr) return FailWith("Out of memory");
   BerBuffer bytes;
   if (!MakeHead(head, bytes) || !writer_.Open(target)) return false;
-  const std::uint64_t headers = (expected / kSegment + 1) * kMostHeader;
+  // The first segment is so much shorter that the following ones lie at multiples of a piece; a head that
+  // leaves little of the first piece is not worth it.
+  const std::uint32_t lead = static_cast<std::uint32_t>(bytes.GetSize() % kWritePiece);
+  segment_ = lead < kSegment / 2 ? kSegment - lead : kSegment;
+  const std::uint64_t headers = (expected / kSegment + 1) * kSegmentHeader;
   return writer_.Preallocate(static_cast<std::int64_t>(expected + headers + kAround)) && Write(bytes);
 }
 
 bool CmsWriter::WriteSegment(std::uint32_t size) noexcept {
   std::uint8_t header[kMostHeader];
   const std::uint32_t headerSize = PutBerHeader(kOctetString, size, header);
-  std::uint8_t* start = GetRoom() - headerSize;
+  std::uint8_t* start = buffer_.get() + kMostHeader - headerSize;
   std::memcpy(start, header, headerSize);
   return Write(start, headerSize + size);
 }
 
+bool CmsWriter::Commit(std::uint32_t size) noexcept {
+  filled_ += size;
+  if (filled_ < segment_) return true;
+  if (!WriteSegment(segment_)) return false;
+  std::uint8_t* data = buffer_.get() + kMostHeader;
+  filled_ -= segment_;
+  std::memmove(data, data + segment_, filled_);
+  segment_ = kSegment;
+  return true;
+}
+
 bool CmsWriter::Finish(const CmsSkeleton& tail) noexcept {
   BerBuffer bytes;
-  return MakeTail(tail, bytes) && Write(bytes) && writer_.Truncate(written_) && writer_.Close();
+  return (filled_ == 0 || WriteSegment(filled_)) && MakeTail(tail, bytes) && Write(bytes) &&
+         writer_.Truncate(written_) && writer_.Close();
 }
 
 }  // namespace OruOssSec
