@@ -191,7 +191,12 @@ class CryptClient final : public OruOssSec::ISignHash {
 
   // ---- Failures and rotation (client/cryptclient.cpp, client/rotation.cpp)
   void SetError(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
-  void SetError(const char* method, const AnsiStr& url, const AnsiStr& message) noexcept;
+  // A type of its own, so that no text of a printf-style call is taken for a URL.
+  struct HttpCall {
+    const char* method;
+    const AnsiStr& url;
+  };
+  void SetError(const HttpCall& call, const AnsiStr& message) noexcept;
   /// Records "<what>: <the current system error text>" and returns false.
   bool FailWithSystemError(const char* what) noexcept;
   static std::uint32_t* GetKeyServerBase() noexcept;

@@ -74,9 +74,9 @@ void CryptClient::SetError(const char* format, ...) noexcept {
   CRYPTCLI_TRACE_MSG(4, "CryptClient: Error: %s", errorMessage.GetText());
 }
 
-void CryptClient::SetError(const char* method, const AnsiStr& url, const AnsiStr& message) noexcept {
+void CryptClient::SetError(const HttpCall& call, const AnsiStr& message) noexcept {
   errorMessage = message;
-  CRYPTCLI_TRACE_MSG(4, "CryptClient: %s %s", method, url.GetText());
+  CRYPTCLI_TRACE_MSG(4, "CryptClient: %s %s", call.method, call.url.GetText());
   CRYPTCLI_TRACE_MSG(4, "CryptClient: Error: %s", errorMessage.GetText());
 }
 

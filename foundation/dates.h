@@ -9,7 +9,9 @@
 namespace OruGuiBase {
 
 /// Parses an HTTP date of the RFC 1123 form ("Sun, 06 Nov 1994 08:49:37 GMT") into universal time; 0 means
-/// success. `value` is left alone on failure.
+/// success. `value` is left alone on failure. Weekday and seconds may be missing, the weekday need not be the
+/// date's, the zone is GMT, UT, UTC, Z or an offset like "+0130", and a second 60 counts into the next
+/// minute.
 ORUGUI_EXPORT int RFC1123Str2UniversalDateTime(const AnsiStr& text, datetime& value) noexcept;
 /// ISO 8601 text of a date, "2024-02-29T23:59:58". With `fraction` its milliseconds and with `zone` its
 /// offset in minutes are added; both may be null.
@@ -17,7 +19,8 @@ ORUGUI_EXPORT AnsiStr DateTime2ISOStr(const datetime& value, const std::uint16_t
                                       const std::int16_t* zone) noexcept;
 /// Whether the fields make a date of the calendar; false for an unset value.
 ORUGUI_EXPORT bool IsValidDateTime(const datetime& value) noexcept;
-/// Adds seconds, which may be negative, with carry, and returns the same object.
+/// Adds seconds, which may be negative, with carry, and returns the same object. A date that is none stays as
+/// it is; a sum outside the years 1 to 9999 is unset.
 ORUGUI_EXPORT datetime& AddSeconds(datetime& value, std::int64_t seconds) noexcept;
 /// The present universal time in fields; false, with all fields 0, when the system has none.
 ORUGUI_EXPORT bool GetCurrentDateTime(long& year, long& month, long& day, long& hour, long& minute,

@@ -114,36 +114,36 @@ bool IsBlankOrControl(char character) {
   return byte <= 0x20 || byte == 0x7F;
 }
 
-// Writes base64 characters, broken into lines.
-class LineWriter {
- public:
-  LineWriter(AnsiStr& text, std::uint32_t lineLength, const char* lineEnd)
-      : text_(text), lineLength_(lineLength), lineEnd_(lineEnd) {}
-  void Put(const char (&quartet)[4]) {
-    if (lineLength_ == 0) {
-      text_.Append(quartet, 4);
-      return;
-    }
-    for (const char character : quartet) {
-      if (column_ == lineLength_) {
-        text_ += lineEnd_;
-        column_ = 0;
-      }
-      text_ += character;
-      ++column_;
-    }
-  }
-
- private:
-  AnsiStr& text_;
-  std::uint32_t lineLength_;
-  const char* lineEnd_;
-  std::uint32_t column_ = 0;
-};
-
 std::uint32_t CheckedRoom(std::uint64_t size) {
   if (size > kMaxText) DebugAbort("UInt32 overflow");
   return static_cast<std::uint32_t>(size);
+}
+
+// Room for a text whose length is known before it is written.
+char* MakeRoom(AnsiStr& text, std::uint64_t length) {
+  if (length == 0) return nullptr;
+  char* const room = text.Alloc(CheckedRoom(length));
+  if (room == nullptr) DebugAbort("Could not allocate string");
+  return room;
+}
+
+void EncodeTriple(const std::uint8_t* bytes, std::uint32_t count, char* quartet) {
+  std::uint32_t bits = 0;
+  for (std::uint32_t i = 0; i < 3; ++i) bits = bits << 8 | (i < count ? bytes[i] : 0U);
+  quartet[0] = kBase64[bits >> 18];
+  quartet[1] = kBase64[bits >> 12 & 63];
+  quartet[2] = count > 1 ? kBase64[bits >> 6 & 63] : '=';
+  quartet[3] = count > 2 ? kBase64[bits & 63] : '=';
+}
+
+AnsiStr BreakLines(const AnsiStr& text, std::uint32_t lineLength, const char* lineEnd) {
+  const std::string_view all = text.View();
+  AnsiStr broken;
+  for (std::size_t start = 0; start < all.size(); start += lineLength) {
+    if (start != 0) broken += lineEnd;
+    broken.Append(all.substr(start, lineLength));
+  }
+  return broken;
 }
 
 // Length of the well-formed sequence at `at` that begins with a byte above 0x7F, or 0.
@@ -199,18 +199,13 @@ AnsiStr Binary2B64Str(const void* data, std::uint32_t size, std::uint32_t lineLe
                       const char* lineEnd) noexcept {
   const auto* const bytes = static_cast<const std::uint8_t*>(data);
   AnsiStr text;
-  text.Reserve(CheckedRoom((std::uint64_t{size} + 2) / 3 * 4));
-  LineWriter writer(text, lineLength, lineEnd);
-  for (std::uint32_t i = 0; i < size;) {
-    const std::uint32_t taken = size - i < 3 ? size - i : 3;
-    std::uint32_t bits = 0;
-    for (std::uint32_t k = 0; k < 3; ++k) bits = bits << 8 | (k < taken ? bytes[i + k] : 0U);
-    const char quartet[4] = {kBase64[bits >> 18], kBase64[bits >> 12 & 63],
-                             taken > 1 ? kBase64[bits >> 6 & 63] : '=', taken > 2 ? kBase64[bits & 63] : '='};
-    writer.Put(quartet);
-    i += taken;
+  char* at = MakeRoom(text, (std::uint64_t{size} + 2) / 3 * 4);
+  for (std::uint32_t rest = size; rest != 0; at += 4) {
+    const std::uint32_t count = rest < 3 ? rest : 3;
+    EncodeTriple(bytes + (size - rest), count, at);
+    rest -= count;
   }
-  return text;
+  return lineLength != 0 ? BreakLines(text, lineLength, lineEnd) : text;
 }
 
 bool B64Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size, const char* ignored) noexcept {
@@ -259,10 +254,10 @@ AnsiStr Binary2B16Str(const void* data, std::uint32_t size, bool upperCase) noex
   const auto* const bytes = static_cast<const std::uint8_t*>(data);
   const char* const digits = upperCase ? kUpperHex : kLowerHex;
   AnsiStr text;
-  text.Reserve(CheckedRoom(std::uint64_t{size} * 2));
+  char* at = MakeRoom(text, std::uint64_t{size} * 2);
   for (std::uint32_t i = 0; i < size; ++i) {
-    const char pair[2] = {digits[bytes[i] >> 4], digits[bytes[i] & 15]};
-    text.Append(pair, sizeof pair);
+    *at++ = digits[bytes[i] >> 4];
+    *at++ = digits[bytes[i] & 15];
   }
   return text;
 }

@@ -17,7 +17,7 @@ ORUGUI_EXPORT AnsiStr Binary2B64Str(const void* data, std::uint32_t size, std::u
                                     const char* lineEnd) noexcept;
 /// Decodes base64. `size` gives the room at `target` and returns the true length, which may be below it.
 /// Characters of `ignored` are passed over. False, with the reason in the error state, for anything that is
-/// not base64 with its full padding or does not fit.
+/// not base64 with its full padding, has bits set that the padding cuts off, or does not fit.
 ORUGUI_EXPORT bool B64Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size,
                                  const char* ignored) noexcept;
 /// The same for hexadecimal of either case. An odd number of digits is bad input.

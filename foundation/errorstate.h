@@ -31,7 +31,7 @@ ORUGUI_EXPORT AnsiStr GetErrorMessage(std::uint32_t code, std::uint32_t language
                                       std::uint32_t flags) noexcept;
 
 /// The text of the last error, or of errno when there is none: the reason of a failed file or security
-/// operation.
+/// operation. Never "Success".
 ORUGUI_EXPORT AnsiStr GetSystemErrorText() noexcept;
 
 }  // namespace OruGuiBase

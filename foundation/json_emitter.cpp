@@ -1,6 +1,8 @@
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "foundation/encoding.h"
 #include "foundation/format.h"
@@ -33,6 +35,26 @@ char EscapeOf(char character) {
     default:
       return static_cast<unsigned char>(character) < 0x20 ? 'u' : '\0';
   }
+}
+
+constexpr std::uint64_t EightOf(std::uint64_t byte) {
+  return byte * 0x0101010101010101U;
+}
+
+// Whether one of eight bytes is below `limit`, which is at most 0x80. Exact in its no.
+bool HasBelow(std::uint64_t eight, std::uint64_t limit) {
+  return ((eight - EightOf(limit)) & ~eight & EightOf(0x80)) != 0;
+}
+
+// The first place from `at` on that must be escaped, or the end. Eight bytes at once where it can.
+std::size_t NextEscape(std::string_view text, std::size_t at) {
+  for (std::uint64_t eight = 0; text.size() - at >= sizeof eight; at += sizeof eight) {
+    std::memcpy(&eight, text.data() + at, sizeof eight);
+    if (HasBelow(eight, 0x20) || HasBelow(eight ^ EightOf('"'), 1) || HasBelow(eight ^ EightOf('\\'), 1))
+      break;
+  }
+  while (at < text.size() && EscapeOf(text[at]) == '\0') ++at;
+  return at;
 }
 
 class Emitter {
@@ -79,14 +101,14 @@ bool Emitter::WriteString(const AnsiStr& value) {
   const std::string_view text = value.View();
   if (!IsValidUTF8(text.data(), value.GetLength())) return Fail("A text is not valid UTF-8");
   if (!Put("\"")) return false;
-  std::size_t run = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char escape = EscapeOf(text[i]);
-    if (escape == '\0') continue;
-    if (!Put(text.substr(run, i - run)) || !PutEscaped(text[i], escape)) return false;
-    run = i + 1;
+  for (std::size_t run = 0; run < text.size();) {
+    const std::size_t end = NextEscape(text, run);
+    if (!Put(text.substr(run, end - run))) return false;
+    if (end == text.size()) break;
+    if (!PutEscaped(text[end], EscapeOf(text[end]))) return false;
+    run = end + 1;
   }
-  return Put(text.substr(run)) && Put("\"");
+  return Put("\"");
 }
 
 bool Emitter::WriteInteger(std::int64_t value) {

@@ -180,14 +180,13 @@ bool FastReadStream::ReadKnown(AnsiStr& text) noexcept {
 
 // What came on top since, or all of a source whose size is not known.
 bool FastReadStream::ReadRest(AnsiStr& text) noexcept {
-  char* piece = NewBuffer();
-  if (piece == nullptr) return false;
+  char piece[4096];
   std::int64_t got = 0;
   bool fits = true;
-  while (fits && (got = reader_.Read(piece, kStreamBuffer)) > 0) {
+  while (fits && (got = reader_.Read(piece, sizeof piece)) > 0) {
     fits = AppendChecked(text, piece, static_cast<std::uint32_t>(got));
   }
-  DropBuffer(piece);
+  WipeMemory(piece, sizeof piece);
   return fits && got == 0;
 }
 

@@ -52,11 +52,12 @@ class ORUGUI_EXPORT FileWriter {
   bool Open(const File& file) noexcept;
   bool OpenAppend(const File& file) noexcept;
   bool IsOpen() const noexcept { return handle_ >= 0; }
-  /// Reserves room where the file system can, so that a full disk shows at once; true when it cannot.
+  /// Reserves room where the file system can, so that a full disk shows at once; true when it cannot. The
+  /// size of the file does not change.
   bool Preallocate(std::int64_t size) noexcept;
   /// Writes all bytes or fails.
   bool Write(const void* data, std::uint32_t size) noexcept;
-  /// Cuts the file to its true size, after Preallocate.
+  /// Sets the size of the file and gives back what Preallocate reserved beyond it.
   bool Truncate(std::int64_t size) noexcept;
   /// Reports what the system held back until now.
   bool Close() noexcept;

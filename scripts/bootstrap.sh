@@ -12,7 +12,7 @@ packages=(
   libcpp-httplib-dev libsqlite3-dev          # the stand
   libcli11-dev                               # the commands
   libgtest-dev libgmock-dev libbenchmark-dev # tests and benchmarks
-  openssl gpgsm curl                         # independent software that the tests compare with; curl drives the demo
+  openssl gpgsm gpg-agent curl                         # independent software that the tests compare with; curl drives the demo
 )
 if [ "${1:-}" = --ci ]; then packages+=(clang-format-14 clang-tidy-14 git); fi
 

@@ -63,8 +63,10 @@ bool SetSerial(X509* certificate, const std::string& serial) {
 bool SetSubject(X509* certificate, const CertSpec& spec) {
   X509_NAME* name = X509_get_subject_name(certificate);
   for (const auto& [type, value] : spec.subject) {
-    if (X509_NAME_add_entry_by_txt(name, type.c_str(), MBSTRING_UTF8, Bytes(value),
-                                   static_cast<int>(value.size()), -1, 0) != 1) {
+    // A text given in its final form is not held to the 64 characters that X.520 allows a name.
+    const int form = value.size() > 64 ? V_ASN1_UTF8STRING : MBSTRING_UTF8;
+    if (X509_NAME_add_entry_by_txt(name, type.c_str(), form, Bytes(value), static_cast<int>(value.size()), -1,
+                                   0) != 1) {
       return false;
     }
   }

@@ -22,20 +22,20 @@ using CredentialCallback =
 /// environment: proxy variables have no effect.
 struct CryptClientCurlOptions {
   /// PEM file of the certification authorities to trust in place of the system's.
-  OruGuiBase::AnsiStr caFile;
+  OruGuiBase::AnsiStr caFile{};
   /// PEM file of the client certificate, with its chain if it has one.
-  OruGuiBase::AnsiStr clientCertificate;
+  OruGuiBase::AnsiStr clientCertificate{};
   /// PEM file of its private key; empty when the certificate's file holds the key as well.
-  OruGuiBase::AnsiStr clientKey;
+  OruGuiBase::AnsiStr clientKey{};
   /// Password of that key. Nobody is ever asked for one.
-  OruGuiBase::AnsiStr clientKeyPassword;
+  OruGuiBase::AnsiStr clientKeyPassword{};
   /// URL of a proxy for every request, "http://host:port" or another kind that libcurl knows.
-  OruGuiBase::AnsiStr proxy;
+  OruGuiBase::AnsiStr proxy{};
   /// Headers for every request, to key servers as well: no place for credentials. Name to string.
-  OruGuiBase::KVMap headers;
+  OruGuiBase::KVMap headers{};
   /// Base URL of the crypt service; requests at or below it take the credentials, no other does.
-  OruGuiBase::AnsiStr serviceUrl;
-  CredentialCallback credentials;
+  OruGuiBase::AnsiStr serviceUrl{};
+  CredentialCallback credentials{};
   /// Bytes of an answer that are taken into memory. A longer one fails the exchange.
   std::uint32_t maxBody = 64 * 1024 * 1024;
   /// Seconds in which not one byte moves in either direction before an exchange is given up; 0 waits on.

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <string_view>
 
 #include "transport/curlerror.h"
 #include "transport/sigpipeguard.h"
@@ -211,7 +212,9 @@ bool CurlExchange::WasSentWhole() const {
 }
 
 bool CurlExchange::TakeAnswer(HttpResponse& response) {
-  if (!sink_.Finish()) return false;
+  // libcurl takes a connection that closes in the middle of the headers for the end of an empty body.
+  if (!headEnded_) headError_ = "its headers are cut short";
+  if (!headEnded_ || !sink_.Finish()) return false;
   long status = 0;
   curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
   KVMap headers;
@@ -231,7 +234,7 @@ AnsiStr CurlExchange::GetFailure(CURLcode code) const {
   failure.code = code;
   failure.detail = detail_;
   failure.authority = target_.GetAuthority();
-  failure.sinkError = sink_.GetError().IsEmpty() ? limitError_ : sink_.GetError();
+  failure.sinkError = sink_.GetError().IsEmpty() ? headError_ : sink_.GetError();
   failure.viaProxy = !settings_.options.proxy.IsEmpty();
   failure.mayBeCarriedOut = refusedRewind_;
   return DescribeFailure(failure);
@@ -256,11 +259,14 @@ int CurlExchange::OnSeek(void* self, curl_off_t offset, int origin) noexcept {
   return CURL_SEEKFUNC_OK;
 }
 
-std::size_t CurlExchange::OnHeader(char*, std::size_t one, std::size_t size, void* self) noexcept {
+std::size_t CurlExchange::OnHeader(char* data, std::size_t one, std::size_t size, void* self) noexcept {
   CurlExchange& exchange = *static_cast<CurlExchange*>(self);
-  exchange.headerBytes_ += one * size;
+  const std::string_view line(data, one * size);
+  exchange.headerBytes_ += line.size();
+  if (line.starts_with("HTTP/")) exchange.headEnded_ = false;
+  if (line == "\r\n" || line == "\n") exchange.headEnded_ = true;
   if (exchange.headerBytes_ <= kMaxHeaderBytes) return one * size;
-  exchange.limitError_ = "its headers are longer than 262144 bytes";
+  exchange.headError_ = "its headers are longer than 262144 bytes";
   return 0;
 }
 

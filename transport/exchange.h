@@ -56,8 +56,9 @@ class CurlExchange {
   OruGuiBase::AnsiStr body_;
   std::uint32_t bodyRead_ = 0;
   std::size_t headerBytes_ = 0;
+  bool headEnded_ = false;
   bool refusedRewind_ = false;
-  OruGuiBase::AnsiStr limitError_;
+  OruGuiBase::AnsiStr headError_;
   char detail_[CURL_ERROR_SIZE] = {};
   HandlePool::Lease handle_;  // last: it is reset and returned before what its options point to ends
 };

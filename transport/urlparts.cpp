@@ -32,6 +32,18 @@ void ToLowerAscii(std::string& text) {
   }
 }
 
+// An escaped dot is a dot (RFC 3986, 6.2.2.2), so that it makes dot segments as well.
+std::string UnescapeDots(std::string_view url) {
+  std::string text;
+  text.reserve(url.size());
+  for (std::size_t i = 0; i < url.size(); ++i) {
+    const bool isDot = url.substr(i).starts_with("%2e") || url.substr(i).starts_with("%2E");
+    text += isDot ? '.' : url[i];
+    if (isDot) i += 2;
+  }
+  return text;
+}
+
 }  // namespace
 
 AnsiStr UrlParts::GetAuthority() const {
@@ -46,7 +58,8 @@ bool ParseUrl(const AnsiStr& url, UrlParts& parts, AnsiStr& errorText) {
   }
   const std::unique_ptr<CURLU, UrlDeleter> handle(curl_url());
   if (handle == nullptr) throw std::bad_alloc();
-  const CURLUcode code = curl_url_set(handle.get(), CURLUPART_URL, url.GetText(), CURLU_DISALLOW_USER);
+  const std::string text = UnescapeDots(url.View());
+  const CURLUcode code = curl_url_set(handle.get(), CURLUPART_URL, text.c_str(), CURLU_DISALLOW_USER);
   if (code == CURLUE_OUT_OF_MEMORY) throw std::bad_alloc();
   if (code != CURLUE_OK) {
     errorText = AnsiStr("Invalid URL: ") + curl_url_strerror(code);

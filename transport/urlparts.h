@@ -11,7 +11,7 @@ struct UrlParts {
   std::string scheme;  ///< lower case
   std::string host;    ///< lower case; an IPv6 address in its brackets
   std::string port;    ///< the scheme's own when the URL names none
-  std::string path;    ///< dot segments resolved; at least "/"
+  std::string path;    ///< dot segments resolved, escaped ones as well; at least "/"
 
   /// "host:port", for messages.
   OruGuiBase::AnsiStr GetAuthority() const;

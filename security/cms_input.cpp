@@ -1,0 +1,27 @@
+#include "security/cms_input.h"
+
+#include "security/openssl_handles.h"
+
+namespace OruOssSec {
+
+bool CmsInput::Open(const OruGuiBase::File& file) noexcept {
+  if (!reader_.Open(file)) return false;
+  const std::int64_t size = reader_.GetSize();
+  if (size < 0) return FailWith("The size of the file cannot be had");
+  size_ = static_cast<std::uint64_t>(size);
+  return true;
+}
+
+bool CmsInput::Read(std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got) noexcept {
+  const std::int64_t count = reader_.Read(buffer, size);
+  if (count < 0) return FailWith("The file cannot be read");
+  got = static_cast<std::uint32_t>(count);
+  taken_ += got;
+  const bool ended = got < size;
+  if (size_ != 0 && (taken_ > size_ || (ended && taken_ != size_))) {
+    return FailWith("The file changed while it was read");
+  }
+  return true;
+}
+
+}  // namespace OruOssSec

@@ -1,0 +1,154 @@
+#include "security/cms_skeleton.h"
+
+#include "security/ber_walker.h"
+#include "security/cms_types.h"
+
+namespace OruOssSec {
+
+namespace {
+
+// The OID of a content type, contents octets alone.
+bool TakeOid(BerWalker& walker, BerBuffer& oid) noexcept {
+  if (!walker.TakeContents(kObjectIdentifier, oid)) return false;
+  return (!oid.IsEmpty() && oid.GetSize() <= CmsSkeleton::kMaxOid) ||
+         FailWith("A content type of the message is no object identifier");
+}
+
+// EncapsulatedContentInfo (5.2).
+bool ReadEncapsulated(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Enter(kSequence);
+  walker.Take(kObjectIdentifier, skeleton.inner);
+  skeleton.hasContent = walker.Is(kContext0);
+  if (skeleton.hasContent) {
+    walker.Enter(kContext0);
+    walker.SkipOctets(kOctetString, skeleton.content);
+    walker.Leave();
+  }
+  return walker.Leave();
+}
+
+// EncryptedContentInfo (6.1).
+bool ReadEncrypted(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Enter(kSequence);
+  walker.Take(kObjectIdentifier, skeleton.inner);
+  walker.Take(kSequence, skeleton.inner);
+  skeleton.hasContent = !walker.IsAtEnd();
+  if (skeleton.hasContent) walker.SkipOctets(kContext0Primitive, skeleton.content);
+  return walker.Leave();
+}
+
+bool ReadSigned(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Take(kInteger, skeleton.before);
+  walker.Take(kSet, skeleton.before);
+  ReadEncapsulated(walker, skeleton);
+  if (walker.Is(kContext0)) walker.Take(kContext0, skeleton.after);
+  if (walker.Is(kContext1)) walker.Take(kContext1, skeleton.after);
+  return walker.Take(kSet, skeleton.after);
+}
+
+bool ReadEnveloped(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Take(kInteger, skeleton.before);
+  if (walker.Is(kContext0)) walker.Take(kContext0, skeleton.before);
+  walker.Take(kSet, skeleton.before);
+  ReadEncrypted(walker, skeleton);
+  return !walker.Is(kContext1) || walker.Take(kContext1, skeleton.after);
+}
+
+bool ReadDigested(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Take(kInteger, skeleton.before);
+  walker.Take(kSequence, skeleton.before);
+  ReadEncapsulated(walker, skeleton);
+  return walker.Take(kOctetString, skeleton.after);
+}
+
+bool ReadBody(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Enter(kSequence);
+  if (skeleton.type == CMSMsg::Type::SignedData) {
+    ReadSigned(walker, skeleton);
+  } else if (skeleton.type == CMSMsg::Type::EnvelopedData) {
+    ReadEnveloped(walker, skeleton);
+  } else {
+    ReadDigested(walker, skeleton);
+  }
+  return walker.Leave();
+}
+
+// Most of what is no message shows in its first byte.
+bool BeginsLikeAMessage(BerReader& reader) noexcept {
+  BerSpan span;
+  return reader.GetSize() > 0 && reader.Fetch(0, 1, span) && *span.data == kSequence;
+}
+
+bool IsReadable(CMSMsg::Type type) noexcept {
+  return type == CMSMsg::Type::SignedData || type == CMSMsg::Type::EnvelopedData ||
+         type == CMSMsg::Type::DigestedData;
+}
+
+}  // namespace
+
+bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
+  BerReader reader(source);
+  if (!BeginsLikeAMessage(reader)) return FailWith("This is not a CMS message");
+  BerWalker walker(reader);
+  if (!walker.Enter(kSequence) || !TakeOid(walker, skeleton.oid)) return false;
+  skeleton.type = FindContentType(skeleton.oid);
+  walker.Enter(kContext0);
+  if (IsReadable(skeleton.type)) {
+    ReadBody(walker, skeleton);
+  } else {
+    walker.SkipAny();
+  }
+  walker.Leave();
+  walker.Leave();
+  return walker.Finish();
+}
+
+bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcept {
+  unsigned char* der = nullptr;
+  const int size = i2d_CMS_ContentInfo(message, &der);
+  if (size <= 0) return FailWithOpenSSL("The message cannot be encoded");
+  ViewSource source(der, static_cast<std::uint64_t>(size));
+  const bool read = ReadSkeleton(source, skeleton);
+  OPENSSL_free(der);
+  return read;
+}
+
+namespace {
+
+// Size of an element with so much in it.
+std::uint64_t SizeAround(std::uint64_t contents) noexcept {
+  std::uint8_t header[kMostHeader];
+  return PutBerHeader(kSequence, contents, header) + contents;
+}
+
+// From the inside out for the lengths, then from the outside in, so that the message is made once.
+bool EncodeDetached(const CmsSkeleton& skeleton, BerBuffer& message) noexcept {
+  const std::uint64_t fields =
+      skeleton.before.GetSize() + SizeAround(skeleton.inner.GetSize()) + skeleton.after.GetSize();
+  const std::uint64_t body = SizeAround(fields);
+  const std::uint64_t parts = SizeAround(skeleton.oid.GetSize()) + SizeAround(body);
+  return message.Reserve(static_cast<std::size_t>(SizeAround(parts))) &&
+         message.AppendHeader(kSequence, parts) &&
+         message.AppendHeader(kObjectIdentifier, skeleton.oid.GetSize()) && message.Append(skeleton.oid) &&
+         message.AppendHeader(kContext0, body) && message.AppendHeader(kSequence, fields) &&
+         message.Append(skeleton.before) && message.AppendHeader(kSequence, skeleton.inner.GetSize()) &&
+         message.Append(skeleton.inner) && message.Append(skeleton.after);
+}
+
+}  // namespace
+
+CmsPtr ParseDetached(const CmsSkeleton& skeleton) noexcept {
+  BerBuffer message;
+  if (!EncodeDetached(skeleton, message)) return nullptr;
+  const unsigned char* position = message.GetData();
+  CmsPtr parsed(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(message.GetSize())));
+  if (parsed == nullptr) {
+    FailWithOpenSSL("The message cannot be read");
+  } else if (position != message.GetData() + message.GetSize()) {
+    FailWith("The message cannot be read");
+    parsed.reset();
+  }
+  return parsed;
+}
+
+}  // namespace OruOssSec

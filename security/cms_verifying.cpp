@@ -1,0 +1,111 @@
+#include "security/cms_verifying.h"
+
+#include <chrono>
+#include <ctime>
+
+#include "security/cms_digests.h"
+#include "security/cms_signers.h"
+
+namespace OruOssSec {
+
+namespace {
+
+const X509_ALGOR* GetDigestAlgorithm(CMS_SignerInfo* signer) noexcept {
+  X509_ALGOR* digest = nullptr;
+  CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);
+  return digest;
+}
+
+// The one value of an attribute that may occur once with one value, as OpenSSL's place -3 demands.
+void* GetOnlyValue(const CMS_SignerInfo* signer, int nid, int type) noexcept {
+  return CMS_signed_get0_data_by_OBJ(signer, OBJ_nid2obj(nid), -3, type);
+}
+
+bool CheckContentType(const LoadedMessage& message, const CMS_SignerInfo* signer) noexcept {
+  const auto* claimed =
+      static_cast<const ASN1_OBJECT*>(GetOnlyValue(signer, NID_pkcs9_contentType, V_ASN1_OBJECT));
+  const ASN1_OBJECT* actual = CMS_get0_eContentType(message.cms.get());
+  return (claimed != nullptr && actual != nullptr && OBJ_cmp(claimed, actual) == 0) ||
+         FailWith("A signature is for content of another type");
+}
+
+// Gives the signer its certificate and checks its signature. Signed attributes have to be there: a signature
+// right over the content could be moved to content that looks like attributes, and the other way.
+bool CheckSignature(const LoadedMessage& message, CMS_SignerInfo* signer,
+                    STACK_OF(X509) * certificates) noexcept {
+  if (CMS_signed_get_attr_count(signer) <= 0) return FailWith("A signer has no signed attributes");
+  X509* certificate = FindSignerCertificate(signer, certificates);
+  if (certificate == nullptr) return FailWith("The message does not hold a signer's certificate");
+  if (!CheckContentType(message, signer)) return false;
+  CMS_SignerInfo_set1_signer_cert(signer, certificate);
+  return CMS_SignerInfo_verify(signer) == 1 || FailWith("A signature is not valid");
+}
+
+bool CheckDigest(CMS_SignerInfo* signer, const ContentDigests& digests) noexcept {
+  const auto* claimed = static_cast<const ASN1_OCTET_STRING*>(
+      GetOnlyValue(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING));
+  if (claimed == nullptr) return FailWith("A signer claims no digest of the content");
+  return digests.IsEqual(GetDigestAlgorithm(signer), claimed) ||
+         FailWith("The content is not what was signed");
+}
+
+std::time_t ToSeconds(const OruGuiBase::DateTime& time) noexcept {
+  using std::chrono::day, std::chrono::month, std::chrono::year, std::chrono::sys_days;
+  const sys_days date =
+      year(time.year) / month(static_cast<unsigned>(time.month)) / day(static_cast<unsigned>(time.day));
+  const std::time_t days = date.time_since_epoch().count();
+  return days * 86400 + time.hour * 3600 + time.minute * 60 + time.second;
+}
+
+StorePtr MakeStore(const CertStore& trusted) noexcept {
+  StorePtr store(X509_STORE_new());
+  if (store == nullptr) return nullptr;
+  const STACK_OF(X509)* certificates = trusted.Get0();
+  for (int i = 0; i < sk_X509_num(certificates); ++i) {
+    if (X509_STORE_add_cert(store.get(), sk_X509_value(certificates, i)) != 1) return nullptr;
+  }
+  return store;
+}
+
+bool CheckChain(CMS_SignerInfo* signer, X509_STORE* store, STACK_OF(X509) * certificates) noexcept {
+  OruGuiBase::DateTime time;
+  if (!ReadSigningTime(signer, time)) return false;
+  const StoreCtxPtr context(X509_STORE_CTX_new());
+  X509* certificate = FindSignerCertificate(signer, certificates);
+  if (context == nullptr || X509_STORE_CTX_init(context.get(), store, certificate, certificates) != 1) {
+    return FailWithOpenSSL("The chain of a signer's certificate cannot be checked");
+  }
+  X509_VERIFY_PARAM* parameters = X509_STORE_CTX_get0_param(context.get());
+  X509_VERIFY_PARAM_set_purpose(parameters, X509_PURPOSE_ANY);
+  X509_VERIFY_PARAM_set_time(parameters,
+                             time == OruGuiBase::DateTime() ? std::time(nullptr) : ToSeconds(time));
+  if (X509_verify_cert(context.get()) == 1) return true;
+  return FailWith(X509_verify_cert_error_string(X509_STORE_CTX_get_error(context.get())));
+}
+
+}  // namespace
+
+bool VerifySigners(const LoadedMessage& message, const CertStore* store) noexcept {
+  if (message.skeleton.type != CMSMsg::Type::SignedData) return FailWith("The message is not a signed one");
+  STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(message.cms.get());
+  const int count = sk_CMS_SignerInfo_num(signers);
+  if (count <= 0) return FailWith("The message has no signers");
+  if (!message.skeleton.hasContent) return FailWith("The message does not hold its content");
+  const CertStackPtr certificates(CMS_get1_certs(message.cms.get()));
+  const StorePtr trusted = store != nullptr ? MakeStore(*store) : nullptr;
+  if (store != nullptr && trusted == nullptr) return FailWithOpenSSL("The certificates cannot be used");
+  ContentDigests digests;
+  for (int i = 0; i < count; ++i) {
+    CMS_SignerInfo* signer = sk_CMS_SignerInfo_value(signers, i);
+    if (!digests.Ask(GetDigestAlgorithm(signer))) return false;
+    if (!CheckSignature(message, signer, certificates.get())) return false;
+    if (trusted != nullptr && !CheckChain(signer, trusted.get(), certificates.get())) return false;
+  }
+  if (!digests.Compute(message)) return false;
+  for (int i = 0; i < count; ++i) {
+    if (!CheckDigest(sk_CMS_SignerInfo_value(signers, i), digests)) return false;
+  }
+  return true;
+}
+
+}  // namespace OruOssSec

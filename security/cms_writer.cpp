@@ -1,0 +1,64 @@
+#include "security/cms_writer.h"
+
+#include <cstring>
+#include <new>
+
+namespace OruOssSec {
+
+namespace {
+
+constexpr std::uint8_t kSequenceStart[] = {kSequence, 0x80};
+constexpr std::uint8_t kContextStart[] = {kContext0, 0x80};
+constexpr std::uint8_t kOctetsStart[] = {kOctetString | kConstructed, 0x80};
+constexpr std::uint8_t kEnd[] = {0x00, 0x00};
+
+// Room that is reserved beside the content: certificates and signers or recipients.
+constexpr std::uint64_t kAround = 64 * 1024;
+
+bool IsSigned(const CmsSkeleton& skeleton) noexcept {
+  return skeleton.type == CMSMsg::Type::SignedData;
+}
+
+bool MakeHead(const CmsSkeleton& skeleton, BerBuffer& head) noexcept {
+  return head.Append(kSequenceStart, 2) && head.AppendHeader(kObjectIdentifier, skeleton.oid.GetSize()) &&
+         head.Append(skeleton.oid) && head.Append(kContextStart, 2) && head.Append(kSequenceStart, 2) &&
+         head.Append(skeleton.before) && head.Append(kSequenceStart, 2) && head.Append(skeleton.inner) &&
+         head.Append(kContextStart, 2) && (!IsSigned(skeleton) || head.Append(kOctetsStart, 2));
+}
+
+bool MakeTail(const CmsSkeleton& skeleton, BerBuffer& tail) noexcept {
+  return (!IsSigned(skeleton) || tail.Append(kEnd, 2)) && tail.Append(kEnd, 2) && tail.Append(kEnd, 2) &&
+         tail.Append(skeleton.after) && tail.Append(kEnd, 2) && tail.Append(kEnd, 2) && tail.Append(kEnd, 2);
+}
+
+}  // namespace
+
+bool CmsWriter::Write(const void* data, std::uint32_t size) noexcept {
+  written_ += size;
+  return writer_.Write(data, size);
+}
+
+bool CmsWriter::Begin(const OruGuiBase::File& target, const CmsSkeleton& head,
+                      std::uint64_t expected) noexcept {
+  buffer_.reset(new (std::nothrow) std::uint8_t[kMostHeader + kSegment + kSlack]);
+  if (buffer_ == nullptr) return FailWith("Out of memory");
+  BerBuffer bytes;
+  if (!MakeHead(head, bytes) || !writer_.Open(target)) return false;
+  const std::uint64_t headers = (expected / kSegment + 1) * kMostHeader;
+  return writer_.Preallocate(static_cast<std::int64_t>(expected + headers + kAround)) && Write(bytes);
+}
+
+bool CmsWriter::WriteSegment(std::uint32_t size) noexcept {
+  std::uint8_t header[kMostHeader];
+  const std::uint32_t headerSize = PutBerHeader(kOctetString, size, header);
+  std::uint8_t* start = GetRoom() - headerSize;
+  std::memcpy(start, header, headerSize);
+  return Write(start, headerSize + size);
+}
+
+bool CmsWriter::Finish(const CmsSkeleton& tail) noexcept {
+  BerBuffer bytes;
+  return MakeTail(tail, bytes) && Write(bytes) && writer_.Truncate(written_) && writer_.Close();
+}
+
+}  // namespace OruOssSec

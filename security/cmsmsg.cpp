@@ -1,0 +1,149 @@
+#include "security/cmsmsg.h"
+
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "security/cms_content.h"
+#include "security/cms_enveloping.h"
+#include "security/cms_message.h"
+#include "security/cms_opening.h"
+#include "security/cms_recipients.h"
+#include "security/cms_signers.h"
+#include "security/cms_verifying.h"
+#include "security/textform.h"
+
+namespace OruOssSec {
+
+namespace {
+
+constexpr const char* kNothingLoaded = "No message was loaded";
+constexpr const char* kNothingCreated = "No enveloped message was created";
+constexpr const char* kOutOfMemory = "Out of memory";
+
+bool FailWithoutMemory() noexcept {
+  return FailWith(kOutOfMemory);
+}
+
+}  // namespace
+
+CMSMsg::~CMSMsg() {
+  delete imp_;
+}
+
+bool CMSMsg::Load(const OruGuiBase::File& file) noexcept {
+  const OpenSSLScope scope;
+  std::unique_ptr<Imp> imp(new (std::nothrow) Imp);
+  std::unique_ptr<FileSource> source(new (std::nothrow) FileSource);
+  if (imp == nullptr || source == nullptr) return FailWithoutMemory();
+  if (!source->Open(file)) return false;
+  imp->loaded.source = std::move(source);
+  if (!ReadMessage(imp->loaded)) return false;
+  delete std::exchange(imp_, imp.release());
+  return true;
+}
+
+bool CMSMsg::Load(const OruGuiBase::AnsiStr& text) noexcept {
+  const OpenSSLScope scope;
+  TextObject object;
+  if (!ReadSingleObject(text.View(), object)) return false;
+  std::unique_ptr<Imp> imp(new (std::nothrow) Imp);
+  if (imp == nullptr) return FailWithoutMemory();
+  imp->loaded.source.reset(new (std::nothrow) BlobSource(object.bytes));
+  if (imp->loaded.source == nullptr) return FailWithoutMemory();
+  if (!ReadMessage(imp->loaded)) return false;
+  delete std::exchange(imp_, imp.release());
+  return true;
+}
+
+CMSMsg::Type CMSMsg::GetType() const noexcept {
+  if (imp_ == nullptr) return Type::Unknown;
+  return imp_->envelope.cms != nullptr ? Type::EnvelopedData : imp_->loaded.skeleton.type;
+}
+
+OruGuiBase::AnsiStr CMSMsg::GetTypeStr() const noexcept {
+  if (imp_ == nullptr) return {};
+  return imp_->envelope.cms != nullptr ? OruGuiBase::AnsiStr("envelopedData") : imp_->loaded.typeName;
+}
+
+bool CMSMsg::GetRecipients(OruGuiBase::PtrContainerQueue<CMSKeyTransRecipient>& recipients) const noexcept {
+  const OpenSSLScope scope;
+  recipients.Clear();
+  if (imp_ == nullptr) return FailWith(kNothingLoaded);
+  if (ReadRecipients(imp_->loaded.skeleton, recipients)) return true;
+  recipients.Clear();
+  return false;
+}
+
+bool CMSMsg::SetRecipientKey(const Certificate& certificate, const PrivateKey& key) noexcept {
+  const OpenSSLScope scope;
+  if (imp_ == nullptr) return FailWith(kNothingLoaded);
+  return TakeRecipientKey(imp_->loaded, certificate, key);
+}
+
+bool CMSMsg::SetContentKey(const OruGuiBase::AnsiStr& key) noexcept {
+  const OpenSSLScope scope;
+  if (imp_ == nullptr) return FailWith(kNothingLoaded);
+  return TakeContentKey(imp_->loaded, key);
+}
+
+bool CMSMsg::GetContent(const OruGuiBase::File& target) const noexcept {
+  const OpenSSLScope scope;
+  if (imp_ == nullptr) return FailWith(kNothingLoaded);
+  FileSink sink(target);
+  return DeliverContent(imp_->loaded, sink);
+}
+
+bool CMSMsg::GetContent(OruGuiBase::Blob& target) const noexcept {
+  const OpenSSLScope scope;
+  if (imp_ == nullptr) return FailWith(kNothingLoaded);
+  BlobSink sink(target);
+  return DeliverContent(imp_->loaded, sink);
+}
+
+bool CMSMsg::GetSigners(OruGuiBase::PtrContainerQueue<CMSSigner>& signers) const noexcept {
+  const OpenSSLScope scope;
+  signers.Clear();
+  if (imp_ == nullptr) return FailWith(kNothingLoaded);
+  if (ReadSigners(imp_->loaded, signers)) return true;
+  signers.Clear();
+  return false;
+}
+
+bool CMSMsg::Verify() noexcept {
+  const OpenSSLScope scope;
+  if (imp_ == nullptr) return FailWith(kNothingLoaded);
+  return VerifySigners(imp_->loaded, nullptr);
+}
+
+bool CMSMsg::Verify(const CertStore& store) noexcept {
+  const OpenSSLScope scope;
+  if (imp_ == nullptr) return FailWith(kNothingLoaded);
+  return VerifySigners(imp_->loaded, &store);
+}
+
+bool CMSMsg::CreateEnvelopedData(CipherAlgorithm cipher) noexcept {
+  const OpenSSLScope scope;
+  if (cipher != CipherAlgorithm::AES256CBC)
+    return FailWith("The content encryption algorithm is not supported");
+  std::unique_ptr<Imp> imp(new (std::nothrow) Imp);
+  if (imp == nullptr) return FailWithoutMemory();
+  if (!StartEnvelope(imp->envelope)) return false;
+  delete std::exchange(imp_, imp.release());
+  return true;
+}
+
+bool CMSMsg::AddRecipient(const Certificate& certificate) noexcept {
+  const OpenSSLScope scope;
+  if (imp_ == nullptr) return FailWith(kNothingCreated);
+  return AddEnvelopeRecipient(imp_->envelope, certificate);
+}
+
+bool CMSMsg::Save(Format format, const OruGuiBase::File& content, const OruGuiBase::File& target) noexcept {
+  const OpenSSLScope scope;
+  if (imp_ == nullptr) return FailWith(kNothingCreated);
+  if (format != Format::BERStream) return FailWith("The format is not supported");
+  return SaveEnvelope(imp_->envelope, content, target);
+}
+
+}  // namespace OruOssSec

@@ -1,0 +1,97 @@
+#include "stand/authority.h"
+
+#include <map>
+
+namespace CryptStand {
+namespace {
+
+constexpr std::int64_t kYear = 365L * 86400;
+
+const char* NameOf(Role role) {
+  switch (role) {
+    case Role::Root:
+      return "Root";
+    case Role::Intermediate:
+      return "Intermediate";
+    case Role::Issuing:
+      return "Issuing";
+    case Role::InnerSigning:
+      return "Inner signing";
+    case Role::Wrapping:
+      return "Key server wrapping";
+    case Role::Foreign:
+      return "Foreign root";
+  }
+  return "";
+}
+
+CertSpec SpecOf(Role role) {
+  CertSpec spec = role == Role::Wrapping ? CertSpec::EndEntity("") : CertSpec::Authority("");
+  spec.subject = {{"O", "Development stand"}, {"CN", NameOf(role)}};
+  spec.validity = Validity::FromNow(-kYear, 10 * kYear);
+  if (role == Role::InnerSigning) {
+    spec.keyUsage = "critical,digitalSignature,keyCertSign";
+    spec.pathLength = 0;
+  }
+  return spec;
+}
+
+class KeyCache {
+ public:
+  static KeyPair Get(const std::string& purpose) {
+    static KeyCache cache;
+    const std::lock_guard<std::mutex> lock(cache.mutex_);
+    KeyPair& key = cache.keys_[purpose];
+    if (key.IsEmpty()) key = KeyPair::MakeRSA();
+    return key;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, KeyPair> keys_;
+};
+
+}  // namespace
+
+bool Authority::Prepare() {
+  return !Get(Role::InnerSigning).certificate.IsEmpty() && !Get(Role::Wrapping).certificate.IsEmpty();
+}
+
+Identity Authority::Get(Role role) {
+  const std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto kept = store_.GetIdentity(NameOf(role));
+  if (!kept.has_value()) kept = store_.KeepIdentity(NameOf(role), Make(role));
+  return kept.value_or(Identity());
+}
+
+Identity Authority::Make(Role role) {
+  const CertSpec spec = SpecOf(role);
+  KeyPair key = MakeKey(NameOf(role));
+  switch (role) {
+    case Role::Intermediate:
+      return Identity::MakeIssued(spec, Get(Role::Root), std::move(key));
+    case Role::Issuing:
+      return Identity::MakeIssued(spec, Get(Role::Intermediate), std::move(key));
+    case Role::InnerSigning:
+      return Identity::MakeIssued(spec, Get(Role::Issuing), std::move(key));
+    case Role::Root:
+    case Role::Wrapping:
+    case Role::Foreign:
+      break;
+  }
+  return Identity::MakeRoot(spec, std::move(key));
+}
+
+KeyPair Authority::MakeKey(const std::string& purpose) const {
+  return shareKeys_ ? KeyCache::Get(purpose) : KeyPair::MakeRSA();
+}
+
+std::string Authority::GetCertStoreText() {
+  return Get(Role::Root).certificate.ToPEM() + Get(Role::Intermediate).certificate.ToPEM();
+}
+
+std::string Authority::GetTrustStoreText() {
+  return Get(Role::Issuing).certificate.ToPEM();
+}
+
+}  // namespace CryptStand

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <string>
+
+#include "stand/realm.h"
+#include "stand/wire.h"
+
+namespace CryptStand {
+
+/// The error numbers of the key-server protocol that commands of ours give.
+enum class Code {
+  Success = 0,
+  InvalidPayload = 601,
+  InvalidKeyType = 602,
+  InvalidCertificate = 603,
+  InvalidBase64 = 604,
+  InvalidWrappedKey = 605,
+  KeystoreUnavailable = 606,
+  KeyNotFound = 607,
+  UnsupportedAlgorithm = 608,
+  AuthFailed = 609,
+  KeyGenerationError = 615,
+  CAError = 616,
+};
+
+/// What a command is given.
+struct CommandContext {
+  Realm& realm;
+  const KVMap& payload;     ///< With its "type".
+  const TokenClaim& claim;  ///< What the token allows.
+};
+
+/// What it gives back: members of the answer's payload behind "type", or a code other than Success with a
+/// reason for the event log.
+struct CommandResult {
+  Code code = Code::Success;
+  std::string reason;
+  KVMap members;
+
+  static CommandResult Refuse(Code code, std::string reason) { return {code, std::move(reason), {}}; }
+};
+
+/// One command of the protocol.
+struct Command {
+  const char* requestType;
+  const char* responseType;
+  CommandResult (*run)(const CommandContext& context);
+};
+
+/// The command of a request type; null when key servers of this stand do not know it.
+const Command* FindCommand(const std::string& requestType);
+
+/// Makes a room key: its certificate from the inner signing certificate, its private key wrapped.
+CommandResult GenerateWrappedKey(const CommandContext& context);
+/// Gives the certificate of a group's integrity key.
+CommandResult GetKey(const CommandContext& context);
+/// Signs hashes with an integrity key.
+CommandResult SignHashes(const CommandContext& context);
+/// Decrypts content keys with a wrapped room key.
+CommandResult DecryptData(const CommandContext& context);
+
+}  // namespace CryptStand

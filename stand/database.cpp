@@ -1,0 +1,85 @@
+#include "stand/database.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace CryptStand {
+namespace {
+
+constexpr int kBusyMs = 10000;  // another stand may hold the file for the length of one change
+
+// SQLite makes its files with the mode of the database file, so that one has to be there before.
+bool MakePrivateFile(const std::string& path, std::string& error) {
+  const int handle = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (handle < 0) {
+    error = path + ": " + std::generic_category().message(errno);
+    return false;
+  }
+  close(handle);
+  return true;
+}
+
+}  // namespace
+
+Statement::Statement(sqlite3* database, const char* sql) : statement_(nullptr, sqlite3_finalize) {
+  sqlite3_stmt* raw = nullptr;
+  good_ = sqlite3_prepare_v2(database, sql, -1, &raw, nullptr) == SQLITE_OK;
+  statement_.reset(raw);
+}
+
+Statement& Statement::Bind(const std::string& text) {
+  good_ = good_ && sqlite3_bind_text64(statement_.get(), ++bound_, text.data(), text.size(), SQLITE_TRANSIENT,
+                                       SQLITE_UTF8) == SQLITE_OK;
+  return *this;
+}
+
+Statement& Statement::Bind(std::int64_t number) {
+  good_ = good_ && sqlite3_bind_int64(statement_.get(), ++bound_, number) == SQLITE_OK;
+  return *this;
+}
+
+bool Statement::Next() {
+  const int result = good_ ? sqlite3_step(statement_.get()) : SQLITE_ERROR;
+  good_ = result == SQLITE_ROW || result == SQLITE_DONE;
+  return result == SQLITE_ROW;
+}
+
+bool Statement::Run() {
+  while (Next()) {
+  }
+  return good_;
+}
+
+std::string Statement::Text(int column) const {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
+  const int size = sqlite3_column_bytes(statement_.get(), column);
+  return text != nullptr ? std::string(text, static_cast<std::size_t>(size)) : std::string();
+}
+
+std::int64_t Statement::Number(int column) const {
+  return sqlite3_column_int64(statement_.get(), column);
+}
+
+bool Database::Open(const std::string& path, std::string& error) {
+  if (!path.empty() && !MakePrivateFile(path, error)) return false;
+  sqlite3* raw = nullptr;
+  const char* name = path.empty() ? ":memory:" : path.c_str();
+  const int result = sqlite3_open_v2(name, &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  database_.reset(raw);
+  if (result != SQLITE_OK) {
+    error = path + ": " + sqlite3_errstr(result);
+    return false;
+  }
+  sqlite3_busy_timeout(database_.get(), kBusyMs);
+  return true;
+}
+
+bool Database::Execute(const char* sql, std::string& error) {
+  if (sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+  error = sqlite3_errmsg(database_.get());
+  return false;
+}
+
+}  // namespace CryptStand

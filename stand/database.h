@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <sqlite3.h>
+#include <string>
+
+namespace CryptStand {
+
+/// One prepared SQL statement. Values are bound in order, columns are read in order.
+///
+/// A failure makes the statement bad for good: binding does nothing more, Next() and Run() give false.
+class Statement {
+ public:
+  Statement(sqlite3* database, const char* sql);
+
+  Statement& Bind(const std::string& text);
+  Statement& Bind(std::int64_t number);
+  /// True while there is a row to read.
+  bool Next();
+  /// Runs a statement that gives no rows. True when it was carried out.
+  bool Run();
+
+  std::string Text(int column) const;
+  std::int64_t Number(int column) const;
+
+ private:
+  std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> statement_;
+  int bound_ = 0;
+  bool good_;
+};
+
+/// An SQLite database. One thread at a time.
+class Database {
+ public:
+  Database() : database_(nullptr, sqlite3_close) {}
+
+  /// Opens the file, which is made with mode 0600 when it is not there; an empty path opens a database in
+  /// memory. False with the reason in `error`.
+  bool Open(const std::string& path, std::string& error);
+  /// Runs statements without values. False with the reason in `error`.
+  bool Execute(const char* sql, std::string& error);
+  Statement Prepare(const char* sql) { return {database_.get(), sql}; }
+  /// Rows that the latest statement changed.
+  int Changes() const { return sqlite3_changes(database_.get()); }
+
+ private:
+  std::unique_ptr<sqlite3, decltype(&sqlite3_close)> database_;
+};
+
+}  // namespace CryptStand

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace CryptStand {
+
+/// What can go wrong on command.
+enum class FaultKind {
+  Down,              ///< Nothing listens: connections are refused. It concerns the server as a whole.
+  Slow,              ///< The answer comes `number` milliseconds late.
+  Status,            ///< HTTP status `number`, 503 when that is 0, and no answer.
+  WrongDate,         ///< `text` stands in the "Date" header.
+  MissingDate,       ///< There is no "Date" header.
+  BrokenJson,        ///< The body is cut JSON.
+  JsonArray,         ///< The body is an array.
+  JsonNumber,        ///< The body is a number.
+  JsonDeep,          ///< The body is 100000 arrays inside each other.
+  JsonNotUtf8,       ///< The body is an object with a text that is not UTF-8.
+  JsonHuge,          ///< The body is an object with a text of `number` bytes, 8 MiB when that is 0.
+  EmptyBody,         ///< The body is empty.
+  Body,              ///< The body is `text`.
+  WrongType,         ///< The payload's "type" is `text`, "unexpectedResponse" when that is empty.
+  ErrorCode,         ///< A refusal: a key server's code `number`, the crypt service's "errorid" `text`.
+  BadSignature,      ///< One bit of each signature is wrong.
+  BadBase64,         ///< Signatures and content keys are no base64.
+  EmptyMembers,      ///< Each member of the answer but "type" is the empty value of its kind.
+  OtherMembers,      ///< Each member of the answer but "type" is of another kind.
+  WrongContentType,  ///< The content type is `text`, "text/html" when that is empty.
+  Cut,               ///< The connection ends after `number` bytes of the body, half of it when that is 0.
+};
+
+/// A fault of one server.
+struct Fault {
+  FaultKind kind = FaultKind::Status;
+  /// The one operation that it concerns, by the names of the event log; empty for all.
+  std::string operation{};
+  /// How often it strikes before it is gone; 0 for always.
+  int uses = 0;
+  int number = 0;
+  std::string text{};
+};
+
+/// The kind of a name such as "slow" or "bad-signature".
+std::optional<FaultKind> FindFaultKind(std::string_view name);
+
+/// The faults that are set, by server. Safe for any number of threads.
+class Faults {
+ public:
+  /// Adds a fault; one of the same kind for the same operation is replaced.
+  void Set(int server, const Fault& fault);
+  void Clear(int server);
+  /// The faults that concern a request, each used once more by it.
+  std::vector<Fault> Take(int server, const std::string& operation);
+
+ private:
+  std::mutex mutex_;
+  std::map<int, std::vector<Fault>> faults_;  // guarded by mutex_
+};
+
+}  // namespace CryptStand

@@ -1,0 +1,72 @@
+#include "stand/front.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <ctime>
+
+#include "stand/cryptservice.h"
+#include "stand/faultreply.h"
+
+namespace CryptStand {
+namespace {
+
+// Sleeps unless the server goes down meanwhile.
+void Wait(int milliseconds, const std::stop_token& stop) {
+  std::mutex mutex;
+  std::condition_variable_any never;
+  std::unique_lock<std::mutex> lock(mutex);
+  never.wait_for(lock, stop, std::chrono::milliseconds(milliseconds), [] { return false; });
+}
+
+// RFC 1123. Not with strftime: names of days and months would be the locale's.
+std::string DateText(std::time_t time) {
+  constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+  constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+  std::tm fields = {};
+  gmtime_r(&time, &fields);
+  char text[64];
+  std::snprintf(text, sizeof text, "%s, %02d %s %04d %02d:%02d:%02d GMT", kDays[fields.tm_wday],
+                fields.tm_mday, kMonths[fields.tm_mon], fields.tm_year + 1900, fields.tm_hour, fields.tm_min,
+                fields.tm_sec);
+  return text;
+}
+
+Served ServeGuarded(const std::function<Served()>& serve) {
+  try {
+    return serve();
+  } catch (const std::exception& failure) {
+    return RefusedWith(500, kUnknownErrorId, failure.what());
+  }
+}
+
+}  // namespace
+
+HttpReply Front::Answer(const HttpRequest& request, const std::string& operation, const std::stop_token& stop,
+                        const std::function<Served()>& serve) {
+  const std::vector<Fault> faults = realm_.faults.Take(server_, operation);
+  std::optional<Served> served;
+  for (const Fault& fault : faults) {
+    if (fault.kind == FaultKind::Slow) Wait(fault.number, stop);
+    auto reply = MakeFaultReply(fault, server_ != kCryptService);
+    if (reply.has_value()) served = Served{*std::move(reply), "not served"};
+  }
+  if (!served.has_value()) served = ServeGuarded(serve);
+  for (const Fault& fault : faults) SpoilReply(fault, served->reply);
+  if (!faults.empty()) served->outcome += " (fault)";
+  AddDate(faults, served->reply);
+  realm_.log.Add(
+      {0, server_, request.method, request.target, operation, served->reply.status, served->outcome});
+  return std::move(served->reply);
+}
+
+void Front::AddDate(const std::vector<Fault>& faults, HttpReply& reply) const {
+  std::string date = DateText(std::time(nullptr) + realm_.settings.GetClockOffset(server_));
+  for (const Fault& fault : faults) {
+    if (fault.kind == FaultKind::MissingDate) return;
+    if (fault.kind == FaultKind::WrongDate) date = fault.text;
+  }
+  reply.headers.emplace_back("Date", date);
+}
+
+}  // namespace CryptStand

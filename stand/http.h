@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace CryptStand {
+
+/// One request as a server of the stand sees it.
+struct HttpRequest {
+  std::string method;
+  /// Path and query as they came, still escaped.
+  std::string target;
+  std::string body;
+  std::vector<std::pair<std::string, std::string>> headers;
+
+  /// Values of a header, whatever the case of its name.
+  std::vector<std::string> HeaderValues(std::string_view name) const;
+  /// The segments of the path, unescaped one by one, so that an escaped slash stays inside its segment; the
+  /// empty one before the first slash is left out. No value when an escape is malformed.
+  std::optional<std::vector<std::string>> PathSegments() const;
+};
+
+/// What goes back.
+struct HttpReply {
+  int status = 200;
+  std::string contentType = "application/json";
+  std::string body;
+  std::vector<std::pair<std::string, std::string>> headers;
+  /// Bytes of the body after which the connection is cut, although more were announced.
+  std::optional<std::size_t> cutAfter;
+};
+
+/// Answers a request. It runs on the connection's own thread and several may run at once; when `stop` is
+/// requested it should come to an end. It throws nothing.
+using HttpHandler = std::function<HttpReply(const HttpRequest& request, const std::stop_token& stop)>;
+
+/// An HTTP server on 127.0.0.1 that can go down and come back on the same port.
+///
+/// The port stays bound while the server is down, but nothing listens on it: connections are refused, and no
+/// other program gets the port in the meantime. Going down also ends every open connection at once.
+class HttpServer {
+ public:
+  explicit HttpServer(HttpHandler handler);
+  ~HttpServer();
+  HttpServer(const HttpServer&) = delete;
+  HttpServer& operator=(const HttpServer&) = delete;
+
+  /// Binds a port, 0 for any. False with the reason in `error`.
+  bool Bind(int port, std::string& error);
+  int GetPort() const;
+
+  /// Listens and serves; nothing happens when it does so already. False with the reason in `error`.
+  bool Up(std::string& error);
+  /// Closes the listening socket and all connections and waits for their threads. Not to be called from a
+  /// handler of this server.
+  void Down();
+  bool IsUp() const;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace CryptStand

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+
+#include "stand/commands.h"
+#include "stand/realm.h"
+#include "stand/served.h"
+
+namespace CryptStand {
+
+/// One key server. Its resources, below its URL:
+///
+///   GET  status      alive; the time is in the "Date" header that every answer has
+///   GET  certstore   root and intermediate certificates as PEM
+///   GET  truststore  trusted issuing certificates as PEM
+///   POST rest/json   one command, allowed by the token in "X-SEC-AUTHZTOKEN"
+///
+/// A command that is refused gets status 200 and a payload of type "status" with the number in "code". The
+/// envelope is checked to the letter before the token, the token before the command.
+class KeyServer {
+ public:
+  KeyServer(Realm& realm, std::string url) : realm_(realm), url_(std::move(url)) {}
+
+  /// "status", "certstore", "truststore", or the request type of a command; empty when there is none.
+  static std::string FindOperation(const HttpRequest& request);
+  Served Serve(const HttpRequest& request, const std::string& operation);
+
+ private:
+  Served ServeList(const std::string& operation);
+  Served ServeCommand(const HttpRequest& request, const std::string& operation);
+  CommandResult RunCommand(const HttpRequest& request, const Command* command);
+
+  Realm& realm_;
+  const std::string url_;
+};
+
+}  // namespace CryptStand

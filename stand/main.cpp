@@ -1,0 +1,83 @@
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+
+#include "stand/stand.h"
+#include "stand/wire.h"
+
+namespace {
+
+using CryptStand::Options;
+using CryptStand::Stand;
+
+// Blocks the signals that end the program, in this thread and in all that it starts.
+sigset_t BlockEndSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
+void PrintBanner(const Stand& stand, const std::string& room) {
+  const std::string command = " --service " + stand.GetServiceUrl() + " --room '" + room + "' ";
+  std::cout << "cryptstand: a development stand, never for anything that has to be protected\n"
+            << "service " << stand.GetServiceUrl() << "\n";
+  for (const std::string& url : stand.GetKeyServerUrls()) std::cout << "keyserver " << url << "\n";
+  std::cout << "try:\n  cryptcli encrypt" << command << "FILE FILE.p7m\n  cryptcli decrypt" << command
+            << "FILE.p7m FILE\n"
+            << std::flush;
+}
+
+// Written beside the target first, so that a waiting script never reads half of it.
+bool WriteUrls(const Stand& stand, const std::string& path) {
+  CryptStand::KVMap urls;
+  urls.Set("service", CryptStand::TextVal(stand.GetServiceUrl()));
+  urls.Set("keyservers", CryptStand::TextsVal(stand.GetKeyServerUrls()));
+  urls.Set("rooms", CryptStand::TextsVal(stand.GetRooms()));
+  const std::string draft = path + ".new";
+  std::ofstream file(draft, std::ios::trunc);
+  file << CryptStand::WriteObject(urls) << "\n";
+  file.close();
+  return file.good() && std::rename(draft.c_str(), path.c_str()) == 0;
+}
+
+int Run(const Options& options, const std::string& urlFile) {
+  const sigset_t signals = BlockEndSignals();
+  Stand stand(options);
+  std::string error;
+  if (!stand.Start(error)) {
+    std::cerr << "cryptstand: " << error << "\n";
+    return 1;
+  }
+  PrintBanner(stand, options.rooms.front());
+  if (!urlFile.empty() && !WriteUrls(stand, urlFile)) {
+    std::cerr << "cryptstand: " << urlFile << " cannot be written\n";
+    return 1;
+  }
+  int received = 0;
+  sigwait(&signals, &received);
+  std::cout << "cryptstand: stopped\n" << std::flush;
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app(
+      "A development stand: a crypt service and key servers on 127.0.0.1. Its keys lie in its folder in the "
+      "clear.");
+  Options options;
+  std::string urlFile;
+  app.add_option("--dir", options.folder, "Folder that keeps keys and rooms")->required();
+  app.add_option("--key-servers", options.keyServers, "Number of key servers")->check(CLI::Range(1, 100));
+  app.add_option("--port", options.port, "Port of the crypt service; the key servers take those after it")
+      ->check(CLI::Range(1, 65535));
+  app.add_option("--room", options.rooms, "A room; may be given several times")->allow_extra_args(false);
+  app.add_option("--url-file", urlFile, "File that gets the addresses as JSON once all servers are up");
+  CLI11_PARSE(app, argc, argv);
+  return Run(options, urlFile);
+}

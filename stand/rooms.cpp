@@ -1,0 +1,83 @@
+#include "stand/rooms.h"
+
+namespace CryptStand {
+namespace {
+
+constexpr std::int64_t kDay = 86400;
+
+CertSpec RoomCertificateSpec(const Cert& original, const std::string& commonName, RoomCertificate kind) {
+  CertSpec spec = RoomKeySpec(commonName);
+  spec.serial = original.GetSerial();
+  if (kind == RoomCertificate::Expired) spec.validity = Validity::FromNow(-30 * kDay, -kDay);
+  return spec;
+}
+
+Role IssuerOf(RoomCertificate kind) {
+  if (kind == RoomCertificate::Foreign) return Role::Foreign;
+  return kind == RoomCertificate::WrongIssuer ? Role::Issuing : Role::InnerSigning;
+}
+
+}  // namespace
+
+CertSpec RoomKeySpec(const std::string& commonName) {
+  CertSpec spec = CertSpec::EndEntity(commonName);
+  spec.keyUsage = "critical,keyEncipherment";
+  spec.validity = Validity::FromNow(-kDay, 2 * 365 * kDay);
+  return spec;
+}
+
+std::optional<std::string> Rooms::FindGroup(const std::string& id) {
+  const auto room = store_.GetRoom(id);
+  if (room.has_value()) return room->group;
+  return store_.HasGroup(id) ? std::optional(id) : std::nullopt;
+}
+
+Identity Rooms::GetMember(const std::string& room) {
+  const std::string name = "Member of " + room;
+  auto kept = store_.GetIdentity(name);
+  if (!kept.has_value()) {
+    const CertSpec spec = CertSpec::EndEntity("Room member");
+    const KeyPair key = authority_.MakeKey("Member");
+    kept = store_.KeepIdentity(name, Identity::MakeIssued(spec, authority_.Get(Role::Issuing), key));
+  }
+  return kept.value_or(Identity());
+}
+
+std::vector<IntegrityKeyRecord> Rooms::GetIntegrityKeys(const std::string& group) {
+  const std::lock_guard<std::mutex> lock(integrity_);
+  auto keys = store_.GetIntegrityKeys(group);
+  if (keys.empty() && AddIntegrityKey(group, 1)) keys = store_.GetIntegrityKeys(group);
+  return keys;
+}
+
+bool Rooms::RenewIntegrityKey(const std::string& group) {
+  const std::lock_guard<std::mutex> lock(integrity_);
+  return AddIntegrityKey(group, store_.GetIntegrityKeys(group).size() + 1);
+}
+
+bool Rooms::AddIntegrityKey(const std::string& group, std::size_t number) {
+  const std::string subId = std::to_string(number);
+  CertSpec spec = CertSpec::EndEntity("Integrity " + subId + " of " + group);
+  spec.keyUsage = "critical,digitalSignature";
+  spec.validity = Validity::FromNow(-kDay, 2 * 365 * kDay);
+  const KeyPair key = authority_.MakeKey("Integrity " + subId);
+  return store_.AddIntegrityKey(group, subId, Identity::MakeIssued(spec, authority_.Get(Role::Issuing), key));
+}
+
+std::optional<RoomKeyPair> Rooms::OpenKey(const std::string& data) {
+  return OpenRoomKey(data, authority_.Get(Role::InnerSigning).certificate, authority_.Get(Role::Wrapping));
+}
+
+bool Rooms::SetRoomCertificate(const std::string& room, RoomCertificate kind) {
+  const auto record = store_.GetCurrentRoomKey(room);
+  const auto roomKey = record.has_value() ? OpenKey(record->data) : std::nullopt;
+  if (!roomKey.has_value()) return false;
+  if (kind == RoomCertificate::Good) {
+    return store_.ReplaceRoomCertificate(room, roomKey->certificate.ToPEM());
+  }
+  const CertSpec spec = RoomCertificateSpec(roomKey->certificate, room + "-tr", kind);
+  const Cert shown = Cert::Issue(spec, roomKey->key, authority_.Get(IssuerOf(kind)));
+  return !shown.IsEmpty() && store_.ReplaceRoomCertificate(room, shown.ToPEM());
+}
+
+}  // namespace CryptStand

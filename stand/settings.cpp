@@ -1,0 +1,72 @@
+#include "stand/settings.h"
+
+#include <algorithm>
+
+namespace CryptStand {
+
+void Settings::SetKeyServerUrls(std::vector<std::string> urls) {
+  Write(keyServerUrls_, std::move(urls));
+}
+
+std::vector<std::string> Settings::GetKeyServerUrls() const {
+  return Read(keyServerUrls_);
+}
+
+void Settings::SetAnnouncedUrls(std::optional<std::vector<std::string>> urls) {
+  Write(announcedUrls_, std::move(urls));
+}
+
+std::vector<std::string> Settings::GetAnnouncedUrls() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return announcedUrls_.value_or(keyServerUrls_);
+}
+
+bool Settings::IsKeyServer(const std::string& url) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return std::find(keyServerUrls_.begin(), keyServerUrls_.end(), url) != keyServerUrls_.end();
+}
+
+void Settings::SetStatusTimeout(std::string seconds) {
+  Write(statusTimeout_, std::move(seconds));
+}
+
+std::string Settings::GetStatusTimeout() const {
+  return Read(statusTimeout_);
+}
+
+void Settings::SetCertStoreText(std::optional<std::string> text) {
+  Write(certStoreText_, std::move(text));
+}
+
+std::optional<std::string> Settings::GetCertStoreText() const {
+  return Read(certStoreText_);
+}
+
+void Settings::SetTrustStoreText(std::optional<std::string> text) {
+  Write(trustStoreText_, std::move(text));
+}
+
+std::optional<std::string> Settings::GetTrustStoreText() const {
+  return Read(trustStoreText_);
+}
+
+void Settings::SetIntegrityList(IntegrityList kind) {
+  Write(integrityList_, kind);
+}
+
+IntegrityList Settings::GetIntegrityList() const {
+  return Read(integrityList_);
+}
+
+void Settings::SetClockOffset(int server, std::int64_t seconds) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  clockOffsets_[server] = seconds;
+}
+
+std::int64_t Settings::GetClockOffset(int server) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = clockOffsets_.find(server);
+  return found != clockOffsets_.end() ? found->second : 0;
+}
+
+}  // namespace CryptStand

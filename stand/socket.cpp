@@ -1,0 +1,116 @@
+#include "stand/socket.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace CryptStand {
+namespace {
+
+constexpr int kTransferMs = 30000;  // silence inside a request or an answer
+constexpr int kIdleMs = 60000;      // silence between two requests
+
+bool WaitFor(int handle, short events, int timeoutMs) {
+  pollfd entry = {handle, events, 0};
+  int found = 0;
+  do {
+    found = poll(&entry, 1, timeoutMs);
+  } while (found < 0 && errno == EINTR);
+  return found > 0;
+}
+
+sockaddr_in LoopbackAddress(int port) {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+int PortOf(const sockaddr_in& address) {
+  return ntohs(address.sin_port);
+}
+
+}  // namespace
+
+Socket& Socket::operator=(Socket&& other) noexcept {
+  if (this != &other) {
+    Close();
+    handle_ = std::exchange(other.handle_, -1);
+  }
+  return *this;
+}
+
+void Socket::Close() {
+  if (handle_ >= 0) close(std::exchange(handle_, -1));
+}
+
+Socket Socket::BindLoopback(int port, std::string& error) {
+  Socket socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const int on = 1;
+  const sockaddr_in address = LoopbackAddress(port);
+  if (!socket.IsOpen() || setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+      bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    error = "port " + std::to_string(port) + ": " + std::generic_category().message(errno);
+    socket.Close();
+  }
+  return socket;
+}
+
+int Socket::GetPort() const {
+  sockaddr_in address = {};
+  socklen_t size = sizeof address;
+  return getsockname(handle_, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? PortOf(address) : 0;
+}
+
+bool ConnectionStream::WaitForRequest() const {
+  return WaitFor(handle_, POLLIN, kIdleMs);
+}
+
+bool ConnectionStream::is_readable() const {
+  return WaitFor(handle_, POLLIN, kTransferMs);
+}
+
+bool ConnectionStream::is_writable() const {
+  return WaitFor(handle_, POLLOUT, kTransferMs);
+}
+
+ssize_t ConnectionStream::read(char* buffer, size_t size) {
+  if (!is_readable()) return -1;
+  ssize_t count = 0;
+  do {
+    count = recv(handle_, buffer, size, 0);
+  } while (count < 0 && errno == EINTR);
+  return count;
+}
+
+ssize_t ConnectionStream::write(const char* data, size_t size) {
+  if (!is_writable()) return -1;
+  ssize_t count = 0;
+  do {
+    count = send(handle_, data, size, MSG_NOSIGNAL);
+  } while (count < 0 && errno == EINTR);
+  return count;
+}
+
+void ConnectionStream::get_remote_ip_and_port(std::string& ip, int& port) const {
+  sockaddr_in address = {};
+  socklen_t size = sizeof address;
+  ip = "127.0.0.1";
+  port = getpeername(handle_, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? PortOf(address) : 0;
+}
+
+void ConnectionStream::get_local_ip_and_port(std::string& ip, int& port) const {
+  sockaddr_in address = {};
+  socklen_t size = sizeof address;
+  ip = "127.0.0.1";
+  port = getsockname(handle_, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? PortOf(address) : 0;
+}
+
+}  // namespace CryptStand

@@ -1,0 +1,196 @@
+#include "stand/stand.h"
+
+#include "foundation/encoding.h"
+#include "stand/control.h"
+#include "stand/cryptservice.h"
+#include "stand/front.h"
+#include "stand/keyserver.h"
+
+namespace CryptStand {
+namespace {
+
+constexpr int kMaxPort = 65535;
+
+std::string UrlOf(const HttpServer& server) {
+  return "http://127.0.0.1:" + std::to_string(server.GetPort());
+}
+
+}  // namespace
+
+class Stand::Impl {
+ public:
+  explicit Impl(Options given)
+      : options(std::move(given)), realm(options.folder.empty() && !options.ownKeys), service(realm) {}
+
+  bool Start(Stand& stand, std::string& error);
+  bool SetUp(std::string& error);
+  bool AddRoom(const std::string& id);
+  bool Bind(std::string& error);
+  bool BindKeyServer(int index, std::string& error);
+  HttpServer* FindServer(int server);
+  HttpReply ServeCrypt(Stand& stand, const HttpRequest& request, const std::stop_token& stop);
+
+  const Options options;
+  Realm realm;
+  CryptService service;
+  std::unique_ptr<HttpServer> crypt;
+  // The HTTP servers end before what they serve.
+  std::vector<std::unique_ptr<KeyServer>> keyServers;
+  std::vector<std::unique_ptr<HttpServer>> keyHttp;
+};
+
+bool Stand::Impl::SetUp(std::string& error) {
+  if (!realm.store.Open(options.folder, error)) return false;
+  bool good = realm.store.AddGroup(options.group, options.groupName);
+  for (const std::string& room : options.rooms) good = good && AddRoom(room);
+  // A folder is made whole at once, so that its first use is as quick as any.
+  if (good && !options.folder.empty()) good = realm.authority.Prepare();
+  if (!good) error = "The stand's state cannot be kept, or a room's id is empty or no UTF-8";
+  return good;
+}
+
+// JSON could not carry any other id.
+bool Stand::Impl::AddRoom(const std::string& id) {
+  const bool isText =
+      !id.empty() && OruGuiBase::IsValidUTF8(id.data(), static_cast<std::uint32_t>(id.size()));
+  return isText && realm.store.AddRoom(id, options.group);
+}
+
+bool Stand::Impl::Bind(std::string& error) {
+  if (options.port < 0 || options.port + options.keyServers > kMaxPort) {
+    error = "ports end at " + std::to_string(kMaxPort);
+    return false;
+  }
+  if (!crypt->Bind(options.port, error)) return false;
+  for (int i = 0; i < options.keyServers; ++i) {
+    if (!BindKeyServer(i, error)) return false;
+  }
+  std::vector<std::string> urls;
+  for (const auto& server : keyHttp) urls.push_back(UrlOf(*server));
+  realm.settings.SetKeyServerUrls(std::move(urls));
+  return true;
+}
+
+// A key server knows its URL only once its port is bound, and no request comes before that.
+bool Stand::Impl::BindKeyServer(int index, std::string& error) {
+  const auto place = static_cast<std::size_t>(index);
+  keyHttp.push_back(std::make_unique<HttpServer>(
+      [this, index, place](const HttpRequest& request, const std::stop_token& stop) {
+        const std::string operation = KeyServer::FindOperation(request);
+        return Front(realm, index).Answer(request, operation, stop, [&] {
+          return keyServers[place]->Serve(request, operation);
+        });
+      }));
+  const int port = options.port == 0 ? 0 : options.port + 1 + index;
+  if (!keyHttp.back()->Bind(port, error)) return false;
+  keyServers.push_back(std::make_unique<KeyServer>(realm, UrlOf(*keyHttp.back())));
+  return true;
+}
+
+HttpReply Stand::Impl::ServeCrypt(Stand& stand, const HttpRequest& request, const std::stop_token& stop) {
+  if (IsControlRequest(request)) return ServeControl(stand, request);
+  const auto route = CryptService::FindRoute(request);
+  return Front(realm, kCryptService).Answer(request, route.has_value() ? route->operation : "", stop, [&] {
+    return service.Serve(request, route);
+  });
+}
+
+bool Stand::Impl::Start(Stand& stand, std::string& error) {
+  crypt =
+      std::make_unique<HttpServer>([this, &stand](const HttpRequest& request, const std::stop_token& stop) {
+        return ServeCrypt(stand, request, stop);
+      });
+  // Ports first: whether they are free shows sooner than keys can be made.
+  if (!Bind(error) || !SetUp(error)) return false;
+  for (const auto& server : keyHttp) {
+    if (!server->Up(error)) return false;
+  }
+  return crypt->Up(error);
+}
+
+HttpServer* Stand::Impl::FindServer(int server) {
+  if (server == kCryptService) return crypt.get();
+  const auto index = static_cast<std::size_t>(server);
+  return server >= 0 && index < keyHttp.size() ? keyHttp[index].get() : nullptr;
+}
+
+Stand::Stand(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}
+
+Stand::~Stand() {
+  // The crypt service's control path reaches the key servers.
+  if (impl_->crypt != nullptr) impl_->crypt->Down();
+}
+
+bool Stand::Start(std::string& error) {
+  return impl_->Start(*this, error);
+}
+
+std::string Stand::GetServiceUrl() const {
+  return UrlOf(*impl_->crypt) + "/";
+}
+
+std::vector<std::string> Stand::GetKeyServerUrls() const {
+  return impl_->realm.settings.GetKeyServerUrls();
+}
+
+std::vector<std::string> Stand::GetRooms() const {
+  return impl_->realm.store.GetRooms();
+}
+
+bool Stand::SetFault(int server, const Fault& fault) {
+  HttpServer* http = impl_->FindServer(server);
+  if (http == nullptr) return false;
+  if (fault.kind == FaultKind::Down) {
+    http->Down();
+  } else {
+    impl_->realm.faults.Set(server, fault);
+  }
+  return true;
+}
+
+bool Stand::ClearFaults(int server) {
+  HttpServer* http = impl_->FindServer(server);
+  if (http == nullptr) return false;
+  impl_->realm.faults.Clear(server);
+  std::string error;
+  return http->Up(error);
+}
+
+bool Stand::AddRoom(const std::string& id) {
+  return impl_->AddRoom(id);
+}
+
+std::optional<RoomOptions> Stand::GetRoomOptions(const std::string& room) const {
+  const auto record = impl_->realm.store.GetRoom(room);
+  return record.has_value() ? std::optional(record->options) : std::nullopt;
+}
+
+bool Stand::SetRoomOptions(const std::string& room, const RoomOptions& options) {
+  return impl_->realm.store.SetRoomOptions(room, options);
+}
+
+bool Stand::SetRoomCertificate(const std::string& room, RoomCertificate kind) {
+  return impl_->realm.rooms.SetRoomCertificate(room, kind);
+}
+
+bool Stand::RenewIntegrityKey() {
+  return impl_->realm.rooms.RenewIntegrityKey(impl_->options.group);
+}
+
+void Stand::SetTokenLifetime(std::chrono::milliseconds lifetime) {
+  impl_->realm.tokens.SetLifetime(lifetime);
+}
+
+Settings& Stand::GetSettings() {
+  return impl_->realm.settings;
+}
+
+std::vector<Event> Stand::GetEvents() const {
+  return impl_->realm.log.Get();
+}
+
+void Stand::ClearEvents() {
+  impl_->realm.log.Clear();
+}
+
+}  // namespace CryptStand

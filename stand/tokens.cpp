@@ -1,0 +1,57 @@
+#include "stand/tokens.h"
+
+#include <openssl/rand.h>
+
+#include "stand/certmaker.h"
+
+namespace CryptStand {
+namespace {
+
+// Expired tokens are dropped when so many have gathered.
+constexpr std::size_t kSweepAt = 4096;
+
+std::string RandomToken() {
+  unsigned char bytes[24];
+  if (RAND_bytes(bytes, sizeof bytes) != 1) return {};
+  return ToBase64({reinterpret_cast<const char*>(bytes), sizeof bytes});
+}
+
+}  // namespace
+
+std::string Tokens::Issue(const TokenClaim& claim) {
+  const std::string token = RandomToken();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto now = Clock::now();
+  if (entries_.size() >= kSweepAt) DropExpired(now);
+  if (!token.empty()) entries_[token] = {claim, now + lifetime_};
+  return token;
+}
+
+std::optional<TokenClaim> Tokens::Redeem(const std::string& token, const std::string& server,
+                                         const std::string& operation, std::string& reason) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = entries_.extract(token);
+  if (found.empty()) {
+    reason = "token unknown or used";
+  } else if (found.mapped().expires <= Clock::now()) {
+    reason = "token expired";
+  } else if (found.mapped().claim.server != server) {
+    reason = "token for another key server";
+  } else if (found.mapped().claim.operation != operation) {
+    reason = "token for another operation";
+  } else {
+    return found.mapped().claim;
+  }
+  return std::nullopt;
+}
+
+void Tokens::SetLifetime(std::chrono::milliseconds lifetime) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  lifetime_ = lifetime;
+}
+
+void Tokens::DropExpired(Clock::time_point now) {
+  std::erase_if(entries_, [now](const auto& entry) { return entry.second.expires <= now; });
+}
+
+}  // namespace CryptStand

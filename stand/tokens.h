@@ -1,0 +1,46 @@
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace CryptStand {
+
+/// What a token allows: one command on one key server, for one room or group and, when it names a key, with
+/// that key alone.
+struct TokenClaim {
+  std::string server;     ///< URL of the key server.
+  std::string operation;  ///< Request type name.
+  std::string id;         ///< Room or group.
+  std::string keyId;
+  std::string keySubId;
+};
+
+/// The tokens that were handed out and not yet presented. They live in memory: a restart ends them all.
+class Tokens {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  std::string Issue(const TokenClaim& claim);
+  /// Takes a token: whatever comes of it, it is used from now on. None, with the reason in `reason`, unless
+  /// it was handed out for this server and this operation, not long ago, and never presented.
+  std::optional<TokenClaim> Redeem(const std::string& token, const std::string& server,
+                                   const std::string& operation, std::string& reason);
+  /// How long tokens that are handed out from now on can be used.
+  void SetLifetime(std::chrono::milliseconds lifetime);
+
+ private:
+  struct Entry {
+    TokenClaim claim;
+    Clock::time_point expires;
+  };
+  void DropExpired(Clock::time_point now);
+
+  std::mutex mutex_;
+  std::chrono::milliseconds lifetime_{60000};  // guarded by mutex_
+  std::map<std::string, Entry> entries_;       // guarded by mutex_
+};
+
+}  // namespace CryptStand

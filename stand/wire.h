@@ -1,0 +1,52 @@
+#pragma once
+
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/kvmap.h"
+#include "foundation/val.h"
+#include "stand/certmaker.h"
+#include "stand/http.h"
+
+// The texts of the wire: JSON objects read strictly, base64, certificates.
+namespace CryptStand {
+
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+OruGuiBase::AnsiStr ToAnsi(std::string_view text);
+
+/// The object that a JSON text holds; none when it is no JSON or something else than an object.
+std::optional<KVMap> ReadObject(const std::string& text);
+std::string WriteObject(const KVMap& object);
+
+/// A member of the kind that the name says; none when it is missing or of another kind.
+std::optional<std::string> ReadText(const KVMap& object, const char* name);
+std::optional<KVMap> ReadMap(const KVMap& object, const char* name);
+std::optional<bool> ReadBool(const KVMap& object, const char* name);
+std::optional<std::int64_t> ReadInteger(const KVMap& object, const char* name);
+std::optional<OruGuiBase::Array<Val>> ReadArray(const KVMap& object, const char* name);
+/// An array all of whose elements are texts.
+std::optional<std::vector<std::string>> ReadTexts(const KVMap& object, const char* name);
+
+/// Whether the object has all of `required` and nothing but these and `optional`.
+bool HasMembers(const KVMap& object, std::initializer_list<const char*> required,
+                std::initializer_list<const char*> optional = {});
+
+Val TextVal(std::string_view text);
+Val TextsVal(const std::vector<std::string>& texts);
+
+/// Strict base64 with its padding; line breaks are passed over.
+std::optional<std::string> FromBase64(std::string_view text);
+/// A certificate from PEM or from base64 DER; empty when the text is neither.
+Cert CertFromText(const std::string& text);
+
+/// An answer with a JSON object.
+HttpReply JsonReply(const KVMap& object, int status = 200);
+/// A refusal in JSON: "errorid" and "errortext".
+HttpReply Refusal(int status, std::string_view errorId, std::string_view errorText);
+
+}  // namespace CryptStand

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "stand/certmaker.h"
+
+namespace CryptStand {
+
+/// A room key as a key server made it.
+struct RoomKeyPair {
+  Cert certificate;
+  KeyPair key;
+};
+
+/// Wraps a room key: base64 of a CMS SignedData (RFC 5652) by `signer` around a JSON object with
+/// "encodedInnerSigningCertificate" (the signer), "encodedX509Certificate" (the room key's certificate) and
+/// "encodedPrivateKey" (base64 of a CMS EnvelopedData around PKCS #8, for `wrapping` and every reader). All
+/// three are base64. Empty on failure.
+std::string WrapRoomKey(const RoomKeyPair& roomKey, const Identity& signer, const Cert& wrapping,
+                        const std::vector<Cert>& readers);
+
+/// The reverse. None when the text is damaged, when `signer` did not sign it, or when it was not wrapped for
+/// `wrapping`.
+std::optional<RoomKeyPair> OpenRoomKey(const std::string& wrapped, const Cert& signer,
+                                       const Identity& wrapping);
+
+}  // namespace CryptStand

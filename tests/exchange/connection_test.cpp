@@ -1,0 +1,277 @@
+#include <cctype>
+
+#include "foundation/clock.h"
+#include "tests/support/clienttest.h"
+#include "tests/support/tracerecorder.h"
+
+namespace OruKalvix {
+namespace {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::datetime;
+using OruGuiBase::Val;
+using OruGuiBase::ValType;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+using TestSupport::Alive;
+using TestSupport::DateAnswer;
+using TestSupport::HttpAnswer;
+using TestSupport::Json;
+using TestSupport::NoExchange;
+using TestSupport::RecordedRequest;
+using TestSupport::Status;
+using TestSupport::Str;
+using TestSupport::TraceRecorder;
+
+constexpr datetime kTime{1994, 11, 6, 8, 49, 37};
+
+class Connection : public TestSupport::ClientTest {
+ protected:
+  Connection() {
+    UseServers({"https://one.example", "https://two.example"});
+    CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);
+  }
+  datetime StoredTime(const char* url) const { return peer.serverTimes.Get(url).AsDateTime(); }
+  /// Makes the last probe lie this long ago.
+  void SetAge(std::uint32_t milliseconds) { peer.statusClock = OruGuiBase::GetClockTicks() - milliseconds; }
+};
+
+TEST_F(Connection, ProbesTheStatusWithARandomNumber) {
+  http.Then(Alive());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  const RecordedRequest request = http.GetRequest(0);
+  const std::string begin = "https://one.example/status?";
+  EXPECT_EQ(request.method, "GET");
+  ASSERT_THAT(request.url, StartsWith(begin));
+  const std::string number = request.url.substr(begin.size());
+  EXPECT_GE(number.size(), 1U);
+  EXPECT_LE(number.size(), 20U);
+  for (const char digit : number) EXPECT_TRUE(std::isdigit(static_cast<unsigned char>(digit))) << number;
+  EXPECT_THAT(request.headers, IsEmpty());
+  EXPECT_EQ(request.body, "");
+}
+
+TEST_F(Connection, ProbesWithAnotherNumberEachTime) {
+  peer.certAuth = true;
+  http.Then(Alive()).Then(Alive());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  EXPECT_NE(http.GetRequest(0).url, http.GetRequest(1).url);
+}
+
+TEST_F(Connection, KeepsTheServersTime) {
+  http.Then(Alive());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  const Val stored = peer.serverTimes.Get("https://one.example");
+  EXPECT_EQ(stored.GetType(), ValType::Date);
+  EXPECT_EQ(stored.AsDateTime(), kTime);
+  EXPECT_EQ(stored.AsPackedDateTime().GetMilliseconds(), 0U);
+  EXPECT_EQ(stored.AsPackedDateTime().GetZoneMinutes(), 0);
+  EXPECT_EQ(peer.serverTimes.GetCount(), 1U);
+}
+
+TEST_F(Connection, SparesAKnownServerTheProbe) {
+  http.Then(Alive());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  EXPECT_EQ(http.GetRequestCount(), 1U);
+}
+
+TEST_F(Connection, ProbesAKnownServerEachTimeUnderCertAuth) {
+  http.Then(Alive()).Then(DateAnswer("Sun, 06 Nov 1994 09:00:00 GMT"));
+  ASSERT_TRUE(peer.KeyServerConnect());
+  peer.certAuth = true;
+  ASSERT_TRUE(peer.KeyServerConnect());
+  EXPECT_EQ(StoredTime("https://one.example"), (datetime{1994, 11, 6, 9, 0, 0}));
+}
+
+TEST_F(Connection, ProbesEachServerOnItsOwn) {
+  http.Then(Alive()).Then(Alive());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);
+  ASSERT_TRUE(peer.KeyServerConnect());
+  EXPECT_THAT(http.GetLines(),
+              ElementsAre("GET https://one.example/status", "GET https://two.example/status"));
+  EXPECT_EQ(peer.serverTimes.GetCount(), 2U);
+}
+
+TEST_F(Connection, GivesTheProbeTheStatusTimeout) {
+  client.SetStatusTimeout("3");
+  http.Then(Alive());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  EXPECT_TRUE(http.GetRequest(0).options.useTimeouts);
+  EXPECT_THAT(http.GetRequest(0).options.timeouts, ElementsAre(3000U, 3000U, 3000U));
+}
+
+TEST_F(Connection, ProbesWithoutLimitWhenThereIsNoStatusTimeout) {
+  http.Then(Alive());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  EXPECT_FALSE(http.GetRequest(0).options.useTimeouts);
+}
+
+TEST_F(Connection, WrapsTheReasonOfAFailedProbe) {
+  peer.statusClock = 77;
+  http.Then(NoExchange("connection refused")).Then(Status(503));
+  EXPECT_FALSE(peer.KeyServerConnect());
+  EXPECT_EQ(Error(), "Could not connect to key server: connection refused");
+  EXPECT_FALSE(peer.KeyServerConnect());
+  EXPECT_EQ(Error(), "Could not connect to key server: HTTP 503");
+  EXPECT_EQ(peer.statusClock, 77U);
+  EXPECT_TRUE(peer.serverTimes.IsEmpty());
+}
+
+TEST_F(Connection, NeedsADateInTheAnswer) {
+  const TraceRecorder traces;
+  http.Then(Json("alive"));
+  EXPECT_FALSE(peer.KeyServerConnect());
+  EXPECT_EQ(Error(), "Invalid key server time []");
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
+  EXPECT_TRUE(peer.serverTimes.IsEmpty());
+}
+
+TEST_F(Connection, RefusesADateOfAnotherForm) {
+  for (const char* date :
+       {"1994-11-06T08:49:37Z", "Sunday, 06-Nov-94 08:49:37 GMT", "now", "Sun, 31 Feb 2021 00:00:00 GMT"}) {
+    http.Then(DateAnswer(date));
+    EXPECT_FALSE(peer.KeyServerConnect()) << date;
+    EXPECT_EQ(Error(), std::string("Invalid key server time [") + date + "]");
+  }
+}
+
+TEST_F(Connection, TakesTheTimeOfTheProbeBeforeItJudgesTheDate) {
+  SetAge(500000);
+  http.Then(Json(""));
+  EXPECT_FALSE(peer.KeyServerConnect());
+  EXPECT_LT(OruGuiBase::GetClockTicks(peer.statusClock), 400000U);
+}
+
+TEST_F(Connection, KeepsTheEarlierTimeWhenALaterProbeHasABadDate) {
+  http.Then(Alive()).Then(DateAnswer("broken"));
+  ASSERT_TRUE(peer.KeyServerConnect());
+  SetAge(500000);
+  peer.certAuth = true;
+  EXPECT_FALSE(peer.KeyServerConnect());
+  EXPECT_EQ(StoredTime("https://one.example"), kTime);
+  EXPECT_LT(OruGuiBase::GetClockTicks(peer.statusClock), 400000U);
+}
+
+TEST_F(Connection, FindsTheDateHeaderInAnyCase) {
+  HttpAnswer answer = Json("");
+  answer.headers = {{"dATE", TestSupport::kDate}};
+  http.Then(answer);
+  EXPECT_TRUE(peer.KeyServerConnect());
+}
+
+TEST_F(Connection, ProbesABareQueryForAnElementThatIsNoUrl) {
+  OruGuiBase::Array<Val> servers;
+  servers.Append(Val(std::int64_t{7}));
+  client.SetKeyServer(servers);
+  CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);
+  http.Then(NoExchange("no host"));
+  EXPECT_FALSE(peer.KeyServerConnect());
+  EXPECT_THAT(http.GetRequest(0).url, StartsWith("?"));
+}
+
+TEST_F(Connection, CountsTheServersTimeOnInWholeSeconds) {
+  http.Then(Alive());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  SetAge(2950);
+  datetime time;
+  peer.GetKeyServerTime(time);
+  EXPECT_TRUE(time == (datetime{1994, 11, 6, 8, 49, 39}) || time == (datetime{1994, 11, 6, 8, 49, 40}));
+}
+
+TEST_F(Connection, CarriesTheSecondsThatHavePassed) {
+  http.Then(DateAnswer("Sat, 31 Dec 1994 23:59:00 GMT"));
+  ASSERT_TRUE(peer.KeyServerConnect());
+  SetAge(90500);
+  datetime time;
+  peer.GetKeyServerTime(time);
+  EXPECT_EQ(time.year, 1995);
+  EXPECT_EQ(time.day, 1);
+  EXPECT_EQ(time.minute, 0);
+  EXPECT_GE(time.second, 30);
+}
+
+TEST_F(Connection, HasNoTimeOfAServerThatItNeverProbed) {
+  const TraceRecorder traces;
+  SetAge(90000);
+  datetime time = kTime;
+  peer.GetKeyServerTime(time);
+  EXPECT_EQ(time, datetime());
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(4U));
+}
+
+TEST_F(Connection, CountsFromTheLastProbeOfWhicheverServer) {
+  http.Then(Alive()).Then(DateAnswer("Mon, 07 Nov 1994 00:00:00 GMT"));
+  ASSERT_TRUE(peer.KeyServerConnect());
+  SetAge(600000);
+  CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);
+  ASSERT_TRUE(peer.KeyServerConnect());
+  peer.keyServerCursor.keyServerUrl = "https://one.example";
+  datetime time;
+  peer.GetKeyServerTime(time);
+  EXPECT_EQ(time.minute, kTime.minute);
+}
+
+TEST_F(Connection, FetchesATextWithoutAToken) {
+  http.Then(Alive()).Then(Json("-----BEGIN"));
+  peer.authzToken = "unused";
+  AnsiStr text;
+  ASSERT_TRUE(peer.KeyServerGetText("some/path", text));
+  EXPECT_EQ(Str(text), "-----BEGIN");
+  EXPECT_THAT(http.GetLines(),
+              ElementsAre("GET https://one.example/status", "GET https://one.example/some/path"));
+  EXPECT_THAT(http.GetRequest(1).headers, IsEmpty());
+  EXPECT_FALSE(http.GetRequest(1).options.useTimeouts);
+  EXPECT_EQ(Str(peer.authzToken), "unused");
+}
+
+TEST_F(Connection, FetchesTheTwoCertificateLists) {
+  http.Then(Alive()).Then(Json("roots")).Then(Json("trusted"));
+  AnsiStr roots;
+  AnsiStr trusted;
+  ASSERT_TRUE(peer.KeyServerGetCertStore(roots));
+  ASSERT_TRUE(peer.KeyServerGetTrustStore(trusted));
+  EXPECT_EQ(Str(roots) + "," + Str(trusted), "roots,trusted");
+  EXPECT_THAT(http.GetLines(),
+              ElementsAre("GET https://one.example/status", "GET https://one.example/certstore",
+                          "GET https://one.example/truststore"));
+}
+
+TEST_F(Connection, FetchesNoTextWithoutServers) {
+  client.SetKeyServer({});
+  AnsiStr text("kept");
+  EXPECT_FALSE(peer.KeyServerGetText("certstore", text));
+  EXPECT_EQ(Error(), "Invalid key server URL");
+  EXPECT_EQ(Str(text), "kept");
+}
+
+TEST_F(Connection, FetchesATextFromTheNextServerWhenTheProbeFails) {
+  http.Then(Status(500)).Then(Alive()).Then(Json("list"));
+  AnsiStr text;
+  ASSERT_TRUE(peer.KeyServerGetText("certstore", text));
+  EXPECT_EQ(http.GetLines().back(), "GET https://two.example/certstore");
+  EXPECT_EQ(Str(peer.keyServerCursor.keyServerUrl), "https://two.example");
+}
+
+TEST_F(Connection, FetchesATextFromTheNextServerWhenTheFirstHasNone) {
+  http.Then(Alive()).Then(Status(404)).Then(Alive()).Then(Json("list"));
+  AnsiStr text;
+  ASSERT_TRUE(peer.KeyServerGetText("certstore", text));
+  EXPECT_EQ(Str(text), "list");
+  EXPECT_EQ(Error(), "HTTP 404");
+}
+
+TEST_F(Connection, LeavesTheTextAndTheLastReasonWhenNoServerHasIt) {
+  http.Then(Alive()).Then(Status(404)).Then(Alive()).Then(Status(410));
+  AnsiStr text("kept");
+  EXPECT_FALSE(peer.KeyServerGetText("certstore", text));
+  EXPECT_EQ(Str(text), "kept");
+  EXPECT_EQ(Error(), "HTTP 410");
+  EXPECT_EQ(Str(peer.keyServerCursor.keyServerUrl), "");
+}
+
+}  // namespace
+}  // namespace OruKalvix

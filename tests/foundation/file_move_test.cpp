@@ -1,0 +1,248 @@
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "foundation/errorstate.h"
+#include "foundation/file.h"
+#include "foundation/stream.h"
+#include "tests/foundation/file_size_limit.h"
+#include "tests/foundation/printing.h"
+#include "tests/foundation/scratch_directory.h"
+
+namespace OruGuiBase {
+namespace {
+
+// A private file with content, as an operation leaves it.
+File MakePrivate(const char* name, const std::string& content) {
+  const File file(FileType::Temporary, name, true);
+  std::ofstream(file.GetPath().GetText(), std::ios::binary) << content;
+  return file;
+}
+
+bool AreOnOneFileSystem(const std::string& a, const std::string& b) {
+  struct stat first {};
+  struct stat second {};
+  return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev;
+}
+
+TEST(FileMoveTest, RenamesTheFile) {
+  const ScratchDirectory scratch;
+  const File source = scratch.MakeFile("a", "content");
+  EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+  EXPECT_FALSE(Exists(source.GetPath()));
+  EXPECT_EQ(ContentOf(scratch.FileOf("b")), "content");
+}
+
+TEST(FileMoveTest, ReplacesAnExistingTarget) {
+  const ScratchDirectory scratch;
+  const File source = scratch.MakeFile("a", "new");
+  const File target = scratch.MakeFile("b", "old and longer");
+  EXPECT_TRUE(source.Move(target, false));
+  EXPECT_EQ(ContentOf(target), "new");
+  EXPECT_EQ(scratch.CountEntries(), 1U);
+}
+
+TEST(FileMoveTest, SparesAnExistingTargetWhenTold) {
+  const ScratchDirectory scratch;
+  const File source = scratch.MakeFile("a", "new");
+  const File target = scratch.MakeFile("b", "old");
+  EXPECT_FALSE(source.Move(target, true));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EEXIST));
+  EXPECT_EQ(ContentOf(source), "new");
+  EXPECT_EQ(ContentOf(target), "old");
+  EXPECT_TRUE(source.Move(scratch.FileOf("c"), true));
+  EXPECT_EQ(ContentOf(scratch.FileOf("c")), "new");
+}
+
+TEST(FileMoveTest, AnOrdinaryFileKeepsItsMode) {
+  const ScratchDirectory scratch;
+  const File source = scratch.MakeFile("a", "content");
+  ASSERT_EQ(::chmod(source.GetPath().GetText(), 0604), 0);
+  EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+  EXPECT_EQ(ModeOf(AnsiStr(scratch / "b")), 0604);
+}
+
+TEST(FileMoveTest, APrivateFileGetsTheModeOfANewFile) {
+  const ScratchDirectory scratch;
+  for (const mode_t mask : {0022U, 0027U, 0077U, 0002U}) {
+    const FileMask guard(mask);
+    const File source = MakePrivate("a.tmp", "content");
+    ASSERT_EQ(ModeOf(source.GetPath()), 0600);
+    EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+    EXPECT_EQ(ModeOf(AnsiStr(scratch / "b")), static_cast<int>(0666U & ~mask));
+    EXPECT_TRUE(scratch.FileOf("b").Remove(false));
+  }
+}
+
+TEST(FileMoveTest, APrivateFileGetsTheModeOfTheFileItReplaces) {
+  const ScratchDirectory scratch;
+  const File target = scratch.MakeFile("b", "old");
+  ASSERT_EQ(::chmod(target.GetPath().GetText(), 0606), 0);
+  EXPECT_TRUE(MakePrivate("a.tmp", "new").Move(target, false));
+  EXPECT_EQ(ModeOf(target.GetPath()), 0606);
+  EXPECT_EQ(ContentOf(target), "new");
+}
+
+TEST(FileMoveTest, APrivateDirectoryIsEmptyAfterTheMove) {
+  const ScratchDirectory scratch;
+  const File source = MakePrivate("a.tmp", "content");
+  TempFile temp;
+  temp.Take(source);
+  EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+  temp.GiveUp();
+  EXPECT_EQ(scratch.CountEntries(), 1U);
+}
+
+TEST(FileMoveTest, AMissingSourceIsAFailure) {
+  const ScratchDirectory scratch;
+  const File target = scratch.MakeFile("b", "old");
+  EXPECT_FALSE(scratch.FileOf("missing").Move(target, false));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
+  EXPECT_EQ(ContentOf(target), "old");
+}
+
+TEST(FileMoveTest, AMissingFolderLeavesTheSourceAsItWas) {
+  const ScratchDirectory scratch;
+  const File source = MakePrivate("a.tmp", "content");
+  EXPECT_FALSE(source.Move(scratch.FileOf("missing/b"), false));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
+  EXPECT_EQ(ContentOf(source), "content");
+  EXPECT_EQ(ModeOf(source.GetPath()), 0600);
+}
+
+TEST(FileMoveTest, ADirectoryIsNoSource) {
+  const ScratchDirectory scratch;
+  ASSERT_EQ(::mkdir((scratch / "folder").c_str(), 0700), 0);
+  EXPECT_FALSE(scratch.FileOf("folder").Move(scratch.FileOf("b"), false));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EISDIR));
+  EXPECT_TRUE(Exists(AnsiStr(scratch / "folder")));
+}
+
+TEST(FileMoveTest, ADirectoryIsNoTarget) {
+  const ScratchDirectory scratch;
+  ASSERT_EQ(::mkdir((scratch / "folder").c_str(), 0700), 0);
+  const File source = MakePrivate("a.tmp", "content");
+  EXPECT_FALSE(source.Move(scratch.FileOf("folder"), false));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EISDIR));
+  EXPECT_EQ(ContentOf(source), "content");
+  EXPECT_EQ(ModeOf(source.GetPath()), 0600);
+}
+
+TEST(FileMoveTest, ALinkAtTheTargetIsReplacedAndNotFollowed) {
+  const ScratchDirectory scratch;
+  const File victim = scratch.MakeFile("victim", "untouched");
+  ASSERT_EQ(::symlink(victim.GetPath().GetText(), (scratch / "link").c_str()), 0);
+  EXPECT_TRUE(MakePrivate("a.tmp", "content").Move(scratch.FileOf("link"), false));
+  EXPECT_EQ(ContentOf(victim), "untouched");
+  EXPECT_EQ(ContentOf(scratch.FileOf("link")), "content");
+}
+
+// The source lies on one file system, the target on another.
+class FileMoveAcrossTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!std::filesystem::is_directory("/dev/shm") || AreOnOneFileSystem("/tmp", "/dev/shm")) {
+      GTEST_SKIP() << "/tmp and /dev/shm are one file system";
+    }
+    there.emplace("/dev/shm");
+    // The latest one is TMPDIR.
+    here.emplace("/tmp");
+  }
+  void TearDown() override {
+    here.reset();
+    there.reset();
+  }
+
+  std::optional<ScratchDirectory> there;
+  std::optional<ScratchDirectory> here;
+};
+
+TEST_F(FileMoveAcrossTest, CopiesAndRemovesTheSource) {
+  const std::string content(kStreamBuffer * 2 + 12345, 'x');
+  const File source = here->MakeFile("a", content);
+  EXPECT_TRUE(source.Move(there->FileOf("b"), false));
+  EXPECT_FALSE(Exists(source.GetPath()));
+  EXPECT_EQ(ContentOf(there->FileOf("b")), content);
+  EXPECT_EQ(there->CountEntries(), 1U);
+}
+
+TEST_F(FileMoveAcrossTest, AnEmptyFileIsMovedToo) {
+  EXPECT_TRUE(here->MakeFile("a", "").Move(there->FileOf("b"), false));
+  EXPECT_EQ(there->FileOf("b").GetSize(), 0);
+}
+
+TEST_F(FileMoveAcrossTest, ReplacesAnExistingTarget) {
+  const File target = there->MakeFile("b", "old and longer");
+  EXPECT_TRUE(here->MakeFile("a", "new").Move(target, false));
+  EXPECT_EQ(ContentOf(target), "new");
+}
+
+TEST_F(FileMoveAcrossTest, SparesAnExistingTargetWhenTold) {
+  const File target = there->MakeFile("b", "old");
+  const File source = here->MakeFile("a", "new");
+  EXPECT_FALSE(source.Move(target, true));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EEXIST));
+  EXPECT_EQ(ContentOf(source), "new");
+  EXPECT_EQ(ContentOf(target), "old");
+  EXPECT_EQ(there->CountEntries(), 1U);
+}
+
+TEST_F(FileMoveAcrossTest, ModesAreTheSameAsOnOneFileSystem) {
+  const FileMask mask(027);
+  const File plain = here->MakeFile("a", "content");
+  ASSERT_EQ(::chmod(plain.GetPath().GetText(), 0604), 0);
+  EXPECT_TRUE(plain.Move(there->FileOf("b"), false));
+  EXPECT_EQ(ModeOf(AnsiStr(*there / "b")), 0604);
+  EXPECT_TRUE(MakePrivate("a.tmp", "content").Move(there->FileOf("c"), false));
+  EXPECT_EQ(ModeOf(AnsiStr(*there / "c")), 0640);
+  EXPECT_TRUE(MakePrivate("a.tmp", "content").Move(there->FileOf("b"), false));
+  EXPECT_EQ(ModeOf(AnsiStr(*there / "b")), 0604);
+}
+
+TEST_F(FileMoveAcrossTest, AMissingFolderLeavesTheSourceAsItWas) {
+  const File source = MakePrivate("a.tmp", "content");
+  EXPECT_FALSE(source.Move(there->FileOf("missing/b"), false));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
+  EXPECT_EQ(ContentOf(source), "content");
+  EXPECT_EQ(ModeOf(source.GetPath()), 0600);
+}
+
+TEST_F(FileMoveAcrossTest, ADirectoryAtTheTargetLeavesTheSourceAsItWas) {
+  ASSERT_EQ(::mkdir((*there / "folder").c_str(), 0700), 0);
+  const File source = MakePrivate("a.tmp", "content");
+  EXPECT_FALSE(source.Move(there->FileOf("folder"), false));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EISDIR));
+  EXPECT_EQ(ContentOf(source), "content");
+  EXPECT_EQ(ModeOf(source.GetPath()), 0600);
+  EXPECT_EQ(there->CountEntries(), 1U);
+}
+
+TEST_F(FileMoveAcrossTest, ADiskThatFillsUpLeavesNoHalfWrittenTarget) {
+  const std::string content(kStreamBuffer * 3, 'x');
+  const File source = here->MakeFile("a", content);
+  const File target = there->MakeFile("b", "old");
+  {
+    const FileSizeLimit limit(kStreamBuffer + 100);
+    EXPECT_FALSE(source.Move(target, false));
+    EXPECT_EQ(GetSystemErrorText(), std::strerror(EFBIG));
+  }
+  EXPECT_EQ(ContentOf(source), content);
+  EXPECT_EQ(ContentOf(target), "old");
+  EXPECT_EQ(there->CountEntries(), 1U);
+}
+
+TEST_F(FileMoveAcrossTest, APipeIsNotCopied) {
+  ASSERT_EQ(::mkfifo((*here / "pipe").c_str(), 0600), 0);
+  EXPECT_FALSE(here->FileOf("pipe").Move(there->FileOf("b"), false));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EXDEV));
+  EXPECT_EQ(there->CountEntries(), 0U);
+}
+
+}  // namespace
+}  // namespace OruGuiBase

@@ -1,0 +1,216 @@
+#include "foundation/kvmap.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <utility>
+
+#include "foundation/format.h"
+#include "tests/foundation/printing.h"
+
+namespace OruGuiBase {
+namespace {
+
+KVMap MakeMap(std::uint32_t count) {
+  KVMap map;
+  for (std::uint32_t i = 0; i < count; ++i) map.Set(FmtArgs("key%u", i), Val(std::int64_t{i}));
+  return map;
+}
+
+TEST(KVMapTest, NullMapReadsAsEmpty) {
+  const KVMap map;
+  EXPECT_EQ(map.GetImp(), nullptr);
+  EXPECT_EQ(map.GetCount(), 0U);
+  EXPECT_TRUE(map.IsEmpty());
+  EXPECT_EQ(map.Find("key"), 0U);
+  EXPECT_TRUE(map.Get("key").IsNil());
+}
+
+TEST(KVMapTest, FirstSetOnANullMapMakesTheObject) {
+  KVMap map;
+  EXPECT_TRUE(map.Set("key", "value"));
+  ASSERT_NE(map.GetImp(), nullptr);
+  EXPECT_EQ(map.GetImp()->refCount, 1U);
+  EXPECT_EQ(map.Get("key").AsString(), "value");
+}
+
+TEST(KVMapTest, SetOnASharedMapClonesItAndTheOtherHandleDoesNotSeeTheChange) {
+  KVMap map = MakeMap(2);
+  const KVMap other(map);
+  EXPECT_EQ(map.GetImp(), other.GetImp());
+  map.Set("key0", "changed");
+  map.Set("added", "new");
+  EXPECT_NE(map.GetImp(), other.GetImp());
+  EXPECT_EQ(map.GetCount(), 3U);
+  EXPECT_EQ(other.GetCount(), 2U);
+  EXPECT_EQ(other.Get("key0").AsInteger(), 0);
+  EXPECT_EQ(other.Find("added"), 2U);
+}
+
+TEST(KVMapTest, ACloneSharesWhatWasNotChanged) {
+  KVMap map = MakeMap(20);
+  const KVMap other(map);
+  map.Set("key0", "changed");
+  EXPECT_EQ(map.GetKeys().GetImp(), other.GetKeys().GetImp());
+  EXPECT_NE(map.GetValues().GetImp(), other.GetValues().GetImp());
+  for (std::uint32_t i = 0; i < KVMapImp::kBuckets; ++i) {
+    EXPECT_EQ(map.GetImp()->buckets[i].GetImp(), other.GetImp()->buckets[i].GetImp());
+  }
+}
+
+TEST(KVMapTest, SetOnAnUnsharedMapStaysInPlace) {
+  KVMap map = MakeMap(1);
+  const KVMapImp* const object = map.GetImp();
+  map.Set("other", "value");
+  EXPECT_EQ(map.GetImp(), object);
+}
+
+TEST(KVMapTest, SetOfAnExistingKeyReplacesItsValueAtItsPlace) {
+  KVMap map = MakeMap(3);
+  const AnsiStr old("old value");
+  map.Set("key1", old);
+  EXPECT_EQ(old.GetImp()->refCount, 2U);
+  map.Set("key1", "new value");
+  EXPECT_EQ(old.GetImp()->refCount, 1U);
+  EXPECT_EQ(map.GetCount(), 3U);
+  EXPECT_EQ(map.Find("key1"), 1U);
+  EXPECT_EQ(map.Get("key1").AsString(), "new value");
+}
+
+TEST(KVMapTest, KeysAndValuesKeepTheOrderOfFirstInsertion) {
+  KVMap map;
+  map.Set("zebra", "1");
+  map.Set("apple", "2");
+  map.Set("mango", "3");
+  map.Set("zebra", "4");
+  EXPECT_THAT(ElementsOf(map.GetKeys()),
+              testing::ElementsAre(AnsiStr("zebra"), AnsiStr("apple"), AnsiStr("mango")));
+  EXPECT_EQ(map.GetValues()[0].AsString(), "4");
+  EXPECT_EQ(map.GetValues()[2].AsString(), "3");
+}
+
+TEST(KVMapTest, SetOfAValueOfItsOwnIsSafe) {
+  KVMap map;
+  map.Set("key", "value");
+  for (int i = 0; i < 30; ++i) map.Set(FmtArgs("copy%d", i), map.GetValues()[0]);
+  EXPECT_EQ(map.Get("copy29").AsString(), "value");
+  map.Set(map.GetKeys()[0], map.GetValues()[0]);
+  EXPECT_EQ(map.Get("key").AsString(), "value");
+}
+
+TEST(KVMapTest, HashMultipliesBy31OverSignedBytes) {
+  EXPECT_EQ(KVMap::Hash(""), 0U);
+  EXPECT_EQ(KVMap::Hash("a"), 97U);
+  EXPECT_EQ(KVMap::Hash("ab"), 97U * 31 + 98);
+  EXPECT_EQ(KVMap::Hash("statustimeout"), 3697740079U);
+}
+
+TEST(KVMapTest, AByteAbove7FHashesAsNegative) {
+  EXPECT_EQ(KVMap::Hash("\xFF"), 0xFFFFFFFFU);
+  EXPECT_EQ(KVMap::Hash("\x80"), static_cast<std::uint32_t>(-128));
+  EXPECT_EQ(KVMap::Hash("\xC3\xA4"), static_cast<std::uint32_t>(-61 * 31 - 92));
+  KVMap map;
+  map.Set("\xC3\xA4", "found");
+  EXPECT_EQ(map.GetImp()->buckets[static_cast<std::uint32_t>(-61 * 31 - 92) % 13].GetCount(), 1U);
+  EXPECT_EQ(map.Get("\xC3\xA4").AsString(), "found");
+}
+
+TEST(KVMapTest, TwoKeysOfOneBucketAreBothFoundInOrderOfArrival) {
+  ASSERT_EQ(KVMap::Hash("Aa"), KVMap::Hash("BB"));
+  KVMap map;
+  map.Set("between", "0");
+  map.Set("BB", "1");
+  map.Set("Aa", "2");
+  const std::uint32_t bucket = KVMap::Hash("Aa") % 13;
+  EXPECT_THAT(ElementsOf(map.GetImp()->buckets[bucket]), testing::ElementsAre(1U, 2U));
+  EXPECT_EQ(map.Get("BB").AsString(), "1");
+  EXPECT_EQ(map.Get("Aa").AsString(), "2");
+}
+
+TEST(KVMapTest, EveryBucketFindsItsKeys) {
+  const KVMap map = MakeMap(500);
+  for (std::uint32_t i = 0; i < 500; ++i) {
+    EXPECT_EQ(map.Find(FmtArgs("key%u", i)), i);
+    EXPECT_EQ(map.Get(FmtArgs("key%u", i)).AsInteger(), i);
+  }
+  EXPECT_EQ(map.Find("key500"), 500U);
+}
+
+TEST(KVMapTest, KeysCompareExactly) {
+  KVMap map;
+  map.Set("Key", "1");
+  EXPECT_TRUE(map.Get("key").IsNil());
+  EXPECT_TRUE(map.Get("Ke").IsNil());
+  EXPECT_TRUE(map.Get("Key ").IsNil());
+  EXPECT_TRUE(map.Get(AnsiStr(std::string_view("Key\0", 4))).IsNil());
+}
+
+TEST(KVMapTest, TheEmptyKeyIsAKey) {
+  KVMap map;
+  map.Set("", "nothing");
+  EXPECT_EQ(map.GetCount(), 1U);
+  EXPECT_EQ(map.Get("").AsString(), "nothing");
+}
+
+TEST(KVMapTest, ANilValueCountsAsAnEntry) {
+  KVMap map;
+  map.Set("nil", Val());
+  EXPECT_EQ(map.GetCount(), 1U);
+  EXPECT_EQ(map.Find("nil"), 0U);
+}
+
+TEST(KVMapTest, GetSharesTheValue) {
+  KVMap map;
+  const AnsiStr text("text");
+  map.Set("key", text);
+  const Val value = map.Get("key");
+  EXPECT_EQ(text.GetImp()->refCount, 3U);
+}
+
+TEST(KVMapTest, IteratingANullMapGivesTheSameEmptyArrays) {
+  EXPECT_EQ(KVMap::GetKeys(nullptr).GetCount(), 0U);
+  EXPECT_EQ(KVMap::GetValues(nullptr).GetCount(), 0U);
+  EXPECT_EQ(&KVMap::GetKeys(nullptr), &KVMap::GetKeys(nullptr));
+  EXPECT_EQ(&KVMap::GetValues(nullptr), &KVMap::GetValues(nullptr));
+}
+
+TEST(KVMapTest, AssignmentLinksAndReleases) {
+  KVMap map = MakeMap(1);
+  const KVMap copy = map;
+  const KVMap& alias = map;
+  map = alias;
+  EXPECT_EQ(copy.GetImp()->refCount, 2U);
+  map = KVMap();
+  EXPECT_EQ(copy.GetImp()->refCount, 1U);
+  map = copy;
+  const KVMap moved(std::move(map));
+  EXPECT_EQ(copy.GetImp()->refCount, 2U);
+  EXPECT_EQ(KVMap::FromImp(nullptr).GetImp(), nullptr);
+}
+
+TEST(KVMapTest, FreeingTheObjectReleasesItsContent) {
+  const AnsiStr text("text");
+  {
+    KVMap map;
+    map.Set(text, text);
+    EXPECT_EQ(text.GetImp()->refCount, 3U);
+  }
+  EXPECT_EQ(text.GetImp()->refCount, 1U);
+}
+
+TEST(KVMapTest, FromDistinctMakesTheSameMapAsSetting) {
+  const KVMap set = MakeMap(100);
+  const KVMap loaded = KVMap::FromDistinct(set.GetKeys(), set.GetValues());
+  EXPECT_EQ(loaded.GetKeys().GetImp(), set.GetKeys().GetImp());
+  for (std::uint32_t i = 0; i < KVMapImp::kBuckets; ++i) {
+    EXPECT_EQ(ElementsOf(loaded.GetImp()->buckets[i]), ElementsOf(set.GetImp()->buckets[i]));
+  }
+  EXPECT_EQ(loaded.Get("key99").AsInteger(), 99);
+}
+
+TEST(KVMapTest, FromDistinctOfNothingIsTheNullMap) {
+  EXPECT_EQ(KVMap::FromDistinct({}, {}).GetImp(), nullptr);
+}
+
+}  // namespace
+}  // namespace OruGuiBase

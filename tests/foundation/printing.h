@@ -1,0 +1,27 @@
+#pragma once
+
+#include <ostream>
+#include <vector>
+
+#include "foundation/ansistr.h"
+#include "foundation/array.h"
+#include "foundation/dates.h"
+
+namespace OruGuiBase {
+
+// Found by the test framework when it prints a value that was not expected.
+inline void PrintTo(const AnsiStr& text, std::ostream* out) {
+  *out << '"' << text.View() << '"';
+}
+
+inline void PrintTo(const datetime& value, std::ostream* out) {
+  *out << DateTime2ISOStr(value, nullptr, nullptr).View();
+}
+
+// The elements in a container that the test framework's matchers know.
+template <class T>
+std::vector<T> ElementsOf(const Array<T>& array) {
+  return {array.begin(), array.end()};
+}
+
+}  // namespace OruGuiBase

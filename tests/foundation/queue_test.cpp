@@ -1,0 +1,82 @@
+#include "foundation/queue.h"
+
+#include <gtest/gtest.h>
+#include <utility>
+#include <vector>
+
+namespace OruGuiBase {
+namespace {
+
+// Notes its end, and how many elements its queue showed at that time.
+class Element {
+ public:
+  Element(int id, std::vector<int>& ended, const PtrContainerQueue<Element>* queue = nullptr)
+      : id_(id), ended_(ended), queue_(queue) {}
+  ~Element() {
+    ended_.push_back(id_);
+    EXPECT_TRUE(queue_ == nullptr || (queue_->IsEmpty() && queue_->GetCount() == 0));
+  }
+  int GetId() const { return id_; }
+
+ private:
+  int id_;
+  std::vector<int>& ended_;
+  const PtrContainerQueue<Element>* queue_;
+};
+
+TEST(PtrContainerQueueTest, KeepsElementsInOrder) {
+  std::vector<int> ended;
+  PtrContainerQueue<Element> queue;
+  EXPECT_TRUE(queue.IsEmpty());
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(queue.Append(new Element(i, ended)));
+  EXPECT_EQ(queue.GetCount(), 3U);
+  EXPECT_EQ(queue.Get(0)->GetId(), 0);
+  EXPECT_EQ(queue.Get(2)->GetId(), 2);
+  EXPECT_EQ(queue.Get(3), nullptr);
+  int expected = 0;
+  for (const auto* node = queue.GetFirst(); node != nullptr; node = node->next) {
+    EXPECT_EQ(node->element->GetId(), expected++);
+  }
+}
+
+TEST(PtrContainerQueueTest, DestroysItsElementsInOrder) {
+  std::vector<int> ended;
+  {
+    PtrContainerQueue<Element> queue;
+    for (int i = 0; i < 3; ++i) queue.Append(new Element(i, ended));
+  }
+  EXPECT_EQ(ended, (std::vector<int>{0, 1, 2}));
+}
+
+TEST(PtrContainerQueueTest, AnElementThatEndsFindsItsQueueEmpty) {
+  std::vector<int> ended;
+  PtrContainerQueue<Element> queue;
+  for (int i = 0; i < 3; ++i) queue.Append(new Element(i, ended, &queue));
+  queue.Clear();
+  EXPECT_EQ(ended.size(), 3U);
+}
+
+TEST(PtrContainerQueueTest, CanBeFilledAgainAfterClearing) {
+  std::vector<int> ended;
+  PtrContainerQueue<Element> queue;
+  queue.Append(new Element(1, ended));
+  queue.Clear();
+  queue.Append(new Element(2, ended));
+  EXPECT_EQ(queue.GetCount(), 1U);
+  EXPECT_EQ(queue.Get(0)->GetId(), 2);
+}
+
+TEST(PtrContainerQueueTest, MovingHandsTheElementsOver) {
+  std::vector<int> ended;
+  PtrContainerQueue<Element> queue;
+  queue.Append(new Element(1, ended));
+  PtrContainerQueue<Element> other(std::move(queue));
+  EXPECT_TRUE(queue.IsEmpty());  // NOLINT(bugprone-use-after-move): that is what is tested
+  EXPECT_EQ(queue.Get(0), nullptr);
+  EXPECT_EQ(other.GetCount(), 1U);
+  other.Append(new Element(2, ended));
+  EXPECT_EQ(other.Get(1)->GetId(), 2);
+}
+
+}  // namespace
+}  // namespace OruGuiBase

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include "tests/road/roadtest.h"
+
+namespace TestSupport {
+
+/// A command of other software: its exit code, and all that it said.
+struct CommandResult {
+  int code = -1;
+  std::string output;
+};
+
+/// Runs a shell command in a folder.
+CommandResult RunCommand(const std::filesystem::path& folder, const std::string& command);
+
+/// The room hands out its plain key, so that other software can open what was protected for it. The folder of
+/// the test holds it and the certificates as PEM: room.key, room.crt, lists.pem (roots, intermediates and
+/// issuers).
+class InteropTest : public RoadTest {
+ protected:
+  void SetUp() override;
+  /// Runs a command in the folder of the test and demands that it succeeds.
+  void Run(const std::string& command);
+
+ private:
+  std::string Get(const std::string& url);
+};
+
+}  // namespace TestSupport

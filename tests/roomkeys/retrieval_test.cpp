@@ -1,0 +1,272 @@
+#include "tests/support/clienttest.h"
+#include "tests/support/pki.h"
+#include "tests/support/scriptedroad.h"
+#include "tests/support/tracerecorder.h"
+
+namespace OruKalvix {
+namespace {
+
+using OruGuiBase::KVMap;
+using OruOssSec::Certificate;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+using TestSupport::HeaderOf;
+using TestSupport::HttpAnswer;
+using TestSupport::Json;
+using TestSupport::JsonText;
+using TestSupport::LoadCert;
+using TestSupport::LoadKey;
+using TestSupport::Map;
+using TestSupport::NoExchange;
+using TestSupport::Pki;
+using TestSupport::Quoted;
+using TestSupport::RecordedRequest;
+using TestSupport::ScriptedRoad;
+using TestSupport::Status;
+using TestSupport::Str;
+using TestSupport::Strings;
+using TestSupport::TraceRecorder;
+using TestSupport::With;
+
+constexpr const char* kKeyError = "QOB.1.1001.1.422645";
+
+class Retrieval : public TestSupport::ClientTest {
+ protected:
+  Retrieval() {
+    roomKey.room = "old room";
+    roomKey.data = "old data";
+    roomKey.certificate = LoadCert(Pki::Get().integrity.certificate);
+    roomKey.key = LoadKey(Pki::Get().integrity.key);
+    UseServers({"https://old.example"});
+    peer.group = "old group";
+    peer.statusTimeout = 77;
+    peer.certAuth = true;
+  }
+
+  bool Fetch(const HttpAnswer& answer, const char* issuer = "", const char* serial = "") {
+    http.Then(answer);
+    return peer.FetchRoomKey(roomKey, keyErrorFlag, issuer, serial);
+  }
+  /// Nothing but the message has changed.
+  void ExpectUnchanged() {
+    EXPECT_EQ(Str(roomKey.room), "old room");
+    EXPECT_EQ(Str(roomKey.data), "old data");
+    EXPECT_FALSE(roomKey.certificate.IsEmpty());
+    EXPECT_FALSE(roomKey.key.IsEmpty());
+    EXPECT_EQ(Str(peer.group), "old group");
+    EXPECT_EQ(peer.keyServerCursor.servers.GetCount(), 1U);
+    EXPECT_EQ(peer.statusTimeout, 77U);
+    EXPECT_TRUE(peer.certAuth);
+  }
+
+  RoomKey roomKey;
+  bool keyErrorFlag = false;
+};
+
+TEST_F(Retrieval, AsksForTheCurrentKeyByAGet) {
+  ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomKeyAnswer())));
+  const RecordedRequest request = http.GetRequest(0);
+  EXPECT_EQ(request.method, "GET");
+  EXPECT_EQ(request.url, "https://crypt.example/api/crypt/key/room%201");
+  EXPECT_EQ(request.body, "");
+  EXPECT_THAT(request.headers, IsEmpty());
+}
+
+TEST_F(Retrieval, AsksForTheKeyOfACertificateByAPost) {
+  ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomKeyAnswer()), "CN=Issuer", "0A3F"));
+  const RecordedRequest request = http.GetRequest(0);
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.url, "https://crypt.example/api/crypt/key/room%201");
+  EXPECT_EQ(request.body, R"({"id":{"issuer":"CN=Issuer","serial":"0A3F"}})");
+  EXPECT_EQ(HeaderOf(request, "Content-Type"), "text/json");
+  EXPECT_EQ(request.headers.size(), 1U);
+}
+
+TEST_F(Retrieval, AsksByAPostWithOneHalfOfTheNameEmpty) {
+  ASSERT_TRUE(Fetch(Json("{}"), "CN=Issuer", ""));
+  ASSERT_TRUE(Fetch(Json("{}"), "", "0A3F"));
+  EXPECT_EQ(http.GetRequest(0).body, R"({"id":{"issuer":"CN=Issuer","serial":""}})");
+  EXPECT_EQ(http.GetRequest(1).body, R"({"id":{"issuer":"","serial":"0A3F"}})");
+}
+
+TEST_F(Retrieval, FillsTheRoomKey) {
+  const KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "plain", Quoted(Pki::Get().room.key.ToPEM()));
+  ASSERT_TRUE(Fetch(Json(answer)));
+  EXPECT_EQ(Str(roomKey.room), "room 1");
+  EXPECT_EQ(Str(roomKey.data), Str(answer.Get("data").AsString()));
+  EXPECT_EQ(Certificate::Compare(roomKey.certificate, LoadCert(Pki::Get().room.certificate)), 0);
+  EXPECT_FALSE(roomKey.key.IsEmpty());
+  EXPECT_FALSE(keyErrorFlag);
+  EXPECT_EQ(Error(), "");
+}
+
+TEST_F(Retrieval, TakesTheConfigurationFromTheAnswer) {
+  KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "certauth", "true");
+  answer = With(answer, "keyserver", R"(["https://a","https://b"])");
+  *CryptClientTestPeer::GetKeyServerBase() = 9;
+  peer.certAuth = false;
+  ASSERT_TRUE(Fetch(Json(answer)));
+  EXPECT_EQ(Str(peer.group), TestSupport::kGroup);
+  EXPECT_EQ(JsonText(OruGuiBase::Val(peer.keyServerCursor.servers)), R"(["https://a","https://b"])");
+  EXPECT_EQ(peer.keyServerCursor.startIndex, 9U);
+  EXPECT_EQ(Str(peer.keyServerCursor.keyServerUrl), "");
+  EXPECT_EQ(peer.statusTimeout, 5000U);
+  EXPECT_TRUE(client.GetCertAuth());
+}
+
+TEST_F(Retrieval, EmptiesWhatTheAnswerLeavesOut) {
+  const TraceRecorder traces;
+  ASSERT_TRUE(Fetch(Json("{}")));
+  EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data), "");
+  EXPECT_TRUE(roomKey.certificate.IsEmpty());
+  EXPECT_TRUE(roomKey.key.IsEmpty());
+  EXPECT_EQ(Str(peer.group), "");
+  EXPECT_TRUE(peer.keyServerCursor.servers.IsEmpty());
+  EXPECT_EQ(peer.statusTimeout, 0U);
+  EXPECT_FALSE(peer.certAuth);
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 5U, 5U, 5U, 5U, 5U, 8U, 5U, 1U));
+}
+
+TEST_F(Retrieval, EmptiesWhatTheAnswerHoldsInAnotherKind) {
+  const TraceRecorder traces;
+  ASSERT_TRUE(
+      Fetch(Json(R"({"errorid":1,"errortext":1,"room":1,"certificate":1,"data":1,"plain":1,"group":1,)"
+                 R"("keyserver":"https://a","statustimeout":5,"certauth":1})")));
+  EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data) + Str(peer.group), "");
+  EXPECT_TRUE(peer.keyServerCursor.servers.IsEmpty());
+  EXPECT_EQ(peer.statusTimeout, 0U);
+  EXPECT_FALSE(peer.certAuth);
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 5U, 5U, 5U, 5U, 5U, 8U, 5U, 1U));
+}
+
+TEST_F(Retrieval, TakesAnEmptyAnswerToAPostForARoomWithoutKey) {
+  ASSERT_TRUE(Fetch(Json(""), "CN=Issuer", "01"));
+  EXPECT_EQ(Str(roomKey.room), "");
+  EXPECT_TRUE(roomKey.certificate.IsEmpty());
+  EXPECT_EQ(Str(peer.group), "");
+  EXPECT_TRUE(peer.keyServerCursor.servers.IsEmpty());
+}
+
+TEST_F(Retrieval, RefusesAnEmptyAnswerToAGet) {
+  EXPECT_FALSE(Fetch(Json("")));
+  EXPECT_THAT(Error(), StartsWith("Could not get room key: Could not parse response: "));
+  ExpectUnchanged();
+}
+
+TEST_F(Retrieval, NeedsAServiceUrl) {
+  CryptClient other(&http, "", "", kRoom);
+  EXPECT_FALSE(CryptClientTestPeer(other).FetchRoomKey(roomKey, keyErrorFlag, "", ""));
+  EXPECT_EQ(Str(other.GetErrorMessage()), "Invalid URL");
+  EXPECT_EQ(http.GetRequestCount(), 0U);
+  ExpectUnchanged();
+}
+
+TEST_F(Retrieval, WrapsTheReasonOfAFailedExchangeInBothForms) {
+  EXPECT_FALSE(Fetch(NoExchange("no route")));
+  EXPECT_EQ(Error(), "Could not get room key: no route");
+  EXPECT_FALSE(Fetch(Status(403)));
+  EXPECT_EQ(Error(), "Could not get room key: HTTP 403");
+  EXPECT_FALSE(Fetch(Status(500), "CN=Issuer", "01"));
+  EXPECT_EQ(Error(), "Could not get room key: HTTP 500");
+  EXPECT_FALSE(Fetch(Json("{"), "CN=Issuer", "01"));
+  EXPECT_THAT(Error(), StartsWith("Could not get room key: Could not parse response: "));
+  EXPECT_FALSE(keyErrorFlag);
+  ExpectUnchanged();
+}
+
+TEST_F(Retrieval, RaisesTheFlagForTheOneDistinguishedError) {
+  EXPECT_FALSE(
+      Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"(","errortext":"Ask %s for %n access"})")));
+  EXPECT_TRUE(keyErrorFlag);
+  EXPECT_EQ(Error(), "Ask %s for %n access");
+  ExpectUnchanged();
+}
+
+TEST_F(Retrieval, RecordsNothingButTheTextOfTheDistinguishedError) {
+  peer.SetError("before");
+  EXPECT_FALSE(Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"("})")));
+  EXPECT_TRUE(keyErrorFlag);
+  EXPECT_EQ(Error(), "");
+}
+
+TEST_F(Retrieval, RecordsEachOtherErrorWithItsTextAlone) {
+  const struct {
+    const char* answer;
+    const char* message;
+    const char* reason;
+  } rows[] = {
+      {R"({"errorid":"QOB.2","errortext":"no access"})", "Could not get room key: no access", "id and text"},
+      {R"({"errorid":"QOB.2"})", "Could not get room key: ", "an id without text"},
+      {R"({"errortext":"no access"})", "Could not get room key: no access", "a text without id"},
+      {R"({"errorid":"qob.1.1001.1.422645","errortext":"t"})", "Could not get room key: t", "another case"},
+      {R"({"errorid":"QOB.1.1001.1.422645 ","errortext":"t"})", "Could not get room key: t",
+       "a blank behind"},
+      {R"({"errorid":"x","errortext":"100%s"})", "Could not get room key: 100%s", "a per-cent sign"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_FALSE(Fetch(Json(row.answer))) << row.reason;
+    EXPECT_EQ(Error(), row.message) << row.reason;
+    EXPECT_FALSE(keyErrorFlag) << row.reason;
+  }
+  ExpectUnchanged();
+}
+
+TEST_F(Retrieval, NeverLowersTheFlag) {
+  keyErrorFlag = true;
+  EXPECT_TRUE(Fetch(Json("{}")));
+  EXPECT_TRUE(keyErrorFlag);
+  EXPECT_FALSE(Fetch(Json(R"({"errorid":"other"})")));
+  EXPECT_TRUE(keyErrorFlag);
+}
+
+TEST_F(Retrieval, LeavesTheCertificateEmptyWhenItsTextIsNone) {
+  const KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "certificate", R"("garbage")");
+  ASSERT_TRUE(Fetch(Json(answer)));
+  EXPECT_TRUE(roomKey.certificate.IsEmpty());
+  EXPECT_EQ(Str(roomKey.room), "room 1");
+  EXPECT_NE(Str(roomKey.data), "");
+  EXPECT_EQ(Error(), "");
+}
+
+TEST_F(Retrieval, LeavesTheKeyEmptyWhenItsTextIsNone) {
+  const KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "plain", R"("garbage")");
+  ASSERT_TRUE(Fetch(Json(answer)));
+  EXPECT_TRUE(roomKey.key.IsEmpty());
+  EXPECT_EQ(Error(), "");
+}
+
+TEST_F(Retrieval, SucceedsWithAStatusTimeoutThatIsNoNumber) {
+  const KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "statustimeout", R"("soon")");
+  ASSERT_TRUE(Fetch(Json(answer)));
+  EXPECT_EQ(Error(), "Invalid timeout value [soon]");
+  EXPECT_EQ(peer.statusTimeout, 77U);
+  EXPECT_FALSE(peer.certAuth);
+}
+
+TEST_F(Retrieval, KeepsAnEarlierMessageAcrossItsSuccess) {
+  peer.SetError("earlier");
+  ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomKeyAnswer())));
+  EXPECT_EQ(Error(), "earlier");
+}
+
+TEST_F(Retrieval, ClearsAllFourFieldsOfARoomKey) {
+  ClearRoomKey(roomKey);
+  EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data), "");
+  EXPECT_TRUE(roomKey.certificate.IsEmpty());
+  EXPECT_TRUE(roomKey.key.IsEmpty());
+}
+
+TEST_F(Retrieval, CallsAKeyUsableByCertificateAndDataAlone) {
+  roomKey.key.Clear();
+  EXPECT_TRUE(roomKey.IsUsableForEncryption());
+  RoomKey noData = roomKey;
+  noData.data.Clear();
+  EXPECT_FALSE(noData.IsUsableForEncryption());
+  RoomKey noCertificate = roomKey;
+  noCertificate.certificate.Clear();
+  EXPECT_FALSE(noCertificate.IsUsableForEncryption());
+}
+
+}  // namespace
+}  // namespace OruKalvix

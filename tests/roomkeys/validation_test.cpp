@@ -1,0 +1,302 @@
+#include "tests/support/clienttest.h"
+#include "tests/support/messages.h"
+#include "tests/support/pki.h"
+#include "tests/support/scriptedroad.h"
+#include "tests/support/tracerecorder.h"
+
+namespace OruKalvix {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+using TestSupport::Ansi;
+using TestSupport::Authority;
+using TestSupport::Cert;
+using TestSupport::CertSpec;
+using TestSupport::DateAnswer;
+using TestSupport::EndEntity;
+using TestSupport::Identity;
+using TestSupport::Json;
+using TestSupport::KeyPair;
+using TestSupport::LoadCert;
+using TestSupport::NoExchange;
+using TestSupport::Pki;
+using TestSupport::ScriptedRoad;
+using TestSupport::Status;
+using TestSupport::Str;
+using TestSupport::Strings;
+using TestSupport::TraceRecorder;
+using TestSupport::Validity;
+using TestSupport::WrappedKey;
+using TestSupport::WrappedText;
+
+class Validation : public ::testing::Test {
+ protected:
+  Validation() {
+    *CryptClientTestPeer::GetKeyServerBase() = 0;
+    client.SetKeyServer(Strings({TestSupport::kKeyServerUrl}));
+    Use(pki.room.certificate, pki.innerSigning.certificate);
+  }
+
+  /// The room key under proof: its certificate, and the inner signing certificate in its wrapped key.
+  void Use(const Cert& room, const Cert& inner) {
+    roomKey.certificate = LoadCert(room);
+    roomKey.data = Ansi(WrappedKey(inner));
+  }
+  bool Validate() { return peer.ValidateRoomKey(roomKey); }
+  std::string Error() const { return Str(client.GetErrorMessage()); }
+  /// The message is the text and a reason that says something.
+  void ExpectReason(const std::string& text) const {
+    EXPECT_THAT(Error(), StartsWith(text));
+    EXPECT_GT(Error().size(), text.size());
+    EXPECT_EQ(Error().find("Success"), std::string::npos) << Error();
+  }
+
+  const Pki& pki = Pki::Get();
+  ScriptedRoad road;
+  CryptClient client{&road.http, TestSupport::kServiceUrl, "", "room 1"};
+  CryptClientTestPeer peer{client};
+  RoomKey roomKey;
+};
+
+TEST_F(Validation, ProvesAKeyThatTheInnerSigningCertificateIssued) {
+  EXPECT_TRUE(Validate());
+  EXPECT_EQ(Error(), "");
+  EXPECT_THAT(road.GetSteps(), ElementsAre("status", "certstore", "truststore"));
+}
+
+TEST_F(Validation, TracesTheChainFromTheRoomKeyUpwards) {
+  const TraceRecorder traces;
+  ASSERT_TRUE(Validate());
+  std::vector<std::string> chain = traces.GetTexts(2);
+  std::erase_if(chain,
+                [](const std::string& text) { return !text.starts_with("CryptClient::ValidateRoomKey"); });
+  ASSERT_GE(chain.size(), 2U);
+  EXPECT_EQ(chain[0], "CryptClient::ValidateRoomKey: certchain = CN=room 1-tr");
+  EXPECT_EQ(chain[1], "CryptClient::ValidateRoomKey: certchain = CN=Inner signing");
+}
+
+TEST_F(Validation, FetchesTheListsAnewForEachKey) {
+  ASSERT_TRUE(Validate());
+  ASSERT_TRUE(Validate());
+  EXPECT_EQ(road.Count("certstore"), 2U);
+  EXPECT_EQ(road.Count("truststore"), 2U);
+  EXPECT_EQ(road.Count("status"), 1U);
+}
+
+TEST_F(Validation, ProbesAnewUnderCertAuthBeforeItTakesTheTime) {
+  peer.certAuth = true;
+  ASSERT_TRUE(Validate());
+  EXPECT_THAT(road.GetSteps(), ElementsAre("status", "certstore", "status", "truststore", "status"));
+}
+
+TEST_F(Validation, KeepsAnEarlierMessageAcrossItsSuccess) {
+  peer.SetError("earlier");
+  ASSERT_TRUE(Validate());
+  EXPECT_EQ(Error(), "earlier");
+}
+
+TEST_F(Validation, NeedsAWrappedKeyThatIsAMessage) {
+  for (const char* data : {"", "garbage", "AAAA", "-----BEGIN CMS-----\nAAAA\n-----END CMS-----\n"}) {
+    roomKey.data = data;
+    EXPECT_FALSE(Validate()) << data;
+    ExpectReason("Could not parse room key: ");
+  }
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Validation, NeedsAWrappedKeyThatGivesItsContent) {
+  roomKey.data = Ansi(TestSupport::ToBase64(TestSupport::MakeEnveloped("{}", {pki.room.certificate})));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not extract room key content: ");
+}
+
+TEST_F(Validation, NeedsJSONInTheWrappedKey) {
+  for (const char* content : {"", "no json", "{\"a\":1} x"}) {
+    roomKey.data = Ansi(WrappedText(content));
+    EXPECT_FALSE(Validate()) << content;
+    ExpectReason("Could not parse room key content: ");
+  }
+}
+
+TEST_F(Validation, NeedsAnInnerSigningCertificateInTheWrappedKey) {
+  const struct {
+    const char* content;
+    std::vector<std::uint32_t> reported;
+    const char* reason;
+  } rows[] = {
+      {"[]", {7, 5}, "no object"},
+      {"\"text\"", {7, 5}, "a text"},
+      {"{}", {5}, "missing"},
+      {R"({"encodedInnerSigningCertificate":7})", {5}, "a number"},
+      {R"({"encodedInnerSigningCertificate":""})", {}, "empty"},
+      {R"({"EncodedInnerSigningCertificate":"x"})", {5}, "another case"},
+  };
+  for (const auto& row : rows) {
+    const TraceRecorder traces;
+    roomKey.data = Ansi(WrappedText(row.content));
+    EXPECT_FALSE(Validate()) << row.reason;
+    EXPECT_EQ(Error(), "Invalid room key: Invalid encodedInnerSigningCertificate") << row.reason;
+    EXPECT_EQ(traces.GetInvalidTypes(), row.reported) << row.reason;
+  }
+}
+
+TEST_F(Validation, NeedsAnInnerSigningCertificateThatCanBeRead) {
+  roomKey.data = Ansi(WrappedText(R"({"encodedInnerSigningCertificate":"garbage"})"));
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(), "Invalid room key: Could not parse encodedInnerSigningCertificate");
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Validation, NeedsTheCertificateStore) {
+  road.Set("certstore", Status(404));
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(), "HTTP 404");
+  EXPECT_EQ(road.Count("truststore"), 0U);
+}
+
+TEST_F(Validation, NeedsTheTrustStore) {
+  road.Set("truststore", Status(410));
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(), "HTTP 410");
+}
+
+TEST_F(Validation, NeedsAKeyServer) {
+  client.SetKeyServer({});
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(), "Invalid key server URL");
+}
+
+TEST_F(Validation, NeedsAReadableListOfRoots) {
+  road.Set("certstore", Json("garbage"));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not parse list of root and intermediate CA certificates: ");
+}
+
+TEST_F(Validation, NeedsAReadableListOfTrustedIssuers) {
+  road.Set("truststore", Json("garbage"));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not parse list of trusted issuing certificates: ");
+}
+
+TEST_F(Validation, NeedsTheServerStillThereForItsTime) {
+  peer.certAuth = true;
+  road.Once("status", DateAnswer(TestSupport::kRoadDate));
+  road.Once("status", DateAnswer(TestSupport::kRoadDate));
+  road.Once("status", NoExchange("gone"));
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(), "Could not connect to key server: gone");
+}
+
+TEST_F(Validation, RefusesAnInnerSigningCertificateOfAnotherSystem) {
+  const Identity stranger = Identity::MakeRoot(Authority("Stranger"), KeyPair::MakeEC());
+  Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, stranger), stranger.certificate);
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key issuer certificate chain: ");
+}
+
+TEST_F(Validation, RefusesAnInnerSigningCertificateWhoseIssuerTheListsLack) {
+  road.Set("truststore", Json(""));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key issuer certificate chain: ");
+}
+
+TEST_F(Validation, TakesBothListsTogether) {
+  road.Set("certstore", Json(pki.root.certificate.ToPEM()));
+  road.Set("truststore", Json(pki.intermediate.certificate.ToPEM() + pki.issuing.certificate.ToPEM()));
+  EXPECT_TRUE(Validate()) << Error();
+}
+
+TEST_F(Validation, RefusesTheChainWhenBothListsAreEmpty) {
+  road.Set("certstore", Json(""));
+  road.Set("truststore", Json(""));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key issuer certificate chain: ");
+}
+
+TEST_F(Validation, RefusesARoomKeyThatNobodyInTheListsIssued) {
+  const Identity stranger = Identity::MakeRoot(Authority("Stranger"), KeyPair::MakeEC());
+  Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, stranger), pki.innerSigning.certificate);
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key certificate chain: ");
+}
+
+TEST_F(Validation, RefusesARoomKeyThatIsItsOwnRoot) {
+  const Identity self = Identity::MakeRoot(EndEntity("room 1-tr"), pki.room.key);
+  road.Set("certstore", Json(pki.GetCertStore() + self.certificate.ToPEM()));
+  Use(self.certificate, pki.innerSigning.certificate);
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(), "Could not verify room key: Invalid issuer");
+}
+
+TEST_F(Validation, RefusesARoomKeyThatATrustedAuthorityIssuedDirectly) {
+  Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, pki.issuing), pki.innerSigning.certificate);
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(), "Could not verify room key: Unexpected issuer");
+}
+
+TEST_F(Validation, RefusesARoomKeyOfAnotherInnerSigningCertificate) {
+  const Identity other = Identity::MakeIssued(Authority("Other inner"), pki.issuing, KeyPair::MakeEC());
+  road.Set("truststore", Json(pki.GetTrustStore() + other.certificate.ToPEM()));
+  Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, other), pki.innerSigning.certificate);
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(), "Could not verify room key: Unexpected issuer");
+}
+
+TEST_F(Validation, RefusesAWrappedKeyThatNamesTheRoomCertificateItself) {
+  Use(pki.room.certificate, pki.room.certificate);
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key issuer certificate chain: ");
+}
+
+TEST_F(Validation, JudgesARoomKeyByTheServersClockAndNotTheLocalOne) {
+  CertSpec spec = EndEntity("room 1-tr");
+  spec.validity = Validity::FromNow(-3600, 3600);
+  Use(Cert::Issue(spec, pki.room.key, pki.innerSigning), pki.innerSigning.certificate);
+  road.Set("status", DateAnswer("Fri, 01 Jan 2038 00:00:00 GMT"));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key certificate chain: ");
+}
+
+TEST_F(Validation, AcceptsARoomKeyThatHasExpiredByTheLocalClockOnly) {
+  CertSpec spec = EndEntity("room 1-tr");
+  spec.validity = Validity::Between("2024-05-01", "2024-06-01");
+  Use(Cert::Issue(spec, pki.room.key, pki.innerSigning), pki.innerSigning.certificate);
+  EXPECT_TRUE(Validate()) << Error();
+}
+
+TEST_F(Validation, JudgesTheInnerSigningCertificateByTheServersClock) {
+  road.Set("status", DateAnswer("Sun, 01 Jan 2045 00:00:00 GMT"));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key issuer certificate chain: ");
+}
+
+TEST_F(Validation, ExaminesNoSignatureOfTheWrappedKey) {
+  TestSupport::SignerSpec stranger;
+  stranger.identity = Identity::MakeRoot(EndEntity("Nobody"), KeyPair::MakeEC());
+  roomKey.data = Ansi(TestSupport::ToBase64(
+      TestSupport::MakeSigned(R"({"encodedInnerSigningCertificate":)" +
+                                  TestSupport::Quoted(pki.innerSigning.certificate.ToBase64()) + "}",
+                              {stranger})));
+  EXPECT_TRUE(Validate()) << Error();
+}
+
+TEST_F(Validation, LeavesTheRoomKeyAsItIs) {
+  const OruGuiBase::AnsiStr data = roomKey.data;
+  roomKey.room = "room 1";
+  road.Set("truststore", Json("garbage"));
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Str(roomKey.room), "room 1");
+  EXPECT_EQ(roomKey.data, data);
+  EXPECT_FALSE(roomKey.certificate.IsEmpty());
+}
+
+TEST_F(Validation, GoesOnWithTheFieldsAsTheyAreWhenTheServerHasNoTime) {
+  // A server counts as known by its entry alone, whatever that holds.
+  peer.serverTimes.Set(TestSupport::kKeyServerUrl, "not a time");
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key issuer certificate chain: ");
+}
+
+}  // namespace
+}  // namespace OruKalvix

@@ -1,0 +1,255 @@
+#include "security/certstore.h"
+
+#include <gtest/gtest.h>
+#include <utility>
+
+#include "tests/security/testpki.h"
+
+namespace {
+
+using namespace SecurityTest;
+using OruOssSec::Certificate;
+using OruOssSec::CertStore;
+using OruOssSec::ASN1::Encoding;
+
+const Cert& Sample(std::size_t index) {
+  static const Cert certificates[] = {Cert::SelfSign(CertSpec::EndEntity("first"), SharedECKey()),
+                                      Cert::SelfSign(CertSpec::EndEntity("second"), SharedECKey()),
+                                      Cert::SelfSign(CertSpec::EndEntity("third"), SharedECKey())};
+  return certificates[index];
+}
+
+int CountOf(const CertStore& store) {
+  return store.Get0() == nullptr ? 0 : sk_X509_num(store.Get0());
+}
+
+bool Holds(const CertStore& store, std::size_t index) {
+  return store.Contains(ToCertificate(Sample(index)));
+}
+
+TEST(CertStoreLoad, ReadsEveryCertificateOfAText) {
+  const std::string a = Sample(0).ToPEM();
+  const std::string b = Sample(1).ToPEM();
+  const std::string a64 = InLines(Sample(0).ToBase64());
+  const std::string b64 = InLines(Sample(1).ToBase64());
+  const std::pair<const char*, std::string> rows[] = {
+      {"PEM after PEM", a + b},
+      {"blank lines between PEM blocks", "\n\n" + a + "\n \n\n" + b + "\n"},
+      {"PEM with CRLF", WithLineEnds(a + b, "\r\n")},
+      {"PEM with CR", WithLineEnds(a + b, "\r")},
+      {"base64, blank line, base64", a64 + "\n" + b64},
+      {"base64 in one line each", Sample(0).ToBase64() + "\n\n" + Sample(1).ToBase64()},
+      {"base64 with CRLF", WithLineEnds(a64 + "\n" + b64, "\r\n")},
+      {"base64 with CR", WithLineEnds(a64 + "\n" + b64, "\r")},
+      {"a blank line of blanks", a64 + " \t \n" + b64},
+      {"several blank lines", "\n\n" + a64 + "\n\n\n" + b64 + "\n\n"},
+      {"base64, then PEM", a64 + b},
+      {"PEM, then base64", a + b64},
+  };
+  for (const auto& [why, text] : rows) {
+    CertStore store;
+    unsigned int count = 99;
+    LeaveStaleReason();
+    EXPECT_TRUE(store.Load(ToText(text), &count)) << why << ": " << GetReason();
+    EXPECT_EQ(count, 2U) << why;
+    EXPECT_EQ(CountOf(store), 2) << why;
+    EXPECT_TRUE(Holds(store, 0) && Holds(store, 1)) << why;
+    EXPECT_FALSE(Holds(store, 2)) << why;
+    EXPECT_EQ(OruGuiBase::GetLastError(), 0U) << why;
+    EXPECT_TRUE(IsQueueEmpty()) << why;
+  }
+}
+
+TEST(CertStoreLoad, TakesATextWithoutCertificates) {
+  for (const char* text : {"", " ", "\r\n\r\n\t"}) {
+    CertStore store;
+    unsigned int count = 99;
+    LeaveStaleReason();
+    EXPECT_TRUE(store.Load(text, &count));
+    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(store.Get0(), nullptr);
+    EXPECT_EQ(OruGuiBase::GetLastError(), 0U);
+  }
+}
+
+TEST(CertStoreLoad, TakesANullCount) {
+  CertStore store;
+  EXPECT_TRUE(store.Load(ToText(Sample(0).ToPEM()), nullptr));
+  EXPECT_FALSE(store.Load("rubbish", nullptr));
+  EXPECT_EQ(CountOf(store), 1);
+}
+
+TEST(CertStoreLoad, AddsASecondListToTheFirst) {
+  CertStore store;
+  unsigned int count = 0;
+  ASSERT_TRUE(store.Load(ToText(Sample(0).ToPEM()), &count));
+  ASSERT_TRUE(store.Load(ToText(Sample(1).ToPEM() + Sample(2).ToPEM()), &count));
+  EXPECT_EQ(count, 2U);
+  EXPECT_EQ(CountOf(store), 3);
+}
+
+TEST(CertStoreLoad, KeepsEachCertificateOnce) {
+  CertStore store;
+  unsigned int count = 0;
+  ASSERT_TRUE(store.Load(ToText(Sample(0).ToPEM() + Sample(1).ToPEM() + Sample(0).ToPEM()), &count));
+  EXPECT_EQ(count, 3U) << "the count is that of the text";
+  EXPECT_EQ(CountOf(store), 2);
+  ASSERT_TRUE(store.Load(ToText(Sample(1).ToPEM()), &count));
+  EXPECT_EQ(count, 1U);
+  EXPECT_EQ(CountOf(store), 2);
+}
+
+TEST(CertStoreLoad, FailsWholeForWhatItCannotRead) {
+  const std::string pem = Sample(1).ToPEM();
+  const std::string base64 = Sample(1).ToBase64();
+  const char* const withoutBlankLine =
+      base64.back() == '=' ? "The text is not base64" : "There is data after the certificate";
+  const struct {
+    const char* why;
+    std::string text;
+    const char* reason;
+  } rows[] = {
+      {"a private key among them", pem + SharedKey(0).ToPEM(), "The PEM text is not a certificate"},
+      {"base64 of something else", pem + "AAAA", "The text is not an X.509 certificate"},
+      {"a block without end", pem + pem.substr(0, 200), "The PEM text has no last line"},
+      {"base64 without a blank line between", InLines(base64) + InLines(base64), withoutBlankLine},
+      {"two DER forms in one base64 text", CryptStand::ToBase64(Sample(1).ToDER() + Sample(2).ToDER()),
+       "There is data after the certificate"},
+      {"words between", pem + "and\n" + pem, "The text is not base64"},
+      {"a comment in front", "# roots\n" + pem, "The text is not base64"},
+      {"a NUL between", pem + std::string(1, '\0') + pem, "The text is not base64"},
+      {"a lost last line", pem + "-----END CERTIFICATE-----\n", "The text holds no data"},
+      {"blocks without a line end between", pem.substr(0, pem.size() - 1) + pem,
+       "Invalid last line of a PEM text"},
+      {"a markup page", "<html><body>Not found</body></html>", "The text is not base64"},
+  };
+  for (const auto& row : rows) {
+    CertStore store;
+    unsigned int count = 99;
+    ASSERT_TRUE(store.Load(ToText(Sample(0).ToPEM()), nullptr));
+    LeaveStaleReason();
+    EXPECT_FALSE(store.Load(ToText(row.text), &count)) << row.why;
+    EXPECT_NE(GetReason(), "stale") << row.why;
+    EXPECT_EQ(GetReason(), row.reason) << row.why;
+    EXPECT_EQ(count, 0U) << row.why;
+    EXPECT_EQ(CountOf(store), 1) << row.why;
+    EXPECT_TRUE(IsQueueEmpty()) << row.why;
+  }
+}
+
+TEST(CertStoreLoad, ReadsATextThatIsCutUpToAWholeCertificateOrNotAtAll) {
+  const std::string first = Sample(0).ToPEM();
+  const std::string text = first + Sample(1).ToPEM();
+  const std::size_t firstEnd = first.size() - 1;
+  for (std::size_t size = 0; size < text.size() - 1; ++size) {
+    CertStore store;
+    LeaveStaleReason();
+    const bool loaded = store.Load(ToText(text.substr(0, size)), nullptr);
+    ASSERT_EQ(loaded, size == 0 || size == firstEnd || size == firstEnd + 1) << size;
+    ASSERT_EQ(CountOf(store), loaded && size > 0 ? 1 : 0) << size;
+    ASSERT_NE(GetReason(), "stale") << size;
+  }
+}
+
+TEST(CertStoreLoad, TakesEveryChangedByteCleanly) {
+  const std::string text = Sample(0).ToPEM() + InLines(Sample(1).ToBase64());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    for (const unsigned mask : {0x01U, 0xFFU}) {
+      std::string changed = text;
+      changed[i] = static_cast<char>(static_cast<unsigned char>(changed[i]) ^ mask);
+      CertStore store;
+      LeaveStaleReason();
+      const bool loaded = store.Load(ToText(changed), nullptr);
+      ASSERT_EQ(OruGuiBase::GetLastError() == 0, loaded) << i;
+      ASSERT_EQ(CountOf(store) == 2, loaded) << i;
+      ASSERT_TRUE(IsQueueEmpty()) << i;
+    }
+  }
+}
+
+// Certificates that differ in the serial number alone; their signatures do not hold, which no store asks.
+std::string ManyCertificates(unsigned number) {
+  CertSpec spec = CertSpec::EndEntity("many");
+  spec.serial = "7F00000000000000";
+  const std::string der = Cert::SelfSign(spec, SharedECKey()).ToDER();
+  const auto serial = der.find(std::string("\x7F\0\0\0\0\0\0\0", 8));
+  std::string text;
+  for (unsigned i = 0; i < number; ++i) {
+    std::string changed = der;
+    changed[serial + 6] = static_cast<char>(i >> 8);
+    changed[serial + 7] = static_cast<char>(i);
+    text += MakePEM("CERTIFICATE", changed);
+  }
+  return text;
+}
+
+TEST(CertStoreLoad, ReadsThousandsOfCertificates) {
+  const std::string text = ManyCertificates(2000);
+  CertStore store;
+  unsigned int count = 0;
+  ASSERT_TRUE(store.Load(ToText(text), &count));
+  EXPECT_EQ(count, 2000U);
+  EXPECT_EQ(CountOf(store), 2000);
+  ASSERT_TRUE(store.Load(ToText(text), &count));
+  EXPECT_EQ(CountOf(store), 2000);
+}
+
+TEST(CertStoreAdd, AddsACertificateOnce) {
+  CertStore store;
+  LeaveStaleReason();
+  EXPECT_TRUE(store.Add(ToCertificate(Sample(0))));
+  EXPECT_TRUE(store.Add(ToCertificate(Sample(0))));
+  EXPECT_TRUE(store.Add(ToCertificate(Sample(1))));
+  EXPECT_EQ(CountOf(store), 2);
+  EXPECT_EQ(OruGuiBase::GetLastError(), 0U);
+}
+
+TEST(CertStoreAdd, TakesAReferenceOfItsOwn) {
+  CertStore store;
+  {
+    Certificate certificate = ToCertificate(Sample(0));
+    ASSERT_TRUE(store.Add(certificate));
+    certificate.Clear();
+  }
+  EXPECT_TRUE(Holds(store, 0));
+}
+
+TEST(CertStoreAdd, RefusesAnEmptyCertificate) {
+  CertStore store;
+  LeaveStaleReason();
+  EXPECT_FALSE(store.Add(Certificate()));
+  EXPECT_EQ(GetReason(), "The certificate is empty");
+  EXPECT_EQ(store.Get0(), nullptr);
+}
+
+TEST(CertStoreContains, IsFalseForAnEmptyStoreAndAnEmptyCertificate) {
+  CertStore store;
+  EXPECT_FALSE(Holds(store, 0));
+  ASSERT_TRUE(store.Add(ToCertificate(Sample(0))));
+  EXPECT_FALSE(store.Contains(Certificate()));
+}
+
+TEST(CertStoreContains, AsksForTheWholeCertificateNotForIssuerAndSerialNumber) {
+  std::string der = Sample(0).ToDER();
+  der.back() = static_cast<char>(der.back() ^ 1);
+  Certificate changed;
+  ASSERT_TRUE(changed.Load(ToText(CryptStand::ToBase64(der)), Encoding::Text));
+  CertStore store;
+  ASSERT_TRUE(store.Add(ToCertificate(Sample(0))));
+  EXPECT_FALSE(store.Contains(changed));
+  EXPECT_TRUE(store.Add(changed));
+  EXPECT_EQ(CountOf(store), 2);
+}
+
+TEST(CertStoreClear, EmptiesTheStoreForFurtherUse) {
+  CertStore store;
+  ASSERT_TRUE(store.Add(ToCertificate(Sample(0))));
+  store.Clear();
+  EXPECT_EQ(store.Get0(), nullptr);
+  EXPECT_FALSE(Holds(store, 0));
+  store.Clear();
+  EXPECT_TRUE(store.Add(ToCertificate(Sample(1))));
+  EXPECT_EQ(CountOf(store), 1);
+}
+
+}  // namespace

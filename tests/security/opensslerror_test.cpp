@@ -1,0 +1,139 @@
+#include <cerrno>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+
+#include "security/openssl_handles.h"
+#include "tests/security/testpki.h"
+
+namespace {
+
+using namespace SecurityTest;
+using OruOssSec::FailWith;
+using OruOssSec::FailWithOpenSSL;
+using OruOssSec::OpenSSLScope;
+
+constexpr int kTooLong = ASN1_R_HEADER_TOO_LONG;
+
+TEST(FailWith, RecordsTheReasonAndIsFalse) {
+  const OpenSSLScope scope;
+  EXPECT_FALSE(FailWith("the reason"));
+  EXPECT_EQ(GetReason(), "the reason");
+}
+
+TEST(FailWith, LeavesTheInnermostReason) {
+  const OpenSSLScope scope;
+  FailWith("inner");
+  FailWith("outer");
+  EXPECT_EQ(GetReason(), "inner");
+}
+
+TEST(FailWith, LeavesTheErrorOfTheSystem) {
+  const OpenSSLScope scope;
+  OruGuiBase::SetLastError(ENOSPC);
+  FailWith("outer");
+  EXPECT_EQ(GetReason(), std::strerror(ENOSPC));
+}
+
+TEST(FailWithOpenSSL, GivesTheFallbackWhenTheQueueIsEmpty) {
+  const OpenSSLScope scope;
+  EXPECT_FALSE(FailWithOpenSSL("fallback"));
+  EXPECT_EQ(GetReason(), "fallback");
+}
+
+TEST(FailWithOpenSSL, LeavesTheInnermostReason) {
+  const OpenSSLScope scope;
+  FailWith("inner");
+  ERR_raise(ERR_LIB_ASN1, kTooLong);
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), "inner");
+}
+
+TEST(FailWithOpenSSL, GivesTheReasonInWords) {
+  const OpenSSLScope scope;
+  ERR_raise(ERR_LIB_ASN1, kTooLong);
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), "header too long");
+}
+
+TEST(FailWithOpenSSL, PassesOverEntriesThatOnlyPassAFailureOn) {
+  const OpenSSLScope scope;
+  ERR_raise(ERR_LIB_ASN1, ERR_R_NESTED_ASN1_ERROR);
+  ERR_raise(ERR_LIB_ASN1, kTooLong);
+  ERR_raise(ERR_LIB_PEM, ERR_R_ASN1_LIB);
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), "header too long");
+}
+
+TEST(FailWithOpenSSL, PrefersTheCauseToItsConsequence) {
+  const OpenSSLScope scope;
+  ERR_raise(ERR_LIB_ASN1, kTooLong);
+  ERR_raise(ERR_LIB_X509, X509_R_CERT_ALREADY_IN_HASH_TABLE);
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), "header too long");
+}
+
+TEST(FailWithOpenSSL, PrefersAParticularReasonToASharedOne) {
+  const OpenSSLScope scope;
+  ERR_raise(ERR_LIB_ASN1, ERR_R_UNSUPPORTED);
+  ERR_raise(ERR_LIB_ASN1, kTooLong);
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), "header too long");
+}
+
+TEST(FailWithOpenSSL, SaysWhatASharedReasonIsAbout) {
+  const OpenSSLScope scope;
+  ERR_raise_data(ERR_LIB_EVP, ERR_R_UNSUPPORTED, "Algorithm (FOO : 0)");
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), "unsupported: Algorithm (FOO : 0)");
+}
+
+TEST(FailWithOpenSSL, GivesTheTextOfTheSystemForItsErrors) {
+  const OpenSSLScope scope;
+  ERR_raise(ERR_LIB_ASN1, kTooLong);
+  ERR_raise_data(ERR_LIB_SYS, ENOENT, "fopen");
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), std::strerror(ENOENT));
+}
+
+TEST(FailWithOpenSSL, SaysThatMemoryIsOut) {
+  const OpenSSLScope scope;
+  ERR_raise(ERR_LIB_X509, X509_R_CERT_ALREADY_IN_HASH_TABLE);
+  ERR_raise(ERR_LIB_X509, ERR_R_MALLOC_FAILURE);
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), "malloc failure");
+}
+
+TEST(FailWithOpenSSL, GivesTheFallbackForAReasonWithoutWords) {
+  const OpenSSLScope scope;
+  ERR_raise(ERR_LIB_USER, 77);
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), "fallback");
+}
+
+TEST(FailWithOpenSSL, GivesTheFallbackWhenFailuresWereOnlyPassedOn) {
+  const OpenSSLScope scope;
+  ERR_raise(ERR_LIB_PEM, ERR_R_ASN1_LIB);
+  FailWithOpenSSL("fallback");
+  EXPECT_EQ(GetReason(), "fallback");
+}
+
+TEST(OpenSSLScope, ClearsTheLastErrorAndTheQueueOnEntry) {
+  LeaveStaleReason();
+  ERR_raise(ERR_LIB_ASN1, kTooLong);
+  const OpenSSLScope scope;
+  EXPECT_EQ(OruGuiBase::GetLastError(), 0U);
+  EXPECT_TRUE(IsQueueEmpty());
+}
+
+TEST(OpenSSLScope, LeavesAnEmptyQueueAndTheReason) {
+  {
+    const OpenSSLScope scope;
+    FailWith("the reason");
+    ERR_raise(ERR_LIB_ASN1, kTooLong);
+  }
+  EXPECT_TRUE(IsQueueEmpty());
+  EXPECT_EQ(GetReason(), "the reason");
+}
+
+}  // namespace

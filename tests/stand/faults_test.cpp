@@ -1,0 +1,233 @@
+#include "stand/faults.h"
+
+#include <chrono>
+#include <gtest/gtest.h>
+
+#include "tests/stand/standpeer.h"
+
+namespace CryptStand {
+namespace {
+
+class FaultsTest : public StandTest {
+ protected:
+  static Fault Make(FaultKind kind, int number = 0, const char* text = "") {
+    Fault fault;
+    fault.kind = kind;
+    fault.number = number;
+    fault.text = text;
+    return fault;
+  }
+  // The answer to a command of the first key server under a fault that concerns all of its requests.
+  Reply CommandUnder(const Fault& fault) {
+    EXPECT_TRUE(stand_.SetFault(0, fault));
+    return RunCommand(GetKeyPayload());
+  }
+  Reply ServiceUnder(const Fault& fault) {
+    EXPECT_TRUE(stand_.SetFault(kCryptService, fault));
+    return Get(Service("crypt/key/demo"));
+  }
+};
+
+TEST_F(FaultsTest, DownRefusesConnectionsUntilFaultsAreCleared) {
+  ASSERT_TRUE(stand_.SetFault(1, Make(FaultKind::Down)));
+  EXPECT_EQ(Get(Server("status?1", 1)).status, 0);
+  EXPECT_EQ(Get(Server("status?1", 0)).status, 200);
+  const auto urls = stand_.GetKeyServerUrls();
+  ASSERT_TRUE(stand_.ClearFaults(1));
+  EXPECT_EQ(stand_.GetKeyServerUrls(), urls);
+  EXPECT_EQ(Get(Server("status?1", 1)).status, 200);
+}
+
+TEST_F(FaultsTest, DownConcernsTheCryptServiceToo) {
+  ASSERT_TRUE(stand_.SetFault(kCryptService, Make(FaultKind::Down)));
+  EXPECT_EQ(Get(Service("crypt/key/demo")).status, 0);
+  ASSERT_TRUE(stand_.ClearFaults(kCryptService));
+  EXPECT_EQ(Get(Service("crypt/key/demo")).status, 200);
+}
+
+TEST_F(FaultsTest, SlowAnswersLate) {
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::Slow, 150)));
+  EXPECT_EQ(Get(Server("status?1")).status, 200);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(150));
+}
+
+TEST_F(FaultsTest, SlowDoesNotHoldUpTheEnd) {
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::Slow, 60000)));
+  std::thread client([this] { EXPECT_EQ(Get(Server("status?1")).status, 0); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::Down)));
+  client.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+}
+
+TEST_F(FaultsTest, StatusAnswersInPlaceOfTheServer) {
+  EXPECT_EQ(CommandUnder(Make(FaultKind::Status, 500)).status, 500);
+  EXPECT_EQ(CommandUnder(Make(FaultKind::Status)).status, 503);
+  EXPECT_EQ(ServiceUnder(Make(FaultKind::Status, 204)).status, 204);
+}
+
+TEST_F(FaultsTest, WrongDateIsWhateverIsSaid) {
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::WrongDate, 0, "yesterday")));
+  EXPECT_EQ(Get(Server("status?1")).Header("Date"), "yesterday");
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::WrongDate, 0, "tomorrow")));
+  EXPECT_EQ(Get(Server("status?1")).Header("Date"), "tomorrow");
+}
+
+TEST_F(FaultsTest, MissingDateIsNoHeader) {
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::MissingDate)));
+  const Reply reply = Get(Server("status?1"));
+  EXPECT_EQ(reply.status, 200);
+  EXPECT_EQ(reply.headers.count("Date"), 0U);
+}
+
+TEST_F(FaultsTest, BodiesAreWhatTheirNamesSay) {
+  const struct {
+    Fault fault;
+    testing::Matcher<std::string> body;
+  } rows[] = {
+      {Make(FaultKind::BrokenJson), R"({"payload":{"type":)"},
+      {Make(FaultKind::JsonArray), "[1,2,3]"},
+      {Make(FaultKind::JsonNumber), "4711"},
+      {Make(FaultKind::JsonDeep), testing::StartsWith("[[[[[[")},
+      {Make(FaultKind::JsonNotUtf8), testing::HasSubstr("\xC3\x28")},
+      {Make(FaultKind::JsonHuge, 1000), testing::SizeIs(testing::Gt(1000U))},
+      {Make(FaultKind::JsonHuge), testing::SizeIs(testing::Gt(8U << 20U))},
+      {Make(FaultKind::EmptyBody), ""},
+      {Make(FaultKind::Body, 0, "{\"payload\":7}"), "{\"payload\":7}"},
+  };
+  for (const auto& row : rows) {
+    ASSERT_TRUE(stand_.ClearFaults(0) && stand_.ClearFaults(kCryptService));
+    const Reply command = CommandUnder(row.fault);
+    EXPECT_EQ(command.status, 200);
+    EXPECT_THAT(command.body, row.body);
+    EXPECT_THAT(ServiceUnder(row.fault).body, row.body);
+  }
+}
+
+TEST_F(FaultsTest, WrongTypeReplacesTheTypeAlone) {
+  const Reply reply = CommandUnder(Make(FaultKind::WrongType));
+  EXPECT_EQ(reply.Type(), "unexpectedResponse");
+  EXPECT_TRUE(ReadMap(reply.Payload(), "key").has_value());
+  EXPECT_EQ(CommandUnder(Make(FaultKind::WrongType, 0, "signResponse")).Type(), "signResponse");
+}
+
+TEST_F(FaultsTest, ErrorCodeIsARefusal) {
+  for (int code = 600; code <= 620; ++code) {
+    const Reply reply = CommandUnder(Make(FaultKind::ErrorCode, code));
+    EXPECT_EQ(reply.status, 200);
+    EXPECT_EQ(reply.Type(), "status");
+    EXPECT_EQ(reply.Code(), code);
+  }
+  EXPECT_EQ(ServiceUnder(Make(FaultKind::ErrorCode, 0, "QOB.1")).Text("errorid"), "QOB.1");
+}
+
+TEST_F(FaultsTest, BadSignatureIsBase64OfAWrongSignature) {
+  const auto sign = [this] {
+    return ReadTexts(RunCommand(SignPayload(), "demo", "1").Payload(), "signedHashes")->front();
+  };
+  RunCommand(GetKeyPayload());
+  const std::string good = sign();
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::BadSignature)));
+  const std::string bad = sign();
+  EXPECT_NE(bad, good);
+  EXPECT_EQ(FromBase64(bad)->size(), FromBase64(good)->size());
+}
+
+TEST_F(FaultsTest, BadBase64CannotBeDecoded) {
+  RunCommand(GetKeyPayload());
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::BadBase64)));
+  const auto texts = ReadTexts(RunCommand(SignPayload(), "demo", "1").Payload(), "signedHashes");
+  EXPECT_FALSE(FromBase64(texts->front()).has_value());
+}
+
+TEST_F(FaultsTest, EmptyMembersKeepTheirKind) {
+  const Reply command = CommandUnder(Make(FaultKind::EmptyMembers));
+  EXPECT_EQ(command.Type(), "getKeyResponse");
+  EXPECT_EQ(ReadMap(command.Payload(), "key")->GetCount(), 0U);
+  const Reply service = ServiceUnder(Make(FaultKind::EmptyMembers));
+  EXPECT_EQ(service.Text("group"), "");
+  EXPECT_EQ(ReadTexts(service.Object(), "keyserver"), std::vector<std::string>());
+}
+
+TEST_F(FaultsTest, OtherMembersAreOfAnotherKind) {
+  const Reply command = CommandUnder(Make(FaultKind::OtherMembers));
+  EXPECT_EQ(command.Type(), "getKeyResponse");
+  EXPECT_TRUE(ReadInteger(command.Payload(), "key").has_value());
+  EXPECT_TRUE(ReadInteger(ServiceUnder(Make(FaultKind::OtherMembers)).Object(), "group").has_value());
+}
+
+TEST_F(FaultsTest, WrongContentTypeKeepsTheBody) {
+  const Reply reply = CommandUnder(Make(FaultKind::WrongContentType));
+  EXPECT_EQ(reply.Header("Content-Type"), "text/html");
+  EXPECT_EQ(reply.Type(), "getKeyResponse");
+  EXPECT_EQ(CommandUnder(Make(FaultKind::WrongContentType, 0, "a/b")).Header("Content-Type"), "a/b");
+}
+
+TEST_F(FaultsTest, CutEndsTheConnectionInsideTheBody) {
+  EXPECT_EQ(CommandUnder(Make(FaultKind::Cut)).status, 0);
+  EXPECT_EQ(ServiceUnder(Make(FaultKind::Cut, 10)).status, 0);
+  ASSERT_TRUE(stand_.ClearFaults(0) && stand_.ClearFaults(kCryptService));
+  EXPECT_EQ(RunCommand(GetKeyPayload()).status, 200);
+}
+
+TEST_F(FaultsTest, ConcernsItsOperationAlone) {
+  Fault fault = Make(FaultKind::Status, 500);
+  fault.operation = "signRequest";
+  EXPECT_EQ(CommandUnder(fault).status, 200);
+  EXPECT_EQ(Get(Server("status?1")).status, 200);
+  EXPECT_EQ(RunCommand(SignPayload(), "demo", "1").status, 500);
+  fault.operation = "certlist";
+  EXPECT_EQ(ServiceUnder(fault).status, 200);
+  EXPECT_EQ(Post(Service("crypt/certlist/demo"), Object("keyserver", "")).status, 500);
+  fault.operation = "truststore";
+  ASSERT_TRUE(stand_.SetFault(1, fault));
+  EXPECT_EQ(Get(Server("certstore", 1)).status, 200);
+  EXPECT_EQ(Get(Server("truststore", 1)).status, 500);
+}
+
+TEST_F(FaultsTest, ConcernsItsServerAlone) {
+  ASSERT_TRUE(stand_.SetFault(2, Make(FaultKind::Status, 500)));
+  EXPECT_EQ(Get(Server("status?1", 1)).status, 200);
+  EXPECT_EQ(Get(Server("status?1", 2)).status, 500);
+}
+
+TEST_F(FaultsTest, IsGoneAfterItsUses) {
+  Fault fault = Make(FaultKind::Status, 500);
+  fault.uses = 2;
+  EXPECT_EQ(CommandUnder(fault).status, 500);
+  EXPECT_EQ(RunCommand(GetKeyPayload()).status, 500);
+  EXPECT_EQ(RunCommand(GetKeyPayload()).status, 200);
+}
+
+TEST_F(FaultsTest, StrikesTogetherWithOthers) {
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::MissingDate)));
+  const Reply reply = CommandUnder(Make(FaultKind::ErrorCode, 619));
+  EXPECT_EQ(reply.Code(), 619);
+  EXPECT_EQ(reply.headers.count("Date"), 0U);
+}
+
+TEST_F(FaultsTest, DoesNotCarryOutWhatItAnswersItself) {
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::Status, 500)));
+  const std::string token = FetchToken("getKeyRequest");
+  EXPECT_EQ(PostCommand(GetKeyPayload(), token).status, 500);
+  ASSERT_TRUE(stand_.ClearFaults(0));
+  EXPECT_EQ(PostCommand(GetKeyPayload(), token).Type(), "getKeyResponse");
+}
+
+TEST_F(FaultsTest, NeedsAServerThatIsThere) {
+  for (const int server : {3, -2, 1000}) {
+    EXPECT_FALSE(stand_.SetFault(server, Make(FaultKind::Status)));
+    EXPECT_FALSE(stand_.ClearFaults(server));
+  }
+}
+
+TEST(FaultKindTest, IsFoundByItsName) {
+  EXPECT_EQ(FindFaultKind("down"), FaultKind::Down);
+  EXPECT_EQ(FindFaultKind("cut"), FaultKind::Cut);
+  for (const char* name : {"", "none", "Down", "cut "}) EXPECT_EQ(FindFaultKind(name), std::nullopt) << name;
+}
+
+}  // namespace
+}  // namespace CryptStand

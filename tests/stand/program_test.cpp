@@ -1,0 +1,144 @@
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "tests/stand/folder.h"
+#include "tests/stand/standpeer.h"
+
+namespace CryptStand {
+namespace {
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+// The program as it is run from a shell, its output in files of the test's folder.
+class Program {
+ public:
+  Program(const Folder& folder, std::vector<std::string> arguments)
+      : out_(folder.Path("out")), error_(folder.Path("error")) {
+    arguments.insert(arguments.begin(), CRYPTSTAND_PROGRAM);
+    std::vector<char*> raw;
+    for (std::string& argument : arguments) raw.push_back(argument.data());
+    raw.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_.c_str(), kFlags, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, error_.c_str(), kFlags, 0600);
+    if (posix_spawn(&process_, raw[0], &actions, nullptr, raw.data(), environ) != 0) process_ = -1;
+    posix_spawn_file_actions_destroy(&actions);
+  }
+  ~Program() {
+    if (process_ > 0) Stop(SIGKILL);
+  }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  int Stop(int signal) {
+    kill(process_, signal);
+    return Wait();
+  }
+  /// The exit code, or minus the signal that ended it.
+  int Wait() {
+    int status = 0;
+    if (process_ <= 0 || waitpid(std::exchange(process_, -1), &status, 0) < 0) return -1000;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+  std::string Out() const { return ReadFile(out_); }
+  std::string Error() const { return ReadFile(error_); }
+
+ private:
+  std::string out_;
+  std::string error_;
+  pid_t process_ = -1;
+};
+
+// The addresses, once the program has written them.
+KVMap WaitForUrls(const std::string& path) {
+  for (int i = 0; i < 3000; ++i) {
+    const auto urls = ReadObject(ReadFile(path));
+    if (urls.has_value()) return *urls;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return {};
+}
+
+TEST(ProgramTest, ServesUntilItIsToldToStop) {
+  for (const int signal : {SIGTERM, SIGINT}) {
+    const Folder folder;
+    const std::string file = folder.Path("urls.json");
+    Program program(folder, {"--dir", folder.Path("state"), "--key-servers", "2", "--room", "a b", "--room",
+                             "c", "--url-file", file});
+    const KVMap urls = WaitForUrls(file);
+    const std::string service = ReadText(urls, "service").value_or("(none)");
+    EXPECT_EQ(ReadTexts(urls, "keyservers").value_or(std::vector<std::string>()).size(), 2U);
+    EXPECT_EQ(ReadTexts(urls, "rooms"), (std::vector<std::string>{"a b", "c"}));
+    EXPECT_EQ(Get(service + "crypt/key/a%20b").Text("room"), "a b");
+    EXPECT_THAT(program.Out(), testing::HasSubstr("development stand"));
+    EXPECT_THAT(program.Out(),
+                testing::HasSubstr("cryptcli encrypt --service " + service + " --room 'a b' "));
+    EXPECT_EQ(program.Stop(signal), 0) << program.Error();
+    EXPECT_EQ(program.Error(), "");
+  }
+}
+
+TEST(ProgramTest, StopsWhileAConnectionIsOpen) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  Program program(folder, {"--dir", folder.Path("state"), "--url-file", file});
+  const std::string service = ReadText(WaitForUrls(file), "service").value_or("http://127.0.0.1:1/");
+  httplib::Client client(service.substr(0, service.size() - 1));
+  client.set_keep_alive(true);
+  ASSERT_TRUE(client.Get("/crypt/key/demo"));
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
+TEST(ProgramTest, SaysWhyItCannotStart) {
+  const Folder folder;
+  Program program(folder, {"--dir", folder.Path("a/b")});
+  EXPECT_EQ(program.Wait(), 1);
+  EXPECT_THAT(program.Error(), testing::StartsWith("cryptstand: " + folder.Path("a/b") + ": No such file"));
+}
+
+TEST(ProgramTest, SaysWhenItsPortIsTaken) {
+  Stand stand;
+  std::string error;
+  ASSERT_TRUE(stand.Start(error)) << error;
+  const std::string port = stand.GetServiceUrl().substr(17, stand.GetServiceUrl().size() - 18);
+  const Folder folder;
+  Program program(folder, {"--dir", folder.Path("state"), "--port", port});
+  EXPECT_EQ(program.Wait(), 1);
+  EXPECT_EQ(program.Error(), "cryptstand: port " + port + ": Address already in use\n");
+}
+
+TEST(ProgramTest, SaysWhenItCannotWriteItsAddresses) {
+  const Folder folder;
+  Program program(folder, {"--dir", folder.Path("state"), "--url-file", folder.Path("a/b")});
+  EXPECT_EQ(program.Wait(), 1);
+  EXPECT_THAT(program.Error(), testing::HasSubstr("cannot be written"));
+}
+
+TEST(ProgramTest, RefusesWrongArguments) {
+  const Folder folder;
+  for (const auto& arguments : std::vector<std::vector<std::string>>{{},
+                                                                     {"--dir", "x", "--key-servers", "0"},
+                                                                     {"--dir", "x", "--port", "70000"},
+                                                                     {"--dir", "x", "--other"}}) {
+    Program program(folder, arguments);
+    EXPECT_NE(program.Wait(), 0);
+    EXPECT_NE(program.Error(), "");
+  }
+}
+
+}  // namespace
+}  // namespace CryptStand

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <initializer_list>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+#include "foundation/ansistr.h"
+#include "foundation/array.h"
+#include "foundation/blob.h"
+#include "foundation/datetime.h"
+#include "foundation/kvmap.h"
+#include "foundation/val.h"
+
+namespace TestSupport {
+
+inline std::string Str(const OruGuiBase::AnsiStr& text) {
+  return std::string(text.View());
+}
+inline OruGuiBase::AnsiStr Ansi(std::string_view text) {
+  return OruGuiBase::AnsiStr(text);
+}
+
+/// The text of a map or value as JSON, which shows members in their order; fails the test when it has none.
+std::string JsonText(const OruGuiBase::Val& value);
+std::string JsonText(const OruGuiBase::KVMap& map);
+
+/// The map of a JSON text; fails the test when it is none.
+OruGuiBase::KVMap Map(std::string_view json);
+
+/// An array of string values.
+OruGuiBase::Array<OruGuiBase::Val> Strings(std::initializer_list<std::string_view> texts);
+
+/// A JSON string literal with its quotes.
+std::string Quoted(std::string_view text);
+
+OruGuiBase::Blob Bytes(std::string_view bytes);
+std::string Str(const OruGuiBase::Blob& bytes);
+
+std::string ToBase64(std::string_view bytes);
+/// The bytes of a base64 text; fails the test when it is none.
+std::string FromBase64(std::string_view text);
+
+}  // namespace TestSupport
+
+namespace OruGuiBase {
+
+// What GoogleTest prints when a comparison of these fails.
+inline void PrintTo(const AnsiStr& text, std::ostream* out) {
+  *out << '"' << text.View() << '"';
+}
+inline void PrintTo(const datetime& value, std::ostream* out) {
+  *out << value.year << '-' << value.month << '-' << value.day << ' ' << value.hour << ':' << value.minute
+       << ':' << value.second;
+}
+
+}  // namespace OruGuiBase

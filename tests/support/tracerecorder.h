@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "foundation/trace.h"
+
+namespace TestSupport {
+
+struct TraceEvent {
+  std::uint32_t category = 0;
+  std::uint32_t level = 0;
+  std::string source;
+  std::uint32_t line = 0;
+  std::string text;
+};
+
+/// Records all traces of the process from its making to its end. One at a time.
+class TraceRecorder final : public OruGuiTrace::ITraceSink {
+ public:
+  TraceRecorder() { OruGuiTrace::SetTraceSink(this, 0); }
+  ~TraceRecorder() { OruGuiTrace::SetTraceSink(nullptr, 0); }
+  TraceRecorder(const TraceRecorder&) = delete;
+  TraceRecorder& operator=(const TraceRecorder&) = delete;
+
+  std::vector<TraceEvent> GetEvents() const;
+  /// The texts of a level, in order, of the source "cryptcli" alone.
+  std::vector<std::string> GetTexts(std::uint32_t level) const;
+  /// The kinds that values were read as which they do not hold, in the order of the reports.
+  std::vector<std::uint32_t> GetInvalidTypes() const;
+  void Clear();
+
+  void OnTrace(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
+               const char* text) override;
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<TraceEvent> events_;
+};
+
+}  // namespace TestSupport

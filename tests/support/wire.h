@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "tests/support/scriptedhttp.h"
+
+// The texts that go over the wire, and the answers of well-behaved servers.
+namespace TestSupport {
+
+inline constexpr const char* kDate = "Sun, 06 Nov 1994 08:49:37 GMT";
+
+/// The body of a command: the standard header and the payload.
+inline std::string Envelope(std::string_view payload) {
+  return R"({"header":{"type":"standardVelmoraHeader","commandId":"","sessionId":"",)"
+         R"("path":["java-api-instance"],"protocolVersion":"2.0"},"payload":)" +
+         std::string(payload) + "}";
+}
+
+/// A key server's answer with the payload.
+inline HttpAnswer Payload(std::string_view payload) {
+  return Json(R"({"header":{"type":"standardVelmoraHeader"},"payload":)" + std::string(payload) + "}");
+}
+
+/// A key server's refusal.
+inline HttpAnswer ErrorCode(int code) {
+  return Payload(R"({"type":"status","code":)" + std::to_string(code) + "}");
+}
+
+/// The crypt service's answer with an authorization token.
+inline HttpAnswer Token(std::string_view token) {
+  return Json(R"({"authztoken":")" + std::string(token) + R"("})");
+}
+
+/// A key server's answer to a probe.
+inline HttpAnswer Alive() {
+  return DateAnswer(kDate);
+}
+
+}  // namespace TestSupport

@@ -1,0 +1,188 @@
+// What CryptClientCurl says of exchanges that fail, and what it refuses to take in.
+#include <cstdlib>
+
+#include "tests/transport/transporttest.h"
+
+namespace TestSupport {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+/// A server that reads one request, sends bytes and closes.
+RawServer::Handler SendAndClose(std::string bytes) {
+  return [bytes = std::move(bytes)](RawConnection& connection) {
+    RecordedRequest request;
+    connection.ReadRequest(request);
+    connection.Send(bytes);
+    connection.Close();
+  };
+}
+
+TEST(CurlFailures, ARefusedConnectionIsToldWithHostAndReason) {
+  const std::string authority = "127.0.0.1:" + std::to_string(UnusedPort());
+  const Outcome outcome = Send(*MakeCurl(), "http://" + authority + "/status");
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_EQ(outcome.errorText, "Could not connect to " + authority + ": Connection refused");
+}
+
+TEST(CurlFailures, AServerThatClosesAtOnceGaveNoAnswer) {
+  RawServer server(SendAndClose(""));
+  const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, StartsWith("Got no whole answer from " + server.Authority()));
+}
+
+TEST(CurlFailures, ABodyCutShortIsNoAnswer) {
+  RawServer server(SendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf"));
+  const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, StartsWith("Got no whole answer from " + server.Authority()));
+  EXPECT_THAT(outcome.body, IsEmpty());
+  EXPECT_THAT(outcome.headers, IsEmpty());
+}
+
+TEST(CurlFailures, AChunkedBodyCutShortIsNoAnswer) {
+  RawServer server(SendAndClose("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhel"));
+  const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.body, IsEmpty());
+}
+
+TEST(CurlFailures, AHeadCutAtAnyByteIsNoAnswer) {
+  const std::string whole = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nX: y\r\n\r\n";
+  const auto http = MakeCurl();
+  for (std::size_t length = 0; length < whole.size() - 1; ++length) {
+    RawServer server(SendAndClose(whole.substr(0, length)));
+    EXPECT_LT(Send(*http, server.Url("/")).result, 0) << whole.substr(0, length);
+  }
+}
+
+TEST(CurlFailures, AnInterimAnswerAloneIsNone) {
+  RawServer server(SendAndClose("HTTP/1.1 100 Continue\r\n\r\n"));
+  EXPECT_LT(Send(*MakeCurl(), server.Url("/")).result, 0);
+}
+
+TEST(CurlFailures, WhatIsNotHttpIsNoAnswer) {
+  RawServer server(SendAndClose("SSH-2.0-OpenSSH_9.2\r\n"));
+  const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, HasSubstr(server.Authority()));
+}
+
+TEST(CurlFailures, ABodyOfTheLimitIsTaken) {
+  RawServer server(SendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\n12345678"));
+  OruKalvix::CryptClientCurlOptions options;
+  options.maxBody = 8;
+  EXPECT_EQ(Send(*MakeCurl(options), server.Url("/")).body, "12345678");
+}
+
+TEST(CurlFailures, ABodyAboveTheLimitIsRefusedWithTheLimit) {
+  for (const char* answer :
+       {"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n123456789",
+        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\n123456789\r\n0\r\n\r\n",
+        "HTTP/1.1 200 OK\r\n\r\n123456789"}) {
+    RawServer server(SendAndClose(answer));
+    OruKalvix::CryptClientCurlOptions options;
+    options.maxBody = 8;
+    const Outcome outcome = Send(*MakeCurl(options), server.Url("/"));
+    EXPECT_LT(outcome.result, 0);
+    EXPECT_EQ(outcome.errorText,
+              "Could not take the answer of " + server.Authority() +
+                  ": the answer is longer than 8 bytes, the most that is taken into memory");
+    EXPECT_THAT(outcome.body, IsEmpty());
+  }
+}
+
+TEST(CurlFailures, AnEndlessBodyEndsAtTheDefaultLimit) {
+  RawServer server([](RawConnection& connection) {
+    RecordedRequest request;
+    connection.ReadRequest(request);
+    connection.Send("HTTP/1.1 200 OK\r\n\r\n");
+    const std::string piece(1024 * 1024, 'x');
+    while (connection.Send(piece)) {
+    }
+  });
+  const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, HasSubstr("longer than 67108864 bytes"));
+}
+
+TEST(CurlFailures, EndlessHeadersAreGivenUp) {
+  RawServer server([](RawConnection& connection) {
+    RecordedRequest request;
+    connection.ReadRequest(request);
+    connection.Send("HTTP/1.1 200 OK\r\n");
+    while (connection.Send("X: " + std::string(1000, 'x') + "\r\n")) {
+    }
+  });
+  const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, HasSubstr("headers"));
+}
+
+TEST(CurlFailures, EndlessInterimAnswersAreGivenUp) {
+  RawServer server([](RawConnection& connection) {
+    RecordedRequest request;
+    connection.ReadRequest(request);
+    while (connection.Send("HTTP/1.1 103 Early Hints\r\nX: y\r\n\r\n")) {
+    }
+  });
+  const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, HasSubstr("headers"));
+}
+
+TEST(CurlFailures, AProxyThatIsDownIsNamedAsTheWay) {
+  OruKalvix::CryptClientCurlOptions options;
+  options.proxy = Ansi("http://127.0.0.1:" + std::to_string(UnusedPort()));
+  const Outcome outcome = Send(*MakeCurl(options), "http://service.example/crypt");
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_EQ(outcome.errorText,
+            "Could not connect to service.example:80 through the proxy: Connection refused");
+}
+
+TEST(CurlFailures, AProxyGetsTheWholeUrl) {
+  Guarded<std::string> url;
+  RawServer proxy(AnswerAll([&](RawConnection& connection, const RecordedRequest& request) {
+    url.Set(request.url);
+    connection.Answer(200, "by proxy");
+  }));
+  OruKalvix::CryptClientCurlOptions options;
+  options.proxy = Ansi(proxy.Url(""));
+  EXPECT_EQ(Send(*MakeCurl(options), "http://service.example/crypt").body, "by proxy");
+  EXPECT_EQ(url.Get(), "http://service.example/crypt");
+}
+
+/// Sets an environment variable for one test.
+class Environment {
+ public:
+  Environment(const char* name, const std::string& value) : name_(name) { setenv(name, value.c_str(), 1); }
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+  ~Environment() { unsetenv(name_); }
+
+ private:
+  const char* name_;
+};
+
+TEST(CurlFailures, ProxiesOfTheEnvironmentHaveNoEffect) {
+  const std::string down = "http://127.0.0.1:" + std::to_string(UnusedPort());
+  const Environment one("http_proxy", down);
+  const Environment two("ALL_PROXY", down);
+  RawServer server(AnswerAll([](RawConnection& c, const RecordedRequest&) { c.Answer(200, "direct"); }));
+  EXPECT_EQ(Send(*MakeCurl(), server.Url("/")).body, "direct");
+}
+
+TEST(CurlFailures, ExceptionsToTheProxyInTheEnvironmentHaveNoEffect) {
+  const Environment all("no_proxy", "*");
+  RawServer proxy(AnswerAll([](RawConnection& c, const RecordedRequest&) { c.Answer(200, "by proxy"); }));
+  OruKalvix::CryptClientCurlOptions options;
+  options.proxy = Ansi(proxy.Url(""));
+  EXPECT_EQ(Send(*MakeCurl(options), "http://service.example/").body, "by proxy");
+}
+
+}  // namespace
+}  // namespace TestSupport

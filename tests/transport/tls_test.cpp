@@ -1,0 +1,194 @@
+// TLS: which servers are trusted, and who the client says it is.
+#include <httplib.h>
+#include <memory>
+#include <thread>
+
+#include "stand/certmaker.h"
+#include "tests/support/files.h"
+#include "tests/transport/transporttest.h"
+
+namespace TestSupport {
+namespace {
+
+using CryptStand::CertSpec;
+using CryptStand::Identity;
+using CryptStand::KeyPair;
+using OruKalvix::CryptClientCurlOptions;
+using ::testing::StartsWith;
+
+CertSpec ServerSpec(const std::string& name) {
+  CertSpec spec = CertSpec::EndEntity(name);
+  spec.extensions.emplace_back("subjectAltName", name);
+  return spec;
+}
+
+/// An HTTPS server on a loopback port that tells the subject of the client's certificate, or "nobody".
+class SecureServer {
+ public:
+  SecureServer(const std::filesystem::path& certificate, const std::filesystem::path& key,
+               const std::filesystem::path& clientAuthority = {})
+      : server_(certificate.c_str(), key.c_str(),
+                clientAuthority.empty() ? nullptr : clientAuthority.c_str()) {
+    server_.Get("/", [](const httplib::Request&, httplib::Response& response) {
+      response.set_content("secure", "text/plain");
+    });
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    EXPECT_GT(port_, 0);
+    thread_ = std::thread([this] { server_.listen_after_bind(); });
+    while (!server_.is_running()) std::this_thread::yield();
+  }
+  SecureServer(const SecureServer&) = delete;
+  SecureServer& operator=(const SecureServer&) = delete;
+  ~SecureServer() {
+    server_.stop();
+    thread_.join();
+  }
+
+  std::string Authority(const char* host = "127.0.0.1") const { return host + (":" + std::to_string(port_)); }
+  std::string Url(const char* host = "127.0.0.1") const { return "https://" + Authority(host) + "/"; }
+  void AllowAtMost(int version) { SSL_CTX_set_max_proto_version(server_.ssl_context(), version); }
+
+ private:
+  httplib::SSLServer server_;
+  int port_ = 0;
+  std::thread thread_;
+};
+
+class CurlTLS : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    WriteFile(Path("ca.pem"), authority_.certificate.ToPEM());
+    WriteFile(Path("other.pem"),
+              Identity::MakeRoot(CertSpec::Authority("Other CA"), KeyPair::MakeEC()).certificate.ToPEM());
+    options_.caFile = Ansi(Path("ca.pem").string());
+  }
+
+  std::filesystem::path Path(const char* name) const { return scratch_.Path(name); }
+  Identity Issue(const CertSpec& spec, const char* certificate, const char* key) {
+    Identity identity = Identity::MakeIssued(spec, authority_, KeyPair::MakeEC());
+    WriteFile(Path(certificate), identity.certificate.ToPEM());
+    WriteFile(Path(key), identity.key.ToPEM());
+    return identity;
+  }
+  std::unique_ptr<SecureServer> Start(const std::string& name, const char* clientAuthority = nullptr) {
+    Issue(ServerSpec(name), "server.pem", "server.key");
+    return std::make_unique<SecureServer>(Path("server.pem"), Path("server.key"),
+                                          clientAuthority == nullptr ? "" : Path(clientAuthority));
+  }
+  Outcome Get(const std::string& url) { return Send(*MakeCurl(options_), url); }
+
+  ScratchDirectory scratch_;
+  Identity authority_ = Identity::MakeRoot(CertSpec::Authority("Test CA"), KeyPair::MakeEC());
+  CryptClientCurlOptions options_;
+};
+
+TEST_F(CurlTLS, AServerOfTheNamedAuthorityIsTrusted) {
+  const auto server = Start("IP:127.0.0.1");
+  EXPECT_EQ(Get(server->Url()).body, "secure");
+}
+
+TEST_F(CurlTLS, AnotherHostsCertificateIsRefused) {
+  const auto server = Start("DNS:other.example");
+  const Outcome outcome = Get(server->Url());
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, StartsWith("Could not verify the certificate of " + server->Authority()));
+}
+
+TEST_F(CurlTLS, AnUnknownAuthorityIsRefused) {
+  const auto server = Start("IP:127.0.0.1");
+  options_.caFile = Ansi(Path("other.pem").string());
+  const Outcome outcome = Get(server->Url());
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, StartsWith("Could not verify the certificate of " + server->Authority()));
+}
+
+TEST_F(CurlTLS, WithoutACAFileTheSystemsAuthoritiesDecide) {
+  const auto server = Start("IP:127.0.0.1");
+  options_.caFile.Clear();
+  EXPECT_THAT(Get(server->Url()).errorText, StartsWith("Could not verify the certificate of "));
+}
+
+TEST_F(CurlTLS, AnExpiredCertificateIsRefused) {
+  CertSpec spec = ServerSpec("IP:127.0.0.1");
+  spec.validity = CryptStand::Validity::FromNow(-7200, -3600);
+  Issue(spec, "server.pem", "server.key");
+  const SecureServer server(Path("server.pem"), Path("server.key"));
+  const Outcome outcome = Get(server.Url());
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, ::testing::HasSubstr("expired"));
+}
+
+TEST_F(CurlTLS, ACAFileWithoutCertificatesIsNamed) {
+  WriteFile(Path("empty.pem"), "nothing\n");
+  const auto server = Start("IP:127.0.0.1");
+  options_.caFile = Ansi(Path("empty.pem").string());
+  EXPECT_THAT(Get(server->Url()).errorText, StartsWith("Could not use the CA file for "));
+}
+
+TEST_F(CurlTLS, AVersionBelow1_2IsRefused) {
+  const auto server = Start("IP:127.0.0.1");
+  server->AllowAtMost(TLS1_1_VERSION);
+  EXPECT_LT(Get(server->Url()).result, 0);
+}
+
+TEST_F(CurlTLS, AServerWithoutTLSIsRefused) {
+  RawServer plain([](RawConnection& connection) {
+    connection.Answer(400, "speak plainly");
+    connection.WaitForEnd();
+  });
+  const Outcome outcome = Get("https://" + plain.Authority() + "/");
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, ::testing::HasSubstr(plain.Authority()));
+}
+
+TEST_F(CurlTLS, AClientCertificateOpensAServerThatAsksForOne) {
+  const auto server = Start("IP:127.0.0.1", "ca.pem");
+  Issue(CertSpec::EndEntity("Client"), "me.pem", "me.key");
+  options_.clientCertificate = Ansi(Path("me.pem").string());
+  options_.clientKey = Ansi(Path("me.key").string());
+  EXPECT_EQ(Get(server->Url()).body, "secure");
+}
+
+TEST_F(CurlTLS, OneFileMayHoldCertificateAndKey) {
+  const auto server = Start("IP:127.0.0.1", "ca.pem");
+  const Identity me = Issue(CertSpec::EndEntity("Client"), "me.pem", "me.key");
+  WriteFile(Path("both.pem"), me.certificate.ToPEM() + me.key.ToPEM());
+  options_.clientCertificate = Ansi(Path("both.pem").string());
+  EXPECT_EQ(Get(server->Url()).body, "secure");
+}
+
+TEST_F(CurlTLS, WithoutItThatServerRefuses) {
+  const auto server = Start("IP:127.0.0.1", "ca.pem");
+  EXPECT_LT(Get(server->Url()).result, 0);
+}
+
+class CurlTLSPassword : public CurlTLS {
+ protected:
+  void SetUp() override {
+    CurlTLS::SetUp();
+    const Identity me = Issue(CertSpec::EndEntity("Client"), "me.pem", "me.key");
+    WriteFile(Path("locked.key"), me.key.ToEncryptedPEM("open"));
+    options_.clientCertificate = Ansi(Path("me.pem").string());
+    options_.clientKey = Ansi(Path("locked.key").string());
+  }
+};
+
+TEST_F(CurlTLSPassword, OpensALockedKey) {
+  const auto server = Start("IP:127.0.0.1", "ca.pem");
+  options_.clientKeyPassword = "open";
+  EXPECT_EQ(Get(server->Url()).body, "secure");
+}
+
+TEST_F(CurlTLSPassword, ThatIsWrongIsAnError) {
+  const auto server = Start("IP:127.0.0.1", "ca.pem");
+  options_.clientKeyPassword = "closed";
+  EXPECT_THAT(Get(server->Url()).errorText, StartsWith("Could not use the client certificate for "));
+}
+
+TEST_F(CurlTLSPassword, ThatIsMissingIsNotAskedForAtTheTerminal) {
+  const auto server = Start("IP:127.0.0.1", "ca.pem");
+  EXPECT_THAT(Get(server->Url()).errorText, StartsWith("Could not use the client certificate for "));
+}
+
+}  // namespace
+}  // namespace TestSupport

@@ -1,0 +1,121 @@
+#include "tools/connection.h"
+
+#include <CLI/Option.hpp>
+#include <CLI/Validators.hpp>
+#include <string_view>
+
+#include "foundation/encoding.h"
+#include "foundation/errorstate.h"
+#include "foundation/stream.h"
+
+namespace CryptCli {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::File;
+using OruGuiBase::KVMap;
+using OruKalvix::CryptClientCurl;
+using OruKalvix::CryptClientCurlOptions;
+
+namespace {
+
+constexpr const char* kServices = "Services";
+
+bool HasControlCharacter(std::string_view text) {
+  for (const char c : text) {
+    if ((static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F) return true;
+  }
+  return false;
+}
+
+bool ReadText(const std::string& path, AnsiStr& text, AnsiStr& errorText) {
+  OruGuiBase::FastReadStream stream{File(AnsiStr(path))};
+  if (stream.Read(text) && stream.Close()) return true;
+  errorText = AnsiStr("Could not read \"") + AnsiStr(path) + "\": " + OruGuiBase::GetSystemErrorText();
+  return false;
+}
+
+// Lines that are empty are passed over.
+bool AddHeaders(const AnsiStr& text, KVMap& headers, AnsiStr& errorText) {
+  OruGuiBase::LineIterator lines(text);
+  while (lines.ToNext()) {
+    if (OruGuiBase::CleanStr(lines.GetLine()).IsEmpty() || AddHeader(lines.GetLine(), headers)) continue;
+    // The line itself may be a secret.
+    errorText = "A header has the form 'Name: value'";
+    return false;
+  }
+  return true;
+}
+
+bool ReadPassword(const std::string& path, AnsiStr& password, AnsiStr& errorText) {
+  if (path.empty()) return true;
+  AnsiStr text;
+  if (!ReadText(path, text, errorText)) return false;
+  OruGuiBase::LineIterator lines(text);
+  if (lines.ToNext()) password = lines.GetLine();
+  return true;
+}
+
+}  // namespace
+
+bool AddHeader(const AnsiStr& line, KVMap& headers) {
+  const std::string_view view = line.View();
+  const std::size_t colon = view.find(':');
+  if (colon == std::string_view::npos || colon == 0 || HasControlCharacter(view)) return false;
+  const std::string_view name = view.substr(0, colon);
+  if (name.find_first_of(" \t") != std::string_view::npos) return false;
+  return headers.Set(AnsiStr(name), OruGuiBase::CleanStr(AnsiStr(view.substr(colon + 1))));
+}
+
+void Connection::AddOptions(CLI::App& command) {
+  const auto file = [&](const char* name, std::string& value, const char* text) {
+    return command.add_option(name, value, text)
+        ->type_name("FILE")
+        ->check(CLI::Validator(CLI::ExistingFile).description(""))
+        ->group(kServices);
+  };
+  command.add_option("--service", service, "Base URL of the crypt service")
+      ->type_name("URL")
+      ->required()
+      ->group(kServices);
+  command.add_option("--room", room, "Room to work for")->type_name("ROOM")->required()->group(kServices);
+  file("--ca-file", caFile, "PEM file of the certification authorities to trust in place of the system's");
+  auto* certificate = file("--client-cert", clientCert, "PEM file of a client certificate");
+  file("--client-key", clientKey, "PEM file of its key, if that lies apart")->needs(certificate);
+  file("--client-key-password-file", clientKeyPasswordFile, "File whose first line is that key's password")
+      ->needs(certificate);
+  command.add_option("--proxy", proxy, "URL of a proxy")->type_name("URL")->group(kServices);
+  command
+      .add_option("--header", headers, "Header for requests to the crypt service, 'Name: value'; repeatable")
+      ->type_name("HEADER")
+      ->expected(1)
+      ->take_all()
+      ->group(kServices);
+  file("--header-file", headerFile, "The same from a file, one to a line; for secrets");
+}
+
+CryptClientCurl::Ptr Connection::MakeTransport(AnsiStr& errorText) const {
+  CryptClientCurlOptions options;
+  options.caFile = AnsiStr(caFile);
+  options.clientCertificate = AnsiStr(clientCert);
+  options.clientKey = AnsiStr(clientKey);
+  options.proxy = AnsiStr(proxy);
+  options.serviceUrl = AnsiStr(service);
+  if (!ReadPassword(clientKeyPasswordFile, options.clientKeyPassword, errorText)) return nullptr;
+  KVMap credentials;
+  AnsiStr fromFile;
+  if (!headerFile.empty() && !ReadText(headerFile, fromFile, errorText)) return nullptr;
+  if (!AddHeaders(fromFile, credentials, errorText)) return nullptr;
+  for (const std::string& header : headers) {
+    if (AddHeader(AnsiStr(header), credentials)) continue;
+    errorText = "A header has the form 'Name: value'";
+    return nullptr;
+  }
+  // What tells the crypt service who is there is no business of the key servers.
+  options.credentials = [credentials](const AnsiStr&, const AnsiStr&, KVMap& added, AnsiStr&) {
+    added = credentials;
+    return true;
+  };
+  return CryptClientCurl::Create(options, errorText);
+}
+
+}  // namespace CryptCli

@@ -1,0 +1,114 @@
+#include "tools/report.h"
+
+#include <cstdio>
+#include <string_view>
+
+#include "foundation/encoding.h"
+#include "foundation/json.h"
+
+namespace CryptCli {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::Array;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace {
+
+// Length of the UTF-8 character at the head of a text that is not empty; 0 when there is none.
+std::uint32_t CharacterLength(std::string_view text) {
+  for (std::uint32_t length = 1; length <= 4 && length <= text.size(); ++length) {
+    if (OruGuiBase::IsValidUTF8(text.data(), length)) return length;
+  }
+  return 0;
+}
+
+bool Write(std::FILE* stream, std::string_view text) {
+  return std::fwrite(text.data(), 1, text.size(), stream) == text.size() && std::fflush(stream) == 0;
+}
+
+}  // namespace
+
+AnsiStr ToUTF8(const AnsiStr& text) {
+  if (OruGuiBase::IsValidUTF8(text.GetText(), text.GetLength())) return text;
+  AnsiStr clean;
+  for (std::string_view rest = text.View(); !rest.empty();) {
+    const std::uint32_t length = CharacterLength(rest);
+    clean.Append(length > 0 ? rest.substr(0, length) : std::string_view("\xEF\xBF\xBD"));
+    rest.remove_prefix(length > 0 ? length : 1);
+  }
+  return clean;
+}
+
+AnsiStr ToLine(const AnsiStr& text) {
+  AnsiStr line;
+  const AnsiStr clean = ToUTF8(text);
+  const std::string_view view = clean.View();
+  for (std::size_t i = 0; i < view.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(view[i]);
+    // U+0080 to U+009F are control characters as well, in two bytes.
+    const bool isHighControl = byte == 0xC2 && static_cast<unsigned char>(view[i + 1]) < 0xA0;
+    if (byte >= 0x20 && byte != 0x7F && !isHighControl) {
+      line += view[i];
+      continue;
+    }
+    const unsigned char shown = isHighControl ? static_cast<unsigned char>(view[++i]) : byte;
+    line += "\\x";
+    line += OruGuiBase::Binary2B16Str(&shown, 1, false);
+  }
+  return line;
+}
+
+Report::Report(const char* operation, bool asJSON) : asJSON_(asJSON) {
+  Set("operation", operation);
+}
+
+void Report::Set(const char* name, const AnsiStr& text) {
+  members_.Set(name, ToUTF8(text));
+}
+void Report::Set(const char* name, bool value) {
+  members_.Set(name, Val(value));
+}
+void Report::Set(const char* name, std::int64_t value) {
+  members_.Set(name, Val(value));
+}
+void Report::Set(const char* name, const Array<Val>& values) {
+  members_.Set(name, Val(values));
+}
+
+void Report::Line(const AnsiStr& text) {
+  lines_ += ToLine(text);
+  lines_ += '\n';
+}
+void Report::Warn(const AnsiStr& text) {
+  warning_ = text;
+}
+void Report::Fail(const AnsiStr& text) {
+  error_ = text;
+}
+
+ExitCode Report::Finish(ExitCode code) {
+  if (!asJSON_) WriteLines();
+  const bool written = asJSON_ ? WriteJSON(code) : Write(stdout, lines_.View());
+  if (written) return code;
+  Write(stderr, "cryptcli: Could not write to standard output\n");
+  return code == ExitCode::Success ? ExitCode::Failed : code;
+}
+
+bool Report::WriteJSON(ExitCode code) {
+  Set("success", code == ExitCode::Success);
+  Set("exitCode", static_cast<std::int64_t>(code));
+  if (!warning_.IsEmpty()) Set("warning", warning_);
+  if (!error_.IsEmpty()) Set("error", error_);
+  AnsiStr text;
+  AnsiStr reason;
+  if (!OruGuiBase::Val2JSON(Val(members_), text, reason, false, true)) return false;
+  return Write(stdout, (text + "\n").View());
+}
+
+void Report::WriteLines() const {
+  if (!warning_.IsEmpty()) Write(stderr, (AnsiStr("cryptcli: Warning: ") + ToLine(warning_) + "\n").View());
+  if (!error_.IsEmpty()) Write(stderr, (AnsiStr("cryptcli: ") + ToLine(error_) + "\n").View());
+}
+
+}  // namespace CryptCli
