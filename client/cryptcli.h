@@ -153,17 +153,18 @@ class CryptClient final : public OruOssSec::ISignHash {
   // ---- Files (protection/)
 
   /// Protects `source` for the room and writes `target`, making the room's key when it has none. Memory does
-  /// not depend on the size; a temporary file takes the signed content. `source` is only read, and may be
-  /// `target`. `keyErrorFlag` becomes true for one refusal of the crypt service that the application can
-  /// treat on its own.
+  /// not depend on the size; a temporary file takes the signed content. `source` is only read, to its end
+  /// before `target` is touched, so both may be one file; but a disk that fills up while `target` is written
+  /// then leaves neither form whole. `keyErrorFlag` is set to false first; it becomes true for one refusal of
+  /// the crypt service that the application can treat on its own.
   CRYPTCLI_EXPORT bool Encrypt(const OruGuiBase::File& source, const OruGuiBase::File& target,
                                bool& keyErrorFlag) noexcept;
   /// Opens the protected file `source` and delivers its content to `target`.
   ///
-  /// Read the result and both flags together. False: nothing was delivered. True: the content is there;
-  /// `isSigned` tells that it carried a signature, `isVerified` that its origin is proven. A true result with
-  /// `isSigned` and without `isVerified` means that a check of the signer failed, and GetErrorMessage() tells
-  /// which.
+  /// Read the result and both flags together. False: the content was not delivered, and if the delivery
+  /// itself failed (a full disk), a part of it may lie at `target`. True: the content is there; `isSigned`
+  /// tells that it carried a signature, `isVerified` that its origin is proven. A true result with `isSigned`
+  /// and without `isVerified` means that a check of the signer failed, and GetErrorMessage() tells which.
   CRYPTCLI_EXPORT bool Decrypt(const OruGuiBase::File& source, const OruGuiBase::File& target, bool& isSigned,
                                bool& isVerified) noexcept;
 

@@ -30,6 +30,18 @@ KVMap WithContentType(const KVMap& headers) noexcept {
   return all;
 }
 
+// A transport is not allowed to throw. One that does all the same has carried out no exchange, and must not
+// take the application down.
+bool Send(ICryptClientHttp& http, const char* method, const AnsiStr& url, const KVMap& headers,
+          const AnsiStr& body, const HttpOptions& options, HttpResponse& response) noexcept {
+  try {
+    return http.SendRequest(method, url, headers, body, options, response) >= 0;
+  } catch (...) {
+    response.errorText = "HTTP service failed";
+    return false;
+  }
+}
+
 }  // namespace
 
 // The one way out: every exchange of the client passes here.
@@ -40,7 +52,7 @@ bool CryptClient::HttpRequest(const char* method, const AnsiStr& url, const KVMa
     SetError({method, url}, "No HTTP service");
     return false;
   }
-  if (http->SendRequest(method, url, headers, body, options, response) < 0) {
+  if (!Send(*http, method, url, headers, body, options, response)) {
     SetError({method, url}, response.errorText);
     return false;
   }

@@ -33,7 +33,7 @@ class ICryptClientHttp : public OruGuiBase::IObject {
  public:
   /// Carries out one exchange and blocks until it has ended. A negative result means that there was none,
   /// with the reason in `response.errorText`; any HTTP status is a result of 0 or more. No exception may
-  /// leave it.
+  /// leave it. The URL goes out as it stands: "." and ".." in it are names of rooms.
   virtual std::int32_t SendRequest(const OruGuiBase::AnsiStr& method, const OruGuiBase::AnsiStr& url,
                                    const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& body,
                                    const HttpOptions& options, HttpResponse& response) = 0;

@@ -57,8 +57,9 @@ AnsiStr GetErrorMessage(std::uint32_t code, [[maybe_unused]] std::uint32_t langu
 AnsiStr GetSystemErrorText() noexcept {
   std::uint32_t code = GetLastError();
   if (code == 0) code = static_cast<std::uint32_t>(errno);
-  // Asked for after a failure: "Success" would be a lie.
-  return code != 0 ? GetErrorMessage(code, 0, 1) : AnsiStr("Unknown error");
+  // Asked for after a failure: neither "Success" nor silence would be the truth.
+  const AnsiStr text = code != 0 ? GetErrorMessage(code, 0, 1) : AnsiStr();
+  return text.IsEmpty() ? AnsiStr("Unknown error") : text;
 }
 
 ErrorStateSaver::ErrorStateSaver() noexcept

@@ -22,7 +22,8 @@ constexpr const char* kIntegrityAlgorithm = "RSASSA-PKCS1-v1_5-SHA-512";
 bool DecodeBase64(const AnsiStr& text, Blob& bytes) noexcept {
   std::uint32_t size = text.GetLength() * 6U / 8U;
   std::uint8_t* data = bytes.Alloc(size);
-  if (!OruGuiBase::B64Str2Binary(text, data, size, "\r\n")) {
+  const bool hasRoom = data != nullptr || size == 0;
+  if (!hasRoom || !OruGuiBase::B64Str2Binary(text, data, size, "\r\n")) {
     bytes.Clear();
     return false;
   }

@@ -33,6 +33,7 @@ AnsiStr NormaliseGroup(const AnsiStr& group) noexcept {
   AnsiStr decoded;
   std::uint32_t size = group.GetLength() / 2;
   char* room = decoded.Alloc(size);
+  if (room == nullptr && size != 0) return group;
   if (!OruGuiBase::B16Str2Binary(group, room, size, "\r\n")) return group;
   return decoded.Trunc(size);
 }

@@ -53,23 +53,20 @@ check_engine() { # pattern, allowed files as a regular expression
 }
 check_engine 'openssl/' '^(security/.*\.cpp|security/(openssl_|cms_|ber_)[a-z_]*\.h|stand/.*)$'
 check_engine 'boost/' '^foundation/json[a-z_]*\.cpp$'
-check_engine 'curl/' '^transport/.*\.cpp$|^transport/curl_[a-z]*\.h$'
+check_engine 'curl/' '^transport/.*'
 check_engine 'httplib' '^stand/.*'
 check_engine 'sqlite3' '^stand/.*'
 check_engine 'CLI/' '^(tools|stand)/.*'
 
-# The headers that are installed.
-public_headers() {
-  find foundation client roomkeys -name '*.h'
-  find exchange -name 'icryptclienthttp.h' -o -name 'keyservercursor.h'
-  find security -name '*.h'
-  find transport -name '*.h'
-}
-private_header() { grep -q '^// Private to' "$1"; }
+# What users include: alone, without an engine, and with nothing private behind it.
+mapfile -t public_headers <cmake/public-headers.txt
+is_public() { grep -qxF "$1" cmake/public-headers.txt; }
 
-for header in $(public_headers); do
-  if private_header "$header"; then continue; fi
+for header in "${public_headers[@]}"; do
   if grep -nE '^ *# *include <(openssl|boost|curl)/' "$header"; then fail "$header shows an engine"; fi
+  while IFS= read -r included; do
+    is_public "$included" || fail "$header includes $included, which is private"
+  done < <(sed -nE 's|^ *# *include "([^"]+)".*|\1|p' "$header")
   echo "#include \"$header\"" | ${CXX:-g++} -std=c++20 -Wall -Wextra -I. -fsyntax-only -x c++ - 2>/dev/null ||
     fail "$header does not stand alone"
 done

@@ -12,7 +12,7 @@ scripts/build.sh release cryptcli_command cryptstand
 work=$(mktemp -d)
 stand=
 leave() {
-  if [ -n "$stand" ]; then kill -TERM "$stand" 2>/dev/null && wait "$stand" 2>/dev/null; fi
+  if [ -n "$stand" ]; then kill -TERM "$stand" 2>/dev/null || true; wait "$stand" 2>/dev/null || true; fi
   rm -rf "$work"
 }
 trap leave EXIT
@@ -45,22 +45,25 @@ protect
 heading "What lies in the protected file"
 "$cryptcli" inspect "$work/protected.p7m"
 heading "Open it again"
-open --force
+open --json
 compare
 
 heading "Failover: the key server $key_server stops"
-curl -sf -X POST -d "{\"server\":\"$key_server\",\"fault\":\"down\"}" "$service/stand/fault" >/dev/null
+curl -sf -X POST -d "{\"server\":\"$key_server\",\"fault\":\"down\"}" "${service%/}/stand/fault" >/dev/null
 # Each run begins at a server of its own choice; go on until one has met the dead server.
+met=
 for round in $(seq 20); do
-  protect --force --trace 4 2>"$work/trace"
-  open --force --trace 4 2>>"$work/trace"
+  protect --force --trace 1 2>"$work/trace"
+  open --force --json --trace 1 2>>"$work/trace"
   compare
   if grep -q "Could not connect to key server" "$work/trace"; then
     grep -m 1 "Could not connect to key server" "$work/trace"
     echo "Met the dead server in round $round and went on with the next one."
+    met=yes
     break
   fi
 done
+[ -n "$met" ] || { echo "No round met the dead server: failover was not shown." >&2; exit 1; }
 
 heading "One byte of the protected file is flipped"
 size=$(stat -c %s "$work/protected.p7m")

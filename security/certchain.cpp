@@ -1,3 +1,5 @@
+#include "security/certchain.h"
+
 #include <ctime>
 #include <new>
 
@@ -83,14 +85,6 @@ int FindIssuer(X509** issuer, X509_STORE_CTX* context, X509* subject) {
   return 1;
 }
 
-StorePtr NewStore() {
-  StorePtr store(X509_STORE_new());
-  if (store == nullptr) return nullptr;
-  X509_STORE_set_get_issuer(store.get(), FindIssuer);
-  X509_STORE_set_lookup_certs(store.get(), FindBySubject);
-  return store;
-}
-
 std::time_t ToSeconds(const DateTime& time) {
   std::tm fields = {};
   fields.tm_year = time.year - 1900;
@@ -126,11 +120,10 @@ bool CopyChain(const STACK_OF(X509) * verified, Chain& chain) {
 
 int Verify(X509* certificate, STACK_OF(X509) * trusted, Chain* chain, const Flags& flags,
            const DateTime& time) {
-  const StorePtr store = NewStore();
+  const StorePtr store = NewChainStore();
   const StoreCtxPtr context(X509_STORE_CTX_new());
   if (store == nullptr || context == nullptr ||
-      X509_STORE_CTX_init(context.get(), store.get(), certificate, nullptr) != 1 ||
-      X509_STORE_CTX_set_app_data(context.get(), trusted) != 1) {
+      !PrepareChain(context.get(), store.get(), certificate, nullptr, trusted)) {
     return X509_V_ERR_OUT_OF_MEM;
   }
   SetParameters(context.get(), flags, time);
@@ -151,6 +144,20 @@ CertVerifyResult Outcome(int code, const char* text) {
 }
 
 }  // namespace
+
+StorePtr NewChainStore() noexcept {
+  StorePtr store(X509_STORE_new());
+  if (store == nullptr) return nullptr;
+  X509_STORE_set_get_issuer(store.get(), FindIssuer);
+  X509_STORE_set_lookup_certs(store.get(), FindBySubject);
+  return store;
+}
+
+bool PrepareChain(X509_STORE_CTX* context, X509_STORE* store, X509* certificate, STACK_OF(X509) * untrusted,
+                  STACK_OF(X509) * trusted) noexcept {
+  return X509_STORE_CTX_init(context, store, certificate, untrusted) == 1 &&
+         X509_STORE_CTX_set_app_data(context, trusted) == 1;
+}
 
 CertVerifyResult Certificate::VerifyChain(const CertStore& store, Chain* chain, bool checkRevocation,
                                           bool allowPartialChain, const DateTime& time,

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <ctime>
 
+#include "security/certchain.h"
 #include "security/cms_digests.h"
 #include "security/cms_signers.h"
 
@@ -57,22 +58,14 @@ std::time_t ToSeconds(const OruGuiBase::DateTime& time) noexcept {
   return days * 86400 + time.hour * 3600 + time.minute * 60 + time.second;
 }
 
-StorePtr MakeStore(const CertStore& trusted) noexcept {
-  StorePtr store(X509_STORE_new());
-  if (store == nullptr) return nullptr;
-  const STACK_OF(X509)* certificates = trusted.Get0();
-  for (int i = 0; i < sk_X509_num(certificates); ++i) {
-    if (X509_STORE_add_cert(store.get(), sk_X509_value(certificates, i)) != 1) return nullptr;
-  }
-  return store;
-}
-
-bool CheckChain(CMS_SignerInfo* signer, X509_STORE* store, STACK_OF(X509) * certificates) noexcept {
+bool CheckChain(CMS_SignerInfo* signer, const CertStore& trusted, STACK_OF(X509) * certificates) noexcept {
   OruGuiBase::DateTime time;
   if (!ReadSigningTime(signer, time)) return false;
+  const StorePtr store = NewChainStore();
   const StoreCtxPtr context(X509_STORE_CTX_new());
   X509* certificate = FindSignerCertificate(signer, certificates);
-  if (context == nullptr || X509_STORE_CTX_init(context.get(), store, certificate, certificates) != 1) {
+  if (store == nullptr || context == nullptr ||
+      !PrepareChain(context.get(), store.get(), certificate, certificates, trusted.Get0())) {
     return FailWithOpenSSL("The chain of a signer's certificate cannot be checked");
   }
   X509_VERIFY_PARAM* parameters = X509_STORE_CTX_get0_param(context.get());
@@ -92,14 +85,12 @@ bool VerifySigners(const LoadedMessage& message, const CertStore* store) noexcep
   if (count <= 0) return FailWith("The message has no signers");
   if (!message.skeleton.hasContent) return FailWith("The message does not hold its content");
   const CertStackPtr certificates(CMS_get1_certs(message.cms.get()));
-  const StorePtr trusted = store != nullptr ? MakeStore(*store) : nullptr;
-  if (store != nullptr && trusted == nullptr) return FailWithOpenSSL("The certificates cannot be used");
   ContentDigests digests;
   for (int i = 0; i < count; ++i) {
     CMS_SignerInfo* signer = sk_CMS_SignerInfo_value(signers, i);
     if (!digests.Ask(GetDigestAlgorithm(signer))) return false;
     if (!CheckSignature(message, signer, certificates.get())) return false;
-    if (trusted != nullptr && !CheckChain(signer, trusted.get(), certificates.get())) return false;
+    if (store != nullptr && !CheckChain(signer, *store, certificates.get())) return false;
   }
   if (!digests.Compute(message)) return false;
   for (int i = 0; i < count; ++i) {

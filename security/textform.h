@@ -1,10 +1,12 @@
 #pragma once
 
-#include <openssl/x509.h>
 #include <string_view>
 
 #include "foundation/ansistr.h"
 #include "foundation/blob.h"
+
+struct X509_name_st;
+struct x509_st;
 
 // Private to this folder: what certificates, keys and messages look like as text. None of the functions opens
 // an OpenSSLScope; each leaves the reason of a failure in the error state.
@@ -40,9 +42,9 @@ class TextObjectReader {
 bool ReadSingleObject(std::string_view text, TextObject& object) noexcept;
 
 /// A distinguished name in the form of RFC 2253, in UTF-8; only what the form demands is escaped.
-bool NameToText(const X509_NAME* name, OruGuiBase::AnsiStr& text) noexcept;
+bool NameToText(const X509_name_st* name, OruGuiBase::AnsiStr& text) noexcept;
 
 /// A certificate out of an object of text, with nothing after it; null on failure.
-X509* DecodeCertificate(const TextObject& object) noexcept;
+x509_st* DecodeCertificate(const TextObject& object) noexcept;
 
 }  // namespace OruOssSec

@@ -10,7 +10,6 @@ namespace CryptCli {
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
-using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 namespace {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string_view>
-
 #include "foundation/ansistr.h"
 #include "foundation/array.h"
 #include "foundation/kvmap.h"

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "foundation/file.h"
 #include "tools/exitcode.h"
 
 namespace CryptCli {
@@ -23,12 +24,6 @@ void ShowTick(const std::string& label, int tick) {
   const int seconds = static_cast<int>(tick * kTickNanoseconds / 1'000'000'000);
   std::fprintf(stderr, "%s%c %s %d:%02d", kClearLine, "|/-\\"[tick % 4], label.c_str(), seconds / 60,
                seconds % 60);
-}
-
-std::string TemporaryDirectory() {
-  std::error_code code;
-  const std::filesystem::path path = std::filesystem::temp_directory_path(code);
-  return code ? "/tmp" : path.string();
 }
 
 // A signal that is held back arrives even when it is ignored; under nohup it must not.
@@ -46,7 +41,8 @@ Watch::Watch() {
     if (!IsIgnored(signal)) sigaddset(&signals_, signal);
   }
   pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-  std::string path = TemporaryDirectory() + "/cryptcli-XXXXXX";
+  const OruGuiBase::Directory place(OruGuiBase::DirectoryType::Temporary);
+  std::string path = std::string(place.GetPath().View()) + "/cryptcli-XXXXXX";
   if (mkdtemp(path.data()) == nullptr) return;
   if (setenv("TMPDIR", path.c_str(), 1) == 0) {
     directory_ = path;

@@ -36,7 +36,7 @@ struct CryptClientCurlOptions {
   /// Base URL of the crypt service; requests at or below it take the credentials, no other does.
   OruGuiBase::AnsiStr serviceUrl{};
   CredentialCallback credentials{};
-  /// Bytes of an answer that are taken into memory. A longer one fails the exchange.
+  /// Bytes of an answer that are taken into memory, 2 GiB at most. A longer one fails the exchange.
   std::uint32_t maxBody = 64 * 1024 * 1024;
   /// Seconds in which not one byte moves in either direction before an exchange is given up; 0 waits on.
   std::uint32_t stallSeconds = 300;

@@ -14,11 +14,10 @@ namespace OruKalvix {
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
-using OruGuiBase::Val;
 
 namespace {
 
-constexpr std::size_t kMaxHeaderBytes = 256 * 1024;
+constexpr std::size_t kMaxHeaderBytes = 256UL * 1024;
 constexpr long kMaxConnections = 8;     // one handle talks to the crypt service and a few key servers
 constexpr long kMaxConnectionAge = 60;  // seconds; older ones have often been closed by the other side
 constexpr long kKeepAliveSeconds = 60;  // so that a dead peer shows although no timeout is set

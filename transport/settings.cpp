@@ -1,5 +1,6 @@
 #include "transport/settings.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <unistd.h>
 
@@ -12,6 +13,8 @@ namespace OruKalvix {
 using OruGuiBase::AnsiStr;
 
 namespace {
+
+constexpr std::uint32_t kMostBody = 0x7FFFFFFF;  // leaves a string room to grow by half
 
 // libcurl would report these files only with the first connection, and in words about TLS.
 bool CheckReadable(const char* what, const AnsiStr& path, AnsiStr& errorText) {
@@ -35,6 +38,7 @@ bool CheckFiles(const CryptClientCurlOptions& options, AnsiStr& errorText) {
 
 bool CurlSettings::Init(const CryptClientCurlOptions& given, AnsiStr& errorText) {
   options = given;
+  options.maxBody = std::min(options.maxBody, kMostBody);
   HeaderList headers;
   if (!CheckFiles(options, errorText) || !headers.Add(options.headers, errorText)) return false;
   if (options.serviceUrl.IsEmpty()) {

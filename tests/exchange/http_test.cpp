@@ -1,3 +1,5 @@
+#include <stdexcept>
+
 #include "tests/support/clienttest.h"
 #include "tests/support/files.h"
 #include "tests/support/tracerecorder.h"
@@ -47,6 +49,13 @@ TEST_F(Http, PassesEverythingOnUnchanged) {
   EXPECT_EQ(request.options.timeouts[1], 9U);
   EXPECT_EQ(Str(response.body), "answer");
   EXPECT_EQ(response.status, 200U);
+}
+
+TEST_F(Http, TransportThatThrowsIsAFailedExchange) {
+  http.Then([](const RecordedRequest&) -> HttpAnswer { throw std::runtime_error("not allowed"); });
+  HttpResponse response;
+  EXPECT_FALSE(Request(response));
+  EXPECT_EQ(Error(), "HTTP service failed");
 }
 
 TEST_F(Http, FailsWithoutAServiceAndTracesMethodAndUrl) {

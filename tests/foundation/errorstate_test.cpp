@@ -64,6 +64,11 @@ TEST(ErrorStateTest, TheTextOfAFailureNeverSaysSuccess) {
   EXPECT_EQ(GetSystemErrorText(), "Unknown error");
 }
 
+TEST(ErrorStateTest, AnEmptyTextHandedInIsNoSilence) {
+  SetErrorMessage("");
+  EXPECT_EQ(GetSystemErrorText(), "Unknown error");
+}
+
 TEST(ErrorStateTest, AnUnknownCodeHasAText) {
   EXPECT_FALSE(GetErrorMessage(99999, 0, 1).IsEmpty());
 }

@@ -201,6 +201,24 @@ TEST_F(Validation, RefusesAnInnerSigningCertificateWhoseIssuerTheListsLack) {
   ExpectReason("Could not verify room key issuer certificate chain: ");
 }
 
+TEST_F(Validation, RefusesAnInnerSigningCertificateWhoseChainHasNoRoot) {
+  road.Set("certstore", Json(pki.intermediate.certificate.ToPEM()));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key issuer certificate chain: ");
+}
+
+// The inner signing certificate is an end of the chain by itself once the lists have accepted it, so a limit
+// on how many authorities may follow the issuing one does not reach the room key.
+TEST_F(Validation, EndsTheChainOfARoomKeyAtTheInnerSigningCertificate) {
+  CertSpec limited = Authority("Limited");
+  limited.pathLength = 0;
+  const Identity issuing = Identity::MakeIssued(limited, pki.intermediate, KeyPair::MakeEC());
+  const Identity inner = Identity::MakeIssued(Authority("Inner signing"), issuing, KeyPair::MakeEC());
+  road.Set("truststore", Json(issuing.certificate.ToPEM()));
+  Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, inner), inner.certificate);
+  EXPECT_TRUE(Validate()) << Error();
+}
+
 TEST_F(Validation, TakesBothListsTogether) {
   road.Set("certstore", Json(pki.root.certificate.ToPEM()));
   road.Set("truststore", Json(pki.intermediate.certificate.ToPEM() + pki.issuing.certificate.ToPEM()));

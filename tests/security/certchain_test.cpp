@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 #include <openssl/x509_vfy.h>
-#include <utility>
 
 #include "security/certificate.h"
-#include "security/certstore.h"
-#include "tests/security/testpki.h"
+#include "tests/security/chaintest.h"
 
 namespace {
 
@@ -13,85 +11,6 @@ using OruGuiBase::DateTime;
 using OruOssSec::Certificate;
 using OruOssSec::CertStore;
 using OruOssSec::CertVerifyResult;
-using Chain = OruGuiBase::PtrContainerQueue<Certificate>;
-
-const Validity kLong = Validity::Between("2000-01-01", "2060-01-01");
-const DateTime kNow = At(2026, 6, 1, 12);
-
-CertSpec Spec(CertSpec spec, Validity validity = kLong) {
-  spec.validity = validity;
-  return spec;
-}
-
-Identity Root(const std::string& name, std::size_t key) {
-  return Identity::MakeRoot(Spec(CertSpec::Authority(name)), SharedKey(key));
-}
-
-Identity Authority(const std::string& name, std::size_t key, const Identity& issuer) {
-  return Identity::MakeIssued(Spec(CertSpec::Authority(name)), issuer, SharedKey(key));
-}
-
-Cert Leaf(const Identity& issuer, CertSpec spec = CertSpec::EndEntity("leaf"), Validity validity = kLong) {
-  return Cert::Issue(Spec(std::move(spec), validity), SharedKey(3), issuer);
-}
-
-// root, below it the intermediate authority, below that the leaf.
-struct Hierarchy {
-  Identity root = Root("root", 0);
-  Identity middle = Authority("middle", 1, root);
-  Cert leaf = Leaf(middle);
-};
-
-const Hierarchy& Sample() {
-  static const Hierarchy hierarchy;
-  return hierarchy;
-}
-
-CertStore& Fill(CertStore& store, const std::vector<Cert>& certificates) {
-  for (const Cert& certificate : certificates) EXPECT_TRUE(store.Add(ToCertificate(certificate)));
-  return store;
-}
-
-// What a test asks for, in names.
-struct Options {
-  bool checkRevocation = false;
-  bool allowPartialChain = false;
-  DateTime time = kNow;
-  bool ignoreTime = false;
-};
-
-struct Outcome {
-  int code = 0;
-  std::string text;
-  std::vector<std::string> chain;
-};
-
-std::vector<std::string> SubjectsOf(const Chain& chain) {
-  std::vector<std::string> subjects;
-  for (const auto* node = chain.GetFirst(); node != nullptr; node = node->next) {
-    OruGuiBase::AnsiStr subject;
-    EXPECT_TRUE(node->element->GetSubject(subject));
-    subjects.push_back(ToString(subject).substr(3));
-  }
-  return subjects;
-}
-
-Outcome Verify(const Cert& leaf, const std::vector<Cert>& trusted, const Options& options = {}) {
-  CertStore store;
-  Fill(store, trusted);
-  Chain chain;
-  chain.Append(new Certificate());
-  LeaveStaleReason();
-  const CertVerifyResult result = ToCertificate(leaf).VerifyChain(
-      store, &chain, options.checkRevocation, options.allowPartialChain, options.time, options.ignoreTime);
-  EXPECT_TRUE(IsQueueEmpty());
-  EXPECT_EQ(OruGuiBase::GetLastError() == 0, result.code == 0);
-  EXPECT_EQ(chain.IsEmpty(), result.code != 0);
-  EXPECT_TRUE(result.code == 0 || GetReason() == ToString(result.GetResultString())) << GetReason();
-  return {result.code, ToString(result.GetResultString()), SubjectsOf(chain)};
-}
-
-using Names = std::vector<std::string>;
 
 TEST(VerifyChain, BuildsTheChainFromTheLeafToTheRoot) {
   const Hierarchy& sample = Sample();
@@ -227,13 +146,6 @@ TEST(VerifyChain, KeepsToNameConstraints) {
 
 // Signatures
 
-// The certificate with the last byte of its signature changed.
-Cert Spoilt(const Cert& certificate) {
-  std::string der = certificate.ToDER();
-  der.back() = static_cast<char>(der.back() ^ 1);
-  return Cert::FromPEM(MakePEM("CERTIFICATE", der));
-}
-
 TEST(VerifyChain, FailsForAWrongSignatureOfTheLeaf) {
   const Hierarchy& sample = Sample();
   const Outcome outcome = Verify(Spoilt(sample.leaf), {sample.root.certificate, sample.middle.certificate});
@@ -270,8 +182,6 @@ TEST(VerifyChain, FailsWhenTheIssuerHasTheNameButNotTheKey) {
 }
 
 // Time
-
-const Validity kYear = Validity::Between("2025-01-01", "2025-12-31T23:59:59");
 
 TEST(VerifyChain, LooksAtTheTimeThatItIsGiven) {
   const Cert leaf = Leaf(Sample().root, CertSpec::EndEntity("leaf"), kYear);
@@ -342,197 +252,6 @@ TEST(VerifyChain, IgnoresTimeWhenItIsTold) {
 TEST(VerifyChain, IgnoringTimeStillChecksSignatures) {
   EXPECT_EQ(Verify(Spoilt(Leaf(Sample().root)), {Sample().root.certificate}, {.ignoreTime = true}).code,
             X509_V_ERR_CERT_SIGNATURE_FAILURE);
-}
-
-// Self-signed certificates and partial chains
-
-TEST(VerifyChain, SelfSignedCertificateOfTheStoreIsAChainOfOne) {
-  const Cert self = Cert::SelfSign(Spec(CertSpec::EndEntity("self")), SharedKey(3));
-  for (const bool partial : {false, true}) {
-    const Outcome outcome = Verify(self, {self}, {.allowPartialChain = partial});
-    EXPECT_EQ(outcome.code, 0);
-    EXPECT_EQ(outcome.chain, Names{"self"});
-  }
-}
-
-TEST(VerifyChain, SelfSignedCertificateOutsideTheStoreFails) {
-  const Cert self = Cert::SelfSign(Spec(CertSpec::EndEntity("self")), SharedKey(3));
-  for (const bool partial : {false, true}) {
-    EXPECT_EQ(Verify(self, {Sample().root.certificate}, {.allowPartialChain = partial}).code,
-              X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT);
-  }
-}
-
-TEST(VerifyChain, SelfSignedMimicOfARootFails) {
-  const Identity mimic = Root("root", 2);
-  for (const bool partial : {false, true}) {
-    EXPECT_NE(Verify(mimic.certificate, {Sample().root.certificate}, {.allowPartialChain = partial}).code, 0);
-  }
-}
-
-TEST(VerifyChain, PartialChainEndsInAnyCertificateOfTheStore) {
-  const Hierarchy& sample = Sample();
-  const Outcome outcome = Verify(sample.leaf, {sample.middle.certificate}, {.allowPartialChain = true});
-  EXPECT_EQ(outcome.code, 0);
-  EXPECT_EQ(outcome.chain, (Names{"leaf", "middle"}));
-}
-
-// The shape in which a room key is proven: the store holds the lists and, added last, the certificate that
-// signed the room key, which is no root.
-TEST(VerifyChain, PartialChainHoldsLeafAndIssuerFirstWhateverElseTheStoreHolds) {
-  const Hierarchy& sample = Sample();
-  const Identity inner = Authority("inner", 2, sample.middle);
-  const Cert roomKey = Leaf(inner, CertSpec::EndEntity("room key"));
-  const Outcome outcome =
-      Verify(roomKey, {sample.root.certificate, sample.middle.certificate, inner.certificate},
-             {.allowPartialChain = true});
-  EXPECT_EQ(outcome.code, 0);
-  ASSERT_GE(outcome.chain.size(), 2U);
-  EXPECT_EQ(outcome.chain[0], "room key");
-  EXPECT_EQ(outcome.chain[1], "inner");
-}
-
-TEST(VerifyChain, PartialChainOfALeafInTheStoreStillNamesItsIssuer) {
-  const Hierarchy& sample = Sample();
-  const Outcome outcome =
-      Verify(sample.leaf, {sample.leaf, sample.middle.certificate}, {.allowPartialChain = true});
-  EXPECT_EQ(outcome.code, 0);
-  EXPECT_EQ(outcome.chain, (Names{"leaf", "middle"}));
-}
-
-TEST(VerifyChain, PartialChainOfALeafInTheStoreWithoutItsIssuerIsTheLeafAlone) {
-  const Outcome outcome = Verify(Sample().leaf, {Sample().leaf}, {.allowPartialChain = true});
-  EXPECT_EQ(outcome.code, 0);
-  EXPECT_EQ(outcome.chain, Names{"leaf"});
-}
-
-TEST(VerifyChain, LeafInTheStoreIsNoRootWithoutPartialChains) {
-  EXPECT_NE(Verify(Sample().leaf, {Sample().leaf}).code, 0);
-  EXPECT_NE(Verify(Sample().leaf, {Sample().leaf, Sample().middle.certificate}).code, 0);
-}
-
-TEST(VerifyChain, PartialChainStillChecksTimeAndSignature) {
-  const Hierarchy& sample = Sample();
-  const std::vector<Cert> trusted = {sample.middle.certificate};
-  EXPECT_EQ(Verify(Spoilt(sample.leaf), trusted, {.allowPartialChain = true}).code,
-            X509_V_ERR_CERT_SIGNATURE_FAILURE);
-  EXPECT_EQ(Verify(sample.leaf, trusted, {.allowPartialChain = true, .time = At(1999, 1, 1)}).code,
-            X509_V_ERR_CERT_NOT_YET_VALID);
-}
-
-TEST(VerifyChain, PartialChainFailsUnderAnIssuerThatIsNoAuthority) {
-  CertSpec spec = Spec(CertSpec::EndEntity("no authority"));
-  spec.keyUsage = "";
-  const Identity issuer = Identity::MakeIssued(spec, Sample().root, SharedKey(1));
-  EXPECT_NE(Verify(Leaf(issuer), {issuer.certificate}, {.allowPartialChain = true}).code, 0);
-}
-
-// Revocation
-
-TEST(VerifyChain, FailsWhenRevocationIsAskedForAndThereAreNoLists) {
-  const Hierarchy& sample = Sample();
-  for (const bool partial : {false, true}) {
-    EXPECT_EQ(Verify(sample.leaf, {sample.root.certificate, sample.middle.certificate},
-                     {.checkRevocation = true, .allowPartialChain = partial})
-                  .code,
-              X509_V_ERR_UNABLE_TO_GET_CRL);
-  }
-}
-
-// Authorities that renew keys and certificates under one name
-
-TEST(VerifyChain, FindsTheIssuerAmongSeveralKeysOfOneName) {
-  const Identity old = Root("root", 0);
-  const Identity young = Root("root", 1);
-  for (const Identity* issuer : {&old, &young}) {
-    for (const auto& store : {std::vector<Cert>{old.certificate, young.certificate},
-                              std::vector<Cert>{young.certificate, old.certificate}}) {
-      EXPECT_EQ(Verify(Leaf(*issuer), store).code, 0);
-      EXPECT_EQ(Verify(issuer->certificate, store).code, 0);
-    }
-  }
-}
-
-TEST(VerifyChain, FindsTheIssuerBySignatureWhenThereAreNoKeyIdentifiers) {
-  CertSpec spec = Spec(CertSpec::Authority("root"));
-  spec.hasSubjectKeyId = false;
-  const Identity old = Identity::MakeRoot(spec, SharedKey(0));
-  spec.validity = Validity::Between("2010-01-01", "2070-01-01");
-  const Identity young = Identity::MakeRoot(spec, SharedKey(1));
-  for (const Identity* issuer : {&old, &young}) {
-    const std::vector<Cert> store = {old.certificate, young.certificate};
-    EXPECT_EQ(Verify(Leaf(*issuer), store).code, 0);
-    EXPECT_EQ(Verify(issuer->certificate, store).code, 0);
-  }
-}
-
-TEST(VerifyChain, PrefersTheCertificateThatIsValidAtTheTime) {
-  const Identity lapsed = Identity::MakeRoot(Spec(CertSpec::Authority("root"), kYear), SharedKey(0));
-  const Identity renewed = Identity::MakeRoot(
-      Spec(CertSpec::Authority("root"), Validity::Between("2026-01-01", "2030-01-01")), SharedKey(0));
-  const Cert leaf = Leaf(renewed);
-  const std::vector<Cert> store = {lapsed.certificate, renewed.certificate};
-  EXPECT_EQ(Verify(leaf, store, {.time = At(2025, 6, 1)}).code, 0);
-  EXPECT_EQ(Verify(leaf, store, {.time = At(2028, 6, 1)}).code, 0);
-  EXPECT_EQ(Verify(leaf, store, {.time = At(2031, 6, 1)}).code, X509_V_ERR_CERT_HAS_EXPIRED);
-}
-
-TEST(VerifyChain, PrefersTheCertificateThatIsValidLonger) {
-  const Identity first = Root("root", 0);
-  const CertSpec spec = Spec(CertSpec::Authority("root"), Validity::Between("2000-01-01", "2070-01-01"));
-  const Identity second = Identity::MakeRoot(spec, SharedKey(0));
-  for (const auto& certificates : {std::vector<Cert>{first.certificate, second.certificate},
-                                   std::vector<Cert>{second.certificate, first.certificate}}) {
-    CertStore store;
-    Fill(store, certificates);
-    Chain chain;
-    ASSERT_EQ(ToCertificate(Leaf(first)).VerifyChain(store, &chain, false, false, kNow, false).code, 0);
-    EXPECT_EQ(Certificate::Compare(*chain.Get(1), ToCertificate(second.certificate)), 0);
-  }
-}
-
-TEST(VerifyChain, AcceptsARootBesideARenewalThatIsValidLonger) {
-  const Identity first = Root("root", 0);
-  const CertSpec spec = Spec(CertSpec::Authority("root"), Validity::Between("2000-01-01", "2070-01-01"));
-  const Identity renewed = Identity::MakeRoot(spec, SharedKey(0));
-  for (const Identity* root : {&first, &renewed}) {
-    const Outcome outcome = Verify(root->certificate, {first.certificate, renewed.certificate});
-    EXPECT_EQ(outcome.code, 0);
-    EXPECT_EQ(outcome.chain, Names{"root"});
-  }
-}
-
-// Each of the two keys of a root has certified the other, so that issuers lead round in a circle.
-TEST(VerifyChain, DoesNotRunInCirclesBetweenCrossCertificates) {
-  const Identity old = Root("root", 0);
-  const Identity young = Root("root", 1);
-  const CertSpec spec = Spec(CertSpec::Authority("root"), Validity::Between("2000-01-01", "2070-01-01"));
-  const Cert oldByYoung = Cert::Issue(spec, SharedKey(0), young);
-  const Cert youngByOld = Cert::Issue(spec, SharedKey(1), old);
-  const std::vector<Cert> all = {oldByYoung, youngByOld, old.certificate, young.certificate};
-  EXPECT_EQ(Verify(Leaf(old), all).chain, (Names{"leaf", "root"}));
-  EXPECT_EQ(Verify(Leaf(young), all).chain, (Names{"leaf", "root"}));
-  EXPECT_NE(Verify(Leaf(old), {oldByYoung, youngByOld}).code, 0);
-}
-
-TEST(VerifyChain, PassesThroughALongChain) {
-  std::vector<Identity> authorities = {Root("authority 0", 0)};
-  std::vector<Cert> store = {authorities.front().certificate};
-  for (std::size_t i = 1; i < 12; ++i) {
-    authorities.push_back(Authority("authority " + std::to_string(i), i % 3, authorities.back()));
-    store.push_back(authorities.back().certificate);
-  }
-  EXPECT_EQ(Verify(Leaf(authorities.back()), store).chain.size(), 13U);
-}
-
-TEST(VerifyChain, LeavesTheStoreAsItWas) {
-  const Hierarchy& sample = Sample();
-  CertStore store;
-  Fill(store, {sample.root.certificate, sample.middle.certificate});
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(ToCertificate(sample.leaf).VerifyChain(store, nullptr, false, false, kNow, false).code, 0);
-    EXPECT_EQ(sk_X509_num(store.Get0()), 2);
-  }
 }
 
 }  // namespace

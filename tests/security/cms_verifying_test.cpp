@@ -211,7 +211,7 @@ class CmsChainTest : public testing::Test {
   std::string Verify(const std::vector<Cert>& trusted, const std::vector<Cert>& inMessage,
                      const std::string& signingTime) {
     BuiltSigner signer = BuiltSigner::For("content");
-    signer.identity = Old().end;
+    signer.identity = signer_;
     if (!signingTime.empty()) signer.Add(signingTime);
     BuiltMessage built = MessageOf(signer);
     built.certificates = inMessage;
@@ -224,6 +224,7 @@ class CmsChainTest : public testing::Test {
     return reason;
   }
 
+  CryptStand::Identity signer_ = Old().end;
   const Cert& root_ = Old().root.certificate;
   const Cert& middle_ = Old().middle.certificate;
   const Cert& end_ = Old().end.certificate;
@@ -232,6 +233,23 @@ class CmsChainTest : public testing::Test {
 
 TEST_F(CmsChainTest, ChainThroughAnIntermediateOfTheMessageHolds) {
   EXPECT_EQ(Verify({root_}, {end_, middle_}, inTime_), "");
+}
+
+// An authority that has renewed its key under its old name, with nothing in the certificates to tell the keys
+// apart.
+TEST_F(CmsChainTest, FindsTheIssuerBySignatureAmongAuthoritiesOfOneName) {
+  CryptStand::CertSpec authority = CryptStand::CertSpec::Authority("Renewed authority");
+  authority.validity = CryptStand::Validity::Between("2010-01-01", "2011-01-01");
+  authority.hasSubjectKeyId = authority.hasAuthorityKeyId = false;
+  CryptStand::CertSpec end = CryptStand::CertSpec::EndEntity("Signer");
+  end.validity = authority.validity;
+  end.hasAuthorityKeyId = false;
+  const auto first = CryptStand::Identity::MakeRoot(authority);
+  const auto second = CryptStand::Identity::MakeRoot(authority);
+  for (const auto& issuer : {first, second}) {
+    signer_ = CryptStand::Identity::MakeIssued(end, issuer);
+    EXPECT_EQ(Verify({first.certificate, second.certificate}, {signer_.certificate}, inTime_), "");
+  }
 }
 
 TEST_F(CmsChainTest, ChainThroughAnIntermediateOfTheStoreHolds) {

@@ -1,0 +1,286 @@
+#include "tests/protection/decryptiontest.h"
+#include "tests/support/tracerecorder.h"
+
+namespace OruKalvix {
+namespace {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::File;
+using OruGuiBase::KVMap;
+using ::testing::Contains;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using TestSupport::Ansi;
+using TestSupport::Envelope;
+using TestSupport::ErrorCode;
+using TestSupport::Json;
+using TestSupport::MakeData;
+using TestSupport::MakeDigested;
+using TestSupport::MakeEnveloped;
+using TestSupport::Payload;
+using TestSupport::Quoted;
+using TestSupport::ScriptedRoad;
+using TestSupport::Status;
+using TestSupport::Str;
+using TestSupport::Strings;
+using TestSupport::TraceRecorder;
+using TestSupport::With;
+
+TEST_F(Decryption, NeedsASource) {
+  source = scratch.File("missing");
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Could not parse encrypted file: No such file or directory");
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Decryption, RefusesADirectory) {
+  source = File(Ansi(scratch.Path("temporary").string()));
+  ExpectNothingDelivered();
+  ExpectReason("Could not parse encrypted file: ");
+}
+
+TEST_F(Decryption, RefusesAFileThatIsNoMessage) {
+  const std::string whole = scratch.Read("protected.bin");
+  for (const std::string& content : {std::string(), std::string(kPlain), std::string("0"), whole + "x"}) {
+    scratch.Make("protected.bin", content);
+    ExpectNothingDelivered();
+    ExpectReason("Could not parse encrypted file: ");
+  }
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Decryption, RefusesAFileThatIsCutAtAnyLength) {
+  const std::string whole = scratch.Read("protected.bin");
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    scratch.Make("protected.bin", whole.substr(0, size));
+    EXPECT_FALSE(Decrypt()) << size;
+    ExpectReason("Could not parse encrypted file: ");
+  }
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Decryption, RefusesAMessageWithoutEnvelope) {
+  TestSupport::SignerSpec signer;
+  signer.identity = pki.integrity;
+  const struct {
+    std::string message;
+    const char* error;
+  } rows[] = {
+      {TestSupport::MakeSigned(kPlain, {signer}), "Invalid content type signedData"},
+      {MakeData(kPlain), "Invalid content type data"},
+      {MakeDigested(kPlain), "Invalid content type digestedData"},
+  };
+  for (const auto& row : rows) {
+    scratch.Make("protected.bin", row.message);
+    ExpectNothingDelivered();
+    EXPECT_EQ(Error(), row.error);
+  }
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Decryption, RefusesARecipientNamedByKeyIdentifier) {
+  scratch.Make("protected.bin", TestSupport::MakeEnvelopedByKeyId(kPlain, pki.room.certificate));
+  ExpectNothingDelivered();
+  ExpectReason("Could not read encrypted content keys: ");
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Decryption, RefusesAnyNumberOfRecipientsButOne) {
+  const CryptStand::Cert& room = pki.room.certificate;
+  for (const std::string& message : {MakeEnveloped(kPlain, {}), MakeEnveloped(kPlain, {room, room}),
+                                     MakeEnveloped(kPlain, {room, pki.integrity.certificate, room})}) {
+    scratch.Make("protected.bin", message);
+    ExpectNothingDelivered();
+    EXPECT_EQ(Error(), "Could not get encrypted content key");
+  }
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Decryption, FailsWithTheMessageOfTheRoomKeysRetrieval) {
+  road.Set("key", Status(500));
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Could not get room key: HTTP 500");
+}
+
+TEST_F(Decryption, ShowsADistinguishedRefusalAsItsTextAlone) {
+  road.Set("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Ask for access");
+}
+
+TEST_F(Decryption, NeedsACertificateWithDataOrKey) {
+  const KVMap answer = ScriptedRoad::RoomKeyAnswer();
+  const struct {
+    KVMap answer;
+    const char* reason;
+  } rows[] = {
+      {With(answer, "data", R"("")"), "a certificate alone"},
+      {With(answer, "certificate", R"("")"), "data alone"},
+      {With(answer, "certificate", R"("garbage")"), "a certificate that cannot be read"},
+      {With(With(answer, "certificate", R"("")"), "plain", Quoted(pki.room.key.ToPEM())), "no certificate"},
+      {With(With(answer, "data", R"("")"), "plain", R"("garbage")"), "a key that cannot be read"},
+      {KVMap(), "nothing"},
+  };
+  for (const auto& row : rows) {
+    road.Set("key", Json(row.answer));
+    ExpectNothingDelivered();
+    EXPECT_EQ(Error(), "Could not find matching room key") << row.reason;
+  }
+  EXPECT_EQ(road.Count("decryptRequest"), 0U);
+}
+
+TEST_F(Decryption, TracesWhichKeyItSought) {
+  SetRoomKey("data", R"("")");
+  const TraceRecorder traces;
+  EXPECT_FALSE(Decrypt());
+  EXPECT_THAT(traces.GetTexts(2), Contains("CryptClient::Decrypt: room=[room 1] keyid=[" +
+                                           pki.room.certificate.GetSerial() + "/CN=Inner signing]"));
+}
+
+TEST_F(Decryption, RefusesAPlainKeyForAnotherRecipient) {
+  road.Set(
+      "key",
+      Json(With(With(ScriptedRoad::RoomKeyAnswer(), "certificate", Quoted(pki.integrity.certificate.ToPEM())),
+                "plain", Quoted(pki.integrity.key.ToPEM()))));
+  ExpectNothingDelivered();
+  ExpectReason("Could not set recipient key: ");
+}
+
+TEST_F(Decryption, FailsWhenNoKeyServerOpensTheContentKey) {
+  road.Set("decryptRequest", ErrorCode(605));
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
+}
+
+TEST_F(Decryption, FailsWithoutAToken) {
+  road.Set("authztoken", Status(403));
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Could not get authorization token: HTTP 403");
+}
+
+TEST_F(Decryption, FailsWithoutAKeyServer) {
+  SetRoomKey("keyserver", "[]");
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Invalid key server URL");
+}
+
+TEST_F(Decryption, RefusesAContentKeyThatCannotBeOne) {
+  for (const char* key : {"not base64!", "AAAA", "YQ=="}) {
+    road.Set("decryptRequest",
+             Payload(R"({"type":"decryptResponse","plainData":[")" + std::string(key) + R"("]})"));
+    ExpectNothingDelivered();
+    ExpectReason("Could not set content key: ");
+  }
+}
+
+TEST_F(Decryption, GoesOnToTheNextServerWhenTheFirstGivesNoContentKey) {
+  SetRoomKey("keyserver", R"(["https://one.example","https://two.example"])");
+  road.Once("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":[""]})"));
+  ExpectDelivered(kPlain);
+  EXPECT_EQ(Error(), "Could not decrypt document key: Invalid plainData");
+  EXPECT_EQ(road.Count("authztoken"), 2U);
+  EXPECT_EQ(road.GetRequests("decryptRequest")[0].body, road.GetRequests("decryptRequest")[1].body);
+}
+
+TEST_F(Decryption, FailsWithoutAPlaceForTheTemporaryFile) {
+  scratch.BreakTemporary();
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Could not create temporary file: No such file or directory");
+}
+
+// A wrong key lets one file in about 250 pass the padding, by design; four such files in a row never come.
+TEST_F(Decryption, FailsWithTheWrongContentKey) {
+  road.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":[)" +
+                                     Quoted(TestSupport::ToBase64(std::string(32, 'k'))) + "]}"));
+  bool opened = true;
+  for (int attempt = 0; attempt < 4 && opened; ++attempt) {
+    Protect(kPlain);
+    opened = Decrypt();
+  }
+  EXPECT_FALSE(opened);
+  ExpectReason("Could not decrypt file: ");
+  EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
+}
+
+TEST_F(Decryption, FailsWithTheWrongPlainKey) {
+  SetRoomKey("plain", Quoted(pki.integrity.key.ToPEM()));
+  bool opened = true;
+  for (int attempt = 0; attempt < 4 && opened; ++attempt) {
+    Protect(kPlain);
+    opened = Decrypt();
+  }
+  EXPECT_FALSE(opened);
+  ExpectReason("Could not decrypt file: ");
+  EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
+}
+
+TEST_F(Decryption, FailsWithoutAPlaceForPlainContent) {
+  target = scratch.File("no/such/place");
+  EXPECT_FALSE(Decrypt());
+  EXPECT_EQ(Error(), "Could not move temporary file");
+  EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
+}
+
+TEST_F(Decryption, FailsWithoutAPlaceForDigestedContent) {
+  Protect(MakeDigested("digested"));
+  target = scratch.File("no/such/place");
+  EXPECT_FALSE(Decrypt());
+  EXPECT_EQ(Error(), "Could not read digested content: No such file or directory");
+  EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
+}
+
+class ContentKeys : public TestSupport::RoadTest {
+ protected:
+  ContentKeys() { client.SetKeyServer(Strings({"https://one.example", "https://two.example"})); }
+  bool Open() { return peer.KeyServerDecrypt("wrapped", "ZW5j", plain); }
+
+  AnsiStr plain = "old";
+};
+
+TEST_F(ContentKeys, ComeUndecoded) {
+  road.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["not base64!",7]})"));
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(Str(plain), "not base64!");
+}
+
+TEST_F(ContentKeys, AreAskedForByWrappedKeyAndData) {
+  road.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["a2V5"]})"));
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(
+      road.GetRequests("decryptRequest")[0].body,
+      Envelope(
+          R"({"type":"decryptRequest","decryptionKey":{"type":"wrappedKey","encodedWrappedKey":"wrapped"},)"
+          R"("algorithm":"RSAES-PKCS1-v1_5","encryptedData":["ZW5j"]})"));
+}
+
+TEST_F(ContentKeys, AreNeededInTheAnswer) {
+  const struct {
+    const char* payload;
+    std::vector<std::uint32_t> reported;
+    const char* reason;
+  } rows[] = {
+      {R"({"type":"decryptResponse"})", {8, 5}, "missing"},
+      {R"({"type":"decryptResponse","plainData":"a2V5"})", {8, 5}, "no list"},
+      {R"({"type":"decryptResponse","plainData":[]})", {5}, "an empty list"},
+      {R"({"type":"decryptResponse","plainData":[{}]})", {5}, "no text"},
+      {R"({"type":"decryptResponse","plainData":[""]})", {}, "an empty text"},
+  };
+  client.SetKeyServer(Strings({"https://one.example"}));
+  for (const auto& row : rows) {
+    const TraceRecorder traces;
+    road.Set("decryptRequest", Payload(row.payload));
+    EXPECT_FALSE(Open()) << row.reason;
+    EXPECT_EQ(Error(), "Could not decrypt document key: Invalid plainData") << row.reason;
+    EXPECT_EQ(traces.GetInvalidTypes(), row.reported) << row.reason;
+  }
+}
+
+TEST_F(ContentKeys, LeaveTheLastMessageWhenNoServerHasOne) {
+  road.Once("decryptRequest", Payload(R"({"type":"decryptResponse"})"));
+  road.Once("decryptRequest", ErrorCode(607));
+  EXPECT_FALSE(Open());
+  EXPECT_EQ(Error(), "607 Key Not Found");
+}
+
+}  // namespace
+}  // namespace OruKalvix

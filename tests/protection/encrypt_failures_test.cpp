@@ -1,0 +1,300 @@
+#include "protection/operationfile.h"
+#include "tests/protection/encryptiontest.h"
+
+namespace OruKalvix {
+namespace {
+
+using OruGuiBase::File;
+using OruGuiBase::TempFile;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::Pair;
+using TestSupport::Authority;
+using TestSupport::Cert;
+using TestSupport::EndEntity;
+using TestSupport::ErrorCode;
+using TestSupport::Identity;
+using TestSupport::Json;
+using TestSupport::KeyPair;
+using TestSupport::NoExchange;
+using TestSupport::Payload;
+using TestSupport::Quoted;
+using TestSupport::RecordedRequest;
+using TestSupport::ScriptedRoad;
+using TestSupport::Status;
+using TestSupport::Str;
+using TestSupport::With;
+
+TEST_F(Encryption, FailsWithTheMessageOfTheRoomKeysRetrieval) {
+  road.Set("key", Status(500));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not get room key: HTTP 500");
+  EXPECT_THAT(road.GetSteps(), ElementsAre("key"));
+}
+
+TEST_F(Encryption, RaisesTheFlagForTheOneDistinguishedRefusal) {
+  road.Set("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
+  keyErrorFlag = false;
+  EXPECT_FALSE(Encrypt());
+  EXPECT_TRUE(keyErrorFlag);
+  EXPECT_EQ(Error(), "Ask for access");
+  EXPECT_FALSE(scratch.Exists("protected.bin"));
+}
+
+TEST_F(Encryption, LowersTheFlagForEachOtherRefusal) {
+  road.Set("key", Json(R"({"errorid":"QOB.2","errortext":"No"})"));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not get room key: No");
+}
+
+TEST_F(Encryption, LowersTheFlagOfAnEarlierRefusal) {
+  road.Once("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
+  EXPECT_FALSE(Encrypt());
+  EXPECT_TRUE(keyErrorFlag);
+  EXPECT_TRUE(Encrypt());
+  EXPECT_FALSE(keyErrorFlag);
+}
+
+TEST_F(Encryption, NeedsAServiceUrl) {
+  CryptClient other(&road.http, "", "", "room 1");
+  EXPECT_FALSE(other.Encrypt(source, target, keyErrorFlag));
+  EXPECT_EQ(Str(other.GetErrorMessage()), "Invalid URL");
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Encryption, MakesTheKeyOfARoomThatHasNone) {
+  TakeRoomKeyAway();
+  ASSERT_TRUE(Encrypt()) << Error();
+  EXPECT_THAT(road.GetSteps(), ElementsAre("key", "certlist", "status", "authztoken",
+                                           "generateWrappedKeyRequest", "newkey", "certstore", "truststore",
+                                           "authztoken", "getKeyRequest", "authztoken", "signRequest"));
+  EXPECT_EQ(Open().content, kPlain);
+}
+
+TEST_F(Encryption, MakesTheKeyForTheCertificatesOfTheRoom) {
+  TakeRoomKeyAway();
+  road.Set("certlist", Json(With(ScriptedRoad::RoomCertsAnswer(), "room", R"("room 1 by its name")")));
+  ASSERT_TRUE(Encrypt()) << Error();
+  EXPECT_EQ(road.GetRequests("certlist")[0].body, R"({"keyserver":""})");
+  const std::string body = road.GetRequests("generateWrappedKeyRequest")[0].body;
+  EXPECT_THAT(body, HasSubstr(R"("certificateSubject":"CN=room 1 by its name-tr")"));
+  EXPECT_THAT(body, HasSubstr(R"([{"type":"externalCertificate","encodedCertificate":"member-1"},)"));
+  EXPECT_THAT(Open().attributes, Contains(Pair(TestSupport::kRoomOid, "room 1 by its name")));
+}
+
+TEST_F(Encryption, UploadsTheNewKeyWithItsSequenceNumber) {
+  TakeRoomKeyAway();
+  const std::string wrapped = TestSupport::WrappedKey(pki.innerSigning.certificate);
+  road.Set(
+      "generateWrappedKeyRequest",
+      Payload(R"({"type":"generateWrappedKeyResponse","encodedX509Certificate":)" +
+              Quoted(pki.room.certificate.ToBase64()) + R"(,"encodedWrappedKey":)" + Quoted(wrapped) + "}"));
+  ASSERT_TRUE(Encrypt()) << Error();
+  EXPECT_EQ(road.GetRequests("newkey")[0].body, R"({"seqnr":"42","key":)" + Quoted(wrapped) + "}");
+}
+
+TEST_F(Encryption, ReplacesAKeyWithoutDataUnproven) {
+  SetRoomKey("data", R"("")");
+  ASSERT_TRUE(Encrypt()) << Error();
+  EXPECT_EQ(road.GetSteps()[1], "certlist");
+  EXPECT_EQ(road.Count("certstore"), 1U);
+  EXPECT_EQ(Error(), "");
+}
+
+TEST_F(Encryption, ReplacesAKeyThatCannotBeProvenAndKeepsTheReason) {
+  const Identity stranger = Identity::MakeRoot(Authority("Stranger"), KeyPair::MakeEC());
+  const Cert room = Cert::Issue(EndEntity("room 1-tr"), pki.room.key, stranger);
+  SetRoomKey("certificate", Quoted(room.ToPEM()));
+  ASSERT_TRUE(Encrypt());
+  ExpectReason("Could not verify room key certificate chain: ");
+  EXPECT_EQ(road.GetRequests("certlist")[0].body, R"({"keyserver":"https://one.example"})");
+  EXPECT_EQ(road.Count("newkey"), 1U);
+  EXPECT_EQ(Open().content, kPlain);
+}
+
+TEST_F(Encryption, FailsWithoutTheRoomsCertificates) {
+  TakeRoomKeyAway();
+  road.Set("certlist", Status(403));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not get room certificates: HTTP 403");
+  EXPECT_EQ(road.Count("generateWrappedKeyRequest"), 0U);
+}
+
+TEST_F(Encryption, FailsOnTheEmptyServerListOfAServiceThatRefusesItsCertificates) {
+  TakeRoomKeyAway();
+  road.Set("certlist", Json(R"({"errorid":"QOB.2","errortext":"No"})"));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Invalid key server URL");
+}
+
+TEST_F(Encryption, FailsWhenNoServerMakesAKey) {
+  TakeRoomKeyAway();
+  road.Set("generateWrappedKeyRequest", ErrorCode(615));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "615 Key Generation Error");
+  EXPECT_EQ(road.Count("newkey"), 0U);
+}
+
+TEST_F(Encryption, FailsWhenTheNewKeyIsNotTaken) {
+  TakeRoomKeyAway();
+  road.Set("newkey", Status(409));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not upload new room key: HTTP 409");
+  EXPECT_EQ(road.Count("certstore"), 0U);
+}
+
+TEST_F(Encryption, FailsWhenTheNewKeyCannotBeProvenAndMakesNoSecond) {
+  TakeRoomKeyAway();
+  road.Set(
+      "generateWrappedKeyRequest",
+      Payload(
+          R"({"type":"generateWrappedKeyResponse","encodedWrappedKey":"garbage","encodedX509Certificate":)" +
+          Quoted(pki.room.certificate.ToBase64()) + "}"));
+  ExpectNothingWritten();
+  ExpectReason("Could not parse room key: ");
+  EXPECT_EQ(road.Count("newkey"), 1U);
+  EXPECT_EQ(road.Count("generateWrappedKeyRequest"), 1U);
+  EXPECT_EQ(road.Count("getKeyRequest"), 0U);
+}
+
+TEST_F(Encryption, NeedsARoom) {
+  SetRoomKey("room", R"("")");
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Invalid room");
+  EXPECT_EQ(road.Count("getKeyRequest"), 0U);
+}
+
+TEST_F(Encryption, NeedsAGroup) {
+  SetRoomKey("group", R"("")");
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Invalid group");
+  EXPECT_EQ(road.Count("getKeyRequest"), 0U);
+}
+
+TEST_F(Encryption, MissesTheRoomBeforeTheGroup) {
+  road.Set("key", Json(With(With(ScriptedRoad::RoomKeyAnswer(), "room", R"("")"), "group", R"("")")));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Invalid room");
+}
+
+TEST_F(Encryption, FailsWithoutAnIntegrityKey) {
+  road.Set("getKeyRequest", ErrorCode(607));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "607 Key Not Found");
+  EXPECT_EQ(road.Count("signRequest"), 0U);
+}
+
+TEST_F(Encryption, FailsWithoutATokenForTheIntegrityKey) {
+  road.Set("authztoken", Status(401));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not get authorization token: HTTP 401");
+}
+
+TEST_F(Encryption, FailsWithoutAPlaceForTheTemporaryFile) {
+  scratch.BreakTemporary();
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not create temporary file: No such file or directory");
+  EXPECT_EQ(road.Count("signRequest"), 0U);
+}
+
+TEST_F(Encryption, FailsWithoutASource) {
+  source = scratch.File("missing");
+  EXPECT_FALSE(Encrypt());
+  EXPECT_EQ(Error(), "Could not sign file: No such file or directory");
+  EXPECT_FALSE(scratch.Exists("protected.bin"));
+  EXPECT_EQ(road.Count("signRequest"), 0U);
+}
+
+TEST_F(Encryption, FailsForADirectory) {
+  source = File(TestSupport::Ansi(scratch.Path("temporary").string()));
+  EXPECT_FALSE(Encrypt());
+  EXPECT_EQ(Error(), "Could not sign file: Is a directory");
+}
+
+TEST_F(Encryption, FailsInTheWordsOfTheSigningServer) {
+  road.Set("signRequest", ErrorCode(609));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not sign file: 609 Auth Failed");
+}
+
+TEST_F(Encryption, FailsInTheWordsOfTheCryptServiceWhenTheSignatureGetsNoToken) {
+  road.Once("authztoken", TestSupport::Token("first"));
+  road.Set("authztoken", Status(403));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not sign file: Could not get authorization token: HTTP 403");
+}
+
+TEST_F(Encryption, FailsWithAnIntegrityKeyThatHasNoId) {
+  road.Set("getKeyRequest",
+           Payload(R"({"type":"getKeyResponse","key":{"type":"x","id":"","subId":"1","encodedCertificate":)" +
+                   Quoted(pki.integrity.certificate.ToBase64()) + "}}"));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not sign file: Could not sign hash: Invalid integrity key");
+  EXPECT_EQ(road.Count("signRequest"), 0U);
+}
+
+TEST_F(Encryption, RefusesASignatureOfAnotherKey) {
+  road.Set("signRequest",
+           Payload(R"({"type":"signResponse","signedHashes":[)" +
+                   Quoted(TestSupport::ToBase64(pki.room.key.SignHash(std::string(64, 'h')))) + "]}"));
+  ExpectNothingWritten();
+  ExpectReason("Could not sign file: ");
+}
+
+TEST_F(Encryption, RefusesAnEmptySignature) {
+  road.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":["AA=="]})"));
+  ExpectNothingWritten();
+  ExpectReason("Could not sign file: ");
+}
+
+TEST_F(Encryption, FailsForARoomKeyThatCannotTransportKeys) {
+  const Cert room = Cert::Issue(EndEntity("room 1-tr"), KeyPair::MakeEC(), pki.innerSigning);
+  SetRoomKey("certificate", Quoted(room.ToPEM()));
+  ExpectNothingWritten();
+  ExpectReason("Could not add recipient: ");
+}
+
+TEST_F(Encryption, FailsWithoutAPlaceForTheTarget) {
+  target = scratch.File("no/such/place");
+  EXPECT_FALSE(Encrypt());
+  EXPECT_EQ(Error(), "Could not encrypt file: No such file or directory");
+  EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
+}
+
+TEST_F(Encryption, GoesOnToTheNextKeyServerInEveryStep) {
+  SetRoomKey("keyserver", R"(["https://dead.example","https://one.example"])");
+  road.Set("status", [](const RecordedRequest& request) {
+    return request.url.starts_with("https://dead") ? NoExchange("dead")
+                                                   : TestSupport::DateAnswer(TestSupport::kRoadDate);
+  });
+  *CryptClientTestPeer::GetKeyServerBase() = 0;
+  ASSERT_TRUE(Encrypt()) << Error();
+  EXPECT_EQ(Open().content, kPlain);
+  EXPECT_EQ(Error(), "Could not connect to key server: dead");
+}
+
+TEST_F(Encryption, TakesANewTemporaryFileAndDropsTheOld) {
+  TempFile file;
+  ASSERT_TRUE(CreateTempFile(file, "one.tmp", true));
+  const std::string first = Str(file.GetPath());
+  ASSERT_TRUE(CreateTempFile(file, "two.tmp", true));
+  EXPECT_FALSE(std::filesystem::exists(first));
+  EXPECT_TRUE(std::filesystem::exists(Str(file.GetPath())));
+  EXPECT_THAT(Str(file.GetPath()), EndsWith("/two.tmp"));
+}
+
+TEST_F(Encryption, KeepsATemporaryFileOfTheSamePath) {
+  TempFile file;
+  ASSERT_TRUE(CreateTempFile(file, "one.tmp", false));
+  const std::string path = Str(file.GetPath());
+  TestSupport::WriteFile(path, "kept");
+  ASSERT_TRUE(CreateTempFile(file, "one.tmp", false));
+  EXPECT_EQ(TestSupport::ReadFile(path), "kept");
+}
+
+}  // namespace
+}  // namespace OruKalvix

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "stand/stand.h"
+#include "tests/support/files.h"
+#include "tests/support/text.h"
+#include "tests/tools/process.h"
+
+namespace TestSupport {
+
+/// Runs the command as a process.
+inline Finished RunCommand(const std::vector<std::string>& arguments) {
+  return RunProcess({CRYPTCLI_COMMAND, arguments});
+}
+
+/// The stand that the tests of one suite share, so that its room keys are made once.
+inline CryptStand::Stand& SharedStand() {
+  static CryptStand::Stand stand;
+  static const bool started = [] {
+    std::string error;
+    const bool good = stand.Start(error);
+    EXPECT_TRUE(good) << error;
+    return good;
+  }();
+  EXPECT_TRUE(started);
+  return stand;
+}
+
+/// The command against a stand in this process, in a directory of the test's own that also holds all
+/// temporary files and is checked for any that were left.
+class CommandTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    stand_.ClearEvents();
+    scratch_.Make("plain.txt", "The plain content.\n");
+  }
+  void TearDown() override {
+    for (int server = CryptStand::kCryptService; server < 3; ++server)
+      EXPECT_TRUE(stand_.ClearFaults(server));
+    stand_.GetSettings().SetIntegrityList(CryptStand::IntegrityList::Normal);
+  }
+
+  std::string Path(std::string_view name) const { return scratch_.Path(name).string(); }
+  std::vector<std::string> Arguments(const std::string& operation,
+                                     const std::vector<std::string>& further) const {
+    std::vector<std::string> all{operation, "--service", stand_.GetServiceUrl(), "--room", "demo"};
+    all.insert(all.end(), further.begin(), further.end());
+    return all;
+  }
+  Finished Run(const std::string& operation, const std::vector<std::string>& further) const {
+    return RunCommand(Arguments(operation, further));
+  }
+  /// Makes "file.p7m" of "plain.txt".
+  void Protect() const {
+    const Finished finished = Run("encrypt", {Path("plain.txt"), Path("file.p7m")});
+    ASSERT_EQ(finished.code, 0) << finished.errors;
+  }
+  /// Names of what lies in the directory, without the one for temporary files.
+  std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(scratch_.Path(""))) {
+      if (!entry.is_directory()) names.push_back(entry.path().filename().string());
+    }
+    return names;
+  }
+
+  ScratchDirectory scratch_;
+  CryptStand::Stand& stand_ = SharedStand();
+};
+
+}  // namespace TestSupport

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace TestSupport {
+
+/// How a program is started.
+struct Start {
+  std::string program;
+  std::vector<std::string> arguments;
+  std::string outputFile{};       ///< where standard output goes; empty for a pipe that is read
+  bool errorsToTerminal = false;  ///< standard error is a terminal, read all the same
+};
+
+/// A program that runs beside the test. What it writes is read when it is waited for, so it has to fit a
+/// pipe.
+class Process {
+ public:
+  explicit Process(const Start& start);
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+  /// Ends it if it still runs.
+  ~Process();
+
+  void Signal(int signal) const;
+  /// Reads until both outputs have ended, waits for the end and gives the exit code, or -1 when a signal
+  /// ended it.
+  int Wait();
+  const std::string& GetOutput() const { return output_; }
+  const std::string& GetErrors() const { return errors_; }
+
+ private:
+  pid_t id_ = -1;
+  int outputEnd_ = -1;
+  int errorsEnd_ = -1;
+  std::string output_;
+  std::string errors_;
+};
+
+/// What came of a program.
+struct Finished {
+  int code = -1;
+  std::string output;
+  std::string errors;
+};
+
+Finished RunProcess(const Start& start);
+
+}  // namespace TestSupport

@@ -1,0 +1,83 @@
+// A running operation: what a terminal shows of it, and what remains when a signal ends it.
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <thread>
+
+#include "tests/tools/commandtest.h"
+
+namespace TestSupport {
+namespace {
+
+using CryptStand::Fault;
+using CryptStand::FaultKind;
+using namespace std::chrono_literals;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::UnorderedElementsAre;
+
+class WatchedCommand : public CommandTest {
+ protected:
+  void SetUp() override {
+    CommandTest::SetUp();
+    Protect();
+  }
+  void SlowDown(int milliseconds, const char* operation) {
+    Fault fault{FaultKind::Slow, operation};
+    fault.number = milliseconds;
+    ASSERT_TRUE(stand_.SetFault(CryptStand::kCryptService, fault));
+  }
+  static bool WaitFor(const std::function<bool()>& condition) {
+    for (int i = 0; i < 1000 && !condition(); ++i) std::this_thread::sleep_for(10ms);
+    return condition();
+  }
+};
+
+TEST_F(WatchedCommand, ATerminalShowsThatItGoesOn) {
+  SlowDown(600, "key");
+  const Finished finished =
+      RunProcess({CRYPTCLI_COMMAND, Arguments("decrypt", {Path("file.p7m"), Path("t")}), "", true});
+  EXPECT_EQ(finished.code, 0);
+  EXPECT_THAT(finished.errors, HasSubstr("Decrypting 0:00"));
+  EXPECT_TRUE(finished.errors.ends_with("\r\033[K")) << "the line is taken away at the end";
+}
+
+TEST_F(WatchedCommand, AFileOrPipeShowsNothing) {
+  SlowDown(600, "key");
+  EXPECT_THAT(Run("decrypt", {Path("file.p7m"), Path("t")}).errors, IsEmpty());
+}
+
+TEST_F(WatchedCommand, ASignalEndsItAndLeavesNothing) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    // The integrity certificates are asked for when the content has been decrypted already.
+    SlowDown(30000, "certlist");
+    Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {Path("file.p7m"), Path("t")})});
+    ASSERT_TRUE(WaitFor([&] {
+      const auto names = scratch_.GetTemporaryNames();
+      return std::any_of(names.begin(), names.end(), [](const auto& name) { return name.ends_with(".tmp"); });
+    }));
+    process.Signal(signal);
+    EXPECT_EQ(process.Wait(), 128 + signal);
+    EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+    EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
+    ASSERT_TRUE(stand_.ClearFaults(CryptStand::kCryptService));
+  }
+}
+
+TEST_F(WatchedCommand, AFailureLeavesNothing) {
+  scratch_.Make("broken.p7m", scratch_.Read("file.p7m").substr(0, 500));
+  EXPECT_EQ(Run("decrypt", {Path("broken.p7m"), Path("t")}).code, 1);
+  EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+}
+
+TEST_F(WatchedCommand, WithoutATemporaryDirectoryFailsCleanly) {
+  scratch_.BreakTemporary();
+  const Finished finished = Run("decrypt", {Path("file.p7m"), Path("t")});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_THAT(finished.errors, HasSubstr("Could not create temporary directory: "));
+  EXPECT_FALSE(scratch_.Exists("t"));
+}
+
+}  // namespace
+}  // namespace TestSupport
