@@ -7,7 +7,8 @@ using OruGuiBase::BaseInitializer;
 using OruGuiGui::DllContext;
 using OruGuiGui::GuiApp;
 
-extern "C" void* __dso_handle;  // NOLINT(bugprone-reserved-identifier): the linker's own name for a shared object
+extern "C" void*
+    __dso_handle;  // NOLINT(bugprone-reserved-identifier): the linker's own name for a shared object
 
 namespace OruKalvix {
 namespace {
@@ -31,7 +32,8 @@ void DetachProcess(void* module) noexcept {
 
 bool ModuleEntry(void* module, ModuleReason reason, void*) noexcept {
   OruGuiBase::EnterInitSection();
-  if (reason == ModuleReason::ProcessAttach || reason == ModuleReason::ThreadAttach) OruGuiTrace::TraceStartup();
+  if (reason == ModuleReason::ProcessAttach || reason == ModuleReason::ThreadAttach)
+    OruGuiTrace::TraceStartup();
   switch (reason) {
     case ModuleReason::ProcessDetach:
       DetachProcess(module);
@@ -50,14 +52,19 @@ bool ModuleEntry(void* module, ModuleReason reason, void*) noexcept {
   return module != nullptr;
 }
 
-std::int32_t GetAttachState() noexcept { return attachState; }
+std::int32_t GetAttachState() noexcept {
+  return attachState;
+}
 
-void* GetModuleHandle() noexcept { return moduleHandle; }
+void* GetModuleHandle() noexcept {
+  return moduleHandle;
+}
 
 namespace {
 
-// Nothing notifies a shared object here, so its statics keep the order: the foundation is up before the entry point is
-// called for the load, and the entry point is called for the unload before the context and the foundation go.
+// Nothing notifies a shared object here, so its statics keep the order: the foundation is up before the entry
+// point is called for the load, and the entry point is called for the unload before the context and the
+// foundation go.
 const BaseInitializer foundationInitializer;
 const BaseInitializer guiInitializer;
 

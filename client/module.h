@@ -13,8 +13,8 @@ enum class ModuleReason : std::uint32_t {
   ThreadDetach = 3,
 };
 
-/// The library's entry point: `module` names the library, `reserved` is the platform's. It does its work inside the
-/// foundation's init section and never refuses a load: true whenever there is a module.
+/// The library's entry point: `module` names the library, `reserved` is the platform's. It does its work
+/// inside the foundation's init section and never refuses a load: true whenever there is a module.
 bool ModuleEntry(void* module, ModuleReason reason, void* reserved) noexcept;
 
 /// 0 before the first process attach, 1 after one, 2 after a process detach.

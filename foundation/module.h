@@ -5,8 +5,8 @@
 
 namespace OruGuiBase {
 
-/// Keeps the foundation up while its owner lives. A module holds one in a static of its own, made before anything else
-/// of it and ended after everything else; any number may exist.
+/// Keeps the foundation up while its owner lives. A module holds one in a static of its own, made before
+/// anything else of it and ended after everything else; any number may exist.
 class ORUGUI_EXPORT BaseInitializer {
  public:
   BaseInitializer() noexcept;
@@ -18,8 +18,8 @@ class ORUGUI_EXPORT BaseInitializer {
   static unsigned int GetCount() noexcept;
 };
 
-/// The lock under which modules come and go. It may be entered again by the thread that is in it, since a module that is
-/// being loaded may load another.
+/// The lock under which modules come and go. It may be entered again by the thread that is in it, since a
+/// module that is being loaded may load another.
 ORUGUI_EXPORT void EnterInitSection() noexcept;
 ORUGUI_EXPORT void LeaveInitSection() noexcept;
 /// Whether the calling thread is in it.
@@ -36,7 +36,8 @@ ORUGUI_EXPORT void TraceStartup() noexcept;
 
 namespace OruGuiGui {
 
-/// The hooks of an application that has a main loop and documents. A library has neither, so these do nothing.
+/// The hooks of an application that has a main loop and documents. A library has neither, so these do
+/// nothing.
 class ORUGUI_EXPORT GuiApp {
  public:
   GuiApp() = delete;
@@ -70,7 +71,8 @@ class ORUGUI_EXPORT DllContext {
   void* module_;
 };
 
-/// A module came or went, or a thread did while the module was there. `module` names it and is not looked into.
+/// A module came or went, or a thread did while the module was there. `module` names it and is not looked
+/// into.
 ORUGUI_EXPORT void ProcessAttach(void* module) noexcept;
 ORUGUI_EXPORT void ProcessDetach(void* module) noexcept;
 ORUGUI_EXPORT void ThreadAttach(void* module) noexcept;
