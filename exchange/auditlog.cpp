@@ -1,13 +1,13 @@
 #include "client/cryptcli.h"
 #include "exchange/answer.h"
 #include "exchange/keyservercommand.h"
+#include "exchange/operationfile.h"
 #include "foundation/dates.h"
 #include "foundation/encoding.h"
 #include "foundation/errorstate.h"
 #include "foundation/json.h"
 #include "foundation/numbers.h"
 #include "foundation/stream.h"
-#include "protection/operationfile.h"
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::datetime;
