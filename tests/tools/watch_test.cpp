@@ -1,4 +1,5 @@
 // A running operation: what a terminal shows of it, and what remains when a signal ends it.
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <functional>
@@ -51,14 +52,15 @@ TEST_F(WatchedCommand, AFileOrPipeShowsNothing) {
 TEST_F(WatchedCommand, ASignalEndsItAndLeavesNothing) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     // The integrity certificates are asked for when the content has been decrypted already.
-    SlowDown(30000, "certlist");
-    Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {Path("file.p7m"), Path("t")})});
-    ASSERT_TRUE(WaitFor([&] {
+    SlowDown(30000, "integrity");
+    Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {"--trace", "1", Path("file.p7m"), Path("t")})});
+    const bool hasPlainContent = WaitFor([&] {
       const auto names = scratch_.GetTemporaryNames();
       return std::any_of(names.begin(), names.end(), [](const auto& name) { return name.ends_with(".tmp"); });
-    }));
+    });
     process.Signal(signal);
     EXPECT_EQ(process.Wait(), 128 + signal);
+    ASSERT_TRUE(hasPlainContent) << process.GetErrors();
     EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
     EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
     ASSERT_TRUE(stand_.ClearFaults(CryptStand::kCryptService));
