@@ -64,9 +64,91 @@ class CryptClient final : public OruOssSec::ISignHash {
   /// reference is valid until the next failure or the end of the object.
   CRYPTCLI_EXPORT const OruGuiBase::AnsiStr& GetErrorMessage() const noexcept;
 
+  // ---- Generic entry: an operation by its name (client/dispatch.cpp, client/dispatch_cases.cpp). Any thread
+  // may
+  // ---- call, several at once: each call has a client of its own.
+
+  /// The operations that have a name. The key operations "Encrypt" and "Decrypt" make and export room keys;
+  /// the file operations below have no name here.
+  enum class Method : std::int32_t {
+    None = 0,
+    ConfigGroup = 1,
+    Reencrypt = 2,
+    GetAuditLog = 3,
+    Update = 4,
+    ImportKey = 5,
+    DeleteKey = 6,
+    SignByKey = 7,
+    Encrypt = 8,
+    Decrypt = 9,
+  };
+
+  /// Performs the operation that `operation` names, with or without the prefix "Crypt". Returns 0 and a map
+  /// in `result`; or 0x80004005, the reason in `error` and a nil `result`; or 0x80020003 for an unknown name,
+  /// which `error` then quotes. A missing or ill-typed argument reads as empty, and the operation decides
+  /// what that means. After "GetAuditLog" a text in `error` beside a result tells that some key servers gave
+  /// no log.
+  CRYPTCLI_EXPORT static std::int32_t PerformOperation(
+      ICryptClientHttp* http, const OruGuiBase::AnsiStr& serviceUrl, const OruGuiBase::AnsiStr& auxiliaryName,
+      const OruGuiBase::AnsiStr& operation, const OruGuiBase::KVMap& arguments, OruGuiBase::Val& result,
+      OruGuiBase::AnsiStr& error) noexcept;
+  /// The same for a method. `result` and `error` are left alone unless the method has something to put there.
+  CRYPTCLI_EXPORT static bool ExecuteMethod(ICryptClientHttp* http, const OruGuiBase::AnsiStr& serviceUrl,
+                                            const OruGuiBase::AnsiStr& auxiliaryName, Method method,
+                                            const OruGuiBase::KVMap& arguments, OruGuiBase::KVMap& result,
+                                            OruGuiBase::AnsiStr& error) noexcept;
+  /// The method of a name; None for an unknown one.
+  CRYPTCLI_EXPORT static Method GetMethod(const OruGuiBase::AnsiStr& operation) noexcept;
   /// The map by which a key is named: "type" "handle", "id", "subId".
   CRYPTCLI_EXPORT static OruGuiBase::KVMap GetKeyHandle(const OruGuiBase::AnsiStr& id,
                                                         const OruGuiBase::AnsiStr& subId) noexcept;
+
+  // ---- Group and key store (exchange/groupcommands.cpp). Carried out by the first key server that answers
+  // well.
+
+  /// Sets up a group on the key servers. The arrays hold certificates and URLs as text and go out as they
+  /// are.
+  CRYPTCLI_EXPORT bool ConfigGroup(const OruGuiBase::AnsiStr& group, const OruGuiBase::AnsiStr& groupName,
+                                   const OruGuiBase::AnsiStr& ownerGroup,
+                                   const OruGuiBase::Array<OruGuiBase::Val>& rootCertificates,
+                                   const OruGuiBase::Array<OruGuiBase::Val>& issuingCertificates,
+                                   const OruGuiBase::Array<OruGuiBase::Val>& crlUrls) noexcept;
+  /// Names a new encryption certificate, given as text, for a group.
+  CRYPTCLI_EXPORT bool Reencrypt(const OruGuiBase::AnsiStr& group,
+                                 const OruGuiBase::AnsiStr& certificate) noexcept;
+  /// Brings a key, given as text with its password, into the group's key store.
+  CRYPTCLI_EXPORT bool ImportKey(const OruGuiBase::AnsiStr& group, const OruGuiBase::AnsiStr& id,
+                                 const OruGuiBase::AnsiStr& key,
+                                 const OruGuiBase::AnsiStr& password) noexcept;
+  /// Removes the key that the handle `key` names from the group's key store.
+  CRYPTCLI_EXPORT bool DeleteKey(const OruGuiBase::AnsiStr& group, const OruGuiBase::KVMap& key) noexcept;
+
+  // ---- Wrapped keys (exchange/wrappedkeys.cpp)
+
+  /// Has a room key made and wrapped for the certificates, each a text. `wrappedKey` is left alone on
+  /// failure.
+  CRYPTCLI_EXPORT bool CreateKey(const OruGuiBase::AnsiStr& room,
+                                 const OruGuiBase::Array<OruGuiBase::Val>& certificates,
+                                 OruGuiBase::AnsiStr& wrappedKey) noexcept;
+  /// Has wrapped keys, maps with "id" and "data", wrapped anew for the certificates, and appends maps with
+  /// the same "id" and the new "data" to `result`. A failure ends the work and leaves what was done before in
+  /// `result`.
+  CRYPTCLI_EXPORT bool UpdateKey(const OruGuiBase::AnsiStr& room,
+                                 const OruGuiBase::Array<OruGuiBase::Val>& certificates,
+                                 const OruGuiBase::Array<OruGuiBase::Val>& keys,
+                                 OruGuiBase::Array<OruGuiBase::Val>& result) noexcept;
+  /// Has the private keys taken out of wrapped ones: as UpdateKey, with "plain" in place of "data".
+  CRYPTCLI_EXPORT bool ExportKeys(const OruGuiBase::AnsiStr& room,
+                                  const OruGuiBase::Array<OruGuiBase::Val>& keys,
+                                  OruGuiBase::Array<OruGuiBase::Val>& result) noexcept;
+
+  // ---- Audit log (exchange/auditlog.cpp)
+
+  /// Merges the group's audit logs of all key servers into one CSV file in the temporary directory and gives
+  /// its name. True with some servers' logs missing is possible: GetErrorMessage() then tells the last one's
+  /// reason.
+  CRYPTCLI_EXPORT bool GetAuditLog(const OruGuiBase::AnsiStr& group, const OruGuiBase::AnsiStr& groupName,
+                                   OruGuiBase::AnsiStr& fileName) noexcept;
 
   // ---- Files (protection/)
 
@@ -99,6 +181,7 @@ class CryptClient final : public OruOssSec::ISignHash {
 
  private:
   friend class CryptClientTestPeer;
+  struct Dispatcher;
 
   using AnsiStr = OruGuiBase::AnsiStr;
   using Blob = OruGuiBase::Blob;
@@ -156,6 +239,8 @@ class CryptClient final : public OruOssSec::ISignHash {
   bool KeyServerGetCertStore(AnsiStr& text) noexcept;
   bool KeyServerGetTrustStore(AnsiStr& text) noexcept;
 
+  bool RunGroupCommand(const KeyServerRequest& request) noexcept;
+
   // ---- Authorization token (exchange/token.cpp)
   AnsiStr GetServiceUrl(const AnsiStr& first, const AnsiStr& second, const AnsiStr& third,
                         const AnsiStr& fourth) noexcept;
@@ -164,6 +249,29 @@ class CryptClient final : public OruOssSec::ISignHash {
   // ---- Wrapped keys (exchange/wrappedkeys.cpp)
   bool KeyServerGenerateWrappedKey(const AnsiStr& room, const ValArray& certificates,
                                    RoomKey& roomKey) noexcept;
+
+  bool KeyServerModifyWrappedKey(const AnsiStr& room, const ValArray& certificates, const AnsiStr& wrappedKey,
+                                 AnsiStr& newWrappedKey) noexcept;
+  bool KeyServerExportWrappedKey(const AnsiStr& room, const AnsiStr& wrappedKey,
+                                 AnsiStr& privateKey) noexcept;
+  static bool ForEachKey(const ValArray& keys, const char* name, ValArray& result,
+                         FunctionRef<bool(const AnsiStr& data, AnsiStr& outcome)> work) noexcept;
+
+  // ---- Group and key store (exchange/groupcommands.cpp)
+  bool KeyServerConfigGroup(const AnsiStr& group, const AnsiStr& groupName, const AnsiStr& ownerGroup,
+                            const ValArray& rootCertificates, const ValArray& issuingCertificates,
+                            const ValArray& crlUrls) noexcept;
+  bool KeyServerReencrypt(const AnsiStr& group, const AnsiStr& certificate) noexcept;
+  bool KeyServerImportKey(const AnsiStr& group, const AnsiStr& id, const AnsiStr& key,
+                          const AnsiStr& password) noexcept;
+  bool KeyServerDeleteKey(const AnsiStr& group, const KVMap& key) noexcept;
+
+  // ---- Audit log (exchange/auditlog.cpp)
+  bool KeyServerGetAuditLog(const AnsiStr& group, const File& target) noexcept;
+  Step AddAuditLogOfServer(const KVMap& envelope, const AnsiStr& group, const File& target) noexcept;
+  bool CheckAuditLogAnswer(const File& answer) noexcept;
+  void ReadAuditLogError(const File& answer) noexcept;
+  bool AppendAuditLog(const File& log, const File& target) noexcept;
 
   // ---- Room keys (roomkeys/)
   bool FetchRoomKey(RoomKey& roomKey, bool& keyErrorFlag, const AnsiStr& issuer,

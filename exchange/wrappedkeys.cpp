@@ -1,5 +1,6 @@
 #include "client/cryptcli.h"
 #include "exchange/answer.h"
+#include "exchange/externalcertificate.h"
 #include "exchange/functionref.h"
 #include "exchange/keyservercommand.h"
 
@@ -10,13 +11,6 @@ using OruGuiBase::Val;
 
 namespace OruKalvix {
 namespace {
-
-KVMap ExternalCertificate(const AnsiStr& text) noexcept {
-  KVMap entry;
-  entry.Set("type", "externalCertificate");
-  entry.Set("encodedCertificate", text);
-  return entry;
-}
 
 // One entry for each certificate; an element that is no text goes out empty, for the key server to judge.
 Array<Val> EncryptionKeys(const Array<Val>& certificates) noexcept {
@@ -53,6 +47,71 @@ bool CryptClient::KeyServerGenerateWrappedKey(const AnsiStr& forRoom, const ValA
       return false;
     }
     return true;
+  });
+}
+
+bool CryptClient::KeyServerModifyWrappedKey(const AnsiStr& forRoom, const ValArray& certificates,
+                                            const AnsiStr& wrappedKey, AnsiStr& newWrappedKey) noexcept {
+  KeyServerRequest request{KeyServerCommand::ModifyWrappedKey, {}, forRoom, {}};
+  request.payload.Set("type", GetRequestType(request.command));
+  request.payload.Set("encodedWrappedKey", wrappedKey);
+  request.payload.Set("encryptionKeys", Val(EncryptionKeys(certificates)));
+  return RunCommand(request, [&](const KVMap& payload) noexcept {
+    newWrappedKey = Answer(payload).String("encodedWrappedKey");
+    if (!newWrappedKey.IsEmpty()) return true;
+    SetError("Could not modify wrapped key: Invalid encodedWrappedKey");
+    return false;
+  });
+}
+
+bool CryptClient::KeyServerExportWrappedKey(const AnsiStr& forRoom, const AnsiStr& wrappedKey,
+                                            AnsiStr& privateKey) noexcept {
+  KeyServerRequest request{KeyServerCommand::ExportWrappedKey, {}, forRoom, {}};
+  request.payload.Set("type", GetRequestType(request.command));
+  request.payload.Set("encodedWrappedKey", wrappedKey);
+  return RunCommand(request, [&](const KVMap& payload) noexcept {
+    privateKey = Answer(payload).String("encodedPrivateKey");
+    if (!privateKey.IsEmpty()) return true;
+    SetError("Could not decrypt room key: Invalid encodedPrivateKey");
+    return false;
+  });
+}
+
+bool CryptClient::CreateKey(const AnsiStr& forRoom, const ValArray& certificates,
+                            AnsiStr& wrappedKey) noexcept {
+  RoomKey roomKey;
+  if (!KeyServerGenerateWrappedKey(forRoom, certificates, roomKey)) return false;
+  wrappedKey = roomKey.data;
+  return true;
+}
+
+// Has each wrapped key worked on in turn and appends the outcome, as the member `name`, to the result. What
+// was done before a failure stays in the result.
+bool CryptClient::ForEachKey(const ValArray& keys, const char* name, ValArray& result,
+                             FunctionRef<bool(const AnsiStr& data, AnsiStr& outcome)> work) noexcept {
+  for (const Val& entry : keys) {
+    const Answer key(entry.AsMap());
+    const AnsiStr id = key.String("id");
+    AnsiStr outcome;
+    if (!work(key.String("data"), outcome)) return false;
+    KVMap done;
+    done.Set("id", id);
+    done.Set(name, outcome);
+    result.Append(Val(done));
+  }
+  return true;
+}
+
+bool CryptClient::UpdateKey(const AnsiStr& forRoom, const ValArray& certificates, const ValArray& keys,
+                            ValArray& result) noexcept {
+  return ForEachKey(keys, "data", result, [&](const AnsiStr& data, AnsiStr& outcome) noexcept {
+    return KeyServerModifyWrappedKey(forRoom, certificates, data, outcome);
+  });
+}
+
+bool CryptClient::ExportKeys(const AnsiStr& forRoom, const ValArray& keys, ValArray& result) noexcept {
+  return ForEachKey(keys, "plain", result, [&](const AnsiStr& data, AnsiStr& outcome) noexcept {
+    return KeyServerExportWrappedKey(forRoom, data, outcome);
   });
 }
 

@@ -9,6 +9,7 @@
 #include "foundation/ansistr.h"
 #include "foundation/errorstate_saver.h"
 #include "foundation/format.h"
+#include "foundation/module.h"
 #include "foundation/report.h"
 
 namespace OruGuiTrace {
@@ -77,6 +78,12 @@ void TraceStr(std::uint32_t category, std::uint32_t level, const char* source, s
 
 void FreeTraceContext() noexcept {
   if (!Contexts().empty()) Contexts().pop_back();
+}
+
+// The thread's contexts are made here, so that they are there when a failure is to be told.
+void TraceStartup() noexcept {
+  Contexts();
+  TraceMsg(OruGuiBase::kTraceCategory, 1, OruGuiBase::kTraceSource, __LINE__, "Trace startup");
 }
 
 }  // namespace OruGuiTrace

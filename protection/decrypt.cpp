@@ -3,8 +3,8 @@
 #include "exchange/answer.h"
 #include "exchange/functionref.h"
 #include "exchange/keyservercommand.h"
+#include "exchange/operationfile.h"
 #include "foundation/encoding.h"
-#include "protection/operationfile.h"
 #include "security/cmsmsg.h"
 
 using OruGuiBase::AnsiStr;

@@ -1,7 +1,7 @@
 #include "client/cryptcli.h"
+#include "exchange/operationfile.h"
 #include "exchange/urlsegment.h"
 #include "protection/attributes.h"
-#include "protection/operationfile.h"
 #include "security/cmsmsg.h"
 #include "security/cryptomessagesyntax.h"
 

@@ -19,6 +19,7 @@ namespace CryptStand {
 /// Names of digests, as OpenSSL fetches them.
 inline constexpr const char* kSHA1 = "SHA1";
 inline constexpr const char* kSHA256 = "SHA256";
+inline constexpr const char* kSHA384 = "SHA384";
 inline constexpr const char* kSHA512 = "SHA512";
 
 /// A key pair. Copies share it.

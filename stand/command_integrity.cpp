@@ -1,37 +1,37 @@
+#include <algorithm>
+#include <iterator>
 #include <optional>
 
-#include "stand/commands.h"
+#include "stand/keyhandle.h"
 
 namespace CryptStand {
 namespace {
 
-constexpr std::size_t kHashSize = 64;  // SHA-512
-
-struct Handle {
-  std::string id;
-  std::string subId;
+struct Algorithm {
+  const char* name;
+  const char* digest;
+  std::size_t hashSize;
 };
 
-// The handle in a member of the payload. Success or the code of the refusal.
-Code ReadHandle(const KVMap& payload, const char* name, Handle& handle) {
-  const auto object = ReadMap(payload, name);
-  if (!object.has_value() || !HasMembers(*object, {"type", "id", "subId"})) return Code::InvalidPayload;
-  const auto id = ReadText(*object, "id");
-  const auto subId = ReadText(*object, "subId");
-  if (!id.has_value() || !subId.has_value()) return Code::InvalidPayload;
-  if (ReadText(*object, "type") != "handle") return Code::InvalidKeyType;
-  handle = {*id, *subId};
-  return Code::Success;
+constexpr Algorithm kAlgorithms[] = {
+    {"RSASSA-PKCS1-v1_5-SHA-256", kSHA256, 32},
+    {"RSASSA-PKCS1-v1_5-SHA-384", kSHA384, 48},
+    {"RSASSA-PKCS1-v1_5-SHA-512", kSHA512, 64},
+};
+
+const Algorithm* FindAlgorithm(const std::string& name) {
+  const auto* found = std::find_if(std::begin(kAlgorithms), std::end(kAlgorithms),
+                                   [&](const Algorithm& algorithm) { return name == algorithm.name; });
+  return found != std::end(kAlgorithms) ? found : nullptr;
 }
 
 // An integrity key of the group that the token's room belongs to. An empty sub-identifier finds the one in
-// use where `allowCurrent` says so.
-std::optional<IntegrityKeyRecord> FindKey(const CommandContext& context, const Handle& handle,
-                                          bool allowCurrent) {
+// use.
+std::optional<IntegrityKeyRecord> FindIntegrityKey(const CommandContext& context, const Handle& handle) {
   const auto group = context.realm.rooms.FindGroup(context.claim.id);
-  if (!group.has_value() || handle.id != "integrity") return std::nullopt;
+  if (!group.has_value() || handle.id != kIntegrityId) return std::nullopt;
   const auto keys = context.realm.rooms.GetIntegrityKeys(*group);
-  if (handle.subId.empty() && allowCurrent && !keys.empty()) return keys.back();
+  if (handle.subId.empty() && !keys.empty()) return keys.back();
   for (const IntegrityKeyRecord& key : keys) {
     if (key.subId == handle.subId) return key;
   }
@@ -39,13 +39,13 @@ std::optional<IntegrityKeyRecord> FindKey(const CommandContext& context, const H
 }
 
 // Success or the code of the refusal.
-Code SignAll(const std::vector<std::string>& hashes, const KeyPair& key,
+Code SignAll(const std::vector<std::string>& hashes, const KeyPair& key, const Algorithm& algorithm,
              std::vector<std::string>& signatures) {
   for (const std::string& text : hashes) {
     const auto hash = FromBase64(text);
     if (!hash.has_value()) return Code::InvalidBase64;
-    if (hash->size() != kHashSize) return Code::InvalidPayload;
-    const std::string signature = key.SignHash(*hash, kSHA512);
+    if (hash->size() != algorithm.hashSize) return Code::InvalidPayload;
+    const std::string signature = key.SignHash(*hash, algorithm.digest);
     if (signature.empty()) return Code::KeystoreUnavailable;
     signatures.push_back(ToBase64(signature));
   }
@@ -62,7 +62,7 @@ CommandResult GetKey(const CommandContext& context) {
       ReadText(context.payload, "representation") != "certificate") {
     return CommandResult::Refuse(Code::InvalidPayload, "representation");
   }
-  const auto key = FindKey(context, handle, true);
+  const auto key = FindIntegrityKey(context, handle);
   if (!key.has_value()) return CommandResult::Refuse(Code::KeyNotFound, "no such key");
   KVMap object;
   object.Set("type", "certificate");
@@ -83,16 +83,16 @@ CommandResult SignHashes(const CommandContext& context) {
       hashes->empty() || !ReadText(context.payload, "algorithm")) {
     return CommandResult::Refuse(Code::InvalidPayload, "members of signRequest");
   }
-  if (context.claim.keyId != handle.id || context.claim.keySubId != handle.subId) {
+  if (!IsFor(context.claim, handle)) {
     return CommandResult::Refuse(Code::AuthFailed, "token for another key");
   }
-  if (ReadText(context.payload, "algorithm") != "RSASSA-PKCS1-v1_5-SHA-512") {
-    return CommandResult::Refuse(Code::UnsupportedAlgorithm, "algorithm");
-  }
-  const auto key = FindKey(context, handle, false);
+  const Algorithm* algorithm = FindAlgorithm(*ReadText(context.payload, "algorithm"));
+  if (algorithm == nullptr) return CommandResult::Refuse(Code::UnsupportedAlgorithm, "algorithm");
+  const auto group = context.realm.rooms.FindGroup(context.claim.id);
+  const auto key = context.realm.rooms.FindKey(group.value_or(""), handle.id, handle.subId);
   if (!key.has_value()) return CommandResult::Refuse(Code::KeyNotFound, "no such key");
   std::vector<std::string> signatures;
-  const Code signing = SignAll(*hashes, key->identity.key, signatures);
+  const Code signing = SignAll(*hashes, *key, *algorithm, signatures);
   if (signing != Code::Success) return CommandResult::Refuse(signing, "hashesToBeSigned");
   CommandResult result;
   result.members.Set("signedHashes", TextsVal(signatures));

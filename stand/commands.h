@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "stand/realm.h"
@@ -19,6 +20,7 @@ enum class Code {
   KeyNotFound = 607,
   UnsupportedAlgorithm = 608,
   AuthFailed = 609,
+  KeySwapError = 613,
   KeyGenerationError = 615,
   CAError = 616,
 };
@@ -28,6 +30,7 @@ struct CommandContext {
   Realm& realm;
   const KVMap& payload;     ///< With its "type".
   const TokenClaim& claim;  ///< What the token allows.
+  int server;               ///< Index of the key server that was asked.
 };
 
 /// What it gives back: members of the answer's payload behind "type", or a code other than Success with a
@@ -36,6 +39,8 @@ struct CommandResult {
   Code code = Code::Success;
   std::string reason;
   KVMap members;
+  /// A whole answer in place of the envelope, for the one command that is not answered with JSON.
+  std::optional<HttpReply> reply{};
 
   static CommandResult Refuse(Code code, std::string reason) { return {code, std::move(reason), {}}; }
 };
@@ -50,11 +55,25 @@ struct Command {
 /// The command of a request type; null when key servers of this stand do not know it.
 const Command* FindCommand(const std::string& requestType);
 
+/// Makes or changes a group.
+CommandResult ConfigureGroup(const CommandContext& context);
+/// Gives a group another encryption certificate.
+CommandResult Reencrypt(const CommandContext& context);
+/// Gives the server's audit log for a group as CSV.
+CommandResult GetAuditLog(const CommandContext& context);
+/// Brings a private key into a group's key store.
+CommandResult ImportKey(const CommandContext& context);
+/// Removes a key from a group's key store.
+CommandResult DeleteKey(const CommandContext& context);
+/// Wraps a room key for other readers.
+CommandResult ModifyWrappedKey(const CommandContext& context);
+/// Gives the private key inside a wrapped key in the clear.
+CommandResult ExportWrappedKey(const CommandContext& context);
 /// Makes a room key: its certificate from the inner signing certificate, its private key wrapped.
 CommandResult GenerateWrappedKey(const CommandContext& context);
 /// Gives the certificate of a group's integrity key.
 CommandResult GetKey(const CommandContext& context);
-/// Signs hashes with an integrity key.
+/// Signs hashes with an integrity key or an imported key.
 CommandResult SignHashes(const CommandContext& context);
 /// Decrypts content keys with a wrapped room key.
 CommandResult DecryptData(const CommandContext& context);

@@ -86,14 +86,15 @@ HttpReply ServeRoom(Stand& stand, const KVMap& body) {
   const auto room = ReadText(body, "room");
   RoomOptions options = stand.GetRoomOptions(room.value_or("")).value_or(RoomOptions());
   std::string certificate;
-  if (!HasMembers(body, {"room"}, {"locked", "plainkey", "certauth", "certificate"}) || !room ||
+  std::string group;
+  if (!HasMembers(body, {"room"}, {"locked", "plainkey", "certauth", "certificate", "group"}) || !room ||
       room->empty() || !ReadInto(body, "locked", ReadBool, options.locked) ||
       !ReadInto(body, "plainkey", ReadBool, options.plainKey) ||
       !ReadInto(body, "certauth", ReadBool, options.certAuth) ||
-      !ReadInto(body, "certificate", ReadText, certificate)) {
+      !ReadInto(body, "certificate", ReadText, certificate) || !ReadInto(body, "group", ReadText, group)) {
     return Malformed("The room is malformed");
   }
-  if (!stand.AddRoom(*room) || !stand.SetRoomOptions(*room, options))
+  if (!stand.AddRoom(*room, group) || !stand.SetRoomOptions(*room, options))
     return Malformed("The room cannot be set");
   if (certificate.empty()) return Done();
   const auto kind = FindRoomCertificate(certificate);
@@ -143,6 +144,16 @@ HttpReply ServeClock(Stand& stand, const KVMap& body) {
   return Done();
 }
 
+HttpReply ServeAudit(Stand& stand, const KVMap& body) {
+  const auto server = ReadServer(stand, body);
+  const auto rows = ReadInteger(body, "rows");
+  if (!HasMembers(body, {"server", "rows"}) || !server || *server == kCryptService || !rows || *rows < 0) {
+    return Malformed("The audit log is malformed");
+  }
+  stand.GetSettings().SetGeneratedAudit(*server, static_cast<std::uint64_t>(*rows));
+  return Done();
+}
+
 HttpReply ServeEvents(const Stand& stand) {
   OruGuiBase::Array<Val> list;
   for (const Event& event : stand.GetEvents()) {
@@ -179,8 +190,11 @@ bool IsControlRequest(const HttpRequest& request) {
 HttpReply ServeControl(Stand& stand, const HttpRequest& request) {
   const auto path = ControlPath(request);
   const std::string what = path.size() == 2 ? path[1] : "";
-  constexpr std::pair<const char*, HttpReply (*)(Stand&, const KVMap&)> kChanges[] = {
-      {"fault", ServeFault}, {"room", ServeRoom}, {"lists", ServeLists}, {"clock", ServeClock}};
+  constexpr std::pair<const char*, HttpReply (*)(Stand&, const KVMap&)> kChanges[] = {{"fault", ServeFault},
+                                                                                      {"room", ServeRoom},
+                                                                                      {"lists", ServeLists},
+                                                                                      {"clock", ServeClock},
+                                                                                      {"audit", ServeAudit}};
   if (what == "events") return request.method == "GET" ? ServeEvents(stand) : WrongMethod();
   for (const auto& [name, serve] : kChanges) {
     if (what != name) continue;

@@ -53,7 +53,9 @@ Served CryptService::ServeToken(const KVMap& body, const Route& route) {
   if (!realm_.settings.IsKeyServer(claim->server)) {
     return RefusedWith(400, kMalformedErrorId, "\"keyserver\" is no key server of this service");
   }
-  if (!realm_.rooms.FindGroup(route.id).has_value()) {
+  // Setting up a group is what makes it known.
+  const bool makesGroup = claim->operation == "configGroupRequest";
+  if (!makesGroup && !realm_.rooms.FindGroup(route.id).has_value()) {
     return RefusedWith(404, kUnknownErrorId, "Unknown room or group");
   }
   const auto room = realm_.store.GetRoom(route.id);

@@ -40,6 +40,15 @@ class Database {
   bool Open(const std::string& path, std::string& error);
   /// Runs statements without values. False with the reason in `error`.
   bool Execute(const char* sql, std::string& error);
+  /// Runs `change` in a transaction, which is rolled back when it gives false. True when all was kept.
+  template <class Change>
+  bool Transact(const Change& change) {
+    std::string error;
+    if (!Execute("BEGIN IMMEDIATE", error)) return false;
+    if (change() && Execute("COMMIT", error)) return true;
+    Execute("ROLLBACK", error);
+    return false;
+  }
   Statement Prepare(const char* sql) { return {database_.get(), sql}; }
   /// Rows that the latest statement changed.
   int Changes() const { return sqlite3_changes(database_.get()); }

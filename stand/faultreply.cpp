@@ -29,6 +29,25 @@ HttpReply CodeReply(const Fault& fault, bool isKeyServer) {
                    "}}");
 }
 
+std::string OrElse(const std::string& text, const char* instead) {
+  return text.empty() ? instead : text;
+}
+
+HttpReply JsonResponse(const std::string& type) {
+  KVMap payload;
+  payload.Set("type", TextVal(type));
+  KVMap envelope;
+  envelope.Set("header", Val(KVMap()));
+  envelope.Set("payload", Val(payload));
+  return JsonReply(envelope);
+}
+
+HttpReply EmptyCsv() {
+  HttpReply reply;
+  reply.contentType = "text/csv";
+  return reply;
+}
+
 Val EmptyLike(const Val& value) {
   switch (value.GetType()) {
     case ValType::String:
@@ -99,8 +118,16 @@ void ChangeType(HttpReply& reply, const std::string& type) {
   reply.body = WriteObject(*object);
 }
 
-std::string OrElse(const std::string& text, const char* instead) {
-  return text.empty() ? instead : text;
+std::size_t SizeOf(const HttpReply& reply) {
+  if (!reply.openBody) return reply.body.size();
+  std::size_t size = 0;
+  const BodySource next = reply.openBody();
+  for (std::string piece = next(); !piece.empty(); piece = next()) size += piece.size();
+  return size;
+}
+
+void Cut(const Fault& fault, HttpReply& reply) {
+  reply.cutAfter = fault.number > 0 ? static_cast<std::size_t>(fault.number) : SizeOf(reply) / 2;
 }
 
 }  // namespace
@@ -129,6 +156,10 @@ std::optional<HttpReply> MakeFaultReply(const Fault& fault, bool isKeyServer) {
       return BodyReply(fault.text);
     case FaultKind::ErrorCode:
       return CodeReply(fault, isKeyServer);
+    case FaultKind::JsonResponse:
+      return JsonResponse(OrElse(fault.text, "getAuditLogResponse"));
+    case FaultKind::EmptyCsv:
+      return EmptyCsv();
     default:
       return std::nullopt;
   }
@@ -151,7 +182,10 @@ void SpoilReply(const Fault& fault, HttpReply& reply) {
       reply.contentType = OrElse(fault.text, "text/html");
       return;
     case FaultKind::Cut:
-      reply.cutAfter = fault.number > 0 ? static_cast<std::size_t>(fault.number) : reply.body.size() / 2;
+      return Cut(fault, reply);
+    case FaultKind::SecStatus:
+      reply.headers.emplace_back("x-sec-status",
+                                 fault.text.empty() ? std::to_string(fault.number) : fault.text);
       return;
     default:
       return;

@@ -27,6 +27,9 @@ constexpr std::pair<const char*, FaultKind> kNames[] = {
     {"other-members", FaultKind::OtherMembers},
     {"wrong-content-type", FaultKind::WrongContentType},
     {"cut", FaultKind::Cut},
+    {"sec-status", FaultKind::SecStatus},
+    {"json-response", FaultKind::JsonResponse},
+    {"empty-csv", FaultKind::EmptyCsv},
 };
 
 }  // namespace

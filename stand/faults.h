@@ -32,6 +32,9 @@ enum class FaultKind {
   OtherMembers,      ///< Each member of the answer but "type" is of another kind.
   WrongContentType,  ///< The content type is `text`, "text/html" when that is empty.
   Cut,               ///< The connection ends after `number` bytes of the body, half of it when that is 0.
+  SecStatus,         ///< "x-sec-status" is `text`, or `number` when that is empty; the body stays.
+  JsonResponse,  ///< An envelope whose payload has "type" alone: `text`, "getAuditLogResponse" when empty.
+  EmptyCsv,      ///< The body is empty and the content type "text/csv".
 };
 
 /// A fault of one server.

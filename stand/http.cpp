@@ -74,9 +74,35 @@ HttpRequest ReadRequest(const httplib::Request& from) {
   return {from.method, from.target, from.body, {from.headers.begin(), from.headers.end()}};
 }
 
+// Sends the next piece; false when the connection has to end.
+bool SendPiece(const BodySource& next, std::optional<std::size_t>& left, httplib::DataSink& sink) {
+  const std::string piece = next();
+  const bool isCut = left.has_value() && (piece.empty() || *left <= piece.size());
+  if (isCut) {
+    sink.write(piece.data(), std::min(*left, piece.size()));
+    return false;
+  }
+  if (left.has_value()) *left -= piece.size();
+  if (piece.empty()) sink.done();
+  return piece.empty() || sink.write(piece.data(), piece.size());
+}
+
+void WriteStream(const HttpReply& from, httplib::Response& to) {
+  to.set_chunked_content_provider(from.contentType, [next = from.openBody(), left = from.cutAfter](
+                                                        std::size_t, httplib::DataSink& sink) mutable {
+    try {
+      wasCut = !SendPiece(next, left, sink);
+    } catch (const std::exception&) {
+      wasCut = true;  // the other side sees a body without an end
+    }
+    return !wasCut;
+  });
+}
+
 void WriteReply(HttpReply from, httplib::Response& to) {
   to.status = from.status;
   for (const auto& [name, value] : from.headers) to.set_header(name, value);
+  if (from.openBody) return WriteStream(from, to);
   if (!from.cutAfter.has_value()) {
     to.set_content(from.body, from.contentType);
     return;

@@ -27,11 +27,16 @@ struct HttpRequest {
   std::optional<std::vector<std::string>> PathSegments() const;
 };
 
+/// Gives a body piece by piece; an empty piece is its end.
+using BodySource = std::function<std::string()>;
+
 /// What goes back.
 struct HttpReply {
   int status = 200;
   std::string contentType = "application/json";
   std::string body;
+  /// Opens a body that is too large for memory, from its beginning each time; it takes the place of `body`.
+  std::function<BodySource()> openBody;
   std::vector<std::pair<std::string, std::string>> headers;
   /// Bytes of the body after which the connection is cut, although more were announced.
   std::optional<std::size_t> cutAfter;

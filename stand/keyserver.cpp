@@ -1,15 +1,23 @@
 #include "stand/keyserver.h"
 
+#include "stand/auditlog.h"
 #include "stand/cryptservice.h"
 
 namespace CryptStand {
 namespace {
 
 constexpr Command kCommands[] = {
+    {"configGroupRequest", "configGroupResponse", ConfigureGroup},
+    {"reencryptRequest", "reencryptResponse", Reencrypt},
+    {"getAuditLogRequest", "getAuditLogResponse", GetAuditLog},
     {"generateWrappedKeyRequest", "generateWrappedKeyResponse", GenerateWrappedKey},
+    {"modifyWrappedKeyRequest", "modifyWrappedKeyResponse", ModifyWrappedKey},
+    {"exportWrappedKeyRequest", "exportWrappedKeyResponse", ExportWrappedKey},
     {"decryptRequest", "decryptResponse", DecryptData},
     {"signRequest", "signResponse", SignHashes},
     {"getKeyRequest", "getKeyResponse", GetKey},
+    {"importKeyRequest", "importKeyResponse", ImportKey},
+    {"deleteKeyRequest", "deleteKeyResponse", DeleteKey},
 };
 
 enum class Resource { Unknown, Status, List, Commands };
@@ -49,7 +57,14 @@ HttpReply Envelope(const KVMap& payload) {
   return JsonReply(envelope);
 }
 
+// "ok", or the code of the refusal with its reason.
+std::string OutcomeOf(const CommandResult& result) {
+  return result.code == Code::Success ? "ok"
+                                      : std::to_string(static_cast<int>(result.code)) + " " + result.reason;
+}
+
 Served CommandAnswer(const CommandResult& result, const Command* command) {
+  if (result.reply.has_value()) return {*result.reply, OutcomeOf(result)};
   KVMap payload;
   if (result.code == Code::Success) {
     payload.Set("type", command->responseType);
@@ -58,10 +73,9 @@ Served CommandAnswer(const CommandResult& result, const Command* command) {
     }
     return {Envelope(payload), "ok"};
   }
-  const auto code = static_cast<std::int64_t>(result.code);
   payload.Set("type", "status");
-  payload.Set("code", Val(code));
-  return {Envelope(payload), std::to_string(code) + " " + result.reason};
+  payload.Set("code", Val(static_cast<std::int64_t>(result.code)));
+  return {Envelope(payload), OutcomeOf(result)};
 }
 
 Served TextAnswer(std::string text) {
@@ -127,6 +141,21 @@ Served KeyServer::ServeCommand(const HttpRequest& request, const std::string& op
   return CommandAnswer(RunCommand(request, command), command);
 }
 
+// What no room and no group asked for stands in no log.
+void KeyServer::AddAudit(const TokenClaim& claim, const std::string& outcome) {
+  const auto group = realm_.rooms.FindGroup(claim.id);
+  if (!group.has_value()) return;
+  AuditRecord record;
+  record.server = server_;
+  record.group = *group;
+  record.time = AuditTime(std::time(nullptr) + realm_.settings.GetClockOffset(server_));
+  record.operation = claim.operation;
+  if (claim.id != *group) record.room = claim.id;
+  if (!claim.keyId.empty()) record.key = claim.keyId + "/" + claim.keySubId;
+  record.outcome = outcome;
+  realm_.store.AddAudit(record);
+}
+
 CommandResult KeyServer::RunCommand(const HttpRequest& request, const Command* command) {
   const auto envelope = ReadObject(request.body);
   if (!envelope.has_value() || !HasMembers(*envelope, {"header", "payload"}) ||
@@ -140,7 +169,9 @@ CommandResult KeyServer::RunCommand(const HttpRequest& request, const Command* c
   const auto claim = realm_.tokens.Redeem(tokens.front(), url_, command->requestType, reason);
   if (!claim.has_value()) return CommandResult::Refuse(Code::AuthFailed, reason);
   const auto payload = ReadMap(*envelope, "payload");
-  return command->run({realm_, *payload, *claim});
+  CommandResult result = command->run({realm_, *payload, *claim, server_});
+  AddAudit(*claim, OutcomeOf(result));
+  return result;
 }
 
 }  // namespace CryptStand

@@ -15,11 +15,13 @@ namespace CryptStand {
 ///   GET  truststore  trusted issuing certificates as PEM
 ///   POST rest/json   one command, allowed by the token in "X-SEC-AUTHZTOKEN"
 ///
-/// A command that is refused gets status 200 and a payload of type "status" with the number in "code". The
-/// envelope is checked to the letter before the token, the token before the command.
+/// A command that is refused gets status 200 and a payload of type "status" with the number in "code"; an
+/// audit log tells the number in the header "x-sec-status" beside an empty CSV body instead. The envelope is
+/// checked to the letter before the token, the token before the command.
 class KeyServer {
  public:
-  KeyServer(Realm& realm, std::string url) : realm_(realm), url_(std::move(url)) {}
+  KeyServer(Realm& realm, int server, std::string url)
+      : realm_(realm), server_(server), url_(std::move(url)) {}
 
   /// "status", "certstore", "truststore", or the request type of a command; empty when there is none.
   static std::string FindOperation(const HttpRequest& request);
@@ -29,8 +31,10 @@ class KeyServer {
   Served ServeList(const std::string& operation);
   Served ServeCommand(const HttpRequest& request, const std::string& operation);
   CommandResult RunCommand(const HttpRequest& request, const Command* command);
+  void AddAudit(const TokenClaim& claim, const std::string& outcome);
 
   Realm& realm_;
+  const int server_;  // index
   const std::string url_;
 };
 

@@ -43,27 +43,6 @@ Identity Rooms::GetMember(const std::string& room) {
   return kept.value_or(Identity());
 }
 
-std::vector<IntegrityKeyRecord> Rooms::GetIntegrityKeys(const std::string& group) {
-  const std::lock_guard<std::mutex> lock(integrity_);
-  auto keys = store_.GetIntegrityKeys(group);
-  if (keys.empty() && AddIntegrityKey(group, 1)) keys = store_.GetIntegrityKeys(group);
-  return keys;
-}
-
-bool Rooms::RenewIntegrityKey(const std::string& group) {
-  const std::lock_guard<std::mutex> lock(integrity_);
-  return AddIntegrityKey(group, store_.GetIntegrityKeys(group).size() + 1);
-}
-
-bool Rooms::AddIntegrityKey(const std::string& group, std::size_t number) {
-  const std::string subId = std::to_string(number);
-  CertSpec spec = CertSpec::EndEntity("Integrity " + subId + " of " + group);
-  spec.keyUsage = "critical,digitalSignature";
-  spec.validity = Validity::FromNow(-kDay, 2 * 365 * kDay);
-  const KeyPair key = authority_.MakeKey("Integrity " + subId);
-  return store_.AddIntegrityKey(group, subId, Identity::MakeIssued(spec, authority_.Get(Role::Issuing), key));
-}
-
 std::optional<RoomKeyPair> Rooms::OpenKey(const std::string& data) {
   return OpenRoomKey(data, authority_.Get(Role::InnerSigning).certificate, authority_.Get(Role::Wrapping));
 }

@@ -33,18 +33,40 @@ class Rooms {
   std::vector<IntegrityKeyRecord> GetIntegrityKeys(const std::string& group);
   /// Puts a further integrity key into use. The earlier ones stay known.
   bool RenewIntegrityKey(const std::string& group);
+
+  /// Brings an RSA key into the group's key store under an identifier that may have other keys. Under the
+  /// identifier of integrity keys it becomes the group's integrity key, with a certificate of its own.
+  bool ImportKey(const std::string& group, const std::string& id, const KeyPair& key);
+  /// A key of the group's key store, integrity keys included. An empty sub-identifier finds the latest.
+  std::optional<KeyPair> FindKey(const std::string& group, const std::string& id, const std::string& subId);
+  /// False when there is no such key. Its sub-identifier is never given to another.
+  bool DeleteKey(const std::string& group, const std::string& id, const std::string& subId);
+
+  /// Wraps a key of a room for readers and for the encryption certificate of the room's group. Empty on
+  /// failure.
+  std::string WrapKey(const std::string& room, const RoomKeyPair& roomKey, std::vector<Cert> readers);
+  /// Makes a certificate the group's encryption certificate and wraps all keys of its rooms anew: for this
+  /// certificate and no longer for the former one. All or nothing.
+  bool Reencrypt(const std::string& group, const Cert& certificate);
   /// Opens a wrapped key as key servers do.
   std::optional<RoomKeyPair> OpenKey(const std::string& data);
   /// Shows the room's current key with another certificate for the same key, serial number and subject.
   bool SetRoomCertificate(const std::string& room, RoomCertificate kind);
 
  private:
-  bool AddIntegrityKey(const std::string& group, std::size_t number);
+  /// An empty key makes one.
+  bool AddIntegrityKey(const std::string& group, KeyPair key = {});
+  Cert GetEncryptionCertificate(const std::string& group);
+  std::string WrapAnew(const std::string& data, const Cert& former, const Cert& certificate);
 
   Store& store_;
   Authority& authority_;
-  std::mutex integrity_;  // one maker of integrity keys at a time
+  std::mutex integrity_;   // one maker of integrity keys at a time
+  std::mutex encryption_;  // one change of an encryption certificate at a time
 };
+
+/// The identifier of the keys that files are signed with.
+inline constexpr const char* kIntegrityId = "integrity";
 
 /// What a room key's certificate says.
 CertSpec RoomKeySpec(const std::string& commonName);

@@ -69,4 +69,15 @@ std::int64_t Settings::GetClockOffset(int server) const {
   return found != clockOffsets_.end() ? found->second : 0;
 }
 
+void Settings::SetGeneratedAudit(int server, std::uint64_t count) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  generatedAudit_[server] = count;
+}
+
+std::uint64_t Settings::GetGeneratedAudit(int server) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = generatedAudit_.find(server);
+  return found != generatedAudit_.end() ? found->second : 0;
+}
+
 }  // namespace CryptStand

@@ -45,6 +45,10 @@ class Settings {
   void SetClockOffset(int server, std::int64_t seconds);
   std::int64_t GetClockOffset(int server) const;
 
+  /// Made-up records behind the real ones in a key server's audit log.
+  void SetGeneratedAudit(int server, std::uint64_t count);
+  std::uint64_t GetGeneratedAudit(int server) const;
+
  private:
   template <class T>
   T Read(const T& value) const {
@@ -66,6 +70,7 @@ class Settings {
   std::optional<std::string> trustStoreText_;
   IntegrityList integrityList_ = IntegrityList::Normal;
   std::map<int, std::int64_t> clockOffsets_;
+  std::map<int, std::uint64_t> generatedAudit_;
 };
 
 }  // namespace CryptStand

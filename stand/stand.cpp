@@ -24,7 +24,7 @@ class Stand::Impl {
 
   bool Start(Stand& stand, std::string& error);
   bool SetUp(std::string& error);
-  bool AddRoom(const std::string& id);
+  bool AddRoom(const std::string& id, const std::string& group);
   bool Bind(std::string& error);
   bool BindKeyServer(int index, std::string& error);
   HttpServer* FindServer(int server);
@@ -42,7 +42,7 @@ class Stand::Impl {
 bool Stand::Impl::SetUp(std::string& error) {
   if (!realm.store.Open(options.folder, error)) return false;
   bool good = realm.store.AddGroup(options.group, options.groupName);
-  for (const std::string& room : options.rooms) good = good && AddRoom(room);
+  for (const std::string& room : options.rooms) good = good && AddRoom(room, options.group);
   // A folder is made whole at once, so that its first use is as quick as any.
   if (good && !options.folder.empty()) good = realm.authority.Prepare();
   if (!good) error = "The stand's state cannot be kept, or a room's id is empty or no UTF-8";
@@ -50,10 +50,10 @@ bool Stand::Impl::SetUp(std::string& error) {
 }
 
 // JSON could not carry any other id.
-bool Stand::Impl::AddRoom(const std::string& id) {
+bool Stand::Impl::AddRoom(const std::string& id, const std::string& group) {
   const bool isText =
       !id.empty() && OruGuiBase::IsValidUTF8(id.data(), static_cast<std::uint32_t>(id.size()));
-  return isText && realm.store.AddRoom(id, options.group);
+  return isText && realm.store.HasGroup(group) && realm.store.AddRoom(id, group);
 }
 
 bool Stand::Impl::Bind(std::string& error) {
@@ -83,7 +83,7 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
       }));
   const int port = options.port == 0 ? 0 : options.port + 1 + index;
   if (!keyHttp.back()->Bind(port, error)) return false;
-  keyServers.push_back(std::make_unique<KeyServer>(realm, UrlOf(*keyHttp.back())));
+  keyServers.push_back(std::make_unique<KeyServer>(realm, index, UrlOf(*keyHttp.back())));
   return true;
 }
 
@@ -156,8 +156,12 @@ bool Stand::ClearFaults(int server) {
   return http->Up(error);
 }
 
-bool Stand::AddRoom(const std::string& id) {
-  return impl_->AddRoom(id);
+bool Stand::AddRoom(const std::string& id, const std::string& group) {
+  return impl_->AddRoom(id, group.empty() ? impl_->options.group : group);
+}
+
+std::optional<GroupRecord> Stand::GetGroup(const std::string& id) const {
+  return impl_->realm.store.GetGroup(id);
 }
 
 std::optional<RoomOptions> Stand::GetRoomOptions(const std::string& room) const {

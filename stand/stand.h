@@ -57,8 +57,11 @@ class Stand {
   /// Takes all faults back and brings the server up on its old port. False when it cannot be brought up.
   bool ClearFaults(int server);
 
-  /// Makes a room in the stand's group; one that is there stays as it is. False unless the id is UTF-8 text.
-  bool AddRoom(const std::string& id);
+  /// A group with all that was configured for it; none when there is no such group.
+  std::optional<GroupRecord> GetGroup(const std::string& id) const;
+  /// Makes a room in a group, which is the stand's own when none is named; a room that is there stays as it
+  /// is. False unless the id is UTF-8 text and the group is known.
+  bool AddRoom(const std::string& id, const std::string& group = "");
   std::optional<RoomOptions> GetRoomOptions(const std::string& room) const;
   bool SetRoomOptions(const std::string& room, const RoomOptions& options);
   /// Changes how the room's current key is shown; false when it has none.
@@ -67,7 +70,7 @@ class Stand {
   bool RenewIntegrityKey();
   /// How long tokens from now on can be used; one minute when nothing is said.
   void SetTokenLifetime(std::chrono::milliseconds lifetime);
-  /// Lists, clocks and announced addresses.
+  /// Lists, clocks, announced addresses and the size of audit logs.
   Settings& GetSettings();
 
   /// The latest requests to all servers, oldest first.

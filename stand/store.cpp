@@ -8,6 +8,7 @@ namespace CryptStand {
 namespace {
 
 constexpr const char* kSchema = R"(
+  PRAGMA journal_mode = WAL;
   PRAGMA synchronous = NORMAL;
   CREATE TABLE IF NOT EXISTS identities (
     name TEXT PRIMARY KEY, certificate TEXT NOT NULL, key TEXT NOT NULL);
@@ -23,16 +24,27 @@ constexpr const char* kSchema = R"(
   CREATE TABLE IF NOT EXISTS integrity_keys (
     number INTEGER PRIMARY KEY, group_id TEXT NOT NULL, sub_id TEXT NOT NULL, certificate TEXT NOT NULL,
     key TEXT NOT NULL, UNIQUE (group_id, sub_id));
+  CREATE TABLE IF NOT EXISTS group_details (
+    id TEXT PRIMARY KEY, owner TEXT NOT NULL DEFAULT '', encryption_certificate TEXT NOT NULL DEFAULT '');
+  CREATE TABLE IF NOT EXISTS group_texts (
+    number INTEGER PRIMARY KEY, group_id TEXT NOT NULL, kind TEXT NOT NULL, text TEXT NOT NULL);
+  CREATE INDEX IF NOT EXISTS group_texts_by_group ON group_texts (group_id, kind, number);
+  CREATE TABLE IF NOT EXISTS imported_keys (
+    number INTEGER PRIMARY KEY, group_id TEXT NOT NULL, id TEXT NOT NULL, sub_id TEXT NOT NULL,
+    key TEXT NOT NULL, UNIQUE (group_id, id, sub_id));
+  CREATE TABLE IF NOT EXISTS key_numbers (
+    group_id TEXT NOT NULL, id TEXT NOT NULL, last INTEGER NOT NULL, PRIMARY KEY (group_id, id));
+  CREATE TABLE IF NOT EXISTS audit (
+    number INTEGER PRIMARY KEY AUTOINCREMENT, server INTEGER NOT NULL, group_id TEXT NOT NULL,
+    time TEXT NOT NULL, operation TEXT NOT NULL, room TEXT NOT NULL, key TEXT NOT NULL,
+    outcome TEXT NOT NULL);
+  CREATE INDEX IF NOT EXISTS audit_by_group ON audit (server, group_id, number);
 )";
 
 bool MakeFolder(const std::string& folder, std::string& error) {
   if (mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST) return true;
   error = folder + ": " + std::generic_category().message(errno);
   return false;
-}
-
-Identity ReadIdentity(const std::string& certificate, const std::string& key) {
-  return {Cert::FromPEM(certificate), KeyPair::FromPEM(key)};
 }
 
 std::optional<RoomKeyRecord> ReadRoomKey(Statement statement) {
@@ -53,7 +65,7 @@ std::optional<Identity> Store::GetIdentity(const std::string& name) {
   const std::lock_guard<std::mutex> lock(mutex_);
   auto find = database_.Prepare("SELECT certificate, key FROM identities WHERE name = ?");
   if (!find.Bind(name).Next()) return std::nullopt;
-  return ReadIdentity(find.Text(0), find.Text(1));
+  return Identity{Cert::FromPEM(find.Text(0)), KeyPair::FromPEM(find.Text(1))};
 }
 
 std::optional<Identity> Store::KeepIdentity(const std::string& name, const Identity& identity) {
@@ -64,16 +76,6 @@ std::optional<Identity> Store::KeepIdentity(const std::string& name, const Ident
     if (!insert.Run()) return std::nullopt;
   }
   return GetIdentity(name);
-}
-
-bool Store::AddGroup(const std::string& id, const std::string& name) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return database_.Prepare("INSERT OR IGNORE INTO groups VALUES (?, ?)").Bind(id).Bind(name).Run();
-}
-
-bool Store::HasGroup(const std::string& id) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return database_.Prepare("SELECT 1 FROM groups WHERE id = ?").Bind(id).Next();
 }
 
 bool Store::AddRoom(const std::string& id, const std::string& group) {
@@ -154,24 +156,6 @@ bool Store::ReplaceRoomCertificate(const std::string& room, const std::string& c
       "UPDATE room_keys SET certificate = ? WHERE number = (SELECT max(number) FROM room_keys WHERE room = "
       "?)");
   return update.Bind(certificate).Bind(room).Run() && database_.Changes() == 1;
-}
-
-std::vector<IntegrityKeyRecord> Store::GetIntegrityKeys(const std::string& group) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  std::vector<IntegrityKeyRecord> keys;
-  auto list = database_.Prepare(
-      "SELECT sub_id, certificate, key FROM integrity_keys WHERE group_id = ? ORDER BY number");
-  list.Bind(group);
-  while (list.Next()) keys.push_back({list.Text(0), ReadIdentity(list.Text(1), list.Text(2))});
-  return keys;
-}
-
-bool Store::AddIntegrityKey(const std::string& group, const std::string& subId, const Identity& identity) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  auto insert = database_.Prepare(
-      "INSERT OR IGNORE INTO integrity_keys (group_id, sub_id, certificate, key) VALUES (?, ?, ?, ?)");
-  insert.Bind(group).Bind(subId).Bind(identity.certificate.ToPEM());
-  return insert.Bind(identity.key.ToPEM()).Run();
 }
 
 }  // namespace CryptStand

@@ -8,29 +8,9 @@
 
 #include "stand/certmaker.h"
 #include "stand/database.h"
-#include "stand/roomoptions.h"
+#include "stand/records.h"
 
 namespace CryptStand {
-
-/// A room as the crypt service knows it.
-struct RoomRecord {
-  std::string id;
-  std::string group;
-  RoomOptions options;
-};
-
-/// A room key that was uploaded. Certificates are PEM.
-struct RoomKeyRecord {
-  std::string certificate;
-  /// The wrapped key as it was uploaded.
-  std::string data;
-};
-
-/// One integrity key of a group.
-struct IntegrityKeyRecord {
-  std::string subId;
-  Identity identity;
-};
 
 /// What uploading a room key came to.
 enum class Upload { Done, StaleSequence, Failed };
@@ -52,6 +32,15 @@ class Store {
 
   bool AddGroup(const std::string& id, const std::string& name);
   bool HasGroup(const std::string& id);
+  std::optional<GroupRecord> GetGroup(const std::string& id);
+  /// Makes or changes a group: all of it but the encryption certificate.
+  bool ConfigureGroup(const GroupRecord& group);
+  /// The wrapped keys of all rooms of a group.
+  std::vector<WrappedKeyRecord> GetWrappedKeys(const std::string& group);
+  /// Sets the group's encryption certificate and the keys that were wrapped anew for it, all or nothing.
+  bool SetEncryptionCertificate(const std::string& group, const std::string& certificate,
+                                const std::vector<WrappedKeyRecord>& keys);
+
   /// A room that is there already keeps its group and its options.
   bool AddRoom(const std::string& id, const std::string& group);
   std::optional<RoomRecord> GetRoom(const std::string& id);
@@ -73,6 +62,23 @@ class Store {
   /// In the order of their making; the last is the one in use.
   std::vector<IntegrityKeyRecord> GetIntegrityKeys(const std::string& group);
   bool AddIntegrityKey(const std::string& group, const std::string& subId, const Identity& identity);
+  bool DeleteIntegrityKey(const std::string& group, const std::string& subId);
+
+  /// A sub-identifier for a new key: the identifier's next number, which is never handed out again.
+  std::optional<std::string> HandOutSubId(const std::string& group, const std::string& id);
+  bool AddImportedKey(const std::string& group, const std::string& id, const std::string& subId,
+                      const KeyPair& key);
+  /// An empty sub-identifier finds the key that was added last.
+  std::optional<KeyPair> FindImportedKey(const std::string& group, const std::string& id,
+                                         const std::string& subId);
+  bool DeleteImportedKey(const std::string& group, const std::string& id, const std::string& subId);
+
+  bool AddAudit(const AuditRecord& record);
+  /// The number of the latest record; 0 when there is none.
+  std::int64_t GetLastAudit();
+  /// At most `count` records of a server and a group with numbers behind `after` and up to `last`.
+  std::vector<AuditRecord> GetAudit(int server, const std::string& group, std::int64_t after,
+                                    std::int64_t last, std::int64_t count);
 
  private:
   std::mutex mutex_;

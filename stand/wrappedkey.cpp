@@ -80,6 +80,23 @@ std::string VerifiedContent(const std::string& bytes, const Cert& signer) {
   return good ? Contents(content.get()) : "";
 }
 
+// Recipients of an envelope are named by issuer and serial number alone, so that the key could not be wrapped
+// for them again if their certificates did not go along.
+std::vector<std::string> TextsOf(const std::vector<Cert>& certificates) {
+  std::vector<std::string> texts;
+  for (const Cert& certificate : certificates) texts.push_back(certificate.ToBase64());
+  return texts;
+}
+
+// Keys that were wrapped before there was such a list have none.
+std::vector<Cert> ReadersIn(const KVMap& object) {
+  std::vector<Cert> readers;
+  for (const std::string& text : ReadTexts(object, "readers").value_or(std::vector<std::string>())) {
+    readers.push_back(CertFromText(text));
+  }
+  return readers;
+}
+
 KeyPair KeyFromDER(const std::string& bytes) {
   const BioPtr source = Source(bytes);
   return KeyPair(d2i_PrivateKey_bio(source.get(), nullptr));
@@ -98,6 +115,7 @@ std::string WrapRoomKey(const RoomKeyPair& roomKey, const Identity& signer, cons
   object.Set("encodedInnerSigningCertificate", TextVal(signer.certificate.ToBase64()));
   object.Set("encodedX509Certificate", TextVal(roomKey.certificate.ToBase64()));
   object.Set("encodedPrivateKey", TextVal(ToBase64(envelope)));
+  object.Set("readers", TextsVal(TextsOf(readers)));
   return ToBase64(Sign(WriteObject(object), signer));
 }
 
@@ -110,10 +128,17 @@ std::optional<RoomKeyPair> OpenRoomKey(const std::string& wrapped, const Cert& s
     roomKey.certificate = CertFromText(ReadText(*object, "encodedX509Certificate").value_or(""));
     const auto envelope = FromBase64(ReadText(*object, "encodedPrivateKey").value_or(""));
     roomKey.key = KeyFromDER(Disclose(envelope.value_or(""), wrapping));
+    roomKey.readers = ReadersIn(*object);
   }
   ERR_clear_error();
   if (roomKey.certificate.IsEmpty() || roomKey.key.IsEmpty()) return std::nullopt;
   return roomKey;
+}
+
+bool CanWrapFor(const Cert& certificate) {
+  const bool can = !certificate.IsEmpty() && !Envelop("x", certificate, {}).empty();
+  ERR_clear_error();
+  return can;
 }
 
 }  // namespace CryptStand

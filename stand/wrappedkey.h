@@ -12,12 +12,14 @@ namespace CryptStand {
 struct RoomKeyPair {
   Cert certificate;
   KeyPair key;
+  /// Certificates of those besides the key servers that it was found wrapped for.
+  std::vector<Cert> readers{};
 };
 
 /// Wraps a room key: base64 of a CMS SignedData (RFC 5652) by `signer` around a JSON object with
-/// "encodedInnerSigningCertificate" (the signer), "encodedX509Certificate" (the room key's certificate) and
-/// "encodedPrivateKey" (base64 of a CMS EnvelopedData around PKCS #8, for `wrapping` and every reader). All
-/// three are base64. Empty on failure.
+/// "encodedInnerSigningCertificate" (the signer), "encodedX509Certificate" (the room key's certificate),
+/// "encodedPrivateKey" (base64 of a CMS EnvelopedData around PKCS #8, for `wrapping` and every reader) and
+/// "readers" (an array of the readers' certificates). Certificates are base64. Empty on failure.
 std::string WrapRoomKey(const RoomKeyPair& roomKey, const Identity& signer, const Cert& wrapping,
                         const std::vector<Cert>& readers);
 
@@ -25,5 +27,8 @@ std::string WrapRoomKey(const RoomKeyPair& roomKey, const Identity& signer, cons
 /// `wrapping`.
 std::optional<RoomKeyPair> OpenRoomKey(const std::string& wrapped, const Cert& signer,
                                        const Identity& wrapping);
+
+/// Whether keys can be wrapped for a certificate: its key has to be of a kind that transports or agrees keys.
+bool CanWrapFor(const Cert& certificate);
 
 }  // namespace CryptStand

@@ -5,6 +5,7 @@
 namespace OruKalvix {
 namespace {
 
+using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
 using OruGuiBase::Val;
 using OruOssSec::Certificate;
@@ -169,6 +170,198 @@ TEST_F(GeneratedKeys, TakeACertificateInPEM) {
   Attempt(Answer(Pki::Get().room.certificate.ToPEM(), "wrapped"));
   EXPECT_TRUE(Generate());
   EXPECT_THAT(traces.GetInvalidTypes(), IsEmpty());
+}
+
+TEST_F(GeneratedKeys, AreHandedOutAsTheWrappedKeyAlone) {
+  AnsiStr wrappedKey = "old";
+  Attempt(Answer(RoomCert(), "wrapped"));
+  ASSERT_TRUE(client.CreateKey("the room", {}, wrappedKey));
+  EXPECT_EQ(Str(wrappedKey), "wrapped");
+}
+
+TEST_F(GeneratedKeys, LeaveTheCallersKeyAloneWhenNoneCanBeMade) {
+  AnsiStr wrappedKey = "old";
+  Attempt(Answer("garbage", "wrapped"));
+  Attempt(ErrorCode(602));
+  EXPECT_FALSE(client.CreateKey("the room", {}, wrappedKey));
+  EXPECT_EQ(Str(wrappedKey), "old");
+  EXPECT_EQ(Error(), "602 Invalid Key Type");
+}
+
+/// What UpdateKey and ExportKeys have in common.
+class KeyLists : public TestSupport::ClientTest {
+ protected:
+  KeyLists() { UseServers({"https://one.example"}); }
+
+  static Array<Val> List(const char* json) {
+    return TestSupport::Map(R"({"list":)" + std::string(json) + "}").Get("list").AsArray();
+  }
+  bool Update(const char* keys) {
+    return client.UpdateKey("the room", Strings({"cert"}), List(keys), result);
+  }
+  bool Export(const char* keys) { return client.ExportKeys("the room", List(keys), result); }
+  static HttpAnswer Modified(const char* key) {
+    return Payload(R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":)" + Quoted(key) + "}");
+  }
+  static HttpAnswer Exported(const char* key) {
+    return Payload(R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":)" + Quoted(key) + "}");
+  }
+  void First(const HttpAnswer& answer) { http.Then(Alive()).Then(Token("t")).Then(answer); }
+  void Next(const HttpAnswer& answer) { http.Then(Token("t")).Then(answer); }
+  std::string Result() const { return TestSupport::JsonText(Val(result)); }
+
+  Array<Val> result;
+};
+
+constexpr const char* kKeys = R"([{"id":"1","data":"a"},{"id":"2","data":"b"},{"id":"3","data":"c"}])";
+
+TEST_F(KeyLists, AreRewrappedKeyByKey) {
+  First(Modified("A"));
+  Next(Modified("B"));
+  Next(Modified("C"));
+  ASSERT_TRUE(Update(kKeys));
+  EXPECT_EQ(Result(), R"([{"id":"1","data":"A"},{"id":"2","data":"B"},{"id":"3","data":"C"}])");
+  EXPECT_EQ(http.GetRequest(2).body,
+            Envelope(R"({"type":"modifyWrappedKeyRequest","encodedWrappedKey":"a","encryptionKeys":)"
+                     R"([{"type":"externalCertificate","encodedCertificate":"cert"}]})"));
+  EXPECT_EQ(http.GetRequest(1).body,
+            R"({"keyserver":"https://one.example","operation":"modifyWrappedKeyRequest"})");
+}
+
+TEST_F(KeyLists, AreExportedKeyByKey) {
+  First(Exported("A"));
+  Next(Exported("B"));
+  Next(Exported("C"));
+  ASSERT_TRUE(Export(kKeys));
+  EXPECT_EQ(Result(), R"([{"id":"1","plain":"A"},{"id":"2","plain":"B"},{"id":"3","plain":"C"}])");
+  EXPECT_EQ(http.GetRequest(2).body,
+            Envelope(R"({"type":"exportWrappedKeyRequest","encodedWrappedKey":"a"})"));
+  EXPECT_EQ(http.GetRequest(1).body,
+            R"({"keyserver":"https://one.example","operation":"exportWrappedKeyRequest"})");
+}
+
+TEST_F(KeyLists, CostATokenForTheRoomOfEachKey) {
+  First(Exported("A"));
+  Next(Exported("B"));
+  ASSERT_TRUE(Export(R"([{"id":"1","data":"a"},{"id":"2","data":"b"}])"));
+  const std::string token = "POST https://crypt.example/api/crypt/authztoken/the%20room";
+  EXPECT_THAT(http.GetLines(),
+              ElementsAre("GET https://one.example/status", token, "POST https://one.example/rest/json",
+                          token, "POST https://one.example/rest/json"));
+}
+
+TEST_F(KeyLists, NeedNoServerWhenTheyAreEmpty) {
+  result = Strings({"kept"});
+  client.SetKeyServer({});
+  EXPECT_TRUE(Update("[]"));
+  EXPECT_TRUE(Export("[]"));
+  EXPECT_EQ(Result(), R"(["kept"])");
+  EXPECT_EQ(Error(), "");
+}
+
+TEST_F(KeyLists, NeedAServerOtherwise) {
+  client.SetKeyServer({});
+  EXPECT_FALSE(Update(kKeys));
+  EXPECT_EQ(Error(), "Invalid key server URL");
+  EXPECT_FALSE(Export(kKeys));
+  EXPECT_TRUE(result.IsEmpty());
+}
+
+TEST_F(KeyLists, AreAppendedToWhatTheResultHolds) {
+  result = Strings({"kept"});
+  First(Exported("A"));
+  ASSERT_TRUE(Export(R"([{"id":"1","data":"a"}])"));
+  Next(Modified("B"));
+  ASSERT_TRUE(Update(R"([{"id":"2","data":"b"}])"));
+  EXPECT_EQ(Result(), R"(["kept",{"id":"1","plain":"A"},{"id":"2","data":"B"}])");
+}
+
+TEST_F(KeyLists, StopAtTheFirstKeyThatIsNotRewrapped) {
+  First(Modified("A"));
+  Next(ErrorCode(605));
+  EXPECT_FALSE(Update(kKeys));
+  EXPECT_EQ(Result(), R"([{"id":"1","data":"A"}])");
+  EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
+}
+
+TEST_F(KeyLists, StopAtTheFirstKeyThatIsNotExported) {
+  First(Exported("A"));
+  Next(ErrorCode(609));
+  EXPECT_FALSE(Export(kKeys));
+  EXPECT_EQ(Result(), R"([{"id":"1","plain":"A"}])");
+  EXPECT_EQ(Error(), "609 Auth Failed");
+}
+
+TEST_F(KeyLists, StopAtOnceWithoutAToken) {
+  UseServers({"https://one.example", "https://two.example"});
+  http.Then(Alive()).Then(Token(""));
+  EXPECT_FALSE(Export(kKeys));
+  EXPECT_EQ(Error(), "Invalid authorization token");
+  EXPECT_EQ(http.GetRequestCount(), 2U);
+}
+
+TEST_F(KeyLists, NeedAWrappedKeyInEachAnswer) {
+  for (const char* answer : {R"({"type":"modifyWrappedKeyResponse"})",
+                             R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":""})",
+                             R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":7})"}) {
+    http.Then(Alive()).Then(Token("t")).Then(Payload(answer));
+    peer.serverTimes = {};
+    EXPECT_FALSE(Update(R"([{"id":"1","data":"a"}])")) << answer;
+    EXPECT_EQ(Error(), "Could not modify wrapped key: Invalid encodedWrappedKey");
+    EXPECT_TRUE(result.IsEmpty());
+  }
+}
+
+TEST_F(KeyLists, NeedAPrivateKeyInEachAnswer) {
+  for (const char* answer : {R"({"type":"exportWrappedKeyResponse"})",
+                             R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":""})",
+                             R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":["x"]})"}) {
+    http.Then(Alive()).Then(Token("t")).Then(Payload(answer));
+    peer.serverTimes = {};
+    EXPECT_FALSE(Export(R"([{"id":"1","data":"a"}])")) << answer;
+    EXPECT_EQ(Error(), "Could not decrypt room key: Invalid encodedPrivateKey");
+    EXPECT_TRUE(result.IsEmpty());
+  }
+}
+
+TEST_F(KeyLists, TakeTheNextServersKeyWhenTheFirstGivesNone) {
+  UseServers({"https://one.example", "https://two.example"});
+  First(Payload(R"({"type":"exportWrappedKeyResponse"})"));
+  First(Exported("A"));
+  ASSERT_TRUE(Export(R"([{"id":"1","data":"a"}])"));
+  EXPECT_EQ(Result(), R"([{"id":"1","plain":"A"}])");
+  EXPECT_EQ(Error(), "Could not decrypt room key: Invalid encodedPrivateKey");
+}
+
+TEST_F(KeyLists, SendAnEntryThatIsNoObjectAsAnEmptyKey) {
+  const TraceRecorder traces;
+  First(ErrorCode(605));
+  EXPECT_FALSE(Export(R"(["no object"])"));
+  EXPECT_EQ(http.GetRequest(2).body,
+            Envelope(R"({"type":"exportWrappedKeyRequest","encodedWrappedKey":""})"));
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U, 5U));
+}
+
+TEST_F(KeyLists, GiveAnEntryWithoutIdAndDataBackWithAnEmptyId) {
+  const TraceRecorder traces;
+  First(Modified("A"));
+  ASSERT_TRUE(Update(R"([{"id":1,"data":true}])"));
+  EXPECT_EQ(Result(), R"([{"id":"","data":"A"}])");
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U));
+}
+
+TEST_F(KeyLists, AreRewrappedForNoCertificatesToo) {
+  First(Modified("A"));
+  ASSERT_TRUE(client.UpdateKey("the room", {}, List(R"([{"id":"1","data":"a"}])"), result));
+  EXPECT_EQ(http.GetRequest(2).body, Envelope(R"({"type":"modifyWrappedKeyRequest","encodedWrappedKey":"a",)"
+                                              R"("encryptionKeys":[]})"));
+}
+
+TEST_F(KeyLists, LeaveNoPlainKeyInTheClient) {
+  First(Exported("the plain key"));
+  ASSERT_TRUE(Export(R"([{"id":"1","data":"a"}])"));
+  EXPECT_EQ(Str(peer.errorMessage), "");
+  EXPECT_EQ(Str(peer.authzToken), "");
 }
 
 }  // namespace

@@ -9,7 +9,8 @@ namespace {
 class Gpgsm : public InteropTest {
  protected:
   static constexpr const char* kGpgsm =
-      "GNUPGHOME=$PWD/ring gpgsm --batch --quiet --disable-crl-checks --disable-policy-checks --disable-dirmngr "
+      "GNUPGHOME=$PWD/ring gpgsm --batch --quiet --disable-crl-checks --disable-policy-checks "
+      "--disable-dirmngr "
       "--pinentry-mode loopback --passphrase-fd 3 3<empty ";
 
   void SetUp() override {

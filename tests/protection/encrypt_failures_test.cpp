@@ -1,4 +1,4 @@
-#include "protection/operationfile.h"
+#include "exchange/operationfile.h"
 #include "tests/protection/encryptiontest.h"
 
 namespace OruKalvix {

@@ -299,7 +299,8 @@ TEST_F(SignTest, RefusesOtherKeysAlgorithmsAndPayloads) {
   } rows[] = {
       {SignPayload("9"), "9", 607, "no such key"},
       {With(SignPayload(), "algorithm", Val("RSASSA-PSS")), "1", 608, "another algorithm"},
-      {With(SignPayload(), "algorithm", Val("RSASSA-PKCS1-v1_5-SHA-256")), "1", 608, "another digest"},
+      {With(SignPayload(), "algorithm", Val("RSASSA-PKCS1-v1_5-SHA-256")), "1", 601,
+       "a hash of another digest"},
       {With(SignPayload(), "algorithm", Val(std::int64_t{1})), "1", 601, "an algorithm that is no text"},
       {With(SignPayload(), "hashesToBeSigned", TextsVal({"no base64"})), "1", 604, "no base64"},
       {With(SignPayload(), "hashesToBeSigned", TextsVal({"AAAA"})), "1", 601, "a hash of another size"},

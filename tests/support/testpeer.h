@@ -100,6 +100,9 @@ class CryptClientTestPeer {
   bool KeyServerGenerateWrappedKey(const AnsiStr& room, const ValArray& certificates, RoomKey& roomKey) {
     return client_.KeyServerGenerateWrappedKey(room, certificates, roomKey);
   }
+  bool KeyServerGetAuditLog(const AnsiStr& ofGroup, const OruGuiBase::File& target) {
+    return client_.KeyServerGetAuditLog(ofGroup, target);
+  }
   bool FetchRoomKey(RoomKey& roomKey, bool& flag, const AnsiStr& issuer, const AnsiStr& serial) {
     return client_.FetchRoomKey(roomKey, flag, issuer, serial);
   }

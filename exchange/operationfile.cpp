@@ -1,4 +1,4 @@
-#include "protection/operationfile.h"
+#include "exchange/operationfile.h"
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::DirectoryEntry;

@@ -1,0 +1,160 @@
+#include "client/dispatch.h"
+#include "client/resultcodes.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+
+std::int32_t CryptClient::Dispatcher::ConfigGroup() noexcept {
+  const Common common = ReadCommon();
+  const AnsiStr transaction = arguments.String("transaction");
+  const AnsiStr group = arguments.String("group");
+  const AnsiStr groupName = arguments.String("groupname");
+  const AnsiStr ownerGroup = arguments.String("ownergroup");
+  const ValArray roots = arguments.List("authnrootcerts");
+  const ValArray issuers = arguments.List("authnissuingcerts");
+  const ValArray crlUrls = arguments.List("authncrlurls");
+  CryptClient client(http, serviceUrl, auxiliaryName, group);
+  Configure(client, common);
+  client.SetTransaction(transaction);
+  return Finish(client, client.ConfigGroup(group, groupName, ownerGroup, roots, issuers, crlUrls), KVMap());
+}
+
+std::int32_t CryptClient::Dispatcher::Reencrypt() noexcept {
+  const Common common = ReadCommon();
+  const AnsiStr transaction = arguments.String("transaction");
+  const AnsiStr group = arguments.String("group");
+  const AnsiStr certificate = arguments.String("enccert");
+  CryptClient client(http, serviceUrl, auxiliaryName, group);
+  Configure(client, common);
+  client.SetTransaction(transaction);
+  return Finish(client, client.Reencrypt(group, certificate), KVMap());
+}
+
+// A log that some key servers did not give is a success that tells so: this is the one case whose error text
+// can come with a result.
+std::int32_t CryptClient::Dispatcher::GetAuditLog() noexcept {
+  const Common common = ReadCommon();
+  const AnsiStr group = arguments.String("group");
+  const AnsiStr groupName = arguments.String("groupname");
+  CryptClient client(http, serviceUrl, auxiliaryName, group);
+  Configure(client, common);
+  AnsiStr fileName;
+  const bool done = client.GetAuditLog(group, groupName, fileName);
+  error = client.GetErrorMessage();
+  if (!done) return kFailed;
+  KVMap results;
+  results.Set("filename", fileName);
+  result = results;
+  if (!error.IsEmpty()) {
+    client.SetError("Could not get audit log from all key servers: %s", error.GetText());
+    error = client.GetErrorMessage();
+  }
+  return kSuccess;
+}
+
+// Two steps. The first one's failure is the operation's; a failure to make the new key is not: it is simply
+// absent.
+std::int32_t CryptClient::Dispatcher::Update() noexcept {
+  const Common common = ReadCommon();
+  const AnsiStr room = arguments.String("room");
+  const AnsiStr seqnr = arguments.String("seqnr");
+  const ValArray certificates = arguments.List("certificates");
+  CryptClient client(http, serviceUrl, auxiliaryName, room);
+  Configure(client, common);
+  KVMap results;
+  results.Set("room", room);
+  results.Set("seqnr", seqnr);
+  const ValArray keys = arguments.List("keys");
+  if (!keys.IsEmpty()) {
+    ValArray updated;
+    if (!client.UpdateKey(room, certificates, keys, updated)) return Finish(client, false, results);
+    results.Set("keys", Val(updated));
+  }
+  AnsiStr newKey;
+  if (arguments.Flag("newkey") && client.CreateKey(room, certificates, newKey)) results.Set("newkey", newKey);
+  return Finish(client, true, results);
+}
+
+std::int32_t CryptClient::Dispatcher::ImportKey() noexcept {
+  const Common common = ReadCommon();
+  const AnsiStr transaction = arguments.String("transaction");
+  const AnsiStr group = arguments.String("group");
+  const AnsiStr id = arguments.String("id");
+  const AnsiStr key = arguments.String("key");
+  const AnsiStr password = arguments.String("password");
+  CryptClient client(http, serviceUrl, auxiliaryName, group);
+  Configure(client, common);
+  client.SetTransaction(transaction);
+  return Finish(client, client.ImportKey(group, id, key, password), KVMap());
+}
+
+std::int32_t CryptClient::Dispatcher::DeleteKey() noexcept {
+  const Common common = ReadCommon();
+  const AnsiStr transaction = arguments.String("transaction");
+  const AnsiStr group = arguments.String("group");
+  const KVMap key = arguments.Object("key");
+  CryptClient client(http, serviceUrl, auxiliaryName, group);
+  Configure(client, common);
+  client.SetTransaction(transaction);
+  return Finish(client, client.DeleteKey(group, key), KVMap());
+}
+
+// A key map with entries wins over the id and sub-id.
+std::int32_t CryptClient::Dispatcher::SignByKey() noexcept {
+  const Common common = ReadCommon();
+  const AnsiStr transaction = arguments.String("transaction");
+  const AnsiStr object = arguments.String("object");
+  KVMap key = arguments.Object("key");
+  const AnsiStr id = arguments.String("id");
+  const AnsiStr subId = arguments.String("subid");
+  const AnsiStr algorithm = arguments.String("algorithm");
+  const AnsiStr hash = arguments.String("hash");
+  CryptClient client(http, serviceUrl, auxiliaryName, object);
+  Configure(client, common);
+  client.SetTransaction(transaction);
+  if (key.IsEmpty()) key = GetKeyHandle(id, subId);
+  AnsiStr signature;
+  const bool done = client.Sign(key, algorithm, hash, signature);
+  KVMap results;
+  results.Set("signature", signature);
+  return Finish(client, done, results);
+}
+
+std::int32_t CryptClient::Dispatcher::CreateKey() noexcept {
+  const Common common = ReadCommon();
+  const AnsiStr room = arguments.String("room");
+  const AnsiStr seqnr = arguments.String("seqnr");
+  const ValArray certificates = arguments.List("certificates");
+  const AnsiStr transaction = arguments.String("transaction");
+  CryptClient client(http, serviceUrl, auxiliaryName, room);
+  Configure(client, common);
+  client.SetTransaction(transaction);
+  AnsiStr newKey;
+  const bool done = client.CreateKey(room, certificates, newKey);
+  KVMap results;
+  results.Set("room", room);
+  results.Set("seqnr", seqnr);
+  results.Set("newkey", newKey);
+  return Finish(client, done, results);
+}
+
+std::int32_t CryptClient::Dispatcher::ExportKeys() noexcept {
+  const Common common = ReadCommon();
+  const AnsiStr room = arguments.String("room");
+  const AnsiStr seqnr = arguments.String("seqnr");
+  const ValArray keys = arguments.List("keys");
+  CryptClient client(http, serviceUrl, auxiliaryName, room);
+  Configure(client, common);
+  ValArray exported;
+  const bool done = client.ExportKeys(room, keys, exported);
+  KVMap results;
+  results.Set("room", room);
+  results.Set("seqnr", seqnr);
+  results.Set("keys", Val(exported));
+  return Finish(client, done, results);
+}
+
+}  // namespace OruKalvix

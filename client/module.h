@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+
+// Private to the client: how the library comes and goes.
+namespace OruKalvix {
+
+/// Why the platform calls a module's entry point.
+enum class ModuleReason : std::uint32_t {
+  ProcessDetach = 0,
+  ProcessAttach = 1,
+  ThreadAttach = 2,
+  ThreadDetach = 3,
+};
+
+/// The library's entry point: `module` names the library, `reserved` is the platform's. It does its work
+/// inside the foundation's init section and never refuses a load: true whenever there is a module.
+bool ModuleEntry(void* module, ModuleReason reason, void* reserved) noexcept;
+
+/// 0 before the first process attach, 1 after one, 2 after a process detach.
+std::int32_t GetAttachState() noexcept;
+/// The module of the latest process attach.
+void* GetModuleHandle() noexcept;
+
+}  // namespace OruKalvix

@@ -1,0 +1,38 @@
+# What a user gets: libraries with versioned names, headers below include/cryptcli-1, the commands, a CMake package and
+# pkg-config files. Nothing in it depends on where it is put.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(libraries orugui orusec cryptcli cryptcli-curl)
+set(headers_dir ${CMAKE_INSTALL_INCLUDEDIR}/cryptcli-${PROJECT_VERSION_MAJOR})
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cryptcli)
+
+set_target_properties(cryptcli-curl PROPERTIES EXPORT_NAME curl)
+set_target_properties(${libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
+file(RELATIVE_PATH from_bin /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+set_target_properties(cryptcli_command cryptstand PROPERTIES INSTALL_RPATH "$ORIGIN/${from_bin}")
+foreach(library ${libraries})
+  target_include_directories(${library} INTERFACE $<INSTALL_INTERFACE:${headers_dir}>)
+endforeach()
+
+install(TARGETS ${libraries} EXPORT cryptcli LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS cryptcli_command cryptstand RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(EXPORT cryptcli NAMESPACE cryptcli:: FILE cryptcliTargets.cmake DESTINATION ${package_dir})
+
+file(STRINGS cmake/public-headers.txt public_headers)
+foreach(header ${public_headers})
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${header} DESTINATION ${headers_dir}/${folder})
+endforeach()
+
+configure_package_config_file(cmake/cryptcliConfig.cmake.in ${PROJECT_BINARY_DIR}/cryptcliConfig.cmake
+  INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/cryptcliConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/cryptcliConfig.cmake ${PROJECT_BINARY_DIR}/cryptcliConfigVersion.cmake
+  DESTINATION ${package_dir})
+
+file(RELATIVE_PATH prefix_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+foreach(name cryptcli cryptcli-curl)
+  configure_file(cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

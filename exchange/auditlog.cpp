@@ -1,0 +1,169 @@
+#include "client/cryptcli.h"
+#include "exchange/answer.h"
+#include "exchange/keyservercommand.h"
+#include "exchange/operationfile.h"
+#include "foundation/dates.h"
+#include "foundation/encoding.h"
+#include "foundation/errorstate.h"
+#include "foundation/json.h"
+#include "foundation/numbers.h"
+#include "foundation/stream.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::datetime;
+using OruGuiBase::Directory;
+using OruGuiBase::DirectoryType;
+using OruGuiBase::File;
+using OruGuiBase::KVMap;
+using OruGuiBase::ReadStream;
+using OruGuiBase::ReadStreamMode;
+using OruGuiBase::TempFile;
+using OruGuiBase::Val;
+using OruGuiBase::WriteStream;
+using OruGuiBase::WriteStreamMode;
+
+namespace OruKalvix {
+namespace {
+
+// The present time as a part of a file name.
+AnsiStr TimeStamp() noexcept {
+  long year = 0;
+  long month = 0;
+  long day = 0;
+  long hour = 0;
+  long minute = 0;
+  long second = 0;
+  long millisecond = 0;
+  OruGuiBase::GetCurrentDateTime(year, month, day, hour, minute, second, millisecond);
+  const datetime now{static_cast<std::int32_t>(year),   static_cast<std::int32_t>(month),
+                     static_cast<std::int32_t>(day),    static_cast<std::int32_t>(hour),
+                     static_cast<std::int32_t>(minute), static_cast<std::int32_t>(second)};
+  return OruGuiBase::DateTime2ISOStr(now, nullptr, nullptr).Replace('T', '-');
+}
+
+KVMap AuditLogEnvelopePayload(const char* type, const AnsiStr& group) noexcept {
+  KVMap payload;
+  payload.Set("type", type);
+  payload.Set("groupId", group);
+  return payload;
+}
+
+// Copies line by line, so that a log never lies in memory. The header line goes out once, into an empty
+// target. Whether it went well is in the streams' states.
+void CopyLines(ReadStream& reader, WriteStream& writer, bool withHeader) noexcept {
+  AnsiStr line;
+  if (writer.IsError() || !reader.ReadLn(line)) return;
+  if (withHeader && !(writer.Write(line) && writer.Write('\n'))) return;
+  while (reader.ReadLn(line) && writer.Write(line) && writer.Write('\n')) {
+  }
+}
+
+}  // namespace
+
+bool CryptClient::GetAuditLog(const AnsiStr& ofGroup, const AnsiStr& groupName, AnsiStr& fileName) noexcept {
+  const AnsiStr name = AnsiStr("Audit Log ") + groupName + " " + TimeStamp() + ".csv";
+  const File target(Directory(DirectoryType::Temporary), File::MakeName(name));
+  if (!target.Create()) {
+    SetError("Could not create %s: %s", target.GetPath().GetText(),
+             OruGuiBase::GetSystemErrorText().GetText());
+    return false;
+  }
+  if (!KeyServerGetAuditLog(ofGroup, target)) {
+    target.Remove(true);
+    return false;
+  }
+  fileName = target.GetPath();
+  return true;
+}
+
+// The log is wanted from every key server, in the order of the list, so this command has a walk of its own. A
+// server that gives none is passed over; a partial log is a success.
+bool CryptClient::KeyServerGetAuditLog(const AnsiStr& ofGroup, const File& target) noexcept {
+  keyServerCursor.startIndex = 0;
+  keyServerCursor.attempts = 0;
+  if (keyServerCursor.servers.IsEmpty()) {
+    SetError("Invalid key server URL");
+    return false;
+  }
+  const KVMap envelope =
+      GetEnvelope(AuditLogEnvelopePayload(GetRequestType(KeyServerCommand::GetAuditLog), ofGroup));
+  bool merged = false;
+  while (NextKeyServer(keyServerCursor)) {
+    switch (AddAuditLogOfServer(envelope, ofGroup, target)) {
+      case Step::Done:
+        merged = true;
+        break;
+      case Step::NextServer:
+        break;
+      case Step::GiveUp:
+        return false;
+    }
+  }
+  return merged;
+}
+
+CryptClient::Step CryptClient::AddAuditLogOfServer(const KVMap& envelope, const AnsiStr& ofGroup,
+                                                   const File& target) noexcept {
+  TempFile log;
+  if (!CreateTempFile(log, AnsiStr("auditlog-") + ofGroup + ".tmp", true)) {
+    FailWithSystemError("Could not create temporary file");
+    return Step::GiveUp;
+  }
+  if (!KeyServerConnect()) return Step::NextServer;
+  if (!FetchAuthzToken(KeyServerCommand::GetAuditLog, ofGroup, KVMap())) return Step::GiveUp;
+  if (!HttpPostToFile(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), log.GetPath()) ||
+      !CheckAuditLogAnswer(log.GetFile())) {
+    return Step::NextServer;
+  }
+  return AppendAuditLog(log.GetFile(), target) ? Step::Done : Step::GiveUp;
+}
+
+// A good answer is CSV without a server error code. Anything else is looked into for an error to tell; of the
+// right kind or not, it is no log.
+bool CryptClient::CheckAuditLogAnswer(const File& answer) noexcept {
+  const Answer headers(responseHeaders);
+  AnsiStr contentType = headers.String("content-type");
+  const std::uint32_t parameters = contentType.Find(';', 0, false);
+  if (parameters != AnsiStr::npos) contentType.Trunc(parameters);
+  contentType = OruGuiBase::CleanStr(contentType);
+  if (AnsiStr::Compare(contentType, "text/csv", true) != 0) {
+    SetError("Unexpected content type %s", contentType.GetText());
+    ReadAuditLogError(answer);
+    return false;
+  }
+  const AnsiStr status = headers.String("x-sec-status");
+  if (status.IsEmpty()) return true;
+  std::int64_t code = 0;
+  if (OruGuiBase::Str2Hyper(status, nullptr, code, true, 20) != 0) code = 0;
+  KeyServerErrorText(code);
+  return false;
+}
+
+void CryptClient::ReadAuditLogError(const File& answer) noexcept {
+  AnsiStr text;
+  Val value;
+  AnsiStr unread;
+  OruGuiBase::FastReadStream stream(answer);
+  if (!stream.Read(text) || !OruGuiBase::JSON2Val(text, value, unread)) return;
+  KVMap payload;
+  KeyServerCheckResponse(value.AsMap(), KeyServerCommand::GetAuditLog, payload);
+}
+
+bool CryptClient::AppendAuditLog(const File& log, const File& target) noexcept {
+  ReadStream reader(log, ReadStreamMode::Text);
+  if (!reader.IsError()) {
+    WriteStream writer(target, WriteStreamMode::Append);
+    CopyLines(reader, writer, target.GetSize() == 0);
+    if (reader.Close()) {
+      if (writer.Close()) return true;
+      SetError("Could not write to %s: %s", target.GetPath().GetText(),
+               OruGuiBase::GetSystemErrorText().GetText());
+      return false;
+    }
+  }
+  reader.Close();
+  SetError("Could not read from %s: %s", log.GetPath().GetText(), OruGuiBase::GetSystemErrorText().GetText());
+  return false;
+}
+
+}  // namespace OruKalvix

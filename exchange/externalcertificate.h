@@ -1,0 +1,16 @@
+#pragma once
+
+#include "foundation/ansistr.h"
+#include "foundation/kvmap.h"
+
+namespace OruKalvix {
+
+/// A certificate as a command carries it, its text as the caller gave it.
+inline OruGuiBase::KVMap ExternalCertificate(const OruGuiBase::AnsiStr& text) noexcept {
+  OruGuiBase::KVMap entry;
+  entry.Set("type", "externalCertificate");
+  entry.Set("encodedCertificate", text);
+  return entry;
+}
+
+}  // namespace OruKalvix

@@ -1,0 +1,79 @@
+#include "client/cryptcli.h"
+#include "exchange/externalcertificate.h"
+#include "exchange/functionref.h"
+#include "exchange/keyservercommand.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+
+// A command that one key server carries out for a group. Nothing is read from the answer: that it is one of
+// the command says all.
+bool CryptClient::RunGroupCommand(const KeyServerRequest& request) noexcept {
+  return RunCommand(request, [](const KVMap&) noexcept { return true; });
+}
+
+bool CryptClient::ConfigGroup(const AnsiStr& ofGroup, const AnsiStr& groupName, const AnsiStr& ownerGroup,
+                              const ValArray& rootCertificates, const ValArray& issuingCertificates,
+                              const ValArray& crlUrls) noexcept {
+  return KeyServerConfigGroup(ofGroup, groupName, ownerGroup, rootCertificates, issuingCertificates, crlUrls);
+}
+
+bool CryptClient::Reencrypt(const AnsiStr& ofGroup, const AnsiStr& certificate) noexcept {
+  return KeyServerReencrypt(ofGroup, certificate);
+}
+
+bool CryptClient::ImportKey(const AnsiStr& ofGroup, const AnsiStr& id, const AnsiStr& key,
+                            const AnsiStr& password) noexcept {
+  return KeyServerImportKey(ofGroup, id, key, password);
+}
+
+bool CryptClient::DeleteKey(const AnsiStr& ofGroup, const KVMap& key) noexcept {
+  return KeyServerDeleteKey(ofGroup, key);
+}
+
+bool CryptClient::KeyServerConfigGroup(const AnsiStr& ofGroup, const AnsiStr& groupName,
+                                       const AnsiStr& ownerGroup, const ValArray& rootCertificates,
+                                       const ValArray& issuingCertificates,
+                                       const ValArray& crlUrls) noexcept {
+  KeyServerRequest request{KeyServerCommand::ConfigGroup, {}, ofGroup, {}};
+  request.payload.Set("type", GetRequestType(request.command));
+  request.payload.Set("groupId", ofGroup);
+  request.payload.Set("groupName", groupName);
+  request.payload.Set("ownerGroupId", ownerGroup);
+  request.payload.Set("authnRootCertificates", Val(rootCertificates));
+  request.payload.Set("authnIssuingCertificates", Val(issuingCertificates));
+  request.payload.Set("authnCrlUrls", Val(crlUrls));
+  return RunGroupCommand(request);
+}
+
+bool CryptClient::KeyServerReencrypt(const AnsiStr& ofGroup, const AnsiStr& certificate) noexcept {
+  KeyServerRequest request{KeyServerCommand::Reencrypt, {}, ofGroup, {}};
+  request.payload.Set("type", GetRequestType(request.command));
+  request.payload.Set("groupId", ofGroup);
+  request.payload.Set("encryptionKey", Val(ExternalCertificate(certificate)));
+  return RunGroupCommand(request);
+}
+
+bool CryptClient::KeyServerImportKey(const AnsiStr& ofGroup, const AnsiStr& id, const AnsiStr& key,
+                                     const AnsiStr& password) noexcept {
+  KeyServerRequest request{KeyServerCommand::ImportKey, {}, ofGroup, {}};
+  request.payload.Set("type", GetRequestType(request.command));
+  request.payload.Set("groupId", ofGroup);
+  request.payload.Set("id", id);
+  request.payload.Set("encodedKey", key);
+  request.payload.Set("password", password);
+  return RunGroupCommand(request);
+}
+
+bool CryptClient::KeyServerDeleteKey(const AnsiStr& ofGroup, const KVMap& key) noexcept {
+  KeyServerRequest request{KeyServerCommand::DeleteKey, {}, ofGroup, key};
+  request.payload.Set("type", GetRequestType(request.command));
+  request.payload.Set("groupId", ofGroup);
+  request.payload.Set("key", Val(key));
+  return RunGroupCommand(request);
+}
+
+}  // namespace OruKalvix

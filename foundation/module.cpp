@@ -1,0 +1,102 @@
+#include "foundation/module.h"
+
+#include <atomic>
+#include <mutex>
+
+#include "foundation/report.h"
+#include "foundation/trace.h"
+
+namespace OruGuiBase {
+
+namespace {
+
+std::atomic<unsigned int> initializers = 0;
+thread_local unsigned int depth = 0;
+
+// Never ended: modules leave after the statics of this library may be gone.
+std::recursive_mutex& InitSection() {
+  static auto* const section = new std::recursive_mutex;
+  return *section;
+}
+
+}  // namespace
+
+BaseInitializer::BaseInitializer() noexcept {
+  InitSection();
+  initializers.fetch_add(1, std::memory_order_relaxed);
+}
+
+BaseInitializer::~BaseInitializer() {
+  initializers.fetch_sub(1, std::memory_order_relaxed);
+}
+
+unsigned int BaseInitializer::GetCount() noexcept {
+  return initializers.load(std::memory_order_relaxed);
+}
+
+void EnterInitSection() noexcept {
+  InitSection().lock();
+  ++depth;
+}
+
+void LeaveInitSection() noexcept {
+  --depth;
+  InitSection().unlock();
+}
+
+bool IsInInitSection() noexcept {
+  return depth > 0;
+}
+
+}  // namespace OruGuiBase
+
+namespace OruGuiGui {
+
+namespace {
+
+constexpr std::uint32_t kLevel = 1;
+
+// What happens to modules is of use to whoever wonders about an order of loading.
+void TraceModule(const char* what, const void* module, std::uint32_t line) noexcept {
+  if (!OruGuiTrace::IsTraced(kLevel)) return;
+  OruGuiTrace::TraceMsg(OruGuiBase::kTraceCategory, kLevel, OruGuiBase::kTraceSource, line,
+                        OruGuiTrace::InitTraceContext("Module %p: %s", module, what));
+  OruGuiTrace::FreeTraceContext();
+}
+
+}  // namespace
+
+void GuiApp::Start() noexcept {}
+
+void GuiApp::Idle() noexcept {}
+
+bool GuiApp::Open(const OruGuiBase::AnsiStr&) noexcept {
+  return false;
+}
+
+DllContext::DllContext(StartHook start, IdleHook idle, OpenHook open, void* module) noexcept
+    : start_(start), idle_(idle), open_(open), module_(module) {
+  TraceModule("context made", module_, __LINE__);
+}
+
+DllContext::~DllContext() {
+  TraceModule("context ended", module_, __LINE__);
+}
+
+void ProcessAttach(void* module) noexcept {
+  TraceModule("process attach", module, __LINE__);
+}
+
+void ProcessDetach(void* module) noexcept {
+  TraceModule("process detach", module, __LINE__);
+}
+
+void ThreadAttach(void* module) noexcept {
+  TraceModule("thread attach", module, __LINE__);
+}
+
+void ThreadDetach(void* module) noexcept {
+  TraceModule("thread detach", module, __LINE__);
+}
+
+}  // namespace OruGuiGui

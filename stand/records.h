@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "stand/certmaker.h"
+#include "stand/roomoptions.h"
+
+// What a stand's store keeps, record by record.
+namespace CryptStand {
+
+/// A room as the crypt service knows it.
+struct RoomRecord {
+  std::string id;
+  std::string group;
+  RoomOptions options;
+};
+
+/// A room key that was uploaded. Certificates are PEM.
+struct RoomKeyRecord {
+  std::string certificate;
+  /// The wrapped key as it was uploaded, or as it was wrapped anew since.
+  std::string data;
+};
+
+/// A wrapped key by its place in the store.
+struct WrappedKeyRecord {
+  std::int64_t number = 0;
+  std::string data;
+};
+
+/// One integrity key of a group.
+struct IntegrityKeyRecord {
+  std::string subId;
+  Identity identity;
+};
+
+/// A group. Certificates of the configuration are the texts that were given.
+struct GroupRecord {
+  std::string id;
+  std::string name;
+  std::string owner{};
+  std::vector<std::string> rootCertificates{};
+  std::vector<std::string> issuingCertificates{};
+  std::vector<std::string> crlUrls{};
+  /// PEM of the certificate that every room key of the group is wrapped for; empty for none.
+  std::string encryptionCertificate{};
+};
+
+/// One line of a key server's audit log.
+struct AuditRecord {
+  std::int64_t number = 0;  ///< Given by the store; grows with each record.
+  int server = 0;           ///< Index of the key server.
+  std::string group{};
+  std::string time{};  ///< ISO 8601 in universal time, by the server's own clock.
+  std::string operation{};
+  std::string room{};  ///< Empty where the command is about the group itself.
+  std::string key{};   ///< Identifier and sub-identifier with a slash between; empty where none is named.
+  std::string outcome{};
+};
+
+}  // namespace CryptStand

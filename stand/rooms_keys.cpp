@@ -1,0 +1,101 @@
+#include <algorithm>
+#include <utility>
+
+#include "stand/rooms.h"
+
+namespace CryptStand {
+namespace {
+
+constexpr std::int64_t kDay = 86400;
+
+bool Holds(const std::vector<Cert>& list, const Cert& certificate) {
+  return std::any_of(list.begin(), list.end(),
+                     [&](const Cert& other) { return other.ToDER() == certificate.ToDER(); });
+}
+
+}  // namespace
+
+std::vector<IntegrityKeyRecord> Rooms::GetIntegrityKeys(const std::string& group) {
+  const std::lock_guard<std::mutex> lock(integrity_);
+  auto keys = store_.GetIntegrityKeys(group);
+  if (keys.empty() && AddIntegrityKey(group)) keys = store_.GetIntegrityKeys(group);
+  return keys;
+}
+
+bool Rooms::RenewIntegrityKey(const std::string& group) {
+  const std::lock_guard<std::mutex> lock(integrity_);
+  return AddIntegrityKey(group);
+}
+
+bool Rooms::AddIntegrityKey(const std::string& group, KeyPair key) {
+  const auto subId = store_.HandOutSubId(group, kIntegrityId);
+  if (!subId.has_value()) return false;
+  CertSpec spec = CertSpec::EndEntity("Integrity " + *subId + " of " + group);
+  spec.keyUsage = "critical,digitalSignature";
+  spec.validity = Validity::FromNow(-kDay, 2 * 365 * kDay);
+  if (key.IsEmpty()) key = authority_.MakeKey("Integrity " + *subId);
+  const Identity identity = Identity::MakeIssued(spec, authority_.Get(Role::Issuing), std::move(key));
+  return !identity.certificate.IsEmpty() && store_.AddIntegrityKey(group, *subId, identity);
+}
+
+bool Rooms::ImportKey(const std::string& group, const std::string& id, const KeyPair& key) {
+  if (id == kIntegrityId) {
+    const std::lock_guard<std::mutex> lock(integrity_);
+    return AddIntegrityKey(group, key);
+  }
+  const auto subId = store_.HandOutSubId(group, id);
+  return subId.has_value() && store_.AddImportedKey(group, id, *subId, key);
+}
+
+std::optional<KeyPair> Rooms::FindKey(const std::string& group, const std::string& id,
+                                      const std::string& subId) {
+  if (id != kIntegrityId) return store_.FindImportedKey(group, id, subId);
+  const auto keys = GetIntegrityKeys(group);
+  if (subId.empty() && !keys.empty()) return keys.back().identity.key;
+  for (const IntegrityKeyRecord& key : keys) {
+    if (key.subId == subId) return key.identity.key;
+  }
+  return std::nullopt;
+}
+
+bool Rooms::DeleteKey(const std::string& group, const std::string& id, const std::string& subId) {
+  return id == kIntegrityId ? store_.DeleteIntegrityKey(group, subId)
+                            : store_.DeleteImportedKey(group, id, subId);
+}
+
+Cert Rooms::GetEncryptionCertificate(const std::string& group) {
+  const auto record = store_.GetGroup(group);
+  return record.has_value() ? Cert::FromPEM(record->encryptionCertificate) : Cert();
+}
+
+std::string Rooms::WrapKey(const std::string& room, const RoomKeyPair& roomKey, std::vector<Cert> readers) {
+  const Cert encryption = GetEncryptionCertificate(FindGroup(room).value_or(""));
+  if (!encryption.IsEmpty() && !Holds(readers, encryption)) readers.push_back(encryption);
+  return WrapRoomKey(roomKey, authority_.Get(Role::InnerSigning), authority_.Get(Role::Wrapping).certificate,
+                     readers);
+}
+
+std::string Rooms::WrapAnew(const std::string& data, const Cert& former, const Cert& certificate) {
+  const auto roomKey = OpenKey(data);
+  if (!roomKey.has_value()) return {};
+  std::vector<Cert> readers = {certificate};
+  for (const Cert& reader : roomKey->readers) {
+    const bool isFormer = !former.IsEmpty() && reader.ToDER() == former.ToDER();
+    if (!isFormer && !Holds(readers, reader)) readers.push_back(reader);
+  }
+  return WrapRoomKey(*roomKey, authority_.Get(Role::InnerSigning), authority_.Get(Role::Wrapping).certificate,
+                     readers);
+}
+
+bool Rooms::Reencrypt(const std::string& group, const Cert& certificate) {
+  const std::lock_guard<std::mutex> lock(encryption_);
+  const Cert former = GetEncryptionCertificate(group);
+  std::vector<WrappedKeyRecord> keys = store_.GetWrappedKeys(group);
+  for (WrappedKeyRecord& key : keys) {
+    key.data = WrapAnew(key.data, former, certificate);
+    if (key.data.empty()) return false;
+  }
+  return store_.SetEncryptionCertificate(group, certificate.ToPEM(), keys);
+}
+
+}  // namespace CryptStand

@@ -1,0 +1,219 @@
+#include "tests/client/dispatchtest.h"
+#include "tests/support/files.h"
+#include "tests/support/tracerecorder.h"
+
+namespace OruKalvix {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+using TestSupport::Alive;
+using TestSupport::Envelope;
+using TestSupport::ErrorCode;
+using TestSupport::Payload;
+using TestSupport::ScratchDirectory;
+using TestSupport::Token;
+using TestSupport::TraceRecorder;
+
+constexpr std::uint32_t kBool = 1;
+constexpr std::uint32_t kText = 5;
+constexpr std::uint32_t kMap = 7;
+constexpr std::uint32_t kList = 8;
+
+class DispatchedArguments : public DispatchedCase {
+ protected:
+  /// The kinds that an operation asks of its arguments, in the order in which it asks, when it has none.
+  std::vector<std::uint32_t> KindsRead(std::string_view operation) {
+    const TraceRecorder traces;
+    Perform(operation, "{}");
+    return traces.GetInvalidTypes();
+  }
+};
+
+struct OrderRow {
+  const char* operation;
+  std::vector<std::uint32_t> kinds;
+};
+
+TEST_F(DispatchedArguments, AreReportedInReadingOrderWhenMissing) {
+  const ScratchDirectory scratch;
+  const OrderRow rows[] = {
+      {"ConfigGroup", {kList, kText, kText, kText, kText, kText, kList, kList, kList}},
+      {"Reencrypt", {kList, kText, kText, kText, kText}},
+      {"GetAuditLog", {kList, kText, kText, kText}},
+      {"Update", {kList, kText, kText, kText, kList, kList, kBool}},
+      {"ImportKey", {kList, kText, kText, kText, kText, kText, kText}},
+      {"DeleteKey", {kList, kText, kText, kText, kMap}},
+      {"SignByKey", {kList, kText, kText, kText, kMap, kText, kText, kText, kText}},
+      {"Encrypt", {kList, kText, kText, kText, kList, kText}},
+      {"Decrypt", {kList, kText, kText, kText, kList}},
+  };
+  for (const OrderRow& row : rows) {
+    EXPECT_THAT(KindsRead(row.operation), ElementsAreArray(row.kinds)) << row.operation;
+  }
+}
+
+TEST_F(DispatchedArguments, AreSentEmptyWhenIllTyped) {
+  Answer(Payload(R"({"type":"importKeyResponse"})"));
+  EXPECT_EQ(Perform("ImportKey", With(R"(,"group":"g","id":7,"key":true,"password":["p"])")), 0);
+  EXPECT_EQ(http.GetRequest(2).body,
+            Envelope(R"({"type":"importKeyRequest","groupId":"g","id":"","encodedKey":"","password":""})"));
+}
+
+// ---- Groups
+
+TEST_F(DispatchedCase, ConfigGroupHandsAllItsArgumentsOn) {
+  Answer(Payload(R"({"type":"configGroupResponse"})"));
+  EXPECT_EQ(Perform("ConfigGroup",
+                    With(R"(,"transaction":"T","group":"g","groupname":"n","ownergroup":"o",)"
+                         R"("authnrootcerts":["r"],"authnissuingcerts":["i"],"authncrlurls":["u"])")),
+            0);
+  EXPECT_THAT(http.GetLines(), ElementsAre(kProbe, TokenLine("g"), kPost));
+  EXPECT_EQ(http.GetRequest(1).body,
+            R"({"keyserver":"https://one.example","operation":"configGroupRequest","transaction":"T"})");
+  EXPECT_EQ(http.GetRequest(2).body,
+            Envelope(R"({"type":"configGroupRequest","groupId":"g","groupName":"n","ownerGroupId":"o",)"
+                     R"("authnRootCertificates":["r"],"authnIssuingCertificates":["i"],)"
+                     R"("authnCrlUrls":["u"]})"));
+  EXPECT_EQ(Result(), "{}");
+}
+
+TEST_F(DispatchedCase, ReencryptHandsGroupAndCertificateOn) {
+  Answer(Payload(R"({"type":"reencryptResponse"})"));
+  EXPECT_EQ(Perform("Reencrypt", With(R"(,"transaction":"T","group":"g","enccert":"c")")), 0);
+  EXPECT_THAT(http.GetLines(), ElementsAre(kProbe, TokenLine("g"), kPost));
+  EXPECT_THAT(http.GetRequest(1).body, HasSubstr(R"("transaction":"T")"));
+  EXPECT_EQ(http.GetRequest(2).body, Envelope(R"({"type":"reencryptRequest","groupId":"g","encryptionKey":)"
+                                              R"({"type":"externalCertificate","encodedCertificate":"c"}})"));
+  EXPECT_EQ(Result(), "{}");
+}
+
+TEST_F(DispatchedCase, ImportKeyHandsKeyAndPasswordOn) {
+  Answer(Payload(R"({"type":"importKeyResponse"})"));
+  EXPECT_EQ(Perform("ImportKey", With(R"(,"transaction":"T","group":"g","id":"i","key":"k","password":"p")")),
+            0);
+  EXPECT_THAT(http.GetRequest(1).body, HasSubstr(R"("transaction":"T")"));
+  EXPECT_EQ(
+      http.GetRequest(2).body,
+      Envelope(R"({"type":"importKeyRequest","groupId":"g","id":"i","encodedKey":"k","password":"p"})"));
+  EXPECT_EQ(Result(), "{}");
+}
+
+TEST_F(DispatchedCase, DeleteKeyHandsTheHandleToTokenAndCommand) {
+  Answer(Payload(R"({"type":"deleteKeyResponse"})"));
+  EXPECT_EQ(Perform("DeleteKey", With(R"(,"transaction":"T","group":"g","key":{"id":"i","extra":1})")), 0);
+  EXPECT_EQ(http.GetRequest(1).body,
+            R"({"keyserver":"https://one.example","operation":"deleteKeyRequest","transaction":"T",)"
+            R"("key":{"id":"i","extra":1}})");
+  EXPECT_EQ(http.GetRequest(2).body,
+            Envelope(R"({"type":"deleteKeyRequest","groupId":"g","key":{"id":"i","extra":1}})"));
+  EXPECT_EQ(Result(), "{}");
+}
+
+TEST_F(DispatchedCase, LeavesAnAbsentTransactionOutOfTheTokenRequest) {
+  Answer(Payload(R"({"type":"reencryptResponse"})"));
+  EXPECT_EQ(Perform("Reencrypt", With(R"(,"group":"g")")), 0);
+  EXPECT_EQ(http.GetRequest(1).body, R"({"keyserver":"https://one.example","operation":"reencryptRequest"})");
+}
+
+// ---- Signing
+
+TEST_F(DispatchedCase, SignByKeyWorksForTheObjectAndTheGivenKey) {
+  Answer(Signed());
+  EXPECT_EQ(Perform("SignByKey", With(R"(,"transaction":"T","object":"obj","key":{"id":"k"},"id":"i",)"
+                                      R"("subid":"s","algorithm":"RSA","hash":"AAEC")")),
+            0);
+  EXPECT_THAT(http.GetLines(), ElementsAre(kProbe, TokenLine("obj"), kPost));
+  EXPECT_EQ(http.GetRequest(1).body,
+            R"({"keyserver":"https://one.example","operation":"signRequest","transaction":"T",)"
+            R"("key":{"id":"k"}})");
+  EXPECT_EQ(http.GetRequest(2).body,
+            Envelope(R"({"type":"signRequest","signatureKey":{"id":"k"},"algorithm":"RSA",)"
+                     R"("hashesToBeSigned":["AAEC"]})"));
+  EXPECT_EQ(Result(), R"({"signature":"c2lnbmVk"})");
+  EXPECT_EQ(Error(), "before");
+}
+
+TEST_F(DispatchedCase, SignByKeyMakesTheHandleOfIdAndSubIdWithoutAKey) {
+  for (const char* key : {"", R"(,"key":{})", R"(,"key":"k")", R"(,"key":null)"}) {
+    SCOPED_TRACE(key);
+    Answer(Signed());
+    EXPECT_EQ(
+        Perform("SignByKey", With(std::string(key) + R"(,"object":"o","id":"i","subid":"s","hash":"")")), 0);
+    EXPECT_THAT(http.GetRequests().back().body,
+                HasSubstr(R"("signatureKey":{"type":"handle","id":"i","subId":"s"})"));
+  }
+}
+
+TEST_F(DispatchedCase, SignByKeyReadsTheSubIdInLowerCaseOnly) {
+  Answer(Signed());
+  EXPECT_EQ(Perform("SignByKey", With(R"(,"object":"o","id":"i","subId":"s","hash":"")")), 0);
+  EXPECT_THAT(http.GetRequest(2).body, HasSubstr(R"("signatureKey":{"type":"handle","id":"i","subId":""})"));
+}
+
+TEST_F(DispatchedCase, SignByKeyFailsOnAHashThatIsNoBase64WithoutAnyExchange) {
+  EXPECT_EQ(Perform("SignByKey", With(R"(,"object":"o","id":"i","subid":"s","hash":"!")")), kFailed);
+  EXPECT_EQ(Error(), "Invalid base64 hash !");
+  EXPECT_TRUE(result.IsNil());
+  EXPECT_EQ(http.GetRequestCount(), 0U);
+}
+
+// ---- Wrapped keys
+
+TEST_F(DispatchedCase, EncryptMakesANewRoomKey) {
+  for (const char* name : {"Encrypt", "CryptEncrypt"}) {
+    Answer(Generated());
+    EXPECT_EQ(Perform(name, With(R"(,"transaction":"T","room":"r 1","seqnr":"42","certificates":["c"])")), 0);
+    EXPECT_EQ(Result(), R"({"room":"r 1","seqnr":"42","newkey":"new"})");
+    EXPECT_EQ(Error(), "before");
+  }
+  EXPECT_EQ(http.GetLines()[1], TokenLine("r%201"));
+  EXPECT_EQ(http.GetRequest(1).body, R"({"keyserver":"https://one.example",)"
+                                     R"("operation":"generateWrappedKeyRequest","transaction":"T"})");
+  EXPECT_EQ(http.GetRequest(2).body,
+            Envelope(R"({"type":"generateWrappedKeyRequest","keyType":"","certificateSubject":"CN=r 1-tr",)"
+                     R"("encryptionKeys":[{"type":"externalCertificate","encodedCertificate":"c"}]})"));
+}
+
+TEST_F(DispatchedCase, EncryptFailsWithTheReasonOfTheKeyServer) {
+  Answer(ErrorCode(615));
+  EXPECT_EQ(Perform("Encrypt", With(R"(,"room":"r","seqnr":"42")")), kFailed);
+  EXPECT_EQ(Error(), "615 Key Generation Error");
+  EXPECT_TRUE(result.IsNil());
+}
+
+TEST_F(DispatchedCase, EncryptGivesRoomAndSequenceNumberBackEmptyWhenTheyAreMissing) {
+  http.Then(Alive()).Then(Token("t")).Then(Generated());
+  EXPECT_EQ(Perform("Encrypt", With("")), 0);
+  EXPECT_EQ(Result(), R"({"room":"","seqnr":"","newkey":"new"})");
+}
+
+TEST_F(DispatchedCase, DecryptExportsEachKeyWithoutATransaction) {
+  Answer(Exported("plain one"));
+  AnswerNext(Exported("plain two"));
+  EXPECT_EQ(Perform("Decrypt", With(R"(,"transaction":"T","room":"r","seqnr":"42",)"
+                                    R"("keys":[{"id":"1","data":"d1"},{"id":"2","data":"d2"}])")),
+            0);
+  EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42","keys":[{"id":"1","plain":"plain one"},)"
+                      R"({"id":"2","plain":"plain two"}]})");
+  EXPECT_EQ(http.GetRequest(1).body,
+            R"({"keyserver":"https://one.example","operation":"exportWrappedKeyRequest"})");
+  EXPECT_THAT(http.GetLines(), ElementsAre(kProbe, TokenLine("r"), kPost, TokenLine("r"), kPost));
+}
+
+TEST_F(DispatchedCase, DecryptOfNoKeysNeedsNoServer) {
+  EXPECT_EQ(Perform("Decrypt", R"({"room":"r","seqnr":"42"})"), 0);
+  EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42","keys":[]})");
+}
+
+TEST_F(DispatchedCase, DecryptGivesNothingWhenOneKeyFails) {
+  Answer(Exported("plain one"));
+  AnswerNext(ErrorCode(605));
+  EXPECT_EQ(Perform("Decrypt", With(R"(,"room":"r","keys":[{"id":"1","data":"d1"},{"id":"2"}])")), kFailed);
+  EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
+  EXPECT_TRUE(result.IsNil());
+}
+
+}  // namespace
+}  // namespace OruKalvix

@@ -1,0 +1,186 @@
+#include <filesystem>
+
+#include "tests/client/dispatchtest.h"
+#include "tests/support/files.h"
+#include "tests/support/tracerecorder.h"
+
+namespace OruKalvix {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using TestSupport::Envelope;
+using TestSupport::ErrorCode;
+using TestSupport::NoExchange;
+using TestSupport::ScratchDirectory;
+using TestSupport::Status;
+using TestSupport::Str;
+using TestSupport::TraceRecorder;
+
+constexpr std::uint32_t kBool = 1;
+
+// ---- Update: keys first, then a new key
+
+constexpr const char* kThreeKeys =
+    R"(,"room":"r","seqnr":"42","certificates":["c"],"transaction":"T",)"
+    R"("keys":[{"id":"1","data":"a"},{"id":"2","data":"b"},{"id":"3","data":"c"}])";
+constexpr const char* kThreeUpdated =
+    R"("keys":[{"id":"1","data":"A"},{"id":"2","data":"B"},{"id":"3","data":"C"}])";
+
+class DispatchedUpdate : public DispatchedCase {
+ protected:
+  void AnswerThreeKeys() {
+    Answer(Modified("A"));
+    AnswerNext(Modified("B"));
+    AnswerNext(Modified("C"));
+  }
+};
+
+TEST_F(DispatchedUpdate, CallsNothingWithoutKeysAndWithoutWishForANewOne) {
+  EXPECT_EQ(Perform("Update", R"({"room":"r","seqnr":"42","keys":[],"newkey":false})"), 0);
+  EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42"})");
+  EXPECT_EQ(Perform("CryptUpdate", "{}"), 0);
+  EXPECT_EQ(Result(), R"({"room":"","seqnr":""})");
+  EXPECT_EQ(Error(), "before");
+}
+
+TEST_F(DispatchedUpdate, RewrapsTheKeysWithoutATransaction) {
+  AnswerThreeKeys();
+  EXPECT_EQ(Perform("Update", With(kThreeKeys)), 0);
+  EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42",)" + std::string(kThreeUpdated) + "}");
+  EXPECT_EQ(http.GetLines()[1], TokenLine("r"));
+  EXPECT_EQ(http.GetRequest(1).body,
+            R"({"keyserver":"https://one.example","operation":"modifyWrappedKeyRequest"})");
+  EXPECT_EQ(http.GetRequest(2).body,
+            Envelope(R"({"type":"modifyWrappedKeyRequest","encodedWrappedKey":"a",)"
+                     R"("encryptionKeys":[{"type":"externalCertificate","encodedCertificate":"c"}]})"));
+}
+
+TEST_F(DispatchedUpdate, MakesANewKeyBesides) {
+  AnswerThreeKeys();
+  AnswerNext(Generated());
+  EXPECT_EQ(Perform("Update", With(std::string(kThreeKeys) + R"(,"newkey":true)")), 0);
+  EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42",)" + std::string(kThreeUpdated) + R"(,"newkey":"new"})");
+  EXPECT_THAT(http.GetRequests().back().body, HasSubstr(R"("certificateSubject":"CN=r-tr")"));
+}
+
+TEST_F(DispatchedUpdate, MakesANewKeyAlone) {
+  Answer(Generated());
+  EXPECT_EQ(Perform("Update", With(R"(,"room":"r","seqnr":"42","certificates":["c"],"newkey":true)")), 0);
+  EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42","newkey":"new"})");
+}
+
+TEST_F(DispatchedUpdate, SucceedsWithoutTheNewKeyThatCouldNotBeMade) {
+  AnswerThreeKeys();
+  AnswerNext(ErrorCode(615));
+  EXPECT_EQ(Perform("Update", With(std::string(kThreeKeys) + R"(,"newkey":true)")), 0);
+  EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42",)" + std::string(kThreeUpdated) + "}");
+  EXPECT_EQ(Error(), "before");
+}
+
+TEST_F(DispatchedUpdate, SucceedsEvenWhenNothingButTheNewKeyWasWantedAndFailed) {
+  EXPECT_EQ(Perform("Update", R"({"room":"r","seqnr":"42","newkey":true})"), 0);
+  EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42"})");
+  EXPECT_EQ(Error(), "before");
+}
+
+TEST_F(DispatchedUpdate, FailsWithItsKeysAndDoesNotLookAtTheNewKey) {
+  const TraceRecorder traces;
+  Answer(Modified("A"));
+  AnswerNext(ErrorCode(605));
+  EXPECT_EQ(Perform("Update", With(std::string(kThreeKeys) + R"(,"newkey":"no flag")")), kFailed);
+  EXPECT_TRUE(result.IsNil());
+  EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
+  EXPECT_THAT(traces.GetInvalidTypes(), Not(::testing::Contains(kBool)));
+  for (const auto& request : http.GetRequests()) {
+    EXPECT_THAT(request.body, Not(HasSubstr("generateWrappedKeyRequest")));
+  }
+}
+
+TEST_F(DispatchedUpdate, LeavesTheMapOfItsCallerAloneWhenTheKeysFail) {
+  OruGuiBase::KVMap map = TestSupport::Map(R"({"old":1})");
+  http.Then(NoExchange("down"));
+  EXPECT_FALSE(CryptClient::ExecuteMethod(&http, kService, "", CryptClient::Method::Update,
+                                          TestSupport::Map(With(kThreeKeys)), map, error));
+  EXPECT_EQ(TestSupport::JsonText(map), R"({"old":1})");
+}
+
+TEST_F(DispatchedUpdate, TakesANewKeyFlagOfAnotherKindAsFalse) {
+  for (const char* flag : {"1", R"("true")", "null", "[true]", "1.5"}) {
+    const TraceRecorder traces;
+    EXPECT_EQ(Perform("Update", With(R"(,"room":"r","seqnr":"42","certificates":[],"keys":[],"newkey":)" +
+                                     std::string(flag))),
+              0);
+    EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(kBool)) << flag;
+    EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42"})");
+  }
+}
+
+// ---- Audit log
+
+class DispatchedAuditLog : public DispatchedCase {
+ protected:
+  static constexpr const char* kTwoServers =
+      R"({"keyserver":["https://one.example","https://two.example"],"statustimeout":"5",)"
+      R"("transaction":"T","group":"g","groupname":"name"})";
+
+  /// The log that the result names, which is removed.
+  std::string TakeLog() {
+    const std::string path = Str(result.AsMap().Get("filename").AsString());
+    const std::string text = TestSupport::ReadFile(path);
+    std::filesystem::remove(path);
+    return text;
+  }
+
+  ScratchDirectory scratch;
+};
+
+TEST_F(DispatchedAuditLog, NamesTheFileAndLeavesNoError) {
+  Answer(Log("h\na\n"));
+  Answer(Log("h\nb\n"));
+  EXPECT_EQ(Perform("GetAuditLog", kTwoServers), 0);
+  EXPECT_EQ(result.AsMap().GetCount(), 1U);
+  EXPECT_EQ(TakeLog(), "h\na\nb\n");
+  EXPECT_EQ(Error(), "");
+  EXPECT_EQ(http.GetLines()[1], TokenLine("g"));
+  EXPECT_EQ(http.GetRequest(1).body,
+            R"({"keyserver":"https://one.example","operation":"getAuditLogRequest"})");
+}
+
+TEST_F(DispatchedAuditLog, TellsOfAPartialLogBesideTheResult) {
+  Answer(Log("h\na\n"));
+  http.Then(NoExchange("100% down"));
+  EXPECT_EQ(Perform("CryptGetAuditLog", kTwoServers), 0);
+  EXPECT_EQ(TakeLog(), "h\na\n");
+  EXPECT_EQ(Error(),
+            "Could not get audit log from all key servers: Could not connect to key server: 100% down");
+}
+
+TEST_F(DispatchedAuditLog, TakesAnInvalidStatusTimeoutForAPartialLog) {
+  Answer(Log("h\na\n"));
+  EXPECT_EQ(
+      Perform("GetAuditLog", R"({"keyserver":["https://one.example"],"statustimeout":"soon","group":"g"})"),
+      0);
+  EXPECT_EQ(TakeLog(), "h\na\n");
+  EXPECT_EQ(Error(), "Could not get audit log from all key servers: Invalid timeout value [soon]");
+}
+
+TEST_F(DispatchedAuditLog, FailsWithThePlainReasonWhenNoServerGivesOne) {
+  Answer(Status(500));
+  http.Then(NoExchange("down"));
+  EXPECT_EQ(Perform("GetAuditLog", kTwoServers), kFailed);
+  EXPECT_EQ(Error(), "Could not connect to key server: down");
+  EXPECT_TRUE(result.IsNil());
+}
+
+TEST_F(DispatchedAuditLog, LeavesTheMapOfItsCallerAloneWhenItFails) {
+  OruGuiBase::KVMap map = TestSupport::Map(R"({"old":1})");
+  EXPECT_FALSE(CryptClient::ExecuteMethod(&http, kService, "", CryptClient::Method::GetAuditLog,
+                                          TestSupport::Map("{}"), map, error));
+  EXPECT_EQ(TestSupport::JsonText(map), R"({"old":1})");
+  EXPECT_EQ(Error(), "Invalid key server URL");
+}
+
+}  // namespace
+}  // namespace OruKalvix

@@ -1,0 +1,164 @@
+#include "client/module.h"
+
+#include <chrono>
+#include <future>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "foundation/format.h"
+#include "foundation/module.h"
+#include "foundation/trace.h"
+#include "tests/support/text.h"
+
+namespace OruKalvix {
+namespace {
+
+using OruGuiBase::BaseInitializer;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using TestSupport::Str;
+
+/// Records what the library's frame tells, and whether it was told inside the init section.
+class FrameRecorder final : public OruGuiTrace::ITraceSink {
+ public:
+  FrameRecorder() { OruGuiTrace::SetTraceSink(this, 1); }
+  ~FrameRecorder() { OruGuiTrace::SetTraceSink(nullptr, 0); }
+  FrameRecorder(const FrameRecorder&) = delete;
+  FrameRecorder& operator=(const FrameRecorder&) = delete;
+
+  void OnTrace(std::uint32_t, std::uint32_t level, const char*, std::uint32_t, const char* text) override {
+    if (level != 1) return;
+    texts.emplace_back(text);
+    allInside = allInside && OruGuiBase::IsInInitSection();
+  }
+
+  std::vector<std::string> texts;
+  bool allInside = true;
+};
+
+/// Calls the entry point for a module of its own, and puts the frame back to where the load left it.
+class ModuleFrame : public ::testing::Test {
+ protected:
+  ModuleFrame() : loaded_(GetModuleHandle()) {}
+  ~ModuleFrame() override { ModuleEntry(loaded_, ModuleReason::ProcessAttach, nullptr); }
+
+  void* Module() { return &place_; }
+  std::string Told(const char* what) { return Str(OruGuiBase::FmtArgs("Module %p: %s", Module(), what)); }
+
+ private:
+  void* loaded_;
+  int place_ = 0;
+};
+
+TEST_F(ModuleFrame, IsAttachedByTheLoadItself) {
+  EXPECT_EQ(GetAttachState(), 1);
+  EXPECT_NE(GetModuleHandle(), nullptr);
+}
+
+TEST_F(ModuleFrame, KeepsTheFoundationUpByTwoInitializers) {
+  EXPECT_GE(BaseInitializer::GetCount(), 2U);
+  const unsigned int before = BaseInitializer::GetCount();
+  {
+    const BaseInitializer another;
+    EXPECT_EQ(BaseInitializer::GetCount(), before + 1);
+  }
+  EXPECT_EQ(BaseInitializer::GetCount(), before);
+}
+
+TEST_F(ModuleFrame, TellsOfAProcessAttachInsideTheInitSection) {
+  FrameRecorder recorder;
+  EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr));
+  EXPECT_THAT(recorder.texts, ElementsAre("Trace startup", Told("process attach")));
+  EXPECT_TRUE(recorder.allInside);
+  EXPECT_EQ(GetAttachState(), 1);
+  EXPECT_EQ(GetModuleHandle(), Module());
+}
+
+TEST_F(ModuleFrame, MakesItsContextOnceAndNotAgainAtALaterAttach) {
+  FrameRecorder recorder;
+  ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
+  ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
+  EXPECT_THAT(recorder.texts,
+              ElementsAre("Trace startup", Told("process attach"), "Trace startup", Told("process attach")));
+}
+
+TEST_F(ModuleFrame, TellsOfAProcessDetachAndKeepsItsHandle) {
+  ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
+  FrameRecorder recorder;
+  EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ProcessDetach, nullptr));
+  EXPECT_THAT(recorder.texts, ElementsAre(Told("process detach")));
+  EXPECT_TRUE(recorder.allInside);
+  EXPECT_EQ(GetAttachState(), 2);
+  EXPECT_EQ(GetModuleHandle(), Module());
+}
+
+TEST_F(ModuleFrame, TellsOfThreadsAndKeepsItsState) {
+  void* const before = GetModuleHandle();
+  FrameRecorder recorder;
+  EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ThreadAttach, nullptr));
+  EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ThreadDetach, nullptr));
+  EXPECT_THAT(recorder.texts, ElementsAre("Trace startup", Told("thread attach"), Told("thread detach")));
+  EXPECT_TRUE(recorder.allInside);
+  EXPECT_EQ(GetAttachState(), 1);
+  EXPECT_EQ(GetModuleHandle(), before);
+}
+
+TEST_F(ModuleFrame, DoesNothingForAnyOtherReason) {
+  FrameRecorder recorder;
+  EXPECT_TRUE(ModuleEntry(Module(), static_cast<ModuleReason>(4), nullptr));
+  EXPECT_TRUE(ModuleEntry(Module(), static_cast<ModuleReason>(0xFFFFFFFFU), nullptr));
+  EXPECT_THAT(recorder.texts, IsEmpty());
+  EXPECT_EQ(GetAttachState(), 1);
+}
+
+TEST_F(ModuleFrame, RefusesNothingButAMissingModule) {
+  for (std::uint32_t reason = 0; reason <= 4; ++reason) {
+    EXPECT_TRUE(ModuleEntry(Module(), static_cast<ModuleReason>(reason), nullptr)) << reason;
+    EXPECT_TRUE(ModuleEntry(Module(), static_cast<ModuleReason>(reason), Module())) << reason;
+    EXPECT_FALSE(ModuleEntry(nullptr, static_cast<ModuleReason>(reason), nullptr)) << reason;
+  }
+}
+
+TEST_F(ModuleFrame, LeavesTheInitSectionForEachReason) {
+  for (std::uint32_t reason = 0; reason <= 4; ++reason) {
+    ModuleEntry(Module(), static_cast<ModuleReason>(reason), nullptr);
+    EXPECT_FALSE(OruGuiBase::IsInInitSection()) << reason;
+  }
+}
+
+TEST_F(ModuleFrame, MayBeEnteredByTheThreadThatIsInTheInitSection) {
+  OruGuiBase::EnterInitSection();
+  EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ThreadAttach, nullptr));
+  EXPECT_TRUE(OruGuiBase::IsInInitSection());
+  OruGuiBase::LeaveInitSection();
+  EXPECT_FALSE(OruGuiBase::IsInInitSection());
+}
+
+TEST_F(ModuleFrame, WaitsWhileAnotherThreadIsInTheInitSection) {
+  OruGuiBase::EnterInitSection();
+  std::future<bool> entry = std::async(
+      std::launch::async, [this] { return ModuleEntry(Module(), ModuleReason::ThreadAttach, nullptr); });
+  EXPECT_EQ(entry.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  OruGuiBase::LeaveInitSection();
+  EXPECT_TRUE(entry.get());
+}
+
+TEST(ApplicationHooks, DoNothingInALibrary) {
+  int place = 0;
+  FrameRecorder recorder;
+  {
+    const OruGuiGui::DllContext context(&OruGuiGui::GuiApp::Start, &OruGuiGui::GuiApp::Idle,
+                                        &OruGuiGui::GuiApp::Open, &place);
+    EXPECT_EQ(context.GetModule(), &place);
+    context.Start();
+    context.Idle();
+    EXPECT_FALSE(context.Open("a document"));
+  }
+  const std::string module = Str(OruGuiBase::FmtArgs("Module %p: ", static_cast<void*>(&place)));
+  EXPECT_THAT(recorder.texts, ElementsAre(module + "context made", module + "context ended"));
+}
+
+}  // namespace
+}  // namespace OruKalvix

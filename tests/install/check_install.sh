@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Installs a build into an empty prefix, moves that, builds the example against it, once through CMake and once through
+# pkg-config, and runs both against the installed stand.
+#   check_install.sh SOURCE-DIR BUILD-DIR
+set -euo pipefail
+source_dir=$1
+build_dir=$2
+work=$(mktemp -d)
+stand=
+leave() {
+  if [ -n "$stand" ]; then kill -TERM "$stand" 2>/dev/null || true; wait "$stand" 2>/dev/null || true; fi
+  rm -rf "$work"
+}
+trap leave EXIT
+
+cmake --install "$build_dir" --prefix "$work/first" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+mv "$work/first" "$work/prefix"
+prefix=$work/prefix
+libdir=$(dirname "$(find "$prefix" -name libcryptcli.so)")
+
+cmake -S "$source_dir/tests/install/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" \
+  -DEXAMPLE="$source_dir/examples/protect.cpp" >"$work/log" 2>&1 &&
+  cmake --build "$work/consumer" >>"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+read -ra flags < <(pkg-config --cflags --libs cryptcli-curl)
+g++ -std=c++20 "$source_dir/examples/protect.cpp" "${flags[@]}" -Wl,-rpath,"$libdir" -o "$work/by-pkg-config"
+
+"$prefix"/bin/cryptstand --dir "$work/stand" --key-servers 1 --room demo --url-file "$work/urls" >"$work/stand.log" 2>&1 &
+stand=$!
+for _ in $(seq 300); do [ -s "$work/urls" ] && break; sleep 0.1; done
+service=$(sed -nE 's/.*"service" *: *"([^"]*)".*/\1/p' "$work/urls")
+echo "some bytes" >"$work/file"
+for program in "$work/consumer/consumer" "$work/by-pkg-config"; do
+  "$program" "$service" demo "$work/file"
+  cmp "$work/file" "$work/file.opened"
+  rm "$work/file.opened"
+done
+"$prefix"/bin/cryptcli inspect "$work/file.p7m"
+echo "installed, moved, built against and run"

@@ -1,0 +1,231 @@
+#include <algorithm>
+
+#include "stand/auditlog.h"
+#include "tests/stand/adminpeer.h"
+
+namespace CryptStand {
+namespace {
+
+constexpr const char* kHeader = "time,server,group,operation,room,key,outcome";
+
+class AuditLogTest : public AdminTest {
+ protected:
+  static KVMap LogPayload(const std::string& group = kGroup) {
+    return Object("type", "getAuditLogRequest", "groupId", group.c_str());
+  }
+  Reply FetchLog(const std::string& group = kGroup) { return RunForGroup(LogPayload(group), group); }
+  // The records without their times; the header is not among them.
+  static std::vector<std::string> Records(const std::string& csv) {
+    std::vector<std::string> records;
+    for (std::size_t begin = csv.find('\n') + 1; begin < csv.size();) {
+      const std::size_t end = csv.find('\n', begin);
+      const std::size_t comma = csv.find(',', begin);
+      records.push_back(csv.substr(comma + 1, end - comma - 1));
+      begin = end + 1;
+    }
+    return records;
+  }
+  void SetFault(FaultKind kind, int number = 0, const char* text = "") {
+    ASSERT_TRUE(stand_.SetFault(0, {kind, "getAuditLogRequest", 0, number, text}));
+  }
+};
+
+TEST_F(AuditLogTest, AnswersWithCsv) {
+  const Reply reply = FetchLog();
+  EXPECT_EQ(reply.status, 200);
+  EXPECT_EQ(reply.Header("Content-Type"), "text/csv; charset=utf-8");
+  EXPECT_EQ(reply.Header("x-sec-status"), "(none)");
+  EXPECT_EQ(reply.body, std::string(kHeader) + "\n");
+}
+
+TEST_F(AuditLogTest, TellsWhatTheServerDidForTheGroup) {
+  RunCommand(GetKeyPayload());
+  Sign(SignWith("9", "integrity"));
+  RunForGroup(ConfigPayload());
+  EXPECT_THAT(Records(FetchLog().body),
+              testing::ElementsAre("0,QOB.1.100.1,getKeyRequest,demo,,ok",
+                                   "0,QOB.1.100.1,signRequest,demo,integrity/9,607 no such key",
+                                   "0,QOB.1.100.1,configGroupRequest,,,ok"));
+  EXPECT_THAT(Records(FetchLog().body), testing::SizeIs(4)) << "fetching the log is an event as well";
+}
+
+TEST_F(AuditLogTest, QuotesNamesThatNeedIt) {
+  ASSERT_TRUE(stand_.AddRoom("a,\"b\""));
+  RunCommand(GetKeyPayload(), "a%2C%22b%22");
+  EXPECT_THAT(Records(FetchLog().body), testing::ElementsAre(R"(0,QOB.1.100.1,getKeyRequest,"a,""b""",,ok)"));
+}
+
+TEST_F(AuditLogTest, TellsTheTimeOfTheServersOwnClock) {
+  stand_.GetSettings().SetClockOffset(0, -10 * 365 * 86400L);
+  RunCommand(GetKeyPayload());
+  const std::string log = FetchLog().body;
+  const std::string year = AuditTime(std::time(nullptr) - 10 * 365 * 86400L).substr(0, 8);
+  EXPECT_EQ(log.substr(log.find('\n') + 1, 8), year);
+}
+
+TEST_F(AuditLogTest, KeepsServersAndGroupsApart) {
+  ASSERT_EQ(RunForGroup(ConfigPayload("new"), "new").Code(), 0);
+  RunCommand(GetKeyPayload());
+  EXPECT_THAT(Records(FetchLog("new").body), testing::ElementsAre("0,new,configGroupRequest,,,ok"));
+  EXPECT_THAT(Records(FetchLog().body), testing::ElementsAre("0,QOB.1.100.1,getKeyRequest,demo,,ok"));
+  const KVMap request =
+      Object("keyserver", stand_.GetKeyServerUrls().at(1).c_str(), "operation", "getAuditLogRequest");
+  const std::string token =
+      Post(Service(std::string("crypt/authztoken/") + kGroup), request).Text("authztoken");
+  EXPECT_THAT(Records(PostCommand(LogPayload(), token, 1).body), testing::IsEmpty());
+}
+
+TEST_F(AuditLogTest, LeavesOutWhatNoTokenAllowed) {
+  PostCommand(GetKeyPayload(), "made up");
+  EXPECT_THAT(Records(FetchLog().body), testing::IsEmpty());
+}
+
+TEST_F(AuditLogTest, RefusesInAHeader) {
+  const struct {
+    KVMap payload;
+    const char* status;
+    const char* reason;
+  } rows[] = {
+      {LogPayload("none"), "607", "an unknown group"},
+      {Object("type", "getAuditLogRequest"), "601", "no group"},
+      {With(LogPayload(), "groupId", Val(true)), "601", "a group that is no text"},
+      {With(LogPayload(), "more", Val("x")), "601", "a member too many"},
+      {LogPayload("new"), "609", "a token for another group"},
+  };
+  ASSERT_EQ(RunForGroup(ConfigPayload("new"), "new").Code(), 0);
+  for (const auto& row : rows) {
+    const Reply reply = RunForGroup(row.payload);
+    EXPECT_EQ(reply.status, 200) << row.reason;
+    EXPECT_EQ(reply.Header("x-sec-status"), row.status) << row.reason;
+    EXPECT_EQ(reply.body, "") << row.reason;
+  }
+}
+
+TEST_F(AuditLogTest, RefusesAMissingTokenAsEveryCommandDoes) {
+  EXPECT_EQ(PostCommand(LogPayload(), "made up").Code(), 609);
+}
+
+TEST_F(AuditLogTest, PutsMadeUpRecordsBehindTheRealOnes) {
+  RunCommand(GetKeyPayload());
+  stand_.GetSettings().SetGeneratedAudit(0, 20000);
+  const auto records = Records(FetchLog().body);
+  ASSERT_EQ(records.size(), 20001U);
+  EXPECT_EQ(records.front(), "0,QOB.1.100.1,getKeyRequest,demo,,ok");
+  EXPECT_EQ(records.at(100), R"(0,QOB.1.100.1,generateWrappedKeyRequest,"Room ""100"", generated",,ok)");
+  EXPECT_THAT(records.back(), testing::HasSubstr("20000"));
+}
+
+TEST_F(AuditLogTest, IsSetThroughTheControlPath) {
+  EXPECT_EQ(Post(Service("stand/audit"), R"({"server":0,"rows":3})").status, 200);
+  EXPECT_THAT(Records(FetchLog().body), testing::SizeIs(3));
+  for (const char* body :
+       {"{}", R"({"server":0})", R"({"server":"crypt","rows":1})", R"({"server":0,"rows":-1})",
+        R"({"server":0,"rows":"1"})", R"({"server":0,"rows":1,"x":1})"}) {
+    EXPECT_EQ(Post(Service("stand/audit"), body).status, 400) << body;
+  }
+}
+
+TEST_F(AuditLogTest, EndsInTheMiddleWhenItIsCut) {
+  stand_.GetSettings().SetGeneratedAudit(0, 3000);
+  const std::size_t whole = FetchLog().body.size();
+  for (const int number : {0, 1, 100000}) {
+    SetFault(FaultKind::Cut, number);
+    std::size_t received = 0;
+    httplib::Client client(stand_.GetKeyServerUrls().front());
+    const std::string envelope = WriteObject(Object("header", Header(), "payload", LogPayload()));
+    httplib::Request request;
+    request.method = "POST";
+    request.path = "/rest/json";
+    request.headers = {{"X-SEC-AUTHZTOKEN", FetchToken("getAuditLogRequest", kGroup)},
+                       {"Content-Type", "text/json"}};
+    request.body = envelope;
+    request.content_receiver = [&received](const char*, std::size_t size, std::uint64_t, std::uint64_t) {
+      received += size;
+      return true;
+    };
+    EXPECT_FALSE(client.send(request)) << number;
+    EXPECT_LT(received, whole) << number;
+    EXPECT_NEAR(static_cast<double>(received), number == 0 ? static_cast<double>(whole / 2) : number, 200)
+        << number;
+  }
+  ASSERT_TRUE(stand_.ClearFaults(0));
+  EXPECT_GE(FetchLog().body.size(), whole) << "the server goes on as before";
+}
+
+TEST_F(AuditLogTest, TellsARefusalOnCommand) {
+  SetFault(FaultKind::SecStatus, 607);
+  EXPECT_EQ(FetchLog().Header("x-sec-status"), "607");
+  EXPECT_THAT(FetchLog().body, testing::StartsWith(kHeader)) << "a client has to look at the header first";
+  SetFault(FaultKind::SecStatus, 0, "no number");
+  EXPECT_EQ(FetchLog().Header("x-sec-status"), "no number");
+}
+
+TEST_F(AuditLogTest, AnswersWithJsonOnCommand) {
+  SetFault(FaultKind::ErrorCode, 612);
+  EXPECT_EQ(FetchLog().Code(), 612);
+  EXPECT_EQ(FetchLog().Header("Content-Type"), "application/json");
+  ASSERT_TRUE(stand_.ClearFaults(0));
+  SetFault(FaultKind::JsonResponse);
+  EXPECT_EQ(FetchLog().Type(), "getAuditLogResponse");
+  EXPECT_EQ(FetchLog().Header("Content-Type"), "application/json");
+  SetFault(FaultKind::JsonResponse, 0, "signResponse");
+  EXPECT_EQ(FetchLog().Type(), "signResponse");
+}
+
+TEST_F(AuditLogTest, IsEmptyOnCommand) {
+  SetFault(FaultKind::EmptyCsv);
+  const Reply reply = FetchLog();
+  EXPECT_EQ(reply.status, 200);
+  EXPECT_EQ(reply.Header("Content-Type"), "text/csv");
+  EXPECT_EQ(reply.body, "");
+}
+
+TEST_F(AuditLogTest, HasAnotherContentTypeOnCommand) {
+  SetFault(FaultKind::WrongContentType);
+  EXPECT_EQ(FetchLog().Header("Content-Type"), "text/html");
+  EXPECT_THAT(FetchLog().body, testing::StartsWith(kHeader));
+}
+
+class AuditSourceTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string error;
+    ASSERT_TRUE(store_.Open("", error)) << error;
+  }
+  void AddRecords(int count) {
+    for (int i = 0; i < count; ++i) {
+      ASSERT_TRUE(store_.AddAudit({0, 0, "g", "t", "o", "room-" + std::to_string(i), "", "ok"}));
+    }
+  }
+  static std::size_t CountLines(const BodySource& next) {
+    std::ptrdiff_t lines = 0;
+    for (std::string piece = next(); !piece.empty(); piece = next()) {
+      EXPECT_LT(piece.size(), 200000U) << "pieces stay small however large the log is";
+      lines += std::count(piece.begin(), piece.end(), '\n');
+    }
+    return static_cast<std::size_t>(lines);
+  }
+  Store store_;
+};
+
+TEST_F(AuditSourceTest, ReadsManyRecordsPieceByPiece) {
+  AddRecords(1501);
+  EXPECT_EQ(CountLines(OpenAuditLog(store_, {0, "g", 1234})()), 1U + 1501 + 1234);
+}
+
+TEST_F(AuditSourceTest, BeginsAnewEachTimeItIsOpened) {
+  AddRecords(3);
+  const auto open = OpenAuditLog(store_, {0, "g", 2});
+  EXPECT_EQ(CountLines(open()), 6U);
+  EXPECT_EQ(CountLines(open()), 6U);
+}
+
+TEST_F(AuditSourceTest, LeavesOutWhatHappensLater) {
+  AddRecords(3);
+  const auto open = OpenAuditLog(store_, {0, "g", 0});
+  AddRecords(2);
+  EXPECT_EQ(CountLines(open()), 4U);
+}
+
+}  // namespace
+}  // namespace CryptStand
