@@ -18,7 +18,7 @@ mv "$work/first" "$work/prefix"
 prefix=$work/prefix
 libdir=$(dirname "$(find "$prefix" -name libcryptcli.so)")
 
-cmake -S "$source_dir/tests/install/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" \
+cmake -G Ninja -S "$source_dir/tests/install/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" \
   -DEXAMPLE="$source_dir/examples/protect.cpp" >"$work/log" 2>&1 &&
   cmake --build "$work/consumer" >>"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
 
