@@ -1,12 +1,13 @@
 #include <gtest/gtest.h>
 
+#include "security/cms_piece.h"
 #include "tests/security/cmstest.h"
 
 // Messages of ours, read by ourselves: every size around the borders of pieces and blocks.
 namespace SecurityTest {
 namespace {
 
-constexpr std::size_t kPiece = 256 * 1024;
+constexpr std::size_t kPiece = OruOssSec::kWritePiece;
 
 class CmsRoundTripTest : public testing::TestWithParam<std::size_t> {
  protected:
@@ -50,9 +51,54 @@ TEST_P(CmsRoundTripTest, EnvelopedContentComesBackWithTheContentKey) {
   EXPECT_EQ(ContentOf(message), bytes);
 }
 
+// The head of a signed message takes 67 octets, headers of segments 5: borders of pieces lie a little below
+// those of the content.
 INSTANTIATE_TEST_SUITE_P(Sizes, CmsRoundTripTest,
-                         testing::Values(0, 1, 15, 16, 17, 127, 128, 4096, kPiece - 16, kPiece - 1, kPiece,
-                                         kPiece + 1, kPiece + 16, 3 * kPiece + 12345));
+                         testing::Values(0, 1, 15, 16, 17, 127, 128, 4096, kPiece - 128, kPiece - 66,
+                                         kPiece - 65, kPiece - 64, kPiece - 16, kPiece - 5, kPiece - 1,
+                                         kPiece, kPiece + 1, kPiece + 16, 2 * kPiece, 5 * kPiece + 12345));
+
+/// Octets of the first segment of a message that has more than one.
+std::size_t GetFirstSegment(const std::string& bytes) {
+  const std::size_t place = bytes.find("\x80\x04\x83");
+  std::size_t size = 0;
+  for (std::size_t i = 0; i < 3; ++i) size = size * 256 + static_cast<unsigned char>(bytes[place + 3 + i]);
+  return size;
+}
+
+TEST(CmsRoundTripBorderTest, EverySizeAroundAFullSegmentComesBack) {
+  ScratchDirectory scratch;
+  const std::string bytes = MakeBytes(2 * kPiece);
+  ASSERT_TRUE(EnvelopeFile(scratch.Make("plain", bytes), scratch.File("enveloped"))) << GetReason();
+  const std::size_t first = GetFirstSegment(scratch.Read("enveloped"));
+  ASSERT_LT(first, kPiece);
+  ASSERT_GT(first, kPiece - 1000);
+  for (std::size_t size = first - 20; size <= first + 20; ++size) {
+    const std::string content = bytes.substr(0, size);
+    ASSERT_TRUE(EnvelopeFile(scratch.Make("plain", content), scratch.File("enveloped"))) << GetReason();
+    CMSMsg message;
+    ASSERT_TRUE(message.Load(scratch.File("enveloped"))) << size << GetReason();
+    ASSERT_TRUE(message.SetRecipientKey(ToCertificate(Room().certificate), ToPrivateKey(Room().key)));
+    ASSERT_EQ(ContentOf(message), content) << size;
+  }
+}
+
+/// Checks that elements of an octet string begin at every multiple of a piece that the content reaches.
+void ExpectSegmentsAtPieces(const std::string& bytes, std::size_t size) {
+  ASSERT_GT(bytes.size(), size);
+  for (std::size_t offset = kPiece; offset + kPiece < size; offset += kPiece) {
+    EXPECT_EQ(CryptStand::ToHex(bytes.substr(offset, 5), true), "048301FFFB") << offset;
+  }
+}
+
+TEST(CmsRoundTripBorderTest, SegmentsFillPiecesOfTheFile) {
+  ScratchDirectory scratch;
+  const std::size_t size = 5 * kPiece;
+  ASSERT_TRUE(SignFile(scratch.Make("plain", MakeBytes(size)), scratch.File("signed")));
+  ExpectSegmentsAtPieces(scratch.Read("signed"), size);
+  ASSERT_TRUE(EnvelopeFile(scratch.File("plain"), scratch.File("enveloped")));
+  ExpectSegmentsAtPieces(scratch.Read("enveloped"), size);
+}
 
 }  // namespace
 }  // namespace SecurityTest
