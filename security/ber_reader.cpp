@@ -1,7 +1,6 @@
 #include "security/ber_reader.h"
 
 #include <algorithm>
-#include <new>
 
 #include "security/openssl_handles.h"
 
@@ -11,7 +10,7 @@ namespace {
 
 constexpr std::uint32_t kFirstFill = 4096;
 // A step up to this far behind the window still counts as reading onwards.
-constexpr std::uint64_t kNear = 32 * 1024;
+constexpr std::uint64_t kNear = std::uint64_t{32} * 1024;
 
 constexpr std::uint32_t kMaxTagOctets = 5;
 constexpr std::uint32_t kMaxLengthOctets = 16;
@@ -91,7 +90,7 @@ bool ParseHeader(const BerSpan& span, BerHeader& header) noexcept {
 
 std::uint32_t BerReader::GetFillSize(std::uint64_t offset, std::uint32_t least) noexcept {
   const bool onwards = filled_ != 0 && offset >= start_ && offset <= start_ + filled_ + kNear;
-  fill_ = onwards ? std::min(fill_ * 2, capacity_) : std::min(kFirstFill, capacity_);
+  fill_ = onwards ? std::min(fill_ * 2, window_.GetSize()) : std::min(kFirstFill, window_.GetSize());
   std::uint32_t size = std::max(fill_, least);
   // Reads that end at a page keep the following ones aligned.
   const std::uint32_t beyond = static_cast<std::uint32_t>((offset + size) % kFirstFill);
@@ -100,15 +99,14 @@ std::uint32_t BerReader::GetFillSize(std::uint64_t offset, std::uint32_t least) 
 }
 
 bool BerReader::Fill(std::uint64_t offset, std::uint32_t least) noexcept {
-  if (window_ == nullptr) {
+  if (window_.IsEmpty()) {
     const std::uint64_t most = std::max<std::uint64_t>(GetSize(), kMaxHeader);
-    capacity_ = static_cast<std::uint32_t>(std::min<std::uint64_t>(most, OruGuiBase::kStreamBuffer));
-    window_.reset(new (std::nothrow) std::uint8_t[capacity_]);
-    if (window_ == nullptr) return FailWith("Out of memory");
+    const auto size = static_cast<std::uint32_t>(std::min<std::uint64_t>(most, OruGuiBase::kStreamBuffer));
+    if (!window_.Alloc(size)) return FailWith("Out of memory");
   }
   const std::uint32_t size = GetFillSize(offset, least);
   filled_ = 0;
-  if (!source_.ReadAt(offset, window_.get(), size)) return false;
+  if (!source_.ReadAt(offset, window_.Get0(), size)) return false;
   start_ = offset;
   filled_ = size;
   return true;
@@ -118,7 +116,7 @@ bool BerReader::Fetch(std::uint64_t offset, std::uint32_t least, BerSpan& span) 
   const bool held = offset >= start_ && offset + least <= start_ + filled_;
   if (!held && !Fill(offset, least)) return false;
   const std::uint32_t skipped = static_cast<std::uint32_t>(offset - start_);
-  span = {window_.get() + skipped, filled_ - skipped};
+  span = {window_.Get0() + skipped, filled_ - skipped};
   return true;
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 
 #include "security/ber_source.h"
+#include "security/work_buffer.h"
 
 namespace OruOssSec {
 
@@ -51,6 +51,7 @@ class BerReader {
   explicit BerReader(IByteSource& source) noexcept : source_(source) {}
   BerReader(const BerReader&) = delete;
   BerReader& operator=(const BerReader&) = delete;
+  ~BerReader() = default;
 
   std::uint64_t GetSize() const noexcept { return source_.GetSize(); }
   /// The bytes from `offset` on that the window holds, at least `least` of them; the source has to hold as
@@ -64,11 +65,10 @@ class BerReader {
   std::uint32_t GetFillSize(std::uint64_t offset, std::uint32_t least) noexcept;
 
   IByteSource& source_;
-  std::unique_ptr<std::uint8_t[]> window_;
+  WorkBuffer window_;
   std::uint64_t start_ = 0;
   std::uint32_t filled_ = 0;
   std::uint32_t fill_ = 0;
-  std::uint32_t capacity_ = 0;
 };
 
 }  // namespace OruOssSec

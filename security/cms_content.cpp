@@ -1,7 +1,6 @@
 #include "security/cms_content.h"
 
 #include <cstring>
-#include <new>
 
 #include "security/cms_opening.h"
 
@@ -23,8 +22,7 @@ bool CopyContent(const LoadedMessage& message, IContentSink& sink) noexcept {
 }  // namespace
 
 bool FileSink::Begin(std::uint64_t most) noexcept {
-  buffer_.reset(new (std::nothrow) std::uint8_t[kWritePiece + kSlack]);
-  if (buffer_ == nullptr) return FailWith("Out of memory");
+  if (!buffer_.Alloc(kWritePiece + kSlack)) return FailWith("Out of memory");
   return writer_.Open(target_) && writer_.Preallocate(static_cast<std::int64_t>(most));
 }
 
@@ -33,14 +31,14 @@ bool FileSink::Commit(std::uint32_t size) noexcept {
   filled_ += size;
   written_ += size;
   if (filled_ < kPiece) return true;
-  if (!writer_.Write(buffer_.get(), kPiece)) return false;
+  if (!writer_.Write(buffer_.Get0(), kPiece)) return false;
   filled_ -= kPiece;
-  std::memmove(buffer_.get(), buffer_.get() + kPiece, filled_);
+  std::memmove(buffer_.Get0(), buffer_.Get0() + kPiece, filled_);
   return true;
 }
 
 bool FileSink::Finish() noexcept {
-  return (filled_ == 0 || writer_.Write(buffer_.get(), filled_)) && writer_.Truncate(written_) &&
+  return (filled_ == 0 || writer_.Write(buffer_.Get0(), filled_)) && writer_.Truncate(written_) &&
          writer_.Close();
 }
 

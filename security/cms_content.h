@@ -1,11 +1,10 @@
 #pragma once
 
-#include <memory>
-
 #include "foundation/blob.h"
 #include "foundation/stream.h"
 #include "security/cms_message.h"
 #include "security/cms_piece.h"
+#include "security/work_buffer.h"
 
 namespace OruOssSec {
 
@@ -36,7 +35,7 @@ class FileSink final : public IContentSink {
  public:
   explicit FileSink(const OruGuiBase::File& target) noexcept : target_(target) {}
   bool Begin(std::uint64_t most) noexcept override;
-  std::uint8_t* GetRoom() noexcept override { return buffer_.get() + filled_; }
+  std::uint8_t* GetRoom() noexcept override { return buffer_.Get0() + filled_; }
   std::uint32_t GetMissing() const noexcept override { return kWritePiece - filled_; }
   bool Commit(std::uint32_t size) noexcept override;
   bool Finish() noexcept override;
@@ -44,7 +43,7 @@ class FileSink final : public IContentSink {
  private:
   OruGuiBase::File target_;
   OruGuiBase::FileWriter writer_;
-  std::unique_ptr<std::uint8_t[]> buffer_;
+  WorkBuffer buffer_;
   std::uint32_t filled_ = 0;
   std::int64_t written_ = 0;
 };

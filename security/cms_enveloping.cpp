@@ -1,9 +1,8 @@
 #include "security/cms_enveloping.h"
 
-#include <new>
-
 #include "security/cms_input.h"
 #include "security/cms_writer.h"
+#include "security/work_buffer.h"
 
 namespace OruOssSec {
 
@@ -20,7 +19,7 @@ BioPtr StartCipher(CMS_ContentInfo* cms, EVP_CIPHER_CTX*& context) noexcept {
     FailWithOpenSSL(kCouldNotEncrypt);
     return nullptr;
   }
-  sink.release();
+  static_cast<void>(sink.release());
   BioPtr owned(chain);
   if (BIO_get_cipher_ctx(chain, &context) != 1) {
     FailWithOpenSSL(kCouldNotEncrypt);
@@ -46,13 +45,13 @@ bool EncryptLast(EVP_CIPHER_CTX* context, CmsWriter& writer) noexcept {
 
 // Whole blocks at a time, just as many as fill the segment under way.
 bool EncryptAll(EVP_CIPHER_CTX* context, CmsInput& input, CmsWriter& writer) noexcept {
-  const std::unique_ptr<std::uint8_t[]> plain(new (std::nothrow) std::uint8_t[kWritePiece]);
-  if (plain == nullptr) return FailWith("Out of memory");
+  WorkBuffer plain;
+  if (!plain.Alloc(kWritePiece)) return FailWith("Out of memory");
   const auto block = static_cast<std::uint32_t>(EVP_CIPHER_CTX_get_block_size(context));
   std::uint32_t got = 0;
   do {
     const std::uint32_t wanted = (writer.GetMissing() + block - 1) / block * block;
-    if (!input.Read(plain.get(), wanted, got) || !EncryptPiece(context, plain.get(), got, writer))
+    if (!input.Read(plain.Get0(), wanted, got) || !EncryptPiece(context, plain.Get0(), got, writer))
       return false;
   } while (!input.IsAtEnd());
   return EncryptLast(context, writer);

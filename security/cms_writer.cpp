@@ -1,7 +1,6 @@
 #include "security/cms_writer.h"
 
 #include <cstring>
-#include <new>
 
 namespace OruOssSec {
 
@@ -17,7 +16,7 @@ constexpr std::uint32_t kSegmentHeader = 5;
 constexpr std::uint32_t kSegment = kWritePiece - kSegmentHeader;
 
 // Room that is reserved beside the content: certificates and signers or recipients.
-constexpr std::uint64_t kAround = 64 * 1024;
+constexpr std::uint64_t kAround = std::uint64_t{64} * 1024;
 
 bool IsSigned(const CmsSkeleton& skeleton) noexcept {
   return skeleton.type == CMSMsg::Type::SignedData;
@@ -44,8 +43,7 @@ bool CmsWriter::Write(const void* data, std::uint32_t size) noexcept {
 
 bool CmsWriter::Begin(const OruGuiBase::File& target, const CmsSkeleton& head,
                       std::uint64_t expected) noexcept {
-  buffer_.reset(new (std::nothrow) std::uint8_t[kMostHeader + kSegment + kSlack]);
-  if (buffer_ == nullptr) return FailWith("Out of memory");
+  if (!buffer_.Alloc(kMostHeader + kSegment + kSlack)) return FailWith("Out of memory");
   BerBuffer bytes;
   if (!MakeHead(head, bytes) || !writer_.Open(target)) return false;
   // The first segment is so much shorter that the following ones lie at multiples of a piece; a head that
@@ -59,7 +57,7 @@ bool CmsWriter::Begin(const OruGuiBase::File& target, const CmsSkeleton& head,
 bool CmsWriter::WriteSegment(std::uint32_t size) noexcept {
   std::uint8_t header[kMostHeader];
   const std::uint32_t headerSize = PutBerHeader(kOctetString, size, header);
-  std::uint8_t* start = buffer_.get() + kMostHeader - headerSize;
+  std::uint8_t* start = buffer_.Get0() + kMostHeader - headerSize;
   std::memcpy(start, header, headerSize);
   return Write(start, headerSize + size);
 }
@@ -68,7 +66,7 @@ bool CmsWriter::Commit(std::uint32_t size) noexcept {
   filled_ += size;
   if (filled_ < segment_) return true;
   if (!WriteSegment(segment_)) return false;
-  std::uint8_t* data = buffer_.get() + kMostHeader;
+  std::uint8_t* data = buffer_.Get0() + kMostHeader;
   filled_ -= segment_;
   std::memmove(data, data + segment_, filled_);
   segment_ = kSegment;
