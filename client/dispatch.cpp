@@ -6,8 +6,6 @@
 #include "client/resultcodes.h"
 #include "foundation/format.h"
 
-using OruGuiBase::AnsiStr;
-using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 namespace OruKalvix {

@@ -1,8 +1,6 @@
 #include "client/dispatch.h"
 #include "client/resultcodes.h"
 
-using OruGuiBase::AnsiStr;
-using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 namespace OruKalvix {

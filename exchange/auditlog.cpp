@@ -13,7 +13,6 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::datetime;
 using OruGuiBase::Directory;
 using OruGuiBase::DirectoryType;
-using OruGuiBase::File;
 using OruGuiBase::KVMap;
 using OruGuiBase::ReadStream;
 using OruGuiBase::ReadStreamMode;

@@ -7,7 +7,6 @@
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::datetime;
-using OruGuiBase::KVMap;
 using OruGuiBase::PackedDateTime;
 using OruGuiBase::Val;
 

@@ -15,7 +15,7 @@ class FunctionRef<Result(Arguments...)> {
  public:
   template <class Callable>
   requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef>) FunctionRef(Callable&& callable)
-  noexcept  // NOLINT(google-explicit-constructor): made at the call
+  noexcept
       : object_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         call_([](void* object, Arguments... arguments) -> Result {
           return (*static_cast<std::remove_reference_t<Callable>*>(object))(

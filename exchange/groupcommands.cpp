@@ -3,8 +3,6 @@
 #include "exchange/functionref.h"
 #include "exchange/keyservercommand.h"
 
-using OruGuiBase::AnsiStr;
-using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 namespace OruKalvix {

@@ -4,7 +4,6 @@
 #include "foundation/stream.h"
 
 using OruGuiBase::AnsiStr;
-using OruGuiBase::KVMap;
 using OruGuiBase::LineIterator;
 using OruGuiBase::Val;
 

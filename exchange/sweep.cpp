@@ -2,8 +2,6 @@
 #include "exchange/functionref.h"
 #include "exchange/keyservercommand.h"
 
-using OruGuiBase::KVMap;
-
 namespace OruKalvix {
 
 // Once around the key servers, from where this client's rotation begins. A server that cannot be reached, or

@@ -4,7 +4,6 @@
 #include "exchange/urlsegment.h"
 
 using OruGuiBase::AnsiStr;
-using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 namespace OruKalvix {

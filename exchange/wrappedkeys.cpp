@@ -4,9 +4,7 @@
 #include "exchange/functionref.h"
 #include "exchange/keyservercommand.h"
 
-using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
-using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 namespace OruKalvix {

@@ -87,8 +87,8 @@ AnsiStr::AnsiStr(std::uint32_t size, char*& buffer) noexcept : imp_(InitOrAbort(
 }
 
 AnsiStr& AnsiStr::operator=(const AnsiStr& other) noexcept {
-  if (other.imp_ != nullptr) Reference::Link(other.imp_->refCount);
-  Drop(std::exchange(imp_, other.imp_));
+  AnsiStr copy(other);
+  std::swap(imp_, copy.imp_);
   return *this;
 }
 

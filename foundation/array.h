@@ -43,8 +43,8 @@ class Array {
   Array(Array&& other) noexcept : imp_(other.imp_) { other.imp_ = nullptr; }
   ~Array() { Drop(imp_); }
   Array& operator=(const Array& other) noexcept {
-    if (other.imp_ != nullptr) Reference::Link(other.imp_->refCount);
-    Drop(std::exchange(imp_, other.imp_));
+    Array copy(other);
+    std::swap(imp_, copy.imp_);
     return *this;
   }
   Array& operator=(Array&& other) noexcept {

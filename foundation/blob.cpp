@@ -46,8 +46,8 @@ Blob::Imp* Blob::Imp::Init(std::uint32_t capacity, std::uint32_t size) noexcept 
 Blob::Blob(const BlobConst& bytes) noexcept : imp_(CopyOrAbort(bytes.data, bytes.size)) {}
 
 Blob& Blob::operator=(const Blob& other) noexcept {
-  if (other.imp_ != nullptr) Reference::Link(other.imp_->refCount);
-  Drop(std::exchange(imp_, other.imp_));
+  Blob copy(other);
+  std::swap(imp_, copy.imp_);
   return *this;
 }
 

@@ -37,7 +37,8 @@ std::int64_t DaysBeforeYear(std::int64_t year) {
 std::int64_t ToSeconds(const datetime& value) {
   std::int64_t days = DaysBeforeYear(value.year) + value.day - 1;
   for (std::int32_t month = 1; month < value.month; ++month) days += DaysOfMonth(value.year, month);
-  return days * kDaySeconds + value.hour * 3600 + value.minute * 60 + value.second;
+  return days * kDaySeconds + std::int64_t{3600} * value.hour + std::int64_t{60} * value.minute +
+         value.second;
 }
 
 bool FromSeconds(std::int64_t seconds, datetime& value) {
@@ -67,7 +68,7 @@ class DateReader {
 
   bool IsAtEnd() const { return rest_.empty(); }
   bool Blanks() {
-    return Take([](char c) { return c == ' '; }, 1, rest_.size()).size() != 0;
+    return !Take([](char c) { return c == ' '; }, 1, rest_.size()).empty();
   }
   bool Symbol(char symbol) {
     if (rest_.empty() || rest_.front() != symbol) return false;
@@ -136,7 +137,8 @@ bool ReadZone(DateReader& reader, std::int64_t& offset) {
   if (!west && !reader.Symbol('+')) return reader.Name(kUniversalZones) >= 0;
   std::int32_t zone = 0;
   if (!reader.Number(4, 4, zone) || zone / 100 > 23 || zone % 100 > 59) return false;
-  offset = (zone / 100 * 60 + zone % 100) * (west ? -60 : 60);
+  const std::int64_t minutes = zone / 100 * 60 + zone % 100;
+  offset = minutes * (west ? -60 : 60);
   return true;
 }
 

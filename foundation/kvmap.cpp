@@ -20,8 +20,8 @@ KVMapImp* NewMap() {
 }  // namespace
 
 KVMap& KVMap::operator=(const KVMap& other) noexcept {
-  if (other.imp_ != nullptr) Reference::Link(other.imp_->refCount);
-  Drop(std::exchange(imp_, other.imp_));
+  KVMap copy(other);
+  std::swap(imp_, copy.imp_);
   return *this;
 }
 
@@ -46,7 +46,7 @@ Val KVMap::Get(const AnsiStr& key) const noexcept {
 
 bool KVMap::Set(const AnsiStr& key, const Val& value) noexcept {
   // Both may lie in this very map, whose arrays are about to move.
-  const AnsiStr ownKey(key);
+  AnsiStr ownKey(key);
   Val ownValue(value);
   if (!MakeUnique()) return false;
   const std::uint32_t index = Find(ownKey);
@@ -54,8 +54,8 @@ bool KVMap::Set(const AnsiStr& key, const Val& value) noexcept {
     imp_->values.At(index) = std::move(ownValue);
     return true;
   }
-  imp_->keys.Append(ownKey);
   imp_->buckets[Hash(ownKey) % KVMapImp::kBuckets].Append(index);
+  imp_->keys.Append(std::move(ownKey));
   imp_->values.Append(std::move(ownValue));
   return true;
 }

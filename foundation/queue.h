@@ -23,6 +23,7 @@ class PtrContainerQueue {
       : first_(std::exchange(other.first_, nullptr)),
         last_(std::exchange(other.last_, nullptr)),
         count_(std::exchange(other.count_, 0)) {}
+  PtrContainerQueue& operator=(PtrContainerQueue&&) = delete;
   ~PtrContainerQueue() { Clear(); }
 
   /// Adds an element at the end and takes it over. False when memory is out; the element is then deleted.

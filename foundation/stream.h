@@ -95,6 +95,8 @@ class ORUGUI_EXPORT Stream {
 class ORUGUI_EXPORT ReadStream final : public Stream {
  public:
   ReadStream(const File& file, ReadStreamMode mode) noexcept;
+  ReadStream(const ReadStream&) = delete;
+  ReadStream& operator=(const ReadStream&) = delete;
   ~ReadStream();
   /// The next line; false at the end of the file and on failure, which IsError() tells apart.
   bool ReadLn(AnsiStr& text) noexcept;
@@ -113,6 +115,8 @@ class ORUGUI_EXPORT ReadStream final : public Stream {
 class ORUGUI_EXPORT WriteStream final : public Stream {
  public:
   WriteStream(const File& file, WriteStreamMode mode) noexcept;
+  WriteStream(const WriteStream&) = delete;
+  WriteStream& operator=(const WriteStream&) = delete;
   ~WriteStream();
   bool Write(const AnsiStr& text) noexcept;
   bool Write(char character) noexcept;
@@ -131,6 +135,8 @@ class ORUGUI_EXPORT WriteStream final : public Stream {
 class ORUGUI_EXPORT FastReadStream final : public Stream {
  public:
   explicit FastReadStream(const File& file) noexcept;
+  FastReadStream(const FastReadStream&) = delete;
+  FastReadStream& operator=(const FastReadStream&) = delete;
   ~FastReadStream();
   /// False on failure, or when the file is larger than a string may be.
   bool Read(AnsiStr& text) noexcept;

@@ -7,11 +7,7 @@
 #include "foundation/encoding.h"
 #include "security/cmsmsg.h"
 
-using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
-using OruGuiBase::Blob;
-using OruGuiBase::File;
-using OruGuiBase::KVMap;
 using OruGuiBase::PtrContainerQueue;
 using OruGuiBase::TempFile;
 using OruGuiBase::Val;

@@ -5,9 +5,7 @@
 #include "security/cmsmsg.h"
 #include "security/cryptomessagesyntax.h"
 
-using OruGuiBase::AnsiStr;
 using OruGuiBase::datetime;
-using OruGuiBase::File;
 using OruGuiBase::KVMap;
 using OruGuiBase::TempFile;
 using OruOssSec::CMSMsg;

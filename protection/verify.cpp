@@ -7,8 +7,6 @@
 #include "security/cmsmsg.h"
 
 using OruGuiBase::AnsiStr;
-using OruGuiBase::File;
-using OruGuiBase::KVMap;
 using OruGuiBase::PtrContainerQueue;
 using OruGuiBase::Val;
 using OruOssSec::Certificate;

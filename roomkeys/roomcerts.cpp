@@ -1,9 +1,6 @@
 #include "client/cryptcli.h"
 #include "exchange/answer.h"
 
-using OruGuiBase::AnsiStr;
-using OruGuiBase::KVMap;
-
 namespace OruKalvix {
 
 bool CryptClient::FetchRoomCerts(AnsiStr& roomName, ValArray& certificates, AnsiStr& seqnr) noexcept {

@@ -6,8 +6,6 @@
 #include "security/certstore.h"
 #include "security/cmsmsg.h"
 
-using OruGuiBase::AnsiStr;
-using OruGuiBase::Blob;
 using OruGuiBase::datetime;
 using OruGuiBase::PtrContainerQueue;
 using OruGuiBase::Val;

@@ -11,7 +11,6 @@
 namespace OruOssSec {
 namespace {
 
-using OruGuiBase::AnsiStr;
 using OruGuiBase::DateTime;
 using Chain = OruGuiBase::PtrContainerQueue<Certificate>;
 

@@ -41,8 +41,8 @@ Certificate::Certificate(const Certificate& other) noexcept : certificate_(other
 }
 
 Certificate& Certificate::operator=(const Certificate& other) noexcept {
-  if (other.certificate_ != nullptr) X509_up_ref(other.certificate_);
-  X509_free(std::exchange(certificate_, other.certificate_));
+  Certificate copy(other);
+  std::swap(certificate_, copy.certificate_);
   return *this;
 }
 

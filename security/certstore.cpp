@@ -40,7 +40,7 @@ bool ReadAll(const AnsiStr& text, STACK_OF(X509) * certificates) {
     CertPtr certificate(DecodeCertificate(object));
     if (certificate == nullptr) return false;
     if (sk_X509_push(certificates, certificate.get()) == 0) return FailWith(kNoMemory);
-    certificate.release();
+    static_cast<void>(certificate.release());
   }
 }
 

@@ -97,7 +97,7 @@ bool DecryptWithPrivateKey(const LoadedMessage& message, IContentSink& sink) noe
   if (sinkBio == nullptr) return FailWith("Out of memory");
   BIO* chain = CMS_dataInit(message.cms.get(), sinkBio.get());
   if (chain == nullptr) return FailWith(kCouldNotDecrypt);
-  sinkBio.release();
+  static_cast<void>(sinkBio.release());
   const BioPtr owned(chain);
   EVP_CIPHER_CTX* context = nullptr;
   if (BIO_get_cipher_ctx(chain, &context) != 1) return FailWith(kCouldNotDecrypt);

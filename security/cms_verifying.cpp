@@ -55,7 +55,7 @@ std::time_t ToSeconds(const OruGuiBase::DateTime& time) noexcept {
   const sys_days date =
       year(time.year) / month(static_cast<unsigned>(time.month)) / day(static_cast<unsigned>(time.day));
   const std::time_t days = date.time_since_epoch().count();
-  return days * 86400 + time.hour * 3600 + time.minute * 60 + time.second;
+  return days * 86400 + std::time_t{3600} * time.hour + std::time_t{60} * time.minute + time.second;
 }
 
 bool CheckChain(CMS_SignerInfo* signer, const CertStore& trusted, STACK_OF(X509) * certificates) noexcept {

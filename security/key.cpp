@@ -74,8 +74,8 @@ Key::Key(const Key& other) noexcept : key_(other.key_) {
 }
 
 Key& Key::operator=(const Key& other) noexcept {
-  if (other.key_ != nullptr) EVP_PKEY_up_ref(other.key_);
-  Set0(other.key_);
+  Key copy(other);
+  std::swap(key_, copy.key_);
   return *this;
 }
 
