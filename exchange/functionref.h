@@ -13,9 +13,8 @@ class FunctionRef;
 template <class Result, class... Arguments>
 class FunctionRef<Result(Arguments...)> {
  public:
-  template <class Callable>
-  requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionRef>) FunctionRef(Callable&& callable)
-  noexcept
+  template <class Callable, class = std::enable_if_t<!std::is_same_v<std::decay_t<Callable>, FunctionRef>>>
+  FunctionRef(Callable&& callable) noexcept
       : object_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
         call_([](void* object, Arguments... arguments) -> Result {
           return (*static_cast<std::remove_reference_t<Callable>*>(object))(

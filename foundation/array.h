@@ -43,8 +43,10 @@ class Array {
   Array(Array&& other) noexcept : imp_(other.imp_) { other.imp_ = nullptr; }
   ~Array() { Drop(imp_); }
   Array& operator=(const Array& other) noexcept {
-    Array copy(other);
-    std::swap(imp_, copy.imp_);
+    if (this != &other) {
+      Array copy(other);
+      std::swap(imp_, copy.imp_);
+    }
     return *this;
   }
   Array& operator=(Array&& other) noexcept {
