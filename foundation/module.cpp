@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <new>
 
 #include "foundation/report.h"
 #include "foundation/trace.h"
@@ -13,9 +14,11 @@ namespace {
 std::atomic<unsigned int> initializers = 0;
 thread_local unsigned int depth = 0;
 
-// Never ended: modules leave after the statics of this library may be gone.
+// Never ended: modules leave after the statics of this library may be gone. It lies in the library itself, so
+// that a library that is unloaded leaves no memory behind.
 std::recursive_mutex& InitSection() {
-  static auto* const section = new std::recursive_mutex;
+  alignas(std::recursive_mutex) static unsigned char place[sizeof(std::recursive_mutex)];
+  static auto* const section = new (place) std::recursive_mutex;
   return *section;
 }
 
