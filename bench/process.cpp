@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -49,6 +50,10 @@ Usage RunProcess(const std::vector<std::string>& command) {
   usage.peakKiB = resources.ru_maxrss;
   usage.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
   return usage;
+}
+
+std::string OwnProgram() {
+  return std::filesystem::read_symlink("/proc/self/exe").string();
 }
 
 double OwnCpuSeconds() {

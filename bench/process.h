@@ -17,6 +17,8 @@ struct Usage {
 /// Runs a command to its end; the first word is looked up in the path.
 Usage RunProcess(const std::vector<std::string>& command);
 
+/// The path of the program that runs.
+std::string OwnProgram();
 /// CPU seconds that this process has used so far.
 double OwnCpuSeconds();
 /// Peak resident memory of this process so far.

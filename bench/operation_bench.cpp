@@ -1,0 +1,292 @@
+// What a named operation costs without a network: CPU time and allocations of the removal of a key, how the
+// cost grows with keys and with key servers that fail, and what a second thread adds.
+//
+//   operation_bench [--rounds N] [--instructions]
+//   operation_bench --only KIND:SIZE --times N      performs one case and nothing else, for a profiler
+//
+// --instructions counts instructions as well, which needs valgrind and some minutes; they do not depend on
+// what else the machine does.
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <sys/resource.h>
+#include <thread>
+#include <time.h>
+#include <vector>
+
+#include "bench/allocations.h"
+#include "bench/operations.h"
+#include "bench/process.h"
+
+using Bench::Case;
+using Bench::Median;
+using Bench::Operation;
+
+namespace {
+
+struct Options {
+  int rounds = 21;
+  bool instructions = false;
+  Case only{"", 0};
+  unsigned times = 1;
+};
+
+double ThreadCpuSeconds() {
+  timespec time{};
+  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+bool Perform(Operation& operation, unsigned times) {
+  for (unsigned i = 0; i < times; ++i) {
+    if (!operation.Perform()) return false;
+  }
+  return true;
+}
+
+// ---- One case
+
+struct Cost {
+  double microseconds = 0;  ///< CPU time of one operation, median of the rounds
+  double allocations = 0;
+  double instructions = 0;  ///< 0 when they were not counted
+};
+
+class Measurement {
+ public:
+  explicit Measurement(const Case& which) : case_(which), operation_(which.Make()) {}
+
+  bool Prepare() {
+    constexpr double kBatchSeconds = 0.02;
+    if (!Perform(operation_, 2)) return false;
+    const std::uint64_t before = Bench::OwnAllocations();
+    const double begin = ThreadCpuSeconds();
+    if (!Perform(operation_, 1)) return false;
+    const double seconds = ThreadCpuSeconds() - begin;
+    cost_.allocations = static_cast<double>(Bench::OwnAllocations() - before);
+    batch_ = static_cast<unsigned>(std::clamp(kBatchSeconds / seconds, 1.0, 1e5));
+    return true;
+  }
+
+  bool TakeBatch() {
+    const double begin = ThreadCpuSeconds();
+    if (!Perform(operation_, batch_)) return false;
+    microseconds_.push_back((ThreadCpuSeconds() - begin) / batch_ * 1e6);
+    return true;
+  }
+
+  // In a process of its own, so that nothing but the operation is counted.
+  bool CountInstructions() {
+    constexpr unsigned kTimes = 10;
+    const std::string which = case_.kind + ":" + std::to_string(case_.size);
+    const Bench::Usage usage =
+        Bench::RunProcess({"valgrind", "--tool=callgrind", "--log-fd=1", "--callgrind-out-file=/dev/null",
+                           "--toggle-collect=Bench::Operation::Perform()", Bench::OwnProgram(), "--only",
+                           which, "--times", std::to_string(kTimes)});
+    const std::size_t found = usage.output.find("Collected : ");
+    if (!usage.ok || found == std::string::npos) return false;
+    cost_.instructions = std::atof(usage.output.c_str() + found + std::strlen("Collected : ")) / kTimes;
+    return true;
+  }
+
+  const Case& GetCase() const { return case_; }
+  Cost GetCost() const {
+    Cost cost = cost_;
+    cost.microseconds = Median(microseconds_);
+    return cost;
+  }
+
+ private:
+  Case case_;
+  Operation operation_;
+  unsigned batch_ = 1;
+  std::vector<double> microseconds_;
+  Cost cost_;
+};
+
+// The batches of all cases take turns, so that a busy moment of the machine meets them alike.
+bool MeasureAll(const Options& options, std::vector<Measurement>& measurements) {
+  for (Measurement& measurement : measurements) {
+    if (!measurement.Prepare()) return false;
+    if (options.instructions && !measurement.CountInstructions()) return false;
+  }
+  for (int round = 0; round < options.rounds; ++round) {
+    for (Measurement& measurement : measurements) {
+      if (!measurement.TakeBatch()) return false;
+    }
+  }
+  return true;
+}
+
+void ReportCost(const char* title, const Cost& cost) {
+  std::printf("%-44s %9.1f us %8.0f allocations", title, cost.microseconds, cost.allocations);
+  if (cost.instructions > 0) std::printf(" %12.0f instructions", cost.instructions);
+  std::printf("\n");
+}
+
+// ---- Growth: what one more key or key server costs, over the small and over the large step. Linear is a
+// ratio of 1.
+
+double Added(double small, double large, std::uint32_t from, std::uint32_t to) {
+  return (large - small) / (to - from);
+}
+
+void ReportAdded(const char* what, const std::array<double, 3>& costs,
+                 const std::array<std::uint32_t, 3>& sizes) {
+  const double first = Added(costs[0], costs[1], sizes[0], sizes[1]);
+  const double second = Added(costs[1], costs[2], sizes[1], sizes[2]);
+  std::printf("  each one more, in %-14s %10.2f from %u to %u, %10.2f from %u to %u, ratio %.2f\n", what,
+              first, sizes[0], sizes[1], second, sizes[1], sizes[2], second / first);
+}
+
+void ReportGrowth(const char* title, const Measurement* three) {
+  std::array<std::uint32_t, 3> sizes{};
+  std::array<Cost, 3> costs{};
+  for (std::size_t i = 0; i < sizes.size(); ++i) {
+    sizes[i] = three[i].GetCase().size;
+    costs[i] = three[i].GetCost();
+    ReportCost((std::string(title) + " " + std::to_string(sizes[i])).c_str(), costs[i]);
+  }
+  ReportAdded("microseconds", {costs[0].microseconds, costs[1].microseconds, costs[2].microseconds}, sizes);
+  ReportAdded("allocations", {costs[0].allocations, costs[1].allocations, costs[2].allocations}, sizes);
+  if (costs[0].instructions > 0)
+    ReportAdded("instructions", {costs[0].instructions, costs[1].instructions, costs[2].instructions}, sizes);
+}
+
+// ---- Threads
+
+struct Work {
+  double operations = 0;
+  double wallSeconds = 0;
+  double cpuSeconds = 0;
+  long waits = 0;  ///< times that a thread gave its processor away, as it does at a lock that is taken
+  bool ok = true;
+
+  double PerSecond() const { return operations / wallSeconds; }
+  double CpuMicroseconds() const { return cpuSeconds / operations * 1e6; }
+};
+
+using Clock = std::chrono::steady_clock;
+
+Work WorkUntil(Clock::time_point end) {
+  constexpr unsigned kBatch = 32;
+  Operation operation = Case{"refused", 1}.Make();
+  Work work;
+  rusage before{};
+  rusage after{};
+  ::getrusage(RUSAGE_THREAD, &before);
+  const double begin = ThreadCpuSeconds();
+  while (work.ok && Clock::now() < end) {
+    work.ok = Perform(operation, kBatch);
+    work.operations += kBatch;
+  }
+  work.cpuSeconds = ThreadCpuSeconds() - begin;
+  ::getrusage(RUSAGE_THREAD, &after);
+  work.waits = after.ru_nvcsw - before.ru_nvcsw;
+  return work;
+}
+
+Work WorkOn(unsigned threads) {
+  constexpr std::chrono::milliseconds kTime(250);
+  const Clock::time_point end = Clock::now() + kTime;
+  std::vector<Work> works(threads);
+  std::vector<std::thread> running;
+  for (Work& work : works) running.emplace_back([&work, end] { work = WorkUntil(end); });
+  for (std::thread& thread : running) thread.join();
+  Work all;
+  all.wallSeconds = std::chrono::duration<double>(kTime).count();
+  for (const Work& work : works) {
+    all.operations += work.operations;
+    all.cpuSeconds += work.cpuSeconds;
+    all.waits += work.waits;
+    all.ok = all.ok && work.ok;
+  }
+  return all;
+}
+
+// One thread and two take turns; a pair in a busy moment shows as a low ratio, so the best one is told beside
+// the median.
+bool MeasureThreads(const Options& options) {
+  std::vector<double> ratios;
+  std::vector<double> cpuRatios;
+  long waits = 0;
+  for (int round = 0; round < options.rounds; ++round) {
+    const Work one = WorkOn(1);
+    const Work two = WorkOn(2);
+    if (!one.ok || !two.ok) return false;
+    ratios.push_back(two.PerSecond() / one.PerSecond());
+    cpuRatios.push_back(2 * one.CpuMicroseconds() / two.CpuMicroseconds());
+    waits += two.waits;
+  }
+  std::printf("two threads: %.2f times the work of one (median of %d pairs; best %.2f),\n", Median(ratios),
+              options.rounds, *std::max_element(ratios.begin(), ratios.end()));
+  std::printf("  %.2f times when judged by the CPU time of an operation; %ld waits of two threads in all\n",
+              Median(cpuRatios), waits);
+  return true;
+}
+
+// ---- The program
+
+bool RunAll(const Options& options) {
+  std::vector<Measurement> measurements;
+  for (const std::uint32_t keys : {10U, 100U, 1000U}) measurements.emplace_back(Case{"decrypt", keys});
+  for (const std::uint32_t servers : {1U, 8U, 64U}) measurements.emplace_back(Case{"refused", servers});
+  for (const std::uint32_t servers : {1U, 8U, 64U}) measurements.emplace_back(Case{"dead", servers});
+  if (!MeasureAll(options, measurements)) return false;
+  std::printf("CPU time: median of %d rounds\n", options.rounds);
+  ReportCost("DeleteKey, one key server", measurements[3].GetCost());
+  ReportGrowth("Decrypt, keys:", &measurements[0]);
+  ReportGrowth("DeleteKey, all but the last refuse, servers:", &measurements[3]);
+  ReportGrowth("DeleteKey, all but the last dead, servers:", &measurements[6]);
+  return MeasureThreads(options);
+}
+
+bool RunOnly(const Options& options) {
+  Operation operation = options.only.Make();
+  return Perform(operation, options.times);
+}
+
+bool ParseCase(const char* text, Case& which) {
+  const char* const colon = std::strchr(text, ':');
+  if (colon == nullptr) return false;
+  which = {std::string(text, colon), static_cast<std::uint32_t>(std::atoi(colon + 1))};
+  return which.IsKnown();
+}
+
+bool ParseOptions(int argc, char** argv, Options& options) {
+  for (int i = 1; i < argc; ++i) {
+    const bool hasValue = i + 1 < argc;
+    if (std::strcmp(argv[i], "--instructions") == 0) {
+      options.instructions = true;
+    } else if (std::strcmp(argv[i], "--rounds") == 0 && hasValue) {
+      options.rounds = std::atoi(argv[++i]);
+    } else if (std::strcmp(argv[i], "--times") == 0 && hasValue) {
+      options.times = static_cast<unsigned>(std::atoi(argv[++i]));
+    } else if (std::strcmp(argv[i], "--only") == 0 && hasValue) {
+      if (!ParseCase(argv[++i], options.only)) return false;
+    } else {
+      return false;
+    }
+  }
+  return options.rounds > 0 && options.times > 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  if (!ParseOptions(argc, argv, options)) {
+    std::fprintf(stderr,
+                 "usage: operation_bench [--rounds N] [--instructions] | --only KIND:SIZE --times N\n"
+                 "       KIND is refused, dead or decrypt\n");
+    return 2;
+  }
+  const bool ok = options.only.IsKnown() ? RunOnly(options) : RunAll(options);
+  if (!ok) std::fprintf(stderr, "operation_bench: an operation or a count failed\n");
+  return ok ? 0 : 1;
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "bench/cannedservice.h"
+#include "foundation/ansistr.h"
+#include "foundation/kvmap.h"
+
+namespace Bench {
+
+/// One named operation, ready to be performed over and over. It serves one thread; every thread needs its
+/// own.
+class Operation {
+ public:
+  /// Removes a key: one command, to the last of `servers` key servers after the others have failed.
+  static Operation DeleteKey(std::uint32_t servers, CannedService::Failure failure);
+  /// Exports `keys` wrapped keys, one command each, from one key server.
+  static Operation ExportKeys(std::uint32_t keys);
+
+  /// Whether it went well.
+  bool Perform();
+
+ private:
+  Operation(const char* name, const char* answer, std::uint32_t servers);
+
+  OruGuiBase::AnsiStr serviceUrl_{CannedService::kUrl};
+  OruGuiBase::AnsiStr name_;
+  OruGuiBase::KVMap arguments_;
+  CannedService service_;
+  std::uint32_t failures_;
+  CannedService::Failure failure_ = CannedService::Failure::Probe;
+};
+
+/// A kind of operation at a size.
+struct Case {
+  /// "refused" and "dead": the removal of a key, which all key servers but the last refuse, or which all but
+  /// the last cannot be reached for. "decrypt": the export of keys.
+  std::string kind;
+  std::uint32_t size;  ///< key servers, or keys
+
+  bool IsKnown() const { return size > 0 && (kind == "refused" || kind == "dead" || kind == "decrypt"); }
+  Operation Make() const;
+};
+
+}  // namespace Bench
