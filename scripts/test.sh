@@ -7,6 +7,6 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 preset=${1:-release}
 if [ $# -gt 0 ]; then shift; fi
-scripts/bootstrap.sh
+scripts/bootstrap.sh --test
 scripts/build.sh "$preset"
 ctest --preset "$preset" -j "$(nproc)" "$@"
