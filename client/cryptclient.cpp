@@ -58,9 +58,9 @@ const AnsiStr& CryptClient::GetErrorMessage() const noexcept {
 
 KVMap CryptClient::GetKeyHandle(const AnsiStr& id, const AnsiStr& subId) noexcept {
   KVMap handle;
-  handle.Set("type", "handle");
-  handle.Set("id", id);
-  handle.Set("subId", subId);
+  handle.Put("type", "handle");
+  handle.Put("id", id);
+  handle.Put("subId", subId);
   return handle;
 }
 

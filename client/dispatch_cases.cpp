@@ -44,7 +44,7 @@ std::int32_t CryptClient::Dispatcher::GetAuditLog() noexcept {
   error = client.GetErrorMessage();
   if (!done) return kFailed;
   KVMap results;
-  results.Set("filename", fileName);
+  results.Put("filename", fileName);
   result = results;
   if (!error.IsEmpty()) {
     client.SetError("Could not get audit log from all key servers: %s", error.GetText());
@@ -63,16 +63,16 @@ std::int32_t CryptClient::Dispatcher::Update() noexcept {
   CryptClient client(http, serviceUrl, auxiliaryName, room);
   Configure(client, common);
   KVMap results;
-  results.Set("room", room);
-  results.Set("seqnr", seqnr);
+  results.Put("room", room);
+  results.Put("seqnr", seqnr);
   const ValArray keys = arguments.List("keys");
   if (!keys.IsEmpty()) {
     ValArray updated;
     if (!client.UpdateKey(room, certificates, keys, updated)) return Finish(client, false, results);
-    results.Set("keys", Val(updated));
+    results.Put("keys", Val(updated));
   }
   AnsiStr newKey;
-  if (arguments.Flag("newkey") && client.CreateKey(room, certificates, newKey)) results.Set("newkey", newKey);
+  if (arguments.Flag("newkey") && client.CreateKey(room, certificates, newKey)) results.Put("newkey", newKey);
   return Finish(client, true, results);
 }
 
@@ -117,7 +117,7 @@ std::int32_t CryptClient::Dispatcher::SignByKey() noexcept {
   AnsiStr signature;
   const bool done = client.Sign(key, algorithm, hash, signature);
   KVMap results;
-  results.Set("signature", signature);
+  results.Put("signature", signature);
   return Finish(client, done, results);
 }
 
@@ -133,9 +133,9 @@ std::int32_t CryptClient::Dispatcher::CreateKey() noexcept {
   AnsiStr newKey;
   const bool done = client.CreateKey(room, certificates, newKey);
   KVMap results;
-  results.Set("room", room);
-  results.Set("seqnr", seqnr);
-  results.Set("newkey", newKey);
+  results.Put("room", room);
+  results.Put("seqnr", seqnr);
+  results.Put("newkey", newKey);
   return Finish(client, done, results);
 }
 
@@ -149,9 +149,9 @@ std::int32_t CryptClient::Dispatcher::ExportKeys() noexcept {
   ValArray exported;
   const bool done = client.ExportKeys(room, keys, exported);
   KVMap results;
-  results.Set("room", room);
-  results.Set("seqnr", seqnr);
-  results.Set("keys", Val(exported));
+  results.Put("room", room);
+  results.Put("seqnr", seqnr);
+  results.Put("keys", Val(exported));
   return Finish(client, done, results);
 }
 

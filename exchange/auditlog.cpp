@@ -42,8 +42,8 @@ AnsiStr TimeStamp() noexcept {
 
 KVMap AuditLogEnvelopePayload(const char* type, const AnsiStr& group) noexcept {
   KVMap payload;
-  payload.Set("type", type);
-  payload.Set("groupId", group);
+  payload.Put("type", type);
+  payload.Put("groupId", group);
   return payload;
 }
 

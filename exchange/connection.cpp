@@ -48,7 +48,7 @@ bool CryptClient::KeyServerConnect() noexcept {
     SetError("Invalid key server time [%s]", date.GetText());
     return false;
   }
-  serverTimes.Set(server, PackTime(time));
+  serverTimes.Put(server, PackTime(time));
   return true;
 }
 

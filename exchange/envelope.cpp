@@ -53,18 +53,18 @@ KVMap CryptClient::GetStandardHeader() noexcept {
   ValArray path;
   path.Append(Val("java-api-instance"));
   KVMap header;
-  header.Set("type", "standardVelmoraHeader");
-  header.Set("commandId", "");
-  header.Set("sessionId", "");
-  header.Set("path", Val(path));
-  header.Set("protocolVersion", "2.0");
+  header.Put("type", "standardVelmoraHeader");
+  header.Put("commandId", "");
+  header.Put("sessionId", "");
+  header.Put("path", Val(path));
+  header.Put("protocolVersion", "2.0");
   return header;
 }
 
 KVMap CryptClient::GetEnvelope(const KVMap& payload) noexcept {
   KVMap envelope;
-  envelope.Set("header", Val(GetStandardHeader()));
-  envelope.Set("payload", Val(payload));
+  envelope.Put("header", Val(GetStandardHeader()));
+  envelope.Put("payload", Val(payload));
   return envelope;
 }
 
@@ -77,7 +77,7 @@ AnsiStr CryptClient::GetServerUrl(const AnsiStr& path) const noexcept {
 
 KVMap CryptClient::GetSecurityHeader() noexcept {
   KVMap headers;
-  headers.Set("X-SEC-AUTHZTOKEN", authzToken);
+  headers.Put("X-SEC-AUTHZTOKEN", authzToken);
   authzToken.Clear();  // A token serves exactly one request.
   return headers;
 }

@@ -8,8 +8,8 @@ namespace OruKalvix {
 /// A certificate as a command carries it, its text as the caller gave it.
 inline OruGuiBase::KVMap ExternalCertificate(const OruGuiBase::AnsiStr& text) noexcept {
   OruGuiBase::KVMap entry;
-  entry.Set("type", "externalCertificate");
-  entry.Set("encodedCertificate", text);
+  entry.Put("type", "externalCertificate");
+  entry.Put("encodedCertificate", text);
   return entry;
 }
 

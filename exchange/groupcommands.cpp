@@ -37,40 +37,40 @@ bool CryptClient::KeyServerConfigGroup(const AnsiStr& ofGroup, const AnsiStr& gr
                                        const ValArray& issuingCertificates,
                                        const ValArray& crlUrls) noexcept {
   KeyServerRequest request{KeyServerCommand::ConfigGroup, {}, ofGroup, {}};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("groupId", ofGroup);
-  request.payload.Set("groupName", groupName);
-  request.payload.Set("ownerGroupId", ownerGroup);
-  request.payload.Set("authnRootCertificates", Val(rootCertificates));
-  request.payload.Set("authnIssuingCertificates", Val(issuingCertificates));
-  request.payload.Set("authnCrlUrls", Val(crlUrls));
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("groupId", ofGroup);
+  request.payload.Put("groupName", groupName);
+  request.payload.Put("ownerGroupId", ownerGroup);
+  request.payload.Put("authnRootCertificates", Val(rootCertificates));
+  request.payload.Put("authnIssuingCertificates", Val(issuingCertificates));
+  request.payload.Put("authnCrlUrls", Val(crlUrls));
   return RunGroupCommand(request);
 }
 
 bool CryptClient::KeyServerReencrypt(const AnsiStr& ofGroup, const AnsiStr& certificate) noexcept {
   KeyServerRequest request{KeyServerCommand::Reencrypt, {}, ofGroup, {}};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("groupId", ofGroup);
-  request.payload.Set("encryptionKey", Val(ExternalCertificate(certificate)));
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("groupId", ofGroup);
+  request.payload.Put("encryptionKey", Val(ExternalCertificate(certificate)));
   return RunGroupCommand(request);
 }
 
 bool CryptClient::KeyServerImportKey(const AnsiStr& ofGroup, const AnsiStr& id, const AnsiStr& key,
                                      const AnsiStr& password) noexcept {
   KeyServerRequest request{KeyServerCommand::ImportKey, {}, ofGroup, {}};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("groupId", ofGroup);
-  request.payload.Set("id", id);
-  request.payload.Set("encodedKey", key);
-  request.payload.Set("password", password);
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("groupId", ofGroup);
+  request.payload.Put("id", id);
+  request.payload.Put("encodedKey", key);
+  request.payload.Put("password", password);
   return RunGroupCommand(request);
 }
 
 bool CryptClient::KeyServerDeleteKey(const AnsiStr& ofGroup, const KVMap& key) noexcept {
   KeyServerRequest request{KeyServerCommand::DeleteKey, {}, ofGroup, key};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("groupId", ofGroup);
-  request.payload.Set("key", Val(key));
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("groupId", ofGroup);
+  request.payload.Put("key", Val(key));
   return RunGroupCommand(request);
 }
 

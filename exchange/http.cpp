@@ -19,14 +19,14 @@ KVMap LowerCaseNames(const KVMap& headers) noexcept {
   const Array<Val>& values = headers.GetValues();
   for (std::uint32_t i = 0; i < names.GetCount(); ++i) {
     AnsiStr name = names[i];
-    lowered.Set(name.ToLower(), values[i]);
+    lowered.Put(name.ToLower(), values[i]);
   }
   return lowered;
 }
 
 KVMap WithContentType(const KVMap& headers) noexcept {
   KVMap all = headers;
-  all.Set("Content-Type", "text/json");
+  all.Put("Content-Type", "text/json");
   return all;
 }
 

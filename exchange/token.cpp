@@ -27,10 +27,10 @@ bool CryptClient::FetchAuthzToken(KeyServerCommand command, const AnsiStr& id, c
   const AnsiStr url = GetServiceUrl("authztoken", id, AnsiStr(), AnsiStr());
   if (url.IsEmpty()) return false;
   KVMap request;
-  request.Set("keyserver", keyServerCursor.keyServerUrl);
-  request.Set("operation", GetRequestType(command));
-  if (!transaction.IsEmpty()) request.Set("transaction", transaction);
-  if (!key.IsEmpty()) request.Set("key", Val(key));
+  request.Put("keyserver", keyServerCursor.keyServerUrl);
+  request.Put("operation", GetRequestType(command));
+  if (!transaction.IsEmpty()) request.Put("transaction", transaction);
+  if (!key.IsEmpty()) request.Put("key", Val(key));
   KVMap answer;
   if (!HttpPostJSON(url, request, KVMap(), answer)) {
     SetError("Could not get authorization token: %s", errorMessage.GetText());

@@ -23,10 +23,10 @@ Array<Val> EncryptionKeys(const Array<Val>& certificates) noexcept {
 bool CryptClient::KeyServerGenerateWrappedKey(const AnsiStr& forRoom, const ValArray& certificates,
                                               RoomKey& roomKey) noexcept {
   KeyServerRequest request{KeyServerCommand::GenerateWrappedKey, {}, forRoom, {}};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("keyType", "");
-  request.payload.Set("certificateSubject", AnsiStr("CN=") + forRoom + "-tr");
-  request.payload.Set("encryptionKeys", Val(EncryptionKeys(certificates)));
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("keyType", "");
+  request.payload.Put("certificateSubject", AnsiStr("CN=") + forRoom + "-tr");
+  request.payload.Put("encryptionKeys", Val(EncryptionKeys(certificates)));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     ClearRoomKey(roomKey);
     roomKey.room = forRoom;
@@ -51,9 +51,9 @@ bool CryptClient::KeyServerGenerateWrappedKey(const AnsiStr& forRoom, const ValA
 bool CryptClient::KeyServerModifyWrappedKey(const AnsiStr& forRoom, const ValArray& certificates,
                                             const AnsiStr& wrappedKey, AnsiStr& newWrappedKey) noexcept {
   KeyServerRequest request{KeyServerCommand::ModifyWrappedKey, {}, forRoom, {}};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("encodedWrappedKey", wrappedKey);
-  request.payload.Set("encryptionKeys", Val(EncryptionKeys(certificates)));
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("encodedWrappedKey", wrappedKey);
+  request.payload.Put("encryptionKeys", Val(EncryptionKeys(certificates)));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     newWrappedKey = Answer(payload).String("encodedWrappedKey");
     if (!newWrappedKey.IsEmpty()) return true;
@@ -65,8 +65,8 @@ bool CryptClient::KeyServerModifyWrappedKey(const AnsiStr& forRoom, const ValArr
 bool CryptClient::KeyServerExportWrappedKey(const AnsiStr& forRoom, const AnsiStr& wrappedKey,
                                             AnsiStr& privateKey) noexcept {
   KeyServerRequest request{KeyServerCommand::ExportWrappedKey, {}, forRoom, {}};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("encodedWrappedKey", wrappedKey);
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("encodedWrappedKey", wrappedKey);
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     privateKey = Answer(payload).String("encodedPrivateKey");
     if (!privateKey.IsEmpty()) return true;
@@ -93,8 +93,8 @@ bool CryptClient::ForEachKey(const ValArray& keys, const char* name, ValArray& r
     AnsiStr outcome;
     if (!work(key.String("data"), outcome)) return false;
     KVMap done;
-    done.Set("id", id);
-    done.Set(name, outcome);
+    done.Put("id", id);
+    done.Put(name, outcome);
     result.Append(Val(done));
   }
   return true;

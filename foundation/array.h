@@ -67,19 +67,25 @@ class Array {
   /// The element for writing. An index past the end does not fail and does not change the count: it hands out
   /// the slot behind the last element, emptied.
   T& At(std::uint32_t index) noexcept {
+    if (!Prepare(index)) DebugAbort("Could not allocate array");
+    if (index < imp_->count) return imp_->Elements()[index];
+    T& spare = imp_->Elements()[imp_->count];
+    spare = T();
+    return spare;
+  }
+
+  /// Makes sure that At(index) finds its slot in an unshared block, so that it takes no memory. False, with a
+  /// report and without a change, when memory is out.
+  bool Prepare(std::uint32_t index) noexcept {
     const std::uint32_t count = GetCount();
-    if (index < count) {
-      if (Reference::IsShared(imp_->refCount)) Renew(imp_->capacity);
-      return imp_->Elements()[index];
-    }
-    if (count == 0xFFFFFFFFU) {
+    const bool isSpare = index >= count;
+    if (isSpare && count == 0xFFFFFFFFU) {
       ReportArrayOverflow(count, 1);
       DebugAbort("UInt32 overflow");
     }
-    MakeRoom(count + 1);
-    T& spare = imp_->Elements()[count];
-    spare = T();
-    return spare;
+    const std::uint32_t needed = isSpare ? count + 1 : count;
+    if (imp_ != nullptr && imp_->capacity >= needed && !Reference::IsShared(imp_->refCount)) return true;
+    return Renew(isSpare ? GrownCapacity(needed) : imp_->capacity);
   }
 
   /// Adds an element at the end. A block that is full grows by 10 below 20 elements, by half up to 100000,
@@ -93,7 +99,7 @@ class Array {
   void Reserve(std::uint32_t capacity) noexcept {
     if (capacity != 0 &&
         (imp_ == nullptr || capacity > imp_->capacity || Reference::IsShared(imp_->refCount))) {
-      Renew(capacity > GetCount() ? capacity : GetCount());
+      if (!Renew(capacity > GetCount() ? capacity : GetCount())) DebugAbort("Could not allocate array");
     }
   }
 
@@ -129,18 +135,13 @@ class Array {
     return count > 0xFFFFFFFFU - extra ? 0xFFFFFFFFU : count + extra;
   }
 
-  void MakeRoom(std::uint32_t count) noexcept {
-    if (imp_ != nullptr && imp_->capacity >= count && !Reference::IsShared(imp_->refCount)) return;
-    Renew(GrownCapacity(count));
-  }
-
   // Moves to an unshared block of the capacity. The elements are copied out of a shared block and moved out
-  // of an unshared one.
-  void Renew(std::uint32_t capacity) noexcept {
+  // of an unshared one. False when memory is out.
+  bool Renew(std::uint32_t capacity) noexcept {
     void* memory = AllocParticle(BlockSize(capacity));
     if (memory == nullptr) {
       ReportArrayAllocFail(capacity, GetCount());
-      DebugAbort("Could not allocate array");
+      return false;
     }
     Imp* block = new (memory) Imp{{1}, capacity, GetCount()};
     const bool shared = imp_ != nullptr && Reference::IsShared(imp_->refCount);
@@ -155,6 +156,7 @@ class Array {
       }
     }
     Drop(std::exchange(imp_, block));
+    return true;
   }
 
   Imp* imp_ = nullptr;

@@ -50,11 +50,15 @@ bool KVMap::Set(const AnsiStr& key, const Val& value) noexcept {
   Val ownValue(value);
   if (!MakeUnique()) return false;
   const std::uint32_t index = Find(ownKey);
+  if (!imp_->values.Prepare(index)) return false;
   if (index < GetCount()) {
     imp_->values.At(index) = std::move(ownValue);
     return true;
   }
-  imp_->buckets[Hash(ownKey) % KVMapImp::kBuckets].Append(index);
+  // All room is made first, so that a key is added whole or not at all.
+  Array<std::uint32_t>& bucket = imp_->buckets[Hash(ownKey) % KVMapImp::kBuckets];
+  if (!bucket.Prepare(bucket.GetCount()) || !imp_->keys.Prepare(index)) return false;
+  bucket.Append(index);
   imp_->keys.Append(std::move(ownKey));
   imp_->values.Append(std::move(ownValue));
   return true;

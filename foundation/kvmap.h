@@ -40,11 +40,18 @@ class ORUGUI_EXPORT KVMap {
   std::uint32_t Find(const AnsiStr& key) const noexcept;
   /// The value of a key, shared; nil when the map does not hold it.
   Val Get(const AnsiStr& key) const noexcept;
-  /// Adds a key at the end or replaces its value. False when memory ran out.
+  /// Adds a key at the end or replaces its value. False when memory ran out; the map is then as it was.
   bool Set(const AnsiStr& key, const Val& value) noexcept;
   /// The same for a text value.
   bool Set(const AnsiStr& key, const AnsiStr& value) noexcept { return Set(key, Val(value)); }
   bool Set(const AnsiStr& key, const char* value) noexcept { return Set(key, Val(value)); }
+  /// The same for a map that must not lack a member unseen, such as a request: memory that ran out ends the
+  /// process (DebugAbort), as it does for a text.
+  void Put(const AnsiStr& key, const Val& value) noexcept {
+    if (!Set(key, value)) DebugAbort("Could not allocate map");
+  }
+  void Put(const AnsiStr& key, const AnsiStr& value) noexcept { Put(key, Val(value)); }
+  void Put(const AnsiStr& key, const char* value) noexcept { Put(key, Val(value)); }
 
   /// Keys and values for iterating by index. A null map gives an empty array that lives as long as the
   /// process.

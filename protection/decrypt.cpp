@@ -19,15 +19,15 @@ namespace OruKalvix {
 bool CryptClient::KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& encryptedData,
                                    AnsiStr& plainData) noexcept {
   KVMap decryptionKey;
-  decryptionKey.Set("type", "wrappedKey");
-  decryptionKey.Set("encodedWrappedKey", wrappedKey);
+  decryptionKey.Put("type", "wrappedKey");
+  decryptionKey.Put("encodedWrappedKey", wrappedKey);
   Array<Val> encrypted;
   encrypted.Append(Val(encryptedData));
   KeyServerRequest request{KeyServerCommand::Decrypt, {}, room, {}};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("decryptionKey", Val(decryptionKey));
-  request.payload.Set("algorithm", "RSAES-PKCS1-v1_5");
-  request.payload.Set("encryptedData", Val(encrypted));
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("decryptionKey", Val(decryptionKey));
+  request.payload.Put("algorithm", "RSAES-PKCS1-v1_5");
+  request.payload.Put("encryptedData", Val(encrypted));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     plainData = Answer(payload).FirstString("plainData");
     if (!plainData.IsEmpty()) return true;

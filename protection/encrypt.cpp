@@ -45,9 +45,9 @@ KVMap CryptClient::GetSignedAttributes(const RoomKey& roomKey) const noexcept {
   AppendSegment(roomUrl, "mx");
   AppendSegment(roomUrl, roomKey.room);
   KVMap attributes;
-  attributes.Set(kGroupAttribute, group);
-  attributes.Set(kRoomAttribute, roomKey.room);
-  attributes.Set(kRoomUrlAttribute, roomUrl);
+  attributes.Put(kGroupAttribute, group);
+  attributes.Put(kRoomAttribute, roomKey.room);
+  attributes.Put(kRoomUrlAttribute, roomUrl);
   return attributes;
 }
 

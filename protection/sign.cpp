@@ -41,10 +41,10 @@ bool CryptClient::KeyServerSign(const KVMap& key, const AnsiStr& algorithm, cons
   Array<Val> hashes;
   hashes.Append(Val(EncodeBase64(hash)));
   KeyServerRequest request{KeyServerCommand::Sign, {}, room, key};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("signatureKey", Val(key));
-  request.payload.Set("algorithm", algorithm);
-  request.payload.Set("hashesToBeSigned", Val(hashes));
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("signatureKey", Val(key));
+  request.payload.Put("algorithm", algorithm);
+  request.payload.Put("hashesToBeSigned", Val(hashes));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     const AnsiStr encoded = Answer(payload).FirstString("signedHashes");
     if (encoded.IsEmpty()) {

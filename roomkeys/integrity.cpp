@@ -32,9 +32,9 @@ bool CryptClient::ReadIntegrityKey(const KVMap& payload, const AnsiStr& id, Inte
 
 bool CryptClient::KeyServerGetKey(const AnsiStr& id, const AnsiStr& subId, IntegrityKey& key) noexcept {
   KeyServerRequest request{KeyServerCommand::GetKey, {}, room, {}};
-  request.payload.Set("type", GetRequestType(request.command));
-  request.payload.Set("key", Val(GetKeyHandle(id, subId)));
-  request.payload.Set("representation", "certificate");
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("key", Val(GetKeyHandle(id, subId)));
+  request.payload.Put("representation", "certificate");
   return RunCommand(request,
                     [&](const KVMap& payload) noexcept { return ReadIntegrityKey(payload, id, key); });
 }
@@ -44,7 +44,7 @@ bool CryptClient::FetchIntegrityCerts(const AnsiStr& ofGroup, ValArray& certific
   const AnsiStr url = GetServiceUrl("certlist", ofGroup, "integrity", digest);
   if (url.IsEmpty()) return false;
   KVMap request;
-  request.Set("keyserver", keyServerCursor.keyServerUrl);
+  request.Put("keyserver", keyServerCursor.keyServerUrl);
   KVMap answer;
   if (!HttpPostJSON(url, request, KVMap(), answer)) {
     SetError("Could not get integrity certificates: %s", errorMessage.GetText());

@@ -13,10 +13,10 @@ constexpr const char* kKeyError = "QOB.1.1001.1.422645";
 
 KVMap KeyByCertificate(const AnsiStr& issuer, const AnsiStr& serial) noexcept {
   KVMap id;
-  id.Set("issuer", issuer);
-  id.Set("serial", serial);
+  id.Put("issuer", issuer);
+  id.Put("serial", serial);
   KVMap request;
-  request.Set("id", Val(id));
+  request.Put("id", Val(id));
   return request;
 }
 

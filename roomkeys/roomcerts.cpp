@@ -7,7 +7,7 @@ bool CryptClient::FetchRoomCerts(AnsiStr& roomName, ValArray& certificates, Ansi
   const AnsiStr url = GetServiceUrl("certlist", room, AnsiStr(), AnsiStr());
   if (url.IsEmpty()) return false;
   KVMap request;
-  request.Set("keyserver", keyServerCursor.keyServerUrl);
+  request.Put("keyserver", keyServerCursor.keyServerUrl);
   KVMap object;
   if (!HttpPostJSON(url, request, KVMap(), object)) {
     SetError("Could not get room certificates: %s", errorMessage.GetText());
@@ -25,8 +25,8 @@ bool CryptClient::UploadRoomKey(const AnsiStr& key, const AnsiStr& seqnr) noexce
   const AnsiStr url = GetServiceUrl("newkey", room, AnsiStr(), AnsiStr());
   if (url.IsEmpty()) return false;
   KVMap request;
-  request.Set("seqnr", seqnr);
-  request.Set("key", key);
+  request.Put("seqnr", seqnr);
+  request.Put("key", key);
   KVMap unread;
   if (!HttpPostJSON(url, request, KVMap(), unread)) {
     SetError("Could not upload new room key: %s", errorMessage.GetText());

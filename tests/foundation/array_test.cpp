@@ -8,8 +8,10 @@
 #include "foundation/ansistr.h"
 #include "foundation/trace.h"
 #include "foundation/val.h"
+#include "tests/foundation/failing_memory.h"
 #include "tests/foundation/memory_limit.h"
 #include "tests/foundation/printing.h"
+#include "tests/foundation/recording_sink.h"
 
 namespace OruGuiBase {
 namespace {
@@ -39,6 +41,7 @@ TEST(ArrayTest, FirstElementOfANullArrayMakesRoomForEleven) {
   EXPECT_EQ(numbers[0], 7U);
 }
 
+// A full block grows by 10 below 20 elements, by half below 100000 and by 50000 from there on.
 TEST(ArrayTest, AFullBlockGrowsByItsCount) {
   const struct {
     std::uint32_t full;
@@ -120,6 +123,35 @@ TEST(ArrayTest, AccessPastTheCountOfAFullBlockMakesRoom) {
   EXPECT_EQ(numbers.At(4), 0U);
   EXPECT_EQ(numbers.GetCapacity(), 15U);
   EXPECT_EQ(numbers.GetCount(), 4U);
+}
+
+TEST(ArrayTest, AnAccessThatWasPreparedTakesNoMemory) {
+  Numbers numbers = Filled(2);
+  const Numbers copy(numbers);
+  ASSERT_TRUE(numbers.Prepare(2));
+  {
+    const FailingMemory memory(0);
+    numbers.Append(7);
+  }
+  EXPECT_EQ(numbers[2], 7U);
+  EXPECT_EQ(copy.GetCount(), 2U);
+}
+
+TEST(ArrayTest, PreparingWithoutMemoryIsReportedAndChangesNothing) {
+  Numbers numbers = Filled(2);
+  const Numbers copy(numbers);
+  const Numbers::Imp* const block = numbers.GetImp();
+  RecordingSink sink(4);
+  bool prepared[2] = {true, true};
+  {
+    const FailingMemory memory(0);
+    prepared[0] = numbers.Prepare(0);
+    prepared[1] = numbers.Prepare(2);
+  }
+  EXPECT_FALSE(prepared[0] || prepared[1]);
+  EXPECT_EQ(sink.events.size(), 2U);
+  EXPECT_EQ(numbers.GetImp(), block);
+  EXPECT_THAT(ElementsOf(numbers), testing::ElementsAre(0, 1));
 }
 
 TEST(ArrayTest, ReadingPastTheCountGivesAnEmptyElement) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "foundation/format.h"
+#include "tests/foundation/failing_memory.h"
 #include "tests/foundation/printing.h"
 
 namespace OruGuiBase {
@@ -98,6 +99,51 @@ TEST(KVMapTest, SetOfAValueOfItsOwnIsSafe) {
   EXPECT_EQ(map.Get("key").AsString(), "value");
 }
 
+// Set reports false and leaves the map as it was, whichever of the blocks that it needs cannot be had.
+TEST(KVMapTest, SetReportsFalseAndChangesNothingWhenMemoryIsOut) {
+  const Val value("new");
+  for (const AnsiStr key : {"key1", "added"}) {
+    std::uint32_t blocks = 0;
+    for (bool isSet = false; !isSet; ++blocks) {
+      KVMap map = MakeMap(2);
+      const KVMap other(map);
+      {
+        const FailingMemory memory(blocks);
+        isSet = map.Set(key, value);
+      }
+      EXPECT_EQ(map.Get(key).AsString(), isSet ? "new" : "");
+      EXPECT_EQ(map.GetCount(), isSet && key == "added" ? 3U : 2U);
+      EXPECT_EQ(map.Get("key0").AsInteger(), 0);
+      EXPECT_EQ(other.Get("key1").AsInteger(), 1);
+    }
+    EXPECT_EQ(blocks, key == "added" ? 5U : 3U) << key.View();
+  }
+}
+
+TEST(KVMapTest, PutSetsAsSetDoes) {
+  KVMap map;
+  map.Put("text", "characters");
+  map.Put("string", AnsiStr("string"));
+  map.Put("value", Val(std::int64_t{7}));
+  map.Put("text", "replaced");
+  EXPECT_EQ(map.GetCount(), 3U);
+  EXPECT_EQ(map.Get("text").AsString(), "replaced");
+  EXPECT_EQ(map.Get("string").AsString(), "string");
+  EXPECT_EQ(map.Get("value").AsInteger(), 7);
+}
+
+// Put ends the process rather than leave a member out when memory is out.
+TEST(KVMapDeathTest, PutEndsTheProcessWhenMemoryIsOut) {
+  const auto run = [] {
+    const AnsiStr key("key");
+    const Val value("value");
+    KVMap map;
+    const FailingMemory memory(0);
+    map.Put(key, value);
+  };
+  EXPECT_DEATH(run(), "^Could not allocate map\n$");
+}
+
 TEST(KVMapTest, HashMultipliesBy31OverSignedBytes) {
   EXPECT_EQ(KVMap::Hash(""), 0U);
   EXPECT_EQ(KVMap::Hash("a"), 97U);
@@ -105,6 +151,7 @@ TEST(KVMapTest, HashMultipliesBy31OverSignedBytes) {
   EXPECT_EQ(KVMap::Hash("statustimeout"), 3697740079U);
 }
 
+// A byte of a key above 0x7F counts as negative in its hash.
 TEST(KVMapTest, AByteAbove7FHashesAsNegative) {
   EXPECT_EQ(KVMap::Hash("\xFF"), 0xFFFFFFFFU);
   EXPECT_EQ(KVMap::Hash("\x80"), static_cast<std::uint32_t>(-128));
