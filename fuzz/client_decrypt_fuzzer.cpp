@@ -1,0 +1,113 @@
+#include <cstdint>
+#include <string>
+
+#include "client/cryptcli.h"
+#include "fuzz/support/hostilehttp.h"
+#include "fuzz/support/input.h"
+#include "fuzz/support/mutation.h"
+#include "fuzz/support/require.h"
+#include "fuzz/support/scratch.h"
+#include "fuzz/support/text.h"
+#include "fuzz/support/world.h"
+#include "security/cmsmsg.h"
+#include "tests/support/testpeer.h"
+
+// A file that the input chose and changed is opened while the input decides what all servers answer. Nothing
+// is ever verified but what the group's key has signed.
+namespace {
+
+using Fuzz::Require;
+using Fuzz::Scratch;
+using Fuzz::World;
+using OruGuiBase::File;
+
+constexpr const char* kSource = "source";
+constexpr const char* kTarget = "target";
+
+const std::string& Choose(const std::vector<Fuzz::Sample>& samples, Fuzz::Input& input) {
+  return samples[input.Below(static_cast<std::uint32_t>(samples.size()))].bytes;
+}
+
+std::string Changed(std::string bytes, Fuzz::Input& input) {
+  Fuzz::Mutate(bytes, input);
+  return bytes;
+}
+
+// A sound envelope for the room's key around any content.
+std::string Envelope(const std::string& content) {
+  const Scratch& scratch = Scratch::Get();
+  static const OruOssSec::Certificate room = World::Load(World::Get().room.certificate);
+  OruOssSec::CMSMsg message;
+  Require(message.CreateEnvelopedData(OruOssSec::CipherAlgorithm::AES256CBC) && message.AddRecipient(room) &&
+              message.Save(OruOssSec::CMSMsg::Format::BERStream, scratch.Make("inner", content),
+                           scratch.File("envelope")),
+          "an envelope can be made");
+  return scratch.Read("envelope");
+}
+
+std::string MakeSource(Fuzz::Input& input) {
+  const World& world = World::Get();
+  switch (input.Below(8)) {
+    case 1:
+      return Choose(world.envelopes, input);
+    case 2:
+      return Changed(Choose(world.envelopes, input), input);
+    case 3:
+      return Envelope(Choose(world.contents, input));
+    case 4:
+    case 5:
+      return Envelope(Changed(Choose(world.contents, input), input));
+    case 6:
+      return Envelope(input.Text());
+    case 7:
+      return input.Text();
+    default:
+      return world.Find(world.envelopes, "genuine");
+  }
+}
+
+struct Outcome {
+  bool done;
+  bool isSigned = false;
+  bool isVerified = false;
+  bool hasReason;
+};
+
+void CheckOutcome(const Outcome& outcome, const Fuzz::HostileHttp& http) {
+  const Scratch& scratch = Scratch::Get();
+  Require(outcome.done || http.WasSilent() || outcome.hasReason, "a failure has a reason");
+  Require(!outcome.isVerified || (outcome.done && outcome.isSigned), "only delivered content is verified");
+  if (!outcome.done) return;
+  Require(scratch.Exists(kTarget), "a success delivers a file");
+  const std::string content = scratch.Read(kTarget);
+  const bool isGenuine = content == Fuzz::kGenuineContent;
+  if (outcome.isSigned)
+    Require(isGenuine || content == Fuzz::kForeignContent, "delivered signed content is what was signed");
+  if (outcome.isVerified && !http.GavePlainKey())
+    Require(isGenuine, "only what the group's key has signed is verified");
+  if (outcome.isSigned && !outcome.isVerified)
+    Require(http.WasSilent() || outcome.hasReason, "a signer that fails a check has a reason");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Fuzz::Input input(data, size);
+  const Scratch& scratch = Scratch::Get();
+  const std::string bytes = MakeSource(input);
+  const File source = scratch.Make(kSource, bytes);
+  *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0;
+  {
+    Fuzz::HostileHttp http(input);
+    OruKalvix::CryptClient client(&http, Fuzz::Ansi(Fuzz::kServiceUrl), "", Fuzz::Ansi(Fuzz::kRoom));
+    Outcome outcome{};
+    outcome.isSigned = outcome.isVerified = true;
+    outcome.done = client.Decrypt(source, scratch.File(kTarget), outcome.isSigned, outcome.isVerified);
+    outcome.hasReason = !client.GetErrorMessage().IsEmpty();
+    CheckOutcome(outcome, http);
+  }
+  Require(scratch.Read(kSource) == bytes, "the source is only read");
+  scratch.Remove(kTarget);
+  Require(scratch.IsTemporaryEmpty(), "no temporary file is left");
+  return 0;
+}

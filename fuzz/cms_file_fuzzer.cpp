@@ -1,0 +1,29 @@
+#include <cstdint>
+#include <string>
+
+#include "fuzz/support/message.h"
+#include "fuzz/support/require.h"
+#include "fuzz/support/scratch.h"
+#include "fuzz/support/text.h"
+#include "security/cmsmsg.h"
+
+// A file is loaded as a CMS message and asked for all that it holds: the walker over its structure, the
+// skeleton that OpenSSL reads, the content by its extents, verification and decryption.
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  constexpr const char* kMessage = "message";
+  Fuzz::Scratch& scratch = Fuzz::Scratch::Get();
+  const std::string_view bytes = Fuzz::View(data, size);
+  const OruGuiBase::File file = scratch.Make(kMessage, bytes);
+  {
+    OruOssSec::CMSMsg message;
+    if (message.Load(file)) {
+      Fuzz::ExerciseMessage(message);
+    } else {
+      Fuzz::RequireReason();
+    }
+  }
+  Fuzz::Require(scratch.Read(kMessage) == bytes, "the file of a message is only read");
+  Fuzz::Require(scratch.IsTemporaryEmpty(), "no temporary file is left");
+  return 0;
+}

@@ -1,0 +1,102 @@
+#include "fuzz/make_seeds.h"
+
+#include <cstdio>
+#include <fstream>
+
+#include "fuzz/support/require.h"
+#include "fuzz/support/world.h"
+
+// Makes the seeds of all targets out of the world, into the directory that is named.
+namespace Fuzz {
+namespace {
+
+using CryptStand::Identity;
+using CryptStand::ToBase64;
+
+std::string Lines(const std::string& text) {
+  constexpr std::size_t kLine = 64;
+  std::string lines;
+  for (std::size_t at = 0; at < text.size(); at += kLine) lines += text.substr(at, kLine) + "\n";
+  return lines;
+}
+
+std::string CmsPem(const std::string& bytes) {
+  return "-----BEGIN CMS-----\n" + Lines(ToBase64(bytes)) + "-----END CMS-----\n";
+}
+
+void MakeMessageSeeds(const std::filesystem::path& root) {
+  const SeedFolder files(root, "cms_file");
+  const SeedFolder texts(root, "cms_text");
+  const World& world = World::Get();
+  for (const auto* samples : {&world.envelopes, &world.contents}) {
+    const std::string kind = samples == &world.envelopes ? "envelope-" : "content-";
+    for (const Sample& sample : *samples) {
+      files.Add(kind + sample.name, sample.bytes);
+      texts.Add(kind + sample.name, ToBase64(sample.bytes));
+    }
+  }
+  texts.Add("pem", CmsPem(world.Find(world.contents, "genuine")));
+  texts.Add("wrapped-key", world.wrappedKey);
+  files.Add("indefinite-data",
+            std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01\xA0\x80\x24\x80"
+                        "\x04\x02hi\x04\x01!\x00\x00\x00\x00\x00\x00",
+                        30));
+}
+
+void MakeCertificateSeeds(const std::filesystem::path& root) {
+  const SeedFolder folder(root, "certificates");
+  const World& world = World::Get();
+  folder.Add("room-pem", world.room.certificate.ToPEM());
+  folder.Add("room-base64", world.room.certificate.ToBase64());
+  folder.Add("curve-pem", world.issuing.certificate.ToPEM());
+  folder.Add("list", world.CertStoreText() + world.TrustStoreText());
+  folder.Add("list-base64", Lines(world.root.certificate.ToBase64()) + "\n" +
+                                Lines(world.issuing.certificate.ToBase64()) + "\n");
+  folder.Add("list-with-text", "Some words.\n" + world.room.certificate.ToPEM() + "\nMore words.\n");
+  folder.Add("outsider", world.outsider.certificate.ToPEM());
+  folder.Add("empty", "");
+}
+
+void MakeKeySeeds(const std::filesystem::path& root) {
+  const SeedFolder folder(root, "private_key");
+  const World& world = World::Get();
+  folder.Add("pkcs8", world.room.key.ToPEM());
+  folder.Add("pkcs8-base64", world.room.key.ToBase64());
+  folder.Add("traditional", world.room.key.ToTraditionalPEM());
+  folder.Add("encrypted", world.room.key.ToEncryptedPEM("secret"));
+  folder.Add("encrypted-traditional", world.room.key.ToEncryptedTraditionalPEM("secret"));
+  folder.Add("curve", world.root.key.ToPEM());
+  folder.Add("curve-traditional", world.root.key.ToTraditionalPEM());
+  folder.Add("public", world.room.key.ToPublicPEM());
+}
+
+}  // namespace
+
+SeedFolder::SeedFolder(const std::filesystem::path& root, std::string_view target) : folder_(root / target) {
+  std::filesystem::create_directories(folder_);
+}
+
+void SeedFolder::Add(std::string_view name, std::string_view bytes) const {
+  std::ofstream out(folder_ / name, std::ios::binary | std::ios::trunc);
+  out << bytes;
+  Require(out.flush().good(), "a seed can be written");
+}
+
+void MakeSecuritySeeds(const std::filesystem::path& root) {
+  MakeMessageSeeds(root);
+  MakeCertificateSeeds(root);
+  MakeKeySeeds(root);
+}
+
+}  // namespace Fuzz
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
+    return 2;
+  }
+  Fuzz::MakeTextSeeds(argv[1]);
+  Fuzz::MakeSecuritySeeds(argv[1]);
+  Fuzz::MakeClientSeeds(argv[1]);
+  return 0;
+}

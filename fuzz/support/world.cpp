@@ -1,0 +1,106 @@
+#include "fuzz/support/world.h"
+
+#include "foundation/encoding.h"
+#include "fuzz/support/require.h"
+#include "fuzz/support/text.h"
+#include "fuzz/support/worlddata.h"
+
+namespace Fuzz {
+namespace {
+
+using CryptStand::Cert;
+using CryptStand::Identity;
+using CryptStand::KeyPair;
+
+std::string_view TextOf(std::string_view name) {
+  for (const WorldFile& file : GetWorldFiles()) {
+    if (file.name == name) return file.text;
+  }
+  Require(false, "the world has the file");
+  return {};
+}
+
+Identity ReadIdentity(std::string_view name) {
+  const std::string_view pem = TextOf(name);
+  Identity identity{Cert::FromPEM(pem), KeyPair::FromPEM(pem)};
+  Require(!identity.certificate.IsEmpty() && !identity.key.IsEmpty(), "a file of the world is an identity");
+  return identity;
+}
+
+std::string Decode(std::string_view base64) {
+  std::string bytes(base64.size(), '\0');
+  auto size = static_cast<std::uint32_t>(bytes.size());
+  Require(OruGuiBase::B64Str2Binary(Ansi(base64), bytes.data(), size, "\r\n"),
+          "a file of the world is base64");
+  bytes.resize(size);
+  return bytes;
+}
+
+// The files "<kind>-<name>.b64" of the world.
+std::vector<Sample> ReadSamples(std::string_view kind) {
+  std::vector<Sample> samples;
+  for (const WorldFile& file : GetWorldFiles()) {
+    if (!file.name.starts_with(kind)) continue;
+    std::string name(file.name.substr(kind.size()));
+    samples.push_back({name.substr(0, name.size() - std::string_view(".b64").size()), Decode(file.text)});
+  }
+  Require(!samples.empty(), "the world has samples of the kind");
+  return samples;
+}
+
+}  // namespace
+
+World::World()
+    : root(ReadIdentity("root.pem")),
+      intermediate(ReadIdentity("intermediate.pem")),
+      issuing(ReadIdentity("issuing.pem")),
+      innerSigning(ReadIdentity("innersigning.pem")),
+      room(ReadIdentity("room.pem")),
+      integrity(ReadIdentity("integrity.pem")),
+      outsider(ReadIdentity("outsider.pem")),
+      envelopes(ReadSamples("envelope-")),
+      contents(ReadSamples("content-")),
+      wrappedKey(CryptStand::ToBase64(Decode(TextOf("wrappedkey.b64")))) {}
+
+const World& World::Get() {
+  static const World world;
+  return world;
+}
+
+std::string World::CertStoreText() const {
+  return root.certificate.ToPEM() + intermediate.certificate.ToPEM();
+}
+
+std::string World::TrustStoreText() const {
+  return issuing.certificate.ToPEM();
+}
+
+const std::string& World::Find(const std::vector<Sample>& samples, std::string_view name) const {
+  for (const Sample& sample : samples) {
+    if (sample.name == name) return sample.bytes;
+  }
+  Require(false, "the world has the sample");
+  return samples.front().bytes;
+}
+
+OruOssSec::Certificate World::Load(const Cert& certificate) {
+  OruOssSec::Certificate loaded;
+  Require(loaded.Load(Ansi(certificate.ToPEM()), OruOssSec::ASN1::Encoding::Text),
+          "a certificate of the world can be loaded");
+  return loaded;
+}
+
+OruOssSec::PrivateKey World::Load(const KeyPair& key) {
+  OruOssSec::PrivateKey loaded(nullptr);
+  Require(loaded.Load(Ansi(key.ToPEM()), OruOssSec::ASN1::Encoding::Text),
+          "a key of the world can be loaded");
+  return loaded;
+}
+
+void World::Fill(OruOssSec::CertStore& store) {
+  const World& world = Get();
+  Require(store.Load(Ansi(world.CertStoreText() + world.TrustStoreText()), nullptr),
+          "the lists of the world can be loaded");
+}
+
+}  // namespace Fuzz
