@@ -49,6 +49,7 @@ class GeneratedKeys : public TestSupport::ClientTest {
   RoomKey roomKey;
 };
 
+// A generated key fills room, data and certificate and leaves the private key empty.
 TEST_F(GeneratedKeys, FillRoomDataAndCertificate) {
   roomKey.key = LoadKey(Pki::Get().room.key);
   Attempt(Answer(RoomCert(), "wrapped"));
@@ -59,6 +60,7 @@ TEST_F(GeneratedKeys, FillRoomDataAndCertificate) {
   EXPECT_TRUE(roomKey.key.IsEmpty());
 }
 
+// A key is asked for with the subject "CN=", the room, "-tr" and one entry for each certificate.
 TEST_F(GeneratedKeys, AreAskedForWithSubjectAndCertificates) {
   Attempt(Answer(RoomCert(), "wrapped"));
   ASSERT_TRUE(Generate());
@@ -69,6 +71,7 @@ TEST_F(GeneratedKeys, AreAskedForWithSubjectAndCertificates) {
                R"({"type":"externalCertificate","encodedCertificate":"cert-b"}]})"));
 }
 
+// A key is generated with a token for the given room.
 TEST_F(GeneratedKeys, NeedATokenForTheRoomThatIsGiven) {
   Attempt(Answer(RoomCert(), "wrapped"));
   ASSERT_TRUE(Generate());
@@ -78,6 +81,7 @@ TEST_F(GeneratedKeys, NeedATokenForTheRoomThatIsGiven) {
   EXPECT_EQ(HeaderOf(http.GetRequest(2), "X-SEC-AUTHZTOKEN"), "t");
 }
 
+// A key is asked for with an empty list of certificates too.
 TEST_F(GeneratedKeys, AreAskedForWithAnEmptyListToo) {
   Attempt(Answer(RoomCert(), "wrapped"));
   ASSERT_TRUE(Generate(Array<Val>()));
@@ -87,6 +91,7 @@ TEST_F(GeneratedKeys, AreAskedForWithAnEmptyListToo) {
                R"("encryptionKeys":[]})"));
 }
 
+// A certificate that is no text is reported and sent empty.
 TEST_F(GeneratedKeys, SendAnElementThatIsNoTextAsAnEmptyCertificate) {
   const TraceRecorder traces;
   Array<Val> certificates = Strings({"cert-a"});
@@ -98,30 +103,61 @@ TEST_F(GeneratedKeys, SendAnElementThatIsNoTextAsAnEmptyCertificate) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
 }
 
+// A certificate that is missing, empty or no text sends the command to the next server.
 TEST_F(GeneratedKeys, NeedACertificateInTheAnswer) {
-  Attempt(Answer("", "wrapped"));
-  Attempt(
-      Payload(R"({"type":"generateWrappedKeyResponse","encodedX509Certificate":7,"encodedWrappedKey":"w"})"));
-  EXPECT_FALSE(Generate());
+  for (const char* certificate : {"", R"(,"encodedX509Certificate":7)", R"(,"encodedX509Certificate":"")"}) {
+    UseServers({"https://one.example"});
+    peer.serverTimes = {};
+    peer.SetError("");
+    Attempt(Payload(R"({"type":"generateWrappedKeyResponse","encodedWrappedKey":"w")" +
+                    std::string(certificate) + "}"));
+    EXPECT_FALSE(Generate()) << certificate;
+    EXPECT_EQ(Error(), "Could not generate wrapped key: Invalid encodedX509Certificate") << certificate;
+  }
+}
+
+// A certificate that cannot be read sends the command to the next server.
+TEST_F(GeneratedKeys, NeedACertificateThatCanBeRead) {
+  for (const std::string& certificate : {std::string("garbage"), RoomCert().substr(0, 200)}) {
+    UseServers({"https://one.example"});
+    peer.serverTimes = {};
+    peer.SetError("");
+    Attempt(Answer(certificate, "wrapped"));
+    EXPECT_FALSE(Generate()) << certificate;
+    EXPECT_EQ(Error(), "Could not generate wrapped key: Could not decode encodedX509Certificate");
+  }
+}
+
+// A wrapped key that is missing, empty or no text sends the command to the next server.
+TEST_F(GeneratedKeys, NeedAWrappedKeyInTheAnswer) {
+  for (const char* key : {"", R"(,"encodedWrappedKey":["w"])", R"(,"encodedWrappedKey":"")"}) {
+    UseServers({"https://one.example"});
+    peer.serverTimes = {};
+    peer.SetError("");
+    Attempt(Payload(R"({"type":"generateWrappedKeyResponse","encodedX509Certificate":)" + Quoted(RoomCert()) +
+                    key + "}"));
+    EXPECT_FALSE(Generate()) << key;
+    EXPECT_EQ(Error(), "Could not generate wrapped key: Invalid encodedWrappedKey") << key;
+  }
+}
+
+TEST_F(GeneratedKeys, ComeFromTheNextServerWhenTheFirstGivesNoCertificate) {
+  Attempt(Answer("", "first"));
+  Attempt(Answer(RoomCert(), "second"));
+  ASSERT_TRUE(Generate());
+  EXPECT_EQ(Str(roomKey.data), "second");
   EXPECT_EQ(Error(), "Could not generate wrapped key: Invalid encodedX509Certificate");
 }
 
-TEST_F(GeneratedKeys, NeedACertificateThatCanBeRead) {
-  Attempt(Answer("garbage", "wrapped"));
-  Attempt(Answer(RoomCert().substr(0, 200), "wrapped"));
-  EXPECT_FALSE(Generate());
+TEST_F(GeneratedKeys, ComeFromTheNextServerWhenTheFirstsCertificateCannotBeRead) {
+  Attempt(Answer("garbage", "first"));
+  Attempt(Answer(RoomCert(), "second"));
+  ASSERT_TRUE(Generate());
+  EXPECT_EQ(Str(roomKey.data), "second");
   EXPECT_EQ(Error(), "Could not generate wrapped key: Could not decode encodedX509Certificate");
 }
 
-TEST_F(GeneratedKeys, NeedAWrappedKeyInTheAnswer) {
-  Attempt(Answer(RoomCert(), ""));
-  Attempt(
-      Payload(R"({"type":"generateWrappedKeyResponse","encodedWrappedKey":["w"],"encodedX509Certificate":)" +
-              Quoted(RoomCert()) + "}"));
-  EXPECT_FALSE(Generate());
-  EXPECT_EQ(Error(), "Could not generate wrapped key: Invalid encodedWrappedKey");
-}
-
+// Half an answer of a first server leaves nothing in the key of the second.
 TEST_F(GeneratedKeys, HoldTheSecondServersDataOnlyWhenTheFirstGaveHalf) {
   Attempt(Answer(Pki::Get().integrity.certificate.ToBase64(), ""));
   Attempt(Answer(RoomCert(), "second"));
@@ -131,6 +167,7 @@ TEST_F(GeneratedKeys, HoldTheSecondServersDataOnlyWhenTheFirstGaveHalf) {
   EXPECT_EQ(Error(), "Could not generate wrapped key: Invalid encodedWrappedKey");
 }
 
+// Each answer of the right type resets the key before it is read.
 TEST_F(GeneratedKeys, AreResetByEachGoodPost) {
   roomKey.data = "old";
   roomKey.certificate = LoadCert(Pki::Get().integrity.certificate);
@@ -143,6 +180,7 @@ TEST_F(GeneratedKeys, AreResetByEachGoodPost) {
   EXPECT_EQ(Error(), "615 Key Generation Error");
 }
 
+// Servers that refuse leave the key as it was.
 TEST_F(GeneratedKeys, AreLeftAloneWhileNoPostSucceeds) {
   roomKey.data = "old";
   Attempt(Status(500));
@@ -152,12 +190,14 @@ TEST_F(GeneratedKeys, AreLeftAloneWhileNoPostSucceeds) {
   EXPECT_EQ(Error(), "606 Keystore Unavailable");
 }
 
+// A key cannot be generated without key servers.
 TEST_F(GeneratedKeys, NeedAKeyServer) {
   client.SetKeyServer({});
   EXPECT_FALSE(Generate());
   EXPECT_EQ(Error(), "Invalid key server URL");
 }
 
+// A token that cannot be fetched ends the generation at once.
 TEST_F(GeneratedKeys, AreNotAskedForAnywhereElseWithoutAToken) {
   http.Then(Alive()).Then(Status(401));
   EXPECT_FALSE(Generate());
@@ -165,6 +205,7 @@ TEST_F(GeneratedKeys, AreNotAskedForAnywhereElseWithoutAToken) {
   EXPECT_EQ(http.GetRequestCount(), 2U);
 }
 
+// The certificate of a generated key may come in PEM.
 TEST_F(GeneratedKeys, TakeACertificateInPEM) {
   const TraceRecorder traces;
   Attempt(Answer(Pki::Get().room.certificate.ToPEM(), "wrapped"));
@@ -172,6 +213,7 @@ TEST_F(GeneratedKeys, TakeACertificateInPEM) {
   EXPECT_THAT(traces.GetInvalidTypes(), IsEmpty());
 }
 
+// CreateKey hands the wrapped key out and nothing else.
 TEST_F(GeneratedKeys, AreHandedOutAsTheWrappedKeyAlone) {
   AnsiStr wrappedKey = "old";
   Attempt(Answer(RoomCert(), "wrapped"));
@@ -179,6 +221,7 @@ TEST_F(GeneratedKeys, AreHandedOutAsTheWrappedKeyAlone) {
   EXPECT_EQ(Str(wrappedKey), "wrapped");
 }
 
+// A failed CreateKey leaves the caller's text alone.
 TEST_F(GeneratedKeys, LeaveTheCallersKeyAloneWhenNoneCanBeMade) {
   AnsiStr wrappedKey = "old";
   Attempt(Answer("garbage", "wrapped"));
@@ -215,6 +258,7 @@ class KeyLists : public TestSupport::ClientTest {
 
 constexpr const char* kKeys = R"([{"id":"1","data":"a"},{"id":"2","data":"b"},{"id":"3","data":"c"}])";
 
+// UpdateKey has each key rewrapped for the certificates and gives its id and new data.
 TEST_F(KeyLists, AreRewrappedKeyByKey) {
   First(Modified("A"));
   Next(Modified("B"));
@@ -228,6 +272,7 @@ TEST_F(KeyLists, AreRewrappedKeyByKey) {
             R"({"keyserver":"https://one.example","operation":"modifyWrappedKeyRequest"})");
 }
 
+// ExportKeys has each private key taken out and gives its id and plain text.
 TEST_F(KeyLists, AreExportedKeyByKey) {
   First(Exported("A"));
   Next(Exported("B"));
@@ -240,6 +285,7 @@ TEST_F(KeyLists, AreExportedKeyByKey) {
             R"({"keyserver":"https://one.example","operation":"exportWrappedKeyRequest"})");
 }
 
+// Each key of a list costs a token of its own.
 TEST_F(KeyLists, CostATokenForTheRoomOfEachKey) {
   First(Exported("A"));
   Next(Exported("B"));
@@ -250,6 +296,7 @@ TEST_F(KeyLists, CostATokenForTheRoomOfEachKey) {
                           token, "POST https://one.example/rest/json"));
 }
 
+// An empty list succeeds without any exchange and leaves the result alone.
 TEST_F(KeyLists, NeedNoServerWhenTheyAreEmpty) {
   result = Strings({"kept"});
   client.SetKeyServer({});
@@ -259,6 +306,7 @@ TEST_F(KeyLists, NeedNoServerWhenTheyAreEmpty) {
   EXPECT_EQ(Error(), "");
 }
 
+// A list of keys needs key servers.
 TEST_F(KeyLists, NeedAServerOtherwise) {
   client.SetKeyServer({});
   EXPECT_FALSE(Update(kKeys));
@@ -267,6 +315,7 @@ TEST_F(KeyLists, NeedAServerOtherwise) {
   EXPECT_TRUE(result.IsEmpty());
 }
 
+// Results are appended to what the caller's array holds.
 TEST_F(KeyLists, AreAppendedToWhatTheResultHolds) {
   result = Strings({"kept"});
   First(Exported("A"));
@@ -276,6 +325,28 @@ TEST_F(KeyLists, AreAppendedToWhatTheResultHolds) {
   EXPECT_EQ(Result(), R"(["kept",{"id":"1","plain":"A"},{"id":"2","data":"B"}])");
 }
 
+// The keys may come from the very array that the results are appended to.
+TEST_F(KeyLists, MayLieInTheArrayThatTakesTheResults) {
+  OruGuiBase::Array<Val> both = List(R"([{"id":"1","data":"a"},{"id":"2","data":"b"}])");
+  First(Exported("A"));
+  Next(Exported("B"));
+  ASSERT_TRUE(client.ExportKeys("the room", both, both));
+  EXPECT_EQ(TestSupport::JsonText(Val(both)), R"([{"id":"1","data":"a"},{"id":"2","data":"b"},)"
+                                              R"({"id":"1","plain":"A"},{"id":"2","plain":"B"}])");
+}
+
+// Three keys of which the second fails on all servers leave exactly one new entry.
+TEST_F(KeyLists, KeepWhatWasDoneBeforeAKeyThatFailsOnAllServers) {
+  UseServers({"https://one.example", "https://two.example"});
+  First(Modified("A"));
+  Next(ErrorCode(605));
+  First(ErrorCode(606));
+  EXPECT_FALSE(Update(kKeys));
+  EXPECT_EQ(Result(), R"([{"id":"1","data":"A"}])");
+  EXPECT_EQ(Error(), "606 Keystore Unavailable");
+}
+
+// UpdateKey stops at the first key that fails and leaves what was done before.
 TEST_F(KeyLists, StopAtTheFirstKeyThatIsNotRewrapped) {
   First(Modified("A"));
   Next(ErrorCode(605));
@@ -284,6 +355,7 @@ TEST_F(KeyLists, StopAtTheFirstKeyThatIsNotRewrapped) {
   EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
 }
 
+// ExportKeys stops at the first key that fails and leaves what was done before.
 TEST_F(KeyLists, StopAtTheFirstKeyThatIsNotExported) {
   First(Exported("A"));
   Next(ErrorCode(609));
@@ -292,6 +364,7 @@ TEST_F(KeyLists, StopAtTheFirstKeyThatIsNotExported) {
   EXPECT_EQ(Error(), "609 Auth Failed");
 }
 
+// A token that cannot be fetched ends the list at once.
 TEST_F(KeyLists, StopAtOnceWithoutAToken) {
   UseServers({"https://one.example", "https://two.example"});
   http.Then(Alive()).Then(Token(""));
@@ -300,6 +373,7 @@ TEST_F(KeyLists, StopAtOnceWithoutAToken) {
   EXPECT_EQ(http.GetRequestCount(), 2U);
 }
 
+// A rewrapped key that is missing, empty or no text sends the command to the next server.
 TEST_F(KeyLists, NeedAWrappedKeyInEachAnswer) {
   for (const char* answer : {R"({"type":"modifyWrappedKeyResponse"})",
                              R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":""})",
@@ -312,6 +386,7 @@ TEST_F(KeyLists, NeedAWrappedKeyInEachAnswer) {
   }
 }
 
+// A private key that is missing, empty or no text sends the command to the next server.
 TEST_F(KeyLists, NeedAPrivateKeyInEachAnswer) {
   for (const char* answer : {R"({"type":"exportWrappedKeyResponse"})",
                              R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":""})",
@@ -324,6 +399,17 @@ TEST_F(KeyLists, NeedAPrivateKeyInEachAnswer) {
   }
 }
 
+// UpdateKey takes the next server's key when the first gives none.
+TEST_F(KeyLists, TakeTheNextServersWrappedKeyWhenTheFirstGivesNone) {
+  UseServers({"https://one.example", "https://two.example"});
+  First(Payload(R"({"type":"modifyWrappedKeyResponse"})"));
+  First(Modified("A"));
+  ASSERT_TRUE(Update(R"([{"id":"1","data":"a"}])"));
+  EXPECT_EQ(Result(), R"([{"id":"1","data":"A"}])");
+  EXPECT_EQ(Error(), "Could not modify wrapped key: Invalid encodedWrappedKey");
+}
+
+// ExportKeys takes the next server's key when the first gives none.
 TEST_F(KeyLists, TakeTheNextServersKeyWhenTheFirstGivesNone) {
   UseServers({"https://one.example", "https://two.example"});
   First(Payload(R"({"type":"exportWrappedKeyResponse"})"));
@@ -333,6 +419,7 @@ TEST_F(KeyLists, TakeTheNextServersKeyWhenTheFirstGivesNone) {
   EXPECT_EQ(Error(), "Could not decrypt room key: Invalid encodedPrivateKey");
 }
 
+// An entry that is no object is reported and sent as an empty key; the server decides.
 TEST_F(KeyLists, SendAnEntryThatIsNoObjectAsAnEmptyKey) {
   const TraceRecorder traces;
   First(ErrorCode(605));
@@ -342,6 +429,7 @@ TEST_F(KeyLists, SendAnEntryThatIsNoObjectAsAnEmptyKey) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U, 5U));
 }
 
+// An entry whose id is no text comes back with an empty id.
 TEST_F(KeyLists, GiveAnEntryWithoutIdAndDataBackWithAnEmptyId) {
   const TraceRecorder traces;
   First(Modified("A"));
@@ -350,6 +438,7 @@ TEST_F(KeyLists, GiveAnEntryWithoutIdAndDataBackWithAnEmptyId) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U));
 }
 
+// Keys are rewrapped for an empty list of certificates too.
 TEST_F(KeyLists, AreRewrappedForNoCertificatesToo) {
   First(Modified("A"));
   ASSERT_TRUE(client.UpdateKey("the room", {}, List(R"([{"id":"1","data":"a"}])"), result));
@@ -357,6 +446,7 @@ TEST_F(KeyLists, AreRewrappedForNoCertificatesToo) {
                                               R"("encryptionKeys":[]})"));
 }
 
+// The client keeps nothing of an exported key.
 TEST_F(KeyLists, LeaveNoPlainKeyInTheClient) {
   First(Exported("the plain key"));
   ASSERT_TRUE(Export(R"([{"id":"1","data":"a"}])"));
