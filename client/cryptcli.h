@@ -61,7 +61,8 @@ class CryptClient final : public OruOssSec::ISignHash {
   /// Whether the crypt service's latest answer asked for authentication by certificate.
   CRYPTCLI_EXPORT bool GetCertAuth() const noexcept;
   /// The text of the latest failure. A success does not clear it, so it is read only after a failure. The
-  /// reference is valid until the next failure or the end of the object.
+  /// reference is valid until the next failure or the end of the object. A server's text that it quotes ends
+  /// at a NUL byte; per-cent signs in it stand as they are.
   CRYPTCLI_EXPORT const OruGuiBase::AnsiStr& GetErrorMessage() const noexcept;
 
   // ---- Generic entry: an operation by its name (client/dispatch.cpp, client/dispatch_cases.cpp). Any thread

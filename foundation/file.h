@@ -65,9 +65,10 @@ class ORUGUI_EXPORT File : public DirectoryEntry {
   /// Makes an empty file. One that is there already is a failure.
   bool Create() const noexcept;
   /// Renames to `target`, replacing what is there, or copies and removes across file systems; a failure
-  /// leaves no half-written target. `keepTarget` true refuses a target that exists. A private file of
-  /// File(FileType, name, true) gets the mode of the file that it replaces, or that of a new file; any other
-  /// keeps its own.
+  /// leaves no half-written target. A source that cannot be removed after it was copied is a failure too: the
+  /// content then lies whole at both places. `keepTarget` true refuses a target that exists. A private file
+  /// of File(FileType, name, true) gets the mode of the file that it replaces, or that of a new file; any
+  /// other keeps its own.
   bool Move(const File& target, bool keepTarget) const noexcept;
   /// Removes the file. `mayBeMissing` makes a file that is not there a success.
   bool Remove(bool mayBeMissing) const noexcept;

@@ -13,7 +13,8 @@ namespace OruGuiTrace {
 /// event and no more; what it does to the error state is undone.
 class ITraceSink {
  public:
-  /// One event. `source` and `text` are valid during the call.
+  /// One event. `source` and `text` are valid during the call. Of a traced line that holds a NUL byte, `text`
+  /// has what stands before it.
   virtual void OnTrace(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
                        const char* text) = 0;
 

@@ -35,6 +35,7 @@ class Envelopes : public TestSupport::ClientTest {
   KVMap payload = Map(R"({"old":"1"})");
 };
 
+// Each of the eleven commands has its number and the names of its request and answer.
 TEST_F(Envelopes, NameEachCommandAndItsAnswer) {
   const char* const names[] = {"configGroup",      "reencrypt",        "getAuditLog", "generateWrappedKey",
                                "modifyWrappedKey", "exportWrappedKey", "decrypt",     "sign",
@@ -47,6 +48,7 @@ TEST_F(Envelopes, NameEachCommandAndItsAnswer) {
   }
 }
 
+// A command value beyond the eleven has empty names.
 TEST_F(Envelopes, HaveNoNameForACommandThatDoesNotExist) {
   for (const std::uint32_t value : {11U, 255U, 0xFFFFFFFFU}) {
     EXPECT_STREQ(CryptClientTestPeer::GetRequestType(Command(value)), "");
@@ -54,17 +56,20 @@ TEST_F(Envelopes, HaveNoNameForACommandThatDoesNotExist) {
   }
 }
 
+// Each envelope carries the same header, its members in a fixed order.
 TEST_F(Envelopes, CarryTheStandardHeader) {
   EXPECT_EQ(JsonText(CryptClientTestPeer::GetStandardHeader()),
             R"({"type":"standardVelmoraHeader","commandId":"","sessionId":"","path":["java-api-instance"],)"
             R"("protocolVersion":"2.0"})");
 }
 
+// An envelope is "header", then "payload".
 TEST_F(Envelopes, HoldHeaderAndPayloadInThisOrder) {
   EXPECT_EQ(JsonText(CryptClientTestPeer::GetEnvelope(Map(R"({"type":"x","b":1})"))),
             Envelope(R"({"type":"x","b":1})"));
 }
 
+// A path is joined to the server's URL by one slash and not escaped; without a server there is no URL.
 TEST_F(Envelopes, JoinAPathToTheServerInUse) {
   const struct {
     const char* server;
@@ -87,6 +92,16 @@ TEST_F(Envelopes, JoinAPathToTheServerInUse) {
   }
 }
 
+// A server URL that ends in a slash gets no second one before "rest/json".
+TEST_F(Envelopes, GoToAServerUrlThatEndsInASlashWithoutASecondOne) {
+  UseServers({"https://one.example/"});
+  CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);
+  http.Then(Payload(R"({"type":"deleteKeyResponse"})"));
+  EXPECT_TRUE(peer.KeyServerPost(KVMap(), kDeleteKey, payload));
+  EXPECT_EQ(http.GetRequest(0).url, "https://one.example/rest/json");
+}
+
+// Putting the token into its header empties it; without one the header is there and empty.
 TEST_F(Envelopes, ConsumeTheTokenWithItsHeader) {
   peer.authzToken = "once";
   EXPECT_EQ(JsonText(peer.GetSecurityHeader()), R"({"X-SEC-AUTHZTOKEN":"once"})");
@@ -94,6 +109,7 @@ TEST_F(Envelopes, ConsumeTheTokenWithItsHeader) {
   EXPECT_EQ(JsonText(peer.GetSecurityHeader()), R"({"X-SEC-AUTHZTOKEN":""})");
 }
 
+// An envelope goes to "rest/json" with the token in "X-SEC-AUTHZTOKEN".
 TEST_F(Envelopes, ArePostedWithTheToken) {
   UseKnownServer();
   peer.authzToken = "token-1";
@@ -109,6 +125,7 @@ TEST_F(Envelopes, ArePostedWithTheToken) {
   EXPECT_EQ(JsonText(payload), R"({"type":"deleteKeyResponse","x":1})");
 }
 
+// An envelope without a fetched token goes out with an empty header.
 TEST_F(Envelopes, ArePostedWithAnEmptyTokenWhenNoneWasFetched) {
   UseKnownServer();
   http.Then(Payload(R"({"type":"deleteKeyResponse"})"));
@@ -116,6 +133,7 @@ TEST_F(Envelopes, ArePostedWithAnEmptyTokenWhenNoneWasFetched) {
   EXPECT_EQ(HeaderOf(http.GetRequest(0), "X-SEC-AUTHZTOKEN"), "");
 }
 
+// A failed post uses up its token.
 TEST_F(Envelopes, ConsumeTheTokenThoughTheExchangeFails) {
   UseKnownServer();
   peer.authzToken = "token-1";
@@ -125,6 +143,7 @@ TEST_F(Envelopes, ConsumeTheTokenThoughTheExchangeFails) {
   EXPECT_EQ(Str(peer.authzToken), "");
 }
 
+// An envelope that has no JSON form uses up its token.
 TEST_F(Envelopes, ConsumeTheTokenThoughTheEnvelopeIsNoJSON) {
   UseKnownServer();
   peer.authzToken = "token-1";
@@ -134,6 +153,7 @@ TEST_F(Envelopes, ConsumeTheTokenThoughTheEnvelopeIsNoJSON) {
   EXPECT_EQ(Str(peer.authzToken), "");
 }
 
+// An empty answer to a command is "Invalid payload".
 TEST_F(Envelopes, NeedAPayloadInTheAnswer) {
   UseKnownServer();
   http.Then(Json(""));
@@ -141,6 +161,7 @@ TEST_F(Envelopes, NeedAPayloadInTheAnswer) {
   EXPECT_EQ(Error(), "Invalid payload");
 }
 
+// An answer whose payload is missing, empty or no object is "Invalid payload".
 TEST_F(Envelopes, RefuseAnAnswerWithoutAnObjectInPayload) {
   const struct {
     const char* answer;
@@ -165,6 +186,7 @@ TEST_F(Envelopes, RefuseAnAnswerWithoutAnObjectInPayload) {
   }
 }
 
+// An answer of the command's own type succeeds and hands its payload out.
 TEST_F(Envelopes, AcceptTheAnswerOfTheirCommand) {
   const TraceRecorder traces;
   EXPECT_TRUE(Check(R"({"payload":{"type":"deleteKeyResponse","more":[1]}})"));
@@ -173,16 +195,19 @@ TEST_F(Envelopes, AcceptTheAnswerOfTheirCommand) {
   EXPECT_THAT(traces.GetInvalidTypes(), IsEmpty());
 }
 
+// What an answer holds beside its payload is ignored.
 TEST_F(Envelopes, IgnoreAllOfTheAnswerButItsPayload) {
   EXPECT_TRUE(Check(R"({"header":7,"error":"x","payload":{"type":"deleteKeyResponse"}})"));
 }
 
+// The answer of another command fails with "Unexpected response type %s".
 TEST_F(Envelopes, RefuseTheAnswerOfAnotherCommandAndLeaveItInThePayload) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"signResponse","signedHashes":["x"]}})"));
   EXPECT_EQ(Error(), "Unexpected response type signResponse");
   EXPECT_EQ(JsonText(payload), R"({"type":"signResponse","signedHashes":["x"]})");
 }
 
+// The type of an answer is compared with case.
 TEST_F(Envelopes, CompareTheTypeOfAnAnswerWithCase) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"DeleteKeyResponse"}})"));
   EXPECT_EQ(Error(), "Unexpected response type DeleteKeyResponse");
@@ -190,11 +215,19 @@ TEST_F(Envelopes, CompareTheTypeOfAnAnswerWithCase) {
   EXPECT_EQ(Error(), "Unexpected response type Status");
 }
 
+// Per-cent signs in an answer's type are shown as they stand.
 TEST_F(Envelopes, ShowAPerCentSignOfTheAnswersTypeAsItStands) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"%s%n"}})"));
   EXPECT_EQ(Error(), "Unexpected response type %s%n");
 }
 
+// The message about an unexpected type shows it up to a NUL byte.
+TEST_F(Envelopes, ShowTheAnswersTypeUpToANulByte) {
+  EXPECT_FALSE(Check(R"({"payload":{"type":"some\u0000thing"}})"));
+  EXPECT_EQ(Error(), "Unexpected response type some");
+}
+
+// A type that is missing or no text is reported and counts as the empty text.
 TEST_F(Envelopes, TakeATypeThatIsNoTextForTheEmptyText) {
   for (const char* answer : {R"({"payload":{"x":1}})", R"({"payload":{"type":7}})"}) {
     const TraceRecorder traces;
@@ -204,11 +237,13 @@ TEST_F(Envelopes, TakeATypeThatIsNoTextForTheEmptyText) {
   }
 }
 
+// A command value beyond the eleven takes the empty type alone for its answer.
 TEST_F(Envelopes, MatchOnlyTheEmptyTypeForACommandThatDoesNotExist) {
   EXPECT_TRUE(Check(R"({"payload":{"type":""}})", Command(11)));
   EXPECT_FALSE(Check(R"({"payload":{"type":"x"}})", Command(11)));
 }
 
+// Each error code of a server from 601 to 619 has its own text; any other is unknown.
 TEST_F(Envelopes, RenderEachErrorCodeOfAServer) {
   const struct {
     int code;
@@ -245,6 +280,15 @@ TEST_F(Envelopes, RenderEachErrorCodeOfAServer) {
   }
 }
 
+// The codes next to the known ones, 600 and 620, have no text of their own.
+TEST_F(Envelopes, RenderCodesBesideTheKnownOnesAsUnknown) {
+  EXPECT_FALSE(Check(R"({"payload":{"type":"status","code":600}})"));
+  EXPECT_EQ(Error(), "600 Unknown Error");
+  EXPECT_FALSE(Check(R"({"payload":{"type":"status","code":620}})"));
+  EXPECT_EQ(Error(), "620 Unknown Error");
+}
+
+// The number of an error code is shown over all of 64 bits.
 TEST_F(Envelopes, RenderTheWholeRangeOfErrorCodes) {
   peer.KeyServerErrorText(INT64_MAX);
   EXPECT_EQ(Error(), "9223372036854775807 Unknown Error");
@@ -252,6 +296,7 @@ TEST_F(Envelopes, RenderTheWholeRangeOfErrorCodes) {
   EXPECT_EQ(Error(), "-9223372036854775808 Unknown Error");
 }
 
+// A refusal whose code is missing or no integer is "0 Unknown Error".
 TEST_F(Envelopes, TakeAnErrorWithoutAnIntegerCodeForCodeZero) {
   for (const char* answer :
        {R"({"payload":{"type":"status"}})", R"({"payload":{"type":"status","code":"607"}})",
@@ -263,6 +308,7 @@ TEST_F(Envelopes, TakeAnErrorWithoutAnIntegerCodeForCodeZero) {
   }
 }
 
+// An answer of type "status" is a failure whatever its code and members.
 TEST_F(Envelopes, TakeStatusForAnErrorWhateverElseTheAnswerHolds) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"status","code":200,"plainData":["x"]}})", kDecrypt));
   EXPECT_EQ(Error(), "200 Unknown Error");

@@ -3,6 +3,7 @@
 #include <cwchar>
 #include <gtest/gtest.h>
 #include <string>
+#include <string_view>
 
 #include "tests/foundation/printing.h"
 
@@ -33,6 +34,12 @@ TEST(FormatTest, LongTextsComeWhole) {
 
 TEST(FormatTest, PerCentSignsOfAnArgumentStayAsTheyAre) {
   EXPECT_EQ(FmtArgs("%s", "100%n%s"), "100%n%s");
+}
+
+// A text with a NUL byte inside goes into a formatted one up to that byte.
+TEST(FormatTest, ATextArgumentEndsAtItsFirstNulByte) {
+  const AnsiStr text(std::string_view("a\0b", 3));
+  EXPECT_EQ(FmtArgs("<%s>", text.GetText()), "<a>");
 }
 
 TEST(FormatTest, AConversionThatFailsGivesTheEmptyString) {
