@@ -1,18 +1,10 @@
 #include "tests/interop/command.h"
+#include "tests/interop/sample.h"
 
 namespace TestSupport {
 namespace {
 
 class OpenSSLTool : public InteropTest {};
-
-const std::string& Sample() {
-  static const std::string bytes = [] {
-    std::string text;
-    for (int i = 0; i < 30000; ++i) text += "line " + std::to_string(i) + "\r\n";
-    return text;
-  }();
-  return bytes;
-}
 
 TEST_F(OpenSSLTool, OpensAndVerifiesOurFile) {
   Protect(Sample());
