@@ -77,7 +77,6 @@ void Connection::AddOptions(CLI::App& command) {
       ->type_name("URL")
       ->required()
       ->group(kServices);
-  command.add_option("--room", room, "Room to work for")->type_name("ROOM")->required()->group(kServices);
   file("--ca-file", caFile, "PEM file of the certification authorities to trust in place of the system's");
   auto* certificate = file("--client-cert", clientCert, "PEM file of a client certificate");
   file("--client-key", clientKey, "PEM file of its key, if that lies apart")->needs(certificate);
@@ -91,6 +90,10 @@ void Connection::AddOptions(CLI::App& command) {
       ->take_all()
       ->group(kServices);
   file("--header-file", headerFile, "The same from a file, one to a line; for secrets");
+}
+
+void Connection::AddRoomOption(CLI::App& command) {
+  command.add_option("--room", room, "Room to work for")->type_name("ROOM")->required()->group(kServices);
 }
 
 CryptClientCurl::Ptr Connection::MakeTransport(AnsiStr& errorText) const {

@@ -22,6 +22,8 @@ struct Connection {
   std::string headerFile;
 
   void AddOptions(CLI::App& command);
+  /// For commands that work for a room.
+  void AddRoomOption(CLI::App& command);
   /// Makes the transport. Null with the reason when the options cannot be right.
   OruKalvix::CryptClientCurl::Ptr MakeTransport(OruGuiBase::AnsiStr& errorText) const;
 };

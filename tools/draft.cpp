@@ -40,8 +40,12 @@ Draft::~Draft() {
 }
 
 bool Draft::Open(const std::string& source, const std::string& target, bool replace, AnsiStr& errorText) {
+  return CheckSource(source, errorText) && Open(target, replace, errorText);
+}
+
+bool Draft::Open(const std::string& target, bool replace, AnsiStr& errorText) {
   replace_ = replace;
-  return CheckSource(source, errorText) && CheckTarget(target, errorText) && Make(errorText);
+  return CheckTarget(target, errorText) && Make(errorText);
 }
 
 bool Draft::CheckSource(const std::string& source, AnsiStr& errorText) const {

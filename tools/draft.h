@@ -21,6 +21,8 @@ class Draft {
   /// may not be replaced, or nothing can be made beside it.
   bool Open(const std::string& source, const std::string& target, bool replace,
             OruGuiBase::AnsiStr& errorText);
+  /// The same where there is no source.
+  bool Open(const std::string& target, bool replace, OruGuiBase::AnsiStr& errorText);
   OruGuiBase::File GetFile() const { return OruGuiBase::File(OruGuiBase::AnsiStr(path_)); }
   const std::string& GetPath() const { return path_; }
   /// Makes it the target. False with the reason.

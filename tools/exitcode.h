@@ -9,6 +9,7 @@ enum class ExitCode : int {
   Usage = 2,          ///< the command line is wrong; nothing was tried
   NotVerified = 3,    ///< the content could be opened, but its origin is not proven; nothing was written
   KeyRefused = 4,     ///< the crypt service refused to hand out the room's key; nothing was written
+  Partial = 5,        ///< the audit log was delivered, without the part of some key servers
   Interrupted = 128,  ///< plus the number of the signal that ended the command
 };
 

@@ -3,10 +3,14 @@
 #include <CLI/Formatter.hpp>
 #include <cstdio>
 #include <exception>
+#include <functional>
 
+#include "tools/auditlog.h"
+#include "tools/call.h"
 #include "tools/exitcode.h"
 #include "tools/inspect.h"
 #include "tools/protect.h"
+#include "tools/sign.h"
 
 namespace {
 
@@ -19,10 +23,24 @@ constexpr const char* kFooter =
     "  2  the command line is wrong; nothing was tried\n"
     "  3  decrypt --require-verified: the origin of the content is not proven; TARGET is as it was\n"
     "  4  encrypt: the crypt service refused to hand out the room's key; TARGET is as it was\n"
+    "  5  audit-log, call GetAuditLog: some key servers gave no log; what the others gave was written\n"
     "  128 and a signal's number: the signal ended the command; TARGET is as it was\n"
     "Results go to standard output, errors and warnings to standard error. No environment variable but "
     "TMPDIR\n"
     "has an effect.";
+
+struct Options {
+  CryptCli::ProtectOptions protect;
+  CryptCli::SignOptions sign;
+  CryptCli::AuditLogOptions auditLog;
+  CryptCli::CallOptions call;
+  CryptCli::InspectOptions inspect;
+};
+
+struct Command {
+  const CLI::App* app;
+  std::function<ExitCode()> run;
+};
 
 int Fail(const char* text) {
   std::fprintf(stderr, "cryptcli: %s\n", text);
@@ -30,30 +48,30 @@ int Fail(const char* text) {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app("Protects files for a room, and opens protected files", "cryptcli");
+  CLI::App app("Protects files for a room, opens protected files, and administers the keys behind them",
+               "cryptcli");
   app.set_version_flag("--version", CRYPTCLI_VERSION);
   app.footer(kFooter);
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::simple);
-  CryptCli::ProtectOptions protect;
-  CryptCli::InspectOptions inspect;
-  const CLI::App* const encrypt = CryptCli::AddEncrypt(app, protect);
-  const CLI::App* const decrypt = CryptCli::AddDecrypt(app, protect);
-  CryptCli::AddInspect(app, inspect);
+  Options options;
+  const Command commands[] = {
+      {CryptCli::AddEncrypt(app, options.protect), [&] { return CryptCli::RunEncrypt(options.protect); }},
+      {CryptCli::AddDecrypt(app, options.protect), [&] { return CryptCli::RunDecrypt(options.protect); }},
+      {CryptCli::AddSign(app, options.sign), [&] { return CryptCli::RunSign(options.sign); }},
+      {CryptCli::AddAuditLog(app, options.auditLog), [&] { return CryptCli::RunAuditLog(options.auditLog); }},
+      {CryptCli::AddCall(app, options.call), [&] { return CryptCli::RunCall(options.call); }},
+      {CryptCli::AddInspect(app, options.inspect), [&] { return CryptCli::RunInspect(options.inspect); }},
+  };
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
   }
-  ExitCode code = ExitCode::Success;
-  if (encrypt->parsed()) {
-    code = CryptCli::RunEncrypt(protect);
-  } else if (decrypt->parsed()) {
-    code = CryptCli::RunDecrypt(protect);
-  } else {
-    code = CryptCli::RunInspect(inspect);
+  for (const Command& command : commands) {
+    if (command.app->parsed()) return static_cast<int>(command.run());
   }
-  return static_cast<int>(code);
+  return static_cast<int>(ExitCode::Usage);
 }
 
 }  // namespace

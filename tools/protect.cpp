@@ -1,15 +1,10 @@
 #include "tools/protect.h"
 
 #include <CLI/Option.hpp>
-#include <CLI/Validators.hpp>
 #include <functional>
 
 #include "client/cryptcli.h"
-#include "foundation/errorstate.h"
 #include "tools/draft.h"
-#include "tools/report.h"
-#include "tools/tracesink.h"
-#include "tools/watch.h"
 
 namespace CryptCli {
 
@@ -23,54 +18,36 @@ void AddCommonOptions(CLI::App& command, ProtectOptions& options) {
   command.add_option("SOURCE", options.source, "File to read")->required();
   command.add_option("TARGET", options.target, "File to write")->required();
   command.add_flag("--force", options.force, "Replace TARGET if it exists");
-  command.add_flag("--json", options.json, "Report as one JSON object");
-  command
-      .add_option(
-          "--trace", options.trace,
-          "Show on standard error: 1 request lines and errors; 2 also the bodies of requests and answers, "
-          "with the secrets in them")
-      ->type_name("LEVEL")
-      ->check(CLI::Range(1, 2).description(""));
-  options.connection.AddOptions(command);
+  options.session.AddOptions(command);
+  options.session.connection.AddRoomOption(command);
 }
 
-/// The frame of both operations: everything around the call of the client.
+/// What both operations have around the call of the client.
 class Run {
  public:
   Run(const char* operation, const ProtectOptions& options)
-      : options_(options), report_(operation, options.json), sink_(options.trace) {
-    report_.Set("source", AnsiStr(options.source));
-    report_.Set("target", AnsiStr(options.target));
+      : options_(options), session_(operation, options.session) {
+    GetReport().Set("source", AnsiStr(options.source));
+    GetReport().Set("target", AnsiStr(options.target));
   }
 
   using Work = std::function<ExitCode(CryptClient& client, const File& source, const File& target)>;
 
   ExitCode Do(const char* label, const Work& work) {
+    const ExitCode code = session_.Open();
+    if (code != ExitCode::Success) return code;
     AnsiStr errorText;
-    const auto http = options_.connection.MakeTransport(errorText);
-    if (http == nullptr) return Fail(ExitCode::Usage, errorText);
-    if (!watch_.IsReady()) {
-      OruGuiBase::SetLastErrorFromErrno();
-      return Fail(ExitCode::Failed,
-                  AnsiStr("Could not create temporary directory: ") + OruGuiBase::GetSystemErrorText());
-    }
     if (!draft_.Open(options_.source, options_.target, options_.force, errorText)) {
       return Fail(ExitCode::Failed, errorText);
     }
-    const Connection& connection = options_.connection;
-    CryptClient client(http.get(), AnsiStr(connection.service), AnsiStr(), AnsiStr(connection.room));
-    // Traces and the sign of life would write over each other.
-    watch_.Start(label, draft_.GetPath(), options_.trace == 0);
-    const ExitCode code = work(client, File(AnsiStr(options_.source)), draft_.GetFile());
-    watch_.Stop();
-    return code;
+    const Connection& connection = options_.session.connection;
+    CryptClient client(session_.GetHttp(), AnsiStr(connection.service), AnsiStr(), AnsiStr(connection.room));
+    return session_.Watched(label, draft_.GetPath(),
+                            [&] { return work(client, File(AnsiStr(options_.source)), draft_.GetFile()); });
   }
 
-  Report& GetReport() { return report_; }
-  ExitCode Fail(ExitCode code, const AnsiStr& errorText) {
-    report_.Fail(errorText);
-    return code;
-  }
+  Report& GetReport() { return session_.GetReport(); }
+  ExitCode Fail(ExitCode code, const AnsiStr& errorText) { return session_.Fail(code, errorText); }
   ExitCode Deliver() {
     AnsiStr errorText;
     return draft_.Commit(errorText) ? ExitCode::Success : Fail(ExitCode::Failed, errorText);
@@ -78,9 +55,7 @@ class Run {
 
  private:
   const ProtectOptions& options_;
-  Watch watch_;  // before everything that makes a file
-  Report report_;
-  TraceSink sink_;
+  Session session_;  // before everything that makes a file
   Draft draft_;
 };
 

@@ -3,20 +3,18 @@
 #include <CLI/App.hpp>
 #include <string>
 
-#include "tools/connection.h"
 #include "tools/exitcode.h"
+#include "tools/session.h"
 
 namespace CryptCli {
 
 /// What "encrypt" and "decrypt" have in common on the command line.
 struct ProtectOptions {
-  Connection connection;
+  SessionOptions session;
   std::string source;
   std::string target;
   bool force = false;
-  bool json = false;
   bool requireVerified = false;  ///< "decrypt" alone
-  int trace = 0;
 };
 
 /// Adds the subcommand, whose options go to `options`.

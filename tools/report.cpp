@@ -10,6 +10,7 @@ namespace CryptCli {
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
+using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 namespace {
@@ -75,9 +76,16 @@ void Report::Set(const char* name, const Array<Val>& values) {
   members_.Set(name, Val(values));
 }
 
+void Report::Set(const char* name, const KVMap& map) {
+  members_.Set(name, Val(map));
+}
+
 void Report::Line(const AnsiStr& text) {
   lines_ += ToLine(text);
   lines_ += '\n';
+}
+void Report::Bytes(std::string_view bytes) {
+  lines_.Append(bytes);
 }
 void Report::Warn(const AnsiStr& text) {
   warning_ = text;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "foundation/ansistr.h"
 #include "foundation/array.h"
 #include "foundation/kvmap.h"
@@ -25,8 +27,11 @@ class Report {
   void Set(const char* name, bool value);
   void Set(const char* name, std::int64_t value);
   void Set(const char* name, const OruGuiBase::Array<OruGuiBase::Val>& values);
+  void Set(const char* name, const OruGuiBase::KVMap& map);
   /// A line for a reader.
   void Line(const OruGuiBase::AnsiStr& text);
+  /// Bytes for a program in the place of a reader: as they are.
+  void Bytes(std::string_view bytes);
   /// Something that the reader has to know although the operation succeeded: "warning" in JSON.
   void Warn(const OruGuiBase::AnsiStr& text);
   /// Why the operation failed: "error" in JSON.

@@ -41,6 +41,9 @@ Watch::Watch() {
     if (!IsIgnored(signal)) sigaddset(&signals_, signal);
   }
   pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+  // A reader of standard output that has gone shows when it is written to; it must not end the program before
+  // the directory is taken away.
+  std::signal(SIGPIPE, SIG_IGN);
   const OruGuiBase::Directory place(OruGuiBase::DirectoryType::Temporary);
   std::string path = std::string(place.GetPath().View()) + "/cryptcli-XXXXXX";
   if (mkdtemp(path.data()) == nullptr) return;

@@ -8,6 +8,8 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
+constexpr const char* kService = "http://127.0.0.1:1";
+
 struct UsageRow {
   const char* reason;
   std::vector<std::string> arguments;
@@ -37,6 +39,18 @@ TEST(CommandLine, WhatIsWrongIsCode2AndGoesToStandardError) {
       {"a header without name", with({"--header", ": x"})},
       {"a header with a second line", with({"--header", "X: a\r\nY: b"})},
       {"no file to inspect", {"inspect"}},
+      {"no operation to call", {"call", "--service", kService, "--args", "-"}},
+      {"a call without arguments", {"call", "--service", kService, "Update"}},
+      {"a call without service", {"call", "Update", "--args", "-"}},
+      {"a call with a room", {"call", "--service", kService, "--room", "r", "Update", "--args", "-"}},
+      {"a log of no group", {"audit-log", "--service", kService, "--key-server", kService}},
+      {"a log of no key server", {"audit-log", "--service", kService, "--group", "g"}},
+      {"a log of no service", {"audit-log", "--key-server", kService, "--group", "g"}},
+      {"no key to sign with",
+       {"sign", "--service", kService, "--key-server", kService, "--object", "o", "f"}},
+      {"nothing to sign for",
+       {"sign", "--service", kService, "--key-server", kService, "--key-id", "k", "f"}},
+      {"no key server that signs", {"sign", "--service", kService, "--object", "o", "--key-id", "k", "f"}},
   };
   for (const UsageRow& row : rows) {
     const Finished finished = RunCommand(row.arguments);

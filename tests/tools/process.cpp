@@ -44,7 +44,7 @@ Ends OpenOutput(const std::string& file) {
 pid_t Spawn(const Start& start, int output, int errors) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, start.inputFile.c_str(), O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
   std::vector<char*> arguments{const_cast<char*>(start.program.c_str())};

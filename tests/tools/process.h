@@ -12,6 +12,7 @@ struct Start {
   std::vector<std::string> arguments;
   std::string outputFile{};       ///< where standard output goes; empty for a pipe that is read
   bool errorsToTerminal = false;  ///< standard error is a terminal, read all the same
+  std::string inputFile{"/dev/null"};
 };
 
 /// A program that runs beside the test. What it writes is read when it is waited for, so it has to fit a

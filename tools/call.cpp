@@ -1,0 +1,134 @@
+#include "tools/call.h"
+
+#include <CLI/Option.hpp>
+#include <cstdio>
+
+#include "foundation/errorstate.h"
+#include "foundation/format.h"
+#include "foundation/json.h"
+#include "foundation/reference.h"
+#include "foundation/stream.h"
+
+namespace CryptCli {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::File;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+using OruGuiBase::ValType;
+
+namespace {
+
+constexpr const char* kStandardInput = "-";
+constexpr std::uint32_t kMaxInput = 64 * 1024 * 1024;
+
+bool ReadStandardInput(AnsiStr& text, AnsiStr& reason) {
+  char piece[16384];
+  std::size_t got = 0;
+  do {
+    got = std::fread(piece, 1, sizeof(piece), stdin);
+    text.Append(piece, static_cast<std::uint32_t>(got));
+  } while (got > 0 && text.GetLength() <= kMaxInput);
+  // It may have held a key or a password.
+  OruGuiBase::WipeMemory(piece, sizeof(piece));
+  if (text.GetLength() > kMaxInput) {
+    reason = "More than 64 MiB";
+    return false;
+  }
+  if (std::ferror(stdin) == 0) return true;
+  OruGuiBase::SetLastErrorFromErrno();
+  reason = OruGuiBase::GetSystemErrorText();
+  return false;
+}
+
+bool ReadText(const std::string& source, AnsiStr& text, AnsiStr& reason) {
+  if (source == kStandardInput) return ReadStandardInput(text, reason);
+  OruGuiBase::FastReadStream stream{File(AnsiStr(source))};
+  if (stream.Read(text) && stream.Close()) return true;
+  reason = OruGuiBase::GetSystemErrorText();
+  return false;
+}
+
+// The reason of a failure never repeats the text: it may be a secret.
+bool ReadArguments(const std::string& source, KVMap& arguments, AnsiStr& errorText) {
+  AnsiStr text;
+  Val value;
+  AnsiStr reason;
+  if (!ReadText(source, text, reason)) {
+    errorText = AnsiStr("Could not read ") + OruGuiBase::SimpleQuote(AnsiStr(source)) + ": " + reason;
+    return false;
+  }
+  if (!OruGuiBase::JSON2Val(text, value, reason)) {
+    errorText = AnsiStr("The arguments are no JSON: ") + reason;
+    return false;
+  }
+  if (value.GetType() != ValType::Map) {
+    errorText = "The arguments are no JSON object";
+    return false;
+  }
+  arguments = value.AsMap();
+  return true;
+}
+
+// The one result that lies on disk does so among the temporary files of this program, which end with it.
+bool KeepLog(const OruGuiBase::Directory& place, KVMap& result, AnsiStr& errorText) {
+  const AnsiStr path = result.Get("filename").AsString();
+  const File log(path);
+  const File kept(place, log.GetTail());
+  if (log.Move(kept, true)) return result.Set("filename", ToUTF8(kept.GetPath()));
+  errorText = AnsiStr("Could not write ") + OruGuiBase::SimpleQuote(kept.GetPath()) + ": " +
+              OruGuiBase::GetSystemErrorText();
+  return false;
+}
+
+bool HasResult(ExitCode code) {
+  return code == ExitCode::Success || code == ExitCode::Partial;
+}
+
+ExitCode Call(Session& session, const CallOptions& options, const KVMap& arguments) {
+  ExitCode code = session.Open();
+  if (code != ExitCode::Success) return code;
+  KVMap result;
+  code = session.Watched("Calling", "",
+                         [&] { return session.Perform(options.operation.c_str(), arguments, result); });
+  if (!HasResult(code)) return code;
+  AnsiStr errorText;
+  if (result.Find("filename") < result.GetCount() && !KeepLog(session.GetTemporary(), result, errorText)) {
+    return session.Fail(ExitCode::Failed, errorText);
+  }
+  AnsiStr text;
+  if (!OruGuiBase::Val2JSON(Val(result), text, errorText, false, true)) {
+    return session.Fail(ExitCode::Failed, AnsiStr("The result is no JSON: ") + errorText);
+  }
+  session.GetReport().Bytes((text + "\n").View());
+  session.GetReport().Set("result", result);
+  return code;
+}
+
+}  // namespace
+
+CLI::App* AddCall(CLI::App& app, CallOptions& options) {
+  CLI::App* const command = app.add_subcommand(
+      "call", "Perform a named operation: a JSON object of arguments in, a JSON object of results out");
+  command
+      ->add_option("OPERATION", options.operation, "Name of the operation, with or without the prefix Crypt")
+      ->required();
+  command->add_option("--args", options.arguments, "File with the arguments; - for standard input")
+      ->type_name("FILE")
+      ->required();
+  options.session.AddOptions(*command);
+  return command;
+}
+
+ExitCode RunCall(const CallOptions& options) {
+  // Before the session, so that Ctrl-C still ends a command that waits for its arguments.
+  KVMap arguments;
+  AnsiStr errorText;
+  const bool isRead = ReadArguments(options.arguments, arguments, errorText);
+  Session session("call", options.session);
+  session.GetReport().Set("name", AnsiStr(options.operation));
+  const ExitCode code = isRead ? Call(session, options, arguments) : session.Fail(ExitCode::Usage, errorText);
+  return session.GetReport().Finish(code);
+}
+
+}  // namespace CryptCli

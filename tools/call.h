@@ -1,0 +1,21 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <string>
+
+#include "tools/exitcode.h"
+#include "tools/session.h"
+
+namespace CryptCli {
+
+struct CallOptions {
+  SessionOptions session;
+  std::string operation;
+  std::string arguments;  ///< file with a JSON object, or "-" for standard input
+};
+
+CLI::App* AddCall(CLI::App& app, CallOptions& options);
+/// Performs any named operation: a JSON object of arguments in, a JSON object of results out.
+ExitCode RunCall(const CallOptions& options);
+
+}  // namespace CryptCli

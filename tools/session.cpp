@@ -1,0 +1,69 @@
+#include "tools/session.h"
+
+#include <CLI/Option.hpp>
+#include <CLI/Validators.hpp>
+
+#include "client/cryptcli.h"
+#include "client/resultcodes.h"
+#include "foundation/errorstate.h"
+
+namespace CryptCli {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+using OruKalvix::CryptClient;
+
+void SessionOptions::AddOptions(CLI::App& command) {
+  command.add_flag("--json", json, "Report as one JSON object");
+  command
+      .add_option(
+          "--trace", trace,
+          "Show on standard error: 1 request lines and errors; 2 also the bodies of requests and answers, "
+          "with the secrets in them")
+      ->type_name("LEVEL")
+      ->check(CLI::Range(1, 2).description(""));
+  connection.AddOptions(command);
+}
+
+Session::Session(const char* command, const SessionOptions& options)
+    : options_(options), report_(command, options.json), sink_(options.trace) {}
+
+ExitCode Session::Fail(ExitCode code, const AnsiStr& errorText) {
+  report_.Fail(errorText);
+  return code;
+}
+
+ExitCode Session::Open() {
+  AnsiStr errorText;
+  http_ = options_.connection.MakeTransport(errorText);
+  if (http_ == nullptr) return Fail(ExitCode::Usage, errorText);
+  if (watch_.IsReady()) return ExitCode::Success;
+  OruGuiBase::SetLastErrorFromErrno();
+  return Fail(ExitCode::Failed,
+              AnsiStr("Could not create temporary directory: ") + OruGuiBase::GetSystemErrorText());
+}
+
+ExitCode Session::Watched(const char* label, const std::string& draft,
+                          const std::function<ExitCode()>& work) {
+  // Traces and the sign of life would write over each other.
+  watch_.Start(label, draft, options_.trace == 0 && *label != '\0');
+  const ExitCode code = work();
+  watch_.Stop();
+  return code;
+}
+
+ExitCode Session::Perform(const char* operation, const KVMap& arguments, KVMap& result) {
+  Val value;
+  AnsiStr errorText;
+  const std::int32_t status = CryptClient::PerformOperation(
+      http_.get(), AnsiStr(options_.connection.service), AnsiStr(), operation, arguments, value, errorText);
+  if (status == OruKalvix::kUnknownName) return Fail(ExitCode::Usage, errorText);
+  if (status != OruKalvix::kSuccess) return Fail(ExitCode::Failed, errorText);
+  result = value.AsMap();
+  if (errorText.IsEmpty()) return ExitCode::Success;
+  report_.Warn(errorText);
+  return ExitCode::Partial;
+}
+
+}  // namespace CryptCli

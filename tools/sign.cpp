@@ -1,0 +1,164 @@
+#include "tools/sign.h"
+
+#include <CLI/Option.hpp>
+#include <string_view>
+
+#include "foundation/blob.h"
+#include "foundation/encoding.h"
+#include "foundation/errorstate.h"
+#include "foundation/format.h"
+#include "foundation/stream.h"
+#include "security/filedigest.h"
+#include "tools/draft.h"
+
+namespace CryptCli {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::Blob;
+using OruGuiBase::File;
+using OruGuiBase::KVMap;
+
+namespace {
+
+// The digest that a signature algorithm is named after, or null.
+const char* FindDigest(std::string_view algorithm) {
+  for (const char* digest : {"SHA-256", "SHA-384", "SHA-512"}) {
+    if (algorithm.ends_with(digest)) return digest;
+  }
+  return nullptr;
+}
+
+bool ReadBase64(const AnsiStr& text, Blob& bytes) {
+  std::uint32_t size = text.GetLength();
+  std::uint8_t* const data = bytes.Alloc(size);
+  if (!OruGuiBase::B64Str2Binary(text, data, size, "\r\n")) return false;
+  bytes.Trunc(size);
+  return true;
+}
+
+/// The frame of one signature.
+class Signing {
+ public:
+  explicit Signing(const SignOptions& options) : options_(options), session_("sign", options.session) {}
+
+  ExitCode Finish() { return session_.GetReport().Finish(Run()); }
+
+ private:
+  ExitCode Run() {
+    if (options_.source.empty() == options_.hash.empty()) return Refuse("Name either a FILE or a --hash");
+    if (options_.binary && options_.session.json && options_.output.empty()) {
+      return Refuse("--binary with --json needs --output");
+    }
+    if (!options_.source.empty() && FindDigest(options_.algorithm) == nullptr) {
+      return Refuse("No digest is known for this algorithm: give a --hash in place of the FILE");
+    }
+    const ExitCode code = session_.Open();
+    if (code != ExitCode::Success) return code;
+    AnsiStr errorText;
+    if (!options_.output.empty() && !draft_.Open(options_.output, options_.force, errorText)) {
+      return session_.Fail(ExitCode::Failed, errorText);
+    }
+    return session_.Watched("Signing", draft_.GetPath(), [&] { return Sign(); });
+  }
+
+  ExitCode Refuse(const char* reason) { return session_.Fail(ExitCode::Usage, reason); }
+
+  ExitCode Sign() {
+    AnsiStr hash;
+    AnsiStr errorText;
+    if (!GetHash(hash, errorText)) return session_.Fail(ExitCode::Failed, errorText);
+    KVMap result;
+    const ExitCode code = session_.Perform("SignByKey", Arguments(hash), result);
+    if (code != ExitCode::Success) return code;
+    const AnsiStr signature = result.Get("signature").AsString();
+    session_.GetReport().Set("hash", hash);
+    session_.GetReport().Set("signature", signature);
+    return Deliver(signature, errorText) ? code : session_.Fail(ExitCode::Failed, errorText);
+  }
+
+  bool GetHash(AnsiStr& hash, AnsiStr& errorText) const {
+    hash = AnsiStr(options_.hash);
+    if (options_.source.empty()) return true;
+    Blob digest;
+    if (OruOssSec::DigestFile(File(AnsiStr(options_.source)), FindDigest(options_.algorithm), digest)) {
+      hash = OruGuiBase::Binary2B64Str(digest.GetData(), digest.GetSize(), 0, "\r\n");
+      return true;
+    }
+    errorText = AnsiStr("Could not read ") + OruGuiBase::SimpleQuote(AnsiStr(options_.source)) + ": " +
+                OruGuiBase::GetSystemErrorText();
+    return false;
+  }
+
+  KVMap Arguments(const AnsiStr& hash) const {
+    KVMap arguments = options_.keyServers.ToArguments();
+    arguments.Set("transaction", AnsiStr(options_.transaction));
+    arguments.Set("object", AnsiStr(options_.object));
+    arguments.Set("id", AnsiStr(options_.keyId));
+    arguments.Set("subid", AnsiStr(options_.keySubId));
+    arguments.Set("algorithm", AnsiStr(options_.algorithm));
+    arguments.Set("hash", hash);
+    return arguments;
+  }
+
+  bool Deliver(const AnsiStr& signature, AnsiStr& errorText) {
+    AnsiStr bytes = signature + "\n";
+    if (options_.binary) {
+      Blob binary;
+      if (!ReadBase64(signature, binary)) {
+        errorText = AnsiStr("The signature is no base64: ") + OruGuiBase::GetSystemErrorText();
+        return false;
+      }
+      bytes = AnsiStr(reinterpret_cast<const char*>(binary.GetData()), binary.GetSize());
+    }
+    if (options_.output.empty()) {
+      session_.GetReport().Bytes(bytes.View());
+      return true;
+    }
+    if (!Write(bytes, errorText) || !draft_.Commit(errorText)) return false;
+    session_.GetReport().Line(AnsiStr("Wrote the signature to ") + AnsiStr(options_.output));
+    return true;
+  }
+
+  bool Write(const AnsiStr& bytes, AnsiStr& errorText) const {
+    OruGuiBase::FileWriter writer;
+    if (writer.Open(draft_.GetFile()) && writer.Write(bytes.GetText(), bytes.GetLength()) && writer.Close()) {
+      return true;
+    }
+    errorText = AnsiStr("Could not write ") + OruGuiBase::SimpleQuote(AnsiStr(options_.output)) + ": " +
+                OruGuiBase::GetSystemErrorText();
+    return false;
+  }
+
+  const SignOptions& options_;
+  Session session_;  // before everything that makes a file
+  Draft draft_;
+};
+
+}  // namespace
+
+CLI::App* AddSign(CLI::App& app, SignOptions& options) {
+  CLI::App* const command = app.add_subcommand(
+      "sign", "Have a key server sign the digest of FILE, or a hash, with a key of a group");
+  const auto add = [&](const char* name, std::string& value, const char* type, const char* text) {
+    return command->add_option(name, value, text)->type_name(type);
+  };
+  command->add_option("FILE", options.source, "File to sign; it never leaves this machine");
+  add("--hash", options.hash, "BASE64", "Hash to sign in place of a file, as the algorithm wants it");
+  add("--object", options.object, "ID", "Room or group whose key signs")->required();
+  add("--key-id", options.keyId, "ID", "Identifier of the key")->required();
+  add("--key-sub-id", options.keySubId, "ID", "Its sub-identifier");
+  add("--algorithm", options.algorithm, "NAME", "Signature algorithm")->capture_default_str();
+  add("--transaction", options.transaction, "TEXT", "Goes with the request for an authorization token");
+  add("--output", options.output, "FILE", "File to write, in place of standard output");
+  command->add_flag("--binary", options.binary, "Write the signature's bytes in place of base64");
+  command->add_flag("--force", options.force, "Replace the output file if it exists");
+  options.session.AddOptions(*command);
+  options.keyServers.AddOptions(*command);
+  return command;
+}
+
+ExitCode RunSign(const SignOptions& options) {
+  return Signing(options).Finish();
+}
+
+}  // namespace CryptCli

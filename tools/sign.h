@@ -1,0 +1,31 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <string>
+
+#include "tools/exitcode.h"
+#include "tools/keyservers.h"
+#include "tools/session.h"
+
+namespace CryptCli {
+
+struct SignOptions {
+  SessionOptions session;
+  KeyServers keyServers;
+  std::string object;
+  std::string keyId;
+  std::string keySubId;
+  std::string algorithm = "RSASSA-PKCS1-v1_5-SHA-512";
+  std::string transaction;
+  std::string source;  ///< file whose digest is signed; empty when `hash` is given
+  std::string hash;    ///< base64
+  std::string output;  ///< empty for standard output
+  bool binary = false;
+  bool force = false;
+};
+
+CLI::App* AddSign(CLI::App& app, SignOptions& options);
+/// Has a key server sign the digest of a file, or a hash that was made elsewhere.
+ExitCode RunSign(const SignOptions& options);
+
+}  // namespace CryptCli
