@@ -34,6 +34,7 @@ TEST_F(CryptClientObject, HoldsOneReferenceOfTheTransportForItsLife) {
   EXPECT_EQ(transport.GetQueries(), 0U);
 }
 
+// A client without a transport can be made; each exchange fails with "No HTTP service".
 TEST_F(CryptClientObject, AcceptsNoTransportAndFailsEachExchange) {
   CryptClient other(nullptr, kService, "", kRoom);
   other.SetKeyServer(Strings({"https://one.example"}));
@@ -42,6 +43,7 @@ TEST_F(CryptClientObject, AcceptsNoTransportAndFailsEachExchange) {
   EXPECT_EQ(Str(other.GetErrorMessage()), "Could not connect to key server: No HTTP service");
 }
 
+// Making and configuring a client sends nothing.
 TEST_F(CryptClientObject, MakesNoExchangeByItself) {
   UseServers({"https://one.example"});
   client.SetTransaction("t");
@@ -49,6 +51,7 @@ TEST_F(CryptClientObject, MakesNoExchangeByItself) {
   EXPECT_EQ(http.GetRequestCount(), 0U);
 }
 
+// A new client has no failure, server, clock, flag, timeout, transaction, token, group or key.
 TEST_F(CryptClientObject, BeginsWithEveryFieldAtItsDefault) {
   EXPECT_EQ(Error(), "");
   EXPECT_TRUE(peer.responseHeaders.IsEmpty());
@@ -64,13 +67,47 @@ TEST_F(CryptClientObject, BeginsWithEveryFieldAtItsDefault) {
 }
 
 TEST_F(CryptClientObject, SharesTheTextsItIsGiven) {
-  const AnsiStr room("shared");
-  const std::uint32_t before = room.GetImp()->refCount;
+  const AnsiStr text("shared");
   {
-    const CryptClient other(&http, kService, room, room);
-    EXPECT_EQ(room.GetImp()->refCount, before + 2);
+    const CryptClient other(&http, text, text, text);
+    EXPECT_EQ(text.GetImp()->refCount, 4U);
   }
-  EXPECT_EQ(room.GetImp()->refCount, before);
+  EXPECT_EQ(text.GetImp()->refCount, 1U);
+}
+
+/// A transport that notes how many hold a text when it is referenced and when it is released.
+class WatchingHttp final : public ICryptClientHttp {
+ public:
+  explicit WatchingHttp(const AnsiStr& watched) : text_(watched) {}
+
+  void* QueryInterface(const char*) override { return nullptr; }
+  std::uint32_t AddRef() override { return atReference = text_.GetImp()->refCount; }
+  std::uint32_t Release() override { return atRelease = text_.GetImp()->refCount; }
+  std::int32_t SendRequest(const AnsiStr&, const AnsiStr&, const OruGuiBase::KVMap&, const AnsiStr&,
+                           const HttpOptions&, HttpResponse&) override {
+    return -1;
+  }
+
+  std::uint32_t atReference = 0;
+  std::uint32_t atRelease = 0;
+
+ private:
+  const AnsiStr& text_;
+};
+
+// The transport is referenced when all else of a client is in place, and released before any of it goes.
+TEST_F(CryptClientObject, TakesItsTransportLastAndGivesItBackFirst) {
+  const AnsiStr text("watched");
+  WatchingHttp watching(text);
+  {
+    CryptClient other(&watching, text, text, text);
+    EXPECT_EQ(watching.atReference, 4U);
+    other.SetTransaction(text);
+    CryptClientTestPeer(other).group = text;
+    CryptClientTestPeer(other).integrityKey.id = text;
+  }
+  EXPECT_EQ(watching.atRelease, 7U);
+  EXPECT_EQ(text.GetImp()->refCount, 1U);
 }
 
 TEST_F(CryptClientObject, TakesAndReplacesTheTransaction) {
@@ -84,15 +121,18 @@ TEST_F(CryptClientObject, ReportsTheCertAuthFlag) {
   EXPECT_TRUE(client.GetCertAuth());
 }
 
+// GetErrorMessage gives a reference to the recorded text, not a copy.
 TEST_F(CryptClientObject, HandsOutTheErrorMessageItself) {
   EXPECT_EQ(&client.GetErrorMessage(), &peer.errorMessage);
 }
 
+// The status timeout is given in seconds and kept in milliseconds.
 TEST_F(CryptClientObject, ConvertsTheStatusTimeoutToMilliseconds) {
   client.SetStatusTimeout("5");
   EXPECT_EQ(peer.statusTimeout, 5000U);
 }
 
+// The empty text takes the status timeout away.
 TEST_F(CryptClientObject, TakesNoStatusTimeoutFromTheEmptyText) {
   client.SetStatusTimeout("5");
   client.SetStatusTimeout("");
@@ -100,11 +140,13 @@ TEST_F(CryptClientObject, TakesNoStatusTimeoutFromTheEmptyText) {
   EXPECT_EQ(Error(), "");
 }
 
+// 4294968 seconds wrap to 704 milliseconds.
 TEST_F(CryptClientObject, WrapsAStatusTimeoutThatPassesThirtyTwoBits) {
   client.SetStatusTimeout("4294968");
   EXPECT_EQ(peer.statusTimeout, 704U);
 }
 
+// A text that is no number leaves the old timeout and records "Invalid timeout value [%s]".
 TEST_F(CryptClientObject, KeepsTheStatusTimeoutForATextThatIsNoNumber) {
   client.SetStatusTimeout("5");
   client.SetStatusTimeout("soon");
@@ -121,6 +163,7 @@ TEST_F(CryptClientObject, RefusesEachTextThatIsNoUnsignedNumber) {
   }
 }
 
+// A success does not clear the recorded failure.
 TEST_F(CryptClientObject, KeepsAnErrorAcrossALaterSuccess) {
   client.SetStatusTimeout("bad");
   client.SetStatusTimeout("5");
@@ -133,6 +176,7 @@ TEST_F(CryptClientObject, KeepsOnlyTheLatestFailure) {
   EXPECT_EQ(Error(), "second");
 }
 
+// The present message may be an argument of the next one.
 TEST_F(CryptClientObject, WrapsTheMessageRecordedBefore) {
   peer.SetError("inner");
   peer.WrapError();
@@ -141,11 +185,13 @@ TEST_F(CryptClientObject, WrapsTheMessageRecordedBefore) {
   EXPECT_EQ(Error(), "Could not test: Could not test: inner");
 }
 
+// Per-cent signs in an argument of a failure's text stay as they are.
 TEST_F(CryptClientObject, FormatsTheArgumentsOfAnError) {
   peer.SetNumberedError(-3, "100%s sure");
   EXPECT_EQ(Error(), "No. -3: 100%s sure");
 }
 
+// A failure is traced as "CryptClient: Error: %s" at level 4.
 TEST_F(CryptClientObject, TracesARecordedFailure) {
   const TraceRecorder traces;
   peer.SetError("broken");
@@ -166,6 +212,7 @@ TEST_F(CryptClientObject, TracesMethodAndUrlOfAFailedExchangeBeforeItsMessage) {
   for (const auto& event : traces.GetEvents()) EXPECT_EQ(event.category, 4096U);
 }
 
+// The message of a failed exchange is shared, not copied.
 TEST_F(CryptClientObject, SharesTheMessageOfAFailedExchange) {
   const AnsiStr message("one text");
   peer.SetHttpError("GET", "u", message);

@@ -36,6 +36,7 @@ struct OrderRow {
   std::vector<std::uint32_t> kinds;
 };
 
+// Each operation asks for its arguments in a fixed order, and a missing one is reported.
 TEST_F(DispatchedArguments, AreReportedInReadingOrderWhenMissing) {
   const ScratchDirectory scratch;
   const OrderRow rows[] = {
@@ -54,6 +55,7 @@ TEST_F(DispatchedArguments, AreReportedInReadingOrderWhenMissing) {
   }
 }
 
+// An argument of another kind is sent as the empty value, and the key server decides.
 TEST_F(DispatchedArguments, AreSentEmptyWhenIllTyped) {
   Answer(Payload(R"({"type":"importKeyResponse"})"));
   EXPECT_EQ(Perform("ImportKey", With(R"(,"group":"g","id":7,"key":true,"password":["p"])")), 0);
@@ -63,6 +65,7 @@ TEST_F(DispatchedArguments, AreSentEmptyWhenIllTyped) {
 
 // ---- Groups
 
+// "ConfigGroup" sends group, names, certificates and URLs, with the transaction in its token request.
 TEST_F(DispatchedCase, ConfigGroupHandsAllItsArgumentsOn) {
   Answer(Payload(R"({"type":"configGroupResponse"})"));
   EXPECT_EQ(Perform("ConfigGroup",
@@ -79,6 +82,7 @@ TEST_F(DispatchedCase, ConfigGroupHandsAllItsArgumentsOn) {
   EXPECT_EQ(Result(), "{}");
 }
 
+// "Reencrypt" sends group and certificate, with the transaction in its token request.
 TEST_F(DispatchedCase, ReencryptHandsGroupAndCertificateOn) {
   Answer(Payload(R"({"type":"reencryptResponse"})"));
   EXPECT_EQ(Perform("Reencrypt", With(R"(,"transaction":"T","group":"g","enccert":"c")")), 0);
@@ -89,6 +93,7 @@ TEST_F(DispatchedCase, ReencryptHandsGroupAndCertificateOn) {
   EXPECT_EQ(Result(), "{}");
 }
 
+// "ImportKey" sends id, key and password, with the transaction in its token request.
 TEST_F(DispatchedCase, ImportKeyHandsKeyAndPasswordOn) {
   Answer(Payload(R"({"type":"importKeyResponse"})"));
   EXPECT_EQ(Perform("ImportKey", With(R"(,"transaction":"T","group":"g","id":"i","key":"k","password":"p")")),
@@ -100,6 +105,7 @@ TEST_F(DispatchedCase, ImportKeyHandsKeyAndPasswordOn) {
   EXPECT_EQ(Result(), "{}");
 }
 
+// "DeleteKey" shows the key handle to the crypt service and to the key server.
 TEST_F(DispatchedCase, DeleteKeyHandsTheHandleToTokenAndCommand) {
   Answer(Payload(R"({"type":"deleteKeyResponse"})"));
   EXPECT_EQ(Perform("DeleteKey", With(R"(,"transaction":"T","group":"g","key":{"id":"i","extra":1})")), 0);
@@ -111,6 +117,7 @@ TEST_F(DispatchedCase, DeleteKeyHandsTheHandleToTokenAndCommand) {
   EXPECT_EQ(Result(), "{}");
 }
 
+// An absent transaction is left out of the token request.
 TEST_F(DispatchedCase, LeavesAnAbsentTransactionOutOfTheTokenRequest) {
   Answer(Payload(R"({"type":"reencryptResponse"})"));
   EXPECT_EQ(Perform("Reencrypt", With(R"(,"group":"g")")), 0);
@@ -161,6 +168,7 @@ TEST_F(DispatchedCase, SignByKeyFailsOnAHashThatIsNoBase64WithoutAnyExchange) {
 
 // ---- Wrapped keys
 
+// "Encrypt" has a room key made and gives room, sequence number and key back.
 TEST_F(DispatchedCase, EncryptMakesANewRoomKey) {
   for (const char* name : {"Encrypt", "CryptEncrypt"}) {
     Answer(Generated());
@@ -176,6 +184,13 @@ TEST_F(DispatchedCase, EncryptMakesANewRoomKey) {
                      R"("encryptionKeys":[{"type":"externalCertificate","encodedCertificate":"c"}]})"));
 }
 
+// "Encrypt" reads its transaction last of all arguments, and sends it all the same.
+TEST_F(DispatchedCase, EncryptSetsTheTransactionBeforeItMakesTheKey) {
+  Answer(Generated());
+  EXPECT_EQ(Perform("Encrypt", With(R"(,"room":"r","certificates":[],"transaction":"T")")), 0);
+  EXPECT_THAT(http.GetRequest(1).body, HasSubstr(R"("transaction":"T")"));
+}
+
 TEST_F(DispatchedCase, EncryptFailsWithTheReasonOfTheKeyServer) {
   Answer(ErrorCode(615));
   EXPECT_EQ(Perform("Encrypt", With(R"(,"room":"r","seqnr":"42")")), kFailed);
@@ -189,6 +204,7 @@ TEST_F(DispatchedCase, EncryptGivesRoomAndSequenceNumberBackEmptyWhenTheyAreMiss
   EXPECT_EQ(Result(), R"({"room":"","seqnr":"","newkey":"new"})");
 }
 
+// "Decrypt" exports each key, and sends no transaction though one is given.
 TEST_F(DispatchedCase, DecryptExportsEachKeyWithoutATransaction) {
   Answer(Exported("plain one"));
   AnswerNext(Exported("plain two"));
@@ -202,11 +218,13 @@ TEST_F(DispatchedCase, DecryptExportsEachKeyWithoutATransaction) {
   EXPECT_THAT(http.GetLines(), ElementsAre(kProbe, TokenLine("r"), kPost, TokenLine("r"), kPost));
 }
 
+// "Decrypt" of no keys succeeds without key servers.
 TEST_F(DispatchedCase, DecryptOfNoKeysNeedsNoServer) {
   EXPECT_EQ(Perform("Decrypt", R"({"room":"r","seqnr":"42"})"), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42","keys":[]})");
 }
 
+// "Decrypt" fails as a whole when one key cannot be exported.
 TEST_F(DispatchedCase, DecryptGivesNothingWhenOneKeyFails) {
   Answer(Exported("plain one"));
   AnswerNext(ErrorCode(605));

@@ -1,4 +1,6 @@
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "tests/client/dispatchtest.h"
 #include "tests/support/files.h"
@@ -37,6 +39,7 @@ class DispatchedUpdate : public DispatchedCase {
   }
 };
 
+// "Update" of no keys and without "newkey" gives room and sequence number back and sends nothing.
 TEST_F(DispatchedUpdate, CallsNothingWithoutKeysAndWithoutWishForANewOne) {
   EXPECT_EQ(Perform("Update", R"({"room":"r","seqnr":"42","keys":[],"newkey":false})"), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42"})");
@@ -45,6 +48,7 @@ TEST_F(DispatchedUpdate, CallsNothingWithoutKeysAndWithoutWishForANewOne) {
   EXPECT_EQ(Error(), "before");
 }
 
+// "Update" rewraps each key and sends no transaction though one is given.
 TEST_F(DispatchedUpdate, RewrapsTheKeysWithoutATransaction) {
   AnswerThreeKeys();
   EXPECT_EQ(Perform("Update", With(kThreeKeys)), 0);
@@ -57,6 +61,7 @@ TEST_F(DispatchedUpdate, RewrapsTheKeysWithoutATransaction) {
                      R"("encryptionKeys":[{"type":"externalCertificate","encodedCertificate":"c"}]})"));
 }
 
+// "Update" with "newkey" makes a key after it has rewrapped the others.
 TEST_F(DispatchedUpdate, MakesANewKeyBesides) {
   AnswerThreeKeys();
   AnswerNext(Generated());
@@ -65,12 +70,27 @@ TEST_F(DispatchedUpdate, MakesANewKeyBesides) {
   EXPECT_THAT(http.GetRequests().back().body, HasSubstr(R"("certificateSubject":"CN=r-tr")"));
 }
 
+// "Update" with "newkey" and no keys makes a key alone.
 TEST_F(DispatchedUpdate, MakesANewKeyAlone) {
   Answer(Generated());
   EXPECT_EQ(Perform("Update", With(R"(,"room":"r","seqnr":"42","certificates":["c"],"newkey":true)")), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42","newkey":"new"})");
 }
 
+// "Update" reads its keys when its client is set up already, and looks for "newkey" after them.
+TEST_F(DispatchedUpdate, ReadsItsKeysWhenItsClientIsSetUp) {
+  const TraceRecorder traces;
+  EXPECT_EQ(Perform("Update", R"({"keyserver":[],"statustimeout":"soon","room":"r","seqnr":"1",)"
+                              R"("certificates":[]})"),
+            0);
+  std::vector<std::string> texts;
+  for (const auto& event : traces.GetEvents()) texts.push_back(event.text);
+  EXPECT_THAT(texts, ElementsAre("CryptClient: Error: Invalid timeout value [soon]",
+                                 "Val::ReportInvalidType: read as kind 8, holds kind 0",
+                                 "Val::ReportInvalidType: read as kind 1, holds kind 0"));
+}
+
+// "Update" succeeds without "newkey" when only the new key cannot be made.
 TEST_F(DispatchedUpdate, SucceedsWithoutTheNewKeyThatCouldNotBeMade) {
   AnswerThreeKeys();
   AnswerNext(ErrorCode(615));
@@ -79,12 +99,14 @@ TEST_F(DispatchedUpdate, SucceedsWithoutTheNewKeyThatCouldNotBeMade) {
   EXPECT_EQ(Error(), "before");
 }
 
+// "Update" succeeds even when the new key was all that was wanted and failed.
 TEST_F(DispatchedUpdate, SucceedsEvenWhenNothingButTheNewKeyWasWantedAndFailed) {
   EXPECT_EQ(Perform("Update", R"({"room":"r","seqnr":"42","newkey":true})"), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42"})");
   EXPECT_EQ(Error(), "before");
 }
 
+// "Update" fails with its keys, and then does not look at "newkey".
 TEST_F(DispatchedUpdate, FailsWithItsKeysAndDoesNotLookAtTheNewKey) {
   const TraceRecorder traces;
   Answer(Modified("A"));
@@ -98,6 +120,7 @@ TEST_F(DispatchedUpdate, FailsWithItsKeysAndDoesNotLookAtTheNewKey) {
   }
 }
 
+// An "Update" whose keys fail leaves the caller's map alone.
 TEST_F(DispatchedUpdate, LeavesTheMapOfItsCallerAloneWhenTheKeysFail) {
   OruGuiBase::KVMap map = TestSupport::Map(R"({"old":1})");
   http.Then(NoExchange("down"));
@@ -106,6 +129,7 @@ TEST_F(DispatchedUpdate, LeavesTheMapOfItsCallerAloneWhenTheKeysFail) {
   EXPECT_EQ(TestSupport::JsonText(map), R"({"old":1})");
 }
 
+// A "newkey" that is no flag is reported and counts as false.
 TEST_F(DispatchedUpdate, TakesANewKeyFlagOfAnotherKindAsFalse) {
   for (const char* flag : {"1", R"("true")", "null", "[true]", "1.5"}) {
     const TraceRecorder traces;
@@ -136,6 +160,7 @@ class DispatchedAuditLog : public DispatchedCase {
   ScratchDirectory scratch;
 };
 
+// "GetAuditLog" gives the file's name and an empty error when all servers gave their log.
 TEST_F(DispatchedAuditLog, NamesTheFileAndLeavesNoError) {
   Answer(Log("h\na\n"));
   Answer(Log("h\nb\n"));
@@ -148,6 +173,7 @@ TEST_F(DispatchedAuditLog, NamesTheFileAndLeavesNoError) {
             R"({"keyserver":"https://one.example","operation":"getAuditLogRequest"})");
 }
 
+// A partial log succeeds and tells the last failure in the error beside the result.
 TEST_F(DispatchedAuditLog, TellsOfAPartialLogBesideTheResult) {
   Answer(Log("h\na\n"));
   http.Then(NoExchange("100% down"));
@@ -157,6 +183,7 @@ TEST_F(DispatchedAuditLog, TellsOfAPartialLogBesideTheResult) {
             "Could not get audit log from all key servers: Could not connect to key server: 100% down");
 }
 
+// An invalid "statustimeout" shows as a partial log.
 TEST_F(DispatchedAuditLog, TakesAnInvalidStatusTimeoutForAPartialLog) {
   Answer(Log("h\na\n"));
   EXPECT_EQ(
@@ -166,6 +193,7 @@ TEST_F(DispatchedAuditLog, TakesAnInvalidStatusTimeoutForAPartialLog) {
   EXPECT_EQ(Error(), "Could not get audit log from all key servers: Invalid timeout value [soon]");
 }
 
+// Without any log the error is the last reason as it stands.
 TEST_F(DispatchedAuditLog, FailsWithThePlainReasonWhenNoServerGivesOne) {
   Answer(Status(500));
   http.Then(NoExchange("down"));
@@ -174,6 +202,7 @@ TEST_F(DispatchedAuditLog, FailsWithThePlainReasonWhenNoServerGivesOne) {
   EXPECT_TRUE(result.IsNil());
 }
 
+// A failed "GetAuditLog" leaves the caller's map alone.
 TEST_F(DispatchedAuditLog, LeavesTheMapOfItsCallerAloneWhenItFails) {
   OruGuiBase::KVMap map = TestSupport::Map(R"({"old":1})");
   EXPECT_FALSE(CryptClient::ExecuteMethod(&http, kService, "", CryptClient::Method::GetAuditLog,

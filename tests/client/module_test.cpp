@@ -52,11 +52,13 @@ class ModuleFrame : public ::testing::Test {
   int place_ = 0;
 };
 
+// Loading the library attaches its module.
 TEST_F(ModuleFrame, IsAttachedByTheLoadItself) {
   EXPECT_EQ(GetAttachState(), 1);
   EXPECT_NE(GetModuleHandle(), nullptr);
 }
 
+// Two initialisers keep the foundation up while the library is loaded.
 TEST_F(ModuleFrame, KeepsTheFoundationUpByTwoInitializers) {
   EXPECT_GE(BaseInitializer::GetCount(), 2U);
   const unsigned int before = BaseInitializer::GetCount();
@@ -67,6 +69,7 @@ TEST_F(ModuleFrame, KeepsTheFoundationUpByTwoInitializers) {
   EXPECT_EQ(BaseInitializer::GetCount(), before);
 }
 
+// A process attach starts tracing and attaches the module, all inside the init section.
 TEST_F(ModuleFrame, TellsOfAProcessAttachInsideTheInitSection) {
   FrameRecorder recorder;
   EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr));
@@ -76,6 +79,7 @@ TEST_F(ModuleFrame, TellsOfAProcessAttachInsideTheInitSection) {
   EXPECT_EQ(GetModuleHandle(), Module());
 }
 
+// The module context is made once, at the first attach.
 TEST_F(ModuleFrame, MakesItsContextOnceAndNotAgainAtALaterAttach) {
   FrameRecorder recorder;
   ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
@@ -84,6 +88,7 @@ TEST_F(ModuleFrame, MakesItsContextOnceAndNotAgainAtALaterAttach) {
               ElementsAre("Trace startup", Told("process attach"), "Trace startup", Told("process attach")));
 }
 
+// A process detach is told inside the init section; the module handle is kept.
 TEST_F(ModuleFrame, TellsOfAProcessDetachAndKeepsItsHandle) {
   ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
   FrameRecorder recorder;
@@ -94,6 +99,7 @@ TEST_F(ModuleFrame, TellsOfAProcessDetachAndKeepsItsHandle) {
   EXPECT_EQ(GetModuleHandle(), Module());
 }
 
+// Threads that come and go are told; the attach state is kept.
 TEST_F(ModuleFrame, TellsOfThreadsAndKeepsItsState) {
   void* const before = GetModuleHandle();
   FrameRecorder recorder;
@@ -105,6 +111,7 @@ TEST_F(ModuleFrame, TellsOfThreadsAndKeepsItsState) {
   EXPECT_EQ(GetModuleHandle(), before);
 }
 
+// A notification for any other reason does nothing.
 TEST_F(ModuleFrame, DoesNothingForAnyOtherReason) {
   FrameRecorder recorder;
   EXPECT_TRUE(ModuleEntry(Module(), static_cast<ModuleReason>(4), nullptr));
@@ -113,6 +120,7 @@ TEST_F(ModuleFrame, DoesNothingForAnyOtherReason) {
   EXPECT_EQ(GetAttachState(), 1);
 }
 
+// The entry point succeeds for each reason whenever there is a module.
 TEST_F(ModuleFrame, RefusesNothingButAMissingModule) {
   for (std::uint32_t reason = 0; reason <= 4; ++reason) {
     EXPECT_TRUE(ModuleEntry(Module(), static_cast<ModuleReason>(reason), nullptr)) << reason;
@@ -121,6 +129,7 @@ TEST_F(ModuleFrame, RefusesNothingButAMissingModule) {
   }
 }
 
+// The init section is left again whatever the reason of the call.
 TEST_F(ModuleFrame, LeavesTheInitSectionForEachReason) {
   for (std::uint32_t reason = 0; reason <= 4; ++reason) {
     ModuleEntry(Module(), static_cast<ModuleReason>(reason), nullptr);
@@ -128,6 +137,7 @@ TEST_F(ModuleFrame, LeavesTheInitSectionForEachReason) {
   }
 }
 
+// A module may come while its thread is in the init section for another one.
 TEST_F(ModuleFrame, MayBeEnteredByTheThreadThatIsInTheInitSection) {
   OruGuiBase::EnterInitSection();
   EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ThreadAttach, nullptr));
@@ -136,6 +146,7 @@ TEST_F(ModuleFrame, MayBeEnteredByTheThreadThatIsInTheInitSection) {
   EXPECT_FALSE(OruGuiBase::IsInInitSection());
 }
 
+// A notification waits while another thread is in the init section.
 TEST_F(ModuleFrame, WaitsWhileAnotherThreadIsInTheInitSection) {
   OruGuiBase::EnterInitSection();
   std::future<bool> entry = std::async(
@@ -145,6 +156,7 @@ TEST_F(ModuleFrame, WaitsWhileAnotherThreadIsInTheInitSection) {
   EXPECT_TRUE(entry.get());
 }
 
+// The hooks of an application exist and do nothing.
 TEST(ApplicationHooks, DoNothingInALibrary) {
   int place = 0;
   FrameRecorder recorder;

@@ -1,3 +1,4 @@
+#include <cstddef>
 #include <vector>
 
 #include "tests/support/clienttest.h"
@@ -28,16 +29,23 @@ class Rotation : public TestSupport::ClientTest {
   }
 };
 
+static_assert(offsetof(KeyServerCursor, servers) < offsetof(KeyServerCursor, startIndex) &&
+              offsetof(KeyServerCursor, startIndex) < offsetof(KeyServerCursor, attempts) &&
+              offsetof(KeyServerCursor, attempts) < offsetof(KeyServerCursor, keyServerUrl));
+
+// The process has one base of the rotation, reached by its address.
 TEST_F(Rotation, HandsOutTheAddressOfOneBase) {
   EXPECT_EQ(CryptClientTestPeer::GetKeyServerBase(), CryptClientTestPeer::GetKeyServerBase());
 }
 
+// A new client copies the base of the process as its start.
 TEST_F(Rotation, StartsAClientAtThePresentBase) {
   Base() = 41;
   CryptClient other(&http, kService, "", kRoom);
   EXPECT_EQ(CryptClientTestPeer(other).keyServerCursor.startIndex, 41U);
 }
 
+// A base of 7 takes three servers in the order 1, 2, 0 and stores each index as the base.
 TEST_F(Rotation, GoesOnceAroundFromTheStartAndWritesTheBaseAtEachStep) {
   Base() = 7;
   client.SetKeyServer(Strings({"a", "b", "c"}));
@@ -51,12 +59,20 @@ TEST_F(Rotation, GoesOnceAroundFromTheStartAndWritesTheBaseAtEachStep) {
   EXPECT_THAT(bases, ElementsAre(1U, 2U, 0U));
 }
 
+// A client made later begins at the server that was taken last anywhere in the process.
 TEST_F(Rotation, LetsTheNextClientBeginAtTheServerTakenLast) {
   Base() = 7;
   client.SetKeyServer(Strings({"a", "b", "c"}));
-  Sweep();
+  EXPECT_THAT(Sweep(), ElementsAre("b", "c", "a"));
+  EXPECT_EQ(Base(), 0U);
   CryptClient other(&http, kService, "", kRoom);
-  EXPECT_EQ(CryptClientTestPeer(other).keyServerCursor.startIndex, 0U);
+  other.SetKeyServer(Strings({"a", "b", "c"}));
+  KeyServerCursor& next = CryptClientTestPeer(other).keyServerCursor;
+  EXPECT_EQ(next.startIndex, 0U);
+  for (const char* url : {"a", "b", "c"}) {
+    ASSERT_TRUE(CryptClientTestPeer::NextKeyServer(next));
+    EXPECT_EQ(Str(next.keyServerUrl), url);
+  }
 }
 
 TEST_F(Rotation, BeginsEachSweepOfOneClientAtTheSamePlace) {
@@ -66,6 +82,7 @@ TEST_F(Rotation, BeginsEachSweepOfOneClientAtTheSamePlace) {
   EXPECT_THAT(Sweep(), ElementsAre("b", "c", "a"));
 }
 
+// Start 0xFFFFFFFF and one attempt wrap to 0 before the index is taken.
 TEST_F(Rotation, WrapsTheSumOfStartAndAttemptsBeforeReducingIt) {
   client.SetKeyServer(Strings({"a", "b"}));
   Cursor().startIndex = 0xFFFFFFFF;
@@ -75,6 +92,7 @@ TEST_F(Rotation, WrapsTheSumOfStartAndAttemptsBeforeReducingIt) {
   EXPECT_EQ(Base(), 0U);
 }
 
+// An exhausted sweep clears the server in use and keeps the last failure.
 TEST_F(Rotation, LeavesNoServerInUseWhenASweepHasRunOut) {
   UseServers({"a"});
   ASSERT_TRUE(Next());
@@ -87,12 +105,14 @@ TEST_F(Rotation, LeavesNoServerInUseWhenASweepHasRunOut) {
   EXPECT_EQ(Error(), "the last failure");
 }
 
+// An empty list has no server to take and clears the one in use.
 TEST_F(Rotation, TakesNoServerOfAnEmptyList) {
   Cursor().keyServerUrl = "old";
   EXPECT_FALSE(Next());
   EXPECT_EQ(Str(Cursor().keyServerUrl), "");
 }
 
+// An element that is no text is reported, counts as an attempt and leaves no URL.
 TEST_F(Rotation, CountsAnElementThatIsNoTextAsAnAttemptWithoutUrl) {
   const TraceRecorder traces;
   OruGuiBase::Array<Val> servers = Strings({"a"});
@@ -107,6 +127,7 @@ TEST_F(Rotation, CountsAnElementThatIsNoTextAsAnAttemptWithoutUrl) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
 }
 
+// A new list of servers restarts the sweep at the present base.
 TEST_F(Rotation, RestartsWithANewListAtThePresentBase) {
   UseServers({"a", "b"});
   Sweep();
@@ -120,6 +141,7 @@ TEST_F(Rotation, RestartsWithANewListAtThePresentBase) {
   EXPECT_THAT(Sweep(), ElementsAre("z", "x", "y"));
 }
 
+// A client goes on through its list whatever others write to the base.
 TEST_F(Rotation, DoesNotFollowTheBaseThatAnotherClientMoves) {
   UseServers({"a", "b", "c"});
   ASSERT_TRUE(Next());
@@ -128,6 +150,7 @@ TEST_F(Rotation, DoesNotFollowTheBaseThatAnotherClientMoves) {
   EXPECT_EQ(Str(Cursor().keyServerUrl), "b");
 }
 
+// A list of one server is taken once whatever the start.
 TEST_F(Rotation, TakesTheOneServerWhereverItStarts) {
   Base() = 0xFFFFFFFF;
   client.SetKeyServer(Strings({"only"}));

@@ -1,3 +1,6 @@
+#include <cstdlib>
+#include <string>
+#include <string_view>
 #include <thread>
 
 #include "tests/support/clienttest.h"
@@ -36,6 +39,7 @@ int SignOften(Shared& shared) {
   return signatures;
 }
 
+// Clients on two threads share transport, texts, lists and the base of the rotation.
 TEST(Threads, ShareTransportValuesAndTheBaseWithoutALock) {
   Shared shared;
   shared.http.On("GET", "/status?", Alive());
@@ -67,6 +71,7 @@ int RotateOften(const Shared& shared) {
   return taken;
 }
 
+// Two threads that rotate at once each take every server of their lists.
 TEST(Threads, RotateSideBySide) {
   const Shared shared;
   int first = 0;
@@ -80,17 +85,57 @@ TEST(Threads, RotateSideBySide) {
   EXPECT_LT(*CryptClientTestPeer::GetKeyServerBase(), 3U);
 }
 
-TEST(Threads, MakeTheBaseOnce) {
-  std::uint32_t* first = nullptr;
-  std::uint32_t* second = nullptr;
-  std::thread one([&] { first = CryptClientTestPeer::GetKeyServerBase(); });
-  std::thread two([&] { second = CryptClientTestPeer::GetKeyServerBase(); });
-  one.join();
-  two.join();
-  EXPECT_NE(first, nullptr);
-  EXPECT_EQ(first, second);
+// Two threads that are the first to ask for the base of the rotation get one and the same, made once.
+TEST(ThreadsDeathTest, MakeTheBaseOnce) {
+  // A process of its own, in which nobody has asked for the base yet.
+  const std::string before = GTEST_FLAG_GET(death_test_style);
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto run = [] {
+    const std::uint32_t* bases[2] = {};
+    std::uint32_t values[2] = {};
+    const auto ask = [&](int i) {
+      bases[i] = CryptClientTestPeer::GetKeyServerBase();
+      values[i] = *bases[i];
+    };
+    std::thread one(ask, 0);
+    std::thread two(ask, 1);
+    one.join();
+    two.join();
+    std::_Exit(bases[0] != nullptr && bases[0] == bases[1] && values[0] == values[1] ? 0 : 1);
+  };
+  EXPECT_EXIT(run(), ::testing::ExitedWithCode(0), "");
+  GTEST_FLAG_SET(death_test_style, before);
 }
 
+// Operations by their names run side by side, each with a client of its own.
+TEST(Threads, PerformOperationsSideBySide) {
+  Shared shared;
+  shared.http.On("GET", "/status?", Alive());
+  shared.http.On("POST", "/crypt/authztoken/", Token("t"));
+  shared.http.On("POST", "/rest/json", Payload(R"({"type":"reencryptResponse"})"));
+  OruGuiBase::KVMap arguments;
+  arguments.Set("keyserver", OruGuiBase::Val(shared.servers));
+  arguments.Set("group", "g");
+  const auto perform = [&](std::string_view operation, int& succeeded) {
+    for (int i = 0; i < kRounds; ++i) {
+      OruGuiBase::Val result;
+      AnsiStr error;
+      const std::int32_t code = CryptClient::PerformOperation(&shared.http, shared.service, "",
+                                                              Ansi(operation), arguments, result, error);
+      if (code == 0 && error.IsEmpty() && result.GetType() == OruGuiBase::ValType::Map) ++succeeded;
+    }
+  };
+  int good = 0;
+  int bad = 0;
+  std::thread one([&] { perform("Reencrypt", good); });
+  std::thread two([&] { perform("ConfigGroup", bad); });
+  one.join();
+  two.join();
+  EXPECT_EQ(good, kRounds);
+  EXPECT_EQ(bad, 0);
+}
+
+// A failure of one client never shows in another.
 TEST(Threads, KeepTheFailureOfEachClientItsOwn) {
   ScriptedHttp http;
   CryptClient one(&http, "", "", "");
