@@ -56,6 +56,7 @@ class IntegrityKeys : public TestSupport::ClientTest {
   IntegrityKey key;
 };
 
+// The integrity key is asked for by its handle, as a certificate, with a token for the room and no key.
 TEST_F(IntegrityKeys, AreAskedForByHandle) {
   Attempt(ScriptedRoad::IntegrityKeyAnswer());
   ASSERT_TRUE(Get());
@@ -67,6 +68,7 @@ TEST_F(IntegrityKeys, AreAskedForByHandle) {
   EXPECT_EQ(HeaderOf(http.GetRequest(2), "X-SEC-AUTHZTOKEN"), "t");
 }
 
+// The integrity key is asked for with a sub-identifier when one is given.
 TEST_F(IntegrityKeys, AreAskedForWithTheirSubIdWhenItIsGiven) {
   Attempt(ScriptedRoad::IntegrityKeyAnswer());
   ASSERT_TRUE(peer.KeyServerGetKey("integrity", "3", key));
@@ -74,6 +76,7 @@ TEST_F(IntegrityKeys, AreAskedForWithTheirSubIdWhenItIsGiven) {
             std::string::npos);
 }
 
+// The answer gives the integrity key its identifier, sub-identifier and certificate.
 TEST_F(IntegrityKeys, ComeWithIdSubIdAndCertificate) {
   Attempt(ScriptedRoad::IntegrityKeyAnswer());
   ASSERT_TRUE(Get());
@@ -84,12 +87,22 @@ TEST_F(IntegrityKeys, ComeWithIdSubIdAndCertificate) {
   EXPECT_EQ(Error(), "");
 }
 
+// Without a sub-identifier the question holds an empty one, and the answer supplies the value.
+TEST_F(IntegrityKeys, TakeTheirSubIdFromTheAnswerWhenNoneWasGiven) {
+  Attempt(ScriptedRoad::IntegrityKeyAnswer());
+  ASSERT_TRUE(peer.KeyServerGetKey("integrity", "", key));
+  EXPECT_NE(http.GetRequest(2).body.find(R"("subId":""})"), std::string::npos);
+  EXPECT_EQ(Str(key.subId), TestSupport::kIntegritySubId);
+}
+
+// The identifier of the integrity key is the answer's, whatever was asked for.
 TEST_F(IntegrityKeys, ComeWithTheAnswersIdWhateverWasAskedFor) {
   Attempt(R"({"type":"x","id":"other","subId":"1","encodedCertificate":)" + GoodCert() + "}");
   ASSERT_TRUE(Get());
   EXPECT_EQ(Str(key.id), "other");
 }
 
+// An integrity key passes without a type; that it is missing is reported.
 TEST_F(IntegrityKeys, NeedNoTypeOfTheirOwn) {
   const TraceRecorder traces;
   Attempt(R"({"id":"i","subId":"1","encodedCertificate":)" + GoodCert() + "}");
@@ -97,6 +110,7 @@ TEST_F(IntegrityKeys, NeedNoTypeOfTheirOwn) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
 }
 
+// An integrity key without an identifier in the answer passes and is unusable then.
 TEST_F(IntegrityKeys, PassWithoutAnIdAndAreThenUnusable) {
   Attempt(R"({"type":"x","id":"","subId":"1","encodedCertificate":)" + GoodCert() + "}");
   ASSERT_TRUE(Get());
@@ -104,6 +118,16 @@ TEST_F(IntegrityKeys, PassWithoutAnIdAndAreThenUnusable) {
   EXPECT_FALSE(key.IsUsable());
 }
 
+// What passed without an identifier is refused when a hash is to be signed with it.
+TEST_F(IntegrityKeys, AreRefusedForSigningWithoutTheirId) {
+  Attempt(R"({"type":"x","id":"","subId":"1","encodedCertificate":)" + GoodCert() + "}");
+  ASSERT_TRUE(peer.KeyServerGetKey("integrity", "", peer.integrityKey));
+  OruGuiBase::Blob signature;
+  EXPECT_FALSE(client.SignHash({}, signature));
+  EXPECT_EQ(http.GetRequestCount(), 3U);
+}
+
+// An integrity key without a sub-identifier is refused on each server.
 TEST_F(IntegrityKeys, NeedASubId) {
   Attempt(R"({"type":"x","id":"i","encodedCertificate":)" + GoodCert() + "}");
   Attempt(R"({"type":"x","id":"i","subId":"","encodedCertificate":)" + GoodCert() + "}");
@@ -112,6 +136,7 @@ TEST_F(IntegrityKeys, NeedASubId) {
   EXPECT_EQ(http.GetRequestCount(), 6U);
 }
 
+// An answer without a key reads as a key without a sub-identifier, and each missing member is reported.
 TEST_F(IntegrityKeys, NeedAKeyInTheAnswer) {
   const TraceRecorder traces;
   Attempt(Payload(R"({"type":"getKeyResponse"})"));
@@ -121,6 +146,16 @@ TEST_F(IntegrityKeys, NeedAKeyInTheAnswer) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U, 5U, 5U, 7U, 5U, 5U, 5U));
 }
 
+// An answer without a key leads to the next server, whose good answer counts.
+TEST_F(IntegrityKeys, ComeFromTheSecondServerWhenTheFirstGaveNone) {
+  Attempt(Payload(R"({"type":"getKeyResponse"})"));
+  Attempt(ScriptedRoad::IntegrityKeyAnswer());
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(Error(), "Could not get integrity certificate: Invalid subId");
+  EXPECT_TRUE(key.IsUsable());
+}
+
+// Without an identifier in the question each server's answer is refused, however good it is.
 TEST_F(IntegrityKeys, NeedAnIdInTheQuestionThoughTheAnswerIsGood) {
   Attempt(ScriptedRoad::IntegrityKeyAnswer());
   Attempt(ScriptedRoad::IntegrityKeyAnswer());
@@ -131,6 +166,7 @@ TEST_F(IntegrityKeys, NeedAnIdInTheQuestionThoughTheAnswerIsGood) {
   EXPECT_EQ(Str(key.subId), "");
 }
 
+// An integrity key without a certificate is refused on each server.
 TEST_F(IntegrityKeys, NeedACertificate) {
   Attempt(R"({"type":"x","id":"i","subId":"1"})");
   Attempt(R"({"type":"x","id":"i","subId":"1","encodedCertificate":7})");
@@ -138,6 +174,7 @@ TEST_F(IntegrityKeys, NeedACertificate) {
   EXPECT_EQ(Error(), "Could not get integrity certificate: Invalid encodedCertificate");
 }
 
+// An integrity key whose certificate cannot be read is refused on each server.
 TEST_F(IntegrityKeys, NeedACertificateThatCanBeRead) {
   Attempt(R"({"type":"x","id":"i","subId":"1","encodedCertificate":"garbage"})");
   Attempt(R"({"type":"x","id":"i","subId":"1","encodedCertificate":"AAAA"})");
@@ -149,6 +186,7 @@ TEST_F(IntegrityKeys, NeedACertificateThatCanBeRead) {
   EXPECT_TRUE(key.certificate.IsEmpty());
 }
 
+// A second server's good integrity key counts; the message about the first server's stays.
 TEST_F(IntegrityKeys, ComeFromTheSecondServerWhenTheFirstGaveABadOne) {
   Attempt(R"({"type":"x","id":"first","subId":"1","encodedCertificate":"garbage"})");
   Attempt(ScriptedRoad::IntegrityKeyAnswer());
@@ -158,6 +196,7 @@ TEST_F(IntegrityKeys, ComeFromTheSecondServerWhenTheFirstGaveABadOne) {
   EXPECT_TRUE(key.IsUsable());
 }
 
+// The integrity key stays as it was while no server gives an answer.
 TEST_F(IntegrityKeys, KeepWhatTheyHeldWhileNoServerAnswers) {
   http.Then(NoExchange("down"));
   Attempt(ErrorCode(607));
@@ -167,6 +206,7 @@ TEST_F(IntegrityKeys, KeepWhatTheyHeldWhileNoServerAnswers) {
   EXPECT_TRUE(key.IsUsable());
 }
 
+// The first answer drops the integrity key of before, even when it is refused then.
 TEST_F(IntegrityKeys, DropWhatTheyHeldWithTheFirstAnswer) {
   Attempt(R"({"type":"x","id":"new","subId":""})");
   Attempt(ErrorCode(607));
@@ -176,6 +216,7 @@ TEST_F(IntegrityKeys, DropWhatTheyHeldWithTheFirstAnswer) {
   EXPECT_TRUE(key.certificate.IsEmpty());
 }
 
+// Without a key server there is no integrity key, and the one of before stays.
 TEST_F(IntegrityKeys, NeedAKeyServer) {
   client.SetKeyServer({});
   EXPECT_FALSE(Get());
@@ -183,6 +224,7 @@ TEST_F(IntegrityKeys, NeedAKeyServer) {
   EXPECT_EQ(Str(key.id), "old id");
 }
 
+// Without a token no further server is asked for the integrity key.
 TEST_F(IntegrityKeys, AreNotAskedForWithoutAToken) {
   http.Then(Alive()).Then(Status(403));
   EXPECT_FALSE(Get());
@@ -190,6 +232,7 @@ TEST_F(IntegrityKeys, AreNotAskedForWithoutAToken) {
   EXPECT_EQ(http.GetRequestCount(), 2U);
 }
 
+// An integrity key is usable with identifier, sub-identifier and certificate, and not without any of them.
 TEST_F(IntegrityKeys, AreUsableWithAllThreeParts) {
   EXPECT_TRUE(key.IsUsable());
   IntegrityKey without = key;
@@ -213,6 +256,7 @@ class IntegrityCerts : public TestSupport::ClientTest {
   Array<Val> certificates = Strings({"old"});
 };
 
+// The digests of a group's integrity certificates are asked for by group and digest name.
 TEST_F(IntegrityCerts, AreAskedForByGroupAndDigest) {
   UseKnownServer();
   ASSERT_TRUE(Fetch(Json(R"({"integrity":["aa","bb"]})")));
@@ -225,11 +269,13 @@ TEST_F(IntegrityCerts, AreAskedForByGroupAndDigest) {
   EXPECT_EQ(JsonText(Val(certificates)), R"(["aa","bb"])");
 }
 
+// The digests are asked for with an empty "keyserver" while no key server is in use.
 TEST_F(IntegrityCerts, AreAskedForWithoutAServerInUse) {
   ASSERT_TRUE(Fetch(Json("{}")));
   EXPECT_EQ(http.GetRequest(0).body, R"({"keyserver":""})");
 }
 
+// An answer without a list of digests is a success with an empty list, and reported.
 TEST_F(IntegrityCerts, AreNoneWhenTheAnswerHasNoList) {
   for (const char* body : {"", "{}", R"({"integrity":"aa"})", R"({"errorid":"x","errortext":"y"})"}) {
     const TraceRecorder traces;
@@ -240,13 +286,19 @@ TEST_F(IntegrityCerts, AreNoneWhenTheAnswerHasNoList) {
   }
 }
 
-TEST_F(IntegrityCerts, AreAskedForAtAShorterUrlWhenAPartIsEmpty) {
+// Without a digest name the URL ends with "integrity".
+TEST_F(IntegrityCerts, AreAskedForAtAShorterUrlWithoutADigest) {
   ASSERT_TRUE(Fetch(Json("{}"), "QOB.g", ""));
-  ASSERT_TRUE(Fetch(Json("{}"), "", "sha256"));
-  EXPECT_THAT(http.GetLines(), ElementsAre("POST https://crypt.example/api/crypt/certlist/QOB.g/integrity",
-                                           "POST https://crypt.example/api/crypt/certlist"));
+  EXPECT_THAT(http.GetLines(), ElementsAre("POST https://crypt.example/api/crypt/certlist/QOB.g/integrity"));
 }
 
+// Without a group the URL ends with "certlist": the later segments are dropped.
+TEST_F(IntegrityCerts, AreAskedForAtTheShortestUrlWithoutAGroup) {
+  ASSERT_TRUE(Fetch(Json("{}"), "", "sha256"));
+  EXPECT_THAT(http.GetLines(), ElementsAre("POST https://crypt.example/api/crypt/certlist"));
+}
+
+// The caller's list stays as it was when the exchange for the digests fails.
 TEST_F(IntegrityCerts, StayAsTheyWereWhenTheExchangeFails) {
   EXPECT_FALSE(Fetch(NoExchange("no route")));
   EXPECT_EQ(Error(), "Could not get integrity certificates: no route");
@@ -257,12 +309,14 @@ TEST_F(IntegrityCerts, StayAsTheyWereWhenTheExchangeFails) {
   EXPECT_EQ(JsonText(Val(certificates)), R"(["old"])");
 }
 
+// Without a service URL nobody is asked for the digests.
 TEST_F(IntegrityCerts, NeedAServiceUrl) {
   CryptClient other(&http, "", "", kRoom);
   EXPECT_FALSE(CryptClientTestPeer(other).FetchIntegrityCerts("g", certificates, "sha256"));
   EXPECT_EQ(Str(other.GetErrorMessage()), "Invalid URL");
 }
 
+// The answer with the digests changes no configuration of the client.
 TEST_F(IntegrityCerts, ChangeNothingInTheClient) {
   peer.group = "group";
   ASSERT_TRUE(Fetch(Json(R"({"integrity":[],"group":"other","keyserver":["https://x"]})")));

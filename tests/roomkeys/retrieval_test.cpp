@@ -83,11 +83,16 @@ TEST_F(Retrieval, AsksForTheKeyOfACertificateByAPost) {
   EXPECT_EQ(request.headers.size(), 1U);
 }
 
-TEST_F(Retrieval, AsksByAPostWithOneHalfOfTheNameEmpty) {
+TEST_F(Retrieval, AsksByAPostWithTheIssuerAlone) {
   ASSERT_TRUE(Fetch(Json("{}"), "CN=Issuer", ""));
-  ASSERT_TRUE(Fetch(Json("{}"), "", "0A3F"));
+  EXPECT_EQ(http.GetRequest(0).method, "POST");
   EXPECT_EQ(http.GetRequest(0).body, R"({"id":{"issuer":"CN=Issuer","serial":""}})");
-  EXPECT_EQ(http.GetRequest(1).body, R"({"id":{"issuer":"","serial":"0A3F"}})");
+}
+
+TEST_F(Retrieval, AsksByAPostWithTheSerialNumberAlone) {
+  ASSERT_TRUE(Fetch(Json("{}"), "", "0A3F"));
+  EXPECT_EQ(http.GetRequest(0).method, "POST");
+  EXPECT_EQ(http.GetRequest(0).body, R"({"id":{"issuer":"","serial":"0A3F"}})");
 }
 
 TEST_F(Retrieval, FillsTheRoomKey) {
@@ -142,10 +147,21 @@ TEST_F(Retrieval, EmptiesWhatTheAnswerHoldsInAnotherKind) {
 
 TEST_F(Retrieval, TakesAnEmptyAnswerToAPostForARoomWithoutKey) {
   ASSERT_TRUE(Fetch(Json(""), "CN=Issuer", "01"));
-  EXPECT_EQ(Str(roomKey.room), "");
+  EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data), "");
   EXPECT_TRUE(roomKey.certificate.IsEmpty());
+  EXPECT_TRUE(roomKey.key.IsEmpty());
   EXPECT_EQ(Str(peer.group), "");
   EXPECT_TRUE(peer.keyServerCursor.servers.IsEmpty());
+  EXPECT_FALSE(keyErrorFlag);
+  EXPECT_EQ(Error(), "");
+}
+
+TEST_F(Retrieval, TakesAnAnswerThatIsNoObjectForAnEmptyOne) {
+  const TraceRecorder traces;
+  ASSERT_TRUE(Fetch(Json("[1]")));
+  EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data) + Str(peer.group), "");
+  EXPECT_TRUE(peer.keyServerCursor.servers.IsEmpty());
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U, 5U, 5U, 5U, 5U, 5U, 5U, 8U, 5U, 1U));
 }
 
 TEST_F(Retrieval, RefusesAnEmptyAnswerToAGet) {
@@ -177,10 +193,23 @@ TEST_F(Retrieval, WrapsTheReasonOfAFailedExchangeInBothForms) {
 
 TEST_F(Retrieval, RaisesTheFlagForTheOneDistinguishedError) {
   EXPECT_FALSE(
-      Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"(","errortext":"Ask %s for %n access"})")));
+      Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"(","errortext":"Ask for access"})")));
   EXPECT_TRUE(keyErrorFlag);
-  EXPECT_EQ(Error(), "Ask %s for %n access");
+  EXPECT_EQ(Error(), "Ask for access");
   ExpectUnchanged();
+}
+
+TEST_F(Retrieval, ShowsPerCentSignsOfTheDistinguishedErrorAsTheyStand) {
+  EXPECT_FALSE(
+      Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"(","errortext":"Ask %s for %n access"})")));
+  EXPECT_EQ(Error(), "Ask %s for %n access");
+}
+
+TEST_F(Retrieval, RaisesTheFlagForTheKeyOfACertificateToo) {
+  EXPECT_FALSE(
+      Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"(","errortext":"t"})"), "CN=Issuer", "01"));
+  EXPECT_TRUE(keyErrorFlag);
+  EXPECT_EQ(Error(), "t");
 }
 
 TEST_F(Retrieval, RecordsNothingButTheTextOfTheDistinguishedError) {
@@ -198,8 +227,6 @@ TEST_F(Retrieval, RecordsEachOtherErrorWithItsTextAlone) {
   } rows[] = {
       {R"({"errorid":"QOB.2","errortext":"no access"})", "Could not get room key: no access", "id and text"},
       {R"({"errorid":"QOB.2"})", "Could not get room key: ", "an id without text"},
-      {R"({"errortext":"no access"})", "Could not get room key: no access", "a text without id"},
-      {R"({"errorid":"qob.1.1001.1.422645","errortext":"t"})", "Could not get room key: t", "another case"},
       {R"({"errorid":"QOB.1.1001.1.422645 ","errortext":"t"})", "Could not get room key: t",
        "a blank behind"},
       {R"({"errorid":"x","errortext":"100%s"})", "Could not get room key: 100%s", "a per-cent sign"},
@@ -210,6 +237,34 @@ TEST_F(Retrieval, RecordsEachOtherErrorWithItsTextAlone) {
     EXPECT_FALSE(keyErrorFlag) << row.reason;
   }
   ExpectUnchanged();
+}
+
+TEST_F(Retrieval, TakesTheDistinguishedErrorInAnotherCaseForAnyError) {
+  EXPECT_FALSE(Fetch(Json(R"({"errorid":"qob.1.1001.1.422645","errortext":"t"})")));
+  EXPECT_FALSE(keyErrorFlag);
+  EXPECT_EQ(Error(), "Could not get room key: t");
+}
+
+TEST_F(Retrieval, TakesAnErrorTextWithoutAnIdForAnError) {
+  EXPECT_FALSE(Fetch(Json(R"({"errorid":"","errortext":"no access"})")));
+  EXPECT_EQ(Error(), "Could not get room key: no access");
+  EXPECT_FALSE(Fetch(Json(R"({"errortext":"no access at all"})")));
+  EXPECT_EQ(Error(), "Could not get room key: no access at all");
+}
+
+TEST_F(Retrieval, ReadsNothingButTheErrorFromARefusal) {
+  const TraceRecorder traces;
+  EXPECT_FALSE(Fetch(Json(With(ScriptedRoad::RoomKeyAnswer(), "errorid", R"("QOB.2")"))));
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));  // The missing text of the error.
+  ExpectUnchanged();
+}
+
+TEST_F(Retrieval, LeavesTheCallersRoomKeyWhenItFails) {
+  EXPECT_FALSE(Fetch(Status(500)));
+  EXPECT_EQ(Str(roomKey.room), "old room");
+  EXPECT_EQ(Str(roomKey.data), "old data");
+  EXPECT_EQ(Certificate::Compare(roomKey.certificate, LoadCert(Pki::Get().integrity.certificate)), 0);
+  EXPECT_FALSE(roomKey.key.IsEmpty());
 }
 
 TEST_F(Retrieval, NeverLowersTheFlag) {
@@ -248,6 +303,23 @@ TEST_F(Retrieval, KeepsAnEarlierMessageAcrossItsSuccess) {
   peer.SetError("earlier");
   ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomKeyAnswer())));
   EXPECT_EQ(Error(), "earlier");
+}
+
+TEST_F(Retrieval, CopiesAllFourFieldsOfARoomKey) {
+  RoomKey copy;
+  copy = roomKey;
+  ClearRoomKey(roomKey);
+  EXPECT_EQ(Str(copy.room), "old room");
+  EXPECT_EQ(Str(copy.data), "old data");
+  EXPECT_EQ(Certificate::Compare(copy.certificate, LoadCert(Pki::Get().integrity.certificate)), 0);
+  EXPECT_FALSE(copy.key.IsEmpty());
+}
+
+TEST_F(Retrieval, BeginsWithARoomKeyOfFourEmptyFields) {
+  const RoomKey empty;
+  EXPECT_EQ(Str(empty.room) + Str(empty.data), "");
+  EXPECT_TRUE(empty.certificate.IsEmpty());
+  EXPECT_TRUE(empty.key.IsEmpty());
 }
 
 TEST_F(Retrieval, ClearsAllFourFieldsOfARoomKey) {

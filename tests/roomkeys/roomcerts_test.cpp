@@ -59,6 +59,7 @@ class RoomCerts : public TestSupport::ClientTest {
   AnsiStr seqnr = "old seqnr";
 };
 
+// The room's certificates are asked for with an empty "keyserver" while no key server is in use.
 TEST_F(RoomCerts, AreAskedForWithoutAServerInUse) {
   ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomCertsAnswer())));
   const RecordedRequest request = http.GetRequest(0);
@@ -69,12 +70,14 @@ TEST_F(RoomCerts, AreAskedForWithoutAServerInUse) {
   EXPECT_EQ(request.headers.size(), 1U);
 }
 
+// The room's certificates are asked for with the URL of the key server in use.
 TEST_F(RoomCerts, AreAskedForWithTheServerInUse) {
   UseKnownServer();
   ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomCertsAnswer())));
   EXPECT_EQ(http.GetRequest(0).body, R"({"keyserver":"https://one.example"})");
 }
 
+// The room's certificates come with the service's name of the room and a sequence number.
 TEST_F(RoomCerts, ComeWithRoomAndSequenceNumber) {
   ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomCertsAnswer())));
   EXPECT_EQ(Str(roomName), "room 1");
@@ -82,6 +85,7 @@ TEST_F(RoomCerts, ComeWithRoomAndSequenceNumber) {
   EXPECT_EQ(JsonText(Val(certificates)), R"(["member-1","member-2"])");
 }
 
+// The answer replaces group, key servers, status timeout and the certificate flag of the client.
 TEST_F(RoomCerts, ComeWithTheConfiguration) {
   peer.certAuth = false;
   ASSERT_TRUE(Fetch(Json(With(ScriptedRoad::RoomCertsAnswer(), "certauth", "true"))));
@@ -92,23 +96,27 @@ TEST_F(RoomCerts, ComeWithTheConfiguration) {
   EXPECT_TRUE(client.GetCertAuth());
 }
 
+// An empty answer is a success without certificates, which empties the client's configuration.
 TEST_F(RoomCerts, AreNoneInAnEmptyAnswer) {
   ASSERT_TRUE(Fetch(Json("")));
   ExpectEmptied();
 }
 
+// An error in the body of a good answer goes unnoticed: there are just no certificates.
 TEST_F(RoomCerts, AreNoneInAnAnswerThatHoldsOnlyAnError) {
   ASSERT_TRUE(Fetch(Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"refused"})")));
   ExpectEmptied();
   EXPECT_EQ(Error(), "");
 }
 
+// Each of the seven members that is missing from the answer is reported, in their order.
 TEST_F(RoomCerts, ReportEachMissingMember) {
   const TraceRecorder traces;
   ASSERT_TRUE(Fetch(Json("{}")));
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 8U, 5U, 8U, 5U, 1U));
 }
 
+// Each of the seven members of another kind is reported, in their order, and reads as empty.
 TEST_F(RoomCerts, ReportEachMemberOfAnotherKind) {
   const TraceRecorder traces;
   ASSERT_TRUE(
@@ -118,12 +126,16 @@ TEST_F(RoomCerts, ReportEachMemberOfAnotherKind) {
   ExpectEmptied();
 }
 
+// A status timeout that is no number leaves its message and fails nothing.
 TEST_F(RoomCerts, ComeThoughTheStatusTimeoutIsNoNumber) {
   ASSERT_TRUE(Fetch(Json(With(ScriptedRoad::RoomCertsAnswer(), "statustimeout", R"("soon")"))));
   EXPECT_EQ(Error(), "Invalid timeout value [soon]");
   EXPECT_EQ(Str(seqnr), "42");
+  EXPECT_EQ(peer.statusTimeout, 77U);
+  EXPECT_FALSE(peer.certAuth);
 }
 
+// When the exchange fails, what the caller passed and the client's configuration stay as they were.
 TEST_F(RoomCerts, LeaveEverythingWhenTheExchangeFails) {
   EXPECT_FALSE(Fetch(NoExchange("no route")));
   EXPECT_EQ(Error(), "Could not get room certificates: no route");
@@ -134,10 +146,13 @@ TEST_F(RoomCerts, LeaveEverythingWhenTheExchangeFails) {
   ExpectUnchanged();
 }
 
+// Without a service URL nobody is asked for the room's certificates.
 TEST_F(RoomCerts, NeedAServiceUrl) {
   CryptClient other(&http, "", "", kRoom);
   EXPECT_FALSE(CryptClientTestPeer(other).FetchRoomCerts(roomName, certificates, seqnr));
   EXPECT_EQ(Str(other.GetErrorMessage()), "Invalid URL");
+  EXPECT_EQ(http.GetRequestCount(), 0U);
+  ExpectUnchanged();
 }
 
 class NewKey : public TestSupport::ClientTest {
@@ -148,6 +163,7 @@ class NewKey : public TestSupport::ClientTest {
   }
 };
 
+// A new room key goes up with its sequence number first.
 TEST_F(NewKey, GoesUpWithItsSequenceNumberFirst) {
   ASSERT_TRUE(Upload(Json("")));
   const RecordedRequest request = http.GetRequest(0);
@@ -158,29 +174,51 @@ TEST_F(NewKey, GoesUpWithItsSequenceNumberFirst) {
   EXPECT_EQ(request.headers.size(), 1U);
 }
 
-TEST_F(NewKey, IsTakenWhateverTheAnswerHolds) {
+// A new room key counts as taken when the answer is empty.
+TEST_F(NewKey, IsTakenWithAnEmptyAnswer) {
+  peer.SetError("earlier");
+  EXPECT_TRUE(Upload(Json("")));
+  EXPECT_EQ(Error(), "earlier");
+}
+
+// A new room key counts as taken though the body of a good answer holds an error: nothing is read from it.
+TEST_F(NewKey, IsTakenThoughTheAnswerHoldsAnError) {
   const TraceRecorder traces;
-  EXPECT_TRUE(Upload(Json("{}")));
-  EXPECT_TRUE(Upload(Json(R"({"errorid":"QOB.1","errortext":"refused"})")));
+  EXPECT_TRUE(Upload(Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"refused"})")));
   EXPECT_EQ(Error(), "");
   EXPECT_TRUE(traces.GetInvalidTypes().empty());
 }
 
+// A new room key is not taken when the answer is no JSON.
+TEST_F(NewKey, IsNotTakenWhenTheAnswerIsNoJSON) {
+  EXPECT_FALSE(Upload(Json("OK")));
+  EXPECT_THAT(Error(), StartsWith("Could not upload new room key: Could not parse response: "));
+}
+
+// A new room key is not taken when the exchange fails, and the message says why.
 TEST_F(NewKey, IsNotTakenWhenTheExchangeFails) {
   EXPECT_FALSE(Upload(NoExchange("no route")));
   EXPECT_EQ(Error(), "Could not upload new room key: no route");
   EXPECT_FALSE(Upload(Status(409)));
   EXPECT_EQ(Error(), "Could not upload new room key: HTTP 409");
-  EXPECT_FALSE(Upload(Json("OK")));
-  EXPECT_THAT(Error(), StartsWith("Could not upload new room key: Could not parse response: "));
 }
 
+// Without a service URL no new room key goes up.
 TEST_F(NewKey, NeedsAServiceUrl) {
   CryptClient other(&http, "", "", kRoom);
   EXPECT_FALSE(CryptClientTestPeer(other).UploadRoomKey("wrapped", "42"));
   EXPECT_EQ(Str(other.GetErrorMessage()), "Invalid URL");
+  EXPECT_EQ(http.GetRequestCount(), 0U);
 }
 
+// The sequence number goes up as it came, whatever its text.
+TEST_F(NewKey, GoesUpWithItsSequenceNumberUnread) {
+  http.Then(Json(""));
+  ASSERT_TRUE(peer.UploadRoomKey("wrapped", " 007/\"x\" "));
+  EXPECT_EQ(http.GetRequest(0).body, R"({"seqnr":" 007/\"x\" ","key":"wrapped"})");
+}
+
+// Sending up a new room key changes no configuration of the client.
 TEST_F(NewKey, ChangesNothingInTheClient) {
   UseKnownServer();
   peer.group = "group";

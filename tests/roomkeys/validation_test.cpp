@@ -7,6 +7,7 @@
 namespace OruKalvix {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
 using TestSupport::Ansi;
@@ -97,7 +98,7 @@ TEST_F(Validation, KeepsAnEarlierMessageAcrossItsSuccess) {
 }
 
 TEST_F(Validation, NeedsAWrappedKeyThatIsAMessage) {
-  for (const char* data : {"", "garbage", "AAAA", "-----BEGIN CMS-----\nAAAA\n-----END CMS-----\n"}) {
+  for (const char* data : {"garbage", "AAAA", "-----BEGIN CMS-----\nAAAA\n-----END CMS-----\n"}) {
     roomKey.data = data;
     EXPECT_FALSE(Validate()) << data;
     ExpectReason("Could not parse room key: ");
@@ -117,6 +118,7 @@ TEST_F(Validation, NeedsJSONInTheWrappedKey) {
     EXPECT_FALSE(Validate()) << content;
     ExpectReason("Could not parse room key content: ");
   }
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Validation, NeedsAnInnerSigningCertificateInTheWrappedKey) {
@@ -125,7 +127,6 @@ TEST_F(Validation, NeedsAnInnerSigningCertificateInTheWrappedKey) {
     std::vector<std::uint32_t> reported;
     const char* reason;
   } rows[] = {
-      {"[]", {7, 5}, "no object"},
       {"\"text\"", {7, 5}, "a text"},
       {"{}", {5}, "missing"},
       {R"({"encodedInnerSigningCertificate":7})", {5}, "a number"},
@@ -139,6 +140,22 @@ TEST_F(Validation, NeedsAnInnerSigningCertificateInTheWrappedKey) {
     EXPECT_EQ(Error(), "Invalid room key: Invalid encodedInnerSigningCertificate") << row.reason;
     EXPECT_EQ(traces.GetInvalidTypes(), row.reported) << row.reason;
   }
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Validation, FindsNoInnerSigningCertificateInAnArray) {
+  const TraceRecorder traces;
+  roomKey.data = Ansi(WrappedText(R"(["encodedInnerSigningCertificate"])"));
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(), "Invalid room key: Invalid encodedInnerSigningCertificate");
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U));
+}
+
+TEST_F(Validation, RefusesAKeyWithoutDataBeforeItAsksAnyone) {
+  roomKey.data = "";
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not parse room key: ");
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Validation, NeedsAnInnerSigningCertificateThatCanBeRead) {
@@ -177,6 +194,21 @@ TEST_F(Validation, NeedsAReadableListOfTrustedIssuers) {
   road.Set("truststore", Json("garbage"));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not parse list of trusted issuing certificates: ");
+}
+
+TEST_F(Validation, FetchesBothListsBeforeItReadsTheFirst) {
+  road.Set("certstore", Json("garbage"));
+  road.Set("truststore", Json("garbage"));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not parse list of root and intermediate CA certificates: ");
+  EXPECT_EQ(road.Count("truststore"), 1U);
+}
+
+TEST_F(Validation, AsksForTheServersTimeOnceBothListsWereRead) {
+  peer.certAuth = true;
+  road.Set("truststore", Json("garbage"));
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(road.Count("status"), 2U);  // One for each list, and none for the time.
 }
 
 TEST_F(Validation, NeedsTheServerStillThereForItsTime) {
@@ -251,6 +283,21 @@ TEST_F(Validation, RefusesARoomKeyThatATrustedAuthorityIssuedDirectly) {
   Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, pki.issuing), pki.innerSigning.certificate);
   EXPECT_FALSE(Validate());
   EXPECT_EQ(Error(), "Could not verify room key: Unexpected issuer");
+}
+
+TEST_F(Validation, TracesTheChainOfARoomKeyThatItRefuses) {
+  Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, pki.issuing), pki.innerSigning.certificate);
+  const TraceRecorder traces;
+  EXPECT_FALSE(Validate());
+  EXPECT_THAT(traces.GetTexts(2), Contains("CryptClient::ValidateRoomKey: certchain = CN=Issuing"));
+}
+
+TEST_F(Validation, JudgesTheInnerSigningCertificateBeforeTheRoomKey) {
+  road.Set("status", DateAnswer("Sun, 01 Jan 2045 00:00:00 GMT"));
+  const Identity stranger = Identity::MakeRoot(Authority("Stranger"), KeyPair::MakeEC());
+  Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, stranger), pki.innerSigning.certificate);
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not verify room key issuer certificate chain: ");
 }
 
 TEST_F(Validation, RefusesARoomKeyOfAnotherInnerSigningCertificate) {
