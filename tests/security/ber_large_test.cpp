@@ -72,6 +72,7 @@ const std::string& DataOid() {
   return oid;
 }
 
+// Definite lengths beyond 4 GiB are walked.
 TEST(BerLargeTest, DefiniteLengthsBeyond4GiBAreWalked) {
   const std::uint64_t size = 6 * kGiB + 12345;
   const std::string octets = Header(0x04, size);
@@ -103,6 +104,7 @@ void AppendTail(SparseSource& source) {
   source.Append(Hex("0000 0000 0000") + After() + Hex("0000 0000 0000"));
 }
 
+// Segments beyond 4 GiB in all are walked.
 TEST(BerLargeTest, SegmentsBeyond4GiBInAllAreWalked) {
   SparseSource source;
   AppendHead(source);
@@ -118,6 +120,7 @@ TEST(BerLargeTest, SegmentsBeyond4GiBInAllAreWalked) {
   EXPECT_LE(source.reads, kSegments + 4);
 }
 
+// One segment beyond 4 GiB is walked.
 TEST(BerLargeTest, OneSegmentBeyond4GiBIsWalked) {
   SparseSource source;
   AppendHead(source);
@@ -130,6 +133,7 @@ TEST(BerLargeTest, OneSegmentBeyond4GiBIsWalked) {
   EXPECT_EQ(skeleton.content.length, 5 * kGiB + 3);
 }
 
+// A length that passes its container is refused however large it is.
 TEST(BerLargeTest, LengthOneShortOf4GiBTooMuchIsRefused) {
   SparseSource source;
   source.Append(Header(0x30, 4 * kGiB + 1) + SignedOid());
@@ -151,6 +155,7 @@ void MakeHoleFile(const std::string& path, const std::string& head, std::uint64_
   close(handle);
 }
 
+// A file of 5 GiB loads at once.
 TEST(BerLargeTest, FileOf5GiBLoadsAtOnce) {
   ScratchDirectory scratch;
   const std::string head = Hex("3080") + SignedOid() + Hex("A080 3080") + Before() + Hex("3080") + DataOid() +

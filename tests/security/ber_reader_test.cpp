@@ -22,6 +22,7 @@ struct HeaderRow {
   bool indefinite;
 };
 
+// Every form of an identifier and a length is read.
 TEST(BerReaderTest, ReadsEveryFormOfAHeader) {
   const HeaderRow rows[] = {
       {"short length", Hex("04 03 010203"), 3, 2, false},
@@ -56,6 +57,7 @@ struct RefusedRow {
   const char* reason;
 };
 
+// Any other identifier or length is refused with a reason.
 TEST(BerReaderTest, RefusesEveryOtherHeaderWithAReason) {
   const RefusedRow rows[] = {
       {"nothing", "", kCut},
@@ -164,6 +166,7 @@ TEST(BerReaderTest, FailedReadIsNotTakenForBytes) {
   EXPECT_FALSE(reader.Fetch(500000, 1, span));
 }
 
+// Identifiers and lengths are written in their shortest form.
 TEST(BerBufferTest, WritesHeadersInTheirShortestForm) {
   struct {
     std::uint64_t length;

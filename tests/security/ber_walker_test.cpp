@@ -35,6 +35,7 @@ class BerWalkerTest : public testing::Test {
   BerBuffer taken_;
 };
 
+// Containers of definite and of indefinite length are walked.
 TEST_F(BerWalkerTest, WalksContainersOfBothLengths) {
   const std::string inner = Tlv(0x02, "\x05") + Tlv(0x06, "oid");
   for (const std::string& bytes : {Tlv(0x30, Tlv(0xA0, inner)), Open(0x30, Open(0xA0, inner)),

@@ -12,6 +12,7 @@ using OruOssSec::Certificate;
 using OruOssSec::CertStore;
 using OruOssSec::CertVerifyResult;
 
+// A verified chain leads from the certificate to the root.
 TEST(VerifyChain, BuildsTheChainFromTheLeafToTheRoot) {
   const Hierarchy& sample = Sample();
   const Outcome outcome = Verify(sample.leaf, {sample.root.certificate, sample.middle.certificate});
@@ -20,6 +21,7 @@ TEST(VerifyChain, BuildsTheChainFromTheLeafToTheRoot) {
   EXPECT_EQ(outcome.chain, (Names{"leaf", "middle", "root"}));
 }
 
+// A chain does not depend on the order of the store.
 TEST(VerifyChain, DoesNotDependOnTheOrderOfTheStore) {
   const Hierarchy& sample = Sample();
   const Outcome outcome = Verify(sample.leaf, {sample.middle.certificate, sample.root.certificate});
@@ -49,6 +51,7 @@ TEST(VerifyChain, ChainOutlivesStoreAndLeaf) {
   EXPECT_EQ(SubjectsOf(chain), (Names{"leaf", "middle", "root"}));
 }
 
+// A chain is verified without being handed out.
 TEST(VerifyChain, TakesANullChain) {
   const Hierarchy& sample = Sample();
   CertStore store;
@@ -89,6 +92,7 @@ TEST(VerifyChain, FailsUnderAnotherRootOfTheSameName) {
 
 // Purpose, names and usages of keys
 
+// A chain is verified whatever purposes its certificates name.
 TEST(VerifyChain, AsksForNoPurpose) {
   for (const char* usage : {"serverAuth", "critical,emailProtection", "critical,timeStamping", "1.2.3.4"}) {
     CertSpec spec = CertSpec::EndEntity("leaf");
@@ -98,6 +102,7 @@ TEST(VerifyChain, AsksForNoPurpose) {
   }
 }
 
+// A chain is verified whatever its leaf may be used for.
 TEST(VerifyChain, AsksForNoKeyUsageOfTheLeaf) {
   CertSpec spec = CertSpec::EndEntity("leaf");
   spec.keyUsage = "critical,cRLSign";
@@ -126,6 +131,7 @@ TEST(VerifyChain, FailsForAnAuthorityWhoseKeyMayNotSignCertificates) {
   EXPECT_NE(Verify(Leaf(issuer), {Sample().root.certificate, issuer.certificate}).code, 0);
 }
 
+// A chain longer than an authority allows fails.
 TEST(VerifyChain, KeepsToThePathLength) {
   const Identity root = Identity::MakeRoot(Spec(CertSpec::Authority("root", 0)), SharedKey(0));
   const Identity middle = Authority("middle", 1, root);
@@ -134,6 +140,7 @@ TEST(VerifyChain, KeepsToThePathLength) {
             X509_V_ERR_PATH_LENGTH_EXCEEDED);
 }
 
+// A chain outside the names that an authority allows fails.
 TEST(VerifyChain, KeepsToNameConstraints) {
   CertSpec spec = Spec(CertSpec::Authority("middle"));
   spec.extensions = {{"nameConstraints", "critical,permitted;email:example.org"}};
@@ -159,6 +166,7 @@ TEST(VerifyChain, FailsForAWrongSignatureOfTheIntermediate) {
             X509_V_ERR_CERT_SIGNATURE_FAILURE);
 }
 
+// No byte of a certificate can change without breaking its chain.
 TEST(VerifyChain, NoByteOfTheLeafCanChange) {
   const Identity root = Identity::MakeRoot(Spec(CertSpec::Authority("root")), SharedECKey());
   const std::string der = Cert::Issue(Spec(CertSpec::EndEntity("leaf")), SharedECKey(), root).ToDER();
@@ -183,6 +191,7 @@ TEST(VerifyChain, FailsWhenTheIssuerHasTheNameButNotTheKey) {
 
 // Time
 
+// A chain is verified at the time that is given.
 TEST(VerifyChain, LooksAtTheTimeThatItIsGiven) {
   const Cert leaf = Leaf(Sample().root, CertSpec::EndEntity("leaf"), kYear);
   const struct {
@@ -242,6 +251,7 @@ TEST(VerifyChain, FailsWhenTheRootHasExpired) {
   EXPECT_EQ(Verify(Leaf(root), {root.certificate}).code, X509_V_ERR_CERT_HAS_EXPIRED);
 }
 
+// A chain is verified without regard to time when that is asked for.
 TEST(VerifyChain, IgnoresTimeWhenItIsTold) {
   const Cert leaf = Leaf(Sample().root, CertSpec::EndEntity("leaf"), kYear);
   for (const DateTime& time : {kNow, At(1990, 1, 1), DateTime(), At(2026, 13, 1)}) {

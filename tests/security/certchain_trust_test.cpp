@@ -43,8 +43,7 @@ TEST(VerifyChain, PartialChainEndsInAnyCertificateOfTheStore) {
   EXPECT_EQ(outcome.chain, (Names{"leaf", "middle"}));
 }
 
-// The shape in which a room key is proven: the store holds the lists and, added last, the certificate that
-// signed the room key, which is no root.
+// The chain of a room key, whose signer was added to the store last and is no root, begins with both.
 TEST(VerifyChain, PartialChainHoldsLeafAndIssuerFirstWhateverElseTheStoreHolds) {
   const Hierarchy& sample = Sample();
   const Identity inner = Authority("inner", 2, sample.middle);
@@ -168,7 +167,7 @@ TEST(VerifyChain, AcceptsARootBesideARenewalThatIsValidLonger) {
   }
 }
 
-// Each of the two keys of a root has certified the other, so that issuers lead round in a circle.
+// The search for issuers ends though two keys of a root have certified each other.
 TEST(VerifyChain, DoesNotRunInCirclesBetweenCrossCertificates) {
   const Identity old = Root("root", 0);
   const Identity young = Root("root", 1);
@@ -181,6 +180,7 @@ TEST(VerifyChain, DoesNotRunInCirclesBetweenCrossCertificates) {
   EXPECT_NE(Verify(Leaf(old), {oldByYoung, youngByOld}).code, 0);
 }
 
+// A chain of many intermediates is verified.
 TEST(VerifyChain, PassesThroughALongChain) {
   std::vector<Identity> authorities = {Root("authority 0", 0)};
   std::vector<Cert> store = {authorities.front().certificate};
@@ -191,6 +191,7 @@ TEST(VerifyChain, PassesThroughALongChain) {
   EXPECT_EQ(Verify(Leaf(authorities.back()), store).chain.size(), 13U);
 }
 
+// Verifying a chain leaves the store as it was.
 TEST(VerifyChain, LeavesTheStoreAsItWas) {
   const Hierarchy& sample = Sample();
   CertStore store;

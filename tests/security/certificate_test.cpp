@@ -38,6 +38,7 @@ bool LoadsAs(const std::string& text, const Cert& expected) {
   return certificate.Load(ToText(text), Encoding::Text) && X509_cmp(certificate.Get0(), expected.Get0()) == 0;
 }
 
+// A certificate is read from PEM and from base64.
 TEST(CertificateLoad, AcceptsPEMAndBase64) {
   const std::string pem = Sample().ToPEM();
   const std::string base64 = Sample().ToBase64();
@@ -61,6 +62,7 @@ TEST(CertificateLoad, AcceptsPEMAndBase64) {
   }
 }
 
+// A text that is not exactly one certificate is refused with a reason.
 TEST(CertificateLoad, RefusesWhatIsNotOneCertificate) {
   const std::string pem = Sample().ToPEM();
   const std::string der = Sample().ToDER();
@@ -121,6 +123,7 @@ TEST(CertificateLoad, LeavesTheCertificateAsItWasOnFailure) {
   EXPECT_EQ(Certificate::Compare(certificate, ToCertificate(Sample())), 0);
 }
 
+// Loading replaces the certificate that was held.
 TEST(CertificateLoad, ReplacesTheCertificateItHeld) {
   Certificate certificate = ToCertificate(Sample());
   const Cert other = MakeCert("Other");
@@ -128,6 +131,7 @@ TEST(CertificateLoad, ReplacesTheCertificateItHeld) {
   EXPECT_EQ(X509_cmp(certificate.Get0(), other.Get0()), 0);
 }
 
+// A certificate's text that is cut at any length is refused.
 TEST(CertificateLoad, FailsForEveryTextThatIsCut) {
   for (const std::string& text : {Sample().ToPEM(), Sample().ToBase64()}) {
     const std::size_t needed = text.find_last_not_of('\n') + 1;
@@ -141,8 +145,7 @@ TEST(CertificateLoad, FailsForEveryTextThatIsCut) {
   }
 }
 
-// A changed byte makes a failure, another certificate, or the same one when white space took the place of
-// white space.
+// A changed byte makes a failure or another certificate, unless it is white space for white space.
 TEST(CertificateLoad, NeverTakesAChangedByteForTheSameCertificate) {
   const std::string text = Sample().ToPEM();
   const Certificate original = ToCertificate(Sample());
@@ -162,8 +165,7 @@ TEST(CertificateLoad, NeverTakesAChangedByteForTheSameCertificate) {
   }
 }
 
-// The DER form with one byte changed goes past the text form into the parser; what it makes of it has to bear
-// every operation.
+// Whatever the parser makes of the DER form with one byte changed bears every operation.
 TEST(CertificateLoad, BearsEveryChangedByteOfTheDERForm) {
   const std::string der = Sample().ToDER();
   for (std::size_t i = 0; i < der.size(); ++i) {
@@ -181,6 +183,7 @@ TEST(CertificateLoad, BearsEveryChangedByteOfTheDERForm) {
   }
 }
 
+// The digest of a certificate is the SHA-256 of its DER form in lower-case hexadecimal.
 TEST(CertificateGetDigest, IsTheSHA256OfTheDERFormInLowerCaseHexadecimal) {
   AnsiStr text;
   LeaveStaleReason();
@@ -210,6 +213,7 @@ TEST(CertificateGetDigest, FailsForAnEmptyCertificate) {
   EXPECT_EQ(GetReason(), "The certificate is empty");
 }
 
+// The subject of a certificate is written as RFC 2253 tells, in UTF-8.
 TEST(CertificateGetSubject, FollowsRFC2253) {
   const struct {
     const char* why;
@@ -251,6 +255,7 @@ TEST(CertificateGetSubject, FailsForAnEmptyCertificate) {
   EXPECT_EQ(GetReason(), "The certificate is empty");
 }
 
+// The same certificate read twice compares as equal.
 TEST(CertificateCompare, IsZeroForTheSameCertificateReadTwice) {
   const Certificate fromPEM = ToCertificate(Sample());
   Certificate fromBase64;
@@ -259,6 +264,7 @@ TEST(CertificateCompare, IsZeroForTheSameCertificateReadTwice) {
   EXPECT_EQ(Certificate::Compare(fromPEM, fromPEM), 0);
 }
 
+// Certificates with the same name and key are told apart.
 TEST(CertificateCompare, TellsCertificatesWithTheSameNameAndKeyApart) {
   const Certificate a = ToCertificate(MakeCert("same"));
   const Certificate b = ToCertificate(MakeCert("same"));
@@ -267,6 +273,7 @@ TEST(CertificateCompare, TellsCertificatesWithTheSameNameAndKeyApart) {
   EXPECT_EQ(Certificate::Compare(b, a) > 0, order < 0);
 }
 
+// Certificates that differ in the signature alone are told apart.
 TEST(CertificateCompare, TellsCertificatesApartThatDifferInTheSignatureAlone) {
   std::string der = Sample().ToDER();
   der.back() = static_cast<char>(der.back() ^ 1);
@@ -275,6 +282,7 @@ TEST(CertificateCompare, TellsCertificatesApartThatDifferInTheSignatureAlone) {
   EXPECT_NE(Certificate::Compare(changed, ToCertificate(Sample())), 0);
 }
 
+// The empty certificate sorts first.
 TEST(CertificateCompare, PutsTheEmptyCertificateFirst) {
   const Certificate full = ToCertificate(Sample());
   EXPECT_LT(Certificate::Compare(Certificate(), full), 0);
@@ -322,6 +330,7 @@ void UseSharedCertificate(const Certificate& shared, std::atomic<int>& good) {
   }
 }
 
+// Threads may share a certificate.
 TEST(Certificate, IsSharedByThreads) {
   const Certificate shared = ToCertificate(Sample());
   std::atomic<int> good = 0;

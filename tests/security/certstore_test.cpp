@@ -27,6 +27,7 @@ bool Holds(const CertStore& store, std::size_t index) {
   return store.Contains(ToCertificate(Sample(index)));
 }
 
+// A store reads every certificate of a text, in PEM and in base64.
 TEST(CertStoreLoad, ReadsEveryCertificateOfAText) {
   const std::string a = Sample(0).ToPEM();
   const std::string b = Sample(1).ToPEM();
@@ -60,6 +61,7 @@ TEST(CertStoreLoad, ReadsEveryCertificateOfAText) {
   }
 }
 
+// A text without certificates loads none and is no failure.
 TEST(CertStoreLoad, TakesATextWithoutCertificates) {
   for (const char* text : {"", " ", "\r\n\r\n\t"}) {
     CertStore store;
@@ -72,6 +74,7 @@ TEST(CertStoreLoad, TakesATextWithoutCertificates) {
   }
 }
 
+// A store loads without being asked for the count.
 TEST(CertStoreLoad, TakesANullCount) {
   CertStore store;
   EXPECT_TRUE(store.Load(ToText(Sample(0).ToPEM()), nullptr));
@@ -79,6 +82,7 @@ TEST(CertStoreLoad, TakesANullCount) {
   EXPECT_EQ(CountOf(store), 1);
 }
 
+// A second text adds its certificates to those of the first.
 TEST(CertStoreLoad, AddsASecondListToTheFirst) {
   CertStore store;
   unsigned int count = 0;
@@ -88,6 +92,7 @@ TEST(CertStoreLoad, AddsASecondListToTheFirst) {
   EXPECT_EQ(CountOf(store), 3);
 }
 
+// A store keeps each certificate once and counts what it read.
 TEST(CertStoreLoad, KeepsEachCertificateOnce) {
   CertStore store;
   unsigned int count = 0;
@@ -99,6 +104,7 @@ TEST(CertStoreLoad, KeepsEachCertificateOnce) {
   EXPECT_EQ(CountOf(store), 2);
 }
 
+// A text with anything unreadable fails whole and adds nothing.
 TEST(CertStoreLoad, FailsWholeForWhatItCannotRead) {
   const std::string pem = Sample(1).ToPEM();
   const std::string base64 = Sample(1).ToBase64();
@@ -151,6 +157,7 @@ TEST(CertStoreLoad, ReadsATextThatIsCutUpToAWholeCertificateOrNotAtAll) {
   }
 }
 
+// A changed byte of a list is refused or makes another list, cleanly either way.
 TEST(CertStoreLoad, TakesEveryChangedByteCleanly) {
   const std::string text = Sample(0).ToPEM() + InLines(Sample(1).ToBase64());
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -183,6 +190,7 @@ std::string ManyCertificates(unsigned number) {
   return text;
 }
 
+// A store reads thousands of certificates.
 TEST(CertStoreLoad, ReadsThousandsOfCertificates) {
   const std::string text = ManyCertificates(2000);
   CertStore store;
@@ -194,6 +202,7 @@ TEST(CertStoreLoad, ReadsThousandsOfCertificates) {
   EXPECT_EQ(CountOf(store), 2000);
 }
 
+// A certificate is added to a store once.
 TEST(CertStoreAdd, AddsACertificateOnce) {
   CertStore store;
   LeaveStaleReason();
@@ -204,6 +213,7 @@ TEST(CertStoreAdd, AddsACertificateOnce) {
   EXPECT_EQ(OruGuiBase::GetLastError(), 0U);
 }
 
+// A store keeps its certificates when others let go of them.
 TEST(CertStoreAdd, TakesAReferenceOfItsOwn) {
   CertStore store;
   {
@@ -214,6 +224,7 @@ TEST(CertStoreAdd, TakesAReferenceOfItsOwn) {
   EXPECT_TRUE(Holds(store, 0));
 }
 
+// An empty certificate cannot be added to a store.
 TEST(CertStoreAdd, RefusesAnEmptyCertificate) {
   CertStore store;
   LeaveStaleReason();
@@ -222,6 +233,7 @@ TEST(CertStoreAdd, RefusesAnEmptyCertificate) {
   EXPECT_EQ(store.Get0(), nullptr);
 }
 
+// An empty store holds nothing, and no store holds the empty certificate.
 TEST(CertStoreContains, IsFalseForAnEmptyStoreAndAnEmptyCertificate) {
   CertStore store;
   EXPECT_FALSE(Holds(store, 0));
@@ -229,6 +241,7 @@ TEST(CertStoreContains, IsFalseForAnEmptyStoreAndAnEmptyCertificate) {
   EXPECT_FALSE(store.Contains(Certificate()));
 }
 
+// A store holds a certificate when the whole of it is equal, not issuer and serial number alone.
 TEST(CertStoreContains, AsksForTheWholeCertificateNotForIssuerAndSerialNumber) {
   std::string der = Sample(0).ToDER();
   der.back() = static_cast<char>(der.back() ^ 1);
@@ -241,6 +254,7 @@ TEST(CertStoreContains, AsksForTheWholeCertificateNotForIssuerAndSerialNumber) {
   EXPECT_EQ(CountOf(store), 2);
 }
 
+// A store that was cleared is empty and can be filled again.
 TEST(CertStoreClear, EmptiesTheStoreForFurtherUse) {
   CertStore store;
   ASSERT_TRUE(store.Add(ToCertificate(Sample(0))));

@@ -22,6 +22,7 @@ class CmsEnvelopingTest : public testing::Test {
   CMSMsg message_;
 };
 
+// A message that is being enveloped is of that type from the start.
 TEST_F(CmsEnvelopingTest, IsAnEnvelopedMessageFromTheStart) {
   EXPECT_EQ(message_.GetType(), CMSMsg::Type::EnvelopedData);
   EXPECT_EQ(ToString(message_.GetTypeStr()), "envelopedData");

@@ -39,6 +39,7 @@ struct SignedRow {
 
 class SignedByOthersTest : public testing::TestWithParam<SignedRow> {};
 
+// Messages signed by other software are read, verified or refused.
 TEST_P(SignedByOthersTest, IsReadAndJudged) {
   const SignedRow& row = GetParam();
   CMSMsg message;
@@ -93,6 +94,7 @@ TEST(CmsInteropTest, SignersOfOthersAreRead) {
 
 class EnvelopedByOthersTest : public testing::TestWithParam<const char*> {};
 
+// Messages enveloped by other software open with the private key.
 TEST_P(EnvelopedByOthersTest, OpensWithThePrivateKey) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile(std::string("enveloped/") + GetParam() + ".cms"))) << GetReason();
@@ -108,6 +110,7 @@ INSTANTIATE_TEST_SUITE_P(Messages, EnvelopedByOthersTest,
 
 class ContentKeyOfOthersTest : public testing::TestWithParam<const char*> {};
 
+// Messages enveloped by other software open with the content key.
 TEST_P(ContentKeyOfOthersTest, OpensWithTheContentKey) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile(std::string("enveloped/") + GetParam() + ".cms"))) << GetReason();
@@ -161,6 +164,7 @@ struct RecipientRow {
 
 class RecipientsOfOthersTest : public testing::TestWithParam<RecipientRow> {};
 
+// Recipients that other software wrote are named by issuer and serial number, or refused.
 TEST_P(RecipientsOfOthersTest, AreNamed) {
   const RecipientRow& row = GetParam();
   CMSMsg message;
@@ -199,6 +203,7 @@ struct TypeRow {
 
 class TypesOfOthersTest : public testing::TestWithParam<TypeRow> {};
 
+// Messages of other types are named and not opened.
 TEST_P(TypesOfOthersTest, AreNamedAndNotOpened) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile(GetParam().name))) << GetReason();
@@ -270,6 +275,7 @@ class OursReadByOthersTest : public testing::TestWithParam<std::size_t> {
   ScratchDirectory scratch_;
 };
 
+// Our signed messages verify in other software.
 TEST_P(OursReadByOthersTest, SignedMessageVerifies) {
   const std::string bytes = MakeBytes(GetParam());
   ASSERT_TRUE(SignFile(scratch_.Make("plain", bytes), scratch_.File("signed"))) << GetReason();
@@ -278,6 +284,7 @@ TEST_P(OursReadByOthersTest, SignedMessageVerifies) {
   EXPECT_EQ(view.GetContent(), bytes);
 }
 
+// Our enveloped messages open in other software.
 TEST_P(OursReadByOthersTest, EnvelopedMessageOpens) {
   const std::string bytes = MakeBytes(GetParam());
   ASSERT_TRUE(EnvelopeFile(scratch_.Make("plain", bytes), scratch_.File("enveloped"))) << GetReason();

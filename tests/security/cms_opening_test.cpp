@@ -67,9 +67,9 @@ TEST_F(CmsOpeningTest, ContentNeedsAKey) {
   EXPECT_EQ(ContentOf(message_), "No key to open the message with was set");
 }
 
-// A wrong key passes the padding about four times in a thousand and then yields rubbish; the content it never
-// yields.
+// A wrong private key is taken when it is set and never yields the content.
 TEST_F(CmsOpeningTest, WrongPrivateKeyIsTakenAndFailsInTheContent) {
+  // It passes the padding about four times in a thousand and then yields rubbish.
   for (int i = 0; i < 3; ++i) {
     ASSERT_TRUE(message_.SetRecipientKey(ToCertificate(Room().certificate), ToPrivateKey(SharedKey(3))));
     Blob content;
@@ -205,6 +205,7 @@ TEST_F(CmsOpeningTest, ContentKeyIsCheckedAgainstTheCipherWhenItIsSet) {
   }
 }
 
+// A content key that is not base64 is refused.
 TEST_F(CmsOpeningTest, ContentKeyThatIsNotBase64IsRefused) {
   for (const char* text : {"!", "AAA", "AAAA=", "ÄÖÜ"}) {
     LeaveStaleReason();

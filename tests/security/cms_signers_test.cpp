@@ -63,6 +63,7 @@ TEST(CmsSignersTest, HeaderOfALongValueIsLeftOut) {
   EXPECT_EQ(ToString(signers.Get(0)->signedAttributes.Get("1.2.3.4").AsString()), std::string(600, '1'));
 }
 
+// Signed attributes stand under their object identifiers in dotted text.
 TEST(CmsSignersTest, AttributesStandUnderTheirOIDs) {
   Signers signers;
   ASSERT_TRUE(Read(MessageOf(BuiltSigner::For("content")), signers)) << GetReason();

@@ -48,6 +48,7 @@ class CmsSigningTest : public testing::Test {
   File signed_ = scratch_.File("signed");
 };
 
+// Signing asks the signer once, with a SHA-512 hash.
 TEST_F(CmsSigningTest, AsksTheSignerOnceForASHA512Hash) {
   KeySigner signer(Signer().key);
   ASSERT_TRUE(Sign(signer)) << GetReason();
@@ -82,6 +83,7 @@ TEST_F(CmsSigningTest, HoldsTheSignersCertificate) {
             0);
 }
 
+// A message is signed with RSASSA-PKCS1-v1_5 and SHA-512.
 TEST_F(CmsSigningTest, SignsWithPKCS1AndSHA512) {
   ASSERT_TRUE(Sign({}));
   const std::string bytes = scratch_.Read("signed");
@@ -157,6 +159,7 @@ TEST_F(CmsSigningTest, RefusesOneOIDInTwoSpellings) {
 
 class SigningTimeTest : public CmsSigningTest, public testing::WithParamInterface<DateTime> {};
 
+// A signing time comes back as it was given.
 TEST_P(SigningTimeTest, ComesBack) {
   const DateTime time = GetParam();
   ASSERT_TRUE(Sign({}, &time)) << GetReason();
@@ -318,6 +321,7 @@ TEST_F(CmsSigningTest, TargetIsReplacedWhole) {
   EXPECT_TRUE(message.Load(signed_)) << GetReason();
 }
 
+// The error queue of OpenSSL is empty after signing.
 TEST_F(CmsSigningTest, OpenSSLsQueueIsEmptyAfterwards) {
   ASSERT_TRUE(Sign({}));
   EXPECT_TRUE(IsQueueEmpty());

@@ -52,6 +52,7 @@ struct Row {
   std::string bytes;
 };
 
+// Every shape of a message within the profile is accepted.
 TEST(CmsSkeletonTest, AcceptsEveryShapeOfTheProfile) {
   const std::string some = Tlv(0xA0, Tlv(0x30, "x"));
   const std::string lists = Tlv(0xA1, Tlv(0x30, "x"));
@@ -85,6 +86,7 @@ struct RefusedRow {
   const char* reason;
 };
 
+// Any other shape of a message is refused with a reason.
 TEST(CmsSkeletonTest, RefusesEveryOtherShapeWithAReason) {
   const std::string tail = Tlv(0x31, "");
   const std::string encrypted = Tlv(0x30, kData + kCipher + Tlv(0x80, "x"));
@@ -153,6 +155,7 @@ TEST(CmsSkeletonTest, ContentLiesWhereItIsSaidTo) {
   EXPECT_EQ(skeleton.content.length, 7U);
 }
 
+// The structure of a message without its content may take 16 MiB and no more.
 TEST(CmsSkeletonTest, SkeletonOf16MiBIsTheMost) {
   const std::string most = Tlv(0xA0, std::string((16 << 20) - 200, 'x'));
   EXPECT_EQ(ReasonOfReading(Signed(kVersion + Tlv(0x31, "") + kEncapsulated + most + Tlv(0x31, ""))), "");

@@ -90,6 +90,7 @@ class CmsSweepTest : public testing::TestWithParam<Sample> {
   Ordeal ordeal_{"some content"};
 };
 
+// Every operation bears a message that is cut at any length.
 TEST_P(CmsSweepTest, SurvivesBeingCutAtEachLength) {
   for (std::size_t size = 0; size < bytes_.size(); ++size) {
     CMSMsg message;
@@ -98,6 +99,7 @@ TEST_P(CmsSweepTest, SurvivesBeingCutAtEachLength) {
   }
 }
 
+// Every operation bears a message with any byte changed.
 TEST_P(CmsSweepTest, SurvivesEachByteChanged) {
   for (std::size_t place = 0; place < bytes_.size(); ++place) {
     for (const int change : {0x01, 0x80}) {
@@ -132,6 +134,7 @@ void FindLengths(const std::string& bytes, std::size_t begin, std::size_t end,
   }
 }
 
+// Every operation bears a message with any of its lengths replaced.
 TEST_P(CmsSweepTest, SurvivesEachLengthReplaced) {
   std::vector<LengthField> fields;
   FindLengths(bytes_, 0, bytes_.size(), fields);
@@ -155,6 +158,7 @@ TEST_P(CmsSweepTest, SurvivesEachLengthReplaced) {
   }
 }
 
+// The message that is cut and changed is a good one to begin with.
 TEST_P(CmsSweepTest, SurvivesUnchanged) {
   ordeal_.Undergo(bytes_, "unchanged");
   EXPECT_EQ(ordeal_.verifiedCount, std::string(GetParam().name).find("Signed") == 0 ? 1 : 0);

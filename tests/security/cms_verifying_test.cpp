@@ -235,8 +235,7 @@ TEST_F(CmsChainTest, ChainThroughAnIntermediateOfTheMessageHolds) {
   EXPECT_EQ(Verify({root_}, {end_, middle_}, inTime_), "");
 }
 
-// An authority that has renewed its key under its old name, with nothing in the certificates to tell the keys
-// apart.
+// The issuer is found by its signature when an authority has renewed its key under its old name.
 TEST_F(CmsChainTest, FindsTheIssuerBySignatureAmongAuthoritiesOfOneName) {
   CryptStand::CertSpec authority = CryptStand::CertSpec::Authority("Renewed authority");
   authority.validity = CryptStand::Validity::Between("2010-01-01", "2011-01-01");

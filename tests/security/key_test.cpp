@@ -48,6 +48,7 @@ struct Accepted {
   const KeyPair& key;
 };
 
+// A private key is read in every unencrypted form.
 TEST(PrivateKeyLoad, AcceptsEveryUnencryptedForm) {
   const KeyPair& rsa = SharedKey(0);
   const std::string pkcs8 = rsa.ToPEM();
@@ -91,6 +92,7 @@ void ExpectRefused(const Refused& row) {
   EXPECT_TRUE(IsQueueEmpty()) << row.why;
 }
 
+// An encrypted private key is refused, and nobody is asked for its password.
 TEST(PrivateKeyLoad, RefusesEncryptedKeysWithoutAskingForThePassword) {
   const KeyPair& rsa = SharedKey(0);
   const std::string pkcs8 = rsa.ToEncryptedPEM("secret");
@@ -104,6 +106,7 @@ TEST(PrivateKeyLoad, RefusesEncryptedKeysWithoutAskingForThePassword) {
   for (const Refused& row : rows) ExpectRefused(row);
 }
 
+// A text that is not exactly one private key is refused with a reason.
 TEST(PrivateKeyLoad, RefusesWhatIsNotOneKey) {
   const std::string pem = SharedKey(0).ToPEM();
   const std::string der = SharedKey(0).ToDER();
@@ -138,6 +141,7 @@ TEST(PrivateKeyLoad, RefusesWhatIsNotOneKey) {
   for (const Refused& row : rows) ExpectRefused(row);
 }
 
+// A private key's text that is neither PEM nor base64 is refused.
 TEST(PrivateKeyLoad, RefusesTextThatIsNeitherPEMNorBase64) {
   const std::string pem = SharedKey(0).ToPEM();
   const std::string base64 = SharedKey(0).ToBase64();
@@ -159,6 +163,7 @@ TEST(PrivateKeyLoad, RefusesTextThatIsNeitherPEMNorBase64) {
   }
 }
 
+// A huge text of well-formed base64 is refused as a private key.
 TEST(PrivateKeyLoad, RefusesAHugeTextOfWellFormedBase64) {
   EXPECT_FALSE(Loads(std::string(4U << 20, 'A')));
   EXPECT_EQ(GetReason(), "The text is not a private key");
@@ -184,6 +189,7 @@ std::vector<std::string> NineIntegers() {
   return integers;
 }
 
+// An RSA key of another shape is refused.
 TEST(PrivateKeyLoad, RefusesRSAStructuresOfAnotherShape) {
   const auto with = [](std::size_t index, const std::string& contents) {
     std::vector<std::string> integers = NineIntegers();
@@ -241,6 +247,7 @@ TEST(PrivateKeyLoad, ReplacesTheKeyItHeld) {
   EXPECT_EQ(EVP_PKEY_eq(key.Get0(), SharedKey(1).Get0()), 1);
 }
 
+// A private key's text that is cut at any length is refused.
 TEST(PrivateKeyLoad, FailsForEveryTextThatIsCut) {
   for (const std::string& text :
        {SharedECKey().ToPEM(), SharedECKey().ToBase64(), SharedECKey().ToTraditionalPEM()}) {
@@ -254,7 +261,7 @@ TEST(PrivateKeyLoad, FailsForEveryTextThatIsCut) {
   }
 }
 
-// A changed byte may make another key, so what is asked is a clean outcome either way.
+// A changed byte of a key's text is refused or makes another key, cleanly either way.
 TEST(PrivateKeyLoad, TakesEveryChangedByteCleanly) {
   const std::string text = SharedKey(0).ToPEM();
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -270,6 +277,7 @@ TEST(PrivateKeyLoad, TakesEveryChangedByteCleanly) {
   }
 }
 
+// A key made around null is empty.
 TEST(Key, IsEmptyAroundNull) {
   const Key key(nullptr);
   EXPECT_TRUE(key.IsEmpty());
@@ -318,6 +326,7 @@ std::vector<std::string> SecretsOf(const KeyPair& key) {
   return secrets;
 }
 
+// No memory is freed that still holds a private key.
 TEST(PrivateKeyLoad, FreesNoBlockThatStillHoldsTheKey) {
   const KeyPair& rsa = SharedKey(0);
   const std::string texts[] = {rsa.ToPEM(), rsa.ToBase64(), rsa.ToTraditionalPEM(),
@@ -330,6 +339,7 @@ TEST(PrivateKeyLoad, FreesNoBlockThatStillHoldsTheKey) {
   }
 }
 
+// The watch on freed memory sees a block that is not wiped.
 TEST(FreedMemoryWatch, SeesABlockThatIsNotWiped) {
   const FreedMemoryWatch watch({"secret"});
   void* const block = OPENSSL_malloc(16);

@@ -15,12 +15,14 @@ using OruOssSec::OpenSSLScope;
 
 constexpr int kTooLong = ASN1_R_HEADER_TOO_LONG;
 
+// A failure records its reason in the error state.
 TEST(FailWith, RecordsTheReasonAndIsFalse) {
   const OpenSSLScope scope;
   EXPECT_FALSE(FailWith("the reason"));
   EXPECT_EQ(GetReason(), "the reason");
 }
 
+// A reason that was recorded already stands.
 TEST(FailWith, LeavesTheInnermostReason) {
   const OpenSSLScope scope;
   FailWith("inner");
@@ -28,6 +30,7 @@ TEST(FailWith, LeavesTheInnermostReason) {
   EXPECT_EQ(GetReason(), "inner");
 }
 
+// An error of the system that was recorded already stands.
 TEST(FailWith, LeavesTheErrorOfTheSystem) {
   const OpenSSLScope scope;
   OruGuiBase::SetLastError(ENOSPC);
@@ -35,12 +38,14 @@ TEST(FailWith, LeavesTheErrorOfTheSystem) {
   EXPECT_EQ(GetReason(), std::strerror(ENOSPC));
 }
 
+// Without an error of OpenSSL the caller's own reason is given.
 TEST(FailWithOpenSSL, GivesTheFallbackWhenTheQueueIsEmpty) {
   const OpenSSLScope scope;
   EXPECT_FALSE(FailWithOpenSSL("fallback"));
   EXPECT_EQ(GetReason(), "fallback");
 }
 
+// A reason that was recorded already stands before one of OpenSSL.
 TEST(FailWithOpenSSL, LeavesTheInnermostReason) {
   const OpenSSLScope scope;
   FailWith("inner");
@@ -49,6 +54,7 @@ TEST(FailWithOpenSSL, LeavesTheInnermostReason) {
   EXPECT_EQ(GetReason(), "inner");
 }
 
+// The reason of a failure in OpenSSL is given in words.
 TEST(FailWithOpenSSL, GivesTheReasonInWords) {
   const OpenSSLScope scope;
   ERR_raise(ERR_LIB_ASN1, kTooLong);
@@ -96,6 +102,7 @@ TEST(FailWithOpenSSL, GivesTheTextOfTheSystemForItsErrors) {
   EXPECT_EQ(GetReason(), std::strerror(ENOENT));
 }
 
+// A failure of OpenSSL for lack of memory says so.
 TEST(FailWithOpenSSL, SaysThatMemoryIsOut) {
   const OpenSSLScope scope;
   ERR_raise(ERR_LIB_X509, X509_R_CERT_ALREADY_IN_HASH_TABLE);
@@ -118,6 +125,7 @@ TEST(FailWithOpenSSL, GivesTheFallbackWhenFailuresWereOnlyPassedOn) {
   EXPECT_EQ(GetReason(), "fallback");
 }
 
+// An operation begins with a clear error state and an empty queue of OpenSSL.
 TEST(OpenSSLScope, ClearsTheLastErrorAndTheQueueOnEntry) {
   LeaveStaleReason();
   ERR_raise(ERR_LIB_ASN1, kTooLong);
@@ -126,6 +134,7 @@ TEST(OpenSSLScope, ClearsTheLastErrorAndTheQueueOnEntry) {
   EXPECT_TRUE(IsQueueEmpty());
 }
 
+// An operation leaves its reason and an empty queue of OpenSSL.
 TEST(OpenSSLScope, LeavesAnEmptyQueueAndTheReason) {
   {
     const OpenSSLScope scope;

@@ -33,6 +33,7 @@ std::vector<std::string> ReadAll(std::string_view text) {
 
 using Objects = std::vector<std::string>;
 
+// A text gives its PEM blocks and base64 objects in their order.
 TEST(TextObjectReader, ReadsObjectsInTheirOrder) {
   const std::string ab = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
   const std::string cd = "-----BEGIN B C-----\nY2Q=\n-----END B C-----\n";
@@ -58,6 +59,7 @@ TEST(TextObjectReader, ReadsObjectsInTheirOrder) {
   }
 }
 
+// A text that is neither PEM nor base64 is refused with a reason.
 TEST(TextObjectReader, RefusesWhatItCannotRead) {
   const std::tuple<const char*, std::string, const char*> rows[] = {
       {"no dashes after the label", "-----BEGIN A\nYWI=\n-----END A-----",
@@ -89,6 +91,7 @@ TEST(TextObjectReader, RefusesWhatItCannotRead) {
   }
 }
 
+// Base64 that is damaged or of another alphabet is refused.
 TEST(TextObjectReader, RefusesWhatIsNotBase64) {
   const std::pair<const char*, std::string> rows[] = {
       {"words", "this is no base-64 text"}, {"padding missing", "YWI"},
@@ -102,10 +105,12 @@ TEST(TextObjectReader, RefusesWhatIsNotBase64) {
   }
 }
 
+// The objects before an unreadable one are read.
 TEST(TextObjectReader, ReadsWhatStandsBeforeAFailure) {
   EXPECT_EQ(ReadAll("YWI=\n\nY2Q=\n\n*"), (Objects{":ab", ":cd", "!"}));
 }
 
+// A text that was read to its end has no further object.
 TEST(TextObjectReader, EndsAfterItsEnd) {
   TextObjectReader reader("YWI=");
   TextObject object;
@@ -116,6 +121,7 @@ TEST(TextObjectReader, EndsAfterItsEnd) {
   EXPECT_EQ(reader.Next(object), Step::End);
 }
 
+// Blank lines in one base64 object are passed over.
 TEST(ReadSingleObject, PassesOverBlankLinesInPlainBase64) {
   TextObject object;
   OruGuiBase::ClearLastError();
@@ -149,6 +155,7 @@ TEST(ReadSingleObject, RefusesAnythingElseThanOneObject) {
   }
 }
 
+// Any byte at any place of a text is read or refused cleanly.
 TEST(ReadSingleObject, TakesEveryByteValueAnywhere) {
   const std::string text = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
   for (std::size_t i = 0; i < text.size(); ++i) {
