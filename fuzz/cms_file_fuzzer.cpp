@@ -1,6 +1,7 @@
 #include <cstdint>
 #include <string>
 
+#include "fuzz/support/dermutator.h"
 #include "fuzz/support/message.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/scratch.h"
@@ -9,6 +10,11 @@
 
 // A file is loaded as a CMS message and asked for all that it holds: the walker over its structure, the
 // skeleton that OpenSSL reads, the content by its extents, verification and decryption.
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
+                                               unsigned int seed) {
+  return Fuzz::MutateDer(data, size, maxSize, seed);
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   constexpr const char* kMessage = "message";

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 #include <fstream>
+#include <utility>
+#include <vector>
 
 #include "fuzz/support/require.h"
 #include "fuzz/support/world.h"
@@ -28,19 +30,21 @@ void MakeMessageSeeds(const std::filesystem::path& root) {
   const SeedFolder files(root, "cms_file");
   const SeedFolder texts(root, "cms_text");
   const World& world = World::Get();
-  for (const auto* samples : {&world.envelopes, &world.contents}) {
-    const std::string kind = samples == &world.envelopes ? "envelope-" : "content-";
-    for (const Sample& sample : *samples) {
-      files.Add(kind + sample.name, sample.bytes);
-      texts.Add(kind + sample.name, ToBase64(sample.bytes));
-    }
+  const auto add = [&](const std::string& name, const std::string& bytes) {
+    files.Add(name, bytes);
+    texts.Add(name, ToBase64(bytes));
+  };
+  for (const auto& [kind, samples] :
+       {std::pair("envelope-", world.envelopes), {"content-", world.contents}, {"form-", world.forms}}) {
+    for (const Sample& sample : samples) add(kind + sample.name, sample.bytes);
   }
+  for (const char* name : {"genuine", "two", "digested"}) {
+    const std::string& bytes = world.Find(world.contents, name);
+    add(std::string("segments-") + name, ToSegments(bytes));
+  }
+  add("segments-envelope", ToSegments(world.Find(world.envelopes, "genuine")));
   texts.Add("pem", CmsPem(world.Find(world.contents, "genuine")));
   texts.Add("wrapped-key", world.wrappedKey);
-  files.Add("indefinite-data",
-            std::string("\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01\xA0\x80\x24\x80"
-                        "\x04\x02hi\x04\x01!\x00\x00\x00\x00\x00\x00",
-                        30));
 }
 
 void MakeCertificateSeeds(const std::filesystem::path& root) {

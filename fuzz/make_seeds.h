@@ -16,6 +16,10 @@ class SeedFolder {
   std::filesystem::path folder_;
 };
 
+/// A signed, digested or enveloped message in DER with its outer containers of indefinite length and its
+/// content in segments, one inside another.
+std::string ToSegments(std::string_view der);
+
 /// The targets of plain text and of encodings.
 void MakeTextSeeds(const std::filesystem::path& root);
 /// The targets of certificates, keys and messages.

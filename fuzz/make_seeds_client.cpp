@@ -77,6 +77,12 @@ void MakeDecryptSeeds(const std::filesystem::path& root) {
     folder.Add("changed-" + world.contents[i].name,
                InputWriter().Below(4, 8).Below(i, contents).Below(0, 4).Below(1, 7).Below(900, 65536).Get());
   }
+  for (const char* name : {"genuine", "foreign", "digested"}) {
+    const std::string bytes = ToSegments(world.Find(world.contents, name));
+    folder.Add(std::string("segments-") + name, InputWriter().Below(6, 8).Text(bytes).Get());
+  }
+  folder.Add("segments-file",
+             InputWriter().Below(7, 8).Text(ToSegments(world.Find(world.envelopes, "genuine"))).Get());
   folder.Add("raw-content", InputWriter().Below(6, 8).Text("no message").Get());
   folder.Add("raw-file", InputWriter().Below(7, 8).Text("no message").Get());
   AddTreatments(folder, "treated", start, 10);

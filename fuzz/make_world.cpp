@@ -2,6 +2,10 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
+#include <memory>
+#include <openssl/bio.h>
+#include <openssl/cms.h>
 #include <string>
 
 #include "fuzz/support/world.h"
@@ -25,16 +29,18 @@ class WorldMaker {
   void Make();
 
  private:
+  bool IsThere(const std::string& name) const { return std::filesystem::exists(directory_ / name); }
   void WriteText(const std::string& name, const std::string& text) const;
-  void WriteIdentity(const std::string& name, const Identity& identity) const;
+  void TakeIdentity(const std::string& name, Identity& identity) const;
   void WriteMessage(const std::string& name, const std::string& bytes) const;
   void WriteContents();
   void WriteEnvelopes();
+  void WriteForms() const;
   SignerSpec GroupSigner() const;
   SignerSpec ForeignSigner() const;
 
   std::filesystem::path directory_;
-  const Pki& pki_ = Pki::Get();
+  Pki pki_ = Pki::Get();
   Identity outsider_;
 };
 
@@ -44,11 +50,20 @@ void WorldMaker::WriteText(const std::string& name, const std::string& text) con
   EXPECT_TRUE(out.flush().good()) << name;
 }
 
-void WorldMaker::WriteIdentity(const std::string& name, const Identity& identity) const {
-  WriteText(name, identity.certificate.ToPEM() + identity.key.ToPEM());
+// An identity that is there takes the place of a new one.
+void WorldMaker::TakeIdentity(const std::string& name, Identity& identity) const {
+  if (!IsThere(name)) {
+    WriteText(name, identity.certificate.ToPEM() + identity.key.ToPEM());
+    return;
+  }
+  std::ifstream in(directory_ / name);
+  const std::string pem(std::istreambuf_iterator<char>(in), {});
+  identity = {Cert::FromPEM(pem), KeyPair::FromPEM(pem)};
+  EXPECT_FALSE(identity.certificate.IsEmpty() || identity.key.IsEmpty()) << name;
 }
 
 void WorldMaker::WriteMessage(const std::string& name, const std::string& bytes) const {
+  if (IsThere(name + ".b64")) return;
   const std::string text = CryptStand::ToBase64(bytes);
   std::string lines;
   for (std::size_t at = 0; at < text.size(); at += 100) lines += text.substr(at, 100) + "\n";
@@ -69,6 +84,72 @@ SignerSpec WorldMaker::ForeignSigner() const {
   SignerSpec signer = GroupSigner();
   signer.identity = outsider_;
   return signer;
+}
+
+using BioPtr = std::unique_ptr<BIO, decltype(&BIO_free_all)>;
+using CmsPtr = std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)>;
+
+BioPtr Reading(std::string_view bytes) {
+  return {BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())), BIO_free_all};
+}
+
+CmsPtr Own(CMS_ContentInfo* message) {
+  return {message, CMS_ContentInfo_free};
+}
+
+// A message in the form of OpenSSL's streaming writer: lengths that are not known in advance.
+std::string Stream(const CmsPtr& message, std::string_view content) {
+  const BioPtr in = Reading(content);
+  const BioPtr out(BIO_new(BIO_s_mem()), BIO_free_all);
+  EXPECT_TRUE(message != nullptr &&
+              i2d_CMS_bio_stream(out.get(), message.get(), in.get(), CMS_STREAM | CMS_BINARY) == 1);
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(out.get(), &data);
+  return {data, static_cast<std::size_t>(size)};
+}
+
+constexpr unsigned kStreamed = CMS_STREAM | CMS_PARTIAL | CMS_BINARY;
+
+std::string StreamSigned(const Identity& signer, const EVP_MD* digest, unsigned flags) {
+  const CmsPtr message = Own(CMS_sign(nullptr, nullptr, nullptr, nullptr, kStreamed));
+  CMS_SignerInfo* const info = CMS_add1_signer(message.get(), signer.certificate.Get0(), signer.key.Get0(),
+                                               digest, flags | CMS_BINARY | CMS_PARTIAL);
+  EXPECT_NE(info, nullptr);
+  return Stream(message, Fuzz::kGenuineContent);
+}
+
+std::string StreamEnveloped(const Cert& recipient, const EVP_CIPHER* cipher) {
+  const CmsPtr message = Own(CMS_encrypt(nullptr, nullptr, cipher, kStreamed));
+  EXPECT_NE(CMS_add1_recipient_cert(message.get(), recipient.Get0(), 0), nullptr);
+  return Stream(message, Fuzz::kForeignContent);
+}
+
+std::string StreamAuthEnveloped(const Cert& recipient) {
+  const CmsPtr message = Own(CMS_AuthEnvelopedData_create(EVP_aes_256_gcm()));
+  EXPECT_NE(CMS_add1_recipient_cert(message.get(), recipient.Get0(), 0), nullptr);
+  return Stream(message, Fuzz::kForeignContent);
+}
+
+std::string StreamEncrypted() {
+  constexpr unsigned char kKey[32] = {1, 2, 3};
+  const CmsPtr message =
+      Own(CMS_EncryptedData_encrypt(nullptr, EVP_aes_256_cbc(), kKey, sizeof kKey, kStreamed));
+  return Stream(message, Fuzz::kForeignContent);
+}
+
+// Forms and kinds of messages that the protected files of this system do not have.
+void WorldMaker::WriteForms() const {
+  WriteMessage("form-signed", StreamSigned(pki_.integrity, EVP_sha512(), 0));
+  WriteMessage("form-signed-sha256", StreamSigned(pki_.integrity, EVP_sha256(), 0));
+  WriteMessage("form-signed-curve", StreamSigned(pki_.innerSigning, EVP_sha256(), 0));
+  WriteMessage("form-signed-keyid", StreamSigned(pki_.integrity, EVP_sha512(), CMS_USE_KEYID));
+  WriteMessage("form-signed-noattributes", StreamSigned(pki_.integrity, EVP_sha512(), CMS_NOATTR));
+  WriteMessage("form-enveloped", StreamEnveloped(pki_.room.certificate, EVP_aes_256_cbc()));
+  WriteMessage("form-enveloped-aes128", StreamEnveloped(pki_.room.certificate, EVP_aes_128_cbc()));
+  WriteMessage("form-enveloped-des3", StreamEnveloped(pki_.room.certificate, EVP_des_ede3_cbc()));
+  WriteMessage("form-authenveloped", StreamAuthEnveloped(pki_.room.certificate));
+  WriteMessage("form-enveloped-agreement", StreamEnveloped(pki_.issuing.certificate, EVP_aes_256_cbc()));
+  WriteMessage("form-encrypted", StreamEncrypted());
 }
 
 void WorldMaker::WriteContents() {
@@ -116,16 +197,17 @@ void WorldMaker::Make() {
   const Identity foreignRoot = Identity::MakeRoot(Authority("Outside"), KeyPair::MakeEC());
   const Identity foreignIssuing = Identity::MakeIssued(Authority("Issuing"), foreignRoot, KeyPair::MakeEC());
   outsider_ = Identity::MakeIssued(EndEntity("integrity"), foreignIssuing, MakeShortRSA());
-  WriteIdentity("root.pem", pki_.root);
-  WriteIdentity("intermediate.pem", pki_.intermediate);
-  WriteIdentity("issuing.pem", pki_.issuing);
-  WriteIdentity("innersigning.pem", pki_.innerSigning);
-  WriteIdentity("room.pem", pki_.room);
-  WriteIdentity("integrity.pem", pki_.integrity);
-  WriteIdentity("outsider.pem", outsider_);
+  TakeIdentity("root.pem", pki_.root);
+  TakeIdentity("intermediate.pem", pki_.intermediate);
+  TakeIdentity("issuing.pem", pki_.issuing);
+  TakeIdentity("innersigning.pem", pki_.innerSigning);
+  TakeIdentity("room.pem", pki_.room);
+  TakeIdentity("integrity.pem", pki_.integrity);
+  TakeIdentity("outsider.pem", outsider_);
   WriteMessage("wrappedkey", FromBase64(WrappedKey(pki_.innerSigning.certificate)));
   WriteContents();
   WriteEnvelopes();
+  WriteForms();
 }
 
 }  // namespace

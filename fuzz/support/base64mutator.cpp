@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "foundation/encoding.h"
+#include "fuzz/support/dermutator.h"
 #include "fuzz/support/text.h"
 
 // The fuzzer's own way to change bytes. A program that only replays inputs has none and never asks for it.
@@ -46,9 +47,7 @@ std::size_t MutateBase64(std::uint8_t* data, std::size_t size, std::size_t maxSi
   const Parts parts = Split(View(data, size));
   std::string bytes;
   if (seed % 2 == 0 || !Decode(parts.body, bytes)) return LLVMFuzzerMutate(data, size, maxSize);
-  const std::size_t length = bytes.size();
-  bytes.resize(length + kLineLength);
-  bytes.resize(LLVMFuzzerMutate(reinterpret_cast<std::uint8_t*>(bytes.data()), length, bytes.size()));
+  bytes = MutateDer(bytes, seed / 2);
   const auto encoded = OruGuiBase::Binary2B64Str(bytes.data(), static_cast<std::uint32_t>(bytes.size()),
                                                  parts.head.empty() ? 0 : kLineLength, "\n");
   const std::string text = std::string(parts.head) + Str(encoded) + std::string(parts.tail);

@@ -60,6 +60,7 @@ World::World()
       outsider(ReadIdentity("outsider.pem")),
       envelopes(ReadSamples("envelope-")),
       contents(ReadSamples("content-")),
+      forms(ReadSamples("form-")),
       wrappedKey(CryptStand::ToBase64(Decode(TextOf("wrappedkey.b64")))) {}
 
 const World& World::Get() {

@@ -52,6 +52,8 @@ class World {
   /// Whole protected files, and what may lie in one.
   std::vector<Sample> envelopes;
   std::vector<Sample> contents;
+  /// Messages of other forms and kinds.
+  std::vector<Sample> forms;
   /// The text of a wrapped key around the inner signing certificate.
   std::string wrappedKey;
 
