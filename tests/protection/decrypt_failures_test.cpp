@@ -59,14 +59,20 @@ TEST_F(Decryption, RefusesAFileThatIsCutAtAnyLength) {
   EXPECT_EQ(road.http.GetRequestCount(), 0U);
 }
 
-TEST_F(Decryption, RefusesAMessageWithoutEnvelope) {
+TEST_F(Decryption, RefusesASignedMessageWithoutEnvelope) {
   TestSupport::SignerSpec signer;
   signer.identity = pki.integrity;
+  scratch.Make("protected.bin", TestSupport::MakeSigned(kPlain, {signer}));
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Invalid content type signedData");
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Decryption, RefusesAnyOtherMessageWithoutEnvelope) {
   const struct {
     std::string message;
     const char* error;
   } rows[] = {
-      {TestSupport::MakeSigned(kPlain, {signer}), "Invalid content type signedData"},
       {MakeData(kPlain), "Invalid content type data"},
       {MakeDigested(kPlain), "Invalid content type digestedData"},
   };
@@ -85,10 +91,18 @@ TEST_F(Decryption, RefusesARecipientNamedByKeyIdentifier) {
   EXPECT_EQ(road.http.GetRequestCount(), 0U);
 }
 
-TEST_F(Decryption, RefusesAnyNumberOfRecipientsButOne) {
+TEST_F(Decryption, RefusesAnEnvelopeWithoutRecipientsBeforeItAsksAnyone) {
+  scratch.Make("protected.bin", MakeEnveloped(kPlain, {}));
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Could not get encrypted content key");
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Decryption, RefusesAnEnvelopeWithSeveralRecipientsBeforeItAsksAnyone) {
   const CryptStand::Cert& room = pki.room.certificate;
-  for (const std::string& message : {MakeEnveloped(kPlain, {}), MakeEnveloped(kPlain, {room, room}),
-                                     MakeEnveloped(kPlain, {room, pki.integrity.certificate, room})}) {
+  for (const std::string& message :
+       {MakeEnveloped(kPlain, {room, pki.integrity.certificate}), MakeEnveloped(kPlain, {room, room}),
+        MakeEnveloped(kPlain, {room, pki.integrity.certificate, room})}) {
     scratch.Make("protected.bin", message);
     ExpectNothingDelivered();
     EXPECT_EQ(Error(), "Could not get encrypted content key");
@@ -108,14 +122,26 @@ TEST_F(Decryption, ShowsADistinguishedRefusalAsItsTextAlone) {
   EXPECT_EQ(Error(), "Ask for access");
 }
 
-TEST_F(Decryption, NeedsACertificateWithDataOrKey) {
+TEST_F(Decryption, FindsNoKeyInACertificateWithoutDataAndKey) {
+  SetRoomKey("data", R"("")");
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Could not find matching room key");
+  EXPECT_EQ(road.Count("authztoken"), 0U);
+}
+
+TEST_F(Decryption, FindsNoKeyInDataWithoutACertificate) {
+  SetRoomKey("certificate", R"("")");
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Could not find matching room key");
+  EXPECT_EQ(road.Count("authztoken"), 0U);
+}
+
+TEST_F(Decryption, NeedsACertificateAndAKeyThatCanBeRead) {
   const KVMap answer = ScriptedRoad::RoomKeyAnswer();
   const struct {
     KVMap answer;
     const char* reason;
   } rows[] = {
-      {With(answer, "data", R"("")"), "a certificate alone"},
-      {With(answer, "certificate", R"("")"), "data alone"},
       {With(answer, "certificate", R"("garbage")"), "a certificate that cannot be read"},
       {With(With(answer, "certificate", R"("")"), "plain", Quoted(pki.room.key.ToPEM())), "no certificate"},
       {With(With(answer, "data", R"("")"), "plain", R"("garbage")"), "a key that cannot be read"},
@@ -186,6 +212,25 @@ TEST_F(Decryption, FailsWithoutAPlaceForTheTemporaryFile) {
   scratch.BreakTemporary();
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not create temporary file: No such file or directory");
+  EXPECT_EQ(road.Count("decryptRequest"), 1U);
+}
+
+TEST_F(Decryption, MissesTheContentKeyBeforeItMakesATemporaryFile) {
+  road.Set("decryptRequest", ErrorCode(605));
+  scratch.BreakTemporary();
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
+}
+
+TEST_F(Decryption, LeavesAFileInPlaceProtectedWhenItsContentCannotBeOpened) {
+  // A bit of the block before the last one is a bit of the last one's plain text: its padding gets too long.
+  std::string changed = scratch.Read("protected.bin");
+  char& beforeLastBlock = changed[changed.size() - 17];
+  beforeLastBlock = static_cast<char>(beforeLastBlock ^ 0x80);
+  source = target = scratch.Make("protected.bin", changed);
+  EXPECT_FALSE(Decrypt());
+  ExpectReason("Could not decrypt file: ");
+  EXPECT_EQ(scratch.Read("protected.bin"), changed);
 }
 
 // A wrong key lets one file in about 250 pass the padding, by design; four such files in a row never come.
@@ -237,12 +282,14 @@ class ContentKeys : public TestSupport::RoadTest {
   AnsiStr plain = "old";
 };
 
+// A content key comes from the key server as it stands, undecoded.
 TEST_F(ContentKeys, ComeUndecoded) {
   road.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["not base64!",7]})"));
   ASSERT_TRUE(Open());
   EXPECT_EQ(Str(plain), "not base64!");
 }
 
+// A content key is asked for by the wrapped room key and the encrypted content key.
 TEST_F(ContentKeys, AreAskedForByWrappedKeyAndData) {
   road.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["a2V5"]})"));
   ASSERT_TRUE(Open());
@@ -253,6 +300,7 @@ TEST_F(ContentKeys, AreAskedForByWrappedKeyAndData) {
           R"("algorithm":"RSAES-PKCS1-v1_5","encryptedData":["ZW5j"]})"));
 }
 
+// An answer without a content key is refused and what it lacks is reported.
 TEST_F(ContentKeys, AreNeededInTheAnswer) {
   const struct {
     const char* payload;
@@ -275,6 +323,7 @@ TEST_F(ContentKeys, AreNeededInTheAnswer) {
   }
 }
 
+// When no server has a content key the last one's message stands.
 TEST_F(ContentKeys, LeaveTheLastMessageWhenNoServerHasOne) {
   road.Once("decryptRequest", Payload(R"({"type":"decryptResponse"})"));
   road.Once("decryptRequest", ErrorCode(607));

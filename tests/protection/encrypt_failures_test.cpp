@@ -97,6 +97,18 @@ TEST_F(Encryption, UploadsTheNewKeyWithItsSequenceNumber) {
   EXPECT_EQ(road.GetRequests("newkey")[0].body, R"({"seqnr":"42","key":)" + Quoted(wrapped) + "}");
 }
 
+TEST_F(Encryption, NamesNoKeyServerToTheServiceForARoomThatHasNoKey) {
+  TakeRoomKeyAway();
+  ASSERT_TRUE(Encrypt()) << Error();
+  EXPECT_EQ(road.GetRequests("certlist")[0].body, R"({"keyserver":""})");
+}
+
+TEST_F(Encryption, NamesTheKeyServerToTheServiceThatCouldNotProveTheRoomsKey) {
+  road.Once("truststore", Json("garbage"));
+  ASSERT_TRUE(Encrypt()) << Error();
+  EXPECT_EQ(road.GetRequests("certlist")[0].body, R"({"keyserver":"https://one.example"})");
+}
+
 TEST_F(Encryption, ReplacesAKeyWithoutDataUnproven) {
   SetRoomKey("data", R"("")");
   ASSERT_TRUE(Encrypt()) << Error();
@@ -161,6 +173,21 @@ TEST_F(Encryption, FailsWhenTheNewKeyCannotBeProvenAndMakesNoSecond) {
   EXPECT_EQ(road.Count("getKeyRequest"), 0U);
 }
 
+// The service URL of the room is missed before room and group, and these in this order.
+TEST_F(Encryption, MissesUrlRoomAndGroupInThisOrder) {
+  RoomKey roomKey;
+  CryptClient withoutUrl(&road.http, "", "", "room 1");
+  EXPECT_FALSE(CryptClientTestPeer(withoutUrl).CheckOrigin(roomKey));
+  EXPECT_EQ(Str(withoutUrl.GetErrorMessage()), "Invalid URL");
+  EXPECT_FALSE(peer.CheckOrigin(roomKey));
+  EXPECT_EQ(Error(), "Invalid room");
+  roomKey.room = "room 1";
+  EXPECT_FALSE(peer.CheckOrigin(roomKey));
+  EXPECT_EQ(Error(), "Invalid group");
+  peer.group = "QOB.g";
+  EXPECT_TRUE(peer.CheckOrigin(roomKey));
+}
+
 TEST_F(Encryption, NeedsARoom) {
   SetRoomKey("room", R"("")");
   ExpectNothingWritten();
@@ -173,6 +200,20 @@ TEST_F(Encryption, NeedsAGroup) {
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Invalid group");
   EXPECT_EQ(road.Count("getKeyRequest"), 0U);
+}
+
+TEST_F(Encryption, MissesTheGroupBeforeItMakesATemporaryFile) {
+  SetRoomKey("group", R"("")");
+  scratch.BreakTemporary();
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Invalid group");
+}
+
+TEST_F(Encryption, MissesTheIntegrityKeyBeforeItMakesATemporaryFile) {
+  road.Set("getKeyRequest", ErrorCode(607));
+  scratch.BreakTemporary();
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "607 Key Not Found");
 }
 
 TEST_F(Encryption, MissesTheRoomBeforeTheGroup) {
@@ -245,10 +286,23 @@ TEST_F(Encryption, RefusesASignatureOfAnotherKey) {
   ExpectReason("Could not sign file: ");
 }
 
-TEST_F(Encryption, RefusesAnEmptySignature) {
+TEST_F(Encryption, RefusesASignatureOfOneByte) {
   road.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":["AA=="]})"));
   ExpectNothingWritten();
   ExpectReason("Could not sign file: ");
+}
+
+TEST_F(Encryption, RefusesAnEmptySignature) {
+  road.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":[""]})"));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not sign file: Could not sign hash: Invalid signedHashes");
+}
+
+// Line ends alone are a text, and decode to no byte.
+TEST_F(Encryption, RefusesASignatureThatDecodesToNothing) {
+  road.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":["\r\n"]})"));
+  ExpectNothingWritten();
+  EXPECT_EQ(Error(), "Could not sign file: The signer returned no signature");
 }
 
 TEST_F(Encryption, FailsForARoomKeyThatCannotTransportKeys) {
@@ -256,6 +310,21 @@ TEST_F(Encryption, FailsForARoomKeyThatCannotTransportKeys) {
   SetRoomKey("certificate", Quoted(room.ToPEM()));
   ExpectNothingWritten();
   ExpectReason("Could not add recipient: ");
+}
+
+TEST_F(Encryption, LeavesAFileInPlacePlainWhenItsEnvelopeFails) {
+  const Cert room = Cert::Issue(EndEntity("room 1-tr"), KeyPair::MakeEC(), pki.innerSigning);
+  SetRoomKey("certificate", Quoted(room.ToPEM()));
+  target = source;
+  EXPECT_FALSE(Encrypt());
+  ExpectReason("Could not add recipient: ");
+  EXPECT_EQ(scratch.Read("plain.txt"), kPlain);
+}
+
+// The one object that stands between the signature and the recipient is refused its memory in its turn.
+TEST_F(Encryption, FailsWithoutMemoryForTheEnvelope) {
+  const std::string error = ErrorOfFailedObject("Could not create enveloped data: ");
+  EXPECT_EQ(error, "Could not create enveloped data: Cannot allocate memory");
 }
 
 TEST_F(Encryption, FailsWithoutAPlaceForTheTarget) {
@@ -275,6 +344,13 @@ TEST_F(Encryption, GoesOnToTheNextKeyServerInEveryStep) {
   ASSERT_TRUE(Encrypt()) << Error();
   EXPECT_EQ(Open().content, kPlain);
   EXPECT_EQ(Error(), "Could not connect to key server: dead");
+  // The dead server is tried anew for both lists, the integrity key and the signature; the other one is known
+  // after its first answer.
+  const std::vector<RecordedRequest> probes = road.GetRequests("status");
+  EXPECT_EQ(probes.size(), 5U);
+  EXPECT_EQ(std::count_if(probes.begin(), probes.end(),
+                          [](const RecordedRequest& probe) { return probe.url.starts_with("https://dead"); }),
+            4);
 }
 
 TEST_F(Encryption, TakesANewTemporaryFileAndDropsTheOld) {

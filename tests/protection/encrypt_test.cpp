@@ -48,6 +48,15 @@ TEST_F(Encryption, SignsTheRoomAsTheServiceSpellsIt) {
               Contains(Pair(TestSupport::kRoomUrlOid, "https://crypt.example/api/mx/R%C3%A4um%2F2")));
 }
 
+TEST_F(Encryption, GivesItsAttributesInTheOrderOfTheirOIDs) {
+  peer.group = "QOB.g";
+  RoomKey roomKey;
+  roomKey.room = "r/1";
+  EXPECT_EQ(TestSupport::JsonText(peer.GetSignedAttributes(roomKey)),
+            R"({"1.3.6.1.4.1.48215.2.1":"QOB.g","1.3.6.1.4.1.48215.2.2":"r/1",)"
+            R"("1.3.6.1.4.1.48215.2.3":"https://crypt.example/api/mx/r%2F1"})");
+}
+
 TEST_F(Encryption, MakesNoDoubleSlashInTheRoomUrl) {
   // A URL with a slash behind it leads to the same services.
   CryptClient other(&road.http, "https://crypt.example/api/", "", "room 1");

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/protection/failingobject.h"
 #include "tests/protection/roadtest.h"
 
 namespace OruKalvix {
@@ -21,6 +22,24 @@ class Encryption : public TestSupport::RoadTest {
     EXPECT_THAT(scratch.GetTemporaryNames(), ::testing::IsEmpty());
     EXPECT_EQ(scratch.Read("plain.txt"), kPlain);
     EXPECT_FALSE(keyErrorFlag);
+  }
+  /// Encrypts again and again, each time refusing its memory to the next of the objects that the operation
+  /// makes, until all are granted. Each failure leaves nothing behind; the one of this text is handed out.
+  std::string ErrorOfFailedObject(const std::string& text) {
+    std::string found;
+    for (int number = 1;; ++number) {
+      TestSupport::FailingObject failing(number);
+      const bool done = Encrypt();
+      const bool struck = failing.End();
+      if (!done && Error().starts_with(text)) found = Error();
+      EXPECT_EQ(scratch.Exists("protected.bin"), done) << number << ": " << Error();
+      EXPECT_THAT(scratch.GetTemporaryNames(), ::testing::IsEmpty());
+      if (done) {
+        EXPECT_EQ(Open().content, kPlain) << number;
+      }
+      std::filesystem::remove(scratch.Path("protected.bin"));
+      if (!struck) return found;
+    }
   }
   /// The inner message of the target.
   TestSupport::OpenedMessage Open(const char* name = "protected.bin") {

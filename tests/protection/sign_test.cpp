@@ -279,6 +279,7 @@ TEST_F(SigningCallback, HandsAFailureOnToTheErrorState) {
   EXPECT_EQ(OruGuiBase::GetLastError(), OruGuiBase::kTextError);
 }
 
+// A later hash is signed with the integrity key that is still there.
 TEST_F(SigningCallback, SignsAgainWithTheSameKey) {
   Attempt(Signed(R"(["c2lnbmVk"])"));
   ASSERT_TRUE(SignHash());

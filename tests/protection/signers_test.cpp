@@ -1,6 +1,10 @@
 #include <cctype>
 
+#include "roomkeys/certtext.h"
+#include "security/certstore.h"
+#include "security/cmsmsg.h"
 #include "tests/protection/verificationtest.h"
+#include "tests/support/nodigests.h"
 #include "tests/support/tracerecorder.h"
 
 namespace OruKalvix {
@@ -22,6 +26,7 @@ using TestSupport::Quoted;
 using TestSupport::RecordedRequest;
 using TestSupport::SignerSpec;
 using TestSupport::Status;
+using TestSupport::Str;
 using TestSupport::TraceRecorder;
 using TestSupport::Validity;
 
@@ -78,6 +83,7 @@ TEST_F(Verification, MatchesNoDigestThatIsOnlyAPart) {
   road.Set("integrity",
            Json(R"({"integrity":[)" + Quoted(digest.substr(0, 63)) + "," + Quoted(digest + "0") + "]}"));
   ExpectDoubted();
+  EXPECT_EQ(Error(), "Could not find a matching integrity certificate");
 }
 
 TEST_F(Verification, PassesOverAnElementThatIsNoText) {
@@ -105,24 +111,41 @@ TEST_F(Verification, NormalisesTheGroup) {
   } rows[] = {
       {{TestSupport::kGroupOid, "QOB.g"}, "QOB.g", "as it stands"},
       {{TestSupport::kGroupOid, "QOB."}, "QOB.", "nothing behind the beginning"},
-      {{TestSupport::kGroupOid, "514f422E67"}, "QOB.g", "hexadecimal of either case"},
       {{TestSupport::kGroupOid, "514F42\r\n2E67"}, "QOB.g", "a line end inside"},
       {{TestSupport::kGroupOid, "QOB.g", false}, "QOB.g", "an octet string, which comes as hexadecimal"},
       {{TestSupport::kGroupOid, "78797A"}, "xyz", "hexadecimal of another text"},
       {{TestSupport::kGroupOid, "qob.g"}, "qob.g", "another case is no hexadecimal"},
-      {{TestSupport::kGroupOid, "QOB"}, "QOB", "too short to begin right"},
       {{TestSupport::kGroupOid, "616"}, "616", "an odd number of digits"},
-      {{TestSupport::kGroupOid, "61"}, "a", "two digits"},
       {{TestSupport::kGroupOid, "7"}, "7", "one digit"},
       {{TestSupport::kGroupOid, ".."}, "..", "what a path would take for the folder above"},
   };
   for (const auto& row : rows) {
+    SCOPED_TRACE(row.reason);
     ProtectGroup(row.group);
     ExpectVerified();
-    EXPECT_THAT(road.GetRequests("integrity").back().url,
-                EndsWith("/crypt/certlist/" + std::string(row.segment) + "/integrity/sha256"))
-        << row.reason;
+    ExpectGroupAsked(row.segment);
   }
+}
+
+TEST_F(Verification, UsesTheTextThatAHexadecimalGroupStandsFor) {
+  ProtectGroup({TestSupport::kGroupOid, "514f422E67"});
+  ExpectVerified();
+  ExpectGroupAsked("QOB.g");
+}
+
+TEST_F(Verification, TakesAGroupOfThreeCharactersOrFewerForHexadecimal) {
+  ProtectGroup({TestSupport::kGroupOid, "61"});
+  ExpectVerified();
+  ExpectGroupAsked("a");
+  ProtectGroup({TestSupport::kGroupOid, "QOB"});
+  ExpectVerified();
+  ExpectGroupAsked("QOB");
+}
+
+TEST_F(Verification, AsksForAGroupThatIsNoHexadecimalAsItStands) {
+  ProtectGroup({TestSupport::kGroupOid, "group one"});
+  ExpectVerified();
+  ExpectGroupAsked("group%20one");
 }
 
 TEST_F(Verification, TracesTheGroupAsItWasRead) {
@@ -141,6 +164,16 @@ TEST_F(Verification, ComparesRoomAndRoomUrlWithNothing) {
   signer.attributes.resize(1);
   Protect({signer});
   ExpectVerified();
+}
+
+TEST_F(Verification, LooksForTheCertificateInTheListBeforeItJudgesItsChain) {
+  const Identity sub = Identity::MakeIssued(Authority("Sub"), pki.issuing, KeyPair::MakeEC());
+  const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), sub, MakeShortRSA());
+  SignerSpec signer = SignerOf(integrity);
+  signer.more = {sub.certificate};
+  Protect({signer});
+  ExpectDoubted();
+  EXPECT_EQ(Error(), "Could not find a matching integrity certificate");
 }
 
 TEST_F(Verification, AcceptsASignerThatHasExpiredSinceItSigned) {
@@ -209,6 +242,7 @@ class TwoSigners : public Verification {
   Identity other;
 };
 
+// With two signers both have to pass, each against the group that it names.
 TEST_F(TwoSigners, BothHaveToPass) {
   Protect({Signer(), Second()});
   ExpectVerified();
@@ -217,6 +251,7 @@ TEST_F(TwoSigners, BothHaveToPass) {
   EXPECT_THAT(road.GetRequests("integrity")[1].url, EndsWith(GroupUrl("QOB.second")));
 }
 
+// Two signers of which the second fails leave the origin unproven with the second one's message.
 TEST_F(TwoSigners, AreDoubtedForTheSecond) {
   road.Set("integrity", [this](const RecordedRequest& request) {
     const bool isFirst = request.url.find("QOB.group-1") != std::string::npos;
@@ -229,6 +264,7 @@ TEST_F(TwoSigners, AreDoubtedForTheSecond) {
   EXPECT_EQ(road.Count("integrity"), 2U);
 }
 
+// When the first of two signers fails nobody is asked about the second.
 TEST_F(TwoSigners, AreDoubtedForTheFirstWithoutALookAtTheSecond) {
   ListIntegrity({other.certificate});
   Protect({Signer(), Second()});
@@ -237,12 +273,92 @@ TEST_F(TwoSigners, AreDoubtedForTheFirstWithoutALookAtTheSecond) {
   EXPECT_EQ(road.Count("integrity"), 1U);
 }
 
+// One of two signatures that does not hold stops the delivery.
 TEST_F(TwoSigners, AreRefusedForOneSignatureThatDoesNotHold) {
   std::string inner = MakeSigned(kPlain, {Signer(), Second()});
   inner.back() = static_cast<char>(inner.back() ^ 1);
   ProtectMessage(inner);
   ExpectRefused();
   ExpectReason("Could not verify signature: ");
+}
+
+// ---- What a verified message cannot show any more
+
+class SignerChecks : public TestSupport::RoadTest {
+ protected:
+  SignerChecks() {
+    signer.certificate = TestSupport::LoadCert(pki.integrity.certificate);
+    signer.signedAttributes.Set(TestSupport::kGroupOid, TestSupport::kGroup);
+  }
+
+  OruOssSec::CMSSigner signer;
+};
+
+// The check of a signer, which the other tests of this group make fail, passes with all in order.
+TEST_F(SignerChecks, PassWithTheGroupsCertificate) {
+  EXPECT_TRUE(peer.CheckSignerGroup(signer)) << Error();
+}
+
+// A signer without a certificate is doubted before its attributes are read and anyone is asked.
+TEST_F(SignerChecks, NeedACertificate) {
+  const TraceRecorder traces;
+  signer.certificate.Clear();
+  EXPECT_FALSE(peer.CheckSignerGroup(signer));
+  EXPECT_EQ(Error(), "Invalid signer certificate");
+  EXPECT_TRUE(traces.GetTexts(2).empty());
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+// A signer whose certificate gives no digest is doubted before the crypt service is asked.
+TEST_F(SignerChecks, NeedTheDigestOfTheCertificate) {
+  const TestSupport::NoDigests without;
+  EXPECT_FALSE(peer.CheckSignerGroup(signer));
+  EXPECT_EQ(Error(), "Could not determine signer certificate digest");
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+// The digest is the certificate's SHA-256 in hexadecimal, and empty for no certificate.
+TEST_F(SignerChecks, TakeTheDigestInHexadecimal) {
+  const auto digest = [](const OruOssSec::Certificate& certificate) {
+    return Str(GetCertDigest(certificate, OruOssSec::SecDigest::SHA256, OruOssSec::SecEncoding::HexLower));
+  };
+  EXPECT_EQ(digest(signer.certificate), pki.integrity.certificate.GetDigest());
+  EXPECT_EQ(digest(OruOssSec::Certificate()), "");
+}
+
+// The subject of a certificate is empty for no certificate.
+TEST_F(SignerChecks, TakeTheSubjectAsText) {
+  EXPECT_EQ(Str(GetCertSubject(signer.certificate)), "CN=integrity");
+  EXPECT_EQ(Str(GetCertSubject(OruOssSec::Certificate())), "");
+}
+
+// A group is asked for before the digest of its signer's certificate is computed.
+TEST_F(SignerChecks, MissTheGroupBeforeTheDigest) {
+  signer.signedAttributes = OruGuiBase::KVMap();
+  const TestSupport::NoDigests without;
+  EXPECT_FALSE(peer.CheckSignerGroup(signer));
+  EXPECT_EQ(Error(), "Could not determine group of signer");
+}
+
+// Hexadecimal text that stands for nothing, line ends alone, leaves an empty group to ask for.
+TEST_F(SignerChecks, AskWithoutAGroupWhenItDecodesToNothing) {
+  signer.signedAttributes.Set(TestSupport::kGroupOid, "\r\n");
+  TestSupport::ScriptedHttp http;
+  http.Then(Json("{}"));
+  CryptClient other(&http, TestSupport::kServiceUrl, "", "room 1");
+  EXPECT_FALSE(CryptClientTestPeer(other).CheckSignerGroup(signer));
+  EXPECT_THAT(http.GetLines(), ElementsAre("POST https://crypt.example/api/crypt/certlist"));
+  EXPECT_EQ(Str(other.GetErrorMessage()), "Could not find a matching integrity certificate");
+}
+
+// In a message without signers, which the verification before refuses, there is nobody to doubt.
+TEST_F(SignerChecks, FindNothingToDoubtWithoutSigners) {
+  SignerSpec removed;
+  removed.identity = pki.integrity;
+  OruOssSec::CMSMsg message;
+  ASSERT_TRUE(message.Load(scratch.Make("unsigned", TestSupport::MakeUnsigned("content", removed))));
+  EXPECT_TRUE(peer.CheckSigners(message, {}, {}));
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
 }
 
 }  // namespace

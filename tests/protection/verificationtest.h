@@ -36,6 +36,11 @@ class Verification : public TestSupport::RoadTest {
     signer.attributes[0] = group;
     Protect({signer});
   }
+  /// The crypt service was asked last for the integrity certificates of this group, as a segment of a URL.
+  void ExpectGroupAsked(const std::string& segment) const {
+    EXPECT_THAT(road.GetRequests("integrity").back().url,
+                ::testing::EndsWith("/crypt/certlist/" + segment + "/integrity/sha256"));
+  }
   /// The crypt service lists these certificates as the group's.
   void ListIntegrity(const std::vector<TestSupport::Cert>& certificates) {
     std::string list;

@@ -163,6 +163,14 @@ TEST_F(Verification, NeedsAReadableListOfTrustedIssuers) {
   ExpectReason("Could not parse list of trusted issuing certificates: ");
 }
 
+TEST_F(Verification, ReadsTheListOfRootsBeforeTheListOfTrustedIssuers) {
+  road.Set("certstore", Json("garbage"));
+  road.Set("truststore", Json("garbage"));
+  ExpectRefused();
+  ExpectReason("Could not parse list of root and intermediate CA certificates: ");
+  EXPECT_EQ(road.Count("truststore"), 1U);
+}
+
 TEST_F(Verification, NeedsATrustedIssuerBeforeItLooksAtTheSignature) {
   road.Set("truststore", Json(""));
   std::string inner = MakeSigned(kPlain, {Signer()});

@@ -117,6 +117,13 @@ class CryptClientTestPeer {
   bool FetchIntegrityCerts(const AnsiStr& owner, ValArray& certificates, const AnsiStr& digest) {
     return client_.FetchIntegrityCerts(owner, certificates, digest);
   }
+  bool CheckOrigin(const RoomKey& roomKey) { return client_.CheckOrigin(roomKey); }
+  KVMap GetSignedAttributes(const RoomKey& roomKey) const { return client_.GetSignedAttributes(roomKey); }
+  bool CheckSigners(const OruOssSec::CMSMsg& message, const OruOssSec::CertStore& full,
+                    const OruOssSec::CertStore& issuers) {
+    return client_.CheckSigners(message, full, issuers);
+  }
+  bool CheckSignerGroup(const OruOssSec::CMSSigner& signer) { return client_.CheckSignerGroup(signer); }
   bool KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& encrypted, AnsiStr& plain) {
     return client_.KeyServerDecrypt(wrappedKey, encrypted, plain);
   }
