@@ -10,6 +10,7 @@
 
 #include "tests/foundation/memory_limit.h"
 #include "tests/foundation/printing.h"
+#include "tests/foundation/recording_sink.h"
 
 namespace OruGuiBase {
 namespace {
@@ -43,11 +44,13 @@ TEST(AnsiStrTest, ConstructorsKeepTheBytes) {
   EXPECT_EQ(AnsiStr(AnsiSubStr{"abcdef", 2}), "ab");
 }
 
+// The text of a string is ended by a NUL byte that is not part of it.
 TEST(AnsiStrTest, TextIsEndedByNul) {
   const AnsiStr text("abcdef", 3);
   EXPECT_STREQ(text.GetText(), "abc");
 }
 
+// NUL bytes inside a string are content.
 TEST(AnsiStrTest, NulBytesAreContent) {
   const AnsiStr text("a\0b"sv);
   EXPECT_EQ(text.GetLength(), 3U);
@@ -196,12 +199,15 @@ TEST(AnsiStrTest, ExtendSizeAddsHalfAndStopsAt32Bits) {
   EXPECT_EQ(AnsiStr::Imp::GetExtendSize(0xC0000000U, true), 0xFFFFFFFFU);
 }
 
-TEST(AnsiStrTest, AppendPast32BitsIsDropped) {
+TEST(AnsiStrTest, AppendPast32BitsIsReportedAndDropped) {
   // A text that claims the full length without its storage: the append must stop before it looks at any.
   AnsiStr text("abc");
   const std::uint32_t length = text.GetLength();
   text.GetImp()->length = 0xFFFFFFFFU;
+  RecordingSink sink(0);
   text.Append("d", 1);
+  ASSERT_EQ(sink.events.size(), 1U);
+  EXPECT_EQ(sink.events[0].text, "AnsiStr: 4294967295 bytes and 1 more pass 32 bits");
   EXPECT_EQ(text.GetImp()->length, 0xFFFFFFFFU);
   text.GetImp()->length = length;
   EXPECT_EQ(text, "abc");
@@ -254,6 +260,7 @@ TEST(AnsiStrTest, ReserveUnsharesTheText) {
   EXPECT_EQ(text, "abc");
 }
 
+// ToLower changes ASCII letters alone.
 TEST(AnsiStrTest, ToLowerChangesASCIILettersAlone) {
   AnsiStr text(
       "AZaz[@`{09 \xC3\x84"
@@ -338,6 +345,7 @@ TEST(AnsiStrTest, CompareIgnoresCaseOfASCIILettersWhenTold) {
   EXPECT_NE(AnsiStr::Compare("[", "{", true), 0);
 }
 
+// A string made of a shared block takes a reference of its own.
 TEST(AnsiStrTest, FromImpTakesAReference) {
   const AnsiStr text("abc");
   const AnsiStr other = AnsiStr::FromImp(text.GetImp());

@@ -24,6 +24,7 @@ TEST(BlobTest, EmptyBlobAllocatesNothing) {
   EXPECT_TRUE(Blob().IsEmpty());
 }
 
+// A blob keeps the bytes it is made of.
 TEST(BlobTest, KeepsItsBytes) {
   const Blob blob = MakeBlob("abc");
   EXPECT_EQ(blob.GetSize(), 3U);
@@ -123,6 +124,7 @@ TEST(BlobTest, ClearLetsASharedBlobGo) {
   Blob().Clear();
 }
 
+// A blob made of a shared block takes a reference of its own.
 TEST(BlobTest, FromImpTakesAReference) {
   const Blob blob = MakeBlob("abc");
   const Blob other = Blob::FromImp(blob.GetImp());

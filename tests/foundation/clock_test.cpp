@@ -34,10 +34,12 @@ TEST(RandomTest, NumbersLieInTheRangeAndReachBothEnds) {
   EXPECT_EQ(seen, (std::set<std::uint64_t>{5, 6, 7, 8, 9}));
 }
 
+// A range of one number gives that number.
 TEST(RandomTest, ARangeOfOneGivesIt) {
   EXPECT_EQ(GetPseudoRandomNumberEx(7, 7), 7U);
 }
 
+// A range whose ends are the wrong way round gives its low end.
 TEST(RandomTest, AReversedRangeGivesItsLowEnd) {
   EXPECT_EQ(GetPseudoRandomNumberEx(9, 5), 9U);
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "tests/foundation/failing_clock.h"
 #include "tests/foundation/printing.h"
 
 namespace OruGuiBase {
@@ -14,6 +15,7 @@ using std::string_view_literals::operator""sv;
 
 constexpr datetime kEpoch{1994, 11, 6, 8, 49, 37};
 
+// An HTTP date is read without weekday or seconds, in any zone and case, into universal time.
 TEST(RFC1123Test, ReadsTheForms) {
   const struct {
     const char* text;
@@ -52,6 +54,7 @@ TEST(RFC1123Test, ReadsTheForms) {
   }
 }
 
+// An HTTP date is read with every month.
 TEST(RFC1123Test, ReadsEveryMonth) {
   const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -64,6 +67,7 @@ TEST(RFC1123Test, ReadsEveryMonth) {
   }
 }
 
+// An HTTP date is read with every weekday.
 TEST(RFC1123Test, ReadsEveryWeekday) {
   for (const char* const day : {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"}) {
     datetime value;
@@ -72,6 +76,7 @@ TEST(RFC1123Test, ReadsEveryWeekday) {
   }
 }
 
+// Any other text is no date and leaves the caller's value alone.
 TEST(RFC1123Test, RefusesEverythingElse) {
   const struct {
     std::string_view text;
@@ -167,12 +172,14 @@ TEST(RFC1123Test, ADateWithAnyByteChangedIsADateOrRefused) {
   EXPECT_GT(dates, 50);
 }
 
+// A date is written as "2024-02-29T23:59:58".
 TEST(ISODateTest, WritesTheFieldsInOrder) {
   EXPECT_EQ(DateTime2ISOStr({2024, 2, 29, 23, 59, 58}, nullptr, nullptr), "2024-02-29T23:59:58");
   EXPECT_EQ(DateTime2ISOStr({1, 2, 3, 4, 5, 6}, nullptr, nullptr), "0001-02-03T04:05:06");
   EXPECT_EQ(DateTime2ISOStr({}, nullptr, nullptr), "0000-00-00T00:00:00");
 }
 
+// Milliseconds and zone are written when they are given.
 TEST(ISODateTest, AddsFractionAndZoneWhenGiven) {
   const datetime value{2024, 2, 29, 23, 59, 58};
   const std::uint16_t fraction = 7;
@@ -185,6 +192,7 @@ TEST(ISODateTest, AddsFractionAndZoneWhenGiven) {
   EXPECT_EQ(DateTime2ISOStr(value, nullptr, &none), "2024-02-29T23:59:58+00:00");
 }
 
+// A date is valid exactly when the calendar has it; an unset one is not.
 TEST(ValidDateTest, TellsDatesOfTheCalendar) {
   const struct {
     datetime value;
@@ -214,6 +222,7 @@ TEST(ValidDateTest, TellsDatesOfTheCalendar) {
   for (const auto& row : kRows) EXPECT_EQ(IsValidDateTime(row.value), row.valid) << row.reason;
 }
 
+// Seconds carry through minutes, hours, days, months and years, forwards and backwards.
 TEST(AddSecondsTest, CarriesThroughEveryField) {
   const struct {
     datetime from;
@@ -239,7 +248,7 @@ TEST(AddSecondsTest, CarriesThroughEveryField) {
   }
 }
 
-// Independent of our own calendar: the system's conversion of every 9973rd hour over eight centuries.
+// Adding seconds agrees with the system's calendar over eight centuries.
 TEST(AddSecondsTest, AgreesWithTheSystemsCalendar) {
   for (std::int64_t seconds = -12000000000; seconds < 14000000000; seconds += 9973 * 3600) {
     datetime value{1970, 1, 1, 0, 0, 0};
@@ -252,6 +261,7 @@ TEST(AddSecondsTest, AgreesWithTheSystemsCalendar) {
   }
 }
 
+// Seconds added to a date that is none leave it alone.
 TEST(AddSecondsTest, LeavesAnInvalidDateAlone) {
   datetime value;
   EXPECT_EQ(AddSeconds(value, 100), datetime());
@@ -268,6 +278,19 @@ TEST(AddSecondsTest, ASumOutsideTheCalendarIsUnset) {
   }
 }
 
+// Without a time of the system there is none, and all fields are 0.
+TEST(CurrentDateTest, HasAllFieldsZeroWhenTheSystemHasNoTime) {
+  long fields[] = {1, 2, 3, 4, 5, 6, 7};
+  bool known = true;
+  {
+    const FailingClock clock;
+    known = GetCurrentDateTime(fields[0], fields[1], fields[2], fields[3], fields[4], fields[5], fields[6]);
+  }
+  EXPECT_FALSE(known);
+  for (const long field : fields) EXPECT_EQ(field, 0);
+}
+
+// The present time comes in fields of universal time.
 TEST(CurrentDateTest, GivesThePresentUniversalTime) {
   const std::time_t before = std::time(nullptr);
   long year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = -1;

@@ -23,6 +23,7 @@ bool Pack(PackedDateTime& date, const Fields& f) {
   return date.Pack(f.year, f.month, f.day, f.hour, f.minute, f.second, f.milliseconds, f.zone);
 }
 
+// Each field packs within its range alone; a refused date changes nothing.
 TEST(PackedDateTimeTest, PacksExactlyWhatIsInRange) {
   const struct {
     Fields fields;
@@ -81,6 +82,39 @@ TEST(PackedDateTimeTest, PacksExactlyWhatIsInRange) {
   }
 }
 
+TEST(PackedDateTimeTest, YearsEndWith4095) {
+  PackedDateTime date;
+  EXPECT_TRUE(Pack(date, {.year = 4095}));
+  EXPECT_FALSE(Pack(date, {.year = 4096}));
+  EXPECT_EQ(date.Unpack().year, 4095);
+}
+
+TEST(PackedDateTimeTest, MillisecondsEndWith999) {
+  PackedDateTime date;
+  EXPECT_TRUE(Pack(date, {.milliseconds = 999}));
+  EXPECT_FALSE(Pack(date, {.milliseconds = 1000}));
+  EXPECT_EQ(date.GetMilliseconds(), 999U);
+}
+
+TEST(PackedDateTimeTest, ZonesAreWholeQuarterHoursUpToTwelveHoursEitherWay) {
+  for (int zone = -32768; zone <= 32767; ++zone) {
+    PackedDateTime date;
+    const bool fits = zone >= -720 && zone <= 720 && zone % 15 == 0;
+    ASSERT_EQ(Pack(date, {.zone = static_cast<std::int16_t>(zone)}), fits) << zone;
+    ASSERT_EQ(date.GetZoneMinutes(), fits ? zone : 0) << zone;
+  }
+}
+
+TEST(PackedDateTimeTest, ARefusedDateLeavesTheOneThatWasPackedBefore) {
+  PackedDateTime date;
+  ASSERT_TRUE(Pack(date, {.milliseconds = 7, .zone = -15}));
+  const std::uint64_t before = date.ToBits();
+  EXPECT_FALSE(Pack(date, {.year = 2000, .milliseconds = 1000}));
+  EXPECT_FALSE(Pack(date, {.hour = 1, .zone = 7}));
+  EXPECT_EQ(date.ToBits(), before);
+}
+
+// The fields of a packed date lie at fixed bits of its seven bytes.
 TEST(PackedDateTimeTest, FieldsLieAtTheirBits) {
   PackedDateTime date;
   ASSERT_TRUE(date.Pack(0x555, 0xA, 0x15, 0x12, 0x2A, 0x15, 0x2AA, -45));

@@ -41,6 +41,7 @@ std::string AllBytes() {
   return bytes;
 }
 
+// CleanStr takes blanks and control characters off both ends.
 TEST(CleanStrTest, TakesBlanksAndControlCharactersOffBothEnds) {
   const struct {
     std::string_view text;
@@ -60,11 +61,13 @@ TEST(CleanStrTest, AClearTextIsShared) {
   EXPECT_EQ(CleanStr(text).GetImp(), text.GetImp());
 }
 
+// EscapeURL leaves unreserved characters alone.
 TEST(EscapeURLTest, LeavesUnreservedCharactersAlone) {
   const char* const unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
   EXPECT_EQ(EscapeURL(unreserved), unreserved);
 }
 
+// EscapeURL escapes every other byte as "%XX".
 TEST(EscapeURLTest, EscapesEveryOtherByte) {
   const struct {
     std::string_view text;
@@ -94,7 +97,7 @@ TEST(EscapeURLTest, OnlyUnreservedCharactersComeOutOfAnyByte) {
       std::string_view::npos);
 }
 
-// The examples of RFC 4648, section 10.
+// The examples of RFC 4648, section 10, encode and decode as they stand there.
 TEST(Base64Test, EncodesAndDecodesTheStandardExamples) {
   const struct {
     const char* plain;
@@ -135,6 +138,7 @@ TEST(Base64Test, LinesEndAfterTheirLengthButTheLastDoesNot) {
   EXPECT_EQ(Encode("", 4), "");
 }
 
+// Decoding base64 reports the true length, which may be below the caller's room.
 TEST(Base64Test, DecodingReportsTheTrueLengthBelowTheRoom) {
   char room[64];
   std::uint32_t size = sizeof room;
@@ -150,6 +154,7 @@ TEST(Base64Test, DecodingFillsExactRoom) {
   EXPECT_EQ(size, 4U);
 }
 
+// Decoding base64 never writes past the caller's room.
 TEST(Base64Test, DecodingNeverWritesPastTheRoom) {
   char room[] = "....";
   std::uint32_t size = 3;
@@ -158,6 +163,7 @@ TEST(Base64Test, DecodingNeverWritesPastTheRoom) {
   EXPECT_EQ(GetSystemErrorText(), "The decoded bytes do not fit their buffer");
 }
 
+// Decoding refuses what is not canonical base64.
 TEST(Base64Test, RefusesWhatIsNotBase64) {
   const struct {
     std::string_view text;
@@ -190,6 +196,7 @@ TEST(Base64Test, RefusesWhatIsNotBase64) {
   }
 }
 
+// Characters to ignore may stand anywhere in base64.
 TEST(Base64Test, IgnoredCharactersMayStandAnywhere) {
   EXPECT_EQ(Decode(B64Str2Binary, "\r\nZ\nm\r8\r\n=\n").bytes, "fo");
   EXPECT_EQ(Decode(B64Str2Binary, "Zg=\n=").bytes, "f");
@@ -230,12 +237,14 @@ TEST(Base64Test, TextWithAnyByteChangedDecodesToOtherBytesOrFails) {
   }
 }
 
+// Hexadecimal of either case is decoded.
 TEST(Base16Test, DecodesBothCases) {
   EXPECT_EQ(Decode(B16Str2Binary, "00ff7F80Aa").bytes, "\0\xFF\x7F\x80\xAA"sv);
   EXPECT_EQ(Decode(B16Str2Binary, "").bytes, "");
   EXPECT_TRUE(Decode(B16Str2Binary, "").good);
 }
 
+// Bytes are encoded as two hexadecimal digits each.
 TEST(Base16Test, EncodesTwoDigitsAByte) {
   const std::string_view bytes = "\x00\x0A\xFF"sv;
   EXPECT_EQ(Binary2B16Str(bytes.data(), 3, true), "000AFF");
@@ -250,6 +259,7 @@ TEST(Base16Test, EveryByteGoesThereAndBack) {
   }
 }
 
+// Decoding hexadecimal reports the true length, which may be below the caller's room.
 TEST(Base16Test, DecodingReportsTheTrueLengthBelowTheRoom) {
   char room[64];
   std::uint32_t size = sizeof room;
@@ -257,6 +267,7 @@ TEST(Base16Test, DecodingReportsTheTrueLengthBelowTheRoom) {
   EXPECT_EQ(size, 3U);
 }
 
+// Decoding hexadecimal never writes past the caller's room.
 TEST(Base16Test, DecodingNeverWritesPastTheRoom) {
   char room[] = "....";
   std::uint32_t size = 3;
@@ -266,6 +277,7 @@ TEST(Base16Test, DecodingNeverWritesPastTheRoom) {
   EXPECT_EQ(GetSystemErrorText(), "The decoded bytes do not fit their buffer");
 }
 
+// Decoding refuses what is not hexadecimal, an odd number of digits included.
 TEST(Base16Test, RefusesWhatIsNotHexadecimal) {
   const struct {
     std::string_view text;
@@ -312,6 +324,7 @@ TEST(Base16Test, TextWithAnyByteChangedDecodesToOtherBytesOrFails) {
   }
 }
 
+// Text counts as UTF-8 exactly when it is well-formed.
 TEST(UTF8Test, AcceptsExactlyTheWellFormed) {
   const struct {
     std::string_view text;

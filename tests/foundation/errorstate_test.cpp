@@ -41,6 +41,7 @@ TEST(ErrorStateTest, ClearForgetsErrnoToo) {
   EXPECT_TRUE(GetErrorMessage(kTextError, 0, 1).IsEmpty());
 }
 
+// The errno of a failed system call can be taken over as the last error.
 TEST(ErrorStateTest, ErrnoIsTakenOver) {
   errno = EEXIST;
   SetLastErrorFromErrno();
@@ -64,6 +65,7 @@ TEST(ErrorStateTest, TheTextOfAFailureNeverSaysSuccess) {
   EXPECT_EQ(GetSystemErrorText(), "Unknown error");
 }
 
+// An empty reason reads as "Unknown error".
 TEST(ErrorStateTest, AnEmptyTextHandedInIsNoSilence) {
   SetErrorMessage("");
   EXPECT_EQ(GetSystemErrorText(), "Unknown error");
@@ -73,6 +75,7 @@ TEST(ErrorStateTest, AnUnknownCodeHasAText) {
   EXPECT_FALSE(GetErrorMessage(99999, 0, 1).IsEmpty());
 }
 
+// Each thread has an error state of its own.
 TEST(ErrorStateTest, EachThreadHasItsOwn) {
   SetErrorMessage("mine");
   std::uint32_t other = 1;
@@ -84,6 +87,7 @@ TEST(ErrorStateTest, EachThreadHasItsOwn) {
   EXPECT_EQ(GetSystemErrorText(), "mine");
 }
 
+// Cleaning up under a saver leaves the error state as it was.
 TEST(ErrorStateTest, TheSaverPutsEverythingBack) {
   SetErrorMessage("reason");
   errno = EBUSY;

@@ -20,6 +20,7 @@
 namespace OruGuiBase {
 namespace {
 
+// A reader reads on from where it stands, or at a place without moving.
 TEST(FileReaderTest, ReadsOnAndAtAPlace) {
   const ScratchDirectory scratch;
   FileReader reader;
@@ -186,6 +187,7 @@ TEST(FileWriterTest, SignalsAndShortTransfersDoNotShortenAWrite) {
   EXPECT_EQ(received, content);
 }
 
+// A writer makes its file or empties it.
 TEST(FileWriterTest, MakesTheFileOrEmptiesIt) {
   const ScratchDirectory scratch;
   const FileMask mask(022);
@@ -201,6 +203,7 @@ TEST(FileWriterTest, MakesTheFileOrEmptiesIt) {
   EXPECT_EQ(scratch.FileOf("new").GetSize(), 0);
 }
 
+// A writer that appends adds at the end of its file.
 TEST(FileWriterTest, AppendsWhenTold) {
   const ScratchDirectory scratch;
   FileWriter writer;
@@ -272,8 +275,8 @@ TEST(FileWriterTest, PreallocateOfMoreThanAFileMayHoldIsAFailure) {
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EFBIG));
 }
 
-// A file system in memory refuses at once what it can never hold; one on disk would fill up first.
 TEST(FileWriterTest, PreallocateOfMoreThanTheDiskHoldsIsAFailure) {
+  // A file system in memory refuses at once what it can never hold; one on disk would fill up first.
   struct statfs info {};
   if (::statfs("/dev/shm", &info) != 0 || info.f_type != TMPFS_MAGIC || info.f_blocks == 0) {
     GTEST_SKIP() << "/dev/shm is no file system in memory of a fixed size";

@@ -34,6 +34,7 @@ Val Text(std::string_view text) {
   return Val(AnsiStr(text));
 }
 
+// Each kind that JSON has is written in its form.
 TEST(Val2JSONTest, EachKindHasItsForm) {
   EXPECT_EQ(Emit(Val()), "null");
   EXPECT_EQ(Emit(Val(true)), "true");

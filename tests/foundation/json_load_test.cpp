@@ -46,8 +46,8 @@ double SecondsToLoad(const AnsiStr& text, std::uint32_t members) {
   return best;
 }
 
-// Eight times the members take eight times as long; a loader that walked the buckets would take 64 times.
 TEST(JSONLoadTest, LoadingTakesTimeLinearInTheMembers) {
+  // Eight times the members take eight times as long; a loader that walked the buckets would take 64 times.
   constexpr std::uint32_t kFew = 1U << 12;
   constexpr std::uint32_t kMany = kFew * 8;
   const double few = SecondsToLoad(MakeObject(kFew), kFew);

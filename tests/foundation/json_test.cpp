@@ -45,6 +45,7 @@ std::string Nested(std::size_t depth) {
   return std::string(depth, '[') + std::string(depth, ']');
 }
 
+// Objects, arrays, strings, integers, numbers, flags and null become values of their own kinds.
 TEST(JSON2ValTest, EachKindBecomesItsOwn) {
   EXPECT_EQ(Parse("{}").GetType(), ValType::Map);
   EXPECT_EQ(Parse("[]").GetType(), ValType::Array);
@@ -212,6 +213,7 @@ TEST(JSON2ValTest, UTF8IsKept) {
   EXPECT_EQ(Parse("{\"\xC3\xA4\":1}").AsMap().Get("\xC3\xA4").AsInteger(), 1);
 }
 
+// Whatever RFC 8259 allows is accepted.
 TEST(JSON2ValTest, AcceptsWhatTheStandardAllows) {
   const struct {
     std::string_view text;
@@ -230,6 +232,7 @@ TEST(JSON2ValTest, AcceptsWhatTheStandardAllows) {
   }
 }
 
+// Any text that is not strict JSON is refused with a reason and leaves the caller's value alone.
 TEST(JSON2ValTest, RefusesEverythingElse) {
   const struct {
     std::string_view text;
@@ -334,6 +337,7 @@ TEST(JSON2ValTest, TheReasonNamesThePlace) {
             std::string_view::npos);
 }
 
+// The reason of a refusal quotes nothing of the input.
 TEST(JSON2ValTest, TheReasonNeverQuotesTheInput) {
   for (const char* const text :
        {"{\"%s%n\":%s}", "[\"secret\" secret]", "secret%s", "\"secret%n", "{\"secret\":1 secret"}) {

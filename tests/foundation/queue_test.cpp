@@ -24,6 +24,7 @@ class Element {
   const PtrContainerQueue<Element>* queue_;
 };
 
+// A queue keeps its elements in order.
 TEST(PtrContainerQueueTest, KeepsElementsInOrder) {
   std::vector<int> ended;
   PtrContainerQueue<Element> queue;
@@ -39,6 +40,7 @@ TEST(PtrContainerQueueTest, KeepsElementsInOrder) {
   }
 }
 
+// A queue that ends destroys its elements in order.
 TEST(PtrContainerQueueTest, DestroysItsElementsInOrder) {
   std::vector<int> ended;
   {
@@ -56,6 +58,7 @@ TEST(PtrContainerQueueTest, AnElementThatEndsFindsItsQueueEmpty) {
   EXPECT_EQ(ended.size(), 3U);
 }
 
+// A queue can be filled again after it was cleared.
 TEST(PtrContainerQueueTest, CanBeFilledAgainAfterClearing) {
   std::vector<int> ended;
   PtrContainerQueue<Element> queue;

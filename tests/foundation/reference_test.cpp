@@ -4,6 +4,8 @@
 #include <cstring>
 #include <gtest/gtest.h>
 
+#include "tests/foundation/freed_memory.h"
+
 namespace OruGuiBase {
 namespace {
 
@@ -64,7 +66,10 @@ TEST(ParticleTest, ABlockHoldsItsSize) {
 }
 
 TEST(ParticleTest, FreeingNullDoesNothing) {
+  WatchFreedMemory("nothing");
   FreeParticle(16, nullptr);
+  StopWatching();
+  EXPECT_EQ(GetWatchedBlocks(), 0);
 }
 
 TEST(ParticleTest, WipeMemoryClearsExactlyItsRange) {
@@ -74,8 +79,11 @@ TEST(ParticleTest, WipeMemoryClearsExactlyItsRange) {
   EXPECT_EQ(std::memcmp(bytes, expected, sizeof bytes), 0);
 }
 
-TEST(ParticleTest, WipeMemoryOfNothingAcceptsNull) {
+TEST(ParticleTest, WipeMemoryOfNothingChangesNothing) {
+  char block[] = "kept";
+  WipeMemory(block, 0);
   WipeMemory(nullptr, 0);
+  EXPECT_STREQ(block, "kept");
 }
 
 }  // namespace

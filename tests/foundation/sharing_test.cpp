@@ -53,10 +53,24 @@ TEST(SharingTest, CountsStayRightWhenManyThreadsCopyAndDrop) {
   EXPECT_EQ(array.GetImp()->refCount, 2U);
 }
 
+class CountedObject final : public IObject {
+ public:
+  void* QueryInterface(const char*) override { return nullptr; }
+  std::uint32_t AddRef() override { return ++links; }
+  std::uint32_t Release() override { return --links; }
+  std::atomic<std::uint32_t> links{0};
+};
+
 TEST(SharingTest, TheLastOfManyThreadsFreesTheObject) {
   for (int round = 0; round < 50; ++round) {
-    std::vector<Val> copies(kThreads, Val("one text for all of them"));
+    CountedObject content;
+    Array<Val> array;
+    array.Append(Val(&content));
+    std::vector<Val> copies(kThreads, Val(array));
+    array.Clear();
+    ASSERT_EQ(content.links, 1U);
     OnThreads([&copies](int i) { copies[static_cast<std::size_t>(i)] = Val(); });
+    ASSERT_EQ(content.links, 0U);
   }
 }
 

@@ -61,10 +61,12 @@ const struct {
     {"a\0b\nc"sv, {std::string("a\0b", 3), "c"}, "NUL is content"},
 };
 
+// A text is stepped through by lines that end in LF or CR LF; the last may lack its end.
 TEST(LineIteratorTest, StepsThroughTheLines) {
   for (const auto& row : kLineRows) EXPECT_EQ(IterateLines(row.text), row.lines) << row.reason;
 }
 
+// A file is read by lines that end in LF or CR LF; the last may lack its end.
 TEST(ReadStreamTest, ReadsTheLines) {
   const ScratchDirectory scratch;
   for (const auto& row : kLineRows) {
@@ -129,6 +131,7 @@ TEST(ReadStreamTest, AClosedStreamIsAtItsEnd) {
   EXPECT_TRUE(stream.Close());
 }
 
+// A stream writes texts and characters.
 TEST(WriteStreamTest, WritesTextsAndCharacters) {
   const ScratchDirectory scratch;
   WriteStream stream(scratch.FileOf("a"), WriteStreamMode::Truncate);
@@ -140,22 +143,24 @@ TEST(WriteStreamTest, WritesTextsAndCharacters) {
   EXPECT_EQ(ContentOf(scratch.FileOf("a")), "text;a\0b"sv);
 }
 
-TEST(WriteStreamTest, TruncateModeDropsTheContentAndAppendModeAddsAtItsEnd) {
+TEST(WriteStreamTest, AppendModeAddsAtTheEndOfAFileThatHasContent) {
   const ScratchDirectory scratch;
   const File file = scratch.MakeFile("a", "old;");
-  {
-    WriteStream stream(file, WriteStreamMode::Append);
-    EXPECT_TRUE(stream.Write(AnsiStr("added")));
+  for (const char* text : {"added;", "once more"}) {
+    WriteStream stream(file, static_cast<WriteStreamMode>(1));
+    EXPECT_TRUE(stream.Write(AnsiStr(text)));
     EXPECT_TRUE(stream.Close());
   }
-  EXPECT_EQ(ContentOf(file), "old;added");
-  {
-    WriteStream stream(file, WriteStreamMode::Truncate);
-    EXPECT_TRUE(stream.Write(AnsiStr("new")));
-    EXPECT_TRUE(stream.Close());
-  }
+  EXPECT_EQ(ContentOf(file), "old;added;once more");
+}
+
+TEST(WriteStreamTest, TruncateModeDropsTheContent) {
+  const ScratchDirectory scratch;
+  const File file = scratch.MakeFile("a", "old and longer");
+  WriteStream stream(file, WriteStreamMode::Truncate);
+  EXPECT_TRUE(stream.Write(AnsiStr("new")));
+  EXPECT_TRUE(stream.Close());
   EXPECT_EQ(ContentOf(file), "new");
-  EXPECT_EQ(static_cast<int>(WriteStreamMode::Append), 1);
 }
 
 TEST(WriteStreamTest, AppendModeMakesAMissingFile) {
@@ -180,6 +185,7 @@ TEST(WriteStreamTest, TextsOfAnySizeKeepTheirOrder) {
   EXPECT_TRUE(ContentOf(scratch.FileOf("a")) == expected);
 }
 
+// A stream that nobody closed writes what it holds at the end of its scope.
 TEST(WriteStreamTest, TheScopeWritesWhatItHolds) {
   const ScratchDirectory scratch;
   {
@@ -197,6 +203,7 @@ TEST(WriteStreamTest, AFullDiskShowsAtTheLatestOnClose) {
   EXPECT_TRUE(stream.IsError());
 }
 
+// A stream in error stays in error and repeats its reason.
 TEST(WriteStreamTest, AnErrorStays) {
   WriteStream stream(File(AnsiStr("/dev/full")), WriteStreamMode::Append);
   EXPECT_FALSE(stream.Write(AnsiStr(std::string(kStreamBuffer * 2, 'x'))));
@@ -238,6 +245,7 @@ TEST(WriteStreamTest, WritingAfterCloseIsAnError) {
   EXPECT_FALSE(stream.Close());
 }
 
+// A whole file is read into a text.
 TEST(FastReadStreamTest, ReadsTheWholeFile) {
   const ScratchDirectory scratch;
   for (const std::string& content :
@@ -250,6 +258,7 @@ TEST(FastReadStreamTest, ReadsTheWholeFile) {
   }
 }
 
+// A source of unknown size is read to its end.
 TEST(FastReadStreamTest, ReadsASourceOfUnknownSize) {
   FastReadStream stream(File(AnsiStr("/proc/self/status")));
   AnsiStr text;
@@ -257,6 +266,7 @@ TEST(FastReadStreamTest, ReadsASourceOfUnknownSize) {
   EXPECT_TRUE(text.View().starts_with("Name:"));
 }
 
+// What was added since a file was opened is read too.
 TEST(FastReadStreamTest, ReadsWhatWasAddedSinceItWasOpened) {
   const ScratchDirectory scratch;
   const File file = scratch.MakeFile("a", "old");

@@ -36,6 +36,7 @@ TEST(PrivateFileTest, FileAndFolderAreForTheOwnerAlone) {
   EXPECT_TRUE(file.GetPath().View().starts_with(scratch.GetPath() + "/"));
 }
 
+// Two private files of one name lie in directories of their own.
 TEST(PrivateFileTest, TwoOfOneNameNeverMeet) {
   const ScratchDirectory scratch;
   const File first = MakePrivate("same.tmp");
@@ -140,6 +141,7 @@ TEST(TempFileTest, CleanupRemovesFileAndFolder) {
   temp.Cleanup();
 }
 
+// A temporary file is removed at the end of its scope.
 TEST(TempFileTest, TheScopeCleansUp) {
   const ScratchDirectory scratch;
   {

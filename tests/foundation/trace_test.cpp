@@ -84,6 +84,9 @@ TEST(TraceTest, ContextsNest) {
 }
 
 TEST(TraceTest, FreeingWithoutAContextDoesNothing) {
+  RecordingSink sink(0);
+  FreeTraceContext();
+  EXPECT_STREQ(InitTraceContext("%s", "the next text"), "the next text");
   FreeTraceContext();
 }
 
@@ -91,16 +94,22 @@ class HostileSink final : public ITraceSink {
  public:
   HostileSink() { SetTraceSink(this, 0); }
   ~HostileSink() { SetTraceSink(nullptr, 0); }
+  HostileSink(const HostileSink&) = delete;
+  HostileSink& operator=(const HostileSink&) = delete;
   void OnTrace(std::uint32_t, std::uint32_t, const char*, std::uint32_t, const char*) override {
+    ++events;
     SetErrorMessage("the sink's own trouble");
     errno = ENOTTY;
     throw std::runtime_error("sink");
   }
+  int events = 0;
 };
 
-TEST(TraceTest, ASinkThatThrowsDoesNoHarm) {
+TEST(TraceTest, ASinkThatThrowsLosesTheEventAndGetsTheNext) {
   HostileSink sink;
-  TraceMsg(1, 4, "source", 1, "text");
+  EXPECT_NO_THROW(TraceMsg(1, 4, "source", 1, "text"));
+  EXPECT_NO_THROW(TraceStr(1, 4, "source", 1, "text"));
+  EXPECT_EQ(sink.events, 2);
 }
 
 TEST(TraceTest, TracingKeepsTheReasonOfAFailure) {

@@ -37,6 +37,7 @@ void FreeDateBox(const Val& value) {
   FreeParticle(sizeof(Val::DateTimeBox), PointerOf(value));
 }
 
+// Nil is a word of zero.
 TEST(ValTest, NilIsTheZeroWord) {
   const Val value;
   EXPECT_EQ(value.GetWord(), 0U);
@@ -342,6 +343,7 @@ TEST(ValTest, ANullObjectKeepsItsKind) {
   EXPECT_EQ(copy.AsObject(), nullptr);
 }
 
+// Values of kinds that are only carried are counted and freed.
 TEST(ValTest, CarriedKindsAreCountedAndFreed) {
   for (const ValType kind : {ValType::Carried9, ValType::Carried10}) {
     auto* const count = new (AllocParticle(sizeof(Reference::Count))) Reference::Count{1};
@@ -353,6 +355,7 @@ TEST(ValTest, CarriedKindsAreCountedAndFreed) {
   }
 }
 
+// A value read as another kind than it holds is empty, false or 0.
 TEST(ValTest, ReadingAnotherKindGivesTheEmptyValue) {
   const Val text("5");
   EXPECT_FALSE(text.AsBool());
@@ -386,6 +389,7 @@ TEST(ValTest, ReadingTheRightKindReportsNothing) {
   EXPECT_TRUE(sink.events.empty());
 }
 
+// A value read as another kind is reported with the kind that was asked for.
 TEST(ValTest, EachReaderReportsItsKind) {
   const struct {
     void (*read)(const Val&);

@@ -27,6 +27,7 @@ void ExpectWiped(Work work) {
   EXPECT_GT(GetWatchedBlocks(), 0);
 }
 
+// The watch on freed memory finds a text that is not wiped.
 TEST(WipingTest, TheWatchFindsWhatIsNotWiped) {
   WatchFreedMemory(kSecret);
   void* const block = AllocParticle(64);

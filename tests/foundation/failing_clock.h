@@ -1,0 +1,14 @@
+#pragma once
+
+namespace OruGuiBase {
+
+/// While it lives, the system does not tell the time. One at a time.
+class FailingClock {
+ public:
+  FailingClock();
+  FailingClock(const FailingClock&) = delete;
+  FailingClock& operator=(const FailingClock&) = delete;
+  ~FailingClock();
+};
+
+}  // namespace OruGuiBase
