@@ -18,6 +18,7 @@ using TestSupport::Str;
 using TestSupport::Strings;
 using TestSupport::Token;
 
+// Without key servers there is no audit log and no file.
 TEST_F(AuditLog, NeedsAKeyServer) {
   client.SetKeyServer({});
   EXPECT_FALSE(Get());
@@ -25,6 +26,7 @@ TEST_F(AuditLog, NeedsAKeyServer) {
   ExpectNothingGot();
 }
 
+// A token that cannot be fetched fails the audit log, and what was merged is removed.
 TEST_F(AuditLog, IsRemovedWithAllItHeldWhenATokenCannotBeFetched) {
   Attempt(Csv("h\na\n"));
   Attempt(Csv("h\nb\n"));
@@ -34,6 +36,7 @@ TEST_F(AuditLog, IsRemovedWithAllItHeldWhenATokenCannotBeFetched) {
   ExpectNothingGot();
 }
 
+// A token that cannot be fetched ends the audit log at once.
 TEST_F(AuditLog, AsksNoFurtherServerWithoutAToken) {
   http.Then(Alive()).Then(Token(""));
   EXPECT_FALSE(Get());
@@ -42,6 +45,7 @@ TEST_F(AuditLog, AsksNoFurtherServerWithoutAToken) {
   ExpectNothingGot();
 }
 
+// A target that cannot be made fails the audit log before any exchange.
 TEST_F(AuditLog, MakesNoExchangeWhenItCannotBeCreated) {
   scratch.BreakTemporary();
   EXPECT_FALSE(Get());
@@ -52,6 +56,7 @@ TEST_F(AuditLog, MakesNoExchangeWhenItCannotBeCreated) {
   EXPECT_EQ(Str(fileName), "untouched");
 }
 
+// A temporary file that cannot be made ends the audit log; the target is removed.
 TEST_F(AuditLog, IsRemovedWhenATemporaryFileCannotBeMade) {
   http.Then(Alive()).Then(Token("t")).Then([this](const RecordedRequest&) {
     setenv("TMPDIR", scratch.Path("missing").c_str(), 1);
@@ -63,6 +68,7 @@ TEST_F(AuditLog, IsRemovedWhenATemporaryFileCannotBeMade) {
   ExpectNothingGot();
 }
 
+// A target that cannot be written ends the audit log; the target is removed.
 TEST_F(AuditLog, IsRemovedWhenItCannotBeWritten) {
   const std::string half(600, 'x');
   Attempt(Csv("h\n" + half + "\n"));
@@ -76,6 +82,7 @@ TEST_F(AuditLog, IsRemovedWhenItCannotBeWritten) {
   ExpectNothingGot();
 }
 
+// A target that cannot be opened again ends the audit log.
 TEST_F(AuditLog, IsRemovedWhenItCannotBeOpenedAnew) {
   http.Then(Alive()).Then(Token("t")).Then([this](const RecordedRequest&) {
     for (const std::string& name : scratch.GetTemporaryNames()) {
@@ -119,6 +126,7 @@ class LostAuditLog : public AuditLog {
   CryptClient losing{&lossy, kService, "", kRoom};
 };
 
+// A temporary file that cannot be read ends the audit log; the target is removed.
 TEST_F(LostAuditLog, IsRemovedWhenAnAnswerCannotBeRead) {
   Attempt(Csv("h\na\n"));
   EXPECT_FALSE(losing.GetAuditLog("group 1", "its name", fileName));
@@ -130,6 +138,7 @@ TEST_F(LostAuditLog, IsRemovedWhenAnAnswerCannotBeRead) {
   ExpectNothingGot();
 }
 
+// An answer that cannot be looked into is refused for its content type.
 TEST_F(LostAuditLog, KeepsToTheContentTypeWhenTheAnswerCannotBeLookedInto) {
   Attempt(Typed(ErrorCode(612), "application/json"));
   Attempt(Typed(ErrorCode(612), "application/json"));

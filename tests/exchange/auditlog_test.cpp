@@ -1,6 +1,8 @@
 #include <filesystem>
+#include <regex>
 
 #include "tests/exchange/auditlogtest.h"
+#include "tests/foundation/failing_clock.h"
 #include "tests/support/tracerecorder.h"
 
 namespace OruKalvix {
@@ -21,6 +23,7 @@ using TestSupport::Str;
 using TestSupport::Strings;
 using TestSupport::Token;
 
+// An audit log holds its header line once and the rows of all servers in their order.
 TEST_F(AuditLog, HoldsTheHeaderLineOnceAndTheRowsOfAllServers) {
   Attempt(Csv("h1,h2\na,1\nb,2\n"));
   Attempt(Csv("h1,h2\nc,3\n"));
@@ -30,6 +33,7 @@ TEST_F(AuditLog, HoldsTheHeaderLineOnceAndTheRowsOfAllServers) {
   EXPECT_EQ(Error(), "");
 }
 
+// Each server is asked for the group's log by a probe, a token and a command.
 TEST_F(AuditLog, IsAskedForWithTheGroupAtEachServer) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get());
@@ -44,6 +48,7 @@ TEST_F(AuditLog, IsAskedForWithTheGroupAtEachServer) {
   EXPECT_EQ(HeaderOf(http.GetRequest(2), "Content-Type"), "text/json");
 }
 
+// All servers get the same envelope, each with a token of its own.
 TEST_F(AuditLog, SendsTheSameEnvelopeAndATokenOfItsOwnToEachServer) {
   for (const char* token : {"t1", "t2", "t3"}) http.Then(Alive()).Then(Token(token)).Then(Csv("h\n"));
   ASSERT_TRUE(Get());
@@ -55,18 +60,31 @@ TEST_F(AuditLog, SendsTheSameEnvelopeAndATokenOfItsOwnToEachServer) {
   EXPECT_EQ(HeaderOf(http.GetRequest(8), "X-SEC-AUTHZTOKEN"), "t3");
 }
 
+// An audit log is named after group and time, in the temporary directory.
 TEST_F(AuditLog, IsNamedAfterTheGroupAndTheTime) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get());
   const std::filesystem::path path = Str(fileName);
   EXPECT_EQ(path.parent_path(), scratch.Path("temporary"));
   const std::string name = path.filename();
-  EXPECT_TRUE(name.starts_with("Audit Log its name 20")) << name;
-  EXPECT_TRUE(name.ends_with(".csv")) << name;
-  EXPECT_EQ(name.substr(19).find('T'), std::string::npos) << name;
+  EXPECT_TRUE(std::regex_match(
+      name, std::regex("Audit Log its name 20\\d\\d-\\d\\d-\\d\\d-\\d\\d_\\d\\d_\\d\\d\\.csv")))
+      << name;
   TakeLog();
 }
 
+// Without a time of the system the fields in the name of an audit log are 0.
+TEST_F(AuditLog, IsNamedWithZerosWhenTheSystemHasNoTime) {
+  AttemptAt({kOne}, Csv("h\n"));
+  {
+    const OruGuiBase::FailingClock clock;
+    ASSERT_TRUE(Get());
+  }
+  EXPECT_EQ(std::filesystem::path(Str(fileName)).filename(), "Audit Log its name 0000-00-00-00_00_00.csv");
+  TakeLog();
+}
+
+// An audit log of any group name has a name that file systems take.
 TEST_F(AuditLog, HasANameThatFileSystemsTake) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get("../../a/b:c\n"));
@@ -76,6 +94,7 @@ TEST_F(AuditLog, HasANameThatFileSystemsTake) {
   TakeLog();
 }
 
+// Each answer goes through a temporary file named after the group, which is removed.
 TEST_F(AuditLog, GoesThroughATemporaryFileOfItsGroup) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get());
@@ -88,6 +107,7 @@ TEST_F(AuditLog, GoesThroughATemporaryFileOfItsGroup) {
 
 // ---- Servers that give no log
 
+// An unreachable server is passed over; the log holds the others' rows and its failure is recorded.
 TEST_F(AuditLog, PassesOverAServerThatCannotBeReached) {
   Attempt(Csv("h\na\n"));
   http.Then(NoExchange("down"));
@@ -97,6 +117,7 @@ TEST_F(AuditLog, PassesOverAServerThatCannotBeReached) {
   EXPECT_EQ(Error(), "Could not connect to key server: down");
 }
 
+// A server whose exchange fails is passed over.
 TEST_F(AuditLog, PassesOverAServerWhoseExchangeFails) {
   Attempt(Status(500, "h\nnot a row\n"));
   Attempt(NoExchange("broken off"));
@@ -106,6 +127,7 @@ TEST_F(AuditLog, PassesOverAServerWhoseExchangeFails) {
   EXPECT_EQ(Error(), "broken off");
 }
 
+// A server that refuses in "x-sec-status" is passed over with the text of its code.
 TEST_F(AuditLog, PassesOverAServerThatRefusesByHeader) {
   Attempt(Csv("h\nnot a row\n", {{"X-Sec-Status", "607"}}));
   Attempt(Csv("h\nb\n"));
@@ -115,6 +137,7 @@ TEST_F(AuditLog, PassesOverAServerThatRefusesByHeader) {
   EXPECT_EQ(Error(), "607 Key Not Found");
 }
 
+// Without any server's log there is no file, and the last failure stands.
 TEST_F(AuditLog, IsNoneWithoutAnyServersLog) {
   Attempt(Status(500));
   Attempt(Csv("h\n", {{"x-sec-status", "612"}}));
@@ -124,6 +147,7 @@ TEST_F(AuditLog, IsNoneWithoutAnyServersLog) {
   ExpectNothingGot();
 }
 
+// A whole log leaves an older failure recorded.
 TEST_F(AuditLog, KeepsAnOlderMessageBesideAWholeLog) {
   client.SetStatusTimeout("soon");
   AttemptAt({kOne}, Csv("h\n"));
@@ -137,6 +161,7 @@ struct StatusRow {
   const char* message;
 };
 
+// The status header of a refusal gives its code; a text that is no number counts as 0.
 TEST_F(AuditLog, TellsTheCodeOfTheStatusHeader) {
   const StatusRow rows[] = {
       {"607", "607 Key Not Found"}, {"601", "601 Invalid Payload"}, {"620", "620 Unknown Error"},
@@ -152,12 +177,24 @@ TEST_F(AuditLog, TellsTheCodeOfTheStatusHeader) {
   }
 }
 
+// A status header that is no number is "0 Unknown Error", and the next server is asked.
+TEST_F(AuditLog, TakesAStatusHeaderThatIsNoNumberForCodeZero) {
+  Attempt(Csv("h\nnot a row\n", {{"X-SEC-STATUS", "no number"}}));
+  Attempt(Csv("h\nb\n"));
+  Attempt(Csv("h\nc\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\nb\nc\n");
+  EXPECT_EQ(Error(), "0 Unknown Error");
+}
+
+// An empty status header is none.
 TEST_F(AuditLog, TakesAnEmptyStatusHeaderForNone) {
   AttemptAt({kOne}, Csv("h\na\n", {{"X-SEC-STATUS", ""}}));
   ASSERT_TRUE(Get());
   EXPECT_EQ(TakeLog(), "h\na\n");
 }
 
+// A good answer has no status header, which is reported and no more.
 TEST_F(AuditLog, ReportsTheStatusHeaderThatAGoodAnswerLacks) {
   const TestSupport::TraceRecorder traces;
   AttemptAt({kOne}, Csv("h\na\n"));
@@ -168,6 +205,14 @@ TEST_F(AuditLog, ReportsTheStatusHeaderThatAGoodAnswerLacks) {
 
 // ---- Content types
 
+// A content type "text/csv" with parameters counts as CSV.
+TEST_F(AuditLog, CutsTheContentTypeAtItsParameters) {
+  AttemptAt({kOne}, Typed(Json("h\na\n"), "text/csv;charset=utf-8"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\na\n");
+}
+
+// The content type is taken with parameters, with blanks around it and in any case.
 TEST_F(AuditLog, TakesTheContentTypeWithParametersAndInAnyCase) {
   for (const char* type : {"text/csv;charset=utf-8", "text/csv ; charset=utf-8", " text/csv", "Text/CSV",
                            "text/csv;", "text/csv; a=b; c=d"}) {
@@ -178,6 +223,7 @@ TEST_F(AuditLog, TakesTheContentTypeWithParametersAndInAnyCase) {
   }
 }
 
+// Any other content type is "Unexpected content type %s".
 TEST_F(AuditLog, RefusesAnyOtherContentType) {
   const StatusRow rows[] = {
       {"text/plain", "Unexpected content type text/plain"},
@@ -196,13 +242,17 @@ TEST_F(AuditLog, RefusesAnyOtherContentType) {
   }
 }
 
+// An answer without a content type is reported and refused.
 TEST_F(AuditLog, RefusesAnAnswerWithoutAContentType) {
+  const TestSupport::TraceRecorder traces;
   AttemptAt({kOne}, Json("h\na\n"));
   EXPECT_FALSE(Get());
   EXPECT_EQ(Error(), "Unexpected content type ");
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
   ExpectNothingGot();
 }
 
+// A refusal in JSON gives the text of its code.
 TEST_F(AuditLog, TellsTheCodeOfARefusalInJSON) {
   AttemptAt({kOne}, Typed(ErrorCode(612), "application/json"));
   EXPECT_FALSE(Get());
@@ -210,6 +260,7 @@ TEST_F(AuditLog, TellsTheCodeOfARefusalInJSON) {
   ExpectNothingGot();
 }
 
+// An answer of the right JSON type is no log.
 TEST_F(AuditLog, DoesNotTakeAnAnswerOfItsOwnTypeInJSONForALog) {
   AttemptAt({kOne}, Typed(Payload(R"({"type":"getAuditLogResponse"})"), "text/json"));
   EXPECT_FALSE(Get());
@@ -217,6 +268,7 @@ TEST_F(AuditLog, DoesNotTakeAnAnswerOfItsOwnTypeInJSONForALog) {
   ExpectNothingGot();
 }
 
+// The next server is asked after an answer in JSON.
 TEST_F(AuditLog, GoesOnBehindAnAnswerInJSON) {
   Attempt(Typed(ErrorCode(612), "application/json"));
   Attempt(Csv("h\nb\n"));
@@ -226,6 +278,7 @@ TEST_F(AuditLog, GoesOnBehindAnAnswerInJSON) {
   EXPECT_EQ(Error(), "Unexpected content type application/json");
 }
 
+// A body of type CSV is taken as it is.
 TEST_F(AuditLog, DoesNotLookForAnErrorInACsvBody) {
   HttpAnswer refusal = ErrorCode(612);
   AttemptAt({kOne}, Typed(refusal, "text/csv"));
@@ -236,6 +289,7 @@ TEST_F(AuditLog, DoesNotLookForAnErrorInACsvBody) {
 
 // ---- Lines
 
+// The header line comes from the first server that has one; an empty log is a log.
 TEST_F(AuditLog, TakesTheHeaderFromTheFirstServerThatHasOne) {
   Attempt(Csv(""));
   Attempt(Csv("h\nb\n"));
@@ -245,12 +299,14 @@ TEST_F(AuditLog, TakesTheHeaderFromTheFirstServerThatHasOne) {
   EXPECT_EQ(Error(), "");
 }
 
+// Empty logs of all servers make an empty file.
 TEST_F(AuditLog, IsAnEmptyFileWhenAllBodiesAreEmpty) {
   AttemptAt({kOne}, Csv(""));
   ASSERT_TRUE(Get());
   EXPECT_EQ(TakeLog(), "");
 }
 
+// A last line that lacks its end gets one.
 TEST_F(AuditLog, EndsALastLineThatLacksItsEnd) {
   Attempt(Csv("h\na"));
   Attempt(Csv("h"));
@@ -259,12 +315,14 @@ TEST_F(AuditLog, EndsALastLineThatLacksItsEnd) {
   EXPECT_EQ(TakeLog(), "h\na\nc\n");
 }
 
+// Lines end in a newline alone whatever the servers' ends.
 TEST_F(AuditLog, EndsItsLinesInANewlineAlone) {
   AttemptAt({kOne}, Csv("h\r\na\r\n\r\nb\r\n"));
   ASSERT_TRUE(Get());
   EXPECT_EQ(TakeLog(), "h\na\n\nb\n");
 }
 
+// Logs and lines longer than any buffer are copied whole.
 TEST_F(AuditLog, CopiesALogThatIsLongerThanAnyBuffer) {
   std::string rows;
   for (int i = 0; i < 20000; ++i) rows += "row " + std::to_string(i) + "\n";
@@ -276,6 +334,7 @@ TEST_F(AuditLog, CopiesALogThatIsLongerThanAnyBuffer) {
   EXPECT_TRUE(TakeLog() == "h\n" + rows + rows);
 }
 
+// A target that has content gets no second header line.
 TEST_F(AuditLog, AddsToATargetThatHoldsItsHeaderAlready) {
   AttemptAt({kOne}, Csv("h\na\n"));
   const OruGuiBase::File target = scratch.Make("target.csv", "h\nold\n");
@@ -285,6 +344,7 @@ TEST_F(AuditLog, AddsToATargetThatHoldsItsHeaderAlready) {
 
 // ---- The rotation
 
+// An audit log visits the servers in the order of the list, from the first.
 TEST_F(AuditLog, BeginsAtTheFirstServerWhereverTheRotationStands) {
   *CryptClientTestPeer::GetKeyServerBase() = 2;
   client.SetKeyServer(Strings({kOne, "https://two.example", "https://three.example"}));
@@ -296,6 +356,7 @@ TEST_F(AuditLog, BeginsAtTheFirstServerWhereverTheRotationStands) {
   EXPECT_EQ(http.GetLines()[6], "GET https://three.example/status");
 }
 
+// A further command of the same client begins at the first server.
 TEST_F(AuditLog, LeavesTheNextCommandAtTheFirstServer) {
   *CryptClientTestPeer::GetKeyServerBase() = 1;
   client.SetKeyServer(Strings({kOne, "https://two.example", "https://three.example"}));
@@ -307,6 +368,7 @@ TEST_F(AuditLog, LeavesTheNextCommandAtTheFirstServer) {
   EXPECT_EQ(http.GetLines().back(), "POST https://one.example/rest/json");
 }
 
+// A second audit log of one client visits all servers again.
 TEST_F(AuditLog, VisitsEachServerAgainTheNextTime) {
   UseServers({kOne, "https://two.example"});
   Attempt(Csv("h\na\n"));

@@ -13,6 +13,7 @@ using OruGuiBase::Val;
 using OruGuiBase::ValType;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 using TestSupport::Alive;
 using TestSupport::DateAnswer;
@@ -37,6 +38,7 @@ class Connection : public TestSupport::ClientTest {
   void SetAge(std::uint32_t milliseconds) { peer.statusClock = OruGuiBase::GetClockTicks() - milliseconds; }
 };
 
+// A probe is a GET of "status" with a random decimal number for its query.
 TEST_F(Connection, ProbesTheStatusWithARandomNumber) {
   http.Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -60,6 +62,7 @@ TEST_F(Connection, ProbesWithAnotherNumberEachTime) {
   EXPECT_NE(http.GetRequest(0).url, http.GetRequest(1).url);
 }
 
+// The date of a probe's answer is kept for the server, without milliseconds and zone.
 TEST_F(Connection, KeepsTheServersTime) {
   http.Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -71,6 +74,7 @@ TEST_F(Connection, KeepsTheServersTime) {
   EXPECT_EQ(peer.serverTimes.GetCount(), 1U);
 }
 
+// A server that has answered once is not probed again.
 TEST_F(Connection, SparesAKnownServerTheProbe) {
   http.Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -78,6 +82,7 @@ TEST_F(Connection, SparesAKnownServerTheProbe) {
   EXPECT_EQ(http.GetRequestCount(), 1U);
 }
 
+// Under authentication by certificate a known server is probed each time.
 TEST_F(Connection, ProbesAKnownServerEachTimeUnderCertAuth) {
   http.Then(Alive()).Then(DateAnswer("Sun, 06 Nov 1994 09:00:00 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -110,6 +115,7 @@ TEST_F(Connection, ProbesWithoutLimitWhenThereIsNoStatusTimeout) {
   EXPECT_FALSE(http.GetRequest(0).options.useTimeouts);
 }
 
+// A failed probe gives "Could not connect to key server: %s" and leaves clock and times.
 TEST_F(Connection, WrapsTheReasonOfAFailedProbe) {
   peer.statusClock = 77;
   http.Then(NoExchange("connection refused")).Then(Status(503));
@@ -121,6 +127,7 @@ TEST_F(Connection, WrapsTheReasonOfAFailedProbe) {
   EXPECT_TRUE(peer.serverTimes.IsEmpty());
 }
 
+// An answer to a probe without a date is "Invalid key server time []".
 TEST_F(Connection, NeedsADateInTheAnswer) {
   const TraceRecorder traces;
   http.Then(Json("alive"));
@@ -130,6 +137,7 @@ TEST_F(Connection, NeedsADateInTheAnswer) {
   EXPECT_TRUE(peer.serverTimes.IsEmpty());
 }
 
+// A date that is not of RFC 1123 is "Invalid key server time [%s]".
 TEST_F(Connection, RefusesADateOfAnotherForm) {
   for (const char* date :
        {"1994-11-06T08:49:37Z", "Sunday, 06-Nov-94 08:49:37 GMT", "now", "Sun, 31 Feb 2021 00:00:00 GMT"}) {
@@ -139,6 +147,7 @@ TEST_F(Connection, RefusesADateOfAnotherForm) {
   }
 }
 
+// The clock starts anew with each answered probe, even when its date is bad.
 TEST_F(Connection, TakesTheTimeOfTheProbeBeforeItJudgesTheDate) {
   SetAge(500000);
   http.Then(Json(""));
@@ -163,6 +172,7 @@ TEST_F(Connection, FindsTheDateHeaderInAnyCase) {
   EXPECT_TRUE(peer.KeyServerConnect());
 }
 
+// An element of the list that is no text is probed at "?" and the number.
 TEST_F(Connection, ProbesABareQueryForAnElementThatIsNoUrl) {
   OruGuiBase::Array<Val> servers;
   servers.Append(Val(std::int64_t{7}));
@@ -170,9 +180,10 @@ TEST_F(Connection, ProbesABareQueryForAnElementThatIsNoUrl) {
   CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);
   http.Then(NoExchange("no host"));
   EXPECT_FALSE(peer.KeyServerConnect());
-  EXPECT_THAT(http.GetRequest(0).url, StartsWith("?"));
+  EXPECT_THAT(http.GetRequest(0).url, MatchesRegex("\\?[0-9]+"));
 }
 
+// The server's present time is that of its probe and the whole seconds since.
 TEST_F(Connection, CountsTheServersTimeOnInWholeSeconds) {
   http.Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -194,6 +205,7 @@ TEST_F(Connection, CarriesTheSecondsThatHavePassed) {
   EXPECT_GE(time.second, 30);
 }
 
+// A server that was never probed has no time.
 TEST_F(Connection, HasNoTimeOfAServerThatItNeverProbed) {
   const TraceRecorder traces;
   SetAge(90000);
@@ -203,6 +215,17 @@ TEST_F(Connection, HasNoTimeOfAServerThatItNeverProbed) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(4U));
 }
 
+// A date past the last year that can be kept proves the server alive and leaves its time unset.
+TEST_F(Connection, HasNoTimeOfAServerWhoseYearCannotBeKept) {
+  http.Then(DateAnswer("Sun, 06 Nov 4096 08:49:37 GMT"));
+  ASSERT_TRUE(peer.KeyServerConnect());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  datetime time = kTime;
+  peer.GetKeyServerTime(time);
+  EXPECT_EQ(time, datetime());
+}
+
+// The seconds since the last probe count for every server, whichever was probed.
 TEST_F(Connection, CountsFromTheLastProbeOfWhicheverServer) {
   http.Then(Alive()).Then(DateAnswer("Mon, 07 Nov 1994 00:00:00 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -215,6 +238,7 @@ TEST_F(Connection, CountsFromTheLastProbeOfWhicheverServer) {
   EXPECT_EQ(time.minute, kTime.minute);
 }
 
+// A text is fetched by a plain GET without a token.
 TEST_F(Connection, FetchesATextWithoutAToken) {
   http.Then(Alive()).Then(Json("-----BEGIN"));
   peer.authzToken = "unused";
@@ -228,6 +252,7 @@ TEST_F(Connection, FetchesATextWithoutAToken) {
   EXPECT_EQ(Str(peer.authzToken), "unused");
 }
 
+// The certificate lists are fetched from "certstore" and "truststore".
 TEST_F(Connection, FetchesTheTwoCertificateLists) {
   http.Then(Alive()).Then(Json("roots")).Then(Json("trusted"));
   AnsiStr roots;
@@ -240,6 +265,7 @@ TEST_F(Connection, FetchesTheTwoCertificateLists) {
                           "GET https://one.example/truststore"));
 }
 
+// Without key servers a text fails with "Invalid key server URL".
 TEST_F(Connection, FetchesNoTextWithoutServers) {
   client.SetKeyServer({});
   AnsiStr text("kept");

@@ -43,6 +43,7 @@ TEST_F(GroupCommands, ConfigGroupSendsAllItsMembersInOrder) {
   EXPECT_EQ(Error(), "");
 }
 
+// ConfigGroup sends empty texts and empty arrays as members.
 TEST_F(GroupCommands, ConfigGroupSendsEmptyMembersToo) {
   AttemptAnsweredBy("configGroupResponse");
   ASSERT_TRUE(client.ConfigGroup("", "", "", {}, {}, {}));
@@ -92,6 +93,7 @@ TEST_F(GroupCommands, ImportKeySendsAnEmptyPasswordToo) {
             Envelope(R"({"type":"importKeyRequest","groupId":"g","id":"i","encodedKey":"k","password":""})"));
 }
 
+// DeleteKey sends the key handle in the token request and in the command.
 TEST_F(GroupCommands, DeleteKeySendsTheHandleInTokenRequestAndCommand) {
   AttemptAnsweredBy("deleteKeyResponse");
   ASSERT_TRUE(client.DeleteKey("group 1", CryptClient::GetKeyHandle("i", "s")));
@@ -122,6 +124,7 @@ class EachGroupCommand : public GroupCommands, public ::testing::WithParamInterf
   void Succeed() { AttemptAnsweredBy(GetParam().response); }
 };
 
+// Each group command asks for a token for its group.
 TEST_P(EachGroupCommand, NeedsATokenForItsGroup) {
   Succeed();
   ASSERT_TRUE(Run());
@@ -133,6 +136,7 @@ TEST_P(EachGroupCommand, NeedsATokenForItsGroup) {
   EXPECT_EQ(HeaderOf(http.GetRequest(2), "X-SEC-AUTHZTOKEN"), "t");
 }
 
+// Each group command fails without key servers and sends nothing.
 TEST_P(EachGroupCommand, FailsWithoutKeyServersAndWithoutAnyExchange) {
   client.SetKeyServer({});
   EXPECT_FALSE(Run());
@@ -140,6 +144,7 @@ TEST_P(EachGroupCommand, FailsWithoutKeyServersAndWithoutAnyExchange) {
   EXPECT_EQ(http.GetRequestCount(), 0U);
 }
 
+// Each group command ends with the first server that succeeds.
 TEST_P(EachGroupCommand, ReachesOneServerOnly) {
   Succeed();
   ASSERT_TRUE(Run());
@@ -148,6 +153,7 @@ TEST_P(EachGroupCommand, ReachesOneServerOnly) {
   }
 }
 
+// When all servers refuse, a group command fails with the last one's code.
 TEST_P(EachGroupCommand, FailsWithTheLastServersCodeWhenAllRefuse) {
   Attempt(ErrorCode(607));
   Attempt(ErrorCode(618));
@@ -155,6 +161,7 @@ TEST_P(EachGroupCommand, FailsWithTheLastServersCodeWhenAllRefuse) {
   EXPECT_EQ(Error(), "618 Read-only State");
 }
 
+// A success leaves the failure of a server before recorded.
 TEST_P(EachGroupCommand, KeepsTheFirstServersFailureWhenTheSecondSucceeds) {
   Attempt(Status(503));
   Succeed();
@@ -162,6 +169,7 @@ TEST_P(EachGroupCommand, KeepsTheFirstServersFailureWhenTheSecondSucceeds) {
   EXPECT_EQ(Error(), "HTTP 503");
 }
 
+// A group command goes on to the next server when a probe fails.
 TEST_P(EachGroupCommand, GoesOnWhenAProbeFails) {
   http.Then(NoExchange("down"));
   Succeed();
@@ -169,6 +177,7 @@ TEST_P(EachGroupCommand, GoesOnWhenAProbeFails) {
   EXPECT_EQ(Error(), "Could not connect to key server: down");
 }
 
+// A group command ends at once when its token cannot be fetched.
 TEST_P(EachGroupCommand, StopsAtOnceWithoutAToken) {
   http.Then(Alive()).Then(Status(403));
   EXPECT_FALSE(Run());
@@ -176,6 +185,7 @@ TEST_P(EachGroupCommand, StopsAtOnceWithoutAToken) {
   EXPECT_EQ(http.GetRequestCount(), 2U);
 }
 
+// A group command needs the answer type of its own.
 TEST_P(EachGroupCommand, NeedsTheAnswerOfItsOwnType) {
   AttemptAnsweredBy("getKeyResponse");
   AttemptAnsweredBy(GetParam().request);
@@ -183,6 +193,7 @@ TEST_P(EachGroupCommand, NeedsTheAnswerOfItsOwnType) {
   EXPECT_EQ(Error(), "Unexpected response type " + std::string(GetParam().request));
 }
 
+// A group command needs a payload in the answer.
 TEST_P(EachGroupCommand, NeedsAPayloadInTheAnswer) {
   Attempt(Payload("{}"));
   Attempt(TestSupport::Json(""));

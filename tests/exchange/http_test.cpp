@@ -1,3 +1,5 @@
+#include <cstddef>
+#include <cstring>
 #include <stdexcept>
 
 #include "tests/support/clienttest.h"
@@ -23,6 +25,13 @@ using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::TraceRecorder;
 
+static_assert(offsetof(HttpOptions, useTimeouts) < offsetof(HttpOptions, timeouts) &&
+              offsetof(HttpOptions, timeouts) < offsetof(HttpOptions, reserved));
+static_assert(offsetof(HttpResponse, headers) < offsetof(HttpResponse, body) &&
+              offsetof(HttpResponse, body) < offsetof(HttpResponse, targetFile) &&
+              offsetof(HttpResponse, targetFile) < offsetof(HttpResponse, status) &&
+              offsetof(HttpResponse, status) < offsetof(HttpResponse, errorText));
+
 class Http : public TestSupport::ClientTest {
  protected:
   static constexpr const char* kUrl = "https://server.example/path";
@@ -35,10 +44,10 @@ class Http : public TestSupport::ClientTest {
   }
 };
 
+// Method, URL, headers, body and options reach the transport as they are.
 TEST_F(Http, PassesEverythingOnUnchanged) {
   http.Then(Json("answer"));
   HttpResponse response;
-  response.targetFile = "";
   ASSERT_TRUE(Request(response));
   const RecordedRequest request = http.GetRequest(0);
   EXPECT_EQ(request.method, "PATCH");
@@ -51,6 +60,7 @@ TEST_F(Http, PassesEverythingOnUnchanged) {
   EXPECT_EQ(response.status, 200U);
 }
 
+// An exception of the transport is a failed exchange and goes no further.
 TEST_F(Http, TransportThatThrowsIsAFailedExchange) {
   http.Then([](const RecordedRequest&) -> HttpAnswer { throw std::runtime_error("not allowed"); });
   HttpResponse response;
@@ -72,6 +82,27 @@ TEST_F(Http, FailsWithoutAServiceAndTracesMethodAndUrl) {
   EXPECT_EQ(Str(body), "kept");
 }
 
+TEST_F(Http, FailsInEachOperationWithoutAService) {
+  const ScratchDirectory scratch;
+  CryptClient alone(nullptr, kService, "", kRoom);
+  CryptClientTestPeer alonePeer(alone);
+  AnsiStr text;
+  KVMap object;
+  const auto expectNoService = [&](bool done, const char* operation) {
+    EXPECT_FALSE(done) << operation;
+    EXPECT_EQ(Str(alone.GetErrorMessage()), "No HTTP service") << operation;
+    alonePeer.SetError("");
+  };
+  expectNoService(alonePeer.HttpGet(kUrl, KVMap(), text), "get");
+  expectNoService(alonePeer.HttpGet(kUrl, KVMap(), text, 5), "get with a timeout");
+  expectNoService(alonePeer.HttpGetJSON(kUrl, KVMap(), object), "get an object");
+  expectNoService(alonePeer.HttpPost(kUrl, "", KVMap(), text), "post");
+  expectNoService(alonePeer.HttpPost(kUrl, "", KVMap(), scratch.File("answer")), "post to a file");
+  expectNoService(alonePeer.HttpPostJSON(kUrl, KVMap(), KVMap(), object), "post an object");
+  expectNoService(alonePeer.HttpPostToFile(kUrl, KVMap(), KVMap(), "answer"), "post an object to a file");
+}
+
+// A negative result records the transport's text and keeps the headers of the last exchange.
 TEST_F(Http, RecordsTheServicesTextWhenThereWasNoExchange) {
   peer.responseHeaders = Map(R"({"old":"1"})");
   const TraceRecorder traces;
@@ -92,6 +123,7 @@ TEST_F(Http, TakesAPositiveResultForAnExchange) {
   EXPECT_TRUE(Request(response));
 }
 
+// Any status but 200 is the failure "HTTP %ld", and the body is dropped.
 TEST_F(Http, CountsNothingButStatus200AsSuccess) {
   const struct {
     std::uint32_t status;
@@ -108,6 +140,27 @@ TEST_F(Http, CountsNothingButStatus200AsSuccess) {
     EXPECT_EQ(Error(), "HTTP " + std::to_string(row.status)) << row.reason;
     EXPECT_EQ(Str(body), "kept") << row.reason;
   }
+}
+
+// Status 204 is the failure "HTTP 204" and no empty success, for a request that may have an empty answer too.
+TEST_F(Http, TakesNoContentForAFailure) {
+  http.Then(Status(204)).Then(Status(204));
+  AnsiStr body("kept");
+  EXPECT_FALSE(peer.HttpGet(kUrl, KVMap(), body));
+  EXPECT_EQ(Error(), "HTTP 204");
+  EXPECT_EQ(Str(body), "kept");
+  KVMap object = Map(R"({"old":"1"})");
+  EXPECT_FALSE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));
+  EXPECT_EQ(JsonText(object), R"({"old":"1"})");
+}
+
+TEST_F(Http, TracesMethodAndUrlOfARequestWithABadStatus) {
+  const TraceRecorder traces;
+  http.Then(Status(503));
+  HttpResponse response;
+  EXPECT_FALSE(Request(response));
+  EXPECT_THAT(traces.GetTexts(4),
+              ElementsAre("CryptClient: PATCH https://server.example/path", "CryptClient: Error: HTTP 503"));
 }
 
 TEST_F(Http, KeepsTheHeadersOfTheLastGoodExchangeAfterABadStatus) {
@@ -138,6 +191,7 @@ TEST_F(Http, TracesNoRequestLineForAFailedExchange) {
   EXPECT_THAT(traces.GetTexts(1), IsEmpty());
 }
 
+// The headers of a good exchange replace the old ones, under lower-case names.
 TEST_F(Http, KeepsResponseHeadersUnderLowerCaseNames) {
   peer.responseHeaders = Map(R"({"old":"1"})");
   HttpAnswer answer = Json("");
@@ -148,6 +202,7 @@ TEST_F(Http, KeepsResponseHeadersUnderLowerCaseNames) {
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"date":"D","x-sec-status":"601","plain":"Value"})");
 }
 
+// Of two headers whose names differ in case alone the later one is kept.
 TEST_F(Http, LetsTheLaterOfTwoHeadersWinThatDifferInCase) {
   HttpAnswer answer = Json("");
   answer.headers = {{"DATE", "first"}, {"Other", "o"}, {"Date", "second"}};
@@ -166,6 +221,7 @@ TEST_F(Http, LeavesTheNamesInTheResponseAsTheServerSentThem) {
   EXPECT_EQ(JsonText(response.headers), R"({"DATE":"x"})");
 }
 
+// A GET has no body, no target file and no timeouts.
 TEST_F(Http, GetsWithoutBodyAndTimeouts) {
   http.Then(Json("answer"));
   AnsiStr body("old");
@@ -182,6 +238,7 @@ TEST_F(Http, GetsWithoutBodyAndTimeouts) {
   EXPECT_EQ(request.options.reserved, 0U);
 }
 
+// A GET with a timeout gives it to all three phases.
 TEST_F(Http, GivesAllThreeTimeoutsTheSameValue) {
   http.Then(Json(""));
   AnsiStr body;
@@ -192,6 +249,7 @@ TEST_F(Http, GivesAllThreeTimeoutsTheSameValue) {
   EXPECT_EQ(request.options.reserved, 0U);
 }
 
+// A timeout of 0 is none.
 TEST_F(Http, TreatsATimeoutOfZeroAsNone) {
   http.Then(Json(""));
   AnsiStr body;
@@ -206,6 +264,7 @@ TEST_F(Http, KeepsTheCallersTextWhenAGetWithTimeoutFails) {
   EXPECT_EQ(Str(body), "kept");
 }
 
+// A POST carries its body as "text/json".
 TEST_F(Http, PostsTheBodyAsTextJson) {
   http.Then(Json("answer"));
   AnsiStr answer("old");
@@ -222,6 +281,7 @@ TEST_F(Http, PostsTheBodyAsTextJson) {
   EXPECT_EQ(request.targetFile, "");
 }
 
+// A POST replaces the caller's "Content-Type", and the caller's map keeps its own.
 TEST_F(Http, ReplacesAContentTypeWithoutTouchingTheCallersMap) {
   http.Then(Json(""));
   const KVMap headers = Map(R"({"Content-Type":"text/plain"})");
@@ -240,6 +300,7 @@ TEST_F(Http, KeepsTheCallersTextWhenAPostFails) {
   EXPECT_EQ(Error(), "HTTP 500");
 }
 
+// A POST may name a file that the transport stores the answer in.
 TEST_F(Http, PostsForABodyThatGoesToAFile) {
   const ScratchDirectory scratch;
   http.Then(Json("to disk"));
@@ -264,11 +325,69 @@ TEST_F(Http, ReportsAFailedPostToAFile) {
   EXPECT_EQ(Error(), "HTTP 302");
 }
 
+/// Answers each request with one body, which it shares.
+class SharingHttp final : public ICryptClientHttp {
+ public:
+  void* QueryInterface(const char*) override { return nullptr; }
+  std::uint32_t AddRef() override { return 1; }
+  std::uint32_t Release() override { return 1; }
+  std::int32_t SendRequest(const AnsiStr& method, const AnsiStr&, const KVMap&, const AnsiStr&,
+                           const HttpOptions&, HttpResponse& response) override {
+    methods += Str(method) + ";";
+    if (response.headers.IsEmpty() && response.body.IsEmpty() && response.errorText.IsEmpty())
+      ++emptyResponses;
+    if (!response.targetFile.IsEmpty()) ++targetFiles;
+    response.body = body;
+    response.errorText = "left over";
+    response.status = 200;
+    return 0;
+  }
+
+  AnsiStr body{"a body that is shared"};
+  std::string methods;
+  int emptyResponses = 0;
+  int targetFiles = 0;
+};
+
+// Each exchange gets a response that is empty but for the target file of a post that goes to one.
+TEST_F(Http, PresentsAnEmptyResponseToEachExchange) {
+  const ScratchDirectory scratch;
+  SharingHttp sharing;
+  CryptClient other(&sharing, kService, "", kRoom);
+  CryptClientTestPeer otherPeer(other);
+  AnsiStr text;
+  ASSERT_TRUE(otherPeer.HttpGet(kUrl, KVMap(), text));
+  ASSERT_TRUE(otherPeer.HttpGet(kUrl, KVMap(), text, 5));
+  ASSERT_TRUE(otherPeer.HttpPost(kUrl, "", KVMap(), text));
+  EXPECT_EQ(sharing.targetFiles, 0);
+  ASSERT_TRUE(otherPeer.HttpPost(kUrl, "", KVMap(), scratch.File("answer")));
+  EXPECT_EQ(sharing.targetFiles, 1);
+  EXPECT_EQ(sharing.emptyResponses, 4);
+}
+
 TEST_F(Http, SharesTheResponseBodyInsteadOfCopyingIt) {
-  http.Then(Json("a body that is shared"));
-  AnsiStr body;
-  ASSERT_TRUE(peer.HttpGet(kUrl, KVMap(), body));
-  EXPECT_EQ(body.GetImp()->refCount, 1U);
+  SharingHttp sharing;
+  CryptClient other(&sharing, kService, "", kRoom);
+  AnsiStr got;
+  AnsiStr posted;
+  ASSERT_TRUE(CryptClientTestPeer(other).HttpGet(kUrl, KVMap(), got));
+  ASSERT_TRUE(CryptClientTestPeer(other).HttpPost(kUrl, "", KVMap(), posted));
+  EXPECT_EQ(got.GetImp(), sharing.body.GetImp());
+  EXPECT_EQ(posted.GetImp(), sharing.body.GetImp());
+}
+
+// A transport is a table of four operations: one that is never called, AddRef, Release and SendRequest.
+TEST_F(Http, SendsByTheFourthOperationOfTheTransportsTable) {
+  SharingHttp sharing;
+  ICryptClientHttp* const transport = &sharing;
+  using Send = std::int32_t (*)(ICryptClientHttp*, const AnsiStr&, const AnsiStr&, const KVMap&,
+                                const AnsiStr&, const HttpOptions&, HttpResponse&);
+  void* const* table = nullptr;
+  std::memcpy(&table, static_cast<const void*>(transport), sizeof table);
+  HttpResponse response;
+  EXPECT_EQ(reinterpret_cast<Send>(table[3])(transport, "PUT", "", {}, "", {}, response), 0);
+  EXPECT_EQ(response.status, 200U);
+  EXPECT_EQ(sharing.methods, "PUT;");
 }
 
 }  // namespace

@@ -36,6 +36,7 @@ TEST_F(HttpJSON, GetsAndParsesAnObject) {
   EXPECT_THAT(http.GetLines(), ElementsAre("GET https://server.example/json"));
 }
 
+// An empty answer to a GET goes to the parser, which refuses it.
 TEST_F(HttpJSON, LetsTheParserJudgeAnEmptyAnswerToAGet) {
   http.Then(Json(""));
   EXPECT_FALSE(peer.HttpGetJSON(kUrl, KVMap(), object));
@@ -57,6 +58,7 @@ TEST_F(HttpJSON, PostsAnObjectAndParsesTheAnswer) {
   EXPECT_EQ(JsonText(object), R"({"answer":true})");
 }
 
+// An empty answer to a POST is an empty object and a success.
 TEST_F(HttpJSON, TakesAnEmptyAnswerToAPostForAnEmptyObject) {
   http.Then(Json(""));
   ASSERT_TRUE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));
@@ -76,6 +78,7 @@ TEST_F(HttpJSON, KeepsTheObjectWhenAPostFails) {
   EXPECT_EQ(JsonText(object), R"({"old":"content"})");
 }
 
+// An object that has no JSON form fails with "Could not convert object to JSON: ", and nothing is sent.
 TEST_F(HttpJSON, SendsNothingThatIsNoJSON) {
   KVMap request;
   request.Set("name", Ansi("\xFF"));
@@ -89,9 +92,10 @@ TEST_F(HttpJSON, NamesTheReasonWhenAnObjectIsNoJSON) {
   request.Set("name", Ansi("\xFF"));
   AnsiStr text;
   EXPECT_FALSE(peer.CreateRequestJSON(request, text));
-  EXPECT_GT(Error().size(), std::string("Could not convert object to JSON: ").size());
+  EXPECT_EQ(Error(), "Could not convert object to JSON: A text is not valid UTF-8");
 }
 
+// An answer that is no JSON fails; the caller's object stays, the headers are the new ones.
 TEST_F(HttpJSON, RefusesAnAnswerThatIsNoJSONButKeepsItsHeaders) {
   HttpAnswer answer = Json("<html>");
   answer.headers = {{"Date", "today"}};
@@ -102,6 +106,7 @@ TEST_F(HttpJSON, RefusesAnAnswerThatIsNoJSONButKeepsItsHeaders) {
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"date":"today"})");
 }
 
+// The message of a bad answer quotes nothing of it, so no per-cent sign is formatted.
 TEST_F(HttpJSON, LetsNoServerTextIntoTheMessageOfABadAnswer) {
   http.Then(Json("%s%n%s%n"));
   EXPECT_FALSE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));
@@ -109,6 +114,7 @@ TEST_F(HttpJSON, LetsNoServerTextIntoTheMessageOfABadAnswer) {
   EXPECT_EQ(Error().find('%'), std::string::npos);
 }
 
+// An answer that goes to a file is not parsed.
 TEST_F(HttpJSON, LeavesAnAnswerThatGoesToAFileUnparsed) {
   const ScratchDirectory scratch;
   const std::string path = scratch.Path("answer").string();
@@ -124,8 +130,10 @@ TEST_F(HttpJSON, SendsNothingToAFileThatIsNoJSON) {
   request.Set("name", Ansi("\xFF"));
   EXPECT_FALSE(peer.HttpPostToFile(kUrl, request, KVMap(), "file"));
   EXPECT_THAT(Error(), StartsWith("Could not convert object to JSON: "));
+  EXPECT_EQ(http.GetRequestCount(), 0U);
 }
 
+// An answer that is JSON but no object is reported and counts as an empty one.
 TEST_F(HttpJSON, TakesAnAnswerOfAnotherKindForAnEmptyObject) {
   for (const char* body : {"[1]", "7", "\"text\"", "true", "null"}) {
     const TraceRecorder traces;
@@ -136,6 +144,7 @@ TEST_F(HttpJSON, TakesAnAnswerOfAnotherKindForAnEmptyObject) {
   }
 }
 
+// Each line of a request is traced with its number, unmasked, at level 2.
 TEST_F(HttpJSON, TracesARequestLineByLine) {
   const TraceRecorder traces;
   http.Then(Json(""));
@@ -144,6 +153,7 @@ TEST_F(HttpJSON, TracesARequestLineByLine) {
               ElementsAre(R"(CryptClient::HttpPost: request[00] = {"password":"secret"})"));
 }
 
+// Each line of an answer is traced with its number, unmasked, at level 2.
 TEST_F(HttpJSON, TracesAnAnswerLineByLine) {
   const TraceRecorder traces;
   ASSERT_TRUE(peer.ParseResponseJSON("{\n\"a\":1\r\n}", object));
@@ -159,10 +169,12 @@ TEST_F(HttpJSON, TracesABadAnswerAfterItsError) {
   const auto events = traces.GetEvents();
   ASSERT_EQ(events.size(), 3U);
   EXPECT_EQ(events[0].level, 4U);
+  EXPECT_THAT(events[0].text, StartsWith("CryptClient: Error: Could not parse response: "));
   EXPECT_EQ(events[1].text, "CryptClient::ParseResponseJSON: response[00] = {");
   EXPECT_EQ(events[2].text, "CryptClient::ParseResponseJSON: response[01] = ?");
 }
 
+// The number of a traced line grows beyond two digits.
 TEST_F(HttpJSON, LetsTheIndexOfALineGrowBeyondTwoDigits) {
   const TraceRecorder traces;
   std::string body = "{";
@@ -187,7 +199,7 @@ TEST_F(HttpJSON, TracesNothingForAnEmptyAnswer) {
   const TraceRecorder traces;
   http.Then(Json(""));
   ASSERT_TRUE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));
-  for (const std::string& text : traces.GetTexts(2)) EXPECT_THAT(text, StartsWith("CryptClient::HttpPost: "));
+  EXPECT_THAT(traces.GetTexts(2), ElementsAre("CryptClient::HttpPost: request[00] = {}"));
 }
 
 }  // namespace

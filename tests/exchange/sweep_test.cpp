@@ -33,6 +33,7 @@ class Sweep : public TestSupport::ClientTest {
 
 constexpr const char* kToken = "POST https://crypt.example/api/crypt/authztoken/room%201";
 
+// A command probes the server, fetches a token and posts, in this order.
 TEST_F(Sweep, ProbesFetchesATokenAndPosts) {
   http.Then(Alive()).Then(Token("t")).Then(Signed());
   ASSERT_TRUE(Run());
@@ -41,6 +42,7 @@ TEST_F(Sweep, ProbesFetchesATokenAndPosts) {
   EXPECT_EQ(Str(peer.keyServerCursor.keyServerUrl), "https://one.example");
 }
 
+// Without key servers a command fails with "Invalid key server URL" and sends nothing.
 TEST_F(Sweep, FailsWithoutServersAndWithoutAnyExchange) {
   client.SetKeyServer({});
   peer.keyServerCursor.attempts = 9;
@@ -63,6 +65,7 @@ TEST_F(Sweep, GoesOnToTheNextServerWhenADateIsMissing) {
   EXPECT_EQ(Error(), "Invalid key server time []");
 }
 
+// A token that cannot be fetched ends the command with servers still untried.
 TEST_F(Sweep, StopsAtOnceWhenTokenCannotBeFetched) {
   http.Then(Alive()).Then(Status(403));
   EXPECT_FALSE(Run());
@@ -71,6 +74,7 @@ TEST_F(Sweep, StopsAtOnceWhenTokenCannotBeFetched) {
   EXPECT_EQ(peer.keyServerCursor.attempts, 1U);
 }
 
+// An answer without a usable token ends the command with servers still untried.
 TEST_F(Sweep, StopsAtOnceWhenTheTokenIsEmpty) {
   http.Then(Alive()).Then(Token(""));
   EXPECT_FALSE(Run());
@@ -106,6 +110,7 @@ TEST_F(Sweep, GoesOnToTheNextServerWhenTheAnswerLacksAMember) {
   EXPECT_EQ(Error(), "Could not sign hash: Invalid signedHashes");
 }
 
+// When all servers failed, the message of the last attempt stands.
 TEST_F(Sweep, LeavesTheLastMessageWhenNoServerIsLeft) {
   http.Then(Alive()).Then(Token("t1")).Then(ErrorCode(607));
   http.Then(NoExchange("down"));
@@ -136,6 +141,7 @@ TEST_F(Sweep, PostsTheSameEnvelopeToEachServer) {
                      R"("algorithm":"RSA","hashesToBeSigned":[""]})"));
 }
 
+// Each command begins where the last one began, and probes a dead server there again.
 TEST_F(Sweep, BeginsAnewForEachCommandAndProbesADeadServerAgain) {
   http.Then(NoExchange("down")).Then(Alive()).Then(Token("t1")).Then(Signed());
   ASSERT_TRUE(Run());
@@ -162,6 +168,7 @@ TEST_F(Sweep, ProbesAKnownServerForEachCommandUnderCertAuth) {
   EXPECT_EQ(http.GetRequestCount(), 6U);
 }
 
+// A single server is tried once for each command wherever the base stands.
 TEST_F(Sweep, TriesTheOneServerOncePerCommandWhereverTheBaseStands) {
   *CryptClientTestPeer::GetKeyServerBase() = 0xFFFFFFFF;
   client.SetKeyServer(TestSupport::Strings({"https://only.example"}));

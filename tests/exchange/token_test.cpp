@@ -30,6 +30,7 @@ class Tokens : public TestSupport::ClientTest {
   }
 };
 
+// A crypt-service URL is base, "crypt" and escaped segments up to the first empty one.
 TEST_F(Tokens, AskAtAUrlOfEscapedSegments) {
   const struct {
     const char* base;
@@ -55,6 +56,22 @@ TEST_F(Tokens, AskAtAUrlOfEscapedSegments) {
   }
 }
 
+// A service URL that ends in a slash gets no second one before "crypt".
+TEST_F(Tokens, PutNoSecondSlashBehindAServiceUrlThatEndsInOne) {
+  CryptClient other(&http, "https://crypt.example/", "", kRoom);
+  http.Then(Token("t"));
+  ASSERT_TRUE(CryptClientTestPeer(other).FetchAuthzToken(kSign, "g", KVMap()));
+  EXPECT_EQ(http.GetRequest(0).url, "https://crypt.example/crypt/authztoken/g");
+}
+
+// The id of a token request is escaped as one segment, slashes included.
+TEST_F(Tokens, EscapeTheIdAsOneSegment) {
+  http.Then(Token("t"));
+  ASSERT_TRUE(peer.FetchAuthzToken(kSign, "a/b?c d", KVMap()));
+  EXPECT_EQ(http.GetRequest(0).url, "https://crypt.example/api/crypt/authztoken/a%2Fb%3Fc%20d");
+}
+
+// Without a service URL a token request fails with "Invalid URL" and sends nothing.
 TEST_F(Tokens, NeedAServiceUrl) {
   CryptClient other(&http, "", "", kRoom);
   CryptClientTestPeer otherPeer(other);
@@ -68,6 +85,7 @@ TEST_F(Tokens, NeedAServiceUrl) {
   EXPECT_EQ(http.GetRequestCount(), 0U);
 }
 
+// A token request names the key server in use and the operation, and has no authorization of its own.
 TEST_F(Tokens, NameServerAndOperation) {
   UseKnownServer();
   http.Then(Token("secret"));
@@ -81,6 +99,7 @@ TEST_F(Tokens, NameServerAndOperation) {
   EXPECT_EQ(Str(peer.authzToken), "secret");
 }
 
+// A token request carries the transaction, then the key, when they are not empty.
 TEST_F(Tokens, CarryTransactionAndKeyInThisOrder) {
   UseKnownServer();
   client.SetTransaction("tx-9");
@@ -91,6 +110,7 @@ TEST_F(Tokens, CarryTransactionAndKeyInThisOrder) {
             R"("key":{"type":"handle","id":"k","subId":"2"}})");
 }
 
+// An empty transaction is left out of the token request.
 TEST_F(Tokens, LeaveOutAnEmptyTransaction) {
   UseKnownServer();
   client.SetTransaction("tx-9");
@@ -101,18 +121,31 @@ TEST_F(Tokens, LeaveOutAnEmptyTransaction) {
             R"({"keyserver":"https://one.example","operation":"signRequest","key":{"id":"k"}})");
 }
 
+// An empty key is left out of the token request.
+TEST_F(Tokens, LeaveOutAnEmptyKey) {
+  UseKnownServer();
+  client.SetTransaction("tx-9");
+  http.Then(Token("t"));
+  ASSERT_TRUE(peer.FetchAuthzToken(kDeleteKey, "g", KVMap()));
+  EXPECT_EQ(http.GetRequest(0).body,
+            R"({"keyserver":"https://one.example","operation":"deleteKeyRequest","transaction":"tx-9"})");
+}
+
+// A token request without a server in use names the empty one.
 TEST_F(Tokens, NameNoServerWhenNoneIsInUse) {
   http.Then(Token("t"));
   ASSERT_TRUE(peer.FetchAuthzToken(kSign, "g", KVMap()));
   EXPECT_EQ(http.GetRequest(0).body, R"({"keyserver":"","operation":"signRequest"})");
 }
 
+// A token request with an empty id goes to the bare "authztoken".
 TEST_F(Tokens, GoToTheBareUrlForAnEmptyId) {
   http.Then(Token("t"));
   ASSERT_TRUE(peer.FetchAuthzToken(kSign, "", KVMap()));
   EXPECT_EQ(http.GetRequest(0).url, "https://crypt.example/api/crypt/authztoken");
 }
 
+// A failed token request gives "Could not get authorization token: %s" and leaves the old token.
 TEST_F(Tokens, WrapTheReasonOfAFailedExchangeAndKeepTheOldToken) {
   peer.authzToken = "old";
   http.Then(NoExchange("no route 100%s")).Then(Status(403)).Then(Json("no json"));
@@ -125,6 +158,16 @@ TEST_F(Tokens, WrapTheReasonOfAFailedExchangeAndKeepTheOldToken) {
   EXPECT_EQ(Str(peer.authzToken), "old");
 }
 
+// An answer without a body holds no token: "Invalid authorization token".
+TEST_F(Tokens, AreInvalidWhenTheAnswerHasNoBody) {
+  const TraceRecorder traces;
+  http.Then(Json(""));
+  EXPECT_FALSE(peer.FetchAuthzToken(kSign, "g", KVMap()));
+  EXPECT_EQ(Error(), "Invalid authorization token");
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
+}
+
+// A token that is missing, empty or no text is "Invalid authorization token".
 TEST_F(Tokens, AreInvalidWhenMissingEmptyOrNoText) {
   const struct {
     const char* body;
@@ -146,6 +189,7 @@ TEST_F(Tokens, AreInvalidWhenMissingEmptyOrNoText) {
   }
 }
 
+// A token that comes after a failed request is taken.
 TEST_F(Tokens, ReplaceWhatWasThereAfterAnEarlierFailure) {
   http.Then(Status(500)).Then(Json(R"({"more":1,"authztoken":"fresh"})"));
   EXPECT_FALSE(peer.FetchAuthzToken(kSign, "g", KVMap()));

@@ -446,12 +446,13 @@ TEST_F(KeyLists, AreRewrappedForNoCertificatesToo) {
                                               R"("encryptionKeys":[]})"));
 }
 
-// The client keeps nothing of an exported key.
+// The client's own fields keep nothing of an exported key.
 TEST_F(KeyLists, LeaveNoPlainKeyInTheClient) {
   First(Exported("the plain key"));
   ASSERT_TRUE(Export(R"([{"id":"1","data":"a"}])"));
-  EXPECT_EQ(Str(peer.errorMessage), "");
-  EXPECT_EQ(Str(peer.authzToken), "");
+  EXPECT_EQ(Str(peer.errorMessage) + Str(peer.authzToken) + Str(peer.transaction) + Str(peer.group), "");
+  EXPECT_EQ(TestSupport::JsonText(peer.responseHeaders), "{}");
+  EXPECT_TRUE(peer.integrityKey.id.IsEmpty() && peer.integrityKey.subId.IsEmpty());
 }
 
 }  // namespace
