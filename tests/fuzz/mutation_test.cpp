@@ -1,0 +1,49 @@
+#include "fuzz/support/mutation.h"
+
+#include <gtest/gtest.h>
+
+#include "fuzz/support/text.h"
+
+namespace Fuzz {
+namespace {
+
+Input Read(const std::string& bytes) {
+  return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
+}
+
+TEST(MutationTest, SetsTheChosenByte) {
+  const std::string bytes = InputWriter().Below(0, 4).Below(0, 7).Below(2, 65536).Byte('X').Get();
+  Input input = Read(bytes);
+  std::string text = "abcd";
+  Mutate(text, input);
+  EXPECT_EQ(text, "abXd");
+}
+
+TEST(MutationTest, TakesAnEmptyTextForEveryKindOfChange) {
+  for (std::uint32_t kind = 0; kind < 7; ++kind) {
+    const std::string bytes = InputWriter().Below(0, 4).Below(kind, 7).Byte(1).Byte(1).Text("new").Get();
+    Input input = Read(bytes);
+    std::string text;
+    Mutate(text, input);
+    EXPECT_EQ(text, kind == 4 ? "new" : "") << kind;
+  }
+}
+
+TEST(MutationTest, ReplacesAMemberDeepInside) {
+  // Into the map, to its second member; into the list, to its first element; there another value: true.
+  const std::string bytes =
+      InputWriter().Below(1, 4).Below(1, 2).Below(1, 4).Below(0, 2).Below(0, 4).Below(2, 9).Byte(1).Get();
+  Input input = Read(bytes);
+  EXPECT_EQ(JsonText(MutateJson(ParseJson(R"({"a":1,"b":["x","y"]})"), input)), R"({"a":1,"b":[true,"y"]})");
+}
+
+TEST(MutationTest, LeavesTheGivenValueAlone) {
+  const OruGuiBase::Val value = ParseJson(R"({"a":[1]})");
+  const std::string bytes = InputWriter().Below(1, 4).Below(1, 4).Below(0, 4).Below(2, 9).Byte(1).Get();
+  Input input = Read(bytes);
+  EXPECT_NE(JsonText(MutateJson(value, input)), JsonText(value));
+  EXPECT_EQ(JsonText(value), R"({"a":[1]})");
+}
+
+}  // namespace
+}  // namespace Fuzz
