@@ -1,7 +1,10 @@
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "client/cryptcli.h"
+#include "fuzz/support/dermutator.h"
 #include "fuzz/support/hostilehttp.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/mutation.h"
@@ -33,6 +36,12 @@ std::string Changed(std::string bytes, Fuzz::Input& input) {
   return bytes;
 }
 
+std::string ChangedElement(const std::string& bytes, Fuzz::Input& input) {
+  return Fuzz::ChangeElement(
+      bytes, [&](std::size_t bound) { return input.Below(static_cast<std::uint32_t>(bound)); },
+      [&](std::string content) { return Changed(std::move(content), input); });
+}
+
 // A sound envelope for the room's key around any content.
 std::string Envelope(const std::string& content) {
   const Scratch& scratch = Scratch::Get();
@@ -47,7 +56,7 @@ std::string Envelope(const std::string& content) {
 
 std::string MakeSource(Fuzz::Input& input) {
   const World& world = World::Get();
-  switch (input.Below(8)) {
+  switch (input.Below(9)) {
     case 1:
       return Choose(world.envelopes, input);
     case 2:
@@ -55,12 +64,15 @@ std::string MakeSource(Fuzz::Input& input) {
     case 3:
       return Envelope(Choose(world.contents, input));
     case 4:
-    case 5:
       return Envelope(Changed(Choose(world.contents, input), input));
+    case 5:
+      return Envelope(ChangedElement(Choose(world.contents, input), input));
     case 6:
       return Envelope(input.Text());
     case 7:
       return input.Text();
+    case 8:
+      return ChangedElement(Choose(world.envelopes, input), input);
     default:
       return world.Find(world.envelopes, "genuine");
   }

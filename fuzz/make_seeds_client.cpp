@@ -61,30 +61,41 @@ void MakeEncryptSeeds(const std::filesystem::path& root) {
 
 void MakeDecryptSeeds(const std::filesystem::path& root) {
   const SeedFolder folder(root, "client_decrypt");
+  constexpr std::uint32_t kSources = 9;
   const World& world = World::Get();
   const auto envelopes = static_cast<std::uint32_t>(world.envelopes.size());
   const auto contents = static_cast<std::uint32_t>(world.contents.size());
   InputWriter start;
-  start.Below(0, 8);
+  start.Below(0, kSources);
   folder.Add("good", start.Get());
   for (std::uint32_t i = 0; i < envelopes; ++i)
-    folder.Add("envelope-" + world.envelopes[i].name, InputWriter().Below(1, 8).Below(i, envelopes).Get());
+    folder.Add("envelope-" + world.envelopes[i].name,
+               InputWriter().Below(1, kSources).Below(i, envelopes).Get());
   for (std::uint32_t i = 0; i < contents; ++i) {
     InputWriter plainKey;
-    plainKey.Below(3, 8).Below(i, contents).Byte(6).Below(0, CountVariants("key"));
+    plainKey.Below(3, kSources).Below(i, contents).Byte(6).Below(0, CountVariants("key"));
     folder.Add("plain-key-" + world.contents[i].name, plainKey.Get());
-    folder.Add("content-" + world.contents[i].name, InputWriter().Below(3, 8).Below(i, contents).Get());
-    folder.Add("changed-" + world.contents[i].name,
-               InputWriter().Below(4, 8).Below(i, contents).Below(0, 4).Below(1, 7).Below(900, 65536).Get());
+    folder.Add("content-" + world.contents[i].name,
+               InputWriter().Below(3, kSources).Below(i, contents).Get());
+    folder.Add(
+        "changed-" + world.contents[i].name,
+        InputWriter().Below(4, kSources).Below(i, contents).Below(0, 4).Below(1, 7).Below(900, 65536).Get());
+  }
+  for (std::uint32_t kind = 0; kind < 8; ++kind) {
+    for (const std::uint32_t source : {5U, 8U}) {
+      InputWriter writer;
+      writer.Below(source, kSources).Below(4, source == 5 ? contents : envelopes).Below(kind, 12);
+      folder.Add(Name("element", source, kind), writer.Byte(9).Byte(9).Byte(0).Byte(0).Byte(3).Get());
+    }
   }
   for (const char* name : {"genuine", "foreign", "digested"}) {
     const std::string bytes = ToSegments(world.Find(world.contents, name));
-    folder.Add(std::string("segments-") + name, InputWriter().Below(6, 8).Text(bytes).Get());
+    folder.Add(std::string("segments-") + name, InputWriter().Below(6, kSources).Text(bytes).Get());
   }
   folder.Add("segments-file",
-             InputWriter().Below(7, 8).Text(ToSegments(world.Find(world.envelopes, "genuine"))).Get());
-  folder.Add("raw-content", InputWriter().Below(6, 8).Text("no message").Get());
-  folder.Add("raw-file", InputWriter().Below(7, 8).Text("no message").Get());
+             InputWriter().Below(7, kSources).Text(ToSegments(world.Find(world.envelopes, "genuine"))).Get());
+  folder.Add("raw-content", InputWriter().Below(6, kSources).Text("no message").Get());
+  folder.Add("raw-file", InputWriter().Below(7, kSources).Text("no message").Get());
   AddTreatments(folder, "treated", start, 10);
   AddVariants(folder, "unusual", start, 0, "key");
 }

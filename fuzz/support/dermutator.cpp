@@ -161,7 +161,9 @@ void ChangeForm(Node& node) {
   }
 }
 
-void Change(const Place& place, const Place& other, std::uint32_t kind) {
+using ChangeBytes = std::function<std::string(std::string)>;
+
+void Change(const Place& place, const Place& other, std::size_t kind, const ChangeBytes& change) {
   const auto at = static_cast<std::ptrdiff_t>(place.at);
   switch (kind) {
     case 0:
@@ -180,15 +182,15 @@ void Change(const Place& place, const Place& other, std::uint32_t kind) {
       ChangeForm(place.Get());
       break;
     case 5:
-      place.Get().tag = MutateBytes(place.Get().tag).substr(0, 2);
+      place.Get().tag = change(place.Get().tag).substr(0, 2);
       break;
     default:
       if (place.Get().IsConstructed()) {
         place.Get().tag.clear();
-        place.Get().body = MutateBytes(Write(place.Get().children));
+        place.Get().body = change(Write(place.Get().children));
         place.Get().children.clear();
       } else {
-        place.Get().body = MutateBytes(place.Get().body);
+        place.Get().body = change(place.Get().body);
       }
       break;
   }
@@ -196,17 +198,25 @@ void Change(const Place& place, const Place& other, std::uint32_t kind) {
 
 }  // namespace
 
-std::string MutateDer(std::string_view bytes, unsigned int seed) {
-  std::minstd_rand random(seed);
-  const auto below = [&random](std::size_t bound) { return random() % bound; };
+std::string ChangeElement(std::string_view bytes, const std::function<std::size_t(std::size_t)>& below,
+                          const std::function<std::string(std::string)>& change) {
+  constexpr std::size_t kKinds = 12;  // Most are the last: contents are most of what there is to change.
   std::string_view rest = bytes;
   std::vector<Node> nodes = Parse(rest, false, 0);
   std::vector<Place> places;
   Collect(nodes, places);
-  if (places.empty() || below(4) == 0) return MutateBytes(std::string(bytes));
-  // Primitive contents are most of what there is to change.
-  Change(places[below(places.size())], places[below(places.size())], static_cast<std::uint32_t>(below(12)));
+  if (places.empty()) return change(std::string(bytes));
+  const std::size_t kind = below(kKinds);
+  const std::size_t place = below(places.size());
+  Change(places[place], places[below(places.size())], kind, change);
   return Write(nodes);
+}
+
+std::string MutateDer(std::string_view bytes, unsigned int seed) {
+  std::minstd_rand random(seed);
+  const auto below = [&random](std::size_t bound) { return static_cast<std::size_t>(random()) % bound; };
+  if (below(4) == 0) return MutateBytes(std::string(bytes));
+  return ChangeElement(bytes, below, MutateBytes);
 }
 
 std::size_t MutateDer(std::uint8_t* data, std::size_t size, std::size_t maxSize, unsigned int seed) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -13,5 +14,10 @@ namespace Fuzz {
 std::size_t MutateDer(std::uint8_t* data, std::size_t size, std::size_t maxSize, unsigned int seed);
 /// The same for bytes by themselves.
 std::string MutateDer(std::string_view bytes, unsigned int seed);
+
+/// The change of one element of BER or DER, by choices from elsewhere: `below` gives a number below a bound,
+/// `change` another content in place of one.
+std::string ChangeElement(std::string_view bytes, const std::function<std::size_t(std::size_t)>& below,
+                          const std::function<std::string(std::string)>& change);
 
 }  // namespace Fuzz
