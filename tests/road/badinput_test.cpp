@@ -1,7 +1,7 @@
 #include <filesystem>
-#include <unistd.h>
 
 #include "tests/road/roadtest.h"
+#include "tests/support/asnobody.h"
 
 using OruGuiBase::File;
 using ::testing::HasSubstr;
@@ -9,22 +9,6 @@ namespace fs = std::filesystem;
 
 namespace TestSupport {
 namespace {
-
-constexpr uid_t kNobody = 65534;
-
-// Root may read and write anything, so what permissions forbid is tried as somebody else.
-class AsNobody {
- public:
-  AsNobody() : changed_(::geteuid() == 0 && ::seteuid(kNobody) == 0) {}
-  AsNobody(const AsNobody&) = delete;
-  AsNobody& operator=(const AsNobody&) = delete;
-  ~AsNobody() {
-    if (changed_ && ::seteuid(0) != 0) std::abort();
-  }
-
- private:
-  bool changed_;
-};
 
 class BadInput : public RoadTest {
  protected:

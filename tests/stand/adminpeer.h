@@ -1,24 +1,16 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <openssl/cms.h>
 #include <string>
 #include <vector>
 
-#include "stand/wrappedkey.h"
+#include "tests/stand/readers.h"
 #include "tests/stand/standpeer.h"
 
 namespace CryptStand {
 
 /// The stand's own group.
 inline constexpr const char* kGroup = "QOB.1.100.1";
-
-/// Someone whom keys can be wrapped for; made once for each name.
-const Identity& Reader(const std::string& name);
-/// Whether a wrapped key opens for someone who holds nothing but the identity.
-bool OpensFor(const std::string& wrapped, const Identity& reader);
-/// SHA-2 of a text.
-std::string HashOf(const std::string& text, const EVP_MD* method);
 
 /// What administers a group, step by step, on the first key server.
 class AdminTest : public StandTest {
