@@ -19,6 +19,7 @@ road:Whole roads over HTTP
 transport:The transport on libcurl
 tools:The command
 stand:The stand
+tampering:Protected files cut and changed
 vectors:Vectors of others
 interop:Other people's CMS software
 faults:Failing memory, failing system calls, kills

@@ -141,9 +141,11 @@ TEST_P(CmsSweepTest, SurvivesEachLengthReplaced) {
   ASSERT_GT(fields.size(), 10U);
   for (const LengthField& field : fields) {
     const std::uint64_t length = field.length;
-    std::vector<std::string> replacements = {Hex("80"), Hex("FF"), Hex("9F"), Hex("88FFFFFFFFFFFFFFFF")};
+    std::vector<std::string> replacements = {Hex("80"), Hex("FF"), Hex("9F"), Hex("888000000000000000"),
+                                             Hex("88FFFFFFFFFFFFFFFF")};
     for (const std::uint64_t value :
-         {std::uint64_t{0}, length - 1, length + 1, length * 2, std::uint64_t{0x7FFFFFFF},
+         {std::uint64_t{0}, std::uint64_t{1}, length - 1, length + 1, length * 2, std::uint64_t{0x7F},
+          std::uint64_t{0x80}, std::uint64_t{0x7FFFFFFF}, std::uint64_t{0x80000000},
           std::uint64_t{0xFFFFFFFF}, std::uint64_t{0x100000000} + length,
           std::uint64_t{0x7FFFFFFFFFFFFFFF}}) {
       std::uint8_t header[OruOssSec::kMostHeader];
