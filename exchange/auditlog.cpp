@@ -47,14 +47,11 @@ KVMap AuditLogEnvelopePayload(const char* type, const AnsiStr& group) noexcept {
   return payload;
 }
 
-// Copies line by line, so that a log never lies in memory. The header line goes out once, into an empty
+// A log passes through in pieces and never lies in memory. The header line goes out once, into an empty
 // target. Whether it went well is in the streams' states.
 void CopyLines(ReadStream& reader, WriteStream& writer, bool withHeader) noexcept {
-  AnsiStr line;
-  if (writer.IsError() || !reader.ReadLn(line)) return;
-  if (withHeader && !(writer.Write(line) && writer.Write('\n'))) return;
-  while (reader.ReadLn(line) && writer.Write(line) && writer.Write('\n')) {
-  }
+  if (writer.IsError()) return;
+  if (withHeader || reader.SkipLn()) reader.CopyLines(writer);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "foundation/errorstate.h"
 #include "foundation/errorstate_saver.h"
@@ -26,6 +27,25 @@ void DropBuffer(char*& buffer) {
   WipeMemory(buffer, kStreamBuffer);
   FreeParticle(kStreamBuffer, buffer);
   buffer = nullptr;
+}
+
+bool WritePiece(WriteStream& target, std::string_view piece) {
+  return target.Write(piece.data(), static_cast<std::uint32_t>(piece.size()));
+}
+
+// The piece does not end in CR.
+bool WriteWithoutReturns(WriteStream& target, std::string_view piece) {
+  std::size_t found = 0;
+  while ((found = piece.find('\r', found)) != std::string_view::npos) {
+    if (piece[found + 1] != '\n') {
+      ++found;
+      continue;
+    }
+    if (!WritePiece(target, piece.substr(0, found))) return false;
+    piece.remove_prefix(found + 1);
+    found = 0;
+  }
+  return WritePiece(target, piece);
 }
 
 bool AppendChecked(AnsiStr& text, const char* data, std::uint32_t size) {
@@ -84,6 +104,42 @@ bool ReadStream::ReadLn(AnsiStr& text) noexcept {
   return any && !IsError();
 }
 
+bool ReadStream::SkipLn() noexcept {
+  if (IsError()) return Restate();
+  bool any = false;
+  for (std::string_view piece; !(piece = TakePiece()).empty();) {
+    any = true;
+    const std::size_t found = piece.find('\n');
+    if (found == std::string_view::npos) continue;
+    position_ -= static_cast<std::uint32_t>(piece.size() - found - 1);
+    return true;
+  }
+  return any && !IsError();
+}
+
+// What the buffer holds goes over as a whole; only the CR of a CR LF is left out. A CR at the end of a piece
+// waits for what follows it.
+bool ReadStream::CopyLines(WriteStream& target) noexcept {
+  if (IsError()) return Restate();
+  bool isLineOpen = false;
+  bool isReturnHeld = false;
+  for (std::string_view piece; !(piece = TakePiece()).empty();) {
+    if (isReturnHeld && piece.front() != '\n' && !target.Write('\r')) return false;
+    isLineOpen = !piece.ends_with('\n');
+    isReturnHeld = piece.ends_with('\r');
+    if (isReturnHeld) piece.remove_suffix(1);
+    if (!WriteWithoutReturns(target, piece)) return false;
+  }
+  if (IsError() || (isReturnHeld && !target.Write('\r'))) return false;
+  return !isLineOpen || target.Write('\n');
+}
+
+std::string_view ReadStream::TakePiece() noexcept {
+  if (position_ == filled_ && !Fill()) return {};
+  const std::uint32_t start = std::exchange(position_, filled_);
+  return {buffer_ + start, filled_ - start};
+}
+
 // False at the end of the file and on failure.
 bool ReadStream::Fill() noexcept {
   const std::int64_t got = buffer_ != nullptr ? reader_.Read(buffer_, kStreamBuffer) : 0;
@@ -111,14 +167,14 @@ WriteStream::~WriteStream() {
 }
 
 bool WriteStream::Write(const AnsiStr& text) noexcept {
-  return Put(text.GetText(), text.GetLength());
+  return Write(text.GetText(), text.GetLength());
 }
 
 bool WriteStream::Write(char character) noexcept {
-  return Put(&character, 1);
+  return Write(&character, 1);
 }
 
-bool WriteStream::Put(const char* data, std::uint32_t size) noexcept {
+bool WriteStream::Write(const char* data, std::uint32_t size) noexcept {
   if (IsError()) return Restate();
   if (buffer_ == nullptr) {
     FailWith(EBADF);

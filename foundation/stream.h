@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "foundation/ansistr.h"
 #include "foundation/export.h"
@@ -90,6 +91,8 @@ class ORUGUI_EXPORT Stream {
   AnsiStr errorText_;
 };
 
+class WriteStream;
+
 /// Reads a file line by line. A line ends in LF or CR LF, which are not part of it; the last may lack its
 /// end.
 class ORUGUI_EXPORT ReadStream final : public Stream {
@@ -100,10 +103,17 @@ class ORUGUI_EXPORT ReadStream final : public Stream {
   ~ReadStream();
   /// The next line; false at the end of the file and on failure, which IsError() tells apart.
   bool ReadLn(AnsiStr& text) noexcept;
+  /// Passes over the next line, however long; false as ReadLn.
+  bool SkipLn() noexcept;
+  /// Writes the lines that are left to `target`, each ended by LF alone. Memory does not depend on their
+  /// length. False when either stream is or comes into error; IsError() tells which.
+  bool CopyLines(WriteStream& target) noexcept;
 
  private:
   bool CloseFile() noexcept override;
   bool Fill() noexcept;
+  /// What the buffer still holds of the file, taken out of it; empty at the end of the file and on failure.
+  std::string_view TakePiece() noexcept;
 
   FileReader reader_;
   char* buffer_ = nullptr;
@@ -120,10 +130,10 @@ class ORUGUI_EXPORT WriteStream final : public Stream {
   ~WriteStream();
   bool Write(const AnsiStr& text) noexcept;
   bool Write(char character) noexcept;
+  bool Write(const char* data, std::uint32_t size) noexcept;
 
  private:
   bool CloseFile() noexcept override;
-  bool Put(const char* data, std::uint32_t size) noexcept;
   bool Flush() noexcept;
 
   FileWriter writer_;
