@@ -73,6 +73,7 @@ bool Load(const Vector& row, Val& value) {
   return loaded;
 }
 
+// The texts of another package's tests are there: over fifty thousand, some eighty of them no JSON.
 TEST(JSONVectors, AreMany) {
   std::size_t refused = 0;
   for (const Vector& row : Vectors()) refused += row.accepted ? 0 : 1;
@@ -85,6 +86,7 @@ bool ExpectsAccepted(const Vector& row) {
   return difference == Differences().end() ? row.accepted : !difference->second.value.empty();
 }
 
+// Texts of another package's tests are accepted and refused as there, but for a table of differences.
 TEST(JSONVectors, AreAcceptedAndRefusedAsExpected) {
   for (const Vector& row : Vectors()) {
     Val value;
@@ -92,6 +94,7 @@ TEST(JSONVectors, AreAcceptedAndRefusedAsExpected) {
   }
 }
 
+// A text of another package's tests, loaded and written again, says what that package writes.
 TEST(JSONVectors, ComeBackAsTheSameValue) {
   std::size_t compared = 0;
   for (const Vector& row : Vectors()) {
@@ -107,6 +110,7 @@ TEST(JSONVectors, ComeBackAsTheSameValue) {
   EXPECT_GT(compared, 50000U);
 }
 
+// No row of the table of differences is out of date.
 TEST(JSONVectors, EachDifferenceIsStillOne) {
   std::map<std::string, const Vector*> rows;
   for (const Vector& row : Vectors()) rows[row.text] = &row;

@@ -107,6 +107,7 @@ class Pkits : public testing::TestWithParam<Case> {
   }
 };
 
+// A chain of NIST's suite is accepted or refused as the suite expects, and for the reason in the table.
 TEST_P(Pkits, PathAloneIsJudgedAsExpected) {
   const Case& row = GetParam();
   std::string text = ReadPem("TrustAnchorRootCertificate");
@@ -130,10 +131,12 @@ const CertStore& AllAuthorities() {
   return store;
 }
 
+// The way from an end entity to the anchor is found among all authorities of NIST's suite.
 TEST_P(Pkits, PathAmongAllAuthoritiesIsJudgedAsExpected) {
   EXPECT_EQ(Judge(AllAuthorities(), GetParam()) == "ok", GetParam().reason.empty());
 }
 
+// A chain without its self-signed root is refused, whatever else the store holds.
 TEST_P(Pkits, WithoutItsAnchorNoPathHolds) {
   const Case& row = GetParam();
   std::string text;
@@ -167,7 +170,7 @@ std::string ReadMail(const std::string& name) {
   return der;
 }
 
-// The same judgement of a message's signer: what lies between it and the anchor comes with the message.
+// The signer of a mail of NIST's suite is judged the same, over the certificates that come with the message.
 TEST_P(Pkits, SignedMailIsJudgedAsExpected) {
   const Case& row = GetParam();
   const std::string der = ReadMail(row.name);
