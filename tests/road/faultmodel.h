@@ -1,0 +1,62 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "stand/faults.h"
+
+// What faults of key servers have to make of an operation, worked out by the rules of the sweep alone.
+// Nothing here calls the library.
+namespace TestSupport {
+
+enum class Operation { Sign, Decrypt, ConfigGroup, AuditLog };
+
+/// What a fault makes of the visit to a key server.
+enum class Visit {
+  Answers,      ///< The command is answered as if nothing were wrong.
+  AnswersLess,  ///< An audit log without any line, which is a log all the same.
+  Misleads,     ///< The answer passes, and what the operation does with it fails.
+  Refuses,      ///< The command is sent, and its answer leads to the next server.
+  Unreachable,  ///< The probe fails; no token is fetched and no command is sent.
+};
+
+struct Effect {
+  Visit visit = Visit::Answers;
+  /// The message that is recorded.
+  const char* message = "";
+  /// Whether that is all of it, and not its beginning.
+  bool isWhole = true;
+};
+
+/// One way in which a key server goes wrong.
+struct FaultRow {
+  const char* name;
+  CryptStand::Fault fault;
+  /// Whether the fault strikes the probe; otherwise it strikes the command.
+  bool onProbe = false;
+  /// By operation.
+  Effect effects[4];
+
+  const Effect& On(Operation operation) const { return effects[static_cast<int>(operation)]; }
+  /// The fault as it is set for the command of this request type.
+  CryptStand::Fault For(const char* command) const;
+};
+
+/// Each kind of fault, and those of the probe.
+const std::vector<FaultRow>& GetFaultRows();
+
+/// What an operation comes to.
+struct Outcome {
+  bool done = false;
+  std::string message;
+  bool isWhole = true;
+  /// The key servers that get the command, in the order of their visits.
+  std::vector<int> visits;
+  /// The key servers that give lines of an audit log.
+  std::vector<int> logs;
+};
+
+/// The outcome with these key servers, visited from the first on; null stands for a server without a fault.
+Outcome Predict(Operation operation, const std::vector<const FaultRow*>& servers);
+
+}  // namespace TestSupport
