@@ -1,9 +1,12 @@
 #include "tests/road/roadtest.h"
+#include "tests/support/testpeer.h"
 
 using CryptStand::Fault;
 using CryptStand::FaultKind;
 using CryptStand::kCryptService;
+using OruKalvix::CryptClientTestPeer;
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 namespace TestSupport {
 namespace {
@@ -30,14 +33,28 @@ TEST_F(Failover, AllServersDownTellsThatTheLastCouldNotBeReached) {
   EXPECT_FALSE(scratch.Exists("secret"));
 }
 
-TEST_F(Failover, ServerThatDiesBetweenTwoCommandsOfOneClientIsLeft) {
+// A client that knows a server does not probe it again: that it has died shows in the exchange itself.
+TEST_F(Failover, ServerThatDiesBetweenTwoFilesOfOneClientIsLeft) {
+  *CryptClientTestPeer::GetKeyServerBase() = 0;
+  OruKalvix::CryptClient client(http.get(), Ansi(stand.GetServiceUrl()), "", kRoom);
+  const OruGuiBase::File plain = scratch.Make("plain", "bytes");
+  ASSERT_TRUE(client.Encrypt(plain, scratch.File("first"), keyErrorFlag)) << client.GetErrorMessage().View();
+  SetFault(0, {.kind = FaultKind::Down});
+  stand.ClearEvents();
+  ASSERT_TRUE(client.Encrypt(plain, scratch.File("secret"), keyErrorFlag)) << client.GetErrorMessage().View();
+  EXPECT_THAT(Str(client.GetErrorMessage()), StartsWith("Could not connect to 127.0.0.1:"));
+  EXPECT_EQ(CountRequests("status"), 1U);  // Of the second server.
+  ExpectComesBack("bytes");
+}
+
+TEST_F(Failover, SweepEndsWithTheLastServerWhenEachCutsItsAnswer) {
   Protect("bytes");
   for (int server = 0; server < 3; ++server) {
     SetFault(server, {.kind = FaultKind::Cut, .operation = "signRequest", .uses = 1});
   }
-  // Each server cuts one answer, so a fourth attempt does not exist: the sweep ends with the third.
+  // Each server cuts one answer, and would give a good one to a fourth attempt, which does not exist.
   EXPECT_FALSE(Encrypt("plain", "secret2"));
-  EXPECT_THAT(lastError, HasSubstr("Could not sign file: "));
+  EXPECT_THAT(lastError, StartsWith("Could not sign file: Got no whole answer from 127.0.0.1:"));
   EXPECT_TRUE(Encrypt("plain", "secret2")) << lastError;
 }
 
@@ -52,8 +69,10 @@ TEST_F(Failover, TokenThatCannotBeFetchedEndsTheCommandWithServersUntried) {
 
 TEST_F(Failover, SlowServerIsLeftWhenTheProbeTakesTooLong) {
   stand.GetSettings().SetStatusTimeout("1");
-  SetFault(0, {.kind = FaultKind::Slow, .operation = "status", .number = 1500});
+  SetFault(0, {.kind = FaultKind::Slow, .operation = "status", .uses = 1, .number = 1500});
+  *CryptClientTestPeer::GetKeyServerBase() = 0;
   Protect("bytes");
+  EXPECT_THAT(lastError, StartsWith("Could not connect to key server: "));
   ExpectComesBack("bytes");
 }
 
@@ -74,15 +93,26 @@ struct Case {
 
 class KeyServerFault : public RoadTest, public ::testing::WithParamInterface<Case> {};
 
+// A fault of the server where a client begins is passed over, and leaves its message beside the success.
 TEST_P(KeyServerFault, OfOneServerIsPassedOver) {
   for (int server = 0; server < 3; ++server) {
     ASSERT_TRUE(stand.ClearFaults((server + 2) % 3));
     SetFault(server, GetParam().fault);
-    Protect("bytes");
-    ExpectComesBack("bytes");
+    // A key is made once for a room, and is costly to make.
+    const bool isOfMaking = GetParam().fault.operation == "generateWrappedKeyRequest";
+    const std::string room = isOfMaking ? "room " + std::to_string(server) : kRoom;
+    ASSERT_TRUE(stand.AddRoom(room));
+    *CryptClientTestPeer::GetKeyServerBase() = static_cast<std::uint32_t>(server);
+    Protect("bytes", room);
+    *CryptClientTestPeer::GetKeyServerBase() = static_cast<std::uint32_t>(server);
+    const Opened opened = Decrypt("secret", "opened", room);
+    EXPECT_TRUE(opened.isVerified) << opened.error;
+    EXPECT_EQ(scratch.Read("opened"), "bytes");
+    EXPECT_FALSE(lastError.empty() && opened.error.empty());
   }
 }
 
+// A fault of all key servers ends in its message.
 TEST_P(KeyServerFault, OfAllServersIsTold) {
   SetFaults(GetParam().fault);
   scratch.Make("plain", "bytes");

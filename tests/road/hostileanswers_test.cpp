@@ -71,6 +71,7 @@ std::string NameOf(const ::testing::TestParamInfo<std::tuple<Answer, const char*
 
 class HostileCryptService : public HostileAnswer {};
 
+// Whatever the crypt service answers, a file comes back right or there is a reason and nothing was delivered.
 TEST_P(HostileCryptService, IsExplainedAndLosesNothing) {
   SetFault(kCryptService, GetFault());
   ExpectGoodOrExplained();
@@ -81,6 +82,7 @@ INSTANTIATE_TEST_SUITE_P(Answers, HostileCryptService,
 
 class HostileKeyServers : public HostileAnswer {};
 
+// Whatever all key servers answer, a file comes back right or there is a reason and nothing was delivered.
 TEST_P(HostileKeyServers, AreExplainedAndLoseNothing) {
   SetFaults(GetFault());
   ExpectGoodOrExplained();
@@ -119,6 +121,7 @@ struct ListCase {
 
 class IntegrityLists : public RoadTest, public ::testing::WithParamInterface<ListCase> {};
 
+// What the crypt service lists decides on the proof of origin, never on the delivery.
 TEST_P(IntegrityLists, DecideOnTheProofAlone) {
   Protect("bytes");
   stand.GetSettings().SetIntegrityList(GetParam().list);

@@ -39,6 +39,19 @@ TEST_F(Road, SecondFileUsesTheKeyThatTheRoomHas) {
   ExpectComesBack("second");
 }
 
+TEST_F(Road, KeyThatWasMadeForAFileStaysWhenTheFileFails) {
+  SetFaults({.kind = CryptStand::FaultKind::ErrorCode, .operation = "signRequest", .number = 607});
+  scratch.Make("plain", "bytes");
+  EXPECT_FALSE(Encrypt("plain", "secret"));
+  EXPECT_EQ(lastError, "Could not sign file: 607 Key Not Found");
+  EXPECT_EQ(CountRequests("newkey"), 1U);
+  for (int server = 0; server < 3; ++server) ASSERT_TRUE(stand.ClearFaults(server));
+  stand.ClearEvents();
+  Protect("bytes");
+  EXPECT_EQ(CountRequests("generateWrappedKeyRequest"), 0U);
+  ExpectComesBack("bytes");
+}
+
 TEST_F(Road, EmptyFileComesBack) {
   Protect("");
   ExpectComesBack("");
@@ -46,6 +59,7 @@ TEST_F(Road, EmptyFileComesBack) {
 
 class RoadSizes : public RoadTest, public ::testing::WithParamInterface<std::size_t> {};
 
+// A file of each size around block and buffer comes back with its origin proven.
 TEST_P(RoadSizes, FileComesBack) {
   const std::string bytes = RandomBytes(GetParam());
   Protect(bytes);
@@ -119,6 +133,7 @@ TEST_F(Road, KnownServerIsProbedOncePerClient) {
 class UnprovableKey : public RoadTest,
                       public ::testing::WithParamInterface<std::pair<RoomCertificate, const char*>> {};
 
+// A room key that cannot be proven is replaced, and the reason stays recorded beside the success.
 TEST_P(UnprovableKey, IsReplacedAndTheReasonStaysRecorded) {
   Protect("first");
   ASSERT_TRUE(stand.SetRoomCertificate(kRoom, GetParam().first));

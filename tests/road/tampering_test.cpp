@@ -16,6 +16,7 @@ class Tampering : public RoadTest {
     Protect(kBytes);
     ASSERT_TRUE(stand.SetRoomOptions(kRoom, CryptStand::RoomOptions{.plainKey = true}));
     secret = scratch.Read("secret");
+    ASSERT_TRUE(Decrypt("secret", "opened").isVerified);  // Unchanged, the file is proven.
   }
 
   // A changed file yields a proven origin with the true bytes alone.
