@@ -31,6 +31,7 @@ constexpr const char* kNames[] = {"Sign", "Decrypt", "ConfigGroup", "AuditLog"};
 constexpr const char* kCommands[] = {"signRequest", "decryptRequest", "configGroupRequest",
                                      "getAuditLogRequest"};
 constexpr std::size_t kLogLines = 3;
+constexpr double kLongestRun = 10.0;  // seconds, for what takes some hundredths
 
 /// How many key servers there are, and which two of them go wrong.
 struct Placement {
@@ -82,6 +83,7 @@ class TwoFaults : public ::testing::TestWithParam<std::tuple<Operation, int>> {
     http = CryptClientCurl::Create({}, reason);
     ASSERT_NE(http, nullptr) << reason.View();
     for (int server = 0; server < 3; ++server) stand->GetSettings().SetGeneratedAudit(server, kLogLines);
+    stand->GetSettings().SetStatusTimeout("60");  // No probe is given up because the machine is busy.
     const ScratchDirectory files;
     bool keyErrorFlag = false;
     CryptClient client(http.get(), Ansi(stand->GetServiceUrl()), "", "demo");
@@ -200,7 +202,7 @@ class TwoFaults : public ::testing::TestWithParam<std::tuple<Operation, int>> {
     EXPECT_EQ(outcome.visits, predicted.visits);
     EXPECT_EQ(outcome.logs, predicted.logs);
     EXPECT_THAT(scratch.GetTemporaryNames(), ::testing::IsEmpty());
-    EXPECT_LT(seconds.count(), 5.0);
+    EXPECT_LT(seconds.count(), kLongestRun);
   }
 
   // Both faults at once, and none afterwards.
