@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <openssl/x509.h>
 
+#include "security/cmsmsg.h"
 #include "tests/support/messages.h"
 #include "tests/support/text.h"
 
@@ -23,6 +24,7 @@ TEST(Pki, IssuesEachCertificateByItsAuthority) {
   EXPECT_TRUE(IsIssuedBy(pki.integrity, pki.issuing));
 }
 
+// The certificates of a test program are made once.
 TEST(Pki, IsMadeOnce) {
   EXPECT_EQ(&Pki::Get(), &Pki::Get());
 }
@@ -35,6 +37,7 @@ TEST(Pki, WrapsTheInnerSigningCertificateInAMessageAroundJSON) {
             pki.innerSigning.certificate.ToBase64());
 }
 
+// A message that was made comes back through the reader of its kind, with content, signer and attributes.
 TEST(Messages, ComeBackThroughTheirReaders) {
   const Pki& pki = Pki::Get();
   SignerSpec signer{pki.integrity, {{kGroupOid, "QOB.g"}}, 1000000000, true, {}};
@@ -48,14 +51,43 @@ TEST(Messages, ComeBackThroughTheirReaders) {
   EXPECT_EQ(opened.attributes[0].second, "QOB.g");
 }
 
+// Messages can be made in each shape that the tests need, and are of the kind that they should be.
 TEST(Messages, AreMadeInEveryShape) {
+  using OruOssSec::CMSMsg;
   const Cert& room = Pki::Get().room.certificate;
-  EXPECT_NE(MakeUnsigned("text", {Pki::Get().integrity, {}, {}, true, {}}), "");
-  EXPECT_NE(MakeEnveloped("text", {}), "");
-  EXPECT_NE(MakeEnveloped("text", {room, room}), "");
-  EXPECT_NE(MakeEnvelopedByKeyId("text", room), "");
-  EXPECT_NE(MakeDigested("text"), "");
-  EXPECT_NE(MakeData("text"), "");
+  const struct {
+    std::string message;
+    CMSMsg::Type type;
+    std::uint32_t parties;  // signers or recipients
+    const char* reason;
+  } rows[] = {
+      {MakeSigned("text", {{Pki::Get().integrity, {}, {}, true, {}}}), CMSMsg::Type::SignedData, 1,
+       "a signer"},
+      {MakeUnsigned("text", {Pki::Get().integrity, {}, {}, true, {}}), CMSMsg::Type::SignedData, 0,
+       "no signer"},
+      {MakeEnveloped("text", {}), CMSMsg::Type::EnvelopedData, 0, "no recipient"},
+      {MakeEnveloped("text", {room, room}), CMSMsg::Type::EnvelopedData, 2, "two recipients"},
+      {MakeDigested("text"), CMSMsg::Type::DigestedData, 0, "a digest"},
+      {MakeData("text"), CMSMsg::Type::Data, 0, "data"},
+  };
+  for (const auto& row : rows) {
+    CMSMsg message;
+    ASSERT_TRUE(message.Load(Ansi(ToBase64(row.message)))) << row.reason;
+    EXPECT_EQ(message.GetType(), row.type) << row.reason;
+    OruGuiBase::PtrContainerQueue<OruOssSec::CMSSigner> signers;
+    OruGuiBase::PtrContainerQueue<OruOssSec::CMSKeyTransRecipient> recipients;
+    EXPECT_EQ(message.GetSigners(signers), row.type == CMSMsg::Type::SignedData) << row.reason;
+    EXPECT_EQ(message.GetRecipients(recipients), row.type == CMSMsg::Type::EnvelopedData) << row.reason;
+    EXPECT_EQ(signers.GetCount() + recipients.GetCount(), row.parties) << row.reason;
+  }
+}
+
+TEST(Messages, NameARecipientByItsKeyOnRequest) {
+  OruOssSec::CMSMsg message;
+  ASSERT_TRUE(message.Load(Ansi(ToBase64(MakeEnvelopedByKeyId("text", Pki::Get().room.certificate)))));
+  OruGuiBase::PtrContainerQueue<OruOssSec::CMSKeyTransRecipient> recipients;
+  EXPECT_EQ(message.GetType(), OruOssSec::CMSMsg::Type::EnvelopedData);
+  EXPECT_FALSE(message.GetRecipients(recipients));
 }
 
 }  // namespace
