@@ -70,7 +70,7 @@ minimise() { # target
   rm -rf "$merged"
   mkdir -p "$merged"
   cp -r "fuzz/seeds/$target/." "$merged/"
-  "build/fuzz/fuzz/${target}_fuzzer" "${flags[@]}" -merge=1 "$merged" "build/fuzz/work/$target" \
+  "build/fuzz/fuzz/${target}_fuzzer" "${flags[@]}" -set_cover_merge=1 "$merged" "build/fuzz/work/$target" \
     "fuzz/corpus/$target" >"$logs/$target.merge.log" 2>&1 || { tail -n 20 "$logs/$target.merge.log" >&2; return 1; }
   for seed in "fuzz/seeds/$target"/*; do rm -f "$merged/$(basename "$seed")"; done
   rm -rf "fuzz/corpus/$target"
