@@ -93,7 +93,11 @@ std::int64_t File::GetSize() const noexcept {
 bool File::Create() const noexcept {
   ClearLastError();
   const int handle = OpenHandle(path_, O_WRONLY | O_CREAT | O_EXCL, 0666);
-  return (handle >= 0 && CloseHandle(handle)) || FailWithErrno();
+  if (handle < 0) return FailWithErrno();
+  if (CloseHandle(handle)) return true;
+  const int reason = errno;
+  ::unlink(path_.GetText());
+  return FailWith(reason);
 }
 
 bool File::Remove(bool mayBeMissing) const noexcept {

@@ -57,7 +57,8 @@ bool ChooseModes(Movement& move) {
     move.newMode = info.st_mode & kPermissions;
     return true;
   }
-  const int mode = ModeOfNewFile(ParentOf(move.source));
+  // No name that MakeName gives begins with a dot.
+  const int mode = ModeOfNewFile(ParentOf(move.source) + "/.mode");
   if (mode >= 0) move.newMode = static_cast<mode_t>(mode);
   return mode >= 0;
 }

@@ -28,7 +28,6 @@ void CloseQuietly(int& handle) {
 }
 
 bool OpenForWriting(int& handle, const File& file, int flags) {
-  CloseQuietly(handle);
   ClearLastError();
   handle = OpenHandle(file.GetPath(), O_WRONLY | O_CREAT | O_NOCTTY | flags, kOrdinaryMode);
   return handle >= 0 || FailWithErrno();
@@ -87,14 +86,16 @@ bool FileReader::Close() noexcept {
 }
 
 FileWriter::~FileWriter() {
-  CloseQuietly(handle_);
+  DropFile();
 }
 
 bool FileWriter::Open(const File& file) noexcept {
+  DropFile();
   return OpenForWriting(handle_, file, O_TRUNC);
 }
 
 bool FileWriter::OpenAppend(const File& file) noexcept {
+  DropFile();
   return OpenForWriting(handle_, file, O_APPEND);
 }
 
@@ -124,6 +125,7 @@ bool FileWriter::Truncate(std::int64_t size) noexcept {
 }
 
 bool FileWriter::Close() noexcept {
+  if (!draft_.IsEmpty()) return FinishDraft();
   return CloseOnce(handle_);
 }
 

@@ -52,6 +52,11 @@ class ORUGUI_EXPORT FileWriter {
   /// Makes the file or empties it.
   bool Open(const File& file) noexcept;
   bool OpenAppend(const File& file) noexcept;
+  /// Begins a draft beside the file, for the owner alone, which takes the file's place and mode when Close
+  /// succeeds. Until then, and after any failure, the file is as it was. A file that cannot be replaced is
+  /// emptied and written in place instead: a link, one with several names or of another owner, one in a
+  /// directory that takes no new files, and what is no regular file.
+  bool OpenDraft(const File& file) noexcept;
   bool IsOpen() const noexcept { return handle_ >= 0; }
   /// Reserves room where the file system can, so that a full disk shows at once; true when it cannot. The
   /// size of the file does not change.
@@ -64,7 +69,13 @@ class ORUGUI_EXPORT FileWriter {
   bool Close() noexcept;
 
  private:
+  bool FinishDraft() noexcept;
+  void DropFile() noexcept;
+
   int handle_ = -1;
+  AnsiStr draft_;  ///< path of the draft under way; empty when the file is written in place
+  AnsiStr target_;
+  std::uint32_t targetMode_ = 0;
 };
 
 /// A stream with a state: once in error it stays so, with the reason in the error state at the time.

@@ -15,8 +15,6 @@ namespace {
 
 constexpr std::string_view kPrivatePrefix = "orugui-";
 constexpr std::string_view kTempEnding = ".tmp";
-// No name that MakeName gives begins with a dot.
-constexpr const char* kProbeName = ".mode";
 constexpr std::size_t kLongestName = 255;
 
 bool IsContinuationByte(char character) {
@@ -39,10 +37,6 @@ AnsiStr ShortenName(const AnsiStr& name, std::size_t limit) {
   while (length > 0 && IsContinuationByte(text[length])) --length;
   AnsiStr shortened(text.substr(0, length));
   return shortened.Append(ending);
-}
-
-AnsiStr Below(const AnsiStr& directory, const char* name) {
-  return directory + "/" + name;
 }
 
 }  // namespace
@@ -81,8 +75,7 @@ bool IsInPrivateDirectory(const AnsiStr& path) noexcept {
 }
 
 // The process's mask can only be read by changing it, which other threads would notice; a file tells it too.
-int ModeOfNewFile(const AnsiStr& directory) noexcept {
-  const AnsiStr probe = Below(directory, kProbeName);
+int ModeOfNewFile(const AnsiStr& probe) noexcept {
   const int handle = OpenHandle(probe, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
   if (handle < 0) return -1;
   struct stat info {};

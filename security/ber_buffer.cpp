@@ -21,7 +21,7 @@ BerBuffer::~BerBuffer() {
 bool BerBuffer::Reserve(std::size_t size) noexcept {
   if (size <= capacity_) return true;
   void* memory = std::realloc(data_, size);
-  if (memory == nullptr) return FailWith("Out of memory");
+  if (memory == nullptr) return FailWithoutMemory();
   data_ = static_cast<std::uint8_t*>(memory);
   capacity_ = size;
   return true;

@@ -102,7 +102,7 @@ bool BerReader::Fill(std::uint64_t offset, std::uint32_t least) noexcept {
   if (window_.IsEmpty()) {
     const std::uint64_t most = std::max<std::uint64_t>(GetSize(), kMaxHeader);
     const auto size = static_cast<std::uint32_t>(std::min<std::uint64_t>(most, OruGuiBase::kStreamBuffer));
-    if (!window_.Alloc(size)) return FailWith("Out of memory");
+    if (!window_.Alloc(size)) return FailWithoutMemory();
   }
   const std::uint32_t size = GetFillSize(offset, least);
   filled_ = 0;

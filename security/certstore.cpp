@@ -13,8 +13,6 @@ namespace {
 
 using OruGuiBase::AnsiStr;
 
-constexpr const char* kNoMemory = "Out of memory";
-
 // Certificates known by their SHA-256 digest, so that thousands of them are sorted out without comparing each
 // with each.
 class DigestSet {
@@ -39,7 +37,7 @@ bool ReadAll(const AnsiStr& text, STACK_OF(X509) * certificates) {
     if (step != TextObjectReader::Step::Object) return step == TextObjectReader::Step::End;
     CertPtr certificate(DecodeCertificate(object));
     if (certificate == nullptr) return false;
-    if (sk_X509_push(certificates, certificate.get()) == 0) return FailWith(kNoMemory);
+    if (sk_X509_push(certificates, certificate.get()) == 0) return FailWithoutMemory();
     static_cast<void>(certificate.release());
   }
 }
@@ -88,10 +86,10 @@ bool CertStore::Load(const AnsiStr& text, unsigned int* count) noexcept {
   const OpenSSLScope scope;
   if (count != nullptr) *count = 0;
   const CertStackPtr found(sk_X509_new_null());
-  if (found == nullptr) return FailWith(kNoMemory);
+  if (found == nullptr) return FailWithoutMemory();
   if (!ReadAll(text, found.get())) return false;
   CertStackPtr fresh = SelectNew(certificates_, found.get());
-  if (fresh == nullptr || !AppendAll(certificates_, std::move(fresh))) return FailWith(kNoMemory);
+  if (fresh == nullptr || !AppendAll(certificates_, std::move(fresh))) return FailWithoutMemory();
   if (count != nullptr) *count = static_cast<unsigned int>(sk_X509_num(found.get()));
   return true;
 }
@@ -102,7 +100,7 @@ bool CertStore::Add(const Certificate& certificate) noexcept {
   if (Contains(certificate)) return true;
   if (certificates_ == nullptr) certificates_ = sk_X509_new_null();
   if (certificates_ == nullptr || sk_X509_push(certificates_, certificate.Get0()) == 0) {
-    return FailWith(kNoMemory);
+    return FailWithoutMemory();
   }
   X509_up_ref(certificate.Get0());
   return true;

@@ -102,7 +102,7 @@ bool EncodeSignedAttributes(const CMS_SignerInfo* signer, BerBuffer& encoded) no
   const int count = CMS_signed_get_attr_count(signer);
   if (count <= 0) return FailWith("The signer has no signed attributes");
   const std::unique_ptr<Encoded[]> places(new (std::nothrow) Encoded[static_cast<std::size_t>(count)]);
-  if (places == nullptr) return FailWith("Out of memory");
+  if (places == nullptr) return FailWithoutMemory();
   BerBuffer all;
   for (int i = 0; i < count; ++i) {
     if (!AppendAttribute(CMS_signed_get_attr(signer, i), all, places[static_cast<std::size_t>(i)]))

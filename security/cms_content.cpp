@@ -22,8 +22,8 @@ bool CopyContent(const LoadedMessage& message, IContentSink& sink) noexcept {
 }  // namespace
 
 bool FileSink::Begin(std::uint64_t most) noexcept {
-  if (!buffer_.Alloc(kWritePiece + kSlack)) return FailWith("Out of memory");
-  return writer_.Open(target_) && writer_.Preallocate(static_cast<std::int64_t>(most));
+  if (!buffer_.Alloc(kWritePiece + kSlack)) return FailWithoutMemory();
+  return writer_.OpenDraft(target_) && writer_.Preallocate(static_cast<std::int64_t>(most));
 }
 
 bool FileSink::Commit(std::uint32_t size) noexcept {
@@ -46,7 +46,7 @@ bool FileSink::Finish() noexcept {
 bool BlobSink::Begin(std::uint64_t most) noexcept {
   if (most + 1 + kSlack > 0xFFFFFFFFU) return FailWith("The content is too large for memory");
   data_ = bytes_.Alloc(static_cast<std::uint32_t>(most + 1 + kSlack));
-  return data_ != nullptr || FailWith("Out of memory");
+  return data_ != nullptr || FailWithoutMemory();
 }
 
 bool BlobSink::Commit(std::uint32_t size) noexcept {

@@ -46,7 +46,7 @@ bool EncryptLast(EVP_CIPHER_CTX* context, CmsWriter& writer) noexcept {
 // Whole blocks at a time, just as many as fill the segment under way.
 bool EncryptAll(EVP_CIPHER_CTX* context, CmsInput& input, CmsWriter& writer) noexcept {
   WorkBuffer plain;
-  if (!plain.Alloc(kWritePiece)) return FailWith("Out of memory");
+  if (!plain.Alloc(kWritePiece)) return FailWithoutMemory();
   const auto block = static_cast<std::uint32_t>(EVP_CIPHER_CTX_get_block_size(context));
   std::uint32_t got = 0;
   do {

@@ -94,7 +94,7 @@ bool DecryptWithPrivateKey(const LoadedMessage& message, IContentSink& sink) noe
   if (EVP_PKEY_is_a(message.recipientKey.Get0(), "RSA") != 1) return FailWith(kCouldNotDecrypt);
   CMS_decrypt_set1_pkey(message.cms.get(), message.recipientKey.Get0(), message.recipient.Get0());
   BioPtr sinkBio(BIO_new(BIO_s_null()));
-  if (sinkBio == nullptr) return FailWith("Out of memory");
+  if (sinkBio == nullptr) return FailWithoutMemory();
   BIO* chain = CMS_dataInit(message.cms.get(), sinkBio.get());
   if (chain == nullptr) return FailWith(kCouldNotDecrypt);
   static_cast<void>(sinkBio.release());
@@ -122,7 +122,7 @@ bool TakeContentKey(LoadedMessage& message, const OruGuiBase::AnsiStr& text) noe
   const CipherCtxPtr context = MakeContext(message.skeleton);
   if (context == nullptr) return false;
   std::unique_ptr<ContentKey> key(new (std::nothrow) ContentKey);
-  if (key == nullptr) return FailWith("Out of memory");
+  if (key == nullptr) return FailWithoutMemory();
   key->size = ContentKey::kMost;
   if (!OruGuiBase::B64Str2Binary(text, key->bytes, key->size, "\r\n")) return false;
   if (static_cast<int>(key->size) != EVP_CIPHER_CTX_get_key_length(context.get())) {

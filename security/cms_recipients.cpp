@@ -54,7 +54,7 @@ bool TakeKey(BerWalker& walker, const BerBuffer& bytes, CMSKeyTransRecipient& re
   if (!walker.SkipOctets(kOctetString, octets)) return false;
   if (octets.length == 0) return true;
   std::uint8_t* target = recipient.encryptedKey.Alloc(static_cast<std::uint32_t>(octets.length));
-  if (target == nullptr) return FailWith("Out of memory");
+  if (target == nullptr) return FailWithoutMemory();
   ViewSource source(bytes.GetData(), bytes.GetSize());
   BerContent content(source, octets);
   BerSpan span;
@@ -92,9 +92,9 @@ bool ReadRecipients(const CmsSkeleton& skeleton,
   if (!walker.Enter(kSet)) return false;
   while (!walker.IsAtEnd()) {
     std::unique_ptr<CMSKeyTransRecipient> recipient(new (std::nothrow) CMSKeyTransRecipient);
-    if (recipient == nullptr) return FailWith("Out of memory");
+    if (recipient == nullptr) return FailWithoutMemory();
     if (!TakeRecipient(walker, bytes, *recipient)) return false;
-    if (!recipients.Append(recipient.release())) return FailWith("Out of memory");
+    if (!recipients.Append(recipient.release())) return FailWithoutMemory();
   }
   return walker.Leave() && walker.Finish();
 }

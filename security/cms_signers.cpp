@@ -65,7 +65,7 @@ bool ReadAttributes(const CMS_SignerInfo* signer, OruGuiBase::KVMap& attributes)
     AnsiStr text;
     if (!ReadValue(attribute, text)) return false;
     if (attributes.Find(oid) != attributes.GetCount()) return FailWith("A signed attribute occurs twice");
-    if (!attributes.Set(oid, text)) return FailWith("Out of memory");
+    if (!attributes.Set(oid, text)) return FailWithoutMemory();
   }
   return true;
 }
@@ -113,9 +113,9 @@ bool ReadSigners(const LoadedMessage& message, OruGuiBase::PtrContainerQueue<CMS
   const CertStackPtr certificates(CMS_get1_certs(message.cms.get()));
   for (int i = 0; i < sk_CMS_SignerInfo_num(infos); ++i) {
     std::unique_ptr<CMSSigner> signer(new (std::nothrow) CMSSigner);
-    if (signer == nullptr) return FailWith("Out of memory");
+    if (signer == nullptr) return FailWithoutMemory();
     if (!ReadSigner(sk_CMS_SignerInfo_value(infos, i), certificates.get(), *signer)) return false;
-    if (!signers.Append(signer.release())) return FailWith("Out of memory");
+    if (!signers.Append(signer.release())) return FailWithoutMemory();
   }
   return true;
 }

@@ -19,11 +19,6 @@ namespace {
 
 constexpr const char* kNothingLoaded = "No message was loaded";
 constexpr const char* kNothingCreated = "No enveloped message was created";
-constexpr const char* kOutOfMemory = "Out of memory";
-
-bool FailWithoutMemory() noexcept {
-  return FailWith(kOutOfMemory);
-}
 
 }  // namespace
 

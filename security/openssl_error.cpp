@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <openssl/err.h>
 
 #include "foundation/ansistr.h"
@@ -58,10 +59,16 @@ bool FailWith(const char* reason) noexcept {
   return false;
 }
 
+bool FailWithoutMemory() noexcept {
+  if (OruGuiBase::GetLastError() == 0) OruGuiBase::SetLastError(ENOMEM);
+  return false;
+}
+
 bool FailWithOpenSSL(const char* fallback) noexcept {
   if (OruGuiBase::GetLastError() != 0) return false;
   const QueuedError error = TakeMostUseful();
   if (error.code == 0) return FailWith(fallback);
+  if (ERR_GET_REASON(error.code) == ERR_R_MALLOC_FAILURE) return FailWithoutMemory();
   if (ERR_SYSTEM_ERROR(error.code)) {
     OruGuiBase::SetLastError(static_cast<std::uint32_t>(ERR_GET_REASON(error.code)));
   } else {

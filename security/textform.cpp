@@ -41,7 +41,7 @@ bool DecodeBase64(std::string_view text, Blob& bytes) {
   if (IsBlank(text)) return FailWith("The text holds no data");
   auto size = static_cast<std::uint32_t>(text.size() / 4 * 3 + 3);
   std::uint8_t* target = bytes.Alloc(size);
-  if (target == nullptr) return FailWith("Out of memory");
+  if (target == nullptr) return FailWithoutMemory();
   if (!OruGuiBase::B64Str2Binary(AnsiStr(text), target, size, kWhite)) return FailWith("Invalid base64 text");
   bytes.Trunc(size);
   return true;

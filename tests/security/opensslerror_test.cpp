@@ -108,7 +108,7 @@ TEST(FailWithOpenSSL, SaysThatMemoryIsOut) {
   ERR_raise(ERR_LIB_X509, X509_R_CERT_ALREADY_IN_HASH_TABLE);
   ERR_raise(ERR_LIB_X509, ERR_R_MALLOC_FAILURE);
   FailWithOpenSSL("fallback");
-  EXPECT_EQ(GetReason(), "malloc failure");
+  EXPECT_EQ(GetReason(), std::strerror(ENOMEM));
 }
 
 TEST(FailWithOpenSSL, GivesTheFallbackForAReasonWithoutWords) {
