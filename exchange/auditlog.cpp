@@ -146,20 +146,19 @@ void CryptClient::ReadAuditLogError(const File& answer) noexcept {
 }
 
 bool CryptClient::AppendAuditLog(const File& log, const File& target) noexcept {
+  const AnsiStr couldNotRead = "Could not read from " + log.GetPath();
+  const AnsiStr couldNotWrite = "Could not write to " + target.GetPath();
   ReadStream reader(log, ReadStreamMode::Text);
   if (!reader.IsError()) {
     WriteStream writer(target, WriteStreamMode::Append);
-    CopyLines(reader, writer, target.GetSize() == 0);
-    if (reader.Close()) {
-      if (writer.Close()) return true;
-      SetError("Could not write to %s: %s", target.GetPath().GetText(),
-               OruGuiBase::GetSystemErrorText().GetText());
-      return false;
-    }
+    const std::int64_t size = target.GetSize();
+    // Without it nobody knows whether the header line is there already.
+    if (size < 0 && !writer.IsError()) return FailWithSystemError(couldNotWrite.GetText());
+    CopyLines(reader, writer, size == 0);
+    if (reader.Close()) return writer.Close() || FailWithSystemError(couldNotWrite.GetText());
   }
   reader.Close();
-  SetError("Could not read from %s: %s", log.GetPath().GetText(), OruGuiBase::GetSystemErrorText().GetText());
-  return false;
+  return FailWithSystemError(couldNotRead.GetText());
 }
 
 }  // namespace OruKalvix
