@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// Every system call of the program's own objects that touches files comes by here, so that a test can count
+/// them and let one fail, come up short, or be the last.
+namespace FaultTest {
+
+enum class SystemCall : std::uint8_t {
+  Open,
+  Read,
+  PRead,
+  Write,
+  Close,
+  FStat,
+  Fallocate,
+  FTruncate,
+  Rename,
+  Unlink,
+  RmDir,
+  MkDTemp,
+  ChMod,
+  Stat,
+  LStat,
+  Count
+};
+std::string NameOf(SystemCall call);
+
+/// What happens at one call.
+struct Fault {
+  enum class Kind : std::uint8_t {
+    None,
+    Fails,   ///< with `error`; a close closes all the same
+    Short,   ///< a read or write moves one byte
+    Killed,  ///< the process ends before the call
+  };
+  Kind kind = Kind::None;
+  int error = 0;
+  /// Which one of `call`, from 1; with Kind::Killed which one of all.
+  std::uint64_t number = 0;
+  SystemCall call = SystemCall::Open;
+};
+
+/// From here on calls count from 1 and meet the fault.
+void WatchSystemCalls(const Fault& fault);
+/// Ends the watch and gives the number of calls by kind.
+std::vector<std::uint64_t> EndSystemWatch();
+
+/// While it lives calls neither count nor meet a fault.
+class Sheltered {
+ public:
+  Sheltered();
+  ~Sheltered();
+  Sheltered(const Sheltered&) = delete;
+  Sheltered& operator=(const Sheltered&) = delete;
+};
+
+}  // namespace FaultTest
