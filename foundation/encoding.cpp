@@ -119,9 +119,8 @@ std::uint32_t CheckedRoom(std::uint64_t size) {
   return static_cast<std::uint32_t>(size);
 }
 
-// Room for a text whose length is known before it is written.
+// Room for a text whose length is known before it is written, and is not 0.
 char* MakeRoom(AnsiStr& text, std::uint64_t length) {
-  if (length == 0) return nullptr;
   char* const room = text.Alloc(CheckedRoom(length));
   if (room == nullptr) DebugAbort("Could not allocate string");
   return room;
@@ -199,6 +198,7 @@ AnsiStr Binary2B64Str(const void* data, std::uint32_t size, std::uint32_t lineLe
                       const char* lineEnd) noexcept {
   const auto* const bytes = static_cast<const std::uint8_t*>(data);
   AnsiStr text;
+  if (size == 0) return text;
   char* at = MakeRoom(text, (std::uint64_t{size} + 2) / 3 * 4);
   for (std::uint32_t rest = size; rest != 0; at += 4) {
     const std::uint32_t count = rest < 3 ? rest : 3;
@@ -254,6 +254,7 @@ AnsiStr Binary2B16Str(const void* data, std::uint32_t size, bool upperCase) noex
   const auto* const bytes = static_cast<const std::uint8_t*>(data);
   const char* const digits = upperCase ? kUpperHex : kLowerHex;
   AnsiStr text;
+  if (size == 0) return text;
   char* at = MakeRoom(text, std::uint64_t{size} * 2);
   for (std::uint32_t i = 0; i < size; ++i) {
     *at++ = digits[bytes[i] >> 4];

@@ -32,8 +32,9 @@ bool ReadInto(const KVMap& body, const char* name, std::optional<T> (*read)(cons
               T& target) {
   if (body.Find(name) >= body.GetCount()) return true;
   auto value = read(body, name);
-  if (value.has_value()) target = *std::move(value);
-  return value.has_value();
+  if (!value.has_value()) return false;
+  target = *std::move(value);
+  return true;
 }
 
 bool IsCount(std::int64_t number) {
