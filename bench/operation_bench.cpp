@@ -8,24 +8,21 @@
 // what else the machine does.
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <sys/resource.h>
-#include <thread>
-#include <time.h>
 #include <vector>
 
 #include "bench/allocations.h"
 #include "bench/operations.h"
+#include "bench/parallel.h"
 #include "bench/process.h"
 
 using Bench::Case;
 using Bench::Median;
 using Bench::Operation;
+using Bench::Work;
 
 namespace {
 
@@ -35,19 +32,6 @@ struct Options {
   Case only{"", 0};
   unsigned times = 1;
 };
-
-double ThreadCpuSeconds() {
-  timespec time{};
-  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
-
-bool Perform(Operation& operation, unsigned times) {
-  for (unsigned i = 0; i < times; ++i) {
-    if (!operation.Perform()) return false;
-  }
-  return true;
-}
 
 // ---- One case
 
@@ -63,20 +47,20 @@ class Measurement {
 
   bool Prepare() {
     constexpr double kBatchSeconds = 0.02;
-    if (!Perform(operation_, 2)) return false;
+    if (!operation_.Perform(2)) return false;
     const std::uint64_t before = Bench::OwnAllocations();
-    const double begin = ThreadCpuSeconds();
-    if (!Perform(operation_, 1)) return false;
-    const double seconds = ThreadCpuSeconds() - begin;
+    const double begin = Bench::ThreadCpuSeconds();
+    if (!operation_.Perform(1)) return false;
+    const double seconds = Bench::ThreadCpuSeconds() - begin;
     cost_.allocations = static_cast<double>(Bench::OwnAllocations() - before);
     batch_ = static_cast<unsigned>(std::clamp(kBatchSeconds / seconds, 1.0, 1e5));
     return true;
   }
 
   bool TakeBatch() {
-    const double begin = ThreadCpuSeconds();
-    if (!Perform(operation_, batch_)) return false;
-    microseconds_.push_back((ThreadCpuSeconds() - begin) / batch_ * 1e6);
+    const double begin = Bench::ThreadCpuSeconds();
+    if (!operation_.Perform(batch_)) return false;
+    microseconds_.push_back((Bench::ThreadCpuSeconds() - begin) / batch_ * 1e6);
     return true;
   }
 
@@ -86,8 +70,8 @@ class Measurement {
     const std::string which = case_.kind + ":" + std::to_string(case_.size);
     const Bench::Usage usage =
         Bench::RunProcess({"valgrind", "--tool=callgrind", "--log-fd=1", "--callgrind-out-file=/dev/null",
-                           "--toggle-collect=Bench::Operation::Perform()", Bench::OwnProgram(), "--only",
-                           which, "--times", std::to_string(kTimes)});
+                           "--toggle-collect=Bench::Operation::Perform(unsigned int)", Bench::OwnProgram(),
+                           "--only", which, "--times", std::to_string(kTimes)});
     const std::size_t found = usage.output.find("Collected : ");
     if (!usage.ok || found == std::string::npos) return false;
     cost_.instructions = std::atof(usage.output.c_str() + found + std::strlen("Collected : ")) / kTimes;
@@ -160,73 +144,36 @@ void ReportGrowth(const char* title, const Measurement* three) {
 
 // ---- Threads
 
-struct Work {
-  double operations = 0;
-  double wallSeconds = 0;
-  double cpuSeconds = 0;
-  long waits = 0;  ///< times that a thread gave its processor away, as it does at a lock that is taken
-  bool ok = true;
+struct Ratios {
+  std::vector<double> work;  ///< of two by one, in the same time
+  std::vector<double> cpu;   ///< the same, when CPU time alone is looked at
+  long waits = 0;
 
-  double PerSecond() const { return operations / wallSeconds; }
-  double CpuMicroseconds() const { return cpuSeconds / operations * 1e6; }
+  bool Add(const Work& one, const Work& two) {
+    work.push_back(two.operations / one.operations);
+    cpu.push_back(2 * one.CpuMicroseconds() / two.CpuMicroseconds());
+    waits += two.waits;
+    return one.ok && two.ok;
+  }
+  void Report(const char* what) const {
+    std::printf(
+        "%s: %.2f times the work of one (best %.2f), %.2f by the CPU time of an operation, %ld waits\n", what,
+        Median(work), *std::max_element(work.begin(), work.end()), Median(cpu), waits);
+  }
 };
 
-using Clock = std::chrono::steady_clock;
-
-Work WorkUntil(Clock::time_point end) {
-  constexpr unsigned kBatch = 32;
-  Operation operation = Case{"refused", 1}.Make();
-  Work work;
-  rusage before{};
-  rusage after{};
-  ::getrusage(RUSAGE_THREAD, &before);
-  const double begin = ThreadCpuSeconds();
-  while (work.ok && Clock::now() < end) {
-    work.ok = Perform(operation, kBatch);
-    work.operations += kBatch;
-  }
-  work.cpuSeconds = ThreadCpuSeconds() - begin;
-  ::getrusage(RUSAGE_THREAD, &after);
-  work.waits = after.ru_nvcsw - before.ru_nvcsw;
-  return work;
-}
-
-Work WorkOn(unsigned threads) {
-  constexpr std::chrono::milliseconds kTime(250);
-  const Clock::time_point end = Clock::now() + kTime;
-  std::vector<Work> works(threads);
-  std::vector<std::thread> running;
-  for (Work& work : works) running.emplace_back([&work, end] { work = WorkUntil(end); });
-  for (std::thread& thread : running) thread.join();
-  Work all;
-  all.wallSeconds = std::chrono::duration<double>(kTime).count();
-  for (const Work& work : works) {
-    all.operations += work.operations;
-    all.cpuSeconds += work.cpuSeconds;
-    all.waits += work.waits;
-    all.ok = all.ok && work.ok;
-  }
-  return all;
-}
-
-// One thread and two take turns; a pair in a busy moment shows as a low ratio, so the best one is told beside
-// the median.
+// They take turns with one thread. A turn in a busy moment shows as a low ratio, so the best is told beside
+// the median; processes share nothing, so that what they lose is the machine's.
 bool MeasureThreads(const Options& options) {
-  std::vector<double> ratios;
-  std::vector<double> cpuRatios;
-  long waits = 0;
+  Ratios threads;
+  Ratios processes;
   for (int round = 0; round < options.rounds; ++round) {
-    const Work one = WorkOn(1);
-    const Work two = WorkOn(2);
-    if (!one.ok || !two.ok) return false;
-    ratios.push_back(two.PerSecond() / one.PerSecond());
-    cpuRatios.push_back(2 * one.CpuMicroseconds() / two.CpuMicroseconds());
-    waits += two.waits;
+    const Work one = Bench::WorkOnThreads(1);
+    if (!threads.Add(one, Bench::WorkOnThreads(2)) || !processes.Add(one, Bench::WorkInProcesses(2)))
+      return false;
   }
-  std::printf("two threads: %.2f times the work of one (median of %d pairs; best %.2f),\n", Median(ratios),
-              options.rounds, *std::max_element(ratios.begin(), ratios.end()));
-  std::printf("  %.2f times when judged by the CPU time of an operation; %ld waits of two threads in all\n",
-              Median(cpuRatios), waits);
+  threads.Report("two threads");
+  processes.Report("two processes");
   return true;
 }
 
@@ -248,7 +195,7 @@ bool RunAll(const Options& options) {
 
 bool RunOnly(const Options& options) {
   Operation operation = options.only.Make();
-  return Perform(operation, options.times);
+  return operation.Perform(options.times);
 }
 
 bool ParseCase(const char* text, Case& which) {

@@ -67,7 +67,14 @@ Operation Operation::ExportKeys(std::uint32_t keys) {
   return operation;
 }
 
-bool Operation::Perform() {
+bool Operation::Perform(unsigned times) {
+  for (unsigned i = 0; i < times; ++i) {
+    if (!PerformOnce()) return false;
+  }
+  return true;
+}
+
+bool Operation::PerformOnce() {
   Val result;
   AnsiStr error;
   service_.FailNext(failures_, failure_);

@@ -18,10 +18,11 @@ class Operation {
   /// Exports `keys` wrapped keys, one command each, from one key server.
   static Operation ExportKeys(std::uint32_t keys);
 
-  /// Whether it went well.
-  bool Perform();
+  /// Performs it so many times; false as soon as it does not go well.
+  bool Perform(unsigned times);
 
  private:
+  bool PerformOnce();
   Operation(const char* name, const char* answer, std::uint32_t servers);
 
   OruGuiBase::AnsiStr serviceUrl_{CannedService::kUrl};

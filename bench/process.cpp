@@ -17,6 +17,12 @@ double Seconds(const timeval& time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
+double ReadClock(clockid_t clock) {
+  timespec time{};
+  ::clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
 [[noreturn]] void Execute(const std::vector<std::string>& command, int output) {
   ::dup2(output, STDOUT_FILENO);
   std::vector<char*> words;
@@ -57,9 +63,11 @@ std::string OwnProgram() {
 }
 
 double OwnCpuSeconds() {
-  timespec time{};
-  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+  return ReadClock(CLOCK_PROCESS_CPUTIME_ID);
+}
+
+double ThreadCpuSeconds() {
+  return ReadClock(CLOCK_THREAD_CPUTIME_ID);
 }
 
 long OwnPeakKiB() {

@@ -21,6 +21,8 @@ Usage RunProcess(const std::vector<std::string>& command);
 std::string OwnProgram();
 /// CPU seconds that this process has used so far.
 double OwnCpuSeconds();
+/// CPU seconds that the calling thread has used so far.
+double ThreadCpuSeconds();
 /// Peak resident memory of this process so far.
 long OwnPeakKiB();
 
