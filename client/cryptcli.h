@@ -154,19 +154,19 @@ class CryptClient final : public OruOssSec::ISignHash {
   // ---- Files (protection/)
 
   /// Protects `source` for the room and writes `target`, making the room's key when it has none. Memory does
-  /// not depend on the size; a temporary file takes the signed content. `target` is written as a draft beside
-  /// it that takes its place when it is whole, so both may be one file, and a failure leaves what was there;
-  /// only what cannot be replaced, such as a link, is written in place (OruGuiBase::FileWriter::OpenDraft).
-  /// `keyErrorFlag` is set to false first; it becomes true for one refusal of
+  /// not depend on the size; a temporary file takes the signed content. `source` is only read, to its end
+  /// before `target` is touched, so both may be one file; but a disk that fills up while `target` is written
+  /// then leaves neither form whole. `keyErrorFlag` is set to false first; it becomes true for one refusal of
   /// the crypt service that the application can treat on its own.
   CRYPTCLI_EXPORT bool Encrypt(const OruGuiBase::File& source, const OruGuiBase::File& target,
                                bool& keyErrorFlag) noexcept;
   /// Opens the protected file `source` and delivers its content to `target`.
   ///
-  /// Read the result and both flags together. False: the content was not delivered, and `target` is as it
-  /// was, written as it is in the way of Encrypt. True: the content is there; `isSigned` tells that it
-  /// carried a signature, `isVerified` that its origin is proven. A true result with `isSigned` and without
-  /// `isVerified` means that a check of the signer failed, and GetErrorMessage() tells which.
+  /// Read the result and both flags together. False: the content was not delivered; `target` is as it
+  /// was, unless it cannot be replaced (OruGuiBase::FileWriter::OpenDraft) and the delivery itself failed (a
+  /// full disk), which leaves a part of the content there. True: the content is there; `isSigned` tells that
+  /// it carried a signature, `isVerified` that its origin is proven. A true result with `isSigned` and
+  /// without `isVerified` means that a check of the signer failed, and GetErrorMessage() tells which.
   CRYPTCLI_EXPORT bool Decrypt(const OruGuiBase::File& source, const OruGuiBase::File& target, bool& isSigned,
                                bool& isVerified) noexcept;
 

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <utility>
 
@@ -25,18 +26,40 @@ struct Target {
   gid_t group = 0;
 };
 
+// Access that more than the permission bits tell, which a new file would not have.
+bool HasList(const AnsiStr& path, const char* kind) {
+  return ::getxattr(path.GetText(), kind, nullptr, 0) > 0;
+}
+
+// A file that is mounted in its place cannot be replaced, but only be written.
+bool IsMounted(const AnsiStr& path) {
+  struct statx info {};
+  return ::statx(AT_FDCWD, path.GetText(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &info) == 0 &&
+         (info.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 // A link would be replaced itself, other names would keep the old content, a file of somebody else would
-// change its owner, and what is no regular file is not to be replaced at all. Nobody sees into a private
-// directory. False as well for what cannot be looked at, so that opening it tells why.
+// change its owner, and what is no regular file is not to be replaced at all. An empty file has nothing to
+// lose, and its maker, who may hold it open, chose who can read it.
+bool IsReplaceable(const Target& target, const struct stat& info) {
+  return S_ISREG(info.st_mode) && info.st_size > 0 && info.st_nlink == 1 && info.st_uid == ::geteuid() &&
+         ::faccessat(AT_FDCWD, target.path.GetText(), W_OK, AT_EACCESS) == 0 && !IsMounted(target.path) &&
+         !HasList(target.path, "system.posix_acl_access");
+}
+
+// Nobody sees into a private directory. False as well for what cannot be looked at, so that opening it tells
+// why.
 bool MayBeReplaced(Target& target) {
   struct stat info {};
-  if (target.path.IsEmpty() || IsInPrivateDirectory(target.path)) return false;
+  if (target.path.IsEmpty() || IsInPrivateDirectory(target.path) ||
+      HasList(ParentOf(target.path), "system.posix_acl_default")) {
+    return false;
+  }
   target.exists = ::lstat(target.path.GetText(), &info) == 0;
   if (!target.exists) return errno == ENOENT;
   target.mode = info.st_mode & kPermissions;
   target.group = info.st_gid;
-  return S_ISREG(info.st_mode) && info.st_nlink == 1 && info.st_uid == ::geteuid() &&
-         ::faccessat(AT_FDCWD, target.path.GetText(), W_OK, AT_EACCESS) == 0;
+  return IsReplaceable(target, info);
 }
 
 // A draft that cannot have the target's group would let in others than the target did.
@@ -55,44 +78,74 @@ bool TakeMode(Target& target, const AnsiStr& draft) {
   return mode >= 0;
 }
 
+// The directory takes no new files; anything else, such as a full disk, must not cost the old one.
+bool IsRefusalOfDirectory(int code) {
+  return code == EACCES || code == EPERM || code == EROFS;
+}
+
+// What the target became meanwhile counts as well: nobody may read who could not at either time, and only a
+// file is replaced.
+bool MeetsTarget(const AnsiStr& path, std::uint32_t& mode) {
+  struct stat info {};
+  if (::lstat(path.GetText(), &info) != 0) return errno == ENOENT;
+  mode &= info.st_mode;
+  if (S_ISREG(info.st_mode)) return true;
+  errno = S_ISDIR(info.st_mode) ? EISDIR : EEXIST;
+  return false;
+}
+
 void Remove(const AnsiStr& path) {
   const int reason = errno;
   ::unlink(path.GetText());
   errno = reason;
 }
 
-}  // namespace
+// In the place of a handle.
+constexpr int kFailed = -1;
+constexpr int kInPlace = -2;
 
-// A draft that cannot be made beside a target that is there is no failure yet: the target is then written in
-// place.
-bool FileWriter::OpenDraft(const File& file) noexcept {
-  Target target{file.GetPath()};
-  if (!IsUsablePath(target.path) || !MayBeReplaced(target)) return Open(file);
-  AnsiStr draft = ParentOf(target.path) + "/.orugui-XXXXXX";
+// Begins the draft of a target, unless that is to be written in place after all. kFailed leaves errno.
+int BeginDraft(const AnsiStr& path, AnsiStr& draft, std::uint32_t& mode) {
+  Target target{path};
+  if (!IsUsablePath(path) || !MayBeReplaced(target)) return kInPlace;
+  draft = ParentOf(path) + "/.orugui-XXXXXX";
   draft.Reserve(draft.GetLength());
   const int handle = ::mkostemp(const_cast<char*>(draft.GetText()), O_CLOEXEC);
-  if (handle < 0) return target.exists ? Open(file) : FailWithErrno();
-  if (!TakeGroup(handle, target) || !TakeMode(target, draft)) {
-    Remove(draft);
-    CloseHandle(handle);
-    return Open(file);
-  }
+  if (handle < 0) return target.exists && IsRefusalOfDirectory(errno) ? kInPlace : kFailed;
+  const bool hasMode = TakeMode(target, draft);
+  mode = target.mode;
+  if (hasMode && TakeGroup(handle, target)) return handle;
+  const int reason = errno;
+  Remove(draft);
+  CloseHandle(handle);
+  errno = reason;
+  return hasMode ? kInPlace : kFailed;
+}
+
+}  // namespace
+
+bool FileWriter::OpenDraft(const File& file) noexcept {
+  AnsiStr draft;
+  std::uint32_t mode = 0;
+  const int handle = BeginDraft(file.GetPath(), draft, mode);
+  if (handle == kInPlace) return Open(file);
+  if (handle == kFailed) return FailWithErrno();
   DropFile();
   ClearLastError();
   handle_ = handle;
   draft_ = draft;
-  target_ = target.path;
-  targetMode_ = target.mode;
+  target_ = file.GetPath();
+  targetMode_ = mode;
   return true;
 }
 
 // The mode comes last but one: until the name is right the owner alone may read.
 bool FileWriter::FinishDraft() noexcept {
   const AnsiStr draft = std::exchange(draft_, AnsiStr());
-  const bool hasMode = ::fchmod(handle_, targetMode_) == 0 || FailWithErrno();
-  const int closing = std::exchange(handle_, -1);
-  const bool isClosed = CloseHandle(closing) || (hasMode && FailWithErrno());
-  if (hasMode && isClosed && (std::rename(draft.GetText(), target_.GetText()) == 0 || FailWithErrno()))
+  const bool isReady =
+      (MeetsTarget(target_, targetMode_) && ::fchmod(handle_, targetMode_) == 0) || FailWithErrno();
+  const bool isClosed = CloseHandle(std::exchange(handle_, -1)) || (isReady && FailWithErrno());
+  if (isReady && isClosed && (std::rename(draft.GetText(), target_.GetText()) == 0 || FailWithErrno()))
     return true;
   Remove(draft);
   return false;

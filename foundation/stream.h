@@ -53,9 +53,10 @@ class ORUGUI_EXPORT FileWriter {
   bool Open(const File& file) noexcept;
   bool OpenAppend(const File& file) noexcept;
   /// Begins a draft beside the file, for the owner alone, which takes the file's place and mode when Close
-  /// succeeds. Until then, and after any failure, the file is as it was. A file that cannot be replaced is
-  /// emptied and written in place instead: a link, one with several names or of another owner, one in a
-  /// directory that takes no new files, and what is no regular file.
+  /// succeeds. Until then, and after any failure, the file is as it was. A file that cannot be replaced, or
+  /// has nothing to lose, is written in place instead: an empty one, a link, one with several names, of
+  /// another owner or of a group that cannot be given, one with an access list or mounted in its place, one
+  /// in a directory that takes no new files, and what is no regular file.
   bool OpenDraft(const File& file) noexcept;
   bool IsOpen() const noexcept { return handle_ >= 0; }
   /// Reserves room where the file system can, so that a full disk shows at once; true when it cannot. The

@@ -34,7 +34,11 @@ cd "$work/here"
 shorten() { sed -E 's#([A-Za-z0-9+/]{24})[A-Za-z0-9+/]{40,}={0,2}#\1...#g'; }
 # Shows the arguments, the command line, and what the command writes and returns.
 show() {
-  printf '$ %s\n' "$*"
+  local word line='$'
+  for word in "$@"; do
+    case $word in *' '*) line+=" '$word'" ;; *) line+=" $word" ;; esac
+  done
+  printf '%s\n' "$line"
   local code=0
   "$@" >"$work/output" 2>&1 || code=$?
   shorten <"$work/output"

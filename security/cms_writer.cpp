@@ -45,7 +45,7 @@ bool CmsWriter::Begin(const OruGuiBase::File& target, const CmsSkeleton& head,
                       std::uint64_t expected) noexcept {
   if (!buffer_.Alloc(kMostHeader + kSegment + kSlack)) return FailWithoutMemory();
   BerBuffer bytes;
-  if (!MakeHead(head, bytes) || !writer_.OpenDraft(target)) return false;
+  if (!MakeHead(head, bytes) || !writer_.Open(target)) return false;
   // The first segment is so much shorter that the following ones lie at multiples of a piece; a head that
   // leaves little of the first piece is not worth it.
   const std::uint32_t lead = static_cast<std::uint32_t>(bytes.GetSize() % kWritePiece);

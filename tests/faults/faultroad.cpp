@@ -113,6 +113,14 @@ bool FaultRoad::IsProtectedFile(const std::string& bytes) {
          isVerified && scratch.Read("checked") == content;
 }
 
+bool FaultRoad::Opens(const std::string& bytes) {
+  scratch.Make("check", bytes);
+  bool isSigned = false;
+  bool isVerified = false;
+  CryptClient client(&http, TestSupport::kServiceUrl, "", "room 1");
+  return client.Decrypt(scratch.File("check"), scratch.File("checked"), isSigned, isVerified);
+}
+
 bool FaultRoad::HasResult(Road road, const Outcome& outcome) {
   const Unwatched unwatched;
   switch (road) {

@@ -49,6 +49,8 @@ class FaultRoad : public ::testing::TestWithParam<Road> {
   bool HasNoTemporaryFile() const { return scratch.GetTemporaryNames().empty(); }
   /// Whether the bytes open, verify and are those of the file.
   bool IsProtectedFile(const std::string& bytes);
+  /// Whether anything at all comes out of the bytes.
+  bool Opens(const std::string& bytes);
 
   std::string content;
   std::string protectedBytes;
@@ -58,7 +60,7 @@ class FaultRoad : public ::testing::TestWithParam<Road> {
   ShelteredHttp http{script.http};
   // Made before any fault is planned, so that only the library meets it.
   const OruGuiBase::File plain_ = scratch.File("plain");
-  OruGuiBase::File target_ = scratch.File("target");
+  const OruGuiBase::File target_ = scratch.File("target");
 
  private:
   std::string ReadIfThere(const std::string& name) const;

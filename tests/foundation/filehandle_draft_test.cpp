@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "foundation/errorstate.h"
@@ -101,6 +102,47 @@ TEST_F(FileWriterDraftTest, AFileOfSeveralNamesIsWrittenUnderAllOfThem) {
   fs::create_hard_link(scratch_ / "target", scratch_ / "other");
   ASSERT_TRUE(Begin("target") && writer_.Close());
   EXPECT_EQ(Content("other"), "new");
+}
+
+TEST_F(FileWriterDraftTest, AnEmptyFileIsWrittenItself) {
+  const File file = scratch_.MakeFile("target", "");
+  FileReader reader;
+  ASSERT_TRUE(reader.Open(file));
+  ASSERT_TRUE(Begin("target") && writer_.Close());
+  EXPECT_EQ(reader.GetSize(), 3);
+}
+
+// The owner and one more user may read (the entries of acl(5), as the kernel takes them).
+TEST_F(FileWriterDraftTest, AFileWithAnAccessListKeepsIt) {
+  constexpr unsigned char kList[] = {2,    0,    0,    0,    1,    0,    6,    0,    0xFF, 0xFF, 0xFF,
+                                     0xFF, 2,    0,    4,    0,    1,    0,    0,    0,    4,    0,
+                                     0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0x10, 0,    4,    0,    0xFF,
+                                     0xFF, 0xFF, 0xFF, 0x20, 0,    0,    0,    0xFF, 0xFF, 0xFF, 0xFF};
+  constexpr const char* kName = "system.posix_acl_access";
+  scratch_.MakeFile("target", "old");
+  const std::string path = scratch_ / "target";
+  if (::setxattr(path.c_str(), kName, kList, sizeof kList, 0) != 0) GTEST_SKIP() << std::strerror(errno);
+  ASSERT_TRUE(Begin("target") && writer_.Close());
+  EXPECT_EQ(Content("target"), "new");
+  EXPECT_EQ(::getxattr(path.c_str(), kName, nullptr, 0), static_cast<ssize_t>(sizeof kList));
+}
+
+TEST_F(FileWriterDraftTest, ALaterNarrowerModeOfTheTargetIsKept) {
+  scratch_.MakeFile("target", "old");
+  ASSERT_EQ(::chmod((scratch_ / "target").c_str(), 0644), 0);
+  ASSERT_TRUE(Begin("target"));
+  ASSERT_EQ(::chmod((scratch_ / "target").c_str(), 0600), 0);
+  ASSERT_TRUE(writer_.Close());
+  EXPECT_EQ(ModeOf(AnsiStr(scratch_ / "target")), 0600);
+}
+
+TEST_F(FileWriterDraftTest, ALinkThatTookTheTargetsPlaceMeanwhileFailsTheClose) {
+  ASSERT_TRUE(Begin("target"));
+  fs::create_symlink("elsewhere", scratch_ / "target");
+  EXPECT_FALSE(writer_.Close());
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EEXIST));
+  EXPECT_TRUE(fs::is_symlink(scratch_ / "target"));
+  EXPECT_EQ(FindDraft(), "");
 }
 
 TEST_F(FileWriterDraftTest, ADeviceIsWrittenAndStays) {
