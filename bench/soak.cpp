@@ -1,0 +1,269 @@
+// Files of random sizes, protected and opened by several threads over one transport for a bounded time, while
+// the servers of a stand fail in random ways. Every success has to be byte-identical and verified, every
+// failure explained; without a fault nothing may fail; memory and descriptors have to stay flat.
+//
+//   soak [--seconds N] [--threads N] [--seed N] [--dir DIR]
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "bench/storm.h"
+#include "client/cryptcli.h"
+#include "transport/curlhttp.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using OruGuiBase::AnsiStr;
+using OruGuiBase::File;
+using OruKalvix::CryptClient;
+
+struct Options {
+  int seconds = 1200;
+  int threads = 4;
+  unsigned seed = 1;
+  std::string dir = ".";
+};
+
+struct Tally {
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+  std::uint64_t protectFailures = 0;
+  std::uint64_t openFailures = 0;
+  std::uint64_t unverified = 0;
+  std::uint64_t calm = 0;  ///< operations that no fault accompanied
+  std::vector<std::string> violations;
+  std::map<std::string, std::uint64_t> reasons;
+};
+
+/// What all threads share.
+struct Run {
+  const Bench::Weather& weather;
+  AnsiStr serviceUrl;
+  OruKalvix::ICryptClientHttp* http;
+  std::string dir;
+  Clock::time_point end;
+  std::mutex mutex{};
+  Tally tally{};
+
+  void Violate(const std::string& what) {
+    const std::lock_guard lock(mutex);
+    tally.violations.push_back(what);
+  }
+};
+
+// Most files are small, some empty, some of several pieces.
+std::size_t RandomSize(std::mt19937& random) {
+  const unsigned kind = random() % 20;
+  if (kind == 0) return 0;
+  if (kind < 12) return random() % 10000;
+  if (kind < 19) return random() % 600000;
+  return random() % 6000000;
+}
+
+std::string RandomBytes(std::mt19937& random, std::size_t size) {
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  return bytes;
+}
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// The kind of a reason: without the numbers, which name a port or a size.
+std::string KindOf(const std::string& reason) {
+  std::string kind;
+  for (const char c : reason.substr(0, 70)) {
+    if (c >= '0' && c <= '9') continue;
+    kind += c;
+  }
+  return kind;
+}
+
+/// One thread's work.
+class Worker {
+ public:
+  Worker(Run& run, unsigned number, unsigned seed)
+      : run_(run), random_(seed * 1000 + number), base_(run.dir + "/" + std::to_string(number)) {}
+
+  void Work() {
+    while (Clock::now() < run_.end) {
+      const std::string bytes = RandomBytes(random_, RandomSize(random_));
+      std::ofstream(base_ + ".plain", std::ios::binary) << bytes;
+      if (Protect()) Open(bytes);
+      const std::lock_guard lock(run_.mutex);
+      ++run_.tally.files;
+      run_.tally.bytes += bytes.size();
+    }
+  }
+
+ private:
+  File At(const char* ending) const { return File(AnsiStr((base_ + ending).c_str())); }
+
+  bool Protect() {
+    bool keyError = false;
+    const std::uint64_t season = run_.weather.season;
+    CryptClient client(run_.http, run_.serviceUrl, "", "demo");
+    const bool done = client.Encrypt(At(".plain"), At(".secret"), keyError);
+    Judge(done, season, "Encrypt", client.GetErrorMessage());
+    if (!done) Count(&Tally::protectFailures);
+    return done;
+  }
+  void Open(const std::string& bytes) {
+    bool isSigned = false;
+    bool isVerified = false;
+    const std::uint64_t season = run_.weather.season;
+    CryptClient client(run_.http, run_.serviceUrl, "", "demo");
+    const bool done = client.Decrypt(At(".secret"), At(".opened"), isSigned, isVerified);
+    Judge(done && isVerified, season, "Decrypt", client.GetErrorMessage());
+    if (!done) return Count(&Tally::openFailures);
+    if (!isVerified) Count(&Tally::unverified);
+    if (!isSigned) run_.Violate("the signature is gone");
+    if (ReadAll(base_ + ".opened") != bytes) run_.Violate("the bytes are not the same");
+  }
+  void Count(std::uint64_t Tally::*member) {
+    const std::lock_guard lock(run_.mutex);
+    ++(run_.tally.*member);
+  }
+  void Judge(bool done, std::uint64_t season, const char* operation, const AnsiStr& error) {
+    const bool wasCalm = season % 2 == 0 && run_.weather.season == season;
+    const std::string reason = error.GetText();
+    const std::lock_guard lock(run_.mutex);
+    if (wasCalm) ++run_.tally.calm;
+    if (done) return;
+    ++run_.tally.reasons[KindOf(reason)];
+    if (reason.empty()) run_.tally.violations.push_back(std::string(operation) + " failed without a reason");
+    if (wasCalm) run_.tally.violations.push_back(std::string(operation) + " failed in calm: " + reason);
+  }
+
+  Run& run_;
+  std::mt19937 random_;
+  std::string base_;
+};
+
+struct Sample {
+  long residentKiB = 0;
+  long descriptors = 0;
+};
+
+Sample TakeSample() {
+  Sample sample;
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmRSS:")) sample.residentKiB = std::atol(line.c_str() + 6);
+  }
+  sample.descriptors = std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  return sample;
+}
+
+/// The largest of the samples in a part of the run.
+Sample Largest(const std::vector<Sample>& samples, std::size_t from, std::size_t to) {
+  Sample largest;
+  for (std::size_t i = from; i < to; ++i) {
+    largest.residentKiB = std::max(largest.residentKiB, samples[i].residentKiB);
+    largest.descriptors = std::max(largest.descriptors, samples[i].descriptors);
+  }
+  return largest;
+}
+
+// Flat: the last quarter of the run needs no more than the second did, but for what one file more takes.
+bool ReportGrowth(const std::vector<Sample>& samples) {
+  const std::size_t quarter = samples.size() / 4;
+  if (quarter == 0) return true;
+  const Sample early = Largest(samples, quarter, 2 * quarter);
+  const Sample late = Largest(samples, samples.size() - quarter, samples.size());
+  std::printf("resident memory: second quarter %ld KiB, last %ld KiB\n", early.residentKiB, late.residentKiB);
+  std::printf("descriptors: second quarter %ld, last %ld\n", early.descriptors, late.descriptors);
+  return late.residentKiB < early.residentKiB * 11 / 10 + 8192 && late.descriptors <= early.descriptors + 8;
+}
+
+std::size_t CountLeftovers(const std::string& temporary) {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(temporary), fs::directory_iterator()));
+}
+
+int Report(const Run& run, const std::vector<Sample>& samples, const std::string& temporary) {
+  const Tally& tally = run.tally;
+  std::printf("%lu files, %.1f MiB, %lu faults set\n", tally.files,
+              static_cast<double>(tally.bytes) / (1024 * 1024), run.weather.faults.load());
+  std::printf("failed: %lu of Encrypt, %lu of Decrypt; opened without proof of origin, as told: %lu\n",
+              tally.protectFailures, tally.openFailures, tally.unverified);
+  std::printf("operations without any fault: %lu\n", tally.calm);
+  for (const auto& [reason, count] : tally.reasons) std::printf("  %6lu %s\n", count, reason.c_str());
+  const bool isFlat = ReportGrowth(samples);
+  const std::size_t leftovers = CountLeftovers(temporary);
+  std::printf("temporary files left: %zu\n", leftovers);
+  for (const std::string& violation : tally.violations) std::printf("VIOLATION: %s\n", violation.c_str());
+  return tally.violations.empty() && isFlat && leftovers == 0 && tally.files > 0 ? 0 : 1;
+}
+
+bool ParseOptions(int argc, char** argv, Options& options) {
+  for (int i = 1; i + 1 < argc; i += 2) {
+    if (std::strcmp(argv[i], "--seconds") == 0)
+      options.seconds = std::atoi(argv[i + 1]);
+    else if (std::strcmp(argv[i], "--threads") == 0)
+      options.threads = std::atoi(argv[i + 1]);
+    else if (std::strcmp(argv[i], "--seed") == 0)
+      options.seed = static_cast<unsigned>(std::atoi(argv[i + 1]));
+    else if (std::strcmp(argv[i], "--dir") == 0)
+      options.dir = argv[i + 1];
+    else
+      return false;
+  }
+  return argc % 2 == 1 && options.seconds > 0 && options.threads > 0;
+}
+
+int RunAll(const Options& options, const std::string& dir) {
+  const std::string temporary = dir + "/tmp";
+  fs::create_directory(temporary);
+  ::setenv("TMPDIR", temporary.c_str(), 1);
+  Bench::Storm storm;
+  AnsiStr reason;
+  if (!storm.Start(options.seed)) return 1;
+  const auto http = OruKalvix::CryptClientCurl::Create({}, reason);
+  if (http == nullptr) return 1;
+  Run run{storm.GetWeather(), AnsiStr(storm.GetServiceUrl().c_str()), http.get(), dir,
+          Clock::now() + std::chrono::seconds(options.seconds)};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < options.threads; ++i)
+    threads.emplace_back([&run, &options, i] { Worker(run, static_cast<unsigned>(i), options.seed).Work(); });
+  std::vector<Sample> samples;
+  while (Clock::now() < run.end) {
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    samples.push_back(TakeSample());
+  }
+  for (std::thread& thread : threads) thread.join();
+  return Report(run, samples, temporary);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  if (!ParseOptions(argc, argv, options)) {
+    std::fprintf(stderr, "usage: soak [--seconds N] [--threads N] [--seed N] [--dir DIR]\n");
+    return 2;
+  }
+  std::string dir = options.dir + "/soak.XXXXXX";
+  if (::mkdtemp(dir.data()) == nullptr) {
+    std::perror("soak");
+    return 1;
+  }
+  const int result = RunAll(options, dir);
+  fs::remove_all(dir);
+  return result;
+}
