@@ -67,7 +67,7 @@ struct Run {
 
 // Most files are small, some empty, some of several pieces.
 std::size_t RandomSize(std::mt19937& random) {
-  const unsigned kind = random() % 20;
+  const auto kind = random() % 20;
   if (kind == 0) return 0;
   if (kind < 12) return random() % 10000;
   if (kind < 19) return random() % 600000;

@@ -51,7 +51,7 @@ void ClearAll(Stand& stand) {
 // One server in six gusts is the crypt service, which has no other to take its place.
 void Blow(Stand& stand, Weather& weather, std::mt19937& random) {
   ClearAll(stand);
-  for (unsigned i = random() % 4; i > 0; --i) {
+  for (auto i = random() % 4; i > 0; --i) {
     const bool isService = random() % 6 == 0;
     const int server = isService ? CryptStand::kCryptService : static_cast<int>(random() % kServers);
     if (stand.SetFault(server, RandomFault(random))) ++weather.faults;
