@@ -63,19 +63,25 @@ run_target() { # target
   [ -z "$failed" ]
 }
 
-# The fewest inputs that cover what the seeds do not: they take the place of the corpus.
-minimise() { # target
-  local target=$1 merged=build/fuzz/merged/$1 seed
+# The fewest inputs that cover what the seeds do not: they take the place of the corpus. Further flags may make it
+# smaller.
+minimise() { # target, further flags
+  local target=$1 merged=build/fuzz/merged/$1 seed size
   mapfile -t flags < <(option_flags "$target")
   rm -rf "$merged"
   mkdir -p "$merged"
   cp -r "fuzz/seeds/$target/." "$merged/"
-  "build/fuzz/fuzz/${target}_fuzzer" "${flags[@]}" -set_cover_merge=1 "$merged" "build/fuzz/work/$target" \
+  "build/fuzz/fuzz/${target}_fuzzer" "${flags[@]}" "${@:2}" -set_cover_merge=1 "$merged" "build/fuzz/work/$target" \
     "fuzz/corpus/$target" >"$logs/$target.merge.log" 2>&1 || { tail -n 20 "$logs/$target.merge.log" >&2; return 1; }
   for seed in "fuzz/seeds/$target"/*; do rm -f "$merged/$(basename "$seed")"; done
+  size=$(find "$merged" -type f -printf '%s\n' | awk '{ sum += $1 } END { print sum + 0 }')
+  if [ "$size" -gt 204800 ] && [ $# -eq 1 ]; then
+    minimise "$target" -use_counters=0  # how often an edge is taken then plays no part
+    return
+  fi
   rm -rf "fuzz/corpus/$target"
   mv "$merged" "fuzz/corpus/$target"
-  echo "$target: $(find "fuzz/corpus/$target" -type f | wc -l) finds, $(du -sb "fuzz/corpus/$target" | cut -f1) bytes"
+  echo "$target: $(find "fuzz/corpus/$target" -type f | wc -l) finds, $size bytes"
 }
 
 broken=
