@@ -227,6 +227,14 @@ bool ParseOptions(int argc, char** argv, Options& options) {
   return argc % 2 == 1 && options.seconds > 0 && options.threads > 0;
 }
 
+// The room's key is there before the threads are: of several that make it at once, the service takes one.
+bool MakeRoomKey(const Run& run) {
+  bool keyError = false;
+  std::ofstream(run.dir + "/first") << "first";
+  const AnsiStr path((run.dir + "/first").c_str());
+  return CryptClient(run.http, run.serviceUrl, "", "demo").Encrypt(File(path), File(path), keyError);
+}
+
 int RunAll(const Options& options, const std::string& dir) {
   const std::string temporary = dir + "/tmp";
   fs::create_directory(temporary);
@@ -238,6 +246,7 @@ int RunAll(const Options& options, const std::string& dir) {
   if (http == nullptr) return 1;
   Run run{storm.GetWeather(), AnsiStr(storm.GetServiceUrl().c_str()), http.get(), dir,
           Clock::now() + std::chrono::seconds(options.seconds)};
+  if (!MakeRoomKey(run)) return 1;
   std::vector<std::thread> threads;
   for (int i = 0; i < options.threads; ++i)
     threads.emplace_back([&run, &options, i] { Worker(run, static_cast<unsigned>(i), options.seed).Work(); });
