@@ -37,6 +37,11 @@ bool IsText(const Val& value) {
   return value.GetType() == OruGuiBase::ValType::String && !value.AsString().IsEmpty();
 }
 
+// Whether a text shows in a message, which takes it up to its first NUL.
+bool IsShown(const Val& value) {
+  return IsText(value) && value.AsString().GetText()[0] != '\0';
+}
+
 }  // namespace
 
 HostileHttp::~HostileHttp() {
@@ -101,7 +106,7 @@ void HostileHttp::Note(const HttpAnswer& answer) {
   if (value.GetType() != OruGuiBase::ValType::Map) return;
   const KVMap object = value.AsMap();
   gavePlainKey_ = gavePlainKey_ || IsText(object.Get("plain"));
-  wasSilent_ = wasSilent_ || (IsText(object.Get("errorid")) && !IsText(object.Get("errortext")));
+  wasSilent_ = wasSilent_ || (IsText(object.Get("errorid")) && !IsShown(object.Get("errortext")));
 }
 
 void HostileHttp::Deliver(const HttpAnswer& answer, HttpResponse& response) {
