@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <fstream>
 #include <iostream>
 
@@ -64,9 +65,7 @@ int Run(const Options& options, const std::string& urlFile) {
   return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int RunCommand(int argc, char** argv) {
   CLI::App app(
       "A development stand: a crypt service and key servers on 127.0.0.1. Its keys lie in its folder in the "
       "clear.");
@@ -80,4 +79,15 @@ int main(int argc, char** argv) {
   app.add_option("--url-file", urlFile, "File that gets the addresses as JSON once all servers are up");
   CLI11_PARSE(app, argc, argv);
   return Run(options, urlFile);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return RunCommand(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "cryptstand: %s\n", error.what());
+    return 1;
+  }
 }

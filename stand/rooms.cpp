@@ -22,7 +22,7 @@ Role IssuerOf(RoomCertificate kind) {
 CertSpec RoomKeySpec(const std::string& commonName) {
   CertSpec spec = CertSpec::EndEntity(commonName);
   spec.keyUsage = "critical,keyEncipherment";
-  spec.validity = Validity::FromNow(-kDay, 2 * 365 * kDay);
+  spec.validity = Validity::FromNow(-kDay, 730L * kDay);
   return spec;
 }
 

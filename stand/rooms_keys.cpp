@@ -32,7 +32,7 @@ bool Rooms::AddIntegrityKey(const std::string& group, KeyPair key) {
   if (!subId.has_value()) return false;
   CertSpec spec = CertSpec::EndEntity("Integrity " + *subId + " of " + group);
   spec.keyUsage = "critical,digitalSignature";
-  spec.validity = Validity::FromNow(-kDay, 2 * 365 * kDay);
+  spec.validity = Validity::FromNow(-kDay, 730L * kDay);
   if (key.IsEmpty()) key = authority_.MakeKey("Integrity " + *subId);
   const Identity identity = Identity::MakeIssued(spec, authority_.Get(Role::Issuing), std::move(key));
   return !identity.certificate.IsEmpty() && store_.AddIntegrityKey(group, *subId, identity);

@@ -11,6 +11,8 @@ class Socket {
  public:
   Socket() = default;
   explicit Socket(int handle) : handle_(handle) {}
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
   Socket(Socket&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
   Socket& operator=(Socket&& other) noexcept;
   ~Socket() { Close(); }
