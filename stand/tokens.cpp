@@ -19,7 +19,7 @@ std::string RandomToken() {
 }  // namespace
 
 std::string Tokens::Issue(const TokenClaim& claim) {
-  const std::string token = RandomToken();
+  std::string token = RandomToken();
   const std::lock_guard<std::mutex> lock(mutex_);
   const auto now = Clock::now();
   if (entries_.size() >= kSweepAt) DropExpired(now);

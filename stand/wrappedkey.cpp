@@ -84,6 +84,7 @@ std::string VerifiedContent(const std::string& bytes, const Cert& signer) {
 // for them again if their certificates did not go along.
 std::vector<std::string> TextsOf(const std::vector<Cert>& certificates) {
   std::vector<std::string> texts;
+  texts.reserve(certificates.size());
   for (const Cert& certificate : certificates) texts.push_back(certificate.ToBase64());
   return texts;
 }
