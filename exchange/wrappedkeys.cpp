@@ -87,7 +87,8 @@ bool CryptClient::CreateKey(const AnsiStr& forRoom, const ValArray& certificates
 // was done before a failure stays in the result.
 bool CryptClient::ForEachKey(const ValArray& keys, const char* name, ValArray& result,
                              FunctionRef<bool(const AnsiStr& data, AnsiStr& outcome)> work) noexcept {
-  const ValArray all = keys;  // The caller may have given one array for both.
+  // The caller may have given one array for both.
+  const ValArray all = keys;  // NOLINT(performance-unnecessary-copy-initialization)
   for (const Val& entry : all) {
     const Answer key(entry.AsMap());
     const AnsiStr id = key.String("id");

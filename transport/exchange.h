@@ -19,6 +19,7 @@ class CurlExchange {
   CurlExchange(const CurlSettings& settings, HandlePool& pool) noexcept;
   CurlExchange(const CurlExchange&) = delete;
   CurlExchange& operator=(const CurlExchange&) = delete;
+  ~CurlExchange() = default;
 
   /// Carries the exchange out and fills the answer. False with the reason in `response.errorText`.
   bool Run(const OruGuiBase::AnsiStr& method, const OruGuiBase::AnsiStr& url,
