@@ -7,6 +7,7 @@
 // giving the file a second name, so that no copy of its own is counted. DIR has to lie on a disk file system
 // with room for three times the size. --crlf gives the logs line ends of two characters, of which the merge
 // drops one and cat none.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -186,9 +187,11 @@ bool MeasureCat(const Options& options, const std::string& dir, Series& series) 
 }
 
 // What one has written must not be on its way to the disk while the other is measured.
-void Settle(std::size_t warm) {
+bool Settle(const Options& options, const std::string& dir) {
   ::sync();
-  Bench::WarmMemory(warm);
+  bool ok = Bench::FillPageCache(dir + "/holes");
+  for (std::size_t i = 0; ok && i < options.servers; ++i) ok = Bench::ReadThrough(LogName(dir, i));
+  return ok;
 }
 
 void Report(const Options& options, const Series& series) {
@@ -206,40 +209,17 @@ void Report(const Options& options, const Series& series) {
 }
 
 bool RunAll(const Options& options, const std::string& dir) {
-  const std::size_t warm = std::min<std::size_t>(2 * options.mib + 256, 8 * 1024) * kMiB;
   for (std::size_t i = 0; i < options.servers; ++i) {
     if (!MakeLog(LogName(dir, i), options.mib * kMiB / options.servers, options.crlf ? "\r\n" : "\n"))
       return false;
   }
   Series series;
   for (int run = 0; run < options.runs; ++run) {
-    Settle(warm);
-    if (!MeasureMerge(options, dir, series)) return false;
-    Settle(warm);
-    if (!MeasureCat(options, dir, series)) return false;
+    if (!Settle(options, dir) || !MeasureMerge(options, dir, series)) return false;
+    if (!Settle(options, dir) || !MeasureCat(options, dir, series)) return false;
   }
   Report(options, series);
   return true;
-}
-
-bool ParseOptions(int argc, char** argv, Options& options) {
-  for (int i = 1; i < argc; ++i) {
-    const bool hasValue = i + 1 < argc;
-    if (std::strcmp(argv[i], "--crlf") == 0) {
-      options.crlf = true;
-    } else if (std::strcmp(argv[i], "--size") == 0 && hasValue) {
-      options.mib = std::strtoull(argv[++i], nullptr, 10);
-    } else if (std::strcmp(argv[i], "--servers") == 0 && hasValue) {
-      options.servers = std::strtoull(argv[++i], nullptr, 10);
-    } else if (std::strcmp(argv[i], "--runs") == 0 && hasValue) {
-      options.runs = std::atoi(argv[++i]);
-    } else if (std::strcmp(argv[i], "--dir") == 0 && hasValue) {
-      options.dir = argv[++i];
-    } else {
-      return false;
-    }
-  }
-  return options.mib > 0 && options.servers > 0 && options.runs > 0;
 }
 
 }  // namespace
@@ -248,19 +228,16 @@ int main(int argc, char** argv) {
   if (argc == 4 && std::strcmp(argv[1], "--merge") == 0)
     return RunMerge(argv[2], std::strtoull(argv[3], nullptr, 10));
   Options options;
-  if (!ParseOptions(argc, argv, options)) {
-    std::fprintf(stderr,
-                 "usage: auditlog_bench [--size MIB] [--servers N] [--runs N] [--dir DIR] [--crlf]\n");
-    return 2;
-  }
-  std::string dir = options.dir + "/auditlog_bench.XXXXXX";
-  if (::mkdtemp(dir.data()) == nullptr) {
-    std::perror("auditlog_bench");
-    return 1;
-  }
-  ::setenv("TMPDIR", dir.c_str(), 1);  // The merge's files lie beside the logs.
-  const bool ok = RunAll(options, dir);
-  fs::remove_all(dir);
+  CLI::App app("What merging audit logs costs", "auditlog_bench");
+  app.add_option("--size", options.mib, "size of all logs in MiB")->check(CLI::PositiveNumber);
+  app.add_option("--servers", options.servers, "logs to merge")->check(CLI::PositiveNumber);
+  app.add_option("--runs", options.runs, "runs of which the median is told")->check(CLI::PositiveNumber);
+  app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
+  app.add_flag("--crlf", options.crlf, "end the logs' lines with CR LF");
+  CLI11_PARSE(app, argc, argv);
+  const Bench::WorkFolder folder(options.dir, "auditlog_bench");  // The merge's files lie beside the logs.
+  if (!folder.IsThere()) return 1;
+  const bool ok = RunAll(options, folder.GetPath());
   if (!ok) std::fprintf(stderr, "auditlog_bench: a step failed\n");
   return ok ? 0 : 1;
 }

@@ -6,6 +6,7 @@
 //
 // --instructions counts instructions as well, which needs valgrind and some minutes; they do not depend on
 // what else the machine does.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -205,34 +206,24 @@ bool ParseCase(const char* text, Case& which) {
   return which.IsKnown();
 }
 
-bool ParseOptions(int argc, char** argv, Options& options) {
-  for (int i = 1; i < argc; ++i) {
-    const bool hasValue = i + 1 < argc;
-    if (std::strcmp(argv[i], "--instructions") == 0) {
-      options.instructions = true;
-    } else if (std::strcmp(argv[i], "--rounds") == 0 && hasValue) {
-      options.rounds = std::atoi(argv[++i]);
-    } else if (std::strcmp(argv[i], "--times") == 0 && hasValue) {
-      options.times = static_cast<unsigned>(std::atoi(argv[++i]));
-    } else if (std::strcmp(argv[i], "--only") == 0 && hasValue) {
-      if (!ParseCase(argv[++i], options.only)) return false;
-    } else {
-      return false;
-    }
-  }
-  return options.rounds > 0 && options.times > 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   Options options;
-  if (!ParseOptions(argc, argv, options)) {
-    std::fprintf(stderr,
-                 "usage: operation_bench [--rounds N] [--instructions] | --only KIND:SIZE --times N\n"
-                 "       KIND is refused, dead or decrypt\n");
-    return 2;
-  }
+  CLI::App app("What a named operation costs without a network", "operation_bench");
+  app.add_option("--rounds", options.rounds, "rounds of which the median is told")
+      ->check(CLI::PositiveNumber);
+  app.add_flag("--instructions", options.instructions, "count instructions as well (needs valgrind)");
+  std::string only;
+  CLI::Option* const one =
+      app.add_option("--only", only, "KIND:SIZE, perform this case alone; KIND is refused, dead or decrypt");
+  one->check([&options](const std::string& text) {
+    return ParseCase(text.c_str(), options.only) ? std::string() : "not KIND:SIZE: " + text;
+  });
+  app.add_option("--times", options.times, "how often --only performs it")
+      ->check(CLI::PositiveNumber)
+      ->needs(one);
+  CLI11_PARSE(app, argc, argv);
   const bool ok = options.only.IsKnown() ? RunOnly(options) : RunAll(options);
   if (!ok) std::fprintf(stderr, "operation_bench: an operation or a count failed\n");
   return ok ? 0 : 1;

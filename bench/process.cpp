@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
-#include <sys/mman.h>
+#include <fstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -76,11 +79,38 @@ long OwnPeakKiB() {
   return resources.ru_maxrss;
 }
 
-void WarmMemory(std::size_t bytes) {
-  void* memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) return;
-  std::memset(memory, 1, bytes);
-  ::munmap(memory, bytes);
+WorkFolder::WorkFolder(const std::string& parent, const std::string& program)
+    : path_(parent + "/" + program + ".XXXXXX") {
+  if (::mkdtemp(path_.data()) == nullptr) {
+    std::perror(program.c_str());
+    path_.clear();
+    return;
+  }
+  ::setenv("TMPDIR", path_.c_str(), 1);
+}
+
+WorkFolder::~WorkFolder() {
+  std::error_code ignored;
+  if (IsThere()) std::filesystem::remove_all(path_, ignored);
+}
+
+bool ReadThrough(const std::string& path) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  std::vector<char> piece(std::size_t{1024} * 1024);
+  ssize_t got = 1;
+  while (got > 0) got = ::read(file, piece.data(), piece.size());
+  ::close(file);
+  return got == 0;
+}
+
+bool FillPageCache(const std::string& holes) {
+  const auto memory = static_cast<std::uintmax_t>(::sysconf(_SC_PHYS_PAGES)) *
+                      static_cast<std::uintmax_t>(::sysconf(_SC_PAGESIZE));
+  std::error_code error;
+  std::ofstream(holes, std::ios::app).close();
+  std::filesystem::resize_file(holes, memory, error);
+  return !error && ReadThrough(holes);
 }
 
 double Median(std::vector<double> values) {

@@ -26,9 +26,31 @@ double ThreadCpuSeconds();
 /// Peak resident memory of this process so far.
 long OwnPeakKiB();
 
-/// Touches and frees `bytes` of memory. On a virtual machine whose host takes free pages back, the first use
-/// of a page is slow; this moves that cost out of what is measured next.
-void WarmMemory(std::size_t bytes);
+/// A folder of its own for a run, which goes with its content when the object does. Temporary files of the
+/// process are made there as well.
+class WorkFolder {
+ public:
+  /// Makes `program`.XXXXXX in `parent`; prints why it cannot.
+  WorkFolder(const std::string& parent, const std::string& program);
+  WorkFolder(const WorkFolder&) = delete;
+  WorkFolder& operator=(const WorkFolder&) = delete;
+  ~WorkFolder();
+
+  bool IsThere() const { return !path_.empty(); }
+  const std::string& GetPath() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+/// Reads a file to its end, so that it lies in the system's page cache.
+bool ReadThrough(const std::string& path);
+
+/// Fills the page cache, as a server that has run for a while has it, by reading through the file `holes`,
+/// which is made as large as the memory without taking room on the disk. On a virtual machine whose host
+/// takes free memory back the first use of a free page costs ten times that of a page of the cache, which
+/// would be measured instead of the work.
+bool FillPageCache(const std::string& holes);
 
 double Median(std::vector<double> values);
 

@@ -4,15 +4,13 @@
 //   road_bench [--size MIB] [--runs N] [--dir DIR] [--no-tool]
 //
 // DIR has to lie on a disk file system with room for four times the size.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "bench/limit.h"
@@ -36,7 +34,7 @@ struct Options {
 };
 
 struct Paths {
-  std::string plain, secret, opened, toolSigned, toolSecret, toolOpened, pki;
+  std::string plain, secret, opened, toolSigned, toolSecret, toolOpened, holes, pki;
 
   explicit Paths(const std::string& dir)
       : plain(dir + "/plain"),
@@ -45,6 +43,7 @@ struct Paths {
         toolSigned(dir + "/tool.signed"),
         toolSecret(dir + "/tool.secret"),
         toolOpened(dir + "/tool.opened"),
+        holes(dir + "/holes"),
         pki(dir + "/pki.") {}
 };
 
@@ -169,46 +168,29 @@ void WritePki(const Paths& paths) {
   WriteText(paths.pki + "root.crt", service.GetRoot().certificate.ToPEM());
 }
 
+// The same state of the page cache for whatever is measured next, the source in it.
+bool Settle(const Paths& paths) {
+  return Bench::FillPageCache(paths.holes) && Bench::ReadThrough(paths.plain);
+}
+
 bool RunAll(const Options& options, const std::string& dir) {
   const Paths paths(dir);
-  // As much as the files of one round take in the system's cache, within what a machine can spare.
-  const std::size_t warm = std::min<std::size_t>(4 * options.mib + 512, 10 * 1024) * kMiB;
   Series series;
   WritePki(paths);
   if (!MakePlainFile(paths.plain, options.mib)) return false;
   for (int run = 0; run < options.runs; ++run) {
-    // What an earlier round left is not the work of this one, and takes memory that was not warmed.
+    // What an earlier round left is not the work of this one.
     for (const std::string& path :
          {paths.secret, paths.opened, paths.toolSigned, paths.toolSecret, paths.toolOpened})
       fs::remove(path);
     series.limitThere.push_back(Bench::ProtectLimit(paths.plain));
     series.limitBack.push_back(Bench::OpenLimit(paths.plain));
-    Bench::WarmMemory(warm);
-    if (!MeasureOurs(dir, series)) return false;
+    if (!Settle(paths) || !MeasureOurs(dir, series)) return false;
     if (run == 0 && !SameBytes(paths.plain, paths.opened)) return false;
-    Bench::WarmMemory(warm);
-    if (options.tool && !MeasureTool(paths, series)) return false;
+    if (options.tool && (!Settle(paths) || !MeasureTool(paths, series))) return false;
   }
   Report(options, series);
   return true;
-}
-
-bool ParseOptions(int argc, char** argv, Options& options) {
-  for (int i = 1; i < argc; ++i) {
-    const bool hasValue = i + 1 < argc;
-    if (std::strcmp(argv[i], "--no-tool") == 0) {
-      options.tool = false;
-    } else if (std::strcmp(argv[i], "--size") == 0 && hasValue) {
-      options.mib = std::strtoull(argv[++i], nullptr, 10);
-    } else if (std::strcmp(argv[i], "--runs") == 0 && hasValue) {
-      options.runs = std::atoi(argv[++i]);
-    } else if (std::strcmp(argv[i], "--dir") == 0 && hasValue) {
-      options.dir = argv[++i];
-    } else {
-      return false;
-    }
-  }
-  return options.mib > 0 && options.runs > 0;
 }
 
 }  // namespace
@@ -216,18 +198,15 @@ bool ParseOptions(int argc, char** argv, Options& options) {
 int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--road") == 0) return RunRoad(argv[2]);
   Options options;
-  if (!ParseOptions(argc, argv, options)) {
-    std::fprintf(stderr, "usage: road_bench [--size MIB] [--runs N] [--dir DIR] [--no-tool]\n");
-    return 2;
-  }
-  std::string dir = options.dir + "/road_bench.XXXXXX";
-  if (::mkdtemp(dir.data()) == nullptr) {
-    std::perror("road_bench");
-    return 1;
-  }
-  ::setenv("TMPDIR", dir.c_str(), 1);  // The operations' temporary files go to the same disk.
-  const bool ok = RunAll(options, dir);
-  fs::remove_all(dir);
+  CLI::App app("What protecting and opening a file costs", "road_bench");
+  app.add_option("--size", options.mib, "size of the file in MiB")->check(CLI::PositiveNumber);
+  app.add_option("--runs", options.runs, "runs of which the median is told")->check(CLI::PositiveNumber);
+  app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
+  app.add_flag("!--no-tool", options.tool, "leave OpenSSL's tool out");
+  CLI11_PARSE(app, argc, argv);
+  const Bench::WorkFolder folder(options.dir, "road_bench");
+  if (!folder.IsThere()) return 1;
+  const bool ok = RunAll(options, folder.GetPath());
   if (!ok) std::fprintf(stderr, "road_bench: a step failed\n");
   return ok ? 0 : 1;
 }

@@ -3,11 +3,12 @@
 // failure explained; without a fault nothing may fail; memory and descriptors have to stay flat.
 //
 //   soak [--seconds N] [--threads N] [--seed N] [--dir DIR]
+#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,9 +17,9 @@
 #include <random>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
+#include "bench/process.h"
 #include "bench/storm.h"
 #include "client/cryptcli.h"
 #include "transport/curlhttp.h"
@@ -192,8 +193,13 @@ bool ReportGrowth(const std::vector<Sample>& samples) {
   return late.residentKiB < early.residentKiB * 11 / 10 + 8192 && late.descriptors <= early.descriptors + 8;
 }
 
-std::size_t CountLeftovers(const std::string& temporary) {
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(temporary), fs::directory_iterator()));
+// Temporary files, and drafts that were left beside their targets.
+std::size_t CountLeftovers(const std::string& dir, const std::string& temporary) {
+  const auto inTemporary = std::distance(fs::directory_iterator(temporary), fs::directory_iterator());
+  const auto hidden = std::count_if(
+      fs::directory_iterator(dir), fs::directory_iterator(),
+      [](const fs::directory_entry& entry) { return entry.path().filename().string().starts_with("."); });
+  return static_cast<std::size_t>(inTemporary + hidden);
 }
 
 int Report(const Run& run, const std::vector<Sample>& samples, const std::string& temporary) {
@@ -205,26 +211,10 @@ int Report(const Run& run, const std::vector<Sample>& samples, const std::string
   std::printf("operations without any fault: %lu\n", tally.calm);
   for (const auto& [reason, count] : tally.reasons) std::printf("  %6lu %s\n", count, reason.c_str());
   const bool isFlat = ReportGrowth(samples);
-  const std::size_t leftovers = CountLeftovers(temporary);
-  std::printf("temporary files left: %zu\n", leftovers);
+  const std::size_t leftovers = CountLeftovers(run.dir, temporary);
+  std::printf("temporary files and drafts left: %zu\n", leftovers);
   for (const std::string& violation : tally.violations) std::printf("VIOLATION: %s\n", violation.c_str());
   return tally.violations.empty() && isFlat && leftovers == 0 && tally.files > 0 ? 0 : 1;
-}
-
-bool ParseOptions(int argc, char** argv, Options& options) {
-  for (int i = 1; i + 1 < argc; i += 2) {
-    if (std::strcmp(argv[i], "--seconds") == 0)
-      options.seconds = std::atoi(argv[i + 1]);
-    else if (std::strcmp(argv[i], "--threads") == 0)
-      options.threads = std::atoi(argv[i + 1]);
-    else if (std::strcmp(argv[i], "--seed") == 0)
-      options.seed = static_cast<unsigned>(std::atoi(argv[i + 1]));
-    else if (std::strcmp(argv[i], "--dir") == 0)
-      options.dir = argv[i + 1];
-    else
-      return false;
-  }
-  return argc % 2 == 1 && options.seconds > 0 && options.threads > 0;
 }
 
 // The room's key is there before the threads are: of several that make it at once, the service takes one.
@@ -235,18 +225,23 @@ bool MakeRoomKey(const Run& run) {
   return CryptClient(run.http, run.serviceUrl, "", "demo").Encrypt(File(path), File(path), keyError);
 }
 
+int Fail(const char* reason) {
+  std::fprintf(stderr, "soak: %s\n", reason);
+  return 1;
+}
+
 int RunAll(const Options& options, const std::string& dir) {
   const std::string temporary = dir + "/tmp";
   fs::create_directory(temporary);
   ::setenv("TMPDIR", temporary.c_str(), 1);
   Bench::Storm storm;
   AnsiStr reason;
-  if (!storm.Start(options.seed)) return 1;
+  if (!storm.Start(options.seed)) return Fail("the stand cannot be started");
   const auto http = OruKalvix::CryptClientCurl::Create({}, reason);
-  if (http == nullptr) return 1;
+  if (http == nullptr) return Fail(reason.GetText());
   Run run{storm.GetWeather(), AnsiStr(storm.GetServiceUrl().c_str()), http.get(), dir,
           Clock::now() + std::chrono::seconds(options.seconds)};
-  if (!MakeRoomKey(run)) return 1;
+  if (!MakeRoomKey(run)) return Fail("the room's key cannot be made");
   std::vector<std::thread> threads;
   for (int i = 0; i < options.threads; ++i)
     threads.emplace_back([&run, &options, i] { Worker(run, static_cast<unsigned>(i), options.seed).Work(); });
@@ -263,16 +258,13 @@ int RunAll(const Options& options, const std::string& dir) {
 
 int main(int argc, char** argv) {
   Options options;
-  if (!ParseOptions(argc, argv, options)) {
-    std::fprintf(stderr, "usage: soak [--seconds N] [--threads N] [--seed N] [--dir DIR]\n");
-    return 2;
-  }
-  std::string dir = options.dir + "/soak.XXXXXX";
-  if (::mkdtemp(dir.data()) == nullptr) {
-    std::perror("soak");
-    return 1;
-  }
-  const int result = RunAll(options, dir);
-  fs::remove_all(dir);
-  return result;
+  CLI::App app("Files of random sizes there and back while servers fail", "soak");
+  app.add_option("--seconds", options.seconds, "how long")->check(CLI::PositiveNumber);
+  app.add_option("--threads", options.threads, "threads of clients")->check(CLI::PositiveNumber);
+  app.add_option("--seed", options.seed, "of all that is random");
+  app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
+  CLI11_PARSE(app, argc, argv);
+  const Bench::WorkFolder folder(options.dir, "soak");
+  if (!folder.IsThere()) return 1;
+  return RunAll(options, folder.GetPath());
 }

@@ -3,7 +3,7 @@
 # found, minimised, into fuzz/corpus.
 #   scripts/fuzz.sh [TARGET...] [--seconds N] [--jobs N] [--no-merge]
 # Each target runs for N seconds (60), in N processes at once (1). Logs are kept in build/fuzz/logs, the working corpora
-# in build/fuzz/work, inputs that broke something in build/fuzz/artifacts.
+# in build/fuzz/found, inputs that broke something in build/fuzz/artifacts.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=60 jobs=1 merge=yes targets=()
@@ -46,12 +46,12 @@ last_figures() { # log
 }
 
 run_target() { # target
-  local target=$1 work=build/fuzz/work/$1 artifacts=build/fuzz/artifacts/$1 log=$logs/$1.log job pids=() failed=
-  mkdir -p "$work" "$artifacts" "fuzz/corpus/$target"
+  local target=$1 found=build/fuzz/found/$1 artifacts=build/fuzz/artifacts/$1 log=$logs/$1.log job pids=() failed=
+  mkdir -p "$found" "$artifacts" "fuzz/corpus/$target"
   mapfile -t flags < <(option_flags "$target")
   for ((job = 0; job < jobs; ++job)); do
     "build/fuzz/fuzz/${target}_fuzzer" "${flags[@]}" "-max_total_time=$seconds" -print_final_stats=1 \
-      "-artifact_prefix=$artifacts/" "$work" "fuzz/seeds/$target" "fuzz/corpus/$target" >"$log.$job" 2>&1 &
+      "-artifact_prefix=$artifacts/" "$found" "fuzz/seeds/$target" "fuzz/corpus/$target" >"$log.$job" 2>&1 &
     pids+=($!)
   done
   for job in "${!pids[@]}"; do
@@ -71,7 +71,7 @@ minimise() { # target, further flags
   rm -rf "$merged"
   mkdir -p "$merged"
   cp -r "fuzz/seeds/$target/." "$merged/"
-  "build/fuzz/fuzz/${target}_fuzzer" "${flags[@]}" "${@:2}" -set_cover_merge=1 "$merged" "build/fuzz/work/$target" \
+  "build/fuzz/fuzz/${target}_fuzzer" "${flags[@]}" "${@:2}" -set_cover_merge=1 "$merged" "build/fuzz/found/$target" \
     "fuzz/corpus/$target" >"$logs/$target.merge.log" 2>&1 || { tail -n 20 "$logs/$target.merge.log" >&2; return 1; }
   for seed in "fuzz/seeds/$target"/*; do rm -f "$merged/$(basename "$seed")"; done
   size=$(find "$merged" -type f -printf '%s\n' | awk '{ sum += $1 } END { print sum + 0 }')
