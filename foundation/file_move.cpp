@@ -7,8 +7,8 @@
 
 #include "foundation/errorstate.h"
 #include "foundation/file.h"
+#include "foundation/filehandle.h"
 #include "foundation/posix_file.h"
-#include "foundation/stream.h"
 
 namespace OruGuiBase {
 

@@ -1,3 +1,5 @@
+#include "foundation/filehandle.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,7 +9,6 @@
 #include "foundation/errorstate.h"
 #include "foundation/errorstate_saver.h"
 #include "foundation/posix_file.h"
-#include "foundation/stream.h"
 
 namespace OruGuiBase {
 

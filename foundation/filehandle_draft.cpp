@@ -9,8 +9,8 @@
 
 #include "foundation/errorstate.h"
 #include "foundation/errorstate_saver.h"
+#include "foundation/filehandle.h"
 #include "foundation/posix_file.h"
-#include "foundation/stream.h"
 
 namespace OruGuiBase {
 

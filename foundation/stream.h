@@ -6,77 +6,14 @@
 #include "foundation/ansistr.h"
 #include "foundation/export.h"
 #include "foundation/file.h"
+#include "foundation/filehandle.h"
 
 namespace OruGuiBase {
-
-/// Bytes that the file streams move at once. Smaller pieces cost system calls, larger ones gain nothing.
-inline constexpr std::uint32_t kStreamBuffer = 256 * 1024;
 
 enum class ReadStreamMode : std::uint32_t { Text = 0 };
 enum class WriteStreamMode : std::uint32_t {
   Truncate = 0,
   Append = 1,  ///< keeps what the file holds and adds at its end
-};
-
-/// A file opened for reading, unbuffered. Operations leave the reason of a failure in the error state.
-class ORUGUI_EXPORT FileReader {
- public:
-  FileReader() noexcept = default;
-  FileReader(const FileReader&) = delete;
-  FileReader& operator=(const FileReader&) = delete;
-  ~FileReader();
-
-  /// Opens a regular file or another source of bytes; a directory is a failure.
-  bool Open(const File& file) noexcept;
-  bool IsOpen() const noexcept { return handle_ >= 0; }
-  /// Size of the open file, or -1.
-  std::int64_t GetSize() const noexcept;
-  /// Reads up to `size` bytes, fewer only at the end of the file, and moves on. -1 on failure.
-  std::int64_t Read(void* buffer, std::uint32_t size) noexcept;
-  /// The same from a place, without moving.
-  std::int64_t ReadAt(std::int64_t offset, void* buffer, std::uint32_t size) const noexcept;
-  bool Close() noexcept;
-
- private:
-  int handle_ = -1;
-};
-
-/// A file opened for writing, unbuffered. Operations leave the reason of a failure in the error state.
-class ORUGUI_EXPORT FileWriter {
- public:
-  FileWriter() noexcept = default;
-  FileWriter(const FileWriter&) = delete;
-  FileWriter& operator=(const FileWriter&) = delete;
-  ~FileWriter();
-
-  /// Makes the file or empties it.
-  bool Open(const File& file) noexcept;
-  bool OpenAppend(const File& file) noexcept;
-  /// Begins a draft beside the file, for the owner alone, which takes the file's place and mode when Close
-  /// succeeds. Until then, and after any failure, the file is as it was. A file that cannot be replaced, or
-  /// has nothing to lose, is written in place instead: an empty one, a link, one with several names, of
-  /// another owner or of a group that cannot be given, one with an access list or mounted in its place, one
-  /// in a directory that takes no new files, and what is no regular file.
-  bool OpenDraft(const File& file) noexcept;
-  bool IsOpen() const noexcept { return handle_ >= 0; }
-  /// Reserves room where the file system can, so that a full disk shows at once; true when it cannot. The
-  /// size of the file does not change.
-  bool Preallocate(std::int64_t size) noexcept;
-  /// Writes all bytes or fails.
-  bool Write(const void* data, std::uint32_t size) noexcept;
-  /// Sets the size of the file and gives back what Preallocate reserved beyond it.
-  bool Truncate(std::int64_t size) noexcept;
-  /// Reports what the system held back until now.
-  bool Close() noexcept;
-
- private:
-  bool FinishDraft() noexcept;
-  void DropFile() noexcept;
-
-  int handle_ = -1;
-  AnsiStr draft_;  ///< path of the draft under way; empty when the file is written in place
-  AnsiStr target_;
-  std::uint32_t targetMode_ = 0;
 };
 
 /// A stream with a state: once in error it stays so, with the reason in the error state at the time.

@@ -4,7 +4,7 @@
 
 #include "foundation/blob.h"
 #include "foundation/file.h"
-#include "foundation/stream.h"
+#include "foundation/filehandle.h"
 
 namespace OruOssSec {
 

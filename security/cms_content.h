@@ -1,7 +1,7 @@
 #pragma once
 
 #include "foundation/blob.h"
-#include "foundation/stream.h"
+#include "foundation/filehandle.h"
 #include "security/cms_message.h"
 #include "security/cms_piece.h"
 #include "security/work_buffer.h"

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "foundation/file.h"
-#include "foundation/stream.h"
+#include "foundation/filehandle.h"
 
 namespace OruOssSec {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "foundation/file.h"
-#include "foundation/stream.h"
+#include "foundation/filehandle.h"
 #include "security/cms_piece.h"
 #include "security/cms_skeleton.h"
 #include "security/work_buffer.h"

@@ -1,6 +1,6 @@
 #include "security/filedigest.h"
 
-#include "foundation/stream.h"
+#include "foundation/filehandle.h"
 #include "security/openssl_handles.h"
 #include "security/work_buffer.h"
 
@@ -13,7 +13,7 @@ namespace {
 
 bool AddBytes(OruGuiBase::FileReader& reader, EVP_MD_CTX* context) noexcept {
   WorkBuffer buffer;
-  if (!buffer.Alloc(OruGuiBase::kStreamBuffer)) return FailWith("Out of memory");
+  if (!buffer.Alloc(OruGuiBase::kStreamBuffer)) return FailWithoutMemory();
   for (;;) {
     const std::int64_t got = reader.Read(buffer.Get0(), buffer.GetSize());
     if (got <= 0) return got == 0;
@@ -37,7 +37,7 @@ bool DigestFile(const File& file, const char* algorithm, Blob& digest) noexcept 
   if (!reader.Open(file) || !AddBytes(reader, context.get()) || !reader.Close()) return false;
   Blob value;
   std::uint8_t* data = value.Alloc(static_cast<std::uint32_t>(EVP_MD_get_size(method.get())));
-  if (data == nullptr) return FailWith("Out of memory");
+  if (data == nullptr) return FailWithoutMemory();
   if (EVP_DigestFinal_ex(context.get(), data, nullptr) != 1) {
     return FailWithOpenSSL("The digest cannot be computed");
   }

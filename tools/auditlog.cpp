@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "foundation/errorstate.h"
+#include "foundation/filehandle.h"
 #include "foundation/format.h"
-#include "foundation/stream.h"
 #include "tools/draft.h"
 
 namespace CryptCli {

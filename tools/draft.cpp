@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include "foundation/errorstate.h"
+#include "foundation/filehandle.h"
 #include "foundation/format.h"
-#include "foundation/stream.h"
 
 namespace CryptCli {
 

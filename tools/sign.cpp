@@ -6,8 +6,8 @@
 #include "foundation/blob.h"
 #include "foundation/encoding.h"
 #include "foundation/errorstate.h"
+#include "foundation/filehandle.h"
 #include "foundation/format.h"
-#include "foundation/stream.h"
 #include "security/filedigest.h"
 #include "tools/draft.h"
 
@@ -31,6 +31,7 @@ const char* FindDigest(std::string_view algorithm) {
 bool ReadBase64(const AnsiStr& text, Blob& bytes) {
   std::uint32_t size = text.GetLength();
   std::uint8_t* const data = bytes.Alloc(size);
+  if (data == nullptr && size > 0) return false;
   if (!OruGuiBase::B64Str2Binary(text, data, size, "\r\n")) return false;
   bytes.Trunc(size);
   return true;

@@ -10,7 +10,7 @@
 
 #include "foundation/errorstate.h"
 #include "foundation/file.h"
-#include "foundation/stream.h"
+#include "foundation/filehandle.h"
 #include "tests/foundation/file_size_limit.h"
 #include "tests/foundation/printing.h"
 #include "tests/foundation/scratch_directory.h"

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "foundation/errorstate.h"
-#include "foundation/stream.h"
+#include "foundation/filehandle.h"
 #include "tests/foundation/printing.h"
 #include "tests/foundation/scratch_directory.h"
 

@@ -1,3 +1,5 @@
+#include "foundation/filehandle.h"
+
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -12,7 +14,6 @@
 #include <unistd.h>
 
 #include "foundation/errorstate.h"
-#include "foundation/stream.h"
 #include "tests/foundation/file_size_limit.h"
 #include "tests/foundation/printing.h"
 #include "tests/foundation/scratch_directory.h"

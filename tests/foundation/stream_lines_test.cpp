@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "foundation/errorstate.h"
+#include "foundation/filehandle.h"
 #include "foundation/stream.h"
 #include "tests/foundation/file_size_limit.h"
 #include "tests/foundation/printing.h"

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "foundation/errorstate.h"
+#include "foundation/filehandle.h"
 #include "tests/foundation/file_size_limit.h"
 #include "tests/foundation/printing.h"
 #include "tests/foundation/scratch_directory.h"
