@@ -65,9 +65,8 @@ class CryptClient final : public OruOssSec::ISignHash {
   /// at a NUL byte; per-cent signs in it stand as they are.
   CRYPTCLI_EXPORT const OruGuiBase::AnsiStr& GetErrorMessage() const noexcept;
 
-  // ---- Generic entry: an operation by its name (client/dispatch.cpp, client/dispatch_cases.cpp). Any thread
-  // may
-  // ---- call, several at once: each call has a client of its own.
+  // ---- Generic entry (client/dispatch.cpp, client/dispatch_cases.cpp): an operation by its name. Any thread
+  // may call, several at once: each call has a client of its own.
 
   /// The operations that have a name. The key operations "Encrypt" and "Decrypt" make and export room keys;
   /// the file operations below have no name here.
@@ -104,8 +103,8 @@ class CryptClient final : public OruOssSec::ISignHash {
   CRYPTCLI_EXPORT static OruGuiBase::KVMap GetKeyHandle(const OruGuiBase::AnsiStr& id,
                                                         const OruGuiBase::AnsiStr& subId) noexcept;
 
-  // ---- Group and key store (exchange/groupcommands.cpp). Carried out by the first key server that answers
-  // well.
+  // ---- Group and key store (exchange/groupcommands.cpp): commands that the first key server to answer well
+  // carries out.
 
   /// Sets up a group on the key servers. The arrays hold certificates and URLs as text and go out as they
   /// are.
@@ -241,8 +240,6 @@ class CryptClient final : public OruOssSec::ISignHash {
   bool KeyServerGetCertStore(AnsiStr& text) noexcept;
   bool KeyServerGetTrustStore(AnsiStr& text) noexcept;
 
-  bool RunGroupCommand(const KeyServerRequest& request) noexcept;
-
   // ---- Authorization token (exchange/token.cpp)
   AnsiStr GetServiceUrl(const AnsiStr& first, const AnsiStr& second, const AnsiStr& third,
                         const AnsiStr& fourth) noexcept;
@@ -251,7 +248,6 @@ class CryptClient final : public OruOssSec::ISignHash {
   // ---- Wrapped keys (exchange/wrappedkeys.cpp)
   bool KeyServerGenerateWrappedKey(const AnsiStr& room, const ValArray& certificates,
                                    RoomKey& roomKey) noexcept;
-
   bool KeyServerModifyWrappedKey(const AnsiStr& room, const ValArray& certificates, const AnsiStr& wrappedKey,
                                  AnsiStr& newWrappedKey) noexcept;
   bool KeyServerExportWrappedKey(const AnsiStr& room, const AnsiStr& wrappedKey,
@@ -267,6 +263,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   bool KeyServerImportKey(const AnsiStr& group, const AnsiStr& id, const AnsiStr& key,
                           const AnsiStr& password) noexcept;
   bool KeyServerDeleteKey(const AnsiStr& group, const KVMap& key) noexcept;
+  bool RunGroupCommand(const KeyServerRequest& request) noexcept;
 
   // ---- Audit log (exchange/auditlog.cpp)
   bool KeyServerGetAuditLog(const AnsiStr& group, const File& target) noexcept;
