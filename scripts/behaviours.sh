@@ -23,6 +23,7 @@ tampering:Protected files cut and changed
 vectors:Vectors of others
 interop:Other people's CMS software
 faults:Failing memory, failing system calls, kills
+fuzz:The harness of the fuzz targets
 support:What the tests stand on"
 
 list_tests() {  # prints: suite, name, comment, for each test of a file
@@ -68,6 +69,14 @@ write_folder() {
   done < <(git ls-files "tests/$folder/*_test.cpp" | sort)
 }
 
+# A folder of tests that has no title would be left out without a word.
+check_folders() {
+  local folder
+  for folder in $(git ls-files 'tests/*/*_test.cpp' | cut -d/ -f2 | sort -u); do
+    grep -q "^$folder:" <<<"$folders" || { echo "behaviours: tests/$folder has no title" >&2; exit 1; }
+  done
+}
+
 write_page() {
   printf '# Behaviours\n\nWritten by `scripts/behaviours.sh` from the tests: do not edit.\n'
   printf 'Run one with `ctest --preset release -R FOLDER` or its program with `--gtest_filter=NAME`.\n'
@@ -76,6 +85,7 @@ write_page() {
   done <<<"$folders"
 }
 
+check_folders
 if [ "${1:-}" = --check ]; then
   if write_page | diff -q - "$page" >/dev/null; then exit 0; fi
   echo "$page is not what the tests say; run scripts/behaviours.sh" >&2

@@ -9,13 +9,8 @@ scripts/bootstrap.sh
 echo "Building (a first time takes a few minutes) ..."
 scripts/build.sh release cryptcli_command cryptstand
 
-work=$(mktemp -d)
-stand=
-leave() {
-  if [ -n "$stand" ]; then kill -TERM "$stand" 2>/dev/null || true; wait "$stand" 2>/dev/null || true; fi
-  rm -rf "$work"
-}
-trap leave EXIT
+source scripts/stand.sh
+make_work
 cryptcli=$PWD/build/release/tools/cryptcli
 heading() { printf '\n== %s\n' "$*"; }
 
@@ -25,13 +20,7 @@ if [ -z "$source_file" ]; then
 fi
 
 heading "A local stand: one crypt service, three key servers"
-build/release/stand/cryptstand --dir "$work/stand" --key-servers 3 --room demo --url-file "$work/urls.json" >"$work/stand.log" 2>&1 &
-stand=$!
-for _ in $(seq 100); do
-  [ -s "$work/urls.json" ] && break
-  kill -0 "$stand" 2>/dev/null || { cat "$work/stand.log" >&2; exit 1; }
-  sleep 0.1
-done
+start_stand build/release --key-servers 3 --room demo
 cat "$work/stand.log"
 service=$(sed -nE 's/.*"service" *: *"([^"]*)".*/\1/p' "$work/urls.json")
 key_server=$(sed -nE 's/.*"keyservers" *: *\[ *"([^"]*)".*/\1/p' "$work/urls.json")

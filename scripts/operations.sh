@@ -14,20 +14,9 @@ service=http://127.0.0.1:$port/
 servers="\"http://127.0.0.1:$((port + 1))\",\"http://127.0.0.1:$((port + 2))\",\"http://127.0.0.1:$((port + 3))\""
 PATH=$(realpath "$build")/tools:$PATH
 
-work=$(mktemp -d)
-stand=
-leave() {
-  if [ -n "$stand" ]; then kill -TERM "$stand" 2>/dev/null || true; wait "$stand" 2>/dev/null || true; fi
-  rm -rf "$work"
-}
-trap leave EXIT
-"$build/stand/cryptstand" --dir "$work/stand" --port "$port" --url-file "$work/urls.json" >"$work/stand.log" 2>&1 &
-stand=$!
-for _ in $(seq 100); do
-  [ -s "$work/urls.json" ] && break
-  kill -0 "$stand" 2>/dev/null || { cat "$work/stand.log" >&2; exit 1; }
-  sleep 0.1
-done
+source scripts/stand.sh
+make_work
+start_stand "$build" --port "$port"
 mkdir "$work/here"
 cd "$work/here"
 

@@ -1,0 +1,32 @@
+# shellcheck shell=bash
+# To be sourced: a folder that goes when the script ends, and a local stand in it.
+#
+#   make_work                       sets work
+#   start_stand BUILD [OPTION...]   once it answers, its URLs are in $work/urls.json and its words in $work/stand.log
+work=
+stand=
+
+make_work() {
+  work=$(mktemp -d)
+  trap leave EXIT
+}
+
+leave() {
+  if [ -n "$stand" ]; then
+    kill -TERM "$stand" 2>/dev/null || true
+    wait "$stand" 2>/dev/null || true
+  fi
+  rm -rf "$work"
+}
+
+start_stand() {
+  "$1/stand/cryptstand" --dir "$work/stand" --url-file "$work/urls.json" "${@:2}" >"$work/stand.log" 2>&1 &
+  stand=$!
+  for _ in $(seq 100); do
+    if [ -s "$work/urls.json" ]; then return; fi
+    kill -0 "$stand" 2>/dev/null || break
+    sleep 0.1
+  done
+  cat "$work/stand.log" >&2
+  exit 1
+}
