@@ -229,9 +229,9 @@ int main(int argc, char** argv) {
     return RunMerge(argv[2], std::strtoull(argv[3], nullptr, 10));
   Options options;
   CLI::App app("What merging audit logs costs", "auditlog_bench");
-  app.add_option("--size", options.mib, "size of all logs in MiB")->check(CLI::PositiveNumber);
-  app.add_option("--servers", options.servers, "logs to merge")->check(CLI::PositiveNumber);
-  app.add_option("--runs", options.runs, "runs of which the median is told")->check(CLI::PositiveNumber);
+  app.add_option("--size", options.mib, "size of all logs in MiB")->check(CLI::Range(1, 1 << 20));
+  app.add_option("--servers", options.servers, "logs to merge")->check(CLI::Range(1, 1 << 20));
+  app.add_option("--runs", options.runs, "runs of which the median is told")->check(CLI::Range(1, 1 << 20));
   app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
   app.add_flag("--crlf", options.crlf, "end the logs' lines with CR LF");
   CLI11_PARSE(app, argc, argv);

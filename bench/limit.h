@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace Bench {
@@ -10,5 +11,11 @@ namespace Bench {
 double ProtectLimit(const std::string& file);
 /// The arithmetic of opening one: AES-256-CBC decryption and SHA-512.
 double OpenLimit(const std::string& file);
+
+/// What protecting a file costs the system when nothing is computed: `file` is copied to `between` and that
+/// to `target`, as the signed message and the protected file are written, in pieces of `kTrafficPiece` with
+/// the room reserved first. CPU seconds, or a negative number on failure. Both copies are removed.
+double ProtectTraffic(const std::string& file, const std::string& between, const std::string& target);
+inline constexpr std::size_t kTrafficPiece = std::size_t{256} * 1024;
 
 }  // namespace Bench

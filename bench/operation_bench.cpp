@@ -212,7 +212,7 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app("What a named operation costs without a network", "operation_bench");
   app.add_option("--rounds", options.rounds, "rounds of which the median is told")
-      ->check(CLI::PositiveNumber);
+      ->check(CLI::Range(1, 1 << 20));
   app.add_flag("--instructions", options.instructions, "count instructions as well (needs valgrind)");
   std::string only;
   CLI::Option* const one =
@@ -221,7 +221,7 @@ int main(int argc, char** argv) {
     return ParseCase(text.c_str(), options.only) ? std::string() : "not KIND:SIZE: " + text;
   });
   app.add_option("--times", options.times, "how often --only performs it")
-      ->check(CLI::PositiveNumber)
+      ->check(CLI::Range(1, 1 << 20))
       ->needs(one);
   CLI11_PARSE(app, argc, argv);
   const bool ok = options.only.IsKnown() ? RunOnly(options) : RunAll(options);

@@ -97,7 +97,7 @@ int RunRoad(const std::string& dir) {
 }
 
 struct Series {
-  std::vector<double> limitThere, limitBack, oursThere, oursBack, toolThere, toolBack;
+  std::vector<double> limitThere, traffic, limitBack, oursThere, oursBack, toolThere, toolBack;
   long peakThere = 0;
   long peak = 0;
 };
@@ -144,10 +144,14 @@ void Report(const Options& options, const Series& series) {
   using Bench::Median;
   const double limitThere = Median(series.limitThere);
   const double limitBack = Median(series.limitBack);
+  const double traffic = Median(series.traffic);
   const double there = Median(series.oursThere);
   const double back = Median(series.oursBack);
   std::printf("size %zu MiB, median of %d runs\n", options.mib, options.runs);
   std::printf("protect: limit %.3f s, ours %.3f s, ratio %.2f\n", limitThere, there, there / limitThere);
+  std::printf(
+      "         file to file twice without arithmetic %.3f s; with the limit %.3f s, ours %.2f times that\n",
+      traffic, limitThere + traffic, there / (limitThere + traffic));
   std::printf("open:    limit %.3f s, ours %.3f s, ratio %.2f\n", limitBack, back, back / limitBack);
   if (!series.toolThere.empty()) {
     const double toolThere = Median(series.toolThere);
@@ -185,6 +189,8 @@ bool RunAll(const Options& options, const std::string& dir) {
       fs::remove(path);
     series.limitThere.push_back(Bench::ProtectLimit(paths.plain));
     series.limitBack.push_back(Bench::OpenLimit(paths.plain));
+    if (!Settle(paths)) return false;
+    series.traffic.push_back(Bench::ProtectTraffic(paths.plain, paths.toolSigned, paths.secret));
     if (!Settle(paths) || !MeasureOurs(dir, series)) return false;
     if (run == 0 && !SameBytes(paths.plain, paths.opened)) return false;
     if (options.tool && (!Settle(paths) || !MeasureTool(paths, series))) return false;
@@ -199,8 +205,8 @@ int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--road") == 0) return RunRoad(argv[2]);
   Options options;
   CLI::App app("What protecting and opening a file costs", "road_bench");
-  app.add_option("--size", options.mib, "size of the file in MiB")->check(CLI::PositiveNumber);
-  app.add_option("--runs", options.runs, "runs of which the median is told")->check(CLI::PositiveNumber);
+  app.add_option("--size", options.mib, "size of the file in MiB")->check(CLI::Range(1, 1 << 20));
+  app.add_option("--runs", options.runs, "runs of which the median is told")->check(CLI::Range(1, 1 << 20));
   app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
   app.add_flag("!--no-tool", options.tool, "leave OpenSSL's tool out");
   CLI11_PARSE(app, argc, argv);

@@ -259,8 +259,8 @@ int RunAll(const Options& options, const std::string& dir) {
 int main(int argc, char** argv) {
   Options options;
   CLI::App app("Files of random sizes there and back while servers fail", "soak");
-  app.add_option("--seconds", options.seconds, "how long")->check(CLI::PositiveNumber);
-  app.add_option("--threads", options.threads, "threads of clients")->check(CLI::PositiveNumber);
+  app.add_option("--seconds", options.seconds, "how long")->check(CLI::Range(1, 1 << 20));
+  app.add_option("--threads", options.threads, "threads of clients")->check(CLI::Range(1, 1 << 20));
   app.add_option("--seed", options.seed, "of all that is random");
   app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
   CLI11_PARSE(app, argc, argv);
