@@ -18,6 +18,7 @@ namespace {
 
 constexpr int kStopSignal = SIGUSR1;
 constexpr long kTickNanoseconds = 200'000'000;
+constexpr int kCleanUpAttempts = 1000;
 constexpr const char* kClearLine = "\r\033[K";
 
 void ShowTick(const std::string& label, int tick) {
@@ -86,10 +87,16 @@ void Watch::Run(const std::string& label, const std::string& draft, bool show) c
   }
 }
 
+// When a signal ends the program, the operation is still under way: a directory may get another file while it
+// is emptied, and is then tried again; once it is gone, no file can be made in it. The draft comes last, as
+// close to the end as can be.
 void Watch::CleanUp(const std::string& draft) const {
-  std::error_code ignored;
-  if (!draft.empty()) std::filesystem::remove(draft, ignored);
-  if (!directory_.empty()) std::filesystem::remove_all(directory_, ignored);
+  std::error_code error;
+  for (int attempt = 0; attempt < kCleanUpAttempts && !directory_.empty(); ++attempt) {
+    std::filesystem::remove_all(directory_, error);
+    if (!error) break;
+  }
+  if (!draft.empty()) std::filesystem::remove(draft, error);
 }
 
 }  // namespace CryptCli

@@ -13,9 +13,12 @@ namespace {
 using CryptStand::Fault;
 using CryptStand::FaultKind;
 using namespace std::chrono_literals;
+using ::testing::AnyOf;
+using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
 class WatchedCommand : public CommandTest {
@@ -29,8 +32,8 @@ class WatchedCommand : public CommandTest {
     fault.number = milliseconds;
     ASSERT_TRUE(stand_.SetFault(CryptStand::kCryptService, fault));
   }
-  static bool WaitFor(const std::function<bool()>& condition) {
-    for (int i = 0; i < 1000 && !condition(); ++i) std::this_thread::sleep_for(10ms);
+  static bool WaitFor(const std::function<bool()>& condition, std::chrono::microseconds pause = 10ms) {
+    for (int i = 0; i < 1000 && !condition(); ++i) std::this_thread::sleep_for(pause);
     return condition();
   }
 };
@@ -64,6 +67,19 @@ TEST_F(WatchedCommand, ASignalEndsItAndLeavesNothing) {
     EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
     EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
     ASSERT_TRUE(stand_.ClearFaults(CryptStand::kCryptService));
+  }
+}
+
+TEST_F(WatchedCommand, ASignalWhileFilesAreBeingMadeLeavesNothing) {
+  for (int round = 0; round < 40; ++round) {
+    Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {"--force", Path("file.p7m"), Path("t")})});
+    // The program's own directory comes first, so that the library is about to fill it.
+    WaitFor([&] { return !scratch_.GetTemporaryNames().empty(); }, 500us);
+    std::this_thread::sleep_for(round * 500us);
+    process.Signal(SIGTERM);
+    EXPECT_THAT(process.Wait(), AnyOf(0, 128 + SIGTERM));
+    ASSERT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+    ASSERT_THAT(Names(), Not(Contains(StartsWith("."))));
   }
 }
 
