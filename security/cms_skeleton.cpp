@@ -2,6 +2,7 @@
 
 #include "security/ber_walker.h"
 #include "security/cms_types.h"
+#include "security/work_buffer.h"
 
 namespace OruOssSec {
 
@@ -73,6 +74,17 @@ bool ReadBody(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
   return walker.Leave();
 }
 
+// Where OpenSSL lacks the memory to sort a set, such as the signed attributes, it leaves the set out and goes
+// on; that the encoding ends too early is all that tells.
+bool Encode(const CMS_ContentInfo* message, WorkBuffer& der) noexcept {
+  const int size = i2d_CMS_ContentInfo(message, nullptr);
+  if (size <= 0) return FailWithOpenSSL("The message cannot be encoded");
+  if (!der.Alloc(static_cast<std::uint32_t>(size))) return FailWithoutMemory();
+  unsigned char* end = der.Get0();
+  const int written = i2d_CMS_ContentInfo(message, &end);
+  return (written == size && end == der.Get0() + size) || FailWithOpenSSL("The message cannot be encoded");
+}
+
 // Most of what is no message shows in its first byte.
 bool BeginsLikeAMessage(BerReader& reader) noexcept {
   BerSpan span;
@@ -104,13 +116,10 @@ bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
 }
 
 bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcept {
-  unsigned char* der = nullptr;
-  const int size = i2d_CMS_ContentInfo(message, &der);
-  if (size <= 0) return FailWithOpenSSL("The message cannot be encoded");
-  ViewSource source(der, static_cast<std::uint64_t>(size));
-  const bool read = ReadSkeleton(source, skeleton);
-  OPENSSL_free(der);
-  return read;
+  WorkBuffer der;
+  if (!Encode(message, der)) return false;
+  ViewSource source(der.Get0(), der.GetSize());
+  return ReadSkeleton(source, skeleton);
 }
 
 namespace {
