@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace Bench {
@@ -29,6 +29,7 @@ double ReadClock(clockid_t clock) {
 [[noreturn]] void Execute(const std::vector<std::string>& command, int output) {
   ::dup2(output, STDOUT_FILENO);
   std::vector<char*> words;
+  words.reserve(command.size() + 1);
   for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
   ::execvp(words[0], words.data());
