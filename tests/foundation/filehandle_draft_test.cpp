@@ -11,6 +11,7 @@
 #include "foundation/filehandle.h"
 #include "tests/foundation/printing.h"
 #include "tests/foundation/scratch_directory.h"
+#include "tests/support/asnobody.h"
 
 namespace OruGuiBase {
 namespace {
@@ -27,6 +28,13 @@ class FileWriterDraftTest : public testing::Test {
       if (entry.path().filename().string().starts_with(".orugui-")) return entry.path();
     }
     return "";
+  }
+
+  /// The directory and its target, so that AsNobody is their owner where root runs the tests.
+  void GiveToNobody() const {
+    if (::geteuid() != 0) return;
+    for (const std::string& path : {std::string(scratch_.GetPath()), std::string(scratch_ / "target")})
+      ASSERT_EQ(::chown(path.c_str(), TestSupport::AsNobody::kNobody, 0), 0) << path;
   }
 
   ScratchDirectory scratch_;
@@ -173,9 +181,10 @@ TEST_F(FileWriterDraftTest, AFileOfAnotherGroupKeepsItsGroup) {
 }
 
 TEST_F(FileWriterDraftTest, ADirectoryThatTakesNoNewFilesHasItsFileWrittenInPlace) {
-  if (::geteuid() == 0) GTEST_SKIP() << "no directory refuses root";
   scratch_.MakeFile("target", "old");
+  GiveToNobody();
   ASSERT_EQ(::chmod(scratch_.GetPath().c_str(), 0555), 0);
+  const TestSupport::AsNobody nobody;
   const bool done = Begin("target") && writer_.Close();
   ::chmod(scratch_.GetPath().c_str(), 0755);
   ASSERT_TRUE(done) << GetSystemErrorText().GetText();
@@ -183,9 +192,10 @@ TEST_F(FileWriterDraftTest, ADirectoryThatTakesNoNewFilesHasItsFileWrittenInPlac
 }
 
 TEST_F(FileWriterDraftTest, AFileThatMayNotBeWrittenIsNotReplaced) {
-  if (::geteuid() == 0) GTEST_SKIP() << "no file refuses root";
   scratch_.MakeFile("target", "old");
   ASSERT_EQ(::chmod((scratch_ / "target").c_str(), 0444), 0);
+  GiveToNobody();
+  const TestSupport::AsNobody nobody;
   EXPECT_FALSE(Begin("target"));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EACCES));
   EXPECT_EQ(Content("target"), "old");

@@ -9,6 +9,8 @@ namespace TestSupport {
 /// is not root stays who he is.
 class AsNobody {
  public:
+  static constexpr uid_t kNobody = 65534;
+
   AsNobody() : changed_(::geteuid() == 0 && ::seteuid(kNobody) == 0) {}
   AsNobody(const AsNobody&) = delete;
   AsNobody& operator=(const AsNobody&) = delete;
@@ -17,7 +19,6 @@ class AsNobody {
   }
 
  private:
-  static constexpr uid_t kNobody = 65534;
   bool changed_;
 };
 
