@@ -97,9 +97,8 @@ TEST(ProgramTest, StopsWhileAConnectionIsOpen) {
   const std::string file = folder.Path("urls.json");
   Program program(folder, {"--dir", folder.Path("state"), "--url-file", file});
   const std::string service = ReadText(WaitForUrls(file), "service").value_or("http://127.0.0.1:1/");
-  httplib::Client client(service.substr(0, service.size() - 1));
-  client.set_keep_alive(true);
-  ASSERT_TRUE(client.Get("/crypt/key/demo"));
+  Peer peer;
+  ASSERT_NE(peer.Send("GET", service + "crypt/key/demo").status, 0);
   EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
 }
 

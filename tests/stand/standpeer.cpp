@@ -1,38 +1,95 @@
 #include "tests/stand/standpeer.h"
 
+#include <algorithm>
+#include <curl/curl.h>
 #include <gtest/gtest.h>
+#include <strings.h>
 
 namespace CryptStand {
 namespace {
 
-struct Address {
-  std::string host;
-  std::string path;
-};
+constexpr long kPatienceSeconds = 60;
 
-Address Split(const std::string& url) {
-  const std::size_t slash = url.find('/', url.find("//") + 2);
-  return {url.substr(0, slash), slash == std::string::npos ? "/" : url.substr(slash)};
+std::size_t AppendBody(char* data, std::size_t size, std::size_t count, void* reply) {
+  static_cast<Reply*>(reply)->body.append(data, size * count);
+  return size * count;
 }
 
-Reply ToReply(const httplib::Result& result) {
-  if (!result) return {};
-  return {result->status, result->body, result->headers};
-}
-
-Reply SendRequest(const std::string& url, httplib::Request request) {
-  const Address address = Split(url);
-  httplib::Client client(address.host);
-  client.set_url_encode(false);
-  request.path = address.path;
-  return ToReply(client.send(request));
+std::size_t AppendHeader(char* data, std::size_t size, std::size_t count, void* reply) {
+  std::string line(data, size * count);
+  line.erase(line.find_last_not_of("\r\n") + 1);
+  Headers& headers = static_cast<Reply*>(reply)->headers;
+  if (line.starts_with("HTTP/")) headers.clear();  // an interim response may come first
+  const std::size_t colon = line.find(':');
+  if (colon != std::string::npos && !line.starts_with("HTTP/")) {
+    const std::size_t value = std::min(line.find_first_not_of(' ', colon + 1), line.size());
+    headers.emplace_back(line.substr(0, colon), line.substr(value));
+  }
+  return size * count;
 }
 
 }  // namespace
 
+class Peer::Impl {
+ public:
+  Impl() : handle_(curl_easy_init()) {}
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+  ~Impl() { curl_easy_cleanup(handle_); }
+
+  Reply Send(const std::string& method, const std::string& url, const std::optional<std::string>& body,
+             const Headers& headers) {
+    Reply reply;
+    curl_easy_reset(handle_);
+    curl_slist* lines = nullptr;
+    for (const auto& [name, value] : headers) lines = curl_slist_append(lines, (name + ": " + value).c_str());
+    SetRequest(method, url, body, lines);
+    curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &AppendBody);
+    curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &reply);
+    curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, &AppendHeader);
+    curl_easy_setopt(handle_, CURLOPT_HEADERDATA, &reply);
+    const CURLcode result = curl_easy_perform(handle_);
+    curl_slist_free_all(lines);
+    long status = 0;
+    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
+    reply.status = result == CURLE_OK ? static_cast<int>(status) : 0;
+    reply.isRefused = result == CURLE_COULDNT_CONNECT;
+    return reply;
+  }
+
+ private:
+  void SetRequest(const std::string& method, const std::string& url, const std::optional<std::string>& body,
+                  curl_slist* headers) {
+    curl_easy_setopt(handle_, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle_, CURLOPT_PATH_AS_IS, 1L);
+    curl_easy_setopt(handle_, CURLOPT_PROXY, "");
+    curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(handle_, CURLOPT_TIMEOUT, kPatienceSeconds);
+    curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, headers);
+    if (method == "HEAD") curl_easy_setopt(handle_, CURLOPT_NOBODY, 1L);
+    if (body.has_value()) {
+      curl_easy_setopt(handle_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body->size()));
+      curl_easy_setopt(handle_, CURLOPT_POSTFIELDS, body->c_str());
+    }
+    curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, method.c_str());
+  }
+
+  CURL* handle_;
+};
+
+Peer::Peer() : impl_(std::make_unique<Impl>()) {}
+Peer::~Peer() = default;
+
+Reply Peer::Send(const std::string& method, const std::string& url, const std::optional<std::string>& body,
+                 const Headers& headers) {
+  return impl_->Send(method, url, body, headers);
+}
+
 std::string Reply::Header(const char* name) const {
-  const auto found = headers.find(name);
-  return found != headers.end() ? found->second : "(none)";
+  for (const auto& [key, value] : headers) {
+    if (strcasecmp(key.c_str(), name) == 0) return value;
+  }
+  return "(none)";
 }
 
 Reply Get(const std::string& url) {
@@ -40,19 +97,13 @@ Reply Get(const std::string& url) {
 }
 
 Reply Send(const char* method, const std::string& url) {
-  httplib::Request request;
-  request.method = method;
-  return SendRequest(url, request);
+  return Peer().Send(method, url);
 }
 
-Reply Post(const std::string& url, const std::string& body, const httplib::Headers& headers,
-           const char* contentType) {
-  httplib::Request request;
-  request.method = "POST";
-  request.headers = headers;
-  request.headers.emplace("Content-Type", contentType);
-  request.body = body;
-  return SendRequest(url, request);
+Reply Post(const std::string& url, const std::string& body, const Headers& headers, const char* contentType) {
+  Headers all = headers;
+  all.emplace_back("Content-Type", contentType);
+  return Peer().Send("POST", url, body, all);
 }
 
 Reply Post(const std::string& url, const KVMap& body) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <gmock/gmock.h>
-#include <httplib.h>
+#include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "stand/certmaker.h"
@@ -11,11 +13,14 @@
 
 namespace CryptStand {
 
-/// What came back; status 0 when nothing did.
+using Headers = std::vector<std::pair<std::string, std::string>>;
+
+/// What came back; status 0 when that was no whole response.
 struct Reply {
   int status = 0;
-  std::string body;
-  httplib::Headers headers;
+  std::string body;  ///< When the response was cut: what came of its body.
+  Headers headers;
+  bool isRefused = false;  ///< Nobody listened.
 
   KVMap Object() const { return ReadObject(body).value_or(KVMap()); }
   std::string Text(const char* name) const { return ReadText(Object(), name).value_or("(none)"); }
@@ -28,9 +33,25 @@ struct Reply {
   std::int64_t Code() const { return ReadInteger(Payload(), "code").value_or(0); }
 };
 
+/// A client that keeps its connection from one request to the next.
+class Peer {
+ public:
+  Peer();
+  Peer(const Peer&) = delete;
+  Peer& operator=(const Peer&) = delete;
+  ~Peer();
+
+  Reply Send(const std::string& method, const std::string& url, const std::optional<std::string>& body = {},
+             const Headers& headers = {});
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
 /// Requests on a connection of their own.
 Reply Get(const std::string& url);
-Reply Post(const std::string& url, const std::string& body, const httplib::Headers& headers = {},
+Reply Post(const std::string& url, const std::string& body, const Headers& headers = {},
            const char* contentType = "text/json");
 Reply Post(const std::string& url, const KVMap& body);
 /// Any method, without a body.
