@@ -45,6 +45,27 @@ std::optional<std::string> Unescape(std::string_view text) {
   return plain;
 }
 
+// The HTTP engine's view of a connection. It asks for addresses without using them.
+class EngineStream : public httplib::Stream {
+ public:
+  EngineStream(const ConnectionStream& bytes, int handle) : bytes_(bytes), handle_(handle) {}
+
+  bool is_readable() const override { return true; }
+  bool is_writable() const override { return true; }
+  ssize_t read(char* buffer, size_t size) override { return bytes_.Read(buffer, size); }
+  ssize_t write(const char* data, size_t size) override {
+    iovec part = {const_cast<char*>(data), size};
+    return bytes_.Write(&part, 1);
+  }
+  void get_remote_ip_and_port(std::string& ip, int& port) const override { ip.clear(), port = 0; }
+  void get_local_ip_and_port(std::string& ip, int& port) const override { ip.clear(), port = 0; }
+  socket_t socket() const override { return handle_; }
+
+ private:
+  const ConnectionStream& bytes_;
+  int handle_;
+};
+
 // Whether the answer under way on this thread ended inside its body. The engine would keep such a connection,
 // and the other side would wait for the rest.
 thread_local bool wasCut = false;
@@ -145,8 +166,9 @@ std::optional<std::vector<std::string>> HttpRequest::PathSegments() const {
 
 class HttpServer::Impl {
  public:
-  explicit Impl(HttpHandler handler)
+  Impl(HttpHandler handler, HttpTimeouts timeouts)
       : handler_(std::move(handler)),
+        timeouts_(timeouts),
         engine_([this](const httplib::Request& request, httplib::Response& response) {
           WriteReply(handler_(ReadRequest(request), stopping_.get_token()), response);
         }) {}
@@ -171,6 +193,7 @@ class HttpServer::Impl {
   void Reap();
 
   HttpHandler handler_;
+  HttpTimeouts timeouts_;
   Engine engine_;
   int port_ = 0;
   Socket reserved_;  // holds the port and never listens
@@ -252,8 +275,9 @@ void HttpServer::Impl::Admit(Socket socket) {
 }
 
 void HttpServer::Impl::Serve(Connection& connection) {
-  ConnectionStream stream(connection.socket.Get());
-  while (!stopping_.stop_requested() && stream.WaitForRequest() && engine_.ServeOne(stream)) {
+  const ConnectionStream bytes(connection.socket.Get(), timeouts_.transferMs);
+  EngineStream stream(bytes, connection.socket.Get());
+  while (!stopping_.stop_requested() && bytes.WaitForData(timeouts_.idleMs) && engine_.ServeOne(stream)) {
   }
   shutdown(connection.socket.Get(), SHUT_RDWR);
   const std::lock_guard<std::mutex> lock(mutex_);
@@ -273,7 +297,8 @@ void HttpServer::Impl::Reap() {
   for (Connection& connection : ended) connection.thread.join();
 }
 
-HttpServer::HttpServer(HttpHandler handler) : impl_(std::make_unique<Impl>(std::move(handler))) {}
+HttpServer::HttpServer(HttpHandler handler, HttpTimeouts timeouts)
+    : impl_(std::make_unique<Impl>(std::move(handler), timeouts)) {}
 HttpServer::~HttpServer() = default;
 bool HttpServer::Bind(int port, std::string& error) {
   return impl_->Bind(port, error);

@@ -46,13 +46,19 @@ struct HttpReply {
 /// requested it should come to an end. It throws nothing.
 using HttpHandler = std::function<HttpReply(const HttpRequest& request, const std::stop_token& stop)>;
 
+/// How long a server waits for the other side, in milliseconds.
+struct HttpTimeouts {
+  int idleMs = 60000;      ///< Silence between two requests.
+  int transferMs = 30000;  ///< Silence inside a request or a response.
+};
+
 /// An HTTP server on 127.0.0.1 that can go down and come back on the same port.
 ///
 /// The port stays bound while the server is down, but nothing listens on it: connections are refused, and no
 /// other program gets the port in the meantime. Going down also ends every open connection at once.
 class HttpServer {
  public:
-  explicit HttpServer(HttpHandler handler);
+  explicit HttpServer(HttpHandler handler, HttpTimeouts timeouts = {});
   ~HttpServer();
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;

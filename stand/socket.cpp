@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <system_error>
@@ -13,15 +12,14 @@
 namespace CryptStand {
 namespace {
 
-constexpr int kTransferMs = 30000;  // silence inside a request or an answer
-constexpr int kIdleMs = 60000;      // silence between two requests
-
+// False with the reason in `errno`.
 bool WaitFor(int handle, short events, int timeoutMs) {
   pollfd entry = {handle, events, 0};
   int found = 0;
   do {
     found = poll(&entry, 1, timeoutMs);
   } while (found < 0 && errno == EINTR);
+  if (found == 0) errno = ETIMEDOUT;
   return found > 0;
 }
 
@@ -69,48 +67,33 @@ int Socket::GetPort() const {
   return getsockname(handle_, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? PortOf(address) : 0;
 }
 
-bool ConnectionStream::WaitForRequest() const {
-  return WaitFor(handle_, POLLIN, kIdleMs);
-}
-
-bool ConnectionStream::is_readable() const {
-  return WaitFor(handle_, POLLIN, kTransferMs);
-}
-
-bool ConnectionStream::is_writable() const {
-  return WaitFor(handle_, POLLOUT, kTransferMs);
-}
-
-ssize_t ConnectionStream::read(char* buffer, size_t size) {
-  if (!is_readable()) return -1;
+ssize_t ConnectionStream::Read(void* data, std::size_t size) const {
+  if (!WaitFor(handle_, POLLIN, timeoutMs_)) return -1;
   ssize_t count = 0;
   do {
-    count = recv(handle_, buffer, size, 0);
+    count = recv(handle_, data, size, 0);
   } while (count < 0 && errno == EINTR);
   return count;
 }
 
-ssize_t ConnectionStream::write(const char* data, size_t size) {
-  if (!is_writable()) return -1;
-  ssize_t count = 0;
+ssize_t ConnectionStream::Write(iovec* parts, std::size_t count) const {
+  if (!WaitFor(handle_, POLLOUT, timeoutMs_)) return -1;
+  msghdr message = {};
+  message.msg_iov = parts;
+  message.msg_iovlen = count;
+  ssize_t written = 0;
   do {
-    count = send(handle_, data, size, MSG_NOSIGNAL);
-  } while (count < 0 && errno == EINTR);
-  return count;
+    written = sendmsg(handle_, &message, MSG_NOSIGNAL);
+  } while (written < 0 && errno == EINTR);
+  return written;
 }
 
-void ConnectionStream::get_remote_ip_and_port(std::string& ip, int& port) const {
-  sockaddr_in address = {};
-  socklen_t size = sizeof address;
-  ip = "127.0.0.1";
-  port = getpeername(handle_, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? PortOf(address) : 0;
+bool ConnectionStream::WaitForData(int timeoutMs) const {
+  return WaitFor(handle_, POLLIN, timeoutMs);
 }
 
-void ConnectionStream::get_local_ip_and_port(std::string& ip, int& port) const {
-  sockaddr_in address = {};
-  socklen_t size = sizeof address;
-  ip = "127.0.0.1";
-  port = getsockname(handle_, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? PortOf(address) : 0;
+void ConnectionStream::EndWriting() const {
+  shutdown(handle_, SHUT_WR);
 }
 
 }  // namespace CryptStand

@@ -1,7 +1,9 @@
 #pragma once
 
-#include <httplib.h>
+#include <cstddef>
 #include <string>
+#include <sys/types.h>
+#include <sys/uio.h>
 #include <utility>
 
 namespace CryptStand {
@@ -31,24 +33,26 @@ class Socket {
   int handle_ = -1;
 };
 
-/// The HTTP engine's view of one accepted connection. The socket belongs to somebody else.
-class ConnectionStream : public httplib::Stream {
+/// Bytes to and from one accepted connection, each wait for the other side limited. The socket belongs to
+/// somebody else.
+class ConnectionStream {
  public:
-  explicit ConnectionStream(int handle) : handle_(handle) {}
+  /// `timeoutMs` is the longest silence of the other side inside a request or a response.
+  ConnectionStream(int handle, int timeoutMs) : handle_(handle), timeoutMs_(timeoutMs) {}
 
-  bool is_readable() const override;
-  bool is_writable() const override;
-  ssize_t read(char* buffer, size_t size) override;
-  ssize_t write(const char* data, size_t size) override;
-  void get_remote_ip_and_port(std::string& ip, int& port) const override;
-  void get_local_ip_and_port(std::string& ip, int& port) const override;
-  socket_t socket() const override { return handle_; }
-
-  /// Whether the next request begins within the time that an idle connection is kept.
-  bool WaitForRequest() const;
+  /// Reads at least one byte. 0 at the end of the connection; -1 with the reason in `errno`, ETIMEDOUT after
+  /// a silence.
+  ssize_t Read(void* data, std::size_t size) const;
+  /// Writes at least one byte of the parts, of which there are at most IOV_MAX. -1 as for reading.
+  ssize_t Write(iovec* parts, std::size_t count) const;
+  /// Whether there is something to read, the end of the connection included, within the time.
+  bool WaitForData(int timeoutMs) const;
+  /// Ends writing; the other side sees the end and may still send.
+  void EndWriting() const;
 
  private:
   int handle_;
+  int timeoutMs_;
 };
 
 }  // namespace CryptStand
