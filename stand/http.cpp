@@ -2,9 +2,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <httplib.h>
 #include <list>
 #include <mutex>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <strings.h>
@@ -14,12 +14,12 @@
 #include <thread>
 #include <unistd.h>
 
+#include "stand/httpconnection.h"
 #include "stand/socket.h"
 
 namespace CryptStand {
 namespace {
 
-constexpr std::size_t kMaxBody = 16U << 20U;
 constexpr int kBacklog = 128;
 
 int HexDigit(char digit) {
@@ -43,99 +43,6 @@ std::optional<std::string> Unescape(std::string_view text) {
     i += 2;
   }
   return plain;
-}
-
-// The HTTP engine's view of a connection. It asks for addresses without using them.
-class EngineStream : public httplib::Stream {
- public:
-  EngineStream(const ConnectionStream& bytes, int handle) : bytes_(bytes), handle_(handle) {}
-
-  bool is_readable() const override { return true; }
-  bool is_writable() const override { return true; }
-  ssize_t read(char* buffer, size_t size) override { return bytes_.Read(buffer, size); }
-  ssize_t write(const char* data, size_t size) override {
-    iovec part = {const_cast<char*>(data), size};
-    return bytes_.Write(&part, 1);
-  }
-  void get_remote_ip_and_port(std::string& ip, int& port) const override { ip.clear(), port = 0; }
-  void get_local_ip_and_port(std::string& ip, int& port) const override { ip.clear(), port = 0; }
-  socket_t socket() const override { return handle_; }
-
- private:
-  const ConnectionStream& bytes_;
-  int handle_;
-};
-
-// Whether the answer under way on this thread ended inside its body. The engine would keep such a connection,
-// and the other side would wait for the rest.
-thread_local bool wasCut = false;
-
-// Parses requests and writes answers. Sockets and threads are ours, so that a server can go down at once.
-class Engine : public httplib::Server {
- public:
-  explicit Engine(const Handler& handler) {
-    const char* every = R"([\s\S]*)";
-    Get(every, handler).Post(every, handler).Put(every, handler).Patch(every, handler);
-    Delete(every, handler).Options(every, handler);
-    set_payload_max_length(kMaxBody);
-  }
-
-  /// The engine sends no more than headers while it believes that no socket listens.
-  void SetListening(int handle) { svr_sock_ = handle; }
-
-  /// False when the connection is to be closed.
-  bool ServeOne(httplib::Stream& stream) {
-    bool closed = false;
-    wasCut = false;
-    return process_request(stream, false, closed, nullptr) && !closed && !wasCut;
-  }
-};
-
-HttpRequest ReadRequest(const httplib::Request& from) {
-  return {from.method, from.target, from.body, {from.headers.begin(), from.headers.end()}};
-}
-
-// Sends the next piece; false when the connection has to end.
-bool SendPiece(const BodySource& next, std::optional<std::size_t>& left, httplib::DataSink& sink) {
-  const std::string piece = next();
-  const bool isCut = left.has_value() && (piece.empty() || *left <= piece.size());
-  if (isCut) {
-    sink.write(piece.data(), std::min(*left, piece.size()));
-    return false;
-  }
-  if (left.has_value()) *left -= piece.size();
-  if (piece.empty()) sink.done();
-  return piece.empty() || sink.write(piece.data(), piece.size());
-}
-
-void WriteStream(const HttpReply& from, httplib::Response& to) {
-  to.set_chunked_content_provider(from.contentType, [next = from.openBody(), left = from.cutAfter](
-                                                        std::size_t, httplib::DataSink& sink) mutable {
-    try {
-      wasCut = !SendPiece(next, left, sink);
-    } catch (const std::exception&) {
-      wasCut = true;  // the other side sees a body without an end
-    }
-    return !wasCut;
-  });
-}
-
-void WriteReply(HttpReply from, httplib::Response& to) {
-  to.status = from.status;
-  for (const auto& [name, value] : from.headers) to.set_header(name, value);
-  if (from.openBody) return WriteStream(from, to);
-  if (!from.cutAfter.has_value()) {
-    to.set_content(from.body, from.contentType);
-    return;
-  }
-  const std::size_t size = from.body.size();
-  to.set_content_provider(
-      size, from.contentType,
-      [body = std::move(from.body), cut = *from.cutAfter](std::size_t, std::size_t, httplib::DataSink& sink) {
-        sink.write(body.data(), std::min(cut, body.size()));
-        wasCut = true;
-        return false;
-      });
 }
 
 }  // namespace
@@ -166,12 +73,7 @@ std::optional<std::vector<std::string>> HttpRequest::PathSegments() const {
 
 class HttpServer::Impl {
  public:
-  Impl(HttpHandler handler, HttpTimeouts timeouts)
-      : handler_(std::move(handler)),
-        timeouts_(timeouts),
-        engine_([this](const httplib::Request& request, httplib::Response& response) {
-          WriteReply(handler_(ReadRequest(request), stopping_.get_token()), response);
-        }) {}
+  Impl(HttpHandler handler, HttpTimeouts timeouts) : handler_(std::move(handler)), timeouts_(timeouts) {}
   ~Impl() { Down(); }
 
   bool Bind(int port, std::string& error);
@@ -194,7 +96,6 @@ class HttpServer::Impl {
 
   HttpHandler handler_;
   HttpTimeouts timeouts_;
-  Engine engine_;
   int port_ = 0;
   Socket reserved_;  // holds the port and never listens
   Socket listening_;
@@ -225,7 +126,6 @@ bool HttpServer::Impl::Up(std::string& error) {
     return false;
   }
   stopping_ = std::stop_source();
-  engine_.SetListening(listening_.Get());
   up_ = true;
   acceptor_ = std::thread([this] { AcceptAll(); });
   return true;
@@ -237,7 +137,6 @@ void HttpServer::Impl::Down() {
   const std::uint64_t signal = 1;
   if (write(wake_.Get(), &signal, sizeof signal) != sizeof signal) std::terminate();
   acceptor_.join();
-  engine_.SetListening(INVALID_SOCKET);
   listening_.Close();
   stopping_.request_stop();
   {
@@ -275,10 +174,7 @@ void HttpServer::Impl::Admit(Socket socket) {
 }
 
 void HttpServer::Impl::Serve(Connection& connection) {
-  const ConnectionStream bytes(connection.socket.Get(), timeouts_.transferMs);
-  EngineStream stream(bytes, connection.socket.Get());
-  while (!stopping_.stop_requested() && bytes.WaitForData(timeouts_.idleMs) && engine_.ServeOne(stream)) {
-  }
+  ServeConnection(connection.socket.Get(), handler_, stopping_.get_token(), timeouts_);
   shutdown(connection.socket.Get(), SHUT_RDWR);
   const std::lock_guard<std::mutex> lock(mutex_);
   connection.ended = true;
