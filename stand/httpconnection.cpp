@@ -26,6 +26,8 @@ constexpr std::uint32_t kMaxHead = 64U << 10U;  // request line and headers
 // What is read ahead: chunk extensions and trailers have to fit as well.
 constexpr std::size_t kMaxBuffered = 2 * kMaxHead;
 constexpr std::size_t kReadSize = 16U << 10U;
+// Of a refused request, what is read and dropped so that the other side gets to its response.
+constexpr std::size_t kMaxDropped = 64U << 20U;
 
 // The connection as Beast sees a stream: it reads and writes some bytes, with an error code or by throwing.
 class Stream {
@@ -104,6 +106,13 @@ int StatusOf(const error_code& error, const Parser& parser) {
   return isParsed ? 400 : 0;
 }
 
+bool IsServed(http::verb method) {
+  constexpr http::verb kServed[] = {http::verb::get,    http::verb::head,  http::verb::post,
+                                    http::verb::put,    http::verb::patch, http::verb::delete_,
+                                    http::verb::options};
+  return std::find(std::begin(kServed), std::end(kServed), method) != std::end(kServed);
+}
+
 // A header with a line break would be read as two: it is left out.
 bool IsOneLine(const std::string& text) {
   return text.find_first_of("\r\n") == std::string::npos;
@@ -170,7 +179,10 @@ bool Connection::ServeOne() {
     return false;
   }
   const Framing framing(parser);
-  return Answer(handler_(ReadRequest(parser.release()), stop_), framing);
+  HttpReply reply;
+  reply.status = 501;
+  if (IsServed(parser.get().method())) reply = handler_(ReadRequest(parser.release()), stop_);
+  return Answer(std::move(reply), framing);
 }
 
 // The parser limits what it is given at once; the sum is limited here, since many short headers are as bad as
@@ -252,12 +264,20 @@ bool Connection::SendPieces(const BodySource& next, std::optional<std::size_t> l
   return !left.has_value() && (!isChunked || Send(http::make_chunk_last()));
 }
 
+// The rest of the request is read before the connection is closed: bytes that lie unread then would turn the
+// end into a reset, and the other side might lose the response.
 void Connection::Refuse(int status) {
   http::response<http::empty_body> response(static_cast<http::status>(status), 11);
   response.content_length(0);
   response.keep_alive(false);
   error_code error;
   http::write(stream_, response, error);
+  stream_.Bytes().EndWriting();
+  std::array<char, kReadSize> dropped;
+  ssize_t count = error ? 0 : 1;
+  for (std::size_t sum = 0; count > 0 && sum < kMaxDropped; sum += static_cast<std::size_t>(count)) {
+    count = stream_.Bytes().Read(dropped.data(), dropped.size());
+  }
 }
 
 }  // namespace

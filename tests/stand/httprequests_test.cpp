@@ -98,6 +98,15 @@ TEST_F(HttpWireTest, TakesBodiesUpToItsLimit) {
   EXPECT_EQ(Post(Url(), body + "x").status, 413);
 }
 
+TEST_F(HttpWireTest, ASenderOfAHugeBodyGetsToItsResponse) {
+  RawPeer peer(server_.GetPort());
+  ASSERT_TRUE(peer.Send("POST / HTTP/1.1\r\nContent-Length: 20971520\r\n\r\n"));
+  ASSERT_TRUE(peer.Send(std::string(20U << 20U, 'x'))) << "sent to its end before the response is read";
+  peer.EndWriting();
+  EXPECT_THAT(peer.ReadAll(), StartsWith("HTTP/1.1 413 "));
+  EXPECT_TRUE(peer.HasEnded()) << "an end, not a reset";
+}
+
 TEST_F(HttpWireTest, RefusesHugeChunkedBodies) {
   std::string bytes = "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n";
   for (int i = 0; i < 17; ++i) bytes += "100000\r\n" + std::string(1U << 20U, 'x') + "\r\n";
@@ -141,6 +150,14 @@ TEST_F(HttpWireTest, KeepsTheConnectionAfterARefusalOfItsHandler) {
   for (int i = 0; i < 3; ++i) {
     ASSERT_TRUE(peer.Send(kGet)) << i;
     EXPECT_THAT(peer.ReadUntil("\r\n\r\n"), AllOf(StartsWith("HTTP/1.1 500 "), Not(HasSubstr("close")))) << i;
+  }
+}
+
+TEST_F(HttpWireTest, ServesNoOtherMethods) {
+  for (const char* method : {"BREW", "TRACE", "PROPFIND"}) {
+    EXPECT_THAT(Exchange(method + std::string(" / HTTP/1.1\r\nConnection: close\r\n\r\n")),
+                StartsWith("HTTP/1.1 501 "))
+        << method;
   }
 }
 
