@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sstream>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -99,6 +100,17 @@ TEST(ProgramTest, StopsWhileAConnectionIsOpen) {
   const std::string service = ReadText(WaitForUrls(file), "service").value_or("http://127.0.0.1:1/");
   Peer peer;
   ASSERT_NE(peer.Send("GET", service + "crypt/key/demo").status, 0);
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
+TEST(ProgramTest, GoesOnWhenNobodyReadsItsOutput) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  ASSERT_EQ(mkfifo(folder.Path("out").c_str(), 0600), 0);
+  const int reader = open(folder.Path("out").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  Program program(folder, {"--dir", folder.Path("state"), "--url-file", file});
+  close(reader);
+  EXPECT_NE(ReadText(WaitForUrls(file), "service"), std::nullopt);
   EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
 }
 
