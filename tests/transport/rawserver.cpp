@@ -13,20 +13,6 @@ namespace TestSupport {
 
 namespace {
 
-int Listen(int& port) {
-  const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof(address);
-  auto* generic = reinterpret_cast<sockaddr*>(&address);
-  const bool made = bind(listener, generic, size) == 0 && listen(listener, 64) == 0 &&
-                    getsockname(listener, generic, &size) == 0;
-  EXPECT_TRUE(made) << "no loopback port";
-  port = ntohs(address.sin_port);
-  return listener;
-}
-
 std::string Trim(std::string text) {
   while (!text.empty() && (text.back() == ' ' || text.back() == '\r')) text.pop_back();
   return text.substr(std::min(text.find_first_not_of(' '), text.size()));
@@ -117,7 +103,7 @@ void RawConnection::Interrupt() noexcept {
   if (socket >= 0) shutdown(socket, SHUT_RDWR);
 }
 
-RawServer::RawServer(Handler handler) : handler_(std::move(handler)), listener_(Listen(port_)) {
+RawServer::RawServer(Handler handler) : handler_(std::move(handler)), listener_(ListenOnLoopback(port_)) {
   acceptor_ = std::thread([this] { Accept(); });
 }
 
@@ -161,9 +147,23 @@ RawServer::Handler AnswerAll(std::function<void(RawConnection&, const RecordedRe
   };
 }
 
+int ListenOnLoopback(int& port) {
+  const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof(address);
+  auto* generic = reinterpret_cast<sockaddr*>(&address);
+  const bool made = bind(listener, generic, size) == 0 && listen(listener, 64) == 0 &&
+                    getsockname(listener, generic, &size) == 0;
+  EXPECT_TRUE(made) << "no loopback port";
+  port = ntohs(address.sin_port);
+  return listener;
+}
+
 int UnusedPort() {
   int port = 0;
-  close(Listen(port));
+  close(ListenOnLoopback(port));
   return port;
 }
 

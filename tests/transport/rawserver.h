@@ -104,6 +104,9 @@ class RawServer {
 /// A handler that answers every request on a connection by the same function.
 RawServer::Handler AnswerAll(std::function<void(RawConnection&, const RecordedRequest&)> answer);
 
+/// A socket that listens on a loopback port of its own. The caller closes it.
+int ListenOnLoopback(int& port);
+
 /// A loopback port on which nobody listens.
 int UnusedPort();
 

@@ -1,10 +1,9 @@
 // TLS: which servers are trusted, and who the client says it is.
-#include <httplib.h>
 #include <memory>
-#include <thread>
 
 #include "stand/certmaker.h"
 #include "tests/support/files.h"
+#include "tests/transport/secureserver.h"
 #include "tests/transport/transporttest.h"
 
 namespace TestSupport {
@@ -21,38 +20,6 @@ CertSpec ServerSpec(const std::string& name) {
   spec.extensions.emplace_back("subjectAltName", name);
   return spec;
 }
-
-/// An HTTPS server on a loopback port that tells the subject of the client's certificate, or "nobody".
-class SecureServer {
- public:
-  SecureServer(const std::filesystem::path& certificate, const std::filesystem::path& key,
-               const std::filesystem::path& clientAuthority = {})
-      : server_(certificate.c_str(), key.c_str(),
-                clientAuthority.empty() ? nullptr : clientAuthority.c_str()) {
-    server_.Get("/", [](const httplib::Request&, httplib::Response& response) {
-      response.set_content("secure", "text/plain");
-    });
-    port_ = server_.bind_to_any_port("127.0.0.1");
-    EXPECT_GT(port_, 0);
-    thread_ = std::thread([this] { server_.listen_after_bind(); });
-    while (!server_.is_running()) std::this_thread::yield();
-  }
-  SecureServer(const SecureServer&) = delete;
-  SecureServer& operator=(const SecureServer&) = delete;
-  ~SecureServer() {
-    server_.stop();
-    thread_.join();
-  }
-
-  std::string Authority(const char* host = "127.0.0.1") const { return host + (":" + std::to_string(port_)); }
-  std::string Url(const char* host = "127.0.0.1") const { return "https://" + Authority(host) + "/"; }
-  void AllowAtMost(int version) { SSL_CTX_set_max_proto_version(server_.ssl_context(), version); }
-
- private:
-  httplib::SSLServer server_;
-  int port_ = 0;
-  std::thread thread_;
-};
 
 class CurlTLS : public ::testing::Test {
  protected:
