@@ -25,9 +25,8 @@ constexpr const char* kFooter =
     "  4  encrypt: the crypt service refused to hand out the room's key; TARGET is as it was\n"
     "  5  audit-log, call GetAuditLog: some key servers gave no log; what the others gave was written\n"
     "  128 and a signal's number: the signal ended the command; TARGET is as it was\n"
-    "Results go to standard output, errors and warnings to standard error. No environment variable but "
-    "TMPDIR\n"
-    "has an effect.";
+    "Results go to standard output, errors and warnings to standard error. Of the environment, TMPDIR says\n"
+    "where temporary files lie, and OpenSSL reads its own variables (OPENSSL_CONF).";
 
 struct Options {
   CryptCli::ProtectOptions protect;

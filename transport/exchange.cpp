@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "transport/curlerror.h"
+#include "transport/keylog.h"
 #include "transport/sigpipeguard.h"
 
 namespace OruKalvix {
@@ -128,6 +129,7 @@ void CurlExchange::SetTrust() {
   Set(CURLOPT_SSL_VERIFYPEER, 1L);
   Set(CURLOPT_SSL_VERIFYHOST, 2L);
   Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  if (ForbidKeyLog(handle_.get()) != CURLE_OK) throw std::bad_alloc();
   if (!options.caFile.IsEmpty()) {
     Set(CURLOPT_CAINFO, options.caFile.GetText());
     Set(CURLOPT_PROXY_CAINFO, options.caFile.GetText());
