@@ -7,13 +7,16 @@ set(libraries orugui orusec cryptcli cryptcli-curl)
 set(headers_dir ${CMAKE_INSTALL_INCLUDEDIR}/cryptcli-${PROJECT_VERSION_MAJOR})
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cryptcli)
 
-set_target_properties(cryptcli-curl PROPERTIES EXPORT_NAME curl)
 foreach(library ${libraries})
   target_include_directories(${library} INTERFACE $<INSTALL_INTERFACE:${headers_dir}>)
 endforeach()
 
 install(TARGETS ${libraries} EXPORT cryptcli LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(TARGETS cryptcli_command cryptstand RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+foreach(program cryptcli_command cryptstand)
+  if(TARGET ${program})
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  endif()
+endforeach()
 install(EXPORT cryptcli NAMESPACE cryptcli:: FILE cryptcliTargets.cmake DESTINATION ${package_dir})
 
 file(STRINGS cmake/public-headers.txt public_headers)

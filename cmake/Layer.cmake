@@ -1,14 +1,18 @@
-# cryptcli_layer(NAME SOURCES file... [PUBLIC lib...] [PRIVATE lib...])
+# cryptcli_layer(NAME SOURCES file... [PUBLIC lib...] [PRIVATE lib...] [EXPORT_NAME name])
 #
 # Makes the shared library NAME that is shipped, and NAME_static from the same objects, which the tests link so
-# that they reach what the shared library hides.
+# that they reach what the shared library hides. A project that adds this one as a folder finds NAME under the name
+# that the installed package gives it: cryptcli::NAME, or cryptcli::EXPORT_NAME.
 function(cryptcli_layer name)
-  cmake_parse_arguments(arg "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  cmake_parse_arguments(arg "" "EXPORT_NAME" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
   add_library(${name}_objects OBJECT ${arg_SOURCES})
+  target_compile_features(${name}_objects PUBLIC cxx_std_20)
   target_include_directories(${name}_objects PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name}_objects PRIVATE cryptcli_warnings ${arg_PUBLIC} ${arg_PRIVATE})
   add_library(${name} SHARED $<TARGET_OBJECTS:${name}_objects>)
   add_library(${name}_static STATIC $<TARGET_OBJECTS:${name}_objects>)
+  target_compile_features(${name} PUBLIC cxx_std_20)
+  target_compile_features(${name}_static PUBLIC cxx_std_20)
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_include_directories(${name}_static PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
@@ -22,6 +26,11 @@ function(cryptcli_layer name)
   endforeach()
   target_link_libraries(${name}_static PUBLIC ${static_public} ${arg_PRIVATE})
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  if(NOT arg_EXPORT_NAME)
+    set(arg_EXPORT_NAME ${name})
+  endif()
+  set_target_properties(${name} PROPERTIES EXPORT_NAME ${arg_EXPORT_NAME})
+  add_library(cryptcli::${arg_EXPORT_NAME} ALIAS ${name})
   cryptcli_find_beside(${name})
   cryptcli_harden(${name}_objects ${name})
 endfunction()
