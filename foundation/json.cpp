@@ -1,13 +1,6 @@
 #include "foundation/json.h"
 
-// The parser's few functions that are not templates are compiled into this source.
-#define BOOST_JSON_HEADER_ONLY 1
 #include <boost/json/basic_parser_impl.hpp>
-#include <boost/json/detail/impl/default_resource.ipp>
-#include <boost/json/detail/impl/except.ipp>
-#include <boost/json/detail/impl/shared_resource.ipp>
-#include <boost/json/detail/impl/stack.ipp>
-#include <boost/json/impl/error.ipp>
 #include <charconv>
 #include <cmath>
 #include <exception>
