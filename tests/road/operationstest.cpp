@@ -70,7 +70,8 @@ std::string OperationsTest::KeptKey(const char* member, std::string_view room) c
 
 std::vector<std::string> OperationsTest::ResultNames() const {
   std::vector<std::string> names;
-  for (const OruGuiBase::AnsiStr& name : result.AsMap().GetKeys()) names.push_back(Str(name));
+  const KVMap members = result.AsMap();
+  for (const OruGuiBase::AnsiStr& name : members.GetKeys()) names.push_back(Str(name));
   return names;
 }
 
