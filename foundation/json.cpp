@@ -45,7 +45,13 @@ class Handler {
   bool on_uint64(std::uint64_t value, View number, Code& code) {
     return AddNumber(number, static_cast<double>(value), code);
   }
-  bool on_double(double value, View number, Code& code) { return AddNumber(number, value, code); }
+  bool on_double(double value, View number, Code& code) {
+    if (HasLongExponent(number)) {
+      code = engine::error::exponent_overflow;
+      return false;
+    }
+    return AddNumber(number, value, code);
+  }
   bool on_bool(bool value, Code&) { return builder_.Add(Val(value)), true; }
   bool on_null(Code&) { return builder_.Add(Val()), true; }
   bool on_comment_part(View, Code&) { return true; }
@@ -54,6 +60,15 @@ class Handler {
   Val TakeResult() { return builder_.TakeResult(); }
 
  private:
+  // Exponents from about 2^31 are refused by one version of the engine and read by another, so that we have
+  // a limit below, of nine digits.
+  static bool HasLongExponent(std::string_view number) {
+    const std::size_t mark = number.find_first_of("eE");
+    if (mark == number.npos) return false;
+    const std::size_t digits = number.find_first_not_of("+-0", mark + 1);
+    return digits != number.npos && number.size() - digits > 9;
+  }
+
   // The parser's own arithmetic is off by a unit now and then, so the number's text is read again. The text
   // is whole, as the parser is given all of its input at once. Too small for a double is as good as 0.
   bool AddNumber(View number, double nearly, Code& code) {
@@ -120,6 +135,19 @@ const char* ReasonOf(const engine::error_code& code) {
   }
 }
 
+// Where a refused number or a misspelt word begins, any other fault being where the engine stopped: its
+// versions stop at different places in those two.
+std::size_t StartOfFault(std::string_view text, std::size_t place, const engine::error_code& code) {
+  const std::string_view before = text.substr(0, place);
+  if (code == engine::error::exponent_overflow) return before.find_last_not_of("+-.0123456789eE") + 1;
+  if (code != engine::error::syntax) return place;
+  const std::size_t start = before.find_last_not_of("aeflnrstu") + 1;
+  for (const std::string_view word : {"true", "false", "null"}) {
+    if (word.substr(0, word.size() - 1).starts_with(before.substr(start))) return start;
+  }
+  return place;
+}
+
 bool Parse(std::string_view text, Val& value, AnsiStr& error) {
   engine::parse_options options;
   options.max_depth = kMaxJSONDepth;
@@ -128,7 +156,7 @@ bool Parse(std::string_view text, Val& value, AnsiStr& error) {
   const std::size_t used = parser.write_some(false, text.data(), text.size(), code);
   if (!code && used < text.size()) code = engine::error::extra_data;
   if (code) {
-    error = FmtArgs("Invalid JSON: %s at byte %zu", ReasonOf(code), used);
+    error = FmtArgs("Invalid JSON: %s at byte %zu", ReasonOf(code), StartOfFault(text, used, code));
     return false;
   }
   value = parser.handler().TakeResult();

@@ -182,6 +182,46 @@ TEST(JSON2ValTest, ANumberTooLargeForADoubleIsRefused) {
   Refuse("1" + std::string(400, '0'));
 }
 
+// The engine's versions differ in what they make of such exponents, of which no double has need.
+TEST(JSON2ValTest, AnExponentOfMoreThanNineDigitsIsRefused) {
+  for (const char* const text : {"0e1000000000", "0e2147483648", "-0E+99999999999999999999", "1e-2147483648",
+                                 "0.5e-1000000000", "7e00000000001000000000"}) {
+    EXPECT_EQ(Refuse(text), "Invalid JSON: number out of range at byte 0");
+  }
+  EXPECT_EQ(Parse("0e999999999").AsNumber(), 0);
+  EXPECT_EQ(Parse("1.5e-999999999").AsNumber(), 0);
+  EXPECT_EQ(Parse("1e0000000000000000000002").AsNumber(), 100);
+  EXPECT_EQ(Parse("1e-0000000000000000000002").AsNumber(), 0.01);
+}
+
+// A double has at most 309 digits before its point; an integer has no other form once 64 bits do not hold it.
+TEST(JSON2ValTest, AnIntegerIsAcceptedAsLongAsADoubleHoldsIt) {
+  const std::string largest = "17976931348623157" + std::string(292, '0');
+  EXPECT_EQ(Parse(largest).AsNumber(), std::numeric_limits<double>::max());
+  EXPECT_EQ(Parse("-" + largest).AsNumber(), std::numeric_limits<double>::lowest());
+  for (const std::string& digits : {"17976931348623159" + std::string(292, '0'), "1" + std::string(309, '0'),
+                                    "1" + std::string(4300, '0'), std::string(100000, '9')}) {
+    EXPECT_EQ(Refuse(digits), "Invalid JSON: number out of range at byte 0") << digits.size();
+    EXPECT_EQ(Refuse("[-" + digits + "]"), "Invalid JSON: number out of range at byte 1") << digits.size();
+  }
+}
+
+TEST(JSON2ValTest, ANumberOutOfRangeIsNamedByItsFirstByte) {
+  EXPECT_EQ(Refuse("1e309"), "Invalid JSON: number out of range at byte 0");
+  EXPECT_EQ(Refuse("[0.5, -1.5E+400]"), "Invalid JSON: number out of range at byte 6");
+  EXPECT_EQ(Refuse("{\"a\":1e99999999999999999999,\"b\":2e5}"),
+            "Invalid JSON: number out of range at byte 5");
+}
+
+// The engine's versions stop at different letters of it.
+TEST(JSON2ValTest, AMisspeltWordIsNamedByItsFirstByte) {
+  EXPECT_EQ(Refuse("tru3"), "Invalid JSON: unexpected character at byte 0");
+  EXPECT_EQ(Refuse("[true,falsch]"), "Invalid JSON: unexpected character at byte 6");
+  EXPECT_EQ(Refuse("{\"a\":nil}"), "Invalid JSON: unexpected character at byte 5");
+  EXPECT_EQ(Refuse("[tru"), "Invalid JSON: unexpected end at byte 4");
+  EXPECT_EQ(Refuse("[nulll]"), "Invalid JSON: unexpected character at byte 5");
+}
+
 TEST(JSON2ValTest, EscapesAreResolved) {
   EXPECT_EQ(Parse(R"("\"\\\/\b\f\n\r\t")").AsString(), "\"\\/\b\f\n\r\t");
   EXPECT_EQ(Parse(R"("\u0041\u00e4\u20AC")").AsString(), "A\xC3\xA4\xE2\x82\xAC");
