@@ -50,14 +50,15 @@ const std::vector<Vector>& Vectors() {
 // reader.
 struct Difference {
   const char* why;
-  std::string value;  // as we write it again; empty where we refuse the text
+  std::string value;    // as we write it again; empty where we refuse the text
+  bool isInAll = true;  // false where newer versions of the package read the text as we do
 };
 
 const std::map<std::string, Difference>& Differences() {
   static const std::map<std::string, Difference> differences = {
-      {"Infinity", {"no number of JSON", ""}},
-      {"-Infinity", {"no number of JSON", ""}},
-      {"NaN", {"no number of JSON", ""}},
+      {"Infinity", {"no number of JSON", "", false}},
+      {"-Infinity", {"no number of JSON", "", false}},
+      {"NaN", {"no number of JSON", "", false}},
       {"\xEF\xBB\xBF\"\\u3053\\u3093\\u306b\\u3061\\u308f\"",
        {"a byte order mark, which a reader may pass over or refuse", ""}},
       {"18446744073709551616",
@@ -81,7 +82,13 @@ TEST(JSONVectors, AreMany) {
   EXPECT_GT(refused, 80U);
 }
 
+// Python's integers have no limit; ours end where a double does.
+bool IsIntegerBeyondDoubles(const std::string& text) {
+  return text.size() > 309 && text.find_first_not_of("0123456789") == text.npos;
+}
+
 bool ExpectsAccepted(const Vector& row) {
+  if (IsIntegerBeyondDoubles(row.text)) return false;
   const auto difference = Differences().find(row.text);
   return difference == Differences().end() ? row.accepted : !difference->second.value.empty();
 }
@@ -110,13 +117,14 @@ TEST(JSONVectors, ComeBackAsTheSameValue) {
   EXPECT_GT(compared, 50000U);
 }
 
-// No row of the table of differences is out of date.
+// No row of the table of differences is out of date; with newer versions of the package, some are none.
 TEST(JSONVectors, EachDifferenceIsStillOne) {
   std::map<std::string, const Vector*> rows;
   for (const Vector& row : Vectors()) rows[row.text] = &row;
   for (const auto& [text, difference] : Differences()) {
     const auto row = rows.find(text);
     ASSERT_NE(row, rows.end()) << text << ": " << difference.why;
+    if (!difference.isInAll && row->second->accepted == !difference.value.empty()) continue;
     EXPECT_TRUE(row->second->accepted) << text;
     EXPECT_TRUE(difference.value.empty() || row->second->value != difference.value) << text;
   }
