@@ -3,14 +3,15 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <new>
 #include <utility>
-#include <vector>
 
 #include "foundation/ansistr.h"
 #include "foundation/errorstate_saver.h"
 #include "foundation/format.h"
 #include "foundation/module.h"
 #include "foundation/report.h"
+#include "foundation/threadvalue.h"
 
 namespace OruGuiTrace {
 
@@ -21,11 +22,34 @@ using OruGuiBase::AnsiStr;
 std::atomic<ITraceSink*> installedSink{nullptr};
 std::atomic<std::uint32_t> installedLevel{0};
 
-// The contexts of this thread that are not ended yet: a sink may itself call what traces.
-std::vector<AnsiStr>& Contexts() {
-  thread_local std::vector<AnsiStr> contexts;
-  return contexts;
+// The text of a trace that is not ended yet, on top of those before it: a sink may itself call what traces.
+struct Context {
+  Context* before;
+  AnsiStr text;
+};
+
+// Without a destructor, so that traces work for as long as the thread runs.
+constinit thread_local Context* latest = nullptr;
+
+const char* PushContext(AnsiStr text) noexcept {
+  void* const memory = OruGuiBase::AllocParticle(sizeof(Context));
+  if (memory == nullptr) OruGuiBase::DebugAbort("Could not allocate trace context");
+  latest = new (memory) Context{latest, std::move(text)};
+  return latest->text.GetText();
 }
+
+void PopContext() noexcept {
+  Context* const context = std::exchange(latest, latest->before);
+  context->~Context();
+  OruGuiBase::FreeParticle(sizeof(Context), context);
+}
+
+// Ends with the thread what its traces left open.
+struct Leftovers {
+  ~Leftovers() {
+    while (latest != nullptr) PopContext();
+  }
+};
 
 // A sink that throws loses the event, and the traced operation's reason of failure stays as it was.
 void Emit(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
@@ -59,11 +83,9 @@ const char* InitTraceContext(const char* format, ...) noexcept {
     text = OruGuiBase::FmtList(format, list);
     va_end(list);
   }
-  try {
-    return Contexts().emplace_back(std::move(text)).GetText();
-  } catch (...) {
-    OruGuiBase::DebugAbort("Could not allocate trace context");
-  }
+  // Made before the first context is, so that the thread ends it.
+  OruGuiBase::ThreadValue<Context, Leftovers>::Get();
+  return PushContext(std::move(text));
 }
 
 void TraceMsg(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
@@ -77,12 +99,10 @@ void TraceStr(std::uint32_t category, std::uint32_t level, const char* source, s
 }
 
 void FreeTraceContext() noexcept {
-  if (!Contexts().empty()) Contexts().pop_back();
+  if (latest != nullptr) PopContext();
 }
 
-// The thread's contexts are made here, so that they are there when a failure is to be told.
 void TraceStartup() noexcept {
-  Contexts();
   TraceMsg(OruGuiBase::kTraceCategory, 1, OruGuiBase::kTraceSource, __LINE__, "Trace startup");
 }
 

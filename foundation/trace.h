@@ -24,14 +24,16 @@ class ITraceSink {
 
 /// Installs the sink of the process; null takes it away. Events below `leastLevel` are not even formatted.
 /// Levels: 1 an HTTP request line, 2 bodies and other long texts, 4 errors. The sink must outlive its
-/// installation and any event under way.
+/// installation and any event under way. A sink that is still installed when the process exits gets events
+/// until the last static object is gone, those of the library's own unloading among them.
 ORUGUI_EXPORT void SetTraceSink(ITraceSink* sink, std::uint32_t leastLevel) noexcept;
 
 /// Whether an event of the level would reach a sink. Ask before formatting.
 ORUGUI_EXPORT bool IsTraced(std::uint32_t level) noexcept;
 
 /// Formats a text for the TraceMsg or TraceStr call that follows and returns it. It is valid until
-/// FreeTraceContext(), which is to be called after each trace.
+/// FreeTraceContext(), which is to be called after each trace. What a thread leaves open ends with the
+/// thread.
 ORUGUI_EXPORT const char* InitTraceContext(const char* format, ...) noexcept
     __attribute__((format(printf, 1, 2)));
 /// Records an event.
