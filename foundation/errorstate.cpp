@@ -4,31 +4,39 @@
 #include <cstring>
 
 #include "foundation/errorstate_saver.h"
+#include "foundation/threadvalue.h"
 
 namespace OruGuiBase {
 
 namespace {
 
-struct State {
-  std::uint32_t code = 0;
-  AnsiStr text;  // of kTextError
-};
+// The code has no destructor and so lasts as long as its thread; the text goes with the thread's objects.
+constinit thread_local std::uint32_t lastError = 0;
 
-State& ThisThread() {
-  thread_local State state;
-  return state;
+// The text of kTextError; null once it is gone.
+AnsiStr* GetText() {
+  return ThreadValue<ErrorStateSaver, AnsiStr>::Get();
+}
+
+AnsiStr CopyText() {
+  const AnsiStr* const text = GetText();
+  return text != nullptr ? *text : AnsiStr();
+}
+
+void ReplaceText(const AnsiStr& text) {
+  AnsiStr* const own = GetText();
+  if (own != nullptr) *own = text;
 }
 
 }  // namespace
 
 std::uint32_t GetLastError() noexcept {
-  return ThisThread().code;
+  return lastError;
 }
 
 void SetLastError(std::uint32_t code) noexcept {
-  State& state = ThisThread();
-  state.code = code;
-  if (code != kTextError) state.text.Clear();
+  lastError = code;
+  if (code != kTextError) ReplaceText(AnsiStr());
 }
 
 void ClearLastError() noexcept {
@@ -42,14 +50,13 @@ void SetLastErrorFromErrno() noexcept {
 }
 
 void SetErrorMessage(const AnsiStr& text) noexcept {
-  State& state = ThisThread();
-  state.text = text;
-  state.code = kTextError;
+  ReplaceText(text);
+  lastError = kTextError;
 }
 
 AnsiStr GetErrorMessage(std::uint32_t code, [[maybe_unused]] std::uint32_t language,
                         [[maybe_unused]] std::uint32_t flags) noexcept {
-  if (code == kTextError) return ThisThread().text;
+  if (code == kTextError) return CopyText();
   char buffer[256];
   return {strerror_r(static_cast<int>(code), buffer, sizeof buffer)};
 }
@@ -62,13 +69,11 @@ AnsiStr GetSystemErrorText() noexcept {
   return text.IsEmpty() ? AnsiStr("Unknown error") : text;
 }
 
-ErrorStateSaver::ErrorStateSaver() noexcept
-    : code_(GetLastError()), errno_(errno), text_(ThisThread().text) {}
+ErrorStateSaver::ErrorStateSaver() noexcept : code_(lastError), errno_(errno), text_(CopyText()) {}
 
 ErrorStateSaver::~ErrorStateSaver() {
-  State& state = ThisThread();
-  state.code = code_;
-  state.text = text_;
+  lastError = code_;
+  ReplaceText(text_);
   errno = errno_;
 }
 

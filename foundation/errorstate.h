@@ -12,6 +12,10 @@ namespace OruGuiBase {
 /// An operation that can fail clears it on entry (ClearLastError) and sets it on every path that fails: to an
 /// errno value, or through SetErrorMessage to a code of our own with a text. So a text read after a failure
 /// is always the reason of that failure.
+///
+/// The code can be set and read for as long as the thread runs. A text of SetErrorMessage is kept until the
+/// thread's own objects are destroyed; from then on (in destructors of older thread-local objects and of
+/// static objects) it is dropped, and the reason reads "Unknown error".
 ORUGUI_EXPORT std::uint32_t GetLastError() noexcept;
 ORUGUI_EXPORT void SetLastError(std::uint32_t code) noexcept;
 /// Forgets the last error, errno included.
