@@ -25,7 +25,7 @@ bool BerSegments::LeaveEnded() noexcept {
 }
 
 bool BerSegments::Enter(const BerHeader& header, std::uint64_t end) noexcept {
-  if (depth_ == kMaxNest) return FailWith("The segments of the content are nested too deeply");
+  if (depth_ == kMaxNest) return reader_.Refuse("The segments of the content are nested too deeply");
   levels_[depth_++] = {header.indefinite ? end : position_ + header.length, header.indefinite};
   return true;
 }
@@ -41,7 +41,8 @@ bool BerSegments::Step(BerExtent& extent) noexcept {
     --depth_;
     return true;
   }
-  if ((header.identifier & ~kConstructed) != wanted) return FailWith("The content is not an octet string");
+  if ((header.identifier & ~kConstructed) != wanted)
+    return reader_.Refuse("The content is not an octet string");
   started_ = true;
   if (header.IsConstructed()) return Enter(header, end);
   extent = {position_, header.length};

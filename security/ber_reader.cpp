@@ -121,17 +121,22 @@ bool BerReader::Fetch(std::uint64_t offset, std::uint32_t least, BerSpan& span) 
 }
 
 bool BerReader::ReadHeader(std::uint64_t offset, std::uint64_t end, BerHeader& header) noexcept {
-  if (offset >= end) return FailWith(kCutHeader);
+  if (offset >= end) return Refuse(kCutHeader);
   const std::uint64_t room = end - offset;
   BerSpan span;
   if (!Fetch(offset, static_cast<std::uint32_t>(std::min<std::uint64_t>(room, kMaxHeader)), span))
     return false;
   if (span.size > room) span.size = static_cast<std::uint32_t>(room);
-  if (!ParseHeader(span, header)) return false;
+  if (!ParseHeader(span, header)) return Refuse(kCutHeader);
   if (header.length > room - header.size) {
-    return FailWith("A length of the message passes the end of what holds it");
+    return Refuse("A length of the message passes the end of what holds it");
   }
   return true;
+}
+
+bool BerReader::Refuse(const char* reason) noexcept {
+  refused_ = true;
+  return FailWith(reason);
 }
 
 }  // namespace OruOssSec

@@ -60,6 +60,11 @@ class BerReader {
   /// Reads the header at `offset`. The element has to fit before `end`, an offset of the source.
   bool ReadHeader(std::uint64_t offset, std::uint64_t end, BerHeader& header) noexcept;
 
+  /// Records that the bytes were read and are not what they have to be. Returns false.
+  bool Refuse(const char* reason) noexcept;
+  /// True after Refuse(), which ReadHeader calls too: the bytes are to blame, not the source or the memory.
+  bool IsRefused() const noexcept { return refused_; }
+
  private:
   bool Fill(std::uint64_t offset, std::uint32_t least) noexcept;
   std::uint32_t GetFillSize(std::uint64_t offset, std::uint32_t least) noexcept;
@@ -69,6 +74,7 @@ class BerReader {
   std::uint64_t start_ = 0;
   std::uint32_t filled_ = 0;
   std::uint32_t fill_ = 0;
+  bool refused_ = false;
 };
 
 }  // namespace OruOssSec

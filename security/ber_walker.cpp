@@ -13,9 +13,16 @@ constexpr const char* kTooLarge = "The message without its content is too large"
 
 }  // namespace
 
-bool BerWalker::Fail(const char* reason) noexcept {
+bool BerWalker::Refuse(const char* reason) noexcept {
+  if (failed_) return false;
   failed_ = true;
-  return FailWith(reason);
+  return reader_.Refuse(reason);
+}
+
+// What is beyond our limit may be a message all the same, so the bytes are not refused.
+bool BerWalker::FailTooLarge() noexcept {
+  failed_ = true;
+  return FailWith(kTooLarge);
 }
 
 bool BerWalker::Check(bool passed) noexcept {
@@ -43,15 +50,15 @@ bool BerWalker::Is(std::uint8_t identifier) noexcept {
 
 bool BerWalker::Expect(std::uint8_t identifier, BerHeader& header) noexcept {
   if (failed_) return false;
-  if (IsAtEnd()) return Fail(kUnexpected);
+  if (IsAtEnd()) return Refuse(kUnexpected);
   if (!Peek(header)) return false;
-  return header.identifier == identifier || Fail(kUnexpected);
+  return header.identifier == identifier || Refuse(kUnexpected);
 }
 
 bool BerWalker::Enter(std::uint8_t identifier) noexcept {
   BerHeader header;
   if (!Expect(identifier, header)) return false;
-  if (depth_ == kMaxDepth) return Fail("The message is nested too deeply");
+  if (depth_ == kMaxDepth) return Refuse("The message is nested too deeply");
   const std::uint64_t end = GetEnd();
   position_ += header.size;
   levels_[depth_++] = {header.indefinite ? end : position_ + header.length, header.indefinite};
@@ -60,29 +67,30 @@ bool BerWalker::Enter(std::uint8_t identifier) noexcept {
 
 bool BerWalker::Leave() noexcept {
   if (failed_) return false;
-  if (!IsAtEnd()) return Fail(kUnexpected);
+  if (!IsAtEnd()) return Refuse(kUnexpected);
   if (IsIndefinite()) position_ += 2;
   --depth_;
   return true;
 }
 
 // The end of the element that comes next. Inside an indefinite length only the headers are looked at, and
-// what has a definite length is jumped over.
-bool BerWalker::FindEnd(std::uint64_t limit, std::uint64_t& end) noexcept {
+// what has a definite length is jumped over. An element of more than `most` octets is followed no further.
+bool BerWalker::FindEnd(std::uint64_t most, std::uint64_t& end) noexcept {
   std::uint32_t depth = 0;
   end = position_;
   do {
     BerHeader header;
-    if (!Check(reader_.ReadHeader(end, limit, header))) return false;
+    if (!Check(reader_.ReadHeader(end, GetEnd(), header))) return false;
     end += header.size + header.length;
-    if (header.indefinite && ++depth > kMaxInnerDepth) return Fail("The message is nested too deeply");
-    if (header.IsEndOfContents() && depth-- == 0) return Fail(kUnexpected);
+    if (end - position_ > most) return FailTooLarge();
+    if (header.indefinite && ++depth > kMaxInnerDepth) return Refuse("The message is nested too deeply");
+    if (header.IsEndOfContents() && depth-- == 0) return Refuse(kUnexpected);
   } while (depth > 0);
   return true;
 }
 
 bool BerWalker::Copy(std::uint64_t size, BerBuffer& target) noexcept {
-  if (size > kMaxTaken - taken_) return Fail(kTooLarge);
+  if (size > kMaxTaken - taken_) return FailTooLarge();
   taken_ += size;
   while (size > 0) {
     BerSpan span;
@@ -96,13 +104,11 @@ bool BerWalker::Copy(std::uint64_t size, BerBuffer& target) noexcept {
 }
 
 bool BerWalker::TakeRest(BerBuffer& target) noexcept {
-  // An indefinite length is followed no further than what may still be taken.
-  const std::uint64_t most = position_ + (kMaxTaken - taken_);
   BerHeader header;
   if (!Peek(header)) return false;
-  if (!header.indefinite && header.size + header.length > kMaxTaken - taken_) return Fail(kTooLarge);
+  if (!header.indefinite && header.size + header.length > kMaxTaken - taken_) return FailTooLarge();
   std::uint64_t end = 0;
-  if (!FindEnd(std::min(GetEnd(), most), end)) return false;
+  if (!FindEnd(kMaxTaken - taken_, end)) return false;
   return Copy(end - position_, target);
 }
 
@@ -113,31 +119,31 @@ bool BerWalker::Take(std::uint8_t identifier, BerBuffer& target) noexcept {
 
 bool BerWalker::TakeAny(BerBuffer& target) noexcept {
   if (failed_) return false;
-  if (IsAtEnd()) return Fail(kUnexpected);
+  if (IsAtEnd()) return Refuse(kUnexpected);
   return TakeRest(target);
 }
 
 bool BerWalker::TakeContents(std::uint8_t identifier, BerBuffer& target) noexcept {
   BerHeader header;
   if (!Expect(identifier, header)) return false;
-  if (header.IsConstructed()) return Fail(kUnexpected);
-  if (header.length > kMaxTaken) return Fail(kTooLarge);
+  if (header.IsConstructed()) return Refuse(kUnexpected);
+  if (header.length > kMaxTaken) return Refuse(kTooLarge);
   position_ += header.size;
   return Copy(header.length, target);
 }
 
 bool BerWalker::SkipAny() noexcept {
   if (failed_) return false;
-  if (IsAtEnd()) return Fail(kUnexpected);
+  if (IsAtEnd()) return Refuse(kUnexpected);
   std::uint64_t end = 0;
-  if (!FindEnd(GetEnd(), end)) return false;
+  if (!FindEnd(GetEnd() - position_, end)) return false;
   position_ = end;
   return true;
 }
 
 bool BerWalker::SkipOctets(std::uint8_t identifier, BerOctets& octets) noexcept {
   if (failed_) return false;
-  if (IsAtEnd()) return Fail(kUnexpected);
+  if (IsAtEnd()) return Refuse(kUnexpected);
   octets = {position_, GetEnd(), 0, identifier};
   BerSegments segments(reader_, position_, GetEnd(), identifier);
   BerExtent extent;
@@ -151,7 +157,7 @@ bool BerWalker::SkipOctets(std::uint8_t identifier, BerOctets& octets) noexcept 
 
 bool BerWalker::Finish() noexcept {
   if (failed_) return false;
-  return position_ == end_ || Fail("The message is followed by other bytes");
+  return position_ == end_ || Refuse("The message is followed by other bytes");
 }
 
 }  // namespace OruOssSec

@@ -46,6 +46,9 @@ class BerWalker {
   bool Finish() noexcept;
 
   bool IsFailed() const noexcept { return failed_; }
+  /// Ends the walk because the bytes are not what they have to be (BerReader::Refuse). Does nothing to a walk
+  /// that has ended: an earlier failure may be that of the source.
+  bool Refuse(const char* reason) noexcept;
 
  private:
   struct Level {
@@ -55,11 +58,11 @@ class BerWalker {
 
   std::uint64_t GetEnd() const noexcept { return depth_ > 0 ? levels_[depth_ - 1].end : end_; }
   bool IsIndefinite() const noexcept { return depth_ > 0 && levels_[depth_ - 1].indefinite; }
-  bool Fail(const char* reason) noexcept;
+  bool FailTooLarge() noexcept;
   bool Check(bool passed) noexcept;
   bool Peek(BerHeader& header) noexcept;
   bool Expect(std::uint8_t identifier, BerHeader& header) noexcept;
-  bool FindEnd(std::uint64_t limit, std::uint64_t& end) noexcept;
+  bool FindEnd(std::uint64_t most, std::uint64_t& end) noexcept;
   bool TakeRest(BerBuffer& target) noexcept;
   bool Copy(std::uint64_t size, BerBuffer& target) noexcept;
 

@@ -4,13 +4,15 @@
 
 namespace OruOssSec {
 
-bool ReadMessage(LoadedMessage& message) noexcept {
+CMSMsg::LoadResult ReadMessage(LoadedMessage& message) noexcept {
   CmsSkeleton& skeleton = message.skeleton;
-  if (!ReadSkeleton(*message.source, skeleton)) return false;
-  if (!GetContentTypeName(skeleton.oid, message.typeName)) return false;
-  if (skeleton.type != CMSMsg::Type::SignedData && skeleton.type != CMSMsg::Type::EnvelopedData) return true;
-  message.cms = ParseDetached(skeleton);
-  return message.cms != nullptr;
+  const CMSMsg::LoadResult result = LoadSkeleton(*message.source, skeleton);
+  if (result != CMSMsg::LoadResult::Loaded) return result;
+  // Only a type that is not ours can lack a name.
+  if (!GetContentTypeName(skeleton.oid, message.typeName)) return CMSMsg::LoadResult::NotAMessage;
+  if (skeleton.type != CMSMsg::Type::SignedData && skeleton.type != CMSMsg::Type::EnvelopedData)
+    return result;
+  return ParseDetached(skeleton, message.cms);
 }
 
 }  // namespace OruOssSec

@@ -39,7 +39,7 @@ struct LoadedMessage {
 };
 
 /// Reads the message that fills `message.source`.
-bool ReadMessage(LoadedMessage& message) noexcept;
+CMSMsg::LoadResult ReadMessage(LoadedMessage& message) noexcept;
 
 /// What a CMSMsg holds of an enveloped message that is being made.
 struct NewEnvelope {
@@ -49,6 +49,10 @@ struct NewEnvelope {
 };
 
 struct CMSMsg::Imp {
+  /// Reads the message in `source`, null when there was no memory for it; it takes the place of `present`
+  /// when it was loaded.
+  static LoadResult Replace(Imp*& present, std::unique_ptr<IByteSource> source) noexcept;
+
   LoadedMessage loaded;
   NewEnvelope envelope;
 };

@@ -12,7 +12,7 @@ namespace {
 bool TakeOid(BerWalker& walker, BerBuffer& oid) noexcept {
   if (!walker.TakeContents(kObjectIdentifier, oid)) return false;
   return (!oid.IsEmpty() && oid.GetSize() <= CmsSkeleton::kMaxOid) ||
-         FailWith("A content type of the message is no object identifier");
+         walker.Refuse("A content type of the message is no object identifier");
 }
 
 // EncapsulatedContentInfo (5.2).
@@ -88,7 +88,8 @@ bool Encode(const CMS_ContentInfo* message, WorkBuffer& der) noexcept {
 // Most of what is no message shows in its first byte.
 bool BeginsLikeAMessage(BerReader& reader) noexcept {
   BerSpan span;
-  return reader.GetSize() > 0 && reader.Fetch(0, 1, span) && *span.data == kSequence;
+  if (reader.GetSize() > 0 && !reader.Fetch(0, 1, span)) return false;
+  return (span.size > 0 && *span.data == kSequence) || reader.Refuse("This is not a CMS message");
 }
 
 bool IsReadable(CMSMsg::Type type) noexcept {
@@ -96,11 +97,8 @@ bool IsReadable(CMSMsg::Type type) noexcept {
          type == CMSMsg::Type::DigestedData;
 }
 
-}  // namespace
-
-bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
-  BerReader reader(source);
-  if (!BeginsLikeAMessage(reader)) return FailWith("This is not a CMS message");
+bool ReadElements(BerReader& reader, CmsSkeleton& skeleton) noexcept {
+  if (!BeginsLikeAMessage(reader)) return false;
   BerWalker walker(reader);
   if (!walker.Enter(kSequence) || !TakeOid(walker, skeleton.oid)) return false;
   skeleton.type = FindContentType(skeleton.oid);
@@ -113,6 +111,18 @@ bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
   walker.Leave();
   walker.Leave();
   return walker.Finish();
+}
+
+}  // namespace
+
+CMSMsg::LoadResult LoadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
+  BerReader reader(source);
+  if (ReadElements(reader, skeleton)) return CMSMsg::LoadResult::Loaded;
+  return reader.IsRefused() ? CMSMsg::LoadResult::NotAMessage : CMSMsg::LoadResult::Unreadable;
+}
+
+bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
+  return LoadSkeleton(source, skeleton) == CMSMsg::LoadResult::Loaded;
 }
 
 bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcept {
@@ -146,18 +156,21 @@ bool EncodeDetached(const CmsSkeleton& skeleton, BerBuffer& message) noexcept {
 
 }  // namespace
 
-CmsPtr ParseDetached(const CmsSkeleton& skeleton) noexcept {
+CMSMsg::LoadResult ParseDetached(const CmsSkeleton& skeleton, CmsPtr& parsed) noexcept {
+  constexpr const char* kUnread = "The message cannot be read";
   BerBuffer message;
-  if (!EncodeDetached(skeleton, message)) return nullptr;
+  if (!EncodeDetached(skeleton, message)) return CMSMsg::LoadResult::Unreadable;
   const unsigned char* position = message.GetData();
-  CmsPtr parsed(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(message.GetSize())));
+  parsed.reset(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(message.GetSize())));
+  bool refused = true;
   if (parsed == nullptr) {
-    FailWithOpenSSL("The message cannot be read");
-  } else if (position != message.GetData() + message.GetSize()) {
-    FailWith("The message cannot be read");
-    parsed.reset();
+    FailWithOpenSSL(kUnread, refused);
+  } else if (position == message.GetData() + message.GetSize()) {
+    return CMSMsg::LoadResult::Loaded;
+  } else {
+    FailWith(kUnread);
   }
-  return parsed;
+  return refused ? CMSMsg::LoadResult::NotAMessage : CMSMsg::LoadResult::Unreadable;
 }
 
 }  // namespace OruOssSec

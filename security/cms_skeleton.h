@@ -39,11 +39,13 @@ struct CmsSkeleton {
   BerOctets content;
 };
 
-/// Reads a message. False, with the reason in the error state, for anything that is none of ours.
+/// Reads a message; the reason of any other result than Loaded is in the error state.
+CMSMsg::LoadResult LoadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept;
+/// The same where only Loaded is of use.
 bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept;
 /// The skeleton out of OpenSSL's hands: encodes `message`, which has no content, and takes it apart.
 bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcept;
-/// The detached form of the message, in definite lengths, for OpenSSL.
-CmsPtr ParseDetached(const CmsSkeleton& skeleton) noexcept;
+/// Has OpenSSL read the detached form of the message, in definite lengths.
+CMSMsg::LoadResult ParseDetached(const CmsSkeleton& skeleton, CmsPtr& parsed) noexcept;
 
 }  // namespace OruOssSec

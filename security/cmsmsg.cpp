@@ -27,28 +27,35 @@ CMSMsg::~CMSMsg() {
 }
 
 bool CMSMsg::Load(const OruGuiBase::File& file) noexcept {
+  return TryLoad(file) == LoadResult::Loaded;
+}
+
+CMSMsg::LoadResult CMSMsg::TryLoad(const OruGuiBase::File& file) noexcept {
   const OpenSSLScope scope;
-  std::unique_ptr<Imp> imp(new (std::nothrow) Imp);
   std::unique_ptr<FileSource> source(new (std::nothrow) FileSource);
-  if (imp == nullptr || source == nullptr) return FailWithoutMemory();
-  if (!source->Open(file)) return false;
+  if (source == nullptr) FailWithoutMemory();
+  if (source == nullptr || !source->Open(file)) return LoadResult::Unreadable;
+  return Imp::Replace(imp_, std::move(source));
+}
+
+CMSMsg::LoadResult CMSMsg::Imp::Replace(Imp*& present, std::unique_ptr<IByteSource> source) noexcept {
+  std::unique_ptr<Imp> imp(new (std::nothrow) Imp);
+  if (source == nullptr || imp == nullptr) {
+    FailWithoutMemory();
+    return LoadResult::Unreadable;
+  }
   imp->loaded.source = std::move(source);
-  if (!ReadMessage(imp->loaded)) return false;
-  delete std::exchange(imp_, imp.release());
-  return true;
+  const LoadResult result = ReadMessage(imp->loaded);
+  if (result == LoadResult::Loaded) delete std::exchange(present, imp.release());
+  return result;
 }
 
 bool CMSMsg::Load(const OruGuiBase::AnsiStr& text) noexcept {
   const OpenSSLScope scope;
   TextObject object;
   if (!ReadSingleObject(text.View(), object)) return false;
-  std::unique_ptr<Imp> imp(new (std::nothrow) Imp);
-  if (imp == nullptr) return FailWithoutMemory();
-  imp->loaded.source.reset(new (std::nothrow) BlobSource(object.bytes));
-  if (imp->loaded.source == nullptr) return FailWithoutMemory();
-  if (!ReadMessage(imp->loaded)) return false;
-  delete std::exchange(imp_, imp.release());
-  return true;
+  std::unique_ptr<IByteSource> source(new (std::nothrow) BlobSource(object.bytes));
+  return Imp::Replace(imp_, std::move(source)) == LoadResult::Loaded;
 }
 
 CMSMsg::Type CMSMsg::GetType() const noexcept {

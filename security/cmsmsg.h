@@ -46,8 +46,17 @@ class ORUSEC_EXPORT CMSMsg {
   CMSMsg(const CMSMsg&) = delete;
   CMSMsg& operator=(const CMSMsg&) = delete;
 
+  /// Why a message was loaded or not.
+  enum class LoadResult : std::uint32_t {
+    Loaded,
+    NotAMessage,  ///< the bytes were read and are not a message of the accepted form
+    Unreadable,   ///< they may be one: reading, memory or a limit of this class stood in the way
+  };
+
   /// Reads a message in BER or DER. It has to fill its file.
   bool Load(const OruGuiBase::File& file) noexcept;
+  /// The same, for a caller that treats a file which is no message in another way than a failure.
+  LoadResult TryLoad(const OruGuiBase::File& file) noexcept;
   /// Reads a message from text: PEM, or the base64 of BER or DER.
   bool Load(const OruGuiBase::AnsiStr& text) noexcept;
 

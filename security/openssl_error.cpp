@@ -25,8 +25,9 @@ bool IsPassedOn(unsigned long code) {
 
 // Higher says more: what the system or the allocator refused, then reasons particular to a library, then
 // those that all libraries share, such as "unsupported". 0 says nothing.
+constexpr int kSystemRank = 3;
 int Rank(unsigned long code) {
-  if (ERR_SYSTEM_ERROR(code) || ERR_GET_REASON(code) == ERR_R_MALLOC_FAILURE) return 3;
+  if (ERR_SYSTEM_ERROR(code) || ERR_GET_REASON(code) == ERR_R_MALLOC_FAILURE) return kSystemRank;
   if (ERR_reason_error_string(code) == nullptr || IsPassedOn(code)) return 0;
   return (ERR_GET_REASON(code) & ERR_RFLAG_COMMON) != 0 ? 1 : 2;
 }
@@ -65,8 +66,14 @@ bool FailWithoutMemory() noexcept {
 }
 
 bool FailWithOpenSSL(const char* fallback) noexcept {
-  if (OruGuiBase::GetLastError() != 0) return false;
+  bool refused = false;
+  return FailWithOpenSSL(fallback, refused);
+}
+
+bool FailWithOpenSSL(const char* fallback, bool& refused) noexcept {
   const QueuedError error = TakeMostUseful();
+  refused = error.code != 0 && Rank(error.code) < kSystemRank;
+  if (OruGuiBase::GetLastError() != 0) return false;
   if (error.code == 0) return FailWith(fallback);
   if (ERR_GET_REASON(error.code) == ERR_R_MALLOC_FAILURE) return FailWithoutMemory();
   if (ERR_SYSTEM_ERROR(error.code)) {

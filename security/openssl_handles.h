@@ -60,5 +60,8 @@ bool FailWith(const char* reason) noexcept;
 bool FailWithoutMemory() noexcept;
 /// The same with OpenSSL's own most useful reason, in words; `fallback` when its queue says nothing.
 bool FailWithOpenSSL(const char* fallback) noexcept;
+/// The same for something that was read. `refused` becomes true when the bytes are to blame: the queue has a
+/// reason, which is not that of the system or the allocator.
+bool FailWithOpenSSL(const char* fallback, bool& refused) noexcept;
 
 }  // namespace OruOssSec

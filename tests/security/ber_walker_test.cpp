@@ -183,5 +183,29 @@ TEST_F(BerWalkerTest, SourceThatFailsEndsTheWalkWithItsReason) {
   EXPECT_FALSE(walker_->SkipAny());
 }
 
+TEST_F(BerWalkerTest, BytesAreNotBlamedForASourceThatFails) {
+  Walk(Open(0x30, Tlv(0x04, std::string(100000, 'x'))));
+  source_->failsFrom = 50000;
+  ASSERT_TRUE(walker_->Enter(0x30));
+  ASSERT_TRUE(walker_->SkipAny());
+  EXPECT_FALSE(walker_->Leave());
+  EXPECT_EQ(GetReason(), "The source failed");
+  EXPECT_FALSE(reader_->IsRefused());
+}
+
+TEST_F(BerWalkerTest, BytesAreNotBlamedForBeingMoreThanTheLimit) {
+  for (const std::string& bytes : {Tlv(0x30, Tlv(0x04, std::string(BerWalker::kMaxTaken, 'x'))),
+                                   Open(0x30, Tlv(0x04, std::string(BerWalker::kMaxTaken, 'x')))}) {
+    EXPECT_FALSE(Walk(bytes).Take(0x30, taken_));
+    EXPECT_EQ(GetReason(), kTooLarge);
+    EXPECT_FALSE(reader_->IsRefused());
+  }
+}
+
+TEST_F(BerWalkerTest, BytesAreBlamedForWhatTheyAre) {
+  EXPECT_FALSE(Walk(Tlv(0x30, "")).Enter(0x31));
+  EXPECT_TRUE(reader_->IsRefused());
+}
+
 }  // namespace
 }  // namespace SecurityTest

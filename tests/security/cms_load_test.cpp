@@ -2,6 +2,7 @@
 
 #include "tests/security/bertest.h"
 #include "tests/security/cmstest.h"
+#include "tests/security/signedbuilder.h"
 
 namespace SecurityTest {
 namespace {
@@ -82,6 +83,28 @@ TEST_F(CmsLoadFileTest, ByteBehindAMessageMakesItNone) {
   ASSERT_TRUE(SignFile(scratch_.Make("plain", "x"), scratch_.File("signed")));
   EXPECT_FALSE(message_.Load(scratch_.Make("longer", scratch_.Read("signed") + '\0')));
   EXPECT_EQ(GetReason(), "The message is followed by other bytes");
+}
+
+// A caller that takes other files too learns whether a file is no message or could not be judged.
+TEST_F(CmsLoadFileTest, NoMessageIsToldFromWhatCouldNotBeRead) {
+  using Result = CMSMsg::LoadResult;
+  ASSERT_TRUE(SignFile(scratch_.Make("plain", "x"), scratch_.File("signed")));
+  const std::string whole = scratch_.Read("signed");
+  EXPECT_EQ(message_.TryLoad(scratch_.File("signed")), Result::Loaded);
+  for (const std::string& bytes : {std::string(), std::string("0"), std::string("plain"), whole + "x",
+                                   whole.substr(0, whole.size() - 1), whole.substr(0, 40)}) {
+    EXPECT_EQ(message_.TryLoad(scratch_.Make("other", bytes)), Result::NotAMessage) << GetReason();
+  }
+  EXPECT_EQ(message_.TryLoad(scratch_.File("missing")), Result::Unreadable);
+  EXPECT_EQ(message_.TryLoad(File(ToText(scratch_.Path("").string()))), Result::Unreadable);
+}
+
+// What OpenSSL's parser refuses is no message either.
+TEST_F(CmsLoadFileTest, BytesThatOpenSSLRefusesAreNoMessage) {
+  const std::string fields = Hex("020101") + Tlv(0x31, Tlv(0x30, "x")) +
+                             Tlv(0x30, kDataOid + Tlv(0xA0, Tlv(0x04, "content"))) + Tlv(0x31, "");
+  const std::string bytes = Tlv(0x30, Hex("06092A864886F70D010702") + Tlv(0xA0, Tlv(0x30, fields)));
+  EXPECT_EQ(message_.TryLoad(scratch_.Make("odd", bytes)), CMSMsg::LoadResult::NotAMessage);
 }
 
 TEST_F(CmsLoadFileTest, FailureLeavesTheMessageThatWasThere) {

@@ -125,6 +125,24 @@ TEST(FailWithOpenSSL, GivesTheFallbackWhenFailuresWereOnlyPassedOn) {
   EXPECT_EQ(GetReason(), "fallback");
 }
 
+// The bytes are to blame for a failure only where OpenSSL names a reason that is not the system's.
+TEST(FailWithOpenSSL, BlamesTheBytesForAReasonOfTheirOwnAlone) {
+  const OpenSSLScope scope;
+  bool refused = true;
+  EXPECT_FALSE(FailWithOpenSSL("fallback", refused));
+  EXPECT_FALSE(refused) << "nothing in the queue";
+  ERR_raise(ERR_LIB_ASN1, kTooLong);
+  FailWithOpenSSL("fallback", refused);
+  EXPECT_TRUE(refused) << "a reason of the parser";
+  ERR_raise(ERR_LIB_ASN1, kTooLong);
+  ERR_raise(ERR_LIB_ASN1, ERR_R_MALLOC_FAILURE);
+  FailWithOpenSSL("fallback", refused);
+  EXPECT_FALSE(refused) << "no memory";
+  ERR_raise(ERR_LIB_PEM, ERR_R_ASN1_LIB);
+  FailWithOpenSSL("fallback", refused);
+  EXPECT_FALSE(refused) << "a failure that was passed on";
+}
+
 // An operation begins with a clear error state and an empty queue of OpenSSL.
 TEST(OpenSSLScope, ClearsTheLastErrorAndTheQueueOnEntry) {
   LeaveStaleReason();
