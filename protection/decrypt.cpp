@@ -5,7 +5,6 @@
 #include "exchange/keyservercommand.h"
 #include "exchange/operationfile.h"
 #include "foundation/encoding.h"
-#include "foundation/errorstate.h"
 #include "security/cmsmsg.h"
 
 using OruGuiBase::Array;
@@ -16,17 +15,6 @@ using OruOssSec::CMSKeyTransRecipient;
 using OruOssSec::CMSMsg;
 
 namespace OruKalvix {
-
-namespace {
-
-// Whether the last failure was the system's, such as a disk's or for want of memory: then nothing is known
-// about what was to be read.
-bool IsSystemFailure() noexcept {
-  const std::uint32_t code = OruGuiBase::GetLastError();
-  return code != 0 && code != OruGuiBase::kTextError;
-}
-
-}  // namespace
 
 bool CryptClient::KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& encryptedData,
                                    AnsiStr& plainData) noexcept {
@@ -92,12 +80,13 @@ bool CryptClient::UnlockEnvelope(const CMSKeyTransRecipient& recipient, const Ro
 }
 
 // Sorts what the envelope held by its kind. Content that is no CMS message is plain content, not an error;
-// but content that could not be looked at is not thereby plain.
+// but content of which that is not known is not delivered as plain.
 bool CryptClient::DeliverContent(TempFile& content, const RoomKey& roomKey, const File& target,
                                  bool& isSigned, bool& isVerified) noexcept {
   CMSMsg inner;
-  const bool isMessage = inner.Load(content.GetFile());
-  if (!isMessage && IsSystemFailure()) return FailWithSystemError("Could not decrypt file");
+  const CMSMsg::LoadResult loaded = inner.TryLoad(content.GetFile());
+  if (loaded == CMSMsg::LoadResult::Unreadable) return FailWithSystemError("Could not decrypt file");
+  const bool isMessage = loaded == CMSMsg::LoadResult::Loaded;
   if (isMessage && inner.GetType() == CMSMsg::Type::SignedData) {
     isSigned = true;
     return DeliverSigned(inner, roomKey, target, isVerified);

@@ -14,9 +14,10 @@ std::size_t CountDescriptors() {
 
 /// Names the fault in the report of a failure.
 std::string Describe(const Fault& fault) {
-  return NameOf(fault.call) + " " + std::to_string(fault.number) +
-         (fault.kind == Fault::Kind::Short ? " comes up short"
-                                           : std::string(": ") + std::strerror(fault.error));
+  const std::string call = NameOf(fault.call) + " " + std::to_string(fault.number);
+  if (fault.kind == Fault::Kind::Short) return call + " comes up short";
+  if (fault.kind == Fault::Kind::Ended) return call + " finds the end of the file";
+  return call + ": " + std::strerror(fault.error);
 }
 
 class SystemCallFaults : public FaultRoad {
@@ -65,7 +66,6 @@ class SystemCallFaults : public FaultRoad {
     }
   }
 
- private:
   // What Encrypt leaves does not open, or is whole where the failure came last; Decrypt leaves nothing.
   void ExpectNoResult() {
     if (GetParam() != Road::Encrypt) {
@@ -75,6 +75,8 @@ class SystemCallFaults : public FaultRoad {
       EXPECT_TRUE(!Opens(bytes) || IsProtectedFile(bytes));
     }
   }
+
+ private:
   // The one message that has no place for a reason is that of a move.
   void ExpectReason(const Outcome& outcome, int error) const {
     if (GetParam() == Road::DecryptPlain && outcome.error == "Could not move temporary file") return;
@@ -150,6 +152,18 @@ TEST_P(SystemCallFaults, AReadOrWriteOfOneByteIsGoneOnWith) {
       EXPECT_TRUE(outcome.success && HasResult(GetParam(), outcome)) << outcome.error;
     });
   }
+}
+
+// A file that ends early is no system error: only the reason says that it could not be read.
+TEST_P(SystemCallFaults, AFileThatEndsEarlyIsNotDelivered) {
+  AtEachCall(SystemCall::PRead, {Fault::Kind::Ended}, [&](const Outcome& outcome) {
+    if (outcome.success) {
+      EXPECT_TRUE(HasResult(GetParam(), outcome)) << outcome.error;
+    } else {
+      ExpectNoResult();
+      EXPECT_THAT(outcome.error, ::testing::HasSubstr("The file changed while it was read"));
+    }
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(Roads, SystemCallFaults,

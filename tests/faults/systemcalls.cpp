@@ -52,7 +52,7 @@ Fault planned;
 std::uint64_t counts[kCalls];
 std::uint64_t total = 0;
 
-enum class Verdict { Pass, Fail, Short };
+enum class Verdict { Pass, Fail, Short, Ended };
 
 Verdict Meet(SystemCall call) {
   if (!watching || shelters > 0) return Verdict::Pass;
@@ -62,6 +62,7 @@ Verdict Meet(SystemCall call) {
   if (planned.kind == Fault::Kind::Killed || planned.call != call || planned.number != number)
     return Verdict::Pass;
   if (planned.kind == Fault::Kind::Short) return Verdict::Short;
+  if (planned.kind == Fault::Kind::Ended) return Verdict::Ended;
   if (planned.kind != Fault::Kind::Fails) return Verdict::Pass;
   errno = planned.error;
   return Verdict::Fail;
@@ -118,12 +119,14 @@ int __wrap_open(const char* path, int flags, ...) {
 ssize_t __wrap_read(int handle, void* buffer, std::size_t size) {
   const Verdict verdict = Meet(SystemCall::Read);
   if (verdict == Verdict::Fail) return -1;
+  if (verdict == Verdict::Ended) return 0;
   return __real_read(handle, buffer, verdict == Verdict::Short && size > 1 ? 1 : size);
 }
 
 ssize_t __wrap_pread(int handle, void* buffer, std::size_t size, off_t offset) {
   const Verdict verdict = Meet(SystemCall::PRead);
   if (verdict == Verdict::Fail) return -1;
+  if (verdict == Verdict::Ended) return 0;
   return __real_pread(handle, buffer, verdict == Verdict::Short && size > 1 ? 1 : size, offset);
 }
 

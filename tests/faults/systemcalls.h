@@ -34,6 +34,7 @@ struct Fault {
     None,
     Fails,   ///< with `error`; a close closes all the same
     Short,   ///< a read or write moves one byte
+    Ended,   ///< a read finds the end of the file there, as when somebody cut it
     Killed,  ///< the process ends before the call
   };
   Kind kind = Kind::None;
