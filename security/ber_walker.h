@@ -5,6 +5,7 @@
 #include "security/ber_buffer.h"
 #include "security/ber_octets.h"
 #include "security/ber_reader.h"
+#include "security/cmslimits.h"
 
 namespace OruOssSec {
 
@@ -17,7 +18,7 @@ namespace OruOssSec {
 class BerWalker {
  public:
   static constexpr std::uint32_t kMaxDepth = 16;
-  static constexpr std::uint64_t kMaxTaken = std::uint64_t{16} * 1024 * 1024;
+  static constexpr std::uint64_t kMaxTaken = CMSLimits::kSkeleton;
   /// Indefinite lengths inside each other in an element that is taken or skipped whole.
   static constexpr std::uint32_t kMaxInnerDepth = 32;
 

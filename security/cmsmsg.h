@@ -8,6 +8,7 @@
 #include "foundation/queue.h"
 #include "security/certificate.h"
 #include "security/certstore.h"
+#include "security/cmslimits.h"
 #include "security/cmsparties.h"
 #include "security/export.h"
 #include "security/key.h"
@@ -19,10 +20,10 @@ enum class CipherAlgorithm : std::uint32_t { AES256CBC = 3 };
 
 /// One CMS message (RFC 5652) of any size.
 ///
-/// What is kept of a loaded message is its skeleton: the structure without its content, at most 16 MiB. The
-/// content of a message from a file stays in that file, which must be there and unchanged until the message
-/// ends, and is streamed from it. All operations that return a bool leave the reason of a failure in the
-/// error state.
+/// What is kept of a loaded message is its skeleton: the structure without its content, within CMSLimits. It
+/// takes up to fifty times its size once it is read, 50 MiB at most. The content of a message from a
+/// file stays in that file, which must be there and unchanged until the message ends, and is streamed from
+/// it. All operations that return a bool leave the reason of a failure in the error state.
 class ORUSEC_EXPORT CMSMsg {
  public:
   enum class Type : std::uint32_t {
@@ -93,7 +94,6 @@ class ORUSEC_EXPORT CMSMsg {
   /// Prepares an enveloped message; AddRecipient and Save follow.
   bool CreateEnvelopedData(CipherAlgorithm cipher) noexcept;
   /// Adds a key-transport recipient (RSAES-PKCS1-v1_5) named by the issuer and serial number of the
-  /// certificate.
   bool AddRecipient(const Certificate& certificate) noexcept;
   /// Writes `content` as the message into `target`, which is made or replaced. A failure may leave a part of
   /// it.

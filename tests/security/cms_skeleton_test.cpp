@@ -155,11 +155,11 @@ TEST(CmsSkeletonTest, ContentLiesWhereItIsSaidTo) {
   EXPECT_EQ(skeleton.content.length, 7U);
 }
 
-// The structure of a message without its content may take 16 MiB and no more.
-TEST(CmsSkeletonTest, SkeletonOf16MiBIsTheMost) {
-  const std::string most = Tlv(0xA0, std::string((16 << 20) - 200, 'x'));
+// The structure of a message without its content may take 1 MiB and no more.
+TEST(CmsSkeletonTest, SkeletonOf1MiBIsTheMost) {
+  const std::string most = Tlv(0xA0, std::string((1 << 20) - 200, 'x'));
   EXPECT_EQ(ReasonOfReading(Signed(kVersion + Tlv(0x31, "") + kEncapsulated + most + Tlv(0x31, ""))), "");
-  const std::string more = Tlv(0xA0, std::string(16 << 20, 'x'));
+  const std::string more = Tlv(0xA0, std::string(1 << 20, 'x'));
   EXPECT_EQ(ReasonOfReading(Signed(kVersion + Tlv(0x31, "") + kEncapsulated + more + Tlv(0x31, ""))),
             "The message without its content is too large");
 }
