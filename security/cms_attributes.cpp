@@ -8,6 +8,7 @@
 #include "foundation/dates.h"
 #include "foundation/encoding.h"
 #include "foundation/format.h"
+#include "security/cmslimits.h"
 
 namespace OruOssSec {
 
@@ -92,6 +93,11 @@ bool AddSigningTime(CMS_SignerInfo* signer, const OruGuiBase::DateTime& time) no
 }
 
 bool AddTextAttributes(CMS_SignerInfo* signer, const OruGuiBase::KVMap& attributes) noexcept {
+  // What we write we read: beside these there are the content type, the digest and the signing time.
+  constexpr std::uint32_t kOthers = 3;
+  if (attributes.GetCount() > CMSLimits::kAttributes - kOthers) {
+    return FailWith("The signer has too many signed attributes");
+  }
   for (std::uint32_t i = 0; i < attributes.GetCount(); ++i) {
     if (!AddText(signer, attributes.GetKeys()[i], attributes.GetValues()[i])) return false;
   }

@@ -69,6 +69,9 @@ bool StartEnvelope(NewEnvelope& envelope) noexcept {
 bool AddEnvelopeRecipient(NewEnvelope& envelope, const Certificate& certificate) noexcept {
   if (envelope.cms == nullptr) return FailWith("No enveloped message was created");
   if (envelope.saved) return FailWith("The message was saved already");
+  const int count = sk_CMS_RecipientInfo_num(CMS_get0_RecipientInfos(envelope.cms.get()));
+  if (count >= static_cast<int>(CMSLimits::kRecipients))
+    return FailWith("The message has too many recipients");
   if (certificate.IsEmpty()) return FailWith("The recipient's certificate is empty");
   const EVP_PKEY* key = X509_get0_pubkey(certificate.Get0());
   if (key == nullptr) return FailWithOpenSSL("The recipient's key cannot be read");

@@ -94,6 +94,7 @@ class ORUSEC_EXPORT CMSMsg {
   /// Prepares an enveloped message; AddRecipient and Save follow.
   bool CreateEnvelopedData(CipherAlgorithm cipher) noexcept;
   /// Adds a key-transport recipient (RSAES-PKCS1-v1_5) named by the issuer and serial number of the
+  /// certificate. At most CMSLimits::kRecipients can be added.
   bool AddRecipient(const Certificate& certificate) noexcept;
   /// Writes `content` as the message into `target`, which is made or replaced. A failure may leave a part of
   /// it.
