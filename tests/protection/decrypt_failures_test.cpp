@@ -1,3 +1,4 @@
+#include "security/cmslimits.h"
 #include "tests/protection/decryptiontest.h"
 #include "tests/support/tracerecorder.h"
 
@@ -107,6 +108,14 @@ TEST_F(Decryption, RefusesAnEnvelopeWithSeveralRecipientsBeforeItAsksAnyone) {
     ExpectNothingDelivered();
     EXPECT_EQ(Error(), "Could not get encrypted content key");
   }
+  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+}
+
+TEST_F(Decryption, RefusesAnEnvelopeWithMoreRecipientsThanTheLimit) {
+  const std::vector<CryptStand::Cert> recipients(OruOssSec::CMSLimits::kRecipients + 1, pki.room.certificate);
+  scratch.Make("protected.bin", MakeEnveloped(kPlain, recipients));
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Could not parse encrypted file: The message has too many recipients");
   EXPECT_EQ(road.http.GetRequestCount(), 0U);
 }
 

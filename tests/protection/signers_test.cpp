@@ -273,6 +273,25 @@ TEST_F(TwoSigners, AreDoubtedForTheFirstWithoutALookAtTheSecond) {
   EXPECT_EQ(road.Count("integrity"), 1U);
 }
 
+// As many signers as a message may have are examined one after the other.
+TEST_F(Verification, ExaminesAsManySignersAsTheLimit) {
+  ProtectBy(OruOssSec::CMSLimits::kSigners);
+  ExpectVerified();
+  EXPECT_EQ(road.Count("integrity"), OruOssSec::CMSLimits::kSigners);
+}
+
+// A message with more signers is neither examined nor taken for plain content.
+TEST_F(Verification, RefusesMoreSignersThanTheLimitBeforeItAsksForLists) {
+  ProtectBy(OruOssSec::CMSLimits::kSigners + 1);
+  scratch.Make("opened", "as before");
+  EXPECT_FALSE(Decrypt());
+  EXPECT_EQ(Error(), "Could not decrypt file: The message has too many signers");
+  EXPECT_FALSE(isSigned);
+  EXPECT_FALSE(isVerified);
+  EXPECT_EQ(scratch.Read("opened"), "as before");
+  EXPECT_EQ(road.Count("integrity") + road.Count("certstore") + road.Count("truststore"), 0U);
+}
+
 // One of two signatures that does not hold stops the delivery.
 TEST_F(TwoSigners, AreRefusedForOneSignatureThatDoesNotHold) {
   std::string inner = MakeSigned(kPlain, {Signer(), Second()});

@@ -28,6 +28,12 @@ class Verification : public TestSupport::RoadTest {
   void Protect(const std::vector<TestSupport::SignerSpec>& signers) {
     ProtectMessage(TestSupport::MakeSigned(kPlain, signers));
   }
+  /// As many signers, all the same one.
+  void ProtectBy(std::size_t count) {
+    std::vector<TestSupport::SignerSpec> signers(count, Signer());
+    for (std::size_t i = 1; i < count; ++i) signers[i].hasCertificate = false;
+    Protect(signers);
+  }
   void ProtectMessage(const std::string& inner) {
     source = scratch.Make("protected.bin", TestSupport::MakeEnveloped(inner, {pki.room.certificate}));
   }
