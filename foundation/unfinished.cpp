@@ -1,0 +1,128 @@
+#include "foundation/unfinished.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <dirent.h>
+#include <fcntl.h>
+#include <mutex>
+#include <new>
+#include <shared_mutex>
+#include <string_view>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+#include "foundation/reference.h"
+#include "foundation/unfinished_list.h"
+
+namespace OruGuiBase {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kMostAttempts = 1000;
+
+struct Entry {
+  Entry* next;
+  AnsiStr path;
+  UnfinishedType type;
+};
+
+// Everything here has a trivial destructor or none that acts: static objects of the application may hold
+// temporary files until the very end of the process.
+constinit std::shared_mutex gate;  // shared by those who make files
+constinit std::mutex listMutex;
+constinit Entry* newest = nullptr;
+constinit std::atomic<bool> isClosed{false};
+
+void RemoveEntry(const Entry& entry) {
+  if (entry.type == UnfinishedType::File) {
+    ::unlink(entry.path.GetText());
+  } else {
+    RemoveWithFiles(entry.path);
+  }
+}
+
+// Where a file is being made on a file system that does not answer, the others must not wait for it forever.
+bool CloseGate() {
+  isClosed = true;
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    if (gate.try_lock()) return true;
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+  return false;
+}
+
+void RemoveFilesOf(DIR* directory) {
+  while (const dirent* const entry = ::readdir(directory)) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") ::unlinkat(::dirfd(directory), entry->d_name, 0);
+  }
+}
+
+}  // namespace
+
+void RemoveUnfinishedFiles() noexcept {
+  const bool isLocked = CloseGate();
+  {
+    const std::lock_guard lock(listMutex);
+    // The newest first: a directory may hold others that were made later.
+    for (const Entry* entry = newest; entry != nullptr; entry = entry->next) RemoveEntry(*entry);
+  }
+  if (isLocked) gate.unlock();
+}
+
+UnfinishedScope::UnfinishedScope() noexcept : isOpen_(false) {
+  if (!isClosed) {
+    gate.lock_shared();
+    isOpen_ = !isClosed;
+    if (!isOpen_) gate.unlock_shared();
+  }
+  if (!isOpen_) errno = ECANCELED;
+}
+
+UnfinishedScope::~UnfinishedScope() {
+  if (isOpen_) gate.unlock_shared();
+}
+
+bool AddUnfinished(const AnsiStr& path, UnfinishedType type) noexcept {
+  void* const memory = AllocParticle(sizeof(Entry));
+  if (memory == nullptr) {
+    errno = ENOMEM;
+    return false;
+  }
+  const std::lock_guard lock(listMutex);
+  newest = new (memory) Entry{newest, path, type};
+  return true;
+}
+
+void DropUnfinished(const AnsiStr& path) noexcept {
+  Entry* found = nullptr;
+  {
+    const std::lock_guard lock(listMutex);
+    for (Entry** place = &newest; *place != nullptr && found == nullptr; place = &(*place)->next) {
+      if ((*place)->path.View() != path.View()) continue;
+      found = std::exchange(*place, (*place)->next);
+      break;
+    }
+  }
+  if (found == nullptr) return;
+  found->~Entry();
+  FreeParticle(sizeof(Entry), found);
+}
+
+bool RemoveWithFiles(const AnsiStr& directory) noexcept {
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    if (::rmdir(directory.GetText()) == 0 || errno == ENOENT) return true;
+    if (errno != ENOTEMPTY && errno != EEXIST) return false;
+    DIR* const opened = ::opendir(directory.GetText());
+    if (opened == nullptr) return errno == ENOENT;
+    RemoveFilesOf(opened);
+    ::closedir(opened);
+  }
+  return false;
+}
+
+}  // namespace OruGuiBase
