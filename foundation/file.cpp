@@ -46,6 +46,13 @@ AnsiStr DirectoryEntry::GetTail() const noexcept {
 
 Directory::Directory([[maybe_unused]] DirectoryType type) noexcept : DirectoryEntry(TemporaryDirectory()) {}
 
+std::uint32_t Directory::GetLongestName() const noexcept {
+  constexpr long kCommon = 255;
+  constexpr long kLeast = 16;
+  const long limit = ::pathconf(path_.GetText(), _PC_NAME_MAX);
+  return static_cast<std::uint32_t>(limit > kLeast && limit < kCommon ? limit : kCommon);
+}
+
 File::File(const Directory& directory, const AnsiStr& name) noexcept
     : DirectoryEntry(Join(directory.GetPath(), name)) {}
 
@@ -56,7 +63,11 @@ File::File([[maybe_unused]] FileType type, const AnsiStr& name, bool isPrivate) 
   }
   ClearLastError();
   path_ = MakePrivateFile(name);
-  if (path_.IsEmpty()) SetLastErrorFromErrno();
+  if (path_.IsEmpty()) {
+    SetLastErrorFromErrno();
+  } else {
+    privacy_ = FilePrivacy::Directory;
+  }
 }
 
 AnsiStr File::MakeName(const AnsiStr& name) noexcept {

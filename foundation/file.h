@@ -39,6 +39,15 @@ class ORUGUI_EXPORT Directory : public DirectoryEntry {
   explicit Directory(const AnsiStr& path) noexcept : DirectoryEntry(path) {}
   /// A well-known directory.
   explicit Directory(DirectoryType type) noexcept;
+  /// The most bytes that the name of a file in it may have.
+  std::uint32_t GetLongestName() const noexcept;
+};
+
+/// Whether a file is this process's own, made for nobody else's eyes, and what goes with it.
+enum class FilePrivacy : std::uint8_t {
+  None,       ///< like any other file
+  Staging,    ///< lies beside the target that it is to become
+  Directory,  ///< lies in a directory of its own
 };
 
 /// The name of a file, with the operations that need no open file. All that return a bool leave the reason of
@@ -54,6 +63,13 @@ class ORUGUI_EXPORT File : public DirectoryEntry {
   /// (shortened to what the file system takes, made safe by MakeName), and two of one name never meet. The
   /// path is empty, with the reason in the error state, when that fails. Without `isPrivate` nothing is made.
   File(FileType type, const AnsiStr& name, bool isPrivate) noexcept;
+  /// Names a private file that was made already; nothing is made or looked at.
+  File(const AnsiStr& path, FilePrivacy privacy) noexcept : DirectoryEntry(path), privacy_(privacy) {}
+
+  /// Anything but None for what File(FileType, name, true) and TempFile made, in every copy of the object; a
+  /// path alone says nothing about it.
+  FilePrivacy GetPrivacy() const noexcept { return privacy_; }
+  bool IsPrivate() const noexcept { return privacy_ != FilePrivacy::None; }
 
   /// A form of the name that no file system or shell user trips over: separators, control and reserved
   /// characters become "_", as do a leading dot and trailing dots and blanks. UTF-8 is kept, and the result
@@ -64,17 +80,25 @@ class ORUGUI_EXPORT File : public DirectoryEntry {
   std::int64_t GetSize() const noexcept;
   /// Makes an empty file. One that is there already is a failure.
   bool Create() const noexcept;
-  /// Renames to `target`, replacing what is there, or copies and removes across file systems; a failure
-  /// leaves no half-written target. A source that cannot be removed after it was copied is a failure too: the
-  /// content then lies whole at both places. `keepTarget` true refuses a target that exists. A private file
-  /// of File(FileType, name, true) gets the mode of the file that it replaces, or that of a new file; any
-  /// other keeps its own.
+  /// Delivers the file to `target` and ends it: by renaming where the target can be replaced (see
+  /// FileWriter::OpenDraft for what cannot), by copying where it lies on another file system or must be
+  /// written in place, and then removing. A target that can be replaced is never half written. A source that
+  /// cannot be removed after it was copied is a failure too: the content then lies whole at both places.
+  /// `keepTarget` true refuses a target that exists. A private file gets mode, group and access list of the
+  /// file that it replaces, or those of a new file; any other keeps its own where it is renamed, and its mode
+  /// where it is copied.
   bool Move(const File& target, bool keepTarget) const noexcept;
   /// Removes the file. `mayBeMissing` makes a file that is not there a success.
   bool Remove(bool mayBeMissing) const noexcept;
+
+ private:
+  bool CopyTo(const File& target, bool keepTarget, int mode) const noexcept;
+
+  FilePrivacy privacy_ = FilePrivacy::None;
 };
 
-/// A temporary file of one operation, which ends with it.
+/// A file of one operation, which ends with it: at the end of the scope, or by RemoveUnfinishedFiles
+/// (foundation/unfinished.h).
 class ORUGUI_EXPORT TempFile {
  public:
   TempFile() noexcept = default;
@@ -83,14 +107,39 @@ class ORUGUI_EXPORT TempFile {
   ~TempFile() { Cleanup(); }
 
   const AnsiStr& GetPath() const noexcept { return path_; }
-  File GetFile() const noexcept { return File(path_); }
-  /// Takes a path over; what was held before is removed first. The path must be one of File(FileType, name,
-  /// true), whose directory ends with the file.
+  File GetFile() const noexcept { return File(path_, privacy_); }
+  /// Takes a file over that is on the disk; what was held before is removed first. The directory of a file of
+  /// File(FileType, name, true) ends with it, that of any other stays.
   void Take(const File& file) noexcept;
+  /// Makes the empty file, for the owner alone (0600), and takes it. One that is there already is a failure.
+  bool Create(const File& file) noexcept;
+  /// Makes a private file for content that is to become `target` by File::Move: beside it where it can be
+  /// replaced, in the temporary directory where it has to be written in place.
+  bool CreateFor(const File& target) noexcept;
   /// Removes the file, if there is one, and its private directory.
   void Cleanup() noexcept;
-  /// Gives the path up after its file was moved away: removes the private directory alone.
+  /// Gives the path up after its file was moved away, or is to stay: removes the private directory alone.
   void GiveUp() noexcept;
+
+ private:
+  AnsiStr path_;
+  FilePrivacy privacy_ = FilePrivacy::None;
+};
+
+/// A directory of one program for its temporary files, which ends with the scope or by RemoveUnfinishedFiles,
+/// with all files in it.
+class ORUGUI_EXPORT TempDirectory {
+ public:
+  TempDirectory() noexcept = default;
+  TempDirectory(const TempDirectory&) = delete;
+  TempDirectory& operator=(const TempDirectory&) = delete;
+  ~TempDirectory() { Cleanup(); }
+
+  /// Makes a directory in the system's temporary directory that only the owner may enter (0700). Its name is
+  /// `prefix`, "-" and six characters that make it unique.
+  bool Create(const AnsiStr& prefix) noexcept;
+  const AnsiStr& GetPath() const noexcept { return path_; }
+  void Cleanup() noexcept;
 
  private:
   AnsiStr path_;
