@@ -44,6 +44,12 @@ bool IsRefusalToReserve(int code) {
   return code == EOPNOTSUPP || code == ENOSYS || code == EINVAL || code == ENODEV || code == ESPIPE;
 }
 
+// A FIFO or a device has no size to be set, and refuses with EINVAL.
+bool IsWithoutSize(int handle, int code) {
+  struct stat info {};
+  return code == EINVAL && ::fstat(handle, &info) == 0 && !S_ISREG(info.st_mode);
+}
+
 }  // namespace
 
 FileReader::~FileReader() {
@@ -122,11 +128,11 @@ bool FileWriter::Truncate(std::int64_t size) noexcept {
   do {
     result = ::ftruncate(handle_, size);
   } while (result != 0 && errno == EINTR);
-  return result == 0 || FailWithErrno();
+  return result == 0 || IsWithoutSize(handle_, errno) || FailWithErrno();
 }
 
 bool FileWriter::Close() noexcept {
-  if (!draft_.IsEmpty()) return FinishDraft();
+  if (!draft_.GetPath().IsEmpty()) return FinishDraft();
   return CloseOnce(handle_);
 }
 

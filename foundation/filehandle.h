@@ -34,6 +34,16 @@ class ORUGUI_EXPORT FileReader {
   int handle_ = -1;
 };
 
+/// Who may do what with a file.
+struct FileAccess {
+  std::uint32_t mode = 0;   ///< permission bits
+  std::uint32_t group = 0;  ///< the system's number of its group
+  AnsiStr list;             ///< the access list as the system keeps it; empty without one
+};
+
+enum class DeliveryWay;
+struct DeliveryTarget;
+
 /// A file opened for writing, unbuffered. Operations leave the reason of a failure in the error state.
 class ORUGUI_EXPORT FileWriter {
  public:
@@ -45,11 +55,12 @@ class ORUGUI_EXPORT FileWriter {
   /// Makes the file or empties it.
   bool Open(const File& file) noexcept;
   bool OpenAppend(const File& file) noexcept;
-  /// Begins a draft beside the file, for the owner alone, which takes the file's place and mode when Close
-  /// succeeds. Until then, and after any failure, the file is as it was. A file that cannot be replaced, or
-  /// has nothing to lose, is written in place instead: an empty one, a link, one with several names, of
-  /// another owner or of a group that cannot be given, one with an access list or mounted in its place, one
-  /// in a directory that takes no new files, and what is no regular file.
+  /// Begins a staging file beside the file, for the owner alone, which takes the file's place, mode and group
+  /// when Close succeeds. Until then, and after any failure, the file is as it was. A new file gets what any
+  /// other in its directory gets. A file that cannot be replaced, or has nothing to lose, is written in place
+  /// instead: an empty one, a link, one with several names, of another owner or of a group that cannot be
+  /// given, one with an access list or mounted in its place, one in a directory that takes no new files, and
+  /// what is no regular file. So is a private file, which nobody else sees.
   bool OpenDraft(const File& file) noexcept;
   bool IsOpen() const noexcept { return handle_ >= 0; }
   /// Reserves room where the file system can, so that a full disk shows at once; true when it cannot. The
@@ -57,19 +68,29 @@ class ORUGUI_EXPORT FileWriter {
   bool Preallocate(std::int64_t size) noexcept;
   /// Writes all bytes or fails.
   bool Write(const void* data, std::uint32_t size) noexcept;
-  /// Sets the size of the file and gives back what Preallocate reserved beyond it.
+  /// Sets the size of the file and gives back what Preallocate reserved beyond it. Nothing is done to what
+  /// has no size, such as a FIFO or a device.
   bool Truncate(std::int64_t size) noexcept;
   /// Reports what the system held back until now.
   bool Close() noexcept;
 
  private:
+  friend class File;
+  struct DraftOptions {
+    bool keepTarget = false;  ///< a target that exists is a failure
+    int mode = -1;            ///< of the staging file in the place of the target's
+  };
+  bool OpenDraft(const File& file, const DraftOptions& options) noexcept;
+  DeliveryWay BeginDraft(const AnsiStr& path, const DeliveryTarget& target,
+                         const DraftOptions& options) noexcept;
   bool FinishDraft() noexcept;
   void DropFile() noexcept;
 
   int handle_ = -1;
-  AnsiStr draft_;  ///< path of the draft under way; empty when the file is written in place
+  TempFile draft_;  ///< empty when the file is written in place
   AnsiStr target_;
-  std::uint32_t targetMode_ = 0;
+  FileAccess access_;  ///< what the target is to have
+  bool keepTarget_ = false;
 };
 
 }  // namespace OruGuiBase

@@ -1,0 +1,153 @@
+#include "foundation/delivery.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include "foundation/posix_file.h"
+#include "foundation/unfinished_list.h"
+
+namespace OruGuiBase {
+
+namespace {
+
+constexpr unsigned kPermissions = 0777;
+constexpr unsigned kOrdinaryMode = 0666;
+constexpr const char* kList = "system.posix_acl_access";
+
+// Whether the call failed because there is no list, or the file system has none.
+bool IsWithoutList(int code) {
+  return code == ENODATA || code == EOPNOTSUPP || code == ENOSYS;
+}
+
+// A list that cannot be looked at may be there.
+bool HasList(const AnsiStr& path) {
+  return ::lgetxattr(path.GetText(), kList, nullptr, 0) >= 0 || !IsWithoutList(errno);
+}
+
+// A file that is mounted in its place cannot be replaced, but only be written.
+bool IsMounted(const AnsiStr& path) {
+  struct statx info {};
+  return ::statx(AT_FDCWD, path.GetText(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &info) == 0 &&
+         (info.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+bool IsReplaceable(const AnsiStr& path, const struct stat& info) {
+  return S_ISREG(info.st_mode) && info.st_size > 0 && info.st_nlink == 1 && info.st_uid == ::geteuid() &&
+         ::faccessat(AT_FDCWD, path.GetText(), W_OK, AT_EACCESS) == 0 && !IsMounted(path) && !HasList(path);
+}
+
+// Room for more than five hundred entries of eight bytes.
+constexpr std::size_t kLargestList = 4096;
+
+bool ReadList(int handle, AnsiStr& list) {
+  char bytes[kLargestList];
+  const ssize_t size = ::fgetxattr(handle, kList, bytes, sizeof bytes);
+  if (size < 0) return IsWithoutList(errno);
+  list = AnsiStr(bytes, static_cast<std::uint32_t>(size));
+  return true;
+}
+
+// A staging file may have got a list of its directory, which is for new files and not for replaced ones.
+bool GiveList(int handle, const AnsiStr& list) {
+  if (!list.IsEmpty()) return ::fsetxattr(handle, kList, list.GetText(), list.GetLength(), 0) == 0;
+  if (::fgetxattr(handle, kList, nullptr, 0) < 0) return IsWithoutList(errno);
+  return ::fremovexattr(handle, kList) == 0;
+}
+
+bool ReadAccess(int handle, FileAccess& access) {
+  struct stat info {};
+  if (::fstat(handle, &info) != 0) return false;
+  access.mode = info.st_mode & kPermissions;
+  access.group = info.st_gid;
+  return ReadList(handle, access.list);
+}
+
+// A name that nobody else uses.
+bool MakeProbeName(const AnsiStr& directory, AnsiStr& name) {
+  std::uint32_t number = 0;
+  if (::getrandom(&number, sizeof number, 0) != sizeof number) return false;
+  char text[32];
+  std::snprintf(text, sizeof text, "/.orugui-%08x.mode", number);
+  name = directory + text;
+  return true;
+}
+
+}  // namespace
+
+DeliveryWay JudgeTarget(const File& target, DeliveryTarget& judged) noexcept {
+  const AnsiStr& path = target.GetPath();
+  struct stat info {};
+  if (!IsUsablePath(path)) return DeliveryWay::Failed;
+  judged.exists = ::lstat(path.GetText(), &info) == 0;
+  if (!judged.exists) return errno == ENOENT && !path.IsEmpty() ? DeliveryWay::Replace : DeliveryWay::Failed;
+  judged.access = {info.st_mode & kPermissions, info.st_gid, AnsiStr()};
+  if (target.IsPrivate()) return DeliveryWay::Replace;
+  return IsReplaceable(path, info) ? DeliveryWay::Replace : DeliveryWay::InPlace;
+}
+
+// The process's mask can only be read by changing it, which other threads would notice; a file reports it
+// too. Its name is gone again before RemoveUnfinishedFiles is let in.
+bool AskNewFile(const AnsiStr& path, FileAccess& access) noexcept {
+  const UnfinishedScope scope;
+  AnsiStr probe;
+  if (!scope.IsOpen() || !MakeProbeName(ParentOf(path), probe)) return false;
+  const int handle = OpenHandle(probe, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOrdinaryMode);
+  if (handle < 0) return false;
+  const bool isKnown = ReadAccess(handle, access);
+  const int reason = errno;
+  CloseHandle(handle);
+  ::unlink(probe.GetText());
+  errno = reason;
+  return isKnown;
+}
+
+// A file that cannot have the target's group would let in others than the target did.
+bool GiveGroup(int handle, const FileAccess& access) noexcept {
+  struct stat info {};
+  return ::fstat(handle, &info) == 0 &&
+         (info.st_gid == access.group || ::fchown(handle, static_cast<uid_t>(-1), access.group) == 0);
+}
+
+bool GiveAccess(int handle, const FileAccess& access) noexcept {
+  return GiveGroup(handle, access) && GiveList(handle, access.list) && ::fchmod(handle, access.mode) == 0;
+}
+
+int MakeStaging(const AnsiStr& target, AnsiStr& path) noexcept {
+  const UnfinishedScope scope;
+  if (!scope.IsOpen()) return -1;
+  path = ParentOf(target) + "/.orugui-XXXXXX";
+  path.Reserve(path.GetLength());
+  // mkostemp writes the name that it found into the text, which nobody shares.
+  const int handle = ::mkostemp(const_cast<char*>(path.GetText()), O_CLOEXEC);
+  if (handle < 0 || AddUnfinished(path, UnfinishedType::File)) return handle;
+  const int reason = errno;
+  ::unlink(path.GetText());
+  CloseHandle(handle);
+  errno = reason;
+  return -1;
+}
+
+bool IsRefusalOfDirectory(int code) noexcept {
+  return code == EACCES || code == EPERM || code == EROFS;
+}
+
+// Where the file system has no renaming that spares the target, a second name does the same.
+bool Rename(const AnsiStr& source, const AnsiStr& target, bool keepTarget) noexcept {
+  if (!keepTarget) return std::rename(source.GetText(), target.GetText()) == 0;
+  if (::renameat2(AT_FDCWD, source.GetText(), AT_FDCWD, target.GetText(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  if (::link(source.GetText(), target.GetText()) != 0) return false;
+  if (::unlink(source.GetText()) == 0) return true;
+  const int reason = errno;
+  ::unlink(target.GetText());
+  errno = reason;
+  return false;
+}
+
+}  // namespace OruGuiBase
