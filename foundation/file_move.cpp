@@ -1,101 +1,21 @@
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundation/delivery.h"
 #include "foundation/errorstate.h"
 #include "foundation/file.h"
 #include "foundation/filehandle.h"
 #include "foundation/posix_file.h"
+#include "foundation/reference.h"
 
 namespace OruGuiBase {
 
 namespace {
 
 constexpr unsigned kPermissions = 0777;
-
-// A move under way. The operations leave errno on failure.
-struct Movement {
-  const AnsiStr& source;
-  const AnsiStr& target;
-  bool keepTarget;
-  mode_t oldMode = 0;
-  mode_t newMode = 0;
-};
-
-// Where the file system has no renaming that spares the target, a second name does the same.
-bool RenameUnlessThere(const char* source, const char* target) {
-  if (::renameat2(AT_FDCWD, source, AT_FDCWD, target, RENAME_NOREPLACE) == 0) return true;
-  if (errno != EINVAL && errno != ENOSYS) return false;
-  if (::link(source, target) != 0) return false;
-  if (::unlink(source) == 0) return true;
-  const int reason = errno;
-  ::unlink(target);
-  errno = reason;
-  return false;
-}
-
-bool Rename(const AnsiStr& source, const AnsiStr& target, bool keepTarget) {
-  if (keepTarget) return RenameUnlessThere(source.GetText(), target.GetText());
-  return std::rename(source.GetText(), target.GetText()) == 0;
-}
-
-// A private file leaves its privacy when it is delivered: it gets the mode of the file that it replaces, or
-// that of any new file. Others keep theirs.
-bool ChooseModes(Movement& move) {
-  struct stat info {};
-  if (::lstat(move.source.GetText(), &info) != 0) return false;
-  if (S_ISDIR(info.st_mode)) {
-    errno = EISDIR;
-    return false;
-  }
-  move.oldMode = move.newMode = info.st_mode & kPermissions;
-  if (!S_ISREG(info.st_mode) || !IsInPrivateDirectory(move.source)) return true;
-  if (::stat(move.target.GetText(), &info) == 0 && S_ISREG(info.st_mode)) {
-    move.newMode = info.st_mode & kPermissions;
-    return true;
-  }
-  // No name that MakeName gives begins with a dot.
-  const int mode = ModeOfNewFile(ParentOf(move.source) + "/.mode");
-  if (mode >= 0) move.newMode = static_cast<mode_t>(mode);
-  return mode >= 0;
-}
-
-// The mode is set first, while the private directory still hides the file, so that the target never shows
-// with another one.
-bool MoveByName(const Movement& move) {
-  const bool changes = move.newMode != move.oldMode;
-  if (changes && ::chmod(move.source.GetText(), move.newMode) != 0) return false;
-  if (Rename(move.source, move.target, move.keepTarget)) return true;
-  const int reason = errno;
-  if (changes) ::chmod(move.source.GetText(), move.oldMode);
-  errno = reason;
-  return false;
-}
-
-bool CopyThrough(void* buffer, int from, int into) {
-  std::int64_t got = 0;
-  while ((got = ReadAll(from, buffer, kStreamBuffer, -1)) > 0) {
-    if (!WriteAll(into, buffer, static_cast<std::uint32_t>(got))) return false;
-  }
-  return got == 0;
-}
-
-bool CopyContent(int from, int into) {
-  void* const buffer = AllocParticle(kStreamBuffer);
-  if (buffer == nullptr) {
-    errno = ENOMEM;
-    return false;
-  }
-  const bool copied = CopyThrough(buffer, from, into);
-  const int reason = errno;
-  WipeMemory(buffer, kStreamBuffer);
-  FreeParticle(kStreamBuffer, buffer);
-  errno = reason;
-  return copied;
-}
+constexpr unsigned kOwnerOnly = 0600;
 
 // Opens without waiting, as a pipe would make it wait; only a regular file can be copied.
 int OpenRegular(const AnsiStr& path) {
@@ -107,43 +27,80 @@ int OpenRegular(const AnsiStr& path) {
   return -1;
 }
 
-bool FillSibling(const Movement& move, int sibling) {
-  const int source = OpenRegular(move.source);
-  if (source < 0) return false;
-  const bool filled = CopyContent(source, sibling) && ::fchmod(sibling, move.newMode) == 0;
+// The access is given first, while nobody else sees the file, so that the target never shows with another.
+bool RenamePrivate(const File& source, const File& target, const DeliveryTarget& judged, bool keepTarget) {
+  FileAccess access = judged.access;
+  if (!judged.exists && !AskNewFile(target.GetPath(), access)) return false;
+  const int handle = OpenRegular(source.GetPath());
+  if (handle < 0) return false;
+  const bool done = GiveAccess(handle, access) && Rename(source.GetPath(), target.GetPath(), keepTarget);
   const int reason = errno;
-  CloseHandle(source);
+  if (!done) ::fchmod(handle, kOwnerOnly);
+  CloseHandle(handle);
   errno = reason;
-  return filled;
+  return done;
 }
 
-// Copies to a file beside the target that takes its place when it is whole.
-bool MoveByCopy(const Movement& move) {
-  AnsiStr sibling = ParentOf(move.target) + "/.orugui-XXXXXX";
-  const int handle = ::mkostemp(const_cast<char*>(sibling.GetText()), O_CLOEXEC);
-  if (handle < 0) return false;
-  bool done = FillSibling(move, handle);
-  int reason = errno;
-  // Closing reports what the system held back until now.
-  if (!CloseHandle(handle) && done) {
-    done = false;
-    reason = errno;
+// Another file system, a group that the file cannot have, a directory that takes no new files. A directory
+// that does not let an ordinary file go would refuse its removal as well.
+bool MayBeCopied(const File& source, int code) {
+  return code == EXDEV || (source.IsPrivate() && IsRefusalOfDirectory(code));
+}
+
+// As renaming does with two names of one file: nothing is to be copied over itself.
+bool IsOneFile(const struct stat& source, const AnsiStr& target) {
+  struct stat info {};
+  return ::stat(target.GetText(), &info) == 0 && info.st_dev == source.st_dev && info.st_ino == source.st_ino;
+}
+
+bool CopyThrough(void* buffer, int from, FileWriter& writer) {
+  std::int64_t got = 0;
+  while ((got = ReadAll(from, buffer, kStreamBuffer, -1)) > 0) {
+    if (!writer.Write(buffer, static_cast<std::uint32_t>(got))) return false;
   }
-  if (done && Rename(sibling, move.target, move.keepTarget)) return ::unlink(move.source.GetText()) == 0;
-  if (done) reason = errno;
-  ::unlink(sibling.GetText());
-  errno = reason;
-  return false;
+  return got == 0 || FailWithErrno();
+}
+
+bool CopyContent(int from, FileWriter& writer) {
+  void* const buffer = AllocParticle(kStreamBuffer);
+  if (buffer == nullptr) return FailWith(ENOMEM);
+  const bool copied = CopyThrough(buffer, from, writer);
+  WipeMemory(buffer, kStreamBuffer);
+  FreeParticle(kStreamBuffer, buffer);
+  return copied;
 }
 
 }  // namespace
 
 bool File::Move(const File& target, bool keepTarget) const noexcept {
   ClearLastError();
-  Movement move{path_, target.path_, keepTarget};
-  if (!IsUsablePath(path_) || !IsUsablePath(target.path_) || !ChooseModes(move)) return FailWithErrno();
-  if (MoveByName(move) || (errno == EXDEV && MoveByCopy(move))) return true;
-  return FailWithErrno();
+  struct stat info {};
+  if (!IsUsablePath(path_) || ::lstat(path_.GetText(), &info) != 0) return FailWithErrno();
+  if (S_ISDIR(info.st_mode)) return FailWith(EISDIR);
+  DeliveryTarget judged;
+  const DeliveryWay way = JudgeTarget(target, judged);
+  if (way == DeliveryWay::Failed) return FailWithErrno();
+  if (judged.exists && keepTarget) return FailWith(EEXIST);
+  if (way == DeliveryWay::Replace || IsOneFile(info, target.path_)) {
+    const bool isReady = IsPrivate() && S_ISREG(info.st_mode);
+    if (isReady ? RenamePrivate(*this, target, judged, keepTarget) : Rename(path_, target.path_, keepTarget))
+      return true;
+    if (!MayBeCopied(*this, errno)) return FailWithErrno();
+  }
+  const int mode = IsPrivate() ? -1 : static_cast<int>(info.st_mode & kPermissions);
+  return CopyTo(target, keepTarget, mode);
+}
+
+bool File::CopyTo(const File& target, bool keepTarget, int mode) const noexcept {
+  const int source = OpenRegular(path_);
+  if (source < 0) return FailWithErrno();
+  FileWriter writer;
+  FileWriter::DraftOptions options;
+  options.keepTarget = keepTarget;
+  options.mode = mode;
+  const bool copied = writer.OpenDraft(target, options) && CopyContent(source, writer) && writer.Close();
+  CloseHandle(source);
+  return copied && (::unlink(path_.GetText()) == 0 || FailWithErrno());
 }
 
 }  // namespace OruGuiBase

@@ -30,14 +30,8 @@ bool WriteAll(int handle, const void* data, std::uint32_t size) noexcept;
 /// The directory that a path lies in: "." for a bare name.
 AnsiStr ParentOf(const AnsiStr& path) noexcept;
 
-/// The mode that a new file of this name, which must be free, gets: 0666 under the process's mask, or what
-/// its directory rules. -1 on failure. The name is free again afterwards.
-int ModeOfNewFile(const AnsiStr& probe) noexcept;
-
-/// Whether the path lies in a directory that MakePrivateFile made.
-bool IsInPrivateDirectory(const AnsiStr& path) noexcept;
 /// Makes a private directory below the system's temporary directory and in it the file, for the owner alone.
-/// Gives the file's path, or the empty text on failure.
+/// Lists both as unfinished. Gives the file's path, or the empty text on failure.
 AnsiStr MakePrivateFile(const AnsiStr& name) noexcept;
 /// The system's temporary directory.
 AnsiStr TemporaryDirectory() noexcept;

@@ -2,30 +2,25 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <string_view>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundation/delivery.h"
+#include "foundation/errorstate.h"
 #include "foundation/errorstate_saver.h"
 #include "foundation/file.h"
 #include "foundation/posix_file.h"
+#include "foundation/unfinished_list.h"
 
 namespace OruGuiBase {
 
 namespace {
 
-constexpr std::string_view kPrivatePrefix = "orugui-";
+constexpr const char* kPrivatePrefix = "orugui";
 constexpr std::string_view kTempEnding = ".tmp";
-constexpr std::size_t kLongestName = 255;
+constexpr unsigned kOwnerOnly = 0600;
 
 bool IsContinuationByte(char character) {
   return (static_cast<unsigned char>(character) & 0xC0) == 0x80;
-}
-
-// The most bytes that a name in the directory may have, or what file systems commonly take.
-std::size_t NameLimit(const AnsiStr& directory) {
-  const long limit = ::pathconf(directory.GetText(), _PC_NAME_MAX);
-  return limit > 16 && limit < static_cast<long>(kLongestName) ? static_cast<std::size_t>(limit)
-                                                               : kLongestName;
 }
 
 // Cuts a name that is too long between two characters and keeps its ending.
@@ -48,48 +43,84 @@ AnsiStr TemporaryDirectory() noexcept {
   return path.empty() ? AnsiStr("/tmp") : AnsiStr(path);
 }
 
-AnsiStr MakePrivateFile(const AnsiStr& name) noexcept {
-  AnsiStr directory = TemporaryDirectory() + "/" + AnsiStr(kPrivatePrefix) + "XXXXXX";
+namespace {
+
+// Makes a directory for the owner alone and lists it. The empty text on failure, with errno.
+AnsiStr MakePrivateDirectory(const AnsiStr& prefix) {
+  AnsiStr directory = TemporaryDirectory() + "/" + prefix + "-XXXXXX";
   directory.Reserve(directory.GetLength());
   // mkdtemp writes the name that it found into the text, which nobody shares.
-  if (::mkdtemp(const_cast<char*>(directory.GetText())) == nullptr) return {};
-  AnsiStr path = directory + "/" + ShortenName(File::MakeName(name), NameLimit(directory));
-  constexpr unsigned kOwnerOnly = 0600;
-  const int handle = OpenHandle(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOwnerOnly);
-  if (handle < 0) {
-    const int reason = errno;
-    ::rmdir(directory.GetText());
-    errno = reason;
-    return {};
-  }
-  CloseHandle(handle);
-  return path;
-}
-
-bool IsInPrivateDirectory(const AnsiStr& path) noexcept {
-  const AnsiStr directory = ParentOf(path);
-  if (!DirectoryEntry(directory).GetTail().View().starts_with(kPrivatePrefix)) return false;
-  struct stat info {};
-  return ::lstat(directory.GetText(), &info) == 0 && S_ISDIR(info.st_mode) && (info.st_mode & 0077) == 0 &&
-         info.st_uid == ::geteuid();
-}
-
-// The process's mask can only be read by changing it, which other threads would notice; a file tells it too.
-int ModeOfNewFile(const AnsiStr& probe) noexcept {
-  const int handle = OpenHandle(probe, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
-  if (handle < 0) return -1;
-  struct stat info {};
-  const bool known = ::fstat(handle, &info) == 0;
+  if (!IsUsablePath(directory) || ::mkdtemp(const_cast<char*>(directory.GetText())) == nullptr) return {};
+  if (AddUnfinished(directory, UnfinishedType::Directory)) return directory;
   const int reason = errno;
-  CloseHandle(handle);
-  ::unlink(probe.GetText());
+  ::rmdir(directory.GetText());
   errno = reason;
-  return known ? static_cast<int>(info.st_mode & 0777) : -1;
+  return {};
 }
 
+void DropDirectory(const AnsiStr& directory) {
+  ::rmdir(directory.GetText());
+  DropUnfinished(directory);
+}
+
+}  // namespace
+
+AnsiStr MakePrivateFile(const AnsiStr& name) noexcept {
+  const UnfinishedScope scope;
+  const AnsiStr directory = scope.IsOpen() ? MakePrivateDirectory(kPrivatePrefix) : AnsiStr();
+  if (directory.IsEmpty()) return {};
+  const std::uint32_t limit = Directory(directory).GetLongestName();
+  AnsiStr path = directory + "/" + ShortenName(File::MakeName(name), limit);
+  const int handle = OpenHandle(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOwnerOnly);
+  if (handle >= 0) {
+    CloseHandle(handle);
+    return path;
+  }
+  const int reason = errno;
+  DropDirectory(directory);
+  errno = reason;
+  return {};
+}
+
+// A file that cannot be listed is only not removed when the program ends in the middle.
 void TempFile::Take(const File& file) noexcept {
   Cleanup();
   path_ = file.GetPath();
+  privacy_ = file.GetPrivacy();
+  if (!file.IsPrivate() && !path_.IsEmpty()) AddUnfinished(path_, UnfinishedType::File);
+}
+
+bool TempFile::Create(const File& file) noexcept {
+  Cleanup();
+  ClearLastError();
+  const UnfinishedScope scope;
+  if (!scope.IsOpen()) return FailWithErrno();
+  const int handle = OpenHandle(file.GetPath(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOwnerOnly);
+  if (handle < 0) return FailWithErrno();
+  Take(File(file.GetPath()));
+  if (CloseHandle(handle)) return true;
+  FailWithErrno();
+  Cleanup();
+  return false;
+}
+
+bool TempFile::CreateFor(const File& target) noexcept {
+  Cleanup();
+  ClearLastError();
+  DeliveryTarget judged;
+  const DeliveryWay way = JudgeTarget(target, judged);
+  if (way == DeliveryWay::Failed) return FailWithErrno();
+  AnsiStr path;
+  const int handle = way == DeliveryWay::Replace ? MakeStaging(target.GetPath(), path) : -1;
+  if (handle >= 0) {
+    CloseHandle(handle);
+    Take(File(path, FilePrivacy::Staging));
+  } else if (way == DeliveryWay::InPlace || (judged.exists && IsRefusalOfDirectory(errno))) {
+    Take(File(FileType::Temporary, target.GetTail() + AnsiStr(kTempEnding), true));
+  } else {
+    return FailWithErrno();
+  }
+  return !path_.IsEmpty();
 }
 
 // Runs after failures whose reason is still to be read.
@@ -100,11 +131,32 @@ void TempFile::Cleanup() noexcept {
   GiveUp();
 }
 
+// A directory that is not empty is not removed.
 void TempFile::GiveUp() noexcept {
   if (path_.IsEmpty()) return;
   const ErrorStateSaver saver;
-  // A directory of somebody else is left alone, and one that is not empty is not removed.
-  if (IsInPrivateDirectory(path_)) ::rmdir(ParentOf(path_).GetText());
+  if (privacy_ == FilePrivacy::Directory) {
+    DropDirectory(ParentOf(path_));
+  } else {
+    DropUnfinished(path_);
+  }
+  path_.Clear();
+  privacy_ = FilePrivacy::None;
+}
+
+bool TempDirectory::Create(const AnsiStr& prefix) noexcept {
+  Cleanup();
+  ClearLastError();
+  const UnfinishedScope scope;
+  if (scope.IsOpen()) path_ = MakePrivateDirectory(prefix);
+  return !path_.IsEmpty() || FailWithErrno();
+}
+
+void TempDirectory::Cleanup() noexcept {
+  if (path_.IsEmpty()) return;
+  const ErrorStateSaver saver;
+  RemoveWithFiles(path_);
+  DropUnfinished(path_);
   path_.Clear();
 }
 

@@ -141,13 +141,24 @@ TEST(FileMoveTest, ADirectoryIsNoTarget) {
   EXPECT_EQ(ModeOf(source.GetPath()), 0600);
 }
 
-TEST(FileMoveTest, ALinkAtTheTargetIsReplacedAndNotFollowed) {
+// Written in place it would be emptied before it is read.
+TEST(FileMoveTest, ALinkThatNamesTheSourceIsReplacedByIt) {
   const ScratchDirectory scratch;
-  const File victim = scratch.MakeFile("victim", "untouched");
-  ASSERT_EQ(::symlink(victim.GetPath().GetText(), (scratch / "link").c_str()), 0);
-  EXPECT_TRUE(MakePrivate("a.tmp", "content").Move(scratch.FileOf("link"), false));
-  EXPECT_EQ(ContentOf(victim), "untouched");
+  const File source = scratch.MakeFile("a", "content");
+  ASSERT_EQ(::symlink("a", (scratch / "link").c_str()), 0);
+  EXPECT_TRUE(source.Move(scratch.FileOf("link"), false));
   EXPECT_EQ(ContentOf(scratch.FileOf("link")), "content");
+  EXPECT_FALSE(std::filesystem::is_symlink(scratch / "link"));
+}
+
+TEST(FileMoveTest, AnotherNameOfTheSourceKeepsTheContent) {
+  const ScratchDirectory scratch;
+  const File source = scratch.MakeFile("a", "content");
+  std::filesystem::create_hard_link(scratch / "a", scratch / "b");
+  EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+  EXPECT_EQ(ContentOf(scratch.FileOf("b")), "content");
+  EXPECT_TRUE(scratch.FileOf("b").Move(scratch.FileOf("b"), false));
+  EXPECT_EQ(ContentOf(scratch.FileOf("b")), "content");
 }
 
 // The source lies on one file system, the target on another.
