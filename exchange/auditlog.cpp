@@ -1,3 +1,5 @@
+#include <cerrno>
+
 #include "client/cryptcli.h"
 #include "exchange/answer.h"
 #include "exchange/keyservercommand.h"
@@ -13,6 +15,7 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::datetime;
 using OruGuiBase::Directory;
 using OruGuiBase::DirectoryType;
+using OruGuiBase::File;
 using OruGuiBase::KVMap;
 using OruGuiBase::ReadStream;
 using OruGuiBase::ReadStreamMode;
@@ -40,6 +43,40 @@ AnsiStr TimeStamp() noexcept {
   return OruGuiBase::DateTime2ISOStr(now, nullptr, nullptr).Replace('T', '-');
 }
 
+bool ContinuesACharacter(char byte) noexcept {
+  return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
+// As much of a group's name as a file name takes beside its other parts and a number, without half a
+// character.
+AnsiStr CutName(const AnsiStr& groupName, const Directory& place, std::uint32_t others) noexcept {
+  constexpr std::uint32_t kNumber = 5;
+  const std::uint32_t most = place.GetLongestName() - others - kNumber;
+  std::uint32_t length = groupName.GetLength();
+  if (length <= most) return groupName;
+  for (length = most; length > 0 && ContinuesACharacter(groupName.GetText()[length]); --length) {
+  }
+  return AnsiStr(groupName.GetText(), length);
+}
+
+File NameLog(const AnsiStr& groupName) noexcept {
+  const Directory place(DirectoryType::Temporary);
+  const AnsiStr before = "Audit Log ";
+  const AnsiStr behind = AnsiStr(" ") + TimeStamp() + ".csv";
+  const AnsiStr name = CutName(groupName, place, before.GetLength() + behind.GetLength());
+  return File(place, File::MakeName(before + name + behind));
+}
+
+// Another thread may fetch a log of the same group in the same second.
+bool CreateLog(const File& target, TempFile& log) noexcept {
+  constexpr std::uint32_t kMostOfASecond = 1000;
+  bool isCreated = log.Create(target);
+  for (std::uint32_t i = 2; i <= kMostOfASecond && !isCreated && OruGuiBase::GetLastError() == EEXIST; ++i) {
+    isCreated = log.Create(target.GetNumbered(i));
+  }
+  return isCreated;
+}
+
 KVMap AuditLogEnvelopePayload(const char* type, const AnsiStr& group) noexcept {
   KVMap payload;
   payload.Put("type", type);
@@ -57,18 +94,16 @@ void CopyLines(ReadStream& reader, WriteStream& writer, bool withHeader) noexcep
 }  // namespace
 
 bool CryptClient::GetAuditLog(const AnsiStr& ofGroup, const AnsiStr& groupName, AnsiStr& fileName) noexcept {
-  const AnsiStr name = AnsiStr("Audit Log ") + groupName + " " + TimeStamp() + ".csv";
-  const File target(Directory(DirectoryType::Temporary), File::MakeName(name));
-  if (!target.Create()) {
+  const File target = NameLog(groupName);
+  TempFile log;
+  if (!CreateLog(target, log)) {
     SetError("Could not create %s: %s", target.GetPath().GetText(),
              OruGuiBase::GetSystemErrorText().GetText());
     return false;
   }
-  if (!KeyServerGetAuditLog(ofGroup, target)) {
-    target.Remove(true);
-    return false;
-  }
-  fileName = target.GetPath();
+  if (!KeyServerGetAuditLog(ofGroup, log.GetFile())) return false;
+  fileName = log.GetPath();
+  log.GiveUp();
   return true;
 }
 

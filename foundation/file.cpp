@@ -8,6 +8,7 @@
 
 #include "foundation/encoding.h"
 #include "foundation/errorstate.h"
+#include "foundation/format.h"
 #include "foundation/posix_file.h"
 
 namespace OruGuiBase {
@@ -85,6 +86,16 @@ AnsiStr File::MakeName(const AnsiStr& name) noexcept {
   safe.Trunc(end);
   for (std::uint32_t i = 0; i < trailing; ++i) safe += '_';
   return safe.IsEmpty() ? AnsiStr("_") : safe;
+}
+
+File File::GetNumbered(std::uint32_t number) const noexcept {
+  const std::string_view path = path_.View();
+  const std::string_view tail = path.substr(path.rfind('/') + 1);
+  const std::size_t dot = tail.rfind('.');
+  const std::size_t ending = dot == std::string_view::npos || dot == 0 ? 0 : tail.size() - dot;
+  const AnsiStr digits = FmtArgs(" %u", number);
+  return File(AnsiStr(path.substr(0, path.size() - ending)) + digits +
+              AnsiStr(path.substr(path.size() - ending)));
 }
 
 std::int64_t File::GetSize() const noexcept {

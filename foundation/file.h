@@ -76,6 +76,10 @@ class ORUGUI_EXPORT File : public DirectoryEntry {
   /// is never empty.
   static AnsiStr MakeName(const AnsiStr& name) noexcept;
 
+  /// The file of the same name with a number before its ending: "a 2.csv" for "a.csv". For a name that is
+  /// taken.
+  File GetNumbered(std::uint32_t number) const noexcept;
+
   /// Size in bytes, or -1 when it cannot be had.
   std::int64_t GetSize() const noexcept;
   /// Makes an empty file. One that is there already is a failure.

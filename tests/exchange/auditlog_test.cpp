@@ -94,6 +94,44 @@ TEST_F(AuditLog, HasANameThatFileSystemsTake) {
   TakeLog();
 }
 
+// A group name of any length leaves room for the time and whole characters.
+TEST_F(AuditLog, HasATimeHoweverLongTheGroupsName) {
+  UseServers({kOne});
+  http.Then(Alive());
+  for (const std::size_t size : {200U, 214U, 215U, 221U, 400U}) {
+    std::string name(size, 'n');
+    name += "\xC3\xA4\xC3\xA4\xC3\xA4";
+    http.Then(Token("t")).Then(Csv("h\n"));
+    ASSERT_TRUE(Get(TestSupport::Ansi(name))) << size << Error();
+    const std::string file = std::filesystem::path(Str(fileName)).filename();
+    EXPECT_TRUE(std::regex_match(file, std::regex("Audit Log n+(\xC3\xA4)* 20[-0-9_]*\\.csv"))) << file;
+    EXPECT_LE(file.size(), 255U);
+    EXPECT_GE(file.size(), 230U);
+    TakeLog();
+  }
+}
+
+TEST_F(AuditLog, ASecondOneOfTheSameSecondHasANumber) {
+  const OruGuiBase::FailingClock clock;
+  AttemptAt({kOne}, Csv("h\n1\n"));
+  ASSERT_TRUE(Get());
+  const std::string first = Str(fileName);
+  http.Then(Token("t")).Then(Csv("h\n2\n"));
+  ASSERT_TRUE(Get()) << Error();
+  EXPECT_EQ(std::filesystem::path(Str(fileName)).filename(), "Audit Log its name 0000-00-00-00_00_00 2.csv");
+  EXPECT_EQ(TakeLog(), "h\n2\n");
+  EXPECT_EQ(TestSupport::ReadFile(first), "h\n1\n");
+  std::filesystem::remove(first);
+}
+
+// It lies in a directory that others may look into.
+TEST_F(AuditLog, IsForItsOwnerAlone) {
+  AttemptAt({kOne}, Csv("h\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(std::filesystem::status(Str(fileName)).permissions(), std::filesystem::perms(0600));
+  TakeLog();
+}
+
 // Each answer goes through a temporary file named after the group, which is removed.
 TEST_F(AuditLog, GoesThroughATemporaryFileOfItsGroup) {
   AttemptAt({kOne}, Csv("h\n"));
