@@ -1,0 +1,73 @@
+#include "security/chainjudge.h"
+
+#include <algorithm>
+
+namespace OruOssSec {
+namespace {
+
+ChainPath& PathOf(X509_STORE_CTX* context) {
+  return *static_cast<ChainPath*>(X509_STORE_CTX_get_app_data(context));
+}
+
+// Answers OpenSSL's question for an issuer with the next certificate of the path, so that its own way of
+// choosing among several, which differs between its versions, never matters.
+int GetNext(X509** issuer, X509_STORE_CTX* context, X509* subject) {
+  const ChainPath& path = PathOf(context);
+  const auto found = std::find(path.begin(), path.end(), subject);
+  if (found == path.end()) return 0;
+  const bool isLast = found + 1 == path.end();
+  if (isLast && X509_self_signed(subject, 0) != 1) return 0;
+  *issuer = isLast ? subject : *(found + 1);
+  X509_up_ref(*issuer);
+  return 1;
+}
+
+// A certificate that is trusted itself is looked up by its subject.
+STACK_OF(X509) * FindBySubject(X509_STORE_CTX* context, const X509_NAME* subject) {
+  CertStackPtr found(sk_X509_new_null());
+  if (found == nullptr) return nullptr;
+  for (X509* certificate : PathOf(context)) {
+    if (X509_NAME_cmp(X509_get_subject_name(certificate), subject) != 0) continue;
+    if (sk_X509_push(found.get(), certificate) == 0) return nullptr;
+    X509_up_ref(certificate);
+  }
+  return found.release();
+}
+
+}  // namespace
+
+// A check time that is set wins over the flag that leaves time out, so only one of them is given.
+void SetChainParameters(X509_VERIFY_PARAM* parameters, const ChainRules& rules) noexcept {
+  unsigned long bits = 0;
+  if (rules.checkRevocation) bits |= X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL;
+  if (rules.allowPartialChain) bits |= X509_V_FLAG_PARTIAL_CHAIN;
+  if (rules.ignoreTime) bits |= X509_V_FLAG_NO_CHECK_TIME;
+  X509_VERIFY_PARAM_set_flags(parameters, bits);
+  X509_VERIFY_PARAM_set_auth_level(parameters, 0);
+  if (!rules.ignoreTime) X509_VERIFY_PARAM_set_time(parameters, rules.time);
+}
+
+ChainVerdict JudgePath(ChainPath& path, const ChainRules& rules) noexcept {
+  ChainVerdict verdict;
+  verdict.code = X509_V_ERR_OUT_OF_MEM;
+  const StorePtr store(X509_STORE_new());
+  const StoreCtxPtr context(X509_STORE_CTX_new());
+  if (store != nullptr) {
+    X509_STORE_set_get_issuer(store.get(), GetNext);
+    X509_STORE_set_lookup_certs(store.get(), FindBySubject);
+  }
+  if (store != nullptr && context != nullptr &&
+      X509_STORE_CTX_init(context.get(), store.get(), path.front(), nullptr) == 1 &&
+      X509_STORE_CTX_set_app_data(context.get(), &path) == 1) {
+    SetChainParameters(X509_STORE_CTX_get0_param(context.get()), rules);
+    const bool isVerified = X509_verify_cert(context.get()) == 1;
+    const int code = X509_STORE_CTX_get_error(context.get());
+    verdict.code = isVerified ? X509_V_OK : code != X509_V_OK ? code : X509_V_ERR_UNSPECIFIED;
+    if (isVerified) verdict.chain.reset(X509_STORE_CTX_get1_chain(context.get()));
+    if (isVerified && verdict.chain == nullptr) verdict.code = X509_V_ERR_OUT_OF_MEM;
+  }
+  verdict.text = X509_verify_cert_error_string(verdict.code);
+  return verdict;
+}
+
+}  // namespace OruOssSec

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <vector>
+
+#include "security/certchain.h"
+
+namespace OruOssSec {
+
+using ChainPath = std::vector<X509*>;
+
+/// Tells a context the time and the kind of chain. No other limit of OpenSSL's configuration applies.
+void SetChainParameters(X509_VERIFY_PARAM* parameters, const ChainRules& rules) noexcept;
+
+/// Verifies exactly this path, from its first certificate to its last, which is trusted.
+ChainVerdict JudgePath(ChainPath& path, const ChainRules& rules) noexcept;
+
+}  // namespace OruOssSec
