@@ -69,8 +69,19 @@ class ORUSEC_EXPORT Certificate {
   /// `chain` may be null; otherwise it is emptied and, when the chain verifies, filled from this certificate
   /// upwards. `checkRevocation` asks for the revocation lists of the store. Unless `allowPartialChain`, the
   /// chain has to end in a self-signed certificate of the store. `ignoreTime` leaves validity periods out.
+  ///
+  /// A chain is found where there is one: authorities renew and cross-certify their certificates, so several
+  /// of one name may fit as issuer, and each is tried. The search is bounded: a store of tens of thousands of
+  /// certificates of one name may exhaust it, which fails with a reason of its own.
   CertVerifyResult VerifyChain(const CertStore& store, OruGuiBase::PtrContainerQueue<Certificate>* chain,
                                bool checkRevocation, bool allowPartialChain, const OruGuiBase::DateTime& time,
+                               bool ignoreTime) const noexcept;
+  /// The same; of several issuers of one name those that are in `preferred` are tried before the others. So
+  /// the second certificate of `chain`, the direct issuer, is one of `preferred` whenever any chain that
+  /// verifies has it there. `preferred` adds nothing to `store`.
+  CertVerifyResult VerifyChain(const CertStore& store, const CertStore& preferred,
+                               OruGuiBase::PtrContainerQueue<Certificate>* chain, bool checkRevocation,
+                               bool allowPartialChain, const OruGuiBase::DateTime& time,
                                bool ignoreTime) const noexcept;
 
   /// The certificate object, still owned by this handle; null when empty.

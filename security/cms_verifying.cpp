@@ -61,19 +61,11 @@ std::time_t ToSeconds(const OruGuiBase::DateTime& time) noexcept {
 bool CheckChain(CMS_SignerInfo* signer, const CertStore& trusted, STACK_OF(X509) * certificates) noexcept {
   OruGuiBase::DateTime time;
   if (!ReadSigningTime(signer, time)) return false;
-  const StorePtr store = NewChainStore();
-  const StoreCtxPtr context(X509_STORE_CTX_new());
-  X509* certificate = FindSignerCertificate(signer, certificates);
-  if (store == nullptr || context == nullptr ||
-      !PrepareChain(context.get(), store.get(), certificate, certificates, trusted.Get0())) {
-    return FailWithOpenSSL("The chain of a signer's certificate cannot be checked");
-  }
-  X509_VERIFY_PARAM* parameters = X509_STORE_CTX_get0_param(context.get());
-  X509_VERIFY_PARAM_set_purpose(parameters, X509_PURPOSE_ANY);
-  X509_VERIFY_PARAM_set_time(parameters,
-                             time == OruGuiBase::DateTime() ? std::time(nullptr) : ToSeconds(time));
-  if (X509_verify_cert(context.get()) == 1) return true;
-  return FailWith(X509_verify_cert_error_string(X509_STORE_CTX_get_error(context.get())));
+  ChainRules rules;
+  rules.time = time == OruGuiBase::DateTime() ? std::time(nullptr) : ToSeconds(time);
+  const ChainVerdict verdict =
+      FindChain(FindSignerCertificate(signer, certificates), {trusted.Get0(), certificates, nullptr}, rules);
+  return verdict.code == X509_V_OK || FailWith(verdict.text);
 }
 
 }  // namespace

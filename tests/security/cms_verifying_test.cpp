@@ -251,6 +251,21 @@ TEST_F(CmsChainTest, FindsTheIssuerBySignatureAmongAuthoritiesOfOneName) {
   }
 }
 
+// A renewed intermediate whose root is in no store does not hide the one that leads to the root, wherever
+// each of the two stands.
+TEST_F(CmsChainTest, ChainIsFoundBesideACrossCertificateThatEndsLater) {
+  CryptStand::CertSpec spec = CryptStand::CertSpec::Authority("Stranger");
+  spec.validity = CryptStand::Validity::Between("2000-01-01", "2060-01-01");
+  const auto stranger = CryptStand::Identity::MakeRoot(spec, SharedKey(3));
+  spec.subject = CryptStand::CertSpec::Authority("Middle").subject;
+  const Cert crossed = Cert::Issue(spec, Old().middle.key, stranger);
+  EXPECT_EQ(Verify({root_}, {end_, crossed, middle_}, inTime_), "");
+  EXPECT_EQ(Verify({root_, middle_}, {end_, crossed}, inTime_), "");
+  EXPECT_EQ(Verify({root_, crossed}, {end_, middle_}, inTime_), "");
+  EXPECT_EQ(Verify({root_}, {end_, crossed, stranger.certificate, middle_}, inTime_), "");
+  EXPECT_NE(Verify({root_}, {end_, crossed, stranger.certificate}, inTime_), "");
+}
+
 TEST_F(CmsChainTest, ChainThroughAnIntermediateOfTheStoreHolds) {
   EXPECT_EQ(Verify({root_, middle_}, {end_}, inTime_), "");
 }
