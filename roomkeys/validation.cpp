@@ -52,11 +52,15 @@ bool CryptClient::LoadTrustedIssuers(const AnsiStr& text, CertStore& store, unsi
 }
 
 // The room key's certificate has to be issued by the inner signing certificate directly: a chain to the lists
-// by any other way does not count, however good it is.
+// by any other way does not count, however good it is. So that certificate is preferred to others of its name
+// and key, which the lists may hold from before or after a renewal.
 bool CryptClient::VerifyRoomKeyChain(const RoomKey& roomKey, const Certificate& inner, const CertStore& store,
                                      const datetime& time) noexcept {
+  CertStore direct;
+  if (!direct.Add(inner)) return FailWithSystemError("Could not add inner signing certificate to store");
   PtrContainerQueue<Certificate> chain;
-  const CertVerifyResult result = roomKey.certificate.VerifyChain(store, &chain, false, true, time, false);
+  const CertVerifyResult result =
+      roomKey.certificate.VerifyChain(store, direct, &chain, false, true, time, false);
   if (result.code != 0) {
     SetError("Could not verify room key certificate chain: %s", result.GetResultString().GetText());
     return false;
