@@ -119,12 +119,13 @@ bool CryptClient::CheckSignerGroup(const CMSSigner& signer) noexcept {
 }
 
 // The chain is judged as of the time of signing, and its second certificate has to stand in the trust list
-// itself: a longer way to a root does not suffice.
+// itself: a longer way to a root does not suffice. So its certificates are preferred to others of their names
+// and keys, such as renewed ones that the certificate list holds already.
 bool CryptClient::CheckSignerChain(const CMSSigner& signer, const CertStore& full,
                                    const CertStore& issuers) noexcept {
   PtrContainerQueue<Certificate> chain;
   const CertVerifyResult result =
-      signer.certificate.VerifyChain(full, &chain, false, false, signer.signingTime, false);
+      signer.certificate.VerifyChain(full, issuers, &chain, false, false, signer.signingTime, false);
   if (result.code != 0) {
     SetError("Could not verify integrity certificate chain: %s", result.GetResultString().GetText());
     return false;
