@@ -16,7 +16,7 @@ packages=(
   g++ cmake ninja-build pkg-config           # toolchain
   libssl-dev "$boost"                        # the library
   libcurl4-openssl-dev                       # its transport
-  libcpp-httplib-dev libsqlite3-dev          # the stand
+  libsqlite3-dev                             # the local test environment
   libcli11-dev                               # the commands
   libgtest-dev libgmock-dev libbenchmark-dev # tests and benchmarks
   openssl curl                               # keys and certificates for tests; drives the demo
