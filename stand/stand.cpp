@@ -1,5 +1,7 @@
 #include "stand/stand.h"
 
+#include <openssl/crypto.h>
+
 #include "foundation/encoding.h"
 #include "stand/control.h"
 #include "stand/cryptservice.h"
@@ -20,7 +22,12 @@ std::string UrlOf(const HttpServer& server) {
 class Stand::Impl {
  public:
   explicit Impl(Options given)
-      : options(std::move(given)), realm(options.folder.empty() && !options.ownKeys), service(realm) {}
+      : options(std::move(given)), realm(options.folder.empty() && !options.ownKeys), service(realm) {
+    // At exit, OpenSSL is torn down before static objects that were complete when it was first used. Using it
+    // here makes it outlive a static object of this class, whose threads may be using it until their servers
+    // are down. Asked for nothing, OpenSSL would not arrange its end yet.
+    OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
+  }
 
   bool Start(Stand& stand, std::string& error);
   bool SetUp(std::string& error);

@@ -1,9 +1,12 @@
 #include "stand/stand.h"
 
+#include <chrono>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <thread>
 
 #include "tests/stand/folder.h"
+#include "tests/stand/rawpeer.h"
 #include "tests/stand/standpeer.h"
 
 namespace CryptStand {
@@ -140,6 +143,34 @@ TEST(StandStartTest, RunsWithOneKeyServer) {
   std::string error;
   ASSERT_TRUE(stand.Start(error)) << error;
   EXPECT_EQ(stand.GetKeyServerUrls().size(), 1U);
+}
+
+// Asks for tokens, one after another, until the process ends. Each is made of random bytes.
+void AskForever(int port, const std::string& body) {
+  const std::string head =
+      "POST /crypt/authztoken/demo HTTP/1.1\r\nContent-Type: text/json\r\nContent-Length: ";
+  const std::string request = head + std::to_string(body.size()) + "\r\n\r\n" + body;
+  RawPeer peer(port);
+  while (peer.Send(request) && !peer.ReadUntil("}").empty()) {
+  }
+}
+
+[[noreturn]] void EndWhileItIsAsked() {
+  static Stand stand;
+  std::string error;
+  if (!stand.Start(error)) std::exit(1);
+  const std::string url = stand.GetServiceUrl();
+  const int port = std::stoi(url.substr(url.rfind(':') + 1));
+  const std::string body =
+      R"({"keyserver":")" + stand.GetKeyServerUrls().front() + R"(","operation":"signRequest"})";
+  for (int i = 0; i < 4; ++i) std::thread(AskForever, port, body).detach();
+  while (stand.GetEvents().size() < 100) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  std::exit(stand.GetEvents().front().status == 200 ? 0 : 2);
+}
+
+TEST(StandDeathTest, EndsWithItsProgramWhileItIsAsked) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (int i = 0; i < 20; ++i) EXPECT_EXIT(EndWhileItIsAsked(), testing::ExitedWithCode(0), "") << i;
 }
 
 }  // namespace
