@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "security/openssl_handles.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

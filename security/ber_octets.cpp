@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "security/openssl_handles.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "security/openssl_handles.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

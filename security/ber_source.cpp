@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "security/openssl_handles.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

@@ -6,6 +6,7 @@
 #include "foundation/dates.h"
 #include "security/certificate.h"
 #include "security/certstore.h"
+#include "security/failure.h"
 #include "security/openssl_handles.h"
 
 namespace OruOssSec {

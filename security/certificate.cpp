@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "foundation/encoding.h"
+#include "security/failure.h"
 #include "security/openssl_handles.h"
 #include "security/textform.h"
 

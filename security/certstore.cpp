@@ -5,6 +5,7 @@
 #include <set>
 #include <utility>
 
+#include "security/failure.h"
 #include "security/openssl_handles.h"
 #include "security/textform.h"
 

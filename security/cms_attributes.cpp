@@ -9,6 +9,7 @@
 #include "foundation/encoding.h"
 #include "foundation/format.h"
 #include "security/cmslimits.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "security/cms_opening.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "security/failure.h"
+
 namespace OruOssSec {
 
 namespace {

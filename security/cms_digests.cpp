@@ -2,6 +2,8 @@
 
 #include <openssl/crypto.h>
 
+#include "security/failure.h"
+
 namespace OruOssSec {
 
 namespace {

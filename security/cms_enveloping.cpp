@@ -2,6 +2,7 @@
 
 #include "security/cms_input.h"
 #include "security/cms_writer.h"
+#include "security/failure.h"
 #include "security/work_buffer.h"
 
 namespace OruOssSec {

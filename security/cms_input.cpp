@@ -1,6 +1,6 @@
 #include "security/cms_input.h"
 
-#include "security/openssl_handles.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

@@ -1,6 +1,7 @@
 #include "security/cms_message.h"
 
 #include "security/cms_types.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

@@ -6,6 +6,7 @@
 #include "foundation/encoding.h"
 #include "security/ber_walker.h"
 #include "security/cms_decrypting.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

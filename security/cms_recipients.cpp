@@ -6,6 +6,7 @@
 
 #include "foundation/encoding.h"
 #include "security/ber_walker.h"
+#include "security/failure.h"
 #include "security/textform.h"
 
 namespace OruOssSec {

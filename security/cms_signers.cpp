@@ -7,6 +7,7 @@
 #include "foundation/encoding.h"
 #include "security/ber_walker.h"
 #include "security/cms_types.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

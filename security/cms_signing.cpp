@@ -2,10 +2,12 @@
 #include <openssl/rsa.h>
 
 #include "foundation/blob.h"
+#include "foundation/errorstate.h"
 #include "security/cms_attributes.h"
 #include "security/cms_input.h"
 #include "security/cms_writer.h"
 #include "security/cryptomessagesyntax.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

@@ -2,6 +2,7 @@
 
 #include "security/ber_walker.h"
 #include "security/cms_types.h"
+#include "security/failure.h"
 #include "security/work_buffer.h"
 
 namespace OruOssSec {

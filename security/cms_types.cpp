@@ -2,6 +2,8 @@
 
 #include <string_view>
 
+#include "security/failure.h"
+
 namespace OruOssSec {
 
 namespace {

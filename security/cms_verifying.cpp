@@ -6,6 +6,7 @@
 #include "security/certchain.h"
 #include "security/cms_digests.h"
 #include "security/cms_signers.h"
+#include "security/failure.h"
 
 namespace OruOssSec {
 

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "security/failure.h"
+
 namespace OruOssSec {
 
 namespace {

@@ -11,6 +11,7 @@
 #include "security/cms_recipients.h"
 #include "security/cms_signers.h"
 #include "security/cms_verifying.h"
+#include "security/failure.h"
 #include "security/textform.h"
 
 namespace OruOssSec {

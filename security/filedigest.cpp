@@ -1,6 +1,7 @@
 #include "security/filedigest.h"
 
 #include "foundation/filehandle.h"
+#include "security/failure.h"
 #include "security/openssl_handles.h"
 #include "security/work_buffer.h"
 

@@ -2,6 +2,7 @@
 
 #include <string_view>
 
+#include "security/failure.h"
 #include "security/openssl_handles.h"
 #include "security/rsakey.h"
 #include "security/textform.h"

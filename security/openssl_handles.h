@@ -9,8 +9,6 @@
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
-#include "foundation/errorstate.h"
-
 // Private to this folder: every OpenSSL handle that is owned here, with its one deleter.
 namespace OruOssSec {
 
@@ -39,29 +37,5 @@ using KeyPtr = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
 using ObjectPtr = std::unique_ptr<ASN1_OBJECT, Deleter<ASN1_OBJECT_free>>;
 using StoreCtxPtr = std::unique_ptr<X509_STORE_CTX, Deleter<X509_STORE_CTX_free>>;
 using StorePtr = std::unique_ptr<X509_STORE, Deleter<X509_STORE_free>>;
-
-/// Opens an operation: the thread's last error and OpenSSL's queue are clear inside it, and the queue is
-/// clear after it, whatever happened. The application's own entries of the queue do not survive.
-class OpenSSLScope {
- public:
-  OpenSSLScope() noexcept {
-    OruGuiBase::ClearLastError();
-    ERR_clear_error();
-  }
-  ~OpenSSLScope() { ERR_clear_error(); }
-  OpenSSLScope(const OpenSSLScope&) = delete;
-  OpenSSLScope& operator=(const OpenSSLScope&) = delete;
-};
-
-/// Records `reason` as the reason of the failure under way and returns false. A reason recorded before
-/// stands: the innermost cause is the one that the user reads.
-bool FailWith(const char* reason) noexcept;
-/// The same for memory that cannot be had: the system's code for it, ENOMEM.
-bool FailWithoutMemory() noexcept;
-/// The same with OpenSSL's own most useful reason, in words; `fallback` when its queue says nothing.
-bool FailWithOpenSSL(const char* fallback) noexcept;
-/// The same for something that was read. `refused` becomes true when the bytes are to blame: the queue has a
-/// reason, which is not that of the system or the allocator.
-bool FailWithOpenSSL(const char* fallback, bool& refused) noexcept;
 
 }  // namespace OruOssSec

@@ -1,6 +1,7 @@
 #include "security/textform.h"
 
 #include "foundation/encoding.h"
+#include "security/failure.h"
 #include "security/openssl_handles.h"
 
 namespace OruOssSec {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 
-#include "security/openssl_handles.h"
+#include "security/failure.h"
 #include "tests/security/testpki.h"
 
 namespace {

@@ -1,9 +1,10 @@
+#include "security/failure.h"
+
 #include <cerrno>
 #include <openssl/err.h>
 
 #include "foundation/ansistr.h"
 #include "foundation/errorstate.h"
-#include "security/openssl_handles.h"
 
 namespace OruOssSec {
 namespace {
@@ -54,6 +55,15 @@ AnsiStr Describe(const QueuedError& error) {
 }
 
 }  // namespace
+
+OpenSSLScope::OpenSSLScope() noexcept {
+  OruGuiBase::ClearLastError();
+  ERR_clear_error();
+}
+
+OpenSSLScope::~OpenSSLScope() {
+  ERR_clear_error();
+}
 
 bool FailWith(const char* reason) noexcept {
   if (OruGuiBase::GetLastError() == 0) OruGuiBase::SetErrorMessage(reason);
