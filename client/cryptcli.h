@@ -193,6 +193,8 @@ class CryptClient final : public OruOssSec::ISignHash {
 
   // ---- Failures and rotation (client/cryptclient.cpp, client/rotation.cpp)
   void SetError(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
+  /// The same, and returns false.
+  bool Fail(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
   // A type of its own, so that no text of a printf-style call is taken for a URL.
   struct HttpCall {
     const char* method;

@@ -13,6 +13,17 @@ using OruGuiBase::Val;
 
 namespace OruKalvix {
 
+namespace {
+
+// Formatted before anything is dropped: the present message may be one of the arguments.
+void Record(AnsiStr& message, const char* format, std::va_list arguments) noexcept {
+  const AnsiStr text = OruGuiBase::FmtList(format, arguments);
+  message = text;
+  CRYPTCLI_TRACE_MSG(4, "CryptClient: Error: %s", message.GetText());
+}
+
+}  // namespace
+
 CryptClient::CryptClient(ICryptClientHttp* transport, const AnsiStr& service, const AnsiStr& auxiliary,
                          const AnsiStr& roomName) noexcept
     : http(transport),
@@ -67,11 +78,16 @@ KVMap CryptClient::GetKeyHandle(const AnsiStr& id, const AnsiStr& subId) noexcep
 void CryptClient::SetError(const char* format, ...) noexcept {
   std::va_list arguments;
   va_start(arguments, format);
-  // Formatted before anything is dropped: the present message may be one of the arguments.
-  const AnsiStr text = OruGuiBase::FmtList(format, arguments);
+  Record(errorMessage, format, arguments);
   va_end(arguments);
-  errorMessage = text;
-  CRYPTCLI_TRACE_MSG(4, "CryptClient: Error: %s", errorMessage.GetText());
+}
+
+bool CryptClient::Fail(const char* format, ...) noexcept {
+  std::va_list arguments;
+  va_start(arguments, format);
+  Record(errorMessage, format, arguments);
+  va_end(arguments);
+  return false;
 }
 
 void CryptClient::SetError(const HttpCall& call, const AnsiStr& message) noexcept {
@@ -81,8 +97,7 @@ void CryptClient::SetError(const HttpCall& call, const AnsiStr& message) noexcep
 }
 
 bool CryptClient::FailWithSystemError(const char* what) noexcept {
-  SetError("%s: %s", what, OruGuiBase::GetSystemErrorText().GetText());
-  return false;
+  return Fail("%s: %s", what, OruGuiBase::GetSystemErrorText().GetText());
 }
 
 }  // namespace OruKalvix
