@@ -97,9 +97,8 @@ bool CryptClient::GetAuditLog(const AnsiStr& ofGroup, const AnsiStr& groupName, 
   const File target = NameLog(groupName);
   TempFile log;
   if (!CreateLog(target, log)) {
-    SetError("Could not create %s: %s", target.GetPath().GetText(),
-             OruGuiBase::GetSystemErrorText().GetText());
-    return false;
+    return Fail("Could not create %s: %s", target.GetPath().GetText(),
+                OruGuiBase::GetSystemErrorText().GetText());
   }
   if (!KeyServerGetAuditLog(ofGroup, log.GetFile())) return false;
   fileName = log.GetPath();
@@ -112,10 +111,7 @@ bool CryptClient::GetAuditLog(const AnsiStr& ofGroup, const AnsiStr& groupName, 
 bool CryptClient::KeyServerGetAuditLog(const AnsiStr& ofGroup, const File& target) noexcept {
   keyServerCursor.startIndex = 0;
   keyServerCursor.attempts = 0;
-  if (keyServerCursor.servers.IsEmpty()) {
-    SetError("Invalid key server URL");
-    return false;
-  }
+  if (keyServerCursor.servers.IsEmpty()) return Fail("Invalid key server URL");
   const KVMap envelope =
       GetEnvelope(AuditLogEnvelopePayload(GetRequestType(KeyServerCommand::GetAuditLog), ofGroup));
   bool merged = false;

@@ -37,17 +37,13 @@ bool CryptClient::KeyServerConnect() noexcept {
   const AnsiStr& server = keyServerCursor.keyServerUrl;
   if (!certAuth && serverTimes.Find(server) < serverTimes.GetCount()) return true;
   AnsiStr body;
-  if (!HttpGet(GetServerUrl("status") + RandomQuery(), KVMap(), body, statusTimeout)) {
-    SetError("Could not connect to key server: %s", errorMessage.GetText());
-    return false;
-  }
+  if (!HttpGet(GetServerUrl("status") + RandomQuery(), KVMap(), body, statusTimeout))
+    return Fail("Could not connect to key server: %s", errorMessage.GetText());
   statusClock = OruGuiBase::GetClockTicks();
   const AnsiStr date = Answer(responseHeaders).String("date");
   datetime time;
-  if (OruGuiBase::RFC1123Str2UniversalDateTime(date, time) != 0) {
-    SetError("Invalid key server time [%s]", date.GetText());
-    return false;
-  }
+  if (OruGuiBase::RFC1123Str2UniversalDateTime(date, time) != 0)
+    return Fail("Invalid key server time [%s]", date.GetText());
   serverTimes.Put(server, PackTime(time));
   return true;
 }

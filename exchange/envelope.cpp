@@ -91,19 +91,13 @@ bool CryptClient::KeyServerPost(const KVMap& envelope, KeyServerCommand command,
 bool CryptClient::KeyServerCheckResponse(const KVMap& answer, KeyServerCommand command,
                                          KVMap& payload) noexcept {
   payload = Answer(answer).Object("payload");
-  if (payload.IsEmpty()) {
-    SetError("Invalid payload");
-    return false;
-  }
+  if (payload.IsEmpty()) return Fail("Invalid payload");
   const AnsiStr type = Answer(payload).String("type");
   if (type == "status") {
     KeyServerErrorText(Answer(payload).Integer("code"));
     return false;
   }
-  if (!(type == GetResponseType(command))) {
-    SetError("Unexpected response type %s", type.GetText());
-    return false;
-  }
+  if (!(type == GetResponseType(command))) return Fail("Unexpected response type %s", type.GetText());
   return true;
 }
 

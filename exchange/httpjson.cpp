@@ -58,10 +58,8 @@ bool CryptClient::HttpPostToFile(const AnsiStr& url, const KVMap& request, const
 
 bool CryptClient::CreateRequestJSON(const KVMap& object, AnsiStr& text) noexcept {
   AnsiStr error;
-  if (!OruGuiBase::Val2JSON(Val(object), text, error, false, true)) {
-    SetError((AnsiStr("Could not convert object to JSON: ") + error).GetText());
-    return false;
-  }
+  if (!OruGuiBase::Val2JSON(Val(object), text, error, false, true))
+    return Fail((AnsiStr("Could not convert object to JSON: ") + error).GetText());
   TraceRequest(text);
   return true;
 }

@@ -9,10 +9,7 @@ namespace OruKalvix {
 // one stands.
 bool CryptClient::SweepKeyServers(FunctionRef<Step()> visit) noexcept {
   keyServerCursor.attempts = 0;
-  if (keyServerCursor.servers.IsEmpty()) {
-    SetError("Invalid key server URL");
-    return false;
-  }
+  if (keyServerCursor.servers.IsEmpty()) return Fail("Invalid key server URL");
   while (NextKeyServer(keyServerCursor)) {
     if (!KeyServerConnect()) continue;
     switch (visit()) {

@@ -32,15 +32,10 @@ bool CryptClient::FetchAuthzToken(KeyServerCommand command, const AnsiStr& id, c
   if (!transaction.IsEmpty()) request.Put("transaction", transaction);
   if (!key.IsEmpty()) request.Put("key", Val(key));
   KVMap answer;
-  if (!HttpPostJSON(url, request, KVMap(), answer)) {
-    SetError("Could not get authorization token: %s", errorMessage.GetText());
-    return false;
-  }
+  if (!HttpPostJSON(url, request, KVMap(), answer))
+    return Fail("Could not get authorization token: %s", errorMessage.GetText());
   authzToken = Answer(answer).String("authztoken");
-  if (authzToken.IsEmpty()) {
-    SetError("Invalid authorization token");
-    return false;
-  }
+  if (authzToken.IsEmpty()) return Fail("Invalid authorization token");
   return true;
 }
 

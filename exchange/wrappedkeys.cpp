@@ -31,19 +31,11 @@ bool CryptClient::KeyServerGenerateWrappedKey(const AnsiStr& forRoom, const ValA
     ClearRoomKey(roomKey);
     roomKey.room = forRoom;
     const AnsiStr certificate = Answer(payload).String("encodedX509Certificate");
-    if (certificate.IsEmpty()) {
-      SetError("Could not generate wrapped key: Invalid encodedX509Certificate");
-      return false;
-    }
-    if (!roomKey.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text)) {
-      SetError("Could not generate wrapped key: Could not decode encodedX509Certificate");
-      return false;
-    }
+    if (certificate.IsEmpty()) return Fail("Could not generate wrapped key: Invalid encodedX509Certificate");
+    if (!roomKey.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text))
+      return Fail("Could not generate wrapped key: Could not decode encodedX509Certificate");
     roomKey.data = Answer(payload).String("encodedWrappedKey");
-    if (roomKey.data.IsEmpty()) {
-      SetError("Could not generate wrapped key: Invalid encodedWrappedKey");
-      return false;
-    }
+    if (roomKey.data.IsEmpty()) return Fail("Could not generate wrapped key: Invalid encodedWrappedKey");
     return true;
   });
 }
@@ -57,8 +49,7 @@ bool CryptClient::KeyServerModifyWrappedKey(const AnsiStr& forRoom, const ValArr
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     newWrappedKey = Answer(payload).String("encodedWrappedKey");
     if (!newWrappedKey.IsEmpty()) return true;
-    SetError("Could not modify wrapped key: Invalid encodedWrappedKey");
-    return false;
+    return Fail("Could not modify wrapped key: Invalid encodedWrappedKey");
   });
 }
 
@@ -70,8 +61,7 @@ bool CryptClient::KeyServerExportWrappedKey(const AnsiStr& forRoom, const AnsiSt
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     privateKey = Answer(payload).String("encodedPrivateKey");
     if (!privateKey.IsEmpty()) return true;
-    SetError("Could not decrypt room key: Invalid encodedPrivateKey");
-    return false;
+    return Fail("Could not decrypt room key: Invalid encodedPrivateKey");
   });
 }
 
