@@ -12,20 +12,11 @@ bool CryptClient::ReadIntegrityKey(const KVMap& payload, const AnsiStr& id, Inte
   answer.String("type");  // Any value will do; one of another kind is worth a report.
   key = IntegrityKey();
   key.id = answer.String("id");
-  if (id.IsEmpty()) {
-    SetError("Could not get integrity certificate: Invalid id");
-    return false;
-  }
+  if (id.IsEmpty()) return Fail("Could not get integrity certificate: Invalid id");
   key.subId = answer.String("subId");
-  if (key.subId.IsEmpty()) {
-    SetError("Could not get integrity certificate: Invalid subId");
-    return false;
-  }
+  if (key.subId.IsEmpty()) return Fail("Could not get integrity certificate: Invalid subId");
   const AnsiStr certificate = answer.String("encodedCertificate");
-  if (certificate.IsEmpty()) {
-    SetError("Could not get integrity certificate: Invalid encodedCertificate");
-    return false;
-  }
+  if (certificate.IsEmpty()) return Fail("Could not get integrity certificate: Invalid encodedCertificate");
   return key.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text) ||
          FailWithSystemError("Could not parse integrity certificate");
 }
@@ -46,10 +37,8 @@ bool CryptClient::FetchIntegrityCerts(const AnsiStr& ofGroup, ValArray& certific
   KVMap request;
   request.Put("keyserver", keyServerCursor.keyServerUrl);
   KVMap answer;
-  if (!HttpPostJSON(url, request, KVMap(), answer)) {
-    SetError("Could not get integrity certificates: %s", errorMessage.GetText());
-    return false;
-  }
+  if (!HttpPostJSON(url, request, KVMap(), answer))
+    return Fail("Could not get integrity certificates: %s", errorMessage.GetText());
   certificates = Answer(answer).List("integrity");
   return true;
 }

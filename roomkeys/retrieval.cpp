@@ -52,21 +52,17 @@ bool CryptClient::FetchRoomKey(RoomKey& roomKey, bool& keyErrorFlag, const AnsiS
   const bool current = issuer.IsEmpty() && serial.IsEmpty();
   if (!(current ? HttpGetJSON(url, KVMap(), object)
                 : HttpPostJSON(url, KeyByCertificate(issuer, serial), KVMap(), object))) {
-    SetError("Could not get room key: %s", errorMessage.GetText());
-    return false;
+    return Fail("Could not get room key: %s", errorMessage.GetText());
   }
   const Answer answer(object);
   const AnsiStr errorId = answer.String("errorid");
   const AnsiStr errorText = answer.String("errortext");
   if (errorId == kKeyError) {
     keyErrorFlag = true;
-    SetError("%s", errorText.GetText());
-    return false;
+    return Fail("%s", errorText.GetText());
   }
-  if (!errorId.IsEmpty() || !errorText.IsEmpty()) {
-    SetError("Could not get room key: %s", errorText.GetText());
-    return false;
-  }
+  if (!errorId.IsEmpty() || !errorText.IsEmpty())
+    return Fail("Could not get room key: %s", errorText.GetText());
   ReadRoomKey(answer, roomKey);
   TakeConfiguration(object);
   return true;

@@ -9,10 +9,8 @@ bool CryptClient::FetchRoomCerts(AnsiStr& roomName, ValArray& certificates, Ansi
   KVMap request;
   request.Put("keyserver", keyServerCursor.keyServerUrl);
   KVMap object;
-  if (!HttpPostJSON(url, request, KVMap(), object)) {
-    SetError("Could not get room certificates: %s", errorMessage.GetText());
-    return false;
-  }
+  if (!HttpPostJSON(url, request, KVMap(), object))
+    return Fail("Could not get room certificates: %s", errorMessage.GetText());
   const Answer answer(object);
   roomName = answer.String("room");
   seqnr = answer.String("seqnr");
@@ -28,10 +26,8 @@ bool CryptClient::UploadRoomKey(const AnsiStr& key, const AnsiStr& seqnr) noexce
   request.Put("seqnr", seqnr);
   request.Put("key", key);
   KVMap unread;
-  if (!HttpPostJSON(url, request, KVMap(), unread)) {
-    SetError("Could not upload new room key: %s", errorMessage.GetText());
-    return false;
-  }
+  if (!HttpPostJSON(url, request, KVMap(), unread))
+    return Fail("Could not upload new room key: %s", errorMessage.GetText());
   return true;
 }
 

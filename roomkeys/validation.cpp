@@ -25,19 +25,12 @@ bool CryptClient::ReadInnerSigningCertificate(const AnsiStr& data, Certificate& 
   Val value;
   AnsiStr error;
   const AnsiStr text(reinterpret_cast<const char*>(content.GetData()), content.GetSize());
-  if (!OruGuiBase::JSON2Val(text, value, error)) {
-    SetError("Could not parse room key content: %s", error.GetText());
-    return false;
-  }
+  if (!OruGuiBase::JSON2Val(text, value, error))
+    return Fail("Could not parse room key content: %s", error.GetText());
   const AnsiStr encoded = Answer(value.AsMap()).String("encodedInnerSigningCertificate");
-  if (encoded.IsEmpty()) {
-    SetError("Invalid room key: Invalid encodedInnerSigningCertificate");
-    return false;
-  }
-  if (!certificate.Load(encoded, OruOssSec::ASN1::Encoding::Text)) {
-    SetError("Invalid room key: Could not parse encodedInnerSigningCertificate");
-    return false;
-  }
+  if (encoded.IsEmpty()) return Fail("Invalid room key: Invalid encodedInnerSigningCertificate");
+  if (!certificate.Load(encoded, OruOssSec::ASN1::Encoding::Text))
+    return Fail("Invalid room key: Could not parse encodedInnerSigningCertificate");
   return true;
 }
 
@@ -61,23 +54,15 @@ bool CryptClient::VerifyRoomKeyChain(const RoomKey& roomKey, const Certificate& 
   PtrContainerQueue<Certificate> chain;
   const CertVerifyResult result =
       roomKey.certificate.VerifyChain(store, direct, &chain, false, true, time, false);
-  if (result.code != 0) {
-    SetError("Could not verify room key certificate chain: %s", result.GetResultString().GetText());
-    return false;
-  }
+  if (result.code != 0)
+    return Fail("Could not verify room key certificate chain: %s", result.GetResultString().GetText());
   for (auto* node = chain.GetFirst(); node != nullptr; node = node->next) {
     CRYPTCLI_TRACE_STR(2, "CryptClient::ValidateRoomKey: certchain = %s",
                        GetCertSubject(*node->element).GetText());
   }
   const Certificate* issuer = chain.Get(1);
-  if (issuer == nullptr || issuer->IsEmpty()) {
-    SetError("Could not verify room key: Invalid issuer");
-    return false;
-  }
-  if (Certificate::Compare(*issuer, inner) != 0) {
-    SetError("Could not verify room key: Unexpected issuer");
-    return false;
-  }
+  if (issuer == nullptr || issuer->IsEmpty()) return Fail("Could not verify room key: Invalid issuer");
+  if (Certificate::Compare(*issuer, inner) != 0) return Fail("Could not verify room key: Unexpected issuer");
   return true;
 }
 
@@ -94,10 +79,8 @@ bool CryptClient::ValidateRoomKey(const RoomKey& roomKey) noexcept {
   datetime time;
   GetKeyServerTime(time);
   const CertVerifyResult issuer = inner.VerifyChain(store, nullptr, false, false, time, false);
-  if (issuer.code != 0) {
-    SetError("Could not verify room key issuer certificate chain: %s", issuer.GetResultString().GetText());
-    return false;
-  }
+  if (issuer.code != 0)
+    return Fail("Could not verify room key issuer certificate chain: %s", issuer.GetResultString().GetText());
   // Trusted as an issuer only now that the lists have accepted it by themselves.
   if (!store.Add(inner)) return FailWithSystemError("Could not add inner signing certificate to store");
   return VerifyRoomKeyChain(roomKey, inner, store, time);
