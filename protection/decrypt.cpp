@@ -31,24 +31,18 @@ bool CryptClient::KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& enc
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     plainData = Answer(payload).FirstString("plainData");
     if (!plainData.IsEmpty()) return true;
-    SetError("Could not decrypt document key: Invalid plainData");
-    return false;
+    return Fail("Could not decrypt document key: Invalid plainData");
   });
 }
 
 bool CryptClient::LoadEnvelope(const File& source, CMSMsg& envelope,
                                PtrContainerQueue<CMSKeyTransRecipient>& recipients) noexcept {
   if (!envelope.Load(source)) return FailWithSystemError("Could not parse encrypted file");
-  if (envelope.GetType() != CMSMsg::Type::EnvelopedData) {
-    SetError("Invalid content type %s", envelope.GetTypeStr().GetText());
-    return false;
-  }
+  if (envelope.GetType() != CMSMsg::Type::EnvelopedData)
+    return Fail("Invalid content type %s", envelope.GetTypeStr().GetText());
   if (!envelope.GetRecipients(recipients))
     return FailWithSystemError("Could not read encrypted content keys");
-  if (recipients.GetCount() != 1) {
-    SetError("Could not get encrypted content key");
-    return false;
-  }
+  if (recipients.GetCount() != 1) return Fail("Could not get encrypted content key");
   return true;
 }
 
@@ -58,8 +52,7 @@ bool CryptClient::FindRoomKey(const CMSKeyTransRecipient& recipient, RoomKey& ro
   if (roomKey.certificate.IsEmpty() || (roomKey.data.IsEmpty() && roomKey.key.IsEmpty())) {
     CRYPTCLI_TRACE_STR(2, "CryptClient::Decrypt: room=[%s] keyid=[%s/%s]", roomKey.room.GetText(),
                        recipient.serial.GetText(), recipient.issuer.GetText());
-    SetError("Could not find matching room key");
-    return false;
+    return Fail("Could not find matching room key");
   }
   return true;
 }
@@ -94,10 +87,7 @@ bool CryptClient::DeliverContent(TempFile& content, const RoomKey& roomKey, cons
   if (isMessage && inner.GetType() == CMSMsg::Type::DigestedData) {
     return inner.GetContent(target) || FailWithSystemError("Could not read digested content");
   }
-  if (!content.GetFile().Move(target, false)) {
-    SetError("Could not move temporary file");
-    return false;
-  }
+  if (!content.GetFile().Move(target, false)) return Fail("Could not move temporary file");
   content.GiveUp();
   return true;
 }

@@ -36,8 +36,7 @@ bool CryptClient::CheckOrigin(const RoomKey& roomKey) noexcept {
                         : roomKey.room.IsEmpty() ? "Invalid room"
                         : group.IsEmpty()        ? "Invalid group"
                                                  : nullptr;
-  if (missing != nullptr) SetError("%s", missing);
-  return missing == nullptr;
+  return missing == nullptr || Fail("%s", missing);
 }
 
 KVMap CryptClient::GetSignedAttributes(const RoomKey& roomKey) const noexcept {

@@ -47,14 +47,8 @@ bool CryptClient::KeyServerSign(const KVMap& key, const AnsiStr& algorithm, cons
   request.payload.Put("hashesToBeSigned", Val(hashes));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     const AnsiStr encoded = Answer(payload).FirstString("signedHashes");
-    if (encoded.IsEmpty()) {
-      SetError("Could not sign hash: Invalid signedHashes");
-      return false;
-    }
-    if (!DecodeBase64(encoded, signature)) {
-      SetError("Could not decode signedHashes");
-      return false;
-    }
+    if (encoded.IsEmpty()) return Fail("Could not sign hash: Invalid signedHashes");
+    if (!DecodeBase64(encoded, signature)) return Fail("Could not decode signedHashes");
     return true;
   });
 }
@@ -77,10 +71,7 @@ bool CryptClient::SignHash(const BlobConst& hash, Blob& signature) noexcept {
 bool CryptClient::Sign(const KVMap& key, const AnsiStr& algorithm, const AnsiStr& hash,
                        AnsiStr& signature) noexcept {
   Blob bytes;
-  if (!DecodeBase64(hash, bytes)) {
-    SetError("Invalid base64 hash %s", hash.GetText());
-    return false;
-  }
+  if (!DecodeBase64(hash, bytes)) return Fail("Invalid base64 hash %s", hash.GetText());
   Blob value;
   if (!KeyServerSign(key, algorithm, bytes.View(), value)) return false;
   signature = EncodeBase64(value.View());

@@ -55,8 +55,7 @@ bool CryptClient::LoadSignerStores(CertStore& full, CertStore& issuers) noexcept
       !LoadTrustedIssuers(trustStore, issuers, &count)) {
     return false;
   }
-  if (count == 0) SetError("No trusted issuing certificates");
-  return count != 0;
+  return count != 0 || Fail("No trusted issuing certificates");
 }
 
 // With a plain room key the signature alone is checked; with one that the key servers hold, the signature
@@ -78,10 +77,7 @@ bool CryptClient::DeliverSigned(CMSMsg& message, const RoomKey& roomKey, const F
 bool CryptClient::CheckSigners(const CMSMsg& message, const CertStore& full,
                                const CertStore& issuers) noexcept {
   PtrContainerQueue<CMSSigner> signers;
-  if (!message.GetSigners(signers)) {
-    SetError("Could not read signer information");
-    return false;
-  }
+  if (!message.GetSigners(signers)) return Fail("Could not read signer information");
   for (auto* node = signers.GetFirst(); node != nullptr; node = node->next) {
     const CMSSigner& signer = *node->element;
     if (!CheckSignerGroup(signer) || !CheckSignerChain(signer, full, issuers)) return false;
@@ -91,31 +87,21 @@ bool CryptClient::CheckSigners(const CMSMsg& message, const CertStore& full,
 
 // The signer's certificate has to be one of the integrity certificates of the group that the signature names.
 bool CryptClient::CheckSignerGroup(const CMSSigner& signer) noexcept {
-  if (signer.certificate.IsEmpty()) {
-    SetError("Invalid signer certificate");
-    return false;
-  }
+  if (signer.certificate.IsEmpty()) return Fail("Invalid signer certificate");
   const AnsiStr signedGroup = AttributeText(signer, kGroupAttribute);
   CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: group=[%s]", signedGroup.GetText());
   CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: room=[%s]",
                      AttributeText(signer, kRoomAttribute).GetText());
   CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: roomurl=[%s]",
                      AttributeText(signer, kRoomUrlAttribute).GetText());
-  if (signedGroup.IsEmpty()) {
-    SetError("Could not determine group of signer");
-    return false;
-  }
+  if (signedGroup.IsEmpty()) return Fail("Could not determine group of signer");
   const AnsiStr digest =
       GetCertDigest(signer.certificate, OruOssSec::SecDigest::SHA256, OruOssSec::SecEncoding::HexLower);
-  if (digest.IsEmpty()) {
-    SetError("Could not determine signer certificate digest");
-    return false;
-  }
+  if (digest.IsEmpty()) return Fail("Could not determine signer certificate digest");
   ValArray digests;
   if (!FetchIntegrityCerts(NormaliseGroup(signedGroup), digests, "sha256")) return false;
   if (ListHolds(digests, digest)) return true;
-  SetError("Could not find a matching integrity certificate");
-  return false;
+  return Fail("Could not find a matching integrity certificate");
 }
 
 // The chain is judged as of the time of signing, and its second certificate has to stand in the trust list
@@ -126,22 +112,16 @@ bool CryptClient::CheckSignerChain(const CMSSigner& signer, const CertStore& ful
   PtrContainerQueue<Certificate> chain;
   const CertVerifyResult result =
       signer.certificate.VerifyChain(full, issuers, &chain, false, false, signer.signingTime, false);
-  if (result.code != 0) {
-    SetError("Could not verify integrity certificate chain: %s", result.GetResultString().GetText());
-    return false;
-  }
+  if (result.code != 0)
+    return Fail("Could not verify integrity certificate chain: %s", result.GetResultString().GetText());
   for (auto* node = chain.GetFirst(); node != nullptr; node = node->next) {
     CRYPTCLI_TRACE_STR(2, "CryptClient::Decrypt: certchain = %s", GetCertSubject(*node->element).GetText());
   }
   const Certificate* issuer = chain.Get(1);
-  if (issuer == nullptr || issuer->IsEmpty()) {
-    SetError("Could not verify integrity certificate: Invalid issuer");
-    return false;
-  }
-  if (!issuers.Contains(*issuer)) {
-    SetError("Untrusted integrity certificate issuer: %s", GetCertSubject(*issuer).GetText());
-    return false;
-  }
+  if (issuer == nullptr || issuer->IsEmpty())
+    return Fail("Could not verify integrity certificate: Invalid issuer");
+  if (!issuers.Contains(*issuer))
+    return Fail("Untrusted integrity certificate issuer: %s", GetCertSubject(*issuer).GetText());
   return true;
 }
 
