@@ -218,8 +218,9 @@ class CmsChainTest : public testing::Test {
     OruOssSec::CertStore store;
     for (const Cert& certificate : trusted) store.Add(ToCertificate(certificate));
     CMSMsg message;
-    EXPECT_TRUE(LoadBytes(message, built.Encode())) << GetReason();
-    const std::string reason = ReasonOf(message.Verify(store));
+    loaded_ = LoadBytes(message, built.Encode());
+    const std::string reason = loaded_ ? ReasonOf(message.Verify(store)) : GetReason();
+    EXPECT_TRUE(loaded_ || mayBeRefused_) << reason;
     EXPECT_TRUE(IsQueueEmpty());
     return reason;
   }
@@ -229,6 +230,9 @@ class CmsChainTest : public testing::Test {
   const Cert& middle_ = Old().middle.certificate;
   const Cert& end_ = Old().end.certificate;
   const std::string inTime_ = UtcTime("100601120000Z");
+  /// Whether OpenSSL's parser may refuse the message before anything is verified.
+  bool mayBeRefused_ = false;
+  bool loaded_ = false;
 };
 
 TEST_F(CmsChainTest, ChainThroughAnIntermediateOfTheMessageHolds) {
@@ -306,15 +310,20 @@ TEST_F(CmsChainTest, WithoutASigningTimeThePresentCounts) {
   EXPECT_EQ(Verify({root_}, {end_, middle_}, ""), "certificate has expired");
 }
 
+// OpenSSL 3.5 refuses some of these when it reads the message, 3.0 none.
 TEST_F(CmsChainTest, SigningTimeThatCannotBeReadFails) {
   const std::string reason = "The signing time of a signer cannot be read";
+  mayBeRefused_ = true;
   for (const std::string& time :
        {UtcTime("1006011200"), UtcTime("nonsense"), Attribute(kSigningTimeOid, Tlv(0x0C, "100601120000Z")),
         Attribute(kSigningTimeOid, ""), inTime_ + inTime_,
         Attribute(kSigningTimeOid, Tlv(0x17, "100601120000Z") + Tlv(0x17, "110601120000Z"))}) {
     EXPECT_NE(Verify({root_}, {end_, middle_}, time), "") << CryptStand::ToHex(time);
+    EXPECT_TRUE(loaded_ || OpenSSL_version_num() >= 0x30500000) << CryptStand::ToHex(time);
   }
-  EXPECT_EQ(Verify({root_}, {end_, middle_}, Attribute(kSigningTimeOid, Tlv(0x0C, "x"))), reason);
+  const std::string failure = Verify({root_}, {end_, middle_}, Attribute(kSigningTimeOid, Tlv(0x0C, "x")));
+  EXPECT_NE(failure, "");
+  EXPECT_TRUE(failure == reason || !loaded_) << failure;
 }
 
 TEST_F(CmsChainTest, SignatureCountsBeforeTheChain) {
