@@ -60,6 +60,17 @@ TEST(CurlFailures, AHeadCutAtAnyByteIsNoAnswer) {
   }
 }
 
+// libcurl takes the end of the connection for that of an empty body; the reason says what was missing.
+TEST(CurlFailures, AHeadCutBetweenItsLinesIsSaidToBeCutShort) {
+  for (const char* head : {"HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nX: y\r\n"}) {
+    RawServer server(SendAndClose(head));
+    const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+    EXPECT_LT(outcome.result, 0);
+    EXPECT_EQ(outcome.errorText,
+              "Could not take the answer of " + server.Authority() + ": its headers are cut short");
+  }
+}
+
 TEST(CurlFailures, AnInterimAnswerAloneIsNone) {
   RawServer server(SendAndClose("HTTP/1.1 100 Continue\r\n\r\n"));
   EXPECT_LT(Send(*MakeCurl(), server.Url("/")).result, 0);

@@ -2,13 +2,21 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <string>
 #include <vector>
 
 #include "tests/support/text.h"
 
+// The linker sends each call from the program's own objects here.
+extern "C" void __real_curl_slist_free_all(curl_slist* list);
+extern "C" void __wrap_curl_slist_free_all(curl_slist* list);
+
 namespace OruKalvix {
 namespace {
+
+/// Where this thread keeps the bytes of all lines that it frees, those past their ends too.
+thread_local std::string* freedLines = nullptr;
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -30,6 +38,21 @@ TEST(HeaderList, KeepsTheOrderOfItsHeaders) {
   OruGuiBase::AnsiStr error;
   ASSERT_TRUE(list.Add(Map(R"({"B":"1","A":"2"})"), error));
   EXPECT_THAT(Lines(list), ElementsAre("B: 1", "A: 2"));
+}
+
+// Headers carry tokens: their lines are wiped to the last byte before they are freed.
+TEST(HeaderList, LinesAreWipedBeforeTheyAreFreed) {
+  HeaderList list;
+  OruGuiBase::AnsiStr error;
+  ASSERT_TRUE(list.Add(Map(R"({"Authorization":"Bearer secret token","X":"another secret"})"), error));
+  std::string freed;
+  freedLines = &freed;
+  list.MakeLines().reset();
+  freedLines = nullptr;
+  EXPECT_GE(freed.size(), std::string("Authorization: Bearer secret tokenX: another secret").size());
+  for (const char* part : {"Authorization", "Bearer", "secret", "token", "cret", "X: "}) {
+    EXPECT_THAT(freed, Not(HasSubstr(part)));
+  }
 }
 
 TEST(HeaderList, WithoutHeadersHasNoLines) {
@@ -109,3 +132,11 @@ TEST(HeaderList, TakesTabsAndBytesAboveASCIIInAValue) {
 
 }  // namespace
 }  // namespace OruKalvix
+
+void __wrap_curl_slist_free_all(curl_slist* list) {
+  if (std::string* const freed = OruKalvix::freedLines) {
+    for (const curl_slist* line = list; line != nullptr; line = line->next)
+      freed->append(line->data, malloc_usable_size(line->data));
+  }
+  __real_curl_slist_free_all(list);
+}
