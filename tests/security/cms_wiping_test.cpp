@@ -39,6 +39,23 @@ TEST_F(CmsWipingTest, EnvelopingLeavesNoContentInFreedMemory) {
   ExpectWiped([this] { return EnvelopeFile(plain_, scratch_.File("enveloped")); });
 }
 
+// The content key is freed with its message, or when another one takes its place.
+TEST_F(CmsWipingTest, ContentKeyIsWipedWithItsMessage) {
+  const std::string key = kSecret + std::string(32 - std::char_traits<char>::length(kSecret), 'k');
+  const AnsiStr first = ToText(CryptStand::ToBase64(key));
+  const AnsiStr second = ToText(CryptStand::ToBase64(std::string(32, 'x')));
+  ASSERT_TRUE(EnvelopeFile(plain_, scratch_.File("enveloped"))) << GetReason();
+  ExpectWiped([&] {
+    CMSMsg message;
+    return message.Load(scratch_.File("enveloped")) && message.SetContentKey(first);
+  });
+  ExpectWiped([&] {
+    CMSMsg message;
+    return message.Load(scratch_.File("enveloped")) && message.SetContentKey(first) &&
+           message.SetContentKey(second);
+  });
+}
+
 TEST_F(CmsWipingTest, DecryptingLeavesNoContentInFreedMemory) {
   ASSERT_TRUE(EnvelopeFile(plain_, scratch_.File("enveloped"))) << GetReason();
   ExpectWiped([this] {
