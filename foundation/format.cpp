@@ -1,8 +1,19 @@
 #include "foundation/format.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <string_view>
 
 namespace OruGuiBase {
+
+namespace {
+
+// In the place of a text that the C library cannot count: what the format says before its first argument.
+AnsiStr TooLong(std::string_view format) noexcept {
+  return AnsiStr(format.substr(0, format.find('%'))) + "(text too long)";
+}
+
+}  // namespace
 
 AnsiStr FmtArgs(const char* format, ...) noexcept {
   std::va_list list;
@@ -22,6 +33,8 @@ AnsiStr FmtList(const char* format, std::va_list list) noexcept {
     char* const room = text.Alloc(static_cast<std::uint32_t>(length));
     if (room == nullptr) DebugAbort("Could not allocate string");
     std::vsnprintf(room, static_cast<std::size_t>(length) + 1, format, again);
+  } else if (length < 0 && errno == EOVERFLOW) {
+    text = TooLong(format);
   }
   va_end(again);
   return text;

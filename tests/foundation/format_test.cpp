@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <string_view>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include "tests/foundation/printing.h"
 
@@ -45,6 +47,42 @@ TEST(FormatTest, ATextArgumentEndsAtItsFirstNulByte) {
 TEST(FormatTest, AConversionThatFailsGivesTheEmptyString) {
   // A wide character outside the "C" locale's set cannot be converted.
   EXPECT_TRUE(FmtArgs("%lc", static_cast<std::wint_t>(0x20AC)).IsEmpty());
+}
+
+/// A text of 2 GiB that takes a megabyte: the same pages over and over, and a NUL behind them.
+class HugeText {
+ public:
+  HugeText() : pages_(::memfd_create("text", MFD_CLOEXEC)) {
+    const std::string chunk(kChunk, 'x');
+    const bool isWritten = ::write(pages_, chunk.data(), kChunk) == static_cast<ssize_t>(kChunk);
+    place_ =
+        static_cast<char*>(::mmap(nullptr, kSize + kChunk, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    EXPECT_TRUE(isWritten && place_ != MAP_FAILED);
+    for (std::size_t at = 0; at < kSize; at += kChunk) {
+      EXPECT_NE(::mmap(place_ + at, kChunk, PROT_READ, MAP_SHARED | MAP_FIXED, pages_, 0), MAP_FAILED);
+    }
+  }
+  HugeText(const HugeText&) = delete;
+  HugeText& operator=(const HugeText&) = delete;
+  ~HugeText() {
+    ::munmap(place_, kSize + kChunk);
+    ::close(pages_);
+  }
+  const char* Get() const { return place_; }
+
+ private:
+  static constexpr std::size_t kSize = std::size_t{1} << 31;
+  static constexpr std::size_t kChunk = std::size_t{1} << 20;
+
+  int pages_;
+  char* place_ = nullptr;
+};
+
+// The C library counts in int: a longer result has no length.
+TEST(FormatTest, ATextThatCannotBeCountedIsNamedAsSuch) {
+  const HugeText text;
+  EXPECT_EQ(FmtArgs("Unexpected content type %s", text.Get()), "Unexpected content type (text too long)");
+  EXPECT_EQ(FmtArgs("%s: %s", "what", text.Get()), "(text too long)");
 }
 
 TEST(FormatTest, QuotesSurroundAndEscape) {
