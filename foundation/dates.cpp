@@ -1,6 +1,7 @@
 #include "foundation/dates.h"
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <string_view>
 
@@ -10,8 +11,11 @@ namespace OruGuiBase {
 
 namespace {
 
+using std::chrono::day, std::chrono::month, std::chrono::year, std::chrono::seconds;
+using std::chrono::sys_days, std::chrono::sys_seconds, std::chrono::year_month_day;
+
 constexpr int kFailed = 1;
-constexpr std::int64_t kDaySeconds = 86400;
+constexpr std::int32_t kFirstYear = 1;
 constexpr std::int32_t kLastYear = 9999;
 
 constexpr const char* kWeekdays[] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
@@ -19,45 +23,37 @@ constexpr const char* kMonths[] = {"jan", "feb", "mar", "apr", "may", "jun",
                                    "jul", "aug", "sep", "oct", "nov", "dec"};
 constexpr const char* kUniversalZones[] = {"gmt", "utc", "ut", "z"};
 
-bool IsLeapYear(std::int64_t year) {
-  return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+// Not valid for fields that make no date of the calendar.
+year_month_day DateOf(const datetime& value) {
+  return year(value.year) / month(static_cast<unsigned>(value.month)) / day(static_cast<unsigned>(value.day));
 }
 
-std::int32_t DaysOfMonth(std::int32_t year, std::int32_t month) {
-  constexpr std::int32_t kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  return month == 2 && IsLeapYear(year) ? 29 : kDays[month - 1];
+bool IsDateOfCalendar(const datetime& value) {
+  return value.year >= kFirstYear && value.year <= kLastYear && value.month >= 1 && value.month <= 12 &&
+         value.day >= 1 && value.day <= 31 && DateOf(value).ok();
 }
 
-std::int64_t DaysBeforeYear(std::int64_t year) {
-  const std::int64_t past = year - 1;
-  return past * 365 + past / 4 - past / 100 + past / 400;
+bool IsTimeOfDay(const datetime& value, std::int32_t lastSecond) {
+  return value.hour >= 0 && value.hour <= 23 && value.minute >= 0 && value.minute <= 59 &&
+         value.second >= 0 && value.second <= lastSecond;
 }
 
-// Seconds since the first moment of year 1. A second 60 counts into the next minute.
-std::int64_t ToSeconds(const datetime& value) {
-  std::int64_t days = DaysBeforeYear(value.year) + value.day - 1;
-  for (std::int32_t month = 1; month < value.month; ++month) days += DaysOfMonth(value.year, month);
-  return days * kDaySeconds + std::int64_t{3600} * value.hour + std::int64_t{60} * value.minute +
-         value.second;
+constexpr std::int64_t StartOf(std::int32_t ofYear) {
+  return sys_seconds(sys_days(year(ofYear) / 1 / 1)).time_since_epoch().count();
 }
 
-bool FromSeconds(std::int64_t seconds, datetime& value) {
-  if (seconds < 0 || seconds >= DaysBeforeYear(kLastYear + 1) * kDaySeconds) return false;
-  std::int64_t days = seconds / kDaySeconds;
-  const auto rest = static_cast<std::int32_t>(seconds % kDaySeconds);
-  // The guess by the mean year is at most one too high.
-  std::int64_t year = days * 400 / 146097 + 1;
-  if (DaysBeforeYear(year) > days) --year;
-  if (DaysBeforeYear(year + 1) <= days) ++year;
-  days -= DaysBeforeYear(year);
-  value.year = static_cast<std::int32_t>(year);
-  for (value.month = 1; days >= DaysOfMonth(value.year, value.month); ++value.month) {
-    days -= DaysOfMonth(value.year, value.month);
-  }
-  value.day = static_cast<std::int32_t>(days) + 1;
-  value.hour = rest / 3600;
-  value.minute = rest / 60 % 60;
-  value.second = rest % 60;
+bool FromUnixTime(std::int64_t time, datetime& value) {
+  if (time < StartOf(kFirstYear) || time >= StartOf(kLastYear + 1)) return false;
+  const sys_seconds moment{seconds(time)};
+  const auto midnight = std::chrono::floor<std::chrono::days>(moment);
+  const year_month_day date(midnight);
+  const std::chrono::hh_mm_ss clock(moment - midnight);
+  value.year = static_cast<int>(date.year());
+  value.month = static_cast<std::int32_t>(static_cast<unsigned>(date.month()));
+  value.day = static_cast<std::int32_t>(static_cast<unsigned>(date.day()));
+  value.hour = static_cast<std::int32_t>(clock.hours().count());
+  value.minute = static_cast<std::int32_t>(clock.minutes().count());
+  value.second = static_cast<std::int32_t>(clock.seconds().count());
   return true;
 }
 
@@ -86,10 +82,12 @@ class DateReader {
   int Name(const char* const (&names)[N]) {
     const std::string_view word =
         Take([](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }, 1, rest_.size());
-    const AnsiStr lower = AnsiStr(word).ToLower();
-    const auto* const found =
-        std::find_if(names, names + N, [&lower](const char* name) { return lower == name; });
-    return found != names + N ? static_cast<int>(found - names) : -1;
+    const auto isSame = [](char c, char lower) { return (c | 0x20) == lower; };  // of letters
+    for (std::size_t i = 0; i < N; ++i) {
+      const std::string_view name(names[i]);
+      if (std::equal(word.begin(), word.end(), name.begin(), name.end(), isSame)) return static_cast<int>(i);
+    }
+    return -1;
   }
   bool StartsWithLetter() const {
     return !rest_.empty() && (static_cast<unsigned char>(rest_.front()) | 0x20) >= 'a' &&
@@ -142,16 +140,6 @@ bool ReadZone(DateReader& reader, std::int64_t& offset) {
   return true;
 }
 
-bool IsDateOfCalendar(const datetime& value) {
-  return value.year >= 1 && value.year <= kLastYear && value.month >= 1 && value.month <= 12 &&
-         value.day >= 1 && value.day <= DaysOfMonth(value.year, value.month);
-}
-
-bool IsTimeOfDay(const datetime& value, std::int32_t lastSecond) {
-  return value.hour >= 0 && value.hour <= 23 && value.minute >= 0 && value.minute <= 59 &&
-         value.second >= 0 && value.second <= lastSecond;
-}
-
 }  // namespace
 
 int RFC1123Str2UniversalDateTime(const AnsiStr& text, datetime& value) noexcept {
@@ -165,7 +153,7 @@ int RFC1123Str2UniversalDateTime(const AnsiStr& text, datetime& value) noexcept 
   constexpr std::int32_t kLeapSecond = 60;
   if (!IsDateOfCalendar(read) || !IsTimeOfDay(read, kLeapSecond)) return kFailed;
   datetime universal;
-  if (!FromSeconds(ToSeconds(read) - offset, universal)) return kFailed;
+  if (!FromUnixTime(ToUnixTime(read) - offset, universal)) return kFailed;
   value = universal;
   return 0;
 }
@@ -186,10 +174,16 @@ bool IsValidDateTime(const datetime& value) noexcept {
   return IsDateOfCalendar(value) && IsTimeOfDay(value, 59);
 }
 
-datetime& AddSeconds(datetime& value, std::int64_t seconds) noexcept {
+std::int64_t ToUnixTime(const datetime& value) noexcept {
+  if (!IsDateOfCalendar(value)) return StartOf(kFirstYear) - 1;
+  return sys_seconds(sys_days(DateOf(value))).time_since_epoch().count() + std::int64_t{3600} * value.hour +
+         std::int64_t{60} * value.minute + value.second;
+}
+
+datetime& AddSeconds(datetime& value, std::int64_t added) noexcept {
   if (!IsValidDateTime(value)) return value;
   std::int64_t sum = 0;
-  if (__builtin_add_overflow(ToSeconds(value), seconds, &sum) || !FromSeconds(sum, value)) value = datetime();
+  if (__builtin_add_overflow(ToUnixTime(value), added, &sum) || !FromUnixTime(sum, value)) value = datetime();
   return value;
 }
 

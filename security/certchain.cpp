@@ -1,6 +1,5 @@
 #include "security/certchain.h"
 
-#include <ctime>
 #include <new>
 
 #include "foundation/dates.h"
@@ -14,17 +13,6 @@ namespace {
 
 using OruGuiBase::DateTime;
 using Chain = OruGuiBase::PtrContainerQueue<Certificate>;
-
-std::time_t ToSeconds(const DateTime& time) {
-  std::tm fields = {};
-  fields.tm_year = time.year - 1900;
-  fields.tm_mon = time.month - 1;
-  fields.tm_mday = time.day;
-  fields.tm_hour = time.hour;
-  fields.tm_min = time.minute;
-  fields.tm_sec = time.second;
-  return timegm(&fields);
-}
 
 bool CopyChain(const STACK_OF(X509) * verified, Chain& chain) {
   for (int i = 0; i < sk_X509_num(verified); ++i) {
@@ -55,9 +43,9 @@ CertVerifyResult Certificate::VerifyChain(const CertStore& store, const CertStor
     return Outcome(X509_V_ERR_CERT_NOT_YET_VALID,
                    X509_verify_cert_error_string(X509_V_ERR_CERT_NOT_YET_VALID));
   }
-  const ChainVerdict verdict =
-      FindChain(certificate_, {store.Get0(), nullptr, preferred.Get0()},
-                {checkRevocation, allowPartialChain, ignoreTime, ignoreTime ? 0 : ToSeconds(time)});
+  const ChainVerdict verdict = FindChain(
+      certificate_, {store.Get0(), nullptr, preferred.Get0()},
+      {checkRevocation, allowPartialChain, ignoreTime, ignoreTime ? 0 : OruGuiBase::ToUnixTime(time)});
   if (verdict.code == X509_V_OK && chain != nullptr && !CopyChain(verdict.chain.get(), *chain)) {
     chain->Clear();
     return Outcome(X509_V_ERR_OUT_OF_MEM, X509_verify_cert_error_string(X509_V_ERR_OUT_OF_MEM));

@@ -1,8 +1,8 @@
 #include "security/cms_verifying.h"
 
-#include <chrono>
 #include <ctime>
 
+#include "foundation/dates.h"
 #include "security/certchain.h"
 #include "security/cms_digests.h"
 #include "security/cms_signers.h"
@@ -51,19 +51,11 @@ bool CheckDigest(CMS_SignerInfo* signer, const ContentDigests& digests) noexcept
          FailWith("The content is not what was signed");
 }
 
-std::time_t ToSeconds(const OruGuiBase::DateTime& time) noexcept {
-  using std::chrono::day, std::chrono::month, std::chrono::year, std::chrono::sys_days;
-  const sys_days date =
-      year(time.year) / month(static_cast<unsigned>(time.month)) / day(static_cast<unsigned>(time.day));
-  const std::time_t days = date.time_since_epoch().count();
-  return days * 86400 + std::time_t{3600} * time.hour + std::time_t{60} * time.minute + time.second;
-}
-
 bool CheckChain(CMS_SignerInfo* signer, const CertStore& trusted, STACK_OF(X509) * certificates) noexcept {
   OruGuiBase::DateTime time;
   if (!ReadSigningTime(signer, time)) return false;
   ChainRules rules;
-  rules.time = time == OruGuiBase::DateTime() ? std::time(nullptr) : ToSeconds(time);
+  rules.time = time == OruGuiBase::DateTime() ? std::time(nullptr) : OruGuiBase::ToUnixTime(time);
   const ChainVerdict verdict =
       FindChain(FindSignerCertificate(signer, certificates), {trusted.Get0(), certificates, nullptr}, rules);
   return verdict.code == X509_V_OK || FailWith(verdict.text);

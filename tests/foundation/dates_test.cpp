@@ -261,6 +261,27 @@ TEST(AddSecondsTest, AgreesWithTheSystemsCalendar) {
   }
 }
 
+// Unix time and the system's agree over eight centuries.
+TEST(UnixTimeTest, AgreesWithTheSystems) {
+  for (std::time_t time = -12000000000; time < 14000000000; time += 9973 * 3600) {
+    std::tm fields{};
+    ASSERT_NE(gmtime_r(&time, &fields), nullptr);
+    ASSERT_EQ(ToUnixTime({fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour,
+                          fields.tm_min, fields.tm_sec}),
+              time);
+  }
+}
+
+// What is no date comes before every date, so that nothing is valid at that time.
+TEST(UnixTimeTest, OfNoDateIsBeforeTheFirstMoment) {
+  const std::int64_t first = ToUnixTime({1, 1, 1, 0, 0, 0});
+  EXPECT_EQ(first, -62135596800);
+  for (const datetime& none : {datetime(), datetime{2024, 2, 30, 0, 0, 0}, datetime{2024, 13, 1, 0, 0, 0},
+                               datetime{2024, -1, 1, 0, 0, 0}, datetime{10000, 1, 1, 0, 0, 0}}) {
+    EXPECT_LT(ToUnixTime(none), first);
+  }
+}
+
 // Seconds added to a date that is none leave it alone.
 TEST(AddSecondsTest, LeavesAnInvalidDateAlone) {
   datetime value;
