@@ -48,6 +48,10 @@ bool CryptClient::KeyServerConnect() noexcept {
   return true;
 }
 
+// One statusClock serves all servers, on purpose: what has passed counts from the latest probe of whichever
+// server, also for the time of one that was probed before it. A client is made for one task and as a rule
+// probes one server, where both are the same; a clock for each server would change the times of a client that
+// failed over.
 void CryptClient::GetKeyServerTime(datetime& time) noexcept {
   time = serverTimes.Get(keyServerCursor.keyServerUrl).AsDateTime();
   if (OruGuiBase::IsValidDateTime(time))

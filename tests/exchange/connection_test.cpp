@@ -1,6 +1,7 @@
 #include <cctype>
 
 #include "foundation/clock.h"
+#include "foundation/dates.h"
 #include "tests/support/clienttest.h"
 #include "tests/support/tracerecorder.h"
 
@@ -203,6 +204,20 @@ TEST_F(Connection, CarriesTheSecondsThatHavePassed) {
   EXPECT_EQ(time.day, 1);
   EXPECT_EQ(time.minute, 0);
   EXPECT_GE(time.second, 30);
+}
+
+// A month and a half later a divisor other than 1000 would be off by more than half an hour.
+TEST_F(Connection, CountsAThousandTicksForEachSecond) {
+  constexpr std::uint32_t kSeconds = 4'000'000;
+  constexpr std::int64_t kBusyMachine = 60;
+  http.Then(Alive());
+  ASSERT_TRUE(peer.KeyServerConnect());
+  SetAge(kSeconds * 1000);
+  datetime time;
+  peer.GetKeyServerTime(time);
+  const std::int64_t passed = OruGuiBase::ToUnixTime(time) - OruGuiBase::ToUnixTime(kTime);
+  EXPECT_GE(passed, kSeconds);
+  EXPECT_LT(passed, kSeconds + kBusyMachine);
 }
 
 // A server that was never probed has no time.
