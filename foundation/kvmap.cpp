@@ -3,6 +3,9 @@
 #include <cstddef>
 #include <new>
 #include <utility>
+#include <vector>
+
+#include "foundation/repeatedkeys.h"
 
 namespace OruGuiBase {
 
@@ -15,6 +18,17 @@ namespace {
 KVMapImp* NewMap() {
   void* memory = AllocParticle(sizeof(KVMapImp));
   return memory != nullptr ? new (memory) KVMapImp : nullptr;
+}
+
+// Each bucket is made once, in its size.
+void FillBuckets(KVMapImp& map) {
+  std::uint32_t counts[KVMapImp::kBuckets] = {};
+  for (const AnsiStr& key : map.keys) ++counts[KVMap::Hash(key.View()) % KVMapImp::kBuckets];
+  for (std::uint32_t i = 0; i < KVMapImp::kBuckets; ++i) map.buckets[i].Reserve(counts[i]);
+  std::uint32_t index = 0;
+  for (const AnsiStr& key : map.keys) {
+    map.buckets[KVMap::Hash(key.View()) % KVMapImp::kBuckets].Append(index++);
+  }
 }
 
 }  // namespace
@@ -30,16 +44,16 @@ KVMap& KVMap::operator=(KVMap&& other) noexcept {
   return *this;
 }
 
-std::uint32_t KVMap::Find(const AnsiStr& key) const noexcept {
+std::uint32_t KVMap::Find(std::string_view key) const noexcept {
   if (imp_ == nullptr) return 0;
   const Array<AnsiStr>& keys = imp_->keys;
   for (const std::uint32_t index : imp_->buckets[Hash(key) % KVMapImp::kBuckets]) {
-    if (keys[index] == key) return index;
+    if (keys[index].View() == key) return index;
   }
   return keys.GetCount();
 }
 
-Val KVMap::Get(const AnsiStr& key) const noexcept {
+Val KVMap::Get(std::string_view key) const noexcept {
   const std::uint32_t index = Find(key);
   return index < GetCount() ? std::as_const(imp_->values)[index] : Val();
 }
@@ -56,7 +70,7 @@ bool KVMap::Set(const AnsiStr& key, const Val& value) noexcept {
     return true;
   }
   // All room is made first, so that a key is added whole or not at all.
-  Array<std::uint32_t>& bucket = imp_->buckets[Hash(ownKey) % KVMapImp::kBuckets];
+  Array<std::uint32_t>& bucket = imp_->buckets[Hash(ownKey.View()) % KVMapImp::kBuckets];
   if (!bucket.Prepare(bucket.GetCount()) || !imp_->keys.Prepare(index)) return false;
   bucket.Append(index);
   imp_->keys.Append(std::move(ownKey));
@@ -81,14 +95,31 @@ KVMap KVMap::FromDistinct(const Array<AnsiStr>& keys, const Array<Val>& values) 
   if (map.imp_ == nullptr) DebugAbort("Could not allocate map");
   map.imp_->keys = keys;
   map.imp_->values = values;
-  std::uint32_t index = 0;
-  for (const AnsiStr& key : keys) map.imp_->buckets[Hash(key) % KVMapImp::kBuckets].Append(index++);
+  FillBuckets(*map.imp_);
   return map;
 }
 
-std::uint32_t KVMap::Hash(const AnsiStr& key) noexcept {
+KVMap KVMap::FromPairs(const Array<AnsiStr>& keys, const Array<Val>& values) noexcept {
+  std::vector<std::uint32_t> last;
+  try {
+    last = FindLastPlaces(keys.begin(), keys.GetCount());
+  } catch (const std::bad_alloc&) {
+    DebugAbort("Could not allocate map");
+  }
+  if (last.empty()) return FromDistinct(keys, values);
+  Array<AnsiStr> ownKeys;
+  Array<Val> ownValues;
+  for (std::uint32_t i = 0; i < keys.GetCount(); ++i) {
+    if (last[i] == kRepeated) continue;
+    ownKeys.Append(keys[i]);
+    ownValues.Append(values[last[i]]);
+  }
+  return FromDistinct(ownKeys, ownValues);
+}
+
+std::uint32_t KVMap::Hash(std::string_view key) noexcept {
   std::uint32_t hash = 0;
-  for (const char character : key.View()) {
+  for (const char character : key) {
     hash = hash * 31 + static_cast<std::uint32_t>(static_cast<signed char>(character));
   }
   return hash;

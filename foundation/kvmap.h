@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "foundation/ansistr.h"
 #include "foundation/array.h"
@@ -37,9 +38,13 @@ class ORUGUI_EXPORT KVMap {
   bool IsEmpty() const noexcept { return GetCount() == 0; }
 
   /// Index of a key, or GetCount() when the map does not hold it.
-  std::uint32_t Find(const AnsiStr& key) const noexcept;
+  std::uint32_t Find(std::string_view key) const noexcept;
+  std::uint32_t Find(const AnsiStr& key) const noexcept { return Find(key.View()); }
+  std::uint32_t Find(const char* key) const noexcept { return Find(std::string_view(key)); }
   /// The value of a key, shared; nil when the map does not hold it.
-  Val Get(const AnsiStr& key) const noexcept;
+  Val Get(std::string_view key) const noexcept;
+  Val Get(const AnsiStr& key) const noexcept { return Get(key.View()); }
+  Val Get(const char* key) const noexcept { return Get(std::string_view(key)); }
   /// Adds a key at the end or replaces its value. False when memory ran out; the map is then as it was.
   bool Set(const AnsiStr& key, const Val& value) noexcept;
   /// The same for a text value.
@@ -63,9 +68,12 @@ class ORUGUI_EXPORT KVMap {
   /// A map of `keys` with their `values`, for loaders that know the keys to be distinct: linear in their
   /// number, as no bucket is walked. Both arrays have the same count and are shared by the map.
   static KVMap FromDistinct(const Array<AnsiStr>& keys, const Array<Val>& values) noexcept;
+  /// The same for keys that may repeat: a key keeps its first place and gets its last value, as with Set. In
+  /// n log n of their number, where that many calls of Set take n * n.
+  static KVMap FromPairs(const Array<AnsiStr>& keys, const Array<Val>& values) noexcept;
 
   /// h = h * 31 + byte over the bytes, each taken as signed, from 0.
-  static std::uint32_t Hash(const AnsiStr& key) noexcept;
+  static std::uint32_t Hash(std::string_view key) noexcept;
 
   KVMapImp* GetImp() const noexcept { return imp_; }
   /// A map that takes a further reference on `imp`, which may be null.

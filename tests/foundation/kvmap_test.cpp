@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "foundation/format.h"
@@ -253,6 +254,49 @@ TEST(KVMapTest, FromDistinctMakesTheSameMapAsSetting) {
     EXPECT_EQ(ElementsOf(loaded.GetImp()->buckets[i]), ElementsOf(set.GetImp()->buckets[i]));
   }
   EXPECT_EQ(loaded.Get("key99").AsInteger(), 99);
+}
+
+// Loaded buckets take no more memory than their entries.
+TEST(KVMapTest, FromDistinctSizesTheBucketsExactly) {
+  const KVMap set = MakeMap(30);
+  const KVMap loaded = KVMap::FromDistinct(set.GetKeys(), set.GetValues());
+  for (const Array<std::uint32_t>& bucket : loaded.GetImp()->buckets) {
+    EXPECT_EQ(bucket.GetCapacity(), bucket.GetCount());
+  }
+}
+
+// A key is looked up by the text of a literal, by a view and by a string, without a block of memory.
+TEST(KVMapTest, ALookUpTakesNoMemory) {
+  const KVMap map = MakeMap(3);
+  const AnsiStr key("key1");
+  const FailingMemory memory(0);
+  EXPECT_EQ(map.Find("key2"), 2U);
+  EXPECT_EQ(map.Get("key1").AsInteger(), 1);
+  EXPECT_EQ(map.Get(key).AsInteger(), 1);
+  EXPECT_EQ(map.Get(std::string_view("key1 and more", 4)).AsInteger(), 1);
+  EXPECT_TRUE(map.Get("no key").IsNil());
+}
+
+// A map of many pairs at once is the one that Set makes of them one by one, repeated keys included.
+TEST(KVMapTest, FromPairsMakesTheSameMapAsSetting) {
+  for (const std::uint32_t count : {0U, 1U, 3U, 16U, 17U, 1000U}) {
+    for (const std::uint32_t distinct : {1U, 2U, 15U, 999U, 2000U}) {
+      KVMap set;
+      Array<AnsiStr> keys;
+      Array<Val> values;
+      for (std::uint32_t i = 0; i < count; ++i) {
+        keys.Append(FmtArgs("key%u", i * 7919 % distinct));
+        values.Append(Val(std::int64_t{i}));
+        set.Set(keys[i], values[i]);
+      }
+      const KVMap loaded = KVMap::FromPairs(keys, values);
+      EXPECT_EQ(ElementsOf(loaded.GetKeys()), ElementsOf(set.GetKeys())) << count << " of " << distinct;
+      for (std::uint32_t i = 0; i < set.GetCount(); ++i) {
+        EXPECT_EQ(loaded.Find(set.GetKeys()[i]), i);
+        EXPECT_EQ(loaded.GetValues()[i].AsInteger(), set.GetValues()[i].AsInteger());
+      }
+    }
+  }
 }
 
 TEST(KVMapTest, FromDistinctOfNothingIsTheNullMap) {
