@@ -14,14 +14,10 @@ constexpr std::uint32_t kStatusOk = 200;
 
 // The headers under lower-case names; of names that differ only in case the later one stands.
 KVMap LowerCaseNames(const KVMap& headers) noexcept {
-  KVMap lowered;
-  const Array<AnsiStr>& names = headers.GetKeys();
-  const Array<Val>& values = headers.GetValues();
-  for (std::uint32_t i = 0; i < names.GetCount(); ++i) {
-    AnsiStr name = names[i];
-    lowered.Put(name.ToLower(), values[i]);
-  }
-  return lowered;
+  Array<AnsiStr> names;
+  names.Reserve(headers.GetCount());
+  for (AnsiStr name : headers.GetKeys()) names.Append(name.ToLower());
+  return KVMap::FromPairs(names, headers.GetValues());
 }
 
 KVMap WithContentType(const KVMap& headers) noexcept {

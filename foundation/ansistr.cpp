@@ -163,7 +163,8 @@ void AnsiStr::Clear() noexcept {
 }
 
 AnsiStr& AnsiStr::ToLower() noexcept {
-  if (IsEmpty()) return *this;
+  const std::string_view present = View();
+  if (std::none_of(present.begin(), present.end(), [](char c) { return LowerASCII(c) != c; })) return *this;
   MakeUnique();
   char* const text = imp_->Text();
   std::transform(text, text + imp_->length, text, LowerASCII);

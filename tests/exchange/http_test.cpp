@@ -1,5 +1,6 @@
 #include <cstddef>
 #include <cstring>
+#include <ctime>
 #include <stdexcept>
 
 #include "tests/support/clienttest.h"
@@ -210,6 +211,19 @@ TEST_F(Http, LetsTheLaterOfTwoHeadersWinThatDifferInCase) {
   HttpResponse response;
   ASSERT_TRUE(Request(response));
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"date":"second","other":"o"})");
+}
+
+// A response may have any number of headers.
+TEST_F(Http, TakesManyHeadersInTimeLinearInTheirNumber) {
+  constexpr int kHeaders = 200'000;
+  HttpAnswer answer = Json("");
+  for (int i = 0; i < kHeaders; ++i) answer.headers.emplace_back("X-" + std::to_string(i), "value");
+  http.Then(answer);
+  const std::clock_t begin = std::clock();
+  HttpResponse response;
+  ASSERT_TRUE(Request(response));
+  EXPECT_LT(static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC, 5.0) << "seconds of CPU time";
+  EXPECT_EQ(peer.responseHeaders.Find("x-199999"), kHeaders - 1);
 }
 
 TEST_F(Http, LeavesTheNamesInTheResponseAsTheServerSentThem) {

@@ -128,7 +128,13 @@ void Deliver(const HttpAnswer& answer, OruKalvix::HttpResponse& response) {
   response.errorText = Ansi(answer.errorText);
   if (answer.result < 0) return;
   response.status = answer.status;
-  for (const auto& [name, value] : answer.headers) response.headers.Set(Ansi(name), Ansi(value));
+  OruGuiBase::Array<AnsiStr> names;
+  OruGuiBase::Array<OruGuiBase::Val> values;
+  for (const auto& [name, value] : answer.headers) {
+    names.Append(Ansi(name));
+    values.Append(OruGuiBase::Val(Ansi(value)));
+  }
+  response.headers = KVMap::FromPairs(names, values);
   if (response.targetFile.IsEmpty()) {
     response.body = Ansi(answer.body);
   } else {
