@@ -19,7 +19,7 @@ constexpr const char* kIntegrityAlgorithm = "RSASSA-PKCS1-v1_5-SHA-512";
 // Decodes base64 whose line ends do not count. The text's padding makes the first guess of the size too
 // large; the decoder tells the true one. On failure the bytes are emptied.
 bool DecodeBase64(const AnsiStr& text, Blob& bytes) noexcept {
-  std::uint32_t size = text.GetLength() * 6U / 8U;
+  auto size = static_cast<std::uint32_t>(std::uint64_t{text.GetLength()} * 6 / 8);
   std::uint8_t* data = bytes.Alloc(size);
   const bool hasRoom = data != nullptr || size == 0;
   if (!hasRoom || !OruGuiBase::B64Str2Binary(text, data, size, "\r\n")) {

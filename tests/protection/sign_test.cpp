@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include "foundation/errorstate.h"
 #include "tests/support/clienttest.h"
 #include "tests/support/pki.h"
@@ -93,6 +95,19 @@ TEST_F(Signing, PassesOverLineEndsInTheSignature) {
   Attempt(Signed(R"(["c2ln\r\nbmVk\r\n"])"));
   ASSERT_TRUE(KeyServerSign());
   EXPECT_EQ(Str(value), "signed");
+}
+
+// The size that a text may decode to is reckoned in 64 bits: from 715,827,883 characters on six bits of each
+// no longer fit 32.
+TEST_F(Signing, DecodesATextOfAnyLength) {
+  Attempt(Signed(R"(["c2lnbmVk"])"));
+  AnsiStr hash;
+  constexpr std::uint32_t kLength = 715'827'888;
+  char* const text = hash.Alloc(kLength);
+  std::memset(text, '\n', kLength);
+  std::memcpy(text, "aGFzaA==", 8);
+  ASSERT_TRUE(client.Sign(handle, "algorithm", hash, signature));
+  EXPECT_NE(http.GetRequest(2).body.find("\"hashesToBeSigned\":[\"aGFzaA==\"]"), std::string::npos);
 }
 
 TEST_F(Signing, ReadsTheFirstSignatureAlone) {
