@@ -14,11 +14,12 @@ namespace OruKalvix {
 namespace {
 
 // A query that no cache between here and the server has seen.
-AnsiStr RandomQuery() noexcept {
-  char* digits = nullptr;
-  AnsiStr number(OruGuiBase::kUHyperDigits, digits);
+AnsiStr WithRandomQuery(AnsiStr url) noexcept {
+  char digits[OruGuiBase::kUHyperDigits + 1];
   OruGuiBase::UHyper2Str(digits, OruGuiBase::GetPseudoRandomNumberEx(0, 0xFFFFFFFFFFFFFFFFU));
-  return AnsiStr("?") + number;
+  url += '?';
+  url += digits;
+  return url;
 }
 
 Val PackTime(const datetime& time) noexcept {
@@ -37,7 +38,7 @@ bool CryptClient::KeyServerConnect() noexcept {
   const AnsiStr& server = keyServerCursor.keyServerUrl;
   if (!certAuth && serverTimes.Find(server) < serverTimes.GetCount()) return true;
   AnsiStr body;
-  if (!HttpGet(GetServerUrl("status") + RandomQuery(), KVMap(), body, statusTimeout))
+  if (!HttpGet(WithRandomQuery(GetServerUrl("status")), KVMap(), body, statusTimeout))
     return Fail("Could not connect to key server: %s", errorMessage.GetText());
   statusClock = OruGuiBase::GetClockTicks();
   const AnsiStr date = Answer(responseHeaders).String("date");

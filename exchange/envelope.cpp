@@ -71,7 +71,9 @@ KVMap CryptClient::GetEnvelope(const KVMap& payload) noexcept {
 AnsiStr CryptClient::GetServerUrl(const AnsiStr& path) const noexcept {
   AnsiStr url = keyServerCursor.keyServerUrl;
   if (url.IsEmpty() || path.IsEmpty()) return url;
-  AppendPath(url, path);
+  constexpr std::uint32_t kSlashAndQuery = 24;
+  url.Reserve(url.GetLength() + path.GetLength() + kSlashAndQuery);
+  AppendPath(url, path.View());
   return url;
 }
 

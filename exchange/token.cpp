@@ -15,7 +15,9 @@ AnsiStr CryptClient::GetServiceUrl(const AnsiStr& first, const AnsiStr& second, 
     return AnsiStr();
   }
   AnsiStr url = serviceUrl;
-  AppendSegment(url, "crypt");
+  constexpr std::uint32_t kSegments = 64;  // what most take together
+  url.Reserve(url.GetLength() + kSegments);
+  AppendPath(url, "crypt");
   for (const AnsiStr* segment : {&first, &second, &third, &fourth}) {
     if (segment->IsEmpty()) break;
     AppendSegment(url, *segment);

@@ -1,5 +1,6 @@
 #include "foundation/encoding.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -180,6 +181,8 @@ AnsiStr CleanStr(const AnsiStr& text) noexcept {
 }
 
 AnsiStr EscapeURL(const AnsiStr& text) noexcept {
+  const std::string_view plain = text.View();
+  if (std::all_of(plain.begin(), plain.end(), IsUnreserved)) return text;
   AnsiStr escaped;
   escaped.Reserve(text.GetLength());
   for (const char character : text.View()) {
