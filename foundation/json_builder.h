@@ -10,12 +10,18 @@
 
 namespace OruGuiBase {
 
-/// Builds a Val from the events of a JSON text, in time linear in their number.
+/// Builds a Val from the events of a JSON text, in time linear in their number but for the sorting of keys.
 ///
 /// Keys and values of all open containers wait in two stacks. A container that ends takes its share off them
 /// in one go, so that its arrays are made once, in their right size. Throws std::bad_alloc.
 class JSONBuilder {
  public:
+  // So that the stacks do not grow for most responses.
+  JSONBuilder() {
+    open_.reserve(8);
+    keys_.reserve(32);
+    values_.reserve(32);
+  }
   void BeginArray() { open_.push_back({values_.size(), keys_.size()}); }
   void EndArray();
   void BeginMap() { open_.push_back({values_.size(), keys_.size()}); }

@@ -59,7 +59,8 @@ std::size_t NextEscape(std::string_view text, std::size_t at) {
 
 class Emitter {
  public:
-  explicit Emitter(AnsiStr& error) : error_(error) {}
+  // Most texts of requests fit what is taken at first.
+  explicit Emitter(AnsiStr& error) : error_(error) { text_.Reserve(512); }
 
   bool Write(const Val& value, std::uint32_t depth);
   AnsiStr TakeText() { return std::move(text_); }
