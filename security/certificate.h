@@ -49,8 +49,8 @@ class ORUSEC_EXPORT Certificate {
   ~Certificate() { Clear(); }
   Certificate& operator=(const Certificate& other) noexcept;
 
-  /// Reads one certificate; text after it is a failure. False leaves this one as it was and the reason in the
-  /// error state.
+  /// Reads one certificate, in PEM, with or without other text around it, or in base64. A second one is a
+  /// failure. False leaves this one as it was and the reason in the error state.
   bool Load(const OruGuiBase::AnsiStr& text, ASN1::Encoding encoding) noexcept;
   void Clear() noexcept;
   bool IsEmpty() const noexcept { return certificate_ == nullptr; }

@@ -14,10 +14,16 @@ constexpr const char* kWhite = " \t\r\n\f\v";
 constexpr std::string_view kBegin = "-----BEGIN ";
 constexpr std::string_view kEnd = "-----END ";
 constexpr std::string_view kDashes = "-----";
+// How base64 of every DER sequence from 256 to 65,535 bytes begins, as all our objects are.
+constexpr std::string_view kSequence = "MII";
 
 void SkipWhite(std::string_view& text) {
   const auto first = text.find_first_not_of(kWhite);
   text.remove_prefix(first == std::string_view::npos ? text.size() : first);
+}
+
+void SkipBlanks(std::string_view& text) {
+  while (text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
 }
 
 // Takes the next line with the first of its line end, so that CRLF reads as a line and an empty rest of one.
@@ -57,6 +63,25 @@ bool DecodeBody(std::string_view body, Blob& bytes) {
   return DecodeBase64(body, bytes);
 }
 
+// Whether a line of the text opens a block; blanks may stand before it.
+bool FindsBlock(std::string_view text) {
+  while (!text.empty()) {
+    SkipWhite(text);
+    if (text.starts_with(kBegin)) return true;
+    TakeLine(text);
+  }
+  return false;
+}
+
+// Whether a line of dashes is what is left of the first line of a block, or a last line without a first one.
+// Other lines of dashes are ornaments.
+bool IsCutBoundary(std::string_view line) {
+  line.remove_prefix(kDashes.size());
+  const std::string_view word = line.substr(0, line.find_first_of(" \t-"));
+  constexpr std::string_view kWords[] = {"BEGIN", "END"};
+  return !word.empty() && (kWords[0].starts_with(word) || kWords[1].starts_with(word));
+}
+
 // Takes "label-----" from the front of the text.
 bool TakeLabel(std::string_view& text, std::string_view& label) {
   const auto end = text.find_first_of("-\r\n");
@@ -67,6 +92,9 @@ bool TakeLabel(std::string_view& text, std::string_view& label) {
 }
 
 }  // namespace
+
+TextObjectReader::TextObjectReader(std::string_view text) noexcept
+    : rest_(text), hasBlocks_(FindsBlock(text)) {}
 
 bool TextObjectReader::ReadBlock(TextObject& object) noexcept {
   rest_.remove_prefix(kBegin.size());
@@ -84,16 +112,34 @@ bool TextObjectReader::ReadBlock(TextObject& object) noexcept {
   return DecodeBody(body, object.bytes);
 }
 
-bool TextObjectReader::ReadPlain(TextObject& object) noexcept {
+// The lines up to a blank one or to what looks like the line of a block.
+std::string_view TextObjectReader::TakeRun() noexcept {
   const char* const start = rest_.data();
   const char* end = start;
   while (!rest_.empty() && !rest_.starts_with(kDashes)) {
     const std::string_view line = TakeLine(rest_);
     if (IsBlank(line)) break;
     end = line.data() + line.size();
+    if (hasBlocks_) SkipBlanks(rest_);
   }
+  return {start, static_cast<std::size_t>(end - start)};
+}
+
+bool TextObjectReader::ReadPlain(TextObject& object) noexcept {
   object.label = {};
-  return DecodeBase64({start, static_cast<std::size_t>(end - start)}, object.bytes);
+  return DecodeBase64(TakeRun(), object.bytes);
+}
+
+// Lines beside blocks are an object when they begin like one, and have to be one then; else an explanation.
+TextObjectReader::Step TextObjectReader::ReadBeside(TextObject& object) noexcept {
+  if (rest_.starts_with(kSequence)) return ReadPlain(object) ? Step::Object : Step::Failure;
+  if (!rest_.starts_with(kDashes)) {
+    TakeRun();
+  } else if (IsCutBoundary(TakeLine(rest_))) {
+    FailWith("Invalid first line of a PEM text");
+    return Step::Failure;
+  }
+  return Step::End;
 }
 
 bool TextObjectReader::IsAtEnd() noexcept {
@@ -102,21 +148,29 @@ bool TextObjectReader::IsAtEnd() noexcept {
 }
 
 TextObjectReader::Step TextObjectReader::Next(TextObject& object) noexcept {
-  if (IsAtEnd()) return Step::End;
-  const bool read = rest_.starts_with(kBegin) ? ReadBlock(object) : ReadPlain(object);
-  return read ? Step::Object : Step::Failure;
+  Step step = Step::End;
+  while (step == Step::End && !IsAtEnd()) {
+    if (hasBlocks_ && !rest_.starts_with(kBegin)) {
+      step = ReadBeside(object);
+    } else {
+      const bool read = rest_.starts_with(kBegin) ? ReadBlock(object) : ReadPlain(object);
+      step = read ? Step::Object : Step::Failure;
+    }
+  }
+  return step;
 }
 
 bool ReadSingleObject(std::string_view text, TextObject& object) noexcept {
   SkipWhite(text);
   if (text.empty()) return FailWith("The text is empty");
-  if (!text.starts_with(kBegin)) {
+  TextObjectReader reader(text);
+  if (!reader.HasBlocks()) {
     object.label = {};
     return DecodeBase64(text, object.bytes);
   }
-  TextObjectReader reader(text);
   if (reader.Next(object) != TextObjectReader::Step::Object) return false;
-  return reader.IsAtEnd() || FailWith("There is text after the PEM text");
+  TextObject more;
+  return reader.Next(more) == TextObjectReader::Step::End || FailWith("The text holds more than one object");
 }
 
 bool NameToText(const X509_NAME* name, AnsiStr& text) noexcept {

@@ -20,25 +20,35 @@ struct TextObject {
 };
 
 /// Reads the objects of a text one after the other, in time linear to its length: PEM blocks, and runs of
-/// plain base64 that end at a blank line or a PEM block. Between them stands white space alone. Lines end in
-/// LF, CRLF or CR. Encrypted blocks and blocks with headers are refused.
+/// plain base64 that end at a blank line or a PEM block. Lines end in LF, CRLF or CR. Encrypted blocks and
+/// blocks with headers are refused.
+///
+/// In a text with at least one block, other text around the blocks is an explanation and passed over (RFC
+/// 7468, section 2); a run of lines beside the blocks is read as an object when it begins with "MII", as
+/// base64 of every certificate does. In a text without a block everything has to be an object.
 class TextObjectReader {
  public:
   enum class Step { Object, End, Failure };
 
-  explicit TextObjectReader(std::string_view text) noexcept : rest_(text) {}
+  explicit TextObjectReader(std::string_view text) noexcept;
   Step Next(TextObject& object) noexcept;
   /// Whether there is nothing but white space any more.
   bool IsAtEnd() noexcept;
+  /// Whether a line of the text begins a PEM block, good or bad.
+  bool HasBlocks() const noexcept { return hasBlocks_; }
 
  private:
   bool ReadBlock(TextObject& object) noexcept;
   bool ReadPlain(TextObject& object) noexcept;
+  Step ReadBeside(TextObject& object) noexcept;
+  std::string_view TakeRun() noexcept;
 
   std::string_view rest_;
+  bool hasBlocks_;
 };
 
-/// Reads a text that is exactly one object. In plain base64 all white space is passed over, blank lines too.
+/// Reads a text that holds exactly one object. In plain base64 all white space is passed over, blank lines
+/// too.
 bool ReadSingleObject(std::string_view text, TextObject& object) noexcept;
 
 /// A distinguished name in the form of RFC 2253, in UTF-8; only what the form demands is escaped.

@@ -53,6 +53,7 @@ TEST(CertificateLoad, AcceptsPEMAndBase64) {
       {"PEM lines that end in CR", WithLineEnds(pem, "\r")},
       {"PEM in one line", WithLineEnds(pem, " ")},
       {"white space around", "\r\n \t" + pem + " \n\v\f"},
+      {"text around PEM", "# Root\n" + pem + "end"},
   };
   for (const auto& [why, text] : rows) {
     LeaveStaleReason();
@@ -79,9 +80,9 @@ TEST(CertificateLoad, RefusesWhatIsNotOneCertificate) {
       {"a certificate with trust settings", MakePEM("TRUSTED CERTIFICATE", der),
        "The PEM text is not a certificate"},
       {"a label in lower case", MakePEM("certificate", der), "The PEM text is not a certificate"},
-      {"two certificates", pem + pem, "There is text after the PEM text"},
-      {"text after PEM", pem + "end", "There is text after the PEM text"},
-      {"a NUL after PEM", pem + std::string(1, '\0'), "There is text after the PEM text"},
+      {"two certificates", pem + pem, "The text holds more than one object"},
+      {"PEM, then base64", pem + Sample().ToBase64(), "The text holds more than one object"},
+      {"text without PEM", "# Root\n" + Sample().ToBase64(), "The text is not base64"},
       {"a byte after the DER form", CryptStand::ToBase64(der + "x"), "There is data after the certificate"},
       {"two DER forms", CryptStand::ToBase64(der + der), "There is data after the certificate"},
       {"a DER form that ends early", CryptStand::ToBase64(der.substr(0, der.size() - 3)),

@@ -70,6 +70,7 @@ TEST(PrivateKeyLoad, AcceptsEveryUnencryptedForm) {
       {"PEM with blanks for lines", WithLineEnds(pkcs8, " "), rsa},
       {"no line end at the end", pkcs8.substr(0, pkcs8.size() - 1), rsa},
       {"white space around", " \r\n\t" + pkcs8 + "\r\n\r\n ", rsa},
+      {"text around PEM", "Bag Attributes\n    friendlyName: key\n" + pkcs8 + "end", rsa},
   };
   for (const Accepted& row : rows) {
     LeaveStaleReason();
@@ -124,9 +125,8 @@ TEST(PrivateKeyLoad, RefusesWhatIsNotOneKey) {
        "The text is not a private key"},
       {"PKCS #8 under the label of a traditional key", MakePEM("EC PRIVATE KEY", der),
        "The text is not a private key"},
-      {"two keys", pem + pem, "There is text after the PEM text"},
-      {"text after", pem + "x", "There is text after the PEM text"},
-      {"a NUL after", pem + std::string(1, '\0'), "There is text after the PEM text"},
+      {"two keys", pem + pem, "The text holds more than one object"},
+      {"PEM, then base64", pem + SharedKey(0).ToBase64(), "The text holds more than one object"},
       {"a byte after the DER form", CryptStand::ToBase64(der + "x"), "The text is not a private key"},
       {"a byte after the DER form in PEM", MakePEM("PRIVATE KEY", der + "x"),
        "The text is not a private key"},
@@ -147,7 +147,7 @@ TEST(PrivateKeyLoad, RefusesTextThatIsNeitherPEMNorBase64) {
   const std::string base64 = SharedKey(0).ToBase64();
   const std::pair<const char*, std::string> rows[] = {
       {"words", "this is no key"},
-      {"text before PEM", "key:\n" + pem},
+      {"text before base64", "key:\n" + base64},
       {"a NUL inside base64", base64.substr(0, 100) + std::string(1, '\0') + base64.substr(100)},
       {"a NUL inside PEM", std::string(pem).replace(100, 1, std::string(1, '\0'))},
       {"binary DER", SharedKey(0).ToDER()},

@@ -49,14 +49,69 @@ TEST(TextObjectReader, ReadsObjectsInTheirOrder) {
       {"a blank line between", "YWI=\n\nY2Q=", {":ab", ":cd"}},
       {"a line of blanks between", "YWI=\r\n \t\r\nY2Q=", {":ab", ":cd"}},
       {"CR alone", "YWI=\r\rY2Q=\r", {":ab", ":cd"}},
-      {"plain base64 before a block", "YWI=\n" + cd, {":ab", "B C:cd"}},
-      {"plain base64 after a block", cd + "YWI=\n", {"B C:cd", ":ab"}},
+      {"a plain object before a block", "MIIC\n" + cd, {":0\x82\2", "B C:cd"}},
+      {"a plain object after a block", cd + "MII\nC\n", {"B C:cd", ":0\x82\2"}},
       {"a last line that lost its line end", ab.substr(0, ab.size() - 1), {"A:ab"}},
   };
   for (const auto& [why, text, objects] : rows) {
     EXPECT_EQ(ReadAll(text), objects) << why;
     EXPECT_EQ(OruGuiBase::GetLastError(), 0U) << why;
   }
+}
+
+// Text around PEM blocks that is no object is passed over (RFC 7468, section 2).
+TEST(TextObjectReader, PassesOverTextAroundBlocks) {
+  const std::string block = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
+  const std::pair<const char*, std::string> rows[] = {
+      {"a comment", "# Root\n" + block},
+      {"a word that is base64", "Root\n" + block},
+      {"words that are base64 together", "GlobalSign Root CA\n" + block},
+      {"words that begin like an object", "MAIN\n\nMICROSOFT 1\n" + block + "MAIN"},
+      {"base64 of no object", "YWI=\n\nAAAA\n\n" + block + "YWI="},
+      {"an underlined heading", "The Root\n========\n" + block},
+      {"ornaments of dashes", "-----\n----------------\n----- Root -----\n-----Best-----\n" + block},
+      {"a boundary inside a line", "see -----BEGIN B-----\n" + block},
+      {"an indented block below it", "# Root\n \t" + block},
+      {"text behind", block + "The end.\n"},
+      {"text on the last line", "-----BEGIN A-----\nYWI=\n-----END A----- # Root"},
+      {"bytes of any value", std::string("\0\xFF\x80\n", 4) + block + std::string("\0", 1)},
+      {"a header of its own", "Subject: CN=Root\r\nSerial: 7\r\n\r\n" + WithLineEnds(block, "\r\n")},
+  };
+  for (const auto& [why, text] : rows) {
+    EXPECT_EQ(ReadAll(text), Objects{"A:ab"}) << why;
+    EXPECT_EQ(OruGuiBase::GetLastError(), 0U) << why;
+    TextObject object;
+    EXPECT_TRUE(ReadSingleObject(text, object)) << why << GetReason();
+  }
+  EXPECT_EQ(ReadAll("one\n" + block + "two\n" + block + "three"), (Objects{"A:ab", "A:ab"}));
+}
+
+// What begins like an object beside a block has to be one.
+TEST(TextObjectReader, RefusesADamagedObjectBesideABlock) {
+  const std::string block = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
+  EXPECT_EQ(ReadAll(block + "MII#"), (Objects{"A:ab", "!"}));
+  EXPECT_EQ(ReadAll("MIIC and more\n" + block), Objects{"!"});
+}
+
+// What is left of a block's boundary is no explanation.
+TEST(TextObjectReader, RefusesBoundariesThatAreCut) {
+  const std::string block = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
+  for (const char* rest : {"-----B", "-----BEGIN", "-----E", "-----END A-----", "-----END A-----\ntext"}) {
+    EXPECT_EQ(ReadAll(block + rest), (Objects{"A:ab", "!"})) << rest;
+    EXPECT_EQ(GetReason(), "Invalid first line of a PEM text") << rest;
+  }
+}
+
+// Garbage inside a block is refused, whatever stands around it.
+TEST(TextObjectReader, RefusesGarbageInABlockBesideText) {
+  EXPECT_EQ(ReadAll("# Root\n-----BEGIN A-----\n# Root\nYWI=\n-----END A-----\n"), Objects{"!"});
+  EXPECT_EQ(GetReason(), "The text is not base64");
+}
+
+// Text is passed over only beside a block.
+TEST(TextObjectReader, RefusesTextWithoutABlock) {
+  EXPECT_EQ(ReadAll("# Root\nYWI=\n"), Objects{"!"});
+  EXPECT_EQ(ReadAll("# Root\n\nMIIC\n"), Objects{"!"});
 }
 
 // A text that is neither PEM nor base64 is refused with a reason.
@@ -143,9 +198,10 @@ TEST(ReadSingleObject, RefusesAnythingElseThanOneObject) {
   const std::tuple<const char*, std::string, const char*> rows[] = {
       {"nothing", "", "The text is empty"},
       {"white space", "\n\n", "The text is empty"},
-      {"two blocks", block + block, "There is text after the PEM text"},
-      {"base64 after a block", block + "YWI=", "There is text after the PEM text"},
-      {"a NUL after a block", block + std::string(1, '\0'), "There is text after the PEM text"},
+      {"two blocks", block + block, "The text holds more than one object"},
+      {"an object after a block", block + "MIIC", "The text holds more than one object"},
+      {"an object before a block", "MIIC\n" + block, "The text holds more than one object"},
+      {"a block without end after a block", block + block.substr(0, 25), "The PEM text has no last line"},
   };
   for (const auto& [why, text, reason] : rows) {
     TextObject object;
