@@ -65,7 +65,7 @@ bool DeliverContent(const LoadedMessage& message, IContentSink& sink) noexcept {
   const CMSMsg::Type type = message.skeleton.type;
   if (message.source == nullptr) return FailWith("No message was loaded");
   if (type != CMSMsg::Type::SignedData && type != CMSMsg::Type::EnvelopedData &&
-      type != CMSMsg::Type::DigestedData) {
+      type != CMSMsg::Type::DigestedData && type != CMSMsg::Type::Data) {
     return FailWith("The content of a message of this type cannot be read");
   }
   if (!message.skeleton.hasContent) return FailWith("The message does not hold its content");

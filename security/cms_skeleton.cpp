@@ -63,6 +63,12 @@ bool ReadDigested(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
   return walker.Take(kOctetString, skeleton.after);
 }
 
+// Data (4): the content itself. What is no octet string is passed over like any other type.
+bool ReadData(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  skeleton.hasContent = walker.Is(kOctetString) || walker.Is(kOctetString | kConstructed);
+  return skeleton.hasContent ? walker.SkipOctets(kOctetString, skeleton.content) : walker.SkipAny();
+}
+
 bool ReadBody(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
   walker.Enter(kSequence);
   if (skeleton.type == CMSMsg::Type::SignedData) {
@@ -106,6 +112,8 @@ bool ReadElements(BerReader& reader, CmsSkeleton& skeleton) noexcept {
   walker.Enter(kContext0);
   if (IsReadable(skeleton.type)) {
     ReadBody(walker, skeleton);
+  } else if (skeleton.type == CMSMsg::Type::Data) {
+    ReadData(walker, skeleton);
   } else {
     walker.SkipAny();
   }

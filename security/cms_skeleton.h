@@ -12,8 +12,8 @@ namespace OruOssSec {
 // to OpenSSL's parser; only the content can be large.
 //
 //   message    = SEQUENCE { OID, [0] { body } }, which fills its source
-//   body       = signed | enveloped | digested | one element of any kind for every other OID, passed over
-//   signed     = SEQUENCE { "version INTEGER", "digestAlgorithms SET",
+//   body       = signed | enveloped | digested | data | one element of any type for every other OID, passed
+//   over signed     = SEQUENCE { "version INTEGER", "digestAlgorithms SET",
 //                           SEQUENCE { OID, [0] { OCTET STRING } OPTIONAL },
 //                           "certificates [0]" OPTIONAL, "crls [1]" OPTIONAL, "signerInfos SET" }     (5.1)
 //   enveloped  = SEQUENCE { "version INTEGER", "originatorInfo [0]" OPTIONAL, "recipientInfos SET",
@@ -21,6 +21,7 @@ namespace OruOssSec {
 //                           "unprotectedAttrs [1]" OPTIONAL }                                         (6.1)
 //   digested   = SEQUENCE { "version INTEGER", "digestAlgorithm SEQUENCE",
 //                           SEQUENCE { OID, [0] { OCTET STRING } OPTIONAL }, "digest OCTET STRING" }  (7)
+//   data       = OCTET STRING, or one element of any other type, passed over                          (4)
 //
 // Octet strings of the content are primitive or in segments (see BerSegments). A signed content that is no
 // octet string, as PKCS #7 allowed, is refused. OIDs take at most kMaxOid octets, all copied elements

@@ -77,7 +77,8 @@ class ORUSEC_EXPORT CMSMsg {
   bool SetContentKey(const OruGuiBase::AnsiStr& key) noexcept;
 
   /// Writes the content, decrypted with the key set before where the message is enveloped. A failure may
-  /// leave a part of it at `target`. A SignedData's or DigestedData's content is delivered unverified.
+  /// leave a part of it at `target`. The content of SignedData, DigestedData and Data is delivered
+  /// unverified.
   bool GetContent(const OruGuiBase::File& target) const noexcept;
   /// The same into memory, for small messages.
   bool GetContent(OruGuiBase::Blob& target) const noexcept;

@@ -112,6 +112,16 @@ TEST_F(Validation, NeedsAWrappedKeyThatGivesItsContent) {
   ExpectReason("Could not extract room key content: ");
 }
 
+TEST_F(Validation, TakesAWrappedKeyOfTheTypeData) {
+  roomKey.data = Ansi(TestSupport::ToBase64(
+      TestSupport::MakeData(R"({"encodedInnerSigningCertificate":)" +
+                            TestSupport::Quoted(pki.innerSigning.certificate.ToBase64()) + "}")));
+  EXPECT_TRUE(Validate()) << Error();
+  roomKey.data = Ansi(TestSupport::ToBase64(TestSupport::MakeData("no json")));
+  EXPECT_FALSE(Validate());
+  ExpectReason("Could not parse room key content: ");
+}
+
 TEST_F(Validation, NeedsJSONInTheWrappedKey) {
   for (const char* content : {"", "no json", "{\"a\":1} x"}) {
     roomKey.data = Ansi(WrappedText(content));

@@ -74,6 +74,9 @@ TEST(CmsSkeletonTest, AcceptsEveryShapeOfTheProfile) {
        Enveloped(kVersion + some + Tlv(0x31, "") + Tlv(0x30, kData + kCipher + Tlv(0x80, "x")) + lists)},
       {"digested", Digested(kVersion + kAlgorithm + kEncapsulated + Tlv(0x04, "digest"))},
       {"digested, detached", Digested(kVersion + kAlgorithm + Tlv(0x30, kData) + Tlv(0x04, "digest"))},
+      {"data", Tlv(0x30, kData + Tlv(0xA0, kContent))},
+      {"data, segments", Open(0x30, kData + Open(0xA0, Open(0x24, kContent + kContent)))},
+      {"data that is no octet string", Tlv(0x30, kData + Tlv(0xA0, Tlv(0x30, "x")))},
       {"another type", Tlv(0x30, Tlv(0x06, "xyz") + Tlv(0xA0, Tlv(0x0C, "anything")))},
       {"another type, indefinite", Open(0x30, Tlv(0x06, "xyz") + Open(0xA0, Open(0x30, Tlv(0x04, "x"))))},
   };
@@ -109,6 +112,7 @@ TEST(CmsSkeletonTest, RefusesEveryOtherShapeWithAReason) {
        kUnexpected},
       {"something behind the body", Tlv(0x30, Tlv(0x06, "x") + Tlv(0xA0, Tlv(0x30, "")) + kVersion),
        kUnexpected},
+      {"data: two contents", Tlv(0x30, kData + Tlv(0xA0, kContent + kContent)), kUnexpected},
       {"byte behind the message", Tlv(0x30, Tlv(0x06, "x") + Tlv(0xA0, Tlv(0x30, ""))) + "\n",
        "The message is followed by other bytes"},
       {"signed: no version", Signed(tail + kEncapsulated + tail), kUnexpected},
