@@ -3,6 +3,8 @@
 #include <ctime>
 #include <memory>
 #include <new>
+#include <set>
+#include <string_view>
 
 #include "foundation/encoding.h"
 #include "security/ber_walker.h"
@@ -55,6 +57,20 @@ bool ReadValue(X509_ATTRIBUTE* attribute, AnsiStr& text) noexcept {
   return IsText(type) ? ReadText(value->value.asn1_string, text) : ReadOctets(value, text);
 }
 
+// One identifier given to two attributes could be read in more ways than one, whatever values they have.
+bool IsEachOnce(const CMS_SignerInfo* signer) noexcept try {
+  std::set<std::string_view> seen;
+  const int count = CMS_signed_get_attr_count(signer);
+  for (int i = 0; i < count; ++i) {
+    const ASN1_OBJECT* oid = X509_ATTRIBUTE_get0_object(CMS_signed_get_attr(signer, i));
+    const std::string_view bytes(reinterpret_cast<const char*>(OBJ_get0_data(oid)), OBJ_length(oid));
+    if (!seen.insert(bytes).second) return FailWith("A signed attribute occurs twice");
+  }
+  return true;
+} catch (const std::bad_alloc&) {
+  return FailWithoutMemory();
+}
+
 // An attribute with several values, which none of ours has, could be read in more ways than one and is left
 // out.
 bool ReadAttributes(const CMS_SignerInfo* signer, OruGuiBase::KVMap& attributes) noexcept {
@@ -65,7 +81,6 @@ bool ReadAttributes(const CMS_SignerInfo* signer, OruGuiBase::KVMap& attributes)
     const AnsiStr oid = GetDottedText(X509_ATTRIBUTE_get0_object(attribute));
     AnsiStr text;
     if (!ReadValue(attribute, text)) return false;
-    if (attributes.Find(oid) != attributes.GetCount()) return FailWith("A signed attribute occurs twice");
     if (!attributes.Set(oid, text)) return FailWithoutMemory();
   }
   return true;
@@ -76,7 +91,8 @@ bool ReadSigner(CMS_SignerInfo* info, STACK_OF(X509) * certificates, CMSSigner& 
     X509_up_ref(certificate);
     signer.certificate = Certificate(certificate);
   }
-  return ReadSigningTime(info, signer.signingTime) && ReadAttributes(info, signer.signedAttributes);
+  return ReadSigningTime(info, signer.signingTime) && IsEachOnce(info) &&
+         ReadAttributes(info, signer.signedAttributes);
 }
 
 }  // namespace

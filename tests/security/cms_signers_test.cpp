@@ -93,6 +93,21 @@ TEST(CmsSignersTest, AttributeThatOccursTwiceIsAFailure) {
   EXPECT_TRUE(signers.IsEmpty());
 }
 
+// Whatever number of values the two have.
+TEST(CmsSignersTest, AttributeThatOccursTwiceIsAFailureWithAnyValues) {
+  const std::string one = Tlv(0x0C, "a");
+  const std::pair<std::string, std::string> rows[] = {
+      {one, ""}, {"", one}, {one, one + Tlv(0x0C, "b")}, {one + Tlv(0x0C, "b"), one}, {"", ""}, {one, one}};
+  for (const auto& [first, second] : rows) {
+    Signers signers;
+    BuiltSigner signer = BuiltSigner::For("content");
+    signer.Add(Attribute(kOid, first)).Add(Attribute(kOid, second));
+    EXPECT_FALSE(Read(MessageOf(signer), signers)) << first.size() << " " << second.size();
+    EXPECT_EQ(GetReason(), "A signed attribute occurs twice");
+    EXPECT_TRUE(signers.IsEmpty());
+  }
+}
+
 TEST(CmsSignersTest, TextThatIsNotWhatItsTypeSaysIsAFailure) {
   for (const std::string& value : {Tlv(0x0C, "\xFF"), Tlv(0x1E, "odd")}) {
     Signers signers;
