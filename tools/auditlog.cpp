@@ -78,13 +78,14 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
   if (!options.output.empty() && !draft.Open(options.output, options.force, errorText)) {
     return session.Fail(ExitCode::Failed, errorText);
   }
+  if (draft.IsStandardOutput()) session.GetReport().LeaveStandardOutput();
   KVMap result;
-  code = session.Watched("Fetching", draft.GetPath(),
-                         [&] { return session.Perform("GetAuditLog", Arguments(options), result); });
+  code =
+      session.Watched("Fetching", [&] { return session.Perform("GetAuditLog", Arguments(options), result); });
   if (!HasLog(code)) return code;
   session.GetReport().Set("complete", code == ExitCode::Success);
   // A sign of life would stand in the middle of the log.
-  return session.Watched("", draft.GetPath(), [&] {
+  return session.Watched("", [&] {
     const File log(result.Get("filename").AsString());
     return Deliver(options, log, draft, errorText) ? code : session.Fail(ExitCode::Failed, errorText);
   });

@@ -1,6 +1,7 @@
 #include "tools/call.h"
 
 #include <CLI/Option.hpp>
+#include <cerrno>
 #include <cstdio>
 
 #include "foundation/errorstate.h"
@@ -20,6 +21,7 @@ using OruGuiBase::ValType;
 namespace {
 
 constexpr const char* kStandardInput = "-";
+constexpr std::uint32_t kMostOfOneName = 1000;
 constexpr std::uint32_t kMaxInput = 64 * 1024 * 1024;
 
 bool ReadStandardInput(AnsiStr& text, AnsiStr& reason) {
@@ -74,8 +76,14 @@ bool ReadArguments(const std::string& source, KVMap& arguments, AnsiStr& errorTe
 bool KeepLog(const OruGuiBase::Directory& place, KVMap& result, AnsiStr& errorText) {
   const AnsiStr path = result.Get("filename").AsString();
   const File log(path);
-  const File kept(place, log.GetTail());
-  if (log.Move(kept, true)) return result.Set("filename", ToUTF8(kept.GetPath()));
+  File kept(place, log.GetTail());
+  bool isMoved = log.Move(kept, true);
+  // Another process may have fetched a log of this name.
+  for (std::uint32_t i = 2; i <= kMostOfOneName && !isMoved && OruGuiBase::GetLastError() == EEXIST; ++i) {
+    kept = File(place, log.GetTail()).GetNumbered(i);
+    isMoved = log.Move(kept, true);
+  }
+  if (isMoved) return result.Set("filename", ToUTF8(kept.GetPath()));
   errorText = AnsiStr("Could not write ") + OruGuiBase::SimpleQuote(kept.GetPath()) + ": " +
               OruGuiBase::GetSystemErrorText();
   return false;
@@ -89,7 +97,7 @@ ExitCode Call(Session& session, const CallOptions& options, const KVMap& argumen
   ExitCode code = session.Open();
   if (code != ExitCode::Success) return code;
   KVMap result;
-  code = session.Watched("Calling", "",
+  code = session.Watched("Calling",
                          [&] { return session.Perform(options.operation.c_str(), arguments, result); });
   if (!HasResult(code)) return code;
   AnsiStr errorText;

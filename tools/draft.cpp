@@ -1,8 +1,6 @@
 #include "tools/draft.h"
 
 #include <cerrno>
-#include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
@@ -27,83 +25,82 @@ AnsiStr SystemText(int code) {
   return OruGuiBase::GetErrorMessage(static_cast<std::uint32_t>(code), 0, 1);
 }
 
-unsigned ModeOfNewFiles() {
-  const mode_t mask = umask(0);
-  umask(mask);
-  return 0666U & ~mask;
+// To open a FIFO and close it again would cost its writer what he has written.
+bool CanBeRead(const std::string& path) {
+  struct stat status {};
+  OruGuiBase::ClearLastError();
+  if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
+    if (access(path.c_str(), R_OK) == 0) return true;
+    OruGuiBase::SetLastErrorFromErrno();
+    return false;
+  }
+  OruGuiBase::FileReader reader;
+  return reader.Open(File(AnsiStr(path)));
+}
+
+bool IsStandardOutputToo(const struct stat& status) {
+  struct stat output {};
+  return fstat(STDOUT_FILENO, &output) == 0 && output.st_dev == status.st_dev &&
+         output.st_ino == status.st_ino;
 }
 
 }  // namespace
-
-Draft::~Draft() {
-  if (!path_.empty()) unlink(path_.c_str());
-}
 
 bool Draft::Open(const std::string& source, const std::string& target, bool replace, AnsiStr& errorText) {
   return CheckSource(source, errorText) && Open(target, replace, errorText);
 }
 
 bool Draft::Open(const std::string& target, bool replace, AnsiStr& errorText) {
+  target_ = target;
   replace_ = replace;
-  return CheckTarget(target, errorText) && Make(errorText);
+  if (!CheckTarget(target, errorText)) return false;
+  if (file_.CreateFor(File(AnsiStr(target_)))) return true;
+  errorText = Reason("write", target, OruGuiBase::GetSystemErrorText());
+  return false;
 }
 
 bool Draft::CheckSource(const std::string& source, AnsiStr& errorText) const {
-  OruGuiBase::FileReader reader;
-  if (reader.Open(File(AnsiStr(source)))) return true;
+  if (CanBeRead(source)) return true;
   errorText = Reason("read", source, OruGuiBase::GetSystemErrorText());
   return false;
 }
 
 bool Draft::CheckTarget(const std::string& target, AnsiStr& errorText) {
-  target_ = target;
-  mode_ = ModeOfNewFiles();
   struct stat status {};
   if (stat(target.c_str(), &status) != 0) {
     if (errno == ENOENT) return true;
     errorText = Reason("write", target, SystemText(errno));
     return false;
   }
-  if (!S_ISREG(status.st_mode)) {
-    errorText = Reason("write", target, S_ISDIR(status.st_mode) ? "Is a directory" : "Is no regular file");
+  isStandardOutput_ = IsStandardOutputToo(status);
+  if (S_ISREG(status.st_mode)) return CheckFile(target, errorText);
+  if (S_ISDIR(status.st_mode) || S_ISSOCK(status.st_mode)) {
+    errorText = Reason("write", target, S_ISDIR(status.st_mode) ? "Is a directory" : "Is a socket");
     return false;
   }
+  replace_ = true;
+  return true;
+}
+
+bool Draft::CheckFile(const std::string& target, AnsiStr& errorText) {
   if (!replace_) {
     errorText = Reason("write", target, "File exists (--force replaces it)");
     return false;
   }
-  // A link stays a link: what it names is replaced.
+  // A link stays a link: what it names is replaced. Standard output is written itself, as it is open already.
   std::error_code code;
-  target_ = std::filesystem::canonical(target, code).string();
-  mode_ = status.st_mode & 0777U;
+  if (!isStandardOutput_) target_ = std::filesystem::canonical(target, code).string();
   if (code) errorText = Reason("write", target, SystemText(code.value()));
   return !code;
 }
 
-bool Draft::Make(AnsiStr& errorText) {
-  const std::filesystem::path place = std::filesystem::path(target_).parent_path();
-  std::string path = (place / ".cryptcli-XXXXXX").string();
-  const int handle = mkostemp(path.data(), O_CLOEXEC);
-  if (handle < 0) {
-    errorText = Reason("write", target_, SystemText(errno));
-    return false;
-  }
-  close(handle);
-  path_ = path;
-  return true;
-}
-
 bool Draft::Commit(AnsiStr& errorText) {
-  if (chmod(path_.c_str(), mode_) != 0) {
-    errorText = Reason("write", target_, SystemText(errno));
-    return false;
+  if (GetFile().Move(File(AnsiStr(target_)), !replace_)) {
+    file_.GiveUp();
+    return true;
   }
-  if (!GetFile().Move(File(AnsiStr(target_)), !replace_)) {
-    errorText = Reason("write", target_, OruGuiBase::GetSystemErrorText());
-    return false;
-  }
-  path_.clear();
-  return true;
+  errorText = Reason("write", target_, OruGuiBase::GetSystemErrorText());
+  return false;
 }
 
 }  // namespace CryptCli

@@ -1,6 +1,7 @@
 #include "tools/inspect.h"
 
 #include <CLI/Option.hpp>
+#include <optional>
 
 #include "foundation/array.h"
 #include "foundation/errorstate.h"
@@ -12,6 +13,8 @@
 #include "foundation/val.h"
 #include "security/cmsmsg.h"
 #include "tools/report.h"
+#include "tools/source.h"
+#include "tools/watch.h"
 
 namespace CryptCli {
 
@@ -104,7 +107,9 @@ bool ShowParties(const CMSMsg& message, Report& report) {
 }
 
 bool Show(const InspectOptions& options, Report& report) {
-  const File file{AnsiStr(options.file)};
+  Source source;
+  if (!source.Open(options.file)) return false;
+  const File& file = source.GetFile();
   OruGuiBase::FileReader reader;
   if (!reader.Open(file)) return false;
   const std::int64_t size = reader.GetSize();
@@ -135,6 +140,8 @@ ExitCode RunInspect(const InspectOptions& options) {
   Report report("inspect", options.json);
   report.Set("file", AnsiStr(options.file));
   OruGuiBase::ClearLastError();
+  std::optional<Watch> watch;
+  if (Source::IsStream(options.file)) watch.emplace().Start("", false);
   if (Show(options, report)) return report.Finish(ExitCode::Success);
   report.Fail(AnsiStr("Could not inspect ") + OruGuiBase::SimpleQuote(AnsiStr(options.file)) + ": " +
               OruGuiBase::GetSystemErrorText());

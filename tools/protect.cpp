@@ -4,7 +4,10 @@
 #include <functional>
 
 #include "client/cryptcli.h"
+#include "foundation/errorstate.h"
+#include "foundation/format.h"
 #include "tools/draft.h"
+#include "tools/source.h"
 
 namespace CryptCli {
 
@@ -40,9 +43,10 @@ class Run {
     if (!draft_.Open(options_.source, options_.target, options_.force, errorText)) {
       return Fail(ExitCode::Failed, errorText);
     }
+    if (draft_.IsStandardOutput()) GetReport().LeaveStandardOutput();
     const Connection& connection = options_.session.connection;
     CryptClient client(session_.GetHttp(), AnsiStr(connection.service), AnsiStr(), AnsiStr(connection.room));
-    return session_.Watched(label, draft_.GetPath(),
+    return session_.Watched(label,
                             [&] { return work(client, File(AnsiStr(options_.source)), draft_.GetFile()); });
   }
 
@@ -102,7 +106,13 @@ ExitCode RunDecrypt(const ProtectOptions& options) {
   bool isVerified = false;
   const ExitCode code =
       run.Do("Decrypting", [&](CryptClient& client, const File& source, const File& target) {
-        if (!client.Decrypt(source, target, isSigned, isVerified)) {
+        Source file;
+        if (!file.Open(options.source)) {
+          return run.Fail(ExitCode::Failed, AnsiStr("Could not read ") +
+                                                OruGuiBase::SimpleQuote(source.GetPath()) + ": " +
+                                                OruGuiBase::GetSystemErrorText());
+        }
+        if (!client.Decrypt(file.GetFile(), target, isSigned, isVerified)) {
           return run.Fail(ExitCode::Failed, client.GetErrorMessage());
         }
         const AnsiStr reason = isSigned ? client.GetErrorMessage() : AnsiStr("The content is not signed");

@@ -96,13 +96,14 @@ void Report::Fail(const AnsiStr& text) {
 
 ExitCode Report::Finish(ExitCode code) {
   if (!asJSON_) WriteLines();
-  const bool written = asJSON_ ? WriteJSON(code) : Write(stdout, lines_.View());
+  std::FILE* const output = isOutputTaken_ ? stderr : stdout;
+  const bool written = asJSON_ ? WriteJSON(code, output) : Write(output, lines_.View());
   if (written) return code;
   Write(stderr, "cryptcli: Could not write to standard output\n");
   return code == ExitCode::Success ? ExitCode::Failed : code;
 }
 
-bool Report::WriteJSON(ExitCode code) {
+bool Report::WriteJSON(ExitCode code, std::FILE* output) {
   Set("success", code == ExitCode::Success);
   Set("exitCode", static_cast<std::int64_t>(code));
   if (!warning_.IsEmpty()) Set("warning", warning_);
@@ -110,7 +111,7 @@ bool Report::WriteJSON(ExitCode code) {
   AnsiStr text;
   AnsiStr reason;
   if (!OruGuiBase::Val2JSON(Val(members_), text, reason, false, true)) return false;
-  return Write(stdout, (text + "\n").View());
+  return Write(output, (text + "\n").View());
 }
 
 void Report::WriteLines() const {

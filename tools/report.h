@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <string_view>
 
 #include "foundation/ansistr.h"
@@ -37,14 +38,18 @@ class Report {
   /// Why the operation failed: "error" in JSON.
   void Fail(const OruGuiBase::AnsiStr& text);
 
+  /// Has everything go to standard error: standard output takes the content itself.
+  void LeaveStandardOutput() { isOutputTaken_ = true; }
+
   /// Writes everything and gives the code back, or Failed when standard output cannot be written.
   ExitCode Finish(ExitCode code);
 
  private:
-  bool WriteJSON(ExitCode code);
+  bool WriteJSON(ExitCode code, std::FILE* output);
   void WriteLines() const;
 
   bool asJSON_;
+  bool isOutputTaken_ = false;
   OruGuiBase::KVMap members_;
   OruGuiBase::AnsiStr lines_;
   OruGuiBase::AnsiStr warning_;

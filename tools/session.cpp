@@ -39,15 +39,12 @@ ExitCode Session::Open() {
   http_ = options_.connection.MakeTransport(errorText);
   if (http_ == nullptr) return Fail(ExitCode::Usage, errorText);
   if (watch_.IsReady()) return ExitCode::Success;
-  OruGuiBase::SetLastErrorFromErrno();
-  return Fail(ExitCode::Failed,
-              AnsiStr("Could not create temporary directory: ") + OruGuiBase::GetSystemErrorText());
+  return Fail(ExitCode::Failed, AnsiStr("Could not create temporary directory: ") + watch_.GetReason());
 }
 
-ExitCode Session::Watched(const char* label, const std::string& draft,
-                          const std::function<ExitCode()>& work) {
+ExitCode Session::Watched(const char* label, const std::function<ExitCode()>& work) {
   // Traces and the sign of life would write over each other.
-  watch_.Start(label, draft, options_.trace == 0 && *label != '\0');
+  watch_.Start(label, options_.trace == 0 && *label != '\0');
   const ExitCode code = work();
   watch_.Stop();
   return code;

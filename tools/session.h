@@ -2,7 +2,6 @@
 
 #include <CLI/App.hpp>
 #include <functional>
-#include <string>
 
 #include "foundation/file.h"
 #include "foundation/kvmap.h"
@@ -31,9 +30,8 @@ class Session {
 
   /// Makes the transport and the place for temporary files. Anything but Success comes with a reason.
   ExitCode Open();
-  /// Does the work, with a sign of life on a terminal unless the label is empty. `draft` goes when a signal
-  /// ends the program meanwhile.
-  ExitCode Watched(const char* label, const std::string& draft, const std::function<ExitCode()>& work);
+  /// Does the work, with a sign of life on a terminal unless the label is empty.
+  ExitCode Watched(const char* label, const std::function<ExitCode()>& work);
   /// Performs a named operation. Partial comes with a result and a warning, a failure with its reason.
   ExitCode Perform(const char* operation, const OruGuiBase::KVMap& arguments, OruGuiBase::KVMap& result);
 

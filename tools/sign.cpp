@@ -59,7 +59,8 @@ class Signing {
     if (!options_.output.empty() && !draft_.Open(options_.output, options_.force, errorText)) {
       return session_.Fail(ExitCode::Failed, errorText);
     }
-    return session_.Watched("Signing", draft_.GetPath(), [&] { return Sign(); });
+    if (draft_.IsStandardOutput()) session_.GetReport().LeaveStandardOutput();
+    return session_.Watched("Signing", [&] { return Sign(); });
   }
 
   ExitCode Refuse(const char* reason) { return session_.Fail(ExitCode::Usage, reason); }

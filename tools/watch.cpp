@@ -1,25 +1,30 @@
 #include "tools/watch.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
-#include <system_error>
 #include <unistd.h>
 
-#include "foundation/file.h"
+#include "foundation/errorstate.h"
+#include "foundation/unfinished.h"
 #include "tools/exitcode.h"
 
 namespace CryptCli {
 
 namespace {
 
-constexpr int kStopSignal = SIGUSR1;
+// Those that come from outside and end a program unless it says otherwise. What a fault of the program itself
+// raises is not among them, nor SIGKILL.
+constexpr int kEndingSignals[] = {SIGHUP,  SIGINT,  SIGQUIT,   SIGTERM, SIGALRM, SIGVTALRM, SIGPROF,
+                                  SIGUSR1, SIGUSR2, SIGSTKFLT, SIGIO,   SIGXCPU, SIGPWR};
 constexpr long kTickNanoseconds = 200'000'000;
-constexpr int kCleanUpAttempts = 1000;
 constexpr const char* kClearLine = "\r\033[K";
+
+// Wakes the thread; no other use is made of it.
+int StopSignal() {
+  return SIGRTMIN;
+}
 
 void ShowTick(const std::string& label, int tick) {
   const int seconds = static_cast<int>(tick * kTickNanoseconds / 1'000'000'000);
@@ -27,76 +32,63 @@ void ShowTick(const std::string& label, int tick) {
                seconds % 60);
 }
 
-// A signal that is held back arrives even when it is ignored; under nohup it must not.
-bool IsIgnored(int signal) {
+// A signal that is held back arrives even when it is ignored; under nohup it must not. One that is handled,
+// as a profiler does, ends nothing.
+bool EndsTheProgram(int signal) {
   struct sigaction action {};
-  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+  return sigaction(signal, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) == 0 &&
+         action.sa_handler == SIG_DFL;
 }
 
 }  // namespace
 
 Watch::Watch() {
   sigemptyset(&signals_);
-  sigaddset(&signals_, kStopSignal);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    if (!IsIgnored(signal)) sigaddset(&signals_, signal);
+  sigaddset(&signals_, StopSignal());
+  for (const int signal : kEndingSignals) {
+    if (EndsTheProgram(signal)) sigaddset(&signals_, signal);
   }
   pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-  // A reader of standard output that has gone shows when it is written to; it must not end the program before
-  // the directory is taken away.
+  // A reader that has gone and a file that is too large show when they are written to; they must not end the
+  // program before the directory is taken away.
   std::signal(SIGPIPE, SIG_IGN);
-  const OruGuiBase::Directory place(OruGuiBase::DirectoryType::Temporary);
-  std::string path = std::string(place.GetPath().View()) + "/cryptcli-XXXXXX";
-  if (mkdtemp(path.data()) == nullptr) return;
-  if (setenv("TMPDIR", path.c_str(), 1) == 0) {
-    directory_ = path;
-  } else {
-    rmdir(path.c_str());
+  std::signal(SIGXFSZ, SIG_IGN);
+  if (directory_.Create("cryptcli") && setenv("TMPDIR", directory_.GetPath().GetText(), 1) != 0) {
+    OruGuiBase::SetLastErrorFromErrno();
+    directory_.Cleanup();
   }
+  if (!IsReady()) reason_ = OruGuiBase::GetSystemErrorText();
 }
 
 Watch::~Watch() {
   Stop();
-  CleanUp("");
 }
 
-void Watch::Start(const std::string& label, const std::string& draft, bool show) {
+void Watch::Start(const std::string& label, bool show) {
   const bool isTerminal = isatty(STDERR_FILENO) == 1;
-  thread_ = std::thread([this, label, draft, shown = show && isTerminal] { Run(label, draft, shown); });
+  stopping_ = false;
+  thread_ = std::thread([this, label, shown = show && isTerminal] { Run(label, shown); });
 }
 
 void Watch::Stop() {
   if (!thread_.joinable()) return;
-  pthread_kill(thread_.native_handle(), kStopSignal);
+  stopping_ = true;
+  pthread_kill(thread_.native_handle(), StopSignal());
   thread_.join();
 }
 
-void Watch::Run(const std::string& label, const std::string& draft, bool show) const {
+void Watch::Run(const std::string& label, bool show) const {
   const timespec tick{0, kTickNanoseconds};
-  for (int count = 0;; ++count) {
+  for (int count = 0; !stopping_; ++count) {
     const int signal = sigtimedwait(&signals_, nullptr, &tick);
-    if (signal < 0) {
-      if (show && errno == EAGAIN) ShowTick(label, count);
-      continue;
-    }
+    if (show && signal < 0 && errno == EAGAIN) ShowTick(label, count);
+    if (signal < 0 || signal == StopSignal()) continue;
     if (show) std::fputs(kClearLine, stderr);
-    if (signal == kStopSignal) return;
-    CleanUp(draft);
-    // The operation is still under way on its thread, so nothing of it may be destroyed.
+    OruGuiBase::RemoveUnfinishedFiles();
+    // The operation still runs on its thread, so nothing of it may be destroyed.
     std::_Exit(static_cast<int>(ExitCode::Interrupted) + signal);
   }
-}
-
-// When a signal ends the program, the operation is still under way: a directory may get another file while it
-// is emptied, and is then tried again; once it is gone, no file can be made in it. The draft comes last, as
-// close to the end as can be.
-void Watch::CleanUp(const std::string& draft) const {
-  std::error_code error;
-  for (int attempt = 0; attempt < kCleanUpAttempts && !directory_.empty(); ++attempt) {
-    std::filesystem::remove_all(directory_, error);
-    if (!error) break;
-  }
-  if (!draft.empty()) std::filesystem::remove(draft, error);
+  if (show) std::fputs(kClearLine, stderr);
 }
 
 }  // namespace CryptCli
