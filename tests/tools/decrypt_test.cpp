@@ -1,3 +1,6 @@
+#include <sys/stat.h>
+#include <thread>
+
 #include "tests/tools/commandtest.h"
 
 namespace TestSupport {
@@ -99,6 +102,39 @@ TEST_F(Decrypt, AFileThatIsNotProtectedIsAFailure) {
   EXPECT_EQ(finished.code, 1);
   EXPECT_THAT(finished.errors, HasSubstr("Could not parse encrypted file: "));
   EXPECT_FALSE(scratch_.Exists("opened.txt"));
+}
+
+TEST_F(Decrypt, StandardOutputTakesTheContentAlone) {
+  const Finished finished = Run("decrypt", {Path("file.p7m"), "/dev/stdout"});
+  EXPECT_EQ(finished.code, 0);
+  EXPECT_EQ(finished.output, "The plain content.\n");
+  EXPECT_THAT(finished.errors, HasSubstr("Decrypted "));
+}
+
+TEST_F(Decrypt, AFileAsStandardOutputIsNotWrittenOver) {
+  scratch_.Make("out", "");
+  const Finished finished = RunProcess(
+      {CRYPTCLI_COMMAND, Arguments("decrypt", {"--force", Path("file.p7m"), "/dev/stdout"}), Path("out")});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_EQ(scratch_.Read("out"), "The plain content.\n");
+}
+
+TEST_F(Decrypt, ReadsFromAFIFO) {
+  ASSERT_EQ(::mkfifo(Path("fifo").c_str(), 0600), 0);
+  std::thread writer([&] { WriteFile(Path("fifo"), scratch_.Read("file.p7m")); });
+  const Finished finished = Run("decrypt", {Path("fifo"), Path("t")});
+  writer.join();
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_EQ(scratch_.Read("t"), "The plain content.\n");
+}
+
+TEST_F(Decrypt, ReadsFromPipedStandardInput) {
+  std::string line = "cat '" + Path("file.p7m") + "' | '" CRYPTCLI_COMMAND "'";
+  for (const std::string& argument : Arguments("decrypt", {"/dev/stdin", Path("t")}))
+    line += " '" + argument + "'";
+  const Finished finished = RunProcess({"/bin/sh", {"-c", line}});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_EQ(scratch_.Read("t"), "The plain content.\n");
 }
 
 TEST_F(Decrypt, LeavesATargetThatIsThere) {

@@ -1,3 +1,6 @@
+#include <sys/stat.h>
+#include <thread>
+
 #include "security/certificate.h"
 #include "security/cryptomessagesyntax.h"
 #include "stand/certmaker.h"
@@ -29,6 +32,18 @@ TEST_F(InspectProtected, ShowsTypeSizeAndRecipient) {
   EXPECT_THAT(finished.output, HasSubstr("recipient: serial "));
   EXPECT_TRUE(finished.output.ends_with(kNothingVerified));
   EXPECT_THAT(stand_.GetEvents(), IsEmpty());
+}
+
+TEST_F(InspectProtected, ReadsFromAFIFOAndLeavesNothing) {
+  Protect();
+  const std::string bytes = scratch_.Read("file.p7m");
+  ASSERT_EQ(::mkfifo(Path("fifo").c_str(), 0600), 0);
+  std::thread writer([&] { WriteFile(Path("fifo"), bytes); });
+  const Finished finished = RunCommand({"inspect", Path("fifo")});
+  writer.join();
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_THAT(finished.output, HasSubstr("size: " + std::to_string(bytes.size()) + " bytes"));
+  EXPECT_THAT(scratch_.GetTemporaryNames(), ::testing::IsEmpty());
 }
 
 TEST_F(InspectProtected, ReportsAsJSON) {

@@ -1,10 +1,15 @@
 // A running operation: what a terminal shows of it, and what remains when a signal ends it.
+#include "tools/watch.h"
+
 #include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <functional>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
+#include "foundation/filehandle.h"
 #include "tests/tools/commandtest.h"
 
 namespace TestSupport {
@@ -53,7 +58,7 @@ TEST_F(WatchedCommand, AFileOrPipeShowsNothing) {
 }
 
 TEST_F(WatchedCommand, ASignalEndsItAndLeavesNothing) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGXCPU, SIGUSR1, SIGVTALRM}) {
     // The integrity certificates are asked for when the content has been decrypted already.
     SlowDown(30000, "integrity");
     Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {"--trace", "1", Path("file.p7m"), Path("t")})});
@@ -85,6 +90,38 @@ TEST_F(WatchedCommand, ASignalWhileFilesAreBeingMadeLeavesNothing) {
     ASSERT_THAT(Names(), Not(Contains(StartsWith("."))));
   }
   EXPECT_GT(interrupted, 0) << "every operation was over before its signal";
+}
+
+// A staging file of the library beside its target, where the temporary directory is somewhere else.
+TEST_F(WatchedCommand, ASignalLeavesNoStagingFile) {
+  const auto stage = [&] {
+    CryptCli::Watch watch;
+    watch.Start("", false);
+    OruGuiBase::FileWriter writer;
+    const bool isBegun = writer.OpenDraft(scratch_.File("t")) && writer.Write("plain", 5);
+    for (const auto& name : Names()) {
+      if (isBegun && name.starts_with(".orugui-")) ::kill(::getpid(), SIGTERM);
+    }
+    std::this_thread::sleep_for(10s);
+    ::_exit(1);
+  };
+  const pid_t child = ::fork();
+  if (child == 0) stage();
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGTERM) << status;
+  EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
+  EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+}
+
+TEST_F(WatchedCommand, AnIgnoredSignalStaysIgnored) {
+  SlowDown(600, "key");
+  const auto before = std::signal(SIGQUIT, SIG_IGN);
+  Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {Path("file.p7m"), Path("t")})});
+  std::signal(SIGQUIT, before);
+  WaitFor([&] { return !scratch_.GetTemporaryNames().empty(); });
+  process.Signal(SIGQUIT);
+  EXPECT_EQ(process.Wait(), 0) << process.GetErrors();
 }
 
 TEST_F(WatchedCommand, AFailureLeavesNothing) {
