@@ -25,15 +25,11 @@ constexpr const char* kFooter =
     "  4  encrypt: the crypt service refused to hand out the room's key; TARGET is as it was\n"
     "  5  audit-log, call GetAuditLog: some key servers gave no log; what the others gave was written\n"
     "  128 and a signal's number: the signal ended the command; TARGET is as it was\n"
-    "A TARGET that cannot be replaced (a link, a device, somebody else's file) is written in place when all
-"
-    "is well; if that fails, a part may be there.
-"
-    "Results go to standard output, errors and warnings to standard error; with /dev/stdout as TARGET all but
-"
-    "the content goes to standard error. Of the environment, TMPDIR says where temporary files lie; the C
-"
-    "library and OpenSSL look at variables of their own, such as TZ and OPENSSL_CONF.";
+    "A TARGET that cannot be replaced (a link, a device, somebody else's file) is written in place when all\n"
+    "is well; if that fails, a part may be there.\n"
+    "Results go to standard output, errors and warnings to standard error; with /dev/stdout as TARGET all\n"
+    "but the content goes to standard error. Of the environment, TMPDIR says where temporary files lie; the\n"
+    "C library and OpenSSL look at variables of their own, such as TZ and OPENSSL_CONF.";
 
 struct Options {
   CryptCli::ProtectOptions protect;
