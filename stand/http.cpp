@@ -74,6 +74,8 @@ std::optional<std::vector<std::string>> HttpRequest::PathSegments() const {
 class HttpServer::Impl {
  public:
   Impl(HttpHandler handler, HttpTimeouts timeouts) : handler_(std::move(handler)), timeouts_(timeouts) {}
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
   ~Impl() { Down(); }
 
   bool Bind(int port, std::string& error);
