@@ -14,6 +14,7 @@ cmake_dependent_option(CRYPTCLI_HARDENING "Harden what is shipped" ${PROJECT_IS_
 if(CRYPTCLI_HARDENING)
   check_pie_supported(LANGUAGES CXX)
   set(cryptcli_hardening_flags "")
+  set(CMAKE_REQUIRED_FLAGS -Werror) # clang only warns of a flag that means nothing on its target
   foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=full -mbranch-protection=standard)
     string(MAKE_C_IDENTIFIER "CRYPTCLI_HAS${flag}" known)
     check_cxx_compiler_flag(${flag} ${known})
