@@ -56,6 +56,7 @@ struct CryptClientCurlOptions {
 /// - A body for a file is written as it comes. The file is opened before anything is sent, made for the owner
 ///   alone (0600) or emptied, and left empty when the exchange fails.
 /// - Response headers are those of the final answer, names as they were sent; trailers are left out.
+///   More than 1000 header lines, or 256 KiB of them, interim responses included, fail the exchange.
 /// - Connections are kept and used again, by one thread at a time. When a kept connection breaks before the
 ///   first byte of an answer, the request is sent once more on a new one if it is a GET, or if it had not
 ///   been handed over completely, so that no server can have carried it out. Any other is not repeated.

@@ -19,6 +19,8 @@ using OruGuiBase::KVMap;
 namespace {
 
 constexpr std::size_t kMaxHeaderBytes = 256UL * 1024;
+// Servers send tens. libcurl walks all of them for each that it hands out.
+constexpr std::size_t kMaxHeaders = 1000;
 constexpr long kMaxConnections = 8;     // one handle talks to the crypt service and a few key servers
 constexpr long kMaxConnectionAge = 60;  // seconds; older ones have often been closed by the other side
 constexpr long kKeepAliveSeconds = 60;  // so that a dead peer shows although no timeout is set
@@ -191,6 +193,7 @@ CURLcode CurlExchange::Perform(const HttpOptions& options) {
   if (!MayRepeat(code)) return code;
   bodyRead_ = 0;
   headerBytes_ = 0;
+  headers_ = 0;
   refusedRewind_ = false;
   SetTimeouts(options, NowMs() - start);
   Set(CURLOPT_FRESH_CONNECT, 1L);
@@ -264,10 +267,17 @@ std::size_t CurlExchange::OnHeader(char* data, std::size_t one, std::size_t size
   CurlExchange& exchange = *static_cast<CurlExchange*>(self);
   const std::string_view line(data, one * size);
   exchange.headerBytes_ += line.size();
-  if (line.starts_with("HTTP/")) exchange.headEnded_ = false;
-  if (line == "\r\n" || line == "\n") exchange.headEnded_ = true;
-  if (exchange.headerBytes_ <= kMaxHeaderBytes) return one * size;
-  exchange.headError_ = "its headers are longer than 262144 bytes";
+  const bool isFirst = line.starts_with("HTTP/");
+  const bool isEnd = line == "\r\n" || line == "\n";
+  if (isFirst) exchange.headEnded_ = false;
+  if (isEnd) exchange.headEnded_ = true;
+  if (!isFirst && !isEnd && ++exchange.headers_ > kMaxHeaders) {
+    exchange.headError_ = "its headers are more than 1000";
+  } else if (exchange.headerBytes_ > kMaxHeaderBytes) {
+    exchange.headError_ = "its headers are longer than 262144 bytes";
+  } else {
+    return one * size;
+  }
   return 0;
 }
 

@@ -57,6 +57,7 @@ class CurlExchange {
   OruGuiBase::AnsiStr body_;
   std::uint32_t bodyRead_ = 0;
   std::size_t headerBytes_ = 0;
+  std::size_t headers_ = 0;  // lines of interim answers and trailers among them
   bool headEnded_ = false;
   bool refusedRewind_ = false;
   OruGuiBase::AnsiStr headError_;

@@ -134,6 +134,34 @@ TEST(CurlFailures, EndlessHeadersAreGivenUp) {
   EXPECT_THAT(outcome.errorText, HasSubstr("headers"));
 }
 
+// libcurl walks all headers for each one that it hands out, so that their number is bounded beside their
+// size.
+TEST(CurlFailures, TooManyHeadersAreGivenUp) {
+  RawServer server([](RawConnection& connection) {
+    RecordedRequest request;
+    connection.ReadRequest(request);
+    std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n";
+    for (int i = 0; i < 25'000; ++i) head += "H" + std::to_string(i) + ":\r\n";
+    connection.Send(head + "\r\n");
+  });
+  const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+  EXPECT_LT(outcome.result, 0);
+  EXPECT_THAT(outcome.errorText, HasSubstr("its headers are more than 1000"));
+}
+
+TEST(CurlFailures, AThousandHeadersAreTaken) {
+  RawServer server([](RawConnection& connection) {
+    RecordedRequest request;
+    connection.ReadRequest(request);
+    std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n";
+    for (int i = 0; i < 999; ++i) head += "H" + std::to_string(i) + ": value\r\n";
+    connection.Send(head + "\r\n");
+  });
+  const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
+  EXPECT_GE(outcome.result, 0) << outcome.errorText;
+  EXPECT_EQ(outcome.status, 200U);
+}
+
 TEST(CurlFailures, EndlessInterimAnswersAreGivenUp) {
   RawServer server([](RawConnection& connection) {
     RecordedRequest request;
