@@ -63,9 +63,21 @@ bool FileReader::Open(const File& file) noexcept {
   if (handle_ < 0) return FailWithErrno();
   struct stat info {};
   const int code = ::fstat(handle_, &info) != 0 ? errno : S_ISDIR(info.st_mode) ? EISDIR : 0;
+  opened_ = Describe(info);
   if (code == 0) return true;
   CloseQuietly(handle_);
   return FailWith(code);
+}
+
+FileReader::Look FileReader::Describe(const struct stat& info) noexcept {
+  return {S_ISREG(info.st_mode),
+          info.st_size,
+          {info.st_mtim.tv_sec, info.st_mtim.tv_nsec, info.st_ctim.tv_sec, info.st_ctim.tv_nsec}};
+}
+
+bool FileReader::IsUnchanged() const noexcept {
+  struct stat info {};
+  return !opened_.isRegular || (::fstat(handle_, &info) == 0 && Describe(info) == opened_);
 }
 
 std::int64_t FileReader::GetSize() const noexcept {

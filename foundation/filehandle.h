@@ -6,6 +6,8 @@
 #include "foundation/export.h"
 #include "foundation/file.h"
 
+struct stat;
+
 namespace OruGuiBase {
 
 /// Bytes that the file streams move at once. Smaller pieces cost system calls, larger ones gain nothing.
@@ -28,10 +30,25 @@ class ORUGUI_EXPORT FileReader {
   std::int64_t Read(void* buffer, std::uint32_t size) noexcept;
   /// The same from a place, without moving.
   std::int64_t ReadAt(std::int64_t offset, void* buffer, std::uint32_t size) const noexcept;
+  /// Whether it is a regular file: only such a one has a size and can be read from any place.
+  bool IsRegular() const noexcept { return opened_.isRegular; }
+  /// Whether a regular file is as it was when it was opened, as far as its size and its times of modification
+  /// and change show. A file system's clock ticks every few milliseconds: a change within one tick of opening
+  /// is not seen. Always true for anything else.
+  bool IsUnchanged() const noexcept;
   bool Close() noexcept;
 
  private:
+  struct Look {
+    bool isRegular = false;
+    std::int64_t size = 0;
+    std::int64_t times[4] = {};  ///< seconds and nanoseconds of modification and change
+    bool operator==(const Look&) const = default;
+  };
+  static Look Describe(const struct stat& info) noexcept;
+
   int handle_ = -1;
+  Look opened_;
 };
 
 /// Who may do what with a file.

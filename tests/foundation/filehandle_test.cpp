@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/magic.h>
 #include <signal.h>
@@ -304,6 +305,30 @@ TEST(FileWriterTest, TruncateFailsWithTheSystemsReason) {
   ASSERT_TRUE(writer.Open(scratch.FileOf("a")));
   EXPECT_FALSE(writer.Truncate(-1));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EINVAL));
+}
+
+TEST(FileReaderTest, AFileThatIsWrittenMeanwhileHasChanged) {
+  const ScratchDirectory scratch;
+  const File file = scratch.MakeFile("a", "content");
+  FileReader reader;
+  ASSERT_TRUE(reader.Open(file));
+  EXPECT_TRUE(reader.IsRegular());
+  EXPECT_TRUE(reader.IsUnchanged());
+  // Longer than a tick of the file system's clock.
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  scratch.MakeFile("a", "changed");
+  EXPECT_FALSE(reader.IsUnchanged());
+}
+
+TEST(FileReaderTest, AFIFOIsNoRegularFileAndHasNothingThatChanges) {
+  const ScratchDirectory scratch;
+  ASSERT_EQ(::mkfifo((scratch / "fifo").c_str(), 0600), 0);
+  const int both = ::open((scratch / "fifo").c_str(), O_RDWR);
+  FileReader reader;
+  ASSERT_TRUE(reader.Open(scratch.FileOf("fifo")));
+  EXPECT_FALSE(reader.IsRegular());
+  EXPECT_TRUE(reader.IsUnchanged());
+  ::close(both);
 }
 
 }  // namespace
