@@ -8,6 +8,8 @@ namespace OruOssSec {
 
 bool FileSource::Open(const OruGuiBase::File& file) noexcept {
   if (!reader_.Open(file)) return false;
+  if (!reader_.IsRegular())
+    return FailWith("The size of a pipe or device is unknown: copy it to a file first");
   const std::int64_t size = reader_.GetSize();
   if (size < 0) return FailWith("The size of the file cannot be had");
   size_ = static_cast<std::uint64_t>(size);

@@ -21,6 +21,8 @@ bool CmsInput::Read(std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got
   if (size_ != 0 && (taken_ > size_ || (ended_ && taken_ != size_))) {
     return FailWith("The file changed while it was read");
   }
+  // A source rewritten at the same size would be protected as a mixture of both contents.
+  if (ended_ && !reader_.IsUnchanged()) return FailWith("The file changed while it was read");
   return true;
 }
 

@@ -17,7 +17,8 @@ bool AddBytes(OruGuiBase::FileReader& reader, EVP_MD_CTX* context) noexcept {
   if (!buffer.Alloc(OruGuiBase::kStreamBuffer)) return FailWithoutMemory();
   for (;;) {
     const std::int64_t got = reader.Read(buffer.Get0(), buffer.GetSize());
-    if (got <= 0) return got == 0;
+    if (got < 0) return false;
+    if (got == 0) return reader.IsUnchanged() || FailWith("The file changed while it was read");
     if (EVP_DigestUpdate(context, buffer.Get0(), static_cast<std::size_t>(got)) != 1) {
       return FailWithOpenSSL("The digest cannot be computed");
     }

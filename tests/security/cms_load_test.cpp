@@ -1,4 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/security/bertest.h"
 #include "tests/security/cmstest.h"
@@ -154,6 +157,14 @@ TEST_F(CmsLoadFileTest, SignersThatCannotBeParsedMakeItNoMessage) {
   EXPECT_FALSE(message_.Load(scratch_.Make("broken", bytes)));
   EXPECT_NE(GetReason(), "stale");
   EXPECT_TRUE(IsQueueEmpty());
+}
+
+TEST_F(CmsLoadFileTest, PipeFailsForWantOfASize) {
+  ASSERT_EQ(::mkfifo(scratch_.Path("fifo").c_str(), 0600), 0);
+  const int both = ::open(scratch_.Path("fifo").c_str(), O_RDWR);
+  EXPECT_FALSE(message_.Load(scratch_.File("fifo")));
+  ::close(both);
+  EXPECT_EQ(GetReason(), "The size of a pipe or device is unknown: copy it to a file first");
 }
 
 TEST_F(CmsLoadFileTest, FileThatIsCutAfterLoadingFails) {
