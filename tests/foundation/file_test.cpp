@@ -213,5 +213,21 @@ TEST(FileTest, ASuccessLeavesNoError) {
   EXPECT_EQ(GetLastError(), 0U);
 }
 
+TEST(FileTest, ANumberedNameKeepsItsEnding) {
+  const auto numbered = [](const char* path) { return File(AnsiStr(path)).GetNumbered(2).GetPath(); };
+  EXPECT_EQ(numbered("a.csv"), "a 2.csv");
+  EXPECT_EQ(numbered("/x.y/a"), "/x.y/a 2");
+  EXPECT_EQ(numbered("/x/.hidden"), "/x/.hidden 2");
+  EXPECT_EQ(numbered("/x/a.b.csv"), "/x/a.b 2.csv");
+}
+
+TEST(FileTest, ADirectoryKnowsItsLongestName) {
+  const ScratchDirectory scratch;
+  const std::uint32_t longest = Directory(AnsiStr(scratch.GetPath())).GetLongestName();
+  EXPECT_TRUE(scratch.FileOf(std::string(longest, 'x')).Create());
+  EXPECT_LE(longest, 255U);
+  EXPECT_EQ(Directory(AnsiStr(scratch / "missing")).GetLongestName(), 255U);
+}
+
 }  // namespace
 }  // namespace OruGuiBase
