@@ -84,7 +84,7 @@ class SystemCallFaults : public FaultRoad {
   }
   // Only a file whose removal was the call that failed may be left.
   void RemoveLeftovers(SystemCall call) {
-    const bool mayBe = call == SystemCall::Unlink || call == SystemCall::RmDir || call == SystemCall::LStat;
+    const bool mayBe = call == SystemCall::Unlink || call == SystemCall::RmDir;
     if (!mayBe) {
       EXPECT_THAT(scratch.GetTemporaryNames(), ::testing::IsEmpty());
     }
@@ -122,11 +122,15 @@ TEST_P(SystemCallFaults, AFailedLookAtAFileIsTold) {
 
 TEST_P(SystemCallFaults, AFailedRenameIsTold) {
   FailsCleanly(SystemCall::Rename, {EACCES, ENOSPC, EIO});
-  FailsCleanly(SystemCall::ChMod, {EPERM});
+  FailsCleanly(SystemCall::FChMod, {EPERM});
 }
 
 TEST_P(SystemCallFaults, ATemporaryDirectoryThatCannotBeMadeIsTold) {
   FailsCleanly(SystemCall::MkDTemp, {EACCES, ENOSPC});
+}
+
+TEST_P(SystemCallFaults, AStagingFileThatCannotBeMadeIsTold) {
+  FailsCleanly(SystemCall::MkOSTemp, {EACCES, ENOSPC});
 }
 
 TEST_P(SystemCallFaults, AFileThatCannotBeRemovedFailsNoOperation) {

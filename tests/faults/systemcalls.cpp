@@ -22,8 +22,9 @@ int __real_ftruncate(int handle, off_t size);
 int __real_rename(const char* from, const char* to);
 int __real_unlink(const char* path);
 int __real_rmdir(const char* path);
-int __real_chmod(const char* path, mode_t mode);
+int __real_fchmod(int handle, mode_t mode);
 char* __real_mkdtemp(char* path);
+int __real_mkostemp(char* path, int flags);
 int __wrap_open(const char* path, int flags, ...);
 ssize_t __wrap_read(int handle, void* buffer, std::size_t size);
 ssize_t __wrap_pread(int handle, void* buffer, std::size_t size, off_t offset);
@@ -37,8 +38,9 @@ int __wrap_ftruncate(int handle, off_t size);
 int __wrap_rename(const char* from, const char* to);
 int __wrap_unlink(const char* path);
 int __wrap_rmdir(const char* path);
-int __wrap_chmod(const char* path, mode_t mode);
+int __wrap_fchmod(int handle, mode_t mode);
 char* __wrap_mkdtemp(char* path);
+int __wrap_mkostemp(char* path, int flags);
 }
 
 namespace FaultTest {
@@ -75,9 +77,9 @@ bool Fails(SystemCall call) {
 }  // namespace
 
 std::string NameOf(SystemCall call) {
-  constexpr const char* kNames[] = {"open",  "read",      "pread",     "write",  "close",
-                                    "fstat", "fallocate", "ftruncate", "rename", "unlink",
-                                    "rmdir", "mkdtemp",   "chmod",     "stat",   "lstat"};
+  constexpr const char* kNames[] = {"open",      "read",      "pread",  "write",  "close", "fstat",
+                                    "fallocate", "ftruncate", "rename", "unlink", "rmdir", "mkdtemp",
+                                    "mkostemp",  "fchmod",    "stat",   "lstat"};
   return kNames[static_cast<std::size_t>(call)];
 }
 
@@ -177,10 +179,14 @@ int __wrap_rmdir(const char* path) {
   return Fails(SystemCall::RmDir) ? -1 : __real_rmdir(path);
 }
 
-int __wrap_chmod(const char* path, mode_t mode) {
-  return Fails(SystemCall::ChMod) ? -1 : __real_chmod(path, mode);
+int __wrap_fchmod(int handle, mode_t mode) {
+  return Fails(SystemCall::FChMod) ? -1 : __real_fchmod(handle, mode);
 }
 
 char* __wrap_mkdtemp(char* path) {
   return Fails(SystemCall::MkDTemp) ? nullptr : __real_mkdtemp(path);
+}
+
+int __wrap_mkostemp(char* path, int flags) {
+  return Fails(SystemCall::MkOSTemp) ? -1 : __real_mkostemp(path, flags);
 }

@@ -21,7 +21,8 @@ enum class SystemCall : std::uint8_t {
   Unlink,
   RmDir,
   MkDTemp,
-  ChMod,
+  MkOSTemp,
+  FChMod,
   Stat,
   LStat,
   Count
