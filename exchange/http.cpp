@@ -5,7 +5,6 @@
 using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
 using OruGuiBase::KVMap;
-using OruGuiBase::Val;
 
 namespace OruKalvix {
 namespace {

@@ -22,8 +22,11 @@ class ThreadValue {
  private:
   // The body runs before the value goes, so that the value's own destructor finds none either.
   struct Holder {
-    T value;
+    Holder() noexcept = default;
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
     ~Holder() { isGone = true; }
+    T value;
   };
 
   // Has no destructor, so that it can be read when every destructor has run.

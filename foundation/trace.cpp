@@ -46,6 +46,9 @@ void PopContext() noexcept {
 
 // Ends with the thread what its traces left open.
 struct Leftovers {
+  Leftovers() noexcept = default;
+  Leftovers(const Leftovers&) = delete;
+  Leftovers& operator=(const Leftovers&) = delete;
   ~Leftovers() {
     while (latest != nullptr) PopContext();
   }
