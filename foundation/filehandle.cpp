@@ -76,8 +76,10 @@ FileReader::Look FileReader::Describe(const struct stat& info) noexcept {
 }
 
 bool FileReader::IsUnchanged() const noexcept {
+  ClearLastError();
   struct stat info {};
-  return !opened_.isRegular || (::fstat(handle_, &info) == 0 && Describe(info) == opened_);
+  if (!opened_.isRegular) return true;
+  return ::fstat(handle_, &info) == 0 ? Describe(info) == opened_ : FailWithErrno();
 }
 
 std::int64_t FileReader::GetSize() const noexcept {
