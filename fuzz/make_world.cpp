@@ -196,7 +196,7 @@ void WorldMaker::Make() {
   std::filesystem::create_directories(directory_);
   const Identity foreignRoot = Identity::MakeRoot(Authority("Outside"), KeyPair::MakeEC());
   const Identity foreignIssuing = Identity::MakeIssued(Authority("Issuing"), foreignRoot, KeyPair::MakeEC());
-  outsider_ = Identity::MakeIssued(EndEntity("integrity"), foreignIssuing, MakeShortRSA());
+  outsider_ = Identity::MakeIssued(EndEntity("integrity"), foreignIssuing, KeyPair::MakeRSA());
   TakeIdentity("root.pem", pki_.root);
   TakeIdentity("intermediate.pem", pki_.intermediate);
   TakeIdentity("issuing.pem", pki_.issuing);

@@ -6,6 +6,8 @@
 #include <openssl/x509v3.h>
 #include <tuple>
 
+#include "security/strength.h"
+
 namespace OruOssSec {
 namespace {
 
@@ -30,11 +32,11 @@ bool ComesFirst(const PoolEntry& a, const PoolEntry& b) {
          std::tie(b.isPreferred, b.isTrusted, b.isSelfSigned, b.end);
 }
 
-// What OpenSSL would refuse in an issuer wherever it stands. Being too strict here costs only an explanation
-// in other words: see ChainSearch.
+// What JudgePath would refuse in an issuer wherever it stands. Being too strict here costs only an
+// explanation in other words: see ChainSearch.
 bool IsFitToIssue(X509* certificate, const X509_VERIFY_PARAM* parameters) {
   return (X509_get_extension_flags(certificate) & (EXFLAG_CRITICAL | EXFLAG_INVALID)) == 0 &&
-         X509_check_ca(certificate) != 0 &&
+         X509_check_ca(certificate) != 0 && !HasShortKey(certificate) &&
          X509_cmp_timeframe(parameters, X509_get0_notBefore(certificate), X509_get0_notAfter(certificate)) ==
              0;
 }
@@ -72,6 +74,7 @@ void CertPool::Examine(PoolEntry& entry) {
   entry.isPreferred = preferred_.contains(entry.certificate);
   entry.isSelfSigned = X509_self_signed(entry.certificate, 0) == 1;
   entry.isSound = IsFitToIssue(entry.certificate, parameters_);
+  entry.hasWeakSignature = FindWeakSignature(entry.certificate) != nullptr;
   entry.end = Number(X509_get0_notAfter(entry.certificate));
   entry.key = NumberKey(entry.certificate);
 }

@@ -20,6 +20,8 @@ struct PoolEntry {
   bool isSelfSigned = false;
   /// Nothing in the certificate itself keeps it from being an issuer at the time of the check.
   bool isSound = false;
+  /// Its own signature proves nothing, so it has to be the end of a chain.
+  bool hasWeakSignature = false;
   /// Set by the search: no chain leads from here to a trusted certificate, whatever stands below.
   bool isDeadEnd = false;
   /// The same for all certificates of one key.

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "security/strength.h"
+
 namespace OruOssSec {
 namespace {
 
@@ -32,6 +34,26 @@ STACK_OF(X509) * FindBySubject(X509_STORE_CTX* context, const X509_NAME* subject
     X509_up_ref(certificate);
   }
   return found.release();
+}
+
+void Refuse(ChainVerdict& verdict, int code, const char* text) {
+  verdict.chain.reset();
+  verdict.code = code;
+  verdict.text = text;
+}
+
+// What the last certificate says about itself is not relied upon: it is trusted. Its key is relied upon.
+void CheckStrength(ChainVerdict& verdict) {
+  const int count = sk_X509_num(verdict.chain.get());
+  for (int i = 0; i < count; ++i) {
+    X509* const certificate = sk_X509_value(verdict.chain.get(), i);
+    if (HasShortKey(certificate)) {
+      return Refuse(verdict, i == 0 ? X509_V_ERR_EE_KEY_TOO_SMALL : X509_V_ERR_CA_KEY_TOO_SMALL,
+                    "A certificate's RSA key has fewer than 2048 bits");
+    }
+    const char* const weakness = i + 1 < count ? FindWeakSignature(certificate) : nullptr;
+    if (weakness != nullptr) return Refuse(verdict, X509_V_ERR_CA_MD_TOO_WEAK, weakness);
+  }
 }
 
 }  // namespace
@@ -67,6 +89,7 @@ ChainVerdict JudgePath(ChainPath& path, const ChainRules& rules) noexcept {
     if (isVerified && verdict.chain == nullptr) verdict.code = X509_V_ERR_OUT_OF_MEM;
   }
   verdict.text = X509_verify_cert_error_string(verdict.code);
+  if (verdict.code == X509_V_OK) CheckStrength(verdict);
   return verdict;
 }
 

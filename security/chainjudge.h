@@ -11,7 +11,8 @@ using ChainPath = std::vector<X509*>;
 /// Tells a context the time and the kind of chain. No other limit of OpenSSL's configuration applies.
 void SetChainParameters(X509_VERIFY_PARAM* parameters, const ChainRules& rules) noexcept;
 
-/// Verifies exactly this path, from its first certificate to its last, which is trusted.
+/// Verifies exactly this path, from its first certificate to its last, which is trusted. What is too weak by
+/// our own rule (see strength.h) is refused too: OpenSSL's depends on how a system configured it.
 ChainVerdict JudgePath(ChainPath& path, const ChainRules& rules) noexcept;
 
 }  // namespace OruOssSec

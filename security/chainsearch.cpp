@@ -97,7 +97,7 @@ ChainSearch::Result ChainSearch::TryIssuer(PoolEntry& issuer) {
 // Looks for a chain over the top of the path.
 ChainSearch::Result ChainSearch::Climb() {
   if (IsComplete()) return Judge();
-  if (IsTopSelfSigned()) return Result::DeadEnd;
+  if (IsTopSelfSigned() || (!tops_.empty() && tops_.back()->hasWeakSignature)) return Result::DeadEnd;
   if (path_.size() > kMostDepth) return Result::Refused;
   Result all = Result::DeadEnd;
   for (PoolEntry& issuer : pool_.Find(X509_get_issuer_name(path_.back()))) {

@@ -20,7 +20,6 @@ using TestSupport::EndEntity;
 using TestSupport::Identity;
 using TestSupport::Json;
 using TestSupport::KeyPair;
-using TestSupport::MakeShortRSA;
 using TestSupport::MakeSigned;
 using TestSupport::Quoted;
 using TestSupport::RecordedRequest;
@@ -168,7 +167,7 @@ TEST_F(Verification, ComparesRoomAndRoomUrlWithNothing) {
 
 TEST_F(Verification, LooksForTheCertificateInTheListBeforeItJudgesItsChain) {
   const Identity sub = Identity::MakeIssued(Authority("Sub"), pki.issuing, KeyPair::MakeEC());
-  const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), sub, MakeShortRSA());
+  const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), sub, KeyPair::MakeRSA());
   SignerSpec signer = SignerOf(integrity);
   signer.more = {sub.certificate};
   Protect({signer});
@@ -179,7 +178,7 @@ TEST_F(Verification, LooksForTheCertificateInTheListBeforeItJudgesItsChain) {
 TEST_F(Verification, AcceptsASignerThatHasExpiredSinceItSigned) {
   CertSpec spec = EndEntity("integrity");
   spec.validity = Validity::Between("2024-05-01", "2024-06-01");
-  const Identity expired = Identity::MakeIssued(spec, pki.issuing, MakeShortRSA());
+  const Identity expired = Identity::MakeIssued(spec, pki.issuing, KeyPair::MakeRSA());
   ListIntegrity({expired.certificate});
   Protect({SignerOf(expired)});
   ExpectVerified();
@@ -187,7 +186,7 @@ TEST_F(Verification, AcceptsASignerThatHasExpiredSinceItSigned) {
 
 TEST_F(Verification, DoubtsASignerWhoseIssuerOnlyTheMessageHolds) {
   const Identity sub = Identity::MakeIssued(Authority("Sub"), pki.issuing, KeyPair::MakeEC());
-  const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), sub, MakeShortRSA());
+  const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), sub, KeyPair::MakeRSA());
   ListIntegrity({integrity.certificate});
   SignerSpec signer = SignerOf(integrity);
   signer.more = {sub.certificate};
@@ -197,7 +196,7 @@ TEST_F(Verification, DoubtsASignerWhoseIssuerOnlyTheMessageHolds) {
 }
 
 TEST_F(Verification, DoubtsASignerThatIssuedItself) {
-  const Identity self = Identity::MakeRoot(EndEntity("integrity"), MakeShortRSA());
+  const Identity self = Identity::MakeRoot(EndEntity("integrity"), KeyPair::MakeRSA());
   road.Set("certstore", Json(pki.GetCertStore() + self.certificate.ToPEM()));
   ListIntegrity({self.certificate});
   Protect({SignerOf(self)});
@@ -206,7 +205,8 @@ TEST_F(Verification, DoubtsASignerThatIssuedItself) {
 }
 
 TEST_F(Verification, DoubtsASignerOfAnIntermediateThatIsNotTrustedToIssue) {
-  const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), pki.intermediate, MakeShortRSA());
+  const Identity integrity =
+      Identity::MakeIssued(EndEntity("integrity"), pki.intermediate, KeyPair::MakeRSA());
   ListIntegrity({integrity.certificate});
   Protect({SignerOf(integrity)});
   ExpectDoubted();
@@ -215,7 +215,7 @@ TEST_F(Verification, DoubtsASignerOfAnIntermediateThatIsNotTrustedToIssue) {
 
 TEST_F(Verification, DoubtsASignerWhoseTrustedIssuerIsTooFarAbove) {
   const Identity sub = Identity::MakeIssued(Authority("Sub"), pki.issuing, KeyPair::MakeEC());
-  const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), sub, MakeShortRSA());
+  const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), sub, KeyPair::MakeRSA());
   road.Set("certstore", Json(pki.GetCertStore() + sub.certificate.ToPEM()));
   ListIntegrity({integrity.certificate});
   Protect({SignerOf(integrity)});
@@ -227,7 +227,7 @@ TEST_F(Verification, DoubtsASignerWhoseTrustedIssuerIsTooFarAbove) {
 
 class TwoSigners : public Verification {
  protected:
-  TwoSigners() : other(Identity::MakeIssued(EndEntity("second"), pki.issuing, MakeShortRSA())) {
+  TwoSigners() : other(Identity::MakeIssued(EndEntity("second"), pki.issuing, KeyPair::MakeRSA())) {
     ListIntegrity({pki.integrity.certificate, other.certificate});
   }
   SignerSpec Second() const {

@@ -12,7 +12,6 @@ using TestSupport::EndEntity;
 using TestSupport::Identity;
 using TestSupport::Json;
 using TestSupport::KeyPair;
-using TestSupport::MakeShortRSA;
 using TestSupport::MakeSigned;
 using TestSupport::NoExchange;
 using TestSupport::SignerSpec;
@@ -204,7 +203,7 @@ TEST_F(Verification, RefusesAMessageThatNobodySigned) {
 }
 
 TEST_F(Verification, RefusesASignerOutsideTheLists) {
-  const Identity stranger = Identity::MakeRoot(EndEntity("Nobody"), MakeShortRSA());
+  const Identity stranger = Identity::MakeRoot(EndEntity("Nobody"), KeyPair::MakeRSA());
   ListIntegrity({stranger.certificate});
   Protect({SignerOf(stranger)});
   ExpectRefused();
@@ -217,6 +216,26 @@ TEST_F(Verification, RefusesAMessageThatDoesNotHoldItsSigner) {
   Protect({signer});
   ExpectRefused();
   ExpectReason("Could not verify signature: ");
+}
+
+TEST_F(Verification, RefusesASignerWithAWeakKey) {
+  const Identity weak = Identity::MakeIssued(EndEntity("integrity"), pki.issuing, TestSupport::MakeWeakRSA());
+  ListIntegrity({weak.certificate});
+  Protect({SignerOf(weak)});
+  ExpectRefused();
+  EXPECT_EQ(Error(), "Could not verify signature: A signer's RSA key has fewer than 2048 bits");
+  HandOutPlainKey();
+  ExpectRefused();
+}
+
+TEST_F(Verification, RefusesASignerWhoseCertificateIsSignedWithSHA1) {
+  TestSupport::CertSpec spec = EndEntity("integrity");
+  spec.digest = "SHA1";
+  const Identity weak = Identity::MakeIssued(spec, pki.issuing);
+  ListIntegrity({weak.certificate});
+  Protect({SignerOf(weak)});
+  ExpectRefused();
+  EXPECT_EQ(Error(), "Could not verify signature: A certificate is signed with SHA-1");
 }
 
 TEST_F(Verification, RefusesASignerWhoseCertificateWasNotValidYet) {

@@ -356,6 +356,24 @@ TEST_F(Validation, ExaminesNoSignatureOfTheWrappedKey) {
   EXPECT_TRUE(Validate()) << Error();
 }
 
+TEST_F(Validation, RefusesAWeakRoomKey) {
+  Use(Cert::Issue(EndEntity("room 1-tr"), TestSupport::MakeWeakRSA(), pki.innerSigning),
+      pki.innerSigning.certificate);
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(),
+            "Could not verify room key certificate chain: A certificate's RSA key has fewer than 2048 bits");
+}
+
+TEST_F(Validation, RefusesAnInnerSigningCertificateThatIsSignedWithSHA1) {
+  CertSpec spec = Authority("Inner signing");
+  spec.digest = "SHA1";
+  const Identity inner = Identity::MakeIssued(spec, pki.issuing, KeyPair::MakeEC());
+  Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, inner), inner.certificate);
+  EXPECT_FALSE(Validate());
+  EXPECT_EQ(Error(),
+            "Could not verify room key issuer certificate chain: A certificate is signed with SHA-1");
+}
+
 TEST_F(Validation, LeavesTheRoomKeyAsItIs) {
   const OruGuiBase::AnsiStr data = roomKey.data;
   roomKey.room = "room 1";

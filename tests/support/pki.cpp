@@ -20,8 +20,8 @@ Pki MakePki() {
   pki.intermediate = Identity::MakeIssued(Authority("Intermediate"), pki.root, KeyPair::MakeEC());
   pki.issuing = Identity::MakeIssued(Authority("Issuing"), pki.intermediate, KeyPair::MakeEC());
   pki.innerSigning = Identity::MakeIssued(Authority("Inner signing"), pki.issuing, KeyPair::MakeEC());
-  pki.room = Identity::MakeIssued(EndEntity("room 1-tr"), pki.innerSigning, MakeShortRSA());
-  pki.integrity = Identity::MakeIssued(EndEntity("integrity"), pki.issuing, MakeShortRSA());
+  pki.room = Identity::MakeIssued(EndEntity("room 1-tr"), pki.innerSigning, KeyPair::MakeRSA());
+  pki.integrity = Identity::MakeIssued(EndEntity("integrity"), pki.issuing, KeyPair::MakeRSA());
   return pki;
 }
 
@@ -52,8 +52,8 @@ CertSpec Authority(std::string commonName) {
   return spec;
 }
 
-KeyPair MakeShortRSA() {
-  constexpr unsigned kBits = 1024;  // Enough for a SHA-512 signature, and made in a few milliseconds.
+KeyPair MakeWeakRSA() {
+  constexpr unsigned kBits = 1024;
   return KeyPair::MakeRSA(kBits);
 }
 

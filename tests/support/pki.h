@@ -19,8 +19,8 @@ using CryptStand::Validity;
 ///
 /// A self-signed root, under it an intermediate authority, under that the trusted issuing authority, which
 /// issues the inner signing authority of the key servers and the group's integrity certificates. The inner
-/// signing authority issues the room keys. All are valid from 2020 to 2040. Authorities have elliptic keys
-/// and the RSA keys are short: they are made anew for each run.
+/// signing authority issues the room keys. All are valid from 2020 to 2040. Authorities have elliptic keys,
+/// which are made faster than RSA keys: all are made for each run.
 struct Pki {
   static const Pki& Get();
 
@@ -39,7 +39,8 @@ struct Pki {
 /// A certificate request with the validity of the system above.
 CertSpec EndEntity(std::string commonName);
 CertSpec Authority(std::string commonName);
-KeyPair MakeShortRSA();
+/// A key that is too short for anything but opening what was made for it.
+KeyPair MakeWeakRSA();
 
 /// The wrapped key that a key server makes: the text of a CMS message around a JSON object that carries the
 /// inner signing certificate.
