@@ -24,11 +24,18 @@ std::uint32_t FindDigest(const X509_ALGOR* algorithm) noexcept {
   return place;
 }
 
+const char* DescribeUnknown(const X509_ALGOR* algorithm) noexcept {
+  const ASN1_OBJECT* object = nullptr;
+  X509_ALGOR_get0(&object, nullptr, nullptr, algorithm);
+  return OBJ_obj2nid(object) == NID_md5 ? "A signer's digest is MD5, which proves nothing"
+                                        : "A signer's digest algorithm is not known";
+}
+
 }  // namespace
 
 bool ContentDigests::Ask(const X509_ALGOR* algorithm) noexcept {
   const std::uint32_t place = FindDigest(algorithm);
-  if (place == kDigests) return FailWith("A signer's digest algorithm is not known");
+  if (place == kDigests) return FailWith(DescribeUnknown(algorithm));
   DigestCtxPtr& context = digests_[place].context;
   if (context != nullptr) return true;
   const DigestPtr digest(EVP_MD_fetch(nullptr, OBJ_nid2sn(kNids[place]), nullptr));

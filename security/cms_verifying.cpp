@@ -7,6 +7,7 @@
 #include "security/cms_digests.h"
 #include "security/cms_signers.h"
 #include "security/failure.h"
+#include "security/strength.h"
 
 namespace OruOssSec {
 
@@ -38,6 +39,7 @@ bool CheckSignature(const LoadedMessage& message, CMS_SignerInfo* signer,
   if (CMS_signed_get_attr_count(signer) <= 0) return FailWith("A signer has no signed attributes");
   X509* certificate = FindSignerCertificate(signer, certificates);
   if (certificate == nullptr) return FailWith("The message does not hold a signer's certificate");
+  if (HasShortKey(certificate)) return FailWith("A signer's RSA key has fewer than 2048 bits");
   if (!CheckContentType(message, signer)) return false;
   CMS_SignerInfo_set1_signer_cert(signer, certificate);
   return CMS_SignerInfo_verify(signer) == 1 || FailWith("A signature is not valid");

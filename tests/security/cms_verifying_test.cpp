@@ -68,6 +68,15 @@ TEST(CmsVerifyingTest, AttributeChangedAfterSigningIsRefused) {
   EXPECT_EQ(ReasonOf(message.Verify()), kNotValid);
 }
 
+TEST(CmsVerifyingTest, SignatureOfAShortKeyIsRefused) {
+  BuiltSigner signer = BuiltSigner::For("content");
+  signer.identity = CryptStand::Identity::MakeIssued(CertSpec::EndEntity("Weak"), Root(),
+                                                     CryptStand::KeyPair::MakeRSA(1024));
+  BuiltMessage built = MessageOf(signer);
+  built.certificates = {signer.identity.certificate};
+  EXPECT_EQ(ReasonOfVerifying(built), "A signer's RSA key has fewer than 2048 bits");
+}
+
 TEST(CmsVerifyingTest, SignatureRightOverTheContentIsRefused) {
   // The content is what the signed attributes of another message look like: its signature fits both.
   const BuiltSigner signer = BuiltSigner::For("content");
