@@ -3,6 +3,7 @@
 #include "security/cms_input.h"
 #include "security/cms_writer.h"
 #include "security/failure.h"
+#include "security/strength.h"
 #include "security/work_buffer.h"
 
 namespace OruOssSec {
@@ -77,6 +78,7 @@ bool AddEnvelopeRecipient(NewEnvelope& envelope, const Certificate& certificate)
   const EVP_PKEY* key = X509_get0_pubkey(certificate.Get0());
   if (key == nullptr) return FailWithOpenSSL("The recipient's key cannot be read");
   if (EVP_PKEY_is_a(key, "RSA") != 1) return FailWith("The recipient's key is not an RSA key");
+  if (HasShortKey(certificate.Get0())) return FailWith("The recipient's RSA key has fewer than 2048 bits");
   if (CMS_add1_recipient_cert(envelope.cms.get(), certificate.Get0(), CMS_BINARY) == nullptr) {
     return FailWithOpenSSL("The recipient cannot be added");
   }

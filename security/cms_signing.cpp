@@ -8,6 +8,7 @@
 #include "security/cms_writer.h"
 #include "security/cryptomessagesyntax.h"
 #include "security/failure.h"
+#include "security/strength.h"
 
 namespace OruOssSec {
 
@@ -67,6 +68,7 @@ bool Signing::Begin(const Certificate& certificate, const OruGuiBase::KVMap& att
   key_ = X509_get0_pubkey(certificate.Get0());
   if (key_ == nullptr) return FailWithOpenSSL("The signer's key cannot be read");
   if (EVP_PKEY_is_a(key_, "RSA") != 1) return FailWith("The signer's key is not an RSA key");
+  if (HasShortKey(certificate.Get0())) return FailWith("The signer's RSA key has fewer than 2048 bits");
   if (!hash_.Begin()) return false;
   constexpr unsigned int kFlags = CMS_PARTIAL | CMS_DETACHED | CMS_BINARY | CMS_NOSMIMECAP;
   cms_.reset(CMS_sign(nullptr, nullptr, nullptr, nullptr, kFlags));

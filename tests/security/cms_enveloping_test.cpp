@@ -89,6 +89,12 @@ TEST_F(CmsEnvelopingTest, EmptyCertificateIsRefused) {
   EXPECT_EQ(GetReason(), "The recipient's certificate is empty");
 }
 
+TEST_F(CmsEnvelopingTest, CertificateWithAShortRSAKeyIsRefused) {
+  const Identity weak = Identity::MakeIssued(CertSpec::EndEntity("Weak"), Root(), KeyPair::MakeRSA(1024));
+  EXPECT_FALSE(message_.AddRecipient(ToCertificate(weak.certificate)));
+  EXPECT_EQ(GetReason(), "The recipient's RSA key has fewer than 2048 bits");
+}
+
 TEST_F(CmsEnvelopingTest, CertificateWithoutAnRSAKeyIsRefused) {
   static const Identity curve = Identity::MakeIssued(CertSpec::EndEntity("Curve"), Root(), KeyPair::MakeEC());
   EXPECT_FALSE(message_.AddRecipient(ToCertificate(curve.certificate)));

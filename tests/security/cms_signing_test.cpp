@@ -272,6 +272,17 @@ TEST_F(CmsSigningTest, SignatureOfAnyOtherLengthFails) {
   }
 }
 
+// Nobody would take the signature for a proof.
+TEST_F(CmsSigningTest, RefusesAShortKey) {
+  const Identity weak = Identity::MakeIssued(CertSpec::EndEntity("Weak"), Root(), KeyPair::MakeRSA(1024));
+  KeySigner signer(weak.key);
+  EXPECT_FALSE(
+      CryptoMessageSyntax::Sign(plain_, signed_, ToCertificate(weak.certificate), &signer, {}, nullptr));
+  EXPECT_EQ(GetReason(), "The signer's RSA key has fewer than 2048 bits");
+  EXPECT_EQ(signer.calls, 0);
+  EXPECT_FALSE(scratch_.Exists("signed"));
+}
+
 TEST_F(CmsSigningTest, RefusesAKeyThatIsNotRSA) {
   static const Identity curve = Identity::MakeIssued(CertSpec::EndEntity("Curve"), Root(), KeyPair::MakeEC());
   KeySigner signer(curve.key);
