@@ -34,7 +34,7 @@ class ORUGUI_EXPORT FileReader {
   bool IsRegular() const noexcept { return opened_.isRegular; }
   /// Whether a regular file is as it was when it was opened, as far as its size and its times of modification
   /// and change show. A file system's clock ticks every few milliseconds: a change within one tick of opening
-  /// is not seen. Always true for anything else.
+  /// is not seen. Always true for anything else. False with a reason when it cannot be looked at.
   bool IsUnchanged() const noexcept;
   bool Close() noexcept;
 
