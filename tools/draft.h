@@ -14,6 +14,7 @@ class Draft {
   Draft() = default;
   Draft(const Draft&) = delete;
   Draft& operator=(const Draft&) = delete;
+  ~Draft() = default;
 
   /// Makes the draft. False with the reason when the source cannot be read, the target is there already and
   /// may not be replaced, or nothing can be made beside it. A device or FIFO is written through and needs no
