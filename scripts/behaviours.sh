@@ -10,6 +10,7 @@ cd "$(dirname "$0")/.."
 page=docs/behaviours.md
 
 folders="foundation:Values and services of the foundation
+lifetime:Ends of threads and processes
 security:Certificates, keys and CMS messages
 client:The client object, the named operations and the frame of the library
 exchange:Requests, tokens, the sweep over key servers and their commands
