@@ -1,6 +1,7 @@
 #include "tests/stand/rawpeer.h"
 
 #include <arpa/inet.h>
+#include <cstdint>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
