@@ -344,6 +344,7 @@ TEST_F(DecryptTest, RefusesOtherKeysAlgorithmsAndPayloads) {
     const char* reason;
   } rows[] = {
       {good, 601, "a block of another size"},
+      {DecryptPayload(data, ToBase64(std::string(256, '\x01'))), 601, "a block that does not open"},
       {DecryptPayload(data, "no base64"), 604, "no base64"},
       {DecryptPayload("", "AAAA"), 605, "no wrapped key"},
       {DecryptPayload("AAAA", "AAAA"), 605, "not a wrapped key"},
