@@ -135,12 +135,25 @@ const char* ReasonOf(const engine::error_code& code) {
   }
 }
 
+// Whether a string is open at the end of the text. A quotation mark opens or closes one unless it is escaped.
+bool EndsInString(std::string_view text) {
+  bool isOpen = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (isOpen && text[i] == '\\') {
+      ++i;
+    } else if (text[i] == '"') {
+      isOpen = !isOpen;
+    }
+  }
+  return isOpen;
+}
+
 // Where a refused number or a misspelt word begins, any other fault being where the engine stopped: its
 // versions stop at different places in those two.
 std::size_t StartOfFault(std::string_view text, std::size_t place, const engine::error_code& code) {
   const std::string_view before = text.substr(0, place);
   if (code == engine::error::exponent_overflow) return before.find_last_not_of("+-.0123456789eE") + 1;
-  if (code != engine::error::syntax) return place;
+  if (code != engine::error::syntax || EndsInString(before)) return place;
   const std::size_t start = before.find_last_not_of("aeflnrstu") + 1;
   for (const std::string_view word : {"true", "false", "null"}) {
     if (word.substr(0, word.size() - 1).starts_with(before.substr(start))) return start;

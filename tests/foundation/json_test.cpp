@@ -222,6 +222,13 @@ TEST(JSON2ValTest, AMisspeltWordIsNamedByItsFirstByte) {
   EXPECT_EQ(Refuse("[nulll]"), "Invalid JSON: unexpected character at byte 5");
 }
 
+// Letters of a string are no word, whatever they spell.
+TEST(JSON2ValTest, AFaultInAStringIsNamedByItsOwnByte) {
+  EXPECT_EQ(Refuse("\"n\x01\""), "Invalid JSON: unexpected character at byte 2");
+  EXPECT_EQ(Refuse("[\"x \\\" tru\x01\"]"), "Invalid JSON: unexpected character at byte 10");
+  EXPECT_EQ(Refuse("{\"a\\\\\":nul!}"), "Invalid JSON: unexpected character at byte 7");
+}
+
 TEST(JSON2ValTest, EscapesAreResolved) {
   EXPECT_EQ(Parse(R"("\"\\\/\b\f\n\r\t")").AsString(), "\"\\/\b\f\n\r\t");
   EXPECT_EQ(Parse(R"("\u0041\u00e4\u20AC")").AsString(), "A\xC3\xA4\xE2\x82\xAC");
