@@ -21,6 +21,7 @@ namespace CryptStand {
 namespace {
 
 constexpr int kBacklog = 128;
+constexpr int kRetryMs = 20;
 
 int HexDigit(char digit) {
   if (digit >= '0' && digit <= '9') return digit - '0';
@@ -128,8 +129,14 @@ bool HttpServer::Impl::Up(std::string& error) {
     return false;
   }
   stopping_ = std::stop_source();
+  try {
+    acceptor_ = std::thread([this] { AcceptAll(); });
+  } catch (const std::system_error& failure) {
+    error = "port " + std::to_string(port_) + ": " + failure.what();
+    listening_.Close();
+    return false;
+  }
   up_ = true;
-  acceptor_ = std::thread([this] { AcceptAll(); });
   return true;
 }
 
@@ -158,7 +165,12 @@ void HttpServer::Impl::AcceptAll() {
     if (entries[1].revents == 0) continue;
     Socket socket(accept4(listening_.Get(), nullptr, nullptr, SOCK_CLOEXEC));
     Reap();
-    if (socket.IsOpen()) Admit(std::move(socket));
+    if (socket.IsOpen()) {
+      Admit(std::move(socket));
+    } else {
+      // Out of descriptors, most likely, and the connection still waits: a short pause until one is free.
+      poll(entries, 1, kRetryMs);
+    }
   }
 }
 
