@@ -34,7 +34,8 @@ function(cryptcli_harden)
   if(NOT CRYPTCLI_HARDENING)
     return()
   endif()
-  set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+  # None is what packagers build with, whose own flags optimise.
+  set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel,None>)
   foreach(target ${ARGN})
     target_compile_options(${target} PRIVATE ${cryptcli_hardening_flags}
       # Without optimisation it does nothing but warn. Distributions predefine it, at a level of their own.
