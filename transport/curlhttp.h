@@ -19,8 +19,9 @@ using CredentialCallback =
                        OruGuiBase::KVMap& headers, OruGuiBase::AnsiStr& errorText)>;
 
 /// How a CryptClientCurl reaches the network. What is left empty keeps its default, whatever the environment
-/// says: proxy variables have no effect, and SSLKEYLOGFILE gets no secret of a session. OpenSSL still reads
-/// its own configuration (OPENSSL_CONF), and the system's resolver its variables.
+/// says: proxy variables have no effect, and SSLKEYLOGFILE gets no secret of a session where libcurl uses the
+/// OpenSSL that this library is linked with, as Debian's does. OpenSSL still reads its own configuration
+/// (OPENSSL_CONF), and the system's resolver its variables.
 struct CryptClientCurlOptions {
   /// PEM file of the certification authorities to trust in place of the system's.
   OruGuiBase::AnsiStr caFile{};
