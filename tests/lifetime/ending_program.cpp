@@ -15,6 +15,8 @@
 #include "foundation/errorstate.h"
 #include "foundation/file.h"
 #include "foundation/trace.h"
+#include "security/certificate.h"
+#include "security/cmsmsg.h"
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
@@ -73,8 +75,19 @@ void TraceInsideATrace() {
   OruGuiTrace::FreeTraceContext();
 }
 
+// OpenSSL ends itself when the process does, before the static objects that are older than its first use.
+void LoadWhatCannotBeLoaded() {
+  OruOssSec::CMSMsg message;
+  Demand(!message.Load(AnsiStr("MIAGCSqGSIb3DQEHAqCAMIACAQExDTALBglghkgBZQMEAgM=")),
+         "a cut message was loaded");
+  OruOssSec::Certificate certificate;
+  Demand(!certificate.Load("MIIBIjANBgkqhkiG9w0BAQEFAAOCAQ8AMIIBCgKCAQEA", OruOssSec::ASN1::Encoding::Text),
+         "a cut certificate was loaded");
+}
+
 void UseLibrary() {
   FailWithAReason();
+  LoadWhatCannotBeLoaded();
   FailACommand();
   TraceInsideATrace();
   OruGuiBase::SetErrorMessage("A reason that is left behind, in memory of its own");
