@@ -18,6 +18,7 @@ namespace {
 
 constexpr unsigned kPermissions = 0777;
 constexpr unsigned kOrdinaryMode = 0666;
+constexpr unsigned kOwnerOnly = 0600;
 constexpr const char* kList = "system.posix_acl_access";
 
 // Whether the call failed because there is no list, or the file system has none.
@@ -78,6 +79,38 @@ bool MakeProbeName(const AnsiStr& directory, AnsiStr& name) {
   return true;
 }
 
+// An empty file in the directory of `path`, whose name is gone again. A handle, or -1.
+int OpenProbe(const AnsiStr& path, unsigned mode) {
+  const UnfinishedScope scope;
+  AnsiStr probe;
+  if (!scope.IsOpen() || !MakeProbeName(ParentOf(path), probe)) return -1;
+  const int handle = OpenHandle(probe, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
+  const int reason = errno;
+  if (handle >= 0) ::unlink(probe.GetText());
+  errno = reason;
+  return handle;
+}
+
+// Some file systems keep neither owners nor modes: there nothing is narrower than this.
+bool IsLikeAnyOther(const AnsiStr& path, const struct stat& info) {
+  const int handle = OpenProbe(path, kOwnerOnly);
+  struct stat made {};
+  const bool isLike = handle >= 0 && ::fstat(handle, &made) == 0 && made.st_dev == info.st_dev &&
+                      made.st_uid == info.st_uid && made.st_mode == info.st_mode;
+  if (handle >= 0) CloseHandle(handle);
+  return isLike;
+}
+
+bool IsAsMade(int handle, const AnsiStr& path) {
+  constexpr unsigned kOfOthers = 077;
+  struct stat info {};
+  if (::fstat(handle, &info) != 0) return false;
+  const bool isOurs = info.st_uid == ::geteuid() && (info.st_mode & kOfOthers) == 0;
+  if (S_ISREG(info.st_mode) && info.st_nlink == 1 && (isOurs || IsLikeAnyOther(path, info))) return true;
+  errno = ESTALE;
+  return false;
+}
+
 }  // namespace
 
 DeliveryWay JudgeTarget(const File& target, DeliveryTarget& judged) noexcept {
@@ -91,18 +124,23 @@ DeliveryWay JudgeTarget(const File& target, DeliveryTarget& judged) noexcept {
   return IsReplaceable(path, info) ? DeliveryWay::Replace : DeliveryWay::InPlace;
 }
 
+int OpenPrivate(const AnsiStr& path, int flags) noexcept {
+  const int handle = OpenHandle(path, flags | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0);
+  if (handle < 0 || IsAsMade(handle, path)) return handle;
+  const int reason = errno;
+  CloseHandle(handle);
+  errno = reason;
+  return -1;
+}
+
 // The process's mask can only be read by changing it, which other threads would notice; a file reports it
 // too. Its name is gone again before RemoveUnfinishedFiles is let in.
 bool AskNewFile(const AnsiStr& path, FileAccess& access) noexcept {
-  const UnfinishedScope scope;
-  AnsiStr probe;
-  if (!scope.IsOpen() || !MakeProbeName(ParentOf(path), probe)) return false;
-  const int handle = OpenHandle(probe, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOrdinaryMode);
+  const int handle = OpenProbe(path, kOrdinaryMode);
   if (handle < 0) return false;
   const bool isKnown = ReadAccess(handle, access);
   const int reason = errno;
   CloseHandle(handle);
-  ::unlink(probe.GetText());
   errno = reason;
   return isKnown;
 }

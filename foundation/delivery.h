@@ -32,6 +32,10 @@ bool AskNewFile(const AnsiStr& path, FileAccess& access) noexcept;
 bool GiveAccess(int handle, const FileAccess& access) noexcept;
 bool GiveGroup(int handle, const FileAccess& access) noexcept;
 
+/// Opens a private file, which must be there as it was made: a regular file of this user, of one name and for
+/// the owner alone. Anything else was put there by somebody: ESTALE, or the reason of open().
+int OpenPrivate(const AnsiStr& path, int flags) noexcept;
+
 /// Makes an empty file beside the target, for the owner alone, and lists it as unfinished. Gives a handle
 /// that writes, or -1.
 int MakeStaging(const AnsiStr& target, AnsiStr& path) noexcept;

@@ -18,8 +18,9 @@ constexpr unsigned kPermissions = 0777;
 constexpr unsigned kOwnerOnly = 0600;
 
 // Opens without waiting, as a pipe would make it wait; only a regular file can be copied.
-int OpenRegular(const AnsiStr& path) {
-  const int handle = OpenHandle(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0);
+int OpenRegular(const File& file) {
+  if (file.IsPrivate()) return OpenPrivate(file.GetPath(), O_RDONLY);
+  const int handle = OpenHandle(file.GetPath(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0);
   struct stat info {};
   if (handle < 0 || (::fstat(handle, &info) == 0 && S_ISREG(info.st_mode))) return handle;
   CloseHandle(handle);
@@ -31,7 +32,7 @@ int OpenRegular(const AnsiStr& path) {
 bool RenamePrivate(const File& source, const File& target, const DeliveryTarget& judged, bool keepTarget) {
   FileAccess access = judged.access;
   if (!judged.exists && !AskNewFile(target.GetPath(), access)) return false;
-  const int handle = OpenRegular(source.GetPath());
+  const int handle = OpenRegular(source);
   if (handle < 0) return false;
   const bool done = GiveAccess(handle, access) && Rename(source.GetPath(), target.GetPath(), keepTarget);
   const int reason = errno;
@@ -82,9 +83,9 @@ bool File::Move(const File& target, bool keepTarget) const noexcept {
   if (way == DeliveryWay::Failed) return FailWithErrno();
   if (judged.exists && keepTarget) return FailWith(EEXIST);
   if (way == DeliveryWay::Replace || IsOneFile(info, target.path_)) {
-    const bool isReady = IsPrivate() && S_ISREG(info.st_mode);
-    if (isReady ? RenamePrivate(*this, target, judged, keepTarget) : Rename(path_, target.path_, keepTarget))
-      return true;
+    const bool isMoved = IsPrivate() ? RenamePrivate(*this, target, judged, keepTarget)
+                                     : Rename(path_, target.path_, keepTarget);
+    if (isMoved) return true;
     if (!MayBeCopied(*this, errno)) return FailWithErrno();
   }
   const int mode = IsPrivate() ? -1 : static_cast<int>(info.st_mode & kPermissions);
@@ -92,7 +93,7 @@ bool File::Move(const File& target, bool keepTarget) const noexcept {
 }
 
 bool File::CopyTo(const File& target, bool keepTarget, int mode) const noexcept {
-  const int source = OpenRegular(path_);
+  const int source = OpenRegular(*this);
   if (source < 0) return FailWithErrno();
   FileWriter writer;
   FileWriter::DraftOptions options;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "foundation/delivery.h"
 #include "foundation/errorstate.h"
 #include "foundation/errorstate_saver.h"
 #include "foundation/posix_file.h"
@@ -28,8 +29,27 @@ void CloseQuietly(int& handle) {
   CloseOnce(handle);
 }
 
+bool SetSize(int handle, std::int64_t size) {
+  int result = 0;
+  do {
+    result = ::ftruncate(handle, size);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+// What is not the file that was made is not emptied either.
+bool OpenPrivateForWriting(int& handle, const AnsiStr& path, int flags) {
+  handle = OpenPrivate(path, O_WRONLY | (flags & ~O_TRUNC));
+  if (handle < 0) return FailWithErrno();
+  if ((flags & O_TRUNC) == 0 || SetSize(handle, 0)) return true;
+  FailWithErrno();
+  CloseQuietly(handle);
+  return false;
+}
+
 bool OpenForWriting(int& handle, const File& file, int flags) {
   ClearLastError();
+  if (file.IsPrivate()) return OpenPrivateForWriting(handle, file.GetPath(), flags);
   handle = OpenHandle(file.GetPath(), O_WRONLY | O_CREAT | O_NOCTTY | flags, kOrdinaryMode);
   return handle >= 0 || FailWithErrno();
 }
@@ -138,11 +158,7 @@ bool FileWriter::Write(const void* data, std::uint32_t size) noexcept {
 
 bool FileWriter::Truncate(std::int64_t size) noexcept {
   ClearLastError();
-  int result = 0;
-  do {
-    result = ::ftruncate(handle_, size);
-  } while (result != 0 && errno == EINTR);
-  return result == 0 || IsWithoutSize(handle_, errno) || FailWithErrno();
+  return SetSize(handle_, size) || IsWithoutSize(handle_, errno) || FailWithErrno();
 }
 
 bool FileWriter::Close() noexcept {

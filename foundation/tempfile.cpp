@@ -97,7 +97,8 @@ bool TempFile::Create(const File& file) noexcept {
   if (!scope.IsOpen()) return FailWithErrno();
   const int handle = OpenHandle(file.GetPath(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOwnerOnly);
   if (handle < 0) return FailWithErrno();
-  Take(File(file.GetPath()));
+  Take(File(file.GetPath(), FilePrivacy::Staging));
+  AddUnfinished(path_, UnfinishedType::File);
   if (CloseHandle(handle)) return true;
   FailWithErrno();
   Cleanup();

@@ -9,6 +9,7 @@
 #include "foundation/encoding.h"
 #include "foundation/errorstate.h"
 #include "foundation/file.h"
+#include "foundation/filehandle.h"
 #include "tests/foundation/printing.h"
 #include "tests/foundation/scratch_directory.h"
 
@@ -200,6 +201,82 @@ TEST(TempFileTest, CleanupKeepsTheReasonOfTheFailureBeforeIt) {
   SetErrorMessage("The signer said no");
   temp.Cleanup();
   EXPECT_EQ(GetSystemErrorText(), "The signer said no");
+}
+
+// Somebody who may change the directory can take the file of a program away or put another in its place while
+// that waits.
+class SwappedFileTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(temp_.CreateFor(scratch_.FileOf("target")));
+    ASSERT_TRUE(temp_.GetFile().Remove(false));
+  }
+  bool Write() {
+    FileWriter writer;
+    return writer.Open(temp_.GetFile()) && writer.Write("plain", 5) && writer.Close();
+  }
+  bool Append() {
+    FileWriter writer;
+    return writer.OpenAppend(temp_.GetFile()) && writer.Write("plain", 5) && writer.Close();
+  }
+  void ExpectRefused() {
+    EXPECT_FALSE(Write());
+    EXPECT_FALSE(Append());
+    EXPECT_FALSE(temp_.GetFile().Move(scratch_.FileOf("target"), false));
+    EXPECT_FALSE(Exists(AnsiStr(scratch_ / "target")));
+  }
+
+  ScratchDirectory scratch_;
+  TempFile temp_;
+};
+
+TEST_F(SwappedFileTest, AFileThatIsGoneIsNotMadeAgain) {
+  ExpectRefused();
+  EXPECT_EQ(scratch_.CountEntries(), 0U);
+}
+
+TEST_F(SwappedFileTest, ALinkIsNotFollowed) {
+  const File other = scratch_.MakeFile("other", "old");
+  ASSERT_EQ(::symlink("other", temp_.GetPath().GetText()), 0);
+  ExpectRefused();
+  EXPECT_EQ(ContentOf(other), "old");
+}
+
+TEST_F(SwappedFileTest, AFileThatOthersMayReadIsNotWritten) {
+  scratch_.MakeFile(temp_.GetFile().GetTail().View(), "old");
+  ASSERT_EQ(::chmod(temp_.GetPath().GetText(), 0644), 0);
+  EXPECT_FALSE(Write());
+  EXPECT_EQ(ContentOf(temp_.GetFile()), "old");
+  EXPECT_EQ(ModeOf(temp_.GetPath()), 0644);
+}
+
+TEST_F(SwappedFileTest, AFileOfSeveralNamesIsNotWritten) {
+  const File other = scratch_.MakeFile("other", "old");
+  ASSERT_EQ(::chmod((scratch_ / "other").c_str(), 0600), 0);
+  ASSERT_EQ(::link((scratch_ / "other").c_str(), temp_.GetPath().GetText()), 0);
+  ExpectRefused();
+  EXPECT_EQ(ContentOf(other), "old");
+}
+
+TEST_F(SwappedFileTest, AFileOfSomebodyElseIsNotWritten) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can make a file of somebody else";
+  scratch_.MakeFile(temp_.GetFile().GetTail().View(), "old");
+  ASSERT_EQ(::chmod(temp_.GetPath().GetText(), 0600), 0);
+  ASSERT_EQ(::chown(temp_.GetPath().GetText(), 1, 0), 0);
+  ExpectRefused();
+  EXPECT_EQ(ContentOf(temp_.GetFile()), "old");
+}
+
+TEST_F(SwappedFileTest, AFIFOIsNotWaitedFor) {
+  ASSERT_EQ(::mkfifo(temp_.GetPath().GetText(), 0600), 0);
+  ExpectRefused();
+}
+
+TEST(TempFileTest, WhatCreateMadeIsPrivate) {
+  const ScratchDirectory scratch;
+  TempFile temp;
+  ASSERT_TRUE(temp.Create(scratch.FileOf("log")));
+  EXPECT_TRUE(temp.GetFile().IsPrivate());
 }
 
 }  // namespace
