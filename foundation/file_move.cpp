@@ -28,13 +28,22 @@ int OpenRegular(const File& file) {
   return -1;
 }
 
+// A file system may keep no lists, or not know a group: what cannot be given here may be given where the
+// target lies, or the target is written in place.
+bool GiveAccessOrCopy(int handle, const FileAccess& access) {
+  if (GiveAccess(handle, access)) return true;
+  errno = EXDEV;
+  return false;
+}
+
 // The access is given first, while nobody else sees the file, so that the target never shows with another.
 bool RenamePrivate(const File& source, const File& target, const DeliveryTarget& judged, bool keepTarget) {
   FileAccess access = judged.access;
   if (!judged.exists && !AskNewFile(target.GetPath(), access)) return false;
   const int handle = OpenRegular(source);
   if (handle < 0) return false;
-  const bool done = GiveAccess(handle, access) && Rename(source.GetPath(), target.GetPath(), keepTarget);
+  const bool done =
+      GiveAccessOrCopy(handle, access) && Rename(source.GetPath(), target.GetPath(), keepTarget);
   const int reason = errno;
   if (!done) ::fchmod(handle, kOwnerOnly);
   CloseHandle(handle);
@@ -42,7 +51,7 @@ bool RenamePrivate(const File& source, const File& target, const DeliveryTarget&
   return done;
 }
 
-// Another file system, a group that the file cannot have, a directory that takes no new files. A directory
+// Another file system, an access that the file cannot have, a directory that takes no new files. A directory
 // that does not let an ordinary file go would refuse its removal as well.
 bool MayBeCopied(const File& source, int code) {
   return code == EXDEV || (source.IsPrivate() && IsRefusalOfDirectory(code));

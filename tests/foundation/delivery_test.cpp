@@ -5,7 +5,9 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <string>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -26,16 +28,23 @@ using TestSupport::AsNobody;
 constexpr const char* kNew = "new content";
 
 /// The ways in which content reaches a target.
-enum class Way { Moved, MovedAcross, Written };
+enum class Way { Moved, MovedAcross, Written, MovedFromWithoutLists, Staged };
 
 class DeliveryTest : public testing::TestWithParam<Way> {
  protected:
   void SetUp() override {
     if (GetParam() == Way::MovedAcross && !fs::is_directory("/dev/shm")) GTEST_SKIP() << "no /dev/shm";
+    if (GetParam() == Way::MovedFromWithoutLists && !MountWithoutLists())
+      GTEST_SKIP() << "only root can mount";
+  }
+  void TearDown() override {
+    if (isMounted_) ::umount2(mounted_.GetPath().c_str(), MNT_DETACH);
   }
   bool Deliver(const std::string& name) {
     const File target = scratch_.FileOf(name);
     if (GetParam() == Way::Written) return WriteTo(target);
+    if (GetParam() == Way::Staged) return StageFor(target);
+    if (GetParam() == Way::MovedFromWithoutLists) return MoveTo(target, mounted_.GetPath().c_str());
     if (GetParam() == Way::MovedAcross) return MoveTo(target, "/dev/shm");
     return MoveTo(target, "/tmp");
   }
@@ -51,9 +60,30 @@ class DeliveryTest : public testing::TestWithParam<Way> {
     }
   }
 
+  ScratchDirectory mounted_;
   ScratchDirectory scratch_;
 
  private:
+  // A file system that keeps no access lists, seen by this process alone.
+  bool MountWithoutLists() {
+    isMounted_ = ::unshare(CLONE_NEWNS) == 0 &&
+                 ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                 ::mount("none", mounted_.GetPath().c_str(), "ramfs", 0, "mode=1777") == 0;
+    return isMounted_;
+  }
+  // As the command does: the file is there while servers are asked, and written by its name.
+  static bool StageFor(const File& target) {
+    const ScratchDirectory temporary("/tmp");
+    TempFile staged;
+    FileWriter writer;
+    if (!staged.CreateFor(target) || !writer.Open(staged.GetFile()) ||
+        !writer.Write(kNew, static_cast<std::uint32_t>(std::strlen(kNew))) || !writer.Close() ||
+        !staged.GetFile().Move(target, false)) {
+      return false;
+    }
+    staged.GiveUp();
+    return true;
+  }
   static bool WriteTo(const File& target) {
     FileWriter writer;
     const auto size = static_cast<std::uint32_t>(std::strlen(kNew));
@@ -71,14 +101,18 @@ class DeliveryTest : public testing::TestWithParam<Way> {
     EXPECT_EQ(temporary.CountEntries(), 0U);
     return true;
   }
+
+  bool isMounted_ = false;
 };
 
 std::string NameOf(const testing::TestParamInfo<Way>& instance) {
-  constexpr const char* kNames[] = {"Moved", "MovedAcross", "Written"};
+  constexpr const char* kNames[] = {"Moved", "MovedAcross", "Written", "MovedFromWithoutLists", "Staged"};
   return kNames[static_cast<int>(instance.param)];
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, DeliveryTest, testing::Values(Way::Moved, Way::MovedAcross, Way::Written),
+INSTANTIATE_TEST_SUITE_P(Ways, DeliveryTest,
+                         testing::Values(Way::Moved, Way::MovedAcross, Way::Written,
+                                         Way::MovedFromWithoutLists, Way::Staged),
                          NameOf);
 
 TEST_P(DeliveryTest, ADeviceIsWrittenThroughAndStays) {
