@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <memory>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -16,6 +17,8 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::File;
 
 namespace {
+
+constexpr const char* kExists = "File exists (--force replaces it)";
 
 AnsiStr Reason(const char* what, const std::string& path, const AnsiStr& reason) {
   return AnsiStr("Could not ") + what + " " + OruGuiBase::SimpleQuote(AnsiStr(path)) + ": " + reason;
@@ -44,6 +47,31 @@ bool IsStandardOutputToo(const struct stat& status) {
          output.st_ino == status.st_ino;
 }
 
+bool WriteToOutput(const char* bytes, std::size_t size) {
+  while (size > 0) {
+    const ssize_t put = write(STDOUT_FILENO, bytes, size);
+    if (put < 0 && errno != EINTR) {
+      OruGuiBase::SetLastErrorFromErrno();
+      return false;
+    }
+    bytes += put > 0 ? put : 0;
+    size -= put > 0 ? static_cast<std::size_t>(put) : 0;
+  }
+  return true;
+}
+
+// Opening it again would begin at the head of a file that others have written to, or empty it.
+bool CopyToOutput(const File& file) {
+  OruGuiBase::FileReader reader;
+  if (!reader.Open(file)) return false;
+  const auto buffer = std::make_unique<char[]>(OruGuiBase::kStreamBuffer);
+  std::int64_t got = 0;
+  while ((got = reader.Read(buffer.get(), OruGuiBase::kStreamBuffer)) > 0) {
+    if (!WriteToOutput(buffer.get(), static_cast<std::size_t>(got))) return false;
+  }
+  return got == 0;
+}
+
 }  // namespace
 
 bool Draft::Open(const std::string& source, const std::string& target, bool replace, AnsiStr& errorText) {
@@ -68,8 +96,9 @@ bool Draft::CheckSource(const std::string& source, AnsiStr& errorText) const {
 bool Draft::CheckTarget(const std::string& target, AnsiStr& errorText) {
   struct stat status {};
   if (stat(target.c_str(), &status) != 0) {
-    if (errno == ENOENT) return true;
-    errorText = Reason("write", target, SystemText(errno));
+    const int reason = errno;
+    if (reason == ENOENT && (replace_ || lstat(target.c_str(), &status) != 0)) return true;
+    errorText = Reason("write", target, reason == ENOENT ? AnsiStr(kExists) : SystemText(reason));
     return false;
   }
   isStandardOutput_ = IsStandardOutputToo(status);
@@ -84,7 +113,7 @@ bool Draft::CheckTarget(const std::string& target, AnsiStr& errorText) {
 
 bool Draft::CheckFile(const std::string& target, AnsiStr& errorText) {
   if (!replace_) {
-    errorText = Reason("write", target, "File exists (--force replaces it)");
+    errorText = Reason("write", target, kExists);
     return false;
   }
   // A link stays a link: what it names is replaced. Standard output is written itself, as it is open already.
@@ -95,6 +124,11 @@ bool Draft::CheckFile(const std::string& target, AnsiStr& errorText) {
 }
 
 bool Draft::Commit(AnsiStr& errorText) {
+  if (isStandardOutput_) {
+    if (CopyToOutput(GetFile())) return true;
+    errorText = Reason("write", target_, OruGuiBase::GetSystemErrorText());
+    return false;
+  }
   if (GetFile().Move(File(AnsiStr(target_)), !replace_)) {
     file_.GiveUp();
     return true;

@@ -72,6 +72,13 @@ TEST_F(DraftTest, LeavesTheOldTargetUntilItIsReplaced) {
   EXPECT_EQ(scratch_.Read("target"), "new");
 }
 
+TEST_F(DraftTest, ALinkThatLeadsNowhereIsThere) {
+  std::filesystem::create_symlink("missing", Path("target"));
+  Draft draft;
+  EXPECT_FALSE(Open(draft, false));
+  EXPECT_THAT(Str(reason_), HasSubstr("File exists (--force replaces it)"));
+}
+
 TEST_F(DraftTest, WorksInTheWorkingDirectory) {
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(scratch_.Path(""));
