@@ -28,6 +28,7 @@ struct Entry {
   Entry* next;
   AnsiStr path;
   UnfinishedType type;
+  pid_t process;  // a child inherits the list, but not the files
 };
 
 // Everything here has a trivial destructor or none that acts: static objects of the application may hold
@@ -38,6 +39,7 @@ constinit Entry* newest = nullptr;
 constinit std::atomic<bool> isClosed{false};
 
 void RemoveEntry(const Entry& entry) {
+  if (entry.process != ::getpid()) return;
   if (entry.type == UnfinishedType::File) {
     ::unlink(entry.path.GetText());
   } else {
@@ -55,11 +57,27 @@ bool CloseGate() {
   return false;
 }
 
-void RemoveFilesOf(DIR* directory) {
+// A link that somebody puts in the place of the directory would lead to files of others.
+DIR* OpenDirectory(const AnsiStr& path) {
+  const int handle = ::open(path.GetText(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  DIR* const directory = handle >= 0 ? ::fdopendir(handle) : nullptr;
+  if (handle >= 0 && directory == nullptr) {
+    const int reason = errno;
+    ::close(handle);
+    errno = reason;
+  }
+  return directory;
+}
+
+bool RemoveFilesOf(const AnsiStr& path) {
+  DIR* const directory = OpenDirectory(path);
+  if (directory == nullptr) return false;
   while (const dirent* const entry = ::readdir(directory)) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") ::unlinkat(::dirfd(directory), entry->d_name, 0);
   }
+  ::closedir(directory);
+  return true;
 }
 
 }  // namespace
@@ -94,7 +112,7 @@ bool AddUnfinished(const AnsiStr& path, UnfinishedType type) noexcept {
     return false;
   }
   const std::lock_guard lock(listMutex);
-  newest = new (memory) Entry{newest, path, type};
+  newest = new (memory) Entry{newest, path, type, ::getpid()};
   return true;
 }
 
@@ -117,10 +135,7 @@ bool RemoveWithFiles(const AnsiStr& directory) noexcept {
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
     if (::rmdir(directory.GetText()) == 0 || errno == ENOENT) return true;
     if (errno != ENOTEMPTY && errno != EEXIST) return false;
-    DIR* const opened = ::opendir(directory.GetText());
-    if (opened == nullptr) return errno == ENOENT;
-    RemoveFilesOf(opened);
-    ::closedir(opened);
+    if (!RemoveFilesOf(directory)) return errno == ENOENT;
   }
   return false;
 }

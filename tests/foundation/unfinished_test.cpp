@@ -97,6 +97,32 @@ TEST(RemoveUnfinishedFilesTest, FromThenOnNothingIsMade) {
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
+TEST(RemoveUnfinishedFilesTest, FromThenOnWhatWasMadeBeforeIsNotMadeAgain) {
+  const ScratchDirectory scratch;
+  EXPECT_TRUE(InChild([&] {
+    TempFile staged;
+    TempFile log;
+    const bool isMade = staged.CreateFor(scratch.FileOf("target")) && log.Create(scratch.FileOf("log"));
+    RemoveUnfinishedFiles();
+    FileWriter writer;
+    const bool isRefused = !writer.OpenDraft(staged.GetFile()) && !writer.OpenAppend(log.GetFile());
+    ::_exit(isMade && isRefused && scratch.CountEntries() == 0 ? 0 : 1);
+    return false;
+  }));
+  EXPECT_EQ(scratch.CountEntries(), 0U);
+}
+
+TEST(RemoveUnfinishedFilesTest, AChildLeavesTheFilesOfItsParent) {
+  const ScratchDirectory scratch;
+  TempFile log;
+  ASSERT_TRUE(log.Create(scratch.FileOf("log")));
+  EXPECT_TRUE(InChild([&] {
+    RemoveUnfinishedFiles();
+    return true;
+  }));
+  EXPECT_TRUE(Exists(log.GetPath()));
+}
+
 TEST(RemoveUnfinishedFilesTest, WhatOtherThreadsMakeMeanwhileGoesToo) {
   const ScratchDirectory scratch;
   EXPECT_TRUE(InChild([&] {
