@@ -77,6 +77,7 @@ void CertPool::Examine(PoolEntry& entry) {
   entry.hasWeakSignature = FindWeakSignature(entry.certificate) != nullptr;
   entry.end = Number(X509_get0_notAfter(entry.certificate));
   entry.key = NumberKey(entry.certificate);
+  entry.checkCost = GetCheckCost(X509_get0_pubkey(entry.certificate));
 }
 
 std::vector<PoolEntry>& CertPool::Find(const X509_NAME* subject) {

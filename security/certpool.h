@@ -26,6 +26,8 @@ struct PoolEntry {
   bool isDeadEnd = false;
   /// The same for all certificates of one key.
   std::size_t key = 0;
+  /// What a check of a signature with the key costs (see GetCheckCost).
+  std::uint32_t checkCost = 1;
   /// End of the validity; greater is later.
   std::int64_t end = 0;
 };

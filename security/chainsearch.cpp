@@ -9,10 +9,23 @@ namespace {
 
 constexpr const char* kSpent = "Too many certificates of the same name to find a chain";
 
+// Before it is checked a certificate is hashed, and its size is not ours to choose either.
+std::uint32_t GetHashCost(const X509* certificate) {
+  constexpr std::uint32_t kOctetsOfAUnit = 16 * 1024;
+  const int size = i2d_X509(certificate, nullptr);
+  return size > 0 ? static_cast<std::uint32_t>(size) / kOctetsOfAUnit : 0;
+}
+
 ChainVerdict Refusal(int code) {
   ChainVerdict verdict;
   verdict.code = code;
   verdict.text = X509_verify_cert_error_string(code);
+  return verdict;
+}
+
+ChainVerdict RefusalOfTheSearch() {
+  ChainVerdict verdict = Refusal(X509_V_ERR_UNSPECIFIED);
+  verdict.text = kSpent;
   return verdict;
 }
 
@@ -55,10 +68,18 @@ bool ChainSearch::HasSigned(const PoolEntry& issuer) {
   const auto place = std::make_pair(static_cast<const X509*>(path_.back()), issuer.key);
   const auto known = signatures_.find(place);
   if (known != signatures_.end()) return known->second;
-  if (signatures_.size() == kMostSignatures) return false;
+  if (work_ >= kMostWork) return false;
+  work_ += issuer.checkCost + GetHashCost(path_.back());
   const bool hasSigned = X509_verify(path_.back(), X509_get0_pubkey(issuer.certificate)) == 1;
   signatures_.emplace(place, hasSigned);
   return hasSigned;
+}
+
+// What OpenSSL checks again when it judges the path.
+std::uint32_t ChainSearch::GetPathCost() const {
+  std::uint32_t cost = 0;
+  for (std::size_t i = 0; i < tops_.size(); ++i) cost += tops_[i]->checkCost + GetHashCost(path_[i]);
+  return cost;
 }
 
 void ChainSearch::Push(PoolEntry& issuer) {
@@ -72,8 +93,12 @@ void ChainSearch::Pop() {
 }
 
 ChainSearch::Result ChainSearch::Judge() {
-  if (judged_ + path_.size() > kMostJudged) return Result::Spent;
+  const std::uint32_t cost = GetPathCost();
+  if (judged_ + path_.size() > kMostJudged || cost > kMostWork - std::min(work_, kMostWork)) {
+    return Result::Spent;
+  }
   judged_ += static_cast<std::uint32_t>(path_.size());
+  work_ += cost;
   ChainVerdict verdict = JudgePath(path_, rules_);
   const bool isVerified = verdict.code == X509_V_OK;
   if (isVerified || !wasJudged_) verdict_ = std::move(verdict);
@@ -82,7 +107,7 @@ ChainSearch::Result ChainSearch::Judge() {
 }
 
 ChainSearch::Result ChainSearch::TryIssuer(PoolEntry& issuer) {
-  if (steps_ == kMostSteps || signatures_.size() == kMostSignatures) return Result::Spent;
+  if (steps_ == kMostSteps || work_ >= kMostWork) return Result::Spent;
   ++steps_;
   if (!issuer.isSound || issuer.isDeadEnd || !FitsByName(issuer) || !HasSigned(issuer))
     return Result::DeadEnd;
@@ -112,10 +137,7 @@ ChainVerdict ChainSearch::Run() {
   Result result = Climb();
   if (result == Result::DeadEnd && rules_.allowPartialChain && isTrusted_) result = Judge();
   if (wasJudged_) return std::move(verdict_);
-  if (result != Result::Spent) return Explain();
-  ChainVerdict verdict = Refusal(X509_V_ERR_UNSPECIFIED);
-  verdict.text = kSpent;
-  return verdict;
+  return result == Result::Spent ? RefusalOfTheSearch() : Explain();
 }
 
 // Among the issuers of the top's name the one that a user would call the issuer: the one that signed it,
@@ -142,8 +164,7 @@ ChainVerdict ChainSearch::Explain() {
     if (issuer == nullptr) return ExplainDeadEnd();
     Push(*issuer);
   }
-  Judge();
-  return std::move(verdict_);
+  return Judge() == Result::Spent ? RefusalOfTheSearch() : std::move(verdict_);
 }
 
 ChainVerdict ChainSearch::ExplainDeadEnd() const {

@@ -13,15 +13,17 @@ namespace OruOssSec {
 /// paths are judged by OpenSSL; the search only proposes them and never accepts one by itself.
 ///
 /// The limits are far above what real lists need, where one issuer for each certificate fits nearly always;
-/// they bound the time that a store or message made for the purpose can cost to about a second or two.
+/// they bound the time that a store or message made for the purpose can cost to a few seconds. Whoever made
+/// it also chose its keys, and a check with one key can take a hundred times as long as with another, so
+/// checks are counted by what they cost.
 class ChainSearch {
  public:
   /// Certificates of a path, as in OpenSSL.
   static constexpr std::size_t kMostDepth = 100;
   /// Pairs of a certificate and a possible issuer that are looked at.
   static constexpr std::uint32_t kMostSteps = 1'000'000;
-  /// Signatures that are checked to see whether such a pair fits.
-  static constexpr std::uint32_t kMostSignatures = 10'000;
+  /// Cost of all checks of signatures, those in judged paths included, in units of GetCheckCost.
+  static constexpr std::uint32_t kMostWork = 10'000;
   /// Certificates of complete paths that are judged: a thousand paths of usual length.
   static constexpr std::uint32_t kMostJudged = 4'000;
 
@@ -46,6 +48,7 @@ class ChainSearch {
   bool IsOnPath(const PoolEntry& entry) const;
   bool FitsByName(const PoolEntry& issuer);
   bool HasSigned(const PoolEntry& issuer);
+  std::uint32_t GetPathCost() const;
   void Push(PoolEntry& issuer);
   void Pop();
   PoolEntry* FindFittest();
@@ -61,6 +64,7 @@ class ChainSearch {
   std::vector<PoolEntry*> tops_;  // the same without the first
   std::map<std::pair<const X509*, std::size_t>, bool> signatures_;
   std::uint32_t steps_ = 0;
+  std::uint32_t work_ = 0;
   std::uint32_t judged_ = 0;
   ChainVerdict verdict_;
   bool wasJudged_ = false;

@@ -1,4 +1,8 @@
 #include <gtest/gtest.h>
+#include <memory>
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
+#include <openssl/param_build.h>
 #include <openssl/x509_vfy.h>
 
 #include "security/certificate.h"
@@ -159,6 +163,46 @@ TEST(ChainSearch, FindsTheIssuerAmongThousandsOfKeysOfItsName) {
   for (int i = 0; i < 1000; ++i) trusted.push_back(Cert::SelfSign(spec, KeyPair::MakeEC()));
   Append(trusted, Good());
   EXPECT_EQ(VerifyInLargeStore(Get().leaf, trusted), "ok");
+}
+
+// A public key alone, with which a check takes ninety times as long as with a usual one: the exponent is as
+// long as the modulus. Nobody knows its private key, so it can stand in an issuer and nothing else.
+KeyPair MakeCostlyKey() {
+  using Number = std::unique_ptr<BIGNUM, decltype(&BN_free)>;
+  const Number modulus(BN_new(), BN_free);
+  const Number exponent(BN_new(), BN_free);
+  BN_rand(modulus.get(), 2048, BN_RAND_TOP_ONE, BN_RAND_BOTTOM_ODD);
+  BN_rand(exponent.get(), 2047, BN_RAND_TOP_ONE, BN_RAND_BOTTOM_ODD);
+  const std::unique_ptr<OSSL_PARAM_BLD, decltype(&OSSL_PARAM_BLD_free)> builder(OSSL_PARAM_BLD_new(),
+                                                                                OSSL_PARAM_BLD_free);
+  OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_RSA_N, modulus.get());
+  OSSL_PARAM_BLD_push_BN(builder.get(), OSSL_PKEY_PARAM_RSA_E, exponent.get());
+  const std::unique_ptr<OSSL_PARAM, decltype(&OSSL_PARAM_free)> parameters(
+      OSSL_PARAM_BLD_to_param(builder.get()), OSSL_PARAM_free);
+  const std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> context(
+      EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr), EVP_PKEY_CTX_free);
+  EVP_PKEY* key = nullptr;
+  EXPECT_EQ(EVP_PKEY_fromdata_init(context.get()), 1);
+  EXPECT_EQ(EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_PUBLIC_KEY, parameters.get()), 1);
+  return KeyPair(key);
+}
+
+// A chain of three, and possible issuers of its leaf that end later than the right one.
+std::string VerifyAmongCostlyIssuers(int count) {
+  CertSpec spec = Spec(CertSpec::Authority("costly"));
+  spec.hasSubjectKeyId = false;
+  const Identity issuer = Identity::MakeIssued(spec, Get().root, SharedKey(0));
+  std::vector<Cert> trusted = {issuer.certificate, Get().root.certificate};
+  spec.validity = kLonger;
+  for (int i = 0; i < count; ++i) trusted.push_back(Cert::Issue(spec, MakeCostlyKey(), Get().stranger));
+  spec = Spec(CertSpec::EndEntity("leaf"));
+  spec.hasAuthorityKeyId = false;
+  return VerifyInLargeStore(Cert::Issue(spec, Get().keys[3], issuer), trusted);
+}
+
+// Thousands of usual keys of one name are tried (see above); of these only a few hundred.
+TEST(ChainSearch, CountsChecksOfSignaturesByWhatTheyCost) {
+  EXPECT_EQ(VerifyAmongCostlyIssuers(400), "Too many certificates of the same name to find a chain");
 }
 
 // Authorities of two names with so many keys that each certified all of the other name.
