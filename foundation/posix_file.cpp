@@ -1,6 +1,7 @@
 #include "foundation/posix_file.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
 #include <string_view>
@@ -74,6 +75,14 @@ AnsiStr ParentOf(const AnsiStr& path) noexcept {
   const std::size_t slash = text.rfind('/');
   if (slash == std::string_view::npos) return ".";
   return slash == 0 ? AnsiStr("/") : AnsiStr(text.substr(0, slash));
+}
+
+AnsiStr AbsolutePath(const AnsiStr& path) noexcept {
+  char directory[PATH_MAX];
+  if (path.IsEmpty() || path.View().front() == '/' || ::getcwd(directory, sizeof directory) == nullptr)
+    return path;
+  const AnsiStr absolute = AnsiStr(directory) + "/" + path;
+  return absolute.GetLength() < PATH_MAX ? absolute : path;
 }
 
 }  // namespace OruGuiBase

@@ -30,8 +30,12 @@ bool WriteAll(int handle, const void* data, std::uint32_t size) noexcept;
 /// The directory that a path lies in: "." for a bare name.
 AnsiStr ParentOf(const AnsiStr& path) noexcept;
 
+/// The path from the root, so that it names the same file in any working directory. One that is absolute
+/// already, is empty or would be too long stays as it is.
+AnsiStr AbsolutePath(const AnsiStr& path) noexcept;
+
 /// Makes a private directory below the system's temporary directory and in it the file, for the owner alone.
-/// Lists both as unfinished. Gives the file's path, or the empty text on failure.
+/// Lists both as unfinished. Gives the file's path, or the empty string on failure.
 AnsiStr MakePrivateFile(const AnsiStr& name) noexcept;
 /// The system's temporary directory.
 AnsiStr TemporaryDirectory() noexcept;

@@ -47,9 +47,9 @@ namespace {
 
 // Makes a directory for the owner alone and lists it. The empty text on failure, with errno.
 AnsiStr MakePrivateDirectory(const AnsiStr& prefix) {
-  AnsiStr directory = TemporaryDirectory() + "/" + prefix + "-XXXXXX";
+  AnsiStr directory = AbsolutePath(TemporaryDirectory()) + "/" + prefix + "-XXXXXX";
   directory.Reserve(directory.GetLength());
-  // mkdtemp writes the name that it found into the text, which nobody shares.
+  // mkdtemp writes the name that it found into the string, which nobody shares.
   if (!IsUsablePath(directory) || ::mkdtemp(const_cast<char*>(directory.GetText())) == nullptr) return {};
   if (AddUnfinished(directory, UnfinishedType::Directory)) return directory;
   const int reason = errno;
@@ -97,7 +97,7 @@ bool TempFile::Create(const File& file) noexcept {
   if (!scope.IsOpen()) return FailWithErrno();
   const int handle = OpenHandle(file.GetPath(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOwnerOnly);
   if (handle < 0) return FailWithErrno();
-  Take(File(file.GetPath(), FilePrivacy::Staging));
+  Take(File(AbsolutePath(file.GetPath()), FilePrivacy::Staging));
   AddUnfinished(path_, UnfinishedType::File);
   if (CloseHandle(handle)) return true;
   FailWithErrno();
