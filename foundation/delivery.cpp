@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "foundation/posix_file.h"
+#include "foundation/reference.h"
 #include "foundation/unfinished_list.h"
 
 namespace OruGuiBase {
@@ -43,15 +44,48 @@ bool IsReplaceable(const AnsiStr& path, const struct stat& info) {
          ::faccessat(AT_FDCWD, path.GetText(), W_OK, AT_EACCESS) == 0 && !IsMounted(path) && !HasList(path);
 }
 
-// Room for more than five hundred entries of eight bytes.
-constexpr std::size_t kLargestList = 4096;
+ssize_t GetList(int handle, void* bytes, std::size_t size) {
+  return ::fgetxattr(handle, kList, bytes, size);
+}
+ssize_t GetList(const AnsiStr& path, void* bytes, std::size_t size) {
+  return ::lgetxattr(path.GetText(), kList, bytes, size);
+}
 
-bool ReadList(int handle, AnsiStr& list) {
-  char bytes[kLargestList];
-  const ssize_t size = ::fgetxattr(handle, kList, bytes, sizeof bytes);
+// Of an open file or of a path.
+template <typename Place>
+bool ReadList(const Place& place, AnsiStr& list) {
+  list.Clear();
+  const ssize_t size = GetList(place, nullptr, 0);
   if (size < 0) return IsWithoutList(errno);
-  list = AnsiStr(bytes, static_cast<std::uint32_t>(size));
-  return true;
+  const auto capacity = static_cast<std::uint32_t>(size);
+  void* const bytes = AllocParticle(capacity);
+  if (bytes == nullptr) {
+    errno = ENOMEM;
+    return false;
+  }
+  const ssize_t got = GetList(place, bytes, capacity);
+  const int reason = errno;
+  if (got >= 0) list = AnsiStr(static_cast<const char*>(bytes), static_cast<std::uint32_t>(got));
+  FreeParticle(capacity, bytes);
+  errno = reason;
+  return got >= 0 || IsWithoutList(reason);
+}
+
+// Setting a list sets the permission bits as well, so it must not be wider than the mode that comes after it.
+// The system's form: four bytes, then entries of eight, tag and permissions first, little-endian. A list with
+// more than three entries has a mask, which stands for the group.
+AnsiStr NarrowList(const AnsiStr& list, unsigned mode) {
+  constexpr std::uint32_t kHead = 4;
+  constexpr std::uint32_t kEntry = 8;
+  AnsiStr narrowed(list.GetText(), list.GetLength());
+  auto* const bytes = const_cast<char*>(narrowed.GetText());
+  const char group = list.GetLength() > kHead + 3 * kEntry ? 0x10 : 0x04;
+  for (std::uint32_t i = kHead; i + kEntry <= list.GetLength(); i += kEntry) {
+    if (bytes[i] == 0x01) bytes[i + 2] &= static_cast<char>(mode >> 6U & 7U);
+    if (bytes[i] == group) bytes[i + 2] &= static_cast<char>(mode >> 3U & 7U);
+    if (bytes[i] == 0x20) bytes[i + 2] &= static_cast<char>(mode & 7U);
+  }
+  return narrowed;
 }
 
 // A staging file may have got a list of its directory, which is for new files and not for replaced ones.
@@ -120,7 +154,11 @@ DeliveryWay JudgeTarget(const File& target, DeliveryTarget& judged) noexcept {
   judged.exists = ::lstat(path.GetText(), &info) == 0;
   if (!judged.exists) return errno == ENOENT && !path.IsEmpty() ? DeliveryWay::Replace : DeliveryWay::Failed;
   judged.access = {info.st_mode & kPermissions, info.st_gid, AnsiStr()};
-  if (target.IsPrivate()) return DeliveryWay::Replace;
+  if (target.IsPrivate()) {
+    // Whatever lies there now, this is for the owner alone.
+    judged.access.mode = kOwnerOnly;
+    return DeliveryWay::Replace;
+  }
   return IsReplaceable(path, info) ? DeliveryWay::Replace : DeliveryWay::InPlace;
 }
 
@@ -145,6 +183,22 @@ bool AskNewFile(const AnsiStr& path, FileAccess& access) noexcept {
   return isKnown;
 }
 
+// Who could not read at either time must not be able to afterwards. A list is compared as a whole.
+bool MeetsTarget(const AnsiStr& path, FileAccess& access) noexcept {
+  struct stat info {};
+  if (::lstat(path.GetText(), &info) != 0) return errno == ENOENT;
+  if (!S_ISREG(info.st_mode)) {
+    errno = S_ISDIR(info.st_mode) ? EISDIR : EEXIST;
+    return false;
+  }
+  AnsiStr list;
+  if (!ReadList(path, list)) return false;
+  access.mode &= info.st_mode;
+  if (info.st_uid == ::geteuid() && info.st_gid == access.group && list == access.list) return true;
+  errno = EBUSY;
+  return false;
+}
+
 // A file that cannot have the target's group would let in others than the target did.
 bool GiveGroup(int handle, const FileAccess& access) noexcept {
   struct stat info {};
@@ -153,15 +207,16 @@ bool GiveGroup(int handle, const FileAccess& access) noexcept {
 }
 
 bool GiveAccess(int handle, const FileAccess& access) noexcept {
-  return GiveGroup(handle, access) && GiveList(handle, access.list) && ::fchmod(handle, access.mode) == 0;
+  return GiveGroup(handle, access) && GiveList(handle, NarrowList(access.list, access.mode)) &&
+         ::fchmod(handle, access.mode) == 0;
 }
 
 int MakeStaging(const AnsiStr& target, AnsiStr& path) noexcept {
   const UnfinishedScope scope;
   if (!scope.IsOpen()) return -1;
-  path = ParentOf(target) + "/.orugui-XXXXXX";
+  path = AbsolutePath(ParentOf(target)) + "/.orugui-XXXXXX";
   path.Reserve(path.GetLength());
-  // mkostemp writes the name that it found into the text, which nobody shares.
+  // mkostemp writes the name that it found into the string, which nobody shares.
   const int handle = ::mkostemp(const_cast<char*>(path.GetText()), O_CLOEXEC);
   if (handle < 0 || AddUnfinished(path, UnfinishedType::File)) return handle;
   const int reason = errno;

@@ -28,6 +28,10 @@ DeliveryWay JudgeTarget(const File& target, DeliveryTarget& judged) noexcept;
 /// What a new file gets in the directory of `path`, which the process's mask, the directory's group and its
 /// default access list decide.
 bool AskNewFile(const AnsiStr& path, FileAccess& access) noexcept;
+/// Whether what is to replace a target may do so now that it is whole: the target may have changed since it
+/// was judged. Narrows `access` to what it lets now. EBUSY when its owner, group or list is another than
+/// `access` has, and when it is no regular file any more EEXIST or EISDIR.
+bool MeetsTarget(const AnsiStr& path, FileAccess& access) noexcept;
 /// Makes a file like those, but never wider than the handle's file was: the mode comes last.
 bool GiveAccess(int handle, const FileAccess& access) noexcept;
 bool GiveGroup(int handle, const FileAccess& access) noexcept;

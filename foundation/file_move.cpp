@@ -42,8 +42,9 @@ bool RenamePrivate(const File& source, const File& target, const DeliveryTarget&
   if (!judged.exists && !AskNewFile(target.GetPath(), access)) return false;
   const int handle = OpenRegular(source);
   if (handle < 0) return false;
+  const bool isMet = keepTarget || target.IsPrivate() || MeetsTarget(target.GetPath(), access);
   const bool done =
-      GiveAccessOrCopy(handle, access) && Rename(source.GetPath(), target.GetPath(), keepTarget);
+      isMet && GiveAccessOrCopy(handle, access) && Rename(source.GetPath(), target.GetPath(), keepTarget);
   const int reason = errno;
   if (!done) ::fchmod(handle, kOwnerOnly);
   CloseHandle(handle);

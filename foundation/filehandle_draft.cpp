@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -10,21 +9,6 @@
 #include "foundation/posix_file.h"
 
 namespace OruGuiBase {
-
-namespace {
-
-// What the target became meanwhile counts as well: nobody may read who could not at either time, and only a
-// file is replaced.
-bool MeetsTarget(const AnsiStr& path, FileAccess& access) {
-  struct stat info {};
-  if (::lstat(path.GetText(), &info) != 0) return errno == ENOENT;
-  access.mode &= info.st_mode;
-  if (S_ISREG(info.st_mode)) return true;
-  errno = S_ISDIR(info.st_mode) ? EISDIR : EEXIST;
-  return false;
-}
-
-}  // namespace
 
 bool FileWriter::OpenDraft(const File& file) noexcept {
   return OpenDraft(file, DraftOptions());
@@ -54,7 +38,7 @@ DeliveryWay FileWriter::BeginDraft(const AnsiStr& path, const DeliveryTarget& ta
   }
   handle_ = handle;
   draft_.Take(File(draft, FilePrivacy::Staging));
-  target_ = path;
+  target_ = AbsolutePath(path);
   keepTarget_ = options.keepTarget;
   if (options.mode >= 0) access_.mode = static_cast<std::uint32_t>(options.mode);
   if (GiveGroup(handle, access_)) return DeliveryWay::Replace;
@@ -66,7 +50,8 @@ DeliveryWay FileWriter::BeginDraft(const AnsiStr& path, const DeliveryTarget& ta
 
 // The mode comes last but one: until the name is right the owner alone may read.
 bool FileWriter::FinishDraft() noexcept {
-  const bool isReady = (MeetsTarget(target_, access_) && GiveAccess(handle_, access_)) || FailWithErrno();
+  const bool isReady =
+      ((keepTarget_ || MeetsTarget(target_, access_)) && GiveAccess(handle_, access_)) || FailWithErrno();
   const bool isClosed = CloseHandle(std::exchange(handle_, -1)) || (isReady && FailWithErrno());
   if (isReady && isClosed && (Rename(draft_.GetPath(), target_, keepTarget_) || FailWithErrno())) {
     draft_.GiveUp();

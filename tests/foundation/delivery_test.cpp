@@ -239,6 +239,21 @@ TEST_P(DeliveryTest, ANewFileGetsTheNamedUsersOfItsDirectorysList) {
   EXPECT_EQ(Look("target").st_mode & 0777U, Look("like any other").st_mode & 0777U);
 }
 
+// Six hundred named users: more than a page.
+TEST(DeliveryOfListsTest, ANewFileGetsALongListOfItsDirectory) {
+  const ScratchDirectory scratch("/dev/shm");
+  AccessList list = {{kOwner, 7}};
+  for (std::uint32_t user = 1; user <= 600; ++user) list.push_back({kUser, 4, user});
+  list.insert(list.end(), {{kGroup, 0}, {kMask, 7}, {kOthers, 0}});
+  if (!SetAccessList(scratch.GetPath(), kDefaultList, list)) {
+    GTEST_SKIP() << "the file system takes no such list: " << std::strerror(errno);
+  }
+  FileWriter writer;
+  EXPECT_TRUE(writer.OpenDraft(scratch.FileOf("target"))) << GetSystemErrorText().GetText();
+  EXPECT_TRUE(writer.Close());
+  EXPECT_GT(::getxattr((scratch / "target").c_str(), kAccessList, nullptr, 0), 4800);
+}
+
 // Its directory's list is for new files: one that was there without a list has none afterwards.
 TEST_P(DeliveryTest, AReplacedFileGetsNoListFromItsDirectory) {
   scratch_.MakeFile("target", "old");

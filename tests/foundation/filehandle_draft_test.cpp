@@ -9,6 +9,7 @@
 
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
+#include "tests/foundation/access_list.h"
 #include "tests/foundation/printing.h"
 #include "tests/foundation/scratch_directory.h"
 #include "tests/support/asnobody.h"
@@ -142,6 +143,27 @@ TEST_F(FileWriterDraftTest, ALaterNarrowerModeOfTheTargetIsKept) {
   ASSERT_EQ(::chmod((scratch_ / "target").c_str(), 0600), 0);
   ASSERT_TRUE(writer_.Close());
   EXPECT_EQ(ModeOf(AnsiStr(scratch_ / "target")), 0600);
+}
+
+TEST_F(FileWriterDraftTest, ALaterGroupOfTheTargetFailsTheClose) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file to any group";
+  scratch_.MakeFile("target", "old");
+  ASSERT_TRUE(Begin("target"));
+  ASSERT_EQ(::chown((scratch_ / "target").c_str(), 0, 1234), 0);
+  EXPECT_FALSE(writer_.Close());
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EBUSY));
+  EXPECT_EQ(Content("target"), "old");
+  EXPECT_EQ(FindDraft(), "");
+}
+
+TEST_F(FileWriterDraftTest, ALaterListOfTheTargetFailsTheClose) {
+  scratch_.MakeFile("target", "old");
+  ASSERT_TRUE(Begin("target"));
+  const AccessList list = {{kOwner, 6}, {kUser, 4, 1}, {kGroup, 0}, {kMask, 4}, {kOthers, 0}};
+  if (!SetAccessList(scratch_ / "target", kAccessList, list)) GTEST_SKIP() << std::strerror(errno);
+  EXPECT_FALSE(writer_.Close());
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(EBUSY));
+  EXPECT_EQ(Content("target"), "old");
 }
 
 TEST_F(FileWriterDraftTest, ALinkThatTookTheTargetsPlaceMeanwhileFailsTheClose) {

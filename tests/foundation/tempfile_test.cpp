@@ -267,6 +267,15 @@ TEST_F(SwappedFileTest, AFileOfSomebodyElseIsNotWritten) {
   EXPECT_EQ(ContentOf(temp_.GetFile()), "old");
 }
 
+TEST_F(SwappedFileTest, ContentThatIsMovedThereIsForTheOwnerAlone) {
+  scratch_.MakeFile(temp_.GetFile().GetTail().View(), "old");
+  ASSERT_EQ(::chmod(temp_.GetPath().GetText(), 0666), 0);
+  TempFile content;
+  content.Take(MakePrivate("a.tmp"));
+  ASSERT_TRUE(content.GetFile().Move(temp_.GetFile(), false));
+  EXPECT_EQ(ModeOf(temp_.GetPath()), 0600);
+}
+
 TEST_F(SwappedFileTest, AFIFOIsNotWaitedFor) {
   ASSERT_EQ(::mkfifo(temp_.GetPath().GetText(), 0600), 0);
   ExpectRefused();

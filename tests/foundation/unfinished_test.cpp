@@ -123,6 +123,21 @@ TEST(RemoveUnfinishedFilesTest, AChildLeavesTheFilesOfItsParent) {
   EXPECT_TRUE(Exists(log.GetPath()));
 }
 
+// The working directory may be another one at the end.
+TEST(RemoveUnfinishedFilesTest, FilesNamedFromTheWorkingDirectoryGoFromAnyOther) {
+  const ScratchDirectory scratch;
+  EXPECT_TRUE(InChild([&] {
+    FileWriter writer;
+    TempFile log;
+    const bool isBegun = ::chdir(scratch.GetPath().c_str()) == 0 && writer.OpenDraft(File("t")) &&
+                         log.Create(File("log")) && scratch.CountEntries() == 2 && ::chdir("/") == 0;
+    RemoveUnfinishedFiles();
+    ::_exit(isBegun ? 0 : 1);
+    return false;
+  }));
+  EXPECT_EQ(scratch.CountEntries(), 0U);
+}
+
 TEST(RemoveUnfinishedFilesTest, WhatOtherThreadsMakeMeanwhileGoesToo) {
   const ScratchDirectory scratch;
   EXPECT_TRUE(InChild([&] {
