@@ -48,6 +48,9 @@ Watch::Watch() {
   for (const int signal : kEndingSignals) {
     if (EndsTheProgram(signal)) sigaddset(&signals_, signal);
   }
+  for (int signal = StopSignal() + 1; signal <= SIGRTMAX; ++signal) {
+    if (EndsTheProgram(signal)) sigaddset(&signals_, signal);
+  }
   pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
   // A reader that has gone and a file that is too large show when they are written to; they must not end the
   // program before the directory is taken away.
