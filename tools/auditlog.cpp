@@ -119,7 +119,7 @@ ExitCode RunAuditLog(const AuditLogOptions& options) {
   report.Set("output", AnsiStr(options.output));
   const ExitCode code = Run(session, options);
   Tell(report, options, code);
-  return report.Finish(code);
+  return session.Finish(code);
 }
 
 }  // namespace CryptCli

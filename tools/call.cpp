@@ -136,7 +136,7 @@ ExitCode RunCall(const CallOptions& options) {
   Session session("call", options.session);
   session.GetReport().Set("name", AnsiStr(options.operation));
   const ExitCode code = isRead ? Call(session, options, arguments) : session.Fail(ExitCode::Usage, errorText);
-  return session.GetReport().Finish(code);
+  return session.Finish(code);
 }
 
 }  // namespace CryptCli

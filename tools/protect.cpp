@@ -50,6 +50,7 @@ class Run {
                             [&] { return work(client, File(AnsiStr(options_.source)), draft_.GetFile()); });
   }
 
+  ExitCode Finish(ExitCode code) { return session_.Finish(code); }
   Report& GetReport() { return session_.GetReport(); }
   ExitCode Fail(ExitCode code, const AnsiStr& errorText) { return session_.Fail(code, errorText); }
   ExitCode Deliver() {
@@ -96,7 +97,7 @@ ExitCode RunEncrypt(const ProtectOptions& options) {
   if (code == ExitCode::Success) {
     run.GetReport().Line(AnsiStr("Encrypted ") + AnsiStr(options.source) + " to " + AnsiStr(options.target));
   }
-  return run.GetReport().Finish(code);
+  return run.Finish(code);
 }
 
 ExitCode RunDecrypt(const ProtectOptions& options) {
@@ -126,7 +127,7 @@ ExitCode RunDecrypt(const ProtectOptions& options) {
     report.Line(AnsiStr("Decrypted ") + AnsiStr(options.source) + " to " + AnsiStr(options.target) + " (" +
                 DescribeOrigin(isSigned, isVerified) + ")");
   }
-  return report.Finish(code);
+  return run.Finish(code);
 }
 
 }  // namespace CryptCli

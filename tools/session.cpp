@@ -50,6 +50,10 @@ ExitCode Session::Watched(const char* label, const std::function<ExitCode()>& wo
   return code;
 }
 
+ExitCode Session::Finish(ExitCode code) {
+  return Watched("", [&] { return report_.Finish(code); });
+}
+
 ExitCode Session::Perform(const char* operation, const KVMap& arguments, KVMap& result) {
   Val value;
   AnsiStr errorText;

@@ -32,6 +32,8 @@ class Session {
   ExitCode Open();
   /// Does the work, with a sign of life on a terminal unless the label is empty.
   ExitCode Watched(const char* label, const std::function<ExitCode()>& work);
+  /// Writes the report, under the watch as well: a full pipe may let it wait for long.
+  ExitCode Finish(ExitCode code);
   /// Performs a named operation. Partial comes with a result and a warning, a failure with its reason.
   ExitCode Perform(const char* operation, const OruGuiBase::KVMap& arguments, OruGuiBase::KVMap& result);
 

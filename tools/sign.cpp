@@ -42,7 +42,7 @@ class Signing {
  public:
   explicit Signing(const SignOptions& options) : options_(options), session_("sign", options.session) {}
 
-  ExitCode Finish() { return session_.GetReport().Finish(Run()); }
+  ExitCode Finish() { return session_.Finish(Run()); }
 
  private:
   ExitCode Run() {

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <functional>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -58,7 +60,8 @@ TEST_F(WatchedCommand, AFileOrPipeShowsNothing) {
 }
 
 TEST_F(WatchedCommand, ASignalEndsItAndLeavesNothing) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGXCPU, SIGUSR1, SIGVTALRM}) {
+  for (const int signal :
+       {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGXCPU, SIGUSR1, SIGVTALRM, SIGRTMAX}) {
     // The integrity certificates are asked for when the content has been decrypted already.
     SlowDown(30000, "integrity");
     Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {"--trace", "1", Path("file.p7m"), Path("t")})});
@@ -111,6 +114,27 @@ TEST_F(WatchedCommand, ASignalLeavesNoStagingFile) {
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGTERM) << status;
   EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
+  EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+}
+
+// Its report waits for the reader of a pipe that is full.
+TEST_F(WatchedCommand, ASignalEndsItWhileItReports) {
+  ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
+  const int pipe = ::open(Path("pipe").c_str(), O_RDWR | O_NONBLOCK);
+  const std::string filling(4096, 'x');
+  while (::write(pipe, filling.data(), filling.size()) > 0) continue;
+  Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {Path("file.p7m"), Path("t")}), Path("pipe")});
+  EXPECT_TRUE(WaitFor([&] { return scratch_.Exists("t"); }));
+  std::this_thread::sleep_for(200ms);
+  process.Signal(SIGQUIT);
+  std::thread reader([&] {
+    std::this_thread::sleep_for(1s);
+    char bytes[4096];
+    while (::read(pipe, bytes, sizeof bytes) > 0) continue;
+  });
+  EXPECT_EQ(process.Wait(), 128 + SIGQUIT);
+  reader.join();
+  ::close(pipe);
   EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
 }
 
