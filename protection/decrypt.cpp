@@ -73,7 +73,8 @@ bool CryptClient::UnlockEnvelope(const CMSKeyTransRecipient& recipient, const Ro
 }
 
 // Sorts what the envelope held by its kind. Content that is no CMS message is plain content, not an error;
-// but content of which that is not known is not delivered as plain.
+// but content of which that is not known is not delivered as plain. A large envelope is known to be of
+// another type than those that are opened here.
 bool CryptClient::DeliverContent(TempFile& content, const RoomKey& roomKey, const File& target,
                                  bool& isSigned, bool& isVerified) noexcept {
   CMSMsg inner;

@@ -22,6 +22,7 @@ bool BerWalker::Refuse(const char* reason) noexcept {
 // What is beyond our limit may be a message all the same, so the bytes are not refused.
 bool BerWalker::FailTooLarge() noexcept {
   failed_ = true;
+  tooLarge_ = true;
   return FailWith(kTooLarge);
 }
 

@@ -47,6 +47,8 @@ class BerWalker {
   bool Finish() noexcept;
 
   bool IsFailed() const noexcept { return failed_; }
+  /// Whether the walk ended because more than kMaxTaken octets were to be taken.
+  bool IsTooLarge() const noexcept { return tooLarge_; }
   /// Ends the walk because the bytes are not what they have to be (BerReader::Refuse). Does nothing to a walk
   /// that has ended: an earlier failure may be that of the source.
   bool Refuse(const char* reason) noexcept;
@@ -72,6 +74,7 @@ class BerWalker {
   std::uint64_t end_;
   std::uint64_t taken_ = 0;
   bool failed_ = false;
+  bool tooLarge_ = false;
   std::uint32_t depth_ = 0;
   Level levels_[kMaxDepth] = {};
 };

@@ -26,12 +26,6 @@ bool AreSignersWithinLimits(CMS_ContentInfo* message) noexcept {
          FailWith("The message has too many certificates");
 }
 
-bool AreRecipientsWithinLimits(CMS_ContentInfo* message) noexcept {
-  return sk_CMS_RecipientInfo_num(CMS_get0_RecipientInfos(message)) <=
-             static_cast<int>(CMSLimits::kRecipients) ||
-         FailWith("The message has too many recipients");
-}
-
 }  // namespace
 
 CMSMsg::LoadResult ReadMessage(LoadedMessage& message) noexcept {
@@ -44,9 +38,8 @@ CMSMsg::LoadResult ReadMessage(LoadedMessage& message) noexcept {
     return result;
   result = ParseDetached(skeleton, message.cms);
   if (result != LoadResult::Loaded) return result;
-  const bool isWithin = skeleton.type == CMSMsg::Type::SignedData
-                            ? AreSignersWithinLimits(message.cms.get())
-                            : AreRecipientsWithinLimits(message.cms.get());
+  const bool isWithin =
+      skeleton.type != CMSMsg::Type::SignedData || AreSignersWithinLimits(message.cms.get());
   return isWithin ? LoadResult::Loaded : LoadResult::Unreadable;
 }
 

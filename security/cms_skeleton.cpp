@@ -119,6 +119,7 @@ bool ReadElements(BerReader& reader, CmsSkeleton& skeleton) noexcept {
   }
   walker.Leave();
   walker.Leave();
+  skeleton.isTooLarge = walker.IsTooLarge();
   return walker.Finish();
 }
 
@@ -127,7 +128,10 @@ bool ReadElements(BerReader& reader, CmsSkeleton& skeleton) noexcept {
 CMSMsg::LoadResult LoadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
   BerReader reader(source);
   if (ReadElements(reader, skeleton)) return CMSMsg::LoadResult::Loaded;
-  return reader.IsRefused() ? CMSMsg::LoadResult::NotAMessage : CMSMsg::LoadResult::Unreadable;
+  if (reader.IsRefused()) return CMSMsg::LoadResult::NotAMessage;
+  return skeleton.isTooLarge && skeleton.type == CMSMsg::Type::EnvelopedData
+             ? CMSMsg::LoadResult::LargeEnvelope
+             : CMSMsg::LoadResult::Unreadable;
 }
 
 bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {

@@ -37,6 +37,7 @@ struct CmsSkeleton {
   BerBuffer inner;   ///< Elements beside the content in that one.
   BerBuffer after;   ///< Elements of the body after it.
   bool hasContent = false;
+  bool isTooLarge = false;  ///< Beyond CMSLimits::kSkeleton, so that reading ended there.
   BerOctets content;
 };
 

@@ -18,6 +18,7 @@ struct CMSLimits {
   /// Signed attributes of one signer.
   static constexpr std::uint32_t kAttributes = 128;
   static constexpr std::uint32_t kCertificates = 256;
+  /// Of a message that is made. One that is read may have as many as fit into kSkeleton.
   static constexpr std::uint32_t kRecipients = 256;
 };
 

@@ -50,8 +50,9 @@ class ORUSEC_EXPORT CMSMsg {
   /// Why a message was loaded or not.
   enum class LoadResult : std::uint32_t {
     Loaded,
-    NotAMessage,  ///< the bytes were read and are not a message of the accepted form
-    Unreadable,   ///< they may be one: reading, memory or a limit of this class stood in the way
+    NotAMessage,    ///< the bytes were read and are not a message of the accepted form
+    Unreadable,     ///< they may be one: reading, memory or a limit of this class stood in the way
+    LargeEnvelope,  ///< an EnvelopedData by its type, beyond CMSLimits::kSkeleton and so read no further
   };
 
   /// Reads a message in BER or DER. It has to fill its file.

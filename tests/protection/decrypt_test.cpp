@@ -1,3 +1,4 @@
+#include "security/cmslimits.h"
 #include "tests/protection/decryptiontest.h"
 #include "tests/support/tracerecorder.h"
 
@@ -116,6 +117,26 @@ TEST_F(Decryption, DeliversAnEnvelopeInsideTheEnvelopeUnopened) {
   Protect(inner);
   ExpectDelivered(inner);
   EXPECT_EQ(road.Count("decryptRequest"), 1U);
+}
+
+// Limits bound what opening a message costs, and this one is not opened.
+TEST_F(Decryption, DeliversAnInnerEnvelopeWithHundredsOfRecipientsUnopened) {
+  const std::vector<CryptStand::Cert> recipients(OruOssSec::CMSLimits::kRecipients + 1, pki.room.certificate);
+  const std::string inner = MakeEnveloped("deeper", recipients);
+  Protect(inner);
+  ExpectDelivered(inner);
+}
+
+TEST_F(Decryption, DeliversAnInnerEnvelopeLargerThanTheLimitUnopened) {
+  // Indefinite lengths around a SET of one recipient of 16 MiB and an empty EncryptedContentInfo.
+  using namespace std::string_literals;
+  const std::string inner =
+      "\x30\x80\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x03\xA0\x80\x30\x80\x02\x01\x00"
+      "\x31\x84\x01\x00\x00\x06\xA5\x84\x01\x00\x00\x00"s +
+      std::string(std::size_t{16} << 20, 'x') +
+      "\x30\x0D\x06\x09\x2A\x86\x48\x86\xF7\x0D\x01\x07\x01\x30\x00\x00\x00\x00\x00\x00\x00"s;
+  Protect(inner);
+  ExpectDelivered(inner);
 }
 
 TEST_F(Decryption, DeliversAMessageOfAnotherKindUnopened) {

@@ -90,12 +90,14 @@ std::string WithRecipients(std::size_t count) {
              Hex("06092A864886F70D010703") + Tlv(0xA0, Tlv(0x30, Hex("020100") + Tlv(0x31, all) + content)));
 }
 
-TEST_F(CmsLimitsTest, RecipientsOfAMessage) {
-  ExpectLoaded(WithRecipients(CMSLimits::kRecipients));
+TEST_F(CmsLimitsTest, RecipientsOfAMessageAreLimitedByItsSizeAlone) {
+  ExpectLoaded(WithRecipients(CMSLimits::kRecipients + 1));
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSKeyTransRecipient> recipients;
   ASSERT_TRUE(message_.GetRecipients(recipients)) << GetReason();
-  EXPECT_EQ(recipients.GetCount(), CMSLimits::kRecipients);
-  ExpectRefused(WithRecipients(CMSLimits::kRecipients + 1), "The message has too many recipients");
+  EXPECT_EQ(recipients.GetCount(), CMSLimits::kRecipients + 1);
+  const std::string bytes = WithRecipients(CMSLimits::kSkeleton / 16);
+  EXPECT_EQ(message_.TryLoad(scratch_.Make("message", bytes)), LoadResult::LargeEnvelope);
+  EXPECT_EQ(GetReason(), "The message without its content is too large");
 }
 
 // A message is made within the limits too, so that what was written can be read.
