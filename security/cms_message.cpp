@@ -1,5 +1,6 @@
 #include "security/cms_message.h"
 
+#include "security/cms_signingtimes.h"
 #include "security/cms_types.h"
 #include "security/failure.h"
 
@@ -36,6 +37,9 @@ CMSMsg::LoadResult ReadMessage(LoadedMessage& message) noexcept {
   if (!GetContentTypeName(skeleton.oid, message.typeName)) return LoadResult::NotAMessage;
   if (skeleton.type != CMSMsg::Type::SignedData && skeleton.type != CMSMsg::Type::EnvelopedData)
     return result;
+  if (skeleton.type == CMSMsg::Type::SignedData && !AreSigningTimesReadable(skeleton)) {
+    return LoadResult::Unreadable;
+  }
   result = ParseDetached(skeleton, message.cms);
   if (result != LoadResult::Loaded) return result;
   const bool isWithin =

@@ -111,6 +111,20 @@ TEST_F(Decryption, RefusesAnEnvelopeWithSeveralRecipientsBeforeItAsksAnyone) {
   EXPECT_EQ(road.http.GetRequestCount(), 0U);
 }
 
+// It is neither a message whose signature could be checked nor plain content.
+TEST_F(Decryption, DeliversNoSignedMessageWhoseSigningTimeCannotBeRead) {
+  TestSupport::SignerSpec signer;
+  signer.identity = pki.integrity;
+  signer.signingTime = 1'275'393'600;
+  std::string inner = TestSupport::MakeSigned(kPlain, {signer});
+  const std::size_t place = inner.find("100601120000Z");
+  ASSERT_NE(place, std::string::npos);
+  inner.replace(place, 13, "nonsense time");
+  Protect(inner);
+  ExpectNothingDelivered();
+  EXPECT_EQ(Error(), "Could not decrypt file: The signing time of a signer cannot be read");
+}
+
 TEST_F(Decryption, RefusesAnEnvelopeWithHundredsOfRecipientsLikeOneWithTwo) {
   const std::vector<CryptStand::Cert> recipients(OruOssSec::CMSLimits::kRecipients + 1, pki.room.certificate);
   scratch.Make("protected.bin", MakeEnveloped(kPlain, recipients));
