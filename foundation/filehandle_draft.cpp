@@ -31,13 +31,13 @@ DeliveryWay FileWriter::BeginDraft(const AnsiStr& path, const DeliveryTarget& ta
                                    const DraftOptions& options) noexcept {
   access_ = target.access;
   if (!target.exists && !AskNewFile(path, access_)) return DeliveryWay::Failed;
-  AnsiStr draft;
-  const int handle = MakeStaging(path, draft);
+  AnsiStr staging;
+  const int handle = MakeStaging(path, staging);
   if (handle < 0) {
     return target.exists && IsRefusalOfDirectory(errno) ? DeliveryWay::InPlace : DeliveryWay::Failed;
   }
   handle_ = handle;
-  draft_.Take(File(draft, FilePrivacy::Staging));
+  draft_.Take(File(staging, FilePrivacy::Staging));
   target_ = AbsolutePath(path);
   keepTarget_ = options.keepTarget;
   if (options.mode >= 0) access_.mode = static_cast<std::uint32_t>(options.mode);

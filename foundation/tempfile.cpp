@@ -45,7 +45,7 @@ AnsiStr TemporaryDirectory() noexcept {
 
 namespace {
 
-// Makes a directory for the owner alone and lists it. The empty text on failure, with errno.
+// Makes a directory for the owner alone and lists it. The empty string on failure, with errno.
 AnsiStr MakePrivateDirectory(const AnsiStr& prefix) {
   AnsiStr directory = AbsolutePath(TemporaryDirectory()) + "/" + prefix + "-XXXXXX";
   directory.Reserve(directory.GetLength());
