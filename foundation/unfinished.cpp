@@ -47,7 +47,7 @@ void RemoveEntry(const Entry& entry) {
   }
 }
 
-// Where a file is being made on a file system that does not answer, the others must not wait for it forever.
+// Where a file is being made on a file system that hangs, the others must not wait for it forever.
 bool CloseGate() {
   isClosed = true;
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
