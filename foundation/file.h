@@ -46,7 +46,7 @@ class ORUGUI_EXPORT Directory : public DirectoryEntry {
 /// Whether a file is this process's own, made for nobody else's eyes, and what goes with it.
 enum class FilePrivacy : std::uint8_t {
   None,       ///< like any other file
-  Staging,    ///< lies beside the target that it is to become
+  Staging,    ///< lies among files of others, such as beside the target that it is to become
   Directory,  ///< lies in a directory of its own
 };
 
@@ -90,7 +90,8 @@ class ORUGUI_EXPORT File : public DirectoryEntry {
   /// cannot be removed after it was copied is a failure too: the content then lies whole at both places.
   /// `keepTarget` true refuses a target that exists. A private file gets mode, group and access list of the
   /// file that it replaces, or those of a new file; any other keeps its own where it is renamed, and its mode
-  /// where it is copied.
+  /// where a copy replaces the target. A target that is written in place keeps what it has. A private file
+  /// that is not as it was made, and a target that changed meanwhile, are failures (FileWriter::OpenDraft).
   bool Move(const File& target, bool keepTarget) const noexcept;
   /// Removes the file. `mayBeMissing` makes a file that is not there a success.
   bool Remove(bool mayBeMissing) const noexcept;

@@ -69,7 +69,8 @@ class ORUGUI_EXPORT FileWriter {
   FileWriter& operator=(const FileWriter&) = delete;
   ~FileWriter();
 
-  /// Makes the file or empties it.
+  /// Makes the file or empties it. A private file is not made: it must be there as it was made, a regular file
+  /// of this user with one name and for the owner alone (ESTALE, or the reason of opening it).
   bool Open(const File& file) noexcept;
   bool OpenAppend(const File& file) noexcept;
   /// Begins a staging file beside the file, for the owner alone, which takes the file's place, mode and group
@@ -77,7 +78,8 @@ class ORUGUI_EXPORT FileWriter {
   /// other in its directory gets. A file that cannot be replaced, or has nothing to lose, is written in place
   /// instead: an empty one, a link, one with several names, of another owner or of a group that cannot be
   /// given, one with an access list or mounted in its place, one in a directory that takes no new files, and
-  /// what is no regular file. So is a private file, which nobody else sees.
+  /// what is no regular file. So is a private file, as Open does it: it becomes something else by File::Move.
+  /// A target whose owner, group or access list changed meanwhile makes Close fail with EBUSY.
   bool OpenDraft(const File& file) noexcept;
   bool IsOpen() const noexcept { return handle_ >= 0; }
   /// Reserves room where the file system can, so that a full disk shows at once; true when it cannot. The
