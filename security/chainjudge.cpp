@@ -36,6 +36,15 @@ STACK_OF(X509) * FindBySubject(X509_STORE_CTX* context, const X509_NAME* subject
   return found.release();
 }
 
+// OpenSSL ends a chain where it sees fit; what was judged has to be the path, certificate by certificate.
+bool IsPath(const STACK_OF(X509) * chain, const ChainPath& path) {
+  if (sk_X509_num(chain) != static_cast<int>(path.size())) return false;
+  for (std::size_t i = 0; i < path.size(); ++i) {
+    if (sk_X509_value(chain, static_cast<int>(i)) != path[i]) return false;
+  }
+  return true;
+}
+
 void Refuse(ChainVerdict& verdict, int code, const char* text) {
   verdict.chain.reset();
   verdict.code = code;
@@ -89,7 +98,12 @@ ChainVerdict JudgePath(ChainPath& path, const ChainRules& rules) noexcept {
     if (isVerified && verdict.chain == nullptr) verdict.code = X509_V_ERR_OUT_OF_MEM;
   }
   verdict.text = X509_verify_cert_error_string(verdict.code);
-  if (verdict.code == X509_V_OK) CheckStrength(verdict);
+  if (verdict.code != X509_V_OK) return verdict;
+  if (IsPath(verdict.chain.get(), path)) {
+    CheckStrength(verdict);
+  } else {
+    Refuse(verdict, X509_V_ERR_UNSPECIFIED, X509_verify_cert_error_string(X509_V_ERR_UNSPECIFIED));
+  }
   return verdict;
 }
 
