@@ -18,9 +18,10 @@ class ORUSEC_EXPORT CertStore {
 
   /// Adds the certificates of a text: any number of PEM blocks, or base64 DER certificates separated by blank
   /// lines. Other text around PEM blocks is passed over (RFC 7468, section 2); where there is no block,
-  /// everything has to be a certificate. No certificate at all is a success; anything that cannot be read
-  /// fails whole and adds nothing. `count` may be null; otherwise it receives the number of certificates
-  /// read.
+  /// everything has to be a certificate. Base64 beside blocks needs a blank line or a block before it:
+  /// directly under a line of other text it is a part of that text and passed over like it. No certificate at
+  /// all is a success; anything that cannot be read fails whole and adds nothing. `count` may be null;
+  /// otherwise it receives the number of certificates read.
   bool Load(const OruGuiBase::AnsiStr& text, unsigned int* count) noexcept;
   /// Adds one certificate; one that is there already is not added twice. An empty one is a failure.
   bool Add(const Certificate& certificate) noexcept;

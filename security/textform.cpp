@@ -22,8 +22,10 @@ void SkipWhite(std::string_view& text) {
   text.remove_prefix(first == std::string_view::npos ? text.size() : first);
 }
 
+// White space within a line: what FindsBlock passes over before a block.
 void SkipBlanks(std::string_view& text) {
-  while (text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
+  const auto first = text.find_first_not_of(" \t\f\v");
+  text.remove_prefix(first == std::string_view::npos ? text.size() : first);
 }
 
 // Takes the next line with the first of its line end, so that CRLF reads as a line and an empty rest of one.
@@ -73,7 +75,7 @@ bool FindsBlock(std::string_view text) {
   return false;
 }
 
-// Whether a line of dashes is what is left of the first line of a block, or a last line without a first one.
+// Whether a line of dashes is a part of the first line of a block, or a last line without a first one.
 // Other lines of dashes are ornaments.
 bool IsCutBoundary(std::string_view line) {
   line.remove_prefix(kDashes.size());

@@ -79,6 +79,16 @@ TEST(CertStoreLoad, PassesOverTextAroundBlocks) {
 }
 
 // A text without certificates loads none and is no failure.
+TEST(CertStoreLoad, ReadsABlockBehindAnyWhiteSpaceOfItsLine) {
+  for (const char* white : {" ", "\t", "\f", "\v", " \f\t\v"}) {
+    CertStore store;
+    unsigned int count = 0;
+    EXPECT_TRUE(store.Load(ToText("# note\n" + std::string(white) + Sample(0).ToPEM()), &count))
+        << GetReason();
+    EXPECT_EQ(count, 1U) << CryptStand::ToHex(white);
+  }
+}
+
 TEST(CertStoreLoad, TakesATextWithoutCertificates) {
   for (const char* text : {"", " ", "\r\n\r\n\t"}) {
     CertStore store;
