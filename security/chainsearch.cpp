@@ -48,13 +48,15 @@ bool ChainSearch::IsComplete() const {
   return IsTopTrusted() && (IsTopSelfSigned() || (rules_.allowPartialChain && path_.size() > 1));
 }
 
-// The path over another certificate of the same name and key would be longer and no better.
+// The path over another certificate of the same name and key would be longer and no better, except when the
+// caller prefers the issuer at its beginning.
 bool ChainSearch::IsOnPath(const PoolEntry& entry) const {
-  return X509_cmp(path_.front(), entry.certificate) == 0 ||
-         std::any_of(tops_.begin(), tops_.end(), [&entry](const PoolEntry* top) {
-           return top->key == entry.key && X509_NAME_cmp(X509_get_subject_name(top->certificate),
-                                                         X509_get_subject_name(entry.certificate)) == 0;
-         });
+  const auto isEqual = [this, &entry](const PoolEntry* top) {
+    if (top == tops_.front() && top->isPreferred) return top == &entry;
+    return top->key == entry.key && X509_NAME_cmp(X509_get_subject_name(top->certificate),
+                                                  X509_get_subject_name(entry.certificate)) == 0;
+  };
+  return X509_cmp(path_.front(), entry.certificate) == 0 || std::any_of(tops_.begin(), tops_.end(), isEqual);
 }
 
 bool ChainSearch::FitsByName(const PoolEntry& issuer) {

@@ -111,6 +111,19 @@ TEST(ChainSearch, TakesThePreferredIssuerThoughAnotherEndsLater) {
   }
 }
 
+// A root that was renewed with its key and names the certificate before it as its issuer stands below that
+// one.
+TEST(ChainSearch, TakesThePreferredIssuerBelowAnotherOfItsNameAndKey) {
+  const Identity before = Identity::MakeRoot(Spec(CertSpec::Authority("issuing")), Get().keys[2]);
+  CertSpec spec = Spec(CertSpec::Authority("issuing"));
+  spec.hasAuthorityKeyId = false;
+  spec.extensions = {{"authorityKeyIdentifier", "issuer:always"}};
+  const Cert renewed = Cert::Issue(spec, Get().keys[2], before);
+  ASSERT_NE(X509_self_signed(renewed.Get0(), 0), 1);
+  EXPECT_TRUE(IsSame(FindIssuer({before.certificate, renewed}, {renewed}), renewed));
+  EXPECT_TRUE(IsSame(FindIssuer({before.certificate, renewed}, {}), before.certificate));
+}
+
 TEST(ChainSearch, TakesAnotherIssuerWhenThePreferredLeadsNowhere) {
   const Cert crossed = Decoys("issuing", Get().keys[2], Get().stranger, 1)[0];
   std::vector<Cert> trusted = Good();
