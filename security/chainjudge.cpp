@@ -11,7 +11,7 @@ ChainPath& PathOf(X509_STORE_CTX* context) {
   return *static_cast<ChainPath*>(X509_STORE_CTX_get_app_data(context));
 }
 
-// Answers OpenSSL's question for an issuer with the next certificate of the path, so that its own way of
+// Gives OpenSSL the next certificate of the path as the issuer, so that its own way of
 // choosing among several, which differs between its versions, never matters.
 int GetNext(X509** issuer, X509_STORE_CTX* context, X509* subject) {
   const ChainPath& path = PathOf(context);

@@ -8,7 +8,7 @@ namespace OruOssSec {
 
 using ChainPath = std::vector<X509*>;
 
-/// Tells a context the time and the kind of chain. No other limit of OpenSSL's configuration applies.
+/// Sets the time and the type of chain in a context. No other limit of OpenSSL's configuration applies.
 void SetChainParameters(X509_VERIFY_PARAM* parameters, const ChainRules& rules) noexcept;
 
 /// Verifies exactly this path, from its first certificate to its last, which is trusted. What is too weak by

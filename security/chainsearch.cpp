@@ -158,7 +158,7 @@ PoolEntry* ChainSearch::FindFittest() {
   return best;
 }
 
-// No path consisted of sound certificates alone: builds the one that comes nearest and tells what is wrong
+// No path consisted of sound certificates alone: builds the one that comes nearest and says what is wrong
 // with it.
 ChainVerdict ChainSearch::Explain() {
   while (!IsComplete()) {

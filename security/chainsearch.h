@@ -18,7 +18,7 @@ namespace OruOssSec {
 /// checks are counted by what they cost.
 class ChainSearch {
  public:
-  /// Certificates of a path, as in OpenSSL.
+  /// Certificates of a path; OpenSSL's own limit is a little higher.
   static constexpr std::size_t kMostDepth = 100;
   /// Pairs of a certificate and a possible issuer that are looked at.
   static constexpr std::uint32_t kMostSteps = 1'000'000;

@@ -12,8 +12,9 @@ namespace OruOssSec {
 // to OpenSSL's parser; only the content can be large.
 //
 //   message    = SEQUENCE { OID, [0] { body } }, which fills its source
-//   body       = signed | enveloped | digested | data | one element of any type for every other OID, passed
-//   over signed     = SEQUENCE { "version INTEGER", "digestAlgorithms SET",
+//   body       = signed | enveloped | digested | data | other
+//   other      = one element of any type, passed over, for every other OID
+//   signed     = SEQUENCE { "version INTEGER", "digestAlgorithms SET",
 //                           SEQUENCE { OID, [0] { OCTET STRING } OPTIONAL },
 //                           "certificates [0]" OPTIONAL, "crls [1]" OPTIONAL, "signerInfos SET" }     (5.1)
 //   enveloped  = SEQUENCE { "version INTEGER", "originatorInfo [0]" OPTIONAL, "recipientInfos SET",

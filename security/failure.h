@@ -13,10 +13,10 @@ class OpenSSLScope {
   OpenSSLScope& operator=(const OpenSSLScope&) = delete;
 };
 
-/// Records `reason` as the reason of the failure under way and returns false. A reason recorded before
+/// Records `reason` as the reason of the present failure and returns false. A reason recorded before
 /// stands: the innermost cause is the one that the user reads.
 bool FailWith(const char* reason) noexcept;
-/// The same for memory that cannot be had: the system's code for it, ENOMEM.
+/// The same for memory that is not available: the system's code for it, ENOMEM.
 bool FailWithoutMemory() noexcept;
 /// The same with OpenSSL's own most useful reason, in words; `fallback` when its queue says nothing.
 bool FailWithOpenSSL(const char* fallback) noexcept;

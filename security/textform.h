@@ -23,9 +23,9 @@ struct TextObject {
 /// plain base64 that end at a blank line or a PEM block. Lines end in LF, CRLF or CR. Encrypted blocks and
 /// blocks with headers are refused.
 ///
-/// In a text with at least one block, other text around the blocks is an explanation and passed over (RFC
+/// In a string with at least one block, text around the blocks is an explanation and passed over (RFC
 /// 7468, section 2); a run of lines beside the blocks is read as an object when it begins with "MII", as
-/// base64 of every certificate does. In a text without a block everything has to be an object.
+/// base64 of every certificate does. In a string without a block everything has to be an object.
 class TextObjectReader {
  public:
   enum class Step { Object, End, Failure };

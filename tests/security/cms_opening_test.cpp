@@ -214,8 +214,8 @@ std::vector<BlockRow> MakeBadRows(const std::string& good) {
 }
 
 // Whether the block was good must not show: a wrong private key, a bad block and a block or key of a wrong
-// length are taken alike and fail alike, in the content. Newer versions of OpenSSL answer a bad block with a
-// key of their own, of any length.
+// length are taken alike and fail alike, in the content. Newer versions of OpenSSL return a key of their
+// own for a bad block, of any length.
 TEST_F(CmsOpeningTest, WrongKeyBadBlockAndBadLengthFailInOneAndTheSameWay) {
   const std::string good = GetEncryptedKey();
   const std::string serial = GetSerial();
