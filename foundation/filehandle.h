@@ -69,8 +69,8 @@ class ORUGUI_EXPORT FileWriter {
   FileWriter& operator=(const FileWriter&) = delete;
   ~FileWriter();
 
-  /// Makes the file or empties it. A private file is not made: it must be there as it was made, a regular file
-  /// of this user with one name and for the owner alone (ESTALE, or the reason of opening it).
+  /// Makes the file or empties it. A private file is not made: it must be there as it was made, a regular
+  /// file of this user with one name and for the owner alone (ESTALE, or the reason of opening it).
   bool Open(const File& file) noexcept;
   bool OpenAppend(const File& file) noexcept;
   /// Begins a staging file beside the file, for the owner alone, which takes the file's place, mode and group
