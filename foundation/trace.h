@@ -24,7 +24,7 @@ class ITraceSink {
 
 /// Installs the sink of the process; null takes it away. Events below `leastLevel` are not even formatted.
 /// Levels: 1 an HTTP request line, 2 bodies and other long texts, 4 errors. The sink must outlive its
-/// installation and any event under way. A sink that is still installed when the process exits gets events
+/// installation and any event in progress. A sink that is still installed when the process exits gets events
 /// until the last static object is gone, those of the library's own unloading among them.
 ORUGUI_EXPORT void SetTraceSink(ITraceSink* sink, std::uint32_t leastLevel) noexcept;
 
