@@ -7,7 +7,7 @@
 namespace OruOssSec {
 namespace {
 
-// What a type costs of which nothing more is known: curves of 571 bits and DSA of 10,000 bits cost less.
+// What a type costs of which nothing more is known; curves of 571 bits cost half of it.
 constexpr std::uint32_t kUnknownCost = 100;
 
 std::uint32_t GetExponentBits(const EVP_PKEY* key) noexcept {
