@@ -112,13 +112,15 @@ bool Draft::CheckTarget(const std::string& target, AnsiStr& errorText) {
 }
 
 bool Draft::CheckFile(const std::string& target, AnsiStr& errorText) {
+  // It is written itself, as it is open already, and loses nothing.
+  if (isStandardOutput_) return true;
   if (!replace_) {
     errorText = Reason("write", target, kExists);
     return false;
   }
-  // A link stays a link: what it names is replaced. Standard output is written itself, as it is open already.
+  // A link stays a link: what it names is replaced.
   std::error_code code;
-  if (!isStandardOutput_) target_ = std::filesystem::canonical(target, code).string();
+  target_ = std::filesystem::canonical(target, code).string();
   if (code) errorText = Reason("write", target, SystemText(code.value()));
   return !code;
 }

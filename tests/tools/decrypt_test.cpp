@@ -113,7 +113,7 @@ TEST_F(Decrypt, StandardOutputTakesTheContentAlone) {
 
 TEST_F(Decrypt, AFileAsStandardOutputIsNotWrittenOver) {
   std::string line = "(echo before; '" CRYPTCLI_COMMAND "'";
-  for (const std::string& argument : Arguments("decrypt", {"--force", Path("file.p7m"), "/dev/stdout"}))
+  for (const std::string& argument : Arguments("decrypt", {Path("file.p7m"), "/dev/stdout"}))
     line += " '" + argument + "'";
   const Finished finished = RunProcess({"/bin/sh", {"-c", line + ") > '" + Path("out") + "'"}});
   EXPECT_EQ(finished.code, 0) << finished.errors;
