@@ -35,7 +35,7 @@ class DeliveryTest : public testing::TestWithParam<Way> {
   void SetUp() override {
     if (GetParam() == Way::MovedAcross && !fs::is_directory("/dev/shm")) GTEST_SKIP() << "no /dev/shm";
     if (GetParam() == Way::MovedFromWithoutLists && !MountWithoutLists())
-      GTEST_SKIP() << "only root can mount";
+      GTEST_SKIP() << "no mount of our own: not root, or in a chroot";
   }
   void TearDown() override {
     if (isMounted_) ::umount2(mounted_.GetPath().c_str(), MNT_DETACH);
