@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "bench/cannedservice.h"
+#include "bench/canned_service.h"
 #include "foundation/ansistr.h"
 #include "foundation/kvmap.h"
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "exchange/icryptclienthttp.h"
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 
 namespace Bench {
 

@@ -103,7 +103,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   CRYPTCLI_EXPORT static OruGuiBase::KVMap GetKeyHandle(const OruGuiBase::AnsiStr& id,
                                                         const OruGuiBase::AnsiStr& subId) noexcept;
 
-  // ---- Group and key store (exchange/groupcommands.cpp): commands that the first key server to answer well
+  // ---- Group and key store (exchange/group_commands.cpp): commands that the first key server to answer well
   // carries out.
 
   /// Sets up a group on the key servers. The arrays hold certificates and URLs as text and go out as they
@@ -123,7 +123,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   /// Removes the key that the handle `key` names from the group's key store.
   CRYPTCLI_EXPORT bool DeleteKey(const OruGuiBase::AnsiStr& group, const OruGuiBase::KVMap& key) noexcept;
 
-  // ---- Wrapped keys (exchange/wrappedkeys.cpp)
+  // ---- Wrapped keys (exchange/wrapped_keys.cpp)
 
   /// Has a room key made and wrapped for the certificates, each a text. `wrappedKey` is left alone on
   /// failure.
@@ -142,7 +142,7 @@ class CryptClient final : public OruOssSec::ISignHash {
                                   const OruGuiBase::Array<OruGuiBase::Val>& keys,
                                   OruGuiBase::Array<OruGuiBase::Val>& result) noexcept;
 
-  // ---- Audit log (exchange/auditlog.cpp)
+  // ---- Audit log (exchange/audit_log.cpp)
 
   /// Merges the group's audit logs of all key servers into one CSV file in the temporary directory and gives
   /// its name. True with some servers' logs missing is possible: GetErrorMessage() then tells the last one's
@@ -207,7 +207,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   static bool NextKeyServer(KeyServerCursor& cursor) noexcept;
   static KeyServerCursor MakeCursor(const ValArray& servers) noexcept;
 
-  // ---- HTTP exchange (exchange/http.cpp, exchange/httpjson.cpp)
+  // ---- HTTP exchange (exchange/http.cpp, exchange/http_json.cpp)
   bool HttpRequest(const char* method, const AnsiStr& url, const KVMap& headers, const AnsiStr& body,
                    const HttpOptions& options, HttpResponse& response) noexcept;
   bool HttpGet(const AnsiStr& url, const KVMap& headers, AnsiStr& body) noexcept;
@@ -247,7 +247,7 @@ class CryptClient final : public OruOssSec::ISignHash {
                         const AnsiStr& fourth) noexcept;
   bool FetchAuthzToken(KeyServerCommand command, const AnsiStr& id, const KVMap& key) noexcept;
 
-  // ---- Wrapped keys (exchange/wrappedkeys.cpp)
+  // ---- Wrapped keys (exchange/wrapped_keys.cpp)
   bool KeyServerGenerateWrappedKey(const AnsiStr& room, const ValArray& certificates,
                                    RoomKey& roomKey) noexcept;
   bool KeyServerModifyWrappedKey(const AnsiStr& room, const ValArray& certificates, const AnsiStr& wrappedKey,
@@ -257,7 +257,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   static bool ForEachKey(const ValArray& keys, const char* name, ValArray& result,
                          FunctionRef<bool(const AnsiStr& data, AnsiStr& outcome)> work) noexcept;
 
-  // ---- Group and key store (exchange/groupcommands.cpp)
+  // ---- Group and key store (exchange/group_commands.cpp)
   bool KeyServerConfigGroup(const AnsiStr& group, const AnsiStr& groupName, const AnsiStr& ownerGroup,
                             const ValArray& rootCertificates, const ValArray& issuingCertificates,
                             const ValArray& crlUrls) noexcept;
@@ -267,7 +267,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   bool KeyServerDeleteKey(const AnsiStr& group, const KVMap& key) noexcept;
   bool RunGroupCommand(const KeyServerRequest& request) noexcept;
 
-  // ---- Audit log (exchange/auditlog.cpp)
+  // ---- Audit log (exchange/audit_log.cpp)
   bool KeyServerGetAuditLog(const AnsiStr& group, const File& target) noexcept;
   Step AddAuditLogOfServer(const KVMap& envelope, const AnsiStr& group, const File& target) noexcept;
   bool CheckAuditLogAnswer(const File& answer) noexcept;

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstring>
 
-#include "client/resultcodes.h"
+#include "client/result_codes.h"
 #include "foundation/format.h"
 
 using OruGuiBase::Val;

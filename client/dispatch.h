@@ -1,7 +1,7 @@
 #pragma once
 
 #include "client/cryptcli.h"
-#include "exchange/answer.h"
+#include "exchange/member_reader.h"
 
 namespace OruKalvix {
 

@@ -1,5 +1,5 @@
 #include "client/dispatch.h"
-#include "client/resultcodes.h"
+#include "client/result_codes.h"
 
 using OruGuiBase::Val;
 

@@ -1,6 +1,6 @@
 #include "client/cryptcli.h"
-#include "exchange/answer.h"
-#include "exchange/functionref.h"
+#include "exchange/function_ref.h"
+#include "exchange/member_reader.h"
 #include "foundation/clock.h"
 #include "foundation/dates.h"
 #include "foundation/numbers.h"

@@ -1,9 +1,9 @@
 #include <array>
 
 #include "client/cryptcli.h"
-#include "exchange/answer.h"
-#include "exchange/keyservercommand.h"
-#include "exchange/urlsegment.h"
+#include "exchange/key_server_command.h"
+#include "exchange/member_reader.h"
+#include "exchange/url_segment.h"
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;

@@ -1,6 +1,6 @@
 #include "client/cryptcli.h"
-#include "exchange/functionref.h"
-#include "exchange/keyservercommand.h"
+#include "exchange/function_ref.h"
+#include "exchange/key_server_command.h"
 
 namespace OruKalvix {
 

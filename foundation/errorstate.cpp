@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "foundation/errorstate_saver.h"
-#include "foundation/threadvalue.h"
+#include "foundation/error_state_saver.h"
+#include "foundation/thread_value.h"
 
 namespace OruGuiBase {
 

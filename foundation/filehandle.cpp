@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "foundation/delivery.h"
+#include "foundation/error_state_saver.h"
 #include "foundation/errorstate.h"
-#include "foundation/errorstate_saver.h"
 #include "foundation/posix_file.h"
 
 namespace OruGuiBase {

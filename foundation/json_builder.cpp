@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "foundation/repeatedkeys.h"
+#include "foundation/repeated_keys.h"
 
 namespace OruGuiBase {
 

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/repeatedkeys.h"
+#include "foundation/repeated_keys.h"
 
 namespace OruGuiBase {
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <utility>
 
+#include "foundation/error_state_saver.h"
 #include "foundation/errorstate.h"
-#include "foundation/errorstate_saver.h"
 #include "foundation/posix_file.h"
 
 namespace OruGuiBase {

@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include "foundation/delivery.h"
+#include "foundation/error_state_saver.h"
 #include "foundation/errorstate.h"
-#include "foundation/errorstate_saver.h"
 #include "foundation/file.h"
 #include "foundation/posix_file.h"
 #include "foundation/unfinished_list.h"

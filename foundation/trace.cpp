@@ -7,11 +7,11 @@
 #include <utility>
 
 #include "foundation/ansistr.h"
-#include "foundation/errorstate_saver.h"
+#include "foundation/error_state_saver.h"
 #include "foundation/format.h"
 #include "foundation/module.h"
 #include "foundation/report.h"
-#include "foundation/threadvalue.h"
+#include "foundation/thread_value.h"
 
 namespace OruGuiTrace {
 

@@ -2,7 +2,7 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
-#include "fuzz/support/base64mutator.h"
+#include "fuzz/support/base64_mutator.h"
 #include "fuzz/support/message.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"

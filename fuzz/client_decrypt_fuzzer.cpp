@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "client/cryptcli.h"
-#include "fuzz/support/dermutator.h"
-#include "fuzz/support/hostilehttp.h"
+#include "fuzz/support/der_mutator.h"
+#include "fuzz/support/hostile_http.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/mutation.h"
 #include "fuzz/support/require.h"
@@ -13,7 +13,7 @@
 #include "fuzz/support/text.h"
 #include "fuzz/support/world.h"
 #include "security/cmsmsg.h"
-#include "tests/support/testpeer.h"
+#include "tests/support/test_peer.h"
 
 // A file that the input chose and changed is opened while the input decides what all servers answer. Nothing
 // is ever verified but what the group's key has signed.

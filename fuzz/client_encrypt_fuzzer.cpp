@@ -2,14 +2,14 @@
 #include <string>
 
 #include "client/cryptcli.h"
-#include "fuzz/support/hostilehttp.h"
+#include "fuzz/support/hostile_http.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/scratch.h"
 #include "fuzz/support/text.h"
 #include "fuzz/support/world.h"
 #include "security/cmsmsg.h"
-#include "tests/support/testpeer.h"
+#include "tests/support/test_peer.h"
 
 // A file is protected while the input decides what all servers answer. Whatever they say: either there is a
 // protected file for the room's key around the very bytes of the source, or there is a reason and no file.

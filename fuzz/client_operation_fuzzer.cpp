@@ -4,15 +4,15 @@
 #include <string>
 
 #include "client/cryptcli.h"
-#include "client/resultcodes.h"
-#include "fuzz/support/hostilehttp.h"
+#include "client/result_codes.h"
+#include "fuzz/support/hostile_http.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/mutation.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/scratch.h"
 #include "fuzz/support/text.h"
 #include "fuzz/support/world.h"
-#include "tests/support/testpeer.h"
+#include "tests/support/test_peer.h"
 
 // A named operation with arguments that the input changed, while the input decides what all servers answer.
 namespace {

@@ -1,7 +1,7 @@
 #include <cstdint>
 #include <string>
 
-#include "fuzz/support/dermutator.h"
+#include "fuzz/support/der_mutator.h"
 #include "fuzz/support/message.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/scratch.h"

@@ -1,8 +1,8 @@
 #include <cstdint>
 
 #include "fuzz/make_seeds.h"
-#include "fuzz/support/answers.h"
 #include "fuzz/support/input.h"
+#include "fuzz/support/responses.h"
 #include "fuzz/support/world.h"
 
 // Inputs of the targets that drive a client: the choices at the start of each, then how each answer is

@@ -2,7 +2,7 @@
 #include <utility>
 
 #include "fuzz/make_seeds.h"
-#include "fuzz/support/answers.h"
+#include "fuzz/support/responses.h"
 
 namespace Fuzz {
 namespace {

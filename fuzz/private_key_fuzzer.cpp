@@ -1,6 +1,6 @@
 #include <cstdint>
 
-#include "fuzz/support/base64mutator.h"
+#include "fuzz/support/base64_mutator.h"
 #include "fuzz/support/message.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/scratch.h"

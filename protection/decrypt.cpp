@@ -1,9 +1,9 @@
 #include "client/cryptcli.h"
 #include "client/tracing.h"
-#include "exchange/answer.h"
-#include "exchange/functionref.h"
-#include "exchange/keyservercommand.h"
-#include "exchange/operationfile.h"
+#include "exchange/function_ref.h"
+#include "exchange/key_server_command.h"
+#include "exchange/member_reader.h"
+#include "exchange/operation_file.h"
 #include "foundation/encoding.h"
 #include "security/cmsmsg.h"
 

@@ -1,6 +1,6 @@
 #include "client/cryptcli.h"
-#include "exchange/operationfile.h"
-#include "exchange/urlsegment.h"
+#include "exchange/operation_file.h"
+#include "exchange/url_segment.h"
 #include "protection/attributes.h"
 #include "security/cmsmsg.h"
 #include "security/cryptomessagesyntax.h"

@@ -2,7 +2,7 @@
 #include "client/tracing.h"
 #include "foundation/encoding.h"
 #include "protection/attributes.h"
-#include "roomkeys/certtext.h"
+#include "roomkeys/cert_text.h"
 #include "security/certstore.h"
 #include "security/cmsmsg.h"
 

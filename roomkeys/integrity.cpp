@@ -1,7 +1,7 @@
 #include "client/cryptcli.h"
-#include "exchange/answer.h"
-#include "exchange/functionref.h"
-#include "exchange/keyservercommand.h"
+#include "exchange/function_ref.h"
+#include "exchange/key_server_command.h"
+#include "exchange/member_reader.h"
 
 using OruGuiBase::Val;
 

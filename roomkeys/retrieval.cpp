@@ -1,5 +1,5 @@
 #include "client/cryptcli.h"
-#include "exchange/answer.h"
+#include "exchange/member_reader.h"
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;

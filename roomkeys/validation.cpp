@@ -1,8 +1,8 @@
 #include "client/cryptcli.h"
 #include "client/tracing.h"
-#include "exchange/answer.h"
+#include "exchange/member_reader.h"
 #include "foundation/json.h"
-#include "roomkeys/certtext.h"
+#include "roomkeys/cert_text.h"
 #include "security/certstore.h"
 #include "security/cmsmsg.h"
 

@@ -16,7 +16,7 @@ client:The client object, the named operations and the frame of the library
 exchange:Requests, tokens, the sweep over key servers and their commands
 roomkeys:Room keys and integrity certificates
 protection:Protecting, opening, verifying and signing
-road:Whole roads over HTTP
+end_to_end:Whole operations over HTTP
 transport:The transport on libcurl
 tools:The command
 stand:The stand

@@ -51,8 +51,8 @@ check_engine() { # pattern, allowed files as a regular expression
   done < <(grep -rlE "^ *# *include <$1" --include='*.h' --include='*.cpp' \
     foundation security client exchange roomkeys protection transport stand tools examples)
 }
-check_engine 'openssl/' '^(security/.*\.cpp|security/(openssl_|cms_|ber_)[a-z_]*\.h|transport/keylog\.cpp|stand/.*)$'
-check_engine 'boost/' '^(foundation/json[a-z_]*|stand/httpconnection)\.cpp$'
+check_engine 'openssl/' '^(security/.*\.cpp|security/(openssl_handles|(ber|cms|x509)/[a-z_]+)\.h|transport/key_log\.cpp|stand/.*)$'
+check_engine 'boost/' '^(foundation/json[a-z_]*|stand/http_connection)\.cpp$'
 check_engine 'curl/' '^transport/.*'
 check_engine 'sqlite3' '^stand/.*'
 check_engine 'CLI/' '^(tools|stand)/.*'

@@ -7,7 +7,7 @@
 
 #include "security/failure.h"
 #include "security/openssl_handles.h"
-#include "security/textform.h"
+#include "security/x509/text_forms.h"
 
 namespace OruOssSec {
 namespace {

@@ -4,15 +4,15 @@
 #include <new>
 #include <utility>
 
-#include "security/cms_content.h"
-#include "security/cms_enveloping.h"
-#include "security/cms_message.h"
-#include "security/cms_opening.h"
-#include "security/cms_recipients.h"
-#include "security/cms_signers.h"
-#include "security/cms_verifying.h"
+#include "security/cms/content.h"
+#include "security/cms/encrypting.h"
+#include "security/cms/message.h"
+#include "security/cms/opening.h"
+#include "security/cms/recipients.h"
+#include "security/cms/signers.h"
+#include "security/cms/verifying.h"
 #include "security/failure.h"
-#include "security/textform.h"
+#include "security/x509/text_forms.h"
 
 namespace OruOssSec {
 

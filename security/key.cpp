@@ -4,8 +4,8 @@
 
 #include "security/failure.h"
 #include "security/openssl_handles.h"
-#include "security/rsakey.h"
-#include "security/textform.h"
+#include "security/x509/rsa_key.h"
+#include "security/x509/text_forms.h"
 
 namespace OruOssSec {
 namespace {

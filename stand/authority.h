@@ -3,7 +3,7 @@
 #include <mutex>
 #include <string>
 
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 #include "stand/store.h"
 
 namespace CryptStand {

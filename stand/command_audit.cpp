@@ -1,5 +1,5 @@
-#include "stand/auditlog.h"
-#include "stand/groupcommand.h"
+#include "stand/audit_log.h"
+#include "stand/group_command.h"
 
 namespace CryptStand {
 namespace {

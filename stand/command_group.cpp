@@ -1,7 +1,7 @@
 #include <algorithm>
 
-#include "stand/encryptionkeys.h"
-#include "stand/groupcommand.h"
+#include "stand/encryption_keys.h"
+#include "stand/group_command.h"
 
 namespace CryptStand {
 namespace {

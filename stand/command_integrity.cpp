@@ -2,7 +2,7 @@
 #include <iterator>
 #include <optional>
 
-#include "stand/keyhandle.h"
+#include "stand/key_handle.h"
 
 namespace CryptStand {
 namespace {

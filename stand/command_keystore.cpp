@@ -1,6 +1,6 @@
-#include "stand/groupcommand.h"
-#include "stand/keyhandle.h"
-#include "stand/keyreader.h"
+#include "stand/group_command.h"
+#include "stand/key_handle.h"
+#include "stand/key_reader.h"
 
 namespace CryptStand {
 namespace {

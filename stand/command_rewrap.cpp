@@ -1,4 +1,4 @@
-#include "stand/encryptionkeys.h"
+#include "stand/encryption_keys.h"
 
 namespace CryptStand {
 namespace {

@@ -5,7 +5,7 @@
 #include <limits>
 #include <utility>
 
-#include "stand/cryptservice.h"
+#include "stand/crypt_service.h"
 #include "stand/stand.h"
 #include "stand/wire.h"
 

@@ -4,8 +4,8 @@
 #include <condition_variable>
 #include <ctime>
 
-#include "stand/cryptservice.h"
-#include "stand/faultreply.h"
+#include "stand/crypt_service.h"
+#include "stand/fault_reply.h"
 
 namespace CryptStand {
 namespace {

@@ -14,7 +14,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "stand/httpconnection.h"
+#include "stand/http_connection.h"
 #include "stand/socket.h"
 
 namespace CryptStand {

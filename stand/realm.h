@@ -1,7 +1,7 @@
 #pragma once
 
 #include "stand/authority.h"
-#include "stand/eventlog.h"
+#include "stand/event_log.h"
 #include "stand/faults.h"
 #include "stand/rooms.h"
 #include "stand/settings.h"

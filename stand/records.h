@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "stand/certmaker.h"
-#include "stand/roomoptions.h"
+#include "stand/cert_maker.h"
+#include "stand/room_options.h"
 
 // What a stand's store keeps, record by record.
 namespace CryptStand {

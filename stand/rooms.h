@@ -7,7 +7,7 @@
 
 #include "stand/authority.h"
 #include "stand/store.h"
-#include "stand/wrappedkey.h"
+#include "stand/wrapped_key.h"
 
 namespace CryptStand {
 

@@ -4,9 +4,9 @@
 
 #include "foundation/encoding.h"
 #include "stand/control.h"
-#include "stand/cryptservice.h"
+#include "stand/crypt_service.h"
 #include "stand/front.h"
-#include "stand/keyserver.h"
+#include "stand/key_server.h"
 
 namespace CryptStand {
 namespace {

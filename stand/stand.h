@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "stand/eventlog.h"
+#include "stand/event_log.h"
 #include "stand/faults.h"
 #include "stand/rooms.h"
 #include "stand/settings.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 #include "stand/database.h"
 #include "stand/records.h"
 

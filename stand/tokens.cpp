@@ -2,7 +2,7 @@
 
 #include <openssl/rand.h>
 
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 
 namespace CryptStand {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "foundation/kvmap.h"
 #include "foundation/val.h"
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 #include "stand/http.h"
 
 // The texts of the wire: JSON objects read strictly, base64, certificates.

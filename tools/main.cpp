@@ -5,9 +5,9 @@
 #include <exception>
 #include <functional>
 
-#include "tools/auditlog.h"
+#include "tools/audit_log.h"
 #include "tools/call.h"
-#include "tools/exitcode.h"
+#include "tools/exit_code.h"
 #include "tools/inspect.h"
 #include "tools/protect.h"
 #include "tools/sign.h"

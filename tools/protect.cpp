@@ -6,8 +6,8 @@
 #include "client/cryptcli.h"
 #include "foundation/errorstate.h"
 #include "foundation/format.h"
-#include "tools/draft.h"
 #include "tools/source.h"
+#include "tools/staging_file.h"
 
 namespace CryptCli {
 

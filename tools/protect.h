@@ -3,7 +3,7 @@
 #include <CLI/App.hpp>
 #include <string>
 
-#include "tools/exitcode.h"
+#include "tools/exit_code.h"
 #include "tools/session.h"
 
 namespace CryptCli {

@@ -7,7 +7,7 @@
 #include "foundation/array.h"
 #include "foundation/kvmap.h"
 #include "foundation/val.h"
-#include "tools/exitcode.h"
+#include "tools/exit_code.h"
 
 namespace CryptCli {
 

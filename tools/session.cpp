@@ -4,7 +4,7 @@
 #include <CLI/Validators.hpp>
 
 #include "client/cryptcli.h"
-#include "client/resultcodes.h"
+#include "client/result_codes.h"
 #include "foundation/errorstate.h"
 
 namespace CryptCli {

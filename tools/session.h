@@ -6,9 +6,9 @@
 #include "foundation/file.h"
 #include "foundation/kvmap.h"
 #include "tools/connection.h"
-#include "tools/exitcode.h"
+#include "tools/exit_code.h"
 #include "tools/report.h"
-#include "tools/tracesink.h"
+#include "tools/trace_sink.h"
 #include "tools/watch.h"
 
 namespace CryptCli {

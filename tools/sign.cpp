@@ -8,8 +8,8 @@
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
 #include "foundation/format.h"
-#include "security/filedigest.h"
-#include "tools/draft.h"
+#include "security/cms/file_digest.h"
+#include "tools/staging_file.h"
 
 namespace CryptCli {
 

@@ -3,8 +3,8 @@
 #include <CLI/App.hpp>
 #include <string>
 
-#include "tools/exitcode.h"
-#include "tools/keyservers.h"
+#include "tools/exit_code.h"
+#include "tools/key_servers.h"
 #include "tools/session.h"
 
 namespace CryptCli {

@@ -8,7 +8,7 @@
 
 #include "foundation/errorstate.h"
 #include "foundation/unfinished.h"
-#include "tools/exitcode.h"
+#include "tools/exit_code.h"
 
 namespace CryptCli {
 

@@ -5,7 +5,7 @@
 
 #include "foundation/reference.h"
 #include "transport/exchange.h"
-#include "transport/handlepool.h"
+#include "transport/handle_pool.h"
 #include "transport/settings.h"
 
 namespace OruKalvix {

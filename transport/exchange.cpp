@@ -7,9 +7,9 @@
 #include <new>
 #include <string_view>
 
-#include "transport/curlerror.h"
-#include "transport/keylog.h"
-#include "transport/sigpipeguard.h"
+#include "transport/curl_error.h"
+#include "transport/key_log.h"
+#include "transport/sigpipe_guard.h"
 
 namespace OruKalvix {
 

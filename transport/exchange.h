@@ -6,9 +6,9 @@
 #include <memory>
 
 #include "exchange/icryptclienthttp.h"
-#include "transport/bodysink.h"
-#include "transport/handlepool.h"
-#include "transport/headerlist.h"
+#include "transport/body_sink.h"
+#include "transport/handle_pool.h"
+#include "transport/header_list.h"
 #include "transport/settings.h"
 
 namespace OruKalvix {

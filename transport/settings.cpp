@@ -6,7 +6,7 @@
 
 #include "foundation/errorstate.h"
 #include "foundation/format.h"
-#include "transport/headerlist.h"
+#include "transport/header_list.h"
 
 namespace OruKalvix {
 

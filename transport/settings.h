@@ -1,7 +1,7 @@
 #pragma once
 
 #include "transport/curlhttp.h"
-#include "transport/urlparts.h"
+#include "transport/url_parts.h"
 
 namespace OruKalvix {
 

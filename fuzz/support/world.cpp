@@ -3,7 +3,7 @@
 #include "foundation/encoding.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
-#include "fuzz/support/worlddata.h"
+#include "fuzz/support/world_data.h"
 
 namespace Fuzz {
 namespace {

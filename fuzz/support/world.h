@@ -7,7 +7,7 @@
 #include "security/certificate.h"
 #include "security/certstore.h"
 #include "security/key.h"
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 
 namespace Fuzz {
 

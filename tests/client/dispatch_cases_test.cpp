@@ -1,6 +1,6 @@
-#include "tests/client/dispatchtest.h"
+#include "tests/client/dispatch_fixture.h"
 #include "tests/support/files.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

@@ -2,9 +2,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/client/dispatchtest.h"
+#include "tests/client/dispatch_fixture.h"
 #include "tests/support/files.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/client/dispatchtest.h"
+#include "tests/client/dispatch_fixture.h"
 
 namespace OruKalvix {
 namespace {

@@ -1,8 +1,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "tests/support/clienttest.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/support/client_fixture.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

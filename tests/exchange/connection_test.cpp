@@ -2,8 +2,8 @@
 
 #include "foundation/clock.h"
 #include "foundation/dates.h"
-#include "tests/support/clienttest.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/support/client_fixture.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

@@ -1,5 +1,5 @@
-#include "tests/support/clienttest.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/support/client_fixture.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

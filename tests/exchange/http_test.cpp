@@ -3,9 +3,9 @@
 #include <ctime>
 #include <stdexcept>
 
-#include "tests/support/clienttest.h"
+#include "tests/support/client_fixture.h"
 #include "tests/support/files.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

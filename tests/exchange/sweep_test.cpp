@@ -1,4 +1,4 @@
-#include "tests/support/clienttest.h"
+#include "tests/support/client_fixture.h"
 
 namespace OruKalvix {
 namespace {

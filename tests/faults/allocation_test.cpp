@@ -5,7 +5,7 @@
 #include "foundation/errorstate.h"
 #include "tests/faults/allocations.h"
 #include "tests/faults/child.h"
-#include "tests/faults/faultroad.h"
+#include "tests/faults/fault_scenario.h"
 
 namespace FaultTest {
 namespace {

@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 
 #include "tests/faults/child.h"
-#include "tests/faults/faultroad.h"
-#include "tests/faults/systemcalls.h"
+#include "tests/faults/fault_scenario.h"
+#include "tests/faults/system_calls.h"
 
 namespace FaultTest {
 namespace {

@@ -17,7 +17,7 @@
 #include "tests/foundation/access_list.h"
 #include "tests/foundation/printing.h"
 #include "tests/foundation/scratch_directory.h"
-#include "tests/support/asnobody.h"
+#include "tests/support/as_nobody.h"
 
 namespace OruGuiBase {
 namespace {

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "foundation/errorstate_saver.h"
+#include "foundation/error_state_saver.h"
 #include "tests/foundation/printing.h"
 
 namespace OruGuiBase {

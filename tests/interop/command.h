@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "tests/road/roadtest.h"
+#include "tests/end_to_end/end_to_end_fixture.h"
 
 namespace TestSupport {
 

@@ -1,6 +1,6 @@
 #include "security/cmslimits.h"
-#include "tests/protection/decryptiontest.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/protection/decryption_fixture.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

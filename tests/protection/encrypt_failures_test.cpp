@@ -1,5 +1,5 @@
-#include "exchange/operationfile.h"
-#include "tests/protection/encryptiontest.h"
+#include "exchange/operation_file.h"
+#include "tests/protection/encryption_fixture.h"
 
 namespace OruKalvix {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/protection/verificationtest.h"
+#include "tests/protection/verification_fixture.h"
 #include "tests/support/renewals.h"
 
 // The origin of a file stays proven while the authorities above its signer renew their certificates, in

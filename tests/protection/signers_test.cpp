@@ -1,11 +1,11 @@
 #include <cctype>
 
-#include "roomkeys/certtext.h"
+#include "roomkeys/cert_text.h"
 #include "security/certstore.h"
 #include "security/cmsmsg.h"
-#include "tests/protection/verificationtest.h"
-#include "tests/support/nodigests.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/protection/verification_fixture.h"
+#include "tests/support/no_digests.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

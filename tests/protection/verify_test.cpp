@@ -1,7 +1,7 @@
 #include <cctype>
 
-#include "tests/protection/verificationtest.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/protection/verification_fixture.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

@@ -1,6 +1,6 @@
-#include "tests/support/clienttest.h"
+#include "tests/support/client_fixture.h"
 #include "tests/support/renewals.h"
-#include "tests/support/scriptedroad.h"
+#include "tests/support/scripted_services.h"
 
 // A room key stays proven while the authorities above it renew their certificates, in whatever order the new
 // ones reach the two lists and the wrapped key.

@@ -1,8 +1,8 @@
-#include "tests/support/clienttest.h"
+#include "tests/support/client_fixture.h"
 #include "tests/support/messages.h"
 #include "tests/support/pki.h"
-#include "tests/support/scriptedroad.h"
-#include "tests/support/tracerecorder.h"
+#include "tests/support/scripted_services.h"
+#include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
 namespace {

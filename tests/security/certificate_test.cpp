@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "security/certstore.h"
-#include "tests/security/testpki.h"
+#include "tests/security/test_pki.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <utility>
 
-#include "tests/security/testpki.h"
+#include "tests/security/test_pki.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <openssl/core_names.h>
 #include <utility>
 
-#include "tests/security/freedmemory.h"
-#include "tests/security/testpki.h"
+#include "tests/security/freed_memory.h"
+#include "tests/security/test_pki.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <algorithm>
 
-#include "stand/auditlog.h"
-#include "tests/stand/adminpeer.h"
+#include "stand/audit_log.h"
+#include "tests/stand/admin_peer.h"
 
 namespace CryptStand {
 namespace {

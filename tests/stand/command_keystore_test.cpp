@@ -1,4 +1,4 @@
-#include "tests/stand/adminpeer.h"
+#include "tests/stand/admin_peer.h"
 
 namespace CryptStand {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/stand/standpeer.h"
+#include "tests/stand/stand_peer.h"
 
 namespace CryptStand {
 namespace {

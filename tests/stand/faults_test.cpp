@@ -3,7 +3,7 @@
 #include <chrono>
 #include <gtest/gtest.h>
 
-#include "tests/stand/standpeer.h"
+#include "tests/stand/stand_peer.h"
 
 namespace CryptStand {
 namespace {

@@ -8,7 +8,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "tests/stand/httptest.h"
+#include "tests/stand/http_fixture.h"
 
 namespace CryptStand {
 namespace {

@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "tests/stand/folder.h"
-#include "tests/stand/standpeer.h"
+#include "tests/stand/stand_peer.h"
 
 namespace CryptStand {
 namespace {

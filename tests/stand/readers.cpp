@@ -5,7 +5,7 @@
 #include <openssl/cms.h>
 
 #include "stand/wire.h"
-#include "stand/wrappedkey.h"
+#include "stand/wrapped_key.h"
 
 namespace CryptStand {
 namespace {

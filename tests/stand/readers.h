@@ -3,7 +3,7 @@
 #include <openssl/evp.h>
 #include <string>
 
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 
 namespace CryptStand {
 

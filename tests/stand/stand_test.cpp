@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "tests/stand/folder.h"
-#include "tests/stand/rawpeer.h"
-#include "tests/stand/standpeer.h"
+#include "tests/stand/raw_peer.h"
+#include "tests/stand/stand_peer.h"
 
 namespace CryptStand {
 namespace {

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 
 // CMS messages that OpenSSL makes by itself, without any writer of ours. All are DER; one that could not be
 // made fails the test.

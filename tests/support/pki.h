@@ -5,7 +5,7 @@
 
 #include "security/certificate.h"
 #include "security/key.h"
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 
 namespace TestSupport {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "tests/support/scriptedhttp.h"
+#include "tests/support/scripted_http.h"
 
 // The texts that go over the wire, and the answers of well-behaved servers.
 namespace TestSupport {

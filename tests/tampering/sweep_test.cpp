@@ -1,8 +1,8 @@
 #include <ctime>
 #include <filesystem>
 
-#include "tests/protection/roadtest.h"
-#include "tests/tampering/memorymeter.h"
+#include "tests/protection/services_fixture.h"
+#include "tests/tampering/memory_meter.h"
 #include "tests/tampering/tlv.h"
 
 using ::testing::IsEmpty;

@@ -2,7 +2,7 @@
 #include <filesystem>
 #include <unistd.h>
 
-#include "tests/tools/operationtest.h"
+#include "tests/tools/operation_fixture.h"
 
 namespace TestSupport {
 namespace {

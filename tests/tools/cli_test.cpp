@@ -1,5 +1,5 @@
 // The command line itself: no server is needed for any of it.
-#include "tests/tools/commandtest.h"
+#include "tests/tools/command_fixture.h"
 
 namespace TestSupport {
 namespace {

@@ -1,7 +1,7 @@
 #include <sys/stat.h>
 #include <thread>
 
-#include "tests/tools/commandtest.h"
+#include "tests/tools/command_fixture.h"
 
 namespace TestSupport {
 namespace {

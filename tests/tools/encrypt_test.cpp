@@ -2,8 +2,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "tests/tools/commandtest.h"
-#include "tests/transport/rawserver.h"
+#include "tests/tools/command_fixture.h"
+#include "tests/transport/raw_server.h"
 
 namespace TestSupport {
 namespace {

@@ -3,8 +3,8 @@
 
 #include "security/certificate.h"
 #include "security/cryptomessagesyntax.h"
-#include "stand/certmaker.h"
-#include "tests/tools/commandtest.h"
+#include "stand/cert_maker.h"
+#include "tests/tools/command_fixture.h"
 
 namespace TestSupport {
 namespace {

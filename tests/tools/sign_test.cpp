@@ -1,4 +1,4 @@
-#include "tests/tools/operationtest.h"
+#include "tests/tools/operation_fixture.h"
 
 namespace TestSupport {
 namespace {

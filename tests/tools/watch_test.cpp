@@ -12,7 +12,7 @@
 #include <unistd.h>
 
 #include "foundation/filehandle.h"
-#include "tests/tools/commandtest.h"
+#include "tests/tools/command_fixture.h"
 
 namespace TestSupport {
 namespace {

@@ -1,6 +1,6 @@
 #include <stdexcept>
 
-#include "tests/transport/transporttest.h"
+#include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
 namespace {

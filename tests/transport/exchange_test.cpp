@@ -1,7 +1,7 @@
 // One exchange of CryptClientCurl: what goes out and what of an answer comes in.
 #include <atomic>
 
-#include "tests/transport/transporttest.h"
+#include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
 namespace {

@@ -1,7 +1,7 @@
 // What CryptClientCurl says of exchanges that fail, and what it refuses to take in.
 #include <cstdlib>
 
-#include "tests/transport/transporttest.h"
+#include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
 namespace {

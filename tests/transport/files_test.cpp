@@ -3,7 +3,7 @@
 
 #include <sys/stat.h>
 
-#include "tests/transport/transporttest.h"
+#include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
 namespace {

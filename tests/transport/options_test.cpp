@@ -1,6 +1,6 @@
 // Options that cannot be right are refused when the transport is made.
 #include "tests/support/files.h"
-#include "tests/transport/transporttest.h"
+#include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
 namespace {

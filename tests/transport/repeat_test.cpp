@@ -4,7 +4,7 @@
 #include <mutex>
 #include <thread>
 
-#include "tests/transport/transporttest.h"
+#include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
 namespace {

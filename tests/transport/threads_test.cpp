@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "tests/support/files.h"
-#include "tests/transport/transporttest.h"
+#include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
 namespace {

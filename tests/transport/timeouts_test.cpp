@@ -5,7 +5,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "tests/transport/transporttest.h"
+#include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
 namespace {

@@ -1,10 +1,10 @@
 // TLS: which servers are trusted, and who the client says it is.
 #include <memory>
 
-#include "stand/certmaker.h"
+#include "stand/cert_maker.h"
 #include "tests/support/files.h"
-#include "tests/transport/secureserver.h"
-#include "tests/transport/transporttest.h"
+#include "tests/transport/secure_server.h"
+#include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "security/certstore.h"
 #include "security/cmsmsg.h"
-#include "tests/security/testpki.h"
+#include "tests/security/test_pki.h"
 #include "tests/support/files.h"
 
 // Certification paths that nobody here made: NIST's suite, as the system has it installed. The table of its

@@ -1,0 +1,41 @@
+#include "bench/canned_service.h"
+
+#include <string_view>
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+
+namespace Bench {
+
+CannedService::CannedService(const char* answer)
+    : token_(R"({"authztoken":"4f1c2a9b7d3e5f60718293a4b5c6d7e8"})"),
+      answer_(answer),
+      refusal_(R"({"payload":{"type":"status","code":619}})"),
+      unreachable_("Connection refused") {
+  headers_.Set("Date", "Sun, 06 Nov 1994 08:49:37 GMT");
+  headers_.Set("Content-Type", "application/json");
+}
+
+bool CannedService::IsToFail(Failure where) {
+  if (failing_ == 0 || where != where_) return false;
+  --failing_;
+  return true;
+}
+
+std::int32_t CannedService::SendRequest(const AnsiStr&, const AnsiStr& url, const KVMap&, const AnsiStr&,
+                                        const OruKalvix::HttpOptions&, OruKalvix::HttpResponse& response) {
+  const std::string_view address = url.View();
+  response.status = 200;
+  response.headers = headers_;
+  if (address.ends_with("/rest/json")) {
+    response.body = IsToFail(Failure::Command) ? refusal_ : answer_;
+  } else if (address.starts_with(kUrl)) {
+    response.body = token_;
+  } else if (IsToFail(Failure::Probe)) {
+    response.errorText = unreachable_;
+    return -1;
+  }
+  return 0;
+}
+
+}  // namespace Bench

@@ -1,0 +1,195 @@
+#include <cerrno>
+
+#include "client/cryptcli.h"
+#include "exchange/key_server_command.h"
+#include "exchange/member_reader.h"
+#include "exchange/operation_file.h"
+#include "foundation/dates.h"
+#include "foundation/encoding.h"
+#include "foundation/errorstate.h"
+#include "foundation/json.h"
+#include "foundation/numbers.h"
+#include "foundation/stream.h"
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::datetime;
+using OruGuiBase::Directory;
+using OruGuiBase::DirectoryType;
+using OruGuiBase::File;
+using OruGuiBase::KVMap;
+using OruGuiBase::ReadStream;
+using OruGuiBase::ReadStreamMode;
+using OruGuiBase::TempFile;
+using OruGuiBase::Val;
+using OruGuiBase::WriteStream;
+using OruGuiBase::WriteStreamMode;
+
+namespace OruKalvix {
+namespace {
+
+// The present time as a part of a file name.
+AnsiStr TimeStamp() noexcept {
+  long year = 0;
+  long month = 0;
+  long day = 0;
+  long hour = 0;
+  long minute = 0;
+  long second = 0;
+  long millisecond = 0;
+  OruGuiBase::GetCurrentDateTime(year, month, day, hour, minute, second, millisecond);
+  const datetime now{static_cast<std::int32_t>(year),   static_cast<std::int32_t>(month),
+                     static_cast<std::int32_t>(day),    static_cast<std::int32_t>(hour),
+                     static_cast<std::int32_t>(minute), static_cast<std::int32_t>(second)};
+  return OruGuiBase::DateTime2ISOStr(now, nullptr, nullptr).Replace('T', '-');
+}
+
+bool ContinuesACharacter(char byte) noexcept {
+  return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
+// As much of a group's name as a file name takes beside its other parts and a number, without half a
+// character.
+AnsiStr CutName(const AnsiStr& groupName, const Directory& place, std::uint32_t others) noexcept {
+  constexpr std::uint32_t kNumber = 5;
+  const std::uint32_t most = place.GetLongestName() - others - kNumber;
+  std::uint32_t length = groupName.GetLength();
+  if (length <= most) return groupName;
+  for (length = most; length > 0 && ContinuesACharacter(groupName.GetText()[length]); --length) {
+  }
+  return AnsiStr(groupName.GetText(), length);
+}
+
+File NameLog(const AnsiStr& groupName) noexcept {
+  const Directory place(DirectoryType::Temporary);
+  const AnsiStr before = "Audit Log ";
+  const AnsiStr behind = AnsiStr(" ") + TimeStamp() + ".csv";
+  const AnsiStr name = CutName(groupName, place, before.GetLength() + behind.GetLength());
+  return File(place, File::MakeName(before + name + behind));
+}
+
+// Another thread may fetch a log of the same group in the same second.
+bool CreateLog(const File& target, TempFile& log) noexcept {
+  constexpr std::uint32_t kMostOfASecond = 1000;
+  bool isCreated = log.Create(target);
+  for (std::uint32_t i = 2; i <= kMostOfASecond && !isCreated && OruGuiBase::GetLastError() == EEXIST; ++i) {
+    isCreated = log.Create(target.GetNumbered(i));
+  }
+  return isCreated;
+}
+
+KVMap AuditLogEnvelopePayload(const char* type, const AnsiStr& group) noexcept {
+  KVMap payload;
+  payload.Put("type", type);
+  payload.Put("groupId", group);
+  return payload;
+}
+
+// A log passes through in pieces and never lies in memory. The header line goes out once, into an empty
+// target. Whether it went well is in the streams' states.
+void CopyLines(ReadStream& reader, WriteStream& writer, bool withHeader) noexcept {
+  if (writer.IsError()) return;
+  if (withHeader || reader.SkipLn()) reader.CopyLines(writer);
+}
+
+}  // namespace
+
+bool CryptClient::GetAuditLog(const AnsiStr& ofGroup, const AnsiStr& groupName, AnsiStr& fileName) noexcept {
+  const File target = NameLog(groupName);
+  TempFile log;
+  if (!CreateLog(target, log)) {
+    return Fail("Could not create %s: %s", target.GetPath().GetText(),
+                OruGuiBase::GetSystemErrorText().GetText());
+  }
+  if (!KeyServerGetAuditLog(ofGroup, log.GetFile())) return false;
+  fileName = log.GetPath();
+  log.GiveUp();
+  return true;
+}
+
+// The log is wanted from every key server, in the order of the list, so this command has a walk of its own. A
+// server that gives none is passed over; a partial log is a success.
+bool CryptClient::KeyServerGetAuditLog(const AnsiStr& ofGroup, const File& target) noexcept {
+  keyServerCursor.startIndex = 0;
+  keyServerCursor.attempts = 0;
+  if (keyServerCursor.servers.IsEmpty()) return Fail("Invalid key server URL");
+  const KVMap envelope =
+      GetEnvelope(AuditLogEnvelopePayload(GetRequestType(KeyServerCommand::GetAuditLog), ofGroup));
+  bool merged = false;
+  while (NextKeyServer(keyServerCursor)) {
+    switch (AddAuditLogOfServer(envelope, ofGroup, target)) {
+      case Step::Done:
+        merged = true;
+        break;
+      case Step::NextServer:
+        break;
+      case Step::GiveUp:
+        return false;
+    }
+  }
+  return merged;
+}
+
+CryptClient::Step CryptClient::AddAuditLogOfServer(const KVMap& envelope, const AnsiStr& ofGroup,
+                                                   const File& target) noexcept {
+  TempFile log;
+  if (!CreateTempFile(log, AnsiStr("auditlog-") + ofGroup + ".tmp", true)) {
+    FailWithSystemError("Could not create temporary file");
+    return Step::GiveUp;
+  }
+  if (!KeyServerConnect()) return Step::NextServer;
+  if (!FetchAuthzToken(KeyServerCommand::GetAuditLog, ofGroup, KVMap())) return Step::GiveUp;
+  if (!HttpPostToFile(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), log.GetPath()) ||
+      !CheckAuditLogAnswer(log.GetFile())) {
+    return Step::NextServer;
+  }
+  return AppendAuditLog(log.GetFile(), target) ? Step::Done : Step::GiveUp;
+}
+
+// A good answer is CSV without a server error code. Anything else is looked into for an error to tell; of the
+// right kind or not, it is no log.
+bool CryptClient::CheckAuditLogAnswer(const File& answer) noexcept {
+  const Answer headers(responseHeaders);
+  AnsiStr contentType = headers.String("content-type");
+  const std::uint32_t parameters = contentType.Find(';', 0, false);
+  if (parameters != AnsiStr::npos) contentType.Trunc(parameters);
+  contentType = OruGuiBase::CleanStr(contentType);
+  if (AnsiStr::Compare(contentType, "text/csv", true) != 0) {
+    SetError("Unexpected content type %s", contentType.GetText());
+    ReadAuditLogError(answer);
+    return false;
+  }
+  const AnsiStr status = headers.String("x-sec-status");
+  if (status.IsEmpty()) return true;
+  std::int64_t code = 0;
+  if (OruGuiBase::Str2Hyper(status, nullptr, code, true, 20) != 0) code = 0;
+  KeyServerErrorText(code);
+  return false;
+}
+
+void CryptClient::ReadAuditLogError(const File& answer) noexcept {
+  AnsiStr text;
+  Val value;
+  AnsiStr unread;
+  OruGuiBase::FastReadStream stream(answer);
+  if (!stream.Read(text) || !OruGuiBase::JSON2Val(text, value, unread)) return;
+  KVMap payload;
+  KeyServerCheckResponse(value.AsMap(), KeyServerCommand::GetAuditLog, payload);
+}
+
+bool CryptClient::AppendAuditLog(const File& log, const File& target) noexcept {
+  const AnsiStr couldNotRead = "Could not read from " + log.GetPath();
+  const AnsiStr couldNotWrite = "Could not write to " + target.GetPath();
+  ReadStream reader(log, ReadStreamMode::Text);
+  if (!reader.IsError()) {
+    WriteStream writer(target, WriteStreamMode::Append);
+    const std::int64_t size = target.GetSize();
+    // Without it nobody knows whether the header line is there already.
+    if (size < 0 && !writer.IsError()) return FailWithSystemError(couldNotWrite.GetText());
+    CopyLines(reader, writer, size == 0);
+    if (reader.Close()) return writer.Close() || FailWithSystemError(couldNotWrite.GetText());
+  }
+  reader.Close();
+  return FailWithSystemError(couldNotRead.GetText());
+}
+
+}  // namespace OruKalvix

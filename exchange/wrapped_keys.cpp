@@ -1,0 +1,108 @@
+#include "client/cryptcli.h"
+#include "exchange/external_certificate.h"
+#include "exchange/function_ref.h"
+#include "exchange/key_server_command.h"
+#include "exchange/member_reader.h"
+
+using OruGuiBase::Array;
+using OruGuiBase::Val;
+
+namespace OruKalvix {
+namespace {
+
+// One entry for each certificate; an element that is no text goes out empty, for the key server to judge.
+Array<Val> EncryptionKeys(const Array<Val>& certificates) noexcept {
+  Array<Val> entries;
+  for (const Val& certificate : certificates)
+    entries.Append(Val(ExternalCertificate(certificate.AsString())));
+  return entries;
+}
+
+}  // namespace
+
+bool CryptClient::KeyServerGenerateWrappedKey(const AnsiStr& forRoom, const ValArray& certificates,
+                                              RoomKey& roomKey) noexcept {
+  KeyServerRequest request{KeyServerCommand::GenerateWrappedKey, {}, forRoom, {}};
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("keyType", "");
+  request.payload.Put("certificateSubject", AnsiStr("CN=") + forRoom + "-tr");
+  request.payload.Put("encryptionKeys", Val(EncryptionKeys(certificates)));
+  return RunCommand(request, [&](const KVMap& payload) noexcept {
+    ClearRoomKey(roomKey);
+    roomKey.room = forRoom;
+    const AnsiStr certificate = Answer(payload).String("encodedX509Certificate");
+    if (certificate.IsEmpty()) return Fail("Could not generate wrapped key: Invalid encodedX509Certificate");
+    if (!roomKey.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text))
+      return Fail("Could not generate wrapped key: Could not decode encodedX509Certificate");
+    roomKey.data = Answer(payload).String("encodedWrappedKey");
+    if (roomKey.data.IsEmpty()) return Fail("Could not generate wrapped key: Invalid encodedWrappedKey");
+    return true;
+  });
+}
+
+bool CryptClient::KeyServerModifyWrappedKey(const AnsiStr& forRoom, const ValArray& certificates,
+                                            const AnsiStr& wrappedKey, AnsiStr& newWrappedKey) noexcept {
+  KeyServerRequest request{KeyServerCommand::ModifyWrappedKey, {}, forRoom, {}};
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("encodedWrappedKey", wrappedKey);
+  request.payload.Put("encryptionKeys", Val(EncryptionKeys(certificates)));
+  return RunCommand(request, [&](const KVMap& payload) noexcept {
+    newWrappedKey = Answer(payload).String("encodedWrappedKey");
+    if (!newWrappedKey.IsEmpty()) return true;
+    return Fail("Could not modify wrapped key: Invalid encodedWrappedKey");
+  });
+}
+
+bool CryptClient::KeyServerExportWrappedKey(const AnsiStr& forRoom, const AnsiStr& wrappedKey,
+                                            AnsiStr& privateKey) noexcept {
+  KeyServerRequest request{KeyServerCommand::ExportWrappedKey, {}, forRoom, {}};
+  request.payload.Put("type", GetRequestType(request.command));
+  request.payload.Put("encodedWrappedKey", wrappedKey);
+  return RunCommand(request, [&](const KVMap& payload) noexcept {
+    privateKey = Answer(payload).String("encodedPrivateKey");
+    if (!privateKey.IsEmpty()) return true;
+    return Fail("Could not decrypt room key: Invalid encodedPrivateKey");
+  });
+}
+
+bool CryptClient::CreateKey(const AnsiStr& forRoom, const ValArray& certificates,
+                            AnsiStr& wrappedKey) noexcept {
+  RoomKey roomKey;
+  if (!KeyServerGenerateWrappedKey(forRoom, certificates, roomKey)) return false;
+  wrappedKey = roomKey.data;
+  return true;
+}
+
+// Has each wrapped key worked on in turn and appends the outcome, as the member `name`, to the result. What
+// was done before a failure stays in the result.
+bool CryptClient::ForEachKey(const ValArray& keys, const char* name, ValArray& result,
+                             FunctionRef<bool(const AnsiStr& data, AnsiStr& outcome)> work) noexcept {
+  // The caller may have given one array for both.
+  const ValArray all = keys;  // NOLINT(performance-unnecessary-copy-initialization)
+  for (const Val& entry : all) {
+    const Answer key(entry.AsMap());
+    const AnsiStr id = key.String("id");
+    AnsiStr outcome;
+    if (!work(key.String("data"), outcome)) return false;
+    KVMap done;
+    done.Put("id", id);
+    done.Put(name, outcome);
+    result.Append(Val(done));
+  }
+  return true;
+}
+
+bool CryptClient::UpdateKey(const AnsiStr& forRoom, const ValArray& certificates, const ValArray& keys,
+                            ValArray& result) noexcept {
+  return ForEachKey(keys, "data", result, [&](const AnsiStr& data, AnsiStr& outcome) noexcept {
+    return KeyServerModifyWrappedKey(forRoom, certificates, data, outcome);
+  });
+}
+
+bool CryptClient::ExportKeys(const AnsiStr& forRoom, const ValArray& keys, ValArray& result) noexcept {
+  return ForEachKey(keys, "plain", result, [&](const AnsiStr& data, AnsiStr& outcome) noexcept {
+    return KeyServerExportWrappedKey(forRoom, data, outcome);
+  });
+}
+
+}  // namespace OruKalvix

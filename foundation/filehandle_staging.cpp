@@ -1,0 +1,70 @@
+#include <cerrno>
+#include <unistd.h>
+#include <utility>
+
+#include "foundation/delivery.h"
+#include "foundation/error_state_saver.h"
+#include "foundation/errorstate.h"
+#include "foundation/filehandle.h"
+#include "foundation/posix_file.h"
+
+namespace OruGuiBase {
+
+bool FileWriter::OpenDraft(const File& file) noexcept {
+  return OpenDraft(file, DraftOptions());
+}
+
+bool FileWriter::OpenDraft(const File& file, const DraftOptions& options) noexcept {
+  DropFile();
+  ClearLastError();
+  if (file.IsPrivate()) return Open(file);
+  DeliveryTarget target;
+  DeliveryWay way = JudgeTarget(file, target);
+  if (target.exists && options.keepTarget) return FailWith(EEXIST);
+  if (way == DeliveryWay::Replace) way = BeginDraft(file.GetPath(), target, options);
+  if (way == DeliveryWay::InPlace) return Open(file);
+  return way == DeliveryWay::Replace || FailWithErrno();
+}
+
+// Begins the staging file of a target, unless that has to be written in place after all.
+DeliveryWay FileWriter::BeginDraft(const AnsiStr& path, const DeliveryTarget& target,
+                                   const DraftOptions& options) noexcept {
+  access_ = target.access;
+  if (!target.exists && !AskNewFile(path, access_)) return DeliveryWay::Failed;
+  AnsiStr staging;
+  const int handle = MakeStaging(path, staging);
+  if (handle < 0) {
+    return target.exists && IsRefusalOfDirectory(errno) ? DeliveryWay::InPlace : DeliveryWay::Failed;
+  }
+  handle_ = handle;
+  draft_.Take(File(staging, FilePrivacy::Staging));
+  target_ = AbsolutePath(path);
+  keepTarget_ = options.keepTarget;
+  if (options.mode >= 0) access_.mode = static_cast<std::uint32_t>(options.mode);
+  if (GiveGroup(handle, access_)) return DeliveryWay::Replace;
+  const int reason = errno;
+  DropFile();
+  errno = reason;
+  return target.exists ? DeliveryWay::InPlace : DeliveryWay::Failed;
+}
+
+// The mode comes last but one: until the name is right the owner alone may read.
+bool FileWriter::FinishDraft() noexcept {
+  const bool isReady =
+      ((keepTarget_ || MeetsTarget(target_, access_)) && GiveAccess(handle_, access_)) || FailWithErrno();
+  const bool isClosed = CloseHandle(std::exchange(handle_, -1)) || (isReady && FailWithErrno());
+  if (isReady && isClosed && (Rename(draft_.GetPath(), target_, keepTarget_) || FailWithErrno())) {
+    draft_.GiveUp();
+    return true;
+  }
+  draft_.Cleanup();
+  return false;
+}
+
+void FileWriter::DropFile() noexcept {
+  const ErrorStateSaver saver;
+  if (handle_ >= 0) CloseHandle(std::exchange(handle_, -1));
+  draft_.Cleanup();
+}
+
+}  // namespace OruGuiBase

@@ -1,0 +1,59 @@
+#include "fuzz/support/base64_mutator.h"
+
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "foundation/encoding.h"
+#include "fuzz/support/der_mutator.h"
+#include "fuzz/support/text.h"
+
+// The fuzzer's own way to change bytes. A program that only replays inputs has none and never asks for it.
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize)
+    __attribute__((weak));
+
+namespace Fuzz {
+namespace {
+
+constexpr std::string_view kWhite = " \t\r\n";
+constexpr std::uint32_t kLineLength = 64;
+
+// The base64 of a text: between the first PEM lines, or all of it.
+struct Parts {
+  std::string_view head;
+  std::string_view body;
+  std::string_view tail;
+};
+
+Parts Split(std::string_view text) {
+  const std::size_t begin = text.find("-----\n");
+  const std::size_t end = text.find("\n-----END");
+  if (begin == std::string_view::npos || end == std::string_view::npos || end < begin + 6)
+    return {{}, text, {}};
+  return {text.substr(0, begin + 6), text.substr(begin + 6, end - begin - 6), text.substr(end)};
+}
+
+bool Decode(std::string_view text, std::string& bytes) {
+  bytes.assign(text.size(), '\0');
+  auto size = static_cast<std::uint32_t>(bytes.size());
+  if (!OruGuiBase::B64Str2Binary(Ansi(text), bytes.data(), size, kWhite.data())) return false;
+  bytes.resize(size);
+  return size > 0;
+}
+
+}  // namespace
+
+std::size_t MutateBase64(std::uint8_t* data, std::size_t size, std::size_t maxSize, unsigned int seed) {
+  const Parts parts = Split(View(data, size));
+  std::string bytes;
+  if (seed % 2 == 0 || !Decode(parts.body, bytes)) return LLVMFuzzerMutate(data, size, maxSize);
+  bytes = MutateDer(bytes, seed / 2);
+  const auto encoded = OruGuiBase::Binary2B64Str(bytes.data(), static_cast<std::uint32_t>(bytes.size()),
+                                                 parts.head.empty() ? 0 : kLineLength, "\n");
+  const std::string text = std::string(parts.head) + Str(encoded) + std::string(parts.tail);
+  if (text.size() > maxSize) return LLVMFuzzerMutate(data, size, maxSize);
+  std::memcpy(data, text.data(), text.size());
+  return text.size();
+}
+
+}  // namespace Fuzz

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "exchange/icryptclienthttp.h"
+#include "fuzz/support/input.h"
+#include "fuzz/support/responses.h"
+
+namespace Fuzz {
+
+/// A transport whose every answer the input decides: the usual answer of a well-behaved server, one of its
+/// unusual ones, the answer to another question, any of these changed in places, or fuzz data as it stands;
+/// the status, the headers and the result code likewise. Without input left all servers behave.
+class HostileHttp final : public OruKalvix::ICryptClientHttp {
+ public:
+  explicit HostileHttp(Input& input) : input_(input) {}
+  HostileHttp(const HostileHttp&) = delete;
+  HostileHttp& operator=(const HostileHttp&) = delete;
+  /// Fails unless the client gave back every reference that it took.
+  ~HostileHttp();
+
+  /// Whether some failed exchange was given without a reason, or some refusal without a text: the client's
+  /// message may then be empty.
+  bool WasSilent() const { return wasSilent_; }
+  /// Whether some answer handed out a private key in the clear.
+  bool GavePlainKey() const { return gavePlainKey_; }
+
+  void* QueryInterface(const char* name) override;
+  std::uint32_t AddRef() override;
+  std::uint32_t Release() override;
+  std::int32_t SendRequest(const OruGuiBase::AnsiStr& method, const OruGuiBase::AnsiStr& url,
+                           const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& body,
+                           const OruKalvix::HttpOptions& options, OruKalvix::HttpResponse& response) override;
+
+ private:
+  HttpAnswer ChooseAnswer(const Request& request);
+  void ChangeJson(HttpAnswer& answer);
+  void ChangeHeaders(HttpAnswer& answer);
+  std::int32_t Refuse(OruKalvix::HttpResponse& response);
+  void Note(const HttpAnswer& answer);
+  static void Deliver(const HttpAnswer& answer, OruKalvix::HttpResponse& response);
+
+  Input& input_;
+  std::uint32_t references_ = 0;
+  std::uint32_t exchanges_ = 0;
+  bool wasSilent_ = false;
+  bool gavePlainKey_ = false;
+};
+
+}  // namespace Fuzz

@@ -1,0 +1,34 @@
+#include "client/cryptcli.h"
+#include "exchange/member_reader.h"
+
+namespace OruKalvix {
+
+bool CryptClient::FetchRoomCerts(AnsiStr& roomName, ValArray& certificates, AnsiStr& seqnr) noexcept {
+  const AnsiStr url = GetServiceUrl("certlist", room, AnsiStr(), AnsiStr());
+  if (url.IsEmpty()) return false;
+  KVMap request;
+  request.Put("keyserver", keyServerCursor.keyServerUrl);
+  KVMap object;
+  if (!HttpPostJSON(url, request, KVMap(), object))
+    return Fail("Could not get room certificates: %s", errorMessage.GetText());
+  const Answer answer(object);
+  roomName = answer.String("room");
+  seqnr = answer.String("seqnr");
+  certificates = answer.List("certificates");
+  TakeConfiguration(object);
+  return true;
+}
+
+bool CryptClient::UploadRoomKey(const AnsiStr& key, const AnsiStr& seqnr) noexcept {
+  const AnsiStr url = GetServiceUrl("newkey", room, AnsiStr(), AnsiStr());
+  if (url.IsEmpty()) return false;
+  KVMap request;
+  request.Put("seqnr", seqnr);
+  request.Put("key", key);
+  KVMap unread;
+  if (!HttpPostJSON(url, request, KVMap(), unread))
+    return Fail("Could not upload new room key: %s", errorMessage.GetText());
+  return true;
+}
+
+}  // namespace OruKalvix

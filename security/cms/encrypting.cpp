@@ -1,0 +1,107 @@
+#include "security/cms/encrypting.h"
+
+#include "security/cms/input.h"
+#include "security/cms/writer.h"
+#include "security/failure.h"
+#include "security/work_buffer.h"
+#include "security/x509/strength.h"
+
+namespace OruOssSec {
+
+namespace {
+
+constexpr const char* kCouldNotEncrypt = "The content cannot be encrypted";
+
+// The chain that OpenSSL would push content through. Making it encrypts the content key for the recipients,
+// which completes the skeleton; the cipher's context is then driven directly.
+BioPtr StartCipher(CMS_ContentInfo* cms, EVP_CIPHER_CTX*& context) noexcept {
+  BioPtr sink(BIO_new(BIO_s_null()));
+  BIO* chain = sink != nullptr ? CMS_dataInit(cms, sink.get()) : nullptr;
+  if (chain == nullptr) {
+    FailWithOpenSSL(kCouldNotEncrypt);
+    return nullptr;
+  }
+  static_cast<void>(sink.release());
+  BioPtr owned(chain);
+  if (BIO_get_cipher_ctx(chain, &context) != 1) {
+    FailWithOpenSSL(kCouldNotEncrypt);
+    return nullptr;
+  }
+  return owned;
+}
+
+bool EncryptPiece(EVP_CIPHER_CTX* context, const std::uint8_t* plain, std::uint32_t size,
+                  CmsWriter& writer) noexcept {
+  int made = 0;
+  if (EVP_EncryptUpdate(context, writer.GetRoom(), &made, plain, static_cast<int>(size)) != 1) {
+    return FailWithOpenSSL(kCouldNotEncrypt);
+  }
+  return writer.Commit(static_cast<std::uint32_t>(made));
+}
+
+bool EncryptLast(EVP_CIPHER_CTX* context, CmsWriter& writer) noexcept {
+  int made = 0;
+  if (EVP_EncryptFinal_ex(context, writer.GetRoom(), &made) != 1) return FailWithOpenSSL(kCouldNotEncrypt);
+  return writer.Commit(static_cast<std::uint32_t>(made));
+}
+
+// Whole blocks at a time, just as many as fill the segment under way.
+bool EncryptAll(EVP_CIPHER_CTX* context, CmsInput& input, CmsWriter& writer) noexcept {
+  WorkBuffer plain;
+  if (!plain.Alloc(kWritePiece)) return FailWithoutMemory();
+  const auto block = static_cast<std::uint32_t>(EVP_CIPHER_CTX_get_block_size(context));
+  std::uint32_t got = 0;
+  do {
+    const std::uint32_t wanted = (writer.GetMissing() + block - 1) / block * block;
+    if (!input.Read(plain.Get0(), wanted, got) || !EncryptPiece(context, plain.Get0(), got, writer))
+      return false;
+  } while (!input.IsAtEnd());
+  return EncryptLast(context, writer);
+}
+
+}  // namespace
+
+bool StartEnvelope(NewEnvelope& envelope) noexcept {
+  // OpenSSL keeps the cipher without a reference of its own, so it has to be one that never ends.
+  constexpr unsigned int kFlags = CMS_PARTIAL | CMS_STREAM | CMS_DETACHED | CMS_BINARY;
+  envelope.cms.reset(CMS_encrypt(nullptr, nullptr, EVP_aes_256_cbc(), kFlags));
+  return envelope.cms != nullptr || FailWithOpenSSL("The enveloped message cannot be made");
+}
+
+bool AddEnvelopeRecipient(NewEnvelope& envelope, const Certificate& certificate) noexcept {
+  if (envelope.cms == nullptr) return FailWith("No enveloped message was created");
+  if (envelope.saved) return FailWith("The message was saved already");
+  const int count = sk_CMS_RecipientInfo_num(CMS_get0_RecipientInfos(envelope.cms.get()));
+  if (count >= static_cast<int>(CMSLimits::kRecipients))
+    return FailWith("The message has too many recipients");
+  if (certificate.IsEmpty()) return FailWith("The recipient's certificate is empty");
+  const EVP_PKEY* key = X509_get0_pubkey(certificate.Get0());
+  if (key == nullptr) return FailWithOpenSSL("The recipient's key cannot be read");
+  if (EVP_PKEY_is_a(key, "RSA") != 1) return FailWith("The recipient's key is not an RSA key");
+  if (HasShortKey(certificate.Get0())) return FailWith("The recipient's RSA key has fewer than 2048 bits");
+  if (CMS_add1_recipient_cert(envelope.cms.get(), certificate.Get0(), CMS_BINARY) == nullptr) {
+    return FailWithOpenSSL("The recipient cannot be added");
+  }
+  envelope.hasRecipient = true;
+  return true;
+}
+
+bool SaveEnvelope(NewEnvelope& envelope, const OruGuiBase::File& content,
+                  const OruGuiBase::File& target) noexcept {
+  if (envelope.cms == nullptr) return FailWith("No enveloped message was created");
+  if (!envelope.hasRecipient) return FailWith("The message has no recipient");
+  if (envelope.saved) return FailWith("The message was saved already");
+  CmsInput input;
+  if (!input.Open(content)) return false;
+  envelope.saved = true;
+  EVP_CIPHER_CTX* context = nullptr;
+  const BioPtr chain = StartCipher(envelope.cms.get(), context);
+  if (chain == nullptr) return false;
+  CmsSkeleton skeleton;
+  if (!ReadSkeleton(envelope.cms.get(), skeleton)) return false;
+  CmsWriter writer;
+  return writer.Begin(target, skeleton, input.GetSize()) && EncryptAll(context, input, writer) &&
+         writer.Finish(skeleton);
+}
+
+}  // namespace OruOssSec

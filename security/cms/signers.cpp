@@ -1,0 +1,140 @@
+#include "security/cms/signers.h"
+
+#include <ctime>
+#include <memory>
+#include <new>
+#include <set>
+#include <string_view>
+
+#include "foundation/encoding.h"
+#include "security/ber/walker.h"
+#include "security/cms/types.h"
+#include "security/failure.h"
+
+namespace OruOssSec {
+
+namespace {
+
+using OruGuiBase::AnsiStr;
+using TypePtr = std::unique_ptr<ASN1_TYPE, Deleter<ASN1_TYPE_free>>;
+
+bool IsText(int type) noexcept {
+  constexpr unsigned long kTextTypes = B_ASN1_UTF8STRING | B_ASN1_PRINTABLESTRING | B_ASN1_T61STRING |
+                                       B_ASN1_IA5STRING | B_ASN1_BMPSTRING | B_ASN1_UNIVERSALSTRING |
+                                       B_ASN1_NUMERICSTRING | B_ASN1_VISIBLESTRING;
+  return (ASN1_tag2bit(type) & kTextTypes) != 0;
+}
+
+bool ReadText(const ASN1_STRING* value, AnsiStr& text) noexcept {
+  unsigned char* bytes = nullptr;
+  const int size = ASN1_STRING_to_UTF8(&bytes, value);
+  if (size < 0) return FailWithOpenSSL("The text of a signed attribute cannot be read");
+  text = AnsiStr(reinterpret_cast<const char*>(bytes), static_cast<std::uint32_t>(size));
+  OPENSSL_free(bytes);
+  return true;
+}
+
+// The contents octets of any other value, behind its header.
+bool ReadOctets(const ASN1_TYPE* value, AnsiStr& text) noexcept {
+  unsigned char* der = nullptr;
+  const int size = i2d_ASN1_TYPE(value, &der);
+  if (size <= 0) return FailWithOpenSSL("A signed attribute cannot be encoded");
+  ViewSource source(der, static_cast<std::uint64_t>(size));
+  BerReader reader(source);
+  BerHeader header;
+  const bool read = reader.ReadHeader(0, source.GetSize(), header);
+  if (read) {
+    text = OruGuiBase::Binary2B16Str(der + header.size, static_cast<std::uint32_t>(size) - header.size, true);
+  }
+  OPENSSL_free(der);
+  return read;
+}
+
+bool ReadValue(X509_ATTRIBUTE* attribute, AnsiStr& text) noexcept {
+  const ASN1_TYPE* value = X509_ATTRIBUTE_get0_type(attribute, 0);
+  if (value == nullptr) return FailWith("A signed attribute has no value");
+  const int type = ASN1_TYPE_get(value);
+  return IsText(type) ? ReadText(value->value.asn1_string, text) : ReadOctets(value, text);
+}
+
+// One identifier given to two attributes could be read in more ways than one, whatever values they have.
+bool IsEachOnce(const CMS_SignerInfo* signer) noexcept try {
+  std::set<std::string_view> seen;
+  const int count = CMS_signed_get_attr_count(signer);
+  for (int i = 0; i < count; ++i) {
+    const ASN1_OBJECT* oid = X509_ATTRIBUTE_get0_object(CMS_signed_get_attr(signer, i));
+    const std::string_view bytes(reinterpret_cast<const char*>(OBJ_get0_data(oid)), OBJ_length(oid));
+    if (!seen.insert(bytes).second) return FailWith("A signed attribute occurs twice");
+  }
+  return true;
+} catch (const std::bad_alloc&) {
+  return FailWithoutMemory();
+}
+
+// An attribute with several values, which none of ours has, could be read in more ways than one and is left
+// out.
+bool ReadAttributes(const CMS_SignerInfo* signer, OruGuiBase::KVMap& attributes) noexcept {
+  const int count = CMS_signed_get_attr_count(signer);
+  for (int i = 0; i < count; ++i) {
+    X509_ATTRIBUTE* attribute = CMS_signed_get_attr(signer, i);
+    if (X509_ATTRIBUTE_count(attribute) != 1) continue;
+    const AnsiStr oid = GetDottedText(X509_ATTRIBUTE_get0_object(attribute));
+    AnsiStr text;
+    if (!ReadValue(attribute, text)) return false;
+    if (!attributes.Set(oid, text)) return FailWithoutMemory();
+  }
+  return true;
+}
+
+bool ReadSigner(CMS_SignerInfo* info, STACK_OF(X509) * certificates, CMSSigner& signer) noexcept {
+  if (X509* certificate = FindSignerCertificate(info, certificates)) {
+    X509_up_ref(certificate);
+    signer.certificate = Certificate(certificate);
+  }
+  return ReadSigningTime(info, signer.signingTime) && IsEachOnce(info) &&
+         ReadAttributes(info, signer.signedAttributes);
+}
+
+}  // namespace
+
+X509* FindSignerCertificate(CMS_SignerInfo* signer, STACK_OF(X509) * certificates) noexcept {
+  for (int i = 0; i < sk_X509_num(certificates); ++i) {
+    X509* certificate = sk_X509_value(certificates, i);
+    if (CMS_SignerInfo_cert_cmp(signer, certificate) == 0) return certificate;
+  }
+  return nullptr;
+}
+
+bool ReadSigningTime(CMS_SignerInfo* signer, OruGuiBase::DateTime& time) noexcept {
+  time = OruGuiBase::DateTime();
+  const int place = CMS_signed_get_attr_by_NID(signer, NID_pkcs9_signingTime, -1);
+  if (place < 0) return true;
+  X509_ATTRIBUTE* attribute = CMS_signed_get_attr(signer, place);
+  const bool isOnly = CMS_signed_get_attr_by_NID(signer, NID_pkcs9_signingTime, place) < 0 &&
+                      X509_ATTRIBUTE_count(attribute) == 1;
+  const ASN1_TYPE* value = isOnly ? X509_ATTRIBUTE_get0_type(attribute, 0) : nullptr;
+  const int type = value != nullptr ? ASN1_TYPE_get(value) : V_ASN1_UNDEF;
+  std::tm fields = {};
+  if ((type != V_ASN1_UTCTIME && type != V_ASN1_GENERALIZEDTIME) ||
+      ASN1_TIME_to_tm(value->value.asn1_string, &fields) != 1) {
+    return FailWith("The signing time of a signer cannot be read");
+  }
+  time = {fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday,
+          fields.tm_hour,        fields.tm_min,     fields.tm_sec};
+  return true;
+}
+
+bool ReadSigners(const LoadedMessage& message, OruGuiBase::PtrContainerQueue<CMSSigner>& signers) noexcept {
+  if (message.skeleton.type != CMSMsg::Type::SignedData) return FailWith("The message is not a signed one");
+  STACK_OF(CMS_SignerInfo)* infos = CMS_get0_SignerInfos(message.cms.get());
+  const CertStackPtr certificates(CMS_get1_certs(message.cms.get()));
+  for (int i = 0; i < sk_CMS_SignerInfo_num(infos); ++i) {
+    std::unique_ptr<CMSSigner> signer(new (std::nothrow) CMSSigner);
+    if (signer == nullptr) return FailWithoutMemory();
+    if (!ReadSigner(sk_CMS_SignerInfo_value(infos, i), certificates.get(), *signer)) return false;
+    if (!signers.Append(signer.release())) return FailWithoutMemory();
+  }
+  return true;
+}
+
+}  // namespace OruOssSec

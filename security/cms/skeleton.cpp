@@ -1,0 +1,189 @@
+#include "security/cms/skeleton.h"
+
+#include "security/ber/walker.h"
+#include "security/cms/types.h"
+#include "security/failure.h"
+#include "security/work_buffer.h"
+
+namespace OruOssSec {
+
+namespace {
+
+// The OID of a content type, contents octets alone.
+bool TakeOid(BerWalker& walker, BerBuffer& oid) noexcept {
+  if (!walker.TakeContents(kObjectIdentifier, oid)) return false;
+  return (!oid.IsEmpty() && oid.GetSize() <= CmsSkeleton::kMaxOid) ||
+         walker.Refuse("A content type of the message is no object identifier");
+}
+
+// EncapsulatedContentInfo (5.2).
+bool ReadEncapsulated(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Enter(kSequence);
+  walker.Take(kObjectIdentifier, skeleton.inner);
+  skeleton.hasContent = walker.Is(kContext0);
+  if (skeleton.hasContent) {
+    walker.Enter(kContext0);
+    walker.SkipOctets(kOctetString, skeleton.content);
+    walker.Leave();
+  }
+  return walker.Leave();
+}
+
+// EncryptedContentInfo (6.1).
+bool ReadEncrypted(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Enter(kSequence);
+  walker.Take(kObjectIdentifier, skeleton.inner);
+  walker.Take(kSequence, skeleton.inner);
+  skeleton.hasContent = !walker.IsAtEnd();
+  if (skeleton.hasContent) walker.SkipOctets(kContext0Primitive, skeleton.content);
+  return walker.Leave();
+}
+
+bool ReadSigned(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Take(kInteger, skeleton.before);
+  walker.Take(kSet, skeleton.before);
+  ReadEncapsulated(walker, skeleton);
+  if (walker.Is(kContext0)) walker.Take(kContext0, skeleton.after);
+  if (walker.Is(kContext1)) walker.Take(kContext1, skeleton.after);
+  return walker.Take(kSet, skeleton.after);
+}
+
+bool ReadEnveloped(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Take(kInteger, skeleton.before);
+  if (walker.Is(kContext0)) walker.Take(kContext0, skeleton.before);
+  walker.Take(kSet, skeleton.before);
+  ReadEncrypted(walker, skeleton);
+  return !walker.Is(kContext1) || walker.Take(kContext1, skeleton.after);
+}
+
+bool ReadDigested(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Take(kInteger, skeleton.before);
+  walker.Take(kSequence, skeleton.before);
+  ReadEncapsulated(walker, skeleton);
+  return walker.Take(kOctetString, skeleton.after);
+}
+
+// Data (4): the content itself. What is no octet string is passed over like any other type.
+bool ReadData(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  skeleton.hasContent = walker.Is(kOctetString) || walker.Is(kOctetString | kConstructed);
+  return skeleton.hasContent ? walker.SkipOctets(kOctetString, skeleton.content) : walker.SkipAny();
+}
+
+bool ReadBody(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
+  walker.Enter(kSequence);
+  if (skeleton.type == CMSMsg::Type::SignedData) {
+    ReadSigned(walker, skeleton);
+  } else if (skeleton.type == CMSMsg::Type::EnvelopedData) {
+    ReadEnveloped(walker, skeleton);
+  } else {
+    ReadDigested(walker, skeleton);
+  }
+  return walker.Leave();
+}
+
+// Where OpenSSL lacks the memory to sort a set, such as the signed attributes, it leaves the set out and goes
+// on; that the encoding ends too early is all that tells.
+bool Encode(const CMS_ContentInfo* message, WorkBuffer& der) noexcept {
+  const int size = i2d_CMS_ContentInfo(message, nullptr);
+  if (size <= 0) return FailWithOpenSSL("The message cannot be encoded");
+  if (!der.Alloc(static_cast<std::uint32_t>(size))) return FailWithoutMemory();
+  unsigned char* end = der.Get0();
+  const int written = i2d_CMS_ContentInfo(message, &end);
+  return (written == size && end == der.Get0() + size) || FailWithOpenSSL("The message cannot be encoded");
+}
+
+// Most of what is no message shows in its first byte.
+bool BeginsLikeAMessage(BerReader& reader) noexcept {
+  BerSpan span;
+  if (reader.GetSize() > 0 && !reader.Fetch(0, 1, span)) return false;
+  return (span.size > 0 && *span.data == kSequence) || reader.Refuse("This is not a CMS message");
+}
+
+bool IsReadable(CMSMsg::Type type) noexcept {
+  return type == CMSMsg::Type::SignedData || type == CMSMsg::Type::EnvelopedData ||
+         type == CMSMsg::Type::DigestedData;
+}
+
+bool ReadElements(BerReader& reader, CmsSkeleton& skeleton) noexcept {
+  if (!BeginsLikeAMessage(reader)) return false;
+  BerWalker walker(reader);
+  if (!walker.Enter(kSequence) || !TakeOid(walker, skeleton.oid)) return false;
+  skeleton.type = FindContentType(skeleton.oid);
+  walker.Enter(kContext0);
+  if (IsReadable(skeleton.type)) {
+    ReadBody(walker, skeleton);
+  } else if (skeleton.type == CMSMsg::Type::Data) {
+    ReadData(walker, skeleton);
+  } else {
+    walker.SkipAny();
+  }
+  walker.Leave();
+  walker.Leave();
+  skeleton.isTooLarge = walker.IsTooLarge();
+  return walker.Finish();
+}
+
+}  // namespace
+
+CMSMsg::LoadResult LoadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
+  BerReader reader(source);
+  if (ReadElements(reader, skeleton)) return CMSMsg::LoadResult::Loaded;
+  if (reader.IsRefused()) return CMSMsg::LoadResult::NotAMessage;
+  return skeleton.isTooLarge && skeleton.type == CMSMsg::Type::EnvelopedData
+             ? CMSMsg::LoadResult::LargeEnvelope
+             : CMSMsg::LoadResult::Unreadable;
+}
+
+bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
+  return LoadSkeleton(source, skeleton) == CMSMsg::LoadResult::Loaded;
+}
+
+bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcept {
+  WorkBuffer der;
+  if (!Encode(message, der)) return false;
+  ViewSource source(der.Get0(), der.GetSize());
+  return ReadSkeleton(source, skeleton);
+}
+
+namespace {
+
+// Size of an element with so much in it.
+std::uint64_t SizeAround(std::uint64_t contents) noexcept {
+  std::uint8_t header[kMostHeader];
+  return PutBerHeader(kSequence, contents, header) + contents;
+}
+
+// From the inside out for the lengths, then from the outside in, so that the message is made once.
+bool EncodeDetached(const CmsSkeleton& skeleton, BerBuffer& message) noexcept {
+  const std::uint64_t fields =
+      skeleton.before.GetSize() + SizeAround(skeleton.inner.GetSize()) + skeleton.after.GetSize();
+  const std::uint64_t body = SizeAround(fields);
+  const std::uint64_t parts = SizeAround(skeleton.oid.GetSize()) + SizeAround(body);
+  return message.Reserve(static_cast<std::size_t>(SizeAround(parts))) &&
+         message.AppendHeader(kSequence, parts) &&
+         message.AppendHeader(kObjectIdentifier, skeleton.oid.GetSize()) && message.Append(skeleton.oid) &&
+         message.AppendHeader(kContext0, body) && message.AppendHeader(kSequence, fields) &&
+         message.Append(skeleton.before) && message.AppendHeader(kSequence, skeleton.inner.GetSize()) &&
+         message.Append(skeleton.inner) && message.Append(skeleton.after);
+}
+
+}  // namespace
+
+CMSMsg::LoadResult ParseDetached(const CmsSkeleton& skeleton, CmsPtr& parsed) noexcept {
+  constexpr const char* kUnread = "The message cannot be read";
+  BerBuffer message;
+  if (!EncodeDetached(skeleton, message)) return CMSMsg::LoadResult::Unreadable;
+  const unsigned char* position = message.GetData();
+  parsed.reset(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(message.GetSize())));
+  bool refused = true;
+  if (parsed == nullptr) {
+    FailWithOpenSSL(kUnread, refused);
+  } else if (position == message.GetData() + message.GetSize()) {
+    return CMSMsg::LoadResult::Loaded;
+  } else {
+    FailWith(kUnread);
+  }
+  return refused ? CMSMsg::LoadResult::NotAMessage : CMSMsg::LoadResult::Unreadable;
+}
+
+}  // namespace OruOssSec

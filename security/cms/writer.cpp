@@ -1,0 +1,84 @@
+#include "security/cms/writer.h"
+
+#include <cstring>
+
+#include "security/failure.h"
+
+namespace OruOssSec {
+
+namespace {
+
+constexpr std::uint8_t kSequenceStart[] = {kSequence, 0x80};
+constexpr std::uint8_t kContextStart[] = {kContext0, 0x80};
+constexpr std::uint8_t kOctetsStart[] = {kOctetString | kConstructed, 0x80};
+constexpr std::uint8_t kEnd[] = {0x00, 0x00};
+
+// A segment and its header are one piece: 04 83 and three octets of length.
+constexpr std::uint32_t kSegmentHeader = 5;
+constexpr std::uint32_t kSegment = kWritePiece - kSegmentHeader;
+
+// Room that is reserved beside the content: certificates and signers or recipients.
+constexpr std::uint64_t kAround = std::uint64_t{64} * 1024;
+
+bool IsSigned(const CmsSkeleton& skeleton) noexcept {
+  return skeleton.type == CMSMsg::Type::SignedData;
+}
+
+bool MakeHead(const CmsSkeleton& skeleton, BerBuffer& head) noexcept {
+  return head.Append(kSequenceStart, 2) && head.AppendHeader(kObjectIdentifier, skeleton.oid.GetSize()) &&
+         head.Append(skeleton.oid) && head.Append(kContextStart, 2) && head.Append(kSequenceStart, 2) &&
+         head.Append(skeleton.before) && head.Append(kSequenceStart, 2) && head.Append(skeleton.inner) &&
+         head.Append(kContextStart, 2) && (!IsSigned(skeleton) || head.Append(kOctetsStart, 2));
+}
+
+bool MakeTail(const CmsSkeleton& skeleton, BerBuffer& tail) noexcept {
+  return (!IsSigned(skeleton) || tail.Append(kEnd, 2)) && tail.Append(kEnd, 2) && tail.Append(kEnd, 2) &&
+         tail.Append(skeleton.after) && tail.Append(kEnd, 2) && tail.Append(kEnd, 2) && tail.Append(kEnd, 2);
+}
+
+}  // namespace
+
+bool CmsWriter::Write(const void* data, std::uint32_t size) noexcept {
+  written_ += size;
+  return writer_.Write(data, size);
+}
+
+bool CmsWriter::Begin(const OruGuiBase::File& target, const CmsSkeleton& head,
+                      std::uint64_t expected) noexcept {
+  if (!buffer_.Alloc(kMostHeader + kSegment + kSlack)) return FailWithoutMemory();
+  BerBuffer bytes;
+  if (!MakeHead(head, bytes) || !writer_.Open(target)) return false;
+  // The first segment is so much shorter that the following ones lie at multiples of a piece; a head that
+  // leaves little of the first piece is not worth it.
+  const std::uint32_t lead = static_cast<std::uint32_t>(bytes.GetSize() % kWritePiece);
+  segment_ = lead < kSegment / 2 ? kSegment - lead : kSegment;
+  const std::uint64_t headers = (expected / kSegment + 1) * kSegmentHeader;
+  return writer_.Preallocate(static_cast<std::int64_t>(expected + headers + kAround)) && Write(bytes);
+}
+
+bool CmsWriter::WriteSegment(std::uint32_t size) noexcept {
+  std::uint8_t header[kMostHeader];
+  const std::uint32_t headerSize = PutBerHeader(kOctetString, size, header);
+  std::uint8_t* start = buffer_.Get0() + kMostHeader - headerSize;
+  std::memcpy(start, header, headerSize);
+  return Write(start, headerSize + size);
+}
+
+bool CmsWriter::Commit(std::uint32_t size) noexcept {
+  filled_ += size;
+  if (filled_ < segment_) return true;
+  if (!WriteSegment(segment_)) return false;
+  std::uint8_t* data = buffer_.Get0() + kMostHeader;
+  filled_ -= segment_;
+  std::memmove(data, data + segment_, filled_);
+  segment_ = kSegment;
+  return true;
+}
+
+bool CmsWriter::Finish(const CmsSkeleton& tail) noexcept {
+  BerBuffer bytes;
+  return (filled_ == 0 || WriteSegment(filled_)) && MakeTail(tail, bytes) && Write(bytes) &&
+         writer_.Truncate(written_) && writer_.Close();
+}
+
+}  // namespace OruOssSec

@@ -1,0 +1,177 @@
+#include "stand/crypt_service.h"
+
+#include <algorithm>
+
+#include "stand/wire.h"
+
+namespace CryptStand {
+namespace {
+
+Served Malformed(const std::string& text) {
+  return RefusedWith(400, kMalformedErrorId, text);
+}
+
+Served WrongMethod(const char* allowed) {
+  Served served = RefusedWith(405, kMalformedErrorId, "Method not allowed");
+  served.reply.headers.emplace_back("Allow", allowed);
+  return served;
+}
+
+Served Answer(const KVMap& answer) {
+  return {JsonReply(answer), "ok"};
+}
+
+bool HasJsonType(const HttpRequest& request) {
+  const auto types = request.HeaderValues("Content-Type");
+  if (types.size() != 1) return false;
+  const std::string type = types.front().substr(0, types.front().find(';'));
+  return type == "text/json" || type == "application/json";
+}
+
+}  // namespace
+
+std::optional<CryptService::Route> CryptService::FindRoute(const HttpRequest& request) {
+  const auto path = request.PathSegments();
+  if (!path.has_value() || path->size() < 3 || path->front() != "crypt" || (*path)[2].empty())
+    return std::nullopt;
+  const std::string& first = (*path)[1];
+  if (path->size() == 5 && first == "certlist" && (*path)[3] == "integrity") {
+    return Route{"integrity", (*path)[2], (*path)[4]};
+  }
+  const char* known[] = {"key", "certlist", "newkey", "authztoken"};
+  const bool isKnown = std::find(std::begin(known), std::end(known), first) != std::end(known);
+  return path->size() == 3 && isKnown ? std::optional(Route{first, (*path)[2], ""}) : std::nullopt;
+}
+
+Served CryptService::Serve(const HttpRequest& request, const std::optional<Route>& route) {
+  if (!route.has_value()) return RefusedWith(404, kUnknownErrorId, "Unknown path");
+  const bool isKey = route->operation == "key";
+  if (isKey && request.method == "GET") return ServeKey(request, *route);
+  if (request.method != "POST") return WrongMethod(isKey ? "GET, POST" : "POST");
+  if (!HasJsonType(request)) return RefusedWith(415, kMalformedErrorId, "Content type is not JSON");
+  if (isKey) return ServeKey(request, *route);
+  const auto body = ReadObject(request.body);
+  if (!body.has_value()) return Malformed("Body is no JSON object");
+  if (route->operation == "certlist") return ServeCertList(*body, *route);
+  if (route->operation == "newkey") return ServeNewKey(*body, *route);
+  if (route->operation == "authztoken") return ServeToken(*body, *route);
+  return ServeIntegrity(*body, *route);
+}
+
+std::optional<Served> CryptService::RefuseRoom(const std::optional<RoomRecord>& room) const {
+  if (!room.has_value()) return RefusedWith(404, kUnknownErrorId, "Unknown room");
+  if (room->options.locked) return RefusedWith(403, kLockedErrorId, "The room is locked");
+  return std::nullopt;
+}
+
+bool CryptService::IsKeyServerOrEmpty(const std::optional<std::string>& url) const {
+  if (!url.has_value()) return false;
+  const auto announced = realm_.settings.GetAnnouncedUrls();
+  return url->empty() || realm_.settings.IsKeyServer(*url) ||
+         std::find(announced.begin(), announced.end(), *url) != announced.end();
+}
+
+void CryptService::AddConfiguration(const RoomRecord& room, KVMap& answer) const {
+  answer.Set("group", TextVal(room.group));
+  answer.Set("keyserver", TextsVal(realm_.settings.GetAnnouncedUrls()));
+  answer.Set("statustimeout", TextVal(realm_.settings.GetStatusTimeout()));
+  answer.Set("certauth", Val(room.options.certAuth));
+}
+
+// Refusals about the room come with status 200: that is where a client looks for them.
+Served CryptService::ServeKey(const HttpRequest& request, const Route& route) {
+  std::optional<KVMap> id;
+  if (request.method == "POST") {
+    const auto body = ReadObject(request.body);
+    id = body.has_value() && HasMembers(*body, {"id"}) ? ReadMap(*body, "id") : std::nullopt;
+    const bool isWhole = id.has_value() && HasMembers(*id, {"issuer", "serial"}) && ReadText(*id, "issuer") &&
+                         ReadText(*id, "serial");
+    if (!isWhole) return Malformed("Body is not {\"id\":{\"issuer\",\"serial\"}}");
+  }
+  const auto room = realm_.store.GetRoom(route.id);
+  if (!room.has_value()) return RefusedWith(200, kUnknownErrorId, "Unknown room");
+  if (room->options.locked) return RefusedWith(200, kLockedErrorId, "The room is locked");
+  if (!id.has_value()) return KeyAnswer(*room, realm_.store.GetCurrentRoomKey(room->id));
+  return KeyAnswer(*room,
+                   realm_.store.FindRoomKey(room->id, *ReadText(*id, "issuer"), *ReadText(*id, "serial")));
+}
+
+Served CryptService::KeyAnswer(const RoomRecord& room, const std::optional<RoomKeyRecord>& record) {
+  KVMap answer;
+  answer.Set("room", TextVal(room.id));
+  if (record.has_value()) {
+    answer.Set("certificate", TextVal(record->certificate));
+    answer.Set("data", TextVal(record->data));
+  }
+  if (record.has_value() && room.options.plainKey) {
+    const auto opened = realm_.rooms.OpenKey(record->data);
+    if (opened.has_value()) answer.Set("plain", TextVal(opened->key.ToPEM()));
+  }
+  AddConfiguration(room, answer);
+  return Answer(answer);
+}
+
+Served CryptService::ServeCertList(const KVMap& body, const Route& route) {
+  if (!HasMembers(body, {"keyserver"}) || !IsKeyServerOrEmpty(ReadText(body, "keyserver"))) {
+    return Malformed("\"keyserver\" is no key server of this service");
+  }
+  const auto room = realm_.store.GetRoom(route.id);
+  if (const auto refusal = RefuseRoom(room)) return *refusal;
+  const auto sequence = realm_.store.HandOutSequence(room->id);
+  const Identity member = realm_.rooms.GetMember(room->id);
+  if (!sequence.has_value() || member.certificate.IsEmpty()) {
+    return RefusedWith(500, kUnknownErrorId, "The room's certificates cannot be made");
+  }
+  KVMap answer;
+  answer.Set("room", TextVal(room->id));
+  answer.Set("seqnr", TextVal(*sequence));
+  answer.Set("certificates", TextsVal({member.certificate.ToPEM()}));
+  AddConfiguration(*room, answer);
+  return Answer(answer);
+}
+
+Served CryptService::ServeNewKey(const KVMap& body, const Route& route) {
+  const auto sequence = ReadText(body, "seqnr");
+  const auto data = ReadText(body, "key");
+  if (!HasMembers(body, {"seqnr", "key"}) || !sequence.has_value() || !data.has_value()) {
+    return Malformed("Body is not {\"seqnr\",\"key\"}");
+  }
+  const auto room = realm_.store.GetRoom(route.id);
+  if (const auto refusal = RefuseRoom(room)) return *refusal;
+  const auto opened = realm_.rooms.OpenKey(*data);
+  if (!opened.has_value()) return Malformed("\"key\" is no wrapped key of these key servers");
+  switch (realm_.store.UploadRoomKey(room->id, *sequence, opened->certificate, *data)) {
+    case Upload::Done:
+      return Answer(KVMap());
+    case Upload::StaleSequence:
+      return RefusedWith(409, kMalformedErrorId, "The sequence number is stale");
+    case Upload::Failed:
+      break;
+  }
+  return RefusedWith(500, kUnknownErrorId, "The key cannot be kept");
+}
+
+Served CryptService::ServeIntegrity(const KVMap& body, const Route& route) {
+  if (!HasMembers(body, {"keyserver"}) || !IsKeyServerOrEmpty(ReadText(body, "keyserver"))) {
+    return Malformed("\"keyserver\" is no key server of this service");
+  }
+  if (route.digest != "sha256") return RefusedWith(404, kUnknownErrorId, "Unknown digest");
+  if (!realm_.store.HasGroup(route.id)) return RefusedWith(404, kUnknownErrorId, "Unknown group");
+  const IntegrityList kind = realm_.settings.GetIntegrityList();
+  OruGuiBase::Array<Val> list;
+  if (kind == IntegrityList::OtherKinds) {
+    for (const Val& other : {Val(std::int64_t{42}), Val(), Val(KVMap())}) list.Append(other);
+  }
+  if (kind == IntegrityList::WithoutOurs) list.Append(TextVal(std::string(64, '0')));
+  const bool hasOurs = kind != IntegrityList::WithoutOurs && kind != IntegrityList::Empty;
+  for (const auto& key : realm_.rooms.GetIntegrityKeys(route.id)) {
+    std::string text = key.identity.certificate.GetDigest(kSHA256);
+    if (kind == IntegrityList::UpperCase) std::transform(text.begin(), text.end(), text.begin(), ::toupper);
+    if (hasOurs) list.Append(TextVal(text));
+  }
+  KVMap answer;
+  answer.Set("integrity", Val(list));
+  return Answer(answer);
+}
+
+}  // namespace CryptStand

@@ -1,0 +1,72 @@
+#include <algorithm>
+#include <iterator>
+
+#include "stand/crypt_service.h"
+#include "stand/wire.h"
+
+namespace CryptStand {
+namespace {
+
+// Every command that a token can be asked for; only two of them name the key that they act on.
+constexpr const char* kOperations[] = {
+    "configGroupRequest",      "reencryptRequest",        "getAuditLogRequest", "generateWrappedKeyRequest",
+    "modifyWrappedKeyRequest", "exportWrappedKeyRequest", "decryptRequest",     "signRequest",
+    "getKeyRequest",           "importKeyRequest",        "deleteKeyRequest",
+};
+
+bool IsOperation(const std::string& name) {
+  return std::find(std::begin(kOperations), std::end(kOperations), name) != std::end(kOperations);
+}
+
+bool NamesKey(const std::string& operation) {
+  return operation == "signRequest" || operation == "deleteKeyRequest";
+}
+
+// The claim that a request asks for; none when the request is malformed.
+std::optional<TokenClaim> ReadClaim(const KVMap& body, const std::string& id) {
+  const auto server = ReadText(body, "keyserver");
+  const auto operation = ReadText(body, "operation");
+  if (!HasMembers(body, {"keyserver", "operation"}, {"transaction", "key"}) || !server || !operation ||
+      !IsOperation(*operation)) {
+    return std::nullopt;
+  }
+  if (body.Find("transaction") < body.GetCount() && ReadText(body, "transaction").value_or("").empty()) {
+    return std::nullopt;
+  }
+  TokenClaim claim{*server, *operation, id, "", ""};
+  if (body.Find("key") >= body.GetCount()) return claim;
+  const auto key = ReadMap(body, "key");
+  if (!key.has_value() || !NamesKey(*operation) || !HasMembers(*key, {"type", "id", "subId"}) ||
+      ReadText(*key, "type") != "handle" || !ReadText(*key, "id") || !ReadText(*key, "subId")) {
+    return std::nullopt;
+  }
+  claim.keyId = *ReadText(*key, "id");
+  claim.keySubId = *ReadText(*key, "subId");
+  return claim;
+}
+
+}  // namespace
+
+Served CryptService::ServeToken(const KVMap& body, const Route& route) {
+  const auto claim = ReadClaim(body, route.id);
+  if (!claim.has_value()) return RefusedWith(400, kMalformedErrorId, "The token request is malformed");
+  if (!realm_.settings.IsKeyServer(claim->server)) {
+    return RefusedWith(400, kMalformedErrorId, "\"keyserver\" is no key server of this service");
+  }
+  // Setting up a group is what makes it known.
+  const bool makesGroup = claim->operation == "configGroupRequest";
+  if (!makesGroup && !realm_.rooms.FindGroup(route.id).has_value()) {
+    return RefusedWith(404, kUnknownErrorId, "Unknown room or group");
+  }
+  const auto room = realm_.store.GetRoom(route.id);
+  if (room.has_value() && room->options.locked) {
+    return RefusedWith(403, kLockedErrorId, "The room is locked");
+  }
+  const std::string token = realm_.tokens.Issue(*claim);
+  if (token.empty()) return RefusedWith(500, kUnknownErrorId, "A token cannot be made");
+  KVMap answer;
+  answer.Set("authztoken", TextVal(token));
+  return {JsonReply(answer), "ok"};
+}
+
+}  // namespace CryptStand

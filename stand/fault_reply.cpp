@@ -1,0 +1,195 @@
+#include "stand/fault_reply.h"
+
+#include <algorithm>
+
+#include "stand/wire.h"
+
+namespace CryptStand {
+namespace {
+
+using OruGuiBase::Array;
+using OruGuiBase::ValType;
+
+constexpr std::size_t kDepth = 100000;
+constexpr std::size_t kHugeSize = 8U << 20U;
+
+HttpReply BodyReply(std::string body) {
+  HttpReply reply;
+  reply.body = std::move(body);
+  return reply;
+}
+
+HttpReply StatusReply(const Fault& fault) {
+  return Refusal(fault.number > 0 ? fault.number : 503, "", "A fault was set");
+}
+
+HttpReply CodeReply(const Fault& fault, bool isKeyServer) {
+  if (!isKeyServer) return Refusal(200, fault.text, "A fault was set");
+  return BodyReply(R"({"header":{},"payload":{"type":"status","code":)" + std::to_string(fault.number) +
+                   "}}");
+}
+
+std::string OrElse(const std::string& text, const char* instead) {
+  return text.empty() ? instead : text;
+}
+
+HttpReply JsonResponse(const std::string& type) {
+  KVMap payload;
+  payload.Set("type", TextVal(type));
+  KVMap envelope;
+  envelope.Set("header", Val(KVMap()));
+  envelope.Set("payload", Val(payload));
+  return JsonReply(envelope);
+}
+
+HttpReply EmptyCsv() {
+  HttpReply reply;
+  reply.contentType = "text/csv";
+  return reply;
+}
+
+Val EmptyLike(const Val& value) {
+  switch (value.GetType()) {
+    case ValType::String:
+      return TextVal("");
+    case ValType::Array:
+      return Val(Array<Val>());
+    case ValType::Map:
+      return Val(KVMap());
+    case ValType::Bool:
+      return Val(false);
+    default:
+      return Val(std::int64_t{0});
+  }
+}
+
+Val OtherThan(const Val& value) {
+  return value.GetType() == ValType::Integer ? TextVal("other") : Val(std::int64_t{4711});
+}
+
+template <class Change>
+KVMap ChangeMembers(const KVMap& object, const Change& change) {
+  KVMap changed;
+  for (std::uint32_t i = 0; i < object.GetCount(); ++i) {
+    const OruGuiBase::AnsiStr& name = object.GetKeys()[i];
+    changed.Set(name, name == "type" ? object.GetValues()[i] : change(name.View(), object.GetValues()[i]));
+  }
+  return changed;
+}
+
+// Changes the members of a key server's payload or of the crypt service's whole answer.
+template <class Change>
+void ChangeAnswer(HttpReply& reply, const Change& change) {
+  auto object = ReadObject(reply.body);
+  if (!object.has_value()) return;
+  const auto payload = ReadMap(*object, "payload");
+  if (payload.has_value()) {
+    object->Set("payload", Val(ChangeMembers(*payload, change)));
+  } else {
+    object = ChangeMembers(*object, change);
+  }
+  reply.body = WriteObject(*object);
+}
+
+// Changes each text of the arrays that carry results of a private key.
+template <class Change>
+void ChangeResults(HttpReply& reply, std::initializer_list<const char*> names, const Change& change) {
+  ChangeAnswer(reply, [&](std::string_view name, const Val& value) {
+    const bool isResult = std::find(names.begin(), names.end(), name) != names.end();
+    if (!isResult || value.GetType() != ValType::Array) return value;
+    Array<Val> changed;
+    for (const Val& element : value.AsArray()) changed.Append(TextVal(change(element.AsString().View())));
+    return Val(changed);
+  });
+}
+
+std::string FlipBit(std::string_view base64) {
+  std::string bytes = FromBase64(base64).value_or("");
+  if (!bytes.empty()) bytes.back() = static_cast<char>(bytes.back() ^ 1);
+  return ToBase64(bytes);
+}
+
+void ChangeType(HttpReply& reply, const std::string& type) {
+  auto object = ReadObject(reply.body);
+  auto payload = object.has_value() ? ReadMap(*object, "payload") : std::nullopt;
+  if (!payload.has_value()) return;
+  payload->Set("type", TextVal(type));
+  object->Set("payload", Val(*payload));
+  reply.body = WriteObject(*object);
+}
+
+std::size_t SizeOf(const HttpReply& reply) {
+  if (!reply.openBody) return reply.body.size();
+  std::size_t size = 0;
+  const BodySource next = reply.openBody();
+  for (std::string piece = next(); !piece.empty(); piece = next()) size += piece.size();
+  return size;
+}
+
+void Cut(const Fault& fault, HttpReply& reply) {
+  reply.cutAfter = fault.number > 0 ? static_cast<std::size_t>(fault.number) : SizeOf(reply) / 2;
+}
+
+}  // namespace
+
+std::optional<HttpReply> MakeFaultReply(const Fault& fault, bool isKeyServer) {
+  switch (fault.kind) {
+    case FaultKind::Status:
+      return StatusReply(fault);
+    case FaultKind::BrokenJson:
+      return BodyReply(R"({"payload":{"type":)");
+    case FaultKind::JsonArray:
+      return BodyReply("[1,2,3]");
+    case FaultKind::JsonNumber:
+      return BodyReply("4711");
+    case FaultKind::JsonDeep:
+      return BodyReply(std::string(kDepth, '[') + std::string(kDepth, ']'));
+    case FaultKind::JsonNotUtf8:
+      return BodyReply("{\"payload\":\"\xC3\x28\"}");
+    case FaultKind::JsonHuge: {
+      const std::size_t size = fault.number > 0 ? static_cast<std::size_t>(fault.number) : kHugeSize;
+      return BodyReply("{\"payload\":\"" + std::string(size, 'x') + "\"}");
+    }
+    case FaultKind::EmptyBody:
+      return BodyReply("");
+    case FaultKind::Body:
+      return BodyReply(fault.text);
+    case FaultKind::ErrorCode:
+      return CodeReply(fault, isKeyServer);
+    case FaultKind::JsonResponse:
+      return JsonResponse(OrElse(fault.text, "getAuditLogResponse"));
+    case FaultKind::EmptyCsv:
+      return EmptyCsv();
+    default:
+      return std::nullopt;
+  }
+}
+
+void SpoilReply(const Fault& fault, HttpReply& reply) {
+  switch (fault.kind) {
+    case FaultKind::WrongType:
+      return ChangeType(reply, OrElse(fault.text, "unexpectedResponse"));
+    case FaultKind::BadSignature:
+      return ChangeResults(reply, {"signedHashes"}, FlipBit);
+    case FaultKind::BadBase64:
+      return ChangeResults(reply, {"signedHashes", "plainData"},
+                           [](std::string_view) { return "*no base64*"; });
+    case FaultKind::EmptyMembers:
+      return ChangeAnswer(reply, [](std::string_view, const Val& value) { return EmptyLike(value); });
+    case FaultKind::OtherMembers:
+      return ChangeAnswer(reply, [](std::string_view, const Val& value) { return OtherThan(value); });
+    case FaultKind::WrongContentType:
+      reply.contentType = OrElse(fault.text, "text/html");
+      return;
+    case FaultKind::Cut:
+      return Cut(fault, reply);
+    case FaultKind::SecStatus:
+      reply.headers.emplace_back("x-sec-status",
+                                 fault.text.empty() ? std::to_string(fault.number) : fault.text);
+      return;
+    default:
+      return;
+  }
+}
+
+}  // namespace CryptStand

@@ -1,0 +1,294 @@
+#include "stand/http_connection.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/buffers_prefix.hpp>
+#include <boost/beast/core/buffers_range.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/string.hpp>
+#include <boost/beast/http.hpp>
+#include <cerrno>
+
+#include "stand/socket.h"
+
+namespace CryptStand {
+namespace {
+
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+namespace net = boost::asio;
+using boost::system::error_code;
+using Parser = http::request_parser<http::string_body>;
+
+constexpr std::uint64_t kMaxBody = 16U << 20U;
+constexpr std::uint32_t kMaxHead = 64U << 10U;  // request line and headers
+// What is read ahead: chunk extensions and trailers have to fit as well.
+constexpr std::size_t kMaxBuffered = 2 * kMaxHead;
+constexpr std::size_t kReadSize = 16U << 10U;
+// Of a refused request, what is read and dropped so that the other side gets to its response.
+constexpr std::size_t kMaxDropped = 64U << 20U;
+
+// The connection as Beast sees a stream: it reads and writes some bytes, with an error code or by throwing.
+class Stream {
+ public:
+  Stream(int socket, int timeoutMs) : bytes_(socket, timeoutMs) {}
+
+  const ConnectionStream& Bytes() const { return bytes_; }
+
+  template <class Buffers>
+  std::size_t read_some(const Buffers& buffers, error_code& error) {
+    error = {};
+    for (const net::mutable_buffer buffer : beast::buffers_range_ref(buffers)) {
+      if (buffer.size() == 0) continue;
+      const ssize_t count = bytes_.Read(buffer.data(), buffer.size());
+      if (count == 0) error = net::error::eof;
+      return Count(count, error);
+    }
+    return 0;
+  }
+
+  template <class Buffers>
+  std::size_t write_some(const Buffers& buffers, error_code& error) {
+    error = {};
+    std::array<iovec, 16> parts = {};
+    std::size_t count = 0;
+    for (const net::const_buffer buffer : beast::buffers_range_ref(buffers)) {
+      if (count == parts.size()) break;
+      if (buffer.size() != 0) parts[count++] = {const_cast<void*>(buffer.data()), buffer.size()};
+    }
+    return count == 0 ? 0 : Count(bytes_.Write(parts.data(), count), error);
+  }
+
+  template <class Buffers>
+  std::size_t read_some(const Buffers& buffers) {
+    error_code error;
+    const std::size_t count = read_some(buffers, error);
+    if (error) throw boost::system::system_error(error);
+    return count;
+  }
+
+  template <class Buffers>
+  std::size_t write_some(const Buffers& buffers) {
+    error_code error;
+    const std::size_t count = write_some(buffers, error);
+    if (error) throw boost::system::system_error(error);
+    return count;
+  }
+
+ private:
+  static std::size_t Count(ssize_t count, error_code& error) {
+    if (count < 0) error = error_code(errno, boost::system::system_category());
+    return count < 0 ? 0 : static_cast<std::size_t>(count);
+  }
+
+  ConnectionStream bytes_;
+};
+
+template <class View>
+std::string Text(const View& view) {
+  return {view.data(), view.size()};
+}
+
+HttpRequest ReadRequest(Parser::value_type from) {
+  HttpRequest request = {Text(from.method_string()), Text(from.target()), std::move(from.body()), {}};
+  for (const auto& field : from) request.headers.emplace_back(Text(field.name_string()), Text(field.value()));
+  return request;
+}
+
+// The status that answers a request which could not be read, 0 when nobody waits for one.
+int StatusOf(const error_code& error, const Parser& parser) {
+  const bool isParsed = error.category() == http::make_error_code(http::error::bad_method).category();
+  if (error == http::error::end_of_stream) return 0;
+  if (error == http::error::body_limit) return 413;
+  if (error == http::error::header_limit) return parser.get().target().empty() ? 414 : 431;
+  if (error == boost::system::errc::timed_out) return 408;
+  return isParsed ? 400 : 0;
+}
+
+bool IsServed(http::verb method) {
+  constexpr http::verb kServed[] = {http::verb::get,    http::verb::head,  http::verb::post,
+                                    http::verb::put,    http::verb::patch, http::verb::delete_,
+                                    http::verb::options};
+  return std::find(std::begin(kServed), std::end(kServed), method) != std::end(kServed);
+}
+
+// A header with a line break would be read as two: it is left out.
+bool IsOneLine(const std::string& text) {
+  return text.find_first_of("\r\n") == std::string::npos;
+}
+
+// What decides how a response is framed.
+struct Framing {
+  explicit Framing(const Parser& parser)
+      : version(parser.get().version()),
+        isHead(parser.get().method() == http::verb::head),
+        isKept(parser.keep_alive()) {}
+
+  unsigned version;
+  bool isHead;
+  bool isKept;
+};
+
+class Connection {
+ public:
+  Connection(int socket, const HttpHandler& handler, const std::stop_token& stop,
+             const HttpTimeouts& timeouts)
+      : stream_(socket, timeouts.transferMs), idleMs_(timeouts.idleMs), handler_(handler), stop_(stop) {}
+
+  void Serve() {
+    while (!stop_.stop_requested() && WaitForRequest() && ServeOne()) {
+    }
+  }
+
+ private:
+  bool WaitForRequest() const { return buffer_.size() > 0 || stream_.Bytes().WaitForData(idleMs_); }
+  bool ServeOne();
+  void ReadHead(Parser& parser, error_code& error);
+  void Fill(Parser& parser, error_code& error);
+  void ReadBody(Parser& parser, error_code& error);
+  bool Answer(HttpReply reply, Framing framing);
+  bool SendHead(const HttpReply& reply, const Framing& framing, bool hasBody);
+  bool SendPieces(const BodySource& next, std::optional<std::size_t> left, bool isChunked);
+  void Refuse(int status);
+  template <class Buffers>
+  bool Send(const Buffers& buffers) {
+    error_code error;
+    net::write(stream_, buffers, error);
+    return !error;
+  }
+
+  Stream stream_;
+  int idleMs_;
+  const HttpHandler& handler_;
+  const std::stop_token& stop_;
+  beast::flat_buffer buffer_{kMaxBuffered};  // what has come of the next requests
+};
+
+// False when the connection is to be closed.
+bool Connection::ServeOne() {
+  Parser parser;
+  parser.header_limit(kMaxHead);
+  parser.body_limit(kMaxBody);
+  error_code error;
+  ReadHead(parser, error);
+  if (!error) ReadBody(parser, error);
+  if (error) {
+    const int status = StatusOf(error, parser);
+    if (status != 0) Refuse(status);
+    return false;
+  }
+  const Framing framing(parser);
+  HttpReply reply;
+  reply.status = 501;
+  if (IsServed(parser.get().method())) reply = handler_(ReadRequest(parser.release()), stop_);
+  return Answer(std::move(reply), framing);
+}
+
+// The parser limits what it is given at once; the sum is limited here, since many short headers are as bad as
+// a long one.
+void Connection::ReadHead(Parser& parser, error_code& error) {
+  std::size_t size = 0;
+  while (!error && !parser.is_header_done()) {
+    const std::size_t used = parser.put(buffer_.data(), error);
+    buffer_.consume(used);
+    size += used;
+    const bool isMoreNeeded = error == http::error::need_more;
+    if (isMoreNeeded) error = {};
+    if (!error && size > kMaxHead) error = http::error::header_limit;
+    if (isMoreNeeded && !error) Fill(parser, error);
+  }
+}
+
+void Connection::Fill(Parser& parser, error_code& error) {
+  buffer_.commit(stream_.read_some(buffer_.prepare(kReadSize), error));
+  if (error != net::error::eof) return;
+  error = http::error::end_of_stream;
+  if (parser.got_some()) parser.put_eof(error);
+}
+
+void Connection::ReadBody(Parser& parser, error_code& error) {
+  if (parser.is_done()) return;
+  const auto expected = parser.get().find(http::field::expect);
+  if (expected != parser.get().end() && beast::iequals(expected->value(), "100-continue")) {
+    http::response<http::empty_body> interim(http::status::continue_, 11);
+    http::write(stream_, interim, error);
+  }
+  if (!error) http::read(stream_, buffer_, parser, error);
+}
+
+bool Connection::Answer(HttpReply reply, Framing framing) {
+  const bool isInterim = reply.status < 200;  // nothing final follows, so the connection has to end
+  const bool hasBody = !isInterim && reply.status != 204 && reply.status != 304;
+  const bool isChunked = reply.openBody && framing.version >= 11;
+  if (isInterim || (reply.openBody && !isChunked)) framing.isKept = false;
+  if (!SendHead(reply, framing, hasBody)) return false;
+  const bool isKept = framing.isKept && !reply.cutAfter.has_value();
+  if (!hasBody || framing.isHead) return isKept;
+  if (reply.openBody) return SendPieces(reply.openBody(), reply.cutAfter, isChunked) && isKept;
+  const std::size_t size = std::min(reply.cutAfter.value_or(reply.body.size()), reply.body.size());
+  return Send(net::buffer(reply.body.data(), size)) && isKept;
+}
+
+bool Connection::SendHead(const HttpReply& reply, const Framing& framing, bool hasBody) {
+  http::response<http::empty_body> head;
+  head.version(framing.version);
+  head.result(static_cast<unsigned>(reply.status));
+  for (const auto& [name, value] : reply.headers) {
+    if (IsOneLine(name) && IsOneLine(value)) head.insert(name, value);
+  }
+  if (hasBody) {
+    if (IsOneLine(reply.contentType)) head.set(http::field::content_type, reply.contentType);
+    if (!reply.openBody) head.content_length(reply.body.size());
+    if (reply.openBody && framing.version >= 11) head.chunked(true);
+  }
+  head.keep_alive(framing.isKept);
+  http::response_serializer<http::empty_body> serializer(head);
+  error_code error;
+  http::write_header(stream_, serializer, error);
+  return !error;
+}
+
+// A cut falls inside a chunk whose full size was announced.
+bool Connection::SendPieces(const BodySource& next, std::optional<std::size_t> left, bool isChunked) {
+  for (std::string piece = next(); !piece.empty(); piece = next()) {
+    const auto body = net::buffer(piece);
+    const std::size_t size = std::min(left.value_or(body.size()), body.size());
+    const std::size_t framing = isChunked ? net::buffer_size(http::chunk_header(body.size())) : 0;
+    const bool isCut = left.has_value() && *left <= body.size();
+    if (isCut && isChunked) Send(beast::buffers_prefix(framing + size, http::make_chunk(body)));
+    if (isCut && !isChunked) Send(net::buffer(body, size));
+    if (isCut || !(isChunked ? Send(http::make_chunk(body)) : Send(body))) return false;
+    if (left.has_value()) *left -= size;
+  }
+  return !left.has_value() && (!isChunked || Send(http::make_chunk_last()));
+}
+
+// The rest of the request is read before the connection is closed: bytes that lie unread then would turn the
+// end into a reset, and the other side might lose the response.
+void Connection::Refuse(int status) {
+  http::response<http::empty_body> response(static_cast<http::status>(status), 11);
+  response.content_length(0);
+  response.keep_alive(false);
+  error_code error;
+  http::write(stream_, response, error);
+  stream_.Bytes().EndWriting();
+  std::array<char, kReadSize> dropped;
+  ssize_t count = error ? 0 : 1;
+  for (std::size_t sum = 0; count > 0 && sum < kMaxDropped; sum += static_cast<std::size_t>(count)) {
+    count = stream_.Bytes().Read(dropped.data(), dropped.size());
+  }
+}
+
+}  // namespace
+
+void ServeConnection(int socket, const HttpHandler& handler, const std::stop_token& stop,
+                     const HttpTimeouts& timeouts) noexcept {
+  try {
+    Connection(socket, handler, stop, timeouts).Serve();
+  } catch (...) {
+    // The other side sees a connection that ends; the server goes on.
+  }
+}
+
+}  // namespace CryptStand

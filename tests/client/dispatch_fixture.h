@@ -1,0 +1,74 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <string_view>
+
+#include "client/result_codes.h"
+#include "tests/support/client_fixture.h"
+#include "tests/support/pki.h"
+
+namespace OruKalvix {
+
+/// Operations by their names, against one scripted key server.
+class DispatchTest : public ::testing::Test {
+ protected:
+  static constexpr const char* kService = "https://crypt.example/api";
+  static constexpr const char* kToken = "POST https://crypt.example/api/crypt/authztoken/";
+  static constexpr const char* kProbe = "GET https://one.example/status";
+  static constexpr const char* kPost = "POST https://one.example/rest/json";
+
+  DispatchTest() { *CryptClientTestPeer::GetKeyServerBase() = 0; }
+
+  /// Arguments for the one key server, with more members as they stand in a JSON object.
+  static std::string With(std::string_view members) {
+    return R"({"keyserver":["https://one.example"],"statustimeout":"5")" + std::string(members) + "}";
+  }
+  std::int32_t Perform(std::string_view operation, std::string_view arguments) {
+    return CryptClient::PerformOperation(&http, kService, "auxiliary", TestSupport::Ansi(operation),
+                                         TestSupport::Map(arguments), result, error);
+  }
+  /// The next command meets a server that is alive, a token and this answer.
+  void Answer(const TestSupport::HttpAnswer& answer) {
+    http.Then(TestSupport::Alive()).Then(TestSupport::Token("t")).Then(answer);
+  }
+  /// A further command of the same operation: the server is known by then.
+  void AnswerNext(const TestSupport::HttpAnswer& answer) { http.Then(TestSupport::Token("t")).Then(answer); }
+  std::string Error() const { return TestSupport::Str(error); }
+  std::string Result() const { return TestSupport::JsonText(result); }
+
+  TestSupport::ScriptedHttp http;
+  OruGuiBase::Val result;
+  OruGuiBase::AnsiStr error{"before"};
+};
+
+/// The same with the answers that the operations need.
+class DispatchedCase : public DispatchTest {
+ protected:
+  static TestSupport::HttpAnswer Generated() {
+    return TestSupport::Payload(R"({"type":"generateWrappedKeyResponse","encodedX509Certificate":)" +
+                                TestSupport::Quoted(TestSupport::Pki::Get().room.certificate.ToBase64()) +
+                                R"(,"encodedWrappedKey":"new"})");
+  }
+  static TestSupport::HttpAnswer Modified(const std::string& key) {
+    return TestSupport::Payload(R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":)" +
+                                TestSupport::Quoted(key) + "}");
+  }
+  static TestSupport::HttpAnswer Exported(const std::string& key) {
+    return TestSupport::Payload(R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":)" +
+                                TestSupport::Quoted(key) + "}");
+  }
+  static TestSupport::HttpAnswer Signed() {
+    return TestSupport::Payload(R"({"type":"signResponse","signedHashes":["c2lnbmVk"]})");
+  }
+  static TestSupport::HttpAnswer Log(const std::string& body) {
+    TestSupport::HttpAnswer answer = TestSupport::Json(body);
+    answer.headers = {{"Content-Type", "text/csv"}};
+    return answer;
+  }
+
+  std::string TokenLine(const std::string& id) const { return kToken + id; }
+};
+
+}  // namespace OruKalvix

@@ -1,0 +1,186 @@
+#include "tests/end_to_end/end_to_end_fixture.h"
+#include "tests/support/test_peer.h"
+
+using CryptStand::Fault;
+using CryptStand::FaultKind;
+using CryptStand::kCryptService;
+using OruKalvix::CryptClientTestPeer;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+namespace TestSupport {
+namespace {
+
+class Failover : public RoadTest {};
+
+TEST_F(Failover, AnyTwoServersMayBeDown) {
+  for (int alive = 0; alive < 3; ++alive) {
+    SCOPED_TRACE(alive);
+    for (int server = 0; server < 3; ++server) {
+      ASSERT_TRUE(stand.ClearFaults(server));
+      if (server != alive) SetFault(server, {.kind = FaultKind::Down});
+    }
+    Protect("bytes");
+    ExpectComesBack("bytes");
+  }
+}
+
+TEST_F(Failover, AllServersDownTellsThatTheLastCouldNotBeReached) {
+  SetFaults({.kind = FaultKind::Down});
+  scratch.Make("plain", "bytes");
+  EXPECT_FALSE(Encrypt("plain", "secret"));
+  EXPECT_THAT(lastError, HasSubstr("Could not connect to key server: "));
+  EXPECT_FALSE(scratch.Exists("secret"));
+}
+
+// A client that knows a server does not probe it again: that it has died shows in the exchange itself.
+TEST_F(Failover, ServerThatDiesBetweenTwoFilesOfOneClientIsLeft) {
+  *CryptClientTestPeer::GetKeyServerBase() = 0;
+  OruKalvix::CryptClient client(http.get(), Ansi(stand.GetServiceUrl()), "", kRoom);
+  const OruGuiBase::File plain = scratch.Make("plain", "bytes");
+  ASSERT_TRUE(client.Encrypt(plain, scratch.File("first"), keyErrorFlag)) << client.GetErrorMessage().View();
+  SetFault(0, {.kind = FaultKind::Down});
+  stand.ClearEvents();
+  ASSERT_TRUE(client.Encrypt(plain, scratch.File("secret"), keyErrorFlag)) << client.GetErrorMessage().View();
+  EXPECT_THAT(Str(client.GetErrorMessage()), StartsWith("Could not connect to 127.0.0.1:"));
+  EXPECT_EQ(CountRequests("status"), 1U);  // Of the second server.
+  ExpectComesBack("bytes");
+}
+
+TEST_F(Failover, SweepEndsWithTheLastServerWhenEachCutsItsAnswer) {
+  Protect("bytes");
+  for (int server = 0; server < 3; ++server) {
+    SetFault(server, {.kind = FaultKind::Cut, .operation = "signRequest", .uses = 1});
+  }
+  // Each server cuts one answer, and would give a good one to a fourth attempt, which does not exist.
+  EXPECT_FALSE(Encrypt("plain", "secret2"));
+  EXPECT_THAT(lastError, StartsWith("Could not sign file: Got no whole answer from 127.0.0.1:"));
+  EXPECT_TRUE(Encrypt("plain", "secret2")) << lastError;
+}
+
+TEST_F(Failover, TokenThatCannotBeFetchedEndsTheCommandWithServersUntried) {
+  Protect("bytes");
+  SetFault(kCryptService, {.kind = FaultKind::Status, .operation = "authztoken", .number = 503});
+  stand.ClearEvents();
+  EXPECT_FALSE(Encrypt("plain", "secret2"));
+  EXPECT_EQ(lastError, "Could not get authorization token: HTTP 503");
+  EXPECT_EQ(CountRequests("authztoken"), 1U);
+}
+
+TEST_F(Failover, SlowServerIsLeftWhenTheProbeTakesTooLong) {
+  stand.GetSettings().SetStatusTimeout("1");
+  SetFault(0, {.kind = FaultKind::Slow, .operation = "status", .uses = 1, .number = 1500});
+  *CryptClientTestPeer::GetKeyServerBase() = 0;
+  Protect("bytes");
+  EXPECT_THAT(lastError, StartsWith("Could not connect to key server: "));
+  ExpectComesBack("bytes");
+}
+
+TEST_F(Failover, ServiceThatIsGoneIsTold) {
+  scratch.Make("plain", "bytes");
+  SetFault(kCryptService, {.kind = FaultKind::Down});
+  EXPECT_FALSE(Encrypt("plain", "secret"));
+  EXPECT_THAT(lastError, HasSubstr("Could not get room key: "));
+  EXPECT_THAT(lastError, HasSubstr("127.0.0.1"));
+}
+
+/// A fault of key servers, the operation that it strikes, and the message when it strikes on all of them.
+struct Case {
+  const char* name;
+  Fault fault;
+  const char* message;
+};
+
+class KeyServerFault : public RoadTest, public ::testing::WithParamInterface<Case> {};
+
+// A fault of the server where a client begins is passed over, and leaves its message beside the success.
+TEST_P(KeyServerFault, OfOneServerIsPassedOver) {
+  for (int server = 0; server < 3; ++server) {
+    ASSERT_TRUE(stand.ClearFaults((server + 2) % 3));
+    SetFault(server, GetParam().fault);
+    // A key is made once for a room, and is costly to make.
+    const bool isOfMaking = GetParam().fault.operation == "generateWrappedKeyRequest";
+    const std::string room = isOfMaking ? "room " + std::to_string(server) : kRoom;
+    ASSERT_TRUE(stand.AddRoom(room));
+    *CryptClientTestPeer::GetKeyServerBase() = static_cast<std::uint32_t>(server);
+    Protect("bytes", room);
+    *CryptClientTestPeer::GetKeyServerBase() = static_cast<std::uint32_t>(server);
+    const Opened opened = Decrypt("secret", "opened", room);
+    EXPECT_TRUE(opened.isVerified) << opened.error;
+    EXPECT_EQ(scratch.Read("opened"), "bytes");
+    EXPECT_FALSE(lastError.empty() && opened.error.empty());
+  }
+}
+
+// A fault of all key servers ends in its message.
+TEST_P(KeyServerFault, OfAllServersIsTold) {
+  SetFaults(GetParam().fault);
+  scratch.Make("plain", "bytes");
+  const bool isProtected = Encrypt("plain", "secret");
+  const std::string error = isProtected ? Decrypt("secret", "opened").error : lastError;
+  EXPECT_THAT(error, HasSubstr(GetParam().message));
+  EXPECT_FALSE(scratch.Exists("opened"));
+}
+
+const Case kCases[] = {
+    {"ProbeStatus",
+     {.kind = FaultKind::Status, .operation = "status", .number = 500},
+     "Could not connect to key server: HTTP 500"},
+    {"ProbeRedirect",
+     {.kind = FaultKind::Status, .operation = "status", .number = 302},
+     "Could not connect to key server: HTTP 302"},
+    {"ProbeWithoutDate",
+     {.kind = FaultKind::MissingDate, .operation = "status"},
+     "Invalid key server time []"},
+    {"ProbeWrongDate",
+     {.kind = FaultKind::WrongDate, .operation = "status", .text = "yesterday"},
+     "Invalid key server time [yesterday]"},
+    {"ProbeCut",
+     {.kind = FaultKind::Cut, .operation = "status", .number = 1},
+     "Could not connect to key server: "},
+    {"KeyNotFound",
+     {.kind = FaultKind::ErrorCode, .operation = "signRequest", .number = 607},
+     "Could not sign file: 607 Key Not Found"},
+    {"UnknownCode",
+     {.kind = FaultKind::ErrorCode, .operation = "getKeyRequest", .number = 620},
+     "620 Unknown Error"},
+    {"BadBase64",
+     {.kind = FaultKind::BadBase64, .operation = "signRequest"},
+     "Could not sign file: Could not decode signedHashes"},
+    {"NoSignature",
+     {.kind = FaultKind::EmptyMembers, .operation = "signRequest"},
+     "Could not sign file: Could not sign hash: Invalid signedHashes"},
+    {"NoIntegrityKey",
+     {.kind = FaultKind::EmptyMembers, .operation = "getKeyRequest"},
+     "Could not get integrity certificate: Invalid subId"},
+    {"NoRoomKey",
+     {.kind = FaultKind::EmptyMembers, .operation = "generateWrappedKeyRequest"},
+     "Could not generate wrapped key: Invalid encodedX509Certificate"},
+    {"NoContentKey",
+     {.kind = FaultKind::EmptyMembers, .operation = "decryptRequest"},
+     "Could not decrypt document key: Invalid plainData"},
+    {"WrongType",
+     {.kind = FaultKind::WrongType, .operation = "decryptRequest", .text = "signResponse"},
+     "Unexpected response type signResponse"},
+    {"BrokenJson",
+     {.kind = FaultKind::BrokenJson, .operation = "getKeyRequest"},
+     "Could not parse response: "},
+    {"EmptyBody", {.kind = FaultKind::EmptyBody, .operation = "decryptRequest"}, "Invalid payload"},
+    {"ListStatus", {.kind = FaultKind::Status, .operation = "certstore", .number = 404}, "HTTP 404"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Rows, KeyServerFault, ::testing::ValuesIn(kCases),
+                         [](const auto& row) { return row.param.name; });
+
+// Not passed over like the faults above: the exchange was good, and that the value is wrong shows after the
+// sweep.
+TEST_F(Failover, WrongSignatureFailsTheSigningAndPublishesNothing) {
+  SetFaults({.kind = FaultKind::BadSignature});
+  scratch.Make("plain", "bytes");
+  EXPECT_FALSE(Encrypt("plain", "secret"));
+  EXPECT_THAT(lastError, HasSubstr("Could not sign file: "));
+  EXPECT_FALSE(scratch.Exists("secret"));
+}
+
+}  // namespace
+}  // namespace TestSupport

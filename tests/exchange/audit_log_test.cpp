@@ -1,0 +1,422 @@
+#include <filesystem>
+#include <regex>
+
+#include "tests/exchange/audit_log_fixture.h"
+#include "tests/foundation/failing_clock.h"
+#include "tests/support/trace_recorder.h"
+
+namespace OruKalvix {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::SizeIs;
+using TestSupport::Alive;
+using TestSupport::Envelope;
+using TestSupport::ErrorCode;
+using TestSupport::HeaderOf;
+using TestSupport::HttpAnswer;
+using TestSupport::Json;
+using TestSupport::NoExchange;
+using TestSupport::Payload;
+using TestSupport::Status;
+using TestSupport::Str;
+using TestSupport::Strings;
+using TestSupport::Token;
+
+// An audit log holds its header line once and the rows of all servers in their order.
+TEST_F(AuditLog, HoldsTheHeaderLineOnceAndTheRowsOfAllServers) {
+  Attempt(Csv("h1,h2\na,1\nb,2\n"));
+  Attempt(Csv("h1,h2\nc,3\n"));
+  Attempt(Csv("h1,h2\nd,4\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h1,h2\na,1\nb,2\nc,3\nd,4\n");
+  EXPECT_EQ(Error(), "");
+}
+
+// Each server is asked for the group's log by a probe, a token and a command.
+TEST_F(AuditLog, IsAskedForWithTheGroupAtEachServer) {
+  AttemptAt({kOne}, Csv("h\n"));
+  ASSERT_TRUE(Get());
+  TakeLog();
+  EXPECT_THAT(http.GetLines(), ElementsAre("GET https://one.example/status",
+                                           "POST https://crypt.example/api/crypt/authztoken/group%201",
+                                           "POST https://one.example/rest/json"));
+  EXPECT_EQ(http.GetRequest(1).body,
+            R"({"keyserver":"https://one.example","operation":"getAuditLogRequest"})");
+  EXPECT_EQ(http.GetRequest(2).body, Envelope(R"({"type":"getAuditLogRequest","groupId":"group 1"})"));
+  EXPECT_EQ(HeaderOf(http.GetRequest(2), "X-SEC-AUTHZTOKEN"), "t");
+  EXPECT_EQ(HeaderOf(http.GetRequest(2), "Content-Type"), "text/json");
+}
+
+// All servers get the same envelope, each with a token of its own.
+TEST_F(AuditLog, SendsTheSameEnvelopeAndATokenOfItsOwnToEachServer) {
+  for (const char* token : {"t1", "t2", "t3"}) http.Then(Alive()).Then(Token(token)).Then(Csv("h\n"));
+  ASSERT_TRUE(Get());
+  TakeLog();
+  EXPECT_EQ(http.GetRequest(2).body, http.GetRequest(5).body);
+  EXPECT_EQ(http.GetRequest(2).body, http.GetRequest(8).body);
+  EXPECT_EQ(HeaderOf(http.GetRequest(2), "X-SEC-AUTHZTOKEN"), "t1");
+  EXPECT_EQ(HeaderOf(http.GetRequest(5), "X-SEC-AUTHZTOKEN"), "t2");
+  EXPECT_EQ(HeaderOf(http.GetRequest(8), "X-SEC-AUTHZTOKEN"), "t3");
+}
+
+// An audit log is named after group and time, in the temporary directory.
+TEST_F(AuditLog, IsNamedAfterTheGroupAndTheTime) {
+  AttemptAt({kOne}, Csv("h\n"));
+  ASSERT_TRUE(Get());
+  const std::filesystem::path path = Str(fileName);
+  EXPECT_EQ(path.parent_path(), scratch.Path("temporary"));
+  const std::string name = path.filename();
+  EXPECT_TRUE(std::regex_match(
+      name, std::regex("Audit Log its name 20\\d\\d-\\d\\d-\\d\\d-\\d\\d_\\d\\d_\\d\\d\\.csv")))
+      << name;
+  TakeLog();
+}
+
+// Without a time of the system the fields in the name of an audit log are 0.
+TEST_F(AuditLog, IsNamedWithZerosWhenTheSystemHasNoTime) {
+  AttemptAt({kOne}, Csv("h\n"));
+  {
+    const OruGuiBase::FailingClock clock;
+    ASSERT_TRUE(Get());
+  }
+  EXPECT_EQ(std::filesystem::path(Str(fileName)).filename(), "Audit Log its name 0000-00-00-00_00_00.csv");
+  TakeLog();
+}
+
+// An audit log of any group name has a name that file systems take.
+TEST_F(AuditLog, HasANameThatFileSystemsTake) {
+  AttemptAt({kOne}, Csv("h\n"));
+  ASSERT_TRUE(Get("../../a/b:c\n"));
+  const std::filesystem::path path = Str(fileName);
+  EXPECT_EQ(path.parent_path(), scratch.Path("temporary"));
+  EXPECT_TRUE(path.filename().string().starts_with("Audit Log .._.._a_b_c_ 20")) << path;
+  TakeLog();
+}
+
+// A group name of any length leaves room for the time and whole characters.
+TEST_F(AuditLog, HasATimeHoweverLongTheGroupsName) {
+  UseServers({kOne});
+  http.Then(Alive());
+  for (const std::size_t size : {200U, 214U, 215U, 221U, 400U}) {
+    std::string name(size, 'n');
+    name += "\xC3\xA4\xC3\xA4\xC3\xA4";
+    http.Then(Token("t")).Then(Csv("h\n"));
+    ASSERT_TRUE(Get(TestSupport::Ansi(name))) << size << Error();
+    const std::string file = std::filesystem::path(Str(fileName)).filename();
+    EXPECT_TRUE(std::regex_match(file, std::regex("Audit Log n+(\xC3\xA4)* 20[-0-9_]*\\.csv"))) << file;
+    EXPECT_LE(file.size(), 255U);
+    EXPECT_GE(file.size(), 230U);
+    TakeLog();
+  }
+}
+
+TEST_F(AuditLog, ASecondOneOfTheSameSecondHasANumber) {
+  const OruGuiBase::FailingClock clock;
+  AttemptAt({kOne}, Csv("h\n1\n"));
+  ASSERT_TRUE(Get());
+  const std::string first = Str(fileName);
+  http.Then(Token("t")).Then(Csv("h\n2\n"));
+  ASSERT_TRUE(Get()) << Error();
+  EXPECT_EQ(std::filesystem::path(Str(fileName)).filename(), "Audit Log its name 0000-00-00-00_00_00 2.csv");
+  EXPECT_EQ(TakeLog(), "h\n2\n");
+  EXPECT_EQ(TestSupport::ReadFile(first), "h\n1\n");
+  std::filesystem::remove(first);
+}
+
+// It lies in a directory that others may look into.
+TEST_F(AuditLog, IsForItsOwnerAlone) {
+  AttemptAt({kOne}, Csv("h\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(std::filesystem::status(Str(fileName)).permissions(), std::filesystem::perms(0600));
+  TakeLog();
+}
+
+// Each answer goes through a temporary file named after the group, which is removed.
+TEST_F(AuditLog, GoesThroughATemporaryFileOfItsGroup) {
+  AttemptAt({kOne}, Csv("h\n"));
+  ASSERT_TRUE(Get());
+  const std::filesystem::path target = http.GetRequest(2).targetFile;
+  EXPECT_EQ(target.filename(), "auditlog-group 1.tmp");
+  EXPECT_FALSE(std::filesystem::exists(target));
+  EXPECT_THAT(scratch.GetTemporaryNames(), SizeIs(1));
+  TakeLog();
+}
+
+// ---- Servers that give no log
+
+// An unreachable server is passed over; the log holds the others' rows and its failure is recorded.
+TEST_F(AuditLog, PassesOverAServerThatCannotBeReached) {
+  Attempt(Csv("h\na\n"));
+  http.Then(NoExchange("down"));
+  Attempt(Csv("h\nc\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\na\nc\n");
+  EXPECT_EQ(Error(), "Could not connect to key server: down");
+}
+
+// A server whose exchange fails is passed over.
+TEST_F(AuditLog, PassesOverAServerWhoseExchangeFails) {
+  Attempt(Status(500, "h\nnot a row\n"));
+  Attempt(NoExchange("broken off"));
+  Attempt(Csv("h\nc\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\nc\n");
+  EXPECT_EQ(Error(), "broken off");
+}
+
+// A server that refuses in "x-sec-status" is passed over with the text of its code.
+TEST_F(AuditLog, PassesOverAServerThatRefusesByHeader) {
+  Attempt(Csv("h\nnot a row\n", {{"X-Sec-Status", "607"}}));
+  Attempt(Csv("h\nb\n"));
+  Attempt(Csv("h\nc\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\nb\nc\n");
+  EXPECT_EQ(Error(), "607 Key Not Found");
+}
+
+// Without any server's log there is no file, and the last failure stands.
+TEST_F(AuditLog, IsNoneWithoutAnyServersLog) {
+  Attempt(Status(500));
+  Attempt(Csv("h\n", {{"x-sec-status", "612"}}));
+  http.Then(NoExchange("down"));
+  EXPECT_FALSE(Get());
+  EXPECT_EQ(Error(), "Could not connect to key server: down");
+  ExpectNothingGot();
+}
+
+// A whole log leaves an older failure recorded.
+TEST_F(AuditLog, KeepsAnOlderMessageBesideAWholeLog) {
+  client.SetStatusTimeout("soon");
+  AttemptAt({kOne}, Csv("h\n"));
+  ASSERT_TRUE(Get());
+  TakeLog();
+  EXPECT_EQ(Error(), "Invalid timeout value [soon]");
+}
+
+struct StatusRow {
+  const char* header;
+  const char* message;
+};
+
+// The status header of a refusal gives its code; a text that is no number counts as 0.
+TEST_F(AuditLog, TellsTheCodeOfTheStatusHeader) {
+  const StatusRow rows[] = {
+      {"607", "607 Key Not Found"}, {"601", "601 Invalid Payload"}, {"620", "620 Unknown Error"},
+      {"0", "0 Unknown Error"},     {"-5", "-5 Unknown Error"},     {"no number", "0 Unknown Error"},
+      {"607x", "0 Unknown Error"},  {" ", "0 Unknown Error"},
+  };
+  for (const StatusRow& row : rows) {
+    peer.serverTimes = {};
+    AttemptAt({kOne}, Csv("h\na\n", {{"X-SEC-STATUS", row.header}}));
+    EXPECT_FALSE(Get()) << row.header;
+    EXPECT_EQ(Error(), row.message) << row.header;
+    ExpectNothingGot();
+  }
+}
+
+// A status header that is no number is "0 Unknown Error", and the next server is asked.
+TEST_F(AuditLog, TakesAStatusHeaderThatIsNoNumberForCodeZero) {
+  Attempt(Csv("h\nnot a row\n", {{"X-SEC-STATUS", "no number"}}));
+  Attempt(Csv("h\nb\n"));
+  Attempt(Csv("h\nc\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\nb\nc\n");
+  EXPECT_EQ(Error(), "0 Unknown Error");
+}
+
+// An empty status header is none.
+TEST_F(AuditLog, TakesAnEmptyStatusHeaderForNone) {
+  AttemptAt({kOne}, Csv("h\na\n", {{"X-SEC-STATUS", ""}}));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\na\n");
+}
+
+// A good answer has no status header, which is reported and no more.
+TEST_F(AuditLog, ReportsTheStatusHeaderThatAGoodAnswerLacks) {
+  const TestSupport::TraceRecorder traces;
+  AttemptAt({kOne}, Csv("h\na\n"));
+  ASSERT_TRUE(Get());
+  TakeLog();
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
+}
+
+// ---- Content types
+
+// A content type "text/csv" with parameters counts as CSV.
+TEST_F(AuditLog, CutsTheContentTypeAtItsParameters) {
+  AttemptAt({kOne}, Typed(Json("h\na\n"), "text/csv;charset=utf-8"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\na\n");
+}
+
+// The content type is taken with parameters, with blanks around it and in any case.
+TEST_F(AuditLog, TakesTheContentTypeWithParametersAndInAnyCase) {
+  for (const char* type : {"text/csv;charset=utf-8", "text/csv ; charset=utf-8", " text/csv", "Text/CSV",
+                           "text/csv;", "text/csv; a=b; c=d"}) {
+    peer.serverTimes = {};
+    AttemptAt({kOne}, Typed(Json("h\na\n"), type));
+    ASSERT_TRUE(Get()) << type;
+    EXPECT_EQ(TakeLog(), "h\na\n");
+  }
+}
+
+// Any other content type is "Unexpected content type %s".
+TEST_F(AuditLog, RefusesAnyOtherContentType) {
+  const StatusRow rows[] = {
+      {"text/plain", "Unexpected content type text/plain"},
+      {"text/csvx", "Unexpected content type text/csvx"},
+      {"text/html; charset=utf-8", "Unexpected content type text/html"},
+      {";text/csv", "Unexpected content type "},
+      {"", "Unexpected content type "},
+      {"application/100%s", "Unexpected content type application/100%s"},
+  };
+  for (const StatusRow& row : rows) {
+    peer.serverTimes = {};
+    AttemptAt({kOne}, Typed(Json("h\na\n"), row.header));
+    EXPECT_FALSE(Get()) << row.header;
+    EXPECT_EQ(Error(), row.message);
+    ExpectNothingGot();
+  }
+}
+
+// An answer without a content type is reported and refused.
+TEST_F(AuditLog, RefusesAnAnswerWithoutAContentType) {
+  const TestSupport::TraceRecorder traces;
+  AttemptAt({kOne}, Json("h\na\n"));
+  EXPECT_FALSE(Get());
+  EXPECT_EQ(Error(), "Unexpected content type ");
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
+  ExpectNothingGot();
+}
+
+// A refusal in JSON gives the text of its code.
+TEST_F(AuditLog, TellsTheCodeOfARefusalInJSON) {
+  AttemptAt({kOne}, Typed(ErrorCode(612), "application/json"));
+  EXPECT_FALSE(Get());
+  EXPECT_EQ(Error(), "612 Auditlog Error");
+  ExpectNothingGot();
+}
+
+// An answer of the right JSON type is no log.
+TEST_F(AuditLog, DoesNotTakeAnAnswerOfItsOwnTypeInJSONForALog) {
+  AttemptAt({kOne}, Typed(Payload(R"({"type":"getAuditLogResponse"})"), "text/json"));
+  EXPECT_FALSE(Get());
+  EXPECT_EQ(Error(), "Unexpected content type text/json");
+  ExpectNothingGot();
+}
+
+// The next server is asked after an answer in JSON.
+TEST_F(AuditLog, GoesOnBehindAnAnswerInJSON) {
+  Attempt(Typed(ErrorCode(612), "application/json"));
+  Attempt(Csv("h\nb\n"));
+  Attempt(Typed(Json("{"), "application/json"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\nb\n");
+  EXPECT_EQ(Error(), "Unexpected content type application/json");
+}
+
+// A body of type CSV is taken as it is.
+TEST_F(AuditLog, DoesNotLookForAnErrorInACsvBody) {
+  HttpAnswer refusal = ErrorCode(612);
+  AttemptAt({kOne}, Typed(refusal, "text/csv"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), refusal.body + "\n");
+  EXPECT_EQ(Error(), "");
+}
+
+// ---- Lines
+
+// The header line comes from the first server that has one; an empty log is a log.
+TEST_F(AuditLog, TakesTheHeaderFromTheFirstServerThatHasOne) {
+  Attempt(Csv(""));
+  Attempt(Csv("h\nb\n"));
+  Attempt(Csv("h\nc\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\nb\nc\n");
+  EXPECT_EQ(Error(), "");
+}
+
+// Empty logs of all servers make an empty file.
+TEST_F(AuditLog, IsAnEmptyFileWhenAllBodiesAreEmpty) {
+  AttemptAt({kOne}, Csv(""));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "");
+}
+
+// A last line that lacks its end gets one.
+TEST_F(AuditLog, EndsALastLineThatLacksItsEnd) {
+  Attempt(Csv("h\na"));
+  Attempt(Csv("h"));
+  Attempt(Csv("h\nc"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\na\nc\n");
+}
+
+// Lines end in a newline alone whatever the servers' ends.
+TEST_F(AuditLog, EndsItsLinesInANewlineAlone) {
+  AttemptAt({kOne}, Csv("h\r\na\r\n\r\nb\r\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_EQ(TakeLog(), "h\na\n\nb\n");
+}
+
+// Logs and lines longer than any buffer are copied whole.
+TEST_F(AuditLog, CopiesALogThatIsLongerThanAnyBuffer) {
+  std::string rows;
+  for (int i = 0; i < 20000; ++i) rows += "row " + std::to_string(i) + "\n";
+  rows += std::string(100000, 'x') + "\n";
+  Attempt(Csv("h\n" + rows));
+  Attempt(Csv("h\n" + rows));
+  Attempt(Csv("h\n"));
+  ASSERT_TRUE(Get());
+  EXPECT_TRUE(TakeLog() == "h\n" + rows + rows);
+}
+
+// A target that has content gets no second header line.
+TEST_F(AuditLog, AddsToATargetThatHoldsItsHeaderAlready) {
+  AttemptAt({kOne}, Csv("h\na\n"));
+  const OruGuiBase::File target = scratch.Make("target.csv", "h\nold\n");
+  ASSERT_TRUE(peer.KeyServerGetAuditLog("group 1", target));
+  EXPECT_EQ(scratch.Read("target.csv"), "h\nold\na\n");
+}
+
+// ---- The rotation
+
+// An audit log visits the servers in the order of the list, from the first.
+TEST_F(AuditLog, BeginsAtTheFirstServerWhereverTheRotationStands) {
+  *CryptClientTestPeer::GetKeyServerBase() = 2;
+  client.SetKeyServer(Strings({kOne, "https://two.example", "https://three.example"}));
+  for (int i = 0; i < 3; ++i) Attempt(Csv("h\n"));
+  ASSERT_TRUE(Get());
+  TakeLog();
+  EXPECT_EQ(http.GetLines()[0], "GET https://one.example/status");
+  EXPECT_EQ(http.GetLines()[3], "GET https://two.example/status");
+  EXPECT_EQ(http.GetLines()[6], "GET https://three.example/status");
+}
+
+// A further command of the same client begins at the first server.
+TEST_F(AuditLog, LeavesTheNextCommandAtTheFirstServer) {
+  *CryptClientTestPeer::GetKeyServerBase() = 1;
+  client.SetKeyServer(Strings({kOne, "https://two.example", "https://three.example"}));
+  for (int i = 0; i < 3; ++i) Attempt(Csv("h\n"));
+  ASSERT_TRUE(Get());
+  TakeLog();
+  http.Then(Token("t")).Then(Payload(R"({"type":"reencryptResponse"})"));
+  ASSERT_TRUE(client.Reencrypt("g", "c"));
+  EXPECT_EQ(http.GetLines().back(), "POST https://one.example/rest/json");
+}
+
+// A second audit log of one client visits all servers again.
+TEST_F(AuditLog, VisitsEachServerAgainTheNextTime) {
+  UseServers({kOne, "https://two.example"});
+  Attempt(Csv("h\na\n"));
+  Attempt(Csv("h\nb\n"));
+  ASSERT_TRUE(Get("first"));
+  EXPECT_EQ(TakeLog(), "h\na\nb\n");
+  http.Then(Token("t")).Then(Csv("h\nc\n")).Then(Token("t")).Then(Csv("h\nd\n"));
+  ASSERT_TRUE(Get("second"));
+  EXPECT_EQ(TakeLog(), "h\nc\nd\n");
+}
+
+}  // namespace
+}  // namespace OruKalvix

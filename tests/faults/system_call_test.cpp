@@ -1,0 +1,190 @@
+#include <cerrno>
+#include <cstring>
+
+#include "tests/faults/fault_scenario.h"
+#include "tests/faults/system_calls.h"
+
+namespace FaultTest {
+namespace {
+
+std::size_t CountDescriptors() {
+  const std::filesystem::directory_iterator entries("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+/// Names the fault in the report of a failure.
+std::string Describe(const Fault& fault) {
+  const std::string call = NameOf(fault.call) + " " + std::to_string(fault.number);
+  if (fault.kind == Fault::Kind::Short) return call + " comes up short";
+  if (fault.kind == Fault::Kind::Ended) return call + " finds the end of the file";
+  return call + ": " + std::strerror(fault.error);
+}
+
+class SystemCallFaults : public FaultRoad {
+ protected:
+  /// How often a road makes each call.
+  std::vector<std::uint64_t> CountCalls(Road road) {
+    Prepare();
+    WatchSystemCalls({});
+    const Outcome outcome = Run(road);
+    std::vector<std::uint64_t> counts = EndSystemWatch();
+    EXPECT_TRUE(outcome.success && HasResult(road, outcome)) << outcome.error;
+    return counts;
+  }
+  Outcome RunWith(const Fault& fault) {
+    Prepare();
+    WatchSystemCalls(fault);
+    Outcome outcome = Run(GetParam());
+    EndSystemWatch();
+    return outcome;
+  }
+  /// The fault at each of the calls of its kind in turn.
+  template <class Check>
+  void AtEachCall(SystemCall call, Fault fault, Check check) {
+    const std::uint64_t count = CountCalls(GetParam())[static_cast<std::size_t>(call)];
+    fault.call = call;
+    for (fault.number = 1; fault.number <= count; ++fault.number) {
+      SCOPED_TRACE(Describe(fault));
+      const std::size_t descriptors = CountDescriptors();
+      check(RunWith(fault));
+      EXPECT_EQ(CountDescriptors(), descriptors);
+      EXPECT_TRUE(HasSources());
+      RemoveLeftovers(call);
+    }
+  }
+  /// A call fails in one of the ways; the operation fails with that reason, or did without the call.
+  void FailsCleanly(SystemCall call, std::initializer_list<int> errors) {
+    for (const int error : errors) {
+      AtEachCall(call, {Fault::Kind::Fails, error}, [&](const Outcome& outcome) {
+        if (outcome.success) {
+          EXPECT_TRUE(HasResult(GetParam(), outcome)) << outcome.error;
+        } else {
+          ExpectNoResult();
+          ExpectReason(outcome, error);
+        }
+      });
+    }
+  }
+
+  // What Encrypt leaves does not open, or is whole where the failure came last; Decrypt leaves nothing.
+  void ExpectNoResult() {
+    if (GetParam() != Road::Encrypt) {
+      EXPECT_FALSE(scratch.Exists("target"));
+    } else if (scratch.Exists("target")) {
+      const std::string bytes = scratch.Read("target");
+      EXPECT_TRUE(!Opens(bytes) || IsProtectedFile(bytes));
+    }
+  }
+
+ private:
+  // The one message that has no place for a reason is that of a move.
+  void ExpectReason(const Outcome& outcome, int error) const {
+    if (GetParam() == Road::DecryptPlain && outcome.error == "Could not move temporary file") return;
+    EXPECT_THAT(outcome.error, ::testing::HasSubstr(std::strerror(error)));
+  }
+  // Only a file whose removal was the call that failed may be left.
+  void RemoveLeftovers(SystemCall call) {
+    const bool mayBe = call == SystemCall::Unlink || call == SystemCall::RmDir;
+    if (!mayBe) {
+      EXPECT_THAT(scratch.GetTemporaryNames(), ::testing::IsEmpty());
+    }
+    RemoveTemporaryFiles();
+  }
+};
+
+TEST_P(SystemCallFaults, AFailedOpenIsTold) {
+  FailsCleanly(SystemCall::Open, {EACCES, EMFILE, ENOSPC});
+}
+
+TEST_P(SystemCallFaults, AFailedReadIsTold) {
+  FailsCleanly(SystemCall::Read, {EIO});
+  FailsCleanly(SystemCall::PRead, {EIO});
+}
+
+TEST_P(SystemCallFaults, AFailedWriteIsTold) {
+  FailsCleanly(SystemCall::Write, {ENOSPC, EIO, EDQUOT});
+}
+
+TEST_P(SystemCallFaults, AFailedCloseIsTold) {
+  FailsCleanly(SystemCall::Close, {EIO, ENOSPC});
+}
+
+TEST_P(SystemCallFaults, AFailedReservationIsTold) {
+  FailsCleanly(SystemCall::Fallocate, {ENOSPC, EIO});
+  FailsCleanly(SystemCall::FTruncate, {EIO});
+}
+
+TEST_P(SystemCallFaults, AFailedLookAtAFileIsTold) {
+  FailsCleanly(SystemCall::FStat, {EIO});
+  FailsCleanly(SystemCall::Stat, {EIO});
+  FailsCleanly(SystemCall::LStat, {EIO});
+}
+
+TEST_P(SystemCallFaults, AFailedRenameIsTold) {
+  FailsCleanly(SystemCall::Rename, {EACCES, ENOSPC, EIO});
+  FailsCleanly(SystemCall::FChMod, {EPERM});
+}
+
+TEST_P(SystemCallFaults, ATemporaryDirectoryThatCannotBeMadeIsTold) {
+  FailsCleanly(SystemCall::MkDTemp, {EACCES, ENOSPC});
+}
+
+TEST_P(SystemCallFaults, AStagingFileThatCannotBeMadeIsTold) {
+  FailsCleanly(SystemCall::MkOSTemp, {EACCES, ENOSPC});
+}
+
+TEST_P(SystemCallFaults, AFileThatCannotBeRemovedFailsNoOperation) {
+  for (const SystemCall call : {SystemCall::Unlink, SystemCall::RmDir}) {
+    AtEachCall(call, {Fault::Kind::Fails, EIO}, [&](const Outcome& outcome) {
+      EXPECT_TRUE(outcome.success && HasResult(GetParam(), outcome)) << outcome.error;
+    });
+  }
+}
+
+TEST_P(SystemCallFaults, AnInterruptedCallIsMadeAgain) {
+  for (const SystemCall call : {SystemCall::Open, SystemCall::Read, SystemCall::PRead, SystemCall::Write,
+                                SystemCall::Close, SystemCall::Fallocate, SystemCall::FTruncate}) {
+    AtEachCall(call, {Fault::Kind::Fails, EINTR}, [&](const Outcome& outcome) {
+      EXPECT_TRUE(outcome.success && HasResult(GetParam(), outcome)) << outcome.error;
+    });
+  }
+}
+
+TEST_P(SystemCallFaults, AReadOrWriteOfOneByteIsGoneOnWith) {
+  for (const SystemCall call : {SystemCall::Read, SystemCall::PRead, SystemCall::Write}) {
+    AtEachCall(call, {Fault::Kind::Short}, [&](const Outcome& outcome) {
+      EXPECT_TRUE(outcome.success && HasResult(GetParam(), outcome)) << outcome.error;
+    });
+  }
+}
+
+// A file that ends early is no system error: only the reason says that it could not be read.
+TEST_P(SystemCallFaults, AFileThatEndsEarlyIsNotDelivered) {
+  AtEachCall(SystemCall::PRead, {Fault::Kind::Ended}, [&](const Outcome& outcome) {
+    if (outcome.success) {
+      EXPECT_TRUE(HasResult(GetParam(), outcome)) << outcome.error;
+    } else {
+      ExpectNoResult();
+      EXPECT_THAT(outcome.error, ::testing::HasSubstr("The file changed while it was read"));
+    }
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Roads, SystemCallFaults,
+                         ::testing::Values(Road::Encrypt, Road::Decrypt, Road::DecryptPlain, Road::AuditLog),
+                         [](const auto& instance) { return NameOf(instance.param); });
+
+// A watch that sees no calls would prove nothing.
+TEST_F(SystemCallFaults, EveryRoadMakesTheCallsThatAreWatched) {
+  for (const Road road : {Road::Encrypt, Road::Decrypt, Road::DecryptPlain, Road::AuditLog}) {
+    const std::vector<std::uint64_t> counts = CountCalls(road);
+    for (const SystemCall call : {SystemCall::Open, SystemCall::Write, SystemCall::Close, SystemCall::MkDTemp,
+                                  SystemCall::Unlink, SystemCall::RmDir}) {
+      // The file of DecryptPlain is moved, not removed, but for the one that tells the mode of a new file.
+      EXPECT_GT(counts[static_cast<std::size_t>(call)], 0U) << NameOf(road) << NameOf(call);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace FaultTest

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tests/protection/services_fixture.h"
+
+namespace OruKalvix {
+
+inline constexpr const char* kPlain = "the plain bytes of a file";
+
+class Decryption : public TestSupport::RoadTest {
+ protected:
+  Decryption() : target(scratch.File("opened")) { Protect(kPlain); }
+
+  /// Puts an envelope around the content into the source.
+  void Protect(const std::string& content) {
+    source = scratch.Make("protected.bin", TestSupport::MakeEnveloped(content, {pki.room.certificate}));
+  }
+  bool Decrypt() { return client.Decrypt(source, target, isSigned, isVerified); }
+  /// The operation fails and delivers nothing.
+  void ExpectNothingDelivered() {
+    scratch.Make("opened", "as before");
+    const std::string before = scratch.Read("protected.bin");
+    EXPECT_FALSE(Decrypt());
+    EXPECT_FALSE(isSigned);
+    EXPECT_FALSE(isVerified);
+    EXPECT_EQ(scratch.Read("opened"), "as before");
+    EXPECT_EQ(scratch.Read("protected.bin"), before);
+    EXPECT_THAT(scratch.GetTemporaryNames(), ::testing::IsEmpty());
+  }
+  /// The operation delivers content that carried no signature.
+  void ExpectDelivered(const std::string& content) {
+    ASSERT_TRUE(Decrypt()) << Error();
+    EXPECT_FALSE(isSigned);
+    EXPECT_FALSE(isVerified);
+    EXPECT_EQ(scratch.Read("opened"), content);
+  }
+  void SetRoomKey(const char* member, const std::string& json) {
+    road.Set("key",
+             TestSupport::Json(TestSupport::With(TestSupport::ScriptedRoad::RoomKeyAnswer(), member, json)));
+  }
+  void HandOutPlainKey() { SetRoomKey("plain", TestSupport::Quoted(pki.room.key.ToPEM())); }
+
+  OruGuiBase::File source;
+  OruGuiBase::File target;
+  bool isSigned = true;
+  bool isVerified = true;
+};
+
+}  // namespace OruKalvix

@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+
+#include "tests/security/signed_builder.h"
+
+namespace SecurityTest {
+namespace {
+
+using Signers = OruGuiBase::PtrContainerQueue<OruOssSec::CMSSigner>;
+
+const std::string kOid = Hex("06032A0304");  // 1.2.3.4
+
+bool Read(const BuiltMessage& built, Signers& signers) {
+  CMSMsg message;
+  if (!LoadBytes(message, built.Encode())) return false;
+  const bool read = message.GetSigners(signers);
+  EXPECT_TRUE(IsQueueEmpty());
+  return read;
+}
+
+struct ValueRow {
+  const char* why;
+  std::string value;
+  const char* text;
+};
+
+TEST(CmsSignersTest, StringsAreUTF8TextAndOtherValuesHexadecimal) {
+  const ValueRow rows[] = {
+      {"UTF8String", Tlv(0x0C, "Gr\xC3\xBC\xC3\x9F"), "Gr\xC3\xBC\xC3\x9F"},
+      {"empty UTF8String", Tlv(0x0C, ""), ""},
+      {"PrintableString", Tlv(0x13, "QOB.1"), "QOB.1"},
+      {"IA5String", Tlv(0x16, "a@b"), "a@b"},
+      {"NumericString", Tlv(0x12, "12 3"), "12 3"},
+      {"VisibleString", Tlv(0x1A, "visible"), "visible"},
+      {"TeletexString", Tlv(0x14, "\xFC"), "\xC3\xBC"},
+      {"BMPString", Tlv(0x1E, Hex("00FC 20AC")), "\xC3\xBC\xE2\x82\xAC"},
+      {"UniversalString", Tlv(0x1C, Hex("0001F600")), "\xF0\x9F\x98\x80"},
+      {"OCTET STRING", Tlv(0x04, Hex("00AB0f")), "00AB0F"},
+      {"empty OCTET STRING", Tlv(0x04, ""), ""},
+      {"INTEGER", Tlv(0x02, Hex("00FF")), "00FF"},
+      {"negative INTEGER", Tlv(0x02, Hex("80")), "80"},
+      {"OBJECT IDENTIFIER", Hex("06022A03"), "2A03"},
+      {"BOOLEAN", Hex("0101FF"), "FF"},
+      {"NULL", Hex("0500"), ""},
+      {"SEQUENCE", Tlv(0x30, Hex("020101")), "020101"},
+      {"time", Tlv(0x17, "100601120000Z"), "3130303630313132303030305A"},
+      {"context tag", Hex("8002ABCD"), "ABCD"},
+  };
+  for (const ValueRow& row : rows) {
+    Signers signers;
+    BuiltSigner signer = BuiltSigner::For("content");
+    signer.Add(Attribute(kOid, row.value));
+    ASSERT_TRUE(Read(MessageOf(signer), signers)) << row.why << GetReason();
+    const std::string text = ToString(signers.Get(0)->signedAttributes.Get("1.2.3.4").AsString());
+    EXPECT_EQ(text, row.text) << row.why;
+  }
+}
+
+TEST(CmsSignersTest, HeaderOfALongValueIsLeftOut) {
+  Signers signers;
+  BuiltSigner signer = BuiltSigner::For("content");
+  signer.Add(Attribute(kOid, Tlv(0x04, std::string(300, '\x11'))));
+  ASSERT_TRUE(Read(MessageOf(signer), signers)) << GetReason();
+  EXPECT_EQ(ToString(signers.Get(0)->signedAttributes.Get("1.2.3.4").AsString()), std::string(600, '1'));
+}
+
+// Signed attributes stand under their object identifiers in dotted text.
+TEST(CmsSignersTest, AttributesStandUnderTheirOIDs) {
+  Signers signers;
+  ASSERT_TRUE(Read(MessageOf(BuiltSigner::For("content")), signers)) << GetReason();
+  const KVMap& attributes = signers.Get(0)->signedAttributes;
+  EXPECT_EQ(attributes.GetCount(), 2U);
+  EXPECT_EQ(ToString(attributes.Get("1.2.840.113549.1.9.3").AsString()), "2A864886F70D010701");
+  EXPECT_EQ(ToString(attributes.Get("1.2.840.113549.1.9.4").AsString()),
+            CryptStand::ToHex(Digest("SHA512", "content"), true));
+}
+
+TEST(CmsSignersTest, AttributeOfSeveralValuesOrNoneIsLeftOut) {
+  for (const std::string& values : {Tlv(0x0C, "a") + Tlv(0x0C, "b"), std::string()}) {
+    Signers signers;
+    BuiltSigner signer = BuiltSigner::For("content");
+    signer.Add(Attribute(kOid, values));
+    ASSERT_TRUE(Read(MessageOf(signer), signers)) << GetReason();
+    EXPECT_TRUE(signers.Get(0)->signedAttributes.Get("1.2.3.4").IsNil());
+  }
+}
+
+TEST(CmsSignersTest, AttributeThatOccursTwiceIsAFailure) {
+  Signers signers;
+  BuiltSigner signer = BuiltSigner::For("content");
+  signer.Add(Attribute(kOid, Tlv(0x0C, "a"))).Add(Attribute(kOid, Tlv(0x0C, "b")));
+  EXPECT_FALSE(Read(MessageOf(signer), signers));
+  EXPECT_EQ(GetReason(), "A signed attribute occurs twice");
+  EXPECT_TRUE(signers.IsEmpty());
+}
+
+// Whatever number of values the two have.
+TEST(CmsSignersTest, AttributeThatOccursTwiceIsAFailureWithAnyValues) {
+  const std::string one = Tlv(0x0C, "a");
+  const std::pair<std::string, std::string> rows[] = {
+      {one, ""}, {"", one}, {one, one + Tlv(0x0C, "b")}, {one + Tlv(0x0C, "b"), one}, {"", ""}, {one, one}};
+  for (const auto& [first, second] : rows) {
+    Signers signers;
+    BuiltSigner signer = BuiltSigner::For("content");
+    signer.Add(Attribute(kOid, first)).Add(Attribute(kOid, second));
+    EXPECT_FALSE(Read(MessageOf(signer), signers)) << first.size() << " " << second.size();
+    EXPECT_EQ(GetReason(), "A signed attribute occurs twice");
+    EXPECT_TRUE(signers.IsEmpty());
+  }
+}
+
+TEST(CmsSignersTest, TextThatIsNotWhatItsTypeSaysIsAFailure) {
+  for (const std::string& value : {Tlv(0x0C, "\xFF"), Tlv(0x1E, "odd")}) {
+    Signers signers;
+    BuiltSigner signer = BuiltSigner::For("content");
+    signer.Add(Attribute(kOid, value));
+    LeaveStaleReason();
+    EXPECT_FALSE(Read(MessageOf(signer), signers));
+    EXPECT_NE(GetReason(), "stale");
+    EXPECT_NE(OruGuiBase::GetLastError(), 0U);
+  }
+}
+
+TEST(CmsSignersTest, SigningTimeIsInUniversalTime) {
+  struct {
+    std::string value;
+    OruGuiBase::DateTime time;
+  } const rows[] = {
+      {Tlv(0x17, "240229235958Z"), At(2024, 2, 29, 23, 59, 58)},
+      {Tlv(0x17, "500101000000Z"), At(1950, 1, 1)},
+      {Tlv(0x17, "491231000000Z"), At(2049, 12, 31)},
+      {Tlv(0x18, "20501231010203Z"), At(2050, 12, 31, 1, 2, 3)},
+      {Tlv(0x17, "240301003000+0100"), At(2024, 2, 29, 23, 30)},
+  };
+  for (const auto& row : rows) {
+    Signers signers;
+    BuiltSigner signer = BuiltSigner::For("content");
+    signer.Add(Attribute(kSigningTimeOid, row.value));
+    ASSERT_TRUE(Read(MessageOf(signer), signers)) << GetReason();
+    EXPECT_EQ(signers.Get(0)->signingTime, row.time) << row.value;
+  }
+}
+
+TEST(CmsSignersTest, SigningTimeThatCannotBeReadIsAFailure) {
+  Signers signers;
+  BuiltSigner signer = BuiltSigner::For("content");
+  signer.Add(Attribute(kSigningTimeOid, Tlv(0x17, "240229")));
+  EXPECT_FALSE(Read(MessageOf(signer), signers));
+  EXPECT_NE(OruGuiBase::GetLastError(), 0U);
+}
+
+TEST(CmsSignersTest, CertificateThatIsNotThereIsEmpty) {
+  Signers signers;
+  BuiltMessage built = MessageOf(BuiltSigner::For("content"));
+  built.certificates = {Room().certificate};
+  ASSERT_TRUE(Read(built, signers)) << GetReason();
+  EXPECT_TRUE(signers.Get(0)->certificate.IsEmpty());
+}
+
+TEST(CmsSignersTest, CertificateOutlivesItsMessage) {
+  Signers signers;
+  ASSERT_TRUE(Read(MessageOf(BuiltSigner::For("content")), signers));
+  AnsiStr subject;
+  EXPECT_TRUE(signers.Get(0)->certificate.GetSubject(subject));
+  EXPECT_EQ(ToString(subject), Signer().certificate.GetSubject());
+}
+
+TEST(CmsSignersTest, MessageWithoutSignersHasNone) {
+  Signers signers;
+  BuiltMessage built;
+  ASSERT_TRUE(Read(built, signers)) << GetReason();
+  EXPECT_TRUE(signers.IsEmpty());
+}
+
+TEST(CmsSignersTest, EnvelopedMessageHasNoSignersToAskFor) {
+  ScratchDirectory scratch;
+  ASSERT_TRUE(EnvelopeFile(scratch.Make("plain", "x"), scratch.File("enveloped")));
+  CMSMsg message;
+  ASSERT_TRUE(message.Load(scratch.File("enveloped")));
+  Signers signers;
+  EXPECT_EQ(ReasonOf(message.GetSigners(signers)), "The message is not a signed one");
+}
+
+}  // namespace
+}  // namespace SecurityTest

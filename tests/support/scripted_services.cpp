@@ -1,0 +1,175 @@
+#include "tests/support/scripted_services.h"
+
+#include <gtest/gtest.h>
+
+#include "foundation/json.h"
+#include "tests/support/pki.h"
+#include "tests/support/text.h"
+#include "tests/support/wire.h"
+
+namespace TestSupport {
+namespace {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+KVMap PayloadOf(const RecordedRequest& request) {
+  return Map(request.body).Get("payload").AsMap();
+}
+
+/// The first text of a list in a command's payload, decoded.
+std::string FirstBytes(const RecordedRequest& request, const char* member) {
+  return FromBase64(Str(PayloadOf(request).Get(member).AsArray()[0].AsString()));
+}
+
+bool Contains(const std::string& text, std::string_view part) {
+  return text.find(part) != std::string::npos;
+}
+
+std::string ServiceStep(const std::string& url) {
+  if (Contains(url, "/integrity")) return "integrity";
+  for (const char* step : {"authztoken", "key", "certlist", "newkey"}) {
+    if (Contains(url, std::string("/crypt/") + step + "/")) return step;
+  }
+  return "unknown: " + url;
+}
+
+std::string StepOf(const RecordedRequest& request) {
+  if (request.url.starts_with(kServiceUrl)) return ServiceStep(request.url);
+  if (request.url.ends_with("/rest/json")) return Str(PayloadOf(request).Get("type").AsString());
+  for (const char* step : {"status", "certstore", "truststore"}) {
+    if (Contains(request.url, std::string("/") + step)) return step;
+  }
+  return "unknown: " + request.url;
+}
+
+Responder Fixed(HttpAnswer answer) {
+  return [answer](const RecordedRequest&) { return answer; };
+}
+
+}  // namespace
+
+ScriptedRoad::ScriptedRoad() {
+  const Pki& pki = Pki::Get();
+  Set("key", Json(RoomKeyAnswer()));
+  Set("certlist", Json(RoomCertsAnswer()));
+  Set("newkey", Json(""));
+  Set("integrity", Json(R"({"integrity":[)" + Quoted(pki.integrity.certificate.GetDigest()) + "]}"));
+  Set("authztoken", Token("token"));
+  Set("status", DateAnswer(kRoadDate));
+  Set("certstore", Json(pki.GetCertStore()));
+  Set("truststore", Json(pki.GetTrustStore()));
+  Set("generateWrappedKeyRequest", Generated());
+  Set("getKeyRequest", IntegrityKeyAnswer());
+  Set("signRequest", Signed);
+  Set("decryptRequest", Decrypted);
+  http.On("", "", [this](const RecordedRequest& request) { return Answer(request); });
+}
+
+void ScriptedRoad::Set(const std::string& step, HttpAnswer answer) {
+  Set(step, Fixed(std::move(answer)));
+}
+
+void ScriptedRoad::Set(const std::string& step, Responder responder) {
+  steps_[step] = std::move(responder);
+}
+
+void ScriptedRoad::Once(const std::string& step, HttpAnswer answer) {
+  Once(step, Fixed(std::move(answer)));
+}
+
+void ScriptedRoad::Once(const std::string& step, Responder responder) {
+  once_[step].push_back(std::move(responder));
+}
+
+HttpAnswer ScriptedRoad::Answer(const RecordedRequest& request) {
+  const std::string step = StepOf(request);
+  std::deque<Responder>& next = once_[step];
+  if (!next.empty()) {
+    const Responder responder = std::move(next.front());
+    next.pop_front();
+    return responder(request);
+  }
+  const auto usual = steps_.find(step);
+  if (usual != steps_.end()) return usual->second(request);
+  ADD_FAILURE() << "no such step on the road: " << step;
+  return NoExchange("no such step");
+}
+
+std::vector<std::string> ScriptedRoad::GetSteps() const {
+  std::vector<std::string> steps;
+  for (const RecordedRequest& request : http.GetRequests()) steps.push_back(StepOf(request));
+  return steps;
+}
+
+std::vector<RecordedRequest> ScriptedRoad::GetRequests(const std::string& step) const {
+  std::vector<RecordedRequest> requests;
+  for (const RecordedRequest& request : http.GetRequests()) {
+    if (StepOf(request) == step) requests.push_back(request);
+  }
+  return requests;
+}
+
+KVMap ScriptedRoad::RoomKeyAnswer() {
+  const Pki& pki = Pki::Get();
+  KVMap answer;
+  answer.Set("room", "room 1");
+  answer.Set("certificate", Ansi(pki.room.certificate.ToPEM()));
+  answer.Set("data", Ansi(WrappedKey(pki.innerSigning.certificate)));
+  answer.Set("group", kGroup);
+  answer.Set("keyserver", Val(Strings({kKeyServerUrl})));
+  answer.Set("statustimeout", "5");
+  answer.Set("certauth", Val(false));
+  return answer;
+}
+
+KVMap ScriptedRoad::RoomCertsAnswer() {
+  KVMap answer;
+  answer.Set("room", "room 1");
+  answer.Set("seqnr", "42");
+  answer.Set("certificates", Val(Strings({"member-1", "member-2"})));
+  answer.Set("group", kGroup);
+  answer.Set("keyserver", Val(Strings({kKeyServerUrl})));
+  answer.Set("statustimeout", "5");
+  answer.Set("certauth", Val(false));
+  return answer;
+}
+
+HttpAnswer ScriptedRoad::Generated() {
+  const Pki& pki = Pki::Get();
+  return Payload(R"({"type":"generateWrappedKeyResponse","encodedX509Certificate":)" +
+                 Quoted(pki.room.certificate.ToBase64()) + R"(,"encodedWrappedKey":)" +
+                 Quoted(WrappedKey(pki.innerSigning.certificate)) + "}");
+}
+
+HttpAnswer ScriptedRoad::IntegrityKeyAnswer() {
+  return Payload(R"({"type":"getKeyResponse","key":{"type":"externalCertificate","id":")" +
+                 std::string(kIntegrityKeyId) + R"(","subId":")" + kIntegritySubId +
+                 R"(","encodedCertificate":)" + Quoted(Pki::Get().integrity.certificate.ToBase64()) + "}}");
+}
+
+HttpAnswer ScriptedRoad::Signed(const RecordedRequest& request) {
+  const std::string value = Pki::Get().integrity.key.SignHash(FirstBytes(request, "hashesToBeSigned"));
+  return Payload(R"({"type":"signResponse","signedHashes":[)" + Quoted(ToBase64(value)) + "]}");
+}
+
+HttpAnswer ScriptedRoad::Decrypted(const RecordedRequest& request) {
+  const std::string key = Pki::Get().room.key.Decrypt(FirstBytes(request, "encryptedData"));
+  return Payload(R"({"type":"decryptResponse","plainData":[)" + Quoted(ToBase64(key)) + "]}");
+}
+
+HttpAnswer Json(const KVMap& map) {
+  return Json(JsonText(map));
+}
+
+KVMap With(const KVMap& map, std::string_view name, std::string_view json) {
+  Val value;
+  AnsiStr error;
+  if (!OruGuiBase::JSON2Val(Ansi(json), value, error)) ADD_FAILURE() << "bad JSON: " << error.View();
+  KVMap changed = map;
+  changed.Set(Ansi(name), value);
+  return changed;
+}
+
+}  // namespace TestSupport

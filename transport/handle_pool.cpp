@@ -1,0 +1,47 @@
+#include "transport/handle_pool.h"
+
+#include <new>
+
+namespace OruKalvix {
+
+HandlePool::HandlePool(std::size_t maxIdle) : maxIdle_(maxIdle) {
+  idle_.reserve(maxIdle);
+}
+
+HandlePool::~HandlePool() {
+  for (CURL* handle : idle_) curl_easy_cleanup(handle);
+}
+
+bool HandlePool::InitLibrary() noexcept {
+  static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
+  return result == CURLE_OK;
+}
+
+HandlePool::Lease HandlePool::Take() {
+  CURL* handle = nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!idle_.empty()) {
+      handle = idle_.back();
+      idle_.pop_back();
+    }
+  }
+  if (handle == nullptr) handle = curl_easy_init();
+  if (handle == nullptr) throw std::bad_alloc();
+  return Lease(handle, Returner{this});
+}
+
+void HandlePool::Return(CURL* handle) noexcept {
+  // Takes away options, and with them pointers into the exchange that has ended; connections stay.
+  curl_easy_reset(handle);
+  {
+    const std::lock_guard lock(mutex_);
+    if (idle_.size() < maxIdle_) {
+      idle_.push_back(handle);  // within the room reserved: cannot fail
+      return;
+    }
+  }
+  curl_easy_cleanup(handle);
+}
+
+}  // namespace OruKalvix

@@ -1,0 +1,109 @@
+#include "transport/header_list.h"
+
+#include <cstring>
+#include <new>
+#include <string_view>
+
+#include "foundation/encoding.h"
+#include "foundation/format.h"
+#include "foundation/reference.h"
+
+namespace OruKalvix {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+
+namespace {
+
+bool IsTokenCharacter(char c) {
+  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
+  return std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+}
+
+bool IsToken(const AnsiStr& name) {
+  for (const char c : name.View()) {
+    if (!IsTokenCharacter(c)) return false;
+  }
+  return !name.IsEmpty();
+}
+
+bool IsFieldValue(const AnsiStr& value) {
+  for (const char c : value.View()) {
+    const auto byte = static_cast<unsigned char>(c);
+    if ((byte < 0x20 && c != '\t') || byte == 0x7F) return false;
+  }
+  return true;
+}
+
+bool IsFraming(const AnsiStr& name) {
+  return AnsiStr::Compare(name, "Content-Length", true) == 0 ||
+         AnsiStr::Compare(name, "Transfer-Encoding", true) == 0;
+}
+
+// Says what is wrong with a header, without its value, which may be a secret.
+bool CheckHeader(const AnsiStr& name, const AnsiStr& value, AnsiStr& errorText) {
+  if (!IsToken(name)) {
+    errorText = AnsiStr("Invalid header name ") + OruGuiBase::SimpleQuote(name);
+  } else if (IsFraming(name)) {
+    errorText = AnsiStr("Header ") + name + " is made by the transport alone";
+  } else if (!IsFieldValue(value)) {
+    errorText = AnsiStr("Invalid value of header ") + name + ": it holds a control character";
+  } else {
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void SlistWiper::operator()(curl_slist* list) const noexcept {
+  for (curl_slist* line = list; line != nullptr; line = line->next) {
+    OruGuiBase::WipeMemory(line->data, std::strlen(line->data));
+  }
+  curl_slist_free_all(list);
+}
+
+void AppendLine(SlistPtr& list, const char* line) {
+  curl_slist* const longer = curl_slist_append(list.get(), line);
+  if (longer == nullptr) throw std::bad_alloc();
+  static_cast<void>(list.release());  // the same list, whose head may be new
+  list.reset(longer);
+}
+
+bool HeaderList::Add(const KVMap& headers, AnsiStr& errorText) {
+  for (std::uint32_t i = 0; i < headers.GetCount(); ++i) {
+    const AnsiStr& name = headers.GetKeys()[i];
+    const AnsiStr value = headers.GetValues()[i].AsString();
+    if (!CheckHeader(name, value, errorText)) return false;
+    Set(name, OruGuiBase::CleanStr(value));
+  }
+  return true;
+}
+
+void HeaderList::Set(const AnsiStr& name, const AnsiStr& value) {
+  for (Entry& entry : entries_) {
+    if (AnsiStr::Compare(entry.name, name, true) != 0) continue;
+    entry = {name, value};
+    return;
+  }
+  entries_.push_back({name, value});
+}
+
+bool HeaderList::Has(const char* name) const noexcept {
+  for (const Entry& entry : entries_) {
+    if (AnsiStr::Compare(entry.name, name, true) == 0) return true;
+  }
+  return false;
+}
+
+SlistPtr HeaderList::MakeLines() const {
+  SlistPtr lines;
+  for (const Entry& entry : entries_) {
+    // libcurl takes "Name:" as the wish to leave a header out and "Name;" as one without a value.
+    const AnsiStr line = entry.value.IsEmpty() ? entry.name + ";" : entry.name + ": " + entry.value;
+    AppendLine(lines, line.GetText());
+  }
+  return lines;
+}
+
+}  // namespace OruKalvix
