@@ -64,14 +64,14 @@ std::string Row(std::uint64_t number) {
 
 bool MakeLog(const std::string& path, std::size_t size, const char* lineEnd) {
   std::ofstream file(path, std::ios::binary);
-  std::string piece = std::string("time,user,action,object,address,request,outcome") + lineEnd;
+  std::string chunk = std::string("time,user,action,object,address,request,outcome") + lineEnd;
   std::size_t written = 0;
   for (std::uint64_t number = 0; written < size && file; ++number) {
-    piece += Row(number) + lineEnd;
-    if (piece.size() < kMiB && written + piece.size() < size) continue;
-    file.write(piece.data(), static_cast<std::streamsize>(piece.size()));
-    written += piece.size();
-    piece.clear();
+    chunk += Row(number) + lineEnd;
+    if (chunk.size() < kMiB && written + chunk.size() < size) continue;
+    file.write(chunk.data(), static_cast<std::streamsize>(chunk.size()));
+    written += chunk.size();
+    chunk.clear();
   }
   return file.good();
 }

@@ -7,9 +7,9 @@ using OruGuiBase::KVMap;
 
 namespace Bench {
 
-CannedService::CannedService(const char* answer)
+CannedService::CannedService(const char* response)
     : token_(R"({"authztoken":"4f1c2a9b7d3e5f60718293a4b5c6d7e8"})"),
-      answer_(answer),
+      response_(response),
       refusal_(R"({"payload":{"type":"status","code":619}})"),
       unreachable_("Connection refused") {
   headers_.Set("Date", "Sun, 06 Nov 1994 08:49:37 GMT");
@@ -28,7 +28,7 @@ std::int32_t CannedService::SendRequest(const AnsiStr&, const AnsiStr& url, cons
   response.status = 200;
   response.headers = headers_;
   if (address.ends_with("/rest/json")) {
-    response.body = IsToFail(Failure::Command) ? refusal_ : answer_;
+    response.body = IsToFail(Failure::Command) ? refusal_ : response_;
   } else if (address.starts_with(kUrl)) {
     response.body = token_;
   } else if (IsToFail(Failure::Probe)) {

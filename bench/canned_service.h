@@ -4,7 +4,7 @@
 
 namespace Bench {
 
-/// A crypt service and key servers in the process, for one command, with answers that are made once: an
+/// A crypt service and key servers in the process, for one command, with responses that are made once: an
 /// exchange costs next to nothing and allocates nothing, so that what is measured is the client. It serves
 /// one thread.
 class CannedService final : public OruKalvix::ICryptClientHttp {
@@ -18,7 +18,7 @@ class CannedService final : public OruKalvix::ICryptClientHttp {
   };
 
   /// `answer` is the body that a key server gives to the command.
-  explicit CannedService(const char* answer);
+  explicit CannedService(const char* response);
 
   /// Lets the next `count` key servers that are asked fail.
   void FailNext(std::uint32_t count, Failure where) { failing_ = count, where_ = where; }
@@ -35,7 +35,7 @@ class CannedService final : public OruKalvix::ICryptClientHttp {
 
   OruGuiBase::KVMap headers_;
   OruGuiBase::AnsiStr token_;
-  OruGuiBase::AnsiStr answer_;
+  OruGuiBase::AnsiStr response_;
   OruGuiBase::AnsiStr refusal_;
   OruGuiBase::AnsiStr unreachable_;
   std::uint32_t failing_ = 0;

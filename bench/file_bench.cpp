@@ -54,16 +54,16 @@ void WriteText(const std::string& path, const std::string& text) {
 // Bytes without a pattern, the same in each run.
 bool MakePlainFile(const std::string& path, std::size_t mib) {
   std::ofstream file(path, std::ios::binary);
-  std::vector<std::uint64_t> piece(kMiB / sizeof(std::uint64_t));
+  std::vector<std::uint64_t> chunk(kMiB / sizeof(std::uint64_t));
   std::uint64_t state = 88172645463325252U;
   for (std::size_t i = 0; i < mib && file; ++i) {
-    for (std::uint64_t& word : piece) {
+    for (std::uint64_t& word : chunk) {
       state ^= state << 13;
       state ^= state >> 7;
       state ^= state << 17;
       word = state;
     }
-    file.write(reinterpret_cast<const char*>(piece.data()), static_cast<std::streamsize>(kMiB));
+    file.write(reinterpret_cast<const char*>(chunk.data()), static_cast<std::streamsize>(kMiB));
   }
   return file.good();
 }
@@ -74,7 +74,7 @@ bool SameBytes(const std::string& a, const std::string& b) {
 
 // Runs in a process of its own, so that its peak memory is that of the road. Prints CPU seconds there, peak
 // memory there, CPU seconds back, peak memory in all.
-int RunRoad(const std::string& dir) {
+int RunFileOperations(const std::string& dir) {
   const Paths paths(dir);
   Bench::Service service;
   bool keyError = false;
@@ -202,7 +202,7 @@ bool RunAll(const Options& options, const std::string& dir) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 3 && std::strcmp(argv[1], "--road") == 0) return RunRoad(argv[2]);
+  if (argc == 3 && std::strcmp(argv[1], "--road") == 0) return RunFileOperations(argv[2]);
   Options options;
   CLI::App app("What protecting and opening a file costs", "file_bench");
   app.add_option("--size", options.mib, "size of the file in MiB")->check(CLI::Range(1, 1 << 20));

@@ -12,13 +12,13 @@
 namespace Bench {
 namespace {
 
-constexpr int kPiece = 64 * 1024;
+constexpr int kChunk = 64 * 1024;
 
 struct Arithmetic {
   std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> digest{EVP_MD_CTX_new(), EVP_MD_CTX_free};
   std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> cipher{EVP_CIPHER_CTX_new(),
                                                                          EVP_CIPHER_CTX_free};
-  std::vector<unsigned char> result = std::vector<unsigned char>(kPiece + EVP_MAX_BLOCK_LENGTH);
+  std::vector<unsigned char> result = std::vector<unsigned char>(kChunk + EVP_MAX_BLOCK_LENGTH);
 
   explicit Arithmetic(int encrypt) {
     const unsigned char key[32] = {1};
@@ -27,10 +27,10 @@ struct Arithmetic {
     EVP_CipherInit_ex(cipher.get(), EVP_aes_256_cbc(), nullptr, key, iv, encrypt);
   }
 
-  void Take(const std::vector<unsigned char>& piece, int size) {
+  void Take(const std::vector<unsigned char>& chunk, int size) {
     int written = 0;
-    EVP_DigestUpdate(digest.get(), piece.data(), static_cast<std::size_t>(size));
-    EVP_CipherUpdate(cipher.get(), result.data(), &written, piece.data(), size);
+    EVP_DigestUpdate(digest.get(), chunk.data(), static_cast<std::size_t>(size));
+    EVP_CipherUpdate(cipher.get(), result.data(), &written, chunk.data(), size);
   }
 };
 
@@ -38,11 +38,11 @@ double Measure(const std::string& file, int encrypt) {
   const int handle = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
   if (handle < 0) return -1;
   Arithmetic arithmetic(encrypt);
-  std::vector<unsigned char> piece(kPiece);
+  std::vector<unsigned char> chunk(kChunk);
   double seconds = 0;
-  for (ssize_t got; (got = ::read(handle, piece.data(), kPiece)) > 0;) {
+  for (ssize_t got; (got = ::read(handle, chunk.data(), kChunk)) > 0;) {
     const double begin = OwnCpuSeconds();
-    arithmetic.Take(piece, static_cast<int>(got));
+    arithmetic.Take(chunk, static_cast<int>(got));
     seconds += OwnCpuSeconds() - begin;
   }
   ::close(handle);
@@ -52,13 +52,13 @@ double Measure(const std::string& file, int encrypt) {
 bool Copy(const std::string& from, const std::string& to) {
   const int source = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
   const int target = ::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  std::vector<unsigned char> piece(kTrafficPiece);
+  std::vector<unsigned char> chunk(kTrafficChunk);
   struct stat status {};
   bool ok = source >= 0 && target >= 0 && ::fstat(source, &status) == 0;
   if (ok) ::fallocate(target, FALLOC_FL_KEEP_SIZE, 0, status.st_size);
   for (ssize_t got = 1; ok && got > 0;) {
-    got = ::read(source, piece.data(), piece.size());
-    ok = got >= 0 && ::write(target, piece.data(), static_cast<std::size_t>(got)) == got;
+    got = ::read(source, chunk.data(), chunk.size());
+    ok = got >= 0 && ::write(target, chunk.data(), static_cast<std::size_t>(got)) == got;
   }
   if (source >= 0) ::close(source);
   if (target >= 0) ::close(target);

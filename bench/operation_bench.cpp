@@ -2,7 +2,7 @@
 // cost grows with keys and with key servers that fail, and what a second thread adds.
 //
 //   operation_bench [--rounds N] [--instructions]
-//   operation_bench --only KIND:SIZE --times N      performs one case and nothing else, for a profiler
+//   operation_bench --only Type:SIZE --times N      performs one case and nothing else, for a profiler
 //
 // --instructions counts instructions as well, which needs valgrind and some minutes; they do not depend on
 // what else the machine does.
@@ -68,7 +68,7 @@ class Measurement {
   // In a process of its own, so that nothing but the operation is counted.
   bool CountInstructions() {
     constexpr unsigned kTimes = 10;
-    const std::string which = case_.kind + ":" + std::to_string(case_.size);
+    const std::string which = case_.type + ":" + std::to_string(case_.size);
     const Bench::Usage usage =
         Bench::RunProcess({"valgrind", "--tool=callgrind", "--log-fd=1", "--callgrind-out-file=/dev/null",
                            "--toggle-collect=Bench::Operation::Perform(unsigned int)", Bench::OwnProgram(),

@@ -44,8 +44,8 @@ Array<Val> WrappedKeys(std::uint32_t count) {
 
 }  // namespace
 
-Operation::Operation(const char* name, const char* answer, std::uint32_t servers)
-    : name_(name), service_(answer), failures_(servers - 1) {
+Operation::Operation(const char* name, const char* response, std::uint32_t servers)
+    : name_(name), service_(response), failures_(servers - 1) {
   arguments_.Set("keyserver", Val(KeyServers(servers)));
   arguments_.Set("statustimeout", "5");
 }
@@ -83,9 +83,9 @@ bool Operation::PerformOnce() {
 }
 
 Operation Case::Make() const {
-  if (kind == "decrypt") return Operation::ExportKeys(size);
+  if (type == "decrypt") return Operation::ExportKeys(size);
   return Operation::DeleteKey(
-      size, kind == "refused" ? CannedService::Failure::Command : CannedService::Failure::Probe);
+      size, type == "refused" ? CannedService::Failure::Command : CannedService::Failure::Probe);
 }
 
 }  // namespace Bench

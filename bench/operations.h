@@ -23,7 +23,7 @@ class Operation {
 
  private:
   bool PerformOnce();
-  Operation(const char* name, const char* answer, std::uint32_t servers);
+  Operation(const char* name, const char* response, std::uint32_t servers);
 
   OruGuiBase::AnsiStr serviceUrl_{CannedService::kUrl};
   OruGuiBase::AnsiStr name_;
@@ -33,14 +33,14 @@ class Operation {
   CannedService::Failure failure_ = CannedService::Failure::Probe;
 };
 
-/// A kind of operation at a size.
+/// A type of operation at a size.
 struct Case {
   /// "refused" and "dead": the removal of a key, which all key servers but the last refuse, or which all but
   /// the last cannot be reached for. "decrypt": the export of keys.
-  std::string kind;
+  std::string type;
   std::uint32_t size;  ///< key servers, or keys
 
-  bool IsKnown() const { return size > 0 && (kind == "refused" || kind == "dead" || kind == "decrypt"); }
+  bool IsKnown() const { return size > 0 && (type == "refused" || type == "dead" || type == "decrypt"); }
   Operation Make() const;
 };
 

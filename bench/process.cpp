@@ -46,9 +46,9 @@ Usage RunProcess(const std::vector<std::string>& command) {
   const pid_t child = ::fork();
   if (child == 0) Execute(command, ends[1]);
   ::close(ends[1]);
-  char piece[4096];
-  for (ssize_t got; (got = ::read(ends[0], piece, sizeof piece)) > 0;) {
-    usage.output.append(piece, static_cast<std::size_t>(got));
+  char chunk[4096];
+  for (ssize_t got; (got = ::read(ends[0], chunk, sizeof chunk)) > 0;) {
+    usage.output.append(chunk, static_cast<std::size_t>(got));
   }
   ::close(ends[0]);
   int status = 0;
@@ -98,9 +98,9 @@ WorkFolder::~WorkFolder() {
 bool ReadThrough(const std::string& path) {
   const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (file < 0) return false;
-  std::vector<char> piece(std::size_t{1024} * 1024);
+  std::vector<char> chunk(std::size_t{1024} * 1024);
   ssize_t got = 1;
-  while (got > 0) got = ::read(file, piece.data(), piece.size());
+  while (got > 0) got = ::read(file, chunk.data(), chunk.size());
   ::close(file);
   return got == 0;
 }

@@ -71,23 +71,23 @@ Service::Service()
 
 std::int32_t Service::SendRequest(const AnsiStr&, const AnsiStr& url, const KVMap&, const AnsiStr& body,
                                   const OruKalvix::HttpOptions&, OruKalvix::HttpResponse& response) {
-  const std::string answer = Answer(url.GetText(), body);
+  const std::string content = Respond(url.GetText(), body);
   response.status = 200;
   response.headers.Set("Date", HttpDate().c_str());
-  response.body = AnsiStr(answer.data(), static_cast<std::uint32_t>(answer.size()));
+  response.body = AnsiStr(content.data(), static_cast<std::uint32_t>(content.size()));
   return 0;
 }
 
-std::string Service::Answer(const std::string& url, const AnsiStr& body) const {
+std::string Service::Respond(const std::string& url, const AnsiStr& body) const {
   if (Holds(url, "/status?")) return "";
   if (Holds(url, "/certstore") || Holds(url, "/truststore")) return root_.certificate.ToPEM();
   if (Holds(url, "/authztoken/")) return R"({"authztoken":"token"})";
-  if (Holds(url, "/crypt/key/")) return RoomKeyAnswer();
+  if (Holds(url, "/crypt/key/")) return RoomKeyResponse();
   if (Holds(url, "/integrity/")) return R"({"integrity":[")" + integrityKey_.certificate.GetDigest() + "\"]}";
   return Command(body);
 }
 
-std::string Service::RoomKeyAnswer() const {
+std::string Service::RoomKeyResponse() const {
   return R"({"room":"room","group":"QOB.1","keyserver":["bench://key"],"statustimeout":"5","certauth":false,)"
          R"("certificate":")" +
          roomKey_.certificate.ToBase64() + R"(","data":")" + wrappedKey_ + "\"}";

@@ -29,8 +29,8 @@ class Service final : public OruKalvix::ICryptClientHttp {
   const CryptStand::Identity& GetRoot() const { return root_; }
 
  private:
-  std::string Answer(const std::string& url, const OruGuiBase::AnsiStr& body) const;
-  std::string RoomKeyAnswer() const;
+  std::string Respond(const std::string& url, const OruGuiBase::AnsiStr& body) const;
+  std::string RoomKeyResponse() const;
   std::string Command(const OruGuiBase::AnsiStr& body) const;
 
   CryptStand::Identity root_;

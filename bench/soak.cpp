@@ -66,12 +66,12 @@ struct Run {
   }
 };
 
-// Most files are small, some empty, some of several pieces.
+// Most files are small, some empty, some of several chunks.
 std::size_t RandomSize(std::mt19937& random) {
-  const auto kind = random() % 20;
-  if (kind == 0) return 0;
-  if (kind < 12) return random() % 10000;
-  if (kind < 19) return random() % 600000;
+  const auto type = random() % 20;
+  if (type == 0) return 0;
+  if (type < 12) return random() % 10000;
+  if (type < 19) return random() % 600000;
   return random() % 6000000;
 }
 
@@ -86,14 +86,14 @@ std::string ReadAll(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// The kind of a reason: without the numbers, which name a port or a size.
-std::string KindOf(const std::string& reason) {
-  std::string kind;
+// The type of a reason: without the numbers, which name a port or a size.
+std::string TypeOf(const std::string& reason) {
+  std::string type;
   for (const char c : reason.substr(0, 70)) {
     if (c >= '0' && c <= '9') continue;
-    kind += c;
+    type += c;
   }
-  return kind;
+  return type;
 }
 
 /// One thread's work.
@@ -147,7 +147,7 @@ class Worker {
     const std::lock_guard lock(run_.mutex);
     if (wasCalm) ++run_.tally.calm;
     if (done) return;
-    ++run_.tally.reasons[KindOf(reason)];
+    ++run_.tally.reasons[TypeOf(reason)];
     if (reason.empty()) run_.tally.violations.push_back(std::string(operation) + " failed without a reason");
     if (wasCalm) run_.tally.violations.push_back(std::string(operation) + " failed in calm: " + reason);
   }
@@ -193,7 +193,7 @@ bool ReportGrowth(const std::vector<Sample>& samples) {
   return late.residentKiB < early.residentKiB * 11 / 10 + 8192 && late.descriptors <= early.descriptors + 8;
 }
 
-// Temporary files, and drafts that were left beside their targets.
+// Temporary files, and staging files that were left beside their targets.
 std::size_t CountLeftovers(const std::string& dir, const std::string& temporary) {
   const auto inTemporary = std::distance(fs::directory_iterator(temporary), fs::directory_iterator());
   const auto hidden = std::count_if(

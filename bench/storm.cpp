@@ -16,7 +16,7 @@ namespace Bench {
 namespace {
 
 using CryptStand::Fault;
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using CryptStand::Stand;
 
 constexpr int kServers = 3;
@@ -24,22 +24,22 @@ constexpr auto kCalm = std::chrono::seconds(4);
 constexpr auto kGust = std::chrono::milliseconds(500);
 constexpr int kGusts = 12;
 
-// Kinds that a client can meet at any moment. What only an audit log or a token meets is left to the tests.
-constexpr FaultKind kKinds[] = {
-    FaultKind::Down,         FaultKind::Slow,      FaultKind::Status,       FaultKind::MissingDate,
-    FaultKind::BrokenJson,   FaultKind::JsonArray, FaultKind::JsonNumber,   FaultKind::JsonDeep,
-    FaultKind::JsonNotUtf8,  FaultKind::EmptyBody, FaultKind::WrongType,    FaultKind::ErrorCode,
-    FaultKind::BadSignature, FaultKind::BadBase64, FaultKind::EmptyMembers, FaultKind::OtherMembers,
-    FaultKind::Cut,
+// Types that a client can meet at any moment. What only an audit log or a token meets is left to the tests.
+constexpr FaultType kTypes[] = {
+    FaultType::Down,         FaultType::Slow,      FaultType::Status,       FaultType::MissingDate,
+    FaultType::BrokenJson,   FaultType::JsonArray, FaultType::JsonNumber,   FaultType::JsonDeep,
+    FaultType::JsonNotUtf8,  FaultType::EmptyBody, FaultType::WrongType,    FaultType::ErrorCode,
+    FaultType::BadSignature, FaultType::BadBase64, FaultType::EmptyMembers, FaultType::OtherMembers,
+    FaultType::Cut,
 };
 
 Fault RandomFault(std::mt19937& random) {
   Fault fault;
-  fault.kind = kKinds[random() % std::size(kKinds)];
-  if (fault.kind == FaultKind::Slow) fault.number = static_cast<int>(random() % 100);
-  if (fault.kind == FaultKind::Status) fault.number = random() % 2 == 0 ? 500 : 403;
-  if (fault.kind == FaultKind::ErrorCode) fault.number = 600 + static_cast<int>(random() % 30);
-  if (fault.kind != FaultKind::Down) fault.uses = 1 + static_cast<int>(random() % 5);
+  fault.type = kTypes[random() % std::size(kTypes)];
+  if (fault.type == FaultType::Slow) fault.number = static_cast<int>(random() % 100);
+  if (fault.type == FaultType::Status) fault.number = random() % 2 == 0 ? 500 : 403;
+  if (fault.type == FaultType::ErrorCode) fault.number = 600 + static_cast<int>(random() % 30);
+  if (fault.type != FaultType::Down) fault.uses = 1 + static_cast<int>(random() % 5);
   return fault;
 }
 

@@ -50,7 +50,7 @@ class CryptClient final : public OruOssSec::ISignHash {
 
   // ---- Set-up and state (client/cryptclient.cpp)
 
-  /// Replaces the key servers: URLs, each a string value. The sweep starts anew at the process's present
+  /// Replaces the key servers: URLs, each a string value. The sweep starts again at the process's present
   /// base.
   CRYPTCLI_EXPORT void SetKeyServer(const OruGuiBase::Array<OruGuiBase::Val>& servers) noexcept;
   /// Seconds, as decimal text, that a status probe may take; the empty text means no limit. A text that is no
@@ -58,7 +58,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   CRYPTCLI_EXPORT void SetStatusTimeout(const OruGuiBase::AnsiStr& seconds) noexcept;
   /// A text that goes with each request for an authorization token; empty for none.
   CRYPTCLI_EXPORT void SetTransaction(const OruGuiBase::AnsiStr& transaction) noexcept;
-  /// Whether the crypt service's latest answer asked for authentication by certificate.
+  /// Whether the crypt service's latest response asked for authentication by certificate.
   CRYPTCLI_EXPORT bool GetCertAuth() const noexcept;
   /// The text of the latest failure. A success does not clear it, so it is read only after a failure. The
   /// reference is valid until the next failure or the end of the object. A server's text that it quotes ends
@@ -130,7 +130,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   CRYPTCLI_EXPORT bool CreateKey(const OruGuiBase::AnsiStr& room,
                                  const OruGuiBase::Array<OruGuiBase::Val>& certificates,
                                  OruGuiBase::AnsiStr& wrappedKey) noexcept;
-  /// Has wrapped keys, maps with "id" and "data", wrapped anew for the certificates, and appends maps with
+  /// Has wrapped keys, maps with "id" and "data", wrapped again for the certificates, and appends maps with
   /// the same "id" and the new "data" to `result`. A failure ends the work and leaves what was done before in
   /// `result`.
   CRYPTCLI_EXPORT bool UpdateKey(const OruGuiBase::AnsiStr& room,
@@ -212,7 +212,8 @@ class CryptClient final : public OruOssSec::ISignHash {
                    const HttpOptions& options, HttpResponse& response) noexcept;
   bool HttpGet(const AnsiStr& url, const KVMap& headers, AnsiStr& body) noexcept;
   bool HttpGet(const AnsiStr& url, const KVMap& headers, AnsiStr& body, std::uint32_t timeout) noexcept;
-  bool HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers, AnsiStr& answer) noexcept;
+  bool HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers,
+                AnsiStr& responseBody) noexcept;
   bool HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers, const File& target) noexcept;
   bool HttpGetJSON(const AnsiStr& url, const KVMap& headers, KVMap& object) noexcept;
   bool HttpPostJSON(const AnsiStr& url, const KVMap& request, const KVMap& headers, KVMap& object) noexcept;
@@ -229,7 +230,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   AnsiStr GetServerUrl(const AnsiStr& path) const noexcept;
   KVMap GetSecurityHeader() noexcept;
   bool KeyServerPost(const KVMap& envelope, KeyServerCommand command, KVMap& payload) noexcept;
-  bool KeyServerCheckResponse(const KVMap& answer, KeyServerCommand command, KVMap& payload) noexcept;
+  bool KeyServerCheckResponse(const KVMap& response, KeyServerCommand command, KVMap& payload) noexcept;
   void KeyServerErrorText(std::int64_t code) noexcept;
 
   // ---- Key-server connection (exchange/connection.cpp, exchange/sweep.cpp)
@@ -270,8 +271,8 @@ class CryptClient final : public OruOssSec::ISignHash {
   // ---- Audit log (exchange/audit_log.cpp)
   bool KeyServerGetAuditLog(const AnsiStr& group, const File& target) noexcept;
   Step AddAuditLogOfServer(const KVMap& envelope, const AnsiStr& group, const File& target) noexcept;
-  bool CheckAuditLogAnswer(const File& answer) noexcept;
-  void ReadAuditLogError(const File& answer) noexcept;
+  bool CheckAuditLogResponse(const File& response) noexcept;
+  void ReadAuditLogError(const File& response) noexcept;
   bool AppendAuditLog(const File& log, const File& target) noexcept;
 
   // ---- Room keys (roomkeys/)
@@ -279,7 +280,7 @@ class CryptClient final : public OruOssSec::ISignHash {
                     const AnsiStr& serial) noexcept;
   bool FetchRoomCerts(AnsiStr& room, ValArray& certificates, AnsiStr& seqnr) noexcept;
   bool UploadRoomKey(const AnsiStr& key, const AnsiStr& seqnr) noexcept;
-  void TakeConfiguration(const KVMap& answer) noexcept;
+  void TakeConfiguration(const KVMap& response) noexcept;
   bool ValidateRoomKey(const RoomKey& roomKey) noexcept;
   bool ReadInnerSigningCertificate(const AnsiStr& data, OruOssSec::Certificate& certificate) noexcept;
   bool LoadRootsAndIntermediates(const AnsiStr& text, OruOssSec::CertStore& store) noexcept;

@@ -62,7 +62,7 @@ std::int32_t CryptClient::PerformOperation(ICryptClientHttp* transport, const An
 bool CryptClient::ExecuteMethod(ICryptClientHttp* transport, const AnsiStr& service, const AnsiStr& auxiliary,
                                 Method method, const KVMap& arguments, KVMap& result,
                                 AnsiStr& error) noexcept {
-  Dispatcher dispatcher{transport, service, auxiliary, Answer(arguments), result, error};
+  Dispatcher dispatcher{transport, service, auxiliary, MemberReader(arguments), result, error};
   std::int32_t status = kNotImplemented;
   switch (method) {
     case Method::None:

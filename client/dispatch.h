@@ -11,7 +11,8 @@ struct CryptClient::Dispatcher {
   ICryptClientHttp* http;
   const AnsiStr& serviceUrl;
   const AnsiStr& auxiliaryName;
-  Answer arguments;  ///< a missing or ill-typed one reads as empty: the operation decides what that means
+  MemberReader
+      arguments;  ///< a missing or ill-typed one reads as empty: the operation decides what that means
   KVMap& result;
   AnsiStr& error;
 

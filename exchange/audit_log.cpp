@@ -84,7 +84,7 @@ KVMap AuditLogEnvelopePayload(const char* type, const AnsiStr& group) noexcept {
   return payload;
 }
 
-// A log passes through in pieces and never lies in memory. The header line goes out once, into an empty
+// A log passes through in chunks and never lies in memory. The header line goes out once, into an empty
 // target. Whether it went well is in the streams' states.
 void CopyLines(ReadStream& reader, WriteStream& writer, bool withHeader) noexcept {
   if (writer.IsError()) return;
@@ -139,23 +139,23 @@ CryptClient::Step CryptClient::AddAuditLogOfServer(const KVMap& envelope, const 
   if (!KeyServerConnect()) return Step::NextServer;
   if (!FetchAuthzToken(KeyServerCommand::GetAuditLog, ofGroup, KVMap())) return Step::GiveUp;
   if (!HttpPostToFile(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), log.GetPath()) ||
-      !CheckAuditLogAnswer(log.GetFile())) {
+      !CheckAuditLogResponse(log.GetFile())) {
     return Step::NextServer;
   }
   return AppendAuditLog(log.GetFile(), target) ? Step::Done : Step::GiveUp;
 }
 
 // A good answer is CSV without a server error code. Anything else is looked into for an error to tell; of the
-// right kind or not, it is no log.
-bool CryptClient::CheckAuditLogAnswer(const File& answer) noexcept {
-  const Answer headers(responseHeaders);
+// right type or not, it is no log.
+bool CryptClient::CheckAuditLogResponse(const File& response) noexcept {
+  const MemberReader headers(responseHeaders);
   AnsiStr contentType = headers.String("content-type");
   const std::uint32_t parameters = contentType.Find(';', 0, false);
   if (parameters != AnsiStr::npos) contentType.Trunc(parameters);
   contentType = OruGuiBase::CleanStr(contentType);
   if (AnsiStr::Compare(contentType, "text/csv", true) != 0) {
     SetError("Unexpected content type %s", contentType.GetText());
-    ReadAuditLogError(answer);
+    ReadAuditLogError(response);
     return false;
   }
   const AnsiStr status = headers.String("x-sec-status");
@@ -166,11 +166,11 @@ bool CryptClient::CheckAuditLogAnswer(const File& answer) noexcept {
   return false;
 }
 
-void CryptClient::ReadAuditLogError(const File& answer) noexcept {
+void CryptClient::ReadAuditLogError(const File& response) noexcept {
   AnsiStr text;
   Val value;
   AnsiStr unread;
-  OruGuiBase::FastReadStream stream(answer);
+  OruGuiBase::FastReadStream stream(response);
   if (!stream.Read(text) || !OruGuiBase::JSON2Val(text, value, unread)) return;
   KVMap payload;
   KeyServerCheckResponse(value.AsMap(), KeyServerCommand::GetAuditLog, payload);

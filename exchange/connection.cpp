@@ -41,7 +41,7 @@ bool CryptClient::KeyServerConnect() noexcept {
   if (!HttpGet(WithRandomQuery(GetServerUrl("status")), KVMap(), body, statusTimeout))
     return Fail("Could not connect to key server: %s", errorMessage.GetText());
   statusClock = OruGuiBase::GetClockTicks();
-  const AnsiStr date = Answer(responseHeaders).String("date");
+  const AnsiStr date = MemberReader(responseHeaders).String("date");
   datetime time;
   if (OruGuiBase::RFC1123Str2UniversalDateTime(date, time) != 0)
     return Fail("Invalid key server time [%s]", date.GetText());

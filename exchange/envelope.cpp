@@ -85,18 +85,18 @@ KVMap CryptClient::GetSecurityHeader() noexcept {
 }
 
 bool CryptClient::KeyServerPost(const KVMap& envelope, KeyServerCommand command, KVMap& payload) noexcept {
-  KVMap answer;
-  return HttpPostJSON(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), answer) &&
-         KeyServerCheckResponse(answer, command, payload);
+  KVMap response;
+  return HttpPostJSON(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), response) &&
+         KeyServerCheckResponse(response, command, payload);
 }
 
-bool CryptClient::KeyServerCheckResponse(const KVMap& answer, KeyServerCommand command,
+bool CryptClient::KeyServerCheckResponse(const KVMap& response, KeyServerCommand command,
                                          KVMap& payload) noexcept {
-  payload = Answer(answer).Object("payload");
+  payload = MemberReader(response).Object("payload");
   if (payload.IsEmpty()) return Fail("Invalid payload");
-  const AnsiStr type = Answer(payload).String("type");
+  const AnsiStr type = MemberReader(payload).String("type");
   if (type == "status") {
-    KeyServerErrorText(Answer(payload).Integer("code"));
+    KeyServerErrorText(MemberReader(payload).Integer("code"));
     return false;
   }
   if (!(type == GetResponseType(command))) return Fail("Unexpected response type %s", type.GetText());

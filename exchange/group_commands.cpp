@@ -7,7 +7,7 @@ using OruGuiBase::Val;
 
 namespace OruKalvix {
 
-// A command that one key server carries out for a group. Nothing is read from the answer: that it is one of
+// A command that one key server carries out for a group. Nothing is read from the response: that it is one of
 // the command says all.
 bool CryptClient::RunGroupCommand(const KeyServerRequest& request) noexcept {
   return RunCommand(request, [](const KVMap&) noexcept { return true; });

@@ -76,10 +76,10 @@ bool CryptClient::HttpGet(const AnsiStr& url, const KVMap& headers, AnsiStr& bod
 }
 
 bool CryptClient::HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers,
-                           AnsiStr& answer) noexcept {
+                           AnsiStr& responseBody) noexcept {
   HttpResponse response;
   if (!HttpRequest("POST", url, WithContentType(headers), body, HttpOptions(), response)) return false;
-  answer = response.body;
+  responseBody = response.body;
   return true;
 }
 

@@ -23,7 +23,7 @@ enum class KeyServerCommand : std::uint32_t {
   DeleteKey = 10,
 };
 
-/// One command as it is sent to each server of a sweep until one answers well.
+/// One command as it is sent to each server of a sweep until one succeeds.
 struct KeyServerRequest {
   KeyServerCommand command;
   OruGuiBase::KVMap payload;    ///< "type" first, then the command's members

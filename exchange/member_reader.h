@@ -9,12 +9,12 @@
 
 namespace OruKalvix {
 
-/// Reads the members of a server's answer. A member that is missing or of another kind is reported to the
-/// trace and reads as the empty value of its kind: what that means is for the operation's own tests to
+/// Reads the members of a server's response. A member that is missing or of another type is reported to the
+/// trace and reads as the empty value of its type: what that means is for the operation's own tests to
 /// decide.
-class Answer {
+class MemberReader {
  public:
-  explicit Answer(const OruGuiBase::KVMap& object) noexcept : object_(object) {}
+  explicit MemberReader(const OruGuiBase::KVMap& object) noexcept : object_(object) {}
 
   OruGuiBase::AnsiStr String(const char* name) const noexcept { return object_.Get(name).AsString(); }
   OruGuiBase::Array<OruGuiBase::Val> List(const char* name) const noexcept {

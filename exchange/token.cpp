@@ -33,10 +33,10 @@ bool CryptClient::FetchAuthzToken(KeyServerCommand command, const AnsiStr& id, c
   request.Put("operation", GetRequestType(command));
   if (!transaction.IsEmpty()) request.Put("transaction", transaction);
   if (!key.IsEmpty()) request.Put("key", Val(key));
-  KVMap answer;
-  if (!HttpPostJSON(url, request, KVMap(), answer))
+  KVMap response;
+  if (!HttpPostJSON(url, request, KVMap(), response))
     return Fail("Could not get authorization token: %s", errorMessage.GetText());
-  authzToken = Answer(answer).String("authztoken");
+  authzToken = MemberReader(response).String("authztoken");
   if (authzToken.IsEmpty()) return Fail("Invalid authorization token");
   return true;
 }

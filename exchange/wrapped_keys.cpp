@@ -30,11 +30,11 @@ bool CryptClient::KeyServerGenerateWrappedKey(const AnsiStr& forRoom, const ValA
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     ClearRoomKey(roomKey);
     roomKey.room = forRoom;
-    const AnsiStr certificate = Answer(payload).String("encodedX509Certificate");
+    const AnsiStr certificate = MemberReader(payload).String("encodedX509Certificate");
     if (certificate.IsEmpty()) return Fail("Could not generate wrapped key: Invalid encodedX509Certificate");
     if (!roomKey.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text))
       return Fail("Could not generate wrapped key: Could not decode encodedX509Certificate");
-    roomKey.data = Answer(payload).String("encodedWrappedKey");
+    roomKey.data = MemberReader(payload).String("encodedWrappedKey");
     if (roomKey.data.IsEmpty()) return Fail("Could not generate wrapped key: Invalid encodedWrappedKey");
     return true;
   });
@@ -47,7 +47,7 @@ bool CryptClient::KeyServerModifyWrappedKey(const AnsiStr& forRoom, const ValArr
   request.payload.Put("encodedWrappedKey", wrappedKey);
   request.payload.Put("encryptionKeys", Val(EncryptionKeys(certificates)));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
-    newWrappedKey = Answer(payload).String("encodedWrappedKey");
+    newWrappedKey = MemberReader(payload).String("encodedWrappedKey");
     if (!newWrappedKey.IsEmpty()) return true;
     return Fail("Could not modify wrapped key: Invalid encodedWrappedKey");
   });
@@ -59,7 +59,7 @@ bool CryptClient::KeyServerExportWrappedKey(const AnsiStr& forRoom, const AnsiSt
   request.payload.Put("type", GetRequestType(request.command));
   request.payload.Put("encodedWrappedKey", wrappedKey);
   return RunCommand(request, [&](const KVMap& payload) noexcept {
-    privateKey = Answer(payload).String("encodedPrivateKey");
+    privateKey = MemberReader(payload).String("encodedPrivateKey");
     if (!privateKey.IsEmpty()) return true;
     return Fail("Could not decrypt room key: Invalid encodedPrivateKey");
   });
@@ -80,7 +80,7 @@ bool CryptClient::ForEachKey(const ValArray& keys, const char* name, ValArray& r
   // The caller may have given one array for both.
   const ValArray all = keys;  // NOLINT(performance-unnecessary-copy-initialization)
   for (const Val& entry : all) {
-    const Answer key(entry.AsMap());
+    const MemberReader key(entry.AsMap());
     const AnsiStr id = key.String("id");
     AnsiStr outcome;
     if (!work(key.String("data"), outcome)) return false;

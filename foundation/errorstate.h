@@ -26,7 +26,7 @@ ORUGUI_EXPORT void SetLastErrorFromErrno() noexcept;
 /// The code that stands for a text of SetErrorMessage; above every errno value.
 inline constexpr std::uint32_t kTextError = 0x20000001;
 
-/// Makes `text` the reason of the failure under way: the last error becomes kTextError with this text.
+/// Makes `text` the reason of the failure in progress: the last error becomes kTextError with this text.
 ORUGUI_EXPORT void SetErrorMessage(const AnsiStr& text) noexcept;
 
 /// The text of a code: the system's for an errno value, the text handed in for kTextError. `language` and

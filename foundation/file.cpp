@@ -22,7 +22,7 @@ AnsiStr Join(const AnsiStr& directory, const AnsiStr& name) {
   return path += name;
 }
 
-// Characters that a file system of some kind or a shell gives a meaning of its own.
+// Characters that a file system of some type or a shell gives a meaning of its own.
 bool IsUnsafe(char character) {
   constexpr std::string_view kReserved = "/\\:*?\"<>|";
   const auto byte = static_cast<unsigned char>(character);

@@ -106,10 +106,10 @@ bool File::CopyTo(const File& target, bool keepTarget, int mode) const noexcept 
   const int source = OpenRegular(*this);
   if (source < 0) return FailWithErrno();
   FileWriter writer;
-  FileWriter::DraftOptions options;
+  FileWriter::StagingOptions options;
   options.keepTarget = keepTarget;
   options.mode = mode;
-  const bool copied = writer.OpenDraft(target, options) && CopyContent(source, writer) && writer.Close();
+  const bool copied = writer.OpenStaged(target, options) && CopyContent(source, writer) && writer.Close();
   CloseHandle(source);
   return copied && (::unlink(path_.GetText()) == 0 || FailWithErrno());
 }

@@ -162,7 +162,7 @@ bool FileWriter::Truncate(std::int64_t size) noexcept {
 }
 
 bool FileWriter::Close() noexcept {
-  if (!draft_.GetPath().IsEmpty()) return FinishDraft();
+  if (!staging_.GetPath().IsEmpty()) return FinishStaging();
   return CloseOnce(handle_);
 }
 

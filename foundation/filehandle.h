@@ -10,7 +10,7 @@ struct stat;
 
 namespace OruGuiBase {
 
-/// Bytes that the file streams move at once. Smaller pieces cost system calls, larger ones gain nothing.
+/// Bytes that the file streams move at once. Smaller chunks cost system calls, larger ones gain nothing.
 inline constexpr std::uint32_t kStreamBuffer = 256 * 1024;
 
 /// A file opened for reading, unbuffered. Operations leave the reason of a failure in the error state.
@@ -80,7 +80,7 @@ class ORUGUI_EXPORT FileWriter {
   /// given, one with an access list or mounted in its place, one in a directory that takes no new files, and
   /// what is no regular file. So is a private file, as Open does it: it becomes something else by File::Move.
   /// A target whose owner, group or access list changed meanwhile makes Close fail with EBUSY.
-  bool OpenDraft(const File& file) noexcept;
+  bool OpenStaged(const File& file) noexcept;
   bool IsOpen() const noexcept { return handle_ >= 0; }
   /// Reserves room where the file system can, so that a full disk shows at once; true when it cannot. The
   /// size of the file does not change.
@@ -95,18 +95,18 @@ class ORUGUI_EXPORT FileWriter {
 
  private:
   friend class File;
-  struct DraftOptions {
+  struct StagingOptions {
     bool keepTarget = false;  ///< a target that exists is a failure
     int mode = -1;            ///< of the staging file in the place of the target's
   };
-  bool OpenDraft(const File& file, const DraftOptions& options) noexcept;
-  DeliveryWay BeginDraft(const AnsiStr& path, const DeliveryTarget& target,
-                         const DraftOptions& options) noexcept;
-  bool FinishDraft() noexcept;
+  bool OpenStaged(const File& file, const StagingOptions& options) noexcept;
+  DeliveryWay BeginStaging(const AnsiStr& path, const DeliveryTarget& target,
+                           const StagingOptions& options) noexcept;
+  bool FinishStaging() noexcept;
   void DropFile() noexcept;
 
   int handle_ = -1;
-  TempFile draft_;  ///< empty when the file is written in place
+  TempFile staging_;  ///< empty when the file is written in place
   AnsiStr target_;
   FileAccess access_;  ///< what the target is to have
   bool keepTarget_ = false;

@@ -10,25 +10,25 @@
 
 namespace OruGuiBase {
 
-bool FileWriter::OpenDraft(const File& file) noexcept {
-  return OpenDraft(file, DraftOptions());
+bool FileWriter::OpenStaged(const File& file) noexcept {
+  return OpenStaged(file, StagingOptions());
 }
 
-bool FileWriter::OpenDraft(const File& file, const DraftOptions& options) noexcept {
+bool FileWriter::OpenStaged(const File& file, const StagingOptions& options) noexcept {
   DropFile();
   ClearLastError();
   if (file.IsPrivate()) return Open(file);
   DeliveryTarget target;
   DeliveryWay way = JudgeTarget(file, target);
   if (target.exists && options.keepTarget) return FailWith(EEXIST);
-  if (way == DeliveryWay::Replace) way = BeginDraft(file.GetPath(), target, options);
+  if (way == DeliveryWay::Replace) way = BeginStaging(file.GetPath(), target, options);
   if (way == DeliveryWay::InPlace) return Open(file);
   return way == DeliveryWay::Replace || FailWithErrno();
 }
 
 // Begins the staging file of a target, unless that has to be written in place after all.
-DeliveryWay FileWriter::BeginDraft(const AnsiStr& path, const DeliveryTarget& target,
-                                   const DraftOptions& options) noexcept {
+DeliveryWay FileWriter::BeginStaging(const AnsiStr& path, const DeliveryTarget& target,
+                                     const StagingOptions& options) noexcept {
   access_ = target.access;
   if (!target.exists && !AskNewFile(path, access_)) return DeliveryWay::Failed;
   AnsiStr staging;
@@ -37,7 +37,7 @@ DeliveryWay FileWriter::BeginDraft(const AnsiStr& path, const DeliveryTarget& ta
     return target.exists && IsRefusalOfDirectory(errno) ? DeliveryWay::InPlace : DeliveryWay::Failed;
   }
   handle_ = handle;
-  draft_.Take(File(staging, FilePrivacy::Staging));
+  staging_.Take(File(staging, FilePrivacy::Staging));
   target_ = AbsolutePath(path);
   keepTarget_ = options.keepTarget;
   if (options.mode >= 0) access_.mode = static_cast<std::uint32_t>(options.mode);
@@ -49,22 +49,22 @@ DeliveryWay FileWriter::BeginDraft(const AnsiStr& path, const DeliveryTarget& ta
 }
 
 // The mode comes last but one: until the name is right the owner alone may read.
-bool FileWriter::FinishDraft() noexcept {
+bool FileWriter::FinishStaging() noexcept {
   const bool isReady =
       ((keepTarget_ || MeetsTarget(target_, access_)) && GiveAccess(handle_, access_)) || FailWithErrno();
   const bool isClosed = CloseHandle(std::exchange(handle_, -1)) || (isReady && FailWithErrno());
-  if (isReady && isClosed && (Rename(draft_.GetPath(), target_, keepTarget_) || FailWithErrno())) {
-    draft_.GiveUp();
+  if (isReady && isClosed && (Rename(staging_.GetPath(), target_, keepTarget_) || FailWithErrno())) {
+    staging_.GiveUp();
     return true;
   }
-  draft_.Cleanup();
+  staging_.Cleanup();
   return false;
 }
 
 void FileWriter::DropFile() noexcept {
   const ErrorStateSaver saver;
   if (handle_ >= 0) CloseHandle(std::exchange(handle_, -1));
-  draft_.Cleanup();
+  staging_.Cleanup();
 }
 
 }  // namespace OruGuiBase

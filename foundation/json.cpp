@@ -107,7 +107,7 @@ class Handler {
 
   std::string_view text_;
   JSONBuilder builder_;
-  AnsiStr partial_;  // what is known of the string or key under way; wiped when freed
+  AnsiStr partial_;  // what is known of the string or key in progress; wiped when freed
 };
 
 const char* ReasonOf(const engine::error_code& code) {

@@ -118,7 +118,7 @@ bool Emitter::WriteInteger(std::int64_t value) {
   return Put({digits, static_cast<std::size_t>(end - digits)});
 }
 
-// A whole number keeps a fraction, so that it reads back as the kind that it is.
+// A whole number keeps a fraction, so that it reads back as the type that it is.
 bool Emitter::WriteNumber(double value) {
   if (!std::isfinite(value)) return Fail("A number is not finite");
   char digits[32];

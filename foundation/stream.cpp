@@ -29,23 +29,23 @@ void DropBuffer(char*& buffer) {
   buffer = nullptr;
 }
 
-bool WritePiece(WriteStream& target, std::string_view piece) {
-  return target.Write(piece.data(), static_cast<std::uint32_t>(piece.size()));
+bool WriteChunk(WriteStream& target, std::string_view chunk) {
+  return target.Write(chunk.data(), static_cast<std::uint32_t>(chunk.size()));
 }
 
-// The piece does not end in CR.
-bool WriteWithoutReturns(WriteStream& target, std::string_view piece) {
+// The chunk does not end in CR.
+bool WriteWithoutReturns(WriteStream& target, std::string_view chunk) {
   std::size_t found = 0;
-  while ((found = piece.find('\r', found)) != std::string_view::npos) {
-    if (piece[found + 1] != '\n') {
+  while ((found = chunk.find('\r', found)) != std::string_view::npos) {
+    if (chunk[found + 1] != '\n') {
       ++found;
       continue;
     }
-    if (!WritePiece(target, piece.substr(0, found))) return false;
-    piece.remove_prefix(found + 1);
+    if (!WriteChunk(target, chunk.substr(0, found))) return false;
+    chunk.remove_prefix(found + 1);
     found = 0;
   }
-  return WritePiece(target, piece);
+  return WriteChunk(target, chunk);
 }
 
 bool AppendChecked(AnsiStr& text, const char* data, std::uint32_t size) {
@@ -107,34 +107,34 @@ bool ReadStream::ReadLn(AnsiStr& text) noexcept {
 bool ReadStream::SkipLn() noexcept {
   if (IsError()) return Restate();
   bool any = false;
-  for (std::string_view piece; !(piece = TakePiece()).empty();) {
+  for (std::string_view chunk; !(chunk = TakeChunk()).empty();) {
     any = true;
-    const std::size_t found = piece.find('\n');
+    const std::size_t found = chunk.find('\n');
     if (found == std::string_view::npos) continue;
-    position_ -= static_cast<std::uint32_t>(piece.size() - found - 1);
+    position_ -= static_cast<std::uint32_t>(chunk.size() - found - 1);
     return true;
   }
   return any && !IsError();
 }
 
-// What the buffer holds goes over as a whole; only the CR of a CR LF is left out. A CR at the end of a piece
+// What the buffer holds goes over as a whole; only the CR of a CR LF is left out. A CR at the end of a chunk
 // waits for what follows it.
 bool ReadStream::CopyLines(WriteStream& target) noexcept {
   if (IsError()) return Restate();
   bool isLineOpen = false;
   bool isReturnHeld = false;
-  for (std::string_view piece; !(piece = TakePiece()).empty();) {
-    if (isReturnHeld && piece.front() != '\n' && !target.Write('\r')) return false;
-    isLineOpen = !piece.ends_with('\n');
-    isReturnHeld = piece.ends_with('\r');
-    if (isReturnHeld) piece.remove_suffix(1);
-    if (!WriteWithoutReturns(target, piece)) return false;
+  for (std::string_view chunk; !(chunk = TakeChunk()).empty();) {
+    if (isReturnHeld && chunk.front() != '\n' && !target.Write('\r')) return false;
+    isLineOpen = !chunk.ends_with('\n');
+    isReturnHeld = chunk.ends_with('\r');
+    if (isReturnHeld) chunk.remove_suffix(1);
+    if (!WriteWithoutReturns(target, chunk)) return false;
   }
   if (IsError() || (isReturnHeld && !target.Write('\r'))) return false;
   return !isLineOpen || target.Write('\n');
 }
 
-std::string_view ReadStream::TakePiece() noexcept {
+std::string_view ReadStream::TakeChunk() noexcept {
   if (position_ == filled_ && !Fill()) return {};
   const std::uint32_t start = std::exchange(position_, filled_);
   return {buffer_ + start, filled_ - start};
@@ -236,13 +236,13 @@ bool FastReadStream::ReadKnown(AnsiStr& text) noexcept {
 
 // What came on top since, or all of a source whose size is not known.
 bool FastReadStream::ReadRest(AnsiStr& text) noexcept {
-  char piece[4096];
+  char chunk[4096];
   std::int64_t got = 0;
   bool fits = true;
-  while (fits && (got = reader_.Read(piece, sizeof piece)) > 0) {
-    fits = AppendChecked(text, piece, static_cast<std::uint32_t>(got));
+  while (fits && (got = reader_.Read(chunk, sizeof chunk)) > 0) {
+    fits = AppendChecked(text, chunk, static_cast<std::uint32_t>(got));
   }
-  WipeMemory(piece, sizeof piece);
+  WipeMemory(chunk, sizeof chunk);
   return fits && got == 0;
 }
 

@@ -62,7 +62,7 @@ class ORUGUI_EXPORT ReadStream final : public Stream {
   bool CloseFile() noexcept override;
   bool Fill() noexcept;
   /// What the buffer still holds of the file, taken out of it; empty at the end of the file and on failure.
-  std::string_view TakePiece() noexcept;
+  std::string_view TakeChunk() noexcept;
 
   FileReader reader_;
   char* buffer_ = nullptr;

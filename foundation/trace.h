@@ -8,7 +8,7 @@ namespace OruGuiTrace {
 
 /// Receives trace events. Called on the thread that traces, so it must be safe for use by many threads.
 ///
-/// Bodies of requests and answers are traced whole at level 2, passwords, tokens and plain keys included:
+/// Bodies of requests and responses are traced whole at level 2, passwords, tokens and plain keys included:
 /// what a sink stores of that level is as secret as the keys themselves. An exception of a sink loses the
 /// event and no more; what it does to the error state is undone.
 class ITraceSink {

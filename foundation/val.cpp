@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::uint64_t kReferenceFlag = 0x80;
 
-constexpr std::uint64_t KindBits(ValType type) {
+constexpr std::uint64_t TypeBits(ValType type) {
   return static_cast<std::uint64_t>(type);
 }
 
@@ -97,16 +97,16 @@ void Release(ValType type, void* object) {
 std::uint64_t ReferenceWord(ValType type, void* object) {
   const auto address = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(object));
   if (!FitsPayload(address)) DebugAbort("Pointer value %p not within supported range", object);
-  return address << 8 | kReferenceFlag | KindBits(type);
+  return address << 8 | kReferenceFlag | TypeBits(type);
 }
 
 }  // namespace
 
-Val::Val(bool value) noexcept : word_(std::uint64_t{value} << 8 | KindBits(ValType::Bool)) {}
+Val::Val(bool value) noexcept : word_(std::uint64_t{value} << 8 | TypeBits(ValType::Bool)) {}
 
 Val::Val(std::int64_t value) noexcept {
   const auto bits = static_cast<std::uint64_t>(value);
-  word_ = FitsPayload(bits) ? bits << 8 | KindBits(ValType::Integer)
+  word_ = FitsPayload(bits) ? bits << 8 | TypeBits(ValType::Integer)
                             : ReferenceWord(ValType::Integer, MakeBox<Box>(value));
 }
 
@@ -213,7 +213,7 @@ void Val::SetDateTime(const PackedDateTime& value) noexcept {
   const std::uint64_t bits = value.ToBits();
   if (FitsPayload(bits)) {
     Val old(std::move(*this));
-    word_ = bits << 8 | KindBits(ValType::Date);
+    word_ = bits << 8 | TypeBits(ValType::Date);
     return;
   }
   auto* const own =

@@ -13,7 +13,7 @@ namespace OruGuiBase {
 class KVMap;
 class KVMapImp;
 
-/// The kinds of content of a Val. 9 and 10 are carried and counted, never read.
+/// The types of content of a Val. 9 and 10 are carried and counted, never read.
 enum class ValType : std::uint8_t {
   Nil = 0,
   Bool = 1,
@@ -43,11 +43,11 @@ class IObject {
   ~IObject() = default;
 };
 
-/// A value of any kind in one 64-bit word: the kind in bits 0 to 6, the reference flag in bit 7, the payload
+/// A value of any type in one 64-bit word: the type in bits 0 to 6, the reference flag in bit 7, the payload
 /// above.
 ///
 /// Without the flag the payload is the value itself, with it a pointer to a counted object. Reading a Val as
-/// another kind than it holds is no failure: it is reported (ReportInvalidType) and reads as empty or 0.
+/// another type than it holds is no failure: it is reported (ReportInvalidType) and reads as empty or 0.
 class ORUGUI_EXPORT Val {
  public:
   /// A counted 64-bit value that does not fit the word.
@@ -76,7 +76,7 @@ class ORUGUI_EXPORT Val {
   explicit Val(const KVMap& map) noexcept;
   explicit Val(const Array<Val>& array) noexcept;
   explicit Val(const Blob& blob) noexcept;
-  /// Takes a reference through AddRef. Null makes a value of kind 6 with no object.
+  /// Takes a reference through AddRef. Null makes a value of type 6 with no object.
   explicit Val(IObject* object) noexcept;
   Val(const Val& other) noexcept : word_(other.word_) {
     if (IsReference()) LinkContent();
@@ -92,8 +92,8 @@ class ORUGUI_EXPORT Val {
   bool IsNil() const noexcept { return word_ == 0; }
   bool IsReference() const noexcept { return (word_ & 0x80) != 0; }
 
-  /// The content as the kind that the name says; the empty value or 0, with a report, when it is of another
-  /// kind.
+  /// The content as the type that the name says; the empty value or 0, with a report, when it is of another
+  /// type.
   bool AsBool() const noexcept;
   std::int64_t AsInteger() const noexcept;
   double AsNumber() const noexcept;
@@ -104,18 +104,18 @@ class ORUGUI_EXPORT Val {
   IObject* AsObject() const noexcept;
   PackedDateTime AsPackedDateTime() const noexcept;
   /// Year to second of a date and time; milliseconds and zone are dropped. `fallback` when it is of another
-  /// kind.
+  /// type.
   datetime AsDateTime(const datetime& fallback = {}) const noexcept;
 
   /// Replaces the content by a date and time. A box of this Val's own with the count 1 is overwritten in
   /// place.
   void SetDateTime(const PackedDateTime& value) noexcept;
   /// Replaces the content by a counted object: links the new one, then releases the old, then writes.
-  /// `object` is the address of the block that the kind calls for. A pointer that does not fit 56 signed bits
+  /// `object` is the address of the block that the type calls for. A pointer that does not fit 56 signed bits
   /// ends the process.
   void SetReference(ValType type, void* object) noexcept;
 
-  /// Reports to the trace that a value was read as another kind than it holds, and returns.
+  /// Reports to the trace that a value was read as another type than it holds, and returns.
   static void ReportInvalidType(ValType wanted, const Val& value) noexcept;
 
   /// The word itself; for the layout's own tests and for carriers of values.

@@ -79,7 +79,7 @@ class LogServers final : public OruKalvix::ICryptClientHttp {
   std::int32_t SendRequest(const AnsiStr& method, const AnsiStr& url, const KVMap&, const AnsiStr&,
                            const OruKalvix::HttpOptions&, HttpResponse& response) override {
     response.status = 200;
-    if (method == "GET") return AnswerProbe(response);
+    if (method == "GET") return RespondToProbe(response);
     if (url.View().starts_with(Fuzz::kServiceUrl)) return GiveToken(response);
     return GiveLog(response);
   }
@@ -87,7 +87,7 @@ class LogServers final : public OruKalvix::ICryptClientHttp {
  private:
   bool IsRare() { return input_.Below(16) == 15; }
 
-  std::int32_t AnswerProbe(HttpResponse& response) {
+  std::int32_t RespondToProbe(HttpResponse& response) {
     response.headers.Set("Date", Fuzz::Ansi(Fuzz::kDate));
     response.errorText = "down";
     return IsRare() ? -1 : 0;

@@ -34,9 +34,9 @@ void MakeMessageSeeds(const std::filesystem::path& root) {
     files.Add(name, bytes);
     texts.Add(name, ToBase64(bytes));
   };
-  for (const auto& [kind, samples] :
+  for (const auto& [type, samples] :
        {std::pair("envelope-", world.envelopes), {"content-", world.contents}, {"form-", world.forms}}) {
-    for (const Sample& sample : samples) add(kind + sample.name, sample.bytes);
+    for (const Sample& sample : samples) add(type + sample.name, sample.bytes);
   }
   for (const char* name : {"genuine", "two", "digested"}) {
     const std::string& bytes = world.Find(world.contents, name);

@@ -5,7 +5,7 @@
 #include "fuzz/support/responses.h"
 #include "fuzz/support/world.h"
 
-// Inputs of the targets that drive a client: the choices at the start of each, then how each answer is
+// Inputs of the targets that drive a client: the choices at the start of each, then how each response is
 // treated. What an input does not say is harmless, so these differ from a road without faults in one place
 // each.
 namespace Fuzz {
@@ -20,31 +20,31 @@ InputWriter& TreatOne(InputWriter& writer, std::uint32_t exchange, std::uint8_t 
   return writer.Byte(treatment);
 }
 
-std::string Name(std::string_view kind, std::uint32_t first, std::uint32_t second) {
-  return std::string(kind) + "-" + std::to_string(first) + "-" + std::to_string(second);
+std::string Name(std::string_view type, std::uint32_t first, std::uint32_t second) {
+  return std::string(type) + "-" + std::to_string(first) + "-" + std::to_string(second);
 }
 
 // Each treatment of each exchange of a road that begins as `start` says.
-void AddTreatments(const SeedFolder& folder, std::string_view kind, const InputWriter& start,
+void AddTreatments(const SeedFolder& folder, std::string_view type, const InputWriter& start,
                    std::uint32_t exchanges) {
   for (std::uint32_t exchange = 0; exchange < exchanges; ++exchange) {
     for (std::uint8_t treatment = 6; treatment < kTreatments; ++treatment) {
       InputWriter writer = start;
       TreatOne(writer, exchange, treatment).Text("text").Byte(static_cast<std::uint8_t>(exchange));
-      folder.Add(Name(kind, exchange, treatment), writer.Get());
+      folder.Add(Name(type, exchange, treatment), writer.Get());
     }
   }
 }
 
 // Each unusual answer to one exchange.
-void AddVariants(const SeedFolder& folder, std::string_view kind, const InputWriter& start,
+void AddVariants(const SeedFolder& folder, std::string_view type, const InputWriter& start,
                  std::uint32_t exchange, const char* step) {
   constexpr std::uint8_t kVariant = 6;
   const std::uint32_t count = CountVariants(step);
   for (std::uint32_t i = 0; i < count; ++i) {
     InputWriter writer = start;
     TreatOne(writer, exchange, kVariant).Below(i, count);
-    folder.Add(Name(std::string(kind) + "-" + step, exchange, i), writer.Get());
+    folder.Add(Name(std::string(type) + "-" + step, exchange, i), writer.Get());
   }
 }
 
@@ -81,11 +81,11 @@ void MakeDecryptSeeds(const std::filesystem::path& root) {
         "changed-" + world.contents[i].name,
         InputWriter().Below(4, kSources).Below(i, contents).Below(0, 4).Below(1, 7).Below(900, 65536).Get());
   }
-  for (std::uint32_t kind = 0; kind < 8; ++kind) {
+  for (std::uint32_t type = 0; type < 8; ++type) {
     for (const std::uint32_t source : {5U, 8U}) {
       InputWriter writer;
-      writer.Below(source, kSources).Below(4, source == 5 ? contents : envelopes).Below(kind, 12);
-      folder.Add(Name("element", source, kind), writer.Byte(9).Byte(9).Byte(0).Byte(0).Byte(3).Get());
+      writer.Below(source, kSources).Below(4, source == 5 ? contents : envelopes).Below(type, 12);
+      folder.Add(Name("element", source, type), writer.Byte(9).Byte(9).Byte(0).Byte(0).Byte(3).Get());
     }
   }
   for (const char* name : {"genuine", "foreign", "digested"}) {

@@ -29,7 +29,7 @@ void MakeJsonSeeds(const std::filesystem::path& root) {
        {"infinite", "1e999"}});
   const SeedFolder folder(root, "json");
   for (const char* step : {"key", "certlist", "integrity", "getKeyRequest", "generateWrappedKeyRequest"})
-    folder.Add(std::string("answer-") + step, UsualAnswer(step, {}).body);
+    folder.Add(std::string("answer-") + step, UsualResponse(step, {}).body);
 }
 
 }  // namespace

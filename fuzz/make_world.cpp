@@ -137,7 +137,7 @@ std::string StreamEncrypted() {
   return Stream(message, Fuzz::kForeignContent);
 }
 
-// Forms and kinds of messages that the protected files of this system do not have.
+// Forms and types of messages that the protected files of this system do not have.
 void WorldMaker::WriteForms() const {
   WriteMessage("form-signed", StreamSigned(pki_.integrity, EVP_sha512(), 0));
   WriteMessage("form-signed-sha256", StreamSigned(pki_.integrity, EVP_sha256(), 0));

@@ -29,7 +29,7 @@ bool CryptClient::KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& enc
   request.payload.Put("algorithm", "RSAES-PKCS1-v1_5");
   request.payload.Put("encryptedData", Val(encrypted));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
-    plainData = Answer(payload).FirstString("plainData");
+    plainData = MemberReader(payload).FirstString("plainData");
     if (!plainData.IsEmpty()) return true;
     return Fail("Could not decrypt document key: Invalid plainData");
   });
@@ -72,7 +72,7 @@ bool CryptClient::UnlockEnvelope(const CMSKeyTransRecipient& recipient, const Ro
   return envelope.SetContentKey(contentKey) || FailWithSystemError("Could not set content key");
 }
 
-// Sorts what the envelope held by its kind. Content that is no CMS message is plain content, not an error;
+// Sorts what the envelope held by its type. Content that is no CMS message is plain content, not an error;
 // but content of which that is not known is not delivered as plain. A large envelope is known to be of
 // another type than those that are opened here.
 bool CryptClient::DeliverContent(TempFile& content, const RoomKey& roomKey, const File& target,

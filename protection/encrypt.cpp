@@ -13,7 +13,7 @@ using OruOssSec::CryptoMessageSyntax;
 
 namespace OruKalvix {
 
-// The room's key, made anew when there is none that can be proven. A key that was just made and cannot be
+// The room's key, made again when there is none that can be proven. A key that was just made and cannot be
 // proven fails the operation: there is no second attempt.
 bool CryptClient::PrepareRoomKey(RoomKey& roomKey, bool& keyErrorFlag) noexcept {
   if (!FetchRoomKey(roomKey, keyErrorFlag, AnsiStr(), AnsiStr())) return false;
@@ -30,7 +30,7 @@ bool CryptClient::CreateRoomKey(RoomKey& roomKey) noexcept {
          ValidateRoomKey(roomKey);
 }
 
-// The group comes with the crypt service's answer, so this is asked after the key was had.
+// The group comes with the crypt service's response, so this is asked after the key was had.
 bool CryptClient::CheckOrigin(const RoomKey& roomKey) noexcept {
   const char* missing = serviceUrl.IsEmpty()     ? "Invalid URL"
                         : roomKey.room.IsEmpty() ? "Invalid room"

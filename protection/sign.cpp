@@ -46,7 +46,7 @@ bool CryptClient::KeyServerSign(const KVMap& key, const AnsiStr& algorithm, cons
   request.payload.Put("algorithm", algorithm);
   request.payload.Put("hashesToBeSigned", Val(hashes));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
-    const AnsiStr encoded = Answer(payload).FirstString("signedHashes");
+    const AnsiStr encoded = MemberReader(payload).FirstString("signedHashes");
     if (encoded.IsEmpty()) return Fail("Could not sign hash: Invalid signedHashes");
     if (!DecodeBase64(encoded, signature)) return Fail("Could not decode signedHashes");
     return true;

@@ -8,17 +8,17 @@ using OruGuiBase::Val;
 namespace OruKalvix {
 
 bool CryptClient::ReadIntegrityKey(const KVMap& payload, const AnsiStr& id, IntegrityKey& key) noexcept {
-  const Answer answer(Answer(payload).Object("key"));
-  answer.String("type");  // Any value will do; one of another kind is worth a report.
+  const MemberReader response(MemberReader(payload).Object("key"));
+  response.String("type");  // Any value will do; one of another type is worth a report.
   key = IntegrityKey();
-  key.id = answer.String("id");
+  key.id = response.String("id");
   // On purpose what was asked for, while the tests below look at the response: a response without "id" ends
   // the sweep with success, and SignHash refuses the key. To test the response here would go on to other
   // servers.
   if (id.IsEmpty()) return Fail("Could not get integrity certificate: Invalid id");
-  key.subId = answer.String("subId");
+  key.subId = response.String("subId");
   if (key.subId.IsEmpty()) return Fail("Could not get integrity certificate: Invalid subId");
-  const AnsiStr certificate = answer.String("encodedCertificate");
+  const AnsiStr certificate = response.String("encodedCertificate");
   if (certificate.IsEmpty()) return Fail("Could not get integrity certificate: Invalid encodedCertificate");
   return key.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text) ||
          FailWithSystemError("Could not parse integrity certificate");
@@ -39,10 +39,10 @@ bool CryptClient::FetchIntegrityCerts(const AnsiStr& ofGroup, ValArray& certific
   if (url.IsEmpty()) return false;
   KVMap request;
   request.Put("keyserver", keyServerCursor.keyServerUrl);
-  KVMap answer;
-  if (!HttpPostJSON(url, request, KVMap(), answer))
+  KVMap response;
+  if (!HttpPostJSON(url, request, KVMap(), response))
     return Fail("Could not get integrity certificates: %s", errorMessage.GetText());
-  certificates = Answer(answer).List("integrity");
+  certificates = MemberReader(response).List("integrity");
   return true;
 }
 

@@ -22,26 +22,26 @@ KVMap KeyByCertificate(const AnsiStr& issuer, const AnsiStr& serial) noexcept {
 
 // Text that does not parse leaves its field empty: the caller then sees a room without a usable key, not an
 // error.
-void ReadRoomKey(const Answer& answer, RoomKey& roomKey) noexcept {
+void ReadRoomKey(const MemberReader& response, RoomKey& roomKey) noexcept {
   ClearRoomKey(roomKey);
-  roomKey.room = answer.String("room");
-  const AnsiStr certificate = answer.String("certificate");
+  roomKey.room = response.String("room");
+  const AnsiStr certificate = response.String("certificate");
   if (!certificate.IsEmpty()) roomKey.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text);
-  roomKey.data = answer.String("data");
-  const AnsiStr plain = answer.String("plain");
+  roomKey.data = response.String("data");
+  const AnsiStr plain = response.String("plain");
   if (!plain.IsEmpty()) roomKey.key.Load(plain, OruOssSec::ASN1::Encoding::Text);
 }
 
 }  // namespace
 
-// The key servers and how to talk to them are what the latest answer said, with no merging: what it leaves
+// The key servers and how to talk to them are what the latest response said, with no merging: what it leaves
 // out is emptied.
 void CryptClient::TakeConfiguration(const KVMap& object) noexcept {
-  const Answer answer(object);
-  group = answer.String("group");
-  SetKeyServer(answer.List("keyserver"));
-  SetStatusTimeout(answer.String("statustimeout"));
-  certAuth = answer.Flag("certauth");
+  const MemberReader response(object);
+  group = response.String("group");
+  SetKeyServer(response.List("keyserver"));
+  SetStatusTimeout(response.String("statustimeout"));
+  certAuth = response.Flag("certauth");
 }
 
 bool CryptClient::FetchRoomKey(RoomKey& roomKey, bool& keyErrorFlag, const AnsiStr& issuer,
@@ -54,16 +54,16 @@ bool CryptClient::FetchRoomKey(RoomKey& roomKey, bool& keyErrorFlag, const AnsiS
                 : HttpPostJSON(url, KeyByCertificate(issuer, serial), KVMap(), object))) {
     return Fail("Could not get room key: %s", errorMessage.GetText());
   }
-  const Answer answer(object);
-  const AnsiStr errorId = answer.String("errorid");
-  const AnsiStr errorText = answer.String("errortext");
+  const MemberReader response(object);
+  const AnsiStr errorId = response.String("errorid");
+  const AnsiStr errorText = response.String("errortext");
   if (errorId == kKeyError) {
     keyErrorFlag = true;
     return Fail("%s", errorText.GetText());
   }
   if (!errorId.IsEmpty() || !errorText.IsEmpty())
     return Fail("Could not get room key: %s", errorText.GetText());
-  ReadRoomKey(answer, roomKey);
+  ReadRoomKey(response, roomKey);
   TakeConfiguration(object);
   return true;
 }

@@ -11,10 +11,10 @@ bool CryptClient::FetchRoomCerts(AnsiStr& roomName, ValArray& certificates, Ansi
   KVMap object;
   if (!HttpPostJSON(url, request, KVMap(), object))
     return Fail("Could not get room certificates: %s", errorMessage.GetText());
-  const Answer answer(object);
-  roomName = answer.String("room");
-  seqnr = answer.String("seqnr");
-  certificates = answer.List("certificates");
+  const MemberReader response(object);
+  roomName = response.String("room");
+  seqnr = response.String("seqnr");
+  certificates = response.List("certificates");
   TakeConfiguration(object);
   return true;
 }

@@ -27,7 +27,7 @@ bool CryptClient::ReadInnerSigningCertificate(const AnsiStr& data, Certificate& 
   const AnsiStr text(reinterpret_cast<const char*>(content.GetData()), content.GetSize());
   if (!OruGuiBase::JSON2Val(text, value, error))
     return Fail("Could not parse room key content: %s", error.GetText());
-  const AnsiStr encoded = Answer(value.AsMap()).String("encodedInnerSigningCertificate");
+  const AnsiStr encoded = MemberReader(value.AsMap()).String("encodedInnerSigningCertificate");
   if (encoded.IsEmpty()) return Fail("Invalid room key: Invalid encodedInnerSigningCertificate");
   if (!certificate.Load(encoded, OruOssSec::ASN1::Encoding::Text))
     return Fail("Invalid room key: Could not parse encodedInnerSigningCertificate");

@@ -66,13 +66,13 @@ class ORUSEC_EXPORT CMSMsg {
   /// The type's name, or its OID in dotted text when it has none here.
   OruGuiBase::AnsiStr GetTypeStr() const noexcept;
 
-  /// The key-transport recipients in their order. A recipient of another kind, or one named by a key
+  /// The key-transport recipients in their order. A recipient of another type, or one named by a key
   /// identifier, is a failure; none is not.
   bool GetRecipients(OruGuiBase::PtrContainerQueue<CMSKeyTransRecipient>& recipients) const noexcept;
 
   /// Sets the private key to open the message with, and the certificate that names its recipient. True says
   /// only that there is such a recipient: a key that does not fit shows when the content is read, in one
-  /// error for every cause, so that no answer tells a good padding from a bad one.
+  /// error for every cause, so that no response tells a good padding from a bad one.
   bool SetRecipientKey(const Certificate& certificate, const PrivateKey& key) noexcept;
   /// Sets the content key that somebody else opened: base64 text, its length that of the message's cipher.
   bool SetContentKey(const OruGuiBase::AnsiStr& key) noexcept;

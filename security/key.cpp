@@ -22,7 +22,7 @@ bool IsUsedUp(const BlobConst& bytes, const unsigned char* position) {
   return position == bytes.data + bytes.size;
 }
 
-// RSA keys, the kind that opens messages, are read in a way that leaves no copies behind.
+// RSA keys, the type that opens messages, are read in a way that leaves no copies behind.
 KeyPtr DecodePKCS8(const BlobConst& bytes) {
   const unsigned char* position = bytes.data;
   const PKCS8Ptr info(d2i_PKCS8_PRIV_KEY_INFO(nullptr, &position, static_cast<long>(bytes.size)));

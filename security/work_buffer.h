@@ -16,7 +16,7 @@ class WorkBuffer {
   WorkBuffer& operator=(const WorkBuffer&) = delete;
   ~WorkBuffer() { Release(); }
 
-  /// Takes memory anew; what was held is released. False when there is none.
+  /// Takes memory again; what was held is released. False when there is none.
   bool Alloc(std::uint32_t size) noexcept {
     Release();
     bytes_ = static_cast<std::uint8_t*>(OruGuiBase::AllocParticle(size));

@@ -7,7 +7,7 @@
 namespace CryptStand {
 namespace {
 
-constexpr std::int64_t kPiece = 500;  // records that are written at once
+constexpr std::int64_t kChunk = 500;  // records that are written at once
 constexpr std::time_t kFirstGenerated = 1704067200;
 
 std::string GeneratedRecord(std::uint64_t number, const std::string& server, const std::string& group) {
@@ -31,27 +31,27 @@ class AuditLogSource {
       begun_ = true;
       return CsvRecord({"time", "server", "group", "operation", "room", "key", "outcome"});
     }
-    std::string piece = KeptRecords();
-    return piece.empty() ? GeneratedRecords() : piece;
+    std::string chunk = KeptRecords();
+    return chunk.empty() ? GeneratedRecords() : chunk;
   }
 
  private:
   std::string KeptRecords() {
-    std::string piece;
-    if (after_ >= last_) return piece;
-    const auto records = store_->GetAudit(spec_.server, spec_.group, after_, last_, kPiece);
+    std::string chunk;
+    if (after_ >= last_) return chunk;
+    const auto records = store_->GetAudit(spec_.server, spec_.group, after_, last_, kChunk);
     for (const AuditRecord& record : records) {
-      piece += CsvRecord(
+      chunk += CsvRecord(
           {record.time, server_, record.group, record.operation, record.room, record.key, record.outcome});
     }
     after_ = records.empty() ? last_ : records.back().number;
-    return piece;
+    return chunk;
   }
   std::string GeneratedRecords() {
-    std::string piece;
-    const std::uint64_t end = std::min(generated_ + std::uint64_t{kPiece}, spec_.generated);
-    while (generated_ < end) piece += GeneratedRecord(++generated_, server_, spec_.group);
-    return piece;
+    std::string chunk;
+    const std::uint64_t end = std::min(generated_ + std::uint64_t{kChunk}, spec_.generated);
+    while (generated_ < end) chunk += GeneratedRecord(++generated_, server_, spec_.group);
+    return chunk;
   }
 
   Store* store_;

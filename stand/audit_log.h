@@ -19,7 +19,7 @@ struct AuditLogSpec {
 };
 
 /// The audit log of one key server for one group as CSV: a header line and a record for each command that the
-/// server carried out or refused before now. Sources read the store piece by piece and never hold the log.
+/// server carried out or refused before now. Sources read the store chunk by chunk and never hold the log.
 std::function<BodySource()> OpenAuditLog(Store& store, const AuditLogSpec& spec);
 
 /// ISO 8601 in universal time, to the second.

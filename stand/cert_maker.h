@@ -63,7 +63,7 @@ class KeyPair {
   std::shared_ptr<EVP_PKEY> key_;
 };
 
-/// When a certificate is valid, in seconds of universal time since 1970.
+/// When a certificate is valid, in Unix time since 1970.
 struct Validity {
   std::time_t notBefore = 0;
   std::time_t notAfter = 0;

@@ -33,7 +33,7 @@ struct CommandContext {
   int server;               ///< Index of the key server that was asked.
 };
 
-/// What it gives back: members of the answer's payload behind "type", or a code other than Success with a
+/// What it gives back: members of the response's payload behind "type", or a code other than Success with a
 /// reason for the event log.
 struct CommandResult {
   Code code = Code::Success;

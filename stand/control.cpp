@@ -26,7 +26,7 @@ HttpReply Done() {
   return JsonReply(KVMap());
 }
 
-// Reads an optional member into `target`; false when it is of another kind.
+// Reads an optional member into `target`; false when it is of another type.
 template <class T>
 bool ReadInto(const KVMap& body, const char* name, std::optional<T> (*read)(const KVMap&, const char*),
               T& target) {
@@ -65,12 +65,12 @@ HttpReply ServeFault(Stand& stand, const KVMap& body) {
     return Malformed("The fault is malformed");
   }
   if (*name == "none") return stand.ClearFaults(*server) ? Done() : Malformed("No such server");
-  const auto kind = FindFaultKind(*name);
-  if (!kind.has_value()) return Malformed("Unknown fault");
-  if (*kind == FaultKind::Down && *server == kCryptService) {
+  const auto type = FindFaultType(*name);
+  if (!type.has_value()) return Malformed("Unknown fault");
+  if (*type == FaultType::Down && *server == kCryptService) {
     return Malformed("The crypt service cannot be taken down through itself");
   }
-  fault.kind = *kind;
+  fault.type = *type;
   fault.uses = static_cast<int>(uses);
   fault.number = static_cast<int>(number);
   return stand.SetFault(*server, fault) ? Done() : Malformed("No such server");
@@ -98,8 +98,8 @@ HttpReply ServeRoom(Stand& stand, const KVMap& body) {
   if (!stand.AddRoom(*room, group) || !stand.SetRoomOptions(*room, options))
     return Malformed("The room cannot be set");
   if (certificate.empty()) return Done();
-  const auto kind = FindRoomCertificate(certificate);
-  const bool shown = kind.has_value() && stand.SetRoomCertificate(*room, *kind);
+  const auto type = FindRoomCertificate(certificate);
+  const bool shown = type.has_value() && stand.SetRoomCertificate(*room, *type);
   return shown ? Done() : Malformed("The room has no key to show that way");
 }
 
@@ -108,10 +108,10 @@ std::optional<IntegrityList> FindIntegrityList(const std::string& name) {
   if (name == "empty") return IntegrityList::Empty;
   if (name == "upper-case") return IntegrityList::UpperCase;
   if (name == "without-ours") return IntegrityList::WithoutOurs;
-  return name == "other-kinds" ? std::optional(IntegrityList::OtherKinds) : std::nullopt;
+  return name == "other-kinds" ? std::optional(IntegrityList::OtherTypes) : std::nullopt;
 }
 
-// A text in place of a list, or null for the real one. False when the member is of another kind.
+// A text in place of a list, or null for the real one. False when the member is of another type.
 bool ReadListText(const KVMap& body, const char* name, std::optional<std::string>& text) {
   const std::uint32_t index = body.Find(name);
   text = ReadText(body, name);
@@ -126,11 +126,11 @@ HttpReply ServeLists(Stand& stand, const KVMap& body) {
                        ReadListText(body, "certstore", certStore) &&
                        ReadListText(body, "truststore", trustStore) &&
                        ReadInto(body, "integrity", ReadText, integrity);
-  const auto kind = FindIntegrityList(integrity);
-  if (!isWhole || !kind.has_value()) return Malformed("The lists are malformed");
+  const auto type = FindIntegrityList(integrity);
+  if (!isWhole || !type.has_value()) return Malformed("The lists are malformed");
   stand.GetSettings().SetCertStoreText(certStore);
   stand.GetSettings().SetTrustStoreText(trustStore);
-  stand.GetSettings().SetIntegrityList(*kind);
+  stand.GetSettings().SetIntegrityList(*type);
   return Done();
 }
 
@@ -168,9 +168,9 @@ HttpReply ServeEvents(const Stand& stand) {
     object.Set("outcome", TextVal(event.outcome));
     list.Append(Val(object));
   }
-  KVMap answer;
-  answer.Set("events", Val(list));
-  return JsonReply(answer);
+  KVMap response;
+  response.Set("events", Val(list));
+  return JsonReply(response);
 }
 
 // The segments of the path. A script that joins the service's URL and a path with a slash of its own makes an

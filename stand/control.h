@@ -17,7 +17,7 @@ bool IsControlRequest(const HttpRequest& request);
 ///                     "foreign"|"wrong-issuer"}; a room that is not there is made, in the stand's group
 ///                     unless another is named
 ///   POST stand/lists  {"certstore":TEXT,"truststore":TEXT,"integrity":"normal"|"empty"|"upper-case"|
-///                     "without-ours"|"other-kinds"}; what is left out or null is put back to normal
+///                     "without-ours"|"other-types"}; what is left out or null is put back to normal
 ///   POST stand/clock  {"server":0,"seconds":} sets how far the server's clock is ahead
 ///   POST stand/audit  {"server":0,"rows":} sets how many made-up records its audit logs have besides
 ///   GET  stand/events the event log

@@ -17,8 +17,8 @@ Served WrongMethod(const char* allowed) {
   return served;
 }
 
-Served Answer(const KVMap& answer) {
-  return {JsonReply(answer), "ok"};
+Served MakeResponse(const KVMap& response) {
+  return {JsonReply(response), "ok"};
 }
 
 bool HasJsonType(const HttpRequest& request) {
@@ -71,11 +71,11 @@ bool CryptService::IsKeyServerOrEmpty(const std::optional<std::string>& url) con
          std::find(announced.begin(), announced.end(), *url) != announced.end();
 }
 
-void CryptService::AddConfiguration(const RoomRecord& room, KVMap& answer) const {
-  answer.Set("group", TextVal(room.group));
-  answer.Set("keyserver", TextsVal(realm_.settings.GetAnnouncedUrls()));
-  answer.Set("statustimeout", TextVal(realm_.settings.GetStatusTimeout()));
-  answer.Set("certauth", Val(room.options.certAuth));
+void CryptService::AddConfiguration(const RoomRecord& room, KVMap& response) const {
+  response.Set("group", TextVal(room.group));
+  response.Set("keyserver", TextsVal(realm_.settings.GetAnnouncedUrls()));
+  response.Set("statustimeout", TextVal(realm_.settings.GetStatusTimeout()));
+  response.Set("certauth", Val(room.options.certAuth));
 }
 
 // Refusals about the room come with status 200: that is where a client looks for them.
@@ -91,24 +91,24 @@ Served CryptService::ServeKey(const HttpRequest& request, const Route& route) {
   const auto room = realm_.store.GetRoom(route.id);
   if (!room.has_value()) return RefusedWith(200, kUnknownErrorId, "Unknown room");
   if (room->options.locked) return RefusedWith(200, kLockedErrorId, "The room is locked");
-  if (!id.has_value()) return KeyAnswer(*room, realm_.store.GetCurrentRoomKey(room->id));
-  return KeyAnswer(*room,
-                   realm_.store.FindRoomKey(room->id, *ReadText(*id, "issuer"), *ReadText(*id, "serial")));
+  if (!id.has_value()) return KeyResponse(*room, realm_.store.GetCurrentRoomKey(room->id));
+  return KeyResponse(*room,
+                     realm_.store.FindRoomKey(room->id, *ReadText(*id, "issuer"), *ReadText(*id, "serial")));
 }
 
-Served CryptService::KeyAnswer(const RoomRecord& room, const std::optional<RoomKeyRecord>& record) {
-  KVMap answer;
-  answer.Set("room", TextVal(room.id));
+Served CryptService::KeyResponse(const RoomRecord& room, const std::optional<RoomKeyRecord>& record) {
+  KVMap response;
+  response.Set("room", TextVal(room.id));
   if (record.has_value()) {
-    answer.Set("certificate", TextVal(record->certificate));
-    answer.Set("data", TextVal(record->data));
+    response.Set("certificate", TextVal(record->certificate));
+    response.Set("data", TextVal(record->data));
   }
   if (record.has_value() && room.options.plainKey) {
     const auto opened = realm_.rooms.OpenKey(record->data);
-    if (opened.has_value()) answer.Set("plain", TextVal(opened->key.ToPEM()));
+    if (opened.has_value()) response.Set("plain", TextVal(opened->key.ToPEM()));
   }
-  AddConfiguration(room, answer);
-  return Answer(answer);
+  AddConfiguration(room, response);
+  return MakeResponse(response);
 }
 
 Served CryptService::ServeCertList(const KVMap& body, const Route& route) {
@@ -122,12 +122,12 @@ Served CryptService::ServeCertList(const KVMap& body, const Route& route) {
   if (!sequence.has_value() || member.certificate.IsEmpty()) {
     return RefusedWith(500, kUnknownErrorId, "The room's certificates cannot be made");
   }
-  KVMap answer;
-  answer.Set("room", TextVal(room->id));
-  answer.Set("seqnr", TextVal(*sequence));
-  answer.Set("certificates", TextsVal({member.certificate.ToPEM()}));
-  AddConfiguration(*room, answer);
-  return Answer(answer);
+  KVMap response;
+  response.Set("room", TextVal(room->id));
+  response.Set("seqnr", TextVal(*sequence));
+  response.Set("certificates", TextsVal({member.certificate.ToPEM()}));
+  AddConfiguration(*room, response);
+  return MakeResponse(response);
 }
 
 Served CryptService::ServeNewKey(const KVMap& body, const Route& route) {
@@ -142,7 +142,7 @@ Served CryptService::ServeNewKey(const KVMap& body, const Route& route) {
   if (!opened.has_value()) return Malformed("\"key\" is no wrapped key of these key servers");
   switch (realm_.store.UploadRoomKey(room->id, *sequence, opened->certificate, *data)) {
     case Upload::Done:
-      return Answer(KVMap());
+      return MakeResponse(KVMap());
     case Upload::StaleSequence:
       return RefusedWith(409, kMalformedErrorId, "The sequence number is stale");
     case Upload::Failed:
@@ -157,21 +157,21 @@ Served CryptService::ServeIntegrity(const KVMap& body, const Route& route) {
   }
   if (route.digest != "sha256") return RefusedWith(404, kUnknownErrorId, "Unknown digest");
   if (!realm_.store.HasGroup(route.id)) return RefusedWith(404, kUnknownErrorId, "Unknown group");
-  const IntegrityList kind = realm_.settings.GetIntegrityList();
+  const IntegrityList type = realm_.settings.GetIntegrityList();
   OruGuiBase::Array<Val> list;
-  if (kind == IntegrityList::OtherKinds) {
+  if (type == IntegrityList::OtherTypes) {
     for (const Val& other : {Val(std::int64_t{42}), Val(), Val(KVMap())}) list.Append(other);
   }
-  if (kind == IntegrityList::WithoutOurs) list.Append(TextVal(std::string(64, '0')));
-  const bool hasOurs = kind != IntegrityList::WithoutOurs && kind != IntegrityList::Empty;
+  if (type == IntegrityList::WithoutOurs) list.Append(TextVal(std::string(64, '0')));
+  const bool hasOurs = type != IntegrityList::WithoutOurs && type != IntegrityList::Empty;
   for (const auto& key : realm_.rooms.GetIntegrityKeys(route.id)) {
     std::string text = key.identity.certificate.GetDigest(kSHA256);
-    if (kind == IntegrityList::UpperCase) std::transform(text.begin(), text.end(), text.begin(), ::toupper);
+    if (type == IntegrityList::UpperCase) std::transform(text.begin(), text.end(), text.begin(), ::toupper);
     if (hasOurs) list.Append(TextVal(text));
   }
-  KVMap answer;
-  answer.Set("integrity", Val(list));
-  return Answer(answer);
+  KVMap response;
+  response.Set("integrity", Val(list));
+  return MakeResponse(response);
 }
 
 }  // namespace CryptStand

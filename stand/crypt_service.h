@@ -45,9 +45,9 @@ class CryptService {
   Served ServeIntegrity(const KVMap& body, const Route& route);
 
   /// The answer for a room's key; the keys are left out when there is no record.
-  Served KeyAnswer(const RoomRecord& room, const std::optional<RoomKeyRecord>& record);
-  /// Group, key servers, timeout and the probing flag, as two of the answers carry them.
-  void AddConfiguration(const RoomRecord& room, KVMap& answer) const;
+  Served KeyResponse(const RoomRecord& room, const std::optional<RoomKeyRecord>& record);
+  /// Group, key servers, timeout and the probing flag, as two of the responses carry them.
+  void AddConfiguration(const RoomRecord& room, KVMap& response) const;
   /// Why a room cannot be served by anything but "key"; none when it can.
   std::optional<Served> RefuseRoom(const std::optional<RoomRecord>& room) const;
   bool IsKeyServerOrEmpty(const std::optional<std::string>& url) const;

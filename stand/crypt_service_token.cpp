@@ -64,9 +64,9 @@ Served CryptService::ServeToken(const KVMap& body, const Route& route) {
   }
   const std::string token = realm_.tokens.Issue(*claim);
   if (token.empty()) return RefusedWith(500, kUnknownErrorId, "A token cannot be made");
-  KVMap answer;
-  answer.Set("authztoken", TextVal(token));
-  return {JsonReply(answer), "ok"};
+  KVMap response;
+  response.Set("authztoken", TextVal(token));
+  return {JsonReply(response), "ok"};
 }
 
 }  // namespace CryptStand

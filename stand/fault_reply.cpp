@@ -77,9 +77,9 @@ KVMap ChangeMembers(const KVMap& object, const Change& change) {
   return changed;
 }
 
-// Changes the members of a key server's payload or of the crypt service's whole answer.
+// Changes the members of a key server's payload or of the crypt service's whole response.
 template <class Change>
-void ChangeAnswer(HttpReply& reply, const Change& change) {
+void ChangeResponse(HttpReply& reply, const Change& change) {
   auto object = ReadObject(reply.body);
   if (!object.has_value()) return;
   const auto payload = ReadMap(*object, "payload");
@@ -94,7 +94,7 @@ void ChangeAnswer(HttpReply& reply, const Change& change) {
 // Changes each text of the arrays that carry results of a private key.
 template <class Change>
 void ChangeResults(HttpReply& reply, std::initializer_list<const char*> names, const Change& change) {
-  ChangeAnswer(reply, [&](std::string_view name, const Val& value) {
+  ChangeResponse(reply, [&](std::string_view name, const Val& value) {
     const bool isResult = std::find(names.begin(), names.end(), name) != names.end();
     if (!isResult || value.GetType() != ValType::Array) return value;
     Array<Val> changed;
@@ -122,7 +122,7 @@ std::size_t SizeOf(const HttpReply& reply) {
   if (!reply.openBody) return reply.body.size();
   std::size_t size = 0;
   const BodySource next = reply.openBody();
-  for (std::string piece = next(); !piece.empty(); piece = next()) size += piece.size();
+  for (std::string chunk = next(); !chunk.empty(); chunk = next()) size += chunk.size();
   return size;
 }
 
@@ -133,32 +133,32 @@ void Cut(const Fault& fault, HttpReply& reply) {
 }  // namespace
 
 std::optional<HttpReply> MakeFaultReply(const Fault& fault, bool isKeyServer) {
-  switch (fault.kind) {
-    case FaultKind::Status:
+  switch (fault.type) {
+    case FaultType::Status:
       return StatusReply(fault);
-    case FaultKind::BrokenJson:
+    case FaultType::BrokenJson:
       return BodyReply(R"({"payload":{"type":)");
-    case FaultKind::JsonArray:
+    case FaultType::JsonArray:
       return BodyReply("[1,2,3]");
-    case FaultKind::JsonNumber:
+    case FaultType::JsonNumber:
       return BodyReply("4711");
-    case FaultKind::JsonDeep:
+    case FaultType::JsonDeep:
       return BodyReply(std::string(kDepth, '[') + std::string(kDepth, ']'));
-    case FaultKind::JsonNotUtf8:
+    case FaultType::JsonNotUtf8:
       return BodyReply("{\"payload\":\"\xC3\x28\"}");
-    case FaultKind::JsonHuge: {
+    case FaultType::JsonHuge: {
       const std::size_t size = fault.number > 0 ? static_cast<std::size_t>(fault.number) : kHugeSize;
       return BodyReply("{\"payload\":\"" + std::string(size, 'x') + "\"}");
     }
-    case FaultKind::EmptyBody:
+    case FaultType::EmptyBody:
       return BodyReply("");
-    case FaultKind::Body:
+    case FaultType::Body:
       return BodyReply(fault.text);
-    case FaultKind::ErrorCode:
+    case FaultType::ErrorCode:
       return CodeReply(fault, isKeyServer);
-    case FaultKind::JsonResponse:
+    case FaultType::JsonResponse:
       return JsonResponse(OrElse(fault.text, "getAuditLogResponse"));
-    case FaultKind::EmptyCsv:
+    case FaultType::EmptyCsv:
       return EmptyCsv();
     default:
       return std::nullopt;
@@ -166,24 +166,24 @@ std::optional<HttpReply> MakeFaultReply(const Fault& fault, bool isKeyServer) {
 }
 
 void SpoilReply(const Fault& fault, HttpReply& reply) {
-  switch (fault.kind) {
-    case FaultKind::WrongType:
+  switch (fault.type) {
+    case FaultType::WrongType:
       return ChangeType(reply, OrElse(fault.text, "unexpectedResponse"));
-    case FaultKind::BadSignature:
+    case FaultType::BadSignature:
       return ChangeResults(reply, {"signedHashes"}, FlipBit);
-    case FaultKind::BadBase64:
+    case FaultType::BadBase64:
       return ChangeResults(reply, {"signedHashes", "plainData"},
                            [](std::string_view) { return "*no base64*"; });
-    case FaultKind::EmptyMembers:
-      return ChangeAnswer(reply, [](std::string_view, const Val& value) { return EmptyLike(value); });
-    case FaultKind::OtherMembers:
-      return ChangeAnswer(reply, [](std::string_view, const Val& value) { return OtherThan(value); });
-    case FaultKind::WrongContentType:
+    case FaultType::EmptyMembers:
+      return ChangeResponse(reply, [](std::string_view, const Val& value) { return EmptyLike(value); });
+    case FaultType::OtherMembers:
+      return ChangeResponse(reply, [](std::string_view, const Val& value) { return OtherThan(value); });
+    case FaultType::WrongContentType:
       reply.contentType = OrElse(fault.text, "text/html");
       return;
-    case FaultKind::Cut:
+    case FaultType::Cut:
       return Cut(fault, reply);
-    case FaultKind::SecStatus:
+    case FaultType::SecStatus:
       reply.headers.emplace_back("x-sec-status",
                                  fault.text.empty() ? std::to_string(fault.number) : fault.text);
       return;

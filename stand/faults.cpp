@@ -5,38 +5,38 @@
 namespace CryptStand {
 namespace {
 
-constexpr std::pair<const char*, FaultKind> kNames[] = {
-    {"down", FaultKind::Down},
-    {"slow", FaultKind::Slow},
-    {"status", FaultKind::Status},
-    {"wrong-date", FaultKind::WrongDate},
-    {"missing-date", FaultKind::MissingDate},
-    {"broken-json", FaultKind::BrokenJson},
-    {"json-array", FaultKind::JsonArray},
-    {"json-number", FaultKind::JsonNumber},
-    {"json-deep", FaultKind::JsonDeep},
-    {"json-not-utf8", FaultKind::JsonNotUtf8},
-    {"json-huge", FaultKind::JsonHuge},
-    {"empty-body", FaultKind::EmptyBody},
-    {"body", FaultKind::Body},
-    {"wrong-type", FaultKind::WrongType},
-    {"error-code", FaultKind::ErrorCode},
-    {"bad-signature", FaultKind::BadSignature},
-    {"bad-base64", FaultKind::BadBase64},
-    {"empty-members", FaultKind::EmptyMembers},
-    {"other-members", FaultKind::OtherMembers},
-    {"wrong-content-type", FaultKind::WrongContentType},
-    {"cut", FaultKind::Cut},
-    {"sec-status", FaultKind::SecStatus},
-    {"json-response", FaultKind::JsonResponse},
-    {"empty-csv", FaultKind::EmptyCsv},
+constexpr std::pair<const char*, FaultType> kNames[] = {
+    {"down", FaultType::Down},
+    {"slow", FaultType::Slow},
+    {"status", FaultType::Status},
+    {"wrong-date", FaultType::WrongDate},
+    {"missing-date", FaultType::MissingDate},
+    {"broken-json", FaultType::BrokenJson},
+    {"json-array", FaultType::JsonArray},
+    {"json-number", FaultType::JsonNumber},
+    {"json-deep", FaultType::JsonDeep},
+    {"json-not-utf8", FaultType::JsonNotUtf8},
+    {"json-huge", FaultType::JsonHuge},
+    {"empty-body", FaultType::EmptyBody},
+    {"body", FaultType::Body},
+    {"wrong-type", FaultType::WrongType},
+    {"error-code", FaultType::ErrorCode},
+    {"bad-signature", FaultType::BadSignature},
+    {"bad-base64", FaultType::BadBase64},
+    {"empty-members", FaultType::EmptyMembers},
+    {"other-members", FaultType::OtherMembers},
+    {"wrong-content-type", FaultType::WrongContentType},
+    {"cut", FaultType::Cut},
+    {"sec-status", FaultType::SecStatus},
+    {"json-response", FaultType::JsonResponse},
+    {"empty-csv", FaultType::EmptyCsv},
 };
 
 }  // namespace
 
-std::optional<FaultKind> FindFaultKind(std::string_view name) {
-  for (const auto& [known, kind] : kNames) {
-    if (name == known) return kind;
+std::optional<FaultType> FindFaultType(std::string_view name) {
+  for (const auto& [known, type] : kNames) {
+    if (name == known) return type;
   }
   return std::nullopt;
 }
@@ -45,7 +45,7 @@ void Faults::Set(int server, const Fault& fault) {
   const std::lock_guard<std::mutex> lock(mutex_);
   auto& faults = faults_[server];
   std::erase_if(faults, [&fault](const Fault& other) {
-    return other.kind == fault.kind && other.operation == fault.operation;
+    return other.type == fault.type && other.operation == fault.operation;
   });
   faults.push_back(fault);
 }

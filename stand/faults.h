@@ -10,10 +10,10 @@
 namespace CryptStand {
 
 /// What can go wrong on command.
-enum class FaultKind {
+enum class FaultType {
   Down,              ///< Nothing listens: connections are refused. It concerns the server as a whole.
-  Slow,              ///< The answer comes `number` milliseconds late.
-  Status,            ///< HTTP status `number`, 503 when that is 0, and no answer.
+  Slow,              ///< The response comes `number` milliseconds late.
+  Status,            ///< HTTP status `number`, 503 when that is 0, and no response.
   WrongDate,         ///< `text` stands in the "Date" header.
   MissingDate,       ///< There is no "Date" header.
   BrokenJson,        ///< The body is cut JSON.
@@ -28,8 +28,8 @@ enum class FaultKind {
   ErrorCode,         ///< A refusal: a key server's code `number`, the crypt service's "errorid" `text`.
   BadSignature,      ///< One bit of each signature is wrong.
   BadBase64,         ///< Signatures and content keys are no base64.
-  EmptyMembers,      ///< Each member of the answer but "type" is the empty value of its kind.
-  OtherMembers,      ///< Each member of the answer but "type" is of another kind.
+  EmptyMembers,      ///< Each member of the response but "type" is the empty value of its type.
+  OtherMembers,      ///< Each member of the response but "type" is of another type.
   WrongContentType,  ///< The content type is `text`, "text/html" when that is empty.
   Cut,               ///< The connection ends after `number` bytes of the body, half of it when that is 0.
   SecStatus,         ///< "x-sec-status" is `text`, or `number` when that is empty; the body stays.
@@ -39,7 +39,7 @@ enum class FaultKind {
 
 /// A fault of one server.
 struct Fault {
-  FaultKind kind = FaultKind::Status;
+  FaultType type = FaultType::Status;
   /// The one operation that it concerns, by the names of the event log; empty for all.
   std::string operation{};
   /// How often it strikes before it is gone; 0 for always.
@@ -48,13 +48,13 @@ struct Fault {
   std::string text{};
 };
 
-/// The kind of a name such as "slow" or "bad-signature".
-std::optional<FaultKind> FindFaultKind(std::string_view name);
+/// The type of a name such as "slow" or "bad-signature".
+std::optional<FaultType> FindFaultType(std::string_view name);
 
 /// The faults that are set, by server. Safe for any number of threads.
 class Faults {
  public:
-  /// Adds a fault; one of the same kind for the same operation is replaced.
+  /// Adds a fault; one of the same type for the same operation is replaced.
   void Set(int server, const Fault& fault);
   void Clear(int server);
   /// The faults that concern a request, each used once more by it.

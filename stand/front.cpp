@@ -42,12 +42,12 @@ Served ServeGuarded(const std::function<Served()>& serve) {
 
 }  // namespace
 
-HttpReply Front::Answer(const HttpRequest& request, const std::string& operation, const std::stop_token& stop,
-                        const std::function<Served()>& serve) {
+HttpReply Front::Respond(const HttpRequest& request, const std::string& operation,
+                         const std::stop_token& stop, const std::function<Served()>& serve) {
   const std::vector<Fault> faults = realm_.faults.Take(server_, operation);
   std::optional<Served> served;
   for (const Fault& fault : faults) {
-    if (fault.kind == FaultKind::Slow) Wait(fault.number, stop);
+    if (fault.type == FaultType::Slow) Wait(fault.number, stop);
     auto reply = MakeFaultReply(fault, server_ != kCryptService);
     if (reply.has_value()) served = Served{*std::move(reply), "not served"};
   }
@@ -63,8 +63,8 @@ HttpReply Front::Answer(const HttpRequest& request, const std::string& operation
 void Front::AddDate(const std::vector<Fault>& faults, HttpReply& reply) const {
   std::string date = DateText(std::time(nullptr) + realm_.settings.GetClockOffset(server_));
   for (const Fault& fault : faults) {
-    if (fault.kind == FaultKind::MissingDate) return;
-    if (fault.kind == FaultKind::WrongDate) date = fault.text;
+    if (fault.type == FaultType::MissingDate) return;
+    if (fault.type == FaultType::WrongDate) date = fault.text;
   }
   reply.headers.emplace_back("Date", date);
 }

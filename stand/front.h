@@ -18,8 +18,8 @@ class Front {
 
   /// Answers a request. `serve` is asked unless a fault answers in its place; what it throws becomes an
   /// answer with status 500.
-  HttpReply Answer(const HttpRequest& request, const std::string& operation, const std::stop_token& stop,
-                   const std::function<Served()>& serve);
+  HttpReply Respond(const HttpRequest& request, const std::string& operation, const std::stop_token& stop,
+                    const std::function<Served()>& serve);
 
  private:
   void AddDate(const std::vector<Fault>& faults, HttpReply& reply) const;

@@ -27,7 +27,7 @@ struct HttpRequest {
   std::optional<std::vector<std::string>> PathSegments() const;
 };
 
-/// Gives a body piece by piece; an empty piece is its end.
+/// Gives a body chunk by chunk; an empty chunk is its end.
 using BodySource = std::function<std::string()>;
 
 /// What goes back.

@@ -147,9 +147,9 @@ class Connection {
   void ReadHead(Parser& parser, error_code& error);
   void Fill(Parser& parser, error_code& error);
   void ReadBody(Parser& parser, error_code& error);
-  bool Answer(HttpReply reply, Framing framing);
+  bool Respond(HttpReply reply, Framing framing);
   bool SendHead(const HttpReply& reply, const Framing& framing, bool hasBody);
-  bool SendPieces(const BodySource& next, std::optional<std::size_t> left, bool isChunked);
+  bool SendChunks(const BodySource& next, std::optional<std::size_t> left, bool isChunked);
   void Refuse(int status);
   template <class Buffers>
   bool Send(const Buffers& buffers) {
@@ -182,7 +182,7 @@ bool Connection::ServeOne() {
   HttpReply reply;
   reply.status = 501;
   if (IsServed(parser.get().method())) reply = handler_(ReadRequest(parser.release()), stop_);
-  return Answer(std::move(reply), framing);
+  return Respond(std::move(reply), framing);
 }
 
 // The parser limits what it is given at once; the sum is limited here, since many short headers are as bad as
@@ -217,7 +217,7 @@ void Connection::ReadBody(Parser& parser, error_code& error) {
   if (!error) http::read(stream_, buffer_, parser, error);
 }
 
-bool Connection::Answer(HttpReply reply, Framing framing) {
+bool Connection::Respond(HttpReply reply, Framing framing) {
   const bool isInterim = reply.status < 200;  // nothing final follows, so the connection has to end
   const bool hasBody = !isInterim && reply.status != 204 && reply.status != 304;
   const bool isChunked = reply.openBody && framing.version >= 11;
@@ -225,7 +225,7 @@ bool Connection::Answer(HttpReply reply, Framing framing) {
   if (!SendHead(reply, framing, hasBody)) return false;
   const bool isKept = framing.isKept && !reply.cutAfter.has_value();
   if (!hasBody || framing.isHead) return isKept;
-  if (reply.openBody) return SendPieces(reply.openBody(), reply.cutAfter, isChunked) && isKept;
+  if (reply.openBody) return SendChunks(reply.openBody(), reply.cutAfter, isChunked) && isKept;
   const std::size_t size = std::min(reply.cutAfter.value_or(reply.body.size()), reply.body.size());
   return Send(net::buffer(reply.body.data(), size)) && isKept;
 }
@@ -250,9 +250,9 @@ bool Connection::SendHead(const HttpReply& reply, const Framing& framing, bool h
 }
 
 // A cut falls inside a chunk whose full size was announced.
-bool Connection::SendPieces(const BodySource& next, std::optional<std::size_t> left, bool isChunked) {
-  for (std::string piece = next(); !piece.empty(); piece = next()) {
-    const auto body = net::buffer(piece);
+bool Connection::SendChunks(const BodySource& next, std::optional<std::size_t> left, bool isChunked) {
+  for (std::string chunk = next(); !chunk.empty(); chunk = next()) {
+    const auto body = net::buffer(chunk);
     const std::size_t size = std::min(left.value_or(body.size()), body.size());
     const std::size_t framing = isChunked ? net::buffer_size(http::chunk_header(body.size())) : 0;
     const bool isCut = left.has_value() && *left <= body.size();

@@ -63,7 +63,7 @@ std::string OutcomeOf(const CommandResult& result) {
                                       : std::to_string(static_cast<int>(result.code)) + " " + result.reason;
 }
 
-Served CommandAnswer(const CommandResult& result, const Command* command) {
+Served CommandResponse(const CommandResult& result, const Command* command) {
   if (result.reply.has_value()) return {*result.reply, OutcomeOf(result)};
   KVMap payload;
   if (result.code == Code::Success) {
@@ -78,7 +78,7 @@ Served CommandAnswer(const CommandResult& result, const Command* command) {
   return {Envelope(payload), OutcomeOf(result)};
 }
 
-Served TextAnswer(std::string text) {
+Served TextResponse(std::string text) {
   HttpReply reply;
   reply.contentType = "text/plain";
   reply.body = std::move(text);
@@ -119,17 +119,17 @@ Served KeyServer::Serve(const HttpRequest& request, const std::string& operation
     served.reply.headers.emplace_back("Allow", method);
     return served;
   }
-  if (resource == Resource::Status) return TextAnswer("alive\n");
+  if (resource == Resource::Status) return TextResponse("alive\n");
   return resource == Resource::List ? ServeList(operation) : ServeCommand(request, operation);
 }
 
 Served KeyServer::ServeList(const std::string& operation) {
   const bool isTrust = operation == "truststore";
   const auto instead = isTrust ? realm_.settings.GetTrustStoreText() : realm_.settings.GetCertStoreText();
-  if (instead.has_value()) return TextAnswer(*instead);
+  if (instead.has_value()) return TextResponse(*instead);
   const std::string text =
       isTrust ? realm_.authority.GetTrustStoreText() : realm_.authority.GetCertStoreText();
-  return text.empty() ? RefusedWith(500, kUnknownErrorId, "The list cannot be made") : TextAnswer(text);
+  return text.empty() ? RefusedWith(500, kUnknownErrorId, "The list cannot be made") : TextResponse(text);
 }
 
 Served KeyServer::ServeCommand(const HttpRequest& request, const std::string& operation) {
@@ -138,7 +138,7 @@ Served KeyServer::ServeCommand(const HttpRequest& request, const std::string& op
     return RefusedWith(415, kMalformedErrorId, "Content type is not text/json");
   }
   const Command* command = FindCommand(operation);
-  return CommandAnswer(RunCommand(request, command), command);
+  return CommandResponse(RunCommand(request, command), command);
 }
 
 // What no room and no group asked for stands in no log.

@@ -10,7 +10,7 @@ namespace CryptStand {
 
 /// One key server. Its resources, below its URL:
 ///
-///   GET  status      alive; the time is in the "Date" header that every answer has
+///   GET  status      alive; the time is in the "Date" header that every response has
 ///   GET  certstore   root and intermediate certificates as PEM
 ///   GET  truststore  trusted issuing certificates as PEM
 ///   POST rest/json   one command, allowed by the token in "X-SEC-AUTHZTOKEN"

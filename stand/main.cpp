@@ -39,11 +39,11 @@ bool WriteUrls(const Stand& stand, const std::string& path) {
   urls.Set("service", CryptStand::TextVal(stand.GetServiceUrl()));
   urls.Set("keyservers", CryptStand::TextsVal(stand.GetKeyServerUrls()));
   urls.Set("rooms", CryptStand::TextsVal(stand.GetRooms()));
-  const std::string draft = path + ".new";
-  std::ofstream file(draft, std::ios::trunc);
+  const std::string staging = path + ".new";
+  std::ofstream file(staging, std::ios::trunc);
   file << CryptStand::WriteObject(urls) << "\n";
   file.close();
-  return file.good() && std::rename(draft.c_str(), path.c_str()) == 0;
+  return file.good() && std::rename(staging.c_str(), path.c_str()) == 0;
 }
 
 int Run(const Options& options, const std::string& urlFile) {

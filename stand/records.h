@@ -20,7 +20,7 @@ struct RoomRecord {
 /// A room key that was uploaded. Certificates are PEM.
 struct RoomKeyRecord {
   std::string certificate;
-  /// The wrapped key as it was uploaded, or as it was wrapped anew since.
+  /// The wrapped key as it was uploaded, or as it was wrapped again since.
   std::string data;
 };
 

@@ -5,16 +5,16 @@ namespace {
 
 constexpr std::int64_t kDay = 86400;
 
-CertSpec RoomCertificateSpec(const Cert& original, const std::string& commonName, RoomCertificate kind) {
+CertSpec RoomCertificateSpec(const Cert& original, const std::string& commonName, RoomCertificate type) {
   CertSpec spec = RoomKeySpec(commonName);
   spec.serial = original.GetSerial();
-  if (kind == RoomCertificate::Expired) spec.validity = Validity::FromNow(-30 * kDay, -kDay);
+  if (type == RoomCertificate::Expired) spec.validity = Validity::FromNow(-30 * kDay, -kDay);
   return spec;
 }
 
-Role IssuerOf(RoomCertificate kind) {
-  if (kind == RoomCertificate::Foreign) return Role::Foreign;
-  return kind == RoomCertificate::WrongIssuer ? Role::Issuing : Role::InnerSigning;
+Role IssuerOf(RoomCertificate type) {
+  if (type == RoomCertificate::Foreign) return Role::Foreign;
+  return type == RoomCertificate::WrongIssuer ? Role::Issuing : Role::InnerSigning;
 }
 
 }  // namespace
@@ -47,15 +47,15 @@ std::optional<RoomKeyPair> Rooms::OpenKey(const std::string& data) {
   return OpenRoomKey(data, authority_.Get(Role::InnerSigning).certificate, authority_.Get(Role::Wrapping));
 }
 
-bool Rooms::SetRoomCertificate(const std::string& room, RoomCertificate kind) {
+bool Rooms::SetRoomCertificate(const std::string& room, RoomCertificate type) {
   const auto record = store_.GetCurrentRoomKey(room);
   const auto roomKey = record.has_value() ? OpenKey(record->data) : std::nullopt;
   if (!roomKey.has_value()) return false;
-  if (kind == RoomCertificate::Good) {
+  if (type == RoomCertificate::Good) {
     return store_.ReplaceRoomCertificate(room, roomKey->certificate.ToPEM());
   }
-  const CertSpec spec = RoomCertificateSpec(roomKey->certificate, room + "-tr", kind);
-  const Cert shown = Cert::Issue(spec, roomKey->key, authority_.Get(IssuerOf(kind)));
+  const CertSpec spec = RoomCertificateSpec(roomKey->certificate, room + "-tr", type);
+  const Cert shown = Cert::Issue(spec, roomKey->key, authority_.Get(IssuerOf(type)));
   return !shown.IsEmpty() && store_.ReplaceRoomCertificate(room, shown.ToPEM());
 }
 

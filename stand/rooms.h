@@ -45,19 +45,19 @@ class Rooms {
   /// Wraps a key of a room for readers and for the encryption certificate of the room's group. Empty on
   /// failure.
   std::string WrapKey(const std::string& room, const RoomKeyPair& roomKey, std::vector<Cert> readers);
-  /// Makes a certificate the group's encryption certificate and wraps all keys of its rooms anew: for this
+  /// Makes a certificate the group's encryption certificate and wraps all keys of its rooms again: for this
   /// certificate and no longer for the former one. All or nothing.
   bool Reencrypt(const std::string& group, const Cert& certificate);
   /// Opens a wrapped key as key servers do.
   std::optional<RoomKeyPair> OpenKey(const std::string& data);
   /// Shows the room's current key with another certificate for the same key, serial number and subject.
-  bool SetRoomCertificate(const std::string& room, RoomCertificate kind);
+  bool SetRoomCertificate(const std::string& room, RoomCertificate type);
 
  private:
   /// An empty key makes one.
   bool AddIntegrityKey(const std::string& group, KeyPair key = {});
   Cert GetEncryptionCertificate(const std::string& group);
-  std::string WrapAnew(const std::string& data, const Cert& former, const Cert& certificate);
+  std::string Rewrap(const std::string& data, const Cert& former, const Cert& certificate);
 
   Store& store_;
   Authority& authority_;

@@ -75,7 +75,7 @@ std::string Rooms::WrapKey(const std::string& room, const RoomKeyPair& roomKey, 
                      readers);
 }
 
-std::string Rooms::WrapAnew(const std::string& data, const Cert& former, const Cert& certificate) {
+std::string Rooms::Rewrap(const std::string& data, const Cert& former, const Cert& certificate) {
   const auto roomKey = OpenKey(data);
   if (!roomKey.has_value()) return {};
   std::vector<Cert> readers = {certificate};
@@ -92,7 +92,7 @@ bool Rooms::Reencrypt(const std::string& group, const Cert& certificate) {
   const Cert former = GetEncryptionCertificate(group);
   std::vector<WrappedKeyRecord> keys = store_.GetWrappedKeys(group);
   for (WrappedKeyRecord& key : keys) {
-    key.data = WrapAnew(key.data, former, certificate);
+    key.data = Rewrap(key.data, former, certificate);
     if (key.data.empty()) return false;
   }
   return store_.SetEncryptionCertificate(group, certificate.ToPEM(), keys);

@@ -50,8 +50,8 @@ std::optional<std::string> Settings::GetTrustStoreText() const {
   return Read(trustStoreText_);
 }
 
-void Settings::SetIntegrityList(IntegrityList kind) {
-  Write(integrityList_, kind);
+void Settings::SetIntegrityList(IntegrityList type) {
+  Write(integrityList_, type);
 }
 
 IntegrityList Settings::GetIntegrityList() const {

@@ -15,7 +15,7 @@ enum class IntegrityList {
   Empty,        ///< No element.
   UpperCase,    ///< The digests in upper case.
   WithoutOurs,  ///< A digest of no certificate of the group.
-  OtherKinds,   ///< A number, null and an object before the digests.
+  OtherTypes,   ///< A number, null and an object before the digests.
 };
 
 /// What can be changed while the stand runs. Safe for any number of threads.
@@ -38,7 +38,7 @@ class Settings {
   std::optional<std::string> GetCertStoreText() const;
   void SetTrustStoreText(std::optional<std::string> text);
   std::optional<std::string> GetTrustStoreText() const;
-  void SetIntegrityList(IntegrityList kind);
+  void SetIntegrityList(IntegrityList type);
   IntegrityList GetIntegrityList() const;
 
   /// Seconds by which a key server's clock is ahead.

@@ -84,7 +84,7 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
   keyHttp.push_back(std::make_unique<HttpServer>(
       [this, index, place](const HttpRequest& request, const std::stop_token& stop) {
         const std::string operation = KeyServer::FindOperation(request);
-        return Front(realm, index).Answer(request, operation, stop, [&] {
+        return Front(realm, index).Respond(request, operation, stop, [&] {
           return keyServers[place]->Serve(request, operation);
         });
       }));
@@ -97,7 +97,7 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
 HttpReply Stand::Impl::ServeCrypt(Stand& stand, const HttpRequest& request, const std::stop_token& stop) {
   if (IsControlRequest(request)) return ServeControl(stand, request);
   const auto route = CryptService::FindRoute(request);
-  return Front(realm, kCryptService).Answer(request, route.has_value() ? route->operation : "", stop, [&] {
+  return Front(realm, kCryptService).Respond(request, route.has_value() ? route->operation : "", stop, [&] {
     return service.Serve(request, route);
   });
 }
@@ -147,7 +147,7 @@ std::vector<std::string> Stand::GetRooms() const {
 bool Stand::SetFault(int server, const Fault& fault) {
   HttpServer* http = impl_->FindServer(server);
   if (http == nullptr) return false;
-  if (fault.kind == FaultKind::Down) {
+  if (fault.type == FaultType::Down) {
     http->Down();
   } else {
     impl_->realm.faults.Set(server, fault);
@@ -180,8 +180,8 @@ bool Stand::SetRoomOptions(const std::string& room, const RoomOptions& options) 
   return impl_->realm.store.SetRoomOptions(room, options);
 }
 
-bool Stand::SetRoomCertificate(const std::string& room, RoomCertificate kind) {
-  return impl_->realm.rooms.SetRoomCertificate(room, kind);
+bool Stand::SetRoomCertificate(const std::string& room, RoomCertificate type) {
+  return impl_->realm.rooms.SetRoomCertificate(room, type);
 }
 
 bool Stand::RenewIntegrityKey() {

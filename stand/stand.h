@@ -20,7 +20,7 @@ namespace CryptStand {
 /// How a stand is made.
 struct Options {
   /// Where it keeps keys, rooms and certificates; made with mode 0700 when it is not there. Empty keeps all
-  /// in memory, and stands of that kind share the key pairs that a process makes for authorities, members and
+  /// in memory, and stands of that type share the key pairs that a process makes for authorities, members and
   /// integrity keys, so that starting one costs next to nothing. Such stands accept each other's signatures.
   std::string folder;
   /// Makes a stand in memory use keys of its own all the same.
@@ -65,7 +65,7 @@ class Stand {
   std::optional<RoomOptions> GetRoomOptions(const std::string& room) const;
   bool SetRoomOptions(const std::string& room, const RoomOptions& options);
   /// Changes how the room's current key is shown; false when it has none.
-  bool SetRoomCertificate(const std::string& room, RoomCertificate kind);
+  bool SetRoomCertificate(const std::string& room, RoomCertificate type);
   /// Puts a new integrity key of the group into use; files signed with earlier ones stay good.
   bool RenewIntegrityKey();
   /// How long tokens from now on can be used; one minute when nothing is said.

@@ -37,7 +37,7 @@ class Store {
   bool ConfigureGroup(const GroupRecord& group);
   /// The wrapped keys of all rooms of a group.
   std::vector<WrappedKeyRecord> GetWrappedKeys(const std::string& group);
-  /// Sets the group's encryption certificate and the keys that were wrapped anew for it, all or nothing.
+  /// Sets the group's encryption certificate and the keys that were wrapped again for it, all or nothing.
   bool SetEncryptionCertificate(const std::string& group, const std::string& certificate,
                                 const std::vector<WrappedKeyRecord>& keys);
 

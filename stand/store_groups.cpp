@@ -3,29 +3,29 @@
 namespace CryptStand {
 namespace {
 
-// The kinds of texts that a group has lists of.
+// The types of texts that a group has lists of.
 constexpr const char* kRoot = "root";
 constexpr const char* kIssuing = "issuing";
 constexpr const char* kCrlUrl = "crl";
 
-std::vector<std::string> ReadTextsOf(Database& database, const std::string& group, const char* kind) {
+std::vector<std::string> ReadTextsOf(Database& database, const std::string& group, const char* type) {
   std::vector<std::string> texts;
   auto list =
       database.Prepare("SELECT text FROM group_texts WHERE group_id = ? AND kind = ? ORDER BY number");
-  list.Bind(group).Bind(kind);
+  list.Bind(group).Bind(type);
   while (list.Next()) texts.push_back(list.Text(0));
   return texts;
 }
 
-bool WriteTextsOf(Database& database, const std::string& group, const char* kind,
+bool WriteTextsOf(Database& database, const std::string& group, const char* type,
                   const std::vector<std::string>& texts) {
   bool good = database.Prepare("DELETE FROM group_texts WHERE group_id = ? AND kind = ?")
                   .Bind(group)
-                  .Bind(kind)
+                  .Bind(type)
                   .Run();
   for (const std::string& text : texts) {
     auto insert = database.Prepare("INSERT INTO group_texts (group_id, kind, text) VALUES (?, ?, ?)");
-    good = good && insert.Bind(group).Bind(kind).Bind(text).Run();
+    good = good && insert.Bind(group).Bind(type).Bind(text).Run();
   }
   return good;
 }

@@ -8,7 +8,7 @@ namespace CryptStand {
 namespace {
 
 // Expired tokens are dropped when so many have gathered.
-constexpr std::size_t kSweepAt = 4096;
+constexpr std::size_t kDropExpiredAt = 4096;
 
 std::string RandomToken() {
   unsigned char bytes[24];
@@ -22,7 +22,7 @@ std::string Tokens::Issue(const TokenClaim& claim) {
   std::string token = RandomToken();
   const std::lock_guard<std::mutex> lock(mutex_);
   const auto now = Clock::now();
-  if (entries_.size() >= kSweepAt) DropExpired(now);
+  if (entries_.size() >= kDropExpiredAt) DropExpired(now);
   if (!token.empty()) entries_[token] = {claim, now + lifetime_};
   return token;
 }

@@ -12,10 +12,10 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
 using OruGuiBase::ValType;
 
-// Asks for the kind first: reading as another kind would be reported to the trace.
-std::optional<Val> ReadKind(const KVMap& object, const char* name, ValType kind) {
+// Asks for the type first: reading as another type would be reported to the trace.
+std::optional<Val> ReadType(const KVMap& object, const char* name, ValType type) {
   const std::uint32_t index = object.Find(name);
-  if (index >= object.GetCount() || object.GetValues()[index].GetType() != kind) return std::nullopt;
+  if (index >= object.GetCount() || object.GetValues()[index].GetType() != type) return std::nullopt;
   return object.GetValues()[index];
 }
 
@@ -45,27 +45,27 @@ std::string WriteObject(const KVMap& object) {
 }
 
 std::optional<std::string> ReadText(const KVMap& object, const char* name) {
-  const auto value = ReadKind(object, name, ValType::String);
+  const auto value = ReadType(object, name, ValType::String);
   return value.has_value() ? std::optional(FromAnsi(value->AsString())) : std::nullopt;
 }
 
 std::optional<KVMap> ReadMap(const KVMap& object, const char* name) {
-  const auto value = ReadKind(object, name, ValType::Map);
+  const auto value = ReadType(object, name, ValType::Map);
   return value.has_value() ? std::optional(value->AsMap()) : std::nullopt;
 }
 
 std::optional<bool> ReadBool(const KVMap& object, const char* name) {
-  const auto value = ReadKind(object, name, ValType::Bool);
+  const auto value = ReadType(object, name, ValType::Bool);
   return value.has_value() ? std::optional(value->AsBool()) : std::nullopt;
 }
 
 std::optional<std::int64_t> ReadInteger(const KVMap& object, const char* name) {
-  const auto value = ReadKind(object, name, ValType::Integer);
+  const auto value = ReadType(object, name, ValType::Integer);
   return value.has_value() ? std::optional(value->AsInteger()) : std::nullopt;
 }
 
 std::optional<Array<Val>> ReadArray(const KVMap& object, const char* name) {
-  const auto value = ReadKind(object, name, ValType::Array);
+  const auto value = ReadType(object, name, ValType::Array);
   return value.has_value() ? std::optional(value->AsArray()) : std::nullopt;
 }
 

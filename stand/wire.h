@@ -23,7 +23,7 @@ OruGuiBase::AnsiStr ToAnsi(std::string_view text);
 std::optional<KVMap> ReadObject(const std::string& text);
 std::string WriteObject(const KVMap& object);
 
-/// A member of the kind that the name says; none when it is missing or of another kind.
+/// A member of the type that the name says; none when it is missing or of another type.
 std::optional<std::string> ReadText(const KVMap& object, const char* name);
 std::optional<KVMap> ReadMap(const KVMap& object, const char* name);
 std::optional<bool> ReadBool(const KVMap& object, const char* name);
@@ -44,7 +44,7 @@ std::optional<std::string> FromBase64(std::string_view text);
 /// A certificate from PEM or from base64 DER; empty when the text is neither.
 Cert CertFromText(const std::string& text);
 
-/// An answer with a JSON object.
+/// A response with a JSON object.
 HttpReply JsonReply(const KVMap& object, int status = 200);
 /// A refusal in JSON: "errorid" and "errortext".
 HttpReply Refusal(int status, std::string_view errorId, std::string_view errorText);

@@ -28,7 +28,7 @@ std::string WrapRoomKey(const RoomKeyPair& roomKey, const Identity& signer, cons
 std::optional<RoomKeyPair> OpenRoomKey(const std::string& wrapped, const Cert& signer,
                                        const Identity& wrapping);
 
-/// Whether keys can be wrapped for a certificate: its key has to be of a kind that transports or agrees keys.
+/// Whether keys can be wrapped for a certificate: its key has to be of a type that transports or agrees keys.
 bool CanWrapFor(const Cert& certificate);
 
 }  // namespace CryptStand

@@ -32,25 +32,25 @@ bool WriteToStandardOutput(std::string_view bytes) {
   return true;
 }
 
-// The log passes through in pieces, however large it is.
+// The log passes through in chunks, however large it is.
 bool CopyToStandardOutput(const File& log) {
   OruGuiBase::FileReader reader;
   if (!reader.Open(log)) return false;
-  std::vector<char> piece(OruGuiBase::kStreamBuffer);
+  std::vector<char> chunk(OruGuiBase::kStreamBuffer);
   std::int64_t got = 0;
-  while ((got = reader.Read(piece.data(), OruGuiBase::kStreamBuffer)) > 0) {
-    if (!WriteToStandardOutput({piece.data(), static_cast<std::size_t>(got)})) return false;
+  while ((got = reader.Read(chunk.data(), OruGuiBase::kStreamBuffer)) > 0) {
+    if (!WriteToStandardOutput({chunk.data(), static_cast<std::size_t>(got)})) return false;
   }
   return got == 0 && reader.Close();
 }
 
-bool Deliver(const AuditLogOptions& options, const File& log, Draft& draft, AnsiStr& errorText) {
+bool Deliver(const AuditLogOptions& options, const File& log, StagingFile& staging, AnsiStr& errorText) {
   if (options.output.empty()) {
     if (CopyToStandardOutput(log)) return true;
     errorText = AnsiStr("Could not write to standard output: ") + OruGuiBase::GetSystemErrorText();
     return false;
   }
-  if (log.Move(draft.GetFile(), false)) return draft.Commit(errorText);
+  if (log.Move(staging.GetFile(), false)) return staging.Commit(errorText);
   errorText = AnsiStr("Could not write ") + OruGuiBase::SimpleQuote(AnsiStr(options.output)) + ": " +
               OruGuiBase::GetSystemErrorText();
   return false;
@@ -73,12 +73,12 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
   }
   ExitCode code = session.Open();
   if (code != ExitCode::Success) return code;
-  Draft draft;
+  StagingFile staging;
   AnsiStr errorText;
-  if (!options.output.empty() && !draft.Open(options.output, options.force, errorText)) {
+  if (!options.output.empty() && !staging.Open(options.output, options.force, errorText)) {
     return session.Fail(ExitCode::Failed, errorText);
   }
-  if (draft.IsStandardOutput()) session.GetReport().LeaveStandardOutput();
+  if (staging.IsStandardOutput()) session.GetReport().LeaveStandardOutput();
   KVMap result;
   code =
       session.Watched("Fetching", [&] { return session.Perform("GetAuditLog", Arguments(options), result); });
@@ -87,11 +87,11 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
   // A sign of life would stand in the middle of the log.
   return session.Watched("", [&] {
     const File log(result.Get("filename").AsString());
-    return Deliver(options, log, draft, errorText) ? code : session.Fail(ExitCode::Failed, errorText);
+    return Deliver(options, log, staging, errorText) ? code : session.Fail(ExitCode::Failed, errorText);
   });
 }
 
-void Tell(Report& report, const AuditLogOptions& options, ExitCode code) {
+void ShowResult(Report& report, const AuditLogOptions& options, ExitCode code) {
   if (options.output.empty() || !HasLog(code)) return;
   report.Line(AnsiStr("Wrote the audit log of ") + AnsiStr(options.group) + " to " + AnsiStr(options.output) +
               (code == ExitCode::Partial ? " (NOT complete)" : ""));
@@ -118,7 +118,7 @@ ExitCode RunAuditLog(const AuditLogOptions& options) {
   report.Set("group", AnsiStr(options.group));
   report.Set("output", AnsiStr(options.output));
   const ExitCode code = Run(session, options);
-  Tell(report, options, code);
+  ShowResult(report, options, code);
   return session.Finish(code);
 }
 

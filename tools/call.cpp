@@ -25,14 +25,14 @@ constexpr std::uint32_t kMostOfOneName = 1000;
 constexpr std::uint32_t kMaxInput = 64 * 1024 * 1024;
 
 bool ReadStandardInput(AnsiStr& text, AnsiStr& reason) {
-  char piece[16384];
+  char chunk[16384];
   std::size_t got = 0;
   do {
-    got = std::fread(piece, 1, sizeof(piece), stdin);
-    text.Append(piece, static_cast<std::uint32_t>(got));
+    got = std::fread(chunk, 1, sizeof(chunk), stdin);
+    text.Append(chunk, static_cast<std::uint32_t>(got));
   } while (got > 0 && text.GetLength() <= kMaxInput);
   // It may have held a key or a password.
-  OruGuiBase::WipeMemory(piece, sizeof(piece));
+  OruGuiBase::WipeMemory(chunk, sizeof(chunk));
   if (text.GetLength() > kMaxInput) {
     reason = "More than 64 MiB";
     return false;

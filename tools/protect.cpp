@@ -40,14 +40,14 @@ class Run {
     const ExitCode code = session_.Open();
     if (code != ExitCode::Success) return code;
     AnsiStr errorText;
-    if (!draft_.Open(options_.source, options_.target, options_.force, errorText)) {
+    if (!staging_.Open(options_.source, options_.target, options_.force, errorText)) {
       return Fail(ExitCode::Failed, errorText);
     }
-    if (draft_.IsStandardOutput()) GetReport().LeaveStandardOutput();
+    if (staging_.IsStandardOutput()) GetReport().LeaveStandardOutput();
     const Connection& connection = options_.session.connection;
     CryptClient client(session_.GetHttp(), AnsiStr(connection.service), AnsiStr(), AnsiStr(connection.room));
     return session_.Watched(label,
-                            [&] { return work(client, File(AnsiStr(options_.source)), draft_.GetFile()); });
+                            [&] { return work(client, File(AnsiStr(options_.source)), staging_.GetFile()); });
   }
 
   ExitCode Finish(ExitCode code) { return session_.Finish(code); }
@@ -55,13 +55,13 @@ class Run {
   ExitCode Fail(ExitCode code, const AnsiStr& errorText) { return session_.Fail(code, errorText); }
   ExitCode Deliver() {
     AnsiStr errorText;
-    return draft_.Commit(errorText) ? ExitCode::Success : Fail(ExitCode::Failed, errorText);
+    return staging_.Commit(errorText) ? ExitCode::Success : Fail(ExitCode::Failed, errorText);
   }
 
  private:
   const ProtectOptions& options_;
   Session session_;  // before everything that makes a file
-  Draft draft_;
+  StagingFile staging_;
 };
 
 const char* DescribeOrigin(bool isSigned, bool isVerified) {

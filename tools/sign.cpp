@@ -56,10 +56,10 @@ class Signing {
     const ExitCode code = session_.Open();
     if (code != ExitCode::Success) return code;
     AnsiStr errorText;
-    if (!options_.output.empty() && !draft_.Open(options_.output, options_.force, errorText)) {
+    if (!options_.output.empty() && !staging_.Open(options_.output, options_.force, errorText)) {
       return session_.Fail(ExitCode::Failed, errorText);
     }
-    if (draft_.IsStandardOutput()) session_.GetReport().LeaveStandardOutput();
+    if (staging_.IsStandardOutput()) session_.GetReport().LeaveStandardOutput();
     return session_.Watched("Signing", [&] { return Sign(); });
   }
 
@@ -116,14 +116,15 @@ class Signing {
       session_.GetReport().Bytes(bytes.View());
       return true;
     }
-    if (!Write(bytes, errorText) || !draft_.Commit(errorText)) return false;
+    if (!Write(bytes, errorText) || !staging_.Commit(errorText)) return false;
     session_.GetReport().Line(AnsiStr("Wrote the signature to ") + AnsiStr(options_.output));
     return true;
   }
 
   bool Write(const AnsiStr& bytes, AnsiStr& errorText) const {
     OruGuiBase::FileWriter writer;
-    if (writer.Open(draft_.GetFile()) && writer.Write(bytes.GetText(), bytes.GetLength()) && writer.Close()) {
+    if (writer.Open(staging_.GetFile()) && writer.Write(bytes.GetText(), bytes.GetLength()) &&
+        writer.Close()) {
       return true;
     }
     errorText = AnsiStr("Could not write ") + OruGuiBase::SimpleQuote(AnsiStr(options_.output)) + ": " +
@@ -133,7 +134,7 @@ class Signing {
 
   const SignOptions& options_;
   Session session_;  // before everything that makes a file
-  Draft draft_;
+  StagingFile staging_;
 };
 
 }  // namespace

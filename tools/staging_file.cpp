@@ -74,11 +74,12 @@ bool CopyToOutput(const File& file) {
 
 }  // namespace
 
-bool Draft::Open(const std::string& source, const std::string& target, bool replace, AnsiStr& errorText) {
+bool StagingFile::Open(const std::string& source, const std::string& target, bool replace,
+                       AnsiStr& errorText) {
   return CheckSource(source, errorText) && Open(target, replace, errorText);
 }
 
-bool Draft::Open(const std::string& target, bool replace, AnsiStr& errorText) {
+bool StagingFile::Open(const std::string& target, bool replace, AnsiStr& errorText) {
   target_ = target;
   replace_ = replace;
   if (!CheckTarget(target, errorText)) return false;
@@ -87,13 +88,13 @@ bool Draft::Open(const std::string& target, bool replace, AnsiStr& errorText) {
   return false;
 }
 
-bool Draft::CheckSource(const std::string& source, AnsiStr& errorText) const {
+bool StagingFile::CheckSource(const std::string& source, AnsiStr& errorText) const {
   if (CanBeRead(source)) return true;
   errorText = Reason("read", source, OruGuiBase::GetSystemErrorText());
   return false;
 }
 
-bool Draft::CheckTarget(const std::string& target, AnsiStr& errorText) {
+bool StagingFile::CheckTarget(const std::string& target, AnsiStr& errorText) {
   struct stat status {};
   if (stat(target.c_str(), &status) != 0) {
     const int reason = errno;
@@ -111,7 +112,7 @@ bool Draft::CheckTarget(const std::string& target, AnsiStr& errorText) {
   return true;
 }
 
-bool Draft::CheckFile(const std::string& target, AnsiStr& errorText) {
+bool StagingFile::CheckFile(const std::string& target, AnsiStr& errorText) {
   // It is written itself, as it is open already, and loses nothing.
   if (isStandardOutput_) return true;
   if (!replace_) {
@@ -125,7 +126,7 @@ bool Draft::CheckFile(const std::string& target, AnsiStr& errorText) {
   return !code;
 }
 
-bool Draft::Commit(AnsiStr& errorText) {
+bool StagingFile::Commit(AnsiStr& errorText) {
   if (isStandardOutput_) {
     if (CopyToOutput(GetFile())) return true;
     errorText = Reason("write", target_, OruGuiBase::GetSystemErrorText());

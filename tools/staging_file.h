@@ -9,16 +9,16 @@ namespace CryptCli {
 
 /// The file that an operation writes before its content is delivered to the target: so a target that can be
 /// replaced appears complete or not at all, and one that was there before stays until it is replaced.
-class Draft {
+class StagingFile {
  public:
-  Draft() = default;
-  Draft(const Draft&) = delete;
-  Draft& operator=(const Draft&) = delete;
-  ~Draft() = default;
+  StagingFile() = default;
+  StagingFile(const StagingFile&) = delete;
+  StagingFile& operator=(const StagingFile&) = delete;
+  ~StagingFile() = default;
 
-  /// Makes the draft. False with the reason when the source cannot be read, the target is there already and
-  /// may not be replaced, or nothing can be made beside it. A device or FIFO is written through and needs no
-  /// leave to be replaced.
+  /// Makes the staging file. False with the reason when the source cannot be read, the target is there
+  /// already and may not be replaced, or nothing can be made beside it. A device or FIFO is written through
+  /// and needs no leave to be replaced.
   bool Open(const std::string& source, const std::string& target, bool replace,
             OruGuiBase::AnsiStr& errorText);
   /// The same where there is no source.

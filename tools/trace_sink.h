@@ -9,7 +9,7 @@ namespace CryptCli {
 /// Shows the library's traces on standard error, from its making to its end.
 class TraceSink final : public OruGuiTrace::ITraceSink {
  public:
-  /// 0 shows nothing, 1 request lines and errors, 2 also the bodies of requests and answers, passwords,
+  /// 0 shows nothing, 1 request lines and errors, 2 also the bodies of requests and responses, passwords,
   /// tokens and keys included.
   explicit TraceSink(int depth) noexcept;
   TraceSink(const TraceSink&) = delete;

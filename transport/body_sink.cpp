@@ -14,7 +14,7 @@ using OruGuiBase::AnsiStr;
 
 BodySink::~BodySink() {
   if (file_ < 0) return;
-  // Best effort: a device cannot be emptied, and a failure is under way already.
+  // Best effort: a device cannot be emptied, and a failure is in progress already.
   if (ftruncate(file_, 0) != 0) errno = 0;
   close(file_);
 }

@@ -7,7 +7,7 @@
 
 namespace OruKalvix {
 
-/// Takes the body of an answer, into memory up to a limit or into a file.
+/// Takes the body of a response, into memory up to a limit or into a file.
 class BodySink {
  public:
   explicit BodySink(std::uint32_t limit) noexcept : limit_(limit) {}

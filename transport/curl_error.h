@@ -12,7 +12,7 @@ struct CurlFailure {
   CURLcode code = CURLE_OK;
   const char* detail = "";        ///< libcurl's own words; may be empty
   OruGuiBase::AnsiStr authority;  ///< "host:port" of the URL
-  OruGuiBase::AnsiStr sinkError;  ///< why the answer could not be taken; empty when it could
+  OruGuiBase::AnsiStr sinkError;  ///< why the response could not be taken; empty when it could
   bool viaProxy = false;
   bool mayBeCarriedOut = false;  ///< a kept connection broke after the whole request was sent
 };

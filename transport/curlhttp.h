@@ -31,14 +31,14 @@ struct CryptClientCurlOptions {
   OruGuiBase::AnsiStr clientKey{};
   /// Password of that key. Nobody is ever asked for one.
   OruGuiBase::AnsiStr clientKeyPassword{};
-  /// URL of a proxy for every request, "http://host:port" or another kind that libcurl knows.
+  /// URL of a proxy for every request, "http://host:port" or another type that libcurl knows.
   OruGuiBase::AnsiStr proxy{};
   /// Headers for every request, to key servers as well: no place for credentials. Name to string.
   OruGuiBase::KVMap headers{};
   /// Base URL of the crypt service; requests at or below it take the credentials, no other does.
   OruGuiBase::AnsiStr serviceUrl{};
   CredentialCallback credentials{};
-  /// Bytes of an answer that are taken into memory, 2 GiB at most. A longer one fails the exchange.
+  /// Bytes of a response that are taken into memory, 2 GiB at most. A longer one fails the exchange.
   std::uint32_t maxBody = 64 * 1024 * 1024;
   /// Seconds in which not one byte moves in either direction before an exchange is given up; 0 waits on.
   std::uint32_t stallSeconds = 300;
@@ -56,10 +56,10 @@ struct CryptClientCurlOptions {
 ///   A header that would break the framing of the request fails the exchange.
 /// - A body for a file is written as it comes. The file is opened before anything is sent, made for the owner
 ///   alone (0600) or emptied, and left empty when the exchange fails.
-/// - Response headers are those of the final answer, names as they were sent; trailers are left out.
+/// - Response headers are those of the final response, names as they were sent; trailers are left out.
 ///   More than 1000 header lines, or 256 KiB of them, interim responses included, fail the exchange.
 /// - Connections are kept and used again, by one thread at a time. When a kept connection breaks before the
-///   first byte of an answer, the request is sent once more on a new one if it is a GET, or if it had not
+///   first byte of a response, the request is sent once more on a new one if it is a GET, or if it had not
 ///   been handed over completely, so that no server can have carried it out. Any other is not repeated.
 class CRYPTCLI_CURL_EXPORT CryptClientCurl : public ICryptClientHttp {
  public:

@@ -56,7 +56,7 @@ bool CurlExchange::Run(const AnsiStr& method, const AnsiStr& url, const KVMap& h
     return false;
   }
   const CURLcode code = Perform(options);
-  if (code == CURLE_OK && TakeAnswer(response)) return true;
+  if (code == CURLE_OK && TakeResponse(response)) return true;
   response.errorText = GetFailure(code != CURLE_OK ? code : CURLE_WRITE_ERROR);
   return false;
 }
@@ -159,7 +159,7 @@ void CurlExchange::SetRequest() {
   }
   // The body goes through a callback, because libcurl has to come back through OnSeek when it wants to send
   // it a second time: with the body in its own hands it would repeat any request that a closed connection
-  // left without an answer.
+  // left without a response.
   Set(CURLOPT_POST, 1L);
   Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.GetLength()));
   Set(CURLOPT_READFUNCTION, &CurlExchange::OnRead);
@@ -215,7 +215,7 @@ bool CurlExchange::WasSentWhole() const {
   return sent >= static_cast<curl_off_t>(body_.GetLength());
 }
 
-bool CurlExchange::TakeAnswer(HttpResponse& response) {
+bool CurlExchange::TakeResponse(HttpResponse& response) {
   // libcurl takes a connection that closes in the middle of the headers for the end of an empty body.
   if (!headEnded_) headError_ = "its headers are cut short";
   if (!headEnded_ || !sink_.Finish()) return false;

@@ -13,7 +13,7 @@
 
 namespace OruKalvix {
 
-/// One request and its answer on one handle.
+/// One request and its response on one handle.
 class CurlExchange {
  public:
   CurlExchange(const CurlSettings& settings, HandlePool& pool) noexcept;
@@ -21,7 +21,7 @@ class CurlExchange {
   CurlExchange& operator=(const CurlExchange&) = delete;
   ~CurlExchange() = default;
 
-  /// Carries the exchange out and fills the answer. False with the reason in `response.errorText`.
+  /// Carries the exchange out and fills the response. False with the reason in `response.errorText`.
   bool Run(const OruGuiBase::AnsiStr& method, const OruGuiBase::AnsiStr& url,
            const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& body, const HttpOptions& options,
            HttpResponse& response);
@@ -38,7 +38,7 @@ class CurlExchange {
   CURLcode Perform(const HttpOptions& options);
   bool MayRepeat(CURLcode code) const;
   bool WasSentWhole() const;
-  bool TakeAnswer(HttpResponse& response);
+  bool TakeResponse(HttpResponse& response);
   OruGuiBase::AnsiStr GetFailure(CURLcode code) const;
 
   static std::size_t OnRead(char* buffer, std::size_t one, std::size_t size, void* self) noexcept;
@@ -57,7 +57,7 @@ class CurlExchange {
   OruGuiBase::AnsiStr body_;
   std::uint32_t bodyRead_ = 0;
   std::size_t headerBytes_ = 0;
-  std::size_t headers_ = 0;  // lines of interim answers and trailers among them
+  std::size_t headers_ = 0;  // lines of interim responses and trailers among them
   bool headEnded_ = false;
   bool refusedRewind_ = false;
   OruGuiBase::AnsiStr headError_;

@@ -163,9 +163,9 @@ void ChangeForm(Node& node) {
 
 using ChangeBytes = std::function<std::string(std::string)>;
 
-void Change(const Place& place, const Place& other, std::size_t kind, const ChangeBytes& change) {
+void Change(const Place& place, const Place& other, std::size_t type, const ChangeBytes& change) {
   const auto at = static_cast<std::ptrdiff_t>(place.at);
-  switch (kind) {
+  switch (type) {
     case 0:
       place.list->erase(place.list->begin() + at);
       break;
@@ -200,15 +200,15 @@ void Change(const Place& place, const Place& other, std::size_t kind, const Chan
 
 std::string ChangeElement(std::string_view bytes, const std::function<std::size_t(std::size_t)>& below,
                           const std::function<std::string(std::string)>& change) {
-  constexpr std::size_t kKinds = 12;  // Most are the last: contents are most of what there is to change.
+  constexpr std::size_t kTypes = 12;  // Most are the last: contents are most of what there is to change.
   std::string_view rest = bytes;
   std::vector<Node> nodes = Parse(rest, false, 0);
   std::vector<Place> places;
   Collect(nodes, places);
   if (places.empty()) return change(std::string(bytes));
-  const std::size_t kind = below(kKinds);
+  const std::size_t type = below(kTypes);
   const std::size_t place = below(places.size());
-  Change(places[place], places[below(places.size())], kind, change);
+  Change(places[place], places[below(places.size())], type, change);
   return Write(nodes);
 }
 

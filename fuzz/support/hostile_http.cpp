@@ -62,35 +62,35 @@ std::uint32_t HostileHttp::Release() {
   return --references_;
 }
 
-void HostileHttp::ChangeJson(HttpAnswer& answer) {
-  answer.body = JsonText(MutateJson(ParseJson(answer.body), input_));
+void HostileHttp::ChangeJson(CannedResponse& canned) {
+  canned.body = JsonText(MutateJson(ParseJson(canned.body), input_));
 }
 
-void HostileHttp::ChangeHeaders(HttpAnswer& answer) {
-  if (answer.headers.empty() || input_.Flag()) answer.headers.emplace_back(input_.Text(), input_.Text());
-  auto& [name, value] = answer.headers[input_.Below(static_cast<std::uint32_t>(answer.headers.size()))];
+void HostileHttp::ChangeHeaders(CannedResponse& canned) {
+  if (canned.headers.empty() || input_.Flag()) canned.headers.emplace_back(input_.Text(), input_.Text());
+  auto& [name, value] = canned.headers[input_.Below(static_cast<std::uint32_t>(canned.headers.size()))];
   Mutate(input_.Flag() ? name : value, input_);
 }
 
-HttpAnswer HostileHttp::ChooseAnswer(const Request& request) {
+CannedResponse HostileHttp::ChooseResponse(const Request& request) {
   const std::string step = StepOf(request);
   const auto treatment = static_cast<Treatment>(input_.Below(kTreatments));
   if (treatment == Treatment::Raw) return {200, {}, input_.Text()};
   if (treatment == Treatment::Empty) return {};
   if (treatment == Treatment::OtherStep) {
     const auto count = static_cast<std::uint32_t>(GetSteps().size());
-    return UsualAnswer(GetSteps()[input_.Below(count)], request);
+    return UsualResponse(GetSteps()[input_.Below(count)], request);
   }
   const std::uint32_t variants = CountVariants(step);
   const bool isVariant = treatment == Treatment::Variant || treatment == Treatment::ChangedVariant;
-  HttpAnswer answer =
-      isVariant && variants > 0 ? Variant(step, input_.Below(variants)) : UsualAnswer(step, request);
-  if (treatment == Treatment::ChangedJson || treatment == Treatment::ChangedVariant) ChangeJson(answer);
-  if (treatment == Treatment::ChangedText) Mutate(answer.body, input_);
-  if (treatment == Treatment::ChangedHeaders) ChangeHeaders(answer);
-  if (treatment == Treatment::Status) answer.status = input_.Below(1000);
-  if (treatment == Treatment::NoExchange) answer.status = 0;
-  return answer;
+  CannedResponse canned =
+      isVariant && variants > 0 ? Variant(step, input_.Below(variants)) : UsualResponse(step, request);
+  if (treatment == Treatment::ChangedJson || treatment == Treatment::ChangedVariant) ChangeJson(canned);
+  if (treatment == Treatment::ChangedText) Mutate(canned.body, input_);
+  if (treatment == Treatment::ChangedHeaders) ChangeHeaders(canned);
+  if (treatment == Treatment::Status) canned.status = input_.Below(1000);
+  if (treatment == Treatment::NoExchange) canned.status = 0;
+  return canned;
 }
 
 std::int32_t HostileHttp::Refuse(HttpResponse& response) {
@@ -101,23 +101,23 @@ std::int32_t HostileHttp::Refuse(HttpResponse& response) {
 }
 
 // Both are read from the answer as the client reads it, so that no way of writing JSON hides them.
-void HostileHttp::Note(const HttpAnswer& answer) {
-  const Val value = ParseJson(answer.body);
+void HostileHttp::Note(const CannedResponse& canned) {
+  const Val value = ParseJson(canned.body);
   if (value.GetType() != OruGuiBase::ValType::Map) return;
   const KVMap object = value.AsMap();
   gavePlainKey_ = gavePlainKey_ || IsText(object.Get("plain"));
   wasSilent_ = wasSilent_ || (IsText(object.Get("errorid")) && !IsShown(object.Get("errortext")));
 }
 
-void HostileHttp::Deliver(const HttpAnswer& answer, HttpResponse& response) {
-  response.status = answer.status;
-  for (const auto& [name, value] : answer.headers) response.headers.Set(Ansi(name), Ansi(value));
+void HostileHttp::Deliver(const CannedResponse& canned, HttpResponse& response) {
+  response.status = canned.status;
+  for (const auto& [name, value] : canned.headers) response.headers.Set(Ansi(name), Ansi(value));
   if (response.targetFile.IsEmpty()) {
-    response.body = Ansi(answer.body);
+    response.body = Ansi(canned.body);
     return;
   }
   std::ofstream out(Str(response.targetFile), std::ios::binary | std::ios::trunc);
-  out << answer.body;
+  out << canned.body;
 }
 
 std::int32_t HostileHttp::SendRequest(const AnsiStr& method, const AnsiStr& url, const KVMap&,
@@ -127,11 +127,11 @@ std::int32_t HostileHttp::SendRequest(const AnsiStr& method, const AnsiStr& url,
     response.errorText = "Too many exchanges";
     return -1;
   }
-  const HttpAnswer answer = ChooseAnswer({Str(method), Str(url), Str(body)});
-  if (answer.status == 0) return Refuse(response);
-  Note(answer);
-  Deliver(answer, response);
-  return answer.status == 200 ? 0 : 1;
+  const CannedResponse canned = ChooseResponse({Str(method), Str(url), Str(body)});
+  if (canned.status == 0) return Refuse(response);
+  Note(canned);
+  Deliver(canned, response);
+  return canned.status == 200 ? 0 : 1;
 }
 
 }  // namespace Fuzz

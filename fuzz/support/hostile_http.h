@@ -9,7 +9,7 @@
 
 namespace Fuzz {
 
-/// A transport whose every answer the input decides: the usual answer of a well-behaved server, one of its
+/// A transport whose every answer the input decides: the usual response of a well-behaved server, one of its
 /// unusual ones, the answer to another question, any of these changed in places, or fuzz data as it stands;
 /// the status, the headers and the result code likewise. Without input left all servers behave.
 class HostileHttp final : public OruKalvix::ICryptClientHttp {
@@ -34,12 +34,12 @@ class HostileHttp final : public OruKalvix::ICryptClientHttp {
                            const OruKalvix::HttpOptions& options, OruKalvix::HttpResponse& response) override;
 
  private:
-  HttpAnswer ChooseAnswer(const Request& request);
-  void ChangeJson(HttpAnswer& answer);
-  void ChangeHeaders(HttpAnswer& answer);
+  CannedResponse ChooseResponse(const Request& request);
+  void ChangeJson(CannedResponse& canned);
+  void ChangeHeaders(CannedResponse& canned);
   std::int32_t Refuse(OruKalvix::HttpResponse& response);
-  void Note(const HttpAnswer& answer);
-  static void Deliver(const HttpAnswer& answer, OruKalvix::HttpResponse& response);
+  void Note(const CannedResponse& canned);
+  static void Deliver(const CannedResponse& canned, OruKalvix::HttpResponse& response);
 
   Input& input_;
   std::uint32_t references_ = 0;

@@ -14,12 +14,12 @@ using OruGuiBase::Val;
 
 constexpr std::uint32_t kMostChanges = 4;
 constexpr std::uint32_t kMostPlaces = 65536;
-constexpr std::uint32_t kLongestPiece = 64;
+constexpr std::uint32_t kLongestChunk = 64;
 
 void ChangePlace(std::string& text, Input& input) {
-  const std::uint32_t kind = input.Below(7);
+  const std::uint32_t type = input.Below(7);
   const std::size_t at = text.empty() ? 0 : input.Below(kMostPlaces) % text.size();
-  switch (kind) {
+  switch (type) {
     case 0:
       if (!text.empty()) text[at] = static_cast<char>(input.Byte());
       break;
@@ -27,10 +27,10 @@ void ChangePlace(std::string& text, Input& input) {
       if (!text.empty()) text[at] = static_cast<char>(text[at] ^ (1 << input.Below(8)));
       break;
     case 2:
-      text.erase(at, input.Below(kLongestPiece) + 1);
+      text.erase(at, input.Below(kLongestChunk) + 1);
       break;
     case 3:
-      text.insert(at, text.substr(at, input.Below(kLongestPiece) + 1));
+      text.insert(at, text.substr(at, input.Below(kLongestChunk) + 1));
       break;
     case 4:
       text.insert(at, input.Text());

@@ -30,11 +30,11 @@ std::string FirstOf(const Request& request, const char* list) {
   return Str(texts[0].AsString());
 }
 
-HttpAnswer Body(std::string body) {
+CannedResponse Body(std::string body) {
   return {200, {}, std::move(body)};
 }
 
-HttpAnswer Json(const KVMap& map) {
+CannedResponse Json(const KVMap& map) {
   return {200, {{"Content-Type", "application/json"}}, JsonText(Val(map))};
 }
 
@@ -47,8 +47,8 @@ KVMap With(const KVMap& map, const char* name, std::string_view text) {
   return With(map, name, Val(Ansi(text)));
 }
 
-// A key server's answer: the payload has this type and these members.
-HttpAnswer Payload(std::string_view type, const KVMap& members = {}) {
+// A key server's response: the payload has this type and these members.
+CannedResponse Payload(std::string_view type, const KVMap& members = {}) {
   KVMap payload;
   payload.Set("type", Ansi(type));
   for (std::uint32_t i = 0; i < members.GetCount(); ++i)
@@ -56,14 +56,14 @@ HttpAnswer Payload(std::string_view type, const KVMap& members = {}) {
   return Json(With(With({}, "header", Val(KVMap())), "payload", Val(payload)));
 }
 
-HttpAnswer Date(std::string date) {
+CannedResponse Date(std::string date) {
   return {200, {{"Date", std::move(date)}}, ""};
 }
 
-HttpAnswer AuditLog(std::string status) {
-  HttpAnswer answer{200, {{"Content-Type", "text/csv; charset=utf-8"}}, "time;event\n1;made\n2;used\n"};
-  if (!status.empty()) answer.headers.emplace_back("X-SEC-Status", std::move(status));
-  return answer;
+CannedResponse AuditLog(std::string status) {
+  CannedResponse response{200, {{"Content-Type", "text/csv; charset=utf-8"}}, "time;event\n1;made\n2;used\n"};
+  if (!status.empty()) response.headers.emplace_back("X-SEC-Status", std::move(status));
+  return response;
 }
 
 KVMap Configuration() {
@@ -100,7 +100,7 @@ KVMap IntegrityKey(const CryptStand::Cert& certificate) {
   return With({}, "key", Val(key));
 }
 
-using Variants = std::vector<HttpAnswer>;
+using Variants = std::vector<CannedResponse>;
 
 Variants RoomKeyVariants() {
   const World& world = World::Get();
@@ -176,8 +176,8 @@ const std::vector<std::string>& GetCommands() {
   return commands;
 }
 
-// Answers of every command: a code of the key server's, and another command's answer.
-HttpAnswer CommonVariant(std::uint32_t index) {
+// Answers of every command: a code of the key server's, and another command's response.
+CannedResponse CommonVariant(std::uint32_t index) {
   constexpr std::int64_t kFirstCode = 600;
   constexpr std::uint32_t kCodes = 21;
   if (index < kCodes) return Payload("status", With({}, "code", Val(kFirstCode + index)));
@@ -193,7 +193,7 @@ std::string ServiceStep(std::string_view url) {
   return {};
 }
 
-HttpAnswer CommandAnswer(const std::string& step, const Request& request) {
+CannedResponse CommandResponse(const std::string& step, const Request& request) {
   const std::string response = step.substr(0, step.size() - std::string_view("Request").size()) + "Response";
   if (step == "getAuditLogRequest") return AuditLog("");
   if (step == "getKeyRequest") return Payload(response, IntegrityKey(World::Get().integrity.certificate));
@@ -208,7 +208,7 @@ HttpAnswer CommandAnswer(const std::string& step, const Request& request) {
   return Payload(response, With(GeneratedKey(), "encodedPrivateKey", World::Get().room.key.ToBase64()));
 }
 
-HttpAnswer FixedAnswer(const std::string& step) {
+CannedResponse FixedResponse(const std::string& step) {
   const World& world = World::Get();
   if (step == "key") return Json(RoomKey());
   if (step == "certlist") return Json(RoomCerts());
@@ -247,17 +247,17 @@ const std::vector<std::string>& GetSteps() {
   return steps;
 }
 
-HttpAnswer UsualAnswer(const std::string& step, const Request& request) {
-  if (IsCommand(step)) return CommandAnswer(step, request);
-  static const std::map<std::string, HttpAnswer> answers = [] {
-    std::map<std::string, HttpAnswer> made;
+CannedResponse UsualResponse(const std::string& step, const Request& request) {
+  if (IsCommand(step)) return CommandResponse(step, request);
+  static const std::map<std::string, CannedResponse> responses = [] {
+    std::map<std::string, CannedResponse> made;
     for (const std::string& known : GetSteps()) {
-      if (!IsCommand(known)) made[known] = FixedAnswer(known);
+      if (!IsCommand(known)) made[known] = FixedResponse(known);
     }
     return made;
   }();
-  const auto found = answers.find(step);
-  return found != answers.end() ? found->second : Body("");
+  const auto found = responses.find(step);
+  return found != responses.end() ? found->second : Body("");
 }
 
 std::uint32_t CountVariants(const std::string& step) {
@@ -266,7 +266,7 @@ std::uint32_t CountVariants(const std::string& step) {
   return count + (IsCommand(step) ? kCommonVariants : 0);
 }
 
-HttpAnswer Variant(const std::string& step, std::uint32_t index) {
+CannedResponse Variant(const std::string& step, std::uint32_t index) {
   const auto own = GetVariants().find(step);
   const auto count = own != GetVariants().end() ? static_cast<std::uint32_t>(own->second.size()) : 0;
   return index < count ? own->second[index] : CommonVariant(index - count);

@@ -12,29 +12,29 @@ namespace Fuzz {
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
-struct HttpAnswer {
+struct CannedResponse {
   std::uint32_t status = 200;
   Headers headers;
   std::string body;
 };
 
-/// A request as it concerns the answer.
+/// A request as it concerns the response.
 struct Request {
   std::string method;
   std::string url;
   std::string body;
 };
 
-/// The kind of a request: by the last fixed part of a URL, for a key-server command by its request type, or
+/// The type of a request: by the last fixed part of a URL, for a key-server command by its request type, or
 /// empty.
 std::string StepOf(const Request& request);
-/// All kinds that have an answer.
+/// All types that have a response.
 const std::vector<std::string>& GetSteps();
 
-/// The usual answer to a request of the kind. Signatures and opened keys are computed from the request.
-HttpAnswer UsualAnswer(const std::string& step, const Request& request);
-/// The number of unusual answers of a kind; and one of them.
+/// The usual answer to a request of the type. Signatures and opened keys are computed from the request.
+CannedResponse UsualResponse(const std::string& step, const Request& request);
+/// The number of unusual answers of a type; and one of them.
 std::uint32_t CountVariants(const std::string& step);
-HttpAnswer Variant(const std::string& step, std::uint32_t index);
+CannedResponse Variant(const std::string& step, std::uint32_t index);
 
 }  // namespace Fuzz

@@ -36,12 +36,12 @@ std::string Decode(std::string_view base64) {
   return bytes;
 }
 
-// The files "<kind>-<name>.b64" of the world.
-std::vector<Sample> ReadSamples(std::string_view kind) {
+// The files "<type>-<name>.b64" of the world.
+std::vector<Sample> ReadSamples(std::string_view type) {
   std::vector<Sample> samples;
   for (const WorldFile& file : GetWorldFiles()) {
-    if (!file.name.starts_with(kind)) continue;
-    std::string name(file.name.substr(kind.size()));
+    if (!file.name.starts_with(type)) continue;
+    std::string name(file.name.substr(type.size()));
     samples.push_back({name.substr(0, name.size() - std::string_view(".b64").size()), Decode(file.text)});
   }
   Require(!samples.empty(), "the world has samples of the kind");

@@ -52,7 +52,7 @@ class World {
   /// Whole protected files, and what may lie in one.
   std::vector<Sample> envelopes;
   std::vector<Sample> contents;
-  /// Messages of other forms and kinds.
+  /// Messages of other forms and types.
   std::vector<Sample> forms;
   /// The text of a wrapped key around the inner signing certificate.
   std::string wrappedKey;

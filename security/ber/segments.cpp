@@ -58,7 +58,7 @@ bool BerSegments::Next(BerExtent& extent) noexcept {
   return true;
 }
 
-// Makes the segment under way one that holds octets still to be read, or empty at the end.
+// Makes the segment in progress one that holds octets still to be read, or empty at the end.
 bool BerContent::FindExtent() noexcept {
   if (extent_.size == 0 && !segments_.Next(extent_)) return false;
   if (extent_.size > left_ || (extent_.size == 0 && left_ != 0)) {

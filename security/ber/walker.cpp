@@ -96,10 +96,10 @@ bool BerWalker::Copy(std::uint64_t size, BerBuffer& target) noexcept {
   while (size > 0) {
     BerSpan span;
     if (!Check(reader_.Fetch(position_, 1, span))) return false;
-    const std::uint64_t piece = std::min<std::uint64_t>(span.size, size);
-    if (!Check(target.Append(span.data, static_cast<std::size_t>(piece)))) return false;
-    position_ += piece;
-    size -= piece;
+    const std::uint64_t chunk = std::min<std::uint64_t>(span.size, size);
+    if (!Check(target.Append(span.data, static_cast<std::size_t>(chunk)))) return false;
+    position_ += chunk;
+    size -= chunk;
   }
   return true;
 }

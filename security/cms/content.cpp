@@ -23,18 +23,18 @@ bool CopyContent(const LoadedMessage& message, IContentSink& sink) noexcept {
 }  // namespace
 
 bool FileSink::Begin(std::uint64_t most) noexcept {
-  if (!buffer_.Alloc(kWritePiece + kSlack)) return FailWithoutMemory();
-  return writer_.OpenDraft(target_) && writer_.Preallocate(static_cast<std::int64_t>(most));
+  if (!buffer_.Alloc(kWriteChunk + kSlack)) return FailWithoutMemory();
+  return writer_.OpenStaged(target_) && writer_.Preallocate(static_cast<std::int64_t>(most));
 }
 
 bool FileSink::Commit(std::uint32_t size) noexcept {
-  constexpr std::uint32_t kPiece = kWritePiece;
+  constexpr std::uint32_t kChunk = kWriteChunk;
   filled_ += size;
   written_ += size;
-  if (filled_ < kPiece) return true;
-  if (!writer_.Write(buffer_.Get0(), kPiece)) return false;
-  filled_ -= kPiece;
-  std::memmove(buffer_.Get0(), buffer_.Get0() + kPiece, filled_);
+  if (filled_ < kChunk) return true;
+  if (!writer_.Write(buffer_.Get0(), kChunk)) return false;
+  filled_ -= kChunk;
+  std::memmove(buffer_.Get0(), buffer_.Get0() + kChunk, filled_);
   return true;
 }
 

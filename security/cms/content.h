@@ -29,14 +29,14 @@ class IContentSink {
   ~IContentSink() = default;
 };
 
-/// Writes to a file, in pieces that begin and end at multiples of kWritePiece: so the system never
+/// Writes to a file, in chunks that begin and end at multiples of kWritePiece: so the system never
 /// completes a page in a second step.
 class FileSink final : public IContentSink {
  public:
   explicit FileSink(const OruGuiBase::File& target) noexcept : target_(target) {}
   bool Begin(std::uint64_t most) noexcept override;
   std::uint8_t* GetRoom() noexcept override { return buffer_.Get0() + filled_; }
-  std::uint32_t GetMissing() const noexcept override { return kWritePiece - filled_; }
+  std::uint32_t GetMissing() const noexcept override { return kWriteChunk - filled_; }
   bool Commit(std::uint32_t size) noexcept override;
   bool Finish() noexcept override;
 

@@ -30,7 +30,7 @@ BioPtr StartCipher(CMS_ContentInfo* cms, EVP_CIPHER_CTX*& context) noexcept {
   return owned;
 }
 
-bool EncryptPiece(EVP_CIPHER_CTX* context, const std::uint8_t* plain, std::uint32_t size,
+bool EncryptChunk(EVP_CIPHER_CTX* context, const std::uint8_t* plain, std::uint32_t size,
                   CmsWriter& writer) noexcept {
   int made = 0;
   if (EVP_EncryptUpdate(context, writer.GetRoom(), &made, plain, static_cast<int>(size)) != 1) {
@@ -45,15 +45,15 @@ bool EncryptLast(EVP_CIPHER_CTX* context, CmsWriter& writer) noexcept {
   return writer.Commit(static_cast<std::uint32_t>(made));
 }
 
-// Whole blocks at a time, just as many as fill the segment under way.
+// Whole blocks at a time, just as many as fill the segment in progress.
 bool EncryptAll(EVP_CIPHER_CTX* context, CmsInput& input, CmsWriter& writer) noexcept {
   WorkBuffer plain;
-  if (!plain.Alloc(kWritePiece)) return FailWithoutMemory();
+  if (!plain.Alloc(kWriteChunk)) return FailWithoutMemory();
   const auto block = static_cast<std::uint32_t>(EVP_CIPHER_CTX_get_block_size(context));
   std::uint32_t got = 0;
   do {
     const std::uint32_t wanted = (writer.GetMissing() + block - 1) / block * block;
-    if (!input.Read(plain.Get0(), wanted, got) || !EncryptPiece(context, plain.Get0(), got, writer))
+    if (!input.Read(plain.Get0(), wanted, got) || !EncryptChunk(context, plain.Get0(), got, writer))
       return false;
   } while (!input.IsAtEnd());
   return EncryptLast(context, writer);

@@ -42,7 +42,7 @@ class Sha512 {
   DigestCtxPtr context_;
 };
 
-// One SignedData under way.
+// One SignedData in progress.
 class Signing {
  public:
   bool Begin(const Certificate& certificate, const OruGuiBase::KVMap& attributes,

@@ -13,9 +13,9 @@ constexpr std::uint8_t kContextStart[] = {kContext0, 0x80};
 constexpr std::uint8_t kOctetsStart[] = {kOctetString | kConstructed, 0x80};
 constexpr std::uint8_t kEnd[] = {0x00, 0x00};
 
-// A segment and its header are one piece: 04 83 and three octets of length.
+// A segment and its header are one chunk: 04 83 and three octets of length.
 constexpr std::uint32_t kSegmentHeader = 5;
-constexpr std::uint32_t kSegment = kWritePiece - kSegmentHeader;
+constexpr std::uint32_t kSegment = kWriteChunk - kSegmentHeader;
 
 // Room that is reserved beside the content: certificates and signers or recipients.
 constexpr std::uint64_t kAround = std::uint64_t{64} * 1024;
@@ -48,9 +48,9 @@ bool CmsWriter::Begin(const OruGuiBase::File& target, const CmsSkeleton& head,
   if (!buffer_.Alloc(kMostHeader + kSegment + kSlack)) return FailWithoutMemory();
   BerBuffer bytes;
   if (!MakeHead(head, bytes) || !writer_.Open(target)) return false;
-  // The first segment is so much shorter that the following ones lie at multiples of a piece; a head that
-  // leaves little of the first piece is not worth it.
-  const std::uint32_t lead = static_cast<std::uint32_t>(bytes.GetSize() % kWritePiece);
+  // The first segment is so much shorter that the following ones lie at multiples of a chunk; a head that
+  // leaves little of the first chunk is not worth it.
+  const std::uint32_t lead = static_cast<std::uint32_t>(bytes.GetSize() % kWriteChunk);
   segment_ = lead < kSegment / 2 ? kSegment - lead : kSegment;
   const std::uint64_t headers = (expected / kSegment + 1) * kSegmentHeader;
   return writer_.Preallocate(static_cast<std::int64_t>(expected + headers + kAround)) && Write(bytes);

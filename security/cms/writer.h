@@ -29,7 +29,7 @@ class CmsWriter {
   bool Begin(const OruGuiBase::File& target, const CmsSkeleton& head, std::uint64_t expected) noexcept;
   /// Where the next octets are put: room for GetMissing() + kSlack.
   std::uint8_t* GetRoom() noexcept { return buffer_.Get0() + kMostHeader + filled_; }
-  /// Octets that fill the segment under way.
+  /// Octets that fill the segment in progress.
   std::uint32_t GetMissing() const noexcept { return segment_ - filled_; }
   /// Takes the octets put there; a full segment is written.
   bool Commit(std::uint32_t size) noexcept;

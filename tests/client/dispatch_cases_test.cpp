@@ -23,8 +23,8 @@ constexpr std::uint32_t kList = 8;
 
 class DispatchedArguments : public DispatchedCase {
  protected:
-  /// The kinds that an operation asks of its arguments, in the order in which it asks, when it has none.
-  std::vector<std::uint32_t> KindsRead(std::string_view operation) {
+  /// The types that an operation asks of its arguments, in the order in which it asks, when it has none.
+  std::vector<std::uint32_t> TypesRead(std::string_view operation) {
     const TraceRecorder traces;
     Perform(operation, "{}");
     return traces.GetInvalidTypes();
@@ -33,7 +33,7 @@ class DispatchedArguments : public DispatchedCase {
 
 struct OrderRow {
   const char* operation;
-  std::vector<std::uint32_t> kinds;
+  std::vector<std::uint32_t> types;
 };
 
 // Each operation asks for its arguments in a fixed order, and a missing one is reported.
@@ -51,13 +51,13 @@ TEST_F(DispatchedArguments, AreReportedInReadingOrderWhenMissing) {
       {"Decrypt", {kList, kText, kText, kText, kList}},
   };
   for (const OrderRow& row : rows) {
-    EXPECT_THAT(KindsRead(row.operation), ElementsAreArray(row.kinds)) << row.operation;
+    EXPECT_THAT(TypesRead(row.operation), ElementsAreArray(row.types)) << row.operation;
   }
 }
 
-// An argument of another kind is sent as the empty value, and the key server decides.
+// An argument of another type is sent as the empty value, and the key server decides.
 TEST_F(DispatchedArguments, AreSentEmptyWhenIllTyped) {
-  Answer(Payload(R"({"type":"importKeyResponse"})"));
+  Respond(Payload(R"({"type":"importKeyResponse"})"));
   EXPECT_EQ(Perform("ImportKey", With(R"(,"group":"g","id":7,"key":true,"password":["p"])")), 0);
   EXPECT_EQ(http.GetRequest(2).body,
             Envelope(R"({"type":"importKeyRequest","groupId":"g","id":"","encodedKey":"","password":""})"));
@@ -67,7 +67,7 @@ TEST_F(DispatchedArguments, AreSentEmptyWhenIllTyped) {
 
 // "ConfigGroup" sends group, names, certificates and URLs, with the transaction in its token request.
 TEST_F(DispatchedCase, ConfigGroupHandsAllItsArgumentsOn) {
-  Answer(Payload(R"({"type":"configGroupResponse"})"));
+  Respond(Payload(R"({"type":"configGroupResponse"})"));
   EXPECT_EQ(Perform("ConfigGroup",
                     With(R"(,"transaction":"T","group":"g","groupname":"n","ownergroup":"o",)"
                          R"("authnrootcerts":["r"],"authnissuingcerts":["i"],"authncrlurls":["u"])")),
@@ -84,7 +84,7 @@ TEST_F(DispatchedCase, ConfigGroupHandsAllItsArgumentsOn) {
 
 // "Reencrypt" sends group and certificate, with the transaction in its token request.
 TEST_F(DispatchedCase, ReencryptHandsGroupAndCertificateOn) {
-  Answer(Payload(R"({"type":"reencryptResponse"})"));
+  Respond(Payload(R"({"type":"reencryptResponse"})"));
   EXPECT_EQ(Perform("Reencrypt", With(R"(,"transaction":"T","group":"g","enccert":"c")")), 0);
   EXPECT_THAT(http.GetLines(), ElementsAre(kProbe, TokenLine("g"), kPost));
   EXPECT_THAT(http.GetRequest(1).body, HasSubstr(R"("transaction":"T")"));
@@ -95,7 +95,7 @@ TEST_F(DispatchedCase, ReencryptHandsGroupAndCertificateOn) {
 
 // "ImportKey" sends id, key and password, with the transaction in its token request.
 TEST_F(DispatchedCase, ImportKeyHandsKeyAndPasswordOn) {
-  Answer(Payload(R"({"type":"importKeyResponse"})"));
+  Respond(Payload(R"({"type":"importKeyResponse"})"));
   EXPECT_EQ(Perform("ImportKey", With(R"(,"transaction":"T","group":"g","id":"i","key":"k","password":"p")")),
             0);
   EXPECT_THAT(http.GetRequest(1).body, HasSubstr(R"("transaction":"T")"));
@@ -107,7 +107,7 @@ TEST_F(DispatchedCase, ImportKeyHandsKeyAndPasswordOn) {
 
 // "DeleteKey" shows the key handle to the crypt service and to the key server.
 TEST_F(DispatchedCase, DeleteKeyHandsTheHandleToTokenAndCommand) {
-  Answer(Payload(R"({"type":"deleteKeyResponse"})"));
+  Respond(Payload(R"({"type":"deleteKeyResponse"})"));
   EXPECT_EQ(Perform("DeleteKey", With(R"(,"transaction":"T","group":"g","key":{"id":"i","extra":1})")), 0);
   EXPECT_EQ(http.GetRequest(1).body,
             R"({"keyserver":"https://one.example","operation":"deleteKeyRequest","transaction":"T",)"
@@ -119,7 +119,7 @@ TEST_F(DispatchedCase, DeleteKeyHandsTheHandleToTokenAndCommand) {
 
 // An absent transaction is left out of the token request.
 TEST_F(DispatchedCase, LeavesAnAbsentTransactionOutOfTheTokenRequest) {
-  Answer(Payload(R"({"type":"reencryptResponse"})"));
+  Respond(Payload(R"({"type":"reencryptResponse"})"));
   EXPECT_EQ(Perform("Reencrypt", With(R"(,"group":"g")")), 0);
   EXPECT_EQ(http.GetRequest(1).body, R"({"keyserver":"https://one.example","operation":"reencryptRequest"})");
 }
@@ -127,7 +127,7 @@ TEST_F(DispatchedCase, LeavesAnAbsentTransactionOutOfTheTokenRequest) {
 // ---- Signing
 
 TEST_F(DispatchedCase, SignByKeyWorksForTheObjectAndTheGivenKey) {
-  Answer(Signed());
+  Respond(Signed());
   EXPECT_EQ(Perform("SignByKey", With(R"(,"transaction":"T","object":"obj","key":{"id":"k"},"id":"i",)"
                                       R"("subid":"s","algorithm":"RSA","hash":"AAEC")")),
             0);
@@ -145,7 +145,7 @@ TEST_F(DispatchedCase, SignByKeyWorksForTheObjectAndTheGivenKey) {
 TEST_F(DispatchedCase, SignByKeyMakesTheHandleOfIdAndSubIdWithoutAKey) {
   for (const char* key : {"", R"(,"key":{})", R"(,"key":"k")", R"(,"key":null)"}) {
     SCOPED_TRACE(key);
-    Answer(Signed());
+    Respond(Signed());
     EXPECT_EQ(
         Perform("SignByKey", With(std::string(key) + R"(,"object":"o","id":"i","subid":"s","hash":"")")), 0);
     EXPECT_THAT(http.GetRequests().back().body,
@@ -154,7 +154,7 @@ TEST_F(DispatchedCase, SignByKeyMakesTheHandleOfIdAndSubIdWithoutAKey) {
 }
 
 TEST_F(DispatchedCase, SignByKeyReadsTheSubIdInLowerCaseOnly) {
-  Answer(Signed());
+  Respond(Signed());
   EXPECT_EQ(Perform("SignByKey", With(R"(,"object":"o","id":"i","subId":"s","hash":"")")), 0);
   EXPECT_THAT(http.GetRequest(2).body, HasSubstr(R"("signatureKey":{"type":"handle","id":"i","subId":""})"));
 }
@@ -171,7 +171,7 @@ TEST_F(DispatchedCase, SignByKeyFailsOnAHashThatIsNoBase64WithoutAnyExchange) {
 // "Encrypt" has a room key made and gives room, sequence number and key back.
 TEST_F(DispatchedCase, EncryptMakesANewRoomKey) {
   for (const char* name : {"Encrypt", "CryptEncrypt"}) {
-    Answer(Generated());
+    Respond(Generated());
     EXPECT_EQ(Perform(name, With(R"(,"transaction":"T","room":"r 1","seqnr":"42","certificates":["c"])")), 0);
     EXPECT_EQ(Result(), R"({"room":"r 1","seqnr":"42","newkey":"new"})");
     EXPECT_EQ(Error(), "before");
@@ -186,13 +186,13 @@ TEST_F(DispatchedCase, EncryptMakesANewRoomKey) {
 
 // "Encrypt" reads its transaction last of all arguments, and sends it all the same.
 TEST_F(DispatchedCase, EncryptSetsTheTransactionBeforeItMakesTheKey) {
-  Answer(Generated());
+  Respond(Generated());
   EXPECT_EQ(Perform("Encrypt", With(R"(,"room":"r","certificates":[],"transaction":"T")")), 0);
   EXPECT_THAT(http.GetRequest(1).body, HasSubstr(R"("transaction":"T")"));
 }
 
 TEST_F(DispatchedCase, EncryptFailsWithTheReasonOfTheKeyServer) {
-  Answer(ErrorCode(615));
+  Respond(ErrorCode(615));
   EXPECT_EQ(Perform("Encrypt", With(R"(,"room":"r","seqnr":"42")")), kFailed);
   EXPECT_EQ(Error(), "615 Key Generation Error");
   EXPECT_TRUE(result.IsNil());
@@ -206,8 +206,8 @@ TEST_F(DispatchedCase, EncryptGivesRoomAndSequenceNumberBackEmptyWhenTheyAreMiss
 
 // "Decrypt" exports each key, and sends no transaction though one is given.
 TEST_F(DispatchedCase, DecryptExportsEachKeyWithoutATransaction) {
-  Answer(Exported("plain one"));
-  AnswerNext(Exported("plain two"));
+  Respond(Exported("plain one"));
+  RespondNext(Exported("plain two"));
   EXPECT_EQ(Perform("Decrypt", With(R"(,"transaction":"T","room":"r","seqnr":"42",)"
                                     R"("keys":[{"id":"1","data":"d1"},{"id":"2","data":"d2"}])")),
             0);
@@ -226,8 +226,8 @@ TEST_F(DispatchedCase, DecryptOfNoKeysNeedsNoServer) {
 
 // "Decrypt" fails as a whole when one key cannot be exported.
 TEST_F(DispatchedCase, DecryptGivesNothingWhenOneKeyFails) {
-  Answer(Exported("plain one"));
-  AnswerNext(ErrorCode(605));
+  Respond(Exported("plain one"));
+  RespondNext(ErrorCode(605));
   EXPECT_EQ(Perform("Decrypt", With(R"(,"room":"r","keys":[{"id":"1","data":"d1"},{"id":"2"}])")), kFailed);
   EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
   EXPECT_TRUE(result.IsNil());

@@ -29,12 +29,14 @@ class DispatchTest : public ::testing::Test {
     return CryptClient::PerformOperation(&http, kService, "auxiliary", TestSupport::Ansi(operation),
                                          TestSupport::Map(arguments), result, error);
   }
-  /// The next command meets a server that is alive, a token and this answer.
-  void Answer(const TestSupport::HttpAnswer& answer) {
-    http.Then(TestSupport::Alive()).Then(TestSupport::Token("t")).Then(answer);
+  /// The next command meets a server that is alive, a token and this response.
+  void Respond(const TestSupport::CannedResponse& response) {
+    http.Then(TestSupport::Alive()).Then(TestSupport::Token("t")).Then(response);
   }
   /// A further command of the same operation: the server is known by then.
-  void AnswerNext(const TestSupport::HttpAnswer& answer) { http.Then(TestSupport::Token("t")).Then(answer); }
+  void RespondNext(const TestSupport::CannedResponse& response) {
+    http.Then(TestSupport::Token("t")).Then(response);
+  }
   std::string Error() const { return TestSupport::Str(error); }
   std::string Result() const { return TestSupport::JsonText(result); }
 
@@ -43,29 +45,29 @@ class DispatchTest : public ::testing::Test {
   OruGuiBase::AnsiStr error{"before"};
 };
 
-/// The same with the answers that the operations need.
+/// The same with the responses that the operations need.
 class DispatchedCase : public DispatchTest {
  protected:
-  static TestSupport::HttpAnswer Generated() {
+  static TestSupport::CannedResponse Generated() {
     return TestSupport::Payload(R"({"type":"generateWrappedKeyResponse","encodedX509Certificate":)" +
                                 TestSupport::Quoted(TestSupport::Pki::Get().room.certificate.ToBase64()) +
                                 R"(,"encodedWrappedKey":"new"})");
   }
-  static TestSupport::HttpAnswer Modified(const std::string& key) {
+  static TestSupport::CannedResponse Modified(const std::string& key) {
     return TestSupport::Payload(R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":)" +
                                 TestSupport::Quoted(key) + "}");
   }
-  static TestSupport::HttpAnswer Exported(const std::string& key) {
+  static TestSupport::CannedResponse Exported(const std::string& key) {
     return TestSupport::Payload(R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":)" +
                                 TestSupport::Quoted(key) + "}");
   }
-  static TestSupport::HttpAnswer Signed() {
+  static TestSupport::CannedResponse Signed() {
     return TestSupport::Payload(R"({"type":"signResponse","signedHashes":["c2lnbmVk"]})");
   }
-  static TestSupport::HttpAnswer Log(const std::string& body) {
-    TestSupport::HttpAnswer answer = TestSupport::Json(body);
-    answer.headers = {{"Content-Type", "text/csv"}};
-    return answer;
+  static TestSupport::CannedResponse Log(const std::string& body) {
+    TestSupport::CannedResponse response = TestSupport::Json(body);
+    response.headers = {{"Content-Type", "text/csv"}};
+    return response;
   }
 
   std::string TokenLine(const std::string& id) const { return kToken + id; }

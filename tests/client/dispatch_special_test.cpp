@@ -32,10 +32,10 @@ constexpr const char* kThreeUpdated =
 
 class DispatchedUpdate : public DispatchedCase {
  protected:
-  void AnswerThreeKeys() {
-    Answer(Modified("A"));
-    AnswerNext(Modified("B"));
-    AnswerNext(Modified("C"));
+  void RespondWithThreeKeys() {
+    Respond(Modified("A"));
+    RespondNext(Modified("B"));
+    RespondNext(Modified("C"));
   }
 };
 
@@ -50,7 +50,7 @@ TEST_F(DispatchedUpdate, CallsNothingWithoutKeysAndWithoutWishForANewOne) {
 
 // "Update" rewraps each key and sends no transaction though one is given.
 TEST_F(DispatchedUpdate, RewrapsTheKeysWithoutATransaction) {
-  AnswerThreeKeys();
+  RespondWithThreeKeys();
   EXPECT_EQ(Perform("Update", With(kThreeKeys)), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42",)" + std::string(kThreeUpdated) + "}");
   EXPECT_EQ(http.GetLines()[1], TokenLine("r"));
@@ -63,8 +63,8 @@ TEST_F(DispatchedUpdate, RewrapsTheKeysWithoutATransaction) {
 
 // "Update" with "newkey" makes a key after it has rewrapped the others.
 TEST_F(DispatchedUpdate, MakesANewKeyBesides) {
-  AnswerThreeKeys();
-  AnswerNext(Generated());
+  RespondWithThreeKeys();
+  RespondNext(Generated());
   EXPECT_EQ(Perform("Update", With(std::string(kThreeKeys) + R"(,"newkey":true)")), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42",)" + std::string(kThreeUpdated) + R"(,"newkey":"new"})");
   EXPECT_THAT(http.GetRequests().back().body, HasSubstr(R"("certificateSubject":"CN=r-tr")"));
@@ -72,7 +72,7 @@ TEST_F(DispatchedUpdate, MakesANewKeyBesides) {
 
 // "Update" with "newkey" and no keys makes a key alone.
 TEST_F(DispatchedUpdate, MakesANewKeyAlone) {
-  Answer(Generated());
+  Respond(Generated());
   EXPECT_EQ(Perform("Update", With(R"(,"room":"r","seqnr":"42","certificates":["c"],"newkey":true)")), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42","newkey":"new"})");
 }
@@ -92,8 +92,8 @@ TEST_F(DispatchedUpdate, ReadsItsKeysWhenItsClientIsSetUp) {
 
 // "Update" succeeds without "newkey" when only the new key cannot be made.
 TEST_F(DispatchedUpdate, SucceedsWithoutTheNewKeyThatCouldNotBeMade) {
-  AnswerThreeKeys();
-  AnswerNext(ErrorCode(615));
+  RespondWithThreeKeys();
+  RespondNext(ErrorCode(615));
   EXPECT_EQ(Perform("Update", With(std::string(kThreeKeys) + R"(,"newkey":true)")), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42",)" + std::string(kThreeUpdated) + "}");
   EXPECT_EQ(Error(), "before");
@@ -109,8 +109,8 @@ TEST_F(DispatchedUpdate, SucceedsEvenWhenNothingButTheNewKeyWasWantedAndFailed) 
 // "Update" fails with its keys, and then does not look at "newkey".
 TEST_F(DispatchedUpdate, FailsWithItsKeysAndDoesNotLookAtTheNewKey) {
   const TraceRecorder traces;
-  Answer(Modified("A"));
-  AnswerNext(ErrorCode(605));
+  Respond(Modified("A"));
+  RespondNext(ErrorCode(605));
   EXPECT_EQ(Perform("Update", With(std::string(kThreeKeys) + R"(,"newkey":"no flag")")), kFailed);
   EXPECT_TRUE(result.IsNil());
   EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
@@ -130,7 +130,7 @@ TEST_F(DispatchedUpdate, LeavesTheMapOfItsCallerAloneWhenTheKeysFail) {
 }
 
 // A "newkey" that is no flag is reported and counts as false.
-TEST_F(DispatchedUpdate, TakesANewKeyFlagOfAnotherKindAsFalse) {
+TEST_F(DispatchedUpdate, TakesANewKeyFlagOfAnotherTypeAsFalse) {
   for (const char* flag : {"1", R"("true")", "null", "[true]", "1.5"}) {
     const TraceRecorder traces;
     EXPECT_EQ(Perform("Update", With(R"(,"room":"r","seqnr":"42","certificates":[],"keys":[],"newkey":)" +
@@ -162,8 +162,8 @@ class DispatchedAuditLog : public DispatchedCase {
 
 // "GetAuditLog" gives the file's name and an empty error when all servers gave their log.
 TEST_F(DispatchedAuditLog, NamesTheFileAndLeavesNoError) {
-  Answer(Log("h\na\n"));
-  Answer(Log("h\nb\n"));
+  Respond(Log("h\na\n"));
+  Respond(Log("h\nb\n"));
   EXPECT_EQ(Perform("GetAuditLog", kTwoServers), 0);
   EXPECT_EQ(result.AsMap().GetCount(), 1U);
   EXPECT_EQ(TakeLog(), "h\na\nb\n");
@@ -174,8 +174,8 @@ TEST_F(DispatchedAuditLog, NamesTheFileAndLeavesNoError) {
 }
 
 // A partial log succeeds and tells the last failure in the error beside the result.
-TEST_F(DispatchedAuditLog, TellsOfAPartialLogBesideTheResult) {
-  Answer(Log("h\na\n"));
+TEST_F(DispatchedAuditLog, ReportsAPartialLogBesideTheResult) {
+  Respond(Log("h\na\n"));
   http.Then(NoExchange("100% down"));
   EXPECT_EQ(Perform("CryptGetAuditLog", kTwoServers), 0);
   EXPECT_EQ(TakeLog(), "h\na\n");
@@ -185,7 +185,7 @@ TEST_F(DispatchedAuditLog, TellsOfAPartialLogBesideTheResult) {
 
 // An invalid "statustimeout" shows as a partial log.
 TEST_F(DispatchedAuditLog, TakesAnInvalidStatusTimeoutForAPartialLog) {
-  Answer(Log("h\na\n"));
+  Respond(Log("h\na\n"));
   EXPECT_EQ(
       Perform("GetAuditLog", R"({"keyserver":["https://one.example"],"statustimeout":"soon","group":"g"})"),
       0);
@@ -195,7 +195,7 @@ TEST_F(DispatchedAuditLog, TakesAnInvalidStatusTimeoutForAPartialLog) {
 
 // Without any log the error is the last reason as it stands.
 TEST_F(DispatchedAuditLog, FailsWithThePlainReasonWhenNoServerGivesOne) {
-  Answer(Status(500));
+  Respond(Status(500));
   http.Then(NoExchange("down"));
   EXPECT_EQ(Perform("GetAuditLog", kTwoServers), kFailed);
   EXPECT_EQ(Error(), "Could not connect to key server: down");

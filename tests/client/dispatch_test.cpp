@@ -111,7 +111,7 @@ constexpr const char* kConfigured = R"({"type":"configGroupResponse"})";
 
 // An operation without results succeeds with an empty map, not with nil.
 TEST_F(PerformedOperation, GivesAnEmptyMapRatherThanNothing) {
-  Answer(Payload(kConfigured));
+  Respond(Payload(kConfigured));
   EXPECT_EQ(Perform("ConfigGroup", With(R"(,"group":"g")")), 0);
   EXPECT_EQ(result.GetType(), ValType::Map);
   EXPECT_TRUE(result.AsMap().IsEmpty());
@@ -121,7 +121,7 @@ TEST_F(PerformedOperation, GivesAnEmptyMapRatherThanNothing) {
 // A success replaces what the result held.
 TEST_F(PerformedOperation, ReplacesAnOldResult) {
   result = Val("old");
-  Answer(Payload(kConfigured));
+  Respond(Payload(kConfigured));
   EXPECT_EQ(Perform("CryptConfigGroup", With(R"(,"group":"g")")), 0);
   EXPECT_EQ(Result(), "{}");
 }
@@ -155,7 +155,7 @@ TEST_F(PerformedOperation, QuotesTheWholeUnknownNameWithItsPrefix) {
 // A failed operation gives 0x80004005, a nil result and the reason.
 TEST_F(PerformedOperation, LeavesNilAndTheReasonWhenItFails) {
   result = Val(Map(R"({"old":["map"]})"));
-  Answer(ErrorCode(609));
+  Respond(ErrorCode(609));
   EXPECT_EQ(static_cast<std::uint32_t>(Perform("DeleteKey", With(R"(,"group":"g")"))), 0x80004005U);
   EXPECT_TRUE(result.IsNil());
   EXPECT_EQ(Error(), "609 Auth Failed");
@@ -173,7 +173,7 @@ TEST_F(PerformedOperation, FreesAnObjectThatTheResultHeldWhenItFails) {
 
 // One map may hold the arguments and take the results.
 TEST_F(PerformedOperation, MayPutItsResultWhereItsArgumentsCameFrom) {
-  Answer(Payload(kConfigured));
+  Respond(Payload(kConfigured));
   KVMap both = Map(With(R"(,"group":"g")"));
   EXPECT_TRUE(CryptClient::ExecuteMethod(&http, kService, "", Method::ConfigGroup, both, both, error));
   EXPECT_TRUE(both.IsEmpty());
@@ -205,7 +205,7 @@ TEST_F(PerformedOperation, FailsWithoutAServiceUrl) {
 
 // The transport is referenced during the operation and not after it.
 TEST_F(PerformedOperation, HoldsTheTransportForItsOwnTimeOnly) {
-  Answer(Payload(kConfigured));
+  Respond(Payload(kConfigured));
   Perform("ConfigGroup", With(R"(,"group":"g")"));
   EXPECT_EQ(http.GetAddRefs(), 1U);
   EXPECT_EQ(http.GetReleases(), 1U);
@@ -216,7 +216,7 @@ TEST_F(PerformedOperation, HoldsTheTransportForItsOwnTimeOnly) {
 // Each operation makes probes and tokens of its own.
 TEST_F(PerformedOperation, KeepsNothingForTheNextOne) {
   for (int i = 0; i < 2; ++i) {
-    Answer(Payload(kConfigured));
+    Respond(Payload(kConfigured));
     EXPECT_EQ(Perform("ConfigGroup", With(R"(,"group":"g")")), 0);
   }
   const std::string token = std::string(kToken) + "g";
@@ -225,7 +225,7 @@ TEST_F(PerformedOperation, KeepsNothingForTheNextOne) {
 
 // "statustimeout" bounds the probe.
 TEST_F(PerformedOperation, BoundsTheProbeByTheStatusTimeout) {
-  Answer(Payload(kConfigured));
+  Respond(Payload(kConfigured));
   Perform("ConfigGroup", With(""));
   EXPECT_TRUE(http.GetRequest(0).options.useTimeouts);
   EXPECT_EQ(http.GetRequest(0).options.timeouts[0], 5000U);
@@ -233,21 +233,21 @@ TEST_F(PerformedOperation, BoundsTheProbeByTheStatusTimeout) {
 
 // An absent "statustimeout" sets no bound.
 TEST_F(PerformedOperation, TakesAnAbsentStatusTimeoutAsNone) {
-  Answer(Payload(kConfigured));
+  Respond(Payload(kConfigured));
   EXPECT_EQ(Perform("ConfigGroup", R"({"keyserver":["https://one.example"],"group":"g"})"), 0);
   EXPECT_FALSE(http.GetRequest(0).options.useTimeouts);
 }
 
 // An invalid "statustimeout" sets no bound and leaves the error of a success alone.
 TEST_F(PerformedOperation, GoesOnWithAnInvalidStatusTimeoutAndSaysNothing) {
-  Answer(Payload(kConfigured));
+  Respond(Payload(kConfigured));
   EXPECT_EQ(Perform("ConfigGroup", R"({"keyserver":["https://one.example"],"statustimeout":"soon"})"), 0);
   EXPECT_FALSE(http.GetRequest(0).options.useTimeouts);
   EXPECT_EQ(Error(), "before");
 }
 
 // A failure after an invalid "statustimeout" tells its own reason.
-TEST_F(PerformedOperation, TellsTheLatestFailureAfterAnInvalidStatusTimeout) {
+TEST_F(PerformedOperation, ReportsTheLatestFailureAfterAnInvalidStatusTimeout) {
   http.Then(NoExchange("down"));
   EXPECT_EQ(Perform("ConfigGroup", R"({"keyserver":["https://one.example"],"statustimeout":"soon"})"),
             kFailed);
@@ -257,7 +257,7 @@ TEST_F(PerformedOperation, TellsTheLatestFailureAfterAnInvalidStatusTimeout) {
 // A success leaves the error alone though a server failed on the way.
 TEST_F(PerformedOperation, LeavesTheErrorAloneWhenASecondServerMakesUpForTheFirst) {
   http.Then(NoExchange("down"));
-  Answer(Payload(kConfigured));
+  Respond(Payload(kConfigured));
   EXPECT_EQ(Perform("ConfigGroup", R"({"keyserver":["https://one.example","https://two.example"]})"), 0);
   EXPECT_EQ(Error(), "before");
 }
@@ -290,7 +290,7 @@ TEST_F(ExecutedMethod, LeavesTheResultAloneWhenItFails) {
 
 // A method that succeeds replaces the caller's map.
 TEST_F(ExecutedMethod, ReplacesTheResultWhenItSucceeds) {
-  Answer(Payload(R"({"type":"importKeyResponse"})"));
+  Respond(Payload(R"({"type":"importKeyResponse"})"));
   EXPECT_TRUE(Execute(Method::ImportKey, With("")));
   EXPECT_TRUE(map.IsEmpty());
   EXPECT_EQ(Error(), "before");

@@ -45,7 +45,7 @@ class ModuleFrame : public ::testing::Test {
   ~ModuleFrame() override { ModuleEntry(loaded_, ModuleReason::ProcessAttach, nullptr); }
 
   void* Module() { return &place_; }
-  std::string Told(const char* what) { return Str(OruGuiBase::FmtArgs("Module %p: %s", Module(), what)); }
+  std::string TraceOf(const char* what) { return Str(OruGuiBase::FmtArgs("Module %p: %s", Module(), what)); }
 
  private:
   void* loaded_;
@@ -70,10 +70,10 @@ TEST_F(ModuleFrame, KeepsTheFoundationUpByTwoInitializers) {
 }
 
 // A process attach starts tracing and attaches the module, all inside the init section.
-TEST_F(ModuleFrame, TellsOfAProcessAttachInsideTheInitSection) {
+TEST_F(ModuleFrame, ReportsAProcessAttachInsideTheInitSection) {
   FrameRecorder recorder;
   EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr));
-  EXPECT_THAT(recorder.texts, ElementsAre("Trace startup", Told("process attach")));
+  EXPECT_THAT(recorder.texts, ElementsAre("Trace startup", TraceOf("process attach")));
   EXPECT_TRUE(recorder.allInside);
   EXPECT_EQ(GetAttachState(), 1);
   EXPECT_EQ(GetModuleHandle(), Module());
@@ -84,28 +84,29 @@ TEST_F(ModuleFrame, MakesItsContextOnceAndNotAgainAtALaterAttach) {
   FrameRecorder recorder;
   ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
   ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
-  EXPECT_THAT(recorder.texts,
-              ElementsAre("Trace startup", Told("process attach"), "Trace startup", Told("process attach")));
+  EXPECT_THAT(recorder.texts, ElementsAre("Trace startup", TraceOf("process attach"), "Trace startup",
+                                          TraceOf("process attach")));
 }
 
 // A process detach is told inside the init section; the module handle is kept.
-TEST_F(ModuleFrame, TellsOfAProcessDetachAndKeepsItsHandle) {
+TEST_F(ModuleFrame, ReportsAProcessDetachAndKeepsItsHandle) {
   ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
   FrameRecorder recorder;
   EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ProcessDetach, nullptr));
-  EXPECT_THAT(recorder.texts, ElementsAre(Told("process detach")));
+  EXPECT_THAT(recorder.texts, ElementsAre(TraceOf("process detach")));
   EXPECT_TRUE(recorder.allInside);
   EXPECT_EQ(GetAttachState(), 2);
   EXPECT_EQ(GetModuleHandle(), Module());
 }
 
 // Threads that come and go are told; the attach state is kept.
-TEST_F(ModuleFrame, TellsOfThreadsAndKeepsItsState) {
+TEST_F(ModuleFrame, ReportsThreadsAndKeepsItsState) {
   void* const before = GetModuleHandle();
   FrameRecorder recorder;
   EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ThreadAttach, nullptr));
   EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ThreadDetach, nullptr));
-  EXPECT_THAT(recorder.texts, ElementsAre("Trace startup", Told("thread attach"), Told("thread detach")));
+  EXPECT_THAT(recorder.texts,
+              ElementsAre("Trace startup", TraceOf("thread attach"), TraceOf("thread detach")));
   EXPECT_TRUE(recorder.allInside);
   EXPECT_EQ(GetAttachState(), 1);
   EXPECT_EQ(GetModuleHandle(), before);

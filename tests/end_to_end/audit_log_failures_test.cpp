@@ -8,7 +8,7 @@
 #include "tests/foundation/file_size_limit.h"
 #include "tests/support/as_nobody.h"
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using CryptStand::kCryptService;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
@@ -62,7 +62,7 @@ TEST_F(AuditLogFailures, WithoutKeyServersLeavesNoFile) {
 }
 
 TEST_F(AuditLogFailures, TokenThatCannotBeFetchedLeavesNoFile) {
-  SetFault(kCryptService, {.kind = FaultKind::Status, .operation = "authztoken", .number = 403});
+  SetFault(kCryptService, {.type = FaultType::Status, .operation = "authztoken", .number = 403});
   EXPECT_FALSE(GetLog());
   EXPECT_EQ(error, "Could not get authorization token: HTTP 403");
   EXPECT_EQ(CountRequests("getAuditLogRequest"), 0U);

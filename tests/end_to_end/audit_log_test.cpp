@@ -3,7 +3,7 @@
 
 #include "tests/end_to_end/operations_fixture.h"
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -12,7 +12,7 @@ using ::testing::SizeIs;
 namespace TestSupport {
 namespace {
 
-class AuditLogRoad : public AuditLogTest {
+class AuditLogEndToEnd : public AuditLogTest {
  protected:
   // Has one key server alone make a key for a room.
   void MakeKeyOn(std::size_t server, const char* room) {
@@ -22,7 +22,7 @@ class AuditLogRoad : public AuditLogTest {
   }
 };
 
-TEST_F(AuditLogRoad, TellsWhatHappenedOnWhichServer) {
+TEST_F(AuditLogEndToEnd, ReportsWhatHappenedOnWhichServer) {
   MakeKeyOn(1, "demo");
   keyServers = {stand.GetKeyServerUrls().at(2)};
   ASSERT_FALSE(Sign("integrity", "9"));
@@ -33,7 +33,7 @@ TEST_F(AuditLogRoad, TellsWhatHappenedOnWhichServer) {
                                        "2,QOB.1.100.1,signRequest,demo,integrity/9,607 no such key"));
 }
 
-TEST_F(AuditLogRoad, KeepsFieldsThatAreQuoted) {
+TEST_F(AuditLogEndToEnd, KeepsFieldsThatAreQuoted) {
   ASSERT_TRUE(stand.AddRoom("a,\"b\""));
   MakeKeyOn(0, "a,\"b\"");
   ASSERT_TRUE(GetLog()) << error;
@@ -41,7 +41,7 @@ TEST_F(AuditLogRoad, KeepsFieldsThatAreQuoted) {
               ElementsAre(kHeader, "0,QOB.1.100.1,generateWrappedKeyRequest,\"a,\"\"b\"\"\",,ok"));
 }
 
-TEST_F(AuditLogRoad, FetchingItIsAnEventOnEachServer) {
+TEST_F(AuditLogEndToEnd, FetchingItIsAnEventOnEachServer) {
   ASSERT_TRUE(GetLog()) << error;
   EXPECT_THAT(TakeLines(), ElementsAre(kHeader));
   ASSERT_TRUE(GetLog()) << error;
@@ -50,7 +50,7 @@ TEST_F(AuditLogRoad, FetchingItIsAnEventOnEachServer) {
                           "1,QOB.1.100.1,getAuditLogRequest,,,ok", "2,QOB.1.100.1,getAuditLogRequest,,,ok"));
 }
 
-TEST_F(AuditLogRoad, VisitsTheServersInTheOrderOfTheList) {
+TEST_F(AuditLogEndToEnd, VisitsTheServersInTheOrderOfTheList) {
   for (std::size_t server = 0; server < 3; ++server) MakeKeyOn(server, "demo");
   keyServers = stand.GetKeyServerUrls();
   std::swap(keyServers.at(0), keyServers.at(2));
@@ -60,7 +60,7 @@ TEST_F(AuditLogRoad, VisitsTheServersInTheOrderOfTheList) {
                                        "0,QOB.1.100.1,generateWrappedKeyRequest,demo,,ok"));
 }
 
-TEST_F(AuditLogRoad, LiesInTheTemporaryDirectoryUnderTheGroupsName) {
+TEST_F(AuditLogEndToEnd, LiesInTheTemporaryDirectoryUnderTheGroupsName) {
   ASSERT_TRUE(GetLog(kGroup, "Demo / \"group\"")) << error;
   const std::filesystem::path path = Result("filename");
   EXPECT_EQ(path.parent_path(), scratch.Path("temporary"));
@@ -71,7 +71,7 @@ TEST_F(AuditLogRoad, LiesInTheTemporaryDirectoryUnderTheGroupsName) {
   TakeLines();
 }
 
-TEST_F(AuditLogRoad, HasALargeLogOfEachServerWholeAndInOrder) {
+TEST_F(AuditLogEndToEnd, HasALargeLogOfEachServerWholeAndInOrder) {
   constexpr std::uint64_t kRecords = 20000;
   for (int server = 0; server < 3; ++server) stand.GetSettings().SetGeneratedAudit(server, kRecords);
   ASSERT_TRUE(GetLog()) << error;
@@ -85,8 +85,8 @@ TEST_F(AuditLogRoad, HasALargeLogOfEachServerWholeAndInOrder) {
   }
 }
 
-TEST_F(AuditLogRoad, TakesTheHeaderOfTheFirstServerThatHasOne) {
-  SetFault(0, {.kind = FaultKind::EmptyCsv, .operation = "getAuditLogRequest"});
+TEST_F(AuditLogEndToEnd, TakesTheHeaderOfTheFirstServerThatHasOne) {
+  SetFault(0, {.type = FaultType::EmptyCsv, .operation = "getAuditLogRequest"});
   ASSERT_TRUE(GetLog()) << error;
   EXPECT_EQ(error, "") << "an empty log is a log";
   EXPECT_THAT(TakeLines(), ElementsAre(kHeader));
@@ -106,7 +106,7 @@ class PartialAuditLog : public AuditLogTest, public ::testing::WithParamInterfac
   }
 };
 
-TEST_P(PartialAuditLog, HasTheOtherServersRecordsAndTellsTheReason) {
+TEST_P(PartialAuditLog, HasTheOtherServersRecordsAndReportsTheReason) {
   for (int server = 0; server < 3; ++server) {
     SCOPED_TRACE(server);
     for (int other = 0; other < 3; ++other) ASSERT_TRUE(stand.ClearFaults(other));
@@ -140,24 +140,24 @@ constexpr const char* kCommand = "getAuditLogRequest";
 INSTANTIATE_TEST_SUITE_P(
     Rows, PartialAuditLog,
     ::testing::Values(
-        Case{"Down", {.kind = FaultKind::Down}, "Could not connect to key server: "},
-        Case{"DiesInTheMiddle", {.kind = FaultKind::Cut, .operation = kCommand}, "127.0.0.1"},
-        Case{"DiesAtOnce", {.kind = FaultKind::Cut, .operation = kCommand, .number = 1}, "127.0.0.1"},
-        Case{"Status", {.kind = FaultKind::Status, .operation = kCommand, .number = 500}, "HTTP 500"},
+        Case{"Down", {.type = FaultType::Down}, "Could not connect to key server: "},
+        Case{"DiesInTheMiddle", {.type = FaultType::Cut, .operation = kCommand}, "127.0.0.1"},
+        Case{"DiesAtOnce", {.type = FaultType::Cut, .operation = kCommand, .number = 1}, "127.0.0.1"},
+        Case{"Status", {.type = FaultType::Status, .operation = kCommand, .number = 500}, "HTTP 500"},
         Case{"SecStatus",
-             {.kind = FaultKind::SecStatus, .operation = kCommand, .number = 612},
+             {.type = FaultType::SecStatus, .operation = kCommand, .number = 612},
              "612 Auditlog Error"},
         Case{"SecStatusNoNumber",
-             {.kind = FaultKind::SecStatus, .operation = kCommand, .text = "no"},
+             {.type = FaultType::SecStatus, .operation = kCommand, .text = "no"},
              "0 Unknown Error"},
         Case{"ErrorCode",
-             {.kind = FaultKind::ErrorCode, .operation = kCommand, .number = 610},
+             {.type = FaultType::ErrorCode, .operation = kCommand, .number = 610},
              "610 Invalid License"},
         Case{"JsonResponse",
-             {.kind = FaultKind::JsonResponse, .operation = kCommand},
+             {.type = FaultType::JsonResponse, .operation = kCommand},
              "Unexpected content type application/json"},
         Case{"Html",
-             {.kind = FaultKind::WrongContentType, .operation = kCommand},
+             {.type = FaultType::WrongContentType, .operation = kCommand},
              "Unexpected content type text/html"}),
     [](const auto& row) { return row.param.name; });
 

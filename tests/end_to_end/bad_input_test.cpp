@@ -10,10 +10,10 @@ namespace fs = std::filesystem;
 namespace TestSupport {
 namespace {
 
-class BadInput : public RoadTest {
+class BadInput : public EndToEndTest {
  protected:
   void SetUp() override {
-    RoadTest::SetUp();
+    EndToEndTest::SetUp();
     Protect("bytes");
   }
 
@@ -126,7 +126,7 @@ TEST_F(BadInput, TemporaryDirectoryThatIsGoneIsTold) {
 TEST_F(BadInput, FailureBeforeTheTargetIsTouchedLeavesTheOldOne) {
   scratch.Make("out", "old");
   for (int server = 0; server < 3; ++server)
-    ASSERT_TRUE(stand.SetFault(server, {.kind = CryptStand::FaultKind::Down}));
+    ASSERT_TRUE(stand.SetFault(server, {.type = CryptStand::FaultType::Down}));
   EncryptError(scratch.File("plain"), scratch.File("out"));
   DecryptError(scratch.File("secret"), scratch.File("out"));
   EXPECT_EQ(scratch.Read("out"), "old");

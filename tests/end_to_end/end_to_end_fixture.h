@@ -24,7 +24,7 @@ struct Opened {
 
 /// A stand with three key servers, a transport to it, and a folder for files. At the end of a test no
 /// temporary file may be left.
-class RoadTest : public ::testing::Test {
+class EndToEndTest : public ::testing::Test {
  protected:
   static constexpr const char* kRoom = "demo";
 

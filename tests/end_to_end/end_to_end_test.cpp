@@ -20,9 +20,9 @@ std::string RandomBytes(std::size_t size) {
   return bytes;
 }
 
-class Road : public RoadTest {};
+class EndToEnd : public EndToEndTest {};
 
-TEST_F(Road, FileOfRoomWithoutKeyComesBackWithProvenOrigin) {
+TEST_F(EndToEnd, FileOfRoomWithoutKeyComesBackWithProvenOrigin) {
   Protect("the plain bytes");
   EXPECT_EQ(CountRequests("generateWrappedKeyRequest"), 1U);
   EXPECT_EQ(CountRequests("newkey"), 1U);
@@ -31,7 +31,7 @@ TEST_F(Road, FileOfRoomWithoutKeyComesBackWithProvenOrigin) {
   EXPECT_EQ(scratch.Read("plain"), "the plain bytes");
 }
 
-TEST_F(Road, SecondFileUsesTheKeyThatTheRoomHas) {
+TEST_F(EndToEnd, SecondFileUsesTheKeyThatTheRoomHas) {
   Protect("first");
   stand.ClearEvents();
   Protect("second");
@@ -39,8 +39,8 @@ TEST_F(Road, SecondFileUsesTheKeyThatTheRoomHas) {
   ExpectComesBack("second");
 }
 
-TEST_F(Road, KeyThatWasMadeForAFileStaysWhenTheFileFails) {
-  SetFaults({.kind = CryptStand::FaultKind::ErrorCode, .operation = "signRequest", .number = 607});
+TEST_F(EndToEnd, KeyThatWasMadeForAFileStaysWhenTheFileFails) {
+  SetFaults({.type = CryptStand::FaultType::ErrorCode, .operation = "signRequest", .number = 607});
   scratch.Make("plain", "bytes");
   EXPECT_FALSE(Encrypt("plain", "secret"));
   EXPECT_EQ(lastError, "Could not sign file: 607 Key Not Found");
@@ -52,25 +52,25 @@ TEST_F(Road, KeyThatWasMadeForAFileStaysWhenTheFileFails) {
   ExpectComesBack("bytes");
 }
 
-TEST_F(Road, EmptyFileComesBack) {
+TEST_F(EndToEnd, EmptyFileComesBack) {
   Protect("");
   ExpectComesBack("");
 }
 
-class RoadSizes : public RoadTest, public ::testing::WithParamInterface<std::size_t> {};
+class EndToEndSizes : public EndToEndTest, public ::testing::WithParamInterface<std::size_t> {};
 
 // A file of each size around block and buffer comes back with its origin proven.
-TEST_P(RoadSizes, FileComesBack) {
+TEST_P(EndToEndSizes, FileComesBack) {
   const std::string bytes = RandomBytes(GetParam());
   Protect(bytes);
   ExpectComesBack(bytes);
 }
 
 // Around the cipher's block, the buffer, and the buffer with a block of padding; then several buffers.
-INSTANTIATE_TEST_SUITE_P(Edges, RoadSizes,
+INSTANTIATE_TEST_SUITE_P(Edges, EndToEndSizes,
                          ::testing::Values(1, 15, 16, 17, 262143, 262144, 262145, 262160, 524288, 3145735));
 
-TEST_F(Road, RoomsOfAnyTextWork) {
+TEST_F(EndToEnd, RoomsOfAnyTextWork) {
   for (const char* room :
        {"room with blanks", "a/b?c=d#e%41", "R\xC3\xA4ume \xE2\x82\xAC", "..", "100%s%n"}) {
     SCOPED_TRACE(room);
@@ -80,7 +80,7 @@ TEST_F(Road, RoomsOfAnyTextWork) {
   }
 }
 
-TEST_F(Road, TargetWithNameOf255BytesWorks) {
+TEST_F(EndToEnd, TargetWithNameOf255BytesWorks) {
   const std::string name(255, 'n');
   scratch.Make("plain", "bytes");
   ASSERT_TRUE(Encrypt("plain", name)) << lastError;
@@ -89,7 +89,7 @@ TEST_F(Road, TargetWithNameOf255BytesWorks) {
   EXPECT_EQ(scratch.Read("opened"), "bytes");
 }
 
-TEST_F(Road, OneFileMayBeSourceAndTarget) {
+TEST_F(EndToEnd, OneFileMayBeSourceAndTarget) {
   scratch.Make("file", "bytes");
   ASSERT_TRUE(Encrypt("file", "file")) << lastError;
   EXPECT_NE(scratch.Read("file"), "bytes");
@@ -98,7 +98,7 @@ TEST_F(Road, OneFileMayBeSourceAndTarget) {
   EXPECT_EQ(scratch.Read("file"), "bytes");
 }
 
-TEST_F(Road, TargetThatExistsIsReplacedAsAWhole) {
+TEST_F(EndToEnd, TargetThatExistsIsReplacedAsAWhole) {
   scratch.Make("secret", std::string(100000, 'x'));
   scratch.Make("opened", std::string(100000, 'x'));
   Protect("short");
@@ -106,7 +106,7 @@ TEST_F(Road, TargetThatExistsIsReplacedAsAWhole) {
   ExpectComesBack("short");
 }
 
-TEST_F(Road, PlainRoomKeyOpensWithoutAskingAKeyServer) {
+TEST_F(EndToEnd, PlainRoomKeyOpensWithoutAskingAKeyServer) {
   Protect("bytes");
   ASSERT_TRUE(stand.SetRoomOptions(kRoom, RoomOptions{.plainKey = true}));
   stand.ClearEvents();
@@ -114,7 +114,7 @@ TEST_F(Road, PlainRoomKeyOpensWithoutAskingAKeyServer) {
   EXPECT_THAT(GetOperations(), ::testing::ElementsAre("key"));
 }
 
-TEST_F(Road, CertificateFlagMakesEveryCommandProbe) {
+TEST_F(EndToEnd, CertificateFlagMakesEveryCommandProbe) {
   Protect("bytes");
   ASSERT_TRUE(stand.SetRoomOptions(kRoom, RoomOptions{.certAuth = true}));
   stand.ClearEvents();
@@ -123,14 +123,14 @@ TEST_F(Road, CertificateFlagMakesEveryCommandProbe) {
   EXPECT_EQ(CountRequests("status"), 3U);
 }
 
-TEST_F(Road, KnownServerIsProbedOncePerClient) {
+TEST_F(EndToEnd, KnownServerIsProbedOncePerClient) {
   Protect("bytes");
   stand.ClearEvents();
   ExpectComesBack("bytes");
   EXPECT_EQ(CountRequests("status"), 1U);
 }
 
-class UnprovableKey : public RoadTest,
+class UnprovableKey : public EndToEndTest,
                       public ::testing::WithParamInterface<std::pair<RoomCertificate, const char*>> {};
 
 // A room key that cannot be proven is replaced, and the reason stays recorded beside the success.
@@ -151,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(
                       std::pair(RoomCertificate::WrongIssuer,
                                 "Could not verify room key: Unexpected issuer")));
 
-TEST_F(Road, RefusalSetsTheKeyErrorFlagAndNothingIsWritten) {
+TEST_F(EndToEnd, RefusalSetsTheKeyErrorFlagAndNothingIsWritten) {
   ASSERT_TRUE(stand.SetRoomOptions(kRoom, RoomOptions{.locked = true}));
   scratch.Make("plain", "bytes");
   EXPECT_FALSE(Encrypt("plain", "secret"));
@@ -160,20 +160,20 @@ TEST_F(Road, RefusalSetsTheKeyErrorFlagAndNothingIsWritten) {
   EXPECT_FALSE(scratch.Exists("secret"));
 }
 
-TEST_F(Road, UnknownRoomIsToldWithoutTheKeyErrorFlag) {
+TEST_F(EndToEnd, UnknownRoomIsToldWithoutTheKeyErrorFlag) {
   scratch.Make("plain", "bytes");
   EXPECT_FALSE(Encrypt("plain", "secret", "nobody's"));
   EXPECT_FALSE(keyErrorFlag);
   EXPECT_THAT(lastError, HasSubstr("Could not get room key: "));
 }
 
-TEST_F(Road, FileSignedWithAnEarlierIntegrityKeyStaysProven) {
+TEST_F(EndToEnd, FileSignedWithAnEarlierIntegrityKeyStaysProven) {
   Protect("bytes");
   ASSERT_TRUE(stand.RenewIntegrityKey());
   ExpectComesBack("bytes");
 }
 
-TEST_F(Road, FileOfAnEarlierRoomKeyStillOpens) {
+TEST_F(EndToEnd, FileOfAnEarlierRoomKeyStillOpens) {
   Protect("bytes");
   ASSERT_TRUE(stand.SetRoomCertificate(kRoom, RoomCertificate::Foreign));
   scratch.Make("other", "other");
@@ -181,7 +181,7 @@ TEST_F(Road, FileOfAnEarlierRoomKeyStillOpens) {
   ExpectComesBack("bytes");
 }
 
-TEST_F(Road, ManyClientsShareOneTransport) {
+TEST_F(EndToEnd, ManyClientsShareOneTransport) {
   Protect("bytes");
   constexpr int kThreads = 4;
   constexpr int kRounds = 3;

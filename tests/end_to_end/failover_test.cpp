@@ -2,7 +2,7 @@
 #include "tests/support/test_peer.h"
 
 using CryptStand::Fault;
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using CryptStand::kCryptService;
 using OruKalvix::CryptClientTestPeer;
 using ::testing::HasSubstr;
@@ -11,22 +11,22 @@ using ::testing::StartsWith;
 namespace TestSupport {
 namespace {
 
-class Failover : public RoadTest {};
+class Failover : public EndToEndTest {};
 
 TEST_F(Failover, AnyTwoServersMayBeDown) {
   for (int alive = 0; alive < 3; ++alive) {
     SCOPED_TRACE(alive);
     for (int server = 0; server < 3; ++server) {
       ASSERT_TRUE(stand.ClearFaults(server));
-      if (server != alive) SetFault(server, {.kind = FaultKind::Down});
+      if (server != alive) SetFault(server, {.type = FaultType::Down});
     }
     Protect("bytes");
     ExpectComesBack("bytes");
   }
 }
 
-TEST_F(Failover, AllServersDownTellsThatTheLastCouldNotBeReached) {
-  SetFaults({.kind = FaultKind::Down});
+TEST_F(Failover, AllServersDownReportsThatTheLastCouldNotBeReached) {
+  SetFaults({.type = FaultType::Down});
   scratch.Make("plain", "bytes");
   EXPECT_FALSE(Encrypt("plain", "secret"));
   EXPECT_THAT(lastError, HasSubstr("Could not connect to key server: "));
@@ -39,7 +39,7 @@ TEST_F(Failover, ServerThatDiesBetweenTwoFilesOfOneClientIsLeft) {
   OruKalvix::CryptClient client(http.get(), Ansi(stand.GetServiceUrl()), "", kRoom);
   const OruGuiBase::File plain = scratch.Make("plain", "bytes");
   ASSERT_TRUE(client.Encrypt(plain, scratch.File("first"), keyErrorFlag)) << client.GetErrorMessage().View();
-  SetFault(0, {.kind = FaultKind::Down});
+  SetFault(0, {.type = FaultType::Down});
   stand.ClearEvents();
   ASSERT_TRUE(client.Encrypt(plain, scratch.File("secret"), keyErrorFlag)) << client.GetErrorMessage().View();
   EXPECT_THAT(Str(client.GetErrorMessage()), StartsWith("Could not connect to 127.0.0.1:"));
@@ -47,12 +47,12 @@ TEST_F(Failover, ServerThatDiesBetweenTwoFilesOfOneClientIsLeft) {
   ExpectComesBack("bytes");
 }
 
-TEST_F(Failover, SweepEndsWithTheLastServerWhenEachCutsItsAnswer) {
+TEST_F(Failover, SweepEndsWithTheLastServerWhenEachCutsItsResponse) {
   Protect("bytes");
   for (int server = 0; server < 3; ++server) {
-    SetFault(server, {.kind = FaultKind::Cut, .operation = "signRequest", .uses = 1});
+    SetFault(server, {.type = FaultType::Cut, .operation = "signRequest", .uses = 1});
   }
-  // Each server cuts one answer, and would give a good one to a fourth attempt, which does not exist.
+  // Each server cuts one response, and would give a good one to a fourth attempt, which does not exist.
   EXPECT_FALSE(Encrypt("plain", "secret2"));
   EXPECT_THAT(lastError, StartsWith("Could not sign file: Got no whole answer from 127.0.0.1:"));
   EXPECT_TRUE(Encrypt("plain", "secret2")) << lastError;
@@ -60,7 +60,7 @@ TEST_F(Failover, SweepEndsWithTheLastServerWhenEachCutsItsAnswer) {
 
 TEST_F(Failover, TokenThatCannotBeFetchedEndsTheCommandWithServersUntried) {
   Protect("bytes");
-  SetFault(kCryptService, {.kind = FaultKind::Status, .operation = "authztoken", .number = 503});
+  SetFault(kCryptService, {.type = FaultType::Status, .operation = "authztoken", .number = 503});
   stand.ClearEvents();
   EXPECT_FALSE(Encrypt("plain", "secret2"));
   EXPECT_EQ(lastError, "Could not get authorization token: HTTP 503");
@@ -69,7 +69,7 @@ TEST_F(Failover, TokenThatCannotBeFetchedEndsTheCommandWithServersUntried) {
 
 TEST_F(Failover, SlowServerIsLeftWhenTheProbeTakesTooLong) {
   stand.GetSettings().SetStatusTimeout("1");
-  SetFault(0, {.kind = FaultKind::Slow, .operation = "status", .uses = 1, .number = 1500});
+  SetFault(0, {.type = FaultType::Slow, .operation = "status", .uses = 1, .number = 1500});
   *CryptClientTestPeer::GetKeyServerBase() = 0;
   Protect("bytes");
   EXPECT_THAT(lastError, StartsWith("Could not connect to key server: "));
@@ -78,7 +78,7 @@ TEST_F(Failover, SlowServerIsLeftWhenTheProbeTakesTooLong) {
 
 TEST_F(Failover, ServiceThatIsGoneIsTold) {
   scratch.Make("plain", "bytes");
-  SetFault(kCryptService, {.kind = FaultKind::Down});
+  SetFault(kCryptService, {.type = FaultType::Down});
   EXPECT_FALSE(Encrypt("plain", "secret"));
   EXPECT_THAT(lastError, HasSubstr("Could not get room key: "));
   EXPECT_THAT(lastError, HasSubstr("127.0.0.1"));
@@ -91,7 +91,7 @@ struct Case {
   const char* message;
 };
 
-class KeyServerFault : public RoadTest, public ::testing::WithParamInterface<Case> {};
+class KeyServerFault : public EndToEndTest, public ::testing::WithParamInterface<Case> {};
 
 // A fault of the server where a client begins is passed over, and leaves its message beside the success.
 TEST_P(KeyServerFault, OfOneServerIsPassedOver) {
@@ -124,49 +124,49 @@ TEST_P(KeyServerFault, OfAllServersIsTold) {
 
 const Case kCases[] = {
     {"ProbeStatus",
-     {.kind = FaultKind::Status, .operation = "status", .number = 500},
+     {.type = FaultType::Status, .operation = "status", .number = 500},
      "Could not connect to key server: HTTP 500"},
     {"ProbeRedirect",
-     {.kind = FaultKind::Status, .operation = "status", .number = 302},
+     {.type = FaultType::Status, .operation = "status", .number = 302},
      "Could not connect to key server: HTTP 302"},
     {"ProbeWithoutDate",
-     {.kind = FaultKind::MissingDate, .operation = "status"},
+     {.type = FaultType::MissingDate, .operation = "status"},
      "Invalid key server time []"},
     {"ProbeWrongDate",
-     {.kind = FaultKind::WrongDate, .operation = "status", .text = "yesterday"},
+     {.type = FaultType::WrongDate, .operation = "status", .text = "yesterday"},
      "Invalid key server time [yesterday]"},
     {"ProbeCut",
-     {.kind = FaultKind::Cut, .operation = "status", .number = 1},
+     {.type = FaultType::Cut, .operation = "status", .number = 1},
      "Could not connect to key server: "},
     {"KeyNotFound",
-     {.kind = FaultKind::ErrorCode, .operation = "signRequest", .number = 607},
+     {.type = FaultType::ErrorCode, .operation = "signRequest", .number = 607},
      "Could not sign file: 607 Key Not Found"},
     {"UnknownCode",
-     {.kind = FaultKind::ErrorCode, .operation = "getKeyRequest", .number = 620},
+     {.type = FaultType::ErrorCode, .operation = "getKeyRequest", .number = 620},
      "620 Unknown Error"},
     {"BadBase64",
-     {.kind = FaultKind::BadBase64, .operation = "signRequest"},
+     {.type = FaultType::BadBase64, .operation = "signRequest"},
      "Could not sign file: Could not decode signedHashes"},
     {"NoSignature",
-     {.kind = FaultKind::EmptyMembers, .operation = "signRequest"},
+     {.type = FaultType::EmptyMembers, .operation = "signRequest"},
      "Could not sign file: Could not sign hash: Invalid signedHashes"},
     {"NoIntegrityKey",
-     {.kind = FaultKind::EmptyMembers, .operation = "getKeyRequest"},
+     {.type = FaultType::EmptyMembers, .operation = "getKeyRequest"},
      "Could not get integrity certificate: Invalid subId"},
     {"NoRoomKey",
-     {.kind = FaultKind::EmptyMembers, .operation = "generateWrappedKeyRequest"},
+     {.type = FaultType::EmptyMembers, .operation = "generateWrappedKeyRequest"},
      "Could not generate wrapped key: Invalid encodedX509Certificate"},
     {"NoContentKey",
-     {.kind = FaultKind::EmptyMembers, .operation = "decryptRequest"},
+     {.type = FaultType::EmptyMembers, .operation = "decryptRequest"},
      "Could not decrypt document key: Invalid plainData"},
     {"WrongType",
-     {.kind = FaultKind::WrongType, .operation = "decryptRequest", .text = "signResponse"},
+     {.type = FaultType::WrongType, .operation = "decryptRequest", .text = "signResponse"},
      "Unexpected response type signResponse"},
     {"BrokenJson",
-     {.kind = FaultKind::BrokenJson, .operation = "getKeyRequest"},
+     {.type = FaultType::BrokenJson, .operation = "getKeyRequest"},
      "Could not parse response: "},
-    {"EmptyBody", {.kind = FaultKind::EmptyBody, .operation = "decryptRequest"}, "Invalid payload"},
-    {"ListStatus", {.kind = FaultKind::Status, .operation = "certstore", .number = 404}, "HTTP 404"},
+    {"EmptyBody", {.type = FaultType::EmptyBody, .operation = "decryptRequest"}, "Invalid payload"},
+    {"ListStatus", {.type = FaultType::Status, .operation = "certstore", .number = 404}, "HTTP 404"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Rows, KeyServerFault, ::testing::ValuesIn(kCases),
@@ -175,7 +175,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, KeyServerFault, ::testing::ValuesIn(kCases),
 // Not passed over like the faults above: the exchange was good, and that the value is wrong shows after the
 // sweep.
 TEST_F(Failover, WrongSignatureFailsTheSigningAndPublishesNothing) {
-  SetFaults({.kind = FaultKind::BadSignature});
+  SetFaults({.type = FaultType::BadSignature});
   scratch.Make("plain", "bytes");
   EXPECT_FALSE(Encrypt("plain", "secret"));
   EXPECT_THAT(lastError, HasSubstr("Could not sign file: "));

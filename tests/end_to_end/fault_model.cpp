@@ -3,7 +3,7 @@
 #include <algorithm>
 
 using CryptStand::Fault;
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 
 namespace TestSupport {
 namespace {
@@ -32,7 +32,7 @@ constexpr Effect kNoContentKey = Refuses("Could not decrypt document key: Invali
 constexpr Effect kWrongSignature{Visit::Misleads, "The signature does not fit the signer's certificate",
                                  true};
 constexpr Effect kWrongContentKey{Visit::Misleads, "Could not set content key: ", false};
-constexpr Effect kEmptyLog{Visit::AnswersLess, "", true};
+constexpr Effect kEmptyLog{Visit::RespondsWithLess, "", true};
 
 FaultRow OnProbe(const char* name, Fault fault, Effect effect) {
   fault.operation = "status";
@@ -42,10 +42,10 @@ FaultRow OnAll(const char* name, const Fault& fault, Effect effect) {
   return {name, fault, false, {effect, effect, effect, effect}};
 }
 // The commands with answers in JSON, and the audit log.
-FaultRow OnAnswer(const char* name, const Fault& fault, Effect json, Effect log) {
+FaultRow OnResponse(const char* name, const Fault& fault, Effect json, Effect log) {
   return {name, fault, false, {json, json, json, log}};
 }
-// What only signing and decrypting have in their answers.
+// What only signing and decrypting have in their responses.
 FaultRow OnResults(const char* name, const Fault& fault, Effect sign, Effect decrypt) {
   return {name, fault, false, {sign, decrypt, kGood, kGood}};
 }
@@ -53,40 +53,40 @@ FaultRow OnResults(const char* name, const Fault& fault, Effect sign, Effect dec
 std::vector<FaultRow> MakeRows() {
   const std::string refusal = R"({"payload":{"type":"status"}})";
   return {
-      OnAll("Down", {.kind = FaultKind::Down}, UnreachableFrom("Could not connect to key server: ")),
-      OnAll("Slow", {.kind = FaultKind::Slow, .number = 1}, kGood),
-      OnAll("Status", {.kind = FaultKind::Status}, Refuses("HTTP 503")),
-      OnProbe("WrongDate", {.kind = FaultKind::WrongDate, .text = "yesterday"},
+      OnAll("Down", {.type = FaultType::Down}, UnreachableFrom("Could not connect to key server: ")),
+      OnAll("Slow", {.type = FaultType::Slow, .number = 1}, kGood),
+      OnAll("Status", {.type = FaultType::Status}, Refuses("HTTP 503")),
+      OnProbe("WrongDate", {.type = FaultType::WrongDate, .text = "yesterday"},
               Unreachable("Invalid key server time [yesterday]")),
-      OnProbe("MissingDate", {.kind = FaultKind::MissingDate}, Unreachable("Invalid key server time []")),
-      OnProbe("ProbeStatus", {.kind = FaultKind::Status, .number = 500},
+      OnProbe("MissingDate", {.type = FaultType::MissingDate}, Unreachable("Invalid key server time []")),
+      OnProbe("ProbeStatus", {.type = FaultType::Status, .number = 500},
               Unreachable("Could not connect to key server: HTTP 500")),
-      OnProbe("ProbeCut", {.kind = FaultKind::Cut},
+      OnProbe("ProbeCut", {.type = FaultType::Cut},
               UnreachableFrom("Could not connect to key server: Got no whole answer from ")),
-      OnAnswer("BrokenJson", {.kind = FaultKind::BrokenJson}, kBadJson, kJsonType),
-      OnAll("JsonArray", {.kind = FaultKind::JsonArray}, kNoPayload),
-      OnAll("JsonNumber", {.kind = FaultKind::JsonNumber}, kNoPayload),
-      OnAnswer("JsonDeep", {.kind = FaultKind::JsonDeep}, kBadJson, kJsonType),
-      OnAnswer("JsonNotUtf8", {.kind = FaultKind::JsonNotUtf8}, kBadJson, kJsonType),
-      OnAll("JsonHuge", {.kind = FaultKind::JsonHuge, .number = 100000}, kNoPayload),
-      OnAnswer("EmptyBody", {.kind = FaultKind::EmptyBody}, kNoPayload, kJsonType),
-      OnAll("Body", {.kind = FaultKind::Body, .text = refusal}, Refuses("0 Unknown Error")),
-      OnAnswer("WrongType", {.kind = FaultKind::WrongType},
-               Refuses("Unexpected response type unexpectedResponse"), kGood),
-      OnAll("ErrorCode", {.kind = FaultKind::ErrorCode, .number = 607}, Refuses("607 Key Not Found")),
-      OnResults("BadSignature", {.kind = FaultKind::BadSignature}, kWrongSignature, kGood),
-      OnResults("BadBase64", {.kind = FaultKind::BadBase64}, Refuses("Could not decode signedHashes"),
+      OnResponse("BrokenJson", {.type = FaultType::BrokenJson}, kBadJson, kJsonType),
+      OnAll("JsonArray", {.type = FaultType::JsonArray}, kNoPayload),
+      OnAll("JsonNumber", {.type = FaultType::JsonNumber}, kNoPayload),
+      OnResponse("JsonDeep", {.type = FaultType::JsonDeep}, kBadJson, kJsonType),
+      OnResponse("JsonNotUtf8", {.type = FaultType::JsonNotUtf8}, kBadJson, kJsonType),
+      OnAll("JsonHuge", {.type = FaultType::JsonHuge, .number = 100000}, kNoPayload),
+      OnResponse("EmptyBody", {.type = FaultType::EmptyBody}, kNoPayload, kJsonType),
+      OnAll("Body", {.type = FaultType::Body, .text = refusal}, Refuses("0 Unknown Error")),
+      OnResponse("WrongType", {.type = FaultType::WrongType},
+                 Refuses("Unexpected response type unexpectedResponse"), kGood),
+      OnAll("ErrorCode", {.type = FaultType::ErrorCode, .number = 607}, Refuses("607 Key Not Found")),
+      OnResults("BadSignature", {.type = FaultType::BadSignature}, kWrongSignature, kGood),
+      OnResults("BadBase64", {.type = FaultType::BadBase64}, Refuses("Could not decode signedHashes"),
                 kWrongContentKey),
-      OnResults("EmptyMembers", {.kind = FaultKind::EmptyMembers}, kNoSignature, kNoContentKey),
-      OnResults("OtherMembers", {.kind = FaultKind::OtherMembers}, kNoSignature, kNoContentKey),
-      OnAnswer("WrongContentType", {.kind = FaultKind::WrongContentType}, kGood,
-               Refuses("Unexpected content type text/html")),
-      OnAll("Cut", {.kind = FaultKind::Cut}, kCut),
-      OnAnswer("SecStatus", {.kind = FaultKind::SecStatus, .number = 612}, kGood,
-               Refuses("612 Auditlog Error")),
-      OnAnswer("JsonResponse", {.kind = FaultKind::JsonResponse},
-               Refuses("Unexpected response type getAuditLogResponse"), kJsonType),
-      OnAnswer("EmptyCsv", {.kind = FaultKind::EmptyCsv}, kNoPayload, kEmptyLog),
+      OnResults("EmptyMembers", {.type = FaultType::EmptyMembers}, kNoSignature, kNoContentKey),
+      OnResults("OtherMembers", {.type = FaultType::OtherMembers}, kNoSignature, kNoContentKey),
+      OnResponse("WrongContentType", {.type = FaultType::WrongContentType}, kGood,
+                 Refuses("Unexpected content type text/html")),
+      OnAll("Cut", {.type = FaultType::Cut}, kCut),
+      OnResponse("SecStatus", {.type = FaultType::SecStatus, .number = 612}, kGood,
+                 Refuses("612 Auditlog Error")),
+      OnResponse("JsonResponse", {.type = FaultType::JsonResponse},
+                 Refuses("Unexpected response type getAuditLogResponse"), kJsonType),
+      OnResponse("EmptyCsv", {.type = FaultType::EmptyCsv}, kNoPayload, kEmptyLog),
   };
 }
 
@@ -101,7 +101,7 @@ void Record(const Effect& effect, Outcome& outcome) {
   outcome.isWhole = effect.isWhole;
 }
 
-// One command: the first server that answers ends it.
+// One command: the first server that responds ends it.
 Outcome Sweep(Operation operation, const Servers& servers) {
   Outcome outcome;
   for (std::size_t server = 0; server < servers.size(); ++server) {
@@ -121,7 +121,7 @@ Outcome Walk(const Servers& servers) {
     const Effect& effect = EffectOf(Operation::AuditLog, servers[server]);
     if (effect.visit != Visit::Unreachable) outcome.visits.push_back(static_cast<int>(server));
     if (effect.visit == Visit::Answers) outcome.logs.push_back(static_cast<int>(server));
-    const bool isLog = effect.visit == Visit::Answers || effect.visit == Visit::AnswersLess;
+    const bool isLog = effect.visit == Visit::Answers || effect.visit == Visit::RespondsWithLess;
     if (!isLog) Record(effect, outcome);
     outcome.done = outcome.done || isLog;
   }
@@ -129,9 +129,9 @@ Outcome Walk(const Servers& servers) {
 }
 
 // Without any server that can be reached the room's key is not proven either, and a new one is asked for. The
-// crypt service's answer then begins the rotation anew at the server that was taken last, so the one before
-// that is the last of all. Otherwise the signature is what fails, and that is told within the failure of the
-// file.
+// crypt service's response then begins the rotation again at the server that was taken last, so the one
+// before that is the last of all. Otherwise the signature is what fails, and that is told within the failure
+// of the file.
 Outcome PredictSign(const Servers& servers) {
   Outcome outcome = Sweep(Operation::Sign, servers);
   if (outcome.done) return outcome;

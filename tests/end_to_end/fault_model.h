@@ -13,11 +13,11 @@ enum class Operation { Sign, Decrypt, ConfigGroup, AuditLog };
 
 /// What a fault makes of the visit to a key server.
 enum class Visit {
-  Answers,      ///< The command is answered as if nothing were wrong.
-  AnswersLess,  ///< An audit log without any line, which is a log all the same.
-  Misleads,     ///< The answer passes, and what the operation does with it fails.
-  Refuses,      ///< The command is sent, and its answer leads to the next server.
-  Unreachable,  ///< The probe fails; no token is fetched and no command is sent.
+  Answers,           ///< The command is answered as if nothing were wrong.
+  RespondsWithLess,  ///< An audit log without any line, which is a log all the same.
+  Misleads,          ///< The response passes, and what the operation does with it fails.
+  Refuses,           ///< The command is sent, and its response leads to the next server.
+  Unreachable,       ///< The probe fails; no token is fetched and no command is sent.
 };
 
 struct Effect {
@@ -42,7 +42,7 @@ struct FaultRow {
   CryptStand::Fault For(const char* command) const;
 };
 
-/// Each kind of fault, and those of the probe.
+/// Each type of fault, and those of the probe.
 const std::vector<FaultRow>& GetFaultRows();
 
 /// What an operation comes to.

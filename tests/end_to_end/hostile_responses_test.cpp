@@ -1,7 +1,7 @@
 #include "tests/end_to_end/end_to_end_fixture.h"
 
 using CryptStand::Fault;
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using CryptStand::kCryptService;
 using ::testing::Combine;
 using ::testing::HasSubstr;
@@ -10,34 +10,35 @@ using ::testing::ValuesIn;
 namespace TestSupport {
 namespace {
 
-/// An answer that no good server gives.
-struct Answer {
+/// A response that no good server gives.
+struct ResponseCase {
   const char* name;
   Fault fault;
 };
 
-const Answer kAnswers[] = {
-    {"Empty", {.kind = FaultKind::EmptyBody}},
-    {"Cut", {.kind = FaultKind::Cut}},
-    {"BrokenJson", {.kind = FaultKind::BrokenJson}},
-    {"Array", {.kind = FaultKind::JsonArray}},
-    {"Number", {.kind = FaultKind::JsonNumber}},
-    {"Deep", {.kind = FaultKind::JsonDeep}},
-    {"NotUtf8", {.kind = FaultKind::JsonNotUtf8}},
-    {"Huge", {.kind = FaultKind::JsonHuge}},
-    {"OtherKinds", {.kind = FaultKind::OtherMembers}},
-    {"EmptyMembers", {.kind = FaultKind::EmptyMembers}},
-    {"Created", {.kind = FaultKind::Status, .number = 201}},
-    {"NoContent", {.kind = FaultKind::Status, .number = 204}},
-    {"Redirect", {.kind = FaultKind::Status, .number = 307}},
-    {"ServerError", {.kind = FaultKind::Status, .number = 500}},
+const ResponseCase kResponses[] = {
+    {"Empty", {.type = FaultType::EmptyBody}},
+    {"Cut", {.type = FaultType::Cut}},
+    {"BrokenJson", {.type = FaultType::BrokenJson}},
+    {"Array", {.type = FaultType::JsonArray}},
+    {"Number", {.type = FaultType::JsonNumber}},
+    {"Deep", {.type = FaultType::JsonDeep}},
+    {"NotUtf8", {.type = FaultType::JsonNotUtf8}},
+    {"Huge", {.type = FaultType::JsonHuge}},
+    {"OtherKinds", {.type = FaultType::OtherMembers}},
+    {"EmptyMembers", {.type = FaultType::EmptyMembers}},
+    {"Created", {.type = FaultType::Status, .number = 201}},
+    {"NoContent", {.type = FaultType::Status, .number = 204}},
+    {"Redirect", {.type = FaultType::Status, .number = 307}},
+    {"ServerError", {.type = FaultType::Status, .number = 500}},
 };
 
 const char* const kServiceOperations[] = {"key", "certlist", "newkey", "authztoken"};
 const char* const kKeyServerOperations[] = {
     "generateWrappedKeyRequest", "getKeyRequest", "signRequest", "decryptRequest", "certstore", "truststore"};
 
-class HostileAnswer : public RoadTest, public ::testing::WithParamInterface<std::tuple<Answer, const char*>> {
+class HostileResponse : public EndToEndTest,
+                        public ::testing::WithParamInterface<std::tuple<ResponseCase, const char*>> {
  protected:
   Fault GetFault() const {
     Fault fault = std::get<0>(GetParam()).fault;
@@ -45,8 +46,8 @@ class HostileAnswer : public RoadTest, public ::testing::WithParamInterface<std:
     return fault;
   }
 
-  // Whatever the answer: either the road works in spite of it, with the right bytes, or there is a reason and
-  // nothing was delivered.
+  // Whatever the response: either the road works in spite of it, with the right bytes, or there is a reason
+  // and nothing was delivered.
   void ExpectGoodOrExplained() {
     scratch.Make("plain", "bytes");
     if (!Encrypt("plain", "secret")) {
@@ -65,11 +66,11 @@ class HostileAnswer : public RoadTest, public ::testing::WithParamInterface<std:
   }
 };
 
-std::string NameOf(const ::testing::TestParamInfo<std::tuple<Answer, const char*>>& info) {
+std::string NameOf(const ::testing::TestParamInfo<std::tuple<ResponseCase, const char*>>& info) {
   return std::string(std::get<0>(info.param).name) + "To_" + std::get<1>(info.param);
 }
 
-class HostileCryptService : public HostileAnswer {};
+class HostileCryptService : public HostileResponse {};
 
 // Whatever the crypt service answers, a file comes back right or there is a reason and nothing was delivered.
 TEST_P(HostileCryptService, IsExplainedAndLosesNothing) {
@@ -78,9 +79,9 @@ TEST_P(HostileCryptService, IsExplainedAndLosesNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Answers, HostileCryptService,
-                         Combine(ValuesIn(kAnswers), ValuesIn(kServiceOperations)), NameOf);
+                         Combine(ValuesIn(kResponses), ValuesIn(kServiceOperations)), NameOf);
 
-class HostileKeyServers : public HostileAnswer {};
+class HostileKeyServers : public HostileResponse {};
 
 // Whatever all key servers answer, a file comes back right or there is a reason and nothing was delivered.
 TEST_P(HostileKeyServers, AreExplainedAndLoseNothing) {
@@ -89,9 +90,9 @@ TEST_P(HostileKeyServers, AreExplainedAndLoseNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Answers, HostileKeyServers,
-                         Combine(ValuesIn(kAnswers), ValuesIn(kKeyServerOperations)), NameOf);
+                         Combine(ValuesIn(kResponses), ValuesIn(kKeyServerOperations)), NameOf);
 
-class HostileLists : public RoadTest {};
+class HostileLists : public EndToEndTest {};
 
 TEST_F(HostileLists, EmptyTrustListEndsBeforeTheSignatureIsLookedAt) {
   Protect("bytes");
@@ -119,7 +120,7 @@ struct ListCase {
   const char* error;
 };
 
-class IntegrityLists : public RoadTest, public ::testing::WithParamInterface<ListCase> {};
+class IntegrityLists : public EndToEndTest, public ::testing::WithParamInterface<ListCase> {};
 
 // What the crypt service lists decides on the proof of origin, never on the delivery.
 TEST_P(IntegrityLists, DecideOnTheProofAlone) {
@@ -135,7 +136,7 @@ TEST_P(IntegrityLists, DecideOnTheProofAlone) {
 
 INSTANTIATE_TEST_SUITE_P(Rows, IntegrityLists,
                          ::testing::Values(ListCase{CryptStand::IntegrityList::UpperCase, true, ""},
-                                           ListCase{CryptStand::IntegrityList::OtherKinds, true, ""},
+                                           ListCase{CryptStand::IntegrityList::OtherTypes, true, ""},
                                            ListCase{CryptStand::IntegrityList::Empty, false,
                                                     "Could not find a matching integrity certificate"},
                                            ListCase{CryptStand::IntegrityList::WithoutOurs, false,

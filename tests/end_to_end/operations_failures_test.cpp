@@ -1,7 +1,7 @@
 // Named operations against servers that fail, and with arguments that no server can take.
 #include "tests/end_to_end/operations_fixture.h"
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using CryptStand::kCryptService;
 using CryptStand::KeyPair;
 using ::testing::HasSubstr;
@@ -24,8 +24,8 @@ TEST_F(OperationFailover, AnyTwoServersMayFail) {
   for (int alive = 0; alive < 3; ++alive) {
     SCOPED_TRACE(alive);
     for (int server = 0; server < 3; ++server) ASSERT_TRUE(stand.ClearFaults(server));
-    SetFault((alive + 1) % 3, {.kind = FaultKind::Down});
-    SetFault((alive + 2) % 3, {.kind = FaultKind::ErrorCode, .operation = "importKeyRequest", .number = 606});
+    SetFault((alive + 1) % 3, {.type = FaultType::Down});
+    SetFault((alive + 2) % 3, {.type = FaultType::ErrorCode, .operation = "importKeyRequest", .number = 606});
     const std::string id = "seal " + std::to_string(alive);
     ASSERT_TRUE(Import(id, key.ToBase64())) << error;
     EXPECT_EQ(error, "") << "what failed on the way does not come with a success";
@@ -35,8 +35,8 @@ TEST_F(OperationFailover, AnyTwoServersMayFail) {
 }
 
 TEST_F(OperationFailover, ASuccessReachesOneServerAlone) {
-  SetFault(1, {.kind = FaultKind::Status, .operation = "importKeyRequest", .number = 500});
-  SetFault(2, {.kind = FaultKind::WrongType, .operation = "importKeyRequest"});
+  SetFault(1, {.type = FaultType::Status, .operation = "importKeyRequest", .number = 500});
+  SetFault(2, {.type = FaultType::WrongType, .operation = "importKeyRequest"});
   ASSERT_TRUE(Import("seal", key.ToBase64())) << error;
   std::size_t good = 0;
   for (const CryptStand::Event& event : stand.GetEvents()) {
@@ -46,7 +46,7 @@ TEST_F(OperationFailover, ASuccessReachesOneServerAlone) {
 }
 
 TEST_F(OperationFailover, TheLastServersReasonIsTold) {
-  SetFaults({.kind = FaultKind::ErrorCode, .operation = "importKeyRequest", .number = 618});
+  SetFaults({.type = FaultType::ErrorCode, .operation = "importKeyRequest", .number = 618});
   EXPECT_FALSE(Import("seal", key.ToBase64()));
   EXPECT_EQ(error, "618 Read-only State");
   EXPECT_EQ(static_cast<std::uint32_t>(status), 0x80004005U);
@@ -55,7 +55,7 @@ TEST_F(OperationFailover, TheLastServersReasonIsTold) {
 }
 
 TEST_F(OperationFailover, ATokenThatCannotBeFetchedLeavesTheOtherServersUnasked) {
-  SetFault(kCryptService, {.kind = FaultKind::Status, .operation = "authztoken", .number = 503});
+  SetFault(kCryptService, {.type = FaultType::Status, .operation = "authztoken", .number = 503});
   EXPECT_FALSE(Import("seal", key.ToBase64()));
   EXPECT_EQ(error, "Could not get authorization token: HTTP 503");
   EXPECT_EQ(CountRequests("authztoken"), 1U);
@@ -80,7 +80,7 @@ class OperationArguments : public OperationsTest {
   }
 };
 
-TEST_F(OperationArguments, OfOtherKindsGoOutEmptyAndAreRefusedByTheServer) {
+TEST_F(OperationArguments, OfOtherTypesGoOutEmptyAndAreRefusedByTheServer) {
   const Row rows[] = {
       {"certificates of other kinds", "Encrypt", R"({"room":"demo","certificates":[1,{},null]})",
        "603 Invalid Certificate"},
@@ -116,7 +116,7 @@ TEST_F(OperationArguments, WithoutTheRoomOrGroupNoTokenIsHad) {
   EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
 }
 
-TEST_F(OperationArguments, AKeyThatCannotBeWrappedAnewFailsTheUpdate) {
+TEST_F(OperationArguments, AKeyThatCannotBeRewrappedFailsTheUpdate) {
   ASSERT_TRUE(Perform("Encrypt", {{"room", Text(kRoom)}})) << error;
   const std::string wrapped = Result("newkey");
   stand.ClearEvents();

@@ -11,7 +11,7 @@
 namespace TestSupport {
 
 /// Operations by their names, as an application that knows no class of ours performs them.
-class OperationsTest : public RoadTest {
+class OperationsTest : public EndToEndTest {
  protected:
   using Members = std::initializer_list<std::pair<const char*, OruGuiBase::Val>>;
   static constexpr const char* kGroup = "QOB.1.100.1";

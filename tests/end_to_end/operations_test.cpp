@@ -1,7 +1,7 @@
 // Each named operation over real HTTP, and what is different on the servers afterwards.
 #include "tests/end_to_end/operations_fixture.h"
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using CryptStand::KeyPair;
 using CryptStand::OpensFor;
 using CryptStand::Reader;
@@ -25,7 +25,7 @@ const KeyPair& SecondKey() {
   return key;
 }
 
-class ConfigGroupRoad : public OperationsTest {
+class ConfigGroupEndToEnd : public OperationsTest {
  protected:
   bool Config(const char* group) {
     return Perform("ConfigGroup", {{"group", Text(group)},
@@ -38,7 +38,7 @@ class ConfigGroupRoad : public OperationsTest {
   }
 };
 
-TEST_F(ConfigGroupRoad, LeavesTheGroupWithAllThatWasConfigured) {
+TEST_F(ConfigGroupEndToEnd, LeavesTheGroupWithAllThatWasConfigured) {
   ASSERT_TRUE(Config("new group")) << error;
   EXPECT_EQ(JsonText(result), "{}");
   const auto group = stand.GetGroup("new group");
@@ -50,28 +50,28 @@ TEST_F(ConfigGroupRoad, LeavesTheGroupWithAllThatWasConfigured) {
   EXPECT_THAT(group->crlUrls, ElementsAre("http://crl.example/a"));
 }
 
-TEST_F(ConfigGroupRoad, MakesAGroupWhoseRoomsProtectFiles) {
+TEST_F(ConfigGroupEndToEnd, MakesAGroupWhoseRoomsProtectFiles) {
   ASSERT_TRUE(Config("new")) << error;
   ASSERT_TRUE(stand.AddRoom("there", "new"));
   Protect("bytes", "there");
   ExpectComesBack("bytes", "there");
 }
 
-TEST_F(ConfigGroupRoad, ChangesAGroupThatIsThere) {
+TEST_F(ConfigGroupEndToEnd, ChangesAGroupThatIsThere) {
   ASSERT_TRUE(Config("new")) << error;
   ASSERT_TRUE(Perform("CryptConfigGroup", {{"group", Text("new")}, {"groupname", Text("other")}})) << error;
   EXPECT_EQ(stand.GetGroup("new")->name, "other");
   EXPECT_THAT(stand.GetGroup("new")->rootCertificates, IsEmpty());
 }
 
-class ReencryptRoad : public OperationsTest {
+class ReencryptEndToEnd : public OperationsTest {
  protected:
   bool ReencryptFor(const char* reader) {
     return Perform("Reencrypt", {{"group", Text(kGroup)}, {"enccert", Text(PEM(reader))}});
   }
 };
 
-TEST_F(ReencryptRoad, OpensTheGroupsKeysWithTheNewCertificateAndNotWithTheOldOneAlone) {
+TEST_F(ReencryptEndToEnd, OpensTheGroupsKeysWithTheNewCertificateAndNotWithTheOldOneAlone) {
   Protect("bytes");
   ASSERT_TRUE(ReencryptFor("old")) << error;
   EXPECT_EQ(JsonText(result), "{}");
@@ -81,22 +81,22 @@ TEST_F(ReencryptRoad, OpensTheGroupsKeysWithTheNewCertificateAndNotWithTheOldOne
   EXPECT_FALSE(OpensFor(KeptKey("data"), Reader("old")));
 }
 
-TEST_F(ReencryptRoad, LeavesFilesThatWereProtectedBeforeReadable) {
+TEST_F(ReencryptEndToEnd, LeavesFilesThatWereProtectedBeforeReadable) {
   Protect("bytes");
   ASSERT_TRUE(ReencryptFor("new")) << error;
   ExpectComesBack("bytes");
 }
 
-class KeyStoreRoad : public OperationsTest {};
+class KeyStoreEndToEnd : public OperationsTest {};
 
-TEST_F(KeyStoreRoad, AnImportedKeySigns) {
+TEST_F(KeyStoreEndToEnd, AnImportedKeySigns) {
   ASSERT_TRUE(Import("seal", FirstKey().ToPEM())) << error;
   EXPECT_EQ(JsonText(result), "{}");
   ASSERT_TRUE(Sign("seal", "1")) << error;
   EXPECT_TRUE(IsSignedBy(FirstKey()));
 }
 
-TEST_F(KeyStoreRoad, AnImportedKeyIsReadUnderItsPassword) {
+TEST_F(KeyStoreEndToEnd, AnImportedKeyIsReadUnderItsPassword) {
   const std::string key = FirstKey().ToEncryptedPEM("pass word");
   EXPECT_FALSE(Import("seal", key, "other"));
   EXPECT_EQ(error, "609 Auth Failed");
@@ -106,7 +106,7 @@ TEST_F(KeyStoreRoad, AnImportedKeyIsReadUnderItsPassword) {
   EXPECT_TRUE(IsSignedBy(FirstKey()));
 }
 
-TEST_F(KeyStoreRoad, AnImportedIntegrityKeySignsFilesFromThenOn) {
+TEST_F(KeyStoreEndToEnd, AnImportedIntegrityKeySignsFilesFromThenOn) {
   Protect("bytes");
   ASSERT_TRUE(Import("integrity", SecondKey().ToBase64())) << error;
   ExpectComesBack("bytes");
@@ -116,7 +116,7 @@ TEST_F(KeyStoreRoad, AnImportedIntegrityKeySignsFilesFromThenOn) {
   EXPECT_TRUE(IsSignedBy(SecondKey()));
 }
 
-TEST_F(KeyStoreRoad, ADeletedKeyIsGone) {
+TEST_F(KeyStoreEndToEnd, ADeletedKeyIsGone) {
   ASSERT_TRUE(Import("seal", FirstKey().ToBase64())) << error;
   ASSERT_TRUE(Import("seal", SecondKey().ToBase64())) << error;
   ASSERT_TRUE(Perform("DeleteKey", {{"group", Text(kGroup)}, {"key", Handle("seal", "1")}})) << error;
@@ -130,7 +130,7 @@ TEST_F(KeyStoreRoad, ADeletedKeyIsGone) {
   EXPECT_TRUE(IsSignedBy(SecondKey()));
 }
 
-TEST_F(KeyStoreRoad, AKeyMapWinsOverIdAndSubId) {
+TEST_F(KeyStoreEndToEnd, AKeyMapWinsOverIdAndSubId) {
   ASSERT_TRUE(Import("seal", FirstKey().ToBase64())) << error;
   ASSERT_TRUE(Import("other", SecondKey().ToBase64())) << error;
   const std::string hash = ToBase64(CryptStand::HashOf("what is signed", EVP_sha512()));
@@ -144,7 +144,7 @@ TEST_F(KeyStoreRoad, AKeyMapWinsOverIdAndSubId) {
   EXPECT_TRUE(IsSignedBy(SecondKey()));
 }
 
-class WrappedKeysRoad : public OperationsTest {
+class WrappedKeysEndToEnd : public OperationsTest {
  protected:
   // A key that a key server makes for a room and its readers.
   std::string MakeKey(const std::vector<std::string>& certificates) {
@@ -164,7 +164,7 @@ class WrappedKeysRoad : public OperationsTest {
   }
 };
 
-TEST_F(WrappedKeysRoad, AKeyThatIsMadeOpensForTheCertificatesThatWereNamed) {
+TEST_F(WrappedKeysEndToEnd, AKeyThatIsMadeOpensForTheCertificatesThatWereNamed) {
   const std::string wrapped = MakeKey({PEM("one"), PEM("two")});
   EXPECT_EQ(Result("room"), kRoom);
   EXPECT_EQ(Result("seqnr"), "1");
@@ -173,7 +173,7 @@ TEST_F(WrappedKeysRoad, AKeyThatIsMadeOpensForTheCertificatesThatWereNamed) {
   EXPECT_FALSE(OpensFor(wrapped, Reader("three")));
 }
 
-TEST_F(WrappedKeysRoad, ARewrappedKeyOpensForTheNewCertificates) {
+TEST_F(WrappedKeysEndToEnd, ARewrappedKeyOpensForTheNewCertificates) {
   const std::string first = MakeKey({PEM("one")});
   const std::string second = MakeKey({PEM("one")});
   ASSERT_TRUE(Perform("Update", {{"room", Text(kRoom)},
@@ -194,7 +194,7 @@ TEST_F(WrappedKeysRoad, ARewrappedKeyOpensForTheNewCertificates) {
   EXPECT_EQ(Export(secondAgain), Export(second));
 }
 
-TEST_F(WrappedKeysRoad, AnUpdateMakesANewKeyOnRequest) {
+TEST_F(WrappedKeysEndToEnd, AnUpdateMakesANewKeyOnRequest) {
   ASSERT_TRUE(Perform("Update", {{"room", Text(kRoom)},
                                  {"seqnr", Text("3")},
                                  {"certificates", Texts({PEM("two")})},
@@ -204,9 +204,9 @@ TEST_F(WrappedKeysRoad, AnUpdateMakesANewKeyOnRequest) {
   EXPECT_TRUE(OpensFor(Result("newkey"), Reader("two")));
 }
 
-TEST_F(WrappedKeysRoad, AnUpdateWhoseNewKeyCannotBeMadeStillRewraps) {
+TEST_F(WrappedKeysEndToEnd, AnUpdateWhoseNewKeyCannotBeMadeStillRewraps) {
   const std::string wrapped = MakeKey({PEM("one")});
-  SetFaults({.kind = FaultKind::ErrorCode, .operation = "generateWrappedKeyRequest", .number = 615});
+  SetFaults({.type = FaultType::ErrorCode, .operation = "generateWrappedKeyRequest", .number = 615});
   ASSERT_TRUE(Perform("Update", {{"room", Text(kRoom)},
                                  {"seqnr", Text("4")},
                                  {"certificates", Texts({PEM("two")})},
@@ -217,7 +217,7 @@ TEST_F(WrappedKeysRoad, AnUpdateWhoseNewKeyCannotBeMadeStillRewraps) {
   EXPECT_TRUE(OpensFor(ResultKey(0, "data"), Reader("two")));
 }
 
-TEST_F(WrappedKeysRoad, AnExportedKeyIsTheRoomsPrivateKey) {
+TEST_F(WrappedKeysEndToEnd, AnExportedKeyIsTheRoomsPrivateKey) {
   Protect("bytes");
   const KeyPair key = LoadBase64(Export(KeptKey("data")));
   ASSERT_FALSE(key.IsEmpty());
@@ -227,7 +227,7 @@ TEST_F(WrappedKeysRoad, AnExportedKeyIsTheRoomsPrivateKey) {
   EXPECT_EQ(key.Decrypt(certificate.GetPublicKey().Encrypt("content key")), "content key");
 }
 
-TEST_F(WrappedKeysRoad, EachExportedKeyCostsATokenOfItsOwn) {
+TEST_F(WrappedKeysEndToEnd, EachExportedKeyCostsATokenOfItsOwn) {
   const std::string wrapped = MakeKey({});
   stand.ClearEvents();
   ASSERT_TRUE(Perform("CryptDecrypt", {{"room", Text(kRoom)},

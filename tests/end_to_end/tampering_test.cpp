@@ -7,12 +7,12 @@ namespace {
 
 // The room hands out its plain key, so that each of many openings costs one exchange and no decision is left
 // to a key server.
-class Tampering : public RoadTest {
+class Tampering : public EndToEndTest {
  protected:
   static constexpr const char* kBytes = "bytes that nobody may change";
 
   void SetUp() override {
-    RoadTest::SetUp();
+    EndToEndTest::SetUp();
     Protect(kBytes);
     ASSERT_TRUE(stand.SetRoomOptions(kRoom, CryptStand::RoomOptions{.plainKey = true}));
     secret = scratch.Read("secret");

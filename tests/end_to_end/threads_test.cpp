@@ -8,7 +8,7 @@
 
 #include "tests/end_to_end/operations_fixture.h"
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using CryptStand::Reader;
 using OruGuiBase::AnsiStr;
 using OruGuiBase::File;
@@ -31,7 +31,7 @@ struct Outcome {
   std::string Text(const char* name) const { return Str(result.AsMap().Get(name).AsString()); }
 };
 
-class ThreadsRoad : public AuditLogTest {
+class ThreadsEndToEnd : public AuditLogTest {
  protected:
   void SetUp() override {
     AuditLogTest::SetUp();
@@ -102,17 +102,17 @@ class ThreadsRoad : public AuditLogTest {
     complaints.push_back(what);
   }
 
-  // Two threads for each kind of work, which begin together.
+  // Two threads for each type of work, which begin together.
   void WorkOnManyThreads() {
-    const std::function<void(int)> kinds[] = {
+    const std::function<void(int)> types[] = {
         [this](int number) { ProtectAndOpen(number); }, [this](int) { MakeRewrapAndExportKey(); },
         [this](int) { SignWithSeal(); }, [this](int number) { FetchLog(number); },
         [this](int number) { ConfigureGroup(number); }};
     std::vector<std::thread> threads;
-    std::atomic<int> waiting = 2 * static_cast<int>(std::size(kinds));
-    for (int number = 0; number < 2 * static_cast<int>(std::size(kinds)); ++number) {
-      threads.emplace_back([&kinds, &waiting, number] {
-        const auto& work = kinds[static_cast<std::size_t>(number) / 2];
+    std::atomic<int> waiting = 2 * static_cast<int>(std::size(types));
+    for (int number = 0; number < 2 * static_cast<int>(std::size(types)); ++number) {
+      threads.emplace_back([&types, &waiting, number] {
+        const auto& work = types[static_cast<std::size_t>(number) / 2];
         --waiting;
         while (waiting != 0) std::this_thread::yield();
         for (int round = 0; round < kRounds; ++round) work(number);
@@ -129,20 +129,20 @@ class ThreadsRoad : public AuditLogTest {
   std::vector<std::string> complaints;
 };
 
-TEST_F(ThreadsRoad, FilesAndOperationsOfManyThreadsSucceedOverOneTransport) {
+TEST_F(ThreadsEndToEnd, FilesAndOperationsOfManyThreadsSucceedOverOneTransport) {
   WorkOnManyThreads();
   EXPECT_THAT(complaints, IsEmpty());
 }
 
-TEST_F(ThreadsRoad, ManyThreadsGoOnWithTheOneKeyServerThatIsLeft) {
+TEST_F(ThreadsEndToEnd, ManyThreadsGoOnWithTheOneKeyServerThatIsLeft) {
   areServersLost = true;
-  SetFault(0, {.kind = FaultKind::Down});
-  SetFault(2, {.kind = FaultKind::Status, .number = 500});
+  SetFault(0, {.type = FaultType::Down});
+  SetFault(2, {.type = FaultType::Status, .number = 500});
   WorkOnManyThreads();
   EXPECT_THAT(complaints, IsEmpty());
 }
 
-TEST_F(ThreadsRoad, EachThreadReadsTheReasonOfItsOwnFailure) {
+TEST_F(ThreadsEndToEnd, EachThreadReadsTheReasonOfItsOwnFailure) {
   const std::vector<std::string> files = {"absent 0", "absent 1", "absent 2", "absent 3"};
   std::vector<std::string> reasons(files.size());
   std::vector<std::thread> threads;

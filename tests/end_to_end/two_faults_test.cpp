@@ -14,7 +14,7 @@
 #include "tests/support/text.h"
 #include "transport/curlhttp.h"
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using OruGuiBase::AnsiStr;
 using OruGuiBase::Val;
 using OruKalvix::CryptClient;
@@ -223,9 +223,9 @@ class TwoFaults : public ::testing::TestWithParam<std::tuple<Operation, int>> {
   }
   static const Placement& ChoosePlacement(std::size_t second) {
     const Placement* const placements[] = {&kFirstTwo, &kBoth, &kOuter, &kLastTwo};
-    const std::size_t kinds =
+    const std::size_t types =
         GetOperation() == Operation::AuditLog ? 4 : 2;  // A sweep need not get to the others.
-    return *placements[(GetRow() / 2 + second) % kinds];
+    return *placements[(GetRow() / 2 + second) % types];
   }
 
   static std::unique_ptr<CryptStand::Stand> stand;
@@ -240,7 +240,7 @@ CryptClientCurl::Ptr TwoFaults::http;
 std::string TwoFaults::secret;
 
 // Two faults on two key servers come to what the rules of the sweep say: success, message, visits and logs.
-TEST_P(TwoFaults, EndAsTheSweepTells) {
+TEST_P(TwoFaults, EndWithTheResultOfTheSweep) {
   const std::vector<FaultRow>& rows = GetFaultRows();
   for (std::size_t second = 0; second < rows.size(); ++second) {
     if (IsTried(second)) Try(ChoosePlacement(second), rows[second]);
@@ -259,10 +259,10 @@ INSTANTIATE_TEST_SUITE_P(Of, TwoFaults,
                                   GetFaultRows()[row].name;
                          });
 
-TEST(FaultModel, KnowsEachKindOfFaultThatTheStandHas) {
-  std::set<FaultKind> kinds;
-  for (const FaultRow& row : GetFaultRows()) kinds.insert(row.fault.kind);
-  EXPECT_EQ(kinds.size(), static_cast<std::size_t>(FaultKind::EmptyCsv) + 1);
+TEST(FaultModel, KnowsEachTypeOfFaultThatTheStandHas) {
+  std::set<FaultType> types;
+  for (const FaultRow& row : GetFaultRows()) types.insert(row.fault.type);
+  EXPECT_EQ(types.size(), static_cast<std::size_t>(FaultType::EmptyCsv) + 1);
 }
 
 }  // namespace

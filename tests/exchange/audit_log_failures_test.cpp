@@ -83,7 +83,7 @@ TEST_F(AuditLog, IsRemovedWhenItCannotBeWritten) {
 }
 
 // A target that cannot be opened again ends the audit log. A link in its place is not followed.
-TEST_F(AuditLog, IsRemovedWhenItCannotBeOpenedAnew) {
+TEST_F(AuditLog, IsRemovedWhenItCannotBeOpenedAgain) {
   http.Then(Alive()).Then(Token("t")).Then([this](const RecordedRequest&) {
     for (const std::string& name : scratch.GetTemporaryNames()) {
       if (!name.starts_with("Audit Log")) continue;
@@ -99,7 +99,7 @@ TEST_F(AuditLog, IsRemovedWhenItCannotBeOpenedAnew) {
   ExpectNothingGot();
 }
 
-/// A transport whose answers vanish from the disk before they are read.
+/// A transport whose responses vanish from the disk before they are read.
 class LosingHttp final : public ICryptClientHttp {
  public:
   explicit LosingHttp(TestSupport::ScriptedHttp& inner) : inner_(inner) {}
@@ -128,7 +128,7 @@ class LostAuditLog : public AuditLog {
 };
 
 // A temporary file that cannot be read ends the audit log; the target is removed.
-TEST_F(LostAuditLog, IsRemovedWhenAnAnswerCannotBeRead) {
+TEST_F(LostAuditLog, IsRemovedWhenAResponseCannotBeRead) {
   Attempt(Csv("h\na\n"));
   EXPECT_FALSE(losing.GetAuditLog("group 1", "its name", fileName));
   EXPECT_TRUE(std::regex_match(
@@ -139,8 +139,8 @@ TEST_F(LostAuditLog, IsRemovedWhenAnAnswerCannotBeRead) {
   ExpectNothingGot();
 }
 
-// An answer that cannot be looked into is refused for its content type.
-TEST_F(LostAuditLog, KeepsToTheContentTypeWhenTheAnswerCannotBeLookedInto) {
+// A response that cannot be looked into is refused for its content type.
+TEST_F(LostAuditLog, KeepsToTheContentTypeWhenTheResponseCannotBeLookedInto) {
   Attempt(Typed(ErrorCode(612), "application/json"));
   Attempt(Typed(ErrorCode(612), "application/json"));
   EXPECT_FALSE(losing.GetAuditLog("group 1", "its name", fileName));

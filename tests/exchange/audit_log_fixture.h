@@ -14,23 +14,23 @@ class AuditLog : public TestSupport::ClientTest {
 
   AuditLog() { UseServers({"https://one.example", "https://two.example", "https://three.example"}); }
 
-  static TestSupport::HttpAnswer Csv(std::string body, TestSupport::Headers more = {}) {
-    TestSupport::HttpAnswer answer = TestSupport::Json(std::move(body));
-    answer.headers = {{"Content-Type", "text/csv"}};
-    answer.headers.insert(answer.headers.end(), more.begin(), more.end());
-    return answer;
+  static TestSupport::CannedResponse Csv(std::string body, TestSupport::Headers more = {}) {
+    TestSupport::CannedResponse response = TestSupport::Json(std::move(body));
+    response.headers = {{"Content-Type", "text/csv"}};
+    response.headers.insert(response.headers.end(), more.begin(), more.end());
+    return response;
   }
-  static TestSupport::HttpAnswer Typed(TestSupport::HttpAnswer answer, std::string contentType) {
-    answer.headers = {{"Content-Type", std::move(contentType)}};
-    return answer;
+  static TestSupport::CannedResponse Typed(TestSupport::CannedResponse response, std::string contentType) {
+    response.headers = {{"Content-Type", std::move(contentType)}};
+    return response;
   }
-  /// The next server meets this answer.
-  void Attempt(const TestSupport::HttpAnswer& answer) {
-    http.Then(TestSupport::Alive()).Then(TestSupport::Token("t")).Then(answer);
+  /// The next server meets this response.
+  void Attempt(const TestSupport::CannedResponse& response) {
+    http.Then(TestSupport::Alive()).Then(TestSupport::Token("t")).Then(response);
   }
-  void AttemptAt(std::initializer_list<std::string_view> urls, const TestSupport::HttpAnswer& answer) {
+  void AttemptAt(std::initializer_list<std::string_view> urls, const TestSupport::CannedResponse& response) {
     UseServers(urls);
-    Attempt(answer);
+    Attempt(response);
   }
   bool Get(const OruGuiBase::AnsiStr& name = "its name") {
     return client.GetAuditLog("group 1", name, fileName);

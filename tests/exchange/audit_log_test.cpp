@@ -11,10 +11,10 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
 using TestSupport::Alive;
+using TestSupport::CannedResponse;
 using TestSupport::Envelope;
 using TestSupport::ErrorCode;
 using TestSupport::HeaderOf;
-using TestSupport::HttpAnswer;
 using TestSupport::Json;
 using TestSupport::NoExchange;
 using TestSupport::Payload;
@@ -132,7 +132,7 @@ TEST_F(AuditLog, IsForItsOwnerAlone) {
   TakeLog();
 }
 
-// Each answer goes through a temporary file named after the group, which is removed.
+// Each response goes through a temporary file named after the group, which is removed.
 TEST_F(AuditLog, GoesThroughATemporaryFileOfItsGroup) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get());
@@ -200,7 +200,7 @@ struct StatusRow {
 };
 
 // The status header of a refusal gives its code; a text that is no number counts as 0.
-TEST_F(AuditLog, TellsTheCodeOfTheStatusHeader) {
+TEST_F(AuditLog, ReportsTheCodeOfTheStatusHeader) {
   const StatusRow rows[] = {
       {"607", "607 Key Not Found"}, {"601", "601 Invalid Payload"}, {"620", "620 Unknown Error"},
       {"0", "0 Unknown Error"},     {"-5", "-5 Unknown Error"},     {"no number", "0 Unknown Error"},
@@ -232,8 +232,8 @@ TEST_F(AuditLog, TakesAnEmptyStatusHeaderForNone) {
   EXPECT_EQ(TakeLog(), "h\na\n");
 }
 
-// A good answer has no status header, which is reported and no more.
-TEST_F(AuditLog, ReportsTheStatusHeaderThatAGoodAnswerLacks) {
+// A good response has no status header, which is reported and no more.
+TEST_F(AuditLog, ReportsTheStatusHeaderThatAGoodResponseLacks) {
   const TestSupport::TraceRecorder traces;
   AttemptAt({kOne}, Csv("h\na\n"));
   ASSERT_TRUE(Get());
@@ -280,8 +280,8 @@ TEST_F(AuditLog, RefusesAnyOtherContentType) {
   }
 }
 
-// An answer without a content type is reported and refused.
-TEST_F(AuditLog, RefusesAnAnswerWithoutAContentType) {
+// A response without a content type is reported and refused.
+TEST_F(AuditLog, RefusesAResponseWithoutAContentType) {
   const TestSupport::TraceRecorder traces;
   AttemptAt({kOne}, Json("h\na\n"));
   EXPECT_FALSE(Get());
@@ -291,23 +291,23 @@ TEST_F(AuditLog, RefusesAnAnswerWithoutAContentType) {
 }
 
 // A refusal in JSON gives the text of its code.
-TEST_F(AuditLog, TellsTheCodeOfARefusalInJSON) {
+TEST_F(AuditLog, ReportsTheCodeOfARefusalInJSON) {
   AttemptAt({kOne}, Typed(ErrorCode(612), "application/json"));
   EXPECT_FALSE(Get());
   EXPECT_EQ(Error(), "612 Auditlog Error");
   ExpectNothingGot();
 }
 
-// An answer of the right JSON type is no log.
-TEST_F(AuditLog, DoesNotTakeAnAnswerOfItsOwnTypeInJSONForALog) {
+// A response of the right JSON type is no log.
+TEST_F(AuditLog, DoesNotTakeAResponseOfItsOwnTypeInJSONForALog) {
   AttemptAt({kOne}, Typed(Payload(R"({"type":"getAuditLogResponse"})"), "text/json"));
   EXPECT_FALSE(Get());
   EXPECT_EQ(Error(), "Unexpected content type text/json");
   ExpectNothingGot();
 }
 
-// The next server is asked after an answer in JSON.
-TEST_F(AuditLog, GoesOnBehindAnAnswerInJSON) {
+// The next server is asked after a response in JSON.
+TEST_F(AuditLog, GoesOnBehindAResponseInJSON) {
   Attempt(Typed(ErrorCode(612), "application/json"));
   Attempt(Csv("h\nb\n"));
   Attempt(Typed(Json("{"), "application/json"));
@@ -318,7 +318,7 @@ TEST_F(AuditLog, GoesOnBehindAnAnswerInJSON) {
 
 // A body of type CSV is taken as it is.
 TEST_F(AuditLog, DoesNotLookForAnErrorInACsvBody) {
-  HttpAnswer refusal = ErrorCode(612);
+  CannedResponse refusal = ErrorCode(612);
   AttemptAt({kOne}, Typed(refusal, "text/csv"));
   ASSERT_TRUE(Get());
   EXPECT_EQ(TakeLog(), refusal.body + "\n");

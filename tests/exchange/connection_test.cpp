@@ -17,8 +17,8 @@ using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 using TestSupport::Alive;
-using TestSupport::DateAnswer;
-using TestSupport::HttpAnswer;
+using TestSupport::CannedResponse;
+using TestSupport::DateResponse;
 using TestSupport::Json;
 using TestSupport::NoExchange;
 using TestSupport::RecordedRequest;
@@ -85,7 +85,7 @@ TEST_F(Connection, SparesAKnownServerTheProbe) {
 
 // Under authentication by certificate a known server is probed each time.
 TEST_F(Connection, ProbesAKnownServerEachTimeUnderCertAuth) {
-  http.Then(Alive()).Then(DateAnswer("Sun, 06 Nov 1994 09:00:00 GMT"));
+  http.Then(Alive()).Then(DateResponse("Sun, 06 Nov 1994 09:00:00 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
   peer.certAuth = true;
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -128,8 +128,8 @@ TEST_F(Connection, WrapsTheReasonOfAFailedProbe) {
   EXPECT_TRUE(peer.serverTimes.IsEmpty());
 }
 
-// An answer to a probe without a date is "Invalid key server time []".
-TEST_F(Connection, NeedsADateInTheAnswer) {
+// A response to a probe without a date is "Invalid key server time []".
+TEST_F(Connection, NeedsADateInTheResponse) {
   const TraceRecorder traces;
   http.Then(Json("alive"));
   EXPECT_FALSE(peer.KeyServerConnect());
@@ -142,13 +142,13 @@ TEST_F(Connection, NeedsADateInTheAnswer) {
 TEST_F(Connection, RefusesADateOfAnotherForm) {
   for (const char* date :
        {"1994-11-06T08:49:37Z", "Sunday, 06-Nov-94 08:49:37 GMT", "now", "Sun, 31 Feb 2021 00:00:00 GMT"}) {
-    http.Then(DateAnswer(date));
+    http.Then(DateResponse(date));
     EXPECT_FALSE(peer.KeyServerConnect()) << date;
     EXPECT_EQ(Error(), std::string("Invalid key server time [") + date + "]");
   }
 }
 
-// The clock starts anew with each answered probe, even when its date is bad.
+// The clock starts again with each answered probe, even when its date is bad.
 TEST_F(Connection, TakesTheTimeOfTheProbeBeforeItJudgesTheDate) {
   SetAge(500000);
   http.Then(Json(""));
@@ -157,7 +157,7 @@ TEST_F(Connection, TakesTheTimeOfTheProbeBeforeItJudgesTheDate) {
 }
 
 TEST_F(Connection, KeepsTheEarlierTimeWhenALaterProbeHasABadDate) {
-  http.Then(Alive()).Then(DateAnswer("broken"));
+  http.Then(Alive()).Then(DateResponse("broken"));
   ASSERT_TRUE(peer.KeyServerConnect());
   SetAge(500000);
   peer.certAuth = true;
@@ -167,9 +167,9 @@ TEST_F(Connection, KeepsTheEarlierTimeWhenALaterProbeHasABadDate) {
 }
 
 TEST_F(Connection, FindsTheDateHeaderInAnyCase) {
-  HttpAnswer answer = Json("");
-  answer.headers = {{"dATE", TestSupport::kDate}};
-  http.Then(answer);
+  CannedResponse response = Json("");
+  response.headers = {{"dATE", TestSupport::kDate}};
+  http.Then(response);
   EXPECT_TRUE(peer.KeyServerConnect());
 }
 
@@ -195,7 +195,7 @@ TEST_F(Connection, CountsTheServersTimeOnInWholeSeconds) {
 }
 
 TEST_F(Connection, CarriesTheSecondsThatHavePassed) {
-  http.Then(DateAnswer("Sat, 31 Dec 1994 23:59:00 GMT"));
+  http.Then(DateResponse("Sat, 31 Dec 1994 23:59:00 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
   SetAge(90500);
   datetime time;
@@ -232,7 +232,7 @@ TEST_F(Connection, HasNoTimeOfAServerThatItNeverProbed) {
 
 // A date past the last year that can be kept proves the server alive and leaves its time unset.
 TEST_F(Connection, HasNoTimeOfAServerWhoseYearCannotBeKept) {
-  http.Then(DateAnswer("Sun, 06 Nov 4096 08:49:37 GMT"));
+  http.Then(DateResponse("Sun, 06 Nov 4096 08:49:37 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
   ASSERT_TRUE(peer.KeyServerConnect());
   datetime time = kTime;
@@ -242,7 +242,7 @@ TEST_F(Connection, HasNoTimeOfAServerWhoseYearCannotBeKept) {
 
 // The seconds since the last probe count for every server, whichever was probed.
 TEST_F(Connection, CountsFromTheLastProbeOfWhicheverServer) {
-  http.Then(Alive()).Then(DateAnswer("Mon, 07 Nov 1994 00:00:00 GMT"));
+  http.Then(Alive()).Then(DateResponse("Mon, 07 Nov 1994 00:00:00 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
   SetAge(600000);
   CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);

@@ -28,15 +28,15 @@ constexpr KeyServerCommand kDeleteKey = Command(10);
 
 class Envelopes : public TestSupport::ClientTest {
  protected:
-  bool Check(const char* answer, KeyServerCommand command = kDeleteKey) {
-    return peer.KeyServerCheckResponse(Map(answer), command, payload);
+  bool Check(const char* response, KeyServerCommand command = kDeleteKey) {
+    return peer.KeyServerCheckResponse(Map(response), command, payload);
   }
 
   KVMap payload = Map(R"({"old":"1"})");
 };
 
-// Each of the eleven commands has its number and the names of its request and answer.
-TEST_F(Envelopes, NameEachCommandAndItsAnswer) {
+// Each of the eleven commands has its number and the names of its request and response.
+TEST_F(Envelopes, NameEachCommandAndItsResponse) {
   const char* const names[] = {"configGroup",      "reencrypt",        "getAuditLog", "generateWrappedKey",
                                "modifyWrappedKey", "exportWrappedKey", "decrypt",     "sign",
                                "getKey",           "importKey",        "deleteKey"};
@@ -154,17 +154,17 @@ TEST_F(Envelopes, ConsumeTheTokenThoughTheEnvelopeIsNoJSON) {
 }
 
 // An empty answer to a command is "Invalid payload".
-TEST_F(Envelopes, NeedAPayloadInTheAnswer) {
+TEST_F(Envelopes, NeedAPayloadInTheResponse) {
   UseKnownServer();
   http.Then(Json(""));
   EXPECT_FALSE(peer.KeyServerPost(KVMap(), kDeleteKey, payload));
   EXPECT_EQ(Error(), "Invalid payload");
 }
 
-// An answer whose payload is missing, empty or no object is "Invalid payload".
-TEST_F(Envelopes, RefuseAnAnswerWithoutAnObjectInPayload) {
+// A response whose payload is missing, empty or no object is "Invalid payload".
+TEST_F(Envelopes, RefuseAResponseWithoutAnObjectInPayload) {
   const struct {
-    const char* answer;
+    const char* response;
     bool reported;
     const char* reason;
   } rows[] = {
@@ -177,7 +177,7 @@ TEST_F(Envelopes, RefuseAnAnswerWithoutAnObjectInPayload) {
   };
   for (const auto& row : rows) {
     const TraceRecorder traces;
-    EXPECT_FALSE(Check(row.answer)) << row.reason;
+    EXPECT_FALSE(Check(row.response)) << row.reason;
     EXPECT_EQ(Error(), "Invalid payload") << row.reason;
     EXPECT_EQ(traces.GetInvalidTypes(),
               row.reported ? std::vector<std::uint32_t>{7U} : std::vector<std::uint32_t>{})
@@ -186,8 +186,8 @@ TEST_F(Envelopes, RefuseAnAnswerWithoutAnObjectInPayload) {
   }
 }
 
-// An answer of the command's own type succeeds and hands its payload out.
-TEST_F(Envelopes, AcceptTheAnswerOfTheirCommand) {
+// A response of the command's own type succeeds and hands its payload out.
+TEST_F(Envelopes, AcceptTheResponseOfTheirCommand) {
   const TraceRecorder traces;
   EXPECT_TRUE(Check(R"({"payload":{"type":"deleteKeyResponse","more":[1]}})"));
   EXPECT_EQ(JsonText(payload), R"({"type":"deleteKeyResponse","more":[1]})");
@@ -195,49 +195,49 @@ TEST_F(Envelopes, AcceptTheAnswerOfTheirCommand) {
   EXPECT_THAT(traces.GetInvalidTypes(), IsEmpty());
 }
 
-// What an answer holds beside its payload is ignored.
-TEST_F(Envelopes, IgnoreAllOfTheAnswerButItsPayload) {
+// What a response holds beside its payload is ignored.
+TEST_F(Envelopes, IgnoreAllOfTheResponseButItsPayload) {
   EXPECT_TRUE(Check(R"({"header":7,"error":"x","payload":{"type":"deleteKeyResponse"}})"));
 }
 
-// The answer of another command fails with "Unexpected response type %s".
-TEST_F(Envelopes, RefuseTheAnswerOfAnotherCommandAndLeaveItInThePayload) {
+// The response of another command fails with "Unexpected response type %s".
+TEST_F(Envelopes, RefuseTheResponseOfAnotherCommandAndLeaveItInThePayload) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"signResponse","signedHashes":["x"]}})"));
   EXPECT_EQ(Error(), "Unexpected response type signResponse");
   EXPECT_EQ(JsonText(payload), R"({"type":"signResponse","signedHashes":["x"]})");
 }
 
-// The type of an answer is compared with case.
-TEST_F(Envelopes, CompareTheTypeOfAnAnswerWithCase) {
+// The type of a response is compared with case.
+TEST_F(Envelopes, CompareTheTypeOfAResponseWithCase) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"DeleteKeyResponse"}})"));
   EXPECT_EQ(Error(), "Unexpected response type DeleteKeyResponse");
   EXPECT_FALSE(Check(R"({"payload":{"type":"Status","code":607}})"));
   EXPECT_EQ(Error(), "Unexpected response type Status");
 }
 
-// Per-cent signs in an answer's type are shown as they stand.
-TEST_F(Envelopes, ShowAPerCentSignOfTheAnswersTypeAsItStands) {
+// Per-cent signs in a response's type are shown as they stand.
+TEST_F(Envelopes, ShowAPerCentSignOfTheResponsesTypeAsItStands) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"%s%n"}})"));
   EXPECT_EQ(Error(), "Unexpected response type %s%n");
 }
 
 // The message about an unexpected type shows it up to a NUL byte.
-TEST_F(Envelopes, ShowTheAnswersTypeUpToANulByte) {
+TEST_F(Envelopes, ShowTheResponsesTypeUpToANulByte) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"some\u0000thing"}})"));
   EXPECT_EQ(Error(), "Unexpected response type some");
 }
 
 // A type that is missing or no text is reported and counts as the empty text.
 TEST_F(Envelopes, TakeATypeThatIsNoTextForTheEmptyText) {
-  for (const char* answer : {R"({"payload":{"x":1}})", R"({"payload":{"type":7}})"}) {
+  for (const char* response : {R"({"payload":{"x":1}})", R"({"payload":{"type":7}})"}) {
     const TraceRecorder traces;
-    EXPECT_FALSE(Check(answer)) << answer;
-    EXPECT_EQ(Error(), "Unexpected response type ") << answer;
-    EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U)) << answer;
+    EXPECT_FALSE(Check(response)) << response;
+    EXPECT_EQ(Error(), "Unexpected response type ") << response;
+    EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U)) << response;
   }
 }
 
-// A command value beyond the eleven takes the empty type alone for its answer.
+// A command value beyond the eleven takes the empty type alone for its response.
 TEST_F(Envelopes, MatchOnlyTheEmptyTypeForACommandThatDoesNotExist) {
   EXPECT_TRUE(Check(R"({"payload":{"type":""}})", Command(11)));
   EXPECT_FALSE(Check(R"({"payload":{"type":"x"}})", Command(11)));
@@ -274,8 +274,8 @@ TEST_F(Envelopes, RenderEachErrorCodeOfAServer) {
       {-1, "-1 Unknown Error"},
   };
   for (const auto& row : rows) {
-    const std::string answer = R"({"payload":{"type":"status","code":)" + std::to_string(row.code) + "}}";
-    EXPECT_FALSE(Check(answer.c_str())) << row.message;
+    const std::string response = R"({"payload":{"type":"status","code":)" + std::to_string(row.code) + "}}";
+    EXPECT_FALSE(Check(response.c_str())) << row.message;
     EXPECT_EQ(Error(), row.message);
   }
 }
@@ -298,18 +298,18 @@ TEST_F(Envelopes, RenderTheWholeRangeOfErrorCodes) {
 
 // A refusal whose code is missing or no integer is "0 Unknown Error".
 TEST_F(Envelopes, TakeAnErrorWithoutAnIntegerCodeForCodeZero) {
-  for (const char* answer :
+  for (const char* response :
        {R"({"payload":{"type":"status"}})", R"({"payload":{"type":"status","code":"607"}})",
         R"({"payload":{"type":"status","code":607.5}})"}) {
     const TraceRecorder traces;
-    EXPECT_FALSE(Check(answer)) << answer;
-    EXPECT_EQ(Error(), "0 Unknown Error") << answer;
-    EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(2U)) << answer;
+    EXPECT_FALSE(Check(response)) << response;
+    EXPECT_EQ(Error(), "0 Unknown Error") << response;
+    EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(2U)) << response;
   }
 }
 
-// An answer of type "status" is a failure whatever its code and members.
-TEST_F(Envelopes, TakeStatusForAnErrorWhateverElseTheAnswerHolds) {
+// A response of type "status" is a failure whatever its code and members.
+TEST_F(Envelopes, TakeStatusForAnErrorWhateverElseTheResponseHolds) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"status","code":200,"plainData":["x"]}})", kDecrypt));
   EXPECT_EQ(Error(), "200 Unknown Error");
 }

@@ -25,8 +25,10 @@ class GroupCommands : public TestSupport::ClientTest {
  protected:
   GroupCommands() { UseServers({"https://one.example", "https://two.example"}); }
 
-  /// The next attempt meets this answer.
-  void Attempt(const TestSupport::HttpAnswer& answer) { http.Then(Alive()).Then(Token("t")).Then(answer); }
+  /// The next attempt meets this response.
+  void Attempt(const TestSupport::CannedResponse& response) {
+    http.Then(Alive()).Then(Token("t")).Then(response);
+  }
   void AttemptAnsweredBy(const char* type) { Attempt(Payload(R"({"type":")" + std::string(type) + R"("})")); }
   bool Config(const Array<Val>& roots, const Array<Val>& issuers, const Array<Val>& urls) {
     return client.ConfigGroup("group 1", "its name", "owner", roots, issuers, urls);
@@ -52,7 +54,7 @@ TEST_F(GroupCommands, ConfigGroupSendsEmptyMembersToo) {
                      R"("authnRootCertificates":[],"authnIssuingCertificates":[],"authnCrlUrls":[]})"));
 }
 
-TEST_F(GroupCommands, ConfigGroupSendsElementsOfAnyKindUnchanged) {
+TEST_F(GroupCommands, ConfigGroupSendsElementsOfAnyTypeUnchanged) {
   AttemptAnsweredBy("configGroupResponse");
   const KVMap lists = Map(R"({"roots":[7,"r",null],"issuers":[{"a":[true]}],"urls":[[]]})");
   ASSERT_TRUE(
@@ -185,16 +187,16 @@ TEST_P(EachGroupCommand, StopsAtOnceWithoutAToken) {
   EXPECT_EQ(http.GetRequestCount(), 2U);
 }
 
-// A group command needs the answer type of its own.
-TEST_P(EachGroupCommand, NeedsTheAnswerOfItsOwnType) {
+// A group command needs the response type of its own.
+TEST_P(EachGroupCommand, NeedsTheResponseOfItsOwnType) {
   AttemptAnsweredBy("getKeyResponse");
   AttemptAnsweredBy(GetParam().request);
   EXPECT_FALSE(Run());
   EXPECT_EQ(Error(), "Unexpected response type " + std::string(GetParam().request));
 }
 
-// A group command needs a payload in the answer.
-TEST_P(EachGroupCommand, NeedsAPayloadInTheAnswer) {
+// A group command needs a payload in the response.
+TEST_P(EachGroupCommand, NeedsAPayloadInTheResponse) {
   Attempt(Payload("{}"));
   Attempt(TestSupport::Json(""));
   EXPECT_FALSE(Run());

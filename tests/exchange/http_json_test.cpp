@@ -12,7 +12,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 using TestSupport::Ansi;
-using TestSupport::HttpAnswer;
+using TestSupport::CannedResponse;
 using TestSupport::Json;
 using TestSupport::JsonText;
 using TestSupport::Map;
@@ -37,7 +37,7 @@ TEST_F(HttpJSON, GetsAndParsesAnObject) {
 }
 
 // An empty answer to a GET goes to the parser, which refuses it.
-TEST_F(HttpJSON, LetsTheParserJudgeAnEmptyAnswerToAGet) {
+TEST_F(HttpJSON, LetsTheParserJudgeAnEmptyResponseToAGet) {
   http.Then(Json(""));
   EXPECT_FALSE(peer.HttpGetJSON(kUrl, KVMap(), object));
   EXPECT_THAT(Error(), StartsWith("Could not parse response: "));
@@ -51,7 +51,7 @@ TEST_F(HttpJSON, KeepsTheObjectWhenAGetFails) {
   EXPECT_EQ(JsonText(object), R"({"old":"content"})");
 }
 
-TEST_F(HttpJSON, PostsAnObjectAndParsesTheAnswer) {
+TEST_F(HttpJSON, PostsAnObjectAndParsesTheResponse) {
   http.Then(Json(R"({"answer":true})"));
   ASSERT_TRUE(peer.HttpPostJSON(kUrl, Map(R"({"b":"1","a":[1,2]})"), KVMap(), object));
   EXPECT_EQ(http.GetRequest(0).body, R"({"b":"1","a":[1,2]})");
@@ -59,7 +59,7 @@ TEST_F(HttpJSON, PostsAnObjectAndParsesTheAnswer) {
 }
 
 // An empty answer to a POST is an empty object and a success.
-TEST_F(HttpJSON, TakesAnEmptyAnswerToAPostForAnEmptyObject) {
+TEST_F(HttpJSON, TakesAnEmptyResponseToAPostForAnEmptyObject) {
   http.Then(Json(""));
   ASSERT_TRUE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));
   EXPECT_TRUE(object.IsEmpty());
@@ -95,27 +95,27 @@ TEST_F(HttpJSON, NamesTheReasonWhenAnObjectIsNoJSON) {
   EXPECT_EQ(Error(), "Could not convert object to JSON: A text is not valid UTF-8");
 }
 
-// An answer that is no JSON fails; the caller's object stays, the headers are the new ones.
-TEST_F(HttpJSON, RefusesAnAnswerThatIsNoJSONButKeepsItsHeaders) {
-  HttpAnswer answer = Json("<html>");
-  answer.headers = {{"Date", "today"}};
-  http.Then(answer);
+// A response that is no JSON fails; the caller's object stays, the headers are the new ones.
+TEST_F(HttpJSON, RefusesAResponseThatIsNoJSONButKeepsItsHeaders) {
+  CannedResponse response = Json("<html>");
+  response.headers = {{"Date", "today"}};
+  http.Then(response);
   EXPECT_FALSE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));
   EXPECT_THAT(Error(), StartsWith("Could not parse response: "));
   EXPECT_EQ(JsonText(object), R"({"old":"content"})");
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"date":"today"})");
 }
 
-// The message of a bad answer quotes nothing of it, so no per-cent sign is formatted.
-TEST_F(HttpJSON, LetsNoServerTextIntoTheMessageOfABadAnswer) {
+// The message of a bad response quotes nothing of it, so no per-cent sign is formatted.
+TEST_F(HttpJSON, LetsNoServerTextIntoTheMessageOfABadResponse) {
   http.Then(Json("%s%n%s%n"));
   EXPECT_FALSE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));
   EXPECT_THAT(Error(), StartsWith("Could not parse response: "));
   EXPECT_EQ(Error().find('%'), std::string::npos);
 }
 
-// An answer that goes to a file is not parsed.
-TEST_F(HttpJSON, LeavesAnAnswerThatGoesToAFileUnparsed) {
+// A response that goes to a file is not parsed.
+TEST_F(HttpJSON, LeavesAResponseThatGoesToAFileUnparsed) {
   const ScratchDirectory scratch;
   const std::string path = scratch.Path("answer").string();
   http.Then(Json("no,json"));
@@ -133,8 +133,8 @@ TEST_F(HttpJSON, SendsNothingToAFileThatIsNoJSON) {
   EXPECT_EQ(http.GetRequestCount(), 0U);
 }
 
-// An answer that is JSON but no object is reported and counts as an empty one.
-TEST_F(HttpJSON, TakesAnAnswerOfAnotherKindForAnEmptyObject) {
+// A response that is JSON but no object is reported and counts as an empty one.
+TEST_F(HttpJSON, TakesAResponseOfAnotherTypeForAnEmptyObject) {
   for (const char* body : {"[1]", "7", "\"text\"", "true", "null"}) {
     const TraceRecorder traces;
     object = Map(R"({"old":"content"})");
@@ -153,8 +153,8 @@ TEST_F(HttpJSON, TracesARequestLineByLine) {
               ElementsAre(R"(CryptClient::HttpPost: request[00] = {"password":"secret"})"));
 }
 
-// Each line of an answer is traced with its number, unmasked, at level 2.
-TEST_F(HttpJSON, TracesAnAnswerLineByLine) {
+// Each line of a response is traced with its number, unmasked, at level 2.
+TEST_F(HttpJSON, TracesAResponseLineByLine) {
   const TraceRecorder traces;
   ASSERT_TRUE(peer.ParseResponseJSON("{\n\"a\":1\r\n}", object));
   EXPECT_THAT(traces.GetTexts(2), ElementsAre("CryptClient::ParseResponseJSON: response[00] = {",
@@ -163,7 +163,7 @@ TEST_F(HttpJSON, TracesAnAnswerLineByLine) {
   for (const auto& event : traces.GetEvents()) EXPECT_EQ(event.category, 4096U);
 }
 
-TEST_F(HttpJSON, TracesABadAnswerAfterItsError) {
+TEST_F(HttpJSON, TracesABadResponseAfterItsError) {
   const TraceRecorder traces;
   EXPECT_FALSE(peer.ParseResponseJSON("{\n?", object));
   const auto events = traces.GetEvents();
@@ -195,7 +195,7 @@ TEST_F(HttpJSON, CountsTheLinesOfEachTextFromZero) {
                                               "CryptClient::ParseResponseJSON: response[00] = {}"));
 }
 
-TEST_F(HttpJSON, TracesNothingForAnEmptyAnswer) {
+TEST_F(HttpJSON, TracesNothingForAnEmptyResponse) {
   const TraceRecorder traces;
   http.Then(Json(""));
   ASSERT_TRUE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));

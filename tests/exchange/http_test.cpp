@@ -14,8 +14,8 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using TestSupport::CannedResponse;
 using TestSupport::HeaderOf;
-using TestSupport::HttpAnswer;
 using TestSupport::Json;
 using TestSupport::JsonText;
 using TestSupport::Map;
@@ -63,7 +63,7 @@ TEST_F(Http, PassesEverythingOnUnchanged) {
 
 // An exception of the transport is a failed exchange and goes no further.
 TEST_F(Http, TransportThatThrowsIsAFailedExchange) {
-  http.Then([](const RecordedRequest&) -> HttpAnswer { throw std::runtime_error("not allowed"); });
+  http.Then([](const RecordedRequest&) -> CannedResponse { throw std::runtime_error("not allowed"); });
   HttpResponse response;
   EXPECT_FALSE(Request(response));
   EXPECT_EQ(Error(), "HTTP service failed");
@@ -117,9 +117,9 @@ TEST_F(Http, RecordsTheServicesTextWhenThereWasNoExchange) {
 }
 
 TEST_F(Http, TakesAPositiveResultForAnExchange) {
-  HttpAnswer answer = Json("x");
-  answer.result = 1;
-  http.Then(answer);
+  CannedResponse canned = Json("x");
+  canned.result = 1;
+  http.Then(canned);
   HttpResponse response;
   EXPECT_TRUE(Request(response));
 }
@@ -143,7 +143,8 @@ TEST_F(Http, CountsNothingButStatus200AsSuccess) {
   }
 }
 
-// Status 204 is the failure "HTTP 204" and no empty success, for a request that may have an empty answer too.
+// Status 204 is the failure "HTTP 204" and no empty success, for a request that may have an empty response
+// too.
 TEST_F(Http, TakesNoContentForAFailure) {
   http.Then(Status(204)).Then(Status(204));
   AnsiStr body("kept");
@@ -166,9 +167,9 @@ TEST_F(Http, TracesMethodAndUrlOfARequestWithABadStatus) {
 
 TEST_F(Http, KeepsTheHeadersOfTheLastGoodExchangeAfterABadStatus) {
   peer.responseHeaders = Map(R"({"old":"1"})");
-  HttpAnswer answer = Status(503);
-  answer.headers = {{"New", "2"}};
-  http.Then(answer);
+  CannedResponse canned = Status(503);
+  canned.headers = {{"New", "2"}};
+  http.Then(canned);
   HttpResponse response;
   EXPECT_FALSE(Request(response));
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"old":"1"})");
@@ -195,9 +196,9 @@ TEST_F(Http, TracesNoRequestLineForAFailedExchange) {
 // The headers of a good exchange replace the old ones, under lower-case names.
 TEST_F(Http, KeepsResponseHeadersUnderLowerCaseNames) {
   peer.responseHeaders = Map(R"({"old":"1"})");
-  HttpAnswer answer = Json("");
-  answer.headers = {{"Date", "D"}, {"X-SEC-Status", "601"}, {"plain", "Value"}};
-  http.Then(answer);
+  CannedResponse canned = Json("");
+  canned.headers = {{"Date", "D"}, {"X-SEC-Status", "601"}, {"plain", "Value"}};
+  http.Then(canned);
   HttpResponse response;
   ASSERT_TRUE(Request(response));
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"date":"D","x-sec-status":"601","plain":"Value"})");
@@ -205,9 +206,9 @@ TEST_F(Http, KeepsResponseHeadersUnderLowerCaseNames) {
 
 // Of two headers whose names differ in case alone the later one is kept.
 TEST_F(Http, LetsTheLaterOfTwoHeadersWinThatDifferInCase) {
-  HttpAnswer answer = Json("");
-  answer.headers = {{"DATE", "first"}, {"Other", "o"}, {"Date", "second"}};
-  http.Then(answer);
+  CannedResponse canned = Json("");
+  canned.headers = {{"DATE", "first"}, {"Other", "o"}, {"Date", "second"}};
+  http.Then(canned);
   HttpResponse response;
   ASSERT_TRUE(Request(response));
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"date":"second","other":"o"})");
@@ -216,9 +217,9 @@ TEST_F(Http, LetsTheLaterOfTwoHeadersWinThatDifferInCase) {
 // A response may have any number of headers.
 TEST_F(Http, TakesManyHeadersInTimeLinearInTheirNumber) {
   constexpr int kHeaders = 200'000;
-  HttpAnswer answer = Json("");
-  for (int i = 0; i < kHeaders; ++i) answer.headers.emplace_back("X-" + std::to_string(i), "value");
-  http.Then(answer);
+  CannedResponse canned = Json("");
+  for (int i = 0; i < kHeaders; ++i) canned.headers.emplace_back("X-" + std::to_string(i), "value");
+  http.Then(canned);
   const std::clock_t begin = std::clock();
   HttpResponse response;
   ASSERT_TRUE(Request(response));
@@ -227,9 +228,9 @@ TEST_F(Http, TakesManyHeadersInTimeLinearInTheirNumber) {
 }
 
 TEST_F(Http, LeavesTheNamesInTheResponseAsTheServerSentThem) {
-  HttpAnswer answer = Json("");
-  answer.headers = {{"DATE", "x"}};
-  http.Then(answer);
+  CannedResponse canned = Json("");
+  canned.headers = {{"DATE", "x"}};
+  http.Then(canned);
   HttpResponse response;
   ASSERT_TRUE(Request(response));
   EXPECT_EQ(JsonText(response.headers), R"({"DATE":"x"})");
@@ -281,9 +282,9 @@ TEST_F(Http, KeepsTheCallersTextWhenAGetWithTimeoutFails) {
 // A POST carries its body as "text/json".
 TEST_F(Http, PostsTheBodyAsTextJson) {
   http.Then(Json("answer"));
-  AnsiStr answer("old");
-  ASSERT_TRUE(peer.HttpPost(kUrl, "{}", Map(R"({"A":"b"})"), answer));
-  EXPECT_EQ(Str(answer), "answer");
+  AnsiStr canned("old");
+  ASSERT_TRUE(peer.HttpPost(kUrl, "{}", Map(R"({"A":"b"})"), canned));
+  EXPECT_EQ(Str(canned), "answer");
   const RecordedRequest request = http.GetRequest(0);
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.url, kUrl);
@@ -299,8 +300,8 @@ TEST_F(Http, PostsTheBodyAsTextJson) {
 TEST_F(Http, ReplacesAContentTypeWithoutTouchingTheCallersMap) {
   http.Then(Json(""));
   const KVMap headers = Map(R"({"Content-Type":"text/plain"})");
-  AnsiStr answer;
-  ASSERT_TRUE(peer.HttpPost(kUrl, "", headers, answer));
+  AnsiStr canned;
+  ASSERT_TRUE(peer.HttpPost(kUrl, "", headers, canned));
   EXPECT_EQ(HeaderOf(http.GetRequest(0), "Content-Type"), "text/json");
   EXPECT_EQ(http.GetRequest(0).headers.size(), 1U);
   EXPECT_EQ(JsonText(headers), R"({"Content-Type":"text/plain"})");
@@ -308,13 +309,13 @@ TEST_F(Http, ReplacesAContentTypeWithoutTouchingTheCallersMap) {
 
 TEST_F(Http, KeepsTheCallersTextWhenAPostFails) {
   http.Then(Status(500, "error page"));
-  AnsiStr answer("kept");
-  EXPECT_FALSE(peer.HttpPost(kUrl, "", KVMap(), answer));
-  EXPECT_EQ(Str(answer), "kept");
+  AnsiStr canned("kept");
+  EXPECT_FALSE(peer.HttpPost(kUrl, "", KVMap(), canned));
+  EXPECT_EQ(Str(canned), "kept");
   EXPECT_EQ(Error(), "HTTP 500");
 }
 
-// A POST may name a file that the transport stores the answer in.
+// A POST may name a file that the transport stores the response in.
 TEST_F(Http, PostsForABodyThatGoesToAFile) {
   const ScratchDirectory scratch;
   http.Then(Json("to disk"));

@@ -7,10 +7,10 @@ using OruGuiBase::Blob;
 using OruGuiBase::Val;
 using ::testing::ElementsAre;
 using TestSupport::Alive;
+using TestSupport::CannedResponse;
 using TestSupport::Envelope;
 using TestSupport::ErrorCode;
 using TestSupport::HeaderOf;
-using TestSupport::HttpAnswer;
 using TestSupport::Json;
 using TestSupport::NoExchange;
 using TestSupport::Payload;
@@ -18,12 +18,12 @@ using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::Token;
 
-// The command at hand is "signRequest": a short payload and a short answer.
+// The command at hand is "signRequest": a short payload and a short response.
 class Sweep : public TestSupport::ClientTest {
  protected:
   Sweep() { UseServers({"https://one.example", "https://two.example", "https://three.example"}); }
 
-  static HttpAnswer Signed(const char* base64 = "c2ln") {
+  static CannedResponse Signed(const char* base64 = "c2ln") {
     return Payload(std::string(R"({"type":"signResponse","signedHashes":[")") + base64 + R"("]})");
   }
   bool Run() { return peer.KeyServerSign(CryptClient::GetKeyHandle("k", "1"), "RSA", {}, signature); }
@@ -74,7 +74,7 @@ TEST_F(Sweep, StopsAtOnceWhenTokenCannotBeFetched) {
   EXPECT_EQ(peer.keyServerCursor.attempts, 1U);
 }
 
-// An answer without a usable token ends the command with servers still untried.
+// A response without a usable token ends the command with servers still untried.
 TEST_F(Sweep, StopsAtOnceWhenTheTokenIsEmpty) {
   http.Then(Alive()).Then(Token(""));
   EXPECT_FALSE(Run());
@@ -96,14 +96,14 @@ TEST_F(Sweep, GoesOnToTheNextServerWhenThePostFails) {
   EXPECT_EQ(Error(), "HTTP 500");
 }
 
-TEST_F(Sweep, GoesOnToTheNextServerWhenTheAnswerIsOfAnotherType) {
+TEST_F(Sweep, GoesOnToTheNextServerWhenTheResponseIsOfAnotherType) {
   http.Then(Alive()).Then(Token("t1")).Then(Payload(R"({"type":"decryptResponse"})"));
   http.Then(Alive()).Then(Token("t2")).Then(Signed());
   ASSERT_TRUE(Run());
   EXPECT_EQ(Error(), "Unexpected response type decryptResponse");
 }
 
-TEST_F(Sweep, GoesOnToTheNextServerWhenTheAnswerLacksAMember) {
+TEST_F(Sweep, GoesOnToTheNextServerWhenTheResponseLacksAMember) {
   http.Then(Alive()).Then(Token("t1")).Then(Payload(R"({"type":"signResponse"})"));
   http.Then(Alive()).Then(Token("t2")).Then(Signed());
   ASSERT_TRUE(Run());
@@ -142,7 +142,7 @@ TEST_F(Sweep, PostsTheSameEnvelopeToEachServer) {
 }
 
 // Each command begins where the last one began, and probes a dead server there again.
-TEST_F(Sweep, BeginsAnewForEachCommandAndProbesADeadServerAgain) {
+TEST_F(Sweep, StartsOverForEachCommandAndProbesADeadServerAgain) {
   http.Then(NoExchange("down")).Then(Alive()).Then(Token("t1")).Then(Signed());
   ASSERT_TRUE(Run());
   http.Then(NoExchange("still down")).Then(Token("t2")).Then(Signed());

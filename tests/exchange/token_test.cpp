@@ -158,8 +158,8 @@ TEST_F(Tokens, WrapTheReasonOfAFailedExchangeAndKeepTheOldToken) {
   EXPECT_EQ(Str(peer.authzToken), "old");
 }
 
-// An answer without a body holds no token: "Invalid authorization token".
-TEST_F(Tokens, AreInvalidWhenTheAnswerHasNoBody) {
+// A response without a body holds no token: "Invalid authorization token".
+TEST_F(Tokens, AreInvalidWhenTheResponseHasNoBody) {
   const TraceRecorder traces;
   http.Then(Json(""));
   EXPECT_FALSE(peer.FetchAuthzToken(kSign, "g", KVMap()));

@@ -12,10 +12,10 @@ using OruOssSec::Certificate;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using TestSupport::Alive;
+using TestSupport::CannedResponse;
 using TestSupport::Envelope;
 using TestSupport::ErrorCode;
 using TestSupport::HeaderOf;
-using TestSupport::HttpAnswer;
 using TestSupport::LoadCert;
 using TestSupport::LoadKey;
 using TestSupport::Payload;
@@ -31,8 +31,8 @@ class GeneratedKeys : public TestSupport::ClientTest {
  protected:
   GeneratedKeys() { UseServers({"https://one.example", "https://two.example"}); }
 
-  /// A key server's answer; a part that is not given is left out.
-  static HttpAnswer Answer(const std::string& certificate, const std::string& wrappedKey) {
+  /// A key server's response; a part that is not given is left out.
+  static CannedResponse KeyResponse(const std::string& certificate, const std::string& wrappedKey) {
     std::string payload = R"({"type":"generateWrappedKeyResponse")";
     if (!certificate.empty()) payload += R"(,"encodedX509Certificate":)" + Quoted(certificate);
     if (!wrappedKey.empty()) payload += R"(,"encodedWrappedKey":)" + Quoted(wrappedKey);
@@ -43,8 +43,8 @@ class GeneratedKeys : public TestSupport::ClientTest {
   bool Generate(const Array<Val>& certificates = Strings({"cert-a", "cert-b"})) {
     return peer.KeyServerGenerateWrappedKey("the room", certificates, roomKey);
   }
-  /// The next attempt meets this answer.
-  void Attempt(const HttpAnswer& answer) { http.Then(Alive()).Then(Token("t")).Then(answer); }
+  /// The next attempt meets this response.
+  void Attempt(const CannedResponse& response) { http.Then(Alive()).Then(Token("t")).Then(response); }
 
   RoomKey roomKey;
 };
@@ -52,7 +52,7 @@ class GeneratedKeys : public TestSupport::ClientTest {
 // A generated key fills room, data and certificate and leaves the private key empty.
 TEST_F(GeneratedKeys, FillRoomDataAndCertificate) {
   roomKey.key = LoadKey(Pki::Get().room.key);
-  Attempt(Answer(RoomCert(), "wrapped"));
+  Attempt(KeyResponse(RoomCert(), "wrapped"));
   ASSERT_TRUE(Generate());
   EXPECT_EQ(Str(roomKey.room), "the room");
   EXPECT_EQ(Str(roomKey.data), "wrapped");
@@ -62,7 +62,7 @@ TEST_F(GeneratedKeys, FillRoomDataAndCertificate) {
 
 // A key is asked for with the subject "CN=", the room, "-tr" and one entry for each certificate.
 TEST_F(GeneratedKeys, AreAskedForWithSubjectAndCertificates) {
-  Attempt(Answer(RoomCert(), "wrapped"));
+  Attempt(KeyResponse(RoomCert(), "wrapped"));
   ASSERT_TRUE(Generate());
   EXPECT_EQ(
       http.GetRequest(2).body,
@@ -73,7 +73,7 @@ TEST_F(GeneratedKeys, AreAskedForWithSubjectAndCertificates) {
 
 // A key is generated with a token for the given room.
 TEST_F(GeneratedKeys, NeedATokenForTheRoomThatIsGiven) {
-  Attempt(Answer(RoomCert(), "wrapped"));
+  Attempt(KeyResponse(RoomCert(), "wrapped"));
   ASSERT_TRUE(Generate());
   EXPECT_EQ(http.GetRequest(1).url, "https://crypt.example/api/crypt/authztoken/the%20room");
   EXPECT_EQ(http.GetRequest(1).body,
@@ -83,7 +83,7 @@ TEST_F(GeneratedKeys, NeedATokenForTheRoomThatIsGiven) {
 
 // A key is asked for with an empty list of certificates too.
 TEST_F(GeneratedKeys, AreAskedForWithAnEmptyListToo) {
-  Attempt(Answer(RoomCert(), "wrapped"));
+  Attempt(KeyResponse(RoomCert(), "wrapped"));
   ASSERT_TRUE(Generate(Array<Val>()));
   EXPECT_EQ(
       http.GetRequest(2).body,
@@ -96,7 +96,7 @@ TEST_F(GeneratedKeys, SendAnElementThatIsNoTextAsAnEmptyCertificate) {
   const TraceRecorder traces;
   Array<Val> certificates = Strings({"cert-a"});
   certificates.Append(Val(std::int64_t{7}));
-  Attempt(Answer(RoomCert(), "wrapped"));
+  Attempt(KeyResponse(RoomCert(), "wrapped"));
   ASSERT_TRUE(Generate(certificates));
   EXPECT_NE(http.GetRequest(2).body.find(R"({"type":"externalCertificate","encodedCertificate":""}]})"),
             std::string::npos);
@@ -104,7 +104,7 @@ TEST_F(GeneratedKeys, SendAnElementThatIsNoTextAsAnEmptyCertificate) {
 }
 
 // A certificate that is missing, empty or no text sends the command to the next server.
-TEST_F(GeneratedKeys, NeedACertificateInTheAnswer) {
+TEST_F(GeneratedKeys, NeedACertificateInTheResponse) {
   for (const char* certificate : {"", R"(,"encodedX509Certificate":7)", R"(,"encodedX509Certificate":"")"}) {
     UseServers({"https://one.example"});
     peer.serverTimes = {};
@@ -122,14 +122,14 @@ TEST_F(GeneratedKeys, NeedACertificateThatCanBeRead) {
     UseServers({"https://one.example"});
     peer.serverTimes = {};
     peer.SetError("");
-    Attempt(Answer(certificate, "wrapped"));
+    Attempt(KeyResponse(certificate, "wrapped"));
     EXPECT_FALSE(Generate()) << certificate;
     EXPECT_EQ(Error(), "Could not generate wrapped key: Could not decode encodedX509Certificate");
   }
 }
 
 // A wrapped key that is missing, empty or no text sends the command to the next server.
-TEST_F(GeneratedKeys, NeedAWrappedKeyInTheAnswer) {
+TEST_F(GeneratedKeys, NeedAWrappedKeyInTheResponse) {
   for (const char* key : {"", R"(,"encodedWrappedKey":["w"])", R"(,"encodedWrappedKey":"")"}) {
     UseServers({"https://one.example"});
     peer.serverTimes = {};
@@ -142,36 +142,36 @@ TEST_F(GeneratedKeys, NeedAWrappedKeyInTheAnswer) {
 }
 
 TEST_F(GeneratedKeys, ComeFromTheNextServerWhenTheFirstGivesNoCertificate) {
-  Attempt(Answer("", "first"));
-  Attempt(Answer(RoomCert(), "second"));
+  Attempt(KeyResponse("", "first"));
+  Attempt(KeyResponse(RoomCert(), "second"));
   ASSERT_TRUE(Generate());
   EXPECT_EQ(Str(roomKey.data), "second");
   EXPECT_EQ(Error(), "Could not generate wrapped key: Invalid encodedX509Certificate");
 }
 
 TEST_F(GeneratedKeys, ComeFromTheNextServerWhenTheFirstsCertificateCannotBeRead) {
-  Attempt(Answer("garbage", "first"));
-  Attempt(Answer(RoomCert(), "second"));
+  Attempt(KeyResponse("garbage", "first"));
+  Attempt(KeyResponse(RoomCert(), "second"));
   ASSERT_TRUE(Generate());
   EXPECT_EQ(Str(roomKey.data), "second");
   EXPECT_EQ(Error(), "Could not generate wrapped key: Could not decode encodedX509Certificate");
 }
 
-// Half an answer of a first server leaves nothing in the key of the second.
+// Half a response of a first server leaves nothing in the key of the second.
 TEST_F(GeneratedKeys, HoldTheSecondServersDataOnlyWhenTheFirstGaveHalf) {
-  Attempt(Answer(Pki::Get().integrity.certificate.ToBase64(), ""));
-  Attempt(Answer(RoomCert(), "second"));
+  Attempt(KeyResponse(Pki::Get().integrity.certificate.ToBase64(), ""));
+  Attempt(KeyResponse(RoomCert(), "second"));
   ASSERT_TRUE(Generate());
   EXPECT_EQ(Str(roomKey.data), "second");
   EXPECT_EQ(Certificate::Compare(roomKey.certificate, LoadCert(Pki::Get().room.certificate)), 0);
   EXPECT_EQ(Error(), "Could not generate wrapped key: Invalid encodedWrappedKey");
 }
 
-// Each answer of the right type resets the key before it is read.
+// Each response of the right type resets the key before it is read.
 TEST_F(GeneratedKeys, AreResetByEachGoodPost) {
   roomKey.data = "old";
   roomKey.certificate = LoadCert(Pki::Get().integrity.certificate);
-  Attempt(Answer("garbage", "first"));
+  Attempt(KeyResponse("garbage", "first"));
   Attempt(ErrorCode(615));
   EXPECT_FALSE(Generate());
   EXPECT_EQ(Str(roomKey.room), "the room");
@@ -208,7 +208,7 @@ TEST_F(GeneratedKeys, AreNotAskedForAnywhereElseWithoutAToken) {
 // The certificate of a generated key may come in PEM.
 TEST_F(GeneratedKeys, TakeACertificateInPEM) {
   const TraceRecorder traces;
-  Attempt(Answer(Pki::Get().room.certificate.ToPEM(), "wrapped"));
+  Attempt(KeyResponse(Pki::Get().room.certificate.ToPEM(), "wrapped"));
   EXPECT_TRUE(Generate());
   EXPECT_THAT(traces.GetInvalidTypes(), IsEmpty());
 }
@@ -216,7 +216,7 @@ TEST_F(GeneratedKeys, TakeACertificateInPEM) {
 // CreateKey hands the wrapped key out and nothing else.
 TEST_F(GeneratedKeys, AreHandedOutAsTheWrappedKeyAlone) {
   AnsiStr wrappedKey = "old";
-  Attempt(Answer(RoomCert(), "wrapped"));
+  Attempt(KeyResponse(RoomCert(), "wrapped"));
   ASSERT_TRUE(client.CreateKey("the room", {}, wrappedKey));
   EXPECT_EQ(Str(wrappedKey), "wrapped");
 }
@@ -224,7 +224,7 @@ TEST_F(GeneratedKeys, AreHandedOutAsTheWrappedKeyAlone) {
 // A failed CreateKey leaves the caller's text alone.
 TEST_F(GeneratedKeys, LeaveTheCallersKeyAloneWhenNoneCanBeMade) {
   AnsiStr wrappedKey = "old";
-  Attempt(Answer("garbage", "wrapped"));
+  Attempt(KeyResponse("garbage", "wrapped"));
   Attempt(ErrorCode(602));
   EXPECT_FALSE(client.CreateKey("the room", {}, wrappedKey));
   EXPECT_EQ(Str(wrappedKey), "old");
@@ -243,14 +243,14 @@ class KeyLists : public TestSupport::ClientTest {
     return client.UpdateKey("the room", Strings({"cert"}), List(keys), result);
   }
   bool Export(const char* keys) { return client.ExportKeys("the room", List(keys), result); }
-  static HttpAnswer Modified(const char* key) {
+  static CannedResponse Modified(const char* key) {
     return Payload(R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":)" + Quoted(key) + "}");
   }
-  static HttpAnswer Exported(const char* key) {
+  static CannedResponse Exported(const char* key) {
     return Payload(R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":)" + Quoted(key) + "}");
   }
-  void First(const HttpAnswer& answer) { http.Then(Alive()).Then(Token("t")).Then(answer); }
-  void Next(const HttpAnswer& answer) { http.Then(Token("t")).Then(answer); }
+  void First(const CannedResponse& response) { http.Then(Alive()).Then(Token("t")).Then(response); }
+  void Next(const CannedResponse& response) { http.Then(Token("t")).Then(response); }
   std::string Result() const { return TestSupport::JsonText(Val(result)); }
 
   Array<Val> result;
@@ -374,26 +374,26 @@ TEST_F(KeyLists, StopAtOnceWithoutAToken) {
 }
 
 // A rewrapped key that is missing, empty or no text sends the command to the next server.
-TEST_F(KeyLists, NeedAWrappedKeyInEachAnswer) {
-  for (const char* answer : {R"({"type":"modifyWrappedKeyResponse"})",
-                             R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":""})",
-                             R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":7})"}) {
-    http.Then(Alive()).Then(Token("t")).Then(Payload(answer));
+TEST_F(KeyLists, NeedAWrappedKeyInEachResponse) {
+  for (const char* response : {R"({"type":"modifyWrappedKeyResponse"})",
+                               R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":""})",
+                               R"({"type":"modifyWrappedKeyResponse","encodedWrappedKey":7})"}) {
+    http.Then(Alive()).Then(Token("t")).Then(Payload(response));
     peer.serverTimes = {};
-    EXPECT_FALSE(Update(R"([{"id":"1","data":"a"}])")) << answer;
+    EXPECT_FALSE(Update(R"([{"id":"1","data":"a"}])")) << response;
     EXPECT_EQ(Error(), "Could not modify wrapped key: Invalid encodedWrappedKey");
     EXPECT_TRUE(result.IsEmpty());
   }
 }
 
 // A private key that is missing, empty or no text sends the command to the next server.
-TEST_F(KeyLists, NeedAPrivateKeyInEachAnswer) {
-  for (const char* answer : {R"({"type":"exportWrappedKeyResponse"})",
-                             R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":""})",
-                             R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":["x"]})"}) {
-    http.Then(Alive()).Then(Token("t")).Then(Payload(answer));
+TEST_F(KeyLists, NeedAPrivateKeyInEachResponse) {
+  for (const char* response : {R"({"type":"exportWrappedKeyResponse"})",
+                               R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":""})",
+                               R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":["x"]})"}) {
+    http.Then(Alive()).Then(Token("t")).Then(Payload(response));
     peer.serverTimes = {};
-    EXPECT_FALSE(Export(R"([{"id":"1","data":"a"}])")) << answer;
+    EXPECT_FALSE(Export(R"([{"id":"1","data":"a"}])")) << response;
     EXPECT_EQ(Error(), "Could not decrypt room key: Invalid encodedPrivateKey");
     EXPECT_TRUE(result.IsEmpty());
   }

@@ -27,7 +27,7 @@ bool IsDocumentedAbort(const ChildEnd& end) {
   return end.signal == SIGABRT && end.err.starts_with("Could not allocate ");
 }
 
-class AllocationFaults : public FaultRoad {
+class AllocationFaults : public FaultScenario {
  protected:
   AllocationFaults() {
     // What OpenSSL makes once and keeps is made here.
@@ -69,7 +69,7 @@ class AllocationFaults : public FaultRoad {
     return outcome;
   }
   Verdict RunWithout(Asker asker, std::uint64_t number) {
-    // A failure can make OpenSSL keep something anew; it does so once, and a leak shows each time.
+    // A failure can make OpenSSL keep something again; it does so once, and a leak shows each time.
     if (asker == Asker::OpenSSL) FailOne(asker, number);
     Prepare();
     const Outcome outcome = FailOne(asker, number);
@@ -94,10 +94,11 @@ TEST_P(OpenSSLAllocationFaults, OneFailsCleanlyOrEndsTheProcessWithAReason) {
   FailEach(Asker::OpenSSL);
 }
 
-INSTANTIATE_TEST_SUITE_P(Roads, OpenSSLAllocationFaults, ::testing::Values(Road::Encrypt, Road::Decrypt),
+INSTANTIATE_TEST_SUITE_P(Operations, OpenSSLAllocationFaults,
+                         ::testing::Values(Operation::Encrypt, Operation::Decrypt),
                          [](const auto& instance) { return NameOf(instance.param); });
-INSTANTIATE_TEST_SUITE_P(Roads, AllocationFaults,
-                         ::testing::Values(Road::Encrypt, Road::Decrypt, Road::AuditLog),
+INSTANTIATE_TEST_SUITE_P(Operations, AllocationFaults,
+                         ::testing::Values(Operation::Encrypt, Operation::Decrypt, Operation::AuditLog),
                          [](const auto& instance) { return NameOf(instance.param); });
 
 }  // namespace

@@ -29,9 +29,9 @@ ChildEnd RunInChild(unsigned seconds, const std::function<int()>& work) {
     ::_exit(Protected(work));
   }
   ::close(ends[1]);
-  char piece[4096];
-  for (ssize_t got; (got = ::read(ends[0], piece, sizeof piece)) > 0;)
-    end.err.append(piece, static_cast<std::size_t>(got));
+  char chunk[4096];
+  for (ssize_t got; (got = ::read(ends[0], chunk, sizeof chunk)) > 0;)
+    end.err.append(chunk, static_cast<std::size_t>(got));
   ::close(ends[0]);
   int status = 0;
   if (child < 0 || ::waitpid(child, &status, 0) != child) return end;

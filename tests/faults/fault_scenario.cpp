@@ -23,11 +23,11 @@ std::string MakeContent() {
   return bytes;
 }
 
-TestSupport::HttpAnswer LogAnswer() {
-  TestSupport::HttpAnswer answer;
-  answer.headers = {{"Content-Type", "text/csv"}};
-  answer.body = kLog;
-  return answer;
+TestSupport::CannedResponse LogResponse() {
+  TestSupport::CannedResponse response;
+  response.headers = {{"Content-Type", "text/csv"}};
+  response.body = kLog;
+  return response;
 }
 
 }  // namespace
@@ -52,21 +52,21 @@ std::int32_t ShelteredHttp::SendRequest(const AnsiStr& method, const AnsiStr& ur
   return inner_.SendRequest(method, url, headers, body, options, response);
 }
 
-std::string NameOf(Road road) {
+std::string NameOf(Operation operation) {
   constexpr const char* kNames[] = {"Encrypt", "Decrypt", "DecryptPlain", "AuditLog"};
-  return kNames[static_cast<std::size_t>(road)];
+  return kNames[static_cast<std::size_t>(operation)];
 }
 
-FaultRoad::FaultRoad() : content(MakeContent()) {
-  script.Set("getAuditLogRequest", LogAnswer());
+FaultScenario::FaultScenario() : content(MakeContent()) {
+  script.Set("getAuditLogRequest", LogResponse());
   scratch.Make("plain", content);
-  const Outcome made = Run(Road::Encrypt);
+  const Outcome made = Run(Operation::Encrypt);
   EXPECT_TRUE(made.success) << made.error;
   protectedBytes = scratch.Read("target");
   plainEnvelope = TestSupport::MakeEnveloped(content, {TestSupport::Pki::Get().room.certificate});
 }
 
-void FaultRoad::Prepare() {
+void FaultScenario::Prepare() {
   std::filesystem::remove(scratch.Path("target"));
   scratch.Make("plain", content);
   scratch.Make("protected", protectedBytes);
@@ -75,23 +75,23 @@ void FaultRoad::Prepare() {
   RemoveTemporaryFiles();
 }
 
-void FaultRoad::RemoveTemporaryFiles() {
+void FaultScenario::RemoveTemporaryFiles() {
   for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::temp_directory_path()))
     std::filesystem::remove_all(entry.path());
 }
 
-Outcome FaultRoad::Run(Road road) {
+Outcome FaultScenario::Run(Operation operation) {
   Outcome outcome;
   CryptClient client(&http, TestSupport::kServiceUrl, "", "room 1");
   bool keyError = false;
   AnsiStr log;
-  if (road == Road::Encrypt) {
+  if (operation == Operation::Encrypt) {
     outcome.success = client.Encrypt(plain_, target_, keyError);
-  } else if (road == Road::AuditLog) {
+  } else if (operation == Operation::AuditLog) {
     client.SetKeyServer(servers_);
     outcome.success = client.GetAuditLog("group 1", "its name", log);
   } else {
-    outcome.success = client.Decrypt(road == Road::Decrypt ? protected_ : envelope_, target_,
+    outcome.success = client.Decrypt(operation == Operation::Decrypt ? protected_ : envelope_, target_,
                                      outcome.isSigned, outcome.isVerified);
   }
   const Unwatched unwatched;
@@ -100,11 +100,11 @@ Outcome FaultRoad::Run(Road road) {
   return outcome;
 }
 
-std::string FaultRoad::ReadIfThere(const std::string& name) const {
+std::string FaultScenario::ReadIfThere(const std::string& name) const {
   return scratch.Exists(name) ? scratch.Read(name) : "";
 }
 
-bool FaultRoad::IsProtectedFile(const std::string& bytes) {
+bool FaultScenario::IsProtectedFile(const std::string& bytes) {
   scratch.Make("check", bytes);
   bool isSigned = false;
   bool isVerified = false;
@@ -113,7 +113,7 @@ bool FaultRoad::IsProtectedFile(const std::string& bytes) {
          isVerified && scratch.Read("checked") == content;
 }
 
-bool FaultRoad::Opens(const std::string& bytes) {
+bool FaultScenario::Opens(const std::string& bytes) {
   scratch.Make("check", bytes);
   bool isSigned = false;
   bool isVerified = false;
@@ -121,18 +121,18 @@ bool FaultRoad::Opens(const std::string& bytes) {
   return client.Decrypt(scratch.File("check"), scratch.File("checked"), isSigned, isVerified);
 }
 
-bool FaultRoad::HasResult(Road road, const Outcome& outcome) {
+bool FaultScenario::HasResult(Operation operation, const Outcome& outcome) {
   const Unwatched unwatched;
-  switch (road) {
-    case Road::Encrypt:
+  switch (operation) {
+    case Operation::Encrypt:
       return IsProtectedFile(ReadIfThere("target"));
-    case Road::Decrypt:
+    case Operation::Decrypt:
       // A check of the signer that could not be made leaves the content unverified, with the reason told.
       return outcome.isSigned && (outcome.isVerified || !outcome.error.empty()) &&
              ReadIfThere("target") == content;
-    case Road::DecryptPlain:
+    case Operation::DecryptPlain:
       return !outcome.isSigned && !outcome.isVerified && ReadIfThere("target") == content;
-    case Road::AuditLog:
+    case Operation::AuditLog:
       break;
   }
   const std::string rows = std::string(kLog).substr(std::string(kLog).find('\n') + 1);
@@ -142,7 +142,7 @@ bool FaultRoad::HasResult(Road road, const Outcome& outcome) {
   return log == kLog + rows || (log == kLog && !outcome.error.empty());
 }
 
-bool FaultRoad::HasSources() const {
+bool FaultScenario::HasSources() const {
   return scratch.Read("plain") == content && scratch.Read("protected") == protectedBytes &&
          scratch.Read("envelope") == plainEnvelope;
 }

@@ -21,8 +21,8 @@ class ShelteredHttp final : public OruKalvix::ICryptClientHttp {
 };
 
 /// The operations that handle files.
-enum class Road { Encrypt, Decrypt, DecryptPlain, AuditLog };
-std::string NameOf(Road road);
+enum class Operation { Encrypt, Decrypt, DecryptPlain, AuditLog };
+std::string NameOf(Operation operation);
 
 /// What became of an operation.
 struct Outcome {
@@ -34,16 +34,16 @@ struct Outcome {
 };
 
 /// A road that works, a file of a few segments and the same file protected, to be met by faults.
-class FaultRoad : public ::testing::TestWithParam<Road> {
+class FaultScenario : public ::testing::TestWithParam<Operation> {
  protected:
-  FaultRoad();
+  FaultScenario();
 
   /// Puts what each run begins with: the sources, and no target.
   void Prepare();
   /// One operation with a client of its own. Its result lies in "target", or in the log that it names.
-  Outcome Run(Road road);
+  Outcome Run(Operation operation);
   /// Whether what a success delivered is what it should be.
-  bool HasResult(Road road, const Outcome& outcome);
+  bool HasResult(Operation operation, const Outcome& outcome);
   static void RemoveTemporaryFiles();
   bool HasSources() const;
   bool HasNoTemporaryFile() const { return scratch.GetTemporaryNames().empty(); }
@@ -56,7 +56,7 @@ class FaultRoad : public ::testing::TestWithParam<Road> {
   std::string protectedBytes;
   std::string plainEnvelope;
   TestSupport::ScratchDirectory scratch;
-  TestSupport::ScriptedRoad script;
+  TestSupport::ScriptedServices script;
   ShelteredHttp http{script.http};
   // Made before any fault is planned, so that only the library meets it.
   const OruGuiBase::File plain_ = scratch.File("plain");

@@ -25,20 +25,20 @@ std::string AsText(const std::string& bytes) {
 }
 
 /// The operation killed before each of its system calls in turn.
-class Kills : public FaultRoad {
+class Kills : public FaultScenario {
  protected:
   template <class Check>
-  void BeforeEachCall(Road road, Check check) {
+  void BeforeEachCall(Operation operation, Check check) {
     Start();
     WatchSystemCalls({});
-    EXPECT_TRUE(Run(road).success);
+    EXPECT_TRUE(Run(operation).success);
     const std::vector<std::uint64_t> counts = EndSystemWatch();
     const std::uint64_t count = std::accumulate(counts.begin(), counts.end(), std::uint64_t{0});
     ASSERT_GT(count, 10U);
     for (std::uint64_t number = 1; number <= count; ++number) {
       SCOPED_TRACE("killed before call " + std::to_string(number) + " of " + std::to_string(count));
       Start();
-      KillBefore(road, number);
+      KillBefore(operation, number);
       EXPECT_TRUE(HasSources());
       check();
       ExpectLeftoversPrivate();
@@ -55,13 +55,13 @@ class Kills : public FaultRoad {
   bool hasOldTarget = false;
 
  private:
-  void KillBefore(Road road, std::uint64_t number) {
+  void KillBefore(Operation operation, std::uint64_t number) {
     const ChildEnd end = RunInChild(60, [&] {
       Fault fault;
-      fault.kind = Fault::Kind::Killed;
+      fault.type = Fault::Type::Killed;
       fault.number = number;
       WatchSystemCalls(fault);
-      Run(road);
+      Run(operation);
       return 0;
     });
     EXPECT_EQ(end.signal, SIGKILL) << end.err;
@@ -80,32 +80,33 @@ class Kills : public FaultRoad {
 };
 
 TEST_F(Kills, LeaveNoTargetOfEncryptOrAWholeOneOrOneThatDoesNotOpen) {
-  BeforeEachCall(Road::Encrypt, [&] {
+  BeforeEachCall(Operation::Encrypt, [&] {
     EXPECT_TRUE(IsUntouched() || IsProtectedFile(scratch.Read("target")) || !Opens(scratch.Read("target")));
   });
 }
 
 TEST_F(Kills, LeaveTheOldTargetOfEncryptOrAWholeNewOneOrOneThatDoesNotOpen) {
   hasOldTarget = true;
-  BeforeEachCall(Road::Encrypt, [&] {
+  BeforeEachCall(Operation::Encrypt, [&] {
     EXPECT_TRUE(IsUntouched() || IsProtectedFile(scratch.Read("target")) || !Opens(scratch.Read("target")));
   });
 }
 
 TEST_F(Kills, LeaveNoTargetOrAWholeOneOfDecrypt) {
-  BeforeEachCall(Road::Decrypt, [&] { EXPECT_TRUE(IsUntouched() || scratch.Read("target") == content); });
+  BeforeEachCall(Operation::Decrypt,
+                 [&] { EXPECT_TRUE(IsUntouched() || scratch.Read("target") == content); });
 }
 
 TEST_F(Kills, LeaveTheOldTargetOfDecryptOrAWholeNewOne) {
   hasOldTarget = true;
-  BeforeEachCall(Road::Decrypt, [&] {
+  BeforeEachCall(Operation::Decrypt, [&] {
     EXPECT_TRUE(IsUntouched() || scratch.Read("target") == content) << AsText(scratch.Read("target"));
   });
 }
 
 TEST_F(Kills, LeaveTheOldTargetOfPlainContentOrAWholeNewOne) {
   hasOldTarget = true;
-  BeforeEachCall(Road::DecryptPlain, [&] {
+  BeforeEachCall(Operation::DecryptPlain, [&] {
     EXPECT_TRUE(IsUntouched() || scratch.Read("target") == content) << AsText(scratch.Read("target"));
   });
 }

@@ -15,20 +15,20 @@ std::size_t CountDescriptors() {
 /// Names the fault in the report of a failure.
 std::string Describe(const Fault& fault) {
   const std::string call = NameOf(fault.call) + " " + std::to_string(fault.number);
-  if (fault.kind == Fault::Kind::Short) return call + " comes up short";
-  if (fault.kind == Fault::Kind::Ended) return call + " finds the end of the file";
+  if (fault.type == Fault::Type::Short) return call + " comes up short";
+  if (fault.type == Fault::Type::Ended) return call + " finds the end of the file";
   return call + ": " + std::strerror(fault.error);
 }
 
-class SystemCallFaults : public FaultRoad {
+class SystemCallFaults : public FaultScenario {
  protected:
   /// How often a road makes each call.
-  std::vector<std::uint64_t> CountCalls(Road road) {
+  std::vector<std::uint64_t> CountCalls(Operation operation) {
     Prepare();
     WatchSystemCalls({});
-    const Outcome outcome = Run(road);
+    const Outcome outcome = Run(operation);
     std::vector<std::uint64_t> counts = EndSystemWatch();
-    EXPECT_TRUE(outcome.success && HasResult(road, outcome)) << outcome.error;
+    EXPECT_TRUE(outcome.success && HasResult(operation, outcome)) << outcome.error;
     return counts;
   }
   Outcome RunWith(const Fault& fault) {
@@ -38,7 +38,7 @@ class SystemCallFaults : public FaultRoad {
     EndSystemWatch();
     return outcome;
   }
-  /// The fault at each of the calls of its kind in turn.
+  /// The fault at each of the calls of its type in turn.
   template <class Check>
   void AtEachCall(SystemCall call, Fault fault, Check check) {
     const std::uint64_t count = CountCalls(GetParam())[static_cast<std::size_t>(call)];
@@ -55,7 +55,7 @@ class SystemCallFaults : public FaultRoad {
   /// A call fails in one of the ways; the operation fails with that reason, or did without the call.
   void FailsCleanly(SystemCall call, std::initializer_list<int> errors) {
     for (const int error : errors) {
-      AtEachCall(call, {Fault::Kind::Fails, error}, [&](const Outcome& outcome) {
+      AtEachCall(call, {Fault::Type::Fails, error}, [&](const Outcome& outcome) {
         if (outcome.success) {
           EXPECT_TRUE(HasResult(GetParam(), outcome)) << outcome.error;
         } else {
@@ -68,7 +68,7 @@ class SystemCallFaults : public FaultRoad {
 
   // What Encrypt leaves does not open, or is whole where the failure came last; Decrypt leaves nothing.
   void ExpectNoResult() {
-    if (GetParam() != Road::Encrypt) {
+    if (GetParam() != Operation::Encrypt) {
       EXPECT_FALSE(scratch.Exists("target"));
     } else if (scratch.Exists("target")) {
       const std::string bytes = scratch.Read("target");
@@ -79,7 +79,7 @@ class SystemCallFaults : public FaultRoad {
  private:
   // The one message that has no place for a reason is that of a move.
   void ExpectReason(const Outcome& outcome, int error) const {
-    if (GetParam() == Road::DecryptPlain && outcome.error == "Could not move temporary file") return;
+    if (GetParam() == Operation::DecryptPlain && outcome.error == "Could not move temporary file") return;
     EXPECT_THAT(outcome.error, ::testing::HasSubstr(std::strerror(error)));
   }
   // Only a file whose removal was the call that failed may be left.
@@ -135,7 +135,7 @@ TEST_P(SystemCallFaults, AStagingFileThatCannotBeMadeIsTold) {
 
 TEST_P(SystemCallFaults, AFileThatCannotBeRemovedFailsNoOperation) {
   for (const SystemCall call : {SystemCall::Unlink, SystemCall::RmDir}) {
-    AtEachCall(call, {Fault::Kind::Fails, EIO}, [&](const Outcome& outcome) {
+    AtEachCall(call, {Fault::Type::Fails, EIO}, [&](const Outcome& outcome) {
       EXPECT_TRUE(outcome.success && HasResult(GetParam(), outcome)) << outcome.error;
     });
   }
@@ -144,7 +144,7 @@ TEST_P(SystemCallFaults, AFileThatCannotBeRemovedFailsNoOperation) {
 TEST_P(SystemCallFaults, AnInterruptedCallIsMadeAgain) {
   for (const SystemCall call : {SystemCall::Open, SystemCall::Read, SystemCall::PRead, SystemCall::Write,
                                 SystemCall::Close, SystemCall::Fallocate, SystemCall::FTruncate}) {
-    AtEachCall(call, {Fault::Kind::Fails, EINTR}, [&](const Outcome& outcome) {
+    AtEachCall(call, {Fault::Type::Fails, EINTR}, [&](const Outcome& outcome) {
       EXPECT_TRUE(outcome.success && HasResult(GetParam(), outcome)) << outcome.error;
     });
   }
@@ -152,7 +152,7 @@ TEST_P(SystemCallFaults, AnInterruptedCallIsMadeAgain) {
 
 TEST_P(SystemCallFaults, AReadOrWriteOfOneByteIsGoneOnWith) {
   for (const SystemCall call : {SystemCall::Read, SystemCall::PRead, SystemCall::Write}) {
-    AtEachCall(call, {Fault::Kind::Short}, [&](const Outcome& outcome) {
+    AtEachCall(call, {Fault::Type::Short}, [&](const Outcome& outcome) {
       EXPECT_TRUE(outcome.success && HasResult(GetParam(), outcome)) << outcome.error;
     });
   }
@@ -160,7 +160,7 @@ TEST_P(SystemCallFaults, AReadOrWriteOfOneByteIsGoneOnWith) {
 
 // A file that ends early is no system error: only the reason says that it could not be read.
 TEST_P(SystemCallFaults, AFileThatEndsEarlyIsNotDelivered) {
-  AtEachCall(SystemCall::PRead, {Fault::Kind::Ended}, [&](const Outcome& outcome) {
+  AtEachCall(SystemCall::PRead, {Fault::Type::Ended}, [&](const Outcome& outcome) {
     if (outcome.success) {
       EXPECT_TRUE(HasResult(GetParam(), outcome)) << outcome.error;
     } else {
@@ -170,18 +170,20 @@ TEST_P(SystemCallFaults, AFileThatEndsEarlyIsNotDelivered) {
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(Roads, SystemCallFaults,
-                         ::testing::Values(Road::Encrypt, Road::Decrypt, Road::DecryptPlain, Road::AuditLog),
+INSTANTIATE_TEST_SUITE_P(Operations, SystemCallFaults,
+                         ::testing::Values(Operation::Encrypt, Operation::Decrypt, Operation::DecryptPlain,
+                                           Operation::AuditLog),
                          [](const auto& instance) { return NameOf(instance.param); });
 
 // A watch that sees no calls would prove nothing.
-TEST_F(SystemCallFaults, EveryRoadMakesTheCallsThatAreWatched) {
-  for (const Road road : {Road::Encrypt, Road::Decrypt, Road::DecryptPlain, Road::AuditLog}) {
-    const std::vector<std::uint64_t> counts = CountCalls(road);
+TEST_F(SystemCallFaults, EveryOperationMakesTheCallsThatAreWatched) {
+  for (const Operation operation :
+       {Operation::Encrypt, Operation::Decrypt, Operation::DecryptPlain, Operation::AuditLog}) {
+    const std::vector<std::uint64_t> counts = CountCalls(operation);
     for (const SystemCall call : {SystemCall::Open, SystemCall::Write, SystemCall::Close, SystemCall::MkDTemp,
                                   SystemCall::Unlink, SystemCall::RmDir}) {
       // The file of DecryptPlain is moved, not removed, but for the one that tells the mode of a new file.
-      EXPECT_GT(counts[static_cast<std::size_t>(call)], 0U) << NameOf(road) << NameOf(call);
+      EXPECT_GT(counts[static_cast<std::size_t>(call)], 0U) << NameOf(operation) << NameOf(call);
     }
   }
 }

@@ -60,12 +60,12 @@ Verdict Meet(SystemCall call) {
   if (!watching || shelters > 0) return Verdict::Pass;
   const std::uint64_t number = ++counts[static_cast<std::size_t>(call)];
   ++total;
-  if (planned.kind == Fault::Kind::Killed && total == planned.number) ::raise(SIGKILL);
-  if (planned.kind == Fault::Kind::Killed || planned.call != call || planned.number != number)
+  if (planned.type == Fault::Type::Killed && total == planned.number) ::raise(SIGKILL);
+  if (planned.type == Fault::Type::Killed || planned.call != call || planned.number != number)
     return Verdict::Pass;
-  if (planned.kind == Fault::Kind::Short) return Verdict::Short;
-  if (planned.kind == Fault::Kind::Ended) return Verdict::Ended;
-  if (planned.kind != Fault::Kind::Fails) return Verdict::Pass;
+  if (planned.type == Fault::Type::Short) return Verdict::Short;
+  if (planned.type == Fault::Type::Ended) return Verdict::Ended;
+  if (planned.type != Fault::Type::Fails) return Verdict::Pass;
   errno = planned.error;
   return Verdict::Fail;
 }

@@ -31,23 +31,23 @@ std::string NameOf(SystemCall call);
 
 /// What happens at one call.
 struct Fault {
-  enum class Kind : std::uint8_t {
+  enum class Type : std::uint8_t {
     None,
     Fails,   ///< with `error`; a close closes all the same
     Short,   ///< a read or write moves one byte
     Ended,   ///< a read finds the end of the file there, as when somebody cut it
     Killed,  ///< the process ends before the call
   };
-  Kind kind = Kind::None;
+  Type type = Type::None;
   int error = 0;
-  /// Which one of `call`, from 1; with Kind::Killed which one of all.
+  /// Which one of `call`, from 1; with Type::Killed which one of all.
   std::uint64_t number = 0;
   SystemCall call = SystemCall::Open;
 };
 
 /// From here on calls count from 1 and meet the fault.
 void WatchSystemCalls(const Fault& fault);
-/// Ends the watch and gives the number of calls by kind.
+/// Ends the watch and gives the number of calls by type.
 std::vector<std::uint64_t> EndSystemWatch();
 
 /// While it lives calls neither count nor meet a fault.

@@ -29,7 +29,7 @@ inline void AppendLittleEndian(std::string& bytes, std::uint32_t value, int coun
 }
 
 /// False where the file system keeps no lists; errno tells why.
-inline bool SetAccessList(const std::string& path, const char* kind, const AccessList& list) {
+inline bool SetAccessList(const std::string& path, const char* type, const AccessList& list) {
   std::string bytes;
   AppendLittleEndian(bytes, 2, 4);
   for (const AccessEntry& entry : list) {
@@ -37,13 +37,13 @@ inline bool SetAccessList(const std::string& path, const char* kind, const Acces
     AppendLittleEndian(bytes, entry.permissions, 2);
     AppendLittleEndian(bytes, entry.id, 4);
   }
-  return ::setxattr(path.c_str(), kind, bytes.data(), bytes.size(), 0) == 0;
+  return ::setxattr(path.c_str(), type, bytes.data(), bytes.size(), 0) == 0;
 }
 
 /// Its bytes; empty where there is none.
-inline std::string GetAccessList(const std::string& path, const char* kind) {
+inline std::string GetAccessList(const std::string& path, const char* type) {
   char bytes[1024];
-  const ssize_t size = ::getxattr(path.c_str(), kind, bytes, sizeof bytes);
+  const ssize_t size = ::getxattr(path.c_str(), type, bytes, sizeof bytes);
   return size > 0 ? std::string(bytes, static_cast<std::size_t>(size)) : std::string();
 }
 

@@ -193,7 +193,7 @@ TEST(ISODateTest, AddsFractionAndZoneWhenGiven) {
 }
 
 // A date is valid exactly when the calendar has it; an unset one is not.
-TEST(ValidDateTest, TellsDatesOfTheCalendar) {
+TEST(ValidDateTest, AcceptsOnlyDatesOfTheCalendar) {
   const struct {
     datetime value;
     bool valid;

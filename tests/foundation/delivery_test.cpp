@@ -87,7 +87,7 @@ class DeliveryTest : public testing::TestWithParam<Way> {
   static bool WriteTo(const File& target) {
     FileWriter writer;
     const auto size = static_cast<std::uint32_t>(std::strlen(kNew));
-    return writer.OpenDraft(target) && writer.Preallocate(1 << 20) && writer.Write(kNew, size) &&
+    return writer.OpenStaged(target) && writer.Preallocate(1 << 20) && writer.Write(kNew, size) &&
            writer.Truncate(size) && writer.Close();
   }
   static bool MoveTo(const File& target, const char* place) {
@@ -249,7 +249,7 @@ TEST(DeliveryOfListsTest, ANewFileGetsALongListOfItsDirectory) {
     GTEST_SKIP() << "the file system takes no such list: " << std::strerror(errno);
   }
   FileWriter writer;
-  EXPECT_TRUE(writer.OpenDraft(scratch.FileOf("target"))) << GetSystemErrorText().GetText();
+  EXPECT_TRUE(writer.OpenStaged(scratch.FileOf("target"))) << GetSystemErrorText().GetText();
   EXPECT_TRUE(writer.Close());
   EXPECT_GT(::getxattr((scratch / "target").c_str(), kAccessList, nullptr, 0), 4800);
 }

@@ -19,12 +19,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class FileWriterDraftTest : public testing::Test {
+class FileWriterStagingTest : public testing::Test {
  protected:
-  bool Begin(const char* name) { return writer_.OpenDraft(scratch_.FileOf(name)) && writer_.Write("new", 3); }
+  bool Begin(const char* name) {
+    return writer_.OpenStaged(scratch_.FileOf(name)) && writer_.Write("new", 3);
+  }
   std::string Content(const char* name) const { return ContentOf(scratch_.FileOf(name)); }
-  /// The one file whose name tells a draft.
-  std::string FindDraft() const {
+  /// The one file whose name tells a staging file.
+  std::string FindStagingFile() const {
     for (const auto& entry : fs::directory_iterator(scratch_.GetPath())) {
       if (entry.path().filename().string().starts_with(".orugui-")) return entry.path();
     }
@@ -42,7 +44,7 @@ class FileWriterDraftTest : public testing::Test {
   FileWriter writer_;
 };
 
-TEST_F(FileWriterDraftTest, ADraftTakesItsTargetsPlaceWhenItIsClosed) {
+TEST_F(FileWriterStagingTest, AStagingFileReplacesItsTargetWhenItIsClosed) {
   scratch_.MakeFile("target", "old");
   ASSERT_TRUE(Begin("target"));
   EXPECT_EQ(Content("target"), "old");
@@ -51,7 +53,7 @@ TEST_F(FileWriterDraftTest, ADraftTakesItsTargetsPlaceWhenItIsClosed) {
   EXPECT_EQ(scratch_.CountEntries(), 1U);
 }
 
-TEST_F(FileWriterDraftTest, ANewTargetAppearsWhenItIsWhole) {
+TEST_F(FileWriterStagingTest, ANewTargetAppearsWhenItIsWhole) {
   ASSERT_TRUE(Begin("target"));
   EXPECT_FALSE(fs::exists(scratch_ / "target"));
   ASSERT_TRUE(writer_.Close());
@@ -59,18 +61,18 @@ TEST_F(FileWriterDraftTest, ANewTargetAppearsWhenItIsWhole) {
   EXPECT_EQ(scratch_.CountEntries(), 1U);
 }
 
-TEST_F(FileWriterDraftTest, ADraftThatIsNotClosedLeavesNothing) {
+TEST_F(FileWriterStagingTest, AStagingFileThatIsNotClosedLeavesNothing) {
   scratch_.MakeFile("target", "old");
   {
     FileWriter writer;
-    ASSERT_TRUE(writer.OpenDraft(scratch_.FileOf("target")));
+    ASSERT_TRUE(writer.OpenStaged(scratch_.FileOf("target")));
     ASSERT_TRUE(writer.Write("new", 3));
   }
   EXPECT_EQ(Content("target"), "old");
   EXPECT_EQ(scratch_.CountEntries(), 1U);
 }
 
-TEST_F(FileWriterDraftTest, AnotherOpenDropsTheDraft) {
+TEST_F(FileWriterStagingTest, AnotherOpenDropsTheStagingFile) {
   ASSERT_TRUE(Begin("target"));
   ASSERT_TRUE(writer_.Open(scratch_.FileOf("other")));
   ASSERT_TRUE(writer_.Close());
@@ -78,27 +80,27 @@ TEST_F(FileWriterDraftTest, AnotherOpenDropsTheDraft) {
   EXPECT_EQ(scratch_.CountEntries(), 1U);
 }
 
-TEST_F(FileWriterDraftTest, ADraftIsForItsOwnerAlone) {
+TEST_F(FileWriterStagingTest, AStagingFileIsForItsOwnerAlone) {
   scratch_.MakeFile("target", "old");
   ASSERT_EQ(::chmod((scratch_ / "target").c_str(), 0644), 0);
   ASSERT_TRUE(Begin("target"));
-  EXPECT_EQ(ModeOf(AnsiStr(FindDraft())), 0600);
+  EXPECT_EQ(ModeOf(AnsiStr(FindStagingFile())), 0600);
 }
 
-TEST_F(FileWriterDraftTest, ATargetKeepsItsMode) {
+TEST_F(FileWriterStagingTest, ATargetKeepsItsMode) {
   scratch_.MakeFile("target", "old");
   ASSERT_EQ(::chmod((scratch_ / "target").c_str(), 0640), 0);
   ASSERT_TRUE(Begin("target") && writer_.Close());
   EXPECT_EQ(ModeOf(AnsiStr(scratch_ / "target")), 0640);
 }
 
-TEST_F(FileWriterDraftTest, ANewTargetGetsTheModeOfNewFiles) {
+TEST_F(FileWriterStagingTest, ANewTargetGetsTheModeOfNewFiles) {
   const FileMask mask(027);
   ASSERT_TRUE(Begin("target") && writer_.Close());
   EXPECT_EQ(ModeOf(AnsiStr(scratch_ / "target")), 0640);
 }
 
-TEST_F(FileWriterDraftTest, ALinkStaysAndWhatItNamesIsWritten) {
+TEST_F(FileWriterStagingTest, ALinkStaysAndWhatItNamesIsWritten) {
   scratch_.MakeFile("named", "old");
   fs::create_symlink("named", scratch_ / "target");
   ASSERT_TRUE(Begin("target") && writer_.Close());
@@ -106,14 +108,14 @@ TEST_F(FileWriterDraftTest, ALinkStaysAndWhatItNamesIsWritten) {
   EXPECT_EQ(Content("named"), "new");
 }
 
-TEST_F(FileWriterDraftTest, AFileOfSeveralNamesIsWrittenUnderAllOfThem) {
+TEST_F(FileWriterStagingTest, AFileOfSeveralNamesIsWrittenUnderAllOfThem) {
   scratch_.MakeFile("target", "old");
   fs::create_hard_link(scratch_ / "target", scratch_ / "other");
   ASSERT_TRUE(Begin("target") && writer_.Close());
   EXPECT_EQ(Content("other"), "new");
 }
 
-TEST_F(FileWriterDraftTest, AnEmptyFileIsWrittenItself) {
+TEST_F(FileWriterStagingTest, AnEmptyFileIsWrittenItself) {
   const File file = scratch_.MakeFile("target", "");
   FileReader reader;
   ASSERT_TRUE(reader.Open(file));
@@ -122,7 +124,7 @@ TEST_F(FileWriterDraftTest, AnEmptyFileIsWrittenItself) {
 }
 
 // The owner and one more user may read (the entries of acl(5), as the kernel takes them).
-TEST_F(FileWriterDraftTest, AFileWithAnAccessListKeepsIt) {
+TEST_F(FileWriterStagingTest, AFileWithAnAccessListKeepsIt) {
   constexpr unsigned char kList[] = {2,    0,    0,    0,    1,    0,    6,    0,    0xFF, 0xFF, 0xFF,
                                      0xFF, 2,    0,    4,    0,    1,    0,    0,    0,    4,    0,
                                      0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0x10, 0,    4,    0,    0xFF,
@@ -136,7 +138,7 @@ TEST_F(FileWriterDraftTest, AFileWithAnAccessListKeepsIt) {
   EXPECT_EQ(::getxattr(path.c_str(), kName, nullptr, 0), static_cast<ssize_t>(sizeof kList));
 }
 
-TEST_F(FileWriterDraftTest, ALaterNarrowerModeOfTheTargetIsKept) {
+TEST_F(FileWriterStagingTest, ALaterNarrowerModeOfTheTargetIsKept) {
   scratch_.MakeFile("target", "old");
   ASSERT_EQ(::chmod((scratch_ / "target").c_str(), 0644), 0);
   ASSERT_TRUE(Begin("target"));
@@ -145,7 +147,7 @@ TEST_F(FileWriterDraftTest, ALaterNarrowerModeOfTheTargetIsKept) {
   EXPECT_EQ(ModeOf(AnsiStr(scratch_ / "target")), 0600);
 }
 
-TEST_F(FileWriterDraftTest, ALaterGroupOfTheTargetFailsTheClose) {
+TEST_F(FileWriterStagingTest, ALaterGroupOfTheTargetFailsTheClose) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file to any group";
   scratch_.MakeFile("target", "old");
   ASSERT_TRUE(Begin("target"));
@@ -153,10 +155,10 @@ TEST_F(FileWriterDraftTest, ALaterGroupOfTheTargetFailsTheClose) {
   EXPECT_FALSE(writer_.Close());
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EBUSY));
   EXPECT_EQ(Content("target"), "old");
-  EXPECT_EQ(FindDraft(), "");
+  EXPECT_EQ(FindStagingFile(), "");
 }
 
-TEST_F(FileWriterDraftTest, ALaterListOfTheTargetFailsTheClose) {
+TEST_F(FileWriterStagingTest, ALaterListOfTheTargetFailsTheClose) {
   scratch_.MakeFile("target", "old");
   ASSERT_TRUE(Begin("target"));
   const AccessList list = {{kOwner, 6}, {kUser, 4, 1}, {kGroup, 0}, {kMask, 4}, {kOthers, 0}};
@@ -166,22 +168,22 @@ TEST_F(FileWriterDraftTest, ALaterListOfTheTargetFailsTheClose) {
   EXPECT_EQ(Content("target"), "old");
 }
 
-TEST_F(FileWriterDraftTest, ALinkThatTookTheTargetsPlaceMeanwhileFailsTheClose) {
+TEST_F(FileWriterStagingTest, ALinkThatTookTheTargetsPlaceMeanwhileFailsTheClose) {
   ASSERT_TRUE(Begin("target"));
   fs::create_symlink("elsewhere", scratch_ / "target");
   EXPECT_FALSE(writer_.Close());
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EEXIST));
   EXPECT_TRUE(fs::is_symlink(scratch_ / "target"));
-  EXPECT_EQ(FindDraft(), "");
+  EXPECT_EQ(FindStagingFile(), "");
 }
 
-TEST_F(FileWriterDraftTest, ADeviceIsWrittenAndStays) {
-  ASSERT_TRUE(writer_.OpenDraft(File(AnsiStr("/dev/null"))));
+TEST_F(FileWriterStagingTest, ADeviceIsWrittenAndStays) {
+  ASSERT_TRUE(writer_.OpenStaged(File(AnsiStr("/dev/null"))));
   ASSERT_TRUE(writer_.Write("new", 3) && writer_.Close());
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
-TEST_F(FileWriterDraftTest, AFileOfSomebodyElseKeepsItsOwner) {
+TEST_F(FileWriterStagingTest, AFileOfSomebodyElseKeepsItsOwner) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can write to a file of somebody else";
   scratch_.MakeFile("target", "old");
   ASSERT_EQ(::chown((scratch_ / "target").c_str(), 1, 1), 0);
@@ -192,7 +194,7 @@ TEST_F(FileWriterDraftTest, AFileOfSomebodyElseKeepsItsOwner) {
   EXPECT_EQ(Content("target"), "new");
 }
 
-TEST_F(FileWriterDraftTest, AFileOfAnotherGroupKeepsItsGroup) {
+TEST_F(FileWriterStagingTest, AFileOfAnotherGroupKeepsItsGroup) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file to any group";
   scratch_.MakeFile("target", "old");
   ASSERT_EQ(::chown((scratch_ / "target").c_str(), 0, 1), 0);
@@ -202,7 +204,7 @@ TEST_F(FileWriterDraftTest, AFileOfAnotherGroupKeepsItsGroup) {
   EXPECT_EQ(info.st_gid, 1U);
 }
 
-TEST_F(FileWriterDraftTest, ADirectoryThatTakesNoNewFilesHasItsFileWrittenInPlace) {
+TEST_F(FileWriterStagingTest, ADirectoryThatTakesNoNewFilesHasItsFileWrittenInPlace) {
   scratch_.MakeFile("target", "old");
   GiveToNobody();
   ASSERT_EQ(::chmod(scratch_.GetPath().c_str(), 0555), 0);
@@ -213,7 +215,7 @@ TEST_F(FileWriterDraftTest, ADirectoryThatTakesNoNewFilesHasItsFileWrittenInPlac
   EXPECT_EQ(Content("target"), "new");
 }
 
-TEST_F(FileWriterDraftTest, AFileThatMayNotBeWrittenIsNotReplaced) {
+TEST_F(FileWriterStagingTest, AFileThatMayNotBeWrittenIsNotReplaced) {
   scratch_.MakeFile("target", "old");
   ASSERT_EQ(::chmod((scratch_ / "target").c_str(), 0444), 0);
   GiveToNobody();
@@ -223,23 +225,23 @@ TEST_F(FileWriterDraftTest, AFileThatMayNotBeWrittenIsNotReplaced) {
   EXPECT_EQ(Content("target"), "old");
 }
 
-TEST_F(FileWriterDraftTest, AMissingDirectoryIsAFailure) {
+TEST_F(FileWriterStagingTest, AMissingDirectoryIsAFailure) {
   EXPECT_FALSE(Begin("missing/target"));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
   EXPECT_FALSE(writer_.IsOpen());
 }
 
-TEST_F(FileWriterDraftTest, AnEmptyNameIsAFailure) {
-  EXPECT_FALSE(writer_.OpenDraft(File(AnsiStr())));
+TEST_F(FileWriterStagingTest, AnEmptyNameIsAFailure) {
+  EXPECT_FALSE(writer_.OpenStaged(File(AnsiStr())));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
 }
 
-TEST_F(FileWriterDraftTest, ANameThatIsTooLongFailsAtOnce) {
-  EXPECT_FALSE(writer_.OpenDraft(scratch_.FileOf(std::string(300, 'x'))));
+TEST_F(FileWriterStagingTest, ANameThatIsTooLongFailsAtOnce) {
+  EXPECT_FALSE(writer_.OpenStaged(scratch_.FileOf(std::string(300, 'x'))));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENAMETOOLONG));
 }
 
-TEST_F(FileWriterDraftTest, ATargetThatCannotBeReplacedAtTheEndFailsTheClose) {
+TEST_F(FileWriterStagingTest, ATargetThatCannotBeReplacedAtTheEndFailsTheClose) {
   ASSERT_TRUE(Begin("target"));
   fs::create_directory(scratch_ / "target");
   EXPECT_FALSE(writer_.Close());

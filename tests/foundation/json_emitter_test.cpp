@@ -34,8 +34,8 @@ Val Text(std::string_view text) {
   return Val(AnsiStr(text));
 }
 
-// Each kind that JSON has is written in its form.
-TEST(Val2JSONTest, EachKindHasItsForm) {
+// Each type that JSON has is written in its form.
+TEST(Val2JSONTest, EachTypeHasItsForm) {
   EXPECT_EQ(Emit(Val()), "null");
   EXPECT_EQ(Emit(Val(true)), "true");
   EXPECT_EQ(Emit(Val(false)), "false");
@@ -180,7 +180,7 @@ class Object final : public IObject {
   std::uint32_t Release() override { return 1; }
 };
 
-TEST(Val2JSONTest, KindsThatJSONDoesNotHaveAreRefused) {
+TEST(Val2JSONTest, TypesThatJSONDoesNotHaveAreRefused) {
   PackedDateTime date;
   ASSERT_TRUE(date.Pack(2024, 1, 1, 0, 0, 0, 0, 0));
   Object object;

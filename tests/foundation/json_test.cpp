@@ -45,8 +45,8 @@ std::string Nested(std::size_t depth) {
   return std::string(depth, '[') + std::string(depth, ']');
 }
 
-// Objects, arrays, strings, integers, numbers, flags and null become values of their own kinds.
-TEST(JSON2ValTest, EachKindBecomesItsOwn) {
+// Objects, arrays, strings, integers, numbers, flags and null become values of their own types.
+TEST(JSON2ValTest, EachTypeBecomesItsOwn) {
   EXPECT_EQ(Parse("{}").GetType(), ValType::Map);
   EXPECT_EQ(Parse("[]").GetType(), ValType::Array);
   EXPECT_EQ(Parse("\"text\"").AsString(), "text");
@@ -242,7 +242,7 @@ TEST(JSON2ValTest, ANulCharacterIsContent) {
 }
 
 TEST(JSON2ValTest, LongTextsWithEscapesComeWhole) {
-  // The engine hands such texts out in pieces.
+  // The engine hands such texts out in chunks.
   std::string plain;
   std::string text = "\"";
   for (int i = 0; i < 3000; ++i) {

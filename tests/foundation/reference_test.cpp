@@ -15,7 +15,7 @@ TEST(ReferenceTest, LinkAddsOne) {
   EXPECT_EQ(count, 2U);
 }
 
-TEST(ReferenceTest, UnlinkTellsTheLastReference) {
+TEST(ReferenceTest, UnlinkReportsTheLastReference) {
   Reference::Count count{2};
   EXPECT_FALSE(Reference::Unlink(count));
   EXPECT_TRUE(Reference::Unlink(count));

@@ -56,7 +56,7 @@ const struct {
 };
 
 // Copied lines end in a newline alone whatever their ends were.
-TEST(ReadStreamLinesTest, CopiesTheLinesWithOneKindOfEnd) {
+TEST(ReadStreamLinesTest, CopiesTheLinesWithOneTypeOfEnding) {
   const ScratchDirectory scratch;
   for (const auto& row : kRows) EXPECT_EQ(CopyOf(scratch, row.text), row.copy) << row.reason;
 }

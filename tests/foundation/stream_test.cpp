@@ -222,9 +222,9 @@ TEST(WriteStreamTest, ADiskThatFillsUpIsAFailure) {
   const ScratchDirectory scratch;
   const FileSizeLimit limit(kStreamBuffer);
   WriteStream stream(scratch.FileOf("a"), WriteStreamMode::Truncate);
-  const AnsiStr piece(std::string(100000, 'x'));
+  const AnsiStr chunk(std::string(100000, 'x'));
   bool good = true;
-  for (int i = 0; i < 10; ++i) good = stream.Write(piece) && good;
+  for (int i = 0; i < 10; ++i) good = stream.Write(chunk) && good;
   EXPECT_FALSE(good && stream.Close());
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EFBIG));
 }

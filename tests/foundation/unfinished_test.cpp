@@ -56,7 +56,7 @@ TEST(RemoveUnfinishedFilesTest, AStagingFileGoesAndItsTargetStays) {
   const File target = scratch.MakeFile("target", "old");
   EXPECT_TRUE(InChild([&] {
     FileWriter writer;
-    const bool isBegun = writer.OpenDraft(target) && writer.Write("new", 3) && scratch.CountEntries() == 2;
+    const bool isBegun = writer.OpenStaged(target) && writer.Write("new", 3) && scratch.CountEntries() == 2;
     RemoveUnfinishedFiles();
     ::_exit(isBegun ? 0 : 1);
     return false;
@@ -71,7 +71,7 @@ TEST(RemoveUnfinishedFilesTest, WhatIsFinishedStays) {
     FileWriter writer;
     TempFile log;
     const bool isDone =
-        writer.OpenDraft(scratch.FileOf("target")) && writer.Close() && log.Create(scratch.FileOf("log"));
+        writer.OpenStaged(scratch.FileOf("target")) && writer.Close() && log.Create(scratch.FileOf("log"));
     log.GiveUp();
     RemoveUnfinishedFiles();
     return isDone;
@@ -88,7 +88,8 @@ TEST(RemoveUnfinishedFilesTest, FromThenOnNothingIsMade) {
     const bool hasNoFile =
         File(FileType::Temporary, "a.tmp", true).IsEmpty() && GetSystemErrorText() == canceled;
     FileWriter writer;
-    const bool hasNoStaging = !writer.OpenDraft(scratch.FileOf("target")) && GetSystemErrorText() == canceled;
+    const bool hasNoStaging =
+        !writer.OpenStaged(scratch.FileOf("target")) && GetSystemErrorText() == canceled;
     TempFile log;
     const bool hasNoLog = !log.Create(scratch.FileOf("log")) && GetSystemErrorText() == canceled;
     TempDirectory directory;
@@ -105,7 +106,7 @@ TEST(RemoveUnfinishedFilesTest, FromThenOnWhatWasMadeBeforeIsNotMadeAgain) {
     const bool isMade = staged.CreateFor(scratch.FileOf("target")) && log.Create(scratch.FileOf("log"));
     RemoveUnfinishedFiles();
     FileWriter writer;
-    const bool isRefused = !writer.OpenDraft(staged.GetFile()) && !writer.OpenAppend(log.GetFile());
+    const bool isRefused = !writer.OpenStaged(staged.GetFile()) && !writer.OpenAppend(log.GetFile());
     ::_exit(isMade && isRefused && scratch.CountEntries() == 0 ? 0 : 1);
     return false;
   }));
@@ -129,7 +130,7 @@ TEST(RemoveUnfinishedFilesTest, FilesNamedFromTheWorkingDirectoryGoFromAnyOther)
   EXPECT_TRUE(InChild([&] {
     FileWriter writer;
     TempFile log;
-    const bool isBegun = ::chdir(scratch.GetPath().c_str()) == 0 && writer.OpenDraft(File("t")) &&
+    const bool isBegun = ::chdir(scratch.GetPath().c_str()) == 0 && writer.OpenStaged(File("t")) &&
                          log.Create(File("log")) && scratch.CountEntries() == 2 && ::chdir("/") == 0;
     RemoveUnfinishedFiles();
     ::_exit(isBegun ? 0 : 1);

@@ -126,7 +126,7 @@ TEST(ValTest, StringsShareTheirRepresentation) {
   EXPECT_EQ(value.AsString().GetImp(), text.GetImp());
 }
 
-TEST(ValTest, EmptyReferencesKeepTheirKind) {
+TEST(ValTest, EmptyReferencesKeepTheirType) {
   EXPECT_EQ(Val("").GetWord(), 0x85U);
   EXPECT_TRUE(Val(AnsiStr()).AsString().IsEmpty());
   EXPECT_EQ(Val(KVMap()).GetType(), ValType::Map);
@@ -217,7 +217,7 @@ TEST(ValTest, SetReferenceLinksBeforeItReleases) {
 }
 
 TEST(ValTest, PointersWithTheTopNineBitsAllOneFit) {
-  // Kind 4 is neither linked nor released, so that the pointer may lead nowhere.
+  // Type 4 is neither linked nor released, so that the pointer may lead nowhere.
   Val value;
   value.SetReference(ValType::Date, reinterpret_cast<void*>(0xFF80000000000000U));
   EXPECT_EQ(value.GetWord(), 0x8000000000000084U);
@@ -297,7 +297,7 @@ TEST(ValTest, SettingADateReleasesOtherContent) {
   FreeDateBox(boxed);
 }
 
-TEST(ValTest, DateOfAnotherKindGivesTheFallback) {
+TEST(ValTest, DateOfAnotherTypeGivesTheFallback) {
   const datetime fallback{1, 2, 3, 4, 5, 6};
   EXPECT_EQ(Val("text").AsDateTime(fallback), fallback);
   EXPECT_EQ(Val().AsDateTime(), datetime());
@@ -336,27 +336,27 @@ TEST(ValTest, ObjectsLinkBySecondAndReleaseByThirdOperation) {
   EXPECT_EQ(object.links, 0U);
 }
 
-TEST(ValTest, ANullObjectKeepsItsKind) {
+TEST(ValTest, ANullObjectKeepsItsType) {
   const Val value(static_cast<IObject*>(nullptr));
   const Val copy(value);
   EXPECT_EQ(copy.GetType(), ValType::Object);
   EXPECT_EQ(copy.AsObject(), nullptr);
 }
 
-// Values of kinds that are only carried are counted and freed.
-TEST(ValTest, CarriedKindsAreCountedAndFreed) {
-  for (const ValType kind : {ValType::Carried9, ValType::Carried10}) {
+// Values of types that are only carried are counted and freed.
+TEST(ValTest, CarriedTypesAreCountedAndFreed) {
+  for (const ValType type : {ValType::Carried9, ValType::Carried10}) {
     auto* const count = new (AllocParticle(sizeof(Reference::Count))) Reference::Count{1};
     Val value;
-    value.SetReference(kind, count);
+    value.SetReference(type, count);
     const Val copy(value);
     EXPECT_EQ(*count, 3U);
     EXPECT_FALSE(Reference::Unlink(*count));
   }
 }
 
-// A value read as another kind than it holds is empty, false or 0.
-TEST(ValTest, ReadingAnotherKindGivesTheEmptyValue) {
+// A value read as another type than it holds is empty, false or 0.
+TEST(ValTest, ReadingAnotherTypeGivesTheEmptyValue) {
   const Val text("5");
   EXPECT_FALSE(text.AsBool());
   EXPECT_EQ(text.AsInteger(), 0);
@@ -381,7 +381,7 @@ TEST(ValTest, ReadingNilAsAStringIsReportedAndGivesTheEmptyString) {
   EXPECT_EQ(sink.events[0].text, "Val::ReportInvalidType: read as kind 5, holds kind 0");
 }
 
-TEST(ValTest, ReadingTheRightKindReportsNothing) {
+TEST(ValTest, ReadingTheRightTypeReportsNothing) {
   RecordingSink sink(0);
   EXPECT_EQ(Val("text").AsString(), "text");
   EXPECT_TRUE(Val(true).AsBool());
@@ -389,11 +389,11 @@ TEST(ValTest, ReadingTheRightKindReportsNothing) {
   EXPECT_TRUE(sink.events.empty());
 }
 
-// A value read as another kind is reported with the kind that was asked for.
-TEST(ValTest, EachReaderReportsItsKind) {
+// A value read as another type is reported with the type that was asked for.
+TEST(ValTest, EachReaderReportsItsType) {
   const struct {
     void (*read)(const Val&);
-    ValType kind;
+    ValType type;
   } kRows[] = {
       {[](const Val& v) { v.AsBool(); }, ValType::Bool},
       {[](const Val& v) { v.AsInteger(); }, ValType::Integer},
@@ -410,7 +410,7 @@ TEST(ValTest, EachReaderReportsItsKind) {
     RecordingSink sink(0);
     row.read(Val());
     ASSERT_EQ(sink.events.size(), 1U);
-    EXPECT_NE(sink.events[0].text.find("read as kind " + std::to_string(static_cast<int>(row.kind)) + ","),
+    EXPECT_NE(sink.events[0].text.find("read as kind " + std::to_string(static_cast<int>(row.type)) + ","),
               std::string::npos);
   }
 }

@@ -16,8 +16,8 @@ using OruKalvix::CryptClient;
 /// A client whose servers do what an input says.
 class HostileHttpTest : public ::testing::Test {
  protected:
-  bool Decrypt(const std::string& answers) {
-    Input input(reinterpret_cast<const std::uint8_t*>(answers.data()), answers.size());
+  bool Decrypt(const std::string& responses) {
+    Input input(reinterpret_cast<const std::uint8_t*>(responses.data()), responses.size());
     HostileHttp http(input);
     *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0;
     CryptClient client(&http, Ansi(kServiceUrl), "", Ansi(kRoom));
@@ -55,7 +55,7 @@ TEST_F(HostileHttpTest, WithoutInputAFileIsProtected) {
   EXPECT_TRUE(scratch.Exists("target"));
 }
 
-TEST_F(HostileHttpTest, TellsThatAKeyWasGivenInTheClear) {
+TEST_F(HostileHttpTest, ReportsThatAKeyWasGivenInTheClear) {
   EXPECT_TRUE(Decrypt(InputWriter().Byte(6).Below(0, CountVariants("key")).Get())) << error;
   EXPECT_TRUE(isVerified);
   EXPECT_TRUE(gavePlainKey);
@@ -69,12 +69,12 @@ TEST_F(HostileHttpTest, RefusesAnExchangeWithOrWithoutAReason) {
   EXPECT_TRUE(wasSilent);
 }
 
-TEST_F(HostileHttpTest, AnswersWithFuzzData) {
+TEST_F(HostileHttpTest, RespondsWithFuzzData) {
   EXPECT_FALSE(Decrypt(InputWriter().Byte(10).Text("[1").Get()));
   EXPECT_TRUE(error.starts_with("Could not get room key: Could not parse response: ")) << error;
 }
 
-TEST_F(HostileHttpTest, AnswersWithAStatus) {
+TEST_F(HostileHttpTest, RespondsWithAStatus) {
   EXPECT_FALSE(Decrypt(InputWriter().Byte(11).Below(404, 1000).Get()));
   EXPECT_EQ(error, "Could not get room key: HTTP 404");
 }

@@ -19,13 +19,13 @@ TEST(MutationTest, SetsTheChosenByte) {
   EXPECT_EQ(text, "abXd");
 }
 
-TEST(MutationTest, TakesAnEmptyTextForEveryKindOfChange) {
-  for (std::uint32_t kind = 0; kind < 7; ++kind) {
-    const std::string bytes = InputWriter().Below(0, 4).Below(kind, 7).Byte(1).Byte(1).Text("new").Get();
+TEST(MutationTest, TakesAnEmptyTextForEveryTypeOfChange) {
+  for (std::uint32_t type = 0; type < 7; ++type) {
+    const std::string bytes = InputWriter().Below(0, 4).Below(type, 7).Byte(1).Byte(1).Text("new").Get();
     Input input = Read(bytes);
     std::string text;
     Mutate(text, input);
-    EXPECT_EQ(text, kind == 4 ? "new" : "") << kind;
+    EXPECT_EQ(text, type == 4 ? "new" : "") << type;
   }
 }
 

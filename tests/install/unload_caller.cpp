@@ -111,15 +111,16 @@ KVMap Arguments() {
 // An operation that goes well, one that fails in the security library, one that has no transport, and one
 // that nobody knows.
 bool Call(PerformOperationFunction perform, Val& result, AnsiStr& error) {
-  Answers answers;
+  Answers responses;
   const KVMap arguments = Arguments();
   Val none;
-  return perform(&answers, "https://crypt.example", "", "CryptDecrypt", arguments, result, error) == 0 &&
-         perform(&answers, "https://crypt.example", "", "Encrypt", arguments, none, error) == kFailed &&
+  return perform(&responses, "https://crypt.example", "", "CryptDecrypt", arguments, result, error) == 0 &&
+         perform(&responses, "https://crypt.example", "", "Encrypt", arguments, none, error) == kFailed &&
          Holds(error, "Could not decode") &&
          perform(nullptr, "https://crypt.example", "", "Decrypt", arguments, none, error) == kFailed &&
-         perform(&answers, "https://crypt.example", "", "Decipher", arguments, none, error) == kUnknownName &&
-         answers.references == 1;
+         perform(&responses, "https://crypt.example", "", "Decipher", arguments, none, error) ==
+             kUnknownName &&
+         responses.references == 1;
 }
 
 const char* CheckFrame(const FrameWatch& watch) {

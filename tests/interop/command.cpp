@@ -24,21 +24,21 @@ CommandResult RunCommand(const std::filesystem::path& folder, const std::string&
   std::FILE* pipe =
       ::popen(("cd '" + folder.string() + "' && { " + command + "; } 2>&1 </dev/null").c_str(), "r");
   if (pipe == nullptr) return result;
-  char piece[4096];
-  for (std::size_t got; (got = std::fread(piece, 1, sizeof piece, pipe)) > 0;)
-    result.output.append(piece, got);
+  char chunk[4096];
+  for (std::size_t got; (got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0;)
+    result.output.append(chunk, got);
   const int status = ::pclose(pipe);
   if (WIFEXITED(status)) result.code = WEXITSTATUS(status);
   return result;
 }
 
 void InteropTest::SetUp() {
-  RoadTest::SetUp();
+  EndToEndTest::SetUp();
   Protect("the first file makes the room's key");
   ASSERT_TRUE(stand.SetRoomOptions(kRoom, CryptStand::RoomOptions{.plainKey = true}));
-  const KVMap answer = Map(Get(stand.GetServiceUrl() + "crypt/key/" + kRoom));
-  scratch.Make("room.key", ToPem("PRIVATE KEY", Str(answer.Get("plain").AsString())));
-  scratch.Make("room.crt", ToPem("CERTIFICATE", Str(answer.Get("certificate").AsString())));
+  const KVMap response = Map(Get(stand.GetServiceUrl() + "crypt/key/" + kRoom));
+  scratch.Make("room.key", ToPem("PRIVATE KEY", Str(response.Get("plain").AsString())));
+  scratch.Make("room.crt", ToPem("CERTIFICATE", Str(response.Get("certificate").AsString())));
   const std::string server = stand.GetKeyServerUrls().front();
   const std::string slash = server.ends_with('/') ? "" : "/";
   scratch.Make("lists.pem", Get(server + slash + "certstore") + Get(server + slash + "truststore"));

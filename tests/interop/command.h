@@ -18,7 +18,7 @@ CommandResult RunCommand(const std::filesystem::path& folder, const std::string&
 /// The room hands out its plain key, so that other software can open what was protected for it. The folder of
 /// the test holds it and the certificates as PEM: room.key, room.crt, lists.pem (roots, intermediates and
 /// issuers).
-class InteropTest : public RoadTest {
+class InteropTest : public EndToEndTest {
  protected:
   void SetUp() override;
   /// Runs a command in the folder of the test and demands that it succeeds.

@@ -20,7 +20,7 @@ using TestSupport::MakeDigested;
 using TestSupport::MakeEnveloped;
 using TestSupport::Payload;
 using TestSupport::Quoted;
-using TestSupport::ScriptedRoad;
+using TestSupport::ScriptedServices;
 using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::Strings;
@@ -31,7 +31,7 @@ TEST_F(Decryption, NeedsASource) {
   source = scratch.File("missing");
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not parse encrypted file: No such file or directory");
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Decryption, RefusesADirectory) {
@@ -47,7 +47,7 @@ TEST_F(Decryption, RefusesAFileThatIsNoMessage) {
     ExpectNothingDelivered();
     ExpectReason("Could not parse encrypted file: ");
   }
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Decryption, RefusesAFileThatIsCutAtAnyLength) {
@@ -57,7 +57,7 @@ TEST_F(Decryption, RefusesAFileThatIsCutAtAnyLength) {
     EXPECT_FALSE(Decrypt()) << size;
     ExpectReason("Could not parse encrypted file: ");
   }
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Decryption, RefusesASignedMessageWithoutEnvelope) {
@@ -66,7 +66,7 @@ TEST_F(Decryption, RefusesASignedMessageWithoutEnvelope) {
   scratch.Make("protected.bin", TestSupport::MakeSigned(kPlain, {signer}));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Invalid content type signedData");
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Decryption, RefusesAnyOtherMessageWithoutEnvelope) {
@@ -82,21 +82,21 @@ TEST_F(Decryption, RefusesAnyOtherMessageWithoutEnvelope) {
     ExpectNothingDelivered();
     EXPECT_EQ(Error(), row.error);
   }
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Decryption, RefusesARecipientNamedByKeyIdentifier) {
   scratch.Make("protected.bin", TestSupport::MakeEnvelopedByKeyId(kPlain, pki.room.certificate));
   ExpectNothingDelivered();
   ExpectReason("Could not read encrypted content keys: ");
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Decryption, RefusesAnEnvelopeWithoutRecipientsBeforeItAsksAnyone) {
   scratch.Make("protected.bin", MakeEnveloped(kPlain, {}));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not get encrypted content key");
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Decryption, RefusesAnEnvelopeWithSeveralRecipientsBeforeItAsksAnyone) {
@@ -108,7 +108,7 @@ TEST_F(Decryption, RefusesAnEnvelopeWithSeveralRecipientsBeforeItAsksAnyone) {
     ExpectNothingDelivered();
     EXPECT_EQ(Error(), "Could not get encrypted content key");
   }
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 // It is neither a message whose signature could be checked nor plain content.
@@ -130,17 +130,17 @@ TEST_F(Decryption, RefusesAnEnvelopeWithHundredsOfRecipientsLikeOneWithTwo) {
   scratch.Make("protected.bin", MakeEnveloped(kPlain, recipients));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not get encrypted content key");
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Decryption, FailsWithTheMessageOfTheRoomKeysRetrieval) {
-  road.Set("key", Status(500));
+  services.Set("key", Status(500));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not get room key: HTTP 500");
 }
 
 TEST_F(Decryption, ShowsADistinguishedRefusalAsItsTextAlone) {
-  road.Set("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
+  services.Set("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Ask for access");
 }
@@ -149,33 +149,33 @@ TEST_F(Decryption, FindsNoKeyInACertificateWithoutDataAndKey) {
   SetRoomKey("data", R"("")");
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not find matching room key");
-  EXPECT_EQ(road.Count("authztoken"), 0U);
+  EXPECT_EQ(services.Count("authztoken"), 0U);
 }
 
 TEST_F(Decryption, FindsNoKeyInDataWithoutACertificate) {
   SetRoomKey("certificate", R"("")");
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not find matching room key");
-  EXPECT_EQ(road.Count("authztoken"), 0U);
+  EXPECT_EQ(services.Count("authztoken"), 0U);
 }
 
 TEST_F(Decryption, NeedsACertificateAndAKeyThatCanBeRead) {
-  const KVMap answer = ScriptedRoad::RoomKeyAnswer();
+  const KVMap response = ScriptedServices::RoomKeyResponse();
   const struct {
-    KVMap answer;
+    KVMap response;
     const char* reason;
   } rows[] = {
-      {With(answer, "certificate", R"("garbage")"), "a certificate that cannot be read"},
-      {With(With(answer, "certificate", R"("")"), "plain", Quoted(pki.room.key.ToPEM())), "no certificate"},
-      {With(With(answer, "data", R"("")"), "plain", R"("garbage")"), "a key that cannot be read"},
+      {With(response, "certificate", R"("garbage")"), "a certificate that cannot be read"},
+      {With(With(response, "certificate", R"("")"), "plain", Quoted(pki.room.key.ToPEM())), "no certificate"},
+      {With(With(response, "data", R"("")"), "plain", R"("garbage")"), "a key that cannot be read"},
       {KVMap(), "nothing"},
   };
   for (const auto& row : rows) {
-    road.Set("key", Json(row.answer));
+    services.Set("key", Json(row.response));
     ExpectNothingDelivered();
     EXPECT_EQ(Error(), "Could not find matching room key") << row.reason;
   }
-  EXPECT_EQ(road.Count("decryptRequest"), 0U);
+  EXPECT_EQ(services.Count("decryptRequest"), 0U);
 }
 
 TEST_F(Decryption, TracesWhichKeyItSought) {
@@ -187,22 +187,21 @@ TEST_F(Decryption, TracesWhichKeyItSought) {
 }
 
 TEST_F(Decryption, RefusesAPlainKeyForAnotherRecipient) {
-  road.Set(
-      "key",
-      Json(With(With(ScriptedRoad::RoomKeyAnswer(), "certificate", Quoted(pki.integrity.certificate.ToPEM())),
-                "plain", Quoted(pki.integrity.key.ToPEM()))));
+  services.Set("key", Json(With(With(ScriptedServices::RoomKeyResponse(), "certificate",
+                                     Quoted(pki.integrity.certificate.ToPEM())),
+                                "plain", Quoted(pki.integrity.key.ToPEM()))));
   ExpectNothingDelivered();
   ExpectReason("Could not set recipient key: ");
 }
 
 TEST_F(Decryption, FailsWhenNoKeyServerOpensTheContentKey) {
-  road.Set("decryptRequest", ErrorCode(605));
+  services.Set("decryptRequest", ErrorCode(605));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
 }
 
 TEST_F(Decryption, FailsWithoutAToken) {
-  road.Set("authztoken", Status(403));
+  services.Set("authztoken", Status(403));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not get authorization token: HTTP 403");
 }
@@ -215,8 +214,8 @@ TEST_F(Decryption, FailsWithoutAKeyServer) {
 
 TEST_F(Decryption, RefusesAContentKeyThatCannotBeOne) {
   for (const char* key : {"not base64!", "AAAA", "YQ=="}) {
-    road.Set("decryptRequest",
-             Payload(R"({"type":"decryptResponse","plainData":[")" + std::string(key) + R"("]})"));
+    services.Set("decryptRequest",
+                 Payload(R"({"type":"decryptResponse","plainData":[")" + std::string(key) + R"("]})"));
     ExpectNothingDelivered();
     ExpectReason("Could not set content key: ");
   }
@@ -224,22 +223,22 @@ TEST_F(Decryption, RefusesAContentKeyThatCannotBeOne) {
 
 TEST_F(Decryption, GoesOnToTheNextServerWhenTheFirstGivesNoContentKey) {
   SetRoomKey("keyserver", R"(["https://one.example","https://two.example"])");
-  road.Once("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":[""]})"));
+  services.Once("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":[""]})"));
   ExpectDelivered(kPlain);
   EXPECT_EQ(Error(), "Could not decrypt document key: Invalid plainData");
-  EXPECT_EQ(road.Count("authztoken"), 2U);
-  EXPECT_EQ(road.GetRequests("decryptRequest")[0].body, road.GetRequests("decryptRequest")[1].body);
+  EXPECT_EQ(services.Count("authztoken"), 2U);
+  EXPECT_EQ(services.GetRequests("decryptRequest")[0].body, services.GetRequests("decryptRequest")[1].body);
 }
 
 TEST_F(Decryption, FailsWithoutAPlaceForTheTemporaryFile) {
   scratch.BreakTemporary();
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not create temporary file: No such file or directory");
-  EXPECT_EQ(road.Count("decryptRequest"), 1U);
+  EXPECT_EQ(services.Count("decryptRequest"), 1U);
 }
 
 TEST_F(Decryption, MissesTheContentKeyBeforeItMakesATemporaryFile) {
-  road.Set("decryptRequest", ErrorCode(605));
+  services.Set("decryptRequest", ErrorCode(605));
   scratch.BreakTemporary();
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
@@ -258,8 +257,8 @@ TEST_F(Decryption, LeavesAFileInPlaceProtectedWhenItsContentCannotBeOpened) {
 
 // A wrong key lets one file in about 250 pass the padding, by design; four such files in a row never come.
 TEST_F(Decryption, FailsWithTheWrongContentKey) {
-  road.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":[)" +
-                                     Quoted(TestSupport::ToBase64(std::string(32, 'k'))) + "]}"));
+  services.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":[)" +
+                                         Quoted(TestSupport::ToBase64(std::string(32, 'k'))) + "]}"));
   bool opened = true;
   for (int attempt = 0; attempt < 4 && opened; ++attempt) {
     Protect(kPlain);
@@ -297,7 +296,7 @@ TEST_F(Decryption, FailsWithoutAPlaceForDigestedContent) {
   EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
 }
 
-class ContentKeys : public TestSupport::RoadTest {
+class ContentKeys : public TestSupport::ServicesTest {
  protected:
   ContentKeys() { client.SetKeyServer(Strings({"https://one.example", "https://two.example"})); }
   bool Open() { return peer.KeyServerDecrypt("wrapped", "ZW5j", plain); }
@@ -307,24 +306,24 @@ class ContentKeys : public TestSupport::RoadTest {
 
 // A content key comes from the key server as it stands, undecoded.
 TEST_F(ContentKeys, ComeUndecoded) {
-  road.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["not base64!",7]})"));
+  services.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["not base64!",7]})"));
   ASSERT_TRUE(Open());
   EXPECT_EQ(Str(plain), "not base64!");
 }
 
 // A content key is asked for by the wrapped room key and the encrypted content key.
 TEST_F(ContentKeys, AreAskedForByWrappedKeyAndData) {
-  road.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["a2V5"]})"));
+  services.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["a2V5"]})"));
   ASSERT_TRUE(Open());
   EXPECT_EQ(
-      road.GetRequests("decryptRequest")[0].body,
+      services.GetRequests("decryptRequest")[0].body,
       Envelope(
           R"({"type":"decryptRequest","decryptionKey":{"type":"wrappedKey","encodedWrappedKey":"wrapped"},)"
           R"("algorithm":"RSAES-PKCS1-v1_5","encryptedData":["ZW5j"]})"));
 }
 
-// An answer without a content key is refused and what it lacks is reported.
-TEST_F(ContentKeys, AreNeededInTheAnswer) {
+// A response without a content key is refused and what it lacks is reported.
+TEST_F(ContentKeys, AreNeededInTheResponse) {
   const struct {
     const char* payload;
     std::vector<std::uint32_t> reported;
@@ -339,7 +338,7 @@ TEST_F(ContentKeys, AreNeededInTheAnswer) {
   client.SetKeyServer(Strings({"https://one.example"}));
   for (const auto& row : rows) {
     const TraceRecorder traces;
-    road.Set("decryptRequest", Payload(row.payload));
+    services.Set("decryptRequest", Payload(row.payload));
     EXPECT_FALSE(Open()) << row.reason;
     EXPECT_EQ(Error(), "Could not decrypt document key: Invalid plainData") << row.reason;
     EXPECT_EQ(traces.GetInvalidTypes(), row.reported) << row.reason;
@@ -348,8 +347,8 @@ TEST_F(ContentKeys, AreNeededInTheAnswer) {
 
 // When no server has a content key the last one's message stands.
 TEST_F(ContentKeys, LeaveTheLastMessageWhenNoServerHasOne) {
-  road.Once("decryptRequest", Payload(R"({"type":"decryptResponse"})"));
-  road.Once("decryptRequest", ErrorCode(607));
+  services.Once("decryptRequest", Payload(R"({"type":"decryptResponse"})"));
+  services.Once("decryptRequest", ErrorCode(607));
   EXPECT_FALSE(Open());
   EXPECT_EQ(Error(), "607 Key Not Found");
 }

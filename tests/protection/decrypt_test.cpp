@@ -19,7 +19,7 @@ using TestSupport::MakeDigested;
 using TestSupport::MakeEnveloped;
 using TestSupport::Quoted;
 using TestSupport::RecordedRequest;
-using TestSupport::ScriptedRoad;
+using TestSupport::ScriptedServices;
 using TestSupport::Str;
 using TestSupport::With;
 
@@ -28,9 +28,9 @@ TEST_F(Decryption, DeliversPlainContentWithBothFlagsLow) {
   EXPECT_EQ(Error(), "");
 }
 
-TEST_F(Decryption, GoesTheWholeRoadInOrder) {
+TEST_F(Decryption, MakesAllRequestsInOrder) {
   ASSERT_TRUE(Decrypt()) << Error();
-  EXPECT_THAT(road.GetSteps(), ElementsAre("key", "status", "authztoken", "decryptRequest"));
+  EXPECT_THAT(services.GetSteps(), ElementsAre("key", "status", "authztoken", "decryptRequest"));
 }
 
 TEST_F(Decryption, OnlyReadsTheSource) {
@@ -54,7 +54,7 @@ TEST_F(Decryption, DeliversContentOfEachLengthAroundABlock) {
 
 TEST_F(Decryption, AsksForTheKeyOfTheRecipient) {
   ASSERT_TRUE(Decrypt()) << Error();
-  const RecordedRequest request = road.GetRequests("key")[0];
+  const RecordedRequest request = services.GetRequests("key")[0];
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.body,
             R"({"id":{"issuer":"CN=Inner signing","serial":")" + pki.room.certificate.GetSerial() + R"("}})");
@@ -64,7 +64,7 @@ TEST_F(Decryption, HasAKeyServerOpenTheContentKey) {
   const std::string wrapped = TestSupport::WrappedKey(pki.innerSigning.certificate);
   SetRoomKey("data", Quoted(wrapped));
   ASSERT_TRUE(Decrypt()) << Error();
-  const RecordedRequest request = road.GetRequests("decryptRequest")[0];
+  const RecordedRequest request = services.GetRequests("decryptRequest")[0];
   const KVMap payload = TestSupport::Map(request.body).Get("payload").AsMap();
   const std::string encrypted = Str(payload.Get("encryptedData").AsArray()[0].AsString());
   EXPECT_EQ(request.body,
@@ -77,7 +77,7 @@ TEST_F(Decryption, HasAKeyServerOpenTheContentKey) {
 
 TEST_F(Decryption, ShowsTheRoomAndNoKeyToTheCryptService) {
   ASSERT_TRUE(Decrypt()) << Error();
-  const RecordedRequest request = road.GetRequests("authztoken")[0];
+  const RecordedRequest request = services.GetRequests("authztoken")[0];
   EXPECT_THAT(request.url, EndsWith("/crypt/authztoken/room%201"));
   EXPECT_EQ(request.body, R"({"keyserver":"https://one.example","operation":"decryptRequest"})");
 }
@@ -86,7 +86,7 @@ TEST_F(Decryption, SendsNoContentAnywhere) {
   ASSERT_TRUE(Decrypt()) << Error();
   const std::string file = scratch.Read("protected.bin");
   const std::string cipherText = TestSupport::ToBase64(file.substr(file.size() - 30));
-  for (const RecordedRequest& request : road.http.GetRequests()) {
+  for (const RecordedRequest& request : services.http.GetRequests()) {
     EXPECT_THAT(request.body, Not(HasSubstr(kPlain)));
     EXPECT_THAT(request.body, Not(HasSubstr(cipherText)));
   }
@@ -95,20 +95,21 @@ TEST_F(Decryption, SendsNoContentAnywhere) {
 TEST_F(Decryption, OpensTheEnvelopeItselfWithAPlainKey) {
   HandOutPlainKey();
   ExpectDelivered(kPlain);
-  EXPECT_THAT(road.GetSteps(), ElementsAre("key"));
+  EXPECT_THAT(services.GetSteps(), ElementsAre("key"));
 }
 
 TEST_F(Decryption, PrefersAPlainKeyToTheWrappedOneBesideIt) {
-  road.Set("key",
-           Json(With(With(ScriptedRoad::RoomKeyAnswer(), "data", R"("nothing that could be unwrapped")"),
-                     "plain", Quoted(pki.room.key.ToPEM()))));
+  services.Set(
+      "key",
+      Json(With(With(ScriptedServices::RoomKeyResponse(), "data", R"("nothing that could be unwrapped")"),
+                "plain", Quoted(pki.room.key.ToPEM()))));
   ExpectDelivered(kPlain);
-  EXPECT_EQ(road.Count("decryptRequest"), 0U);
+  EXPECT_EQ(services.Count("decryptRequest"), 0U);
 }
 
 TEST_F(Decryption, NeedsNoDataBesideAPlainKey) {
-  road.Set("key", Json(With(With(ScriptedRoad::RoomKeyAnswer(), "data", R"("")"), "plain",
-                            Quoted(pki.room.key.ToPEM()))));
+  services.Set("key", Json(With(With(ScriptedServices::RoomKeyResponse(), "data", R"("")"), "plain",
+                                Quoted(pki.room.key.ToPEM()))));
   ExpectDelivered(kPlain);
 }
 
@@ -116,7 +117,7 @@ TEST_F(Decryption, DeliversAnEnvelopeInsideTheEnvelopeUnopened) {
   const std::string inner = MakeEnveloped("deeper", {pki.room.certificate});
   Protect(inner);
   ExpectDelivered(inner);
-  EXPECT_EQ(road.Count("decryptRequest"), 1U);
+  EXPECT_EQ(services.Count("decryptRequest"), 1U);
 }
 
 // Limits bound what opening a message costs, and this one is not opened.
@@ -139,7 +140,7 @@ TEST_F(Decryption, DeliversAnInnerEnvelopeLargerThanTheLimitUnopened) {
   ExpectDelivered(inner);
 }
 
-TEST_F(Decryption, DeliversAMessageOfAnotherKindUnopened) {
+TEST_F(Decryption, DeliversAMessageOfAnotherTypeUnopened) {
   const std::string inner = MakeData("text");
   Protect(inner);
   ExpectDelivered(inner);
@@ -182,8 +183,8 @@ TEST_F(Decryption, NamesTheTemporaryFileAfterTheSource) {
   TestSupport::SignerSpec signer;
   signer.identity = pki.integrity;
   Protect(TestSupport::MakeSigned(kPlain, {signer}));
-  road.Set("certstore",
-           WatchingTemporary([this](const RecordedRequest&) { return Json(pki.GetCertStore()); }));
+  services.Set("certstore",
+               WatchingTemporary([this](const RecordedRequest&) { return Json(pki.GetCertStore()); }));
   ASSERT_TRUE(Decrypt()) << Error();
   EXPECT_THAT(temporaryNames, Contains(EndsWith("/protected.bin.tmp")));
   EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());

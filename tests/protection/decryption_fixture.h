@@ -9,7 +9,7 @@ namespace OruKalvix {
 
 inline constexpr const char* kPlain = "the plain bytes of a file";
 
-class Decryption : public TestSupport::RoadTest {
+class Decryption : public TestSupport::ServicesTest {
  protected:
   Decryption() : target(scratch.File("opened")) { Protect(kPlain); }
 
@@ -37,8 +37,8 @@ class Decryption : public TestSupport::RoadTest {
     EXPECT_EQ(scratch.Read("opened"), content);
   }
   void SetRoomKey(const char* member, const std::string& json) {
-    road.Set("key",
-             TestSupport::Json(TestSupport::With(TestSupport::ScriptedRoad::RoomKeyAnswer(), member, json)));
+    services.Set("key", TestSupport::Json(TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(),
+                                                            member, json)));
   }
   void HandOutPlainKey() { SetRoomKey("plain", TestSupport::Quoted(pki.room.key.ToPEM())); }
 

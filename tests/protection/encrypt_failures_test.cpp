@@ -25,20 +25,20 @@ using TestSupport::NoExchange;
 using TestSupport::Payload;
 using TestSupport::Quoted;
 using TestSupport::RecordedRequest;
-using TestSupport::ScriptedRoad;
+using TestSupport::ScriptedServices;
 using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::With;
 
 TEST_F(Encryption, FailsWithTheMessageOfTheRoomKeysRetrieval) {
-  road.Set("key", Status(500));
+  services.Set("key", Status(500));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not get room key: HTTP 500");
-  EXPECT_THAT(road.GetSteps(), ElementsAre("key"));
+  EXPECT_THAT(services.GetSteps(), ElementsAre("key"));
 }
 
 TEST_F(Encryption, RaisesTheFlagForTheOneDistinguishedRefusal) {
-  road.Set("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
+  services.Set("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
   keyErrorFlag = false;
   EXPECT_FALSE(Encrypt());
   EXPECT_TRUE(keyErrorFlag);
@@ -47,13 +47,13 @@ TEST_F(Encryption, RaisesTheFlagForTheOneDistinguishedRefusal) {
 }
 
 TEST_F(Encryption, LowersTheFlagForEachOtherRefusal) {
-  road.Set("key", Json(R"({"errorid":"QOB.2","errortext":"No"})"));
+  services.Set("key", Json(R"({"errorid":"QOB.2","errortext":"No"})"));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not get room key: No");
 }
 
 TEST_F(Encryption, LowersTheFlagOfAnEarlierRefusal) {
-  road.Once("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
+  services.Once("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
   EXPECT_FALSE(Encrypt());
   EXPECT_TRUE(keyErrorFlag);
   EXPECT_TRUE(Encrypt());
@@ -61,27 +61,29 @@ TEST_F(Encryption, LowersTheFlagOfAnEarlierRefusal) {
 }
 
 TEST_F(Encryption, NeedsAServiceUrl) {
-  CryptClient other(&road.http, "", "", "room 1");
+  CryptClient other(&services.http, "", "", "room 1");
   EXPECT_FALSE(other.Encrypt(source, target, keyErrorFlag));
   EXPECT_EQ(Str(other.GetErrorMessage()), "Invalid URL");
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Encryption, MakesTheKeyOfARoomThatHasNone) {
   TakeRoomKeyAway();
   ASSERT_TRUE(Encrypt()) << Error();
-  EXPECT_THAT(road.GetSteps(), ElementsAre("key", "certlist", "status", "authztoken",
-                                           "generateWrappedKeyRequest", "newkey", "certstore", "truststore",
-                                           "authztoken", "getKeyRequest", "authztoken", "signRequest"));
+  EXPECT_THAT(
+      services.GetSteps(),
+      ElementsAre("key", "certlist", "status", "authztoken", "generateWrappedKeyRequest", "newkey",
+                  "certstore", "truststore", "authztoken", "getKeyRequest", "authztoken", "signRequest"));
   EXPECT_EQ(Open().content, kPlain);
 }
 
 TEST_F(Encryption, MakesTheKeyForTheCertificatesOfTheRoom) {
   TakeRoomKeyAway();
-  road.Set("certlist", Json(With(ScriptedRoad::RoomCertsAnswer(), "room", R"("room 1 by its name")")));
+  services.Set("certlist",
+               Json(With(ScriptedServices::RoomCertsResponse(), "room", R"("room 1 by its name")")));
   ASSERT_TRUE(Encrypt()) << Error();
-  EXPECT_EQ(road.GetRequests("certlist")[0].body, R"({"keyserver":""})");
-  const std::string body = road.GetRequests("generateWrappedKeyRequest")[0].body;
+  EXPECT_EQ(services.GetRequests("certlist")[0].body, R"({"keyserver":""})");
+  const std::string body = services.GetRequests("generateWrappedKeyRequest")[0].body;
   EXPECT_THAT(body, HasSubstr(R"("certificateSubject":"CN=room 1 by its name-tr")"));
   EXPECT_THAT(body, HasSubstr(R"([{"type":"externalCertificate","encodedCertificate":"member-1"},)"));
   EXPECT_THAT(Open().attributes, Contains(Pair(TestSupport::kRoomOid, "room 1 by its name")));
@@ -90,31 +92,31 @@ TEST_F(Encryption, MakesTheKeyForTheCertificatesOfTheRoom) {
 TEST_F(Encryption, UploadsTheNewKeyWithItsSequenceNumber) {
   TakeRoomKeyAway();
   const std::string wrapped = TestSupport::WrappedKey(pki.innerSigning.certificate);
-  road.Set(
+  services.Set(
       "generateWrappedKeyRequest",
       Payload(R"({"type":"generateWrappedKeyResponse","encodedX509Certificate":)" +
               Quoted(pki.room.certificate.ToBase64()) + R"(,"encodedWrappedKey":)" + Quoted(wrapped) + "}"));
   ASSERT_TRUE(Encrypt()) << Error();
-  EXPECT_EQ(road.GetRequests("newkey")[0].body, R"({"seqnr":"42","key":)" + Quoted(wrapped) + "}");
+  EXPECT_EQ(services.GetRequests("newkey")[0].body, R"({"seqnr":"42","key":)" + Quoted(wrapped) + "}");
 }
 
 TEST_F(Encryption, NamesNoKeyServerToTheServiceForARoomThatHasNoKey) {
   TakeRoomKeyAway();
   ASSERT_TRUE(Encrypt()) << Error();
-  EXPECT_EQ(road.GetRequests("certlist")[0].body, R"({"keyserver":""})");
+  EXPECT_EQ(services.GetRequests("certlist")[0].body, R"({"keyserver":""})");
 }
 
 TEST_F(Encryption, NamesTheKeyServerToTheServiceThatCouldNotProveTheRoomsKey) {
-  road.Once("truststore", Json("garbage"));
+  services.Once("truststore", Json("garbage"));
   ASSERT_TRUE(Encrypt()) << Error();
-  EXPECT_EQ(road.GetRequests("certlist")[0].body, R"({"keyserver":"https://one.example"})");
+  EXPECT_EQ(services.GetRequests("certlist")[0].body, R"({"keyserver":"https://one.example"})");
 }
 
 TEST_F(Encryption, ReplacesAKeyWithoutDataUnproven) {
   SetRoomKey("data", R"("")");
   ASSERT_TRUE(Encrypt()) << Error();
-  EXPECT_EQ(road.GetSteps()[1], "certlist");
-  EXPECT_EQ(road.Count("certstore"), 1U);
+  EXPECT_EQ(services.GetSteps()[1], "certlist");
+  EXPECT_EQ(services.Count("certstore"), 1U);
   EXPECT_EQ(Error(), "");
 }
 
@@ -124,60 +126,60 @@ TEST_F(Encryption, ReplacesAKeyThatCannotBeProvenAndKeepsTheReason) {
   SetRoomKey("certificate", Quoted(room.ToPEM()));
   ASSERT_TRUE(Encrypt());
   ExpectReason("Could not verify room key certificate chain: ");
-  EXPECT_EQ(road.GetRequests("certlist")[0].body, R"({"keyserver":"https://one.example"})");
-  EXPECT_EQ(road.Count("newkey"), 1U);
+  EXPECT_EQ(services.GetRequests("certlist")[0].body, R"({"keyserver":"https://one.example"})");
+  EXPECT_EQ(services.Count("newkey"), 1U);
   EXPECT_EQ(Open().content, kPlain);
 }
 
 TEST_F(Encryption, FailsWithoutTheRoomsCertificates) {
   TakeRoomKeyAway();
-  road.Set("certlist", Status(403));
+  services.Set("certlist", Status(403));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not get room certificates: HTTP 403");
-  EXPECT_EQ(road.Count("generateWrappedKeyRequest"), 0U);
+  EXPECT_EQ(services.Count("generateWrappedKeyRequest"), 0U);
 }
 
 TEST_F(Encryption, FailsOnTheEmptyServerListOfAServiceThatRefusesItsCertificates) {
   TakeRoomKeyAway();
-  road.Set("certlist", Json(R"({"errorid":"QOB.2","errortext":"No"})"));
+  services.Set("certlist", Json(R"({"errorid":"QOB.2","errortext":"No"})"));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Invalid key server URL");
 }
 
 TEST_F(Encryption, FailsWhenNoServerMakesAKey) {
   TakeRoomKeyAway();
-  road.Set("generateWrappedKeyRequest", ErrorCode(615));
+  services.Set("generateWrappedKeyRequest", ErrorCode(615));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "615 Key Generation Error");
-  EXPECT_EQ(road.Count("newkey"), 0U);
+  EXPECT_EQ(services.Count("newkey"), 0U);
 }
 
 TEST_F(Encryption, FailsWhenTheNewKeyIsNotTaken) {
   TakeRoomKeyAway();
-  road.Set("newkey", Status(409));
+  services.Set("newkey", Status(409));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not upload new room key: HTTP 409");
-  EXPECT_EQ(road.Count("certstore"), 0U);
+  EXPECT_EQ(services.Count("certstore"), 0U);
 }
 
 TEST_F(Encryption, FailsWhenTheNewKeyCannotBeProvenAndMakesNoSecond) {
   TakeRoomKeyAway();
-  road.Set(
+  services.Set(
       "generateWrappedKeyRequest",
       Payload(
           R"({"type":"generateWrappedKeyResponse","encodedWrappedKey":"garbage","encodedX509Certificate":)" +
           Quoted(pki.room.certificate.ToBase64()) + "}"));
   ExpectNothingWritten();
   ExpectReason("Could not parse room key: ");
-  EXPECT_EQ(road.Count("newkey"), 1U);
-  EXPECT_EQ(road.Count("generateWrappedKeyRequest"), 1U);
-  EXPECT_EQ(road.Count("getKeyRequest"), 0U);
+  EXPECT_EQ(services.Count("newkey"), 1U);
+  EXPECT_EQ(services.Count("generateWrappedKeyRequest"), 1U);
+  EXPECT_EQ(services.Count("getKeyRequest"), 0U);
 }
 
 // The service URL of the room is missed before room and group, and these in this order.
 TEST_F(Encryption, MissesUrlRoomAndGroupInThisOrder) {
   RoomKey roomKey;
-  CryptClient withoutUrl(&road.http, "", "", "room 1");
+  CryptClient withoutUrl(&services.http, "", "", "room 1");
   EXPECT_FALSE(CryptClientTestPeer(withoutUrl).CheckOrigin(roomKey));
   EXPECT_EQ(Str(withoutUrl.GetErrorMessage()), "Invalid URL");
   EXPECT_FALSE(peer.CheckOrigin(roomKey));
@@ -193,14 +195,14 @@ TEST_F(Encryption, NeedsARoom) {
   SetRoomKey("room", R"("")");
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Invalid room");
-  EXPECT_EQ(road.Count("getKeyRequest"), 0U);
+  EXPECT_EQ(services.Count("getKeyRequest"), 0U);
 }
 
 TEST_F(Encryption, NeedsAGroup) {
   SetRoomKey("group", R"("")");
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Invalid group");
-  EXPECT_EQ(road.Count("getKeyRequest"), 0U);
+  EXPECT_EQ(services.Count("getKeyRequest"), 0U);
 }
 
 TEST_F(Encryption, MissesTheGroupBeforeItMakesATemporaryFile) {
@@ -211,27 +213,28 @@ TEST_F(Encryption, MissesTheGroupBeforeItMakesATemporaryFile) {
 }
 
 TEST_F(Encryption, MissesTheIntegrityKeyBeforeItMakesATemporaryFile) {
-  road.Set("getKeyRequest", ErrorCode(607));
+  services.Set("getKeyRequest", ErrorCode(607));
   scratch.BreakTemporary();
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "607 Key Not Found");
 }
 
 TEST_F(Encryption, MissesTheRoomBeforeTheGroup) {
-  road.Set("key", Json(With(With(ScriptedRoad::RoomKeyAnswer(), "room", R"("")"), "group", R"("")")));
+  services.Set("key",
+               Json(With(With(ScriptedServices::RoomKeyResponse(), "room", R"("")"), "group", R"("")")));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Invalid room");
 }
 
 TEST_F(Encryption, FailsWithoutAnIntegrityKey) {
-  road.Set("getKeyRequest", ErrorCode(607));
+  services.Set("getKeyRequest", ErrorCode(607));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "607 Key Not Found");
-  EXPECT_EQ(road.Count("signRequest"), 0U);
+  EXPECT_EQ(services.Count("signRequest"), 0U);
 }
 
 TEST_F(Encryption, FailsWithoutATokenForTheIntegrityKey) {
-  road.Set("authztoken", Status(401));
+  services.Set("authztoken", Status(401));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not get authorization token: HTTP 401");
 }
@@ -240,7 +243,7 @@ TEST_F(Encryption, FailsWithoutAPlaceForTheTemporaryFile) {
   scratch.BreakTemporary();
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not create temporary file: No such file or directory");
-  EXPECT_EQ(road.Count("signRequest"), 0U);
+  EXPECT_EQ(services.Count("signRequest"), 0U);
 }
 
 TEST_F(Encryption, FailsWithoutASource) {
@@ -248,7 +251,7 @@ TEST_F(Encryption, FailsWithoutASource) {
   EXPECT_FALSE(Encrypt());
   EXPECT_EQ(Error(), "Could not sign file: No such file or directory");
   EXPECT_FALSE(scratch.Exists("protected.bin"));
-  EXPECT_EQ(road.Count("signRequest"), 0U);
+  EXPECT_EQ(services.Count("signRequest"), 0U);
 }
 
 TEST_F(Encryption, FailsForADirectory) {
@@ -258,50 +261,51 @@ TEST_F(Encryption, FailsForADirectory) {
 }
 
 TEST_F(Encryption, FailsInTheWordsOfTheSigningServer) {
-  road.Set("signRequest", ErrorCode(609));
+  services.Set("signRequest", ErrorCode(609));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not sign file: 609 Auth Failed");
 }
 
 TEST_F(Encryption, FailsInTheWordsOfTheCryptServiceWhenTheSignatureGetsNoToken) {
-  road.Once("authztoken", TestSupport::Token("first"));
-  road.Set("authztoken", Status(403));
+  services.Once("authztoken", TestSupport::Token("first"));
+  services.Set("authztoken", Status(403));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not sign file: Could not get authorization token: HTTP 403");
 }
 
 TEST_F(Encryption, FailsWithAnIntegrityKeyThatHasNoId) {
-  road.Set("getKeyRequest",
-           Payload(R"({"type":"getKeyResponse","key":{"type":"x","id":"","subId":"1","encodedCertificate":)" +
-                   Quoted(pki.integrity.certificate.ToBase64()) + "}}"));
+  services.Set(
+      "getKeyRequest",
+      Payload(R"({"type":"getKeyResponse","key":{"type":"x","id":"","subId":"1","encodedCertificate":)" +
+              Quoted(pki.integrity.certificate.ToBase64()) + "}}"));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not sign file: Could not sign hash: Invalid integrity key");
-  EXPECT_EQ(road.Count("signRequest"), 0U);
+  EXPECT_EQ(services.Count("signRequest"), 0U);
 }
 
 TEST_F(Encryption, RefusesASignatureOfAnotherKey) {
-  road.Set("signRequest",
-           Payload(R"({"type":"signResponse","signedHashes":[)" +
-                   Quoted(TestSupport::ToBase64(pki.room.key.SignHash(std::string(64, 'h')))) + "]}"));
+  services.Set("signRequest",
+               Payload(R"({"type":"signResponse","signedHashes":[)" +
+                       Quoted(TestSupport::ToBase64(pki.room.key.SignHash(std::string(64, 'h')))) + "]}"));
   ExpectNothingWritten();
   ExpectReason("Could not sign file: ");
 }
 
 TEST_F(Encryption, RefusesASignatureOfOneByte) {
-  road.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":["AA=="]})"));
+  services.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":["AA=="]})"));
   ExpectNothingWritten();
   ExpectReason("Could not sign file: ");
 }
 
 TEST_F(Encryption, RefusesAnEmptySignature) {
-  road.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":[""]})"));
+  services.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":[""]})"));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not sign file: Could not sign hash: Invalid signedHashes");
 }
 
 // Line ends alone are a text, and decode to no byte.
 TEST_F(Encryption, RefusesASignatureThatDecodesToNothing) {
-  road.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":["\r\n"]})"));
+  services.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":["\r\n"]})"));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not sign file: The signer returned no signature");
 }
@@ -338,17 +342,17 @@ TEST_F(Encryption, FailsWithoutAPlaceForTheTarget) {
 
 TEST_F(Encryption, GoesOnToTheNextKeyServerInEveryStep) {
   SetRoomKey("keyserver", R"(["https://dead.example","https://one.example"])");
-  road.Set("status", [](const RecordedRequest& request) {
+  services.Set("status", [](const RecordedRequest& request) {
     return request.url.starts_with("https://dead") ? NoExchange("dead")
-                                                   : TestSupport::DateAnswer(TestSupport::kRoadDate);
+                                                   : TestSupport::DateResponse(TestSupport::kServicesDate);
   });
   *CryptClientTestPeer::GetKeyServerBase() = 0;
   ASSERT_TRUE(Encrypt()) << Error();
   EXPECT_EQ(Open().content, kPlain);
   EXPECT_EQ(Error(), "Could not connect to key server: dead");
-  // The dead server is tried anew for both lists, the integrity key and the signature; the other one is known
-  // after its first answer.
-  const std::vector<RecordedRequest> probes = road.GetRequests("status");
+  // The dead server is tried again for both lists, the integrity key and the signature; the other one is
+  // known after its first response.
+  const std::vector<RecordedRequest> probes = services.GetRequests("status");
   EXPECT_EQ(probes.size(), 5U);
   EXPECT_EQ(std::count_if(probes.begin(), probes.end(),
                           [](const RecordedRequest& probe) { return probe.url.starts_with("https://dead"); }),

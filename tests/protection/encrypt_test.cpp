@@ -16,7 +16,7 @@ using ::testing::Pair;
 using TestSupport::ErrorCode;
 using TestSupport::OpenedMessage;
 using TestSupport::RecordedRequest;
-using TestSupport::ScriptedRoad;
+using TestSupport::ScriptedServices;
 using TestSupport::Str;
 
 TEST_F(Encryption, WrapsASignatureInAnEnvelope) {
@@ -59,7 +59,7 @@ TEST_F(Encryption, GivesItsAttributesInTheOrderOfTheirOIDs) {
 
 TEST_F(Encryption, MakesNoDoubleSlashInTheRoomUrl) {
   // A URL with a slash behind it leads to the same services.
-  CryptClient other(&road.http, "https://crypt.example/api/", "", "room 1");
+  CryptClient other(&services.http, "https://crypt.example/api/", "", "room 1");
   ASSERT_TRUE(other.Encrypt(source, target, keyErrorFlag)) << other.GetErrorMessage().GetText();
   EXPECT_THAT(Open().attributes,
               Contains(Pair(TestSupport::kRoomUrlOid, "https://crypt.example/api/mx/room%201")));
@@ -68,31 +68,31 @@ TEST_F(Encryption, MakesNoDoubleSlashInTheRoomUrl) {
 TEST_F(Encryption, SignsAtTheKeyServersTime) {
   ASSERT_TRUE(Encrypt()) << Error();
   const std::time_t time = Open().signingTime;
-  EXPECT_GE(time, TestSupport::kRoadTime);
-  EXPECT_LE(time, TestSupport::kRoadTime + 60);
+  EXPECT_GE(time, TestSupport::kServicesTime);
+  EXPECT_LE(time, TestSupport::kServicesTime + 60);
 }
 
-TEST_F(Encryption, GoesTheWholeRoadInOrder) {
+TEST_F(Encryption, MakesAllRequestsInOrder) {
   ASSERT_TRUE(Encrypt()) << Error();
-  EXPECT_THAT(road.GetSteps(), ElementsAre("key", "status", "certstore", "truststore", "authztoken",
-                                           "getKeyRequest", "authztoken", "signRequest"));
+  EXPECT_THAT(services.GetSteps(), ElementsAre("key", "status", "certstore", "truststore", "authztoken",
+                                               "getKeyRequest", "authztoken", "signRequest"));
 }
 
 TEST_F(Encryption, AsksForTheCurrentKey) {
   ASSERT_TRUE(Encrypt()) << Error();
-  EXPECT_EQ(road.GetRequests("key")[0].method, "GET");
+  EXPECT_EQ(services.GetRequests("key")[0].method, "GET");
 }
 
 TEST_F(Encryption, AsksForTheIntegrityKeyWithoutSubId) {
   ASSERT_TRUE(Encrypt()) << Error();
   EXPECT_THAT(
-      road.GetRequests("getKeyRequest")[0].body,
+      services.GetRequests("getKeyRequest")[0].body,
       HasSubstr(R"("key":{"type":"handle","id":"integrity","subId":""},"representation":"certificate")"));
 }
 
 TEST_F(Encryption, HasTheIntegrityKeySignAHashOfSHA512) {
   ASSERT_TRUE(Encrypt()) << Error();
-  const std::string body = road.GetRequests("signRequest")[0].body;
+  const std::string body = services.GetRequests("signRequest")[0].body;
   EXPECT_THAT(body, HasSubstr(R"("signatureKey":{"type":"handle","id":"integrity","subId":"7"})"));
   EXPECT_THAT(body, HasSubstr(R"("algorithm":"RSASSA-PKCS1-v1_5-SHA-512")"));
   const KVMap payload = TestSupport::Map(body).Get("payload").AsMap();
@@ -103,7 +103,7 @@ TEST_F(Encryption, HasTheIntegrityKeySignAHashOfSHA512) {
 
 TEST_F(Encryption, SendsNoContentAnywhere) {
   ASSERT_TRUE(Encrypt()) << Error();
-  for (const RecordedRequest& request : road.http.GetRequests()) {
+  for (const RecordedRequest& request : services.http.GetRequests()) {
     EXPECT_THAT(request.body, Not(HasSubstr(kPlain)));
     EXPECT_THAT(request.body, Not(HasSubstr(TestSupport::ToBase64(kPlain))));
   }
@@ -142,14 +142,14 @@ TEST_F(Encryption, ProtectsAFileInPlace) {
 }
 
 TEST_F(Encryption, LeavesAFileInPlacePlainWhenItFails) {
-  road.Set("signRequest", ErrorCode(607));
+  services.Set("signRequest", ErrorCode(607));
   target = source;
   EXPECT_FALSE(Encrypt());
   EXPECT_EQ(scratch.Read("plain.txt"), kPlain);
 }
 
 TEST_F(Encryption, NamesTheTemporaryFileAfterTheTarget) {
-  road.Set("signRequest", WatchingTemporary(ScriptedRoad::Signed));
+  services.Set("signRequest", WatchingTemporary(ScriptedServices::Signed));
   ASSERT_TRUE(Encrypt()) << Error();
   EXPECT_THAT(temporaryNames, Contains(EndsWith("/protected.bin.tmp")));
   EXPECT_THAT(temporaryNames, Not(Contains(HasSubstr("plain.txt"))));
@@ -165,11 +165,11 @@ TEST_F(Encryption, LeavesConfigurationAndIntegrityKeyInTheClient) {
   EXPECT_TRUE(peer.integrityKey.IsUsable());
 }
 
-TEST_F(Encryption, AsksAnewForEachFile) {
+TEST_F(Encryption, AsksAgainForEachFile) {
   ASSERT_TRUE(Encrypt()) << Error();
   ASSERT_TRUE(client.Encrypt(source, scratch.File("second"), keyErrorFlag)) << Error();
-  EXPECT_EQ(road.Count("key"), 2U);
-  EXPECT_EQ(road.Count("getKeyRequest"), 2U);
+  EXPECT_EQ(services.Count("key"), 2U);
+  EXPECT_EQ(services.Count("getKeyRequest"), 2U);
   EXPECT_EQ(Open("second").content, kPlain);
   EXPECT_NE(scratch.Read("protected.bin"), scratch.Read("second"));
 }
@@ -177,8 +177,8 @@ TEST_F(Encryption, AsksAnewForEachFile) {
 TEST_F(Encryption, SendsTheTransactionWithEachToken) {
   client.SetTransaction("tx-9");
   ASSERT_TRUE(Encrypt()) << Error();
-  ASSERT_EQ(road.Count("authztoken"), 2U);
-  for (const RecordedRequest& request : road.GetRequests("authztoken")) {
+  ASSERT_EQ(services.Count("authztoken"), 2U);
+  for (const RecordedRequest& request : services.GetRequests("authztoken")) {
     EXPECT_THAT(request.body, HasSubstr(R"("transaction":"tx-9")"));
   }
 }

@@ -10,7 +10,7 @@ namespace OruKalvix {
 
 inline constexpr const char* kPlain = "the plain bytes of a file";
 
-class Encryption : public TestSupport::RoadTest {
+class Encryption : public TestSupport::ServicesTest {
  protected:
   Encryption() : source(scratch.Make("plain.txt", kPlain)), target(scratch.File("protected.bin")) {}
 
@@ -46,8 +46,8 @@ class Encryption : public TestSupport::RoadTest {
     return TestSupport::OpenSigned(TestSupport::OpenEnvelope(scratch.Read(name), pki.room));
   }
   void SetRoomKey(const char* member, const std::string& json) {
-    road.Set("key",
-             TestSupport::Json(TestSupport::With(TestSupport::ScriptedRoad::RoomKeyAnswer(), member, json)));
+    services.Set("key", TestSupport::Json(TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(),
+                                                            member, json)));
   }
   /// The crypt service knows no key for the room.
   void TakeRoomKeyAway() { SetRoomKey("certificate", R"("")"); }

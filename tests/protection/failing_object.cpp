@@ -9,7 +9,7 @@ int countdown = 0;
 
 }  // namespace
 
-// Hands on to the new that throws, so that whatever watches over blocks sees one kind of them.
+// Hands on to the new that throws, so that whatever watches over blocks sees one type of them.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   if (countdown > 0 && --countdown == 0) {
     countdown = -1;

@@ -16,8 +16,8 @@ using TestSupport::Renewed;
 class RenewedSigner : public Verification {
  protected:
   void List(const std::string& certStore, const std::string& trustStore) {
-    road.Set("certstore", Json(pki.root.certificate.ToPEM() + certStore));
-    road.Set("truststore", Json(trustStore));
+    services.Set("certstore", Json(pki.root.certificate.ToPEM() + certStore));
+    services.Set("truststore", Json(trustStore));
   }
   /// What is wrong with the file, empty when its origin was proven.
   std::string Judge() {

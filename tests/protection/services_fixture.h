@@ -17,9 +17,9 @@
 namespace TestSupport {
 
 /// One client on a road that works, and a directory for its files.
-class RoadTest : public ::testing::Test {
+class ServicesTest : public ::testing::Test {
  protected:
-  RoadTest() { *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0; }
+  ServicesTest() { *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0; }
 
   std::string Error() const { return Str(client.GetErrorMessage()); }
   /// The message is the text and behind it a reason that says something.
@@ -28,7 +28,7 @@ class RoadTest : public ::testing::Test {
     EXPECT_GT(Error().size(), text.size());
     EXPECT_EQ(Error().find("Success"), std::string::npos) << Error();
   }
-  /// An answer that also records the temporary files of that moment.
+  /// A response that also records the temporary files of that moment.
   Responder WatchingTemporary(Responder responder) {
     return [this, responder](const RecordedRequest& request) {
       temporaryNames = scratch.GetTemporaryNames();
@@ -38,9 +38,9 @@ class RoadTest : public ::testing::Test {
 
   const Pki& pki = Pki::Get();
   ScratchDirectory scratch;
-  ScriptedRoad road;
+  ScriptedServices services;
   std::vector<std::string> temporaryNames;
-  OruKalvix::CryptClient client{&road.http, kServiceUrl, "", "room 1"};
+  OruKalvix::CryptClient client{&services.http, kServiceUrl, "", "room 1"};
   OruKalvix::CryptClientTestPeer peer{client};
 };
 

@@ -14,9 +14,9 @@ using OruGuiBase::Blob;
 using ::testing::ElementsAre;
 using TestSupport::Alive;
 using TestSupport::Bytes;
+using TestSupport::CannedResponse;
 using TestSupport::Envelope;
 using TestSupport::ErrorCode;
-using TestSupport::HttpAnswer;
 using TestSupport::LoadCert;
 using TestSupport::Map;
 using TestSupport::NoExchange;
@@ -29,7 +29,7 @@ using TestSupport::ToBase64;
 using TestSupport::Token;
 using TestSupport::TraceRecorder;
 
-HttpAnswer Signed(const std::string& list) {
+CannedResponse Signed(const std::string& list) {
   return Payload(R"({"type":"signResponse","signedHashes":)" + list + "}");
 }
 
@@ -37,7 +37,7 @@ class Signing : public TestSupport::ClientTest {
  protected:
   Signing() { UseServers({"https://one.example", "https://two.example"}); }
 
-  void Attempt(const HttpAnswer& answer) { http.Then(Alive()).Then(Token("t")).Then(answer); }
+  void Attempt(const CannedResponse& response) { http.Then(Alive()).Then(Token("t")).Then(response); }
   bool KeyServerSign(const Blob& hash = Bytes("hash")) {
     return peer.KeyServerSign(handle, "RSASSA-PKCS1-v1_5-SHA-256", hash.View(), value);
   }
@@ -118,7 +118,7 @@ TEST_F(Signing, ReadsTheFirstSignatureAlone) {
   EXPECT_TRUE(traces.GetInvalidTypes().empty());
 }
 
-TEST_F(Signing, NeedsASignatureInTheAnswer) {
+TEST_F(Signing, NeedsASignatureInTheResponse) {
   const struct {
     const char* payload;
     std::vector<std::uint32_t> reported;
@@ -143,7 +143,7 @@ TEST_F(Signing, NeedsASignatureInTheAnswer) {
   }
 }
 
-TEST_F(Signing, TakesTheSecondServersAnswerWhenTheFirstIsNoBase64) {
+TEST_F(Signing, TakesTheSecondServersResponseWhenTheFirstIsNoBase64) {
   Attempt(Signed(R"(["not base64!"])"));
   Attempt(Signed(R"(["c2lnbmVk"])"));
   ASSERT_TRUE(KeyServerSign());

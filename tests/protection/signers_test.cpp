@@ -45,7 +45,7 @@ TEST_F(Verification, DoubtsASignerWithoutGroup) {
   Protect({signer});
   ExpectDoubted();
   EXPECT_EQ(Error(), "Could not determine group of signer");
-  EXPECT_EQ(road.Count("integrity"), 0U);
+  EXPECT_EQ(services.Count("integrity"), 0U);
 }
 
 TEST_F(Verification, DoubtsASignerWithAnEmptyGroup) {
@@ -55,14 +55,14 @@ TEST_F(Verification, DoubtsASignerWithAnEmptyGroup) {
 }
 
 TEST_F(Verification, DoubtsASignerWhoseGroupIsNotToBeHad) {
-  road.Set("integrity", Status(404));
+  services.Set("integrity", Status(404));
   ExpectDoubted();
   EXPECT_EQ(Error(), "Could not get integrity certificates: HTTP 404");
 }
 
 TEST_F(Verification, DoubtsASignerThatTheGroupDoesNotList) {
   for (const char* list : {"[]", R"(["00"])", R"("none")", R"(["",null,7])"}) {
-    road.Set("integrity", Json(R"({"integrity":)" + std::string(list) + "}"));
+    services.Set("integrity", Json(R"({"integrity":)" + std::string(list) + "}"));
     ExpectDoubted();
     EXPECT_EQ(Error(), "Could not find a matching integrity certificate") << list;
   }
@@ -73,31 +73,31 @@ TEST_F(Verification, MatchesADigestWhateverItsCase) {
   for (char& character : digest)
     character = static_cast<char>(std::toupper(static_cast<unsigned char>(character)));
   ASSERT_NE(digest, pki.integrity.certificate.GetDigest());
-  road.Set("integrity", Json(R"({"integrity":[)" + Quoted(digest) + "]}"));
+  services.Set("integrity", Json(R"({"integrity":[)" + Quoted(digest) + "]}"));
   ExpectVerified();
 }
 
 TEST_F(Verification, MatchesNoDigestThatIsOnlyAPart) {
   const std::string digest = pki.integrity.certificate.GetDigest();
-  road.Set("integrity",
-           Json(R"({"integrity":[)" + Quoted(digest.substr(0, 63)) + "," + Quoted(digest + "0") + "]}"));
+  services.Set("integrity",
+               Json(R"({"integrity":[)" + Quoted(digest.substr(0, 63)) + "," + Quoted(digest + "0") + "]}"));
   ExpectDoubted();
   EXPECT_EQ(Error(), "Could not find a matching integrity certificate");
 }
 
 TEST_F(Verification, PassesOverAnElementThatIsNoText) {
   const TraceRecorder traces;
-  road.Set("integrity",
-           Json(R"({"integrity":[7,"00",)" + Quoted(pki.integrity.certificate.GetDigest()) + ",8]}"));
+  services.Set("integrity",
+               Json(R"({"integrity":[7,"00",)" + Quoted(pki.integrity.certificate.GetDigest()) + ",8]}"));
   ExpectVerified();
-  // The crypt service's answer of this road lacks "errorid", "errortext" and "plain"; the fourth is the 7.
+  // The crypt service's response of this road lacks "errorid", "errortext" and "plain"; the fourth is the 7.
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 5U, 5U));
 }
 
 TEST_F(Verification, AsksForTheGroupThatTheMessageNames) {
   ProtectGroup({TestSupport::kGroupOid, "QOB.another/group"});
   ExpectVerified();
-  const RecordedRequest request = road.GetRequests("integrity")[0];
+  const RecordedRequest request = services.GetRequests("integrity")[0];
   EXPECT_THAT(request.url, EndsWith("/crypt/certlist/QOB.another%2Fgroup/integrity/sha256"));
   EXPECT_EQ(request.body, R"({"keyserver":"https://one.example"})");
 }
@@ -197,7 +197,7 @@ TEST_F(Verification, DoubtsASignerWhoseIssuerOnlyTheMessageHolds) {
 
 TEST_F(Verification, DoubtsASignerThatIssuedItself) {
   const Identity self = Identity::MakeRoot(EndEntity("integrity"), KeyPair::MakeRSA());
-  road.Set("certstore", Json(pki.GetCertStore() + self.certificate.ToPEM()));
+  services.Set("certstore", Json(pki.GetCertStore() + self.certificate.ToPEM()));
   ListIntegrity({self.certificate});
   Protect({SignerOf(self)});
   ExpectDoubted();
@@ -216,7 +216,7 @@ TEST_F(Verification, DoubtsASignerOfAnIntermediateThatIsNotTrustedToIssue) {
 TEST_F(Verification, DoubtsASignerWhoseTrustedIssuerIsTooFarAbove) {
   const Identity sub = Identity::MakeIssued(Authority("Sub"), pki.issuing, KeyPair::MakeEC());
   const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), sub, KeyPair::MakeRSA());
-  road.Set("certstore", Json(pki.GetCertStore() + sub.certificate.ToPEM()));
+  services.Set("certstore", Json(pki.GetCertStore() + sub.certificate.ToPEM()));
   ListIntegrity({integrity.certificate});
   Protect({SignerOf(integrity)});
   ExpectDoubted();
@@ -246,14 +246,14 @@ class TwoSigners : public Verification {
 TEST_F(TwoSigners, BothHaveToPass) {
   Protect({Signer(), Second()});
   ExpectVerified();
-  ASSERT_EQ(road.Count("integrity"), 2U);
-  EXPECT_THAT(road.GetRequests("integrity")[0].url, EndsWith(GroupUrl("QOB.group-1")));
-  EXPECT_THAT(road.GetRequests("integrity")[1].url, EndsWith(GroupUrl("QOB.second")));
+  ASSERT_EQ(services.Count("integrity"), 2U);
+  EXPECT_THAT(services.GetRequests("integrity")[0].url, EndsWith(GroupUrl("QOB.group-1")));
+  EXPECT_THAT(services.GetRequests("integrity")[1].url, EndsWith(GroupUrl("QOB.second")));
 }
 
 // Two signers of which the second fails leave the origin unproven with the second one's message.
 TEST_F(TwoSigners, AreDoubtedForTheSecond) {
-  road.Set("integrity", [this](const RecordedRequest& request) {
+  services.Set("integrity", [this](const RecordedRequest& request) {
     const bool isFirst = request.url.find("QOB.group-1") != std::string::npos;
     return isFirst ? Json(R"({"integrity":[)" + Quoted(pki.integrity.certificate.GetDigest()) + "]}")
                    : Status(404);
@@ -261,7 +261,7 @@ TEST_F(TwoSigners, AreDoubtedForTheSecond) {
   Protect({Signer(), Second()});
   ExpectDoubted();
   EXPECT_EQ(Error(), "Could not get integrity certificates: HTTP 404");
-  EXPECT_EQ(road.Count("integrity"), 2U);
+  EXPECT_EQ(services.Count("integrity"), 2U);
 }
 
 // When the first of two signers fails nobody is asked about the second.
@@ -270,14 +270,14 @@ TEST_F(TwoSigners, AreDoubtedForTheFirstWithoutALookAtTheSecond) {
   Protect({Signer(), Second()});
   ExpectDoubted();
   EXPECT_EQ(Error(), "Could not find a matching integrity certificate");
-  EXPECT_EQ(road.Count("integrity"), 1U);
+  EXPECT_EQ(services.Count("integrity"), 1U);
 }
 
 // As many signers as a message may have are examined one after the other.
 TEST_F(Verification, ExaminesAsManySignersAsTheLimit) {
   ProtectBy(OruOssSec::CMSLimits::kSigners);
   ExpectVerified();
-  EXPECT_EQ(road.Count("integrity"), OruOssSec::CMSLimits::kSigners);
+  EXPECT_EQ(services.Count("integrity"), OruOssSec::CMSLimits::kSigners);
 }
 
 // A message with more signers is neither examined nor taken for plain content.
@@ -289,7 +289,7 @@ TEST_F(Verification, RefusesMoreSignersThanTheLimitBeforeItAsksForLists) {
   EXPECT_FALSE(isSigned);
   EXPECT_FALSE(isVerified);
   EXPECT_EQ(scratch.Read("opened"), "as before");
-  EXPECT_EQ(road.Count("integrity") + road.Count("certstore") + road.Count("truststore"), 0U);
+  EXPECT_EQ(services.Count("integrity") + services.Count("certstore") + services.Count("truststore"), 0U);
 }
 
 // One of two signatures that does not hold stops the delivery.
@@ -303,7 +303,7 @@ TEST_F(TwoSigners, AreRefusedForOneSignatureThatDoesNotHold) {
 
 // ---- What a verified message cannot show any more
 
-class SignerChecks : public TestSupport::RoadTest {
+class SignerChecks : public TestSupport::ServicesTest {
  protected:
   SignerChecks() {
     signer.certificate = TestSupport::LoadCert(pki.integrity.certificate);
@@ -325,7 +325,7 @@ TEST_F(SignerChecks, NeedACertificate) {
   EXPECT_FALSE(peer.CheckSignerGroup(signer));
   EXPECT_EQ(Error(), "Invalid signer certificate");
   EXPECT_TRUE(traces.GetTexts(2).empty());
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 // A signer whose certificate gives no digest is doubted before the crypt service is asked.
@@ -333,7 +333,7 @@ TEST_F(SignerChecks, NeedTheDigestOfTheCertificate) {
   const TestSupport::NoDigests without;
   EXPECT_FALSE(peer.CheckSignerGroup(signer));
   EXPECT_EQ(Error(), "Could not determine signer certificate digest");
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 // The digest is the certificate's SHA-256 in hexadecimal, and empty for no certificate.
@@ -377,7 +377,7 @@ TEST_F(SignerChecks, FindNothingToDoubtWithoutSigners) {
   OruOssSec::CMSMsg message;
   ASSERT_TRUE(message.Load(scratch.Make("unsigned", TestSupport::MakeUnsigned("content", removed))));
   EXPECT_TRUE(peer.CheckSigners(message, {}, {}));
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 }  // namespace

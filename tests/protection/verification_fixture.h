@@ -9,7 +9,7 @@ namespace OruKalvix {
 
 inline constexpr const char* kPlain = "the plain bytes of a file";
 
-class Verification : public TestSupport::RoadTest {
+class Verification : public TestSupport::ServicesTest {
  protected:
   Verification() : target(scratch.File("opened")) { Protect({Signer()}); }
 
@@ -22,7 +22,7 @@ class Verification : public TestSupport::RoadTest {
     signer.attributes = {{TestSupport::kGroupOid, group},
                          {TestSupport::kRoomOid, "room 1"},
                          {TestSupport::kRoomUrlOid, "https://crypt.example/api/mx/room%201"}};
-    signer.signingTime = TestSupport::kRoadTime;
+    signer.signingTime = TestSupport::kServicesTime;
     return signer;
   }
   void Protect(const std::vector<TestSupport::SignerSpec>& signers) {
@@ -44,7 +44,7 @@ class Verification : public TestSupport::RoadTest {
   }
   /// The crypt service was asked last for the integrity certificates of this group, as a segment of a URL.
   void ExpectGroupAsked(const std::string& segment) const {
-    EXPECT_THAT(road.GetRequests("integrity").back().url,
+    EXPECT_THAT(services.GetRequests("integrity").back().url,
                 ::testing::EndsWith("/crypt/certlist/" + segment + "/integrity/sha256"));
   }
   /// The crypt service lists these certificates as the group's.
@@ -53,11 +53,12 @@ class Verification : public TestSupport::RoadTest {
     for (const TestSupport::Cert& certificate : certificates) {
       list += (list.empty() ? "" : ",") + TestSupport::Quoted(certificate.GetDigest());
     }
-    road.Set("integrity", TestSupport::Json(R"({"integrity":[)" + list + "]}"));
+    services.Set("integrity", TestSupport::Json(R"({"integrity":[)" + list + "]}"));
   }
   void HandOutPlainKey() {
-    road.Set("key", TestSupport::Json(TestSupport::With(TestSupport::ScriptedRoad::RoomKeyAnswer(), "plain",
-                                                        TestSupport::Quoted(pki.room.key.ToPEM()))));
+    services.Set(
+        "key", TestSupport::Json(TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(), "plain",
+                                                   TestSupport::Quoted(pki.room.key.ToPEM()))));
   }
 
   bool Decrypt() { return client.Decrypt(source, target, isSigned, isVerified); }

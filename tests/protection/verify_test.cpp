@@ -25,10 +25,10 @@ TEST_F(Verification, ProvesTheOriginOfWhatTheGroupSigned) {
   EXPECT_EQ(Error(), "");
 }
 
-TEST_F(Verification, GoesTheWholeRoadInOrder) {
+TEST_F(Verification, MakesAllRequestsInOrder) {
   ASSERT_TRUE(Decrypt()) << Error();
-  EXPECT_THAT(road.GetSteps(), ElementsAre("key", "status", "authztoken", "decryptRequest", "certstore",
-                                           "truststore", "integrity"));
+  EXPECT_THAT(services.GetSteps(), ElementsAre("key", "status", "authztoken", "decryptRequest", "certstore",
+                                               "truststore", "integrity"));
 }
 
 TEST_F(Verification, ProvesTheOriginOfWhatEncryptWrote) {
@@ -63,12 +63,12 @@ TEST_F(Verification, UnwindsOneSignatureAlone) {
   EXPECT_EQ(scratch.Read("opened"), inner);
 }
 
-TEST_F(Verification, FetchesTheListsAnewForEachFile) {
+TEST_F(Verification, FetchesTheListsAgainForEachFile) {
   ExpectVerified();
   ExpectVerified();
-  EXPECT_EQ(road.Count("certstore"), 2U);
-  EXPECT_EQ(road.Count("truststore"), 2U);
-  EXPECT_EQ(road.Count("integrity"), 2U);
+  EXPECT_EQ(services.Count("certstore"), 2U);
+  EXPECT_EQ(services.Count("truststore"), 2U);
+  EXPECT_EQ(services.Count("integrity"), 2U);
 }
 
 TEST_F(Verification, TracesTheAttributesAndTheChain) {
@@ -90,7 +90,7 @@ TEST_F(Verification, TracesTheAttributesAndTheChain) {
 TEST_F(Verification, ChecksTheSignatureAloneWithAPlainKey) {
   HandOutPlainKey();
   ExpectVerified();
-  EXPECT_THAT(road.GetSteps(), ElementsAre("key"));
+  EXPECT_THAT(services.GetSteps(), ElementsAre("key"));
 }
 
 TEST_F(Verification, TakesAnySignerWhoseSignatureHoldsWithAPlainKey) {
@@ -138,40 +138,40 @@ TEST_F(Verification, FailsWithoutAPlaceForTheContentWithAPlainKey) {
 // ---- What stops the delivery
 
 TEST_F(Verification, NeedsTheCertificateStore) {
-  road.Set("certstore", Status(404));
+  services.Set("certstore", Status(404));
   ExpectRefused();
   EXPECT_EQ(Error(), "HTTP 404");
-  EXPECT_EQ(road.Count("truststore"), 0U);
+  EXPECT_EQ(services.Count("truststore"), 0U);
 }
 
 TEST_F(Verification, NeedsTheTrustStore) {
-  road.Set("truststore", NoExchange("gone"));
+  services.Set("truststore", NoExchange("gone"));
   ExpectRefused();
   EXPECT_EQ(Error(), "gone");
 }
 
 TEST_F(Verification, NeedsAReadableListOfRoots) {
-  road.Set("certstore", Json("garbage"));
+  services.Set("certstore", Json("garbage"));
   ExpectRefused();
   ExpectReason("Could not parse list of root and intermediate CA certificates: ");
 }
 
 TEST_F(Verification, NeedsAReadableListOfTrustedIssuers) {
-  road.Set("truststore", Json("garbage"));
+  services.Set("truststore", Json("garbage"));
   ExpectRefused();
   ExpectReason("Could not parse list of trusted issuing certificates: ");
 }
 
 TEST_F(Verification, ReadsTheListOfRootsBeforeTheListOfTrustedIssuers) {
-  road.Set("certstore", Json("garbage"));
-  road.Set("truststore", Json("garbage"));
+  services.Set("certstore", Json("garbage"));
+  services.Set("truststore", Json("garbage"));
   ExpectRefused();
   ExpectReason("Could not parse list of root and intermediate CA certificates: ");
-  EXPECT_EQ(road.Count("truststore"), 1U);
+  EXPECT_EQ(services.Count("truststore"), 1U);
 }
 
 TEST_F(Verification, NeedsATrustedIssuerBeforeItLooksAtTheSignature) {
-  road.Set("truststore", Json(""));
+  services.Set("truststore", Json(""));
   std::string inner = MakeSigned(kPlain, {Signer()});
   inner.back() = static_cast<char>(inner.back() ^ 1);
   ProtectMessage(inner);
@@ -185,7 +185,7 @@ TEST_F(Verification, RefusesABrokenSignature) {
   ProtectMessage(inner);
   ExpectRefused();
   ExpectReason("Could not verify signature: ");
-  EXPECT_EQ(road.Count("integrity"), 0U);
+  EXPECT_EQ(services.Count("integrity"), 0U);
 }
 
 TEST_F(Verification, RefusesChangedContent) {
@@ -252,7 +252,7 @@ TEST_F(Verification, FailsWithoutAPlaceForTheContent) {
   EXPECT_TRUE(isSigned);
   EXPECT_FALSE(isVerified);
   EXPECT_EQ(Error(), "Could not read signed content: No such file or directory");
-  EXPECT_EQ(road.Count("integrity"), 0U);
+  EXPECT_EQ(services.Count("integrity"), 0U);
 }
 
 }  // namespace

@@ -14,10 +14,10 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 using TestSupport::Alive;
+using TestSupport::CannedResponse;
 using TestSupport::Envelope;
 using TestSupport::ErrorCode;
 using TestSupport::HeaderOf;
-using TestSupport::HttpAnswer;
 using TestSupport::Json;
 using TestSupport::JsonText;
 using TestSupport::LoadCert;
@@ -26,7 +26,7 @@ using TestSupport::Payload;
 using TestSupport::Pki;
 using TestSupport::Quoted;
 using TestSupport::RecordedRequest;
-using TestSupport::ScriptedRoad;
+using TestSupport::ScriptedServices;
 using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::Strings;
@@ -46,11 +46,11 @@ class IntegrityKeys : public TestSupport::ClientTest {
     key.certificate = LoadCert(Pki::Get().room.certificate);
   }
 
-  /// The next attempt meets this "key" in the answer.
+  /// The next attempt meets this "key" in the response.
   void Attempt(const std::string& keyObject) {
     Attempt(Payload(R"({"type":"getKeyResponse","key":)" + keyObject + "}"));
   }
-  void Attempt(const HttpAnswer& answer) { http.Then(Alive()).Then(Token("t")).Then(answer); }
+  void Attempt(const CannedResponse& response) { http.Then(Alive()).Then(Token("t")).Then(response); }
   bool Get(const char* id = "integrity") { return peer.KeyServerGetKey(id, "", key); }
 
   IntegrityKey key;
@@ -58,7 +58,7 @@ class IntegrityKeys : public TestSupport::ClientTest {
 
 // The integrity key is asked for by its handle, as a certificate, with a token for the room and no key.
 TEST_F(IntegrityKeys, AreAskedForByHandle) {
-  Attempt(ScriptedRoad::IntegrityKeyAnswer());
+  Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(Get());
   EXPECT_EQ(http.GetRequest(1).url, "https://crypt.example/api/crypt/authztoken/room%201");
   EXPECT_EQ(http.GetRequest(1).body, R"({"keyserver":"https://one.example","operation":"getKeyRequest"})");
@@ -70,15 +70,15 @@ TEST_F(IntegrityKeys, AreAskedForByHandle) {
 
 // The integrity key is asked for with a sub-identifier when one is given.
 TEST_F(IntegrityKeys, AreAskedForWithTheirSubIdWhenItIsGiven) {
-  Attempt(ScriptedRoad::IntegrityKeyAnswer());
+  Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(peer.KeyServerGetKey("integrity", "3", key));
   EXPECT_NE(http.GetRequest(2).body.find(R"("key":{"type":"handle","id":"integrity","subId":"3"})"),
             std::string::npos);
 }
 
-// The answer gives the integrity key its identifier, sub-identifier and certificate.
+// The response gives the integrity key its identifier, sub-identifier and certificate.
 TEST_F(IntegrityKeys, ComeWithIdSubIdAndCertificate) {
-  Attempt(ScriptedRoad::IntegrityKeyAnswer());
+  Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(Get());
   EXPECT_EQ(Str(key.id), TestSupport::kIntegrityKeyId);
   EXPECT_EQ(Str(key.subId), TestSupport::kIntegritySubId);
@@ -87,16 +87,16 @@ TEST_F(IntegrityKeys, ComeWithIdSubIdAndCertificate) {
   EXPECT_EQ(Error(), "");
 }
 
-// Without a sub-identifier the question holds an empty one, and the answer supplies the value.
-TEST_F(IntegrityKeys, TakeTheirSubIdFromTheAnswerWhenNoneWasGiven) {
-  Attempt(ScriptedRoad::IntegrityKeyAnswer());
+// Without a sub-identifier the question holds an empty one, and the response supplies the value.
+TEST_F(IntegrityKeys, TakeTheirSubIdFromTheResponseWhenNoneWasGiven) {
+  Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(peer.KeyServerGetKey("integrity", "", key));
   EXPECT_NE(http.GetRequest(2).body.find(R"("subId":""})"), std::string::npos);
   EXPECT_EQ(Str(key.subId), TestSupport::kIntegritySubId);
 }
 
-// The identifier of the integrity key is the answer's, whatever was asked for.
-TEST_F(IntegrityKeys, ComeWithTheAnswersIdWhateverWasAskedFor) {
+// The identifier of the integrity key is the response's, whatever was asked for.
+TEST_F(IntegrityKeys, ComeWithTheResponsesIdWhateverWasAskedFor) {
   Attempt(R"({"type":"x","id":"other","subId":"1","encodedCertificate":)" + GoodCert() + "}");
   ASSERT_TRUE(Get());
   EXPECT_EQ(Str(key.id), "other");
@@ -110,7 +110,7 @@ TEST_F(IntegrityKeys, NeedNoTypeOfTheirOwn) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
 }
 
-// An integrity key without an identifier in the answer passes and is unusable then.
+// An integrity key without an identifier in the response passes and is unusable then.
 TEST_F(IntegrityKeys, PassWithoutAnIdAndAreThenUnusable) {
   Attempt(R"({"type":"x","id":"","subId":"1","encodedCertificate":)" + GoodCert() + "}");
   ASSERT_TRUE(Get());
@@ -136,8 +136,8 @@ TEST_F(IntegrityKeys, NeedASubId) {
   EXPECT_EQ(http.GetRequestCount(), 6U);
 }
 
-// An answer without a key reads as a key without a sub-identifier, and each missing member is reported.
-TEST_F(IntegrityKeys, NeedAKeyInTheAnswer) {
+// A response without a key reads as a key without a sub-identifier, and each missing member is reported.
+TEST_F(IntegrityKeys, NeedAKeyInTheResponse) {
   const TraceRecorder traces;
   Attempt(Payload(R"({"type":"getKeyResponse"})"));
   Attempt("[]");
@@ -146,19 +146,19 @@ TEST_F(IntegrityKeys, NeedAKeyInTheAnswer) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U, 5U, 5U, 7U, 5U, 5U, 5U));
 }
 
-// An answer without a key leads to the next server, whose good answer counts.
+// A response without a key leads to the next server, whose good response counts.
 TEST_F(IntegrityKeys, ComeFromTheSecondServerWhenTheFirstGaveNone) {
   Attempt(Payload(R"({"type":"getKeyResponse"})"));
-  Attempt(ScriptedRoad::IntegrityKeyAnswer());
+  Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(Get());
   EXPECT_EQ(Error(), "Could not get integrity certificate: Invalid subId");
   EXPECT_TRUE(key.IsUsable());
 }
 
 // Without an identifier in the question each server's answer is refused, however good it is.
-TEST_F(IntegrityKeys, NeedAnIdInTheQuestionThoughTheAnswerIsGood) {
-  Attempt(ScriptedRoad::IntegrityKeyAnswer());
-  Attempt(ScriptedRoad::IntegrityKeyAnswer());
+TEST_F(IntegrityKeys, NeedAnIdInTheQuestionThoughTheResponseIsGood) {
+  Attempt(ScriptedServices::IntegrityKeyResponse());
+  Attempt(ScriptedServices::IntegrityKeyResponse());
   EXPECT_FALSE(Get(""));
   EXPECT_EQ(Error(), "Could not get integrity certificate: Invalid id");
   EXPECT_EQ(http.GetRequestCount(), 6U);
@@ -189,14 +189,14 @@ TEST_F(IntegrityKeys, NeedACertificateThatCanBeRead) {
 // A second server's good integrity key counts; the message about the first server's stays.
 TEST_F(IntegrityKeys, ComeFromTheSecondServerWhenTheFirstGaveABadOne) {
   Attempt(R"({"type":"x","id":"first","subId":"1","encodedCertificate":"garbage"})");
-  Attempt(ScriptedRoad::IntegrityKeyAnswer());
+  Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(Get());
   EXPECT_THAT(Error(), StartsWith("Could not parse integrity certificate: "));
   EXPECT_EQ(Str(key.id), TestSupport::kIntegrityKeyId);
   EXPECT_TRUE(key.IsUsable());
 }
 
-// The integrity key stays as it was while no server gives an answer.
+// The integrity key stays as it was while no server gives a response.
 TEST_F(IntegrityKeys, KeepWhatTheyHeldWhileNoServerAnswers) {
   http.Then(NoExchange("down"));
   Attempt(ErrorCode(607));
@@ -206,8 +206,8 @@ TEST_F(IntegrityKeys, KeepWhatTheyHeldWhileNoServerAnswers) {
   EXPECT_TRUE(key.IsUsable());
 }
 
-// The first answer drops the integrity key of before, even when it is refused then.
-TEST_F(IntegrityKeys, DropWhatTheyHeldWithTheFirstAnswer) {
+// The first response drops the integrity key of before, even when it is refused then.
+TEST_F(IntegrityKeys, DropWhatTheyHeldWithTheFirstResponse) {
   Attempt(R"({"type":"x","id":"new","subId":""})");
   Attempt(ErrorCode(607));
   EXPECT_FALSE(Get());
@@ -248,8 +248,8 @@ TEST_F(IntegrityKeys, AreUsableWithAllThreeParts) {
 
 class IntegrityCerts : public TestSupport::ClientTest {
  protected:
-  bool Fetch(const HttpAnswer& answer, const char* group = "QOB.g/1", const char* digest = "sha256") {
-    http.Then(answer);
+  bool Fetch(const CannedResponse& response, const char* group = "QOB.g/1", const char* digest = "sha256") {
+    http.Then(response);
     return peer.FetchIntegrityCerts(group, certificates, digest);
   }
 
@@ -275,8 +275,8 @@ TEST_F(IntegrityCerts, AreAskedForWithoutAServerInUse) {
   EXPECT_EQ(http.GetRequest(0).body, R"({"keyserver":""})");
 }
 
-// An answer without a list of digests is a success with an empty list, and reported.
-TEST_F(IntegrityCerts, AreNoneWhenTheAnswerHasNoList) {
+// A response without a list of digests is a success with an empty list, and reported.
+TEST_F(IntegrityCerts, AreNoneWhenTheResponseHasNoList) {
   for (const char* body : {"", "{}", R"({"integrity":"aa"})", R"({"errorid":"x","errortext":"y"})"}) {
     const TraceRecorder traces;
     certificates = Strings({"old"});

@@ -18,7 +18,7 @@ using TestSupport::LoadCert;
 using TestSupport::Pki;
 using TestSupport::Renewals;
 using TestSupport::Renewed;
-using TestSupport::ScriptedRoad;
+using TestSupport::ScriptedServices;
 using TestSupport::Str;
 using TestSupport::Strings;
 using TestSupport::WrappedKey;
@@ -34,16 +34,16 @@ class RenewedRoomKey : public ::testing::Test {
   /// The client's message, empty when the room key was proven.
   std::string Validate(const Cert& wrapped, const std::string& certStore, const std::string& trustStore) {
     roomKey.data = Ansi(WrappedKey(wrapped));
-    road.Set("certstore", Json(pki.root.certificate.ToPEM() + certStore));
-    road.Set("truststore", Json(trustStore));
+    services.Set("certstore", Json(pki.root.certificate.ToPEM() + certStore));
+    services.Set("truststore", Json(trustStore));
     peer.SetError("");
     return peer.ValidateRoomKey(roomKey) ? "" : Str(client.GetErrorMessage());
   }
 
   const Pki& pki = Pki::Get();
   const Renewals& renewals = Renewals::Get();
-  ScriptedRoad road;
-  CryptClient client{&road.http, TestSupport::kServiceUrl, "", "room 1"};
+  ScriptedServices services;
+  CryptClient client{&services.http, TestSupport::kServiceUrl, "", "room 1"};
   CryptClientTestPeer peer{client};
   RoomKey roomKey;
 };

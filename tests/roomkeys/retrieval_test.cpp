@@ -11,8 +11,8 @@ using OruOssSec::Certificate;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
+using TestSupport::CannedResponse;
 using TestSupport::HeaderOf;
-using TestSupport::HttpAnswer;
 using TestSupport::Json;
 using TestSupport::JsonText;
 using TestSupport::LoadCert;
@@ -22,7 +22,7 @@ using TestSupport::NoExchange;
 using TestSupport::Pki;
 using TestSupport::Quoted;
 using TestSupport::RecordedRequest;
-using TestSupport::ScriptedRoad;
+using TestSupport::ScriptedServices;
 using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::Strings;
@@ -44,8 +44,8 @@ class Retrieval : public TestSupport::ClientTest {
     peer.certAuth = true;
   }
 
-  bool Fetch(const HttpAnswer& answer, const char* issuer = "", const char* serial = "") {
-    http.Then(answer);
+  bool Fetch(const CannedResponse& response, const char* issuer = "", const char* serial = "") {
+    http.Then(response);
     return peer.FetchRoomKey(roomKey, keyErrorFlag, issuer, serial);
   }
   /// Nothing but the message has changed.
@@ -65,7 +65,7 @@ class Retrieval : public TestSupport::ClientTest {
 };
 
 TEST_F(Retrieval, AsksForTheCurrentKeyByAGet) {
-  ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomKeyAnswer())));
+  ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomKeyResponse())));
   const RecordedRequest request = http.GetRequest(0);
   EXPECT_EQ(request.method, "GET");
   EXPECT_EQ(request.url, "https://crypt.example/api/crypt/key/room%201");
@@ -74,7 +74,7 @@ TEST_F(Retrieval, AsksForTheCurrentKeyByAGet) {
 }
 
 TEST_F(Retrieval, AsksForTheKeyOfACertificateByAPost) {
-  ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomKeyAnswer()), "CN=Issuer", "0A3F"));
+  ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomKeyResponse()), "CN=Issuer", "0A3F"));
   const RecordedRequest request = http.GetRequest(0);
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.url, "https://crypt.example/api/crypt/key/room%201");
@@ -96,22 +96,23 @@ TEST_F(Retrieval, AsksByAPostWithTheSerialNumberAlone) {
 }
 
 TEST_F(Retrieval, FillsTheRoomKey) {
-  const KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "plain", Quoted(Pki::Get().room.key.ToPEM()));
-  ASSERT_TRUE(Fetch(Json(answer)));
+  const KVMap response =
+      With(ScriptedServices::RoomKeyResponse(), "plain", Quoted(Pki::Get().room.key.ToPEM()));
+  ASSERT_TRUE(Fetch(Json(response)));
   EXPECT_EQ(Str(roomKey.room), "room 1");
-  EXPECT_EQ(Str(roomKey.data), Str(answer.Get("data").AsString()));
+  EXPECT_EQ(Str(roomKey.data), Str(response.Get("data").AsString()));
   EXPECT_EQ(Certificate::Compare(roomKey.certificate, LoadCert(Pki::Get().room.certificate)), 0);
   EXPECT_FALSE(roomKey.key.IsEmpty());
   EXPECT_FALSE(keyErrorFlag);
   EXPECT_EQ(Error(), "");
 }
 
-TEST_F(Retrieval, TakesTheConfigurationFromTheAnswer) {
-  KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "certauth", "true");
-  answer = With(answer, "keyserver", R"(["https://a","https://b"])");
+TEST_F(Retrieval, TakesTheConfigurationFromTheResponse) {
+  KVMap response = With(ScriptedServices::RoomKeyResponse(), "certauth", "true");
+  response = With(response, "keyserver", R"(["https://a","https://b"])");
   *CryptClientTestPeer::GetKeyServerBase() = 9;
   peer.certAuth = false;
-  ASSERT_TRUE(Fetch(Json(answer)));
+  ASSERT_TRUE(Fetch(Json(response)));
   EXPECT_EQ(Str(peer.group), TestSupport::kGroup);
   EXPECT_EQ(JsonText(OruGuiBase::Val(peer.keyServerCursor.servers)), R"(["https://a","https://b"])");
   EXPECT_EQ(peer.keyServerCursor.startIndex, 9U);
@@ -120,7 +121,7 @@ TEST_F(Retrieval, TakesTheConfigurationFromTheAnswer) {
   EXPECT_TRUE(client.GetCertAuth());
 }
 
-TEST_F(Retrieval, EmptiesWhatTheAnswerLeavesOut) {
+TEST_F(Retrieval, EmptiesWhatTheResponseLeavesOut) {
   const TraceRecorder traces;
   ASSERT_TRUE(Fetch(Json("{}")));
   EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data), "");
@@ -133,7 +134,7 @@ TEST_F(Retrieval, EmptiesWhatTheAnswerLeavesOut) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 5U, 5U, 5U, 5U, 5U, 8U, 5U, 1U));
 }
 
-TEST_F(Retrieval, EmptiesWhatTheAnswerHoldsInAnotherKind) {
+TEST_F(Retrieval, EmptiesWhatTheResponseHoldsInAnotherType) {
   const TraceRecorder traces;
   ASSERT_TRUE(
       Fetch(Json(R"({"errorid":1,"errortext":1,"room":1,"certificate":1,"data":1,"plain":1,"group":1,)"
@@ -145,7 +146,7 @@ TEST_F(Retrieval, EmptiesWhatTheAnswerHoldsInAnotherKind) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 5U, 5U, 5U, 5U, 5U, 8U, 5U, 1U));
 }
 
-TEST_F(Retrieval, TakesAnEmptyAnswerToAPostForARoomWithoutKey) {
+TEST_F(Retrieval, TakesAnEmptyResponseToAPostForARoomWithoutKey) {
   ASSERT_TRUE(Fetch(Json(""), "CN=Issuer", "01"));
   EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data), "");
   EXPECT_TRUE(roomKey.certificate.IsEmpty());
@@ -156,7 +157,7 @@ TEST_F(Retrieval, TakesAnEmptyAnswerToAPostForARoomWithoutKey) {
   EXPECT_EQ(Error(), "");
 }
 
-TEST_F(Retrieval, TakesAnAnswerThatIsNoObjectForAnEmptyOne) {
+TEST_F(Retrieval, TakesAResponseThatIsNoObjectForAnEmptyOne) {
   const TraceRecorder traces;
   ASSERT_TRUE(Fetch(Json("[1]")));
   EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data) + Str(peer.group), "");
@@ -164,7 +165,7 @@ TEST_F(Retrieval, TakesAnAnswerThatIsNoObjectForAnEmptyOne) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U, 5U, 5U, 5U, 5U, 5U, 5U, 8U, 5U, 1U));
 }
 
-TEST_F(Retrieval, RefusesAnEmptyAnswerToAGet) {
+TEST_F(Retrieval, RefusesAnEmptyResponseToAGet) {
   EXPECT_FALSE(Fetch(Json("")));
   EXPECT_THAT(Error(), StartsWith("Could not get room key: Could not parse response: "));
   ExpectUnchanged();
@@ -221,7 +222,7 @@ TEST_F(Retrieval, RecordsNothingButTheTextOfTheDistinguishedError) {
 
 TEST_F(Retrieval, RecordsEachOtherErrorWithItsTextAlone) {
   const struct {
-    const char* answer;
+    const char* response;
     const char* message;
     const char* reason;
   } rows[] = {
@@ -232,7 +233,7 @@ TEST_F(Retrieval, RecordsEachOtherErrorWithItsTextAlone) {
       {R"({"errorid":"x","errortext":"100%s"})", "Could not get room key: 100%s", "a per-cent sign"},
   };
   for (const auto& row : rows) {
-    EXPECT_FALSE(Fetch(Json(row.answer))) << row.reason;
+    EXPECT_FALSE(Fetch(Json(row.response))) << row.reason;
     EXPECT_EQ(Error(), row.message) << row.reason;
     EXPECT_FALSE(keyErrorFlag) << row.reason;
   }
@@ -254,7 +255,7 @@ TEST_F(Retrieval, TakesAnErrorTextWithoutAnIdForAnError) {
 
 TEST_F(Retrieval, ReadsNothingButTheErrorFromARefusal) {
   const TraceRecorder traces;
-  EXPECT_FALSE(Fetch(Json(With(ScriptedRoad::RoomKeyAnswer(), "errorid", R"("QOB.2")"))));
+  EXPECT_FALSE(Fetch(Json(With(ScriptedServices::RoomKeyResponse(), "errorid", R"("QOB.2")"))));
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));  // The missing text of the error.
   ExpectUnchanged();
 }
@@ -276,8 +277,8 @@ TEST_F(Retrieval, NeverLowersTheFlag) {
 }
 
 TEST_F(Retrieval, LeavesTheCertificateEmptyWhenItsTextIsNone) {
-  const KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "certificate", R"("garbage")");
-  ASSERT_TRUE(Fetch(Json(answer)));
+  const KVMap response = With(ScriptedServices::RoomKeyResponse(), "certificate", R"("garbage")");
+  ASSERT_TRUE(Fetch(Json(response)));
   EXPECT_TRUE(roomKey.certificate.IsEmpty());
   EXPECT_EQ(Str(roomKey.room), "room 1");
   EXPECT_NE(Str(roomKey.data), "");
@@ -285,15 +286,15 @@ TEST_F(Retrieval, LeavesTheCertificateEmptyWhenItsTextIsNone) {
 }
 
 TEST_F(Retrieval, LeavesTheKeyEmptyWhenItsTextIsNone) {
-  const KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "plain", R"("garbage")");
-  ASSERT_TRUE(Fetch(Json(answer)));
+  const KVMap response = With(ScriptedServices::RoomKeyResponse(), "plain", R"("garbage")");
+  ASSERT_TRUE(Fetch(Json(response)));
   EXPECT_TRUE(roomKey.key.IsEmpty());
   EXPECT_EQ(Error(), "");
 }
 
 TEST_F(Retrieval, SucceedsWithAStatusTimeoutThatIsNoNumber) {
-  const KVMap answer = With(ScriptedRoad::RoomKeyAnswer(), "statustimeout", R"("soon")");
-  ASSERT_TRUE(Fetch(Json(answer)));
+  const KVMap response = With(ScriptedServices::RoomKeyResponse(), "statustimeout", R"("soon")");
+  ASSERT_TRUE(Fetch(Json(response)));
   EXPECT_EQ(Error(), "Invalid timeout value [soon]");
   EXPECT_EQ(peer.statusTimeout, 77U);
   EXPECT_FALSE(peer.certAuth);
@@ -301,7 +302,7 @@ TEST_F(Retrieval, SucceedsWithAStatusTimeoutThatIsNoNumber) {
 
 TEST_F(Retrieval, KeepsAnEarlierMessageAcrossItsSuccess) {
   peer.SetError("earlier");
-  ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomKeyAnswer())));
+  ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomKeyResponse())));
   EXPECT_EQ(Error(), "earlier");
 }
 

@@ -10,13 +10,13 @@ using OruGuiBase::Array;
 using OruGuiBase::Val;
 using ::testing::ElementsAre;
 using ::testing::StartsWith;
+using TestSupport::CannedResponse;
 using TestSupport::HeaderOf;
-using TestSupport::HttpAnswer;
 using TestSupport::Json;
 using TestSupport::JsonText;
 using TestSupport::NoExchange;
 using TestSupport::RecordedRequest;
-using TestSupport::ScriptedRoad;
+using TestSupport::ScriptedServices;
 using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::Strings;
@@ -32,8 +32,8 @@ class RoomCerts : public TestSupport::ClientTest {
     peer.certAuth = true;
   }
 
-  bool Fetch(const HttpAnswer& answer) {
-    http.Then(answer);
+  bool Fetch(const CannedResponse& response) {
+    http.Then(response);
     return peer.FetchRoomCerts(roomName, certificates, seqnr);
   }
   void ExpectUnchanged() {
@@ -44,7 +44,7 @@ class RoomCerts : public TestSupport::ClientTest {
     EXPECT_EQ(peer.statusTimeout, 77U);
     EXPECT_TRUE(peer.certAuth);
   }
-  /// All that the answer could give is empty.
+  /// All that the response could give is empty.
   void ExpectEmptied() {
     EXPECT_EQ(Str(roomName) + Str(seqnr), "");
     EXPECT_TRUE(certificates.IsEmpty());
@@ -61,7 +61,7 @@ class RoomCerts : public TestSupport::ClientTest {
 
 // The room's certificates are asked for with an empty "keyserver" while no key server is in use.
 TEST_F(RoomCerts, AreAskedForWithoutAServerInUse) {
-  ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomCertsAnswer())));
+  ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomCertsResponse())));
   const RecordedRequest request = http.GetRequest(0);
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.url, "https://crypt.example/api/crypt/certlist/room%201");
@@ -73,22 +73,22 @@ TEST_F(RoomCerts, AreAskedForWithoutAServerInUse) {
 // The room's certificates are asked for with the URL of the key server in use.
 TEST_F(RoomCerts, AreAskedForWithTheServerInUse) {
   UseKnownServer();
-  ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomCertsAnswer())));
+  ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomCertsResponse())));
   EXPECT_EQ(http.GetRequest(0).body, R"({"keyserver":"https://one.example"})");
 }
 
 // The room's certificates come with the service's name of the room and a sequence number.
 TEST_F(RoomCerts, ComeWithRoomAndSequenceNumber) {
-  ASSERT_TRUE(Fetch(Json(ScriptedRoad::RoomCertsAnswer())));
+  ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomCertsResponse())));
   EXPECT_EQ(Str(roomName), "room 1");
   EXPECT_EQ(Str(seqnr), "42");
   EXPECT_EQ(JsonText(Val(certificates)), R"(["member-1","member-2"])");
 }
 
-// The answer replaces group, key servers, status timeout and the certificate flag of the client.
+// The response replaces group, key servers, status timeout and the certificate flag of the client.
 TEST_F(RoomCerts, ComeWithTheConfiguration) {
   peer.certAuth = false;
-  ASSERT_TRUE(Fetch(Json(With(ScriptedRoad::RoomCertsAnswer(), "certauth", "true"))));
+  ASSERT_TRUE(Fetch(Json(With(ScriptedServices::RoomCertsResponse(), "certauth", "true"))));
   EXPECT_EQ(Str(peer.group), TestSupport::kGroup);
   EXPECT_EQ(JsonText(Val(peer.keyServerCursor.servers)), R"(["https://one.example"])");
   EXPECT_EQ(Str(peer.keyServerCursor.keyServerUrl), "");
@@ -97,13 +97,13 @@ TEST_F(RoomCerts, ComeWithTheConfiguration) {
 }
 
 // An empty answer is a success without certificates, which empties the client's configuration.
-TEST_F(RoomCerts, AreNoneInAnEmptyAnswer) {
+TEST_F(RoomCerts, AreNoneInAnEmptyResponse) {
   ASSERT_TRUE(Fetch(Json("")));
   ExpectEmptied();
 }
 
-// An error in the body of a good answer goes unnoticed: there are just no certificates.
-TEST_F(RoomCerts, AreNoneInAnAnswerThatHoldsOnlyAnError) {
+// An error in the body of a good response goes unnoticed: there are just no certificates.
+TEST_F(RoomCerts, AreNoneInAResponseThatHoldsOnlyAnError) {
   ASSERT_TRUE(Fetch(Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"refused"})")));
   ExpectEmptied();
   EXPECT_EQ(Error(), "");
@@ -116,8 +116,8 @@ TEST_F(RoomCerts, ReportEachMissingMember) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 8U, 5U, 8U, 5U, 1U));
 }
 
-// Each of the seven members of another kind is reported, in their order, and reads as empty.
-TEST_F(RoomCerts, ReportEachMemberOfAnotherKind) {
+// Each of the seven members of another type is reported, in their order, and reads as empty.
+TEST_F(RoomCerts, ReportEachMemberOfAnotherType) {
   const TraceRecorder traces;
   ASSERT_TRUE(
       Fetch(Json(R"({"room":1,"seqnr":42,"certificates":"c","group":1,"keyserver":{},"statustimeout":5,)"
@@ -128,7 +128,7 @@ TEST_F(RoomCerts, ReportEachMemberOfAnotherKind) {
 
 // A status timeout that is no number leaves its message and fails nothing.
 TEST_F(RoomCerts, ComeThoughTheStatusTimeoutIsNoNumber) {
-  ASSERT_TRUE(Fetch(Json(With(ScriptedRoad::RoomCertsAnswer(), "statustimeout", R"("soon")"))));
+  ASSERT_TRUE(Fetch(Json(With(ScriptedServices::RoomCertsResponse(), "statustimeout", R"("soon")"))));
   EXPECT_EQ(Error(), "Invalid timeout value [soon]");
   EXPECT_EQ(Str(seqnr), "42");
   EXPECT_EQ(peer.statusTimeout, 77U);
@@ -157,8 +157,8 @@ TEST_F(RoomCerts, NeedAServiceUrl) {
 
 class NewKey : public TestSupport::ClientTest {
  protected:
-  bool Upload(const HttpAnswer& answer) {
-    http.Then(answer);
+  bool Upload(const CannedResponse& response) {
+    http.Then(response);
     return peer.UploadRoomKey("wrapped", "42");
   }
 };
@@ -175,14 +175,14 @@ TEST_F(NewKey, GoesUpWithItsSequenceNumberFirst) {
 }
 
 // A new room key counts as taken when the answer is empty.
-TEST_F(NewKey, IsTakenWithAnEmptyAnswer) {
+TEST_F(NewKey, IsTakenWithAnEmptyResponse) {
   peer.SetError("earlier");
   EXPECT_TRUE(Upload(Json("")));
   EXPECT_EQ(Error(), "earlier");
 }
 
-// A new room key counts as taken though the body of a good answer holds an error: nothing is read from it.
-TEST_F(NewKey, IsTakenThoughTheAnswerHoldsAnError) {
+// A new room key counts as taken though the body of a good response holds an error: nothing is read from it.
+TEST_F(NewKey, IsTakenThoughTheResponseHoldsAnError) {
   const TraceRecorder traces;
   EXPECT_TRUE(Upload(Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"refused"})")));
   EXPECT_EQ(Error(), "");
@@ -190,7 +190,7 @@ TEST_F(NewKey, IsTakenThoughTheAnswerHoldsAnError) {
 }
 
 // A new room key is not taken when the answer is no JSON.
-TEST_F(NewKey, IsNotTakenWhenTheAnswerIsNoJSON) {
+TEST_F(NewKey, IsNotTakenWhenTheResponseIsNoJSON) {
   EXPECT_FALSE(Upload(Json("OK")));
   EXPECT_THAT(Error(), StartsWith("Could not upload new room key: Could not parse response: "));
 }
@@ -222,7 +222,7 @@ TEST_F(NewKey, GoesUpWithItsSequenceNumberUnread) {
 TEST_F(NewKey, ChangesNothingInTheClient) {
   UseKnownServer();
   peer.group = "group";
-  ASSERT_TRUE(Upload(Json(ScriptedRoad::RoomCertsAnswer())));
+  ASSERT_TRUE(Upload(Json(ScriptedServices::RoomCertsResponse())));
   EXPECT_EQ(Str(peer.group), "group");
   EXPECT_EQ(Str(peer.keyServerCursor.keyServerUrl), "https://one.example");
 }

@@ -14,7 +14,7 @@ using TestSupport::Ansi;
 using TestSupport::Authority;
 using TestSupport::Cert;
 using TestSupport::CertSpec;
-using TestSupport::DateAnswer;
+using TestSupport::DateResponse;
 using TestSupport::EndEntity;
 using TestSupport::Identity;
 using TestSupport::Json;
@@ -22,7 +22,7 @@ using TestSupport::KeyPair;
 using TestSupport::LoadCert;
 using TestSupport::NoExchange;
 using TestSupport::Pki;
-using TestSupport::ScriptedRoad;
+using TestSupport::ScriptedServices;
 using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::Strings;
@@ -54,8 +54,8 @@ class Validation : public ::testing::Test {
   }
 
   const Pki& pki = Pki::Get();
-  ScriptedRoad road;
-  CryptClient client{&road.http, TestSupport::kServiceUrl, "", "room 1"};
+  ScriptedServices services;
+  CryptClient client{&services.http, TestSupport::kServiceUrl, "", "room 1"};
   CryptClientTestPeer peer{client};
   RoomKey roomKey;
 };
@@ -63,7 +63,7 @@ class Validation : public ::testing::Test {
 TEST_F(Validation, ProvesAKeyThatTheInnerSigningCertificateIssued) {
   EXPECT_TRUE(Validate());
   EXPECT_EQ(Error(), "");
-  EXPECT_THAT(road.GetSteps(), ElementsAre("status", "certstore", "truststore"));
+  EXPECT_THAT(services.GetSteps(), ElementsAre("status", "certstore", "truststore"));
 }
 
 TEST_F(Validation, TracesTheChainFromTheRoomKeyUpwards) {
@@ -77,18 +77,18 @@ TEST_F(Validation, TracesTheChainFromTheRoomKeyUpwards) {
   EXPECT_EQ(chain[1], "CryptClient::ValidateRoomKey: certchain = CN=Inner signing");
 }
 
-TEST_F(Validation, FetchesTheListsAnewForEachKey) {
+TEST_F(Validation, FetchesTheListsAgainForEachKey) {
   ASSERT_TRUE(Validate());
   ASSERT_TRUE(Validate());
-  EXPECT_EQ(road.Count("certstore"), 2U);
-  EXPECT_EQ(road.Count("truststore"), 2U);
-  EXPECT_EQ(road.Count("status"), 1U);
+  EXPECT_EQ(services.Count("certstore"), 2U);
+  EXPECT_EQ(services.Count("truststore"), 2U);
+  EXPECT_EQ(services.Count("status"), 1U);
 }
 
-TEST_F(Validation, ProbesAnewUnderCertAuthBeforeItTakesTheTime) {
+TEST_F(Validation, ProbesAgainUnderCertAuthBeforeItTakesTheTime) {
   peer.certAuth = true;
   ASSERT_TRUE(Validate());
-  EXPECT_THAT(road.GetSteps(), ElementsAre("status", "certstore", "status", "truststore", "status"));
+  EXPECT_THAT(services.GetSteps(), ElementsAre("status", "certstore", "status", "truststore", "status"));
 }
 
 TEST_F(Validation, KeepsAnEarlierMessageAcrossItsSuccess) {
@@ -103,7 +103,7 @@ TEST_F(Validation, NeedsAWrappedKeyThatIsAMessage) {
     EXPECT_FALSE(Validate()) << data;
     ExpectReason("Could not parse room key: ");
   }
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Validation, NeedsAWrappedKeyThatGivesItsContent) {
@@ -128,7 +128,7 @@ TEST_F(Validation, NeedsJSONInTheWrappedKey) {
     EXPECT_FALSE(Validate()) << content;
     ExpectReason("Could not parse room key content: ");
   }
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Validation, NeedsAnInnerSigningCertificateInTheWrappedKey) {
@@ -150,7 +150,7 @@ TEST_F(Validation, NeedsAnInnerSigningCertificateInTheWrappedKey) {
     EXPECT_EQ(Error(), "Invalid room key: Invalid encodedInnerSigningCertificate") << row.reason;
     EXPECT_EQ(traces.GetInvalidTypes(), row.reported) << row.reason;
   }
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Validation, FindsNoInnerSigningCertificateInAnArray) {
@@ -165,25 +165,25 @@ TEST_F(Validation, RefusesAKeyWithoutDataBeforeItAsksAnyone) {
   roomKey.data = "";
   EXPECT_FALSE(Validate());
   ExpectReason("Could not parse room key: ");
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Validation, NeedsAnInnerSigningCertificateThatCanBeRead) {
   roomKey.data = Ansi(WrappedText(R"({"encodedInnerSigningCertificate":"garbage"})"));
   EXPECT_FALSE(Validate());
   EXPECT_EQ(Error(), "Invalid room key: Could not parse encodedInnerSigningCertificate");
-  EXPECT_EQ(road.http.GetRequestCount(), 0U);
+  EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
 TEST_F(Validation, NeedsTheCertificateStore) {
-  road.Set("certstore", Status(404));
+  services.Set("certstore", Status(404));
   EXPECT_FALSE(Validate());
   EXPECT_EQ(Error(), "HTTP 404");
-  EXPECT_EQ(road.Count("truststore"), 0U);
+  EXPECT_EQ(services.Count("truststore"), 0U);
 }
 
 TEST_F(Validation, NeedsTheTrustStore) {
-  road.Set("truststore", Status(410));
+  services.Set("truststore", Status(410));
   EXPECT_FALSE(Validate());
   EXPECT_EQ(Error(), "HTTP 410");
 }
@@ -195,37 +195,37 @@ TEST_F(Validation, NeedsAKeyServer) {
 }
 
 TEST_F(Validation, NeedsAReadableListOfRoots) {
-  road.Set("certstore", Json("garbage"));
+  services.Set("certstore", Json("garbage"));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not parse list of root and intermediate CA certificates: ");
 }
 
 TEST_F(Validation, NeedsAReadableListOfTrustedIssuers) {
-  road.Set("truststore", Json("garbage"));
+  services.Set("truststore", Json("garbage"));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not parse list of trusted issuing certificates: ");
 }
 
 TEST_F(Validation, FetchesBothListsBeforeItReadsTheFirst) {
-  road.Set("certstore", Json("garbage"));
-  road.Set("truststore", Json("garbage"));
+  services.Set("certstore", Json("garbage"));
+  services.Set("truststore", Json("garbage"));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not parse list of root and intermediate CA certificates: ");
-  EXPECT_EQ(road.Count("truststore"), 1U);
+  EXPECT_EQ(services.Count("truststore"), 1U);
 }
 
 TEST_F(Validation, AsksForTheServersTimeOnceBothListsWereRead) {
   peer.certAuth = true;
-  road.Set("truststore", Json("garbage"));
+  services.Set("truststore", Json("garbage"));
   EXPECT_FALSE(Validate());
-  EXPECT_EQ(road.Count("status"), 2U);  // One for each list, and none for the time.
+  EXPECT_EQ(services.Count("status"), 2U);  // One for each list, and none for the time.
 }
 
 TEST_F(Validation, NeedsTheServerStillThereForItsTime) {
   peer.certAuth = true;
-  road.Once("status", DateAnswer(TestSupport::kRoadDate));
-  road.Once("status", DateAnswer(TestSupport::kRoadDate));
-  road.Once("status", NoExchange("gone"));
+  services.Once("status", DateResponse(TestSupport::kServicesDate));
+  services.Once("status", DateResponse(TestSupport::kServicesDate));
+  services.Once("status", NoExchange("gone"));
   EXPECT_FALSE(Validate());
   EXPECT_EQ(Error(), "Could not connect to key server: gone");
 }
@@ -238,13 +238,13 @@ TEST_F(Validation, RefusesAnInnerSigningCertificateOfAnotherSystem) {
 }
 
 TEST_F(Validation, RefusesAnInnerSigningCertificateWhoseIssuerTheListsLack) {
-  road.Set("truststore", Json(""));
+  services.Set("truststore", Json(""));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not verify room key issuer certificate chain: ");
 }
 
 TEST_F(Validation, RefusesAnInnerSigningCertificateWhoseChainHasNoRoot) {
-  road.Set("certstore", Json(pki.intermediate.certificate.ToPEM()));
+  services.Set("certstore", Json(pki.intermediate.certificate.ToPEM()));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not verify room key issuer certificate chain: ");
 }
@@ -256,20 +256,20 @@ TEST_F(Validation, EndsTheChainOfARoomKeyAtTheInnerSigningCertificate) {
   limited.pathLength = 0;
   const Identity issuing = Identity::MakeIssued(limited, pki.intermediate, KeyPair::MakeEC());
   const Identity inner = Identity::MakeIssued(Authority("Inner signing"), issuing, KeyPair::MakeEC());
-  road.Set("truststore", Json(issuing.certificate.ToPEM()));
+  services.Set("truststore", Json(issuing.certificate.ToPEM()));
   Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, inner), inner.certificate);
   EXPECT_TRUE(Validate()) << Error();
 }
 
 TEST_F(Validation, TakesBothListsTogether) {
-  road.Set("certstore", Json(pki.root.certificate.ToPEM()));
-  road.Set("truststore", Json(pki.intermediate.certificate.ToPEM() + pki.issuing.certificate.ToPEM()));
+  services.Set("certstore", Json(pki.root.certificate.ToPEM()));
+  services.Set("truststore", Json(pki.intermediate.certificate.ToPEM() + pki.issuing.certificate.ToPEM()));
   EXPECT_TRUE(Validate()) << Error();
 }
 
 TEST_F(Validation, RefusesTheChainWhenBothListsAreEmpty) {
-  road.Set("certstore", Json(""));
-  road.Set("truststore", Json(""));
+  services.Set("certstore", Json(""));
+  services.Set("truststore", Json(""));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not verify room key issuer certificate chain: ");
 }
@@ -283,7 +283,7 @@ TEST_F(Validation, RefusesARoomKeyThatNobodyInTheListsIssued) {
 
 TEST_F(Validation, RefusesARoomKeyThatIsItsOwnRoot) {
   const Identity self = Identity::MakeRoot(EndEntity("room 1-tr"), pki.room.key);
-  road.Set("certstore", Json(pki.GetCertStore() + self.certificate.ToPEM()));
+  services.Set("certstore", Json(pki.GetCertStore() + self.certificate.ToPEM()));
   Use(self.certificate, pki.innerSigning.certificate);
   EXPECT_FALSE(Validate());
   EXPECT_EQ(Error(), "Could not verify room key: Invalid issuer");
@@ -303,7 +303,7 @@ TEST_F(Validation, TracesTheChainOfARoomKeyThatItRefuses) {
 }
 
 TEST_F(Validation, JudgesTheInnerSigningCertificateBeforeTheRoomKey) {
-  road.Set("status", DateAnswer("Sun, 01 Jan 2045 00:00:00 GMT"));
+  services.Set("status", DateResponse("Sun, 01 Jan 2045 00:00:00 GMT"));
   const Identity stranger = Identity::MakeRoot(Authority("Stranger"), KeyPair::MakeEC());
   Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, stranger), pki.innerSigning.certificate);
   EXPECT_FALSE(Validate());
@@ -312,7 +312,7 @@ TEST_F(Validation, JudgesTheInnerSigningCertificateBeforeTheRoomKey) {
 
 TEST_F(Validation, RefusesARoomKeyOfAnotherInnerSigningCertificate) {
   const Identity other = Identity::MakeIssued(Authority("Other inner"), pki.issuing, KeyPair::MakeEC());
-  road.Set("truststore", Json(pki.GetTrustStore() + other.certificate.ToPEM()));
+  services.Set("truststore", Json(pki.GetTrustStore() + other.certificate.ToPEM()));
   Use(Cert::Issue(EndEntity("room 1-tr"), pki.room.key, other), pki.innerSigning.certificate);
   EXPECT_FALSE(Validate());
   EXPECT_EQ(Error(), "Could not verify room key: Unexpected issuer");
@@ -328,7 +328,7 @@ TEST_F(Validation, JudgesARoomKeyByTheServersClockAndNotTheLocalOne) {
   CertSpec spec = EndEntity("room 1-tr");
   spec.validity = Validity::FromNow(-3600, 3600);
   Use(Cert::Issue(spec, pki.room.key, pki.innerSigning), pki.innerSigning.certificate);
-  road.Set("status", DateAnswer("Fri, 01 Jan 2038 00:00:00 GMT"));
+  services.Set("status", DateResponse("Fri, 01 Jan 2038 00:00:00 GMT"));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not verify room key certificate chain: ");
 }
@@ -341,7 +341,7 @@ TEST_F(Validation, AcceptsARoomKeyThatHasExpiredByTheLocalClockOnly) {
 }
 
 TEST_F(Validation, JudgesTheInnerSigningCertificateByTheServersClock) {
-  road.Set("status", DateAnswer("Sun, 01 Jan 2045 00:00:00 GMT"));
+  services.Set("status", DateResponse("Sun, 01 Jan 2045 00:00:00 GMT"));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not verify room key issuer certificate chain: ");
 }
@@ -377,7 +377,7 @@ TEST_F(Validation, RefusesAnInnerSigningCertificateThatIsSignedWithSHA1) {
 TEST_F(Validation, LeavesTheRoomKeyAsItIs) {
   const OruGuiBase::AnsiStr data = roomKey.data;
   roomKey.room = "room 1";
-  road.Set("truststore", Json("garbage"));
+  services.Set("truststore", Json("garbage"));
   EXPECT_FALSE(Validate());
   EXPECT_EQ(Str(roomKey.room), "room 1");
   EXPECT_EQ(roomKey.data, data);

@@ -266,7 +266,7 @@ TEST(CertificateCompare, IsZeroForTheSameCertificateReadTwice) {
 }
 
 // Certificates with the same name and key are told apart.
-TEST(CertificateCompare, TellsCertificatesWithTheSameNameAndKeyApart) {
+TEST(CertificateCompare, DistinguishesCertificatesWithTheSameNameAndKey) {
   const Certificate a = ToCertificate(MakeCert("same"));
   const Certificate b = ToCertificate(MakeCert("same"));
   const int order = Certificate::Compare(a, b);
@@ -275,7 +275,7 @@ TEST(CertificateCompare, TellsCertificatesWithTheSameNameAndKeyApart) {
 }
 
 // Certificates that differ in the signature alone are told apart.
-TEST(CertificateCompare, TellsCertificatesApartThatDifferInTheSignatureAlone) {
+TEST(CertificateCompare, DistinguishesCertificatesThatDifferInTheSignatureAlone) {
   std::string der = Sample().ToDER();
   der.back() = static_cast<char>(der.back() ^ 1);
   Certificate changed;

@@ -25,12 +25,12 @@ class AuditLogTest : public AdminTest {
     }
     return records;
   }
-  void SetFault(FaultKind kind, int number = 0, const char* text = "") {
-    ASSERT_TRUE(stand_.SetFault(0, {kind, "getAuditLogRequest", 0, number, text}));
+  void SetFault(FaultType type, int number = 0, const char* text = "") {
+    ASSERT_TRUE(stand_.SetFault(0, {type, "getAuditLogRequest", 0, number, text}));
   }
 };
 
-TEST_F(AuditLogTest, AnswersWithCsv) {
+TEST_F(AuditLogTest, RespondsWithCsv) {
   const Reply reply = FetchLog();
   EXPECT_EQ(reply.status, 200);
   EXPECT_EQ(reply.Header("Content-Type"), "text/csv; charset=utf-8");
@@ -38,7 +38,7 @@ TEST_F(AuditLogTest, AnswersWithCsv) {
   EXPECT_EQ(reply.body, std::string(kHeader) + "\n");
 }
 
-TEST_F(AuditLogTest, TellsWhatTheServerDidForTheGroup) {
+TEST_F(AuditLogTest, ReportsWhatTheServerDidForTheGroup) {
   RunCommand(GetKeyPayload());
   Sign(SignWith("9", "integrity"));
   RunForGroup(ConfigPayload());
@@ -55,7 +55,7 @@ TEST_F(AuditLogTest, QuotesNamesThatNeedIt) {
   EXPECT_THAT(Records(FetchLog().body), testing::ElementsAre(R"(0,QOB.1.100.1,getKeyRequest,"a,""b""",,ok)"));
 }
 
-TEST_F(AuditLogTest, TellsTheTimeOfTheServersOwnClock) {
+TEST_F(AuditLogTest, ReportsTheTimeOfTheServersOwnClock) {
   stand_.GetSettings().SetClockOffset(0, -10 * 365 * 86400L);
   RunCommand(GetKeyPayload());
   const std::string log = FetchLog().body;
@@ -129,7 +129,7 @@ TEST_F(AuditLogTest, EndsInTheMiddleWhenItIsCut) {
   stand_.GetSettings().SetGeneratedAudit(0, 3000);
   const std::size_t whole = FetchLog().body.size();
   for (const int number : {0, 1, 100000}) {
-    SetFault(FaultKind::Cut, number);
+    SetFault(FaultType::Cut, number);
     const Reply reply = FetchLog();
     const std::size_t received = reply.body.size();
     EXPECT_EQ(reply.status, 0) << number;
@@ -141,28 +141,28 @@ TEST_F(AuditLogTest, EndsInTheMiddleWhenItIsCut) {
   EXPECT_GE(FetchLog().body.size(), whole) << "the server goes on as before";
 }
 
-TEST_F(AuditLogTest, TellsARefusalOnCommand) {
-  SetFault(FaultKind::SecStatus, 607);
+TEST_F(AuditLogTest, ReportsARefusalOnCommand) {
+  SetFault(FaultType::SecStatus, 607);
   EXPECT_EQ(FetchLog().Header("x-sec-status"), "607");
   EXPECT_THAT(FetchLog().body, testing::StartsWith(kHeader)) << "a client has to look at the header first";
-  SetFault(FaultKind::SecStatus, 0, "no number");
+  SetFault(FaultType::SecStatus, 0, "no number");
   EXPECT_EQ(FetchLog().Header("x-sec-status"), "no number");
 }
 
-TEST_F(AuditLogTest, AnswersWithJsonOnCommand) {
-  SetFault(FaultKind::ErrorCode, 612);
+TEST_F(AuditLogTest, RespondsWithJsonOnCommand) {
+  SetFault(FaultType::ErrorCode, 612);
   EXPECT_EQ(FetchLog().Code(), 612);
   EXPECT_EQ(FetchLog().Header("Content-Type"), "application/json");
   ASSERT_TRUE(stand_.ClearFaults(0));
-  SetFault(FaultKind::JsonResponse);
+  SetFault(FaultType::JsonResponse);
   EXPECT_EQ(FetchLog().Type(), "getAuditLogResponse");
   EXPECT_EQ(FetchLog().Header("Content-Type"), "application/json");
-  SetFault(FaultKind::JsonResponse, 0, "signResponse");
+  SetFault(FaultType::JsonResponse, 0, "signResponse");
   EXPECT_EQ(FetchLog().Type(), "signResponse");
 }
 
 TEST_F(AuditLogTest, IsEmptyOnCommand) {
-  SetFault(FaultKind::EmptyCsv);
+  SetFault(FaultType::EmptyCsv);
   const Reply reply = FetchLog();
   EXPECT_EQ(reply.status, 200);
   EXPECT_EQ(reply.Header("Content-Type"), "text/csv");
@@ -170,7 +170,7 @@ TEST_F(AuditLogTest, IsEmptyOnCommand) {
 }
 
 TEST_F(AuditLogTest, HasAnotherContentTypeOnCommand) {
-  SetFault(FaultKind::WrongContentType);
+  SetFault(FaultType::WrongContentType);
   EXPECT_EQ(FetchLog().Header("Content-Type"), "text/html");
   EXPECT_THAT(FetchLog().body, testing::StartsWith(kHeader));
 }
@@ -188,21 +188,21 @@ class AuditSourceTest : public testing::Test {
   }
   static std::size_t CountLines(const BodySource& next) {
     std::ptrdiff_t lines = 0;
-    for (std::string piece = next(); !piece.empty(); piece = next()) {
-      EXPECT_LT(piece.size(), 200000U) << "pieces stay small however large the log is";
-      lines += std::count(piece.begin(), piece.end(), '\n');
+    for (std::string chunk = next(); !chunk.empty(); chunk = next()) {
+      EXPECT_LT(chunk.size(), 200000U) << "pieces stay small however large the log is";
+      lines += std::count(chunk.begin(), chunk.end(), '\n');
     }
     return static_cast<std::size_t>(lines);
   }
   Store store_;
 };
 
-TEST_F(AuditSourceTest, ReadsManyRecordsPieceByPiece) {
+TEST_F(AuditSourceTest, ReadsManyRecordsInChunks) {
   AddRecords(1501);
   EXPECT_EQ(CountLines(OpenAuditLog(store_, {0, "g", 1234})()), 1U + 1501 + 1234);
 }
 
-TEST_F(AuditSourceTest, BeginsAnewEachTimeItIsOpened) {
+TEST_F(AuditSourceTest, StartsOverEachTimeItIsOpened) {
   AddRecords(3);
   const auto open = OpenAuditLog(store_, {0, "g", 2});
   EXPECT_EQ(CountLines(open()), 6U);

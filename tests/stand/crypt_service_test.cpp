@@ -40,7 +40,7 @@ TEST_F(CryptServiceTest, NamesRoomGroupAndKeyServersOfARoomWithoutKey) {
   }
 }
 
-TEST_F(CryptServiceTest, RefusesAnUnknownRoomInTheAnswer) {
+TEST_F(CryptServiceTest, RefusesAnUnknownRoomInTheResponse) {
   const Reply reply = Get(Service("crypt/key/other"));
   EXPECT_EQ(reply.status, 200);
   EXPECT_EQ(reply.Text("errorid"), kUnknownErrorId);
@@ -95,7 +95,7 @@ TEST_F(CryptServiceTest, HandsOutThePlainKeyOnlyWhereItIsAllowed) {
   EXPECT_EQ(key.ToPublicPEM(), Cert::FromPEM(reply.Text("certificate")).GetPublicKey().ToPublicPEM());
 }
 
-TEST_F(CryptServiceTest, TellsWhenKeyServersHaveToBeProbed) {
+TEST_F(CryptServiceTest, ReportsWhenKeyServersHaveToBeProbed) {
   ASSERT_TRUE(stand_.SetRoomOptions("demo", {.certAuth = true}));
   EXPECT_EQ(ReadBool(Get(Service("crypt/key/demo")).Object(), "certauth"), true);
   EXPECT_EQ(ReadBool(FetchList().Object(), "certauth"), true);
@@ -179,7 +179,7 @@ TEST_F(CryptServiceTest, SpoilsTheListOfDigestsAsTold) {
   const std::string upper = ReadTexts(FetchDigests().Object(), "integrity")->front();
   EXPECT_NE(upper, digest);
   EXPECT_EQ(strcasecmp(upper.c_str(), digest.c_str()), 0);
-  settings.SetIntegrityList(IntegrityList::OtherKinds);
+  settings.SetIntegrityList(IntegrityList::OtherTypes);
   const auto mixed = ReadArray(FetchDigests().Object(), "integrity");
   ASSERT_EQ(mixed->GetCount(), 4U);
   EXPECT_NE((*mixed)[0].GetType(), OruGuiBase::ValType::String);

@@ -10,9 +10,9 @@ namespace {
 
 class FaultsTest : public StandTest {
  protected:
-  static Fault Make(FaultKind kind, int number = 0, const char* text = "") {
+  static Fault Make(FaultType type, int number = 0, const char* text = "") {
     Fault fault;
-    fault.kind = kind;
+    fault.type = type;
     fault.number = number;
     fault.text = text;
     return fault;
@@ -29,7 +29,7 @@ class FaultsTest : public StandTest {
 };
 
 TEST_F(FaultsTest, DownRefusesConnectionsUntilFaultsAreCleared) {
-  ASSERT_TRUE(stand_.SetFault(1, Make(FaultKind::Down)));
+  ASSERT_TRUE(stand_.SetFault(1, Make(FaultType::Down)));
   EXPECT_EQ(Get(Server("status?1", 1)).status, 0);
   EXPECT_EQ(Get(Server("status?1", 0)).status, 200);
   const auto urls = stand_.GetKeyServerUrls();
@@ -39,44 +39,44 @@ TEST_F(FaultsTest, DownRefusesConnectionsUntilFaultsAreCleared) {
 }
 
 TEST_F(FaultsTest, DownConcernsTheCryptServiceToo) {
-  ASSERT_TRUE(stand_.SetFault(kCryptService, Make(FaultKind::Down)));
+  ASSERT_TRUE(stand_.SetFault(kCryptService, Make(FaultType::Down)));
   EXPECT_EQ(Get(Service("crypt/key/demo")).status, 0);
   ASSERT_TRUE(stand_.ClearFaults(kCryptService));
   EXPECT_EQ(Get(Service("crypt/key/demo")).status, 200);
 }
 
-TEST_F(FaultsTest, SlowAnswersLate) {
+TEST_F(FaultsTest, SlowRespondsLate) {
   const auto begin = std::chrono::steady_clock::now();
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::Slow, 150)));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Slow, 150)));
   EXPECT_EQ(Get(Server("status?1")).status, 200);
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(150));
 }
 
 TEST_F(FaultsTest, SlowDoesNotHoldUpTheEnd) {
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::Slow, 60000)));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Slow, 60000)));
   std::thread client([this] { EXPECT_EQ(Get(Server("status?1")).status, 0); });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   const auto begin = std::chrono::steady_clock::now();
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::Down)));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Down)));
   client.join();
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
 TEST_F(FaultsTest, StatusAnswersInPlaceOfTheServer) {
-  EXPECT_EQ(CommandUnder(Make(FaultKind::Status, 500)).status, 500);
-  EXPECT_EQ(CommandUnder(Make(FaultKind::Status)).status, 503);
-  EXPECT_EQ(ServiceUnder(Make(FaultKind::Status, 204)).status, 204);
+  EXPECT_EQ(CommandUnder(Make(FaultType::Status, 500)).status, 500);
+  EXPECT_EQ(CommandUnder(Make(FaultType::Status)).status, 503);
+  EXPECT_EQ(ServiceUnder(Make(FaultType::Status, 204)).status, 204);
 }
 
 TEST_F(FaultsTest, WrongDateIsWhateverIsSaid) {
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::WrongDate, 0, "yesterday")));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::WrongDate, 0, "yesterday")));
   EXPECT_EQ(Get(Server("status?1")).Header("Date"), "yesterday");
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::WrongDate, 0, "tomorrow")));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::WrongDate, 0, "tomorrow")));
   EXPECT_EQ(Get(Server("status?1")).Header("Date"), "tomorrow");
 }
 
 TEST_F(FaultsTest, MissingDateIsNoHeader) {
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::MissingDate)));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::MissingDate)));
   const Reply reply = Get(Server("status?1"));
   EXPECT_EQ(reply.status, 200);
   EXPECT_EQ(reply.Header("Date"), "(none)");
@@ -87,15 +87,15 @@ TEST_F(FaultsTest, BodiesAreWhatTheirNamesSay) {
     Fault fault;
     testing::Matcher<std::string> body;
   } rows[] = {
-      {Make(FaultKind::BrokenJson), R"({"payload":{"type":)"},
-      {Make(FaultKind::JsonArray), "[1,2,3]"},
-      {Make(FaultKind::JsonNumber), "4711"},
-      {Make(FaultKind::JsonDeep), testing::StartsWith("[[[[[[")},
-      {Make(FaultKind::JsonNotUtf8), testing::HasSubstr("\xC3\x28")},
-      {Make(FaultKind::JsonHuge, 1000), testing::SizeIs(testing::Gt(1000U))},
-      {Make(FaultKind::JsonHuge), testing::SizeIs(testing::Gt(8U << 20U))},
-      {Make(FaultKind::EmptyBody), ""},
-      {Make(FaultKind::Body, 0, "{\"payload\":7}"), "{\"payload\":7}"},
+      {Make(FaultType::BrokenJson), R"({"payload":{"type":)"},
+      {Make(FaultType::JsonArray), "[1,2,3]"},
+      {Make(FaultType::JsonNumber), "4711"},
+      {Make(FaultType::JsonDeep), testing::StartsWith("[[[[[[")},
+      {Make(FaultType::JsonNotUtf8), testing::HasSubstr("\xC3\x28")},
+      {Make(FaultType::JsonHuge, 1000), testing::SizeIs(testing::Gt(1000U))},
+      {Make(FaultType::JsonHuge), testing::SizeIs(testing::Gt(8U << 20U))},
+      {Make(FaultType::EmptyBody), ""},
+      {Make(FaultType::Body, 0, "{\"payload\":7}"), "{\"payload\":7}"},
   };
   for (const auto& row : rows) {
     ASSERT_TRUE(stand_.ClearFaults(0) && stand_.ClearFaults(kCryptService));
@@ -107,20 +107,20 @@ TEST_F(FaultsTest, BodiesAreWhatTheirNamesSay) {
 }
 
 TEST_F(FaultsTest, WrongTypeReplacesTheTypeAlone) {
-  const Reply reply = CommandUnder(Make(FaultKind::WrongType));
+  const Reply reply = CommandUnder(Make(FaultType::WrongType));
   EXPECT_EQ(reply.Type(), "unexpectedResponse");
   EXPECT_TRUE(ReadMap(reply.Payload(), "key").has_value());
-  EXPECT_EQ(CommandUnder(Make(FaultKind::WrongType, 0, "signResponse")).Type(), "signResponse");
+  EXPECT_EQ(CommandUnder(Make(FaultType::WrongType, 0, "signResponse")).Type(), "signResponse");
 }
 
 TEST_F(FaultsTest, ErrorCodeIsARefusal) {
   for (int code = 600; code <= 620; ++code) {
-    const Reply reply = CommandUnder(Make(FaultKind::ErrorCode, code));
+    const Reply reply = CommandUnder(Make(FaultType::ErrorCode, code));
     EXPECT_EQ(reply.status, 200);
     EXPECT_EQ(reply.Type(), "status");
     EXPECT_EQ(reply.Code(), code);
   }
-  EXPECT_EQ(ServiceUnder(Make(FaultKind::ErrorCode, 0, "QOB.1")).Text("errorid"), "QOB.1");
+  EXPECT_EQ(ServiceUnder(Make(FaultType::ErrorCode, 0, "QOB.1")).Text("errorid"), "QOB.1");
 }
 
 TEST_F(FaultsTest, BadSignatureIsBase64OfAWrongSignature) {
@@ -129,7 +129,7 @@ TEST_F(FaultsTest, BadSignatureIsBase64OfAWrongSignature) {
   };
   RunCommand(GetKeyPayload());
   const std::string good = sign();
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::BadSignature)));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::BadSignature)));
   const std::string bad = sign();
   EXPECT_NE(bad, good);
   EXPECT_EQ(FromBase64(bad)->size(), FromBase64(good)->size());
@@ -137,43 +137,43 @@ TEST_F(FaultsTest, BadSignatureIsBase64OfAWrongSignature) {
 
 TEST_F(FaultsTest, BadBase64CannotBeDecoded) {
   RunCommand(GetKeyPayload());
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::BadBase64)));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::BadBase64)));
   const auto texts = ReadTexts(RunCommand(SignPayload(), "demo", "1").Payload(), "signedHashes");
   EXPECT_FALSE(FromBase64(texts->front()).has_value());
 }
 
-TEST_F(FaultsTest, EmptyMembersKeepTheirKind) {
-  const Reply command = CommandUnder(Make(FaultKind::EmptyMembers));
+TEST_F(FaultsTest, EmptyMembersKeepTheirType) {
+  const Reply command = CommandUnder(Make(FaultType::EmptyMembers));
   EXPECT_EQ(command.Type(), "getKeyResponse");
   EXPECT_EQ(ReadMap(command.Payload(), "key")->GetCount(), 0U);
-  const Reply service = ServiceUnder(Make(FaultKind::EmptyMembers));
+  const Reply service = ServiceUnder(Make(FaultType::EmptyMembers));
   EXPECT_EQ(service.Text("group"), "");
   EXPECT_EQ(ReadTexts(service.Object(), "keyserver"), std::vector<std::string>());
 }
 
-TEST_F(FaultsTest, OtherMembersAreOfAnotherKind) {
-  const Reply command = CommandUnder(Make(FaultKind::OtherMembers));
+TEST_F(FaultsTest, OtherMembersAreOfAnotherType) {
+  const Reply command = CommandUnder(Make(FaultType::OtherMembers));
   EXPECT_EQ(command.Type(), "getKeyResponse");
   EXPECT_TRUE(ReadInteger(command.Payload(), "key").has_value());
-  EXPECT_TRUE(ReadInteger(ServiceUnder(Make(FaultKind::OtherMembers)).Object(), "group").has_value());
+  EXPECT_TRUE(ReadInteger(ServiceUnder(Make(FaultType::OtherMembers)).Object(), "group").has_value());
 }
 
 TEST_F(FaultsTest, WrongContentTypeKeepsTheBody) {
-  const Reply reply = CommandUnder(Make(FaultKind::WrongContentType));
+  const Reply reply = CommandUnder(Make(FaultType::WrongContentType));
   EXPECT_EQ(reply.Header("Content-Type"), "text/html");
   EXPECT_EQ(reply.Type(), "getKeyResponse");
-  EXPECT_EQ(CommandUnder(Make(FaultKind::WrongContentType, 0, "a/b")).Header("Content-Type"), "a/b");
+  EXPECT_EQ(CommandUnder(Make(FaultType::WrongContentType, 0, "a/b")).Header("Content-Type"), "a/b");
 }
 
 TEST_F(FaultsTest, CutEndsTheConnectionInsideTheBody) {
-  EXPECT_EQ(CommandUnder(Make(FaultKind::Cut)).status, 0);
-  EXPECT_EQ(ServiceUnder(Make(FaultKind::Cut, 10)).status, 0);
+  EXPECT_EQ(CommandUnder(Make(FaultType::Cut)).status, 0);
+  EXPECT_EQ(ServiceUnder(Make(FaultType::Cut, 10)).status, 0);
   ASSERT_TRUE(stand_.ClearFaults(0) && stand_.ClearFaults(kCryptService));
   EXPECT_EQ(RunCommand(GetKeyPayload()).status, 200);
 }
 
 TEST_F(FaultsTest, ConcernsItsOperationAlone) {
-  Fault fault = Make(FaultKind::Status, 500);
+  Fault fault = Make(FaultType::Status, 500);
   fault.operation = "signRequest";
   EXPECT_EQ(CommandUnder(fault).status, 200);
   EXPECT_EQ(Get(Server("status?1")).status, 200);
@@ -188,13 +188,13 @@ TEST_F(FaultsTest, ConcernsItsOperationAlone) {
 }
 
 TEST_F(FaultsTest, ConcernsItsServerAlone) {
-  ASSERT_TRUE(stand_.SetFault(2, Make(FaultKind::Status, 500)));
+  ASSERT_TRUE(stand_.SetFault(2, Make(FaultType::Status, 500)));
   EXPECT_EQ(Get(Server("status?1", 1)).status, 200);
   EXPECT_EQ(Get(Server("status?1", 2)).status, 500);
 }
 
 TEST_F(FaultsTest, IsGoneAfterItsUses) {
-  Fault fault = Make(FaultKind::Status, 500);
+  Fault fault = Make(FaultType::Status, 500);
   fault.uses = 2;
   EXPECT_EQ(CommandUnder(fault).status, 500);
   EXPECT_EQ(RunCommand(GetKeyPayload()).status, 500);
@@ -202,14 +202,14 @@ TEST_F(FaultsTest, IsGoneAfterItsUses) {
 }
 
 TEST_F(FaultsTest, StrikesTogetherWithOthers) {
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::MissingDate)));
-  const Reply reply = CommandUnder(Make(FaultKind::ErrorCode, 619));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::MissingDate)));
+  const Reply reply = CommandUnder(Make(FaultType::ErrorCode, 619));
   EXPECT_EQ(reply.Code(), 619);
   EXPECT_EQ(reply.Header("Date"), "(none)");
 }
 
 TEST_F(FaultsTest, DoesNotCarryOutWhatItAnswersItself) {
-  ASSERT_TRUE(stand_.SetFault(0, Make(FaultKind::Status, 500)));
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Status, 500)));
   const std::string token = FetchToken("getKeyRequest");
   EXPECT_EQ(PostCommand(GetKeyPayload(), token).status, 500);
   ASSERT_TRUE(stand_.ClearFaults(0));
@@ -218,15 +218,15 @@ TEST_F(FaultsTest, DoesNotCarryOutWhatItAnswersItself) {
 
 TEST_F(FaultsTest, NeedsAServerThatIsThere) {
   for (const int server : {3, -2, 1000}) {
-    EXPECT_FALSE(stand_.SetFault(server, Make(FaultKind::Status)));
+    EXPECT_FALSE(stand_.SetFault(server, Make(FaultType::Status)));
     EXPECT_FALSE(stand_.ClearFaults(server));
   }
 }
 
-TEST(FaultKindTest, IsFoundByItsName) {
-  EXPECT_EQ(FindFaultKind("down"), FaultKind::Down);
-  EXPECT_EQ(FindFaultKind("cut"), FaultKind::Cut);
-  for (const char* name : {"", "none", "Down", "cut "}) EXPECT_EQ(FindFaultKind(name), std::nullopt) << name;
+TEST(FaultTypeTest, IsFoundByItsName) {
+  EXPECT_EQ(FindFaultType("down"), FaultType::Down);
+  EXPECT_EQ(FindFaultType("cut"), FaultType::Cut);
+  for (const char* name : {"", "none", "Down", "cut "}) EXPECT_EQ(FindFaultType(name), std::nullopt) << name;
 }
 
 }  // namespace

@@ -55,10 +55,10 @@ class HttpWireTest : public HttpServerTest {
     peer.EndWriting();
     return peer.ReadAll();
   }
-  void AnswerWith(HttpReply reply) {
+  void RespondWith(HttpReply reply) {
     handler_ = [reply = std::move(reply)](const HttpRequest&, const std::stop_token&) { return reply; };
   }
-  /// A body of `count` pieces of `size` bytes.
+  /// A body of `count` chunks of `size` bytes.
   static HttpReply Streamed(std::size_t count, std::size_t size) {
     HttpReply reply;
     reply.openBody = [count, size] {

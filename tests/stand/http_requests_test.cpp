@@ -12,7 +12,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-TEST_F(HttpWireTest, AnswersMalformedRequestsWithBadRequest) {
+TEST_F(HttpWireTest, RejectsMalformedRequestsWithBadRequest) {
   const struct {
     const char* bytes;
     const char* reason;
@@ -145,7 +145,7 @@ TEST_F(HttpWireTest, AnswersPipelinedRequestsInTheirOrder) {
 TEST_F(HttpWireTest, KeepsTheConnectionAfterARefusalOfItsHandler) {
   HttpReply reply;
   reply.status = 500;
-  AnswerWith(reply);
+  RespondWith(reply);
   RawPeer peer(server_.GetPort());
   for (int i = 0; i < 3; ++i) {
     ASSERT_TRUE(peer.Send(kGet)) << i;

@@ -25,7 +25,7 @@ TEST_F(HttpWireTest, HeadHasTheLengthAndNoBody) {
 }
 
 TEST_F(HttpWireTest, HeadOfAStreamedBodyHasNoBody) {
-  AnswerWith(Streamed(2, 10));
+  RespondWith(Streamed(2, 10));
   const std::string response = Exchange("HEAD / HTTP/1.1\r\nConnection: close\r\n\r\n");
   EXPECT_THAT(response, AllOf(HasSubstr("Transfer-Encoding: chunked\r\n"), EndsWith("\r\n\r\n")));
 }
@@ -36,19 +36,19 @@ TEST_F(HttpWireTest, ClosesWhenAskedTo) {
 }
 
 TEST_F(HttpWireTest, AnOldClientGetsAStreamedBodyWithoutChunks) {
-  AnswerWith(Streamed(2, 10));
+  RespondWith(Streamed(2, 10));
   const std::string response = Exchange("GET / HTTP/1.0\r\nConnection: keep-alive\r\n\r\n");
   EXPECT_THAT(response, Not(HasSubstr("chunked")));
   EXPECT_EQ(BodyOf(response), std::string(20, 'x'));
 }
 
 TEST_F(HttpWireTest, StreamsBodiesInChunks) {
-  AnswerWith(Streamed(2, 10));
+  RespondWith(Streamed(2, 10));
   EXPECT_EQ(BodyOf(Exchange(kLastGet)), "a\r\nxxxxxxxxxx\r\na\r\nxxxxxxxxxx\r\n0\r\n\r\n");
 }
 
 TEST_F(HttpWireTest, AddsNoHeadersOfItsOwn) {
-  AnswerWith(HttpReply());
+  RespondWith(HttpReply());
   EXPECT_EQ(
       Exchange(kLastGet),
       "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
@@ -58,7 +58,7 @@ TEST_F(HttpWireTest, LeavesOutHeadersWithLineBreaks) {
   HttpReply reply;
   reply.headers = {{"X-Good", "1"}, {"X-Bad", "1\r\nInjected: 2"}, {"X-Bad\r\nInjected", "2"}};
   reply.contentType = "text/html\r\nInjected: 2";
-  AnswerWith(reply);
+  RespondWith(reply);
   EXPECT_THAT(Exchange(kLastGet),
               AllOf(HasSubstr("X-Good: 1\r\n"), Not(HasSubstr("Bad")), Not(HasSubstr("Injected"))));
 }
@@ -68,7 +68,7 @@ TEST_F(HttpWireTest, StatusesWithoutABodyHaveNone) {
     HttpReply reply;
     reply.status = status;
     reply.body = "body";
-    AnswerWith(reply);
+    RespondWith(reply);
     const std::string responses = Exchange(std::string(kGet) + kLastGet);
     EXPECT_THAT(responses, Not(HasSubstr("body"))) << status;
     EXPECT_NE(responses.find("HTTP/1.1 " + std::to_string(status), 1), std::string::npos)
@@ -79,7 +79,7 @@ TEST_F(HttpWireTest, StatusesWithoutABodyHaveNone) {
 TEST_F(HttpWireTest, AnInterimStatusEndsTheConnection) {
   HttpReply reply;
   reply.status = 102;
-  AnswerWith(reply);
+  RespondWith(reply);
   EXPECT_THAT(Exchange(kGet), AllOf(StartsWith("HTTP/1.1 102 "), EndsWith("\r\n\r\n")));
 }
 
@@ -88,7 +88,7 @@ TEST_F(HttpWireTest, CutsABodyAfterSoManyBytes) {
     HttpReply reply;
     reply.body = std::string(1000, 'x');
     reply.cutAfter = cut;
-    AnswerWith(reply);
+    RespondWith(reply);
     const std::string response = Exchange(kGet);
     EXPECT_THAT(response, HasSubstr("Content-Length: 1000\r\n")) << cut;
     EXPECT_EQ(BodyOf(response), std::string(std::min<std::size_t>(cut, 1000), 'x')) << cut;
@@ -109,7 +109,7 @@ TEST_F(HttpWireTest, CutsAStreamedBodyInsideAChunk) {
   for (const auto& row : rows) {
     HttpReply reply = Streamed(2, 10);
     reply.cutAfter = row.cut;
-    AnswerWith(reply);
+    RespondWith(reply);
     EXPECT_EQ(BodyOf(Exchange(kGet)), row.body) << row.cut;
   }
 }
@@ -122,7 +122,7 @@ TEST_F(HttpWireTest, AFailureWithinAStreamedBodyLeavesItWithoutAnEnd) {
       return std::string("first");
     };
   };
-  AnswerWith(reply);
+  RespondWith(reply);
   EXPECT_EQ(BodyOf(Exchange(kGet)), "5\r\nfirst\r\n");
   EXPECT_EQ(Get(Url()).status, 0);
 }
@@ -137,7 +137,7 @@ TEST_F(HttpWireTest, AFailureOfAHandlerEndsItsConnectionAlone) {
 }
 
 TEST_F(HttpWireTest, GoesDownWhileABodyIsStreamed) {
-  AnswerWith(Streamed(1000000, 65536));
+  RespondWith(Streamed(1000000, 65536));
   RawPeer peer(server_.GetPort());
   ASSERT_TRUE(peer.Send(kGet));
   ASSERT_THAT(peer.ReadUntil("\r\n\r\n"), HasSubstr("chunked"));
@@ -145,14 +145,14 @@ TEST_F(HttpWireTest, GoesDownWhileABodyIsStreamed) {
   server_.Down();  // the server waits meanwhile for a client that does not read
   EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(5));
   EXPECT_THAT(peer.ReadAll(), Not(EndsWith("0\r\n\r\n")));
-  AnswerWith(HttpReply());
+  RespondWith(HttpReply());
   std::string error;
   ASSERT_TRUE(server_.Up(error)) << error;
   EXPECT_EQ(Get(Url()).status, 200);
 }
 
 TEST_F(HttpWireTest, OutlivesClientsThatLeaveInTheMiddle) {
-  AnswerWith(Streamed(64, 65536));
+  RespondWith(Streamed(64, 65536));
   for (int i = 0; i < 20; ++i) {
     RawPeer peer(server_.GetPort());
     ASSERT_TRUE(peer.Send(kGet));
@@ -175,7 +175,7 @@ TEST_F(HttpSlowReaderTest, AClientThatDoesNotReadIsGivenUp) {
       return std::string(65536, 'x');
     };
   };
-  AnswerWith(reply);
+  RespondWith(reply);
   RawPeer peer(server_.GetPort());
   ASSERT_TRUE(peer.Send(kGet));
   const auto begin = steady_clock::now();

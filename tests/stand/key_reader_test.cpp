@@ -62,7 +62,7 @@ TEST(KeyReaderTest, ReadsEachForm) {
   for (const auto& row : rows) EXPECT_EQ(Read(row.text, row.password), KeyReading::Good) << row.reason;
 }
 
-TEST(KeyReaderTest, TellsAWrongPassword) {
+TEST(KeyReaderTest, ReportsAWrongPassword) {
   const KeyPair& key = Owner().key;
   const std::string texts[] = {key.ToEncryptedPEM("secret"), Body(key.ToEncryptedPEM("secret")),
                                key.ToEncryptedTraditionalPEM("secret"), PKCS12Of(key, "secret")};
@@ -118,7 +118,7 @@ TEST(KeyReaderTest, RefusesAKeyThatWasCut) {
 
 // Some flips leave a key: those in numbers that are not checked against each other. None may leave a key that
 // is told as a refusal, or the other way round.
-TEST(KeyReaderTest, TellsWhatBecameOfEachFlippedByte) {
+TEST(KeyReaderTest, ReportsWhatBecameOfEachFlippedByte) {
   const std::string der = Owner().key.ToDER();
   int refused = 0;
   for (std::size_t i = 0; i < der.size(); ++i) {

@@ -38,13 +38,13 @@ std::time_t TimeOf(const std::string& date) {
   return strptime(date.c_str(), "%a, %d %b %Y %H:%M:%S GMT", &fields) != nullptr ? timegm(&fields) : 0;
 }
 
-TEST_F(KeyServerTest, TellsItsTime) {
+TEST_F(KeyServerTest, ReportsItsTime) {
   const Reply reply = Get(Server("status?18446744073709551615"));
   EXPECT_EQ(reply.status, 200);
   EXPECT_LE(std::abs(TimeOf(reply.Header("Date")) - std::time(nullptr)), 2) << reply.Header("Date");
 }
 
-TEST_F(KeyServerTest, TellsTheTimeOfItsOwnClock) {
+TEST_F(KeyServerTest, ReportsTheTimeOfItsOwnClock) {
   stand_.GetSettings().SetClockOffset(1, 86400);
   const auto ahead = [this](std::size_t server) {
     return TimeOf(Get(Server("status?1", server)).Header("Date")) - std::time(nullptr);
@@ -85,7 +85,7 @@ TEST_F(KeyServerTest, DoesNotKnowOtherPathsAndMethods) {
   }
 }
 
-TEST_F(KeyServerTest, AnswersInAnEnvelope) {
+TEST_F(KeyServerTest, RespondsInAnEnvelope) {
   const Reply reply = RunCommand(GetKeyPayload());
   EXPECT_EQ(reply.status, 200);
   EXPECT_EQ(ReadText(*ReadMap(reply.Object(), "header"), "type"), "standardVelmoraHeader");

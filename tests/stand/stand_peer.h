@@ -27,7 +27,7 @@ struct Reply {
   bool Has(const char* name) const { return Object().Find(name) < Object().GetCount(); }
   std::string Header(const char* name) const;
 
-  /// Of a key server's answer: its payload, the payload's type and the code of a refusal, 0 for none.
+  /// Of a key server's response: its payload, the payload's type and the code of a refusal, 0 for none.
   KVMap Payload() const { return ReadMap(Object(), "payload").value_or(KVMap()); }
   std::string Type() const { return ReadText(Payload(), "type").value_or("(none)"); }
   std::int64_t Code() const { return ReadInteger(Payload(), "code").value_or(0); }

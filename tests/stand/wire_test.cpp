@@ -12,7 +12,7 @@ TEST(WireTest, ReadsObjectsAlone) {
   }
 }
 
-TEST(WireTest, ReadsAMemberOnlyAsTheKindThatItHas) {
+TEST(WireTest, ReadsAMemberOnlyAsTheTypeThatItHas) {
   const KVMap object =
       *ReadObject(R"({"t":"x","n":5,"b":true,"o":{},"a":["x"],"m":["x",1],"z":null,"f":1.5})");
   EXPECT_EQ(ReadText(object, "t"), "x");

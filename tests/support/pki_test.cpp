@@ -37,7 +37,7 @@ TEST(Pki, WrapsTheInnerSigningCertificateInAMessageAroundJSON) {
             pki.innerSigning.certificate.ToBase64());
 }
 
-// A message that was made comes back through the reader of its kind, with content, signer and attributes.
+// A message that was made comes back through the reader of its type, with content, signer and attributes.
 TEST(Messages, ComeBackThroughTheirReaders) {
   const Pki& pki = Pki::Get();
   SignerSpec signer{pki.integrity, {{kGroupOid, "QOB.g"}}, 1000000000, true, {}};
@@ -51,7 +51,7 @@ TEST(Messages, ComeBackThroughTheirReaders) {
   EXPECT_EQ(opened.attributes[0].second, "QOB.g");
 }
 
-// Messages can be made in each shape that the tests need, and are of the kind that they should be.
+// Messages can be made in each shape that the tests need, and are of the type that they should be.
 TEST(Messages, AreMadeInEveryShape) {
   using OruOssSec::CMSMsg;
   const Cert& room = Pki::Get().room.certificate;

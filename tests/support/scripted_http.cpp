@@ -10,38 +10,38 @@ namespace TestSupport {
 using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
 
-HttpAnswer Json(std::string body) {
-  HttpAnswer answer;
-  answer.body = std::move(body);
-  return answer;
+CannedResponse Json(std::string body) {
+  CannedResponse canned;
+  canned.body = std::move(body);
+  return canned;
 }
 
-HttpAnswer Status(std::uint32_t status, std::string body) {
-  HttpAnswer answer;
-  answer.status = status;
-  answer.body = std::move(body);
-  return answer;
+CannedResponse Status(std::uint32_t status, std::string body) {
+  CannedResponse canned;
+  canned.status = status;
+  canned.body = std::move(body);
+  return canned;
 }
 
-HttpAnswer NoExchange(std::string errorText) {
-  HttpAnswer answer;
-  answer.result = -1;
-  answer.errorText = std::move(errorText);
-  return answer;
+CannedResponse NoExchange(std::string errorText) {
+  CannedResponse canned;
+  canned.result = -1;
+  canned.errorText = std::move(errorText);
+  return canned;
 }
 
-HttpAnswer DateAnswer(std::string date) {
-  HttpAnswer answer;
-  answer.headers = {{"Date", std::move(date)}};
-  return answer;
+CannedResponse DateResponse(std::string date) {
+  CannedResponse canned;
+  canned.headers = {{"Date", std::move(date)}};
+  return canned;
 }
 
 ScriptedHttp::~ScriptedHttp() {
   if (!line_.empty()) ADD_FAILURE() << line_.size() << " scripted answers were never asked for";
 }
 
-ScriptedHttp& ScriptedHttp::Then(HttpAnswer answer) {
-  return Then([answer](const RecordedRequest&) { return answer; });
+ScriptedHttp& ScriptedHttp::Then(CannedResponse canned) {
+  return Then([canned](const RecordedRequest&) { return canned; });
 }
 
 ScriptedHttp& ScriptedHttp::Then(Responder responder) {
@@ -50,8 +50,8 @@ ScriptedHttp& ScriptedHttp::Then(Responder responder) {
   return *this;
 }
 
-ScriptedHttp& ScriptedHttp::On(std::string method, std::string urlPart, HttpAnswer answer) {
-  return On(std::move(method), std::move(urlPart), [answer](const RecordedRequest&) { return answer; });
+ScriptedHttp& ScriptedHttp::On(std::string method, std::string urlPart, CannedResponse canned) {
+  return On(std::move(method), std::move(urlPart), [canned](const RecordedRequest&) { return canned; });
 }
 
 ScriptedHttp& ScriptedHttp::On(std::string method, std::string urlPart, Responder responder) {
@@ -124,21 +124,21 @@ RecordedRequest Record(const AnsiStr& method, const AnsiStr& url, const KVMap& h
   return request;
 }
 
-void Deliver(const HttpAnswer& answer, OruKalvix::HttpResponse& response) {
-  response.errorText = Ansi(answer.errorText);
-  if (answer.result < 0) return;
-  response.status = answer.status;
+void Deliver(const CannedResponse& canned, OruKalvix::HttpResponse& response) {
+  response.errorText = Ansi(canned.errorText);
+  if (canned.result < 0) return;
+  response.status = canned.status;
   OruGuiBase::Array<AnsiStr> names;
   OruGuiBase::Array<OruGuiBase::Val> values;
-  for (const auto& [name, value] : answer.headers) {
+  for (const auto& [name, value] : canned.headers) {
     names.Append(Ansi(name));
     values.Append(OruGuiBase::Val(Ansi(value)));
   }
   response.headers = KVMap::FromPairs(names, values);
   if (response.targetFile.IsEmpty()) {
-    response.body = Ansi(answer.body);
+    response.body = Ansi(canned.body);
   } else {
-    WriteFile(Str(response.targetFile), answer.body);
+    WriteFile(Str(response.targetFile), canned.body);
   }
 }
 
@@ -155,9 +155,9 @@ std::int32_t ScriptedHttp::SendRequest(const AnsiStr& method, const AnsiStr& url
     response.errorText = "no scripted answer";
     return -1;
   }
-  const HttpAnswer answer = responder(request);
-  Deliver(answer, response);
-  return answer.result;
+  const CannedResponse canned = responder(request);
+  Deliver(canned, response);
+  return canned.result;
 }
 
 std::string HeaderOf(const RecordedRequest& request, const std::string& name) {

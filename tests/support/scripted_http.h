@@ -26,7 +26,7 @@ struct RecordedRequest {
 };
 
 /// What the transport answers.
-struct HttpAnswer {
+struct CannedResponse {
   std::int32_t result = 0;  ///< negative: no exchange took place, and `errorText` tells why
   std::string errorText;
   std::uint32_t status = 200;
@@ -34,20 +34,21 @@ struct HttpAnswer {
   std::string body;  ///< goes to the target file when the request names one
 };
 
-/// Answers of the common kinds.
-HttpAnswer Json(std::string body);
-HttpAnswer Status(std::uint32_t status, std::string body = "");
-HttpAnswer NoExchange(std::string errorText);
+/// Answers of the common types.
+CannedResponse Json(std::string body);
+CannedResponse Status(std::uint32_t status, std::string body = "");
+CannedResponse NoExchange(std::string errorText);
 /// Status 200 with a "Date" header of the value.
-HttpAnswer DateAnswer(std::string date);
+CannedResponse DateResponse(std::string date);
 
-using Responder = std::function<HttpAnswer(const RecordedRequest&)>;
+using Responder = std::function<CannedResponse(const RecordedRequest&)>;
 
-/// A transport with canned answers.
+/// A transport with canned responses.
 ///
-/// A request takes the next answer of the line (Then). When the line is empty it takes the first rule whose
-/// method and URL part fit (On); such a rule serves any number of requests. A request without an answer fails
-/// the test and the exchange. So does, at the end of the object, an answer of the line that nobody asked for.
+/// A request takes the next response of the line (Then). When the line is empty it takes the first rule whose
+/// method and URL part fit (On); such a rule serves any number of requests. A request without a response
+/// fails the test and the exchange. So does, at the end of the object, a response of the line that nobody
+/// asked for.
 class ScriptedHttp final : public OruKalvix::ICryptClientHttp {
  public:
   ScriptedHttp() = default;
@@ -56,10 +57,10 @@ class ScriptedHttp final : public OruKalvix::ICryptClientHttp {
   ~ScriptedHttp();
 
   /// Adds to the end of the line.
-  ScriptedHttp& Then(HttpAnswer answer);
+  ScriptedHttp& Then(CannedResponse response);
   ScriptedHttp& Then(Responder responder);
   /// Adds a rule; an empty method or part fits everything.
-  ScriptedHttp& On(std::string method, std::string urlPart, HttpAnswer answer);
+  ScriptedHttp& On(std::string method, std::string urlPart, CannedResponse response);
   ScriptedHttp& On(std::string method, std::string urlPart, Responder responder);
 
   std::vector<RecordedRequest> GetRequests() const;

@@ -18,7 +18,7 @@ std::int32_t Send(ScriptedHttp& http, const char* method, const char* url, HttpR
   return http.SendRequest(method, url, Map(R"({"A":"b"})"), "body", HttpOptions(), response);
 }
 
-TEST(ScriptedHttp, GivesTheAnswersOfTheLineInOrder) {
+TEST(ScriptedHttp, GivesTheResponsesOfTheLineInOrder) {
   ScriptedHttp http;
   http.Then(Json("1")).Then(Status(404, "2"));
   HttpResponse first;
@@ -89,7 +89,7 @@ TEST(ScriptedHttp, RunsACallbackWithTheRequest) {
   EXPECT_EQ(Str(response.body), "body!");
 }
 
-TEST(ScriptedHttp, FailsTheTestWhenThereIsNoAnswer) {
+TEST(ScriptedHttp, FailsTheTestWhenThereIsNoResponse) {
   ScriptedHttp http;
   HttpResponse response;
   std::int32_t result = 0;
@@ -97,7 +97,7 @@ TEST(ScriptedHttp, FailsTheTestWhenThereIsNoAnswer) {
   EXPECT_LT(result, 0);
 }
 
-TEST(ScriptedHttp, FailsTheTestForAnAnswerThatNobodyAskedFor) {
+TEST(ScriptedHttp, FailsTheTestForAResponseThatNobodyAskedFor) {
   EXPECT_NONFATAL_FAILURE(ScriptedHttp().Then(Json("{}")), "never asked for");
 }
 

@@ -44,46 +44,46 @@ std::string StepOf(const RecordedRequest& request) {
   return "unknown: " + request.url;
 }
 
-Responder Fixed(HttpAnswer answer) {
-  return [answer](const RecordedRequest&) { return answer; };
+Responder Fixed(CannedResponse response) {
+  return [response](const RecordedRequest&) { return response; };
 }
 
 }  // namespace
 
-ScriptedRoad::ScriptedRoad() {
+ScriptedServices::ScriptedServices() {
   const Pki& pki = Pki::Get();
-  Set("key", Json(RoomKeyAnswer()));
-  Set("certlist", Json(RoomCertsAnswer()));
+  Set("key", Json(RoomKeyResponse()));
+  Set("certlist", Json(RoomCertsResponse()));
   Set("newkey", Json(""));
   Set("integrity", Json(R"({"integrity":[)" + Quoted(pki.integrity.certificate.GetDigest()) + "]}"));
   Set("authztoken", Token("token"));
-  Set("status", DateAnswer(kRoadDate));
+  Set("status", DateResponse(kServicesDate));
   Set("certstore", Json(pki.GetCertStore()));
   Set("truststore", Json(pki.GetTrustStore()));
   Set("generateWrappedKeyRequest", Generated());
-  Set("getKeyRequest", IntegrityKeyAnswer());
+  Set("getKeyRequest", IntegrityKeyResponse());
   Set("signRequest", Signed);
   Set("decryptRequest", Decrypted);
-  http.On("", "", [this](const RecordedRequest& request) { return Answer(request); });
+  http.On("", "", [this](const RecordedRequest& request) { return Respond(request); });
 }
 
-void ScriptedRoad::Set(const std::string& step, HttpAnswer answer) {
-  Set(step, Fixed(std::move(answer)));
+void ScriptedServices::Set(const std::string& step, CannedResponse response) {
+  Set(step, Fixed(std::move(response)));
 }
 
-void ScriptedRoad::Set(const std::string& step, Responder responder) {
+void ScriptedServices::Set(const std::string& step, Responder responder) {
   steps_[step] = std::move(responder);
 }
 
-void ScriptedRoad::Once(const std::string& step, HttpAnswer answer) {
-  Once(step, Fixed(std::move(answer)));
+void ScriptedServices::Once(const std::string& step, CannedResponse response) {
+  Once(step, Fixed(std::move(response)));
 }
 
-void ScriptedRoad::Once(const std::string& step, Responder responder) {
+void ScriptedServices::Once(const std::string& step, Responder responder) {
   once_[step].push_back(std::move(responder));
 }
 
-HttpAnswer ScriptedRoad::Answer(const RecordedRequest& request) {
+CannedResponse ScriptedServices::Respond(const RecordedRequest& request) {
   const std::string step = StepOf(request);
   std::deque<Responder>& next = once_[step];
   if (!next.empty()) {
@@ -97,13 +97,13 @@ HttpAnswer ScriptedRoad::Answer(const RecordedRequest& request) {
   return NoExchange("no such step");
 }
 
-std::vector<std::string> ScriptedRoad::GetSteps() const {
+std::vector<std::string> ScriptedServices::GetSteps() const {
   std::vector<std::string> steps;
   for (const RecordedRequest& request : http.GetRequests()) steps.push_back(StepOf(request));
   return steps;
 }
 
-std::vector<RecordedRequest> ScriptedRoad::GetRequests(const std::string& step) const {
+std::vector<RecordedRequest> ScriptedServices::GetRequests(const std::string& step) const {
   std::vector<RecordedRequest> requests;
   for (const RecordedRequest& request : http.GetRequests()) {
     if (StepOf(request) == step) requests.push_back(request);
@@ -111,55 +111,55 @@ std::vector<RecordedRequest> ScriptedRoad::GetRequests(const std::string& step) 
   return requests;
 }
 
-KVMap ScriptedRoad::RoomKeyAnswer() {
+KVMap ScriptedServices::RoomKeyResponse() {
   const Pki& pki = Pki::Get();
-  KVMap answer;
-  answer.Set("room", "room 1");
-  answer.Set("certificate", Ansi(pki.room.certificate.ToPEM()));
-  answer.Set("data", Ansi(WrappedKey(pki.innerSigning.certificate)));
-  answer.Set("group", kGroup);
-  answer.Set("keyserver", Val(Strings({kKeyServerUrl})));
-  answer.Set("statustimeout", "5");
-  answer.Set("certauth", Val(false));
-  return answer;
+  KVMap response;
+  response.Set("room", "room 1");
+  response.Set("certificate", Ansi(pki.room.certificate.ToPEM()));
+  response.Set("data", Ansi(WrappedKey(pki.innerSigning.certificate)));
+  response.Set("group", kGroup);
+  response.Set("keyserver", Val(Strings({kKeyServerUrl})));
+  response.Set("statustimeout", "5");
+  response.Set("certauth", Val(false));
+  return response;
 }
 
-KVMap ScriptedRoad::RoomCertsAnswer() {
-  KVMap answer;
-  answer.Set("room", "room 1");
-  answer.Set("seqnr", "42");
-  answer.Set("certificates", Val(Strings({"member-1", "member-2"})));
-  answer.Set("group", kGroup);
-  answer.Set("keyserver", Val(Strings({kKeyServerUrl})));
-  answer.Set("statustimeout", "5");
-  answer.Set("certauth", Val(false));
-  return answer;
+KVMap ScriptedServices::RoomCertsResponse() {
+  KVMap response;
+  response.Set("room", "room 1");
+  response.Set("seqnr", "42");
+  response.Set("certificates", Val(Strings({"member-1", "member-2"})));
+  response.Set("group", kGroup);
+  response.Set("keyserver", Val(Strings({kKeyServerUrl})));
+  response.Set("statustimeout", "5");
+  response.Set("certauth", Val(false));
+  return response;
 }
 
-HttpAnswer ScriptedRoad::Generated() {
+CannedResponse ScriptedServices::Generated() {
   const Pki& pki = Pki::Get();
   return Payload(R"({"type":"generateWrappedKeyResponse","encodedX509Certificate":)" +
                  Quoted(pki.room.certificate.ToBase64()) + R"(,"encodedWrappedKey":)" +
                  Quoted(WrappedKey(pki.innerSigning.certificate)) + "}");
 }
 
-HttpAnswer ScriptedRoad::IntegrityKeyAnswer() {
+CannedResponse ScriptedServices::IntegrityKeyResponse() {
   return Payload(R"({"type":"getKeyResponse","key":{"type":"externalCertificate","id":")" +
                  std::string(kIntegrityKeyId) + R"(","subId":")" + kIntegritySubId +
                  R"(","encodedCertificate":)" + Quoted(Pki::Get().integrity.certificate.ToBase64()) + "}}");
 }
 
-HttpAnswer ScriptedRoad::Signed(const RecordedRequest& request) {
+CannedResponse ScriptedServices::Signed(const RecordedRequest& request) {
   const std::string value = Pki::Get().integrity.key.SignHash(FirstBytes(request, "hashesToBeSigned"));
   return Payload(R"({"type":"signResponse","signedHashes":[)" + Quoted(ToBase64(value)) + "]}");
 }
 
-HttpAnswer ScriptedRoad::Decrypted(const RecordedRequest& request) {
+CannedResponse ScriptedServices::Decrypted(const RecordedRequest& request) {
   const std::string key = Pki::Get().room.key.Decrypt(FirstBytes(request, "encryptedData"));
   return Payload(R"({"type":"decryptResponse","plainData":[)" + Quoted(ToBase64(key)) + "]}");
 }
 
-HttpAnswer Json(const KVMap& map) {
+CannedResponse Json(const KVMap& map) {
   return Json(JsonText(map));
 }
 

@@ -15,9 +15,9 @@ using OruKalvix::HttpOptions;
 using OruKalvix::HttpResponse;
 using ::testing::ElementsAre;
 
-std::string Ask(ScriptedRoad& road, const std::string& url, const std::string& body = "") {
+std::string Ask(ScriptedServices& services, const std::string& url, const std::string& body = "") {
   HttpResponse response;
-  road.http.SendRequest("POST", Ansi(url), {}, Ansi(body), HttpOptions(), response);
+  services.http.SendRequest("POST", Ansi(url), {}, Ansi(body), HttpOptions(), response);
   return Str(response.body);
 }
 
@@ -25,58 +25,58 @@ std::string Command(const std::string& payload) {
   return Envelope(payload);
 }
 
-TEST(ScriptedRoad, NamesEachStepByItsUrl) {
-  ScriptedRoad road;
+TEST(ScriptedServices, NamesEachStepByItsUrl) {
+  ScriptedServices services;
   const std::string service = std::string(kServiceUrl) + "/crypt/";
-  Ask(road, service + "key/room%201");
-  Ask(road, service + "certlist/room%201");
-  Ask(road, service + "certlist/g/integrity/sha256");
-  Ask(road, service + "newkey/room%201");
-  Ask(road, service + "authztoken/room%201");
-  Ask(road, "https://one.example/status?17");
-  Ask(road, "https://one.example/certstore");
-  Ask(road, "https://one.example/truststore");
-  Ask(road, "https://one.example/rest/json", Command(R"({"type":"getKeyRequest"})"));
-  EXPECT_THAT(road.GetSteps(), ElementsAre("key", "certlist", "integrity", "newkey", "authztoken", "status",
-                                           "certstore", "truststore", "getKeyRequest"));
+  Ask(services, service + "key/room%201");
+  Ask(services, service + "certlist/room%201");
+  Ask(services, service + "certlist/g/integrity/sha256");
+  Ask(services, service + "newkey/room%201");
+  Ask(services, service + "authztoken/room%201");
+  Ask(services, "https://one.example/status?17");
+  Ask(services, "https://one.example/certstore");
+  Ask(services, "https://one.example/truststore");
+  Ask(services, "https://one.example/rest/json", Command(R"({"type":"getKeyRequest"})"));
+  EXPECT_THAT(services.GetSteps(), ElementsAre("key", "certlist", "integrity", "newkey", "authztoken",
+                                               "status", "certstore", "truststore", "getKeyRequest"));
 }
 
-TEST(ScriptedRoad, TakesOverridesOnceAndForGood) {
-  ScriptedRoad road;
+TEST(ScriptedServices, TakesOverridesOnceAndForGood) {
+  ScriptedServices services;
   const std::string url = "https://one.example/certstore";
-  road.Set("certstore", Json("always"));
-  road.Once("certstore", Json("once"));
-  EXPECT_EQ(Ask(road, url), "once");
-  EXPECT_EQ(Ask(road, url), "always");
-  EXPECT_EQ(Ask(road, url), "always");
-  EXPECT_EQ(road.Count("certstore"), 3U);
+  services.Set("certstore", Json("always"));
+  services.Once("certstore", Json("once"));
+  EXPECT_EQ(Ask(services, url), "once");
+  EXPECT_EQ(Ask(services, url), "always");
+  EXPECT_EQ(Ask(services, url), "always");
+  EXPECT_EQ(services.Count("certstore"), 3U);
 }
 
-TEST(ScriptedRoad, SignsWithTheIntegrityKey) {
-  ScriptedRoad road;
+TEST(ScriptedServices, SignsWithTheIntegrityKey) {
+  ScriptedServices services;
   const std::string hash(64, 'h');
-  const std::string answer =
-      Ask(road, "https://one.example/rest/json",
+  const std::string response =
+      Ask(services, "https://one.example/rest/json",
           Command(R"({"type":"signRequest","hashesToBeSigned":[)" + Quoted(ToBase64(hash)) + "]}"));
   const std::string expected = Pki::Get().integrity.key.SignHash(hash);
-  EXPECT_NE(answer.find(ToBase64(expected)), std::string::npos);
+  EXPECT_NE(response.find(ToBase64(expected)), std::string::npos);
 }
 
-TEST(ScriptedRoad, DecryptsWithTheRoomKey) {
-  ScriptedRoad road;
+TEST(ScriptedServices, DecryptsWithTheRoomKey) {
+  ScriptedServices services;
   const std::string encrypted = Pki::Get().room.key.Encrypt("content key");
-  const std::string answer =
-      Ask(road, "https://one.example/rest/json",
+  const std::string response =
+      Ask(services, "https://one.example/rest/json",
           Command(R"({"type":"decryptRequest","encryptedData":[)" + Quoted(ToBase64(encrypted)) + "]}"));
-  EXPECT_NE(answer.find(ToBase64("content key")), std::string::npos);
+  EXPECT_NE(response.find(ToBase64("content key")), std::string::npos);
 }
 
-TEST(ScriptedRoad, FailsTheTestForAStepThatItDoesNotKnow) {
-  ScriptedRoad road;
-  EXPECT_NONFATAL_FAILURE(Ask(road, "https://one.example/nowhere"), "no such step on the road");
+TEST(ScriptedServices, FailsTheTestForAStepThatItDoesNotKnow) {
+  ScriptedServices services;
+  EXPECT_NONFATAL_FAILURE(Ask(services, "https://one.example/nowhere"), "no such step on the road");
 }
 
-TEST(ScriptedRoad, ChangesOneMemberOfAnAnswer) {
+TEST(ScriptedServices, ChangesOneMemberOfAResponse) {
   EXPECT_EQ(JsonText(With(Map(R"({"a":1,"b":2})"), "a", R"([true])")), R"({"a":[true],"b":2})");
 }
 

@@ -54,8 +54,8 @@ class CryptClientTestPeer {
   bool HttpGet(const AnsiStr& url, const KVMap& headers, AnsiStr& body, std::uint32_t timeout) {
     return client_.HttpGet(url, headers, body, timeout);
   }
-  bool HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers, AnsiStr& answer) {
-    return client_.HttpPost(url, body, headers, answer);
+  bool HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers, AnsiStr& response) {
+    return client_.HttpPost(url, body, headers, response);
   }
   bool HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers,
                 const OruGuiBase::File& target) {
@@ -81,8 +81,8 @@ class CryptClientTestPeer {
   bool KeyServerPost(const KVMap& envelope, KeyServerCommand command, KVMap& payload) {
     return client_.KeyServerPost(envelope, command, payload);
   }
-  bool KeyServerCheckResponse(const KVMap& answer, KeyServerCommand command, KVMap& payload) {
-    return client_.KeyServerCheckResponse(answer, command, payload);
+  bool KeyServerCheckResponse(const KVMap& response, KeyServerCommand command, KVMap& payload) {
+    return client_.KeyServerCheckResponse(response, command, payload);
   }
   void KeyServerErrorText(std::int64_t code) { client_.KeyServerErrorText(code); }
   bool KeyServerConnect() { return client_.KeyServerConnect(); }

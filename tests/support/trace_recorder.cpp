@@ -19,13 +19,13 @@ std::vector<std::string> TraceRecorder::GetTexts(std::uint32_t level) const {
 
 std::vector<std::uint32_t> TraceRecorder::GetInvalidTypes() const {
   constexpr std::string_view kBegin = "Val::ReportInvalidType: read as kind ";
-  std::vector<std::uint32_t> kinds;
+  std::vector<std::uint32_t> types;
   for (const TraceEvent& event : GetEvents()) {
     if (event.text.starts_with(kBegin)) {
-      kinds.push_back(static_cast<std::uint32_t>(std::stoul(event.text.substr(kBegin.size()))));
+      types.push_back(static_cast<std::uint32_t>(std::stoul(event.text.substr(kBegin.size()))));
     }
   }
-  return kinds;
+  return types;
 }
 
 void TraceRecorder::Clear() {

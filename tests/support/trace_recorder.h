@@ -28,7 +28,7 @@ class TraceRecorder final : public OruGuiTrace::ITraceSink {
   std::vector<TraceEvent> GetEvents() const;
   /// The texts of a level, in order, of the source "cryptcli" alone.
   std::vector<std::string> GetTexts(std::uint32_t level) const;
-  /// The kinds that values were read as which they do not hold, in the order of the reports.
+  /// The types that values were read as which they do not hold, in the order of the reports.
   std::vector<std::uint32_t> GetInvalidTypes() const;
   void Clear();
 

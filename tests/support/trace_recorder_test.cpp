@@ -34,7 +34,7 @@ TEST(TraceRecorder, SortsTheClientsTextsByLevel) {
   EXPECT_THAT(traces.GetTexts(1), IsEmpty());
 }
 
-TEST(TraceRecorder, ShowsValuesReadAsAnotherKind) {
+TEST(TraceRecorder, ShowsValuesReadAsAnotherType) {
   const TraceRecorder traces;
   OruGuiBase::Val(true).AsString();
   OruGuiBase::Val("text").AsMap();

@@ -5,7 +5,7 @@
 
 #include "tests/support/scripted_http.h"
 
-// The texts that go over the wire, and the answers of well-behaved servers.
+// The texts that go over the wire, and the responses of well-behaved servers.
 namespace TestSupport {
 
 inline constexpr const char* kDate = "Sun, 06 Nov 1994 08:49:37 GMT";
@@ -18,23 +18,23 @@ inline std::string Envelope(std::string_view payload) {
 }
 
 /// A key server's answer with the payload.
-inline HttpAnswer Payload(std::string_view payload) {
+inline CannedResponse Payload(std::string_view payload) {
   return Json(R"({"header":{"type":"standardVelmoraHeader"},"payload":)" + std::string(payload) + "}");
 }
 
 /// A key server's refusal.
-inline HttpAnswer ErrorCode(int code) {
+inline CannedResponse ErrorCode(int code) {
   return Payload(R"({"type":"status","code":)" + std::to_string(code) + "}");
 }
 
 /// The crypt service's answer with an authorization token.
-inline HttpAnswer Token(std::string_view token) {
+inline CannedResponse Token(std::string_view token) {
   return Json(R"({"authztoken":")" + std::string(token) + R"("})");
 }
 
 /// A key server's answer to a probe.
-inline HttpAnswer Alive() {
-  return DateAnswer(kDate);
+inline CannedResponse Alive() {
+  return DateResponse(kDate);
 }
 
 }  // namespace TestSupport

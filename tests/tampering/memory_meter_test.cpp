@@ -43,7 +43,7 @@ TEST(MemoryMeter, CountsAGrownBlockOnce) {
 }
 
 // Memory that the process holds already is not counted, and what it gives back leaves no debt.
-TEST(MemoryMeter, BeginsAnew) {
+TEST(MemoryMeter, StartsAgain) {
   auto before = std::make_unique<std::vector<char>>(kMuch);
   const MemoryMeter meter;
   EXPECT_LT(meter.GetPeak(), kSpare);

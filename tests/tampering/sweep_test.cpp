@@ -33,11 +33,12 @@ double GetSeconds() {
 
 // One layer of a protected file, to be changed. The inner one is sealed again, as one who knows the room's
 // certificate could do it.
-class Tampering : public RoadTest, public ::testing::WithParamInterface<Way> {
+class Tampering : public ServicesTest, public ::testing::WithParamInterface<Way> {
  protected:
   void SetUp() override {
     if (GetParam().key == Key::HandedOut) {
-      road.Set("key", Json(With(ScriptedRoad::RoomKeyAnswer(), "plain", Quoted(pki.room.key.ToPEM()))));
+      services.Set("key",
+                   Json(With(ScriptedServices::RoomKeyResponse(), "plain", Quoted(pki.room.key.ToPEM()))));
     }
     layer = MakeLayer();
     ASSERT_FALSE(layer.empty());
@@ -57,7 +58,7 @@ class Tampering : public RoadTest, public ::testing::WithParamInterface<Way> {
     const OruGuiBase::File source =
         scratch.Make("changed", isInner ? MakeEnveloped(changed, {pki.room.certificate}) : changed);
     const OruGuiBase::File target = scratch.File("opened");
-    ScriptedHttp& http = road.http;
+    ScriptedHttp& http = services.http;
     Opened opened;
     const double begin = GetSeconds();
     const MemoryMeter meter;
@@ -101,7 +102,7 @@ class Tampering : public RoadTest, public ::testing::WithParamInterface<Way> {
     SignerSpec signer;
     signer.identity = pki.integrity;
     signer.attributes = {{kGroupOid, kGroup}};
-    signer.signingTime = kRoadTime;
+    signer.signingTime = kServicesTime;
     return MakeSigned(kContent, {signer});
   }
   std::string Protect() {

@@ -7,7 +7,7 @@
 namespace TestSupport {
 namespace {
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -39,7 +39,7 @@ class AuditLogCommand : public OperationTest {
   }
 
   void RefuseLog(int server, const char* status) {
-    ASSERT_TRUE(stand_.SetFault(server, {FaultKind::SecStatus, "getAuditLogRequest", 0, 0, status}));
+    ASSERT_TRUE(stand_.SetFault(server, {FaultType::SecStatus, "getAuditLogRequest", 0, 0, status}));
   }
   // A whole log has the records of the three servers in turn below one header.
   static void ExpectLog(const std::string& log, const std::vector<int>& servers) {
@@ -113,7 +113,7 @@ TEST_F(AuditLogCommand, APartialLogIsInTheJSON) {
 }
 
 TEST_F(AuditLogCommand, AServerThatDiesInTheMiddleOfItsLogGivesNone) {
-  ASSERT_TRUE(stand_.SetFault(1, {FaultKind::Cut, "getAuditLogRequest"}));
+  ASSERT_TRUE(stand_.SetFault(1, {FaultType::Cut, "getAuditLogRequest"}));
   const Finished finished = RunToFile();
   EXPECT_EQ(finished.code, 5);
   ExpectLog(scratch_.Read("log.csv"), {0, 2});
@@ -152,7 +152,7 @@ TEST_F(AuditLogCommand, ReplacesItWhenForced) {
 
 TEST_F(AuditLogCommand, AFailureLeavesAForcedTargetAsItWas) {
   scratch_.Make("log.csv", "kept");
-  SetFaults({FaultKind::Down});
+  SetFaults({FaultType::Down});
   EXPECT_EQ(RunToFile({"--force"}).code, 1);
   EXPECT_EQ(scratch_.Read("log.csv"), "kept");
 }

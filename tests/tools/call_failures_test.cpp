@@ -7,7 +7,7 @@
 namespace TestSupport {
 namespace {
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
@@ -19,7 +19,7 @@ class CallFailures : public OperationTest {
   }
 };
 
-TEST_F(CallFailures, AnOperationThatFailsTellsItsReason) {
+TEST_F(CallFailures, AnOperationThatFailsReportsItsReason) {
   OruGuiBase::KVMap arguments = Texts({{"group", kGroup}});
   arguments.Set("key", OruGuiBase::Val(Texts({{"type", "handle"}, {"id", "none"}, {"subId", "1"}})));
   const Finished finished = Call("DeleteKey", arguments);
@@ -131,7 +131,7 @@ TEST_F(CallFailures, ArgumentsThatAreMissingReadAsEmpty) {
                                                           "\n");
 }
 
-TEST_F(CallFailures, ArgumentsOfAnotherKindReadAsEmpty) {
+TEST_F(CallFailures, ArgumentsOfAnotherTypeReadAsEmpty) {
   scratch_.Make("args.json", R"({"keyserver":"http://127.0.0.1:1","statustimeout":5,"group":["x"]})");
   const Finished finished = CallWith(Path("args.json"));
   EXPECT_EQ(finished.code, 1);
@@ -139,7 +139,7 @@ TEST_F(CallFailures, ArgumentsOfAnotherKindReadAsEmpty) {
 }
 
 TEST_F(CallFailures, KeyServersThatAreAllDownAreTold) {
-  SetFaults({FaultKind::Down});
+  SetFaults({FaultType::Down});
   const Finished finished = Call("ConfigGroup", Texts({{"group", "unreached"}}));
   EXPECT_EQ(finished.code, 1);
   EXPECT_THAT(finished.errors, HasSubstr("Could not connect to key server: "));
@@ -147,7 +147,7 @@ TEST_F(CallFailures, KeyServersThatAreAllDownAreTold) {
 }
 
 TEST_F(CallFailures, AnAuditLogThatNobodyGaveLeavesNothing) {
-  SetFaults({FaultKind::Cut, "getAuditLogRequest"});
+  SetFaults({FaultType::Cut, "getAuditLogRequest"});
   const Finished finished = Call("GetAuditLog", Texts({{"group", kGroup}}));
   EXPECT_EQ(finished.code, 1);
   EXPECT_THAT(finished.output, IsEmpty());

@@ -3,7 +3,7 @@
 namespace TestSupport {
 namespace {
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -84,7 +84,7 @@ TEST_F(Call, LeavesTheAuditLogWhereTheResultSays) {
 }
 
 TEST_F(Call, APartialAuditLogHasACodeOfItsOwn) {
-  ASSERT_TRUE(stand_.SetFault(1, {FaultKind::SecStatus, "getAuditLogRequest", 0, 612}));
+  ASSERT_TRUE(stand_.SetFault(1, {FaultType::SecStatus, "getAuditLogRequest", 0, 612}));
   const Finished finished = OperationTest::Call("GetAuditLog", Texts({{"group", kGroup}}));
   EXPECT_EQ(finished.code, 5);
   EXPECT_EQ(finished.errors,
@@ -94,7 +94,7 @@ TEST_F(Call, APartialAuditLogHasACodeOfItsOwn) {
 }
 
 TEST_F(Call, APartialAuditLogIsInTheJSON) {
-  ASSERT_TRUE(stand_.SetFault(2, {FaultKind::SecStatus, "getAuditLogRequest", 0, 607}));
+  ASSERT_TRUE(stand_.SetFault(2, {FaultType::SecStatus, "getAuditLogRequest", 0, 607}));
   const Finished finished = OperationTest::Call("GetAuditLog", Texts({{"group", kGroup}}), {"--json"});
   const OruGuiBase::KVMap report = Map(finished.output);
   EXPECT_EQ(report.Get("exitCode").AsInteger(), 5);
@@ -106,8 +106,8 @@ TEST_F(Call, APartialAuditLogIsInTheJSON) {
 }
 
 TEST_F(Call, GoesOnWithTheNextKeyServer) {
-  ASSERT_TRUE(stand_.SetFault(0, {FaultKind::Down}));
-  ASSERT_TRUE(stand_.SetFault(2, {FaultKind::Down}));
+  ASSERT_TRUE(stand_.SetFault(0, {FaultType::Down}));
+  ASSERT_TRUE(stand_.SetFault(2, {FaultType::Down}));
   EXPECT_EQ(OperationTest::Call("ConfigGroup", Texts({{"group", "failover"}})).code, 0);
   EXPECT_TRUE(stand_.GetGroup("failover").has_value());
 }

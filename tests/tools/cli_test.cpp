@@ -66,7 +66,7 @@ TEST(CommandLine, AServiceThatIsNoUrlIsCode2) {
   }
 }
 
-TEST(CommandLine, HelpTellsTheExitCodes) {
+TEST(CommandLine, HelpReportsTheExitCodes) {
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{"--help"}, std::vector<std::string>{"decrypt", "--help"}}) {
     const Finished finished = RunCommand(arguments);
@@ -75,7 +75,7 @@ TEST(CommandLine, HelpTellsTheExitCodes) {
   }
 }
 
-TEST(CommandLine, TellsItsVersion) {
+TEST(CommandLine, ReportsItsVersion) {
   const Finished finished = RunCommand({"--version"});
   EXPECT_EQ(finished.code, 0);
   EXPECT_EQ(finished.output, CRYPTCLI_VERSION "\n");

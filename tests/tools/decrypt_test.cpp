@@ -22,7 +22,7 @@ class Decrypt : public CommandTest {
   void BreakOrigin() { stand_.GetSettings().SetIntegrityList(IntegrityList::WithoutOurs); }
 };
 
-TEST_F(Decrypt, GivesTheContentBackAndTellsItsOrigin) {
+TEST_F(Decrypt, GivesTheContentBackAndReportsItsOrigin) {
   const Finished finished = Run("decrypt", {Path("file.p7m"), Path("opened.txt")});
   EXPECT_EQ(finished.code, 0);
   EXPECT_EQ(finished.output,
@@ -147,13 +147,13 @@ TEST_F(Decrypt, LeavesATargetThatIsThere) {
 
 TEST_F(Decrypt, FindsItsKeyAlthoughAllKeyServersButOneAreDown) {
   for (int server = 0; server < 2; ++server)
-    ASSERT_TRUE(stand_.SetFault(server, {CryptStand::FaultKind::Down}));
+    ASSERT_TRUE(stand_.SetFault(server, {CryptStand::FaultType::Down}));
   EXPECT_EQ(Run("decrypt", {Path("file.p7m"), Path("opened.txt")}).code, 0);
 }
 
 TEST_F(Decrypt, WithoutAnyKeyServerIsAFailure) {
   for (int server = 0; server < 3; ++server)
-    ASSERT_TRUE(stand_.SetFault(server, {CryptStand::FaultKind::Down}));
+    ASSERT_TRUE(stand_.SetFault(server, {CryptStand::FaultType::Down}));
   const Finished finished = Run("decrypt", {Path("file.p7m"), Path("opened.txt")});
   EXPECT_EQ(finished.code, 1);
   EXPECT_THAT(finished.errors, HasSubstr("Connection refused"));
@@ -169,14 +169,14 @@ TEST_F(ExampleProgram, ProtectsAndOpensAFile) {
   EXPECT_EQ(scratch_.Read("plain.txt.opened"), "The plain content.\n");
 }
 
-TEST_F(ExampleProgram, TellsWhatFailed) {
+TEST_F(ExampleProgram, ReportsWhatFailed) {
   const Finished finished =
       RunProcess({EXAMPLE_PROTECT, {stand_.GetServiceUrl(), "nowhere", Path("plain.txt")}});
   EXPECT_EQ(finished.code, 1);
   EXPECT_EQ(finished.errors, "Could not encrypt: Could not get room key: Unknown room\n");
 }
 
-TEST_F(ExampleProgram, WithoutArgumentsTellsWhatItWants) {
+TEST_F(ExampleProgram, WithoutArgumentsReportsWhatItWants) {
   EXPECT_EQ(RunProcess({EXAMPLE_PROTECT, {}}).code, 1);
 }
 

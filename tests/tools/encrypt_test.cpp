@@ -9,7 +9,7 @@ namespace TestSupport {
 namespace {
 
 using CryptStand::Fault;
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -188,7 +188,7 @@ TEST_F(Encrypt, AProxyIsUsed) {
 }
 
 TEST_F(Encrypt, TheRefusalOfAKeyHasACodeOfItsOwn) {
-  Fault refusal{FaultKind::ErrorCode};
+  Fault refusal{FaultType::ErrorCode};
   refusal.text = "QOB.1.1001.1.422645";
   ASSERT_TRUE(stand_.SetFault(CryptStand::kCryptService, refusal));
   EXPECT_EQ(Run("encrypt", {Path("plain.txt"), Path("file.p7m")}).code, 4);
@@ -199,7 +199,7 @@ TEST_F(Encrypt, TheRefusalOfAKeyHasACodeOfItsOwn) {
 }
 
 TEST_F(Encrypt, ADifferentRefusalIsAFailureLikeAnyOther) {
-  Fault refusal{FaultKind::ErrorCode};
+  Fault refusal{FaultType::ErrorCode};
   refusal.text = "QOB.1.1001.1.1";
   ASSERT_TRUE(stand_.SetFault(CryptStand::kCryptService, refusal));
   EXPECT_EQ(Run("encrypt", {Path("plain.txt"), Path("file.p7m")}).code, 1);
@@ -207,9 +207,9 @@ TEST_F(Encrypt, ADifferentRefusalIsAFailureLikeAnyOther) {
 
 TEST_F(Encrypt, HeadersGoToTheService) {
   Guarded<RecordedRequest> request;
-  RawServer service(AnswerAll([&](RawConnection& connection, const RecordedRequest& got) {
+  RawServer service(RespondToAll([&](RawConnection& connection, const RecordedRequest& got) {
     request.Set(got);
-    connection.Answer(404, "");
+    connection.Respond(404, "");
   }));
   scratch_.Make("headers", "X-Tenant: 7\r\n\r\nAuthorization: Bearer 1\n");
   RunCommand({"encrypt", "--service", service.Url(""), "--room", "demo", "--header", "X-One:1", "--header",

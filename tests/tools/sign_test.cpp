@@ -3,7 +3,7 @@
 namespace TestSupport {
 namespace {
 
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using CryptStand::KeyPair;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -61,7 +61,7 @@ TEST_F(SignCommand, SignsAFile) {
 }
 
 TEST_F(SignCommand, SignsFilesOfAnySize) {
-  // Around the piece in which a file is read.
+  // Around the chunk in which a file is read.
   for (const std::size_t size : {0U, 1U, 262144U, 262145U, 600000U}) {
     const std::string bytes(size, 'x');
     scratch_.Make("sized", bytes);
@@ -120,8 +120,8 @@ TEST_F(SignCommand, TheTransactionGoesWithTheTokensRequest) {
 }
 
 TEST_F(SignCommand, GoesOnWithTheNextKeyServer) {
-  ASSERT_TRUE(stand_.SetFault(0, {FaultKind::Down}));
-  ASSERT_TRUE(stand_.SetFault(1, {FaultKind::BadBase64, "signRequest"}));
+  ASSERT_TRUE(stand_.SetFault(0, {FaultType::Down}));
+  ASSERT_TRUE(stand_.SetFault(1, {FaultType::BadBase64, "signRequest"}));
   EXPECT_TRUE(Verifies(Decoded(Sign({Path("plain.txt")}).output)));
 }
 
@@ -194,7 +194,7 @@ TEST_F(SignCommand, LeavesATargetThatIsThere) {
 }
 
 TEST_F(SignCommand, AFailureLeavesNoTarget) {
-  SetFaults({FaultKind::ErrorCode, "signRequest", 0, 606});
+  SetFaults({FaultType::ErrorCode, "signRequest", 0, 606});
   const Finished finished = Sign({"--output", Path("plain.sig"), Path("plain.txt")});
   EXPECT_EQ(finished.code, 1);
   EXPECT_EQ(finished.errors, "cryptcli: 606 Keystore Unavailable\n");

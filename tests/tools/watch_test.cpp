@@ -18,7 +18,7 @@ namespace TestSupport {
 namespace {
 
 using CryptStand::Fault;
-using CryptStand::FaultKind;
+using CryptStand::FaultType;
 using namespace std::chrono_literals;
 using ::testing::AnyOf;
 using ::testing::Contains;
@@ -35,7 +35,7 @@ class WatchedCommand : public CommandTest {
     Protect();
   }
   void SlowDown(int milliseconds, const char* operation) {
-    Fault fault{FaultKind::Slow, operation};
+    Fault fault{FaultType::Slow, operation};
     fault.number = milliseconds;
     ASSERT_TRUE(stand_.SetFault(CryptStand::kCryptService, fault));
   }
@@ -101,7 +101,7 @@ TEST_F(WatchedCommand, ASignalLeavesNoStagingFile) {
     CryptCli::Watch watch;
     watch.Start("", false);
     OruGuiBase::FileWriter writer;
-    const bool isBegun = writer.OpenDraft(scratch_.File("t")) && writer.Write("plain", 5);
+    const bool isBegun = writer.OpenStaged(scratch_.File("t")) && writer.Write("plain", 5);
     for (const auto& name : Names()) {
       if (isBegun && name.starts_with(".orugui-")) ::kill(::getpid(), SIGTERM);
     }

@@ -14,7 +14,7 @@ using TestSupport::Ansi;
 using TestSupport::ScratchDirectory;
 using TestSupport::Str;
 
-TEST(BodySink, GathersPiecesInMemory) {
+TEST(BodySink, GathersChunksInMemory) {
   BodySink sink(100);
   EXPECT_TRUE(sink.Put("ab", 2));
   EXPECT_TRUE(sink.Put("", 0));

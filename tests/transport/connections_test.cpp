@@ -10,8 +10,8 @@ namespace TestSupport {
 namespace {
 
 RawServer::Handler Echo() {
-  return AnswerAll([](RawConnection& connection, const RecordedRequest& request) {
-    connection.Answer(200, request.body);
+  return RespondToAll([](RawConnection& connection, const RecordedRequest& request) {
+    connection.Respond(200, request.body);
   });
 }
 
@@ -36,7 +36,7 @@ TEST(CurlConnections, EachServerKeepsItsConnection) {
 }
 
 TEST(CurlConnections, AnErrorStatusDoesNotCostTheConnection) {
-  RawServer server(AnswerAll([](RawConnection& c, const RecordedRequest&) { c.Answer(500, "no"); }));
+  RawServer server(RespondToAll([](RawConnection& c, const RecordedRequest&) { c.Respond(500, "no"); }));
   const auto http = MakeCurl();
   for (int i = 0; i < 3; ++i) EXPECT_EQ(Send(*http, server.Url("/")).status, 500U);
   EXPECT_EQ(server.GetConnectionCount(), 1U);
@@ -46,7 +46,7 @@ TEST(CurlConnections, AConnectionThatFailedIsNotUsedAgain) {
   RawServer server([](RawConnection& connection) {
     RecordedRequest request;
     while (connection.ReadRequest(request)) {
-      if (connection.GetIndex() > 0) connection.Answer(200, "fine");  // the first one never answers
+      if (connection.GetIndex() > 0) connection.Respond(200, "fine");  // the first one never answers
     }
   });
   const auto http = MakeCurl();
@@ -63,7 +63,7 @@ TEST(CurlConnections, WithoutIdleHandlesEachRequestHasItsOwn) {
   EXPECT_EQ(server.GetConnectionCount(), 3U);
 }
 
-/// A server that answers only when `parties` requests are under way at once.
+/// A server that responds only when `parties` requests are in progress at once.
 class Rendezvous {
  public:
   explicit Rendezvous(int parties) : parties_(parties) {}
@@ -90,9 +90,9 @@ class Rendezvous {
   int arrived_ = 0;
   std::mutex mutex_;
   std::condition_variable changed_;
-  RawServer server_{AnswerAll([this](RawConnection& connection, const RecordedRequest&) {
+  RawServer server_{RespondToAll([this](RawConnection& connection, const RecordedRequest&) {
     Meet();
-    connection.Answer(200, "met");
+    connection.Respond(200, "met");
   })};
 };
 
@@ -118,7 +118,7 @@ TEST(CurlConnections, TheLastReferenceClosesThem) {
   std::atomic<bool> ended{false};
   RawServer server([&](RawConnection& connection) {
     RecordedRequest request;
-    while (connection.ReadRequest(request)) connection.Answer(200, "");
+    while (connection.ReadRequest(request)) connection.Respond(200, "");
     ended = true;
   });
   auto http = MakeCurl();

@@ -21,7 +21,7 @@ class Peer {
   virtual OruKalvix::ICryptClientHttp& GetHttp() = 0;
   virtual std::string Url(std::string_view path) = 0;
   /// Prepares the answer to the next request; a negative result stands for a far side that gives none.
-  virtual void Prepare(const HttpAnswer& answer) = 0;
+  virtual void Prepare(const CannedResponse& response) = 0;
   virtual RecordedRequest GetRequest() = 0;
 };
 
@@ -29,7 +29,7 @@ class ScriptedPeer final : public Peer {
  public:
   OruKalvix::ICryptClientHttp& GetHttp() override { return http_; }
   std::string Url(std::string_view path) override { return "http://127.0.0.1" + std::string(path); }
-  void Prepare(const HttpAnswer& answer) override { http_.Then(answer); }
+  void Prepare(const CannedResponse& response) override { http_.Then(response); }
   RecordedRequest GetRequest() override {
     RecordedRequest request = http_.GetRequest(http_.GetRequestCount() - 1);
     request.url.erase(0, std::string_view("http://127.0.0.1").size());
@@ -44,22 +44,22 @@ class CurlPeer final : public Peer {
  public:
   OruKalvix::ICryptClientHttp& GetHttp() override { return *http_; }
   std::string Url(std::string_view path) override { return server_.Url(path); }
-  void Prepare(const HttpAnswer& answer) override { answer_.Set(answer); }
+  void Prepare(const CannedResponse& response) override { response_.Set(response); }
   RecordedRequest GetRequest() override { return request_.Get(); }
 
  private:
   void Serve(RawConnection& connection, const RecordedRequest& request) {
     request_.Set(request);
-    const HttpAnswer answer = answer_.Get();
-    if (answer.result < 0) return connection.Close();
+    const CannedResponse response = response_.Get();
+    if (response.result < 0) return connection.Close();
     std::string headers;
-    for (const auto& [name, value] : answer.headers) headers += name + ": " + value + "\r\n";
-    connection.Answer(answer.status, answer.body, headers);
+    for (const auto& [name, value] : response.headers) headers += name + ": " + value + "\r\n";
+    connection.Respond(response.status, response.body, headers);
   }
 
-  Guarded<HttpAnswer> answer_;
+  Guarded<CannedResponse> response_;
   Guarded<RecordedRequest> request_;
-  RawServer server_{AnswerAll([this](RawConnection& c, const RecordedRequest& r) { Serve(c, r); })};
+  RawServer server_{RespondToAll([this](RawConnection& c, const RecordedRequest& r) { Serve(c, r); })};
   OruKalvix::CryptClientCurl::Ptr http_ = MakeCurl();
 };
 
@@ -70,8 +70,8 @@ struct Implementation {
 
 class HttpContract : public ::testing::TestWithParam<Implementation> {
  protected:
-  Outcome Run(const HttpAnswer& answer, const Ask& ask = {}) {
-    peer_->Prepare(answer);
+  Outcome Run(const CannedResponse& response, const Ask& ask = {}) {
+    peer_->Prepare(response);
     return Send(peer_->GetHttp(), peer_->Url("/crypt/key?x=1"), ask);
   }
 
@@ -92,9 +92,9 @@ TEST_P(HttpContract, DeliversStatusAndBody) {
 }
 
 TEST_P(HttpContract, DeliversHeadersWithTheirNamesAsSent) {
-  HttpAnswer answer = Status(200);
-  answer.headers = {{"X-Sec-Status", "0"}, {"date", "Tue, 15 Nov 1994 08:12:31 GMT"}};
-  const Outcome outcome = Run(answer);
+  CannedResponse response = Status(200);
+  response.headers = {{"X-Sec-Status", "0"}, {"date", "Tue, 15 Nov 1994 08:12:31 GMT"}};
+  const Outcome outcome = Run(response);
   EXPECT_THAT(outcome.headers, Contains(Pair("X-Sec-Status", "0")));
   EXPECT_THAT(outcome.headers, Contains(Pair("date", "Tue, 15 Nov 1994 08:12:31 GMT")));
 }
@@ -140,7 +140,7 @@ TEST_P(HttpContract, PostsAnEmptyBody) {
   EXPECT_THAT(peer_->GetRequest().body, IsEmpty());
 }
 
-TEST_P(HttpContract, KeepsNulBytesOfAnAnswer) {
+TEST_P(HttpContract, KeepsNulBytesOfAResponse) {
   const std::string body("a\0b", 3);
   EXPECT_EQ(Run(Status(200, body)).body, body);
 }

@@ -15,9 +15,9 @@ class CurlCredentials : public ::testing::Test {
 
   Guarded<RecordedRequest> request_;
   int asked_ = 0;
-  RawServer server_{AnswerAll([this](RawConnection& connection, const RecordedRequest& request) {
+  RawServer server_{RespondToAll([this](RawConnection& connection, const RecordedRequest& request) {
     request_.Set(request);
-    connection.Answer(200, "");
+    connection.Respond(200, "");
   })};
   OruKalvix::CryptClientCurlOptions options_;
 };
@@ -34,7 +34,7 @@ TEST_F(CurlCredentials, GoWithARequestToTheService) {
   EXPECT_EQ(asked_, 1);
 }
 
-TEST_F(CurlCredentials, AreAskedForAnewWithEachRequest) {
+TEST_F(CurlCredentials, AreAskedForAgainWithEachRequest) {
   options_.credentials = [this](const AnsiStr&, const AnsiStr&, KVMap& headers, AnsiStr&) {
     return headers.Set("Authorization", Ansi("Bearer " + std::to_string(++asked_)));
   };

@@ -1,4 +1,4 @@
-// One exchange of CryptClientCurl: what goes out and what of an answer comes in.
+// One exchange of CryptClientCurl: what goes out and what of a response comes in.
 #include <atomic>
 
 #include "tests/transport/transport_fixture.h"
@@ -16,17 +16,17 @@ using ::testing::Pair;
 
 /// A server that records the latest request and answers with the same bytes each time.
 struct FixedServer {
-  explicit FixedServer(std::string bytes) : answer(std::move(bytes)) {}
+  explicit FixedServer(std::string bytes) : response(std::move(bytes)) {}
 
   RecordedRequest GetRequest() const { return request.Get(); }
 
-  const std::string answer;
+  const std::string response;
   Guarded<RecordedRequest> request;
   std::atomic<int> count{0};
-  RawServer server{AnswerAll([this](RawConnection& connection, const RecordedRequest& got) {
+  RawServer server{RespondToAll([this](RawConnection& connection, const RecordedRequest& got) {
     request.Set(got);
     ++count;
-    connection.Send(answer);
+    connection.Send(response);
   })};
 };
 
@@ -86,7 +86,7 @@ TEST(CurlExchange, DoesNotFollowARedirect) {
   EXPECT_EQ(fixed.count, 1);
 }
 
-TEST(CurlExchange, HasTheHeadersOfTheFinalAnswerAlone) {
+TEST(CurlExchange, HasTheHeadersOfTheFinalResponseAlone) {
   FixedServer fixed(
       "HTTP/1.1 100 Continue\r\nX-First: 1\r\n\r\n"
       "HTTP/1.1 103 Early Hints\r\nLink: </x>\r\n\r\n"

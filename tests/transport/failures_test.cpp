@@ -28,14 +28,14 @@ TEST(CurlFailures, ARefusedConnectionIsToldWithHostAndReason) {
   EXPECT_EQ(outcome.errorText, "Could not connect to " + authority + ": Connection refused");
 }
 
-TEST(CurlFailures, AServerThatClosesAtOnceGaveNoAnswer) {
+TEST(CurlFailures, AServerThatClosesAtOnceGaveNoResponse) {
   RawServer server(SendAndClose(""));
   const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
   EXPECT_LT(outcome.result, 0);
   EXPECT_THAT(outcome.errorText, StartsWith("Got no whole answer from " + server.Authority()));
 }
 
-TEST(CurlFailures, ABodyCutShortIsNoAnswer) {
+TEST(CurlFailures, ABodyCutShortIsNoResponse) {
   RawServer server(SendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf"));
   const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
   EXPECT_LT(outcome.result, 0);
@@ -44,14 +44,14 @@ TEST(CurlFailures, ABodyCutShortIsNoAnswer) {
   EXPECT_THAT(outcome.headers, IsEmpty());
 }
 
-TEST(CurlFailures, AChunkedBodyCutShortIsNoAnswer) {
+TEST(CurlFailures, AChunkedBodyCutShortIsNoResponse) {
   RawServer server(SendAndClose("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhel"));
   const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
   EXPECT_LT(outcome.result, 0);
   EXPECT_THAT(outcome.body, IsEmpty());
 }
 
-TEST(CurlFailures, AHeadCutAtAnyByteIsNoAnswer) {
+TEST(CurlFailures, AHeadCutAtAnyByteIsNoResponse) {
   const std::string whole = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\nX: y\r\n\r\n";
   const auto http = MakeCurl();
   for (std::size_t length = 0; length < whole.size() - 1; ++length) {
@@ -71,12 +71,12 @@ TEST(CurlFailures, AHeadCutBetweenItsLinesIsSaidToBeCutShort) {
   }
 }
 
-TEST(CurlFailures, AnInterimAnswerAloneIsNone) {
+TEST(CurlFailures, AnInterimResponseAloneIsNone) {
   RawServer server(SendAndClose("HTTP/1.1 100 Continue\r\n\r\n"));
   EXPECT_LT(Send(*MakeCurl(), server.Url("/")).result, 0);
 }
 
-TEST(CurlFailures, WhatIsNotHttpIsNoAnswer) {
+TEST(CurlFailures, WhatIsNotHttpIsNoResponse) {
   RawServer server(SendAndClose("SSH-2.0-OpenSSH_9.2\r\n"));
   const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
   EXPECT_LT(outcome.result, 0);
@@ -91,11 +91,11 @@ TEST(CurlFailures, ABodyOfTheLimitIsTaken) {
 }
 
 TEST(CurlFailures, ABodyAboveTheLimitIsRefusedWithTheLimit) {
-  for (const char* answer :
+  for (const char* response :
        {"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n123456789",
         "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n9\r\n123456789\r\n0\r\n\r\n",
         "HTTP/1.1 200 OK\r\n\r\n123456789"}) {
-    RawServer server(SendAndClose(answer));
+    RawServer server(SendAndClose(response));
     OruKalvix::CryptClientCurlOptions options;
     options.maxBody = 8;
     const Outcome outcome = Send(*MakeCurl(options), server.Url("/"));
@@ -112,8 +112,8 @@ TEST(CurlFailures, AnEndlessBodyEndsAtTheDefaultLimit) {
     RecordedRequest request;
     connection.ReadRequest(request);
     connection.Send("HTTP/1.1 200 OK\r\n\r\n");
-    const std::string piece(1024 * 1024, 'x');
-    while (connection.Send(piece)) {
+    const std::string chunk(1024 * 1024, 'x');
+    while (connection.Send(chunk)) {
     }
   });
   const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
@@ -162,7 +162,7 @@ TEST(CurlFailures, AThousandHeadersAreTaken) {
   EXPECT_EQ(outcome.status, 200U);
 }
 
-TEST(CurlFailures, EndlessInterimAnswersAreGivenUp) {
+TEST(CurlFailures, EndlessInterimResponsesAreGivenUp) {
   RawServer server([](RawConnection& connection) {
     RecordedRequest request;
     connection.ReadRequest(request);
@@ -185,9 +185,9 @@ TEST(CurlFailures, AProxyThatIsDownIsNamedAsTheWay) {
 
 TEST(CurlFailures, AProxyGetsTheWholeUrl) {
   Guarded<std::string> url;
-  RawServer proxy(AnswerAll([&](RawConnection& connection, const RecordedRequest& request) {
+  RawServer proxy(RespondToAll([&](RawConnection& connection, const RecordedRequest& request) {
     url.Set(request.url);
-    connection.Answer(200, "by proxy");
+    connection.Respond(200, "by proxy");
   }));
   OruKalvix::CryptClientCurlOptions options;
   options.proxy = Ansi(proxy.Url(""));
@@ -211,13 +211,13 @@ TEST(CurlFailures, ProxiesOfTheEnvironmentHaveNoEffect) {
   const std::string down = "http://127.0.0.1:" + std::to_string(UnusedPort());
   const Environment one("http_proxy", down);
   const Environment two("ALL_PROXY", down);
-  RawServer server(AnswerAll([](RawConnection& c, const RecordedRequest&) { c.Answer(200, "direct"); }));
+  RawServer server(RespondToAll([](RawConnection& c, const RecordedRequest&) { c.Respond(200, "direct"); }));
   EXPECT_EQ(Send(*MakeCurl(), server.Url("/")).body, "direct");
 }
 
 TEST(CurlFailures, ExceptionsToTheProxyInTheEnvironmentHaveNoEffect) {
   const Environment all("no_proxy", "*");
-  RawServer proxy(AnswerAll([](RawConnection& c, const RecordedRequest&) { c.Answer(200, "by proxy"); }));
+  RawServer proxy(RespondToAll([](RawConnection& c, const RecordedRequest&) { c.Respond(200, "by proxy"); }));
   OruKalvix::CryptClientCurlOptions options;
   options.proxy = Ansi(proxy.Url(""));
   EXPECT_EQ(Send(*MakeCurl(options), "http://service.example/").body, "by proxy");

@@ -28,7 +28,7 @@ class CurlFiles : public ::testing::Test {
   Guarded<std::string> body_{std::string("a;b\n")};
   ScratchDirectory scratch_;
   RawServer server_{
-      AnswerAll([this](RawConnection& c, const RecordedRequest&) { c.Answer(200, body_.Get()); })};
+      RespondToAll([this](RawConnection& c, const RecordedRequest&) { c.Respond(200, body_.Get()); })};
   OruKalvix::CryptClientCurlOptions options_;
 };
 

@@ -75,7 +75,7 @@ bool RawConnection::Send(std::string_view bytes) {
   return true;
 }
 
-bool RawConnection::Answer(std::uint32_t status, std::string_view body, std::string_view headers) {
+bool RawConnection::Respond(std::uint32_t status, std::string_view body, std::string_view headers) {
   return Send("HTTP/1.1 " + std::to_string(status) + " Words\r\nContent-Length: " +
               std::to_string(body.size()) + "\r\n" + std::string(headers) + "\r\n" + std::string(body));
 }
@@ -140,10 +140,10 @@ std::size_t RawServer::GetConnectionCount() const {
   return connections_.size();
 }
 
-RawServer::Handler AnswerAll(std::function<void(RawConnection&, const RecordedRequest&)> answer) {
-  return [answer = std::move(answer)](RawConnection& connection) {
+RawServer::Handler RespondToAll(std::function<void(RawConnection&, const RecordedRequest&)> response) {
+  return [response = std::move(response)](RawConnection& connection) {
     RecordedRequest request;
-    while (connection.ReadRequest(request)) answer(connection, request);
+    while (connection.ReadRequest(request)) response(connection, request);
   };
 }
 

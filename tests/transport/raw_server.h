@@ -54,7 +54,7 @@ class RawConnection {
   /// Sends bytes as they are. False when the other side is gone.
   bool Send(std::string_view bytes);
   /// Sends a whole answer with its length.
-  bool Answer(std::uint32_t status, std::string_view body, std::string_view headers = "");
+  bool Respond(std::uint32_t status, std::string_view body, std::string_view headers = "");
   /// Waits until the other side closes.
   void WaitForEnd();
   void Close();
@@ -102,7 +102,7 @@ class RawServer {
 };
 
 /// A handler that answers every request on a connection by the same function.
-RawServer::Handler AnswerAll(std::function<void(RawConnection&, const RecordedRequest&)> answer);
+RawServer::Handler RespondToAll(std::function<void(RawConnection&, const RecordedRequest&)> response);
 
 /// A socket that listens on a loopback port of its own. The caller closes it.
 int ListenOnLoopback(int& port);

@@ -13,7 +13,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 /// A server that answers the first request of its first connection, lets that connection break during the
-/// second in a given way, and answers all on later connections. It records the bodies that it read whole.
+/// second in a given way, and responds to all on later connections. It records the bodies that it read whole.
 class BreakingServer {
  public:
   using Break = std::function<void(BreakingServer& server, RawConnection& connection)>;
@@ -36,10 +36,10 @@ class BreakingServer {
  private:
   void Serve(RawConnection& connection) {
     if (connection.GetIndex() == 0) {
-      if (Read(connection)) connection.Answer(200, "first");
+      if (Read(connection)) connection.Respond(200, "first");
       return break_(*this, connection);
     }
-    while (Read(connection)) connection.Answer(200, "again");
+    while (Read(connection)) connection.Respond(200, "again");
   }
 
   Break break_;
@@ -131,7 +131,7 @@ TEST(CurlRepeat, AGetIsSentAgainOnlyOnce) {
     RecordedRequest request;
     while (connection.ReadRequest(request)) {
       if (++count > 1) return connection.Close();
-      connection.Answer(200, "first");
+      connection.Respond(200, "first");
     }
   });
   const auto http = MakeCurl();
@@ -140,7 +140,7 @@ TEST(CurlRepeat, AGetIsSentAgainOnlyOnce) {
   EXPECT_EQ(count, 3);
 }
 
-TEST(CurlRepeat, AnAnswerThatHadBegunIsNotAskedForAgain) {
+TEST(CurlRepeat, AResponseThatHadBegunIsNotAskedForAgain) {
   BreakingServer server([](BreakingServer& self, RawConnection& connection) {
     self.Read(connection);
     connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");

@@ -12,7 +12,7 @@
 namespace TestSupport {
 namespace {
 
-constexpr std::string_view kAnswer =
+constexpr std::string_view kResponse =
     "HTTP/1.1 200 OK\r\nContent-Length: 6\r\nConnection: close\r\n\r\nsecure";
 
 // A client that refuses the server leaves in the middle of the handshake.
@@ -67,7 +67,7 @@ void SecureServer::Serve(int socket) {
   const std::unique_ptr<SSL, decltype(&SSL_free)> connection(SSL_new(context_.get()), &SSL_free);
   SSL_set_fd(connection.get(), socket);
   if (SSL_accept(connection.get()) != 1 || !ReadHead(connection.get())) return;
-  SSL_write(connection.get(), kAnswer.data(), static_cast<int>(kAnswer.size()));
+  SSL_write(connection.get(), kResponse.data(), static_cast<int>(kResponse.size()));
   SSL_shutdown(connection.get());
 }
 

@@ -13,8 +13,8 @@ constexpr int kThreads = 8;
 constexpr int kRounds = 40;
 
 RawServer::Handler Echo() {
-  return AnswerAll([](RawConnection& connection, const RecordedRequest& request) {
-    connection.Answer(200, request.body, "X-Echo: " + HeaderOf(request, "X-Ask") + "\r\n");
+  return RespondToAll([](RawConnection& connection, const RecordedRequest& request) {
+    connection.Respond(200, request.body, "X-Echo: " + HeaderOf(request, "X-Ask") + "\r\n");
   });
 }
 
@@ -25,7 +25,7 @@ void RunThreads(Work work) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST(CurlThreads, EachGetsItsOwnAnswer) {
+TEST(CurlThreads, EachGetsItsOwnResponse) {
   RawServer server(Echo());
   const auto http = MakeCurl();
   RunThreads([&](int thread) {

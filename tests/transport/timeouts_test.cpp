@@ -14,26 +14,26 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using namespace std::chrono_literals;
 
-/// A server that takes everything and answers nothing.
+/// A server that takes everything and never responds.
 void StaySilent(RawConnection& connection) {
   connection.WaitForEnd();
 }
 
-RawServer::Handler AnswerAfter(std::chrono::milliseconds delay) {
-  return AnswerAll([delay](RawConnection& connection, const RecordedRequest&) {
+RawServer::Handler RespondAfter(std::chrono::milliseconds delay) {
+  return RespondToAll([delay](RawConnection& connection, const RecordedRequest&) {
     std::this_thread::sleep_for(delay);
-    connection.Answer(200, "late");
+    connection.Respond(200, "late");
   });
 }
 
-TEST(CurlTimeouts, TheLastTimeoutEndsAWaitForAnAnswer) {
+TEST(CurlTimeouts, TheLastTimeoutEndsAWaitForAResponse) {
   RawServer server(StaySilent);
   const Outcome outcome = Send(*MakeCurl(), server.Url("/"), {.totalTimeout = 100});
   EXPECT_LT(outcome.result, 0);
   EXPECT_THAT(outcome.errorText, StartsWith("Gave up waiting for " + server.Authority()));
 }
 
-TEST(CurlTimeouts, TheLastTimeoutEndsAnAnswerThatTrickles) {
+TEST(CurlTimeouts, TheLastTimeoutEndsAResponseThatTrickles) {
   RawServer server([](RawConnection& connection) {
     RecordedRequest request;
     connection.ReadRequest(request);
@@ -43,18 +43,18 @@ TEST(CurlTimeouts, TheLastTimeoutEndsAnAnswerThatTrickles) {
   EXPECT_LT(Send(*MakeCurl(), server.Url("/"), {.totalTimeout = 150}).result, 0);
 }
 
-TEST(CurlTimeouts, AnAnswerInTimeIsTaken) {
-  RawServer server(AnswerAfter(20ms));
+TEST(CurlTimeouts, AResponseInTimeIsTaken) {
+  RawServer server(RespondAfter(20ms));
   EXPECT_EQ(Send(*MakeCurl(), server.Url("/"), {.connectTimeout = 5000, .totalTimeout = 5000}).body, "late");
 }
 
-TEST(CurlTimeouts, TheFirstTimeoutDoesNotBoundTheAnswer) {
-  RawServer server(AnswerAfter(300ms));
+TEST(CurlTimeouts, TheFirstTimeoutDoesNotBoundTheResponse) {
+  RawServer server(RespondAfter(300ms));
   EXPECT_EQ(Send(*MakeCurl(), server.Url("/"), {.connectTimeout = 150}).body, "late");
 }
 
 TEST(CurlTimeouts, WithoutTimeoutsTheirValuesDoNotCount) {
-  RawServer server(AnswerAfter(100ms));
+  RawServer server(RespondAfter(100ms));
   OruKalvix::HttpOptions options;
   options.timeouts[0] = options.timeouts[1] = options.timeouts[2] = 1;
   OruKalvix::HttpResponse response;
@@ -62,7 +62,7 @@ TEST(CurlTimeouts, WithoutTimeoutsTheirValuesDoNotCount) {
 }
 
 TEST(CurlTimeouts, ATimeoutOfZeroIsNone) {
-  RawServer server(AnswerAfter(100ms));
+  RawServer server(RespondAfter(100ms));
   OruKalvix::HttpOptions options;
   options.useTimeouts = true;
   OruKalvix::HttpResponse response;
@@ -70,7 +70,7 @@ TEST(CurlTimeouts, ATimeoutOfZeroIsNone) {
 }
 
 TEST(CurlTimeouts, ATimeoutBeyondTheRangeOfTheLibraryIsALongOne) {
-  RawServer server(AnswerAfter(0ms));
+  RawServer server(RespondAfter(0ms));
   const Ask ask{.connectTimeout = 0xFFFFFFFF, .totalTimeout = 0xFFFFFFFF};
   EXPECT_EQ(Send(*MakeCurl(), server.Url("/"), ask).body, "late");
 }
@@ -83,7 +83,7 @@ TEST(CurlTimeouts, TheFirstTimeoutBoundsTheTLSHandshake) {
   EXPECT_THAT(outcome.errorText, StartsWith("Could not connect to " + server.Authority()));
 }
 
-/// A loopback port whose queue of connections is full, so that a further one gets no answer.
+/// A loopback port whose queue of connections is full, so that a further one gets no response.
 class FullPort {
  public:
   FullPort() {
@@ -96,7 +96,7 @@ class FullPort {
     EXPECT_EQ(getsockname(listener_, Generic(), &size), 0);
     for (int i = 0; i < 4; ++i) {
       waiting_.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-      static_cast<void>(connect(waiting_.back(), Generic(), size));  // all but the first stay under way
+      static_cast<void>(connect(waiting_.back(), Generic(), size));  // all but the first stay in progress
     }
   }
   FullPort(const FullPort&) = delete;

@@ -100,7 +100,7 @@ TEST_F(CurlTLS, AVersionBelow1_2IsRefused) {
 
 TEST_F(CurlTLS, AServerWithoutTLSIsRefused) {
   RawServer plain([](RawConnection& connection) {
-    connection.Answer(400, "speak plainly");
+    connection.Respond(400, "speak plainly");
     connection.WaitForEnd();
   });
   const Outcome outcome = Get("https://" + plain.Authority() + "/");

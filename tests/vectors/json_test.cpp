@@ -24,8 +24,8 @@ std::string Record() {
   std::string output;
   std::FILE* const pipe = ::popen(JSON_RECORDER, "r");
   if (pipe == nullptr) return output;
-  char piece[65536];
-  for (std::size_t got; (got = std::fread(piece, 1, sizeof piece, pipe)) > 0;) output.append(piece, got);
+  char chunk[65536];
+  for (std::size_t got; (got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0;) output.append(chunk, got);
   EXPECT_EQ(::pclose(pipe), 0) << JSON_RECORDER;
   return output;
 }

@@ -31,7 +31,7 @@ struct Case {
   std::string number;
   std::string name;
   std::vector<std::string> path;
-  std::string kind;    // how it counts: as the suite expects, not applicable, too weak, or judged differently
+  std::string type;    // how it counts: as the suite expects, not applicable, too weak, or judged differently
   std::string reason;  // of a refusal, empty where the path is accepted
 };
 
@@ -57,12 +57,12 @@ Case ReadCase(const std::string& line) {
   const std::string differs = "differs: ";
   const std::string weak = "weak: ";
   if (row.reason.starts_with("not applicable: ")) {
-    row.kind = std::exchange(row.reason, "");
+    row.type = std::exchange(row.reason, "");
   } else if (row.reason.starts_with(differs)) {
-    row.kind = "differs";
+    row.type = "differs";
     row.reason.erase(0, differs.size());
   } else if (row.reason.starts_with(weak)) {
-    row.kind = "weak";
+    row.type = "weak";
     row.reason.erase(0, weak.size());
   }
   return row;
@@ -185,10 +185,10 @@ TEST_P(Pkits, SignedMailIsJudgedAsExpected) {
   CertStore anchor;
   Load(anchor, ReadPem("TrustAnchorRootCertificate"), 1);
   // The one that differs has a key that cannot be read, so its signature tells nothing either.
-  EXPECT_EQ(message.Verify(), row.kind != "differs") << GetReason();
+  EXPECT_EQ(message.Verify(), row.type != "differs") << GetReason();
   const bool verified = message.Verify(anchor);
   EXPECT_EQ(verified ? "ok" : GetReason(),
-            row.kind == "differs" ? "A signature is not valid" : Expected(row));
+            row.type == "differs" ? "A signature is not valid" : Expected(row));
   EXPECT_FALSE(message.Verify(CertStore()));
 }
 
@@ -219,7 +219,7 @@ TEST(PkitsTable, HoldsEveryCaseOfTheSuiteOnce) {
 
 TEST(PkitsTable, LeavesOutOnlyCasesOfRevocationAndPolicies) {
   std::map<std::string, int> counts;
-  for (const Case& row : ReadCases()) ++counts[row.kind];
+  for (const Case& row : ReadCases()) ++counts[row.type];
   const std::map<std::string, int> expected = {
       {"valid", 101}, {"invalid", 46}, {"not applicable: policies", 29}, {"not applicable: revocation", 46},
       {"weak", 1},    {"differs", 1}};

@@ -133,7 +133,7 @@ TEST_F(CmsEnvelopingTest, MessageIsSavedOnce) {
   EXPECT_EQ(GetReason(), "The message was saved already");
 }
 
-TEST_F(CmsEnvelopingTest, CreatingAnewStartsOver) {
+TEST_F(CmsEnvelopingTest, CreatingAgainStartsOver) {
   ASSERT_TRUE(AddRoom());
   ASSERT_TRUE(Save());
   ASSERT_TRUE(message_.CreateEnvelopedData(CipherAlgorithm::AES256CBC));

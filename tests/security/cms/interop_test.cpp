@@ -179,7 +179,7 @@ TEST_P(RecipientsOfOthersTest, AreNamed) {
   EXPECT_EQ(found, row.recipients);
 }
 
-constexpr const char* kOtherKind = "A recipient of the message is not of the key transport kind";
+constexpr const char* kOtherType = "A recipient of the message is not of the key transport kind";
 
 INSTANTIATE_TEST_SUITE_P(
     Messages, RecipientsOfOthersTest,
@@ -189,8 +189,8 @@ INSTANTIATE_TEST_SUITE_P(
         RecipientRow{"two", {{"CN=Root,O=Example,C=DE", "7B"}, {"CN=Root,O=Example,C=DE", "8F01"}}, ""},
         RecipientRow{"umlaut", {{"CN=Zürich \\\"1\\\",O=Bäcker\\, Söhne \\+ Co", "F00D"}}, ""},
         RecipientRow{"keyid", {}, "A recipient of the message is not named by issuer and serial number"},
-        RecipientRow{"agreement", {}, kOtherKind}, RecipientRow{"password", {}, kOtherKind},
-        RecipientRow{"kek", {}, kOtherKind}, RecipientRow{"mixed", {}, kOtherKind}),
+        RecipientRow{"agreement", {}, kOtherType}, RecipientRow{"password", {}, kOtherType},
+        RecipientRow{"kek", {}, kOtherType}, RecipientRow{"mixed", {}, kOtherType}),
     [](const auto& row) { return std::string(row.param.name); });
 
 // --- theirs: other types ----------------------------------------------------------------------------------

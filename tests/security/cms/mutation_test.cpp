@@ -84,14 +84,14 @@ std::string MakeDigested() {
   return Tlv(0x30, Hex("06092A864886F70D010705") + Tlv(0xA0, Tlv(0x30, fields)));
 }
 
-class CmsSweepTest : public testing::TestWithParam<Sample> {
+class CmsMutationTest : public testing::TestWithParam<Sample> {
  protected:
   std::string bytes_ = GetParam().make();
   Ordeal ordeal_{"some content"};
 };
 
 // Every operation bears a message that is cut at any length.
-TEST_P(CmsSweepTest, SurvivesBeingCutAtEachLength) {
+TEST_P(CmsMutationTest, SurvivesBeingCutAtEachLength) {
   for (std::size_t size = 0; size < bytes_.size(); ++size) {
     CMSMsg message;
     EXPECT_FALSE(LoadBytes(message, bytes_.substr(0, size))) << size;
@@ -100,7 +100,7 @@ TEST_P(CmsSweepTest, SurvivesBeingCutAtEachLength) {
 }
 
 // Every operation bears a message with any byte changed.
-TEST_P(CmsSweepTest, SurvivesEachByteChanged) {
+TEST_P(CmsMutationTest, SurvivesEachByteChanged) {
   for (std::size_t place = 0; place < bytes_.size(); ++place) {
     for (const int change : {0x01, 0x80}) {
       std::string changed = bytes_;
@@ -135,7 +135,7 @@ void FindLengths(const std::string& bytes, std::size_t begin, std::size_t end,
 }
 
 // Every operation bears a message with any of its lengths replaced.
-TEST_P(CmsSweepTest, SurvivesEachLengthReplaced) {
+TEST_P(CmsMutationTest, SurvivesEachLengthReplaced) {
   std::vector<LengthField> fields;
   FindLengths(bytes_, 0, bytes_.size(), fields);
   ASSERT_GT(fields.size(), 10U);
@@ -161,12 +161,12 @@ TEST_P(CmsSweepTest, SurvivesEachLengthReplaced) {
 }
 
 // The message that is cut and changed is a good one to begin with.
-TEST_P(CmsSweepTest, SurvivesUnchanged) {
+TEST_P(CmsMutationTest, SurvivesUnchanged) {
   ordeal_.Undergo(bytes_, "unchanged");
   EXPECT_EQ(ordeal_.verifiedCount, std::string(GetParam().name).find("Signed") == 0 ? 1 : 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Samples, CmsSweepTest,
+INSTANTIATE_TEST_SUITE_P(Samples, CmsMutationTest,
                          testing::Values(Sample{"SignedDefinite", MakeSigned},
                                          Sample{"SignedStream", MakeSignedStream},
                                          Sample{"EnvelopedStream", MakeEnvelopedStream},

@@ -119,7 +119,7 @@ TEST_F(CmsOpeningTest, EveryFaultOfTheEncryptedKeyFailsInTheContentInTheSameWay)
   }
 }
 
-TEST_F(CmsOpeningTest, PrivateKeyOfAnotherKindFailsInTheContentInTheSameWay) {
+TEST_F(CmsOpeningTest, PrivateKeyOfAnotherTypeFailsInTheContentInTheSameWay) {
   ASSERT_TRUE(message_.SetRecipientKey(ToCertificate(Room().certificate), ToPrivateKey(KeyPair::MakeEC())));
   EXPECT_EQ(ContentOf(message_), kCouldNotDecrypt);
 }

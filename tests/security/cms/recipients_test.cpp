@@ -75,7 +75,7 @@ TEST(CmsRecipientsTest, RecipientsComeInTheirOrder) {
   EXPECT_EQ(ToString(recipients.Get(2)->serial), "02");
 }
 
-TEST(CmsRecipientsTest, QueueIsFilledAnew) {
+TEST(CmsRecipientsTest, QueueIsFilledAgain) {
   CMSMsg message;
   ASSERT_TRUE(Load(message, Envelope(Tlv(0x31, Recipient("\x03")))));
   Recipients recipients;
@@ -117,7 +117,7 @@ TEST(CmsRecipientsTest, EmptyIssuerIsEmptyText) {
   EXPECT_TRUE(recipients.Get(0)->issuer.IsEmpty());
 }
 
-TEST(CmsRecipientsTest, OneRecipientOfAnotherKindFailsTheWhole) {
+TEST(CmsRecipientsTest, OneRecipientOfAnotherTypeFailsTheWhole) {
   const std::string keyId = Tlv(0x30, Hex("020102") + Tlv(0x80, "identifier") + kRsa + Tlv(0x04, "key"));
   CMSMsg message;
   ASSERT_TRUE(Load(message, Envelope(Tlv(0x31, Recipient("\x03") + keyId)))) << GetReason();

@@ -3,11 +3,11 @@
 #include "security/cms/chunk.h"
 #include "tests/security/cms/fixture.h"
 
-// Messages of ours, read by ourselves: every size around the borders of pieces and blocks.
+// Messages of ours, read by ourselves: every size around the borders of chunks and blocks.
 namespace SecurityTest {
 namespace {
 
-constexpr std::size_t kPiece = OruOssSec::kWritePiece;
+constexpr std::size_t kChunk = OruOssSec::kWriteChunk;
 
 class CmsRoundTripTest : public testing::TestWithParam<std::size_t> {
  protected:
@@ -51,12 +51,12 @@ TEST_P(CmsRoundTripTest, EnvelopedContentComesBackWithTheContentKey) {
   EXPECT_EQ(ContentOf(message), bytes);
 }
 
-// The head of a signed message takes 67 octets, headers of segments 5: borders of pieces lie a little below
+// The head of a signed message takes 67 octets, headers of segments 5: borders of chunks lie a little below
 // those of the content.
 INSTANTIATE_TEST_SUITE_P(Sizes, CmsRoundTripTest,
-                         testing::Values(0, 1, 15, 16, 17, 127, 128, 4096, kPiece - 128, kPiece - 66,
-                                         kPiece - 65, kPiece - 64, kPiece - 16, kPiece - 5, kPiece - 1,
-                                         kPiece, kPiece + 1, kPiece + 16, 2 * kPiece, 5 * kPiece + 12345));
+                         testing::Values(0, 1, 15, 16, 17, 127, 128, 4096, kChunk - 128, kChunk - 66,
+                                         kChunk - 65, kChunk - 64, kChunk - 16, kChunk - 5, kChunk - 1,
+                                         kChunk, kChunk + 1, kChunk + 16, 2 * kChunk, 5 * kChunk + 12345));
 
 /// Octets of the first segment of a message that has more than one.
 std::size_t GetFirstSegment(const std::string& bytes) {
@@ -68,11 +68,11 @@ std::size_t GetFirstSegment(const std::string& bytes) {
 
 TEST(CmsRoundTripBorderTest, EverySizeAroundAFullSegmentComesBack) {
   ScratchDirectory scratch;
-  const std::string bytes = MakeBytes(2 * kPiece);
+  const std::string bytes = MakeBytes(2 * kChunk);
   ASSERT_TRUE(EnvelopeFile(scratch.Make("plain", bytes), scratch.File("enveloped"))) << GetReason();
   const std::size_t first = GetFirstSegment(scratch.Read("enveloped"));
-  ASSERT_LT(first, kPiece);
-  ASSERT_GT(first, kPiece - 1000);
+  ASSERT_LT(first, kChunk);
+  ASSERT_GT(first, kChunk - 1000);
   for (std::size_t size = first - 20; size <= first + 20; ++size) {
     const std::string content = bytes.substr(0, size);
     ASSERT_TRUE(EnvelopeFile(scratch.Make("plain", content), scratch.File("enveloped"))) << GetReason();
@@ -83,21 +83,21 @@ TEST(CmsRoundTripBorderTest, EverySizeAroundAFullSegmentComesBack) {
   }
 }
 
-/// Checks that elements of an octet string begin at every multiple of a piece that the content reaches.
-void ExpectSegmentsAtPieces(const std::string& bytes, std::size_t size) {
+/// Checks that elements of an octet string begin at every multiple of a chunk that the content reaches.
+void ExpectSegmentsAtChunks(const std::string& bytes, std::size_t size) {
   ASSERT_GT(bytes.size(), size);
-  for (std::size_t offset = kPiece; offset + kPiece < size; offset += kPiece) {
+  for (std::size_t offset = kChunk; offset + kChunk < size; offset += kChunk) {
     EXPECT_EQ(CryptStand::ToHex(bytes.substr(offset, 5), true), "048301FFFB") << offset;
   }
 }
 
-TEST(CmsRoundTripBorderTest, SegmentsFillPiecesOfTheFile) {
+TEST(CmsRoundTripBorderTest, SegmentsFillChunksOfTheFile) {
   ScratchDirectory scratch;
-  const std::size_t size = 5 * kPiece;
+  const std::size_t size = 5 * kChunk;
   ASSERT_TRUE(SignFile(scratch.Make("plain", MakeBytes(size)), scratch.File("signed")));
-  ExpectSegmentsAtPieces(scratch.Read("signed"), size);
+  ExpectSegmentsAtChunks(scratch.Read("signed"), size);
   ASSERT_TRUE(EnvelopeFile(scratch.File("plain"), scratch.File("enveloped")));
-  ExpectSegmentsAtPieces(scratch.Read("enveloped"), size);
+  ExpectSegmentsAtChunks(scratch.Read("enveloped"), size);
 }
 
 }  // namespace

@@ -15,12 +15,12 @@ constexpr const char* kGroupOid = "1.3.6.1.4.1.48215.2.1";
 /// A signer whose answer a test writes.
 class ScriptedSigner final : public OruOssSec::ISignHash {
  public:
-  using Answer = std::function<bool(const BlobConst&, Blob&)>;
-  explicit ScriptedSigner(Answer answer) : answer_(std::move(answer)) {}
-  bool SignHash(const BlobConst& hash, Blob& signature) override { return answer_(hash, signature); }
+  using Respond = std::function<bool(const BlobConst&, Blob&)>;
+  explicit ScriptedSigner(Respond response) : response_(std::move(response)) {}
+  bool SignHash(const BlobConst& hash, Blob& signature) override { return response_(hash, signature); }
 
  private:
-  Answer answer_;
+  Respond response_;
 };
 
 void Fill(Blob& blob, const std::string& bytes) {
@@ -37,8 +37,8 @@ class CmsSigningTest : public testing::Test {
     KeySigner signer(Signer().key);
     return Sign(signer, attributes, time);
   }
-  bool SignWith(ScriptedSigner::Answer answer) {
-    ScriptedSigner signer(std::move(answer));
+  bool SignWith(ScriptedSigner::Respond response) {
+    ScriptedSigner signer(std::move(response));
     LeaveStaleReason();
     return Sign(signer);
   }

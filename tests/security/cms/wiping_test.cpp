@@ -15,7 +15,7 @@ std::string MakeSecretContent() {
   return content;
 }
 
-/// Runs the work and expects that no block it freed still held a piece of the content.
+/// Runs the work and expects that no block it freed still held a chunk of the content.
 template <class Work>
 void ExpectWiped(Work work) {
   OruGuiBase::WatchFreedMemory(kSecret);
