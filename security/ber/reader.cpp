@@ -106,7 +106,7 @@ bool BerReader::Fill(std::uint64_t offset, std::uint32_t least) noexcept {
   }
   const std::uint32_t size = GetFillSize(offset, least);
   filled_ = 0;
-  if (!source_.ReadAt(offset, window_.Get0(), size)) return false;
+  if (!source_.ReadAt(offset, window_.GetData(), size)) return false;
   start_ = offset;
   filled_ = size;
   return true;
@@ -116,7 +116,7 @@ bool BerReader::Fetch(std::uint64_t offset, std::uint32_t least, BerSpan& span) 
   const bool held = offset >= start_ && offset + least <= start_ + filled_;
   if (!held && !Fill(offset, least)) return false;
   const std::uint32_t skipped = static_cast<std::uint32_t>(offset - start_);
-  span = {window_.Get0() + skipped, filled_ - skipped};
+  span = {window_.GetData() + skipped, filled_ - skipped};
   return true;
 }
 

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
+#include "foundation/work_buffer.h"
 #include "security/ber/source.h"
-#include "security/work_buffer.h"
 
 namespace OruOssSec {
 
@@ -70,7 +70,7 @@ class BerReader {
   std::uint32_t GetFillSize(std::uint64_t offset, std::uint32_t least) noexcept;
 
   IByteSource& source_;
-  WorkBuffer window_;
+  OruGuiBase::WorkBuffer window_;
   std::uint64_t start_ = 0;
   std::uint32_t filled_ = 0;
   std::uint32_t fill_ = 0;

@@ -32,14 +32,14 @@ bool FileSink::Commit(std::uint32_t size) noexcept {
   filled_ += size;
   written_ += size;
   if (filled_ < kChunk) return true;
-  if (!writer_.Write(buffer_.Get0(), kChunk)) return false;
+  if (!writer_.Write(buffer_.GetData(), kChunk)) return false;
   filled_ -= kChunk;
-  std::memmove(buffer_.Get0(), buffer_.Get0() + kChunk, filled_);
+  std::memmove(buffer_.GetData(), buffer_.GetData() + kChunk, filled_);
   return true;
 }
 
 bool FileSink::Finish() noexcept {
-  return (filled_ == 0 || writer_.Write(buffer_.Get0(), filled_)) && writer_.Truncate(written_) &&
+  return (filled_ == 0 || writer_.Write(buffer_.GetData(), filled_)) && writer_.Truncate(written_) &&
          writer_.Close();
 }
 

@@ -2,9 +2,9 @@
 
 #include "foundation/blob.h"
 #include "foundation/filehandle.h"
+#include "foundation/work_buffer.h"
 #include "security/cms/chunk.h"
 #include "security/cms/message.h"
-#include "security/work_buffer.h"
 
 namespace OruOssSec {
 
@@ -35,7 +35,7 @@ class FileSink final : public IContentSink {
  public:
   explicit FileSink(const OruGuiBase::File& target) noexcept : target_(target) {}
   bool Begin(std::uint64_t most) noexcept override;
-  std::uint8_t* GetRoom() noexcept override { return buffer_.Get0() + filled_; }
+  std::uint8_t* GetRoom() noexcept override { return buffer_.GetData() + filled_; }
   std::uint32_t GetMissing() const noexcept override { return kWriteChunk - filled_; }
   bool Commit(std::uint32_t size) noexcept override;
   bool Finish() noexcept override;
@@ -43,7 +43,7 @@ class FileSink final : public IContentSink {
  private:
   OruGuiBase::File target_;
   OruGuiBase::FileWriter writer_;
-  WorkBuffer buffer_;
+  OruGuiBase::WorkBuffer buffer_;
   std::uint32_t filled_ = 0;
   std::int64_t written_ = 0;
 };

@@ -1,9 +1,9 @@
 #include "security/cms/encrypting.h"
 
+#include "foundation/work_buffer.h"
 #include "security/cms/input.h"
 #include "security/cms/writer.h"
 #include "security/failure.h"
-#include "security/work_buffer.h"
 #include "security/x509/strength.h"
 
 namespace OruOssSec {
@@ -47,13 +47,13 @@ bool EncryptLast(EVP_CIPHER_CTX* context, CmsWriter& writer) noexcept {
 
 // Whole blocks at a time, just as many as fill the segment in progress.
 bool EncryptAll(EVP_CIPHER_CTX* context, CmsInput& input, CmsWriter& writer) noexcept {
-  WorkBuffer plain;
+  OruGuiBase::WorkBuffer plain;
   if (!plain.Alloc(kWriteChunk)) return FailWithoutMemory();
   const auto block = static_cast<std::uint32_t>(EVP_CIPHER_CTX_get_block_size(context));
   std::uint32_t got = 0;
   do {
     const std::uint32_t wanted = (writer.GetMissing() + block - 1) / block * block;
-    if (!input.Read(plain.Get0(), wanted, got) || !EncryptChunk(context, plain.Get0(), got, writer))
+    if (!input.Read(plain.GetData(), wanted, got) || !EncryptChunk(context, plain.GetData(), got, writer))
       return false;
   } while (!input.IsAtEnd());
   return EncryptLast(context, writer);

@@ -1,9 +1,9 @@
 #include "security/cms/file_digest.h"
 
 #include "foundation/filehandle.h"
+#include "foundation/work_buffer.h"
 #include "security/failure.h"
 #include "security/openssl_handles.h"
-#include "security/work_buffer.h"
 
 using OruGuiBase::Blob;
 using OruGuiBase::File;
@@ -13,13 +13,13 @@ namespace OruOssSec {
 namespace {
 
 bool AddBytes(OruGuiBase::FileReader& reader, EVP_MD_CTX* context) noexcept {
-  WorkBuffer buffer;
+  OruGuiBase::WorkBuffer buffer;
   if (!buffer.Alloc(OruGuiBase::kStreamBuffer)) return FailWithoutMemory();
   for (;;) {
-    const std::int64_t got = reader.Read(buffer.Get0(), buffer.GetSize());
+    const std::int64_t got = reader.Read(buffer.GetData(), buffer.GetSize());
     if (got < 0) return false;
     if (got == 0) return reader.IsUnchanged() || FailWith("The file changed while it was read");
-    if (EVP_DigestUpdate(context, buffer.Get0(), static_cast<std::size_t>(got)) != 1) {
+    if (EVP_DigestUpdate(context, buffer.GetData(), static_cast<std::size_t>(got)) != 1) {
       return FailWithOpenSSL("The digest cannot be computed");
     }
   }

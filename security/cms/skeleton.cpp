@@ -1,9 +1,9 @@
 #include "security/cms/skeleton.h"
 
+#include "foundation/work_buffer.h"
 #include "security/ber/walker.h"
 #include "security/cms/types.h"
 #include "security/failure.h"
-#include "security/work_buffer.h"
 
 namespace OruOssSec {
 
@@ -83,13 +83,13 @@ bool ReadBody(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
 
 // Where OpenSSL lacks the memory to sort a set, such as the signed attributes, it leaves the set out and goes
 // on; that the encoding ends too early is all that tells.
-bool Encode(const CMS_ContentInfo* message, WorkBuffer& der) noexcept {
+bool Encode(const CMS_ContentInfo* message, OruGuiBase::WorkBuffer& der) noexcept {
   const int size = i2d_CMS_ContentInfo(message, nullptr);
   if (size <= 0) return FailWithOpenSSL("The message cannot be encoded");
   if (!der.Alloc(static_cast<std::uint32_t>(size))) return FailWithoutMemory();
-  unsigned char* end = der.Get0();
+  unsigned char* end = der.GetData();
   const int written = i2d_CMS_ContentInfo(message, &end);
-  return (written == size && end == der.Get0() + size) || FailWithOpenSSL("The message cannot be encoded");
+  return (written == size && end == der.GetData() + size) || FailWithOpenSSL("The message cannot be encoded");
 }
 
 // Most of what is no message shows in its first byte.
@@ -139,9 +139,9 @@ bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
 }
 
 bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcept {
-  WorkBuffer der;
+  OruGuiBase::WorkBuffer der;
   if (!Encode(message, der)) return false;
-  ViewSource source(der.Get0(), der.GetSize());
+  ViewSource source(der.GetData(), der.GetSize());
   return ReadSkeleton(source, skeleton);
 }
 

@@ -59,7 +59,7 @@ bool CmsWriter::Begin(const OruGuiBase::File& target, const CmsSkeleton& head,
 bool CmsWriter::WriteSegment(std::uint32_t size) noexcept {
   std::uint8_t header[kMostHeader];
   const std::uint32_t headerSize = PutBerHeader(kOctetString, size, header);
-  std::uint8_t* start = buffer_.Get0() + kMostHeader - headerSize;
+  std::uint8_t* start = buffer_.GetData() + kMostHeader - headerSize;
   std::memcpy(start, header, headerSize);
   return Write(start, headerSize + size);
 }
@@ -68,7 +68,7 @@ bool CmsWriter::Commit(std::uint32_t size) noexcept {
   filled_ += size;
   if (filled_ < segment_) return true;
   if (!WriteSegment(segment_)) return false;
-  std::uint8_t* data = buffer_.Get0() + kMostHeader;
+  std::uint8_t* data = buffer_.GetData() + kMostHeader;
   filled_ -= segment_;
   std::memmove(data, data + segment_, filled_);
   segment_ = kSegment;

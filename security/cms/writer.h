@@ -4,9 +4,9 @@
 
 #include "foundation/file.h"
 #include "foundation/filehandle.h"
+#include "foundation/work_buffer.h"
 #include "security/cms/chunk.h"
 #include "security/cms/skeleton.h"
-#include "security/work_buffer.h"
 
 namespace OruOssSec {
 
@@ -28,7 +28,7 @@ class CmsWriter {
   /// Makes or empties the file and writes what stands before the content of about `expected` octets.
   bool Begin(const OruGuiBase::File& target, const CmsSkeleton& head, std::uint64_t expected) noexcept;
   /// Where the next octets are put: room for GetMissing() + kSlack.
-  std::uint8_t* GetRoom() noexcept { return buffer_.Get0() + kMostHeader + filled_; }
+  std::uint8_t* GetRoom() noexcept { return buffer_.GetData() + kMostHeader + filled_; }
   /// Octets that fill the segment in progress.
   std::uint32_t GetMissing() const noexcept { return segment_ - filled_; }
   /// Takes the octets put there; a full segment is written.
@@ -45,7 +45,7 @@ class CmsWriter {
   }
 
   OruGuiBase::FileWriter writer_;
-  WorkBuffer buffer_;
+  OruGuiBase::WorkBuffer buffer_;
   std::uint32_t segment_ = 0;
   std::uint32_t filled_ = 0;
   std::int64_t written_ = 0;
