@@ -19,19 +19,21 @@ constexpr const char* kEmpty = "The certificate is empty";
 // The DER form of a certificate, encoded for as long as this lives; a view of nothing when memory is out.
 class Encoded {
  public:
-  explicit Encoded(X509* certificate) noexcept { size_ = i2d_X509(certificate, &data_); }
-  ~Encoded() { OPENSSL_free(data_); }
-  Encoded(const Encoded&) = delete;
-  Encoded& operator=(const Encoded&) = delete;
+  explicit Encoded(X509* certificate) noexcept {
+    unsigned char* data = nullptr;
+    size_ = i2d_X509(certificate, &data);
+    data_.reset(data);
+  }
 
   int Compare(const Encoded& other) const noexcept {
     if (size_ <= 0 || other.size_ <= 0) return size_ < other.size_ ? -1 : 1;
-    const int order = std::memcmp(data_, other.data_, static_cast<std::size_t>(std::min(size_, other.size_)));
+    const int order =
+        std::memcmp(data_.get(), other.data_.get(), static_cast<std::size_t>(std::min(size_, other.size_)));
     return order != 0 ? order : size_ - other.size_;
   }
 
  private:
-  unsigned char* data_ = nullptr;
+  DerPtr data_;
   int size_ = 0;
 };
 

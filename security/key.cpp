@@ -19,9 +19,6 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::Blob;
 using OruGuiBase::BlobConst;
 
-using PKCS8Ptr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Deleter<PKCS8_PRIV_KEY_INFO_free>>;
-using EncryptedPtr = std::unique_ptr<X509_SIG, Deleter<X509_SIG_free>>;
-
 constexpr const char* kEncrypted = "The private key is encrypted";
 
 // RSAPrivateKey ::= SEQUENCE { version INTEGER 0, then one INTEGER for each of these in this order }
@@ -136,7 +133,7 @@ KeyPtr DecodeECPrivateKey(const BlobConst& bytes) {
 
 bool IsEncryptedPKCS8(const BlobConst& bytes) {
   const unsigned char* position = bytes.data;
-  const EncryptedPtr info(d2i_X509_SIG(nullptr, &position, static_cast<long>(bytes.size)));
+  const EncryptedKeyPtr info(d2i_X509_SIG(nullptr, &position, static_cast<long>(bytes.size)));
   return info != nullptr && IsUsedUp(bytes, position);
 }
 

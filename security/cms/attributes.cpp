@@ -50,11 +50,10 @@ struct Encoded {
 bool AppendAttribute(X509_ATTRIBUTE* attribute, BerBuffer& all, Encoded& place) noexcept {
   unsigned char* der = nullptr;
   const int size = i2d_X509_ATTRIBUTE(attribute, &der);
+  const DerPtr owned(der);
   if (size <= 0) return FailWithOpenSSL("A signed attribute cannot be encoded");
   place = {all.GetSize(), static_cast<std::size_t>(size)};
-  const bool appended = all.Append(der, place.size);
-  OPENSSL_free(der);
-  return appended;
+  return all.Append(der, place.size);
 }
 
 // The order of a DER SET OF (X.690, 11.6): as octet strings, a shorter one first where it begins another.

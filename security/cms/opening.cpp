@@ -12,8 +12,6 @@ namespace OruOssSec {
 
 namespace {
 
-using AlgorPtr = std::unique_ptr<X509_ALGOR, Deleter<X509_ALGOR_free>>;
-
 constexpr int kCiphers[] = {NID_aes_128_cbc, NID_aes_192_cbc, NID_aes_256_cbc, NID_des_ede3_cbc};
 
 bool IsEnveloped(const LoadedMessage& message) noexcept {

@@ -24,9 +24,6 @@ CMSKeyTransRecipient::~CMSKeyTransRecipient() = default;
 
 namespace {
 
-using NamePtr = std::unique_ptr<X509_NAME, Deleter<X509_NAME_free>>;
-using IntegerPtr = std::unique_ptr<ASN1_INTEGER, Deleter<ASN1_INTEGER_free>>;
-
 bool TakeIssuer(BerWalker& walker, CMSKeyTransRecipient& recipient) noexcept {
   BerBuffer der;
   if (!walker.Take(kSequence, der)) return false;
@@ -41,7 +38,7 @@ bool TakeSerial(BerWalker& walker, CMSKeyTransRecipient& recipient) noexcept {
   BerBuffer der;
   if (!walker.Take(kInteger, der)) return false;
   const unsigned char* position = der.GetData();
-  const IntegerPtr serial(d2i_ASN1_INTEGER(nullptr, &position, static_cast<long>(der.GetSize())));
+  const Asn1IntegerPtr serial(d2i_ASN1_INTEGER(nullptr, &position, static_cast<long>(der.GetSize())));
   if (serial == nullptr) return FailWithOpenSSL("The serial number of a recipient cannot be read");
   recipient.serial =
       OruGuiBase::Binary2B16Str(ASN1_STRING_get0_data(serial.get()),

@@ -16,7 +16,6 @@ namespace OruOssSec {
 namespace {
 
 using OruGuiBase::AnsiStr;
-using TypePtr = std::unique_ptr<ASN1_TYPE, Deleter<ASN1_TYPE_free>>;
 
 bool IsText(int type) noexcept {
   constexpr unsigned long kTextTypes = B_ASN1_UTF8STRING | B_ASN1_PRINTABLESTRING | B_ASN1_T61STRING |
@@ -29,8 +28,8 @@ bool ReadText(const ASN1_STRING* value, AnsiStr& text) noexcept {
   unsigned char* bytes = nullptr;
   const int size = ASN1_STRING_to_UTF8(&bytes, value);
   if (size < 0) return FailWithOpenSSL("The text of a signed attribute cannot be read");
+  const DerPtr owned(bytes);
   text = AnsiStr(reinterpret_cast<const char*>(bytes), static_cast<std::uint32_t>(size));
-  OPENSSL_free(bytes);
   return true;
 }
 
@@ -38,16 +37,14 @@ bool ReadText(const ASN1_STRING* value, AnsiStr& text) noexcept {
 bool ReadOctets(const ASN1_TYPE* value, AnsiStr& text) noexcept {
   unsigned char* der = nullptr;
   const int size = i2d_ASN1_TYPE(value, &der);
+  const DerPtr owned(der);
   if (size <= 0) return FailWithOpenSSL("A signed attribute cannot be encoded");
   ViewSource source(der, static_cast<std::uint64_t>(size));
   BerReader reader(source);
   BerHeader header;
-  const bool read = reader.ReadHeader(0, source.GetSize(), header);
-  if (read) {
-    text = OruGuiBase::Binary2B16Str(der + header.size, static_cast<std::uint32_t>(size) - header.size, true);
-  }
-  OPENSSL_free(der);
-  return read;
+  if (!reader.ReadHeader(0, source.GetSize(), header)) return false;
+  text = OruGuiBase::Binary2B16Str(der + header.size, static_cast<std::uint32_t>(size) - header.size, true);
+  return true;
 }
 
 bool ReadValue(X509_ATTRIBUTE* attribute, AnsiStr& text) noexcept {

@@ -23,10 +23,6 @@ std::int64_t Number(const ASN1_TIME* time) {
   return number;
 }
 
-struct DerDeleter {
-  void operator()(unsigned char* der) const noexcept { OPENSSL_free(der); }
-};
-
 bool ComesFirst(const PoolEntry& a, const PoolEntry& b) {
   return std::tie(a.isPreferred, a.isTrusted, a.isSelfSigned, a.end) >
          std::tie(b.isPreferred, b.isTrusted, b.isSelfSigned, b.end);
@@ -63,7 +59,7 @@ std::size_t CertPool::NumberKey(const X509* certificate) {
   unsigned char* der = nullptr;
   const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(certificate), &der);
   if (size <= 0) throw std::bad_alloc();
-  const std::unique_ptr<unsigned char, DerDeleter> owned(der);
+  const DerPtr owned(der);
   return keys_
       .try_emplace(std::string(reinterpret_cast<const char*>(der), static_cast<std::size_t>(size)),
                    keys_.size())

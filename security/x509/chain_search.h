@@ -55,7 +55,7 @@ class ChainSearch {
   ChainVerdict Explain();
   ChainVerdict ExplainDeadEnd() const;
 
-  std::unique_ptr<X509_VERIFY_PARAM, Deleter<X509_VERIFY_PARAM_free>> parameters_;
+  VerifyParamPtr parameters_;
   ChainRules rules_;
   CertPool pool_;
   bool isTrusted_ = false;

@@ -1,7 +1,6 @@
 #include "security/x509/strength.h"
 
 #include <cstring>
-#include <openssl/bn.h>
 #include <openssl/core_names.h>
 
 namespace OruOssSec {
@@ -13,7 +12,7 @@ constexpr std::uint32_t kUnknownCost = 100;
 std::uint32_t GetExponentBits(const EVP_PKEY* key) noexcept {
   BIGNUM* value = nullptr;
   if (EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &value) != 1) return 0;
-  const std::unique_ptr<BIGNUM, Deleter<BN_free>> exponent(value);
+  const BignumPtr exponent(value);
   return static_cast<std::uint32_t>(BN_num_bits(exponent.get()));
 }
 
