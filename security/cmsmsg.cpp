@@ -35,7 +35,7 @@ CMSMsg::LoadResult CMSMsg::TryLoad(const OruGuiBase::File& file) noexcept {
   const OpenSSLScope scope;
   std::unique_ptr<FileSource> source(new (std::nothrow) FileSource);
   if (source == nullptr) FailWithoutMemory();
-  if (source == nullptr || !source->Open(file)) return LoadResult::Unreadable;
+  if (source == nullptr || !source->Open(file, FileSource::Access::Anywhere)) return LoadResult::Unreadable;
   return Imp::Replace(imp_, std::move(source));
 }
 

@@ -17,16 +17,29 @@ class IByteSource {
   virtual bool ReadAt(std::uint64_t offset, std::uint8_t* buffer, std::uint32_t size) noexcept = 0;
 };
 
-/// A file, kept open. Its size is that at opening.
+/// A file, kept open. It must not change while it is read: that is a failure where it shows.
 class FileSource final : public IByteSource {
  public:
-  bool Open(const OruGuiBase::File& file) noexcept;
+  enum class Access {
+    Anywhere,  ///< with ReadAt, which takes a regular file
+    Onwards,   ///< with ReadNext alone: a pipe will do
+  };
+
+  bool Open(const OruGuiBase::File& file, Access access) noexcept;
+  /// The size at opening; 0 also for what has none, such as a pipe.
   std::uint64_t GetSize() const noexcept override { return size_; }
   bool ReadAt(std::uint64_t offset, std::uint8_t* buffer, std::uint32_t size) noexcept override;
+
+  /// Reads the next bytes from the beginning on: up to `size`, fewer only at the end of the file.
+  bool ReadNext(std::uint8_t* buffer, std::uint32_t size, std::uint32_t& got) noexcept;
+  /// Whether ReadNext came to the end.
+  bool IsAtEnd() const noexcept { return ended_; }
 
  private:
   OruGuiBase::FileReader reader_;
   std::uint64_t size_ = 0;
+  std::uint64_t taken_ = 0;
+  bool ended_ = false;
 };
 
 /// Bytes in memory, shared with whoever else holds the blob.

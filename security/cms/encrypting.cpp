@@ -1,7 +1,7 @@
 #include "security/cms/encrypting.h"
 
 #include "foundation/work_buffer.h"
-#include "security/cms/input.h"
+#include "security/ber/source.h"
 #include "security/cms/writer.h"
 #include "security/failure.h"
 #include "security/x509/strength.h"
@@ -46,14 +46,14 @@ bool EncryptLast(EVP_CIPHER_CTX* context, CmsWriter& writer) noexcept {
 }
 
 // Whole blocks at a time, just as many as fill the segment in progress.
-bool EncryptAll(EVP_CIPHER_CTX* context, CmsInput& input, CmsWriter& writer) noexcept {
+bool EncryptAll(EVP_CIPHER_CTX* context, FileSource& input, CmsWriter& writer) noexcept {
   OruGuiBase::WorkBuffer plain;
   if (!plain.Alloc(kWriteChunk)) return FailWithoutMemory();
   const auto block = static_cast<std::uint32_t>(EVP_CIPHER_CTX_get_block_size(context));
   std::uint32_t got = 0;
   do {
     const std::uint32_t wanted = (writer.GetMissing() + block - 1) / block * block;
-    if (!input.Read(plain.GetData(), wanted, got) || !EncryptChunk(context, plain.GetData(), got, writer))
+    if (!input.ReadNext(plain.GetData(), wanted, got) || !EncryptChunk(context, plain.GetData(), got, writer))
       return false;
   } while (!input.IsAtEnd());
   return EncryptLast(context, writer);
@@ -91,8 +91,8 @@ bool SaveEnvelope(NewEnvelope& envelope, const OruGuiBase::File& content,
   if (envelope.cms == nullptr) return FailWith("No enveloped message was created");
   if (!envelope.hasRecipient) return FailWith("The message has no recipient");
   if (envelope.saved) return FailWith("The message was saved already");
-  CmsInput input;
-  if (!input.Open(content)) return false;
+  FileSource input;
+  if (!input.Open(content, FileSource::Access::Onwards)) return false;
   envelope.saved = true;
   EVP_CIPHER_CTX* context = nullptr;
   const BioPtr chain = StartCipher(envelope.cms.get(), context);

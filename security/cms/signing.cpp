@@ -3,8 +3,8 @@
 
 #include "foundation/blob.h"
 #include "foundation/errorstate.h"
+#include "security/ber/source.h"
 #include "security/cms/attributes.h"
-#include "security/cms/input.h"
 #include "security/cms/writer.h"
 #include "security/cryptomessagesyntax.h"
 #include "security/failure.h"
@@ -52,7 +52,7 @@ class Signing {
   bool Finish() noexcept;
 
  private:
-  bool CopyContent(CmsInput& input) noexcept;
+  bool CopyContent(FileSource& input) noexcept;
   bool CheckSignature(const std::uint8_t (&hash)[Sha512::kSize],
                       const OruGuiBase::Blob& signature) const noexcept;
 
@@ -79,20 +79,20 @@ bool Signing::Begin(const Certificate& certificate, const OruGuiBase::KVMap& att
          AddTextAttributes(signer_, attributes);
 }
 
-bool Signing::CopyContent(CmsInput& input) noexcept {
+bool Signing::CopyContent(FileSource& input) noexcept {
   std::uint32_t got = 0;
   do {
-    if (!input.Read(writer_.GetRoom(), writer_.GetMissing(), got)) return false;
+    if (!input.ReadNext(writer_.GetRoom(), writer_.GetMissing(), got)) return false;
     if (!hash_.Add(writer_.GetRoom(), got) || !writer_.Commit(got)) return false;
   } while (!input.IsAtEnd());
   return true;
 }
 
 bool Signing::WriteContent(const OruGuiBase::File& content, const OruGuiBase::File& target) noexcept {
-  CmsInput input;
+  FileSource input;
   CmsSkeleton head;
   std::uint8_t digest[Sha512::kSize];
-  return input.Open(content) && ReadSkeleton(cms_.get(), head) &&
+  return input.Open(content, FileSource::Access::Onwards) && ReadSkeleton(cms_.get(), head) &&
          writer_.Begin(target, head, input.GetSize()) && CopyContent(input) && hash_.Finish(digest) &&
          AddMessageDigest(signer_, digest, Sha512::kSize);
 }

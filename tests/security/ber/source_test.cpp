@@ -1,4 +1,4 @@
-#include "security/cms/input.h"
+#include "security/ber/source.h"
 
 #include <chrono>
 #include <fcntl.h>
@@ -8,7 +8,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include "security/cms/file_digest.h"
 #include "tests/security/cms/fixture.h"
 
 namespace SecurityTest {
@@ -17,15 +16,15 @@ namespace {
 constexpr const char* kChanged = "The file changed while it was read";
 constexpr std::uint32_t kSize = 1000;
 
-class CmsInputTest : public testing::Test {
+class FileSourceTest : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(input_.Open(source_)) << GetReason();
-    ASSERT_TRUE(input_.Read(bytes_.data(), kSize / 2, got_));
+    ASSERT_TRUE(input_.Open(source_, OruOssSec::FileSource::Access::Onwards)) << GetReason();
+    ASSERT_TRUE(input_.ReadNext(bytes_.data(), kSize / 2, got_));
     // Longer than a tick of the file system's clock.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  bool ReadRest() { return input_.Read(bytes_.data(), kSize, got_); }
+  bool ReadRest() { return input_.ReadNext(bytes_.data(), kSize, got_); }
   // In place and without another size, as a database does.
   void RewriteSource() const {
     const int handle = ::open(scratch_.Path("source").c_str(), O_WRONLY);
@@ -35,24 +34,24 @@ class CmsInputTest : public testing::Test {
 
   ScratchDirectory scratch_;
   File source_ = scratch_.Make("source", std::string(kSize, 's'));
-  OruOssSec::CmsInput input_;
+  OruOssSec::FileSource input_;
   std::vector<std::uint8_t> bytes_ = std::vector<std::uint8_t>(kSize);
   std::uint32_t got_ = 0;
 };
 
-TEST_F(CmsInputTest, SourceThatStaysIsRead) {
+TEST_F(FileSourceTest, SourceThatStaysIsRead) {
   EXPECT_TRUE(ReadRest()) << GetReason();
   EXPECT_EQ(got_, kSize / 2);
   EXPECT_TRUE(input_.IsAtEnd());
 }
 
-TEST_F(CmsInputTest, SourceRewrittenAtTheSameSizeFails) {
+TEST_F(FileSourceTest, SourceRewrittenAtTheSameSizeFails) {
   RewriteSource();
   EXPECT_FALSE(ReadRest());
   EXPECT_EQ(GetReason(), kChanged);
 }
 
-TEST_F(CmsInputTest, SourceWhoseTimeOfModificationIsPutBackFails) {
+TEST_F(FileSourceTest, SourceWhoseTimeOfModificationIsPutBackFails) {
   struct stat before {};
   ASSERT_EQ(::stat(scratch_.Path("source").c_str(), &before), 0);
   RewriteSource();
@@ -60,20 +59,6 @@ TEST_F(CmsInputTest, SourceWhoseTimeOfModificationIsPutBackFails) {
   ASSERT_EQ(::utimensat(AT_FDCWD, scratch_.Path("source").c_str(), times, 0), 0);
   EXPECT_FALSE(ReadRest());
   EXPECT_EQ(GetReason(), kChanged);
-}
-
-TEST(FileDigestTest, PipeIsDigestedToItsEnd) {
-  const ScratchDirectory scratch;
-  ASSERT_EQ(::mkfifo(scratch.Path("fifo").c_str(), 0600), 0);
-  std::thread writer([&] { TestSupport::WriteFile(scratch.Path("fifo"), "content"); });
-  Blob ofPipe;
-  const bool isRead = OruOssSec::DigestFile(scratch.File("fifo"), "SHA-256", ofPipe);
-  writer.join();
-  Blob ofFile;
-  ASSERT_TRUE(isRead && OruOssSec::DigestFile(scratch.Make("file", "content"), "SHA-256", ofFile))
-      << GetReason();
-  EXPECT_EQ(std::string(ofPipe.GetData(), ofPipe.GetData() + ofPipe.GetSize()),
-            std::string(ofFile.GetData(), ofFile.GetData() + ofFile.GetSize()));
 }
 
 }  // namespace
