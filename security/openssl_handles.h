@@ -39,8 +39,6 @@ using CertStackPtr = std::unique_ptr<STACK_OF(X509), CertStackDeleter>;
 using CipherPtr = std::unique_ptr<EVP_CIPHER, Deleter<EVP_CIPHER_free>>;
 using CipherCtxPtr = std::unique_ptr<EVP_CIPHER_CTX, Deleter<EVP_CIPHER_CTX_free>>;
 using CmsPtr = std::unique_ptr<CMS_ContentInfo, Deleter<CMS_ContentInfo_free>>;
-using DigestPtr = std::unique_ptr<EVP_MD, Deleter<EVP_MD_free>>;
-using DigestCtxPtr = std::unique_ptr<EVP_MD_CTX, Deleter<EVP_MD_CTX_free>>;
 /// An encoding that OpenSSL allocated.
 using DerPtr = std::unique_ptr<unsigned char, OpenSSLMemoryDeleter>;
 /// The outer structure of an encrypted PKCS #8 key.

@@ -8,7 +8,7 @@
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
 #include "foundation/format.h"
-#include "security/cms/file_digest.h"
+#include "security/cms/digest.h"
 #include "tools/staging_file.h"
 
 namespace CryptCli {

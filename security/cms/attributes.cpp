@@ -73,9 +73,9 @@ bool AddContentType(CMS_SignerInfo* signer) noexcept {
          FailWithOpenSSL(kNotAdded);
 }
 
-bool AddMessageDigest(CMS_SignerInfo* signer, const std::uint8_t* digest, std::uint32_t size) noexcept {
-  return CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING, digest,
-                                     static_cast<int>(size)) == 1 ||
+bool AddMessageDigest(CMS_SignerInfo* signer, const OruGuiBase::BlobConst& digest) noexcept {
+  return CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING, digest.data,
+                                     static_cast<int>(digest.size)) == 1 ||
          FailWithOpenSSL(kNotAdded);
 }
 

@@ -36,30 +36,21 @@ const char* DescribeUnknown(const X509_ALGOR* algorithm) noexcept {
 bool ContentDigests::Ask(const X509_ALGOR* algorithm) noexcept {
   const std::uint32_t place = FindDigest(algorithm);
   if (place == kDigests) return FailWith(DescribeUnknown(algorithm));
-  DigestCtxPtr& context = digests_[place].context;
-  if (context != nullptr) return true;
-  const DigestPtr digest(EVP_MD_fetch(nullptr, OBJ_nid2sn(kNids[place]), nullptr));
-  context.reset(EVP_MD_CTX_new());
-  return (digest != nullptr && context != nullptr &&
-          EVP_DigestInit_ex2(context.get(), digest.get(), nullptr) == 1) ||
+  Digest& digest = digests_[place];
+  return digest.IsBegun() || digest.Begin(OBJ_nid2sn(kNids[place])) ||
          FailWithOpenSSL("A signer's digest algorithm is not available");
 }
 
 bool ContentDigests::Add(const BerSpan& span) noexcept {
   for (Digest& digest : digests_) {
-    if (digest.context != nullptr && EVP_DigestUpdate(digest.context.get(), span.data, span.size) != 1) {
-      return FailWithOpenSSL(kNotComputed);
-    }
+    if (digest.IsBegun() && !digest.Add(span.data, span.size)) return FailWithOpenSSL(kNotComputed);
   }
   return true;
 }
 
 bool ContentDigests::Finish() noexcept {
   for (Digest& digest : digests_) {
-    if (digest.context != nullptr &&
-        EVP_DigestFinal_ex(digest.context.get(), digest.value, &digest.size) != 1) {
-      return FailWithOpenSSL(kNotComputed);
-    }
+    if (digest.IsBegun() && !digest.Finish()) return FailWithOpenSSL(kNotComputed);
   }
   return true;
 }
@@ -76,9 +67,9 @@ bool ContentDigests::Compute(const LoadedMessage& message) noexcept {
 bool ContentDigests::IsEqual(const X509_ALGOR* algorithm, const ASN1_OCTET_STRING* value) const noexcept {
   const std::uint32_t place = FindDigest(algorithm);
   if (place == kDigests) return false;
-  const Digest& digest = digests_[place];
+  const OruGuiBase::BlobConst digest = digests_[place].GetValue();
   return digest.size > 0 && ASN1_STRING_length(value) == static_cast<int>(digest.size) &&
-         CRYPTO_memcmp(ASN1_STRING_get0_data(value), digest.value, digest.size) == 0;
+         CRYPTO_memcmp(ASN1_STRING_get0_data(value), digest.data, digest.size) == 0;
 }
 
 }  // namespace OruOssSec

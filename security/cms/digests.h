@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "security/cms/digest.h"
 #include "security/cms/message.h"
 #include "security/openssl_handles.h"
 
@@ -20,12 +21,6 @@ class ContentDigests {
   bool IsEqual(const X509_ALGOR* algorithm, const ASN1_OCTET_STRING* value) const noexcept;
 
  private:
-  struct Digest {
-    DigestCtxPtr context;
-    std::uint8_t value[EVP_MAX_MD_SIZE] = {};
-    unsigned int size = 0;
-  };
-
   bool Add(const BerSpan& span) noexcept;
   bool Finish() noexcept;
 

@@ -5,6 +5,7 @@
 #include "foundation/errorstate.h"
 #include "security/ber/source.h"
 #include "security/cms/attributes.h"
+#include "security/cms/digest.h"
 #include "security/cms/writer.h"
 #include "security/cryptomessagesyntax.h"
 #include "security/failure.h"
@@ -14,33 +15,9 @@ namespace OruOssSec {
 
 namespace {
 
-// SHA-512 over what is added to it.
-class Sha512 {
- public:
-  static constexpr std::uint32_t kSize = 64;
-
-  bool Begin() noexcept {
-    digest_.reset(EVP_MD_fetch(nullptr, "SHA512", nullptr));
-    context_.reset(EVP_MD_CTX_new());
-    return (digest_ != nullptr && context_ != nullptr &&
-            EVP_DigestInit_ex2(context_.get(), digest_.get(), nullptr) == 1) ||
-           FailWithOpenSSL("SHA-512 is not available");
-  }
-  bool Add(const std::uint8_t* data, std::size_t size) noexcept {
-    return EVP_DigestUpdate(context_.get(), data, size) == 1 ||
-           FailWithOpenSSL("The hash cannot be computed");
-  }
-  bool Finish(std::uint8_t (&hash)[kSize]) noexcept {
-    unsigned int size = 0;
-    return (EVP_DigestFinal_ex(context_.get(), hash, &size) == 1 && size == kSize) ||
-           FailWithOpenSSL("The hash cannot be computed");
-  }
-  const EVP_MD* Get0() const noexcept { return digest_.get(); }
-
- private:
-  DigestPtr digest_;
-  DigestCtxPtr context_;
-};
+constexpr const char* kHash = "SHA512";
+constexpr const char* kNoHash = "SHA-512 is not available";
+constexpr const char* kNotHashed = "The hash cannot be computed";
 
 // One SignedData in progress.
 class Signing {
@@ -53,14 +30,13 @@ class Signing {
 
  private:
   bool CopyContent(FileSource& input) noexcept;
-  bool CheckSignature(const std::uint8_t (&hash)[Sha512::kSize],
-                      const OruGuiBase::Blob& signature) const noexcept;
+  bool CheckSignature(const OruGuiBase::BlobConst& hash, const OruGuiBase::Blob& signature) const noexcept;
 
   CmsPtr cms_;
   EVP_PKEY* key_ = nullptr;  // the certificate's
   CMS_SignerInfo* signer_ = nullptr;
   CmsWriter writer_;
-  Sha512 hash_;
+  Digest content_;
 };
 
 bool Signing::Begin(const Certificate& certificate, const OruGuiBase::KVMap& attributes,
@@ -69,11 +45,11 @@ bool Signing::Begin(const Certificate& certificate, const OruGuiBase::KVMap& att
   if (key_ == nullptr) return FailWithOpenSSL("The signer's key cannot be read");
   if (EVP_PKEY_is_a(key_, "RSA") != 1) return FailWith("The signer's key is not an RSA key");
   if (HasShortKey(certificate.Get0())) return FailWith("The signer's RSA key has fewer than 2048 bits");
-  if (!hash_.Begin()) return false;
+  if (!content_.Begin(kHash)) return FailWithOpenSSL(kNoHash);
   constexpr unsigned int kFlags = CMS_PARTIAL | CMS_DETACHED | CMS_BINARY | CMS_NOSMIMECAP;
   cms_.reset(CMS_sign(nullptr, nullptr, nullptr, nullptr, kFlags));
   if (cms_ == nullptr) return FailWithOpenSSL("The signed message cannot be made");
-  signer_ = CMS_add1_signer(cms_.get(), certificate.Get0(), key_, hash_.Get0(), kFlags);
+  signer_ = CMS_add1_signer(cms_.get(), certificate.Get0(), key_, content_.GetAlgorithm(), kFlags);
   if (signer_ == nullptr) return FailWithOpenSSL("The signer cannot be added");
   return AddContentType(signer_) && (time == nullptr || AddSigningTime(signer_, *time)) &&
          AddTextAttributes(signer_, attributes);
@@ -83,7 +59,8 @@ bool Signing::CopyContent(FileSource& input) noexcept {
   std::uint32_t got = 0;
   do {
     if (!input.ReadNext(writer_.GetRoom(), writer_.GetMissing(), got)) return false;
-    if (!hash_.Add(writer_.GetRoom(), got) || !writer_.Commit(got)) return false;
+    if (!content_.Add(writer_.GetRoom(), got)) return FailWithOpenSSL(kNotHashed);
+    if (!writer_.Commit(got)) return false;
   } while (!input.IsAtEnd());
   return true;
 }
@@ -91,20 +68,20 @@ bool Signing::CopyContent(FileSource& input) noexcept {
 bool Signing::WriteContent(const OruGuiBase::File& content, const OruGuiBase::File& target) noexcept {
   FileSource input;
   CmsSkeleton head;
-  std::uint8_t digest[Sha512::kSize];
-  return input.Open(content, FileSource::Access::Onwards) && ReadSkeleton(cms_.get(), head) &&
-         writer_.Begin(target, head, input.GetSize()) && CopyContent(input) && hash_.Finish(digest) &&
-         AddMessageDigest(signer_, digest, Sha512::kSize);
+  const bool isWritten = input.Open(content, FileSource::Access::Onwards) && ReadSkeleton(cms_.get(), head) &&
+                         writer_.Begin(target, head, input.GetSize()) && CopyContent(input);
+  if (!isWritten) return false;
+  if (!content_.Finish()) return FailWithOpenSSL(kNotHashed);
+  return AddMessageDigest(signer_, content_.GetValue());
 }
 
 // Asks the caller's signer, whose reason stands when it fails. What it leaves in the error state when it
 // succeeds, such as the reason of a first attempt, is no failure of ours.
-bool AskSigner(ISignHash& signer, const std::uint8_t (&hash)[Sha512::kSize],
-               OruGuiBase::Blob& signature) noexcept {
+bool AskSigner(ISignHash& signer, const OruGuiBase::BlobConst& hash, OruGuiBase::Blob& signature) noexcept {
   OruGuiBase::ClearLastError();
   bool isSigned = false;
   try {
-    isSigned = signer.SignHash({hash, Sha512::kSize}, signature);
+    isSigned = signer.SignHash(hash, signature);
   } catch (...) {
     isSigned = false;
   }
@@ -116,32 +93,33 @@ bool AskSigner(ISignHash& signer, const std::uint8_t (&hash)[Sha512::kSize],
 
 bool Signing::SignAttributes(ISignHash& signer) noexcept {
   BerBuffer attributes;
-  std::uint8_t hash[Sha512::kSize];
-  Sha512 digest;
-  if (!EncodeSignedAttributes(signer_, attributes) || !digest.Begin() ||
-      !digest.Add(attributes.GetData(), attributes.GetSize()) || !digest.Finish(hash)) {
-    return false;
+  Digest hash;
+  if (!EncodeSignedAttributes(signer_, attributes)) return false;
+  if (!hash.Begin(kHash)) return FailWithOpenSSL(kNoHash);
+  if (!hash.Add(attributes.GetData(), attributes.GetSize()) || !hash.Finish()) {
+    return FailWithOpenSSL(kNotHashed);
   }
   OruGuiBase::Blob signature;
-  if (!AskSigner(signer, hash, signature)) return false;
+  if (!AskSigner(signer, hash.GetValue(), signature)) return false;
   if (ASN1_OCTET_STRING_set(CMS_SignerInfo_get0_signature(signer_), signature.GetData(),
                             static_cast<int>(signature.GetSize())) != 1) {
     return FailWithOpenSSL("The signature cannot be kept");
   }
-  return CheckSignature(hash, signature);
+  return CheckSignature(hash.GetValue(), signature);
 }
 
 // Over the hash that was signed: OpenSSL's own check of a signer takes the attributes in the order in which
 // they were added, which is not the one that is signed and written.
-bool Signing::CheckSignature(const std::uint8_t (&hash)[Sha512::kSize],
+bool Signing::CheckSignature(const OruGuiBase::BlobConst& hash,
                              const OruGuiBase::Blob& signature) const noexcept {
   const KeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key_, nullptr));
   if (context == nullptr || EVP_PKEY_verify_init(context.get()) != 1 ||
       EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_PADDING) != 1 ||
-      EVP_PKEY_CTX_set_signature_md(context.get(), hash_.Get0()) != 1) {
+      EVP_PKEY_CTX_set_signature_md(context.get(), content_.GetAlgorithm()) != 1) {
     return FailWithOpenSSL("The signature cannot be checked");
   }
-  return EVP_PKEY_verify(context.get(), signature.GetData(), signature.GetSize(), hash, Sha512::kSize) == 1 ||
+  return EVP_PKEY_verify(context.get(), signature.GetData(), signature.GetSize(), hash.data, hash.size) ==
+             1 ||
          FailWith("The signature does not fit the signer's certificate");
 }
 

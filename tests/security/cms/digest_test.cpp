@@ -2,7 +2,7 @@
 #include <sys/stat.h>
 #include <thread>
 
-#include "security/cms/file_digest.h"
+#include "security/cms/digest.h"
 #include "tests/security/cms/fixture.h"
 
 namespace SecurityTest {
