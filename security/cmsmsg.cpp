@@ -4,10 +4,9 @@
 #include <new>
 #include <utility>
 
-#include "security/cms/content.h"
+#include "security/cms/decrypting.h"
 #include "security/cms/encrypting.h"
 #include "security/cms/message.h"
-#include "security/cms/opening.h"
 #include "security/cms/recipients.h"
 #include "security/cms/signers.h"
 #include "security/cms/verifying.h"

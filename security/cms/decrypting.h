@@ -1,15 +1,18 @@
 #pragma once
 
-#include "security/cms/content.h"
 #include "security/cms/message.h"
-#include "security/openssl_handles.h"
+#include "security/cms/sink.h"
 
 namespace OruOssSec {
 
-/// The one reason of a decryption that fails, whatever its cause: key, block, length or padding.
-inline constexpr const char* kCouldNotDecrypt = "The content cannot be decrypted with this key";
-
-/// Decrypts the content of a message with a context that has its key, into the sink.
-bool DecryptContent(const LoadedMessage& message, EVP_CIPHER_CTX* context, IContentSink& sink) noexcept;
+/// Names the recipient and the key to open an EnvelopedData with.
+bool TakeRecipientKey(LoadedMessage& message, const Certificate& certificate, const PrivateKey& key) noexcept;
+/// Takes the content key, base64 text, for the cipher of an EnvelopedData.
+bool TakeContentKey(LoadedMessage& message, const OruGuiBase::AnsiStr& text) noexcept;
+/// Delivers the content of a message; that of an EnvelopedData decrypted with the key taken before.
+///
+/// Ciphers: AES-128-CBC, AES-192-CBC, AES-256-CBC (RFC 3565) and DES-EDE3-CBC (RFC 3370), so that every
+/// padding is that of RFC 5652, 6.3.
+bool DeliverContent(const LoadedMessage& message, IContentSink& sink) noexcept;
 
 }  // namespace OruOssSec

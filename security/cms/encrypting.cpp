@@ -2,7 +2,7 @@
 
 #include "foundation/work_buffer.h"
 #include "security/ber/source.h"
-#include "security/cms/writer.h"
+#include "security/cms/sink.h"
 #include "security/failure.h"
 #include "security/x509/strength.h"
 
@@ -31,32 +31,32 @@ BioPtr StartCipher(CMS_ContentInfo* cms, EVP_CIPHER_CTX*& context) noexcept {
 }
 
 bool EncryptChunk(EVP_CIPHER_CTX* context, const std::uint8_t* plain, std::uint32_t size,
-                  CmsWriter& writer) noexcept {
+                  IContentSink& sink) noexcept {
   int made = 0;
-  if (EVP_EncryptUpdate(context, writer.GetRoom(), &made, plain, static_cast<int>(size)) != 1) {
+  if (EVP_EncryptUpdate(context, sink.GetBuffer(), &made, plain, static_cast<int>(size)) != 1) {
     return FailWithOpenSSL(kCouldNotEncrypt);
   }
-  return writer.Commit(static_cast<std::uint32_t>(made));
+  return sink.Commit(static_cast<std::uint32_t>(made));
 }
 
-bool EncryptLast(EVP_CIPHER_CTX* context, CmsWriter& writer) noexcept {
+bool EncryptLast(EVP_CIPHER_CTX* context, IContentSink& sink) noexcept {
   int made = 0;
-  if (EVP_EncryptFinal_ex(context, writer.GetRoom(), &made) != 1) return FailWithOpenSSL(kCouldNotEncrypt);
-  return writer.Commit(static_cast<std::uint32_t>(made));
+  if (EVP_EncryptFinal_ex(context, sink.GetBuffer(), &made) != 1) return FailWithOpenSSL(kCouldNotEncrypt);
+  return sink.Commit(static_cast<std::uint32_t>(made));
 }
 
 // Whole blocks at a time, just as many as fill the segment in progress.
-bool EncryptAll(EVP_CIPHER_CTX* context, FileSource& input, CmsWriter& writer) noexcept {
+bool EncryptAll(EVP_CIPHER_CTX* context, FileSource& input, CmsWriter& sink) noexcept {
   OruGuiBase::WorkBuffer plain;
   if (!plain.Alloc(kWriteChunk)) return FailWithoutMemory();
   const auto block = static_cast<std::uint32_t>(EVP_CIPHER_CTX_get_block_size(context));
   std::uint32_t got = 0;
   do {
-    const std::uint32_t wanted = (writer.GetMissing() + block - 1) / block * block;
-    if (!input.ReadNext(plain.GetData(), wanted, got) || !EncryptChunk(context, plain.GetData(), got, writer))
+    const std::uint32_t wanted = (sink.GetMissing() + block - 1) / block * block;
+    if (!input.ReadNext(plain.GetData(), wanted, got) || !EncryptChunk(context, plain.GetData(), got, sink))
       return false;
   } while (!input.IsAtEnd());
-  return EncryptLast(context, writer);
+  return EncryptLast(context, sink);
 }
 
 }  // namespace
@@ -99,9 +99,8 @@ bool SaveEnvelope(NewEnvelope& envelope, const OruGuiBase::File& content,
   if (chain == nullptr) return false;
   CmsSkeleton skeleton;
   if (!ReadSkeleton(envelope.cms.get(), skeleton)) return false;
-  CmsWriter writer;
-  return writer.Begin(target, skeleton, input.GetSize()) && EncryptAll(context, input, writer) &&
-         writer.Finish(skeleton);
+  CmsWriter sink(target, skeleton);
+  return sink.Begin(input.GetSize()) && EncryptAll(context, input, sink) && sink.Finish();
 }
 
 }  // namespace OruOssSec

@@ -6,7 +6,7 @@
 #include "security/ber/source.h"
 #include "security/cms/attributes.h"
 #include "security/cms/digest.h"
-#include "security/cms/writer.h"
+#include "security/cms/sink.h"
 #include "security/cryptomessagesyntax.h"
 #include "security/failure.h"
 #include "security/x509/strength.h"
@@ -22,9 +22,10 @@ constexpr const char* kNotHashed = "The hash cannot be computed";
 // One SignedData in progress.
 class Signing {
  public:
+  explicit Signing(const OruGuiBase::File& target) noexcept : writer_(target, frame_) {}
   bool Begin(const Certificate& certificate, const OruGuiBase::KVMap& attributes,
              const OruGuiBase::DateTime* time) noexcept;
-  bool WriteContent(const OruGuiBase::File& content, const OruGuiBase::File& target) noexcept;
+  bool WriteContent(const OruGuiBase::File& content) noexcept;
   bool SignAttributes(ISignHash& signer) noexcept;
   bool Finish() noexcept;
 
@@ -35,6 +36,7 @@ class Signing {
   CmsPtr cms_;
   EVP_PKEY* key_ = nullptr;  // the certificate's
   CMS_SignerInfo* signer_ = nullptr;
+  CmsSkeleton frame_;
   CmsWriter writer_;
   Digest content_;
 };
@@ -58,18 +60,18 @@ bool Signing::Begin(const Certificate& certificate, const OruGuiBase::KVMap& att
 bool Signing::CopyContent(FileSource& input) noexcept {
   std::uint32_t got = 0;
   do {
-    if (!input.ReadNext(writer_.GetRoom(), writer_.GetMissing(), got)) return false;
-    if (!content_.Add(writer_.GetRoom(), got)) return FailWithOpenSSL(kNotHashed);
+    if (!input.ReadNext(writer_.GetBuffer(), writer_.GetMissing(), got)) return false;
+    if (!content_.Add(writer_.GetBuffer(), got)) return FailWithOpenSSL(kNotHashed);
     if (!writer_.Commit(got)) return false;
   } while (!input.IsAtEnd());
   return true;
 }
 
-bool Signing::WriteContent(const OruGuiBase::File& content, const OruGuiBase::File& target) noexcept {
+bool Signing::WriteContent(const OruGuiBase::File& content) noexcept {
   FileSource input;
-  CmsSkeleton head;
-  const bool isWritten = input.Open(content, FileSource::Access::Onwards) && ReadSkeleton(cms_.get(), head) &&
-                         writer_.Begin(target, head, input.GetSize()) && CopyContent(input);
+  const bool isWritten = input.Open(content, FileSource::Access::Onwards) &&
+                         ReadSkeleton(cms_.get(), frame_) && writer_.Begin(input.GetSize()) &&
+                         CopyContent(input);
   if (!isWritten) return false;
   if (!content_.Finish()) return FailWithOpenSSL(kNotHashed);
   return AddMessageDigest(signer_, content_.GetValue());
@@ -124,8 +126,8 @@ bool Signing::CheckSignature(const OruGuiBase::BlobConst& hash,
 }
 
 bool Signing::Finish() noexcept {
-  CmsSkeleton tail;
-  return ReadSkeleton(cms_.get(), tail) && writer_.Finish(tail);
+  frame_ = CmsSkeleton();
+  return ReadSkeleton(cms_.get(), frame_) && writer_.Finish();
 }
 
 }  // namespace
@@ -137,8 +139,8 @@ bool CryptoMessageSyntax::Sign(const OruGuiBase::File& content, const OruGuiBase
   const OpenSSLScope scope;
   if (certificate.IsEmpty()) return FailWith("The signer's certificate is empty");
   if (signer == nullptr) return FailWith("There is nobody to sign the hash");
-  Signing signing;
-  return signing.Begin(certificate, attributes, time) && signing.WriteContent(content, target) &&
+  Signing signing(target);
+  return signing.Begin(certificate, attributes, time) && signing.WriteContent(content) &&
          signing.SignAttributes(*signer) && signing.Finish();
 }
 

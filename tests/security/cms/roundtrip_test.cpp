@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "security/cms/chunk.h"
+#include "security/cms/sink.h"
 #include "tests/security/cms/fixture.h"
 
 // Messages of ours, read by ourselves: every size around the borders of chunks and blocks.

@@ -1,4 +1,4 @@
-#include "security/cms/writer.h"
+#include "security/cms/sink.h"
 
 #include <cstring>
 
@@ -38,16 +38,54 @@ bool MakeTail(const CmsSkeleton& skeleton, BerBuffer& tail) noexcept {
 
 }  // namespace
 
+bool FileSink::Begin(std::uint64_t expected) noexcept {
+  if (!buffer_.Alloc(kWriteChunk + kSlack)) return FailWithoutMemory();
+  return writer_.OpenStaged(target_) && writer_.Preallocate(static_cast<std::int64_t>(expected));
+}
+
+bool FileSink::Commit(std::uint32_t size) noexcept {
+  constexpr std::uint32_t kChunk = kWriteChunk;
+  filled_ += size;
+  written_ += size;
+  if (filled_ < kChunk) return true;
+  if (!writer_.Write(buffer_.GetData(), kChunk)) return false;
+  filled_ -= kChunk;
+  std::memmove(buffer_.GetData(), buffer_.GetData() + kChunk, filled_);
+  return true;
+}
+
+bool FileSink::Finish() noexcept {
+  return (filled_ == 0 || writer_.Write(buffer_.GetData(), filled_)) && writer_.Truncate(written_) &&
+         writer_.Close();
+}
+
+// One octet more than will come keeps GetMissing() from ever being 0.
+bool BlobSink::Begin(std::uint64_t expected) noexcept {
+  if (expected + 1 + kSlack > 0xFFFFFFFFU) return FailWith("The content is too large for memory");
+  data_ = bytes_.Alloc(static_cast<std::uint32_t>(expected + 1 + kSlack));
+  return data_ != nullptr || FailWithoutMemory();
+}
+
+bool BlobSink::Commit(std::uint32_t size) noexcept {
+  filled_ += size;
+  return true;
+}
+
+bool BlobSink::Finish() noexcept {
+  bytes_.Trunc(filled_);
+  target_ = bytes_;
+  return true;
+}
+
 bool CmsWriter::Write(const void* data, std::uint32_t size) noexcept {
   written_ += size;
   return writer_.Write(data, size);
 }
 
-bool CmsWriter::Begin(const OruGuiBase::File& target, const CmsSkeleton& head,
-                      std::uint64_t expected) noexcept {
+bool CmsWriter::Begin(std::uint64_t expected) noexcept {
   if (!buffer_.Alloc(kMostHeader + kSegment + kSlack)) return FailWithoutMemory();
   BerBuffer bytes;
-  if (!MakeHead(head, bytes) || !writer_.Open(target)) return false;
+  if (!MakeHead(frame_, bytes) || !writer_.Open(target_)) return false;
   // The first segment is so much shorter that the following ones lie at multiples of a chunk; a head that
   // leaves little of the first chunk is not worth it.
   const std::uint32_t lead = static_cast<std::uint32_t>(bytes.GetSize() % kWriteChunk);
@@ -75,9 +113,9 @@ bool CmsWriter::Commit(std::uint32_t size) noexcept {
   return true;
 }
 
-bool CmsWriter::Finish(const CmsSkeleton& tail) noexcept {
+bool CmsWriter::Finish() noexcept {
   BerBuffer bytes;
-  return (filled_ == 0 || WriteSegment(filled_)) && MakeTail(tail, bytes) && Write(bytes) &&
+  return (filled_ == 0 || WriteSegment(filled_)) && MakeTail(frame_, bytes) && Write(bytes) &&
          writer_.Truncate(written_) && writer_.Close();
 }
 
