@@ -6,9 +6,10 @@
 
 #include "security/cms/decrypting.h"
 #include "security/cms/encrypting.h"
-#include "security/cms/message.h"
 #include "security/cms/recipients.h"
 #include "security/cms/signers.h"
+#include "security/cms/signing_times.h"
+#include "security/cms/skeleton.h"
 #include "security/cms/verifying.h"
 #include "security/failure.h"
 #include "security/x509/text_forms.h"
@@ -20,7 +21,52 @@ namespace {
 constexpr const char* kNothingLoaded = "No message was loaded";
 constexpr const char* kNothingCreated = "No enveloped message was created";
 
+bool IsWithinLimits(const CMS_SignerInfo* signer) noexcept {
+  return CMS_signed_get_attr_count(signer) <= static_cast<int>(CMSLimits::kAttributes) ||
+         FailWith("A signer of the message has too many signed attributes");
+}
+
+bool AreSignersWithinLimits(CMS_ContentInfo* message) noexcept {
+  STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(message);
+  const int count = sk_CMS_SignerInfo_num(signers);
+  if (count > static_cast<int>(CMSLimits::kSigners)) return FailWith("The message has too many signers");
+  for (int i = 0; i < count; ++i) {
+    if (!IsWithinLimits(sk_CMS_SignerInfo_value(signers, i))) return false;
+  }
+  const CertStackPtr certificates(CMS_get1_certs(message));
+  return sk_X509_num(certificates.get()) <= static_cast<int>(CMSLimits::kCertificates) ||
+         FailWith("The message has too many certificates");
+}
+
+// Reads the message that fills `message.source`.
+CMSMsg::LoadResult ReadMessage(LoadedMessage& message) noexcept {
+  CmsSkeleton& skeleton = message.skeleton;
+  CMSMsg::LoadResult result = LoadSkeleton(*message.source, skeleton);
+  if (result != CMSMsg::LoadResult::Loaded) return result;
+  // Only a type that is not ours can lack a name.
+  if (!GetContentTypeName(skeleton.oid, message.typeName)) return CMSMsg::LoadResult::NotAMessage;
+  if (skeleton.type != CMSMsg::Type::SignedData && skeleton.type != CMSMsg::Type::EnvelopedData)
+    return result;
+  if (skeleton.type == CMSMsg::Type::SignedData && !AreSigningTimesReadable(skeleton)) {
+    return CMSMsg::LoadResult::Unreadable;
+  }
+  result = ParseDetached(skeleton, message.cms);
+  if (result != CMSMsg::LoadResult::Loaded) return result;
+  const bool isWithin =
+      skeleton.type != CMSMsg::Type::SignedData || AreSignersWithinLimits(message.cms.get());
+  return isWithin ? CMSMsg::LoadResult::Loaded : CMSMsg::LoadResult::Unreadable;
+}
+
 }  // namespace
+
+struct CMSMsg::Imp {
+  /// Reads the message in `source`, null when there was no memory for it; it takes the place of `present`
+  /// when it was loaded.
+  static LoadResult Replace(Imp*& present, std::unique_ptr<IByteSource> source) noexcept;
+
+  LoadedMessage loaded;
+  NewEnvelope envelope;
+};
 
 CMSMsg::~CMSMsg() {
   delete imp_;

@@ -126,14 +126,9 @@ bool DecryptContent(const LoadedMessage& message, EVP_CIPHER_CTX* context, ICont
 bool DecryptWithPrivateKey(const LoadedMessage& message, IContentSink& sink) noexcept {
   if (EVP_PKEY_is_a(message.recipientKey.Get0(), "RSA") != 1) return FailWith(kCouldNotDecrypt);
   CMS_decrypt_set1_pkey(message.cms.get(), message.recipientKey.Get0(), message.recipient.Get0());
-  BioPtr sinkBio(BIO_new(BIO_s_null()));
-  if (sinkBio == nullptr) return FailWithoutMemory();
-  BIO* chain = CMS_dataInit(message.cms.get(), sinkBio.get());
-  if (chain == nullptr) return FailWith(kCouldNotDecrypt);
-  static_cast<void>(sinkBio.release());
-  const BioPtr owned(chain);
   EVP_CIPHER_CTX* context = nullptr;
-  if (BIO_get_cipher_ctx(chain, &context) != 1) return FailWith(kCouldNotDecrypt);
+  const BioPtr chain = StartContentCipher(message.cms.get(), context);
+  if (chain == nullptr) return FailWith(kCouldNotDecrypt);
   return DecryptContent(message, context, sink);
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "security/cms/message.h"
 #include "security/cms/sink.h"
+#include "security/cms/skeleton.h"
 
 namespace OruOssSec {
 

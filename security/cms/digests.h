@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "security/cms/digest.h"
-#include "security/cms/message.h"
+#include "security/cms/skeleton.h"
 #include "security/openssl_handles.h"
 
 namespace OruOssSec {

@@ -12,24 +12,6 @@ namespace {
 
 constexpr const char* kCouldNotEncrypt = "The content cannot be encrypted";
 
-// The chain that OpenSSL would push content through. Making it encrypts the content key for the recipients,
-// which completes the skeleton; the cipher's context is then driven directly.
-BioPtr StartCipher(CMS_ContentInfo* cms, EVP_CIPHER_CTX*& context) noexcept {
-  BioPtr sink(BIO_new(BIO_s_null()));
-  BIO* chain = sink != nullptr ? CMS_dataInit(cms, sink.get()) : nullptr;
-  if (chain == nullptr) {
-    FailWithOpenSSL(kCouldNotEncrypt);
-    return nullptr;
-  }
-  static_cast<void>(sink.release());
-  BioPtr owned(chain);
-  if (BIO_get_cipher_ctx(chain, &context) != 1) {
-    FailWithOpenSSL(kCouldNotEncrypt);
-    return nullptr;
-  }
-  return owned;
-}
-
 bool EncryptChunk(EVP_CIPHER_CTX* context, const std::uint8_t* plain, std::uint32_t size,
                   IContentSink& sink) noexcept {
   int made = 0;
@@ -95,8 +77,8 @@ bool SaveEnvelope(NewEnvelope& envelope, const OruGuiBase::File& content,
   if (!input.Open(content, FileSource::Access::Onwards)) return false;
   envelope.saved = true;
   EVP_CIPHER_CTX* context = nullptr;
-  const BioPtr chain = StartCipher(envelope.cms.get(), context);
-  if (chain == nullptr) return false;
+  const BioPtr chain = StartContentCipher(envelope.cms.get(), context);
+  if (chain == nullptr) return FailWithOpenSSL(kCouldNotEncrypt);
   CmsSkeleton skeleton;
   if (!ReadSkeleton(envelope.cms.get(), skeleton)) return false;
   CmsWriter sink(target, skeleton);

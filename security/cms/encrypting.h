@@ -2,9 +2,16 @@
 
 #include "foundation/file.h"
 #include "security/certificate.h"
-#include "security/cms/message.h"
+#include "security/openssl_handles.h"
 
 namespace OruOssSec {
+
+/// What a CMSMsg holds of an enveloped message that is being made.
+struct NewEnvelope {
+  CmsPtr cms;
+  bool hasRecipient = false;
+  bool saved = false;
+};
 
 /// Starts an EnvelopedData for AES-256-CBC; OpenSSL makes its content key.
 bool StartEnvelope(NewEnvelope& envelope) noexcept;

@@ -8,7 +8,6 @@
 
 #include "foundation/encoding.h"
 #include "security/ber/walker.h"
-#include "security/cms/types.h"
 #include "security/failure.h"
 
 namespace OruOssSec {

@@ -2,7 +2,7 @@
 
 #include "foundation/datetime.h"
 #include "foundation/queue.h"
-#include "security/cms/message.h"
+#include "security/cms/skeleton.h"
 #include "security/cmsparties.h"
 
 namespace OruOssSec {

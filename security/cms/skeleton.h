@@ -1,9 +1,15 @@
 #pragma once
 
+#include <memory>
+
+#include "foundation/ansistr.h"
+#include "foundation/reference.h"
 #include "security/ber/buffer.h"
 #include "security/ber/segments.h"
 #include "security/ber/source.h"
+#include "security/certificate.h"
 #include "security/cmsmsg.h"
+#include "security/key.h"
 #include "security/openssl_handles.h"
 
 namespace OruOssSec {
@@ -50,5 +56,46 @@ bool ReadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept;
 bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcept;
 /// Has OpenSSL read the detached form of the message, in definite lengths.
 CMSMsg::LoadResult ParseDetached(const CmsSkeleton& skeleton, CmsPtr& parsed) noexcept;
+
+/// Has OpenSSL start the content encryption of an EnvelopedData: it encrypts the content key for the
+/// recipients, or decrypts it for the key that was set. `context` is the cipher's, owned by the result; the
+/// content goes through it directly. Null on failure, with a reason only on allocation failure: decryption
+/// must not say what failed.
+BioPtr StartContentCipher(CMS_ContentInfo* message, EVP_CIPHER_CTX*& context) noexcept;
+
+/// The content type that the contents octets of an OBJECT IDENTIFIER name; Unknown when it has none here.
+CMSMsg::Type FindContentType(const BerBuffer& oid) noexcept;
+/// Its name: that of RFC 5652 and its companions without the "id-", or the OID in dotted text. False when the
+/// octets are no OID.
+bool GetContentTypeName(const BerBuffer& oid, OruGuiBase::AnsiStr& name) noexcept;
+/// OID in dotted text.
+OruGuiBase::AnsiStr GetDottedText(const ASN1_OBJECT* object) noexcept;
+
+/// A symmetric key, wiped with its holder.
+struct ContentKey {
+  static constexpr std::uint32_t kMost = EVP_MAX_KEY_LENGTH;
+
+  ContentKey() noexcept = default;
+  ContentKey(const ContentKey&) = delete;
+  ContentKey& operator=(const ContentKey&) = delete;
+  ~ContentKey() { OruGuiBase::WipeMemory(bytes, sizeof(bytes)); }
+
+  std::uint8_t bytes[kMost] = {};
+  std::uint32_t size = 0;
+};
+
+/// What a CMSMsg holds of a message that was loaded.
+struct LoadedMessage {
+  std::unique_ptr<IByteSource> source;
+  CmsSkeleton skeleton;
+  OruGuiBase::AnsiStr typeName;
+  /// OpenSSL's view of the skeleton, of SignedData and EnvelopedData alone.
+  CmsPtr cms;
+
+  // How to open an EnvelopedData: one of the two, the one that was set last.
+  Certificate recipient;
+  PrivateKey recipientKey{nullptr};
+  std::unique_ptr<ContentKey> contentKey;
+};
 
 }  // namespace OruOssSec

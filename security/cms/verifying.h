@@ -1,7 +1,7 @@
 #pragma once
 
 #include "security/certstore.h"
-#include "security/cms/message.h"
+#include "security/cms/skeleton.h"
 
 namespace OruOssSec {
 
