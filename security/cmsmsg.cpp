@@ -8,7 +8,6 @@
 #include "security/cms/encrypting.h"
 #include "security/cms/recipients.h"
 #include "security/cms/signers.h"
-#include "security/cms/signing_times.h"
 #include "security/cms/skeleton.h"
 #include "security/cms/verifying.h"
 #include "security/failure.h"

@@ -1,9 +1,15 @@
 #include "security/cms/verifying.h"
 
+#include <cstring>
 #include <ctime>
+#include <iterator>
+#include <openssl/crypto.h>
+#include <string_view>
 
 #include "foundation/dates.h"
-#include "security/cms/digests.h"
+#include "foundation/errorstate.h"
+#include "security/ber/walker.h"
+#include "security/cms/digest.h"
 #include "security/cms/signers.h"
 #include "security/failure.h"
 #include "security/x509/chain.h"
@@ -12,6 +18,84 @@
 namespace OruOssSec {
 
 namespace {
+
+constexpr int kDigestNids[] = {NID_sha1,     NID_sha224,   NID_sha256,   NID_sha384,  NID_sha512,
+                               NID_sha3_224, NID_sha3_256, NID_sha3_384, NID_sha3_512};
+
+constexpr const char* kNotComputed = "The digest of the content cannot be computed";
+
+// Place of the algorithm in the list, or its end.
+std::size_t FindDigest(const X509_ALGOR* algorithm) noexcept {
+  const ASN1_OBJECT* object = nullptr;
+  X509_ALGOR_get0(&object, nullptr, nullptr, algorithm);
+  const int nid = OBJ_obj2nid(object);
+  std::size_t place = 0;
+  while (place < std::size(kDigestNids) && kDigestNids[place] != nid) ++place;
+  return place;
+}
+
+const char* DescribeUnknown(const X509_ALGOR* algorithm) noexcept {
+  const ASN1_OBJECT* object = nullptr;
+  X509_ALGOR_get0(&object, nullptr, nullptr, algorithm);
+  return OBJ_obj2nid(object) == NID_md5 ? "A signer's digest is MD5, which proves nothing"
+                                        : "A signer's digest algorithm is not known";
+}
+
+/// The digests that the signers of a message ask for, each computed once, all in one pass over the content.
+class ContentDigests {
+ public:
+  /// Asks for a digest by its algorithm identifier; one that is not known is a failure.
+  bool Ask(const X509_ALGOR* algorithm) noexcept;
+  /// Reads the content and computes what was asked for.
+  bool Compute(const LoadedMessage& message) noexcept;
+  /// Whether the digest of the algorithm, which was asked for, has this value.
+  bool IsEqual(const X509_ALGOR* algorithm, const ASN1_OCTET_STRING* value) const noexcept;
+
+ private:
+  bool Add(const BerSpan& span) noexcept;
+  bool Finish() noexcept;
+
+  Digest digests_[std::size(kDigestNids)];
+};
+
+bool ContentDigests::Ask(const X509_ALGOR* algorithm) noexcept {
+  const std::size_t place = FindDigest(algorithm);
+  if (place == std::size(kDigestNids)) return FailWith(DescribeUnknown(algorithm));
+  Digest& digest = digests_[place];
+  return digest.IsBegun() || digest.Begin(OBJ_nid2sn(kDigestNids[place])) ||
+         FailWithOpenSSL("A signer's digest algorithm is not available");
+}
+
+bool ContentDigests::Add(const BerSpan& span) noexcept {
+  for (Digest& digest : digests_) {
+    if (digest.IsBegun() && !digest.Add(span.data, span.size)) return FailWithOpenSSL(kNotComputed);
+  }
+  return true;
+}
+
+bool ContentDigests::Finish() noexcept {
+  for (Digest& digest : digests_) {
+    if (digest.IsBegun() && !digest.Finish()) return FailWithOpenSSL(kNotComputed);
+  }
+  return true;
+}
+
+bool ContentDigests::Compute(const LoadedMessage& message) noexcept {
+  BerContent content(*message.source, message.skeleton.content);
+  BerSpan span;
+  do {
+    if (!content.Next(span) || !Add(span)) return false;
+  } while (span.size > 0);
+  return Finish();
+}
+
+bool ContentDigests::IsEqual(const X509_ALGOR* algorithm, const ASN1_OCTET_STRING* value) const noexcept {
+  const std::size_t place = FindDigest(algorithm);
+  if (place == std::size(kDigestNids)) return false;
+  const OruGuiBase::BlobConst digest = digests_[place].GetValue();
+  return digest.size > 0 && ASN1_STRING_length(value) == static_cast<int>(digest.size) &&
+         CRYPTO_memcmp(ASN1_STRING_get0_data(value), digest.data, digest.size) == 0;
+}
 
 const X509_ALGOR* GetDigestAlgorithm(CMS_SignerInfo* signer) noexcept {
   X509_ALGOR* digest = nullptr;
@@ -63,6 +147,88 @@ bool CheckChain(CMS_SignerInfo* signer, const CertStore& trusted, STACK_OF(X509)
   return verdict.code == X509_V_OK || FailWith(verdict.text);
 }
 
+constexpr std::uint8_t kUTCTime = 0x17;
+constexpr std::uint8_t kGeneralizedTime = 0x18;
+// Contents octets of 1.2.840.113549.1.9.5.
+constexpr std::uint8_t kSigningTime[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x09, 0x05};
+
+int TwoDigits(std::string_view text, std::size_t place) noexcept {
+  return (text[place] - '0') * 10 + (text[place + 1] - '0');
+}
+
+// Whether a time with a year of two or four digits has its digits, up to the seconds. What follows them is
+// left to OpenSSL, whose versions agree about it.
+bool IsTime(std::string_view text, std::size_t yearDigits) noexcept {
+  constexpr std::string_view kDigits = "0123456789";
+  const std::size_t end = yearDigits + 10;
+  if (text.size() <= end || text.find_first_not_of(kDigits) < end) return false;
+  const int begin = TwoDigits(text, 0);
+  const int year = yearDigits == 4 ? begin * 100 + TwoDigits(text, 2) : begin + (begin < 50 ? 2000 : 1900);
+  const std::string_view rest = text.substr(yearDigits);
+  return OruGuiBase::IsValidDateTime({year, TwoDigits(rest, 0), TwoDigits(rest, 2), TwoDigits(rest, 4),
+                                      TwoDigits(rest, 6), TwoDigits(rest, 8)});
+}
+
+/// Walks over the signers. What is no signer ends the walk, what is no time ends it with isUnreadable.
+class SigningTimeCheck {
+ public:
+  explicit SigningTimeCheck(BerWalker& walker) noexcept : walker_(walker) {}
+
+  bool IsUnreadable() const noexcept { return isUnreadable_; }
+
+  void CheckSigners() noexcept {
+    while (!walker_.IsFailed() && !walker_.Is(kSet)) walker_.SkipAny();
+    walker_.Enter(kSet);
+    while (GoesOn()) CheckSigner();
+  }
+
+ private:
+  bool GoesOn() noexcept { return !isUnreadable_ && !walker_.IsFailed() && !walker_.IsAtEnd(); }
+
+  void CheckSigner() noexcept {
+    walker_.Enter(kSequence);
+    for (int i = 0; i < 3; ++i) walker_.SkipAny();  // version, sid, digestAlgorithm
+    if (walker_.Is(kContext0)) {
+      count_ = 0;
+      walker_.Enter(kContext0);
+      while (GoesOn()) CheckAttribute();
+      walker_.Leave();
+    }
+    while (GoesOn()) walker_.SkipAny();
+    walker_.Leave();
+  }
+
+  void CheckAttribute() noexcept {
+    BerBuffer oid;
+    walker_.Enter(kSequence);
+    if (!walker_.TakeContents(kObjectIdentifier, oid)) return;
+    if (oid.GetSize() == sizeof(kSigningTime) &&
+        std::memcmp(oid.GetData(), kSigningTime, sizeof(kSigningTime)) == 0) {
+      CheckValues();
+    } else {
+      walker_.SkipAny();
+    }
+    walker_.Leave();
+  }
+
+  void CheckValues() noexcept {
+    walker_.Enter(kSet);
+    const bool isShort = walker_.Is(kUTCTime);
+    BerBuffer time;
+    if (!isShort && !walker_.Is(kGeneralizedTime)) {
+      isUnreadable_ = !walker_.IsFailed();
+    } else if (walker_.TakeContents(isShort ? kUTCTime : kGeneralizedTime, time)) {
+      const std::string_view text(reinterpret_cast<const char*>(time.GetData()), time.GetSize());
+      isUnreadable_ = ++count_ > 1 || !walker_.IsAtEnd() || !IsTime(text, isShort ? 2 : 4);
+    }
+    if (!isUnreadable_) walker_.Leave();
+  }
+
+  BerWalker& walker_;
+  int count_ = 0;
+  bool isUnreadable_ = false;
+};
+
 }  // namespace
 
 bool VerifySigners(const LoadedMessage& message, const CertStore* store) noexcept {
@@ -84,6 +250,19 @@ bool VerifySigners(const LoadedMessage& message, const CertStore* store) noexcep
     if (!CheckDigest(sk_CMS_SignerInfo_value(signers, i), digests)) return false;
   }
   return true;
+}
+
+bool AreSigningTimesReadable(const CmsSkeleton& skeleton) noexcept {
+  ViewSource source(skeleton.after.GetData(), skeleton.after.GetSize());
+  BerReader reader(source);
+  BerWalker walker(reader);
+  SigningTimeCheck check(walker);
+  check.CheckSigners();
+  const bool isShortOfMemory = !check.IsUnreadable() && walker.IsFailed() && !reader.IsRefused();
+  if (isShortOfMemory) return false;
+  // What the walk recorded about other things is not the reason of anything.
+  OruGuiBase::ClearLastError();
+  return !check.IsUnreadable() || FailWith("The signing time of a signer cannot be read");
 }
 
 }  // namespace OruOssSec
