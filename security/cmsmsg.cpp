@@ -6,8 +6,7 @@
 
 #include "security/cms/decrypting.h"
 #include "security/cms/encrypting.h"
-#include "security/cms/recipients.h"
-#include "security/cms/signers.h"
+#include "security/cms/parties.h"
 #include "security/cms/skeleton.h"
 #include "security/cms/verifying.h"
 #include "security/failure.h"

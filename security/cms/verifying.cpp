@@ -10,7 +10,7 @@
 #include "foundation/errorstate.h"
 #include "security/ber/walker.h"
 #include "security/cms/digest.h"
-#include "security/cms/signers.h"
+#include "security/cms/parties.h"
 #include "security/failure.h"
 #include "security/x509/chain.h"
 #include "security/x509/strength.h"

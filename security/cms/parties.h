@@ -7,6 +7,10 @@
 
 namespace OruOssSec {
 
+/// Reads the key-transport recipients of an EnvelopedData out of its skeleton.
+bool ReadRecipients(const CmsSkeleton& skeleton,
+                    OruGuiBase::PtrContainerQueue<CMSKeyTransRecipient>& recipients) noexcept;
+
 /// The certificate of `certificates` that the signer names, without a reference; null when there is none.
 X509* FindSignerCertificate(CMS_SignerInfo* signer, STACK_OF(X509) * certificates) noexcept;
 /// The claimed signing time in universal time, unset when there is none. False for one that cannot be read.
