@@ -10,6 +10,7 @@ namespace OruOssSec {
 
 namespace {
 
+// Enough for the small parts of a message, such as its OID, in one allocation.
 constexpr std::size_t kLeastCapacity = 256;
 
 }  // namespace
@@ -28,7 +29,7 @@ bool BerBuffer::Reserve(std::size_t size) noexcept {
 }
 
 bool BerBuffer::Append(const void* bytes, std::size_t size) noexcept {
-  if (size == 0) return true;
+  if (size == 0) return true;  // memcpy takes no null, which an empty buffer has
   const std::size_t grown = size_ + size;
   if (grown > capacity_ && !Reserve(std::max({grown, capacity_ * 2, kLeastCapacity}))) return false;
   std::memcpy(data_ + size_, bytes, size);
@@ -41,6 +42,7 @@ bool BerBuffer::AppendHeader(std::uint8_t identifier, std::uint64_t length) noex
   return Append(header, PutBerHeader(identifier, length, header));
 }
 
+// The short form (X.690, 8.1.3.4) up to 127, else the long form (8.1.3.5), most significant octet first.
 std::uint32_t PutBerHeader(std::uint8_t identifier, std::uint64_t length, std::uint8_t* target) noexcept {
   target[0] = identifier;
   if (length < 0x80) {

@@ -6,7 +6,8 @@
 
 namespace OruOssSec {
 
-/// Bytes that grow at their end. Memory that cannot be had is a failure with its reason, never an exception.
+/// Owns bytes that grow at their end. Failed allocation is a failure with its reason, never an exception. The
+/// bytes are not wiped: they are structure, never content or keys.
 class BerBuffer {
  public:
   BerBuffer() noexcept = default;
@@ -24,7 +25,7 @@ class BerBuffer {
   std::size_t GetSize() const noexcept { return size_; }
   bool IsEmpty() const noexcept { return size_ == 0; }
 
-  /// Makes room for `size` bytes in all.
+  /// Makes sure that `size` bytes in all fit without another allocation.
   bool Reserve(std::size_t size) noexcept;
   bool Append(const void* bytes, std::size_t size) noexcept;
   bool Append(const BerBuffer& other) noexcept { return Append(other.data_, other.size_); }
@@ -43,11 +44,12 @@ class BerBuffer {
   std::size_t capacity_ = 0;
 };
 
-/// Octets of the longest header that PutBerHeader makes.
+/// Octets of the longest header that PutBerHeader writes: an identifier, the number of length octets, and
+/// eight of them.
 inline constexpr std::uint32_t kMostHeader = 10;
 
-/// Writes identifier and definite length octets in their shortest form to `target`, which has room for
-/// kMostHeader octets. Returns their number.
+/// Writes identifier and definite length octets in their shortest form to `target`, where kMostHeader octets
+/// fit. Returns their number.
 std::uint32_t PutBerHeader(std::uint8_t identifier, std::uint64_t length, std::uint8_t* target) noexcept;
 
 }  // namespace OruOssSec

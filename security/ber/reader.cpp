@@ -4,21 +4,27 @@
 
 #include "security/failure.h"
 
+// Reads the header of one BER element (X.690, 8.1) at any offset of a source of any size. BerWalker and
+// BerSegments build the grammar on top of it; nothing else reads a header. The bytes are hostile: every
+// length is checked against what contains it before anything is allocated or skipped by it.
 namespace OruOssSec {
 
 namespace {
 
+// One page: a header rarely needs more, and the file system reads no less.
 constexpr std::uint32_t kFirstFill = 4096;
-// A step up to this far behind the window still counts as reading onwards.
+// A step ahead up to this far beyond the window still counts as reading onwards.
 constexpr std::uint64_t kNear = std::uint64_t{32} * 1024;
 
+// Both are summed up in BerReader::kMaxHeader, which says why.
 constexpr std::uint32_t kMaxTagOctets = 5;
 constexpr std::uint32_t kMaxLengthOctets = 16;
+// What a file offset can express: sums of an offset and a length cannot overflow 64 bits without sign.
 constexpr std::uint64_t kMaxLength = 0x7FFFFFFFFFFFFFFFU;
 
 constexpr const char* kCutHeader = "The message ends inside a header";
 
-// The octets of a header one after the other.
+// Hands out the octets of a header one after the other. Views the span, which has to outlive it.
 class Octets {
  public:
   explicit Octets(const BerSpan& span) noexcept : span_(span) {}
@@ -34,7 +40,8 @@ class Octets {
   std::uint32_t taken_ = 0;
 };
 
-// High tag numbers (X.690, 8.1.2.4): seven bits an octet until one without its top bit.
+// Passes a high tag number (X.690, 8.1.2.4): seven bits an octet up to one without its top bit. No grammar of
+// ours has such a tag, so its value is of no use.
 bool PassTagNumber(Octets& octets) noexcept {
   for (std::uint32_t i = 0; i < kMaxTagOctets; ++i) {
     std::uint8_t octet = 0;
@@ -44,7 +51,7 @@ bool PassTagNumber(Octets& octets) noexcept {
   return FailWith("A tag number of the message is too large");
 }
 
-// The long form (X.690, 8.1.3.5) after its first octet.
+// Reads the long form (X.690, 8.1.3.5) after its first octet.
 bool TakeLongLength(Octets& octets, std::uint32_t count, std::uint64_t& length) noexcept {
   if (count > kMaxLengthOctets) return FailWith("A length of the message has too many octets");
   length = 0;
@@ -65,6 +72,7 @@ bool TakeLength(Octets& octets, BerHeader& header) noexcept {
     return true;
   }
   if (first == 0x80) {
+    // An indefinite length (X.690, 8.1.3.6), which only a constructed element can have.
     if (!header.IsConstructed()) return FailWith("A primitive element of the message has no length");
     header.indefinite = true;
     header.length = 0;
@@ -80,6 +88,7 @@ bool ParseHeader(const BerSpan& span, BerHeader& header) noexcept {
   if ((header.identifier & 0x1F) == 0x1F && !PassTagNumber(octets)) return false;
   if (!TakeLength(octets, header)) return false;
   header.size = octets.GetTaken();
+  // Always 00 00 (X.690, 8.1.5), so that it can be passed by its two octets.
   if (header.IsEndOfContents() && header.size + header.length != 2) {
     return FailWith("An end-of-contents of the message is not empty");
   }
@@ -88,16 +97,19 @@ bool ParseHeader(const BerSpan& span, BerHeader& header) noexcept {
 
 }  // namespace
 
+// How much to read at `offset`: twice as much as last time while reading onwards, little after a jump.
 std::uint32_t BerReader::GetFillSize(std::uint64_t offset, std::uint32_t least) noexcept {
   const bool onwards = filled_ != 0 && offset >= start_ && offset <= start_ + filled_ + kNear;
   fill_ = onwards ? std::min(fill_ * 2, window_.GetSize()) : std::min(kFirstFill, window_.GetSize());
   std::uint32_t size = std::max(fill_, least);
-  // Reads that end at a page keep the following ones aligned.
+  // Ends at a page, so that the next reads begin at one.
   const std::uint32_t beyond = static_cast<std::uint32_t>((offset + size) % kFirstFill);
   if (size > beyond && size - beyond >= least) size -= beyond;
   return static_cast<std::uint32_t>(std::min<std::uint64_t>(size, GetSize() - offset));
 }
 
+// The window is allocated with the first read and no larger than the source, as many sources are views of a
+// few octets.
 bool BerReader::Fill(std::uint64_t offset, std::uint32_t least) noexcept {
   if (window_.IsEmpty()) {
     const std::uint64_t most = std::max<std::uint64_t>(GetSize(), kMaxHeader);
@@ -105,7 +117,7 @@ bool BerReader::Fill(std::uint64_t offset, std::uint32_t least) noexcept {
     if (!window_.Alloc(size)) return FailWithoutMemory();
   }
   const std::uint32_t size = GetFillSize(offset, least);
-  filled_ = 0;
+  filled_ = 0;  // the window is invalid if the read fails
   if (!source_.ReadAt(offset, window_.GetData(), size)) return false;
   start_ = offset;
   filled_ = size;
@@ -122,13 +134,13 @@ bool BerReader::Fetch(std::uint64_t offset, std::uint32_t least, BerSpan& span) 
 
 bool BerReader::ReadHeader(std::uint64_t offset, std::uint64_t end, BerHeader& header) noexcept {
   if (offset >= end) return Refuse(kCutHeader);
-  const std::uint64_t room = end - offset;
+  const std::uint64_t available = end - offset;
   BerSpan span;
-  if (!Fetch(offset, static_cast<std::uint32_t>(std::min<std::uint64_t>(room, kMaxHeader)), span))
+  if (!Fetch(offset, static_cast<std::uint32_t>(std::min<std::uint64_t>(available, kMaxHeader)), span))
     return false;
-  if (span.size > room) span.size = static_cast<std::uint32_t>(room);
+  if (span.size > available) span.size = static_cast<std::uint32_t>(available);
   if (!ParseHeader(span, header)) return Refuse(kCutHeader);
-  if (header.length > room - header.size) {
+  if (header.length > available - header.size) {
     return Refuse("A length of the message passes the end of what holds it");
   }
   return true;

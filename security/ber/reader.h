@@ -15,7 +15,7 @@ enum BerIdentifier : std::uint8_t {
   kObjectIdentifier = 0x06,
   kSequence = 0x30,
   kSet = 0x31,
-  kConstructed = 0x20,  ///< the bit that tells constructed from primitive
+  kConstructed = 0x20,  ///< the bit that is set in a constructed element
   kContext0Primitive = 0x80,
   kContext0 = 0xA0,
   kContext1 = 0xA1,
@@ -38,14 +38,15 @@ struct BerSpan {
   std::uint32_t size = 0;
 };
 
-/// A window that moves over a source, so that small elements cost no read each.
+/// A window that moves over a source, so that not every small element costs a read. It refers to the source
+/// and owns the window, which is wiped: content passes through it.
 ///
-/// Reading onwards makes the window's reads grow to kStreamBuffer; a jump far ahead starts them small again,
-/// as only a header is wanted there.
+/// Reads grow up to kStreamBuffer while the source is read onwards. After a jump far ahead they start small
+/// again, as only a header is wanted there.
 class BerReader {
  public:
-  /// The longest header taken: five octets of tag number and sixteen of length (X.690 allows a length any
-  /// number of leading zeros).
+  /// The longest header accepted: five octets of tag number and sixteen of length. X.690 allows a length any
+  /// number of leading zeros.
   static constexpr std::uint32_t kMaxHeader = 1 + 5 + 1 + 16;
 
   explicit BerReader(IByteSource& source) noexcept : source_(source) {}
@@ -54,15 +55,16 @@ class BerReader {
   ~BerReader() = default;
 
   std::uint64_t GetSize() const noexcept { return source_.GetSize(); }
-  /// The bytes from `offset` on that the window holds, at least `least` of them; the source has to hold as
-  /// many there, and `least` is at most kMaxHeader.
+  /// Gives the bytes of the window from `offset` on, at least `least` of them. Precondition: `least` is at
+  /// most kMaxHeader, and `offset + least <= GetSize()`.
   bool Fetch(std::uint64_t offset, std::uint32_t least, BerSpan& span) noexcept;
-  /// Reads the header at `offset`. The element has to fit before `end`, an offset of the source.
+  /// Reads the header at `offset`. An element that does not end at or before the offset `end` is refused.
   bool ReadHeader(std::uint64_t offset, std::uint64_t end, BerHeader& header) noexcept;
 
-  /// Records that the bytes were read and are not what they have to be. Returns false.
+  /// Records that the bytes were read and break the grammar. Returns false.
   bool Refuse(const char* reason) noexcept;
-  /// True after Refuse(), which ReadHeader calls too: the bytes are to blame, not the source or the memory.
+  /// True after Refuse(), which ReadHeader calls too. It separates "this is no message", which may be plain
+  /// content, from "this could not be read", which never is.
   bool IsRefused() const noexcept { return refused_; }
 
  private:

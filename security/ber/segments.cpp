@@ -5,11 +5,13 @@
 
 #include "security/failure.h"
 
+// Steps through octet strings of any size and number of segments: BerWalker measures a message's content with
+// BerSegments when the message is loaded, BerContent streams it when it is verified, decrypted or copied.
 namespace OruOssSec {
 
 namespace {
 
-// So much is worth a read of its own.
+// From this size on octets are read straight into the target instead of being copied out of the window.
 constexpr std::uint32_t kLargeRead = 16 * 1024;
 
 }  // namespace
@@ -18,19 +20,21 @@ BerSegments::BerSegments(BerReader& reader, std::uint64_t offset, std::uint64_t 
                          std::uint8_t identifier) noexcept
     : reader_(reader), position_(offset), end_(end), identifier_(identifier) {}
 
-// Leaves the levels whose definite length is used up; true when the string itself has ended.
+// Leaves the levels whose definite length is used up, which nothing in the bytes marks. True when the string
+// itself has ended.
 bool BerSegments::LeaveEnded() noexcept {
   while (depth_ > 0 && !levels_[depth_ - 1].indefinite && position_ == levels_[depth_ - 1].end) --depth_;
   return depth_ == 0 && started_;
 }
 
+// An indefinite level has no end of its own: it must not pass that of its container.
 bool BerSegments::Enter(const BerHeader& header, std::uint64_t end) noexcept {
   if (depth_ == kMaxNest) return reader_.Refuse("The segments of the content are nested too deeply");
   levels_[depth_++] = {header.indefinite ? end : position_ + header.length, header.indefinite};
   return true;
 }
 
-// Passes one header. The extent is empty unless it was that of a segment with content.
+// Consumes one header. `extent` is set only for a non-empty primitive segment.
 bool BerSegments::Step(BerExtent& extent) noexcept {
   const std::uint64_t end = depth_ > 0 ? levels_[depth_ - 1].end : end_;
   const std::uint8_t wanted = depth_ > 0 ? static_cast<std::uint8_t>(kOctetString) : identifier_;
@@ -58,7 +62,8 @@ bool BerSegments::Next(BerExtent& extent) noexcept {
   return true;
 }
 
-// Makes the segment in progress one that holds octets still to be read, or empty at the end.
+// Moves on to a segment with octets that are still to be read; an empty one means the end. The content was
+// measured when the message was loaded, so another number of octets means that the file changed.
 bool BerContent::FindExtent() noexcept {
   if (extent_.size == 0 && !segments_.Next(extent_)) return false;
   if (extent_.size > left_ || (extent_.size == 0 && left_ != 0)) {

@@ -6,11 +6,11 @@
 
 namespace OruOssSec {
 
-/// Where an octet string lies in a source: primitive, or in segments, whose number has no bound, so that
-/// nothing but the place of the whole is kept.
+/// Where an octet string lies in a source, primitive or in segments. The number of segments has no bound, so
+/// only the extent of the whole is kept.
 struct BerOctets {
   std::uint64_t offset = 0;     ///< of its identifier octet
-  std::uint64_t end = 0;        ///< of what holds it
+  std::uint64_t end = 0;        ///< of the element that contains it
   std::uint64_t length = 0;     ///< content octets in all
   std::uint8_t identifier = 0;  ///< in its primitive form
 };
@@ -21,22 +21,23 @@ struct BerExtent {
   std::uint64_t size = 0;
 };
 
-/// Steps through the segments of an octet string (X.690, 8.7) with constant memory.
+/// Steps through the segments of an octet string (X.690, 8.7) in constant memory. Refers to the reader.
 ///
 ///   string   = primitive | constructed
 ///   constructed holds segments: OCTET STRING elements, primitive or constructed themselves, at most
-///   kMaxNest levels deep; ended by its length or by an end-of-contents
+///   kMaxNest levels deep; it ends by its length or by an end-of-contents
 class BerSegments {
  public:
+  /// Nesting has no use, so this is generous. The bound keeps the levels in an array and the memory constant.
   static constexpr std::uint32_t kMaxNest = 8;
 
-  /// `identifier` is that of the primitive form; `end` is where the string has to end at the latest.
+  /// `identifier` is that of the primitive form; the string has to end at or before `end`.
   BerSegments(BerReader& reader, std::uint64_t offset, std::uint64_t end, std::uint8_t identifier) noexcept;
 
-  /// Steps to the next segment that is not empty; one of size 0 stands for the end. False when the bytes are
-  /// no octet string.
+  /// Steps to the next segment that is not empty; one of size 0 means the end. False when the bytes are no
+  /// octet string.
   bool Next(BerExtent& extent) noexcept;
-  /// Offset behind the string, once Next() came to its end.
+  /// Offset after the string, once Next() came to its end.
   std::uint64_t GetEnd() const noexcept { return position_; }
 
  private:
@@ -58,8 +59,8 @@ class BerSegments {
   Level levels_[kMaxNest] = {};
 };
 
-/// Streams the content octets of an octet string. Every operation fails when the source cannot be read or is
-/// no longer what it was.
+/// Streams the content octets of an octet string that BerWalker::SkipOctets measured. Refers to the source.
+/// Every operation fails when the source cannot be read or no longer has the same structure.
 class BerContent {
  public:
   BerContent(IByteSource& source, const BerOctets& octets) noexcept
@@ -68,10 +69,10 @@ class BerContent {
         segments_(reader_, octets.offset, octets.end, octets.identifier),
         left_(octets.length) {}
 
-  /// The next run, as large as the window allows; one of size 0 stands for the end.
+  /// The next run, as large as the window allows; one of size 0 means the end.
   bool Next(BerSpan& span) noexcept;
-  /// Puts up to `most` octets, which is not 0, at `target`; 0 of them stand for the end. Large segments get
-  /// there at once, without a copy in between.
+  /// Puts up to `most` octets at `target`; `most` is not 0. `got` is 0 only at the end. Large segments are
+  /// read straight into `target`.
   bool Read(std::uint8_t* target, std::uint32_t most, std::uint32_t& got) noexcept;
 
  private:

@@ -13,6 +13,8 @@ constexpr const char* kChanged = "The file changed while it was read";
 
 }  // namespace
 
+// Reading BER needs the size in advance and jumps over the content, which no pipe can do. The message says
+// what helps, as users pipe messages into commands.
 bool FileSource::Open(const OruGuiBase::File& file, Access access) noexcept {
   if (!reader_.Open(file)) return false;
   if (access == Access::Anywhere && !reader_.IsRegular())
@@ -34,9 +36,11 @@ bool FileSource::ReadNext(std::uint8_t* buffer, std::uint32_t size, std::uint32_
   if (count < 0) return FailWith(kUnread);
   got = static_cast<std::uint32_t>(count);
   taken_ += got;
+  // FileReader::Read returns fewer bytes than asked only at the end.
   ended_ = got < size;
+  // Size 0 is that of a pipe or a file made by the system, which may have any number of bytes.
   if (size_ != 0 && (taken_ > size_ || (ended_ && taken_ != size_))) return FailWith(kChanged);
-  // A source rewritten at the same size would be protected as a mixture of both contents.
+  // A file rewritten meanwhile with the same size would be protected as a mixture of both contents.
   return !ended_ || reader_.IsUnchanged() || FailWith(kChanged);
 }
 

@@ -8,7 +8,7 @@
 
 namespace OruOssSec {
 
-/// Bytes that can be read at any place.
+/// Bytes that can be read at any place. A reader refers to its source, which has to outlive it.
 class IByteSource {
  public:
   virtual ~IByteSource() = default;
@@ -17,12 +17,13 @@ class IByteSource {
   virtual bool ReadAt(std::uint64_t offset, std::uint8_t* buffer, std::uint32_t size) noexcept = 0;
 };
 
-/// A file, kept open. It must not change while it is read: that is a failure where it shows.
+/// A file, kept open until destruction. It must not change while it is read: a change that shows is a
+/// failure.
 class FileSource final : public IByteSource {
  public:
   enum class Access {
-    Anywhere,  ///< with ReadAt, which takes a regular file
-    Onwards,   ///< with ReadNext alone: a pipe will do
+    Anywhere,  ///< ReadAt, in any order; only a regular file can be read so
+    Onwards,   ///< ReadNext alone; a pipe or device is read too
   };
 
   bool Open(const OruGuiBase::File& file, Access access) noexcept;
@@ -42,7 +43,7 @@ class FileSource final : public IByteSource {
   bool ended_ = false;
 };
 
-/// Bytes in memory, shared with whoever else holds the blob.
+/// Bytes in memory; holds a reference to the blob.
 class BlobSource final : public IByteSource {
  public:
   explicit BlobSource(const OruGuiBase::Blob& bytes) noexcept : bytes_(bytes) {}
@@ -53,7 +54,7 @@ class BlobSource final : public IByteSource {
   OruGuiBase::Blob bytes_;
 };
 
-/// Bytes in memory that somebody else keeps for as long as they are read.
+/// Bytes in memory that it does not own: they have to outlive it.
 class ViewSource final : public IByteSource {
  public:
   ViewSource(const std::uint8_t* data, std::uint64_t size) noexcept : data_(data), size_(size) {}

@@ -4,6 +4,8 @@
 
 #include "security/failure.h"
 
+// Walks over the structure of a message. The grammars of messages (cms/skeleton.cpp), recipients
+// (cms/parties.cpp) and signing times (cms/verifying.cpp) are written down with it.
 namespace OruOssSec {
 
 namespace {
@@ -19,13 +21,14 @@ bool BerWalker::Refuse(const char* reason) noexcept {
   return reader_.Refuse(reason);
 }
 
-// What is beyond our limit may be a message all the same, so the bytes are not refused.
+// Something beyond our limit may be a valid message, so the bytes are not refused.
 bool BerWalker::FailTooLarge() noexcept {
   failed_ = true;
   tooLarge_ = true;
   return FailWith(kTooLarge);
 }
 
+// Takes over a failure of the reader or of memory, which has recorded its reason.
 bool BerWalker::Check(bool passed) noexcept {
   if (!passed) failed_ = true;
   return passed;
@@ -62,6 +65,7 @@ bool BerWalker::Enter(std::uint8_t identifier) noexcept {
   if (depth_ == kMaxDepth) return Refuse("The message is nested too deeply");
   const std::uint64_t end = GetEnd();
   position_ += header.size;
+  // An indefinite level has no end of its own: it must not pass that of its container.
   levels_[depth_++] = {header.indefinite ? end : position_ + header.length, header.indefinite};
   return true;
 }
@@ -69,13 +73,14 @@ bool BerWalker::Enter(std::uint8_t identifier) noexcept {
 bool BerWalker::Leave() noexcept {
   if (failed_) return false;
   if (!IsAtEnd()) return Refuse(kUnexpected);
-  if (IsIndefinite()) position_ += 2;
+  if (IsIndefinite()) position_ += 2;  // the end-of-contents that IsAtEnd saw
   --depth_;
   return true;
 }
 
-// The end of the element that comes next. Inside an indefinite length only the headers are looked at, and
-// what has a definite length is jumped over. An element of more than `most` octets is followed no further.
+// Finds the end of the next element. Inside an indefinite length each header is read, and an element of
+// definite length is jumped over. Gives up on an element of more than `most` octets, so that the work for a
+// hostile one is bounded too.
 bool BerWalker::FindEnd(std::uint64_t most, std::uint64_t& end) noexcept {
   std::uint32_t depth = 0;
   end = position_;
@@ -104,6 +109,7 @@ bool BerWalker::Copy(std::uint64_t size, BerBuffer& target) noexcept {
   return true;
 }
 
+// A definite length says at once that the element is too large, an indefinite one only on the way.
 bool BerWalker::TakeRest(BerBuffer& target) noexcept {
   BerHeader header;
   if (!Peek(header)) return false;
@@ -146,6 +152,7 @@ bool BerWalker::SkipOctets(std::uint8_t identifier, BerOctets& octets) noexcept 
   if (failed_) return false;
   if (IsAtEnd()) return Refuse(kUnexpected);
   octets = {position_, GetEnd(), 0, identifier};
+  // One pass measures the string and checks its structure, so that later reads only stream it.
   BerSegments segments(reader_, position_, GetEnd(), identifier);
   BerExtent extent;
   do {

@@ -9,29 +9,30 @@
 
 namespace OruOssSec {
 
-/// Reads elements one after the other as a grammar names them: BER of any form (X.690, 8), lengths and
-/// offsets of 64 bits.
+/// Reads elements in the order in which a grammar names them: BER of any form (X.690, 8), lengths and offsets
+/// of 64 bits. Refers to the reader.
 ///
 /// The first failure records its reason and ends the walk: every later operation fails too, so a grammar can
-/// be written down and its outcome asked for once. Elements that are taken are copied as they stand, at most
-/// kMaxTaken octets in all.
+/// be written down as a list of calls and its outcome asked for once. Elements that are taken are copied
+/// unchanged, at most kMaxTaken octets in all.
 class BerWalker {
  public:
+  /// Levels of Enter. The deepest grammar of ours enters five.
   static constexpr std::uint32_t kMaxDepth = 16;
   static constexpr std::uint64_t kMaxTaken = CMSLimits::kSkeleton;
-  /// Indefinite lengths inside each other in an element that is taken or skipped whole.
+  /// Nested indefinite lengths in an element that is taken or skipped whole.
   static constexpr std::uint32_t kMaxInnerDepth = 32;
 
   explicit BerWalker(BerReader& reader) noexcept : reader_(reader), end_(reader.GetSize()) {}
 
   /// Whether an element with this identifier octet comes next in the container.
   bool Is(std::uint8_t identifier) noexcept;
-  /// Whether the container holds nothing more.
+  /// Whether no element is left in the container.
   bool IsAtEnd() noexcept;
 
   /// Steps into a constructed element.
   bool Enter(std::uint8_t identifier) noexcept;
-  /// Steps out of it again; it must hold nothing more.
+  /// Steps out of it again; no element may be left in it.
   bool Leave() noexcept;
   /// Appends the next element, header and all.
   bool Take(std::uint8_t identifier, BerBuffer& target) noexcept;
@@ -40,17 +41,17 @@ class BerWalker {
   bool TakeContents(std::uint8_t identifier, BerBuffer& target) noexcept;
   /// Passes the next element, however long.
   bool SkipAny() noexcept;
-  /// Passes an octet string, primitive or in segments, and tells where it lies; `identifier` is that of its
+  /// Passes an octet string, primitive or in segments, and says where it lies. `identifier` is that of its
   /// primitive form.
   bool SkipOctets(std::uint8_t identifier, BerOctets& octets) noexcept;
-  /// The source must hold nothing more.
+  /// Fails unless the source ends here.
   bool Finish() noexcept;
 
   bool IsFailed() const noexcept { return failed_; }
   /// Whether the walk ended because more than kMaxTaken octets were to be taken.
   bool IsTooLarge() const noexcept { return tooLarge_; }
-  /// Ends the walk because the bytes are not what they have to be (BerReader::Refuse). Does nothing to a walk
-  /// that has ended: an earlier failure may be that of the source.
+  /// Ends the walk because the bytes break the grammar (BerReader::Refuse). Does nothing after a failure: the
+  /// earlier one may be that of the source, which refuses nothing.
   bool Refuse(const char* reason) noexcept;
 
  private:
