@@ -110,24 +110,13 @@ bool BerWalker::Copy(std::uint64_t size, BerBuffer& target) noexcept {
 }
 
 // A definite length says at once that the element is too large, an indefinite one only on the way.
-bool BerWalker::TakeRest(BerBuffer& target) noexcept {
+bool BerWalker::Take(std::uint8_t identifier, BerBuffer& target) noexcept {
   BerHeader header;
-  if (!Peek(header)) return false;
+  if (!Expect(identifier, header)) return false;
   if (!header.indefinite && header.size + header.length > kMaxTaken - taken_) return FailTooLarge();
   std::uint64_t end = 0;
   if (!FindEnd(kMaxTaken - taken_, end)) return false;
   return Copy(end - position_, target);
-}
-
-bool BerWalker::Take(std::uint8_t identifier, BerBuffer& target) noexcept {
-  BerHeader header;
-  return Expect(identifier, header) && TakeRest(target);
-}
-
-bool BerWalker::TakeAny(BerBuffer& target) noexcept {
-  if (failed_) return false;
-  if (IsAtEnd()) return Refuse(kUnexpected);
-  return TakeRest(target);
 }
 
 bool BerWalker::TakeContents(std::uint8_t identifier, BerBuffer& target) noexcept {

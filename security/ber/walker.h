@@ -36,7 +36,6 @@ class BerWalker {
   bool Leave() noexcept;
   /// Appends the next element, header and all.
   bool Take(std::uint8_t identifier, BerBuffer& target) noexcept;
-  bool TakeAny(BerBuffer& target) noexcept;
   /// Appends the contents of a primitive element.
   bool TakeContents(std::uint8_t identifier, BerBuffer& target) noexcept;
   /// Passes the next element, however long.
@@ -67,7 +66,6 @@ class BerWalker {
   bool Peek(BerHeader& header) noexcept;
   bool Expect(std::uint8_t identifier, BerHeader& header) noexcept;
   bool FindEnd(std::uint64_t most, std::uint64_t& end) noexcept;
-  bool TakeRest(BerBuffer& target) noexcept;
   bool Copy(std::uint64_t size, BerBuffer& target) noexcept;
 
   BerReader& reader_;

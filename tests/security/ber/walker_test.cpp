@@ -63,7 +63,7 @@ TEST_F(BerWalkerTest, TakenElementsAreCopiedAsTheyStand) {
   ASSERT_TRUE(walker.Enter(0x30));
   ASSERT_TRUE(walker.Take(0x31, taken_)) << GetReason();
   EXPECT_EQ(ToString(taken_), element);
-  ASSERT_TRUE(walker.TakeAny(taken_));
+  ASSERT_TRUE(walker.Take(0x02, taken_));
   EXPECT_EQ(ToString(taken_), element + Tlv(0x02, "x"));
 }
 
@@ -84,7 +84,6 @@ TEST_F(BerWalkerTest, FirstFailureStandsAndEndsTheWalk) {
   EXPECT_FALSE(walker.IsAtEnd());
   EXPECT_FALSE(walker.Enter(0x02));
   EXPECT_FALSE(walker.Take(0x02, taken_));
-  EXPECT_FALSE(walker.TakeAny(taken_));
   EXPECT_FALSE(walker.TakeContents(0x02, taken_));
   EXPECT_FALSE(walker.SkipAny());
   EXPECT_FALSE(walker.SkipOctets(0x04, octets));
@@ -107,9 +106,6 @@ TEST_F(BerWalkerTest, UsedUpContainerHoldsNothing) {
     EXPECT_FALSE(walker_->Take(0x02, taken_));
     EXPECT_EQ(GetReason(), kUnexpected);
     ASSERT_TRUE(Walk(bytes).Enter(0x30));
-    EXPECT_FALSE(walker_->TakeAny(taken_));
-    EXPECT_EQ(GetReason(), kUnexpected);
-    ASSERT_TRUE(Walk(bytes).Enter(0x30));
     EXPECT_FALSE(walker_->SkipAny());
     EXPECT_EQ(GetReason(), kUnexpected);
     ASSERT_TRUE(Walk(bytes).Enter(0x30));
@@ -120,7 +116,7 @@ TEST_F(BerWalkerTest, UsedUpContainerHoldsNothing) {
 
 TEST_F(BerWalkerTest, EndOfContentsIsNoElementOfADefiniteLength) {
   ASSERT_TRUE(Walk(Tlv(0x30, Hex("0000"))).Enter(0x30));
-  EXPECT_FALSE(walker_->TakeAny(taken_));
+  EXPECT_FALSE(walker_->SkipAny());
   EXPECT_EQ(GetReason(), kUnexpected);
 }
 
@@ -168,7 +164,7 @@ TEST_F(BerWalkerTest, LimitOfWhatIsTakenHoldsForAllTogether) {
 }
 
 TEST_F(BerWalkerTest, ElementThatIsTooLargeIsRefusedUnread) {
-  EXPECT_FALSE(Walk(Tlv(0x04, std::string(BerWalker::kMaxTaken, 'x'))).TakeAny(taken_));
+  EXPECT_FALSE(Walk(Tlv(0x04, std::string(BerWalker::kMaxTaken, 'x'))).Take(0x04, taken_));
   EXPECT_EQ(GetReason(), kTooLarge);
   EXPECT_EQ(source_->reads, 1);
   EXPECT_TRUE(taken_.IsEmpty());
@@ -178,7 +174,7 @@ TEST_F(BerWalkerTest, SourceThatFailsEndsTheWalkWithItsReason) {
   Walk(Tlv(0x30, Tlv(0x04, std::string(100000, 'x'))));
   source_->failsFrom = 50000;
   ASSERT_TRUE(walker_->Enter(0x30));
-  EXPECT_FALSE(walker_->TakeAny(taken_));
+  EXPECT_FALSE(walker_->Take(0x04, taken_));
   EXPECT_EQ(GetReason(), "The source failed");
   EXPECT_FALSE(walker_->SkipAny());
 }
