@@ -8,11 +8,13 @@
 
 #include "security/x509/strength.h"
 
+// Ranks the possible issuers of a certificate for ChainSearch, its only user. A list may hold thousands of
+// certificates of one name, so everything that is costly is done once for each of them.
 namespace OruOssSec {
 namespace {
 
-// Comparing times of certificates parses both; a number for each sorts thousands of them. 0 for one that
-// cannot be read.
+// A time as a number that sorts like it, since comparing two ASN1_TIMEs parses both. 0 for one that cannot be
+// read, which then comes last.
 std::int64_t Number(const ASN1_TIME* time) {
   std::tm fields = {};
   if (ASN1_TIME_to_tm(time, &fields) != 1) return 0;
@@ -23,13 +25,14 @@ std::int64_t Number(const ASN1_TIME* time) {
   return number;
 }
 
+// The order that CertPool::Find documents.
 bool ComesFirst(const PoolEntry& a, const PoolEntry& b) {
   return std::tie(a.isPreferred, a.isTrusted, a.isSelfSigned, a.end) >
          std::tie(b.isPreferred, b.isTrusted, b.isSelfSigned, b.end);
 }
 
-// What JudgePath would refuse in an issuer wherever it stands. Being too strict here costs only an
-// explanation in other words: see ChainSearch.
+// False for what JudgePath would refuse in an issuer at any place of a path. A mistake on the strict side
+// would cost only another explanation, as ChainSearch::Explain builds the nearest path from unsound ones too.
 bool IsFitToIssue(X509* certificate, const X509_VERIFY_PARAM* parameters) {
   return (X509_get_extension_flags(certificate) & (EXFLAG_CRITICAL | EXFLAG_INVALID)) == 0 &&
          X509_check_ca(certificate) != 0 && !HasShortKey(certificate) &&
@@ -55,6 +58,7 @@ void CertPool::Add(const STACK_OF(X509) * certificates, bool areTrusted) {
   }
 }
 
+// Keys are the same when their SubjectPublicKeyInfo is, algorithm and parameters included.
 std::size_t CertPool::NumberKey(const X509* certificate) {
   unsigned char* der = nullptr;
   const int size = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(certificate), &der);

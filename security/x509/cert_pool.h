@@ -8,11 +8,11 @@
 
 #include "security/openssl_handles.h"
 
-// Private to this folder: the certificates that a chain can be built from, found by the name of their
-// subject.
+// The certificates that a chain can be built from, found by the name of their subject.
 namespace OruOssSec {
 
-/// A certificate that may stand above another one in a chain.
+/// A certificate that may be the issuer of another one. It refers to the certificate without a reference of
+/// its own.
 struct PoolEntry {
   X509* certificate = nullptr;
   bool isTrusted = false;
@@ -20,31 +20,30 @@ struct PoolEntry {
   bool isSelfSigned = false;
   /// Nothing in the certificate itself keeps it from being an issuer at the time of the check.
   bool isSound = false;
-  /// Its own signature proves nothing, so it has to be the end of a chain.
+  /// Its own signature is too weak to prove anything, so a chain can only end here.
   bool hasWeakSignature = false;
-  /// Set by the search: no chain leads from here to a trusted certificate, whatever stands below.
+  /// Set by the search: no chain leads from here to a trusted certificate, whatever is below.
   bool isDeadEnd = false;
-  /// The same for all certificates of one key.
+  /// A number that is the same for all certificates of one key.
   std::size_t key = 0;
-  /// What a check of a signature with the key costs (see GetCheckCost).
+  /// What a check of a signature with the key costs (GetCheckCost).
   std::uint32_t checkCost = 1;
-  /// End of the validity; greater is later.
+  /// End of the validity as digits, year first: a greater number is later.
   std::int64_t end = 0;
 };
 
-/// Certificates by subject. Those of one subject are looked at when they are first asked for, so a large
-/// store costs little more than reading it. References into a stack are not counted: it has to outlive the
-/// pool.
+/// Certificates by subject. Those of one subject are examined when they are first asked for, so a large store
+/// costs little more than reading it. The pool owns no certificate: the stacks have to outlive it.
 ///
 /// The functions throw std::bad_alloc on allocation failure.
 class CertPool {
  public:
-  /// `parameters` hold the time of the check.
+  /// `parameters` hold the time of the check and have to outlive the pool.
   explicit CertPool(const X509_VERIFY_PARAM* parameters) noexcept : parameters_(parameters) {}
 
   /// Marks certificates, before they are added.
   void Prefer(const STACK_OF(X509) * certificates);
-  /// Adds certificates; one that is there already is not added twice, so trusted ones come first.
+  /// Adds certificates. One that is there already is left as it is, so trusted ones are added first.
   void Add(const STACK_OF(X509) * certificates, bool areTrusted);
 
   /// The certificates with this subject in the order in which they are tried: preferred ones, trusted ones,

@@ -10,17 +10,23 @@
 #include "security/x509/cert_pool.h"
 #include "security/x509/strength.h"
 
+// Finds the chain of a certificate (RFC 5280, 6). Certificate::VerifyChain and the check of signers call
+// FindChain; nothing else does.
+//
+// ChainSearch proposes paths, and OpenSSL judges each complete one by itself. OpenSSL's own search is not
+// used: it does not come back from an issuer that leads nowhere, and its choice differs between its versions.
 namespace OruOssSec {
 namespace {
 
 using ChainPath = std::vector<X509*>;
 
+// OpenSSL hands its context to the two callbacks below; the path travels in it.
 ChainPath& PathOf(X509_STORE_CTX* context) {
   return *static_cast<ChainPath*>(X509_STORE_CTX_get_app_data(context));
 }
 
-// Gives OpenSSL the next certificate of the path as the issuer, so that its own way of
-// choosing among several, which differs between its versions, never matters.
+// Gives OpenSSL the next certificate of the path as the issuer, so that its own choice among several never
+// matters.
 int GetNext(X509** issuer, X509_STORE_CTX* context, X509* subject) {
   const ChainPath& path = PathOf(context);
   const auto found = std::find(path.begin(), path.end(), subject);
@@ -32,7 +38,7 @@ int GetNext(X509** issuer, X509_STORE_CTX* context, X509* subject) {
   return 1;
 }
 
-// A certificate that is trusted itself is looked up by its subject.
+// OpenSSL asks by subject whether a certificate is trusted itself.
 STACK_OF(X509) * FindBySubject(X509_STORE_CTX* context, const X509_NAME* subject) {
   CertStackPtr found(sk_X509_new_null());
   if (found == nullptr) return nullptr;
@@ -44,7 +50,7 @@ STACK_OF(X509) * FindBySubject(X509_STORE_CTX* context, const X509_NAME* subject
   return found.release();
 }
 
-// OpenSSL ends a chain where it sees fit; what was judged has to be the path, certificate by certificate.
+// OpenSSL may end a chain earlier than the path. Then it judged something else, which must not count.
 bool IsPath(const STACK_OF(X509) * chain, const ChainPath& path) {
   if (sk_X509_num(chain) != static_cast<int>(path.size())) return false;
   for (std::size_t i = 0; i < path.size(); ++i) {
@@ -59,7 +65,8 @@ void Refuse(ChainVerdict& verdict, int code, const char* text) {
   verdict.text = text;
 }
 
-// What the last certificate says about itself is not relied upon: it is trusted. Its key is relied upon.
+// The last certificate is trusted as it is, so its own signature proves nothing and is not looked at. Its key
+// signs the next one and has to be strong.
 void CheckStrength(ChainVerdict& verdict) {
   const int count = sk_X509_num(verdict.chain.get());
   for (int i = 0; i < count; ++i) {
@@ -73,8 +80,9 @@ void CheckStrength(ChainVerdict& verdict) {
   }
 }
 
-// Sets the time and the type of chain in a context. No other limit of OpenSSL's configuration applies.
-// A check time that is set wins over the flag that leaves time out, so only one of them is given.
+// Sets the time and the type of chain in a context. The security level is 0, as a system's configuration must
+// not decide what is valid: CheckStrength does. In OpenSSL a check time that is set wins over the flag that
+// leaves time out, so only one of them is given.
 void SetChainParameters(X509_VERIFY_PARAM* parameters, const ChainRules& rules) {
   unsigned long bits = 0;
   if (rules.checkRevocation) bits |= X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL;
@@ -85,8 +93,8 @@ void SetChainParameters(X509_VERIFY_PARAM* parameters, const ChainRules& rules) 
   if (!rules.ignoreTime) X509_VERIFY_PARAM_set_time(parameters, rules.time);
 }
 
-// Verifies exactly this path, from its first certificate to its last, which is trusted. What is too weak by
-// our own rule (see strength.h) is refused too: OpenSSL's depends on how a system configured it.
+// Verifies exactly this path, from its first certificate to its last, which is trusted, and refuses what is
+// too weak by our own rules (strength.h).
 ChainVerdict JudgePath(ChainPath& path, const ChainRules& rules) {
   ChainVerdict verdict;
   verdict.code = X509_V_ERR_OUT_OF_MEM;
@@ -118,9 +126,9 @@ ChainVerdict JudgePath(ChainPath& path, const ChainRules& rules) {
 
 constexpr const char* kSpent = "Too many certificates of the same name to find a chain";
 
-// Before it is checked a certificate is hashed, and its size is not ours to choose either.
+// The check of a signature hashes the certificate first, whose size its maker chose.
 std::uint32_t GetHashCost(const X509* certificate) {
-  constexpr std::uint32_t kOctetsOfAUnit = 16 * 1024;
+  constexpr std::uint32_t kOctetsOfAUnit = 16 * 1024;  // counted as one unit of GetCheckCost
   const int size = i2d_X509(certificate, nullptr);
   return size > 0 ? static_cast<std::uint32_t>(size) / kOctetsOfAUnit : 0;
 }
@@ -139,12 +147,13 @@ ChainVerdict RefusalOfTheSearch() {
 }
 
 /// One search for a chain, depth first: the best issuer first, the next one when it leads nowhere. Complete
-/// paths are judged by OpenSSL; the search only proposes them and never accepts one by itself.
+/// paths are judged by OpenSSL; the search only proposes them and never accepts one by itself. It refers to
+/// the certificates of its sources and lives for one call of FindChain.
 ///
-/// The limits are far above what real lists need, where one issuer for each certificate fits nearly always;
-/// they bound the time that a store or message made for the purpose can cost to a few seconds. Whoever made
-/// it also chose its keys, and a check with one key can take a hundred times as long as with another, so
-/// checks are counted by what they cost.
+/// The limits are far above what real lists need, where nearly always one issuer fits each certificate. They
+/// bound the time that a hostile store or message can cost to a few seconds. Its maker also chose its keys,
+/// and a check with one key can take a hundred times as long as with another, so checks are counted by their
+/// cost.
 class ChainSearch {
  public:
   /// Certificates of a path; OpenSSL's own limit is a little higher.
@@ -164,7 +173,7 @@ class ChainSearch {
   enum class Result {
     Verified,
     Spent,    ///< a limit was reached
-    Refused,  ///< there were paths, or might be over another way
+    Refused,  ///< there were paths that failed, or there may be one over another way
     DeadEnd,  ///< nothing above leads to a trusted certificate
   };
 
@@ -190,7 +199,8 @@ class ChainSearch {
   bool isTrusted_ = false;
   bool isSelfSigned_ = false;
   ChainPath path_;
-  std::vector<PoolEntry*> tops_;  // the same without the first
+  std::vector<PoolEntry*> tops_;  // the entries of the path after the first
+  // Results of checks, by certificate and number of the issuer's key.
   std::map<std::pair<const X509*, std::size_t>, bool> signatures_;
   std::uint32_t steps_ = 0;
   std::uint32_t work_ = 0;
@@ -211,13 +221,14 @@ ChainSearch::ChainSearch(X509* certificate, const ChainSources& sources, const C
   path_.push_back(certificate);
 }
 
-// A trusted certificate may be the first of a partial chain as well, but such a chain would hide its issuer.
+// A partial chain could also end at its first certificate when that one is trusted. It would hide the issuer
+// that callers ask for, so Run tries it only when nothing else is found.
 bool ChainSearch::IsComplete() const {
   return IsTopTrusted() && (IsTopSelfSigned() || (rules_.allowPartialChain && path_.size() > 1));
 }
 
-// The path over another certificate of the same name and key would be longer and no better, except when the
-// caller prefers the issuer at its beginning.
+// A path that visits a name and key twice is longer than one that visits them once, and no better. A
+// preferred issuer at the beginning is the exception: it may be the detour that the caller wants.
 bool ChainSearch::IsOnPath(const PoolEntry& entry) const {
   const auto isEqual = [this, &entry](const PoolEntry* top) {
     if (top == tops_.front() && top->isPreferred) return top == &entry;
@@ -227,6 +238,7 @@ bool ChainSearch::IsOnPath(const PoolEntry& entry) const {
   return X509_cmp(path_.front(), entry.certificate) == 0 || std::any_of(tops_.begin(), tops_.end(), isEqual);
 }
 
+// A key that may not sign certificates still fits here, so that its refusal is explained as what it is.
 bool ChainSearch::FitsByName(const PoolEntry& issuer) {
   const int result = X509_check_issued(issuer.certificate, path_.back());
   return result == X509_V_OK || result == X509_V_ERR_KEYUSAGE_NO_CERTSIGN;
@@ -245,7 +257,7 @@ bool ChainSearch::HasSigned(const PoolEntry& issuer) {
   return hasSigned;
 }
 
-// What OpenSSL checks again when it judges the path.
+// The cost of the checks that OpenSSL repeats when it judges the path.
 std::uint32_t ChainSearch::GetPathCost() const {
   std::uint32_t cost = 0;
   for (std::size_t i = 0; i < tops_.size(); ++i) cost += tops_[i]->checkCost + GetHashCost(path_[i]);
@@ -262,6 +274,7 @@ void ChainSearch::Pop() {
   path_.pop_back();
 }
 
+// Keeps the verdict on the first path for the case that all are refused: it is the path that a user expects.
 ChainSearch::Result ChainSearch::Judge() {
   const std::uint32_t cost = GetPathCost();
   if (judged_ + path_.size() > kMostJudged || cost > kMostWork - std::min(work_, kMostWork)) {
@@ -276,6 +289,8 @@ ChainSearch::Result ChainSearch::Judge() {
   return isVerified ? Result::Verified : Result::Refused;
 }
 
+// Cheap conditions come first; the check of a signature is the expensive one. A dead end is remembered only
+// where it does not depend on the path below.
 ChainSearch::Result ChainSearch::TryIssuer(PoolEntry& issuer) {
   if (steps_ == kMostSteps || work_ >= kMostWork) return Result::Spent;
   ++steps_;
@@ -289,7 +304,7 @@ ChainSearch::Result ChainSearch::TryIssuer(PoolEntry& issuer) {
   return result;
 }
 
-// Looks for a chain over the top of the path.
+// Looks for a chain above the top of the path. The depth is bounded by kMostDepth, and so is the recursion.
 ChainSearch::Result ChainSearch::Climb() {
   if (IsComplete()) return Judge();
   if (IsTopSelfSigned() || (!tops_.empty() && tops_.back()->hasWeakSignature)) return Result::DeadEnd;
@@ -310,8 +325,8 @@ ChainVerdict ChainSearch::Run() {
   return result == Result::Spent ? RefusalOfTheSearch() : Explain();
 }
 
-// Among the issuers of the top's name the one that a user would call the issuer: the one that signed it,
-// then one that is sound, then the first.
+// Of the certificates with the name of the top's issuer, the one that a user would call the issuer:
+// preferably the one that signed it, then one that is sound, then the first.
 PoolEntry* ChainSearch::FindFittest() {
   PoolEntry* best = nullptr;
   int bestFitness = -1;
@@ -326,8 +341,8 @@ PoolEntry* ChainSearch::FindFittest() {
   return best;
 }
 
-// No path consisted of sound certificates alone: builds the one that comes nearest and says what is wrong
-// with it.
+// No path consisted of sound certificates alone: builds the one that comes nearest and lets OpenSSL say what
+// is wrong with it.
 ChainVerdict ChainSearch::Explain() {
   while (!IsComplete()) {
     PoolEntry* const issuer = IsTopSelfSigned() || path_.size() > kMostDepth ? nullptr : FindFittest();
@@ -337,6 +352,7 @@ ChainVerdict ChainSearch::Explain() {
   return Judge() == Result::Spent ? RefusalOfTheSearch() : std::move(verdict_);
 }
 
+// The codes are those that OpenSSL gives for the same situations, so that callers and users know them.
 ChainVerdict ChainSearch::ExplainDeadEnd() const {
   const bool isAlone = path_.size() == 1;
   if (path_.size() > kMostDepth) return Refusal(X509_V_ERR_CERT_CHAIN_TOO_LONG);

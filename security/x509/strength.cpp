@@ -3,10 +3,12 @@
 #include <cstring>
 #include <openssl/core_names.h>
 
+// Judges the strength of keys and signatures. Chains, encrypting, signing and verifying all ask here:
+// OpenSSL's security level differs between distributions and can be configured away.
 namespace OruOssSec {
 namespace {
 
-// What a type costs of which nothing more is known; curves of 571 bits cost half of it.
+// The cost of a key type that is not measured here. The largest curves, of 571 bits, cost half of it.
 constexpr std::uint32_t kUnknownCost = 100;
 
 std::uint32_t GetExponentBits(const EVP_PKEY* key) noexcept {
@@ -17,6 +19,7 @@ std::uint32_t GetExponentBits(const EVP_PKEY* key) noexcept {
 }
 
 std::uint32_t GetRSACheckCost(const EVP_PKEY* key) noexcept {
+  // 17 bits are those of 65537. Rounded up, so that no check is free.
   constexpr std::uint64_t kUnit = std::uint64_t{4096} * 4096 * 17;
   const auto bits = static_cast<std::uint64_t>(EVP_PKEY_get_bits(key));
   const std::uint32_t exponentBits = GetExponentBits(key);
@@ -33,8 +36,9 @@ bool HasShortKey(const X509* certificate) noexcept {
          EVP_PKEY_get_bits(key) < kLeastBits;
 }
 
-// Algorithms that OpenSSL does not know make no chain in any case.
+// An algorithm that OpenSSL does not know is not weak by this rule: no signature of it verifies anyway.
 const char* FindWeakSignature(X509* certificate) noexcept {
+  // Bits of security, as of SHA-224, the least of the SHA-2 family.
   constexpr int kLeastSecurity = 112;
   int digest = NID_undef;
   int security = 0;
@@ -49,7 +53,7 @@ std::uint32_t GetCheckCost(const EVP_PKEY* key) noexcept {
     const char* group;
     std::uint32_t cost;
   } kGroups[] = {{"prime256v1", 1}, {"secp384r1", 10}, {"secp521r1", 10}};
-  if (key == nullptr) return 1;
+  if (key == nullptr) return 1;  // the check fails at once
   if (EVP_PKEY_is_a(key, "RSA") == 1 || EVP_PKEY_is_a(key, "RSA-PSS") == 1) return GetRSACheckCost(key);
   char name[80] = {};
   if (EVP_PKEY_get_group_name(key, name, sizeof(name), nullptr) != 1) return kUnknownCost;

@@ -4,6 +4,10 @@
 #include "security/failure.h"
 #include "security/openssl_handles.h"
 
+// Reads PEM (RFC 7468) and plain base64. Certificates, stores, keys and messages are loaded through it.
+//
+// Users paste such strings from mails and web pages, so explanations around a block are passed over. What
+// looks like a damaged object is a failure, never skipped: a trust list that lost an entry must not load.
 namespace OruOssSec {
 namespace {
 
@@ -14,7 +18,7 @@ constexpr const char* kWhite = " \t\r\n\f\v";
 constexpr std::string_view kBegin = "-----BEGIN ";
 constexpr std::string_view kEnd = "-----END ";
 constexpr std::string_view kDashes = "-----";
-// How base64 of every DER sequence from 256 to 65,535 bytes begins, as all our objects are.
+// The first characters of the base64 of each DER sequence of 256 to 65,535 bytes, as all our objects are.
 constexpr std::string_view kSequence = "MII";
 
 void SkipWhite(std::string_view& text) {
@@ -22,13 +26,13 @@ void SkipWhite(std::string_view& text) {
   text.remove_prefix(first == std::string_view::npos ? text.size() : first);
 }
 
-// White space within a line: what FindsBlock passes over before a block.
+// Skips white space within a line, which FindsBlock passes over before a block too.
 void SkipBlanks(std::string_view& text) {
   const auto first = text.find_first_not_of(" \t\f\v");
   text.remove_prefix(first == std::string_view::npos ? text.size() : first);
 }
 
-// Takes the next line with the first of its line end, so that CRLF reads as a line and an empty rest of one.
+// Takes the next line and its line end: LF, CRLF or CR.
 std::string_view TakeLine(std::string_view& text) {
   const auto end = text.find_first_of("\r\n");
   const auto size = end == std::string_view::npos ? text.size() : end;
@@ -48,6 +52,7 @@ bool IsBlank(std::string_view line) {
 
 bool DecodeBase64(std::string_view text, Blob& bytes) {
   if (IsBlank(text)) return FailWith("The text holds no data");
+  // An upper bound: white space counts too.
   auto size = static_cast<std::uint32_t>(text.size() / 4 * 3 + 3);
   std::uint8_t* target = bytes.Alloc(size);
   if (target == nullptr) return FailWithoutMemory();
@@ -56,7 +61,8 @@ bool DecodeBase64(std::string_view text, Blob& bytes) {
   return true;
 }
 
-// What stands between the two lines of a block. Base64 has no colon; a header has.
+// Decodes the lines between the first and the last line of a block. A colon marks a header (RFC 1421), which
+// only encrypted keys of the traditional form need.
 bool DecodeBody(std::string_view body, Blob& bytes) {
   if (body.find(':') != std::string_view::npos) {
     const bool encrypted = body.find("ENCRYPTED") != std::string_view::npos;
@@ -65,7 +71,7 @@ bool DecodeBody(std::string_view body, Blob& bytes) {
   return DecodeBase64(body, bytes);
 }
 
-// Whether a line of the text opens a block; blanks may stand before it.
+// Whether a line opens a block; blanks may come before it.
 bool FindsBlock(std::string_view text) {
   while (!text.empty()) {
     SkipWhite(text);
@@ -75,8 +81,8 @@ bool FindsBlock(std::string_view text) {
   return false;
 }
 
-// Whether a line of dashes is a part of the first line of a block, or a last line without a first one.
-// Other lines of dashes are ornaments.
+// Whether a line that begins with dashes is a damaged first line of a block, or a last line without a first
+// one. Other lines of dashes are ornaments.
 bool IsCutBoundary(std::string_view line) {
   line.remove_prefix(kDashes.size());
   const std::string_view word = line.substr(0, line.find_first_of(" \t-"));
@@ -84,7 +90,7 @@ bool IsCutBoundary(std::string_view line) {
   return !word.empty() && (kWords[0].starts_with(word) || kWords[1].starts_with(word));
 }
 
-// Takes "label-----" from the front of the text.
+// Takes "label-----" from the front of the string. White space or the end has to follow.
 bool TakeLabel(std::string_view& text, std::string_view& label) {
   const auto end = text.find_first_of("-\r\n");
   if (end == std::string_view::npos || !text.substr(end).starts_with(kDashes)) return false;
@@ -114,7 +120,7 @@ bool TextObjectReader::ReadBlock(TextObject& object) noexcept {
   return DecodeBody(body, object.bytes);
 }
 
-// The lines up to a blank one or to what looks like the line of a block.
+// Takes the lines up to a blank one or to one that begins with dashes.
 std::string_view TextObjectReader::TakeRun() noexcept {
   const char* const start = rest_.data();
   const char* end = start;
@@ -132,7 +138,8 @@ bool TextObjectReader::ReadPlain(TextObject& object) noexcept {
   return DecodeBase64(TakeRun(), object.bytes);
 }
 
-// Lines beside blocks are an object when they begin like one, and have to be one then; else an explanation.
+// Reads lines beside blocks. They are an object when they begin like one, and then have to be one; all others
+// are an explanation.
 TextObjectReader::Step TextObjectReader::ReadBeside(TextObject& object) noexcept {
   if (rest_.starts_with(kSequence)) return ReadPlain(object) ? Step::Object : Step::Failure;
   if (!rest_.starts_with(kDashes)) {
@@ -176,6 +183,7 @@ bool ReadSingleObject(std::string_view text, TextObject& object) noexcept {
 }
 
 bool NameToText(const X509_NAME* name, AnsiStr& text) noexcept {
+  // Without the flag, characters beyond ASCII are written in UTF-8 instead of being escaped.
   constexpr unsigned long kForm = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
   const BioPtr bio(BIO_new(BIO_s_mem()));
   if (bio == nullptr || X509_NAME_print_ex(bio.get(), name, 0, kForm) < 0) {

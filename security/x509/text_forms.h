@@ -8,20 +8,20 @@
 struct X509_name_st;
 struct x509_st;
 
-// Private to this folder: what certificates, keys and messages look like as text. None of the functions opens
-// an OpenSSLScope; each leaves the reason of a failure in the error state.
+// How certificates, keys and messages are written as text. None of the functions opens an OpenSSLScope: the
+// caller, a public operation, has one. Each leaves the reason of a failure in the error state.
 namespace OruOssSec {
 
-/// A binary object that was read from text. Its bytes are wiped with it.
+/// A binary object that was read from text. It owns its bytes, which are wiped with it: they may be a key.
 struct TextObject {
-  /// The label of the PEM block (RFC 7468), a view of the text it came from; empty for plain base64.
+  /// The label of the PEM block (RFC 7468), a view of the text that was read; empty for plain base64.
   std::string_view label;
   OruGuiBase::Blob bytes;
 };
 
-/// Reads the objects of a text one after the other, in time linear to its length: PEM blocks, and runs of
+/// Reads the objects in a string one after the other, in time linear to its length: PEM blocks, and runs of
 /// plain base64 that end at a blank line or a PEM block. Lines end in LF, CRLF or CR. Encrypted blocks and
-/// blocks with headers are refused.
+/// blocks with headers are refused. Views the string, which has to outlive the reader.
 ///
 /// In a string with at least one block, text around the blocks is an explanation and passed over (RFC
 /// 7468, section 2); a run of lines beside the blocks is read as an object when it begins with "MII", as
@@ -32,9 +32,9 @@ class TextObjectReader {
 
   explicit TextObjectReader(std::string_view text) noexcept;
   Step Next(TextObject& object) noexcept;
-  /// Whether there is nothing but white space any more.
+  /// Whether only white space is left.
   bool IsAtEnd() noexcept;
-  /// Whether a line of the text begins a PEM block, good or bad.
+  /// Whether a line begins a PEM block, well-formed or not.
   bool HasBlocks() const noexcept { return hasBlocks_; }
 
  private:
@@ -47,14 +47,13 @@ class TextObjectReader {
   bool hasBlocks_;
 };
 
-/// Reads a text that holds exactly one object. In plain base64 all white space is passed over, blank lines
-/// too.
+/// Reads a string with exactly one object. In plain base64 all white space is passed over, blank lines too.
 bool ReadSingleObject(std::string_view text, TextObject& object) noexcept;
 
-/// A distinguished name in the form of RFC 2253, in UTF-8; only what the form demands is escaped.
+/// Writes a distinguished name in the form of RFC 2253, in UTF-8; only what the form demands is escaped.
 bool NameToText(const X509_name_st* name, OruGuiBase::AnsiStr& text) noexcept;
 
-/// A certificate out of an object of text, with nothing after it; null on failure.
+/// Decodes a certificate with nothing after it. The caller owns the result; null on failure.
 x509_st* DecodeCertificate(const TextObject& object) noexcept;
 
 }  // namespace OruOssSec
