@@ -13,6 +13,8 @@
 #include "security/x509/chain.h"
 #include "security/x509/text_forms.h"
 
+// Certificates as values over OpenSSL's X509. Everything that holds or compares a certificate uses this
+// class; how a chain is found is in x509/chain.cpp.
 namespace OruOssSec {
 namespace {
 
@@ -22,7 +24,7 @@ using Chain = OruGuiBase::PtrContainerQueue<Certificate>;
 
 constexpr const char* kEmpty = "The certificate is empty";
 
-// The DER form of a certificate, encoded for as long as this lives; a view of nothing when memory is out.
+// Owns the DER form of a certificate; empty on allocation failure, which then compares as different.
 class Encoded {
  public:
   explicit Encoded(X509* certificate) noexcept {
@@ -43,6 +45,7 @@ class Encoded {
   int size_ = 0;
 };
 
+// Each entry of the chain takes a reference of its own.
 bool CopyChain(const STACK_OF(X509) * verified, Chain& chain) {
   for (int i = 0; i < sk_X509_num(verified); ++i) {
     X509* const certificate = sk_X509_value(verified, i);
@@ -54,6 +57,7 @@ bool CopyChain(const STACK_OF(X509) * verified, Chain& chain) {
   return true;
 }
 
+// A result is returned and, on failure, recorded too: callers may look at either.
 CertVerifyResult Outcome(int code, const char* text) {
   if (code != X509_V_OK) FailWith(text);
   return {code, text};
@@ -65,6 +69,7 @@ Certificate::Certificate(const Certificate& other) noexcept : certificate_(other
   if (certificate_ != nullptr) X509_up_ref(certificate_);
 }
 
+// By a copy, so that assigning a certificate to itself keeps its reference.
 Certificate& Certificate::operator=(const Certificate& other) noexcept {
   Certificate copy(other);
   std::swap(certificate_, copy.certificate_);
@@ -119,7 +124,7 @@ CertVerifyResult Certificate::VerifyChain(const CertStore& store, const CertStor
   const OpenSSLScope scope;
   if (chain != nullptr) chain->Clear();
   if (certificate_ == nullptr) return Outcome(X509_V_ERR_INVALID_CALL, "The certificate is empty");
-  // A time that is no date lies before every certificate. It never means the present.
+  // An invalid time lies before every certificate. It must never mean the present.
   if (!ignoreTime && !OruGuiBase::IsValidDateTime(time)) {
     return Outcome(X509_V_ERR_CERT_NOT_YET_VALID,
                    X509_verify_cert_error_string(X509_V_ERR_CERT_NOT_YET_VALID));

@@ -14,10 +14,10 @@ namespace OruOssSec {
 
 class CertStore;
 
-/// Digests that a certificate can be named by.
+/// Digests that identify a certificate.
 enum class SecDigest : std::uint32_t { SHA256 = 2 };
 
-/// Text forms of bytes.
+/// How bytes are written as a string.
 enum class SecEncoding : std::uint32_t {
   HexLower = 1,  ///< lower-case hexadecimal without separators
 };
@@ -39,7 +39,7 @@ class ORUSEC_EXPORT CertVerifyResult {
   OruGuiBase::AnsiStr text_;
 };
 
-/// An X.509 certificate (RFC 5280): a handle to one counted object. Copies share it.
+/// An X.509 certificate (RFC 5280): a handle to one counted object, which copies share.
 class ORUSEC_EXPORT Certificate {
  public:
   Certificate() noexcept = default;
@@ -49,36 +49,36 @@ class ORUSEC_EXPORT Certificate {
   ~Certificate() { Clear(); }
   Certificate& operator=(const Certificate& other) noexcept;
 
-  /// Reads one certificate, in PEM, with or without other text around it, or in base64. A second one is a
-  /// failure. False leaves this one as it was and the reason in the error state.
+  /// Reads one certificate: PEM, with or without other text around it, or base64. A second one is a failure.
+  /// On false this one is unchanged and the reason is in the error state.
   bool Load(const OruGuiBase::AnsiStr& text, ASN1::Encoding encoding) noexcept;
   void Clear() noexcept;
   bool IsEmpty() const noexcept { return certificate_ == nullptr; }
 
-  /// Digest of the DER form as text.
+  /// Writes the digest of the DER form to `text`.
   bool GetDigest(SecDigest digest, SecEncoding encoding, OruGuiBase::AnsiStr& text) const noexcept;
-  /// The subject in the form of RFC 2253, in UTF-8.
+  /// Writes the subject to `text`, in the form of RFC 2253, in UTF-8.
   bool GetSubject(OruGuiBase::AnsiStr& text) const noexcept;
   /// Three-way comparison of the DER forms; 0 means the same certificate. An empty one sorts first.
   static int Compare(const Certificate& a, const Certificate& b) noexcept;
 
-  /// Builds and checks the chain of this certificate against `store`, all of whose certificates are trusted,
-  /// at `time`; an unset time is a moment before every certificate, never the present. Purpose and names are
+  /// Builds and checks the chain of this certificate at `time` (UTC). All certificates of `store` are
+  /// trusted. An unset time lies before every certificate and never means the present. Purpose and names are
   /// not checked.
   ///
   /// `chain` may be null; otherwise it is emptied and, when the chain verifies, filled from this certificate
   /// upwards. `checkRevocation` asks for the revocation lists of the store. Unless `allowPartialChain`, the
   /// chain has to end in a self-signed certificate of the store. `ignoreTime` leaves validity periods out.
   ///
-  /// A chain is found where there is one: authorities renew and cross-certify their certificates, so several
-  /// of one name may fit as issuer, and each is tried. The search is bounded: a store of tens of thousands of
+  /// A chain is found if one exists: authorities renew and cross-certify their certificates, so several of
+  /// one name may fit as issuer, and each is tried. The search is bounded: a store of tens of thousands of
   /// certificates of one name may exhaust it, which fails with a reason of its own.
   CertVerifyResult VerifyChain(const CertStore& store, OruGuiBase::PtrContainerQueue<Certificate>* chain,
                                bool checkRevocation, bool allowPartialChain, const OruGuiBase::DateTime& time,
                                bool ignoreTime) const noexcept;
-  /// The same; of several issuers of one name those that are in `preferred` are tried before the others. So
-  /// the second certificate of `chain`, the direct issuer, is one of `preferred` whenever any chain that
-  /// verifies has it there. `preferred` adds nothing to `store`.
+  /// The same; of several issuers of one name those in `preferred` are tried first. So the second certificate
+  /// of `chain`, the direct issuer, is one of `preferred` whenever some chain that verifies has one there.
+  /// `preferred` adds no trust.
   CertVerifyResult VerifyChain(const CertStore& store, const CertStore& preferred,
                                OruGuiBase::PtrContainerQueue<Certificate>* chain, bool checkRevocation,
                                bool allowPartialChain, const OruGuiBase::DateTime& time,

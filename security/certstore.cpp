@@ -9,16 +9,18 @@
 #include "security/openssl_handles.h"
 #include "security/x509/text_forms.h"
 
+// Trust lists as users keep them: up to tens of thousands of certificates in one string. Loading one has to
+// be fast, all or nothing, and must not hold a certificate twice.
 namespace OruOssSec {
 namespace {
 
 using OruGuiBase::AnsiStr;
 
-// Certificates known by their SHA-256 digest, so that thousands of them are sorted out without comparing each
-// with each.
+// The certificates seen so far, by SHA-256 digest, so that duplicates among thousands are found without
+// comparing each with each. Lives for one Load.
 class DigestSet {
  public:
-  /// Whether the certificate was new. Throws when memory is out.
+  /// Returns whether the certificate was new. Throws std::bad_alloc on allocation failure.
   bool Insert(X509* certificate) {
     Digest digest = {};
     if (X509_digest(certificate, EVP_sha256(), digest.data(), nullptr) != 1) throw std::bad_alloc();
@@ -43,7 +45,7 @@ bool ReadAll(const AnsiStr& text, STACK_OF(X509) * certificates) {
   }
 }
 
-// Those of `found` that `present`, which may be null, does not hold, each once; null when memory is out.
+// Those of `found` that are not in `present`, each once. `present` may be null. Null on allocation failure.
 CertStackPtr SelectNew(const STACK_OF(X509) * present, const STACK_OF(X509) * found) try {
   DigestSet known;
   for (int i = 0; i < sk_X509_num(present); ++i) known.Insert(sk_X509_value(present, i));
@@ -60,7 +62,7 @@ CertStackPtr SelectNew(const STACK_OF(X509) * present, const STACK_OF(X509) * fo
   return nullptr;
 }
 
-// Room is made first, so that the certificates are added all or not at all.
+// The space is reserved first, so that the certificates are added all or not at all.
 bool AppendAll(STACK_OF(X509) * &target, CertStackPtr fresh) {
   if (target == nullptr) {
     if (sk_X509_num(fresh.get()) > 0) target = fresh.release();
@@ -75,6 +77,7 @@ bool AppendAll(STACK_OF(X509) * &target, CertStackPtr fresh) {
   return true;
 }
 
+// Issuer and serial number differ for nearly all others, which saves encoding both.
 bool IsSame(X509* a, const Certificate& b) {
   if (X509_issuer_and_serial_cmp(a, b.Get0()) != 0) return false;
   X509_up_ref(a);

@@ -8,7 +8,8 @@ struct stack_st_X509;
 
 namespace OruOssSec {
 
-/// A set of trusted certificates. A null inner pointer is the empty store.
+/// A set of trusted certificates. It shares them with other handles. A null pointer inside is the empty
+/// store.
 class ORUSEC_EXPORT CertStore {
  public:
   CertStore() noexcept = default;
@@ -16,14 +17,14 @@ class ORUSEC_EXPORT CertStore {
   CertStore& operator=(const CertStore&) = delete;
   ~CertStore() { Clear(); }
 
-  /// Adds the certificates of a text: any number of PEM blocks, or base64 DER certificates separated by blank
-  /// lines. Other text around PEM blocks is passed over (RFC 7468, section 2); where there is no block,
-  /// everything has to be a certificate. Base64 beside blocks needs a blank line or a block before it:
-  /// directly under a line of other text it is a part of that text and passed over like it. No certificate at
-  /// all is a success; anything that cannot be read fails whole and adds nothing. `count` may be null;
-  /// otherwise it receives the number of certificates read.
+  /// Adds the certificates in `text`: any number of PEM blocks, or base64 DER certificates separated by blank
+  /// lines. Other text around PEM blocks is passed over (RFC 7468, section 2); without any block, everything
+  /// has to be a certificate. Base64 beside blocks needs a blank line or a block before it: directly under a
+  /// line of other text it is a part of that text and passed over too. No certificate at all is a success.
+  /// If anything cannot be read, nothing is added. `count` may be null; otherwise it receives the number of
+  /// certificates read.
   bool Load(const OruGuiBase::AnsiStr& text, unsigned int* count) noexcept;
-  /// Adds one certificate; one that is there already is not added twice. An empty one is a failure.
+  /// Adds one certificate, unless it is there already. An empty one is a failure.
   bool Add(const Certificate& certificate) noexcept;
   bool Contains(const Certificate& certificate) const noexcept;
   void Clear() noexcept;

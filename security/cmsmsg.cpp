@@ -12,6 +12,8 @@
 #include "security/failure.h"
 #include "security/x509/text_forms.h"
 
+// The public class of messages. Each operation opens an OpenSSLScope, checks that there is something to work
+// on and hands over to cms/, where the work is done. The loading of a message is put together here.
 namespace OruOssSec {
 
 namespace {
@@ -19,6 +21,8 @@ namespace {
 constexpr const char* kNothingLoaded = "No message was loaded";
 constexpr const char* kNothingCreated = "No enveloped message was created";
 
+// The size of the skeleton was limited while it was read (BerWalker::kMaxTaken); these numbers are known only
+// once OpenSSL has parsed it.
 bool IsWithinLimits(const CMS_SignerInfo* signer) noexcept {
   return CMS_signed_get_attr_count(signer) <= static_cast<int>(CMSLimits::kAttributes) ||
          FailWith("A signer of the message has too many signed attributes");
@@ -36,15 +40,17 @@ bool AreSignersWithinLimits(CMS_ContentInfo* message) noexcept {
          FailWith("The message has too many certificates");
 }
 
-// Reads the message that fills `message.source`.
+// Reads the message in `message.source`. Types that we do not work on are recognised and named, but never
+// parsed by OpenSSL: the less of it hostile bytes reach, the better.
 CMSMsg::LoadResult ReadMessage(LoadedMessage& message) noexcept {
   CmsSkeleton& skeleton = message.skeleton;
   CMSMsg::LoadResult result = LoadSkeleton(*message.source, skeleton);
   if (result != CMSMsg::LoadResult::Loaded) return result;
-  // Only a type that is not ours can lack a name.
+  // Only a type that we do not know can lack a name: its OID may be invalid.
   if (!GetContentTypeName(skeleton.oid, message.typeName)) return CMSMsg::LoadResult::NotAMessage;
   if (skeleton.type != CMSMsg::Type::SignedData && skeleton.type != CMSMsg::Type::EnvelopedData)
     return result;
+  // Before OpenSSL parses it, as its versions differ here (see AreSigningTimesReadable).
   if (skeleton.type == CMSMsg::Type::SignedData && !AreSigningTimesReadable(skeleton)) {
     return CMSMsg::LoadResult::Unreadable;
   }
@@ -57,9 +63,10 @@ CMSMsg::LoadResult ReadMessage(LoadedMessage& message) noexcept {
 
 }  // namespace
 
+/// What a CMSMsg owns: a message that was loaded, or an enveloped message to be written; the other is empty.
 struct CMSMsg::Imp {
-  /// Reads the message in `source`, null when there was no memory for it; it takes the place of `present`
-  /// when it was loaded.
+  /// Reads the message in `source`, which is null after a failed allocation. Only a loaded message replaces
+  /// `present`: after a failure the object still has the old one.
   static LoadResult Replace(Imp*& present, std::unique_ptr<IByteSource> source) noexcept;
 
   LoadedMessage loaded;
@@ -117,7 +124,7 @@ bool CMSMsg::GetRecipients(OruGuiBase::PtrContainerQueue<CMSKeyTransRecipient>& 
   recipients.Clear();
   if (imp_ == nullptr) return FailWith(kNothingLoaded);
   if (ReadRecipients(imp_->loaded.skeleton, recipients)) return true;
-  recipients.Clear();
+  recipients.Clear();  // a part of the recipients must not pass for all
   return false;
 }
 

@@ -15,12 +15,14 @@ class ORUSEC_EXPORT CryptoMessageSyntax {
  public:
   CryptoMessageSyntax() = delete;
 
-  /// Writes a SignedData for `content`, encapsulated, into `target`, which is made or emptied. One signer:
-  /// `certificate`, RSASSA-PKCS1-v1_5 with SHA-512; its signature comes from `signer` and is verified with
-  /// the certificate before the call succeeds. `attributes` are further signed attributes, OID in dotted text
-  /// to a string, written as UTF8String; with those that every signature has, at most CMSLimits::kAttributes.
-  /// `time` is the signing time; null leaves it out. False leaves the reason in the error state (a reason
-  /// that `signer` handed to SetErrorMessage stands) and may leave a part of the message.
+  /// Writes a SignedData with `content` in it into `target`, which is created or emptied. It has one signer:
+  /// `certificate`, RSASSA-PKCS1-v1_5 with SHA-512. The signature comes from `signer` and is verified with
+  /// the certificate before the call succeeds.
+  ///
+  /// `attributes` are further signed attributes, from OID in dotted form to a string, written as UTF8String.
+  /// Together with those that every signature has they are at most CMSLimits::kAttributes. `time` is the
+  /// signing time in UTC; null leaves it out. On false the reason is in the error state (a reason that
+  /// `signer` handed to SetErrorMessage is kept), and a part of the message may be in `target`.
   static bool Sign(const OruGuiBase::File& content, const OruGuiBase::File& target,
                    const Certificate& certificate, ISignHash* signer, const OruGuiBase::KVMap& attributes,
                    const OruGuiBase::DateTime* time) noexcept;

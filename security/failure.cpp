@@ -6,26 +6,29 @@
 #include "foundation/ansistr.h"
 #include "foundation/errorstate.h"
 
+// Turns failures into a reason in the thread's error state. Every source of security/ fails through it, so
+// that users never read OpenSSL's numbers, and the same cause reads the same everywhere.
 namespace OruOssSec {
 namespace {
 
 using OruGuiBase::AnsiStr;
 
+// An entry of OpenSSL's queue. `data` is owned by the queue and valid until it is cleared.
 struct QueuedError {
   unsigned long code = 0;
   const char* data = "";
   int flags = 0;
 };
 
-// The entry names only the layer that passed a failure on, or says that there is one further down.
+// Whether the entry only names the library that passed a failure on, or says that there is a nested one.
 bool IsPassedOn(unsigned long code) {
   const int reason = ERR_GET_REASON(code);
   return reason == ERR_R_NESTED_ASN1_ERROR ||
          ((reason & ERR_RFLAG_COMMON) != 0 && (reason & 0xFF) == reason - ERR_RFLAG_COMMON);
 }
 
-// Higher says more: what the system or the allocator refused, then reasons particular to a library, then
-// those that all libraries share, such as "unsupported". 0 says nothing.
+// How much an entry says; higher is more. First what the system or the allocator refused, then reasons of one
+// library, then those that all libraries share, such as "unsupported". 0 says nothing.
 constexpr int kSystemRank = 3;
 int Rank(unsigned long code) {
   if (ERR_SYSTEM_ERROR(code) || ERR_GET_REASON(code) == ERR_R_MALLOC_FAILURE) return kSystemRank;
@@ -33,7 +36,7 @@ int Rank(unsigned long code) {
   return (ERR_GET_REASON(code) & ERR_RFLAG_COMMON) != 0 ? 1 : 2;
 }
 
-// The queue holds the innermost error first; among equals that is the cause.
+// The innermost error comes first in the queue. Among entries of equal rank it is the cause, so it is kept.
 QueuedError TakeMostUseful() {
   QueuedError best;
   QueuedError next;
@@ -44,14 +47,14 @@ QueuedError TakeMostUseful() {
   return best;
 }
 
-// A shared reason needs OpenSSL's remark to say what it is about.
+// A shared reason says nothing without OpenSSL's remark, such as the name of an algorithm.
 AnsiStr Describe(const QueuedError& error) {
-  AnsiStr text(ERR_reason_error_string(error.code));
+  AnsiStr reason(ERR_reason_error_string(error.code));
   if (Rank(error.code) == 1 && (error.flags & ERR_TXT_STRING) != 0 && error.data[0] != '\0') {
-    text += ": ";
-    text += error.data;
+    reason += ": ";
+    reason += error.data;
   }
-  return text;
+  return reason;
 }
 
 }  // namespace

@@ -1,10 +1,11 @@
 #pragma once
 
-// Private to this folder: how an operation begins, and how it fails with a reason in the error state.
+// How an operation begins, and how it fails with a reason in the error state.
 namespace OruOssSec {
 
-/// Opens an operation: the thread's last error and OpenSSL's queue are clear inside it, and the queue is
-/// clear after it, whatever happened. The application's own entries of the queue do not survive.
+/// Begins a public operation: clears the thread's last error and OpenSSL's error queue, and the queue again
+/// at the end. So a reason is always one of this operation, and no entry is left for the application to
+/// stumble over. The application's own entries in the queue are lost.
 class OpenSSLScope {
  public:
   OpenSSLScope() noexcept;
@@ -13,15 +14,16 @@ class OpenSSLScope {
   OpenSSLScope& operator=(const OpenSSLScope&) = delete;
 };
 
-/// Records `reason` as the reason of the present failure and returns false. A reason recorded before
-/// stands: the innermost cause is the one that the user reads.
+/// Records `reason` for the failure in progress and returns false. A reason recorded earlier is kept: the
+/// innermost cause is the one that the user reads.
 bool FailWith(const char* reason) noexcept;
-/// The same for memory that is not available: the system's code for it, ENOMEM.
+/// The same for a failed allocation, with the system's code ENOMEM.
 bool FailWithoutMemory() noexcept;
-/// The same with OpenSSL's own most useful reason, in words; `fallback` when its queue says nothing.
+/// The same with the most useful reason in OpenSSL's queue, in words; with `fallback` when the queue has
+/// none.
 bool FailWithOpenSSL(const char* fallback) noexcept;
-/// The same for something that was read. `refused` becomes true when the bytes are to blame: the queue has a
-/// reason, which is not that of the system or the allocator.
+/// The same for bytes that OpenSSL parsed. `refused` becomes true when the bytes are to blame: the queue has
+/// a reason, and it is not one of the system or the allocator.
 bool FailWithOpenSSL(const char* fallback, bool& refused) noexcept;
 
 }  // namespace OruOssSec

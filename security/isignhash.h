@@ -5,11 +5,11 @@
 
 namespace OruOssSec {
 
-/// Computes a signature with a key that the security library does not hold.
+/// Computes a signature with a key that the security library does not have. The caller of Sign owns it.
 class ISignHash {
  public:
-  /// Signs a hash. True when `signature` was filled. On false the implementation hands its reason to
-  /// OruGuiBase::SetErrorMessage. Called on the thread that signs, from inside the call that signs.
+  /// Signs a hash. Returns true when it filled `signature`. Before false it hands its reason to
+  /// OruGuiBase::SetErrorMessage. Called on the thread that called Sign, and only during that call.
   virtual bool SignHash(const OruGuiBase::BlobConst& hash, OruGuiBase::Blob& signature) = 0;
 
  protected:

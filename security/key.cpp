@@ -12,6 +12,9 @@
 #include "security/openssl_handles.h"
 #include "security/x509/text_forms.h"
 
+// Loads private keys: PKCS #8 (RFC 5208), RSAPrivateKey (RFC 8017) and ECPrivateKey (RFC 5915), as PEM or
+// base64. The key opens messages, so no copy of its numbers may stay in freed memory: RSA keys, the only ones
+// that open a message, are decoded here instead of by OpenSSL.
 namespace OruOssSec {
 namespace {
 
@@ -21,7 +24,8 @@ using OruGuiBase::BlobConst;
 
 constexpr const char* kEncrypted = "The private key is encrypted";
 
-// RSAPrivateKey ::= SEQUENCE { version INTEGER 0, then one INTEGER for each of these in this order }
+// RSAPrivateKey ::= SEQUENCE { version INTEGER 0, then one INTEGER for each of these in this order }. The
+// version 0 means two primes (RFC 8017, A.1.2).
 constexpr const char* kNumbers[] = {
     OSSL_PKEY_PARAM_RSA_N,         OSSL_PKEY_PARAM_RSA_E,
     OSSL_PKEY_PARAM_RSA_D,         OSSL_PKEY_PARAM_RSA_FACTOR1,
@@ -29,7 +33,8 @@ constexpr const char* kNumbers[] = {
     OSSL_PKEY_PARAM_RSA_EXPONENT2, OSSL_PKEY_PARAM_RSA_COEFFICIENT1,
 };
 constexpr std::size_t kCount = std::size(kNumbers);
-// 16384 bits. OpenSSL bounds public operations alike; one on a larger private key would take hours.
+// 16384 bits. OpenSSL has the same bound for public keys; an operation with a larger private key would take
+// hours.
 constexpr std::uint32_t kLargestNumber = 2048;
 
 // Takes the contents of an element with a universal tag from the front of `rest`.
@@ -47,7 +52,7 @@ bool TakeElement(int tag, BlobConst& rest, BlobConst& contents) {
   return true;
 }
 
-// Takes an integer that is not negative, without leading zeros but for the number 0 itself.
+// Takes an integer that is not negative, without its leading zeros; 0 keeps one.
 bool TakeNumber(BlobConst& rest, BlobConst& number) {
   if (!TakeElement(V_ASN1_INTEGER, rest, number) || number.size == 0 || number.data[0] >= 0x80) return false;
   while (number.size > 1 && number.data[0] == 0) {
@@ -57,6 +62,7 @@ bool TakeNumber(BlobConst& rest, BlobConst& number) {
   return number.size <= kLargestNumber;
 }
 
+// Nothing may follow the sequence or its numbers: what is left over could mean something to another reader.
 bool TakeNumbers(const BlobConst& bytes, BlobConst (&numbers)[kCount]) {
   BlobConst rest = bytes;
   BlobConst sequence;
@@ -68,7 +74,7 @@ bool TakeNumbers(const BlobConst& bytes, BlobConst (&numbers)[kCount]) {
          sequence.size == 0;
 }
 
-// OpenSSL takes numbers as arguments in the byte order of the machine.
+// OSSL_PARAM takes numbers in the byte order of the machine.
 void CopyNative(const BlobConst& number, std::uint8_t* target) {
   if constexpr (std::endian::native == std::endian::little) {
     std::reverse_copy(number.data, number.data + number.size, target);
@@ -106,11 +112,12 @@ KeyPtr DecodeRSAPrivateKey(const BlobConst& bytes) {
   return MakeKey(parameters);
 }
 
+// Whether the decoder consumed all bytes: data after the key would be ignored otherwise.
 bool IsUsedUp(const BlobConst& bytes, const unsigned char* position) {
   return position == bytes.data + bytes.size;
 }
 
-// RSA keys, the type that opens messages, are read in a way that leaves no copies behind.
+// Goes on with DecodeRSAPrivateKey for RSA keys, which leaves no copies behind; OpenSSL decodes all others.
 KeyPtr DecodePKCS8(const BlobConst& bytes) {
   const unsigned char* position = bytes.data;
   const PKCS8Ptr info(d2i_PKCS8_PRIV_KEY_INFO(nullptr, &position, static_cast<long>(bytes.size)));
@@ -137,7 +144,7 @@ bool IsEncryptedPKCS8(const BlobConst& bytes) {
   return info != nullptr && IsUsedUp(bytes, position);
 }
 
-// The forms are told apart by trying: the structures exclude one another.
+// Without a label the forms are tried one after the other. No structure is valid as two of them.
 KeyPtr DecodeUnlabelled(const BlobConst& bytes) {
   if (IsEncryptedPKCS8(bytes)) {
     FailWith(kEncrypted);

@@ -18,35 +18,36 @@ enum class Encoding : std::uint32_t {
 
 }  // namespace ASN1
 
-/// A public or private key: a handle to one counted key object. Copies share it.
+/// A public or private key: a handle to one counted key object, which copies share.
 class ORUSEC_EXPORT Key {
  public:
-  /// Takes the reference over; null makes an empty key.
+  /// Takes over the caller's reference; null makes an empty key.
   explicit Key(evp_pkey_st* key) noexcept : key_(key) {}
   Key(const Key& other) noexcept;
   ~Key() { Clear(); }
   Key& operator=(const Key& other) noexcept;
 
-  /// Drops the key object. Private numbers are wiped with the last reference.
+  /// Drops the reference to the key object. Private numbers are wiped with the last one.
   void Clear() noexcept;
   bool IsEmpty() const noexcept { return key_ == nullptr; }
   /// The key object, still owned by this handle; null when empty.
   evp_pkey_st* Get0() const noexcept { return key_; }
 
  protected:
-  /// Replaces the key object, taking the reference over.
+  /// Replaces the key object and takes over the caller's reference.
   void Set0(evp_pkey_st* key) noexcept;
 
  private:
   evp_pkey_st* key_;
 };
 
+/// A private key that can be loaded.
 class ORUSEC_EXPORT PrivateKey : public Key {
  public:
   explicit PrivateKey(evp_pkey_st* key) noexcept : Key(key) {}
 
-  /// Reads an unencrypted private key (PKCS #8 or a traditional form). An encrypted one is refused, as nobody
-  /// is there to be asked for its password. False leaves the key as it was and the reason in the error state.
+  /// Reads an unencrypted private key (PKCS #8 or a traditional form). An encrypted one is refused, as there
+  /// is nobody to ask for its password. On false the key is unchanged and the reason is in the error state.
   bool Load(const OruGuiBase::AnsiStr& text, ASN1::Encoding encoding) noexcept;
 };
 

@@ -11,9 +11,11 @@
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
-// Private to this folder: every OpenSSL handle that is owned here, with its one deleter.
+// Every OpenSSL handle that is owned in security/, with its one deleter. The public classes and Digest hold
+// raw pointers instead, as their headers show no OpenSSL.
 namespace OruOssSec {
 
+/// Deletes a handle with the function of OpenSSL that its type demands.
 template <auto Free>
 struct Deleter {
   template <class T>
@@ -22,10 +24,12 @@ struct Deleter {
   }
 };
 
+/// Deletes a stack together with its references to the certificates.
 struct CertStackDeleter {
   void operator()(STACK_OF(X509) * stack) const noexcept { sk_X509_pop_free(stack, X509_free); }
 };
 
+/// Frees with OPENSSL_free, which is a macro.
 struct OpenSSLMemoryDeleter {
   void operator()(unsigned char* memory) const noexcept { OPENSSL_free(memory); }
 };
