@@ -40,8 +40,8 @@ bool AreSignersWithinLimits(CMS_ContentInfo* message) noexcept {
          FailWith("The message has too many certificates");
 }
 
-// Reads the message in `message.source`. Types that we do not work on are recognised and named, but never
-// parsed by OpenSSL: the less of it hostile bytes reach, the better.
+// Reads the message in `message.source`. Types that we do not work on are recognised and named, but OpenSSL
+// never parses their bodies: the less of it hostile bytes reach, the better.
 CMSMsg::LoadResult ReadMessage(LoadedMessage& message) noexcept {
   CmsSkeleton& skeleton = message.skeleton;
   CMSMsg::LoadResult result = LoadSkeleton(*message.source, skeleton);

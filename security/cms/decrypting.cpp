@@ -8,13 +8,19 @@
 #include "security/ber/walker.h"
 #include "security/failure.h"
 
+// Delivers the content of messages for CMSMsg::GetContent. EnvelopedData (RFC 5652, 6) is decrypted, either
+// with a recipient's private key or with a content key that a server decrypted.
+//
+// CBC has no integrity: whoever sees whether a padding was right can decrypt without the key. So everything
+// after the key is set fails with one and the same reason.
 namespace OruOssSec {
 
 namespace {
 
-// The one reason of a decryption that fails, whatever its cause: key, block, length or padding.
+// The one reason of every failed decryption, whatever its cause: key, block, length or padding.
 constexpr const char* kCouldNotDecrypt = "The content cannot be decrypted with this key";
 
+// The profile that DeliverContent documents. Authenticated ciphers belong to another content type.
 constexpr int kCiphers[] = {NID_aes_128_cbc, NID_aes_192_cbc, NID_aes_256_cbc, NID_des_ede3_cbc};
 
 bool IsEnveloped(const LoadedMessage& message) noexcept {
@@ -22,7 +28,7 @@ bool IsEnveloped(const LoadedMessage& message) noexcept {
          FailWith("The message is not an enveloped one");
 }
 
-// The contentEncryptionAlgorithm (RFC 5652, 6.1), which follows the OID of the content.
+// Reads the contentEncryptionAlgorithm (RFC 5652, 6.1), which follows the OID of the content.
 AlgorPtr ReadAlgorithm(const CmsSkeleton& skeleton) noexcept {
   ViewSource source(skeleton.inner.GetData(), skeleton.inner.GetSize());
   BerReader reader(source);
@@ -35,7 +41,7 @@ AlgorPtr ReadAlgorithm(const CmsSkeleton& skeleton) noexcept {
   return algorithm;
 }
 
-// The cipher, among those of the profile.
+// Null, with a reason, for a cipher outside the profile.
 CipherPtr FetchCipher(const X509_ALGOR* algorithm) noexcept {
   const ASN1_OBJECT* object = nullptr;
   X509_ALGOR_get0(&object, nullptr, nullptr, algorithm);
@@ -50,6 +56,7 @@ CipherPtr FetchCipher(const X509_ALGOR* algorithm) noexcept {
   return nullptr;
 }
 
+// In CBC mode the parameter is the initialization vector (RFC 3565, 4.1), one block long.
 bool SetParameters(EVP_CIPHER_CTX* context, const X509_ALGOR* algorithm) noexcept {
   const void* value = nullptr;
   int type = V_ASN1_UNDEF;
@@ -62,7 +69,7 @@ bool SetParameters(EVP_CIPHER_CTX* context, const X509_ALGOR* algorithm) noexcep
          FailWithOpenSSL("The parameters of the content encryption are invalid");
 }
 
-// A context with the cipher and its parameters, still without a key.
+// Builds a context with the cipher and its parameters, still without a key.
 CipherCtxPtr MakeContext(const CmsSkeleton& skeleton) noexcept {
   const AlgorPtr algorithm = ReadAlgorithm(skeleton);
   if (algorithm == nullptr) return nullptr;
@@ -90,7 +97,7 @@ bool HasRecipient(const LoadedMessage& message, X509* certificate) noexcept {
   return FailWith("The message is not addressed to the certificate");
 }
 
-// Decrypts a run straight into the sink's room, no more at a time than fills it.
+// Decrypts a run straight into the sink's buffer, at most as much at a time as is missing there.
 bool DecryptRun(EVP_CIPHER_CTX* context, BerSpan run, IContentSink& sink) noexcept {
   while (run.size > 0) {
     const std::uint32_t size = std::min(run.size, sink.GetMissing());
@@ -121,8 +128,8 @@ bool DecryptContent(const LoadedMessage& message, EVP_CIPHER_CTX* context, ICont
   return DecryptLast(context, sink);
 }
 
-// OpenSSL answers a block that does not open with a random key, so what it returns here is looked at no
-// further: what fails fails in the content, in the one way that tells nothing.
+// OpenSSL replaces a key block that cannot be decrypted by a random key, against attacks on the padding of
+// RSA. So the result of CMS_decrypt_set1_pkey is ignored: the failure comes with the content, like any other.
 bool DecryptWithPrivateKey(const LoadedMessage& message, IContentSink& sink) noexcept {
   if (EVP_PKEY_is_a(message.recipientKey.Get0(), "RSA") != 1) return FailWith(kCouldNotDecrypt);
   CMS_decrypt_set1_pkey(message.cms.get(), message.recipientKey.Get0(), message.recipient.Get0());
@@ -145,6 +152,7 @@ bool DeliverDecrypted(const LoadedMessage& message, IContentSink& sink) noexcept
   return DecryptContent(message, context.get(), sink);
 }
 
+// Signed, digested and plain content is only copied out of its segments.
 bool CopyContent(const LoadedMessage& message, IContentSink& sink) noexcept {
   const BerOctets& octets = message.skeleton.content;
   BerContent content(*message.source, octets);
@@ -162,6 +170,7 @@ bool TakeRecipientKey(LoadedMessage& message, const Certificate& certificate,
                       const PrivateKey& key) noexcept {
   if (!IsEnveloped(message)) return false;
   if (certificate.IsEmpty() || key.IsEmpty()) return FailWith("The key to open the message with is empty");
+  // An unsupported cipher fails here already, with its own reason: it says nothing about a key.
   if (!HasRecipient(message, certificate.Get0()) || MakeContext(message.skeleton) == nullptr) return false;
   message.recipient = certificate;
   static_cast<Key&>(message.recipientKey) = key;

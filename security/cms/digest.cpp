@@ -6,6 +6,8 @@
 #include "foundation/work_buffer.h"
 #include "security/failure.h"
 
+// The one wrapper of OpenSSL's digests. Signing and verifying use the class; DigestFile is there for the
+// commands, which have no OpenSSL.
 using OruGuiBase::Blob;
 using OruGuiBase::File;
 
@@ -19,6 +21,7 @@ bool AddBytes(OruGuiBase::FileReader& reader, Digest& digest) noexcept {
   for (;;) {
     const std::int64_t got = reader.Read(buffer.GetData(), buffer.GetSize());
     if (got < 0) return false;
+    // A digest of a mixture of two contents would be that of no file.
     if (got == 0) return reader.IsUnchanged() || FailWith("The file changed while it was read");
     if (!digest.Add(buffer.GetData(), static_cast<std::size_t>(got))) {
       return FailWithOpenSSL("The digest cannot be computed");
@@ -57,7 +60,7 @@ bool DigestFile(const File& file, const char* algorithm, Blob& digest) noexcept 
   OruGuiBase::FileReader reader;
   if (!reader.Open(file) || !AddBytes(reader, computed) || !reader.Close()) return false;
   if (!computed.Finish()) return FailWithOpenSSL("The digest cannot be computed");
-  const Blob value(computed.GetValue());
+  const Blob value(computed.GetValue());  // empty only on allocation failure
   if (value.IsEmpty()) return FailWithoutMemory();
   digest = value;
   return true;

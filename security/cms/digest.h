@@ -12,10 +12,9 @@ struct evp_md_st;
 
 namespace OruOssSec {
 
-/// One message digest being computed: Begin, Add for each part of the bytes, Finish.
+/// Computes one message digest: Begin, Add for each part of the bytes, Finish. Owns its OpenSSL objects.
 ///
-/// A failure records no reason: what is digested, and so how to name it, only the caller knows. It calls
-/// FailWithOpenSSL.
+/// A failure records no reason, as only the caller knows what is digested: it calls FailWithOpenSSL.
 class Digest {
  public:
   /// Bytes of the longest value.
@@ -26,7 +25,7 @@ class Digest {
   Digest& operator=(const Digest&) = delete;
   ~Digest();
 
-  /// Comes first, and once. `algorithm` is a name of OpenSSL's, such as "SHA512".
+  /// Is called first, and once. `algorithm` is a name of OpenSSL's, such as "SHA512".
   bool Begin(const char* algorithm) noexcept;
   bool IsBegun() const noexcept { return context_ != nullptr; }
   bool Add(const std::uint8_t* data, std::size_t size) noexcept;
@@ -44,8 +43,8 @@ class Digest {
   unsigned int size_ = 0;
 };
 
-/// Computes the digest of a file's bytes, of any number. `algorithm` is "SHA-256", "SHA-384" or "SHA-512".
-/// False with the reason in the error state; `digest` is then left alone.
+/// Computes the digest of a file of any size, or of what a pipe delivers. `algorithm` is "SHA-256", "SHA-384"
+/// or "SHA-512". On false the reason is in the error state and `digest` is unchanged.
 ORUSEC_EXPORT bool DigestFile(const OruGuiBase::File& file, const char* algorithm,
                               OruGuiBase::Blob& digest) noexcept;
 

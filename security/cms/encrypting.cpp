@@ -6,6 +6,9 @@
 #include "security/failure.h"
 #include "security/x509/strength.h"
 
+// Writes EnvelopedData (RFC 5652, 6) for CMSMsg. OpenSSL generates the content key and encrypts it for the
+// recipients. The content does not go through OpenSSL's stream layer: its cipher writes straight into the
+// segments of the message, which saves copies and keeps memory constant.
 namespace OruOssSec {
 
 namespace {
@@ -27,7 +30,7 @@ bool EncryptLast(EVP_CIPHER_CTX* context, IContentSink& sink) noexcept {
   return sink.Commit(static_cast<std::uint32_t>(made));
 }
 
-// Whole blocks at a time, just as many as fill the segment in progress.
+// Whole blocks at a time, as many as fill the segment in progress: the cipher then keeps none back.
 bool EncryptAll(EVP_CIPHER_CTX* context, FileSource& input, CmsWriter& sink) noexcept {
   OruGuiBase::WorkBuffer plain;
   if (!plain.Alloc(kWriteChunk)) return FailWithoutMemory();
@@ -44,7 +47,7 @@ bool EncryptAll(EVP_CIPHER_CTX* context, FileSource& input, CmsWriter& sink) noe
 }  // namespace
 
 bool StartEnvelope(NewEnvelope& envelope) noexcept {
-  // OpenSSL keeps the cipher without a reference of its own, so it has to be one that never ends.
+  // OpenSSL keeps the cipher without a reference of its own, so it must be a static one, not a fetched one.
   constexpr unsigned int kFlags = CMS_PARTIAL | CMS_STREAM | CMS_DETACHED | CMS_BINARY;
   envelope.cms.reset(CMS_encrypt(nullptr, nullptr, EVP_aes_256_cbc(), kFlags));
   return envelope.cms != nullptr || FailWithOpenSSL("The enveloped message cannot be made");
@@ -75,7 +78,7 @@ bool SaveEnvelope(NewEnvelope& envelope, const OruGuiBase::File& content,
   if (envelope.saved) return FailWith("The message was saved already");
   FileSource input;
   if (!input.Open(content, FileSource::Access::Onwards)) return false;
-  envelope.saved = true;
+  envelope.saved = true;  // also when it fails from here on: part of the content may be encrypted already
   EVP_CIPHER_CTX* context = nullptr;
   const BioPtr chain = StartContentCipher(envelope.cms.get(), context);
   if (chain == nullptr) return FailWithOpenSSL(kCouldNotEncrypt);

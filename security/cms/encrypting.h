@@ -6,18 +6,18 @@
 
 namespace OruOssSec {
 
-/// What a CMSMsg holds of an enveloped message that is being made.
+/// An enveloped message in the making. Owns OpenSSL's structure, which has the content key in it.
 struct NewEnvelope {
   CmsPtr cms;
   bool hasRecipient = false;
   bool saved = false;
 };
 
-/// Starts an EnvelopedData for AES-256-CBC; OpenSSL makes its content key.
+/// Starts an EnvelopedData for AES-256-CBC; OpenSSL generates its content key.
 bool StartEnvelope(NewEnvelope& envelope) noexcept;
 /// Adds an RSAES-PKCS1-v1_5 recipient named by issuer and serial number.
 bool AddEnvelopeRecipient(NewEnvelope& envelope, const Certificate& certificate) noexcept;
-/// Encrypts `content` into `target`. An envelope is saved once: its key is used up with that.
+/// Encrypts `content` into `target`. An envelope is saved only once: a key must not encrypt two contents.
 bool SaveEnvelope(NewEnvelope& envelope, const OruGuiBase::File& content,
                   const OruGuiBase::File& target) noexcept;
 

@@ -12,20 +12,22 @@
 #include "security/failure.h"
 #include "security/x509/text_forms.h"
 
+// Fills the public values of cmsparties.h from a loaded message: its recipients for whoever looks for a key,
+// its signers for whoever checks them. Nothing here is verified; VerifySigners does that.
 namespace OruOssSec {
 
 namespace {
 
 using OruGuiBase::AnsiStr;
 
-// RecipientInfos (RFC 5652, 6.2), of which we take
+// RecipientInfos (RFC 5652, 6.2), of which we read
 //
 //   recipientInfos = SET { KeyTransRecipientInfo ... }
 //   KeyTransRecipientInfo = SEQUENCE { version INTEGER, rid, keyEncryptionAlgorithm SEQUENCE,
 //                                      encryptedKey OCTET STRING }
 //   rid = SEQUENCE { issuer Name, serialNumber INTEGER }
 //
-// OpenSSL has no way to ask for an encrypted key.
+// They are read from the skeleton, since OpenSSL has no function that returns an encrypted key.
 
 bool TakeIssuer(BerWalker& walker, CMSKeyTransRecipient& recipient) noexcept {
   BerBuffer der;
@@ -36,7 +38,7 @@ bool TakeIssuer(BerWalker& walker, CMSKeyTransRecipient& recipient) noexcept {
   return NameToText(name.get(), recipient.issuer);
 }
 
-// OpenSSL's integer is the magnitude without a sign octet.
+// OpenSSL's integer is the magnitude, without the sign octet that a serial number of full length has in DER.
 bool TakeSerial(BerWalker& walker, CMSKeyTransRecipient& recipient) noexcept {
   BerBuffer der;
   if (!walker.Take(kInteger, der)) return false;
@@ -49,7 +51,7 @@ bool TakeSerial(BerWalker& walker, CMSKeyTransRecipient& recipient) noexcept {
   return true;
 }
 
-// The octets of a small octet string, in segments or not.
+// Takes the encrypted key, which may be in segments too. It is part of the skeleton, so its size is limited.
 bool TakeKey(BerWalker& walker, const BerBuffer& bytes, CMSKeyTransRecipient& recipient) noexcept {
   BerOctets octets;
   if (!walker.SkipOctets(kOctetString, octets)) return false;
@@ -67,7 +69,7 @@ bool TakeKey(BerWalker& walker, const BerBuffer& bytes, CMSKeyTransRecipient& re
 }
 
 bool TakeRecipient(BerWalker& walker, const BerBuffer& bytes, CMSKeyTransRecipient& recipient) noexcept {
-  if (!walker.Is(kSequence)) return FailWith("A recipient of the message is not of the key transport kind");
+  if (!walker.Is(kSequence)) return FailWith("A recipient of the message is not of the key transport type");
   BerBuffer passed;
   walker.Enter(kSequence);
   walker.Take(kInteger, passed);
@@ -79,23 +81,24 @@ bool TakeRecipient(BerWalker& walker, const BerBuffer& bytes, CMSKeyTransRecipie
          walker.Leave();
 }
 
-bool IsText(int type) noexcept {
-  constexpr unsigned long kTextTypes = B_ASN1_UTF8STRING | B_ASN1_PRINTABLESTRING | B_ASN1_T61STRING |
-                                       B_ASN1_IA5STRING | B_ASN1_BMPSTRING | B_ASN1_UNIVERSALSTRING |
-                                       B_ASN1_NUMERICSTRING | B_ASN1_VISIBLESTRING;
-  return (ASN1_tag2bit(type) & kTextTypes) != 0;
+// The string types that OpenSSL converts to UTF-8.
+bool IsString(int type) noexcept {
+  constexpr unsigned long kStringTypes = B_ASN1_UTF8STRING | B_ASN1_PRINTABLESTRING | B_ASN1_T61STRING |
+                                         B_ASN1_IA5STRING | B_ASN1_BMPSTRING | B_ASN1_UNIVERSALSTRING |
+                                         B_ASN1_NUMERICSTRING | B_ASN1_VISIBLESTRING;
+  return (ASN1_tag2bit(type) & kStringTypes) != 0;
 }
 
-bool ReadText(const ASN1_STRING* value, AnsiStr& text) noexcept {
+bool ReadString(const ASN1_STRING* value, AnsiStr& text) noexcept {
   unsigned char* bytes = nullptr;
   const int size = ASN1_STRING_to_UTF8(&bytes, value);
-  if (size < 0) return FailWithOpenSSL("The text of a signed attribute cannot be read");
+  if (size < 0) return FailWithOpenSSL("The string of a signed attribute cannot be read");
   const DerPtr owned(bytes);
   text = AnsiStr(reinterpret_cast<const char*>(bytes), static_cast<std::uint32_t>(size));
   return true;
 }
 
-// The contents octets of any other value, behind its header.
+// Takes the contents octets of any other value, without its header, as hexadecimal.
 bool ReadOctets(const ASN1_TYPE* value, AnsiStr& text) noexcept {
   unsigned char* der = nullptr;
   const int size = i2d_ASN1_TYPE(value, &der);
@@ -113,10 +116,11 @@ bool ReadValue(X509_ATTRIBUTE* attribute, AnsiStr& text) noexcept {
   const ASN1_TYPE* value = X509_ATTRIBUTE_get0_type(attribute, 0);
   if (value == nullptr) return FailWith("A signed attribute has no value");
   const int type = ASN1_TYPE_get(value);
-  return IsText(type) ? ReadText(value->value.asn1_string, text) : ReadOctets(value, text);
+  return IsString(type) ? ReadString(value->value.asn1_string, text) : ReadOctets(value, text);
 }
 
-// One identifier given to two attributes could be read in more ways than one, whatever values they have.
+// RFC 5652, 5.3 forbids two attributes of one type: a reader that takes the first and one that takes the last
+// would see different signatures.
 bool IsEachOnce(const CMS_SignerInfo* signer) noexcept try {
   std::set<std::string_view> seen;
   const int count = CMS_signed_get_attr_count(signer);
@@ -130,8 +134,8 @@ bool IsEachOnce(const CMS_SignerInfo* signer) noexcept try {
   return FailWithoutMemory();
 }
 
-// An attribute with several values, which none of ours has, could be read in more ways than one and is left
-// out.
+// An attribute with several values is left out, as it is not clear which one counts. None of ours has
+// several.
 bool ReadAttributes(const CMS_SignerInfo* signer, OruGuiBase::KVMap& attributes) noexcept {
   const int count = CMS_signed_get_attr_count(signer);
   for (int i = 0; i < count; ++i) {
@@ -156,6 +160,7 @@ bool ReadSigner(CMS_SignerInfo* info, STACK_OF(X509) * certificates, CMSSigner& 
 
 }  // namespace
 
+// Defined in the one source that creates recipients, so that their vtable is in the library.
 CMSKeyTransRecipient::~CMSKeyTransRecipient() = default;
 
 bool ReadRecipients(const CmsSkeleton& skeleton,
@@ -165,8 +170,8 @@ bool ReadRecipients(const CmsSkeleton& skeleton,
   ViewSource source(bytes.GetData(), bytes.GetSize());
   BerReader reader(source);
   BerWalker walker(reader);
-  walker.SkipAny();
-  if (walker.Is(kContext0)) walker.SkipAny();
+  walker.SkipAny();                            // version
+  if (walker.Is(kContext0)) walker.SkipAny();  // originatorInfo
   if (!walker.Enter(kSet)) return false;
   while (!walker.IsAtEnd()) {
     std::unique_ptr<CMSKeyTransRecipient> recipient(new (std::nothrow) CMSKeyTransRecipient);
@@ -187,6 +192,7 @@ X509* FindSignerCertificate(CMS_SignerInfo* signer, STACK_OF(X509) * certificate
 
 bool ReadSigningTime(CMS_SignerInfo* signer, OruGuiBase::DateTime& time) noexcept {
   time = OruGuiBase::DateTime();
+  // One attribute with one value (RFC 5652, 11.3); its time may be of either ASN.1 type.
   const int place = CMS_signed_get_attr_by_NID(signer, NID_pkcs9_signingTime, -1);
   if (place < 0) return true;
   X509_ATTRIBUTE* attribute = CMS_signed_get_attr(signer, place);

@@ -19,6 +19,11 @@
 #include "security/failure.h"
 #include "security/x509/strength.h"
 
+// Implements CryptoMessageSyntax::Sign (security/cryptomessagesyntax.h): writes SignedData (RFC 5652, 5) with
+// a key that is elsewhere. The order is fixed by that: the content is written and hashed first, then the hash
+// of the signed attributes goes to the signer, then the end of the message is written.
+//
+// OpenSSL builds the structure only. It could neither stream the content nor ask somebody else to sign.
 namespace OruOssSec {
 
 namespace {
@@ -31,7 +36,7 @@ constexpr const char* kNotHashed = "The hash cannot be computed";
 
 constexpr const char* kNotAdded = "A signed attribute cannot be added";
 
-// The attributes that every signature of ours has by itself, or may have.
+// The attributes that Sign adds itself. A caller may not give them.
 bool IsOurs(const ASN1_OBJECT* object) noexcept {
   const int nid = OBJ_obj2nid(object);
   return nid == NID_pkcs9_contentType || nid == NID_pkcs9_messageDigest || nid == NID_pkcs9_signingTime;
@@ -40,7 +45,7 @@ bool IsOurs(const ASN1_OBJECT* object) noexcept {
 bool AddText(CMS_SignerInfo* signer, const AnsiStr& oid, const OruGuiBase::Val& value) noexcept {
   const ObjectPtr object(OBJ_txt2obj(oid.GetText(), 1));
   if (object == nullptr) return FailWith("A signed attribute is not named by an object identifier");
-  if (value.GetType() != OruGuiBase::ValType::String) return FailWith("A signed attribute is not a text");
+  if (value.GetType() != OruGuiBase::ValType::String) return FailWith("A signed attribute is not a string");
   const AnsiStr text = value.AsString();
   if (!OruGuiBase::IsValidUTF8(text.GetText(), text.GetLength())) {
     return FailWith("A signed attribute is not UTF-8");
@@ -53,7 +58,7 @@ bool AddText(CMS_SignerInfo* signer, const AnsiStr& oid, const OruGuiBase::Val& 
          FailWithOpenSSL(kNotAdded);
 }
 
-// One encoded attribute within the buffer that holds them all.
+// Where one encoded attribute is in the buffer of all of them.
 struct Encoded {
   std::size_t offset = 0;
   std::size_t size = 0;
@@ -68,7 +73,7 @@ bool AppendAttribute(X509_ATTRIBUTE* attribute, BerBuffer& all, Encoded& place) 
   return all.Append(der, place.size);
 }
 
-// The order of a DER SET OF (X.690, 11.6): as octet strings, a shorter one first where it begins another.
+// Sorts as a DER SET OF demands (X.690, 11.6): as octet strings, a prefix before what it begins.
 void SortEncoded(const BerBuffer& all, Encoded* places, std::size_t count) noexcept {
   std::sort(places, places + count, [&all](const Encoded& a, const Encoded& b) {
     const int order =
@@ -77,21 +82,21 @@ void SortEncoded(const BerBuffer& all, Encoded* places, std::size_t count) noexc
   });
 }
 
-// The content type (RFC 5652, 11.1), that of plain data.
+// Adds the content type (RFC 5652, 11.1), that of plain data.
 bool AddContentType(CMS_SignerInfo* signer) noexcept {
   return CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_contentType, V_ASN1_OBJECT,
                                      OBJ_nid2obj(NID_pkcs7_data), -1) == 1 ||
          FailWithOpenSSL(kNotAdded);
 }
 
-// The digest of the content (11.2).
+// Adds the digest of the content (11.2).
 bool AddMessageDigest(CMS_SignerInfo* signer, const OruGuiBase::BlobConst& digest) noexcept {
   return CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING, digest.data,
                                      static_cast<int>(digest.size)) == 1 ||
          FailWithOpenSSL(kNotAdded);
 }
 
-// The signing time (11.3): UTCTime from 1950 to 2049, GeneralizedTime otherwise.
+// Adds the signing time (11.3): UTCTime from 1950 to 2049, as the RFC demands, GeneralizedTime otherwise.
 bool AddSigningTime(CMS_SignerInfo* signer, const OruGuiBase::DateTime& time) noexcept {
   if (!OruGuiBase::IsValidDateTime(time) || time.year > 9999) return FailWith("The signing time is invalid");
   const bool isShort = time.year >= 1950 && time.year <= 2049;
@@ -105,9 +110,9 @@ bool AddSigningTime(CMS_SignerInfo* signer, const OruGuiBase::DateTime& time) no
          FailWithOpenSSL(kNotAdded);
 }
 
-// Strings by OID as UTF8String. An OID that is there already is a failure.
+// Adds strings by OID as UTF8String. An OID that is there already is a failure.
 bool AddTextAttributes(CMS_SignerInfo* signer, const OruGuiBase::KVMap& attributes) noexcept {
-  // What we write we read: beside these there are the content type, the digest and the signing time.
+  // Content type, digest and signing time count too: a message that we write must be one that we read.
   constexpr std::uint32_t kOthers = 3;
   if (attributes.GetCount() > CMSLimits::kAttributes - kOthers) {
     return FailWith("The signer has too many signed attributes");
@@ -118,7 +123,7 @@ bool AddTextAttributes(CMS_SignerInfo* signer, const OruGuiBase::KVMap& attribut
   return true;
 }
 
-// The octets that a signature is made over (5.4): the DER encoding of the signed attributes as a SET OF.
+// Encodes what the signature is over (5.4): the signed attributes as a DER SET OF.
 bool EncodeSignedAttributes(const CMS_SignerInfo* signer, BerBuffer& encoded) noexcept {
   const int count = CMS_signed_get_attr_count(signer);
   if (count <= 0) return FailWith("The signer has no signed attributes");
@@ -138,7 +143,7 @@ bool EncodeSignedAttributes(const CMS_SignerInfo* signer, BerBuffer& encoded) no
   return true;
 }
 
-// One SignedData in progress.
+// One SignedData in progress. Lives for one call of Sign; the functions are called in their order here.
 class Signing {
  public:
   explicit Signing(const OruGuiBase::File& target) noexcept : writer_(target, frame_) {}
@@ -153,9 +158,9 @@ class Signing {
   bool CheckSignature(const OruGuiBase::BlobConst& hash, const OruGuiBase::Blob& signature) const noexcept;
 
   CmsPtr cms_;
-  EVP_PKEY* key_ = nullptr;  // the certificate's
-  CMS_SignerInfo* signer_ = nullptr;
-  CmsSkeleton frame_;
+  EVP_PKEY* key_ = nullptr;           // belongs to the certificate
+  CMS_SignerInfo* signer_ = nullptr;  // belongs to cms_
+  CmsSkeleton frame_;                 // what writer_ writes around the content
   CmsWriter writer_;
   Digest content_;
 };
@@ -196,8 +201,9 @@ bool Signing::WriteContent(const OruGuiBase::File& content) noexcept {
   return AddMessageDigest(signer_, content_.GetValue());
 }
 
-// Asks the caller's signer, whose reason stands when it fails. What it leaves in the error state when it
-// succeeds, such as the reason of a first attempt, is no failure of ours.
+// Asks the caller's signer, whose reason is kept when it fails. When it succeeds, the error state is cleared:
+// a reason in it, such as that of a first attempt, is no failure of ours. An exception must not cross the
+// library's boundary, so it counts as false.
 bool AskSigner(ISignHash& signer, const OruGuiBase::BlobConst& hash, OruGuiBase::Blob& signature) noexcept {
   OruGuiBase::ClearLastError();
   bool isSigned = false;
@@ -229,8 +235,9 @@ bool Signing::SignAttributes(ISignHash& signer) noexcept {
   return CheckSignature(hash.GetValue(), signature);
 }
 
-// Over the hash that was signed: OpenSSL's own check of a signer takes the attributes in the order in which
-// they were added, which is not the one that is signed and written.
+// Verifies the signature before the message counts as signed: a signer that holds another key must not be
+// found out by the recipient. CMS_SignerInfo_verify does not help, as it encodes the attributes in the order
+// in which they were added, not in the one that is signed and written.
 bool Signing::CheckSignature(const OruGuiBase::BlobConst& hash,
                              const OruGuiBase::Blob& signature) const noexcept {
   const KeyCtxPtr context(EVP_PKEY_CTX_new_from_pkey(nullptr, key_, nullptr));
@@ -245,6 +252,7 @@ bool Signing::CheckSignature(const OruGuiBase::BlobConst& hash,
 }
 
 bool Signing::Finish() noexcept {
+  // The elements after the content are complete only now: they have the digest and the signature.
   frame_ = CmsSkeleton();
   return ReadSkeleton(cms_.get(), frame_) && writer_.Finish();
 }

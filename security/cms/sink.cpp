@@ -4,26 +4,31 @@
 
 #include "security/failure.h"
 
+// Where content goes: decrypting and copying deliver it to a FileSink or BlobSink, encrypting and signing
+// write it into a message with CmsWriter.
 namespace OruOssSec {
 
 namespace {
 
+// Identifiers with an indefinite length, and the end-of-contents that closes each (X.690, 8.1.5).
 constexpr std::uint8_t kSequenceStart[] = {kSequence, 0x80};
 constexpr std::uint8_t kContextStart[] = {kContext0, 0x80};
 constexpr std::uint8_t kOctetsStart[] = {kOctetString | kConstructed, 0x80};
 constexpr std::uint8_t kEnd[] = {0x00, 0x00};
 
-// A segment and its header are one chunk: 04 83 and three octets of length.
+// A full segment and its header are one chunk; the header is 04 83 and three octets of length.
 constexpr std::uint32_t kSegmentHeader = 5;
 constexpr std::uint32_t kSegment = kWriteChunk - kSegmentHeader;
 
-// Room that is reserved beside the content: certificates and signers or recipients.
+// Space that is reserved besides the content, for certificates and signers or recipients. Truncate gives the
+// rest back.
 constexpr std::uint64_t kAround = std::uint64_t{64} * 1024;
 
 bool IsSigned(const CmsSkeleton& skeleton) noexcept {
   return skeleton.type == CMSMsg::Type::SignedData;
 }
 
+// The layouts that CmsWriter documents.
 bool MakeHead(const CmsSkeleton& skeleton, BerBuffer& head) noexcept {
   return head.Append(kSequenceStart, 2) && head.AppendHeader(kObjectIdentifier, skeleton.oid.GetSize()) &&
          head.Append(skeleton.oid) && head.Append(kContextStart, 2) && head.Append(kSequenceStart, 2) &&
@@ -43,14 +48,14 @@ bool FileSink::Begin(std::uint64_t expected) noexcept {
   return writer_.OpenStaged(target_) && writer_.Preallocate(static_cast<std::int64_t>(expected));
 }
 
+// What a cipher put beyond the chunk moves to its beginning.
 bool FileSink::Commit(std::uint32_t size) noexcept {
-  constexpr std::uint32_t kChunk = kWriteChunk;
   filled_ += size;
   written_ += size;
-  if (filled_ < kChunk) return true;
-  if (!writer_.Write(buffer_.GetData(), kChunk)) return false;
-  filled_ -= kChunk;
-  std::memmove(buffer_.GetData(), buffer_.GetData() + kChunk, filled_);
+  if (filled_ < kWriteChunk) return true;
+  if (!writer_.Write(buffer_.GetData(), kWriteChunk)) return false;
+  filled_ -= kWriteChunk;
+  std::memmove(buffer_.GetData(), buffer_.GetData() + kWriteChunk, filled_);
   return true;
 }
 
@@ -59,7 +64,7 @@ bool FileSink::Finish() noexcept {
          writer_.Close();
 }
 
-// One octet more than will come keeps GetMissing() from ever being 0.
+// One octet more than expected keeps GetMissing() from ever being 0.
 bool BlobSink::Begin(std::uint64_t expected) noexcept {
   if (expected + 1 + kSlack > 0xFFFFFFFFU) return FailWith("The content is too large for memory");
   data_ = bytes_.Alloc(static_cast<std::uint32_t>(expected + 1 + kSlack));
@@ -86,14 +91,16 @@ bool CmsWriter::Begin(std::uint64_t expected) noexcept {
   if (!buffer_.Alloc(kMostHeader + kSegment + kSlack)) return FailWithoutMemory();
   BerBuffer bytes;
   if (!MakeHead(frame_, bytes) || !writer_.Open(target_)) return false;
-  // The first segment is so much shorter that the following ones lie at multiples of a chunk; a head that
-  // leaves little of the first chunk is not worth it.
+  // The first segment is shorter by the size of the head, so that the following ones begin at multiples of a
+  // chunk. After a large head it would be too short to be worth a write of its own.
   const std::uint32_t lead = static_cast<std::uint32_t>(bytes.GetSize() % kWriteChunk);
   segment_ = lead < kSegment / 2 ? kSegment - lead : kSegment;
   const std::uint64_t headers = (expected / kSegment + 1) * kSegmentHeader;
   return writer_.Preallocate(static_cast<std::int64_t>(expected + headers + kAround)) && Write(bytes);
 }
 
+// The header has another size for a shorter segment, so it is put right before the octets, in the space that
+// is kept for the longest header: one write for both.
 bool CmsWriter::WriteSegment(std::uint32_t size) noexcept {
   std::uint8_t header[kMostHeader];
   const std::uint32_t headerSize = PutBerHeader(kOctetString, size, header);

@@ -6,6 +6,9 @@
 #include "security/ber/walker.h"
 #include "security/failure.h"
 
+// Separates the structure of a message from its content, in both directions: loading reads a skeleton from a
+// file, writing takes one from what OpenSSL built. OpenSSL never sees the content, so it may have any size,
+// and never more than CMSLimits::kSkeleton of a hostile file.
 namespace OruOssSec {
 
 namespace {
@@ -16,7 +19,7 @@ struct ContentType {
   const char* name;
 };
 
-// pkcs-7 (1.2.840.113549.1.7) and its arc smime-ct (1.2.840.113549.1.9.16.1).
+// The arcs pkcs-7 (1.2.840.113549.1.7) and smime-ct (1.2.840.113549.1.9.16.1), as contents octets.
 #define PKCS7 "\x2A\x86\x48\x86\xF7\x0D\x01\x07"
 #define SMIME_CT "\x2A\x86\x48\x86\xF7\x0D\x01\x09\x10\x01"
 
@@ -42,7 +45,7 @@ const ContentType* FindEntry(const BerBuffer& oid) noexcept {
   return nullptr;
 }
 
-// The OID of a content type, contents octets alone.
+// Takes the OID of a content type, without its header.
 bool TakeOid(BerWalker& walker, BerBuffer& oid) noexcept {
   if (!walker.TakeContents(kObjectIdentifier, oid)) return false;
   return (!oid.IsEmpty() && oid.GetSize() <= CmsSkeleton::kMaxOid) ||
@@ -96,7 +99,7 @@ bool ReadDigested(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
   return walker.Take(kOctetString, skeleton.after);
 }
 
-// Data (4): the content itself. What is no octet string is passed over like any other type.
+// Data (4): the content itself. Anything but an octet string is skipped, as for any other type.
 bool ReadData(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
   skeleton.hasContent = walker.Is(kOctetString) || walker.Is(kOctetString | kConstructed);
   return skeleton.hasContent ? walker.SkipOctets(kOctetString, skeleton.content) : walker.SkipAny();
@@ -114,8 +117,8 @@ bool ReadBody(BerWalker& walker, CmsSkeleton& skeleton) noexcept {
   return walker.Leave();
 }
 
-// Where OpenSSL lacks the memory to sort a set, such as the signed attributes, it leaves the set out and goes
-// on; that the encoding ends too early is all that tells.
+// When OpenSSL has no memory to sort a set, such as the signed attributes, it leaves the set out and goes on.
+// The only sign of it is an encoding that is too short, so its size is checked.
 bool Encode(const CMS_ContentInfo* message, OruGuiBase::WorkBuffer& der) noexcept {
   const int size = i2d_CMS_ContentInfo(message, nullptr);
   if (size <= 0) return FailWithOpenSSL("The message cannot be encoded");
@@ -125,13 +128,14 @@ bool Encode(const CMS_ContentInfo* message, OruGuiBase::WorkBuffer& der) noexcep
   return (written == size && end == der.GetData() + size) || FailWithOpenSSL("The message cannot be encoded");
 }
 
-// Most of what is no message shows in its first byte.
+// Most files that are no message differ in their first byte already.
 bool BeginsLikeAMessage(BerReader& reader) noexcept {
   BerSpan span;
   if (reader.GetSize() > 0 && !reader.Fetch(0, 1, span)) return false;
   return (span.size > 0 && *span.data == kSequence) || reader.Refuse("This is not a CMS message");
 }
 
+// The types whose content is read. Data, which has no body, is handled apart.
 bool IsReadable(CMSMsg::Type type) noexcept {
   return type == CMSMsg::Type::SignedData || type == CMSMsg::Type::EnvelopedData ||
          type == CMSMsg::Type::DigestedData;
@@ -166,11 +170,11 @@ CMSMsg::Type FindContentType(const BerBuffer& oid) noexcept {
 OruGuiBase::AnsiStr GetDottedText(const ASN1_OBJECT* object) noexcept {
   const int length = OBJ_obj2txt(nullptr, 0, object, 1);
   if (length <= 0) return {};
-  OruGuiBase::AnsiStr text;
-  // OBJ_obj2txt ends its text with a NUL, for which the string has room behind its characters.
-  char* buffer = text.Alloc(static_cast<std::uint32_t>(length));
+  OruGuiBase::AnsiStr dotted;
+  // OBJ_obj2txt writes a final NUL, for which a string has space after its characters.
+  char* buffer = dotted.Alloc(static_cast<std::uint32_t>(length));
   if (buffer == nullptr || OBJ_obj2txt(buffer, length + 1, object, 1) != length) return {};
-  return text;
+  return dotted;
 }
 
 bool GetContentTypeName(const BerBuffer& oid, OruGuiBase::AnsiStr& name) noexcept {
@@ -187,6 +191,7 @@ bool GetContentTypeName(const BerBuffer& oid, OruGuiBase::AnsiStr& name) noexcep
   return !name.IsEmpty() || FailWith("The content type of the message has no text");
 }
 
+// An enveloped message that is too large is named apart: it cannot be plain content, whatever else it is.
 CMSMsg::LoadResult LoadSkeleton(IByteSource& source, CmsSkeleton& skeleton) noexcept {
   BerReader reader(source);
   if (ReadElements(reader, skeleton)) return CMSMsg::LoadResult::Loaded;
@@ -209,13 +214,13 @@ bool ReadSkeleton(const CMS_ContentInfo* message, CmsSkeleton& skeleton) noexcep
 
 namespace {
 
-// Size of an element with so much in it.
+// The size of an element with so many octets of contents.
 std::uint64_t SizeAround(std::uint64_t contents) noexcept {
   std::uint8_t header[kMostHeader];
   return PutBerHeader(kSequence, contents, header) + contents;
 }
 
-// From the inside out for the lengths, then from the outside in, so that the message is made once.
+// The lengths are computed from the inside out, then the octets written from the outside in: one allocation.
 bool EncodeDetached(const CmsSkeleton& skeleton, BerBuffer& message) noexcept {
   const std::uint64_t fields =
       skeleton.before.GetSize() + SizeAround(skeleton.inner.GetSize()) + skeleton.after.GetSize();
@@ -231,6 +236,7 @@ bool EncodeDetached(const CmsSkeleton& skeleton, BerBuffer& message) noexcept {
 
 }  // namespace
 
+// `refused` stays true where OpenSSL parsed the message but left bytes over: these are to blame as well.
 CMSMsg::LoadResult ParseDetached(const CmsSkeleton& skeleton, CmsPtr& parsed) noexcept {
   constexpr const char* kUnread = "The message cannot be read";
   BerBuffer message;

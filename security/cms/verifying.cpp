@@ -15,16 +15,20 @@
 #include "security/x509/chain.h"
 #include "security/x509/strength.h"
 
+// Verifies SignedData (RFC 5652, 5) for CMSMsg. Signatures and chains are checked first, since they need only
+// the skeleton; the content, which can be large, is then read once for all digests. A message is valid only
+// if every one of its signers is.
 namespace OruOssSec {
 
 namespace {
 
+// The digests that VerifySigners accepts.
 constexpr int kDigestNids[] = {NID_sha1,     NID_sha224,   NID_sha256,   NID_sha384,  NID_sha512,
                                NID_sha3_224, NID_sha3_256, NID_sha3_384, NID_sha3_512};
 
 constexpr const char* kNotComputed = "The digest of the content cannot be computed";
 
-// Place of the algorithm in the list, or its end.
+// The index of the algorithm in the list; the number of entries when it is not there.
 std::size_t FindDigest(const X509_ALGOR* algorithm) noexcept {
   const ASN1_OBJECT* object = nullptr;
   X509_ALGOR_get0(&object, nullptr, nullptr, algorithm);
@@ -41,7 +45,8 @@ const char* DescribeUnknown(const X509_ALGOR* algorithm) noexcept {
                                         : "A signer's digest algorithm is not known";
 }
 
-/// The digests that the signers of a message ask for, each computed once, all in one pass over the content.
+/// The digests that the signers of a message use: each is computed once, all in one pass over the content.
+/// Lives for one call of VerifySigners.
 class ContentDigests {
  public:
   /// Asks for a digest by its algorithm identifier; one that is not known is a failure.
@@ -103,11 +108,12 @@ const X509_ALGOR* GetDigestAlgorithm(CMS_SignerInfo* signer) noexcept {
   return digest;
 }
 
-// The one value of an attribute that may occur once with one value, as OpenSSL's place -3 demands.
+// The value of an attribute that must occur once and have one value: the -3 makes OpenSSL demand both.
 void* GetOnlyValue(const CMS_SignerInfo* signer, int nid, int type) noexcept {
   return CMS_signed_get0_data_by_OBJ(signer, OBJ_nid2obj(nid), -3, type);
 }
 
+// Content signed as one type must not be read as another one (RFC 5652, 11.1).
 bool CheckContentType(const LoadedMessage& message, const CMS_SignerInfo* signer) noexcept {
   const auto* claimed =
       static_cast<const ASN1_OBJECT*>(GetOnlyValue(signer, NID_pkcs9_contentType, V_ASN1_OBJECT));
@@ -116,8 +122,9 @@ bool CheckContentType(const LoadedMessage& message, const CMS_SignerInfo* signer
          FailWith("A signature is for content of another type");
 }
 
-// Gives the signer its certificate and checks its signature. Signed attributes have to be there: a signature
-// right over the content could be moved to content that looks like attributes, and the other way.
+// Sets the signer's certificate and checks its signature. Signed attributes are required: otherwise a
+// signature over attributes could be presented as one over content that looks like them, and the other way
+// round.
 bool CheckSignature(const LoadedMessage& message, CMS_SignerInfo* signer,
                     STACK_OF(X509) * certificates) noexcept {
   if (CMS_signed_get_attr_count(signer) <= 0) return FailWith("A signer has no signed attributes");
@@ -129,6 +136,7 @@ bool CheckSignature(const LoadedMessage& message, CMS_SignerInfo* signer,
   return CMS_SignerInfo_verify(signer) == 1 || FailWith("A signature is not valid");
 }
 
+// The signature covers the claimed digest; here the claim is compared with the content.
 bool CheckDigest(CMS_SignerInfo* signer, const ContentDigests& digests) noexcept {
   const auto* claimed = static_cast<const ASN1_OCTET_STRING*>(
       GetOnlyValue(signer, NID_pkcs9_messageDigest, V_ASN1_OCTET_STRING));
@@ -137,6 +145,8 @@ bool CheckDigest(CMS_SignerInfo* signer, const ContentDigests& digests) noexcept
          FailWith("The content is not what was signed");
 }
 
+// A certificate that has expired since does not undo a signature, so the claimed time counts, if there is
+// one.
 bool CheckChain(CMS_SignerInfo* signer, const CertStore& trusted, STACK_OF(X509) * certificates) noexcept {
   OruGuiBase::DateTime time;
   if (!ReadSigningTime(signer, time)) return false;
@@ -156,8 +166,9 @@ int TwoDigits(std::string_view text, std::size_t place) noexcept {
   return (text[place] - '0') * 10 + (text[place + 1] - '0');
 }
 
-// Whether a time with a year of two or four digits has its digits, up to the seconds. What follows them is
-// left to OpenSSL, whose versions agree about it.
+// Whether a time with a year of two or four digits is a valid date with digits up to the seconds. What
+// follows them is left to OpenSSL, whose versions agree about it. Two digits mean 1950 to 2049 (RFC
+// 5280, 4.1.2.5.1).
 bool IsTime(std::string_view text, std::size_t yearDigits) noexcept {
   constexpr std::string_view kDigits = "0123456789";
   const std::size_t end = yearDigits + 10;
@@ -169,13 +180,15 @@ bool IsTime(std::string_view text, std::size_t yearDigits) noexcept {
                                       TwoDigits(rest, 6), TwoDigits(rest, 8)});
 }
 
-/// Walks over the signers. What is no signer ends the walk, what is no time ends it with isUnreadable.
+/// Walks over the signers of a skeleton; refers to the walker. An invalid structure ends the walk, which is
+/// no finding. An unreadable time ends it and is one.
 class SigningTimeCheck {
  public:
   explicit SigningTimeCheck(BerWalker& walker) noexcept : walker_(walker) {}
 
   bool IsUnreadable() const noexcept { return isUnreadable_; }
 
+  // The walker fails for good at the first deviation, so results are asked for only where a loop needs them.
   void CheckSigners() noexcept {
     while (!walker_.IsFailed() && !walker_.Is(kSet)) walker_.SkipAny();
     walker_.Enter(kSet);
@@ -260,7 +273,7 @@ bool AreSigningTimesReadable(const CmsSkeleton& skeleton) noexcept {
   check.CheckSigners();
   const bool isShortOfMemory = !check.IsUnreadable() && walker.IsFailed() && !reader.IsRefused();
   if (isShortOfMemory) return false;
-  // What the walk recorded about other things is not the reason of anything.
+  // The walk may have recorded why it ended at an invalid structure; that is for OpenSSL's parser to judge.
   OruGuiBase::ClearLastError();
   return !check.IsUnreadable() || FailWith("The signing time of a signer cannot be read");
 }

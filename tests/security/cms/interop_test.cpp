@@ -179,7 +179,7 @@ TEST_P(RecipientsOfOthersTest, AreNamed) {
   EXPECT_EQ(found, row.recipients);
 }
 
-constexpr const char* kOtherType = "A recipient of the message is not of the key transport kind";
+constexpr const char* kOtherType = "A recipient of the message is not of the key transport type";
 
 INSTANTIATE_TEST_SUITE_P(
     Messages, RecipientsOfOthersTest,

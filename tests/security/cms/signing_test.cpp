@@ -134,8 +134,8 @@ TEST_F(CmsSigningTest, RefusesAttributesThatCannotBeWritten) {
   const AttributeRow rows[] = {
       {"no OID", "group", Val("x"), "A signed attribute is not named by an object identifier"},
       {"empty OID", "", Val("x"), "A signed attribute is not named by an object identifier"},
-      {"no text", kGroupOid, Val(std::int64_t{1}), "A signed attribute is not a text"},
-      {"nil", kGroupOid, Val(), "A signed attribute is not a text"},
+      {"no text", kGroupOid, Val(std::int64_t{1}), "A signed attribute is not a string"},
+      {"nil", kGroupOid, Val(), "A signed attribute is not a string"},
       {"not UTF-8", kGroupOid, Val("\xC3"), "A signed attribute is not UTF-8"},
       {"the content type", "1.2.840.113549.1.9.3", Val("x"), "A signed attribute is given twice"},
       {"the digest", "1.2.840.113549.1.9.4", Val("x"), "A signed attribute is given twice"},
