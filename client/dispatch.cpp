@@ -14,29 +14,25 @@ namespace {
 constexpr char kPrefix[] = "Crypt";
 constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
 
-struct MethodName {
-  const char* name;
-  CryptClient::Method method;
-};
-
-constexpr std::array<MethodName, 9> kMethods = {{
-    {"ConfigGroup", CryptClient::Method::ConfigGroup},
-    {"Reencrypt", CryptClient::Method::Reencrypt},
-    {"GetAuditLog", CryptClient::Method::GetAuditLog},
-    {"Update", CryptClient::Method::Update},
-    {"ImportKey", CryptClient::Method::ImportKey},
-    {"DeleteKey", CryptClient::Method::DeleteKey},
-    {"SignByKey", CryptClient::Method::SignByKey},
-    {"Encrypt", CryptClient::Method::Encrypt},
-    {"Decrypt", CryptClient::Method::Decrypt},
-}};
-
 }  // namespace
+
+// "Encrypt" and "Decrypt" are operations on room keys here; the file operations of these names have no entry.
+constexpr std::array<CryptClient::Dispatcher::Operation, 9> CryptClient::Dispatcher::kOperations = {{
+    {"ConfigGroup", Method::ConfigGroup, &Dispatcher::ConfigGroup},
+    {"Reencrypt", Method::Reencrypt, &Dispatcher::Reencrypt},
+    {"GetAuditLog", Method::GetAuditLog, &Dispatcher::GetAuditLog},
+    {"Update", Method::Update, &Dispatcher::Update},
+    {"ImportKey", Method::ImportKey, &Dispatcher::ImportKey},
+    {"DeleteKey", Method::DeleteKey, &Dispatcher::DeleteKey},
+    {"SignByKey", Method::SignByKey, &Dispatcher::SignByKey},
+    {"Encrypt", Method::Encrypt, &Dispatcher::CreateKey},
+    {"Decrypt", Method::Decrypt, &Dispatcher::ExportKeys},
+}};
 
 CryptClient::Method CryptClient::GetMethod(const AnsiStr& operation) noexcept {
   const char* name = operation.GetText();
   if (std::strncmp(name, kPrefix, kPrefixLength) == 0) name += kPrefixLength;
-  for (const MethodName& known : kMethods) {
+  for (const Dispatcher::Operation& known : Dispatcher::kOperations) {
     if (std::strcmp(name, known.name) == 0) return known.method;
   }
   return Method::None;
@@ -64,36 +60,8 @@ bool CryptClient::ExecuteMethod(ICryptClientHttp* transport, const AnsiStr& serv
                                 AnsiStr& error) noexcept {
   Dispatcher dispatcher{transport, service, auxiliary, MemberReader(arguments), result, error};
   std::int32_t status = kNotImplemented;
-  switch (method) {
-    case Method::None:
-      break;
-    case Method::ConfigGroup:
-      status = dispatcher.ConfigGroup();
-      break;
-    case Method::Reencrypt:
-      status = dispatcher.Reencrypt();
-      break;
-    case Method::GetAuditLog:
-      status = dispatcher.GetAuditLog();
-      break;
-    case Method::Update:
-      status = dispatcher.Update();
-      break;
-    case Method::ImportKey:
-      status = dispatcher.ImportKey();
-      break;
-    case Method::DeleteKey:
-      status = dispatcher.DeleteKey();
-      break;
-    case Method::SignByKey:
-      status = dispatcher.SignByKey();
-      break;
-    case Method::Encrypt:
-      status = dispatcher.CreateKey();
-      break;
-    case Method::Decrypt:
-      status = dispatcher.ExportKeys();
-      break;
+  for (const Dispatcher::Operation& known : Dispatcher::kOperations) {
+    if (known.method == method) status = (dispatcher.*known.run)();
   }
   return status >= 0;
 }

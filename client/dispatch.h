@@ -1,18 +1,30 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
+
 #include "client/cryptcli.h"
 #include "exchange/member_reader.h"
 
 namespace OruKalvix {
 
-/// The cases behind ExecuteMethod. Each reads its arguments in its own order, makes a client of its own,
-/// calls one or two public operations and packs the results; what they share is the frame around them.
+/// One call of a named operation. Each operation reads its arguments in its own order, makes a client of its
+/// own, calls one or two public members and packs the results; what they share is the frame around them.
+/// Lives for that call only, and refers to what the caller of ExecuteMethod passed in.
 struct CryptClient::Dispatcher {
+  /// A named operation.
+  struct Operation {
+    const char* name;  ///< without the prefix "Crypt"
+    Method method;
+    std::int32_t (Dispatcher::*run)() noexcept;
+  };
+  /// All of them: the one place that lists their names, methods and functions.
+  static const std::array<Operation, 9> kOperations;
+
   ICryptClientHttp* http;
   const AnsiStr& serviceUrl;
   const AnsiStr& auxiliaryName;
-  MemberReader
-      arguments;  ///< a missing or ill-typed one reads as empty: the operation decides what that means
+  MemberReader arguments;
   KVMap& result;
   AnsiStr& error;
 
