@@ -77,13 +77,6 @@ bool CreateLog(const File& target, TempFile& log) noexcept {
   return isCreated;
 }
 
-KVMap AuditLogEnvelopePayload(const char* type, const AnsiStr& group) noexcept {
-  KVMap payload;
-  payload.Put("type", type);
-  payload.Put("groupId", group);
-  return payload;
-}
-
 // A log passes through in chunks and never lies in memory. The header line goes out once, into an empty
 // target. Whether it went well is in the streams' states.
 void CopyLines(ReadStream& reader, WriteStream& writer, bool withHeader) noexcept {
@@ -112,8 +105,9 @@ bool CryptClient::KeyServerGetAuditLog(const AnsiStr& ofGroup, const File& targe
   keyServerCursor.startIndex = 0;
   keyServerCursor.attempts = 0;
   if (keyServerCursor.servers.IsEmpty()) return Fail("Invalid key server URL");
-  const KVMap envelope =
-      GetEnvelope(AuditLogEnvelopePayload(GetRequestType(KeyServerCommand::GetAuditLog), ofGroup));
+  KeyServerRequest request(KeyServerCommand::GetAuditLog, ofGroup);
+  request.payload.Put("groupId", ofGroup);
+  const KVMap envelope = GetEnvelope(request.payload);
   bool merged = false;
   while (NextKeyServer(keyServerCursor)) {
     switch (AddAuditLogOfServer(envelope, ofGroup, target)) {

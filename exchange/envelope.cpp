@@ -1,5 +1,3 @@
-#include <array>
-
 #include "client/cryptcli.h"
 #include "exchange/key_server_command.h"
 #include "exchange/member_reader.h"
@@ -10,43 +8,13 @@ using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 namespace OruKalvix {
-namespace {
-
-struct CommandNames {
-  const char* request;
-  const char* response;
-};
-
-// Indexed by the command's value.
-constexpr std::array<CommandNames, 11> kCommands = {{
-    {"configGroupRequest", "configGroupResponse"},
-    {"reencryptRequest", "reencryptResponse"},
-    {"getAuditLogRequest", "getAuditLogResponse"},
-    {"generateWrappedKeyRequest", "generateWrappedKeyResponse"},
-    {"modifyWrappedKeyRequest", "modifyWrappedKeyResponse"},
-    {"exportWrappedKeyRequest", "exportWrappedKeyResponse"},
-    {"decryptRequest", "decryptResponse"},
-    {"signRequest", "signResponse"},
-    {"getKeyRequest", "getKeyResponse"},
-    {"importKeyRequest", "importKeyResponse"},
-    {"deleteKeyRequest", "deleteKeyResponse"},
-}};
-
-constexpr CommandNames kNoCommand = {"", ""};
-
-const CommandNames& NamesOf(KeyServerCommand command) noexcept {
-  const auto index = static_cast<std::size_t>(command);
-  return index < kCommands.size() ? kCommands[index] : kNoCommand;
-}
-
-}  // namespace
 
 const char* CryptClient::GetRequestType(KeyServerCommand command) noexcept {
-  return NamesOf(command).request;
+  return GetCommandNames(command).request;
 }
 
 const char* CryptClient::GetResponseType(KeyServerCommand command) noexcept {
-  return NamesOf(command).response;
+  return GetCommandNames(command).response;
 }
 
 KVMap CryptClient::GetStandardHeader() noexcept {

@@ -36,8 +36,7 @@ bool CryptClient::KeyServerConfigGroup(const AnsiStr& ofGroup, const AnsiStr& gr
                                        const AnsiStr& ownerGroup, const ValArray& rootCertificates,
                                        const ValArray& issuingCertificates,
                                        const ValArray& crlUrls) noexcept {
-  KeyServerRequest request{KeyServerCommand::ConfigGroup, {}, ofGroup, {}};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::ConfigGroup, ofGroup);
   request.payload.Put("groupId", ofGroup);
   request.payload.Put("groupName", groupName);
   request.payload.Put("ownerGroupId", ownerGroup);
@@ -48,8 +47,7 @@ bool CryptClient::KeyServerConfigGroup(const AnsiStr& ofGroup, const AnsiStr& gr
 }
 
 bool CryptClient::KeyServerReencrypt(const AnsiStr& ofGroup, const AnsiStr& certificate) noexcept {
-  KeyServerRequest request{KeyServerCommand::Reencrypt, {}, ofGroup, {}};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::Reencrypt, ofGroup);
   request.payload.Put("groupId", ofGroup);
   request.payload.Put("encryptionKey", Val(ExternalCertificate(certificate)));
   return RunGroupCommand(request);
@@ -57,8 +55,7 @@ bool CryptClient::KeyServerReencrypt(const AnsiStr& ofGroup, const AnsiStr& cert
 
 bool CryptClient::KeyServerImportKey(const AnsiStr& ofGroup, const AnsiStr& id, const AnsiStr& key,
                                      const AnsiStr& password) noexcept {
-  KeyServerRequest request{KeyServerCommand::ImportKey, {}, ofGroup, {}};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::ImportKey, ofGroup);
   request.payload.Put("groupId", ofGroup);
   request.payload.Put("id", id);
   request.payload.Put("encodedKey", key);
@@ -67,8 +64,7 @@ bool CryptClient::KeyServerImportKey(const AnsiStr& ofGroup, const AnsiStr& id, 
 }
 
 bool CryptClient::KeyServerDeleteKey(const AnsiStr& ofGroup, const KVMap& key) noexcept {
-  KeyServerRequest request{KeyServerCommand::DeleteKey, {}, ofGroup, key};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::DeleteKey, ofGroup, key);
   request.payload.Put("groupId", ofGroup);
   request.payload.Put("key", Val(key));
   return RunGroupCommand(request);

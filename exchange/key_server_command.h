@@ -23,12 +23,28 @@ enum class KeyServerCommand : std::uint32_t {
   DeleteKey = 10,
 };
 
-/// One command as it is sent to each server of a sweep until one succeeds.
+/// What a command and its response are called on the wire.
+struct CommandNames {
+  const char* request;
+  const char* response;
+};
+
+/// The names of a command; empty ones for a value that is no command.
+const CommandNames& GetCommandNames(KeyServerCommand command) noexcept;
+
+/// One command, as it is sent to each key server until one succeeds. A plain value of the operation that
+/// builds it.
 struct KeyServerRequest {
+  /// Begins the payload with the "type" of the command; the caller adds the members behind it. `id` is the
+  /// room or group to ask the authorization token for, `key` the key that the command acts on, when it names
+  /// one.
+  KeyServerRequest(KeyServerCommand command, const OruGuiBase::AnsiStr& id,
+                   const OruGuiBase::KVMap& key = {}) noexcept;
+
   KeyServerCommand command;
-  OruGuiBase::KVMap payload;    ///< "type" first, then the command's members
-  OruGuiBase::AnsiStr tokenId;  ///< the room or group that the authorization token is asked for
-  OruGuiBase::KVMap tokenKey;   ///< the key that the command acts on, when it names one
+  OruGuiBase::KVMap payload;
+  OruGuiBase::AnsiStr tokenId;
+  OruGuiBase::KVMap tokenKey;
 };
 
 }  // namespace OruKalvix

@@ -22,8 +22,7 @@ Array<Val> EncryptionKeys(const Array<Val>& certificates) noexcept {
 
 bool CryptClient::KeyServerGenerateWrappedKey(const AnsiStr& forRoom, const ValArray& certificates,
                                               RoomKey& roomKey) noexcept {
-  KeyServerRequest request{KeyServerCommand::GenerateWrappedKey, {}, forRoom, {}};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::GenerateWrappedKey, forRoom);
   request.payload.Put("keyType", "");
   request.payload.Put("certificateSubject", AnsiStr("CN=") + forRoom + "-tr");
   request.payload.Put("encryptionKeys", Val(EncryptionKeys(certificates)));
@@ -42,8 +41,7 @@ bool CryptClient::KeyServerGenerateWrappedKey(const AnsiStr& forRoom, const ValA
 
 bool CryptClient::KeyServerModifyWrappedKey(const AnsiStr& forRoom, const ValArray& certificates,
                                             const AnsiStr& wrappedKey, AnsiStr& newWrappedKey) noexcept {
-  KeyServerRequest request{KeyServerCommand::ModifyWrappedKey, {}, forRoom, {}};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::ModifyWrappedKey, forRoom);
   request.payload.Put("encodedWrappedKey", wrappedKey);
   request.payload.Put("encryptionKeys", Val(EncryptionKeys(certificates)));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
@@ -55,8 +53,7 @@ bool CryptClient::KeyServerModifyWrappedKey(const AnsiStr& forRoom, const ValArr
 
 bool CryptClient::KeyServerExportWrappedKey(const AnsiStr& forRoom, const AnsiStr& wrappedKey,
                                             AnsiStr& privateKey) noexcept {
-  KeyServerRequest request{KeyServerCommand::ExportWrappedKey, {}, forRoom, {}};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::ExportWrappedKey, forRoom);
   request.payload.Put("encodedWrappedKey", wrappedKey);
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     privateKey = MemberReader(payload).String("encodedPrivateKey");

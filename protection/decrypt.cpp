@@ -23,8 +23,7 @@ bool CryptClient::KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& enc
   decryptionKey.Put("encodedWrappedKey", wrappedKey);
   Array<Val> encrypted;
   encrypted.Append(Val(encryptedData));
-  KeyServerRequest request{KeyServerCommand::Decrypt, {}, room, {}};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::Decrypt, room);
   request.payload.Put("decryptionKey", Val(decryptionKey));
   request.payload.Put("algorithm", "RSAES-PKCS1-v1_5");
   request.payload.Put("encryptedData", Val(encrypted));

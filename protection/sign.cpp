@@ -40,8 +40,7 @@ bool CryptClient::KeyServerSign(const KVMap& key, const AnsiStr& algorithm, cons
                                 Blob& signature) noexcept {
   Array<Val> hashes;
   hashes.Append(Val(EncodeBase64(hash)));
-  KeyServerRequest request{KeyServerCommand::Sign, {}, room, key};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::Sign, room, key);
   request.payload.Put("signatureKey", Val(key));
   request.payload.Put("algorithm", algorithm);
   request.payload.Put("hashesToBeSigned", Val(hashes));

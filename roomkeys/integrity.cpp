@@ -25,8 +25,7 @@ bool CryptClient::ReadIntegrityKey(const KVMap& payload, const AnsiStr& id, Inte
 }
 
 bool CryptClient::KeyServerGetKey(const AnsiStr& id, const AnsiStr& subId, IntegrityKey& key) noexcept {
-  KeyServerRequest request{KeyServerCommand::GetKey, {}, room, {}};
-  request.payload.Put("type", GetRequestType(request.command));
+  KeyServerRequest request(KeyServerCommand::GetKey, room);
   request.payload.Put("key", Val(GetKeyHandle(id, subId)));
   request.payload.Put("representation", "certificate");
   return RunCommand(request,
