@@ -195,12 +195,8 @@ class CryptClient final : public OruOssSec::ISignHash {
   void SetError(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
   /// The same, and returns false.
   bool Fail(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
-  // A type of its own, so that no text of a printf-style call is taken for a URL.
-  struct HttpCall {
-    const char* method;
-    const AnsiStr& url;
-  };
-  void SetError(const HttpCall& call, const AnsiStr& message) noexcept;
+  /// Records the message of a failed exchange as it stands; the trace names the exchange too.
+  void SetHttpError(const char* method, const AnsiStr& url, const AnsiStr& message) noexcept;
   /// Records "<what>: <the current system error text>" and returns false.
   bool FailWithSystemError(const char* what) noexcept;
   static std::uint32_t* GetKeyServerBase() noexcept;

@@ -90,9 +90,9 @@ bool CryptClient::Fail(const char* format, ...) noexcept {
   return false;
 }
 
-void CryptClient::SetError(const HttpCall& call, const AnsiStr& message) noexcept {
+void CryptClient::SetHttpError(const char* method, const AnsiStr& url, const AnsiStr& message) noexcept {
   errorMessage = message;
-  CRYPTCLI_TRACE_MSG(4, "CryptClient: %s %s", call.method, call.url.GetText());
+  CRYPTCLI_TRACE_MSG(4, "CryptClient: %s %s", method, url.GetText());
   CRYPTCLI_TRACE_MSG(4, "CryptClient: Error: %s", errorMessage.GetText());
 }
 

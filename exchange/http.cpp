@@ -44,15 +44,15 @@ bool CryptClient::HttpRequest(const char* method, const AnsiStr& url, const KVMa
                               const AnsiStr& body, const HttpOptions& options,
                               HttpResponse& response) noexcept {
   if (http == nullptr) {
-    SetError({method, url}, "No HTTP service");
+    SetHttpError(method, url, "No HTTP service");
     return false;
   }
   if (!Send(*http, method, url, headers, body, options, response)) {
-    SetError({method, url}, response.errorText);
+    SetHttpError(method, url, response.errorText);
     return false;
   }
   if (response.status != kStatusOk) {
-    SetError({method, url}, OruGuiBase::FmtArgs("HTTP %ld", static_cast<long>(response.status)));
+    SetHttpError(method, url, OruGuiBase::FmtArgs("HTTP %ld", static_cast<long>(response.status)));
     return false;
   }
   CRYPTCLI_TRACE_STR(1, "CryptClient::HttpRequest: %s %s", method, url.GetText());

@@ -42,7 +42,7 @@ class CryptClientTestPeer {
   /// Records a failure whose argument is the message recorded before.
   void WrapError() { client_.SetError("Could not test: %s", client_.errorMessage.GetText()); }
   void SetHttpError(const char* method, const AnsiStr& url, const AnsiStr& message) {
-    client_.SetError({method, url}, message);
+    client_.SetHttpError(method, url, message);
   }
   bool HttpRequest(const char* method, const AnsiStr& url, const KVMap& headers, const AnsiStr& body,
                    const HttpOptions& options, HttpResponse& response) {
