@@ -290,7 +290,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   // ---- File protection (protection/encrypt.cpp, protection/decrypt.cpp)
   bool PrepareRoomKey(RoomKey& roomKey, bool& keyErrorFlag) noexcept;
   bool CreateRoomKey(RoomKey& roomKey) noexcept;
-  bool CheckOrigin(const RoomKey& roomKey) noexcept;
+  bool RequireUrlRoomAndGroup(const RoomKey& roomKey) noexcept;
   KVMap GetSignedAttributes(const RoomKey& roomKey) const noexcept;
   bool WriteProtectedFile(const RoomKey& roomKey, const KVMap& attributes, const File& source,
                           const File& target) noexcept;

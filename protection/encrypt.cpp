@@ -30,8 +30,9 @@ bool CryptClient::CreateRoomKey(RoomKey& roomKey) noexcept {
          ValidateRoomKey(roomKey);
 }
 
-// The group comes with the crypt service's response, so this is asked after the key was had.
-bool CryptClient::CheckOrigin(const RoomKey& roomKey) noexcept {
+// The signed attributes name these three, so a file without one of them could not be traced to its room. The
+// group comes with the crypt service's response: the check has to follow the retrieval of the room key.
+bool CryptClient::RequireUrlRoomAndGroup(const RoomKey& roomKey) noexcept {
   const char* missing = serviceUrl.IsEmpty()     ? "Invalid URL"
                         : roomKey.room.IsEmpty() ? "Invalid room"
                         : group.IsEmpty()        ? "Invalid group"
@@ -76,7 +77,7 @@ bool CryptClient::WriteProtectedFile(const RoomKey& roomKey, const KVMap& attrib
 bool CryptClient::Encrypt(const File& source, const File& target, bool& keyErrorFlag) noexcept {
   keyErrorFlag = false;
   RoomKey roomKey;
-  if (!PrepareRoomKey(roomKey, keyErrorFlag) || !CheckOrigin(roomKey)) return false;
+  if (!PrepareRoomKey(roomKey, keyErrorFlag) || !RequireUrlRoomAndGroup(roomKey)) return false;
   const KVMap attributes = GetSignedAttributes(roomKey);
   return KeyServerGetKey("integrity", AnsiStr(), integrityKey) &&
          WriteProtectedFile(roomKey, attributes, source, target);

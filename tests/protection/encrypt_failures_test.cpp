@@ -180,15 +180,15 @@ TEST_F(Encryption, FailsWhenTheNewKeyCannotBeProvenAndMakesNoSecond) {
 TEST_F(Encryption, MissesUrlRoomAndGroupInThisOrder) {
   RoomKey roomKey;
   CryptClient withoutUrl(&services.http, "", "", "room 1");
-  EXPECT_FALSE(CryptClientTestPeer(withoutUrl).CheckOrigin(roomKey));
+  EXPECT_FALSE(CryptClientTestPeer(withoutUrl).RequireUrlRoomAndGroup(roomKey));
   EXPECT_EQ(Str(withoutUrl.GetErrorMessage()), "Invalid URL");
-  EXPECT_FALSE(peer.CheckOrigin(roomKey));
+  EXPECT_FALSE(peer.RequireUrlRoomAndGroup(roomKey));
   EXPECT_EQ(Error(), "Invalid room");
   roomKey.room = "room 1";
-  EXPECT_FALSE(peer.CheckOrigin(roomKey));
+  EXPECT_FALSE(peer.RequireUrlRoomAndGroup(roomKey));
   EXPECT_EQ(Error(), "Invalid group");
   peer.group = "QOB.g";
-  EXPECT_TRUE(peer.CheckOrigin(roomKey));
+  EXPECT_TRUE(peer.RequireUrlRoomAndGroup(roomKey));
 }
 
 TEST_F(Encryption, NeedsARoom) {

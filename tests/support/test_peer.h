@@ -117,7 +117,7 @@ class CryptClientTestPeer {
   bool FetchIntegrityCerts(const AnsiStr& owner, ValArray& certificates, const AnsiStr& digest) {
     return client_.FetchIntegrityCerts(owner, certificates, digest);
   }
-  bool CheckOrigin(const RoomKey& roomKey) { return client_.CheckOrigin(roomKey); }
+  bool RequireUrlRoomAndGroup(const RoomKey& roomKey) { return client_.RequireUrlRoomAndGroup(roomKey); }
   KVMap GetSignedAttributes(const RoomKey& roomKey) const { return client_.GetSignedAttributes(roomKey); }
   bool CheckSigners(const OruOssSec::CMSMsg& message, const OruOssSec::CertStore& full,
                     const OruOssSec::CertStore& issuers) {
