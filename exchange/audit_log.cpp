@@ -70,18 +70,12 @@ File NameLog(const AnsiStr& groupName) noexcept {
 // Another thread may fetch a log of the same group in the same second.
 bool CreateLog(const File& target, TempFile& log) noexcept {
   constexpr std::uint32_t kMostOfASecond = 1000;
-  bool isCreated = log.Create(target);
-  for (std::uint32_t i = 2; i <= kMostOfASecond && !isCreated && OruGuiBase::GetLastError() == EEXIST; ++i) {
-    isCreated = log.Create(target.GetNumbered(i));
+  if (log.Create(target)) return true;
+  for (std::uint32_t number = 2; number <= kMostOfASecond; ++number) {
+    if (OruGuiBase::GetLastError() != EEXIST) return false;
+    if (log.Create(target.GetNumbered(number))) return true;
   }
-  return isCreated;
-}
-
-// A log passes through in chunks and never lies in memory. The header line goes out once, into an empty
-// target. Whether it went well is in the streams' states.
-void CopyLines(ReadStream& reader, WriteStream& writer, bool withHeader) noexcept {
-  if (writer.IsError()) return;
-  if (withHeader || reader.SkipLn()) reader.CopyLines(writer);
+  return false;
 }
 
 }  // namespace
@@ -132,11 +126,12 @@ CryptClient::Step CryptClient::AddAuditLogOfServer(const KVMap& envelope, const 
   }
   if (!KeyServerConnect()) return Step::NextServer;
   if (!FetchAuthzToken(KeyServerCommand::GetAuditLog, ofGroup, KVMap())) return Step::GiveUp;
-  if (!HttpPostToFile(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), log.GetPath()) ||
-      !CheckAuditLogResponse(log.GetFile())) {
-    return Step::NextServer;
-  }
-  return AppendAuditLog(log.GetFile(), target) ? Step::Done : Step::GiveUp;
+  const bool isFetched =
+      HttpPostToFile(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), log.GetPath());
+  if (!isFetched) return Step::NextServer;
+  if (!CheckAuditLogResponse(log.GetFile())) return Step::NextServer;
+  const bool isAppended = AppendAuditLog(log.GetFile(), target);
+  return isAppended ? Step::Done : Step::GiveUp;
 }
 
 // A good answer is CSV without a server error code. Anything else is looked into for an error to tell; of the
@@ -165,25 +160,38 @@ void CryptClient::ReadAuditLogError(const File& response) noexcept {
   Val value;
   AnsiStr unread;
   OruGuiBase::FastReadStream stream(response);
-  if (!stream.Read(text) || !OruGuiBase::JSON2Val(text, value, unread)) return;
+  if (!stream.Read(text)) return;
+  if (!OruGuiBase::JSON2Val(text, value, unread)) return;
   KVMap payload;
   KeyServerCheckResponse(value.AsMap(), KeyServerCommand::GetAuditLog, payload);
 }
 
+// A log passes through in chunks and never lies in memory. A stream that fails keeps its reason until it is
+// closed, which makes that reason the system error text again; so each failure is reported behind a Close.
 bool CryptClient::AppendAuditLog(const File& log, const File& target) noexcept {
   const AnsiStr couldNotRead = "Could not read from " + log.GetPath();
   const AnsiStr couldNotWrite = "Could not write to " + target.GetPath();
   ReadStream reader(log, ReadStreamMode::Text);
-  if (!reader.IsError()) {
-    WriteStream writer(target, WriteStreamMode::Append);
-    const std::int64_t size = target.GetSize();
-    // Without it nobody knows whether the header line is there already.
-    if (size < 0 && !writer.IsError()) return FailWithSystemError(couldNotWrite.GetText());
-    CopyLines(reader, writer, size == 0);
-    if (reader.Close()) return writer.Close() || FailWithSystemError(couldNotWrite.GetText());
+  if (reader.IsError()) {
+    reader.Close();
+    return FailWithSystemError(couldNotRead.GetText());
   }
-  reader.Close();
-  return FailWithSystemError(couldNotRead.GetText());
+  WriteStream writer(target, WriteStreamMode::Append);
+  if (writer.IsError()) {
+    writer.Close();
+    return FailWithSystemError(couldNotWrite.GetText());
+  }
+  const std::int64_t size = target.GetSize();
+  // Without the size nobody knows whether the header line is there already.
+  if (size < 0) return FailWithSystemError(couldNotWrite.GetText());
+  const bool hasHeader = size > 0;
+  if (hasHeader) reader.SkipLn();
+  reader.CopyLines(writer);
+  const bool isRead = reader.Close();
+  if (!isRead) return FailWithSystemError(couldNotRead.GetText());
+  const bool isWritten = writer.Close();
+  if (!isWritten) return FailWithSystemError(couldNotWrite.GetText());
+  return true;
 }
 
 }  // namespace OruKalvix
