@@ -68,12 +68,15 @@ std::int32_t CryptClient::Dispatcher::Update() noexcept {
   const ValArray keys = arguments.List("keys");
   if (!keys.IsEmpty()) {
     ValArray updated;
-    if (!client.UpdateKey(room, certificates, keys, updated)) return Finish(client, false, results);
+    if (!client.UpdateKey(room, certificates, keys, updated)) return Finish(client, /*done=*/false, results);
     results.Put("keys", Val(updated));
   }
-  AnsiStr newKey;
-  if (arguments.Flag("newkey") && client.CreateKey(room, certificates, newKey)) results.Put("newkey", newKey);
-  return Finish(client, true, results);
+  if (arguments.Flag("newkey")) {
+    AnsiStr newKey;
+    const bool isMade = client.CreateKey(room, certificates, newKey);
+    if (isMade) results.Put("newkey", newKey);
+  }
+  return Finish(client, /*done=*/true, results);
 }
 
 std::int32_t CryptClient::Dispatcher::ImportKey() noexcept {

@@ -54,8 +54,8 @@ KVMap CryptClient::GetSecurityHeader() noexcept {
 
 bool CryptClient::KeyServerPost(const KVMap& envelope, KeyServerCommand command, KVMap& payload) noexcept {
   KVMap response;
-  return HttpPostJSON(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), response) &&
-         KeyServerCheckResponse(response, command, payload);
+  if (!HttpPostJSON(GetServerUrl("rest/json"), envelope, GetSecurityHeader(), response)) return false;
+  return KeyServerCheckResponse(response, command, payload);
 }
 
 bool CryptClient::KeyServerCheckResponse(const KVMap& response, KeyServerCommand command,

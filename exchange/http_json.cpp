@@ -30,13 +30,15 @@ void TraceResponse(const AnsiStr& text) noexcept {
 
 bool CryptClient::HttpGetJSON(const AnsiStr& url, const KVMap& headers, KVMap& object) noexcept {
   AnsiStr body;
-  return HttpGet(url, headers, body) && ParseResponseJSON(body, object);
+  if (!HttpGet(url, headers, body)) return false;
+  return ParseResponseJSON(body, object);
 }
 
 bool CryptClient::HttpPostJSON(const AnsiStr& url, const KVMap& request, const KVMap& headers,
                                KVMap& object) noexcept {
   AnsiStr text;
-  if (!CreateRequestJSON(request, text) || !HttpPost(url, text, headers, text)) return false;
+  if (!CreateRequestJSON(request, text)) return false;
+  if (!HttpPost(url, text, headers, text)) return false;
   if (text.IsEmpty()) {
     object = KVMap();
     return true;
@@ -47,7 +49,8 @@ bool CryptClient::HttpPostJSON(const AnsiStr& url, const KVMap& request, const K
 bool CryptClient::HttpPostToFile(const AnsiStr& url, const KVMap& request, const KVMap& headers,
                                  const AnsiStr& targetFile) noexcept {
   AnsiStr text;
-  return CreateRequestJSON(request, text) && HttpPost(url, text, headers, File(targetFile));
+  if (!CreateRequestJSON(request, text)) return false;
+  return HttpPost(url, text, headers, File(targetFile));
 }
 
 // The text of a failed conversion is a format of its own: the parser's and the emitter's texts hold no input,

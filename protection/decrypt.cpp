@@ -100,7 +100,8 @@ bool CryptClient::Decrypt(const File& source, const File& target, bool& isSigned
   if (!LoadEnvelope(source, envelope, recipients)) return false;
   const CMSKeyTransRecipient& recipient = *recipients.GetFirst()->element;
   RoomKey roomKey;
-  if (!FindRoomKey(recipient, roomKey) || !UnlockEnvelope(recipient, roomKey, envelope)) return false;
+  if (!FindRoomKey(recipient, roomKey)) return false;
+  if (!UnlockEnvelope(recipient, roomKey, envelope)) return false;
   TempFile content;
   if (!CreateTempFile(content, source.GetTail() + ".tmp", true)) {
     return FailWithSystemError("Could not create temporary file");

@@ -17,17 +17,21 @@ namespace OruKalvix {
 // proven fails the operation: there is no second attempt.
 bool CryptClient::PrepareRoomKey(RoomKey& roomKey, bool& keyErrorFlag) noexcept {
   if (!FetchRoomKey(roomKey, keyErrorFlag, AnsiStr(), AnsiStr())) return false;
-  if (roomKey.IsUsableForEncryption() && !ValidateRoomKey(roomKey)) ClearRoomKey(roomKey);
-  return roomKey.IsUsableForEncryption() || CreateRoomKey(roomKey);
+  if (roomKey.IsUsableForEncryption()) {
+    if (ValidateRoomKey(roomKey)) return true;
+    ClearRoomKey(roomKey);
+  }
+  return CreateRoomKey(roomKey);
 }
 
 bool CryptClient::CreateRoomKey(RoomKey& roomKey) noexcept {
   AnsiStr roomName;
   ValArray certificates;
   AnsiStr seqnr;
-  return FetchRoomCerts(roomName, certificates, seqnr) &&
-         KeyServerGenerateWrappedKey(roomName, certificates, roomKey) && UploadRoomKey(roomKey.data, seqnr) &&
-         ValidateRoomKey(roomKey);
+  if (!FetchRoomCerts(roomName, certificates, seqnr)) return false;
+  if (!KeyServerGenerateWrappedKey(roomName, certificates, roomKey)) return false;
+  if (!UploadRoomKey(roomKey.data, seqnr)) return false;
+  return ValidateRoomKey(roomKey);
 }
 
 // The signed attributes name these three, so a file without one of them could not be traced to its room. The
@@ -77,10 +81,11 @@ bool CryptClient::WriteProtectedFile(const RoomKey& roomKey, const KVMap& attrib
 bool CryptClient::Encrypt(const File& source, const File& target, bool& keyErrorFlag) noexcept {
   keyErrorFlag = false;
   RoomKey roomKey;
-  if (!PrepareRoomKey(roomKey, keyErrorFlag) || !RequireUrlRoomAndGroup(roomKey)) return false;
+  if (!PrepareRoomKey(roomKey, keyErrorFlag)) return false;
+  if (!RequireUrlRoomAndGroup(roomKey)) return false;
   const KVMap attributes = GetSignedAttributes(roomKey);
-  return KeyServerGetKey("integrity", AnsiStr(), integrityKey) &&
-         WriteProtectedFile(roomKey, attributes, source, target);
+  if (!KeyServerGetKey("integrity", AnsiStr(), integrityKey)) return false;
+  return WriteProtectedFile(roomKey, attributes, source, target);
 }
 
 }  // namespace OruKalvix

@@ -49,13 +49,14 @@ bool ListHolds(const OruGuiBase::Array<Val>& digests, const AnsiStr& digest) noe
 bool CryptClient::LoadSignerStores(CertStore& full, CertStore& issuers) noexcept {
   AnsiStr certStore;
   AnsiStr trustStore;
-  if (!KeyServerGetCertStore(certStore) || !KeyServerGetTrustStore(trustStore)) return false;
+  if (!KeyServerGetCertStore(certStore)) return false;
+  if (!KeyServerGetTrustStore(trustStore)) return false;
+  if (!LoadRootsAndIntermediates(certStore, full)) return false;
+  if (!LoadTrustedIssuers(trustStore, full, nullptr)) return false;
   unsigned int count = 0;
-  if (!LoadRootsAndIntermediates(certStore, full) || !LoadTrustedIssuers(trustStore, full, nullptr) ||
-      !LoadTrustedIssuers(trustStore, issuers, &count)) {
-    return false;
-  }
-  return count != 0 || Fail("No trusted issuing certificates");
+  if (!LoadTrustedIssuers(trustStore, issuers, &count)) return false;
+  if (count == 0) return Fail("No trusted issuing certificates");
+  return true;
 }
 
 // With a plain room key the signature alone is checked; with one that the key servers hold, the signature
@@ -66,9 +67,8 @@ bool CryptClient::DeliverSigned(CMSMsg& message, const RoomKey& roomKey, const F
   CertStore issuers;
   const bool isPlainKey = !roomKey.key.IsEmpty();
   if (!isPlainKey && !LoadSignerStores(full, issuers)) return false;
-  if (!(isPlainKey ? message.Verify() : message.Verify(full))) {
-    return FailWithSystemError("Could not verify signature");
-  }
+  const bool isIntact = isPlainKey ? message.Verify() : message.Verify(full);
+  if (!isIntact) return FailWithSystemError("Could not verify signature");
   if (!message.GetContent(target)) return FailWithSystemError("Could not read signed content");
   isVerified = isPlainKey || CheckSigners(message, full, issuers);
   return true;
@@ -80,7 +80,8 @@ bool CryptClient::CheckSigners(const CMSMsg& message, const CertStore& full,
   if (!message.GetSigners(signers)) return Fail("Could not read signer information");
   for (auto* node = signers.GetFirst(); node != nullptr; node = node->next) {
     const CMSSigner& signer = *node->element;
-    if (!CheckSignerGroup(signer) || !CheckSignerChain(signer, full, issuers)) return false;
+    if (!CheckSignerGroup(signer)) return false;
+    if (!CheckSignerChain(signer, full, issuers)) return false;
   }
   return true;
 }

@@ -49,11 +49,10 @@ bool CryptClient::FetchRoomKey(RoomKey& roomKey, bool& keyErrorFlag, const AnsiS
   const AnsiStr url = GetServiceUrl("key", room, AnsiStr(), AnsiStr());
   if (url.IsEmpty()) return false;
   KVMap object;
-  const bool current = issuer.IsEmpty() && serial.IsEmpty();
-  if (!(current ? HttpGetJSON(url, KVMap(), object)
-                : HttpPostJSON(url, KeyByCertificate(issuer, serial), KVMap(), object))) {
-    return Fail("Could not get room key: %s", errorMessage.GetText());
-  }
+  const bool isCurrent = issuer.IsEmpty() && serial.IsEmpty();
+  const bool isFetched = isCurrent ? HttpGetJSON(url, KVMap(), object)
+                                   : HttpPostJSON(url, KeyByCertificate(issuer, serial), KVMap(), object);
+  if (!isFetched) return Fail("Could not get room key: %s", errorMessage.GetText());
   const MemberReader response(object);
   const AnsiStr errorId = response.String("errorid");
   const AnsiStr errorText = response.String("errortext");

@@ -71,10 +71,11 @@ bool CryptClient::ValidateRoomKey(const RoomKey& roomKey) noexcept {
   if (!ReadInnerSigningCertificate(roomKey.data, inner)) return false;
   AnsiStr certStore;
   AnsiStr trustStore;
-  if (!KeyServerGetCertStore(certStore) || !KeyServerGetTrustStore(trustStore)) return false;
+  if (!KeyServerGetCertStore(certStore)) return false;
+  if (!KeyServerGetTrustStore(trustStore)) return false;
   CertStore store;
-  if (!LoadRootsAndIntermediates(certStore, store) || !LoadTrustedIssuers(trustStore, store, nullptr))
-    return false;
+  if (!LoadRootsAndIntermediates(certStore, store)) return false;
+  if (!LoadTrustedIssuers(trustStore, store, nullptr)) return false;
   if (!KeyServerConnect()) return false;
   datetime time;
   GetKeyServerTime(time);
