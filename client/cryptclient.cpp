@@ -48,7 +48,7 @@ void CryptClient::SetStatusTimeout(const AnsiStr& seconds) noexcept {
     return;
   }
   std::uint32_t value = 0;
-  if (OruGuiBase::Str2ULong(seconds, nullptr, value, false, 10) != 0) {
+  if (OruGuiBase::Str2ULong(seconds, nullptr, value, /*sign=*/false, /*limit=*/10) != 0) {
     SetError("Invalid timeout value [%s]", seconds.GetText());
     return;
   }

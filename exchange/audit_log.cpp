@@ -120,7 +120,7 @@ bool CryptClient::KeyServerGetAuditLog(const AnsiStr& ofGroup, const File& targe
 CryptClient::Step CryptClient::AddAuditLogOfServer(const KVMap& envelope, const AnsiStr& ofGroup,
                                                    const File& target) noexcept {
   TempFile log;
-  if (!CreateTempFile(log, AnsiStr("auditlog-") + ofGroup + ".tmp", true)) {
+  if (!CreateTempFile(log, AnsiStr("auditlog-") + ofGroup + ".tmp", /*isPrivate=*/true)) {
     FailWithSystemError("Could not create temporary file");
     return Step::GiveUp;
   }
@@ -139,10 +139,10 @@ CryptClient::Step CryptClient::AddAuditLogOfServer(const KVMap& envelope, const 
 bool CryptClient::CheckAuditLogResponse(const File& response) noexcept {
   const MemberReader headers(responseHeaders);
   AnsiStr contentType = headers.String("content-type");
-  const std::uint32_t parameters = contentType.Find(';', 0, false);
+  const std::uint32_t parameters = contentType.Find(';', 0, /*ignoreCase=*/false);
   if (parameters != AnsiStr::npos) contentType.Trunc(parameters);
   contentType = OruGuiBase::CleanStr(contentType);
-  if (AnsiStr::Compare(contentType, "text/csv", true) != 0) {
+  if (AnsiStr::Compare(contentType, "text/csv", /*ignoreCase=*/true) != 0) {
     SetError("Unexpected content type %s", contentType.GetText());
     ReadAuditLogError(response);
     return false;
@@ -150,7 +150,7 @@ bool CryptClient::CheckAuditLogResponse(const File& response) noexcept {
   const AnsiStr status = headers.String("x-sec-status");
   if (status.IsEmpty()) return true;
   std::int64_t code = 0;
-  if (OruGuiBase::Str2Hyper(status, nullptr, code, true, 20) != 0) code = 0;
+  if (OruGuiBase::Str2Hyper(status, nullptr, code, /*sign=*/true, /*limit=*/20) != 0) code = 0;
   KeyServerErrorText(code);
   return false;
 }

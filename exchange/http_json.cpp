@@ -61,7 +61,7 @@ bool CryptClient::HttpPostToFile(const AnsiStr& url, const KVMap& request, const
 
 bool CryptClient::CreateRequestJSON(const KVMap& object, AnsiStr& text) noexcept {
   AnsiStr error;
-  if (!OruGuiBase::Val2JSON(Val(object), text, error, false, true))
+  if (!OruGuiBase::Val2JSON(Val(object), text, error, /*pretty=*/false, /*strict=*/true))
     return Fail((AnsiStr("Could not convert object to JSON: ") + error).GetText());
   TraceRequest(text);
   return true;

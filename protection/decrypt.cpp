@@ -87,7 +87,7 @@ bool CryptClient::DeliverContent(TempFile& content, const RoomKey& roomKey, cons
   if (isMessage && inner.GetType() == CMSMsg::Type::DigestedData) {
     return inner.GetContent(target) || FailWithSystemError("Could not read digested content");
   }
-  if (!content.GetFile().Move(target, false)) return Fail("Could not move temporary file");
+  if (!content.GetFile().Move(target, /*keepTarget=*/false)) return Fail("Could not move temporary file");
   content.GiveUp();
   return true;
 }
@@ -103,7 +103,7 @@ bool CryptClient::Decrypt(const File& source, const File& target, bool& isSigned
   if (!FindRoomKey(recipient, roomKey)) return false;
   if (!UnlockEnvelope(recipient, roomKey, envelope)) return false;
   TempFile content;
-  if (!CreateTempFile(content, source.GetTail() + ".tmp", true)) {
+  if (!CreateTempFile(content, source.GetTail() + ".tmp", /*isPrivate=*/true)) {
     return FailWithSystemError("Could not create temporary file");
   }
   if (!envelope.GetContent(content.GetFile())) return FailWithSystemError("Could not decrypt file");

@@ -60,7 +60,7 @@ KVMap CryptClient::GetSignedAttributes(const RoomKey& roomKey) const noexcept {
 bool CryptClient::WriteProtectedFile(const RoomKey& roomKey, const KVMap& attributes, const File& source,
                                      const File& target) noexcept {
   TempFile signedFile;
-  if (!CreateTempFile(signedFile, target.GetTail() + ".tmp", true)) {
+  if (!CreateTempFile(signedFile, target.GetTail() + ".tmp", /*isPrivate=*/true)) {
     return FailWithSystemError("Could not create temporary file");
   }
   datetime time;

@@ -38,7 +38,7 @@ AnsiStr NormaliseGroup(const AnsiStr& group) noexcept {
 
 bool ListHolds(const OruGuiBase::Array<Val>& digests, const AnsiStr& digest) noexcept {
   for (const Val& element : digests) {
-    if (AnsiStr::Compare(digest, element.AsString(), true) == 0) return true;
+    if (AnsiStr::Compare(digest, element.AsString(), /*ignoreCase=*/true) == 0) return true;
   }
   return false;
 }
@@ -112,7 +112,8 @@ bool CryptClient::CheckSignerChain(const CMSSigner& signer, const CertStore& ful
                                    const CertStore& issuers) noexcept {
   PtrContainerQueue<Certificate> chain;
   const CertVerifyResult result =
-      signer.certificate.VerifyChain(full, issuers, &chain, false, false, signer.signingTime, false);
+      signer.certificate.VerifyChain(full, issuers, &chain, /*checkRevocation=*/false,
+                                     /*allowPartialChain=*/false, signer.signingTime, /*ignoreTime=*/false);
   if (result.code != 0)
     return Fail("Could not verify integrity certificate chain: %s", result.GetResultString().GetText());
   for (auto* node = chain.GetFirst(); node != nullptr; node = node->next) {

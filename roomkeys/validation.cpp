@@ -53,7 +53,8 @@ bool CryptClient::VerifyRoomKeyChain(const RoomKey& roomKey, const Certificate& 
   if (!direct.Add(inner)) return FailWithSystemError("Could not add inner signing certificate to store");
   PtrContainerQueue<Certificate> chain;
   const CertVerifyResult result =
-      roomKey.certificate.VerifyChain(store, direct, &chain, false, true, time, false);
+      roomKey.certificate.VerifyChain(store, direct, &chain, /*checkRevocation=*/false,
+                                      /*allowPartialChain=*/true, time, /*ignoreTime=*/false);
   if (result.code != 0)
     return Fail("Could not verify room key certificate chain: %s", result.GetResultString().GetText());
   for (auto* node = chain.GetFirst(); node != nullptr; node = node->next) {
@@ -79,7 +80,8 @@ bool CryptClient::ValidateRoomKey(const RoomKey& roomKey) noexcept {
   if (!KeyServerConnect()) return false;
   datetime time;
   GetKeyServerTime(time);
-  const CertVerifyResult issuer = inner.VerifyChain(store, nullptr, false, false, time, false);
+  const CertVerifyResult issuer = inner.VerifyChain(store, nullptr, /*checkRevocation=*/false,
+                                                    /*allowPartialChain=*/false, time, /*ignoreTime=*/false);
   if (issuer.code != 0)
     return Fail("Could not verify room key issuer certificate chain: %s", issuer.GetResultString().GetText());
   // Trusted as an issuer only now that the lists have accepted it by themselves.
