@@ -31,16 +31,16 @@ struct KeyServerRequest;
 template <class Signature>
 class FunctionRef;
 
-/// The end-to-end protection of stored files, for one task against one room, group or signed object.
+/// Protects stored files end to end. One object works for one room, group or signed object.
 ///
-/// An object is made, configured, asked to do one or a few things, and destroyed. It serves one thread at a
-/// time; any number may work side by side on threads of their own. Public operations report by a bool and
-/// leave the reason of a failure in GetErrorMessage(); no exception leaves them.
+/// Make an object, configure it, call one or a few operations, destroy it. One object serves one thread at a
+/// time; any number of objects may work on threads of their own. A public operation returns false when it
+/// fails and leaves the reason in GetErrorMessage(). No exception leaves it.
 class CryptClient final : public OruOssSec::ISignHash {
  public:
-  /// `http` is the way to the network, referenced for the object's life; null is accepted, and every exchange
-  /// then fails. `serviceUrl` is the base URL of the crypt service. `auxiliaryName` is held and has no
-  /// effect. `room` is the room to work for.
+  /// `http` carries out the HTTP exchanges. The object holds a reference to it for its whole life; with null
+  /// every exchange fails. `serviceUrl` is the base URL of the crypt service, `room` the room to work for.
+  /// `auxiliaryName` is stored and has no effect.
   CRYPTCLI_EXPORT CryptClient(ICryptClientHttp* http, const OruGuiBase::AnsiStr& serviceUrl,
                               const OruGuiBase::AnsiStr& auxiliaryName,
                               const OruGuiBase::AnsiStr& room) noexcept;
@@ -50,26 +50,26 @@ class CryptClient final : public OruOssSec::ISignHash {
 
   // ---- Set-up and state (client/cryptclient.cpp)
 
-  /// Replaces the key servers: URLs, each a string value. The sweep starts again at the process's present
-  /// base.
+  /// Replaces the key servers: an array of URLs, each a string value. The next command begins where the
+  /// rotation of the whole process stands now.
   CRYPTCLI_EXPORT void SetKeyServer(const OruGuiBase::Array<OruGuiBase::Val>& servers) noexcept;
-  /// Seconds, as decimal text, that a status probe may take; the empty text means no limit. A text that is no
-  /// number leaves the old value and records "Invalid timeout value [%s]".
+  /// How many seconds a status probe may take, as a decimal number; the empty string means no limit. A string
+  /// that is not a number leaves the old value and records "Invalid timeout value [%s]".
   CRYPTCLI_EXPORT void SetStatusTimeout(const OruGuiBase::AnsiStr& seconds) noexcept;
-  /// A text that goes with each request for an authorization token; empty for none.
+  /// A string that is sent with each request for an authorization token; empty for none.
   CRYPTCLI_EXPORT void SetTransaction(const OruGuiBase::AnsiStr& transaction) noexcept;
   /// Whether the crypt service's latest response asked for authentication by certificate.
   CRYPTCLI_EXPORT bool GetCertAuth() const noexcept;
-  /// The text of the latest failure. A success does not clear it, so it is read only after a failure. The
-  /// reference is valid until the next failure or the end of the object. A server's text that it quotes ends
-  /// at a NUL byte; per-cent signs in it stand as they are.
+  /// The message of the latest failure. A success does not clear it, so read it only after a failure. The
+  /// reference is valid until the next failure or the end of the object. Where the message quotes a server,
+  /// the quotation ends at the first NUL byte; percent signs in it are kept.
   CRYPTCLI_EXPORT const OruGuiBase::AnsiStr& GetErrorMessage() const noexcept;
 
-  // ---- Generic entry (client/dispatch.cpp, client/dispatch_cases.cpp): an operation by its name. Any thread
-  // may call, several at once: each call has a client of its own.
+  // ---- Operations by name (client/dispatch.cpp, client/dispatch_cases.cpp). Several threads may call at
+  // once: each call makes a client of its own.
 
-  /// The operations that have a name. The key operations "Encrypt" and "Decrypt" make and export room keys;
-  /// the file operations below have no name here.
+  /// The operations that have a name. "Encrypt" and "Decrypt" make and export room keys here; the file
+  /// operations below cannot be called by name.
   enum class Method : std::int32_t {
     None = 0,
     ConfigGroup = 1,
@@ -83,40 +83,40 @@ class CryptClient final : public OruOssSec::ISignHash {
     Decrypt = 9,
   };
 
-  /// Performs the operation that `operation` names, with or without the prefix "Crypt". Returns 0 and a map
-  /// in `result`; or 0x80004005, the reason in `error` and a nil `result`; or 0x80020003 for an unknown name,
-  /// which `error` then quotes. A missing or ill-typed argument reads as empty, and the operation decides
-  /// what that means. After "GetAuditLog" a text in `error` beside a result tells that some key servers gave
-  /// no log.
+  /// Performs the operation that `operation` names, with or without the prefix "Crypt". Returns 0 and sets
+  /// `result` to a map; or 0x80004005 with the reason in `error` and a nil `result`; or 0x80020003 for an
+  /// unknown name, which `error` quotes. An argument that is missing or has the wrong type reads as empty,
+  /// and the operation decides what that means. "GetAuditLog" may succeed with a message in `error`: some key
+  /// servers gave no log.
   CRYPTCLI_EXPORT static std::int32_t PerformOperation(
       ICryptClientHttp* http, const OruGuiBase::AnsiStr& serviceUrl, const OruGuiBase::AnsiStr& auxiliaryName,
       const OruGuiBase::AnsiStr& operation, const OruGuiBase::KVMap& arguments, OruGuiBase::Val& result,
       OruGuiBase::AnsiStr& error) noexcept;
-  /// The same for a method. `result` and `error` are left alone unless the method has something to put there.
+  /// The same for a method. A method that has nothing to report leaves `result` and `error` as they are.
   CRYPTCLI_EXPORT static bool ExecuteMethod(ICryptClientHttp* http, const OruGuiBase::AnsiStr& serviceUrl,
                                             const OruGuiBase::AnsiStr& auxiliaryName, Method method,
                                             const OruGuiBase::KVMap& arguments, OruGuiBase::KVMap& result,
                                             OruGuiBase::AnsiStr& error) noexcept;
   /// The method of a name; None for an unknown one.
   CRYPTCLI_EXPORT static Method GetMethod(const OruGuiBase::AnsiStr& operation) noexcept;
-  /// The map by which a key is named: "type" "handle", "id", "subId".
+  /// The map that names a key on a key server: "type" with the value "handle", "id" and "subId".
   CRYPTCLI_EXPORT static OruGuiBase::KVMap GetKeyHandle(const OruGuiBase::AnsiStr& id,
                                                         const OruGuiBase::AnsiStr& subId) noexcept;
 
-  // ---- Group and key store (exchange/group_commands.cpp): commands that the first key server to answer well
-  // carries out.
+  // ---- Group and key store (exchange/group_commands.cpp). The first key server that accepts such a command
+  // carries it out; no other one is asked.
 
-  /// Sets up a group on the key servers. The arrays hold certificates and URLs as text and go out as they
-  /// are.
+  /// Sets up a group on the key servers. The arrays hold encoded certificates and URLs; they are sent
+  /// unchanged.
   CRYPTCLI_EXPORT bool ConfigGroup(const OruGuiBase::AnsiStr& group, const OruGuiBase::AnsiStr& groupName,
                                    const OruGuiBase::AnsiStr& ownerGroup,
                                    const OruGuiBase::Array<OruGuiBase::Val>& rootCertificates,
                                    const OruGuiBase::Array<OruGuiBase::Val>& issuingCertificates,
                                    const OruGuiBase::Array<OruGuiBase::Val>& crlUrls) noexcept;
-  /// Names a new encryption certificate, given as text, for a group.
+  /// Sets a new encryption certificate, given in its encoded form, for a group.
   CRYPTCLI_EXPORT bool Reencrypt(const OruGuiBase::AnsiStr& group,
                                  const OruGuiBase::AnsiStr& certificate) noexcept;
-  /// Brings a key, given as text with its password, into the group's key store.
+  /// Adds a key, given in its encoded form and with its password, to the group's key store.
   CRYPTCLI_EXPORT bool ImportKey(const OruGuiBase::AnsiStr& group, const OruGuiBase::AnsiStr& id,
                                  const OruGuiBase::AnsiStr& key,
                                  const OruGuiBase::AnsiStr& password) noexcept;
@@ -125,57 +125,62 @@ class CryptClient final : public OruOssSec::ISignHash {
 
   // ---- Wrapped keys (exchange/wrapped_keys.cpp)
 
-  /// Has a room key made and wrapped for the certificates, each a text. `wrappedKey` is left alone on
-  /// failure.
+  /// Lets a key server make a room key and wrap it for the certificates, each a string. `wrappedKey` keeps
+  /// its value on failure.
   CRYPTCLI_EXPORT bool CreateKey(const OruGuiBase::AnsiStr& room,
                                  const OruGuiBase::Array<OruGuiBase::Val>& certificates,
                                  OruGuiBase::AnsiStr& wrappedKey) noexcept;
-  /// Has wrapped keys, maps with "id" and "data", wrapped again for the certificates, and appends maps with
-  /// the same "id" and the new "data" to `result`. A failure ends the work and leaves what was done before in
-  /// `result`.
+  /// Lets a key server wrap existing keys again for the certificates. `keys` holds maps with "id" and "data";
+  /// for each, a map with the same "id" and the new "data" is appended to `result`. The first failure ends
+  /// the work; the keys done before it stay in `result`.
   CRYPTCLI_EXPORT bool UpdateKey(const OruGuiBase::AnsiStr& room,
                                  const OruGuiBase::Array<OruGuiBase::Val>& certificates,
                                  const OruGuiBase::Array<OruGuiBase::Val>& keys,
                                  OruGuiBase::Array<OruGuiBase::Val>& result) noexcept;
-  /// Has the private keys taken out of wrapped ones: as UpdateKey, with "plain" in place of "data".
+  /// Lets a key server unwrap private keys. Like UpdateKey, with "plain" in `result` in place of "data".
   CRYPTCLI_EXPORT bool ExportKeys(const OruGuiBase::AnsiStr& room,
                                   const OruGuiBase::Array<OruGuiBase::Val>& keys,
                                   OruGuiBase::Array<OruGuiBase::Val>& result) noexcept;
 
   // ---- Audit log (exchange/audit_log.cpp)
 
-  /// Merges the group's audit logs of all key servers into one CSV file in the temporary directory and gives
-  /// its name. True with some servers' logs missing is possible: GetErrorMessage() then tells the last one's
-  /// reason.
+  /// Merges the group's audit logs of all key servers into one CSV file in the temporary directory. The
+  /// caller owns that file, whose path is put into `fileName`. One log is enough for success: when others are
+  /// missing, GetErrorMessage() says why the last one is.
   CRYPTCLI_EXPORT bool GetAuditLog(const OruGuiBase::AnsiStr& group, const OruGuiBase::AnsiStr& groupName,
                                    OruGuiBase::AnsiStr& fileName) noexcept;
 
   // ---- Files (protection/)
 
-  /// Protects `source` for the room and writes `target`, making the room's key when it has none. Memory does
-  /// not depend on the size; a temporary file takes the signed content. `source` is only read, to its end
-  /// before `target` is touched, so both may be one file; but a disk that fills up while `target` is written
-  /// then leaves neither form whole. `keyErrorFlag` is set to false first; it becomes true for one refusal of
-  /// the crypt service that the application can treat on its own.
+  /// Protects `source` for the room and writes the result to `target`. A room that has no key gets one.
+  ///
+  /// Memory use does not depend on the size of the file: a temporary file takes the signed content. `source`
+  /// is read to its end before `target` is touched, so both may be the same file; a disk that fills up while
+  /// `target` is written then leaves neither form whole. `keyErrorFlag` is set to false first, and to true
+  /// for the one refusal of the crypt service that an application can handle by itself.
   CRYPTCLI_EXPORT bool Encrypt(const OruGuiBase::File& source, const OruGuiBase::File& target,
                                bool& keyErrorFlag) noexcept;
   /// Opens the protected file `source` and delivers its content to `target`.
   ///
-  /// Read the result and both flags together. False: the content was not delivered; `target` is as it
-  /// was, unless it cannot be replaced (OruGuiBase::FileWriter::OpenDraft) and the delivery itself failed (a
-  /// full disk), which leaves a part of the content there. True: the content is there; `isSigned` tells that
-  /// it carried a signature, `isVerified` that its origin is proven. A true result with `isSigned` and
-  /// without `isVerified` means that a check of the signer failed, and GetErrorMessage() tells which.
+  /// Read the result and both flags together.
+  ///
+  /// False: the content was not delivered. `target` is as it was, with one exception: when it cannot be
+  /// replaced and has to be overwritten in place, a delivery that fails (a full disk) leaves a part of the
+  /// content there.
+  ///
+  /// True: the content was delivered. `isSigned` says that it carried a signature, `isVerified` that its
+  /// origin is proven. `isSigned` without `isVerified` means that a check of the signer failed;
+  /// GetErrorMessage() says which one.
   CRYPTCLI_EXPORT bool Decrypt(const OruGuiBase::File& source, const OruGuiBase::File& target, bool& isSigned,
                                bool& isVerified) noexcept;
 
   // ---- Signing (protection/sign.cpp)
 
-  /// Has a key server sign a hash with the key that `key` names. `hash` and `signature` are base64; the hash
-  /// is not compared with the algorithm. `signature` is left alone on failure.
+  /// Lets a key server sign a hash with the key that `key` names. `hash` and `signature` are base64. Nothing
+  /// checks that the hash fits the algorithm. `signature` keeps its value on failure.
   CRYPTCLI_EXPORT bool Sign(const OruGuiBase::KVMap& key, const OruGuiBase::AnsiStr& algorithm,
                             const OruGuiBase::AnsiStr& hash, OruGuiBase::AnsiStr& signature) noexcept;
-  /// Called back by the security library while Encrypt signs: has a key server sign with the group's
+  /// The security library calls this back while Encrypt signs: a key server signs the hash with the group's
   /// integrity key.
   CRYPTCLI_EXPORT bool SignHash(const OruGuiBase::BlobConst& hash,
                                 OruGuiBase::Blob& signature) noexcept override;
@@ -230,6 +235,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   void KeyServerErrorText(std::int64_t code) noexcept;
 
   // ---- Key-server connection (exchange/connection.cpp, exchange/sweep.cpp)
+  /// What the visit of one key server means for the sweep.
   enum class Step { Done, NextServer, GiveUp };
   bool SweepKeyServers(FunctionRef<Step()> visit) noexcept;
   bool RunCommand(const KeyServerRequest& request, FunctionRef<bool(const KVMap& payload)> read) noexcept;
@@ -319,16 +325,16 @@ class CryptClient final : public OruOssSec::ISignHash {
   AnsiStr auxiliaryName;
   AnsiStr room;
   AnsiStr errorMessage;
-  KVMap responseHeaders;
+  KVMap responseHeaders;  ///< of the latest successful exchange, names in lower case
   KeyServerCursor keyServerCursor;
-  std::uint32_t statusClock = 0;
+  std::uint32_t statusClock = 0;  ///< ticks at the latest answered probe
   bool certAuth = false;
-  KVMap serverTimes;
-  std::uint32_t statusTimeout = 0;
+  KVMap serverTimes;                ///< URL of a key server to its clock at its latest probe
+  std::uint32_t statusTimeout = 0;  ///< milliseconds; 0 is no limit
   AnsiStr transaction;
-  AnsiStr authzToken;
-  AnsiStr group;
-  IntegrityKey integrityKey;
+  AnsiStr authzToken;         ///< fetched, and not yet sent
+  AnsiStr group;              ///< of the room, as the crypt service's latest response named it
+  IntegrityKey integrityKey;  ///< what SignHash signs with
 };
 
 }  // namespace OruKalvix
