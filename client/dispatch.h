@@ -24,7 +24,7 @@ struct CryptClient::Dispatcher {
   ICryptClientHttp* http;
   const AnsiStr& serviceUrl;
   const AnsiStr& auxiliaryName;
-  MemberReader arguments;
+  MemberReader arguments;  ///< what is missing or has the wrong type reads as empty
   KVMap& result;
   AnsiStr& error;
 

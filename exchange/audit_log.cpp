@@ -156,12 +156,12 @@ bool CryptClient::CheckAuditLogResponse(const File& response) noexcept {
 }
 
 void CryptClient::ReadAuditLogError(const File& response) noexcept {
-  AnsiStr text;
-  Val value;
-  AnsiStr unread;
+  AnsiStr body;
   OruGuiBase::FastReadStream stream(response);
-  if (!stream.Read(text)) return;
-  if (!OruGuiBase::JSON2Val(text, value, unread)) return;
+  if (!stream.Read(body)) return;
+  Val value;
+  AnsiStr parseError;
+  if (!OruGuiBase::JSON2Val(body, value, parseError)) return;
   KVMap payload;
   KeyServerCheckResponse(value.AsMap(), KeyServerCommand::GetAuditLog, payload);
 }

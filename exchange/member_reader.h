@@ -9,9 +9,10 @@
 
 namespace OruKalvix {
 
-/// Reads the members of a server's response. A member that is missing or of another type is reported to the
-/// trace and reads as the empty value of its type: what that means is for the operation's own tests to
-/// decide.
+/// Reads the members of a JSON object that somebody else made: a response, its headers, the arguments of an
+/// operation. A member that is missing or has another type is reported to the trace and reads as the empty
+/// value of its type. What an empty value means is decided by the operation that asked. Keeps the object
+/// alive by sharing it.
 class MemberReader {
  public:
   explicit MemberReader(const OruGuiBase::KVMap& object) noexcept : object_(object) {}

@@ -8,17 +8,17 @@ using OruGuiBase::Val;
 namespace OruKalvix {
 
 bool CryptClient::ReadIntegrityKey(const KVMap& payload, const AnsiStr& id, IntegrityKey& key) noexcept {
-  const MemberReader response(MemberReader(payload).Object("key"));
-  response.String("type");  // Any value will do; one of another type is worth a report.
+  const MemberReader members(MemberReader(payload).Object("key"));
+  members.String("type");  // Its value does not matter, but a missing or wrong type is reported.
   key = IntegrityKey();
-  key.id = response.String("id");
-  // On purpose what was asked for, while the tests below look at the response: a response without "id" ends
-  // the sweep with success, and SignHash refuses the key. To test the response here would go on to other
-  // servers.
+  key.id = members.String("id");
+  // This looks at the id that was asked for, on purpose; the checks below look at the response. A response
+  // without "id" ends the sweep with success, and SignHash refuses the key. A check of the response's id here
+  // would make the sweep ask further servers.
   if (id.IsEmpty()) return Fail("Could not get integrity certificate: Invalid id");
-  key.subId = response.String("subId");
+  key.subId = members.String("subId");
   if (key.subId.IsEmpty()) return Fail("Could not get integrity certificate: Invalid subId");
-  const AnsiStr certificate = response.String("encodedCertificate");
+  const AnsiStr certificate = members.String("encodedCertificate");
   if (certificate.IsEmpty()) return Fail("Could not get integrity certificate: Invalid encodedCertificate");
   return key.certificate.Load(certificate, OruOssSec::ASN1::Encoding::Text) ||
          FailWithSystemError("Could not parse integrity certificate");

@@ -25,8 +25,8 @@ bool CryptClient::UploadRoomKey(const AnsiStr& key, const AnsiStr& seqnr) noexce
   KVMap request;
   request.Put("seqnr", seqnr);
   request.Put("key", key);
-  KVMap unread;
-  if (!HttpPostJSON(url, request, KVMap(), unread))
+  KVMap response;  // Nothing in it matters: that the exchange succeeded is the service's consent.
+  if (!HttpPostJSON(url, request, KVMap(), response))
     return Fail("Could not upload new room key: %s", errorMessage.GetText());
   return true;
 }
