@@ -1,3 +1,6 @@
+// The client object itself: construction, settings, and the record of the latest failure. Every other source
+// of the class reports through SetError, Fail or FailWithSystemError here, so each failure is traced once and
+// in one form.
 #include <cstdarg>
 
 #include "client/cryptcli.h"
@@ -15,10 +18,10 @@ namespace OruKalvix {
 
 namespace {
 
-// Formatted before anything is dropped: the present message may be one of the arguments.
+// Formats before it replaces the message: callers wrap the present message by passing it as an argument.
 void Record(AnsiStr& message, const char* format, std::va_list arguments) noexcept {
-  const AnsiStr text = OruGuiBase::FmtList(format, arguments);
-  message = text;
+  const AnsiStr formatted = OruGuiBase::FmtList(format, arguments);
+  message = formatted;
   CRYPTCLI_TRACE_MSG(4, "CryptClient: Error: %s", message.GetText());
 }
 
@@ -34,6 +37,7 @@ CryptClient::CryptClient(ICryptClientHttp* transport, const AnsiStr& service, co
   if (http != nullptr) http->AddRef();
 }
 
+// The transport is referenced after all other fields are set and released before any of them is destroyed.
 CryptClient::~CryptClient() {
   if (http != nullptr) http->Release();
 }
@@ -52,11 +56,11 @@ void CryptClient::SetStatusTimeout(const AnsiStr& seconds) noexcept {
     SetError("Invalid timeout value [%s]", seconds.GetText());
     return;
   }
-  statusTimeout = value * 1000U;  // Wraps from 4294968 seconds on; nobody waits for 50 days.
+  statusTimeout = value * 1000U;  // Milliseconds. Wraps from 4294968 seconds on, which is 50 days.
 }
 
-void CryptClient::SetTransaction(const AnsiStr& text) noexcept {
-  transaction = text;
+void CryptClient::SetTransaction(const AnsiStr& newTransaction) noexcept {
+  transaction = newTransaction;
 }
 
 bool CryptClient::GetCertAuth() const noexcept {
@@ -96,6 +100,8 @@ void CryptClient::SetHttpError(const char* method, const AnsiStr& url, const Ans
   CRYPTCLI_TRACE_MSG(4, "CryptClient: Error: %s", errorMessage.GetText());
 }
 
+// The system error text is the innermost reason: file and security operations leave it in the error state,
+// and so does SignHash when the security library has called back.
 bool CryptClient::FailWithSystemError(const char* what) noexcept {
   return Fail("%s: %s", what, OruGuiBase::GetSystemErrorText().GetText());
 }

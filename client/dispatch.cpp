@@ -1,3 +1,5 @@
+// Operations by name: from a name to a method, from a method to its function, and the frame that all
+// functions share. Applications call PerformOperation; the functions themselves are in dispatch_cases.cpp.
 #include "client/dispatch.h"
 
 #include <array>
@@ -11,6 +13,7 @@ using OruGuiBase::Val;
 namespace OruKalvix {
 namespace {
 
+// Callers may write "CryptUpdate" for "Update".
 constexpr char kPrefix[] = "Crypt";
 constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
 
@@ -66,6 +69,7 @@ bool CryptClient::ExecuteMethod(ICryptClientHttp* transport, const AnsiStr& serv
   return status >= 0;
 }
 
+// Read before anything else in each operation: the trace reports missing arguments in the order of reading.
 CryptClient::Dispatcher::Common CryptClient::Dispatcher::ReadCommon() const noexcept {
   Common common;
   common.keyServers = arguments.List("keyserver");
@@ -78,6 +82,7 @@ void CryptClient::Dispatcher::Configure(CryptClient& client, const Common& commo
   client.SetStatusTimeout(common.statusTimeout);
 }
 
+// A failure leaves the caller's result alone: what was done before it does not count as a result.
 std::int32_t CryptClient::Dispatcher::Finish(const CryptClient& client, bool done,
                                              const KVMap& results) noexcept {
   if (!done) {

@@ -1,3 +1,6 @@
+// The functions of the named operations, called through the table in dispatch.cpp. Each reads its arguments,
+// makes a client for this call alone, and turns what the client hands out into a map. The order in which
+// arguments are read is part of what callers see, since the trace reports each one that is missing.
 #include "client/dispatch.h"
 #include "client/result_codes.h"
 
@@ -31,8 +34,8 @@ std::int32_t CryptClient::Dispatcher::Reencrypt() noexcept {
   return Finish(client, client.Reencrypt(group, certificate), KVMap());
 }
 
-// A log that some key servers did not give is a success that tells so: this is the one case whose error text
-// can come with a result.
+// The one operation that can succeed with an error message: some key servers gave no log. Any older message
+// of this client, such as that of a bad status timeout, counts as such a reason too.
 std::int32_t CryptClient::Dispatcher::GetAuditLog() noexcept {
   const Common common = ReadCommon();
   const AnsiStr group = arguments.String("group");
@@ -53,8 +56,9 @@ std::int32_t CryptClient::Dispatcher::GetAuditLog() noexcept {
   return kSuccess;
 }
 
-// Two steps. The first one's failure is the operation's; a failure to make the new key is not: it is simply
-// absent.
+// Wraps the given keys again and, on request, makes a new one. When a key cannot be wrapped, the operation
+// fails. When the new key cannot be made, the operation succeeds without it: the wrapped keys are worth
+// having.
 std::int32_t CryptClient::Dispatcher::Update() noexcept {
   const Common common = ReadCommon();
   const AnsiStr room = arguments.String("room");
@@ -103,7 +107,7 @@ std::int32_t CryptClient::Dispatcher::DeleteKey() noexcept {
   return Finish(client, client.DeleteKey(group, key), KVMap());
 }
 
-// A key map with entries wins over the id and sub-id.
+// The key may come as a map or as id and sub-id. The map wins unless it is empty.
 std::int32_t CryptClient::Dispatcher::SignByKey() noexcept {
   const Common common = ReadCommon();
   const AnsiStr transaction = arguments.String("transaction");
@@ -124,6 +128,7 @@ std::int32_t CryptClient::Dispatcher::SignByKey() noexcept {
   return Finish(client, done, results);
 }
 
+// Called by the name "Encrypt". Room and sequence number are handed back as they came.
 std::int32_t CryptClient::Dispatcher::CreateKey() noexcept {
   const Common common = ReadCommon();
   const AnsiStr room = arguments.String("room");
@@ -142,6 +147,7 @@ std::int32_t CryptClient::Dispatcher::CreateKey() noexcept {
   return Finish(client, done, results);
 }
 
+// Called by the name "Decrypt". Takes no transaction, unlike "Encrypt".
 std::int32_t CryptClient::Dispatcher::ExportKeys() noexcept {
   const Common common = ReadCommon();
   const AnsiStr room = arguments.String("room");

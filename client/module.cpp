@@ -1,3 +1,5 @@
+// What happens when the library is loaded and unloaded. The loader runs the constructors and destructors of
+// the statics at the end of this file, and nothing else calls ModuleEntry but the tests.
 #include "client/module.h"
 
 #include "foundation/module.h"
@@ -7,6 +9,7 @@ using OruGuiBase::BaseInitializer;
 using OruGuiGui::DllContext;
 using OruGuiGui::GuiApp;
 
+// The address that identifies this shared object.
 extern "C" void*
     __dso_handle;  // NOLINT(bugprone-reserved-identifier): the linker's own name for a shared object
 
@@ -19,6 +22,7 @@ std::int32_t attachState = 0;
 void AttachProcess(void* module) noexcept {
   moduleHandle = module;
   attachState = 1;
+  // One context for the life of the library: a later attach finds it in place.
   static const DllContext context(&GuiApp::Start, &GuiApp::Idle, &GuiApp::Open, module);
   OruGuiGui::ProcessAttach(module);
 }
@@ -62,9 +66,9 @@ void* GetModuleHandle() noexcept {
 
 namespace {
 
-// Nothing notifies a shared object here, so its statics keep the order: the foundation is up before the entry
-// point is called for the load, and the entry point is called for the unload before the context and the
-// foundation go.
+// The platform has no notification of a load and an unload, so statics take its place. Their order matters:
+// the foundation is ready before the entry point is called for the load, and the entry point is called for
+// the unload before the context and the foundation are destroyed.
 const BaseInitializer foundationInitializer;
 const BaseInitializer guiInitializer;
 

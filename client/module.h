@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-// Private to the client: how the library comes and goes.
+// Private to the client: the library's entry point, called when it is loaded and unloaded.
 namespace OruKalvix {
 
 /// Why the platform calls a module's entry point.
@@ -13,8 +13,8 @@ enum class ModuleReason : std::uint32_t {
   ThreadDetach = 3,
 };
 
-/// The library's entry point: `module` names the library, `reserved` is the platform's. It does its work
-/// inside the foundation's init section and never refuses a load: true whenever there is a module.
+/// The library's entry point. `module` identifies the library, `reserved` is not used. Works inside the
+/// foundation's init section. Returns true whenever there is a module: a load is never refused.
 bool ModuleEntry(void* module, ModuleReason reason, void* reserved) noexcept;
 
 /// 0 before the first process attach, 1 after one, 2 after a process detach.

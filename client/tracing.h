@@ -4,7 +4,8 @@
 
 #include "foundation/trace.h"
 
-// Private to the client: its trace points. Nothing is formatted unless somebody listens.
+// Private to the client: its trace points. Arguments are evaluated and formatted only while a listener is
+// installed that wants the level.
 namespace OruKalvix {
 
 inline constexpr std::uint32_t kTraceCategory = 4096;
@@ -23,7 +24,7 @@ inline constexpr const char* kTraceSource = "cryptcli";
   } while (false)
 /// An event: an error (level 4).
 #define CRYPTCLI_TRACE_MSG(level, ...) CRYPTCLI_TRACE_WITH(TraceMsg, level, __VA_ARGS__)
-/// A text: a request line (level 1), a line of a body or a certificate (level 2).
+/// A string: a request line (level 1), a line of a body or the name of a certificate (level 2).
 #define CRYPTCLI_TRACE_STR(level, ...) CRYPTCLI_TRACE_WITH(TraceStr, level, __VA_ARGS__)
 // NOLINTEND(cppcoreguidelines-macro-usage)
 
