@@ -1,3 +1,6 @@
+// The audit log of a group: one CSV file, merged from the logs of all key servers. Called by applications
+// through GetAuditLog, directly or by name. Unlike the other commands it visits every key server, and one log
+// is enough.
 #include <cerrno>
 
 #include "client/cryptcli.h"
@@ -27,7 +30,7 @@ using OruGuiBase::WriteStreamMode;
 namespace OruKalvix {
 namespace {
 
-// The present time as a part of a file name.
+// The present time (UTC) as a part of a file name, whose colons MakeName replaces.
 AnsiStr TimeStamp() noexcept {
   long year = 0;
   long month = 0;
@@ -43,14 +46,15 @@ AnsiStr TimeStamp() noexcept {
   return OruGuiBase::DateTime2ISOStr(now, nullptr, nullptr).Replace('T', '-');
 }
 
+// Bytes 10xxxxxx of UTF-8 (RFC 3629, section 3) follow the first byte of a character.
 bool ContinuesACharacter(char byte) noexcept {
   return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
-// As much of a group's name as a file name takes beside its other parts and a number, without half a
-// character.
+// As much of a group's name as fits into a file name beside `others` bytes and a number. Whole characters
+// only.
 AnsiStr CutName(const AnsiStr& groupName, const Directory& place, std::uint32_t others) noexcept {
-  constexpr std::uint32_t kNumber = 5;
+  constexpr std::uint32_t kNumber = 5;  // A blank and up to four digits, as GetNumbered adds them.
   const std::uint32_t most = place.GetLongestName() - others - kNumber;
   std::uint32_t length = groupName.GetLength();
   if (length <= most) return groupName;
@@ -67,9 +71,10 @@ File NameLog(const AnsiStr& groupName) noexcept {
   return File(place, File::MakeName(before + name + behind));
 }
 
-// Another thread may fetch a log of the same group in the same second.
+// Another thread may fetch a log of the same group in the same second: that one has the name already, and
+// this one gets a number behind it. Any other failure is final.
 bool CreateLog(const File& target, TempFile& log) noexcept {
-  constexpr std::uint32_t kMostOfASecond = 1000;
+  constexpr std::uint32_t kMostOfASecond = 1000;  // More logs than anybody fetches within a second.
   if (log.Create(target)) return true;
   for (std::uint32_t number = 2; number <= kMostOfASecond; ++number) {
     if (OruGuiBase::GetLastError() != EEXIST) return false;
@@ -93,8 +98,9 @@ bool CryptClient::GetAuditLog(const AnsiStr& ofGroup, const AnsiStr& groupName, 
   return true;
 }
 
-// The log is wanted from every key server, in the order of the list, so this command has a walk of its own. A
-// server that gives none is passed over; a partial log is a success.
+// Visits every key server from the first on, in the order of the list, so this is not a sweep. A server
+// without a log is skipped, and one log makes a success. Only a failure that would meet every server as well,
+// such as a refused token or a full disk, ends the command.
 bool CryptClient::KeyServerGetAuditLog(const AnsiStr& ofGroup, const File& target) noexcept {
   keyServerCursor.startIndex = 0;
   keyServerCursor.attempts = 0;
@@ -117,6 +123,7 @@ bool CryptClient::KeyServerGetAuditLog(const AnsiStr& ofGroup, const File& targe
   return merged;
 }
 
+// The temporary file comes first, so that a disk that takes none costs no exchange. It is removed on return.
 CryptClient::Step CryptClient::AddAuditLogOfServer(const KVMap& envelope, const AnsiStr& ofGroup,
                                                    const File& target) noexcept {
   TempFile log;
@@ -134,8 +141,8 @@ CryptClient::Step CryptClient::AddAuditLogOfServer(const KVMap& envelope, const 
   return isAppended ? Step::Done : Step::GiveUp;
 }
 
-// A good answer is CSV without a server error code. Anything else is looked into for an error to tell; of the
-// right type or not, it is no log.
+// A log comes as CSV without an error code in the headers. Any other content type is refused; when the body
+// is a key server's error in JSON, that error replaces the message about the content type.
 bool CryptClient::CheckAuditLogResponse(const File& response) noexcept {
   const MemberReader headers(responseHeaders);
   AnsiStr contentType = headers.String("content-type");
@@ -155,6 +162,7 @@ bool CryptClient::CheckAuditLogResponse(const File& response) noexcept {
   return false;
 }
 
+// A body that cannot be read or parsed has no better message to offer, so the present one stays.
 void CryptClient::ReadAuditLogError(const File& response) noexcept {
   AnsiStr body;
   OruGuiBase::FastReadStream stream(response);

@@ -1,3 +1,5 @@
+// The envelope around each key-server command: header and payload out, payload or error code back. Used by
+// RunCommand and by the audit log.
 #include "client/cryptcli.h"
 #include "exchange/key_server_command.h"
 #include "exchange/member_reader.h"
@@ -17,6 +19,7 @@ const char* CryptClient::GetResponseType(KeyServerCommand command) noexcept {
   return GetCommandNames(command).response;
 }
 
+// The protocol prescribes all five members, the empty ones included.
 KVMap CryptClient::GetStandardHeader() noexcept {
   ValArray path;
   path.Append(Val("java-api-instance"));
@@ -39,16 +42,17 @@ KVMap CryptClient::GetEnvelope(const KVMap& payload) noexcept {
 AnsiStr CryptClient::GetServerUrl(const AnsiStr& path) const noexcept {
   AnsiStr url = keyServerCursor.keyServerUrl;
   if (url.IsEmpty() || path.IsEmpty()) return url;
-  constexpr std::uint32_t kSlashAndQuery = 24;
+  constexpr std::uint32_t kSlashAndQuery = 24;  // "/", "?" and the 20 digits of a probe, rounded up.
   url.Reserve(url.GetLength() + path.GetLength() + kSlashAndQuery);
   AppendPath(url, path.View());
   return url;
 }
 
+// Empties the token before the request goes out: it is used up even if the exchange fails.
 KVMap CryptClient::GetSecurityHeader() noexcept {
   KVMap headers;
   headers.Put("X-SEC-AUTHZTOKEN", authzToken);
-  authzToken.Clear();  // A token serves exactly one request.
+  authzToken.Clear();
   return headers;
 }
 
@@ -58,6 +62,8 @@ bool CryptClient::KeyServerPost(const KVMap& envelope, KeyServerCommand command,
   return KeyServerCheckResponse(response, command, payload);
 }
 
+// HTTP status 200 alone is no success: a key server reports its errors in a payload of the type "status". The
+// payload is handed out even when it is refused.
 bool CryptClient::KeyServerCheckResponse(const KVMap& response, KeyServerCommand command,
                                          KVMap& payload) noexcept {
   payload = MemberReader(response).Object("payload");

@@ -5,11 +5,11 @@
 
 namespace OruKalvix {
 
-/// A certificate as a command carries it, its text as the caller gave it.
-inline OruGuiBase::KVMap ExternalCertificate(const OruGuiBase::AnsiStr& text) noexcept {
+/// The entry for a certificate in a command. The encoded certificate is sent as the caller gave it.
+inline OruGuiBase::KVMap ExternalCertificate(const OruGuiBase::AnsiStr& certificate) noexcept {
   OruGuiBase::KVMap entry;
   entry.Put("type", "externalCertificate");
-  entry.Put("encodedCertificate", text);
+  entry.Put("encodedCertificate", certificate);
   return entry;
 }
 

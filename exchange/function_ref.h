@@ -9,7 +9,8 @@ namespace OruKalvix {
 template <class Signature>
 class FunctionRef;
 
-/// Refers to a callable for the length of a call, without owning or allocating anything.
+/// Refers to a callable for the duration of a call. Owns nothing and allocates nothing: the callable has to
+/// outlive it, which a lambda in the argument list does.
 template <class Result, class... Arguments>
 class FunctionRef<Result(Arguments...)> {
  public:

@@ -1,3 +1,5 @@
+// The commands that administer a group and its key store. Applications call the public members, directly or
+// by name; each is one key-server command.
 #include "client/cryptcli.h"
 #include "exchange/external_certificate.h"
 #include "exchange/function_ref.h"
@@ -7,8 +9,7 @@ using OruGuiBase::Val;
 
 namespace OruKalvix {
 
-// A command that one key server carries out for a group. Nothing is read from the response: that it is one of
-// the command says all.
+// Nothing is read from the response: a response of the command's own type is the key server's consent.
 bool CryptClient::RunGroupCommand(const KeyServerRequest& request) noexcept {
   return RunCommand(request, [](const KVMap&) noexcept { return true; });
 }

@@ -1,3 +1,5 @@
+// One HTTP exchange through the application's transport. HttpRequest is the only place that calls it; the
+// other members prepare what a GET or a POST needs.
 #include "client/cryptcli.h"
 #include "client/tracing.h"
 #include "foundation/format.h"
@@ -9,9 +11,12 @@ using OruGuiBase::KVMap;
 namespace OruKalvix {
 namespace {
 
+// The only status that counts as success: 201, 204 and redirects are failures, and nothing follows a
+// redirect.
 constexpr std::uint32_t kStatusOk = 200;
 
-// The headers under lower-case names; of names that differ only in case the later one stands.
+// The headers under lower-case names, since their case has no meaning (RFC 9110, section 5.1). Of names that
+// differ in case alone, the later one wins.
 KVMap LowerCaseNames(const KVMap& headers) noexcept {
   Array<AnsiStr> names;
   names.Reserve(headers.GetCount());
@@ -25,8 +30,8 @@ KVMap WithContentType(const KVMap& headers) noexcept {
   return all;
 }
 
-// A transport is not allowed to throw. One that does all the same has carried out no exchange, and must not
-// take the application down.
+// A transport must not throw. One that throws has carried out no exchange; the exception ends here, because
+// the next noexcept function would abort the application.
 bool Send(ICryptClientHttp& http, const char* method, const AnsiStr& url, const KVMap& headers,
           const AnsiStr& body, const HttpOptions& options, HttpResponse& response) noexcept {
   try {
@@ -39,7 +44,7 @@ bool Send(ICryptClientHttp& http, const char* method, const AnsiStr& url, const 
 
 }  // namespace
 
-// The one way out: every exchange of the client passes here.
+// Every exchange of the client passes here. Headers and body of the response are taken from a success only.
 bool CryptClient::HttpRequest(const char* method, const AnsiStr& url, const KVMap& headers,
                               const AnsiStr& body, const HttpOptions& options,
                               HttpResponse& response) noexcept {
@@ -83,7 +88,7 @@ bool CryptClient::HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap&
   return true;
 }
 
-// The body goes from the transport to the file and never passes through memory here.
+// The transport writes the body to the file itself, so a body of any size takes no memory here.
 bool CryptClient::HttpPost(const AnsiStr& url, const AnsiStr& body, const KVMap& headers,
                            const File& target) noexcept {
   HttpResponse response;

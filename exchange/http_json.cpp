@@ -1,3 +1,5 @@
+// JSON out and JSON in, on top of the plain HTTP operations. Commands, tokens, room keys and certificate
+// lists all pass here. Request and response are traced line by line at level 2.
 #include "client/cryptcli.h"
 #include "client/tracing.h"
 #include "foundation/json.h"
@@ -10,6 +12,7 @@ using OruGuiBase::Val;
 namespace OruKalvix {
 namespace {
 
+// Looks whether anybody listens before it splits the body into lines.
 void TraceRequest(const AnsiStr& text) noexcept {
   if (!OruGuiTrace::IsTraced(2)) return;
   for (LineIterator lines(text); lines.ToNext();) {
@@ -39,6 +42,7 @@ bool CryptClient::HttpPostJSON(const AnsiStr& url, const KVMap& request, const K
   AnsiStr text;
   if (!CreateRequestJSON(request, text)) return false;
   if (!HttpPost(url, text, headers, text)) return false;
+  // The response to a POST may be empty, which counts as an empty object. The response to a GET may not.
   if (text.IsEmpty()) {
     object = KVMap();
     return true;
@@ -53,8 +57,8 @@ bool CryptClient::HttpPostToFile(const AnsiStr& url, const KVMap& request, const
   return HttpPost(url, text, headers, File(targetFile));
 }
 
-// The text of a failed conversion is a format of its own: the parser's and the emitter's texts hold no input,
-// so no per-cent sign that a server chose gets here.
+// The messages of the JSON parser and emitter are passed as the format itself. That is safe because they
+// quote no input: no percent sign that a server chose can get here.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"

@@ -1,3 +1,5 @@
+// What the key-server commands are called on the wire, and the request that carries one. Built by each
+// command, sent by RunCommand.
 #include "exchange/key_server_command.h"
 
 #include <array>

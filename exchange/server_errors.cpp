@@ -1,3 +1,5 @@
+// The messages for the error codes of key servers, which come in a payload or, with an audit log, in a
+// header.
 #include <array>
 
 #include "client/cryptcli.h"
@@ -5,7 +7,7 @@
 namespace OruKalvix {
 namespace {
 
-constexpr std::int64_t kFirstCode = 601;
+constexpr std::int64_t kFirstCode = 601;  // The protocol numbers its errors from here without a gap.
 
 // The reason of each code from kFirstCode on.
 constexpr std::array<const char*, 19> kReasons = {

@@ -1,3 +1,5 @@
+// URLs of the crypt service, and the authorization tokens that it gives. RunCommand fetches a token for each
+// attempt of a command.
 #include "client/cryptcli.h"
 #include "exchange/key_server_command.h"
 #include "exchange/member_reader.h"
@@ -8,6 +10,8 @@ using OruGuiBase::Val;
 
 namespace OruKalvix {
 
+// The base URL, "crypt", and the segments up to the first empty one. Segments are escaped, so that a room or
+// group of any name stays one segment.
 AnsiStr CryptClient::GetServiceUrl(const AnsiStr& first, const AnsiStr& second, const AnsiStr& third,
                                    const AnsiStr& fourth) noexcept {
   if (serviceUrl.IsEmpty()) {
@@ -15,7 +19,7 @@ AnsiStr CryptClient::GetServiceUrl(const AnsiStr& first, const AnsiStr& second, 
     return AnsiStr();
   }
   AnsiStr url = serviceUrl;
-  constexpr std::uint32_t kSegments = 64;  // what most take together
+  constexpr std::uint32_t kSegments = 64;  // Enough for most names: spares the string growing step by step.
   url.Reserve(url.GetLength() + kSegments);
   AppendPath(url, "crypt");
   for (const AnsiStr* segment : {&first, &second, &third, &fourth}) {
@@ -25,6 +29,8 @@ AnsiStr CryptClient::GetServiceUrl(const AnsiStr& first, const AnsiStr& second, 
   return url;
 }
 
+// The crypt service decides by key server, operation and, where given, transaction and key. A failed exchange
+// leaves the old token; a response without a token empties it, since this attempt must not reuse another's.
 bool CryptClient::FetchAuthzToken(KeyServerCommand command, const AnsiStr& id, const KVMap& key) noexcept {
   const AnsiStr url = GetServiceUrl("authztoken", id, AnsiStr(), AnsiStr());
   if (url.IsEmpty()) return false;

@@ -1,3 +1,5 @@
+// The commands on wrapped keys: make one, wrap one again, unwrap one. Applications call CreateKey, UpdateKey
+// and ExportKeys, directly or by name; Encrypt makes the key of a room that has none.
 #include "client/cryptcli.h"
 #include "exchange/external_certificate.h"
 #include "exchange/function_ref.h"
@@ -10,7 +12,8 @@ using OruGuiBase::Val;
 namespace OruKalvix {
 namespace {
 
-// One entry for each certificate; an element that is no text goes out empty, for the key server to judge.
+// One entry for each certificate. An element that is not a string is sent empty, for the key server to
+// refuse: a list that is silently shorter would leave a member of the room without the key.
 Array<Val> EncryptionKeys(const Array<Val>& certificates) noexcept {
   Array<Val> entries;
   for (const Val& certificate : certificates)
@@ -27,7 +30,7 @@ bool CryptClient::KeyServerGenerateWrappedKey(const AnsiStr& forRoom, const ValA
   request.payload.Put("certificateSubject", AnsiStr("CN=") + forRoom + "-tr");
   request.payload.Put("encryptionKeys", Val(EncryptionKeys(certificates)));
   return RunCommand(request, [&](const KVMap& payload) noexcept {
-    ClearRoomKey(roomKey);
+    ClearRoomKey(roomKey);  // A server before this one may have filled a part of it.
     roomKey.room = forRoom;
     const AnsiStr certificate = MemberReader(payload).String("encodedX509Certificate");
     if (certificate.IsEmpty()) return Fail("Could not generate wrapped key: Invalid encodedX509Certificate");
@@ -70,11 +73,11 @@ bool CryptClient::CreateKey(const AnsiStr& forRoom, const ValArray& certificates
   return true;
 }
 
-// Has each wrapped key worked on in turn and appends the outcome, as the member `name`, to the result. What
-// was done before a failure stays in the result.
+// Calls `work` for one key after another and appends each outcome, as the member `name`, to the result. The
+// first failure ends it; outcomes before it stay in the result, because the key servers have done that work.
 bool CryptClient::ForEachKey(const ValArray& keys, const char* name, ValArray& result,
                              FunctionRef<bool(const AnsiStr& data, AnsiStr& outcome)> work) noexcept {
-  // The caller may have given one array for both.
+  // The caller may have passed the same array as `keys` and `result`.
   const ValArray all = keys;  // NOLINT(performance-unnecessary-copy-initialization)
   for (const Val& entry : all) {
     const MemberReader key(entry.AsMap());
