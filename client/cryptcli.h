@@ -285,8 +285,8 @@ class CryptClient final : public OruOssSec::ISignHash {
   void TakeConfiguration(const KVMap& response) noexcept;
   bool ValidateRoomKey(const RoomKey& roomKey) noexcept;
   bool ReadInnerSigningCertificate(const AnsiStr& data, OruOssSec::Certificate& certificate) noexcept;
-  bool LoadRootsAndIntermediates(const AnsiStr& text, OruOssSec::CertStore& store) noexcept;
-  bool LoadTrustedIssuers(const AnsiStr& text, OruOssSec::CertStore& store, unsigned int* count) noexcept;
+  bool LoadRootsAndIntermediates(const AnsiStr& list, OruOssSec::CertStore& store) noexcept;
+  bool LoadTrustedIssuers(const AnsiStr& list, OruOssSec::CertStore& store, unsigned int* count) noexcept;
   bool VerifyRoomKeyChain(const RoomKey& roomKey, const OruOssSec::Certificate& inner,
                           const OruOssSec::CertStore& store, const OruGuiBase::datetime& time) noexcept;
   bool KeyServerGetKey(const AnsiStr& id, const AnsiStr& subId, IntegrityKey& key) noexcept;

@@ -1,3 +1,5 @@
+// The integrity key of a group, which signs its files, and the digests of the certificates that a group signs
+// with. Encrypt asks for the first, the check of a file's signers for the second.
 #include "client/cryptcli.h"
 #include "exchange/function_ref.h"
 #include "exchange/key_server_command.h"
@@ -24,6 +26,7 @@ bool CryptClient::ReadIntegrityKey(const KVMap& payload, const AnsiStr& id, Inte
          FailWithSystemError("Could not parse integrity certificate");
 }
 
+// The private key stays on the key servers, so the key is represented by its certificate.
 bool CryptClient::KeyServerGetKey(const AnsiStr& id, const AnsiStr& subId, IntegrityKey& key) noexcept {
   KeyServerRequest request(KeyServerCommand::GetKey, room);
   request.payload.Put("key", Val(GetKeyHandle(id, subId)));

@@ -5,7 +5,8 @@
 
 namespace OruKalvix {
 
-/// The key that a group signs its files with: its name on the key servers, and its certificate.
+/// The key that a group signs its files with: its name on the key servers, and its certificate. The private
+/// key never leaves the key servers.
 struct IntegrityKey {
   OruGuiBase::AnsiStr id;
   OruGuiBase::AnsiStr subId;

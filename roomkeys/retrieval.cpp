@@ -1,3 +1,5 @@
+// A room's key and the configuration that comes with it, from the crypt service. Encrypt asks for the current
+// key, Decrypt for the key of the certificate that a file names.
 #include "client/cryptcli.h"
 #include "exchange/member_reader.h"
 
@@ -8,7 +10,7 @@ using OruGuiBase::Val;
 namespace OruKalvix {
 namespace {
 
-// The one refusal of the crypt service that an application can tell from all others.
+// The one refusal of the crypt service that an application can distinguish from all others, by keyErrorFlag.
 constexpr const char* kKeyError = "QOB.1.1001.1.422645";
 
 KVMap KeyByCertificate(const AnsiStr& issuer, const AnsiStr& serial) noexcept {
@@ -20,8 +22,8 @@ KVMap KeyByCertificate(const AnsiStr& issuer, const AnsiStr& serial) noexcept {
   return request;
 }
 
-// Text that does not parse leaves its field empty: the caller then sees a room without a usable key, not an
-// error.
+// A certificate or key that cannot be parsed leaves its field empty: the caller then sees a room without a
+// usable key, not an error, and Encrypt makes a new one.
 void ReadRoomKey(const MemberReader& response, RoomKey& roomKey) noexcept {
   ClearRoomKey(roomKey);
   roomKey.room = response.String("room");
@@ -34,8 +36,8 @@ void ReadRoomKey(const MemberReader& response, RoomKey& roomKey) noexcept {
 
 }  // namespace
 
-// The key servers and how to talk to them are what the latest response said, with no merging: what it leaves
-// out is emptied.
+// The latest response replaces the whole configuration. Nothing is merged: a member that the response leaves
+// out becomes empty, so that no key server or group of an earlier response stays in use.
 void CryptClient::TakeConfiguration(const KVMap& object) noexcept {
   const MemberReader response(object);
   group = response.String("group");
@@ -44,6 +46,8 @@ void CryptClient::TakeConfiguration(const KVMap& object) noexcept {
   certAuth = response.Flag("certauth");
 }
 
+// An error in the response counts before anything else is read, and changes neither room key nor
+// configuration. Never lowers the flag: the operation does so once, at its beginning.
 bool CryptClient::FetchRoomKey(RoomKey& roomKey, bool& keyErrorFlag, const AnsiStr& issuer,
                                const AnsiStr& serial) noexcept {
   const AnsiStr url = GetServiceUrl("key", room, AnsiStr(), AnsiStr());

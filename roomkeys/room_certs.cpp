@@ -1,3 +1,5 @@
+// What the making of a room key needs from the crypt service: the certificates to wrap it for, and the
+// upload.
 #include "client/cryptcli.h"
 #include "exchange/member_reader.h"
 
@@ -7,7 +9,7 @@ bool CryptClient::FetchRoomCerts(AnsiStr& roomName, ValArray& certificates, Ansi
   const AnsiStr url = GetServiceUrl("certlist", room, AnsiStr(), AnsiStr());
   if (url.IsEmpty()) return false;
   KVMap request;
-  request.Put("keyserver", keyServerCursor.keyServerUrl);
+  request.Put("keyserver", keyServerCursor.keyServerUrl);  // Empty before the first contact with one.
   KVMap object;
   if (!HttpPostJSON(url, request, KVMap(), object))
     return Fail("Could not get room certificates: %s", errorMessage.GetText());
@@ -19,6 +21,8 @@ bool CryptClient::FetchRoomCerts(AnsiStr& roomName, ValArray& certificates, Ansi
   return true;
 }
 
+// The sequence number of the certificate list goes back with the key: it says for which state of the room the
+// key was made.
 bool CryptClient::UploadRoomKey(const AnsiStr& key, const AnsiStr& seqnr) noexcept {
   const AnsiStr url = GetServiceUrl("newkey", room, AnsiStr(), AnsiStr());
   if (url.IsEmpty()) return false;

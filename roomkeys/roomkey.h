@@ -6,14 +6,14 @@
 
 namespace OruKalvix {
 
-/// A room's key as one operation holds it.
+/// The key of a room. Each operation has one of its own; copies share their contents.
 struct RoomKey {
   OruGuiBase::AnsiStr room;            ///< the room as the crypt service spells it
-  OruGuiBase::AnsiStr data;            ///< the wrapped key: the text of a CMS message
+  OruGuiBase::AnsiStr data;            ///< the wrapped key: a CMS message in its text form
   OruOssSec::Certificate certificate;  ///< empty: no usable key
-  OruOssSec::PrivateKey key{nullptr};  ///< the private key in the clear, when the service hands one out
+  OruOssSec::PrivateKey key{nullptr};  ///< the unwrapped private key, if the crypt service gave one
 
-  /// Whether files can be protected with it; `key` plays no part in that.
+  /// Whether files can be protected with it. `key` does not matter for that.
   bool IsUsableForEncryption() const noexcept { return !certificate.IsEmpty() && !data.IsEmpty(); }
 };
 

@@ -1,3 +1,5 @@
+// The proof that a room key comes from the key servers. Encrypt asks for it before it uses a key, whether the
+// crypt service had the key or a key server has just made it.
 #include "client/cryptcli.h"
 #include "client/tracing.h"
 #include "exchange/member_reader.h"
@@ -15,8 +17,8 @@ using OruOssSec::CertVerifyResult;
 
 namespace OruKalvix {
 
-// The wrapped key is a CMS message around a JSON object. Its own signature proves nothing here: the proof is
-// the two certificate chains.
+// The wrapped key is a CMS message around a JSON object. The signature of that message is not checked,
+// because anybody can sign one: the proof is the two certificate chains.
 bool CryptClient::ReadInnerSigningCertificate(const AnsiStr& data, Certificate& certificate) noexcept {
   OruOssSec::CMSMsg message;
   if (!message.Load(data)) return FailWithSystemError("Could not parse room key");
@@ -24,8 +26,8 @@ bool CryptClient::ReadInnerSigningCertificate(const AnsiStr& data, Certificate& 
   if (!message.GetContent(content)) return FailWithSystemError("Could not extract room key content");
   Val value;
   AnsiStr error;
-  const AnsiStr text(reinterpret_cast<const char*>(content.GetData()), content.GetSize());
-  if (!OruGuiBase::JSON2Val(text, value, error))
+  const AnsiStr json(reinterpret_cast<const char*>(content.GetData()), content.GetSize());
+  if (!OruGuiBase::JSON2Val(json, value, error))
     return Fail("Could not parse room key content: %s", error.GetText());
   const AnsiStr encoded = MemberReader(value.AsMap()).String("encodedInnerSigningCertificate");
   if (encoded.IsEmpty()) return Fail("Invalid room key: Invalid encodedInnerSigningCertificate");
@@ -34,19 +36,19 @@ bool CryptClient::ReadInnerSigningCertificate(const AnsiStr& data, Certificate& 
   return true;
 }
 
-bool CryptClient::LoadRootsAndIntermediates(const AnsiStr& text, CertStore& store) noexcept {
-  return store.Load(text, nullptr) ||
+bool CryptClient::LoadRootsAndIntermediates(const AnsiStr& list, CertStore& store) noexcept {
+  return store.Load(list, nullptr) ||
          FailWithSystemError("Could not parse list of root and intermediate CA certificates");
 }
 
-bool CryptClient::LoadTrustedIssuers(const AnsiStr& text, CertStore& store, unsigned int* count) noexcept {
-  return store.Load(text, count) ||
+bool CryptClient::LoadTrustedIssuers(const AnsiStr& list, CertStore& store, unsigned int* count) noexcept {
+  return store.Load(list, count) ||
          FailWithSystemError("Could not parse list of trusted issuing certificates");
 }
 
-// The room key's certificate has to be issued by the inner signing certificate directly: a chain to the lists
-// by any other way does not count, however good it is. So that certificate is preferred to others of its name
-// and key, which the lists may hold from before or after a renewal.
+// The inner signing certificate has to be the direct issuer of the room key's certificate. A chain to the
+// lists through another issuer does not count, even if it verifies. The lists may hold certificates of the
+// same name and key from before or after a renewal, so the inner one is preferred to those.
 bool CryptClient::VerifyRoomKeyChain(const RoomKey& roomKey, const Certificate& inner, const CertStore& store,
                                      const datetime& time) noexcept {
   CertStore direct;
@@ -67,6 +69,8 @@ bool CryptClient::VerifyRoomKeyChain(const RoomKey& roomKey, const Certificate& 
   return true;
 }
 
+// Times are those of the key server: the local clock may be wrong, and both sides have to judge alike. The
+// inner signing certificate has to chain to the lists, and the room key's certificate to the inner one.
 bool CryptClient::ValidateRoomKey(const RoomKey& roomKey) noexcept {
   Certificate inner;
   if (!ReadInnerSigningCertificate(roomKey.data, inner)) return false;
@@ -84,7 +88,7 @@ bool CryptClient::ValidateRoomKey(const RoomKey& roomKey) noexcept {
                                                     /*allowPartialChain=*/false, time, /*ignoreTime=*/false);
   if (issuer.code != 0)
     return Fail("Could not verify room key issuer certificate chain: %s", issuer.GetResultString().GetText());
-  // Trusted as an issuer only now that the lists have accepted it by themselves.
+  // The inner certificate comes from the key under proof, so it is trusted only after the lists accepted it.
   if (!store.Add(inner)) return FailWithSystemError("Could not add inner signing certificate to store");
   return VerifyRoomKeyChain(roomKey, inner, store, time);
 }
