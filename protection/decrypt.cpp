@@ -1,3 +1,5 @@
+// Decrypt: from a protected file to its content. Opens the outer CMS message (EnvelopedData) with the room's
+// key and delivers what is inside; signed content goes on to verify.cpp.
 #include "client/cryptcli.h"
 #include "client/tracing.h"
 #include "exchange/function_ref.h"
@@ -16,6 +18,8 @@ using OruOssSec::CMSMsg;
 
 namespace OruKalvix {
 
+// Lets a key server decrypt the content key of a file: the private key that can do it is wrapped for the key
+// servers alone. The protocol takes a list of values; a file has one.
 bool CryptClient::KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& encryptedData,
                                    AnsiStr& plainData) noexcept {
   KVMap decryptionKey;
@@ -34,6 +38,8 @@ bool CryptClient::KeyServerDecrypt(const AnsiStr& wrappedKey, const AnsiStr& enc
   });
 }
 
+// A protected file has exactly one recipient, the room's key. Any other number is refused before anybody is
+// asked.
 bool CryptClient::LoadEnvelope(const File& source, CMSMsg& envelope,
                                PtrContainerQueue<CMSKeyTransRecipient>& recipients) noexcept {
   if (!envelope.Load(source)) return FailWithSystemError("Could not parse encrypted file");
@@ -45,8 +51,10 @@ bool CryptClient::LoadEnvelope(const File& source, CMSMsg& envelope,
   return true;
 }
 
+// The recipient names the certificate by issuer and serial number (RFC 5652, section 10.2.4): the room may
+// have got newer keys since the file was written.
 bool CryptClient::FindRoomKey(const CMSKeyTransRecipient& recipient, RoomKey& roomKey) noexcept {
-  bool keyErrorFlag = false;  // A refusal reaches the caller of Decrypt as text alone.
+  bool keyErrorFlag = false;  // Decrypt has no such flag: its caller sees the message alone.
   if (!FetchRoomKey(roomKey, keyErrorFlag, recipient.issuer, recipient.serial)) return false;
   if (roomKey.certificate.IsEmpty() || (roomKey.data.IsEmpty() && roomKey.key.IsEmpty())) {
     CRYPTCLI_TRACE_STR(2, "CryptClient::Decrypt: room=[%s] keyid=[%s/%s]", roomKey.room.GetText(),
@@ -56,7 +64,8 @@ bool CryptClient::FindRoomKey(const CMSKeyTransRecipient& recipient, RoomKey& ro
   return true;
 }
 
-// A plain key takes precedence; otherwise a key server opens the content key, and nothing but that travels.
+// A room key that came unwrapped takes precedence and needs no key server. Otherwise a key server decrypts
+// the content key, and only that key is sent to it, never content.
 bool CryptClient::UnlockEnvelope(const CMSKeyTransRecipient& recipient, const RoomKey& roomKey,
                                  CMSMsg& envelope) noexcept {
   if (!roomKey.key.IsEmpty()) {
@@ -71,9 +80,9 @@ bool CryptClient::UnlockEnvelope(const CMSKeyTransRecipient& recipient, const Ro
   return envelope.SetContentKey(contentKey) || FailWithSystemError("Could not set content key");
 }
 
-// Sorts what the envelope held by its type. Content that is no CMS message is plain content, not an error;
-// but content of which that is not known is not delivered as plain. A large envelope is known to be of
-// another type than those that are opened here.
+// The type of the content decides what happens to it. Content that is not a CMS message is plain content, not
+// an error. But when reading fails before that is known, nothing is delivered: signed content must not pass
+// for plain. A CMS message of another type, such as a large inner envelope, is delivered unopened.
 bool CryptClient::DeliverContent(TempFile& content, const RoomKey& roomKey, const File& target,
                                  bool& isSigned, bool& isVerified) noexcept {
   CMSMsg inner;
@@ -92,6 +101,8 @@ bool CryptClient::DeliverContent(TempFile& content, const RoomKey& roomKey, cons
   return true;
 }
 
+// The content is decrypted into a temporary file first, since its type is known only once it can be read; so
+// the target is touched only when all of the content is there.
 bool CryptClient::Decrypt(const File& source, const File& target, bool& isSigned, bool& isVerified) noexcept {
   isSigned = false;
   isVerified = false;

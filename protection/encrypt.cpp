@@ -1,3 +1,5 @@
+// Encrypt: from a file to its protected form, a CMS EnvelopedData around a CMS SignedData. The signature is
+// made on a key server, through the callback SignHash in sign.cpp.
 #include "client/cryptcli.h"
 #include "exchange/operation_file.h"
 #include "exchange/url_segment.h"
@@ -13,8 +15,8 @@ using OruOssSec::CryptoMessageSyntax;
 
 namespace OruKalvix {
 
-// The room's key, made again when there is none that can be proven. A key that was just made and cannot be
-// proven fails the operation: there is no second attempt.
+// Gets the room's key, and makes a new one when there is none or its origin cannot be proven. When the proof
+// of a new key fails, the operation fails: a second attempt would make one key after another.
 bool CryptClient::PrepareRoomKey(RoomKey& roomKey, bool& keyErrorFlag) noexcept {
   if (!FetchRoomKey(roomKey, keyErrorFlag, AnsiStr(), AnsiStr())) return false;
   if (roomKey.IsUsableForEncryption()) {
@@ -24,6 +26,8 @@ bool CryptClient::PrepareRoomKey(RoomKey& roomKey, bool& keyErrorFlag) noexcept 
   return CreateRoomKey(roomKey);
 }
 
+// The upload comes before the proof: a new key that fails the proof has reached the crypt service all the
+// same.
 bool CryptClient::CreateRoomKey(RoomKey& roomKey) noexcept {
   AnsiStr roomName;
   ValArray certificates;
@@ -44,6 +48,7 @@ bool CryptClient::RequireUrlRoomAndGroup(const RoomKey& roomKey) noexcept {
   return missing == nullptr || Fail("%s", missing);
 }
 
+// The group decides who may sign (verify.cpp reads it); the other two tell a reader where the file belongs.
 KVMap CryptClient::GetSignedAttributes(const RoomKey& roomKey) const noexcept {
   AnsiStr roomUrl = serviceUrl;
   AppendSegment(roomUrl, "mx");
@@ -55,8 +60,9 @@ KVMap CryptClient::GetSignedAttributes(const RoomKey& roomKey) const noexcept {
   return attributes;
 }
 
-// Signs into a temporary file and wraps that into the target: the source has been read to its end before the
-// target is touched, so both may be the same file.
+// Signs into a temporary file and encrypts that file into the target. The source is read to its end before
+// the target is touched, so both may be the same file. The signing time is that of a key server, whose clock
+// the check of the signature uses too.
 bool CryptClient::WriteProtectedFile(const RoomKey& roomKey, const KVMap& attributes, const File& source,
                                      const File& target) noexcept {
   TempFile signedFile;

@@ -1,3 +1,5 @@
+// Signing of hashes by a key server: for applications (Sign), and for the security library while Encrypt
+// writes a SignedData (SignHash).
 #include "client/cryptcli.h"
 #include "exchange/function_ref.h"
 #include "exchange/key_server_command.h"
@@ -14,15 +16,18 @@ using OruGuiBase::Val;
 namespace OruKalvix {
 namespace {
 
+// PKCS #1 v1.5 with SHA-512 (RFC 8017, section 8.2): the digest has to be the one that Encrypt's SignedData
+// uses.
 constexpr const char* kIntegrityAlgorithm = "RSASSA-PKCS1-v1_5-SHA-512";
 
-// Decodes base64 whose line ends do not count. The text's padding makes the first guess of the size too
-// large; the decoder tells the true one. On failure the bytes are emptied.
-bool DecodeBase64(const AnsiStr& text, Blob& bytes) noexcept {
-  auto size = static_cast<std::uint32_t>(std::uint64_t{text.GetLength()} * 6 / 8);
+// Decodes base64 and ignores line ends. Six bits of each character are an upper limit for the size, computed
+// in 64 bits because the product may not fit 32; padding makes the true size smaller, and the decoder reports
+// it. Empties `bytes` on failure.
+bool DecodeBase64(const AnsiStr& encoded, Blob& bytes) noexcept {
+  auto size = static_cast<std::uint32_t>(std::uint64_t{encoded.GetLength()} * 6 / 8);
   std::uint8_t* data = bytes.Alloc(size);
-  const bool hasRoom = data != nullptr || size == 0;
-  if (!hasRoom || !OruGuiBase::B64Str2Binary(text, data, size, "\r\n")) {
+  const bool hasMemory = data != nullptr || size == 0;
+  if (!hasMemory || !OruGuiBase::B64Str2Binary(encoded, data, size, "\r\n")) {
     bytes.Clear();
     return false;
   }
@@ -36,6 +41,8 @@ AnsiStr EncodeBase64(const BlobConst& bytes) noexcept {
 
 }  // namespace
 
+// The protocol takes a list of hashes; this client sends one. The crypt service sees the key in the token
+// request and may refuse it there.
 bool CryptClient::KeyServerSign(const KVMap& key, const AnsiStr& algorithm, const BlobConst& hash,
                                 Blob& signature) noexcept {
   Array<Val> hashes;
@@ -52,8 +59,8 @@ bool CryptClient::KeyServerSign(const KVMap& key, const AnsiStr& algorithm, cons
   });
 }
 
-// The security library that calls back knows nothing of this object's messages: both failures leave their
-// text in the error state, from where it reaches the message of the operation that signs.
+// The security library that calls back does not know this object's message. So both failures put their
+// message into the error state, from where Encrypt takes it into its own: "Could not sign file: ...".
 bool CryptClient::SignHash(const BlobConst& hash, Blob& signature) noexcept {
   if (!integrityKey.IsUsable()) {
     OruGuiBase::SetErrorMessage("Could not sign hash: Invalid integrity key");

@@ -1,3 +1,5 @@
+// Signed content: the check of its signature, its delivery, and the proof of its origin. Called by Decrypt
+// for a file whose content is a SignedData.
 #include "client/cryptcli.h"
 #include "client/tracing.h"
 #include "foundation/encoding.h"
@@ -18,25 +20,27 @@ using OruOssSec::CMSSigner;
 namespace OruKalvix {
 namespace {
 
-// A missing attribute reads as the empty text.
-AnsiStr AttributeText(const CMSSigner& signer, const char* oid) noexcept {
+// The value of a signed attribute; empty when the signer has none of this OID.
+AnsiStr GetAttribute(const CMSSigner& signer, const char* oid) noexcept {
   const Val value = signer.signedAttributes.Get(oid);
   return value.IsNil() ? AnsiStr() : value.AsString();
 }
 
-// A group begins with "QOB."; any other text is the hexadecimal form of one. What does not decode stays as it
-// is, for the crypt service to judge.
+// A group begins with "QOB."; any other value should be the hexadecimal form of one, which is how an
+// attribute of type octet string reads. What cannot be decoded stays as it is: the crypt service then knows
+// no such group.
 AnsiStr NormaliseGroup(const AnsiStr& group) noexcept {
   if (group.View().starts_with("QOB.")) return group;
   AnsiStr decoded;
   std::uint32_t size = group.GetLength() / 2;
-  char* room = decoded.Alloc(size);
-  if (room == nullptr && size != 0) return group;
-  if (!OruGuiBase::B16Str2Binary(group, room, size, "\r\n")) return group;
+  char* characters = decoded.Alloc(size);
+  if (characters == nullptr && size != 0) return group;
+  if (!OruGuiBase::B16Str2Binary(group, characters, size, "\r\n")) return group;
   return decoded.Trunc(size);
 }
 
-bool ListHolds(const OruGuiBase::Array<Val>& digests, const AnsiStr& digest) noexcept {
+// Hexadecimal digests, whose case has no meaning.
+bool ListContains(const OruGuiBase::Array<Val>& digests, const AnsiStr& digest) noexcept {
   for (const Val& element : digests) {
     if (AnsiStr::Compare(digest, element.AsString(), /*ignoreCase=*/true) == 0) return true;
   }
@@ -45,7 +49,8 @@ bool ListHolds(const OruGuiBase::Array<Val>& digests, const AnsiStr& digest) noe
 
 }  // namespace
 
-// The full store judges chains; the issuer store alone says who may issue integrity certificates.
+// Two stores: `full` holds every certificate that a chain may use, `issuers` only those that may issue
+// integrity certificates. Without any such issuer no signer could pass, so that is an error of its own.
 bool CryptClient::LoadSignerStores(CertStore& full, CertStore& issuers) noexcept {
   AnsiStr certStore;
   AnsiStr trustStore;
@@ -59,8 +64,9 @@ bool CryptClient::LoadSignerStores(CertStore& full, CertStore& issuers) noexcept
   return true;
 }
 
-// With a plain room key the signature alone is checked; with one that the key servers hold, the signature
-// stops the delivery, and who signed decides on `isVerified` once the content is out.
+// A broken signature stops the delivery. A signer who cannot be trusted does not: the content is delivered,
+// and `isVerified` stays false. With an unwrapped room key no key server is asked at all, so only the
+// signature is checked.
 bool CryptClient::DeliverSigned(CMSMsg& message, const RoomKey& roomKey, const File& target,
                                 bool& isVerified) noexcept {
   CertStore full;
@@ -74,6 +80,7 @@ bool CryptClient::DeliverSigned(CMSMsg& message, const RoomKey& roomKey, const F
   return true;
 }
 
+// Every signer has to pass, in the order of the message. The signature was verified before this is called.
 bool CryptClient::CheckSigners(const CMSMsg& message, const CertStore& full,
                                const CertStore& issuers) noexcept {
   PtrContainerQueue<CMSSigner> signers;
@@ -86,28 +93,29 @@ bool CryptClient::CheckSigners(const CMSMsg& message, const CertStore& full,
   return true;
 }
 
-// The signer's certificate has to be one of the integrity certificates of the group that the signature names.
+// The signer's certificate has to be one of the integrity certificates of the group that the signed
+// attributes name.
 bool CryptClient::CheckSignerGroup(const CMSSigner& signer) noexcept {
   if (signer.certificate.IsEmpty()) return Fail("Invalid signer certificate");
-  const AnsiStr signedGroup = AttributeText(signer, kGroupAttribute);
+  const AnsiStr signedGroup = GetAttribute(signer, kGroupAttribute);
   CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: group=[%s]", signedGroup.GetText());
   CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: room=[%s]",
-                     AttributeText(signer, kRoomAttribute).GetText());
+                     GetAttribute(signer, kRoomAttribute).GetText());
   CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: roomurl=[%s]",
-                     AttributeText(signer, kRoomUrlAttribute).GetText());
+                     GetAttribute(signer, kRoomUrlAttribute).GetText());
   if (signedGroup.IsEmpty()) return Fail("Could not determine group of signer");
   const AnsiStr digest =
       GetCertDigest(signer.certificate, OruOssSec::SecDigest::SHA256, OruOssSec::SecEncoding::HexLower);
   if (digest.IsEmpty()) return Fail("Could not determine signer certificate digest");
   ValArray digests;
   if (!FetchIntegrityCerts(NormaliseGroup(signedGroup), digests, "sha256")) return false;
-  if (ListHolds(digests, digest)) return true;
+  if (ListContains(digests, digest)) return true;
   return Fail("Could not find a matching integrity certificate");
 }
 
-// The chain is judged as of the time of signing, and its second certificate has to stand in the trust list
-// itself: a longer way to a root does not suffice. So its certificates are preferred to others of their names
-// and keys, such as renewed ones that the certificate list holds already.
+// The chain is judged at the time of signing: a certificate that has expired since does not spoil old files.
+// The direct issuer has to be in the trust list; being below a trusted authority is not enough. The list of
+// certificates may hold renewed ones of the same name and key, so those of the trust list are preferred.
 bool CryptClient::CheckSignerChain(const CMSSigner& signer, const CertStore& full,
                                    const CertStore& issuers) noexcept {
   PtrContainerQueue<Certificate> chain;
