@@ -5,14 +5,12 @@
 namespace OruKalvix {
 namespace {
 
-using OruGuiBase::AnsiStr;
 using OruGuiBase::File;
 using OruGuiBase::KVMap;
 using ::testing::Contains;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using TestSupport::Ansi;
-using TestSupport::Envelope;
 using TestSupport::ErrorCode;
 using TestSupport::Json;
 using TestSupport::MakeData;
@@ -22,8 +20,6 @@ using TestSupport::Payload;
 using TestSupport::Quoted;
 using TestSupport::ScriptedServices;
 using TestSupport::Status;
-using TestSupport::Str;
-using TestSupport::Strings;
 using TestSupport::TraceRecorder;
 using TestSupport::With;
 
@@ -296,61 +292,38 @@ TEST_F(Decryption, FailsWithoutAPlaceForDigestedContent) {
   EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
 }
 
-class ContentKeys : public TestSupport::ServicesTest {
- protected:
-  ContentKeys() { client.SetKeyServer(Strings({"https://one.example", "https://two.example"})); }
-  bool Open() { return peer.KeyServerDecrypt("wrapped", "ZW5j", plain); }
-
-  AnsiStr plain = "old";
-};
-
-// A content key comes from the key server as it stands, undecoded.
-TEST_F(ContentKeys, ComeUndecoded) {
-  services.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["not base64!",7]})"));
-  ASSERT_TRUE(Open());
-  EXPECT_EQ(Str(plain), "not base64!");
+TEST_F(Decryption, ReadsTheFirstContentKeyAlone) {
+  services.Set("decryptRequest", [](const TestSupport::RecordedRequest& request) {
+    TestSupport::CannedResponse response = ScriptedServices::Decrypted(request);
+    response.body.insert(response.body.rfind(']'), ",7");
+    return response;
+  });
+  ExpectDelivered(kPlain);
 }
 
-// A content key is asked for by the wrapped room key and the encrypted content key.
-TEST_F(ContentKeys, AreAskedForByWrappedKeyAndData) {
-  services.Set("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":["a2V5"]})"));
-  ASSERT_TRUE(Open());
-  EXPECT_EQ(
-      services.GetRequests("decryptRequest")[0].body,
-      Envelope(
-          R"({"type":"decryptRequest","decryptionKey":{"type":"wrappedKey","encodedWrappedKey":"wrapped"},)"
-          R"("algorithm":"RSAES-PKCS1-v1_5","encryptedData":["ZW5j"]})"));
-}
-
-// A response without a content key is refused and what it lacks is reported.
-TEST_F(ContentKeys, AreNeededInTheResponse) {
+TEST_F(Decryption, NeedsAContentKeyInTheResponse) {
   const struct {
     const char* payload;
     std::vector<std::uint32_t> reported;
     const char* reason;
   } rows[] = {
       {R"({"type":"decryptResponse"})", {8, 5}, "missing"},
-      {R"({"type":"decryptResponse","plainData":"a2V5"})", {8, 5}, "no list"},
+      {R"({"type":"decryptResponse","plainData":"a2V5"})", {8, 5}, "not a list"},
       {R"({"type":"decryptResponse","plainData":[]})", {5}, "an empty list"},
-      {R"({"type":"decryptResponse","plainData":[{}]})", {5}, "no text"},
-      {R"({"type":"decryptResponse","plainData":[""]})", {}, "an empty text"},
+      {R"({"type":"decryptResponse","plainData":[{}]})", {5}, "not a string"},
+      {R"({"type":"decryptResponse","plainData":[""]})", {}, "an empty string"},
   };
-  client.SetKeyServer(Strings({"https://one.example"}));
+  // The crypt service's response has no "errorid", "errortext" and "plain", which is reported before.
+  const std::vector<std::uint32_t> reportedBefore = {5, 5, 5};
   for (const auto& row : rows) {
     const TraceRecorder traces;
     services.Set("decryptRequest", Payload(row.payload));
-    EXPECT_FALSE(Open()) << row.reason;
+    ExpectNothingDelivered();
     EXPECT_EQ(Error(), "Could not decrypt document key: Invalid plainData") << row.reason;
-    EXPECT_EQ(traces.GetInvalidTypes(), row.reported) << row.reason;
+    std::vector<std::uint32_t> reported = reportedBefore;
+    reported.insert(reported.end(), row.reported.begin(), row.reported.end());
+    EXPECT_EQ(traces.GetInvalidTypes(), reported) << row.reason;
   }
-}
-
-// When no server has a content key the last one's message stands.
-TEST_F(ContentKeys, LeaveTheLastMessageWhenNoServerHasOne) {
-  services.Once("decryptRequest", Payload(R"({"type":"decryptResponse"})"));
-  services.Once("decryptRequest", ErrorCode(607));
-  EXPECT_FALSE(Open());
-  EXPECT_EQ(Error(), "607 Key Not Found");
 }
 
 }  // namespace
