@@ -1,6 +1,6 @@
 #include <type_traits>
 
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
@@ -16,7 +16,7 @@ using TestSupport::Str;
 using TestSupport::Strings;
 using TestSupport::TraceRecorder;
 
-using CryptClientObject = TestSupport::ClientTest;
+using CryptClientObject = TestSupport::ClientInternalsTest;
 
 static_assert(!std::is_copy_constructible_v<CryptClient> && !std::is_copy_assignable_v<CryptClient>);
 static_assert(!std::has_virtual_destructor_v<CryptClient>);

@@ -19,7 +19,7 @@ class DispatchTest : public ::testing::Test {
   static constexpr const char* kProbe = "GET https://one.example/status";
   static constexpr const char* kPost = "POST https://one.example/rest/json";
 
-  DispatchTest() { *CryptClientTestPeer::GetKeyServerBase() = 0; }
+  DispatchTest() { TestSupport::BeginRotationAt(0); }
 
   /// Arguments for the one key server, with more members as they stand in a JSON object.
   static std::string With(std::string_view members) {

@@ -1,7 +1,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
@@ -14,7 +14,7 @@ using TestSupport::Str;
 using TestSupport::Strings;
 using TestSupport::TraceRecorder;
 
-class Rotation : public TestSupport::ClientTest {
+class Rotation : public TestSupport::ClientInternalsTest {
  protected:
   static std::uint32_t& Base() { return *CryptClientTestPeer::GetKeyServerBase(); }
 

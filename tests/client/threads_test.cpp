@@ -3,7 +3,7 @@
 #include <string_view>
 #include <thread>
 
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 
 namespace OruKalvix {
 namespace {

@@ -1,10 +1,9 @@
 #include "tests/end_to_end/end_to_end_fixture.h"
-#include "tests/support/test_peer.h"
+#include "tests/support/rotation.h"
 
 using CryptStand::Fault;
 using CryptStand::FaultType;
 using CryptStand::kCryptService;
-using OruKalvix::CryptClientTestPeer;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -35,7 +34,7 @@ TEST_F(Failover, AllServersDownReportsThatTheLastCouldNotBeReached) {
 
 // A client that knows a server does not probe it again: that it has died shows in the exchange itself.
 TEST_F(Failover, ServerThatDiesBetweenTwoFilesOfOneClientIsLeft) {
-  *CryptClientTestPeer::GetKeyServerBase() = 0;
+  BeginRotationAt(0);
   OruKalvix::CryptClient client(http.get(), Ansi(stand.GetServiceUrl()), "", kRoom);
   const OruGuiBase::File plain = scratch.Make("plain", "bytes");
   ASSERT_TRUE(client.Encrypt(plain, scratch.File("first"), keyErrorFlag)) << client.GetErrorMessage().View();
@@ -70,7 +69,7 @@ TEST_F(Failover, TokenThatCannotBeFetchedEndsTheCommandWithServersUntried) {
 TEST_F(Failover, SlowServerIsLeftWhenTheProbeTakesTooLong) {
   stand.GetSettings().SetStatusTimeout("1");
   SetFault(0, {.type = FaultType::Slow, .operation = "status", .uses = 1, .number = 1500});
-  *CryptClientTestPeer::GetKeyServerBase() = 0;
+  BeginRotationAt(0);
   Protect("bytes");
   EXPECT_THAT(lastError, StartsWith("Could not connect to key server: "));
   ExpectComesBack("bytes");
@@ -102,9 +101,9 @@ TEST_P(KeyServerFault, OfOneServerIsPassedOver) {
     const bool isOfMaking = GetParam().fault.operation == "generateWrappedKeyRequest";
     const std::string room = isOfMaking ? "room " + std::to_string(server) : kRoom;
     ASSERT_TRUE(stand.AddRoom(room));
-    *CryptClientTestPeer::GetKeyServerBase() = static_cast<std::uint32_t>(server);
+    BeginRotationAt(static_cast<std::uint32_t>(server));
     Protect("bytes", room);
-    *CryptClientTestPeer::GetKeyServerBase() = static_cast<std::uint32_t>(server);
+    BeginRotationAt(static_cast<std::uint32_t>(server));
     const Opened opened = Decrypt("secret", "opened", room);
     EXPECT_TRUE(opened.isVerified) << opened.error;
     EXPECT_EQ(scratch.Read("opened"), "bytes");

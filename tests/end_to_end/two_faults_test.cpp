@@ -10,7 +10,7 @@
 #include "stand/stand.h"
 #include "tests/end_to_end/fault_model.h"
 #include "tests/support/files.h"
-#include "tests/support/test_peer.h"
+#include "tests/support/rotation.h"
 #include "tests/support/text.h"
 #include "transport/curlhttp.h"
 
@@ -116,7 +116,7 @@ class TwoFaults : public ::testing::TestWithParam<std::tuple<Operation, int>> {
     urls.resize(placement.servers);
     stand->GetSettings().SetAnnouncedUrls(urls);
     stand->ClearEvents();
-    *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0;
+    BeginRotationAt(0);
     Outcome outcome;
     switch (GetOperation()) {
       case Operation::Sign:

@@ -206,9 +206,10 @@ TEST_F(AuditLog, ReportsTheCodeOfTheStatusHeader) {
       {"0", "0 Unknown Error"},     {"-5", "-5 Unknown Error"},     {"no number", "0 Unknown Error"},
       {"607x", "0 Unknown Error"},  {" ", "0 Unknown Error"},
   };
+  UseServers({kOne});
+  http.Then(Alive());
   for (const StatusRow& row : rows) {
-    peer.serverTimes = {};
-    AttemptAt({kOne}, Csv("h\na\n", {{"X-SEC-STATUS", row.header}}));
+    http.Then(Token("t")).Then(Csv("h\na\n", {{"X-SEC-STATUS", row.header}}));
     EXPECT_FALSE(Get()) << row.header;
     EXPECT_EQ(Error(), row.message) << row.header;
     ExpectNothingGot();
@@ -252,10 +253,11 @@ TEST_F(AuditLog, CutsTheContentTypeAtItsParameters) {
 
 // The content type is taken with parameters, with blanks around it and in any case.
 TEST_F(AuditLog, TakesTheContentTypeWithParametersAndInAnyCase) {
+  UseServers({kOne});
+  http.Then(Alive());
   for (const char* type : {"text/csv;charset=utf-8", "text/csv ; charset=utf-8", " text/csv", "Text/CSV",
                            "text/csv;", "text/csv; a=b; c=d"}) {
-    peer.serverTimes = {};
-    AttemptAt({kOne}, Typed(Json("h\na\n"), type));
+    http.Then(Token("t")).Then(Typed(Json("h\na\n"), type));
     ASSERT_TRUE(Get()) << type;
     EXPECT_EQ(TakeLog(), "h\na\n");
   }
@@ -271,9 +273,10 @@ TEST_F(AuditLog, RefusesAnyOtherContentType) {
       {"", "Unexpected content type "},
       {"application/100%s", "Unexpected content type application/100%s"},
   };
+  UseServers({kOne});
+  http.Then(Alive());
   for (const StatusRow& row : rows) {
-    peer.serverTimes = {};
-    AttemptAt({kOne}, Typed(Json("h\na\n"), row.header));
+    http.Then(Token("t")).Then(Typed(Json("h\na\n"), row.header));
     EXPECT_FALSE(Get()) << row.header;
     EXPECT_EQ(Error(), row.message);
     ExpectNothingGot();
@@ -372,19 +375,26 @@ TEST_F(AuditLog, CopiesALogThatIsLongerThanAnyBuffer) {
   EXPECT_TRUE(TakeLog() == "h\n" + rows + rows);
 }
 
-// A target that has content gets no second header line.
-TEST_F(AuditLog, AddsToATargetThatHoldsItsHeaderAlready) {
-  AttemptAt({kOne}, Csv("h\na\n"));
-  const OruGuiBase::File target = scratch.Make("target.csv", "h\nold\n");
-  ASSERT_TRUE(peer.KeyServerGetAuditLog("group 1", target));
-  EXPECT_EQ(scratch.Read("target.csv"), "h\nold\na\n");
+// Another program may have written to the file while the server was asked.
+TEST_F(AuditLog, AddsNoSecondHeaderToAFileThatHasContent) {
+  UseServers({kOne});
+  http.Then(Alive()).Then(Token("t")).Then([this](const TestSupport::RecordedRequest&) {
+    for (const std::string& name : scratch.GetTemporaryNames()) {
+      if (name.starts_with("Audit Log")) {
+        TestSupport::WriteFile(scratch.Path("temporary") / name, "h\nold\n");
+      }
+    }
+    return Csv("h\na\n");
+  });
+  ASSERT_TRUE(Get()) << Error();
+  EXPECT_EQ(TakeLog(), "h\nold\na\n");
 }
 
 // ---- The rotation
 
 // An audit log visits the servers in the order of the list, from the first.
 TEST_F(AuditLog, BeginsAtTheFirstServerWhereverTheRotationStands) {
-  *CryptClientTestPeer::GetKeyServerBase() = 2;
+  TestSupport::BeginRotationAt(2);
   client.SetKeyServer(Strings({kOne, "https://two.example", "https://three.example"}));
   for (int i = 0; i < 3; ++i) Attempt(Csv("h\n"));
   ASSERT_TRUE(Get());
@@ -396,7 +406,7 @@ TEST_F(AuditLog, BeginsAtTheFirstServerWhereverTheRotationStands) {
 
 // A further command of the same client begins at the first server.
 TEST_F(AuditLog, LeavesTheNextCommandAtTheFirstServer) {
-  *CryptClientTestPeer::GetKeyServerBase() = 1;
+  TestSupport::BeginRotationAt(1);
   client.SetKeyServer(Strings({kOne, "https://two.example", "https://three.example"}));
   for (int i = 0; i < 3; ++i) Attempt(Csv("h\n"));
   ASSERT_TRUE(Get());

@@ -2,7 +2,7 @@
 
 #include "foundation/clock.h"
 #include "foundation/dates.h"
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
@@ -28,7 +28,7 @@ using TestSupport::TraceRecorder;
 
 constexpr datetime kTime{1994, 11, 6, 8, 49, 37};
 
-class Connection : public TestSupport::ClientTest {
+class Connection : public TestSupport::ClientInternalsTest {
  protected:
   Connection() {
     UseServers({"https://one.example", "https://two.example"});

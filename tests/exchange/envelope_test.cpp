@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
@@ -26,7 +26,7 @@ constexpr KeyServerCommand Command(std::uint32_t value) {
 constexpr KeyServerCommand kDecrypt = Command(6);
 constexpr KeyServerCommand kDeleteKey = Command(10);
 
-class Envelopes : public TestSupport::ClientTest {
+class Envelopes : public TestSupport::ClientInternalsTest {
  protected:
   bool Check(const char* response, KeyServerCommand command = kDeleteKey) {
     return peer.KeyServerCheckResponse(Map(response), command, payload);

@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/files.h"
 #include "tests/support/trace_recorder.h"
 
@@ -22,7 +22,7 @@ using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::TraceRecorder;
 
-class HttpJSON : public TestSupport::ClientTest {
+class HttpJSON : public TestSupport::ClientInternalsTest {
  protected:
   static constexpr const char* kUrl = "https://server.example/json";
 

@@ -3,7 +3,7 @@
 #include <ctime>
 #include <stdexcept>
 
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/files.h"
 #include "tests/support/trace_recorder.h"
 
@@ -33,7 +33,7 @@ static_assert(offsetof(HttpResponse, headers) < offsetof(HttpResponse, body) &&
               offsetof(HttpResponse, targetFile) < offsetof(HttpResponse, status) &&
               offsetof(HttpResponse, status) < offsetof(HttpResponse, errorText));
 
-class Http : public TestSupport::ClientTest {
+class Http : public TestSupport::ClientInternalsTest {
  protected:
   static constexpr const char* kUrl = "https://server.example/path";
 

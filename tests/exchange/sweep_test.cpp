@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 
 namespace OruKalvix {
 namespace {
@@ -19,7 +19,7 @@ using TestSupport::Str;
 using TestSupport::Token;
 
 // The command at hand is "signRequest": a short payload and a short response.
-class Sweep : public TestSupport::ClientTest {
+class Sweep : public TestSupport::ClientInternalsTest {
  protected:
   Sweep() { UseServers({"https://one.example", "https://two.example", "https://three.example"}); }
 

@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
@@ -20,7 +20,7 @@ using TestSupport::TraceRecorder;
 constexpr auto kSign = KeyServerCommand::Sign;
 constexpr auto kDeleteKey = KeyServerCommand::DeleteKey;
 
-class Tokens : public TestSupport::ClientTest {
+class Tokens : public TestSupport::ClientInternalsTest {
  protected:
   /// The URL that a client with this base builds.
   std::string Url(const char* base, const char* first, const char* second, const char* third,

@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/pki.h"
 #include "tests/support/trace_recorder.h"
 
@@ -27,7 +27,7 @@ using TestSupport::Strings;
 using TestSupport::Token;
 using TestSupport::TraceRecorder;
 
-class GeneratedKeys : public TestSupport::ClientTest {
+class GeneratedKeys : public TestSupport::ClientInternalsTest {
  protected:
   GeneratedKeys() { UseServers({"https://one.example", "https://two.example"}); }
 
@@ -232,7 +232,7 @@ TEST_F(GeneratedKeys, LeaveTheCallersKeyAloneWhenNoneCanBeMade) {
 }
 
 /// What UpdateKey and ExportKeys have in common.
-class KeyLists : public TestSupport::ClientTest {
+class KeyLists : public TestSupport::ClientInternalsTest {
  protected:
   KeyLists() { UseServers({"https://one.example"}); }
 

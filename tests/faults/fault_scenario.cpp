@@ -71,7 +71,7 @@ void FaultScenario::Prepare() {
   scratch.Make("plain", content);
   scratch.Make("protected", protectedBytes);
   scratch.Make("envelope", plainEnvelope);
-  *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0;
+  TestSupport::BeginRotationAt(0);
   RemoveTemporaryFiles();
 }
 

@@ -1,5 +1,6 @@
 #include "security/cmslimits.h"
 #include "tests/protection/decryption_fixture.h"
+#include "tests/support/test_peer.h"
 #include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
@@ -192,6 +193,7 @@ TEST_F(Decryption, NamesTheTemporaryFileAfterTheSource) {
 
 TEST_F(Decryption, LeavesTheConfigurationInTheClient) {
   ASSERT_TRUE(Decrypt()) << Error();
+  const CryptClientTestPeer peer(client);
   EXPECT_EQ(Str(peer.group), TestSupport::kGroup);
   EXPECT_EQ(peer.statusTimeout, 5000U);
   EXPECT_EQ(Str(peer.keyServerCursor.keyServerUrl), TestSupport::kKeyServerUrl);

@@ -1,5 +1,6 @@
 #include "exchange/operation_file.h"
 #include "tests/protection/encryption_fixture.h"
+#include "tests/support/test_peer.h"
 
 namespace OruKalvix {
 namespace {
@@ -178,6 +179,7 @@ TEST_F(Encryption, FailsWhenTheNewKeyCannotBeProvenAndMakesNoSecond) {
 
 // The service URL of the room is missed before room and group, and these in this order.
 TEST_F(Encryption, MissesUrlRoomAndGroupInThisOrder) {
+  CryptClientTestPeer peer(client);
   RoomKey roomKey;
   CryptClient withoutUrl(&services.http, "", "", "room 1");
   EXPECT_FALSE(CryptClientTestPeer(withoutUrl).RequireUrlRoomAndGroup(roomKey));
@@ -346,7 +348,7 @@ TEST_F(Encryption, GoesOnToTheNextKeyServerInEveryStep) {
     return request.url.starts_with("https://dead") ? NoExchange("dead")
                                                    : TestSupport::DateResponse(TestSupport::kServicesDate);
   });
-  *CryptClientTestPeer::GetKeyServerBase() = 0;
+  TestSupport::BeginRotationAt(0);
   ASSERT_TRUE(Encrypt()) << Error();
   EXPECT_EQ(Open().content, kPlain);
   EXPECT_EQ(Error(), "Could not connect to key server: dead");

@@ -1,5 +1,6 @@
 #include "exchange/operation_file.h"
 #include "tests/protection/encryption_fixture.h"
+#include "tests/support/test_peer.h"
 
 namespace OruKalvix {
 namespace {
@@ -49,6 +50,7 @@ TEST_F(Encryption, SignsTheRoomAsTheServiceSpellsIt) {
 }
 
 TEST_F(Encryption, GivesItsAttributesInTheOrderOfTheirOIDs) {
+  const CryptClientTestPeer peer(client);
   peer.group = "QOB.g";
   RoomKey roomKey;
   roomKey.room = "r/1";
@@ -158,6 +160,7 @@ TEST_F(Encryption, NamesTheTemporaryFileAfterTheTarget) {
 
 TEST_F(Encryption, LeavesConfigurationAndIntegrityKeyInTheClient) {
   ASSERT_TRUE(Encrypt()) << Error();
+  const CryptClientTestPeer peer(client);
   EXPECT_EQ(Str(peer.group), TestSupport::kGroup);
   EXPECT_EQ(peer.statusTimeout, 5000U);
   EXPECT_EQ(Str(peer.keyServerCursor.keyServerUrl), TestSupport::kKeyServerUrl);

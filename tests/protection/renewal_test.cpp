@@ -21,7 +21,6 @@ class RenewedSigner : public Verification {
   }
   /// What is wrong with the file, empty when its origin was proven.
   std::string Judge() {
-    peer.SetError("");
     const bool isDelivered = Decrypt();
     return isDelivered && isVerified ? "" : Error();
   }

@@ -9,26 +9,27 @@
 #include "tests/support/files.h"
 #include "tests/support/messages.h"
 #include "tests/support/pki.h"
+#include "tests/support/rotation.h"
 #include "tests/support/scripted_services.h"
-#include "tests/support/test_peer.h"
 #include "tests/support/text.h"
 #include "tests/support/wire.h"
 
 namespace TestSupport {
 
-/// One client on a road that works, and a directory for its files.
+/// One client whose crypt service and key server work, with the answers of ScriptedServices, and a directory
+/// for its files.
 class ServicesTest : public ::testing::Test {
  protected:
-  ServicesTest() { *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0; }
+  ServicesTest() { BeginRotationAt(0); }
 
   std::string Error() const { return Str(client.GetErrorMessage()); }
-  /// The message is the text and behind it a reason that says something.
-  void ExpectReason(const std::string& text) const {
-    EXPECT_THAT(Error(), ::testing::StartsWith(text));
-    EXPECT_GT(Error().size(), text.size());
+  /// The message begins like this and ends in a reason that says something.
+  void ExpectReason(const std::string& beginning) const {
+    EXPECT_THAT(Error(), ::testing::StartsWith(beginning));
+    EXPECT_GT(Error().size(), beginning.size());
     EXPECT_EQ(Error().find("Success"), std::string::npos) << Error();
   }
-  /// A response that also records the temporary files of that moment.
+  /// The same responder; it also records which temporary files exist when it is called.
   Responder WatchingTemporary(Responder responder) {
     return [this, responder](const RecordedRequest& request) {
       temporaryNames = scratch.GetTemporaryNames();
@@ -41,7 +42,6 @@ class ServicesTest : public ::testing::Test {
   ScriptedServices services;
   std::vector<std::string> temporaryNames;
   OruKalvix::CryptClient client{&services.http, kServiceUrl, "", "room 1"};
-  OruKalvix::CryptClientTestPeer peer{client};
 };
 
 }  // namespace TestSupport

@@ -1,7 +1,7 @@
 #include <cstring>
 
 #include "foundation/errorstate.h"
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/pki.h"
 #include "tests/support/scripted_services.h"
 #include "tests/support/trace_recorder.h"
@@ -33,7 +33,7 @@ CannedResponse Signed(const std::string& list) {
   return Payload(R"({"type":"signResponse","signedHashes":)" + list + "}");
 }
 
-class Signing : public TestSupport::ClientTest {
+class Signing : public TestSupport::ClientInternalsTest {
  protected:
   Signing() { UseServers({"https://one.example", "https://two.example"}); }
 

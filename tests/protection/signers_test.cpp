@@ -5,6 +5,7 @@
 #include "security/cmsmsg.h"
 #include "tests/protection/verification_fixture.h"
 #include "tests/support/no_digests.h"
+#include "tests/support/test_peer.h"
 #include "tests/support/trace_recorder.h"
 
 namespace OruKalvix {
@@ -311,6 +312,7 @@ class SignerChecks : public TestSupport::ServicesTest {
   }
 
   OruOssSec::CMSSigner signer;
+  CryptClientTestPeer peer{client};
 };
 
 // The check of a signer, which the other tests of this group make fail, passes with all in order.

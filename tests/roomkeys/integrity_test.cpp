@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/pki.h"
 #include "tests/support/scripted_services.h"
 #include "tests/support/trace_recorder.h"
@@ -37,7 +37,7 @@ std::string GoodCert() {
   return Quoted(Pki::Get().integrity.certificate.ToBase64());
 }
 
-class IntegrityKeys : public TestSupport::ClientTest {
+class IntegrityKeys : public TestSupport::ClientInternalsTest {
  protected:
   IntegrityKeys() {
     UseServers({"https://one.example", "https://two.example"});
@@ -246,7 +246,7 @@ TEST_F(IntegrityKeys, AreUsableWithAllThreeParts) {
   EXPECT_FALSE(without.IsUsable());
 }
 
-class IntegrityCerts : public TestSupport::ClientTest {
+class IntegrityCerts : public TestSupport::ClientInternalsTest {
  protected:
   bool Fetch(const CannedResponse& response, const char* group = "QOB.g/1", const char* digest = "sha256") {
     http.Then(response);

@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/renewals.h"
 #include "tests/support/scripted_services.h"
 
@@ -26,7 +26,7 @@ using TestSupport::WrappedKey;
 class RenewedRoomKey : public ::testing::Test {
  protected:
   RenewedRoomKey() {
-    *CryptClientTestPeer::GetKeyServerBase() = 0;
+    TestSupport::BeginRotationAt(0);
     client.SetKeyServer(Strings({TestSupport::kKeyServerUrl}));
     roomKey.certificate = LoadCert(pki.room.certificate);
   }
@@ -36,7 +36,6 @@ class RenewedRoomKey : public ::testing::Test {
     roomKey.data = Ansi(WrappedKey(wrapped));
     services.Set("certstore", Json(pki.root.certificate.ToPEM() + certStore));
     services.Set("truststore", Json(trustStore));
-    peer.SetError("");
     return peer.ValidateRoomKey(roomKey) ? "" : Str(client.GetErrorMessage());
   }
 

@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/pki.h"
 #include "tests/support/scripted_services.h"
 #include "tests/support/trace_recorder.h"
@@ -31,7 +31,7 @@ using TestSupport::With;
 
 constexpr const char* kKeyError = "QOB.1.1001.1.422645";
 
-class Retrieval : public TestSupport::ClientTest {
+class Retrieval : public TestSupport::ClientInternalsTest {
  protected:
   Retrieval() {
     roomKey.room = "old room";
@@ -110,7 +110,7 @@ TEST_F(Retrieval, FillsTheRoomKey) {
 TEST_F(Retrieval, TakesTheConfigurationFromTheResponse) {
   KVMap response = With(ScriptedServices::RoomKeyResponse(), "certauth", "true");
   response = With(response, "keyserver", R"(["https://a","https://b"])");
-  *CryptClientTestPeer::GetKeyServerBase() = 9;
+  TestSupport::BeginRotationAt(9);
   peer.certAuth = false;
   ASSERT_TRUE(Fetch(Json(response)));
   EXPECT_EQ(Str(peer.group), TestSupport::kGroup);

@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/scripted_services.h"
 #include "tests/support/trace_recorder.h"
 
@@ -23,7 +23,7 @@ using TestSupport::Strings;
 using TestSupport::TraceRecorder;
 using TestSupport::With;
 
-class RoomCerts : public TestSupport::ClientTest {
+class RoomCerts : public TestSupport::ClientInternalsTest {
  protected:
   RoomCerts() {
     UseServers({"https://old.example"});
@@ -155,7 +155,7 @@ TEST_F(RoomCerts, NeedAServiceUrl) {
   ExpectUnchanged();
 }
 
-class NewKey : public TestSupport::ClientTest {
+class NewKey : public TestSupport::ClientInternalsTest {
  protected:
   bool Upload(const CannedResponse& response) {
     http.Then(response);

@@ -1,4 +1,4 @@
-#include "tests/support/client_fixture.h"
+#include "tests/support/client_internals_fixture.h"
 #include "tests/support/messages.h"
 #include "tests/support/pki.h"
 #include "tests/support/scripted_services.h"
@@ -34,7 +34,7 @@ using TestSupport::WrappedText;
 class Validation : public ::testing::Test {
  protected:
   Validation() {
-    *CryptClientTestPeer::GetKeyServerBase() = 0;
+    TestSupport::BeginRotationAt(0);
     client.SetKeyServer(Strings({TestSupport::kKeyServerUrl}));
     Use(pki.room.certificate, pki.innerSigning.certificate);
   }
