@@ -1,5 +1,3 @@
-#include <functional>
-
 #include "tests/support/client_fixture.h"
 
 namespace OruKalvix {
@@ -8,16 +6,10 @@ namespace {
 using OruGuiBase::Array;
 using OruGuiBase::KVMap;
 using OruGuiBase::Val;
-using ::testing::ElementsAre;
 using TestSupport::Alive;
 using TestSupport::Envelope;
-using TestSupport::ErrorCode;
-using TestSupport::HeaderOf;
 using TestSupport::Map;
-using TestSupport::NoExchange;
 using TestSupport::Payload;
-using TestSupport::Status;
-using TestSupport::Str;
 using TestSupport::Strings;
 using TestSupport::Token;
 
@@ -111,111 +103,6 @@ TEST_F(GroupCommands, DeleteKeySendsAnEmptyHandleInTheCommandOnly) {
   EXPECT_EQ(http.GetRequest(1).body, R"({"keyserver":"https://one.example","operation":"deleteKeyRequest"})");
   EXPECT_EQ(http.GetRequest(2).body, Envelope(R"({"type":"deleteKeyRequest","groupId":"g","key":{}})"));
 }
-
-/// The four commands, each with what is common to all.
-struct CommandRow {
-  const char* name;
-  std::function<bool(CryptClient&)> run;
-  const char* request;
-  const char* response;
-};
-
-class EachGroupCommand : public GroupCommands, public ::testing::WithParamInterface<CommandRow> {
- protected:
-  bool Run() { return GetParam().run(client); }
-  void Succeed() { AttemptAnsweredBy(GetParam().response); }
-};
-
-// Each group command asks for a token for its group.
-TEST_P(EachGroupCommand, NeedsATokenForItsGroup) {
-  Succeed();
-  ASSERT_TRUE(Run());
-  EXPECT_THAT(http.GetLines(), ElementsAre("GET https://one.example/status",
-                                           "POST https://crypt.example/api/crypt/authztoken/group%201",
-                                           "POST https://one.example/rest/json"));
-  EXPECT_EQ(http.GetRequest(1).body, R"({"keyserver":"https://one.example","operation":")" +
-                                         std::string(GetParam().request) + R"("})");
-  EXPECT_EQ(HeaderOf(http.GetRequest(2), "X-SEC-AUTHZTOKEN"), "t");
-}
-
-// Each group command fails without key servers and sends nothing.
-TEST_P(EachGroupCommand, FailsWithoutKeyServersAndWithoutAnyExchange) {
-  client.SetKeyServer({});
-  EXPECT_FALSE(Run());
-  EXPECT_EQ(Error(), "Invalid key server URL");
-  EXPECT_EQ(http.GetRequestCount(), 0U);
-}
-
-// Each group command ends with the first server that succeeds.
-TEST_P(EachGroupCommand, ReachesOneServerOnly) {
-  Succeed();
-  ASSERT_TRUE(Run());
-  for (const auto& request : http.GetRequests()) {
-    EXPECT_EQ(request.url.find("two.example"), std::string::npos);
-  }
-}
-
-// When all servers refuse, a group command fails with the last one's code.
-TEST_P(EachGroupCommand, FailsWithTheLastServersCodeWhenAllRefuse) {
-  Attempt(ErrorCode(607));
-  Attempt(ErrorCode(618));
-  EXPECT_FALSE(Run());
-  EXPECT_EQ(Error(), "618 Read-only State");
-}
-
-// A success leaves the failure of a server before recorded.
-TEST_P(EachGroupCommand, KeepsTheFirstServersFailureWhenTheSecondSucceeds) {
-  Attempt(Status(503));
-  Succeed();
-  EXPECT_TRUE(Run());
-  EXPECT_EQ(Error(), "HTTP 503");
-}
-
-// A group command goes on to the next server when a probe fails.
-TEST_P(EachGroupCommand, GoesOnWhenAProbeFails) {
-  http.Then(NoExchange("down"));
-  Succeed();
-  EXPECT_TRUE(Run());
-  EXPECT_EQ(Error(), "Could not connect to key server: down");
-}
-
-// A group command ends at once when its token cannot be fetched.
-TEST_P(EachGroupCommand, StopsAtOnceWithoutAToken) {
-  http.Then(Alive()).Then(Status(403));
-  EXPECT_FALSE(Run());
-  EXPECT_EQ(Error(), "Could not get authorization token: HTTP 403");
-  EXPECT_EQ(http.GetRequestCount(), 2U);
-}
-
-// A group command needs the response type of its own.
-TEST_P(EachGroupCommand, NeedsTheResponseOfItsOwnType) {
-  AttemptAnsweredBy("getKeyResponse");
-  AttemptAnsweredBy(GetParam().request);
-  EXPECT_FALSE(Run());
-  EXPECT_EQ(Error(), "Unexpected response type " + std::string(GetParam().request));
-}
-
-// A group command needs a payload in the response.
-TEST_P(EachGroupCommand, NeedsAPayloadInTheResponse) {
-  Attempt(Payload("{}"));
-  Attempt(TestSupport::Json(""));
-  EXPECT_FALSE(Run());
-  EXPECT_EQ(Error(), "Invalid payload");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    All, EachGroupCommand,
-    ::testing::Values(CommandRow{"ConfigGroup",
-                                 [](CryptClient& c) { return c.ConfigGroup("group 1", "", "", {}, {}, {}); },
-                                 "configGroupRequest", "configGroupResponse"},
-                      CommandRow{"Reencrypt", [](CryptClient& c) { return c.Reencrypt("group 1", "c"); },
-                                 "reencryptRequest", "reencryptResponse"},
-                      CommandRow{"ImportKey",
-                                 [](CryptClient& c) { return c.ImportKey("group 1", "i", "k", "p"); },
-                                 "importKeyRequest", "importKeyResponse"},
-                      CommandRow{"DeleteKey", [](CryptClient& c) { return c.DeleteKey("group 1", {}); },
-                                 "deleteKeyRequest", "deleteKeyResponse"}),
-    [](const ::testing::TestParamInfo<CommandRow>& row) { return std::string(row.param.name); });
 
 }  // namespace
 }  // namespace OruKalvix

@@ -15,7 +15,6 @@ using TestSupport::Alive;
 using TestSupport::CannedResponse;
 using TestSupport::Envelope;
 using TestSupport::ErrorCode;
-using TestSupport::HeaderOf;
 using TestSupport::LoadCert;
 using TestSupport::LoadKey;
 using TestSupport::Payload;
@@ -69,16 +68,6 @@ TEST_F(GeneratedKeys, AreAskedForWithSubjectAndCertificates) {
       Envelope(R"({"type":"generateWrappedKeyRequest","keyType":"","certificateSubject":"CN=the room-tr",)"
                R"("encryptionKeys":[{"type":"externalCertificate","encodedCertificate":"cert-a"},)"
                R"({"type":"externalCertificate","encodedCertificate":"cert-b"}]})"));
-}
-
-// A key is generated with a token for the given room.
-TEST_F(GeneratedKeys, NeedATokenForTheRoomThatIsGiven) {
-  Attempt(KeyResponse(RoomCert(), "wrapped"));
-  ASSERT_TRUE(Generate());
-  EXPECT_EQ(http.GetRequest(1).url, "https://crypt.example/api/crypt/authztoken/the%20room");
-  EXPECT_EQ(http.GetRequest(1).body,
-            R"({"keyserver":"https://one.example","operation":"generateWrappedKeyRequest"})");
-  EXPECT_EQ(HeaderOf(http.GetRequest(2), "X-SEC-AUTHZTOKEN"), "t");
 }
 
 // A key is asked for with an empty list of certificates too.
@@ -141,22 +130,6 @@ TEST_F(GeneratedKeys, NeedAWrappedKeyInTheResponse) {
   }
 }
 
-TEST_F(GeneratedKeys, ComeFromTheNextServerWhenTheFirstGivesNoCertificate) {
-  Attempt(KeyResponse("", "first"));
-  Attempt(KeyResponse(RoomCert(), "second"));
-  ASSERT_TRUE(Generate());
-  EXPECT_EQ(Str(roomKey.data), "second");
-  EXPECT_EQ(Error(), "Could not generate wrapped key: Invalid encodedX509Certificate");
-}
-
-TEST_F(GeneratedKeys, ComeFromTheNextServerWhenTheFirstsCertificateCannotBeRead) {
-  Attempt(KeyResponse("garbage", "first"));
-  Attempt(KeyResponse(RoomCert(), "second"));
-  ASSERT_TRUE(Generate());
-  EXPECT_EQ(Str(roomKey.data), "second");
-  EXPECT_EQ(Error(), "Could not generate wrapped key: Could not decode encodedX509Certificate");
-}
-
 // Half a response of a first server leaves nothing in the key of the second.
 TEST_F(GeneratedKeys, HoldTheSecondServersDataOnlyWhenTheFirstGaveHalf) {
   Attempt(KeyResponse(Pki::Get().integrity.certificate.ToBase64(), ""));
@@ -188,21 +161,6 @@ TEST_F(GeneratedKeys, AreLeftAloneWhileNoPostSucceeds) {
   EXPECT_FALSE(Generate());
   EXPECT_EQ(Str(roomKey.data), "old");
   EXPECT_EQ(Error(), "606 Keystore Unavailable");
-}
-
-// A key cannot be generated without key servers.
-TEST_F(GeneratedKeys, NeedAKeyServer) {
-  client.SetKeyServer({});
-  EXPECT_FALSE(Generate());
-  EXPECT_EQ(Error(), "Invalid key server URL");
-}
-
-// A token that cannot be fetched ends the generation at once.
-TEST_F(GeneratedKeys, AreNotAskedForAnywhereElseWithoutAToken) {
-  http.Then(Alive()).Then(Status(401));
-  EXPECT_FALSE(Generate());
-  EXPECT_EQ(Error(), "Could not get authorization token: HTTP 401");
-  EXPECT_EQ(http.GetRequestCount(), 2U);
 }
 
 // The certificate of a generated key may come in PEM.
@@ -306,15 +264,6 @@ TEST_F(KeyLists, NeedNoServerWhenTheyAreEmpty) {
   EXPECT_EQ(Error(), "");
 }
 
-// A list of keys needs key servers.
-TEST_F(KeyLists, NeedAServerOtherwise) {
-  client.SetKeyServer({});
-  EXPECT_FALSE(Update(kKeys));
-  EXPECT_EQ(Error(), "Invalid key server URL");
-  EXPECT_FALSE(Export(kKeys));
-  EXPECT_TRUE(result.IsEmpty());
-}
-
 // Results are appended to what the caller's array holds.
 TEST_F(KeyLists, AreAppendedToWhatTheResultHolds) {
   result = Strings({"kept"});
@@ -364,15 +313,6 @@ TEST_F(KeyLists, StopAtTheFirstKeyThatIsNotExported) {
   EXPECT_EQ(Error(), "609 Auth Failed");
 }
 
-// A token that cannot be fetched ends the list at once.
-TEST_F(KeyLists, StopAtOnceWithoutAToken) {
-  UseServers({"https://one.example", "https://two.example"});
-  http.Then(Alive()).Then(Token(""));
-  EXPECT_FALSE(Export(kKeys));
-  EXPECT_EQ(Error(), "Invalid authorization token");
-  EXPECT_EQ(http.GetRequestCount(), 2U);
-}
-
 // A rewrapped key that is missing, empty or no text sends the command to the next server.
 TEST_F(KeyLists, NeedAWrappedKeyInEachResponse) {
   for (const char* response : {R"({"type":"modifyWrappedKeyResponse"})",
@@ -397,26 +337,6 @@ TEST_F(KeyLists, NeedAPrivateKeyInEachResponse) {
     EXPECT_EQ(Error(), "Could not decrypt room key: Invalid encodedPrivateKey");
     EXPECT_TRUE(result.IsEmpty());
   }
-}
-
-// UpdateKey takes the next server's key when the first gives none.
-TEST_F(KeyLists, TakeTheNextServersWrappedKeyWhenTheFirstGivesNone) {
-  UseServers({"https://one.example", "https://two.example"});
-  First(Payload(R"({"type":"modifyWrappedKeyResponse"})"));
-  First(Modified("A"));
-  ASSERT_TRUE(Update(R"([{"id":"1","data":"a"}])"));
-  EXPECT_EQ(Result(), R"([{"id":"1","data":"A"}])");
-  EXPECT_EQ(Error(), "Could not modify wrapped key: Invalid encodedWrappedKey");
-}
-
-// ExportKeys takes the next server's key when the first gives none.
-TEST_F(KeyLists, TakeTheNextServersKeyWhenTheFirstGivesNone) {
-  UseServers({"https://one.example", "https://two.example"});
-  First(Payload(R"({"type":"exportWrappedKeyResponse"})"));
-  First(Exported("A"));
-  ASSERT_TRUE(Export(R"([{"id":"1","data":"a"}])"));
-  EXPECT_EQ(Result(), R"([{"id":"1","plain":"A"}])");
-  EXPECT_EQ(Error(), "Could not decrypt room key: Invalid encodedPrivateKey");
 }
 
 // An entry that is no object is reported and sent as an empty key; the server decides.

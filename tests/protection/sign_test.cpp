@@ -11,7 +11,6 @@ namespace {
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::Blob;
-using ::testing::ElementsAre;
 using TestSupport::Alive;
 using TestSupport::Bytes;
 using TestSupport::CannedResponse;
@@ -19,11 +18,9 @@ using TestSupport::Envelope;
 using TestSupport::ErrorCode;
 using TestSupport::LoadCert;
 using TestSupport::Map;
-using TestSupport::NoExchange;
 using TestSupport::Payload;
 using TestSupport::Pki;
 using TestSupport::Quoted;
-using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::ToBase64;
 using TestSupport::Token;
@@ -143,14 +140,6 @@ TEST_F(Signing, NeedsASignatureInTheResponse) {
   }
 }
 
-TEST_F(Signing, TakesTheSecondServersResponseWhenTheFirstIsNoBase64) {
-  Attempt(Signed(R"(["not base64!"])"));
-  Attempt(Signed(R"(["c2lnbmVk"])"));
-  ASSERT_TRUE(KeyServerSign());
-  EXPECT_EQ(Str(value), "signed");
-  EXPECT_EQ(Error(), "Could not decode signedHashes");
-}
-
 TEST_F(Signing, EmptiesTheSignatureWhenNoServerAnswersInBase64) {
   const Blob shared = value;
   Attempt(Signed(R"(["not base64!"])"));
@@ -159,25 +148,6 @@ TEST_F(Signing, EmptiesTheSignatureWhenNoServerAnswersInBase64) {
   EXPECT_EQ(Error(), "Could not decode signedHashes");
   EXPECT_TRUE(value.IsEmpty());
   EXPECT_EQ(Str(shared), "old value");
-}
-
-TEST_F(Signing, NeedsAKeyServer) {
-  client.SetKeyServer({});
-  EXPECT_FALSE(KeyServerSign());
-  EXPECT_EQ(Error(), "Invalid key server URL");
-}
-
-TEST_F(Signing, EndsWithoutAToken) {
-  http.Then(Alive()).Then(Status(403));
-  EXPECT_FALSE(KeyServerSign());
-  EXPECT_EQ(Error(), "Could not get authorization token: HTTP 403");
-}
-
-TEST_F(Signing, LeavesTheLastMessageWhenNoServerSigns) {
-  Attempt(ErrorCode(607));
-  Attempt(ErrorCode(608));
-  EXPECT_FALSE(KeyServerSign());
-  EXPECT_EQ(Error(), "608 Unsupported Algorithm");
 }
 
 TEST_F(Signing, GivesTheSignatureOfABase64HashAsBase64) {
@@ -224,13 +194,6 @@ TEST_F(Signing, PassesAnUnknownAlgorithmOn) {
   EXPECT_FALSE(client.Sign(handle, "ROT-13", "aGFzaA==", signature));
   EXPECT_EQ(Error(), "608 Unsupported Algorithm");
   EXPECT_NE(http.GetRequest(2).body.find(R"("algorithm":"ROT-13")"), std::string::npos);
-}
-
-TEST_F(Signing, KeepsTheCallersTextWhenTheKeyServersFail) {
-  http.Then(NoExchange("down")).Then(NoExchange("down too"));
-  EXPECT_FALSE(Sign());
-  EXPECT_EQ(Str(signature), "old signature");
-  EXPECT_EQ(Error(), "Could not connect to key server: down too");
 }
 
 class SigningCallback : public Signing {

@@ -6,7 +6,6 @@
 namespace OruKalvix {
 namespace {
 
-using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
 using OruGuiBase::Val;
 using OruOssSec::Certificate;
@@ -146,15 +145,6 @@ TEST_F(IntegrityKeys, NeedAKeyInTheResponse) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U, 5U, 5U, 7U, 5U, 5U, 5U));
 }
 
-// A response without a key leads to the next server, whose good response counts.
-TEST_F(IntegrityKeys, ComeFromTheSecondServerWhenTheFirstGaveNone) {
-  Attempt(Payload(R"({"type":"getKeyResponse"})"));
-  Attempt(ScriptedServices::IntegrityKeyResponse());
-  ASSERT_TRUE(Get());
-  EXPECT_EQ(Error(), "Could not get integrity certificate: Invalid subId");
-  EXPECT_TRUE(key.IsUsable());
-}
-
 // Without an identifier in the question each server's answer is refused, however good it is.
 TEST_F(IntegrityKeys, NeedAnIdInTheQuestionThoughTheResponseIsGood) {
   Attempt(ScriptedServices::IntegrityKeyResponse());
@@ -214,22 +204,6 @@ TEST_F(IntegrityKeys, DropWhatTheyHeldWithTheFirstResponse) {
   EXPECT_EQ(Str(key.id), "new");
   EXPECT_EQ(Str(key.subId), "");
   EXPECT_TRUE(key.certificate.IsEmpty());
-}
-
-// Without a key server there is no integrity key, and the one of before stays.
-TEST_F(IntegrityKeys, NeedAKeyServer) {
-  client.SetKeyServer({});
-  EXPECT_FALSE(Get());
-  EXPECT_EQ(Error(), "Invalid key server URL");
-  EXPECT_EQ(Str(key.id), "old id");
-}
-
-// Without a token no further server is asked for the integrity key.
-TEST_F(IntegrityKeys, AreNotAskedForWithoutAToken) {
-  http.Then(Alive()).Then(Status(403));
-  EXPECT_FALSE(Get());
-  EXPECT_EQ(Error(), "Could not get authorization token: HTTP 403");
-  EXPECT_EQ(http.GetRequestCount(), 2U);
 }
 
 // An integrity key is usable with identifier, sub-identifier and certificate, and not without any of them.
