@@ -347,6 +347,58 @@ TEST_P(Sweep, PostsSameEnvelopeToEachServer) {
             std::string::npos);
 }
 
+// ---- Several commands of one client
+
+TEST_P(Sweep, StartsAtSameServerAndProbesItAgainWhenItWasDown) {
+  http.Then(NoExchange("down"));
+  Attempt(Good());
+  ASSERT_TRUE(Run());
+  http.Then(NoExchange("still down")).Then(Token("t2")).Then(Good());
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(http.GetLines()[4], "GET https://one.example/status");
+  EXPECT_EQ(http.GetLines()[6], "POST https://two.example/rest/json");
+}
+
+TEST_P(Sweep, ProbesNoKnownServer) {
+  Attempt(Good());
+  ASSERT_TRUE(Run());
+  http.Then(Token("t2")).Then(Good());
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(http.GetRequestCount(), 5U);
+}
+
+TEST_P(Sweep, ProbesKnownServerUnderCertAuth) {
+  peer.certAuth = true;
+  Attempt(Good());
+  ASSERT_TRUE(Run());
+  Attempt(Good());
+  ASSERT_TRUE(Run());
+  EXPECT_EQ(http.GetRequestCount(), 6U);
+}
+
+// ---- Odd lists of servers
+
+TEST_P(Sweep, TriesSingleServerOnceWhereverRotationStands) {
+  *CryptClientTestPeer::GetKeyServerBase() = 0xFFFFFFFF;
+  client.SetKeyServer(Strings({"https://only.example"}));
+  http.Then(NoExchange("down"));
+  EXPECT_FALSE(Run());
+  Attempt(Good());
+  EXPECT_TRUE(Run());
+}
+
+TEST_P(Sweep, CountsListElementThatIsNotUrlAsFailedServer) {
+  Array<Val> servers;
+  servers.Append(Val(true));
+  servers.Append(Val("https://two.example"));
+  TestSupport::BeginRotationAt(0);
+  client.SetKeyServer(servers);
+  http.Then(NoExchange("no host"));
+  Attempt(Good());
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(http.GetRequest(1).url.find("https://two.example/status?"), 0U);
+}
+
 /// The commands that read more of their response than its type.
 class SweepOfReaders : public Sweep {};
 
