@@ -219,6 +219,20 @@ TEST_F(CryptClientObject, SharesTheMessageOfAFailedExchange) {
   EXPECT_EQ(peer.errorMessage.GetImp(), message.GetImp());
 }
 
+TEST_F(CryptClientObject, KeepsNoExportedKey) {
+  UseServers({"https://one.example"});
+  http.Then(TestSupport::Alive()).Then(TestSupport::Token("t"));
+  http.Then(
+      TestSupport::Payload(R"({"type":"exportWrappedKeyResponse","encodedPrivateKey":"the plain key"})"));
+  OruGuiBase::Array<OruGuiBase::Val> keys;
+  keys.Append(OruGuiBase::Val(TestSupport::Map(R"({"id":"1","data":"a"})")));
+  OruGuiBase::Array<OruGuiBase::Val> result;
+  ASSERT_TRUE(client.ExportKeys("the room", keys, result));
+  EXPECT_EQ(Str(peer.errorMessage) + Str(peer.authzToken) + Str(peer.transaction) + Str(peer.group), "");
+  EXPECT_EQ(JsonText(peer.responseHeaders), "{}");
+  EXPECT_TRUE(peer.integrityKey.id.IsEmpty() && peer.integrityKey.subId.IsEmpty());
+}
+
 TEST_F(CryptClientObject, NamesAKeyByAHandleOfThreeMembers) {
   EXPECT_EQ(JsonText(CryptClient::GetKeyHandle("key-1", "3")),
             R"({"type":"handle","id":"key-1","subId":"3"})");
