@@ -22,7 +22,7 @@ static_assert(!std::is_copy_constructible_v<CryptClient> && !std::is_copy_assign
 static_assert(!std::has_virtual_destructor_v<CryptClient>);
 static_assert(std::is_base_of_v<OruOssSec::ISignHash, CryptClient>);
 
-TEST_F(CryptClientObject, HoldsOneReferenceOfTheTransportForItsLife) {
+TEST_F(CryptClientObject, HoldsOneReferenceToTransport) {
   ScriptedHttp transport;
   {
     const CryptClient other(&transport, kService, "", kRoom);
@@ -43,7 +43,6 @@ TEST_F(CryptClientObject, AcceptsNoTransportAndFailsEachExchange) {
   EXPECT_EQ(Str(other.GetErrorMessage()), "Could not connect to key server: No HTTP service");
 }
 
-// Making and configuring a client sends nothing.
 TEST_F(CryptClientObject, MakesNoExchangeByItself) {
   UseServers({"https://one.example"});
   client.SetTransaction("t");
@@ -66,7 +65,7 @@ TEST_F(CryptClientObject, BeginsWithEveryFieldAtItsDefault) {
   EXPECT_FALSE(peer.integrityKey.IsUsable());
 }
 
-TEST_F(CryptClientObject, SharesTheTextsItIsGiven) {
+TEST_F(CryptClientObject, SharesItsStringArguments) {
   const AnsiStr text("shared");
   {
     const CryptClient other(&http, text, text, text);
@@ -75,7 +74,7 @@ TEST_F(CryptClientObject, SharesTheTextsItIsGiven) {
   EXPECT_EQ(text.GetImp()->refCount, 1U);
 }
 
-/// A transport that notes how many hold a text when it is referenced and when it is released.
+/// A transport that records how many owners a string has when the transport is referenced and released.
 class WatchingHttp final : public ICryptClientHttp {
  public:
   explicit WatchingHttp(const AnsiStr& watched) : text_(watched) {}
@@ -95,8 +94,7 @@ class WatchingHttp final : public ICryptClientHttp {
   const AnsiStr& text_;
 };
 
-// The transport is referenced when all else of a client is in place, and released before any of it goes.
-TEST_F(CryptClientObject, TakesItsTransportLastAndGivesItBackFirst) {
+TEST_F(CryptClientObject, ReferencesTransportLastAndReleasesItFirst) {
   const AnsiStr text("watched");
   WatchingHttp watching(text);
   {
@@ -110,7 +108,7 @@ TEST_F(CryptClientObject, TakesItsTransportLastAndGivesItBackFirst) {
   EXPECT_EQ(text.GetImp()->refCount, 1U);
 }
 
-TEST_F(CryptClientObject, TakesAndReplacesTheTransaction) {
+TEST_F(CryptClientObject, ReplacesTransaction) {
   client.SetTransaction("one");
   client.SetTransaction("two");
   EXPECT_EQ(Str(peer.transaction), "two");
@@ -121,8 +119,8 @@ TEST_F(CryptClientObject, ReportsTheCertAuthFlag) {
   EXPECT_TRUE(client.GetCertAuth());
 }
 
-// GetErrorMessage gives a reference to the recorded text, not a copy.
-TEST_F(CryptClientObject, HandsOutTheErrorMessageItself) {
+// GetErrorMessage returns a reference to the recorded message, not a copy.
+TEST_F(CryptClientObject, ReturnsReferenceToErrorMessage) {
   EXPECT_EQ(&client.GetErrorMessage(), &peer.errorMessage);
 }
 
@@ -132,8 +130,7 @@ TEST_F(CryptClientObject, ConvertsTheStatusTimeoutToMilliseconds) {
   EXPECT_EQ(peer.statusTimeout, 5000U);
 }
 
-// The empty text takes the status timeout away.
-TEST_F(CryptClientObject, TakesNoStatusTimeoutFromTheEmptyText) {
+TEST_F(CryptClientObject, RemovesStatusTimeoutForEmptyString) {
   client.SetStatusTimeout("5");
   client.SetStatusTimeout("");
   EXPECT_EQ(peer.statusTimeout, 0U);
@@ -141,20 +138,20 @@ TEST_F(CryptClientObject, TakesNoStatusTimeoutFromTheEmptyText) {
 }
 
 // 4294968 seconds wrap to 704 milliseconds.
-TEST_F(CryptClientObject, WrapsAStatusTimeoutThatPassesThirtyTwoBits) {
+TEST_F(CryptClientObject, WrapsStatusTimeoutBeyond32Bits) {
   client.SetStatusTimeout("4294968");
   EXPECT_EQ(peer.statusTimeout, 704U);
 }
 
-// A text that is no number leaves the old timeout and records "Invalid timeout value [%s]".
-TEST_F(CryptClientObject, KeepsTheStatusTimeoutForATextThatIsNoNumber) {
+// A string that is not a number leaves the old timeout and records "Invalid timeout value [%s]".
+TEST_F(CryptClientObject, KeepsStatusTimeoutWhenStringIsNotNumber) {
   client.SetStatusTimeout("5");
   client.SetStatusTimeout("soon");
   EXPECT_EQ(peer.statusTimeout, 5000U);
   EXPECT_EQ(Error(), "Invalid timeout value [soon]");
 }
 
-TEST_F(CryptClientObject, RefusesEachTextThatIsNoUnsignedNumber) {
+TEST_F(CryptClientObject, RefusesStatusTimeoutThatIsNotUnsignedNumber) {
   client.SetStatusTimeout("7");
   for (const char* text : {"-1", "+1", " 1", "1 ", "1.5", "0x10", "4294967296", "99999999999"}) {
     client.SetStatusTimeout(text);
@@ -163,7 +160,6 @@ TEST_F(CryptClientObject, RefusesEachTextThatIsNoUnsignedNumber) {
   }
 }
 
-// A success does not clear the recorded failure.
 TEST_F(CryptClientObject, KeepsAnErrorAcrossALaterSuccess) {
   client.SetStatusTimeout("bad");
   client.SetStatusTimeout("5");
@@ -185,7 +181,7 @@ TEST_F(CryptClientObject, WrapsTheMessageRecordedBefore) {
   EXPECT_EQ(Error(), "Could not test: Could not test: inner");
 }
 
-// Per-cent signs in an argument of a failure's text stay as they are.
+// Percent signs in an argument of the message are kept.
 TEST_F(CryptClientObject, FormatsTheArgumentsOfAnError) {
   peer.SetNumberedError(-3, "100%s sure");
   EXPECT_EQ(Error(), "No. -3: 100%s sure");
@@ -212,7 +208,6 @@ TEST_F(CryptClientObject, TracesMethodAndUrlOfAFailedExchangeBeforeItsMessage) {
   for (const auto& event : traces.GetEvents()) EXPECT_EQ(event.category, 4096U);
 }
 
-// The message of a failed exchange is shared, not copied.
 TEST_F(CryptClientObject, SharesTheMessageOfAFailedExchange) {
   const AnsiStr message("one text");
   peer.SetHttpError("GET", "u", message);
@@ -233,12 +228,12 @@ TEST_F(CryptClientObject, KeepsNoExportedKey) {
   EXPECT_TRUE(peer.integrityKey.id.IsEmpty() && peer.integrityKey.subId.IsEmpty());
 }
 
-TEST_F(CryptClientObject, NamesAKeyByAHandleOfThreeMembers) {
+TEST_F(CryptClientObject, GetKeyHandleHasThreeMembers) {
   EXPECT_EQ(JsonText(CryptClient::GetKeyHandle("key-1", "3")),
             R"({"type":"handle","id":"key-1","subId":"3"})");
 }
 
-TEST_F(CryptClientObject, NamesAKeyByAHandleWithEmptyMembersToo) {
+TEST_F(CryptClientObject, GetKeyHandleKeepsEmptyMembers) {
   EXPECT_EQ(JsonText(CryptClient::GetKeyHandle("", "")), R"({"type":"handle","id":"","subId":""})");
 }
 

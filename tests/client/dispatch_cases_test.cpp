@@ -36,8 +36,7 @@ struct OrderRow {
   std::vector<std::uint32_t> types;
 };
 
-// Each operation asks for its arguments in a fixed order, and a missing one is reported.
-TEST_F(DispatchedArguments, AreReportedInReadingOrderWhenMissing) {
+TEST_F(DispatchedArguments, AreReportedInOrderOfReadingWhenMissing) {
   const ScratchDirectory scratch;
   const OrderRow rows[] = {
       {"ConfigGroup", {kList, kText, kText, kText, kText, kText, kList, kList, kList}},
@@ -56,7 +55,7 @@ TEST_F(DispatchedArguments, AreReportedInReadingOrderWhenMissing) {
 }
 
 // An argument of another type is sent as the empty value, and the key server decides.
-TEST_F(DispatchedArguments, AreSentEmptyWhenIllTyped) {
+TEST_F(DispatchedArguments, AreSentEmptyWhenTypeIsWrong) {
   Respond(Payload(R"({"type":"importKeyResponse"})"));
   EXPECT_EQ(Perform("ImportKey", With(R"(,"group":"g","id":7,"key":true,"password":["p"])")), 0);
   EXPECT_EQ(http.GetRequest(2).body,
@@ -66,7 +65,7 @@ TEST_F(DispatchedArguments, AreSentEmptyWhenIllTyped) {
 // ---- Groups
 
 // "ConfigGroup" sends group, names, certificates and URLs, with the transaction in its token request.
-TEST_F(DispatchedCase, ConfigGroupHandsAllItsArgumentsOn) {
+TEST_F(DispatchedCase, ConfigGroupPassesAllArguments) {
   Respond(Payload(R"({"type":"configGroupResponse"})"));
   EXPECT_EQ(Perform("ConfigGroup",
                     With(R"(,"transaction":"T","group":"g","groupname":"n","ownergroup":"o",)"
@@ -83,7 +82,7 @@ TEST_F(DispatchedCase, ConfigGroupHandsAllItsArgumentsOn) {
 }
 
 // "Reencrypt" sends group and certificate, with the transaction in its token request.
-TEST_F(DispatchedCase, ReencryptHandsGroupAndCertificateOn) {
+TEST_F(DispatchedCase, ReencryptPassesGroupAndCertificate) {
   Respond(Payload(R"({"type":"reencryptResponse"})"));
   EXPECT_EQ(Perform("Reencrypt", With(R"(,"transaction":"T","group":"g","enccert":"c")")), 0);
   EXPECT_THAT(http.GetLines(), ElementsAre(kProbe, TokenLine("g"), kPost));
@@ -94,7 +93,7 @@ TEST_F(DispatchedCase, ReencryptHandsGroupAndCertificateOn) {
 }
 
 // "ImportKey" sends id, key and password, with the transaction in its token request.
-TEST_F(DispatchedCase, ImportKeyHandsKeyAndPasswordOn) {
+TEST_F(DispatchedCase, ImportKeyPassesKeyAndPassword) {
   Respond(Payload(R"({"type":"importKeyResponse"})"));
   EXPECT_EQ(Perform("ImportKey", With(R"(,"transaction":"T","group":"g","id":"i","key":"k","password":"p")")),
             0);
@@ -106,7 +105,7 @@ TEST_F(DispatchedCase, ImportKeyHandsKeyAndPasswordOn) {
 }
 
 // "DeleteKey" shows the key handle to the crypt service and to the key server.
-TEST_F(DispatchedCase, DeleteKeyHandsTheHandleToTokenAndCommand) {
+TEST_F(DispatchedCase, DeleteKeyPassesHandleToTokenAndCommand) {
   Respond(Payload(R"({"type":"deleteKeyResponse"})"));
   EXPECT_EQ(Perform("DeleteKey", With(R"(,"transaction":"T","group":"g","key":{"id":"i","extra":1})")), 0);
   EXPECT_EQ(http.GetRequest(1).body,
@@ -117,7 +116,6 @@ TEST_F(DispatchedCase, DeleteKeyHandsTheHandleToTokenAndCommand) {
   EXPECT_EQ(Result(), "{}");
 }
 
-// An absent transaction is left out of the token request.
 TEST_F(DispatchedCase, LeavesAnAbsentTransactionOutOfTheTokenRequest) {
   Respond(Payload(R"({"type":"reencryptResponse"})"));
   EXPECT_EQ(Perform("Reencrypt", With(R"(,"group":"g")")), 0);
@@ -142,7 +140,7 @@ TEST_F(DispatchedCase, SignByKeyWorksForTheObjectAndTheGivenKey) {
   EXPECT_EQ(Error(), "before");
 }
 
-TEST_F(DispatchedCase, SignByKeyMakesTheHandleOfIdAndSubIdWithoutAKey) {
+TEST_F(DispatchedCase, SignByKeyBuildsHandleFromIdAndSubId) {
   for (const char* key : {"", R"(,"key":{})", R"(,"key":"k")", R"(,"key":null)"}) {
     SCOPED_TRACE(key);
     Respond(Signed());
@@ -168,7 +166,7 @@ TEST_F(DispatchedCase, SignByKeyFailsOnAHashThatIsNoBase64WithoutAnyExchange) {
 
 // ---- Wrapped keys
 
-// "Encrypt" has a room key made and gives room, sequence number and key back.
+// "Encrypt" makes a room key and gives room, sequence number and key back.
 TEST_F(DispatchedCase, EncryptMakesANewRoomKey) {
   for (const char* name : {"Encrypt", "CryptEncrypt"}) {
     Respond(Generated());
@@ -198,7 +196,7 @@ TEST_F(DispatchedCase, EncryptFailsWithTheReasonOfTheKeyServer) {
   EXPECT_TRUE(result.IsNil());
 }
 
-TEST_F(DispatchedCase, EncryptGivesRoomAndSequenceNumberBackEmptyWhenTheyAreMissing) {
+TEST_F(DispatchedCase, EncryptReturnsEmptyRoomAndSequenceNumberWhenMissing) {
   http.Then(Alive()).Then(Token("t")).Then(Generated());
   EXPECT_EQ(Perform("Encrypt", With("")), 0);
   EXPECT_EQ(Result(), R"({"room":"","seqnr":"","newkey":"new"})");
@@ -219,13 +217,13 @@ TEST_F(DispatchedCase, DecryptExportsEachKeyWithoutATransaction) {
 }
 
 // "Decrypt" of no keys succeeds without key servers.
-TEST_F(DispatchedCase, DecryptOfNoKeysNeedsNoServer) {
+TEST_F(DispatchedCase, DecryptOfEmptyListNeedsNoServer) {
   EXPECT_EQ(Perform("Decrypt", R"({"room":"r","seqnr":"42"})"), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42","keys":[]})");
 }
 
 // "Decrypt" fails as a whole when one key cannot be exported.
-TEST_F(DispatchedCase, DecryptGivesNothingWhenOneKeyFails) {
+TEST_F(DispatchedCase, DecryptReturnsNoKeysWhenOneFails) {
   Respond(Exported("plain one"));
   RespondNext(ErrorCode(605));
   EXPECT_EQ(Perform("Decrypt", With(R"(,"room":"r","keys":[{"id":"1","data":"d1"},{"id":"2"}])")), kFailed);

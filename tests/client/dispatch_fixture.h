@@ -21,7 +21,7 @@ class DispatchTest : public ::testing::Test {
 
   DispatchTest() { TestSupport::BeginRotationAt(0); }
 
-  /// Arguments for the one key server, with more members as they stand in a JSON object.
+  /// Arguments for the one key server, and more members, written as in a JSON object.
   static std::string With(std::string_view members) {
     return R"({"keyserver":["https://one.example"],"statustimeout":"5")" + std::string(members) + "}";
   }
@@ -29,7 +29,7 @@ class DispatchTest : public ::testing::Test {
     return CryptClient::PerformOperation(&http, kService, "auxiliary", TestSupport::Ansi(operation),
                                          TestSupport::Map(arguments), result, error);
   }
-  /// The next command meets a server that is alive, a token and this response.
+  /// The server is alive, a token is given, and it responds to the next command with this.
   void Respond(const TestSupport::CannedResponse& response) {
     http.Then(TestSupport::Alive()).Then(TestSupport::Token("t")).Then(response);
   }

@@ -40,7 +40,7 @@ class DispatchedUpdate : public DispatchedCase {
 };
 
 // "Update" of no keys and without "newkey" gives room and sequence number back and sends nothing.
-TEST_F(DispatchedUpdate, CallsNothingWithoutKeysAndWithoutWishForANewOne) {
+TEST_F(DispatchedUpdate, SendsNothingWithoutKeysAndNewKeyFlag) {
   EXPECT_EQ(Perform("Update", R"({"room":"r","seqnr":"42","keys":[],"newkey":false})"), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42"})");
   EXPECT_EQ(Perform("CryptUpdate", "{}"), 0);
@@ -48,8 +48,8 @@ TEST_F(DispatchedUpdate, CallsNothingWithoutKeysAndWithoutWishForANewOne) {
   EXPECT_EQ(Error(), "before");
 }
 
-// "Update" rewraps each key and sends no transaction though one is given.
-TEST_F(DispatchedUpdate, RewrapsTheKeysWithoutATransaction) {
+// "Update" wraps each key again and sends no transaction though one is given.
+TEST_F(DispatchedUpdate, WrapsKeysAgainWithoutTransaction) {
   RespondWithThreeKeys();
   EXPECT_EQ(Perform("Update", With(kThreeKeys)), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42",)" + std::string(kThreeUpdated) + "}");
@@ -61,8 +61,8 @@ TEST_F(DispatchedUpdate, RewrapsTheKeysWithoutATransaction) {
                      R"("encryptionKeys":[{"type":"externalCertificate","encodedCertificate":"c"}]})"));
 }
 
-// "Update" with "newkey" makes a key after it has rewrapped the others.
-TEST_F(DispatchedUpdate, MakesANewKeyBesides) {
+// "Update" with "newkey" makes a key after it has wrapped the others again.
+TEST_F(DispatchedUpdate, MakesNewKeyBesideGivenKeys) {
   RespondWithThreeKeys();
   RespondNext(Generated());
   EXPECT_EQ(Perform("Update", With(std::string(kThreeKeys) + R"(,"newkey":true)")), 0);
@@ -71,14 +71,14 @@ TEST_F(DispatchedUpdate, MakesANewKeyBesides) {
 }
 
 // "Update" with "newkey" and no keys makes a key alone.
-TEST_F(DispatchedUpdate, MakesANewKeyAlone) {
+TEST_F(DispatchedUpdate, MakesNewKeyWithoutGivenKeys) {
   Respond(Generated());
   EXPECT_EQ(Perform("Update", With(R"(,"room":"r","seqnr":"42","certificates":["c"],"newkey":true)")), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42","newkey":"new"})");
 }
 
 // "Update" reads its keys when its client is set up already, and looks for "newkey" after them.
-TEST_F(DispatchedUpdate, ReadsItsKeysWhenItsClientIsSetUp) {
+TEST_F(DispatchedUpdate, ReadsKeysAfterClientIsConfigured) {
   const TraceRecorder traces;
   EXPECT_EQ(Perform("Update", R"({"keyserver":[],"statustimeout":"soon","room":"r","seqnr":"1",)"
                               R"("certificates":[]})"),
@@ -91,7 +91,7 @@ TEST_F(DispatchedUpdate, ReadsItsKeysWhenItsClientIsSetUp) {
 }
 
 // "Update" succeeds without "newkey" when only the new key cannot be made.
-TEST_F(DispatchedUpdate, SucceedsWithoutTheNewKeyThatCouldNotBeMade) {
+TEST_F(DispatchedUpdate, SucceedsWhenNewKeyCannotBeMade) {
   RespondWithThreeKeys();
   RespondNext(ErrorCode(615));
   EXPECT_EQ(Perform("Update", With(std::string(kThreeKeys) + R"(,"newkey":true)")), 0);
@@ -100,14 +100,14 @@ TEST_F(DispatchedUpdate, SucceedsWithoutTheNewKeyThatCouldNotBeMade) {
 }
 
 // "Update" succeeds even when the new key was all that was wanted and failed.
-TEST_F(DispatchedUpdate, SucceedsEvenWhenNothingButTheNewKeyWasWantedAndFailed) {
+TEST_F(DispatchedUpdate, SucceedsWhenOnlyNewKeyWasWantedAndFailed) {
   EXPECT_EQ(Perform("Update", R"({"room":"r","seqnr":"42","newkey":true})"), 0);
   EXPECT_EQ(Result(), R"({"room":"r","seqnr":"42"})");
   EXPECT_EQ(Error(), "before");
 }
 
 // "Update" fails with its keys, and then does not look at "newkey".
-TEST_F(DispatchedUpdate, FailsWithItsKeysAndDoesNotLookAtTheNewKey) {
+TEST_F(DispatchedUpdate, FailsWithKeysAndMakesNoNewKey) {
   const TraceRecorder traces;
   Respond(Modified("A"));
   RespondNext(ErrorCode(605));
@@ -121,7 +121,7 @@ TEST_F(DispatchedUpdate, FailsWithItsKeysAndDoesNotLookAtTheNewKey) {
 }
 
 // An "Update" whose keys fail leaves the caller's map alone.
-TEST_F(DispatchedUpdate, LeavesTheMapOfItsCallerAloneWhenTheKeysFail) {
+TEST_F(DispatchedUpdate, LeavesCallersMapAloneWhenKeysFail) {
   OruGuiBase::KVMap map = TestSupport::Map(R"({"old":1})");
   http.Then(NoExchange("down"));
   EXPECT_FALSE(CryptClient::ExecuteMethod(&http, kService, "", CryptClient::Method::Update,
@@ -129,8 +129,8 @@ TEST_F(DispatchedUpdate, LeavesTheMapOfItsCallerAloneWhenTheKeysFail) {
   EXPECT_EQ(TestSupport::JsonText(map), R"({"old":1})");
 }
 
-// A "newkey" that is no flag is reported and counts as false.
-TEST_F(DispatchedUpdate, TakesANewKeyFlagOfAnotherTypeAsFalse) {
+// A "newkey" that is not a flag is reported and counts as false.
+TEST_F(DispatchedUpdate, ReadsNewKeyFlagOfWrongTypeAsFalse) {
   for (const char* flag : {"1", R"("true")", "null", "[true]", "1.5"}) {
     const TraceRecorder traces;
     EXPECT_EQ(Perform("Update", With(R"(,"room":"r","seqnr":"42","certificates":[],"keys":[],"newkey":)" +
@@ -161,7 +161,7 @@ class DispatchedAuditLog : public DispatchedCase {
 };
 
 // "GetAuditLog" gives the file's name and an empty error when all servers gave their log.
-TEST_F(DispatchedAuditLog, NamesTheFileAndLeavesNoError) {
+TEST_F(DispatchedAuditLog, ReturnsFileNameAndNoError) {
   Respond(Log("h\na\n"));
   Respond(Log("h\nb\n"));
   EXPECT_EQ(Perform("GetAuditLog", kTwoServers), 0);
@@ -173,8 +173,8 @@ TEST_F(DispatchedAuditLog, NamesTheFileAndLeavesNoError) {
             R"({"keyserver":"https://one.example","operation":"getAuditLogRequest"})");
 }
 
-// A partial log succeeds and tells the last failure in the error beside the result.
-TEST_F(DispatchedAuditLog, ReportsAPartialLogBesideTheResult) {
+// A partial log succeeds and reports the last failure in the error beside the result.
+TEST_F(DispatchedAuditLog, ReportsPartialLogBesideResult) {
   Respond(Log("h\na\n"));
   http.Then(NoExchange("100% down"));
   EXPECT_EQ(Perform("CryptGetAuditLog", kTwoServers), 0);
@@ -184,7 +184,7 @@ TEST_F(DispatchedAuditLog, ReportsAPartialLogBesideTheResult) {
 }
 
 // An invalid "statustimeout" shows as a partial log.
-TEST_F(DispatchedAuditLog, TakesAnInvalidStatusTimeoutForAPartialLog) {
+TEST_F(DispatchedAuditLog, ReportsInvalidStatusTimeoutAsPartialLog) {
   Respond(Log("h\na\n"));
   EXPECT_EQ(
       Perform("GetAuditLog", R"({"keyserver":["https://one.example"],"statustimeout":"soon","group":"g"})"),
@@ -193,8 +193,7 @@ TEST_F(DispatchedAuditLog, TakesAnInvalidStatusTimeoutForAPartialLog) {
   EXPECT_EQ(Error(), "Could not get audit log from all key servers: Invalid timeout value [soon]");
 }
 
-// Without any log the error is the last reason as it stands.
-TEST_F(DispatchedAuditLog, FailsWithThePlainReasonWhenNoServerGivesOne) {
+TEST_F(DispatchedAuditLog, FailsWithLastReasonWhenNoServerHasLog) {
   Respond(Status(500));
   http.Then(NoExchange("down"));
   EXPECT_EQ(Perform("GetAuditLog", kTwoServers), kFailed);
@@ -203,7 +202,7 @@ TEST_F(DispatchedAuditLog, FailsWithThePlainReasonWhenNoServerGivesOne) {
 }
 
 // A failed "GetAuditLog" leaves the caller's map alone.
-TEST_F(DispatchedAuditLog, LeavesTheMapOfItsCallerAloneWhenItFails) {
+TEST_F(DispatchedAuditLog, LeavesCallersMapAloneWhenItFails) {
   OruGuiBase::KVMap map = TestSupport::Map(R"({"old":1})");
   EXPECT_FALSE(CryptClient::ExecuteMethod(&http, kService, "", CryptClient::Method::GetAuditLog,
                                           TestSupport::Map("{}"), map, error));

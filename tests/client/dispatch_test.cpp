@@ -71,8 +71,7 @@ TEST(MethodNames, AreRecognised) {
   }
 }
 
-// The name of an operation ends at a NUL byte.
-TEST(MethodNames, EndAtAZeroByteAsTextsDo) {
+TEST(MethodNames, EndAtZeroByte) {
   EXPECT_EQ(CryptClient::GetMethod(Ansi(std::string_view("Update\0Key", 10))), Method::Update);
 }
 
@@ -109,8 +108,7 @@ using PerformedOperation = DispatchTest;
 
 constexpr const char* kConfigured = R"({"type":"configGroupResponse"})";
 
-// An operation without results succeeds with an empty map, not with nil.
-TEST_F(PerformedOperation, GivesAnEmptyMapRatherThanNothing) {
+TEST_F(PerformedOperation, ReturnsEmptyMapWhenThereIsNoResult) {
   Respond(Payload(kConfigured));
   EXPECT_EQ(Perform("ConfigGroup", With(R"(,"group":"g")")), 0);
   EXPECT_EQ(result.GetType(), ValType::Map);
@@ -118,7 +116,6 @@ TEST_F(PerformedOperation, GivesAnEmptyMapRatherThanNothing) {
   EXPECT_EQ(Error(), "before");
 }
 
-// A success replaces what the result held.
 TEST_F(PerformedOperation, ReplacesAnOldResult) {
   result = Val("old");
   Respond(Payload(kConfigured));
@@ -127,22 +124,20 @@ TEST_F(PerformedOperation, ReplacesAnOldResult) {
 }
 
 // An unknown name gives 0x80020003, quotes the name and leaves the result alone.
-TEST_F(PerformedOperation, IsRefusedUnderAnUnknownName) {
+TEST_F(PerformedOperation, IsRefusedForUnknownName) {
   result = Val("old");
   EXPECT_EQ(static_cast<std::uint32_t>(Perform("Explode", With(""))), 0x80020003U);
   EXPECT_EQ(Error(), R"(Unknown crypt client method identifier "Explode")");
   EXPECT_EQ(Result(), R"("old")");
 }
 
-// A name in lower case is unknown.
-TEST_F(PerformedOperation, IsRefusedUnderANameInLowerCase) {
+TEST_F(PerformedOperation, IsRefusedForNameInLowerCase) {
   EXPECT_EQ(Perform("encrypt", With("")), kUnknownName);
   EXPECT_EQ(Error(), R"(Unknown crypt client method identifier "encrypt")");
   EXPECT_TRUE(result.IsNil());
 }
 
-// The empty name is unknown and quoted as empty.
-TEST_F(PerformedOperation, IsRefusedUnderTheEmptyName) {
+TEST_F(PerformedOperation, IsRefusedForEmptyName) {
   EXPECT_EQ(Perform("", With("")), kUnknownName);
   EXPECT_EQ(Error(), R"(Unknown crypt client method identifier "")");
 }
@@ -152,7 +147,6 @@ TEST_F(PerformedOperation, QuotesTheWholeUnknownNameWithItsPrefix) {
   EXPECT_EQ(Error(), R"(Unknown crypt client method identifier "CryptCrypt\"%s")");
 }
 
-// A failed operation gives 0x80004005, a nil result and the reason.
 TEST_F(PerformedOperation, LeavesNilAndTheReasonWhenItFails) {
   result = Val(Map(R"({"old":["map"]})"));
   Respond(ErrorCode(609));
@@ -161,7 +155,6 @@ TEST_F(PerformedOperation, LeavesNilAndTheReasonWhenItFails) {
   EXPECT_EQ(Error(), "609 Auth Failed");
 }
 
-// A failed operation frees what the result held before.
 TEST_F(PerformedOperation, FreesAnObjectThatTheResultHeldWhenItFails) {
   const AnsiStr held("a text that the result shares");
   result = Val(held);
@@ -172,7 +165,7 @@ TEST_F(PerformedOperation, FreesAnObjectThatTheResultHeldWhenItFails) {
 }
 
 // One map may hold the arguments and take the results.
-TEST_F(PerformedOperation, MayPutItsResultWhereItsArgumentsCameFrom) {
+TEST_F(PerformedOperation, AllowsResultInVariableOfArguments) {
   Respond(Payload(kConfigured));
   KVMap both = Map(With(R"(,"group":"g")"));
   EXPECT_TRUE(CryptClient::ExecuteMethod(&http, kService, "", Method::ConfigGroup, both, both, error));
@@ -203,8 +196,7 @@ TEST_F(PerformedOperation, FailsWithoutAServiceUrl) {
   EXPECT_EQ(Error(), "Invalid URL");
 }
 
-// The transport is referenced during the operation and not after it.
-TEST_F(PerformedOperation, HoldsTheTransportForItsOwnTimeOnly) {
+TEST_F(PerformedOperation, ReleasesTransportWhenItReturns) {
   Respond(Payload(kConfigured));
   Perform("ConfigGroup", With(R"(,"group":"g")"));
   EXPECT_EQ(http.GetAddRefs(), 1U);
@@ -214,7 +206,7 @@ TEST_F(PerformedOperation, HoldsTheTransportForItsOwnTimeOnly) {
 }
 
 // Each operation makes probes and tokens of its own.
-TEST_F(PerformedOperation, KeepsNothingForTheNextOne) {
+TEST_F(PerformedOperation, KeepsNothingForNextOperation) {
   for (int i = 0; i < 2; ++i) {
     Respond(Payload(kConfigured));
     EXPECT_EQ(Perform("ConfigGroup", With(R"(,"group":"g")")), 0);
@@ -224,7 +216,7 @@ TEST_F(PerformedOperation, KeepsNothingForTheNextOne) {
 }
 
 // "statustimeout" bounds the probe.
-TEST_F(PerformedOperation, BoundsTheProbeByTheStatusTimeout) {
+TEST_F(PerformedOperation, PassesStatusTimeoutToProbe) {
   Respond(Payload(kConfigured));
   Perform("ConfigGroup", With(""));
   EXPECT_TRUE(http.GetRequest(0).options.useTimeouts);
@@ -232,21 +224,21 @@ TEST_F(PerformedOperation, BoundsTheProbeByTheStatusTimeout) {
 }
 
 // An absent "statustimeout" sets no bound.
-TEST_F(PerformedOperation, TakesAnAbsentStatusTimeoutAsNone) {
+TEST_F(PerformedOperation, HasNoTimeoutWhenStatusTimeoutIsMissing) {
   Respond(Payload(kConfigured));
   EXPECT_EQ(Perform("ConfigGroup", R"({"keyserver":["https://one.example"],"group":"g"})"), 0);
   EXPECT_FALSE(http.GetRequest(0).options.useTimeouts);
 }
 
 // An invalid "statustimeout" sets no bound and leaves the error of a success alone.
-TEST_F(PerformedOperation, GoesOnWithAnInvalidStatusTimeoutAndSaysNothing) {
+TEST_F(PerformedOperation, IgnoresInvalidStatusTimeout) {
   Respond(Payload(kConfigured));
   EXPECT_EQ(Perform("ConfigGroup", R"({"keyserver":["https://one.example"],"statustimeout":"soon"})"), 0);
   EXPECT_FALSE(http.GetRequest(0).options.useTimeouts);
   EXPECT_EQ(Error(), "before");
 }
 
-// A failure after an invalid "statustimeout" tells its own reason.
+// A failure after an invalid "statustimeout" reports its own reason.
 TEST_F(PerformedOperation, ReportsTheLatestFailureAfterAnInvalidStatusTimeout) {
   http.Then(NoExchange("down"));
   EXPECT_EQ(Perform("ConfigGroup", R"({"keyserver":["https://one.example"],"statustimeout":"soon"})"),
@@ -254,8 +246,7 @@ TEST_F(PerformedOperation, ReportsTheLatestFailureAfterAnInvalidStatusTimeout) {
   EXPECT_EQ(Error(), "Could not connect to key server: down");
 }
 
-// A success leaves the error alone though a server failed on the way.
-TEST_F(PerformedOperation, LeavesTheErrorAloneWhenASecondServerMakesUpForTheFirst) {
+TEST_F(PerformedOperation, LeavesErrorAloneWhenSecondServerSucceeds) {
   http.Then(NoExchange("down"));
   Respond(Payload(kConfigured));
   EXPECT_EQ(Perform("ConfigGroup", R"({"keyserver":["https://one.example","https://two.example"]})"), 0);
@@ -272,7 +263,7 @@ class ExecutedMethod : public DispatchTest {
 };
 
 // A method value without a case is refused; result and error are untouched.
-TEST_F(ExecutedMethod, IsRefusedWithoutACaseAndTouchesNothing) {
+TEST_F(ExecutedMethod, IsRefusedForUnknownMethodAndTouchesNothing) {
   for (const int number : {0, 10, -1, 0x7FFFFFFF}) {
     EXPECT_FALSE(Execute(static_cast<Method>(number), With(""))) << number;
     EXPECT_EQ(JsonText(map), R"({"old":1})");
@@ -280,7 +271,6 @@ TEST_F(ExecutedMethod, IsRefusedWithoutACaseAndTouchesNothing) {
   }
 }
 
-// A failed method leaves the caller's map alone and hands the reason out.
 TEST_F(ExecutedMethod, LeavesTheResultAloneWhenItFails) {
   http.Then(NoExchange("down"));
   EXPECT_FALSE(Execute(Method::ImportKey, With("")));
@@ -288,7 +278,6 @@ TEST_F(ExecutedMethod, LeavesTheResultAloneWhenItFails) {
   EXPECT_EQ(Error(), "Could not connect to key server: down");
 }
 
-// A method that succeeds replaces the caller's map.
 TEST_F(ExecutedMethod, ReplacesTheResultWhenItSucceeds) {
   Respond(Payload(R"({"type":"importKeyResponse"})"));
   EXPECT_TRUE(Execute(Method::ImportKey, With("")));

@@ -20,7 +20,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using TestSupport::Str;
 
-/// Records what the library's frame tells, and whether it was told inside the init section.
+/// Records what the library's frame says, and whether it said so inside the init section.
 class FrameRecorder final : public OruGuiTrace::ITraceSink {
  public:
   FrameRecorder() { OruGuiTrace::SetTraceSink(this, 1); }
@@ -52,14 +52,12 @@ class ModuleFrame : public ::testing::Test {
   int place_ = 0;
 };
 
-// Loading the library attaches its module.
 TEST_F(ModuleFrame, IsAttachedByTheLoadItself) {
   EXPECT_EQ(GetAttachState(), 1);
   EXPECT_NE(GetModuleHandle(), nullptr);
 }
 
-// Two initialisers keep the foundation up while the library is loaded.
-TEST_F(ModuleFrame, KeepsTheFoundationUpByTwoInitializers) {
+TEST_F(ModuleFrame, KeepsFoundationUpByTwoInitializers) {
   EXPECT_GE(BaseInitializer::GetCount(), 2U);
   const unsigned int before = BaseInitializer::GetCount();
   {
@@ -69,7 +67,6 @@ TEST_F(ModuleFrame, KeepsTheFoundationUpByTwoInitializers) {
   EXPECT_EQ(BaseInitializer::GetCount(), before);
 }
 
-// A process attach starts tracing and attaches the module, all inside the init section.
 TEST_F(ModuleFrame, ReportsAProcessAttachInsideTheInitSection) {
   FrameRecorder recorder;
   EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr));
@@ -79,7 +76,6 @@ TEST_F(ModuleFrame, ReportsAProcessAttachInsideTheInitSection) {
   EXPECT_EQ(GetModuleHandle(), Module());
 }
 
-// The module context is made once, at the first attach.
 TEST_F(ModuleFrame, MakesItsContextOnceAndNotAgainAtALaterAttach) {
   FrameRecorder recorder;
   ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
@@ -88,7 +84,7 @@ TEST_F(ModuleFrame, MakesItsContextOnceAndNotAgainAtALaterAttach) {
                                           TraceOf("process attach")));
 }
 
-// A process detach is told inside the init section; the module handle is kept.
+// A process detach is reported inside the init section; the module handle is kept.
 TEST_F(ModuleFrame, ReportsAProcessDetachAndKeepsItsHandle) {
   ModuleEntry(Module(), ModuleReason::ProcessAttach, nullptr);
   FrameRecorder recorder;
@@ -99,7 +95,7 @@ TEST_F(ModuleFrame, ReportsAProcessDetachAndKeepsItsHandle) {
   EXPECT_EQ(GetModuleHandle(), Module());
 }
 
-// Threads that come and go are told; the attach state is kept.
+// Threads that come and go are reported; the attach state is kept.
 TEST_F(ModuleFrame, ReportsThreadsAndKeepsItsState) {
   void* const before = GetModuleHandle();
   FrameRecorder recorder;
@@ -112,7 +108,6 @@ TEST_F(ModuleFrame, ReportsThreadsAndKeepsItsState) {
   EXPECT_EQ(GetModuleHandle(), before);
 }
 
-// A notification for any other reason does nothing.
 TEST_F(ModuleFrame, DoesNothingForAnyOtherReason) {
   FrameRecorder recorder;
   EXPECT_TRUE(ModuleEntry(Module(), static_cast<ModuleReason>(4), nullptr));
@@ -138,7 +133,6 @@ TEST_F(ModuleFrame, LeavesTheInitSectionForEachReason) {
   }
 }
 
-// A module may come while its thread is in the init section for another one.
 TEST_F(ModuleFrame, MayBeEnteredByTheThreadThatIsInTheInitSection) {
   OruGuiBase::EnterInitSection();
   EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ThreadAttach, nullptr));
@@ -147,7 +141,6 @@ TEST_F(ModuleFrame, MayBeEnteredByTheThreadThatIsInTheInitSection) {
   EXPECT_FALSE(OruGuiBase::IsInInitSection());
 }
 
-// A notification waits while another thread is in the init section.
 TEST_F(ModuleFrame, WaitsWhileAnotherThreadIsInTheInitSection) {
   OruGuiBase::EnterInitSection();
   std::future<bool> entry = std::async(
@@ -157,7 +150,6 @@ TEST_F(ModuleFrame, WaitsWhileAnotherThreadIsInTheInitSection) {
   EXPECT_TRUE(entry.get());
 }
 
-// The hooks of an application exist and do nothing.
 TEST(ApplicationHooks, DoNothingInALibrary) {
   int place = 0;
   FrameRecorder recorder;

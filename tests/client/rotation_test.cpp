@@ -33,12 +33,10 @@ static_assert(offsetof(KeyServerCursor, servers) < offsetof(KeyServerCursor, sta
               offsetof(KeyServerCursor, startIndex) < offsetof(KeyServerCursor, attempts) &&
               offsetof(KeyServerCursor, attempts) < offsetof(KeyServerCursor, keyServerUrl));
 
-// The process has one base of the rotation, reached by its address.
 TEST_F(Rotation, HandsOutTheAddressOfOneBase) {
   EXPECT_EQ(CryptClientTestPeer::GetKeyServerBase(), CryptClientTestPeer::GetKeyServerBase());
 }
 
-// A new client copies the base of the process as its start.
 TEST_F(Rotation, StartsAClientAtThePresentBase) {
   Base() = 41;
   CryptClient other(&http, kService, "", kRoom);
@@ -46,7 +44,7 @@ TEST_F(Rotation, StartsAClientAtThePresentBase) {
 }
 
 // A base of 7 takes three servers in the order 1, 2, 0 and stores each index as the base.
-TEST_F(Rotation, GoesOnceAroundFromTheStartAndWritesTheBaseAtEachStep) {
+TEST_F(Rotation, TakesEachServerOnceAndStoresIndexAsBase) {
   Base() = 7;
   client.SetKeyServer(Strings({"a", "b", "c"}));
   std::vector<std::uint32_t> bases;
@@ -59,7 +57,6 @@ TEST_F(Rotation, GoesOnceAroundFromTheStartAndWritesTheBaseAtEachStep) {
   EXPECT_THAT(bases, ElementsAre(1U, 2U, 0U));
 }
 
-// A client made later begins at the server that was taken last anywhere in the process.
 TEST_F(Rotation, LetsTheNextClientBeginAtTheServerTakenLast) {
   Base() = 7;
   client.SetKeyServer(Strings({"a", "b", "c"}));
@@ -93,7 +90,7 @@ TEST_F(Rotation, WrapsTheSumOfStartAndAttemptsBeforeReducingIt) {
 }
 
 // An exhausted sweep clears the server in use and keeps the last failure.
-TEST_F(Rotation, LeavesNoServerInUseWhenASweepHasRunOut) {
+TEST_F(Rotation, LeavesNoServerInUseAfterLastOne) {
   UseServers({"a"});
   ASSERT_TRUE(Next());
   peer.SetError("the last failure");
@@ -105,15 +102,13 @@ TEST_F(Rotation, LeavesNoServerInUseWhenASweepHasRunOut) {
   EXPECT_EQ(Error(), "the last failure");
 }
 
-// An empty list has no server to take and clears the one in use.
 TEST_F(Rotation, TakesNoServerOfAnEmptyList) {
   Cursor().keyServerUrl = "old";
   EXPECT_FALSE(Next());
   EXPECT_EQ(Str(Cursor().keyServerUrl), "");
 }
 
-// An element that is no text is reported, counts as an attempt and leaves no URL.
-TEST_F(Rotation, CountsAnElementThatIsNoTextAsAnAttemptWithoutUrl) {
+TEST_F(Rotation, CountsElementThatIsNotStringAsAttemptWithoutUrl) {
   const TraceRecorder traces;
   OruGuiBase::Array<Val> servers = Strings({"a"});
   servers.Append(Val(true));
@@ -127,7 +122,6 @@ TEST_F(Rotation, CountsAnElementThatIsNoTextAsAnAttemptWithoutUrl) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
 }
 
-// A new list of servers restarts the sweep at the present base.
 TEST_F(Rotation, RestartsWithANewListAtThePresentBase) {
   UseServers({"a", "b"});
   Sweep();
@@ -141,8 +135,7 @@ TEST_F(Rotation, RestartsWithANewListAtThePresentBase) {
   EXPECT_THAT(Sweep(), ElementsAre("z", "x", "y"));
 }
 
-// A client goes on through its list whatever others write to the base.
-TEST_F(Rotation, DoesNotFollowTheBaseThatAnotherClientMoves) {
+TEST_F(Rotation, IgnoresBaseThatAnotherClientMoves) {
   UseServers({"a", "b", "c"});
   ASSERT_TRUE(Next());
   Base() = 2;
@@ -150,14 +143,13 @@ TEST_F(Rotation, DoesNotFollowTheBaseThatAnotherClientMoves) {
   EXPECT_EQ(Str(Cursor().keyServerUrl), "b");
 }
 
-// A list of one server is taken once whatever the start.
-TEST_F(Rotation, TakesTheOneServerWhereverItStarts) {
+TEST_F(Rotation, TakesSingleServerWhereverItStarts) {
   Base() = 0xFFFFFFFF;
   client.SetKeyServer(Strings({"only"}));
   EXPECT_THAT(Sweep(), ElementsAre("only"));
 }
 
-TEST_F(Rotation, ReportsNothingForAListOfTexts) {
+TEST_F(Rotation, ReportsNothingForListOfStrings) {
   const TraceRecorder traces;
   UseServers({"a", "b"});
   Sweep();

@@ -39,7 +39,7 @@ int SignOften(Shared& shared) {
   return signatures;
 }
 
-// Clients on two threads share transport, texts, lists and the base of the rotation.
+// Clients on two threads share transport, strings, lists and the base of the rotation.
 TEST(Threads, ShareTransportValuesAndTheBaseWithoutALock) {
   Shared shared;
   shared.http.On("GET", "/status?", Alive());
@@ -135,7 +135,6 @@ TEST(Threads, PerformOperationsSideBySide) {
   EXPECT_EQ(bad, 0);
 }
 
-// A failure of one client never shows in another.
 TEST(Threads, KeepTheFailureOfEachClientItsOwn) {
   ScriptedHttp http;
   CryptClient one(&http, "", "", "");
