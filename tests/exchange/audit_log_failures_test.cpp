@@ -18,7 +18,6 @@ using TestSupport::Str;
 using TestSupport::Strings;
 using TestSupport::Token;
 
-// Without key servers there is no audit log and no file.
 TEST_F(AuditLog, NeedsAKeyServer) {
   client.SetKeyServer({});
   EXPECT_FALSE(Get());
@@ -26,8 +25,7 @@ TEST_F(AuditLog, NeedsAKeyServer) {
   ExpectNothingGot();
 }
 
-// A token that cannot be fetched fails the audit log, and what was merged is removed.
-TEST_F(AuditLog, IsRemovedWithAllItHeldWhenATokenCannotBeFetched) {
+TEST_F(AuditLog, IsRemovedWhenTokenFails) {
   Attempt(Csv("h\na\n"));
   Attempt(Csv("h\nb\n"));
   http.Then(Alive()).Then(Status(403));
@@ -36,8 +34,7 @@ TEST_F(AuditLog, IsRemovedWithAllItHeldWhenATokenCannotBeFetched) {
   ExpectNothingGot();
 }
 
-// A token that cannot be fetched ends the audit log at once.
-TEST_F(AuditLog, AsksNoFurtherServerWithoutAToken) {
+TEST_F(AuditLog, StopsWhenTokenIsEmpty) {
   http.Then(Alive()).Then(Token(""));
   EXPECT_FALSE(Get());
   EXPECT_EQ(Error(), "Invalid authorization token");
@@ -45,8 +42,7 @@ TEST_F(AuditLog, AsksNoFurtherServerWithoutAToken) {
   ExpectNothingGot();
 }
 
-// A target that cannot be made fails the audit log before any exchange.
-TEST_F(AuditLog, MakesNoExchangeWhenItCannotBeCreated) {
+TEST_F(AuditLog, SendsNothingWhenFileCannotBeCreated) {
   scratch.BreakTemporary();
   EXPECT_FALSE(Get());
   EXPECT_TRUE(std::regex_match(
@@ -56,7 +52,6 @@ TEST_F(AuditLog, MakesNoExchangeWhenItCannotBeCreated) {
   EXPECT_EQ(Str(fileName), "untouched");
 }
 
-// A temporary file that cannot be made ends the audit log; the target is removed.
 TEST_F(AuditLog, IsRemovedWhenATemporaryFileCannotBeMade) {
   http.Then(Alive()).Then(Token("t")).Then([this](const RecordedRequest&) {
     setenv("TMPDIR", scratch.Path("missing").c_str(), 1);
@@ -68,7 +63,6 @@ TEST_F(AuditLog, IsRemovedWhenATemporaryFileCannotBeMade) {
   ExpectNothingGot();
 }
 
-// A target that cannot be written ends the audit log; the target is removed.
 TEST_F(AuditLog, IsRemovedWhenItCannotBeWritten) {
   const std::string half(600, 'x');
   Attempt(Csv("h\n" + half + "\n"));
@@ -127,7 +121,6 @@ class LostAuditLog : public AuditLog {
   CryptClient losing{&lossy, kService, "", kRoom};
 };
 
-// A temporary file that cannot be read ends the audit log; the target is removed.
 TEST_F(LostAuditLog, IsRemovedWhenAResponseCannotBeRead) {
   Attempt(Csv("h\na\n"));
   EXPECT_FALSE(losing.GetAuditLog("group 1", "its name", fileName));
@@ -139,8 +132,7 @@ TEST_F(LostAuditLog, IsRemovedWhenAResponseCannotBeRead) {
   ExpectNothingGot();
 }
 
-// A response that cannot be looked into is refused for its content type.
-TEST_F(LostAuditLog, KeepsToTheContentTypeWhenTheResponseCannotBeLookedInto) {
+TEST_F(LostAuditLog, ReportsContentTypeWhenResponseCannotBeRead) {
   Attempt(Typed(ErrorCode(612), "application/json"));
   Attempt(Typed(ErrorCode(612), "application/json"));
   EXPECT_FALSE(losing.GetAuditLog("group 1", "its name", fileName));

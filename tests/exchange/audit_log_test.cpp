@@ -23,8 +23,7 @@ using TestSupport::Str;
 using TestSupport::Strings;
 using TestSupport::Token;
 
-// An audit log holds its header line once and the rows of all servers in their order.
-TEST_F(AuditLog, HoldsTheHeaderLineOnceAndTheRowsOfAllServers) {
+TEST_F(AuditLog, HasHeaderLineOnceAndRowsOfAllServers) {
   Attempt(Csv("h1,h2\na,1\nb,2\n"));
   Attempt(Csv("h1,h2\nc,3\n"));
   Attempt(Csv("h1,h2\nd,4\n"));
@@ -33,8 +32,7 @@ TEST_F(AuditLog, HoldsTheHeaderLineOnceAndTheRowsOfAllServers) {
   EXPECT_EQ(Error(), "");
 }
 
-// Each server is asked for the group's log by a probe, a token and a command.
-TEST_F(AuditLog, IsAskedForWithTheGroupAtEachServer) {
+TEST_F(AuditLog, ProbesFetchesTokenAndPosts) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get());
   TakeLog();
@@ -48,8 +46,7 @@ TEST_F(AuditLog, IsAskedForWithTheGroupAtEachServer) {
   EXPECT_EQ(HeaderOf(http.GetRequest(2), "Content-Type"), "text/json");
 }
 
-// All servers get the same envelope, each with a token of its own.
-TEST_F(AuditLog, SendsTheSameEnvelopeAndATokenOfItsOwnToEachServer) {
+TEST_F(AuditLog, SendsSameEnvelopeWithAnotherTokenToEachServer) {
   for (const char* token : {"t1", "t2", "t3"}) http.Then(Alive()).Then(Token(token)).Then(Csv("h\n"));
   ASSERT_TRUE(Get());
   TakeLog();
@@ -60,7 +57,6 @@ TEST_F(AuditLog, SendsTheSameEnvelopeAndATokenOfItsOwnToEachServer) {
   EXPECT_EQ(HeaderOf(http.GetRequest(8), "X-SEC-AUTHZTOKEN"), "t3");
 }
 
-// An audit log is named after group and time, in the temporary directory.
 TEST_F(AuditLog, IsNamedAfterTheGroupAndTheTime) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get());
@@ -73,8 +69,7 @@ TEST_F(AuditLog, IsNamedAfterTheGroupAndTheTime) {
   TakeLog();
 }
 
-// Without a time of the system the fields in the name of an audit log are 0.
-TEST_F(AuditLog, IsNamedWithZerosWhenTheSystemHasNoTime) {
+TEST_F(AuditLog, IsNamedWithZerosWhenClockFails) {
   AttemptAt({kOne}, Csv("h\n"));
   {
     const OruGuiBase::FailingClock clock;
@@ -84,8 +79,7 @@ TEST_F(AuditLog, IsNamedWithZerosWhenTheSystemHasNoTime) {
   TakeLog();
 }
 
-// An audit log of any group name has a name that file systems take.
-TEST_F(AuditLog, HasANameThatFileSystemsTake) {
+TEST_F(AuditLog, HasNameThatFileSystemsAccept) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get("../../a/b:c\n"));
   const std::filesystem::path path = Str(fileName);
@@ -94,8 +88,8 @@ TEST_F(AuditLog, HasANameThatFileSystemsTake) {
   TakeLog();
 }
 
-// A group name of any length leaves room for the time and whole characters.
-TEST_F(AuditLog, HasATimeHoweverLongTheGroupsName) {
+// A group name of any length leaves space for the time and whole characters.
+TEST_F(AuditLog, CutsLongGroupNameBeforeTime) {
   UseServers({kOne});
   http.Then(Alive());
   for (const std::size_t size : {200U, 214U, 215U, 221U, 400U}) {
@@ -111,7 +105,7 @@ TEST_F(AuditLog, HasATimeHoweverLongTheGroupsName) {
   }
 }
 
-TEST_F(AuditLog, ASecondOneOfTheSameSecondHasANumber) {
+TEST_F(AuditLog, HasNumberWhenNameIsTaken) {
   const OruGuiBase::FailingClock clock;
   AttemptAt({kOne}, Csv("h\n1\n"));
   ASSERT_TRUE(Get());
@@ -125,15 +119,14 @@ TEST_F(AuditLog, ASecondOneOfTheSameSecondHasANumber) {
 }
 
 // It lies in a directory that others may look into.
-TEST_F(AuditLog, IsForItsOwnerAlone) {
+TEST_F(AuditLog, IsReadableByOwnerOnly) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get());
   EXPECT_EQ(std::filesystem::status(Str(fileName)).permissions(), std::filesystem::perms(0600));
   TakeLog();
 }
 
-// Each response goes through a temporary file named after the group, which is removed.
-TEST_F(AuditLog, GoesThroughATemporaryFileOfItsGroup) {
+TEST_F(AuditLog, UsesTemporaryFileNamedAfterGroup) {
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get());
   const std::filesystem::path target = http.GetRequest(2).targetFile;
@@ -145,8 +138,7 @@ TEST_F(AuditLog, GoesThroughATemporaryFileOfItsGroup) {
 
 // ---- Servers that give no log
 
-// An unreachable server is passed over; the log holds the others' rows and its failure is recorded.
-TEST_F(AuditLog, PassesOverAServerThatCannotBeReached) {
+TEST_F(AuditLog, SkipsServerThatCannotBeReached) {
   Attempt(Csv("h\na\n"));
   http.Then(NoExchange("down"));
   Attempt(Csv("h\nc\n"));
@@ -155,8 +147,7 @@ TEST_F(AuditLog, PassesOverAServerThatCannotBeReached) {
   EXPECT_EQ(Error(), "Could not connect to key server: down");
 }
 
-// A server whose exchange fails is passed over.
-TEST_F(AuditLog, PassesOverAServerWhoseExchangeFails) {
+TEST_F(AuditLog, SkipsServerWhoseExchangeFails) {
   Attempt(Status(500, "h\nnot a row\n"));
   Attempt(NoExchange("broken off"));
   Attempt(Csv("h\nc\n"));
@@ -165,8 +156,8 @@ TEST_F(AuditLog, PassesOverAServerWhoseExchangeFails) {
   EXPECT_EQ(Error(), "broken off");
 }
 
-// A server that refuses in "x-sec-status" is passed over with the text of its code.
-TEST_F(AuditLog, PassesOverAServerThatRefusesByHeader) {
+// A server that refuses in "x-sec-status" is skipped; the message is that of its code.
+TEST_F(AuditLog, SkipsServerThatRefusesByHeader) {
   Attempt(Csv("h\nnot a row\n", {{"X-Sec-Status", "607"}}));
   Attempt(Csv("h\nb\n"));
   Attempt(Csv("h\nc\n"));
@@ -175,8 +166,7 @@ TEST_F(AuditLog, PassesOverAServerThatRefusesByHeader) {
   EXPECT_EQ(Error(), "607 Key Not Found");
 }
 
-// Without any server's log there is no file, and the last failure stands.
-TEST_F(AuditLog, IsNoneWithoutAnyServersLog) {
+TEST_F(AuditLog, FailsWhenNoServerHasLog) {
   Attempt(Status(500));
   Attempt(Csv("h\n", {{"x-sec-status", "612"}}));
   http.Then(NoExchange("down"));
@@ -185,8 +175,7 @@ TEST_F(AuditLog, IsNoneWithoutAnyServersLog) {
   ExpectNothingGot();
 }
 
-// A whole log leaves an older failure recorded.
-TEST_F(AuditLog, KeepsAnOlderMessageBesideAWholeLog) {
+TEST_F(AuditLog, KeepsEarlierMessageWhenAllServersSucceed) {
   client.SetStatusTimeout("soon");
   AttemptAt({kOne}, Csv("h\n"));
   ASSERT_TRUE(Get());
@@ -199,7 +188,7 @@ struct StatusRow {
   const char* message;
 };
 
-// The status header of a refusal gives its code; a text that is no number counts as 0.
+// The status header of a refusal gives its code; a string that is not a number counts as 0.
 TEST_F(AuditLog, ReportsTheCodeOfTheStatusHeader) {
   const StatusRow rows[] = {
       {"607", "607 Key Not Found"}, {"601", "601 Invalid Payload"}, {"620", "620 Unknown Error"},
@@ -216,8 +205,8 @@ TEST_F(AuditLog, ReportsTheCodeOfTheStatusHeader) {
   }
 }
 
-// A status header that is no number is "0 Unknown Error", and the next server is asked.
-TEST_F(AuditLog, TakesAStatusHeaderThatIsNoNumberForCodeZero) {
+// A status header that is not a number is "0 Unknown Error", and the next server is asked.
+TEST_F(AuditLog, ReadsStatusHeaderThatIsNotNumberAsCodeZero) {
   Attempt(Csv("h\nnot a row\n", {{"X-SEC-STATUS", "no number"}}));
   Attempt(Csv("h\nb\n"));
   Attempt(Csv("h\nc\n"));
@@ -226,15 +215,13 @@ TEST_F(AuditLog, TakesAStatusHeaderThatIsNoNumberForCodeZero) {
   EXPECT_EQ(Error(), "0 Unknown Error");
 }
 
-// An empty status header is none.
-TEST_F(AuditLog, TakesAnEmptyStatusHeaderForNone) {
+TEST_F(AuditLog, IgnoresEmptyStatusHeader) {
   AttemptAt({kOne}, Csv("h\na\n", {{"X-SEC-STATUS", ""}}));
   ASSERT_TRUE(Get());
   EXPECT_EQ(TakeLog(), "h\na\n");
 }
 
-// A good response has no status header, which is reported and no more.
-TEST_F(AuditLog, ReportsTheStatusHeaderThatAGoodResponseLacks) {
+TEST_F(AuditLog, ReportsMissingStatusHeaderToTrace) {
   const TestSupport::TraceRecorder traces;
   AttemptAt({kOne}, Csv("h\na\n"));
   ASSERT_TRUE(Get());
@@ -251,8 +238,7 @@ TEST_F(AuditLog, CutsTheContentTypeAtItsParameters) {
   EXPECT_EQ(TakeLog(), "h\na\n");
 }
 
-// The content type is taken with parameters, with blanks around it and in any case.
-TEST_F(AuditLog, TakesTheContentTypeWithParametersAndInAnyCase) {
+TEST_F(AuditLog, AcceptsContentTypeWithParametersAndInAnyCase) {
   UseServers({kOne});
   http.Then(Alive());
   for (const char* type : {"text/csv;charset=utf-8", "text/csv ; charset=utf-8", " text/csv", "Text/CSV",
@@ -283,7 +269,6 @@ TEST_F(AuditLog, RefusesAnyOtherContentType) {
   }
 }
 
-// A response without a content type is reported and refused.
 TEST_F(AuditLog, RefusesAResponseWithoutAContentType) {
   const TestSupport::TraceRecorder traces;
   AttemptAt({kOne}, Json("h\na\n"));
@@ -293,7 +278,6 @@ TEST_F(AuditLog, RefusesAResponseWithoutAContentType) {
   ExpectNothingGot();
 }
 
-// A refusal in JSON gives the text of its code.
 TEST_F(AuditLog, ReportsTheCodeOfARefusalInJSON) {
   AttemptAt({kOne}, Typed(ErrorCode(612), "application/json"));
   EXPECT_FALSE(Get());
@@ -301,16 +285,14 @@ TEST_F(AuditLog, ReportsTheCodeOfARefusalInJSON) {
   ExpectNothingGot();
 }
 
-// A response of the right JSON type is no log.
-TEST_F(AuditLog, DoesNotTakeAResponseOfItsOwnTypeInJSONForALog) {
+TEST_F(AuditLog, RefusesResponseOfItsOwnTypeInJSON) {
   AttemptAt({kOne}, Typed(Payload(R"({"type":"getAuditLogResponse"})"), "text/json"));
   EXPECT_FALSE(Get());
   EXPECT_EQ(Error(), "Unexpected content type text/json");
   ExpectNothingGot();
 }
 
-// The next server is asked after a response in JSON.
-TEST_F(AuditLog, GoesOnBehindAResponseInJSON) {
+TEST_F(AuditLog, TriesNextServerAfterResponseInJSON) {
   Attempt(Typed(ErrorCode(612), "application/json"));
   Attempt(Csv("h\nb\n"));
   Attempt(Typed(Json("{"), "application/json"));
@@ -319,8 +301,7 @@ TEST_F(AuditLog, GoesOnBehindAResponseInJSON) {
   EXPECT_EQ(Error(), "Unexpected content type application/json");
 }
 
-// A body of type CSV is taken as it is.
-TEST_F(AuditLog, DoesNotLookForAnErrorInACsvBody) {
+TEST_F(AuditLog, LooksForNoErrorInCsvBody) {
   CannedResponse refusal = ErrorCode(612);
   AttemptAt({kOne}, Typed(refusal, "text/csv"));
   ASSERT_TRUE(Get());
@@ -330,8 +311,7 @@ TEST_F(AuditLog, DoesNotLookForAnErrorInACsvBody) {
 
 // ---- Lines
 
-// The header line comes from the first server that has one; an empty log is a log.
-TEST_F(AuditLog, TakesTheHeaderFromTheFirstServerThatHasOne) {
+TEST_F(AuditLog, TakesHeaderFromFirstServerThatHasOne) {
   Attempt(Csv(""));
   Attempt(Csv("h\nb\n"));
   Attempt(Csv("h\nc\n"));
@@ -340,14 +320,12 @@ TEST_F(AuditLog, TakesTheHeaderFromTheFirstServerThatHasOne) {
   EXPECT_EQ(Error(), "");
 }
 
-// Empty logs of all servers make an empty file.
 TEST_F(AuditLog, IsAnEmptyFileWhenAllBodiesAreEmpty) {
   AttemptAt({kOne}, Csv(""));
   ASSERT_TRUE(Get());
   EXPECT_EQ(TakeLog(), "");
 }
 
-// A last line that lacks its end gets one.
 TEST_F(AuditLog, EndsALastLineThatLacksItsEnd) {
   Attempt(Csv("h\na"));
   Attempt(Csv("h"));
@@ -356,15 +334,13 @@ TEST_F(AuditLog, EndsALastLineThatLacksItsEnd) {
   EXPECT_EQ(TakeLog(), "h\na\nc\n");
 }
 
-// Lines end in a newline alone whatever the servers' ends.
 TEST_F(AuditLog, EndsItsLinesInANewlineAlone) {
   AttemptAt({kOne}, Csv("h\r\na\r\n\r\nb\r\n"));
   ASSERT_TRUE(Get());
   EXPECT_EQ(TakeLog(), "h\na\n\nb\n");
 }
 
-// Logs and lines longer than any buffer are copied whole.
-TEST_F(AuditLog, CopiesALogThatIsLongerThanAnyBuffer) {
+TEST_F(AuditLog, CopiesLogLongerThanAnyBuffer) {
   std::string rows;
   for (int i = 0; i < 20000; ++i) rows += "row " + std::to_string(i) + "\n";
   rows += std::string(100000, 'x') + "\n";
@@ -392,8 +368,7 @@ TEST_F(AuditLog, AddsNoSecondHeaderToAFileThatHasContent) {
 
 // ---- The rotation
 
-// An audit log visits the servers in the order of the list, from the first.
-TEST_F(AuditLog, BeginsAtTheFirstServerWhereverTheRotationStands) {
+TEST_F(AuditLog, BeginsAtFirstServerWhereverRotationStands) {
   TestSupport::BeginRotationAt(2);
   client.SetKeyServer(Strings({kOne, "https://two.example", "https://three.example"}));
   for (int i = 0; i < 3; ++i) Attempt(Csv("h\n"));
@@ -416,8 +391,7 @@ TEST_F(AuditLog, LeavesTheNextCommandAtTheFirstServer) {
   EXPECT_EQ(http.GetLines().back(), "POST https://one.example/rest/json");
 }
 
-// A second audit log of one client visits all servers again.
-TEST_F(AuditLog, VisitsEachServerAgainTheNextTime) {
+TEST_F(AuditLog, VisitsEachServerAgainNextTime) {
   UseServers({kOne, "https://two.example"});
   Attempt(Csv("h\na\n"));
   Attempt(Csv("h\nb\n"));

@@ -63,7 +63,7 @@ TEST_F(Connection, ProbesWithAnotherNumberEachTime) {
   EXPECT_NE(http.GetRequest(0).url, http.GetRequest(1).url);
 }
 
-// The date of a probe's answer is kept for the server, without milliseconds and zone.
+// The date of a probe's response is kept for the server, without milliseconds and zone.
 TEST_F(Connection, KeepsTheServersTime) {
   http.Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -76,14 +76,13 @@ TEST_F(Connection, KeepsTheServersTime) {
 }
 
 // A server that has answered once is not probed again.
-TEST_F(Connection, SparesAKnownServerTheProbe) {
+TEST_F(Connection, ProbesNoKnownServer) {
   http.Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());
   ASSERT_TRUE(peer.KeyServerConnect());
   EXPECT_EQ(http.GetRequestCount(), 1U);
 }
 
-// Under authentication by certificate a known server is probed each time.
 TEST_F(Connection, ProbesAKnownServerEachTimeUnderCertAuth) {
   http.Then(Alive()).Then(DateResponse("Sun, 06 Nov 1994 09:00:00 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -92,7 +91,7 @@ TEST_F(Connection, ProbesAKnownServerEachTimeUnderCertAuth) {
   EXPECT_EQ(StoredTime("https://one.example"), (datetime{1994, 11, 6, 9, 0, 0}));
 }
 
-TEST_F(Connection, ProbesEachServerOnItsOwn) {
+TEST_F(Connection, ProbesEachServer) {
   http.Then(Alive()).Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());
   CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);
@@ -110,14 +109,14 @@ TEST_F(Connection, GivesTheProbeTheStatusTimeout) {
   EXPECT_THAT(http.GetRequest(0).options.timeouts, ElementsAre(3000U, 3000U, 3000U));
 }
 
-TEST_F(Connection, ProbesWithoutLimitWhenThereIsNoStatusTimeout) {
+TEST_F(Connection, ProbesWithoutTimeoutWhenNoneIsSet) {
   http.Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());
   EXPECT_FALSE(http.GetRequest(0).options.useTimeouts);
 }
 
 // A failed probe gives "Could not connect to key server: %s" and leaves clock and times.
-TEST_F(Connection, WrapsTheReasonOfAFailedProbe) {
+TEST_F(Connection, ReportsWhyProbeFailed) {
   peer.statusClock = 77;
   http.Then(NoExchange("connection refused")).Then(Status(503));
   EXPECT_FALSE(peer.KeyServerConnect());
@@ -129,7 +128,7 @@ TEST_F(Connection, WrapsTheReasonOfAFailedProbe) {
 }
 
 // A response to a probe without a date is "Invalid key server time []".
-TEST_F(Connection, NeedsADateInTheResponse) {
+TEST_F(Connection, FailsWhenResponseHasNoDate) {
   const TraceRecorder traces;
   http.Then(Json("alive"));
   EXPECT_FALSE(peer.KeyServerConnect());
@@ -139,7 +138,7 @@ TEST_F(Connection, NeedsADateInTheResponse) {
 }
 
 // A date that is not of RFC 1123 is "Invalid key server time [%s]".
-TEST_F(Connection, RefusesADateOfAnotherForm) {
+TEST_F(Connection, FailsWhenDateHasAnotherForm) {
   for (const char* date :
        {"1994-11-06T08:49:37Z", "Sunday, 06-Nov-94 08:49:37 GMT", "now", "Sun, 31 Feb 2021 00:00:00 GMT"}) {
     http.Then(DateResponse(date));
@@ -148,8 +147,7 @@ TEST_F(Connection, RefusesADateOfAnotherForm) {
   }
 }
 
-// The clock starts again with each answered probe, even when its date is bad.
-TEST_F(Connection, TakesTheTimeOfTheProbeBeforeItJudgesTheDate) {
+TEST_F(Connection, RestartsClockEvenWhenDateIsBad) {
   SetAge(500000);
   http.Then(Json(""));
   EXPECT_FALSE(peer.KeyServerConnect());
@@ -173,8 +171,8 @@ TEST_F(Connection, FindsTheDateHeaderInAnyCase) {
   EXPECT_TRUE(peer.KeyServerConnect());
 }
 
-// An element of the list that is no text is probed at "?" and the number.
-TEST_F(Connection, ProbesABareQueryForAnElementThatIsNoUrl) {
+// An element of the list that is not a string is probed at "?" and the number.
+TEST_F(Connection, ProbesBareQueryForElementThatIsNotUrl) {
   OruGuiBase::Array<Val> servers;
   servers.Append(Val(std::int64_t{7}));
   client.SetKeyServer(servers);
@@ -184,8 +182,7 @@ TEST_F(Connection, ProbesABareQueryForAnElementThatIsNoUrl) {
   EXPECT_THAT(http.GetRequest(0).url, MatchesRegex("\\?[0-9]+"));
 }
 
-// The server's present time is that of its probe and the whole seconds since.
-TEST_F(Connection, CountsTheServersTimeOnInWholeSeconds) {
+TEST_F(Connection, AddsWholeSecondsToServersTime) {
   http.Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());
   SetAge(2950);
@@ -194,7 +191,7 @@ TEST_F(Connection, CountsTheServersTimeOnInWholeSeconds) {
   EXPECT_TRUE(time == (datetime{1994, 11, 6, 8, 49, 39}) || time == (datetime{1994, 11, 6, 8, 49, 40}));
 }
 
-TEST_F(Connection, CarriesTheSecondsThatHavePassed) {
+TEST_F(Connection, CarriesPassedSecondsIntoMinutesAndDays) {
   http.Then(DateResponse("Sat, 31 Dec 1994 23:59:00 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
   SetAge(90500);
@@ -220,8 +217,7 @@ TEST_F(Connection, CountsAThousandTicksForEachSecond) {
   EXPECT_LT(passed, kSeconds + kBusyMachine);
 }
 
-// A server that was never probed has no time.
-TEST_F(Connection, HasNoTimeOfAServerThatItNeverProbed) {
+TEST_F(Connection, HasNoTimeOfServerThatWasNotProbed) {
   const TraceRecorder traces;
   SetAge(90000);
   datetime time = kTime;
@@ -231,7 +227,7 @@ TEST_F(Connection, HasNoTimeOfAServerThatItNeverProbed) {
 }
 
 // A date past the last year that can be kept proves the server alive and leaves its time unset.
-TEST_F(Connection, HasNoTimeOfAServerWhoseYearCannotBeKept) {
+TEST_F(Connection, HasNoTimeOfServerWhoseYearIsTooLarge) {
   http.Then(DateResponse("Sun, 06 Nov 4096 08:49:37 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
   ASSERT_TRUE(peer.KeyServerConnect());
@@ -241,7 +237,7 @@ TEST_F(Connection, HasNoTimeOfAServerWhoseYearCannotBeKept) {
 }
 
 // The seconds since the last probe count for every server, whichever was probed.
-TEST_F(Connection, CountsFromTheLastProbeOfWhicheverServer) {
+TEST_F(Connection, CountsFromLatestProbeOfAnyServer) {
   http.Then(Alive()).Then(DateResponse("Mon, 07 Nov 1994 00:00:00 GMT"));
   ASSERT_TRUE(peer.KeyServerConnect());
   SetAge(600000);
@@ -253,8 +249,7 @@ TEST_F(Connection, CountsFromTheLastProbeOfWhicheverServer) {
   EXPECT_EQ(time.minute, kTime.minute);
 }
 
-// A text is fetched by a plain GET without a token.
-TEST_F(Connection, FetchesATextWithoutAToken) {
+TEST_F(Connection, FetchesListWithoutToken) {
   http.Then(Alive()).Then(Json("-----BEGIN"));
   peer.authzToken = "unused";
   AnsiStr text;
@@ -280,8 +275,7 @@ TEST_F(Connection, FetchesTheTwoCertificateLists) {
                           "GET https://one.example/truststore"));
 }
 
-// Without key servers a text fails with "Invalid key server URL".
-TEST_F(Connection, FetchesNoTextWithoutServers) {
+TEST_F(Connection, FailsWithoutServers) {
   client.SetKeyServer({});
   AnsiStr text("kept");
   EXPECT_FALSE(peer.KeyServerGetText("certstore", text));
@@ -289,7 +283,7 @@ TEST_F(Connection, FetchesNoTextWithoutServers) {
   EXPECT_EQ(Str(text), "kept");
 }
 
-TEST_F(Connection, FetchesATextFromTheNextServerWhenTheProbeFails) {
+TEST_F(Connection, FetchesListFromNextServerWhenProbeFails) {
   http.Then(Status(500)).Then(Alive()).Then(Json("list"));
   AnsiStr text;
   ASSERT_TRUE(peer.KeyServerGetText("certstore", text));
@@ -297,7 +291,7 @@ TEST_F(Connection, FetchesATextFromTheNextServerWhenTheProbeFails) {
   EXPECT_EQ(Str(peer.keyServerCursor.keyServerUrl), "https://two.example");
 }
 
-TEST_F(Connection, FetchesATextFromTheNextServerWhenTheFirstHasNone) {
+TEST_F(Connection, FetchesListFromNextServerWhenFirstHasNone) {
   http.Then(Alive()).Then(Status(404)).Then(Alive()).Then(Json("list"));
   AnsiStr text;
   ASSERT_TRUE(peer.KeyServerGetText("certstore", text));
@@ -305,7 +299,7 @@ TEST_F(Connection, FetchesATextFromTheNextServerWhenTheFirstHasNone) {
   EXPECT_EQ(Error(), "HTTP 404");
 }
 
-TEST_F(Connection, LeavesTheTextAndTheLastReasonWhenNoServerHasIt) {
+TEST_F(Connection, FailsWithLastReasonWhenNoServerHasList) {
   http.Then(Alive()).Then(Status(404)).Then(Alive()).Then(Status(410));
   AnsiStr text("kept");
   EXPECT_FALSE(peer.KeyServerGetText("certstore", text));

@@ -35,7 +35,6 @@ class Envelopes : public TestSupport::ClientInternalsTest {
   KVMap payload = Map(R"({"old":"1"})");
 };
 
-// Each of the eleven commands has its number and the names of its request and response.
 TEST_F(Envelopes, NameEachCommandAndItsResponse) {
   const char* const names[] = {"configGroup",      "reencrypt",        "getAuditLog", "generateWrappedKey",
                                "modifyWrappedKey", "exportWrappedKey", "decrypt",     "sign",
@@ -93,7 +92,7 @@ TEST_F(Envelopes, JoinAPathToTheServerInUse) {
 }
 
 // A server URL that ends in a slash gets no second one before "rest/json".
-TEST_F(Envelopes, GoToAServerUrlThatEndsInASlashWithoutASecondOne) {
+TEST_F(Envelopes, GetNoSecondSlashAfterServerUrl) {
   UseServers({"https://one.example/"});
   CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);
   http.Then(Payload(R"({"type":"deleteKeyResponse"})"));
@@ -102,7 +101,7 @@ TEST_F(Envelopes, GoToAServerUrlThatEndsInASlashWithoutASecondOne) {
 }
 
 // Putting the token into its header empties it; without one the header is there and empty.
-TEST_F(Envelopes, ConsumeTheTokenWithItsHeader) {
+TEST_F(Envelopes, UseUpTokenWithItsHeader) {
   peer.authzToken = "once";
   EXPECT_EQ(JsonText(peer.GetSecurityHeader()), R"({"X-SEC-AUTHZTOKEN":"once"})");
   EXPECT_EQ(Str(peer.authzToken), "");
@@ -125,7 +124,6 @@ TEST_F(Envelopes, ArePostedWithTheToken) {
   EXPECT_EQ(JsonText(payload), R"({"type":"deleteKeyResponse","x":1})");
 }
 
-// An envelope without a fetched token goes out with an empty header.
 TEST_F(Envelopes, ArePostedWithAnEmptyTokenWhenNoneWasFetched) {
   UseKnownServer();
   http.Then(Payload(R"({"type":"deleteKeyResponse"})"));
@@ -133,8 +131,7 @@ TEST_F(Envelopes, ArePostedWithAnEmptyTokenWhenNoneWasFetched) {
   EXPECT_EQ(HeaderOf(http.GetRequest(0), "X-SEC-AUTHZTOKEN"), "");
 }
 
-// A failed post uses up its token.
-TEST_F(Envelopes, ConsumeTheTokenThoughTheExchangeFails) {
+TEST_F(Envelopes, UseUpTokenWhenExchangeFails) {
   UseKnownServer();
   peer.authzToken = "token-1";
   http.Then(Status(500));
@@ -143,8 +140,7 @@ TEST_F(Envelopes, ConsumeTheTokenThoughTheExchangeFails) {
   EXPECT_EQ(Str(peer.authzToken), "");
 }
 
-// An envelope that has no JSON form uses up its token.
-TEST_F(Envelopes, ConsumeTheTokenThoughTheEnvelopeIsNoJSON) {
+TEST_F(Envelopes, UseUpTokenWhenEnvelopeHasNoJSONForm) {
   UseKnownServer();
   peer.authzToken = "token-1";
   KVMap envelope;
@@ -153,7 +149,7 @@ TEST_F(Envelopes, ConsumeTheTokenThoughTheEnvelopeIsNoJSON) {
   EXPECT_EQ(Str(peer.authzToken), "");
 }
 
-// An empty answer to a command is "Invalid payload".
+// An empty response to a command is "Invalid payload".
 TEST_F(Envelopes, NeedAPayloadInTheResponse) {
   UseKnownServer();
   http.Then(Json(""));
@@ -195,40 +191,37 @@ TEST_F(Envelopes, AcceptTheResponseOfTheirCommand) {
   EXPECT_THAT(traces.GetInvalidTypes(), IsEmpty());
 }
 
-// What a response holds beside its payload is ignored.
-TEST_F(Envelopes, IgnoreAllOfTheResponseButItsPayload) {
+TEST_F(Envelopes, IgnoreResponseBesidePayload) {
   EXPECT_TRUE(Check(R"({"header":7,"error":"x","payload":{"type":"deleteKeyResponse"}})"));
 }
 
 // The response of another command fails with "Unexpected response type %s".
-TEST_F(Envelopes, RefuseTheResponseOfAnotherCommandAndLeaveItInThePayload) {
+TEST_F(Envelopes, RefuseResponseOfAnotherCommandAndHandOutItsPayload) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"signResponse","signedHashes":["x"]}})"));
   EXPECT_EQ(Error(), "Unexpected response type signResponse");
   EXPECT_EQ(JsonText(payload), R"({"type":"signResponse","signedHashes":["x"]})");
 }
 
-// The type of a response is compared with case.
-TEST_F(Envelopes, CompareTheTypeOfAResponseWithCase) {
+TEST_F(Envelopes, CompareResponseTypeCaseSensitively) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"DeleteKeyResponse"}})"));
   EXPECT_EQ(Error(), "Unexpected response type DeleteKeyResponse");
   EXPECT_FALSE(Check(R"({"payload":{"type":"Status","code":607}})"));
   EXPECT_EQ(Error(), "Unexpected response type Status");
 }
 
-// Per-cent signs in a response's type are shown as they stand.
-TEST_F(Envelopes, ShowAPerCentSignOfTheResponsesTypeAsItStands) {
+// Percent signs in a response's type are shown unchanged.
+TEST_F(Envelopes, KeepPercentSignOfResponseTypeInMessage) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"%s%n"}})"));
   EXPECT_EQ(Error(), "Unexpected response type %s%n");
 }
 
-// The message about an unexpected type shows it up to a NUL byte.
-TEST_F(Envelopes, ShowTheResponsesTypeUpToANulByte) {
+TEST_F(Envelopes, QuoteResponseTypeUpToNulByte) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"some\u0000thing"}})"));
   EXPECT_EQ(Error(), "Unexpected response type some");
 }
 
-// A type that is missing or no text is reported and counts as the empty text.
-TEST_F(Envelopes, TakeATypeThatIsNoTextForTheEmptyText) {
+// A type that is missing or not a string is reported and counts as the empty string.
+TEST_F(Envelopes, ReadTypeThatIsNotStringAsEmpty) {
   for (const char* response : {R"({"payload":{"x":1}})", R"({"payload":{"type":7}})"}) {
     const TraceRecorder traces;
     EXPECT_FALSE(Check(response)) << response;
@@ -243,8 +236,8 @@ TEST_F(Envelopes, MatchOnlyTheEmptyTypeForACommandThatDoesNotExist) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"x"}})", Command(11)));
 }
 
-// Each error code of a server from 601 to 619 has its own text; any other is unknown.
-TEST_F(Envelopes, RenderEachErrorCodeOfAServer) {
+// Each error code of a server from 601 to 619 has a message of its own; any other is unknown.
+TEST_F(Envelopes, HaveMessageForEachErrorCode) {
   const struct {
     int code;
     const char* message;
@@ -280,16 +273,14 @@ TEST_F(Envelopes, RenderEachErrorCodeOfAServer) {
   }
 }
 
-// The codes next to the known ones, 600 and 620, have no text of their own.
-TEST_F(Envelopes, RenderCodesBesideTheKnownOnesAsUnknown) {
+TEST_F(Envelopes, ReportCodesBesideKnownOnesAsUnknown) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"status","code":600}})"));
   EXPECT_EQ(Error(), "600 Unknown Error");
   EXPECT_FALSE(Check(R"({"payload":{"type":"status","code":620}})"));
   EXPECT_EQ(Error(), "620 Unknown Error");
 }
 
-// The number of an error code is shown over all of 64 bits.
-TEST_F(Envelopes, RenderTheWholeRangeOfErrorCodes) {
+TEST_F(Envelopes, ReportErrorCodesOf64Bits) {
   peer.KeyServerErrorText(INT64_MAX);
   EXPECT_EQ(Error(), "9223372036854775807 Unknown Error");
   peer.KeyServerErrorText(INT64_MIN);
@@ -297,7 +288,7 @@ TEST_F(Envelopes, RenderTheWholeRangeOfErrorCodes) {
 }
 
 // A refusal whose code is missing or no integer is "0 Unknown Error".
-TEST_F(Envelopes, TakeAnErrorWithoutAnIntegerCodeForCodeZero) {
+TEST_F(Envelopes, ReadErrorWithoutIntegerCodeAsCodeZero) {
   for (const char* response :
        {R"({"payload":{"type":"status"}})", R"({"payload":{"type":"status","code":"607"}})",
         R"({"payload":{"type":"status","code":607.5}})"}) {
@@ -309,7 +300,7 @@ TEST_F(Envelopes, TakeAnErrorWithoutAnIntegerCodeForCodeZero) {
 }
 
 // A response of type "status" is a failure whatever its code and members.
-TEST_F(Envelopes, TakeStatusForAnErrorWhateverElseTheResponseHolds) {
+TEST_F(Envelopes, TreatTypeStatusAsErrorWhateverElseIsThere) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"status","code":200,"plainData":["x"]}})", kDecrypt));
   EXPECT_EQ(Error(), "200 Unknown Error");
 }

@@ -37,8 +37,7 @@ TEST_F(GroupCommands, ConfigGroupSendsAllItsMembersInOrder) {
   EXPECT_EQ(Error(), "");
 }
 
-// ConfigGroup sends empty texts and empty arrays as members.
-TEST_F(GroupCommands, ConfigGroupSendsEmptyMembersToo) {
+TEST_F(GroupCommands, ConfigGroupSendsEmptyMembers) {
   AttemptAnsweredBy("configGroupResponse");
   ASSERT_TRUE(client.ConfigGroup("", "", "", {}, {}, {}));
   EXPECT_EQ(http.GetRequest(2).body,
@@ -65,14 +64,14 @@ TEST_F(GroupCommands, ReencryptSendsOneCertificateAsASingleObject) {
                      R"({"type":"externalCertificate","encodedCertificate":"the certificate"}})"));
 }
 
-TEST_F(GroupCommands, ReencryptSendsAnEmptyCertificateToo) {
+TEST_F(GroupCommands, ReencryptSendsEmptyCertificate) {
   AttemptAnsweredBy("reencryptResponse");
   ASSERT_TRUE(client.Reencrypt("g", ""));
   EXPECT_EQ(http.GetRequest(2).body, Envelope(R"({"type":"reencryptRequest","groupId":"g","encryptionKey":)"
                                               R"({"type":"externalCertificate","encodedCertificate":""}})"));
 }
 
-TEST_F(GroupCommands, ImportKeySendsTheKeyAsItWasGiven) {
+TEST_F(GroupCommands, ImportKeySendsKeyUnchanged) {
   AttemptAnsweredBy("importKeyResponse");
   ASSERT_TRUE(client.ImportKey("group 1", "the id", "the\nkey", "pass \"word\""));
   EXPECT_EQ(http.GetRequest(2).body,
@@ -80,14 +79,13 @@ TEST_F(GroupCommands, ImportKeySendsTheKeyAsItWasGiven) {
                      R"("encodedKey":"the\nkey","password":"pass \"word\""})"));
 }
 
-TEST_F(GroupCommands, ImportKeySendsAnEmptyPasswordToo) {
+TEST_F(GroupCommands, ImportKeySendsEmptyPassword) {
   AttemptAnsweredBy("importKeyResponse");
   ASSERT_TRUE(client.ImportKey("g", "i", "k", ""));
   EXPECT_EQ(http.GetRequest(2).body,
             Envelope(R"({"type":"importKeyRequest","groupId":"g","id":"i","encodedKey":"k","password":""})"));
 }
 
-// DeleteKey sends the key handle in the token request and in the command.
 TEST_F(GroupCommands, DeleteKeySendsTheHandleInTokenRequestAndCommand) {
   AttemptAnsweredBy("deleteKeyResponse");
   ASSERT_TRUE(client.DeleteKey("group 1", CryptClient::GetKeyHandle("i", "s")));

@@ -36,8 +36,7 @@ TEST_F(HttpJSON, GetsAndParsesAnObject) {
   EXPECT_THAT(http.GetLines(), ElementsAre("GET https://server.example/json"));
 }
 
-// An empty answer to a GET goes to the parser, which refuses it.
-TEST_F(HttpJSON, LetsTheParserJudgeAnEmptyResponseToAGet) {
+TEST_F(HttpJSON, RefusesEmptyResponseToGet) {
   http.Then(Json(""));
   EXPECT_FALSE(peer.HttpGetJSON(kUrl, KVMap(), object));
   EXPECT_THAT(Error(), StartsWith("Could not parse response: "));
@@ -58,8 +57,7 @@ TEST_F(HttpJSON, PostsAnObjectAndParsesTheResponse) {
   EXPECT_EQ(JsonText(object), R"({"answer":true})");
 }
 
-// An empty answer to a POST is an empty object and a success.
-TEST_F(HttpJSON, TakesAnEmptyResponseToAPostForAnEmptyObject) {
+TEST_F(HttpJSON, ReadsEmptyResponseToPostAsEmptyObject) {
   http.Then(Json(""));
   ASSERT_TRUE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));
   EXPECT_TRUE(object.IsEmpty());
@@ -79,7 +77,7 @@ TEST_F(HttpJSON, KeepsTheObjectWhenAPostFails) {
 }
 
 // An object that has no JSON form fails with "Could not convert object to JSON: ", and nothing is sent.
-TEST_F(HttpJSON, SendsNothingThatIsNoJSON) {
+TEST_F(HttpJSON, SendsNothingWithoutJSONForm) {
   KVMap request;
   request.Set("name", Ansi("\xFF"));
   EXPECT_FALSE(peer.HttpPostJSON(kUrl, request, KVMap(), object));
@@ -87,7 +85,7 @@ TEST_F(HttpJSON, SendsNothingThatIsNoJSON) {
   EXPECT_EQ(http.GetRequestCount(), 0U);
 }
 
-TEST_F(HttpJSON, NamesTheReasonWhenAnObjectIsNoJSON) {
+TEST_F(HttpJSON, ReportsWhyObjectHasNoJSONForm) {
   KVMap request;
   request.Set("name", Ansi("\xFF"));
   AnsiStr text;
@@ -95,8 +93,8 @@ TEST_F(HttpJSON, NamesTheReasonWhenAnObjectIsNoJSON) {
   EXPECT_EQ(Error(), "Could not convert object to JSON: A text is not valid UTF-8");
 }
 
-// A response that is no JSON fails; the caller's object stays, the headers are the new ones.
-TEST_F(HttpJSON, RefusesAResponseThatIsNoJSONButKeepsItsHeaders) {
+// A response that is not JSON fails; the caller's object stays, the headers are the new ones.
+TEST_F(HttpJSON, RefusesResponseThatIsNotJSONAndKeepsItsHeaders) {
   CannedResponse response = Json("<html>");
   response.headers = {{"Date", "today"}};
   http.Then(response);
@@ -106,15 +104,14 @@ TEST_F(HttpJSON, RefusesAResponseThatIsNoJSONButKeepsItsHeaders) {
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"date":"today"})");
 }
 
-// The message of a bad response quotes nothing of it, so no per-cent sign is formatted.
-TEST_F(HttpJSON, LetsNoServerTextIntoTheMessageOfABadResponse) {
+// The message of a bad response quotes nothing of it, so no percent sign is formatted.
+TEST_F(HttpJSON, QuotesNothingOfBadResponse) {
   http.Then(Json("%s%n%s%n"));
   EXPECT_FALSE(peer.HttpPostJSON(kUrl, KVMap(), KVMap(), object));
   EXPECT_THAT(Error(), StartsWith("Could not parse response: "));
   EXPECT_EQ(Error().find('%'), std::string::npos);
 }
 
-// A response that goes to a file is not parsed.
 TEST_F(HttpJSON, LeavesAResponseThatGoesToAFileUnparsed) {
   const ScratchDirectory scratch;
   const std::string path = scratch.Path("answer").string();
@@ -125,7 +122,7 @@ TEST_F(HttpJSON, LeavesAResponseThatGoesToAFileUnparsed) {
   EXPECT_EQ(http.GetRequest(0).targetFile, path);
 }
 
-TEST_F(HttpJSON, SendsNothingToAFileThatIsNoJSON) {
+TEST_F(HttpJSON, SendsNothingWithoutJSONFormForFile) {
   KVMap request;
   request.Set("name", Ansi("\xFF"));
   EXPECT_FALSE(peer.HttpPostToFile(kUrl, request, KVMap(), "file"));
@@ -133,8 +130,7 @@ TEST_F(HttpJSON, SendsNothingToAFileThatIsNoJSON) {
   EXPECT_EQ(http.GetRequestCount(), 0U);
 }
 
-// A response that is JSON but no object is reported and counts as an empty one.
-TEST_F(HttpJSON, TakesAResponseOfAnotherTypeForAnEmptyObject) {
+TEST_F(HttpJSON, ReadsResponseOfAnotherTypeAsEmptyObject) {
   for (const char* body : {"[1]", "7", "\"text\"", "true", "null"}) {
     const TraceRecorder traces;
     object = Map(R"({"old":"content"})");
@@ -174,8 +170,7 @@ TEST_F(HttpJSON, TracesABadResponseAfterItsError) {
   EXPECT_EQ(events[2].text, "CryptClient::ParseResponseJSON: response[01] = ?");
 }
 
-// The number of a traced line grows beyond two digits.
-TEST_F(HttpJSON, LetsTheIndexOfALineGrowBeyondTwoDigits) {
+TEST_F(HttpJSON, TracesLineIndexOfThreeDigits) {
   const TraceRecorder traces;
   std::string body = "{";
   for (int i = 0; i < 101; ++i) body += '\n';
@@ -187,7 +182,7 @@ TEST_F(HttpJSON, LetsTheIndexOfALineGrowBeyondTwoDigits) {
   EXPECT_EQ(texts[101], "CryptClient::ParseResponseJSON: response[101] = }");
 }
 
-TEST_F(HttpJSON, CountsTheLinesOfEachTextFromZero) {
+TEST_F(HttpJSON, CountsLinesOfEachBodyFromZero) {
   const TraceRecorder traces;
   ASSERT_TRUE(peer.ParseResponseJSON("{}", object));
   ASSERT_TRUE(peer.ParseResponseJSON("{}", object));

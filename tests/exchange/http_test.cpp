@@ -62,7 +62,7 @@ TEST_F(Http, PassesEverythingOnUnchanged) {
 }
 
 // An exception of the transport is a failed exchange and goes no further.
-TEST_F(Http, TransportThatThrowsIsAFailedExchange) {
+TEST_F(Http, TreatsThrowingTransportAsFailedExchange) {
   http.Then([](const RecordedRequest&) -> CannedResponse { throw std::runtime_error("not allowed"); });
   HttpResponse response;
   EXPECT_FALSE(Request(response));
@@ -103,8 +103,8 @@ TEST_F(Http, FailsInEachOperationWithoutAService) {
   expectNoService(alonePeer.HttpPostToFile(kUrl, KVMap(), KVMap(), "answer"), "post an object to a file");
 }
 
-// A negative result records the transport's text and keeps the headers of the last exchange.
-TEST_F(Http, RecordsTheServicesTextWhenThereWasNoExchange) {
+// A negative result records the transport's message and keeps the headers of the last exchange.
+TEST_F(Http, RecordsTransportsMessageWhenThereWasNoExchange) {
   peer.responseHeaders = Map(R"({"old":"1"})");
   const TraceRecorder traces;
   http.Then(NoExchange("cable cut 100%s"));
@@ -116,7 +116,7 @@ TEST_F(Http, RecordsTheServicesTextWhenThereWasNoExchange) {
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"old":"1"})");
 }
 
-TEST_F(Http, TakesAPositiveResultForAnExchange) {
+TEST_F(Http, AcceptsPositiveResultOfTransport) {
   CannedResponse canned = Json("x");
   canned.result = 1;
   http.Then(canned);
@@ -145,7 +145,7 @@ TEST_F(Http, CountsNothingButStatus200AsSuccess) {
 
 // Status 204 is the failure "HTTP 204" and no empty success, for a request that may have an empty response
 // too.
-TEST_F(Http, TakesNoContentForAFailure) {
+TEST_F(Http, TreatsNoContentAsFailure) {
   http.Then(Status(204)).Then(Status(204));
   AnsiStr body("kept");
   EXPECT_FALSE(peer.HttpGet(kUrl, KVMap(), body));
@@ -193,7 +193,6 @@ TEST_F(Http, TracesNoRequestLineForAFailedExchange) {
   EXPECT_THAT(traces.GetTexts(1), IsEmpty());
 }
 
-// The headers of a good exchange replace the old ones, under lower-case names.
 TEST_F(Http, KeepsResponseHeadersUnderLowerCaseNames) {
   peer.responseHeaders = Map(R"({"old":"1"})");
   CannedResponse canned = Json("");
@@ -204,8 +203,7 @@ TEST_F(Http, KeepsResponseHeadersUnderLowerCaseNames) {
   EXPECT_EQ(JsonText(peer.responseHeaders), R"({"date":"D","x-sec-status":"601","plain":"Value"})");
 }
 
-// Of two headers whose names differ in case alone the later one is kept.
-TEST_F(Http, LetsTheLaterOfTwoHeadersWinThatDifferInCase) {
+TEST_F(Http, KeepsLaterOfHeadersThatDifferInCase) {
   CannedResponse canned = Json("");
   canned.headers = {{"DATE", "first"}, {"Other", "o"}, {"Date", "second"}};
   http.Then(canned);
@@ -215,7 +213,7 @@ TEST_F(Http, LetsTheLaterOfTwoHeadersWinThatDifferInCase) {
 }
 
 // A response may have any number of headers.
-TEST_F(Http, TakesManyHeadersInTimeLinearInTheirNumber) {
+TEST_F(Http, HandlesManyHeadersInLinearTime) {
   constexpr int kHeaders = 200'000;
   CannedResponse canned = Json("");
   for (int i = 0; i < kHeaders; ++i) canned.headers.emplace_back("X-" + std::to_string(i), "value");
@@ -236,7 +234,6 @@ TEST_F(Http, LeavesTheNamesInTheResponseAsTheServerSentThem) {
   EXPECT_EQ(JsonText(response.headers), R"({"DATE":"x"})");
 }
 
-// A GET has no body, no target file and no timeouts.
 TEST_F(Http, GetsWithoutBodyAndTimeouts) {
   http.Then(Json("answer"));
   AnsiStr body("old");
@@ -253,7 +250,6 @@ TEST_F(Http, GetsWithoutBodyAndTimeouts) {
   EXPECT_EQ(request.options.reserved, 0U);
 }
 
-// A GET with a timeout gives it to all three phases.
 TEST_F(Http, GivesAllThreeTimeoutsTheSameValue) {
   http.Then(Json(""));
   AnsiStr body;
@@ -264,7 +260,6 @@ TEST_F(Http, GivesAllThreeTimeoutsTheSameValue) {
   EXPECT_EQ(request.options.reserved, 0U);
 }
 
-// A timeout of 0 is none.
 TEST_F(Http, TreatsATimeoutOfZeroAsNone) {
   http.Then(Json(""));
   AnsiStr body;
@@ -272,7 +267,7 @@ TEST_F(Http, TreatsATimeoutOfZeroAsNone) {
   EXPECT_FALSE(http.GetRequest(0).options.useTimeouts);
 }
 
-TEST_F(Http, KeepsTheCallersTextWhenAGetWithTimeoutFails) {
+TEST_F(Http, KeepsCallersBodyWhenGetWithTimeoutFails) {
   http.Then(NoExchange("late"));
   AnsiStr body("kept");
   EXPECT_FALSE(peer.HttpGet(kUrl, KVMap(), body, 10));
@@ -307,7 +302,7 @@ TEST_F(Http, ReplacesAContentTypeWithoutTouchingTheCallersMap) {
   EXPECT_EQ(JsonText(headers), R"({"Content-Type":"text/plain"})");
 }
 
-TEST_F(Http, KeepsTheCallersTextWhenAPostFails) {
+TEST_F(Http, KeepsCallersBodyWhenPostFails) {
   http.Then(Status(500, "error page"));
   AnsiStr canned("kept");
   EXPECT_FALSE(peer.HttpPost(kUrl, "", KVMap(), canned));
@@ -316,7 +311,7 @@ TEST_F(Http, KeepsTheCallersTextWhenAPostFails) {
 }
 
 // A POST may name a file that the transport stores the response in.
-TEST_F(Http, PostsForABodyThatGoesToAFile) {
+TEST_F(Http, PostsForBodyThatGoesToFile) {
   const ScratchDirectory scratch;
   http.Then(Json("to disk"));
   const KVMap headers = Map(R"({"Content-Type":"x","A":"b"})");
@@ -365,7 +360,7 @@ class SharingHttp final : public ICryptClientHttp {
 };
 
 // Each exchange gets a response that is empty but for the target file of a post that goes to one.
-TEST_F(Http, PresentsAnEmptyResponseToEachExchange) {
+TEST_F(Http, PassesEmptyResponseToEachExchange) {
   const ScratchDirectory scratch;
   SharingHttp sharing;
   CryptClient other(&sharing, kService, "", kRoom);

@@ -31,7 +31,7 @@ class Tokens : public TestSupport::ClientInternalsTest {
 };
 
 // A crypt-service URL is base, "crypt" and escaped segments up to the first empty one.
-TEST_F(Tokens, AskAtAUrlOfEscapedSegments) {
+TEST_F(Tokens, AreRequestedAtUrlOfEscapedSegments) {
   const struct {
     const char* base;
     const char* segments[4];
@@ -57,7 +57,7 @@ TEST_F(Tokens, AskAtAUrlOfEscapedSegments) {
 }
 
 // A service URL that ends in a slash gets no second one before "crypt".
-TEST_F(Tokens, PutNoSecondSlashBehindAServiceUrlThatEndsInOne) {
+TEST_F(Tokens, GetNoSecondSlashAfterServiceUrl) {
   CryptClient other(&http, "https://crypt.example/", "", kRoom);
   http.Then(Token("t"));
   ASSERT_TRUE(CryptClientTestPeer(other).FetchAuthzToken(kSign, "g", KVMap()));
@@ -65,7 +65,7 @@ TEST_F(Tokens, PutNoSecondSlashBehindAServiceUrlThatEndsInOne) {
 }
 
 // The id of a token request is escaped as one segment, slashes included.
-TEST_F(Tokens, EscapeTheIdAsOneSegment) {
+TEST_F(Tokens, AreRequestedWithIdAsOneSegment) {
   http.Then(Token("t"));
   ASSERT_TRUE(peer.FetchAuthzToken(kSign, "a/b?c d", KVMap()));
   EXPECT_EQ(http.GetRequest(0).url, "https://crypt.example/api/crypt/authztoken/a%2Fb%3Fc%20d");
@@ -86,7 +86,7 @@ TEST_F(Tokens, NeedAServiceUrl) {
 }
 
 // A token request names the key server in use and the operation, and has no authorization of its own.
-TEST_F(Tokens, NameServerAndOperation) {
+TEST_F(Tokens, AreRequestedForServerAndOperation) {
   UseKnownServer();
   http.Then(Token("secret"));
   ASSERT_TRUE(peer.FetchAuthzToken(kSign, "room 1", KVMap()));
@@ -99,8 +99,7 @@ TEST_F(Tokens, NameServerAndOperation) {
   EXPECT_EQ(Str(peer.authzToken), "secret");
 }
 
-// A token request carries the transaction, then the key, when they are not empty.
-TEST_F(Tokens, CarryTransactionAndKeyInThisOrder) {
+TEST_F(Tokens, AreRequestedWithTransactionAndKey) {
   UseKnownServer();
   client.SetTransaction("tx-9");
   http.Then(Token("t"));
@@ -110,8 +109,7 @@ TEST_F(Tokens, CarryTransactionAndKeyInThisOrder) {
             R"("key":{"type":"handle","id":"k","subId":"2"}})");
 }
 
-// An empty transaction is left out of the token request.
-TEST_F(Tokens, LeaveOutAnEmptyTransaction) {
+TEST_F(Tokens, AreRequestedWithoutEmptyTransaction) {
   UseKnownServer();
   client.SetTransaction("tx-9");
   client.SetTransaction("");
@@ -121,8 +119,7 @@ TEST_F(Tokens, LeaveOutAnEmptyTransaction) {
             R"({"keyserver":"https://one.example","operation":"signRequest","key":{"id":"k"}})");
 }
 
-// An empty key is left out of the token request.
-TEST_F(Tokens, LeaveOutAnEmptyKey) {
+TEST_F(Tokens, AreRequestedWithoutEmptyKey) {
   UseKnownServer();
   client.SetTransaction("tx-9");
   http.Then(Token("t"));
@@ -131,22 +128,21 @@ TEST_F(Tokens, LeaveOutAnEmptyKey) {
             R"({"keyserver":"https://one.example","operation":"deleteKeyRequest","transaction":"tx-9"})");
 }
 
-// A token request without a server in use names the empty one.
-TEST_F(Tokens, NameNoServerWhenNoneIsInUse) {
+TEST_F(Tokens, AreRequestedForEmptyServerWhenNoneIsInUse) {
   http.Then(Token("t"));
   ASSERT_TRUE(peer.FetchAuthzToken(kSign, "g", KVMap()));
   EXPECT_EQ(http.GetRequest(0).body, R"({"keyserver":"","operation":"signRequest"})");
 }
 
 // A token request with an empty id goes to the bare "authztoken".
-TEST_F(Tokens, GoToTheBareUrlForAnEmptyId) {
+TEST_F(Tokens, AreRequestedAtBareUrlForEmptyId) {
   http.Then(Token("t"));
   ASSERT_TRUE(peer.FetchAuthzToken(kSign, "", KVMap()));
   EXPECT_EQ(http.GetRequest(0).url, "https://crypt.example/api/crypt/authztoken");
 }
 
 // A failed token request gives "Could not get authorization token: %s" and leaves the old token.
-TEST_F(Tokens, WrapTheReasonOfAFailedExchangeAndKeepTheOldToken) {
+TEST_F(Tokens, StayAsTheyWereWhenExchangeFails) {
   peer.authzToken = "old";
   http.Then(NoExchange("no route 100%s")).Then(Status(403)).Then(Json("no json"));
   EXPECT_FALSE(peer.FetchAuthzToken(kSign, "g", KVMap()));
@@ -167,8 +163,8 @@ TEST_F(Tokens, AreInvalidWhenTheResponseHasNoBody) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
 }
 
-// A token that is missing, empty or no text is "Invalid authorization token".
-TEST_F(Tokens, AreInvalidWhenMissingEmptyOrNoText) {
+// A token that is missing, empty or not a string is "Invalid authorization token".
+TEST_F(Tokens, AreInvalidWhenMissingEmptyOrNotString) {
   const struct {
     const char* body;
     bool reported;
@@ -189,8 +185,7 @@ TEST_F(Tokens, AreInvalidWhenMissingEmptyOrNoText) {
   }
 }
 
-// A token that comes after a failed request is taken.
-TEST_F(Tokens, ReplaceWhatWasThereAfterAnEarlierFailure) {
+TEST_F(Tokens, ReplaceOldTokenAfterFailure) {
   http.Then(Status(500)).Then(Json(R"({"more":1,"authztoken":"fresh"})"));
   EXPECT_FALSE(peer.FetchAuthzToken(kSign, "g", KVMap()));
   EXPECT_TRUE(peer.FetchAuthzToken(kSign, "g", KVMap()));
