@@ -39,7 +39,7 @@ class GeneratedRoomKey : public TestSupport::ClientInternalsTest {
   RoomKey roomKey;
 };
 
-// A key of before, which came unwrapped, must not stay beside the new data.
+// A key from before, which came unwrapped, must not stay beside the new data.
 TEST_F(GeneratedRoomKey, HasRoomDataAndCertificate) {
   roomKey.key = LoadKey(Pki::Get().room.key);
   Attempt(KeyResponse(RoomCert(), "wrapped"));

@@ -55,8 +55,8 @@ class IntegrityKeys : public TestSupport::ClientInternalsTest {
   IntegrityKey key;
 };
 
-// The integrity key is asked for by its handle, as a certificate, with a token for the room and no key.
-TEST_F(IntegrityKeys, AreAskedForByHandle) {
+// The integrity key is requested by its handle, as a certificate, with a token for the room and no key.
+TEST_F(IntegrityKeys, AreRequestedByHandle) {
   Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(Get());
   EXPECT_EQ(http.GetRequest(1).url, "https://crypt.example/api/crypt/authztoken/room%201");
@@ -67,15 +67,13 @@ TEST_F(IntegrityKeys, AreAskedForByHandle) {
   EXPECT_EQ(HeaderOf(http.GetRequest(2), "X-SEC-AUTHZTOKEN"), "t");
 }
 
-// The integrity key is asked for with a sub-identifier when one is given.
-TEST_F(IntegrityKeys, AreAskedForWithTheirSubIdWhenItIsGiven) {
+TEST_F(IntegrityKeys, AreRequestedWithSubIdWhenGiven) {
   Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(peer.KeyServerGetKey("integrity", "3", key));
   EXPECT_NE(http.GetRequest(2).body.find(R"("key":{"type":"handle","id":"integrity","subId":"3"})"),
             std::string::npos);
 }
 
-// The response gives the integrity key its identifier, sub-identifier and certificate.
 TEST_F(IntegrityKeys, ComeWithIdSubIdAndCertificate) {
   Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(Get());
@@ -86,7 +84,7 @@ TEST_F(IntegrityKeys, ComeWithIdSubIdAndCertificate) {
   EXPECT_EQ(Error(), "");
 }
 
-// Without a sub-identifier the question holds an empty one, and the response supplies the value.
+// Without a sub-identifier the request holds an empty one, and the response supplies the value.
 TEST_F(IntegrityKeys, TakeTheirSubIdFromTheResponseWhenNoneWasGiven) {
   Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(peer.KeyServerGetKey("integrity", "", key));
@@ -94,23 +92,21 @@ TEST_F(IntegrityKeys, TakeTheirSubIdFromTheResponseWhenNoneWasGiven) {
   EXPECT_EQ(Str(key.subId), TestSupport::kIntegritySubId);
 }
 
-// The identifier of the integrity key is the response's, whatever was asked for.
-TEST_F(IntegrityKeys, ComeWithTheResponsesIdWhateverWasAskedFor) {
+TEST_F(IntegrityKeys, HaveIdOfResponse) {
   Attempt(R"({"type":"x","id":"other","subId":"1","encodedCertificate":)" + GoodCert() + "}");
   ASSERT_TRUE(Get());
   EXPECT_EQ(Str(key.id), "other");
 }
 
 // An integrity key passes without a type; that it is missing is reported.
-TEST_F(IntegrityKeys, NeedNoTypeOfTheirOwn) {
+TEST_F(IntegrityKeys, NeedNoType) {
   const TraceRecorder traces;
   Attempt(R"({"id":"i","subId":"1","encodedCertificate":)" + GoodCert() + "}");
   ASSERT_TRUE(Get());
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));
 }
 
-// An integrity key without an identifier in the response passes and is unusable then.
-TEST_F(IntegrityKeys, PassWithoutAnIdAndAreThenUnusable) {
+TEST_F(IntegrityKeys, AreUnusableWhenResponseHasNoId) {
   Attempt(R"({"type":"x","id":"","subId":"1","encodedCertificate":)" + GoodCert() + "}");
   ASSERT_TRUE(Get());
   EXPECT_EQ(Str(key.id), "");
@@ -118,7 +114,7 @@ TEST_F(IntegrityKeys, PassWithoutAnIdAndAreThenUnusable) {
 }
 
 // What passed without an identifier is refused when a hash is to be signed with it.
-TEST_F(IntegrityKeys, AreRefusedForSigningWithoutTheirId) {
+TEST_F(IntegrityKeys, SignNothingWithoutId) {
   Attempt(R"({"type":"x","id":"","subId":"1","encodedCertificate":)" + GoodCert() + "}");
   ASSERT_TRUE(peer.KeyServerGetKey("integrity", "", peer.integrityKey));
   OruGuiBase::Blob signature;
@@ -126,7 +122,6 @@ TEST_F(IntegrityKeys, AreRefusedForSigningWithoutTheirId) {
   EXPECT_EQ(http.GetRequestCount(), 3U);
 }
 
-// An integrity key without a sub-identifier is refused on each server.
 TEST_F(IntegrityKeys, NeedASubId) {
   Attempt(R"({"type":"x","id":"i","encodedCertificate":)" + GoodCert() + "}");
   Attempt(R"({"type":"x","id":"i","subId":"","encodedCertificate":)" + GoodCert() + "}");
@@ -145,8 +140,8 @@ TEST_F(IntegrityKeys, NeedAKeyInTheResponse) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U, 5U, 5U, 7U, 5U, 5U, 5U));
 }
 
-// Without an identifier in the question each server's answer is refused, however good it is.
-TEST_F(IntegrityKeys, NeedAnIdInTheQuestionThoughTheResponseIsGood) {
+// Without an identifier in the request each server's response is refused, however good it is.
+TEST_F(IntegrityKeys, FailWhenRequestHasNoId) {
   Attempt(ScriptedServices::IntegrityKeyResponse());
   Attempt(ScriptedServices::IntegrityKeyResponse());
   EXPECT_FALSE(Get(""));
@@ -156,7 +151,6 @@ TEST_F(IntegrityKeys, NeedAnIdInTheQuestionThoughTheResponseIsGood) {
   EXPECT_EQ(Str(key.subId), "");
 }
 
-// An integrity key without a certificate is refused on each server.
 TEST_F(IntegrityKeys, NeedACertificate) {
   Attempt(R"({"type":"x","id":"i","subId":"1"})");
   Attempt(R"({"type":"x","id":"i","subId":"1","encodedCertificate":7})");
@@ -164,7 +158,6 @@ TEST_F(IntegrityKeys, NeedACertificate) {
   EXPECT_EQ(Error(), "Could not get integrity certificate: Invalid encodedCertificate");
 }
 
-// An integrity key whose certificate cannot be read is refused on each server.
 TEST_F(IntegrityKeys, NeedACertificateThatCanBeRead) {
   Attempt(R"({"type":"x","id":"i","subId":"1","encodedCertificate":"garbage"})");
   Attempt(R"({"type":"x","id":"i","subId":"1","encodedCertificate":"AAAA"})");
@@ -177,7 +170,7 @@ TEST_F(IntegrityKeys, NeedACertificateThatCanBeRead) {
 }
 
 // A second server's good integrity key counts; the message about the first server's stays.
-TEST_F(IntegrityKeys, ComeFromTheSecondServerWhenTheFirstGaveABadOne) {
+TEST_F(IntegrityKeys, ComeFromSecondServerWhenFirstCertificateIsBad) {
   Attempt(R"({"type":"x","id":"first","subId":"1","encodedCertificate":"garbage"})");
   Attempt(ScriptedServices::IntegrityKeyResponse());
   ASSERT_TRUE(Get());
@@ -186,8 +179,7 @@ TEST_F(IntegrityKeys, ComeFromTheSecondServerWhenTheFirstGaveABadOne) {
   EXPECT_TRUE(key.IsUsable());
 }
 
-// The integrity key stays as it was while no server gives a response.
-TEST_F(IntegrityKeys, KeepWhatTheyHeldWhileNoServerAnswers) {
+TEST_F(IntegrityKeys, StayAsTheyWereWhenNoServerResponds) {
   http.Then(NoExchange("down"));
   Attempt(ErrorCode(607));
   EXPECT_FALSE(Get());
@@ -196,8 +188,8 @@ TEST_F(IntegrityKeys, KeepWhatTheyHeldWhileNoServerAnswers) {
   EXPECT_TRUE(key.IsUsable());
 }
 
-// The first response drops the integrity key of before, even when it is refused then.
-TEST_F(IntegrityKeys, DropWhatTheyHeldWithTheFirstResponse) {
+// The first response drops the integrity key from before, even when it is refused then.
+TEST_F(IntegrityKeys, AreClearedByFirstResponse) {
   Attempt(R"({"type":"x","id":"new","subId":""})");
   Attempt(ErrorCode(607));
   EXPECT_FALSE(Get());
@@ -230,8 +222,7 @@ class IntegrityCerts : public TestSupport::ClientInternalsTest {
   Array<Val> certificates = Strings({"old"});
 };
 
-// The digests of a group's integrity certificates are asked for by group and digest name.
-TEST_F(IntegrityCerts, AreAskedForByGroupAndDigest) {
+TEST_F(IntegrityCerts, AreRequestedByGroupAndDigest) {
   UseKnownServer();
   ASSERT_TRUE(Fetch(Json(R"({"integrity":["aa","bb"]})")));
   const RecordedRequest request = http.GetRequest(0);
@@ -243,14 +234,13 @@ TEST_F(IntegrityCerts, AreAskedForByGroupAndDigest) {
   EXPECT_EQ(JsonText(Val(certificates)), R"(["aa","bb"])");
 }
 
-// The digests are asked for with an empty "keyserver" while no key server is in use.
-TEST_F(IntegrityCerts, AreAskedForWithoutAServerInUse) {
+// The digests are requested with an empty "keyserver" while no key server is in use.
+TEST_F(IntegrityCerts, AreRequestedWithoutServerInUse) {
   ASSERT_TRUE(Fetch(Json("{}")));
   EXPECT_EQ(http.GetRequest(0).body, R"({"keyserver":""})");
 }
 
-// A response without a list of digests is a success with an empty list, and reported.
-TEST_F(IntegrityCerts, AreNoneWhenTheResponseHasNoList) {
+TEST_F(IntegrityCerts, AreEmptyWhenResponseHasNoList) {
   for (const char* body : {"", "{}", R"({"integrity":"aa"})", R"({"errorid":"x","errortext":"y"})"}) {
     const TraceRecorder traces;
     certificates = Strings({"old"});
@@ -261,18 +251,17 @@ TEST_F(IntegrityCerts, AreNoneWhenTheResponseHasNoList) {
 }
 
 // Without a digest name the URL ends with "integrity".
-TEST_F(IntegrityCerts, AreAskedForAtAShorterUrlWithoutADigest) {
+TEST_F(IntegrityCerts, AreRequestedAtShorterUrlWithoutDigest) {
   ASSERT_TRUE(Fetch(Json("{}"), "QOB.g", ""));
   EXPECT_THAT(http.GetLines(), ElementsAre("POST https://crypt.example/api/crypt/certlist/QOB.g/integrity"));
 }
 
 // Without a group the URL ends with "certlist": the later segments are dropped.
-TEST_F(IntegrityCerts, AreAskedForAtTheShortestUrlWithoutAGroup) {
+TEST_F(IntegrityCerts, AreRequestedAtShortestUrlWithoutGroup) {
   ASSERT_TRUE(Fetch(Json("{}"), "", "sha256"));
   EXPECT_THAT(http.GetLines(), ElementsAre("POST https://crypt.example/api/crypt/certlist"));
 }
 
-// The caller's list stays as it was when the exchange for the digests fails.
 TEST_F(IntegrityCerts, StayAsTheyWereWhenTheExchangeFails) {
   EXPECT_FALSE(Fetch(NoExchange("no route")));
   EXPECT_EQ(Error(), "Could not get integrity certificates: no route");
@@ -283,15 +272,13 @@ TEST_F(IntegrityCerts, StayAsTheyWereWhenTheExchangeFails) {
   EXPECT_EQ(JsonText(Val(certificates)), R"(["old"])");
 }
 
-// Without a service URL nobody is asked for the digests.
 TEST_F(IntegrityCerts, NeedAServiceUrl) {
   CryptClient other(&http, "", "", kRoom);
   EXPECT_FALSE(CryptClientTestPeer(other).FetchIntegrityCerts("g", certificates, "sha256"));
   EXPECT_EQ(Str(other.GetErrorMessage()), "Invalid URL");
 }
 
-// The answer with the digests changes no configuration of the client.
-TEST_F(IntegrityCerts, ChangeNothingInTheClient) {
+TEST_F(IntegrityCerts, LeaveClientUnchanged) {
   peer.group = "group";
   ASSERT_TRUE(Fetch(Json(R"({"integrity":[],"group":"other","keyserver":["https://x"]})")));
   EXPECT_EQ(Str(peer.group), "group");

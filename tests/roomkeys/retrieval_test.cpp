@@ -64,7 +64,7 @@ class Retrieval : public TestSupport::ClientInternalsTest {
   bool keyErrorFlag = false;
 };
 
-TEST_F(Retrieval, AsksForTheCurrentKeyByAGet) {
+TEST_F(Retrieval, GetsCurrentKey) {
   ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomKeyResponse())));
   const RecordedRequest request = http.GetRequest(0);
   EXPECT_EQ(request.method, "GET");
@@ -73,7 +73,7 @@ TEST_F(Retrieval, AsksForTheCurrentKeyByAGet) {
   EXPECT_THAT(request.headers, IsEmpty());
 }
 
-TEST_F(Retrieval, AsksForTheKeyOfACertificateByAPost) {
+TEST_F(Retrieval, PostsForKeyOfCertificate) {
   ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomKeyResponse()), "CN=Issuer", "0A3F"));
   const RecordedRequest request = http.GetRequest(0);
   EXPECT_EQ(request.method, "POST");
@@ -83,13 +83,13 @@ TEST_F(Retrieval, AsksForTheKeyOfACertificateByAPost) {
   EXPECT_EQ(request.headers.size(), 1U);
 }
 
-TEST_F(Retrieval, AsksByAPostWithTheIssuerAlone) {
+TEST_F(Retrieval, PostsWithIssuerAlone) {
   ASSERT_TRUE(Fetch(Json("{}"), "CN=Issuer", ""));
   EXPECT_EQ(http.GetRequest(0).method, "POST");
   EXPECT_EQ(http.GetRequest(0).body, R"({"id":{"issuer":"CN=Issuer","serial":""}})");
 }
 
-TEST_F(Retrieval, AsksByAPostWithTheSerialNumberAlone) {
+TEST_F(Retrieval, PostsWithSerialNumberAlone) {
   ASSERT_TRUE(Fetch(Json("{}"), "", "0A3F"));
   EXPECT_EQ(http.GetRequest(0).method, "POST");
   EXPECT_EQ(http.GetRequest(0).body, R"({"id":{"issuer":"","serial":"0A3F"}})");
@@ -121,7 +121,7 @@ TEST_F(Retrieval, TakesTheConfigurationFromTheResponse) {
   EXPECT_TRUE(client.GetCertAuth());
 }
 
-TEST_F(Retrieval, EmptiesWhatTheResponseLeavesOut) {
+TEST_F(Retrieval, ClearsFieldsThatResponseLeavesOut) {
   const TraceRecorder traces;
   ASSERT_TRUE(Fetch(Json("{}")));
   EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data), "");
@@ -134,7 +134,7 @@ TEST_F(Retrieval, EmptiesWhatTheResponseLeavesOut) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 5U, 5U, 5U, 5U, 5U, 8U, 5U, 1U));
 }
 
-TEST_F(Retrieval, EmptiesWhatTheResponseHoldsInAnotherType) {
+TEST_F(Retrieval, ClearsFieldsThatHaveAnotherType) {
   const TraceRecorder traces;
   ASSERT_TRUE(
       Fetch(Json(R"({"errorid":1,"errortext":1,"room":1,"certificate":1,"data":1,"plain":1,"group":1,)"
@@ -146,7 +146,7 @@ TEST_F(Retrieval, EmptiesWhatTheResponseHoldsInAnotherType) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 5U, 5U, 5U, 5U, 5U, 8U, 5U, 1U));
 }
 
-TEST_F(Retrieval, TakesAnEmptyResponseToAPostForARoomWithoutKey) {
+TEST_F(Retrieval, ReadsEmptyResponseToPostAsRoomWithoutKey) {
   ASSERT_TRUE(Fetch(Json(""), "CN=Issuer", "01"));
   EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data), "");
   EXPECT_TRUE(roomKey.certificate.IsEmpty());
@@ -157,7 +157,7 @@ TEST_F(Retrieval, TakesAnEmptyResponseToAPostForARoomWithoutKey) {
   EXPECT_EQ(Error(), "");
 }
 
-TEST_F(Retrieval, TakesAResponseThatIsNoObjectForAnEmptyOne) {
+TEST_F(Retrieval, ReadsResponseThatIsNotObjectAsEmpty) {
   const TraceRecorder traces;
   ASSERT_TRUE(Fetch(Json("[1]")));
   EXPECT_EQ(Str(roomKey.room) + Str(roomKey.data) + Str(peer.group), "");
@@ -179,7 +179,7 @@ TEST_F(Retrieval, NeedsAServiceUrl) {
   ExpectUnchanged();
 }
 
-TEST_F(Retrieval, WrapsTheReasonOfAFailedExchangeInBothForms) {
+TEST_F(Retrieval, ReportsWhyExchangeFailed) {
   EXPECT_FALSE(Fetch(NoExchange("no route")));
   EXPECT_EQ(Error(), "Could not get room key: no route");
   EXPECT_FALSE(Fetch(Status(403)));
@@ -192,7 +192,7 @@ TEST_F(Retrieval, WrapsTheReasonOfAFailedExchangeInBothForms) {
   ExpectUnchanged();
 }
 
-TEST_F(Retrieval, RaisesTheFlagForTheOneDistinguishedError) {
+TEST_F(Retrieval, SetsFlagForDistinguishedError) {
   EXPECT_FALSE(
       Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"(","errortext":"Ask for access"})")));
   EXPECT_TRUE(keyErrorFlag);
@@ -200,20 +200,20 @@ TEST_F(Retrieval, RaisesTheFlagForTheOneDistinguishedError) {
   ExpectUnchanged();
 }
 
-TEST_F(Retrieval, ShowsPerCentSignsOfTheDistinguishedErrorAsTheyStand) {
+TEST_F(Retrieval, KeepsPercentSignsOfDistinguishedError) {
   EXPECT_FALSE(
       Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"(","errortext":"Ask %s for %n access"})")));
   EXPECT_EQ(Error(), "Ask %s for %n access");
 }
 
-TEST_F(Retrieval, RaisesTheFlagForTheKeyOfACertificateToo) {
+TEST_F(Retrieval, SetsFlagForKeyOfCertificate) {
   EXPECT_FALSE(
       Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"(","errortext":"t"})"), "CN=Issuer", "01"));
   EXPECT_TRUE(keyErrorFlag);
   EXPECT_EQ(Error(), "t");
 }
 
-TEST_F(Retrieval, RecordsNothingButTheTextOfTheDistinguishedError) {
+TEST_F(Retrieval, RecordsTextOfDistinguishedErrorAlone) {
   peer.SetError("before");
   EXPECT_FALSE(Fetch(Json(std::string(R"({"errorid":")") + kKeyError + R"("})")));
   EXPECT_TRUE(keyErrorFlag);
@@ -240,13 +240,13 @@ TEST_F(Retrieval, RecordsEachOtherErrorWithItsTextAlone) {
   ExpectUnchanged();
 }
 
-TEST_F(Retrieval, TakesTheDistinguishedErrorInAnotherCaseForAnyError) {
+TEST_F(Retrieval, TreatsDistinguishedErrorInAnotherCaseAsOtherError) {
   EXPECT_FALSE(Fetch(Json(R"({"errorid":"qob.1.1001.1.422645","errortext":"t"})")));
   EXPECT_FALSE(keyErrorFlag);
   EXPECT_EQ(Error(), "Could not get room key: t");
 }
 
-TEST_F(Retrieval, TakesAnErrorTextWithoutAnIdForAnError) {
+TEST_F(Retrieval, TreatsErrorTextWithoutIdAsError) {
   EXPECT_FALSE(Fetch(Json(R"({"errorid":"","errortext":"no access"})")));
   EXPECT_EQ(Error(), "Could not get room key: no access");
   EXPECT_FALSE(Fetch(Json(R"({"errortext":"no access at all"})")));
@@ -256,7 +256,7 @@ TEST_F(Retrieval, TakesAnErrorTextWithoutAnIdForAnError) {
 TEST_F(Retrieval, ReadsNothingButTheErrorFromARefusal) {
   const TraceRecorder traces;
   EXPECT_FALSE(Fetch(Json(With(ScriptedServices::RoomKeyResponse(), "errorid", R"("QOB.2")"))));
-  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));  // The missing text of the error.
+  EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U));  // The missing "errortext".
   ExpectUnchanged();
 }
 
@@ -268,7 +268,7 @@ TEST_F(Retrieval, LeavesTheCallersRoomKeyWhenItFails) {
   EXPECT_FALSE(roomKey.key.IsEmpty());
 }
 
-TEST_F(Retrieval, NeverLowersTheFlag) {
+TEST_F(Retrieval, NeverClearsFlag) {
   keyErrorFlag = true;
   EXPECT_TRUE(Fetch(Json("{}")));
   EXPECT_TRUE(keyErrorFlag);
@@ -276,7 +276,7 @@ TEST_F(Retrieval, NeverLowersTheFlag) {
   EXPECT_TRUE(keyErrorFlag);
 }
 
-TEST_F(Retrieval, LeavesTheCertificateEmptyWhenItsTextIsNone) {
+TEST_F(Retrieval, LeavesCertificateEmptyWhenItCannotBeRead) {
   const KVMap response = With(ScriptedServices::RoomKeyResponse(), "certificate", R"("garbage")");
   ASSERT_TRUE(Fetch(Json(response)));
   EXPECT_TRUE(roomKey.certificate.IsEmpty());
@@ -285,14 +285,14 @@ TEST_F(Retrieval, LeavesTheCertificateEmptyWhenItsTextIsNone) {
   EXPECT_EQ(Error(), "");
 }
 
-TEST_F(Retrieval, LeavesTheKeyEmptyWhenItsTextIsNone) {
+TEST_F(Retrieval, LeavesKeyEmptyWhenItCannotBeRead) {
   const KVMap response = With(ScriptedServices::RoomKeyResponse(), "plain", R"("garbage")");
   ASSERT_TRUE(Fetch(Json(response)));
   EXPECT_TRUE(roomKey.key.IsEmpty());
   EXPECT_EQ(Error(), "");
 }
 
-TEST_F(Retrieval, SucceedsWithAStatusTimeoutThatIsNoNumber) {
+TEST_F(Retrieval, SucceedsWhenStatusTimeoutIsNotNumber) {
   const KVMap response = With(ScriptedServices::RoomKeyResponse(), "statustimeout", R"("soon")");
   ASSERT_TRUE(Fetch(Json(response)));
   EXPECT_EQ(Error(), "Invalid timeout value [soon]");
@@ -300,7 +300,7 @@ TEST_F(Retrieval, SucceedsWithAStatusTimeoutThatIsNoNumber) {
   EXPECT_FALSE(peer.certAuth);
 }
 
-TEST_F(Retrieval, KeepsAnEarlierMessageAcrossItsSuccess) {
+TEST_F(Retrieval, KeepsEarlierMessageWhenItSucceeds) {
   peer.SetError("earlier");
   ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomKeyResponse())));
   EXPECT_EQ(Error(), "earlier");
@@ -316,7 +316,7 @@ TEST_F(Retrieval, CopiesAllFourFieldsOfARoomKey) {
   EXPECT_FALSE(copy.key.IsEmpty());
 }
 
-TEST_F(Retrieval, BeginsWithARoomKeyOfFourEmptyFields) {
+TEST_F(Retrieval, StartsWithEmptyRoomKey) {
   const RoomKey empty;
   EXPECT_EQ(Str(empty.room) + Str(empty.data), "");
   EXPECT_TRUE(empty.certificate.IsEmpty());
@@ -330,7 +330,7 @@ TEST_F(Retrieval, ClearsAllFourFieldsOfARoomKey) {
   EXPECT_TRUE(roomKey.key.IsEmpty());
 }
 
-TEST_F(Retrieval, CallsAKeyUsableByCertificateAndDataAlone) {
+TEST_F(Retrieval, NeedsCertificateAndDataForUsableKey) {
   roomKey.key.Clear();
   EXPECT_TRUE(roomKey.IsUsableForEncryption());
   RoomKey noData = roomKey;

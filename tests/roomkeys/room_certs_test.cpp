@@ -59,8 +59,8 @@ class RoomCerts : public TestSupport::ClientInternalsTest {
   AnsiStr seqnr = "old seqnr";
 };
 
-// The room's certificates are asked for with an empty "keyserver" while no key server is in use.
-TEST_F(RoomCerts, AreAskedForWithoutAServerInUse) {
+// The room's certificates are requested with an empty "keyserver" while no key server is in use.
+TEST_F(RoomCerts, AreRequestedWithoutServerInUse) {
   ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomCertsResponse())));
   const RecordedRequest request = http.GetRequest(0);
   EXPECT_EQ(request.method, "POST");
@@ -70,14 +70,12 @@ TEST_F(RoomCerts, AreAskedForWithoutAServerInUse) {
   EXPECT_EQ(request.headers.size(), 1U);
 }
 
-// The room's certificates are asked for with the URL of the key server in use.
-TEST_F(RoomCerts, AreAskedForWithTheServerInUse) {
+TEST_F(RoomCerts, AreRequestedWithServerInUse) {
   UseKnownServer();
   ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomCertsResponse())));
   EXPECT_EQ(http.GetRequest(0).body, R"({"keyserver":"https://one.example"})");
 }
 
-// The room's certificates come with the service's name of the room and a sequence number.
 TEST_F(RoomCerts, ComeWithRoomAndSequenceNumber) {
   ASSERT_TRUE(Fetch(Json(ScriptedServices::RoomCertsResponse())));
   EXPECT_EQ(Str(roomName), "room 1");
@@ -85,7 +83,6 @@ TEST_F(RoomCerts, ComeWithRoomAndSequenceNumber) {
   EXPECT_EQ(JsonText(Val(certificates)), R"(["member-1","member-2"])");
 }
 
-// The response replaces group, key servers, status timeout and the certificate flag of the client.
 TEST_F(RoomCerts, ComeWithTheConfiguration) {
   peer.certAuth = false;
   ASSERT_TRUE(Fetch(Json(With(ScriptedServices::RoomCertsResponse(), "certauth", "true"))));
@@ -96,27 +93,24 @@ TEST_F(RoomCerts, ComeWithTheConfiguration) {
   EXPECT_TRUE(client.GetCertAuth());
 }
 
-// An empty answer is a success without certificates, which empties the client's configuration.
-TEST_F(RoomCerts, AreNoneInAnEmptyResponse) {
+TEST_F(RoomCerts, AreEmptyWhenResponseIsEmpty) {
   ASSERT_TRUE(Fetch(Json("")));
   ExpectEmptied();
 }
 
 // An error in the body of a good response goes unnoticed: there are just no certificates.
-TEST_F(RoomCerts, AreNoneInAResponseThatHoldsOnlyAnError) {
+TEST_F(RoomCerts, AreEmptyWhenResponseHasOnlyError) {
   ASSERT_TRUE(Fetch(Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"refused"})")));
   ExpectEmptied();
   EXPECT_EQ(Error(), "");
 }
 
-// Each of the seven members that is missing from the answer is reported, in their order.
 TEST_F(RoomCerts, ReportEachMissingMember) {
   const TraceRecorder traces;
   ASSERT_TRUE(Fetch(Json("{}")));
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 8U, 5U, 8U, 5U, 1U));
 }
 
-// Each of the seven members of another type is reported, in their order, and reads as empty.
 TEST_F(RoomCerts, ReportEachMemberOfAnotherType) {
   const TraceRecorder traces;
   ASSERT_TRUE(
@@ -126,8 +120,7 @@ TEST_F(RoomCerts, ReportEachMemberOfAnotherType) {
   ExpectEmptied();
 }
 
-// A status timeout that is no number leaves its message and fails nothing.
-TEST_F(RoomCerts, ComeThoughTheStatusTimeoutIsNoNumber) {
+TEST_F(RoomCerts, ComeEvenIfStatusTimeoutIsNotNumber) {
   ASSERT_TRUE(Fetch(Json(With(ScriptedServices::RoomCertsResponse(), "statustimeout", R"("soon")"))));
   EXPECT_EQ(Error(), "Invalid timeout value [soon]");
   EXPECT_EQ(Str(seqnr), "42");
@@ -135,8 +128,7 @@ TEST_F(RoomCerts, ComeThoughTheStatusTimeoutIsNoNumber) {
   EXPECT_FALSE(peer.certAuth);
 }
 
-// When the exchange fails, what the caller passed and the client's configuration stay as they were.
-TEST_F(RoomCerts, LeaveEverythingWhenTheExchangeFails) {
+TEST_F(RoomCerts, LeaveClientUnchangedWhenExchangeFails) {
   EXPECT_FALSE(Fetch(NoExchange("no route")));
   EXPECT_EQ(Error(), "Could not get room certificates: no route");
   EXPECT_FALSE(Fetch(Status(500)));
@@ -146,7 +138,6 @@ TEST_F(RoomCerts, LeaveEverythingWhenTheExchangeFails) {
   ExpectUnchanged();
 }
 
-// Without a service URL nobody is asked for the room's certificates.
 TEST_F(RoomCerts, NeedAServiceUrl) {
   CryptClient other(&http, "", "", kRoom);
   EXPECT_FALSE(CryptClientTestPeer(other).FetchRoomCerts(roomName, certificates, seqnr));
@@ -163,8 +154,7 @@ class NewKey : public TestSupport::ClientInternalsTest {
   }
 };
 
-// A new room key goes up with its sequence number first.
-TEST_F(NewKey, GoesUpWithItsSequenceNumberFirst) {
+TEST_F(NewKey, IsUploadedAfterItsSequenceNumber) {
   ASSERT_TRUE(Upload(Json("")));
   const RecordedRequest request = http.GetRequest(0);
   EXPECT_EQ(request.method, "POST");
@@ -174,36 +164,32 @@ TEST_F(NewKey, GoesUpWithItsSequenceNumberFirst) {
   EXPECT_EQ(request.headers.size(), 1U);
 }
 
-// A new room key counts as taken when the answer is empty.
-TEST_F(NewKey, IsTakenWithAnEmptyResponse) {
+TEST_F(NewKey, IsAcceptedWhenResponseIsEmpty) {
   peer.SetError("earlier");
   EXPECT_TRUE(Upload(Json("")));
   EXPECT_EQ(Error(), "earlier");
 }
 
 // A new room key counts as taken though the body of a good response holds an error: nothing is read from it.
-TEST_F(NewKey, IsTakenThoughTheResponseHoldsAnError) {
+TEST_F(NewKey, IsAcceptedWhenResponseHasError) {
   const TraceRecorder traces;
   EXPECT_TRUE(Upload(Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"refused"})")));
   EXPECT_EQ(Error(), "");
   EXPECT_TRUE(traces.GetInvalidTypes().empty());
 }
 
-// A new room key is not taken when the answer is no JSON.
-TEST_F(NewKey, IsNotTakenWhenTheResponseIsNoJSON) {
+TEST_F(NewKey, FailsWhenResponseIsNotJSON) {
   EXPECT_FALSE(Upload(Json("OK")));
   EXPECT_THAT(Error(), StartsWith("Could not upload new room key: Could not parse response: "));
 }
 
-// A new room key is not taken when the exchange fails, and the message says why.
-TEST_F(NewKey, IsNotTakenWhenTheExchangeFails) {
+TEST_F(NewKey, FailsWhenExchangeFails) {
   EXPECT_FALSE(Upload(NoExchange("no route")));
   EXPECT_EQ(Error(), "Could not upload new room key: no route");
   EXPECT_FALSE(Upload(Status(409)));
   EXPECT_EQ(Error(), "Could not upload new room key: HTTP 409");
 }
 
-// Without a service URL no new room key goes up.
 TEST_F(NewKey, NeedsAServiceUrl) {
   CryptClient other(&http, "", "", kRoom);
   EXPECT_FALSE(CryptClientTestPeer(other).UploadRoomKey("wrapped", "42"));
@@ -211,15 +197,13 @@ TEST_F(NewKey, NeedsAServiceUrl) {
   EXPECT_EQ(http.GetRequestCount(), 0U);
 }
 
-// The sequence number goes up as it came, whatever its text.
-TEST_F(NewKey, GoesUpWithItsSequenceNumberUnread) {
+TEST_F(NewKey, IsUploadedWithSequenceNumberUnchanged) {
   http.Then(Json(""));
   ASSERT_TRUE(peer.UploadRoomKey("wrapped", " 007/\"x\" "));
   EXPECT_EQ(http.GetRequest(0).body, R"({"seqnr":" 007/\"x\" ","key":"wrapped"})");
 }
 
-// Sending up a new room key changes no configuration of the client.
-TEST_F(NewKey, ChangesNothingInTheClient) {
+TEST_F(NewKey, LeavesClientUnchanged) {
   UseKnownServer();
   peer.group = "group";
   ASSERT_TRUE(Upload(Json(ScriptedServices::RoomCertsResponse())));

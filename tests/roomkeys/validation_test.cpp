@@ -39,17 +39,17 @@ class Validation : public ::testing::Test {
     Use(pki.room.certificate, pki.innerSigning.certificate);
   }
 
-  /// The room key under proof: its certificate, and the inner signing certificate in its wrapped key.
+  /// The room key to check: its certificate, and the inner signing certificate in its wrapped key.
   void Use(const Cert& room, const Cert& inner) {
     roomKey.certificate = LoadCert(room);
     roomKey.data = Ansi(WrappedKey(inner));
   }
   bool Validate() { return peer.ValidateRoomKey(roomKey); }
   std::string Error() const { return Str(client.GetErrorMessage()); }
-  /// The message is the text and a reason that says something.
-  void ExpectReason(const std::string& text) const {
-    EXPECT_THAT(Error(), StartsWith(text));
-    EXPECT_GT(Error().size(), text.size());
+  /// The message begins like this and ends in a reason that says something.
+  void ExpectReason(const std::string& beginning) const {
+    EXPECT_THAT(Error(), StartsWith(beginning));
+    EXPECT_GT(Error().size(), beginning.size());
     EXPECT_EQ(Error().find("Success"), std::string::npos) << Error();
   }
 
@@ -60,7 +60,7 @@ class Validation : public ::testing::Test {
   RoomKey roomKey;
 };
 
-TEST_F(Validation, ProvesAKeyThatTheInnerSigningCertificateIssued) {
+TEST_F(Validation, AcceptsKeyThatInnerSigningCertificateIssued) {
   EXPECT_TRUE(Validate());
   EXPECT_EQ(Error(), "");
   EXPECT_THAT(services.GetSteps(), ElementsAre("status", "certstore", "truststore"));
@@ -91,7 +91,7 @@ TEST_F(Validation, ProbesAgainUnderCertAuthBeforeItTakesTheTime) {
   EXPECT_THAT(services.GetSteps(), ElementsAre("status", "certstore", "status", "truststore", "status"));
 }
 
-TEST_F(Validation, KeepsAnEarlierMessageAcrossItsSuccess) {
+TEST_F(Validation, KeepsEarlierMessageWhenItSucceeds) {
   peer.SetError("earlier");
   ASSERT_TRUE(Validate());
   EXPECT_EQ(Error(), "earlier");
@@ -106,7 +106,7 @@ TEST_F(Validation, NeedsAWrappedKeyThatIsAMessage) {
   EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
-TEST_F(Validation, NeedsAWrappedKeyThatGivesItsContent) {
+TEST_F(Validation, NeedsWrappedKeyWithReadableContent) {
   roomKey.data = Ansi(TestSupport::ToBase64(TestSupport::MakeEnveloped("{}", {pki.room.certificate})));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not extract room key content: ");
@@ -161,7 +161,7 @@ TEST_F(Validation, FindsNoInnerSigningCertificateInAnArray) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(7U, 5U));
 }
 
-TEST_F(Validation, RefusesAKeyWithoutDataBeforeItAsksAnyone) {
+TEST_F(Validation, RefusesKeyWithoutDataAndSendsNothing) {
   roomKey.data = "";
   EXPECT_FALSE(Validate());
   ExpectReason("Could not parse room key: ");
@@ -214,14 +214,14 @@ TEST_F(Validation, FetchesBothListsBeforeItReadsTheFirst) {
   EXPECT_EQ(services.Count("truststore"), 1U);
 }
 
-TEST_F(Validation, AsksForTheServersTimeOnceBothListsWereRead) {
+TEST_F(Validation, AsksForServersTimeAfterBothLists) {
   peer.certAuth = true;
   services.Set("truststore", Json("garbage"));
   EXPECT_FALSE(Validate());
   EXPECT_EQ(services.Count("status"), 2U);  // One for each list, and none for the time.
 }
 
-TEST_F(Validation, NeedsTheServerStillThereForItsTime) {
+TEST_F(Validation, FailsWhenServerIsGoneBeforeItsTimeIsTaken) {
   peer.certAuth = true;
   services.Once("status", DateResponse(TestSupport::kServicesDate));
   services.Once("status", DateResponse(TestSupport::kServicesDate));
@@ -318,13 +318,13 @@ TEST_F(Validation, RefusesARoomKeyOfAnotherInnerSigningCertificate) {
   EXPECT_EQ(Error(), "Could not verify room key: Unexpected issuer");
 }
 
-TEST_F(Validation, RefusesAWrappedKeyThatNamesTheRoomCertificateItself) {
+TEST_F(Validation, RefusesWrappedKeyWithRoomCertificateAsInnerOne) {
   Use(pki.room.certificate, pki.room.certificate);
   EXPECT_FALSE(Validate());
   ExpectReason("Could not verify room key issuer certificate chain: ");
 }
 
-TEST_F(Validation, JudgesARoomKeyByTheServersClockAndNotTheLocalOne) {
+TEST_F(Validation, UsesServersClockForRoomKey) {
   CertSpec spec = EndEntity("room 1-tr");
   spec.validity = Validity::FromNow(-3600, 3600);
   Use(Cert::Issue(spec, pki.room.key, pki.innerSigning), pki.innerSigning.certificate);
@@ -333,20 +333,20 @@ TEST_F(Validation, JudgesARoomKeyByTheServersClockAndNotTheLocalOne) {
   ExpectReason("Could not verify room key certificate chain: ");
 }
 
-TEST_F(Validation, AcceptsARoomKeyThatHasExpiredByTheLocalClockOnly) {
+TEST_F(Validation, AcceptsRoomKeyThatHasExpiredByLocalClockOnly) {
   CertSpec spec = EndEntity("room 1-tr");
   spec.validity = Validity::Between("2024-05-01", "2024-06-01");
   Use(Cert::Issue(spec, pki.room.key, pki.innerSigning), pki.innerSigning.certificate);
   EXPECT_TRUE(Validate()) << Error();
 }
 
-TEST_F(Validation, JudgesTheInnerSigningCertificateByTheServersClock) {
+TEST_F(Validation, UsesServersClockForInnerSigningCertificate) {
   services.Set("status", DateResponse("Sun, 01 Jan 2045 00:00:00 GMT"));
   EXPECT_FALSE(Validate());
   ExpectReason("Could not verify room key issuer certificate chain: ");
 }
 
-TEST_F(Validation, ExaminesNoSignatureOfTheWrappedKey) {
+TEST_F(Validation, IgnoresSignatureOfWrappedKey) {
   TestSupport::SignerSpec stranger;
   stranger.identity = Identity::MakeRoot(EndEntity("Nobody"), KeyPair::MakeEC());
   roomKey.data = Ansi(TestSupport::ToBase64(
@@ -384,7 +384,7 @@ TEST_F(Validation, LeavesTheRoomKeyAsItIs) {
   EXPECT_FALSE(roomKey.certificate.IsEmpty());
 }
 
-TEST_F(Validation, GoesOnWithTheFieldsAsTheyAreWhenTheServerHasNoTime) {
+TEST_F(Validation, FailsWhenServerHasNoTime) {
   // A server counts as known by its entry alone, whatever that holds.
   peer.serverTimes.Set(TestSupport::kKeyServerUrl, "not a time");
   EXPECT_FALSE(Validate());
