@@ -88,14 +88,14 @@ TEST_F(Decryption, RefusesARecipientNamedByKeyIdentifier) {
   EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
-TEST_F(Decryption, RefusesAnEnvelopeWithoutRecipientsBeforeItAsksAnyone) {
+TEST_F(Decryption, RefusesEnvelopeWithoutRecipientsAndSendsNothing) {
   scratch.Make("protected.bin", MakeEnveloped(kPlain, {}));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not get encrypted content key");
   EXPECT_EQ(services.http.GetRequestCount(), 0U);
 }
 
-TEST_F(Decryption, RefusesAnEnvelopeWithSeveralRecipientsBeforeItAsksAnyone) {
+TEST_F(Decryption, RefusesEnvelopeWithSeveralRecipientsAndSendsNothing) {
   const CryptStand::Cert& room = pki.room.certificate;
   for (const std::string& message :
        {MakeEnveloped(kPlain, {room, pki.integrity.certificate}), MakeEnveloped(kPlain, {room, room}),
@@ -135,20 +135,20 @@ TEST_F(Decryption, FailsWithTheMessageOfTheRoomKeysRetrieval) {
   EXPECT_EQ(Error(), "Could not get room key: HTTP 500");
 }
 
-TEST_F(Decryption, ShowsADistinguishedRefusalAsItsTextAlone) {
+TEST_F(Decryption, ReportsDistinguishedRefusalAsItsTextAlone) {
   services.Set("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Ask for access");
 }
 
-TEST_F(Decryption, FindsNoKeyInACertificateWithoutDataAndKey) {
+TEST_F(Decryption, FailsWhenRoomKeyHasCertificateOnly) {
   SetRoomKey("data", R"("")");
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not find matching room key");
   EXPECT_EQ(services.Count("authztoken"), 0U);
 }
 
-TEST_F(Decryption, FindsNoKeyInDataWithoutACertificate) {
+TEST_F(Decryption, FailsWhenRoomKeyHasNoCertificate) {
   SetRoomKey("certificate", R"("")");
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not find matching room key");
@@ -174,7 +174,7 @@ TEST_F(Decryption, NeedsACertificateAndAKeyThatCanBeRead) {
   EXPECT_EQ(services.Count("decryptRequest"), 0U);
 }
 
-TEST_F(Decryption, TracesWhichKeyItSought) {
+TEST_F(Decryption, TracesWhichKeyIsMissing) {
   SetRoomKey("data", R"("")");
   const TraceRecorder traces;
   EXPECT_FALSE(Decrypt());
@@ -190,7 +190,7 @@ TEST_F(Decryption, RefusesAPlainKeyForAnotherRecipient) {
   ExpectReason("Could not set recipient key: ");
 }
 
-TEST_F(Decryption, FailsWhenNoKeyServerOpensTheContentKey) {
+TEST_F(Decryption, FailsWhenNoKeyServerDecryptsContentKey) {
   services.Set("decryptRequest", ErrorCode(605));
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "605 Invalid Wrapped Key");
@@ -208,7 +208,7 @@ TEST_F(Decryption, FailsWithoutAKeyServer) {
   EXPECT_EQ(Error(), "Invalid key server URL");
 }
 
-TEST_F(Decryption, RefusesAContentKeyThatCannotBeOne) {
+TEST_F(Decryption, RefusesInvalidContentKey) {
   for (const char* key : {"not base64!", "AAAA", "YQ=="}) {
     services.Set("decryptRequest",
                  Payload(R"({"type":"decryptResponse","plainData":[")" + std::string(key) + R"("]})"));
@@ -217,7 +217,7 @@ TEST_F(Decryption, RefusesAContentKeyThatCannotBeOne) {
   }
 }
 
-TEST_F(Decryption, GoesOnToTheNextServerWhenTheFirstGivesNoContentKey) {
+TEST_F(Decryption, TriesNextServerWhenFirstGivesNoContentKey) {
   SetRoomKey("keyserver", R"(["https://one.example","https://two.example"])");
   services.Once("decryptRequest", Payload(R"({"type":"decryptResponse","plainData":[""]})"));
   ExpectDelivered(kPlain);
@@ -226,14 +226,14 @@ TEST_F(Decryption, GoesOnToTheNextServerWhenTheFirstGivesNoContentKey) {
   EXPECT_EQ(services.GetRequests("decryptRequest")[0].body, services.GetRequests("decryptRequest")[1].body);
 }
 
-TEST_F(Decryption, FailsWithoutAPlaceForTheTemporaryFile) {
+TEST_F(Decryption, FailsWhenTemporaryFileCannotBeMade) {
   scratch.BreakTemporary();
   ExpectNothingDelivered();
   EXPECT_EQ(Error(), "Could not create temporary file: No such file or directory");
   EXPECT_EQ(services.Count("decryptRequest"), 1U);
 }
 
-TEST_F(Decryption, MissesTheContentKeyBeforeItMakesATemporaryFile) {
+TEST_F(Decryption, ReportsMissingContentKeyBeforeTemporaryFile) {
   services.Set("decryptRequest", ErrorCode(605));
   scratch.BreakTemporary();
   ExpectNothingDelivered();
@@ -277,14 +277,14 @@ TEST_F(Decryption, FailsWithTheWrongPlainKey) {
   EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
 }
 
-TEST_F(Decryption, FailsWithoutAPlaceForPlainContent) {
+TEST_F(Decryption, FailsWhenTargetOfPlainContentCannotBeMade) {
   target = scratch.File("no/such/place");
   EXPECT_FALSE(Decrypt());
   EXPECT_EQ(Error(), "Could not move temporary file");
   EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
 }
 
-TEST_F(Decryption, FailsWithoutAPlaceForDigestedContent) {
+TEST_F(Decryption, FailsWhenTargetOfDigestedContentCannotBeMade) {
   Protect(MakeDigested("digested"));
   target = scratch.File("no/such/place");
   EXPECT_FALSE(Decrypt());

@@ -24,7 +24,7 @@ using TestSupport::ScriptedServices;
 using TestSupport::Str;
 using TestSupport::With;
 
-TEST_F(Decryption, DeliversPlainContentWithBothFlagsLow) {
+TEST_F(Decryption, DeliversPlainContentWithBothFlagsFalse) {
   ExpectDelivered(kPlain);
   EXPECT_EQ(Error(), "");
 }
@@ -61,7 +61,7 @@ TEST_F(Decryption, AsksForTheKeyOfTheRecipient) {
             R"({"id":{"issuer":"CN=Inner signing","serial":")" + pki.room.certificate.GetSerial() + R"("}})");
 }
 
-TEST_F(Decryption, HasAKeyServerOpenTheContentKey) {
+TEST_F(Decryption, SendsContentKeyToKeyServer) {
   const std::string wrapped = TestSupport::WrappedKey(pki.innerSigning.certificate);
   SetRoomKey("data", Quoted(wrapped));
   ASSERT_TRUE(Decrypt()) << Error();
@@ -76,7 +76,7 @@ TEST_F(Decryption, HasAKeyServerOpenTheContentKey) {
   EXPECT_EQ(encrypted.find('\n'), std::string::npos);
 }
 
-TEST_F(Decryption, ShowsTheRoomAndNoKeyToTheCryptService) {
+TEST_F(Decryption, RequestsTokenForRoomWithoutKey) {
   ASSERT_TRUE(Decrypt()) << Error();
   const RecordedRequest request = services.GetRequests("authztoken")[0];
   EXPECT_THAT(request.url, EndsWith("/crypt/authztoken/room%201"));
@@ -93,13 +93,13 @@ TEST_F(Decryption, SendsNoContentAnywhere) {
   }
 }
 
-TEST_F(Decryption, OpensTheEnvelopeItselfWithAPlainKey) {
+TEST_F(Decryption, DecryptsByItselfWithPlainKey) {
   HandOutPlainKey();
   ExpectDelivered(kPlain);
   EXPECT_THAT(services.GetSteps(), ElementsAre("key"));
 }
 
-TEST_F(Decryption, PrefersAPlainKeyToTheWrappedOneBesideIt) {
+TEST_F(Decryption, PrefersPlainKeyToWrappedKey) {
   services.Set(
       "key",
       Json(With(With(ScriptedServices::RoomKeyResponse(), "data", R"("nothing that could be unwrapped")"),
@@ -108,7 +108,7 @@ TEST_F(Decryption, PrefersAPlainKeyToTheWrappedOneBesideIt) {
   EXPECT_EQ(services.Count("decryptRequest"), 0U);
 }
 
-TEST_F(Decryption, NeedsNoDataBesideAPlainKey) {
+TEST_F(Decryption, NeedsNoWrappedKeyWithPlainKey) {
   services.Set("key", Json(With(With(ScriptedServices::RoomKeyResponse(), "data", R"("")"), "plain",
                                 Quoted(pki.room.key.ToPEM()))));
   ExpectDelivered(kPlain);
@@ -152,14 +152,14 @@ TEST_F(Decryption, DeliversTheContentOfADigestedMessage) {
   ExpectDelivered("digested");
 }
 
-TEST_F(Decryption, ClaimsNothingAboutADigest) {
+TEST_F(Decryption, LeavesFlagsFalseForDigestedMessage) {
   std::string inner = MakeDigested("digested");
   inner.back() = static_cast<char>(inner.back() ^ 1);
   Protect(inner);
   ExpectDelivered("digested");
 }
 
-TEST_F(Decryption, DeliversWhatOnlyBeginsLikeAMessage) {
+TEST_F(Decryption, DeliversContentThatOnlyBeginsLikeMessage) {
   const std::string inner = MakeDigested("digested");
   for (const std::string& content : {inner + "x", inner.substr(0, inner.size() - 1), inner.substr(0, 20)}) {
     Protect(content);

@@ -38,7 +38,7 @@ TEST_F(Encryption, FailsWithTheMessageOfTheRoomKeysRetrieval) {
   EXPECT_THAT(services.GetSteps(), ElementsAre("key"));
 }
 
-TEST_F(Encryption, RaisesTheFlagForTheOneDistinguishedRefusal) {
+TEST_F(Encryption, SetsFlagForDistinguishedRefusal) {
   services.Set("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
   keyErrorFlag = false;
   EXPECT_FALSE(Encrypt());
@@ -47,13 +47,13 @@ TEST_F(Encryption, RaisesTheFlagForTheOneDistinguishedRefusal) {
   EXPECT_FALSE(scratch.Exists("protected.bin"));
 }
 
-TEST_F(Encryption, LowersTheFlagForEachOtherRefusal) {
+TEST_F(Encryption, ClearsFlagForOtherRefusals) {
   services.Set("key", Json(R"({"errorid":"QOB.2","errortext":"No"})"));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not get room key: No");
 }
 
-TEST_F(Encryption, LowersTheFlagOfAnEarlierRefusal) {
+TEST_F(Encryption, ClearsFlagOfEarlierRefusal) {
   services.Once("key", Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Ask for access"})"));
   EXPECT_FALSE(Encrypt());
   EXPECT_TRUE(keyErrorFlag);
@@ -113,7 +113,7 @@ TEST_F(Encryption, NamesTheKeyServerToTheServiceThatCouldNotProveTheRoomsKey) {
   EXPECT_EQ(services.GetRequests("certlist")[0].body, R"({"keyserver":"https://one.example"})");
 }
 
-TEST_F(Encryption, ReplacesAKeyWithoutDataUnproven) {
+TEST_F(Encryption, ReplacesKeyWithoutDataAndProvesNothing) {
   SetRoomKey("data", R"("")");
   ASSERT_TRUE(Encrypt()) << Error();
   EXPECT_EQ(services.GetSteps()[1], "certlist");
@@ -155,7 +155,7 @@ TEST_F(Encryption, FailsWhenNoServerMakesAKey) {
   EXPECT_EQ(services.Count("newkey"), 0U);
 }
 
-TEST_F(Encryption, FailsWhenTheNewKeyIsNotTaken) {
+TEST_F(Encryption, FailsWhenNewKeyCannotBeUploaded) {
   TakeRoomKeyAway();
   services.Set("newkey", Status(409));
   ExpectNothingWritten();
@@ -177,8 +177,7 @@ TEST_F(Encryption, FailsWhenTheNewKeyCannotBeProvenAndMakesNoSecond) {
   EXPECT_EQ(services.Count("getKeyRequest"), 0U);
 }
 
-// The service URL of the room is missed before room and group, and these in this order.
-TEST_F(Encryption, MissesUrlRoomAndGroupInThisOrder) {
+TEST_F(Encryption, ReportsMissingUrlThenRoomThenGroup) {
   CryptClientTestPeer peer(client);
   RoomKey roomKey;
   CryptClient withoutUrl(&services.http, "", "", "room 1");
@@ -207,21 +206,21 @@ TEST_F(Encryption, NeedsAGroup) {
   EXPECT_EQ(services.Count("getKeyRequest"), 0U);
 }
 
-TEST_F(Encryption, MissesTheGroupBeforeItMakesATemporaryFile) {
+TEST_F(Encryption, ReportsMissingGroupBeforeTemporaryFile) {
   SetRoomKey("group", R"("")");
   scratch.BreakTemporary();
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Invalid group");
 }
 
-TEST_F(Encryption, MissesTheIntegrityKeyBeforeItMakesATemporaryFile) {
+TEST_F(Encryption, ReportsMissingIntegrityKeyBeforeTemporaryFile) {
   services.Set("getKeyRequest", ErrorCode(607));
   scratch.BreakTemporary();
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "607 Key Not Found");
 }
 
-TEST_F(Encryption, MissesTheRoomBeforeTheGroup) {
+TEST_F(Encryption, ReportsMissingRoomBeforeGroup) {
   services.Set("key",
                Json(With(With(ScriptedServices::RoomKeyResponse(), "room", R"("")"), "group", R"("")")));
   ExpectNothingWritten();
@@ -241,7 +240,7 @@ TEST_F(Encryption, FailsWithoutATokenForTheIntegrityKey) {
   EXPECT_EQ(Error(), "Could not get authorization token: HTTP 401");
 }
 
-TEST_F(Encryption, FailsWithoutAPlaceForTheTemporaryFile) {
+TEST_F(Encryption, FailsWhenTemporaryFileCannotBeMade) {
   scratch.BreakTemporary();
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not create temporary file: No such file or directory");
@@ -262,13 +261,13 @@ TEST_F(Encryption, FailsForADirectory) {
   EXPECT_EQ(Error(), "Could not sign file: Is a directory");
 }
 
-TEST_F(Encryption, FailsInTheWordsOfTheSigningServer) {
+TEST_F(Encryption, FailsWithMessageOfSigningServer) {
   services.Set("signRequest", ErrorCode(609));
   ExpectNothingWritten();
   EXPECT_EQ(Error(), "Could not sign file: 609 Auth Failed");
 }
 
-TEST_F(Encryption, FailsInTheWordsOfTheCryptServiceWhenTheSignatureGetsNoToken) {
+TEST_F(Encryption, FailsWithMessageOfCryptServiceWhenTokenForSignatureFails) {
   services.Once("authztoken", TestSupport::Token("first"));
   services.Set("authztoken", Status(403));
   ExpectNothingWritten();
@@ -305,7 +304,7 @@ TEST_F(Encryption, RefusesAnEmptySignature) {
   EXPECT_EQ(Error(), "Could not sign file: Could not sign hash: Invalid signedHashes");
 }
 
-// Line ends alone are a text, and decode to no byte.
+// A string of line ends alone is not empty, but decodes to nothing.
 TEST_F(Encryption, RefusesASignatureThatDecodesToNothing) {
   services.Set("signRequest", Payload(R"({"type":"signResponse","signedHashes":["\r\n"]})"));
   ExpectNothingWritten();
@@ -328,21 +327,21 @@ TEST_F(Encryption, LeavesAFileInPlacePlainWhenItsEnvelopeFails) {
   EXPECT_EQ(scratch.Read("plain.txt"), kPlain);
 }
 
-// The one object that stands between the signature and the recipient is refused its memory in its turn.
-TEST_F(Encryption, FailsWithoutMemoryForTheEnvelope) {
+// The envelope is one of the objects whose allocation fails here.
+TEST_F(Encryption, FailsOnAllocationFailureForEnvelope) {
   const std::string error = ErrorOfFailedObject("Could not create enveloped data: ");
   EXPECT_THAT(error, StartsWith("Could not create enveloped data: "));
   EXPECT_THAT(error, EndsWith("memory"));
 }
 
-TEST_F(Encryption, FailsWithoutAPlaceForTheTarget) {
+TEST_F(Encryption, FailsWhenTargetCannotBeMade) {
   target = scratch.File("no/such/place");
   EXPECT_FALSE(Encrypt());
   EXPECT_EQ(Error(), "Could not encrypt file: No such file or directory");
   EXPECT_THAT(scratch.GetTemporaryNames(), IsEmpty());
 }
 
-TEST_F(Encryption, GoesOnToTheNextKeyServerInEveryStep) {
+TEST_F(Encryption, TriesNextKeyServerInEveryStep) {
   SetRoomKey("keyserver", R"(["https://dead.example","https://one.example"])");
   services.Set("status", [](const RecordedRequest& request) {
     return request.url.starts_with("https://dead") ? NoExchange("dead")

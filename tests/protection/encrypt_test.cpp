@@ -92,7 +92,7 @@ TEST_F(Encryption, AsksForTheIntegrityKeyWithoutSubId) {
       HasSubstr(R"("key":{"type":"handle","id":"integrity","subId":""},"representation":"certificate")"));
 }
 
-TEST_F(Encryption, HasTheIntegrityKeySignAHashOfSHA512) {
+TEST_F(Encryption, SignsSHA512HashWithIntegrityKey) {
   ASSERT_TRUE(Encrypt()) << Error();
   const std::string body = services.GetRequests("signRequest")[0].body;
   EXPECT_THAT(body, HasSubstr(R"("signatureKey":{"type":"handle","id":"integrity","subId":"7"})"));

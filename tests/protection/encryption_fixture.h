@@ -23,15 +23,15 @@ class Encryption : public TestSupport::ServicesTest {
     EXPECT_EQ(scratch.Read("plain.txt"), kPlain);
     EXPECT_FALSE(keyErrorFlag);
   }
-  /// Encrypts again and again, each time refusing its memory to the next of the objects that the operation
-  /// makes, until all are granted. Each failure leaves nothing behind; the one of this text is handed out.
-  std::string ErrorOfFailedObject(const std::string& text) {
+  /// Encrypts again and again. Each time the allocation of one more object of the operation fails, until none
+  /// does. Each failure has to leave nothing behind; returns the message that begins like this.
+  std::string ErrorOfFailedObject(const std::string& beginning) {
     std::string found;
     for (int number = 1;; ++number) {
       TestSupport::FailingObject failing(number);
       const bool done = Encrypt();
       const bool struck = failing.End();
-      if (!done && Error().starts_with(text)) found = Error();
+      if (!done && Error().starts_with(beginning)) found = Error();
       EXPECT_EQ(scratch.Exists("protected.bin"), done) << number << ": " << Error();
       EXPECT_THAT(scratch.GetTemporaryNames(), ::testing::IsEmpty());
       if (done) {

@@ -47,7 +47,7 @@ class Signing : public TestSupport::ClientInternalsTest {
   AnsiStr signature = "old signature";
 };
 
-TEST_F(Signing, AsksWithHandleAlgorithmAndOneHash) {
+TEST_F(Signing, SendsHandleAlgorithmAndOneHash) {
   Attempt(Signed(R"(["c2lnbmVk"])"));
   ASSERT_TRUE(KeyServerSign());
   EXPECT_EQ(http.GetRequest(2).body,
@@ -56,7 +56,7 @@ TEST_F(Signing, AsksWithHandleAlgorithmAndOneHash) {
   EXPECT_EQ(Str(value), "signed");
 }
 
-TEST_F(Signing, ShowsTheRoomAndTheHandleToTheCryptService) {
+TEST_F(Signing, RequestsTokenForRoomAndHandle) {
   Attempt(Signed(R"(["c2lnbmVk"])"));
   ASSERT_TRUE(KeyServerSign());
   EXPECT_EQ(http.GetRequest(1).url, "https://crypt.example/api/crypt/authztoken/room%201");
@@ -64,7 +64,7 @@ TEST_F(Signing, ShowsTheRoomAndTheHandleToTheCryptService) {
                                      R"("key":{"type":"handle","id":"key-1","subId":"2"}})");
 }
 
-TEST_F(Signing, PassesAnyHandleOnUnchanged) {
+TEST_F(Signing, SendsAnyHandleUnchanged) {
   handle = Map(R"({"subId":"x","more":[1],"type":"wrappedKey"})");
   Attempt(Signed(R"(["c2lnbmVk"])"));
   ASSERT_TRUE(KeyServerSign());
@@ -81,22 +81,22 @@ TEST_F(Signing, SendsALongHashInOneLine) {
   EXPECT_EQ(ToBase64(hash).find('\n'), std::string::npos);
 }
 
-TEST_F(Signing, CutsTheSignatureToItsTrueLength) {
+TEST_F(Signing, ReturnsSignatureOfExactLength) {
   Attempt(Signed(R"(["YQ=="])"));
   ASSERT_TRUE(KeyServerSign());
   EXPECT_EQ(value.GetSize(), 1U);
   EXPECT_EQ(Str(value), "a");
 }
 
-TEST_F(Signing, PassesOverLineEndsInTheSignature) {
+TEST_F(Signing, IgnoresLineEndsInSignature) {
   Attempt(Signed(R"(["c2ln\r\nbmVk\r\n"])"));
   ASSERT_TRUE(KeyServerSign());
   EXPECT_EQ(Str(value), "signed");
 }
 
-// The size that a text may decode to is reckoned in 64 bits: from 715,827,883 characters on six bits of each
+// The size of the decoded hash is computed in 64 bits: from 715,827,883 characters on, six bits of each
 // no longer fit 32.
-TEST_F(Signing, DecodesATextOfAnyLength) {
+TEST_F(Signing, DecodesHashOfAnyLength) {
   Attempt(Signed(R"(["c2lnbmVk"])"));
   AnsiStr hash;
   constexpr std::uint32_t kLength = 715'827'888;
@@ -140,7 +140,7 @@ TEST_F(Signing, NeedsASignatureInTheResponse) {
   }
 }
 
-TEST_F(Signing, EmptiesTheSignatureWhenNoServerAnswersInBase64) {
+TEST_F(Signing, ClearsSignatureWhenNoServerSendsBase64) {
   const Blob shared = value;
   Attempt(Signed(R"(["not base64!"])"));
   Attempt(Signed(R"(["YQ"])"));
@@ -150,28 +150,28 @@ TEST_F(Signing, EmptiesTheSignatureWhenNoServerAnswersInBase64) {
   EXPECT_EQ(Str(shared), "old value");
 }
 
-TEST_F(Signing, GivesTheSignatureOfABase64HashAsBase64) {
+TEST_F(Signing, ReturnsSignatureAsBase64) {
   Attempt(Signed(R"(["c2lnbmVk"])"));
   ASSERT_TRUE(Sign());
   EXPECT_EQ(Str(signature), "c2lnbmVk");
   EXPECT_NE(http.GetRequest(2).body.find(R"("hashesToBeSigned":["aGFzaA=="])"), std::string::npos);
 }
 
-TEST_F(Signing, SendsAHashWithLineEndsInItsPlainForm) {
+TEST_F(Signing, SendsHashWithoutItsLineEnds) {
   Attempt(Signed(R"(["c2ln\r\nbmVk"])"));
   ASSERT_TRUE(Sign("aGFz\r\naA==\r\n"));
   EXPECT_NE(http.GetRequest(2).body.find(R"("hashesToBeSigned":["aGFzaA=="])"), std::string::npos);
   EXPECT_EQ(Str(signature), "c2lnbmVk");
 }
 
-TEST_F(Signing, GivesALongSignatureInOneLine) {
+TEST_F(Signing, ReturnsLongSignatureInOneLine) {
   const std::string bytes(512, 's');
   Attempt(Signed("[" + Quoted(ToBase64(bytes)) + "]"));
   ASSERT_TRUE(Sign());
   EXPECT_EQ(Str(signature), ToBase64(bytes));
 }
 
-TEST_F(Signing, RefusesAHashThatIsNoBase64WithoutAskingAnyone) {
+TEST_F(Signing, RefusesHashThatIsNotBase64AndSendsNothing) {
   for (const char* hash : {"not base64!", "YQ", "YQ=", "100%s", "A"}) {
     EXPECT_FALSE(Sign(hash)) << hash;
     EXPECT_EQ(Error(), std::string("Invalid base64 hash ") + hash);
@@ -180,7 +180,7 @@ TEST_F(Signing, RefusesAHashThatIsNoBase64WithoutAskingAnyone) {
   EXPECT_EQ(Str(signature), "old signature");
 }
 
-TEST_F(Signing, SendsAnEmptyHashForTheKeyServerToJudge) {
+TEST_F(Signing, SendsEmptyHash) {
   UseServers({"https://one.example"});
   Attempt(ErrorCode(601));
   EXPECT_FALSE(Sign(""));
@@ -188,7 +188,7 @@ TEST_F(Signing, SendsAnEmptyHashForTheKeyServerToJudge) {
   EXPECT_NE(http.GetRequest(2).body.find(R"("hashesToBeSigned":[""])"), std::string::npos);
 }
 
-TEST_F(Signing, PassesAnUnknownAlgorithmOn) {
+TEST_F(Signing, SendsUnknownAlgorithm) {
   UseServers({"https://one.example"});
   Attempt(ErrorCode(608));
   EXPECT_FALSE(client.Sign(handle, "ROT-13", "aGFzaA==", signature));
@@ -248,7 +248,7 @@ TEST_F(SigningCallback, RefusesAnIntegrityKeyWithoutCertificate) {
   ExpectRefused();
 }
 
-TEST_F(SigningCallback, HandsAFailureOnToTheErrorState) {
+TEST_F(SigningCallback, PutsFailureIntoErrorState) {
   UseServers({"https://one.example"});
   Attempt(ErrorCode(609));
   EXPECT_FALSE(SignHash());

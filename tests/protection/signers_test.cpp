@@ -55,7 +55,7 @@ TEST_F(Verification, DoubtsASignerWithAnEmptyGroup) {
   EXPECT_EQ(Error(), "Could not determine group of signer");
 }
 
-TEST_F(Verification, DoubtsASignerWhoseGroupIsNotToBeHad) {
+TEST_F(Verification, DoubtsSignerWhoseGroupCannotBeFetched) {
   services.Set("integrity", Status(404));
   ExpectDoubted();
   EXPECT_EQ(Error(), "Could not get integrity certificates: HTTP 404");
@@ -78,7 +78,7 @@ TEST_F(Verification, MatchesADigestWhateverItsCase) {
   ExpectVerified();
 }
 
-TEST_F(Verification, MatchesNoDigestThatIsOnlyAPart) {
+TEST_F(Verification, MatchesNoPartOfDigest) {
   const std::string digest = pki.integrity.certificate.GetDigest();
   services.Set("integrity",
                Json(R"({"integrity":[)" + Quoted(digest.substr(0, 63)) + "," + Quoted(digest + "0") + "]}"));
@@ -86,12 +86,12 @@ TEST_F(Verification, MatchesNoDigestThatIsOnlyAPart) {
   EXPECT_EQ(Error(), "Could not find a matching integrity certificate");
 }
 
-TEST_F(Verification, PassesOverAnElementThatIsNoText) {
+TEST_F(Verification, IgnoresListElementThatIsNotString) {
   const TraceRecorder traces;
   services.Set("integrity",
                Json(R"({"integrity":[7,"00",)" + Quoted(pki.integrity.certificate.GetDigest()) + ",8]}"));
   ExpectVerified();
-  // The crypt service's response of this road lacks "errorid", "errortext" and "plain"; the fourth is the 7.
+  // The crypt service's response of this flow lacks "errorid", "errortext" and "plain"; the fourth is the 7.
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 5U, 5U, 5U));
 }
 
@@ -127,13 +127,13 @@ TEST_F(Verification, NormalisesTheGroup) {
   }
 }
 
-TEST_F(Verification, UsesTheTextThatAHexadecimalGroupStandsFor) {
+TEST_F(Verification, DecodesHexadecimalGroup) {
   ProtectGroup({TestSupport::kGroupOid, "514f422E67"});
   ExpectVerified();
   ExpectGroupAsked("QOB.g");
 }
 
-TEST_F(Verification, TakesAGroupOfThreeCharactersOrFewerForHexadecimal) {
+TEST_F(Verification, DecodesGroupOfThreeCharactersOrFewer) {
   ProtectGroup({TestSupport::kGroupOid, "61"});
   ExpectVerified();
   ExpectGroupAsked("a");
@@ -142,7 +142,7 @@ TEST_F(Verification, TakesAGroupOfThreeCharactersOrFewerForHexadecimal) {
   ExpectGroupAsked("QOB");
 }
 
-TEST_F(Verification, AsksForAGroupThatIsNoHexadecimalAsItStands) {
+TEST_F(Verification, RequestsGroupThatIsNotHexadecimalUnchanged) {
   ProtectGroup({TestSupport::kGroupOid, "group one"});
   ExpectVerified();
   ExpectGroupAsked("group%20one");
@@ -155,7 +155,7 @@ TEST_F(Verification, TracesTheGroupAsItWasRead) {
   EXPECT_THAT(traces.GetTexts(2), Contains("CryptClient::DecryptFile: group=[514F422E67]"));
 }
 
-TEST_F(Verification, ComparesRoomAndRoomUrlWithNothing) {
+TEST_F(Verification, IgnoresValuesOfRoomAndRoomUrl) {
   SignerSpec signer = Signer();
   signer.attributes[1].value = "another room";
   signer.attributes[2].value = "nowhere";
@@ -166,7 +166,7 @@ TEST_F(Verification, ComparesRoomAndRoomUrlWithNothing) {
   ExpectVerified();
 }
 
-TEST_F(Verification, LooksForTheCertificateInTheListBeforeItJudgesItsChain) {
+TEST_F(Verification, LooksForCertificateInListBeforeItsChain) {
   const Identity sub = Identity::MakeIssued(Authority("Sub"), pki.issuing, KeyPair::MakeEC());
   const Identity integrity = Identity::MakeIssued(EndEntity("integrity"), sub, KeyPair::MakeRSA());
   SignerSpec signer = SignerOf(integrity);
@@ -243,7 +243,6 @@ class TwoSigners : public Verification {
   Identity other;
 };
 
-// With two signers both have to pass, each against the group that it names.
 TEST_F(TwoSigners, BothHaveToPass) {
   Protect({Signer(), Second()});
   ExpectVerified();
@@ -252,7 +251,6 @@ TEST_F(TwoSigners, BothHaveToPass) {
   EXPECT_THAT(services.GetRequests("integrity")[1].url, EndsWith(GroupUrl("QOB.second")));
 }
 
-// Two signers of which the second fails leave the origin unproven with the second one's message.
 TEST_F(TwoSigners, AreDoubtedForTheSecond) {
   services.Set("integrity", [this](const RecordedRequest& request) {
     const bool isFirst = request.url.find("QOB.group-1") != std::string::npos;
@@ -265,8 +263,7 @@ TEST_F(TwoSigners, AreDoubtedForTheSecond) {
   EXPECT_EQ(services.Count("integrity"), 2U);
 }
 
-// When the first of two signers fails nobody is asked about the second.
-TEST_F(TwoSigners, AreDoubtedForTheFirstWithoutALookAtTheSecond) {
+TEST_F(TwoSigners, AreDoubtedForFirstWithoutCheckOfSecond) {
   ListIntegrity({other.certificate});
   Protect({Signer(), Second()});
   ExpectDoubted();
@@ -274,7 +271,6 @@ TEST_F(TwoSigners, AreDoubtedForTheFirstWithoutALookAtTheSecond) {
   EXPECT_EQ(services.Count("integrity"), 1U);
 }
 
-// As many signers as a message may have are examined one after the other.
 TEST_F(Verification, ExaminesAsManySignersAsTheLimit) {
   ProtectBy(OruOssSec::CMSLimits::kSigners);
   ExpectVerified();
@@ -293,7 +289,6 @@ TEST_F(Verification, RefusesMoreSignersThanTheLimitBeforeItAsksForLists) {
   EXPECT_EQ(services.Count("integrity") + services.Count("certstore") + services.Count("truststore"), 0U);
 }
 
-// One of two signatures that does not hold stops the delivery.
 TEST_F(TwoSigners, AreRefusedForOneSignatureThatDoesNotHold) {
   std::string inner = MakeSigned(kPlain, {Signer(), Second()});
   inner.back() = static_cast<char>(inner.back() ^ 1);
@@ -320,7 +315,6 @@ TEST_F(SignerChecks, PassWithTheGroupsCertificate) {
   EXPECT_TRUE(peer.CheckSignerGroup(signer)) << Error();
 }
 
-// A signer without a certificate is doubted before its attributes are read and anyone is asked.
 TEST_F(SignerChecks, NeedACertificate) {
   const TraceRecorder traces;
   signer.certificate.Clear();
@@ -353,15 +347,14 @@ TEST_F(SignerChecks, TakeTheSubjectAsText) {
   EXPECT_EQ(Str(GetCertSubject(OruOssSec::Certificate())), "");
 }
 
-// A group is asked for before the digest of its signer's certificate is computed.
-TEST_F(SignerChecks, MissTheGroupBeforeTheDigest) {
+TEST_F(SignerChecks, ReportMissingGroupBeforeDigest) {
   signer.signedAttributes = OruGuiBase::KVMap();
   const TestSupport::NoDigests without;
   EXPECT_FALSE(peer.CheckSignerGroup(signer));
   EXPECT_EQ(Error(), "Could not determine group of signer");
 }
 
-// Hexadecimal text that stands for nothing, line ends alone, leaves an empty group to ask for.
+// A hexadecimal group of line ends alone decodes to the empty string.
 TEST_F(SignerChecks, AskWithoutAGroupWhenItDecodesToNothing) {
   signer.signedAttributes.Set(TestSupport::kGroupOid, "\r\n");
   TestSupport::ScriptedHttp http;
@@ -372,8 +365,8 @@ TEST_F(SignerChecks, AskWithoutAGroupWhenItDecodesToNothing) {
   EXPECT_EQ(Str(other.GetErrorMessage()), "Could not find a matching integrity certificate");
 }
 
-// In a message without signers, which the verification before refuses, there is nobody to doubt.
-TEST_F(SignerChecks, FindNothingToDoubtWithoutSigners) {
+// The verification before this refuses a message without signers; the check itself finds nobody to doubt.
+TEST_F(SignerChecks, PassWithoutSigners) {
   SignerSpec removed;
   removed.identity = pki.integrity;
   OruOssSec::CMSMsg message;

@@ -55,7 +55,7 @@ TEST_F(Verification, VerifiesAFileInPlace) {
   EXPECT_EQ(scratch.Read("protected.bin"), kPlain);
 }
 
-TEST_F(Verification, UnwindsOneSignatureAlone) {
+TEST_F(Verification, RemovesOneSignatureLayerOnly) {
   const std::string inner = MakeSigned(kPlain, {Signer()});
   ProtectMessage(MakeSigned(inner, {Signer()}));
   ASSERT_TRUE(Decrypt()) << Error();
@@ -126,7 +126,7 @@ TEST_F(Verification, RefusesAMessageThatNobodySignedWithAPlainKey) {
   ExpectReason("Could not verify signature: ");
 }
 
-TEST_F(Verification, FailsWithoutAPlaceForTheContentWithAPlainKey) {
+TEST_F(Verification, FailsWhenTargetCannotBeMadeWithPlainKey) {
   HandOutPlainKey();
   target = scratch.File("no/such/place");
   EXPECT_FALSE(Decrypt());
@@ -170,7 +170,7 @@ TEST_F(Verification, ReadsTheListOfRootsBeforeTheListOfTrustedIssuers) {
   EXPECT_EQ(services.Count("truststore"), 1U);
 }
 
-TEST_F(Verification, NeedsATrustedIssuerBeforeItLooksAtTheSignature) {
+TEST_F(Verification, NeedsTrustedIssuerBeforeSignatureIsChecked) {
   services.Set("truststore", Json(""));
   std::string inner = MakeSigned(kPlain, {Signer()});
   inner.back() = static_cast<char>(inner.back() ^ 1);
@@ -210,7 +210,7 @@ TEST_F(Verification, RefusesASignerOutsideTheLists) {
   ExpectReason("Could not verify signature: ");
 }
 
-TEST_F(Verification, RefusesAMessageThatDoesNotHoldItsSigner) {
+TEST_F(Verification, RefusesMessageWithoutSignersCertificate) {
   SignerSpec signer = Signer();
   signer.hasCertificate = false;
   Protect({signer});
@@ -246,7 +246,7 @@ TEST_F(Verification, RefusesASignerWhoseCertificateWasNotValidYet) {
   ExpectReason("Could not verify signature: ");
 }
 
-TEST_F(Verification, FailsWithoutAPlaceForTheContent) {
+TEST_F(Verification, FailsWhenTargetCannotBeMade) {
   target = scratch.File("no/such/place");
   EXPECT_FALSE(Decrypt());
   EXPECT_TRUE(isSigned);
