@@ -9,7 +9,7 @@ namespace TestSupport {
 /// The same with the private members at hand, for what no public member shows or reaches.
 class ClientInternalsTest : public ClientTest {
  protected:
-  /// One key server that has answered a probe already and is in use.
+  /// Uses one key server, which has responded to a probe already.
   void UseKnownServer() {
     UseServers({"https://one.example"});
     OruGuiBase::PackedDateTime time;

@@ -42,13 +42,13 @@ CertSpec Authority(std::string commonName);
 /// A key that is too short for anything but opening what was made for it.
 KeyPair MakeWeakRSA();
 
-/// The wrapped key that a key server makes: the text of a CMS message around a JSON object that carries the
-/// inner signing certificate.
+/// The wrapped key that a key server makes: a CMS message in its text form around a JSON object that carries
+/// the inner signing certificate.
 std::string WrappedKey(const Cert& innerSigning);
 /// The same around any content.
 std::string WrappedText(std::string_view content);
 
-/// Certificates and keys as the client holds them; a text that cannot be loaded fails the test.
+/// Certificates and keys as the client holds them; one that cannot be loaded fails the test.
 OruOssSec::Certificate LoadCert(const Cert& certificate);
 OruOssSec::PrivateKey LoadKey(const KeyPair& key);
 

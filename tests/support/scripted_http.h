@@ -25,16 +25,16 @@ struct RecordedRequest {
   std::string targetFile;
 };
 
-/// What the transport answers.
+/// The outcome of one exchange, as the test wants it.
 struct CannedResponse {
-  std::int32_t result = 0;  ///< negative: no exchange took place, and `errorText` tells why
+  std::int32_t result = 0;  ///< negative: no exchange took place, and `errorText` says why
   std::string errorText;
   std::uint32_t status = 200;
   Headers headers;
   std::string body;  ///< goes to the target file when the request names one
 };
 
-/// Answers of the common types.
+/// Responses of the common types.
 CannedResponse Json(std::string body);
 CannedResponse Status(std::uint32_t status, std::string body = "");
 CannedResponse NoExchange(std::string errorText);
@@ -67,7 +67,7 @@ class ScriptedHttp final : public OruKalvix::ICryptClientHttp {
   /// The request at an index; fails the test when there were fewer.
   RecordedRequest GetRequest(std::size_t index) const;
   std::size_t GetRequestCount() const;
-  /// "METHOD url" of each request without its query, for the order of a road.
+  /// "METHOD url" of each request without its query, to compare the order of requests.
   std::vector<std::string> GetLines() const;
 
   std::uint32_t GetAddRefs() const { return addRefs_; }

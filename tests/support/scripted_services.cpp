@@ -18,7 +18,7 @@ KVMap PayloadOf(const RecordedRequest& request) {
   return Map(request.body).Get("payload").AsMap();
 }
 
-/// The first text of a list in a command's payload, decoded.
+/// The first string of a list in a command's payload, decoded.
 std::string FirstBytes(const RecordedRequest& request, const char* member) {
   return FromBase64(Str(PayloadOf(request).Get(member).AsArray()[0].AsString()));
 }
@@ -93,7 +93,7 @@ CannedResponse ScriptedServices::Respond(const RecordedRequest& request) {
   }
   const auto usual = steps_.find(step);
   if (usual != steps_.end()) return usual->second(request);
-  ADD_FAILURE() << "no such step on the road: " << step;
+  ADD_FAILURE() << "no such step: " << step;
   return NoExchange("no such step");
 }
 

@@ -21,8 +21,8 @@ inline constexpr const char* kIntegritySubId = "7";
 inline constexpr const char* kServicesDate = "Wed, 15 May 2024 12:00:00 GMT";
 inline constexpr std::time_t kServicesTime = 1715774400;
 
-/// Both services of a whole system that works, with the keys of Pki: an override makes one step of a road go
-/// wrong.
+/// A crypt service and a key server that work, with the keys of Pki. A test replaces the response of a step
+/// to make it fail.
 ///
 /// Steps are named by the last fixed part of their URL: "key", "certlist", "newkey", "integrity",
 /// "authztoken" of the crypt service, "status", "certstore", "truststore" of a key server; a key-server
@@ -43,7 +43,7 @@ class ScriptedServices {
   std::vector<RecordedRequest> GetRequests(const std::string& step) const;
   std::size_t Count(const std::string& step) const { return GetRequests(step).size(); }
 
-  /// The usual response of the crypt service to a question for the room's key, to be changed and set again.
+  /// The usual response of the crypt service to a request for the room's key, to be changed and set again.
   static OruGuiBase::KVMap RoomKeyResponse();
   static OruGuiBase::KVMap RoomCertsResponse();
   /// The usual responses of a key server.

@@ -5,7 +5,7 @@
 
 #include "tests/support/scripted_http.h"
 
-// The texts that go over the wire, and the responses of well-behaved servers.
+// What goes over the wire: bodies of commands, and the responses of well-behaved servers.
 namespace TestSupport {
 
 inline constexpr const char* kDate = "Sun, 06 Nov 1994 08:49:37 GMT";
@@ -17,7 +17,7 @@ inline std::string Envelope(std::string_view payload) {
          std::string(payload) + "}";
 }
 
-/// A key server's answer with the payload.
+/// A key server's response with the payload.
 inline CannedResponse Payload(std::string_view payload) {
   return Json(R"({"header":{"type":"standardVelmoraHeader"},"payload":)" + std::string(payload) + "}");
 }
@@ -27,12 +27,12 @@ inline CannedResponse ErrorCode(int code) {
   return Payload(R"({"type":"status","code":)" + std::to_string(code) + "}");
 }
 
-/// The crypt service's answer with an authorization token.
+/// The crypt service's response with an authorization token.
 inline CannedResponse Token(std::string_view token) {
   return Json(R"({"authztoken":")" + std::string(token) + R"("})");
 }
 
-/// A key server's answer to a probe.
+/// A key server's response to a probe.
 inline CannedResponse Alive() {
   return DateResponse(kDate);
 }
