@@ -31,7 +31,7 @@ class AuditLogFailures : public AuditLogTest {
   }
 };
 
-TEST_F(AuditLogFailures, DirectoryThatMayNotBeWrittenIsToldBeforeAnyServerIsAsked) {
+TEST_F(AuditLogFailures, ReportsUnwritableDirectoryBeforeServersAreAsked) {
   const fs::path temporary = scratch.Path("temporary");
   fs::permissions(scratch.Path("."), fs::perms::all);
   fs::permissions(temporary, fs::perms(0555));
@@ -46,7 +46,7 @@ TEST_F(AuditLogFailures, DirectoryThatMayNotBeWrittenIsToldBeforeAnyServerIsAske
   ExpectNoLog();
 }
 
-TEST_F(AuditLogFailures, DirectoryThatIsGoneIsToldBeforeAnyServerIsAsked) {
+TEST_F(AuditLogFailures, ReportsMissingDirectoryBeforeServersAreAsked) {
   scratch.BreakTemporary();
   EXPECT_FALSE(GetLog());
   EXPECT_THAT(error, StartsWith("Could not create "));
@@ -81,7 +81,7 @@ TEST_F(AuditLogFailures, DiskThatFillsUpDuringTheMergeLeavesNoFile) {
   ExpectNoLog();
 }
 
-TEST_F(AuditLogFailures, DiskThatTakesNoLogAtAllLeavesNoFile) {
+TEST_F(AuditLogFailures, DiskWithoutSpaceLeavesNoFile) {
   {
     const OruGuiBase::FileSizeLimit limit(kLogBytes / 10);
     EXPECT_FALSE(GetLog());

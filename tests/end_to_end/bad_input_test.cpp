@@ -38,7 +38,7 @@ class BadInput : public EndToEndTest {
   }
 };
 
-TEST_F(BadInput, MissingSourceIsTold) {
+TEST_F(BadInput, MissingSourceIsReported) {
   EXPECT_EQ(EncryptError(scratch.File("none"), scratch.File("out")),
             "Could not sign file: No such file or directory");
   EXPECT_EQ(DecryptError(scratch.File("none"), scratch.File("out")),
@@ -46,20 +46,20 @@ TEST_F(BadInput, MissingSourceIsTold) {
   EXPECT_FALSE(scratch.Exists("out"));
 }
 
-TEST_F(BadInput, DirectoryAsSourceIsTold) {
+TEST_F(BadInput, DirectoryAsSourceIsReported) {
   fs::create_directory(scratch.Path("folder"));
   EXPECT_EQ(EncryptError(scratch.File("folder"), scratch.File("out")), "Could not sign file: Is a directory");
   EXPECT_EQ(DecryptError(scratch.File("folder"), scratch.File("out")),
             "Could not parse encrypted file: Is a directory");
 }
 
-TEST_F(BadInput, EmptyNameIsTold) {
+TEST_F(BadInput, EmptyNameIsReported) {
   EXPECT_THAT(EncryptError(File(), scratch.File("out")), HasSubstr("Could not sign file: "));
   EXPECT_THAT(DecryptError(File(), scratch.File("out")), HasSubstr("Could not parse encrypted file: "));
   EXPECT_THAT(EncryptError(scratch.File("plain"), File()), HasSubstr("Could not encrypt file: "));
 }
 
-TEST_F(BadInput, UnreadableSourceIsTold) {
+TEST_F(BadInput, UnreadableSourceIsReported) {
   OpenFolders();
   fs::permissions(scratch.Path("plain"), fs::perms::none);
   fs::permissions(scratch.Path("secret"), fs::perms::none);
@@ -70,21 +70,21 @@ TEST_F(BadInput, UnreadableSourceIsTold) {
             "Could not parse encrypted file: Permission denied");
 }
 
-TEST_F(BadInput, SourceThatFailsWhileItIsReadIsTold) {
+TEST_F(BadInput, SourceThatFailsWhileItIsReadIsReported) {
   // The first page of a process is not mapped, so reading its memory from the start fails.
   EXPECT_EQ(EncryptError(File("/proc/self/mem"), scratch.File("out")),
             "Could not sign file: Input/output error");
   EXPECT_FALSE(scratch.Exists("out"));
 }
 
-TEST_F(BadInput, TargetInMissingFolderIsTold) {
+TEST_F(BadInput, TargetInMissingFolderIsReported) {
   EXPECT_EQ(EncryptError(scratch.File("plain"), scratch.File("none/out")),
             "Could not encrypt file: No such file or directory");
   EXPECT_EQ(DecryptError(scratch.File("secret"), scratch.File("none/out")),
             "Could not read signed content: No such file or directory");
 }
 
-TEST_F(BadInput, DirectoryAsTargetIsTold) {
+TEST_F(BadInput, DirectoryAsTargetIsReported) {
   fs::create_directory(scratch.Path("folder"));
   EXPECT_EQ(EncryptError(scratch.File("plain"), scratch.File("folder")),
             "Could not encrypt file: Is a directory");
@@ -92,7 +92,7 @@ TEST_F(BadInput, DirectoryAsTargetIsTold) {
             "Could not read signed content: Is a directory");
 }
 
-TEST_F(BadInput, TargetThatMayNotBeWrittenIsTold) {
+TEST_F(BadInput, UnwritableTargetIsReported) {
   OpenFolders();
   scratch.Make("locked", "old");
   fs::permissions(scratch.Path("locked"), fs::perms::owner_read | fs::perms::others_read);
@@ -107,7 +107,7 @@ TEST_F(BadInput, TargetThatMayNotBeWrittenIsTold) {
   EXPECT_EQ(scratch.Read("locked"), "old");
 }
 
-TEST_F(BadInput, FullDiskIsTold) {
+TEST_F(BadInput, FullDiskIsReported) {
   EXPECT_EQ(EncryptError(scratch.File("plain"), File("/dev/full")),
             "Could not encrypt file: No space left on device");
   EXPECT_EQ(DecryptError(scratch.File("secret"), File("/dev/full")),
@@ -115,7 +115,7 @@ TEST_F(BadInput, FullDiskIsTold) {
   EXPECT_EQ(scratch.Read("plain"), "bytes");
 }
 
-TEST_F(BadInput, TemporaryDirectoryThatIsGoneIsTold) {
+TEST_F(BadInput, MissingTemporaryDirectoryIsReported) {
   scratch.BreakTemporary();
   EXPECT_EQ(EncryptError(scratch.File("plain"), scratch.File("out")),
             "Could not create temporary file: No such file or directory");
@@ -132,13 +132,13 @@ TEST_F(BadInput, FailureBeforeTheTargetIsTouchedLeavesTheOldOne) {
   EXPECT_EQ(scratch.Read("out"), "old");
 }
 
-TEST_F(BadInput, NullTransportIsTold) {
+TEST_F(BadInput, NullTransportIsReported) {
   OruKalvix::CryptClient client(nullptr, Ansi(stand.GetServiceUrl()), "", kRoom);
   EXPECT_FALSE(client.Encrypt(scratch.File("plain"), scratch.File("out"), keyErrorFlag));
   EXPECT_EQ(client.GetErrorMessage(), "Could not get room key: No HTTP service");
 }
 
-TEST_F(BadInput, EmptyServiceUrlIsTold) {
+TEST_F(BadInput, EmptyServiceUrlIsReported) {
   OruKalvix::CryptClient client(http.get(), "", "", kRoom);
   EXPECT_FALSE(client.Encrypt(scratch.File("plain"), scratch.File("out"), keyErrorFlag));
   EXPECT_EQ(client.GetErrorMessage(), "Invalid URL");

@@ -14,7 +14,7 @@
 
 namespace TestSupport {
 
-/// What came of opening a file.
+/// The outcome of Decrypt.
 struct Opened {
   bool done = false;
   bool isSigned = false;
@@ -22,8 +22,8 @@ struct Opened {
   std::string error;
 };
 
-/// A stand with three key servers, a transport to it, and a folder for files. At the end of a test no
-/// temporary file may be left.
+/// A crypt service and three key servers in this process, a transport to them over real HTTP, and a directory
+/// for files. A temporary file that is still there at the end fails the test.
 class EndToEndTest : public ::testing::Test {
  protected:
   static constexpr const char* kRoom = "demo";

@@ -70,7 +70,7 @@ TEST_P(EndToEndSizes, FileComesBack) {
 INSTANTIATE_TEST_SUITE_P(Edges, EndToEndSizes,
                          ::testing::Values(1, 15, 16, 17, 262143, 262144, 262145, 262160, 524288, 3145735));
 
-TEST_F(EndToEnd, RoomsOfAnyTextWork) {
+TEST_F(EndToEnd, RoomsOfAnyNameWork) {
   for (const char* room :
        {"room with blanks", "a/b?c=d#e%41", "R\xC3\xA4ume \xE2\x82\xAC", "..", "100%s%n"}) {
     SCOPED_TRACE(room);
@@ -133,7 +133,6 @@ TEST_F(EndToEnd, KnownServerIsProbedOncePerClient) {
 class UnprovableKey : public EndToEndTest,
                       public ::testing::WithParamInterface<std::pair<RoomCertificate, const char*>> {};
 
-// A room key that cannot be proven is replaced, and the reason stays recorded beside the success.
 TEST_P(UnprovableKey, IsReplacedAndTheReasonStaysRecorded) {
   Protect("first");
   ASSERT_TRUE(stand.SetRoomCertificate(kRoom, GetParam().first));
@@ -160,7 +159,7 @@ TEST_F(EndToEnd, RefusalSetsTheKeyErrorFlagAndNothingIsWritten) {
   EXPECT_FALSE(scratch.Exists("secret"));
 }
 
-TEST_F(EndToEnd, UnknownRoomIsToldWithoutTheKeyErrorFlag) {
+TEST_F(EndToEnd, UnknownRoomIsReportedWithoutKeyErrorFlag) {
   scratch.Make("plain", "bytes");
   EXPECT_FALSE(Encrypt("plain", "secret", "nobody's"));
   EXPECT_FALSE(keyErrorFlag);

@@ -33,7 +33,7 @@ TEST_F(Failover, AllServersDownReportsThatTheLastCouldNotBeReached) {
 }
 
 // A client that knows a server does not probe it again: that it has died shows in the exchange itself.
-TEST_F(Failover, ServerThatDiesBetweenTwoFilesOfOneClientIsLeft) {
+TEST_F(Failover, ServerThatDiesBetweenTwoFilesIsSkipped) {
   BeginRotationAt(0);
   OruKalvix::CryptClient client(http.get(), Ansi(stand.GetServiceUrl()), "", kRoom);
   const OruGuiBase::File plain = scratch.Make("plain", "bytes");
@@ -46,7 +46,7 @@ TEST_F(Failover, ServerThatDiesBetweenTwoFilesOfOneClientIsLeft) {
   ExpectComesBack("bytes");
 }
 
-TEST_F(Failover, SweepEndsWithTheLastServerWhenEachCutsItsResponse) {
+TEST_F(Failover, CommandFailsWhenEachServerCutsItsResponse) {
   Protect("bytes");
   for (int server = 0; server < 3; ++server) {
     SetFault(server, {.type = FaultType::Cut, .operation = "signRequest", .uses = 1});
@@ -66,7 +66,7 @@ TEST_F(Failover, TokenThatCannotBeFetchedEndsTheCommandWithServersUntried) {
   EXPECT_EQ(CountRequests("authztoken"), 1U);
 }
 
-TEST_F(Failover, SlowServerIsLeftWhenTheProbeTakesTooLong) {
+TEST_F(Failover, SlowServerIsSkippedWhenProbeTakesTooLong) {
   stand.GetSettings().SetStatusTimeout("1");
   SetFault(0, {.type = FaultType::Slow, .operation = "status", .uses = 1, .number = 1500});
   BeginRotationAt(0);
@@ -75,7 +75,7 @@ TEST_F(Failover, SlowServerIsLeftWhenTheProbeTakesTooLong) {
   ExpectComesBack("bytes");
 }
 
-TEST_F(Failover, ServiceThatIsGoneIsTold) {
+TEST_F(Failover, MissingCryptServiceIsReported) {
   scratch.Make("plain", "bytes");
   SetFault(kCryptService, {.type = FaultType::Down});
   EXPECT_FALSE(Encrypt("plain", "secret"));
@@ -92,8 +92,8 @@ struct Case {
 
 class KeyServerFault : public EndToEndTest, public ::testing::WithParamInterface<Case> {};
 
-// A fault of the server where a client begins is passed over, and leaves its message beside the success.
-TEST_P(KeyServerFault, OfOneServerIsPassedOver) {
+// A fault of the server where a client begins is skipped, and leaves its message beside the success.
+TEST_P(KeyServerFault, OfOneServerIsSkipped) {
   for (int server = 0; server < 3; ++server) {
     ASSERT_TRUE(stand.ClearFaults((server + 2) % 3));
     SetFault(server, GetParam().fault);
@@ -111,8 +111,7 @@ TEST_P(KeyServerFault, OfOneServerIsPassedOver) {
   }
 }
 
-// A fault of all key servers ends in its message.
-TEST_P(KeyServerFault, OfAllServersIsTold) {
+TEST_P(KeyServerFault, OfAllServersIsReported) {
   SetFaults(GetParam().fault);
   scratch.Make("plain", "bytes");
   const bool isProtected = Encrypt("plain", "secret");
@@ -171,7 +170,7 @@ const Case kCases[] = {
 INSTANTIATE_TEST_SUITE_P(Rows, KeyServerFault, ::testing::ValuesIn(kCases),
                          [](const auto& row) { return row.param.name; });
 
-// Not passed over like the faults above: the exchange was good, and that the value is wrong shows after the
+// Not skipped like the faults above: the exchange was good, and that the value is wrong shows after the
 // sweep.
 TEST_F(Failover, WrongSignatureFailsTheSigningAndPublishesNothing) {
   SetFaults({.type = FaultType::BadSignature});

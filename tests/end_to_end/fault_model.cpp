@@ -128,10 +128,10 @@ Outcome Walk(const Servers& servers) {
   return outcome;
 }
 
-// Without any server that can be reached the room's key is not proven either, and a new one is asked for. The
+// Without any server that can be reached the room's key is not proven either, and a new one is requested. The
 // crypt service's response then begins the rotation again at the server that was taken last, so the one
-// before that is the last of all. Otherwise the signature is what fails, and that is told within the failure
-// of the file.
+// before that is the last of all. Otherwise the signature is what fails, and that is reported within the
+// failure of the file.
 Outcome PredictSign(const Servers& servers) {
   Outcome outcome = Sweep(Operation::Sign, servers);
   if (outcome.done) return outcome;
@@ -155,7 +155,7 @@ Outcome PredictDecrypt(const Servers& servers) {
   return outcome;
 }
 
-// A named operation tells the message of its failure alone.
+// A named operation reports the message of its failure alone.
 Outcome PredictConfigGroup(const Servers& servers) {
   Outcome outcome = Sweep(Operation::ConfigGroup, servers);
   if (outcome.done) Record(kGood, outcome);

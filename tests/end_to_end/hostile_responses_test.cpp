@@ -46,7 +46,7 @@ class HostileResponse : public EndToEndTest,
     return fault;
   }
 
-  // Whatever the response: either the road works in spite of it, with the right bytes, or there is a reason
+  // Whatever the response: either the flow works in spite of it, with the right bytes, or there is a reason
   // and nothing was delivered.
   void ExpectGoodOrExplained() {
     scratch.Make("plain", "bytes");
@@ -94,7 +94,7 @@ INSTANTIATE_TEST_SUITE_P(Answers, HostileKeyServers,
 
 class HostileLists : public EndToEndTest {};
 
-TEST_F(HostileLists, EmptyTrustListEndsBeforeTheSignatureIsLookedAt) {
+TEST_F(HostileLists, EmptyTrustListFailsBeforeSignatureIsChecked) {
   Protect("bytes");
   stand.GetSettings().SetTrustStoreText("");
   const Opened opened = Decrypt("secret", "opened");
@@ -104,7 +104,7 @@ TEST_F(HostileLists, EmptyTrustListEndsBeforeTheSignatureIsLookedAt) {
   EXPECT_FALSE(scratch.Exists("opened"));
 }
 
-TEST_F(HostileLists, ListThatCannotBeReadIsTold) {
+TEST_F(HostileLists, ListThatCannotBeReadIsReported) {
   Protect("bytes");
   stand.GetSettings().SetCertStoreText("no certificate at all");
   const Opened opened = Decrypt("secret", "opened");
@@ -123,7 +123,7 @@ struct ListCase {
 class IntegrityLists : public EndToEndTest, public ::testing::WithParamInterface<ListCase> {};
 
 // What the crypt service lists decides on the proof of origin, never on the delivery.
-TEST_P(IntegrityLists, DecideOnTheProofAlone) {
+TEST_P(IntegrityLists, DecideOnProofOnly) {
   Protect("bytes");
   stand.GetSettings().SetIntegrityList(GetParam().list);
   const Opened opened = Decrypt("secret", "opened");

@@ -45,7 +45,7 @@ TEST_F(OperationFailover, ASuccessReachesOneServerAlone) {
   EXPECT_EQ(good, 1U);
 }
 
-TEST_F(OperationFailover, TheLastServersReasonIsTold) {
+TEST_F(OperationFailover, LastServersReasonIsReported) {
   SetFaults({.type = FaultType::ErrorCode, .operation = "importKeyRequest", .number = 618});
   EXPECT_FALSE(Import("seal", key.ToBase64()));
   EXPECT_EQ(error, "618 Read-only State");
@@ -54,7 +54,7 @@ TEST_F(OperationFailover, TheLastServersReasonIsTold) {
   EXPECT_EQ(CountRequests("importKeyRequest"), 3U);
 }
 
-TEST_F(OperationFailover, ATokenThatCannotBeFetchedLeavesTheOtherServersUnasked) {
+TEST_F(OperationFailover, StopsWhenTokenFails) {
   SetFault(kCryptService, {.type = FaultType::Status, .operation = "authztoken", .number = 503});
   EXPECT_FALSE(Import("seal", key.ToBase64()));
   EXPECT_EQ(error, "Could not get authorization token: HTTP 503");
@@ -80,7 +80,7 @@ class OperationArguments : public OperationsTest {
   }
 };
 
-TEST_F(OperationArguments, OfOtherTypesGoOutEmptyAndAreRefusedByTheServer) {
+TEST_F(OperationArguments, OfWrongTypeAreSentEmptyAndRefusedByServer) {
   const Row rows[] = {
       {"certificates of other kinds", "Encrypt", R"({"room":"demo","certificates":[1,{},null]})",
        "603 Invalid Certificate"},
@@ -107,7 +107,7 @@ TEST_F(OperationArguments, OfOtherTypesGoOutEmptyAndAreRefusedByTheServer) {
   EXPECT_FALSE(stand.GetGroup("made").has_value());
 }
 
-TEST_F(OperationArguments, WithoutTheRoomOrGroupNoTokenIsHad) {
+TEST_F(OperationArguments, WithoutRoomOrGroupGetNoToken) {
   for (const char* operation :
        {"ConfigGroup", "Reencrypt", "GetAuditLog", "ImportKey", "DeleteKey", "SignByKey", "Encrypt"}) {
     EXPECT_FALSE(PerformRow({"", operation, "{}", ""})) << operation;
@@ -129,13 +129,13 @@ TEST_F(OperationArguments, AKeyThatCannotBeRewrappedFailsTheUpdate) {
   EXPECT_EQ(CountRequests("generateWrappedKeyRequest"), 0U);
 }
 
-TEST_F(OperationArguments, ANullTransportIsTold) {
+TEST_F(OperationArguments, NullTransportIsReported) {
   http.reset();
   EXPECT_FALSE(Perform("ConfigGroup", {{"group", Text("g")}}));
   EXPECT_THAT(error, HasSubstr("No HTTP service"));
 }
 
-TEST_F(OperationArguments, AnUnknownNameAsksNobody) {
+TEST_F(OperationArguments, UnknownOperationSendsNothing) {
   for (const char* name : {"encrypt", "UpdateKey", "CryptCryptUpdate", "Crypt", "", "GetAuditLog "}) {
     EXPECT_FALSE(Perform(name, {{"room", Text(kRoom)}}));
     EXPECT_EQ(static_cast<std::uint32_t>(status), 0x80020003U) << name;

@@ -27,7 +27,7 @@ class OperationsTest : public EndToEndTest {
   /// Performs with these arguments behind the key servers. The outcome goes to status, result and error.
   bool Perform(const char* operation, Members arguments);
   bool PerformWith(const char* operation, const OruGuiBase::KVMap& arguments);
-  /// A text of the result; empty when it has none.
+  /// A string of the result; empty when it has none.
   std::string Result(const char* name) const { return Str(result.AsMap().Get(name).AsString()); }
   /// The names of the result's members in their order.
   std::vector<std::string> ResultNames() const;

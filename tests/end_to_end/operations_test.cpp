@@ -71,7 +71,7 @@ class ReencryptEndToEnd : public OperationsTest {
   }
 };
 
-TEST_F(ReencryptEndToEnd, OpensTheGroupsKeysWithTheNewCertificateAndNotWithTheOldOneAlone) {
+TEST_F(ReencryptEndToEnd, NewKeysOpenWithNewCertificateOnly) {
   Protect("bytes");
   ASSERT_TRUE(ReencryptFor("old")) << error;
   EXPECT_EQ(JsonText(result), "{}");

@@ -1,4 +1,4 @@
-// Many clients on many threads over one transport: they share the transport, the texts, the lists and the
+// Many clients on many threads over one transport: they share the transport, the strings, the lists and the
 // base of the rotation over key servers, and nothing of it has a lock that a client would take.
 #include <atomic>
 #include <filesystem>

@@ -71,8 +71,8 @@ OruGuiBase::Array<Val> UrlList(const std::vector<std::string>& urls) {
   return list;
 }
 
-/// One operation under the first fault, with each other fault in turn beside it. All share one stand, whose
-/// room key is costly to make.
+/// One operation under the first fault, with one other fault after another beside it. All share one Stand,
+/// whose room key is costly to make.
 class TwoFaults : public ::testing::TestWithParam<std::tuple<Operation, int>> {
  protected:
   static void SetUpTestSuite() {
