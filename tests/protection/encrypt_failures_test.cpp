@@ -362,9 +362,9 @@ TEST_F(Encryption, TriesNextKeyServerInEveryStep) {
 
 TEST_F(Encryption, TakesANewTemporaryFileAndDropsTheOld) {
   TempFile file;
-  ASSERT_TRUE(CreateTempFile(file, "one.tmp", true));
+  ASSERT_TRUE(CreateTempFile(file, "one.tmp", /*isPrivate=*/true));
   const std::string first = Str(file.GetPath());
-  ASSERT_TRUE(CreateTempFile(file, "two.tmp", true));
+  ASSERT_TRUE(CreateTempFile(file, "two.tmp", /*isPrivate=*/true));
   EXPECT_FALSE(std::filesystem::exists(first));
   EXPECT_TRUE(std::filesystem::exists(Str(file.GetPath())));
   EXPECT_THAT(Str(file.GetPath()), EndsWith("/two.tmp"));
@@ -372,10 +372,10 @@ TEST_F(Encryption, TakesANewTemporaryFileAndDropsTheOld) {
 
 TEST_F(Encryption, KeepsATemporaryFileOfTheSamePath) {
   TempFile file;
-  ASSERT_TRUE(CreateTempFile(file, "one.tmp", false));
+  ASSERT_TRUE(CreateTempFile(file, "one.tmp", /*isPrivate=*/false));
   const std::string path = Str(file.GetPath());
   TestSupport::WriteFile(path, "kept");
-  ASSERT_TRUE(CreateTempFile(file, "one.tmp", false));
+  ASSERT_TRUE(CreateTempFile(file, "one.tmp", /*isPrivate=*/false));
   EXPECT_EQ(TestSupport::ReadFile(path), "kept");
 }
 

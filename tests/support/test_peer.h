@@ -6,7 +6,8 @@
 
 namespace OruKalvix {
 
-/// The friend of CryptClient: hands its private operations and fields to the tests, and adds nothing.
+/// The friend of CryptClient, for tests of what its public members neither show nor reach. Calls private
+/// members and refers to private fields of a client that has to outlive it; adds no behaviour.
 class CryptClientTestPeer {
  public:
   using AnsiStr = OruGuiBase::AnsiStr;
@@ -35,9 +36,9 @@ class CryptClientTestPeer {
   static KVMap GetStandardHeader() { return CryptClient::GetStandardHeader(); }
   static KVMap GetEnvelope(const KVMap& payload) { return CryptClient::GetEnvelope(payload); }
 
-  void SetError(const AnsiStr& text) { client_.SetError("%s", text.GetText()); }
-  void SetNumberedError(long number, const AnsiStr& text) {
-    client_.SetError("No. %ld: %s", number, text.GetText());
+  void SetError(const AnsiStr& message) { client_.SetError("%s", message.GetText()); }
+  void SetNumberedError(long number, const AnsiStr& message) {
+    client_.SetError("No. %ld: %s", number, message.GetText());
   }
   /// Records a failure whose argument is the message recorded before.
   void WrapError() { client_.SetError("Could not test: %s", client_.errorMessage.GetText()); }
@@ -99,9 +100,6 @@ class CryptClientTestPeer {
   }
   bool KeyServerGenerateWrappedKey(const AnsiStr& room, const ValArray& certificates, RoomKey& roomKey) {
     return client_.KeyServerGenerateWrappedKey(room, certificates, roomKey);
-  }
-  bool KeyServerGetAuditLog(const AnsiStr& ofGroup, const OruGuiBase::File& target) {
-    return client_.KeyServerGetAuditLog(ofGroup, target);
   }
   bool FetchRoomKey(RoomKey& roomKey, bool& flag, const AnsiStr& issuer, const AnsiStr& serial) {
     return client_.FetchRoomKey(roomKey, flag, issuer, serial);
