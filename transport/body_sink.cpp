@@ -34,8 +34,8 @@ bool BodySink::Put(const char* data, std::size_t size) {
 
 bool BodySink::PutInMemory(const char* data, std::size_t size) {
   if (size > limit_ - body_.GetLength()) {
-    error_ =
-        OruGuiBase::FmtArgs("the answer is longer than %u bytes, the most that is taken into memory", limit_);
+    error_ = OruGuiBase::FmtArgs("the response is longer than %u bytes, the limit for a response in memory",
+                                 limit_);
     return false;
   }
   body_.Append(data, static_cast<std::uint32_t>(size));

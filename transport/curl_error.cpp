@@ -48,9 +48,9 @@ const char* Phrase(const CurlFailure& failure) {
       return "Could not use the CA file for ";
     case CURLE_GOT_NOTHING:
     case CURLE_PARTIAL_FILE:
-      return "Got no whole answer from ";
+      return "Got no complete response from ";
     case CURLE_WRITE_ERROR:
-      return "Could not take the answer of ";
+      return "Could not receive the response from ";
     default:
       return "Could not exchange with ";
   }
@@ -60,7 +60,7 @@ const char* Phrase(const CurlFailure& failure) {
 
 AnsiStr DescribeFailure(const CurlFailure& failure) {
   if (failure.mayBeCarriedOut) {
-    return AnsiStr("Got no answer from ") + Target(failure) +
+    return AnsiStr("Got no response from ") + Target(failure) +
            ": the connection was closed; the request may have been carried out and was not repeated";
   }
   AnsiStr text = AnsiStr(Phrase(failure)) + Target(failure) + ": ";

@@ -45,9 +45,9 @@ bool CheckHeader(const AnsiStr& name, const AnsiStr& value, AnsiStr& errorText) 
   if (!IsToken(name)) {
     errorText = AnsiStr("Invalid header name ") + OruGuiBase::SimpleQuote(name);
   } else if (IsFraming(name)) {
-    errorText = AnsiStr("Header ") + name + " is made by the transport alone";
+    errorText = AnsiStr("Header ") + name + " is set by the transport alone";
   } else if (!IsFieldValue(value)) {
-    errorText = AnsiStr("Invalid value of header ") + name + ": it holds a control character";
+    errorText = AnsiStr("Invalid value of header ") + name + ": it contains a control character";
   } else {
     return true;
   }

@@ -53,7 +53,7 @@ AnsiStr UrlParts::GetAuthority() const {
 bool ParseUrl(const AnsiStr& url, UrlParts& parts, AnsiStr& errorText) {
   // The parser takes C strings and would see only the beginning.
   if (url.View().find('\0') != std::string_view::npos) {
-    errorText = "Invalid URL: it holds a NUL character";
+    errorText = "Invalid URL: it contains a NUL character";
     return false;
   }
   const std::unique_ptr<CURLU, UrlDeleter> handle(curl_url());

@@ -53,7 +53,7 @@ TEST_F(Failover, CommandFailsWhenEachServerCutsItsResponse) {
   }
   // Each server cuts one response, and would give a good one to a fourth attempt, which does not exist.
   EXPECT_FALSE(Encrypt("plain", "secret2"));
-  EXPECT_THAT(lastError, StartsWith("Could not sign file: Got no whole answer from 127.0.0.1:"));
+  EXPECT_THAT(lastError, StartsWith("Could not sign file: Got no complete response from 127.0.0.1:"));
   EXPECT_TRUE(Encrypt("plain", "secret2")) << lastError;
 }
 

@@ -26,7 +26,7 @@ constexpr Effect UnreachableFrom(const char* beginning) {
 constexpr Effect kBadJson = RefusesFrom("Could not parse response: ");
 constexpr Effect kNoPayload = Refuses("Invalid payload");
 constexpr Effect kJsonType = Refuses("Unexpected content type application/json");
-constexpr Effect kCut = RefusesFrom("Got no whole answer from ");
+constexpr Effect kCut = RefusesFrom("Got no complete response from ");
 constexpr Effect kNoSignature = Refuses("Could not sign hash: Invalid signedHashes");
 constexpr Effect kNoContentKey = Refuses("Could not decrypt document key: Invalid plainData");
 constexpr Effect kWrongSignature{Visit::Misleads, "The signature does not fit the signer's certificate",
@@ -62,7 +62,7 @@ std::vector<FaultRow> MakeRows() {
       OnProbe("ProbeStatus", {.type = FaultType::Status, .number = 500},
               Unreachable("Could not connect to key server: HTTP 500")),
       OnProbe("ProbeCut", {.type = FaultType::Cut},
-              UnreachableFrom("Could not connect to key server: Got no whole answer from ")),
+              UnreachableFrom("Could not connect to key server: Got no complete response from ")),
       OnResponse("BrokenJson", {.type = FaultType::BrokenJson}, kBadJson, kJsonType),
       OnAll("JsonArray", {.type = FaultType::JsonArray}, kNoPayload),
       OnAll("JsonNumber", {.type = FaultType::JsonNumber}, kNoPayload),

@@ -28,7 +28,7 @@ TEST(BodySink, TakesWhatTheLimitAllowsAndNoByteMore) {
   BodySink sink(3);
   EXPECT_TRUE(sink.Put("abc", 3));
   EXPECT_FALSE(sink.Put("d", 1));
-  EXPECT_EQ(Str(sink.GetError()), "the answer is longer than 3 bytes, the most that is taken into memory");
+  EXPECT_EQ(Str(sink.GetError()), "the response is longer than 3 bytes, the limit for a response in memory");
 }
 
 TEST(BodySink, WithALimitOfZeroTakesAnEmptyBodyAlone) {

@@ -32,14 +32,14 @@ TEST(CurlFailures, AServerThatClosesAtOnceGaveNoResponse) {
   RawServer server(SendAndClose(""));
   const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
   EXPECT_LT(outcome.result, 0);
-  EXPECT_THAT(outcome.errorText, StartsWith("Got no whole answer from " + server.Authority()));
+  EXPECT_THAT(outcome.errorText, StartsWith("Got no complete response from " + server.Authority()));
 }
 
 TEST(CurlFailures, ABodyCutShortIsNoResponse) {
   RawServer server(SendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf"));
   const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
   EXPECT_LT(outcome.result, 0);
-  EXPECT_THAT(outcome.errorText, StartsWith("Got no whole answer from " + server.Authority()));
+  EXPECT_THAT(outcome.errorText, StartsWith("Got no complete response from " + server.Authority()));
   EXPECT_THAT(outcome.body, IsEmpty());
   EXPECT_THAT(outcome.headers, IsEmpty());
 }
@@ -67,7 +67,7 @@ TEST(CurlFailures, AHeadCutBetweenItsLinesIsSaidToBeCutShort) {
     const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
     EXPECT_LT(outcome.result, 0);
     EXPECT_EQ(outcome.errorText,
-              "Could not take the answer of " + server.Authority() + ": its headers are cut short");
+              "Could not receive the response from " + server.Authority() + ": its headers are cut short");
   }
 }
 
@@ -101,8 +101,8 @@ TEST(CurlFailures, ABodyAboveTheLimitIsRefusedWithTheLimit) {
     const Outcome outcome = Send(*MakeCurl(options), server.Url("/"));
     EXPECT_LT(outcome.result, 0);
     EXPECT_EQ(outcome.errorText,
-              "Could not take the answer of " + server.Authority() +
-                  ": the answer is longer than 8 bytes, the most that is taken into memory");
+              "Could not receive the response from " + server.Authority() +
+                  ": the response is longer than 8 bytes, the limit for a response in memory");
     EXPECT_THAT(outcome.body, IsEmpty());
   }
 }

@@ -62,7 +62,7 @@ TEST_F(CurlFiles, AnEmptyBodyLeavesAnEmptyFile) {
 TEST_F(CurlFiles, AFullDiskIsToldWithTheFile) {
   const Outcome outcome = Send(*MakeCurl(), server_.Url("/"), ToFile("/dev/full"));
   EXPECT_LT(outcome.result, 0);
-  EXPECT_EQ(outcome.errorText, "Could not take the answer of " + server_.Authority() +
+  EXPECT_EQ(outcome.errorText, "Could not receive the response from " + server_.Authority() +
                                    ": could not write \"/dev/full\": No space left on device");
 }
 
