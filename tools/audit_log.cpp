@@ -1,14 +1,9 @@
 #include "tools/audit_log.h"
 
 #include <CLI/Option.hpp>
-#include <cerrno>
-#include <string_view>
-#include <unistd.h>
-#include <vector>
 
 #include "foundation/errorstate.h"
-#include "foundation/filehandle.h"
-#include "foundation/format.h"
+#include "tools/files.h"
 #include "tools/staging_file.h"
 
 namespace CryptCli {
@@ -19,31 +14,6 @@ using OruGuiBase::KVMap;
 
 namespace {
 
-bool WriteToStandardOutput(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) {
-      OruGuiBase::SetLastErrorFromErrno();
-      return false;
-    }
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-// The log passes through in chunks, however large it is.
-bool CopyToStandardOutput(const File& log) {
-  OruGuiBase::FileReader reader;
-  if (!reader.Open(log)) return false;
-  std::vector<char> chunk(OruGuiBase::kStreamBuffer);
-  std::int64_t got = 0;
-  while ((got = reader.Read(chunk.data(), OruGuiBase::kStreamBuffer)) > 0) {
-    if (!WriteToStandardOutput({chunk.data(), static_cast<std::size_t>(got)})) return false;
-  }
-  return got == 0 && reader.Close();
-}
-
 bool Deliver(const AuditLogOptions& options, const File& log, StagingFile& staging, AnsiStr& errorText) {
   if (options.output.empty()) {
     if (CopyToStandardOutput(log)) return true;
@@ -51,8 +21,7 @@ bool Deliver(const AuditLogOptions& options, const File& log, StagingFile& stagi
     return false;
   }
   if (log.Move(staging.GetFile(), false)) return staging.Commit(errorText);
-  errorText = AnsiStr("Could not write ") + OruGuiBase::SimpleQuote(AnsiStr(options.output)) + ": " +
-              OruGuiBase::GetSystemErrorText();
+  errorText = DescribeFailure("write", AnsiStr(options.output));
   return false;
 }
 
@@ -61,10 +30,6 @@ KVMap Arguments(const AuditLogOptions& options) {
   arguments.Set("group", AnsiStr(options.group));
   arguments.Set("groupname", AnsiStr(options.groupName));
   return arguments;
-}
-
-bool HasLog(ExitCode code) {
-  return code == ExitCode::Success || code == ExitCode::Partial;
 }
 
 ExitCode Run(Session& session, const AuditLogOptions& options) {
@@ -82,7 +47,7 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
   KVMap result;
   code =
       session.Watched("Fetching", [&] { return session.Perform("GetAuditLog", Arguments(options), result); });
-  if (!HasLog(code)) return code;
+  if (!HasResult(code)) return code;
   session.GetReport().Set("complete", code == ExitCode::Success);
   // A sign of life would stand in the middle of the log.
   return session.Watched("", [&] {
@@ -92,7 +57,7 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
 }
 
 void ShowResult(Report& report, const AuditLogOptions& options, ExitCode code) {
-  if (options.output.empty() || !HasLog(code)) return;
+  if (options.output.empty() || !HasResult(code)) return;
   report.Line(AnsiStr("Wrote the audit log of ") + AnsiStr(options.group) + " to " + AnsiStr(options.output) +
               (code == ExitCode::Partial ? " (NOT complete)" : ""));
 }

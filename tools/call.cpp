@@ -5,10 +5,9 @@
 #include <cstdio>
 
 #include "foundation/errorstate.h"
-#include "foundation/format.h"
 #include "foundation/json.h"
 #include "foundation/reference.h"
-#include "foundation/stream.h"
+#include "tools/files.h"
 
 namespace CryptCli {
 
@@ -45,8 +44,7 @@ bool ReadStandardInput(AnsiStr& text, AnsiStr& reason) {
 
 bool ReadText(const std::string& source, AnsiStr& text, AnsiStr& reason) {
   if (source == kStandardInput) return ReadStandardInput(text, reason);
-  OruGuiBase::FastReadStream stream{File(AnsiStr(source))};
-  if (stream.Read(text) && stream.Close()) return true;
+  if (ReadFile(source, text)) return true;
   reason = OruGuiBase::GetSystemErrorText();
   return false;
 }
@@ -57,7 +55,7 @@ bool ReadArguments(const std::string& source, KVMap& arguments, AnsiStr& errorTe
   Val value;
   AnsiStr reason;
   if (!ReadText(source, text, reason)) {
-    errorText = AnsiStr("Could not read ") + OruGuiBase::SimpleQuote(AnsiStr(source)) + ": " + reason;
+    errorText = DescribeFailure("read", AnsiStr(source), reason);
     return false;
   }
   if (!OruGuiBase::JSON2Val(text, value, reason)) {
@@ -84,13 +82,8 @@ bool KeepLog(const OruGuiBase::Directory& place, KVMap& result, AnsiStr& errorTe
     isMoved = log.Move(kept, true);
   }
   if (isMoved) return result.Set("filename", ToUTF8(kept.GetPath()));
-  errorText = AnsiStr("Could not write ") + OruGuiBase::SimpleQuote(kept.GetPath()) + ": " +
-              OruGuiBase::GetSystemErrorText();
+  errorText = DescribeFailure("write", kept.GetPath());
   return false;
-}
-
-bool HasResult(ExitCode code) {
-  return code == ExitCode::Success || code == ExitCode::Partial;
 }
 
 ExitCode Call(Session& session, const CallOptions& options, const KVMap& arguments) {

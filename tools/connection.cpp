@@ -5,20 +5,17 @@
 #include <string_view>
 
 #include "foundation/encoding.h"
-#include "foundation/errorstate.h"
 #include "foundation/stream.h"
+#include "tools/files.h"
 
 namespace CryptCli {
 
 using OruGuiBase::AnsiStr;
-using OruGuiBase::File;
 using OruGuiBase::KVMap;
 using OruKalvix::CryptClientCurl;
 using OruKalvix::CryptClientCurlOptions;
 
 namespace {
-
-constexpr const char* kServices = "Services";
 
 bool HasControlCharacter(std::string_view text) {
   for (const char c : text) {
@@ -28,9 +25,8 @@ bool HasControlCharacter(std::string_view text) {
 }
 
 bool ReadText(const std::string& path, AnsiStr& text, AnsiStr& errorText) {
-  OruGuiBase::FastReadStream stream{File(AnsiStr(path))};
-  if (stream.Read(text) && stream.Close()) return true;
-  errorText = AnsiStr("Could not read \"") + AnsiStr(path) + "\": " + OruGuiBase::GetSystemErrorText();
+  if (ReadFile(path, text)) return true;
+  errorText = DescribeFailure("read", AnsiStr(path));
   return false;
 }
 

@@ -9,7 +9,10 @@
 
 namespace CryptCli {
 
-/// How the command reaches the services, as the command line tells it.
+/// The group of options under which --help lists everything about the services.
+inline constexpr const char* kServices = "Services";
+
+/// How the command reaches the services, as the command line says.
 struct Connection {
   std::string service;
   std::string room;

@@ -2,7 +2,7 @@
 
 namespace CryptCli {
 
-/// What the command tells a script. The numbers are part of its interface.
+/// What the command returns to a script. The numbers are part of its interface.
 enum class ExitCode : int {
   Success = 0,
   Failed = 1,         ///< the operation failed; nothing was written
@@ -12,5 +12,10 @@ enum class ExitCode : int {
   Partial = 5,        ///< the audit log was delivered, without the part of some key servers
   Interrupted = 128,  ///< plus the number of the signal that ended the command
 };
+
+/// Whether a named operation gave a result: Partial has one too, without the part of some key servers.
+constexpr bool HasResult(ExitCode code) {
+  return code == ExitCode::Success || code == ExitCode::Partial;
+}
 
 }  // namespace CryptCli

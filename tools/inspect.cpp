@@ -12,6 +12,7 @@
 #include "foundation/queue.h"
 #include "foundation/val.h"
 #include "security/cmsmsg.h"
+#include "tools/files.h"
 #include "tools/report.h"
 #include "tools/source.h"
 #include "tools/watch.h"
@@ -143,8 +144,7 @@ ExitCode RunInspect(const InspectOptions& options) {
   std::optional<Watch> watch;
   if (Source::IsStream(options.file)) watch.emplace().Start("", false);
   if (Show(options, report)) return report.Finish(ExitCode::Success);
-  report.Fail(AnsiStr("Could not inspect ") + OruGuiBase::SimpleQuote(AnsiStr(options.file)) + ": " +
-              OruGuiBase::GetSystemErrorText());
+  report.Fail(DescribeFailure("inspect", AnsiStr(options.file)));
   return report.Finish(ExitCode::Failed);
 }
 

@@ -3,18 +3,13 @@
 #include <CLI/Option.hpp>
 
 #include "foundation/format.h"
+#include "tools/connection.h"
 
 namespace CryptCli {
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
 using OruGuiBase::Val;
-
-namespace {
-
-constexpr const char* kServices = "Services";
-
-}  // namespace
 
 void KeyServers::AddOptions(CLI::App& command) {
   command.add_option("--key-server", urls, "URL of a key server; repeatable, asked in this order")

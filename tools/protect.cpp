@@ -4,8 +4,7 @@
 #include <functional>
 
 #include "client/cryptcli.h"
-#include "foundation/errorstate.h"
-#include "foundation/format.h"
+#include "tools/files.h"
 #include "tools/source.h"
 #include "tools/staging_file.h"
 
@@ -109,9 +108,7 @@ ExitCode RunDecrypt(const ProtectOptions& options) {
       run.Do("Decrypting", [&](CryptClient& client, const File& source, const File& target) {
         Source file;
         if (!file.Open(options.source)) {
-          return run.Fail(ExitCode::Failed, AnsiStr("Could not read ") +
-                                                OruGuiBase::SimpleQuote(source.GetPath()) + ": " +
-                                                OruGuiBase::GetSystemErrorText());
+          return run.Fail(ExitCode::Failed, DescribeFailure("read", source.GetPath()));
         }
         if (!client.Decrypt(file.GetFile(), target, isSigned, isVerified)) {
           return run.Fail(ExitCode::Failed, client.GetErrorMessage());

@@ -7,8 +7,8 @@
 #include "foundation/encoding.h"
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
-#include "foundation/format.h"
 #include "security/cms/digest.h"
+#include "tools/files.h"
 #include "tools/staging_file.h"
 
 namespace CryptCli {
@@ -86,8 +86,7 @@ class Signing {
       hash = OruGuiBase::Binary2B64Str(digest.GetData(), digest.GetSize(), 0, "\r\n");
       return true;
     }
-    errorText = AnsiStr("Could not read ") + OruGuiBase::SimpleQuote(AnsiStr(options_.source)) + ": " +
-                OruGuiBase::GetSystemErrorText();
+    errorText = DescribeFailure("read", AnsiStr(options_.source));
     return false;
   }
 
@@ -127,8 +126,7 @@ class Signing {
         writer.Close()) {
       return true;
     }
-    errorText = AnsiStr("Could not write ") + OruGuiBase::SimpleQuote(AnsiStr(options_.output)) + ": " +
-                OruGuiBase::GetSystemErrorText();
+    errorText = DescribeFailure("write", AnsiStr(options_.output));
     return false;
   }
 

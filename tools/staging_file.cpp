@@ -2,14 +2,13 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <memory>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
-#include "foundation/format.h"
+#include "tools/files.h"
 
 namespace CryptCli {
 
@@ -19,10 +18,6 @@ using OruGuiBase::File;
 namespace {
 
 constexpr const char* kExists = "File exists (--force replaces it)";
-
-AnsiStr Reason(const char* what, const std::string& path, const AnsiStr& reason) {
-  return AnsiStr("Could not ") + what + " " + OruGuiBase::SimpleQuote(AnsiStr(path)) + ": " + reason;
-}
 
 AnsiStr SystemText(int code) {
   return OruGuiBase::GetErrorMessage(static_cast<std::uint32_t>(code), 0, 1);
@@ -47,31 +42,6 @@ bool IsStandardOutputToo(const struct stat& status) {
          output.st_ino == status.st_ino;
 }
 
-bool WriteToOutput(const char* bytes, std::size_t size) {
-  while (size > 0) {
-    const ssize_t put = write(STDOUT_FILENO, bytes, size);
-    if (put < 0 && errno != EINTR) {
-      OruGuiBase::SetLastErrorFromErrno();
-      return false;
-    }
-    bytes += put > 0 ? put : 0;
-    size -= put > 0 ? static_cast<std::size_t>(put) : 0;
-  }
-  return true;
-}
-
-// Opening it again would begin at the head of a file that others have written to, or empty it.
-bool CopyToOutput(const File& file) {
-  OruGuiBase::FileReader reader;
-  if (!reader.Open(file)) return false;
-  const auto buffer = std::make_unique<char[]>(OruGuiBase::kStreamBuffer);
-  std::int64_t got = 0;
-  while ((got = reader.Read(buffer.get(), OruGuiBase::kStreamBuffer)) > 0) {
-    if (!WriteToOutput(buffer.get(), static_cast<std::size_t>(got))) return false;
-  }
-  return got == 0;
-}
-
 }  // namespace
 
 bool StagingFile::Open(const std::string& source, const std::string& target, bool replace,
@@ -84,13 +54,13 @@ bool StagingFile::Open(const std::string& target, bool replace, AnsiStr& errorTe
   replace_ = replace;
   if (!CheckTarget(target, errorText)) return false;
   if (file_.CreateFor(File(AnsiStr(target_)))) return true;
-  errorText = Reason("write", target, OruGuiBase::GetSystemErrorText());
+  errorText = DescribeFailure("write", AnsiStr(target));
   return false;
 }
 
 bool StagingFile::CheckSource(const std::string& source, AnsiStr& errorText) const {
   if (CanBeRead(source)) return true;
-  errorText = Reason("read", source, OruGuiBase::GetSystemErrorText());
+  errorText = DescribeFailure("read", AnsiStr(source));
   return false;
 }
 
@@ -99,13 +69,15 @@ bool StagingFile::CheckTarget(const std::string& target, AnsiStr& errorText) {
   if (stat(target.c_str(), &status) != 0) {
     const int reason = errno;
     if (reason == ENOENT && (replace_ || lstat(target.c_str(), &status) != 0)) return true;
-    errorText = Reason("write", target, reason == ENOENT ? AnsiStr(kExists) : SystemText(reason));
+    errorText =
+        DescribeFailure("write", AnsiStr(target), reason == ENOENT ? AnsiStr(kExists) : SystemText(reason));
     return false;
   }
   isStandardOutput_ = IsStandardOutputToo(status);
   if (S_ISREG(status.st_mode)) return CheckFile(target, errorText);
   if (S_ISDIR(status.st_mode) || S_ISSOCK(status.st_mode)) {
-    errorText = Reason("write", target, S_ISDIR(status.st_mode) ? "Is a directory" : "Is a socket");
+    errorText =
+        DescribeFailure("write", AnsiStr(target), S_ISDIR(status.st_mode) ? "Is a directory" : "Is a socket");
     return false;
   }
   replace_ = true;
@@ -116,27 +88,26 @@ bool StagingFile::CheckFile(const std::string& target, AnsiStr& errorText) {
   // It is written itself, as it is open already, and loses nothing.
   if (isStandardOutput_) return true;
   if (!replace_) {
-    errorText = Reason("write", target, kExists);
+    errorText = DescribeFailure("write", AnsiStr(target), kExists);
     return false;
   }
   // A link stays a link: what it names is replaced.
   std::error_code code;
   target_ = std::filesystem::canonical(target, code).string();
-  if (code) errorText = Reason("write", target, SystemText(code.value()));
+  if (code) errorText = DescribeFailure("write", AnsiStr(target), SystemText(code.value()));
   return !code;
 }
 
 bool StagingFile::Commit(AnsiStr& errorText) {
+  // Opening standard output again would start at the beginning of a file that others have written to, or
+  // empty it.
   if (isStandardOutput_) {
-    if (CopyToOutput(GetFile())) return true;
-    errorText = Reason("write", target_, OruGuiBase::GetSystemErrorText());
-    return false;
-  }
-  if (GetFile().Move(File(AnsiStr(target_)), !replace_)) {
+    if (CopyToStandardOutput(GetFile())) return true;
+  } else if (GetFile().Move(File(AnsiStr(target_)), !replace_)) {
     file_.GiveUp();
     return true;
   }
-  errorText = Reason("write", target_, OruGuiBase::GetSystemErrorText());
+  errorText = DescribeFailure("write", AnsiStr(target_));
   return false;
 }
 

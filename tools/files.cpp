@@ -1,0 +1,60 @@
+// What several commands do with the files of their command line, and how they say that it failed.
+#include "tools/files.h"
+
+#include <cerrno>
+#include <memory>
+#include <string_view>
+#include <unistd.h>
+
+#include "foundation/errorstate.h"
+#include "foundation/filehandle.h"
+#include "foundation/format.h"
+#include "foundation/stream.h"
+
+namespace CryptCli {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::File;
+
+namespace {
+
+bool WriteToStandardOutput(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) {
+      OruGuiBase::SetLastErrorFromErrno();
+      return false;
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+}  // namespace
+
+AnsiStr DescribeFailure(const char* what, const AnsiStr& path) {
+  return DescribeFailure(what, path, OruGuiBase::GetSystemErrorText());
+}
+
+AnsiStr DescribeFailure(const char* what, const AnsiStr& path, const AnsiStr& reason) {
+  return AnsiStr("Could not ") + what + " " + OruGuiBase::SimpleQuote(path) + ": " + reason;
+}
+
+bool ReadFile(const std::string& path, AnsiStr& content) {
+  OruGuiBase::FastReadStream stream{File(AnsiStr(path))};
+  return stream.Read(content) && stream.Close();
+}
+
+bool CopyToStandardOutput(const File& file) {
+  OruGuiBase::FileReader reader;
+  if (!reader.Open(file)) return false;
+  const auto buffer = std::make_unique<char[]>(OruGuiBase::kStreamBuffer);
+  std::int64_t got = 0;
+  while ((got = reader.Read(buffer.get(), OruGuiBase::kStreamBuffer)) > 0) {
+    if (!WriteToStandardOutput({buffer.get(), static_cast<std::size_t>(got)})) return false;
+  }
+  return got == 0 && reader.Close();
+}
+
+}  // namespace CryptCli
