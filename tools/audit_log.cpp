@@ -1,3 +1,6 @@
+// "cryptcli audit-log": fetches the merged audit log of a group through the named operation GetAuditLog and
+// delivers it to a file, by way of a staging file, or to standard output. A log without the part of some key
+// servers is delivered too, with exit code 5, since an incomplete log is worth more to an auditor than none.
 #include "tools/audit_log.h"
 
 #include <CLI/Option.hpp>
@@ -49,7 +52,7 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
       session.Watched("Fetching", [&] { return session.Perform("GetAuditLog", Arguments(options), result); });
   if (!HasResult(code)) return code;
   session.GetReport().Set("complete", code == ExitCode::Success);
-  // A sign of life would stand in the middle of the log.
+  // Without a label: progress would be shown in the middle of the log.
   return session.Watched("", [&] {
     const File log(result.Get("filename").AsString());
     return Deliver(options, log, staging, errorText) ? code : session.Fail(ExitCode::Failed, errorText);
@@ -66,10 +69,10 @@ void ShowResult(Report& report, const AuditLogOptions& options, ExitCode code) {
 
 CLI::App* AddAuditLog(CLI::App& app, AuditLogOptions& options) {
   CLI::App* const command =
-      app.add_subcommand("audit-log", "Fetch the audit log of a group from all key servers, as one CSV text");
-  command->add_option("--group", options.group, "Group whose log is wanted")->type_name("GROUP")->required();
+      app.add_subcommand("audit-log", "Fetch the audit log of a group from all key servers, as one CSV file");
+  command->add_option("--group", options.group, "Group whose log to fetch")->type_name("GROUP")->required();
   command->add_option("--group-name", options.groupName, "Its name, for temporary files")->type_name("NAME");
-  command->add_option("--output", options.output, "File to write, in place of standard output")
+  command->add_option("--output", options.output, "File to write instead of standard output")
       ->type_name("FILE");
   command->add_flag("--force", options.force, "Replace that file if it exists");
   options.session.AddOptions(*command);

@@ -9,6 +9,7 @@
 
 namespace CryptCli {
 
+/// The command line of "audit-log".
 struct AuditLogOptions {
   SessionOptions session;
   KeyServers keyServers;
@@ -18,9 +19,10 @@ struct AuditLogOptions {
   bool force = false;
 };
 
+/// Adds the subcommand; parsing fills `options`, which must outlive it.
 CLI::App* AddAuditLog(CLI::App& app, AuditLogOptions& options);
-/// Fetches the audit log of a group from all key servers. What some of them gave is delivered as well, and
-/// told with a code of its own.
+/// Fetches the audit log of a group from all key servers. If only some of them gave theirs, the log is
+/// delivered without the rest and the exit code is Partial.
 ExitCode RunAuditLog(const AuditLogOptions& options);
 
 }  // namespace CryptCli

@@ -1,3 +1,6 @@
+// "cryptcli call": performs any named operation with a JSON object of arguments, for scripts that administer
+// keys. Arguments come from a file or standard input and never from the command line, where other users of
+// the machine could read the secrets among them. They are wiped, and no error message repeats them.
 #include "tools/call.h"
 
 #include <CLI/Option.hpp>
@@ -20,7 +23,9 @@ using OruGuiBase::ValType;
 namespace {
 
 constexpr const char* kStandardInput = "-";
+// Numbered names to try for a fetched log; more files of one name mean that something else is wrong.
 constexpr std::uint32_t kMostOfOneName = 1000;
+// Far above any real arguments; keeps an endless pipe from filling the memory.
 constexpr std::uint32_t kMaxInput = 64 * 1024 * 1024;
 
 bool ReadStandardInput(AnsiStr& text, AnsiStr& reason) {
@@ -30,7 +35,7 @@ bool ReadStandardInput(AnsiStr& text, AnsiStr& reason) {
     got = std::fread(chunk, 1, sizeof(chunk), stdin);
     text.Append(chunk, static_cast<std::uint32_t>(got));
   } while (got > 0 && text.GetLength() <= kMaxInput);
-  // It may have held a key or a password.
+  // It may have contained a key or a password.
   OruGuiBase::WipeMemory(chunk, sizeof(chunk));
   if (text.GetLength() > kMaxInput) {
     reason = "More than 64 MiB";
@@ -49,7 +54,7 @@ bool ReadText(const std::string& source, AnsiStr& text, AnsiStr& reason) {
   return false;
 }
 
-// The reason of a failure never repeats the text: it may be a secret.
+// Error messages never quote the arguments: they may contain secrets.
 bool ReadArguments(const std::string& source, KVMap& arguments, AnsiStr& errorText) {
   AnsiStr text;
   Val value;
@@ -70,7 +75,8 @@ bool ReadArguments(const std::string& source, KVMap& arguments, AnsiStr& errorTe
   return true;
 }
 
-// The one result that lies on disk does so among the temporary files of this program, which end with it.
+// GetAuditLog is the one operation whose result is a file. It is among the temporary files of this process,
+// which are deleted at its end, so it moves to the system's temporary directory.
 bool KeepLog(const OruGuiBase::Directory& place, KVMap& result, AnsiStr& errorText) {
   const AnsiStr path = result.Get("filename").AsString();
   const File log(path);
@@ -122,7 +128,7 @@ CLI::App* AddCall(CLI::App& app, CallOptions& options) {
 }
 
 ExitCode RunCall(const CallOptions& options) {
-  // Before the session, so that Ctrl-C still ends a command that waits for its arguments.
+  // Read before the session blocks signals, so that Ctrl-C still ends a command that waits for input.
   KVMap arguments;
   AnsiStr errorText;
   const bool isRead = ReadArguments(options.arguments, arguments, errorText);

@@ -1,3 +1,5 @@
+// The options that say how to reach the crypt service, and the transport made from them. Every command that
+// asks a server has them, through SessionOptions.
 #include "tools/connection.h"
 
 #include <CLI/Option.hpp>
@@ -30,12 +32,12 @@ bool ReadText(const std::string& path, AnsiStr& text, AnsiStr& errorText) {
   return false;
 }
 
-// Lines that are empty are passed over.
+// Skips empty lines.
 bool AddHeaders(const AnsiStr& text, KVMap& headers, AnsiStr& errorText) {
   OruGuiBase::LineIterator lines(text);
   while (lines.ToNext()) {
     if (OruGuiBase::CleanStr(lines.GetLine()).IsEmpty() || AddHeader(lines.GetLine(), headers)) continue;
-    // The line itself may be a secret.
+    // The line is not quoted: it may contain a secret.
     errorText = "A header has the form 'Name: value'";
     return false;
   }
@@ -73,9 +75,9 @@ void Connection::AddOptions(CLI::App& command) {
       ->type_name("URL")
       ->required()
       ->group(kServices);
-  file("--ca-file", caFile, "PEM file of the certification authorities to trust in place of the system's");
+  file("--ca-file", caFile, "PEM file of the certification authorities to trust instead of the system's");
   auto* certificate = file("--client-cert", clientCert, "PEM file of a client certificate");
-  file("--client-key", clientKey, "PEM file of its key, if that lies apart")->needs(certificate);
+  file("--client-key", clientKey, "PEM file of its key, if it is not in the same file")->needs(certificate);
   file("--client-key-password-file", clientKeyPasswordFile, "File whose first line is that key's password")
       ->needs(certificate);
   command.add_option("--proxy", proxy, "URL of a proxy")->type_name("URL")->group(kServices);
@@ -109,7 +111,8 @@ CryptClientCurl::Ptr Connection::MakeTransport(AnsiStr& errorText) const {
     errorText = "A header has the form 'Name: value'";
     return nullptr;
   }
-  // What tells the crypt service who is there is no business of the key servers.
+  // The headers authenticate the user to the crypt service. Key servers must not see them, so they are
+  // credentials of the transport and not headers of every request.
   options.credentials = [credentials](const AnsiStr&, const AnsiStr&, KVMap& added, AnsiStr&) {
     added = credentials;
     return true;

@@ -27,12 +27,12 @@ struct Connection {
   void AddOptions(CLI::App& command);
   /// For commands that work for a room.
   void AddRoomOption(CLI::App& command);
-  /// Makes the transport. Null with the reason when the options cannot be right.
+  /// Makes the transport. Null with the reason in `errorText` when an option is wrong: a file that cannot be
+  /// read, an invalid header or URL.
   OruKalvix::CryptClientCurl::Ptr MakeTransport(OruGuiBase::AnsiStr& errorText) const;
 };
 
-/// Splits "Name: value" into a member of `headers`. False unless both sides of the colon can be those of a
-/// header.
+/// Adds "Name: value" to `headers`. False unless both parts are valid in an HTTP header.
 bool AddHeader(const OruGuiBase::AnsiStr& line, OruGuiBase::KVMap& headers);
 
 }  // namespace CryptCli

@@ -1,3 +1,5 @@
+// "cryptcli inspect": prints what a CMS message (RFC 5652) says about itself: its type, and its recipients or
+// its signers with their attributes. It asks no server and has no keys, so it can verify nothing and says so.
 #include "tools/inspect.h"
 
 #include <CLI/Option.hpp>

@@ -12,7 +12,7 @@ using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 void KeyServers::AddOptions(CLI::App& command) {
-  command.add_option("--key-server", urls, "URL of a key server; repeatable, asked in this order")
+  command.add_option("--key-server", urls, "URL of a key server; repeatable, tried in this order")
       ->type_name("URL")
       ->expected(1)
       ->take_all()
@@ -20,7 +20,7 @@ void KeyServers::AddOptions(CLI::App& command) {
       ->group(kServices);
   command
       .add_option("--status-timeout", statusTimeout,
-                  "Longest wait for a key server's sign of life; 0 for no limit")
+                  "Longest wait for the response to a key server's probe; 0 for no limit")
       ->type_name("SECONDS")
       ->group(kServices);
 }

@@ -9,13 +9,14 @@
 
 namespace CryptCli {
 
-/// Which key servers an operation asks, as the command line tells it.
+/// Which key servers an operation asks, as the command line says. Commands that work for a room do not have
+/// these options: the crypt service names the room's key servers.
 struct KeyServers {
   std::vector<std::string> urls;
   std::uint32_t statusTimeout = 0;
 
   void AddOptions(CLI::App& command);
-  /// The beginning of the arguments of every named operation.
+  /// The arguments that every named operation has; the command adds its own.
   OruGuiBase::KVMap ToArguments() const;
 };
 

@@ -1,3 +1,5 @@
+// The program cryptcli: one subcommand for each job. Each subcommand adds its own options and is run by its
+// own source; only the exit codes, which scripts rely on, and the help about them are common.
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -25,11 +27,11 @@ constexpr const char* kFooter =
     "  4  encrypt: the crypt service refused to hand out the room's key; TARGET is as it was\n"
     "  5  audit-log, call GetAuditLog: some key servers gave no log; what the others gave was written\n"
     "  128 and a signal's number: the signal ended the command; TARGET is as it was\n"
-    "A TARGET that cannot be replaced (a link, a device, somebody else's file) is written in place when all\n"
-    "is well; if that fails, a part may be there.\n"
+    "A TARGET that cannot be replaced (a link, a device, somebody else's file) is written in place once the\n"
+    "operation has succeeded; if writing fails, a part may be there.\n"
     "Results go to standard output, errors and warnings to standard error; with /dev/stdout as TARGET all\n"
-    "but the content goes to standard error. Of the environment, TMPDIR says where temporary files lie; the\n"
-    "C library and OpenSSL look at variables of their own, such as TZ and OPENSSL_CONF.";
+    "but the content goes to standard error. The environment variable TMPDIR names the directory for\n"
+    "temporary files; the C library and OpenSSL read variables of their own, such as TZ and OPENSSL_CONF.";
 
 struct Options {
   CryptCli::ProtectOptions protect;

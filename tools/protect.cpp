@@ -1,3 +1,5 @@
+// "cryptcli encrypt" and "cryptcli decrypt". Both write to a staging file, so that a failure, a signal, or a
+// decrypted file whose origin was to be proven and is not, leaves the target as it was.
 #include "tools/protect.h"
 
 #include <CLI/Option.hpp>
@@ -24,7 +26,8 @@ void AddCommonOptions(CLI::App& command, ProtectOptions& options) {
   options.session.connection.AddRoomOption(command);
 }
 
-/// What both operations have around the call of the client.
+/// What both operations do before and after the call of the client: report, session, staging file. Lives on
+/// the stack of RunEncrypt or RunDecrypt; `options` must outlive it.
 class Run {
  public:
   Run(const char* operation, const ProtectOptions& options)
@@ -59,7 +62,7 @@ class Run {
 
  private:
   const ProtectOptions& options_;
-  Session session_;  // before everything that makes a file
+  Session session_;  // first: it sets the temporary directory of everything that makes a file
   StagingFile staging_;
 };
 

@@ -17,10 +17,11 @@ struct ProtectOptions {
   bool requireVerified = false;  ///< "decrypt" alone
 };
 
-/// Adds the subcommand, whose options go to `options`.
+/// Adds the subcommand; parsing fills `options`, which must outlive it.
 CLI::App* AddEncrypt(CLI::App& app, ProtectOptions& options);
 CLI::App* AddDecrypt(CLI::App& app, ProtectOptions& options);
 
+/// Protect a file for a room, and open a protected file. They report the result and return the exit code.
 ExitCode RunEncrypt(const ProtectOptions& options);
 ExitCode RunDecrypt(const ProtectOptions& options);
 

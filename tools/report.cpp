@@ -1,3 +1,5 @@
+// Formats what a command has to say, for a terminal or as JSON. Names, issuers and error messages come from
+// files and servers, so both forms are made safe here, once for all commands.
 #include "tools/report.h"
 
 #include <cstdio>
@@ -15,7 +17,7 @@ using OruGuiBase::Val;
 
 namespace {
 
-// Length of the UTF-8 character at the head of a text that is not empty; 0 when there is none.
+// Length in bytes of the UTF-8 character at the start of a non-empty string; 0 when there is none.
 std::uint32_t CharacterLength(std::string_view text) {
   for (std::uint32_t length = 1; length <= 4 && length <= text.size(); ++length) {
     if (OruGuiBase::IsValidUTF8(text.data(), length)) return length;
@@ -46,7 +48,7 @@ AnsiStr ToLine(const AnsiStr& text) {
   const std::string_view view = clean.View();
   for (std::size_t i = 0; i < view.size(); ++i) {
     const auto byte = static_cast<unsigned char>(view[i]);
-    // U+0080 to U+009F are control characters as well, in two bytes.
+    // U+0080 to U+009F, two bytes in UTF-8, are control characters too: terminals act on some of them.
     const bool isHighControl = byte == 0xC2 && static_cast<unsigned char>(view[i + 1]) < 0xA0;
     if (byte >= 0x20 && byte != 0x7F && !isHighControl) {
       line += view[i];

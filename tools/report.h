@@ -11,37 +11,37 @@
 
 namespace CryptCli {
 
-/// A text that a terminal and a JSON text can take: bytes that are not UTF-8 become U+FFFD.
+/// The string with each byte that is not UTF-8 replaced by U+FFFD, as JSON needs it.
 OruGuiBase::AnsiStr ToUTF8(const OruGuiBase::AnsiStr& text);
-/// The same with control characters shown as "\xNN", so that no file or server can steer a terminal.
+/// The same with control characters shown as "\xNN", so that no file or server can control a terminal.
 OruGuiBase::AnsiStr ToLine(const OruGuiBase::AnsiStr& text);
 
-/// What one run of the command found out, handed out once at its end: as lines for a reader, or as one JSON
-/// object. Errors and warnings of the first form go to standard error.
+/// Collects the results of one run of the command and prints them once, at its end: as lines for a person,
+/// or as one JSON object. In the first form errors and warnings go to standard error.
 class Report {
  public:
   Report(const char* operation, bool asJSON);
 
-  /// A member of the JSON object. Texts need not be UTF-8.
+  /// Sets a member of the JSON object. Strings need not be UTF-8.
   void Set(const char* name, const OruGuiBase::AnsiStr& text);
   void Set(const char* name, const char* text) { Set(name, OruGuiBase::AnsiStr(text)); }
   void Set(const char* name, bool value);
   void Set(const char* name, std::int64_t value);
   void Set(const char* name, const OruGuiBase::Array<OruGuiBase::Val>& values);
   void Set(const char* name, const OruGuiBase::KVMap& map);
-  /// A line for a reader.
+  /// Adds a line for a person. Not in JSON.
   void Line(const OruGuiBase::AnsiStr& text);
-  /// Bytes for a program in the place of a reader: as they are.
+  /// Adds bytes for a program, unchanged. Not in JSON.
   void Bytes(std::string_view bytes);
-  /// Something that the reader has to know although the operation succeeded: "warning" in JSON.
+  /// Something that the user must know although the operation succeeded: "warning" in JSON.
   void Warn(const OruGuiBase::AnsiStr& text);
   /// Why the operation failed: "error" in JSON.
   void Fail(const OruGuiBase::AnsiStr& text);
 
-  /// Has everything go to standard error: standard output takes the content itself.
+  /// Sends everything to standard error: standard output is for the content itself.
   void LeaveStandardOutput() { isOutputTaken_ = true; }
 
-  /// Writes everything and gives the code back, or Failed when standard output cannot be written.
+  /// Prints everything and returns the code, or Failed when the output cannot be written.
   ExitCode Finish(ExitCode code);
 
  private:

@@ -1,3 +1,5 @@
+// The steps that every command with a server has in common: options, transport, temporary directory, watching
+// for signals, report. A command object owns its Session and calls the client in between.
 #include "tools/session.h"
 
 #include <CLI/Option.hpp>
@@ -19,7 +21,7 @@ void SessionOptions::AddOptions(CLI::App& command) {
   command
       .add_option(
           "--trace", trace,
-          "Show on standard error: 1 request lines and errors; 2 also the bodies of requests and answers, "
+          "Show on standard error: 1 request lines and errors; 2 also the bodies of requests and responses, "
           "with the secrets in them")
       ->type_name("LEVEL")
       ->check(CLI::Range(1, 2).description(""));
@@ -43,7 +45,7 @@ ExitCode Session::Open() {
 }
 
 ExitCode Session::Watched(const char* label, const std::function<ExitCode()>& work) {
-  // Traces and the sign of life would write over each other.
+  // Traces and progress would overwrite each other on the terminal.
   watch_.Start(label, options_.trace == 0 && *label != '\0');
   const ExitCode code = work();
   watch_.Stop();

@@ -13,7 +13,7 @@
 
 namespace CryptCli {
 
-/// What all commands that ask the services have in common on the command line.
+/// The command-line options that all commands with a server have.
 struct SessionOptions {
   Connection connection;
   bool json = false;
@@ -22,31 +22,34 @@ struct SessionOptions {
   void AddOptions(CLI::App& command);
 };
 
-/// The frame of a command that asks the services: everything around the call of the client.
+/// Everything that a command with a server does before and after the call of the client. Lives as long as
+/// the command runs and owns the transport, the report and the temporary directory; `options` must outlive
+/// it.
 class Session {
  public:
-  /// From here on signals are held back until the work is watched.
+  /// Blocks signals; from Watched() on a thread receives them.
   Session(const char* command, const SessionOptions& options);
 
-  /// Makes the transport and the place for temporary files. Anything but Success comes with a reason.
+  /// Makes the transport and checks the temporary directory. Anything but Success has reported its reason.
   ExitCode Open();
-  /// Does the work, with a sign of life on a terminal unless the label is empty.
+  /// Runs the work, with progress on a terminal unless the label is empty.
   ExitCode Watched(const char* label, const std::function<ExitCode()>& work);
-  /// Writes the report, under the watch as well: a full pipe may let it wait for long.
+  /// Prints the report. Signals are still watched: a full pipe may block it for long.
   ExitCode Finish(ExitCode code);
-  /// Performs a named operation. Partial comes with a result and a warning, a failure with its reason.
+  /// Performs a named operation. Partial has set a result and a warning, a failure its reason.
   ExitCode Perform(const char* operation, const OruGuiBase::KVMap& arguments, OruGuiBase::KVMap& result);
 
   OruKalvix::ICryptClientHttp* GetHttp() const { return http_.get(); }
   Report& GetReport() { return report_; }
-  /// Where temporary files lie when this program has none of its own.
+  /// The system's temporary directory, before this program replaced it by its own.
   const OruGuiBase::Directory& GetTemporary() const { return temporary_; }
   ExitCode Fail(ExitCode code, const OruGuiBase::AnsiStr& errorText);
 
  private:
   const SessionOptions& options_;
   const OruGuiBase::Directory temporary_{OruGuiBase::DirectoryType::Temporary};
-  Watch watch_;  // before everything that makes a file, and behind what it hides
+  // After temporary_, which it changes for everything else; before all members that may make a file.
+  Watch watch_;
   Report report_;
   TraceSink sink_;
   OruKalvix::CryptClientCurl::Ptr http_;

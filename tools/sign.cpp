@@ -1,3 +1,5 @@
+// "cryptcli sign": hashes a file on this machine and has a key server sign the hash through the named
+// operation SignByKey. Only the hash leaves the machine.
 #include "tools/sign.h"
 
 #include <CLI/Option.hpp>
@@ -37,7 +39,7 @@ bool ReadBase64(const AnsiStr& text, Blob& bytes) {
   return true;
 }
 
-/// The frame of one signature.
+/// One run of the command. Lives on the stack of RunSign; `options` must outlive it.
 class Signing {
  public:
   explicit Signing(const SignOptions& options) : options_(options), session_("sign", options.session) {}
@@ -51,7 +53,7 @@ class Signing {
       return Refuse("--binary with --json needs --output");
     }
     if (!options_.source.empty() && FindDigest(options_.algorithm) == nullptr) {
-      return Refuse("No digest is known for this algorithm: give a --hash in place of the FILE");
+      return Refuse("No digest is known for this algorithm: give a --hash instead of the FILE");
     }
     const ExitCode code = session_.Open();
     if (code != ExitCode::Success) return code;
@@ -131,7 +133,7 @@ class Signing {
   }
 
   const SignOptions& options_;
-  Session session_;  // before everything that makes a file
+  Session session_;  // first: it sets the temporary directory of everything that makes a file
   StagingFile staging_;
 };
 
@@ -144,14 +146,14 @@ CLI::App* AddSign(CLI::App& app, SignOptions& options) {
     return command->add_option(name, value, text)->type_name(type);
   };
   command->add_option("FILE", options.source, "File to sign; it never leaves this machine");
-  add("--hash", options.hash, "BASE64", "Hash to sign in place of a file, as the algorithm wants it");
+  add("--hash", options.hash, "BASE64", "Hash to sign instead of a file; its length must fit the algorithm");
   add("--object", options.object, "ID", "Room or group whose key signs")->required();
   add("--key-id", options.keyId, "ID", "Identifier of the key")->required();
   add("--key-sub-id", options.keySubId, "ID", "Its sub-identifier");
   add("--algorithm", options.algorithm, "NAME", "Signature algorithm")->capture_default_str();
-  add("--transaction", options.transaction, "TEXT", "Goes with the request for an authorization token");
-  add("--output", options.output, "FILE", "File to write, in place of standard output");
-  command->add_flag("--binary", options.binary, "Write the signature's bytes in place of base64");
+  add("--transaction", options.transaction, "TEXT", "Sent with the request for an authorization token");
+  add("--output", options.output, "FILE", "File to write instead of standard output");
+  command->add_flag("--binary", options.binary, "Write the signature's bytes instead of base64");
   command->add_flag("--force", options.force, "Replace the output file if it exists");
   options.session.AddOptions(*command);
   options.keyServers.AddOptions(*command);

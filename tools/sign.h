@@ -9,6 +9,7 @@
 
 namespace CryptCli {
 
+/// The command line of "sign".
 struct SignOptions {
   SessionOptions session;
   KeyServers keyServers;
@@ -24,8 +25,9 @@ struct SignOptions {
   bool force = false;
 };
 
+/// Adds the subcommand; parsing fills `options`, which must outlive it.
 CLI::App* AddSign(CLI::App& app, SignOptions& options);
-/// Has a key server sign the digest of a file, or a hash that was made elsewhere.
+/// Has a key server sign the digest of a file, or a hash that the user computed.
 ExitCode RunSign(const SignOptions& options);
 
 }  // namespace CryptCli

@@ -26,7 +26,7 @@ bool CopyAll(FileReader& reader, FileWriter& writer) {
 
 }  // namespace
 
-// What is not there or is a directory is no stream: opening it reports that.
+// A missing path or a directory is not a stream either: opening it as a file reports the reason.
 bool Source::IsStream(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);

@@ -6,11 +6,11 @@
 
 namespace CryptCli {
 
-/// A protected file that is read: itself, or where it has no size, as a FIFO or a pipe, a private copy of
-/// what comes out of it. The library reads a message from several places and needs its size.
+/// A protected file to read. A FIFO or pipe is first copied to a temporary file, which this object owns: the
+/// library needs the size of a message and reads it at several offsets.
 class Source {
  public:
-  /// Whether Open would copy, and so take as long as the writer does.
+  /// Whether Open would copy, and so block until the writer is done.
   static bool IsStream(const std::string& path);
 
   /// False with the reason in the error state.

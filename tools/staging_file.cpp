@@ -1,3 +1,5 @@
+// Decides how a target is replaced, before any server is asked: what can be refused for a local reason is
+// refused while nothing has been spent. encrypt, decrypt, sign and audit-log write through it.
 #include "tools/staging_file.h"
 
 #include <cerrno>
@@ -23,7 +25,7 @@ AnsiStr SystemText(int code) {
   return OruGuiBase::GetErrorMessage(static_cast<std::uint32_t>(code), 0, 1);
 }
 
-// To open a FIFO and close it again would cost its writer what he has written.
+// Opening a FIFO and closing it again would lose what its writer has written: access() must do.
 bool CanBeRead(const std::string& path) {
   struct stat status {};
   OruGuiBase::ClearLastError();
@@ -85,13 +87,13 @@ bool StagingFile::CheckTarget(const std::string& target, AnsiStr& errorText) {
 }
 
 bool StagingFile::CheckFile(const std::string& target, AnsiStr& errorText) {
-  // It is written itself, as it is open already, and loses nothing.
+  // Standard output redirected to this file: it is open already, and writing appends to what is there.
   if (isStandardOutput_) return true;
   if (!replace_) {
     errorText = DescribeFailure("write", AnsiStr(target), kExists);
     return false;
   }
-  // A link stays a link: what it names is replaced.
+  // A symbolic link stays one: the file that it names is replaced.
   std::error_code code;
   target_ = std::filesystem::canonical(target, code).string();
   if (code) errorText = DescribeFailure("write", AnsiStr(target), SystemText(code.value()));

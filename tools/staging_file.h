@@ -7,8 +7,9 @@
 
 namespace CryptCli {
 
-/// The file that an operation writes before its content is delivered to the target: so a target that can be
-/// replaced appears complete or not at all, and one that was there before stays until it is replaced.
+/// The file that an operation writes before its content becomes the target. A target that can be replaced
+/// therefore appears complete or not at all, and an existing one stays until then. Owns the file and deletes
+/// it on destruction unless it was committed.
 class StagingFile {
  public:
   StagingFile() = default;
@@ -16,18 +17,18 @@ class StagingFile {
   StagingFile& operator=(const StagingFile&) = delete;
   ~StagingFile() = default;
 
-  /// Makes the staging file. False with the reason when the source cannot be read, the target is there
-  /// already and may not be replaced, or nothing can be made beside it. A device or FIFO is written through
-  /// and needs no leave to be replaced.
+  /// Creates the staging file. False with the reason when the source cannot be read, the target exists and
+  /// `replace` is not set, or no file can be created beside it. A device or FIFO as target is written in
+  /// place and does not need `replace`.
   bool Open(const std::string& source, const std::string& target, bool replace,
             OruGuiBase::AnsiStr& errorText);
   /// The same where there is no source.
   bool Open(const std::string& target, bool replace, OruGuiBase::AnsiStr& errorText);
   OruGuiBase::File GetFile() const { return file_.GetFile(); }
   std::string GetPath() const { return std::string(file_.GetPath().View()); }
-  /// Whether the target is what the report goes to as well.
+  /// Whether the target is standard output, where the report would go as well.
   bool IsStandardOutput() const { return isStandardOutput_; }
-  /// Makes it the target. False with the reason.
+  /// Moves the staging file to the target. False with the reason.
   bool Commit(OruGuiBase::AnsiStr& errorText);
 
  private:

@@ -22,9 +22,9 @@ TraceSink::~TraceSink() {
 
 void TraceSink::OnTrace(std::uint32_t, std::uint32_t level, const char* source, std::uint32_t,
                         const char* text) {
-  // Errors have the highest level, so that the least level alone could not leave the bodies out.
+  // Errors have the highest level, so a minimum level could not leave out the bodies alone.
   if (level == kBodyLevel && depth_ < 2) return;
-  // One call for the line, since threads may trace at once.
+  // One call for the whole line: several threads may trace at the same time.
   std::fprintf(stderr, "[%s %u] %s\n", source, level, ToLine(text).GetText());
 }
 

@@ -6,7 +6,7 @@
 
 namespace CryptCli {
 
-/// Shows the library's traces on standard error, from its making to its end.
+/// Prints the library's traces on standard error as long as it exists. One at a time in the process.
 class TraceSink final : public OruGuiTrace::ITraceSink {
  public:
   /// 0 shows nothing, 1 request lines and errors, 2 also the bodies of requests and responses, passwords,

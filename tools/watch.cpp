@@ -1,3 +1,5 @@
+// Progress and signals. A signal handler could not remove files safely (almost nothing may be called in one),
+// so all signals are blocked and one thread waits for them with sigtimedwait.
 #include "tools/watch.h"
 
 #include <cerrno>
@@ -14,14 +16,14 @@ namespace CryptCli {
 
 namespace {
 
-// Those that come from outside and end a program unless it says otherwise. What a fault of the program itself
-// raises is not among them, nor SIGKILL.
+// The signals from outside that end a program by default. Those that its own faults raise (SIGSEGV ...) are
+// not among them, and SIGKILL cannot be caught.
 constexpr int kEndingSignals[] = {SIGHUP,  SIGINT,  SIGQUIT,   SIGTERM, SIGALRM, SIGVTALRM, SIGPROF,
                                   SIGUSR1, SIGUSR2, SIGSTKFLT, SIGIO,   SIGXCPU, SIGPWR};
-constexpr long kTickNanoseconds = 200'000'000;
+constexpr long kTickNanoseconds = 200'000'000;  // often enough for the turning mark to look alive
 constexpr const char* kClearLine = "\r\033[K";
 
-// Wakes the thread; no other use is made of it.
+// Stop() sends it to wake the thread; nothing else uses it.
 int StopSignal() {
   return SIGRTMIN;
 }
@@ -32,8 +34,8 @@ void ShowTick(const std::string& label, int tick) {
                seconds % 60);
 }
 
-// A signal that is held back arrives even when it is ignored; under nohup it must not. One that is handled,
-// as a profiler does, ends nothing.
+// sigtimedwait returns a blocked signal even if its disposition is to ignore it, as under nohup: that one
+// must not end the program. Neither must one that has a handler, such as a profiler's.
 bool EndsTheProgram(int signal) {
   struct sigaction action {};
   return sigaction(signal, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) == 0 &&
@@ -52,8 +54,8 @@ Watch::Watch() {
     if (EndsTheProgram(signal)) sigaddset(&signals_, signal);
   }
   pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-  // A reader that has gone and a file that is too large show when they are written to; they must not end the
-  // program before the directory is taken away.
+  // A closed pipe and a file above the size limit show as errors of write(). As signals they would end the
+  // program before it could remove its directory.
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGXFSZ, SIG_IGN);
   if (directory_.Create("cryptcli") && setenv("TMPDIR", directory_.GetPath().GetText(), 1) != 0) {
@@ -88,7 +90,7 @@ void Watch::Run(const std::string& label, bool show) const {
     if (signal < 0 || signal == StopSignal()) continue;
     if (show) std::fputs(kClearLine, stderr);
     OruGuiBase::RemoveUnfinishedFiles();
-    // The operation still runs on its thread, so nothing of it may be destroyed.
+    // _Exit, not exit: the operation still runs on its thread, so none of its objects may be destroyed.
     std::_Exit(static_cast<int>(ExitCode::Interrupted) + signal);
   }
   if (show) std::fputs(kClearLine, stderr);

@@ -11,15 +11,15 @@
 
 namespace CryptCli {
 
-/// Looks after a running operation from a thread of its own: shows on a terminal that it goes on, and on a
-/// signal that would end the program removes what it has on disk and ends it.
+/// Watches a running operation from a thread of its own: shows progress on a terminal, and on a signal that
+/// would end the program removes its files and then ends it.
 ///
-/// The library keeps plain content in temporary files while it works. So the program gets a temporary
-/// directory of its own here, which goes with it however it ends.
+/// The library keeps plaintext in temporary files while it works. So this class gives the program a temporary
+/// directory of its own, which it owns and removes however the program ends.
 class Watch {
  public:
-  /// Begins with the program; signals are held back from all threads that start later. Without a directory
-  /// for temporary files IsReady() is false, with the reason.
+  /// Call before any thread is started: signals are blocked in this thread and all later ones. When no
+  /// temporary directory can be created, IsReady() is false and GetReason() says why.
   Watch();
   Watch(const Watch&) = delete;
   Watch& operator=(const Watch&) = delete;
@@ -27,8 +27,8 @@ class Watch {
 
   bool IsReady() const { return !directory_.GetPath().IsEmpty(); }
   const OruGuiBase::AnsiStr& GetReason() const { return reason_; }
-  /// Shows `label` with the time that has passed, if standard error is a terminal and `show` is set, until
-  /// Stop().
+  /// Starts the thread. Until Stop() it shows `label` with the elapsed time, if standard error is a terminal
+  /// and `show` is set.
   void Start(const std::string& label, bool show);
   void Stop();
 
