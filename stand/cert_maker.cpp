@@ -1,39 +1,27 @@
+// Issues X.509 certificates (RFC 5280) with OpenSSL. Called by Authority for the certificates of the test
+// environment, and by the tests, which also need certificates that no real authority would issue.
 #include "stand/cert_maker.h"
 
 #include <cstdio>
-#include <cstring>
-#include <openssl/bio.h>
 #include <openssl/bn.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
 #include <openssl/x509v3.h>
 
+#include "stand/memory_bio.h"
+
 namespace CryptStand {
 namespace {
 
-using BioPtr = std::unique_ptr<BIO, decltype(&BIO_free_all)>;
 using CertPtr = std::unique_ptr<X509, decltype(&X509_free)>;
 using ExtensionPtr = std::unique_ptr<X509_EXTENSION, decltype(&X509_EXTENSION_free)>;
 using NumberPtr = std::unique_ptr<BIGNUM, decltype(&BN_free)>;
 using DigestPtr = std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)>;
 
-const unsigned char* Bytes(std::string_view text) {
-  return reinterpret_cast<const unsigned char*>(text.data());
-}
-
-std::string Contents(BIO* bio) {
-  char* data = nullptr;
-  const long size = BIO_get_mem_data(bio, &data);
-  return size > 0 ? std::string(data, static_cast<std::size_t>(size)) : std::string();
-}
-
+// Without ESC_MSB, so that names in other alphabets stay readable.
 std::string NameText(const X509_NAME* name) {
-  BioPtr bio(BIO_new(BIO_s_mem()), BIO_free_all);
-  if (X509_NAME_print_ex(bio.get(), name, 0,
-                         XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB)) < 0) {
-    return {};
-  }
-  return Contents(bio.get());
+  constexpr unsigned long kFlags = XN_FLAG_RFC2253 & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
+  return Written([&](BIO* bio) { return X509_NAME_print_ex(bio, name, 0, kFlags) >= 0 ? 1 : 0; });
 }
 
 std::time_t ParseTime(const char* text) {
@@ -63,7 +51,8 @@ bool SetSerial(X509* certificate, const std::string& serial) {
 bool SetSubject(X509* certificate, const CertSpec& spec) {
   X509_NAME* name = X509_get_subject_name(certificate);
   for (const auto& [type, value] : spec.subject) {
-    // A text given in its final form is not held to the 64 characters that X.520 allows a name.
+    // OpenSSL refuses strings over the 64 characters that X.520 allows, except in their final ASN.1 type.
+    // Room names may be longer, and clients must cope with such certificates.
     const int form = value.size() > 64 ? V_ASN1_UTF8STRING : MBSTRING_UTF8;
     if (X509_NAME_add_entry_by_txt(name, type.c_str(), form, Bytes(value), static_cast<int>(value.size()), -1,
                                    0) != 1) {
@@ -93,7 +82,8 @@ std::string BasicConstraints(const CertSpec& spec) {
   return value;
 }
 
-// The subject's key identifier comes first: a self-signed certificate takes its authority's from it.
+// The subject key identifier comes first: a self-signed certificate copies its authority key identifier from
+// it.
 bool AddExtensions(X509* certificate, X509* issuer, const CertSpec& spec) {
   std::vector<std::pair<std::string, std::string>> all;
   if (spec.hasBasicConstraints) all.emplace_back("basicConstraints", BasicConstraints(spec));
@@ -117,7 +107,7 @@ bool SignWith(X509* certificate, EVP_PKEY* key, const char* digest) {
   return method != nullptr && X509_sign(certificate, key, method.get()) > 0;
 }
 
-// The certificate as it will be read again, so that nothing of its making is left in it.
+// Encodes and decodes the certificate, so that OpenSSL holds the same cached state as for one that was read.
 X509* Reread(X509* certificate) {
   unsigned char* encoded = nullptr;
   const int size = i2d_X509(certificate, &encoded);
@@ -180,20 +170,15 @@ Cert Cert::SelfSign(const CertSpec& spec, const KeyPair& key) {
 }
 
 Cert Cert::FromPEM(std::string_view pem) {
-  BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free_all);
-  return Cert(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
+  return Cert(PEM_read_bio_X509(Source(pem).get(), nullptr, nullptr, nullptr));
 }
 
 std::string Cert::ToPEM() const {
-  BioPtr bio(BIO_new(BIO_s_mem()), BIO_free_all);
-  if (IsEmpty() || PEM_write_bio_X509(bio.get(), Get0()) != 1) return {};
-  return Contents(bio.get());
+  return IsEmpty() ? "" : Written([&](BIO* bio) { return PEM_write_bio_X509(bio, Get0()); });
 }
 
 std::string Cert::ToDER() const {
-  BioPtr bio(BIO_new(BIO_s_mem()), BIO_free_all);
-  if (IsEmpty() || i2d_X509_bio(bio.get(), Get0()) != 1) return {};
-  return Contents(bio.get());
+  return IsEmpty() ? "" : Written([&](BIO* bio) { return i2d_X509_bio(bio, Get0()); });
 }
 
 std::string Cert::ToBase64() const {

@@ -1,36 +1,25 @@
-#include <openssl/bio.h>
+// Key pairs for the servers of cryptstand and for the tests: generating, encoding in all the forms that
+// clients accept or must refuse, and the RSA operations that key servers carry out.
+#include "stand/key_pair.h"
+
 #include <openssl/ec.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
-#include "stand/cert_maker.h"
+#include "stand/memory_bio.h"
 
 namespace CryptStand {
 namespace {
 
-using BioPtr = std::unique_ptr<BIO, decltype(&BIO_free_all)>;
 using KeyCtxPtr = std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)>;
 using DigestCtxPtr = std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)>;
 using DigestPtr = std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)>;
 
-const unsigned char* Bytes(std::string_view text) {
-  return reinterpret_cast<const unsigned char*>(text.data());
+unsigned char* Target(std::string& buffer) {
+  return reinterpret_cast<unsigned char*>(buffer.data());
 }
 
-unsigned char* Bytes(std::string& text) {
-  return reinterpret_cast<unsigned char*>(text.data());
-}
-
-// What a writer puts into a memory BIO; empty when it fails.
-template <class Writer>
-std::string Written(Writer write) {
-  BioPtr bio(BIO_new(BIO_s_mem()), BIO_free_all);
-  if (bio == nullptr || write(bio.get()) != 1) return {};
-  char* data = nullptr;
-  const long size = BIO_get_mem_data(bio.get(), &data);
-  return {data, static_cast<std::size_t>(size)};
-}
-
+// Without it OpenSSL would ask for a password at the terminal.
 int RefusePassword(char*, int, int, void*) {
   return -1;
 }
@@ -44,7 +33,7 @@ std::string RunPKCS1(EVP_PKEY_CTX* context, std::string_view input, Step step) {
     return {};
   }
   std::string output(size, '\0');
-  if (step(context, Bytes(output), &size, Bytes(input), input.size()) != 1) return {};
+  if (step(context, Target(output), &size, Bytes(input), input.size()) != 1) return {};
   output.resize(size);
   return output;
 }
@@ -64,8 +53,7 @@ KeyPair KeyPair::MakeEC(const char* curve) {
 }
 
 KeyPair KeyPair::FromPEM(std::string_view pem) {
-  BioPtr bio(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free_all);
-  return KeyPair(PEM_read_bio_PrivateKey(bio.get(), nullptr, RefusePassword, nullptr));
+  return KeyPair(PEM_read_bio_PrivateKey(Source(pem).get(), nullptr, RefusePassword, nullptr));
 }
 
 std::string KeyPair::ToPEM() const {
@@ -116,7 +104,7 @@ std::string KeyPair::Sign(std::string_view message, const char* digest) const {
     return {};
   }
   std::string signature(size, '\0');
-  if (EVP_DigestSign(context.get(), Bytes(signature), &size, Bytes(message), message.size()) != 1) return {};
+  if (EVP_DigestSign(context.get(), Target(signature), &size, Bytes(message), message.size()) != 1) return {};
   signature.resize(size);
   return signature;
 }
@@ -131,7 +119,7 @@ std::string KeyPair::SignHash(std::string_view hash, const char* digest) const {
     return {};
   }
   std::string signature(size, '\0');
-  if (EVP_PKEY_sign(context.get(), Bytes(signature), &size, Bytes(hash), hash.size()) != 1) return {};
+  if (EVP_PKEY_sign(context.get(), Target(signature), &size, Bytes(hash), hash.size()) != 1) return {};
   signature.resize(size);
   return signature;
 }
@@ -153,9 +141,9 @@ std::string KeyPair::Encrypt(std::string_view plain) const {
 std::string KeyPair::Decrypt(std::string_view cipher) const {
   const KeyCtxPtr context = NewContext(key_.get());
   if (context == nullptr || EVP_PKEY_decrypt_init(context.get()) != 1) return {};
-  // From 3.2 on OpenSSL hands out random bytes in the place of a bad block, unless it is told otherwise;
-  // before, it does not know the name. Nobody can be harmed by an environment for tests that refuses a block
-  // it knows to be bad, and whoever tries it sees the mistake.
+  // From 3.2 on OpenSSL returns random bytes instead of an error for a bad block (implicit rejection), unless
+  // it is switched off; earlier versions do not know the option, so the result is not checked. In a test
+  // environment the error harms nobody, and a test that sends a bad block sees it refused.
   EVP_PKEY_CTX_ctrl_str(context.get(), "rsa_pkcs1_implicit_rejection", "0");
   return RunPKCS1(context.get(), cipher, EVP_PKEY_decrypt);
 }
@@ -163,7 +151,7 @@ std::string KeyPair::Decrypt(std::string_view cipher) const {
 std::string ToBase64(std::string_view bytes) {
   std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
   text.resize(
-      static_cast<std::size_t>(EVP_EncodeBlock(Bytes(text), Bytes(bytes), static_cast<int>(bytes.size()))));
+      static_cast<std::size_t>(EVP_EncodeBlock(Target(text), Bytes(bytes), static_cast<int>(bytes.size()))));
   return text;
 }
 

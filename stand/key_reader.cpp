@@ -1,3 +1,6 @@
+// Reads the private keys that users import into a group's key store, in every form that importKeyRequest
+// allows. The RFC numbers are in the header. OpenSSL's own "read any key" would not say whether the password
+// was wrong.
 #include "stand/key_reader.h"
 
 #include <cstring>
@@ -7,12 +10,12 @@
 #include <openssl/pkcs12.h>
 #include <optional>
 
+#include "stand/memory_bio.h"
 #include "stand/wire.h"
 
 namespace CryptStand {
 namespace {
 
-using BioPtr = std::unique_ptr<BIO, decltype(&BIO_free_all)>;
 using SealedPtr = std::unique_ptr<X509_SIG, decltype(&X509_SIG_free)>;
 using InfoPtr = std::unique_ptr<PKCS8_PRIV_KEY_INFO, decltype(&PKCS8_PRIV_KEY_INFO_free)>;
 using BagPtr = std::unique_ptr<PKCS12, decltype(&PKCS12_free)>;
@@ -20,24 +23,20 @@ struct Release {
   void operator()(void* memory) const { OPENSSL_free(memory); }
 };
 
-// One PEM block: its label, its header lines and its bytes as they stand.
+// One PEM block: its label, its header lines and its decoded bytes, which may still be encrypted.
 struct Block {
   std::string label;
   std::string header;
   std::string bytes;
 };
 
-const unsigned char* Begin(const std::string& bytes) {
-  return reinterpret_cast<const unsigned char*>(bytes.data());
-}
-
-// Reads one DER value; null unless it fills all of the bytes.
+// Reads one DER value; null unless it takes up all of the bytes.
 template <class T, class Free>
 std::unique_ptr<T, Free> ReadDER(T* (*read)(T**, const unsigned char**, long), Free release,
                                  const std::string& bytes) {
-  const unsigned char* position = Begin(bytes);
+  const unsigned char* position = Bytes(bytes);
   std::unique_ptr<T, Free> value(read(nullptr, &position, static_cast<long>(bytes.size())), release);
-  if (position != Begin(bytes) + bytes.size()) value.reset();
+  if (position != Bytes(bytes) + bytes.size()) value.reset();
   return value;
 }
 
@@ -49,7 +48,7 @@ KeyReading Accept(EVP_PKEY* read, KeyPair& key) {
 }
 
 KeyReading ReadPlain(const std::string& bytes, const std::string& password, KeyPair& key) {
-  const unsigned char* position = Begin(bytes);
+  const unsigned char* position = Bytes(bytes);
   const KeyReading reading =
       Accept(d2i_AutoPrivateKey(nullptr, &position, static_cast<long>(bytes.size())), key);
   if (reading != KeyReading::Good || password.empty()) return reading;
@@ -63,7 +62,8 @@ KeyReading ReadSealed(const X509_SIG& sealed, const std::string& password, KeyPa
   return info != nullptr ? Accept(EVP_PKCS82PKEY(info.get()), key) : KeyReading::WrongPassword;
 }
 
-// An empty password is written in two ways.
+// PKCS #12 software encodes an empty password in two ways: as an empty string or as none (RFC 7292, appendix
+// B).
 bool Unlocks(PKCS12* bag, const std::string& password) {
   return PKCS12_verify_mac(bag, password.data(), static_cast<int>(password.size())) == 1 ||
          (password.empty() && PKCS12_verify_mac(bag, nullptr, 0) == 1);
@@ -87,7 +87,7 @@ KeyReading ReadBytes(const std::string& bytes, const std::string& password, KeyP
 }
 
 std::optional<Block> ReadBlock(const std::string& pem) {
-  const BioPtr source(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), BIO_free_all);
+  const BioPtr source = Source(pem);
   char* label = nullptr;
   char* header = nullptr;
   unsigned char* data = nullptr;
@@ -106,8 +106,8 @@ int CopyPassword(char* target, int capacity, int, void* given) {
   return static_cast<int>(password.size());
 }
 
-// The traditional form under a password. A wrong one may decrypt to anything, so what is no key then is taken
-// for a wrong password too.
+// The traditional PEM form under a password. It has no checksum, so a wrong password may decrypt to anything:
+// a result that is not a key counts as a wrong password too.
 KeyReading ReadTraditional(Block block, std::string password, KeyPair& key) {
   EVP_CIPHER_INFO cipher = {};
   auto size = static_cast<long>(block.bytes.size());

@@ -1,37 +1,24 @@
+// Wrapped room keys as key servers make and open them: a signed JSON object around an enveloped private key.
+// Clients never look inside, except for the signer's certificate when they validate a room's key.
 #include "stand/wrapped_key.h"
 
 #include <memory>
-#include <openssl/bio.h>
 #include <openssl/cms.h>
 #include <openssl/err.h>
 
+#include "stand/memory_bio.h"
 #include "stand/wire.h"
 
 namespace CryptStand {
 namespace {
 
-using BioPtr = std::unique_ptr<BIO, decltype(&BIO_free_all)>;
 using CmsPtr = std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)>;
 
-// The certificates belong to others.
+// Frees the stack alone: the certificates belong to their Cert objects.
 struct StackDeleter {
   void operator()(STACK_OF(X509) * stack) const { sk_X509_free(stack); }
 };
 using StackPtr = std::unique_ptr<STACK_OF(X509), StackDeleter>;
-
-BioPtr Source(const std::string& bytes) {
-  return {BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())), BIO_free_all};
-}
-
-BioPtr Sink() {
-  return {BIO_new(BIO_s_mem()), BIO_free_all};
-}
-
-std::string Contents(BIO* bio) {
-  char* data = nullptr;
-  const long size = BIO_get_mem_data(bio, &data);
-  return size > 0 ? std::string(data, static_cast<std::size_t>(size)) : std::string();
-}
 
 CmsPtr Parse(const std::string& bytes) {
   return {d2i_CMS_bio(Source(bytes).get(), nullptr), CMS_ContentInfo_free};
@@ -39,8 +26,8 @@ CmsPtr Parse(const std::string& bytes) {
 
 // DER of the message; empty when there is none.
 std::string Encode(const CmsPtr& message) {
-  const BioPtr out = Sink();
-  return message != nullptr && i2d_CMS_bio(out.get(), message.get()) == 1 ? Contents(out.get()) : "";
+  if (message == nullptr) return {};
+  return Written([&](BIO* bio) { return i2d_CMS_bio(bio, message.get()); });
 }
 
 std::string Envelop(const std::string& plain, const Cert& wrapping, const std::vector<Cert>& readers) {
@@ -68,7 +55,7 @@ std::string Sign(const std::string& content, const Identity& signer) {
   return Encode(message);
 }
 
-// Who signed is decided by the one certificate that is given: those in the message are passed over.
+// CMS_NOINTERN ignores the certificates in the message: only the given signer counts.
 std::string VerifiedContent(const std::string& bytes, const Cert& signer) {
   const CmsPtr message = Parse(bytes);
   const StackPtr signers(sk_X509_new_null());
@@ -80,8 +67,8 @@ std::string VerifiedContent(const std::string& bytes, const Cert& signer) {
   return good ? Contents(content.get()) : "";
 }
 
-// Recipients of an envelope are named by issuer and serial number alone, so that the key could not be wrapped
-// for them again if their certificates did not go along.
+// An envelope names its recipients by issuer and serial number alone. Their certificates are stored with it,
+// because wrapping the key for them again needs the public keys.
 std::vector<std::string> TextsOf(const std::vector<Cert>& certificates) {
   std::vector<std::string> texts;
   texts.reserve(certificates.size());
@@ -89,7 +76,7 @@ std::vector<std::string> TextsOf(const std::vector<Cert>& certificates) {
   return texts;
 }
 
-// Keys that were wrapped before there was such a list have none.
+// Keys that were wrapped before this list existed have no "readers".
 std::vector<Cert> ReadersIn(const KVMap& object) {
   std::vector<Cert> readers;
   for (const std::string& text : ReadTexts(object, "readers").value_or(std::vector<std::string>())) {
