@@ -1,3 +1,5 @@
+// The control path of the crypt service, by which scripts and tests of other programs change how the servers
+// behave. The tests of this repository call class Stand directly. The header describes the requests.
 #include "stand/control.h"
 
 #include <algorithm>
@@ -5,13 +7,14 @@
 #include <limits>
 #include <utility>
 
-#include "stand/crypt_service.h"
+#include "stand/served.h"
 #include "stand/stand.h"
 #include "stand/wire.h"
 
 namespace CryptStand {
 namespace {
 
+// A hundred years: certificates can be made too early or too late by any amount, and dates stay printable.
 constexpr std::int64_t kMaxClockOffset = 100L * 366 * 86400;
 
 HttpReply Malformed(const char* text) {
@@ -111,7 +114,7 @@ std::optional<IntegrityList> FindIntegrityList(const std::string& name) {
   return name == "other-kinds" ? std::optional(IntegrityList::OtherTypes) : std::nullopt;
 }
 
-// A text in place of a list, or null for the real one. False when the member is of another type.
+// A string to use instead of a list, or null for the real list. False when the member is of another type.
 bool ReadListText(const KVMap& body, const char* name, std::optional<std::string>& text) {
   const std::uint32_t index = body.Find(name);
   text = ReadText(body, name);
@@ -173,8 +176,8 @@ HttpReply ServeEvents(const Stand& stand) {
   return JsonReply(response);
 }
 
-// The segments of the path. A script that joins the service's URL and a path with a slash of its own makes an
-// empty one at the front.
+// The segments of the path. A script that joins the service's URL, which ends in a slash, and "/stand/..."
+// makes an empty segment at the front, which is dropped.
 std::vector<std::string> ControlPath(const HttpRequest& request) {
   auto path = request.PathSegments().value_or(std::vector<std::string>());
   if (path.size() > 1 && path.front().empty()) path.erase(path.begin());
@@ -201,7 +204,7 @@ HttpReply ServeControl(Stand& stand, const HttpRequest& request) {
     if (what != name) continue;
     if (request.method != "POST") return WrongMethod();
     const auto body = ReadObject(request.body);
-    return body.has_value() ? serve(stand, *body) : Malformed("Body is no JSON object");
+    return body.has_value() ? serve(stand, *body) : Malformed("The body is not a JSON object");
   }
   return Refusal(404, kUnknownErrorId, "Unknown path");
 }

@@ -1,3 +1,5 @@
+// The resources of the crypt service except for tokens. It checks requests strictly and reports what is
+// wrong: this server is there to find mistakes in clients.
 #include "stand/crypt_service.h"
 
 #include <algorithm>
@@ -11,20 +13,12 @@ Served Malformed(const std::string& text) {
   return RefusedWith(400, kMalformedErrorId, text);
 }
 
-Served WrongMethod(const char* allowed) {
-  Served served = RefusedWith(405, kMalformedErrorId, "Method not allowed");
-  served.reply.headers.emplace_back("Allow", allowed);
-  return served;
-}
-
-Served MakeResponse(const KVMap& response) {
+Served Success(const KVMap& response) {
   return {JsonReply(response), "ok"};
 }
 
 bool HasJsonType(const HttpRequest& request) {
-  const auto types = request.HeaderValues("Content-Type");
-  if (types.size() != 1) return false;
-  const std::string type = types.front().substr(0, types.front().find(';'));
+  const std::string type = request.ContentType();
   return type == "text/json" || type == "application/json";
 }
 
@@ -51,7 +45,7 @@ Served CryptService::Serve(const HttpRequest& request, const std::optional<Route
   if (!HasJsonType(request)) return RefusedWith(415, kMalformedErrorId, "Content type is not JSON");
   if (isKey) return ServeKey(request, *route);
   const auto body = ReadObject(request.body);
-  if (!body.has_value()) return Malformed("Body is no JSON object");
+  if (!body.has_value()) return Malformed("The body is not a JSON object");
   if (route->operation == "certlist") return ServeCertList(*body, *route);
   if (route->operation == "newkey") return ServeNewKey(*body, *route);
   if (route->operation == "authztoken") return ServeToken(*body, *route);
@@ -78,7 +72,7 @@ void CryptService::AddConfiguration(const RoomRecord& room, KVMap& response) con
   response.Set("certauth", Val(room.options.certAuth));
 }
 
-// Refusals about the room come with status 200: that is where a client looks for them.
+// Refusals about the room have status 200: for this resource, clients look for them in the response.
 Served CryptService::ServeKey(const HttpRequest& request, const Route& route) {
   std::optional<KVMap> id;
   if (request.method == "POST") {
@@ -86,7 +80,7 @@ Served CryptService::ServeKey(const HttpRequest& request, const Route& route) {
     id = body.has_value() && HasMembers(*body, {"id"}) ? ReadMap(*body, "id") : std::nullopt;
     const bool isWhole = id.has_value() && HasMembers(*id, {"issuer", "serial"}) && ReadText(*id, "issuer") &&
                          ReadText(*id, "serial");
-    if (!isWhole) return Malformed("Body is not {\"id\":{\"issuer\",\"serial\"}}");
+    if (!isWhole) return Malformed("The body is not {\"id\":{\"issuer\",\"serial\"}}");
   }
   const auto room = realm_.store.GetRoom(route.id);
   if (!room.has_value()) return RefusedWith(200, kUnknownErrorId, "Unknown room");
@@ -108,12 +102,12 @@ Served CryptService::KeyResponse(const RoomRecord& room, const std::optional<Roo
     if (opened.has_value()) response.Set("plain", TextVal(opened->key.ToPEM()));
   }
   AddConfiguration(room, response);
-  return MakeResponse(response);
+  return Success(response);
 }
 
 Served CryptService::ServeCertList(const KVMap& body, const Route& route) {
   if (!HasMembers(body, {"keyserver"}) || !IsKeyServerOrEmpty(ReadText(body, "keyserver"))) {
-    return Malformed("\"keyserver\" is no key server of this service");
+    return Malformed("\"keyserver\" is not a key server of this service");
   }
   const auto room = realm_.store.GetRoom(route.id);
   if (const auto refusal = RefuseRoom(room)) return *refusal;
@@ -127,33 +121,33 @@ Served CryptService::ServeCertList(const KVMap& body, const Route& route) {
   response.Set("seqnr", TextVal(*sequence));
   response.Set("certificates", TextsVal({member.certificate.ToPEM()}));
   AddConfiguration(*room, response);
-  return MakeResponse(response);
+  return Success(response);
 }
 
 Served CryptService::ServeNewKey(const KVMap& body, const Route& route) {
   const auto sequence = ReadText(body, "seqnr");
   const auto data = ReadText(body, "key");
   if (!HasMembers(body, {"seqnr", "key"}) || !sequence.has_value() || !data.has_value()) {
-    return Malformed("Body is not {\"seqnr\",\"key\"}");
+    return Malformed("The body is not {\"seqnr\",\"key\"}");
   }
   const auto room = realm_.store.GetRoom(route.id);
   if (const auto refusal = RefuseRoom(room)) return *refusal;
   const auto opened = realm_.rooms.OpenKey(*data);
-  if (!opened.has_value()) return Malformed("\"key\" is no wrapped key of these key servers");
+  if (!opened.has_value()) return Malformed("\"key\" is not a wrapped key of these key servers");
   switch (realm_.store.UploadRoomKey(room->id, *sequence, opened->certificate, *data)) {
     case Upload::Done:
-      return MakeResponse(KVMap());
+      return Success(KVMap());
     case Upload::StaleSequence:
       return RefusedWith(409, kMalformedErrorId, "The sequence number is stale");
     case Upload::Failed:
       break;
   }
-  return RefusedWith(500, kUnknownErrorId, "The key cannot be kept");
+  return RefusedWith(500, kUnknownErrorId, "The key cannot be stored");
 }
 
 Served CryptService::ServeIntegrity(const KVMap& body, const Route& route) {
   if (!HasMembers(body, {"keyserver"}) || !IsKeyServerOrEmpty(ReadText(body, "keyserver"))) {
-    return Malformed("\"keyserver\" is no key server of this service");
+    return Malformed("\"keyserver\" is not a key server of this service");
   }
   if (route.digest != "sha256") return RefusedWith(404, kUnknownErrorId, "Unknown digest");
   if (!realm_.store.HasGroup(route.id)) return RefusedWith(404, kUnknownErrorId, "Unknown group");
@@ -171,7 +165,7 @@ Served CryptService::ServeIntegrity(const KVMap& body, const Route& route) {
   }
   KVMap response;
   response.Set("integrity", Val(list));
-  return MakeResponse(response);
+  return Success(response);
 }
 
 }  // namespace CryptStand

@@ -8,12 +8,8 @@
 
 namespace CryptStand {
 
-/// The error that an application can tell from all others: the room is locked.
-inline constexpr const char* kLockedErrorId = "QOB.1.1001.1.422645";
-inline constexpr const char* kUnknownErrorId = "QOB.1.1001.1.404";
-inline constexpr const char* kMalformedErrorId = "QOB.1.1001.1.400";
-
-/// The crypt service: rooms, certificate lists, tokens. Its resources, below the base URL:
+/// The crypt service: rooms, certificate lists, tokens. Stateless itself; `realm` must outlive it. Its
+/// resources, below the base URL:
 ///
 ///   GET, POST crypt/key/<room>                          the room's key, current or by certificate
 ///   POST      crypt/certlist/<room>                     certificates and sequence number for a new key
@@ -25,7 +21,7 @@ inline constexpr const char* kMalformedErrorId = "QOB.1.1001.1.400";
 /// another content type than JSON with 415, each with "errorid" and "errortext".
 class CryptService {
  public:
-  /// A request's resource, by the names "key", "certlist", "newkey", "authztoken" and "integrity".
+  /// The resource of a request: "key", "certlist", "newkey", "authztoken" or "integrity".
   struct Route {
     std::string operation;
     std::string id;
@@ -44,11 +40,11 @@ class CryptService {
   Served ServeToken(const KVMap& body, const Route& route);
   Served ServeIntegrity(const KVMap& body, const Route& route);
 
-  /// The answer for a room's key; the keys are left out when there is no record.
+  /// The response about a room's key; without a record it has no key members.
   Served KeyResponse(const RoomRecord& room, const std::optional<RoomKeyRecord>& record);
-  /// Group, key servers, timeout and the probing flag, as two of the responses carry them.
+  /// Adds group, key servers, timeout and the probing flag, which "key" and "certlist" both return.
   void AddConfiguration(const RoomRecord& room, KVMap& response) const;
-  /// Why a room cannot be served by anything but "key"; none when it can.
+  /// The refusal of an unknown or locked room for all resources but "key"; none when it can be served.
   std::optional<Served> RefuseRoom(const std::optional<RoomRecord>& room) const;
   bool IsKeyServerOrEmpty(const std::optional<std::string>& url) const;
 

@@ -1,33 +1,23 @@
-#include <algorithm>
-#include <iterator>
-
+// The resource "authztoken": which token requests are well-formed, and who may have a token. Tokens
+// themselves are kept in tokens.cpp.
+#include "stand/commands.h"
 #include "stand/crypt_service.h"
 #include "stand/wire.h"
 
 namespace CryptStand {
 namespace {
 
-// Every command that a token can be asked for; only two of them name the key that they act on.
-constexpr const char* kOperations[] = {
-    "configGroupRequest",      "reencryptRequest",        "getAuditLogRequest", "generateWrappedKeyRequest",
-    "modifyWrappedKeyRequest", "exportWrappedKeyRequest", "decryptRequest",     "signRequest",
-    "getKeyRequest",           "importKeyRequest",        "deleteKeyRequest",
-};
-
-bool IsOperation(const std::string& name) {
-  return std::find(std::begin(kOperations), std::end(kOperations), name) != std::end(kOperations);
-}
-
+// Tokens of these commands are bound to one key.
 bool NamesKey(const std::string& operation) {
   return operation == "signRequest" || operation == "deleteKeyRequest";
 }
 
-// The claim that a request asks for; none when the request is malformed.
+// The claim that the request describes; none when it is malformed.
 std::optional<TokenClaim> ReadClaim(const KVMap& body, const std::string& id) {
   const auto server = ReadText(body, "keyserver");
   const auto operation = ReadText(body, "operation");
   if (!HasMembers(body, {"keyserver", "operation"}, {"transaction", "key"}) || !server || !operation ||
-      !IsOperation(*operation)) {
+      FindCommand(*operation) == nullptr) {
     return std::nullopt;
   }
   if (body.Find("transaction") < body.GetCount() && ReadText(body, "transaction").value_or("").empty()) {
@@ -51,9 +41,9 @@ Served CryptService::ServeToken(const KVMap& body, const Route& route) {
   const auto claim = ReadClaim(body, route.id);
   if (!claim.has_value()) return RefusedWith(400, kMalformedErrorId, "The token request is malformed");
   if (!realm_.settings.IsKeyServer(claim->server)) {
-    return RefusedWith(400, kMalformedErrorId, "\"keyserver\" is no key server of this service");
+    return RefusedWith(400, kMalformedErrorId, "\"keyserver\" is not a key server of this service");
   }
-  // Setting up a group is what makes it known.
+  // This command creates the group, so the service does not know it yet.
   const bool makesGroup = claim->operation == "configGroupRequest";
   if (!makesGroup && !realm_.rooms.FindGroup(route.id).has_value()) {
     return RefusedWith(404, kUnknownErrorId, "Unknown room or group");

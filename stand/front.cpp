@@ -1,16 +1,16 @@
+// What every request passes through, whichever server it is for: faults, the "Date" header, the event log.
 #include "stand/front.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <ctime>
 
-#include "stand/crypt_service.h"
 #include "stand/fault_reply.h"
 
 namespace CryptStand {
 namespace {
 
-// Sleeps unless the server goes down meanwhile.
+// Sleeps, but returns at once when the server goes down.
 void Wait(int milliseconds, const std::stop_token& stop) {
   std::mutex mutex;
   std::condition_variable_any never;
@@ -18,7 +18,7 @@ void Wait(int milliseconds, const std::stop_token& stop) {
   never.wait_for(lock, stop, std::chrono::milliseconds(milliseconds), [] { return false; });
 }
 
-// RFC 1123. Not with strftime: names of days and months would be the locale's.
+// The form of RFC 9110, 5.6.7. Not with strftime, which would use the locale's names of days and months.
 std::string DateText(std::time_t time) {
   constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
   constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",

@@ -1,3 +1,5 @@
+// The sockets and threads of an HTTP server: one thread accepts, each connection has its own. Threads that
+// wait are woken by a shutdown of their socket, so that Down() returns at once.
 #include "stand/http.h"
 
 #include <atomic>
@@ -20,7 +22,7 @@
 namespace CryptStand {
 namespace {
 
-constexpr int kBacklog = 128;
+constexpr int kBacklog = 128;  // connections that wait to be accepted, more than any test opens at once
 constexpr int kRetryMs = 20;
 
 int HexDigit(char digit) {
@@ -56,6 +58,11 @@ std::vector<std::string> HttpRequest::HeaderValues(std::string_view name) const 
     }
   }
   return values;
+}
+
+std::string HttpRequest::ContentType() const {
+  const auto types = HeaderValues("Content-Type");
+  return types.size() == 1 ? types.front().substr(0, types.front().find(';')) : "";
 }
 
 std::optional<std::vector<std::string>> HttpRequest::PathSegments() const {
@@ -100,7 +107,7 @@ class HttpServer::Impl {
   HttpHandler handler_;
   HttpTimeouts timeouts_;
   int port_ = 0;
-  Socket reserved_;  // holds the port and never listens
+  Socket reserved_;  // keeps the port bound while the server is down; never listens
   Socket listening_;
   Socket wake_;
   std::thread acceptor_;
@@ -168,7 +175,7 @@ void HttpServer::Impl::AcceptAll() {
     if (socket.IsOpen()) {
       Admit(std::move(socket));
     } else {
-      // Out of descriptors, most likely, and the connection still waits: a short pause until one is free.
+      // Most likely out of descriptors. The connection still waits, so poll() would return at once: pause.
       poll(entries, 1, kRetryMs);
     }
   }
@@ -183,7 +190,7 @@ void HttpServer::Impl::Admit(Socket socket) {
   try {
     connection.thread = std::thread([this, &connection] { Serve(connection); });
   } catch (const std::system_error&) {
-    connections_.pop_back();  // no thread to be had: the caller sees its connection end
+    connections_.pop_back();  // no thread available: the client sees its connection end
   }
 }
 

@@ -22,28 +22,30 @@ struct HttpRequest {
 
   /// Values of a header, whatever the case of its name.
   std::vector<std::string> HeaderValues(std::string_view name) const;
+  /// The media type without its parameters; empty unless there is exactly one "Content-Type" header.
+  std::string ContentType() const;
   /// The segments of the path, unescaped one by one, so that an escaped slash stays inside its segment; the
   /// empty one before the first slash is left out. No value when an escape is malformed.
   std::optional<std::vector<std::string>> PathSegments() const;
 };
 
-/// Gives a body chunk by chunk; an empty chunk is its end.
+/// Returns the next chunk of a body at each call; an empty one ends the body.
 using BodySource = std::function<std::string()>;
 
-/// What goes back.
+/// The reply to a request.
 struct HttpReply {
   int status = 200;
   std::string contentType = "application/json";
   std::string body;
-  /// Opens a body that is too large for memory, from its beginning each time; it takes the place of `body`.
+  /// Opens a body that is too large for memory, from its beginning each time. If set, it replaces `body`.
   std::function<BodySource()> openBody;
   std::vector<std::pair<std::string, std::string>> headers;
-  /// Bytes of the body after which the connection is cut, although more were announced.
+  /// Number of bytes of the body after which the connection is cut, although more were announced.
   std::optional<std::size_t> cutAfter;
 };
 
-/// Answers a request. It runs on the connection's own thread and several may run at once; when `stop` is
-/// requested it should come to an end. It throws nothing.
+/// Handles a request on the connection's thread; several may run at the same time. It returns soon after
+/// `stop` was requested. It must not throw.
 using HttpHandler = std::function<HttpReply(const HttpRequest& request, const std::stop_token& stop)>;
 
 /// How long a server waits for the other side, in milliseconds.
@@ -67,7 +69,7 @@ class HttpServer {
   bool Bind(int port, std::string& error);
   int GetPort() const;
 
-  /// Listens and serves; nothing happens when it does so already. False with the reason in `error`.
+  /// Listens and serves; does nothing if it already does. False with the reason in `error`.
   bool Up(std::string& error);
   /// Closes the listening socket and all connections and waits for their threads. Not to be called from a
   /// handler of this server.

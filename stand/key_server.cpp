@@ -1,7 +1,8 @@
+// The resources of a key server and the frame of every command: envelope, token, audit log. The commands
+// themselves are in command_*.cpp.
 #include "stand/key_server.h"
 
 #include "stand/audit_log.h"
-#include "stand/crypt_service.h"
 
 namespace CryptStand {
 namespace {
@@ -114,11 +115,7 @@ Served KeyServer::Serve(const HttpRequest& request, const std::string& operation
   const Resource resource = FindResource(request);
   if (resource == Resource::Unknown) return RefusedWith(404, kUnknownErrorId, "Unknown path");
   const char* method = resource == Resource::Commands ? "POST" : "GET";
-  if (request.method != method) {
-    Served served = RefusedWith(405, kMalformedErrorId, "Method not allowed");
-    served.reply.headers.emplace_back("Allow", method);
-    return served;
-  }
+  if (request.method != method) return WrongMethod(method);
   if (resource == Resource::Status) return TextResponse("alive\n");
   return resource == Resource::List ? ServeList(operation) : ServeCommand(request, operation);
 }
@@ -133,15 +130,14 @@ Served KeyServer::ServeList(const std::string& operation) {
 }
 
 Served KeyServer::ServeCommand(const HttpRequest& request, const std::string& operation) {
-  const auto types = request.HeaderValues("Content-Type");
-  if (types.size() != 1 || types.front().substr(0, types.front().find(';')) != "text/json") {
+  if (request.ContentType() != "text/json") {
     return RefusedWith(415, kMalformedErrorId, "Content type is not text/json");
   }
   const Command* command = FindCommand(operation);
   return CommandResponse(RunCommand(request, command), command);
 }
 
-// What no room and no group asked for stands in no log.
+// Logs belong to groups: a command for an id that is neither a room nor a group is in no log.
 void KeyServer::AddAudit(const TokenClaim& claim, const std::string& outcome) {
   const auto group = realm_.rooms.FindGroup(claim.id);
   if (!group.has_value()) return;

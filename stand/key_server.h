@@ -16,8 +16,8 @@ namespace CryptStand {
 ///   POST rest/json   one command, allowed by the token in "X-SEC-AUTHZTOKEN"
 ///
 /// A command that is refused gets status 200 and a payload of type "status" with the number in "code"; an
-/// audit log tells the number in the header "x-sec-status" beside an empty CSV body instead. The envelope is
-/// checked to the letter before the token, the token before the command.
+/// audit log has the number in the header "x-sec-status" with an empty CSV body instead. The envelope is
+/// checked to the letter before the token, the token before the command. `realm` must outlive the server.
 class KeyServer {
  public:
   KeyServer(Realm& realm, int server, std::string url)
