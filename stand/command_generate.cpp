@@ -8,8 +8,7 @@ CommandResult GenerateWrappedKey(const CommandContext& context) {
   }
   if (ReadText(payload, "keyType") != "")
     return CommandResult::Refuse(Code::InvalidKeyType, "keyType is not empty");
-  const std::string commonName = context.claim.id + "-tr";
-  if (ReadText(payload, "certificateSubject") != "CN=" + commonName) {
+  if (ReadText(payload, "certificateSubject") != "CN=" + RoomKeyName(context.claim.id)) {
     return CommandResult::Refuse(Code::InvalidPayload, "certificateSubject is not that of the token's room");
   }
   std::vector<Cert> readers;
@@ -19,7 +18,7 @@ CommandResult GenerateWrappedKey(const CommandContext& context) {
   const Identity signer = context.realm.authority.Get(Role::InnerSigning);
   const KeyPair key = KeyPair::MakeRSA();
   if (key.IsEmpty()) return CommandResult::Refuse(Code::KeyGenerationError, "no key");
-  const RoomKeyPair roomKey{Cert::Issue(RoomKeySpec(commonName), key, signer), key};
+  const RoomKeyPair roomKey{Cert::Issue(RoomKeySpec(context.claim.id), key, signer), key};
   if (roomKey.certificate.IsEmpty()) return CommandResult::Refuse(Code::CAError, "no certificate");
   const std::string wrapped = context.realm.rooms.WrapKey(context.claim.id, roomKey, readers);
   if (wrapped.empty())

@@ -1,3 +1,5 @@
+// getKeyRequest and signRequest: the certificate of a group's integrity key, and signatures with it or with
+// an imported key. Clients need both to protect a file.
 #include <algorithm>
 #include <iterator>
 #include <optional>
@@ -25,17 +27,11 @@ const Algorithm* FindAlgorithm(const std::string& name) {
   return found != std::end(kAlgorithms) ? found : nullptr;
 }
 
-// An integrity key of the group that the token's room belongs to. An empty sub-identifier finds the one in
-// use.
+// An integrity key of the group that the token's room belongs to.
 std::optional<IntegrityKeyRecord> FindIntegrityKey(const CommandContext& context, const Handle& handle) {
   const auto group = context.realm.rooms.FindGroup(context.claim.id);
   if (!group.has_value() || handle.id != kIntegrityId) return std::nullopt;
-  const auto keys = context.realm.rooms.GetIntegrityKeys(*group);
-  if (handle.subId.empty() && !keys.empty()) return keys.back();
-  for (const IntegrityKeyRecord& key : keys) {
-    if (key.subId == handle.subId) return key;
-  }
-  return std::nullopt;
+  return context.realm.rooms.FindIntegrityKey(*group, handle.subId);
 }
 
 // Success or the code of the refusal.

@@ -1,3 +1,5 @@
+// Rooms: which group they belong to, their member, their current key. The key store of groups is in
+// rooms_keys.cpp.
 #include "stand/rooms.h"
 
 namespace CryptStand {
@@ -5,8 +7,8 @@ namespace {
 
 constexpr std::int64_t kDay = 86400;
 
-CertSpec RoomCertificateSpec(const Cert& original, const std::string& commonName, RoomCertificate type) {
-  CertSpec spec = RoomKeySpec(commonName);
+CertSpec RoomCertificateSpec(const Cert& original, const std::string& room, RoomCertificate type) {
+  CertSpec spec = RoomKeySpec(room);
   spec.serial = original.GetSerial();
   if (type == RoomCertificate::Expired) spec.validity = Validity::FromNow(-30 * kDay, -kDay);
   return spec;
@@ -19,11 +21,19 @@ Role IssuerOf(RoomCertificate type) {
 
 }  // namespace
 
-CertSpec RoomKeySpec(const std::string& commonName) {
-  CertSpec spec = CertSpec::EndEntity(commonName);
+std::string RoomKeyName(const std::string& room) {
+  return room + "-tr";
+}
+
+CertSpec RoomKeySpec(const std::string& room) {
+  CertSpec spec = CertSpec::EndEntity(RoomKeyName(room));
   spec.keyUsage = "critical,keyEncipherment";
-  spec.validity = Validity::FromNow(-kDay, 730L * kDay);
+  spec.validity = KeyValidity();
   return spec;
+}
+
+Validity KeyValidity() {
+  return Validity::FromNow(-kDay, 730L * kDay);
 }
 
 std::optional<std::string> Rooms::FindGroup(const std::string& id) {
@@ -54,7 +64,7 @@ bool Rooms::SetRoomCertificate(const std::string& room, RoomCertificate type) {
   if (type == RoomCertificate::Good) {
     return store_.ReplaceRoomCertificate(room, roomKey->certificate.ToPEM());
   }
-  const CertSpec spec = RoomCertificateSpec(roomKey->certificate, room + "-tr", type);
+  const CertSpec spec = RoomCertificateSpec(roomKey->certificate, room, type);
   const Cert shown = Cert::Issue(spec, roomKey->key, authority_.Get(IssuerOf(type)));
   return !shown.IsEmpty() && store_.ReplaceRoomCertificate(room, shown.ToPEM());
 }

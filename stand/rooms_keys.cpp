@@ -1,3 +1,5 @@
+// The keys of groups: integrity keys, imported keys, and the encryption certificate that every room key of
+// the group is wrapped for.
 #include <algorithm>
 #include <utility>
 
@@ -6,9 +8,7 @@
 namespace CryptStand {
 namespace {
 
-constexpr std::int64_t kDay = 86400;
-
-bool Holds(const std::vector<Cert>& list, const Cert& certificate) {
+bool Contains(const std::vector<Cert>& list, const Cert& certificate) {
   return std::any_of(list.begin(), list.end(),
                      [&](const Cert& other) { return other.ToDER() == certificate.ToDER(); });
 }
@@ -22,6 +22,16 @@ std::vector<IntegrityKeyRecord> Rooms::GetIntegrityKeys(const std::string& group
   return keys;
 }
 
+std::optional<IntegrityKeyRecord> Rooms::FindIntegrityKey(const std::string& group,
+                                                          const std::string& subId) {
+  const auto keys = GetIntegrityKeys(group);
+  if (subId.empty() && !keys.empty()) return keys.back();
+  for (const IntegrityKeyRecord& key : keys) {
+    if (key.subId == subId) return key;
+  }
+  return std::nullopt;
+}
+
 bool Rooms::RenewIntegrityKey(const std::string& group) {
   const std::lock_guard<std::mutex> lock(integrity_);
   return AddIntegrityKey(group);
@@ -32,7 +42,7 @@ bool Rooms::AddIntegrityKey(const std::string& group, KeyPair key) {
   if (!subId.has_value()) return false;
   CertSpec spec = CertSpec::EndEntity("Integrity " + *subId + " of " + group);
   spec.keyUsage = "critical,digitalSignature";
-  spec.validity = Validity::FromNow(-kDay, 730L * kDay);
+  spec.validity = KeyValidity();
   if (key.IsEmpty()) key = authority_.MakeKey("Integrity " + *subId);
   const Identity identity = Identity::MakeIssued(spec, authority_.Get(Role::Issuing), std::move(key));
   return !identity.certificate.IsEmpty() && store_.AddIntegrityKey(group, *subId, identity);
@@ -50,12 +60,8 @@ bool Rooms::ImportKey(const std::string& group, const std::string& id, const Key
 std::optional<KeyPair> Rooms::FindKey(const std::string& group, const std::string& id,
                                       const std::string& subId) {
   if (id != kIntegrityId) return store_.FindImportedKey(group, id, subId);
-  const auto keys = GetIntegrityKeys(group);
-  if (subId.empty() && !keys.empty()) return keys.back().identity.key;
-  for (const IntegrityKeyRecord& key : keys) {
-    if (key.subId == subId) return key.identity.key;
-  }
-  return std::nullopt;
+  const auto key = FindIntegrityKey(group, subId);
+  return key.has_value() ? std::optional(key->identity.key) : std::nullopt;
 }
 
 bool Rooms::DeleteKey(const std::string& group, const std::string& id, const std::string& subId) {
@@ -70,7 +76,7 @@ Cert Rooms::GetEncryptionCertificate(const std::string& group) {
 
 std::string Rooms::WrapKey(const std::string& room, const RoomKeyPair& roomKey, std::vector<Cert> readers) {
   const Cert encryption = GetEncryptionCertificate(FindGroup(room).value_or(""));
-  if (!encryption.IsEmpty() && !Holds(readers, encryption)) readers.push_back(encryption);
+  if (!encryption.IsEmpty() && !Contains(readers, encryption)) readers.push_back(encryption);
   return WrapRoomKey(roomKey, authority_.Get(Role::InnerSigning), authority_.Get(Role::Wrapping).certificate,
                      readers);
 }
@@ -81,7 +87,7 @@ std::string Rooms::Rewrap(const std::string& data, const Cert& former, const Cer
   std::vector<Cert> readers = {certificate};
   for (const Cert& reader : roomKey->readers) {
     const bool isFormer = !former.IsEmpty() && reader.ToDER() == former.ToDER();
-    if (!isFormer && !Holds(readers, reader)) readers.push_back(reader);
+    if (!isFormer && !Contains(readers, reader)) readers.push_back(reader);
   }
   return WrapRoomKey(*roomKey, authority_.Get(Role::InnerSigning), authority_.Get(Role::Wrapping).certificate,
                      readers);
