@@ -8,7 +8,7 @@
 
 namespace CryptStand {
 
-/// The identities of the stand itself.
+/// The identities of the test environment itself.
 enum class Role {
   Root,
   Intermediate,
@@ -16,24 +16,24 @@ enum class Role {
   Issuing,
   /// Issues room key certificates and signs wrapped keys.
   InnerSigning,
-  /// What wrapped keys are encrypted for; one for all key servers, since they stand in for each other.
+  /// Wrapped keys are encrypted for it. All key servers share it, since each must be able to replace another.
   Wrapping,
-  /// A root that no list holds, for certificates that must not be accepted.
+  /// A root that is in no list, for certificates that must not be accepted.
   Foreign,
 };
 
-/// The certificate hierarchy of a stand: root, intermediate, issuing, inner signing. It is made when it is
-/// first needed and kept in the store. Safe for any number of threads.
+/// The certificate hierarchy of a test environment: root, intermediate, issuing, inner signing. It is made
+/// when it is first needed and kept in the store, which must outlive it. Safe for any number of threads.
 class Authority {
  public:
-  /// With `shareKeys` the key pairs of identities are made once in the process and shared by all stands
-  /// that ask for it: making one costs about a tenth of a second. Their certificates are each stand's own,
-  /// but since the keys agree, signatures of one such stand hold in another.
+  /// With `shareKeys` the key pairs of identities are generated once in the process and shared by all
+  /// environments that ask for it: generating one takes about a tenth of a second. Each environment has its
+  /// own certificates, but since the keys are the same, signatures made in one are valid in the others.
   Authority(Store& store, bool shareKeys) : store_(store), shareKeys_(shareKeys) {}
 
-  /// Makes everything that key servers need. False when it cannot be made or kept.
+  /// Makes everything that key servers need. False when it cannot be made or stored.
   bool Prepare();
-  /// An identity; its certificate is empty when it cannot be made or kept.
+  /// An identity; its certificate is empty when it cannot be made or stored.
   Identity Get(Role role);
   /// A key pair for a purpose; with shared keys the same one each time for the same purpose.
   KeyPair MakeKey(const std::string& purpose) const;
@@ -47,7 +47,7 @@ class Authority {
 
   Store& store_;
   const bool shareKeys_;
-  std::recursive_mutex mutex_;  // making an identity asks for its issuer
+  std::recursive_mutex mutex_;  // recursive: making an identity asks for its issuer
 };
 
 }  // namespace CryptStand

@@ -8,7 +8,7 @@
 
 namespace CryptStand {
 
-/// The error numbers of the key-server protocol that commands of ours give.
+/// The error codes of the key-server protocol that these commands return.
 enum class Code {
   Success = 0,
   InvalidPayload = 601,
@@ -25,7 +25,7 @@ enum class Code {
   CAError = 616,
 };
 
-/// What a command is given.
+/// The input of a command. References are valid during the call.
 struct CommandContext {
   Realm& realm;
   const KVMap& payload;     ///< With its "type".
@@ -33,13 +33,13 @@ struct CommandContext {
   int server;               ///< Index of the key server that was asked.
 };
 
-/// What it gives back: members of the response's payload behind "type", or a code other than Success with a
-/// reason for the event log.
+/// The result of a command: the members of the response's payload besides "type", or a code other than
+/// Success with a reason for the event log.
 struct CommandResult {
   Code code = Code::Success;
   std::string reason;
   KVMap members;
-  /// A whole answer in place of the envelope, for the one command that is not answered with JSON.
+  /// A complete response instead of the envelope, for the one command whose response is not JSON.
   std::optional<HttpReply> reply{};
 
   static CommandResult Refuse(Code code, std::string reason) { return {code, std::move(reason), {}}; }
@@ -52,16 +52,16 @@ struct Command {
   CommandResult (*run)(const CommandContext& context);
 };
 
-/// The command of a request type; null when key servers of this stand do not know it.
+/// The command of a request type; null when there is none.
 const Command* FindCommand(const std::string& requestType);
 
-/// Makes or changes a group.
+/// Creates or changes a group.
 CommandResult ConfigureGroup(const CommandContext& context);
 /// Gives a group another encryption certificate.
 CommandResult Reencrypt(const CommandContext& context);
 /// Gives the server's audit log for a group as CSV.
 CommandResult GetAuditLog(const CommandContext& context);
-/// Brings a private key into a group's key store.
+/// Adds a private key to a group's key store.
 CommandResult ImportKey(const CommandContext& context);
 /// Removes a key from a group's key store.
 CommandResult DeleteKey(const CommandContext& context);

@@ -9,7 +9,8 @@ namespace CryptStand {
 
 /// One prepared SQL statement. Values are bound in order, columns are read in order.
 ///
-/// A failure makes the statement bad for good: binding does nothing more, Next() and Run() give false.
+/// After a failure the statement stays unusable: Bind() does nothing, Next() and Run() return false. It owns
+/// the SQLite statement and must not outlive the database.
 class Statement {
  public:
   Statement(sqlite3* database, const char* sql);
@@ -18,7 +19,7 @@ class Statement {
   Statement& Bind(std::int64_t number);
   /// True while there is a row to read.
   bool Next();
-  /// Runs a statement that gives no rows. True when it was carried out.
+  /// Runs a statement that returns no rows. True on success.
   bool Run();
 
   std::string Text(int column) const;
@@ -30,17 +31,17 @@ class Statement {
   bool good_;
 };
 
-/// An SQLite database. One thread at a time.
+/// Owns a connection to an SQLite database. One thread at a time.
 class Database {
  public:
   Database() : database_(nullptr, sqlite3_close) {}
 
-  /// Opens the file, which is made with mode 0600 when it is not there; an empty path opens a database in
+  /// Opens the file, which is created with mode 0600 if it does not exist; an empty path opens a database in
   /// memory. False with the reason in `error`.
   bool Open(const std::string& path, std::string& error);
   /// Runs statements without values. False with the reason in `error`.
   bool Execute(const char* sql, std::string& error);
-  /// Runs `change` in a transaction, which is rolled back when it gives false. True when all was kept.
+  /// Runs `change` in a transaction, which is rolled back if it returns false. True when it was committed.
   template <class Change>
   bool Transact(const Change& change) {
     std::string error;
@@ -50,7 +51,7 @@ class Database {
     return false;
   }
   Statement Prepare(const char* sql) { return {database_.get(), sql}; }
-  /// Rows that the latest statement changed.
+  /// Number of rows that the latest statement changed.
   int Changes() const { return sqlite3_changes(database_.get()); }
 
  private:

@@ -6,7 +6,7 @@
 
 namespace CryptStand {
 
-/// Reads {"type":"externalCertificate","encodedCertificate":TEXT}. Success or the code of the refusal.
+/// Reads {"type":"externalCertificate","encodedCertificate":STRING}. Success or the code of the refusal.
 Code ReadEncryptionKey(const KVMap& object, Cert& certificate);
 /// Reads the array "encryptionKeys" of such objects from a payload. Success or the code of the refusal.
 Code ReadEncryptionKeys(const KVMap& payload, std::vector<Cert>& certificates);

@@ -9,10 +9,10 @@
 
 namespace CryptStand {
 
-/// The number by which the crypt service is named where key servers are named by their index.
+/// The crypt service, wherever key servers are named by their index.
 inline constexpr int kCryptService = -1;
 
-/// One request that a server of the stand answered.
+/// One request to a server, with its result.
 struct Event {
   std::uint64_t number = 0;  ///< Counts all requests from 1.
   int server = kCryptService;
@@ -20,13 +20,13 @@ struct Event {
   std::string target;     ///< Path and query, escaped as they came.
   std::string operation;  ///< Resource of the crypt service, "status", a list, or a request type name.
   int status = 0;         ///< HTTP status.
-  std::string outcome;    ///< "ok", or why not.
+  std::string outcome;    ///< "ok", or the reason of the refusal.
 };
 
 /// The latest events, oldest first; older ones are dropped. Safe for any number of threads.
 class EventLog {
  public:
-  static constexpr std::size_t kCapacity = 10000;
+  static constexpr std::size_t kCapacity = 10000;  ///< more than the largest test makes requests
 
   void Add(Event event);
   std::vector<Event> Get() const;

@@ -7,12 +7,11 @@
 
 namespace CryptStand {
 
-/// The response that a fault gives in place of the server's own, so that the request is not carried out; none
-/// for a fault that spoils the server's own response.
+/// The reply that a fault sends instead of the server's own, so that the request is not carried out. None for
+/// a fault that changes the server's own reply.
 std::optional<HttpReply> MakeFaultReply(const Fault& fault, bool isKeyServer);
 
-/// Spoils a response. Faults that concern time, date or the connection's life are not a matter of the
-/// response and change nothing here.
+/// Changes the server's own reply as the fault says. Faults of time, date or connection change nothing here.
 void SpoilReply(const Fault& fault, HttpReply& reply);
 
 }  // namespace CryptStand

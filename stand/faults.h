@@ -9,25 +9,25 @@
 
 namespace CryptStand {
 
-/// What can go wrong on command.
+/// The faults that a test can set.
 enum class FaultType {
-  Down,              ///< Nothing listens: connections are refused. It concerns the server as a whole.
+  Down,              ///< Nothing listens: connections are refused, whatever the operation.
   Slow,              ///< The response comes `number` milliseconds late.
   Status,            ///< HTTP status `number`, 503 when that is 0, and no response.
-  WrongDate,         ///< `text` stands in the "Date" header.
+  WrongDate,         ///< The "Date" header is `text`.
   MissingDate,       ///< There is no "Date" header.
   BrokenJson,        ///< The body is cut JSON.
   JsonArray,         ///< The body is an array.
   JsonNumber,        ///< The body is a number.
   JsonDeep,          ///< The body is 100000 arrays inside each other.
-  JsonNotUtf8,       ///< The body is an object with a text that is not UTF-8.
-  JsonHuge,          ///< The body is an object with a text of `number` bytes, 8 MiB when that is 0.
+  JsonNotUtf8,       ///< The body is an object with a string that is not UTF-8.
+  JsonHuge,          ///< The body is an object with a string of `number` bytes, 8 MiB when that is 0.
   EmptyBody,         ///< The body is empty.
   Body,              ///< The body is `text`.
   WrongType,         ///< The payload's "type" is `text`, "unexpectedResponse" when that is empty.
   ErrorCode,         ///< A refusal: a key server's code `number`, the crypt service's "errorid" `text`.
   BadSignature,      ///< One bit of each signature is wrong.
-  BadBase64,         ///< Signatures and content keys are no base64.
+  BadBase64,         ///< Signatures and content keys are not base64.
   EmptyMembers,      ///< Each member of the response but "type" is the empty value of its type.
   OtherMembers,      ///< Each member of the response but "type" is of another type.
   WrongContentType,  ///< The content type is `text`, "text/html" when that is empty.
@@ -40,9 +40,9 @@ enum class FaultType {
 /// A fault of one server.
 struct Fault {
   FaultType type = FaultType::Status;
-  /// The one operation that it concerns, by the names of the event log; empty for all.
+  /// The operation that it applies to, by its name in the event log; empty for all.
   std::string operation{};
-  /// How often it strikes before it is gone; 0 for always.
+  /// How many requests it applies to before it is gone; 0 for all.
   int uses = 0;
   int number = 0;
   std::string text{};
@@ -57,7 +57,7 @@ class Faults {
   /// Adds a fault; one of the same type for the same operation is replaced.
   void Set(int server, const Fault& fault);
   void Clear(int server);
-  /// The faults that concern a request, each used once more by it.
+  /// The faults that apply to a request; counts it as a use of each.
   std::vector<Fault> Take(int server, const std::string& operation);
 
  private:

@@ -10,14 +10,15 @@
 
 namespace CryptStand {
 
-/// What stands before every server: the faults that are set, the "Date" header, the event log.
+/// What every request to a server passes through: the faults that are set, the "Date" header, the event log.
+/// Lives for one request; `realm` must outlive it.
 class Front {
  public:
   /// `server` is the index of a key server or kCryptService.
   Front(Realm& realm, int server) : realm_(realm), server_(server) {}
 
-  /// Answers a request. `serve` is asked unless a fault answers in its place; what it throws becomes an
-  /// answer with status 500.
+  /// The reply to a request. Calls `serve` unless a fault replaces the reply; if it throws, the reply has
+  /// status 500.
   HttpReply Respond(const HttpRequest& request, const std::string& operation, const std::stop_token& stop,
                     const std::function<Served()>& serve);
 

@@ -6,8 +6,8 @@
 
 namespace CryptStand {
 
-/// Answers the requests of one accepted connection, one after another, until the connection ends, has to end
-/// or `stop` is requested. The socket stays the caller's, who shuts it down to end a wait.
+/// Serves the requests of one accepted connection, one after another, until it is closed or `stop` is
+/// requested. The caller owns the socket and shuts it down to end a wait.
 void ServeConnection(int socket, const HttpHandler& handler, const std::stop_token& stop,
                      const HttpTimeouts& timeouts) noexcept;
 

@@ -12,11 +12,11 @@ struct Handle {
   std::string subId;
 };
 
-/// Reads {"type":"handle","id":TEXT,"subId":TEXT} from a member of a payload. Success or the code of the
+/// Reads {"type":"handle","id":STRING,"subId":STRING} from a member of a payload. Success or the code of the
 /// refusal.
 Code ReadHandle(const KVMap& payload, const char* name, Handle& handle);
 
-/// Whether a token was handed out for this very handle.
+/// Whether a token was issued for this handle.
 bool IsFor(const TokenClaim& claim, const Handle& handle);
 
 }  // namespace CryptStand

@@ -10,7 +10,7 @@
 
 namespace CryptStand {
 
-/// What the servers of one stand share. Each part guards itself.
+/// What the servers of one test environment share. It owns all parts; each is safe for any number of threads.
 struct Realm {
   explicit Realm(bool shareKeys) : authority(store, shareKeys), rooms(store, authority) {}
 

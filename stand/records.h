@@ -7,7 +7,7 @@
 #include "stand/cert_maker.h"
 #include "stand/room_options.h"
 
-// What a stand's store keeps, record by record.
+// The records in the store.
 namespace CryptStand {
 
 /// A room as the crypt service knows it.
@@ -20,11 +20,11 @@ struct RoomRecord {
 /// A room key that was uploaded. Certificates are PEM.
 struct RoomKeyRecord {
   std::string certificate;
-  /// The wrapped key as it was uploaded, or as it was wrapped again since.
+  /// The wrapped key as it was uploaded, or as it was wrapped again later.
   std::string data;
 };
 
-/// A wrapped key by its place in the store.
+/// A wrapped key and its number in the store.
 struct WrappedKeyRecord {
   std::int64_t number = 0;
   std::string data;
@@ -36,7 +36,7 @@ struct IntegrityKeyRecord {
   Identity identity;
 };
 
-/// A group. Certificates of the configuration are the texts that were given.
+/// A group. Certificates of its configuration are kept as they were sent.
 struct GroupRecord {
   std::string id;
   std::string name;
@@ -53,10 +53,10 @@ struct AuditRecord {
   std::int64_t number = 0;  ///< Given by the store; grows with each record.
   int server = 0;           ///< Index of the key server.
   std::string group{};
-  std::string time{};  ///< ISO 8601 in universal time, by the server's own clock.
+  std::string time{};  ///< ISO 8601 in UTC, by the server's own clock.
   std::string operation{};
-  std::string room{};  ///< Empty where the command is about the group itself.
-  std::string key{};   ///< Identifier and sub-identifier with a slash between; empty where none is named.
+  std::string room{};  ///< Empty if the command is about the group itself.
+  std::string key{};   ///< Identifier, slash, sub-identifier; empty if the command names no key.
   std::string outcome{};
 };
 

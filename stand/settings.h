@@ -9,7 +9,7 @@
 
 namespace CryptStand {
 
-/// What the crypt service answers when it is asked for a group's integrity certificates.
+/// The crypt service's list of a group's integrity certificates, as a test wants it.
 enum class IntegrityList {
   Normal,       ///< The digests in lower case.
   Empty,        ///< No element.
@@ -18,22 +18,22 @@ enum class IntegrityList {
   OtherTypes,   ///< A number, null and an object before the digests.
 };
 
-/// What can be changed while the stand runs. Safe for any number of threads.
+/// What tests can change while the servers run. Safe for any number of threads.
 class Settings {
  public:
-  /// The URLs that the servers really have, in the order of their index.
+  /// The real URLs of the key servers, in the order of their index.
   void SetKeyServerUrls(std::vector<std::string> urls);
   std::vector<std::string> GetKeyServerUrls() const;
-  /// The list that the crypt service hands out instead; none for the real one.
+  /// The list that the crypt service returns instead; none for the real one.
   void SetAnnouncedUrls(std::optional<std::vector<std::string>> urls);
   std::vector<std::string> GetAnnouncedUrls() const;
   bool IsKeyServer(const std::string& url) const;
 
-  /// The text of "statustimeout", in seconds.
+  /// The value of "statustimeout", in seconds; a string, as the protocol has it.
   void SetStatusTimeout(std::string seconds);
   std::string GetStatusTimeout() const;
 
-  /// Texts that key servers give in place of their certificate lists; none for the real ones.
+  /// What key servers return instead of their certificate lists; none for the real lists.
   void SetCertStoreText(std::optional<std::string> text);
   std::optional<std::string> GetCertStoreText() const;
   void SetTrustStoreText(std::optional<std::string> text);
@@ -45,7 +45,7 @@ class Settings {
   void SetClockOffset(int server, std::int64_t seconds);
   std::int64_t GetClockOffset(int server) const;
 
-  /// Made-up records behind the real ones in a key server's audit log.
+  /// Number of made-up records after the real ones in a key server's audit log.
   void SetGeneratedAudit(int server, std::uint64_t count);
   std::uint64_t GetGeneratedAudit(int server) const;
 

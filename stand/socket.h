@@ -8,7 +8,7 @@
 
 namespace CryptStand {
 
-/// A socket that is closed with its owner.
+/// Owns a socket and closes it on destruction.
 class Socket {
  public:
   Socket() = default;
@@ -23,8 +23,8 @@ class Socket {
   int Get() const { return handle_; }
   void Close();
 
-  /// A socket bound to a port of 127.0.0.1, 0 for any, that shares the port with others that do not listen.
-  /// Not open on failure, with the reason in `error`.
+  /// A socket bound to a port of 127.0.0.1, 0 for any. Other sockets that do not listen may be bound to the
+  /// same port. Not open on failure, with the reason in `error`.
   static Socket BindLoopback(int port, std::string& error);
   /// The local port, or 0.
   int GetPort() const;
@@ -33,21 +33,20 @@ class Socket {
   int handle_ = -1;
 };
 
-/// Bytes to and from one accepted connection, each wait for the other side limited. The socket belongs to
-/// somebody else.
+/// Reads from and writes to one accepted connection with a limit on each wait. Does not own the socket.
 class ConnectionStream {
  public:
-  /// `timeoutMs` is the longest silence of the other side inside a request or a response.
+  /// `timeoutMs` is the longest silence of the client inside a request or a response.
   ConnectionStream(int handle, int timeoutMs) : handle_(handle), timeoutMs_(timeoutMs) {}
 
   /// Reads at least one byte. 0 at the end of the connection; -1 with the reason in `errno`, ETIMEDOUT after
   /// a silence.
   ssize_t Read(void* data, std::size_t size) const;
-  /// Writes at least one byte of the parts, of which there are at most IOV_MAX. -1 as for reading.
+  /// Writes at least one byte of the parts (at most IOV_MAX). -1 as for reading.
   ssize_t Write(iovec* parts, std::size_t count) const;
-  /// Whether there is something to read, the end of the connection included, within the time.
+  /// Whether bytes, or the end of the connection, can be read within the time.
   bool WaitForData(int timeoutMs) const;
-  /// Ends writing; the other side sees the end and may still send.
+  /// Ends writing; the client sees the end and may still send.
   void EndWriting() const;
 
  private:

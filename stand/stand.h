@@ -12,18 +12,18 @@
 #include "stand/rooms.h"
 #include "stand/settings.h"
 
-/// A local stand for development and tests: one crypt service and several key servers on ports of 127.0.0.1,
-/// with real keys, real certificates and real HTTP. Never for anything that has to be protected: its private
-/// keys lie in the clear in its folder, and whoever reaches its ports may change how it behaves.
+/// A local test environment: one crypt service and several key servers on ports of 127.0.0.1, with real keys,
+/// real certificates and real HTTP. Never for anything that has to be protected: its private keys are stored
+/// unencrypted, and whoever reaches its ports may change how it behaves.
 namespace CryptStand {
 
-/// How a stand is made.
+/// How a Stand is set up.
 struct Options {
-  /// Where it keeps keys, rooms and certificates; made with mode 0700 when it is not there. Empty keeps all
-  /// in memory, and stands of that type share the key pairs that a process makes for authorities, members and
-  /// integrity keys, so that starting one costs next to nothing. Such stands accept each other's signatures.
+  /// Where it keeps keys, rooms and certificates; created with mode 0700 if it does not exist. If empty, all
+  /// stays in memory, and all such objects of a process share the key pairs of authorities, members and
+  /// integrity keys, so that starting one takes almost no time. They accept each other's signatures.
   std::string folder;
-  /// Makes a stand in memory use keys of its own all the same.
+  /// Keys of its own although everything stays in memory.
   bool ownKeys = false;
   int keyServers = 3;
   /// Port of the crypt service; the key servers take the ports after it. 0 takes any free ports.
@@ -33,8 +33,8 @@ struct Options {
   std::vector<std::string> rooms = {"demo"};
 };
 
-/// A running stand. All members but Start() may be called from any thread; servers are named by the index of
-/// the key server or by kCryptService.
+/// A running test environment; owns its servers and threads. All members but Start() may be called from any
+/// thread. Servers are named by the index of the key server or by kCryptService.
 class Stand {
  public:
   explicit Stand(Options options = {});
@@ -54,21 +54,21 @@ class Stand {
   /// Adds a fault to a server; Down also closes its socket. Down concerns no single operation and lasts until
   /// ClearFaults(). False when there is no such server.
   bool SetFault(int server, const Fault& fault);
-  /// Takes all faults back and brings the server up on its old port. False when it cannot be brought up.
+  /// Removes all faults and brings the server up on its old port. False when it cannot be brought up.
   bool ClearFaults(int server);
 
-  /// A group with all that was configured for it; none when there is no such group.
+  /// A group with its configuration; none when there is no such group.
   std::optional<GroupRecord> GetGroup(const std::string& id) const;
-  /// Makes a room in a group, which is the stand's own when none is named; a room that is there stays as it
-  /// is. False unless the id is UTF-8 text and the group is known.
+  /// Adds a room to a group, by default the one in Options; an existing room stays as it is. False unless the
+  /// id is UTF-8 and the group is known.
   bool AddRoom(const std::string& id, const std::string& group = "");
   std::optional<RoomOptions> GetRoomOptions(const std::string& room) const;
   bool SetRoomOptions(const std::string& room, const RoomOptions& options);
-  /// Changes how the room's current key is shown; false when it has none.
+  /// Changes the certificate that is shown for the room's current key; false when it has no key.
   bool SetRoomCertificate(const std::string& room, RoomCertificate type);
-  /// Puts a new integrity key of the group into use; files signed with earlier ones stay good.
+  /// Puts a new integrity key of the group into use; files signed with earlier ones stay valid.
   bool RenewIntegrityKey();
-  /// How long tokens from now on can be used; one minute when nothing is said.
+  /// How long tokens that are issued from now on can be used; one minute by default.
   void SetTokenLifetime(std::chrono::milliseconds lifetime);
   /// Lists, clocks, announced addresses and the size of audit logs.
   Settings& GetSettings();

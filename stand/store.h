@@ -12,28 +12,29 @@
 
 namespace CryptStand {
 
-/// What uploading a room key came to.
+/// The result of uploading a room key.
 enum class Upload { Done, StaleSequence, Failed };
 
-/// Everything that a stand keeps: in memory, or in the file "stand.sqlite" of its folder.
+/// The persistent state of a test environment: in memory, or in the file "stand.sqlite" of its folder.
 ///
-/// Private keys lie in it as plain PEM. That is right for a development stand alone; the folder is made with
-/// mode 0700 and the file with mode 0600. Operations are safe for any number of threads; a lookup that fails
-/// for a technical reason finds nothing.
+/// Private keys are stored as plain PEM, which is acceptable only in a test environment. The folder is
+/// created with mode 0700 and the file with mode 0600. Operations are safe for any number of threads; a
+/// lookup that fails for a technical reason finds nothing.
 class Store {
  public:
-  /// Opens the folder, which is made when it is not there; an empty name keeps everything in memory. False
-  /// with the reason in `error`.
+  /// Opens the folder, which is created if it does not exist; with an empty name everything stays in memory.
+  /// False with the reason in `error`.
   bool Open(const std::string& folder, std::string& error);
 
   std::optional<Identity> GetIdentity(const std::string& name);
-  /// Keeps an identity under a name that is still free, and gives the one that is kept: an earlier one wins.
+  /// Stores an identity unless the name has one already, and returns the stored one. Two threads that make
+  /// the same identity at once so get the same.
   std::optional<Identity> KeepIdentity(const std::string& name, const Identity& identity);
 
   bool AddGroup(const std::string& id, const std::string& name);
   bool HasGroup(const std::string& id);
   std::optional<GroupRecord> GetGroup(const std::string& id);
-  /// Makes or changes a group: all of it but the encryption certificate.
+  /// Adds or changes a group: all of it but the encryption certificate.
   bool ConfigureGroup(const GroupRecord& group);
   /// The wrapped keys of all rooms of a group.
   std::vector<WrappedKeyRecord> GetWrappedKeys(const std::string& group);
@@ -41,7 +42,7 @@ class Store {
   bool SetEncryptionCertificate(const std::string& group, const std::string& certificate,
                                 const std::vector<WrappedKeyRecord>& keys);
 
-  /// A room that is there already keeps its group and its options.
+  /// An existing room keeps its group and its options.
   bool AddRoom(const std::string& id, const std::string& group);
   std::optional<RoomRecord> GetRoom(const std::string& id);
   std::vector<std::string> GetRooms();
@@ -53,18 +54,19 @@ class Store {
   Upload UploadRoomKey(const std::string& room, const std::string& sequence, const Cert& certificate,
                        const std::string& data);
   std::optional<RoomKeyRecord> GetCurrentRoomKey(const std::string& room);
-  /// By issuer (RFC 2253 text) and serial number (upper-case hexadecimal) of the key's certificate.
+  /// By issuer (in the form of RFC 2253) and serial number (upper-case hexadecimal) of the key's certificate.
   std::optional<RoomKeyRecord> FindRoomKey(const std::string& room, const std::string& issuer,
                                            const std::string& serial);
-  /// Lets the room's current key be shown with another certificate. It is found as before.
+  /// Changes the certificate that is shown for the room's current key. FindRoomKey() still goes by the first
+  /// one.
   bool ReplaceRoomCertificate(const std::string& room, const std::string& certificate);
 
-  /// In the order of their making; the last is the one in use.
+  /// Oldest first; the last is the one in use.
   std::vector<IntegrityKeyRecord> GetIntegrityKeys(const std::string& group);
   bool AddIntegrityKey(const std::string& group, const std::string& subId, const Identity& identity);
   bool DeleteIntegrityKey(const std::string& group, const std::string& subId);
 
-  /// A sub-identifier for a new key: the identifier's next number, which is never handed out again.
+  /// A sub-identifier for a new key: the identifier's next number, which is not used again.
   std::optional<std::string> HandOutSubId(const std::string& group, const std::string& id);
   bool AddImportedKey(const std::string& group, const std::string& id, const std::string& subId,
                       const KeyPair& key);
@@ -76,7 +78,7 @@ class Store {
   bool AddAudit(const AuditRecord& record);
   /// The number of the latest record; 0 when there is none.
   std::int64_t GetLastAudit();
-  /// At most `count` records of a server and a group with numbers behind `after` and up to `last`.
+  /// At most `count` records of a server and a group with numbers above `after` and up to `last`.
   std::vector<AuditRecord> GetAudit(int server, const std::string& group, std::int64_t after,
                                     std::int64_t last, std::int64_t count);
 

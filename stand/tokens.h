@@ -8,8 +8,8 @@
 
 namespace CryptStand {
 
-/// What a token allows: one command on one key server, for one room or group and, when it names a key, with
-/// that key alone.
+/// What a token allows: one command on one key server, for one room or group and, if it names a key, with
+/// that key only.
 struct TokenClaim {
   std::string server;     ///< URL of the key server.
   std::string operation;  ///< Request type name.
@@ -18,17 +18,17 @@ struct TokenClaim {
   std::string keySubId;
 };
 
-/// The tokens that were handed out and not yet presented. They live in memory: a restart ends them all.
+/// The tokens that were issued and not yet redeemed. They are in memory alone: a restart invalidates them.
 class Tokens {
  public:
   using Clock = std::chrono::steady_clock;
 
   std::string Issue(const TokenClaim& claim);
-  /// Takes a token: whatever comes of it, it is used from now on. None, with the reason in `reason`, unless
-  /// it was handed out for this server and this operation, not long ago, and never presented.
+  /// Redeems a token. It cannot be used again, whatever the result. None, with the reason in `reason`, unless
+  /// it was issued for this server and operation, has not expired and was not redeemed before.
   std::optional<TokenClaim> Redeem(const std::string& token, const std::string& server,
                                    const std::string& operation, std::string& reason);
-  /// How long tokens that are handed out from now on can be used.
+  /// How long tokens that are issued from now on can be used.
   void SetLifetime(std::chrono::milliseconds lifetime);
 
  private:

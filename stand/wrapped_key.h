@@ -8,11 +8,11 @@
 
 namespace CryptStand {
 
-/// A room key as a key server made it.
+/// A room key as a key server generated it.
 struct RoomKeyPair {
   Cert certificate;
   KeyPair key;
-  /// Certificates of those besides the key servers that it was found wrapped for.
+  /// The certificates that it was wrapped for besides the key servers' own; filled when it is opened.
   std::vector<Cert> readers{};
 };
 
@@ -23,12 +23,12 @@ struct RoomKeyPair {
 std::string WrapRoomKey(const RoomKeyPair& roomKey, const Identity& signer, const Cert& wrapping,
                         const std::vector<Cert>& readers);
 
-/// The reverse. None when the text is damaged, when `signer` did not sign it, or when it was not wrapped for
+/// Opens a wrapped key. None if it is damaged, if `signer` did not sign it, or if it was not wrapped for
 /// `wrapping`.
 std::optional<RoomKeyPair> OpenRoomKey(const std::string& wrapped, const Cert& signer,
                                        const Identity& wrapping);
 
-/// Whether keys can be wrapped for a certificate: its key has to be of a type that transports or agrees keys.
+/// Whether keys can be wrapped for a certificate: its key must allow key transport or key agreement.
 bool CanWrapFor(const Cert& certificate);
 
 }  // namespace CryptStand
