@@ -1,3 +1,5 @@
+// A key server's audit log as CSV, produced in chunks while it is sent: tests ask for logs of gigabytes.
+// Called by the command getAuditLogRequest.
 #include "stand/audit_log.h"
 
 #include <algorithm>
@@ -7,14 +9,14 @@
 namespace CryptStand {
 namespace {
 
-constexpr std::int64_t kChunk = 500;  // records that are written at once
-constexpr std::time_t kFirstGenerated = 1704067200;
+constexpr std::int64_t kChunk = 500;                 // records in one chunk of the body
+constexpr std::time_t kFirstGenerated = 1704067200;  // 2024-01-01: made-up records are always the same
 
 std::string GeneratedRecord(std::uint64_t number, const std::string& server, const std::string& group) {
   constexpr const char* kOperations[] = {"generateWrappedKeyRequest", "getKeyRequest", "signRequest",
                                          "decryptRequest"};
   const std::string digits = std::to_string(number);
-  // Every so often a name that has to be quoted.
+  // Now and then a name that CSV has to quote.
   const std::string room = number % 100 == 0 ? "Room \"" + digits + "\", generated" : "room-" + digits;
   const auto seconds = static_cast<std::time_t>(number % (3650ULL * 86400));
   return CsvRecord({AuditTime(kFirstGenerated + seconds), server, group, kOperations[number % 4], room, "",

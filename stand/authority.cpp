@@ -1,3 +1,5 @@
+// The certificate hierarchy of a test environment. All its servers ask for the identities they need; each
+// identity is made on first use and then comes from the store, so that a restart keeps every signature valid.
 #include "stand/authority.h"
 
 #include <map>
@@ -36,6 +38,7 @@ CertSpec SpecOf(Role role) {
   return spec;
 }
 
+// The shared key pairs of this process, by purpose.
 class KeyCache {
  public:
   static KeyPair Get(const std::string& purpose) {

@@ -10,7 +10,7 @@ HttpReply CsvReply() {
   return reply;
 }
 
-// The one command that tells its refusal beside the body, since its answer is no envelope.
+// The response of this command is not an envelope, so its refusals go into a header.
 CommandResult RefuseLog(Code code, std::string reason) {
   CommandResult result = CommandResult::Refuse(code, std::move(reason));
   result.reply = CsvReply();

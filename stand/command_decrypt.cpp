@@ -1,10 +1,12 @@
+// decryptRequest: the key server opens a wrapped room key and decrypts content keys with it. The room's
+// private key never leaves the server here.
 #include "stand/commands.h"
 #include "stand/rooms.h"
 
 namespace CryptStand {
 namespace {
 
-// The wrapped key's text. Success or the code of the refusal.
+// Reads the wrapped key, still encoded. Success or the code of the refusal.
 Code ReadWrappedKey(const KVMap& payload, std::string& text) {
   const auto object = ReadMap(payload, "decryptionKey");
   if (!object.has_value() || !HasMembers(*object, {"type", "encodedWrappedKey"})) return Code::InvalidPayload;
@@ -15,8 +17,8 @@ Code ReadWrappedKey(const KVMap& payload, std::string& text) {
   return Code::Success;
 }
 
-// A damaged block is told from other malformed payloads by nothing but the event log. Success or the code of
-// the refusal.
+// A damaged block has the same code as any malformed payload, so that the response is no decryption oracle.
+// Success or the code of the refusal.
 Code DecryptAll(const std::vector<std::string>& blocks, const KeyPair& key, std::vector<std::string>& plain) {
   for (const std::string& text : blocks) {
     const auto block = FromBase64(text);

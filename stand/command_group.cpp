@@ -1,3 +1,4 @@
+// configGroupRequest and reencryptRequest: what an administrator changes about a group as a whole.
 #include <algorithm>
 
 #include "stand/encryption_keys.h"
@@ -32,7 +33,7 @@ std::optional<GroupRecord> ReadConfiguration(const KVMap& payload) {
 CommandResult ConfigureGroup(const CommandContext& context) {
   const auto group = ReadConfiguration(context.payload);
   if (!group.has_value()) return CommandResult::Refuse(Code::InvalidPayload, "members of configGroupRequest");
-  // A room and a group of one name could not be told apart by their tokens.
+  // Tokens name a room or a group by its id alone, so the two must not share one.
   if (context.realm.store.GetRoom(group->id).has_value())
     return CommandResult::Refuse(Code::InvalidPayload, "a room has this id");
   if (context.claim.id != group->id)
@@ -57,7 +58,7 @@ CommandResult Reencrypt(const CommandContext& context) {
   if (!CanWrapFor(certificate))
     return CommandResult::Refuse(Code::InvalidCertificate, "the certificate cannot wrap a key");
   if (!context.realm.rooms.Reencrypt(group, certificate))
-    return CommandResult::Refuse(Code::KeySwapError, "the keys cannot be wrapped anew");
+    return CommandResult::Refuse(Code::KeySwapError, "the keys cannot be wrapped again");
   return {};
 }
 

@@ -3,7 +3,7 @@
 namespace CryptStand {
 namespace {
 
-// The room key that a payload brings along. Success or the code of the refusal.
+// Opens the wrapped room key in a payload. Success or the code of the refusal.
 Code OpenWrappedKey(const CommandContext& context, std::optional<RoomKeyPair>& roomKey) {
   const auto wrapped = ReadText(context.payload, "encodedWrappedKey");
   if (!wrapped.has_value()) return Code::InvalidPayload;

@@ -1,3 +1,5 @@
+// A thin layer over SQLite's C interface, used by Store alone: statements with bound values, and a database
+// file that only its owner can read.
 #include "stand/database.h"
 
 #include <cerrno>
@@ -8,9 +10,9 @@
 namespace CryptStand {
 namespace {
 
-constexpr int kBusyMs = 10000;  // another stand may hold the file for the length of one change
+constexpr int kBusyMs = 10000;  // another process may lock the file for the time of one change
 
-// SQLite makes its files with the mode of the database file, so that one has to be there before.
+// SQLite creates its files (journals too) with the mode of the database file, so that one is created first.
 bool MakePrivateFile(const std::string& path, std::string& error) {
   const int handle = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (handle < 0) {

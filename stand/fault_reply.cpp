@@ -1,3 +1,5 @@
+// Builds the wrong replies that faults ask for: some replace the server's own reply, others damage it. Front
+// calls both functions for every request.
 #include "stand/fault_reply.h"
 
 #include <algorithm>
@@ -10,8 +12,8 @@ namespace {
 using OruGuiBase::Array;
 using OruGuiBase::ValType;
 
-constexpr std::size_t kDepth = 100000;
-constexpr std::size_t kHugeSize = 8U << 20U;
+constexpr std::size_t kDepth = 100000;        // would overflow the stack of a recursive parser
+constexpr std::size_t kHugeSize = 8U << 20U;  // far above any real response, within what a client may accept
 
 HttpReply BodyReply(std::string body) {
   HttpReply reply;
@@ -91,7 +93,7 @@ void ChangeResponse(HttpReply& reply, const Change& change) {
   reply.body = WriteObject(*object);
 }
 
-// Changes each text of the arrays that carry results of a private key.
+// Changes each string of the arrays that contain results of a private key.
 template <class Change>
 void ChangeResults(HttpReply& reply, std::initializer_list<const char*> names, const Change& change) {
   ChangeResponse(reply, [&](std::string_view name, const Val& value) {

@@ -1,3 +1,4 @@
+// The names of faults as scripts write them, and the faults that are set at the moment.
 #include "stand/faults.h"
 
 #include <utility>
@@ -60,10 +61,10 @@ std::vector<Fault> Faults::Take(int server, const std::string& operation) {
   std::vector<Fault> taken;
   auto& faults = faults_[server];
   for (auto fault = faults.begin(); fault != faults.end();) {
-    const bool strikes = fault->operation.empty() || fault->operation == operation;
-    if (strikes) taken.push_back(*fault);
-    const bool isLast = strikes && fault->uses == 1;
-    if (strikes && fault->uses > 1) --fault->uses;
+    const bool applies = fault->operation.empty() || fault->operation == operation;
+    if (applies) taken.push_back(*fault);
+    const bool isLast = applies && fault->uses == 1;
+    if (applies && fault->uses > 1) --fault->uses;
     fault = isLast ? faults.erase(fault) : fault + 1;
   }
   return taken;

@@ -1,3 +1,6 @@
+// HTTP/1.0 and 1.1 on one accepted connection, parsed and written by Boost.Beast over our own blocking
+// stream. Faults need more control than a finished server offers: replies cut at a byte, wrong lengths, no
+// date.
 #include "stand/http_connection.h"
 
 #include <algorithm>
@@ -23,10 +26,10 @@ using Parser = http::request_parser<http::string_body>;
 
 constexpr std::uint64_t kMaxBody = 16U << 20U;
 constexpr std::uint32_t kMaxHead = 64U << 10U;  // request line and headers
-// What is read ahead: chunk extensions and trailers have to fit as well.
+// Size of the read buffer: chunk extensions and trailers have to fit as well.
 constexpr std::size_t kMaxBuffered = 2 * kMaxHead;
 constexpr std::size_t kReadSize = 16U << 10U;
-// Of a refused request, what is read and dropped so that the other side gets to its response.
+// How much of a refused request is read and dropped, so that the client gets to read its response.
 constexpr std::size_t kMaxDropped = 64U << 20U;
 
 // The connection as Beast sees a stream: it reads and writes some bytes, with an error code or by throwing.
@@ -96,7 +99,7 @@ HttpRequest ReadRequest(Parser::value_type from) {
   return request;
 }
 
-// The status that answers a request which could not be read, 0 when nobody waits for one.
+// The status for a request that could not be read; 0 when the client is gone and nobody waits for one.
 int StatusOf(const error_code& error, const Parser& parser) {
   const bool isParsed = error.category() == http::make_error_code(http::error::bad_method).category();
   if (error == http::error::end_of_stream) return 0;
@@ -113,12 +116,12 @@ bool IsServed(http::verb method) {
   return std::find(std::begin(kServed), std::end(kServed), method) != std::end(kServed);
 }
 
-// A header with a line break would be read as two: it is left out.
+// A header with a line break would be read as two headers (response splitting), so it is left out.
 bool IsOneLine(const std::string& text) {
   return text.find_first_of("\r\n") == std::string::npos;
 }
 
-// What decides how a response is framed.
+// What the framing of a response depends on (RFC 9112, 6).
 struct Framing {
   explicit Framing(const Parser& parser)
       : version(parser.get().version()),
@@ -185,8 +188,8 @@ bool Connection::ServeOne() {
   return Respond(std::move(reply), framing);
 }
 
-// The parser limits what it is given at once; the sum is limited here, since many short headers are as bad as
-// a long one.
+// The parser limits the bytes of one call; this limits their sum, since many short headers take as much
+// memory as a long one.
 void Connection::ReadHead(Parser& parser, error_code& error) {
   std::size_t size = 0;
   while (!error && !parser.is_header_done()) {
@@ -249,7 +252,7 @@ bool Connection::SendHead(const HttpReply& reply, const Framing& framing, bool h
   return !error;
 }
 
-// A cut falls inside a chunk whose full size was announced.
+// A cut comes inside a chunk whose full size was announced, so that the client sees an incomplete body.
 bool Connection::SendChunks(const BodySource& next, std::optional<std::size_t> left, bool isChunked) {
   for (std::string chunk = next(); !chunk.empty(); chunk = next()) {
     const auto body = net::buffer(chunk);
@@ -264,8 +267,8 @@ bool Connection::SendChunks(const BodySource& next, std::optional<std::size_t> l
   return !left.has_value() && (!isChunked || Send(http::make_chunk_last()));
 }
 
-// The rest of the request is read before the connection is closed: bytes that lie unread then would turn the
-// end into a reset, and the other side might lose the response.
+// Reads the rest of the request before the connection is closed: closing with unread bytes sends a reset, and
+// the client might lose the response.
 void Connection::Refuse(int status) {
   http::response<http::empty_body> response(static_cast<http::status>(status), 11);
   response.content_length(0);
@@ -287,7 +290,7 @@ void ServeConnection(int socket, const HttpHandler& handler, const std::stop_tok
   try {
     Connection(socket, handler, stop, timeouts).Serve();
   } catch (...) {
-    // The other side sees a connection that ends; the server goes on.
+    // The client sees its connection end; the server goes on.
   }
 }
 

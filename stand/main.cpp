@@ -1,3 +1,5 @@
+// The program cryptstand: runs a test environment until SIGINT or SIGTERM. Scripts wait for its --url-file,
+// which appears when all servers listen.
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -25,7 +27,7 @@ sigset_t BlockEndSignals() {
 
 void PrintBanner(const Stand& stand, const std::string& room) {
   const std::string command = " --service " + stand.GetServiceUrl() + " --room '" + room + "' ";
-  std::cout << "cryptstand: a development stand, never for anything that has to be protected\n"
+  std::cout << "cryptstand: a local test environment, never for anything that has to be protected\n"
             << "service " << stand.GetServiceUrl() << "\n";
   for (const std::string& url : stand.GetKeyServerUrls()) std::cout << "keyserver " << url << "\n";
   std::cout << "try:\n  cryptcli encrypt" << command << "FILE FILE.p7m\n  cryptcli decrypt" << command
@@ -33,7 +35,7 @@ void PrintBanner(const Stand& stand, const std::string& room) {
             << std::flush;
 }
 
-// Written beside the target first, so that a waiting script never reads half of it.
+// Writes to another name and renames, so that a waiting script never reads half a file.
 bool WriteUrls(const Stand& stand, const std::string& path) {
   CryptStand::KVMap urls;
   urls.Set("service", CryptStand::TextVal(stand.GetServiceUrl()));
@@ -68,8 +70,9 @@ int Run(const Options& options, const std::string& urlFile) {
 
 int RunCommand(int argc, char** argv) {
   CLI::App app(
-      "A development stand: a crypt service and key servers on 127.0.0.1. Its keys lie in its folder in the "
-      "clear.");
+      "A local test environment: a crypt service and key servers on 127.0.0.1. Its keys are unencrypted in "
+      "its "
+      "folder.");
   Options options;
   std::string urlFile;
   app.add_option("--dir", options.folder, "Folder that keeps keys and rooms")->required();

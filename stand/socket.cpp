@@ -1,3 +1,5 @@
+// Blocking reads and writes with a timeout on each wait, so that a silent client costs a thread only for so
+// long.
 #include "stand/socket.h"
 
 #include <arpa/inet.h>

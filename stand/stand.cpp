@@ -1,3 +1,5 @@
+// Puts the parts together: builds the servers over one realm, starts and stops them, and offers tests what
+// control.cpp offers scripts.
 #include "stand/stand.h"
 
 #include <openssl/crypto.h>
@@ -23,9 +25,9 @@ class Stand::Impl {
  public:
   explicit Impl(Options given)
       : options(std::move(given)), realm(options.folder.empty() && !options.ownKeys), service(realm) {
-    // At exit, OpenSSL is torn down before static objects that were complete when it was first used. Using it
-    // here makes it outlive a static object of this class, whose threads may be using it until their servers
-    // are down. Asked for nothing, OpenSSL would not arrange its end yet.
+    // A static Stand must be destroyed before OpenSSL's exit handler runs, since its threads use OpenSSL
+    // until the servers are down. Exit handlers run in reverse order, so OpenSSL registers its own here,
+    // before the constructor completes. It does so only if at least one option is given.
     OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
   }
 
@@ -41,7 +43,7 @@ class Stand::Impl {
   Realm realm;
   CryptService service;
   std::unique_ptr<HttpServer> crypt;
-  // The HTTP servers end before what they serve.
+  // Order matters: the HTTP servers (and their threads) are destroyed before the key servers that they call.
   std::vector<std::unique_ptr<KeyServer>> keyServers;
   std::vector<std::unique_ptr<HttpServer>> keyHttp;
 };
@@ -50,13 +52,13 @@ bool Stand::Impl::SetUp(std::string& error) {
   if (!realm.store.Open(options.folder, error)) return false;
   bool good = realm.store.AddGroup(options.group, options.groupName);
   for (const std::string& room : options.rooms) good = good && AddRoom(room, options.group);
-  // A folder is made whole at once, so that its first use is as quick as any.
+  // Generates all keys of a new folder now, so that its first request is as fast as any other.
   if (good && !options.folder.empty()) good = realm.authority.Prepare();
-  if (!good) error = "The stand's state cannot be kept, or a room's id is empty or no UTF-8";
+  if (!good) error = "The state cannot be stored, or a room id is empty or not UTF-8";
   return good;
 }
 
-// JSON could not carry any other id.
+// The id must be UTF-8, since it appears in JSON.
 bool Stand::Impl::AddRoom(const std::string& id, const std::string& group) {
   const bool isText =
       !id.empty() && OruGuiBase::IsValidUTF8(id.data(), static_cast<std::uint32_t>(id.size()));
@@ -78,7 +80,8 @@ bool Stand::Impl::Bind(std::string& error) {
   return true;
 }
 
-// A key server knows its URL only once its port is bound, and no request comes before that.
+// The URL is known only once the port is bound, so the handler finds its key server by index. No request
+// comes before Up().
 bool Stand::Impl::BindKeyServer(int index, std::string& error) {
   const auto place = static_cast<std::size_t>(index);
   keyHttp.push_back(std::make_unique<HttpServer>(
@@ -107,7 +110,7 @@ bool Stand::Impl::Start(Stand& stand, std::string& error) {
       std::make_unique<HttpServer>([this, &stand](const HttpRequest& request, const std::stop_token& stop) {
         return ServeCrypt(stand, request, stop);
       });
-  // Ports first: whether they are free shows sooner than keys can be made.
+  // Ports first: a port that is taken is found at once, generating keys takes time.
   if (!Bind(error) || !SetUp(error)) return false;
   for (const auto& server : keyHttp) {
     if (!server->Up(error)) return false;
@@ -124,7 +127,7 @@ HttpServer* Stand::Impl::FindServer(int server) {
 Stand::Stand(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}
 
 Stand::~Stand() {
-  // The crypt service's control path reaches the key servers.
+  // The crypt service goes down first: its control path uses the key servers.
   if (impl_->crypt != nullptr) impl_->crypt->Down();
 }
 

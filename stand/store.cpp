@@ -1,3 +1,5 @@
+// The store's schema, identities and rooms. Groups, keys and audit records are in store_*.cpp. Every public
+// function locks the one mutex, so the database has one user at a time.
 #include "stand/store.h"
 
 #include <cerrno>

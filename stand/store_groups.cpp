@@ -1,9 +1,11 @@
+// Groups in the store. Their later members are in a table of their own, since folders of earlier versions
+// have the table "groups" without them.
 #include "stand/store.h"
 
 namespace CryptStand {
 namespace {
 
-// The types of texts that a group has lists of.
+// The lists of a group, as the column "kind" names them.
 constexpr const char* kRoot = "root";
 constexpr const char* kIssuing = "issuing";
 constexpr const char* kCrlUrl = "crl";

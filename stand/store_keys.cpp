@@ -1,3 +1,5 @@
+// Integrity keys and imported keys in the store. Sub-identifiers come from a counter, so that a deleted one
+// is not used again.
 #include "stand/store.h"
 
 namespace CryptStand {
@@ -28,7 +30,7 @@ bool Store::DeleteIntegrityKey(const std::string& group, const std::string& subI
   return remove.Bind(group).Bind(subId).Run() && database_.Changes() == 1;
 }
 
-// A folder whose integrity keys are older than the counting goes on behind the highest of them.
+// In a folder from before there was a counter, it starts after the highest number of its integrity keys.
 std::optional<std::string> Store::HandOutSubId(const std::string& group, const std::string& id) {
   const std::lock_guard<std::mutex> lock(mutex_);
   auto next = database_.Prepare(

@@ -1,3 +1,5 @@
+// Authorization tokens: issued by the crypt service, redeemed once by a key server. Both run in this process,
+// so no signature is needed to trust one.
 #include "stand/tokens.h"
 
 #include <openssl/rand.h>
@@ -7,7 +9,7 @@
 namespace CryptStand {
 namespace {
 
-// Expired tokens are dropped when so many have gathered.
+// Number of tokens at which expired ones are dropped, so that a long run needs bounded memory.
 constexpr std::size_t kDropExpiredAt = 4096;
 
 std::string RandomToken() {

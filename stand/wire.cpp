@@ -1,3 +1,5 @@
+// JSON, base64 and certificates of requests and replies. All readers are strict: a client that sends another
+// type or an additional member has a mistake that a test should show.
 #include "stand/wire.h"
 
 #include <algorithm>
@@ -12,7 +14,7 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
 using OruGuiBase::ValType;
 
-// Asks for the type first: reading as another type would be reported to the trace.
+// Checks the type first: reading a value as another type would appear in the trace as an error.
 std::optional<Val> ReadType(const KVMap& object, const char* name, ValType type) {
   const std::uint32_t index = object.Find(name);
   if (index >= object.GetCount() || object.GetValues()[index].GetType() != type) return std::nullopt;

@@ -85,7 +85,7 @@ TEST(ProgramTest, ServesUntilItIsToldToStop) {
     EXPECT_EQ(ReadTexts(urls, "keyservers").value_or(std::vector<std::string>()).size(), 2U);
     EXPECT_EQ(ReadTexts(urls, "rooms"), (std::vector<std::string>{"a b", "c"}));
     EXPECT_EQ(Get(service + "crypt/key/a%20b").Text("room"), "a b");
-    EXPECT_THAT(program.Out(), testing::HasSubstr("development stand"));
+    EXPECT_THAT(program.Out(), testing::HasSubstr("local test environment"));
     EXPECT_THAT(program.Out(),
                 testing::HasSubstr("cryptcli encrypt --service " + service + " --room 'a b' "));
     EXPECT_EQ(program.Stop(signal), 0) << program.Error();
