@@ -1,3 +1,5 @@
+// Receives response bodies for CurlExchange. libcurl calls it with each chunk; it never keeps more than one
+// chunk of a body that goes to a file.
 #include "transport/body_sink.h"
 
 #include <cerrno>
@@ -14,7 +16,7 @@ using OruGuiBase::AnsiStr;
 
 BodySink::~BodySink() {
   if (file_ < 0) return;
-  // Best effort: a device cannot be emptied, and a failure is in progress already.
+  // Best effort: a device cannot be truncated, and the exchange has failed already.
   if (ftruncate(file_, 0) != 0) errno = 0;
   close(file_);
 }
@@ -56,7 +58,7 @@ bool BodySink::PutInFile(const char* data, std::size_t size) {
 
 bool BodySink::Finish() {
   if (file_ < 0) return true;
-  // Closing is where some file systems report what they could not write.
+  // Some file systems report a failed write only when the file is closed.
   const int file = file_;
   file_ = -1;
   return close(file) == 0 || errno == EINTR || FailFile("write", errno);

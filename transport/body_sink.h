@@ -7,20 +7,20 @@
 
 namespace OruKalvix {
 
-/// Takes the body of a response, into memory up to a limit or into a file.
+/// Receives the body of a response, into memory up to a limit or into a file, which it owns while it is open.
 class BodySink {
  public:
   explicit BodySink(std::uint32_t limit) noexcept : limit_(limit) {}
   BodySink(const BodySink&) = delete;
   BodySink& operator=(const BodySink&) = delete;
-  /// Closes a file that is still open, and empties it: what it holds is not a whole body.
+  /// Truncates and closes a file that is still open: it contains an incomplete body.
   ~BodySink();
 
-  /// Sends the body to a file, made for the owner alone or emptied. False with the reason in GetError().
+  /// Writes the body to a file, created with mode 0600 or truncated. False with the reason in GetError().
   bool OpenFile(const OruGuiBase::AnsiStr& path);
-  /// Takes the next bytes. False with the reason in GetError().
+  /// Adds the next bytes. False with the reason in GetError().
   bool Put(const char* data, std::size_t size);
-  /// Ends a whole body. False when the file's system reports only now that it could not keep it.
+  /// Ends a complete body. False if closing the file fails, with the reason in GetError().
   bool Finish();
 
   OruGuiBase::AnsiStr TakeBody() noexcept { return static_cast<OruGuiBase::AnsiStr&&>(body_); }

@@ -1,3 +1,5 @@
+// Turns libcurl's error codes into messages that name the server and the system's reason, for users who do
+// not know libcurl.
 #include "transport/curl_error.h"
 
 #include "foundation/errorstate.h"
@@ -12,7 +14,7 @@ AnsiStr Detail(const CurlFailure& failure) {
   return *failure.detail != '\0' ? AnsiStr(failure.detail) : AnsiStr(curl_easy_strerror(failure.code));
 }
 
-// The system's reason is shorter and surer than libcurl's account of its attempts.
+// The system's reason is shorter and more exact than libcurl's list of its attempts.
 AnsiStr ConnectReason(const CurlFailure& failure) {
   long code = 0;
   curl_easy_getinfo(failure.handle, CURLINFO_OS_ERRNO, &code);

@@ -6,18 +6,18 @@
 
 namespace OruKalvix {
 
-/// What is known of a failed exchange.
+/// What is known about a failed exchange. Pointers are valid while the exchange exists.
 struct CurlFailure {
   CURL* handle = nullptr;
   CURLcode code = CURLE_OK;
   const char* detail = "";        ///< libcurl's own words; may be empty
   OruGuiBase::AnsiStr authority;  ///< "host:port" of the URL
-  OruGuiBase::AnsiStr sinkError;  ///< why the response could not be taken; empty when it could
+  OruGuiBase::AnsiStr sinkError;  ///< why the response could not be received; empty when it could
   bool viaProxy = false;
   bool mayBeCarriedOut = false;  ///< a kept connection broke after the whole request was sent
 };
 
-/// The failure as one sentence with the host in it.
+/// The message for the failure: one sentence that names the host.
 OruGuiBase::AnsiStr DescribeFailure(const CurlFailure& failure);
 
 }  // namespace OruKalvix

@@ -1,3 +1,5 @@
+// The public class of the transport. Each call of SendRequest is one CurlExchange; this class adds the
+// reference count and turns exceptions into failures, since none may cross the library's boundary.
 #include "transport/curlhttp.h"
 
 #include <exception>
@@ -15,6 +17,8 @@ using OruGuiBase::KVMap;
 
 namespace {
 
+// The transport that Create() returns. Deletes itself when its last reference is released. Safe for any
+// number of threads: settings never change, and the pool has its own lock.
 class CurlHttp final : public CryptClientCurl {
  public:
   explicit CurlHttp(const CurlSettings& settings)

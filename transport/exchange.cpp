@@ -1,3 +1,6 @@
+// One HTTP exchange with libcurl: sets all options, runs it, repeats it where that is safe. Created by
+// CurlHttp for each request and used by one thread. Options are set on a handle without any, so nothing is
+// left of an earlier exchange.
 #include "transport/exchange.h"
 
 #include <algorithm>
@@ -19,11 +22,12 @@ using OruGuiBase::KVMap;
 namespace {
 
 constexpr std::size_t kMaxHeaderBytes = 256UL * 1024;
-// Servers send tens. libcurl walks all of them for each that it hands out.
+// Servers send tens. libcurl walks the whole list for each header that it returns, so reading takes quadratic
+// time and the number needs a limit of its own.
 constexpr std::size_t kMaxHeaders = 1000;
 constexpr long kMaxConnections = 8;     // one handle talks to the crypt service and a few key servers
-constexpr long kMaxConnectionAge = 60;  // seconds; older ones have often been closed by the other side
-constexpr long kKeepAliveSeconds = 60;  // so that a dead peer shows although no timeout is set
+constexpr long kMaxConnectionAge = 60;  // seconds; servers have often closed older ones
+constexpr long kKeepAliveSeconds = 60;  // so that a dead peer is noticed although no timeout is set
 constexpr const char* kUserAgent = "cryptcli/" CRYPTCLI_VERSION;
 
 std::int64_t NowMs() {
@@ -39,7 +43,7 @@ CurlExchange::CurlExchange(const CurlSettings& settings, HandlePool& pool) noexc
 template <class Value>
 void CurlExchange::Set(CURLoption option, Value value) {
   const CURLcode code = curl_easy_setopt(handle_.get(), option, value);
-  // Every option used exists in the libcurl that the build demands; what is left is memory.
+  // The libcurl version that the build requires has every option used here, so only memory can be missing.
   if (code != CURLE_OK) throw std::bad_alloc();
 }
 
@@ -79,7 +83,7 @@ bool CurlExchange::Prepare(const AnsiStr& method, const AnsiStr& url, const KVMa
     return false;
   }
   lines_ = list.MakeLines();
-  if (!list.Has("Expect")) AppendLine(lines_, "Expect:");  // no round trip before a body of some length
+  if (!list.Has("Expect")) AppendLine(lines_, "Expect:");  // or libcurl waits for a 100 before large bodies
   if (isPost_ && !list.Has("Content-Type"))
     AppendLine(lines_, "Content-Type:");  // libcurl would claim a form
   return true;
@@ -112,12 +116,12 @@ void CurlExchange::SetRoute(const AnsiStr& url) {
   Set(CURLOPT_PROTOCOLS_STR, "http,https");
   Set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
   Set(CURLOPT_FOLLOWLOCATION, 0L);
-  // The empty texts keep libcurl from taking either out of the environment.
+  // Set even if empty: otherwise libcurl takes both from the environment.
   Set(CURLOPT_PROXY, options.proxy.GetText());
   Set(CURLOPT_NOPROXY, "");
   Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   Set(CURLOPT_NOSIGNAL, 1L);
-  // One handle has one exchange at a time, so that several streams on a connection would gain nothing.
+  // HTTP/2 would gain nothing: one handle has one exchange at a time, so a connection has one stream.
   Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   Set(CURLOPT_MAXCONNECTS, kMaxConnections);
   Set(CURLOPT_MAXAGE_CONN, kMaxConnectionAge);
@@ -135,14 +139,14 @@ void CurlExchange::SetTrust() {
   if (!options.caFile.IsEmpty()) {
     Set(CURLOPT_CAINFO, options.caFile.GetText());
     Set(CURLOPT_PROXY_CAINFO, options.caFile.GetText());
-    // Otherwise the system's directory would still be trusted beside the file.
+    // Otherwise the system's directory would be trusted as well as the file.
     Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     Set(CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
   }
   if (options.clientCertificate.IsEmpty()) return;
   Set(CURLOPT_SSLCERT, options.clientCertificate.GetText());
   if (!options.clientKey.IsEmpty()) Set(CURLOPT_SSLKEY, options.clientKey.GetText());
-  // Given even when it is empty: without one the TLS library would ask at the terminal.
+  // Set even if empty: without a password the TLS library would ask for one at the terminal.
   Set(CURLOPT_KEYPASSWD, options.clientKeyPassword.GetText());
 }
 
@@ -157,16 +161,16 @@ void CurlExchange::SetRequest() {
     Set(CURLOPT_HTTPGET, 1L);
     return;
   }
-  // The body goes through a callback, because libcurl has to come back through OnSeek when it wants to send
-  // it a second time: with the body in its own hands it would repeat any request that a closed connection
-  // left without a response.
+  // The body goes through a callback because libcurl must then call OnSeek before it sends it again, and
+  // OnSeek can refuse. With CURLOPT_POSTFIELDS it would repeat every request that a closed connection left
+  // without a response, although the server may have carried it out.
   Set(CURLOPT_POST, 1L);
   Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.GetLength()));
   Set(CURLOPT_READFUNCTION, &CurlExchange::OnRead);
   Set(CURLOPT_READDATA, static_cast<void*>(this));
   Set(CURLOPT_SEEKFUNCTION, &CurlExchange::OnSeek);
   Set(CURLOPT_SEEKDATA, static_cast<void*>(this));
-  // Without a body there is nothing to ask back for, so only a new connection keeps libcurl from repeating.
+  // Without a body OnSeek is never called, so only a new connection keeps libcurl from repeating the request.
   if (body_.IsEmpty()) Set(CURLOPT_FRESH_CONNECT, 1L);
 }
 
@@ -200,7 +204,7 @@ CURLcode CurlExchange::Perform(const HttpOptions& options) {
   return curl_easy_perform(handle_.get());
 }
 
-// libcurl repeats a GET by itself in most of these cases; here are the ones that it gives up.
+// libcurl repeats a GET by itself in most of these cases; this covers the others.
 bool CurlExchange::MayRepeat(CURLcode code) const {
   const bool broken = code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR || code == CURLE_GOT_NOTHING ||
                       code == CURLE_SEND_FAIL_REWIND;
@@ -216,7 +220,7 @@ bool CurlExchange::WasSentWhole() const {
 }
 
 bool CurlExchange::TakeResponse(HttpResponse& response) {
-  // libcurl takes a connection that closes in the middle of the headers for the end of an empty body.
+  // libcurl reports success when the connection closes in the middle of the headers.
   if (!headEnded_) headError_ = "its headers are cut short";
   if (!headEnded_ || !sink_.Finish()) return false;
   long status = 0;

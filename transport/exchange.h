@@ -13,7 +13,8 @@
 
 namespace OruKalvix {
 
-/// One request and its response on one handle.
+/// One request and its response on one handle from the pool. Lives for one call of SendRequest, on one
+/// thread; `settings` and `pool` must outlive it.
 class CurlExchange {
  public:
   CurlExchange(const CurlSettings& settings, HandlePool& pool) noexcept;
@@ -62,7 +63,7 @@ class CurlExchange {
   bool refusedRewind_ = false;
   OruGuiBase::AnsiStr headError_;
   char detail_[CURL_ERROR_SIZE] = {};
-  HandlePool::Lease handle_;  // last: it is reset and returned before what its options point to ends
+  HandlePool::Lease handle_;  // last, so that it is reset before the members that its options point to
 };
 
 }  // namespace OruKalvix

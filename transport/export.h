@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what libcryptcli-curl hands out; everything else stays hidden in the shared object.
+/// Marks what libcryptcli-curl exports; everything else is hidden in the shared object.
 #define CRYPTCLI_CURL_EXPORT __attribute__((visibility("default")))

@@ -32,12 +32,12 @@ HandlePool::Lease HandlePool::Take() {
 }
 
 void HandlePool::Return(CURL* handle) noexcept {
-  // Takes away options, and with them pointers into the exchange that has ended; connections stay.
+  // Removes all options, which point into an exchange that ends now; connections stay open.
   curl_easy_reset(handle);
   {
     const std::lock_guard lock(mutex_);
     if (idle_.size() < maxIdle_) {
-      idle_.push_back(handle);  // within the room reserved: cannot fail
+      idle_.push_back(handle);  // within the reserved capacity: cannot throw
       return;
     }
   }

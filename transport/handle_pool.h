@@ -8,8 +8,8 @@
 
 namespace OruKalvix {
 
-/// Handles of libcurl between two uses. Each keeps the connections that it opened, so a handle, and with it a
-/// connection, belongs to one thread at a time.
+/// Owns idle libcurl handles. Each keeps the connections that it opened, so a handle, and with it a
+/// connection, belongs to one thread at a time. Safe for any number of threads; must outlive its leases.
 class HandlePool {
  public:
   /// Returns a handle to its pool.
@@ -24,8 +24,8 @@ class HandlePool {
   HandlePool& operator=(const HandlePool&) = delete;
   ~HandlePool();
 
-  /// The handle used last, whose connections are the freshest, or a new one; without any options set. Throws
-  /// std::bad_alloc when none can be made.
+  /// The handle used last, whose connections are the newest, or a new one; without any options set. Throws
+  /// std::bad_alloc on allocation failure.
   Lease Take();
   /// Initialises libcurl, once in the process.
   static bool InitLibrary() noexcept;

@@ -1,3 +1,5 @@
+// The headers of a request: checks them, lets later ones replace earlier ones, and makes libcurl's list of
+// them. Called by CurlExchange, and by CurlSettings to check headers in advance.
 #include "transport/header_list.h"
 
 #include <cstring>
@@ -40,7 +42,7 @@ bool IsFraming(const AnsiStr& name) {
          AnsiStr::Compare(name, "Transfer-Encoding", true) == 0;
 }
 
-// Says what is wrong with a header, without its value, which may be a secret.
+// The message never contains the header's value, which may be a secret.
 bool CheckHeader(const AnsiStr& name, const AnsiStr& value, AnsiStr& errorText) {
   if (!IsToken(name)) {
     errorText = AnsiStr("Invalid header name ") + OruGuiBase::SimpleQuote(name);
@@ -99,7 +101,7 @@ bool HeaderList::Has(const char* name) const noexcept {
 SlistPtr HeaderList::MakeLines() const {
   SlistPtr lines;
   for (const Entry& entry : entries_) {
-    // libcurl takes "Name:" as the wish to leave a header out and "Name;" as one without a value.
+    // For libcurl "Name:" means to leave the header out and "Name;" to send it without a value.
     const AnsiStr line = entry.value.IsEmpty() ? entry.name + ";" : entry.name + ": " + entry.value;
     AppendLine(lines, line.GetText());
   }

@@ -18,9 +18,9 @@ using SlistPtr = std::unique_ptr<curl_slist, SlistWiper>;
 /// The headers of one request, each name once.
 class HeaderList {
  public:
-  /// Adds headers; one whose name is there already, in whatever case, replaces it. False, with the reason in
-  /// `errorText`, for a name that is no token (RFC 9110, 5.6.2), a value with a control character, or a
-  /// header that decides where the request ends.
+  /// Adds headers; each replaces an earlier one of the same name, whatever its case. False, with the reason
+  /// in `errorText`, for a name that is not a token (RFC 9110, 5.6.2), a value with a control character, or a
+  /// header that determines the length of the request.
   bool Add(const OruGuiBase::KVMap& headers, OruGuiBase::AnsiStr& errorText);
 
   bool Has(const char* name) const noexcept;
@@ -38,7 +38,7 @@ class HeaderList {
   std::vector<Entry> entries_;
 };
 
-/// Appends one line. Throws std::bad_alloc when memory is out.
+/// Appends one line. Throws std::bad_alloc on allocation failure.
 void AppendLine(SlistPtr& list, const char* line);
 
 }  // namespace OruKalvix

@@ -1,4 +1,4 @@
-// The one source of the transport that knows OpenSSL: libcurl has no option for this.
+// The only source of the transport that uses OpenSSL: libcurl has no option to switch its key log off.
 #include "transport/key_log.h"
 
 #include <openssl/crypto.h>
@@ -9,13 +9,13 @@ namespace OruKalvix {
 
 namespace {
 
-// libcurl asks for each context after it has set its own key log on it.
+// libcurl calls this for each context after setting its own key log callback, which this removes.
 CURLcode DropKeyLog(CURL*, void* context, void*) noexcept {
   SSL_CTX_set_keylog_callback(static_cast<SSL_CTX*>(context), nullptr);
   return CURLE_OK;
 }
 
-// Of another TLS library, or of another OpenSSL, the context would not be what SSL_CTX is here.
+// With another TLS library, or another OpenSSL, the context would not be the SSL_CTX of our headers.
 bool IsOurOpenSSL() noexcept {
   const char* const named = curl_version_info(CURLVERSION_NOW)->ssl_version;
   const std::string_view theirs = named == nullptr ? "" : named;

@@ -14,9 +14,9 @@ using OruGuiBase::AnsiStr;
 
 namespace {
 
-constexpr std::uint32_t kMostBody = 0x7FFFFFFF;  // leaves a string room to grow by half
+constexpr std::uint32_t kMostBody = 0x7FFFFFFF;  // a string of this length can still grow by half
 
-// libcurl would report these files only with the first connection, and in words about TLS.
+// libcurl would report these files only at the first connection, as TLS errors.
 bool CheckReadable(const char* what, const AnsiStr& path, AnsiStr& errorText) {
   if (path.IsEmpty() || access(path.GetText(), R_OK) == 0) return true;
   const AnsiStr reason = OruGuiBase::GetErrorMessage(static_cast<std::uint32_t>(errno), 0, 1);

@@ -5,12 +5,13 @@
 
 namespace OruKalvix {
 
-/// The options of a transport, checked, with what follows from them.
+/// The checked options of a transport and what is computed from them. Owned by the transport, constant after
+/// Init().
 struct CurlSettings {
   CryptClientCurlOptions options;
-  UrlParts service;  ///< empty host: no URL takes credentials
+  UrlParts service;  ///< with an empty host no request carries credentials
 
-  /// Takes options over. False, with the reason, when one cannot be right.
+  /// Copies and checks options. False, with the reason, if one is wrong.
   bool Init(const CryptClientCurlOptions& given, OruGuiBase::AnsiStr& errorText);
 };
 

@@ -6,9 +6,9 @@
 
 namespace OruKalvix {
 
-/// Keeps SIGPIPE from ending the process while a thread writes to connections that the other side may have
-/// closed. The process's own disposition of the signal is left alone; only this thread holds it back, and a
-/// signal that the writing raised is taken away again.
+/// Keeps SIGPIPE from ending the process while a thread writes to connections that the server may have
+/// closed. A library must not change the process's disposition of the signal, so this blocks it in the
+/// current thread only, and on destruction removes a signal that the writes have raised.
 class SigPipeGuard {
  public:
   SigPipeGuard() noexcept {
@@ -22,7 +22,7 @@ class SigPipeGuard {
   SigPipeGuard(const SigPipeGuard&) = delete;
   SigPipeGuard& operator=(const SigPipeGuard&) = delete;
   ~SigPipeGuard() {
-    if (wasPending_) return;  // it was blocked before, so nothing was changed
+    if (wasPending_) return;  // it was blocked already, so the constructor changed nothing
     const timespec now{};
     while (sigtimedwait(&pipe_, nullptr, &now) < 0 && errno == EINTR) {
     }

@@ -1,3 +1,5 @@
+// Splits URLs with libcurl's own parser, so that the check which requests may carry credentials sees the same
+// host as the request that is sent.
 #include "transport/url_parts.h"
 
 #include <curl/curl.h>
@@ -32,7 +34,8 @@ void ToLowerAscii(std::string& text) {
   }
 }
 
-// An escaped dot is a dot (RFC 3986, 6.2.2.2), so that it makes dot segments as well.
+// An escaped dot is equivalent to a dot (RFC 3986, 6.2.2.2), so it forms dot
+// segments too: "service/%2e%2e/x" is not below "service/".
 std::string UnescapeDots(std::string_view url) {
   std::string text;
   text.reserve(url.size());
@@ -51,7 +54,7 @@ AnsiStr UrlParts::GetAuthority() const {
 }
 
 bool ParseUrl(const AnsiStr& url, UrlParts& parts, AnsiStr& errorText) {
-  // The parser takes C strings and would see only the beginning.
+  // The parser takes C strings and would stop at a NUL.
   if (url.View().find('\0') != std::string_view::npos) {
     errorText = "Invalid URL: it contains a NUL character";
     return false;

@@ -6,7 +6,7 @@
 
 namespace OruKalvix {
 
-/// What of a URL decides where a request goes.
+/// The parts of a URL that determine where a request goes.
 struct UrlParts {
   std::string scheme;  ///< lower case
   std::string host;    ///< lower case; an IPv6 address in its brackets
@@ -17,11 +17,11 @@ struct UrlParts {
   OruGuiBase::AnsiStr GetAuthority() const;
 };
 
-/// Takes a URL apart. False, with the reason, for anything but an http or https URL without user name.
+/// Splits a URL. False, with the reason, for anything but an http or https URL without user name.
 bool ParseUrl(const OruGuiBase::AnsiStr& url, UrlParts& parts, OruGuiBase::AnsiStr& errorText);
 
-/// Whether a URL is `base` or lies below it: the same scheme, host and port, and a path that goes on from
-/// the base's at a slash.
+/// Whether a URL is `base` or below it: the same scheme, host and port, and a path that is the base's or
+/// continues it after a slash.
 bool IsAtOrBelow(const UrlParts& base, const UrlParts& url);
 
 }  // namespace OruKalvix
