@@ -17,7 +17,7 @@ Code ReadWrappedKey(const KVMap& payload, std::string& text) {
   return Code::Success;
 }
 
-// A damaged block has the same code as any malformed payload, so that the response is no decryption oracle.
+// A damaged block has the same code as any malformed payload, only the event log distinguishes them.
 // Success or the code of the refusal.
 Code DecryptAll(const std::vector<std::string>& blocks, const KeyPair& key, std::vector<std::string>& plain) {
   for (const std::string& text : blocks) {

@@ -14,7 +14,7 @@
 namespace CryptStand {
 namespace {
 
-// A hundred years: certificates can be made too early or too late by any amount, and dates stay printable.
+// A hundred years either way: enough for any certificate to be too early or too late.
 constexpr std::int64_t kMaxClockOffset = 100L * 366 * 86400;
 
 HttpReply Malformed(const char* text) {

@@ -26,7 +26,7 @@ struct Event {
 /// The latest events, oldest first; older ones are dropped. Safe for any number of threads.
 class EventLog {
  public:
-  static constexpr std::size_t kCapacity = 10000;  ///< more than the largest test makes requests
+  static constexpr std::size_t kCapacity = 10000;  ///< limits the memory of a long run
 
   void Add(Event event);
   std::vector<Event> Get() const;

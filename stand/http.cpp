@@ -22,7 +22,7 @@
 namespace CryptStand {
 namespace {
 
-constexpr int kBacklog = 128;  // connections that wait to be accepted, more than any test opens at once
+constexpr int kBacklog = 128;  // connections that wait to be accepted
 constexpr int kRetryMs = 20;
 
 int HexDigit(char digit) {

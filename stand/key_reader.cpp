@@ -62,8 +62,7 @@ KeyReading ReadSealed(const X509_SIG& sealed, const std::string& password, KeyPa
   return info != nullptr ? Accept(EVP_PKCS82PKEY(info.get()), key) : KeyReading::WrongPassword;
 }
 
-// PKCS #12 software encodes an empty password in two ways: as an empty string or as none (RFC 7292, appendix
-// B).
+// PKCS #12 software encodes an empty password in two ways: as an empty string or as none.
 bool Unlocks(PKCS12* bag, const std::string& password) {
   return PKCS12_verify_mac(bag, password.data(), static_cast<int>(password.size())) == 1 ||
          (password.empty() && PKCS12_verify_mac(bag, nullptr, 0) == 1);

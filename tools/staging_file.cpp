@@ -87,7 +87,7 @@ bool StagingFile::CheckTarget(const std::string& target, AnsiStr& errorText) {
 }
 
 bool StagingFile::CheckFile(const std::string& target, AnsiStr& errorText) {
-  // Standard output redirected to this file: it is open already, and writing appends to what is there.
+  // Standard output redirected to this file: it is open already, and writing continues at its position.
   if (isStandardOutput_) return true;
   if (!replace_) {
     errorText = DescribeFailure("write", AnsiStr(target), kExists);
