@@ -1,12 +1,12 @@
-// What the merge of audit logs costs: CPU and elapsed time against cat of the same files into one, as ratios
-// of one run on one machine, and peak memory.
+// Measures the merge of audit logs: CPU and elapsed time as ratios to cat of the same files, in one run on
+// one machine, and peak memory.
 //
 //   audit_log_bench [--size MIB] [--servers N] [--runs N] [--dir DIR] [--crlf]
 //
-// Both read the same files from the system's cache and write one new file. The transport hands a log over by
-// giving the file a second name, so that no copy of its own is counted. DIR has to lie on a disk file system
-// with room for three times the size. --crlf gives the logs line ends of two characters, of which the merge
-// drops one and cat none.
+// Both read the same files from the page cache and write one new file. The transport delivers a log by giving
+// the file a second name (a hard link), so that no copy of its own is counted. DIR must be on a disk file
+// system with space for three times the size. --crlf ends the lines of the logs with CR LF: the merge drops
+// the CR, cat does not.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "bench/process.h"
+#include "bench/uncounted_http.h"
 #include "client/cryptcli.h"
 #include "foundation/format.h"
 
@@ -56,7 +57,7 @@ std::string Row(std::uint64_t number) {
       static_cast<unsigned>(number % 28 + 1), static_cast<unsigned>(number / 3600 % 24),
       static_cast<unsigned>(number / 60 % 60), static_cast<unsigned>(number % 60),
       static_cast<unsigned long long>(number * 7919 % 5000),
-      number % 5 == 0 ? "key exported, wrapped anew" : "signed",
+      number % 5 == 0 ? "key exported, wrapped again" : "signed",
       static_cast<unsigned long long>(number * 104729 % 900), static_cast<unsigned long long>(number % 254),
       static_cast<unsigned long long>(number * 0x9E3779B97F4A7C15U), number % 11 == 0 ? "refused" : "ok");
   return row;
@@ -78,14 +79,11 @@ bool MakeLog(const std::string& path, std::size_t size, const char* lineEnd) {
 
 // ---- The merge, in a process of its own, so that its peak memory is that of the merge
 
-/// A crypt service and key servers in the process, each of which has a log.
-class LogService final : public OruKalvix::ICryptClientHttp {
+/// A crypt service and key servers in this process, each with a log.
+class LogService final : public Bench::UncountedHttp {
  public:
   LogService(std::string dir, std::size_t servers) : dir_(std::move(dir)), servers_(servers) {}
 
-  void* QueryInterface(const char*) override { return nullptr; }
-  std::uint32_t AddRef() override { return 1; }
-  std::uint32_t Release() override { return 1; }
   std::int32_t SendRequest(const AnsiStr&, const AnsiStr&, const KVMap&, const AnsiStr&,
                            const OruKalvix::HttpOptions&, OruKalvix::HttpResponse& response) override {
     response.status = 200;
@@ -150,7 +148,7 @@ struct Series {
   long peakKiB = 0;
 };
 
-// What the merge is to give: the first log, and of each other one what follows its header.
+// Compares with the expected result: the first log, then every other one without its header.
 bool IsMerged(const Options& options, const std::string& dir, const std::string& merged) {
   std::string command = "{ cat '" + LogName(dir, 0) + "'";
   for (std::size_t i = 1; i < options.servers; ++i) command += "; tail -n +2 '" + LogName(dir, i) + "'";
@@ -186,7 +184,7 @@ bool MeasureCat(const Options& options, const std::string& dir, Series& series) 
   return usage.ok && fs::remove(target);
 }
 
-// What one has written must not be on its way to the disk while the other is measured.
+// Writes of one measurement must reach the disk before the next one starts.
 bool Settle(const Options& options, const std::string& dir) {
   ::sync();
   bool ok = Bench::FillPageCache(dir + "/holes");
@@ -231,7 +229,8 @@ int main(int argc, char** argv) {
   CLI::App app("What merging audit logs costs", "audit_log_bench");
   app.add_option("--size", options.mib, "size of all logs in MiB")->check(CLI::Range(1, 1 << 20));
   app.add_option("--servers", options.servers, "logs to merge")->check(CLI::Range(1, 1 << 20));
-  app.add_option("--runs", options.runs, "runs of which the median is told")->check(CLI::Range(1, 1 << 20));
+  app.add_option("--runs", options.runs, "number of runs; the median is reported")
+      ->check(CLI::Range(1, 1 << 20));
   app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
   app.add_flag("--crlf", options.crlf, "end the logs' lines with CR LF");
   CLI11_PARSE(app, argc, argv);

@@ -16,7 +16,7 @@ CannedService::CannedService(const char* response)
   headers_.Set("Content-Type", "application/json");
 }
 
-bool CannedService::IsToFail(Failure where) {
+bool CannedService::TakeFailure(Failure where) {
   if (failing_ == 0 || where != where_) return false;
   --failing_;
   return true;
@@ -28,10 +28,10 @@ std::int32_t CannedService::SendRequest(const AnsiStr&, const AnsiStr& url, cons
   response.status = 200;
   response.headers = headers_;
   if (address.ends_with("/rest/json")) {
-    response.body = IsToFail(Failure::Command) ? refusal_ : response_;
+    response.body = TakeFailure(Failure::Command) ? refusal_ : response_;
   } else if (address.starts_with(kUrl)) {
     response.body = token_;
-  } else if (IsToFail(Failure::Probe)) {
+  } else if (TakeFailure(Failure::Probe)) {
     response.errorText = unreachable_;
     return -1;
   }

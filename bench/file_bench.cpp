@@ -1,9 +1,9 @@
-// What protecting and opening a file costs: CPU seconds against the arithmetic that cannot be avoided and
-// against OpenSSL's cms tool doing the same work, as ratios of one run on one machine, and peak memory.
+// Measures protecting and opening a file: CPU seconds as ratios to the arithmetic that cannot be avoided and
+// to OpenSSL's cms tool doing the same work, in one run on one machine, and peak memory.
 //
 //   file_bench [--size MIB] [--runs N] [--dir DIR] [--no-tool]
 //
-// DIR has to lie on a disk file system with room for four times the size.
+// DIR must be on a disk file system with space for four times the size.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -72,8 +72,8 @@ bool SameBytes(const std::string& a, const std::string& b) {
   return Bench::RunProcess({"cmp", "-s", a, b}).ok;
 }
 
-// Runs in a process of its own, so that its peak memory is that of the road. Prints CPU seconds there, peak
-// memory there, CPU seconds back, peak memory in all.
+// Runs in a process of its own, so that its peak memory is that of the two operations. Prints CPU seconds and
+// peak memory of encrypting, CPU seconds of decrypting, and peak memory of both.
 int RunFileOperations(const std::string& dir) {
   const Paths paths(dir);
   Bench::Service service;
@@ -103,7 +103,7 @@ struct Series {
 };
 
 bool MeasureOurs(const std::string& dir, Series& series) {
-  const Bench::Usage usage = Bench::RunProcess({"/proc/self/exe", "--road", dir});
+  const Bench::Usage usage = Bench::RunProcess({Bench::OwnProgram(), "--operations", dir});
   double there = 0;
   double back = 0;
   long peakThere = 0;
@@ -118,7 +118,7 @@ bool MeasureOurs(const std::string& dir, Series& series) {
   return true;
 }
 
-// The tool's own way to the same format: sign, then encrypt, and back; both streaming, file to file.
+// The same format with the openssl tool: sign, then encrypt, and back; all streaming, from file to file.
 bool MeasureTool(const Paths& paths, Series& series) {
   const Bench::Usage sign =
       Bench::RunProcess({"openssl", "cms", "-sign", "-binary", "-nodetach", "-stream", "-nosmimecap", "-md",
@@ -172,7 +172,7 @@ void WritePki(const Paths& paths) {
   WriteText(paths.pki + "root.crt", service.GetRoot().certificate.ToPEM());
 }
 
-// The same state of the page cache for whatever is measured next, the source in it.
+// The same state of the page cache before each measurement, with the source in it.
 bool Settle(const Paths& paths) {
   return Bench::FillPageCache(paths.holes) && Bench::ReadThrough(paths.plain);
 }
@@ -183,7 +183,7 @@ bool RunAll(const Options& options, const std::string& dir) {
   WritePki(paths);
   if (!MakePlainFile(paths.plain, options.mib)) return false;
   for (int run = 0; run < options.runs; ++run) {
-    // What an earlier round left is not the work of this one.
+    // Truncating an old target would count as work of this round.
     for (const std::string& path :
          {paths.secret, paths.opened, paths.toolSigned, paths.toolSecret, paths.toolOpened})
       fs::remove(path);
@@ -202,11 +202,12 @@ bool RunAll(const Options& options, const std::string& dir) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 3 && std::strcmp(argv[1], "--road") == 0) return RunFileOperations(argv[2]);
+  if (argc == 3 && std::strcmp(argv[1], "--operations") == 0) return RunFileOperations(argv[2]);
   Options options;
   CLI::App app("What protecting and opening a file costs", "file_bench");
   app.add_option("--size", options.mib, "size of the file in MiB")->check(CLI::Range(1, 1 << 20));
-  app.add_option("--runs", options.runs, "runs of which the median is told")->check(CLI::Range(1, 1 << 20));
+  app.add_option("--runs", options.runs, "number of runs; the median is reported")
+      ->check(CLI::Range(1, 1 << 20));
   app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
   app.add_flag("!--no-tool", options.tool, "leave OpenSSL's tool out");
   CLI11_PARSE(app, argc, argv);

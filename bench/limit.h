@@ -5,16 +5,16 @@
 
 namespace Bench {
 
-/// The arithmetic of protecting a file, with nothing around it: SHA-512 of its bytes and AES-256-CBC
-/// encryption of its bytes, in chunks of 64 KiB through EVP. Reads the file; writes nothing. CPU seconds of
-/// the arithmetic alone, or a negative number when the file cannot be read.
+/// The arithmetic of protecting a file and nothing else: SHA-512 and AES-256-CBC encryption of its bytes, in
+/// chunks of 64 KiB through EVP. Reads the file; writes nothing. Returns CPU seconds of the arithmetic alone,
+/// or a negative number if the file cannot be read.
 double ProtectLimit(const std::string& file);
 /// The arithmetic of opening one: AES-256-CBC decryption and SHA-512.
 double OpenLimit(const std::string& file);
 
-/// What protecting a file costs the system when nothing is computed: `file` is copied to `between` and that
-/// to `target`, as the signed message and the protected file are written, in chunks of `kTrafficPiece` with
-/// the room reserved first. CPU seconds, or a negative number on failure. Both copies are removed.
+/// Protecting a file without any arithmetic: `file` is copied to `between` and that to `target`, as the
+/// signed message and the protected file are written, in chunks of `kTrafficChunk` with the space reserved
+/// first. Returns CPU seconds, or a negative number on failure. Both copies are removed.
 double ProtectTraffic(const std::string& file, const std::string& between, const std::string& target);
 inline constexpr std::size_t kTrafficChunk = std::size_t{256} * 1024;
 

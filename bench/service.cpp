@@ -1,3 +1,5 @@
+// A transport with real keys for file_bench: it computes what a key server would, so that the client's whole
+// work on a file is measured, and nothing of a network.
 #include "bench/service.h"
 
 #include <ctime>
@@ -6,6 +8,7 @@
 
 #include "foundation/encoding.h"
 #include "foundation/json.h"
+#include "stand/memory_bio.h"
 
 using CryptStand::CertSpec;
 using CryptStand::Identity;
@@ -16,22 +19,17 @@ using OruGuiBase::Val;
 namespace Bench {
 namespace {
 
-using BioPtr = std::unique_ptr<BIO, decltype(&BIO_free_all)>;
 using CmsPtr = std::unique_ptr<CMS_ContentInfo, decltype(&CMS_ContentInfo_free)>;
 
-// The wrapped key that validation looks into: a signed message around the inner signing certificate.
+// A wrapped key with the one part that clients validate: a signed message around the inner signing
+// certificate.
 std::string WrapKey(const Identity& inner) {
   const std::string json = R"({"encodedInnerSigningCertificate":")" + inner.certificate.ToBase64() + "\"}";
-  const BioPtr content(BIO_new_mem_buf(json.data(), static_cast<int>(json.size())), BIO_free_all);
+  const CryptStand::BioPtr content = CryptStand::Source(json);
   const CmsPtr message(CMS_sign(inner.certificate.Get0(), inner.key.Get0(), nullptr, content.get(),
                                 CMS_BINARY | CMS_NOSMIMECAP),
                        CMS_ContentInfo_free);
-  unsigned char* der = nullptr;
-  const int size = i2d_CMS_ContentInfo(message.get(), &der);
-  const std::string text =
-      CryptStand::ToBase64({reinterpret_cast<char*>(der), static_cast<std::size_t>(size)});
-  OPENSSL_free(der);
-  return text;
+  return CryptStand::ToBase64(CryptStand::Written([&](BIO* bio) { return i2d_CMS_bio(bio, message.get()); }));
 }
 
 std::string Decode(const AnsiStr& text) {
@@ -56,7 +54,7 @@ std::string HttpDate() {
   return {text, std::strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &fields)};
 }
 
-bool Holds(const std::string& url, const char* part) {
+bool Contains(const std::string& url, const char* part) {
   return url.find(part) != std::string::npos;
 }
 
@@ -71,19 +69,20 @@ Service::Service()
 
 std::int32_t Service::SendRequest(const AnsiStr&, const AnsiStr& url, const KVMap&, const AnsiStr& body,
                                   const OruKalvix::HttpOptions&, OruKalvix::HttpResponse& response) {
-  const std::string content = Respond(url.GetText(), body);
+  const std::string content = MakeBody(url.GetText(), body);
   response.status = 200;
   response.headers.Set("Date", HttpDate().c_str());
   response.body = AnsiStr(content.data(), static_cast<std::uint32_t>(content.size()));
   return 0;
 }
 
-std::string Service::Respond(const std::string& url, const AnsiStr& body) const {
-  if (Holds(url, "/status?")) return "";
-  if (Holds(url, "/certstore") || Holds(url, "/truststore")) return root_.certificate.ToPEM();
-  if (Holds(url, "/authztoken/")) return R"({"authztoken":"token"})";
-  if (Holds(url, "/crypt/key/")) return RoomKeyResponse();
-  if (Holds(url, "/integrity/")) return R"({"integrity":[")" + integrityKey_.certificate.GetDigest() + "\"]}";
+std::string Service::MakeBody(const std::string& url, const AnsiStr& body) const {
+  if (Contains(url, "/status?")) return "";
+  if (Contains(url, "/certstore") || Contains(url, "/truststore")) return root_.certificate.ToPEM();
+  if (Contains(url, "/authztoken/")) return R"({"authztoken":"token"})";
+  if (Contains(url, "/crypt/key/")) return RoomKeyResponse();
+  if (Contains(url, "/integrity/"))
+    return R"({"integrity":[")" + integrityKey_.certificate.GetDigest() + "\"]}";
   return Command(body);
 }
 
