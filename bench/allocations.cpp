@@ -18,7 +18,7 @@ std::uint64_t OwnAllocations() {
 
 }  // namespace Bench
 
-// The names are the linker's: what --wrap makes of a call of malloc.
+// With --wrap the linker sends calls of malloc to __wrap_malloc, and __real_malloc is the original.
 extern "C" {
 
 void* __real_malloc(std::size_t size);

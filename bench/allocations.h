@@ -4,8 +4,8 @@
 
 namespace Bench {
 
-/// Allocations that this thread has made so far: malloc and its kin where our own code calls them, and
-/// operator new anywhere. The program has to be linked with --wrap=malloc, --wrap=calloc and --wrap=realloc.
+/// Number of allocations of this thread so far: malloc, calloc and realloc where our own code calls them, and
+/// operator new everywhere. The program must be linked with --wrap=malloc, --wrap=calloc and --wrap=realloc.
 std::uint64_t OwnAllocations();
 
 }  // namespace Bench

@@ -1,11 +1,11 @@
-// What a named operation costs without a network: CPU time and allocations of the removal of a key, how the
-// cost grows with keys and with key servers that fail, and what a second thread adds.
+// Measures named operations without a network: CPU time and allocations of deleting a key, how the cost grows
+// with the number of keys and of failing key servers, and what a second thread adds.
 //
 //   operation_bench [--rounds N] [--instructions]
-//   operation_bench --only Type:SIZE --times N      performs one case and nothing else, for a profiler
+//   operation_bench --only TYPE:SIZE --times N      performs one case and nothing else, for a profiler
 //
-// --instructions counts instructions as well, which needs valgrind and some minutes; they do not depend on
-// what else the machine does.
+// --instructions also counts instructions, which do not depend on what else the machine does; it needs
+// valgrind and takes some minutes.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
@@ -94,7 +94,7 @@ class Measurement {
   Cost cost_;
 };
 
-// The batches of all cases take turns, so that a busy moment of the machine meets them alike.
+// The batches of all cases alternate, so that a busy moment of the machine affects all of them alike.
 bool MeasureAll(const Options& options, std::vector<Measurement>& measurements) {
   for (Measurement& measurement : measurements) {
     if (!measurement.Prepare()) return false;
@@ -114,8 +114,8 @@ void ReportCost(const char* title, const Cost& cost) {
   std::printf("\n");
 }
 
-// ---- Growth: what one more key or key server costs, over the small and over the large step. Linear is a
-// ratio of 1.
+// ---- Growth: what one more key or key server costs, over the small and over the large step. Linear growth
+// has a ratio of 1.
 
 double Added(double small, double large, std::uint32_t from, std::uint32_t to) {
   return (large - small) / (to - from);
@@ -163,8 +163,9 @@ struct Ratios {
   }
 };
 
-// They take turns with one thread. A turn in a busy moment shows as a low ratio, so the best is told beside
-// the median; processes share nothing, so that what they lose is the machine's.
+// Alternates with one thread. A busy moment gives a low ratio, so the best one is reported beside the median.
+// Processes share nothing: what they lose is due to the machine, what threads lose beyond that to the
+// library.
 bool MeasureThreads(const Options& options) {
   Ratios threads;
   Ratios processes;
@@ -211,14 +212,14 @@ bool ParseCase(const char* text, Case& which) {
 int main(int argc, char** argv) {
   Options options;
   CLI::App app("What a named operation costs without a network", "operation_bench");
-  app.add_option("--rounds", options.rounds, "rounds of which the median is told")
+  app.add_option("--rounds", options.rounds, "number of rounds; the median is reported")
       ->check(CLI::Range(1, 1 << 20));
   app.add_flag("--instructions", options.instructions, "count instructions as well (needs valgrind)");
   std::string only;
   CLI::Option* const one =
-      app.add_option("--only", only, "KIND:SIZE, perform this case alone; KIND is refused, dead or decrypt");
+      app.add_option("--only", only, "TYPE:SIZE, perform this case alone; TYPE is refused, dead or decrypt");
   one->check([&options](const std::string& text) {
-    return ParseCase(text.c_str(), options.only) ? std::string() : "not KIND:SIZE: " + text;
+    return ParseCase(text.c_str(), options.only) ? std::string() : "not TYPE:SIZE: " + text;
   });
   app.add_option("--times", options.times, "how often --only performs it")
       ->check(CLI::Range(1, 1 << 20))

@@ -1,3 +1,4 @@
+// The operations that operation_bench measures, with arguments and responses of realistic size.
 #include "bench/operations.h"
 
 #include "client/cryptcli.h"
@@ -11,7 +12,7 @@ using OruGuiBase::Val;
 namespace Bench {
 namespace {
 
-// About as long as a wrapped key and a private key are as text.
+// About the length of a wrapped key and of a private key in base64.
 constexpr std::size_t kWrappedKeyLength = 4000;
 constexpr std::size_t kPrivateKeyLength = 1700;
 

@@ -9,16 +9,15 @@
 
 namespace Bench {
 
-/// One named operation, ready to be performed over and over. It serves one thread; every thread needs its
-/// own.
+/// One named operation with its arguments and servers, to be performed many times. For one thread.
 class Operation {
  public:
-  /// Removes a key: one command, to the last of `servers` key servers after the others have failed.
+  /// Deletes a key: one command, to the last of `servers` key servers after the others have failed.
   static Operation DeleteKey(std::uint32_t servers, CannedService::Failure failure);
   /// Exports `keys` wrapped keys, one command each, from one key server.
   static Operation ExportKeys(std::uint32_t keys);
 
-  /// Performs it so many times; false as soon as it does not go well.
+  /// Performs it `times` times; stops and returns false at the first failure.
   bool Perform(unsigned times);
 
  private:
@@ -35,8 +34,8 @@ class Operation {
 
 /// A type of operation at a size.
 struct Case {
-  /// "refused" and "dead": the removal of a key, which all key servers but the last refuse, or which all but
-  /// the last cannot be reached for. "decrypt": the export of keys.
+  /// "refused" and "dead": deleting a key, which all key servers but the last refuse, or while all but the
+  /// last cannot be reached. "decrypt": exporting keys.
   std::string type;
   std::uint32_t size;  ///< key servers, or keys
 

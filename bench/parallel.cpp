@@ -1,3 +1,5 @@
+// Runs the same operations on threads and in processes at the same time, so that operation_bench can see what
+// threads lose by sharing the library's state.
 #include "bench/parallel.h"
 
 #include <chrono>
@@ -15,7 +17,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kTime(250);
+constexpr std::chrono::milliseconds kTime(250);  // long beside a time slice, short enough for many rounds
 
 Work WorkUntil(Clock::time_point end) {
   constexpr unsigned kBatch = 32;
@@ -46,7 +48,7 @@ Work Sum(const std::vector<Work>& works) {
   return all;
 }
 
-// Works in a child, which writes what it has done to the pipe.
+// Works in a child process, which writes its result to the pipe.
 bool BeginChild(Clock::time_point end, int pipe) {
   const pid_t child = ::fork();
   if (child != 0) return child > 0;

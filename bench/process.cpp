@@ -1,3 +1,4 @@
+// Processes, clocks, work folders and the page cache: what all benchmarks need from the system.
 #include "bench/process.h"
 
 #include <algorithm>

@@ -5,7 +5,7 @@
 
 namespace Bench {
 
-/// What a process has used up.
+/// The resources that a process has used, and its output.
 struct Usage {
   double cpuSeconds = 0;  ///< user and system
   double wallSeconds = 0;
@@ -17,7 +17,7 @@ struct Usage {
 /// Runs a command to its end; the first word is looked up in the path.
 Usage RunProcess(const std::vector<std::string>& command);
 
-/// The path of the program that runs.
+/// The path of the running program.
 std::string OwnProgram();
 /// CPU seconds that this process has used so far.
 double OwnCpuSeconds();
@@ -26,11 +26,11 @@ double ThreadCpuSeconds();
 /// Peak resident memory of this process so far.
 long OwnPeakKiB();
 
-/// A folder of its own for a run, which goes with its content when the object does. Temporary files of the
-/// process are made there as well.
+/// A folder for one run, deleted with its contents on destruction. Temporary files of the process are created
+/// there too.
 class WorkFolder {
  public:
-  /// Makes `program`.XXXXXX in `parent`; prints why it cannot.
+  /// Creates `program`.XXXXXX in `parent`; on failure prints the reason.
   WorkFolder(const std::string& parent, const std::string& program);
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
@@ -43,13 +43,12 @@ class WorkFolder {
   std::string path_;
 };
 
-/// Reads a file to its end, so that it lies in the system's page cache.
+/// Reads a file to its end, so that it is in the system's page cache.
 bool ReadThrough(const std::string& path);
 
-/// Fills the page cache, as a server that has run for a while has it, by reading through the file `holes`,
-/// which is made as large as the memory without taking room on the disk. On a virtual machine whose host
-/// takes free memory back the first use of a free page costs ten times that of a page of the cache, which
-/// would be measured instead of the work.
+/// Fills the page cache, as on a server that has run for a while, by reading the file `holes`, a sparse file
+/// as large as the memory. On a virtual machine whose host reclaims free memory, the first use of a free page
+/// takes ten times as long as that of a page in the cache, and that would be measured instead of the work.
 bool FillPageCache(const std::string& holes);
 
 double Median(std::vector<double> values);

@@ -1,6 +1,7 @@
-// Files of random sizes, protected and opened by several threads over one transport for a bounded time, while
-// the servers of a stand fail in random ways. Every success has to be byte-identical and verified, every
-// failure explained; without a fault nothing may fail; memory and descriptors have to stay flat.
+// Protects and opens files of random sizes on several threads over one transport for a limited time, while
+// the servers of a local test environment fail in random ways. Every success must be byte-identical and
+// verified, every failure must have a reason; without a fault nothing may fail; memory and descriptors must
+// stay constant.
 //
 //   soak [--seconds N] [--threads N] [--seed N] [--dir DIR]
 #include <CLI/CLI.hpp>
@@ -45,12 +46,12 @@ struct Tally {
   std::uint64_t protectFailures = 0;
   std::uint64_t openFailures = 0;
   std::uint64_t unverified = 0;
-  std::uint64_t calm = 0;  ///< operations that no fault accompanied
+  std::uint64_t calm = 0;  ///< operations during which no fault was set
   std::vector<std::string> violations;
   std::map<std::string, std::uint64_t> reasons;
 };
 
-/// What all threads share.
+/// What all threads share; outlives them.
 struct Run {
   const Bench::Weather& weather;
   AnsiStr serviceUrl;
@@ -66,12 +67,12 @@ struct Run {
   }
 };
 
-// Most files are small, some empty, some of several chunks.
+// Most files are small, some are empty, some take several chunks.
 std::size_t RandomSize(std::mt19937& random) {
-  const auto type = random() % 20;
-  if (type == 0) return 0;
-  if (type < 12) return random() % 10000;
-  if (type < 19) return random() % 600000;
+  const auto dice = random() % 20;
+  if (dice == 0) return 0;
+  if (dice < 12) return random() % 10000;
+  if (dice < 19) return random() % 600000;
   return random() % 6000000;
 }
 
@@ -86,14 +87,11 @@ std::string ReadAll(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// The type of a reason: without the numbers, which name a port or a size.
-std::string TypeOf(const std::string& reason) {
-  std::string type;
-  for (const char c : reason.substr(0, 70)) {
-    if (c >= '0' && c <= '9') continue;
-    type += c;
-  }
-  return type;
+// The reason without its digits, so that messages about different ports or sizes are counted as one.
+std::string WithoutDigits(const std::string& reason) {
+  std::string kept = reason.substr(0, 70);
+  std::erase_if(kept, [](char c) { return c >= '0' && c <= '9'; });
+  return kept;
 }
 
 /// One thread's work.
@@ -147,7 +145,7 @@ class Worker {
     const std::lock_guard lock(run_.mutex);
     if (wasCalm) ++run_.tally.calm;
     if (done) return;
-    ++run_.tally.reasons[TypeOf(reason)];
+    ++run_.tally.reasons[WithoutDigits(reason)];
     if (reason.empty()) run_.tally.violations.push_back(std::string(operation) + " failed without a reason");
     if (wasCalm) run_.tally.violations.push_back(std::string(operation) + " failed in calm: " + reason);
   }
@@ -172,7 +170,7 @@ Sample TakeSample() {
   return sample;
 }
 
-/// The largest of the samples in a part of the run.
+/// The maximum of each value over a part of the run.
 Sample Largest(const std::vector<Sample>& samples, std::size_t from, std::size_t to) {
   Sample largest;
   for (std::size_t i = from; i < to; ++i) {
@@ -182,7 +180,8 @@ Sample Largest(const std::vector<Sample>& samples, std::size_t from, std::size_t
   return largest;
 }
 
-// Flat: the last quarter of the run needs no more than the second did, but for what one file more takes.
+// Constant means: the last quarter of the run needs no more than the second did, with a margin of 10 % and of
+// what one more file in progress takes.
 bool ReportGrowth(const std::vector<Sample>& samples) {
   const std::size_t quarter = samples.size() / 4;
   if (quarter == 0) return true;
@@ -206,18 +205,19 @@ int Report(const Run& run, const std::vector<Sample>& samples, const std::string
   const Tally& tally = run.tally;
   std::printf("%lu files, %.1f MiB, %lu faults set\n", tally.files,
               static_cast<double>(tally.bytes) / (1024 * 1024), run.weather.faults.load());
-  std::printf("failed: %lu of Encrypt, %lu of Decrypt; opened without proof of origin, as told: %lu\n",
+  std::printf("failed: %lu of Encrypt, %lu of Decrypt; opened without proof of origin, as reported: %lu\n",
               tally.protectFailures, tally.openFailures, tally.unverified);
   std::printf("operations without any fault: %lu\n", tally.calm);
   for (const auto& [reason, count] : tally.reasons) std::printf("  %6lu %s\n", count, reason.c_str());
   const bool isFlat = ReportGrowth(samples);
   const std::size_t leftovers = CountLeftovers(run.dir, temporary);
-  std::printf("temporary files and drafts left: %zu\n", leftovers);
+  std::printf("temporary and staging files left: %zu\n", leftovers);
   for (const std::string& violation : tally.violations) std::printf("VIOLATION: %s\n", violation.c_str());
   return tally.violations.empty() && isFlat && leftovers == 0 && tally.files > 0 ? 0 : 1;
 }
 
-// The room's key is there before the threads are: of several that make it at once, the service takes one.
+// Makes the room's key before the threads start: if several make it at once, the service accepts only one,
+// and the others fail without a fault.
 bool MakeRoomKey(const Run& run) {
   bool keyError = false;
   std::ofstream(run.dir + "/first") << "first";
@@ -236,7 +236,7 @@ int RunAll(const Options& options, const std::string& dir) {
   ::setenv("TMPDIR", temporary.c_str(), 1);
   Bench::Storm storm;
   AnsiStr reason;
-  if (!storm.Start(options.seed)) return Fail("the stand cannot be started");
+  if (!storm.Start(options.seed)) return Fail("the servers cannot be started");
   const auto http = OruKalvix::CryptClientCurl::Create({}, reason);
   if (http == nullptr) return Fail(reason.GetText());
   Run run{storm.GetWeather(), AnsiStr(storm.GetServiceUrl().c_str()), http.get(), dir,
@@ -261,7 +261,7 @@ int main(int argc, char** argv) {
   CLI::App app("Files of random sizes there and back while servers fail", "soak");
   app.add_option("--seconds", options.seconds, "how long")->check(CLI::Range(1, 1 << 20));
   app.add_option("--threads", options.threads, "threads of clients")->check(CLI::Range(1, 1 << 20));
-  app.add_option("--seed", options.seed, "of all that is random");
+  app.add_option("--seed", options.seed, "start value of all random numbers");
   app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
   CLI11_PARSE(app, argc, argv);
   const Bench::WorkFolder folder(options.dir, "soak");

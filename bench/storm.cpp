@@ -1,3 +1,5 @@
+// The servers of the soak test, in a child process: it alternates between times without any fault and times
+// with random ones.
 #include "bench/storm.h"
 
 #include <chrono>
@@ -20,11 +22,11 @@ using CryptStand::FaultType;
 using CryptStand::Stand;
 
 constexpr int kServers = 3;
-constexpr auto kCalm = std::chrono::seconds(4);
+constexpr auto kCalm = std::chrono::seconds(4);  // long enough for whole operations without a fault
 constexpr auto kGust = std::chrono::milliseconds(500);
 constexpr int kGusts = 12;
 
-// Types that a client can meet at any moment. What only an audit log or a token meets is left to the tests.
+// Faults that concern every operation. Those of audit logs and tokens alone are left to the tests.
 constexpr FaultType kTypes[] = {
     FaultType::Down,         FaultType::Slow,      FaultType::Status,       FaultType::MissingDate,
     FaultType::BrokenJson,   FaultType::JsonArray, FaultType::JsonNumber,   FaultType::JsonDeep,
@@ -48,7 +50,7 @@ void ClearAll(Stand& stand) {
   for (int server = 0; server < kServers; ++server) stand.ClearFaults(server);
 }
 
-// One server in six gusts is the crypt service, which has no other to take its place.
+// One fault in six is the crypt service's: rarer, since no other server can replace it.
 void Blow(Stand& stand, Weather& weather, std::mt19937& random) {
   ClearAll(stand);
   for (auto i = random() % 4; i > 0; --i) {

@@ -7,24 +7,25 @@
 
 namespace Bench {
 
-/// What the process of the stand and that of the clients know together.
+/// Memory shared by the process of the servers and that of the clients.
 struct Weather {
-  /// Even while the stand has no fault, odd while it has; a new number with each change.
+  /// Even while no fault is set, odd while faults are; a new number with each change.
   std::atomic<std::uint64_t> season{0};
   std::atomic<std::uint64_t> faults{0};
 };
 
-/// A stand in a process of its own, so that the clients' memory and descriptors are theirs alone. It changes
-/// by itself between calm, without any fault, and storm, with new random faults every half second.
+/// The servers in a process of their own, so that the clients' memory and descriptors can be measured. It
+/// alternates between calm, without any fault, and storm, with new random faults every half second. Owns the
+/// process.
 class Storm {
  public:
   Storm() = default;
   Storm(const Storm&) = delete;
   Storm& operator=(const Storm&) = delete;
-  /// Ends the process of the stand.
+  /// Ends the process of the servers.
   ~Storm();
 
-  /// Call before any thread is started. False when the stand cannot be brought up.
+  /// It forks: call before any thread is started. False if the servers cannot be started.
   bool Start(unsigned seed);
   const std::string& GetServiceUrl() const { return serviceUrl_; }
   const Weather& GetWeather() const { return *weather_; }
