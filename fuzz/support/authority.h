@@ -3,12 +3,13 @@
 #include <string>
 #include <string_view>
 
-// What a key server computes with the keys of the world.
+// The cryptographic results of a key server, computed with the keys of the world.
 namespace Fuzz {
 
-/// The base64 signature of a base64 SHA-512 hash with the group's integrity key; empty when there is none.
+/// Signs a base64 SHA-512 hash with the group's integrity key. The signature is base64, or empty if the hash
+/// is invalid.
 std::string SignBase64(std::string_view hash);
-/// The base64 plain text of base64 bytes encrypted for the room; empty when they do not open.
+/// Decrypts base64 bytes with the room's key. The result is base64, or empty if they cannot be decrypted.
 std::string DecryptBase64(std::string_view encrypted);
 
 }  // namespace Fuzz

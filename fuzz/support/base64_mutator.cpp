@@ -1,3 +1,4 @@
+// The mutator of the targets that read base64 or PEM, built on the mutator for DER.
 #include "fuzz/support/base64_mutator.h"
 
 #include <cstring>
@@ -8,17 +9,13 @@
 #include "fuzz/support/der_mutator.h"
 #include "fuzz/support/text.h"
 
-// The fuzzer's own way to change bytes. A program that only replays inputs has none and never asks for it.
-extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize)
-    __attribute__((weak));
-
 namespace Fuzz {
 namespace {
 
-constexpr std::string_view kWhite = " \t\r\n";
+constexpr const char* kWhite = " \t\r\n";
 constexpr std::uint32_t kLineLength = 64;
 
-// The base64 of a text: between the first PEM lines, or all of it.
+// An input split around its base64, which is between the first PEM lines, or all of it.
 struct Parts {
   std::string_view head;
   std::string_view body;
@@ -33,20 +30,13 @@ Parts Split(std::string_view text) {
   return {text.substr(0, begin + 6), text.substr(begin + 6, end - begin - 6), text.substr(end)};
 }
 
-bool Decode(std::string_view text, std::string& bytes) {
-  bytes.assign(text.size(), '\0');
-  auto size = static_cast<std::uint32_t>(bytes.size());
-  if (!OruGuiBase::B64Str2Binary(Ansi(text), bytes.data(), size, kWhite.data())) return false;
-  bytes.resize(size);
-  return size > 0;
-}
-
 }  // namespace
 
 std::size_t MutateBase64(std::uint8_t* data, std::size_t size, std::size_t maxSize, unsigned int seed) {
   const Parts parts = Split(View(data, size));
   std::string bytes;
-  if (seed % 2 == 0 || !Decode(parts.body, bytes)) return LLVMFuzzerMutate(data, size, maxSize);
+  const bool isDecoded = seed % 2 != 0 && DecodeBase64(parts.body, bytes, kWhite) && !bytes.empty();
+  if (!isDecoded) return LLVMFuzzerMutate(data, size, maxSize);
   bytes = MutateDer(bytes, seed / 2);
   const auto encoded = OruGuiBase::Binary2B64Str(bytes.data(), static_cast<std::uint32_t>(bytes.size()),
                                                  parts.head.empty() ? 0 : kLineLength, "\n");

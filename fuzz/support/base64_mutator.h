@@ -5,8 +5,8 @@
 
 namespace Fuzz {
 
-/// A mutator for targets whose input is text around base64: every other time it changes the bytes behind the
-/// text rather than the text, which a fuzzer that flips characters hardly ever does well.
+/// A mutator for targets whose input is base64 or PEM. Every other time it decodes the base64, changes the
+/// bytes and encodes them again: changes to the characters rarely give valid base64 of something interesting.
 std::size_t MutateBase64(std::uint8_t* data, std::size_t size, std::size_t maxSize, unsigned int seed);
 
 }  // namespace Fuzz

@@ -1,3 +1,5 @@
+// Parses BER leniently into a tree, changes one element, and encodes the tree again. What cannot be parsed
+// stays as plain bytes, so that any input can be mutated.
 #include "fuzz/support/der_mutator.h"
 
 #include <cstring>
@@ -7,24 +9,20 @@
 
 #include "fuzz/support/text.h"
 
-// The fuzzer's own way to change bytes. A program that only replays inputs has none and never asks for it.
-extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t maxSize)
-    __attribute__((weak));
-
 namespace Fuzz {
 namespace {
 
-constexpr std::size_t kDeepest = 24;
-constexpr std::size_t kGrowth = 64;
+constexpr std::size_t kDeepest = 24;  // of nested elements; deeper ones are treated as plain bytes
+constexpr std::size_t kGrowth = 64;   // bytes that one mutation may add
 constexpr std::uint8_t kConstructed = 0x20;
 constexpr char kIndefinite = static_cast<char>(0x80);
 const std::string kEnd(2, '\0');
 
-/// One element with its children, or bytes that are none (without a tag).
+/// One element with its children, or, without a tag, bytes that are not an element.
 struct Node {
   std::string tag;
   bool isIndefinite = false;
-  std::string body;            ///< of a primitive element, and bytes that are none
+  std::string body;            ///< of a primitive element, or bytes that are not one
   std::vector<Node> children;  ///< of a constructed one
 
   bool IsConstructed() const {
@@ -71,20 +69,20 @@ bool ParseOne(std::string_view& bytes, std::size_t depth, Node& node) {
   node.isIndefinite = head.isIndefinite;
   bytes.remove_prefix(head.size);
   if (node.isIndefinite) {
-    node.children = Parse(bytes, true, depth + 1);
+    node.children = Parse(bytes, /*isIndefinite=*/true, depth + 1);
     return true;
   }
   std::string_view body = bytes.substr(0, head.length);
   bytes.remove_prefix(head.length);
   if (node.IsConstructed()) {
-    node.children = Parse(body, false, depth + 1);
+    node.children = Parse(body, /*isIndefinite=*/false, depth + 1);
   } else {
     node.body = body;
   }
   return true;
 }
 
-// Elements to the end of the bytes, or to the mark that ends an indefinite length.
+// Elements up to the end of the bytes, or up to the end-of-contents octets (X.690, 8.1.5).
 std::vector<Node> Parse(std::string_view& bytes, bool isIndefinite, std::size_t depth) {
   std::vector<Node> nodes;
   while (!bytes.empty()) {
@@ -126,7 +124,7 @@ std::string Write(const std::vector<Node>& nodes) {
   return bytes;
 }
 
-/// Where an element stands: the list that holds it, and its place in that.
+/// The position of an element: the list that contains it, and its index there.
 struct Place {
   std::vector<Node>* list;
   std::size_t at;
@@ -148,7 +146,8 @@ std::string MutateBytes(std::string bytes) {
   return bytes;
 }
 
-// An octet string becomes segments, anything else gets the other form of its length.
+// A primitive element becomes a constructed one with one segment; a constructed one gets the other form of
+// length.
 void ChangeForm(Node& node) {
   if (node.IsConstructed()) {
     node.isIndefinite = !node.isIndefinite;
@@ -163,9 +162,9 @@ void ChangeForm(Node& node) {
 
 using ChangeBytes = std::function<std::string(std::string)>;
 
-void Change(const Place& place, const Place& other, std::size_t type, const ChangeBytes& change) {
+void Change(const Place& place, const Place& other, std::size_t choice, const ChangeBytes& change) {
   const auto at = static_cast<std::ptrdiff_t>(place.at);
-  switch (type) {
+  switch (choice) {
     case 0:
       place.list->erase(place.list->begin() + at);
       break;
@@ -200,15 +199,15 @@ void Change(const Place& place, const Place& other, std::size_t type, const Chan
 
 std::string ChangeElement(std::string_view bytes, const std::function<std::size_t(std::size_t)>& below,
                           const std::function<std::string(std::string)>& change) {
-  constexpr std::size_t kTypes = 12;  // Most are the last: contents are most of what there is to change.
+  constexpr std::size_t kChoices = 12;  // those from 6 on all change the content, where most of the bytes are
   std::string_view rest = bytes;
-  std::vector<Node> nodes = Parse(rest, false, 0);
+  std::vector<Node> nodes = Parse(rest, /*isIndefinite=*/false, 0);
   std::vector<Place> places;
   Collect(nodes, places);
   if (places.empty()) return change(std::string(bytes));
-  const std::size_t type = below(kTypes);
+  const std::size_t choice = below(kChoices);
   const std::size_t place = below(places.size());
-  Change(places[place], places[below(places.size())], type, change);
+  Change(places[place], places[below(places.size())], choice, change);
   return Write(nodes);
 }
 

@@ -9,9 +9,9 @@
 
 namespace Fuzz {
 
-/// A transport whose every answer the input decides: the usual response of a well-behaved server, one of its
-/// unusual ones, the answer to another question, any of these changed in places, or fuzz data as it stands;
-/// the status, the headers and the result code likewise. Without input left all servers behave.
+/// A transport whose every response is chosen by the input: the usual response of a well-behaved server, an
+/// unusual one, that to another request, any of these with changes, or raw fuzz data; status, headers and
+/// result code likewise. When the input is used up, all servers behave well. `input` must outlive it.
 class HostileHttp final : public OruKalvix::ICryptClientHttp {
  public:
   explicit HostileHttp(Input& input) : input_(input) {}
@@ -20,10 +20,10 @@ class HostileHttp final : public OruKalvix::ICryptClientHttp {
   /// Fails unless the client gave back every reference that it took.
   ~HostileHttp();
 
-  /// Whether some failed exchange was given without a reason, or some refusal without a text: the client's
-  /// message may then be empty.
+  /// Whether an exchange failed without a reason, or a refusal had no error text: the client's message may
+  /// then be empty.
   bool WasSilent() const { return wasSilent_; }
-  /// Whether some answer handed out a private key in the clear.
+  /// Whether a response contained an unencrypted private key.
   bool GavePlainKey() const { return gavePlainKey_; }
 
   void* QueryInterface(const char* name) override;

@@ -7,11 +7,11 @@
 
 namespace Fuzz {
 
-/// Takes the bytes of one input apart into choices and texts.
+/// Splits the bytes of one input into choices and strings. Does not own the bytes.
 ///
-/// Numbers come from the end of the input and texts from its start, so that a byte more or less in a text
-/// leaves all choices as they were. An input that is used up goes on with zeros and empty texts: choice 0 is
-/// the harmless one everywhere, so a short input is a road on which little goes wrong.
+/// Numbers come from the end of the input and strings from its start, so that a byte more or less in a string
+/// leaves all choices as they were. A used-up input returns zeros and empty strings: choice 0 is harmless
+/// everywhere, so with a short input little goes wrong.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size);
@@ -21,24 +21,24 @@ class Input {
   /// A number below `bound`, which is at most 65536.
   std::uint32_t Below(std::uint32_t bound);
   bool Flag() { return (Byte() & 1) != 0; }
-  /// Text up to a backslash before anything but a backslash; both are consumed. Two backslashes are one of
-  /// text.
+  /// The string up to a backslash that is followed by anything but a backslash; both are consumed. Two
+  /// backslashes stand for one.
   std::string Text();
-  /// All that is left.
+  /// The remainder.
   std::string Rest();
 
  private:
   std::string_view bytes_;
 };
 
-/// Writes what Input reads, for seeds: in the order in which a target asks.
+/// Writes what Input reads, for seeds: call it in the order in which the target reads.
 class InputWriter {
  public:
   InputWriter& Byte(std::uint8_t value);
   /// A choice below `bound`.
   InputWriter& Below(std::uint32_t value, std::uint32_t bound);
   InputWriter& Text(std::string_view text);
-  /// For a target that takes the rest last: no text may be written after it.
+  /// For a target that reads the remainder at its end: no string may be written after it.
   InputWriter& Rest(std::string_view bytes);
 
   std::string Get() const;

@@ -4,11 +4,11 @@
 
 namespace Fuzz {
 
-/// The reason of the failure that was just met; fails when there is none.
+/// Fails unless the error state has a reason for the latest failure.
 void RequireReason();
 
-/// Asks a loaded message for all that it can tell and give, and checks what has to hold whatever it is. The
-/// message is used up: keys are set.
+/// Calls every reading function of a loaded message and checks what must hold for any message. It sets keys,
+/// so the message cannot be used for anything else.
 void ExerciseMessage(OruOssSec::CMSMsg& message);
 
 }  // namespace Fuzz

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-// What well-behaved servers answer, and some that are not. Fuzz data chooses among these answers and then
-// changes them.
+// Responses of well-behaved servers, and of some that are not. Fuzz data chooses among them and then changes
+// them.
 namespace Fuzz {
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
@@ -18,22 +18,22 @@ struct CannedResponse {
   std::string body;
 };
 
-/// A request as it concerns the response.
+/// The parts of a request that the response depends on.
 struct Request {
   std::string method;
   std::string url;
   std::string body;
 };
 
-/// The type of a request: by the last fixed part of a URL, for a key-server command by its request type, or
-/// empty.
+/// The step that a request belongs to: the last fixed part of its URL, the request type of a key-server
+/// command, or empty.
 std::string StepOf(const Request& request);
-/// All types that have a response.
+/// All steps that have a response.
 const std::vector<std::string>& GetSteps();
 
-/// The usual answer to a request of the type. Signatures and opened keys are computed from the request.
+/// The usual response to a request of the step. Signatures and decrypted keys are computed from the request.
 CannedResponse UsualResponse(const std::string& step, const Request& request);
-/// The number of unusual answers of a type; and one of them.
+/// The number of unusual responses of a step, and one of them.
 std::uint32_t CountVariants(const std::string& step);
 CannedResponse Variant(const std::string& step, std::uint32_t index);
 

@@ -8,8 +8,8 @@
 
 namespace Fuzz {
 
-/// The directory of this process: files of a target in one place, the system's temporary directory (TMPDIR)
-/// in another, so that a file left behind is seen. Removed at the end of the process.
+/// Owns the directory of this process: files of the target in one place, the temporary directory (TMPDIR) in
+/// another, so that a file left behind is noticed. Removed at the end of the process.
 class Scratch {
  public:
   static Scratch& Get();

@@ -1,5 +1,6 @@
 #include "fuzz/support/text.h"
 
+#include "foundation/encoding.h"
 #include "foundation/json.h"
 
 namespace Fuzz {
@@ -32,6 +33,14 @@ Array<Val> Strings(std::initializer_list<std::string_view> texts) {
   return array;
 }
 
+bool DecodeBase64(std::string_view text, std::string& bytes, const char* ignored) {
+  bytes.assign(text.size(), '\0');
+  auto size = static_cast<std::uint32_t>(bytes.size());
+  if (!OruGuiBase::B64Str2Binary(Ansi(text), bytes.data(), size, ignored)) return false;
+  bytes.resize(size);
+  return true;
+}
+
 Val ParseJson(std::string_view text) {
   Val value;
   AnsiStr error;
@@ -42,7 +51,7 @@ Val ParseJson(std::string_view text) {
 std::string JsonText(const Val& value) {
   AnsiStr text;
   AnsiStr error;
-  OruGuiBase::Val2JSON(value, text, error, false, true);
+  OruGuiBase::Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true);
   return Str(text);
 }
 

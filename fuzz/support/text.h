@@ -11,19 +11,21 @@
 #include "foundation/kvmap.h"
 #include "foundation/val.h"
 
-// Between the library's values and the standard library's, which the targets compare by.
+// Conversions between the library's values and those of the standard library, which the targets compare.
 namespace Fuzz {
 
 OruGuiBase::AnsiStr Ansi(std::string_view text);
 std::string Str(const OruGuiBase::AnsiStr& text);
 std::string Str(const OruGuiBase::Blob& bytes);
-/// The input of a target as text.
+/// The input of a target as a string.
 std::string_view View(const std::uint8_t* data, std::size_t size);
 
 OruGuiBase::Array<OruGuiBase::Val> Strings(std::initializer_list<std::string_view> texts);
-/// The value of a JSON text; nil for a text that is none.
+/// Decodes base64 and ignores the characters in `ignored`. False if it is not base64.
+bool DecodeBase64(std::string_view text, std::string& bytes, const char* ignored = "\r\n");
+/// Parses JSON; nil if it is not valid.
 OruGuiBase::Val ParseJson(std::string_view text);
-/// The JSON text of a value; the empty text for a value that has none.
+/// The value as JSON; empty if it cannot be written.
 std::string JsonText(const OruGuiBase::Val& value);
 
 }  // namespace Fuzz

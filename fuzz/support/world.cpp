@@ -1,6 +1,6 @@
+// Loads the keys, certificates and messages of the world, which are built into the program.
 #include "fuzz/support/world.h"
 
-#include "foundation/encoding.h"
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
 #include "fuzz/support/world_data.h"
@@ -28,11 +28,8 @@ Identity ReadIdentity(std::string_view name) {
 }
 
 std::string Decode(std::string_view base64) {
-  std::string bytes(base64.size(), '\0');
-  auto size = static_cast<std::uint32_t>(bytes.size());
-  Require(OruGuiBase::B64Str2Binary(Ansi(base64), bytes.data(), size, "\r\n"),
-          "a file of the world is base64");
-  bytes.resize(size);
+  std::string bytes;
+  Require(DecodeBase64(base64, bytes), "a file of the world is base64");
   return bytes;
 }
 
@@ -44,7 +41,7 @@ std::vector<Sample> ReadSamples(std::string_view type) {
     std::string name(file.name.substr(type.size()));
     samples.push_back({name.substr(0, name.size() - std::string_view(".b64").size()), Decode(file.text)});
   }
-  Require(!samples.empty(), "the world has samples of the kind");
+  Require(!samples.empty(), "the world has samples of the type");
   return samples;
 }
 

@@ -11,9 +11,10 @@
 
 namespace Fuzz {
 
-/// What the integrity key has signed, ever. No other content of the world's protected files is genuine.
+/// The only content that the integrity key has signed. No other content of the world's protected files is
+/// genuine.
 inline constexpr std::string_view kGenuineContent = "The content that the group's key has signed.\n";
-/// What somebody from outside has signed.
+/// Content that an outsider has signed.
 inline constexpr std::string_view kForeignContent = "The content that somebody else has signed.\n";
 
 inline constexpr std::string_view kServiceUrl = "https://crypt.example/api";
@@ -33,10 +34,10 @@ struct Sample {
 /// The keys, certificates and messages that all targets share. They are built into the targets, so that an
 /// input means the same in every process and on every machine.
 ///
-/// A self-signed root, under it an intermediate authority, under that the issuing authority in which the key
-/// servers trust, which issues the inner signing authority and the group's integrity certificate. The inner
-/// signing authority issues the room's key. The outsider's own authority is in no list of any server and in
-/// no message.
+/// A self-signed root issues an intermediate authority, which issues the issuing authority that key servers
+/// trust. That one issues the inner signing authority and the group's integrity certificate. The inner
+/// signing authority issues the room's key. The outsider's own authority is in no server's list and in no
+/// message.
 class World {
  public:
   static const World& Get();
@@ -49,12 +50,12 @@ class World {
   CryptStand::Identity integrity;
   CryptStand::Identity outsider;
 
-  /// Whole protected files, and what may lie in one.
+  /// Protected files, and contents of such files.
   std::vector<Sample> envelopes;
   std::vector<Sample> contents;
   /// Messages of other forms and types.
   std::vector<Sample> forms;
-  /// The text of a wrapped key around the inner signing certificate.
+  /// A wrapped key with the inner signing certificate, in base64.
   std::string wrappedKey;
 
   std::string CertStoreText() const;
