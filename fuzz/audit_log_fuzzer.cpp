@@ -13,8 +13,8 @@
 #include "fuzz/support/text.h"
 #include "fuzz/support/world.h"
 
-// The audit logs of some key servers, all fuzz data, are merged through the client. What comes out is
-// compared with a merge of this target's own: the header of the first log that has one, and the lines of all.
+// Merges the audit logs of some key servers, all fuzz data, through the client. The result is compared with
+// this target's own merge: the header of the first log that has one, and the lines of all.
 namespace {
 
 using Fuzz::Require;
@@ -36,7 +36,7 @@ constexpr std::array<ContentType, 8> kContentTypes = {{{"text/csv", true},
                                                        {";text/csv", false},
                                                        {"text/ csv", false}}};
 
-/// What the merge is to give, computed from the answers as they go out.
+/// The expected result of the merge, computed from the responses as they are sent.
 class Merge {
  public:
   void Add(std::string_view log) {
@@ -118,7 +118,7 @@ class LogServers final : public OruKalvix::ICryptClientHttp {
 };
 
 void CheckFile(const std::string& name, const Merge& merge) {
-  Require(merge.IsDone(), "a merged log comes of at least one log");
+  Require(merge.IsDone(), "a merged log needs at least one log");
   Require(std::filesystem::is_regular_file(name), "a merged log is a file");
   Require(Scratch::ReadFile(name) == merge.GetText(), "a merged log is one header and the lines of all");
   std::filesystem::remove(name);

@@ -10,8 +10,8 @@
 #include "security/certificate.h"
 #include "security/certstore.h"
 
-// Text is loaded as one certificate and as a list of them. A chain to the world's root proves no key but
-// those that the world's authorities have certified.
+// Loads the input as one certificate and as a list of certificates. A chain to the world's root must prove
+// only keys that the world's authorities have certified.
 namespace {
 
 using Fuzz::Require;
@@ -53,7 +53,8 @@ const CertStore& GetWorldStore() {
 void CheckChain(const Certificate& certificate) {
   for (const bool isPartial : {false, true}) {
     PtrContainerQueue<Certificate> chain;
-    const auto result = certificate.VerifyChain(GetWorldStore(), &chain, false, isPartial, kTime, false);
+    const auto result = certificate.VerifyChain(GetWorldStore(), &chain, /*checkRevocation=*/false, isPartial,
+                                                kTime, /*ignoreTime=*/false);
     Require((result.code == 0) != chain.IsEmpty(), "a chain is there when it verifies");
     Require(result.code == 0 || !result.GetResultString().IsEmpty(), "a chain that fails has a reason");
     if (result.code == 0) Require(IsOfTheWorld(certificate), "a chain proves certified keys alone");
@@ -87,7 +88,8 @@ void CheckStore(const AnsiStr& text) {
   }
   Require((count == 0) == (store.Get0() == nullptr), "the number read is the number in the store");
   static const Certificate foreign = World::Load(World::Get().outsider.certificate);
-  const auto result = foreign.VerifyChain(store, nullptr, false, false, kTime, false);
+  const auto result = foreign.VerifyChain(store, nullptr, /*checkRevocation=*/false,
+                                          /*allowPartialChain=*/false, kTime, /*ignoreTime=*/false);
   Require(result.code != 0, "no list vouches for somebody whose authority is unknown");
 }
 

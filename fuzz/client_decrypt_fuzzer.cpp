@@ -15,8 +15,8 @@
 #include "security/cmsmsg.h"
 #include "tests/support/test_peer.h"
 
-// A file that the input chose and changed is opened while the input decides what all servers answer. Nothing
-// is ever verified but what the group's key has signed.
+// Opens a file that the input chose and changed, while the input also chooses the responses of all servers.
+// Only content that the group's key has signed may ever be verified.
 namespace {
 
 using Fuzz::Require;
@@ -42,7 +42,7 @@ std::string ChangedElement(const std::string& bytes, Fuzz::Input& input) {
       [&](std::string content) { return Changed(std::move(content), input); });
 }
 
-// A sound envelope for the room's key around any content.
+// A valid envelope for the room's key around any content.
 std::string Envelope(const std::string& content) {
   const Scratch& scratch = Scratch::Get();
   static const OruOssSec::Certificate room = World::Load(World::Get().room.certificate);

@@ -11,8 +11,8 @@
 #include "security/cmsmsg.h"
 #include "tests/support/test_peer.h"
 
-// A file is protected while the input decides what all servers answer. Whatever they say: either there is a
-// protected file for the room's key around the very bytes of the source, or there is a reason and no file.
+// Protects a file while the input chooses the responses of all servers. Whatever they are: there is either a
+// protected file for the room's key with exactly the bytes of the source, or a reason and no file.
 namespace {
 
 using Fuzz::Require;
@@ -23,7 +23,7 @@ using OruOssSec::CMSMsg;
 
 constexpr const char* kSource = "source";
 constexpr const char* kTarget = "target";
-constexpr std::size_t kLongContent = 300000;  // more than a buffer of the streams holds
+constexpr std::size_t kLongContent = 300000;  // larger than the buffers of the streams
 
 std::string MakeContent(Fuzz::Input& input) {
   switch (input.Below(4)) {
@@ -48,7 +48,7 @@ void CheckProtected(const File& file, const std::string& content) {
   CMSMsg message;
   Require(message.Load(scratch.File("signed")) && message.Verify(), "a protected file is signed");
   OruGuiBase::Blob plain;
-  Require(message.GetContent(plain) && Fuzz::Str(plain) == content, "a protected file holds the source");
+  Require(message.GetContent(plain) && Fuzz::Str(plain) == content, "a protected file contains the source");
 }
 
 }  // namespace

@@ -14,7 +14,8 @@
 #include "fuzz/support/world.h"
 #include "tests/support/test_peer.h"
 
-// A named operation with arguments that the input changed, while the input decides what all servers answer.
+// Performs a named operation with arguments that the input changed, while the input also chooses the
+// responses of all servers.
 namespace {
 
 using Fuzz::Require;
@@ -35,7 +36,7 @@ std::string ChooseOperation(Fuzz::Input& input) {
   return "Crypt" + (choice == kCount ? kOperations[input.Below(kCount)] : input.Text());
 }
 
-// Arguments that satisfy every operation.
+// Arguments that are complete for every operation.
 const KVMap& GetUsualArguments() {
   static const KVMap arguments = Fuzz::ParseJson(R"({
     "keyserver": ["https://one.example", "https://two.example/"], "statustimeout": "5", "transaction": "t",
@@ -53,7 +54,7 @@ const KVMap& GetUsualArguments() {
 
 KVMap MakeArguments(const std::string& operation, Fuzz::Input& input) {
   Val arguments(GetUsualArguments());
-  // The one operation for which "key" is a text.
+  // The one operation whose "key" is a string.
   if (operation.ends_with("ImportKey")) {
     KVMap map = GetUsualArguments();
     map.Set("key", "encoded key");

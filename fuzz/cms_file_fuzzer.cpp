@@ -8,8 +8,8 @@
 #include "fuzz/support/text.h"
 #include "security/cmsmsg.h"
 
-// A file is loaded as a CMS message and asked for all that it holds: the walker over its structure, the
-// skeleton that OpenSSL reads, the content by its extents, verification and decryption.
+// Loads the input as a CMS message in a file and reads all of it: the walker over its structure, the skeleton
+// that OpenSSL parses, the content by its extents, verification and decryption.
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed) {

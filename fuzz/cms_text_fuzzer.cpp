@@ -7,7 +7,7 @@
 #include "fuzz/support/text.h"
 #include "security/cmsmsg.h"
 
-// Text is loaded as a CMS message and asked for all that it holds.
+// Loads the input as a CMS message in PEM or base64 and reads all of it.
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed) {

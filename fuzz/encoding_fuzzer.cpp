@@ -9,8 +9,8 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
 
-// The input is bytes, to be encoded as base64 and hexadecimal and decoded again; and it is text, to be
-// decoded and, where it can be, encoded again.
+// Encodes the input as base64 and hexadecimal and decodes it again; and decodes the input itself and, if that
+// succeeds, encodes it again.
 namespace {
 
 using OruGuiBase::AnsiStr;
@@ -21,15 +21,15 @@ constexpr std::uint32_t kLineLength = 64;
 using Decoder = bool (*)(const AnsiStr& text, void* target, std::uint32_t& size,
                          const char* ignored) noexcept;
 
-// Into a buffer of its true size, so that a byte too many is seen.
-bool Decode(Decoder decoder, const AnsiStr& text, std::size_t room, std::string& bytes) {
-  std::string buffer(room, '\0');
-  auto size = static_cast<std::uint32_t>(room);
+// Decodes into a buffer of exactly `capacity` bytes, so that AddressSanitizer notices a byte too many.
+bool Decode(Decoder decoder, const AnsiStr& text, std::size_t capacity, std::string& bytes) {
+  std::string buffer(capacity, '\0');
+  auto size = static_cast<std::uint32_t>(capacity);
   if (!decoder(text, buffer.data(), size, kIgnored)) {
     Fuzz::RequireReason();
     return false;
   }
-  Fuzz::Require(size <= room, "no more is decoded than there is room");
+  Fuzz::Require(size <= capacity, "no more is decoded than the buffer takes");
   bytes = buffer.substr(0, size);
   return true;
 }
@@ -37,9 +37,9 @@ bool Decode(Decoder decoder, const AnsiStr& text, std::size_t room, std::string&
 void CheckBytes(Decoder decoder, const AnsiStr& encoded, std::string_view bytes) {
   std::string decoded;
   Fuzz::Require(Decode(decoder, encoded, bytes.size(), decoded) && decoded == bytes,
-                "what was encoded decodes into room of its size");
+                "what was encoded decodes into a buffer of its size");
   if (!bytes.empty())
-    Fuzz::Require(!Decode(decoder, encoded, bytes.size() - 1, decoded), "too little room is a failure");
+    Fuzz::Require(!Decode(decoder, encoded, bytes.size() - 1, decoded), "too small a buffer is a failure");
 }
 
 std::string WithoutIgnored(std::string_view text) {
@@ -59,12 +59,12 @@ void CheckText(std::string_view text) {
   if (Decode(OruGuiBase::B64Str2Binary, Fuzz::Ansi(text), text.size(), bytes)) {
     const auto again =
         OruGuiBase::Binary2B64Str(bytes.data(), static_cast<std::uint32_t>(bytes.size()), 0, kIgnored);
-    Fuzz::Require(Fuzz::Str(again) == WithoutIgnored(text), "bytes have one base64 text");
+    Fuzz::Require(Fuzz::Str(again) == WithoutIgnored(text), "bytes have one base64 encoding");
   }
   if (Decode(OruGuiBase::B16Str2Binary, Fuzz::Ansi(text), text.size(), bytes)) {
-    const auto again =
-        OruGuiBase::Binary2B16Str(bytes.data(), static_cast<std::uint32_t>(bytes.size()), false);
-    Fuzz::Require(Fuzz::Str(again) == Lower(WithoutIgnored(text)), "bytes have one hexadecimal text");
+    const auto again = OruGuiBase::Binary2B16Str(bytes.data(), static_cast<std::uint32_t>(bytes.size()),
+                                                 /*upperCase=*/false);
+    Fuzz::Require(Fuzz::Str(again) == Lower(WithoutIgnored(text)), "bytes have one hexadecimal encoding");
   }
 }
 

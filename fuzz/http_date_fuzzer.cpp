@@ -6,7 +6,8 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
 
-// Text is read as an HTTP date. What is read is a date of the calendar, and its usual form reads as the same.
+// Parses the input as an HTTP date. The result must be a valid date, and its usual form must parse to the
+// same.
 namespace {
 
 using OruGuiBase::datetime;

@@ -7,7 +7,8 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
 
-// Text is loaded as JSON. What loads is written and loaded again: both values are equal, and both texts.
+// Parses the input as JSON. A valid value is written and parsed again: both values must be equal, and both
+// strings.
 namespace {
 
 using OruGuiBase::AnsiStr;
@@ -53,7 +54,7 @@ bool IsEqual(const Val& a, const Val& b) {
     case ValType::Array:
       return IsEqualArray(a.AsArray(), b.AsArray());
     default:
-      Fuzz::Require(false, "JSON has only the kinds above");
+      Fuzz::Require(false, "JSON has only the types above");
       return false;
   }
 }
@@ -64,18 +65,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Val value("untouched");
   AnsiStr error;
   if (!OruGuiBase::JSON2Val(Fuzz::Ansi(Fuzz::View(data, size)), value, error)) {
-    Fuzz::Require(!error.IsEmpty(), "a text that is refused has a reason");
+    Fuzz::Require(!error.IsEmpty(), "input that is refused has a reason");
     Fuzz::Require(value.GetType() == ValType::String && value.AsString() == "untouched",
                   "a failure leaves the value alone");
     return 0;
   }
   AnsiStr text;
-  Fuzz::Require(OruGuiBase::Val2JSON(value, text, error, false, true), "what loads can be written");
+  Fuzz::Require(OruGuiBase::Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true),
+                "what loads can be written");
   Val again;
   Fuzz::Require(OruGuiBase::JSON2Val(text, again, error), "what was written can be loaded");
   Fuzz::Require(IsEqual(value, again), "what was written loads as the same value");
   AnsiStr second;
-  Fuzz::Require(OruGuiBase::Val2JSON(again, second, error, false, true) && second == text,
-                "the same value is written the same");
+  Fuzz::Require(
+      OruGuiBase::Val2JSON(again, second, error, /*pretty=*/false, /*strict=*/true) && second == text,
+      "the same value is written the same");
   return 0;
 }

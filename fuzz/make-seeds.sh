@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Makes the seeds of the fuzz targets anew, out of the keys and messages in fuzz/world.
+# Makes the seeds of the fuzz targets again, from the keys and messages in fuzz/world.
 #   fuzz/make-seeds.sh           seeds alone
-#   fuzz/make-seeds.sh --world   first the keys and messages that fuzz/world lacks. With other keys or other samples the
-#                                finds in fuzz/corpus lose their meaning.
+#   fuzz/make-seeds.sh --world   first the keys and messages that are missing in fuzz/world. With other keys or other
+#                                samples the inputs in fuzz/corpus become worthless.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if [ "${1:-}" = --world ]; then

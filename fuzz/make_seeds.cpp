@@ -8,7 +8,7 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/world.h"
 
-// Makes the seeds of all targets out of the world, into the directory that is named.
+// Makes the seeds of all targets from the world, in the named directory.
 namespace Fuzz {
 namespace {
 

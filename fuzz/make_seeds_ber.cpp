@@ -26,7 +26,7 @@ std::size_t Octet(std::string_view bytes, std::size_t at) {
   return static_cast<std::uint8_t>(bytes[at]);
 }
 
-// Takes the first element off the bytes.
+// Removes the first element from the bytes and returns it.
 Element Take(std::string_view& bytes) {
   std::size_t length = Octet(bytes, 1);
   std::size_t head = 2;
@@ -60,8 +60,8 @@ std::string Segments(char tag, std::string_view bytes) {
          Segment({}) + Segment(bytes.substr(2 * third)) + kEnd;
 }
 
-// Whether an element is one of the containers around the content: the message, its type's own sequence, the
-// sequence of the content, and what lies between.
+// Whether an element is one of the containers around the content: the ContentInfo, the message's own
+// sequence, the encapsulated or encrypted content info, and the explicit tags between them (RFC 5652).
 bool IsContainer(const Element& element, int level) {
   if (element.tag == kSequence) return level == 0 || level == 2 || (level == 3 && element.body[0] == kObject);
   return element.tag == kContext0 && (level == 1 || level == 4);

@@ -5,16 +5,15 @@
 #include "fuzz/support/responses.h"
 #include "fuzz/support/world.h"
 
-// Inputs of the targets that drive a client: the choices at the start of each, then how each response is
-// treated. What an input does not say is harmless, so these differ from a road without faults in one place
-// each.
+// Inputs of the targets that use a client: the choices at the start of each, then how each response is
+// treated. Whatever an input leaves out is harmless, so each of these has exactly one fault.
 namespace Fuzz {
 namespace {
 
 constexpr std::uint8_t kTreatments = 16;
 constexpr std::uint32_t kExchanges = 16;
 
-// The first exchanges as usual, then one treated otherwise.
+// The first exchanges as usual, then one with a treatment.
 InputWriter& TreatOne(InputWriter& writer, std::uint32_t exchange, std::uint8_t treatment) {
   for (std::uint32_t i = 0; i < exchange; ++i) writer.Byte(0);
   return writer.Byte(treatment);
@@ -24,7 +23,7 @@ std::string Name(std::string_view type, std::uint32_t first, std::uint32_t secon
   return std::string(type) + "-" + std::to_string(first) + "-" + std::to_string(second);
 }
 
-// Each treatment of each exchange of a road that begins as `start` says.
+// Each treatment of each exchange of an operation that begins with `start`.
 void AddTreatments(const SeedFolder& folder, std::string_view type, const InputWriter& start,
                    std::uint32_t exchanges) {
   for (std::uint32_t exchange = 0; exchange < exchanges; ++exchange) {
@@ -36,7 +35,7 @@ void AddTreatments(const SeedFolder& folder, std::string_view type, const InputW
   }
 }
 
-// Each unusual answer to one exchange.
+// Each unusual response to one exchange.
 void AddVariants(const SeedFolder& folder, std::string_view type, const InputWriter& start,
                  std::uint32_t exchange, const char* step) {
   constexpr std::uint8_t kVariant = 6;

@@ -1,3 +1,4 @@
+// Seeds of the targets whose input is plain text: JSON, dates, URLs, encodings.
 #include <initializer_list>
 #include <utility>
 

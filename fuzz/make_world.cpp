@@ -13,8 +13,8 @@
 #include "tests/support/pki.h"
 #include "tests/support/text.h"
 
-// Makes the keys, certificates and messages that the fuzz targets share, into the directory that is named.
-// All messages are OpenSSL's.
+// Makes the keys, certificates and messages that the fuzz targets share, in the named directory. OpenSSL
+// makes all messages, so that the library is not tested with its own output.
 namespace {
 
 using namespace TestSupport;
@@ -50,7 +50,8 @@ void WorldMaker::WriteText(const std::string& name, const std::string& text) con
   EXPECT_TRUE(out.flush().good()) << name;
 }
 
-// An identity that is there takes the place of a new one.
+// Uses an identity from the directory instead of a new one if there is one: other keys would devalue the
+// corpus.
 void WorldMaker::TakeIdentity(const std::string& name, Identity& identity) const {
   if (!IsThere(name)) {
     WriteText(name, identity.certificate.ToPEM() + identity.key.ToPEM());
@@ -97,7 +98,7 @@ CmsPtr Own(CMS_ContentInfo* message) {
   return {message, CMS_ContentInfo_free};
 }
 
-// A message in the form of OpenSSL's streaming writer: lengths that are not known in advance.
+// A message as OpenSSL writes it when streaming: with indefinite lengths (X.690, 8.1.3.6).
 std::string Stream(const CmsPtr& message, std::string_view content) {
   const BioPtr in = Reading(content);
   const BioPtr out(BIO_new(BIO_s_mem()), BIO_free_all);
@@ -137,7 +138,7 @@ std::string StreamEncrypted() {
   return Stream(message, Fuzz::kForeignContent);
 }
 
-// Forms and types of messages that the protected files of this system do not have.
+// Forms and types of messages that this system's protected files never have.
 void WorldMaker::WriteForms() const {
   WriteMessage("form-signed", StreamSigned(pki_.integrity, EVP_sha512(), 0));
   WriteMessage("form-signed-sha256", StreamSigned(pki_.integrity, EVP_sha256(), 0));

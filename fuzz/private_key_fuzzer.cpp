@@ -9,8 +9,8 @@
 #include "security/cmsmsg.h"
 #include "security/key.h"
 
-// Text is loaded as a private key. Whatever key that is, it is tried on an envelope: the way that a key in
-// the clear takes from the crypt service.
+// Loads the input as a private key. Any key that loads is tried on an envelope, as the client does with an
+// unencrypted key from the crypt service.
 namespace {
 
 using Fuzz::World;

@@ -6,8 +6,8 @@
 #include <iterator>
 #include <vector>
 
-// Runs a fuzz target over the files of the directories (or the files) that are named, in the order of their
-// names, with any compiler. A broken property or a crash ends the process, as it does under the fuzzer.
+// Runs a fuzz target on the named files and on the files of the named directories, in the order of their
+// names. Works with any compiler. A broken property or a crash ends the process, as it does under the fuzzer.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -16,7 +16,7 @@ namespace {
 using Path = std::filesystem::path;
 
 std::vector<Path> CollectFiles(const Path& place) {
-  // A target without finds has no directory of them.
+  // A target for which the fuzzer found nothing has no corpus directory.
   if (!std::filesystem::exists(place)) return {};
   if (!std::filesystem::is_directory(place)) return {place};
   std::vector<Path> files;
@@ -34,7 +34,7 @@ bool Replay(const Path& file) {
     std::fprintf(stderr, "Could not read %s\n", file.c_str());
     return false;
   }
-  // The name stands on the last line should the target end the process.
+  // Printed first, so that the last line names the input that ended the process.
   std::printf("%s\n", file.c_str());
   std::fflush(stdout);
   return LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()) == 0;

@@ -8,8 +8,8 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
 
-// Text is escaped as a segment of a URL: nothing but unreserved characters and escapes, and what they say is
-// the text. The same text is trimmed.
+// Escapes the input as a segment of a URL: the result has only unreserved characters and escapes, and
+// unescapes to the input. The same input is also trimmed.
 namespace {
 
 bool IsUnreserved(char character) {
@@ -44,9 +44,9 @@ bool IsBlank(char character) {
 void CheckTrimmed(std::string_view text) {
   const OruGuiBase::AnsiStr cleaned = OruGuiBase::CleanStr(Fuzz::Ansi(text));
   const std::string_view clean = cleaned.View();
-  Fuzz::Require(text.find(clean) != std::string_view::npos, "a trimmed text is a part of the text");
+  Fuzz::Require(text.find(clean) != std::string_view::npos, "a trimmed string is a part of the string");
   if (!clean.empty())
-    Fuzz::Require(!IsBlank(clean.front()) && !IsBlank(clean.back()), "a trimmed text has no blank ends");
+    Fuzz::Require(!IsBlank(clean.front()) && !IsBlank(clean.back()), "a trimmed string has no blank ends");
   for (const char character : text.substr(0, clean.empty() ? text.size() : text.find(clean.front())))
     Fuzz::Require(IsBlank(character), "nothing but blanks is trimmed");
 }
@@ -56,7 +56,7 @@ void CheckTrimmed(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text = Fuzz::View(data, size);
   const OruGuiBase::AnsiStr escaped = OruGuiBase::EscapeURL(Fuzz::Ansi(text));
-  Fuzz::Require(Unescape(escaped.View()) == text, "the escapes say what the text was");
+  Fuzz::Require(Unescape(escaped.View()) == text, "the escaped string unescapes to the input");
   CheckTrimmed(text);
   return 0;
 }

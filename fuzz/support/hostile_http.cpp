@@ -1,3 +1,5 @@
+// The transport of the client targets. It treats each response as one byte of the input says and records what
+// the properties of the targets depend on.
 #include "fuzz/support/hostile_http.h"
 
 #include <fstream>
@@ -14,12 +16,12 @@ using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 using OruKalvix::HttpResponse;
 
-// A list of servers that the input made long would only cost time.
+// An input may contain a long list of servers; more exchanges would only take time.
 constexpr std::uint32_t kMostExchanges = 200;
 
 enum class Treatment : std::uint32_t {
   Usual = 0,
-  // 1 to 5 as well: most answers have to be good for a road to get anywhere.
+  // 1 to 5 as well: an operation gets far only if most responses are good.
   Variant = 6,
   OtherStep = 7,
   ChangedJson = 8,
@@ -37,7 +39,7 @@ bool IsText(const Val& value) {
   return value.GetType() == OruGuiBase::ValType::String && !value.AsString().IsEmpty();
 }
 
-// Whether a text shows in a message, which takes it up to its first NUL.
+// Whether a string is visible in an error message, which contains it up to its first NUL.
 bool IsShown(const Val& value) {
   return IsText(value) && value.AsString().GetText()[0] != '\0';
 }
@@ -100,7 +102,7 @@ std::int32_t HostileHttp::Refuse(HttpResponse& response) {
   return -1 - static_cast<std::int32_t>(input_.Byte());
 }
 
-// Both are read from the answer as the client reads it, so that no way of writing JSON hides them.
+// Parses the response as the client does, so that no way of writing JSON hides these members.
 void HostileHttp::Note(const CannedResponse& canned) {
   const Val value = ParseJson(canned.body);
   if (value.GetType() != OruGuiBase::ValType::Map) return;

@@ -1,3 +1,4 @@
+// Reads and writes the format in which the client targets take their choices and strings from an input.
 #include "fuzz/support/input.h"
 
 namespace Fuzz {

@@ -1,3 +1,5 @@
+// The properties that hold for every CMS message, whatever bytes it was loaded from: checked by the targets
+// cms_file and cms_text, and in part by others.
 #include "fuzz/support/message.h"
 
 #include <string>
@@ -20,7 +22,7 @@ using OruOssSec::CMSSigner;
 
 constexpr const char* kContentFile = "content";
 
-// The content, which has to be the same in memory and in a file. False when there is none.
+// Reads the content, which must be the same in memory and in a file. False if it cannot be read.
 bool ReadContent(const CMSMsg& message, std::string& content) {
   Blob bytes;
   const bool isRead = message.GetContent(bytes);
@@ -46,11 +48,11 @@ void CheckSigners(const CMSMsg& message, bool isVerified) {
   for (auto* node = signers.GetFirst(); node != nullptr; node = node->next) {
     const CMSSigner& signer = *node->element;
     for (const OruGuiBase::Val& value : signer.signedAttributes.GetValues())
-      Require(value.GetType() == OruGuiBase::ValType::String, "a signed attribute is a text");
+      Require(value.GetType() == OruGuiBase::ValType::String, "a signed attribute is a string");
   }
 }
 
-// What a key below the world's root has signed: the group's content, and the wrapped key.
+// Whether a key below the world's root has signed this content: only the group's content and the wrapped key.
 bool IsGenuine(const std::string& content) {
   static const std::string wrapped = [] {
     CMSMsg message;
@@ -62,7 +64,7 @@ bool IsGenuine(const std::string& content) {
   return content == kGenuineContent || content == wrapped;
 }
 
-// What the world's authorities vouch for is what the world's keys have signed, and nothing else.
+// A signature that verifies up to the world's root is one that the world's keys have made.
 void CheckSignatures(CMSMsg& message, bool hasContent, const std::string& content) {
   static const auto* const store = [] {
     auto* const made = new OruOssSec::CertStore;
@@ -84,8 +86,8 @@ void CheckRecipients(const CMSMsg& message) {
   if (!message.GetRecipients(recipients)) RequireReason();
 }
 
-// A block that does not open gives a random key on purpose, and a few of those pass for good: two readings of
-// the same message may differ.
+// A key block that cannot be decrypted gives a random key on purpose (RFC 3218), and a few random keys
+// decrypt to valid padding: two readings of the same message may differ.
 void OpenWithKey(CMSMsg& message) {
   const World& world = World::Get();
   static const OruOssSec::Certificate certificate = World::Load(world.room.certificate);
@@ -111,8 +113,8 @@ void OpenWithContentKey(CMSMsg& message) {
 
 void RequireReason() {
   Require(OruGuiBase::GetLastError() != 0, "a failure leaves its reason");
-  const std::string text = Str(OruGuiBase::GetSystemErrorText());
-  Require(!text.empty() && text != "Success", "the reason of a failure has a text");
+  const std::string reason = Str(OruGuiBase::GetSystemErrorText());
+  Require(!reason.empty() && reason != "Success", "the reason of a failure has a message");
 }
 
 void ExerciseMessage(CMSMsg& message) {

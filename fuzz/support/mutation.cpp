@@ -1,3 +1,5 @@
+// Changes to strings and JSON values, chosen by the input itself and not by the fuzzer, so that a change can
+// happen in the middle of an operation.
 #include "fuzz/support/mutation.h"
 
 #include <cstdint>
@@ -17,9 +19,9 @@ constexpr std::uint32_t kMostPlaces = 65536;
 constexpr std::uint32_t kLongestChunk = 64;
 
 void ChangePlace(std::string& text, Input& input) {
-  const std::uint32_t type = input.Below(7);
+  const std::uint32_t change = input.Below(7);
   const std::size_t at = text.empty() ? 0 : input.Below(kMostPlaces) % text.size();
-  switch (type) {
+  switch (change) {
     case 0:
       if (!text.empty()) text[at] = static_cast<char>(input.Byte());
       break;

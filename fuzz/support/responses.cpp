@@ -1,3 +1,5 @@
+// The responses of all servers: the usual one of each step, computed with the keys of the world, and the
+// unusual ones that a client must cope with.
 #include "fuzz/support/responses.h"
 
 #include <map>
@@ -176,7 +178,7 @@ const std::vector<std::string>& GetCommands() {
   return commands;
 }
 
-// Answers of every command: a code of the key server's, and another command's response.
+// Variants that every command has: an error code of the key server, and the response of another command.
 CannedResponse CommonVariant(std::uint32_t index) {
   constexpr std::int64_t kFirstCode = 600;
   constexpr std::uint32_t kCodes = 21;
