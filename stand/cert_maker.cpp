@@ -197,7 +197,7 @@ std::string Cert::GetSerial() const {
   if (IsEmpty()) return {};
   const ASN1_INTEGER* serial = X509_get0_serialNumber(Get0());
   const auto* data = reinterpret_cast<const char*>(ASN1_STRING_get0_data(serial));
-  return ToHex({data, static_cast<std::size_t>(ASN1_STRING_length(serial))}, true);
+  return ToHex({data, static_cast<std::size_t>(ASN1_STRING_length(serial))}, /*upperCase=*/true);
 }
 
 std::string Cert::GetDigest(const char* digest) const {

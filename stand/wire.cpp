@@ -42,7 +42,7 @@ std::optional<KVMap> ReadObject(const std::string& text) {
 std::string WriteObject(const KVMap& object) {
   AnsiStr text;
   AnsiStr error;
-  OruGuiBase::Val2JSON(Val(object), text, error, false, true);
+  OruGuiBase::Val2JSON(Val(object), text, error, /*pretty=*/false, /*strict=*/true);
   return FromAnsi(text);
 }
 

@@ -23,7 +23,7 @@ bool Deliver(const AuditLogOptions& options, const File& log, StagingFile& stagi
     errorText = AnsiStr("Could not write to standard output: ") + OruGuiBase::GetSystemErrorText();
     return false;
   }
-  if (log.Move(staging.GetFile(), false)) return staging.Commit(errorText);
+  if (log.Move(staging.GetFile(), /*keepTarget=*/false)) return staging.Commit(errorText);
   errorText = DescribeFailure("write", AnsiStr(options.output));
   return false;
 }

@@ -81,11 +81,11 @@ bool KeepLog(const OruGuiBase::Directory& place, KVMap& result, AnsiStr& errorTe
   const AnsiStr path = result.Get("filename").AsString();
   const File log(path);
   File kept(place, log.GetTail());
-  bool isMoved = log.Move(kept, true);
+  bool isMoved = log.Move(kept, /*keepTarget=*/true);
   // Another process may have fetched a log of this name.
   for (std::uint32_t i = 2; i <= kMostOfOneName && !isMoved && OruGuiBase::GetLastError() == EEXIST; ++i) {
     kept = File(place, log.GetTail()).GetNumbered(i);
-    isMoved = log.Move(kept, true);
+    isMoved = log.Move(kept, /*keepTarget=*/true);
   }
   if (isMoved) return result.Set("filename", ToUTF8(kept.GetPath()));
   errorText = DescribeFailure("write", kept.GetPath());
@@ -104,7 +104,7 @@ ExitCode Call(Session& session, const CallOptions& options, const KVMap& argumen
     return session.Fail(ExitCode::Failed, errorText);
   }
   AnsiStr text;
-  if (!OruGuiBase::Val2JSON(Val(result), text, errorText, false, true)) {
+  if (!OruGuiBase::Val2JSON(Val(result), text, errorText, /*pretty=*/false, /*strict=*/true)) {
     return session.Fail(ExitCode::Failed, AnsiStr("The result is no JSON: ") + errorText);
   }
   session.GetReport().Bytes((text + "\n").View());

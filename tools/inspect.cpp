@@ -144,7 +144,7 @@ ExitCode RunInspect(const InspectOptions& options) {
   report.Set("file", AnsiStr(options.file));
   OruGuiBase::ClearLastError();
   std::optional<Watch> watch;
-  if (Source::IsStream(options.file)) watch.emplace().Start("", false);
+  if (Source::IsStream(options.file)) watch.emplace().Start("", /*show=*/false);
   if (Show(options, report)) return report.Finish(ExitCode::Success);
   report.Fail(DescribeFailure("inspect", AnsiStr(options.file)));
   return report.Finish(ExitCode::Failed);

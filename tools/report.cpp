@@ -56,7 +56,7 @@ AnsiStr ToLine(const AnsiStr& text) {
     }
     const unsigned char shown = isHighControl ? static_cast<unsigned char>(view[++i]) : byte;
     line += "\\x";
-    line += OruGuiBase::Binary2B16Str(&shown, 1, false);
+    line += OruGuiBase::Binary2B16Str(&shown, 1, /*upperCase=*/false);
   }
   return line;
 }
@@ -112,7 +112,7 @@ bool Report::WriteJSON(ExitCode code, std::FILE* output) {
   if (!error_.IsEmpty()) Set("error", error_);
   AnsiStr text;
   AnsiStr reason;
-  if (!OruGuiBase::Val2JSON(Val(members_), text, reason, false, true)) return false;
+  if (!OruGuiBase::Val2JSON(Val(members_), text, reason, /*pretty=*/false, /*strict=*/true)) return false;
   return Write(output, (text + "\n").View());
 }
 

@@ -38,7 +38,7 @@ bool Source::Open(const std::string& path) {
   if (!IsStream(path)) return true;
   FileReader reader;
   if (!reader.Open(source)) return false;
-  copy_.Take(File(OruGuiBase::FileType::Temporary, source.GetTail(), true));
+  copy_.Take(File(OruGuiBase::FileType::Temporary, source.GetTail(), /*isPrivate=*/true));
   file_ = copy_.GetFile();
   FileWriter writer;
   return !file_.IsEmpty() && writer.Open(file_) && CopyAll(reader, writer);

@@ -38,8 +38,8 @@ bool IsFieldValue(const AnsiStr& value) {
 }
 
 bool IsFraming(const AnsiStr& name) {
-  return AnsiStr::Compare(name, "Content-Length", true) == 0 ||
-         AnsiStr::Compare(name, "Transfer-Encoding", true) == 0;
+  return AnsiStr::Compare(name, "Content-Length", /*ignoreCase=*/true) == 0 ||
+         AnsiStr::Compare(name, "Transfer-Encoding", /*ignoreCase=*/true) == 0;
 }
 
 // The message never contains the header's value, which may be a secret.
@@ -84,7 +84,7 @@ bool HeaderList::Add(const KVMap& headers, AnsiStr& errorText) {
 
 void HeaderList::Set(const AnsiStr& name, const AnsiStr& value) {
   for (Entry& entry : entries_) {
-    if (AnsiStr::Compare(entry.name, name, true) != 0) continue;
+    if (AnsiStr::Compare(entry.name, name, /*ignoreCase=*/true) != 0) continue;
     entry = {name, value};
     return;
   }
@@ -93,7 +93,7 @@ void HeaderList::Set(const AnsiStr& name, const AnsiStr& value) {
 
 bool HeaderList::Has(const char* name) const noexcept {
   for (const Entry& entry : entries_) {
-    if (AnsiStr::Compare(entry.name, name, true) == 0) return true;
+    if (AnsiStr::Compare(entry.name, name, /*ignoreCase=*/true) == 0) return true;
   }
   return false;
 }

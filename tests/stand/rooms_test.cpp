@@ -23,7 +23,7 @@ bool Chains(const Cert& leaf, const std::vector<Cert>& middle, const std::vector
 
 class RoomsTest : public testing::Test {
  protected:
-  RoomsTest() : authority_(store_, true), rooms_(store_, authority_) {}
+  RoomsTest() : authority_(store_, /*shareKeys=*/true), rooms_(store_, authority_) {}
   void SetUp() override {
     std::string error;
     ASSERT_TRUE(store_.Open("", error)) << error;
@@ -44,7 +44,7 @@ TEST_F(RoomsTest, FindsTheGroupOfARoomAndOfAGroup) {
 
 TEST_F(RoomsTest, KeepsAuthoritiesOnceMade) {
   EXPECT_EQ(CertificateOf(Role::Root).ToPEM(), CertificateOf(Role::Root).ToPEM());
-  Authority again(store_, false);
+  Authority again(store_, /*shareKeys=*/false);
   EXPECT_EQ(again.Get(Role::InnerSigning).certificate.ToPEM(), CertificateOf(Role::InnerSigning).ToPEM());
 }
 

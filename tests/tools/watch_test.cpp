@@ -99,7 +99,7 @@ TEST_F(WatchedCommand, ASignalWhileFilesAreBeingMadeLeavesNothing) {
 TEST_F(WatchedCommand, ASignalLeavesNoStagingFile) {
   const auto stage = [&] {
     CryptCli::Watch watch;
-    watch.Start("", false);
+    watch.Start("", /*show=*/false);
     OruGuiBase::FileWriter writer;
     const bool isBegun = writer.OpenStaged(scratch_.File("t")) && writer.Write("plain", 5);
     for (const auto& name : Names()) {
