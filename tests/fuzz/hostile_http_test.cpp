@@ -55,7 +55,7 @@ TEST_F(HostileHttpTest, WithoutInputAFileIsProtected) {
   EXPECT_TRUE(scratch.Exists("target"));
 }
 
-TEST_F(HostileHttpTest, ReportsThatAKeyWasGivenInTheClear) {
+TEST_F(HostileHttpTest, ReportsAnUnencryptedKey) {
   EXPECT_TRUE(Decrypt(InputWriter().Byte(6).Below(0, CountVariants("key")).Get())) << error;
   EXPECT_TRUE(isVerified);
   EXPECT_TRUE(gavePlainKey);

@@ -22,7 +22,7 @@ TEST(InputTest, GivesBackWhatWasWritten) {
   EXPECT_TRUE(input.IsEmpty());
 }
 
-TEST(InputTest, IsZerosAndEmptyTextsOnceUsedUp) {
+TEST(InputTest, ReturnsZerosAndEmptyStringsOnceUsedUp) {
   Input input(nullptr, 0);
   EXPECT_EQ(input.Byte(), 0);
   EXPECT_EQ(input.Below(65536), 0U);
@@ -39,7 +39,7 @@ TEST(InputTest, ChoicesStayInTheirBound) {
   EXPECT_EQ(input.Below(1000), 65535U % 1000U);
 }
 
-TEST(InputTest, TextEndsAtABackslashOrWithTheInput) {
+TEST(InputTest, AStringEndsAtABackslashOrWithTheInput) {
   const std::string ended = "one\\xtwo";
   Input input = Read(ended);
   EXPECT_EQ(input.Text(), "one");

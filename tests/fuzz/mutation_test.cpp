@@ -19,7 +19,7 @@ TEST(MutationTest, SetsTheChosenByte) {
   EXPECT_EQ(text, "abXd");
 }
 
-TEST(MutationTest, TakesAnEmptyTextForEveryTypeOfChange) {
+TEST(MutationTest, AcceptsAnEmptyStringForEveryChange) {
   for (std::uint32_t type = 0; type < 7; ++type) {
     const std::string bytes = InputWriter().Below(0, 4).Below(type, 7).Byte(1).Byte(1).Text("new").Get();
     Input input = Read(bytes);

@@ -141,7 +141,7 @@ TEST_F(AuditLogTest, EndsInTheMiddleWhenItIsCut) {
   EXPECT_GE(FetchLog().body.size(), whole) << "the server goes on as before";
 }
 
-TEST_F(AuditLogTest, ReportsARefusalOnCommand) {
+TEST_F(AuditLogTest, SendsARefusalByFault) {
   SetFault(FaultType::SecStatus, 607);
   EXPECT_EQ(FetchLog().Header("x-sec-status"), "607");
   EXPECT_THAT(FetchLog().body, testing::StartsWith(kHeader)) << "a client has to look at the header first";
@@ -149,7 +149,7 @@ TEST_F(AuditLogTest, ReportsARefusalOnCommand) {
   EXPECT_EQ(FetchLog().Header("x-sec-status"), "no number");
 }
 
-TEST_F(AuditLogTest, RespondsWithJsonOnCommand) {
+TEST_F(AuditLogTest, SendsJsonByFault) {
   SetFault(FaultType::ErrorCode, 612);
   EXPECT_EQ(FetchLog().Code(), 612);
   EXPECT_EQ(FetchLog().Header("Content-Type"), "application/json");
@@ -161,7 +161,7 @@ TEST_F(AuditLogTest, RespondsWithJsonOnCommand) {
   EXPECT_EQ(FetchLog().Type(), "signResponse");
 }
 
-TEST_F(AuditLogTest, IsEmptyOnCommand) {
+TEST_F(AuditLogTest, IsEmptyByFault) {
   SetFault(FaultType::EmptyCsv);
   const Reply reply = FetchLog();
   EXPECT_EQ(reply.status, 200);
@@ -169,7 +169,7 @@ TEST_F(AuditLogTest, IsEmptyOnCommand) {
   EXPECT_EQ(reply.body, "");
 }
 
-TEST_F(AuditLogTest, HasAnotherContentTypeOnCommand) {
+TEST_F(AuditLogTest, HasAnotherContentTypeByFault) {
   SetFault(FaultType::WrongContentType);
   EXPECT_EQ(FetchLog().Header("Content-Type"), "text/html");
   EXPECT_THAT(FetchLog().body, testing::StartsWith(kHeader));

@@ -39,7 +39,7 @@ TEST_F(ControlTest, KnowsServersByTheirUrl) {
   EXPECT_EQ(Get(Service("crypt/key/demo")).status, 503);
 }
 
-TEST_F(ControlTest, TakesASlashTooManyBeforeItsPath) {
+TEST_F(ControlTest, AcceptsADoubleSlashBeforeItsPath) {
   EXPECT_EQ(Post(Service("/stand/fault"), R"({"server":0,"fault":"status"})").status, 200);
   EXPECT_EQ(Get(Server("status?1")).status, 503);
 }
@@ -48,7 +48,7 @@ TEST_F(ControlTest, DoesNotTakeTheCryptServiceDown) {
   EXPECT_EQ(Change("fault", R"({"server":"crypt","fault":"down"})"), 400);
 }
 
-TEST_F(ControlTest, IsNotConcernedByFaults) {
+TEST_F(ControlTest, IsNotAffectedByFaults) {
   EXPECT_EQ(Change("fault", R"({"server":"crypt","fault":"status","number":500})"), 200);
   EXPECT_EQ(Get(Service("crypt/key/demo")).status, 500);
   EXPECT_EQ(Change("fault", R"({"server":"crypt","fault":"none"})"), 200);
@@ -67,7 +67,7 @@ TEST_F(ControlTest, RefusesMalformedFaults) {
   }
 }
 
-TEST_F(ControlTest, ChangesWhatIsSaidOfARoom) {
+TEST_F(ControlTest, ChangesRoomOptions) {
   EXPECT_EQ(Change("room", R"({"room":"demo","locked":true,"plainkey":true})"), 200);
   EXPECT_EQ(Change("room", R"({"room":"demo","locked":false})"), 200);
   const auto options = stand_.GetRoomOptions("demo");

@@ -55,7 +55,7 @@ TEST_F(CryptServiceTest, RefusesALockedRoomWithItsOwnErrorId) {
   EXPECT_EQ(AskForToken(TokenRequest()).status, 403);
 }
 
-TEST_F(CryptServiceTest, GivesTheUploadedKey) {
+TEST_F(CryptServiceTest, ReturnsTheUploadedKey) {
   const Reply reply = MakeRoomKey();
   EXPECT_EQ(Cert::FromPEM(reply.Text("certificate")).GetSubject(), "CN=demo-tr");
   EXPECT_FALSE(reply.Text("data").empty());
@@ -101,7 +101,7 @@ TEST_F(CryptServiceTest, ReportsWhenKeyServersHaveToBeProbed) {
   EXPECT_EQ(ReadBool(FetchList().Object(), "certauth"), true);
 }
 
-TEST_F(CryptServiceTest, AnnouncesOtherAddressesAndTimeoutsWhenTold) {
+TEST_F(CryptServiceTest, AnnouncesConfiguredAddressesAndTimeouts) {
   stand_.GetSettings().SetAnnouncedUrls(std::vector<std::string>{"http://127.0.0.1:1"});
   stand_.GetSettings().SetStatusTimeout("soon");
   const Reply reply = Get(Service("crypt/key/demo"));
@@ -109,7 +109,7 @@ TEST_F(CryptServiceTest, AnnouncesOtherAddressesAndTimeoutsWhenTold) {
   EXPECT_EQ(reply.Text("statustimeout"), "soon");
 }
 
-TEST_F(CryptServiceTest, TakesRoomsOfAnyText) {
+TEST_F(CryptServiceTest, AcceptsAnyUtf8RoomId) {
   const std::string escaped = "%2Froom%20%C3%A4%25%0A%2F";
   ASSERT_TRUE(stand_.AddRoom("/room \xC3\xA4%\n/"));
   EXPECT_EQ(Get(Service("crypt/key/" + escaped)).Text("room"), "/room \xC3\xA4%\n/");
@@ -168,7 +168,7 @@ TEST_F(CryptServiceTest, ListsEarlierIntegrityCertificatesToo) {
   EXPECT_EQ(after->front(), before->front());
 }
 
-TEST_F(CryptServiceTest, SpoilsTheListOfDigestsAsTold) {
+TEST_F(CryptServiceTest, ChangesTheListOfDigestsAsConfigured) {
   const std::string digest = ReadTexts(FetchDigests().Object(), "integrity")->front();
   Settings& settings = stand_.GetSettings();
   settings.SetIntegrityList(IntegrityList::Empty);

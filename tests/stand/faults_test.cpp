@@ -52,7 +52,7 @@ TEST_F(FaultsTest, SlowRespondsLate) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(150));
 }
 
-TEST_F(FaultsTest, SlowDoesNotHoldUpTheEnd) {
+TEST_F(FaultsTest, SlowDoesNotDelayGoingDown) {
   ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Slow, 60000)));
   std::thread client([this] { EXPECT_EQ(Get(Server("status?1")).status, 0); });
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -68,7 +68,7 @@ TEST_F(FaultsTest, StatusAnswersInPlaceOfTheServer) {
   EXPECT_EQ(ServiceUnder(Make(FaultType::Status, 204)).status, 204);
 }
 
-TEST_F(FaultsTest, WrongDateIsWhateverIsSaid) {
+TEST_F(FaultsTest, WrongDateIsTheGivenString) {
   ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::WrongDate, 0, "yesterday")));
   EXPECT_EQ(Get(Server("status?1")).Header("Date"), "yesterday");
   ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::WrongDate, 0, "tomorrow")));
@@ -82,7 +82,7 @@ TEST_F(FaultsTest, MissingDateIsNoHeader) {
   EXPECT_EQ(reply.Header("Date"), "(none)");
 }
 
-TEST_F(FaultsTest, BodiesAreWhatTheirNamesSay) {
+TEST_F(FaultsTest, SendsTheBodyThatTheFaultNames) {
   const struct {
     Fault fault;
     testing::Matcher<std::string> body;
@@ -201,14 +201,14 @@ TEST_F(FaultsTest, IsGoneAfterItsUses) {
   EXPECT_EQ(RunCommand(GetKeyPayload()).status, 200);
 }
 
-TEST_F(FaultsTest, StrikesTogetherWithOthers) {
+TEST_F(FaultsTest, AppliesTogetherWithOthers) {
   ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::MissingDate)));
   const Reply reply = CommandUnder(Make(FaultType::ErrorCode, 619));
   EXPECT_EQ(reply.Code(), 619);
   EXPECT_EQ(reply.Header("Date"), "(none)");
 }
 
-TEST_F(FaultsTest, DoesNotCarryOutWhatItAnswersItself) {
+TEST_F(FaultsTest, DoesNotCarryOutARequestThatItReplaces) {
   ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Status, 500)));
   const std::string token = FetchToken("getKeyRequest");
   EXPECT_EQ(PostCommand(GetKeyPayload(), token).status, 500);

@@ -161,7 +161,7 @@ TEST_F(HttpWireTest, ServesNoOtherMethods) {
   }
 }
 
-TEST_F(HttpWireTest, HandsOnHeadersInTheirOrderWithRepetitions) {
+TEST_F(HttpWireTest, PassesOnRepeatedHeadersInOrder) {
   handler_ = [](const HttpRequest& request, const std::stop_token&) {
     HttpReply reply;
     for (const auto& [name, value] : request.headers) reply.body += name + "=" + value + ";";
@@ -180,7 +180,7 @@ class HttpTimeoutTest : public HttpWireTest {
   HttpTimeoutTest() : HttpWireTest(HttpTimeouts{300, 300}) {}
 };
 
-TEST_F(HttpTimeoutTest, AnIdleConnectionEndsWithoutAWord) {
+TEST_F(HttpTimeoutTest, ClosesAnIdleConnectionSilently) {
   EXPECT_EQ(Exchange(""), "");
   RawPeer peer(server_.GetPort());
   ASSERT_TRUE(peer.Send(kGet));

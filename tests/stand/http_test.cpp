@@ -88,7 +88,7 @@ TEST_F(HttpServerTest, ComesBackOnItsPort) {
   }
 }
 
-TEST_F(HttpServerTest, IsUpTwiceWithoutHarm) {
+TEST_F(HttpServerTest, MayBeBroughtUpTwice) {
   std::string error;
   EXPECT_TRUE(server_.Up(error));
   EXPECT_EQ(Get(Url()).status, 200);
@@ -103,7 +103,7 @@ TEST_F(HttpServerTest, EndsIdleConnectionsAtOnceWhenItGoesDown) {
   EXPECT_EQ(peer.Send("GET", Url()).status, 0);
 }
 
-TEST_F(HttpServerTest, TellsHandlersToStopWhenItGoesDown) {
+TEST_F(HttpServerTest, AsksHandlersToStopWhenItGoesDown) {
   std::atomic<bool> entered = false;
   handler_ = [&entered](const HttpRequest&, const std::stop_token& stop) {
     entered = true;

@@ -118,7 +118,7 @@ TEST(KeyReaderTest, RefusesAKeyThatWasCut) {
 
 // Some flips leave a key: those in numbers that are not checked against each other. None may leave a key that
 // is told as a refusal, or the other way round.
-TEST(KeyReaderTest, ReportsWhatBecameOfEachFlippedByte) {
+TEST(KeyReaderTest, HasAKeyExactlyWhenItReportsSuccess) {
   const std::string der = Owner().key.ToDER();
   int refused = 0;
   for (std::size_t i = 0; i < der.size(); ++i) {

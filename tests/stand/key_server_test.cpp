@@ -64,7 +64,7 @@ TEST_F(KeyServerTest, GivesTheSameListsOnEveryServer) {
   }
 }
 
-TEST_F(KeyServerTest, GivesOtherListsWhenTold) {
+TEST_F(KeyServerTest, ReturnsConfiguredLists) {
   stand_.GetSettings().SetCertStoreText("broken");
   stand_.GetSettings().SetTrustStoreText("");
   EXPECT_EQ(Get(Server("certstore")).body, "broken");
@@ -92,7 +92,7 @@ TEST_F(KeyServerTest, RespondsInAnEnvelope) {
   EXPECT_EQ(reply.Type(), "getKeyResponse");
 }
 
-TEST_F(KeyServerTest, RefusesEnvelopesThatAreNotToTheLetter) {
+TEST_F(KeyServerTest, RefusesEnvelopesThatDifferInAnyMember) {
   const struct {
     std::string envelope;
     const char* reason;

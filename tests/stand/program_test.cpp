@@ -74,7 +74,7 @@ KVMap WaitForUrls(const std::string& path) {
   return {};
 }
 
-TEST(ProgramTest, ServesUntilItIsToldToStop) {
+TEST(ProgramTest, ServesUntilItIsSignalled) {
   for (const int signal : {SIGTERM, SIGINT}) {
     const Folder folder;
     const std::string file = folder.Path("urls.json");

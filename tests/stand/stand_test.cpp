@@ -22,7 +22,7 @@ TEST_F(RunningStandTest, HasAnAddressForEachServer) {
   }
 }
 
-TEST_F(RunningStandTest, LogsWhatWasAskedAndWhatCameOfIt) {
+TEST_F(RunningStandTest, LogsRequestsAndTheirOutcome) {
   Get(Server("certstore", 1));
   PostCommand(GetKeyPayload(), "made up");
   Get(Service("crypt/key/none"));
@@ -66,7 +66,7 @@ TEST_F(RunningStandTest, ServesManyClientsAtOnce) {
   EXPECT_EQ(served, 40);
 }
 
-TEST_F(RunningStandTest, RefusesRoomsThatAreNoText) {
+TEST_F(RunningStandTest, RefusesRoomIdsThatAreNotUtf8) {
   EXPECT_FALSE(stand_.AddRoom(""));
   EXPECT_FALSE(stand_.AddRoom("\xFF"));
 }
@@ -101,7 +101,7 @@ TEST(StandStartTest, KeepsRoomsKeysAndListsInItsFolder) {
   EXPECT_EQ(Get(stand.GetKeyServerUrls()[0] + "/truststore").body, trustStore);
 }
 
-TEST(StandStartTest, SharesKeysInMemoryUnlessToldOtherwise) {
+TEST(StandStartTest, SharesKeysInMemoryByDefault) {
   Options own;
   own.ownKeys = true;
   Stand first;
@@ -168,7 +168,7 @@ void AskForever(int port, const std::string& body) {
   std::exit(stand.GetEvents().front().status == 200 ? 0 : 2);
 }
 
-TEST(StandDeathTest, EndsWithItsProgramWhileItIsAsked) {
+TEST(StandDeathTest, ExitsCleanlyWhileRequestsArrive) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   for (int i = 0; i < 20; ++i) EXPECT_EXIT(EndWhileItIsAsked(), testing::ExitedWithCode(0), "") << i;
 }

@@ -61,7 +61,7 @@ TEST_F(StoreTest, KeepsRoomsWithTheirOptionsAndGroup) {
   EXPECT_TRUE(room->options.certAuth);
 }
 
-TEST_F(StoreTest, TakesAnyTextAsRoom) {
+TEST_F(StoreTest, AcceptsAnyStringAsRoomId) {
   const std::string names[] = {"a/b", "\xC3\xA4 '\"; DROP TABLE rooms", std::string("a\0b", 3)};
   for (const std::string& name : names) {
     ASSERT_TRUE(store_.AddRoom(name, "g"));

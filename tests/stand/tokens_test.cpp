@@ -46,7 +46,7 @@ TEST(TokensTest, RefusesAnExpiredToken) {
   EXPECT_EQ(reason, "token expired");
 }
 
-TEST(TokensTest, RefusesTextsThatWereNeverIssued) {
+TEST(TokensTest, RefusesUnknownTokens) {
   Tokens tokens;
   tokens.Issue(kClaim);
   std::string reason;
@@ -55,7 +55,7 @@ TEST(TokensTest, RefusesTextsThatWereNeverIssued) {
   }
 }
 
-TEST(TokensTest, NeverIssuesATextTwice) {
+TEST(TokensTest, NeverIssuesATokenTwice) {
   Tokens tokens;
   std::set<std::string> seen;
   for (int i = 0; i < 1000; ++i) EXPECT_TRUE(seen.insert(tokens.Issue(kClaim)).second);

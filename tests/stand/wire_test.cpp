@@ -5,7 +5,7 @@
 namespace CryptStand {
 namespace {
 
-TEST(WireTest, ReadsObjectsAlone) {
+TEST(WireTest, ReadsOnlyObjects) {
   EXPECT_TRUE(ReadObject("{}").has_value());
   for (const char* text : {"", "[]", "1", "null", "{", "{}x", "{\"a\":\xFF}"}) {
     EXPECT_FALSE(ReadObject(text).has_value()) << text;
@@ -28,7 +28,7 @@ TEST(WireTest, ReadsAMemberOnlyAsTheTypeThatItHas) {
   EXPECT_FALSE(ReadBool(object, "n").has_value());
 }
 
-TEST(WireTest, KnowsWhichMembersAreThere) {
+TEST(WireTest, ChecksWhichMembersExist) {
   const KVMap object = *ReadObject(R"({"a":1,"b":2})");
   EXPECT_TRUE(HasMembers(object, {"a", "b"}));
   EXPECT_TRUE(HasMembers(object, {"a"}, {"b", "c"}));

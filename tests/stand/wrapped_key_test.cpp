@@ -64,11 +64,11 @@ TEST_F(WrappedKeyTest, CannotWrapForNothing) {
   EXPECT_EQ(WrapRoomKey(*roomKey_, *signer_, Cert(), {}), "");
 }
 
-TEST_F(WrappedKeyTest, RefusesOtherTexts) {
+TEST_F(WrappedKeyTest, RefusesWhatIsNotAWrappedKey) {
   for (const char* text : {"", "x", "AAAA", "MIIB", "{}"}) EXPECT_FALSE(Opens(text)) << text;
 }
 
-TEST_F(WrappedKeyTest, RefusesItsTextCutAnywhere) {
+TEST_F(WrappedKeyTest, RefusesATruncatedKey) {
   const std::string whole = *FromBase64(Wrap());
   for (std::size_t size = 0; size < whole.size(); size += 13) {
     EXPECT_FALSE(Opens(ToBase64(std::string_view(whole).substr(0, size)))) << size;

@@ -128,7 +128,7 @@ TEST_F(AuditLogCommand, WithoutAnyLogLeavesNoFile) {
   ExpectNothing();
 }
 
-TEST_F(AuditLogCommand, OfAnUnknownGroupIsAFailure) {
+TEST_F(AuditLogCommand, AnUnknownGroupIsAFailure) {
   const Finished finished = RunCommand(WithServers("audit-log", {"--group", "nobody's"}));
   EXPECT_EQ(finished.code, 1);
   EXPECT_THAT(finished.errors, HasSubstr("Could not get authorization token: "));
@@ -157,7 +157,7 @@ TEST_F(AuditLogCommand, AFailureLeavesAForcedTargetAsItWas) {
   EXPECT_EQ(scratch_.Read("log.csv"), "kept");
 }
 
-TEST_F(AuditLogCommand, ATargetThatCannotBeIsToldBeforeAnyServerIsAsked) {
+TEST_F(AuditLogCommand, ReportsAnImpossibleTargetBeforeAskingAnyServer) {
   for (const char* target : {"none/log.csv", "temporary", "plain.txt/log.csv"}) {
     const Finished finished = Run({"--force", "--output", Path(target)});
     EXPECT_EQ(finished.code, 1) << target;
@@ -186,7 +186,7 @@ TEST_F(AuditLogCommand, AFullDiskLeavesNoFile) {
   ExpectNothing();
 }
 
-TEST_F(AuditLogCommand, StandardOutputThatIsFullIsTold) {
+TEST_F(AuditLogCommand, ReportsAFullStandardOutput) {
   const Finished finished = RunProcess({CRYPTCLI_COMMAND, Arguments({}), "/dev/full"});
   EXPECT_EQ(finished.code, 1);
   EXPECT_EQ(finished.errors, "cryptcli: Could not write to standard output: No space left on device\n");

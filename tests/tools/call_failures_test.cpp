@@ -87,7 +87,7 @@ TEST_F(CallFailures, EmptyStandardInputIsNoJSON) {
   EXPECT_EQ(CallWith("-").code, 2);
 }
 
-TEST_F(CallFailures, StandardInputThatCannotBeReadIsTold) {
+TEST_F(CallFailures, ReportsUnreadableStandardInput) {
   const Finished finished = RunProcess(
       {CRYPTCLI_COMMAND, WithService("call", {"ConfigGroup", "--args", "-"}), "", false, Path("temporary")});
   EXPECT_EQ(finished.code, 2);
@@ -138,7 +138,7 @@ TEST_F(CallFailures, ArgumentsOfAnotherTypeReadAsEmpty) {
   EXPECT_EQ(finished.errors, "cryptcli: Invalid key server URL\n");
 }
 
-TEST_F(CallFailures, KeyServersThatAreAllDownAreTold) {
+TEST_F(CallFailures, ReportsThatAllKeyServersAreDown) {
   SetFaults({FaultType::Down});
   const Finished finished = Call("ConfigGroup", Texts({{"group", "unreached"}}));
   EXPECT_EQ(finished.code, 1);
@@ -146,7 +146,7 @@ TEST_F(CallFailures, KeyServersThatAreAllDownAreTold) {
   EXPECT_FALSE(stand_.GetGroup("unreached").has_value());
 }
 
-TEST_F(CallFailures, AnAuditLogThatNobodyGaveLeavesNothing) {
+TEST_F(CallFailures, AnAuditLogThatNoServerReturnsLeavesNothing) {
   SetFaults({FaultType::Cut, "getAuditLogRequest"});
   const Finished finished = Call("GetAuditLog", Texts({{"group", kGroup}}));
   EXPECT_EQ(finished.code, 1);

@@ -19,7 +19,7 @@ TEST(AddHeader, SplitsAtTheFirstColon) {
   EXPECT_EQ(JsonText(headers), R"({"A":"b: c","B":"x","C":""})");
 }
 
-TEST(AddHeader, TheLaterOfOneNameStands) {
+TEST(AddHeader, TheLaterOfTwoHeadersOfOneNameWins) {
   OruGuiBase::KVMap headers;
   EXPECT_TRUE(AddHeader("A: 1", headers));
   EXPECT_TRUE(AddHeader("A: 2", headers));

@@ -40,7 +40,7 @@ TEST_F(Decrypt, ReportsAsJSON) {
   EXPECT_TRUE(report.Get("success").AsBool());
 }
 
-TEST_F(Decrypt, AProvenOriginIsAsGoodAsDemanded) {
+TEST_F(Decrypt, DeliversAProvenOriginWhenItIsDemanded) {
   EXPECT_EQ(Run("decrypt", {"--require-verified", Path("file.p7m"), Path("opened.txt")}).code, 0);
   EXPECT_EQ(scratch_.Read("opened.txt"), "The plain content.\n");
 }
@@ -176,7 +176,7 @@ TEST_F(ExampleProgram, ReportsWhatFailed) {
   EXPECT_EQ(finished.errors, "Could not encrypt: Could not get room key: Unknown room\n");
 }
 
-TEST_F(ExampleProgram, WithoutArgumentsReportsWhatItWants) {
+TEST_F(ExampleProgram, WithoutArgumentsReportsItsUsage) {
   EXPECT_EQ(RunProcess({EXAMPLE_PROTECT, {}}).code, 1);
 }
 

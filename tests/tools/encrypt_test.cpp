@@ -146,7 +146,7 @@ struct BadPath {
   const char* errorText;
 };
 
-TEST_F(Encrypt, FilesThatCannotBeAreToldBeforeAnyServerIsAsked) {
+TEST_F(Encrypt, ReportsImpossibleFilesBeforeAskingAnyServer) {
   std::filesystem::create_symlink("loop", scratch_.Path("loop"));
   const std::vector<BadPath> rows = {
       {"a source that is not there", Path("missing"), Path("t"), "No such file or directory"},
@@ -164,7 +164,7 @@ TEST_F(Encrypt, FilesThatCannotBeAreToldBeforeAnyServerIsAsked) {
   EXPECT_THAT(stand_.GetEvents(), IsEmpty());
 }
 
-TEST_F(Encrypt, AnUnknownRoomIsToldInTheServicesWords) {
+TEST_F(Encrypt, ReportsAnUnknownRoomInTheServicesWords) {
   const Finished finished = RunCommand({"encrypt", "--service", stand_.GetServiceUrl(), "--room", "nowhere",
                                         Path("plain.txt"), Path("file.p7m")});
   EXPECT_EQ(finished.code, 1);

@@ -119,7 +119,7 @@ TEST_F(InspectSigned, ReportsAsJSON) {
   EXPECT_EQ(Str(attributes.Get("1.3.6.1.4.1.48215.2.9").AsString()), "a\033[2J");
 }
 
-TEST(Inspect, WhatIsNoMessageIsAFailure) {
+TEST(Inspect, AFileThatIsNoMessageIsAFailure) {
   const ScratchDirectory scratch;
   for (const std::string& bytes : {std::string("just text"), std::string(), std::string("\x30\x80", 2)}) {
     scratch.Make("garbage", bytes);

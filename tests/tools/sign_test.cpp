@@ -114,7 +114,7 @@ TEST_F(SignCommand, ReportsAsJSON) {
   EXPECT_TRUE(report.Get("success").AsBool());
 }
 
-TEST_F(SignCommand, TheTransactionGoesWithTheTokensRequest) {
+TEST_F(SignCommand, SendsTheTransactionWithTheTokenRequest) {
   const Finished finished = Sign({"--transaction", "t-1", "--trace", "2", Path("plain.txt")});
   EXPECT_THAT(finished.errors, HasSubstr(R"("transaction":"t-1")"));
 }
@@ -125,7 +125,7 @@ TEST_F(SignCommand, GoesOnWithTheNextKeyServer) {
   EXPECT_TRUE(Verifies(Decoded(Sign({Path("plain.txt")}).output)));
 }
 
-TEST_F(SignCommand, AKeyServersRefusalIsTold) {
+TEST_F(SignCommand, ReportsAKeyServersRefusal) {
   const std::pair<std::vector<std::string>, const char*> rows[] = {
       {{"--key-sub-id", "99", Path("plain.txt")}, "607 Key Not Found"},
       {{"--algorithm", "none", "--hash", "AAAA"}, "608 Unsupported Algorithm"},
@@ -139,14 +139,14 @@ TEST_F(SignCommand, AKeyServersRefusalIsTold) {
   }
 }
 
-TEST_F(SignCommand, AnUnknownObjectIsTold) {
+TEST_F(SignCommand, ReportsAnUnknownObject) {
   const Finished finished =
       RunCommand(WithServers("sign", {"--object", "nobody's", "--key-id", "command", Path("plain.txt")}));
   EXPECT_EQ(finished.code, 1);
   EXPECT_THAT(finished.errors, HasSubstr("Could not get authorization token: "));
 }
 
-TEST_F(SignCommand, AHashThatIsNoBase64IsToldBeforeAnyServerIsAsked) {
+TEST_F(SignCommand, RefusesAHashThatIsNotBase64BeforeAskingAnyServer) {
   const Finished finished = Sign({"--hash", "no base64!"});
   EXPECT_EQ(finished.code, 1);
   EXPECT_EQ(finished.errors, "cryptcli: Invalid base64 hash no base64!\n");
@@ -172,7 +172,7 @@ TEST_F(SignCommand, BytesAndJSONDoNotShareStandardOutput) {
   EXPECT_EQ(Sign({"--json", "--binary", "--output", Path("s"), Path("plain.txt")}).code, 0);
 }
 
-TEST_F(SignCommand, AFileThatCannotBeReadIsToldBeforeAnyServerIsAsked) {
+TEST_F(SignCommand, ReportsAnUnreadableFileBeforeAskingAnyServer) {
   const std::pair<std::string, const char*> rows[] = {{Path("none"), "No such file or directory"},
                                                       {Path("temporary"), "Is a directory"},
                                                       {"/proc/self/mem", "Input/output error"}};

@@ -41,7 +41,7 @@ TEST_F(StagingFileTest, IsForItsOwnerAloneUntilThen) {
   EXPECT_EQ(std::filesystem::status(staging.GetPath()).permissions(), std::filesystem::perms(0600));
 }
 
-TEST_F(StagingFileTest, GoesWhenItIsNotWanted) {
+TEST_F(StagingFileTest, IsDeletedUnlessItIsCommitted) {
   std::string path;
   {
     StagingFile staging;
@@ -72,7 +72,7 @@ TEST_F(StagingFileTest, LeavesTheOldTargetUntilItIsReplaced) {
   EXPECT_EQ(scratch_.Read("target"), "new");
 }
 
-TEST_F(StagingFileTest, ALinkThatLeadsNowhereIsThere) {
+TEST_F(StagingFileTest, ADanglingLinkCountsAsAnExistingTarget) {
   std::filesystem::create_symlink("missing", Path("target"));
   StagingFile staging;
   EXPECT_FALSE(Open(staging, false));

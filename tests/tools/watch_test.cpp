@@ -45,7 +45,7 @@ class WatchedCommand : public CommandTest {
   }
 };
 
-TEST_F(WatchedCommand, ATerminalShowsThatItGoesOn) {
+TEST_F(WatchedCommand, ATerminalShowsProgress) {
   SlowDown(600, "key");
   const Finished finished =
       RunProcess({CRYPTCLI_COMMAND, Arguments("decrypt", {Path("file.p7m"), Path("t")}), "", true});

@@ -24,7 +24,7 @@ TEST(BodySink, GathersChunksInMemory) {
   EXPECT_THAT(Str(sink.GetError()), IsEmpty());
 }
 
-TEST(BodySink, TakesWhatTheLimitAllowsAndNoByteMore) {
+TEST(BodySink, AcceptsBodiesUpToTheLimit) {
   BodySink sink(3);
   EXPECT_TRUE(sink.Put("abc", 3));
   EXPECT_FALSE(sink.Put("d", 1));

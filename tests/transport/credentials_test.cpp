@@ -22,7 +22,7 @@ class CurlCredentials : public ::testing::Test {
   OruKalvix::CryptClientCurlOptions options_;
 };
 
-TEST_F(CurlCredentials, GoWithARequestToTheService) {
+TEST_F(CurlCredentials, AreSentWithRequestsToTheService) {
   options_.credentials = [this](const AnsiStr& method, const AnsiStr& url, KVMap& headers, AnsiStr&) {
     ++asked_;
     EXPECT_EQ(Str(method), "POST");
@@ -71,7 +71,7 @@ TEST_F(CurlCredentials, TakePrecedenceOverTheOptionsAndGiveWayToTheRequest) {
   EXPECT_EQ(HeaderOf(request_.Get(), "X-Sec"), "(none)");
 }
 
-TEST_F(CurlCredentials, ThatCannotBeHadEndTheExchangeUnsent) {
+TEST_F(CurlCredentials, FailTheExchangeUnsentWhenUnavailable) {
   options_.credentials = [](const AnsiStr&, const AnsiStr&, KVMap&, AnsiStr& errorText) {
     errorText = "the token has expired";
     return false;
@@ -97,7 +97,7 @@ TEST_F(CurlCredentials, SomethingElseThrownGoesNoFurther) {
   EXPECT_LT(Send(*MakeCurl(options_), server_.Url("/app")).result, 0);
 }
 
-TEST_F(CurlCredentials, WithASecondLineAreRefused) {
+TEST_F(CurlCredentials, AreRefusedWithALineBreak) {
   options_.credentials = [](const AnsiStr&, const AnsiStr&, KVMap& headers, AnsiStr&) {
     return headers.Set("Authorization", "Bearer 1\r\nX-Admin: 1");
   };

@@ -106,7 +106,7 @@ TEST(CurlExchange, LeavesTrailersOut) {
   EXPECT_THAT(outcome.headers, Not(Contains(Key("X-Sec-Status"))));
 }
 
-TEST(CurlExchange, TheLaterOfTwoHeadersOfOneNameStands) {
+TEST(CurlExchange, TheLaterOfTwoHeadersOfOneNameWins) {
   FixedServer fixed("HTTP/1.1 200 OK\r\nX-A: 1\r\nContent-Length: 0\r\nX-A: 2\r\n\r\n");
   EXPECT_THAT(Send(*MakeCurl(), fixed.server.Url("/")).headers, Contains(Pair("X-A", "2")));
 }
@@ -151,7 +151,7 @@ TEST(CurlExchange, SendsNothingOfARequestThatItRefuses) {
   EXPECT_EQ(fixed.server.GetConnectionCount(), 0U);
 }
 
-TEST(CurlExchange, RefusesAUrlThatIsNone) {
+TEST(CurlExchange, RefusesAnInvalidUrl) {
   const auto http = MakeCurl();
   for (const char* url : {"", "rest/json", "ftp://127.0.0.1/", "file:///etc/passwd", "http://"}) {
     const Outcome outcome = Send(*http, url);
@@ -160,7 +160,7 @@ TEST(CurlExchange, RefusesAUrlThatIsNone) {
   }
 }
 
-TEST(CurlExchange, TakesNothingOverFromTheExchangeBefore) {
+TEST(CurlExchange, KeepsNothingFromTheExchangeBefore) {
   FixedServer fixed(kEmpty);
   const auto http = MakeCurl();
   Ask first = Post("secret");

@@ -21,7 +21,7 @@ RawServer::Handler SendAndClose(std::string bytes) {
   };
 }
 
-TEST(CurlFailures, ARefusedConnectionIsToldWithHostAndReason) {
+TEST(CurlFailures, ReportsHostAndReasonOfARefusedConnection) {
   const std::string authority = "127.0.0.1:" + std::to_string(UnusedPort());
   const Outcome outcome = Send(*MakeCurl(), "http://" + authority + "/status");
   EXPECT_LT(outcome.result, 0);
@@ -61,7 +61,7 @@ TEST(CurlFailures, AHeadCutAtAnyByteIsNoResponse) {
 }
 
 // libcurl takes the end of the connection for that of an empty body; the reason says what was missing.
-TEST(CurlFailures, AHeadCutBetweenItsLinesIsSaidToBeCutShort) {
+TEST(CurlFailures, ReportsAHeadCutBetweenItsLines) {
   for (const char* head : {"HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nX: y\r\n"}) {
     RawServer server(SendAndClose(head));
     const Outcome outcome = Send(*MakeCurl(), server.Url("/"));
@@ -71,7 +71,7 @@ TEST(CurlFailures, AHeadCutBetweenItsLinesIsSaidToBeCutShort) {
   }
 }
 
-TEST(CurlFailures, AnInterimResponseAloneIsNone) {
+TEST(CurlFailures, AnInterimResponseAloneIsAFailure) {
   RawServer server(SendAndClose("HTTP/1.1 100 Continue\r\n\r\n"));
   EXPECT_LT(Send(*MakeCurl(), server.Url("/")).result, 0);
 }
@@ -174,7 +174,7 @@ TEST(CurlFailures, EndlessInterimResponsesAreGivenUp) {
   EXPECT_THAT(outcome.errorText, HasSubstr("headers"));
 }
 
-TEST(CurlFailures, AProxyThatIsDownIsNamedAsTheWay) {
+TEST(CurlFailures, ReportsAProxyThatIsDown) {
   OruKalvix::CryptClientCurlOptions options;
   options.proxy = Ansi("http://127.0.0.1:" + std::to_string(UnusedPort()));
   const Outcome outcome = Send(*MakeCurl(options), "http://service.example/crypt");

@@ -38,7 +38,7 @@ TEST_F(CurlFiles, ANewFileIsForItsOwnerAlone) {
   EXPECT_EQ(ModeOf(scratch_.Path("new")), 0600U);
 }
 
-TEST_F(CurlFiles, AnOldFileLosesWhatItHeldAndKeepsItsMode) {
+TEST_F(CurlFiles, TruncatesAnExistingFileAndKeepsItsMode) {
   scratch_.Make("old", "something much longer than the answer");
   std::filesystem::permissions(scratch_.Path("old"), std::filesystem::perms(0640));
   EXPECT_GE(Send(*MakeCurl(), server_.Url("/"), ToFile(scratch_.Path("old"))).result, 0);
@@ -46,7 +46,7 @@ TEST_F(CurlFiles, AnOldFileLosesWhatItHeldAndKeepsItsMode) {
   EXPECT_EQ(ModeOf(scratch_.Path("old")), 0640U);
 }
 
-TEST_F(CurlFiles, ABodyMayBeLongerThanTheLimitOfTheMemory) {
+TEST_F(CurlFiles, ABodyInAFileMayExceedTheMemoryLimit) {
   body_.Set(std::string(5 * 1024 * 1024, 'x'));
   options_.maxBody = 1000;
   EXPECT_GE(Send(*MakeCurl(options_), server_.Url("/"), ToFile(scratch_.Path("big"))).result, 0);
@@ -59,7 +59,7 @@ TEST_F(CurlFiles, AnEmptyBodyLeavesAnEmptyFile) {
   EXPECT_EQ(scratch_.Read("empty"), "");
 }
 
-TEST_F(CurlFiles, AFullDiskIsToldWithTheFile) {
+TEST_F(CurlFiles, ReportsTheFileWhenTheDiskIsFull) {
   const Outcome outcome = Send(*MakeCurl(), server_.Url("/"), ToFile("/dev/full"));
   EXPECT_LT(outcome.result, 0);
   EXPECT_EQ(outcome.errorText, "Could not receive the response from " + server_.Authority() +

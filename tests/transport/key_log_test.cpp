@@ -68,7 +68,7 @@ class CurlKeyLog : public ::testing::Test {
   Identity authority_ = Identity::MakeRoot(CertSpec::Authority("Test CA"), KeyPair::MakeEC());
 };
 
-TEST_F(CurlKeyLog, OfTheEnvironmentStaysEmpty) {
+TEST_F(CurlKeyLog, StaysEmptyDespiteTheEnvironment) {
   EXPECT_EXIT(Leave(AskByTransport() == "secure", false), testing::ExitedWithCode(0), "");
 }
 

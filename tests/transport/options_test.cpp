@@ -43,13 +43,13 @@ TEST(CurlOptions, AKeyWithoutACertificateIsRefused) {
   EXPECT_EQ(Refusal({.clientKey = "/dev/null"}), "A client key needs a client certificate");
 }
 
-TEST(CurlOptions, AHeaderThatIsNoneIsRefused) {
+TEST(CurlOptions, AnInvalidHeaderIsRefused) {
   CryptClientCurlOptions options;
   options.headers = Map(R"({"X Y":"a"})");
   EXPECT_EQ(Refusal(options), "Invalid header name \"X Y\"");
 }
 
-TEST(CurlOptions, AServiceUrlThatIsNoneIsRefused) {
+TEST(CurlOptions, AnInvalidServiceUrlIsRefused) {
   CryptClientCurlOptions options;
   options.serviceUrl = "service";
   EXPECT_THAT(Refusal(options), ::testing::StartsWith("Invalid URL: "));

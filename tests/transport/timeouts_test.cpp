@@ -43,7 +43,7 @@ TEST(CurlTimeouts, TheLastTimeoutEndsAResponseThatTrickles) {
   EXPECT_LT(Send(*MakeCurl(), server.Url("/"), {.totalTimeout = 150}).result, 0);
 }
 
-TEST(CurlTimeouts, AResponseInTimeIsTaken) {
+TEST(CurlTimeouts, AResponseInTimeSucceeds) {
   RawServer server(RespondAfter(20ms));
   EXPECT_EQ(Send(*MakeCurl(), server.Url("/"), {.connectTimeout = 5000, .totalTimeout = 5000}).body, "late");
 }
@@ -61,7 +61,7 @@ TEST(CurlTimeouts, WithoutTimeoutsTheirValuesDoNotCount) {
   EXPECT_GE(MakeCurl()->SendRequest("GET", Ansi(server.Url("/")), {}, "", options, response), 0);
 }
 
-TEST(CurlTimeouts, ATimeoutOfZeroIsNone) {
+TEST(CurlTimeouts, ATimeoutOfZeroSetsNoLimit) {
   RawServer server(RespondAfter(100ms));
   OruKalvix::HttpOptions options;
   options.useTimeouts = true;
@@ -69,7 +69,7 @@ TEST(CurlTimeouts, ATimeoutOfZeroIsNone) {
   EXPECT_GE(MakeCurl()->SendRequest("GET", Ansi(server.Url("/")), {}, "", options, response), 0);
 }
 
-TEST(CurlTimeouts, ATimeoutBeyondTheRangeOfTheLibraryIsALongOne) {
+TEST(CurlTimeouts, ATimeoutAboveTheRangeOfLibcurlIsCapped) {
   RawServer server(RespondAfter(0ms));
   const Ask ask{.connectTimeout = 0xFFFFFFFF, .totalTimeout = 0xFFFFFFFF};
   EXPECT_EQ(Send(*MakeCurl(), server.Url("/"), ask).body, "late");

@@ -124,7 +124,7 @@ TEST_F(CurlTLS, OneFileMayHoldCertificateAndKey) {
   EXPECT_EQ(Get(server->Url()).body, "secure");
 }
 
-TEST_F(CurlTLS, WithoutItThatServerRefuses) {
+TEST_F(CurlTLS, WithoutAClientCertificateThatServerRefuses) {
   const auto server = Start("IP:127.0.0.1", "ca.pem");
   EXPECT_LT(Get(server->Url()).result, 0);
 }
@@ -146,13 +146,13 @@ TEST_F(CurlTLSPassword, OpensALockedKey) {
   EXPECT_EQ(Get(server->Url()).body, "secure");
 }
 
-TEST_F(CurlTLSPassword, ThatIsWrongIsAnError) {
+TEST_F(CurlTLSPassword, AWrongOneIsAnError) {
   const auto server = Start("IP:127.0.0.1", "ca.pem");
   options_.clientKeyPassword = "closed";
   EXPECT_THAT(Get(server->Url()).errorText, StartsWith("Could not use the client certificate for "));
 }
 
-TEST_F(CurlTLSPassword, ThatIsMissingIsNotAskedForAtTheTerminal) {
+TEST_F(CurlTLSPassword, AMissingOneIsNotAskedForAtTheTerminal) {
   const auto server = Start("IP:127.0.0.1", "ca.pem");
   EXPECT_THAT(Get(server->Url()).errorText, StartsWith("Could not use the client certificate for "));
 }
