@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building and testing need; what is there is left alone. The one place that names
+# Installs the Debian packages that building and testing need, unless they are installed. The only place that names
 # packages.
-#   scripts/bootstrap.sh        what the library, its companions and their tests need
-#   scripts/bootstrap.sh --test the independent software and the vectors that the tests compare with as well
-#   scripts/bootstrap.sh --ci   the formatter and the linter as well, where the release has the version that we use
-#   scripts/bootstrap.sh --fuzz the compiler with the fuzzer, and what names the lines of a stack, as well
+#   scripts/bootstrap.sh        what the library, the programs and their tests need
+#   scripts/bootstrap.sh --test also the independent software and the test vectors that the tests compare with
+#   scripts/bootstrap.sh --ci   also the formatter and the linter, if the release has the version that we use
+#   scripts/bootstrap.sh --fuzz also the compiler with the fuzzer, and the symbolizer for its stack traces
 set -euo pipefail
 
-# Debian 12 calls Boost 1.74 its default, which is too old for us; later releases have a default that will do.
-# The formatter, the linter and the fuzzer are used in version 14, which Debian 12 alone has.
+# Debian 12's default Boost is 1.74, which is too old for us; the default of later releases is new enough.
+# We use version 14 of the formatter, the linter and the fuzzer, which only Debian 12 has.
 release=$(. /etc/os-release && echo "${ID:-} ${VERSION_ID:-}")
 if [ "$release" = "debian 12" ]; then boost=libboost1.81-dev llvm=14; else boost=libboost-dev llvm=; fi
 
@@ -21,7 +21,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev # tests and benchmarks
   openssl curl                               # keys and certificates for tests; drives the demo
 )
-# The Java of the default JDK is what Bouncy Castle needs, without a desktop.
+# Bouncy Castle needs Java; headless, since nothing has a user interface.
 if [ "${1:-}" = --test ]; then
   packages+=(gpgsm gpg-agent libnss3-tools libbcpkix-java default-jdk-headless)
   packages+=(python3-cryptography-vectors python3-simplejson)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Configures a preset where that has not been done, and builds it, all of it or the targets named. Configures again as
-# long as something was missing that the tests compare with: it may have come. Where CI is set, a warning is an error,
-# also in a folder that was configured without; it stays one there.
+# Configures a preset unless that was done before, and builds all of it or the named targets. Configures again if
+# software that the tests compare with was missing: it may be installed by now. If CI is set, warnings are errors, and
+# stay errors in that build folder.
 #   scripts/build.sh PRESET [TARGET...]
 set -euo pipefail
 cd "$(dirname "$0")/.."

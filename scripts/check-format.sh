@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Fails when a source is not formatted as .clang-format says; exits with 77 where the formatter's version is missing that
-# decides, since others format in other ways.
+# Fails if a source is not formatted as .clang-format says. Exits with 77 without clang-format 14: other versions format
+# differently.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if ! command -v clang-format-14 >/dev/null; then

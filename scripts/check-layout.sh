@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks what the compiler does not: folders include downwards only, public headers stand alone and show no OpenSSL,
-# no JSON engine and no curl, and each engine stays in its one folder.
+# Checks what the compiler does not: folders include only folders below them, public headers compile alone and include
+# no OpenSSL, no Boost and no curl, and each of these libraries is used in one place only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 failures=0
@@ -19,7 +19,7 @@ declare -A allowed=(
   [tools]="tools transport client exchange roomkeys security foundation"
   [examples]="transport client exchange roomkeys security foundation"
 )
-# Headers reach only downwards: among the rooms of the class, just the chief header may draw on the others.
+# The four folders of class CryptClient include each other in sources. In headers, only client/ may include the others.
 declare -A allowed_in_headers=(
   [exchange]="exchange foundation"
   [roomkeys]="roomkeys security foundation"
@@ -61,7 +61,7 @@ while IFS= read -r file; do
   esac
 done < <(find security -name '*.h' -o -name '*.cpp')
 
-# An engine and where it may be included.
+# A third-party library and where it may be included.
 check_engine() { # pattern, allowed files as a regular expression
   local file
   while IFS= read -r file; do
@@ -75,17 +75,17 @@ check_engine 'curl/' '^transport/.*'
 check_engine 'sqlite3' '^stand/.*'
 check_engine 'CLI/' '^(tools|stand)/.*'
 
-# What users include: alone, without an engine, and with nothing private behind it.
+# Public headers compile alone and include no third-party library and no private header.
 mapfile -t public_headers <cmake/public-headers.txt
 is_public() { grep -qxF "$1" cmake/public-headers.txt; }
 
 for header in "${public_headers[@]}"; do
-  if grep -nE '^ *# *include <(openssl|boost|curl)/' "$header"; then fail "$header shows an engine"; fi
+  if grep -nE '^ *# *include <(openssl|boost|curl)/' "$header"; then fail "$header includes a third-party library"; fi
   while IFS= read -r included; do
     is_public "$included" || fail "$header includes $included, which is private"
   done < <(sed -nE 's|^ *# *include "([^"]+)".*|\1|p' "$header")
   echo "#include \"$header\"" | ${CXX:-g++} -std=c++20 -Wall -Wextra -I. -fsyntax-only -x c++ - 2>/dev/null ||
-    fail "$header does not stand alone"
+    fail "$header does not compile alone"
 done
 
 if [ "$failures" -gt 0 ]; then echo "layout: $failures failures" >&2; exit 1; fi

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs the linter over the product's sources, or over the files named. Slow: minutes on two cores. Exits with 77
-# where its version is missing.
+# Runs the linter on the product's sources, or on the named files. Slow: minutes on two cores. Exits with 77 without
+# clang-tidy 14.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 if ! command -v clang-tidy-14 >/dev/null; then

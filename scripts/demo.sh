@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# The main job on a local stand: protects a file, opens it again, survives the loss of a key server, and refuses a file
-# that was tampered with.
-#   scripts/demo.sh [FILE]     without FILE, a sample of a few MiB is made
+# Shows the main features in a local test environment: protects a file, opens it again, survives the loss of a key
+# server, and refuses a file that was tampered with.
+#   scripts/demo.sh [FILE]     without FILE it makes a sample of a few MiB
 set -euo pipefail
 source_file=${1:+$(realpath "$1")}
 cd "$(dirname "$0")/.."
@@ -19,7 +19,7 @@ if [ -z "$source_file" ]; then
   head -c 5M /dev/urandom >"$source_file"
 fi
 
-heading "A local stand: one crypt service, three key servers"
+heading "A local test environment: one crypt service, three key servers"
 start_stand build/release --key-servers 3 --room demo
 cat "$work/stand.log"
 service=$(sed -nE 's/.*"service" *: *"([^"]*)".*/\1/p' "$work/urls.json")
@@ -31,7 +31,7 @@ compare() { cmp "$source_file" "$work/opened" && echo "The bytes are the same.";
 
 heading "Protect $(basename "$source_file") ($(stat -c %s "$source_file") bytes) for a room that has no key yet"
 protect
-heading "What lies in the protected file"
+heading "What the protected file contains"
 "$cryptcli" inspect "$work/protected.p7m"
 heading "Open it again"
 open --json
@@ -39,20 +39,20 @@ compare
 
 heading "Failover: the key server $key_server stops"
 curl -sf -X POST -d "{\"server\":\"$key_server\",\"fault\":\"down\"}" "${service%/}/stand/fault" >/dev/null
-# Each run begins at a server of its own choice; go on until one has met the dead server.
-met=
+# Each run starts at a random server; repeat until one has tried the dead server.
+tried=
 for round in $(seq 20); do
   protect --force --trace 1 2>"$work/trace"
   open --force --json --trace 1 2>>"$work/trace"
   compare
   if grep -q "Could not connect to key server" "$work/trace"; then
     grep -m 1 "Could not connect to key server" "$work/trace"
-    echo "Met the dead server in round $round and went on with the next one."
-    met=yes
+    echo "Round $round tried the dead server and went on with the next one."
+    tried=yes
     break
   fi
 done
-[ -n "$met" ] || { echo "No round met the dead server: failover was not shown." >&2; exit 1; }
+[ -n "$tried" ] || { echo "No round tried the dead server: failover was not shown." >&2; exit 1; }
 
 heading "One byte of the protected file is flipped"
 size=$(stat -c %s "$work/protected.p7m")

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets and runs one of them, or all in turn; then tells executions and coverage, and takes what was
-# found, minimised, into fuzz/corpus.
+# Builds the fuzz targets and runs the named ones, or all, one after another; then prints executions and coverage, and
+# puts the minimised finds into fuzz/corpus.
 #   scripts/fuzz.sh [TARGET...] [--seconds N] [--jobs N] [--no-merge]
-# Each target runs for N seconds (60), in N processes at once (1). Logs are kept in build/fuzz/logs, the working corpora
-# in build/fuzz/found, inputs that broke something in build/fuzz/artifacts.
+# Each target runs for N seconds (default 60), in N processes at once (default 1). Logs are in build/fuzz/logs, the
+# working corpora in build/fuzz/found, inputs that broke something in build/fuzz/artifacts.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=60 jobs=1 merge=yes targets=()
@@ -27,9 +27,9 @@ scripts/build.sh fuzz fuzzers
 
 logs=build/fuzz/logs
 mkdir -p "$logs"
-# Each input makes files, which a memory file system spares the disk.
+# Most targets write files for each input: a memory file system is faster than a disk.
 if [ -z "${TMPDIR:-}" ] && [ -w /dev/shm ]; then export TMPDIR=/dev/shm; fi
-# Long stacks of each allocation would take half of the time.
+# Recording long stacks for each allocation would take half of the time.
 export ASAN_OPTIONS=malloc_context_size=3:quarantine_size_mb=32 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
 option_flags() { # target
@@ -40,7 +40,7 @@ option_flags() { # target
   done
 }
 
-# The coverage of a target's log at its end: counters of edges, and of features (edges with their counts).
+# The final coverage in a target's log: number of edges, and of features (edges with their counts).
 last_figures() { # log
   grep -oE 'cov: [0-9]+ ft: [0-9]+' "$1" | tail -n 1 || true
 }
@@ -63,8 +63,7 @@ run_target() { # target
   [ -z "$failed" ]
 }
 
-# The fewest inputs that cover what the seeds do not: they take the place of the corpus. Further flags may make it
-# smaller.
+# Replaces the corpus by the fewest inputs that cover what the seeds do not. Further flags may make it smaller.
 minimise() { # target, further flags
   local target=$1 merged=build/fuzz/merged/$1 seed size
   mapfile -t flags < <(option_flags "$target")
@@ -76,7 +75,7 @@ minimise() { # target, further flags
   for seed in "fuzz/seeds/$target"/*; do rm -f "$merged/$(basename "$seed")"; done
   size=$(find "$merged" -type f -printf '%s\n' | awk '{ sum += $1 } END { print sum + 0 }')
   if [ "$size" -gt 204800 ] && [ $# -eq 1 ]; then
-    minimise "$target" -use_counters=0  # how often an edge is taken then plays no part
+    minimise "$target" -use_counters=0  # ignores how often an edge is taken
     return
   fi
   rm -rf "fuzz/corpus/$target"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs the examples of docs/operations.md against a local stand and prints what comes of them, with long base64 texts
-# cut. Times, keys and signatures differ from run to run.
-#   scripts/operations.sh [BUILD-FOLDER]     without one, a release build is made; PORT is that of the crypt service
+# Runs the examples of docs/operations.md in a local test environment and prints their results, with long base64
+# strings shortened. Times, keys and signatures differ from run to run.
+#   scripts/operations.sh [BUILD-FOLDER]     without one it makes a release build; PORT is that of the crypt service
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build/release}
@@ -21,7 +21,7 @@ mkdir "$work/here"
 cd "$work/here"
 
 shorten() { sed -E 's#([A-Za-z0-9+/]{24})[A-Za-z0-9+/]{40,}={0,2}#\1...#g'; }
-# Shows the arguments, the command line, and what the command writes and returns.
+# Runs a command and prints its command line, its output and its exit code.
 show() {
   local word line='$'
   for word in "$@"; do
@@ -33,7 +33,7 @@ show() {
   shorten <"$work/output"
   if [ "$code" -ne 0 ]; then echo "(exit code $code)"; fi
 }
-# An operation with further members of its arguments, a line each.
+# Performs an operation whose arguments have further members, one line each.
 call() { # operation, member...
   local operation=$1
   shift

@@ -1,8 +1,9 @@
 # shellcheck shell=bash
-# To be sourced: a folder that goes when the script ends, and a local stand in it.
+# To be sourced: a work folder that is deleted when the script ends, and cryptstand running in it.
 #
-#   make_work                       sets work
-#   start_stand BUILD [OPTION...]   once it answers, its URLs are in $work/urls.json and its words in $work/stand.log
+#   make_work                       creates the folder and sets work
+#   start_stand BUILD [OPTION...]   returns once it responds; its URLs are in $work/urls.json, its output in
+#                                   $work/stand.log
 work=
 stand=
 

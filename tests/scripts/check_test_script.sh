@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs scripts/test.sh on a project with one suite, whose peer is missing at first and comes later.
+# Runs scripts/test.sh on a project with one suite, whose peer software is missing at first and installed later.
 #   check_test_script.sh SOURCES
 set -euo pipefail
 unset CI
@@ -28,13 +28,13 @@ run() { (cd "$work" && "$@") >"$work/output" 2>&1; }
 last_line() { tail -n 1 "$work/output"; }
 
 run scripts/test.sh || fail "a skipped suite failed the run"
-[ "$(last_line)" = "test: skipped, since something is missing: peer_tests" ] || fail "the skipped suite is not said last"
+[ "$(last_line)" = "test: skipped, since something is missing: peer_tests" ] || fail "the last line does not name the skipped suite"
 if run env CI=1 scripts/test.sh; then fail "a skipped suite passed where CI is set"; fi
 grep -q '^test: single cases that could not run here: 3 ' "$work/output" || fail "cases that skip themselves are not counted"
 touch "$work/peer"
 run scripts/test.sh || fail "a run with the peer failed"
-grep -q 'peer_tests .* Passed' "$work/output" || fail "the peer came and its suite did not run"
-if grep -q 'test: skipped' "$work/output"; then fail "something was skipped with the peer there"; fi
+grep -q 'peer_tests .* Passed' "$work/output" || fail "the peer is installed and its suite did not run"
+if grep -q 'test: skipped' "$work/output"; then fail "something was skipped although the peer is installed"; fi
 
 rm -r "$work/build"
 is_strict() { grep -q '^CRYPTCLI_WERROR:BOOL=ON$' "$work/build/release/CMakeCache.txt"; }
