@@ -9,6 +9,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "foundation/errno_saver.h"
 #include "foundation/posix_file.h"
 #include "foundation/reference.h"
 #include "foundation/unfinished_list.h"
@@ -63,12 +64,10 @@ bool ReadList(const Place& place, AnsiStr& list) {
     errno = ENOMEM;
     return false;
   }
-  const ssize_t got = GetList(place, bytes, capacity);
-  const int reason = errno;
-  if (got >= 0) list = AnsiStr(static_cast<const char*>(bytes), static_cast<std::uint32_t>(got));
-  FreeParticle(capacity, bytes);
-  errno = reason;
-  return got >= 0 || IsWithoutList(reason);
+  const ssize_t got = GetList(place, bytes.GetData(), capacity);
+  if (got < 0) return IsWithoutList(errno);
+  list = AnsiStr(reinterpret_cast<const char*>(bytes.GetData()), static_cast<std::uint32_t>(got));
+  return true;
 }
 
 // Setting a list sets the permission bits as well, so it must not be wider than the mode that comes after it.
@@ -119,9 +118,8 @@ int OpenProbe(const AnsiStr& path, unsigned mode) {
   AnsiStr probe;
   if (!scope.IsOpen() || !MakeProbeName(ParentOf(path), probe)) return -1;
   const int handle = OpenHandle(probe, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
-  const int reason = errno;
+  const ErrnoSaver saver;
   if (handle >= 0) ::unlink(probe.GetText());
-  errno = reason;
   return handle;
 }
 
@@ -165,9 +163,8 @@ DeliveryWay JudgeTarget(const File& target, DeliveryTarget& judged) noexcept {
 int OpenPrivate(const AnsiStr& path, int flags) noexcept {
   const int handle = OpenHandle(path, flags | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0);
   if (handle < 0 || IsAsMade(handle, path)) return handle;
-  const int reason = errno;
+  const ErrnoSaver saver;
   CloseHandle(handle);
-  errno = reason;
   return -1;
 }
 
@@ -177,9 +174,8 @@ bool AskNewFile(const AnsiStr& path, FileAccess& access) noexcept {
   const int handle = OpenProbe(path, kOrdinaryMode);
   if (handle < 0) return false;
   const bool isKnown = ReadAccess(handle, access);
-  const int reason = errno;
+  const ErrnoSaver saver;
   CloseHandle(handle);
-  errno = reason;
   return isKnown;
 }
 
@@ -219,10 +215,9 @@ int MakeStaging(const AnsiStr& target, AnsiStr& path) noexcept {
   // mkostemp writes the name that it found into the string, which nobody shares.
   const int handle = ::mkostemp(const_cast<char*>(path.GetText()), O_CLOEXEC);
   if (handle < 0 || AddUnfinished(path, UnfinishedType::File)) return handle;
-  const int reason = errno;
+  const ErrnoSaver saver;
   ::unlink(path.GetText());
   CloseHandle(handle);
-  errno = reason;
   return -1;
 }
 
@@ -237,9 +232,8 @@ bool Rename(const AnsiStr& source, const AnsiStr& target, bool keepTarget) noexc
   if (errno != EINVAL && errno != ENOSYS) return false;
   if (::link(source.GetText(), target.GetText()) != 0) return false;
   if (::unlink(source.GetText()) == 0) return true;
-  const int reason = errno;
+  const ErrnoSaver saver;
   ::unlink(target.GetText());
-  errno = reason;
   return false;
 }
 

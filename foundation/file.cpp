@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "foundation/encoding.h"
+#include "foundation/errno_saver.h"
 #include "foundation/errorstate.h"
 #include "foundation/format.h"
 #include "foundation/posix_file.h"
@@ -117,7 +118,8 @@ bool File::Create() const noexcept {
   const int handle = OpenHandle(path_, O_WRONLY | O_CREAT | O_EXCL, 0666);
   if (handle < 0) return FailWithErrno();
   if (CloseHandle(handle)) return true;
-  const int reason = errno;
+  const ErrnoSaver saver;
+  FailWithErrno();
   ::unlink(path_.GetText());
   return FailWith(reason);
 }

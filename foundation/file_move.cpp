@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "foundation/delivery.h"
+#include "foundation/errno_saver.h"
 #include "foundation/errorstate.h"
 #include "foundation/file.h"
 #include "foundation/filehandle.h"
@@ -45,10 +46,9 @@ bool RenamePrivate(const File& source, const File& target, const DeliveryTarget&
   const bool isMet = keepTarget || target.IsPrivate() || MeetsTarget(target.GetPath(), access);
   const bool done =
       isMet && GiveAccessOrCopy(handle, access) && Rename(source.GetPath(), target.GetPath(), keepTarget);
-  const int reason = errno;
+  const ErrnoSaver saver;
   if (!done) ::fchmod(handle, kOwnerOnly);
   CloseHandle(handle);
-  errno = reason;
   return done;
 }
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "foundation/delivery.h"
+#include "foundation/errno_saver.h"
 #include "foundation/error_state_saver.h"
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
@@ -42,9 +43,8 @@ DeliveryWay FileWriter::BeginStaging(const AnsiStr& path, const DeliveryTarget& 
   keepTarget_ = options.keepTarget;
   if (options.mode >= 0) access_.mode = static_cast<std::uint32_t>(options.mode);
   if (GiveGroup(handle, access_)) return DeliveryWay::Replace;
-  const int reason = errno;
+  const ErrnoSaver saver;
   DropFile();
-  errno = reason;
   return target.exists ? DeliveryWay::InPlace : DeliveryWay::Failed;
 }
 

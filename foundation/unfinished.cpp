@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "foundation/errno_saver.h"
 #include "foundation/reference.h"
 #include "foundation/unfinished_list.h"
 
@@ -62,9 +63,8 @@ DIR* OpenDirectory(const AnsiStr& path) {
   const int handle = ::open(path.GetText(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   DIR* const directory = handle >= 0 ? ::fdopendir(handle) : nullptr;
   if (handle >= 0 && directory == nullptr) {
-    const int reason = errno;
+    const ErrnoSaver saver;
     ::close(handle);
-    errno = reason;
   }
   return directory;
 }

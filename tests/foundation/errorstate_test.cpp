@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <thread>
 
+#include "foundation/errno_saver.h"
 #include "foundation/error_state_saver.h"
 #include "tests/foundation/printing.h"
 
@@ -87,8 +88,29 @@ TEST(ErrorStateTest, EachThreadHasItsOwn) {
   EXPECT_EQ(GetSystemErrorText(), "mine");
 }
 
-// Cleaning up under a saver leaves the error state as it was.
-TEST(ErrorStateTest, TheSaverPutsEverythingBack) {
+TEST(ErrnoSaverTest, PutsErrnoBack) {
+  SetLastError(EACCES);
+  errno = EBUSY;
+  {
+    const ErrnoSaver saver;
+    errno = ENOENT;
+    SetLastError(EIO);
+  }
+  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(GetLastError(), static_cast<std::uint32_t>(EIO));
+}
+
+TEST(ErrorStateSaverTest, PutsACodeBackWithoutAMessage) {
+  SetLastError(EACCES);
+  {
+    const ErrorStateSaver saver;
+    SetErrorMessage("other");
+  }
+  EXPECT_EQ(GetLastError(), static_cast<std::uint32_t>(EACCES));
+  EXPECT_TRUE(GetErrorMessage(kTextError, 0, 1).IsEmpty());
+}
+
+TEST(ErrorStateSaverTest, PutsMessageAndErrnoBack) {
   SetErrorMessage("reason");
   errno = EBUSY;
   {
