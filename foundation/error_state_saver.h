@@ -3,11 +3,12 @@
 #include <cstdint>
 
 #include "foundation/ansistr.h"
+#include "foundation/errno_saver.h"
 
 namespace OruGuiBase {
 
-/// Puts this thread's error state, errno included, back at the end of its scope: for what runs after a
-/// failure and before its reason is read, such as cleaning up and tracing.
+/// Puts this thread's error state, errno included, back at the end of its scope: for what runs between a
+/// failure and the caller that reads its reason, such as cleanup and tracing.
 class ErrorStateSaver {
  public:
   ErrorStateSaver() noexcept;
@@ -16,9 +17,9 @@ class ErrorStateSaver {
   ~ErrorStateSaver();
 
  private:
+  ErrnoSaver errno_;  // first, so that it is read before anything changes it and put back last
   std::uint32_t code_;
-  int errno_;
-  AnsiStr text_;
+  AnsiStr message_;  // of kTextError; empty for any other code
 };
 
 }  // namespace OruGuiBase

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "foundation/error_state_saver.h"
 #include "foundation/thread_value.h"
 
 namespace OruGuiBase {
@@ -13,19 +12,21 @@ namespace {
 // The code has no destructor and so lasts as long as its thread; the text goes with the thread's objects.
 constinit thread_local std::uint32_t lastError = 0;
 
-// The text of kTextError; null once it is gone.
-AnsiStr* GetText() {
-  return ThreadValue<ErrorStateSaver, AnsiStr>::Get();
+struct MessageOwner;  // tells this AnsiStr of a thread from others
+
+// The message of kTextError; null once it is destroyed.
+AnsiStr* GetMessage() {
+  return ThreadValue<MessageOwner, AnsiStr>::Get();
 }
 
-AnsiStr CopyText() {
-  const AnsiStr* const text = GetText();
-  return text != nullptr ? *text : AnsiStr();
+AnsiStr CopyMessage() {
+  const AnsiStr* const message = GetMessage();
+  return message != nullptr ? *message : AnsiStr();
 }
 
-void ReplaceText(const AnsiStr& text) {
-  AnsiStr* const own = GetText();
-  if (own != nullptr) *own = text;
+void ReplaceMessage(const AnsiStr& message) {
+  AnsiStr* const own = GetMessage();
+  if (own != nullptr) *own = message;
 }
 
 }  // namespace
@@ -36,7 +37,7 @@ std::uint32_t GetLastError() noexcept {
 
 void SetLastError(std::uint32_t code) noexcept {
   lastError = code;
-  if (code != kTextError) ReplaceText(AnsiStr());
+  if (code != kTextError) ReplaceMessage(AnsiStr());
 }
 
 void ClearLastError() noexcept {
@@ -50,13 +51,13 @@ void SetLastErrorFromErrno() noexcept {
 }
 
 void SetErrorMessage(const AnsiStr& text) noexcept {
-  ReplaceText(text);
+  ReplaceMessage(text);
   lastError = kTextError;
 }
 
 AnsiStr GetErrorMessage(std::uint32_t code, [[maybe_unused]] std::uint32_t language,
                         [[maybe_unused]] std::uint32_t flags) noexcept {
-  if (code == kTextError) return CopyText();
+  if (code == kTextError) return CopyMessage();
   char buffer[256];
   return {strerror_r(static_cast<int>(code), buffer, sizeof buffer)};
 }
@@ -67,14 +68,6 @@ AnsiStr GetSystemErrorText() noexcept {
   // Asked for after a failure: neither "Success" nor silence would be the truth.
   const AnsiStr text = code != 0 ? GetErrorMessage(code, 0, 1) : AnsiStr();
   return text.IsEmpty() ? AnsiStr("Unknown error") : text;
-}
-
-ErrorStateSaver::ErrorStateSaver() noexcept : code_(lastError), errno_(errno), text_(CopyText()) {}
-
-ErrorStateSaver::~ErrorStateSaver() {
-  lastError = code_;
-  ReplaceText(text_);
-  errno = errno_;
 }
 
 }  // namespace OruGuiBase
