@@ -10,6 +10,7 @@
 
 #include "foundation/format.h"
 #include "foundation/json_builder.h"
+#include "foundation/json_emitter.h"
 
 namespace OruGuiBase {
 
@@ -186,6 +187,11 @@ bool JSON2Val(const AnsiStr& text, Val& value, AnsiStr& error) noexcept {
     error = "Invalid JSON: not enough memory to read it";
     return false;
   }
+}
+
+bool Val2JSON(const Val& value, AnsiStr& text, AnsiStr& error, [[maybe_unused]] bool pretty,
+              [[maybe_unused]] bool strict) noexcept {
+  return EmitJSON(value, text, error);
 }
 
 }  // namespace OruGuiBase

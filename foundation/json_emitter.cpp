@@ -1,3 +1,8 @@
+// Writes JSON for Val2JSON: the bodies of requests to the key servers and the crypt service. They carry keys,
+// so all of it is built in one AnsiStr, which is wiped when it is freed.
+
+#include "foundation/json_emitter.h"
+
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -57,6 +62,8 @@ std::size_t NextEscape(std::string_view text, std::size_t at) {
   return at;
 }
 
+// Writes one value. Lives on the stack of EmitJSON; a reason of failure goes to `error`, which must outlive
+// it.
 class Emitter {
  public:
   // Most texts of requests fit what is taken at first.
@@ -174,8 +181,7 @@ bool Emitter::Write(const Val& value, std::uint32_t depth) {
 
 }  // namespace
 
-bool Val2JSON(const Val& value, AnsiStr& text, AnsiStr& error, [[maybe_unused]] bool pretty,
-              [[maybe_unused]] bool strict) noexcept {
+bool EmitJSON(const Val& value, AnsiStr& text, AnsiStr& error) noexcept {
   Emitter emitter(error);
   if (!emitter.Write(value, 0)) return false;
   text = emitter.TakeText();

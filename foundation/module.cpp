@@ -47,8 +47,12 @@ void LeaveInitSection() noexcept {
   InitSection().unlock();
 }
 
-bool IsInInitSection() noexcept {
-  return depth > 0;
+}  // namespace OruGuiBase
+
+namespace OruGuiTrace {
+
+void TraceStartup() noexcept {
+  TraceMsg(OruGuiBase::kTraceCategory, 1, OruGuiBase::kTraceSource, __LINE__, "Trace startup");
 }
 
 }  // namespace OruGuiBase

@@ -2,15 +2,12 @@
 
 #include <atomic>
 #include <cstdarg>
-#include <cstdio>
 #include <new>
 #include <utility>
 
 #include "foundation/ansistr.h"
 #include "foundation/error_state_saver.h"
 #include "foundation/format.h"
-#include "foundation/module.h"
-#include "foundation/report.h"
 #include "foundation/thread_value.h"
 
 namespace OruGuiTrace {
@@ -105,23 +102,4 @@ void FreeTraceContext() noexcept {
   if (latest != nullptr) PopContext();
 }
 
-void TraceStartup() noexcept {
-  TraceMsg(OruGuiBase::kTraceCategory, 1, OruGuiBase::kTraceSource, __LINE__, "Trace startup");
-}
-
 }  // namespace OruGuiTrace
-
-namespace OruGuiBase {
-
-void ReportError(std::uint32_t line, const char* format, ...) noexcept {
-  constexpr std::uint32_t kErrorLevel = 4;
-  if (!OruGuiTrace::IsTraced(kErrorLevel)) return;
-  char text[256];
-  std::va_list list;
-  va_start(list, format);
-  std::vsnprintf(text, sizeof text, format, list);
-  va_end(list);
-  OruGuiTrace::TraceMsg(kTraceCategory, kErrorLevel, kTraceSource, line, text);
-}
-
-}  // namespace OruGuiBase
