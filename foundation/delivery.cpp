@@ -18,9 +18,7 @@ namespace OruGuiBase {
 
 namespace {
 
-constexpr unsigned kPermissions = 0777;
-constexpr unsigned kOrdinaryMode = 0666;
-constexpr unsigned kOwnerOnly = 0600;
+// The extended attribute in which the kernel keeps a POSIX access control list (acl(5)).
 constexpr const char* kList = "system.posix_acl_access";
 
 // Whether the call failed because there is no list, or the file system has none.

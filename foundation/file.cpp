@@ -11,6 +11,7 @@
 #include "foundation/errorstate.h"
 #include "foundation/format.h"
 #include "foundation/posix_file.h"
+#include "foundation/private_file.h"
 
 namespace OruGuiBase {
 
@@ -115,7 +116,7 @@ std::int64_t File::GetSize() const noexcept {
 
 bool File::Create() const noexcept {
   ClearLastError();
-  const int handle = OpenHandle(path_, O_WRONLY | O_CREAT | O_EXCL, 0666);
+  const int handle = OpenHandle(path_, O_WRONLY | O_CREAT | O_EXCL, kOrdinaryMode);
   if (handle < 0) return FailWithErrno();
   if (CloseHandle(handle)) return true;
   const ErrnoSaver saver;

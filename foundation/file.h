@@ -102,52 +102,7 @@ class ORUGUI_EXPORT File : public DirectoryEntry {
   FilePrivacy privacy_ = FilePrivacy::None;
 };
 
-/// A file of one operation, which ends with it: at the end of the scope, or by RemoveUnfinishedFiles
-/// (foundation/unfinished.h).
-class ORUGUI_EXPORT TempFile {
- public:
-  TempFile() noexcept = default;
-  TempFile(const TempFile&) = delete;
-  TempFile& operator=(const TempFile&) = delete;
-  ~TempFile() { Cleanup(); }
-
-  const AnsiStr& GetPath() const noexcept { return path_; }
-  File GetFile() const noexcept { return File(path_, privacy_); }
-  /// Takes a file over that is on the disk; what was held before is removed first. The directory of a file of
-  /// File(FileType, name, true) ends with it, that of any other stays.
-  void Take(const File& file) noexcept;
-  /// Makes the empty file, for the owner alone (0600), and takes it. One that is there already is a failure.
-  bool Create(const File& file) noexcept;
-  /// Makes a private file for content that is to become `target` by File::Move: beside it where it can be
-  /// replaced, in the temporary directory where it has to be written in place.
-  bool CreateFor(const File& target) noexcept;
-  /// Removes the file, if there is one, and its private directory.
-  void Cleanup() noexcept;
-  /// Gives the path up after its file was moved away, or is to stay: removes the private directory alone.
-  void GiveUp() noexcept;
-
- private:
-  AnsiStr path_;
-  FilePrivacy privacy_ = FilePrivacy::None;
-};
-
-/// A directory of one program for its temporary files, which ends with the scope or by RemoveUnfinishedFiles,
-/// with all files in it.
-class ORUGUI_EXPORT TempDirectory {
- public:
-  TempDirectory() noexcept = default;
-  TempDirectory(const TempDirectory&) = delete;
-  TempDirectory& operator=(const TempDirectory&) = delete;
-  ~TempDirectory() { Cleanup(); }
-
-  /// Makes a directory in the system's temporary directory that only the owner may enter (0700). Its name is
-  /// `prefix`, "-" and six characters that make it unique.
-  bool Create(const AnsiStr& prefix) noexcept;
-  const AnsiStr& GetPath() const noexcept { return path_; }
-  void Cleanup() noexcept;
-
- private:
-  AnsiStr path_;
-};
-
 }  // namespace OruGuiBase
+
+// Here because TempFile needs File. Whoever includes this header for a temporary file goes on finding it.
+#include "foundation/tempfile.h"

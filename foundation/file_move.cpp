@@ -15,10 +15,8 @@ namespace OruGuiBase {
 
 namespace {
 
-constexpr unsigned kPermissions = 0777;
-constexpr unsigned kOwnerOnly = 0600;
-
-// Opens without waiting, as a pipe would make it wait; only a regular file can be copied.
+// O_NONBLOCK, because open() waits for a FIFO's other end. EXDEV for anything but a regular file: it cannot
+// be copied.
 int OpenRegular(const File& file) {
   if (file.IsPrivate()) return OpenPrivate(file.GetPath(), O_RDONLY);
   const int handle = OpenHandle(file.GetPath(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0);

@@ -15,9 +15,7 @@ namespace OruGuiBase {
 
 namespace {
 
-constexpr unsigned kOrdinaryMode = 0666;
-
-// Closing a handle that was never opened is nothing to complain about.
+// True also for a handle that was never opened.
 bool CloseOnce(int& handle) {
   const int closing = std::exchange(handle, -1);
   return closing < 0 || CloseHandle(closing) || FailWithErrno();

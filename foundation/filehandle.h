@@ -5,6 +5,7 @@
 #include "foundation/ansistr.h"
 #include "foundation/export.h"
 #include "foundation/file.h"
+#include "foundation/tempfile.h"
 
 struct stat;
 

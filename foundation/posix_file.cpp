@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <string_view>
@@ -83,6 +84,13 @@ AnsiStr AbsolutePath(const AnsiStr& path) noexcept {
     return path;
   const AnsiStr absolute = AnsiStr(directory) + "/" + path;
   return absolute.GetLength() < PATH_MAX ? absolute : path;
+}
+
+AnsiStr TemporaryDirectory() noexcept {
+  const char* const named = ::secure_getenv("TMPDIR");
+  std::string_view path = named != nullptr ? named : "";
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  return path.empty() ? AnsiStr("/tmp") : AnsiStr(path);
 }
 
 }  // namespace OruGuiBase

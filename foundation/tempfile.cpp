@@ -1,88 +1,25 @@
+// Temporary files and directories that their owner removes. The operations of the client keep what they have
+// not delivered yet in a TempFile; FileWriter keeps its staging file in one; the command's programs use a
+// TempDirectory.
+
+#include "foundation/tempfile.h"
+
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
-#include <string_view>
 #include <unistd.h>
 
 #include "foundation/delivery.h"
 #include "foundation/error_state_saver.h"
 #include "foundation/errorstate.h"
-#include "foundation/file.h"
 #include "foundation/posix_file.h"
+#include "foundation/private_file.h"
 #include "foundation/unfinished_list.h"
 
 namespace OruGuiBase {
 
-namespace {
-
-constexpr const char* kPrivatePrefix = "orugui";
-constexpr std::string_view kTempEnding = ".tmp";
-constexpr unsigned kOwnerOnly = 0600;
-
-bool IsContinuationByte(char character) {
-  return (static_cast<unsigned char>(character) & 0xC0) == 0x80;
-}
-
-// Cuts a name that is too long between two characters and keeps its ending.
-AnsiStr ShortenName(const AnsiStr& name, std::size_t limit) {
-  const std::string_view text = name.View();
-  if (text.size() <= limit) return name;
-  const std::string_view ending = text.ends_with(kTempEnding) ? kTempEnding : std::string_view();
-  std::size_t length = limit - ending.size();
-  while (length > 0 && IsContinuationByte(text[length])) --length;
-  AnsiStr shortened(text.substr(0, length));
-  return shortened.Append(ending);
-}
-
-}  // namespace
-
-AnsiStr TemporaryDirectory() noexcept {
-  const char* const named = ::secure_getenv("TMPDIR");
-  std::string_view path = named != nullptr ? named : "";
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return path.empty() ? AnsiStr("/tmp") : AnsiStr(path);
-}
-
-namespace {
-
-// Makes a directory for the owner alone and lists it. The empty string on failure, with errno.
-AnsiStr MakePrivateDirectory(const AnsiStr& prefix) {
-  AnsiStr directory = AbsolutePath(TemporaryDirectory()) + "/" + prefix + "-XXXXXX";
-  directory.Reserve(directory.GetLength());
-  // mkdtemp writes the name that it found into the string, which nobody shares.
-  if (!IsUsablePath(directory) || ::mkdtemp(const_cast<char*>(directory.GetText())) == nullptr) return {};
-  if (AddUnfinished(directory, UnfinishedType::Directory)) return directory;
-  const int reason = errno;
-  ::rmdir(directory.GetText());
-  errno = reason;
-  return {};
-}
-
-void DropDirectory(const AnsiStr& directory) {
-  ::rmdir(directory.GetText());
-  DropUnfinished(directory);
-}
-
-}  // namespace
-
-AnsiStr MakePrivateFile(const AnsiStr& name) noexcept {
-  const UnfinishedScope scope;
-  const AnsiStr directory = scope.IsOpen() ? MakePrivateDirectory(kPrivatePrefix) : AnsiStr();
-  if (directory.IsEmpty()) return {};
-  const std::uint32_t limit = Directory(directory).GetLongestName();
-  AnsiStr path = directory + "/" + ShortenName(File::MakeName(name), limit);
-  const int handle = OpenHandle(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOwnerOnly);
-  if (handle >= 0) {
-    CloseHandle(handle);
-    return path;
-  }
-  const int reason = errno;
-  DropDirectory(directory);
-  errno = reason;
-  return {};
-}
-
-// A file that cannot be listed is only not removed when the program ends in the middle.
+// An allocation failure while the file is listed is no failure of the operation: the file is then removed by
+// this object as always, but not by RemoveUnfinishedFiles. File() has listed a private file already, with its
+// directory.
 void TempFile::Take(const File& file) noexcept {
   Cleanup();
   path_ = file.GetPath();
@@ -105,6 +42,8 @@ bool TempFile::Create(const File& file) noexcept {
   return false;
 }
 
+// A staging file beside the target can be renamed over it, which needs no copy and leaves no half-written
+// target. In the temporary directory it will be copied.
 bool TempFile::CreateFor(const File& target) noexcept {
   Cleanup();
   ClearLastError();
@@ -117,14 +56,14 @@ bool TempFile::CreateFor(const File& target) noexcept {
     CloseHandle(handle);
     Take(File(path, FilePrivacy::Staging));
   } else if (way == DeliveryWay::InPlace || (judged.exists && IsRefusalOfDirectory(errno))) {
-    Take(File(FileType::Temporary, target.GetTail() + AnsiStr(kTempEnding), true));
+    Take(File(FileType::Temporary, target.GetTail() + kTempEnding, true));
   } else {
     return FailWithErrno();
   }
   return !path_.IsEmpty();
 }
 
-// Runs after failures whose reason is still to be read.
+// Preserves the error state: callers report it after cleanup.
 void TempFile::Cleanup() noexcept {
   if (path_.IsEmpty()) return;
   const ErrorStateSaver saver;
@@ -132,12 +71,12 @@ void TempFile::Cleanup() noexcept {
   GiveUp();
 }
 
-// A directory that is not empty is not removed.
+// rmdir() leaves a directory that is not empty, for example because the file is to stay.
 void TempFile::GiveUp() noexcept {
   if (path_.IsEmpty()) return;
   const ErrorStateSaver saver;
   if (privacy_ == FilePrivacy::Directory) {
-    DropDirectory(ParentOf(path_));
+    DropPrivateDirectory(ParentOf(path_));
   } else {
     DropUnfinished(path_);
   }
