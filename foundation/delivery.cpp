@@ -11,8 +11,8 @@
 
 #include "foundation/errno_saver.h"
 #include "foundation/posix_file.h"
-#include "foundation/reference.h"
 #include "foundation/unfinished_list.h"
+#include "foundation/work_buffer.h"
 
 namespace OruGuiBase {
 
@@ -57,8 +57,8 @@ bool ReadList(const Place& place, AnsiStr& list) {
   const ssize_t size = GetList(place, nullptr, 0);
   if (size < 0) return IsWithoutList(errno);
   const auto capacity = static_cast<std::uint32_t>(size);
-  void* const bytes = AllocParticle(capacity);
-  if (bytes == nullptr) {
+  WorkBuffer bytes;
+  if (!bytes.Alloc(capacity)) {
     errno = ENOMEM;
     return false;
   }

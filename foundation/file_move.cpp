@@ -9,7 +9,7 @@
 #include "foundation/file.h"
 #include "foundation/filehandle.h"
 #include "foundation/posix_file.h"
-#include "foundation/reference.h"
+#include "foundation/work_buffer.h"
 
 namespace OruGuiBase {
 
@@ -62,21 +62,14 @@ bool IsOneFile(const struct stat& source, const AnsiStr& target) {
   return ::stat(target.GetText(), &info) == 0 && info.st_dev == source.st_dev && info.st_ino == source.st_ino;
 }
 
-bool CopyThrough(void* buffer, int from, FileWriter& writer) {
+bool CopyContent(int from, FileWriter& writer) {
+  WorkBuffer buffer;
+  if (!buffer.Alloc(kStreamBuffer)) return FailWith(ENOMEM);
   std::int64_t got = 0;
   while ((got = ReadAll(from, buffer, kStreamBuffer, -1)) > 0) {
     if (!writer.Write(buffer, static_cast<std::uint32_t>(got))) return false;
   }
   return got == 0 || FailWithErrno();
-}
-
-bool CopyContent(int from, FileWriter& writer) {
-  void* const buffer = AllocParticle(kStreamBuffer);
-  if (buffer == nullptr) return FailWith(ENOMEM);
-  const bool copied = CopyThrough(buffer, from, writer);
-  WipeMemory(buffer, kStreamBuffer);
-  FreeParticle(kStreamBuffer, buffer);
-  return copied;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "foundation/error_state_saver.h"
 #include "foundation/errorstate.h"
 #include "foundation/posix_file.h"
+#include "foundation/work_buffer.h"
 
 namespace OruGuiBase {
 
@@ -23,10 +24,7 @@ char* NewBuffer() {
 
 // What passes through may be plain content or a key.
 void DropBuffer(char*& buffer) {
-  if (buffer == nullptr) return;
-  WipeMemory(buffer, kStreamBuffer);
-  FreeParticle(kStreamBuffer, buffer);
-  buffer = nullptr;
+  FreeWiped(kStreamBuffer, std::exchange(buffer, nullptr));
 }
 
 bool WriteChunk(WriteStream& target, std::string_view chunk) {

@@ -1,11 +1,18 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <utility>
 
 #include "foundation/reference.h"
 
 namespace OruGuiBase {
+
+/// Wipes and frees a block of AllocParticle, whose size is `size`. Null is allowed.
+inline void FreeWiped(std::size_t size, void* block) noexcept {
+  if (block != nullptr) WipeMemory(block, size);
+  FreeParticle(size, block);
+}
 
 /// Memory that content passes through on its way from file to file. Owns one block and wipes it when it
 /// releases it, since the content may be plain text or a key. Pointers of GetData() are valid until the next
@@ -26,11 +33,7 @@ class WorkBuffer {
     return bytes_ != nullptr;
   }
   /// Wipes and frees the block, if there is one.
-  void Release() noexcept {
-    if (bytes_ == nullptr) return;
-    WipeMemory(bytes_, size_);
-    FreeParticle(std::exchange(size_, 0), std::exchange(bytes_, nullptr));
-  }
+  void Release() noexcept { FreeWiped(std::exchange(size_, 0), std::exchange(bytes_, nullptr)); }
 
   std::uint8_t* GetData() noexcept { return bytes_; }
   std::uint32_t GetSize() const noexcept { return size_; }
