@@ -104,6 +104,7 @@ class ORUGUI_EXPORT FileWriter {
   DeliveryWay BeginStaging(const AnsiStr& path, const DeliveryTarget& target,
                            const StagingOptions& options) noexcept;
   bool FinishStaging() noexcept;
+  bool DeliverStaging() noexcept;
   void DropFile() noexcept;
 
   int handle_ = -1;

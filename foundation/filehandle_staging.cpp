@@ -50,15 +50,22 @@ DeliveryWay FileWriter::BeginStaging(const AnsiStr& path, const DeliveryTarget& 
 
 // The mode comes last but one: until the name is right the owner alone may read.
 bool FileWriter::FinishStaging() noexcept {
-  const bool isReady =
-      ((keepTarget_ || MeetsTarget(target_, access_)) && GiveAccess(handle_, access_)) || FailWithErrno();
-  const bool isClosed = CloseHandle(std::exchange(handle_, -1)) || (isReady && FailWithErrno());
-  if (isReady && isClosed && (Rename(staging_.GetPath(), target_, keepTarget_) || FailWithErrno())) {
-    staging_.GiveUp();
-    return true;
+  if (!DeliverStaging()) {
+    DropFile();
+    return false;
   }
-  staging_.Cleanup();
-  return false;
+  staging_.GiveUp();
+  return true;
+}
+
+// The staging file gets its access just before its name, since until then only the owner may read it. It is
+// closed first: a write that the system held back may fail only then, and must not cost the target.
+bool FileWriter::DeliverStaging() noexcept {
+  if (!keepTarget_ && !MeetsTarget(target_, access_)) return FailWithErrno();
+  if (!GiveAccess(handle_, access_)) return FailWithErrno();
+  if (!CloseHandle(std::exchange(handle_, -1))) return FailWithErrno();
+  if (!Rename(staging_.GetPath(), target_, keepTarget_)) return FailWithErrno();
+  return true;
 }
 
 void FileWriter::DropFile() noexcept {
