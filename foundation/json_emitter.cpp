@@ -136,21 +136,21 @@ bool Emitter::WriteNumber(double value) {
 }
 
 bool Emitter::WriteMap(const KVMap& map, std::uint32_t depth) {
-  const Array<AnsiStr>& keys = map.GetKeys();
-  const Array<Val>& values = map.GetValues();
   if (!Put("{")) return false;
-  for (std::uint32_t i = 0; i < keys.GetCount(); ++i) {
-    if (i != 0 && !Put(",")) return false;
-    if (!WriteString(keys[i]) || !Put(":") || !Write(values[i], depth)) return false;
+  bool isFirst = true;
+  for (const auto& [key, value] : map) {
+    if (!std::exchange(isFirst, false) && !Put(",")) return false;
+    if (!WriteString(key) || !Put(":") || !Write(value, depth)) return false;
   }
   return Put("}");
 }
 
 bool Emitter::WriteArray(const Array<Val>& array, std::uint32_t depth) {
   if (!Put("[")) return false;
-  for (std::uint32_t i = 0; i < array.GetCount(); ++i) {
-    if (i != 0 && !Put(",")) return false;
-    if (!Write(array[i], depth)) return false;
+  bool isFirst = true;
+  for (const Val& element : array) {
+    if (!std::exchange(isFirst, false) && !Put(",")) return false;
+    if (!Write(element, depth)) return false;
   }
   return Put("]");
 }

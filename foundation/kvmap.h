@@ -16,7 +16,7 @@ class KVMapImp {
   static constexpr std::uint32_t kBuckets = 13;
 
   Reference::Count refCount{1};
-  Array<std::uint32_t> buckets[kBuckets];  ///< Indexes into `keys`, in order of arrival.
+  Array<std::uint32_t> buckets[kBuckets];  ///< Indexes into `keys`, in order of insertion.
   Array<AnsiStr> keys;                     ///< In order of first insertion; a key never moves.
   Array<Val> values;                       ///< values[i] belongs to keys[i].
 };
@@ -25,6 +25,33 @@ class KVMapImp {
 /// first if the object is shared. Keys compare byte by byte. Nothing is ever removed.
 class ORUGUI_EXPORT KVMap {
  public:
+  /// A key with its value, as iteration yields them: two references into the map.
+  struct Member {
+    const AnsiStr& key;
+    const Val& value;
+  };
+
+  /// Visits the members in order of insertion. It and the members that it yields are valid until this KVMap
+  /// is changed, assigned to or destroyed; changing a copy of the KVMap does not matter, as that copies the
+  /// content first.
+  class Iterator {
+   public:
+    Member operator*() const noexcept { return {*key_, *value_}; }
+    Iterator& operator++() noexcept {
+      ++key_;
+      ++value_;
+      return *this;
+    }
+    bool operator==(const Iterator&) const noexcept = default;
+
+   private:
+    friend class KVMap;
+    Iterator(const AnsiStr* key, const Val* value) noexcept : key_(key), value_(value) {}
+
+    const AnsiStr* key_;
+    const Val* value_;
+  };
+
   KVMap() noexcept = default;
   KVMap(const KVMap& other) noexcept : imp_(other.imp_) {
     if (imp_ != nullptr) Reference::Link(imp_->refCount);
@@ -36,8 +63,14 @@ class ORUGUI_EXPORT KVMap {
 
   std::uint32_t GetCount() const noexcept { return imp_ != nullptr ? imp_->keys.GetCount() : 0; }
   bool IsEmpty() const noexcept { return GetCount() == 0; }
+  Iterator begin() const noexcept { return {GetKeys().begin(), GetValues().begin()}; }
+  Iterator end() const noexcept { return {GetKeys().end(), GetValues().end()}; }
 
-  /// Index of a key, or GetCount() when the map does not hold it.
+  /// Whether the map has the key, be its value nil or not.
+  bool Contains(std::string_view key) const noexcept { return Find(key) < GetCount(); }
+  bool Contains(const AnsiStr& key) const noexcept { return Contains(key.View()); }
+  bool Contains(const char* key) const noexcept { return Contains(std::string_view(key)); }
+  /// Index of a key, or GetCount() if the map does not have it.
   std::uint32_t Find(std::string_view key) const noexcept;
   std::uint32_t Find(const AnsiStr& key) const noexcept { return Find(key.View()); }
   std::uint32_t Find(const char* key) const noexcept { return Find(std::string_view(key)); }

@@ -91,6 +91,63 @@ TEST(KVMapTest, KeysAndValuesKeepTheOrderOfFirstInsertion) {
   EXPECT_EQ(map.GetValues()[2].AsString(), "3");
 }
 
+std::string Listed(const KVMap& map) {
+  std::string listed;
+  for (const auto& [key, value] : map) {
+    listed += std::string(key.View()) + "=" + std::to_string(value.AsInteger()) + ";";
+  }
+  return listed;
+}
+
+TEST(KVMapTest, IterationVisitsMembersInOrderOfInsertion) {
+  KVMap map;
+  map.Set("zebra", Val(std::int64_t{1}));
+  map.Set("apple", Val(std::int64_t{2}));
+  map.Set("zebra", Val(std::int64_t{3}));
+  EXPECT_EQ(Listed(map), "zebra=3;apple=2;");
+}
+
+TEST(KVMapTest, IterationOfANullMapVisitsNothing) {
+  const KVMap map;
+  EXPECT_EQ(map.begin(), map.end());
+  EXPECT_EQ(Listed(map), "");
+}
+
+TEST(KVMapTest, IterationYieldsReferencesIntoTheMap) {
+  const KVMap map = MakeMap(3);
+  std::uint32_t index = 0;
+  for (const auto& [key, value] : map) {
+    EXPECT_EQ(&key, &map.GetKeys()[index]);
+    EXPECT_EQ(&value, &map.GetValues()[index]);
+    ++index;
+  }
+  EXPECT_EQ(index, 3U);
+}
+
+TEST(KVMapTest, IterationStaysValidWhileACopyIsChanged) {
+  const KVMap map = MakeMap(2);
+  KVMap copy(map);
+  std::string listed;
+  for (const auto& [key, value] : map) {
+    copy.Set(key, "changed");
+    copy.Set(FmtArgs("added%s", key.GetText()), "new");
+    listed += std::string(key.View()) + "=" + std::to_string(value.AsInteger()) + ";";
+  }
+  EXPECT_EQ(listed, "key0=0;key1=1;");
+  EXPECT_EQ(copy.GetCount(), 4U);
+}
+
+TEST(KVMapTest, ContainsFindsKeysWhateverTheirValue) {
+  KVMap map;
+  EXPECT_FALSE(map.Contains("key"));
+  map.Set("key", Val());
+  EXPECT_TRUE(map.Contains("key"));
+  EXPECT_TRUE(map.Contains(AnsiStr("key")));
+  EXPECT_TRUE(map.Contains(std::string_view("key of another").substr(0, 3)));
+  EXPECT_FALSE(map.Contains("KEY"));
+  EXPECT_FALSE(map.Contains(""));
+}
+
 TEST(KVMapTest, SetOfAValueOfItsOwnIsSafe) {
   KVMap map;
   map.Set("key", "value");
