@@ -16,6 +16,24 @@ class PtrContainerQueue {
     Node* next;
   };
 
+  /// Visits the elements from the first on. Valid until Clear() or the end of the queue; Append does not
+  /// matter.
+  class Iterator {
+   public:
+    T& operator*() const noexcept { return *node_->element; }
+    Iterator& operator++() noexcept {
+      node_ = node_->next;
+      return *this;
+    }
+    bool operator==(const Iterator&) const noexcept = default;
+
+   private:
+    friend class PtrContainerQueue;
+    explicit Iterator(const Node* node) noexcept : node_(node) {}
+
+    const Node* node_;
+  };
+
   PtrContainerQueue() noexcept = default;
   PtrContainerQueue(const PtrContainerQueue&) = delete;
   PtrContainerQueue& operator=(const PtrContainerQueue&) = delete;
@@ -49,6 +67,8 @@ class PtrContainerQueue {
     for (Node* node = list; node != nullptr;) delete std::exchange(node, node->next);
   }
 
+  Iterator begin() const noexcept { return Iterator(first_); }
+  Iterator end() const noexcept { return Iterator(nullptr); }
   const Node* GetFirst() const noexcept { return first_; }
   std::uint32_t GetCount() const noexcept { return count_; }
   bool IsEmpty() const noexcept { return first_ == nullptr; }

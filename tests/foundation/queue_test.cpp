@@ -24,7 +24,6 @@ class Element {
   const PtrContainerQueue<Element>* queue_;
 };
 
-// A queue keeps its elements in order.
 TEST(PtrContainerQueueTest, KeepsElementsInOrder) {
   std::vector<int> ended;
   PtrContainerQueue<Element> queue;
@@ -40,7 +39,28 @@ TEST(PtrContainerQueueTest, KeepsElementsInOrder) {
   }
 }
 
-// A queue that ends destroys its elements in order.
+TEST(PtrContainerQueueTest, IterationVisitsElementsInOrder) {
+  std::vector<int> ended;
+  PtrContainerQueue<Element> queue;
+  EXPECT_EQ(queue.begin(), queue.end());
+  for (int i = 0; i < 3; ++i) queue.Append(new Element(i, ended));
+  std::vector<int> visited;
+  for (const Element& element : queue) visited.push_back(element.GetId());
+  EXPECT_EQ(visited, (std::vector<int>{0, 1, 2}));
+}
+
+TEST(PtrContainerQueueTest, IterationVisitsElementsAppendedMeanwhile) {
+  std::vector<int> ended;
+  PtrContainerQueue<Element> queue;
+  queue.Append(new Element(0, ended));
+  std::vector<int> visited;
+  for (const Element& element : queue) {
+    visited.push_back(element.GetId());
+    if (visited.size() < 3) queue.Append(new Element(element.GetId() + 1, ended));
+  }
+  EXPECT_EQ(visited, (std::vector<int>{0, 1, 2}));
+}
+
 TEST(PtrContainerQueueTest, DestroysItsElementsInOrder) {
   std::vector<int> ended;
   {
@@ -58,7 +78,6 @@ TEST(PtrContainerQueueTest, AnElementThatEndsFindsItsQueueEmpty) {
   EXPECT_EQ(ended.size(), 3U);
 }
 
-// A queue can be filled again after it was cleared.
 TEST(PtrContainerQueueTest, CanBeFilledAgainAfterClearing) {
   std::vector<int> ended;
   PtrContainerQueue<Element> queue;
