@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <string_view>
 
@@ -229,6 +230,23 @@ bool B64Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size, const
   }
   if (!quartet.IsEmpty()) return Refuse(kNotBase64);
   size = bytes.GetSize();
+  return true;
+}
+
+bool B64Str2Blob(const AnsiStr& text, Blob& bytes, const char* ignored) noexcept {
+  // Three bytes for four characters. Padding and ignored characters make the guess too large, never too
+  // small.
+  auto size = static_cast<std::uint32_t>(std::uint64_t{text.GetLength()} * 3 / 4);
+  std::uint8_t* const target = bytes.Alloc(size);
+  if (target == nullptr && size != 0) {
+    SetLastError(ENOMEM);
+    return false;
+  }
+  if (!B64Str2Binary(text, target, size, ignored)) {
+    bytes.Clear();
+    return false;
+  }
+  bytes.Trunc(size);
   return true;
 }
 

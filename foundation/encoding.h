@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "foundation/ansistr.h"
+#include "foundation/blob.h"
 #include "foundation/export.h"
 
 namespace OruGuiBase {
@@ -20,7 +21,9 @@ ORUGUI_EXPORT AnsiStr Binary2B64Str(const void* data, std::uint32_t size, std::u
 /// not base64 with its full padding, has bits set that the padding cuts off, or does not fit.
 ORUGUI_EXPORT bool B64Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size,
                                  const char* ignored) noexcept;
-/// The same for hexadecimal of either case. An odd number of digits is bad input.
+/// The same into a blob, which gets the size of the decoded bytes. On failure the blob is empty.
+ORUGUI_EXPORT bool B64Str2Blob(const AnsiStr& text, Blob& bytes, const char* ignored) noexcept;
+/// B64Str2Binary for hexadecimal of either case. An odd number of digits is bad input.
 ORUGUI_EXPORT bool B16Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size,
                                  const char* ignored) noexcept;
 /// Hexadecimal text of the bytes, two digits a byte.

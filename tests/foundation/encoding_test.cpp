@@ -1,6 +1,7 @@
 #include "foundation/encoding.h"
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "foundation/errorstate.h"
+#include "tests/foundation/failing_memory.h"
 #include "tests/foundation/printing.h"
 
 namespace OruGuiBase {
@@ -235,6 +237,37 @@ TEST(Base64Test, TextWithAnyByteChangedDecodesToOtherBytesOrFails) {
       EXPECT_EQ(Encode(decoded.bytes).View(), changed);
     }
   }
+}
+
+TEST(Base64Test, DecodesIntoABlobOfTheExactSize) {
+  const struct {
+    std::string_view text;
+    std::string_view bytes;
+  } kRows[] = {{"", ""}, {"Zg==", "f"}, {"Zm9v", "foo"}, {"Zm9vYmFy", "foobar"}, {"Z\r\ng=\r\n=\r\n", "f"}};
+  for (const auto& row : kRows) {
+    Blob bytes(BlobConst{reinterpret_cast<const std::uint8_t*>("old content"), 11});
+    EXPECT_TRUE(B64Str2Blob(AnsiStr(row.text), bytes, "\r\n")) << row.text;
+    EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(bytes.GetData()), bytes.GetSize()), row.bytes);
+  }
+}
+
+TEST(Base64Test, LeavesTheBlobEmptyOnFailure) {
+  for (const char* const text : {"Z", "Zg=", "Zg==Zg==", "Zm9v!", "Zh==", "\r\n="}) {
+    Blob bytes(BlobConst{reinterpret_cast<const std::uint8_t*>("old content"), 11});
+    EXPECT_FALSE(B64Str2Blob(text, bytes, "\r\n")) << text;
+    EXPECT_TRUE(bytes.IsEmpty()) << text;
+    EXPECT_EQ(GetSystemErrorText(), "The text is not base64") << text;
+  }
+}
+
+TEST(Base64Test, ReportsWhenTheBlobCannotBeAllocated) {
+  Blob bytes;
+  const AnsiStr text("Zm9v");
+  {
+    const FailingMemory memory(0);
+    EXPECT_FALSE(B64Str2Blob(text, bytes, ""));
+  }
+  EXPECT_EQ(GetLastError(), static_cast<std::uint32_t>(ENOMEM));
 }
 
 // Hexadecimal of either case is decoded.
