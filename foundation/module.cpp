@@ -12,7 +12,6 @@ namespace OruGuiBase {
 namespace {
 
 std::atomic<unsigned int> initializers = 0;
-thread_local unsigned int depth = 0;
 
 // Never ended: modules leave after the statics of this library may be gone. It lies in the library itself, so
 // that a library that is unloaded leaves no memory behind.
@@ -39,11 +38,9 @@ unsigned int BaseInitializer::GetCount() noexcept {
 
 void EnterInitSection() noexcept {
   InitSection().lock();
-  ++depth;
 }
 
 void LeaveInitSection() noexcept {
-  --depth;
   InitSection().unlock();
 }
 

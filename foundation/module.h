@@ -22,8 +22,6 @@ class ORUGUI_EXPORT BaseInitializer {
 /// module that is being loaded may load another.
 ORUGUI_EXPORT void EnterInitSection() noexcept;
 ORUGUI_EXPORT void LeaveInitSection() noexcept;
-/// Whether the calling thread is in it.
-ORUGUI_EXPORT bool IsInInitSection() noexcept;
 
 }  // namespace OruGuiBase
 

@@ -4,6 +4,7 @@
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,23 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using TestSupport::Str;
 
-/// Records what the library's frame says, and whether it said so inside the init section.
+/// A thread of its own that enters the init section and leaves it again.
+class SectionVisit {
+ public:
+  SectionVisit()
+      : done_(std::async(std::launch::async, [] {
+          OruGuiBase::EnterInitSection();
+          OruGuiBase::LeaveInitSection();
+        })) {}
+  bool IsOverWithin(std::chrono::milliseconds time) const {
+    return done_.wait_for(time) == std::future_status::ready;
+  }
+
+ private:
+  std::future<void> done_;
+};
+
+/// Records what the library's frame reports, and whether the init section was held at that time.
 class FrameRecorder final : public OruGuiTrace::ITraceSink {
  public:
   FrameRecorder() { OruGuiTrace::SetTraceSink(this, 1); }
@@ -31,11 +48,15 @@ class FrameRecorder final : public OruGuiTrace::ITraceSink {
   void OnTrace(std::uint32_t, std::uint32_t level, const char*, std::uint32_t, const char* text) override {
     if (level != 1) return;
     texts.emplace_back(text);
-    allInside = allInside && OruGuiBase::IsInInitSection();
+    visits_.emplace_back();
+    allInside = allInside && !visits_.back().IsOverWithin(std::chrono::milliseconds(20));
   }
 
   std::vector<std::string> texts;
   bool allInside = true;
+
+ private:
+  std::list<SectionVisit> visits_;  // each ends when the section is left
 };
 
 /// Calls the entry point for a module of its own, and puts the frame back to where the load left it.
@@ -129,16 +150,17 @@ TEST_F(ModuleFrame, RefusesNothingButAMissingModule) {
 TEST_F(ModuleFrame, LeavesTheInitSectionForEachReason) {
   for (std::uint32_t reason = 0; reason <= 4; ++reason) {
     ModuleEntry(Module(), static_cast<ModuleReason>(reason), nullptr);
-    EXPECT_FALSE(OruGuiBase::IsInInitSection()) << reason;
+    EXPECT_TRUE(SectionVisit().IsOverWithin(std::chrono::seconds(10))) << reason;
   }
 }
 
 TEST_F(ModuleFrame, MayBeEnteredByTheThreadThatIsInTheInitSection) {
   OruGuiBase::EnterInitSection();
   EXPECT_TRUE(ModuleEntry(Module(), ModuleReason::ThreadAttach, nullptr));
-  EXPECT_TRUE(OruGuiBase::IsInInitSection());
+  const SectionVisit visit;
+  EXPECT_FALSE(visit.IsOverWithin(std::chrono::milliseconds(20)));
   OruGuiBase::LeaveInitSection();
-  EXPECT_FALSE(OruGuiBase::IsInInitSection());
+  EXPECT_TRUE(visit.IsOverWithin(std::chrono::seconds(10)));
 }
 
 TEST_F(ModuleFrame, WaitsWhileAnotherThreadIsInTheInitSection) {

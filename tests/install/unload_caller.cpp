@@ -75,9 +75,7 @@ class FrameWatch final : public OruGuiTrace::ITraceSink {
     const std::string event(text);
     const std::size_t colon = event.find(": ");
     events += (colon == std::string::npos ? event : event.substr(colon + 2)) + ";";
-    // The context is ended by the exit table, behind the entry point.
-    const bool inSection = OruGuiBase::IsInInitSection() || event.ends_with("context ended");
-    orderHeld = orderHeld && inSection && BaseInitializer::GetCount() == kInitializers;
+    orderHeld = orderHeld && BaseInitializer::GetCount() == kInitializers;
   }
 
   static constexpr unsigned int kInitializers = 2;
