@@ -70,8 +70,6 @@ class ORUGUI_EXPORT AnsiStr {
   std::uint32_t GetLength() const noexcept { return imp_ == nullptr ? 0 : LengthOf(imp_); }
   bool IsEmpty() const noexcept { return GetLength() == 0; }
   std::string_view View() const noexcept { return {GetText(), GetLength()}; }
-  /// The bytes as a view that stays valid as long as this string is not changed.
-  AnsiSubStr SubStr() const noexcept { return {GetText(), GetLength()}; }
 
   AnsiStr& Append(const char* text, std::uint32_t length) noexcept;
   AnsiStr& Append(std::string_view text) noexcept;

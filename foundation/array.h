@@ -55,7 +55,6 @@ class Array {
   }
 
   std::uint32_t GetCount() const noexcept { return imp_ != nullptr ? imp_->count : 0; }
-  std::uint32_t GetCapacity() const noexcept { return imp_ != nullptr ? imp_->capacity : 0; }
   bool IsEmpty() const noexcept { return GetCount() == 0; }
 
   /// The element for reading; an index past the end reads as an empty element.

@@ -41,9 +41,6 @@ class ORUGUI_EXPORT PackedDateTime {
   std::uint64_t ToBits() const noexcept;
   static PackedDateTime FromBits(std::uint64_t bits) noexcept;
 
-  /// The seven bytes as they are stored.
-  const unsigned char* GetBytes() const noexcept { return bytes_; }
-
  private:
   unsigned char bytes_[7] = {};
 };

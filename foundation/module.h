@@ -57,7 +57,6 @@ class ORUGUI_EXPORT DllContext {
   DllContext& operator=(const DllContext&) = delete;
   ~DllContext();
 
-  void* GetModule() const noexcept { return module_; }
   void Start() const noexcept { start_(); }
   void Idle() const noexcept { idle_(); }
   bool Open(const OruGuiBase::AnsiStr& name) const noexcept { return open_(name); }

@@ -118,9 +118,6 @@ class ORUGUI_EXPORT Val {
   /// Reports to the trace that a value was read as another type than it holds, and returns.
   static void ReportInvalidType(ValType wanted, const Val& value) noexcept;
 
-  /// The word itself; for the layout's own tests and for carriers of values.
-  std::uint64_t GetWord() const noexcept { return word_; }
-
  private:
   void* Pointer() const noexcept;
   void LinkContent() const noexcept;

@@ -36,7 +36,7 @@ TEST(ArrayTest, EmptyArrayAllocatesNothing) {
 TEST(ArrayTest, FirstElementOfANullArrayMakesRoomForEleven) {
   Numbers numbers;
   numbers.Append(7);
-  EXPECT_EQ(numbers.GetCapacity(), 11U);
+  EXPECT_EQ(CapacityOf(numbers), 11U);
   EXPECT_EQ(numbers.GetCount(), 1U);
   EXPECT_EQ(numbers[0], 7U);
 }
@@ -59,9 +59,9 @@ TEST(ArrayTest, AFullBlockGrowsByItsCount) {
   };
   for (const auto& row : kRows) {
     Numbers numbers = Filled(row.full);
-    ASSERT_EQ(numbers.GetCapacity(), row.full);
+    ASSERT_EQ(CapacityOf(numbers), row.full);
     numbers.Append(1);
-    EXPECT_EQ(numbers.GetCapacity(), row.capacity) << row.reason;
+    EXPECT_EQ(CapacityOf(numbers), row.capacity) << row.reason;
     EXPECT_EQ(numbers.GetCount(), row.full + 1) << row.reason;
     EXPECT_EQ(numbers[row.full - 1], row.full - 1) << row.reason;
   }
@@ -119,9 +119,9 @@ TEST(ArrayTest, AccessPastTheCountClearsWhatWasWrittenThereBefore) {
 
 TEST(ArrayTest, AccessPastTheCountOfAFullBlockMakesRoom) {
   Numbers numbers = Filled(4);
-  ASSERT_EQ(numbers.GetCapacity(), 4U);
+  ASSERT_EQ(CapacityOf(numbers), 4U);
   EXPECT_EQ(numbers.At(4), 0U);
-  EXPECT_EQ(numbers.GetCapacity(), 15U);
+  EXPECT_EQ(CapacityOf(numbers), 15U);
   EXPECT_EQ(numbers.GetCount(), 4U);
 }
 
@@ -163,10 +163,10 @@ TEST(ArrayTest, ReadingPastTheCountGivesAnEmptyElement) {
 TEST(ArrayTest, ReserveMakesExactlyThatRoomAndKeepsTheElements) {
   Numbers numbers = Filled(3);
   numbers.Reserve(8);
-  EXPECT_EQ(numbers.GetCapacity(), 8U);
+  EXPECT_EQ(CapacityOf(numbers), 8U);
   EXPECT_THAT(ElementsOf(numbers), testing::ElementsAre(0, 1, 2));
   numbers.Reserve(2);
-  EXPECT_EQ(numbers.GetCapacity(), 8U);
+  EXPECT_EQ(CapacityOf(numbers), 8U);
 }
 
 TEST(ArrayTest, ReserveOfLessThanASharedArrayHoldsKeepsAllElements) {

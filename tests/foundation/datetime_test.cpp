@@ -19,6 +19,10 @@ struct Fields {
   std::int16_t zone = 0;
 };
 
+const unsigned char* BytesOf(const PackedDateTime& date) {
+  return reinterpret_cast<const unsigned char*>(&date);
+}
+
 bool Pack(PackedDateTime& date, const Fields& f) {
   return date.Pack(f.year, f.month, f.day, f.hour, f.minute, f.second, f.milliseconds, f.zone);
 }
@@ -124,15 +128,15 @@ TEST(PackedDateTimeTest, FieldsLieAtTheirBits) {
   std::memcpy(expected, &word, 4);
   std::memcpy(expected + 4, &half, 2);
   expected[6] = 0x40 | 3;
-  EXPECT_EQ(std::memcmp(date.GetBytes(), expected, 7), 0);
+  EXPECT_EQ(std::memcmp(BytesOf(date), expected, 7), 0);
 }
 
 TEST(PackedDateTimeTest, PackingKeepsTheSpareBit) {
   PackedDateTime date = PackedDateTime::FromBits(std::uint64_t{0xFF} << 48);
   ASSERT_TRUE(Pack(date, {.zone = 30}));
-  EXPECT_EQ(date.GetBytes()[6], 0x82);
+  EXPECT_EQ(BytesOf(date)[6], 0x82);
   ASSERT_TRUE(Pack(date, {.zone = -30}));
-  EXPECT_EQ(date.GetBytes()[6], 0xC2);
+  EXPECT_EQ(BytesOf(date)[6], 0xC2);
 }
 
 TEST(PackedDateTimeTest, PackingClearsAnOldSign) {
@@ -147,8 +151,8 @@ TEST(PackedDateTimeTest, BitsGoThereAndBack) {
   const PackedDateTime date = PackedDateTime::FromBits(bits);
   EXPECT_EQ(date.ToBits(), bits);
   const std::uint32_t word = 0xD4E5F607U;
-  EXPECT_EQ(std::memcmp(date.GetBytes(), &word, 4), 0);
-  EXPECT_EQ(date.GetBytes()[6], 0xA1);
+  EXPECT_EQ(std::memcmp(BytesOf(date), &word, 4), 0);
+  EXPECT_EQ(BytesOf(date)[6], 0xA1);
 }
 
 TEST(PackedDateTimeTest, BitsAboveTheSevenBytesAreDropped) {

@@ -81,7 +81,7 @@ TEST(JSON2ValTest, MembersKeepTheirOrder) {
 
 TEST(JSON2ValTest, ContainersTakeExactlyTheirRoom) {
   const Val value = Parse("[1,2,3,4,5,6,7,8,9,10,11,12,13]");
-  EXPECT_EQ(value.AsArray().GetCapacity(), 13U);
+  EXPECT_EQ(CapacityOf(value.AsArray()), 13U);
 }
 
 TEST(JSON2ValTest, AKeyGivenTwiceKeepsItsFirstPlaceAndItsLastValue) {

@@ -318,7 +318,7 @@ TEST(KVMapTest, FromDistinctSizesTheBucketsExactly) {
   const KVMap set = MakeMap(30);
   const KVMap loaded = KVMap::FromDistinct(set.GetKeys(), set.GetValues());
   for (const Array<std::uint32_t>& bucket : loaded.GetImp()->buckets) {
-    EXPECT_EQ(bucket.GetCapacity(), bucket.GetCount());
+    EXPECT_EQ(CapacityOf(bucket), bucket.GetCount());
   }
 }
 

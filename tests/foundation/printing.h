@@ -24,4 +24,10 @@ std::vector<T> ElementsOf(const Array<T>& array) {
   return {array.begin(), array.end()};
 }
 
+// The elements that fit the block of an array; 0 without a block.
+template <class T>
+std::uint32_t CapacityOf(const Array<T>& array) {
+  return array.GetImp() != nullptr ? array.GetImp()->capacity : 0;
+}
+
 }  // namespace OruGuiBase

@@ -22,8 +22,14 @@ BoxType* NewBox(const Value& value) {
   return new (AllocParticle(sizeof(BoxType))) BoxType{{1}, value};
 }
 
+std::uint64_t WordOf(const Val& value) {
+  std::uint64_t word = 0;
+  std::memcpy(&word, &value, sizeof word);
+  return word;
+}
+
 void* PointerOf(const Val& value) {
-  return reinterpret_cast<void*>(static_cast<std::intptr_t>(value.GetWord()) >> 8);
+  return reinterpret_cast<void*>(static_cast<std::intptr_t>(WordOf(value)) >> 8);
 }
 
 // A date that the spare bit keeps out of the word.
@@ -40,15 +46,15 @@ void FreeDateBox(const Val& value) {
 // Nil is a word of zero.
 TEST(ValTest, NilIsTheZeroWord) {
   const Val value;
-  EXPECT_EQ(value.GetWord(), 0U);
+  EXPECT_EQ(WordOf(value), 0U);
   EXPECT_TRUE(value.IsNil());
   EXPECT_EQ(value.GetType(), ValType::Nil);
   EXPECT_FALSE(value.IsReference());
 }
 
 TEST(ValTest, BooleanIsInTheWord) {
-  EXPECT_EQ(Val(true).GetWord(), 0x101U);
-  EXPECT_EQ(Val(false).GetWord(), 0x001U);
+  EXPECT_EQ(WordOf(Val(true)), 0x101U);
+  EXPECT_EQ(WordOf(Val(false)), 0x001U);
   EXPECT_TRUE(Val(true).AsBool());
   EXPECT_FALSE(Val(false).AsBool());
   EXPECT_FALSE(Val(false).IsNil());
@@ -73,7 +79,7 @@ TEST(ValTest, IntegersOf56BitsAreInTheWord) {
     const Val value(number);
     EXPECT_FALSE(value.IsReference()) << number;
     EXPECT_EQ(value.AsInteger(), number);
-    EXPECT_EQ(value.GetWord(), static_cast<std::uint64_t>(number) << 8 | 2);
+    EXPECT_EQ(WordOf(value), static_cast<std::uint64_t>(number) << 8 | 2);
   }
 }
 
@@ -101,7 +107,7 @@ TEST(ValTest, CopiesOfABoxedIntegerShareIt) {
   auto* const box = static_cast<Val::Box*>(PointerOf(value));
   {
     const Val copy(value);
-    EXPECT_EQ(copy.GetWord(), value.GetWord());
+    EXPECT_EQ(WordOf(copy), WordOf(value));
     EXPECT_EQ(box->refCount, 2U);
   }
   EXPECT_EQ(box->refCount, 1U);
@@ -127,7 +133,7 @@ TEST(ValTest, StringsShareTheirRepresentation) {
 }
 
 TEST(ValTest, EmptyReferencesKeepTheirType) {
-  EXPECT_EQ(Val("").GetWord(), 0x85U);
+  EXPECT_EQ(WordOf(Val("")), 0x85U);
   EXPECT_TRUE(Val(AnsiStr()).AsString().IsEmpty());
   EXPECT_EQ(Val(KVMap()).GetType(), ValType::Map);
   EXPECT_TRUE(Val(KVMap()).AsMap().IsEmpty());
@@ -137,7 +143,7 @@ TEST(ValTest, EmptyReferencesKeepTheirType) {
   EXPECT_TRUE(Val(Blob()).AsBlob().IsEmpty());
   EXPECT_FALSE(Val("").IsNil());
   const Val copy = Val("");
-  EXPECT_EQ(copy.GetWord(), 0x85U);
+  EXPECT_EQ(WordOf(copy), 0x85U);
 }
 
 TEST(ValTest, MapsArraysAndBlobsAreCounted) {
@@ -220,9 +226,9 @@ TEST(ValTest, PointersWithTheTopNineBitsAllOneFit) {
   // Type 4 is neither linked nor released, so that the pointer may lead nowhere.
   Val value;
   value.SetReference(ValType::Date, reinterpret_cast<void*>(0xFF80000000000000U));
-  EXPECT_EQ(value.GetWord(), 0x8000000000000084U);
+  EXPECT_EQ(WordOf(value), 0x8000000000000084U);
   value.SetReference(ValType::Date, reinterpret_cast<void*>(0x007FFFFFFFFFFFFFU));
-  EXPECT_EQ(value.GetWord(), 0x7FFFFFFFFFFFFF84U);
+  EXPECT_EQ(WordOf(value), 0x7FFFFFFFFFFFFF84U);
 }
 
 TEST(ValDeathTest, APointerOutOfRangeEndsTheProcess) {
@@ -238,7 +244,7 @@ TEST(ValTest, DateWithoutTheSpareBitIsInTheWord) {
   ASSERT_TRUE(date.Pack(4095, 12, 31, 23, 59, 59, 999, -720));
   const Val value(date);
   EXPECT_FALSE(value.IsReference());
-  EXPECT_EQ(value.GetWord(), date.ToBits() << 8 | 4);
+  EXPECT_EQ(WordOf(value), date.ToBits() << 8 | 4);
   EXPECT_EQ(value.AsPackedDateTime().ToBits(), date.ToBits());
   EXPECT_EQ(value.AsDateTime(), (datetime{4095, 12, 31, 23, 59, 59}));
 }
