@@ -107,7 +107,7 @@ bool Emitter::PutEscaped(char character, char escape) {
 // In runs: most texts are long and have nothing to escape.
 bool Emitter::WriteString(const AnsiStr& value) {
   const std::string_view text = value.View();
-  if (!IsValidUTF8(text.data(), value.GetLength())) return Fail("A text is not valid UTF-8");
+  if (!IsValidUTF8(text.data(), value.GetLength())) return Fail("A string is not valid UTF-8");
   if (!Put("\"")) return false;
   for (std::size_t run = 0; run < text.size();) {
     const std::size_t end = NextEscape(text, run);
@@ -171,7 +171,7 @@ bool Emitter::Write(const Val& value, std::uint32_t depth) {
     case ValType::Array:
       break;
     default:
-      error_ = FmtArgs("A value of kind %u has no form in JSON", static_cast<unsigned>(value.GetType()));
+      error_ = FmtArgs("A value of type %u has no form in JSON", static_cast<unsigned>(value.GetType()));
       return false;
   }
   if (depth == kMaxJSONDepth) return Fail("Containers are nested too deeply for JSON");

@@ -235,8 +235,8 @@ void Val::SetReference(ValType type, void* object) noexcept {
 void Val::ReportInvalidType(ValType wanted, const Val& value) noexcept {
   constexpr std::uint32_t kLevel = 2;
   if (!OruGuiTrace::IsTraced(kLevel)) return;
-  const char* const text =
-      OruGuiTrace::InitTraceContext("Val::ReportInvalidType: read as kind %u, holds kind %u",
+  const char* const message =
+      OruGuiTrace::InitTraceContext("Val::ReportInvalidType: read as type %u, holds type %u",
                                     static_cast<unsigned>(wanted), static_cast<unsigned>(value.GetType()));
   OruGuiTrace::TraceStr(kTraceCategory, kLevel, kTraceSource, __LINE__, text);
   OruGuiTrace::FreeTraceContext();

@@ -86,8 +86,8 @@ TEST_F(DispatchedUpdate, ReadsKeysAfterClientIsConfigured) {
   std::vector<std::string> texts;
   for (const auto& event : traces.GetEvents()) texts.push_back(event.text);
   EXPECT_THAT(texts, ElementsAre("CryptClient: Error: Invalid timeout value [soon]",
-                                 "Val::ReportInvalidType: read as kind 8, holds kind 0",
-                                 "Val::ReportInvalidType: read as kind 1, holds kind 0"));
+                                 "Val::ReportInvalidType: read as type 8, holds type 0",
+                                 "Val::ReportInvalidType: read as type 1, holds type 0"));
 }
 
 // "Update" succeeds without "newkey" when only the new key cannot be made.

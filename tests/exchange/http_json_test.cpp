@@ -90,7 +90,7 @@ TEST_F(HttpJSON, ReportsWhyObjectHasNoJSONForm) {
   request.Set("name", Ansi("\xFF"));
   AnsiStr text;
   EXPECT_FALSE(peer.CreateRequestJSON(request, text));
-  EXPECT_EQ(Error(), "Could not convert object to JSON: A text is not valid UTF-8");
+  EXPECT_EQ(Error(), "Could not convert object to JSON: A string is not valid UTF-8");
 }
 
 // A response that is not JSON fails; the caller's object stays, the headers are the new ones.

@@ -122,10 +122,10 @@ TEST(Val2JSONTest, EveryControlCharacterReadsBack) {
 
 TEST(Val2JSONTest, TextThatIsNotUTF8IsRefused) {
   for (const std::string_view text : {"\xFF"sv, "\xC0\x80"sv, "\xED\xA0\x80"sv, "abc\xC3"sv}) {
-    EXPECT_EQ(Refuse(Text(text)), "A text is not valid UTF-8");
+    EXPECT_EQ(Refuse(Text(text)), "A string is not valid UTF-8");
     KVMap map;
     map.Set(AnsiStr(text), Val(true));
-    EXPECT_EQ(Refuse(Val(map)), "A text is not valid UTF-8");
+    EXPECT_EQ(Refuse(Val(map)), "A string is not valid UTF-8");
   }
 }
 
@@ -135,7 +135,7 @@ TEST(Val2JSONTest, ABadTextDeepInsideIsRefused) {
   list.Append(Text("\xFF"));
   KVMap map;
   map.Set("list", Val(list));
-  EXPECT_EQ(Refuse(Val(map)), "A text is not valid UTF-8");
+  EXPECT_EQ(Refuse(Val(map)), "A string is not valid UTF-8");
 }
 
 TEST(Val2JSONTest, DoublesAreShortAndReadBackAsTheyWere) {
@@ -188,11 +188,11 @@ TEST(Val2JSONTest, TypesThatJSONDoesNotHaveAreRefused) {
   carried9.SetReference(ValType::Carried9, nullptr);
   Val carried10;
   carried10.SetReference(ValType::Carried10, nullptr);
-  EXPECT_EQ(Refuse(Val(date)), "A value of kind 4 has no form in JSON");
-  EXPECT_EQ(Refuse(Val(&object)), "A value of kind 6 has no form in JSON");
-  EXPECT_EQ(Refuse(carried9), "A value of kind 9 has no form in JSON");
-  EXPECT_EQ(Refuse(carried10), "A value of kind 10 has no form in JSON");
-  EXPECT_EQ(Refuse(Val(Blob())), "A value of kind 11 has no form in JSON");
+  EXPECT_EQ(Refuse(Val(date)), "A value of type 4 has no form in JSON");
+  EXPECT_EQ(Refuse(Val(&object)), "A value of type 6 has no form in JSON");
+  EXPECT_EQ(Refuse(carried9), "A value of type 9 has no form in JSON");
+  EXPECT_EQ(Refuse(carried10), "A value of type 10 has no form in JSON");
+  EXPECT_EQ(Refuse(Val(Blob())), "A value of type 11 has no form in JSON");
 }
 
 TEST(Val2JSONTest, NestingIsLimitedAsInReading) {

@@ -384,7 +384,7 @@ TEST(ValTest, ReadingNilAsAStringIsReportedAndGivesTheEmptyString) {
   EXPECT_EQ(sink.events[0].category, 4096U);
   EXPECT_EQ(sink.events[0].level, 2U);
   EXPECT_EQ(sink.events[0].source, "orugui");
-  EXPECT_EQ(sink.events[0].text, "Val::ReportInvalidType: read as kind 5, holds kind 0");
+  EXPECT_EQ(sink.events[0].text, "Val::ReportInvalidType: read as type 5, holds type 0");
 }
 
 TEST(ValTest, ReadingTheRightTypeReportsNothing) {
@@ -416,7 +416,7 @@ TEST(ValTest, EachReaderReportsItsType) {
     RecordingSink sink(0);
     row.read(Val());
     ASSERT_EQ(sink.events.size(), 1U);
-    EXPECT_NE(sink.events[0].text.find("read as kind " + std::to_string(static_cast<int>(row.type)) + ","),
+    EXPECT_NE(sink.events[0].text.find("read as type " + std::to_string(static_cast<int>(row.type)) + ","),
               std::string::npos);
   }
 }

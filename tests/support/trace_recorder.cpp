@@ -18,7 +18,7 @@ std::vector<std::string> TraceRecorder::GetTexts(std::uint32_t level) const {
 }
 
 std::vector<std::uint32_t> TraceRecorder::GetInvalidTypes() const {
-  constexpr std::string_view kBegin = "Val::ReportInvalidType: read as kind ";
+  constexpr std::string_view kBegin = "Val::ReportInvalidType: read as type ";
   std::vector<std::uint32_t> types;
   for (const TraceEvent& event : GetEvents()) {
     if (event.text.starts_with(kBegin)) {
