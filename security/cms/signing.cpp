@@ -117,8 +117,8 @@ bool AddTextAttributes(CMS_SignerInfo* signer, const OruGuiBase::KVMap& attribut
   if (attributes.GetCount() > CMSLimits::kAttributes - kOthers) {
     return FailWith("The signer has too many signed attributes");
   }
-  for (std::uint32_t i = 0; i < attributes.GetCount(); ++i) {
-    if (!AddText(signer, attributes.GetKeys()[i], attributes.GetValues()[i])) return false;
+  for (const auto& [oid, value] : attributes) {
+    if (!AddText(signer, oid, value)) return false;
   }
   return true;
 }
