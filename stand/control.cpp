@@ -33,7 +33,7 @@ HttpReply Done() {
 template <class T>
 bool ReadInto(const KVMap& body, const char* name, std::optional<T> (*read)(const KVMap&, const char*),
               T& target) {
-  if (body.Find(name) >= body.GetCount()) return true;
+  if (!body.Contains(name)) return true;
   auto value = read(body, name);
   if (!value.has_value()) return false;
   target = *std::move(value);

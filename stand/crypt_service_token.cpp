@@ -20,11 +20,11 @@ std::optional<TokenClaim> ReadClaim(const KVMap& body, const std::string& id) {
       FindCommand(*operation) == nullptr) {
     return std::nullopt;
   }
-  if (body.Find("transaction") < body.GetCount() && ReadText(body, "transaction").value_or("").empty()) {
+  if (body.Contains("transaction") && ReadText(body, "transaction").value_or("").empty()) {
     return std::nullopt;
   }
   TokenClaim claim{*server, *operation, id, "", ""};
-  if (body.Find("key") >= body.GetCount()) return claim;
+  if (!body.Contains("key")) return claim;
   const auto key = ReadMap(body, "key");
   if (!key.has_value() || !NamesKey(*operation) || !HasMembers(*key, {"type", "id", "subId"}) ||
       ReadText(*key, "type") != "handle" || !ReadText(*key, "id") || !ReadText(*key, "subId")) {

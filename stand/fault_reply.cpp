@@ -72,9 +72,8 @@ Val OtherThan(const Val& value) {
 template <class Change>
 KVMap ChangeMembers(const KVMap& object, const Change& change) {
   KVMap changed;
-  for (std::uint32_t i = 0; i < object.GetCount(); ++i) {
-    const OruGuiBase::AnsiStr& name = object.GetKeys()[i];
-    changed.Set(name, name == "type" ? object.GetValues()[i] : change(name.View(), object.GetValues()[i]));
+  for (const auto& [name, value] : object) {
+    changed.Set(name, name == "type" ? value : change(name.View(), value));
   }
   return changed;
 }

@@ -69,9 +69,7 @@ Served CommandResponse(const CommandResult& result, const Command* command) {
   KVMap payload;
   if (result.code == Code::Success) {
     payload.Set("type", command->responseType);
-    for (std::uint32_t i = 0; i < result.members.GetCount(); ++i) {
-      payload.Set(result.members.GetKeys()[i], result.members.GetValues()[i]);
-    }
+    for (const auto& [name, value] : result.members) payload.Set(name, value);
     return {Envelope(payload), "ok"};
   }
   payload.Set("type", "status");

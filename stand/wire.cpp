@@ -84,7 +84,7 @@ std::optional<std::vector<std::string>> ReadTexts(const KVMap& object, const cha
 
 bool HasMembers(const KVMap& object, std::initializer_list<const char*> required,
                 std::initializer_list<const char*> optional) {
-  const auto has = [&object](const char* name) { return object.Find(name) < object.GetCount(); };
+  const auto has = [&object](const char* name) { return object.Contains(name); };
   const auto present = static_cast<std::size_t>(std::count_if(optional.begin(), optional.end(), has));
   return std::all_of(required.begin(), required.end(), has) && object.GetCount() == required.size() + present;
 }
