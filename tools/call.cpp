@@ -100,7 +100,7 @@ ExitCode Call(Session& session, const CallOptions& options, const KVMap& argumen
                          [&] { return session.Perform(options.operation.c_str(), arguments, result); });
   if (!HasResult(code)) return code;
   AnsiStr errorText;
-  if (result.Find("filename") < result.GetCount() && !KeepLog(session.GetTemporary(), result, errorText)) {
+  if (result.Contains("filename") && !KeepLog(session.GetTemporary(), result, errorText)) {
     return session.Fail(ExitCode::Failed, errorText);
   }
   AnsiStr text;

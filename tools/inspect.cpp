@@ -65,11 +65,10 @@ Val ShowRecipient(const CMSKeyTransRecipient& recipient, Report& report) {
 
 Val ShowAttributes(const KVMap& attributes, Report& report) {
   KVMap map;
-  for (std::uint32_t i = 0; i < attributes.GetCount(); ++i) {
-    const AnsiStr& oid = attributes.GetKeys()[i];
-    const AnsiStr value = attributes.GetValues()[i].AsString();
-    report.Line(AnsiStr("  ") + AttributeName(oid) + ": " + value);
-    map.Set(oid, ToUTF8(value));
+  for (const auto& [oid, value] : attributes) {
+    const AnsiStr text = value.AsString();
+    report.Line(AnsiStr("  ") + AttributeName(oid) + ": " + text);
+    map.Set(oid, ToUTF8(text));
   }
   return Val(map);
 }
@@ -89,9 +88,7 @@ Val ShowSigner(const CMSSigner& signer, Report& report) {
 template <class Element, class Show>
 void ShowAll(const PtrContainerQueue<Element>& queue, const char* name, Show show, Report& report) {
   Array<Val> values;
-  for (auto* node = queue.GetFirst(); node != nullptr; node = node->next) {
-    values.Append(show(*node->element, report));
-  }
+  for (const Element& element : queue) values.Append(show(element, report));
   if (queue.IsEmpty()) report.Line(AnsiStr(name) + ": (none)");
   report.Set(name, values);
 }

@@ -30,15 +30,6 @@ const char* FindDigest(std::string_view algorithm) {
   return nullptr;
 }
 
-bool ReadBase64(const AnsiStr& text, Blob& bytes) {
-  std::uint32_t size = text.GetLength();
-  std::uint8_t* const data = bytes.Alloc(size);
-  if (data == nullptr && size > 0) return false;
-  if (!OruGuiBase::B64Str2Binary(text, data, size, "\r\n")) return false;
-  bytes.Trunc(size);
-  return true;
-}
-
 /// One run of the command. Lives on the stack of RunSign; `options` must outlive it.
 class Signing {
  public:
@@ -107,7 +98,7 @@ class Signing {
     AnsiStr bytes = signature + "\n";
     if (options_.binary) {
       Blob binary;
-      if (!ReadBase64(signature, binary)) {
+      if (!OruGuiBase::B64Str2Blob(signature, binary, "\r\n")) {
         errorText = AnsiStr("The signature is no base64: ") + OruGuiBase::GetSystemErrorText();
         return false;
       }
