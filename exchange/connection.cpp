@@ -41,7 +41,7 @@ Val PackTime(const datetime& time) noexcept {
 // every command probes.
 bool CryptClient::KeyServerConnect() noexcept {
   const AnsiStr& server = keyServerCursor.keyServerUrl;
-  if (!certAuth && serverTimes.Find(server) < serverTimes.GetCount()) return true;
+  if (!certAuth && serverTimes.Contains(server)) return true;
   AnsiStr body;
   if (!HttpGet(WithRandomQuery(GetServerUrl("status")), KVMap(), body, statusTimeout))
     return Fail("Could not connect to key server: %s", errorMessage.GetText());

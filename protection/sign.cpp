@@ -20,21 +20,6 @@ namespace {
 // uses.
 constexpr const char* kIntegrityAlgorithm = "RSASSA-PKCS1-v1_5-SHA-512";
 
-// Decodes base64 and ignores line ends. Six bits of each character are an upper limit for the size, computed
-// in 64 bits because the product may not fit 32; padding makes the true size smaller, and the decoder reports
-// it. Empties `bytes` on failure.
-bool DecodeBase64(const AnsiStr& encoded, Blob& bytes) noexcept {
-  auto size = static_cast<std::uint32_t>(std::uint64_t{encoded.GetLength()} * 6 / 8);
-  std::uint8_t* data = bytes.Alloc(size);
-  const bool hasMemory = data != nullptr || size == 0;
-  if (!hasMemory || !OruGuiBase::B64Str2Binary(encoded, data, size, "\r\n")) {
-    bytes.Clear();
-    return false;
-  }
-  bytes.Trunc(size);
-  return true;
-}
-
 AnsiStr EncodeBase64(const BlobConst& bytes) noexcept {
   return OruGuiBase::Binary2B64Str(bytes.data, bytes.size, 0, "\r\n");
 }
@@ -54,7 +39,7 @@ bool CryptClient::KeyServerSign(const KVMap& key, const AnsiStr& algorithm, cons
   return RunCommand(request, [&](const KVMap& payload) noexcept {
     const AnsiStr encoded = MemberReader(payload).FirstString("signedHashes");
     if (encoded.IsEmpty()) return Fail("Could not sign hash: Invalid signedHashes");
-    if (!DecodeBase64(encoded, signature)) return Fail("Could not decode signedHashes");
+    if (!OruGuiBase::B64Str2Blob(encoded, signature, "\r\n")) return Fail("Could not decode signedHashes");
     return true;
   });
 }
@@ -77,7 +62,7 @@ bool CryptClient::SignHash(const BlobConst& hash, Blob& signature) noexcept {
 bool CryptClient::Sign(const KVMap& key, const AnsiStr& algorithm, const AnsiStr& hash,
                        AnsiStr& signature) noexcept {
   Blob bytes;
-  if (!DecodeBase64(hash, bytes)) return Fail("Invalid base64 hash %s", hash.GetText());
+  if (!OruGuiBase::B64Str2Blob(hash, bytes, "\r\n")) return Fail("Invalid base64 hash %s", hash.GetText());
   Blob value;
   if (!KeyServerSign(key, algorithm, bytes.View(), value)) return false;
   signature = EncodeBase64(value.View());

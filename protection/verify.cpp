@@ -85,8 +85,7 @@ bool CryptClient::CheckSigners(const CMSMsg& message, const CertStore& full,
                                const CertStore& issuers) noexcept {
   PtrContainerQueue<CMSSigner> signers;
   if (!message.GetSigners(signers)) return Fail("Could not read signer information");
-  for (auto* node = signers.GetFirst(); node != nullptr; node = node->next) {
-    const CMSSigner& signer = *node->element;
+  for (const CMSSigner& signer : signers) {
     if (!CheckSignerGroup(signer)) return false;
     if (!CheckSignerChain(signer, full, issuers)) return false;
   }
@@ -124,8 +123,8 @@ bool CryptClient::CheckSignerChain(const CMSSigner& signer, const CertStore& ful
                                      /*allowPartialChain=*/false, signer.signingTime, /*ignoreTime=*/false);
   if (result.code != 0)
     return Fail("Could not verify integrity certificate chain: %s", result.GetResultString().GetText());
-  for (auto* node = chain.GetFirst(); node != nullptr; node = node->next) {
-    CRYPTCLI_TRACE_STR(2, "CryptClient::Decrypt: certchain = %s", GetCertSubject(*node->element).GetText());
+  for (const Certificate& certificate : chain) {
+    CRYPTCLI_TRACE_STR(2, "CryptClient::Decrypt: certchain = %s", GetCertSubject(certificate).GetText());
   }
   const Certificate* issuer = chain.Get(1);
   if (issuer == nullptr || issuer->IsEmpty())

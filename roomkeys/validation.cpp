@@ -59,9 +59,9 @@ bool CryptClient::VerifyRoomKeyChain(const RoomKey& roomKey, const Certificate& 
                                       /*allowPartialChain=*/true, time, /*ignoreTime=*/false);
   if (result.code != 0)
     return Fail("Could not verify room key certificate chain: %s", result.GetResultString().GetText());
-  for (auto* node = chain.GetFirst(); node != nullptr; node = node->next) {
+  for (const Certificate& certificate : chain) {
     CRYPTCLI_TRACE_STR(2, "CryptClient::ValidateRoomKey: certchain = %s",
-                       GetCertSubject(*node->element).GetText());
+                       GetCertSubject(certificate).GetText());
   }
   const Certificate* issuer = chain.Get(1);
   if (issuer == nullptr || issuer->IsEmpty()) return Fail("Could not verify room key: Invalid issuer");
