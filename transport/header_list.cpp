@@ -73,11 +73,10 @@ void AppendLine(SlistPtr& list, const char* line) {
 }
 
 bool HeaderList::Add(const KVMap& headers, AnsiStr& errorText) {
-  for (std::uint32_t i = 0; i < headers.GetCount(); ++i) {
-    const AnsiStr& name = headers.GetKeys()[i];
-    const AnsiStr value = headers.GetValues()[i].AsString();
-    if (!CheckHeader(name, value, errorText)) return false;
-    Set(name, OruGuiBase::CleanStr(value));
+  for (const auto& [name, value] : headers) {
+    const AnsiStr text = value.AsString();
+    if (!CheckHeader(name, text, errorText)) return false;
+    Set(name, OruGuiBase::CleanStr(text));
   }
   return true;
 }
