@@ -45,8 +45,7 @@ void CheckSigners(const CMSMsg& message, bool isVerified) {
     return;
   }
   Require(!isVerified || !signers.IsEmpty(), "a message without signers is not verified");
-  for (auto* node = signers.GetFirst(); node != nullptr; node = node->next) {
-    const CMSSigner& signer = *node->element;
+  for (const CMSSigner& signer : signers) {
     for (const OruGuiBase::Val& value : signer.signedAttributes.GetValues())
       Require(value.GetType() == OruGuiBase::ValType::String, "a signed attribute is a string");
   }

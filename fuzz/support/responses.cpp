@@ -53,8 +53,7 @@ KVMap With(const KVMap& map, const char* name, std::string_view text) {
 CannedResponse Payload(std::string_view type, const KVMap& members = {}) {
   KVMap payload;
   payload.Set("type", Ansi(type));
-  for (std::uint32_t i = 0; i < members.GetCount(); ++i)
-    payload.Set(members.GetKeys()[i], members.GetValues()[i]);
+  for (const auto& [key, value] : members) payload.Set(key, value);
   return Json(With(With({}, "header", Val(KVMap())), "payload", Val(payload)));
 }
 
