@@ -15,8 +15,8 @@ class KeyServerTest : public StandTest {
   static std::string EnvelopeWith(const char* name, const Val& value) {
     const KVMap right = Header();
     KVMap header;
-    for (std::uint32_t i = 0; i < right.GetCount(); ++i) {
-      if (right.GetKeys()[i].View() != name) header.Set(right.GetKeys()[i], right.GetValues()[i]);
+    for (const auto& [key, member] : right) {
+      if (key != name) header.Set(key, member);
     }
     if (!value.IsNil()) header.Set(name, value);
     return WriteObject(Object("header", header, "payload", GetKeyPayload()));

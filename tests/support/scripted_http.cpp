@@ -118,9 +118,7 @@ namespace {
 RecordedRequest Record(const AnsiStr& method, const AnsiStr& url, const KVMap& headers, const AnsiStr& body,
                        const OruKalvix::HttpOptions& options, const AnsiStr& targetFile) {
   RecordedRequest request{Str(method), Str(url), {}, Str(body), options, Str(targetFile)};
-  for (std::uint32_t i = 0; i < headers.GetCount(); ++i) {
-    request.headers.emplace_back(Str(headers.GetKeys()[i]), Str(headers.GetValues()[i].AsString()));
-  }
+  for (const auto& [name, value] : headers) request.headers.emplace_back(Str(name), Str(value.AsString()));
   return request;
 }
 

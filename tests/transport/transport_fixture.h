@@ -44,9 +44,8 @@ inline Outcome Send(OruKalvix::ICryptClientHttp& http, const std::string& url, c
   outcome.status = response.status;
   outcome.body = Str(response.body);
   outcome.errorText = Str(response.errorText);
-  for (std::uint32_t i = 0; i < response.headers.GetCount(); ++i) {
-    outcome.headers.emplace_back(Str(response.headers.GetKeys()[i]),
-                                 Str(response.headers.GetValues()[i].AsString()));
+  for (const auto& [name, value] : response.headers) {
+    outcome.headers.emplace_back(Str(name), Str(value.AsString()));
   }
   return outcome;
 }

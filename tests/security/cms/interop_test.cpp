@@ -172,9 +172,9 @@ TEST_P(RecipientsOfOthersTest, AreNamed) {
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSKeyTransRecipient> recipients;
   EXPECT_EQ(ReasonOf(message.GetRecipients(recipients)), row.reason);
   std::vector<std::pair<std::string, std::string>> found;
-  for (const auto* node = recipients.GetFirst(); node != nullptr; node = node->next) {
-    found.emplace_back(ToString(node->element->issuer), ToString(node->element->serial));
-    EXPECT_EQ(node->element->encryptedKey.GetSize(), 256U);
+  for (const OruOssSec::CMSKeyTransRecipient& recipient : recipients) {
+    found.emplace_back(ToString(recipient.issuer), ToString(recipient.serial));
+    EXPECT_EQ(recipient.encryptedKey.GetSize(), 256U);
   }
   EXPECT_EQ(found, row.recipients);
 }

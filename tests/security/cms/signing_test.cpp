@@ -117,8 +117,8 @@ TEST_F(CmsSigningTest, AttributesComeBackAsTheyWereGiven) {
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSSigner> signers;
   ASSERT_TRUE(message.GetSigners(signers)) << GetReason();
   const KVMap& read = signers.Get(0)->signedAttributes;
-  for (std::uint32_t i = 0; i < attributes.GetCount(); ++i) {
-    EXPECT_EQ(read.Get(attributes.GetKeys()[i]).AsString(), attributes.GetValues()[i].AsString());
+  for (const auto& [oid, value] : attributes) {
+    EXPECT_EQ(read.Get(oid).AsString(), value.AsString());
   }
 }
 

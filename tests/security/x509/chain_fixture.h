@@ -66,9 +66,9 @@ struct Outcome {
 
 inline std::vector<std::string> SubjectsOf(const Chain& chain) {
   std::vector<std::string> subjects;
-  for (const auto* node = chain.GetFirst(); node != nullptr; node = node->next) {
+  for (const auto& certificate : chain) {
     OruGuiBase::AnsiStr subject;
-    EXPECT_TRUE(node->element->GetSubject(subject));
+    EXPECT_TRUE(certificate.GetSubject(subject));
     subjects.push_back(ToString(subject).substr(3));
   }
   return subjects;
