@@ -4,7 +4,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 
-#include "tests/foundation/freed_memory.h"
+#include "tests/support/freed_memory.h"
 
 namespace OruGuiBase {
 namespace {

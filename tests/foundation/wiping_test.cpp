@@ -9,9 +9,9 @@
 #include "foundation/json.h"
 #include "foundation/kvmap.h"
 #include "foundation/stream.h"
-#include "tests/foundation/freed_memory.h"
 #include "tests/foundation/printing.h"
 #include "tests/foundation/scratch_directory.h"
+#include "tests/support/freed_memory.h"
 
 namespace OruGuiBase {
 namespace {

@@ -6,7 +6,7 @@
 #include <openssl/core_names.h>
 #include <utility>
 
-#include "tests/security/freed_memory.h"
+#include "tests/security/freed_memory_watch.h"
 #include "tests/security/test_pki.h"
 
 namespace {

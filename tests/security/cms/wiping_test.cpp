@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "tests/foundation/freed_memory.h"
 #include "tests/security/cms/fixture.h"
+#include "tests/support/freed_memory.h"
 
 namespace SecurityTest {
 namespace {

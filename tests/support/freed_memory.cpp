@@ -1,4 +1,4 @@
-#include "tests/foundation/freed_memory.h"
+#include "tests/support/freed_memory.h"
 
 #include <atomic>
 #include <malloc.h>

@@ -1,4 +1,4 @@
-#include "tests/security/freed_memory.h"
+#include "tests/security/freed_memory_watch.h"
 
 #include <cstdlib>
 #include <cstring>
