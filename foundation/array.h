@@ -10,16 +10,16 @@
 
 namespace OruGuiBase {
 
-/// Reports an array that would pass the 32-bit limit, and returns.
+/// Traces that an array would have more elements than 32 bits can count. The caller aborts.
 ORUGUI_EXPORT void ReportArrayOverflow(std::uint32_t count, std::uint32_t extra) noexcept;
-/// Reports a failed array allocation, and returns.
+/// Traces a failed array allocation. The caller aborts or returns false.
 ORUGUI_EXPORT void ReportArrayAllocFail(std::uint32_t capacity, std::uint32_t count) noexcept;
 
 /// A shared, counted array. Copying shares the block; changing copies it first if it is shared.
 ///
-/// T must be a type whose all-empty state is made by T() without failing: a handle, a Val or a number. Every
-/// slot up to the capacity is a constructed T, so that the spare slot of At() needs no bookkeeping. An array
-/// that cannot grow ends the process.
+/// T must be a type whose T() is empty and cannot fail: a handle, a Val or a number. Every slot up to the
+/// capacity is a constructed T, so that the spare slot of At() needs no bookkeeping. An array that cannot
+/// grow aborts.
 template <class T>
 class Array {
  public:
@@ -63,8 +63,8 @@ class Array {
     return index < GetCount() ? imp_->Elements()[index] : kEmpty;
   }
 
-  /// The element for writing. An index past the end does not fail and does not change the count: it hands out
-  /// the slot behind the last element, emptied.
+  /// The element for writing. An index past the end neither fails nor changes the count: it returns the slot
+  /// after the last element, emptied.
   T& At(std::uint32_t index) noexcept {
     if (!Prepare(index)) DebugAbort("Could not allocate array");
     if (index < imp_->count) return imp_->Elements()[index];
@@ -73,8 +73,8 @@ class Array {
     return spare;
   }
 
-  /// Makes sure that At(index) finds its slot in an unshared block, so that it takes no memory. False, with a
-  /// report and without a change, when memory is out.
+  /// Makes the array unshared with a slot for At(index), so that At(index) need not allocate. On allocation
+  /// failure false, with a trace; the array is then as it was.
   bool Prepare(std::uint32_t index) noexcept {
     const std::uint32_t count = GetCount();
     const bool isSpare = index >= count;
@@ -87,14 +87,15 @@ class Array {
     return Renew(isSpare ? GrownCapacity(needed) : imp_->capacity);
   }
 
-  /// Adds an element at the end. A block that is full grows by 10 below 20 elements, by half up to 100000,
-  /// and by 50000 from there on.
+  /// Adds an element at the end. A full block grows by 10 elements below 20, by half below 100000, and by
+  /// 50000 from there on.
   void Append(T element) noexcept {
     At(GetCount()) = std::move(element);
     ++imp_->count;
   }
 
-  /// Makes room for `capacity` elements in all, for loaders that know their size.
+  /// Makes the array unshared with capacity for at least `capacity` elements, for callers that know the
+  /// count.
   void Reserve(std::uint32_t capacity) noexcept {
     if (capacity != 0 &&
         (imp_ == nullptr || capacity > imp_->capacity || Reference::IsShared(imp_->refCount))) {
@@ -108,14 +109,14 @@ class Array {
   const T* end() const noexcept { return imp_ != nullptr ? imp_->Elements() + imp_->count : nullptr; }
 
   Imp* GetImp() const noexcept { return imp_; }
-  /// An array that takes a further reference on `imp`, which may be null.
+  /// An array that takes one more reference on `imp`, which may be null.
   static Array FromImp(Imp* imp) noexcept {
     Array array;
     if (imp != nullptr) Reference::Link(imp->refCount);
     array.imp_ = imp;
     return array;
   }
-  /// Gives one reference on `imp` back and frees the block with the last.
+  /// Gives back one reference on `imp`, which may be null, and frees the block with the last one.
   static void Drop(Imp* imp) noexcept {
     if (imp == nullptr || !Reference::Unlink(imp->refCount)) return;
     const std::uint32_t capacity = imp->capacity;
@@ -134,8 +135,8 @@ class Array {
     return count > 0xFFFFFFFFU - extra ? 0xFFFFFFFFU : count + extra;
   }
 
-  // Moves to an unshared block of the capacity. The elements are copied out of a shared block and moved out
-  // of an unshared one. False when memory is out.
+  // Moves to a new block of the capacity. Elements of a shared block are copied, those of an unshared one
+  // moved. False on allocation failure.
   bool Renew(std::uint32_t capacity) noexcept {
     void* memory = AllocParticle(BlockSize(capacity));
     if (memory == nullptr) {

@@ -14,11 +14,11 @@ struct BlobConst {
   std::uint32_t size = 0;
 };
 
-/// A shared, counted block of bytes; the same discipline as AnsiStr, without a final NUL. Freed bytes are
-/// wiped.
+/// A shared, counted block of bytes. It shares, copies, wipes and aborts as AnsiStr does, but has no final
+/// NUL.
 class ORUGUI_EXPORT Blob {
  public:
-  /// The shared block. The bytes follow the three fields at once.
+  /// The shared block. The bytes follow directly after the three fields.
   struct ORUGUI_EXPORT Imp {
     Reference::Count refCount;
     std::uint32_t capacity;
@@ -29,7 +29,7 @@ class ORUGUI_EXPORT Blob {
 
     /// Wipes and frees a representation whose count has reached 0.
     static void Free(Imp* imp) noexcept;
-    /// A new representation with the count 1, its bytes zero; null when memory is out.
+    /// A new representation with the count 1 and bytes of 0; null on allocation failure.
     static Imp* Init(std::uint32_t capacity, std::uint32_t size) noexcept;
   };
 
@@ -48,19 +48,19 @@ class ORUGUI_EXPORT Blob {
   bool IsEmpty() const noexcept { return GetSize() == 0; }
   BlobConst View() const noexcept { return {GetData(), GetSize()}; }
 
-  /// Gives the blob the length `size` and hands out its bytes for writing. An unshared blob with the capacity
-  /// keeps its storage and only changes its length; otherwise a new zeroed one takes its place. Null when
-  /// `size` is 0 or memory is out; the blob is then empty.
+  /// Gives the blob the size `size` and returns its bytes for writing. An unshared blob with enough capacity
+  /// keeps its bytes; otherwise it gets new ones, all 0. Null if `size` is 0 or on allocation failure; the
+  /// blob is then empty.
   std::uint8_t* Alloc(std::uint32_t size) noexcept;
-  /// Cuts the bytes to `size`; a shorter blob stays as it is. A shared one is copied first.
+  /// Cuts the blob to `size` bytes. A shorter one stays as it is; a shared one is copied first.
   void Trunc(std::uint32_t size) noexcept;
-  /// Empties the blob: an unshared one gets the length 0, a shared one is let go.
+  /// Makes the blob empty. An unshared one keeps its storage; a shared one gives up its reference.
   void Clear() noexcept;
 
   friend bool operator==(const Blob& a, const Blob& b) noexcept;
 
   Imp* GetImp() const noexcept { return imp_; }
-  /// A blob that takes a further reference on `imp`, which may be null.
+  /// A blob that takes one more reference on `imp`, which may be null.
   static Blob FromImp(Imp* imp) noexcept;
 
  private:

@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what liborugui hands out; everything else stays hidden in the shared object.
+/// Marks what liborugui exports. Everything else is hidden in the shared object.
 #define ORUGUI_EXPORT __attribute__((visibility("default")))

@@ -10,13 +10,14 @@
 
 namespace OruGuiBase {
 
-/// Builds a Val from the events of a JSON text, in time linear in their number but for the sorting of keys.
+/// Builds a Val from the parser's events, in time linear in their number except for the sorting of keys.
+/// Lives on the stack of one JSON2Val and owns the values until TakeResult().
 ///
-/// Keys and values of all open containers wait in two stacks. A container that ends takes its share off them
-/// in one go, so that its arrays are made once, in their right size. Throws std::bad_alloc.
+/// Keys and values of all open containers are on two stacks. A container that ends takes its own off them at
+/// once, so that its arrays are allocated once, in their final size. Throws std::bad_alloc.
 class JSONBuilder {
  public:
-  // So that the stacks do not grow for most responses.
+  // Enough for most responses, so that the stacks do not grow.
   JSONBuilder() {
     open_.reserve(8);
     keys_.reserve(32);
@@ -28,11 +29,11 @@ class JSONBuilder {
   void EndMap();
   void AddKey(AnsiStr key) { keys_.push_back(std::move(key)); }
   void Add(Val value) { values_.push_back(std::move(value)); }
-  /// The value of the whole text, after its last event.
+  /// The value of the whole document, after the last event.
   Val TakeResult();
 
  private:
-  // Where the content of an open container begins.
+  // Where the values and keys of an open container begin on the stacks.
   struct Container {
     std::size_t value;
     std::size_t key;

@@ -10,7 +10,7 @@
 
 namespace OruGuiBase {
 
-/// The shared object of a KVMap.
+/// The shared object of a KVMap. Handles count it; the last one frees it.
 class KVMapImp {
  public:
   static constexpr std::uint32_t kBuckets = 13;
@@ -21,8 +21,10 @@ class KVMapImp {
   Array<Val> values;                       ///< values[i] belongs to keys[i].
 };
 
-/// A shared, counted map from text to Val that keeps the order of insertion. Copying shares; changing copies
-/// first if the object is shared. Keys compare byte by byte. Nothing is ever removed.
+/// A shared, counted map from strings to Val that keeps the order of insertion. Copying shares; changing
+/// copies first if the object is shared. Keys compare byte by byte. Nothing is ever removed.
+///
+/// A range-based for visits the members in order of insertion: `for (const auto& [key, value] : map)`.
 class ORUGUI_EXPORT KVMap {
  public:
   /// A key with its value, as iteration yields them: two references into the map.
@@ -74,35 +76,34 @@ class ORUGUI_EXPORT KVMap {
   std::uint32_t Find(std::string_view key) const noexcept;
   std::uint32_t Find(const AnsiStr& key) const noexcept { return Find(key.View()); }
   std::uint32_t Find(const char* key) const noexcept { return Find(std::string_view(key)); }
-  /// The value of a key, shared; nil when the map does not hold it.
+  /// The value of a key, shared; nil if the map does not have it.
   Val Get(std::string_view key) const noexcept;
   Val Get(const AnsiStr& key) const noexcept { return Get(key.View()); }
   Val Get(const char* key) const noexcept { return Get(std::string_view(key)); }
-  /// Adds a key at the end or replaces its value. False when memory ran out; the map is then as it was.
+  /// Adds a key at the end or replaces its value. False on allocation failure; the map is then as it was.
   bool Set(const AnsiStr& key, const Val& value) noexcept;
-  /// The same for a text value.
+  /// The same for a string.
   bool Set(const AnsiStr& key, const AnsiStr& value) noexcept { return Set(key, Val(value)); }
   bool Set(const AnsiStr& key, const char* value) noexcept { return Set(key, Val(value)); }
-  /// The same for a map that must not lack a member unseen, such as a request: memory that ran out ends the
-  /// process (DebugAbort), as it does for a text.
+  /// The same for a map that must be complete, such as a request: aborts on allocation failure (DebugAbort),
+  /// as strings do.
   void Put(const AnsiStr& key, const Val& value) noexcept {
     if (!Set(key, value)) DebugAbort("Could not allocate map");
   }
   void Put(const AnsiStr& key, const AnsiStr& value) noexcept { Put(key, Val(value)); }
   void Put(const AnsiStr& key, const char* value) noexcept { Put(key, Val(value)); }
 
-  /// Keys and values for iterating by index. A null map gives an empty array that lives as long as the
-  /// process.
+  /// Keys and values by index. A null map gives an empty array that lives as long as the process.
   static const Array<AnsiStr>& GetKeys(const KVMapImp* map) noexcept;
   static const Array<Val>& GetValues(const KVMapImp* map) noexcept;
   const Array<AnsiStr>& GetKeys() const noexcept { return GetKeys(imp_); }
   const Array<Val>& GetValues() const noexcept { return GetValues(imp_); }
 
-  /// A map of `keys` with their `values`, for loaders that know the keys to be distinct: linear in their
-  /// number, as no bucket is walked. Both arrays have the same count and are shared by the map.
+  /// A map of `keys` with their `values`, in time linear in their number. Precondition: the keys are distinct
+  /// and both arrays have the same count. The map shares the arrays.
   static KVMap FromDistinct(const Array<AnsiStr>& keys, const Array<Val>& values) noexcept;
-  /// The same for keys that may repeat: a key keeps its first place and gets its last value, as with Set. In
-  /// n log n of their number, where that many calls of Set take n * n.
+  /// The same for keys that may repeat: a key keeps its first place and gets its last value, as with Set.
+  /// Takes n log n of their number, where that many calls of Set would take n * n.
   static KVMap FromPairs(const Array<AnsiStr>& keys, const Array<Val>& values) noexcept;
 
   /// h = h * 31 + byte over the bytes, each taken as signed, from 0.

@@ -6,8 +6,9 @@
 
 namespace OruGuiBase {
 
-/// A queue that owns its elements, made by new: a singly linked list of nodes. It is neither copied nor
-/// shared.
+/// A queue that owns its elements, which are made by new: a singly linked list of nodes. It can be moved, but
+/// neither copied nor shared. A range-based for visits the elements in order: `for (Certificate& certificate
+/// : chain)`.
 template <class T>
 class PtrContainerQueue {
  public:
@@ -44,7 +45,8 @@ class PtrContainerQueue {
   PtrContainerQueue& operator=(PtrContainerQueue&&) = delete;
   ~PtrContainerQueue() { Clear(); }
 
-  /// Adds an element at the end and takes it over. False when memory is out; the element is then deleted.
+  /// Takes ownership of an element, not null, and adds it at the end. False on allocation failure; the
+  /// element is then deleted.
   bool Append(T* element) noexcept {
     Node* node = new (std::nothrow) Node{element, nullptr};
     if (node == nullptr) {
@@ -57,8 +59,8 @@ class PtrContainerQueue {
     return true;
   }
 
-  /// Detaches the list, then destroys each element, and last frees the nodes: an element that looks at its
-  /// queue while it ends finds it empty.
+  /// Detaches the list, then destroys each element, and last frees the nodes: a destructor of an element that
+  /// uses the queue finds it empty.
   void Clear() noexcept {
     Node* const list = std::exchange(first_, nullptr);
     last_ = nullptr;

@@ -7,11 +7,12 @@
 
 namespace OruGuiBase {
 
-/// In the result of FindLastPlaces: the key was there before.
+/// In the result of FindLastPlaces: the key occurred before.
 inline constexpr std::uint32_t kRepeated = 0xFFFFFFFFU;
 
-/// For each key that occurs for the first time the place of its last occurrence, for any other kRepeated;
-/// empty when all keys are distinct. In n log n, whatever the keys are. Throws std::bad_alloc.
+/// For the first occurrence of each key the place of its last occurrence, for any other occurrence kRepeated.
+/// Empty if all keys are distinct. Takes at most n log n, even for keys chosen to make it slow. Throws
+/// std::bad_alloc.
 std::vector<std::uint32_t> FindLastPlaces(const AnsiStr* keys, std::uint32_t count);
 
 }  // namespace OruGuiBase

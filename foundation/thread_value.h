@@ -2,17 +2,17 @@
 
 namespace OruGuiBase {
 
-/// A T of each thread that can be asked for as long as the thread runs.
+/// A T for each thread that can be used safely at any time of the thread, even after its destruction.
 ///
-/// It is made at its first use and destroyed with the thread's objects: at the end of the thread, and for the
-/// thread that ends the process before the first static object goes. What runs behind that (destructors of
-/// older thread-local objects, of static objects, of a thread's specific data) finds none and has to do
-/// without. `Owner` tells values of one type apart.
+/// It is made at its first use and destroyed with the thread's objects: at the end of the thread, or, for the
+/// thread that ends the process, before the first static object. Code that runs later (destructors of older
+/// thread-local objects, of static objects and of thread-specific data) gets null. `Owner` distinguishes
+/// values of the same type.
 template <class Owner, class T>
 class ThreadValue {
  public:
-  /// The value of the calling thread; null once it was destroyed. It is never made a second time: nobody
-  /// would be left to destroy it.
+  /// The value of the calling thread; null after its destruction. It is never made a second time, because
+  /// nothing would destroy that one.
   static T* Get() noexcept {
     if (isGone) return nullptr;
     thread_local Holder holder;
@@ -20,7 +20,7 @@ class ThreadValue {
   }
 
  private:
-  // The body runs before the value goes, so that the value's own destructor finds none either.
+  // The destructor's body runs before that of the value, so that the value's own destructor gets null too.
   struct Holder {
     Holder() noexcept = default;
     Holder(const Holder&) = delete;
@@ -29,7 +29,7 @@ class ThreadValue {
     T value;
   };
 
-  // Has no destructor, so that it can be read when every destructor has run.
+  // Has no destructor, so it can be read after all destructors.
   static inline constinit thread_local bool isGone = false;
 };
 

@@ -13,7 +13,7 @@ namespace OruGuiBase {
 class KVMap;
 class KVMapImp;
 
-/// The types of content of a Val. 9 and 10 are carried and counted, never read.
+/// The types of content of a Val. 9 and 10 are copied and counted, never read.
 enum class ValType : std::uint8_t {
   Nil = 0,
   Bool = 1,
@@ -29,14 +29,15 @@ enum class ValType : std::uint8_t {
   Blob = 11,
 };
 
-/// An object with a table of virtual operations that keeps its own count.
+/// An object with a table of virtual operations. It counts its own references and destroys itself with the
+/// last one.
 class IObject {
  public:
-  /// Reserved for asking an object for another interface of its own; null when there is none.
+  /// Another interface of the object, or null. Its place in the table is fixed; nothing here calls it.
   virtual void* QueryInterface(const char* name) = 0;
   /// Takes a reference; the result is ignored.
   virtual std::uint32_t AddRef() = 0;
-  /// Gives a reference back; the object ends itself with the last. The result is ignored.
+  /// Gives back a reference. The result is ignored.
   virtual std::uint32_t Release() = 0;
 
  protected:
@@ -46,8 +47,8 @@ class IObject {
 /// A value of any type in one 64-bit word: the type in bits 0 to 6, the reference flag in bit 7, the payload
 /// above.
 ///
-/// Without the flag the payload is the value itself, with it a pointer to a counted object. Reading a Val as
-/// another type than it holds is no failure: it is reported (ReportInvalidType) and reads as empty or 0.
+/// Without the flag the payload is the value itself, with it a pointer to a counted object. To read a Val as
+/// another type is no failure: it is traced (ReportInvalidType), and the result is empty or 0.
 class ORUGUI_EXPORT Val {
  public:
   /// A counted 64-bit value that does not fit the word.
@@ -55,12 +56,12 @@ class ORUGUI_EXPORT Val {
     Reference::Count refCount;
     std::int64_t value;
   };
-  /// A counted boolean that another maker of values has boxed.
+  /// A counted boolean. This library never makes one, but reads those of others.
   struct BoolBox {
     Reference::Count refCount;
     std::int32_t value;
   };
-  /// A date and time whose spare bit keeps it out of the word. Its count stays at 1: copies do not link it.
+  /// A date and time whose spare bit does not fit the word. Copies do not count it, so its count stays 1.
   struct DateTimeBox {
     Reference::Count refCount;
     PackedDateTime value;
@@ -92,30 +93,29 @@ class ORUGUI_EXPORT Val {
   bool IsNil() const noexcept { return word_ == 0; }
   bool IsReference() const noexcept { return (word_ & 0x80) != 0; }
 
-  /// The content as the type that the name says; the empty value or 0, with a report, when it is of another
-  /// type.
+  /// The content as the type in the name. If it is of another type, that is traced and the result is empty or
+  /// 0.
   bool AsBool() const noexcept;
   std::int64_t AsInteger() const noexcept;
   double AsNumber() const noexcept;
   AnsiStr AsString() const noexcept;
   KVMap AsMap() const noexcept;
   Array<Val> AsArray() const noexcept;
+  PackedDateTime AsPackedDateTime() const noexcept;
+  /// The same for types that the published layout has, but of which nothing here reads the content.
   Blob AsBlob() const noexcept;
   IObject* AsObject() const noexcept;
-  PackedDateTime AsPackedDateTime() const noexcept;
-  /// Year to second of a date and time; milliseconds and zone are dropped. `fallback` when it is of another
-  /// type.
+  /// Year to second of a date and time, without milliseconds and zone. `fallback` if it is of another type.
   datetime AsDateTime(const datetime& fallback = {}) const noexcept;
 
-  /// Replaces the content by a date and time. A box of this Val's own with the count 1 is overwritten in
-  /// place.
+  /// Replaces the content by a date and time. A box that this Val already has, with the count 1, is
+  /// overwritten in place.
   void SetDateTime(const PackedDateTime& value) noexcept;
-  /// Replaces the content by a counted object: links the new one, then releases the old, then writes.
-  /// `object` is the address of the block that the type calls for. A pointer that does not fit 56 signed bits
-  /// ends the process.
+  /// Replaces the content by a counted object: links the new one, releases the old one, then writes. `object`
+  /// is the address of the block that belongs to the type. Aborts if the pointer does not fit 56 signed bits.
   void SetReference(ValType type, void* object) noexcept;
 
-  /// Reports to the trace that a value was read as another type than it holds, and returns.
+  /// Traces that a value was read as another type than its own.
   static void ReportInvalidType(ValType wanted, const Val& value) noexcept;
 
  private:
