@@ -6,47 +6,52 @@
 
 namespace OruGuiBase {
 
-/// How content reaches a target. FileWriter::OpenDraft, File::Move and TempFile::CreateFor all decide it
-/// here. All failures leave errno.
+/// How content reaches a target: decided here for FileWriter::OpenStaged, File::Move and TempFile::CreateFor.
+/// All failures leave errno.
 enum class DeliveryWay {
-  Replace,  ///< another file takes its place when it is whole
-  InPlace,  ///< it is written itself
-  Failed,   ///< it cannot be looked at
+  Replace,  ///< a complete file is renamed over it
+  InPlace,  ///< the content is written into it
+  Failed,   ///< its attributes cannot be read
 };
 
+/// What JudgeTarget found out about a target. A plain value; nothing on disk is held.
 struct DeliveryTarget {
   bool exists = false;
-  FileAccess access;  ///< of what exists
+  FileAccess access;  ///< set only if it exists
 };
 
-/// Looks at a target, and at links themselves. Those are written in place that would become something else by
-/// being replaced: a link itself would go, other names would keep the old content, a file of somebody else
-/// would change its owner, a device or FIFO is no store of content at all. An empty file has nothing to lose,
-/// and its maker, who may hold it open, chose who can read it.
+/// Decides how a target is written. Links are not followed. A target is written in place if replacing it
+/// would change more than its content: a link would be lost, other names would keep the old content, a file
+/// of another user would change its owner, a device or FIFO would become a file. So is an empty file: it has
+/// nothing to lose, and whoever made it may hold it open and chose its access.
 DeliveryWay JudgeTarget(const File& target, DeliveryTarget& judged) noexcept;
 
-/// What a new file gets in the directory of `path`, which the process's mask, the directory's group and its
-/// default access list decide.
+/// The access that a new file gets in the directory of `path`. The process's mask, the directory's group and
+/// its default access list decide it.
 bool AskNewFile(const AnsiStr& path, FileAccess& access) noexcept;
-/// Whether what is to replace a target may do so now that it is whole: the target may have changed since it
-/// was judged. Narrows `access` to what it lets now. EBUSY when its owner, group or list is another than
-/// `access` has, and when it is no regular file any more EEXIST or EISDIR.
+/// Whether a complete staging file may still replace the target, which may have changed since JudgeTarget.
+/// Takes from `access` the permissions that the target no longer has. EBUSY if the target has another owner,
+/// group or access list than `access`; EEXIST or EISDIR if it is no regular file any more.
 bool MeetsTarget(const AnsiStr& path, FileAccess& access) noexcept;
-/// Makes a file like those, but never wider than the handle's file was: the mode comes last.
+/// Gives the open file group, access list and mode, in this order: until the last step it is no wider than it
+/// was.
 bool GiveAccess(int handle, const FileAccess& access) noexcept;
+/// Gives it the group alone. A file that cannot have the target's group would admit other users than the
+/// target did.
 bool GiveGroup(int handle, const FileAccess& access) noexcept;
 
-/// Opens a private file, which must be there as it was made: a regular file of this user, of one name and for
-/// the owner alone. Anything else was put there by somebody: ESTALE, or the reason of open().
+/// Opens a private file, which must exist as it was made: a regular file of this user, with one name and for
+/// the owner alone. Anything else was put there by somebody else: ESTALE, or the reason of open(). Returns a
+/// handle, or -1.
 int OpenPrivate(const AnsiStr& path, int flags) noexcept;
 
-/// Makes an empty file beside the target, for the owner alone, and lists it as unfinished. Gives a handle
-/// that writes, or -1.
+/// Makes an empty file beside the target, for the owner alone, and lists it as unfinished. Returns a handle
+/// for writing, or -1; `path` is its name.
 int MakeStaging(const AnsiStr& target, AnsiStr& path) noexcept;
-/// Whether a directory takes no new files. Any other failure to make one, such as a full disk, must not cost
-/// the old file.
+/// Whether errno `code` means that a directory takes no new files. After any other failure to make one, such
+/// as a full disk, the target must not be written in place: its old content would be lost.
 bool IsRefusalOfDirectory(int code) noexcept;
-/// Renames; `keepTarget` refuses a target that exists.
+/// Renames a file. With `keepTarget` true a target that exists is a failure (EEXIST).
 bool Rename(const AnsiStr& source, const AnsiStr& target, bool keepTarget) noexcept;
 
 }  // namespace OruGuiBase

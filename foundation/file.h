@@ -10,12 +10,12 @@ namespace OruGuiBase {
 /// Well-known directories.
 enum class DirectoryType : std::uint32_t { Temporary = 27 };
 
-/// Where a File that is given a bare name lies.
+/// Where a File with a bare name is placed.
 enum class FileType : std::uint32_t {
   Temporary = 0,  ///< below the system's temporary directory
 };
 
-/// The name of a file or directory; nothing is opened or looked at by making one.
+/// The name of a file or directory. To construct one opens nothing and reads nothing from the disk.
 class ORUGUI_EXPORT DirectoryEntry {
  public:
   DirectoryEntry() noexcept = default;
@@ -39,61 +39,64 @@ class ORUGUI_EXPORT Directory : public DirectoryEntry {
   explicit Directory(const AnsiStr& path) noexcept : DirectoryEntry(path) {}
   /// A well-known directory.
   explicit Directory(DirectoryType type) noexcept;
-  /// The most bytes that the name of a file in it may have.
+  /// The largest number of bytes in the name of a file in this directory.
   std::uint32_t GetLongestName() const noexcept;
 };
 
-/// Whether a file is this process's own, made for nobody else's eyes, and what goes with it.
+/// Whether a file was made by this process for its owner alone, and where it lies.
 enum class FilePrivacy : std::uint8_t {
   None,       ///< like any other file
-  Staging,    ///< lies among files of others, such as beside the target that it is to become
+  Staging,    ///< lies among files of others, for example beside the target that it will replace
   Directory,  ///< lies in a directory of its own
 };
 
-/// The name of a file, with the operations that need no open file. All that return a bool leave the reason of
-/// a failure in the error state.
+/// The name of a file, with the operations that need no open file. Those that return a bool leave the reason
+/// of a failure in the error state.
 class ORUGUI_EXPORT File : public DirectoryEntry {
  public:
   File() noexcept = default;
   /// The file of this path, absolute or relative to the working directory.
   explicit File(const AnsiStr& path) noexcept : DirectoryEntry(path) {}
   File(const Directory& directory, const AnsiStr& name) noexcept;
-  /// A file of the given place. With `isPrivate` a fresh directory that only the owner may enter (0700) is
-  /// made for it, and in it the file, exclusively and for the owner alone (0600): the name stays as given
-  /// (shortened to what the file system takes, made safe by MakeName), and two of one name never meet. The
-  /// path is empty, with the reason in the error state, when that fails. Without `isPrivate` nothing is made.
+  /// A file in the given place. With `isPrivate` true it makes a new directory that only the owner may enter
+  /// (0700) and the file in it, exclusively and for the owner alone (0600). So the name stays as given (made
+  /// safe by MakeName and cut to what the file system allows), and two files of one name never collide. On
+  /// failure the path is empty and the reason is in the error state. With `isPrivate` false nothing is made.
   File(FileType type, const AnsiStr& name, bool isPrivate) noexcept;
-  /// Names a private file that was made already; nothing is made or looked at.
+  /// Names a private file that exists already. Nothing is made or read.
   File(const AnsiStr& path, FilePrivacy privacy) noexcept : DirectoryEntry(path), privacy_(privacy) {}
 
-  /// Anything but None for what File(FileType, name, true) and TempFile made, in every copy of the object; a
-  /// path alone says nothing about it.
+  /// Not None for what File(FileType, name, true) and TempFile made, in every copy of the object. A path
+  /// alone does not show it.
   FilePrivacy GetPrivacy() const noexcept { return privacy_; }
   bool IsPrivate() const noexcept { return privacy_ != FilePrivacy::None; }
 
-  /// A form of the name that no file system or shell user trips over: separators, control and reserved
-  /// characters become "_", as do a leading dot and trailing dots and blanks. UTF-8 is kept, and the result
-  /// is never empty.
+  /// A form of the name that is safe in any file system and shell: separators, control and reserved
+  /// characters become
+  /// "_", and so do a leading dot and trailing dots and blanks. Valid UTF-8 is kept. The result is never
+  /// empty.
   static AnsiStr MakeName(const AnsiStr& name) noexcept;
 
-  /// The file of the same name with a number before its ending: "a 2.csv" for "a.csv". For a name that is
-  /// taken.
+  /// The same name with a number before its extension, for a name that is in use: "a 2.csv" for "a.csv".
   File GetNumbered(std::uint32_t number) const noexcept;
 
-  /// Size in bytes, or -1 when it cannot be had.
+  /// Size in bytes, or -1 on failure.
   std::int64_t GetSize() const noexcept;
-  /// Makes an empty file. One that is there already is a failure.
+  /// Makes an empty file. Fails if it exists.
   bool Create() const noexcept;
-  /// Delivers the file to `target` and ends it: by renaming where the target can be replaced (see
-  /// FileWriter::OpenDraft for what cannot), by copying where it lies on another file system or must be
-  /// written in place, and then removing. A target that can be replaced is never half written. A source that
-  /// cannot be removed after it was copied is a failure too: the content then lies whole at both places.
-  /// `keepTarget` true refuses a target that exists. A private file gets mode, group and access list of the
-  /// file that it replaces, or those of a new file; any other keeps its own where it is renamed, and its mode
-  /// where a copy replaces the target. A target that is written in place keeps what it has. A private file
-  /// that is not as it was made, and a target that changed meanwhile, are failures (FileWriter::OpenDraft).
+  /// Delivers the file to `target`; afterwards this file is gone. It renames where the target can be replaced
+  /// (FileWriter::OpenStaged lists what cannot). It copies and then removes the source where the target lies
+  /// on another file system or must be written in place. A target that can be replaced is never half written.
+  /// If the source cannot be removed after the copy, that is a failure too; both files then have the whole
+  /// content. With `keepTarget` true a target that exists is a failure (EEXIST).
+  ///
+  /// A private file gets mode, group and access list of the file that it replaces, or those of a new file.
+  /// Any other file keeps its own when it is renamed, and its mode when a copy replaces the target. A target
+  /// that is written in place keeps its own. A private file that is not as it was made, and a target that
+  /// changed meanwhile, are failures (see FileWriter::OpenStaged).
   bool Move(const File& target, bool keepTarget) const noexcept;
-  /// Removes the file. `mayBeMissing` makes a file that is not there a success.
+  /// Removes the file. With `mayBeMissing` true a file that does not exist is a success. Part of the
+  /// published interface; nothing here calls it, as TempFile removes its own file.
   bool Remove(bool mayBeMissing) const noexcept;
 
  private:

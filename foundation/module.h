@@ -5,8 +5,8 @@
 
 namespace OruGuiBase {
 
-/// Keeps the foundation up while its owner lives. A module holds one in a static of its own, made before
-/// anything else of it and ended after everything else; any number may exist.
+/// Keeps the foundation initialised while its owner lives. A module has one in a static object that is
+/// constructed before and destroyed after everything else of the module. Any number may exist.
 class ORUGUI_EXPORT BaseInitializer {
  public:
   BaseInitializer() noexcept;
@@ -14,11 +14,11 @@ class ORUGUI_EXPORT BaseInitializer {
   BaseInitializer& operator=(const BaseInitializer&) = delete;
   ~BaseInitializer();
 
-  /// How many there are now.
+  /// How many exist now.
   static unsigned int GetCount() noexcept;
 };
 
-/// The lock under which modules come and go. It may be entered again by the thread that is in it, since a
+/// The lock under which modules are loaded and unloaded. A thread that holds it may enter again, since a
 /// module that is being loaded may load another.
 ORUGUI_EXPORT void EnterInitSection() noexcept;
 ORUGUI_EXPORT void LeaveInitSection() noexcept;
@@ -27,15 +27,14 @@ ORUGUI_EXPORT void LeaveInitSection() noexcept;
 
 namespace OruGuiTrace {
 
-/// Readies tracing for a module or thread that is about to come. May be called any number of times.
+/// Prepares tracing for a module or thread that is being attached. May be called any number of times.
 ORUGUI_EXPORT void TraceStartup() noexcept;
 
 }  // namespace OruGuiTrace
 
 namespace OruGuiGui {
 
-/// The hooks of an application that has a main loop and documents. A library has neither, so these do
-/// nothing.
+/// The hooks of an application with a main loop and documents. A library has neither, so these do nothing.
 class ORUGUI_EXPORT GuiApp {
  public:
   GuiApp() = delete;
@@ -45,7 +44,7 @@ class ORUGUI_EXPORT GuiApp {
   static bool Open(const OruGuiBase::AnsiStr& name) noexcept;
 };
 
-/// A module's place among the application's: it hands the hooks over while it lives.
+/// A module in its application: passes calls on to the hooks while it lives. Does not own `module`.
 class ORUGUI_EXPORT DllContext {
  public:
   using StartHook = void (*)() noexcept;
@@ -68,8 +67,8 @@ class ORUGUI_EXPORT DllContext {
   void* module_;
 };
 
-/// A module came or went, or a thread did while the module was there. `module` names it and is not looked
-/// into.
+/// Report that a module was loaded or unloaded, or that a thread started or ended while it was loaded.
+/// `module` identifies it and is never dereferenced.
 ORUGUI_EXPORT void ProcessAttach(void* module) noexcept;
 ORUGUI_EXPORT void ProcessDetach(void* module) noexcept;
 ORUGUI_EXPORT void ThreadAttach(void* module) noexcept;

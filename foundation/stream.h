@@ -13,10 +13,11 @@ namespace OruGuiBase {
 enum class ReadStreamMode : std::uint32_t { Text = 0 };
 enum class WriteStreamMode : std::uint32_t {
   Truncate = 0,
-  Append = 1,  ///< keeps what the file holds and adds at its end
+  Append = 1,  ///< keeps the content of the file and adds at its end
 };
 
-/// A stream with a state: once in error it stays so, with the reason in the error state at the time.
+/// Base of the streams. After the first failure a stream stays in error and repeats the reason of that
+/// failure.
 class ORUGUI_EXPORT Stream {
  public:
   Stream() noexcept = default;
@@ -24,15 +25,16 @@ class ORUGUI_EXPORT Stream {
   Stream& operator=(const Stream&) = delete;
 
   bool IsError() const noexcept { return error_ != 0; }
-  /// Ends the stream; false when it is or comes into error. The reason is again in the error state.
+  /// Closes the file. False if the stream was in error or this fails; the reason is in the error state.
   bool Close() noexcept;
 
  protected:
   ~Stream() = default;
   virtual bool CloseFile() noexcept = 0;
-  /// Takes the error state over as the error of this stream.
+  /// Makes the error state the error of this stream.
   void Fail() noexcept;
-  /// Makes the error of this stream the error state again; false, to end an operation with.
+  /// Makes the error of this stream the error state again. Returns false, so that a failed operation can
+  /// return it.
   bool Restate() const noexcept;
 
  private:
@@ -42,7 +44,7 @@ class ORUGUI_EXPORT Stream {
 
 class WriteStream;
 
-/// Reads a file line by line. A line ends in LF or CR LF, which are not part of it; the last may lack its
+/// Reads a file line by line. A line ends in LF or CR LF, which is not part of it; the last line may have no
 /// end.
 class ORUGUI_EXPORT ReadStream final : public Stream {
  public:
@@ -50,27 +52,30 @@ class ORUGUI_EXPORT ReadStream final : public Stream {
   ReadStream(const ReadStream&) = delete;
   ReadStream& operator=(const ReadStream&) = delete;
   ~ReadStream();
-  /// The next line; false at the end of the file and on failure, which IsError() tells apart.
+  /// The next line. False at the end of the file and on failure; IsError() shows which. Part of the published
+  /// interface; the library itself uses SkipLn and CopyLines, which need no memory for a whole line.
   bool ReadLn(AnsiStr& text) noexcept;
-  /// Passes over the next line, however long; false as ReadLn.
+  /// Skips the next line, however long. False as with ReadLn.
   bool SkipLn() noexcept;
-  /// Writes the lines that are left to `target`, each ended by LF alone. Memory does not depend on their
-  /// length. False when either stream is or comes into error; IsError() tells which.
+  /// Writes the remaining lines to `target`, each ended by LF alone. Memory use does not depend on their
+  /// length. False if either stream was in error or fails; IsError() shows which.
   bool CopyLines(WriteStream& target) noexcept;
 
  private:
   bool CloseFile() noexcept override;
   bool Fill() noexcept;
-  /// What the buffer still holds of the file, taken out of it; empty at the end of the file and on failure.
+  /// Consumes the rest of the buffer, which is filled first if it is empty. Empty at the end of the file and
+  /// on failure.
   std::string_view TakeChunk() noexcept;
 
   FileReader reader_;
-  char* buffer_ = nullptr;
+  char* buffer_ = nullptr;  ///< kStreamBuffer bytes, owned
   std::uint32_t position_ = 0;
   std::uint32_t filled_ = 0;
 };
 
-/// Writes text to a file through a buffer.
+/// Writes to a file through a buffer. The destructor writes what is in the buffer; only Close reports its
+/// failure.
 class ORUGUI_EXPORT WriteStream final : public Stream {
  public:
   WriteStream(const File& file, WriteStreamMode mode) noexcept;
@@ -97,7 +102,7 @@ class ORUGUI_EXPORT FastReadStream final : public Stream {
   FastReadStream(const FastReadStream&) = delete;
   FastReadStream& operator=(const FastReadStream&) = delete;
   ~FastReadStream();
-  /// False on failure, or when the file is larger than a string may be.
+  /// False on failure. A file of more than 4 GiB less one byte, the longest string, is a failure (EFBIG).
   bool Read(AnsiStr& text) noexcept;
 
  private:
@@ -108,13 +113,13 @@ class ORUGUI_EXPORT FastReadStream final : public Stream {
   FileReader reader_;
 };
 
-/// Steps through a text line by line: line ends are LF or CR LF, and an empty text has no line.
+/// Steps through a string line by line. A line ends in LF or CR LF; an empty string has no line.
 class ORUGUI_EXPORT LineIterator {
  public:
   explicit LineIterator(const AnsiStr& text) noexcept : text_(text) {}
-  /// Steps to the next line, from before the first; false behind the last.
+  /// Steps to the next line, at first to the first one. False after the last.
   bool ToNext() noexcept;
-  /// The line stepped to last.
+  /// The current line, without its end.
   AnsiStr GetLine() const noexcept;
   /// Its number, from 0.
   std::uint32_t GetIndex() const noexcept { return index_; }

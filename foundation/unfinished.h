@@ -4,16 +4,18 @@
 
 namespace OruGuiBase {
 
-/// Removes every temporary and every staging file that this process has on the disk, and from then on refuses
-/// to make another: attempts fail with ECANCELED. For a program that is about to end while operations run,
-/// for instance because of a signal: they fail, and what they had written is gone. Call it from a thread, not
-/// from a signal handler. It waits at most about a second for threads that are making a file; a file system
-/// that hangs while a file is removed makes it wait for as long as that takes.
+/// Removes all temporary and staging files of this process. From then on it refuses to make others: attempts
+/// fail with ECANCELED. For a program that must end while operations run, for example because of a signal:
+/// the operations fail, and what they wrote so far is removed. Call it from a thread, not from a signal
+/// handler. It waits at most about one second for threads that are making a file. If a file system hangs
+/// while a file is removed, it waits until that ends.
 ///
-/// A child of fork() inherits the list but not the files: it removes only those that it made itself. A child
-/// that is forked while other threads make or remove files may wait forever for them when it does the same.
+/// A child of fork() inherits the list but does not own the files: it removes only those that it made itself.
+/// A child that is forked while other threads make or remove files may wait forever when it makes or removes
+/// files itself.
 ///
-/// What is written in place, such as a target that cannot be replaced, stays as it is at that moment.
+/// A file that is being written in place, such as a target that cannot be replaced, stays as it is at that
+/// moment.
 ORUGUI_EXPORT void RemoveUnfinishedFiles() noexcept;
 
 }  // namespace OruGuiBase

@@ -6,11 +6,11 @@
 
 namespace OruGuiBase {
 
-/// The list behind RemoveUnfinishedFiles, kept by TempFile, TempDirectory and those who make files for them.
-/// All threads may use it at once.
+/// The process's list of files and directories for RemoveUnfinishedFiles. TempFile, TempDirectory and the
+/// functions that make files for them keep it. All functions are safe for concurrent use.
 enum class UnfinishedType : std::uint8_t { File, Directory };
 
-/// Held while a file is made and listed, so that none appears behind RemoveUnfinishedFiles.
+/// Held on the stack while a file is made and listed, so that RemoveUnfinishedFiles misses none.
 class UnfinishedScope {
  public:
   UnfinishedScope() noexcept;
@@ -25,12 +25,13 @@ class UnfinishedScope {
   bool isOpen_;
 };
 
-/// Lists a path; a directory goes with the files in it. False, with errno, on allocation failure.
+/// Adds a path to the list; a directory is removed with the files in it. False, with errno, on allocation
+/// failure.
 bool AddUnfinished(const AnsiStr& path, UnfinishedType type) noexcept;
-/// Takes it off the list, if it is there.
+/// Takes a path off the list, if it is there. The file stays.
 void DropUnfinished(const AnsiStr& path) noexcept;
-/// Removes the files of a directory, and it. Tries again, a limited number of times, while others put files
-/// in.
+/// Removes the files of a directory and the directory itself. Repeats it, a limited number of times, while
+/// other threads add files. False, with errno, on failure.
 bool RemoveWithFiles(const AnsiStr& directory) noexcept;
 
 }  // namespace OruGuiBase
