@@ -1,3 +1,7 @@
+// How content reaches its target without loss: whether a target can be replaced, what access its replacement
+// gets, and the staging file that is renamed over it. FileWriter, File::Move and TempFile share these
+// decisions.
+
 #include "foundation/delivery.h"
 
 #include <cerrno>
@@ -21,17 +25,17 @@ namespace {
 // The extended attribute in which the kernel keeps a POSIX access control list (acl(5)).
 constexpr const char* kList = "system.posix_acl_access";
 
-// Whether the call failed because there is no list, or the file system has none.
+// Whether errno `code` means that the file has no list, or the file system does not support lists.
 bool IsWithoutList(int code) {
   return code == ENODATA || code == EOPNOTSUPP || code == ENOSYS;
 }
 
-// A list that cannot be looked at may be there.
+// True also if the list cannot be read: the safe assumption is that there is one.
 bool HasList(const AnsiStr& path) {
   return ::lgetxattr(path.GetText(), kList, nullptr, 0) >= 0 || !IsWithoutList(errno);
 }
 
-// A file that is mounted in its place cannot be replaced, but only be written.
+// rename() cannot replace a file that is a mount point; writing into it works.
 bool IsMounted(const AnsiStr& path) {
   struct statx info {};
   return ::statx(AT_FDCWD, path.GetText(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &info) == 0 &&
@@ -50,7 +54,7 @@ ssize_t GetList(const AnsiStr& path, void* bytes, std::size_t size) {
   return ::lgetxattr(path.GetText(), kList, bytes, size);
 }
 
-// Of an open file or of a path.
+// Reads the list of an open file (a handle) or of a path.
 template <typename Place>
 bool ReadList(const Place& place, AnsiStr& list) {
   list.Clear();
@@ -68,9 +72,13 @@ bool ReadList(const Place& place, AnsiStr& list) {
   return true;
 }
 
-// Setting a list sets the permission bits as well, so it must not be wider than the mode that comes after it.
-// The system's form: four bytes, then entries of eight, tag and permissions first, little-endian. A list with
-// more than three entries has a mask, which stands for the group.
+// The list without permissions that `mode` does not have. Setting a list also sets the permission bits, so
+// until the mode is set it must not be wider.
+//
+// The kernel's form (linux/posix_acl_xattr.h): a head of four bytes, then entries of eight, little-endian:
+// two bytes for the tag (0x01 owner, 0x04 group, 0x10 mask, 0x20 others), two for the permissions, four for
+// the id. A list with more than three entries has a mask, and then the group bits of the mode are those of
+// the mask.
 AnsiStr NarrowList(const AnsiStr& list, unsigned mode) {
   constexpr std::uint32_t kHead = 4;
   constexpr std::uint32_t kEntry = 8;
@@ -85,7 +93,8 @@ AnsiStr NarrowList(const AnsiStr& list, unsigned mode) {
   return narrowed;
 }
 
-// A staging file may have got a list of its directory, which is for new files and not for replaced ones.
+// Removes the list that a staging file got from its directory if the target had none: that list is for new
+// files, not for replaced ones.
 bool GiveList(int handle, const AnsiStr& list) {
   if (!list.IsEmpty()) return ::fsetxattr(handle, kList, list.GetText(), list.GetLength(), 0) == 0;
   if (::fgetxattr(handle, kList, nullptr, 0) < 0) return IsWithoutList(errno);
@@ -100,7 +109,7 @@ bool ReadAccess(int handle, FileAccess& access) {
   return ReadList(handle, access.list);
 }
 
-// A name that nobody else uses.
+// A name in the directory that no other file has, except by a chance of one in 2^32; O_EXCL detects that.
 bool MakeProbeName(const AnsiStr& directory, AnsiStr& name) {
   std::uint32_t number = 0;
   if (::getrandom(&number, sizeof number, 0) != sizeof number) return false;
@@ -110,7 +119,7 @@ bool MakeProbeName(const AnsiStr& directory, AnsiStr& name) {
   return true;
 }
 
-// An empty file in the directory of `path`, whose name is gone again. A handle, or -1.
+// Opens an empty file in the directory of `path` that has no name any more. Returns a handle, or -1.
 int OpenProbe(const AnsiStr& path, unsigned mode) {
   const UnfinishedScope scope;
   AnsiStr probe;
@@ -121,7 +130,8 @@ int OpenProbe(const AnsiStr& path, unsigned mode) {
   return handle;
 }
 
-// Some file systems keep neither owners nor modes: there nothing is narrower than this.
+// True if a new private file would look the same. Some file systems store neither owners nor modes; a private
+// file is accepted there as it is.
 bool IsLikeAnyOther(const AnsiStr& path, const struct stat& info) {
   const int handle = OpenProbe(path, kOwnerOnly);
   struct stat made {};
@@ -151,7 +161,7 @@ DeliveryWay JudgeTarget(const File& target, DeliveryTarget& judged) noexcept {
   if (!judged.exists) return errno == ENOENT && !path.IsEmpty() ? DeliveryWay::Replace : DeliveryWay::Failed;
   judged.access = {info.st_mode & kPermissions, info.st_gid, AnsiStr()};
   if (target.IsPrivate()) {
-    // Whatever lies there now, this is for the owner alone.
+    // A private target stays for its owner alone, whatever is there now.
     judged.access.mode = kOwnerOnly;
     return DeliveryWay::Replace;
   }
@@ -166,8 +176,8 @@ int OpenPrivate(const AnsiStr& path, int flags) noexcept {
   return -1;
 }
 
-// The process's mask can only be read by changing it, which other threads would notice; a file reports it
-// too. Its name is gone again before RemoveUnfinishedFiles is let in.
+// umask() can only be read by changing it, which other threads would notice. A new file shows it too. The
+// file's name is removed while OpenProbe holds its UnfinishedScope, so it need not be listed.
 bool AskNewFile(const AnsiStr& path, FileAccess& access) noexcept {
   const int handle = OpenProbe(path, kOrdinaryMode);
   if (handle < 0) return false;
@@ -177,7 +187,8 @@ bool AskNewFile(const AnsiStr& path, FileAccess& access) noexcept {
   return isKnown;
 }
 
-// Who could not read at either time must not be able to afterwards. A list is compared as a whole.
+// Nobody may read the new file who could not read the target before or now. Lists are only compared as a
+// whole.
 bool MeetsTarget(const AnsiStr& path, FileAccess& access) noexcept {
   struct stat info {};
   if (::lstat(path.GetText(), &info) != 0) return errno == ENOENT;
@@ -193,7 +204,6 @@ bool MeetsTarget(const AnsiStr& path, FileAccess& access) noexcept {
   return false;
 }
 
-// A file that cannot have the target's group would let in others than the target did.
 bool GiveGroup(int handle, const FileAccess& access) noexcept {
   struct stat info {};
   return ::fstat(handle, &info) == 0 &&
@@ -210,7 +220,7 @@ int MakeStaging(const AnsiStr& target, AnsiStr& path) noexcept {
   if (!scope.IsOpen()) return -1;
   path = AbsolutePath(ParentOf(target)) + "/.orugui-XXXXXX";
   path.Reserve(path.GetLength());
-  // mkostemp writes the name that it found into the string, which nobody shares.
+  // mkostemp writes the name that it found into the string, which Reserve made sure is not shared.
   const int handle = ::mkostemp(const_cast<char*>(path.GetText()), O_CLOEXEC);
   if (handle < 0 || AddUnfinished(path, UnfinishedType::File)) return handle;
   const ErrnoSaver saver;
@@ -223,7 +233,7 @@ bool IsRefusalOfDirectory(int code) noexcept {
   return code == EACCES || code == EPERM || code == EROFS;
 }
 
-// Where the file system has no renaming that spares the target, a second name does the same.
+// Where the file system does not support RENAME_NOREPLACE, link() does the same: it fails if the name exists.
 bool Rename(const AnsiStr& source, const AnsiStr& target, bool keepTarget) noexcept {
   if (!keepTarget) return std::rename(source.GetText(), target.GetText()) == 0;
   if (::renameat2(AT_FDCWD, source.GetText(), AT_FDCWD, target.GetText(), RENAME_NOREPLACE) == 0) return true;

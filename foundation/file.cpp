@@ -1,3 +1,6 @@
+// Names of files, and what can be done with a file that is not open. Every operation of the client names its
+// input and output files with these classes; File::Move is in file_move.cpp.
+
 #include "foundation/file.h"
 
 #include <cerrno>
@@ -24,14 +27,15 @@ AnsiStr Join(const AnsiStr& directory, const AnsiStr& name) {
   return path += name;
 }
 
-// Characters that a file system of some type or a shell gives a meaning of its own.
+// Characters that have a special meaning in a file system or a shell, here or where the file may be copied
+// to.
 bool IsUnsafe(char character) {
   constexpr std::string_view kReserved = "/\\:*?\"<>|";
   const auto byte = static_cast<unsigned char>(character);
   return byte < 0x20 || byte == 0x7F || kReserved.find(character) != std::string_view::npos;
 }
 
-// Length of the UTF-8 character at the head of the text, or 0 when there is none.
+// Length of the UTF-8 character at the start of the string, or 0 if the bytes there are not UTF-8.
 std::uint32_t CharacterLength(std::string_view text) {
   const auto lead = static_cast<unsigned char>(text.front());
   const std::uint32_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
@@ -50,6 +54,8 @@ AnsiStr DirectoryEntry::GetTail() const noexcept {
 Directory::Directory([[maybe_unused]] DirectoryType type) noexcept : DirectoryEntry(TemporaryDirectory()) {}
 
 std::uint32_t Directory::GetLongestName() const noexcept {
+  // 255 bytes is the limit of the common file systems. A limit below 16 would leave no usable name: it is
+  // taken for an error of the file system.
   constexpr long kCommon = 255;
   constexpr long kLeast = 16;
   const long limit = ::pathconf(path_.GetText(), _PC_NAME_MAX);
@@ -73,6 +79,8 @@ File::File([[maybe_unused]] FileType type, const AnsiStr& name, bool isPrivate) 
   }
 }
 
+// Trailing dots and blanks are replaced and not cut, so that two names that differ only in them stay
+// different in length.
 AnsiStr File::MakeName(const AnsiStr& name) noexcept {
   AnsiStr safe;
   safe.Reserve(name.GetLength());
@@ -94,12 +102,14 @@ File File::GetNumbered(std::uint32_t number) const noexcept {
   const std::string_view path = path_.View();
   const std::string_view tail = path.substr(path.rfind('/') + 1);
   const std::size_t dot = tail.rfind('.');
+  // A dot at the start makes a hidden file and no extension.
   const std::size_t ending = dot == std::string_view::npos || dot == 0 ? 0 : tail.size() - dot;
   const AnsiStr digits = FmtArgs(" %u", number);
   return File(AnsiStr(path.substr(0, path.size() - ending)) + digits +
               AnsiStr(path.substr(path.size() - ending)));
 }
 
+// A directory is refused here: its size says nothing, and whoever asks is about to read it.
 std::int64_t File::GetSize() const noexcept {
   ClearLastError();
   struct stat info {};
@@ -122,7 +132,7 @@ bool File::Create() const noexcept {
   const ErrnoSaver saver;
   FailWithErrno();
   ::unlink(path_.GetText());
-  return FailWith(reason);
+  return false;
 }
 
 bool File::Remove(bool mayBeMissing) const noexcept {

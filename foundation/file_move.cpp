@@ -1,3 +1,6 @@
+// File::Move: how a finished file becomes the target of an operation. The operations of the client and its
+// commands write to a temporary file first and end with it.
+
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,15 +30,16 @@ int OpenRegular(const File& file) {
   return -1;
 }
 
-// A file system may keep no lists, or not know a group: what cannot be given here may be given where the
-// target lies, or the target is written in place.
+// EXDEV makes Move copy: a file system without access lists or with other groups cannot give this file the
+// target's access, but a copy on the target's file system can have it, or the target is written in place.
 bool GiveAccessOrCopy(int handle, const FileAccess& access) {
   if (GiveAccess(handle, access)) return true;
   errno = EXDEV;
   return false;
 }
 
-// The access is given first, while nobody else sees the file, so that the target never shows with another.
+// The access is given before the name, while nobody else can open the file, so that the target never has a
+// wider one. On failure the file is for its owner alone again.
 bool RenamePrivate(const File& source, const File& target, const DeliveryTarget& judged, bool keepTarget) {
   FileAccess access = judged.access;
   if (!judged.exists && !AskNewFile(target.GetPath(), access)) return false;
@@ -50,13 +54,14 @@ bool RenamePrivate(const File& source, const File& target, const DeliveryTarget&
   return done;
 }
 
-// Another file system, an access that the file cannot have, a directory that takes no new files. A directory
-// that does not let an ordinary file go would refuse its removal as well.
+// After EXDEV: another file system, or access that this file cannot have. A private file may also be copied
+// when the target's directory takes no new files. An ordinary one may not: the refusal can come from its own
+// directory, which would then not let it be removed after the copy.
 bool MayBeCopied(const File& source, int code) {
   return code == EXDEV || (source.IsPrivate() && IsRefusalOfDirectory(code));
 }
 
-// As renaming does with two names of one file: nothing is to be copied over itself.
+// Two names of one file. rename() does nothing then; a copy would overwrite the file with itself.
 bool IsOneFile(const struct stat& source, const AnsiStr& target) {
   struct stat info {};
   return ::stat(target.GetText(), &info) == 0 && info.st_dev == source.st_dev && info.st_ino == source.st_ino;
@@ -66,8 +71,8 @@ bool CopyContent(int from, FileWriter& writer) {
   WorkBuffer buffer;
   if (!buffer.Alloc(kStreamBuffer)) return FailWith(ENOMEM);
   std::int64_t got = 0;
-  while ((got = ReadAll(from, buffer, kStreamBuffer, -1)) > 0) {
-    if (!writer.Write(buffer, static_cast<std::uint32_t>(got))) return false;
+  while ((got = ReadAll(from, buffer.GetData(), buffer.GetSize(), -1)) > 0) {
+    if (!writer.Write(buffer.GetData(), static_cast<std::uint32_t>(got))) return false;
   }
   return got == 0 || FailWithErrno();
 }

@@ -1,3 +1,6 @@
+// Open files without a buffer: FileReader, and FileWriter except for staging files (filehandle_staging.cpp).
+// Streams, File::Move and the CMS readers and writers work on them.
+
 #include "foundation/filehandle.h"
 
 #include <cerrno>
@@ -21,7 +24,7 @@ bool CloseOnce(int& handle) {
   return closing < 0 || CloseHandle(closing) || FailWithErrno();
 }
 
-// For scopes that end after a failure whose reason is still to be read.
+// Preserves the error state: callers report it after cleanup.
 void CloseQuietly(int& handle) {
   const ErrorStateSaver saver;
   CloseOnce(handle);
@@ -35,7 +38,7 @@ bool SetSize(int handle, std::int64_t size) {
   return result == 0;
 }
 
-// What is not the file that was made is not emptied either.
+// O_TRUNC only after OpenPrivate has checked the file: it might be a file of somebody else.
 bool OpenPrivateForWriting(int& handle, const AnsiStr& path, int flags) {
   handle = OpenPrivate(path, O_WRONLY | (flags & ~O_TRUNC));
   if (handle < 0) return FailWithErrno();
@@ -57,12 +60,12 @@ std::int64_t Checked(std::int64_t got) {
   return got;
 }
 
-// Reserving room is an offer that not every file takes.
+// Not every file system, and no FIFO or device, can reserve space.
 bool IsRefusalToReserve(int code) {
   return code == EOPNOTSUPP || code == ENOSYS || code == EINVAL || code == ENODEV || code == ESPIPE;
 }
 
-// A FIFO or a device has no size to be set, and refuses with EINVAL.
+// ftruncate() fails with EINVAL for a FIFO or a device, which have no size.
 bool IsWithoutSize(int handle, int code) {
   struct stat info {};
   return code == EINVAL && ::fstat(handle, &info) == 0 && !S_ISREG(info.st_mode);
@@ -87,6 +90,7 @@ bool FileReader::Open(const File& file) noexcept {
   return FailWith(code);
 }
 
+// Everything of a file that changes with its content and costs no reading.
 FileReader::Look FileReader::Describe(const struct stat& info) noexcept {
   return {S_ISREG(info.st_mode),
           info.st_size,
@@ -138,7 +142,7 @@ bool FileWriter::OpenAppend(const File& file) noexcept {
   return OpenForWriting(handle_, file, O_APPEND);
 }
 
-// The size is left alone, so that a reader never takes reserved room for content.
+// FALLOC_FL_KEEP_SIZE, so that a reader never takes reserved space for content.
 bool FileWriter::Preallocate(std::int64_t size) noexcept {
   ClearLastError();
   if (size <= 0) return true;
@@ -159,6 +163,7 @@ bool FileWriter::Truncate(std::int64_t size) noexcept {
   return SetSize(handle_, size) || IsWithoutSize(handle_, errno) || FailWithErrno();
 }
 
+// A staging file is delivered here, so that a writer that is only destroyed leaves the target as it was.
 bool FileWriter::Close() noexcept {
   if (!staging_.GetPath().IsEmpty()) return FinishStaging();
   return CloseOnce(handle_);

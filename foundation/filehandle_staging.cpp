@@ -1,3 +1,7 @@
+// The second half of FileWriter: content that replaces a file only when it is complete. OpenStaged writes to
+// a file beside the target, Close gives it the target's access and then its name. File::Move copies through
+// here.
+
 #include <cerrno>
 #include <unistd.h>
 #include <utility>
@@ -27,7 +31,8 @@ bool FileWriter::OpenStaged(const File& file, const StagingOptions& options) noe
   return way == DeliveryWay::Replace || FailWithErrno();
 }
 
-// Begins the staging file of a target, unless that has to be written in place after all.
+// Opens the staging file. InPlace if that turns out to be impossible but the target can be written: its
+// directory takes no new files, or the new file cannot have its group.
 DeliveryWay FileWriter::BeginStaging(const AnsiStr& path, const DeliveryTarget& target,
                                      const StagingOptions& options) noexcept {
   access_ = target.access;
@@ -48,7 +53,6 @@ DeliveryWay FileWriter::BeginStaging(const AnsiStr& path, const DeliveryTarget& 
   return target.exists ? DeliveryWay::InPlace : DeliveryWay::Failed;
 }
 
-// The mode comes last but one: until the name is right the owner alone may read.
 bool FileWriter::FinishStaging() noexcept {
   if (!DeliverStaging()) {
     DropFile();
@@ -68,6 +72,7 @@ bool FileWriter::DeliverStaging() noexcept {
   return true;
 }
 
+// Preserves the error state: callers report it after cleanup.
 void FileWriter::DropFile() noexcept {
   const ErrorStateSaver saver;
   if (handle_ >= 0) CloseHandle(std::exchange(handle_, -1));

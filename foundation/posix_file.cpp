@@ -1,3 +1,6 @@
+// POSIX calls that all file operations here share: repeated after a signal, and refused for paths that the
+// system would see in part only.
+
 #include "foundation/posix_file.h"
 
 #include <cerrno>
@@ -17,6 +20,7 @@ bool FailWithErrno() noexcept {
   return false;
 }
 
+// Also sets errno, because some callers look at it after a failed operation of this library.
 bool FailWith(int code) noexcept {
   errno = code;
   return FailWithErrno();
@@ -28,6 +32,7 @@ bool IsUsablePath(const AnsiStr& path) noexcept {
   return false;
 }
 
+// O_CLOEXEC: a program that the application starts must not inherit content or keys.
 int OpenHandle(const AnsiStr& path, int flags, unsigned mode) noexcept {
   if (!IsUsablePath(path)) return -1;
   int handle = -1;
@@ -41,6 +46,7 @@ bool CloseHandle(int handle) noexcept {
   return ::close(handle) == 0 || errno == EINTR;
 }
 
+// read() may return fewer bytes than asked for, from a pipe or after a signal; only 0 means the end.
 std::int64_t ReadAll(int handle, void* buffer, std::uint32_t size, std::int64_t offset) noexcept {
   auto* const bytes = static_cast<char*>(buffer);
   std::uint32_t done = 0;

@@ -1,3 +1,6 @@
+// Buffered files: ReadStream and WriteStream copy the audit log's lines, FastReadStream loads a file into a
+// string, and LineIterator splits the bodies that the client traces.
+
 #include "foundation/stream.h"
 
 #include <cerrno>
@@ -16,13 +19,13 @@ namespace {
 
 constexpr std::uint32_t kMaxText = 0xFFFFFFFFU;
 
+// The streams own their buffer by a plain pointer: WorkBuffer is private, their header is public.
 char* NewBuffer() {
   auto* const buffer = static_cast<char*>(AllocParticle(kStreamBuffer));
   if (buffer == nullptr) FailWith(ENOMEM);
   return buffer;
 }
 
-// What passes through may be plain content or a key.
 void DropBuffer(char*& buffer) {
   FreeWiped(kStreamBuffer, std::exchange(buffer, nullptr));
 }
@@ -31,7 +34,7 @@ bool WriteChunk(WriteStream& target, std::string_view chunk) {
   return target.Write(chunk.data(), static_cast<std::uint32_t>(chunk.size()));
 }
 
-// The chunk does not end in CR.
+// Writes a chunk without the CR of each CR LF. Precondition: it does not end in CR.
 bool WriteWithoutReturns(WriteStream& target, std::string_view chunk) {
   std::size_t found = 0;
   while ((found = chunk.find('\r', found)) != std::string_view::npos) {
@@ -46,6 +49,7 @@ bool WriteWithoutReturns(WriteStream& target, std::string_view chunk) {
   return WriteChunk(target, chunk);
 }
 
+// AnsiStr would only trace an append that passes 32 bits, and drop it.
 bool AppendChecked(AnsiStr& text, const char* data, std::uint32_t size) {
   if (size > kMaxText - text.GetLength()) return FailWith(EFBIG);
   text.Append(data, size);
@@ -59,6 +63,7 @@ bool Stream::Close() noexcept {
   return !IsError() || Restate();
 }
 
+// Keeps the first reason: later operations change the error state of the thread.
 void Stream::Fail() noexcept {
   error_ = GetLastError() != 0 ? GetLastError() : EIO;
   if (error_ == kTextError) errorText_ = GetErrorMessage(error_, 0, 1);
@@ -81,6 +86,8 @@ ReadStream::~ReadStream() {
   DropBuffer(buffer_);
 }
 
+// A line may begin in one buffer and end in another. Its CR is taken off at the end, since it may be the last
+// byte of a buffer.
 bool ReadStream::ReadLn(AnsiStr& text) noexcept {
   text.Clear();
   if (IsError()) return Restate();
@@ -115,8 +122,8 @@ bool ReadStream::SkipLn() noexcept {
   return any && !IsError();
 }
 
-// What the buffer holds goes over as a whole; only the CR of a CR LF is left out. A CR at the end of a chunk
-// waits for what follows it.
+// Copies whole buffers, not lines, so that a line may be longer than memory. A CR at the end of a buffer is
+// held back until the next one shows whether LF follows.
 bool ReadStream::CopyLines(WriteStream& target) noexcept {
   if (IsError()) return Restate();
   bool isLineOpen = false;
@@ -129,6 +136,7 @@ bool ReadStream::CopyLines(WriteStream& target) noexcept {
     if (!WriteWithoutReturns(target, chunk)) return false;
   }
   if (IsError() || (isReturnHeld && !target.Write('\r'))) return false;
+  // A last line without an end gets one, so that a later append starts on a new line.
   return !isLineOpen || target.Write('\n');
 }
 
@@ -138,7 +146,7 @@ std::string_view ReadStream::TakeChunk() noexcept {
   return {buffer_ + start, filled_ - start};
 }
 
-// False at the end of the file and on failure.
+// False at the end of the file and on failure; IsError() shows which.
 bool ReadStream::Fill() noexcept {
   const std::int64_t got = buffer_ != nullptr ? reader_.Read(buffer_, kStreamBuffer) : 0;
   if (got < 0) Fail();
@@ -158,7 +166,8 @@ WriteStream::WriteStream(const File& file, WriteStreamMode mode) noexcept {
   if (!opened || (buffer_ = NewBuffer()) == nullptr) Fail();
 }
 
-// A stream that nobody closed still writes what it was given.
+// Writes the buffer of a stream that was not closed. Preserves the error state: callers report it after
+// cleanup.
 WriteStream::~WriteStream() {
   const ErrorStateSaver saver;
   CloseFile();
@@ -172,6 +181,7 @@ bool WriteStream::Write(char character) noexcept {
   return Write(&character, 1);
 }
 
+// What does not fit the buffer at all is written directly, without a copy.
 bool WriteStream::Write(const char* data, std::uint32_t size) noexcept {
   if (IsError()) return Restate();
   if (buffer_ == nullptr) {
@@ -219,20 +229,22 @@ bool FastReadStream::Read(AnsiStr& text) noexcept {
   return false;
 }
 
-// As much as the system says the file holds, without a detour.
+// Reads as many bytes as the file has now, straight into the string.
 bool FastReadStream::ReadKnown(AnsiStr& text) noexcept {
   const std::int64_t size = reader_.GetSize();
+  // A FIFO or a file of /proc has the size 0; ReadRest reads those.
   if (size <= 0) return size == 0;
   if (size > kMaxText) return FailWith(EFBIG);
-  char* const room = text.Alloc(static_cast<std::uint32_t>(size));
-  if (room == nullptr) return FailWith(ENOMEM);
-  const std::int64_t got = reader_.Read(room, static_cast<std::uint32_t>(size));
+  char* const target = text.Alloc(static_cast<std::uint32_t>(size));
+  if (target == nullptr) return FailWith(ENOMEM);
+  const std::int64_t got = reader_.Read(target, static_cast<std::uint32_t>(size));
   if (got < 0) return false;
   text.Trunc(static_cast<std::uint32_t>(got));
   return true;
 }
 
-// What came on top since, or all of a source whose size is not known.
+// Reads what was added to the file since its size was read, or all of a source without a size, such as a
+// FIFO.
 bool FastReadStream::ReadRest(AnsiStr& text) noexcept {
   char chunk[4096];
   std::int64_t got = 0;

@@ -1,3 +1,7 @@
+// The list of files that must not stay behind if the program is told to end, and their removal. TempFile,
+// TempDirectory and the functions that make files for them keep the list; a program calls
+// RemoveUnfinishedFiles, as cryptcli does after SIGINT and SIGTERM.
+
 #include "foundation/unfinished.h"
 
 #include <atomic>
@@ -23,18 +27,20 @@ namespace {
 
 using std::chrono::milliseconds;
 
+// Attempts to close the gate, a millisecond apart, and to remove a directory to which others add files.
 constexpr int kMostAttempts = 1000;
 
+// One path of the list. The list owns it until DropUnfinished.
 struct Entry {
   Entry* next;
   AnsiStr path;
   UnfinishedType type;
-  pid_t process;  // a child inherits the list, but not the files
+  pid_t process;  // that made it: a child inherits the list, but does not own the files
 };
 
-// Everything here has a trivial destructor or none that acts: static objects of the application may hold
-// temporary files until the very end of the process.
-constinit std::shared_mutex gate;  // shared by those who make files
+// No destructor here does anything: static objects of the application may own temporary files until the
+// process ends.
+constinit std::shared_mutex gate;  // locked shared while a file is made
 constinit std::mutex listMutex;
 constinit Entry* newest = nullptr;
 constinit std::atomic<bool> isClosed{false};
@@ -48,7 +54,8 @@ void RemoveEntry(const Entry& entry) {
   }
 }
 
-// Where a file is being made on a file system that hangs, the others must not wait for it forever.
+// Gives up after about a second: a thread may be making a file on a file system that hangs, and the files of
+// the others must be removed all the same.
 bool CloseGate() {
   isClosed = true;
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
@@ -58,7 +65,7 @@ bool CloseGate() {
   return false;
 }
 
-// A link that somebody puts in the place of the directory would lead to files of others.
+// O_NOFOLLOW: a link that somebody put in the place of the directory would lead to files of others.
 DIR* OpenDirectory(const AnsiStr& path) {
   const int handle = ::open(path.GetText(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   DIR* const directory = handle >= 0 ? ::fdopendir(handle) : nullptr;
@@ -86,12 +93,13 @@ void RemoveUnfinishedFiles() noexcept {
   const bool isLocked = CloseGate();
   {
     const std::lock_guard lock(listMutex);
-    // The newest first: a directory may hold others that were made later.
+    // Newest first: an older entry may be the directory of a newer one.
     for (const Entry* entry = newest; entry != nullptr; entry = entry->next) RemoveEntry(*entry);
   }
   if (isLocked) gate.unlock();
 }
 
+// isClosed is checked again under the lock, as the gate may have been closed while this thread waited for it.
 UnfinishedScope::UnfinishedScope() noexcept : isOpen_(false) {
   if (!isClosed) {
     gate.lock_shared();
@@ -105,6 +113,7 @@ UnfinishedScope::~UnfinishedScope() {
   if (isOpen_) gate.unlock_shared();
 }
 
+// Allocates before it locks: nothing that can fail happens under the lock.
 bool AddUnfinished(const AnsiStr& path, UnfinishedType type) noexcept {
   void* const memory = AllocParticle(sizeof(Entry));
   if (memory == nullptr) {
@@ -116,6 +125,7 @@ bool AddUnfinished(const AnsiStr& path, UnfinishedType type) noexcept {
   return true;
 }
 
+// The entry is freed outside the lock; nobody else can reach it any more.
 void DropUnfinished(const AnsiStr& path) noexcept {
   Entry* found = nullptr;
   {
