@@ -1,3 +1,6 @@
+// The string of everything here: messages, JSON, paths, and also keys and passwords. One block per string,
+// counted and shared; growing copies to a larger block and wipes the old one when its last handle goes.
+
 #include "foundation/ansistr.h"
 
 #include <algorithm>
@@ -18,10 +21,12 @@ namespace {
 
 constexpr std::size_t kMaxLength = 0xFFFFFFFFU;
 
+// One byte more than the capacity, for the final NUL. In size_t, as 32 bits could overflow.
 std::size_t BlockSize(std::uint32_t capacity) {
   return sizeof(AnsiStr::Imp) + std::size_t{capacity} + 1;
 }
 
+// Not tolower(): that depends on the locale, and header names and media types are ASCII.
 char LowerASCII(char character) {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A')) : character;
 }
@@ -33,6 +38,7 @@ AnsiStr::Imp* InitOrAbort(std::uint32_t capacity, std::uint32_t length, const ch
   return imp;
 }
 
+// A string of 4 GiB cannot be represented, and a cut one could go unnoticed.
 std::uint32_t CheckedLength(std::size_t length) {
   if (length > kMaxLength) DebugAbort("UInt32 overflow");
   return static_cast<std::uint32_t>(length);
@@ -53,6 +59,7 @@ void AnsiStr::Imp::Free(Imp* imp) noexcept {
 
 AnsiStr::Imp* AnsiStr::Imp::Init(std::uint32_t capacity, std::uint32_t length, const char* source,
                                  std::uint32_t sourceLength) noexcept {
+  // Callers may pass only one of the three; the block must fit all of them.
   capacity = std::max({capacity, length, sourceLength});
   void* memory = AllocParticle(BlockSize(capacity));
   if (memory == nullptr) return nullptr;
@@ -86,6 +93,7 @@ AnsiStr::AnsiStr(std::uint32_t size, char*& buffer) noexcept : imp_(InitOrAbort(
   buffer = imp_->Text();
 }
 
+// Links the new block before it releases the old one, so that self-assignment is safe.
 AnsiStr& AnsiStr::operator=(const AnsiStr& other) noexcept {
   AnsiStr copy(other);
   std::swap(imp_, copy.imp_);
@@ -109,7 +117,7 @@ AnsiStr& AnsiStr::Append(const char* text, std::uint32_t length) noexcept {
     return *this;
   }
   const std::uint32_t total = old + length;
-  // The old block lives until the end: `text` may lie in it.
+  // The old block is kept until the end, because `text` may point into it.
   Imp* const before = imp_;
   const bool inPlace =
       before != nullptr && before->capacity >= total && !Reference::IsShared(before->refCount);
@@ -129,6 +137,7 @@ AnsiStr& AnsiStr::Append(std::string_view text) noexcept {
   return Append(text.data(), static_cast<std::uint32_t>(text.size()));
 }
 
+// An empty string shares the other block instead of copying it.
 AnsiStr& AnsiStr::operator+=(const AnsiStr& text) noexcept {
   if (imp_ == nullptr) return *this = text;
   return Append(text.GetText(), text.GetLength());
@@ -185,6 +194,7 @@ AnsiStr& AnsiStr::Trunc(std::uint32_t length) noexcept {
     Clear();
     return *this;
   }
+  // What is cut off is wiped in an unshared block; a shared one belongs to others as well.
   if (Reference::IsShared(imp_->refCount)) return *this = AnsiStr(GetText(), length);
   WipeMemory(imp_->Text() + length, old - length);
   imp_->length = length;
@@ -205,6 +215,7 @@ std::uint32_t AnsiStr::Find(char character, std::uint32_t start, bool ignoreCase
   return index != std::string_view::npos ? static_cast<std::uint32_t>(index) : npos;
 }
 
+// Where one string is the beginning of the other, the shorter one comes first.
 int AnsiStr::Compare(const AnsiStr& a, const AnsiStr& b, bool ignoreCase) noexcept {
   if (!ignoreCase) return a.View().compare(b.View());
   const std::string_view left = a.View();
@@ -224,7 +235,7 @@ AnsiStr AnsiStr::FromImp(Imp* imp) noexcept {
   return text;
 }
 
-// The count may be stored by several threads that share the string; they all store the same number.
+// Several threads that share the string may store the length at once; all store the same number.
 std::uint32_t AnsiStr::LengthOf(Imp* imp) noexcept {
   const std::atomic_ref<std::uint32_t> stored(imp->length);
   std::uint32_t length = stored.load(std::memory_order_relaxed);

@@ -1,3 +1,6 @@
+// Bytes that are no string: certificates, signatures, hashes and decoded keys. Counted, shared and wiped as
+// AnsiStr is.
+
 #include "foundation/blob.h"
 
 #include <algorithm>
@@ -43,6 +46,7 @@ Blob::Imp* Blob::Imp::Init(std::uint32_t capacity, std::uint32_t size) noexcept 
   return imp;
 }
 
+// Aborts on allocation failure, as a constructor cannot report it.
 Blob::Blob(const BlobConst& bytes) noexcept : imp_(CopyOrAbort(bytes.data, bytes.size)) {}
 
 Blob& Blob::operator=(const Blob& other) noexcept {
@@ -56,6 +60,8 @@ Blob& Blob::operator=(Blob&& other) noexcept {
   return *this;
 }
 
+// A decoder allocates its guess and then cuts to the true size; keeping the storage saves a second block with
+// a key.
 std::uint8_t* Blob::Alloc(std::uint32_t size) noexcept {
   const bool keeps = imp_ != nullptr && imp_->capacity >= size && !Reference::IsShared(imp_->refCount);
   if (!keeps) Drop(std::exchange(imp_, size != 0 ? Imp::Init(size, size) : nullptr));

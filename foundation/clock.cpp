@@ -13,7 +13,8 @@ std::uint64_t Seed() {
     std::random_device device;
     return std::uint64_t{device()} << 32 | device();
   } catch (const std::exception&) {
-    // A system without a random device: the clock spreads well enough for what this is used for.
+    // A system without a random device. The clock is good enough: the numbers only spread clients over key
+    // servers.
     return static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
   }
 }

@@ -1,3 +1,6 @@
+// Dates as texts and as seconds: the time of a key server's response (RFC 1123), the names of audit logs (ISO
+// 8601), and the Unix time in which certificates are checked.
+
 #include "foundation/dates.h"
 
 #include <algorithm>
@@ -14,16 +17,18 @@ namespace {
 using std::chrono::day, std::chrono::month, std::chrono::year, std::chrono::seconds;
 using std::chrono::sys_days, std::chrono::sys_seconds, std::chrono::year_month_day;
 
-constexpr int kFailed = 1;
+constexpr int kFailed = 1;  // any number but 0, which means success
+// The years that the texts can express with four digits.
 constexpr std::int32_t kFirstYear = 1;
 constexpr std::int32_t kLastYear = 9999;
 
 constexpr const char* kWeekdays[] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
 constexpr const char* kMonths[] = {"jan", "feb", "mar", "apr", "may", "jun",
                                    "jul", "aug", "sep", "oct", "nov", "dec"};
+// Zones that mean UTC: RFC 1123 writes GMT, some servers one of the others.
 constexpr const char* kUniversalZones[] = {"gmt", "utc", "ut", "z"};
 
-// Not valid for fields that make no date of the calendar.
+// Not ok() if the fields are no date of the calendar.
 year_month_day DateOf(const datetime& value) {
   return year(value.year) / month(static_cast<unsigned>(value.month)) / day(static_cast<unsigned>(value.day));
 }
@@ -33,6 +38,7 @@ bool IsDateOfCalendar(const datetime& value) {
          value.day >= 1 && value.day <= 31 && DateOf(value).ok();
 }
 
+// The last second is 59, or 60 where a leap second is allowed.
 bool IsTimeOfDay(const datetime& value, std::int32_t lastSecond) {
   return value.hour >= 0 && value.hour <= 23 && value.minute >= 0 && value.minute <= 59 &&
          value.second >= 0 && value.second <= lastSecond;
@@ -42,6 +48,7 @@ constexpr std::int64_t StartOf(std::int32_t ofYear) {
   return sys_seconds(sys_days(year(ofYear) / 1 / 1)).time_since_epoch().count();
 }
 
+// False outside the years 1 to 9999, which datetime cannot express.
 bool FromUnixTime(std::int64_t time, datetime& value) {
   if (time < StartOf(kFirstYear) || time >= StartOf(kLastYear + 1)) return false;
   const sys_seconds moment{seconds(time)};
@@ -57,7 +64,8 @@ bool FromUnixTime(std::int64_t time, datetime& value) {
   return true;
 }
 
-// Reads the parts of a date one after the other. Each operation says whether the part was there.
+// Consumes a date part by part. Each operation returns whether the part was there. Views the string, which
+// must outlive it.
 class DateReader {
  public:
   explicit DateReader(std::string_view text) : rest_(text) {}
@@ -77,12 +85,12 @@ class DateReader {
     for (const char digit : digits) value = value * 10 + (digit - '0');
     return !digits.empty();
   }
-  // Index of the next word among the names, without regard to case, or -1.
+  // Index of the next word in the names, ignoring case, or -1.
   template <std::size_t N>
   int Name(const char* const (&names)[N]) {
     const std::string_view word =
         Take([](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }, 1, rest_.size());
-    const auto isSame = [](char c, char lower) { return (c | 0x20) == lower; };  // of letters
+    const auto isSame = [](char c, char lower) { return (c | 0x20) == lower; };  // both are letters
     for (std::size_t i = 0; i < N; ++i) {
       const std::string_view name(names[i]);
       if (std::equal(word.begin(), word.end(), name.begin(), name.end(), isSame)) return static_cast<int>(i);
@@ -95,7 +103,7 @@ class DateReader {
   }
 
  private:
-  // The run of fitting characters, empty unless its whole length is in range.
+  // Consumes the run of matching characters. Empty, and nothing consumed, unless its length is in the range.
   template <class Fits>
   std::string_view Take(Fits fits, std::size_t least, std::size_t most) {
     std::size_t length = 0;
@@ -129,6 +137,7 @@ bool ReadTime(DateReader& reader, datetime& value) {
   return !reader.Symbol(':') || reader.Number(2, 2, value.second);
 }
 
+// Offsets as in RFC 822: "+0130" is one hour and thirty minutes ahead of UTC.
 bool ReadZone(DateReader& reader, std::int64_t& offset) {
   offset = 0;
   const bool west = reader.Symbol('-');
@@ -180,6 +189,7 @@ std::int64_t ToUnixTime(const datetime& value) noexcept {
          std::int64_t{60} * value.minute + value.second;
 }
 
+// Takes the way through Unix time, so that carry, leap years and both directions are one computation.
 datetime& AddSeconds(datetime& value, std::int64_t added) noexcept {
   if (!IsValidDateTime(value)) return value;
   std::int64_t sum = 0;

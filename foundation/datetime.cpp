@@ -1,3 +1,6 @@
+// Packs a date into seven bytes, the form in which a Val has it. The layout is fixed, and a test checks each
+// bit.
+
 #include "foundation/datetime.h"
 
 #include <cstddef>
@@ -11,6 +14,7 @@ static_assert(offsetof(datetime, year) == 0 && offsetof(datetime, month) == 4 &&
 
 namespace {
 
+// Offsets of the second word and of the zone byte, and the bits of that byte.
 constexpr std::size_t kHalf = 4;
 constexpr std::size_t kZone = 6;
 constexpr unsigned kSpareBit = 0x80;
@@ -21,6 +25,7 @@ bool IsBetween(std::uint32_t value, std::uint32_t low, std::uint32_t high) {
   return value >= low && value <= high;
 }
 
+// memcpy, because the words are not aligned in an array of seven-byte values.
 std::uint32_t LoadWord(const unsigned char* bytes) {
   std::uint32_t word = 0;
   std::memcpy(&word, bytes, sizeof word);

@@ -1,3 +1,6 @@
+// Encodings of bytes and strings: base64 (RFC 4648) and hexadecimal, for keys and signatures in JSON and for
+// certificates; %XX for URLs; and the check for UTF-8 that JSON and file names need.
+
 #include "foundation/encoding.h"
 
 #include <algorithm>
@@ -17,7 +20,7 @@ constexpr char kUpperHex[] = "0123456789ABCDEF";
 constexpr char kLowerHex[] = "0123456789abcdef";
 constexpr std::uint64_t kMaxText = 0xFFFFFFFFU;
 
-// What a character of an encoded text stands for, beyond the values of digits.
+// Meanings of a character in a DigitTable besides the values of digits, which are at most 63.
 constexpr std::uint8_t kBad = 0xFF;
 constexpr std::uint8_t kSkip = 0xFE;
 constexpr std::uint8_t kPad = 0xFD;
@@ -28,6 +31,7 @@ constexpr std::size_t IndexOf(char character) {
   return static_cast<unsigned char>(character);
 }
 
+// Digits are entered after the ignored characters, so that a digit is never ignored.
 DigitTable MakeTable(const char* ignored) {
   DigitTable table;
   table.fill(kBad);
@@ -56,12 +60,13 @@ bool Refuse(const char* reason) {
   return false;
 }
 
-// Collects decoded bytes in the caller's room.
+// Collects decoded bytes in the caller's memory, which must outlive it. Put is false when it is full.
 class Target {
  public:
-  Target(void* target, std::uint32_t room) : bytes_(static_cast<std::uint8_t*>(target)), room_(room) {}
+  Target(void* target, std::uint32_t capacity)
+      : bytes_(static_cast<std::uint8_t*>(target)), capacity_(capacity) {}
   bool Put(std::uint32_t byte) {
-    if (size_ == room_) return false;
+    if (size_ == capacity_) return false;
     bytes_[size_++] = static_cast<std::uint8_t>(byte);
     return true;
   }
@@ -69,15 +74,15 @@ class Target {
 
  private:
   std::uint8_t* bytes_;
-  std::uint32_t room_;
+  std::uint32_t capacity_;
   std::uint32_t size_ = 0;
 };
 
-constexpr const char* kNoRoom = "The decoded bytes do not fit their buffer";
+constexpr const char* kTooSmall = "The decoded bytes do not fit their buffer";
 constexpr const char* kNotBase64 = "The text is not base64";
 constexpr const char* kNotHex = "The text is not hexadecimal";
 
-// One group of four characters as it fills up: digits first, then padding in the last two places.
+// One group of four base64 characters while it is read: digits, then padding in at most the last two places.
 struct Quartet {
   std::uint32_t bits = 0;
   unsigned digits = 0;
@@ -95,7 +100,7 @@ struct Quartet {
   }
   bool IsFull() const { return digits + pads == 4; }
   bool IsEmpty() const { return digits + pads == 0; }
-  // Bits that the padding cuts off are 0 in the one right encoding.
+  // The bits that padding cuts off must be 0 (RFC 4648, section 3.5), so that each value has one encoding.
   bool IsCanonical() const { return (bits & ((1U << (pads * 2)) - 1)) == 0; }
   bool Flush(Target& target) const {
     const std::uint32_t word = bits << (6 * pads);
@@ -106,6 +111,7 @@ struct Quartet {
   }
 };
 
+// RFC 3986, section 2.3.
 bool IsUnreserved(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
          c == '_' || c == '~';
@@ -116,18 +122,19 @@ bool IsBlankOrControl(char character) {
   return byte <= 0x20 || byte == 0x7F;
 }
 
-std::uint32_t CheckedRoom(std::uint64_t size) {
-  if (size > kMaxText) DebugAbort("UInt32 overflow");
-  return static_cast<std::uint32_t>(size);
+std::uint32_t CheckedLength(std::uint64_t length) {
+  if (length > kMaxText) DebugAbort("UInt32 overflow");
+  return static_cast<std::uint32_t>(length);
 }
 
-// Room for a text whose length is known before it is written, and is not 0.
-char* MakeRoom(AnsiStr& text, std::uint64_t length) {
-  char* const room = text.Alloc(CheckedRoom(length));
-  if (room == nullptr) DebugAbort("Could not allocate string");
-  return room;
+// Allocates a string of `length` characters, not 0, and returns them for writing. Aborts on failure.
+char* AllocText(AnsiStr& text, std::uint64_t length) {
+  char* const characters = text.Alloc(CheckedLength(length));
+  if (characters == nullptr) DebugAbort("Could not allocate string");
+  return characters;
 }
 
+// Encodes one to three bytes as four characters, with padding for the missing ones (RFC 4648, section 4).
 void EncodeTriple(const std::uint8_t* bytes, std::uint32_t count, char* quartet) {
   std::uint32_t bits = 0;
   for (std::uint32_t i = 0; i < 3; ++i) bits = bits << 8 | (i < count ? bytes[i] : 0U);
@@ -147,7 +154,8 @@ AnsiStr BreakLines(const AnsiStr& text, std::uint32_t lineLength, const char* li
   return broken;
 }
 
-// Length of the well-formed sequence at `at` that begins with a byte above 0x7F, or 0.
+// Length of the UTF-8 sequence at `at`, which begins with a byte above 0x7F; 0 if it is not well-formed (RFC
+// 3629, section 4).
 std::uint32_t SequenceLength(const unsigned char* at, const unsigned char* end) {
   const unsigned lead = *at;
   const std::uint32_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
@@ -162,6 +170,7 @@ std::uint32_t SequenceLength(const unsigned char* at, const unsigned char* end) 
   return overlong || surrogate || tooHigh ? 0 : length;
 }
 
+// Eight bytes at once, as nearly all strings are ASCII.
 const unsigned char* SkipASCII(const unsigned char* at, const unsigned char* end) {
   constexpr std::uint64_t kHighBits = 0x8080808080808080U;
   for (std::uint64_t eight = 0; end - at >= 8; at += 8) {
@@ -174,6 +183,7 @@ const unsigned char* SkipASCII(const unsigned char* at, const unsigned char* end
 
 }  // namespace
 
+// Shares the string if there is nothing to cut.
 AnsiStr CleanStr(const AnsiStr& text) noexcept {
   std::string_view rest = text.View();
   while (!rest.empty() && IsBlankOrControl(rest.front())) rest.remove_prefix(1);
@@ -203,7 +213,7 @@ AnsiStr Binary2B64Str(const void* data, std::uint32_t size, std::uint32_t lineLe
   const auto* const bytes = static_cast<const std::uint8_t*>(data);
   AnsiStr text;
   if (size == 0) return text;
-  char* at = MakeRoom(text, (std::uint64_t{size} + 2) / 3 * 4);
+  char* at = AllocText(text, (std::uint64_t{size} + 2) / 3 * 4);
   for (std::uint32_t rest = size; rest != 0; at += 4) {
     const std::uint32_t count = rest < 3 ? rest : 3;
     EncodeTriple(bytes + (size - rest), count, at);
@@ -212,6 +222,9 @@ AnsiStr Binary2B64Str(const void* data, std::uint32_t size, std::uint32_t lineLe
   return lineLength != 0 ? BreakLines(text, lineLength, lineEnd) : text;
 }
 
+// Strict: each sequence of bytes has exactly one accepted encoding, apart from ignored characters. Nothing
+// may follow the padding, and the last group must be complete. Bytes before a fault are already in `target`;
+// `size` stays as it was.
 bool B64Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size, const char* ignored) noexcept {
   ClearLastError();
   const DigitTable table = MakeBase64Table(ignored);
@@ -224,7 +237,7 @@ bool B64Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size, const
     if (code == kBad || ended || !quartet.Add(code)) return Refuse(kNotBase64);
     if (!quartet.IsFull()) continue;
     if (!quartet.IsCanonical()) return Refuse(kNotBase64);
-    if (!quartet.Flush(bytes)) return Refuse(kNoRoom);
+    if (!quartet.Flush(bytes)) return Refuse(kTooSmall);
     ended = quartet.pads != 0;
     quartet = Quartet();
   }
@@ -263,7 +276,7 @@ bool B16Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size, const
       high = code;
       continue;
     }
-    if (!bytes.Put(high << 4 | code)) return Refuse(kNoRoom);
+    if (!bytes.Put(high << 4 | code)) return Refuse(kTooSmall);
     high = kBad;
   }
   if (high != kBad) return Refuse(kNotHex);
@@ -276,7 +289,7 @@ AnsiStr Binary2B16Str(const void* data, std::uint32_t size, bool upperCase) noex
   const char* const digits = upperCase ? kUpperHex : kLowerHex;
   AnsiStr text;
   if (size == 0) return text;
-  char* at = MakeRoom(text, std::uint64_t{size} * 2);
+  char* at = AllocText(text, std::uint64_t{size} * 2);
   for (std::uint32_t i = 0; i < size; ++i) {
     *at++ = digits[bytes[i] >> 4];
     *at++ = digits[bytes[i] & 15];

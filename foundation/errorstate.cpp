@@ -1,3 +1,7 @@
+// The error state of a thread: a code and, for kTextError, a message. Operations of this library and of those
+// above it set it when they fail (SetErrorMessage, FailWithErrno); the class that reports the failure reads
+// it once.
+
 #include "foundation/errorstate.h"
 
 #include <cerrno>
@@ -9,7 +13,8 @@ namespace OruGuiBase {
 
 namespace {
 
-// The code has no destructor and so lasts as long as its thread; the text goes with the thread's objects.
+// The code has no destructor, so it lasts as long as its thread; the message is destroyed with the thread's
+// objects.
 constinit thread_local std::uint32_t lastError = 0;
 
 struct MessageOwner;  // tells this AnsiStr of a thread from others
@@ -45,7 +50,7 @@ void ClearLastError() noexcept {
   errno = 0;
 }
 
-// A failure without a code would read as a success.
+// Not 0, even if errno is: the code 0 means no error.
 void SetLastErrorFromErrno() noexcept {
   SetLastError(static_cast<std::uint32_t>(errno != 0 ? errno : EIO));
 }
@@ -65,7 +70,7 @@ AnsiStr GetErrorMessage(std::uint32_t code, [[maybe_unused]] std::uint32_t langu
 AnsiStr GetSystemErrorText() noexcept {
   std::uint32_t code = GetLastError();
   if (code == 0) code = static_cast<std::uint32_t>(errno);
-  // Asked for after a failure: neither "Success" nor silence would be the truth.
+  // Callers ask after a failure, so neither "Success" nor an empty string would be true.
   const AnsiStr text = code != 0 ? GetErrorMessage(code, 0, 1) : AnsiStr();
   return text.IsEmpty() ? AnsiStr("Unknown error") : text;
 }

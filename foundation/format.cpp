@@ -8,7 +8,7 @@ namespace OruGuiBase {
 
 namespace {
 
-// In the place of a text that the C library cannot count: what the format says before its first argument.
+// Stands for a result that the C library cannot count: the format up to its first argument.
 AnsiStr TooLong(std::string_view format) noexcept {
   return AnsiStr(format.substr(0, format.find('%'))) + "(text too long)";
 }
@@ -26,13 +26,13 @@ AnsiStr FmtArgs(const char* format, ...) noexcept {
 AnsiStr FmtList(const char* format, std::va_list list) noexcept {
   std::va_list again;
   va_copy(again, list);
-  // Measured first, so that no buffer on the stack keeps a part of a secret.
+  // Measured first instead of tried on a stack buffer, which would keep a part of a secret.
   const int length = std::vsnprintf(nullptr, 0, format, list);
   AnsiStr text;
   if (length > 0) {
-    char* const room = text.Alloc(static_cast<std::uint32_t>(length));
-    if (room == nullptr) DebugAbort("Could not allocate string");
-    std::vsnprintf(room, static_cast<std::size_t>(length) + 1, format, again);
+    char* const target = text.Alloc(static_cast<std::uint32_t>(length));
+    if (target == nullptr) DebugAbort("Could not allocate string");
+    std::vsnprintf(target, static_cast<std::size_t>(length) + 1, format, again);
   } else if (length < 0 && errno == EOVERFLOW) {
     text = TooLong(format);
   }
@@ -40,6 +40,7 @@ AnsiStr FmtList(const char* format, std::va_list list) noexcept {
   return text;
 }
 
+// For names from outside in messages: a control character could forge a line of a log.
 AnsiStr SimpleQuote(const AnsiStr& text) noexcept {
   static constexpr char kDigits[] = "0123456789abcdef";
   AnsiStr quoted("\"");

@@ -1,3 +1,7 @@
+// Reads JSON for JSON2Val: the responses of the key servers and the crypt service, which are not trusted. The
+// engine only splits the input into events; JSONBuilder makes the values, so that their strings are wiped
+// when they are freed.
+
 #include "foundation/json.h"
 
 #include <boost/json/basic_parser_impl.hpp>
@@ -18,7 +22,8 @@ namespace {
 
 namespace engine = boost::json;
 
-// Turns the parser's events into the calls of the builder. Returning false with an error ends the parse.
+// Passes the parser's events on to the builder. The parser owns it; the input must outlive it. Returning
+// false with an error code ends the parse.
 class Handler {
  public:
   static constexpr std::size_t max_array_size = 0xFFFFFFFFU;
@@ -61,8 +66,8 @@ class Handler {
   Val TakeResult() { return builder_.TakeResult(); }
 
  private:
-  // Exponents from about 2^31 are refused by one version of the engine and read by another, so that we have
-  // a limit below, of nine digits.
+  // One version of the engine refuses exponents from about 2^31 on, another reads them. A limit of our own,
+  // nine digits, makes both behave the same.
   static bool HasLongExponent(std::string_view number) {
     const std::size_t mark = number.find_first_of("eE");
     if (mark == number.npos) return false;
@@ -70,8 +75,9 @@ class Handler {
     return digits != number.npos && number.size() - digits > 9;
   }
 
-  // The parser's own arithmetic is off by a unit now and then, so the number's text is read again. The text
-  // is whole, as the parser is given all of its input at once. Too small for a double is as good as 0.
+  // Reads the number again from its characters, because the parser's own arithmetic is sometimes off by one
+  // unit in the last place. `number` is complete, since the parser gets all of its input at once. A number
+  // that is too small for a double becomes 0.
   bool AddNumber(View number, double nearly, Code& code) {
     double value = 0;
     const auto result = std::from_chars(number.data(), number.data() + number.size(), value);
@@ -86,7 +92,7 @@ class Handler {
     return true;
   }
 
-  // Parts lie either in the input or, with their escapes resolved, in a buffer of the parser.
+  // A part is in the input or, if it had escapes, in a buffer of the parser, which is not wiped by itself.
   void AddPart(View part) {
     partial_.Append(part.data(), static_cast<std::uint32_t>(part.size()));
     WipeBuffer(part);
@@ -108,9 +114,10 @@ class Handler {
 
   std::string_view text_;
   JSONBuilder builder_;
-  AnsiStr partial_;  // what is known of the string or key in progress; wiped when freed
+  AnsiStr partial_;  // the parts so far of a string or key; wiped when freed
 };
 
+// Our own words: those of the engine differ between its versions, and operators compare messages.
 const char* ReasonOf(const engine::error_code& code) {
   switch (static_cast<engine::error>(code.value())) {
     case engine::error::extra_data:
@@ -136,7 +143,7 @@ const char* ReasonOf(const engine::error_code& code) {
   }
 }
 
-// Whether a string is open at the end of the text. A quotation mark opens or closes one unless it is escaped.
+// Whether the input ends inside a string. A quotation mark opens or closes one unless it is escaped.
 bool EndsInString(std::string_view text) {
   bool isOpen = false;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -149,8 +156,8 @@ bool EndsInString(std::string_view text) {
   return isOpen;
 }
 
-// Where a refused number or a misspelt word begins, any other fault being where the engine stopped: its
-// versions stop at different places in those two.
+// The position that is reported: where a refused number or a misspelt word begins, because the engine's
+// versions stop at different bytes inside them; for any other fault where the engine stopped.
 std::size_t StartOfFault(std::string_view text, std::size_t place, const engine::error_code& code) {
   const std::string_view before = text.substr(0, place);
   if (code == engine::error::exponent_overflow) return before.find_last_not_of("+-.0123456789eE") + 1;
@@ -183,7 +190,7 @@ bool JSON2Val(const AnsiStr& text, Val& value, AnsiStr& error) noexcept {
   try {
     return Parse(text.View(), value, error);
   } catch (const std::exception&) {
-    // The engine and the builder throw for lack of memory alone.
+    // The engine and the builder throw only on allocation failure.
     error = "Invalid JSON: not enough memory to read it";
     return false;
   }

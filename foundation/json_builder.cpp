@@ -1,3 +1,6 @@
+// Builds the value of a JSON document for JSON2Val. Recursion-free: the containers that are open are on a
+// stack, so that depth costs no stack of the thread.
+
 #include "foundation/json_builder.h"
 
 #include <utility>
@@ -31,7 +34,7 @@ void JSONBuilder::EndMap() {
   Close(container, Val(KVMap::FromDistinct(keys, TakeArray(values_, container.value))));
 }
 
-// A repeated key gives its last value to the first place of that key and disappears.
+// Gives the last value of a repeated key to its first place and removes its other places.
 void JSONBuilder::MergeRepeatedKeys(const Container& map) {
   AnsiStr* const keys = keys_.data() + map.key;
   Val* const values = values_.data() + map.value;
@@ -41,7 +44,7 @@ void JSONBuilder::MergeRepeatedKeys(const Container& map) {
   std::size_t kept = 0;
   for (std::uint32_t i = 0; i < count; ++i) {
     if (last[i] == kRepeated) continue;
-    // A last place is never passed before its first one, so that its value is still there.
+    // last[i] >= i, so its value was not moved yet.
     values[kept] = std::move(values[last[i]]);
     if (i != kept) keys[kept] = std::move(keys[i]);
     ++kept;
@@ -50,6 +53,8 @@ void JSONBuilder::MergeRepeatedKeys(const Container& map) {
   values_.resize(map.value + kept);
 }
 
+// Replaces what the container had on the stack by the container itself, which is a value of the one around
+// it.
 void JSONBuilder::Close(const Container& container, Val result) {
   values_.resize(container.value);
   open_.pop_back();

@@ -20,7 +20,8 @@ namespace {
 
 constexpr std::uint32_t kMaxText = 0xFFFFFFFFU;
 
-// How a character is written after a backslash: 0 as it is, 'u' as \u00XX, else by that letter.
+// The letter after the backslash that stands for a character; 'u' for the form \u00XX, 0 if it needs no
+// escape. RFC 8259, section 7.
 char EscapeOf(char character) {
   switch (character) {
     case '"':
@@ -46,12 +47,14 @@ constexpr std::uint64_t EightOf(std::uint64_t byte) {
   return byte * 0x0101010101010101U;
 }
 
-// Whether one of eight bytes is below `limit`, which is at most 0x80. Exact in its no.
+// True if any of eight bytes is below `limit` (at most 0x80). May also be true if none is; then they are
+// looked at singly.
 bool HasBelow(std::uint64_t eight, std::uint64_t limit) {
   return ((eight - EightOf(limit)) & ~eight & EightOf(0x80)) != 0;
 }
 
-// The first place from `at` on that must be escaped, or the end. Eight bytes at once where it can.
+// The first index from `at` on whose character must be escaped, or the size. Tests eight bytes at once:
+// bodies are long and need few escapes.
 std::size_t NextEscape(std::string_view text, std::size_t at) {
   for (std::uint64_t eight = 0; text.size() - at >= sizeof eight; at += sizeof eight) {
     std::memcpy(&eight, text.data() + at, sizeof eight);
@@ -66,7 +69,7 @@ std::size_t NextEscape(std::string_view text, std::size_t at) {
 // it.
 class Emitter {
  public:
-  // Most texts of requests fit what is taken at first.
+  // 512 bytes are enough for most requests.
   explicit Emitter(AnsiStr& error) : error_(error) { text_.Reserve(512); }
 
   bool Write(const Val& value, std::uint32_t depth);
@@ -89,7 +92,7 @@ class Emitter {
   AnsiStr& error_;
 };
 
-// An append that does not fit drops its bytes, so it is asked before.
+// AnsiStr would only trace an append that passes 32 bits, and drop it.
 bool Emitter::Put(std::string_view text) {
   if (text.size() > kMaxText - text_.GetLength()) return Fail("The JSON text would pass 32 bits");
   text_.Append(text);
@@ -104,7 +107,7 @@ bool Emitter::PutEscaped(char character, char escape) {
   return escape == 'u' ? Put({longForm, sizeof longForm}) : Put({shortForm, sizeof shortForm});
 }
 
-// In runs: most texts are long and have nothing to escape.
+// Appends whole runs: most strings have nothing to escape.
 bool Emitter::WriteString(const AnsiStr& value) {
   const std::string_view text = value.View();
   if (!IsValidUTF8(text.data(), value.GetLength())) return Fail("A string is not valid UTF-8");
@@ -125,7 +128,7 @@ bool Emitter::WriteInteger(std::int64_t value) {
   return Put({digits, static_cast<std::size_t>(end - digits)});
 }
 
-// A whole number keeps a fraction, so that it reads back as the type that it is.
+// A whole number gets ".0", so that it is read back as ValType::Number and not as an integer.
 bool Emitter::WriteNumber(double value) {
   if (!std::isfinite(value)) return Fail("A number is not finite");
   char digits[32];

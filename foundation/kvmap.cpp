@@ -1,3 +1,7 @@
+// The map behind JSON objects, HTTP headers and the arguments of operations. Thirteen buckets are part of its
+// fixed layout, so a lookup walks a thirteenth of the keys; FromDistinct and FromPairs build large maps
+// without lookups.
+
 #include "foundation/kvmap.h"
 
 #include <cstddef>
@@ -20,7 +24,7 @@ KVMapImp* NewMap() {
   return memory != nullptr ? new (memory) KVMapImp : nullptr;
 }
 
-// Each bucket is made once, in its size.
+// Counts first, so that each bucket is allocated once, in its final size.
 void FillBuckets(KVMapImp& map) {
   std::uint32_t counts[KVMapImp::kBuckets] = {};
   for (const AnsiStr& key : map.keys) ++counts[KVMap::Hash(key.View()) % KVMapImp::kBuckets];
@@ -44,6 +48,7 @@ KVMap& KVMap::operator=(KVMap&& other) noexcept {
   return *this;
 }
 
+// A bucket has indexes only; the keys themselves are compared, since different keys may have one hash.
 std::uint32_t KVMap::Find(std::string_view key) const noexcept {
   if (imp_ == nullptr) return 0;
   const Array<AnsiStr>& keys = imp_->keys;
@@ -59,7 +64,7 @@ Val KVMap::Get(std::string_view key) const noexcept {
 }
 
 bool KVMap::Set(const AnsiStr& key, const Val& value) noexcept {
-  // Both may lie in this very map, whose arrays are about to move.
+  // Copied, because both may be in this map, whose arrays may move.
   AnsiStr ownKey(key);
   Val ownValue(value);
   if (!MakeUnique()) return false;
@@ -69,7 +74,7 @@ bool KVMap::Set(const AnsiStr& key, const Val& value) noexcept {
     imp_->values.At(index) = std::move(ownValue);
     return true;
   }
-  // All room is made first, so that a key is added whole or not at all.
+  // All allocations come first, so that a key is added completely or not at all.
   Array<std::uint32_t>& bucket = imp_->buckets[Hash(ownKey.View()) % KVMapImp::kBuckets];
   if (!bucket.Prepare(bucket.GetCount()) || !imp_->keys.Prepare(index)) return false;
   bucket.Append(index);
@@ -99,6 +104,7 @@ KVMap KVMap::FromDistinct(const Array<AnsiStr>& keys, const Array<Val>& values) 
   return map;
 }
 
+// Loaders of data from outside use it: many keys with one hash must not make a map slow to build.
 KVMap KVMap::FromPairs(const Array<AnsiStr>& keys, const Array<Val>& values) noexcept {
   std::vector<std::uint32_t> last;
   try {
@@ -117,6 +123,8 @@ KVMap KVMap::FromPairs(const Array<AnsiStr>& keys, const Array<Val>& values) noe
   return FromDistinct(ownKeys, ownValues);
 }
 
+// The published layout fixes this function and the number of buckets. It is no protection against chosen
+// keys.
 std::uint32_t KVMap::Hash(std::string_view key) noexcept {
   std::uint32_t hash = 0;
   for (const char character : key) {
@@ -138,7 +146,7 @@ void KVMap::Drop(KVMapImp* imp) noexcept {
   FreeParticle(sizeof(KVMapImp), imp);
 }
 
-// The clone shares the arrays; each is copied in its turn when it is changed.
+// The clone shares the arrays; each one is copied when it is changed.
 bool KVMap::MakeUnique() noexcept {
   if (imp_ != nullptr && !Reference::IsShared(imp_->refCount)) return true;
   KVMapImp* const clone = NewMap();

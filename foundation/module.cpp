@@ -1,3 +1,6 @@
+// The life of modules: the init section under which the client's entry point attaches and detaches, and the
+// hooks that an application with a main loop would have. What happens is only traced.
+
 #include "foundation/module.h"
 
 #include <atomic>
@@ -13,8 +16,8 @@ namespace {
 
 std::atomic<unsigned int> initializers = 0;
 
-// Never ended: modules leave after the statics of this library may be gone. It lies in the library itself, so
-// that a library that is unloaded leaves no memory behind.
+// Never destroyed, because modules may be unloaded after the static objects of this library are. Not on the
+// heap, so that nothing leaks when the library itself is unloaded.
 std::recursive_mutex& InitSection() {
   alignas(std::recursive_mutex) static unsigned char place[sizeof(std::recursive_mutex)];
   static auto* const section = new (place) std::recursive_mutex;
@@ -23,6 +26,7 @@ std::recursive_mutex& InitSection() {
 
 }  // namespace
 
+// Makes the section before any module needs it from several threads at once.
 BaseInitializer::BaseInitializer() noexcept {
   InitSection();
   initializers.fetch_add(1, std::memory_order_relaxed);
@@ -52,7 +56,7 @@ void TraceStartup() noexcept {
   TraceMsg(OruGuiBase::kTraceCategory, 1, OruGuiBase::kTraceSource, __LINE__, "Trace startup");
 }
 
-}  // namespace OruGuiBase
+}  // namespace OruGuiTrace
 
 namespace OruGuiGui {
 
@@ -60,7 +64,7 @@ namespace {
 
 constexpr std::uint32_t kLevel = 1;
 
-// What happens to modules is of use to whoever wonders about an order of loading.
+// For whoever has to find out in which order modules were loaded.
 void TraceModule(const char* what, const void* module, std::uint32_t line) noexcept {
   if (!OruGuiTrace::IsTraced(kLevel)) return;
   OruGuiTrace::TraceMsg(OruGuiBase::kTraceCategory, kLevel, OruGuiBase::kTraceSource, line,

@@ -1,3 +1,6 @@
+// Decimal numbers in settings, in responses and in the texts of counters. The C library's functions would
+// accept blanks and a plus sign, and depend on the locale.
+
 #include "foundation/numbers.h"
 
 #include <charconv>
@@ -7,9 +10,10 @@ namespace OruGuiBase {
 
 namespace {
 
-constexpr int kFailed = 1;
+constexpr int kFailed = 1;  // any number but 0, which means success
 
-// A decimal number as it was read: its sign apart, since the least signed value has no positive counterpart.
+// A decimal number as it was read. Sign and magnitude are separate, because the smallest signed value has no
+// positive counterpart.
 struct Decimal {
   std::uint64_t magnitude = 0;
   bool negative = false;
@@ -19,6 +23,7 @@ bool IsDigit(char character) {
   return character >= '0' && character <= '9';
 }
 
+// Checks before it multiplies, so that the value never wraps.
 bool AddDigit(std::uint64_t& value, char digit) {
   const auto number = static_cast<std::uint64_t>(digit - '0');
   constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
@@ -49,6 +54,7 @@ void UHyper2Str(char* buffer, std::uint64_t value) noexcept {
   *std::to_chars(buffer, buffer + kUHyperDigits, value).ptr = '\0';
 }
 
+// "-0" is accepted with `sign`; any other negative number is out of range.
 int Str2ULong(const AnsiStr& text, const char** end, std::uint32_t& value, bool sign,
               std::uint32_t limit) noexcept {
   const char* stop = nullptr;

@@ -1,3 +1,5 @@
+// Memory and its end: every shared object is allocated, counted and freed through here.
+
 #include "foundation/reference.h"
 
 #include <cstdarg>
@@ -12,15 +14,17 @@ void* AllocParticle(std::size_t size) noexcept {
   return std::malloc(size);
 }
 
+// free() keeps errno since glibc 2.33, so callers may free between a failure and reading its reason.
 void FreeParticle([[maybe_unused]] std::size_t size, void* block) noexcept {
   std::free(block);
 }
 
+// explicit_bzero, because a compiler removes memset before free.
 void WipeMemory(void* block, std::size_t size) noexcept {
   if (size != 0) explicit_bzero(block, size);
 }
 
-// Nothing here may allocate: memory may be what has run out.
+// Must not allocate, because it also runs on allocation failure.
 void DebugAbort(const char* format, ...) noexcept {
   char message[1024];
   std::va_list list;
@@ -29,7 +33,7 @@ void DebugAbort(const char* format, ...) noexcept {
   va_end(list);
   std::size_t length = written < 0 ? 0 : std::strlen(message);
   message[length++] = '\n';
-  // Nobody is left to be told when standard error cannot be written.
+  // If standard error cannot be written, there is nowhere else to report it.
   [[maybe_unused]] const auto ignored = ::write(STDERR_FILENO, message, length);
   std::abort();
 }

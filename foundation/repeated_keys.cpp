@@ -7,9 +7,10 @@ namespace OruGuiBase {
 
 namespace {
 
-// Up to here it is quicker to compare each key with those before it.
+// Up to this count, comparing each key with those before it is faster than sorting.
 constexpr std::uint32_t kFewKeys = 16;
 
+// The common case: an object has a few distinct keys, and no memory is needed to see it.
 bool AreDistinct(const AnsiStr* keys, std::uint32_t count) {
   for (const AnsiStr* key = keys; key != keys + count; ++key) {
     if (std::find(keys, key, *key) != key) return false;
@@ -17,7 +18,7 @@ bool AreDistinct(const AnsiStr* keys, std::uint32_t count) {
   return true;
 }
 
-// Equal keys stand side by side, the first occurrence in front and the last one behind.
+// The places of the keys in the order of the keys. Equal keys are neighbours, in the order of their places.
 std::vector<std::uint32_t> Sort(const AnsiStr* keys, std::uint32_t count) {
   std::vector<std::uint32_t> order(count);
   std::iota(order.begin(), order.end(), 0U);

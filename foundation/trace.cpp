@@ -1,3 +1,7 @@
+// Tracing: one sink for the process, which the application installs. The client traces its exchanges and
+// failures, this library its allocation failures and misuse of values (report.h). Threads share the sink;
+// contexts belong to a thread.
+
 #include "foundation/trace.h"
 
 #include <atomic>
@@ -19,13 +23,14 @@ using OruGuiBase::AnsiStr;
 std::atomic<ITraceSink*> installedSink{nullptr};
 std::atomic<std::uint32_t> installedLevel{0};
 
-// The text of a trace that is not ended yet, on top of those before it: a sink may itself call what traces.
+// A message between InitTraceContext and FreeTraceContext. Contexts are a stack, because a sink may call code
+// that traces. Owned by its thread.
 struct Context {
   Context* before;
   AnsiStr text;
 };
 
-// Without a destructor, so that traces work for as long as the thread runs.
+// Has no destructor, so that tracing works as long as the thread runs.
 constinit thread_local Context* latest = nullptr;
 
 const char* PushContext(AnsiStr text) noexcept {
@@ -41,7 +46,7 @@ void PopContext() noexcept {
   OruGuiBase::FreeParticle(sizeof(Context), context);
 }
 
-// Ends with the thread what its traces left open.
+// Frees the contexts that a thread left open, when it ends.
 struct Leftovers {
   Leftovers() noexcept = default;
   Leftovers(const Leftovers&) = delete;
@@ -51,7 +56,7 @@ struct Leftovers {
   }
 };
 
-// A sink that throws loses the event, and the traced operation's reason of failure stays as it was.
+// If the sink throws, only this event is lost. The saver keeps the traced operation's reason of failure.
 void Emit(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
           const char* text) noexcept {
   ITraceSink* const sink = installedSink.load(std::memory_order_acquire);
@@ -65,6 +70,7 @@ void Emit(std::uint32_t category, std::uint32_t level, const char* source, std::
 
 }  // namespace
 
+// The level first: an event that sees the new sink also sees its level.
 void SetTraceSink(ITraceSink* sink, std::uint32_t leastLevel) noexcept {
   installedLevel.store(leastLevel, std::memory_order_relaxed);
   installedSink.store(sink, std::memory_order_release);
@@ -75,6 +81,7 @@ bool IsTraced(std::uint32_t level) noexcept {
          level >= installedLevel.load(std::memory_order_relaxed);
 }
 
+// Opens a context even without a sink, because FreeTraceContext follows in any case.
 const char* InitTraceContext(const char* format, ...) noexcept {
   AnsiStr text;
   if (installedSink.load(std::memory_order_acquire) != nullptr) {
@@ -83,7 +90,7 @@ const char* InitTraceContext(const char* format, ...) noexcept {
     text = OruGuiBase::FmtList(format, list);
     va_end(list);
   }
-  // Made before the first context is, so that the thread ends it.
+  // Made before the first context, so that its destructor runs after the last one.
   OruGuiBase::ThreadValue<Context, Leftovers>::Get();
   return PushContext(std::move(text));
 }

@@ -1,3 +1,6 @@
+// The value of everything dynamic: JSON, arguments and results of operations, headers. One word that the
+// layout fixes; link and release depend on the type, so they are in one place here.
+
 #include "foundation/val.h"
 
 #include <bit>
@@ -22,7 +25,8 @@ constexpr std::uint64_t TypeBits(ValType type) {
   return static_cast<std::uint64_t>(type);
 }
 
-// Whether the arithmetic shift that reads a payload gives this word back.
+// Whether the 56 bits of the payload are enough: whether the arithmetic shift that reads it gives the same
+// word.
 constexpr bool FitsPayload(std::uint64_t word) {
   return static_cast<std::uint64_t>(static_cast<std::int64_t>(word << 8) >> 8) == word;
 }
@@ -42,6 +46,8 @@ void DropBox(void* block) {
   FreeParticle(sizeof(BoxType), box);
 }
 
+// Like the Drop functions of AnsiStr and Blob, which take a handle; here there is only the pointer of the
+// word.
 void DropString(void* block) {
   auto* const imp = static_cast<AnsiStr::Imp*>(block);
   if (Reference::Unlink(imp->refCount)) AnsiStr::Imp::Free(imp);
@@ -52,12 +58,13 @@ void DropBlob(void* block) {
   if (Reference::Unlink(imp->refCount)) Blob::Imp::Free(imp);
 }
 
-// A carried object is a particle that begins with its count; more is not known of it.
+// An object of type 9 or 10 is a block that begins with its count. Nothing else is known about it.
 void DropCarried(void* block) {
   auto* const count = static_cast<Reference::Count*>(block);
   if (Reference::Unlink(*count)) FreeParticle(sizeof(Reference::Count), block);
 }
 
+// Dates are not counted: each copy of a Val reads the same box, which the published layout never frees.
 void Link(ValType type, void* object) {
   if (object == nullptr || type == ValType::Date || type == ValType::Nil) return;
   if (type == ValType::Object) {
@@ -94,6 +101,7 @@ void Release(ValType type, void* object) {
   }
 }
 
+// User space addresses of 64-bit systems have at most 56 significant bits; others would lose some.
 std::uint64_t ReferenceWord(ValType type, void* object) {
   const auto address = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(object));
   if (!FitsPayload(address)) DebugAbort("Pointer value %p not within supported range", object);
@@ -140,7 +148,8 @@ Val::Val(IObject* object) noexcept {
 }
 
 Val& Val::operator=(const Val& other) noexcept {
-  // Linked before the old content goes: releasing that may end the very object that holds `other`.
+  // The copy links before the old content is released, because that may destroy the object that contains
+  // `other`.
   Val copy(other);
   std::swap(word_, copy.word_);
   return *this;
@@ -161,6 +170,7 @@ bool Val::AsBool() const noexcept {
 
 std::int64_t Val::AsInteger() const noexcept {
   if (!Expect(ValType::Integer, false)) return 0;
+  // An arithmetic shift, which extends the sign (C++20).
   if (!IsReference()) return static_cast<std::int64_t>(word_) >> 8;
   const auto* const box = static_cast<const Box*>(Pointer());
   return box != nullptr ? box->value : 0;
@@ -203,6 +213,7 @@ PackedDateTime Val::AsPackedDateTime() const noexcept {
   return box != nullptr ? box->value : PackedDateTime();
 }
 
+// Not by Expect(): the caller gets its own fallback and not an unset date.
 datetime Val::AsDateTime(const datetime& fallback) const noexcept {
   if (GetType() == ValType::Date) return AsPackedDateTime().Unpack();
   ReportInvalidType(ValType::Date, *this);
@@ -218,6 +229,7 @@ void Val::SetDateTime(const PackedDateTime& value) noexcept {
   }
   auto* const own =
       GetType() == ValType::Date && IsReference() ? static_cast<DateTimeBox*>(Pointer()) : nullptr;
+  // A box with another count came from elsewhere and may be read by others.
   if (own != nullptr && own->refCount.load(std::memory_order_acquire) == 1) {
     own->value = value;
     return;
@@ -226,6 +238,7 @@ void Val::SetDateTime(const PackedDateTime& value) noexcept {
   word_ = ReferenceWord(ValType::Date, MakeBox<DateTimeBox>(value));
 }
 
+// The order matters if the new object is only kept alive by the old content: link first, release then.
 void Val::SetReference(ValType type, void* object) noexcept {
   Link(type, object);
   if (IsReference()) ReleaseContent();
@@ -233,12 +246,13 @@ void Val::SetReference(ValType type, void* object) noexcept {
 }
 
 void Val::ReportInvalidType(ValType wanted, const Val& value) noexcept {
+  // Below errors: to read a response as the wrong type is the normal result of a check.
   constexpr std::uint32_t kLevel = 2;
   if (!OruGuiTrace::IsTraced(kLevel)) return;
   const char* const message =
       OruGuiTrace::InitTraceContext("Val::ReportInvalidType: read as type %u, holds type %u",
                                     static_cast<unsigned>(wanted), static_cast<unsigned>(value.GetType()));
-  OruGuiTrace::TraceStr(kTraceCategory, kLevel, kTraceSource, __LINE__, text);
+  OruGuiTrace::TraceStr(kTraceCategory, kLevel, kTraceSource, __LINE__, message);
   OruGuiTrace::FreeTraceContext();
 }
 
