@@ -10,7 +10,7 @@
 namespace FaultTest {
 namespace {
 
-/// What a run with one failed allocation can come to, as the exit code of a process.
+/// The possible results of a run with one failed allocation, as exit codes of a process.
 enum Verdict : int { kFine, kNoReason, kWrongResult, kTemporaryFileLeft, kMemoryLeft, kSourceHarmed };
 
 /// Failures of one asker that a test run tries on one road, evenly spread, and once more as many at its end,
@@ -22,7 +22,7 @@ constexpr std::uint64_t kMostTried = 150;
 /// kin, below X509_verify). An object of OpenSSL's that we lost would be many.
 constexpr std::uint64_t kLostByOpenSSL = 1;
 
-/// The texts with which the foundation ends the process where no failure can be reported.
+/// The messages with which the foundation aborts where no failure can be returned.
 bool IsDocumentedAbort(const ChildEnd& end) {
   return end.signal == SIGABRT && end.err.starts_with("Could not allocate ");
 }
@@ -30,7 +30,7 @@ bool IsDocumentedAbort(const ChildEnd& end) {
 class AllocationFaults : public FaultScenario {
  protected:
   AllocationFaults() {
-    // What OpenSSL makes once and keeps is made here.
+    // OpenSSL makes here what it makes once and keeps.
     Prepare();
     Run(GetParam());
     Prepare();
@@ -63,13 +63,13 @@ class AllocationFaults : public FaultScenario {
     WatchAllocations(asker, number);
     Outcome outcome = Run(GetParam());
     EndWatch();
-    // What is kept of the thread's last error is given back.
+    // Frees the message of the thread's last error.
     OruGuiBase::ClearLastError();
     OPENSSL_thread_stop();
     return outcome;
   }
   Verdict RunWithout(Asker asker, std::uint64_t number) {
-    // A failure can make OpenSSL keep something again; it does so once, and a leak shows each time.
+    // After a failure OpenSSL may keep something again, but only once; a leak appears each time.
     if (asker == Asker::OpenSSL) FailOne(asker, number);
     Prepare();
     const Outcome outcome = FailOne(asker, number);
@@ -83,14 +83,14 @@ class AllocationFaults : public FaultScenario {
   std::uint64_t counts_[2] = {};
 };
 
-TEST_P(AllocationFaults, OneOfOursFailsCleanlyOrEndsTheProcessWithAReason) {
+TEST_P(AllocationFaults, OneOfOursFailsCleanlyOrAbortsWithAReason) {
   FailEach(Asker::Own);
 }
 
-// An audit log takes no arithmetic.
+// The operations on audit logs use no cryptography.
 class OpenSSLAllocationFaults : public AllocationFaults {};
 
-TEST_P(OpenSSLAllocationFaults, OneFailsCleanlyOrEndsTheProcessWithAReason) {
+TEST_P(OpenSSLAllocationFaults, OneFailsCleanlyOrAbortsWithAReason) {
   FailEach(Asker::OpenSSL);
 }
 

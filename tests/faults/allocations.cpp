@@ -25,8 +25,8 @@ std::uint64_t counts[2] = {};
 Asker failingAsker = Asker::Own;
 std::uint64_t failingNumber = 0;
 
-// Addresses of live blocks, by open addressing: a table that allocates nothing. A removed entry leaves a
-// mark.
+// The addresses of live blocks, in a table with open addressing, which allocates nothing. A removed entry
+// leaves a mark.
 constexpr std::size_t kSlots = 1U << 16;
 std::array<void*, kSlots> blocks{};
 std::uint64_t live = 0;

@@ -7,7 +7,7 @@
 namespace FaultTest {
 namespace {
 
-// An exception must not run on into the test in a second process.
+// An exception must not reach the test framework in the child.
 int Protected(const std::function<int()>& work) {
   try {
     return work();

@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* kLog = "time,operation\n1,\"signed, twice\"\n2,decrypted\n";
 
-// Segments are 128 KiB: a whole one and a rest.
+// Segments have 128 KiB: one whole segment and part of another.
 std::string MakeContent() {
   std::string bytes(140 * 1000, '\0');
   std::uint32_t state = 7;
@@ -127,7 +127,7 @@ bool FaultScenario::HasResult(Operation operation, const Outcome& outcome) {
     case Operation::Encrypt:
       return IsProtectedFile(ReadIfThere("target"));
     case Operation::Decrypt:
-      // A check of the signer that could not be made leaves the content unverified, with the reason told.
+      // If the signer cannot be checked, the content is delivered as unverified, with the reason.
       return outcome.isSigned && (outcome.isVerified || !outcome.error.empty()) &&
              ReadIfThere("target") == content;
     case Operation::DecryptPlain:
@@ -138,7 +138,7 @@ bool FaultScenario::HasResult(Operation operation, const Outcome& outcome) {
   const std::string rows = std::string(kLog).substr(std::string(kLog).find('\n') + 1);
   const std::string log = TestSupport::ReadFile(outcome.log);
   std::filesystem::remove(outcome.log);
-  // A fault at one server's part leaves the other's, with the reason told.
+  // A fault with one server's part leaves that of the other, with the reason.
   return log == kLog + rows || (log == kLog && !outcome.error.empty());
 }
 

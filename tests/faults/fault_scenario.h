@@ -4,7 +4,7 @@
 
 namespace FaultTest {
 
-/// Passes requests on to a transport that no fault meets: what is to be proven is the library's side.
+/// Passes requests on to a transport that never meets a fault: the library's side is what is tested.
 class ShelteredHttp final : public OruKalvix::ICryptClientHttp {
  public:
   explicit ShelteredHttp(OruKalvix::ICryptClientHttp& inner) : inner_(inner) {}
@@ -24,7 +24,7 @@ class ShelteredHttp final : public OruKalvix::ICryptClientHttp {
 enum class Operation { Encrypt, Decrypt, DecryptPlain, AuditLog };
 std::string NameOf(Operation operation);
 
-/// What became of an operation.
+/// The result of an operation.
 struct Outcome {
   bool success = false;
   bool isSigned = false;
@@ -33,23 +33,24 @@ struct Outcome {
   std::string log;  ///< name of the merged log, where one was made
 };
 
-/// A road that works, a file of a few segments and the same file protected, to be met by faults.
+/// Working services, a file of a few segments and the same file protected. Tests inject faults into
+/// operations on them.
 class FaultScenario : public ::testing::TestWithParam<Operation> {
  protected:
   FaultScenario();
 
-  /// Puts what each run begins with: the sources, and no target.
+  /// Restores what each run begins with: the sources, and no target.
   void Prepare();
-  /// One operation with a client of its own. Its result lies in "target", or in the log that it names.
+  /// Runs one operation with a client of its own. Its result is in "target", or in the log that it names.
   Outcome Run(Operation operation);
-  /// Whether what a success delivered is what it should be.
+  /// Whether the delivered content is correct.
   bool HasResult(Operation operation, const Outcome& outcome);
   static void RemoveTemporaryFiles();
   bool HasSources() const;
   bool HasNoTemporaryFile() const { return scratch.GetTemporaryNames().empty(); }
   /// Whether the bytes open, verify and are those of the file.
   bool IsProtectedFile(const std::string& bytes);
-  /// Whether anything at all comes out of the bytes.
+  /// Whether decrypting the bytes delivers anything at all.
   bool Opens(const std::string& bytes);
 
   std::string content;
@@ -58,7 +59,7 @@ class FaultScenario : public ::testing::TestWithParam<Operation> {
   TestSupport::ScratchDirectory scratch;
   TestSupport::ScriptedServices script;
   ShelteredHttp http{script.http};
-  // Made before any fault is planned, so that only the library meets it.
+  // Made before any fault is set, so that only the library meets it.
   const OruGuiBase::File plain_ = scratch.File("plain");
   const OruGuiBase::File target_ = scratch.File("target");
 

@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* kOld = "what was there before";
 
-/// Whether a file can be read by nobody but its owner, by its own mode or by that of its directory.
+/// Whether only its owner can read a file, because of its own mode or that of its directory.
 bool IsPrivate(const fs::path& path) {
   struct stat info {};
   if (::stat(path.c_str(), &info) == 0 && (info.st_mode & 0077) == 0) return true;
@@ -24,7 +24,7 @@ std::string AsText(const std::string& bytes) {
   return std::to_string(bytes.size()) + " bytes";
 }
 
-/// The operation killed before each of its system calls in turn.
+/// Kills the operation before each of its system calls, one run for each.
 class Kills : public FaultScenario {
  protected:
   template <class Check>
@@ -66,7 +66,7 @@ class Kills : public FaultScenario {
     });
     EXPECT_EQ(end.signal, SIGKILL) << end.err;
   }
-  // Whatever a killed process left holds plain or signed content.
+  // Files that a killed process left have plain or signed content.
   void ExpectLeftoversPrivate() {
     for (const auto& entry : fs::recursive_directory_iterator(scratch.Path("."))) {
       const std::string name = entry.path().filename();

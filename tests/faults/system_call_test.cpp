@@ -22,7 +22,7 @@ std::string Describe(const Fault& fault) {
 
 class SystemCallFaults : public FaultScenario {
  protected:
-  /// How often a road makes each call.
+  /// How often an operation makes each call.
   std::vector<std::uint64_t> CountCalls(Operation operation) {
     Prepare();
     WatchSystemCalls({});
@@ -38,7 +38,7 @@ class SystemCallFaults : public FaultScenario {
     EndSystemWatch();
     return outcome;
   }
-  /// The fault at each of the calls of its type in turn.
+  /// Tries the fault at each of the calls of its type, one run for each.
   template <class Check>
   void AtEachCall(SystemCall call, Fault fault, Check check) {
     const std::uint64_t count = CountCalls(GetParam())[static_cast<std::size_t>(call)];
@@ -52,7 +52,7 @@ class SystemCallFaults : public FaultScenario {
       RemoveLeftovers(call);
     }
   }
-  /// A call fails in one of the ways; the operation fails with that reason, or did without the call.
+  /// A call fails in one of the ways. The operation fails with that reason, or does not need the call.
   void FailsCleanly(SystemCall call, std::initializer_list<int> errors) {
     for (const int error : errors) {
       AtEachCall(call, {Fault::Type::Fails, error}, [&](const Outcome& outcome) {
@@ -66,7 +66,7 @@ class SystemCallFaults : public FaultScenario {
     }
   }
 
-  // What Encrypt leaves does not open, or is whole where the failure came last; Decrypt leaves nothing.
+  // A file that Encrypt left does not open, or is complete if the failure came last. Decrypt leaves nothing.
   void ExpectNoResult() {
     if (GetParam() != Operation::Encrypt) {
       EXPECT_FALSE(scratch.Exists("target"));
@@ -77,12 +77,12 @@ class SystemCallFaults : public FaultScenario {
   }
 
  private:
-  // The one message that has no place for a reason is that of a move.
+  // Only the message of a failed move has no reason.
   void ExpectReason(const Outcome& outcome, int error) const {
     if (GetParam() == Operation::DecryptPlain && outcome.error == "Could not move temporary file") return;
     EXPECT_THAT(outcome.error, ::testing::HasSubstr(std::strerror(error)));
   }
-  // Only a file whose removal was the call that failed may be left.
+  // A file may remain only if its removal was the call that failed.
   void RemoveLeftovers(SystemCall call) {
     const bool mayBe = call == SystemCall::Unlink || call == SystemCall::RmDir;
     if (!mayBe) {
@@ -92,44 +92,44 @@ class SystemCallFaults : public FaultScenario {
   }
 };
 
-TEST_P(SystemCallFaults, AFailedOpenIsTold) {
+TEST_P(SystemCallFaults, AFailedOpenIsReported) {
   FailsCleanly(SystemCall::Open, {EACCES, EMFILE, ENOSPC});
 }
 
-TEST_P(SystemCallFaults, AFailedReadIsTold) {
+TEST_P(SystemCallFaults, AFailedReadIsReported) {
   FailsCleanly(SystemCall::Read, {EIO});
   FailsCleanly(SystemCall::PRead, {EIO});
 }
 
-TEST_P(SystemCallFaults, AFailedWriteIsTold) {
+TEST_P(SystemCallFaults, AFailedWriteIsReported) {
   FailsCleanly(SystemCall::Write, {ENOSPC, EIO, EDQUOT});
 }
 
-TEST_P(SystemCallFaults, AFailedCloseIsTold) {
+TEST_P(SystemCallFaults, AFailedCloseIsReported) {
   FailsCleanly(SystemCall::Close, {EIO, ENOSPC});
 }
 
-TEST_P(SystemCallFaults, AFailedReservationIsTold) {
+TEST_P(SystemCallFaults, AFailedReservationIsReported) {
   FailsCleanly(SystemCall::Fallocate, {ENOSPC, EIO});
   FailsCleanly(SystemCall::FTruncate, {EIO});
 }
 
-TEST_P(SystemCallFaults, AFailedLookAtAFileIsTold) {
+TEST_P(SystemCallFaults, AFailedStatIsReported) {
   FailsCleanly(SystemCall::FStat, {EIO});
   FailsCleanly(SystemCall::Stat, {EIO});
   FailsCleanly(SystemCall::LStat, {EIO});
 }
 
-TEST_P(SystemCallFaults, AFailedRenameIsTold) {
+TEST_P(SystemCallFaults, AFailedRenameIsReported) {
   FailsCleanly(SystemCall::Rename, {EACCES, ENOSPC, EIO});
   FailsCleanly(SystemCall::FChMod, {EPERM});
 }
 
-TEST_P(SystemCallFaults, ATemporaryDirectoryThatCannotBeMadeIsTold) {
+TEST_P(SystemCallFaults, AFailedTemporaryDirectoryIsReported) {
   FailsCleanly(SystemCall::MkDTemp, {EACCES, ENOSPC});
 }
 
-TEST_P(SystemCallFaults, AStagingFileThatCannotBeMadeIsTold) {
+TEST_P(SystemCallFaults, AFailedStagingFileIsReported) {
   FailsCleanly(SystemCall::MkOSTemp, {EACCES, ENOSPC});
 }
 
@@ -141,7 +141,7 @@ TEST_P(SystemCallFaults, AFileThatCannotBeRemovedFailsNoOperation) {
   }
 }
 
-TEST_P(SystemCallFaults, AnInterruptedCallIsMadeAgain) {
+TEST_P(SystemCallFaults, AnInterruptedCallIsRepeated) {
   for (const SystemCall call : {SystemCall::Open, SystemCall::Read, SystemCall::PRead, SystemCall::Write,
                                 SystemCall::Close, SystemCall::Fallocate, SystemCall::FTruncate}) {
     AtEachCall(call, {Fault::Type::Fails, EINTR}, [&](const Outcome& outcome) {
@@ -150,7 +150,7 @@ TEST_P(SystemCallFaults, AnInterruptedCallIsMadeAgain) {
   }
 }
 
-TEST_P(SystemCallFaults, AReadOrWriteOfOneByteIsGoneOnWith) {
+TEST_P(SystemCallFaults, AReadOrWriteOfOneByteIsContinued) {
   for (const SystemCall call : {SystemCall::Read, SystemCall::PRead, SystemCall::Write}) {
     AtEachCall(call, {Fault::Type::Short}, [&](const Outcome& outcome) {
       EXPECT_TRUE(outcome.success && HasResult(GetParam(), outcome)) << outcome.error;
@@ -158,7 +158,7 @@ TEST_P(SystemCallFaults, AReadOrWriteOfOneByteIsGoneOnWith) {
   }
 }
 
-// A file that ends early is no system error: only the reason says that it could not be read.
+// There is no system error: the reason says that the file could not be read.
 TEST_P(SystemCallFaults, AFileThatEndsEarlyIsNotDelivered) {
   AtEachCall(SystemCall::PRead, {Fault::Type::Ended}, [&](const Outcome& outcome) {
     if (outcome.success) {
@@ -175,14 +175,14 @@ INSTANTIATE_TEST_SUITE_P(Operations, SystemCallFaults,
                                            Operation::AuditLog),
                          [](const auto& instance) { return NameOf(instance.param); });
 
-// A watch that sees no calls would prove nothing.
+// Otherwise the tests above would prove nothing.
 TEST_F(SystemCallFaults, EveryOperationMakesTheCallsThatAreWatched) {
   for (const Operation operation :
        {Operation::Encrypt, Operation::Decrypt, Operation::DecryptPlain, Operation::AuditLog}) {
     const std::vector<std::uint64_t> counts = CountCalls(operation);
     for (const SystemCall call : {SystemCall::Open, SystemCall::Write, SystemCall::Close, SystemCall::MkDTemp,
                                   SystemCall::Unlink, SystemCall::RmDir}) {
-      // The file of DecryptPlain is moved, not removed, but for the one that tells the mode of a new file.
+      // DecryptPlain moves its file. It removes only the one that shows the mode of a new file.
       EXPECT_GT(counts[static_cast<std::size_t>(call)], 0U) << NameOf(operation) << NameOf(call);
     }
   }

@@ -138,7 +138,7 @@ ssize_t __wrap_write(int handle, const void* buffer, std::size_t size) {
   return __real_write(handle, buffer, verdict == Verdict::Short && size > 1 ? 1 : size);
 }
 
-// As on Linux, where a close that reports something has closed.
+// As on Linux: close() closes the handle even if it fails.
 int __wrap_close(int handle) {
   const bool fails = Fails(SystemCall::Close);
   const int reason = errno;
