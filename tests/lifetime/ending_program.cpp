@@ -30,7 +30,7 @@ void Demand(bool held, const char* what) {
   std::_Exit(3);
 }
 
-/// Never destroyed: it gets what the library traces to the very end of the process.
+/// Never destroyed, so that it gets what the library traces until the end of the process.
 class Sink final : public OruGuiTrace::ITraceSink {
  public:
   void OnTrace(std::uint32_t, std::uint32_t, const char* source, std::uint32_t, const char* text) override {
@@ -75,7 +75,7 @@ void TraceInsideATrace() {
   OruGuiTrace::FreeTraceContext();
 }
 
-// OpenSSL ends itself when the process does, before the static objects that are older than its first use.
+// OpenSSL cleans up at exit, before static objects that are older than its first use are destroyed.
 void LoadWhatCannotBeLoaded() {
   OruOssSec::CMSMsg message;
   Demand(!message.Load(AnsiStr("MIAGCSqGSIb3DQEHAqCAMIACAQExDTALBglghkgBZQMEAgM=")),
@@ -93,7 +93,7 @@ void UseLibrary() {
   OruGuiBase::SetErrorMessage("A reason that is left behind, in memory of its own");
 }
 
-/// Uses the library when it goes, once it is armed.
+/// Uses the library in its destructor, once it is armed.
 class User {
  public:
   constexpr User() = default;
@@ -121,7 +121,7 @@ void ExitInAThread() {
   }).join();
 }
 
-// Two traces are open, and stay so.
+// Leaves two traces open.
 void ExitInTheSink() {
   sink.endsProcess = true;
   TraceInsideATrace();
@@ -132,7 +132,7 @@ void LeaveStatics() {
   staticUser.isArmed = later.isArmed = true;
 }
 
-// The older object goes behind what the library keeps for the thread, the younger one before.
+// The older object is destroyed after the library's own objects of the thread, the younger one before.
 void LeaveThreadLocals() {
   thread_local User older;
   older.isArmed = true;
@@ -146,7 +146,7 @@ void LeaveThreadLocalsInThreads() {
   for (int i = 0; i < 3; ++i) std::thread(LeaveThreadLocals).join();
 }
 
-// The data of a key goes behind every thread-local object.
+// Data of a pthread key is destroyed after every thread-local object.
 void LeaveThreadData() {
   std::thread([] {
     pthread_key_t key = 0;
@@ -191,7 +191,7 @@ int main(int argc, char** argv) {
   for (const Way& way : kWays) {
     if (way.name != argv[1]) continue;
     OruGuiTrace::SetTraceSink(&sink, 1);
-    // Objects of the main thread that are to be older than what the library keeps come first.
+    // Objects of the main thread that must be older than the library's own come first.
     if (way.end != LeaveThreadLocals) UseLibrary();
     way.end();
     return 0;

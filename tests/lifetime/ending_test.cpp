@@ -1,5 +1,5 @@
-// The library is used to the very end of threads and processes, behind the destructors of all that a thread
-// keeps for itself.
+// The library is used until the end of threads and processes, even after the destructors of all thread-local
+// objects.
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
@@ -10,8 +10,8 @@
 namespace TestSupport {
 namespace {
 
-// Where the library's static objects stand among the application's: a shared library is ready before them and
-// goes behind them; what is linked in comes behind them and goes first.
+// The order of the library's static objects and the application's: those of a shared library are constructed
+// before the application's and destroyed after them; linked statically, it is the other way round.
 struct Linking {
   const char* name;
   const char* program;
@@ -19,8 +19,8 @@ struct Linking {
 
 class EndingTest : public ::testing::TestWithParam<std::tuple<Linking, const char*>> {};
 
-// Freed memory is overwritten, each time with another byte, so that a use of it shows.
-TEST_P(EndingTest, TheLibraryServesToTheEnd) {
+// Freed memory is overwritten, each time with another byte, so that its use is noticed.
+TEST_P(EndingTest, TheLibraryWorksUntilTheEndOfTheProcess) {
   constexpr int kRuns = 20;
   const ScratchDirectory scratch;
   const auto& [linking, way] = GetParam();

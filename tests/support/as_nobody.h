@@ -5,8 +5,8 @@
 
 namespace TestSupport {
 
-/// Root may read and write anything, so what permissions forbid is tried as somebody else, for a scope. Who
-/// is not root stays who he is.
+/// Becomes the user nobody for a scope, because root may read and write anything, whatever the permissions.
+/// Does nothing for other users.
 class AsNobody {
  public:
   static constexpr uid_t kNobody = 65534;

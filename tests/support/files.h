@@ -11,11 +11,11 @@
 namespace TestSupport {
 
 void WriteFile(const std::filesystem::path& path, std::string_view bytes);
-/// The bytes of a file; fails the test when it cannot be read.
+/// The bytes of a file. Fails the test if it cannot be read.
 std::string ReadFile(const std::filesystem::path& path);
 
-/// A directory of one test, removed with all it holds at the end. While it lives it holds the system's
-/// temporary directory as well (TMPDIR), and at the end the test fails if anything was left there.
+/// A directory of one test, removed with its contents on destruction. While it lives, the system's temporary
+/// directory (TMPDIR) is in it; the test fails if anything is left there at the end.
 class ScratchDirectory {
  public:
   ScratchDirectory();
@@ -23,7 +23,7 @@ class ScratchDirectory {
   ScratchDirectory(const ScratchDirectory&) = delete;
   ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
-  /// The path of a name in the directory; nothing is made.
+  /// The path of a name in the directory. Makes nothing.
   std::filesystem::path Path(std::string_view name) const { return root_ / name; }
   OruGuiBase::File File(std::string_view name) const;
   /// Makes a file in the directory.
@@ -33,7 +33,7 @@ class ScratchDirectory {
 
   /// All files and directories below the temporary directory, by their paths in it.
   std::vector<std::string> GetTemporaryNames() const;
-  /// Takes the temporary directory away, so that no temporary file can be made.
+  /// Removes the temporary directory, so that no temporary file can be made.
   void BreakTemporary() const;
 
  private:

@@ -11,7 +11,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-TEST(ScratchDirectory, EndsWithAllThatItHolds) {
+TEST(ScratchDirectory, RemovesItsContentsAtItsEnd) {
   std::filesystem::path path;
   {
     const ScratchDirectory scratch;
@@ -22,7 +22,7 @@ TEST(ScratchDirectory, EndsWithAllThatItHolds) {
   EXPECT_FALSE(std::filesystem::exists(path.parent_path()));
 }
 
-TEST(ScratchDirectory, HoldsTheTemporaryDirectoryAndPutsTheOldOneBack) {
+TEST(ScratchDirectory, ProvidesTheTemporaryDirectoryAndRestoresTheOldOne) {
   const std::filesystem::path before = std::filesystem::temp_directory_path();
   {
     const ScratchDirectory scratch;
@@ -31,7 +31,7 @@ TEST(ScratchDirectory, HoldsTheTemporaryDirectoryAndPutsTheOldOneBack) {
   EXPECT_EQ(std::filesystem::temp_directory_path(), before);
 }
 
-TEST(ScratchDirectory, FailsTheTestForATemporaryFileThatWasLeft) {
+TEST(ScratchDirectory, FailsTheTestForARemainingTemporaryFile) {
   auto scratch = std::make_unique<ScratchDirectory>();
   scratch->Make("temporary/left", "");
   EXPECT_THAT(scratch->GetTemporaryNames(), ElementsAre("left"));

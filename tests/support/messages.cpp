@@ -136,8 +136,8 @@ std::string MakeSigned(std::string_view content, const std::vector<SignerSpec>& 
   return Encode(message, "write a SignedData");
 }
 
-// OpenSSL reads a SignedData without signers and does not make one, so its one signer is taken out for the
-// time of the encoding.
+// OpenSSL can read a SignedData without signers but not make one, so the one signer is taken out while the
+// message is encoded.
 std::string MakeUnsigned(std::string_view content, const SignerSpec& signer) {
   const BioPtr in = Reading(content);
   const CmsPtr message(CMS_sign(nullptr, nullptr, nullptr, in.get(), CMS_BINARY | CMS_PARTIAL));

@@ -9,8 +9,7 @@
 
 #include "stand/cert_maker.h"
 
-// CMS messages that OpenSSL makes by itself, without any writer of ours. All are DER; one that could not be
-// made fails the test.
+// CMS messages made by OpenSSL alone, without our writers. All are DER. The test fails if one cannot be made.
 namespace TestSupport {
 
 inline constexpr const char* kGroupOid = "1.3.6.1.4.1.48215.2.1";
@@ -27,11 +26,11 @@ struct AttributeSpec {
 struct SignerSpec {
   CryptStand::Identity identity;
   std::vector<AttributeSpec> attributes;
-  /// The present when not given.
+  /// Now, unless set.
   std::optional<std::time_t> signingTime;
-  /// Whether the message holds the signer's certificate.
+  /// Whether the message contains the signer's certificate.
   bool hasCertificate = true;
-  /// Further certificates that the message holds.
+  /// Further certificates in the message.
   std::vector<CryptStand::Cert> more;
 };
 
@@ -47,7 +46,7 @@ std::string MakeDigested(std::string_view content);
 /// A message of the type Data.
 std::string MakeData(std::string_view content);
 
-/// What a message holds, as OpenSSL reads it.
+/// The contents of a message, as OpenSSL reads them.
 struct OpenedMessage {
   std::string content;
   std::vector<std::string> signerDigests;  ///< SHA-256 of each signer's certificate, lower-case hexadecimal
@@ -56,7 +55,7 @@ struct OpenedMessage {
   std::vector<std::pair<std::string, std::string>> attributes;  ///< UTF8Strings of the first signer
 };
 
-/// Opens an EnvelopedData with its one recipient's key; the content as it stands.
+/// Opens an EnvelopedData with its one recipient's key and returns the content.
 std::string OpenEnvelope(std::string_view message, const CryptStand::Identity& recipient);
 /// Verifies a SignedData against its own certificates, without any chain, and reads it.
 OpenedMessage OpenSigned(std::string_view message);

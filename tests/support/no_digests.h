@@ -2,8 +2,8 @@
 
 namespace TestSupport {
 
-/// While it lives, OpenSSL finds no digest and no cipher anywhere in the process: the way in which an
-/// operation fails that nothing of a certificate or a message can make fail.
+/// While it lives, OpenSSL finds no digest and no cipher anywhere in the process. For failures that no
+/// certificate or message can cause.
 class NoDigests {
  public:
   NoDigests();

@@ -7,7 +7,6 @@
 namespace TestSupport {
 namespace {
 
-// While it lives no digest can be computed, and afterwards each one can again.
 TEST(NoDigests, TakesDigestsAwayAndGivesThemBack) {
   const OruOssSec::Certificate certificate = LoadCert(Pki::Get().root.certificate);
   const auto getsDigest = [&certificate] {

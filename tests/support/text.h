@@ -21,11 +21,11 @@ inline OruGuiBase::AnsiStr Ansi(std::string_view text) {
   return OruGuiBase::AnsiStr(text);
 }
 
-/// The text of a map or value as JSON, which shows members in their order; fails the test when it has none.
+/// A map or value as JSON, which shows members in their order. Fails the test if it has no such form.
 std::string JsonText(const OruGuiBase::Val& value);
 std::string JsonText(const OruGuiBase::KVMap& map);
 
-/// The map of a JSON text; fails the test when it is none.
+/// The map in a JSON document. Fails the test if it is none.
 OruGuiBase::KVMap Map(std::string_view json);
 
 /// An array of string values.
@@ -38,14 +38,14 @@ OruGuiBase::Blob Bytes(std::string_view bytes);
 std::string Str(const OruGuiBase::Blob& bytes);
 
 std::string ToBase64(std::string_view bytes);
-/// The bytes of a base64 text; fails the test when it is none.
+/// The bytes of a base64 string. Fails the test if it is none.
 std::string FromBase64(std::string_view text);
 
 }  // namespace TestSupport
 
 namespace OruGuiBase {
 
-// What GoogleTest prints when a comparison of these fails.
+// How GoogleTest prints these when a comparison fails.
 inline void PrintTo(const AnsiStr& text, std::ostream* out) {
   *out << '"' << text.View() << '"';
 }

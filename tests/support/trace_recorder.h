@@ -17,7 +17,7 @@ struct TraceEvent {
   std::string text;
 };
 
-/// Records all traces of the process from its making to its end. One at a time.
+/// Records all traces of the process while it lives. One at a time.
 class TraceRecorder final : public OruGuiTrace::ITraceSink {
  public:
   TraceRecorder() { OruGuiTrace::SetTraceSink(this, 0); }
@@ -26,9 +26,9 @@ class TraceRecorder final : public OruGuiTrace::ITraceSink {
   TraceRecorder& operator=(const TraceRecorder&) = delete;
 
   std::vector<TraceEvent> GetEvents() const;
-  /// The texts of a level, in order, of the source "cryptcli" alone.
+  /// The messages of a level, in order, only those of the source "cryptcli".
   std::vector<std::string> GetTexts(std::uint32_t level) const;
-  /// The types that values were read as which they do not hold, in the order of the reports.
+  /// The types as which values of another type were read, in the order of the reports.
   std::vector<std::uint32_t> GetInvalidTypes() const;
   void Clear();
 

@@ -24,7 +24,7 @@ TEST(TraceRecorder, RecordsAllPartsOfAnEvent) {
   EXPECT_EQ(event.text, "text");
 }
 
-TEST(TraceRecorder, SortsTheClientsTextsByLevel) {
+TEST(TraceRecorder, SelectsTheClientsMessagesByLevel) {
   TraceRecorder traces;
   OruGuiTrace::TraceStr(4096, 1, "cryptcli", 1, "one");
   OruGuiTrace::TraceStr(4096, 2, "cryptcli", 1, "two");
@@ -41,7 +41,7 @@ TEST(TraceRecorder, ShowsValuesReadAsAnotherType) {
   EXPECT_THAT(traces.GetInvalidTypes(), ElementsAre(5U, 7U));
 }
 
-TEST(TraceRecorder, EndsWithItsScope) {
+TEST(TraceRecorder, StopsRecordingAtItsEnd) {
   { const TraceRecorder traces; }
   EXPECT_FALSE(OruGuiTrace::IsTraced(4));
 }
