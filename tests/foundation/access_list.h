@@ -28,7 +28,7 @@ inline void AppendLittleEndian(std::string& bytes, std::uint32_t value, int coun
   for (int i = 0; i < count; ++i) bytes += static_cast<char>(value >> (8 * i));
 }
 
-/// False where the file system keeps no lists; errno tells why.
+/// False, with errno, where the file system does not support lists.
 inline bool SetAccessList(const std::string& path, const char* type, const AccessList& list) {
   std::string bytes;
   AppendLittleEndian(bytes, 2, 4);
@@ -40,7 +40,7 @@ inline bool SetAccessList(const std::string& path, const char* type, const Acces
   return ::setxattr(path.c_str(), type, bytes.data(), bytes.size(), 0) == 0;
 }
 
-/// Its bytes; empty where there is none.
+/// The bytes of the list; empty if there is none.
 inline std::string GetAccessList(const std::string& path, const char* type) {
   char bytes[1024];
   const ssize_t size = ::getxattr(path.c_str(), type, bytes, sizeof bytes);

@@ -44,13 +44,12 @@ TEST(AnsiStrTest, ConstructorsKeepTheBytes) {
   EXPECT_EQ(AnsiStr(AnsiSubStr{"abcdef", 2}), "ab");
 }
 
-// The text of a string is ended by a NUL byte that is not part of it.
-TEST(AnsiStrTest, TextIsEndedByNul) {
+// The length does not count it.
+TEST(AnsiStrTest, TextEndsInNul) {
   const AnsiStr text("abcdef", 3);
   EXPECT_STREQ(text.GetText(), "abc");
 }
 
-// NUL bytes inside a string are content.
 TEST(AnsiStrTest, NulBytesAreContent) {
   const AnsiStr text("a\0b"sv);
   EXPECT_EQ(text.GetLength(), 3U);
@@ -128,7 +127,7 @@ TEST(AnsiStrTest, SelfAssignmentKeepsTheText) {
   EXPECT_EQ(text, "abc");
 }
 
-TEST(AnsiStrTest, AssignmentGivesTheOldTextUp) {
+TEST(AnsiStrTest, AssignmentReleasesTheOldText) {
   AnsiStr text("abc");
   const AnsiStr old(text);
   text = AnsiStr("def");
@@ -164,7 +163,7 @@ TEST(AnsiStrTest, AppendToASharedStringLeavesTheOtherAlone) {
   EXPECT_EQ(copy, "abc");
 }
 
-TEST(AnsiStrTest, AppendToAnUnsharedStringWithRoomStaysInPlace) {
+TEST(AnsiStrTest, AppendWithinTheCapacityStaysInPlace) {
   AnsiStr text("abc");
   text.Reserve(100);
   const AnsiStr::Imp* const before = text.GetImp();
@@ -200,7 +199,7 @@ TEST(AnsiStrTest, ExtendSizeAddsHalfAndStopsAt32Bits) {
 }
 
 TEST(AnsiStrTest, AppendPast32BitsIsReportedAndDropped) {
-  // A text that claims the full length without its storage: the append must stop before it looks at any.
+  // A string that claims the full length without its storage: the append must stop before it reads any of it.
   AnsiStr text("abc");
   const std::uint32_t length = text.GetLength();
   text.GetImp()->length = 0xFFFFFFFFU;
@@ -260,8 +259,7 @@ TEST(AnsiStrTest, ReserveUnsharesTheText) {
   EXPECT_EQ(text, "abc");
 }
 
-// ToLower changes ASCII letters alone.
-TEST(AnsiStrTest, ToLowerChangesASCIILettersAlone) {
+TEST(AnsiStrTest, ToLowerChangesOnlyASCIILetters) {
   AnsiStr text(
       "AZaz[@`{09 \xC3\x84"
       "\xC0");
@@ -308,7 +306,7 @@ TEST(AnsiStrTest, TruncCutsATextOfUnknownLength) {
   EXPECT_EQ(text.Trunc(2), "ab");
 }
 
-TEST(AnsiStrTest, FindStartsWhereItIsTold) {
+TEST(AnsiStrTest, FindStartsAtTheGivenIndex) {
   const AnsiStr text("a.b.c");
   EXPECT_EQ(text.Find('.'), 1U);
   EXPECT_EQ(text.Find('.', 1), 1U);
@@ -319,7 +317,7 @@ TEST(AnsiStrTest, FindStartsWhereItIsTold) {
   EXPECT_EQ(AnsiStr().Find('a'), AnsiStr::npos);
 }
 
-TEST(AnsiStrTest, FindIgnoresCaseOnlyWhenTold) {
+TEST(AnsiStrTest, FindIgnoresCaseOnlyOnRequest) {
   const AnsiStr text("xyZ");
   EXPECT_EQ(text.Find('z'), AnsiStr::npos);
   EXPECT_EQ(text.Find('z', 0, true), 2U);
@@ -336,7 +334,7 @@ TEST(AnsiStrTest, CompareIsThreeWayOverUnsignedBytes) {
   EXPECT_EQ(AnsiStr::Compare("", AnsiStr(), false), 0);
 }
 
-TEST(AnsiStrTest, CompareIgnoresCaseOfASCIILettersWhenTold) {
+TEST(AnsiStrTest, CompareIgnoresCaseOfASCIILettersOnRequest) {
   EXPECT_NE(AnsiStr::Compare("Text/CSV", "text/csv", false), 0);
   EXPECT_EQ(AnsiStr::Compare("Text/CSV", "text/csv", true), 0);
   EXPECT_LT(AnsiStr::Compare("TEXT", "text/csv", true), 0);
@@ -345,7 +343,6 @@ TEST(AnsiStrTest, CompareIgnoresCaseOfASCIILettersWhenTold) {
   EXPECT_NE(AnsiStr::Compare("[", "{", true), 0);
 }
 
-// A string made of a shared block takes a reference of its own.
 TEST(AnsiStrTest, FromImpTakesAReference) {
   const AnsiStr text("abc");
   const AnsiStr other = AnsiStr::FromImp(text.GetImp());
@@ -353,7 +350,7 @@ TEST(AnsiStrTest, FromImpTakesAReference) {
   EXPECT_EQ(AnsiStr::FromImp(nullptr).GetImp(), nullptr);
 }
 
-TEST(AnsiStrTest, InitHoldsTheSourceAndItsTerminator) {
+TEST(AnsiStrTest, InitCopiesTheSourceAndTerminatesIt) {
   AnsiStr::Imp* const imp = AnsiStr::Imp::Init(10, 3, "abc", 3);
   ASSERT_NE(imp, nullptr);
   EXPECT_EQ(imp->refCount, 1U);
@@ -364,7 +361,7 @@ TEST(AnsiStrTest, InitHoldsTheSourceAndItsTerminator) {
   AnsiStr::Imp::Free(imp);
 }
 
-TEST(AnsiStrTest, InitNeverMakesLessRoomThanItsSourceTakes) {
+TEST(AnsiStrTest, InitAllocatesAtLeastTheSizeOfItsSource) {
   AnsiStr::Imp* const imp = AnsiStr::Imp::Init(1, 2, "abcd", 4);
   ASSERT_NE(imp, nullptr);
   EXPECT_EQ(imp->capacity, 4U);
@@ -372,7 +369,7 @@ TEST(AnsiStrTest, InitNeverMakesLessRoomThanItsSourceTakes) {
   AnsiStr::Imp::Free(imp);
 }
 
-TEST(AnsiStrDeathTest, InitGivesNullWhenMemoryIsOut) {
+TEST(AnsiStrDeathTest, InitReturnsNullOnAllocationFailure) {
   const auto run = [] {
     LimitMemory();
     AnsiStr text("old");
@@ -382,7 +379,7 @@ TEST(AnsiStrDeathTest, InitGivesNullWhenMemoryIsOut) {
   EXPECT_EXIT(run(), testing::ExitedWithCode(0), "");
 }
 
-TEST(AnsiStrDeathTest, ATextThatCannotBeHadEndsTheProcess) {
+TEST(AnsiStrDeathTest, AbortsOnAllocationFailure) {
   const auto run = [] {
     LimitMemory();
     AnsiStr().Reserve(kTooMuch);

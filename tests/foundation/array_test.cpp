@@ -33,7 +33,7 @@ TEST(ArrayTest, EmptyArrayAllocatesNothing) {
   EXPECT_EQ(numbers.GetImp(), nullptr);
 }
 
-TEST(ArrayTest, FirstElementOfANullArrayMakesRoomForEleven) {
+TEST(ArrayTest, FirstElementOfANullArrayAllocatesEleven) {
   Numbers numbers;
   numbers.Append(7);
   EXPECT_EQ(CapacityOf(numbers), 11U);
@@ -41,7 +41,7 @@ TEST(ArrayTest, FirstElementOfANullArrayMakesRoomForEleven) {
   EXPECT_EQ(numbers[0], 7U);
 }
 
-// A full block grows by 10 below 20 elements, by half below 100000 and by 50000 from there on.
+// By 10 below 20 elements, by half below 100000 and by 50000 from there on.
 TEST(ArrayTest, AFullBlockGrowsByItsCount) {
   const struct {
     std::uint32_t full;
@@ -67,7 +67,7 @@ TEST(ArrayTest, AFullBlockGrowsByItsCount) {
   }
 }
 
-TEST(ArrayTest, AppendTakesAnElementInPlaceWhileThereIsRoom) {
+TEST(ArrayTest, AppendWithinTheCapacityStaysInPlace) {
   Numbers numbers = Filled(1);
   numbers.Reserve(5);
   const Numbers::Imp* const block = numbers.GetImp();
@@ -117,7 +117,7 @@ TEST(ArrayTest, AccessPastTheCountClearsWhatWasWrittenThereBefore) {
   EXPECT_EQ(values.GetCount(), 0U);
 }
 
-TEST(ArrayTest, AccessPastTheCountOfAFullBlockMakesRoom) {
+TEST(ArrayTest, AccessPastTheCountOfAFullBlockGrowsIt) {
   Numbers numbers = Filled(4);
   ASSERT_EQ(CapacityOf(numbers), 4U);
   EXPECT_EQ(numbers.At(4), 0U);
@@ -125,7 +125,7 @@ TEST(ArrayTest, AccessPastTheCountOfAFullBlockMakesRoom) {
   EXPECT_EQ(numbers.GetCount(), 4U);
 }
 
-TEST(ArrayTest, AnAccessThatWasPreparedTakesNoMemory) {
+TEST(ArrayTest, AccessAfterPrepareAllocatesNothing) {
   Numbers numbers = Filled(2);
   const Numbers copy(numbers);
   ASSERT_TRUE(numbers.Prepare(2));
@@ -137,7 +137,7 @@ TEST(ArrayTest, AnAccessThatWasPreparedTakesNoMemory) {
   EXPECT_EQ(copy.GetCount(), 2U);
 }
 
-TEST(ArrayTest, PreparingWithoutMemoryIsReportedAndChangesNothing) {
+TEST(ArrayTest, PrepareReportsAllocationFailureAndChangesNothing) {
   Numbers numbers = Filled(2);
   const Numbers copy(numbers);
   const Numbers::Imp* const block = numbers.GetImp();
@@ -160,7 +160,7 @@ TEST(ArrayTest, ReadingPastTheCountGivesAnEmptyElement) {
   EXPECT_EQ(Numbers()[0], 0U);
 }
 
-TEST(ArrayTest, ReserveMakesExactlyThatRoomAndKeepsTheElements) {
+TEST(ArrayTest, ReserveAllocatesExactlyAndKeepsTheElements) {
   Numbers numbers = Filled(3);
   numbers.Reserve(8);
   EXPECT_EQ(CapacityOf(numbers), 8U);
@@ -169,7 +169,7 @@ TEST(ArrayTest, ReserveMakesExactlyThatRoomAndKeepsTheElements) {
   EXPECT_EQ(CapacityOf(numbers), 8U);
 }
 
-TEST(ArrayTest, ReserveOfLessThanASharedArrayHoldsKeepsAllElements) {
+TEST(ArrayTest, ReserveBelowTheCountOfASharedArrayKeepsAllElements) {
   Numbers numbers = Filled(6);
   const Numbers copy(numbers);
   numbers.Reserve(2);
@@ -216,7 +216,7 @@ class LoudSink final : public OruGuiTrace::ITraceSink {
   }
 };
 
-TEST(ArrayDeathTest, AnIndexThatWouldPass32BitsIsReportedAndEndsTheProcess) {
+TEST(ArrayDeathTest, ReportsAndAbortsWhenTheCountPasses32Bits) {
   const auto run = [] {
     LoudSink sink;
     OruGuiTrace::SetTraceSink(&sink, 0);
@@ -227,7 +227,7 @@ TEST(ArrayDeathTest, AnIndexThatWouldPass32BitsIsReportedAndEndsTheProcess) {
   EXPECT_DEATH(run(), "traced: Array: 4294967295 elements and 1 more pass 32 bits\nUInt32 overflow\n$");
 }
 
-TEST(ArrayDeathTest, ABlockThatCannotBeHadIsReportedAndEndsTheProcess) {
+TEST(ArrayDeathTest, ReportsAndAbortsOnAllocationFailure) {
   const auto run = [] {
     LoudSink sink;
     OruGuiTrace::SetTraceSink(&sink, 0);

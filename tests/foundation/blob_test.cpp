@@ -24,7 +24,6 @@ TEST(BlobTest, EmptyBlobAllocatesNothing) {
   EXPECT_TRUE(Blob().IsEmpty());
 }
 
-// A blob keeps the bytes it is made of.
 TEST(BlobTest, KeepsItsBytes) {
   const Blob blob = MakeBlob("abc");
   EXPECT_EQ(blob.GetSize(), 3U);
@@ -115,7 +114,7 @@ TEST(BlobTest, ClearKeepsTheStorageOfAnUnsharedBlob) {
   EXPECT_EQ(blob.Alloc(3), bytes);
 }
 
-TEST(BlobTest, ClearLetsASharedBlobGo) {
+TEST(BlobTest, ClearReleasesASharedBlob) {
   Blob blob = MakeBlob("abc");
   const Blob copy(blob);
   blob.Clear();
@@ -124,7 +123,6 @@ TEST(BlobTest, ClearLetsASharedBlobGo) {
   Blob().Clear();
 }
 
-// A blob made of a shared block takes a reference of its own.
 TEST(BlobTest, FromImpTakesAReference) {
   const Blob blob = MakeBlob("abc");
   const Blob other = Blob::FromImp(blob.GetImp());
@@ -132,7 +130,7 @@ TEST(BlobTest, FromImpTakesAReference) {
   EXPECT_EQ(Blob::FromImp(nullptr).GetImp(), nullptr);
 }
 
-TEST(BlobDeathTest, AllocGivesNullWhenMemoryIsOut) {
+TEST(BlobDeathTest, AllocReturnsNullOnAllocationFailure) {
   const auto run = [] {
     LimitMemory();
     Blob blob = MakeBlob("abc");

@@ -19,7 +19,7 @@ TEST(ClockTest, TicksCountMilliseconds) {
   EXPECT_LE(passed, std::chrono::duration_cast<std::chrono::milliseconds>(measured).count() + 1);
 }
 
-TEST(ClockTest, PassedTicksStayRightAcrossTheWrap) {
+TEST(ClockTest, ElapsedTicksAreCorrectAcrossTheWrap) {
   // Counts of a while ago, of which one at least lies on the other side of the wrap.
   for (const std::uint32_t ago : {1000U, 0x80000000U, 0xF0000000U}) {
     const std::uint32_t passed = GetClockTicks(GetClockTicks() - ago);
@@ -34,12 +34,10 @@ TEST(RandomTest, NumbersLieInTheRangeAndReachBothEnds) {
   EXPECT_EQ(seen, (std::set<std::uint64_t>{5, 6, 7, 8, 9}));
 }
 
-// A range of one number gives that number.
 TEST(RandomTest, ARangeOfOneGivesIt) {
   EXPECT_EQ(GetPseudoRandomNumberEx(7, 7), 7U);
 }
 
-// A range whose ends are the wrong way round gives its low end.
 TEST(RandomTest, AReversedRangeGivesItsLowEnd) {
   EXPECT_EQ(GetPseudoRandomNumberEx(9, 5), 9U);
 }

@@ -15,7 +15,7 @@ using std::string_view_literals::operator""sv;
 
 constexpr datetime kEpoch{1994, 11, 6, 8, 49, 37};
 
-// An HTTP date is read without weekday or seconds, in any zone and case, into universal time.
+// Without weekday or seconds, in any zone and case; the result is UTC.
 TEST(RFC1123Test, ReadsTheForms) {
   const struct {
     const char* text;
@@ -54,7 +54,6 @@ TEST(RFC1123Test, ReadsTheForms) {
   }
 }
 
-// An HTTP date is read with every month.
 TEST(RFC1123Test, ReadsEveryMonth) {
   const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -67,7 +66,6 @@ TEST(RFC1123Test, ReadsEveryMonth) {
   }
 }
 
-// An HTTP date is read with every weekday.
 TEST(RFC1123Test, ReadsEveryWeekday) {
   for (const char* const day : {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"}) {
     datetime value;
@@ -76,7 +74,7 @@ TEST(RFC1123Test, ReadsEveryWeekday) {
   }
 }
 
-// Any other text is no date and leaves the caller's value alone.
+// The caller's value stays as it is.
 TEST(RFC1123Test, RefusesEverythingElse) {
   const struct {
     std::string_view text;
@@ -172,14 +170,12 @@ TEST(RFC1123Test, ADateWithAnyByteChangedIsADateOrRefused) {
   EXPECT_GT(dates, 50);
 }
 
-// A date is written as "2024-02-29T23:59:58".
 TEST(ISODateTest, WritesTheFieldsInOrder) {
   EXPECT_EQ(DateTime2ISOStr({2024, 2, 29, 23, 59, 58}, nullptr, nullptr), "2024-02-29T23:59:58");
   EXPECT_EQ(DateTime2ISOStr({1, 2, 3, 4, 5, 6}, nullptr, nullptr), "0001-02-03T04:05:06");
   EXPECT_EQ(DateTime2ISOStr({}, nullptr, nullptr), "0000-00-00T00:00:00");
 }
 
-// Milliseconds and zone are written when they are given.
 TEST(ISODateTest, AddsFractionAndZoneWhenGiven) {
   const datetime value{2024, 2, 29, 23, 59, 58};
   const std::uint16_t fraction = 7;
@@ -192,7 +188,7 @@ TEST(ISODateTest, AddsFractionAndZoneWhenGiven) {
   EXPECT_EQ(DateTime2ISOStr(value, nullptr, &none), "2024-02-29T23:59:58+00:00");
 }
 
-// A date is valid exactly when the calendar has it; an unset one is not.
+// An unset date is not valid.
 TEST(ValidDateTest, AcceptsOnlyDatesOfTheCalendar) {
   const struct {
     datetime value;
@@ -272,8 +268,8 @@ TEST(UnixTimeTest, AgreesWithTheSystems) {
   }
 }
 
-// What is no date comes before every date, so that nothing is valid at that time.
-TEST(UnixTimeTest, OfNoDateIsBeforeTheFirstMoment) {
+// So that no certificate is valid at that time.
+TEST(UnixTimeTest, OfAnInvalidDateIsBeforeTheYearOne) {
   const std::int64_t first = ToUnixTime({1, 1, 1, 0, 0, 0});
   EXPECT_EQ(first, -62135596800);
   for (const datetime& none : {datetime(), datetime{2024, 2, 30, 0, 0, 0}, datetime{2024, 13, 1, 0, 0, 0},
@@ -282,7 +278,6 @@ TEST(UnixTimeTest, OfNoDateIsBeforeTheFirstMoment) {
   }
 }
 
-// Seconds added to a date that is none leave it alone.
 TEST(AddSecondsTest, LeavesAnInvalidDateAlone) {
   datetime value;
   EXPECT_EQ(AddSeconds(value, 100), datetime());
@@ -299,7 +294,6 @@ TEST(AddSecondsTest, ASumOutsideTheCalendarIsUnset) {
   }
 }
 
-// Without a time of the system there is none, and all fields are 0.
 TEST(CurrentDateTest, HasAllFieldsZeroWhenTheSystemHasNoTime) {
   long fields[] = {1, 2, 3, 4, 5, 6, 7};
   bool known = true;
@@ -311,7 +305,6 @@ TEST(CurrentDateTest, HasAllFieldsZeroWhenTheSystemHasNoTime) {
   for (const long field : fields) EXPECT_EQ(field, 0);
 }
 
-// The present time comes in fields of universal time.
 TEST(CurrentDateTest, GivesThePresentUniversalTime) {
   const std::time_t before = std::time(nullptr);
   long year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = -1;

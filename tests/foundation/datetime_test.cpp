@@ -27,7 +27,7 @@ bool Pack(PackedDateTime& date, const Fields& f) {
   return date.Pack(f.year, f.month, f.day, f.hour, f.minute, f.second, f.milliseconds, f.zone);
 }
 
-// Each field packs within its range alone; a refused date changes nothing.
+// A refused date changes nothing.
 TEST(PackedDateTimeTest, PacksExactlyWhatIsInRange) {
   const struct {
     Fields fields;
@@ -118,7 +118,6 @@ TEST(PackedDateTimeTest, ARefusedDateLeavesTheOneThatWasPackedBefore) {
   EXPECT_EQ(date.ToBits(), before);
 }
 
-// The fields of a packed date lie at fixed bits of its seven bytes.
 TEST(PackedDateTimeTest, FieldsLieAtTheirBits) {
   PackedDateTime date;
   ASSERT_TRUE(date.Pack(0x555, 0xA, 0x15, 0x12, 0x2A, 0x15, 0x2AA, -45));
@@ -146,7 +145,7 @@ TEST(PackedDateTimeTest, PackingClearsAnOldSign) {
   EXPECT_EQ(date.GetZoneMinutes(), 60);
 }
 
-TEST(PackedDateTimeTest, BitsGoThereAndBack) {
+TEST(PackedDateTimeTest, BitsRoundTrip) {
   const std::uint64_t bits = 0x00A1B2C3D4E5F607U;
   const PackedDateTime date = PackedDateTime::FromBits(bits);
   EXPECT_EQ(date.ToBits(), bits);

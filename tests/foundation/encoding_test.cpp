@@ -43,8 +43,7 @@ std::string AllBytes() {
   return bytes;
 }
 
-// CleanStr takes blanks and control characters off both ends.
-TEST(CleanStrTest, TakesBlanksAndControlCharactersOffBothEnds) {
+TEST(CleanStrTest, RemovesBlanksAndControlCharactersAtBothEnds) {
   const struct {
     std::string_view text;
     std::string_view clean;
@@ -58,18 +57,16 @@ TEST(CleanStrTest, TakesBlanksAndControlCharactersOffBothEnds) {
   for (const auto& row : kRows) EXPECT_EQ(CleanStr(AnsiStr(row.text)).View(), row.clean);
 }
 
-TEST(CleanStrTest, AClearTextIsShared) {
+TEST(CleanStrTest, ACleanStringIsShared) {
   const AnsiStr text("clean");
   EXPECT_EQ(CleanStr(text).GetImp(), text.GetImp());
 }
 
-// EscapeURL leaves unreserved characters alone.
 TEST(EscapeURLTest, LeavesUnreservedCharactersAlone) {
   const char* const unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
   EXPECT_EQ(EscapeURL(unreserved), unreserved);
 }
 
-// EscapeURL escapes every other byte as "%XX".
 TEST(EscapeURLTest, EscapesEveryOtherByte) {
   const struct {
     std::string_view text;
@@ -99,7 +96,7 @@ TEST(EscapeURLTest, OnlyUnreservedCharactersComeOutOfAnyByte) {
       std::string_view::npos);
 }
 
-// The examples of RFC 4648, section 10, encode and decode as they stand there.
+// The examples of RFC 4648, section 10.
 TEST(Base64Test, EncodesAndDecodesTheStandardExamples) {
   const struct {
     const char* plain;
@@ -119,7 +116,7 @@ TEST(Base64Test, EncodesAndDecodesTheStandardExamples) {
   }
 }
 
-TEST(Base64Test, EveryByteAtEveryPlaceGoesThereAndBack) {
+TEST(Base64Test, EveryByteAtEveryPlaceRoundTrips) {
   for (std::size_t cut = 0; cut < 6; ++cut) {
     const std::string bytes = AllBytes().substr(cut);
     const Decoded decoded = Decode(B64Str2Binary, Encode(bytes).View());
@@ -140,8 +137,7 @@ TEST(Base64Test, LinesEndAfterTheirLengthButTheLastDoesNot) {
   EXPECT_EQ(Encode("", 4), "");
 }
 
-// Decoding base64 reports the true length, which may be below the caller's room.
-TEST(Base64Test, DecodingReportsTheTrueLengthBelowTheRoom) {
+TEST(Base64Test, DecodingReportsTheLengthBelowTheCapacity) {
   char room[64];
   std::uint32_t size = sizeof room;
   ASSERT_TRUE(B64Str2Binary("Zm9v\r\nYg==\r\n", room, size, "\r\n"));
@@ -149,15 +145,14 @@ TEST(Base64Test, DecodingReportsTheTrueLengthBelowTheRoom) {
   EXPECT_EQ(std::memcmp(room, "foob", 4), 0);
 }
 
-TEST(Base64Test, DecodingFillsExactRoom) {
+TEST(Base64Test, DecodingFillsExactCapacity) {
   char room[4] = {};
   std::uint32_t size = 4;
   EXPECT_TRUE(B64Str2Binary("Zm9vYg==", room, size, nullptr));
   EXPECT_EQ(size, 4U);
 }
 
-// Decoding base64 never writes past the caller's room.
-TEST(Base64Test, DecodingNeverWritesPastTheRoom) {
+TEST(Base64Test, DecodingNeverWritesPastTheCapacity) {
   char room[] = "....";
   std::uint32_t size = 3;
   EXPECT_FALSE(B64Str2Binary("Zm9vYg==", room, size, nullptr));
@@ -165,7 +160,6 @@ TEST(Base64Test, DecodingNeverWritesPastTheRoom) {
   EXPECT_EQ(GetSystemErrorText(), "The decoded bytes do not fit their buffer");
 }
 
-// Decoding refuses what is not canonical base64.
 TEST(Base64Test, RefusesWhatIsNotBase64) {
   const struct {
     std::string_view text;
@@ -198,7 +192,6 @@ TEST(Base64Test, RefusesWhatIsNotBase64) {
   }
 }
 
-// Characters to ignore may stand anywhere in base64.
 TEST(Base64Test, IgnoredCharactersMayStandAnywhere) {
   EXPECT_EQ(Decode(B64Str2Binary, "\r\nZ\nm\r8\r\n=\n").bytes, "fo");
   EXPECT_EQ(Decode(B64Str2Binary, "Zg=\n=").bytes, "f");
@@ -223,7 +216,7 @@ TEST(Base64Test, TextCutAtAnyLengthDecodesToItsWholeGroupsOrFails) {
   }
 }
 
-// Any text that decodes is the one encoding of its bytes, so a changed character never goes unnoticed.
+// Each value has exactly one encoding, so every changed character is noticed.
 TEST(Base64Test, TextWithAnyByteChangedDecodesToOtherBytesOrFails) {
   const std::string plain = "sixteen bytes ab";
   const std::string text(Encode(plain).View());
@@ -270,14 +263,12 @@ TEST(Base64Test, ReportsWhenTheBlobCannotBeAllocated) {
   EXPECT_EQ(GetLastError(), static_cast<std::uint32_t>(ENOMEM));
 }
 
-// Hexadecimal of either case is decoded.
 TEST(Base16Test, DecodesBothCases) {
   EXPECT_EQ(Decode(B16Str2Binary, "00ff7F80Aa").bytes, "\0\xFF\x7F\x80\xAA"sv);
   EXPECT_EQ(Decode(B16Str2Binary, "").bytes, "");
   EXPECT_TRUE(Decode(B16Str2Binary, "").good);
 }
 
-// Bytes are encoded as two hexadecimal digits each.
 TEST(Base16Test, EncodesTwoDigitsAByte) {
   const std::string_view bytes = "\x00\x0A\xFF"sv;
   EXPECT_EQ(Binary2B16Str(bytes.data(), 3, true), "000AFF");
@@ -285,23 +276,21 @@ TEST(Base16Test, EncodesTwoDigitsAByte) {
   EXPECT_TRUE(Binary2B16Str(nullptr, 0, true).IsEmpty());
 }
 
-TEST(Base16Test, EveryByteGoesThereAndBack) {
+TEST(Base16Test, EveryByteRoundTrips) {
   const std::string bytes = AllBytes();
   for (const bool upper : {false, true}) {
     EXPECT_EQ(Decode(B16Str2Binary, Binary2B16Str(bytes.data(), 256, upper).View()).bytes, bytes);
   }
 }
 
-// Decoding hexadecimal reports the true length, which may be below the caller's room.
-TEST(Base16Test, DecodingReportsTheTrueLengthBelowTheRoom) {
+TEST(Base16Test, DecodingReportsTheLengthBelowTheCapacity) {
   char room[64];
   std::uint32_t size = sizeof room;
   ASSERT_TRUE(B16Str2Binary("0102\r\n03\r\n", room, size, "\r\n"));
   EXPECT_EQ(size, 3U);
 }
 
-// Decoding hexadecimal never writes past the caller's room.
-TEST(Base16Test, DecodingNeverWritesPastTheRoom) {
+TEST(Base16Test, DecodingNeverWritesPastTheCapacity) {
   char room[] = "....";
   std::uint32_t size = 3;
   EXPECT_FALSE(B16Str2Binary("01020304", room, size, nullptr));
@@ -310,7 +299,7 @@ TEST(Base16Test, DecodingNeverWritesPastTheRoom) {
   EXPECT_EQ(GetSystemErrorText(), "The decoded bytes do not fit their buffer");
 }
 
-// Decoding refuses what is not hexadecimal, an odd number of digits included.
+// An odd number of digits is refused too.
 TEST(Base16Test, RefusesWhatIsNotHexadecimal) {
   const struct {
     std::string_view text;
@@ -357,7 +346,6 @@ TEST(Base16Test, TextWithAnyByteChangedDecodesToOtherBytesOrFails) {
   }
 }
 
-// Text counts as UTF-8 exactly when it is well-formed.
 TEST(UTF8Test, AcceptsExactlyTheWellFormed) {
   const struct {
     std::string_view text;

@@ -2,7 +2,7 @@
 
 namespace OruGuiBase {
 
-/// While it lives, the system does not tell the time. One at a time.
+/// While it lives, the system cannot provide the time. One at a time.
 class FailingClock {
  public:
   FailingClock();

@@ -4,7 +4,7 @@
 
 namespace OruGuiBase {
 
-/// While it lives, the foundation gets as many blocks as `blocks` says, and no further one. One at a time.
+/// While it lives, `blocks` allocations of the foundation succeed and all others fail. One at a time.
 class FailingMemory {
  public:
   explicit FailingMemory(std::uint32_t blocks);

@@ -5,7 +5,8 @@
 
 namespace OruGuiBase {
 
-/// Makes files that grow past a size fail with EFBIG for a scope: a disk that fills up in mid-file.
+/// Makes files that grow past a size fail with EFBIG for a scope, like a disk that fills up while a file is
+/// written.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t size) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {

@@ -30,7 +30,7 @@ TEST(FormatTest, NothingToFormatIsTheEmptyString) {
   EXPECT_EQ(FmtArgs("%s", "").GetImp(), nullptr);
 }
 
-TEST(FormatTest, LongTextsComeWhole) {
+TEST(FormatTest, LongResultsAreComplete) {
   const std::string text(200000, 'a');
   EXPECT_EQ(FmtArgs("%s!", text.c_str()).View(), text + "!");
 }
@@ -39,8 +39,7 @@ TEST(FormatTest, PerCentSignsOfAnArgumentStayAsTheyAre) {
   EXPECT_EQ(FmtArgs("%s", "100%n%s"), "100%n%s");
 }
 
-// A text with a NUL byte inside goes into a formatted one up to that byte.
-TEST(FormatTest, ATextArgumentEndsAtItsFirstNulByte) {
+TEST(FormatTest, AStringArgumentEndsAtItsFirstNulByte) {
   const AnsiStr text(std::string_view("a\0b", 3));
   EXPECT_EQ(FmtArgs("<%s>", text.GetText()), "<a>");
 }
@@ -50,7 +49,7 @@ TEST(FormatTest, AConversionThatFailsGivesTheEmptyString) {
   EXPECT_TRUE(FmtArgs("%lc", static_cast<std::wint_t>(0x20AC)).IsEmpty());
 }
 
-/// A text of 2 GiB that takes a megabyte: the same pages over and over, and a NUL behind them.
+/// A string of 2 GiB that needs one megabyte: the same pages repeatedly, and a NUL after them.
 class HugeText {
  public:
   HugeText() : pages_(::memfd_create("text", MFD_CLOEXEC)) {
@@ -79,8 +78,8 @@ class HugeText {
   char* place_ = nullptr;
 };
 
-// The C library counts in int: a longer result has no length.
-TEST(FormatTest, ATextThatCannotBeCountedIsNamedAsSuch) {
+// The C library counts in int, so it has no length for a longer result.
+TEST(FormatTest, AResultTooLongToCountSaysSo) {
   if (IsMemorySanitized()) GTEST_SKIP() << "a sanitizer's own vsnprintf ends the process when it fails";
   const HugeText text;
   EXPECT_EQ(FmtArgs("Unexpected content type %s", text.Get()), "Unexpected content type (text too long)");

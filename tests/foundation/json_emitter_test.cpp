@@ -34,7 +34,6 @@ Val Text(std::string_view text) {
   return Val(AnsiStr(text));
 }
 
-// Each type that JSON has is written in its form.
 TEST(Val2JSONTest, EachTypeHasItsForm) {
   EXPECT_EQ(Emit(Val()), "null");
   EXPECT_EQ(Emit(Val(true)), "true");
@@ -91,7 +90,7 @@ TEST(Val2JSONTest, WhatMustBeEscapedIsEscaped) {
   }
 }
 
-TEST(Val2JSONTest, WhatMustBeEscapedIsFoundAtEveryPlace) {
+TEST(Val2JSONTest, EscapesAreFoundAtEveryOffset) {
   const struct {
     char character;
     std::size_t written;
@@ -120,7 +119,7 @@ TEST(Val2JSONTest, EveryControlCharacterReadsBack) {
   EXPECT_EQ(value.AsString().View(), all);
 }
 
-TEST(Val2JSONTest, TextThatIsNotUTF8IsRefused) {
+TEST(Val2JSONTest, AStringThatIsNotUTF8IsRefused) {
   for (const std::string_view text : {"\xFF"sv, "\xC0\x80"sv, "\xED\xA0\x80"sv, "abc\xC3"sv}) {
     EXPECT_EQ(Refuse(Text(text)), "A string is not valid UTF-8");
     KVMap map;
@@ -129,7 +128,7 @@ TEST(Val2JSONTest, TextThatIsNotUTF8IsRefused) {
   }
 }
 
-TEST(Val2JSONTest, ABadTextDeepInsideIsRefused) {
+TEST(Val2JSONTest, ANestedStringThatIsNotUTF8IsRefused) {
   Array<Val> list;
   list.Append(Val("good"));
   list.Append(Text("\xFF"));
@@ -210,7 +209,7 @@ TEST(Val2JSONTest, NestingIsLimitedAsInReading) {
   EXPECT_EQ(Refuse(Val(map)), "Containers are nested too deeply for JSON");
 }
 
-TEST(Val2JSONTest, ManySmallMembersComeOutWhole) {
+TEST(Val2JSONTest, ManySmallMembersAreWrittenCompletely) {
   Array<Val> list;
   std::string expected = "[";
   for (int i = 0; i < 10000; ++i) {

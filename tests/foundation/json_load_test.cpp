@@ -79,7 +79,7 @@ TEST(JSONLoadTest, AMillionDistinctKeysAreLoaded) {
   EXPECT_EQ(map.GetValues()[kMillion - 1].AsInteger(), kMillion - 1);
 }
 
-TEST(JSONLoadTest, ALongTextIsReadAndWrittenWhole) {
+TEST(JSONLoadTest, ALongStringIsReadAndWrittenCompletely) {
   const std::string content(10 << 20, 'Q');
   Val value;
   AnsiStr error;

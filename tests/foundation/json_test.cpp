@@ -58,7 +58,7 @@ TEST(JSON2ValTest, EachTypeBecomesItsOwn) {
   EXPECT_EQ(Parse("1.5").AsNumber(), 1.5);
 }
 
-TEST(JSON2ValTest, EmptyContainersAndTextsAllocateNothing) {
+TEST(JSON2ValTest, EmptyContainersAndStringsAllocateNothing) {
   EXPECT_EQ(Parse("{}").AsMap().GetImp(), nullptr);
   EXPECT_EQ(Parse("[]").AsArray().GetImp(), nullptr);
   EXPECT_EQ(Parse("\"\"").AsString().GetImp(), nullptr);
@@ -79,7 +79,7 @@ TEST(JSON2ValTest, MembersKeepTheirOrder) {
   EXPECT_EQ(Emit(Parse(R"({"z":1,"a":2,"m":{"y":3,"b":4}})")), R"({"z":1,"a":2,"m":{"y":3,"b":4}})");
 }
 
-TEST(JSON2ValTest, ContainersTakeExactlyTheirRoom) {
+TEST(JSON2ValTest, ContainersAllocateExactly) {
   const Val value = Parse("[1,2,3,4,5,6,7,8,9,10,11,12,13]");
   EXPECT_EQ(CapacityOf(value.AsArray()), 13U);
 }
@@ -182,7 +182,7 @@ TEST(JSON2ValTest, ANumberTooLargeForADoubleIsRefused) {
   Refuse("1" + std::string(400, '0'));
 }
 
-// The engine's versions differ in what they make of such exponents, of which no double has need.
+// The engine's versions treat such exponents differently, and no double needs them.
 TEST(JSON2ValTest, AnExponentOfMoreThanNineDigitsIsRefused) {
   for (const char* const text : {"0e1000000000", "0e2147483648", "-0E+99999999999999999999", "1e-2147483648",
                                  "0.5e-1000000000", "7e00000000001000000000"}) {
@@ -194,7 +194,7 @@ TEST(JSON2ValTest, AnExponentOfMoreThanNineDigitsIsRefused) {
   EXPECT_EQ(Parse("1e-0000000000000000000002").AsNumber(), 0.01);
 }
 
-// A double has at most 309 digits before its point; an integer has no other form once 64 bits do not hold it.
+// An integer of more than 64 bits is read as a double, which has at most 309 digits before its point.
 TEST(JSON2ValTest, AnIntegerIsAcceptedAsLongAsADoubleHoldsIt) {
   const std::string largest = "17976931348623157" + std::string(292, '0');
   EXPECT_EQ(Parse(largest).AsNumber(), std::numeric_limits<double>::max());
@@ -213,7 +213,7 @@ TEST(JSON2ValTest, ANumberOutOfRangeIsNamedByItsFirstByte) {
             "Invalid JSON: number out of range at byte 5");
 }
 
-// The engine's versions stop at different letters of it.
+// The engine's versions stop at different letters of the word.
 TEST(JSON2ValTest, AMisspeltWordIsNamedByItsFirstByte) {
   EXPECT_EQ(Refuse("tru3"), "Invalid JSON: unexpected character at byte 0");
   EXPECT_EQ(Refuse("[true,falsch]"), "Invalid JSON: unexpected character at byte 6");
@@ -222,7 +222,7 @@ TEST(JSON2ValTest, AMisspeltWordIsNamedByItsFirstByte) {
   EXPECT_EQ(Refuse("[nulll]"), "Invalid JSON: unexpected character at byte 5");
 }
 
-// Letters of a string are no word, whatever they spell.
+// Letters in a string are never taken for a misspelt word.
 TEST(JSON2ValTest, AFaultInAStringIsNamedByItsOwnByte) {
   EXPECT_EQ(Refuse("\"n\x01\""), "Invalid JSON: unexpected character at byte 2");
   EXPECT_EQ(Refuse("[\"x \\\" tru\x01\"]"), "Invalid JSON: unexpected character at byte 10");
@@ -241,7 +241,7 @@ TEST(JSON2ValTest, ANulCharacterIsContent) {
   EXPECT_EQ(Parse(R"({"a\u0000b":1,"a":2})").AsMap().GetCount(), 2U);
 }
 
-TEST(JSON2ValTest, LongTextsWithEscapesComeWhole) {
+TEST(JSON2ValTest, LongStringsWithEscapesAreComplete) {
   // The engine hands such texts out in chunks.
   std::string plain;
   std::string text = "\"";
@@ -260,7 +260,6 @@ TEST(JSON2ValTest, UTF8IsKept) {
   EXPECT_EQ(Parse("{\"\xC3\xA4\":1}").AsMap().Get("\xC3\xA4").AsInteger(), 1);
 }
 
-// Whatever RFC 8259 allows is accepted.
 TEST(JSON2ValTest, AcceptsWhatTheStandardAllows) {
   const struct {
     std::string_view text;
@@ -279,7 +278,7 @@ TEST(JSON2ValTest, AcceptsWhatTheStandardAllows) {
   }
 }
 
-// Any text that is not strict JSON is refused with a reason and leaves the caller's value alone.
+// Refused with a reason; the caller's value stays as it is.
 TEST(JSON2ValTest, RefusesEverythingElse) {
   const struct {
     std::string_view text;
@@ -384,7 +383,6 @@ TEST(JSON2ValTest, TheReasonNamesThePlace) {
             std::string_view::npos);
 }
 
-// The reason of a refusal quotes nothing of the input.
 TEST(JSON2ValTest, TheReasonNeverQuotesTheInput) {
   for (const char* const text :
        {"{\"%s%n\":%s}", "[\"secret\" secret]", "secret%s", "\"secret%n", "{\"secret\":1 secret"}) {
@@ -418,12 +416,12 @@ constexpr std::string_view kSample =
     R"({"type":"status","code":-617,"list":[true,false,null,1.5e2,{"k\u00e9y":"v\n\ud83d\ude00"}],"type":"last",)"
     "\"\xC3\xA4\xE2\x82\xAC\":\"\xF0\x9F\x98\x80 text\"}";
 
-TEST(JSON2ValTest, ATextCutAtAnyLengthIsRefused) {
+TEST(JSON2ValTest, ADocumentCutAtAnyLengthIsRefused) {
   Parse(kSample);
   for (std::size_t length = 0; length < kSample.size(); ++length) Refuse(kSample.substr(0, length));
 }
 
-TEST(JSON2ValTest, ATextWithAnyByteChangedIsRefusedOrWritesWhatItReads) {
+TEST(JSON2ValTest, ADocumentWithAnyByteChangedIsRefusedOrWritesWhatItReads) {
   int accepted = 0;
   for (std::size_t place = 0; place < kSample.size(); ++place) {
     for (const int change : {0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x40, 0x80, 0xFF}) {

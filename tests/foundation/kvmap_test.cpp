@@ -157,8 +157,8 @@ TEST(KVMapTest, SetOfAValueOfItsOwnIsSafe) {
   EXPECT_EQ(map.Get("key").AsString(), "value");
 }
 
-// Set reports false and leaves the map as it was, whichever of the blocks that it needs cannot be had.
-TEST(KVMapTest, SetReportsFalseAndChangesNothingWhenMemoryIsOut) {
+// Whichever of the allocations fails.
+TEST(KVMapTest, SetReportsFalseAndChangesNothingOnAllocationFailure) {
   const Val value("new");
   for (const AnsiStr key : {"key1", "added"}) {
     std::uint32_t blocks = 0;
@@ -190,8 +190,8 @@ TEST(KVMapTest, PutSetsAsSetDoes) {
   EXPECT_EQ(map.Get("value").AsInteger(), 7);
 }
 
-// Put ends the process rather than leave a member out when memory is out.
-TEST(KVMapDeathTest, PutEndsTheProcessWhenMemoryIsOut) {
+// Rather than leave out a member.
+TEST(KVMapDeathTest, PutAbortsOnAllocationFailure) {
   const auto run = [] {
     const AnsiStr key("key");
     const Val value("value");
@@ -209,7 +209,6 @@ TEST(KVMapTest, HashMultipliesBy31OverSignedBytes) {
   EXPECT_EQ(KVMap::Hash("statustimeout"), 3697740079U);
 }
 
-// A byte of a key above 0x7F counts as negative in its hash.
 TEST(KVMapTest, AByteAbove7FHashesAsNegative) {
   EXPECT_EQ(KVMap::Hash("\xFF"), 0xFFFFFFFFU);
   EXPECT_EQ(KVMap::Hash("\x80"), static_cast<std::uint32_t>(-128));
@@ -220,7 +219,7 @@ TEST(KVMapTest, AByteAbove7FHashesAsNegative) {
   EXPECT_EQ(map.Get("\xC3\xA4").AsString(), "found");
 }
 
-TEST(KVMapTest, TwoKeysOfOneBucketAreBothFoundInOrderOfArrival) {
+TEST(KVMapTest, KeysOfOneBucketAreFoundInOrderOfInsertion) {
   ASSERT_EQ(KVMap::Hash("Aa"), KVMap::Hash("BB"));
   KVMap map;
   map.Set("between", "0");
@@ -313,7 +312,6 @@ TEST(KVMapTest, FromDistinctMakesTheSameMapAsSetting) {
   EXPECT_EQ(loaded.Get("key99").AsInteger(), 99);
 }
 
-// Loaded buckets take no more memory than their entries.
 TEST(KVMapTest, FromDistinctSizesTheBucketsExactly) {
   const KVMap set = MakeMap(30);
   const KVMap loaded = KVMap::FromDistinct(set.GetKeys(), set.GetValues());
@@ -322,8 +320,8 @@ TEST(KVMapTest, FromDistinctSizesTheBucketsExactly) {
   }
 }
 
-// A key is looked up by the text of a literal, by a view and by a string, without a block of memory.
-TEST(KVMapTest, ALookUpTakesNoMemory) {
+// By a literal, by a view and by a string.
+TEST(KVMapTest, LookupAllocatesNothing) {
   const KVMap map = MakeMap(3);
   const AnsiStr key("key1");
   const FailingMemory memory(0);
@@ -334,7 +332,7 @@ TEST(KVMapTest, ALookUpTakesNoMemory) {
   EXPECT_TRUE(map.Get("no key").IsNil());
 }
 
-// A map of many pairs at once is the one that Set makes of them one by one, repeated keys included.
+// Repeated keys included.
 TEST(KVMapTest, FromPairsMakesTheSameMapAsSetting) {
   for (const std::uint32_t count : {0U, 1U, 3U, 16U, 17U, 1000U}) {
     for (const std::uint32_t distinct : {1U, 2U, 15U, 999U, 2000U}) {

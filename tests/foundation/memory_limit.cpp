@@ -13,7 +13,7 @@
 
 #ifdef MEMORY_IS_SANITIZED
 
-// A sanitizer needs its address space, so that it cannot be limited; its own allocator can.
+// A sanitizer needs its address space, so that is not limited; its own allocator is.
 extern "C" __attribute__((visibility("default"))) const char* __asan_default_options() {
   return "allocator_may_return_null=1:max_allocation_size_mb=1024";
 }

@@ -11,7 +11,6 @@ namespace {
 
 using std::string_view_literals::operator""sv;
 
-// A number is written as decimal text.
 TEST(NumbersTest, WritesDecimalText) {
   const struct {
     std::uint64_t value;
@@ -25,7 +24,7 @@ TEST(NumbersTest, WritesDecimalText) {
   }
 }
 
-// A 32-bit number is parsed from up to ten digits and nothing else.
+// Up to ten digits and nothing else.
 TEST(NumbersTest, ParsesDigitsOfA32BitValue) {
   const struct {
     std::string_view text;
@@ -59,7 +58,7 @@ TEST(NumbersTest, ParsesDigitsOfA32BitValue) {
   }
 }
 
-// A 64-bit number is parsed from up to twenty digits with or without a minus.
+// Up to twenty digits, with or without a minus.
 TEST(NumbersTest, ParsesDigitsOfA64BitValueWithASign) {
   const struct {
     std::string_view text;

@@ -9,7 +9,7 @@
 
 namespace OruGuiBase {
 
-// Found by the test framework when it prints a value that was not expected.
+// Used by the test framework to print an unexpected value.
 inline void PrintTo(const AnsiStr& text, std::ostream* out) {
   *out << '"' << text.View() << '"';
 }

@@ -7,7 +7,7 @@
 namespace OruGuiBase {
 namespace {
 
-// Notes its end, and how many elements its queue showed at that time.
+// Records its destruction; its queue must be empty at that time.
 class Element {
  public:
   Element(int id, std::vector<int>& ended, const PtrContainerQueue<Element>* queue = nullptr)
@@ -70,7 +70,7 @@ TEST(PtrContainerQueueTest, DestroysItsElementsInOrder) {
   EXPECT_EQ(ended, (std::vector<int>{0, 1, 2}));
 }
 
-TEST(PtrContainerQueueTest, AnElementThatEndsFindsItsQueueEmpty) {
+TEST(PtrContainerQueueTest, DestructorsOfElementsFindTheQueueEmpty) {
   std::vector<int> ended;
   PtrContainerQueue<Element> queue;
   for (int i = 0; i < 3; ++i) queue.Append(new Element(i, ended, &queue));
@@ -88,7 +88,7 @@ TEST(PtrContainerQueueTest, CanBeFilledAgainAfterClearing) {
   EXPECT_EQ(queue.Get(0)->GetId(), 2);
 }
 
-TEST(PtrContainerQueueTest, MovingHandsTheElementsOver) {
+TEST(PtrContainerQueueTest, MovingTransfersTheElements) {
   std::vector<int> ended;
   PtrContainerQueue<Element> queue;
   queue.Append(new Element(1, ended));

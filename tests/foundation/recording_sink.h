@@ -8,7 +8,7 @@
 
 namespace OruGuiBase {
 
-/// Is the trace sink of the process as long as it lives, and keeps what it is given. For one thread.
+/// The trace sink of the process while it lives; keeps all events. For one thread.
 class RecordingSink final : public OruGuiTrace::ITraceSink {
  public:
   struct Event {

@@ -28,36 +28,36 @@ TEST(ReferenceTest, OnlyACountBelowTwoIsUnshared) {
   EXPECT_TRUE(Reference::IsShared(Reference::Count{2}));
 }
 
-TEST(ReferenceDeathTest, LinkOfAFreedObjectEndsTheProcess) {
+TEST(ReferenceDeathTest, LinkOfAFreedObjectAborts) {
   Reference::Count count{0};
   EXPECT_DEATH(Reference::Link(count), "^Reference::Link: 0x[0-9a-f]+: Invalid reference count \\(1\\)\n$");
 }
 
-TEST(ReferenceDeathTest, LinkOfANegativeCountEndsTheProcess) {
+TEST(ReferenceDeathTest, LinkOfANegativeCountAborts) {
   Reference::Count count{0xFFFFFFF0U};
   EXPECT_DEATH(Reference::Link(count), "Reference::Link: 0x[0-9a-f]+: Invalid reference count \\(-15\\)");
 }
 
-TEST(ReferenceDeathTest, LinkPastTheLargestCountEndsTheProcess) {
+TEST(ReferenceDeathTest, LinkPastTheLargestCountAborts) {
   Reference::Count count{0x7FFFFFFFU};
   EXPECT_DEATH(Reference::Link(count), "Reference::Link: .*Invalid reference count \\(-2147483648\\)");
 }
 
-TEST(ReferenceDeathTest, UnlinkOfAFreedObjectEndsTheProcess) {
+TEST(ReferenceDeathTest, UnlinkOfAFreedObjectAborts) {
   Reference::Count count{0};
   EXPECT_DEATH(static_cast<void>(Reference::Unlink(count)),
                "^Reference::Unlink: 0x[0-9a-f]+: Invalid reference count \\(-1\\)\n$");
 }
 
-TEST(ReferenceDeathTest, DebugAbortPrintsItsTextAndEndsByAbort) {
+TEST(ReferenceDeathTest, DebugAbortPrintsItsMessageAndAborts) {
   EXPECT_EXIT(DebugAbort("%s at %d", "Broken", 7), testing::KilledBySignal(SIGABRT), "^Broken at 7\n$");
 }
 
-TEST(ReferenceDeathTest, DebugAbortCutsALongText) {
+TEST(ReferenceDeathTest, DebugAbortCutsALongMessage) {
   EXPECT_DEATH(DebugAbort("%5000d", 1), "^ {1000,1023}\n$");
 }
 
-TEST(ParticleTest, ABlockHoldsItsSize) {
+TEST(ParticleTest, ABlockHasItsSize) {
   constexpr std::size_t kSize = 1000;
   void* const block = AllocParticle(kSize);
   ASSERT_NE(block, nullptr);

@@ -13,7 +13,7 @@
 
 namespace OruGuiBase {
 
-/// A directory of one test, removed with all that is in it. It is also TMPDIR as long as it lives.
+/// A directory of one test, removed with its contents on destruction. It is TMPDIR while it lives.
 class ScratchDirectory {
  public:
   explicit ScratchDirectory(const char* parent = "/tmp")
@@ -43,7 +43,7 @@ class ScratchDirectory {
     std::ofstream(*this / name, std::ios::binary) << content;
     return FileOf(name);
   }
-  /// How many entries there are, directories and theirs included.
+  /// How many entries there are, including directories and their entries.
   std::size_t CountEntries() const {
     std::size_t count = 0;
     for ([[maybe_unused]] const auto& entry : std::filesystem::recursive_directory_iterator(path_)) ++count;
@@ -67,7 +67,7 @@ inline bool Exists(const AnsiStr& path) {
   return std::filesystem::exists(std::filesystem::symlink_status(path.GetText()));
 }
 
-/// The permission bits of a path that is there, or -1.
+/// The permission bits of a path, or -1 if it does not exist.
 inline int ModeOf(const AnsiStr& path) {
   struct stat info {};
   return ::lstat(path.GetText(), &info) == 0 ? static_cast<int>(info.st_mode & 07777) : -1;

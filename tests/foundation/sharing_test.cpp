@@ -33,7 +33,7 @@ void OnThreads(Work work) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST(SharingTest, CountsStayRightWhenManyThreadsCopyAndDrop) {
+TEST(SharingTest, CountsStayCorrectWhenManyThreadsCopyAndDrop) {
   const AnsiStr text("shared");
   KVMap map;
   map.Set("key", text);

@@ -43,7 +43,6 @@ void FreeDateBox(const Val& value) {
   FreeParticle(sizeof(Val::DateTimeBox), PointerOf(value));
 }
 
-// Nil is a word of zero.
 TEST(ValTest, NilIsTheZeroWord) {
   const Val value;
   EXPECT_EQ(WordOf(value), 0U);
@@ -231,7 +230,7 @@ TEST(ValTest, PointersWithTheTopNineBitsAllOneFit) {
   EXPECT_EQ(WordOf(value), 0x7FFFFFFFFFFFFF84U);
 }
 
-TEST(ValDeathTest, APointerOutOfRangeEndsTheProcess) {
+TEST(ValDeathTest, AbortsOnAPointerOutOfRange) {
   Val value;
   EXPECT_DEATH(value.SetReference(ValType::Date, reinterpret_cast<void*>(0x0080000000000000U)),
                "^Pointer value 0x80000000000000 not within supported range\n$");
@@ -349,7 +348,6 @@ TEST(ValTest, ANullObjectKeepsItsType) {
   EXPECT_EQ(copy.AsObject(), nullptr);
 }
 
-// Values of types that are only carried are counted and freed.
 TEST(ValTest, CarriedTypesAreCountedAndFreed) {
   for (const ValType type : {ValType::Carried9, ValType::Carried10}) {
     auto* const count = new (AllocParticle(sizeof(Reference::Count))) Reference::Count{1};
@@ -361,7 +359,7 @@ TEST(ValTest, CarriedTypesAreCountedAndFreed) {
   }
 }
 
-// A value read as another type than it holds is empty, false or 0.
+// Empty, false or 0.
 TEST(ValTest, ReadingAnotherTypeGivesTheEmptyValue) {
   const Val text("5");
   EXPECT_FALSE(text.AsBool());
@@ -395,7 +393,7 @@ TEST(ValTest, ReadingTheRightTypeReportsNothing) {
   EXPECT_TRUE(sink.events.empty());
 }
 
-// A value read as another type is reported with the type that was asked for.
+// The report has the type that was asked for.
 TEST(ValTest, EachReaderReportsItsType) {
   const struct {
     void (*read)(const Val&);

@@ -27,7 +27,7 @@ void ExpectWiped(Work work) {
   EXPECT_GT(GetWatchedBlocks(), 0);
 }
 
-// The watch on freed memory finds a text that is not wiped.
+// Otherwise the tests below would prove nothing.
 TEST(WipingTest, TheWatchFindsWhatIsNotWiped) {
   WatchFreedMemory(kSecret);
   void* const block = AllocParticle(64);
@@ -36,18 +36,18 @@ TEST(WipingTest, TheWatchFindsWhatIsNotWiped) {
   EXPECT_EQ(StopWatching(), 1);
 }
 
-TEST(WipingTest, FreedTextsAreWiped) {
+TEST(WipingTest, FreedStringsAreWiped) {
   ExpectWiped([] { const AnsiStr text(kSecret); });
 }
 
-TEST(WipingTest, TextsThatGrowWipeTheirOldBlocks) {
+TEST(WipingTest, StringsThatGrowWipeTheirOldBlocks) {
   ExpectWiped([] {
     AnsiStr text(kSecret);
     for (int i = 0; i < 100; ++i) text += " and more";
   });
 }
 
-TEST(WipingTest, TextsThatShrankAreWipedToTheirOldEnd) {
+TEST(WipingTest, StringsThatShrankAreWipedToTheirOldEnd) {
   ExpectWiped([] {
     AnsiStr text = AnsiStr("prefix ") + AnsiStr(kSecret);
     text.Trunc(7);
@@ -56,7 +56,7 @@ TEST(WipingTest, TextsThatShrankAreWipedToTheirOldEnd) {
   });
 }
 
-TEST(WipingTest, FormattedTextsAreWiped) {
+TEST(WipingTest, FormattedStringsAreWiped) {
   ExpectWiped([] { FmtArgs("password=%s", kSecret); });
 }
 
@@ -78,7 +78,7 @@ TEST(WipingTest, ValuesReadFromJSONAreWiped) {
   });
 }
 
-TEST(WipingTest, TextsThatComeInPartsAreWiped) {
+TEST(WipingTest, StringsThatComeInPartsAreWiped) {
   // Escapes make the engine hand the text out in parts.
   AnsiStr text("\"");
   for (int i = 0; i < 1000; ++i) text += "TopSecretKey0815\\n";
