@@ -216,7 +216,7 @@ TEST_P(DeliveryTest, AFolderNamedLikeOursIsLikeAnyOther) {
   EXPECT_EQ(Content("orugui-notes/target"), kNew);
 }
 
-// The list of a directory that keeps everybody but the owner out of new files.
+// The directory's default list denies new files to everybody but the owner.
 TEST_P(DeliveryTest, ANewFileIsNoWiderThanTheListOfItsDirectory) {
   if (!SetAccessList(scratch_.GetPath(), kDefaultList, {{kOwner, 7}, {kGroup, 0}, {kOthers, 0}})) {
     GTEST_SKIP() << "the file system takes no lists: " << std::strerror(errno);
@@ -254,7 +254,7 @@ TEST(DeliveryOfListsTest, ANewFileGetsALongListOfItsDirectory) {
   EXPECT_GT(::getxattr((scratch / "target").c_str(), kAccessList, nullptr, 0), 4800);
 }
 
-// Its directory's list is for new files: one that was there without a list has none afterwards.
+// The directory's list is for new files: a file without a list has none afterwards either.
 TEST_P(DeliveryTest, AReplacedFileGetsNoListFromItsDirectory) {
   scratch_.MakeFile("target", "old");
   ASSERT_EQ(::chmod((scratch_ / "target").c_str(), 0604), 0);

@@ -12,21 +12,21 @@
 namespace OruGuiBase {
 namespace {
 
-TEST(ErrorStateTest, ACodeGivesTheSystemsText) {
+TEST(ErrorStateTest, ACodeGivesTheSystemsMessage) {
   SetLastError(ENOENT);
   EXPECT_EQ(GetLastError(), static_cast<std::uint32_t>(ENOENT));
   EXPECT_EQ(GetErrorMessage(GetLastError(), 0, 1), std::strerror(ENOENT));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
 }
 
-TEST(ErrorStateTest, ATextHandedInIsTheReason) {
+TEST(ErrorStateTest, AMessageIsTheReason) {
   SetErrorMessage("The signer said no");
   EXPECT_EQ(GetLastError(), kTextError);
   EXPECT_EQ(GetErrorMessage(GetLastError(), 0, 1), "The signer said no");
   EXPECT_EQ(GetSystemErrorText(), "The signer said no");
 }
 
-TEST(ErrorStateTest, ALaterCodeReplacesAText) {
+TEST(ErrorStateTest, ALaterCodeReplacesAMessage) {
   SetErrorMessage("old");
   SetLastError(EACCES);
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EACCES));
@@ -42,8 +42,7 @@ TEST(ErrorStateTest, ClearForgetsErrnoToo) {
   EXPECT_TRUE(GetErrorMessage(kTextError, 0, 1).IsEmpty());
 }
 
-// The errno of a failed system call can be taken over as the last error.
-TEST(ErrorStateTest, ErrnoIsTakenOver) {
+TEST(ErrorStateTest, ErrnoBecomesTheLastError) {
   errno = EEXIST;
   SetLastErrorFromErrno();
   EXPECT_EQ(GetLastError(), static_cast<std::uint32_t>(EEXIST));
@@ -61,22 +60,20 @@ TEST(ErrorStateTest, WithoutALastErrorErrnoIsTheReason) {
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOSPC));
 }
 
-TEST(ErrorStateTest, TheTextOfAFailureNeverSaysSuccess) {
+TEST(ErrorStateTest, TheMessageOfAFailureNeverSaysSuccess) {
   ClearLastError();
   EXPECT_EQ(GetSystemErrorText(), "Unknown error");
 }
 
-// An empty reason reads as "Unknown error".
-TEST(ErrorStateTest, AnEmptyTextHandedInIsNoSilence) {
+TEST(ErrorStateTest, AnEmptyMessageReadsAsUnknownError) {
   SetErrorMessage("");
   EXPECT_EQ(GetSystemErrorText(), "Unknown error");
 }
 
-TEST(ErrorStateTest, AnUnknownCodeHasAText) {
+TEST(ErrorStateTest, AnUnknownCodeHasAMessage) {
   EXPECT_FALSE(GetErrorMessage(99999, 0, 1).IsEmpty());
 }
 
-// Each thread has an error state of its own.
 TEST(ErrorStateTest, EachThreadHasItsOwn) {
   SetErrorMessage("mine");
   std::uint32_t other = 1;

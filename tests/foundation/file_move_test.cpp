@@ -31,7 +31,6 @@ bool AreOnOneFileSystem(const std::string& a, const std::string& b) {
   return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev;
 }
 
-// Moving renames the file.
 TEST(FileMoveTest, RenamesTheFile) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "content");
@@ -40,7 +39,6 @@ TEST(FileMoveTest, RenamesTheFile) {
   EXPECT_EQ(ContentOf(scratch.FileOf("b")), "content");
 }
 
-// Moving replaces an existing target.
 TEST(FileMoveTest, ReplacesAnExistingTarget) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "new");
@@ -50,8 +48,7 @@ TEST(FileMoveTest, ReplacesAnExistingTarget) {
   EXPECT_EQ(scratch.CountEntries(), 1U);
 }
 
-// Moving spares an existing target when it is told to.
-TEST(FileMoveTest, SparesAnExistingTargetWhenTold) {
+TEST(FileMoveTest, KeepsAnExistingTargetOnRequest) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "new");
   const File target = scratch.MakeFile("b", "old");
@@ -102,7 +99,7 @@ TEST(FileMoveTest, APrivateDirectoryIsEmptyAfterTheMove) {
   EXPECT_EQ(scratch.CountEntries(), 1U);
 }
 
-// Moving a file that is missing fails and leaves the target.
+// The target stays as it was.
 TEST(FileMoveTest, AMissingSourceIsAFailure) {
   const ScratchDirectory scratch;
   const File target = scratch.MakeFile("b", "old");
@@ -111,7 +108,6 @@ TEST(FileMoveTest, AMissingSourceIsAFailure) {
   EXPECT_EQ(ContentOf(target), "old");
 }
 
-// Moving into a missing folder fails and leaves the source as it was.
 TEST(FileMoveTest, AMissingFolderLeavesTheSourceAsItWas) {
   const ScratchDirectory scratch;
   const File source = MakePrivate("a.tmp", "content");
@@ -121,7 +117,6 @@ TEST(FileMoveTest, AMissingFolderLeavesTheSourceAsItWas) {
   EXPECT_EQ(ModeOf(source.GetPath()), 0600);
 }
 
-// A directory cannot be moved.
 TEST(FileMoveTest, ADirectoryIsNoSource) {
   const ScratchDirectory scratch;
   ASSERT_EQ(::mkdir((scratch / "folder").c_str(), 0700), 0);
@@ -130,7 +125,6 @@ TEST(FileMoveTest, ADirectoryIsNoSource) {
   EXPECT_TRUE(Exists(AnsiStr(scratch / "folder")));
 }
 
-// A directory cannot be replaced by a move.
 TEST(FileMoveTest, ADirectoryIsNoTarget) {
   const ScratchDirectory scratch;
   ASSERT_EQ(::mkdir((scratch / "folder").c_str(), 0700), 0);
@@ -141,7 +135,7 @@ TEST(FileMoveTest, ADirectoryIsNoTarget) {
   EXPECT_EQ(ModeOf(source.GetPath()), 0600);
 }
 
-// Written in place it would be emptied before it is read.
+// Written in place, the source would be emptied before it is read.
 TEST(FileMoveTest, ALinkThatNamesTheSourceIsReplacedByIt) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "content");
@@ -181,7 +175,6 @@ class FileMoveAcrossTest : public testing::Test {
   std::optional<ScratchDirectory> here;
 };
 
-// Moving across file systems copies the content and removes the source.
 TEST_F(FileMoveAcrossTest, CopiesAndRemovesTheSource) {
   const std::string content(kStreamBuffer * 2 + 12345, 'x');
   const File source = here->MakeFile("a", content);
@@ -191,21 +184,18 @@ TEST_F(FileMoveAcrossTest, CopiesAndRemovesTheSource) {
   EXPECT_EQ(there->CountEntries(), 1U);
 }
 
-// An empty file is moved across file systems too.
 TEST_F(FileMoveAcrossTest, AnEmptyFileIsMovedToo) {
   EXPECT_TRUE(here->MakeFile("a", "").Move(there->FileOf("b"), false));
   EXPECT_EQ(there->FileOf("b").GetSize(), 0);
 }
 
-// Moving across file systems replaces an existing target.
 TEST_F(FileMoveAcrossTest, ReplacesAnExistingTarget) {
   const File target = there->MakeFile("b", "old and longer");
   EXPECT_TRUE(here->MakeFile("a", "new").Move(target, false));
   EXPECT_EQ(ContentOf(target), "new");
 }
 
-// Moving across file systems spares an existing target when it is told to.
-TEST_F(FileMoveAcrossTest, SparesAnExistingTargetWhenTold) {
+TEST_F(FileMoveAcrossTest, KeepsAnExistingTargetOnRequest) {
   const File target = there->MakeFile("b", "old");
   const File source = here->MakeFile("a", "new");
   EXPECT_FALSE(source.Move(target, true));
@@ -215,7 +205,6 @@ TEST_F(FileMoveAcrossTest, SparesAnExistingTargetWhenTold) {
   EXPECT_EQ(there->CountEntries(), 1U);
 }
 
-// A file moved across file systems has the mode that it would have on one.
 TEST_F(FileMoveAcrossTest, ModesAreTheSameAsOnOneFileSystem) {
   const FileMask mask(027);
   const File plain = here->MakeFile("a", "content");
@@ -228,7 +217,6 @@ TEST_F(FileMoveAcrossTest, ModesAreTheSameAsOnOneFileSystem) {
   EXPECT_EQ(ModeOf(AnsiStr(*there / "b")), 0604);
 }
 
-// Moving across file systems into a missing folder leaves the source as it was.
 TEST_F(FileMoveAcrossTest, AMissingFolderLeavesTheSourceAsItWas) {
   const File source = MakePrivate("a.tmp", "content");
   EXPECT_FALSE(source.Move(there->FileOf("missing/b"), false));
@@ -237,7 +225,6 @@ TEST_F(FileMoveAcrossTest, AMissingFolderLeavesTheSourceAsItWas) {
   EXPECT_EQ(ModeOf(source.GetPath()), 0600);
 }
 
-// A directory at the target on another file system leaves the source as it was.
 TEST_F(FileMoveAcrossTest, ADirectoryAtTheTargetLeavesTheSourceAsItWas) {
   ASSERT_EQ(::mkdir((*there / "folder").c_str(), 0700), 0);
   const File source = MakePrivate("a.tmp", "content");
@@ -248,7 +235,6 @@ TEST_F(FileMoveAcrossTest, ADirectoryAtTheTargetLeavesTheSourceAsItWas) {
   EXPECT_EQ(there->CountEntries(), 1U);
 }
 
-// A disk that fills up during a move leaves source and target as they were.
 TEST_F(FileMoveAcrossTest, ADiskThatFillsUpLeavesNoHalfWrittenTarget) {
   const std::string content(kStreamBuffer * 3, 'x');
   const File source = here->MakeFile("a", content);
@@ -263,8 +249,8 @@ TEST_F(FileMoveAcrossTest, ADiskThatFillsUpLeavesNoHalfWrittenTarget) {
   EXPECT_EQ(there->CountEntries(), 1U);
 }
 
-// A source that was copied but cannot be removed is a failure, and the content lies whole at both places.
-TEST_F(FileMoveAcrossTest, ASourceThatCannotBeRemovedIsAFailureWithTheTargetWhole) {
+// Both files then have the whole content.
+TEST_F(FileMoveAcrossTest, FailsWithACompleteTargetWhenTheSourceCannotBeRemoved) {
   const File source(AnsiStr("/proc/version"));
   const File target = there->MakeFile("b", "old");
   EXPECT_FALSE(source.Move(target, false));
@@ -275,7 +261,6 @@ TEST_F(FileMoveAcrossTest, ASourceThatCannotBeRemovedIsAFailureWithTheTargetWhol
   EXPECT_EQ(there->CountEntries(), 1U);
 }
 
-// A pipe is not moved across file systems.
 TEST_F(FileMoveAcrossTest, APipeIsNotCopied) {
   ASSERT_EQ(::mkfifo((*here / "pipe").c_str(), 0600), 0);
   EXPECT_FALSE(here->FileOf("pipe").Move(there->FileOf("b"), false));

@@ -65,8 +65,8 @@ TEST(FileTest, AFileThatIsNotPrivateIsOnlyNamed) {
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
-// A file name loses what file systems and shell users trip over, and keeps its UTF-8.
-TEST(MakeNameTest, ReplacesWhatSomebodyTripsOver) {
+// UTF-8 is kept.
+TEST(MakeNameTest, ReplacesUnsafeCharacters) {
   const struct {
     std::string_view name;
     std::string_view safe;
@@ -171,7 +171,6 @@ TEST(FileTest, CreateInAMissingFolderFails) {
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
 }
 
-// Remove removes the file.
 TEST(FileTest, RemoveRemoves) {
   const ScratchDirectory scratch;
   const File file = scratch.MakeFile("old", "content");

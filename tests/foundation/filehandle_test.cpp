@@ -22,8 +22,8 @@
 namespace OruGuiBase {
 namespace {
 
-// A reader reads on from where it stands, or at a place without moving.
-TEST(FileReaderTest, ReadsOnAndAtAPlace) {
+// Reading at an offset does not change the current position.
+TEST(FileReaderTest, ReadsSequentiallyAndAtAnOffset) {
   const ScratchDirectory scratch;
   FileReader reader;
   ASSERT_TRUE(reader.Open(scratch.MakeFile("a", "0123456789")));
@@ -85,7 +85,7 @@ TEST(FileReaderTest, AClosedReaderFails) {
   EXPECT_TRUE(reader.Close());
 }
 
-TEST(FileReaderTest, ANegativePlaceIsAFailure) {
+TEST(FileReaderTest, ANegativeOffsetIsAFailure) {
   const ScratchDirectory scratch;
   FileReader reader;
   ASSERT_TRUE(reader.Open(scratch.MakeFile("a", "0123")));
@@ -103,7 +103,7 @@ TEST(FileReaderTest, OpeningAgainClosesTheFirst) {
   EXPECT_EQ(reader.Read(buffer, 16), 6);
 }
 
-TEST(FileReaderTest, TheEndOfItsScopeKeepsTheReasonOfAFailure) {
+TEST(FileReaderTest, DestructorKeepsTheReasonOfAFailure) {
   const ScratchDirectory scratch;
   {
     FileReader reader;
@@ -189,7 +189,6 @@ TEST(FileWriterTest, SignalsAndShortTransfersDoNotShortenAWrite) {
   EXPECT_EQ(received, content);
 }
 
-// A writer makes its file or empties it.
 TEST(FileWriterTest, MakesTheFileOrEmptiesIt) {
   const ScratchDirectory scratch;
   const FileMask mask(022);
@@ -205,8 +204,7 @@ TEST(FileWriterTest, MakesTheFileOrEmptiesIt) {
   EXPECT_EQ(scratch.FileOf("new").GetSize(), 0);
 }
 
-// A writer that appends adds at the end of its file.
-TEST(FileWriterTest, AppendsWhenTold) {
+TEST(FileWriterTest, AppendsOnRequest) {
   const ScratchDirectory scratch;
   FileWriter writer;
   ASSERT_TRUE(writer.OpenAppend(scratch.MakeFile("a", "old")));
@@ -253,7 +251,7 @@ TEST(FileWriterTest, AClosedWriterFails) {
   EXPECT_TRUE(writer.Close());
 }
 
-TEST(FileWriterTest, PreallocateReservesRoomWithoutChangingTheSize) {
+TEST(FileWriterTest, PreallocateReservesSpaceWithoutChangingTheSize) {
   const ScratchDirectory scratch;
   const File file = scratch.FileOf("a");
   FileWriter writer;
@@ -290,7 +288,7 @@ TEST(FileWriterTest, PreallocateOfMoreThanTheDiskHoldsIsAFailure) {
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOSPC));
 }
 
-TEST(FileWriterTest, PreallocateIsNoMatterWhereItCannotBeDone) {
+TEST(FileWriterTest, PreallocateSucceedsWhereSpaceCannotBeReserved) {
   const ScratchDirectory scratch;
   FileWriter writer;
   ASSERT_TRUE(writer.Open(File(AnsiStr("/dev/null"))));
@@ -320,7 +318,7 @@ TEST(FileReaderTest, AFileThatIsWrittenMeanwhileHasChanged) {
   EXPECT_FALSE(reader.IsUnchanged());
 }
 
-TEST(FileReaderTest, AFIFOIsNoRegularFileAndHasNothingThatChanges) {
+TEST(FileReaderTest, AFIFOIsNotRegularAndNeverCountsAsChanged) {
   const ScratchDirectory scratch;
   ASSERT_EQ(::mkfifo((scratch / "fifo").c_str(), 0600), 0);
   const int both = ::open((scratch / "fifo").c_str(), O_RDWR);

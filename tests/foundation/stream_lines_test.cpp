@@ -55,13 +55,13 @@ const struct {
     {"a\0b\nc"sv, "a\0b\nc\n"sv, "NUL is content"},
 };
 
-// Copied lines end in a newline alone whatever their ends were.
-TEST(ReadStreamLinesTest, CopiesTheLinesWithOneTypeOfEnding) {
+// Copied lines end in LF, whatever their ends were.
+TEST(ReadStreamLinesTest, CopiesLinesWithOneTypeOfEnding) {
   const ScratchDirectory scratch;
   for (const auto& row : kRows) EXPECT_EQ(CopyOf(scratch, row.text), row.copy) << row.reason;
 }
 
-// Copying gives what reading line by line gives, wherever the line ends lie around the buffer's end.
+// Wherever line ends are near the end of the buffer.
 TEST(ReadStreamLinesTest, CopiesWhatReadingLineByLineGives) {
   const ScratchDirectory scratch;
   for (const char* end : {"\n", "\r\n", "\r\r\n", "\r", "\rx\n", ""}) {
@@ -76,15 +76,14 @@ TEST(ReadStreamLinesTest, CopiesWhatReadingLineByLineGives) {
   }
 }
 
-// A line longer than any buffer is copied whole.
 TEST(ReadStreamLinesTest, CopiesALineLongerThanTheBuffer) {
   const ScratchDirectory scratch;
   const std::string line(kStreamBuffer * 3 + 17, 'x');
   EXPECT_TRUE(CopyOf(scratch, "first\r\n" + line + "\r\nlast") == "first\n" + line + "\nlast\n");
 }
 
-// Copying goes on where reading and skipping have stopped.
-TEST(ReadStreamLinesTest, CopiesTheLinesThatAreLeft) {
+// Copying starts where reading and skipping stopped.
+TEST(ReadStreamLinesTest, CopiesTheRemainingLines) {
   const ScratchDirectory scratch;
   ReadStream reader(scratch.MakeFile("from", "one\r\ntwo\nthree\r\nfour"), ReadStreamMode::Text);
   WriteStream writer(scratch.FileOf("to"), WriteStreamMode::Truncate);
@@ -98,7 +97,7 @@ TEST(ReadStreamLinesTest, CopiesTheLinesThatAreLeft) {
   EXPECT_EQ(ContentOf(scratch.FileOf("to")), "three\nfour\n");
 }
 
-// A line is passed over whatever its length and its end; behind the last there is none.
+// With any line end; after the last line there is none to skip.
 TEST(ReadStreamLinesTest, SkipsALineOfAnyLength) {
   const ScratchDirectory scratch;
   for (const std::uint32_t length : {0U, 1U, kStreamBuffer - 1, kStreamBuffer, kStreamBuffer * 2 + 1}) {
@@ -114,7 +113,7 @@ TEST(ReadStreamLinesTest, SkipsALineOfAnyLength) {
   }
 }
 
-// A file that cannot be opened gives no line to skip or copy, and its reason stands.
+// It has no line to skip or copy, and the reason stays.
 TEST(ReadStreamLinesTest, AFileThatCannotBeOpenedIsInError) {
   const ScratchDirectory scratch;
   ReadStream reader(scratch.FileOf("missing"), ReadStreamMode::Text);
@@ -128,7 +127,6 @@ TEST(ReadStreamLinesTest, AFileThatCannotBeOpenedIsInError) {
   EXPECT_FALSE(writer.IsError());
 }
 
-// A read that fails ends the copy with the reader in error.
 TEST(ReadStreamLinesTest, AReadThatFailsIsTheReadersError) {
   const ScratchDirectory scratch;
   // The memory of this process has nothing at its first page: reading it is an I/O error.
@@ -144,7 +142,6 @@ TEST(ReadStreamLinesTest, AReadThatFailsIsTheReadersError) {
   EXPECT_FALSE(writer.IsError());
 }
 
-// A disk that fills up ends the copy with the writer in error.
 TEST(ReadStreamLinesTest, ADiskThatFillsUpIsTheWritersError) {
   const ScratchDirectory scratch;
   for (const char* end : {"\n", "\r\n", "\r", ""}) {
@@ -159,7 +156,6 @@ TEST(ReadStreamLinesTest, ADiskThatFillsUpIsTheWritersError) {
   }
 }
 
-// A writer in error takes no line, and its reason stands.
 TEST(ReadStreamLinesTest, AWriterInErrorTakesNoLine) {
   const ScratchDirectory scratch;
   for (const char* text : {"a\n", "\r\n", "\r"}) {

@@ -62,12 +62,12 @@ const struct {
     {"a\0b\nc"sv, {std::string("a\0b", 3), "c"}, "NUL is content"},
 };
 
-// A text is stepped through by lines that end in LF or CR LF; the last may lack its end.
+// Lines end in LF or CR LF; the last may have no end.
 TEST(LineIteratorTest, StepsThroughTheLines) {
   for (const auto& row : kLineRows) EXPECT_EQ(IterateLines(row.text), row.lines) << row.reason;
 }
 
-// A file is read by lines that end in LF or CR LF; the last may lack its end.
+// Lines end in LF or CR LF; the last may have no end.
 TEST(ReadStreamTest, ReadsTheLines) {
   const ScratchDirectory scratch;
   for (const auto& row : kLineRows) {
@@ -132,8 +132,7 @@ TEST(ReadStreamTest, AClosedStreamIsAtItsEnd) {
   EXPECT_TRUE(stream.Close());
 }
 
-// A stream writes texts and characters.
-TEST(WriteStreamTest, WritesTextsAndCharacters) {
+TEST(WriteStreamTest, WritesStringsAndCharacters) {
   const ScratchDirectory scratch;
   WriteStream stream(scratch.FileOf("a"), WriteStreamMode::Truncate);
   EXPECT_TRUE(stream.Write(AnsiStr("text")));
@@ -172,7 +171,7 @@ TEST(WriteStreamTest, AppendModeMakesAMissingFile) {
   EXPECT_EQ(ContentOf(scratch.FileOf("a")), "x");
 }
 
-TEST(WriteStreamTest, TextsOfAnySizeKeepTheirOrder) {
+TEST(WriteStreamTest, StringsOfAnySizeKeepTheirOrder) {
   const ScratchDirectory scratch;
   std::string expected;
   WriteStream stream(scratch.FileOf("a"), WriteStreamMode::Truncate);
@@ -186,8 +185,7 @@ TEST(WriteStreamTest, TextsOfAnySizeKeepTheirOrder) {
   EXPECT_TRUE(ContentOf(scratch.FileOf("a")) == expected);
 }
 
-// A stream that nobody closed writes what it holds at the end of its scope.
-TEST(WriteStreamTest, TheScopeWritesWhatItHolds) {
+TEST(WriteStreamTest, DestructorWritesTheBuffer) {
   const ScratchDirectory scratch;
   {
     WriteStream stream(scratch.FileOf("a"), WriteStreamMode::Truncate);
@@ -196,7 +194,7 @@ TEST(WriteStreamTest, TheScopeWritesWhatItHolds) {
   EXPECT_EQ(ContentOf(scratch.FileOf("a")), "held");
 }
 
-TEST(WriteStreamTest, AFullDiskShowsAtTheLatestOnClose) {
+TEST(WriteStreamTest, AFullDiskIsReportedOnCloseAtTheLatest) {
   WriteStream stream(File(AnsiStr("/dev/full")), WriteStreamMode::Truncate);
   EXPECT_TRUE(stream.Write(AnsiStr("held")));
   EXPECT_FALSE(stream.Close());
@@ -204,8 +202,7 @@ TEST(WriteStreamTest, AFullDiskShowsAtTheLatestOnClose) {
   EXPECT_TRUE(stream.IsError());
 }
 
-// A stream in error stays in error and repeats its reason.
-TEST(WriteStreamTest, AnErrorStays) {
+TEST(WriteStreamTest, StaysInErrorAfterAFailure) {
   WriteStream stream(File(AnsiStr("/dev/full")), WriteStreamMode::Append);
   EXPECT_FALSE(stream.Write(AnsiStr(std::string(kStreamBuffer * 2, 'x'))));
   for (int i = 0; i < 2; ++i) {
@@ -246,7 +243,6 @@ TEST(WriteStreamTest, WritingAfterCloseIsAnError) {
   EXPECT_FALSE(stream.Close());
 }
 
-// A whole file is read into a text.
 TEST(FastReadStreamTest, ReadsTheWholeFile) {
   const ScratchDirectory scratch;
   for (const std::string& content :
@@ -259,7 +255,6 @@ TEST(FastReadStreamTest, ReadsTheWholeFile) {
   }
 }
 
-// A source of unknown size is read to its end.
 TEST(FastReadStreamTest, ReadsASourceOfUnknownSize) {
   FastReadStream stream(File(AnsiStr("/proc/self/status")));
   AnsiStr text;
@@ -267,7 +262,6 @@ TEST(FastReadStreamTest, ReadsASourceOfUnknownSize) {
   EXPECT_TRUE(text.View().starts_with("Name:"));
 }
 
-// What was added since a file was opened is read too.
 TEST(FastReadStreamTest, ReadsWhatWasAddedSinceItWasOpened) {
   const ScratchDirectory scratch;
   const File file = scratch.MakeFile("a", "old");
@@ -278,7 +272,7 @@ TEST(FastReadStreamTest, ReadsWhatWasAddedSinceItWasOpened) {
   EXPECT_EQ(text, "old new");
 }
 
-TEST(FastReadStreamTest, AFileLargerThanATextIsAFailure) {
+TEST(FastReadStreamTest, AFileLargerThanAStringIsAFailure) {
   const ScratchDirectory scratch;
   const File file = scratch.MakeFile("large", "");
   ASSERT_EQ(::truncate(file.GetPath().GetText(), std::int64_t{1} << 32), 0);

@@ -37,8 +37,7 @@ TEST(PrivateFileTest, FileAndFolderAreForTheOwnerAlone) {
   EXPECT_TRUE(file.GetPath().View().starts_with(scratch.GetPath() + "/"));
 }
 
-// Two private files of one name lie in directories of their own.
-TEST(PrivateFileTest, TwoOfOneNameNeverMeet) {
+TEST(PrivateFileTest, TwoFilesOfOneNameNeverCollide) {
   const ScratchDirectory scratch;
   const File first = MakePrivate("same.tmp");
   const File second = MakePrivate("same.tmp");
@@ -57,7 +56,7 @@ TEST(PrivateFileTest, TheNameCannotLeaveTheFolder) {
   }
 }
 
-// A link planted under the name that is asked for leads nowhere: the folder is new and nobody else's.
+// The folder is new and belongs to nobody else, so a link of that name elsewhere has no effect.
 TEST(PrivateFileTest, ALinkPlantedInTheTemporaryDirectoryIsNotFollowed) {
   const ScratchDirectory scratch;
   const File victim = scratch.MakeFile("victim", "untouched");
@@ -142,8 +141,7 @@ TEST(TempFileTest, CleanupRemovesFileAndFolder) {
   temp.Cleanup();
 }
 
-// A temporary file is removed at the end of its scope.
-TEST(TempFileTest, TheScopeCleansUp) {
+TEST(TempFileTest, DestructorCleansUp) {
   const ScratchDirectory scratch;
   {
     TempFile temp;
@@ -173,7 +171,7 @@ TEST(TempFileTest, CleanupOfAFileThatIsGoneStillRemovesTheFolder) {
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
-TEST(TempFileTest, GiveUpRemovesTheFolderAlone) {
+TEST(TempFileTest, GiveUpRemovesOnlyTheFolder) {
   const ScratchDirectory scratch;
   TempFile temp;
   temp.Take(MakePrivate("a.tmp"));
@@ -281,7 +279,7 @@ TEST_F(SwappedFileTest, AFIFOIsNotWaitedFor) {
   ExpectRefused();
 }
 
-TEST(TempFileTest, WhatCreateMadeIsPrivate) {
+TEST(TempFileTest, CreateMakesAPrivateFile) {
   const ScratchDirectory scratch;
   TempFile temp;
   ASSERT_TRUE(temp.Create(scratch.FileOf("log")));

@@ -52,21 +52,21 @@ TEST(TraceTest, EventsBelowTheLevelAreDropped) {
   EXPECT_EQ(sink.events[0].text, "high");
 }
 
-TEST(TraceTest, ASinkTakenAwayGetsNothingMore) {
+TEST(TraceTest, ARemovedSinkGetsNothing) {
   RecordingSink sink(0);
   SetTraceSink(nullptr, 0);
   TraceMsg(1, 4, "source", 1, "text");
   EXPECT_TRUE(sink.events.empty());
 }
 
-TEST(TraceTest, ANullTextIsTracedAsEmpty) {
+TEST(TraceTest, ANullMessageIsTracedAsEmpty) {
   RecordingSink sink(0);
   TraceMsg(1, 4, "source", 1, nullptr);
   ASSERT_EQ(sink.events.size(), 1U);
   EXPECT_EQ(sink.events[0].text, "");
 }
 
-TEST(TraceTest, ALongTextIsTracedWhole) {
+TEST(TraceTest, ALongMessageIsTracedCompletely) {
   RecordingSink sink(0);
   const std::string body(100000, 'x');
   TraceStr(1, 2, "source", 1, InitTraceContext("<%s>", body.c_str()));

@@ -28,7 +28,7 @@ bool InChild(const std::function<bool()>& act) {
   return child > 0 && ::waitpid(child, &status, 0) == child && status == 0;
 }
 
-TEST(RemoveUnfinishedFilesTest, APrivateFileGoesWithItsDirectory) {
+TEST(RemoveUnfinishedFilesTest, RemovesAPrivateFileWithItsDirectory) {
   const ScratchDirectory scratch;
   EXPECT_TRUE(InChild([&] {
     const File file(FileType::Temporary, "a.tmp", true);
@@ -39,8 +39,8 @@ TEST(RemoveUnfinishedFilesTest, APrivateFileGoesWithItsDirectory) {
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
-// A transport that fills a file may put another beside it first.
-TEST(RemoveUnfinishedFilesTest, APrivateDirectoryGoesWithAllFilesInIt) {
+// A transport may put another file beside the one that it fills.
+TEST(RemoveUnfinishedFilesTest, RemovesAPrivateDirectoryWithItsFiles) {
   const ScratchDirectory scratch;
   EXPECT_TRUE(InChild([&] {
     const File file(FileType::Temporary, "a.tmp", true);
@@ -51,7 +51,7 @@ TEST(RemoveUnfinishedFilesTest, APrivateDirectoryGoesWithAllFilesInIt) {
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
-TEST(RemoveUnfinishedFilesTest, AStagingFileGoesAndItsTargetStays) {
+TEST(RemoveUnfinishedFilesTest, RemovesAStagingFileAndKeepsItsTarget) {
   const ScratchDirectory scratch;
   const File target = scratch.MakeFile("target", "old");
   EXPECT_TRUE(InChild([&] {
@@ -65,7 +65,7 @@ TEST(RemoveUnfinishedFilesTest, AStagingFileGoesAndItsTargetStays) {
   EXPECT_EQ(scratch.CountEntries(), 1U);
 }
 
-TEST(RemoveUnfinishedFilesTest, WhatIsFinishedStays) {
+TEST(RemoveUnfinishedFilesTest, KeepsFinishedFiles) {
   const ScratchDirectory scratch;
   EXPECT_TRUE(InChild([&] {
     FileWriter writer;
@@ -80,7 +80,7 @@ TEST(RemoveUnfinishedFilesTest, WhatIsFinishedStays) {
   EXPECT_TRUE(Exists(AnsiStr(scratch / "log")));
 }
 
-TEST(RemoveUnfinishedFilesTest, FromThenOnNothingIsMade) {
+TEST(RemoveUnfinishedFilesTest, RefusesNewFilesAfterwards) {
   const ScratchDirectory scratch;
   EXPECT_TRUE(InChild([&] {
     RemoveUnfinishedFiles();
@@ -98,7 +98,7 @@ TEST(RemoveUnfinishedFilesTest, FromThenOnNothingIsMade) {
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
-TEST(RemoveUnfinishedFilesTest, FromThenOnWhatWasMadeBeforeIsNotMadeAgain) {
+TEST(RemoveUnfinishedFilesTest, RefusesToMakeRemovedFilesAgain) {
   const ScratchDirectory scratch;
   EXPECT_TRUE(InChild([&] {
     TempFile staged;
@@ -113,7 +113,7 @@ TEST(RemoveUnfinishedFilesTest, FromThenOnWhatWasMadeBeforeIsNotMadeAgain) {
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
-TEST(RemoveUnfinishedFilesTest, AChildLeavesTheFilesOfItsParent) {
+TEST(RemoveUnfinishedFilesTest, AChildKeepsTheFilesOfItsParent) {
   const ScratchDirectory scratch;
   TempFile log;
   ASSERT_TRUE(log.Create(scratch.FileOf("log")));
@@ -124,8 +124,8 @@ TEST(RemoveUnfinishedFilesTest, AChildLeavesTheFilesOfItsParent) {
   EXPECT_TRUE(Exists(log.GetPath()));
 }
 
-// The working directory may be another one at the end.
-TEST(RemoveUnfinishedFilesTest, FilesNamedFromTheWorkingDirectoryGoFromAnyOther) {
+// The program may have changed its working directory.
+TEST(RemoveUnfinishedFilesTest, RemovesRelativePathsFromAnyWorkingDirectory) {
   const ScratchDirectory scratch;
   EXPECT_TRUE(InChild([&] {
     FileWriter writer;
@@ -139,7 +139,7 @@ TEST(RemoveUnfinishedFilesTest, FilesNamedFromTheWorkingDirectoryGoFromAnyOther)
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
-TEST(RemoveUnfinishedFilesTest, WhatOtherThreadsMakeMeanwhileGoesToo) {
+TEST(RemoveUnfinishedFilesTest, RemovesFilesThatOtherThreadsMakeMeanwhile) {
   const ScratchDirectory scratch;
   EXPECT_TRUE(InChild([&] {
     std::atomic<int> made{0};
@@ -157,7 +157,7 @@ TEST(RemoveUnfinishedFilesTest, WhatOtherThreadsMakeMeanwhileGoesToo) {
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
-TEST(TempDirectoryTest, IsForItsOwnerAloneAndGoesWithItsFiles) {
+TEST(TempDirectoryTest, IsPrivateAndIsRemovedWithItsFiles) {
   const ScratchDirectory scratch;
   {
     TempDirectory directory;
@@ -169,7 +169,7 @@ TEST(TempDirectoryTest, IsForItsOwnerAloneAndGoesWithItsFiles) {
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
 
-TEST(TempDirectoryTest, APlaceThatIsMissingIsAFailure) {
+TEST(TempDirectoryTest, AMissingTemporaryDirectoryIsAFailure) {
   const ScratchDirectory scratch;
   ASSERT_EQ(::setenv("TMPDIR", (scratch / "missing").c_str(), 1), 0);
   TempDirectory directory;
