@@ -31,6 +31,7 @@ char LowerASCII(char character) {
   return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A')) : character;
 }
 
+// Operators and constructors cannot return a failure.
 AnsiStr::Imp* InitOrAbort(std::uint32_t capacity, std::uint32_t length, const char* source,
                           std::uint32_t sourceLength) {
   AnsiStr::Imp* imp = AnsiStr::Imp::Init(capacity, length, source, sourceLength);
@@ -50,6 +51,7 @@ const char* AnsiStr::Imp::GetEmpty() noexcept {
   return "";
 }
 
+// Wipes the whole capacity: after the length there may be older, longer content.
 void AnsiStr::Imp::Free(Imp* imp) noexcept {
   const std::size_t size = BlockSize(imp->capacity);
   imp->~Imp();
@@ -151,6 +153,7 @@ AnsiStr& AnsiStr::operator+=(char character) noexcept {
   return Append(&character, 1);
 }
 
+// Null instead of an abort: callers load files and responses of any size and report the failure.
 char* AnsiStr::Alloc(std::uint32_t size) noexcept {
   Clear();
   imp_ = Imp::Init(size, size, nullptr, 0);
@@ -171,6 +174,7 @@ void AnsiStr::Clear() noexcept {
   Drop(std::exchange(imp_, nullptr));
 }
 
+// Looks first, so that a string without capital letters stays shared.
 AnsiStr& AnsiStr::ToLower() noexcept {
   const std::string_view present = View();
   if (std::none_of(present.begin(), present.end(), [](char c) { return LowerASCII(c) != c; })) return *this;

@@ -7,6 +7,7 @@
 
 namespace OruGuiBase {
 
+// The layout is published: values of other makers are read with it.
 static_assert(offsetof(Array<std::uint32_t>::Imp, refCount) == 0);
 static_assert(offsetof(Array<std::uint32_t>::Imp, capacity) == 4);
 static_assert(offsetof(Array<std::uint32_t>::Imp, count) == 8);

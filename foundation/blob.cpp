@@ -37,6 +37,7 @@ void Blob::Imp::Free(Imp* imp) noexcept {
   FreeParticle(size, imp);
 }
 
+// Zeroed, so that what a decoder does not fill never shows old memory.
 Blob::Imp* Blob::Imp::Init(std::uint32_t capacity, std::uint32_t size) noexcept {
   capacity = std::max(capacity, size);
   void* memory = AllocParticle(BlockSize(capacity));
@@ -70,6 +71,7 @@ std::uint8_t* Blob::Alloc(std::uint32_t size) noexcept {
   return size != 0 ? imp_->Data() : nullptr;
 }
 
+// What is cut off stays in the block until Free wipes all of it.
 void Blob::Trunc(std::uint32_t size) noexcept {
   if (size >= GetSize()) return;
   if (Reference::IsShared(imp_->refCount)) {

@@ -21,6 +21,7 @@ std::uint64_t Seed() {
 
 }  // namespace
 
+// Truncated to 32 bits: callers only use differences.
 std::uint32_t GetClockTicks() noexcept {
   const auto now = std::chrono::steady_clock::now().time_since_epoch();
   return static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
@@ -32,6 +33,7 @@ std::uint32_t GetClockTicks(std::uint32_t since) noexcept {
 
 std::uint64_t GetPseudoRandomNumberEx(std::uint64_t low, std::uint64_t high) noexcept {
   if (low >= high) return low;
+  // One for each thread: no lock, and no two threads draw the same numbers.
   thread_local std::mt19937_64 generator(Seed());
   return std::uniform_int_distribution<std::uint64_t>(low, high)(generator);
 }

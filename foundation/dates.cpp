@@ -163,6 +163,7 @@ int RFC1123Str2UniversalDateTime(const AnsiStr& text, datetime& value) noexcept 
   if (!IsDateOfCalendar(read) || !IsTimeOfDay(read, kLeapSecond)) return kFailed;
   datetime universal;
   if (!FromUnixTime(ToUnixTime(read) - offset, universal)) return kFailed;
+  // Only now: on failure the caller's value stays as it is.
   value = universal;
   return 0;
 }

@@ -52,6 +52,7 @@ bool PackedDateTime::Pack(std::uint32_t year, std::uint32_t month, std::uint32_t
       minute > 59 || second > 59 || milliseconds > 999 || zone < -720 || zone > 720 || zone % 15 != 0) {
     return false;
   }
+  // Nothing was changed until here, so a refused date leaves the old one.
   const std::uint32_t word = milliseconds | second << 10 | minute << 16 | hour << 22 | day << 27;
   const auto half = static_cast<std::uint16_t>(month | year << 4);
   const unsigned magnitude = static_cast<unsigned>(zone < 0 ? -zone : zone) / 15;

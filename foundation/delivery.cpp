@@ -210,6 +210,7 @@ bool GiveGroup(int handle, const FileAccess& access) noexcept {
          (info.st_gid == access.group || ::fchown(handle, static_cast<uid_t>(-1), access.group) == 0);
 }
 
+// The mode is last, since setting a group or a list can clear or widen permission bits.
 bool GiveAccess(int handle, const FileAccess& access) noexcept {
   return GiveGroup(handle, access) && GiveList(handle, NarrowList(access.list, access.mode)) &&
          ::fchmod(handle, access.mode) == 0;

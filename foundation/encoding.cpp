@@ -144,6 +144,7 @@ void EncodeTriple(const std::uint8_t* bytes, std::uint32_t count, char* quartet)
   quartet[3] = count > 2 ? kBase64[bits & 63] : '=';
 }
 
+// A second string instead of one with line ends from the start: lines are rare, and the encoder stays simple.
 AnsiStr BreakLines(const AnsiStr& text, std::uint32_t lineLength, const char* lineEnd) {
   const std::string_view all = text.View();
   AnsiStr broken;
@@ -191,6 +192,7 @@ AnsiStr CleanStr(const AnsiStr& text) noexcept {
   return rest.size() == text.GetLength() ? text : AnsiStr(rest);
 }
 
+// Byte by byte, so that UTF-8 and bytes that are no text become %XX too.
 AnsiStr EscapeURL(const AnsiStr& text) noexcept {
   const std::string_view plain = text.View();
   if (std::all_of(plain.begin(), plain.end(), IsUnreserved)) return text;
@@ -263,6 +265,7 @@ bool B64Str2Blob(const AnsiStr& text, Blob& bytes, const char* ignored) noexcept
   return true;
 }
 
+// The first digit of a byte waits in `high`; kBad stands for none.
 bool B16Str2Binary(const AnsiStr& text, void* target, std::uint32_t& size, const char* ignored) noexcept {
   ClearLastError();
   const DigitTable table = MakeHexTable(ignored);

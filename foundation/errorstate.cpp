@@ -17,7 +17,7 @@ namespace {
 // objects.
 constinit thread_local std::uint32_t lastError = 0;
 
-struct MessageOwner;  // tells this AnsiStr of a thread from others
+struct MessageOwner;  // distinguishes this AnsiStr of a thread from others
 
 // The message of kTextError; null once it is destroyed.
 AnsiStr* GetMessage() {

@@ -87,6 +87,7 @@ bool File::Move(const File& target, bool keepTarget) const noexcept {
   DeliveryTarget judged;
   const DeliveryWay way = JudgeTarget(target, judged);
   if (way == DeliveryWay::Failed) return FailWithErrno();
+  // Rename() refuses it too; here it is refused before anything is copied.
   if (judged.exists && keepTarget) return FailWith(EEXIST);
   if (way == DeliveryWay::Replace || IsOneFile(info, target.path_)) {
     const bool isMoved = IsPrivate() ? RenamePrivate(*this, target, judged, keepTarget)
@@ -107,6 +108,7 @@ bool File::CopyTo(const File& target, bool keepTarget, int mode) const noexcept 
   options.mode = mode;
   const bool copied = writer.OpenStaged(target, options) && CopyContent(source, writer) && writer.Close();
   CloseHandle(source);
+  // Removed only after Close succeeded, so that the content always exists once.
   return copied && (::unlink(path_.GetText()) == 0 || FailWithErrno());
 }
 

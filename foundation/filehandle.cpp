@@ -83,6 +83,8 @@ bool FileReader::Open(const File& file) noexcept {
   handle_ = OpenHandle(file.GetPath(), O_RDONLY | O_NOCTTY, 0);
   if (handle_ < 0) return FailWithErrno();
   struct stat info {};
+  // By the handle and not by the path, which may name another file by now. A directory can be opened, but not
+  // read.
   const int code = ::fstat(handle_, &info) != 0 ? errno : S_ISDIR(info.st_mode) ? EISDIR : 0;
   opened_ = Describe(info);
   if (code == 0) return true;

@@ -25,6 +25,7 @@ AnsiStr FmtArgs(const char* format, ...) noexcept {
 
 AnsiStr FmtList(const char* format, std::va_list list) noexcept {
   std::va_list again;
+  // vsnprintf consumes its list, and it is needed twice.
   va_copy(again, list);
   // Measured first instead of tried on a stack buffer, which would keep a part of a secret.
   const int length = std::vsnprintf(nullptr, 0, format, list);

@@ -26,6 +26,7 @@ namespace engine = boost::json;
 // false with an error code ends the parse.
 class Handler {
  public:
+  // The counts of Array and AnsiStr have 32 bits.
   static constexpr std::size_t max_array_size = 0xFFFFFFFFU;
   static constexpr std::size_t max_object_size = 0xFFFFFFFFU;
   static constexpr std::size_t max_string_size = 0xFFFFFFFFU;
@@ -48,6 +49,7 @@ class Handler {
   bool on_key(View part, std::size_t, Code&) { return builder_.AddKey(EndText(part)), true; }
   bool on_number_part(View, Code&) { return true; }
   bool on_int64(std::int64_t value, View, Code&) { return builder_.Add(Val(value)), true; }
+  // More than a signed integer can hold.
   bool on_uint64(std::uint64_t value, View number, Code& code) {
     return AddNumber(number, static_cast<double>(value), code);
   }
@@ -60,6 +62,7 @@ class Handler {
   }
   bool on_bool(bool value, Code&) { return builder_.Add(Val(value)), true; }
   bool on_null(Code&) { return builder_.Add(Val()), true; }
+  // Never called, as comments are not enabled; the engine wants them to exist.
   bool on_comment_part(View, Code&) { return true; }
   bool on_comment(View, Code&) { return true; }
 
@@ -169,6 +172,7 @@ std::size_t StartOfFault(std::string_view text, std::size_t place, const engine:
   return place;
 }
 
+// The whole input in one call: the handler relies on numbers that are not cut in parts.
 bool Parse(std::string_view text, Val& value, AnsiStr& error) {
   engine::parse_options options;
   options.max_depth = kMaxJSONDepth;

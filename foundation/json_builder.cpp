@@ -39,6 +39,7 @@ void JSONBuilder::MergeRepeatedKeys(const Container& map) {
   AnsiStr* const keys = keys_.data() + map.key;
   Val* const values = values_.data() + map.value;
   const auto count = static_cast<std::uint32_t>(keys_.size() - map.key);
+  // Empty for an object without repeated keys, which is nearly every one.
   const std::vector<std::uint32_t> last = FindLastPlaces(keys, count);
   if (last.empty()) return;
   std::size_t kept = 0;

@@ -19,6 +19,7 @@ static_assert(offsetof(KVMapImp, values) == offsetof(KVMapImp, keys) + sizeof(vo
 
 namespace {
 
+// Null on allocation failure, which Set reports and the loaders turn into an abort.
 KVMapImp* NewMap() {
   void* memory = AllocParticle(sizeof(KVMapImp));
   return memory != nullptr ? new (memory) KVMapImp : nullptr;
@@ -140,6 +141,7 @@ KVMap KVMap::FromImp(KVMapImp* imp) noexcept {
   return map;
 }
 
+// Destroys the fields: the arrays then release their own blocks and values.
 void KVMap::Drop(KVMapImp* imp) noexcept {
   if (imp == nullptr || !Reference::Unlink(imp->refCount)) return;
   imp->~KVMapImp();

@@ -32,6 +32,7 @@ bool AddDigit(std::uint64_t& value, char digit) {
   return true;
 }
 
+// Leading zeros count as digits: `limit` is the length that a number of the field may have.
 bool ReadDecimal(const AnsiStr& text, const char** end, bool sign, std::uint32_t limit, Decimal& result) {
   const char* at = text.GetText();
   const char* const last = at + text.GetLength();

@@ -84,6 +84,7 @@ AnsiStr ParentOf(const AnsiStr& path) noexcept {
   return slash == 0 ? AnsiStr("/") : AnsiStr(text.substr(0, slash));
 }
 
+// Without realpath(): the file need not exist, and links in the path stay as the caller wrote them.
 AnsiStr AbsolutePath(const AnsiStr& path) noexcept {
   char directory[PATH_MAX];
   if (path.IsEmpty() || path.View().front() == '/' || ::getcwd(directory, sizeof directory) == nullptr)
@@ -92,6 +93,7 @@ AnsiStr AbsolutePath(const AnsiStr& path) noexcept {
   return absolute.GetLength() < PATH_MAX ? absolute : path;
 }
 
+// secure_getenv: a program with raised privileges must not write where its caller wants.
 AnsiStr TemporaryDirectory() noexcept {
   const char* const named = ::secure_getenv("TMPDIR");
   std::string_view path = named != nullptr ? named : "";

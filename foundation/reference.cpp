@@ -34,6 +34,7 @@ void DebugAbort(const char* format, ...) noexcept {
   std::size_t length = written < 0 ? 0 : std::strlen(message);
   message[length++] = '\n';
   // If standard error cannot be written, there is nowhere else to report it.
+  // write() and not stdio, which may allocate or wait for a lock.
   [[maybe_unused]] const auto ignored = ::write(STDERR_FILENO, message, length);
   std::abort();
 }

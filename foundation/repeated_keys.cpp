@@ -31,6 +31,7 @@ std::vector<std::uint32_t> Sort(const AnsiStr* keys, std::uint32_t count) {
 
 }  // namespace
 
+// Sorting and not hashing: no choice of keys makes it slower than n log n.
 std::vector<std::uint32_t> FindLastPlaces(const AnsiStr* keys, std::uint32_t count) {
   if (count <= kFewKeys && AreDistinct(keys, count)) return {};
   const std::vector<std::uint32_t> order = Sort(keys, count);

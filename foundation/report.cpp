@@ -7,6 +7,7 @@
 
 namespace OruGuiBase {
 
+// Formats on the stack, without InitTraceContext, which would allocate.
 void ReportError(std::uint32_t line, const char* format, ...) noexcept {
   constexpr std::uint32_t kErrorLevel = 4;  // the level that trace.h gives to errors
   if (!OruGuiTrace::IsTraced(kErrorLevel)) return;

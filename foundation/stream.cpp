@@ -184,6 +184,7 @@ bool WriteStream::Write(char character) noexcept {
 // What does not fit the buffer at all is written directly, without a copy.
 bool WriteStream::Write(const char* data, std::uint32_t size) noexcept {
   if (IsError()) return Restate();
+  // A closed stream has no buffer; EBADF is what the system reports for a closed handle.
   if (buffer_ == nullptr) {
     FailWith(EBADF);
     Fail();
@@ -260,6 +261,7 @@ bool FastReadStream::CloseFile() noexcept {
   return reader_.Close();
 }
 
+// Views the string by offsets: a line is copied only when GetLine() asks for it.
 bool LineIterator::ToNext() noexcept {
   const std::string_view text = text_.View();
   if (next_ >= text.size()) return false;

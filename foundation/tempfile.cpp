@@ -34,6 +34,7 @@ bool TempFile::Create(const File& file) noexcept {
   if (!scope.IsOpen()) return FailWithErrno();
   const int handle = OpenHandle(file.GetPath(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kOwnerOnly);
   if (handle < 0) return FailWithErrno();
+  // Absolute, since the working directory may be another one when it is removed.
   Take(File(AbsolutePath(file.GetPath()), FilePrivacy::Staging));
   AddUnfinished(path_, UnfinishedType::File);
   if (CloseHandle(handle)) return true;

@@ -33,6 +33,7 @@ struct Context {
 // Has no destructor, so that tracing works as long as the thread runs.
 constinit thread_local Context* latest = nullptr;
 
+// Aborts on allocation failure: the caller passes the result on as the message.
 const char* PushContext(AnsiStr text) noexcept {
   void* const memory = OruGuiBase::AllocParticle(sizeof(Context));
   if (memory == nullptr) OruGuiBase::DebugAbort("Could not allocate trace context");

@@ -1,4 +1,4 @@
-// The list of files that must not stay behind if the program is told to end, and their removal. TempFile,
+// The list of files that must not stay on the disk when the program is stopped, and their removal. TempFile,
 // TempDirectory and the functions that make files for them keep the list; a program calls
 // RemoveUnfinishedFiles, as cryptcli does after SIGINT and SIGTERM.
 
@@ -143,6 +143,7 @@ void DropUnfinished(const AnsiStr& path) noexcept {
 
 bool RemoveWithFiles(const AnsiStr& directory) noexcept {
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    // The directory is usually empty: its files were moved or removed before.
     if (::rmdir(directory.GetText()) == 0 || errno == ENOENT) return true;
     if (errno != ENOTEMPTY && errno != EEXIST) return false;
     if (!RemoveFilesOf(directory)) return errno == ENOENT;

@@ -74,6 +74,7 @@ void Link(ValType type, void* object) {
   }
 }
 
+// Without a default case, so that the compiler reports a type that is missing.
 void Release(ValType type, void* object) {
   if (object == nullptr) return;
   switch (type) {
@@ -155,6 +156,7 @@ Val& Val::operator=(const Val& other) noexcept {
   return *this;
 }
 
+// By a swap: the old content is released last, when both words are already right.
 Val& Val::operator=(Val&& other) noexcept {
   Val moved(std::move(other));
   std::swap(word_, moved.word_);
@@ -268,6 +270,7 @@ void Val::ReleaseContent() noexcept {
   Release(GetType(), Pointer());
 }
 
+// Strings, maps, arrays, blobs, objects and numbers are always references; the others may be inline or boxed.
 bool Val::Expect(ValType wanted, bool reference) const noexcept {
   if (GetType() == wanted && (IsReference() || !reference)) return true;
   ReportInvalidType(wanted, *this);
