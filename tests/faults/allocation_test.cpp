@@ -13,8 +13,8 @@ namespace {
 /// The possible results of a run with one failed allocation, as exit codes of a process.
 enum Verdict : int { kFine, kNoReason, kWrongResult, kTemporaryFileLeft, kMemoryLeft, kSourceHarmed };
 
-/// Failures of one asker that a test run tries on one road, evenly spread, and once more as many at its end,
-/// where the result is completed and a failure that goes unnoticed would be part of it. All of them when
+/// How many failures of one asker a test run tries for an operation, evenly spread, and as many again at its
+/// end, where the result is completed and an unnoticed failure would be part of it. All of them if
 /// CRYPTCLI_ALL_FAULTS is set.
 constexpr std::uint64_t kMostTried = 150;
 

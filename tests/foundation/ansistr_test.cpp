@@ -222,10 +222,10 @@ TEST(AnsiStrTest, PlusJoinsWithoutChangingItsSides) {
 
 TEST(AnsiStrTest, AllocGivesNulCharactersOfTheSize) {
   AnsiStr text("old");
-  char* const room = text.Alloc(4);
-  ASSERT_NE(room, nullptr);
+  char* const buffer = text.Alloc(4);
+  ASSERT_NE(buffer, nullptr);
   EXPECT_EQ(text.View(), "\0\0\0\0"sv);
-  std::memcpy(room, "new!", 4);
+  std::memcpy(buffer, "new!", 4);
   EXPECT_EQ(text, "new!");
 }
 

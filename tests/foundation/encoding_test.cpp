@@ -25,11 +25,11 @@ struct Decoded {
 };
 
 Decoded Decode(Decoder decoder, std::string_view text, const char* ignored = "\r\n") {
-  std::vector<char> room(text.size() + 1);
-  auto size = static_cast<std::uint32_t>(room.size());
+  std::vector<char> buffer(text.size() + 1);
+  auto size = static_cast<std::uint32_t>(buffer.size());
   Decoded result;
-  result.good = decoder(AnsiStr(text), room.data(), size, ignored);
-  if (result.good) result.bytes.assign(room.data(), size);
+  result.good = decoder(AnsiStr(text), buffer.data(), size, ignored);
+  if (result.good) result.bytes.assign(buffer.data(), size);
   return result;
 }
 
@@ -138,25 +138,25 @@ TEST(Base64Test, LinesEndAfterTheirLengthButTheLastDoesNot) {
 }
 
 TEST(Base64Test, DecodingReportsTheLengthBelowTheCapacity) {
-  char room[64];
-  std::uint32_t size = sizeof room;
-  ASSERT_TRUE(B64Str2Binary("Zm9v\r\nYg==\r\n", room, size, "\r\n"));
+  char buffer[64];
+  std::uint32_t size = sizeof buffer;
+  ASSERT_TRUE(B64Str2Binary("Zm9v\r\nYg==\r\n", buffer, size, "\r\n"));
   EXPECT_EQ(size, 4U);
-  EXPECT_EQ(std::memcmp(room, "foob", 4), 0);
+  EXPECT_EQ(std::memcmp(buffer, "foob", 4), 0);
 }
 
 TEST(Base64Test, DecodingFillsExactCapacity) {
-  char room[4] = {};
+  char buffer[4] = {};
   std::uint32_t size = 4;
-  EXPECT_TRUE(B64Str2Binary("Zm9vYg==", room, size, nullptr));
+  EXPECT_TRUE(B64Str2Binary("Zm9vYg==", buffer, size, nullptr));
   EXPECT_EQ(size, 4U);
 }
 
 TEST(Base64Test, DecodingNeverWritesPastTheCapacity) {
-  char room[] = "....";
+  char buffer[] = "....";
   std::uint32_t size = 3;
-  EXPECT_FALSE(B64Str2Binary("Zm9vYg==", room, size, nullptr));
-  EXPECT_EQ(room[3], '.');
+  EXPECT_FALSE(B64Str2Binary("Zm9vYg==", buffer, size, nullptr));
+  EXPECT_EQ(buffer[3], '.');
   EXPECT_EQ(GetSystemErrorText(), "The decoded bytes do not fit their buffer");
 }
 
@@ -173,9 +173,9 @@ TEST(Base64Test, RefusesWhatIsNotBase64) {
       {"=", "padding alone"},
       {"====", "a group of padding"},
       {"Z===", "padding after one digit"},
-      {"Zg=g", "a digit behind padding"},
-      {"Zg==Zg==", "a group behind the last"},
-      {"Zg==\r\nZm9v", "a group behind the last on another line"},
+      {"Zg=g", "a digit after padding"},
+      {"Zg==Zg==", "a group after the last"},
+      {"Zg==\r\nZm9v", "a group after the last on another line"},
       {"Zh==", "bits that the padding cuts off"},
       {"Zm9=", "bits that the padding cuts off in the third place"},
       {"Zm9v ", "a character that is not ignored"},
@@ -200,10 +200,10 @@ TEST(Base64Test, IgnoredCharactersMayStandAnywhere) {
 }
 
 TEST(Base64Test, AFailureLeavesTheSizeAlone) {
-  char room[8];
-  std::uint32_t size = sizeof room;
-  EXPECT_FALSE(B64Str2Binary("Zg=", room, size, nullptr));
-  EXPECT_EQ(size, sizeof room);
+  char buffer[8];
+  std::uint32_t size = sizeof buffer;
+  EXPECT_FALSE(B64Str2Binary("Zg=", buffer, size, nullptr));
+  EXPECT_EQ(size, sizeof buffer);
 }
 
 TEST(Base64Test, TextCutAtAnyLengthDecodesToItsWholeGroupsOrFails) {
@@ -284,17 +284,17 @@ TEST(Base16Test, EveryByteRoundTrips) {
 }
 
 TEST(Base16Test, DecodingReportsTheLengthBelowTheCapacity) {
-  char room[64];
-  std::uint32_t size = sizeof room;
-  ASSERT_TRUE(B16Str2Binary("0102\r\n03\r\n", room, size, "\r\n"));
+  char buffer[64];
+  std::uint32_t size = sizeof buffer;
+  ASSERT_TRUE(B16Str2Binary("0102\r\n03\r\n", buffer, size, "\r\n"));
   EXPECT_EQ(size, 3U);
 }
 
 TEST(Base16Test, DecodingNeverWritesPastTheCapacity) {
-  char room[] = "....";
+  char buffer[] = "....";
   std::uint32_t size = 3;
-  EXPECT_FALSE(B16Str2Binary("01020304", room, size, nullptr));
-  EXPECT_EQ(room[3], '.');
+  EXPECT_FALSE(B16Str2Binary("01020304", buffer, size, nullptr));
+  EXPECT_EQ(buffer[3], '.');
   EXPECT_EQ(size, 3U);
   EXPECT_EQ(GetSystemErrorText(), "The decoded bytes do not fit their buffer");
 }
@@ -360,7 +360,7 @@ TEST(UTF8Test, AcceptsExactlyTheWellFormed) {
       {"\xDF\xBF", true, "last of two bytes"},
       {"\xE0\xA0\x80", true, "first of three bytes"},
       {"\xED\x9F\xBF", true, "last before the surrogates"},
-      {"\xEE\x80\x80", true, "first behind the surrogates"},
+      {"\xEE\x80\x80", true, "first after the surrogates"},
       {"\xEF\xBF\xBF", true, "last of three bytes"},
       {"\xF0\x90\x80\x80", true, "first of four bytes"},
       {"\xF4\x8F\xBF\xBF", true, "the last character"},
@@ -369,7 +369,7 @@ TEST(UTF8Test, AcceptsExactlyTheWellFormed) {
        "1234567890",
        true, "across the eighth byte"},
       {"\x80", false, "a continuation alone"},
-      {"12345678\x80", false, "a continuation behind ASCII"},
+      {"12345678\x80", false, "a continuation after ASCII"},
       {"\xC3", false, "a lead alone"},
       {"\xC3"
        "a",

@@ -25,7 +25,7 @@ class FileWriterStagingTest : public testing::Test {
     return writer_.OpenStaged(scratch_.FileOf(name)) && writer_.Write("new", 3);
   }
   std::string Content(const char* name) const { return ContentOf(scratch_.FileOf(name)); }
-  /// The one file whose name tells a staging file.
+  /// The one file with the name of a staging file.
   std::string FindStagingFile() const {
     for (const auto& entry : fs::directory_iterator(scratch_.GetPath())) {
       if (entry.path().filename().string().starts_with(".orugui-")) return entry.path();

@@ -81,7 +81,7 @@ TEST(NumbersTest, ParsesDigitsOfA64BitValueWithASign) {
       {"-", 1, 0, "a sign alone"},
       {"--1", 1, 0, "two signs"},
       {"+1", 1, 0, "a plus"},
-      {"1-", 1, 0, "a sign behind"},
+      {"1-", 1, 0, "a sign at the end"},
       {"1e3", 1, 0, "an exponent"},
   };
   for (const auto& row : kRows) {

@@ -90,7 +90,7 @@ void UseLibrary() {
   LoadWhatCannotBeLoaded();
   FailACommand();
   TraceInsideATrace();
-  OruGuiBase::SetErrorMessage("A reason that is left behind, in memory of its own");
+  OruGuiBase::SetErrorMessage("A reason that stays, in memory of its own");
 }
 
 /// Uses the library in its destructor, once it is armed.
