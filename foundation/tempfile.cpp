@@ -57,7 +57,7 @@ bool TempFile::CreateFor(const File& target) noexcept {
     CloseHandle(handle);
     Take(File(path, FilePrivacy::Staging));
   } else if (way == DeliveryWay::InPlace || (judged.exists && IsRefusalOfDirectory(errno))) {
-    Take(File(FileType::Temporary, target.GetTail() + kTempEnding, true));
+    Take(File(FileType::Temporary, target.GetTail() + kTempEnding, /*isPrivate=*/true));
   } else {
     return FailWithErrno();
   }

@@ -164,14 +164,14 @@ Val& Val::operator=(Val&& other) noexcept {
 }
 
 bool Val::AsBool() const noexcept {
-  if (!Expect(ValType::Bool, false)) return false;
+  if (!Expect(ValType::Bool, /*reference=*/false)) return false;
   if (!IsReference()) return (word_ >> 8) != 0;
   const auto* const box = static_cast<const BoolBox*>(Pointer());
   return box != nullptr && box->value != 0;
 }
 
 std::int64_t Val::AsInteger() const noexcept {
-  if (!Expect(ValType::Integer, false)) return 0;
+  if (!Expect(ValType::Integer, /*reference=*/false)) return 0;
   // An arithmetic shift, which extends the sign (C++20).
   if (!IsReference()) return static_cast<std::int64_t>(word_) >> 8;
   const auto* const box = static_cast<const Box*>(Pointer());
@@ -179,37 +179,37 @@ std::int64_t Val::AsInteger() const noexcept {
 }
 
 double Val::AsNumber() const noexcept {
-  if (!Expect(ValType::Number, true)) return 0;
+  if (!Expect(ValType::Number, /*reference=*/true)) return 0;
   const auto* const box = static_cast<const Box*>(Pointer());
   return box != nullptr ? std::bit_cast<double>(box->value) : 0;
 }
 
 AnsiStr Val::AsString() const noexcept {
-  if (!Expect(ValType::String, true)) return {};
+  if (!Expect(ValType::String, /*reference=*/true)) return {};
   return AnsiStr::FromImp(static_cast<AnsiStr::Imp*>(Pointer()));
 }
 
 KVMap Val::AsMap() const noexcept {
-  if (!Expect(ValType::Map, true)) return {};
+  if (!Expect(ValType::Map, /*reference=*/true)) return {};
   return KVMap::FromImp(static_cast<KVMapImp*>(Pointer()));
 }
 
 Array<Val> Val::AsArray() const noexcept {
-  if (!Expect(ValType::Array, true)) return {};
+  if (!Expect(ValType::Array, /*reference=*/true)) return {};
   return Array<Val>::FromImp(static_cast<Array<Val>::Imp*>(Pointer()));
 }
 
 Blob Val::AsBlob() const noexcept {
-  if (!Expect(ValType::Blob, true)) return {};
+  if (!Expect(ValType::Blob, /*reference=*/true)) return {};
   return Blob::FromImp(static_cast<Blob::Imp*>(Pointer()));
 }
 
 IObject* Val::AsObject() const noexcept {
-  return Expect(ValType::Object, true) ? static_cast<IObject*>(Pointer()) : nullptr;
+  return Expect(ValType::Object, /*reference=*/true) ? static_cast<IObject*>(Pointer()) : nullptr;
 }
 
 PackedDateTime Val::AsPackedDateTime() const noexcept {
-  if (!Expect(ValType::Date, false)) return {};
+  if (!Expect(ValType::Date, /*reference=*/false)) return {};
   if (!IsReference()) return PackedDateTime::FromBits(word_ >> 8);
   const auto* const box = static_cast<const DateTimeBox*>(Pointer());
   return box != nullptr ? box->value : PackedDateTime();
