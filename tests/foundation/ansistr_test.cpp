@@ -193,9 +193,9 @@ TEST(AnsiStrTest, AppendGrowsGeometrically) {
 }
 
 TEST(AnsiStrTest, ExtendSizeAddsHalfAndStopsAt32Bits) {
-  EXPECT_EQ(AnsiStr::Imp::GetExtendSize(100, false), 100U);
-  EXPECT_EQ(AnsiStr::Imp::GetExtendSize(100, true), 150U);
-  EXPECT_EQ(AnsiStr::Imp::GetExtendSize(0xC0000000U, true), 0xFFFFFFFFU);
+  EXPECT_EQ(AnsiStr::Imp::GetExtendSize(100, /*grow=*/false), 100U);
+  EXPECT_EQ(AnsiStr::Imp::GetExtendSize(100, /*grow=*/true), 150U);
+  EXPECT_EQ(AnsiStr::Imp::GetExtendSize(0xC0000000U, /*grow=*/true), 0xFFFFFFFFU);
 }
 
 TEST(AnsiStrTest, AppendPast32BitsIsReportedAndDropped) {
@@ -320,27 +320,27 @@ TEST(AnsiStrTest, FindStartsAtTheGivenIndex) {
 TEST(AnsiStrTest, FindIgnoresCaseOnlyOnRequest) {
   const AnsiStr text("xyZ");
   EXPECT_EQ(text.Find('z'), AnsiStr::npos);
-  EXPECT_EQ(text.Find('z', 0, true), 2U);
-  EXPECT_EQ(text.Find('Y', 0, true), 1U);
-  EXPECT_EQ(text.Find('Y', 2, true), AnsiStr::npos);
+  EXPECT_EQ(text.Find('z', 0, /*ignoreCase=*/true), 2U);
+  EXPECT_EQ(text.Find('Y', 0, /*ignoreCase=*/true), 1U);
+  EXPECT_EQ(text.Find('Y', 2, /*ignoreCase=*/true), AnsiStr::npos);
 }
 
 TEST(AnsiStrTest, CompareIsThreeWayOverUnsignedBytes) {
-  EXPECT_EQ(AnsiStr::Compare("abc", "abc", false), 0);
-  EXPECT_LT(AnsiStr::Compare("abc", "abd", false), 0);
-  EXPECT_GT(AnsiStr::Compare("abd", "abc", false), 0);
-  EXPECT_LT(AnsiStr::Compare("ab", "abc", false), 0);
-  EXPECT_GT(AnsiStr::Compare("\x80", "a", false), 0);
-  EXPECT_EQ(AnsiStr::Compare("", AnsiStr(), false), 0);
+  EXPECT_EQ(AnsiStr::Compare("abc", "abc", /*ignoreCase=*/false), 0);
+  EXPECT_LT(AnsiStr::Compare("abc", "abd", /*ignoreCase=*/false), 0);
+  EXPECT_GT(AnsiStr::Compare("abd", "abc", /*ignoreCase=*/false), 0);
+  EXPECT_LT(AnsiStr::Compare("ab", "abc", /*ignoreCase=*/false), 0);
+  EXPECT_GT(AnsiStr::Compare("\x80", "a", /*ignoreCase=*/false), 0);
+  EXPECT_EQ(AnsiStr::Compare("", AnsiStr(), /*ignoreCase=*/false), 0);
 }
 
 TEST(AnsiStrTest, CompareIgnoresCaseOfASCIILettersOnRequest) {
-  EXPECT_NE(AnsiStr::Compare("Text/CSV", "text/csv", false), 0);
-  EXPECT_EQ(AnsiStr::Compare("Text/CSV", "text/csv", true), 0);
-  EXPECT_LT(AnsiStr::Compare("TEXT", "text/csv", true), 0);
-  EXPECT_GT(AnsiStr::Compare("text/xml", "TEXT/CSV", true), 0);
-  EXPECT_GT(AnsiStr::Compare("\x80", "a", true), 0);
-  EXPECT_NE(AnsiStr::Compare("[", "{", true), 0);
+  EXPECT_NE(AnsiStr::Compare("Text/CSV", "text/csv", /*ignoreCase=*/false), 0);
+  EXPECT_EQ(AnsiStr::Compare("Text/CSV", "text/csv", /*ignoreCase=*/true), 0);
+  EXPECT_LT(AnsiStr::Compare("TEXT", "text/csv", /*ignoreCase=*/true), 0);
+  EXPECT_GT(AnsiStr::Compare("text/xml", "TEXT/CSV", /*ignoreCase=*/true), 0);
+  EXPECT_GT(AnsiStr::Compare("\x80", "a", /*ignoreCase=*/true), 0);
+  EXPECT_NE(AnsiStr::Compare("[", "{", /*ignoreCase=*/true), 0);
 }
 
 TEST(AnsiStrTest, FromImpTakesAReference) {

@@ -78,7 +78,7 @@ class DeliveryTest : public testing::TestWithParam<Way> {
     FileWriter writer;
     if (!staged.CreateFor(target) || !writer.Open(staged.GetFile()) ||
         !writer.Write(kNew, static_cast<std::uint32_t>(std::strlen(kNew))) || !writer.Close() ||
-        !staged.GetFile().Move(target, false)) {
+        !staged.GetFile().Move(target, /*keepTarget=*/false)) {
       return false;
     }
     staged.GiveUp();
@@ -96,7 +96,7 @@ class DeliveryTest : public testing::TestWithParam<Way> {
     TempFile owner;
     owner.Take(source);
     std::ofstream(source.GetPath().GetText(), std::ios::binary) << kNew;
-    if (!source.Move(target, false)) return false;
+    if (!source.Move(target, /*keepTarget=*/false)) return false;
     owner.GiveUp();
     EXPECT_EQ(temporary.CountEntries(), 0U);
     return true;

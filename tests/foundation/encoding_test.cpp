@@ -271,9 +271,9 @@ TEST(Base16Test, DecodesBothCases) {
 
 TEST(Base16Test, EncodesTwoDigitsAByte) {
   const std::string_view bytes = "\x00\x0A\xFF"sv;
-  EXPECT_EQ(Binary2B16Str(bytes.data(), 3, true), "000AFF");
-  EXPECT_EQ(Binary2B16Str(bytes.data(), 3, false), "000aff");
-  EXPECT_TRUE(Binary2B16Str(nullptr, 0, true).IsEmpty());
+  EXPECT_EQ(Binary2B16Str(bytes.data(), 3, /*upperCase=*/true), "000AFF");
+  EXPECT_EQ(Binary2B16Str(bytes.data(), 3, /*upperCase=*/false), "000aff");
+  EXPECT_TRUE(Binary2B16Str(nullptr, 0, /*upperCase=*/true).IsEmpty());
 }
 
 TEST(Base16Test, EveryByteRoundTrips) {
@@ -323,7 +323,7 @@ TEST(Base16Test, RefusesWhatIsNotHexadecimal) {
 
 TEST(Base16Test, TextCutAtAnyLengthDecodesToItsWholeBytesOrFails) {
   const std::string plain = "0123456789";
-  const AnsiStr text = Binary2B16Str(plain.data(), 10, false);
+  const AnsiStr text = Binary2B16Str(plain.data(), 10, /*upperCase=*/false);
   for (std::uint32_t length = 0; length < text.GetLength(); ++length) {
     const Decoded decoded = Decode(B16Str2Binary, text.View().substr(0, length));
     EXPECT_EQ(decoded.good, length % 2 == 0);
@@ -333,7 +333,7 @@ TEST(Base16Test, TextCutAtAnyLengthDecodesToItsWholeBytesOrFails) {
 
 TEST(Base16Test, TextWithAnyByteChangedDecodesToOtherBytesOrFails) {
   const std::string plain = "\x0F\x1E\x2D\x3C\x4B\x5A";
-  const AnsiStr text = Binary2B16Str(plain.data(), 6, false);
+  const AnsiStr text = Binary2B16Str(plain.data(), 6, /*upperCase=*/false);
   for (std::size_t place = 0; place < text.GetLength(); ++place) {
     for (int change = 1; change < 256; ++change) {
       std::string changed(text.View());

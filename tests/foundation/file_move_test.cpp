@@ -34,7 +34,7 @@ bool AreOnOneFileSystem(const std::string& a, const std::string& b) {
 TEST(FileMoveTest, RenamesTheFile) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "content");
-  EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+  EXPECT_TRUE(source.Move(scratch.FileOf("b"), /*keepTarget=*/false));
   EXPECT_FALSE(Exists(source.GetPath()));
   EXPECT_EQ(ContentOf(scratch.FileOf("b")), "content");
 }
@@ -43,7 +43,7 @@ TEST(FileMoveTest, ReplacesAnExistingTarget) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "new");
   const File target = scratch.MakeFile("b", "old and longer");
-  EXPECT_TRUE(source.Move(target, false));
+  EXPECT_TRUE(source.Move(target, /*keepTarget=*/false));
   EXPECT_EQ(ContentOf(target), "new");
   EXPECT_EQ(scratch.CountEntries(), 1U);
 }
@@ -52,11 +52,11 @@ TEST(FileMoveTest, KeepsAnExistingTargetOnRequest) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "new");
   const File target = scratch.MakeFile("b", "old");
-  EXPECT_FALSE(source.Move(target, true));
+  EXPECT_FALSE(source.Move(target, /*keepTarget=*/true));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EEXIST));
   EXPECT_EQ(ContentOf(source), "new");
   EXPECT_EQ(ContentOf(target), "old");
-  EXPECT_TRUE(source.Move(scratch.FileOf("c"), true));
+  EXPECT_TRUE(source.Move(scratch.FileOf("c"), /*keepTarget=*/true));
   EXPECT_EQ(ContentOf(scratch.FileOf("c")), "new");
 }
 
@@ -64,7 +64,7 @@ TEST(FileMoveTest, AnOrdinaryFileKeepsItsMode) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "content");
   ASSERT_EQ(::chmod(source.GetPath().GetText(), 0604), 0);
-  EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+  EXPECT_TRUE(source.Move(scratch.FileOf("b"), /*keepTarget=*/false));
   EXPECT_EQ(ModeOf(AnsiStr(scratch / "b")), 0604);
 }
 
@@ -74,9 +74,9 @@ TEST(FileMoveTest, APrivateFileGetsTheModeOfANewFile) {
     const FileMask guard(mask);
     const File source = MakePrivate("a.tmp", "content");
     ASSERT_EQ(ModeOf(source.GetPath()), 0600);
-    EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+    EXPECT_TRUE(source.Move(scratch.FileOf("b"), /*keepTarget=*/false));
     EXPECT_EQ(ModeOf(AnsiStr(scratch / "b")), static_cast<int>(0666U & ~mask));
-    EXPECT_TRUE(scratch.FileOf("b").Remove(false));
+    EXPECT_TRUE(scratch.FileOf("b").Remove(/*mayBeMissing=*/false));
   }
 }
 
@@ -84,7 +84,7 @@ TEST(FileMoveTest, APrivateFileGetsTheModeOfTheFileItReplaces) {
   const ScratchDirectory scratch;
   const File target = scratch.MakeFile("b", "old");
   ASSERT_EQ(::chmod(target.GetPath().GetText(), 0606), 0);
-  EXPECT_TRUE(MakePrivate("a.tmp", "new").Move(target, false));
+  EXPECT_TRUE(MakePrivate("a.tmp", "new").Move(target, /*keepTarget=*/false));
   EXPECT_EQ(ModeOf(target.GetPath()), 0606);
   EXPECT_EQ(ContentOf(target), "new");
 }
@@ -94,7 +94,7 @@ TEST(FileMoveTest, APrivateDirectoryIsEmptyAfterTheMove) {
   const File source = MakePrivate("a.tmp", "content");
   TempFile temp;
   temp.Take(source);
-  EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+  EXPECT_TRUE(source.Move(scratch.FileOf("b"), /*keepTarget=*/false));
   temp.GiveUp();
   EXPECT_EQ(scratch.CountEntries(), 1U);
 }
@@ -103,7 +103,7 @@ TEST(FileMoveTest, APrivateDirectoryIsEmptyAfterTheMove) {
 TEST(FileMoveTest, AMissingSourceIsAFailure) {
   const ScratchDirectory scratch;
   const File target = scratch.MakeFile("b", "old");
-  EXPECT_FALSE(scratch.FileOf("missing").Move(target, false));
+  EXPECT_FALSE(scratch.FileOf("missing").Move(target, /*keepTarget=*/false));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
   EXPECT_EQ(ContentOf(target), "old");
 }
@@ -111,7 +111,7 @@ TEST(FileMoveTest, AMissingSourceIsAFailure) {
 TEST(FileMoveTest, AMissingFolderLeavesTheSourceAsItWas) {
   const ScratchDirectory scratch;
   const File source = MakePrivate("a.tmp", "content");
-  EXPECT_FALSE(source.Move(scratch.FileOf("missing/b"), false));
+  EXPECT_FALSE(source.Move(scratch.FileOf("missing/b"), /*keepTarget=*/false));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
   EXPECT_EQ(ContentOf(source), "content");
   EXPECT_EQ(ModeOf(source.GetPath()), 0600);
@@ -120,7 +120,7 @@ TEST(FileMoveTest, AMissingFolderLeavesTheSourceAsItWas) {
 TEST(FileMoveTest, ADirectoryIsNoSource) {
   const ScratchDirectory scratch;
   ASSERT_EQ(::mkdir((scratch / "folder").c_str(), 0700), 0);
-  EXPECT_FALSE(scratch.FileOf("folder").Move(scratch.FileOf("b"), false));
+  EXPECT_FALSE(scratch.FileOf("folder").Move(scratch.FileOf("b"), /*keepTarget=*/false));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EISDIR));
   EXPECT_TRUE(Exists(AnsiStr(scratch / "folder")));
 }
@@ -129,7 +129,7 @@ TEST(FileMoveTest, ADirectoryIsNoTarget) {
   const ScratchDirectory scratch;
   ASSERT_EQ(::mkdir((scratch / "folder").c_str(), 0700), 0);
   const File source = MakePrivate("a.tmp", "content");
-  EXPECT_FALSE(source.Move(scratch.FileOf("folder"), false));
+  EXPECT_FALSE(source.Move(scratch.FileOf("folder"), /*keepTarget=*/false));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EISDIR));
   EXPECT_EQ(ContentOf(source), "content");
   EXPECT_EQ(ModeOf(source.GetPath()), 0600);
@@ -140,7 +140,7 @@ TEST(FileMoveTest, ALinkThatNamesTheSourceIsReplacedByIt) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "content");
   ASSERT_EQ(::symlink("a", (scratch / "link").c_str()), 0);
-  EXPECT_TRUE(source.Move(scratch.FileOf("link"), false));
+  EXPECT_TRUE(source.Move(scratch.FileOf("link"), /*keepTarget=*/false));
   EXPECT_EQ(ContentOf(scratch.FileOf("link")), "content");
   EXPECT_FALSE(std::filesystem::is_symlink(scratch / "link"));
 }
@@ -149,9 +149,9 @@ TEST(FileMoveTest, AnotherNameOfTheSourceKeepsTheContent) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "content");
   std::filesystem::create_hard_link(scratch / "a", scratch / "b");
-  EXPECT_TRUE(source.Move(scratch.FileOf("b"), false));
+  EXPECT_TRUE(source.Move(scratch.FileOf("b"), /*keepTarget=*/false));
   EXPECT_EQ(ContentOf(scratch.FileOf("b")), "content");
-  EXPECT_TRUE(scratch.FileOf("b").Move(scratch.FileOf("b"), false));
+  EXPECT_TRUE(scratch.FileOf("b").Move(scratch.FileOf("b"), /*keepTarget=*/false));
   EXPECT_EQ(ContentOf(scratch.FileOf("b")), "content");
 }
 
@@ -178,27 +178,27 @@ class FileMoveAcrossTest : public testing::Test {
 TEST_F(FileMoveAcrossTest, CopiesAndRemovesTheSource) {
   const std::string content(kStreamBuffer * 2 + 12345, 'x');
   const File source = here->MakeFile("a", content);
-  EXPECT_TRUE(source.Move(there->FileOf("b"), false));
+  EXPECT_TRUE(source.Move(there->FileOf("b"), /*keepTarget=*/false));
   EXPECT_FALSE(Exists(source.GetPath()));
   EXPECT_EQ(ContentOf(there->FileOf("b")), content);
   EXPECT_EQ(there->CountEntries(), 1U);
 }
 
 TEST_F(FileMoveAcrossTest, AnEmptyFileIsMovedToo) {
-  EXPECT_TRUE(here->MakeFile("a", "").Move(there->FileOf("b"), false));
+  EXPECT_TRUE(here->MakeFile("a", "").Move(there->FileOf("b"), /*keepTarget=*/false));
   EXPECT_EQ(there->FileOf("b").GetSize(), 0);
 }
 
 TEST_F(FileMoveAcrossTest, ReplacesAnExistingTarget) {
   const File target = there->MakeFile("b", "old and longer");
-  EXPECT_TRUE(here->MakeFile("a", "new").Move(target, false));
+  EXPECT_TRUE(here->MakeFile("a", "new").Move(target, /*keepTarget=*/false));
   EXPECT_EQ(ContentOf(target), "new");
 }
 
 TEST_F(FileMoveAcrossTest, KeepsAnExistingTargetOnRequest) {
   const File target = there->MakeFile("b", "old");
   const File source = here->MakeFile("a", "new");
-  EXPECT_FALSE(source.Move(target, true));
+  EXPECT_FALSE(source.Move(target, /*keepTarget=*/true));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EEXIST));
   EXPECT_EQ(ContentOf(source), "new");
   EXPECT_EQ(ContentOf(target), "old");
@@ -209,17 +209,17 @@ TEST_F(FileMoveAcrossTest, ModesAreTheSameAsOnOneFileSystem) {
   const FileMask mask(027);
   const File plain = here->MakeFile("a", "content");
   ASSERT_EQ(::chmod(plain.GetPath().GetText(), 0604), 0);
-  EXPECT_TRUE(plain.Move(there->FileOf("b"), false));
+  EXPECT_TRUE(plain.Move(there->FileOf("b"), /*keepTarget=*/false));
   EXPECT_EQ(ModeOf(AnsiStr(*there / "b")), 0604);
-  EXPECT_TRUE(MakePrivate("a.tmp", "content").Move(there->FileOf("c"), false));
+  EXPECT_TRUE(MakePrivate("a.tmp", "content").Move(there->FileOf("c"), /*keepTarget=*/false));
   EXPECT_EQ(ModeOf(AnsiStr(*there / "c")), 0640);
-  EXPECT_TRUE(MakePrivate("a.tmp", "content").Move(there->FileOf("b"), false));
+  EXPECT_TRUE(MakePrivate("a.tmp", "content").Move(there->FileOf("b"), /*keepTarget=*/false));
   EXPECT_EQ(ModeOf(AnsiStr(*there / "b")), 0604);
 }
 
 TEST_F(FileMoveAcrossTest, AMissingFolderLeavesTheSourceAsItWas) {
   const File source = MakePrivate("a.tmp", "content");
-  EXPECT_FALSE(source.Move(there->FileOf("missing/b"), false));
+  EXPECT_FALSE(source.Move(there->FileOf("missing/b"), /*keepTarget=*/false));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
   EXPECT_EQ(ContentOf(source), "content");
   EXPECT_EQ(ModeOf(source.GetPath()), 0600);
@@ -228,7 +228,7 @@ TEST_F(FileMoveAcrossTest, AMissingFolderLeavesTheSourceAsItWas) {
 TEST_F(FileMoveAcrossTest, ADirectoryAtTheTargetLeavesTheSourceAsItWas) {
   ASSERT_EQ(::mkdir((*there / "folder").c_str(), 0700), 0);
   const File source = MakePrivate("a.tmp", "content");
-  EXPECT_FALSE(source.Move(there->FileOf("folder"), false));
+  EXPECT_FALSE(source.Move(there->FileOf("folder"), /*keepTarget=*/false));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EISDIR));
   EXPECT_EQ(ContentOf(source), "content");
   EXPECT_EQ(ModeOf(source.GetPath()), 0600);
@@ -241,7 +241,7 @@ TEST_F(FileMoveAcrossTest, ADiskThatFillsUpLeavesNoHalfWrittenTarget) {
   const File target = there->MakeFile("b", "old");
   {
     const FileSizeLimit limit(kStreamBuffer + 100);
-    EXPECT_FALSE(source.Move(target, false));
+    EXPECT_FALSE(source.Move(target, /*keepTarget=*/false));
     EXPECT_EQ(GetSystemErrorText(), std::strerror(EFBIG));
   }
   EXPECT_EQ(ContentOf(source), content);
@@ -253,7 +253,7 @@ TEST_F(FileMoveAcrossTest, ADiskThatFillsUpLeavesNoHalfWrittenTarget) {
 TEST_F(FileMoveAcrossTest, FailsWithACompleteTargetWhenTheSourceCannotBeRemoved) {
   const File source(AnsiStr("/proc/version"));
   const File target = there->MakeFile("b", "old");
-  EXPECT_FALSE(source.Move(target, false));
+  EXPECT_FALSE(source.Move(target, /*keepTarget=*/false));
   const AnsiStr reason = GetSystemErrorText();
   EXPECT_TRUE(reason == std::strerror(EPERM) || reason == std::strerror(EACCES)) << reason.View();
   EXPECT_EQ(ContentOf(target), ContentOf(source));
@@ -263,7 +263,7 @@ TEST_F(FileMoveAcrossTest, FailsWithACompleteTargetWhenTheSourceCannotBeRemoved)
 
 TEST_F(FileMoveAcrossTest, APipeIsNotCopied) {
   ASSERT_EQ(::mkfifo((*here / "pipe").c_str(), 0600), 0);
-  EXPECT_FALSE(here->FileOf("pipe").Move(there->FileOf("b"), false));
+  EXPECT_FALSE(here->FileOf("pipe").Move(there->FileOf("b"), /*keepTarget=*/false));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EXDEV));
   EXPECT_EQ(there->CountEntries(), 0U);
 }

@@ -174,20 +174,20 @@ TEST(FileTest, CreateInAMissingFolderFails) {
 TEST(FileTest, RemoveRemoves) {
   const ScratchDirectory scratch;
   const File file = scratch.MakeFile("old", "content");
-  EXPECT_TRUE(file.Remove(false));
+  EXPECT_TRUE(file.Remove(/*mayBeMissing=*/false));
   EXPECT_FALSE(Exists(file.GetPath()));
 }
 
 TEST(FileTest, RemovingWhatIsMissingFailsUnlessAllowed) {
   const ScratchDirectory scratch;
-  EXPECT_FALSE(scratch.FileOf("missing").Remove(false));
+  EXPECT_FALSE(scratch.FileOf("missing").Remove(/*mayBeMissing=*/false));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
-  EXPECT_TRUE(scratch.FileOf("missing").Remove(true));
+  EXPECT_TRUE(scratch.FileOf("missing").Remove(/*mayBeMissing=*/true));
 }
 
 TEST(FileTest, RemoveRefusesADirectory) {
   const ScratchDirectory scratch;
-  EXPECT_FALSE(File(AnsiStr(scratch.GetPath())).Remove(true));
+  EXPECT_FALSE(File(AnsiStr(scratch.GetPath())).Remove(/*mayBeMissing=*/true));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EISDIR));
   EXPECT_TRUE(Exists(AnsiStr(scratch.GetPath())));
 }
@@ -196,12 +196,12 @@ TEST(FileTest, APathWithANulByteNamesNoFile) {
   const ScratchDirectory scratch;
   const File victim = scratch.MakeFile("a", "content");
   const File file(AnsiStr((scratch / "a") + std::string("\0.txt", 5)));
-  EXPECT_FALSE(file.Remove(true));
+  EXPECT_FALSE(file.Remove(/*mayBeMissing=*/true));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EINVAL));
   EXPECT_FALSE(file.Create());
   EXPECT_EQ(file.GetSize(), -1);
-  EXPECT_FALSE(file.Move(scratch.FileOf("b"), false));
-  EXPECT_FALSE(victim.Move(file, false));
+  EXPECT_FALSE(file.Move(scratch.FileOf("b"), /*keepTarget=*/false));
+  EXPECT_FALSE(victim.Move(file, /*keepTarget=*/false));
   EXPECT_EQ(ContentOf(victim), "content");
 }
 

@@ -16,7 +16,7 @@ using std::string_view_literals::operator""sv;
 AnsiStr Emit(const Val& value) {
   AnsiStr text;
   AnsiStr error;
-  EXPECT_TRUE(Val2JSON(value, text, error, false, true)) << error.View();
+  EXPECT_TRUE(Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true)) << error.View();
   EXPECT_TRUE(error.IsEmpty());
   return text;
 }
@@ -24,7 +24,7 @@ AnsiStr Emit(const Val& value) {
 AnsiStr Refuse(const Val& value) {
   AnsiStr text("untouched");
   AnsiStr error;
-  EXPECT_FALSE(Val2JSON(value, text, error, false, true));
+  EXPECT_FALSE(Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true));
   EXPECT_EQ(text, "untouched");
   EXPECT_EQ(error.Find('%'), AnsiStr::npos);
   return error;

@@ -86,7 +86,7 @@ TEST(JSONLoadTest, ALongStringIsReadAndWrittenCompletely) {
   ASSERT_TRUE(JSON2Val(AnsiStr("{\"data\":\"" + content + "\"}"), value, error));
   EXPECT_EQ(value.AsMap().Get("data").AsString().View(), content);
   AnsiStr text;
-  ASSERT_TRUE(Val2JSON(value, text, error, false, true));
+  ASSERT_TRUE(Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true));
   EXPECT_EQ(text.GetLength(), content.size() + 11);
 }
 

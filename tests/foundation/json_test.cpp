@@ -37,7 +37,7 @@ AnsiStr Refuse(std::string_view text) {
 AnsiStr Emit(const Val& value) {
   AnsiStr text;
   AnsiStr error;
-  EXPECT_TRUE(Val2JSON(value, text, error, false, true)) << error.View();
+  EXPECT_TRUE(Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true)) << error.View();
   return text;
 }
 

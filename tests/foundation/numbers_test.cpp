@@ -53,7 +53,8 @@ TEST(NumbersTest, ParsesDigitsOfA32BitValue) {
   };
   for (const auto& row : kRows) {
     std::uint32_t value = 77;
-    EXPECT_EQ(Str2ULong(AnsiStr(row.text), nullptr, value, false, 10) != 0, row.result != 0) << row.reason;
+    EXPECT_EQ(Str2ULong(AnsiStr(row.text), nullptr, value, /*sign=*/false, 10) != 0, row.result != 0)
+        << row.reason;
     EXPECT_EQ(value, row.result == 0 ? row.value : 77) << row.reason;
   }
 }
@@ -86,17 +87,18 @@ TEST(NumbersTest, ParsesDigitsOfA64BitValueWithASign) {
   };
   for (const auto& row : kRows) {
     std::int64_t value = 77;
-    EXPECT_EQ(Str2Hyper(AnsiStr(row.text), nullptr, value, true, 20) != 0, row.result != 0) << row.reason;
+    EXPECT_EQ(Str2Hyper(AnsiStr(row.text), nullptr, value, /*sign=*/true, 20) != 0, row.result != 0)
+        << row.reason;
     EXPECT_EQ(value, row.result == 0 ? row.value : 77) << row.reason;
   }
 }
 
 TEST(NumbersTest, ASignIsRefusedUnlessAllowed) {
   std::int64_t hyper = 0;
-  EXPECT_NE(Str2Hyper("-1", nullptr, hyper, false, 20), 0);
+  EXPECT_NE(Str2Hyper("-1", nullptr, hyper, /*sign=*/false, 20), 0);
   std::uint32_t value = 5;
-  EXPECT_NE(Str2ULong("-1", nullptr, value, true, 10), 0);
-  EXPECT_EQ(Str2ULong("-0", nullptr, value, true, 10), 0);
+  EXPECT_NE(Str2ULong("-1", nullptr, value, /*sign=*/true, 10), 0);
+  EXPECT_EQ(Str2ULong("-0", nullptr, value, /*sign=*/true, 10), 0);
   EXPECT_EQ(value, 0U);
 }
 
@@ -104,18 +106,18 @@ TEST(NumbersTest, WithAnEndParsingStopsAtTheFirstOtherCharacter) {
   const AnsiStr text("123;rest");
   const char* end = nullptr;
   std::uint32_t value = 0;
-  EXPECT_EQ(Str2ULong(text, &end, value, false, 10), 0);
+  EXPECT_EQ(Str2ULong(text, &end, value, /*sign=*/false, 10), 0);
   EXPECT_EQ(value, 123U);
   EXPECT_STREQ(end, ";rest");
   std::int64_t hyper = 0;
-  EXPECT_EQ(Str2Hyper("-5", &end, hyper, true, 20), 0);
+  EXPECT_EQ(Str2Hyper("-5", &end, hyper, /*sign=*/true, 20), 0);
   EXPECT_EQ(hyper, -5);
 }
 
 TEST(NumbersTest, WithAnEndADigitIsStillNeeded) {
   const char* end = nullptr;
   std::uint32_t value = 7;
-  EXPECT_NE(Str2ULong("abc", &end, value, false, 10), 0);
+  EXPECT_NE(Str2ULong("abc", &end, value, /*sign=*/false, 10), 0);
   EXPECT_EQ(end, nullptr);
   EXPECT_EQ(value, 7U);
 }

@@ -166,7 +166,7 @@ TEST(TempFileTest, CleanupOfAFileThatIsGoneStillRemovesTheFolder) {
   const ScratchDirectory scratch;
   TempFile temp;
   temp.Take(MakePrivate("a.tmp"));
-  ASSERT_TRUE(temp.GetFile().Remove(false));
+  ASSERT_TRUE(temp.GetFile().Remove(/*mayBeMissing=*/false));
   temp.Cleanup();
   EXPECT_EQ(scratch.CountEntries(), 0U);
 }
@@ -175,7 +175,7 @@ TEST(TempFileTest, GiveUpRemovesOnlyTheFolder) {
   const ScratchDirectory scratch;
   TempFile temp;
   temp.Take(MakePrivate("a.tmp"));
-  ASSERT_TRUE(temp.GetFile().Move(scratch.FileOf("kept"), false));
+  ASSERT_TRUE(temp.GetFile().Move(scratch.FileOf("kept"), /*keepTarget=*/false));
   temp.GiveUp();
   EXPECT_EQ(scratch.CountEntries(), 1U);
   EXPECT_TRUE(Exists(AnsiStr(scratch / "kept")));
@@ -195,7 +195,7 @@ TEST(TempFileTest, CleanupKeepsTheReasonOfTheFailureBeforeIt) {
   const ScratchDirectory scratch;
   TempFile temp;
   temp.Take(MakePrivate("a.tmp"));
-  ASSERT_TRUE(temp.GetFile().Remove(false));
+  ASSERT_TRUE(temp.GetFile().Remove(/*mayBeMissing=*/false));
   SetErrorMessage("The signer said no");
   temp.Cleanup();
   EXPECT_EQ(GetSystemErrorText(), "The signer said no");
@@ -207,7 +207,7 @@ class SwappedFileTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(temp_.CreateFor(scratch_.FileOf("target")));
-    ASSERT_TRUE(temp_.GetFile().Remove(false));
+    ASSERT_TRUE(temp_.GetFile().Remove(/*mayBeMissing=*/false));
   }
   bool Write() {
     FileWriter writer;
@@ -220,7 +220,7 @@ class SwappedFileTest : public testing::Test {
   void ExpectRefused() {
     EXPECT_FALSE(Write());
     EXPECT_FALSE(Append());
-    EXPECT_FALSE(temp_.GetFile().Move(scratch_.FileOf("target"), false));
+    EXPECT_FALSE(temp_.GetFile().Move(scratch_.FileOf("target"), /*keepTarget=*/false));
     EXPECT_FALSE(Exists(AnsiStr(scratch_ / "target")));
   }
 
@@ -270,7 +270,7 @@ TEST_F(SwappedFileTest, ContentThatIsMovedThereIsForTheOwnerAlone) {
   ASSERT_EQ(::chmod(temp_.GetPath().GetText(), 0666), 0);
   TempFile content;
   content.Take(MakePrivate("a.tmp"));
-  ASSERT_TRUE(content.GetFile().Move(temp_.GetFile(), false));
+  ASSERT_TRUE(content.GetFile().Move(temp_.GetFile(), /*keepTarget=*/false));
   EXPECT_EQ(ModeOf(temp_.GetPath()), 0600);
 }
 

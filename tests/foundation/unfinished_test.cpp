@@ -86,7 +86,7 @@ TEST(RemoveUnfinishedFilesTest, RefusesNewFilesAfterwards) {
     RemoveUnfinishedFiles();
     const AnsiStr canceled = std::strerror(ECANCELED);
     const bool hasNoFile =
-        File(FileType::Temporary, "a.tmp", true).IsEmpty() && GetSystemErrorText() == canceled;
+        File(FileType::Temporary, "a.tmp", /*isPrivate=*/true).IsEmpty() && GetSystemErrorText() == canceled;
     FileWriter writer;
     const bool hasNoStaging =
         !writer.OpenStaged(scratch.FileOf("target")) && GetSystemErrorText() == canceled;
@@ -145,7 +145,7 @@ TEST(RemoveUnfinishedFilesTest, RemovesFilesThatOtherThreadsMakeMeanwhile) {
     std::atomic<int> made{0};
     const auto work = [&] {
       for (;;) {
-        if (!File(FileType::Temporary, "a.tmp", true).IsEmpty()) ++made;
+        if (!File(FileType::Temporary, "a.tmp", /*isPrivate=*/true).IsEmpty()) ++made;
       }
     };
     for (int i = 0; i < 4; ++i) std::thread(work).detach();
@@ -205,7 +205,7 @@ TEST(TempFileTest, AFileForATargetLiesBesideIt) {
   ASSERT_TRUE(temp.CreateFor(scratch.FileOf("target")));
   EXPECT_EQ(std::filesystem::path(temp.GetPath().GetText()).parent_path(), scratch.GetPath());
   EXPECT_EQ(ModeOf(temp.GetPath()), 0600);
-  EXPECT_TRUE(temp.GetFile().Move(scratch.FileOf("target"), false));
+  EXPECT_TRUE(temp.GetFile().Move(scratch.FileOf("target"), /*keepTarget=*/false));
   temp.GiveUp();
   EXPECT_EQ(scratch.CountEntries(), 1U);
 }

@@ -107,7 +107,7 @@ TEST(WipingTest, WrittenJSONIsWiped) {
   ExpectWiped([&value] {
     AnsiStr text;
     AnsiStr error;
-    EXPECT_TRUE(Val2JSON(value, text, error, false, true));
+    EXPECT_TRUE(Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true));
   });
 }
 

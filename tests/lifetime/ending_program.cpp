@@ -50,7 +50,8 @@ void FailWithAReason() {
   Demand(OruGuiBase::GetLastError() == OruGuiBase::kTextError, "the code of a reason is gone");
   const AnsiStr text = OruGuiBase::GetSystemErrorText();
   Demand(text == kReason || text == "Unknown error", "another reason than the one given");
-  Demand(!OruGuiBase::File("/nonexistent/file").Remove(false), "a file that is not there was removed");
+  Demand(!OruGuiBase::File("/nonexistent/file").Remove(/*mayBeMissing=*/false),
+         "a file that is not there was removed");
   Demand(OruGuiBase::GetLastError() == ENOENT, "the code of a failed system call is gone");
   Demand(OruGuiBase::GetSystemErrorText() == std::strerror(ENOENT),
          "the text of a failed system call is gone");
@@ -163,7 +164,7 @@ void LeaveTracesOpen() {
 }
 
 void LeaveATemporaryFile() {
-  staticFile.Take(OruGuiBase::File(OruGuiBase::FileType::Temporary, "content.tmp", true));
+  staticFile.Take(OruGuiBase::File(OruGuiBase::FileType::Temporary, "content.tmp", /*isPrivate=*/true));
   Demand(!staticFile.GetPath().IsEmpty(), "no temporary file");
 }
 

@@ -13,7 +13,8 @@ using OruGuiBase::Val;
 std::string JsonText(const Val& value) {
   AnsiStr text;
   AnsiStr error;
-  if (!OruGuiBase::Val2JSON(value, text, error, false, true)) ADD_FAILURE() << "no JSON: " << error.View();
+  if (!OruGuiBase::Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true))
+    ADD_FAILURE() << "no JSON: " << error.View();
   return Str(text);
 }
 
