@@ -9,7 +9,6 @@
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
-using OruGuiBase::Blob;
 using OruGuiBase::BlobConst;
 using OruGuiBase::Val;
 
