@@ -6,7 +6,7 @@
 
 namespace TestSupport {
 
-/// A command of other software: its exit code, and all that it said.
+/// A command of other software: its exit code and its output.
 struct CommandResult {
   int code = -1;
   std::string output;
@@ -15,9 +15,9 @@ struct CommandResult {
 /// Runs a shell command in a folder.
 CommandResult RunCommand(const std::filesystem::path& folder, const std::string& command);
 
-/// The room hands out its plain key, so that other software can open what was protected for it. The folder of
-/// the test holds it and the certificates as PEM: room.key, room.crt, lists.pem (roots, intermediates and
-/// issuers).
+/// The service hands out the room's plain key, so that other software can open what was protected for the
+/// room. The key and the certificates are in the folder of the test, as PEM: room.key, room.crt, lists.pem
+/// (roots, intermediates and issuers).
 class InteropTest : public EndToEndTest {
  protected:
   void SetUp() override;

@@ -5,7 +5,7 @@
 namespace TestSupport {
 namespace {
 
-// A key ring of its own that holds the room's key and trusts the stand's root.
+// A key ring of its own with the room's key, which trusts the root of the test service.
 class Gpgsm : public InteropTest {
  protected:
   static constexpr const char* kGpgsm =

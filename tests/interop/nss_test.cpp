@@ -6,7 +6,7 @@ using ::testing::HasSubstr;
 namespace TestSupport {
 namespace {
 
-// A database of its own with the room's key and the stand's certificates, which are trusted.
+// A database of its own with the room's key and the test service's certificates, which are trusted.
 class Nss : public InteropTest {
  protected:
   void SetUp() override {
@@ -28,9 +28,9 @@ TEST_F(Nss, OpensAndVerifiesOurFile) {
   Run("cmsutil -D -d sql:db -i secret -o inner");
   Run("cmsutil -D -d sql:db -i inner -o content");
   EXPECT_TRUE(scratch.Read("content") == Sample());
-  const CommandResult told = RunCommand(scratch.Path("."), "cmsutil -D -d sql:db -n -h 1 -i inner");
-  EXPECT_THAT(told.output, HasSubstr("type=signedData; nsigners=1;"));
-  EXPECT_THAT(told.output, HasSubstr("signer0.status=GoodSignature;"));
+  const CommandResult shown = RunCommand(scratch.Path("."), "cmsutil -D -d sql:db -n -h 1 -i inner");
+  EXPECT_THAT(shown.output, HasSubstr("type=signedData; nsigners=1;"));
+  EXPECT_THAT(shown.output, HasSubstr("signer0.status=GoodSignature;"));
 }
 
 TEST_F(Nss, RefusesOurFileWhenItIsChangedOrUnderAnotherRoot) {

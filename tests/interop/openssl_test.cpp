@@ -23,7 +23,7 @@ TEST_F(OpenSSLTool, RefusesOurFileUnderAnotherRoot) {
   EXPECT_NE(result.code, 0);
 }
 
-/// How the tool is told to write.
+/// The options for the form that the tool writes.
 struct Form {
   const char* name;
   const char* options;

@@ -4,7 +4,7 @@
 
 namespace TestSupport {
 
-/// Text of some hundred thousand bytes, with line ends that a mail program would like to change.
+/// A string of some hundred thousand bytes, with line ends that mail programs change.
 inline const std::string& Sample() {
   static const std::string bytes = [] {
     std::string text;

@@ -33,7 +33,7 @@ void Give(std::size_t size) {
 
 #ifdef HEAP_IS_SANITIZED
 
-// The heap is the sanitizer's own, which tells of each block that it hands out and takes back.
+// The heap is the sanitizer's own, which reports each block that it allocates and frees.
 extern "C" {
 int __sanitizer_install_malloc_and_free_hooks(void (*taken)(const volatile void*, std::size_t),
                                               void (*given)(const volatile void*));

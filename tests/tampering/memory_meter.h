@@ -4,12 +4,12 @@
 
 namespace TestSupport {
 
-/// How much memory the process takes from the heap, OpenSSL's share included, above what it held before.
+/// How much memory the process takes from the heap, OpenSSL's share included, above what it had before.
 class MemoryMeter {
  public:
   /// Begins to measure; one meter at a time.
   MemoryMeter();
-  /// The most that was held at once since then, in bytes.
+  /// The largest amount at any time since then, in bytes.
   std::size_t GetPeak() const;
 
  private:

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kMuch = 48 << 20;
 constexpr std::size_t kSpare = 1 << 20;
 
-TEST(MemoryMeter, SeesWhatIsHeldNoLonger) {
+TEST(MemoryMeter, SeesMemoryThatWasReleased) {
   const MemoryMeter meter;
   EXPECT_LT(meter.GetPeak(), kSpare);
   std::make_unique<std::vector<char>>(kMuch);
@@ -20,7 +20,7 @@ TEST(MemoryMeter, SeesWhatIsHeldNoLonger) {
   EXPECT_LT(meter.GetPeak(), kMuch + kSpare);
 }
 
-TEST(MemoryMeter, SeesWhatOpenSSLHolds) {
+TEST(MemoryMeter, SeesMemoryOfOpenSSL) {
   const MemoryMeter meter;
   OPENSSL_free(OPENSSL_malloc(kMuch));
   EXPECT_GE(meter.GetPeak(), kMuch);
@@ -42,7 +42,7 @@ TEST(MemoryMeter, CountsAGrownBlockOnce) {
   EXPECT_LT(meter.GetPeak(), 2 * kMuch + kSpare);
 }
 
-// Memory that the process holds already is not counted, and what it gives back leaves no debt.
+// Memory that the process has already is not counted, and what it releases leaves no debt.
 TEST(MemoryMeter, StartsAgain) {
   auto before = std::make_unique<std::vector<char>>(kMuch);
   const MemoryMeter meter;

@@ -8,7 +8,7 @@ namespace {
 constexpr unsigned kConstructed = 0x20;
 constexpr unsigned kLong = 0x80;
 
-// A reader that knows nothing of the one in the product.
+// A reader of its own, so that a mistake of the product's reader shows.
 class Walker {
  public:
   explicit Walker(const std::string& bytes) : bytes_(bytes) {}

@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-// Texts that another JSON package tests itself with, those of json.org's checker among them, and what it
-// makes of them.
+// The test strings of another JSON package, those of json.org's checker among them, and its results.
 namespace {
 
 using OruGuiBase::AnsiStr;
@@ -50,8 +49,8 @@ const std::vector<Vector>& Vectors() {
 // reader.
 struct Difference {
   const char* why;
-  std::string value;    // as we write it again; empty where we refuse the text
-  bool isInAll = true;  // false where newer versions of the package read the text as we do
+  std::string value;    // as we write it again; empty where we refuse the string
+  bool isInAll = true;  // false where newer versions of the package agree with us
 };
 
 const std::map<std::string, Difference>& Differences() {
@@ -62,7 +61,7 @@ const std::map<std::string, Difference>& Differences() {
       {"\xEF\xBB\xBF\"\\u3053\\u3093\\u306b\\u3061\\u308f\"",
        {"a byte order mark, which a reader may pass over or refuse", ""}},
       {"18446744073709551616",
-       {"an integer of more than 64 bits has no exact kind", "18446744073709551616.0"}},
+       {"an integer of more than 64 bits has no exact type", "18446744073709551616.0"}},
   };
   return differences;
 }
@@ -74,8 +73,8 @@ bool Load(const Vector& row, Val& value) {
   return loaded;
 }
 
-// The texts of another package's tests are there: over fifty thousand, some eighty of them no JSON.
-TEST(JSONVectors, AreMany) {
+// Over fifty thousand strings, some eighty of them no JSON.
+TEST(JSONVectors, HaveManyCases) {
   std::size_t refused = 0;
   for (const Vector& row : Vectors()) refused += row.accepted ? 0 : 1;
   EXPECT_GT(Vectors().size(), 50000U);
@@ -93,7 +92,6 @@ bool ExpectsAccepted(const Vector& row) {
   return difference == Differences().end() ? row.accepted : !difference->second.value.empty();
 }
 
-// Texts of another package's tests are accepted and refused as there, but for a table of differences.
 TEST(JSONVectors, AreAcceptedAndRefusedAsExpected) {
   for (const Vector& row : Vectors()) {
     Val value;
@@ -101,8 +99,7 @@ TEST(JSONVectors, AreAcceptedAndRefusedAsExpected) {
   }
 }
 
-// A text of another package's tests, loaded and written again, says what that package writes.
-TEST(JSONVectors, ComeBackAsTheSameValue) {
+TEST(JSONVectors, AreWrittenAndReadAsTheSameValue) {
   std::size_t compared = 0;
   for (const Vector& row : Vectors()) {
     Val value;
@@ -117,8 +114,8 @@ TEST(JSONVectors, ComeBackAsTheSameValue) {
   EXPECT_GT(compared, 50000U);
 }
 
-// No row of the table of differences is out of date; with newer versions of the package, some are none.
-TEST(JSONVectors, EachDifferenceIsStillOne) {
+// With newer versions of the package some rows are no difference any more.
+TEST(JSONVectors, StillDifferWhereTheListSaysSo) {
   std::map<std::string, const Vector*> rows;
   for (const Vector& row : Vectors()) rows[row.text] = &row;
   for (const auto& [text, difference] : Differences()) {

@@ -14,8 +14,8 @@
 #include "tests/security/test_pki.h"
 #include "tests/support/files.h"
 
-// Certification paths that nobody here made: NIST's suite, as the system has it installed. The table of its
-// cases lies beside this file.
+// Certification paths of NIST's suite, from the package of the system. The table of its cases is in
+// pkits_cases.txt.
 namespace SecurityTest {
 namespace {
 
@@ -31,7 +31,7 @@ struct Case {
   std::string number;
   std::string name;
   std::vector<std::string> path;
-  std::string type;    // how it counts: as the suite expects, not applicable, too weak, or judged differently
+  std::string type;    // how it is judged: as the suite expects, not applicable, too weak, or differently
   std::string reason;  // of a refusal, empty where the path is accepted
 };
 
@@ -77,7 +77,7 @@ std::vector<Case> ReadCases() {
   return cases;
 }
 
-// The words of the result.
+// The result in words.
 std::string Expected(const Case& row) {
   return row.reason.empty() ? "ok" : row.reason;
 }
@@ -92,11 +92,11 @@ Certificate LoadLeaf(const Case& row) {
   return leaf;
 }
 
-// What is proven about a path, in words: "ok" is a chain that holds.
+// The verdict on a path in words; "ok" for a valid chain.
 std::string Judge(const CertStore& store, const Case& row) {
   OruGuiBase::PtrContainerQueue<Certificate> chain;
-  const OruOssSec::CertVerifyResult result =
-      LoadLeaf(row).VerifyChain(store, &chain, false, false, kTime, false);
+  const OruOssSec::CertVerifyResult result = LoadLeaf(row).VerifyChain(
+      store, &chain, /*checkRevocation=*/false, /*allowPartialChain=*/false, kTime, /*ignoreTime=*/false);
   EXPECT_EQ(chain.IsEmpty(), result.code != 0);
   EXPECT_TRUE(IsQueueEmpty());
   return ToString(result.GetResultString());
@@ -111,9 +111,8 @@ class Pkits : public testing::TestWithParam<Case> {
   }
 };
 
-// A chain of NIST's suite is accepted or refused as the suite expects but for what is weak today, and for the
-// reason in the table.
-TEST_P(Pkits, PathAloneIsJudgedAsExpected) {
+// Except for what is weak today, and with the reasons in the table.
+TEST_P(Pkits, JudgesEachPathAloneAsExpected) {
   const Case& row = GetParam();
   std::string text = ReadPem("TrustAnchorRootCertificate");
   for (std::size_t i = 0; i + 1 < row.path.size(); ++i) text += ReadPem(row.path[i]);
@@ -122,8 +121,8 @@ TEST_P(Pkits, PathAloneIsJudgedAsExpected) {
   EXPECT_EQ(Judge(store, row), Expected(row));
 }
 
-// Every authority of the suite, with keys and names that resemble each other, so that the way has to be
-// found.
+// Every authority of the suite, with keys and names that resemble each other, so that the search has to
+// choose.
 const CertStore& AllAuthorities() {
   static CertStore store;
   std::string text;
@@ -136,13 +135,11 @@ const CertStore& AllAuthorities() {
   return store;
 }
 
-// The way from an end entity to the anchor is found among all authorities of NIST's suite.
-TEST_P(Pkits, PathAmongAllAuthoritiesIsJudgedAsExpected) {
+TEST_P(Pkits, JudgesEachPathAmongAllAuthoritiesAsExpected) {
   EXPECT_EQ(Judge(AllAuthorities(), GetParam()) == "ok", GetParam().reason.empty());
 }
 
-// A chain without its self-signed root is refused, whatever else the store holds.
-TEST_P(Pkits, WithoutItsAnchorNoPathHolds) {
+TEST_P(Pkits, RefusesEveryPathWithoutItsAnchor) {
   const Case& row = GetParam();
   std::string text;
   for (const std::string& name : row.path) text += ReadPem(name);
@@ -151,7 +148,8 @@ TEST_P(Pkits, WithoutItsAnchorNoPathHolds) {
   EXPECT_NE(Judge(store, row), "ok");
 }
 
-// The suite's signed mails keep their content outside the message. The message with it put in, as DER.
+// The suite's signed mails have their content outside the message. Returns the message with the content in
+// it, as DER.
 std::string ReadMail(const std::string& name) {
   const std::string text = ReadFile(kSuite + "/smime/Signed" + name + ".eml");
   BIO* const mail = BIO_new_mem_buf(text.data(), static_cast<int>(text.size()));
@@ -175,8 +173,8 @@ std::string ReadMail(const std::string& name) {
   return der;
 }
 
-// The signer of a mail of NIST's suite is judged the same, over the certificates that come with the message.
-TEST_P(Pkits, SignedMailIsJudgedAsExpected) {
+// Here over the certificates that come with the message.
+TEST_P(Pkits, JudgesSignedMailAsExpected) {
   const Case& row = GetParam();
   const std::string der = ReadMail(row.name);
   ASSERT_FALSE(der.empty());
@@ -184,7 +182,7 @@ TEST_P(Pkits, SignedMailIsJudgedAsExpected) {
   ASSERT_TRUE(message.Load(ToText(CryptStand::ToBase64(der)))) << GetReason();
   CertStore anchor;
   Load(anchor, ReadPem("TrustAnchorRootCertificate"), 1);
-  // The one that differs has a key that cannot be read, so its signature tells nothing either.
+  // The one that differs has a key that cannot be read, so its signature proves nothing either.
   EXPECT_EQ(message.Verify(), row.type != "differs") << GetReason();
   const bool verified = message.Verify(anchor);
   EXPECT_EQ(verified ? "ok" : GetReason(),
@@ -200,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, Pkits, testing::ValuesIn(ReadCases()), [](const 
   return name;
 });
 
-TEST(PkitsTable, HoldsEveryCaseOfTheSuiteOnce) {
+TEST(PkitsTable, ListsEveryCaseOfTheSuiteOnce) {
   const int sizes[] = {6, 8, 11, 21, 8, 17, 5, 20, 8, 14, 11, 10, 38, 35, 10, 2};
   std::map<std::string, Case> cases;
   for (const Case& row : ReadCases()) EXPECT_TRUE(cases.emplace(row.number, row).second) << row.number;

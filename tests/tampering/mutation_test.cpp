@@ -31,8 +31,8 @@ double GetSeconds() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-// One layer of a protected file, to be changed. The inner one is sealed again, as one who knows the room's
-// certificate could do it.
+// One layer of a protected file, to be changed. A changed inner layer is encrypted again, as anybody who has
+// the room's certificate could do it.
 class Tampering : public ServicesTest, public ::testing::WithParamInterface<Way> {
  protected:
   void SetUp() override {
@@ -44,7 +44,7 @@ class Tampering : public ServicesTest, public ::testing::WithParamInterface<Way>
     ASSERT_FALSE(layer.empty());
   }
 
-  /// What came of the layer in the place of the true one.
+  /// The outcome of opening a changed layer.
   struct Opened {
     bool done = false;
     bool isSigned = false;
@@ -72,7 +72,7 @@ class Tampering : public ServicesTest, public ::testing::WithParamInterface<Way>
     return opened;
   }
 
-  // Whatever is done to a file, what has a proven origin is what was signed, and nothing is left behind.
+  // However a file is changed, only signed content has a proven origin, and no temporary file is left.
   Opened Undergo(const std::string& changed) {
     const Opened opened = Open(changed);
     EXPECT_TRUE(opened.done || !opened.error.empty());
@@ -81,7 +81,7 @@ class Tampering : public ServicesTest, public ::testing::WithParamInterface<Way>
     if (opened.isVerified) {
       EXPECT_EQ(scratch.Read("opened"), kContent);
     }
-    // No signed message: delivered unopened, as it came.
+    // No signed message: delivered unchanged.
     if (opened.done && !opened.isSigned && GetParam().layer == Layer::Inner) {
       EXPECT_EQ(scratch.Read("opened"), changed);
     }
@@ -113,20 +113,19 @@ class Tampering : public ServicesTest, public ::testing::WithParamInterface<Way>
   }
 };
 
-class Unchanged : public Tampering {};
-class Cut : public Tampering {};
-class Flipped : public Tampering {};
-class Lengths : public Tampering {};
+class UnchangedFile : public Tampering {};
+class CutFile : public Tampering {};
+class FlippedByte : public Tampering {};
+class ReplacedLength : public Tampering {};
 
-// What is cut and changed below is a good file to begin with.
-TEST_P(Unchanged, FileOpensAndIsVerified) {
+TEST_P(UnchangedFile, OpensAndIsVerified) {
   const Opened opened = Undergo(layer);
   EXPECT_TRUE(opened.done) << opened.error;
   EXPECT_TRUE(opened.isVerified) << opened.error;
 }
 
-// A file cut at any length is never verified; cut in its outer layer it is not opened at all.
-TEST_P(Cut, AtEachLengthIsNeverVerified) {
+// A file cut in its outer layer is not opened at all.
+TEST_P(CutFile, IsNeverVerified) {
   for (std::size_t size = 0; size < layer.size(); ++size) {
     SCOPED_TRACE(size);
     const Opened opened = Undergo(layer.substr(0, size));
@@ -135,8 +134,7 @@ TEST_P(Cut, AtEachLengthIsNeverVerified) {
   }
 }
 
-// No flipped byte yields a proven origin of other content, nor any other harm.
-TEST_P(Flipped, ByteNeverYieldsAFalseProof) {
+TEST_P(FlippedByte, NeverYieldsAFalseProof) {
   for (std::size_t i = 0; i < layer.size(); ++i) {
     SCOPED_TRACE(i);
     std::string changed = layer;
@@ -145,8 +143,7 @@ TEST_P(Flipped, ByteNeverYieldsAFalseProof) {
   }
 }
 
-// No length field with another value yields a proven origin of other content, nor any other harm.
-TEST_P(Lengths, ReplacedNeverYieldAFalseProof) {
+TEST_P(ReplacedLength, NeverYieldsAFalseProof) {
   const std::vector<LengthField> fields = FindLengthFields(layer);
   ASSERT_GT(fields.size(), 20U);
   std::vector<std::string> replacements = {"\x80", "\xFF"};
@@ -171,15 +168,15 @@ constexpr Way kInnerPlainKey{"InnerWithPlainKey", Form::Ours, Layer::Inner, Key:
 constexpr Way kDefiniteOuter{"DefiniteOuterWithPlainKey", Form::Definite, Layer::Outer, Key::HandedOut};
 constexpr Way kDefiniteInner{"DefiniteInnerWithKeyOnServer", Form::Definite, Layer::Inner, Key::OnServer};
 
-// Thousands of openings each: every way for every change would take minutes.
+// Each suite opens thousands of files: all of them in every way would take minutes.
 const auto kNameOf = [](const auto& way) { return std::string(way.param.name); };
-INSTANTIATE_TEST_SUITE_P(Ways, Unchanged,
+INSTANTIATE_TEST_SUITE_P(Ways, UnchangedFile,
                          ::testing::Values(kOuter, kInner, kInnerPlainKey, kDefiniteOuter, kDefiniteInner),
                          kNameOf);
-INSTANTIATE_TEST_SUITE_P(Ways, Cut, ::testing::Values(kOuter, kInner), kNameOf);
-INSTANTIATE_TEST_SUITE_P(Ways, Flipped, ::testing::Values(kOuter, kInner, kInnerPlainKey), kNameOf);
-INSTANTIATE_TEST_SUITE_P(Ways, Lengths, ::testing::Values(kOuter, kInner, kDefiniteOuter, kDefiniteInner),
-                         kNameOf);
+INSTANTIATE_TEST_SUITE_P(Ways, CutFile, ::testing::Values(kOuter, kInner), kNameOf);
+INSTANTIATE_TEST_SUITE_P(Ways, FlippedByte, ::testing::Values(kOuter, kInner, kInnerPlainKey), kNameOf);
+INSTANTIATE_TEST_SUITE_P(Ways, ReplacedLength,
+                         ::testing::Values(kOuter, kInner, kDefiniteOuter, kDefiniteInner), kNameOf);
 
 }  // namespace
 }  // namespace TestSupport
