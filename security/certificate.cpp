@@ -101,7 +101,7 @@ bool Certificate::GetDigest(SecDigest digest, SecEncoding encoding, AnsiStr& tex
   if (X509_digest(certificate_, EVP_sha256(), value, &size) != 1) {
     return FailWithOpenSSL("The digest of the certificate cannot be computed");
   }
-  text = OruGuiBase::Binary2B16Str(value, size, false);
+  text = OruGuiBase::Binary2B16Str(value, size, /*upperCase=*/false);
   return true;
 }
 

@@ -108,7 +108,8 @@ bool ReadOctets(const ASN1_TYPE* value, AnsiStr& text) noexcept {
   BerReader reader(source);
   BerHeader header;
   if (!reader.ReadHeader(0, source.GetSize(), header)) return false;
-  text = OruGuiBase::Binary2B16Str(der + header.size, static_cast<std::uint32_t>(size) - header.size, true);
+  text = OruGuiBase::Binary2B16Str(der + header.size, static_cast<std::uint32_t>(size) - header.size,
+                                   /*upperCase=*/true);
   return true;
 }
 

@@ -214,8 +214,8 @@ ChainSearch::ChainSearch(X509* certificate, const ChainSources& sources, const C
   if (parameters_ == nullptr) throw std::bad_alloc();
   SetChainParameters(parameters_.get(), rules);
   pool_.Prefer(sources.preferred);
-  pool_.Add(sources.trusted, true);
-  pool_.Add(sources.untrusted, false);
+  pool_.Add(sources.trusted, /*areTrusted=*/true);
+  pool_.Add(sources.untrusted, /*areTrusted=*/false);
   isTrusted_ = pool_.IsTrusted(certificate);
   isSelfSigned_ = X509_self_signed(certificate, 0) == 1;
   path_.push_back(certificate);
