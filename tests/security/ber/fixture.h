@@ -10,10 +10,10 @@
 #include "security/ber/source.h"
 #include "tests/security/test_pki.h"
 
-// Bytes for the tests of the BER reader, and sources that watch how they are read.
+// Bytes for the tests of BER, and sources that record how they are read.
 namespace SecurityTest {
 
-/// The bytes of a hexadecimal text; blanks are passed over.
+/// The bytes of a hexadecimal string; blanks are ignored.
 inline std::string Hex(std::string_view text) {
   std::string bytes;
   int high = -1;
@@ -43,7 +43,7 @@ inline std::string Open(int identifier, const std::string& contents) {
   return std::string({static_cast<char>(identifier), '\x80'}) + contents + std::string(2, '\0');
 }
 
-/// Bytes in memory that count how they are read and fail from a place on.
+/// Bytes in memory that count their reads and fail from an offset on.
 class WatchedSource final : public OruOssSec::IByteSource {
  public:
   explicit WatchedSource(std::string bytes) : bytes_(std::move(bytes)) {}
@@ -62,7 +62,7 @@ class WatchedSource final : public OruOssSec::IByteSource {
 
   int reads = 0;
   std::uint32_t largest = 0;
-  bool outside = false;  ///< A read that the source does not hold was asked for.
+  bool outside = false;  ///< Bytes beyond the end were asked for.
   std::uint64_t failsFrom = ~std::uint64_t{0};
 
  private:

@@ -7,7 +7,7 @@
 #include "tests/security/ber/fixture.h"
 #include "tests/security/cms/fixture.h"
 
-// Messages larger than 4 GiB, from a source that makes its bytes up and from a file that is mostly a hole.
+// Messages larger than 4 GiB, from a source that generates its bytes and from a file that is mostly a hole.
 namespace SecurityTest {
 namespace {
 
@@ -17,7 +17,7 @@ using OruOssSec::CmsSkeleton;
 
 constexpr std::uint64_t kGiB = std::uint64_t{1} << 30;
 
-/// Runs of given bytes at given places, zeros everywhere else, of any size without the memory for it.
+/// Given bytes at given offsets and zeros everywhere else; of any size, since the zeros take no memory.
 class SparseSource final : public OruOssSec::IByteSource {
  public:
   void Append(const std::string& bytes) {
@@ -56,7 +56,7 @@ std::string Header(int identifier, std::uint64_t length) {
 
 const std::string& SignedOid() {
   static const std::string oid =
-      Hex("06 09 2A864886F70D010705");  // digestedData, which OpenSSL has no part in
+      Hex("06 09 2A864886F70D010705");  // digestedData, which OpenSSL does not parse here
   return oid;
 }
 const std::string& Before() {
@@ -72,8 +72,7 @@ const std::string& DataOid() {
   return oid;
 }
 
-// Definite lengths beyond 4 GiB are walked.
-TEST(BerLargeTest, DefiniteLengthsBeyond4GiBAreWalked) {
+TEST(BerLargeTest, WalksDefiniteLengthsBeyond4GiB) {
   const std::uint64_t size = 6 * kGiB + 12345;
   const std::string octets = Header(0x04, size);
   const std::uint64_t content = octets.size() + size;
@@ -104,8 +103,7 @@ void AppendTail(SparseSource& source) {
   source.Append(Hex("0000 0000 0000") + After() + Hex("0000 0000 0000"));
 }
 
-// Segments beyond 4 GiB in all are walked.
-TEST(BerLargeTest, SegmentsBeyond4GiBInAllAreWalked) {
+TEST(BerLargeTest, WalksSegmentsWithASumBeyond4GiB) {
   SparseSource source;
   AppendHead(source);
   constexpr int kSegments = 40;
@@ -120,8 +118,7 @@ TEST(BerLargeTest, SegmentsBeyond4GiBInAllAreWalked) {
   EXPECT_LE(source.reads, kSegments + 4);
 }
 
-// One segment beyond 4 GiB is walked.
-TEST(BerLargeTest, OneSegmentBeyond4GiBIsWalked) {
+TEST(BerLargeTest, WalksOneSegmentBeyond4GiB) {
   SparseSource source;
   AppendHead(source);
   source.Append(Header(0x04, 5 * kGiB));
@@ -133,8 +130,7 @@ TEST(BerLargeTest, OneSegmentBeyond4GiBIsWalked) {
   EXPECT_EQ(skeleton.content.length, 5 * kGiB + 3);
 }
 
-// A length that passes its container is refused however large it is.
-TEST(BerLargeTest, LengthOneShortOf4GiBTooMuchIsRefused) {
+TEST(BerLargeTest, RefusesALengthThatIsNearly4GiBTooLong) {
   SparseSource source;
   source.Append(Header(0x30, 4 * kGiB + 1) + SignedOid());
   source.Skip(4 * kGiB - SignedOid().size());
@@ -155,8 +151,7 @@ void MakeHoleFile(const std::string& path, const std::string& head, std::uint64_
   close(handle);
 }
 
-// A file of 5 GiB loads at once.
-TEST(BerLargeTest, FileOf5GiBLoadsAtOnce) {
+TEST(BerLargeTest, LoadsAFileOf5GiBAtOnce) {
   ScratchDirectory scratch;
   const std::string head = Hex("3080") + SignedOid() + Hex("A080 3080") + Before() + Hex("3080") + DataOid() +
                            Hex("A080 2480") + Header(0x04, 5 * kGiB);
@@ -168,7 +163,7 @@ TEST(BerLargeTest, FileOf5GiBLoadsAtOnce) {
   EXPECT_EQ(ContentOf(message), "The content is too large for memory");
 }
 
-TEST(BerLargeTest, PlainFileThatBeginsLikeAMessageFailsAtOnce) {
+TEST(BerLargeTest, RefusesAPlainFileThatBeginsLikeAMessageAtOnce) {
   ScratchDirectory scratch;
   for (const std::string& head :
        {Hex("30"), Hex("3080"), Hex("3083 100000"), Hex("3085 0140000000"), Hex("3080 3080 3080 3080"),

@@ -22,7 +22,6 @@ struct HeaderRow {
   bool indefinite;
 };
 
-// Every form of an identifier and a length is read.
 TEST(BerReaderTest, ReadsEveryFormOfAHeader) {
   const HeaderRow rows[] = {
       {"short length", Hex("04 03 010203"), 3, 2, false},
@@ -57,7 +56,6 @@ struct RefusedRow {
   const char* reason;
 };
 
-// Any other identifier or length is refused with a reason.
 TEST(BerReaderTest, RefusesEveryOtherHeaderWithAReason) {
   const RefusedRow rows[] = {
       {"nothing", "", kCut},
@@ -93,7 +91,7 @@ TEST(BerReaderTest, RefusesEveryOtherHeaderWithAReason) {
   }
 }
 
-TEST(BerReaderTest, HeaderMustEndBeforeWhatHoldsItDoes) {
+TEST(BerReaderTest, RefusesAHeaderBeyondTheEndOfTheContainer) {
   OruGuiBase::ClearLastError();
   WatchedSource source(Hex("04 81 01 FF"));
   BerReader reader(source);
@@ -102,7 +100,7 @@ TEST(BerReaderTest, HeaderMustEndBeforeWhatHoldsItDoes) {
   EXPECT_EQ(GetReason(), kCut);
 }
 
-TEST(BerReaderTest, ContentsMustEndBeforeWhatHoldsThemDoes) {
+TEST(BerReaderTest, RefusesContentsBeyondTheEndOfTheContainer) {
   OruGuiBase::ClearLastError();
   WatchedSource source(Hex("04 02 FFFF"));
   BerReader reader(source);
@@ -111,7 +109,7 @@ TEST(BerReaderTest, ContentsMustEndBeforeWhatHoldsThemDoes) {
   EXPECT_EQ(GetReason(), kPasses);
 }
 
-TEST(BerReaderTest, ReadingOnwardsTakesFewLargeReads) {
+TEST(BerReaderTest, ReadsOnwardsWithFewLargeReads) {
   WatchedSource source(std::string(8 << 20, 'x'));
   BerReader reader(source);
   BerSpan span;
@@ -123,7 +121,7 @@ TEST(BerReaderTest, ReadingOnwardsTakesFewLargeReads) {
   EXPECT_LE(source.reads, 40);
 }
 
-TEST(BerReaderTest, JumpsTakeSmallReads) {
+TEST(BerReaderTest, ReadsLittleAfterAJump) {
   WatchedSource source(std::string(8 << 20, 'x'));
   BerReader reader(source);
   BerSpan span;
@@ -133,7 +131,7 @@ TEST(BerReaderTest, JumpsTakeSmallReads) {
   EXPECT_LE(source.largest, 4096U);
 }
 
-TEST(BerReaderTest, SmallSourceIsReadOnceWhole) {
+TEST(BerReaderTest, ReadsASmallSourceOnceAndWhole) {
   WatchedSource source(std::string(100, 'x'));
   BerReader reader(source);
   BerSpan span;
@@ -144,7 +142,7 @@ TEST(BerReaderTest, SmallSourceIsReadOnceWhole) {
   EXPECT_EQ(source.reads, 1);
 }
 
-TEST(BerReaderTest, GoingBackIsPossible) {
+TEST(BerReaderTest, ReadsBackwardsToo) {
   std::string bytes(3 << 20, 'x');
   bytes[5] = 'y';
   WatchedSource source(bytes);
@@ -155,7 +153,7 @@ TEST(BerReaderTest, GoingBackIsPossible) {
   EXPECT_EQ(*span.data, 'y');
 }
 
-TEST(BerReaderTest, FailedReadIsNotTakenForBytes) {
+TEST(BerReaderTest, GivesNoBytesAfterAFailedRead) {
   WatchedSource source(std::string(1 << 20, 'x'));
   BerReader reader(source);
   BerSpan span;
@@ -166,7 +164,6 @@ TEST(BerReaderTest, FailedReadIsNotTakenForBytes) {
   EXPECT_FALSE(reader.Fetch(500000, 1, span));
 }
 
-// Identifiers and lengths are written in their shortest form.
 TEST(BerBufferTest, WritesHeadersInTheirShortestForm) {
   struct {
     std::uint64_t length;

@@ -14,7 +14,7 @@ using OruOssSec::BerReader;
 using OruOssSec::BerSpan;
 using OruOssSec::BerWalker;
 
-/// The octets of a string that fills the bytes, or the reason why it is none.
+/// The octets of the string in the bytes, or the reason why they are none.
 std::string Read(WatchedSource& source, std::uint8_t identifier = 0x04) {
   OruGuiBase::ClearLastError();
   BerReader reader(source);
@@ -44,7 +44,7 @@ std::string Nest(int levels, bool definite) {
   return bytes;
 }
 
-TEST(BerOctetsTest, EveryFormOfAnOctetStringIsRead) {
+TEST(BerSegmentsTest, ReadsEveryFormOfAnOctetString) {
   const Row rows[] = {
       {"primitive", Tlv(0x04, "abc"), "abc"},
       {"empty primitive", Tlv(0x04, ""), ""},
@@ -70,7 +70,7 @@ TEST(BerOctetsTest, EveryFormOfAnOctetStringIsRead) {
   }
 }
 
-TEST(BerOctetsTest, ImplicitTagChangesTheOuterIdentifierAlone) {
+TEST(BerSegmentsTest, ExpectsAnImplicitTagOnlyAtTheOuterIdentifier) {
   WatchedSource primitive(Tlv(0x80, "abc"));
   EXPECT_EQ(Read(primitive, 0x80), "abc");
   WatchedSource segments(Open(0xA0, Tlv(0x04, "ab") + Tlv(0x04, "c")));
@@ -79,7 +79,7 @@ TEST(BerOctetsTest, ImplicitTagChangesTheOuterIdentifierAlone) {
   EXPECT_EQ(Read(wrong, 0x80), "The content is not an octet string");
 }
 
-TEST(BerOctetsTest, EverythingElseIsRefusedWithAReason) {
+TEST(BerSegmentsTest, RefusesEveryOtherFormWithAReason) {
   const char* const kNone = "The content is not an octet string";
   const char* const kDeep = "The segments of the content are nested too deeply";
   const char* const kCut = "The message ends inside a header";
@@ -107,7 +107,7 @@ TEST(BerOctetsTest, EverythingElseIsRefusedWithAReason) {
   }
 }
 
-TEST(BerOctetsTest, SmallSegmentsCostFewReads) {
+TEST(BerSegmentsTest, ReadsSmallSegmentsWithFewReads) {
   std::string segments;
   for (int i = 0; i < 20000; ++i) segments += Tlv(0x04, std::string(100, 'x'));
   WatchedSource source(Open(0x24, segments));
@@ -115,7 +115,7 @@ TEST(BerOctetsTest, SmallSegmentsCostFewReads) {
   EXPECT_LE(source.reads, 50);
 }
 
-TEST(BerOctetsTest, ScanningLargeSegmentsReadsTheirHeadersAlone) {
+TEST(BerSegmentsTest, ReadsOnlyTheHeadersOfLargeSegmentsWhileScanning) {
   std::string segments;
   for (int i = 0; i < 64; ++i) segments += Tlv(0x04, std::string(262144, 'x'));
   WatchedSource source(Open(0x24, segments));
@@ -128,7 +128,7 @@ TEST(BerOctetsTest, ScanningLargeSegmentsReadsTheirHeadersAlone) {
   EXPECT_LE(source.largest, 4096U);
 }
 
-TEST(BerOctetsTest, StringThatChangedSinceItWasMeasuredIsRefused) {
+TEST(BerSegmentsTest, RefusesAStringThatChangedAfterItWasMeasured) {
   const std::string before = Open(0x24, Tlv(0x04, "abc") + Tlv(0x04, "de"));
   WatchedSource measured(before);
   BerReader reader(measured);
@@ -150,7 +150,7 @@ TEST(BerOctetsTest, StringThatChangedSinceItWasMeasuredIsRefused) {
   }
 }
 
-TEST(BerOctetsTest, SourceThatFailsGivesItsReason) {
+TEST(BerSegmentsTest, KeepsTheReasonOfAFailedSource) {
   WatchedSource source(Tlv(0x04, std::string(1 << 20, 'x')));
   source.failsFrom = 500000;
   EXPECT_EQ(Read(source), "The source failed");

@@ -25,7 +25,7 @@ class FileSourceTest : public testing::Test {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
   bool ReadRest() { return input_.ReadNext(bytes_.data(), kSize, got_); }
-  // In place and without another size, as a database does.
+  // In place and at the same size, as a database writes.
   void RewriteSource() const {
     const int handle = ::open(scratch_.Path("source").c_str(), O_WRONLY);
     EXPECT_EQ(::write(handle, "changed", 7), 7);
@@ -39,19 +39,19 @@ class FileSourceTest : public testing::Test {
   std::uint32_t got_ = 0;
 };
 
-TEST_F(FileSourceTest, SourceThatStaysIsRead) {
+TEST_F(FileSourceTest, ReadsAnUnchangedFileToItsEnd) {
   EXPECT_TRUE(ReadRest()) << GetReason();
   EXPECT_EQ(got_, kSize / 2);
   EXPECT_TRUE(input_.IsAtEnd());
 }
 
-TEST_F(FileSourceTest, SourceRewrittenAtTheSameSizeFails) {
+TEST_F(FileSourceTest, FailsForAFileRewrittenAtTheSameSize) {
   RewriteSource();
   EXPECT_FALSE(ReadRest());
   EXPECT_EQ(GetReason(), kChanged);
 }
 
-TEST_F(FileSourceTest, SourceWhoseTimeOfModificationIsPutBackFails) {
+TEST_F(FileSourceTest, FailsForARewrittenFileWithItsOldTimeOfModification) {
   struct stat before {};
   ASSERT_EQ(::stat(scratch_.Path("source").c_str(), &before), 0);
   RewriteSource();

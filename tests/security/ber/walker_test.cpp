@@ -35,7 +35,6 @@ class BerWalkerTest : public testing::Test {
   BerBuffer taken_;
 };
 
-// Containers of definite and of indefinite length are walked.
 TEST_F(BerWalkerTest, WalksContainersOfBothLengths) {
   const std::string inner = Tlv(0x02, "\x05") + Tlv(0x06, "oid");
   for (const std::string& bytes : {Tlv(0x30, Tlv(0xA0, inner)), Open(0x30, Open(0xA0, inner)),
@@ -57,7 +56,7 @@ TEST_F(BerWalkerTest, WalksContainersOfBothLengths) {
   }
 }
 
-TEST_F(BerWalkerTest, TakenElementsAreCopiedAsTheyStand) {
+TEST_F(BerWalkerTest, CopiesTakenElementsUnchanged) {
   const std::string element = Open(0x31, Tlv(0x30, Hex("0000")) + Open(0x30, Hex("04 81 01 FF")));
   BerWalker& walker = Walk(Tlv(0x30, element + Tlv(0x02, "x")));
   ASSERT_TRUE(walker.Enter(0x30));
@@ -67,13 +66,13 @@ TEST_F(BerWalkerTest, TakenElementsAreCopiedAsTheyStand) {
   EXPECT_EQ(ToString(taken_), element + Tlv(0x02, "x"));
 }
 
-TEST_F(BerWalkerTest, SkippedElementsArePassed) {
+TEST_F(BerWalkerTest, SkipsElementsOfEveryForm) {
   BerWalker& walker = Walk(Open(0x30, Open(0x31, Open(0x30, "")) + Tlv(0x1F, Hex("22")) + Tlv(0x02, "x")));
   ASSERT_TRUE(walker.Enter(0x30));
   EXPECT_TRUE(walker.SkipAny());
 }
 
-TEST_F(BerWalkerTest, FirstFailureStandsAndEndsTheWalk) {
+TEST_F(BerWalkerTest, KeepsTheFirstFailureAndEndsTheWalk) {
   BerWalker& walker = Walk(Tlv(0x30, Tlv(0x02, "x") + Tlv(0x04, "y")));
   ASSERT_TRUE(walker.Enter(0x30));
   EXPECT_FALSE(walker.Take(0x06, taken_));
@@ -92,14 +91,14 @@ TEST_F(BerWalkerTest, FirstFailureStandsAndEndsTheWalk) {
   EXPECT_TRUE(taken_.IsEmpty());
 }
 
-TEST_F(BerWalkerTest, ContainerMustBeUsedUp) {
+TEST_F(BerWalkerTest, RefusesToLeaveAContainerWithElementsLeft) {
   BerWalker& walker = Walk(Tlv(0x30, Tlv(0x02, "x")));
   ASSERT_TRUE(walker.Enter(0x30));
   EXPECT_FALSE(walker.Leave());
   EXPECT_EQ(GetReason(), kUnexpected);
 }
 
-TEST_F(BerWalkerTest, UsedUpContainerHoldsNothing) {
+TEST_F(BerWalkerTest, FindsNothingInAnEmptyContainer) {
   for (const std::string& bytes : {Tlv(0x30, ""), Open(0x30, "")}) {
     BerOctets octets;
     ASSERT_TRUE(Walk(bytes).Enter(0x30));
@@ -114,18 +113,18 @@ TEST_F(BerWalkerTest, UsedUpContainerHoldsNothing) {
   }
 }
 
-TEST_F(BerWalkerTest, EndOfContentsIsNoElementOfADefiniteLength) {
+TEST_F(BerWalkerTest, RefusesEndOfContentsInADefiniteLength) {
   ASSERT_TRUE(Walk(Tlv(0x30, Hex("0000"))).Enter(0x30));
   EXPECT_FALSE(walker_->SkipAny());
   EXPECT_EQ(GetReason(), kUnexpected);
 }
 
-TEST_F(BerWalkerTest, ContentsAreTakenOfPrimitivesAlone) {
+TEST_F(BerWalkerTest, TakesContentsOnlyOfPrimitiveElements) {
   EXPECT_FALSE(Walk(Tlv(0x26, Tlv(0x06, "x"))).TakeContents(0x26, taken_));
   EXPECT_EQ(GetReason(), kUnexpected);
 }
 
-TEST_F(BerWalkerTest, BytesBehindTheEndAreRefused) {
+TEST_F(BerWalkerTest, RefusesBytesAfterTheEnd) {
   BerWalker& walker = Walk(Tlv(0x30, "") + std::string(1, '\0'));
   ASSERT_TRUE(walker.Enter(0x30));
   ASSERT_TRUE(walker.Leave());
@@ -133,7 +132,7 @@ TEST_F(BerWalkerTest, BytesBehindTheEndAreRefused) {
   EXPECT_EQ(GetReason(), "The message is followed by other bytes");
 }
 
-TEST_F(BerWalkerTest, ContainersAreEnteredToAFixedDepth) {
+TEST_F(BerWalkerTest, EntersContainersToAFixedDepth) {
   std::string bytes;
   for (std::uint32_t i = 0; i <= BerWalker::kMaxDepth; ++i) bytes = Tlv(0x30, bytes);
   BerWalker& walker = Walk(bytes);
@@ -142,7 +141,7 @@ TEST_F(BerWalkerTest, ContainersAreEnteredToAFixedDepth) {
   EXPECT_EQ(GetReason(), "The message is nested too deeply");
 }
 
-TEST_F(BerWalkerTest, IndefiniteLengthsAreFollowedToAFixedDepth) {
+TEST_F(BerWalkerTest, FollowsIndefiniteLengthsToAFixedDepth) {
   std::string bytes = Tlv(0x02, "x");
   for (std::uint32_t i = 0; i < BerWalker::kMaxInnerDepth; ++i) bytes = Open(0x30, bytes);
   EXPECT_TRUE(Walk(bytes).Take(0x30, taken_)) << GetReason();
@@ -152,7 +151,7 @@ TEST_F(BerWalkerTest, IndefiniteLengthsAreFollowedToAFixedDepth) {
   EXPECT_FALSE(Walk(bytes).SkipAny());
 }
 
-TEST_F(BerWalkerTest, LimitOfWhatIsTakenHoldsForAllTogether) {
+TEST_F(BerWalkerTest, LimitsTheSumOfAllTakenElements) {
   const std::string half = Tlv(0x04, std::string(BerWalker::kMaxTaken / 2 - 5, 'x'));
   BerWalker& walker = Walk(Tlv(0x30, half + half + Tlv(0x02, "")));
   ASSERT_TRUE(walker.Enter(0x30));
@@ -163,14 +162,14 @@ TEST_F(BerWalkerTest, LimitOfWhatIsTakenHoldsForAllTogether) {
   EXPECT_EQ(GetReason(), kTooLarge);
 }
 
-TEST_F(BerWalkerTest, ElementThatIsTooLargeIsRefusedUnread) {
+TEST_F(BerWalkerTest, FailsForATooLargeElementWithoutReadingIt) {
   EXPECT_FALSE(Walk(Tlv(0x04, std::string(BerWalker::kMaxTaken, 'x'))).Take(0x04, taken_));
   EXPECT_EQ(GetReason(), kTooLarge);
   EXPECT_EQ(source_->reads, 1);
   EXPECT_TRUE(taken_.IsEmpty());
 }
 
-TEST_F(BerWalkerTest, SourceThatFailsEndsTheWalkWithItsReason) {
+TEST_F(BerWalkerTest, EndsWithTheReasonOfAFailedSource) {
   Walk(Tlv(0x30, Tlv(0x04, std::string(100000, 'x'))));
   source_->failsFrom = 50000;
   ASSERT_TRUE(walker_->Enter(0x30));
@@ -179,7 +178,7 @@ TEST_F(BerWalkerTest, SourceThatFailsEndsTheWalkWithItsReason) {
   EXPECT_FALSE(walker_->SkipAny());
 }
 
-TEST_F(BerWalkerTest, BytesAreNotBlamedForASourceThatFails) {
+TEST_F(BerWalkerTest, IsNotRefusedWhenTheSourceFails) {
   Walk(Open(0x30, Tlv(0x04, std::string(100000, 'x'))));
   source_->failsFrom = 50000;
   ASSERT_TRUE(walker_->Enter(0x30));
@@ -189,7 +188,7 @@ TEST_F(BerWalkerTest, BytesAreNotBlamedForASourceThatFails) {
   EXPECT_FALSE(reader_->IsRefused());
 }
 
-TEST_F(BerWalkerTest, BytesAreNotBlamedForBeingMoreThanTheLimit) {
+TEST_F(BerWalkerTest, IsNotRefusedBeyondTheSizeLimit) {
   for (const std::string& bytes : {Tlv(0x30, Tlv(0x04, std::string(BerWalker::kMaxTaken, 'x'))),
                                    Open(0x30, Tlv(0x04, std::string(BerWalker::kMaxTaken, 'x')))}) {
     EXPECT_FALSE(Walk(bytes).Take(0x30, taken_));
@@ -198,7 +197,7 @@ TEST_F(BerWalkerTest, BytesAreNotBlamedForBeingMoreThanTheLimit) {
   }
 }
 
-TEST_F(BerWalkerTest, BytesAreBlamedForWhatTheyAre) {
+TEST_F(BerWalkerTest, IsRefusedForInvalidBytes) {
   EXPECT_FALSE(Walk(Tlv(0x30, "")).Enter(0x31));
   EXPECT_TRUE(reader_->IsRefused());
 }
