@@ -10,7 +10,7 @@ const std::string kAes256 = Hex("060960864801650304012A");
 constexpr const char* kCouldNotDecrypt = "The content cannot be decrypted with this key";
 
 /// The outer message of every test: 100000 bytes for Room().
-class CmsOpeningTest : public testing::Test {
+class CmsDecryptingTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(EnvelopeFile(scratch_.Make("plain", bytes_), scratch_.File("enveloped"))) << GetReason();
@@ -30,7 +30,7 @@ class CmsOpeningTest : public testing::Test {
     const std::string serial = Hex(std::string(recipients.Get(0)->serial.View()));
     return Tlv(0x02, (serial[0] & 0x80) != 0 ? '\0' + serial : serial);
   }
-  // The algorithm of the content encryption and the encrypted octets, as they lie in the message.
+  // The algorithm of the content encryption and the encrypted octets, as they are in the message.
   std::string GetCipher() const { return enveloped_.substr(enveloped_.find(kAes256) - 2, 31); }
   std::string GetEncrypted() const {
     return enveloped_.substr(enveloped_.find(Hex("04830186B0"), enveloped_.find(kAes256)) + 5, 0x186B0);
@@ -55,19 +55,19 @@ class CmsOpeningTest : public testing::Test {
   CMSMsg message_;
 };
 
-TEST_F(CmsOpeningTest, KeyOfAnotherCertificateIsRefusedWhenSet) {
+TEST_F(CmsDecryptingTest, RefusesTheKeyOfAnotherCertificate) {
   EXPECT_FALSE(message_.SetRecipientKey(ToCertificate(Signer().certificate), ToPrivateKey(Signer().key)));
   EXPECT_EQ(GetReason(), "The message is not addressed to the certificate");
 }
 
-TEST_F(CmsOpeningTest, EmptyCertificateOrKeyIsRefusedWhenSet) {
+TEST_F(CmsDecryptingTest, RefusesAnEmptyCertificateOrKey) {
   EXPECT_FALSE(message_.SetRecipientKey({}, ToPrivateKey(Room().key)));
   EXPECT_EQ(GetReason(), "The key to open the message with is empty");
   EXPECT_FALSE(message_.SetRecipientKey(ToCertificate(Room().certificate), OruOssSec::PrivateKey(nullptr)));
   EXPECT_EQ(GetReason(), "The key to open the message with is empty");
 }
 
-TEST_F(CmsOpeningTest, KeysAreRefusedByAMessageThatIsNotEnveloped) {
+TEST_F(CmsDecryptingTest, RefusesKeysForAMessageThatIsNotEnveloped) {
   ASSERT_TRUE(SignFile(scratch_.File("plain"), scratch_.File("signed")));
   ASSERT_TRUE(message_.Load(scratch_.File("signed")));
   EXPECT_FALSE(SetRoomKey());
@@ -76,13 +76,12 @@ TEST_F(CmsOpeningTest, KeysAreRefusedByAMessageThatIsNotEnveloped) {
   EXPECT_EQ(GetReason(), "The message is not an enveloped one");
 }
 
-TEST_F(CmsOpeningTest, ContentNeedsAKey) {
+TEST_F(CmsDecryptingTest, FailsWithoutAKey) {
   EXPECT_EQ(ContentOf(message_), "No key to open the message with was set");
 }
 
-// A wrong private key is taken when it is set and never yields the content.
-TEST_F(CmsOpeningTest, WrongPrivateKeyIsTakenAndFailsInTheContent) {
-  // It passes the padding about four times in a thousand and then yields rubbish.
+TEST_F(CmsDecryptingTest, AcceptsAWrongPrivateKeyAndFailsInTheContent) {
+  // About four times in a thousand the padding happens to be valid; the content is then rubbish.
   for (int i = 0; i < 3; ++i) {
     ASSERT_TRUE(message_.SetRecipientKey(ToCertificate(Room().certificate), ToPrivateKey(SharedKey(3))));
     Blob content;
@@ -95,7 +94,7 @@ TEST_F(CmsOpeningTest, WrongPrivateKeyIsTakenAndFailsInTheContent) {
   }
 }
 
-TEST_F(CmsOpeningTest, EveryFaultOfTheEncryptedKeyFailsInTheContentInTheSameWay) {
+TEST_F(CmsDecryptingTest, ReportsEveryFaultOfTheEncryptedKeyAlike) {
   const Cert& room = Room().certificate;
   const std::string blocks[] = {
       std::string(256, '\0'),                             // no padding
@@ -119,12 +118,12 @@ TEST_F(CmsOpeningTest, EveryFaultOfTheEncryptedKeyFailsInTheContentInTheSameWay)
   }
 }
 
-TEST_F(CmsOpeningTest, PrivateKeyOfAnotherTypeFailsInTheContentInTheSameWay) {
+TEST_F(CmsDecryptingTest, ReportsAPrivateKeyOfAnotherTypeLikeAWrongKey) {
   ASSERT_TRUE(message_.SetRecipientKey(ToCertificate(Room().certificate), ToPrivateKey(KeyPair::MakeEC())));
   EXPECT_EQ(ContentOf(message_), kCouldNotDecrypt);
 }
 
-TEST_F(CmsOpeningTest, WrongContentKeyIsTakenAndFailsInTheContent) {
+TEST_F(CmsDecryptingTest, AcceptsAWrongContentKeyAndFailsInTheContent) {
   ASSERT_TRUE(SetContentKey(std::string(32, 'k')));
   Blob content;
   if (message_.GetContent(content)) {
@@ -156,7 +155,7 @@ struct LengthRow {
   std::string octets;
 };
 
-TEST_F(CmsOpeningTest, ContentOfAnyLengthThatIsNoneFailsInTheSameWay) {
+TEST_F(CmsDecryptingTest, ReportsEveryInvalidLengthOfTheContentAlike) {
   const LengthRow rows[] = {
       {"empty", Tlv(0x80, "")},
       {"empty segments", Open(0xA0, Tlv(0x04, "") + Tlv(0x04, ""))},
@@ -175,7 +174,7 @@ TEST_F(CmsOpeningTest, ContentOfAnyLengthThatIsNoneFailsInTheSameWay) {
   }
 }
 
-TEST_F(CmsOpeningTest, EnvelopeWithoutContentHasNone) {
+TEST_F(CmsDecryptingTest, FailsForAnEnvelopeWithoutContent) {
   ASSERT_TRUE(Load(MakeEnvelope("k", "", Aes256(kIv))));
   ASSERT_TRUE(SetContentKey(std::string(32, 'k')));
   EXPECT_EQ(ContentOf(message_), "The message does not hold its content");
@@ -213,10 +212,10 @@ std::vector<BlockRow> MakeBadRows(const std::string& good) {
   };
 }
 
-// Whether the block was good must not show: a wrong private key, a bad block and a block or key of a wrong
-// length are taken alike and fail alike, in the content. Newer versions of OpenSSL return a key of their
-// own for a bad block, of any length.
-TEST_F(CmsOpeningTest, WrongKeyBadBlockAndBadLengthFailInOneAndTheSameWay) {
+// Nobody may learn whether the block was good: a wrong private key, a bad block and a block or key of a wrong
+// length are all accepted and fail alike, in the content. Newer versions of OpenSSL return a key of their own
+// for a bad block, of any length.
+TEST_F(CmsDecryptingTest, ReportsWrongKeyBadBlockAndBadLengthAlike) {
   const std::string good = GetEncryptedKey();
   const std::string serial = GetSerial();
   const auto take = [&](const std::string& block, const KeyPair& with) {
@@ -232,7 +231,7 @@ TEST_F(CmsOpeningTest, WrongKeyBadBlockAndBadLengthFailInOneAndTheSameWay) {
   for (const BlockRow& row : rows) {
     SCOPED_TRACE(row.why);
     take(row.block, row.key);
-    // Rubbish passes the padding about four times in a thousand.
+    // About four times in a thousand the padding of rubbish happens to be valid.
     Blob content;
     if (message_.GetContent(content)) continue;
     EXPECT_EQ(GetReason(), kCouldNotDecrypt);
@@ -249,7 +248,7 @@ struct CipherRow {
   const char* reason;
 };
 
-TEST_F(CmsOpeningTest, ContentKeyIsCheckedAgainstTheCipherWhenItIsSet) {
+TEST_F(CmsDecryptingTest, ChecksTheLengthOfAContentKeyWhenItIsSet) {
   const char* const kLength = "The length of the content key does not fit the cipher";
   const char* const kParameters = "The parameters of the content encryption are invalid";
   const std::string iv8 = Tlv(0x04, std::string(8, '\0'));
@@ -279,8 +278,7 @@ TEST_F(CmsOpeningTest, ContentKeyIsCheckedAgainstTheCipherWhenItIsSet) {
   }
 }
 
-// A content key that is not base64 is refused.
-TEST_F(CmsOpeningTest, ContentKeyThatIsNotBase64IsRefused) {
+TEST_F(CmsDecryptingTest, RefusesAContentKeyThatIsNotBase64) {
   for (const char* text : {"!", "AAA", "AAAA=", "ÄÖÜ"}) {
     LeaveStaleReason();
     EXPECT_FALSE(message_.SetContentKey(text)) << text;
@@ -289,19 +287,19 @@ TEST_F(CmsOpeningTest, ContentKeyThatIsNotBase64IsRefused) {
   }
 }
 
-TEST_F(CmsOpeningTest, ContentKeyInLinesIsTaken) {
+TEST_F(CmsDecryptingTest, AcceptsAContentKeyInLines) {
   std::string text = CryptStand::ToBase64(GetContentKey());
   text.insert(20, "\r\n");
   ASSERT_TRUE(message_.SetContentKey(ToText(text + "\r\n"))) << GetReason();
   EXPECT_EQ(ContentOf(message_), bytes_);
 }
 
-TEST_F(CmsOpeningTest, ContentKeyMuchTooLongIsRefused) {
+TEST_F(CmsDecryptingTest, RefusesAContentKeyThatIsMuchTooLong) {
   EXPECT_FALSE(SetContentKey(std::string(100000, 'k')));
   EXPECT_NE(OruGuiBase::GetLastError(), 0U);
 }
 
-TEST_F(CmsOpeningTest, KeyThatWasSetLastCounts) {
+TEST_F(CmsDecryptingTest, UsesTheKeyThatWasSetLast) {
   ASSERT_TRUE(SetContentKey(std::string(32, 'k')));
   ASSERT_TRUE(SetRoomKey());
   EXPECT_EQ(ContentOf(message_), bytes_);
@@ -311,19 +309,19 @@ TEST_F(CmsOpeningTest, KeyThatWasSetLastCounts) {
   EXPECT_EQ(ContentOf(message_), bytes_);
 }
 
-TEST_F(CmsOpeningTest, RefusedKeyLeavesTheOneThatWasSet) {
+TEST_F(CmsDecryptingTest, KeepsThePreviousKeyWhenAKeyIsRefused) {
   ASSERT_TRUE(SetRoomKey());
   EXPECT_FALSE(SetContentKey("short"));
   EXPECT_EQ(ContentOf(message_), bytes_);
 }
 
-TEST_F(CmsOpeningTest, SourceThatIsCutFailsWithItsOwnReason) {
+TEST_F(CmsDecryptingTest, ReportsACutSourceWithItsOwnReason) {
   ASSERT_TRUE(SetRoomKey());
   std::filesystem::resize_file(scratch_.Path("enveloped"), 50000);
   EXPECT_EQ(ContentOf(message_), "The file changed while it was read");
 }
 
-TEST_F(CmsOpeningTest, EnvelopedDataInASegmentOfEveryLengthOpens) {
+TEST_F(CmsDecryptingTest, OpensContentInSegmentsOfEveryLength) {
   // The encrypted octets of the message, cut into other segments: borders inside blocks must not matter.
   const std::string key = GetContentKey();
   const std::string cipher = GetCipher();

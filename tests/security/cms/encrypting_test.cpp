@@ -8,7 +8,7 @@ namespace {
 
 using OruOssSec::CipherAlgorithm;
 
-class CmsEnvelopingTest : public testing::Test {
+class CmsEncryptingTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(message_.CreateEnvelopedData(CipherAlgorithm::AES256CBC)) << GetReason();
@@ -22,13 +22,12 @@ class CmsEnvelopingTest : public testing::Test {
   CMSMsg message_;
 };
 
-// A message that is being enveloped is of that type from the start.
-TEST_F(CmsEnvelopingTest, IsAnEnvelopedMessageFromTheStart) {
+TEST_F(CmsEncryptingTest, HasItsTypeFromTheStart) {
   EXPECT_EQ(message_.GetType(), CMSMsg::Type::EnvelopedData);
   EXPECT_EQ(ToString(message_.GetTypeStr()), "envelopedData");
 }
 
-TEST_F(CmsEnvelopingTest, WritesContainersOfIndefiniteLengthAndContentInSegments) {
+TEST_F(CmsEncryptingTest, WritesContainersOfIndefiniteLengthAndContentInSegments) {
   ASSERT_TRUE(AddRoom());
   ASSERT_TRUE(Save()) << GetReason();
   const std::string bytes = scratch_.Read("enveloped");
@@ -43,7 +42,7 @@ TEST_F(CmsEnvelopingTest, WritesContainersOfIndefiniteLengthAndContentInSegments
   EXPECT_EQ(bytes.substr(bytes.size() - 10), std::string(10, '\0'));
 }
 
-TEST_F(CmsEnvelopingTest, RecipientIsNamedByIssuerAndSerialNumber) {
+TEST_F(CmsEncryptingTest, NamesRecipientsByIssuerAndSerialNumber) {
   ASSERT_TRUE(AddRoom());
   ASSERT_TRUE(Save());
   CMSMsg read;
@@ -56,7 +55,7 @@ TEST_F(CmsEnvelopingTest, RecipientIsNamedByIssuerAndSerialNumber) {
   EXPECT_EQ(Room().key.Decrypt(ToString(recipients.Get(0)->encryptedKey)).size(), 32U);
 }
 
-TEST_F(CmsEnvelopingTest, EachOfSeveralRecipientsCanOpen) {
+TEST_F(CmsEncryptingTest, IsOpenedByEachOfSeveralRecipients) {
   ASSERT_TRUE(AddRoom());
   ASSERT_TRUE(message_.AddRecipient(ToCertificate(Signer().certificate))) << GetReason();
   ASSERT_TRUE(Save());
@@ -68,7 +67,7 @@ TEST_F(CmsEnvelopingTest, EachOfSeveralRecipientsCanOpen) {
   EXPECT_EQ(ContentOf(read), "some content");
 }
 
-TEST_F(CmsEnvelopingTest, TwoEnvelopesShareNeitherKeyNorVector) {
+TEST_F(CmsEncryptingTest, UsesAnotherKeyAndVectorForEachMessage) {
   ASSERT_TRUE(AddRoom());
   ASSERT_TRUE(Save());
   const std::string first = scratch_.Read("enveloped");
@@ -77,25 +76,25 @@ TEST_F(CmsEnvelopingTest, TwoEnvelopesShareNeitherKeyNorVector) {
   EXPECT_NE(first.substr(first.size() - 26), second.substr(second.size() - 26));
 }
 
-TEST_F(CmsEnvelopingTest, AnotherCipherIsRefused) {
+TEST_F(CmsEncryptingTest, RefusesAnotherCipher) {
   CMSMsg message;
   EXPECT_FALSE(message.CreateEnvelopedData(static_cast<CipherAlgorithm>(1)));
   EXPECT_EQ(GetReason(), "The content encryption algorithm is not supported");
   EXPECT_EQ(message.GetType(), CMSMsg::Type::Unknown);
 }
 
-TEST_F(CmsEnvelopingTest, EmptyCertificateIsRefused) {
+TEST_F(CmsEncryptingTest, RefusesAnEmptyCertificate) {
   EXPECT_FALSE(message_.AddRecipient({}));
   EXPECT_EQ(GetReason(), "The recipient's certificate is empty");
 }
 
-TEST_F(CmsEnvelopingTest, CertificateWithAShortRSAKeyIsRefused) {
+TEST_F(CmsEncryptingTest, RefusesACertificateWithAShortRSAKey) {
   const Identity weak = Identity::MakeIssued(CertSpec::EndEntity("Weak"), Root(), KeyPair::MakeRSA(1024));
   EXPECT_FALSE(message_.AddRecipient(ToCertificate(weak.certificate)));
   EXPECT_EQ(GetReason(), "The recipient's RSA key has fewer than 2048 bits");
 }
 
-TEST_F(CmsEnvelopingTest, CertificateWithoutAnRSAKeyIsRefused) {
+TEST_F(CmsEncryptingTest, RefusesACertificateWithoutAnRSAKey) {
   static const Identity curve = Identity::MakeIssued(CertSpec::EndEntity("Curve"), Root(), KeyPair::MakeEC());
   EXPECT_FALSE(message_.AddRecipient(ToCertificate(curve.certificate)));
   EXPECT_EQ(GetReason(), "The recipient's key is not an RSA key");
@@ -103,20 +102,20 @@ TEST_F(CmsEnvelopingTest, CertificateWithoutAnRSAKeyIsRefused) {
   EXPECT_EQ(GetReason(), "The message has no recipient");
 }
 
-TEST_F(CmsEnvelopingTest, SavingWithoutRecipientsIsRefusedAndLeavesTheTarget) {
+TEST_F(CmsEncryptingTest, RefusesToSaveWithoutRecipientsAndLeavesTheTarget) {
   scratch_.Make("enveloped", "old");
   EXPECT_FALSE(Save());
   EXPECT_EQ(GetReason(), "The message has no recipient");
   EXPECT_EQ(scratch_.Read("enveloped"), "old");
 }
 
-TEST_F(CmsEnvelopingTest, AnotherFormatIsRefused) {
+TEST_F(CmsEncryptingTest, RefusesAnotherFormat) {
   ASSERT_TRUE(AddRoom());
   EXPECT_FALSE(message_.Save(static_cast<CMSMsg::Format>(1), plain_, target_));
   EXPECT_EQ(GetReason(), "The format is not supported");
 }
 
-TEST_F(CmsEnvelopingTest, MissingContentFailsWithTheSystemsReasonAndCanBeRepeated) {
+TEST_F(CmsEncryptingTest, CanBeSavedAfterTheContentWasMissing) {
   ASSERT_TRUE(AddRoom());
   EXPECT_FALSE(message_.Save(CMSMsg::Format::BERStream, scratch_.File("missing"), target_));
   EXPECT_EQ(GetReason(), "No such file or directory");
@@ -124,7 +123,7 @@ TEST_F(CmsEnvelopingTest, MissingContentFailsWithTheSystemsReasonAndCanBeRepeate
   EXPECT_TRUE(Save()) << GetReason();
 }
 
-TEST_F(CmsEnvelopingTest, MessageIsSavedOnce) {
+TEST_F(CmsEncryptingTest, RefusesToSaveTwice) {
   ASSERT_TRUE(AddRoom());
   ASSERT_TRUE(Save());
   EXPECT_FALSE(Save());
@@ -133,7 +132,7 @@ TEST_F(CmsEnvelopingTest, MessageIsSavedOnce) {
   EXPECT_EQ(GetReason(), "The message was saved already");
 }
 
-TEST_F(CmsEnvelopingTest, CreatingAgainStartsOver) {
+TEST_F(CmsEncryptingTest, StartsOverWhenCreatedAgain) {
   ASSERT_TRUE(AddRoom());
   ASSERT_TRUE(Save());
   ASSERT_TRUE(message_.CreateEnvelopedData(CipherAlgorithm::AES256CBC));
@@ -141,19 +140,19 @@ TEST_F(CmsEnvelopingTest, CreatingAgainStartsOver) {
   EXPECT_TRUE(Save()) << GetReason();
 }
 
-TEST_F(CmsEnvelopingTest, FullDiskFailsWithTheSystemsReason) {
+TEST_F(CmsEncryptingTest, ReportsTheSystemsReasonOnAFullDisk) {
   ASSERT_TRUE(AddRoom());
   EXPECT_FALSE(message_.Save(CMSMsg::Format::BERStream, plain_, File("/dev/full")));
   EXPECT_EQ(GetReason(), "No space left on device");
 }
 
-TEST_F(CmsEnvelopingTest, SourceThatIsCutWhileItIsReadFails) {
+TEST_F(CmsEncryptingTest, FailsWhenTheSourceIsCutWhileItIsRead) {
   ASSERT_TRUE(AddRoom());
   EXPECT_FALSE(message_.Save(CMSMsg::Format::BERStream, plain_, plain_));
   EXPECT_EQ(GetReason(), "The file changed while it was read");
 }
 
-TEST_F(CmsEnvelopingTest, ContentOfAMessageThatIsBeingMadeIsNotThere) {
+TEST_F(CmsEncryptingTest, HasNoContentBeforeItIsSaved) {
   EXPECT_EQ(ContentOf(message_), "No message was loaded");
   EXPECT_EQ(ReasonOf(message_.Verify()), "The message is not a signed one");
   EXPECT_TRUE(IsQueueEmpty());

@@ -12,7 +12,7 @@
 #include "tests/security/test_pki.h"
 #include "tests/support/files.h"
 
-// What the tests of CMS share: a signer with a key at hand, and messages of ours on disk.
+// What the tests of CMS share: a signer that has its key, and messages of ours in files.
 namespace SecurityTest {
 
 using OruGuiBase::AnsiStr;
@@ -90,12 +90,12 @@ inline bool EnvelopeFile(const File& content, const File& target) {
          message.Save(CMSMsg::Format::BERStream, content, target);
 }
 
-/// The reason of an operation that failed, nothing after one that did not.
+/// The reason of a failed operation; empty after a success.
 inline std::string ReasonOf(bool success) {
   return success ? "" : GetReason();
 }
 
-/// The content of a message through GetContent to memory; the reason of a failure in its place.
+/// The content of a message from GetContent into memory, or the reason of its failure.
 inline std::string ContentOf(const CMSMsg& message) {
   Blob content;
   return message.GetContent(content) ? ToString(content) : GetReason();

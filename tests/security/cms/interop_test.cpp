@@ -39,7 +39,6 @@ struct SignedRow {
 
 class SignedByOthersTest : public testing::TestWithParam<SignedRow> {};
 
-// Messages signed by other software are read, verified or refused.
 TEST_P(SignedByOthersTest, IsReadAndJudged) {
   const SignedRow& row = GetParam();
   CMSMsg message;
@@ -69,14 +68,14 @@ INSTANTIATE_TEST_SUITE_P(
       return name;
     });
 
-TEST(CmsInteropTest, SignedTextInPEMIsRead) {
+TEST(CmsInteropTest, ReadsASignedMessageInPEM) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(ToText(ReadData("signed/pem.txt")))) << GetReason();
   EXPECT_TRUE(message.Verify(RootStore())) << GetReason();
   EXPECT_EQ(ContentOf(message), ReadData("content.bin"));
 }
 
-TEST(CmsInteropTest, SignersOfOthersAreRead) {
+TEST(CmsInteropTest, ReadsTheSignersOfOtherWriters) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile("signed/two.cms")));
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSSigner> signers;
@@ -94,7 +93,6 @@ TEST(CmsInteropTest, SignersOfOthersAreRead) {
 
 class EnvelopedByOthersTest : public testing::TestWithParam<const char*> {};
 
-// Messages enveloped by other software open with the private key.
 TEST_P(EnvelopedByOthersTest, OpensWithThePrivateKey) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile(std::string("enveloped/") + GetParam() + ".cms"))) << GetReason();
@@ -110,7 +108,6 @@ INSTANTIATE_TEST_SUITE_P(Messages, EnvelopedByOthersTest,
 
 class ContentKeyOfOthersTest : public testing::TestWithParam<const char*> {};
 
-// Messages enveloped by other software open with the content key.
 TEST_P(ContentKeyOfOthersTest, OpensWithTheContentKey) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile(std::string("enveloped/") + GetParam() + ".cms"))) << GetReason();
@@ -126,14 +123,14 @@ INSTANTIATE_TEST_SUITE_P(Messages, ContentKeyOfOthersTest,
                          testing::Values("definite", "stream", "aes128", "aes192", "des3"),
                          [](const auto& row) { return std::string(row.param); });
 
-TEST(CmsInteropTest, SecondOfTwoRecipientsOpensToo) {
+TEST(CmsInteropTest, OpensForTheSecondOfTwoRecipients) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile("enveloped/two.cms")));
   ASSERT_TRUE(message.SetRecipientKey(DataCertificate("room2"), DataKey("room2"))) << GetReason();
   EXPECT_EQ(ContentOf(message), ReadData("content.bin"));
 }
 
-TEST(CmsInteropTest, CipherOutsideTheProfileIsRefusedWhenAKeyIsSet) {
+TEST(CmsInteropTest, RefusesACipherOutsideTheProfileWhenAKeyIsSet) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile("enveloped/camellia.cms")));
   EXPECT_FALSE(message.SetRecipientKey(DataCertificate("room"), DataKey("room")));
@@ -142,7 +139,7 @@ TEST(CmsInteropTest, CipherOutsideTheProfileIsRefusedWhenAKeyIsSet) {
   EXPECT_EQ(GetReason(), "The content encryption algorithm is not supported");
 }
 
-TEST(CmsInteropTest, NestedFileIsOpenedAndVerified) {
+TEST(CmsInteropTest, OpensAndVerifiesANestedFile) {
   ScratchDirectory scratch;
   CMSMsg outer;
   ASSERT_TRUE(outer.Load(DataFile("enveloped/nested.cms")));
@@ -164,7 +161,6 @@ struct RecipientRow {
 
 class RecipientsOfOthersTest : public testing::TestWithParam<RecipientRow> {};
 
-// Recipients that other software wrote are named by issuer and serial number, or refused.
 TEST_P(RecipientsOfOthersTest, AreNamed) {
   const RecipientRow& row = GetParam();
   CMSMsg message;
@@ -203,8 +199,8 @@ struct TypeRow {
 
 class TypesOfOthersTest : public testing::TestWithParam<TypeRow> {};
 
-// The content of a Data message is read like any other; nothing is claimed about it.
-TEST(DataOfOthersTest, ContentIsRead) {
+// Nothing is claimed about its origin.
+TEST(DataOfOthersTest, IsRead) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile("other/data.cms"))) << GetReason();
   EXPECT_EQ(message.GetType(), CMSMsg::Type::Data);
@@ -213,7 +209,6 @@ TEST(DataOfOthersTest, ContentIsRead) {
   EXPECT_EQ(ReasonOf(message.Verify()), "The message is not a signed one");
 }
 
-// Messages of other types are named and not opened.
 TEST_P(TypesOfOthersTest, AreNamedAndNotOpened) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(DataFile(GetParam().name))) << GetReason();
@@ -228,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(Messages, TypesOfOthersTest,
                                          TypeRow{"enveloped/authenticated.cms",
                                                  CMSMsg::Type::AuthEnvelopedData, "authEnvelopedData"}));
 
-TEST(CmsInteropTest, DigestedContentIsDelivered) {
+TEST(CmsInteropTest, DeliversDigestedContent) {
   for (const char* name : {"digested/definite.cms", "digested/stream.cms"}) {
     CMSMsg message;
     ASSERT_TRUE(message.Load(DataFile(name))) << name << GetReason();
@@ -284,7 +279,6 @@ class OursReadByOthersTest : public testing::TestWithParam<std::size_t> {
   ScratchDirectory scratch_;
 };
 
-// Our signed messages verify in other software.
 TEST_P(OursReadByOthersTest, SignedMessageVerifies) {
   const std::string bytes = MakeBytes(GetParam());
   ASSERT_TRUE(SignFile(scratch_.Make("plain", bytes), scratch_.File("signed"))) << GetReason();
@@ -293,7 +287,6 @@ TEST_P(OursReadByOthersTest, SignedMessageVerifies) {
   EXPECT_EQ(view.GetContent(), bytes);
 }
 
-// Our enveloped messages open in other software.
 TEST_P(OursReadByOthersTest, EnvelopedMessageOpens) {
   const std::string bytes = MakeBytes(GetParam());
   ASSERT_TRUE(EnvelopeFile(scratch_.Make("plain", bytes), scratch_.File("enveloped"))) << GetReason();

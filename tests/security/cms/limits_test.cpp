@@ -8,7 +8,7 @@ namespace {
 using OruOssSec::CMSLimits;
 using LoadResult = CMSMsg::LoadResult;
 
-/// A message at the limit is read; one beyond it is refused with a reason, but not taken for another file.
+/// A message at the limit is read; one beyond it is refused with a reason, but never taken for plain content.
 class CmsLimitsTest : public testing::Test {
  protected:
   void ExpectLoaded(const std::string& bytes) {
@@ -31,7 +31,7 @@ BuiltMessage WithSigners(std::size_t count) {
   return message;
 }
 
-TEST_F(CmsLimitsTest, SignersOfAMessage) {
+TEST_F(CmsLimitsTest, LimitsTheSignersOfAMessage) {
   ExpectLoaded(WithSigners(CMSLimits::kSigners).Encode());
   EXPECT_TRUE(message_.Verify()) << GetReason();
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSSigner> signers;
@@ -46,7 +46,7 @@ BuiltMessage WithCertificates(std::size_t count) {
   return message;
 }
 
-TEST_F(CmsLimitsTest, CertificatesOfAMessage) {
+TEST_F(CmsLimitsTest, LimitsTheCertificatesOfAMessage) {
   ExpectLoaded(WithCertificates(CMSLimits::kCertificates).Encode());
   EXPECT_TRUE(message_.Verify()) << GetReason();
   ExpectRefused(WithCertificates(CMSLimits::kCertificates + 1).Encode(),
@@ -62,7 +62,7 @@ BuiltMessage WithAttributes(std::size_t count) {
   return MessageOf(signer);
 }
 
-TEST_F(CmsLimitsTest, SignedAttributesOfASigner) {
+TEST_F(CmsLimitsTest, LimitsTheSignedAttributesOfASigner) {
   ExpectLoaded(WithAttributes(CMSLimits::kAttributes).Encode());
   EXPECT_TRUE(message_.Verify()) << GetReason();
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSSigner> signers;
@@ -72,7 +72,7 @@ TEST_F(CmsLimitsTest, SignedAttributesOfASigner) {
                 "A signer of the message has too many signed attributes");
 }
 
-TEST_F(CmsLimitsTest, SignedAttributesOfAnySigner) {
+TEST_F(CmsLimitsTest, LimitsTheSignedAttributesOfEverySigner) {
   BuiltMessage message = WithAttributes(CMSLimits::kAttributes + 1);
   message.signers.insert(message.signers.begin(), BuiltSigner::For("content"));
   ExpectRefused(message.Encode(), "A signer of the message has too many signed attributes");
@@ -90,7 +90,7 @@ std::string WithRecipients(std::size_t count) {
              Hex("06092A864886F70D010703") + Tlv(0xA0, Tlv(0x30, Hex("020100") + Tlv(0x31, all) + content)));
 }
 
-TEST_F(CmsLimitsTest, RecipientsOfAMessageAreLimitedByItsSizeAlone) {
+TEST_F(CmsLimitsTest, LimitsTheRecipientsOfAReadMessageOnlyByItsSize) {
   ExpectLoaded(WithRecipients(CMSLimits::kRecipients + 1));
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSKeyTransRecipient> recipients;
   ASSERT_TRUE(message_.GetRecipients(recipients)) << GetReason();
@@ -100,8 +100,8 @@ TEST_F(CmsLimitsTest, RecipientsOfAMessageAreLimitedByItsSizeAlone) {
   EXPECT_EQ(GetReason(), "The message without its content is too large");
 }
 
-// A message is made within the limits too, so that what was written can be read.
-TEST_F(CmsLimitsTest, RecipientsOfANewMessage) {
+// What was written can be read again.
+TEST_F(CmsLimitsTest, LimitsTheRecipientsOfANewMessage) {
   const OruOssSec::Certificate room = ToCertificate(Room().certificate);
   ASSERT_TRUE(message_.CreateEnvelopedData(OruOssSec::CipherAlgorithm::AES256CBC)) << GetReason();
   for (std::uint32_t i = 0; i < CMSLimits::kRecipients; ++i) ASSERT_TRUE(message_.AddRecipient(room)) << i;
@@ -109,7 +109,7 @@ TEST_F(CmsLimitsTest, RecipientsOfANewMessage) {
   EXPECT_EQ(GetReason(), "The message has too many recipients");
 }
 
-TEST_F(CmsLimitsTest, SignedAttributesOfANewMessage) {
+TEST_F(CmsLimitsTest, LimitsTheSignedAttributesOfANewMessage) {
   const File plain = scratch_.Make("plain", "x");
   const File target = scratch_.File("signed");
   const OruGuiBase::DateTime time = At(2026, 11, 22);
@@ -124,8 +124,8 @@ TEST_F(CmsLimitsTest, SignedAttributesOfANewMessage) {
   EXPECT_EQ(GetReason(), "The signer has too many signed attributes");
 }
 
-// What stands around the content is limited as a whole, so that memory is.
-TEST_F(CmsLimitsTest, SizeOfAMessageWithoutItsContent) {
+// This bounds the memory that a message takes.
+TEST_F(CmsLimitsTest, LimitsTheSizeOfAMessageWithoutItsContent) {
   BuiltSigner signer = BuiltSigner::For("content");
   signer.Add(Attribute(Tlv(0x06, Hex("2A0304")), Tlv(0x0C, std::string(CMSLimits::kSkeleton, 'x'))));
   ExpectRefused(MessageOf(signer).Encode(), "The message without its content is too large");

@@ -16,7 +16,7 @@ std::string TypeOf(const std::string& oid) {
   return message.Load(ToText(CryptStand::ToBase64(bytes))) ? ToString(message.GetTypeStr()) : GetReason();
 }
 
-TEST(CmsLoadTest, TypesWithoutANameHereAreDottedText) {
+TEST(CmsLoadTest, NamesUnknownTypesByTheirDottedOID) {
   EXPECT_EQ(TypeOf("2A864886F70D010704"), "1.2.840.113549.1.7.4");
   EXPECT_EQ(TypeOf("2A0304"), "1.2.3.4");
   EXPECT_EQ(TypeOf("883701"), "2.999.1");
@@ -27,7 +27,7 @@ TEST(CmsLoadTest, TypesWithoutANameHereAreDottedText) {
   EXPECT_EQ(TypeOf("2A864886F70D0109100117"), "authEnvelopedData");
 }
 
-TEST(CmsLoadTest, TypeThatIsNoObjectIdentifierIsRefused) {
+TEST(CmsLoadTest, RefusesATypeThatIsNoObjectIdentifier) {
   CMSMsg message;
   const std::string bytes = Tlv(0x30, Tlv(0x06, Hex("2A80")) + Tlv(0xA0, Tlv(0x30, "")));
   EXPECT_FALSE(message.Load(ToText(CryptStand::ToBase64(bytes))));
@@ -35,7 +35,7 @@ TEST(CmsLoadTest, TypeThatIsNoObjectIdentifierIsRefused) {
   EXPECT_TRUE(IsQueueEmpty());
 }
 
-TEST(CmsLoadTest, EmptyMessageHasNoTypeAndDoesNothing) {
+TEST(CmsLoadTest, HasNoTypeAndDoesNothingWhenEmpty) {
   CMSMsg message;
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSKeyTransRecipient> recipients;
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSSigner> signers;
@@ -61,35 +61,35 @@ class CmsLoadFileTest : public testing::Test {
   CMSMsg message_;
 };
 
-TEST_F(CmsLoadFileTest, MissingFileFailsWithTheSystemsReason) {
+TEST_F(CmsLoadFileTest, ReportsTheSystemsReasonForAMissingFile) {
   LeaveStaleReason();
   EXPECT_FALSE(message_.Load(scratch_.File("missing")));
   EXPECT_EQ(GetReason(), "No such file or directory");
 }
 
-TEST_F(CmsLoadFileTest, DirectoryFailsWithTheSystemsReason) {
+TEST_F(CmsLoadFileTest, ReportsTheSystemsReasonForADirectory) {
   EXPECT_FALSE(message_.Load(File(ToText(scratch_.Path("").string()))));
   EXPECT_EQ(GetReason(), "Is a directory");
 }
 
-TEST_F(CmsLoadFileTest, EmptyFileIsNoMessage) {
+TEST_F(CmsLoadFileTest, IsNoMessageWhenTheFileIsEmpty) {
   EXPECT_FALSE(message_.Load(scratch_.Make("empty", "")));
   EXPECT_EQ(GetReason(), "This is not a CMS message");
 }
 
-TEST_F(CmsLoadFileTest, PEMInAFileIsNoMessage) {
+TEST_F(CmsLoadFileTest, IsNoMessageWhenTheFileIsPEM) {
   EXPECT_FALSE(message_.Load(scratch_.Make("pem", "-----BEGIN CMS-----\n")));
   EXPECT_EQ(GetReason(), "This is not a CMS message");
 }
 
-TEST_F(CmsLoadFileTest, ByteBehindAMessageMakesItNone) {
+TEST_F(CmsLoadFileTest, RefusesAByteAfterTheMessage) {
   ASSERT_TRUE(SignFile(scratch_.Make("plain", "x"), scratch_.File("signed")));
   EXPECT_FALSE(message_.Load(scratch_.Make("longer", scratch_.Read("signed") + '\0')));
   EXPECT_EQ(GetReason(), "The message is followed by other bytes");
 }
 
-// A caller that takes other files too learns whether a file is no message or could not be judged.
-TEST_F(CmsLoadFileTest, NoMessageIsToldFromWhatCouldNotBeRead) {
+// A caller that accepts other files too has to know which of the two it is.
+TEST_F(CmsLoadFileTest, DistinguishesNoMessageFromUnreadable) {
   using Result = CMSMsg::LoadResult;
   ASSERT_TRUE(SignFile(scratch_.Make("plain", "x"), scratch_.File("signed")));
   const std::string whole = scratch_.Read("signed");
@@ -102,22 +102,21 @@ TEST_F(CmsLoadFileTest, NoMessageIsToldFromWhatCouldNotBeRead) {
   EXPECT_EQ(message_.TryLoad(File(ToText(scratch_.Path("").string()))), Result::Unreadable);
 }
 
-// What OpenSSL's parser refuses is no message either.
-TEST_F(CmsLoadFileTest, BytesThatOpenSSLRefusesAreNoMessage) {
+TEST_F(CmsLoadFileTest, IsNoMessageWhenOpenSSLRefusesIt) {
   const std::string fields = Hex("020101") + Tlv(0x31, Tlv(0x30, "x")) +
                              Tlv(0x30, kDataOid + Tlv(0xA0, Tlv(0x04, "content"))) + Tlv(0x31, "");
   const std::string bytes = Tlv(0x30, Hex("06092A864886F70D010702") + Tlv(0xA0, Tlv(0x30, fields)));
   EXPECT_EQ(message_.TryLoad(scratch_.Make("odd", bytes)), CMSMsg::LoadResult::NotAMessage);
 }
 
-TEST_F(CmsLoadFileTest, FailureLeavesTheMessageThatWasThere) {
+TEST_F(CmsLoadFileTest, KeepsThePreviousMessageOnFailure) {
   ASSERT_TRUE(SignFile(scratch_.Make("plain", "x"), scratch_.File("signed")));
   ASSERT_TRUE(message_.Load(scratch_.File("signed")));
   EXPECT_FALSE(message_.Load(scratch_.File("plain")));
   EXPECT_EQ(ContentOf(message_), "x");
 }
 
-TEST_F(CmsLoadFileTest, SecondMessageReplacesTheFirst) {
+TEST_F(CmsLoadFileTest, ReplacesTheFirstMessageByTheSecond) {
   ASSERT_TRUE(SignFile(scratch_.Make("plain", "x"), scratch_.File("signed")));
   ASSERT_TRUE(EnvelopeFile(scratch_.File("plain"), scratch_.File("enveloped")));
   ASSERT_TRUE(message_.Load(scratch_.File("signed")));
@@ -125,7 +124,7 @@ TEST_F(CmsLoadFileTest, SecondMessageReplacesTheFirst) {
   EXPECT_EQ(ToString(message_.GetTypeStr()), "envelopedData");
 }
 
-TEST_F(CmsLoadFileTest, TextOfAMessageIsReadInEveryForm) {
+TEST_F(CmsLoadFileTest, ReadsEveryFormOfAMessageInAString) {
   ASSERT_TRUE(SignFile(scratch_.Make("plain", "some content"), scratch_.File("signed")));
   const std::string bytes = scratch_.Read("signed");
   const std::string base64 = CryptStand::ToBase64(bytes);
@@ -139,7 +138,7 @@ TEST_F(CmsLoadFileTest, TextOfAMessageIsReadInEveryForm) {
   }
 }
 
-TEST_F(CmsLoadFileTest, TextThatIsNoMessageIsRefused) {
+TEST_F(CmsLoadFileTest, RefusesAStringThatIsNoMessage) {
   for (const char* text : {"", " \n", "!", "AAAA", "-----BEGIN CMS-----\n-----END CMS-----\n", "MIIB"}) {
     LeaveStaleReason();
     EXPECT_FALSE(message_.Load(ToText(text))) << text;
@@ -148,7 +147,7 @@ TEST_F(CmsLoadFileTest, TextThatIsNoMessageIsRefused) {
   }
 }
 
-TEST_F(CmsLoadFileTest, SignersThatCannotBeParsedMakeItNoMessage) {
+TEST_F(CmsLoadFileTest, IsNoMessageWhenItsSignersCannotBeParsed) {
   const std::string bytes =
       Tlv(0x30, Tlv(0x06, Hex("2A864886F70D010702")) +
                     Tlv(0xA0, Tlv(0x30, Hex("020101 3100") + Tlv(0x30, Tlv(0x06, Hex("2A864886F70D010701"))) +
@@ -159,7 +158,7 @@ TEST_F(CmsLoadFileTest, SignersThatCannotBeParsedMakeItNoMessage) {
   EXPECT_TRUE(IsQueueEmpty());
 }
 
-TEST_F(CmsLoadFileTest, PipeFailsForWantOfASize) {
+TEST_F(CmsLoadFileTest, RefusesAPipeWhichHasNoSize) {
   ASSERT_EQ(::mkfifo(scratch_.Path("fifo").c_str(), 0600), 0);
   const int both = ::open(scratch_.Path("fifo").c_str(), O_RDWR);
   EXPECT_FALSE(message_.Load(scratch_.File("fifo")));
@@ -167,7 +166,7 @@ TEST_F(CmsLoadFileTest, PipeFailsForWantOfASize) {
   EXPECT_EQ(GetReason(), "The size of a pipe or device is unknown: copy it to a file first");
 }
 
-TEST_F(CmsLoadFileTest, FileThatIsCutAfterLoadingFails) {
+TEST_F(CmsLoadFileTest, FailsWhenTheFileIsCutAfterLoading) {
   ASSERT_TRUE(SignFile(scratch_.Make("plain", MakeBytes(600000)), scratch_.File("signed")));
   ASSERT_TRUE(message_.Load(scratch_.File("signed")));
   std::filesystem::resize_file(scratch_.Path("signed"), 300000);
@@ -175,7 +174,7 @@ TEST_F(CmsLoadFileTest, FileThatIsCutAfterLoadingFails) {
   EXPECT_EQ(ReasonOf(message_.GetContent(scratch_.File("out"))), "The file changed while it was read");
 }
 
-TEST_F(CmsLoadFileTest, TargetOfTheContentThatCannotBeWrittenGivesTheSystemsReason) {
+TEST_F(CmsLoadFileTest, ReportsTheSystemsReasonWhenTheContentCannotBeWritten) {
   ASSERT_TRUE(SignFile(scratch_.Make("plain", MakeBytes(600000)), scratch_.File("signed")));
   ASSERT_TRUE(message_.Load(scratch_.File("signed")));
   EXPECT_EQ(ReasonOf(message_.GetContent(File("/dev/full"))), "No space left on device");
@@ -183,7 +182,7 @@ TEST_F(CmsLoadFileTest, TargetOfTheContentThatCannotBeWrittenGivesTheSystemsReas
             "No such file or directory");
 }
 
-TEST_F(CmsLoadFileTest, FailedContentLeavesTheBlobAsItWas) {
+TEST_F(CmsLoadFileTest, LeavesTheBlobUnchangedWhenTheContentFails) {
   Blob blob;
   std::copy_n("old", 3, blob.Alloc(3));
   ASSERT_TRUE(EnvelopeFile(scratch_.Make("plain", "x"), scratch_.File("enveloped")));
@@ -193,7 +192,7 @@ TEST_F(CmsLoadFileTest, FailedContentLeavesTheBlobAsItWas) {
   EXPECT_EQ(ToString(blob), "old");
 }
 
-TEST_F(CmsLoadFileTest, ContentReplacesALongerTarget) {
+TEST_F(CmsLoadFileTest, ReplacesALongerTargetOfTheContent) {
   ASSERT_TRUE(SignFile(scratch_.Make("plain", "short"), scratch_.File("signed")));
   ASSERT_TRUE(message_.Load(scratch_.File("signed")));
   ASSERT_TRUE(message_.GetContent(scratch_.Make("out", MakeBytes(10000))));

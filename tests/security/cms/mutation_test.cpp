@@ -3,12 +3,12 @@
 #include "security/ber/reader.h"
 #include "tests/security/signed_builder.h"
 
-// Small messages, cut at each length, with each byte changed and each length field replaced. Whatever is done
-// to a message, it is read or refused with a reason, and what verifies is what was signed.
+// Small messages, cut at each length, with each byte changed and each length field replaced. However a
+// message is changed, it is read or refused with a reason, and only signed content verifies.
 namespace SecurityTest {
 namespace {
 
-/// Does with the bytes all that can be done with a message.
+/// Calls every operation that a message has.
 class Ordeal {
  public:
   explicit Ordeal(std::string content) : content_(std::move(content)) {}
@@ -90,7 +90,6 @@ class CmsMutationTest : public testing::TestWithParam<Sample> {
   Ordeal ordeal_{"some content"};
 };
 
-// Every operation bears a message that is cut at any length.
 TEST_P(CmsMutationTest, SurvivesBeingCutAtEachLength) {
   for (std::size_t size = 0; size < bytes_.size(); ++size) {
     CMSMsg message;
@@ -99,7 +98,6 @@ TEST_P(CmsMutationTest, SurvivesBeingCutAtEachLength) {
   }
 }
 
-// Every operation bears a message with any byte changed.
 TEST_P(CmsMutationTest, SurvivesEachByteChanged) {
   for (std::size_t place = 0; place < bytes_.size(); ++place) {
     for (const int change : {0x01, 0x80}) {
@@ -127,14 +125,13 @@ void FindLengths(const std::string& bytes, std::size_t begin, std::size_t end,
     ASSERT_TRUE(reader.ReadHeader(begin, end, header));
     fields.push_back({begin + 1, header.size - 1U, header.length});
     begin += header.size;
-    // What has no length of its own ends within this run; its end shows as an element like any other.
+    // An element of indefinite length ends within this run; its end-of-contents looks like any other element.
     if (header.IsConstructed() && !header.indefinite)
       FindLengths(bytes, begin, begin + header.length, fields);
     begin += header.length;
   }
 }
 
-// Every operation bears a message with any of its lengths replaced.
 TEST_P(CmsMutationTest, SurvivesEachLengthReplaced) {
   std::vector<LengthField> fields;
   FindLengths(bytes_, 0, bytes_.size(), fields);
@@ -160,7 +157,6 @@ TEST_P(CmsMutationTest, SurvivesEachLengthReplaced) {
   }
 }
 
-// The message that is cut and changed is a good one to begin with.
 TEST_P(CmsMutationTest, SurvivesUnchanged) {
   ordeal_.Undergo(bytes_, "unchanged");
   EXPECT_EQ(ordeal_.verifiedCount, std::string(GetParam().name).find("Signed") == 0 ? 1 : 0);

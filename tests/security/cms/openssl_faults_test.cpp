@@ -29,7 +29,7 @@ class CmsOpenSSLFaults : public testing::Test {
   const File target_ = scratch_.File("target");
 };
 
-TEST_F(CmsOpenSSLFaults, EnvelopingSaysWhatFailed) {
+TEST_F(CmsOpenSSLFaults, EncryptingReportsWhatFailed) {
   const FaultRow rows[] = {
       {"CMS_encrypt", 1, "The enveloped message cannot be made"},
       {"X509_get0_pubkey", 1, "The recipient's key cannot be read"},
@@ -42,8 +42,8 @@ TEST_F(CmsOpenSSLFaults, EnvelopingSaysWhatFailed) {
   for (const FaultRow& row : rows) ExpectReason(row, [this] { return EnvelopeFile(plain_, target_); });
 }
 
-// Content type, signing time and digest are added in this order, the texts between the last two.
-TEST_F(CmsOpenSSLFaults, SigningSaysThatAnAttributeCannotBeAdded) {
+// Content type, signing time and digest are added in this order, the caller's strings between the last two.
+TEST_F(CmsOpenSSLFaults, SigningReportsThatAnAttributeCannotBeAdded) {
   const FaultRow rows[] = {
       {"CMS_signed_add1_attr_by_NID", 1, "A signed attribute cannot be added"},
       {"CMS_signed_add1_attr_by_NID", 2, "A signed attribute cannot be added"},

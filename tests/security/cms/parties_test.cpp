@@ -28,7 +28,7 @@ struct SerialRow {
   const char* text;
 };
 
-TEST(CmsRecipientsTest, SerialNumberIsUpperCaseHexadecimalWithoutSignOctet) {
+TEST(CmsRecipientsTest, WritesSerialNumbersInUpperCaseHexadecimalWithoutSignOctet) {
   const SerialRow rows[] = {
       {"0A3F", "0A3F"},
       {"008F01", "8F01"},
@@ -46,7 +46,7 @@ TEST(CmsRecipientsTest, SerialNumberIsUpperCaseHexadecimalWithoutSignOctet) {
   }
 }
 
-TEST(CmsRecipientsTest, EmptySetIsNoFailure) {
+TEST(CmsRecipientsTest, AcceptsAnEmptySet) {
   for (const std::string& set : {Tlv(0x31, ""), Open(0x31, "")}) {
     CMSMsg message;
     ASSERT_TRUE(LoadBytes(message, Envelope(set))) << GetReason();
@@ -59,7 +59,7 @@ TEST(CmsRecipientsTest, EmptySetIsNoFailure) {
   }
 }
 
-TEST(CmsRecipientsTest, RecipientsComeInTheirOrder) {
+TEST(CmsRecipientsTest, KeepsTheOrderOfTheMessage) {
   CMSMsg message;
   ASSERT_TRUE(
       LoadBytes(message, Envelope(Tlv(0x31, Recipient("\x03") + Recipient("\x01") + Recipient("\x02")))));
@@ -71,7 +71,7 @@ TEST(CmsRecipientsTest, RecipientsComeInTheirOrder) {
   EXPECT_EQ(ToString(recipients.Get(2)->serial), "02");
 }
 
-TEST(CmsRecipientsTest, QueueIsFilledAgain) {
+TEST(CmsRecipientsTest, ReplacesTheEntriesOfTheQueue) {
   CMSMsg message;
   ASSERT_TRUE(LoadBytes(message, Envelope(Tlv(0x31, Recipient("\x03")))));
   Recipients recipients;
@@ -80,7 +80,7 @@ TEST(CmsRecipientsTest, QueueIsFilledAgain) {
   EXPECT_EQ(recipients.GetCount(), 1U);
 }
 
-TEST(CmsRecipientsTest, OriginatorIsPassedOver) {
+TEST(CmsRecipientsTest, SkipsTheOriginator) {
   CMSMsg message;
   ASSERT_TRUE(LoadBytes(message, Envelope(Tlv(0x31, Recipient("\x03")), Tlv(0xA0, "")))) << GetReason();
   Recipients recipients;
@@ -88,7 +88,7 @@ TEST(CmsRecipientsTest, OriginatorIsPassedOver) {
   EXPECT_EQ(recipients.GetCount(), 1U);
 }
 
-TEST(CmsRecipientsTest, EncryptedKeyInSegmentsIsPutTogether) {
+TEST(CmsRecipientsTest, JoinsAnEncryptedKeyInSegments) {
   CMSMsg message;
   const std::string key = Open(0x24, Tlv(0x04, "encrypted ") + Tlv(0x04, "key"));
   ASSERT_TRUE(LoadBytes(message, Envelope(Open(0x31, Recipient("\x03", kName, key))))) << GetReason();
@@ -97,7 +97,7 @@ TEST(CmsRecipientsTest, EncryptedKeyInSegmentsIsPutTogether) {
   EXPECT_EQ(ToString(recipients.Get(0)->encryptedKey), "encrypted key");
 }
 
-TEST(CmsRecipientsTest, EmptyEncryptedKeyIsDeliveredEmpty) {
+TEST(CmsRecipientsTest, DeliversAnEmptyEncryptedKey) {
   CMSMsg message;
   ASSERT_TRUE(LoadBytes(message, Envelope(Tlv(0x31, Recipient("\x03", kName, Tlv(0x04, ""))))))
       << GetReason();
@@ -106,7 +106,7 @@ TEST(CmsRecipientsTest, EmptyEncryptedKeyIsDeliveredEmpty) {
   EXPECT_TRUE(recipients.Get(0)->encryptedKey.IsEmpty());
 }
 
-TEST(CmsRecipientsTest, EmptyIssuerIsEmptyText) {
+TEST(CmsRecipientsTest, WritesAnEmptyIssuerAsAnEmptyString) {
   CMSMsg message;
   ASSERT_TRUE(LoadBytes(message, Envelope(Tlv(0x31, Recipient("\x03", Tlv(0x30, "")))))) << GetReason();
   Recipients recipients;
@@ -114,7 +114,7 @@ TEST(CmsRecipientsTest, EmptyIssuerIsEmptyText) {
   EXPECT_TRUE(recipients.Get(0)->issuer.IsEmpty());
 }
 
-TEST(CmsRecipientsTest, OneRecipientOfAnotherTypeFailsTheWhole) {
+TEST(CmsRecipientsTest, FailsWhenOneRecipientIsOfAnotherType) {
   const std::string keyId = Tlv(0x30, Hex("020102") + Tlv(0x80, "identifier") + kRsa + Tlv(0x04, "key"));
   CMSMsg message;
   ASSERT_TRUE(LoadBytes(message, Envelope(Tlv(0x31, Recipient("\x03") + keyId)))) << GetReason();
@@ -124,7 +124,7 @@ TEST(CmsRecipientsTest, OneRecipientOfAnotherTypeFailsTheWhole) {
   EXPECT_TRUE(recipients.IsEmpty());
 }
 
-TEST(CmsRecipientsTest, SignedMessageHasNone) {
+TEST(CmsRecipientsTest, FailsForASignedMessage) {
   ScratchDirectory scratch;
   ASSERT_TRUE(SignFile(scratch.Make("plain", "x"), scratch.File("signed")));
   CMSMsg message;
@@ -152,7 +152,7 @@ struct ValueRow {
   const char* text;
 };
 
-TEST(CmsSignersTest, StringsAreUTF8TextAndOtherValuesHexadecimal) {
+TEST(CmsSignersTest, WritesStringsInUTF8AndOtherValuesInHexadecimal) {
   const ValueRow rows[] = {
       {"UTF8String", Tlv(0x0C, "Gr\xC3\xBC\xC3\x9F"), "Gr\xC3\xBC\xC3\x9F"},
       {"empty UTF8String", Tlv(0x0C, ""), ""},
@@ -184,7 +184,7 @@ TEST(CmsSignersTest, StringsAreUTF8TextAndOtherValuesHexadecimal) {
   }
 }
 
-TEST(CmsSignersTest, HeaderOfALongValueIsLeftOut) {
+TEST(CmsSignersTest, LeavesOutTheHeaderOfALongValue) {
   Signers signers;
   BuiltSigner signer = BuiltSigner::For("content");
   signer.Add(Attribute(kOid, Tlv(0x04, std::string(300, '\x11'))));
@@ -192,8 +192,7 @@ TEST(CmsSignersTest, HeaderOfALongValueIsLeftOut) {
   EXPECT_EQ(ToString(signers.Get(0)->signedAttributes.Get("1.2.3.4").AsString()), std::string(600, '1'));
 }
 
-// Signed attributes stand under their object identifiers in dotted text.
-TEST(CmsSignersTest, AttributesStandUnderTheirOIDs) {
+TEST(CmsSignersTest, ListsAttributesByTheirDottedOIDs) {
   Signers signers;
   ASSERT_TRUE(Read(MessageOf(BuiltSigner::For("content")), signers)) << GetReason();
   const KVMap& attributes = signers.Get(0)->signedAttributes;
@@ -203,7 +202,7 @@ TEST(CmsSignersTest, AttributesStandUnderTheirOIDs) {
             CryptStand::ToHex(Digest("SHA512", "content"), true));
 }
 
-TEST(CmsSignersTest, AttributeOfSeveralValuesOrNoneIsLeftOut) {
+TEST(CmsSignersTest, LeavesOutAttributesOfSeveralValuesOrNone) {
   for (const std::string& values : {Tlv(0x0C, "a") + Tlv(0x0C, "b"), std::string()}) {
     Signers signers;
     BuiltSigner signer = BuiltSigner::For("content");
@@ -213,7 +212,7 @@ TEST(CmsSignersTest, AttributeOfSeveralValuesOrNoneIsLeftOut) {
   }
 }
 
-TEST(CmsSignersTest, AttributeThatOccursTwiceIsAFailure) {
+TEST(CmsSignersTest, FailsForAnAttributeThatOccursTwice) {
   Signers signers;
   BuiltSigner signer = BuiltSigner::For("content");
   signer.Add(Attribute(kOid, Tlv(0x0C, "a"))).Add(Attribute(kOid, Tlv(0x0C, "b")));
@@ -222,8 +221,7 @@ TEST(CmsSignersTest, AttributeThatOccursTwiceIsAFailure) {
   EXPECT_TRUE(signers.IsEmpty());
 }
 
-// Whatever number of values the two have.
-TEST(CmsSignersTest, AttributeThatOccursTwiceIsAFailureWithAnyValues) {
+TEST(CmsSignersTest, FailsForAnAttributeThatOccursTwiceWithAnyNumberOfValues) {
   const std::string one = Tlv(0x0C, "a");
   const std::pair<std::string, std::string> rows[] = {
       {one, ""}, {"", one}, {one, one + Tlv(0x0C, "b")}, {one + Tlv(0x0C, "b"), one}, {"", ""}, {one, one}};
@@ -237,7 +235,7 @@ TEST(CmsSignersTest, AttributeThatOccursTwiceIsAFailureWithAnyValues) {
   }
 }
 
-TEST(CmsSignersTest, TextThatIsNotWhatItsTypeSaysIsAFailure) {
+TEST(CmsSignersTest, FailsForAStringThatIsInvalidInItsType) {
   for (const std::string& value : {Tlv(0x0C, "\xFF"), Tlv(0x1E, "odd")}) {
     Signers signers;
     BuiltSigner signer = BuiltSigner::For("content");
@@ -249,7 +247,7 @@ TEST(CmsSignersTest, TextThatIsNotWhatItsTypeSaysIsAFailure) {
   }
 }
 
-TEST(CmsSignersTest, SigningTimeIsInUniversalTime) {
+TEST(CmsSignersTest, ReadsTheSigningTimeInUTC) {
   struct {
     std::string value;
     OruGuiBase::DateTime time;
@@ -269,7 +267,7 @@ TEST(CmsSignersTest, SigningTimeIsInUniversalTime) {
   }
 }
 
-TEST(CmsSignersTest, SigningTimeThatCannotBeReadIsAFailure) {
+TEST(CmsSignersTest, FailsForAnUnreadableSigningTime) {
   Signers signers;
   BuiltSigner signer = BuiltSigner::For("content");
   signer.Add(Attribute(kSigningTimeOid, Tlv(0x17, "240229")));
@@ -277,7 +275,7 @@ TEST(CmsSignersTest, SigningTimeThatCannotBeReadIsAFailure) {
   EXPECT_NE(OruGuiBase::GetLastError(), 0U);
 }
 
-TEST(CmsSignersTest, CertificateThatIsNotThereIsEmpty) {
+TEST(CmsSignersTest, LeavesAMissingCertificateEmpty) {
   Signers signers;
   BuiltMessage built = MessageOf(BuiltSigner::For("content"));
   built.certificates = {Room().certificate};
@@ -285,7 +283,7 @@ TEST(CmsSignersTest, CertificateThatIsNotThereIsEmpty) {
   EXPECT_TRUE(signers.Get(0)->certificate.IsEmpty());
 }
 
-TEST(CmsSignersTest, CertificateOutlivesItsMessage) {
+TEST(CmsSignersTest, KeepsTheCertificateAfterTheMessageIsGone) {
   Signers signers;
   ASSERT_TRUE(Read(MessageOf(BuiltSigner::For("content")), signers));
   AnsiStr subject;
@@ -293,14 +291,14 @@ TEST(CmsSignersTest, CertificateOutlivesItsMessage) {
   EXPECT_EQ(ToString(subject), Signer().certificate.GetSubject());
 }
 
-TEST(CmsSignersTest, MessageWithoutSignersHasNone) {
+TEST(CmsSignersTest, ReadsNoSignersFromAMessageWithoutAny) {
   Signers signers;
   BuiltMessage built;
   ASSERT_TRUE(Read(built, signers)) << GetReason();
   EXPECT_TRUE(signers.IsEmpty());
 }
 
-TEST(CmsSignersTest, EnvelopedMessageHasNoSignersToAskFor) {
+TEST(CmsSignersTest, FailsForAnEnvelopedMessage) {
   ScratchDirectory scratch;
   ASSERT_TRUE(EnvelopeFile(scratch.Make("plain", "x"), scratch.File("enveloped")));
   CMSMsg message;

@@ -3,7 +3,7 @@
 #include "security/cms/sink.h"
 #include "tests/security/cms/fixture.h"
 
-// Messages of ours, read by ourselves: every size around the borders of chunks and blocks.
+// Messages that we write and read again: every size around the borders of chunks and blocks.
 namespace SecurityTest {
 namespace {
 
@@ -14,7 +14,7 @@ class CmsRoundTripTest : public testing::TestWithParam<std::size_t> {
   ScratchDirectory scratch_;
 };
 
-TEST_P(CmsRoundTripTest, SignedContentComesBackVerified) {
+TEST_P(CmsRoundTripTest, RestoresAndVerifiesSignedContent) {
   const std::string bytes = MakeBytes(GetParam());
   ASSERT_TRUE(SignFile(scratch_.Make("plain", bytes), scratch_.File("signed"))) << GetReason();
   CMSMsg message;
@@ -26,7 +26,7 @@ TEST_P(CmsRoundTripTest, SignedContentComesBackVerified) {
   EXPECT_EQ(ContentOf(message), bytes);
 }
 
-TEST_P(CmsRoundTripTest, EnvelopedContentComesBackWithThePrivateKey) {
+TEST_P(CmsRoundTripTest, RestoresEnvelopedContentWithThePrivateKey) {
   const std::string bytes = MakeBytes(GetParam());
   ASSERT_TRUE(EnvelopeFile(scratch_.Make("plain", bytes), scratch_.File("enveloped"))) << GetReason();
   CMSMsg message;
@@ -38,7 +38,7 @@ TEST_P(CmsRoundTripTest, EnvelopedContentComesBackWithThePrivateKey) {
   EXPECT_EQ(ContentOf(message), bytes) << "a second time, into memory";
 }
 
-TEST_P(CmsRoundTripTest, EnvelopedContentComesBackWithTheContentKey) {
+TEST_P(CmsRoundTripTest, RestoresEnvelopedContentWithTheContentKey) {
   const std::string bytes = MakeBytes(GetParam());
   ASSERT_TRUE(EnvelopeFile(scratch_.Make("plain", bytes), scratch_.File("enveloped"))) << GetReason();
   CMSMsg message;
@@ -51,7 +51,7 @@ TEST_P(CmsRoundTripTest, EnvelopedContentComesBackWithTheContentKey) {
   EXPECT_EQ(ContentOf(message), bytes);
 }
 
-// The head of a signed message takes 67 octets, headers of segments 5: borders of chunks lie a little below
+// The head of a signed message takes 67 octets, headers of segments 5: borders of chunks are a little below
 // those of the content.
 INSTANTIATE_TEST_SUITE_P(Sizes, CmsRoundTripTest,
                          testing::Values(0, 1, 15, 16, 17, 127, 128, 4096, kChunk - 128, kChunk - 66,
@@ -66,7 +66,7 @@ std::size_t GetFirstSegment(const std::string& bytes) {
   return size;
 }
 
-TEST(CmsRoundTripBorderTest, EverySizeAroundAFullSegmentComesBack) {
+TEST(CmsRoundTripBorderTest, RestoresEverySizeAroundAFullSegment) {
   ScratchDirectory scratch;
   const std::string bytes = MakeBytes(2 * kChunk);
   ASSERT_TRUE(EnvelopeFile(scratch.Make("plain", bytes), scratch.File("enveloped"))) << GetReason();
@@ -91,7 +91,7 @@ void ExpectSegmentsAtChunks(const std::string& bytes, std::size_t size) {
   }
 }
 
-TEST(CmsRoundTripBorderTest, SegmentsFillChunksOfTheFile) {
+TEST(CmsRoundTripBorderTest, WritesSegmentsThatFillChunksOfTheFile) {
   ScratchDirectory scratch;
   const std::size_t size = 5 * kChunk;
   ASSERT_TRUE(SignFile(scratch.Make("plain", MakeBytes(size)), scratch.File("signed")));

@@ -12,7 +12,7 @@ using OruOssSec::CryptoMessageSyntax;
 
 constexpr const char* kGroupOid = "1.3.6.1.4.1.48215.2.1";
 
-/// A signer whose answer a test writes.
+/// A signer whose result a test sets.
 class ScriptedSigner final : public OruOssSec::ISignHash {
  public:
   using Respond = std::function<bool(const BlobConst&, Blob&)>;
@@ -48,7 +48,6 @@ class CmsSigningTest : public testing::Test {
   File signed_ = scratch_.File("signed");
 };
 
-// Signing asks the signer once, with a SHA-512 hash.
 TEST_F(CmsSigningTest, AsksTheSignerOnceForASHA512Hash) {
   KeySigner signer(Signer().key);
   ASSERT_TRUE(Sign(signer)) << GetReason();
@@ -72,7 +71,7 @@ TEST_F(CmsSigningTest, WritesContainersOfIndefiniteLengthAndContentInSegments) {
   EXPECT_EQ(bytes.substr(bytes.size() - 6), std::string(6, '\0'));
 }
 
-TEST_F(CmsSigningTest, HoldsTheSignersCertificate) {
+TEST_F(CmsSigningTest, WritesTheSignersCertificate) {
   ASSERT_TRUE(Sign({}));
   CMSMsg message;
   ASSERT_TRUE(message.Load(signed_));
@@ -83,7 +82,6 @@ TEST_F(CmsSigningTest, HoldsTheSignersCertificate) {
             0);
 }
 
-// A message is signed with RSASSA-PKCS1-v1_5 and SHA-512.
 TEST_F(CmsSigningTest, SignsWithPKCS1AndSHA512) {
   ASSERT_TRUE(Sign({}));
   const std::string bytes = scratch_.Read("signed");
@@ -104,7 +102,7 @@ TEST_F(CmsSigningTest, SignsWithPKCS1AndSHA512) {
   BIO_free(bio);
 }
 
-TEST_F(CmsSigningTest, AttributesComeBackAsTheyWereGiven) {
+TEST_F(CmsSigningTest, WritesAttributesAsTheyWereGiven) {
   KVMap attributes;
   attributes.Set("1.3.6.1.4.1.48215.2.3", "https://example.org/mx/r%20oom");
   attributes.Set(kGroupOid, "Gruppe \xC3\xBC");
@@ -159,7 +157,6 @@ TEST_F(CmsSigningTest, RefusesOneOIDInTwoSpellings) {
 
 class SigningTimeTest : public CmsSigningTest, public testing::WithParamInterface<DateTime> {};
 
-// A signing time comes back as it was given.
 TEST_P(SigningTimeTest, ComesBack) {
   const DateTime time = GetParam();
   ASSERT_TRUE(Sign({}, &time)) << GetReason();
@@ -177,7 +174,7 @@ INSTANTIATE_TEST_SUITE_P(Times, SigningTimeTest,
                                          At(2049, 12, 31, 23, 59, 59), At(2050, 1, 1),
                                          At(1949, 12, 31, 23, 59, 59), At(9999, 12, 31)));
 
-TEST_F(CmsSigningTest, TimesTo2049AreUTCTimeAndLaterOnesGeneralizedTime) {
+TEST_F(CmsSigningTest, WritesTimesTo2049AsUTCTimeAndLaterOnesAsGeneralizedTime) {
   const std::string utc = std::string("\x17\x0D") + "491231235959Z";
   const std::string generalized = std::string("\x18\x0F") + "20500101000000Z";
   DateTime time = At(2049, 12, 31, 23, 59, 59);
@@ -188,7 +185,7 @@ TEST_F(CmsSigningTest, TimesTo2049AreUTCTimeAndLaterOnesGeneralizedTime) {
   EXPECT_NE(scratch_.Read("signed").find(generalized), std::string::npos);
 }
 
-TEST_F(CmsSigningTest, NoTimeLeavesTheAttributeOut) {
+TEST_F(CmsSigningTest, LeavesOutTheSigningTimeWithoutATime) {
   ASSERT_TRUE(Sign({}, nullptr));
   CMSMsg message;
   ASSERT_TRUE(message.Load(signed_));
@@ -198,7 +195,7 @@ TEST_F(CmsSigningTest, NoTimeLeavesTheAttributeOut) {
   EXPECT_TRUE(signers.Get(0)->signedAttributes.Get("1.2.840.113549.1.9.5").IsNil());
 }
 
-TEST_F(CmsSigningTest, RefusesATimeThatIsNone) {
+TEST_F(CmsSigningTest, RefusesAnInvalidTime) {
   for (const DateTime& time :
        {DateTime(), At(2023, 2, 29), At(2024, 13, 1), At(2024, 1, 1, 24), At(10000, 1, 1)}) {
     EXPECT_FALSE(Sign({}, &time));
@@ -206,7 +203,7 @@ TEST_F(CmsSigningTest, RefusesATimeThatIsNone) {
   }
 }
 
-TEST_F(CmsSigningTest, ReasonOfTheSignerStands) {
+TEST_F(CmsSigningTest, KeepsTheReasonOfTheSigner) {
   EXPECT_FALSE(SignWith([](const BlobConst&, Blob&) {
     OruGuiBase::SetErrorMessage("No key server answers");
     return false;
@@ -214,17 +211,17 @@ TEST_F(CmsSigningTest, ReasonOfTheSignerStands) {
   EXPECT_EQ(GetReason(), "No key server answers");
 }
 
-TEST_F(CmsSigningTest, SignerWithoutAReasonGetsOne) {
+TEST_F(CmsSigningTest, GivesAReasonWhenTheSignerGivesNone) {
   EXPECT_FALSE(SignWith([](const BlobConst&, Blob&) { return false; }));
   EXPECT_EQ(GetReason(), "The signer did not sign the hash");
 }
 
-TEST_F(CmsSigningTest, SignerThatThrowsFails) {
+TEST_F(CmsSigningTest, FailsWhenTheSignerThrows) {
   EXPECT_FALSE(SignWith([](const BlobConst&, Blob&) -> bool { throw 1; }));
   EXPECT_EQ(GetReason(), "The signer did not sign the hash");
 }
 
-TEST_F(CmsSigningTest, ErrorStateIsClearWhenTheSignerIsAsked) {
+TEST_F(CmsSigningTest, ClearsTheErrorStateBeforeItAsksTheSigner) {
   std::uint32_t code = 1;
   EXPECT_TRUE(SignWith([&code](const BlobConst& hash, Blob& signature) {
     code = OruGuiBase::GetLastError();
@@ -233,7 +230,7 @@ TEST_F(CmsSigningTest, ErrorStateIsClearWhenTheSignerIsAsked) {
   EXPECT_EQ(code, 0U);
 }
 
-TEST_F(CmsSigningTest, ReasonOfAnAttemptThatTheSignerRepeatedIsForgotten) {
+TEST_F(CmsSigningTest, ForgetsTheReasonOfAnAttemptThatTheSignerRepeated) {
   EXPECT_TRUE(SignWith([](const BlobConst& hash, Blob& signature) {
     OruGuiBase::SetErrorMessage("The first key server is down");
     return KeySigner(Signer().key).SignHash(hash, signature);
@@ -241,19 +238,19 @@ TEST_F(CmsSigningTest, ReasonOfAnAttemptThatTheSignerRepeatedIsForgotten) {
   EXPECT_EQ(OruGuiBase::GetLastError(), 0U);
 }
 
-TEST_F(CmsSigningTest, EmptySignatureFails) {
+TEST_F(CmsSigningTest, FailsForAnEmptySignature) {
   EXPECT_FALSE(SignWith([](const BlobConst&, Blob&) { return true; }));
   EXPECT_EQ(GetReason(), "The signer returned no signature");
 }
 
-TEST_F(CmsSigningTest, SignatureOfAnotherKeyFails) {
+TEST_F(CmsSigningTest, FailsForASignatureOfAnotherKey) {
   EXPECT_FALSE(SignWith([](const BlobConst& hash, Blob& signature) {
     return KeySigner(Room().key).SignHash(hash, signature);
   }));
   EXPECT_EQ(GetReason(), "The signature does not fit the signer's certificate");
 }
 
-TEST_F(CmsSigningTest, SignatureOfAnotherHashFails) {
+TEST_F(CmsSigningTest, FailsForASignatureOfAnotherHash) {
   EXPECT_FALSE(SignWith([](const BlobConst&, Blob& signature) {
     Fill(signature, Signer().key.SignHash(std::string(64, 'h')));
     return true;
@@ -261,7 +258,7 @@ TEST_F(CmsSigningTest, SignatureOfAnotherHashFails) {
   EXPECT_EQ(GetReason(), "The signature does not fit the signer's certificate");
 }
 
-TEST_F(CmsSigningTest, SignatureOfAnyOtherLengthFails) {
+TEST_F(CmsSigningTest, FailsForASignatureOfAnotherLength) {
   for (const std::size_t size : {1U, 255U, 257U, 4096U}) {
     EXPECT_FALSE(SignWith([size](const BlobConst&, Blob& signature) {
       Fill(signature, std::string(size, 's'));
@@ -272,7 +269,7 @@ TEST_F(CmsSigningTest, SignatureOfAnyOtherLengthFails) {
   }
 }
 
-// Nobody would take the signature for a proof.
+// Nobody would accept the signature as a proof.
 TEST_F(CmsSigningTest, RefusesAShortKey) {
   const Identity weak = Identity::MakeIssued(CertSpec::EndEntity("Weak"), Root(), KeyPair::MakeRSA(1024));
   KeySigner signer(weak.key);
@@ -302,29 +299,29 @@ TEST_F(CmsSigningTest, RefusesAnEmptyCertificateAndNoSigner) {
   EXPECT_EQ(GetReason(), "There is nobody to sign the hash");
 }
 
-TEST_F(CmsSigningTest, MissingSourceFailsWithTheSystemsReasonBeforeTheTargetIsMade) {
+TEST_F(CmsSigningTest, ReportsAMissingSourceBeforeItCreatesTheTarget) {
   EXPECT_FALSE(SignFile(scratch_.File("missing"), signed_));
   EXPECT_EQ(GetReason(), "No such file or directory");
   EXPECT_FALSE(scratch_.Exists("signed"));
 }
 
-TEST_F(CmsSigningTest, TargetThatCannotBeMadeFailsWithTheSystemsReason) {
+TEST_F(CmsSigningTest, ReportsTheSystemsReasonWhenTheTargetCannotBeCreated) {
   EXPECT_FALSE(SignFile(plain_, File(ToText(scratch_.Path("no/where").string()))));
   EXPECT_EQ(GetReason(), "No such file or directory");
 }
 
-TEST_F(CmsSigningTest, FullDiskFailsWithTheSystemsReason) {
+TEST_F(CmsSigningTest, ReportsTheSystemsReasonOnAFullDisk) {
   EXPECT_FALSE(SignFile(plain_, File("/dev/full")));
   EXPECT_EQ(GetReason(), "No space left on device");
 }
 
-TEST_F(CmsSigningTest, SourceThatIsCutWhileItIsReadFails) {
-  // The target being the source, it is cut before it is read.
+TEST_F(CmsSigningTest, FailsWhenTheSourceIsCutWhileItIsRead) {
+  // The target is the source too, so it is emptied before it is read.
   EXPECT_FALSE(SignFile(plain_, plain_));
   EXPECT_EQ(GetReason(), "The file changed while it was read");
 }
 
-TEST_F(CmsSigningTest, TargetIsReplacedWhole) {
+TEST_F(CmsSigningTest, ReplacesTheWholeTarget) {
   scratch_.Make("signed", MakeBytes(100000));
   ASSERT_TRUE(Sign({}));
   EXPECT_LT(scratch_.Read("signed").size(), 4000U);
@@ -332,8 +329,7 @@ TEST_F(CmsSigningTest, TargetIsReplacedWhole) {
   EXPECT_TRUE(message.Load(signed_)) << GetReason();
 }
 
-// The error queue of OpenSSL is empty after signing.
-TEST_F(CmsSigningTest, OpenSSLsQueueIsEmptyAfterwards) {
+TEST_F(CmsSigningTest, LeavesOpenSSLsQueueEmpty) {
   ASSERT_TRUE(Sign({}));
   EXPECT_TRUE(IsQueueEmpty());
 }

@@ -1,4 +1,5 @@
-// Messages and contents that go into a FIFO: it can neither be cut nor reserved, and stays what it is.
+// Messages and contents that go into a FIFO: it cannot be truncated, no space can be reserved in it, and it
+// must remain a FIFO.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,11 +10,11 @@
 namespace SecurityTest {
 namespace {
 
-class CmsPipeTest : public testing::Test {
+class CmsSinkToPipeTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(::mkfifo(scratch_.Path("fifo").c_str(), 0600), 0);
-    // Open for both, so that neither end waits for the other; what goes in is small.
+    // Open for both, so that neither end waits for the other. The messages fit into its buffer.
     both_ = ::open(scratch_.Path("fifo").c_str(), O_RDWR | O_NONBLOCK);
     ASSERT_GE(both_, 0);
   }
@@ -33,13 +34,13 @@ class CmsPipeTest : public testing::Test {
   int both_ = -1;
 };
 
-TEST_F(CmsPipeTest, TakesASignedMessage) {
+TEST_F(CmsSinkToPipeTest, TakesASignedMessage) {
   ASSERT_TRUE(SignFile(plain_, fifo_)) << GetReason();
   CMSMsg message;
   EXPECT_TRUE(message.Load(scratch_.Make("signed", Taken()))) << GetReason();
 }
 
-TEST_F(CmsPipeTest, TakesAnEnvelopedMessage) {
+TEST_F(CmsSinkToPipeTest, TakesAnEnvelopedMessage) {
   CMSMsg message;
   ASSERT_TRUE(message.CreateEnvelopedData(OruOssSec::CipherAlgorithm::AES256CBC));
   ASSERT_TRUE(message.AddRecipient(ToCertificate(Room().certificate)));
@@ -48,7 +49,7 @@ TEST_F(CmsPipeTest, TakesAnEnvelopedMessage) {
   EXPECT_TRUE(read.Load(scratch_.Make("enveloped", Taken()))) << GetReason();
 }
 
-TEST_F(CmsPipeTest, TakesSignedContent) {
+TEST_F(CmsSinkToPipeTest, TakesSignedContent) {
   ASSERT_TRUE(SignFile(plain_, scratch_.File("signed")));
   CMSMsg message;
   ASSERT_TRUE(message.Load(scratch_.File("signed")));
@@ -56,7 +57,7 @@ TEST_F(CmsPipeTest, TakesSignedContent) {
   EXPECT_EQ(Taken(), "some content");
 }
 
-TEST_F(CmsPipeTest, TakesDecryptedContent) {
+TEST_F(CmsSinkToPipeTest, TakesDecryptedContent) {
   ASSERT_TRUE(EnvelopeFile(plain_, scratch_.File("enveloped")));
   CMSMsg message;
   ASSERT_TRUE(message.Load(scratch_.File("enveloped")));
@@ -65,7 +66,7 @@ TEST_F(CmsPipeTest, TakesDecryptedContent) {
   EXPECT_EQ(Taken(), "some content");
 }
 
-TEST_F(CmsPipeTest, TakesDigestedContent) {
+TEST_F(CmsSinkToPipeTest, TakesDigestedContent) {
   CMSMsg message;
   ASSERT_TRUE(message.Load(File(ToText(CRYPTCLI_TEST_DATA "/digested/definite.cms")))) << GetReason();
   ASSERT_TRUE(message.GetContent(fifo_)) << GetReason();

@@ -52,7 +52,6 @@ struct Row {
   std::string bytes;
 };
 
-// Every shape of a message within the profile is accepted.
 TEST(CmsSkeletonTest, AcceptsEveryShapeOfTheProfile) {
   const std::string some = Tlv(0xA0, Tlv(0x30, "x"));
   const std::string lists = Tlv(0xA1, Tlv(0x30, "x"));
@@ -89,7 +88,6 @@ struct RefusedRow {
   const char* reason;
 };
 
-// Any other shape of a message is refused with a reason.
 TEST(CmsSkeletonTest, RefusesEveryOtherShapeWithAReason) {
   const std::string tail = Tlv(0x31, "");
   const std::string encrypted = Tlv(0x30, kData + kCipher + Tlv(0x80, "x"));
@@ -149,7 +147,7 @@ TEST(CmsSkeletonTest, RefusesEveryOtherShapeWithAReason) {
   for (const RefusedRow& row : rows) EXPECT_EQ(ReasonOfReading(row.bytes), row.reason) << row.why;
 }
 
-TEST(CmsSkeletonTest, ContentLiesWhereItIsSaidTo) {
+TEST(CmsSkeletonTest, ReportsWhereTheContentIs) {
   const std::string bytes = Signed(kVersion + Tlv(0x31, kAlgorithm) + kEncapsulated + Tlv(0x31, ""));
   WatchedSource source(bytes);
   CmsSkeleton skeleton;
@@ -159,8 +157,7 @@ TEST(CmsSkeletonTest, ContentLiesWhereItIsSaidTo) {
   EXPECT_EQ(skeleton.content.length, 7U);
 }
 
-// The structure of a message without its content may take 1 MiB and no more.
-TEST(CmsSkeletonTest, SkeletonOf1MiBIsTheMost) {
+TEST(CmsSkeletonTest, AcceptsASkeletonOf1MiBAndNoMore) {
   const std::string most = Tlv(0xA0, std::string((1 << 20) - 200, 'x'));
   EXPECT_EQ(ReasonOfReading(Signed(kVersion + Tlv(0x31, "") + kEncapsulated + most + Tlv(0x31, ""))), "");
   const std::string more = Tlv(0xA0, std::string(1 << 20, 'x'));
@@ -168,7 +165,7 @@ TEST(CmsSkeletonTest, SkeletonOf1MiBIsTheMost) {
             "The message without its content is too large");
 }
 
-TEST(CmsSkeletonTest, EveryCutOfAMessageIsRefused) {
+TEST(CmsSkeletonTest, RefusesEveryCutMessage) {
   for (const std::string& bytes :
        {Signed(kVersion + Tlv(0x31, kAlgorithm) + kEncapsulated + Tlv(0x31, "")),
         Open(0x30, kSigned + Open(0xA0, Open(0x30, kVersion + Tlv(0x31, kAlgorithm) +

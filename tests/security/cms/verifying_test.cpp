@@ -17,11 +17,11 @@ std::string ReasonOfVerifying(const BuiltMessage& built) {
   return reason;
 }
 
-TEST(CmsVerifyingTest, SignatureThatIsBuiltAsItShouldBeHolds) {
+TEST(CmsVerifyingTest, AcceptsAValidSignature) {
   EXPECT_EQ(ReasonOfVerifying(MessageOf(BuiltSigner::For("content"))), "");
 }
 
-TEST(CmsVerifyingTest, MessageWithoutSignersProvesNothing) {
+TEST(CmsVerifyingTest, FailsForAMessageWithoutSigners) {
   BuiltMessage built;
   built.content = "content";
   EXPECT_EQ(ReasonOfVerifying(built), "The message has no signers");
@@ -33,32 +33,32 @@ TEST(CmsVerifyingTest, MessageWithoutSignersProvesNothing) {
   EXPECT_EQ(ContentOf(message), "content");
 }
 
-TEST(CmsVerifyingTest, OtherContentIsRefused) {
+TEST(CmsVerifyingTest, RefusesOtherContent) {
   EXPECT_EQ(ReasonOfVerifying(MessageOf(BuiltSigner::For("content"), "Content")), kNotSigned);
   EXPECT_EQ(ReasonOfVerifying(MessageOf(BuiltSigner::For("content"), "")), kNotSigned);
   EXPECT_EQ(ReasonOfVerifying(MessageOf(BuiltSigner::For(""), "content")), kNotSigned);
 }
 
-TEST(CmsVerifyingTest, DigestCutShortIsRefused) {
+TEST(CmsVerifyingTest, RefusesATruncatedDigest) {
   BuiltSigner signer;
   signer.attributes = {Attribute(kContentTypeOid, kDataOid),
                        Attribute(kMessageDigestOid, Tlv(0x04, Digest("SHA512", "content").substr(0, 32)))};
   EXPECT_EQ(ReasonOfVerifying(MessageOf(signer)), kNotSigned);
 }
 
-TEST(CmsVerifyingTest, DigestOfAnotherAlgorithmIsRefused) {
+TEST(CmsVerifyingTest, RefusesADigestOfAnotherAlgorithm) {
   BuiltSigner signer = BuiltSigner::For("content", "SHA256", kSha256Oid);
   signer.attributes[1] = Attribute(kMessageDigestOid, Tlv(0x04, Digest("SHA512", "content")));
   EXPECT_EQ(ReasonOfVerifying(MessageOf(signer)), kNotSigned);
 }
 
-TEST(CmsVerifyingTest, SignatureOfAnotherKeyIsRefused) {
+TEST(CmsVerifyingTest, RefusesASignatureOfAnotherKey) {
   BuiltSigner signer = BuiltSigner::For("content");
   signer.identity.key = Room().key;
   EXPECT_EQ(ReasonOfVerifying(MessageOf(signer)), kNotValid);
 }
 
-TEST(CmsVerifyingTest, AttributeChangedAfterSigningIsRefused) {
+TEST(CmsVerifyingTest, RefusesAnAttributeChangedAfterSigning) {
   BuiltSigner signer = BuiltSigner::For("content");
   signer.Add(Attribute(Hex("06032A0304"), Tlv(0x0C, "group A")));
   std::string bytes = MessageOf(signer).Encode();
@@ -68,7 +68,7 @@ TEST(CmsVerifyingTest, AttributeChangedAfterSigningIsRefused) {
   EXPECT_EQ(ReasonOf(message.Verify()), kNotValid);
 }
 
-TEST(CmsVerifyingTest, SignatureOfAShortKeyIsRefused) {
+TEST(CmsVerifyingTest, RefusesASignatureOfAShortKey) {
   BuiltSigner signer = BuiltSigner::For("content");
   signer.identity = CryptStand::Identity::MakeIssued(CertSpec::EndEntity("Weak"), Root(),
                                                      CryptStand::KeyPair::MakeRSA(1024));
@@ -77,8 +77,8 @@ TEST(CmsVerifyingTest, SignatureOfAShortKeyIsRefused) {
   EXPECT_EQ(ReasonOfVerifying(built), "A signer's RSA key has fewer than 2048 bits");
 }
 
-TEST(CmsVerifyingTest, SignatureRightOverTheContentIsRefused) {
-  // The content is what the signed attributes of another message look like: its signature fits both.
+TEST(CmsVerifyingTest, RefusesASignatureDirectlyOverTheContent) {
+  // The content is the encoding of signed attributes of another message, so its signature fits both.
   const BuiltSigner signer = BuiltSigner::For("content");
   std::vector<std::string> sorted = signer.attributes;
   const std::string attributes = Tlv(0x31, sorted[0] + sorted[1]);
@@ -88,7 +88,7 @@ TEST(CmsVerifyingTest, SignatureRightOverTheContentIsRefused) {
   EXPECT_EQ(ReasonOfVerifying(built), "A signer has no signed attributes");
 }
 
-TEST(CmsVerifyingTest, EmptySignedAttributesAreRefused) {
+TEST(CmsVerifyingTest, RefusesEmptySignedAttributes) {
   BuiltSigner signer;
   EXPECT_EQ(ReasonOfVerifying(MessageOf(signer)), "A signer has no signed attributes");
 }
@@ -98,7 +98,7 @@ struct AttributesRow {
   std::vector<std::string> attributes;
 };
 
-TEST(CmsVerifyingTest, ContentTypeAndDigestHaveToBeThereOnceWithOneValue) {
+TEST(CmsVerifyingTest, DemandsContentTypeAndDigestOnceWithOneValue) {
   const std::string type = Attribute(kContentTypeOid, kDataOid);
   const std::string value = Tlv(0x04, Digest("SHA512", "content"));
   const std::string digest = Attribute(kMessageDigestOid, value);
@@ -123,25 +123,25 @@ TEST(CmsVerifyingTest, ContentTypeAndDigestHaveToBeThereOnceWithOneValue) {
   }
 }
 
-TEST(CmsVerifyingTest, ContentDeclaredToBeOfAnotherTypeIsRefused) {
+TEST(CmsVerifyingTest, RefusesContentDeclaredAsAnotherType) {
   BuiltMessage built = MessageOf(BuiltSigner::For("content"));
   built.typeOid = Tlv(0x06, Hex("2A0304"));
   EXPECT_EQ(ReasonOfVerifying(built), "A signature is for content of another type");
 }
 
-TEST(CmsVerifyingTest, UnknownDigestIsRefused) {
+TEST(CmsVerifyingTest, RefusesAnUnknownDigest) {
   BuiltSigner signer = BuiltSigner::For("content");
   signer.digestOid = Tlv(0x06, Hex("2A0304"));
   EXPECT_EQ(ReasonOfVerifying(MessageOf(signer)), "A signer's digest algorithm is not known");
 }
 
-TEST(CmsVerifyingTest, MissingCertificateIsRefused) {
+TEST(CmsVerifyingTest, RefusesAMissingCertificate) {
   BuiltMessage built = MessageOf(BuiltSigner::For("content"));
   built.certificates = {Room().certificate};
   EXPECT_EQ(ReasonOfVerifying(built), "The message does not hold a signer's certificate");
 }
 
-TEST(CmsVerifyingTest, SignersOfSeveralDigestsAreCheckedInOnePass) {
+TEST(CmsVerifyingTest, ChecksSignersOfSeveralDigestsInOnePass) {
   BuiltMessage built;
   built.content = "content";
   built.signers = {BuiltSigner::For("content"), BuiltSigner::For("content", "SHA256", kSha256Oid),
@@ -150,7 +150,7 @@ TEST(CmsVerifyingTest, SignersOfSeveralDigestsAreCheckedInOnePass) {
   EXPECT_EQ(ReasonOfVerifying(built), "");
 }
 
-TEST(CmsVerifyingTest, EverySignerHasToHold) {
+TEST(CmsVerifyingTest, FailsWhenAnySignerFails) {
   BuiltMessage built = MessageOf(BuiltSigner::For("content"));
   built.signers.push_back(BuiltSigner::For("another"));
   EXPECT_EQ(ReasonOfVerifying(built), kNotSigned);
@@ -161,7 +161,7 @@ TEST(CmsVerifyingTest, EverySignerHasToHold) {
   EXPECT_EQ(ReasonOfVerifying(built), kNotValid);
 }
 
-TEST(CmsVerifyingTest, MessageOfAnotherTypeCannotBeVerified) {
+TEST(CmsVerifyingTest, RefusesAMessageOfAnotherType) {
   ScratchDirectory scratch;
   ASSERT_TRUE(EnvelopeFile(scratch.Make("plain", "x"), scratch.File("enveloped")));
   CMSMsg message;
@@ -169,7 +169,7 @@ TEST(CmsVerifyingTest, MessageOfAnotherTypeCannotBeVerified) {
   EXPECT_EQ(ReasonOf(message.Verify()), "The message is not a signed one");
 }
 
-TEST(CmsVerifyingTest, ContentInTinySegmentsIsCheckedWhole) {
+TEST(CmsVerifyingTest, ChecksAllOfAContentInTinySegments) {
   // The octets of the content in segments of one byte, nested: only the whole counts.
   const std::string plain = MessageOf(BuiltSigner::For("content")).Encode();
   std::string segments;
@@ -190,7 +190,7 @@ std::string UtcTime(const char* text) {
   return Attribute(kSigningTimeOid, Tlv(0x17, text));
 }
 
-/// A hierarchy of three, its end entity valid for one year of the past.
+/// A hierarchy of three, its end entity valid for one past year.
 struct Hierarchy {
   Identity root = Identity::MakeRoot(CertSpec::Authority("Old Root"), SharedKey(0));
   Identity middle = Identity::MakeIssued(CertSpec::Authority("Middle"), root, SharedKey(1));
@@ -240,11 +240,11 @@ class CmsChainTest : public testing::Test {
   const std::string inTime_ = UtcTime("100601120000Z");
 };
 
-TEST_F(CmsChainTest, ChainThroughAnIntermediateOfTheMessageHolds) {
+TEST_F(CmsChainTest, AcceptsAnIntermediateFromTheMessage) {
   EXPECT_EQ(Verify({root_}, {end_, middle_}, inTime_), "");
 }
 
-// The issuer is found by its signature when an authority has renewed its key under its old name.
+// An authority may renew its key under its old name.
 TEST_F(CmsChainTest, FindsTheIssuerBySignatureAmongAuthoritiesOfOneName) {
   CryptStand::CertSpec authority = CryptStand::CertSpec::Authority("Renewed authority");
   authority.validity = CryptStand::Validity::Between("2010-01-01", "2011-01-01");
@@ -260,9 +260,9 @@ TEST_F(CmsChainTest, FindsTheIssuerBySignatureAmongAuthoritiesOfOneName) {
   }
 }
 
-// A renewed intermediate whose root is in no store does not hide the one that leads to the root, wherever
-// each of the two stands.
-TEST_F(CmsChainTest, ChainIsFoundBesideACrossCertificateThatEndsLater) {
+// A renewed intermediate whose root is in no store does not hide the one that leads to the root, wherever the
+// two are.
+TEST_F(CmsChainTest, FindsTheChainBesideACrossCertificateThatEndsLater) {
   CryptStand::CertSpec spec = CryptStand::CertSpec::Authority("Stranger");
   spec.validity = CryptStand::Validity::Between("2000-01-01", "2060-01-01");
   const auto stranger = CryptStand::Identity::MakeRoot(spec, SharedKey(3));
@@ -275,48 +275,48 @@ TEST_F(CmsChainTest, ChainIsFoundBesideACrossCertificateThatEndsLater) {
   EXPECT_NE(Verify({root_}, {end_, crossed, stranger.certificate}, inTime_), "");
 }
 
-TEST_F(CmsChainTest, ChainThroughAnIntermediateOfTheStoreHolds) {
+TEST_F(CmsChainTest, AcceptsAnIntermediateFromTheStore) {
   EXPECT_EQ(Verify({root_, middle_}, {end_}, inTime_), "");
 }
 
-TEST_F(CmsChainTest, MissingIntermediateFails) {
+TEST_F(CmsChainTest, FailsWhenTheIntermediateIsMissing) {
   EXPECT_EQ(Verify({root_}, {end_}, inTime_), "unable to get local issuer certificate");
 }
 
-TEST_F(CmsChainTest, StoreWithoutTheRootFails) {
+TEST_F(CmsChainTest, FailsForAStoreWithoutTheRoot) {
   EXPECT_EQ(Verify({middle_}, {end_}, inTime_), "unable to get issuer certificate");
   EXPECT_EQ(Verify({Root().certificate}, {end_, middle_}, inTime_), "unable to get local issuer certificate");
 }
 
-TEST_F(CmsChainTest, RootOfTheMessageIsNotTrusted) {
+TEST_F(CmsChainTest, DoesNotTrustARootFromTheMessage) {
   EXPECT_EQ(Verify({Root().certificate}, {end_, middle_, root_}, inTime_),
             "self-signed certificate in certificate chain");
 }
 
-TEST_F(CmsChainTest, EmptyStoreFails) {
+TEST_F(CmsChainTest, FailsForAnEmptyStore) {
   EXPECT_NE(Verify({}, {end_, middle_, root_}, inTime_), "");
 }
 
-TEST_F(CmsChainTest, TimeIsThatOfTheSigning) {
+TEST_F(CmsChainTest, ChecksTheChainAtTheSigningTime) {
   EXPECT_EQ(Verify({root_}, {end_, middle_}, UtcTime("100101000000Z")), "");
   EXPECT_EQ(Verify({root_}, {end_, middle_}, UtcTime("101230235959Z")), "");
   EXPECT_EQ(Verify({root_}, {end_, middle_}, UtcTime("091231235959Z")), "certificate is not yet valid");
   EXPECT_EQ(Verify({root_}, {end_, middle_}, UtcTime("110101000000Z")), "certificate has expired");
 }
 
-TEST_F(CmsChainTest, GeneralizedTimeCountsToo) {
+TEST_F(CmsChainTest, AcceptsAGeneralizedTime) {
   const std::string late = Attribute(kSigningTimeOid, Tlv(0x18, "20600101000000Z"));
   EXPECT_EQ(Verify({root_}, {end_, middle_}, late), "certificate has expired");
   const std::string good = Attribute(kSigningTimeOid, Tlv(0x18, "20100601000000Z"));
   EXPECT_EQ(Verify({root_}, {end_, middle_}, good), "");
 }
 
-TEST_F(CmsChainTest, WithoutASigningTimeThePresentCounts) {
+TEST_F(CmsChainTest, ChecksTheChainNowWithoutASigningTime) {
   EXPECT_EQ(Verify({root_}, {end_, middle_}, ""), "certificate has expired");
 }
 
-// Such a message is not read at all, whatever OpenSSL's parser thinks of the time, which differs.
-TEST_F(CmsChainTest, SigningTimeThatCannotBeReadFails) {
+// OpenSSL's versions differ about such a time, so the message is refused before they parse it.
+TEST_F(CmsChainTest, FailsForAnUnreadableSigningTime) {
   const std::string reason = "The signing time of a signer cannot be read";
   for (const std::string& time :
        {UtcTime("1006011200"), UtcTime("nonsense"), UtcTime("100631120000Z"), UtcTime("1006011200Z"),
@@ -336,7 +336,7 @@ TEST_F(CmsChainTest, SigningTimeThatCannotBeReadFails) {
   }
 }
 
-TEST_F(CmsChainTest, SignatureCountsBeforeTheChain) {
+TEST_F(CmsChainTest, ChecksTheSignatureBeforeTheChain) {
   BuiltSigner signer = BuiltSigner::For("content");
   signer.identity.key = Room().key;
   CMSMsg message;

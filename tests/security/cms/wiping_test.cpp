@@ -31,16 +31,16 @@ class CmsWipingTest : public testing::Test {
   File plain_ = scratch_.Make("plain", MakeSecretContent());
 };
 
-TEST_F(CmsWipingTest, SigningLeavesNoContentInFreedMemory) {
+TEST_F(CmsWipingTest, LeavesNoContentInFreedMemoryWhenSigning) {
   ExpectWiped([this] { return SignFile(plain_, scratch_.File("signed")); });
 }
 
-TEST_F(CmsWipingTest, EnvelopingLeavesNoContentInFreedMemory) {
+TEST_F(CmsWipingTest, LeavesNoContentInFreedMemoryWhenEncrypting) {
   ExpectWiped([this] { return EnvelopeFile(plain_, scratch_.File("enveloped")); });
 }
 
-// The content key is freed with its message, or when another one takes its place.
-TEST_F(CmsWipingTest, ContentKeyIsWipedWithItsMessage) {
+// The key is freed with the message, or when another key replaces it.
+TEST_F(CmsWipingTest, WipesTheContentKeyWithItsMessage) {
   const std::string key = kSecret + std::string(32 - std::char_traits<char>::length(kSecret), 'k');
   const AnsiStr first = ToText(CryptStand::ToBase64(key));
   const AnsiStr second = ToText(CryptStand::ToBase64(std::string(32, 'x')));
@@ -56,7 +56,7 @@ TEST_F(CmsWipingTest, ContentKeyIsWipedWithItsMessage) {
   });
 }
 
-TEST_F(CmsWipingTest, DecryptingLeavesNoContentInFreedMemory) {
+TEST_F(CmsWipingTest, LeavesNoContentInFreedMemoryWhenDecrypting) {
   ASSERT_TRUE(EnvelopeFile(plain_, scratch_.File("enveloped"))) << GetReason();
   ExpectWiped([this] {
     CMSMsg message;
@@ -66,7 +66,7 @@ TEST_F(CmsWipingTest, DecryptingLeavesNoContentInFreedMemory) {
   });
 }
 
-TEST_F(CmsWipingTest, ReadingSignedContentLeavesNoneInFreedMemory) {
+TEST_F(CmsWipingTest, LeavesNoContentInFreedMemoryWhenReadingSignedContent) {
   ASSERT_TRUE(SignFile(plain_, scratch_.File("signed"))) << GetReason();
   ExpectWiped([this] {
     CMSMsg message;
@@ -76,7 +76,7 @@ TEST_F(CmsWipingTest, ReadingSignedContentLeavesNoneInFreedMemory) {
   });
 }
 
-TEST_F(CmsWipingTest, AFailureInTheMiddleLeavesNoContentInFreedMemory) {
+TEST_F(CmsWipingTest, LeavesNoContentInFreedMemoryAfterAFailure) {
   ASSERT_TRUE(EnvelopeFile(plain_, scratch_.File("enveloped"))) << GetReason();
   std::string bytes = scratch_.Read("enveloped");
   bytes[bytes.size() - 20] = static_cast<char>(bytes[bytes.size() - 20] ^ 1);  // breaks the padding
