@@ -38,7 +38,6 @@ bool LoadsAs(const std::string& text, const Cert& expected) {
   return certificate.Load(ToText(text), Encoding::Text) && X509_cmp(certificate.Get0(), expected.Get0()) == 0;
 }
 
-// A certificate is read from PEM and from base64.
 TEST(CertificateLoad, AcceptsPEMAndBase64) {
   const std::string pem = Sample().ToPEM();
   const std::string base64 = Sample().ToBase64();
@@ -63,8 +62,7 @@ TEST(CertificateLoad, AcceptsPEMAndBase64) {
   }
 }
 
-// A text that is not exactly one certificate is refused with a reason.
-TEST(CertificateLoad, RefusesWhatIsNotOneCertificate) {
+TEST(CertificateLoad, RefusesAnythingButOneCertificate) {
   const std::string pem = Sample().ToPEM();
   const std::string der = Sample().ToDER();
   const struct {
@@ -124,16 +122,14 @@ TEST(CertificateLoad, LeavesTheCertificateAsItWasOnFailure) {
   EXPECT_EQ(Certificate::Compare(certificate, ToCertificate(Sample())), 0);
 }
 
-// Loading replaces the certificate that was held.
-TEST(CertificateLoad, ReplacesTheCertificateItHeld) {
+TEST(CertificateLoad, ReplacesThePreviousCertificate) {
   Certificate certificate = ToCertificate(Sample());
   const Cert other = MakeCert("Other");
   ASSERT_TRUE(certificate.Load(ToText(other.ToPEM()), Encoding::Text));
   EXPECT_EQ(X509_cmp(certificate.Get0(), other.Get0()), 0);
 }
 
-// A certificate's text that is cut at any length is refused.
-TEST(CertificateLoad, FailsForEveryTextThatIsCut) {
+TEST(CertificateLoad, FailsForEveryCutString) {
   for (const std::string& text : {Sample().ToPEM(), Sample().ToBase64()}) {
     const std::size_t needed = text.find_last_not_of('\n') + 1;
     for (std::size_t size = 0; size < needed; ++size) {
@@ -146,8 +142,8 @@ TEST(CertificateLoad, FailsForEveryTextThatIsCut) {
   }
 }
 
-// A changed byte makes a failure or another certificate, unless it is white space for white space.
-TEST(CertificateLoad, NeverTakesAChangedByteForTheSameCertificate) {
+// White space in the place of other white space is the one change without effect.
+TEST(CertificateLoad, NeverComparesAChangedCertificateAsEqual) {
   const std::string text = Sample().ToPEM();
   const Certificate original = ToCertificate(Sample());
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -166,8 +162,8 @@ TEST(CertificateLoad, NeverTakesAChangedByteForTheSameCertificate) {
   }
 }
 
-// Whatever the parser makes of the DER form with one byte changed bears every operation.
-TEST(CertificateLoad, BearsEveryChangedByteOfTheDERForm) {
+// Whatever the parser accepts, every operation works on it or fails with a reason.
+TEST(CertificateLoad, SurvivesEveryChangedByteOfTheDERForm) {
   const std::string der = Sample().ToDER();
   for (std::size_t i = 0; i < der.size(); ++i) {
     std::string changed = der;
@@ -179,12 +175,12 @@ TEST(CertificateLoad, BearsEveryChangedByteOfTheDERForm) {
     certificate.GetSubject(text);
     EXPECT_TRUE(certificate.GetDigest(SecDigest::SHA256, SecEncoding::HexLower, text)) << i;
     EXPECT_TRUE(store.Add(certificate)) << i;
-    certificate.VerifyChain(store, nullptr, false, true, At(2026, 1, 1), false);
+    certificate.VerifyChain(store, nullptr, /*checkRevocation=*/false, /*allowPartialChain=*/true,
+                            At(2026, 1, 1), /*ignoreTime=*/false);
     EXPECT_TRUE(IsQueueEmpty()) << i;
   }
 }
 
-// The digest of a certificate is the SHA-256 of its DER form in lower-case hexadecimal.
 TEST(CertificateGetDigest, IsTheSHA256OfTheDERFormInLowerCaseHexadecimal) {
   AnsiStr text;
   LeaveStaleReason();
@@ -214,7 +210,6 @@ TEST(CertificateGetDigest, FailsForAnEmptyCertificate) {
   EXPECT_EQ(GetReason(), "The certificate is empty");
 }
 
-// The subject of a certificate is written as RFC 2253 tells, in UTF-8.
 TEST(CertificateGetSubject, FollowsRFC2253) {
   const struct {
     const char* why;
@@ -256,7 +251,6 @@ TEST(CertificateGetSubject, FailsForAnEmptyCertificate) {
   EXPECT_EQ(GetReason(), "The certificate is empty");
 }
 
-// The same certificate read twice compares as equal.
 TEST(CertificateCompare, IsZeroForTheSameCertificateReadTwice) {
   const Certificate fromPEM = ToCertificate(Sample());
   Certificate fromBase64;
@@ -265,7 +259,6 @@ TEST(CertificateCompare, IsZeroForTheSameCertificateReadTwice) {
   EXPECT_EQ(Certificate::Compare(fromPEM, fromPEM), 0);
 }
 
-// Certificates with the same name and key are told apart.
 TEST(CertificateCompare, DistinguishesCertificatesWithTheSameNameAndKey) {
   const Certificate a = ToCertificate(MakeCert("same"));
   const Certificate b = ToCertificate(MakeCert("same"));
@@ -274,7 +267,6 @@ TEST(CertificateCompare, DistinguishesCertificatesWithTheSameNameAndKey) {
   EXPECT_EQ(Certificate::Compare(b, a) > 0, order < 0);
 }
 
-// Certificates that differ in the signature alone are told apart.
 TEST(CertificateCompare, DistinguishesCertificatesThatDifferInTheSignatureAlone) {
   std::string der = Sample().ToDER();
   der.back() = static_cast<char>(der.back() ^ 1);
@@ -283,7 +275,6 @@ TEST(CertificateCompare, DistinguishesCertificatesThatDifferInTheSignatureAlone)
   EXPECT_NE(Certificate::Compare(changed, ToCertificate(Sample())), 0);
 }
 
-// The empty certificate sorts first.
 TEST(CertificateCompare, PutsTheEmptyCertificateFirst) {
   const Certificate full = ToCertificate(Sample());
   EXPECT_LT(Certificate::Compare(Certificate(), full), 0);
@@ -310,7 +301,7 @@ TEST(Certificate, SurvivesAssignmentToItself) {
   EXPECT_EQ(X509_cmp(certificate.Get0(), Sample().Get0()), 0);
 }
 
-TEST(Certificate, AssignmentOfAnEmptyOneEmpties) {
+TEST(Certificate, IsEmptyAfterAssignmentOfAnEmptyOne) {
   Certificate certificate = ToCertificate(Sample());
   certificate = Certificate();
   EXPECT_TRUE(certificate.IsEmpty());
@@ -326,12 +317,13 @@ void UseSharedCertificate(const Certificate& shared, std::atomic<int>& good) {
     const bool works = store.Add(copy) && copy.GetSubject(subject) &&
                        copy.GetDigest(SecDigest::SHA256, SecEncoding::HexLower, digest) &&
                        Certificate::Compare(copy, shared) == 0 &&
-                       copy.VerifyChain(store, nullptr, false, false, At(2030, 1, 1), true).code == 0;
+                       copy.VerifyChain(store, nullptr, /*checkRevocation=*/false,
+                                        /*allowPartialChain=*/false, At(2030, 1, 1), /*ignoreTime=*/true)
+                               .code == 0;
     if (works) ++good;
   }
 }
 
-// Threads may share a certificate.
 TEST(Certificate, IsSharedByThreads) {
   const Certificate shared = ToCertificate(Sample());
   std::atomic<int> good = 0;

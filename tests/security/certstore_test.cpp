@@ -27,8 +27,7 @@ bool Holds(const CertStore& store, std::size_t index) {
   return store.Contains(ToCertificate(Sample(index)));
 }
 
-// A store reads every certificate of a text, in PEM and in base64.
-TEST(CertStoreLoad, ReadsEveryCertificateOfAText) {
+TEST(CertStoreLoad, ReadsEveryCertificateOfAList) {
   const std::string a = Sample(0).ToPEM();
   const std::string b = Sample(1).ToPEM();
   const std::string a64 = InLines(Sample(0).ToBase64());
@@ -61,7 +60,6 @@ TEST(CertStoreLoad, ReadsEveryCertificateOfAText) {
   }
 }
 
-// A list reads the same with explanations around its PEM blocks.
 TEST(CertStoreLoad, PassesOverTextAroundBlocks) {
   CertStore store;
   unsigned int count = 0;
@@ -78,8 +76,7 @@ TEST(CertStoreLoad, PassesOverTextAroundBlocks) {
   EXPECT_TRUE(Holds(store, 0) && Holds(store, 1) && Holds(store, 2));
 }
 
-// A text without certificates loads none and is no failure.
-TEST(CertStoreLoad, ReadsABlockBehindAnyWhiteSpaceOfItsLine) {
+TEST(CertStoreLoad, ReadsABlockAfterAnyWhiteSpaceInItsLine) {
   for (const char* white : {" ", "\t", "\f", "\v", " \f\t\v"}) {
     CertStore store;
     unsigned int count = 0;
@@ -89,7 +86,7 @@ TEST(CertStoreLoad, ReadsABlockBehindAnyWhiteSpaceOfItsLine) {
   }
 }
 
-TEST(CertStoreLoad, TakesATextWithoutCertificates) {
+TEST(CertStoreLoad, AcceptsAStringWithoutCertificates) {
   for (const char* text : {"", " ", "\r\n\r\n\t"}) {
     CertStore store;
     unsigned int count = 99;
@@ -101,15 +98,13 @@ TEST(CertStoreLoad, TakesATextWithoutCertificates) {
   }
 }
 
-// A store loads without being asked for the count.
-TEST(CertStoreLoad, TakesANullCount) {
+TEST(CertStoreLoad, AcceptsANullCount) {
   CertStore store;
   EXPECT_TRUE(store.Load(ToText(Sample(0).ToPEM()), nullptr));
   EXPECT_FALSE(store.Load("rubbish", nullptr));
   EXPECT_EQ(CountOf(store), 1);
 }
 
-// A second text adds its certificates to those of the first.
 TEST(CertStoreLoad, AddsASecondListToTheFirst) {
   CertStore store;
   unsigned int count = 0;
@@ -119,7 +114,6 @@ TEST(CertStoreLoad, AddsASecondListToTheFirst) {
   EXPECT_EQ(CountOf(store), 3);
 }
 
-// A store keeps each certificate once and counts what it read.
 TEST(CertStoreLoad, KeepsEachCertificateOnce) {
   CertStore store;
   unsigned int count = 0;
@@ -131,8 +125,7 @@ TEST(CertStoreLoad, KeepsEachCertificateOnce) {
   EXPECT_EQ(CountOf(store), 2);
 }
 
-// A text with anything unreadable fails whole and adds nothing.
-TEST(CertStoreLoad, FailsWholeForWhatItCannotRead) {
+TEST(CertStoreLoad, AddsNothingWhenAnyPartCannotBeRead) {
   const std::string pem = Sample(1).ToPEM();
   const std::string base64 = Sample(1).ToBase64();
   const char* const withoutBlankLine =
@@ -171,8 +164,8 @@ TEST(CertStoreLoad, FailsWholeForWhatItCannotRead) {
   }
 }
 
-// Up to five dashes behind the first block are an ornament.
-TEST(CertStoreLoad, ReadsATextThatIsCutUpToAWholeCertificateOrNotAtAll) {
+// Up to five dashes after the first block are an ornament.
+TEST(CertStoreLoad, ReadsACutListUpToAWholeCertificateOrNotAtAll) {
   const std::string first = Sample(0).ToPEM();
   const std::string text = first + Sample(1).ToPEM();
   const std::size_t firstEnd = first.size() - 1;
@@ -186,9 +179,8 @@ TEST(CertStoreLoad, ReadsATextThatIsCutUpToAWholeCertificateOrNotAtAll) {
   }
 }
 
-// A changed byte of a list is refused or makes another list, cleanly either way. Where the second certificate
-// no longer begins like one it is text beside a block.
-TEST(CertStoreLoad, TakesEveryChangedByteCleanly) {
+// Where the second certificate no longer begins like one, it is text beside a block.
+TEST(CertStoreLoad, SurvivesEveryChangedByte) {
   const std::string first = Sample(0).ToPEM();
   const std::string text = first + InLines(Sample(1).ToBase64());
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -222,7 +214,6 @@ std::string ManyCertificates(unsigned number) {
   return text;
 }
 
-// A store reads thousands of certificates.
 TEST(CertStoreLoad, ReadsThousandsOfCertificates) {
   const std::string text = ManyCertificates(2000);
   CertStore store;
@@ -234,7 +225,6 @@ TEST(CertStoreLoad, ReadsThousandsOfCertificates) {
   EXPECT_EQ(CountOf(store), 2000);
 }
 
-// A certificate is added to a store once.
 TEST(CertStoreAdd, AddsACertificateOnce) {
   CertStore store;
   LeaveStaleReason();
@@ -245,7 +235,6 @@ TEST(CertStoreAdd, AddsACertificateOnce) {
   EXPECT_EQ(OruGuiBase::GetLastError(), 0U);
 }
 
-// A store keeps its certificates when others let go of them.
 TEST(CertStoreAdd, TakesAReferenceOfItsOwn) {
   CertStore store;
   {
@@ -256,7 +245,6 @@ TEST(CertStoreAdd, TakesAReferenceOfItsOwn) {
   EXPECT_TRUE(Holds(store, 0));
 }
 
-// An empty certificate cannot be added to a store.
 TEST(CertStoreAdd, RefusesAnEmptyCertificate) {
   CertStore store;
   LeaveStaleReason();
@@ -265,7 +253,6 @@ TEST(CertStoreAdd, RefusesAnEmptyCertificate) {
   EXPECT_EQ(store.Get0(), nullptr);
 }
 
-// An empty store holds nothing, and no store holds the empty certificate.
 TEST(CertStoreContains, IsFalseForAnEmptyStoreAndAnEmptyCertificate) {
   CertStore store;
   EXPECT_FALSE(Holds(store, 0));
@@ -273,8 +260,7 @@ TEST(CertStoreContains, IsFalseForAnEmptyStoreAndAnEmptyCertificate) {
   EXPECT_FALSE(store.Contains(Certificate()));
 }
 
-// A store holds a certificate when the whole of it is equal, not issuer and serial number alone.
-TEST(CertStoreContains, AsksForTheWholeCertificateNotForIssuerAndSerialNumber) {
+TEST(CertStoreContains, ComparesWholeCertificates) {
   std::string der = Sample(0).ToDER();
   der.back() = static_cast<char>(der.back() ^ 1);
   Certificate changed;
@@ -286,7 +272,6 @@ TEST(CertStoreContains, AsksForTheWholeCertificateNotForIssuerAndSerialNumber) {
   EXPECT_EQ(CountOf(store), 2);
 }
 
-// A store that was cleared is empty and can be filled again.
 TEST(CertStoreClear, EmptiesTheStoreForFurtherUse) {
   CertStore store;
   ASSERT_TRUE(store.Add(ToCertificate(Sample(0))));

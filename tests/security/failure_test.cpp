@@ -16,38 +16,33 @@ using OruOssSec::OpenSSLScope;
 
 constexpr int kTooLong = ASN1_R_HEADER_TOO_LONG;
 
-// A failure records its reason in the error state.
-TEST(FailWith, RecordsTheReasonAndIsFalse) {
+TEST(FailWith, RecordsTheReasonAndReturnsFalse) {
   const OpenSSLScope scope;
   EXPECT_FALSE(FailWith("the reason"));
   EXPECT_EQ(GetReason(), "the reason");
 }
 
-// A reason that was recorded already stands.
-TEST(FailWith, LeavesTheInnermostReason) {
+TEST(FailWith, KeepsTheInnermostReason) {
   const OpenSSLScope scope;
   FailWith("inner");
   FailWith("outer");
   EXPECT_EQ(GetReason(), "inner");
 }
 
-// An error of the system that was recorded already stands.
-TEST(FailWith, LeavesTheErrorOfTheSystem) {
+TEST(FailWith, KeepsTheErrorOfTheSystem) {
   const OpenSSLScope scope;
   OruGuiBase::SetLastError(ENOSPC);
   FailWith("outer");
   EXPECT_EQ(GetReason(), std::strerror(ENOSPC));
 }
 
-// Without an error of OpenSSL the caller's own reason is given.
 TEST(FailWithOpenSSL, GivesTheFallbackWhenTheQueueIsEmpty) {
   const OpenSSLScope scope;
   EXPECT_FALSE(FailWithOpenSSL("fallback"));
   EXPECT_EQ(GetReason(), "fallback");
 }
 
-// A reason that was recorded already stands before one of OpenSSL.
-TEST(FailWithOpenSSL, LeavesTheInnermostReason) {
+TEST(FailWithOpenSSL, KeepsTheInnermostReason) {
   const OpenSSLScope scope;
   FailWith("inner");
   ERR_raise(ERR_LIB_ASN1, kTooLong);
@@ -55,7 +50,6 @@ TEST(FailWithOpenSSL, LeavesTheInnermostReason) {
   EXPECT_EQ(GetReason(), "inner");
 }
 
-// The reason of a failure in OpenSSL is given in words.
 TEST(FailWithOpenSSL, GivesTheReasonInWords) {
   const OpenSSLScope scope;
   ERR_raise(ERR_LIB_ASN1, kTooLong);
@@ -63,7 +57,7 @@ TEST(FailWithOpenSSL, GivesTheReasonInWords) {
   EXPECT_EQ(GetReason(), "header too long");
 }
 
-TEST(FailWithOpenSSL, PassesOverEntriesThatOnlyPassAFailureOn) {
+TEST(FailWithOpenSSL, SkipsEntriesThatOnlyPassAFailureOn) {
   const OpenSSLScope scope;
   ERR_raise(ERR_LIB_ASN1, ERR_R_NESTED_ASN1_ERROR);
   ERR_raise(ERR_LIB_ASN1, kTooLong);
@@ -88,14 +82,14 @@ TEST(FailWithOpenSSL, PrefersAParticularReasonToASharedOne) {
   EXPECT_EQ(GetReason(), "header too long");
 }
 
-TEST(FailWithOpenSSL, SaysWhatASharedReasonIsAbout) {
+TEST(FailWithOpenSSL, AddsTheRemarkOfASharedReason) {
   const OpenSSLScope scope;
   ERR_raise_data(ERR_LIB_EVP, ERR_R_UNSUPPORTED, "Algorithm (FOO : 0)");
   FailWithOpenSSL("fallback");
   EXPECT_EQ(GetReason(), "unsupported: Algorithm (FOO : 0)");
 }
 
-TEST(FailWithOpenSSL, GivesTheTextOfTheSystemForItsErrors) {
+TEST(FailWithOpenSSL, GivesTheSystemsMessageForItsErrors) {
   const OpenSSLScope scope;
   ERR_raise(ERR_LIB_ASN1, kTooLong);
   ERR_raise_data(ERR_LIB_SYS, ENOENT, "fopen");
@@ -103,8 +97,7 @@ TEST(FailWithOpenSSL, GivesTheTextOfTheSystemForItsErrors) {
   EXPECT_EQ(GetReason(), std::strerror(ENOENT));
 }
 
-// A failure of OpenSSL for lack of memory says so.
-TEST(FailWithOpenSSL, SaysThatMemoryIsOut) {
+TEST(FailWithOpenSSL, ReportsAFailedAllocation) {
   const OpenSSLScope scope;
   ERR_raise(ERR_LIB_X509, X509_R_CERT_ALREADY_IN_HASH_TABLE);
   ERR_raise(ERR_LIB_X509, ERR_R_MALLOC_FAILURE);
@@ -126,8 +119,7 @@ TEST(FailWithOpenSSL, GivesTheFallbackWhenFailuresWereOnlyPassedOn) {
   EXPECT_EQ(GetReason(), "fallback");
 }
 
-// The bytes are to blame for a failure only where OpenSSL names a reason that is not the system's.
-TEST(FailWithOpenSSL, BlamesTheBytesForAReasonOfTheirOwnAlone) {
+TEST(FailWithOpenSSL, ReportsRefusedBytesOnlyForAReasonOfTheirOwn) {
   const OpenSSLScope scope;
   bool refused = true;
   EXPECT_FALSE(FailWithOpenSSL("fallback", refused));
@@ -144,7 +136,6 @@ TEST(FailWithOpenSSL, BlamesTheBytesForAReasonOfTheirOwnAlone) {
   EXPECT_FALSE(refused) << "a failure that was passed on";
 }
 
-// An operation begins with a clear error state and an empty queue of OpenSSL.
 TEST(OpenSSLScope, ClearsTheLastErrorAndTheQueueOnEntry) {
   LeaveStaleReason();
   ERR_raise(ERR_LIB_ASN1, kTooLong);
@@ -153,7 +144,6 @@ TEST(OpenSSLScope, ClearsTheLastErrorAndTheQueueOnEntry) {
   EXPECT_TRUE(IsQueueEmpty());
 }
 
-// An operation leaves its reason and an empty queue of OpenSSL.
 TEST(OpenSSLScope, LeavesAnEmptyQueueAndTheReason) {
   {
     const OpenSSLScope scope;

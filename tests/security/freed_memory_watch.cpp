@@ -9,7 +9,7 @@
 namespace SecurityTest {
 namespace {
 
-// A block carries its size in front, at the distance that keeps it aligned for any type.
+// Each block has its size in front of it, at a distance that keeps it aligned for any type.
 constexpr std::size_t kHeader = 16;
 
 std::vector<std::string>* watchedSecrets = nullptr;
@@ -35,7 +35,7 @@ void Inspect(const char* block) {
   if (HoldsSecret({block, SizeOf(block)})) ++leakyBlocks;
 }
 
-// Zeroed, so that a block never holds what a test left in the same memory before.
+// Zeroed, so that no block has what a test left in the same memory before.
 void* Allocate(std::size_t size, const char*, int) {
   char* memory = static_cast<char*>(std::calloc(1, size + kHeader));
   if (memory == nullptr) return nullptr;

@@ -5,7 +5,8 @@
 
 namespace SecurityTest {
 
-/// Watches the blocks that OpenSSL frees while an object of this lives: none may hold one of the secrets.
+/// Watches the blocks that OpenSSL frees during the life of the object: none may have one of the secrets in
+/// it.
 class FreedMemoryWatch {
  public:
   explicit FreedMemoryWatch(std::vector<std::string> secrets);
@@ -13,7 +14,7 @@ class FreedMemoryWatch {
   FreedMemoryWatch(const FreedMemoryWatch&) = delete;
   FreedMemoryWatch& operator=(const FreedMemoryWatch&) = delete;
 
-  /// How many blocks were freed, and how many of them held a secret.
+  /// How many blocks were freed, and how many of them had a secret in them.
   unsigned GetFreed() const;
   unsigned GetLeaks() const;
 };

@@ -16,7 +16,7 @@ using OruOssSec::Key;
 using OruOssSec::PrivateKey;
 using OruOssSec::ASN1::Encoding;
 
-// The DER form inside a PEM text.
+// The DER form in a PEM block.
 std::string DERInPEM(const std::string& pem) {
   const auto begin = pem.find('\n') + 1;
   std::string base64;
@@ -48,7 +48,6 @@ struct Accepted {
   const KeyPair& key;
 };
 
-// A private key is read in every unencrypted form.
 TEST(PrivateKeyLoad, AcceptsEveryUnencryptedForm) {
   const KeyPair& rsa = SharedKey(0);
   const std::string pkcs8 = rsa.ToPEM();
@@ -93,7 +92,6 @@ void ExpectRefused(const Refused& row) {
   EXPECT_TRUE(IsQueueEmpty()) << row.why;
 }
 
-// An encrypted private key is refused, and nobody is asked for its password.
 TEST(PrivateKeyLoad, RefusesEncryptedKeysWithoutAskingForThePassword) {
   const KeyPair& rsa = SharedKey(0);
   const std::string pkcs8 = rsa.ToEncryptedPEM("secret");
@@ -107,8 +105,7 @@ TEST(PrivateKeyLoad, RefusesEncryptedKeysWithoutAskingForThePassword) {
   for (const Refused& row : rows) ExpectRefused(row);
 }
 
-// A text that is not exactly one private key is refused with a reason.
-TEST(PrivateKeyLoad, RefusesWhatIsNotOneKey) {
+TEST(PrivateKeyLoad, RefusesAnythingButOneKey) {
   const std::string pem = SharedKey(0).ToPEM();
   const std::string der = SharedKey(0).ToDER();
   const Cert certificate = Cert::SelfSign(CertSpec::EndEntity("x"), SharedKey(0));
@@ -141,7 +138,6 @@ TEST(PrivateKeyLoad, RefusesWhatIsNotOneKey) {
   for (const Refused& row : rows) ExpectRefused(row);
 }
 
-// A private key's text that is neither PEM nor base64 is refused.
 TEST(PrivateKeyLoad, RefusesTextThatIsNeitherPEMNorBase64) {
   const std::string pem = SharedKey(0).ToPEM();
   const std::string base64 = SharedKey(0).ToBase64();
@@ -163,8 +159,7 @@ TEST(PrivateKeyLoad, RefusesTextThatIsNeitherPEMNorBase64) {
   }
 }
 
-// A huge text of well-formed base64 is refused as a private key.
-TEST(PrivateKeyLoad, RefusesAHugeTextOfWellFormedBase64) {
+TEST(PrivateKeyLoad, RefusesAHugeStringOfWellFormedBase64) {
   EXPECT_FALSE(Loads(std::string(4U << 20, 'A')));
   EXPECT_EQ(GetReason(), "The text is not a private key");
 }
@@ -189,7 +184,6 @@ std::vector<std::string> NineIntegers() {
   return integers;
 }
 
-// An RSA key of another shape is refused.
 TEST(PrivateKeyLoad, RefusesRSAStructuresOfAnotherShape) {
   const auto with = [](std::size_t index, const std::string& contents) {
     std::vector<std::string> integers = NineIntegers();
@@ -220,7 +214,7 @@ TEST(PrivateKeyLoad, RefusesRSAStructuresOfAnotherShape) {
   }
 }
 
-TEST(PrivateKeyLoad, MakesAKeyThatOpensWhatItsPublicKeySealed) {
+TEST(PrivateKeyLoad, LoadsAKeyThatDecryptsForItsPublicKey) {
   PrivateKey key(nullptr);
   ASSERT_TRUE(key.Load(ToText(SharedKey(0).ToPEM()), Encoding::Text));
   EVP_PKEY_up_ref(key.Get0());
@@ -240,15 +234,14 @@ TEST(PrivateKeyLoad, LeavesTheKeyAsItWasOnFailure) {
   EXPECT_EQ(EVP_PKEY_eq(key.Get0(), SharedKey(0).Get0()), 1);
 }
 
-TEST(PrivateKeyLoad, ReplacesTheKeyItHeld) {
+TEST(PrivateKeyLoad, ReplacesThePreviousKey) {
   PrivateKey key(nullptr);
   ASSERT_TRUE(key.Load(ToText(SharedKey(0).ToPEM()), Encoding::Text));
   ASSERT_TRUE(key.Load(ToText(SharedKey(1).ToPEM()), Encoding::Text));
   EXPECT_EQ(EVP_PKEY_eq(key.Get0(), SharedKey(1).Get0()), 1);
 }
 
-// A private key's text that is cut at any length is refused.
-TEST(PrivateKeyLoad, FailsForEveryTextThatIsCut) {
+TEST(PrivateKeyLoad, FailsForEveryCutString) {
   for (const std::string& text :
        {SharedECKey().ToPEM(), SharedECKey().ToBase64(), SharedECKey().ToTraditionalPEM()}) {
     const std::size_t needed = text.find_last_not_of('\n') + 1;
@@ -261,8 +254,7 @@ TEST(PrivateKeyLoad, FailsForEveryTextThatIsCut) {
   }
 }
 
-// A changed byte of a key's text is refused or makes another key, cleanly either way.
-TEST(PrivateKeyLoad, TakesEveryChangedByteCleanly) {
+TEST(PrivateKeyLoad, SurvivesEveryChangedByte) {
   const std::string text = SharedKey(0).ToPEM();
   for (std::size_t i = 0; i < text.size(); ++i) {
     for (const unsigned mask : {0x01U, 0xFFU}) {
@@ -277,7 +269,6 @@ TEST(PrivateKeyLoad, TakesEveryChangedByteCleanly) {
   }
 }
 
-// A key made around null is empty.
 TEST(Key, IsEmptyAroundNull) {
   const Key key(nullptr);
   EXPECT_TRUE(key.IsEmpty());
@@ -311,7 +302,7 @@ TEST(Key, ClearingAnEmptyKeyDoesNothing) {
   EXPECT_TRUE(key.IsEmpty());
 }
 
-// The middle of a prime as it lies in DER and as it lies in a number's words.
+// The middle of a prime as it is in DER and in the words of a number.
 std::vector<std::string> SecretsOf(const KeyPair& key) {
   std::vector<std::string> secrets;
   for (const char* name : {OSSL_PKEY_PARAM_RSA_FACTOR1, OSSL_PKEY_PARAM_RSA_D}) {
@@ -326,8 +317,7 @@ std::vector<std::string> SecretsOf(const KeyPair& key) {
   return secrets;
 }
 
-// No memory is freed that still holds a private key.
-TEST(PrivateKeyLoad, FreesNoBlockThatStillHoldsTheKey) {
+TEST(PrivateKeyLoad, FreesNoBlockWithTheKeyInIt) {
   const KeyPair& rsa = SharedKey(0);
   const std::string texts[] = {rsa.ToPEM(), rsa.ToBase64(), rsa.ToTraditionalPEM(),
                                CryptStand::ToBase64(DERInPEM(rsa.ToTraditionalPEM()))};
@@ -339,7 +329,6 @@ TEST(PrivateKeyLoad, FreesNoBlockThatStillHoldsTheKey) {
   }
 }
 
-// The watch on freed memory sees a block that is not wiped.
 TEST(FreedMemoryWatch, SeesABlockThatIsNotWiped) {
   const FreedMemoryWatch watch({"secret"});
   void* const block = OPENSSL_malloc(16);

@@ -7,7 +7,7 @@
 #include "tests/security/ber/fixture.h"
 #include "tests/security/cms/fixture.h"
 
-// A SignedData put together by hand, so that a test can put anything into it.
+// A SignedData put together by hand, so that a test can put any element into it.
 namespace SecurityTest {
 
 inline std::string EncodeName(const X509_NAME* name) {
@@ -40,7 +40,7 @@ inline const std::string kSigningTimeOid = Tlv(0x06, Hex("2A864886F70D010905"));
 inline const std::string kSha512Oid = Tlv(0x06, Hex("608648016503040203"));
 inline const std::string kSha256Oid = Tlv(0x06, Hex("608648016503040201"));
 
-/// An attribute with values that are elements already.
+/// An attribute; `values` are encoded elements.
 inline std::string Attribute(const std::string& oid, const std::string& values) {
   return Tlv(0x30, oid + Tlv(0x31, values));
 }

@@ -1,8 +1,8 @@
 #include <cstdlib>
 #include <new>
 
-// Objects are freed with free() in this object, where the linker lets freed blocks be looked at: what the
-// standard library frees by itself is not seen.
+// Frees objects with free() from here, where the linker wraps it so that a test sees each block. Blocks that
+// the standard library frees itself are not seen.
 void* operator new(std::size_t size) {
   if (void* block = std::malloc(size)) return block;
   throw std::bad_alloc();

@@ -6,7 +6,7 @@
 #include "security/certstore.h"
 #include "tests/security/test_pki.h"
 
-// What the tests of chains share: a hierarchy, and one call that verifies and looks at everything around it.
+// What the tests of chains share: a hierarchy, and one call that verifies a chain and checks all its effects.
 namespace SecurityTest {
 
 using Chain = OruGuiBase::PtrContainerQueue<OruOssSec::Certificate>;
@@ -50,7 +50,7 @@ inline OruOssSec::CertStore& Fill(OruOssSec::CertStore& store, const std::vector
   return store;
 }
 
-// What a test asks for, in names.
+// The arguments of VerifyChain by name.
 struct Options {
   bool checkRevocation = false;
   bool allowPartialChain = false;

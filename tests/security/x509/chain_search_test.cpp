@@ -60,9 +60,11 @@ Certificate FindIssuer(const std::vector<Cert>& trusted, const std::vector<Cert>
   Fill(store, trusted);
   Fill(first, preferred);
   Chain chain;
-  EXPECT_EQ(
-      ToCertificate(Get().leaf).VerifyChain(store, first, &chain, false, allowPartialChain, kNow, false).code,
-      0);
+  EXPECT_EQ(ToCertificate(Get().leaf)
+                .VerifyChain(store, first, &chain, /*checkRevocation=*/false, allowPartialChain, kNow,
+                             /*ignoreTime=*/false)
+                .code,
+            0);
   return chain.GetCount() > 1 ? *chain.Get(1) : Certificate();
 }
 
@@ -70,7 +72,7 @@ bool IsSame(const Certificate& a, const Cert& b) {
   return Certificate::Compare(a, ToCertificate(b)) == 0;
 }
 
-TEST(ChainSearch, GoesRoundACrossCertificateWhoseRootIsMissing) {
+TEST(ChainSearch, AvoidsACrossCertificateWithoutItsRoot) {
   for (const char* name : {"issuing", "middle"}) {
     const KeyPair& key = Get().keys[name == std::string("issuing") ? 2 : 1];
     std::vector<Cert> trusted = Decoys(name, key, Get().stranger, 1);
@@ -88,7 +90,7 @@ TEST(ChainSearch, TriesAnotherPathWhenTheFirstIsTooLong) {
   EXPECT_EQ(Verify(Get().leaf, trusted).chain, kGoodChain);
 }
 
-TEST(ChainSearch, PassesOverIssuersThatMayNotIssue) {
+TEST(ChainSearch, SkipsIssuersThatMayNotIssue) {
   CertSpec noAuthority = Spec(CertSpec::EndEntity("issuing"), kLonger);
   CertSpec expired = Spec(CertSpec::Authority("issuing"), kYear);
   CertSpec unknown = Spec(CertSpec::Authority("issuing"), kLonger);
@@ -111,8 +113,7 @@ TEST(ChainSearch, TakesThePreferredIssuerThoughAnotherEndsLater) {
   }
 }
 
-// A root that was renewed with its key and names the certificate before it as its issuer stands below that
-// one.
+// A root that was renewed with its key and names the previous certificate as its issuer is below that one.
 TEST(ChainSearch, TakesThePreferredIssuerBelowAnotherOfItsNameAndKey) {
   const Identity before = Identity::MakeRoot(Spec(CertSpec::Authority("issuing")), Get().keys[2]);
   CertSpec spec = Spec(CertSpec::Authority("issuing"));
@@ -131,7 +132,7 @@ TEST(ChainSearch, TakesAnotherIssuerWhenThePreferredLeadsNowhere) {
   EXPECT_TRUE(IsSame(FindIssuer(trusted, {crossed}), Get().issuing.certificate));
 }
 
-TEST(ChainSearch, PreferringACertificateDoesNotTrustIt) {
+TEST(ChainSearch, DoesNotTrustAPreferredCertificate) {
   const Cert later = Decoys("issuing", Get().keys[2], Get().middle, 1)[0];
   EXPECT_TRUE(IsSame(FindIssuer(Good(), {later}), Get().issuing.certificate));
 }
@@ -151,11 +152,13 @@ std::string VerifyInLargeStore(const Cert& leaf, const std::vector<Cert>& truste
   for (const Cert& certificate : trusted) text += certificate.ToPEM();
   CertStore store;
   EXPECT_TRUE(store.Load(ToText(text), nullptr)) << GetReason();
-  return ToString(
-      ToCertificate(leaf).VerifyChain(store, nullptr, false, false, kNow, false).GetResultString());
+  return ToString(ToCertificate(leaf)
+                      .VerifyChain(store, nullptr, /*checkRevocation=*/false, /*allowPartialChain=*/false,
+                                   kNow, /*ignoreTime=*/false)
+                      .GetResultString());
 }
 
-TEST(ChainSearch, FindsTheChainBehindThousandsOfRenewals) {
+TEST(ChainSearch, FindsTheChainAmongThousandsOfRenewals) {
   std::vector<Cert> trusted = Decoys("issuing", Get().keys[2], Get().stranger, 2000);
   Append(trusted, Good());
   EXPECT_EQ(VerifyInLargeStore(Get().leaf, trusted), "ok");
@@ -179,7 +182,7 @@ TEST(ChainSearch, FindsTheIssuerAmongThousandsOfKeysOfItsName) {
 }
 
 // A public key alone, with which a check takes ninety times as long as with a usual one: the exponent is as
-// long as the modulus. Nobody knows its private key, so it can stand in an issuer and nothing else.
+// long as the modulus. Nobody knows its private key, so it can be only the key of an issuer.
 KeyPair MakeCostlyKey() {
   using Number = std::unique_ptr<BIGNUM, decltype(&BN_free)>;
   const Number modulus(BN_new(), BN_free);
@@ -214,7 +217,7 @@ std::string VerifyAmongCostlyIssuers(int count) {
 }
 
 // Thousands of usual keys of one name are tried (see above); of these only a few hundred.
-TEST(ChainSearch, CountsChecksOfSignaturesByWhatTheyCost) {
+TEST(ChainSearch, CountsChecksOfSignaturesByTheirCost) {
   EXPECT_EQ(VerifyAmongCostlyIssuers(400), "Too many certificates of the same name to find a chain");
 }
 
@@ -241,7 +244,7 @@ struct Thicket {
   std::vector<Cert> certificates;
 };
 
-TEST(ChainSearch, GivesUpInAThicketOfCrossCertificates) {
+TEST(ChainSearch, GivesUpAmongTooManyCrossCertificates) {
   for (const bool hasKeyIds : {false, true}) {
     const Thicket thicket(hasKeyIds);
     const Cert leaf = Cert::Issue(Spec(CertSpec::EndEntity("leaf")), Get().keys[3], thicket.authorities[0]);
@@ -253,8 +256,8 @@ TEST(ChainSearch, GivesUpInAThicketOfCrossCertificates) {
   }
 }
 
-// Each of these issuers leads to the root, and each path breaks a rule that only the whole path shows.
-TEST(ChainSearch, GivesUpOverThousandsOfPathsThatAreTooLong) {
+// Each of these issuers leads to the root, and each path breaks a rule that shows only in the whole path.
+TEST(ChainSearch, GivesUpAfterThousandsOfTooLongPaths) {
   CertSpec spec = Spec(CertSpec::Authority("middle", 0), kLonger);
   std::vector<Cert> trusted = {Get().root.certificate, Get().issuing.certificate};
   for (int i = 0; i < 1200; ++i) trusted.push_back(Cert::Issue(spec, Get().keys[1], Get().root));

@@ -12,7 +12,6 @@ using OruOssSec::Certificate;
 using OruOssSec::CertStore;
 using OruOssSec::CertVerifyResult;
 
-// A verified chain leads from the certificate to the root.
 TEST(VerifyChain, BuildsTheChainFromTheLeafToTheRoot) {
   const Hierarchy& sample = Sample();
   const Outcome outcome = Verify(sample.leaf, {sample.root.certificate, sample.middle.certificate});
@@ -21,49 +20,61 @@ TEST(VerifyChain, BuildsTheChainFromTheLeafToTheRoot) {
   EXPECT_EQ(outcome.chain, (Names{"leaf", "middle", "root"}));
 }
 
-// A chain does not depend on the order of the store.
 TEST(VerifyChain, DoesNotDependOnTheOrderOfTheStore) {
   const Hierarchy& sample = Sample();
   const Outcome outcome = Verify(sample.leaf, {sample.middle.certificate, sample.root.certificate});
   EXPECT_EQ(outcome.chain, (Names{"leaf", "middle", "root"}));
 }
 
-TEST(VerifyChain, ChainHoldsTheCertificatesThemselves) {
+TEST(VerifyChain, ReturnsTheCertificatesThemselves) {
   const Hierarchy& sample = Sample();
   CertStore store;
   Fill(store, {sample.root.certificate, sample.middle.certificate});
   Chain chain;
-  ASSERT_EQ(ToCertificate(sample.leaf).VerifyChain(store, &chain, false, false, kNow, false).code, 0);
+  ASSERT_EQ(ToCertificate(sample.leaf)
+                .VerifyChain(store, &chain, /*checkRevocation=*/false, /*allowPartialChain=*/false, kNow,
+                             /*ignoreTime=*/false)
+                .code,
+            0);
   ASSERT_EQ(chain.GetCount(), 3U);
   EXPECT_EQ(Certificate::Compare(*chain.Get(0), ToCertificate(sample.leaf)), 0);
   EXPECT_EQ(Certificate::Compare(*chain.Get(1), ToCertificate(sample.middle.certificate)), 0);
   EXPECT_TRUE(store.Contains(*chain.Get(2)));
 }
 
-TEST(VerifyChain, ChainOutlivesStoreAndLeaf) {
+TEST(VerifyChain, ReturnsAChainThatOutlivesStoreAndLeaf) {
   const Hierarchy& sample = Sample();
   Chain chain;
   {
     CertStore store;
     Fill(store, {sample.root.certificate, sample.middle.certificate});
-    ASSERT_EQ(ToCertificate(sample.leaf).VerifyChain(store, &chain, false, false, kNow, false).code, 0);
+    ASSERT_EQ(ToCertificate(sample.leaf)
+                  .VerifyChain(store, &chain, /*checkRevocation=*/false, /*allowPartialChain=*/false, kNow,
+                               /*ignoreTime=*/false)
+                  .code,
+              0);
   }
   EXPECT_EQ(SubjectsOf(chain), (Names{"leaf", "middle", "root"}));
 }
 
-// A chain is verified without being handed out.
-TEST(VerifyChain, TakesANullChain) {
+TEST(VerifyChain, AcceptsANullChain) {
   const Hierarchy& sample = Sample();
   CertStore store;
   Fill(store, {sample.root.certificate, sample.middle.certificate});
-  EXPECT_EQ(ToCertificate(sample.leaf).VerifyChain(store, nullptr, false, false, kNow, false).code, 0);
+  EXPECT_EQ(ToCertificate(sample.leaf)
+                .VerifyChain(store, nullptr, /*checkRevocation=*/false, /*allowPartialChain=*/false, kNow,
+                             /*ignoreTime=*/false)
+                .code,
+            0);
 }
 
 TEST(VerifyChain, FailsForAnEmptyCertificate) {
   Chain chain;
   chain.Append(new Certificate());
   LeaveStaleReason();
-  const CertVerifyResult result = Certificate().VerifyChain(CertStore(), &chain, false, false, kNow, false);
+  const CertVerifyResult result =
+      Certificate().VerifyChain(CertStore(), &chain, /*checkRevocation=*/false, /*allowPartialChain=*/false,
+                                kNow, /*ignoreTime=*/false);
   EXPECT_NE(result.code, 0);
   EXPECT_EQ(ToString(result.GetResultString()), "The certificate is empty");
   EXPECT_EQ(GetReason(), "The certificate is empty");
@@ -92,8 +103,7 @@ TEST(VerifyChain, FailsUnderAnotherRootOfTheSameName) {
 
 // Purpose, names and usages of keys
 
-// A chain is verified whatever purposes its certificates name.
-TEST(VerifyChain, AsksForNoPurpose) {
+TEST(VerifyChain, DemandsNoPurpose) {
   for (const char* usage : {"serverAuth", "critical,emailProtection", "critical,timeStamping", "1.2.3.4"}) {
     CertSpec spec = CertSpec::EndEntity("leaf");
     spec.extendedKeyUsage = usage;
@@ -102,8 +112,7 @@ TEST(VerifyChain, AsksForNoPurpose) {
   }
 }
 
-// A chain is verified whatever its leaf may be used for.
-TEST(VerifyChain, AsksForNoKeyUsageOfTheLeaf) {
+TEST(VerifyChain, DemandsNoKeyUsageOfTheLeaf) {
   CertSpec spec = CertSpec::EndEntity("leaf");
   spec.keyUsage = "critical,cRLSign";
   EXPECT_EQ(Verify(Leaf(Sample().root, spec), {Sample().root.certificate}).code, 0);
@@ -131,8 +140,7 @@ TEST(VerifyChain, FailsForAnAuthorityWhoseKeyMayNotSignCertificates) {
   EXPECT_NE(Verify(Leaf(issuer), {Sample().root.certificate, issuer.certificate}).code, 0);
 }
 
-// A chain longer than an authority allows fails.
-TEST(VerifyChain, KeepsToThePathLength) {
+TEST(VerifyChain, EnforcesThePathLength) {
   const Identity root = Identity::MakeRoot(Spec(CertSpec::Authority("root", 0)), SharedKey(0));
   const Identity middle = Authority("middle", 1, root);
   EXPECT_EQ(Verify(Leaf(root), {root.certificate}).code, 0);
@@ -140,8 +148,7 @@ TEST(VerifyChain, KeepsToThePathLength) {
             X509_V_ERR_PATH_LENGTH_EXCEEDED);
 }
 
-// A chain outside the names that an authority allows fails.
-TEST(VerifyChain, KeepsToNameConstraints) {
+TEST(VerifyChain, EnforcesNameConstraints) {
   CertSpec spec = Spec(CertSpec::Authority("middle"));
   spec.extensions = {{"nameConstraints", "critical,permitted;email:example.org"}};
   const Identity middle = Identity::MakeIssued(spec, Sample().root, SharedKey(1));
@@ -166,8 +173,7 @@ TEST(VerifyChain, FailsForAWrongSignatureOfTheIntermediate) {
             X509_V_ERR_CERT_SIGNATURE_FAILURE);
 }
 
-// No byte of a certificate can change without breaking its chain.
-TEST(VerifyChain, NoByteOfTheLeafCanChange) {
+TEST(VerifyChain, RefusesEveryChangedByteOfTheLeaf) {
   const Identity root = Identity::MakeRoot(Spec(CertSpec::Authority("root")), SharedECKey());
   const std::string der = Cert::Issue(Spec(CertSpec::EndEntity("leaf")), SharedECKey(), root).ToDER();
   CertStore store;
@@ -177,7 +183,11 @@ TEST(VerifyChain, NoByteOfTheLeafCanChange) {
     changed[i] = static_cast<char>(changed[i] ^ 1);
     Certificate leaf;
     if (!leaf.Load(ToText(MakePEM("CERTIFICATE", changed)), OruOssSec::ASN1::Encoding::Text)) continue;
-    EXPECT_NE(leaf.VerifyChain(store, nullptr, false, false, kNow, false).code, 0) << i;
+    EXPECT_NE(leaf.VerifyChain(store, nullptr, /*checkRevocation=*/false, /*allowPartialChain=*/false, kNow,
+                               /*ignoreTime=*/false)
+                  .code,
+              0)
+        << i;
   }
 }
 
@@ -191,8 +201,7 @@ TEST(VerifyChain, FailsWhenTheIssuerHasTheNameButNotTheKey) {
 
 // Time
 
-// A chain is verified at the time that is given.
-TEST(VerifyChain, LooksAtTheTimeThatItIsGiven) {
+TEST(VerifyChain, ChecksAtTheGivenTime) {
   const Cert leaf = Leaf(Sample().root, CertSpec::EndEntity("leaf"), kYear);
   const struct {
     const char* why;
@@ -213,7 +222,7 @@ TEST(VerifyChain, LooksAtTheTimeThatItIsGiven) {
   }
 }
 
-TEST(VerifyChain, TakesTheEpochAsATimeLikeAnyOther) {
+TEST(VerifyChain, AcceptsTheEpochAsATime) {
   const Validity old = Validity::Between("1960-01-01", "1980-01-01");
   const Identity root = Identity::MakeRoot(Spec(CertSpec::Authority("root"), old), SharedKey(0));
   EXPECT_EQ(Verify(root.certificate, {root.certificate}, {.time = At(1970, 1, 1)}).code, 0);
@@ -251,15 +260,14 @@ TEST(VerifyChain, FailsWhenTheRootHasExpired) {
   EXPECT_EQ(Verify(Leaf(root), {root.certificate}).code, X509_V_ERR_CERT_HAS_EXPIRED);
 }
 
-// A chain is verified without regard to time when that is asked for.
-TEST(VerifyChain, IgnoresTimeWhenItIsTold) {
+TEST(VerifyChain, IgnoresTheTimeWhenAsked) {
   const Cert leaf = Leaf(Sample().root, CertSpec::EndEntity("leaf"), kYear);
   for (const DateTime& time : {kNow, At(1990, 1, 1), DateTime(), At(2026, 13, 1)}) {
     EXPECT_EQ(Verify(leaf, {Sample().root.certificate}, {.time = time, .ignoreTime = true}).code, 0);
   }
 }
 
-TEST(VerifyChain, IgnoringTimeStillChecksSignatures) {
+TEST(VerifyChain, ChecksSignaturesWhenIgnoringTheTime) {
   EXPECT_EQ(Verify(Spoilt(Leaf(Sample().root)), {Sample().root.certificate}, {.ignoreTime = true}).code,
             X509_V_ERR_CERT_SIGNATURE_FAILURE);
 }

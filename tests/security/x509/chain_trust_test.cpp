@@ -12,7 +12,7 @@ using OruOssSec::CertStore;
 
 // Self-signed certificates and partial chains
 
-TEST(VerifyChain, SelfSignedCertificateOfTheStoreIsAChainOfOne) {
+TEST(VerifyChain, AcceptsASelfSignedCertificateOfTheStoreAsAChainOfOne) {
   const Cert self = Cert::SelfSign(Spec(CertSpec::EndEntity("self")), SharedKey(3));
   for (const bool partial : {false, true}) {
     const Outcome outcome = Verify(self, {self}, {.allowPartialChain = partial});
@@ -21,7 +21,7 @@ TEST(VerifyChain, SelfSignedCertificateOfTheStoreIsAChainOfOne) {
   }
 }
 
-TEST(VerifyChain, SelfSignedCertificateOutsideTheStoreFails) {
+TEST(VerifyChain, FailsForASelfSignedCertificateOutsideTheStore) {
   const Cert self = Cert::SelfSign(Spec(CertSpec::EndEntity("self")), SharedKey(3));
   for (const bool partial : {false, true}) {
     EXPECT_EQ(Verify(self, {Sample().root.certificate}, {.allowPartialChain = partial}).code,
@@ -29,22 +29,22 @@ TEST(VerifyChain, SelfSignedCertificateOutsideTheStoreFails) {
   }
 }
 
-TEST(VerifyChain, SelfSignedMimicOfARootFails) {
+TEST(VerifyChain, FailsForASelfSignedMimicOfARoot) {
   const Identity mimic = Root("root", 2);
   for (const bool partial : {false, true}) {
     EXPECT_NE(Verify(mimic.certificate, {Sample().root.certificate}, {.allowPartialChain = partial}).code, 0);
   }
 }
 
-TEST(VerifyChain, PartialChainEndsInAnyCertificateOfTheStore) {
+TEST(VerifyChain, EndsAPartialChainInAnyCertificateOfTheStore) {
   const Hierarchy& sample = Sample();
   const Outcome outcome = Verify(sample.leaf, {sample.middle.certificate}, {.allowPartialChain = true});
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.chain, (Names{"leaf", "middle"}));
 }
 
-// The chain of a room key, whose signer was added to the store last and is no root, begins with both.
-TEST(VerifyChain, PartialChainHoldsLeafAndIssuerFirstWhateverElseTheStoreHolds) {
+// A room key's signer was added to the store last and is no root.
+TEST(VerifyChain, BeginsAPartialChainWithLeafAndIssuer) {
   const Hierarchy& sample = Sample();
   const Identity inner = Authority("inner", 2, sample.middle);
   const Cert roomKey = Leaf(inner, CertSpec::EndEntity("room key"));
@@ -57,7 +57,7 @@ TEST(VerifyChain, PartialChainHoldsLeafAndIssuerFirstWhateverElseTheStoreHolds) 
   EXPECT_EQ(outcome.chain[1], "inner");
 }
 
-TEST(VerifyChain, PartialChainOfALeafInTheStoreStillNamesItsIssuer) {
+TEST(VerifyChain, NamesTheIssuerInAPartialChainOfALeafInTheStore) {
   const Hierarchy& sample = Sample();
   const Outcome outcome =
       Verify(sample.leaf, {sample.leaf, sample.middle.certificate}, {.allowPartialChain = true});
@@ -65,18 +65,18 @@ TEST(VerifyChain, PartialChainOfALeafInTheStoreStillNamesItsIssuer) {
   EXPECT_EQ(outcome.chain, (Names{"leaf", "middle"}));
 }
 
-TEST(VerifyChain, PartialChainOfALeafInTheStoreWithoutItsIssuerIsTheLeafAlone) {
+TEST(VerifyChain, ReturnsOnlyTheLeafWhenItsIssuerIsMissing) {
   const Outcome outcome = Verify(Sample().leaf, {Sample().leaf}, {.allowPartialChain = true});
   EXPECT_EQ(outcome.code, 0);
   EXPECT_EQ(outcome.chain, Names{"leaf"});
 }
 
-TEST(VerifyChain, LeafInTheStoreIsNoRootWithoutPartialChains) {
+TEST(VerifyChain, TakesNoLeafAsARootWithoutPartialChains) {
   EXPECT_NE(Verify(Sample().leaf, {Sample().leaf}).code, 0);
   EXPECT_NE(Verify(Sample().leaf, {Sample().leaf, Sample().middle.certificate}).code, 0);
 }
 
-TEST(VerifyChain, PartialChainStillChecksTimeAndSignature) {
+TEST(VerifyChain, ChecksTimeAndSignatureOfAPartialChain) {
   const Hierarchy& sample = Sample();
   const std::vector<Cert> trusted = {sample.middle.certificate};
   EXPECT_EQ(Verify(Spoilt(sample.leaf), trusted, {.allowPartialChain = true}).code,
@@ -85,7 +85,7 @@ TEST(VerifyChain, PartialChainStillChecksTimeAndSignature) {
             X509_V_ERR_CERT_NOT_YET_VALID);
 }
 
-TEST(VerifyChain, PartialChainFailsUnderAnIssuerThatIsNoAuthority) {
+TEST(VerifyChain, FailsForAPartialChainUnderAnIssuerThatIsNoAuthority) {
   CertSpec spec = Spec(CertSpec::EndEntity("no authority"));
   spec.keyUsage = "";
   const Identity issuer = Identity::MakeIssued(spec, Sample().root, SharedKey(1));
@@ -151,7 +151,11 @@ TEST(VerifyChain, PrefersTheCertificateThatIsValidLonger) {
     CertStore store;
     Fill(store, certificates);
     Chain chain;
-    ASSERT_EQ(ToCertificate(Leaf(first)).VerifyChain(store, &chain, false, false, kNow, false).code, 0);
+    ASSERT_EQ(ToCertificate(Leaf(first))
+                  .VerifyChain(store, &chain, /*checkRevocation=*/false, /*allowPartialChain=*/false, kNow,
+                               /*ignoreTime=*/false)
+                  .code,
+              0);
     EXPECT_EQ(Certificate::Compare(*chain.Get(1), ToCertificate(second.certificate)), 0);
   }
 }
@@ -167,7 +171,7 @@ TEST(VerifyChain, AcceptsARootBesideARenewalThatIsValidLonger) {
   }
 }
 
-// The search for issuers ends though two keys of a root have certified each other.
+// Two keys of a root have certified each other.
 TEST(VerifyChain, DoesNotRunInCirclesBetweenCrossCertificates) {
   const Identity old = Root("root", 0);
   const Identity young = Root("root", 1);
@@ -180,8 +184,7 @@ TEST(VerifyChain, DoesNotRunInCirclesBetweenCrossCertificates) {
   EXPECT_NE(Verify(Leaf(old), {oldByYoung, youngByOld}).code, 0);
 }
 
-// A chain of many intermediates is verified.
-TEST(VerifyChain, PassesThroughALongChain) {
+TEST(VerifyChain, FollowsALongChain) {
   std::vector<Identity> authorities = {Root("authority 0", 0)};
   std::vector<Cert> store = {authorities.front().certificate};
   for (std::size_t i = 1; i < 12; ++i) {
@@ -191,13 +194,16 @@ TEST(VerifyChain, PassesThroughALongChain) {
   EXPECT_EQ(Verify(Leaf(authorities.back()), store).chain.size(), 13U);
 }
 
-// Verifying a chain leaves the store as it was.
 TEST(VerifyChain, LeavesTheStoreAsItWas) {
   const Hierarchy& sample = Sample();
   CertStore store;
   Fill(store, {sample.root.certificate, sample.middle.certificate});
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(ToCertificate(sample.leaf).VerifyChain(store, nullptr, false, false, kNow, false).code, 0);
+    EXPECT_EQ(ToCertificate(sample.leaf)
+                  .VerifyChain(store, nullptr, /*checkRevocation=*/false, /*allowPartialChain=*/false, kNow,
+                               /*ignoreTime=*/false)
+                  .code,
+              0);
     EXPECT_EQ(sk_X509_num(store.Get0()), 2);
   }
 }

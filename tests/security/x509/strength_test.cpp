@@ -3,7 +3,7 @@
 
 #include "tests/security/x509/chain_fixture.h"
 
-// What is too weak to stand in a chain.
+// What is too weak for a chain.
 namespace {
 
 using namespace SecurityTest;
@@ -39,14 +39,14 @@ struct Three {
   }
 };
 
-TEST(Strength, AChainOfStrongCertificatesHolds) {
+TEST(Strength, AcceptsAChainOfStrongCertificates) {
   EXPECT_EQ(Three().Judge().text, "ok");
   EXPECT_EQ(Three({.rootKey = SharedECKey(), .leafDigest = "SHA3-256"}).Judge().text, "ok");
   EXPECT_EQ(Three({.rootDigest = "SHA512", .middleDigest = "SHA384", .leafDigest = "SHA224"}).Judge().text,
             "ok");
 }
 
-TEST(Strength, AShortRSAKeyIsRefusedWhereverItStands) {
+TEST(Strength, RefusesAShortRSAKeyAnywhereInTheChain) {
   const Three leaf{.leafKey = ShortKey()};
   EXPECT_EQ(leaf.Judge().text, kShort);
   EXPECT_EQ(leaf.Judge().code, X509_V_ERR_EE_KEY_TOO_SMALL);
@@ -58,7 +58,7 @@ TEST(Strength, AShortRSAKeyIsRefusedWhereverItStands) {
   EXPECT_EQ(Three({.leafKey = KeyPair::MakeRSA(2040)}).Judge().text, kShort);
 }
 
-TEST(Strength, AnAlgorithmThatBreaksIsRefused) {
+TEST(Strength, RefusesABrokenAlgorithm) {
   EXPECT_EQ(Three({.leafDigest = "SHA1"}).Judge().text, kSHA1);
   EXPECT_EQ(Three({.middleDigest = "SHA1"}).Judge().text, kSHA1);
   EXPECT_EQ(Three({.leafDigest = "MD5"}).Judge().text, kMD5);
@@ -67,8 +67,8 @@ TEST(Strength, AnAlgorithmThatBreaksIsRefused) {
   EXPECT_EQ(Three({.leafDigest = "SHA1"}).Judge().code, X509_V_ERR_CA_MD_TOO_WEAK);
 }
 
-// The signature on a trusted certificate proves nothing that the list does not say.
-TEST(Strength, TheSignatureOnTheTrustedEndOfAChainIsNotJudged) {
+// The list already says that this certificate is trusted; its signature adds nothing.
+TEST(Strength, IgnoresTheSignatureOfTheTrustedEnd) {
   EXPECT_EQ(Three({.rootDigest = "SHA1"}).Judge().text, "ok");
   EXPECT_EQ(Three({.rootDigest = "MD5"}).Judge().text, "ok");
   EXPECT_EQ(Three({.middleDigest = "SHA1"}).Judge(true).text, "ok");
@@ -77,8 +77,8 @@ TEST(Strength, TheSignatureOnTheTrustedEndOfAChainIsNotJudged) {
   EXPECT_EQ(Verify(self, {self}).text, "ok");
 }
 
-// A weak certificate does not hide a strong one of the same name and key, though it ends later.
-TEST(Strength, AWeakRenewalIsPassedOver) {
+// The weak certificate has the same name and key and ends later.
+TEST(Strength, SkipsAWeakRenewal) {
   const Hierarchy& sample = Sample();
   CertSpec spec = Three::With(CertSpec::Authority("middle"), "SHA1");
   spec.validity = Validity::Between("2000-01-01", "2090-01-01");
@@ -87,8 +87,7 @@ TEST(Strength, AWeakRenewalIsPassedOver) {
   EXPECT_EQ(Verify(sample.leaf, {sample.root.certificate, weak, sample.middle.certificate}).text, "ok");
 }
 
-// What else is wrong with a chain is said first.
-TEST(Strength, AWrongSignatureComesBeforeAWeakOne) {
+TEST(Strength, ReportsAWrongSignatureBeforeAWeakOne) {
   const Identity root = Root("root", 0);
   const Cert leaf = Cert::Issue(Three::With(CertSpec::EndEntity("leaf"), "SHA1"), SharedKey(3), root);
   EXPECT_EQ(Verify(Spoilt(leaf), {root.certificate}).text, "certificate signature failure");

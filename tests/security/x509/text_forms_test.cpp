@@ -33,7 +33,6 @@ std::vector<std::string> ReadAll(std::string_view text) {
 
 using Objects = std::vector<std::string>;
 
-// A text gives its PEM blocks and base64 objects in their order.
 TEST(TextObjectReader, ReadsObjectsInTheirOrder) {
   const std::string ab = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
   const std::string cd = "-----BEGIN B C-----\nY2Q=\n-----END B C-----\n";
@@ -59,7 +58,7 @@ TEST(TextObjectReader, ReadsObjectsInTheirOrder) {
   }
 }
 
-// Text around PEM blocks that is no object is passed over (RFC 7468, section 2).
+// RFC 7468, section 2.
 TEST(TextObjectReader, PassesOverTextAroundBlocks) {
   const std::string block = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
   const std::pair<const char*, std::string> rows[] = {
@@ -86,15 +85,13 @@ TEST(TextObjectReader, PassesOverTextAroundBlocks) {
   EXPECT_EQ(ReadAll("one\n" + block + "two\n" + block + "three"), (Objects{"A:ab", "A:ab"}));
 }
 
-// What begins like an object beside a block has to be one.
 TEST(TextObjectReader, RefusesADamagedObjectBesideABlock) {
   const std::string block = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
   EXPECT_EQ(ReadAll(block + "MII#"), (Objects{"A:ab", "!"}));
   EXPECT_EQ(ReadAll("MIIC and more\n" + block), Objects{"!"});
 }
 
-// What is left of a block's boundary is no explanation.
-TEST(TextObjectReader, RefusesBoundariesThatAreCut) {
+TEST(TextObjectReader, RefusesCutBoundaries) {
   const std::string block = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
   for (const char* rest : {"-----B", "-----BEGIN", "-----E", "-----END A-----", "-----END A-----\ntext"}) {
     EXPECT_EQ(ReadAll(block + rest), (Objects{"A:ab", "!"})) << rest;
@@ -102,20 +99,17 @@ TEST(TextObjectReader, RefusesBoundariesThatAreCut) {
   }
 }
 
-// Garbage inside a block is refused, whatever stands around it.
 TEST(TextObjectReader, RefusesGarbageInABlockBesideText) {
   EXPECT_EQ(ReadAll("# Root\n-----BEGIN A-----\n# Root\nYWI=\n-----END A-----\n"), Objects{"!"});
   EXPECT_EQ(GetReason(), "The text is not base64");
 }
 
-// Text is passed over only beside a block.
-TEST(TextObjectReader, RefusesTextWithoutABlock) {
+TEST(TextObjectReader, RefusesExplanationsWithoutABlock) {
   EXPECT_EQ(ReadAll("# Root\nYWI=\n"), Objects{"!"});
   EXPECT_EQ(ReadAll("# Root\n\nMIIC\n"), Objects{"!"});
 }
 
-// A text that is neither PEM nor base64 is refused with a reason.
-TEST(TextObjectReader, RefusesWhatItCannotRead) {
+TEST(TextObjectReader, RefusesEveryInvalidBlock) {
   const std::tuple<const char*, std::string, const char*> rows[] = {
       {"no dashes after the label", "-----BEGIN A\nYWI=\n-----END A-----",
        "Invalid first line of a PEM text"},
@@ -146,8 +140,7 @@ TEST(TextObjectReader, RefusesWhatItCannotRead) {
   }
 }
 
-// Base64 that is damaged or of another alphabet is refused.
-TEST(TextObjectReader, RefusesWhatIsNotBase64) {
+TEST(TextObjectReader, RefusesInvalidBase64) {
   const std::pair<const char*, std::string> rows[] = {
       {"words", "this is no base-64 text"}, {"padding missing", "YWI"},
       {"padding inside", "YWI=YWI="},       {"padding alone", "===="},
@@ -160,13 +153,11 @@ TEST(TextObjectReader, RefusesWhatIsNotBase64) {
   }
 }
 
-// The objects before an unreadable one are read.
-TEST(TextObjectReader, ReadsWhatStandsBeforeAFailure) {
+TEST(TextObjectReader, ReadsTheObjectsBeforeAFailure) {
   EXPECT_EQ(ReadAll("YWI=\n\nY2Q=\n\n*"), (Objects{":ab", ":cd", "!"}));
 }
 
-// A text that was read to its end has no further object.
-TEST(TextObjectReader, EndsAfterItsEnd) {
+TEST(TextObjectReader, StaysAtItsEnd) {
   TextObjectReader reader("YWI=");
   TextObject object;
   EXPECT_FALSE(reader.IsAtEnd());
@@ -176,7 +167,6 @@ TEST(TextObjectReader, EndsAfterItsEnd) {
   EXPECT_EQ(reader.Next(object), Step::End);
 }
 
-// Blank lines in one base64 object are passed over.
 TEST(ReadSingleObject, PassesOverBlankLinesInPlainBase64) {
   TextObject object;
   OruGuiBase::ClearLastError();
@@ -193,7 +183,7 @@ TEST(ReadSingleObject, GivesTheLabelOfABlock) {
   EXPECT_EQ(BytesOf(object), "ab");
 }
 
-TEST(ReadSingleObject, RefusesAnythingElseThanOneObject) {
+TEST(ReadSingleObject, RefusesAnythingButOneObject) {
   const std::string block = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
   const std::tuple<const char*, std::string, const char*> rows[] = {
       {"nothing", "", "The text is empty"},
@@ -211,8 +201,7 @@ TEST(ReadSingleObject, RefusesAnythingElseThanOneObject) {
   }
 }
 
-// Any byte at any place of a text is read or refused cleanly.
-TEST(ReadSingleObject, TakesEveryByteValueAnywhere) {
+TEST(ReadSingleObject, SurvivesEveryByteValueAnywhere) {
   const std::string text = "-----BEGIN A-----\nYWI=\n-----END A-----\n";
   for (std::size_t i = 0; i < text.size(); ++i) {
     for (unsigned value = 0; value < 256; ++value) {
