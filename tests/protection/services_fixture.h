@@ -16,8 +16,8 @@
 
 namespace TestSupport {
 
-/// One client whose crypt service and key server work, with the answers of ScriptedServices, and a directory
-/// for its files.
+/// One client whose crypt service and key server work, with the responses of ScriptedServices, and a
+/// directory for its files.
 class ServicesTest : public ::testing::Test {
  protected:
   ServicesTest() { BeginRotationAt(0); }
