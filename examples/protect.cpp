@@ -38,7 +38,7 @@ int main(int argc, char** argv) {
   if (!client.Decrypt(protectedFile, opened, isSigned, isVerified)) {
     return Fail("decrypt", client.GetErrorMessage());
   }
-  // The content is there. Whether its origin is proven is for the application to look at.
+  // The content was written. The application decides what to do if its origin is not proven.
   if (isSigned && !isVerified) return Fail("prove the origin", client.GetErrorMessage());
   std::printf("%s: %s\n", opened.GetPath().GetText(), isVerified ? "origin verified" : "not signed");
   return 0;

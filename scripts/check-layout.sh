@@ -19,7 +19,7 @@ declare -A allowed=(
   [tools]="tools transport client exchange roomkeys security foundation"
   [examples]="transport client exchange roomkeys security foundation"
 )
-# The four folders of class CryptClient include each other in sources. In headers, only client/ may include the others.
+# The four folders of class CryptClient include each other in sources. In headers, only client/ may include all others.
 declare -A allowed_in_headers=(
   [exchange]="exchange foundation"
   [roomkeys]="roomkeys security foundation"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Fails unless each program and library that is shipped was built against the exploitation of a mistake, and says nothing
-# about the machine that built it. What the compiler or the C library of a machine lacks is not asked for.
+# Fails unless each shipped program and library was built with hardening, and contains no path of the machine that built
+# it. Does not require what the compiler or the C library of this machine lacks.
 #   check_hardening.sh SOURCE-DIR FILE...     programs, shared libraries, and the archives (.a) of their objects
 set -euo pipefail
 source_dir=$1
@@ -10,7 +10,7 @@ fail() { echo "hardening: $*" >&2; failures=$((failures + 1)); }
 has_cet() { readelf -nW "$1" 2>/dev/null | grep -q 'x86 feature:.*IBT.*SHSTK'; }
 
 machine=$(uname -m)
-# The linker keeps the property only where all objects have it, and the C library brings two of them.
+# The linker keeps the property only if all objects have it, and two of them come from the C library.
 start_files_have_cet=no
 if has_cet "$(${CXX:-c++} -print-file-name=crti.o)"; then start_files_have_cet=yes; fi
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs a build into an empty prefix, moves that, builds the example against it, once through CMake and once through
-# pkg-config, and runs both against the installed stand.
+# pkg-config, and runs both against the installed cryptstand.
 #   check_install.sh SOURCE-DIR BUILD-DIR
 set -euo pipefail
 source_dir=$1

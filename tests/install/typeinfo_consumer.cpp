@@ -1,4 +1,4 @@
-// A program of a user. With ASK_FOR_TYPE it also asks for the type information of a client.
+// A user's program. With ASK_FOR_TYPE it also needs the type information of a client.
 #include <cstdio>
 #include <typeinfo>
 
@@ -10,7 +10,7 @@ int main() {
   bool keyError = false;
   if (client.Encrypt(OruGuiBase::File("source"), OruGuiBase::File("target"), keyError)) return 1;
   std::printf("%s\n", client.GetErrorMessage().GetText());
-  // What an implementation of ISignHash is asked for goes through the interface.
+  // Converting to ISignHash needs the virtual table, but no type information.
   const OruOssSec::ISignHash& interface = client;
   std::printf("%p\n", static_cast<const void*>(&interface));
 #ifdef ASK_FOR_TYPE

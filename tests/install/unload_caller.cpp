@@ -1,6 +1,6 @@
-// A module of somebody else's that uses the client for a while: the library comes with dlopen, is called
-// through the names that it exports, and goes again. What it was given and what it gave belongs to the
-// foundation and stays good.
+// A module of a third party that uses the client for a while: it loads the library with dlopen, calls it
+// through the names that it exports, and unloads it. Arguments and results belong to the foundation and stay
+// valid.
 #include "tests/install/unload_caller.h"
 
 #include <cstdint>
@@ -30,12 +30,12 @@ using PerformOperationFunction = decltype(&OruKalvix::CryptClient::PerformOperat
 constexpr std::int32_t kFailed = static_cast<std::int32_t>(0x80004005U);
 constexpr std::int32_t kUnknownName = static_cast<std::int32_t>(0x80020003U);
 
-bool Holds(const AnsiStr& text, const char* part) {
+bool Contains(const AnsiStr& text, const char* part) {
   return text.View().find(part) != std::string_view::npos;
 }
 
 // A crypt service and one key server, without a network.
-class Answers final : public ICryptClientHttp {
+class CannedHttp final : public ICryptClientHttp {
  public:
   void* QueryInterface(const char*) override { return nullptr; }
   std::uint32_t AddRef() override { return ++references; }
@@ -44,12 +44,12 @@ class Answers final : public ICryptClientHttp {
                            const OruKalvix::HttpOptions&, OruKalvix::HttpResponse& response) override {
     response.status = 200;
     response.headers.Set("Date", "Sun, 06 Nov 1994 08:49:37 GMT");
-    if (Holds(url, "/authztoken/")) {
+    if (Contains(url, "/authztoken/")) {
       response.body = R"({"authztoken":"token"})";
-    } else if (Holds(body, "exportWrappedKeyRequest")) {
+    } else if (Contains(body, "exportWrappedKeyRequest")) {
       response.body =
           R"({"payload":{"type":"exportWrappedKeyResponse","encodedPrivateKey":"the plain key"}})";
-    } else if (Holds(body, "generateWrappedKeyRequest")) {
+    } else if (Contains(body, "generateWrappedKeyRequest")) {
       response.body =
           R"({"payload":{"type":"generateWrappedKeyResponse","encodedX509Certificate":"bm8gY2VydGlmaWNhdGU="}})";
     }
@@ -59,8 +59,8 @@ class Answers final : public ICryptClientHttp {
   std::uint32_t references = 1;
 };
 
-/// What the library's frame tells while it is installed, and whether it held the order that a module has to
-/// keep.
+/// Records the traces of the library's loading and unloading, and whether they came in the order that a
+/// module must keep.
 class FrameWatch final : public OruGuiTrace::ITraceSink {
  public:
   FrameWatch() { OruGuiTrace::SetTraceSink(this, 1); }
@@ -106,25 +106,25 @@ KVMap Arguments() {
   return arguments;
 }
 
-// An operation that goes well, one that fails in the security library, one that has no transport, and one
-// that nobody knows.
+// An operation that succeeds, one that fails in the security library, one without a transport, and an unknown
+// one.
 bool Call(PerformOperationFunction perform, Val& result, AnsiStr& error) {
-  Answers responses;
+  CannedHttp http;
   const KVMap arguments = Arguments();
   Val none;
-  return perform(&responses, "https://crypt.example", "", "CryptDecrypt", arguments, result, error) == 0 &&
-         perform(&responses, "https://crypt.example", "", "Encrypt", arguments, none, error) == kFailed &&
-         Holds(error, "Could not decode") &&
+  return perform(&http, "https://crypt.example", "", "CryptDecrypt", arguments, result, error) == 0 &&
+         perform(&http, "https://crypt.example", "", "Encrypt", arguments, none, error) == kFailed &&
+         Contains(error, "Could not decode") &&
          perform(nullptr, "https://crypt.example", "", "Decrypt", arguments, none, error) == kFailed &&
-         perform(&responses, "https://crypt.example", "", "Decipher", arguments, none, error) ==
-             kUnknownName &&
-         responses.references == 1;
+         perform(&http, "https://crypt.example", "", "Decipher", arguments, none, error) == kUnknownName &&
+         http.references == 1;
 }
 
 const char* CheckFrame(const FrameWatch& watch) {
   if (watch.events != "Trace startup;context made;process attach;process detach;context ended;")
-    return Fail("the frame told: " + watch.events);
-  if (!watch.orderHeld) return Fail("the frame told it outside the init section or without the foundation");
+    return Fail("the library traced: " + watch.events);
+  if (!watch.orderHeld)
+    return Fail("the library traced this outside the init section or without the foundation");
   if (BaseInitializer::GetCount() != 0) return Fail("the library left an initializer of the foundation");
   return nullptr;
 }
@@ -144,7 +144,8 @@ extern "C" __attribute__((visibility("default"))) const char* LoadCallAndUnload(
   if (!Call(perform, result, error))
     return Fail(std::string("an operation ended otherwise: ") + error.GetText());
   if (::dlclose(handle) != 0) return Fail(::dlerror());
-  if (::dlopen(library, RTLD_NOW | RTLD_NOLOAD) != nullptr) return Fail("the library stays after dlclose");
+  if (::dlopen(library, RTLD_NOW | RTLD_NOLOAD) != nullptr)
+    return Fail("the library is still loaded after dlclose");
   const KVMap plain = result.AsMap().Get("keys").AsArray()[0].AsMap();
   if (!(plain.Get("plain").AsString() == "the plain key")) return Fail("the result went with the library");
   return CheckFrame(watch);

@@ -1,9 +1,9 @@
-// A process that knows nothing of the client or its foundation. It loads the caller, which loads and unloads
-// the library, from a thread of its own, unloads the caller, and sees to it that every library of ours is
-// gone. What any of them still held of the heap is then out of reach, so that a leak checker finds it at the
-// end of the process.
+// A process that is not linked with the client or its foundation. On a new thread it loads the caller, which
+// loads and unloads the library; then it unloads the caller and checks that none of our libraries is loaded.
+// Heap memory that any of them still owned is then unreachable, so that a leak checker finds it at the end of
+// the process.
 //
-//   unload_check CALLER LIBRARY [--leak]     with --leak, the caller goes and leaves memory behind
+//   unload_check CALLER LIBRARY [--leak]     with --leak, the caller is unloaded without freeing some memory
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -40,7 +40,7 @@ bool Run(const char* caller, const char* library, bool leak) {
   const auto call = reinterpret_cast<LoadCallAndUnloadFunction>(::dlsym(handle, kCallName));
   if (call == nullptr) return Fail("find", ::dlerror());
   const char* reason = nullptr;
-  // The foundation keeps things for each thread, which hold it until the thread ends.
+  // The foundation has thread-local objects, which keep it loaded until the thread ends.
   std::thread([&] { reason = call(library, leak); }).join();
   if (reason != nullptr) return Fail("call", reason);
   if (::dlclose(handle) != 0) return Fail("unload", ::dlerror());

@@ -1,4 +1,5 @@
-// Uses both libraries, without a network: a client whose service nobody listens for says so.
+// Uses both libraries without a network: nobody listens at the URL of the service, and the client reports
+// that.
 #include <cstdio>
 
 #include "client/cryptcli.h"
