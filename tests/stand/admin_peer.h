@@ -9,10 +9,10 @@
 
 namespace CryptStand {
 
-/// The stand's own group.
+/// The default group.
 inline constexpr const char* kGroup = "QOB.1.100.1";
 
-/// What administers a group, step by step, on the first key server.
+/// The steps of administering a group, on the first key server.
 class AdminTest : public StandTest {
  protected:
   explicit AdminTest(Options options = {}) : StandTest(std::move(options)) {}
@@ -32,11 +32,11 @@ class AdminTest : public StandTest {
   Reply RunForGroup(const KVMap& payload, const std::string& group = kGroup) {
     return RunCommand(payload, group);
   }
-  /// With a token that names the handle.
+  /// Uses a token that names the handle.
   Reply RunWithKey(const KVMap& payload, const KVMap& handle, const std::string& id);
   Reply Sign(const KVMap& payload);
   Reply Delete(const KVMap& payload);
-  /// The wrapped key as the crypt service keeps it.
+  /// The wrapped key as the crypt service stores it.
   std::string KeptKey(const std::string& room = "demo") {
     return Get(Service("crypt/key/" + room)).Text("data");
   }

@@ -14,7 +14,7 @@ class AuditLogTest : public AdminTest {
     return Object("type", "getAuditLogRequest", "groupId", group.c_str());
   }
   Reply FetchLog(const std::string& group = kGroup) { return RunForGroup(LogPayload(group), group); }
-  // The records without their times; the header is not among them.
+  // The records without their times, and without the header.
   static std::vector<std::string> Records(const std::string& csv) {
     std::vector<std::string> records;
     for (std::size_t begin = csv.find('\n') + 1; begin < csv.size();) {

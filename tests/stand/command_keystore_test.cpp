@@ -8,7 +8,7 @@ class KeyStoreTest : public AdminTest {
   static const KeyPair& FirstKey() { return Reader("first").key; }
   static const KeyPair& SecondKey() { return Reader("second").key; }
   Reply Import(const KeyPair& key) { return RunForGroup(ImportPayload(key.ToPEM())); }
-  // Whether a signature for a text with a handle is one of a key.
+  // Whether the key server signs with this key when a request names this handle.
   bool SignsWith(const KeyPair& key, const std::string& subId, const char* id = "seal") {
     const Reply reply = Sign(SignWith(subId, id, "RSASSA-PKCS1-v1_5-SHA-512", HashOf("text", EVP_sha512())));
     const auto signatures = ReadTexts(reply.Payload(), "signedHashes").value_or(std::vector<std::string>{""});

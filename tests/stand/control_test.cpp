@@ -9,7 +9,7 @@ namespace {
 
 class ControlTest : public StandTest {
  protected:
-  // As curl posts it when nothing is said about the content.
+  // As curl posts it by default.
   int Change(const char* what, const std::string& body) {
     return Post(Service("stand/") + what, body, {}, "application/x-www-form-urlencoded").status;
   }

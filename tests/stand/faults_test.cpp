@@ -17,7 +17,7 @@ class FaultsTest : public StandTest {
     fault.text = text;
     return fault;
   }
-  // The answer to a command of the first key server under a fault that concerns all of its requests.
+  // The first key server's response to a command, under a fault that applies to all of its requests.
   Reply CommandUnder(const Fault& fault) {
     EXPECT_TRUE(stand_.SetFault(0, fault));
     return RunCommand(GetKeyPayload());

@@ -8,7 +8,7 @@
 
 namespace CryptStand {
 
-/// A folder of a test's own, removed with all that is in it.
+/// Owns a folder for a test, and deletes it with its contents.
 class Folder {
  public:
   Folder() {

@@ -11,7 +11,7 @@
 
 namespace CryptStand {
 
-/// A server that says what it was asked, unless a test sets another handler.
+/// A server that describes the request in its response, unless a test sets another handler.
 class HttpServerTest : public testing::Test {
  protected:
   explicit HttpServerTest(HttpTimeouts timeouts = {})
@@ -35,12 +35,12 @@ class HttpServerTest : public testing::Test {
   HttpServer server_;
 };
 
-/// The bytes on the wire, which a library as client would hide.
+/// Sends and receives plain bytes, which an HTTP client library would hide.
 class HttpWireTest : public HttpServerTest {
  protected:
   using HttpServerTest::HttpServerTest;
 
-  /// What comes back for these bytes until the server closes.
+  /// The response to these bytes until the server closes.
   std::string Exchange(const std::string& bytes) const {
     RawPeer peer(server_.GetPort());
     peer.Send(bytes);
@@ -48,7 +48,7 @@ class HttpWireTest : public HttpServerTest {
     EXPECT_TRUE(peer.HasEnded()) << response;
     return response;
   }
-  /// The same after the client's end.
+  /// The same, but closes the client's side after sending.
   std::string ExchangeAll(const std::string& bytes) const {
     RawPeer peer(server_.GetPort());
     peer.Send(bytes);

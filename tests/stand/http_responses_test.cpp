@@ -169,7 +169,7 @@ class HttpSlowReaderTest : public HttpWireTest {
 TEST_F(HttpSlowReaderTest, AClientThatDoesNotReadIsGivenUp) {
   std::atomic<bool> hasEnded = false;
   HttpReply reply;
-  // The source goes with the response, that is when the server has given up.
+  // The source is destroyed with the response, that is when the server has given up.
   reply.openBody = [&hasEnded] {
     return [end = std::shared_ptr<void>(nullptr, [&hasEnded](void*) { hasEnded = true; })] {
       return std::string(65536, 'x');

@@ -23,7 +23,7 @@ std::string PKCS12Of(const KeyPair& key, const char* password) {
   return ToBase64(der);
 }
 
-// The base64 lines of a PEM text.
+// The base64 lines of a PEM block.
 std::string Body(const std::string& pem) {
   const std::size_t begin = pem.find('\n') + 1;
   return pem.substr(begin, pem.find("-----END") - begin);
@@ -116,8 +116,8 @@ TEST(KeyReaderTest, RefusesAKeyThatWasCut) {
   }
 }
 
-// Some flips leave a key: those in numbers that are not checked against each other. None may leave a key that
-// is told as a refusal, or the other way round.
+// Some flips leave a valid key: those in numbers that are not checked against each other. The result must say
+// success exactly when there is a key.
 TEST(KeyReaderTest, HasAKeyExactlyWhenItReportsSuccess) {
   const std::string der = Owner().key.ToDER();
   int refused = 0;

@@ -11,7 +11,7 @@ namespace {
 
 class KeyServerTest : public StandTest {
  protected:
-  // An envelope that is right but for one member, which is another value or, when nil, left out.
+  // A correct envelope except for one member, which has another value or, if nil, is missing.
   static std::string EnvelopeWith(const char* name, const Val& value) {
     const KVMap right = Header();
     KVMap header;

@@ -22,7 +22,7 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-// The program as it is run from a shell, its output in files of the test's folder.
+// Runs the program as a shell would, with its output in files of the test's folder.
 class Program {
  public:
   Program(const Folder& folder, std::vector<std::string> arguments)

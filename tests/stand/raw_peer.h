@@ -5,7 +5,7 @@
 
 namespace CryptStand {
 
-/// A connection to a server of the stand whose bytes a test writes and reads itself.
+/// A connection to a server whose bytes the test writes and reads itself. Owns the socket.
 class RawPeer {
  public:
   explicit RawPeer(int port, const char* address = "127.0.0.1");
@@ -14,17 +14,17 @@ class RawPeer {
   ~RawPeer() { Close(); }
 
   bool IsConnected() const { return socket_ >= 0; }
-  /// False when the other side is gone.
+  /// False if the server has closed the connection.
   bool Send(std::string_view bytes) const;
-  /// The server sees the end; reading goes on.
+  /// Ends writing; reading is still possible.
   void EndWriting() const;
   void Close();
 
-  /// What comes up to `end` and with it; less when the connection ends or is silent for 20 seconds.
+  /// Reads up to and including `end`; less if the connection ends or is silent for 20 seconds.
   std::string ReadUntil(std::string_view end);
-  /// What comes up to the end of the connection.
+  /// Reads up to the end of the connection.
   std::string ReadAll() { return ReadUntil({}); }
-  /// Whether the last reading ended with an orderly end of the connection.
+  /// Whether the last read ended because the server closed the connection in order.
   bool HasEnded() const { return hasEnded_; }
 
  private:

@@ -10,7 +10,7 @@
 namespace CryptStand {
 namespace {
 
-// A wrapped key names its signer inside.
+// A wrapped key contains its signer's certificate.
 Cert SignerOf(const std::string& wrapped) {
   const std::string bytes = FromBase64(wrapped).value_or("");
   const auto* position = reinterpret_cast<const unsigned char*>(bytes.data());

@@ -4,7 +4,7 @@
 namespace CryptStand {
 namespace {
 
-// One life of a stand on a folder, from start to end.
+// Runs the servers on a folder once, from start to end.
 class Life : public AdminTest {
  public:
   explicit Life(const Folder& folder) : AdminTest(OptionsFor(folder)) { AdminTest::SetUp(); }

@@ -15,10 +15,10 @@ namespace CryptStand {
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
-/// What came back; status 0 when that was no whole response.
+/// A received response; status 0 if it was not complete.
 struct Reply {
   int status = 0;
-  std::string body;  ///< When the response was cut: what came of its body.
+  std::string body;  ///< Of a response that was cut: the part that arrived.
   Headers headers;
   bool isRefused = false;  ///< Nobody listened.
 
@@ -27,7 +27,7 @@ struct Reply {
   bool Has(const char* name) const { return Object().Find(name) < Object().GetCount(); }
   std::string Header(const char* name) const;
 
-  /// Of a key server's response: its payload, the payload's type and the code of a refusal, 0 for none.
+  /// Of a key server's response: its payload, the payload's type, and the code of a refusal or 0.
   KVMap Payload() const { return ReadMap(Object(), "payload").value_or(KVMap()); }
   std::string Type() const { return ReadText(Payload(), "type").value_or("(none)"); }
   std::int64_t Code() const { return ReadInteger(Payload(), "code").value_or(0); }
@@ -49,7 +49,7 @@ class Peer {
   std::unique_ptr<Impl> impl_;
 };
 
-/// Requests on a connection of their own.
+/// Send one request on a new connection.
 Reply Get(const std::string& url);
 Reply Post(const std::string& url, const std::string& body, const Headers& headers = {},
            const char* contentType = "text/json");
@@ -57,7 +57,7 @@ Reply Post(const std::string& url, const KVMap& body);
 /// Any method, without a body.
 Reply Send(const char* method, const std::string& url);
 
-/// An object from names and values in turn.
+/// An object from alternating names and values.
 template <class... Rest>
 KVMap Object(Rest... members) {
   KVMap object;
@@ -66,7 +66,7 @@ KVMap Object(Rest... members) {
   return object;
 }
 
-/// A stand in memory with what a client of it does, step by step.
+/// Servers in memory, and the steps of a client of theirs.
 class StandTest : public testing::Test {
  protected:
   explicit StandTest(Options options = {}) : stand_(std::move(options)) {}
@@ -84,7 +84,7 @@ class StandTest : public testing::Test {
   static KVMap Handle(const std::string& subId, const char* id = "integrity");
   /// Posts an envelope with a token to the first key server.
   Reply PostCommand(const KVMap& payload, const std::string& token, std::size_t index = 0);
-  /// The same with a fitting token.
+  /// The same with a matching token.
   Reply RunCommand(const KVMap& payload, const std::string& id = "demo", const std::string& subId = "");
 
   static KVMap GeneratePayload(const std::string& room = "demo");
@@ -92,7 +92,7 @@ class StandTest : public testing::Test {
   static KVMap SignPayload(const std::string& subId = "1");
   static KVMap DecryptPayload(const std::string& wrapped, const std::string& block);
 
-  /// Makes a room's key as a client does and gives the answer for the room after that.
+  /// Makes a room's key as a client does, and returns the crypt service's response about the room after that.
   Reply MakeRoomKey(const std::string& room = "demo");
 
   Stand stand_;

@@ -75,8 +75,8 @@ TEST_F(WrappedKeyTest, RefusesATruncatedKey) {
   }
 }
 
-// What is not covered by the signature may change without harm, so a text that still opens has to give the
-// very same key.
+// Some bytes are not covered by the signature, so a changed wrapped key may still open. Then it must give the
+// same key.
 TEST_F(WrappedKeyTest, NeverGivesAnotherKeyWhenAByteIsFlipped) {
   std::string bytes = *FromBase64(Wrap());
   const std::string expected = roomKey_->key.ToDER();
