@@ -13,7 +13,7 @@ namespace {
 
 using OruKalvix::CryptClient;
 
-/// A client whose servers do what an input says.
+/// A client whose servers respond as an input says.
 class HostileHttpTest : public ::testing::Test {
  protected:
   bool Decrypt(const std::string& responses) {

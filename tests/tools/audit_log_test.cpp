@@ -41,7 +41,7 @@ class AuditLogCommand : public OperationTest {
   void RefuseLog(int server, const char* status) {
     ASSERT_TRUE(stand_.SetFault(server, {FaultType::SecStatus, "getAuditLogRequest", 0, 0, status}));
   }
-  // A whole log has the records of the three servers in turn below one header.
+  // A complete log has one header and then the records of the three servers, one after another.
   static void ExpectLog(const std::string& log, const std::vector<int>& servers) {
     EXPECT_THAT(log, StartsWith(kHeader));
     EXPECT_EQ(log.find(kHeader, 1), std::string::npos);
@@ -194,7 +194,7 @@ TEST_F(AuditLogCommand, ReportsAFullStandardOutput) {
 }
 
 TEST_F(AuditLogCommand, AReaderThatGoesAwayLeavesNothing) {
-  // More than a pipe holds.
+  // Larger than the buffer of a pipe.
   stand_.GetSettings().SetGeneratedAudit(0, 5000);
   std::vector<std::string> arguments{"-c", R"("$0" "$@" | head -c 4)", CRYPTCLI_COMMAND};
   const std::vector<std::string> further = Arguments({});

@@ -1,4 +1,4 @@
-// What can be wrong with a call, and what the command says then.
+// What can be wrong with a call, and how the command reports it.
 #include <filesystem>
 #include <unistd.h>
 

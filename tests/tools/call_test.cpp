@@ -11,7 +11,7 @@ using ::testing::StartsWith;
 
 class Call : public OperationTest {
  protected:
-  // Takes the one log away that lies among the temporary files, and gives its bytes.
+  // Deletes the one log in the temporary directory and returns its bytes.
   std::string TakeLog() const {
     const std::vector<std::string> names = scratch_.GetTemporaryNames();
     EXPECT_EQ(names.size(), 1U);

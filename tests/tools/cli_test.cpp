@@ -1,4 +1,4 @@
-// The command line itself: no server is needed for any of it.
+// The command line itself: nothing here needs a server.
 #include "tests/tools/command_fixture.h"
 
 namespace TestSupport {

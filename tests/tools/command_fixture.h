@@ -17,7 +17,7 @@ inline Finished RunCommand(const std::vector<std::string>& arguments) {
   return RunProcess({CRYPTCLI_COMMAND, arguments});
 }
 
-/// The stand that the tests of one suite share, so that its room keys are made once.
+/// The servers that the tests of one suite share, so that room keys are generated once.
 inline CryptStand::Stand& SharedStand() {
   static CryptStand::Stand stand;
   static const bool started = [] {
@@ -30,8 +30,8 @@ inline CryptStand::Stand& SharedStand() {
   return stand;
 }
 
-/// The command against a stand in this process, in a directory of the test's own that also holds all
-/// temporary files and is checked for any that were left.
+/// The command against servers in this process, in a directory of the test's own. Temporary files are in it
+/// too, and each test checks that none is left.
 class CommandTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -54,12 +54,12 @@ class CommandTest : public ::testing::Test {
   Finished Run(const std::string& operation, const std::vector<std::string>& further) const {
     return RunCommand(Arguments(operation, further));
   }
-  /// Makes "file.p7m" of "plain.txt".
+  /// Encrypts "plain.txt" to "file.p7m".
   void Protect() const {
     const Finished finished = Run("encrypt", {Path("plain.txt"), Path("file.p7m")});
     ASSERT_EQ(finished.code, 0) << finished.errors;
   }
-  /// Names of what lies in the directory, without the one for temporary files.
+  /// The names of the files in the directory, without the folder for temporary files.
   std::vector<std::string> Names() const {
     std::vector<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(scratch_.Path(""))) {

@@ -18,7 +18,7 @@ class Decrypt : public CommandTest {
     CommandTest::SetUp();
     Protect();
   }
-  /// Lets every check of a signer fail: the group no longer names its certificate.
+  /// Makes every check of a signer fail: the group no longer lists its certificate.
   void BreakOrigin() { stand_.GetSettings().SetIntegrityList(IntegrityList::WithoutOurs); }
 };
 
@@ -83,7 +83,8 @@ TEST_F(Decrypt, AnUnprovenOriginReplacesNothingWhenItIsDemanded) {
   EXPECT_EQ(Map(finished.output).Get("exitCode").AsInteger(), 3);
 }
 
-// A change of the cipher text can leave something that is no signed message, which counts as content.
+// Changed ciphertext can decrypt to something that is not a signed message, which then counts as unsigned
+// content.
 TEST_F(Decrypt, ATamperedFileIsNeverDeliveredWhenAProvenOriginIsDemanded) {
   const std::string good = scratch_.Read("file.p7m");
   for (const std::size_t part : {2U, 3U, 4U}) {

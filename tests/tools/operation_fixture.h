@@ -8,12 +8,12 @@
 
 namespace TestSupport {
 
-/// The commands that administer keys, against the stand.
+/// The commands that administer keys, against local servers.
 class OperationTest : public CommandTest {
  protected:
   static constexpr const char* kGroup = "QOB.1.100.1";
 
-  /// A command with the service, and with the key servers as well.
+  /// A command line with the service, and one with the key servers too.
   std::vector<std::string> WithService(const std::string& command,
                                        const std::vector<std::string>& further) const {
     std::vector<std::string> all{command, "--service", stand_.GetServiceUrl()};
@@ -28,7 +28,7 @@ class OperationTest : public CommandTest {
     return all;
   }
 
-  /// The arguments that every operation has, with further ones.
+  /// The arguments that every operation has, and the given ones.
   OruGuiBase::KVMap CallArguments(OruGuiBase::KVMap further) const {
     OruGuiBase::Array<OruGuiBase::Val> servers;
     for (const std::string& url : stand_.GetKeyServerUrls()) servers.Append(OruGuiBase::Val(Ansi(url)));

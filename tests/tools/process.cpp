@@ -58,7 +58,7 @@ pid_t Spawn(const Start& start, int output, int errors) {
   return id;
 }
 
-// Reads what there is; closes at the end. A terminal ends with an error instead.
+// Reads what is available; closes at the end of file. At the end of a terminal read() fails instead.
 void ReadFrom(int& end, std::string& text) {
   char bytes[4096];
   const ssize_t count = read(end, bytes, sizeof(bytes));

@@ -11,22 +11,22 @@ struct Start {
   std::string program;
   std::vector<std::string> arguments;
   std::string outputFile{};       ///< where standard output goes; empty for a pipe that is read
-  bool errorsToTerminal = false;  ///< standard error is a terminal, read all the same
+  bool errorsToTerminal = false;  ///< standard error is a terminal, whose output is read too
   std::string inputFile{"/dev/null"};
 };
 
-/// A program that runs beside the test. What it writes is read when it is waited for, so it has to fit a
-/// pipe.
+/// A program that runs beside the test. Its output is read only while waiting for its end, so before that it
+/// must fit into a pipe.
 class Process {
  public:
   explicit Process(const Start& start);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
-  /// Ends it if it still runs.
+  /// Kills the program if it is still running.
   ~Process();
 
   void Signal(int signal) const;
-  /// Reads until both outputs have ended, waits for the end and gives the exit code, or -1 when a signal
+  /// Reads both outputs to their end, waits for the program and returns its exit code, or -1 if a signal
   /// ended it.
   int Wait();
   const std::string& GetOutput() const { return output_; }
@@ -40,7 +40,7 @@ class Process {
   std::string errors_;
 };
 
-/// What came of a program.
+/// The result of a program.
 struct Finished {
   int code = -1;
   std::string output;

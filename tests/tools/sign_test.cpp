@@ -61,7 +61,7 @@ TEST_F(SignCommand, SignsAFile) {
 }
 
 TEST_F(SignCommand, SignsFilesOfAnySize) {
-  // Around the chunk in which a file is read.
+  // Sizes around that of the chunks in which a file is read.
   for (const std::size_t size : {0U, 1U, 262144U, 262145U, 600000U}) {
     const std::string bytes(size, 'x');
     scratch_.Make("sized", bytes);

@@ -1,4 +1,4 @@
-// A running operation: what a terminal shows of it, and what remains when a signal ends it.
+// A running operation: its progress on a terminal, and that nothing remains when a signal ends it.
 #include "tools/watch.h"
 
 #include <algorithm>
@@ -62,7 +62,7 @@ TEST_F(WatchedCommand, AFileOrPipeShowsNothing) {
 TEST_F(WatchedCommand, ASignalEndsItAndLeavesNothing) {
   for (const int signal :
        {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGXCPU, SIGUSR1, SIGVTALRM, SIGRTMAX}) {
-    // The integrity certificates are asked for when the content has been decrypted already.
+    // The client asks for the integrity certificates when it has already decrypted the content.
     SlowDown(30000, "integrity");
     Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {"--trace", "1", Path("file.p7m"), Path("t")})});
     const bool hasPlainContent = WaitFor([&] {
@@ -82,7 +82,7 @@ TEST_F(WatchedCommand, ASignalWhileFilesAreBeingMadeLeavesNothing) {
   int interrupted = 0;
   for (int round = 0; round < 40; ++round) {
     Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {"--force", Path("file.p7m"), Path("t")})});
-    // The program's own directory comes first, so that the library is about to fill it.
+    // The program creates its own directory first, so the library is about to write to it.
     WaitFor([&] { return !scratch_.GetTemporaryNames().empty(); }, 500us);
     std::this_thread::sleep_for(round * 500us);
     process.Signal(SIGTERM);
@@ -95,7 +95,7 @@ TEST_F(WatchedCommand, ASignalWhileFilesAreBeingMadeLeavesNothing) {
   EXPECT_GT(interrupted, 0) << "every operation was over before its signal";
 }
 
-// A staging file of the library beside its target, where the temporary directory is somewhere else.
+// The library's staging file is beside its target and not in the temporary directory.
 TEST_F(WatchedCommand, ASignalLeavesNoStagingFile) {
   const auto stage = [&] {
     CryptCli::Watch watch;
@@ -117,7 +117,7 @@ TEST_F(WatchedCommand, ASignalLeavesNoStagingFile) {
   EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
 }
 
-// Its report waits for the reader of a pipe that is full.
+// The report blocks because nobody reads from its full pipe.
 TEST_F(WatchedCommand, ASignalEndsItWhileItReports) {
   ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
   const int pipe = ::open(Path("pipe").c_str(), O_RDWR | O_NONBLOCK);

@@ -69,7 +69,7 @@ class Rendezvous {
   explicit Rendezvous(int parties) : parties_(parties) {}
 
   std::size_t Connections() const { return server_.GetConnectionCount(); }
-  /// Sends that many requests at once.
+  /// Sends this many requests at the same time.
   void Run(OruKalvix::ICryptClientHttp& http) {
     std::vector<std::thread> threads;
     for (int i = 0; i < parties_; ++i) {

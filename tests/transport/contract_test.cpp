@@ -1,4 +1,4 @@
-// What every transport has to keep, ours and the double that other tests rely on.
+// The contract of every transport: ours, and the test double that other tests use.
 #include <functional>
 #include <memory>
 
@@ -14,13 +14,13 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::Pair;
 
-/// A transport together with the far side that it talks to.
+/// A transport together with the server that it talks to.
 class Peer {
  public:
   virtual ~Peer() = default;
   virtual OruKalvix::ICryptClientHttp& GetHttp() = 0;
   virtual std::string Url(std::string_view path) = 0;
-  /// Prepares the answer to the next request; a negative result stands for a far side that gives none.
+  /// Prepares the response to the next request; a negative result means a server that sends none.
   virtual void Prepare(const CannedResponse& response) = 0;
   virtual RecordedRequest GetRequest() = 0;
 };

@@ -1,4 +1,4 @@
-// One exchange of CryptClientCurl: what goes out and what of a response comes in.
+// One exchange of CryptClientCurl: what it sends and what it takes from the response.
 #include <atomic>
 
 #include "tests/transport/transport_fixture.h"

@@ -1,4 +1,4 @@
-// What CryptClientCurl says of exchanges that fail, and what it refuses to take in.
+// The error messages of CryptClientCurl, and the responses that it refuses.
 #include <cstdlib>
 
 #include "tests/transport/transport_fixture.h"
@@ -60,7 +60,7 @@ TEST(CurlFailures, AHeadCutAtAnyByteIsNoResponse) {
   }
 }
 
-// libcurl takes the end of the connection for that of an empty body; the reason says what was missing.
+// libcurl reports success with an empty body; the transport reports what was missing.
 TEST(CurlFailures, ReportsAHeadCutBetweenItsLines) {
   for (const char* head : {"HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nX: y\r\n"}) {
     RawServer server(SendAndClose(head));
@@ -134,8 +134,7 @@ TEST(CurlFailures, EndlessHeadersAreGivenUp) {
   EXPECT_THAT(outcome.errorText, HasSubstr("headers"));
 }
 
-// libcurl walks all headers for each one that it hands out, so that their number is bounded beside their
-// size.
+// libcurl walks all headers for each one that it returns, so their number is limited as well as their size.
 TEST(CurlFailures, TooManyHeadersAreGivenUp) {
   RawServer server([](RawConnection& connection) {
     RecordedRequest request;

@@ -1,4 +1,4 @@
-// Bodies that go to a file.
+// Response bodies that are written to a file.
 #include "tests/support/files.h"
 
 #include <sys/stat.h>

@@ -8,14 +8,14 @@
 
 #include "tests/support/text.h"
 
-// The linker sends each call from the program's own objects here.
+// The linker redirects free() to this function in the program's own objects.
 extern "C" void __real_curl_slist_free_all(curl_slist* list);
 extern "C" void __wrap_curl_slist_free_all(curl_slist* list);
 
 namespace OruKalvix {
 namespace {
 
-/// Where this thread keeps the bytes of all lines that it frees, those past their ends too.
+/// The bytes of all blocks that this thread has freed, including those behind the end of each line.
 thread_local std::string* freedLines = nullptr;
 
 using ::testing::ElementsAre;

@@ -1,5 +1,5 @@
-// A variable of the environment does not make the transport write the secrets of its sessions to a file.
-// libcurl looks at it once for each process, so each case has one of its own.
+// SSLKEYLOGFILE does not make the transport write the secrets of its sessions to a file. libcurl reads the
+// variable once in a process, so each case has a process of its own.
 #include <cstdio>
 #include <cstdlib>
 #include <curl/curl.h>
@@ -35,7 +35,7 @@ class CurlKeyLog : public ::testing::Test {
   void TearDown() override { unsetenv("SSLKEYLOGFILE"); }
 
   std::filesystem::path Log() const { return scratch_.Path("keys.log"); }
-  /// Ends the process of a case: 0 if the exchange went well and the log is as it was expected.
+  /// Ends the process of a case, with 0 if the exchange succeeded and the log is as expected.
   [[noreturn]] void Leave(bool answered, bool isWritten) const {
     std::ifstream file(Log(), std::ios::binary);
     const std::string log(std::istreambuf_iterator<char>(file), {});
@@ -72,7 +72,7 @@ TEST_F(CurlKeyLog, StaysEmptyDespiteTheEnvironment) {
   EXPECT_EXIT(Leave(AskByTransport() == "secure", false), testing::ExitedWithCode(0), "");
 }
 
-// Proof that the case above could fail.
+// Proves that the test above can fail.
 TEST_F(CurlKeyLog, IsWrittenByLibcurlAlone) {
   EXPECT_EXIT(Leave(AskByLibcurlAlone(), true), testing::ExitedWithCode(0), "");
 }

@@ -1,4 +1,4 @@
-// Options that cannot be right are refused when the transport is made.
+// Wrong options are refused when the transport is created.
 #include "tests/support/files.h"
 #include "tests/transport/transport_fixture.h"
 

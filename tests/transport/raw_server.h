@@ -15,8 +15,8 @@
 
 namespace TestSupport {
 
-/// A value that a test and its server's threads hand to each other. What orders them is the exchange itself,
-/// which a race detector does not see.
+/// A value shared by a test and its server's threads. The exchange over the network orders their accesses,
+/// but a race detector does not see that.
 template <class T>
 class Guarded {
  public:
@@ -49,16 +49,16 @@ class RawConnection {
   /// Reads a request with its body; `url` is the target of the request line. False at the end of the
   /// connection.
   bool ReadRequest(RecordedRequest& request);
-  /// Reads up to the end of the header section alone.
+  /// Reads up to the end of the header section only.
   bool ReadHead(RecordedRequest& request);
-  /// Sends bytes as they are. False when the other side is gone.
+  /// Sends bytes unchanged. False if the client has closed the connection.
   bool Send(std::string_view bytes);
-  /// Sends a whole answer with its length.
+  /// Sends a complete response with its length.
   bool Respond(std::uint32_t status, std::string_view body, std::string_view headers = "");
-  /// Waits until the other side closes.
+  /// Waits until the client closes.
   void WaitForEnd();
   void Close();
-  /// Closes so that the other side sees a reset.
+  /// Closes so that the client sees a reset.
   void Reset();
   /// Ends reading and writing from another thread.
   void Interrupt() noexcept;
@@ -101,7 +101,7 @@ class RawServer {
   std::thread acceptor_;
 };
 
-/// A handler that answers every request on a connection by the same function.
+/// A handler that responds to every request on a connection with the same function.
 RawServer::Handler RespondToAll(std::function<void(RawConnection&, const RecordedRequest&)> response);
 
 /// A socket that listens on a loopback port of its own. The caller closes it.

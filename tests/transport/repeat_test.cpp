@@ -12,8 +12,9 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-/// A server that answers the first request of its first connection, lets that connection break during the
-/// second in a given way, and responds to all on later connections. It records the bodies that it read whole.
+/// A server that responds to the first request of its first connection, breaks that connection during the
+/// second request in a given way, and responds to all requests on later ones. It records the bodies that it
+/// read completely.
 class BreakingServer {
  public:
   using Break = std::function<void(BreakingServer& server, RawConnection& connection)>;
@@ -90,7 +91,7 @@ TEST(CurlRepeat, APostThatWasSentWholeIsNotSentAgain) {
 TEST(CurlRepeat, APostThatWasNotSentWholeIsSentAgain) {
   BreakingServer server(ResetAfterTheHead);
   const auto http = MakeCurl();
-  const std::string large(64 * 1024 * 1024, 'x');  // more than the buffers between the two sides take
+  const std::string large(64 * 1024 * 1024, 'x');  // larger than the buffers of both sockets
   ASSERT_EQ(Send(*http, server.Url(), Post("1")).body, "first");
   EXPECT_EQ(Send(*http, server.Url(), Post(large)).body, "again");
   EXPECT_THAT(server.GetBodies(), ElementsAre("POST 1", "POST " + large));
@@ -100,7 +101,7 @@ TEST(CurlRepeat, APostOnAConnectionThatHasClosedMeanwhileTakesANewOne) {
   BreakingServer server(CloseAtOnce);
   const auto http = MakeCurl();
   ASSERT_EQ(Send(*http, server.Url(), Post("1")).body, "first");
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // for the end to arrive
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // until the client has seen the end
   EXPECT_EQ(Send(*http, server.Url(), Post("2")).body, "again");
 }
 

@@ -15,7 +15,7 @@ namespace {
 constexpr std::string_view kResponse =
     "HTTP/1.1 200 OK\r\nContent-Length: 6\r\nConnection: close\r\n\r\nsecure";
 
-// A client that refuses the server leaves in the middle of the handshake.
+// A client that refuses the server closes the connection in the middle of the handshake.
 void BlockPipeSignal() {
   sigset_t signals;
   sigemptyset(&signals);

@@ -8,10 +8,10 @@
 
 namespace TestSupport {
 
-/// An HTTPS server on a loopback port. It answers each request with "secure" and closes the connection.
+/// An HTTPS server on a loopback port. It responds to each request with "secure" and closes the connection.
 class SecureServer {
  public:
-  /// Files in PEM. With an authority, clients need a certificate that it issued.
+  /// The files are PEM. If an authority is given, clients need a certificate that it issued.
   SecureServer(const std::filesystem::path& certificate, const std::filesystem::path& key,
                const std::filesystem::path& clientAuthority = {});
   SecureServer(const SecureServer&) = delete;
@@ -20,7 +20,7 @@ class SecureServer {
 
   std::string Authority(const char* host = "127.0.0.1") const { return host + (":" + std::to_string(port_)); }
   std::string Url(const char* host = "127.0.0.1") const { return "https://" + Authority(host) + "/"; }
-  /// The highest version of TLS, before the first connection.
+  /// Sets the highest version of TLS; call before the first connection.
   void AllowAtMost(int version) { SSL_CTX_set_max_proto_version(context_.get(), version); }
 
  private:

@@ -28,7 +28,7 @@ void WriteToNobody() {
   close(ends[1]);
 }
 
-// The default disposition is in force: without the guard each of these would end the program.
+// The signal has its default disposition: without the guard each of these tests would end the program.
 TEST(SigPipeGuard, TakesTheSignalOfABrokenPipeAway) {
   {
     const SigPipeGuard guard;

@@ -83,7 +83,7 @@ TEST(CurlTimeouts, TheFirstTimeoutBoundsTheTLSHandshake) {
   EXPECT_THAT(outcome.errorText, StartsWith("Could not connect to " + server.Authority()));
 }
 
-/// A loopback port whose queue of connections is full, so that a further one gets no response.
+/// A loopback port whose queue of connections is full, so that a further one is not accepted.
 class FullPort {
  public:
   FullPort() {

@@ -1,4 +1,4 @@
-// TLS: which servers are trusted, and who the client says it is.
+// TLS: which servers are trusted, and how the client authenticates.
 #include <memory>
 
 #include "stand/cert_maker.h"

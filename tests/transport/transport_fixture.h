@@ -11,7 +11,7 @@
 
 namespace TestSupport {
 
-/// What came of one exchange.
+/// The result of one exchange.
 struct Outcome {
   std::int32_t result = 0;
   std::uint32_t status = 0;
@@ -50,7 +50,7 @@ inline Outcome Send(OruKalvix::ICryptClientHttp& http, const std::string& url, c
   return outcome;
 }
 
-/// A transport of the options; fails the test when there is none.
+/// A transport with these options; fails the test if it cannot be created.
 inline OruKalvix::CryptClientCurl::Ptr MakeCurl(const OruKalvix::CryptClientCurlOptions& options = {}) {
   OruGuiBase::AnsiStr errorText;
   auto http = OruKalvix::CryptClientCurl::Create(options, errorText);
