@@ -24,6 +24,7 @@ BodySink::~BodySink() {
 bool BodySink::OpenFile(const AnsiStr& path) {
   path_ = path;
   if (path.View().find('\0') != std::string_view::npos) return FailFile("open", EINVAL);
+  // O_NOCTTY: a terminal as target must not become the controlling terminal of the process.
   do {
     file_ = open(path.GetText(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, S_IRUSR | S_IWUSR);
   } while (file_ < 0 && errno == EINTR);
@@ -59,6 +60,7 @@ bool BodySink::PutInFile(const char* data, std::size_t size) {
 bool BodySink::Finish() {
   if (file_ < 0) return true;
   // Some file systems report a failed write only when the file is closed.
+  // EINTR is no failure: Linux has closed the descriptor all the same, and it may be in use again already.
   const int file = file_;
   file_ = -1;
   return close(file) == 0 || errno == EINTR || FailFile("write", errno);

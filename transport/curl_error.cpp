@@ -22,6 +22,7 @@ AnsiStr ConnectReason(const CurlFailure& failure) {
   return OruGuiBase::GetErrorMessage(static_cast<std::uint32_t>(code), 0, 1);
 }
 
+// libcurl has one code for all timeouts. This time is set once the connection, including TLS, is ready.
 bool WasConnected(const CurlFailure& failure) {
   curl_off_t microseconds = 0;
   curl_easy_getinfo(failure.handle, CURLINFO_PRETRANSFER_TIME_T, &microseconds);

@@ -51,10 +51,12 @@ bool CurlExchange::Run(const AnsiStr& method, const AnsiStr& url, const KVMap& h
                        const HttpOptions& options, HttpResponse& response) {
   body_ = body;
   if (!Prepare(method, url, headers, response.errorText)) return false;
+  // Only now: a request that is wrong in itself costs no handle and no connection.
   handle_ = handle_.get_deleter().pool->Take();
   SetRoute(url);
   SetTrust();
   SetRequest();
+  // Before anything is sent: a command that the server has carried out must not fail for a local reason.
   if (!response.targetFile.IsEmpty() && !sink_.OpenFile(response.targetFile)) {
     response.errorText = GetFailure(CURLE_WRITE_ERROR);
     return false;
@@ -77,6 +79,7 @@ bool CurlExchange::Prepare(const AnsiStr& method, const AnsiStr& url, const KVMa
     errorText = "Invalid request: a GET has no body";
     return false;
   }
+  // Later headers replace earlier ones of the same name, so this is the order of precedence.
   HeaderList list;
   if (!list.Add(settings_.options.headers, errorText) || !AddCredentials(method, url, list, errorText) ||
       !list.Add(headers, errorText)) {
@@ -111,15 +114,18 @@ void CurlExchange::SetRoute(const AnsiStr& url) {
   const CryptClientCurlOptions& options = settings_.options;
   Set(CURLOPT_ERRORBUFFER, detail_);
   Set(CURLOPT_URL, url.GetText());
+  // The path goes out as the caller wrote it: a server may treat dot segments in its own way.
   Set(CURLOPT_PATH_AS_IS, 1L);
   Set(CURLOPT_DISALLOW_USERNAME_IN_URL, 1L);
   Set(CURLOPT_PROTOCOLS_STR, "http,https");
   Set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  // A redirect could send tokens and request bodies to another host.
   Set(CURLOPT_FOLLOWLOCATION, 0L);
   // Set even if empty: otherwise libcurl takes both from the environment.
   Set(CURLOPT_PROXY, options.proxy.GetText());
   Set(CURLOPT_NOPROXY, "");
   Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  // Otherwise libcurl may use SIGALRM for name resolution, which is not safe with threads.
   Set(CURLOPT_NOSIGNAL, 1L);
   // HTTP/2 would gain nothing: one handle has one exchange at a time, so a connection has one stream.
   Set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
@@ -190,7 +196,7 @@ void CurlExchange::SetTimeouts(const HttpOptions& options, std::int64_t elapsedM
 }
 
 CURLcode CurlExchange::Perform(const HttpOptions& options) {
-  const SigPipeGuard guard;
+  const SigPipeGuard guard;  // with CURLOPT_NOSIGNAL libcurl does not keep SIGPIPE away
   const std::int64_t start = NowMs();
   SetTimeouts(options, 0);
   CURLcode code = curl_easy_perform(handle_.get());
@@ -199,6 +205,7 @@ CURLcode CurlExchange::Perform(const HttpOptions& options) {
   headerBytes_ = 0;
   headers_ = 0;
   refusedRewind_ = false;
+  // The caller's limit is for the whole exchange, so the second attempt gets the rest of the time.
   SetTimeouts(options, NowMs() - start);
   Set(CURLOPT_FRESH_CONNECT, 1L);
   return curl_easy_perform(handle_.get());
@@ -208,6 +215,8 @@ CURLcode CurlExchange::Perform(const HttpOptions& options) {
 bool CurlExchange::MayRepeat(CURLcode code) const {
   const bool broken = code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR || code == CURLE_GOT_NOTHING ||
                       code == CURLE_SEND_FAIL_REWIND;
+  // Without a new connection the attempt used a kept one, which the server may have closed while it was idle.
+  // On a new connection the same error is a real failure.
   long connects = 0;
   curl_easy_getinfo(handle_.get(), CURLINFO_NUM_CONNECTS, &connects);
   return broken && connects == 0 && headerBytes_ == 0 && !(isPost_ && WasSentWhole());
@@ -258,6 +267,7 @@ std::size_t CurlExchange::OnRead(char* buffer, std::size_t one, std::size_t size
 }
 
 int CurlExchange::OnSeek(void* self, curl_off_t offset, int origin) noexcept {
+  // Only a body that was not read to its end may start again: the server cannot have all of it.
   CurlExchange& exchange = *static_cast<CurlExchange*>(self);
   if (offset != 0 || origin != SEEK_SET || exchange.bodyRead_ >= exchange.body_.GetLength()) {
     exchange.refusedRewind_ = true;
@@ -271,6 +281,8 @@ std::size_t CurlExchange::OnHeader(char* data, std::size_t one, std::size_t size
   CurlExchange& exchange = *static_cast<CurlExchange*>(self);
   const std::string_view line(data, one * size);
   exchange.headerBytes_ += line.size();
+  // Interim responses come first and have a status line of their own (RFC 9110, 15.2); their headers count
+  // too.
   const bool isFirst = line.starts_with("HTTP/");
   const bool isEnd = line == "\r\n" || line == "\n";
   if (isFirst) exchange.headEnded_ = false;

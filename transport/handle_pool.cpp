@@ -5,7 +5,7 @@
 namespace OruKalvix {
 
 HandlePool::HandlePool(std::size_t maxIdle) : maxIdle_(maxIdle) {
-  idle_.reserve(maxIdle);
+  idle_.reserve(maxIdle);  // so that Return() cannot throw
 }
 
 HandlePool::~HandlePool() {
@@ -13,6 +13,8 @@ HandlePool::~HandlePool() {
 }
 
 bool HandlePool::InitLibrary() noexcept {
+  // Never cleaned up: the process may use libcurl elsewhere, and the library may be unloaded and loaded
+  // again.
   static const CURLcode result = curl_global_init(CURL_GLOBAL_DEFAULT);
   return result == CURLE_OK;
 }
@@ -26,6 +28,7 @@ HandlePool::Lease HandlePool::Take() {
       idle_.pop_back();
     }
   }
+  // Outside the lock: making a handle takes time that other threads need not wait for.
   if (handle == nullptr) handle = curl_easy_init();
   if (handle == nullptr) throw std::bad_alloc();
   return Lease(handle, Returner{this});

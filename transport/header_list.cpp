@@ -37,6 +37,8 @@ bool IsFieldValue(const AnsiStr& value) {
   return true;
 }
 
+// libcurl sets these from the body. A second value would let servers disagree about where the request ends
+// (request smuggling; RFC 9112, 11.2).
 bool IsFraming(const AnsiStr& name) {
   return AnsiStr::Compare(name, "Content-Length", /*ignoreCase=*/true) == 0 ||
          AnsiStr::Compare(name, "Transfer-Encoding", /*ignoreCase=*/true) == 0;

@@ -28,6 +28,7 @@ bool TakePart(CURLU* url, CURLUPart part, unsigned int flags, std::string& targe
   return true;
 }
 
+// Not std::tolower, which follows the locale of the process.
 void ToLowerAscii(std::string& text) {
   for (char& c : text) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
@@ -87,6 +88,7 @@ bool ParseUrl(const AnsiStr& url, UrlParts& parts, AnsiStr& errorText) {
 bool IsAtOrBelow(const UrlParts& base, const UrlParts& url) {
   if (base.scheme != url.scheme || base.host != url.host || base.port != url.port) return false;
   std::string_view prefix = base.path;
+  // "/api" and "/api/" are the same base: both cover "/api/x" and neither "/apis".
   while (prefix.ends_with('/')) prefix.remove_suffix(1);
   const std::string_view path = url.path;
   return path.starts_with(prefix) && (path.size() == prefix.size() || path[prefix.size()] == '/');

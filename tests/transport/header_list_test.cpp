@@ -8,14 +8,14 @@
 
 #include "tests/support/text.h"
 
-// The linker redirects free() to this function in the program's own objects.
+// With --wrap the linker redirects calls in the program's own objects to the second function.
 extern "C" void __real_curl_slist_free_all(curl_slist* list);
 extern "C" void __wrap_curl_slist_free_all(curl_slist* list);
 
 namespace OruKalvix {
 namespace {
 
-/// The bytes of all blocks that this thread has freed, including those behind the end of each line.
+/// Collects the bytes of all lines that this thread frees, including those behind the end of each string.
 thread_local std::string* freedLines = nullptr;
 
 using ::testing::ElementsAre;
