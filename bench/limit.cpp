@@ -58,6 +58,7 @@ bool Copy(const std::string& from, const std::string& to) {
   std::vector<unsigned char> chunk(kTrafficChunk);
   struct stat status {};
   bool ok = source >= 0 && target >= 0 && ::fstat(source, &status) == 0;
+  // Reserved first, as the library does.
   if (ok) ::fallocate(target, FALLOC_FL_KEEP_SIZE, 0, status.st_size);
   for (ssize_t got = 1; ok && got > 0;) {
     got = ::read(source, chunk.data(), chunk.size());

@@ -48,6 +48,7 @@ class Measurement {
 
   bool Prepare() {
     constexpr double kBatchSeconds = 0.02;
+    // The first operations fill caches and pools, which would count as their cost.
     if (!operation_.Perform(2)) return false;
     const std::uint64_t before = Bench::OwnAllocations();
     const double begin = Bench::ThreadCpuSeconds();

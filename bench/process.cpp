@@ -54,6 +54,7 @@ Usage RunProcess(const std::vector<std::string>& command) {
   ::close(ends[0]);
   int status = 0;
   rusage resources{};
+  // wait4 reports the resources of this child alone; RUSAGE_CHILDREN would add up all of them.
   if (::wait4(child, &status, 0, &resources) != child) return usage;
   const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - begin;
   usage.cpuSeconds = Seconds(resources.ru_utime) + Seconds(resources.ru_stime);

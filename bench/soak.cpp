@@ -140,6 +140,7 @@ class Worker {
     ++(run_.tally.*member);
   }
   void Judge(bool done, std::uint64_t season, const char* operation, const AnsiStr& error) {
+    // The same even number before and after: no fault was set at any moment of the operation.
     const bool wasCalm = season % 2 == 0 && run_.weather.season == season;
     const std::string reason = error.GetText();
     const std::lock_guard lock(run_.mutex);

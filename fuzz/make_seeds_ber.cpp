@@ -1,3 +1,6 @@
+// Converts messages of the world, which are DER, to the BER of streaming writers: indefinite lengths and
+// contents in segments. The signatures in them stay valid, since they cover only the content and the signed
+// attributes.
 #include <cstdint>
 
 #include "fuzz/make_seeds.h"

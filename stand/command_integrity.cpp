@@ -40,6 +40,7 @@ Code SignAll(const std::vector<std::string>& hashes, const KeyPair& key, const A
   for (const std::string& text : hashes) {
     const auto hash = FromBase64(text);
     if (!hash.has_value()) return Code::InvalidBase64;
+
     if (hash->size() != algorithm.hashSize) return Code::InvalidPayload;
     const std::string signature = key.SignHash(*hash, algorithm.digest);
     if (signature.empty()) return Code::KeystoreUnavailable;

@@ -134,6 +134,7 @@ Served CryptService::ServeNewKey(const KVMap& body, const Route& route) {
   if (const auto refusal = RefuseRoom(room)) return *refusal;
   const auto opened = realm_.rooms.OpenKey(*data);
   if (!opened.has_value()) return Malformed("\"key\" is not a wrapped key of these key servers");
+  // The certificate comes from the signed wrapped key, not from the client.
   switch (realm_.store.UploadRoomKey(room->id, *sequence, opened->certificate, *data)) {
     case Upload::Done:
       return Success(KVMap());

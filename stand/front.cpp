@@ -45,6 +45,8 @@ Served ServeGuarded(const std::function<Served()>& serve) {
 HttpReply Front::Respond(const HttpRequest& request, const std::string& operation,
                          const std::stop_token& stop, const std::function<Served()>& serve) {
   const std::vector<Fault> faults = realm_.faults.Take(server_, operation);
+  // Replacing faults come first, because the request must then not be carried out; the others change whatever
+  // reply there is.
   std::optional<Served> served;
   for (const Fault& fault : faults) {
     if (fault.type == FaultType::Slow) Wait(fault.number, stop);

@@ -150,6 +150,7 @@ bool HttpServer::Impl::Up(std::string& error) {
 void HttpServer::Impl::Down() {
   const std::lock_guard<std::mutex> lock(change_);
   if (!up_) return;
+  // The order matters: first no new connections, then an end to the existing ones, then their threads.
   const std::uint64_t signal = 1;
   if (write(wake_.Get(), &signal, sizeof signal) != sizeof signal) std::terminate();
   acceptor_.join();
@@ -182,6 +183,7 @@ void HttpServer::Impl::AcceptAll() {
 }
 
 void HttpServer::Impl::Admit(Socket socket) {
+  // Replies are written in several parts; waiting to combine them would delay each by tens of milliseconds.
   const int on = 1;
   setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   const std::lock_guard<std::mutex> lock(mutex_);
@@ -201,6 +203,7 @@ void HttpServer::Impl::Serve(Connection& connection) {
   connection.ended = true;
 }
 
+// Joins the threads of closed connections. Outside the lock, which each of them takes at its end.
 void HttpServer::Impl::Reap() {
   std::list<Connection> ended;
   {

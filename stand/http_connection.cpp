@@ -182,6 +182,7 @@ bool Connection::ServeOne() {
     return false;
   }
   const Framing framing(parser);
+  // RFC 9110, 15.6.2: a method that the server does not know.
   HttpReply reply;
   reply.status = 501;
   if (IsServed(parser.get().method())) reply = handler_(ReadRequest(parser.release()), stop_);
@@ -223,6 +224,7 @@ void Connection::ReadBody(Parser& parser, error_code& error) {
 bool Connection::Respond(HttpReply reply, Framing framing) {
   const bool isInterim = reply.status < 200;  // nothing final follows, so the connection has to end
   const bool hasBody = !isInterim && reply.status != 204 && reply.status != 304;
+  // HTTP/1.0 has no chunks: there the end of the connection ends a body of unknown length.
   const bool isChunked = reply.openBody && framing.version >= 11;
   if (isInterim || (reply.openBody && !isChunked)) framing.isKept = false;
   if (!SendHead(reply, framing, hasBody)) return false;

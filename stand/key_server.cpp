@@ -157,6 +157,7 @@ CommandResult KeyServer::RunCommand(const HttpRequest& request, const Command* c
     return CommandResult::Refuse(Code::InvalidPayload, "envelope");
   }
   if (command == nullptr) return CommandResult::Refuse(Code::InvalidPayload, "unknown type");
+  // The token is used up before the command sees the payload, so a refused command needs a new token, too.
   const auto tokens = request.HeaderValues("X-SEC-AUTHZTOKEN");
   if (tokens.size() != 1) return CommandResult::Refuse(Code::AuthFailed, "no token");
   std::string reason;

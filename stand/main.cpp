@@ -50,6 +50,7 @@ bool WriteUrls(const Stand& stand, const std::string& path) {
 
 int Run(const Options& options, const std::string& urlFile) {
   std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
+  // Before the servers start their threads, which inherit the mask: sigwait() below then gets the signals.
   const sigset_t signals = BlockEndSignals();
   Stand stand(options);
   std::string error;

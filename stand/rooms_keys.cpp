@@ -16,6 +16,7 @@ bool Contains(const std::vector<Cert>& list, const Cert& certificate) {
 }  // namespace
 
 std::vector<IntegrityKeyRecord> Rooms::GetIntegrityKeys(const std::string& group) {
+  // Under the lock, so that two requests for a new group do not make two first keys.
   const std::lock_guard<std::mutex> lock(integrity_);
   auto keys = store_.GetIntegrityKeys(group);
   if (keys.empty() && AddIntegrityKey(group)) keys = store_.GetIntegrityKeys(group);
@@ -96,6 +97,8 @@ std::string Rooms::Rewrap(const std::string& data, const Cert& former, const Cer
 bool Rooms::Reencrypt(const std::string& group, const Cert& certificate) {
   const std::lock_guard<std::mutex> lock(encryption_);
   const Cert former = GetEncryptionCertificate(group);
+  // All keys are wrapped before any is stored: a single one that cannot be wrapped leaves everything as it
+  // was.
   std::vector<WrappedKeyRecord> keys = store_.GetWrappedKeys(group);
   for (WrappedKeyRecord& key : keys) {
     key.data = Rewrap(key.data, former, certificate);

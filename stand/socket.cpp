@@ -54,6 +54,8 @@ void Socket::Close() {
 
 Socket Socket::BindLoopback(int port, std::string& error) {
   Socket socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  // SO_REUSEADDR lets the listening socket share the port with the one that reserves it, and a restarted
+  // server use it although connections are in TIME_WAIT.
   const int on = 1;
   const sockaddr_in address = LoopbackAddress(port);
   if (!socket.IsOpen() || setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
@@ -86,7 +88,7 @@ ssize_t ConnectionStream::Write(iovec* parts, std::size_t count) const {
   message.msg_iovlen = count;
   ssize_t written = 0;
   do {
-    written = sendmsg(handle_, &message, MSG_NOSIGNAL);
+    written = sendmsg(handle_, &message, MSG_NOSIGNAL);  // a client that has gone is an error, not a SIGPIPE
   } while (written < 0 && errno == EINTR);
   return written;
 }

@@ -9,6 +9,8 @@
 namespace CryptStand {
 namespace {
 
+// Write-ahead logging, so that several processes can read one folder while another writes. Columns are never
+// renamed: folders of earlier versions must stay usable.
 constexpr const char* kSchema = R"(
   PRAGMA journal_mode = WAL;
   PRAGMA synchronous = NORMAL;
@@ -123,6 +125,8 @@ Upload Store::UploadRoomKey(const std::string& room, const std::string& sequence
   const std::lock_guard<std::mutex> lock(mutex_);
   std::string error;
   if (!database_.Execute("BEGIN IMMEDIATE", error)) return Upload::Failed;
+  // Using up the sequence number and adding the key are one transaction, so that of two uploads with the same
+  // number only one succeeds.
   auto close = database_.Prepare(
       "UPDATE rooms SET sequence_open = 0 WHERE id = ? AND CAST(sequence AS TEXT) = ? AND sequence_open = 1");
   const bool checked = close.Bind(room).Bind(sequence).Run();

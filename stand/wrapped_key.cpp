@@ -123,6 +123,7 @@ std::optional<RoomKeyPair> OpenRoomKey(const std::string& wrapped, const Cert& s
   return roomKey;
 }
 
+// Tries it: which keys OpenSSL can use depends on its version and providers.
 bool CanWrapFor(const Cert& certificate) {
   const bool can = !certificate.IsEmpty() && !Envelop("x", certificate, {}).empty();
   ERR_clear_error();
