@@ -41,6 +41,7 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
   }
   ExitCode code = session.Open();
   if (code != ExitCode::Success) return code;
+  // Before any server is asked: fetching a log takes long, and a wrong target should fail at once.
   StagingFile staging;
   AnsiStr errorText;
   if (!options.output.empty() && !staging.Open(options.output, options.force, errorText)) {

@@ -139,7 +139,9 @@ CLI::App* AddInspect(CLI::App& app, InspectOptions& options) {
 ExitCode RunInspect(const InspectOptions& options) {
   Report report("inspect", options.json);
   report.Set("file", AnsiStr(options.file));
+  // A failure without a reason of its own must not report one that is left from earlier.
   OruGuiBase::ClearLastError();
+  // Only a stream is copied to a temporary file, which a signal must not leave behind.
   std::optional<Watch> watch;
   if (Source::IsStream(options.file)) watch.emplace().Start("", /*show=*/false);
   if (Show(options, report)) return report.Finish(ExitCode::Success);

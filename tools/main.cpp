@@ -70,6 +70,8 @@ int Run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    // --help and --version arrive here too, with code 0. The parser's other codes are not part of our
+    // interface.
     return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
   }
   for (const Command& command : commands) {

@@ -109,6 +109,8 @@ ExitCode RunDecrypt(const ProtectOptions& options) {
   bool isVerified = false;
   const ExitCode code =
       run.Do("Decrypting", [&](CryptClient& client, const File& source, const File& target) {
+        // Inside the watched work: reading a FIFO may block for long, and a signal must still end the
+        // command.
         Source file;
         if (!file.Open(options.source)) {
           return run.Fail(ExitCode::Failed, DescribeFailure("read", source.GetPath()));

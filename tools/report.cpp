@@ -97,6 +97,7 @@ void Report::Fail(const AnsiStr& text) {
 }
 
 ExitCode Report::Finish(ExitCode code) {
+  // Warnings and errors first, so that they are out even if standard output blocks or fails.
   if (!asJSON_) WriteLines();
   std::FILE* const output = isOutputTaken_ ? stderr : stdout;
   const bool written = asJSON_ ? WriteJSON(code, output) : Write(output, lines_.View());

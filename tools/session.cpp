@@ -61,9 +61,11 @@ ExitCode Session::Perform(const char* operation, const KVMap& arguments, KVMap& 
   AnsiStr errorText;
   const std::int32_t status = CryptClient::PerformOperation(
       http_.get(), AnsiStr(options_.connection.service), AnsiStr(), operation, arguments, value, errorText);
+  // The user has typed the name, so an unknown one is a mistake in the command line.
   if (status == OruKalvix::kUnknownName) return Fail(ExitCode::Usage, errorText);
   if (status != OruKalvix::kSuccess) return Fail(ExitCode::Failed, errorText);
   result = value.AsMap();
+  // Success with an error text: the audit log of some key servers is missing.
   if (errorText.IsEmpty()) return ExitCode::Success;
   report_.Warn(errorText);
   return ExitCode::Partial;

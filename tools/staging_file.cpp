@@ -75,6 +75,7 @@ bool StagingFile::CheckTarget(const std::string& target, AnsiStr& errorText) {
         DescribeFailure("write", AnsiStr(target), reason == ENOENT ? AnsiStr(kExists) : SystemText(reason));
     return false;
   }
+  // "/dev/stdout", or the file that standard output is redirected to.
   isStandardOutput_ = IsStandardOutputToo(status);
   if (S_ISREG(status.st_mode)) return CheckFile(target, errorText);
   if (S_ISDIR(status.st_mode) || S_ISSOCK(status.st_mode)) {

@@ -78,6 +78,7 @@ void Watch::Start(const std::string& label, bool show) {
 void Watch::Stop() {
   if (!thread_.joinable()) return;
   stopping_ = true;
+  // A flag alone would be seen only after the current wait.
   pthread_kill(thread_.native_handle(), StopSignal());
   thread_.join();
 }
