@@ -1,8 +1,9 @@
+#include "security/cms/digest.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <thread>
 
-#include "security/cms/digest.h"
 #include "tests/security/cms/fixture.h"
 
 namespace SecurityTest {
