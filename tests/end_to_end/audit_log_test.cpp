@@ -1,5 +1,4 @@
 #include <filesystem>
-#include <regex>
 
 #include "tests/end_to_end/operations_fixture.h"
 
@@ -7,6 +6,7 @@ using CryptStand::FaultType;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
 using ::testing::SizeIs;
 
 namespace TestSupport {
@@ -64,10 +64,8 @@ TEST_F(AuditLogEndToEnd, LiesInTheTemporaryDirectoryUnderTheGroupsName) {
   ASSERT_TRUE(GetLog(kGroup, "Demo / \"group\"")) << error;
   const std::filesystem::path path = Result("filename");
   EXPECT_EQ(path.parent_path(), scratch.Path("temporary"));
-  EXPECT_TRUE(
-      std::regex_match(path.filename().string(),
-                       std::regex(R"(Audit Log Demo _ _group_ \d{4}-\d\d-\d\d-\d\d_\d\d_\d\d.*\.csv)")))
-      << path.filename();
+  EXPECT_THAT(path.filename().string(),
+              MatchesRegex("Audit Log Demo _ _group_ [0-9]{4}(-[0-9]{2}){3}(_[0-9]{2}){2}.*\\.csv"));
   TakeLines();
 }
 

@@ -1,5 +1,4 @@
 #include <filesystem>
-#include <regex>
 #include <stdlib.h>
 
 #include "tests/exchange/audit_log_fixture.h"
@@ -10,6 +9,7 @@ namespace {
 
 using OruGuiBase::AnsiStr;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 using TestSupport::Alive;
 using TestSupport::ErrorCode;
 using TestSupport::RecordedRequest;
@@ -45,9 +45,8 @@ TEST_F(AuditLog, StopsWhenTokenIsEmpty) {
 TEST_F(AuditLog, SendsNothingWhenFileCannotBeCreated) {
   scratch.BreakTemporary();
   EXPECT_FALSE(Get());
-  EXPECT_TRUE(std::regex_match(
-      Error(), std::regex("Could not create .*/Audit Log its name 20.*\\.csv: No such file or directory")))
-      << Error();
+  EXPECT_THAT(Error(),
+              MatchesRegex("Could not create .*/Audit Log its name 20.*\\.csv: No such file or directory"));
   EXPECT_EQ(http.GetRequestCount(), 0U);
   EXPECT_EQ(Str(fileName), "untouched");
 }
@@ -69,9 +68,7 @@ TEST_F(AuditLog, IsRemovedWhenItCannotBeWritten) {
   Attempt(Csv("h\n" + half + "\n"));
   const OruGuiBase::FileSizeLimit limit(1000);
   EXPECT_FALSE(Get());
-  EXPECT_TRUE(std::regex_match(
-      Error(), std::regex("Could not write to .*/Audit Log its name 20.*\\.csv: File too large")))
-      << Error();
+  EXPECT_THAT(Error(), MatchesRegex("Could not write to .*/Audit Log its name 20.*\\.csv: File too large"));
   EXPECT_EQ(http.GetRequestCount(), 6U);
   ExpectNothingGot();
 }
@@ -87,9 +84,7 @@ TEST_F(AuditLog, IsRemovedWhenItCannotBeOpenedAgain) {
     return Csv("h\na\n");
   });
   EXPECT_FALSE(Get());
-  EXPECT_TRUE(
-      std::regex_match(Error(), std::regex("Could not write to .*: Too many levels of symbolic links")))
-      << Error();
+  EXPECT_THAT(Error(), MatchesRegex("Could not write to .*: Too many levels of symbolic links"));
   ExpectNothingGot();
 }
 
@@ -124,10 +119,8 @@ class LostAuditLog : public AuditLog {
 TEST_F(LostAuditLog, IsRemovedWhenAResponseCannotBeRead) {
   Attempt(Csv("h\na\n"));
   EXPECT_FALSE(losing.GetAuditLog("group 1", "its name", fileName));
-  EXPECT_TRUE(std::regex_match(
-      Str(losing.GetErrorMessage()),
-      std::regex("Could not read from .*/auditlog-group 1\\.tmp: No such file or directory")))
-      << Str(losing.GetErrorMessage());
+  EXPECT_THAT(Str(losing.GetErrorMessage()),
+              MatchesRegex("Could not read from .*/auditlog-group 1\\.tmp: No such file or directory"));
   EXPECT_EQ(http.GetRequestCount(), 3U);
   ExpectNothingGot();
 }

@@ -1,5 +1,4 @@
 #include <filesystem>
-#include <regex>
 
 #include "tests/exchange/audit_log_fixture.h"
 #include "tests/foundation/failing_clock.h"
@@ -9,6 +8,7 @@ namespace OruKalvix {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::MatchesRegex;
 using ::testing::SizeIs;
 using TestSupport::Alive;
 using TestSupport::CannedResponse;
@@ -63,9 +63,7 @@ TEST_F(AuditLog, IsNamedAfterTheGroupAndTheTime) {
   const std::filesystem::path path = Str(fileName);
   EXPECT_EQ(path.parent_path(), scratch.Path("temporary"));
   const std::string name = path.filename();
-  EXPECT_TRUE(std::regex_match(
-      name, std::regex("Audit Log its name 20\\d\\d-\\d\\d-\\d\\d-\\d\\d_\\d\\d_\\d\\d\\.csv")))
-      << name;
+  EXPECT_THAT(name, MatchesRegex("Audit Log its name 20[0-9]{2}(-[0-9]{2}){3}(_[0-9]{2}){2}\\.csv"));
   TakeLog();
 }
 
@@ -98,7 +96,7 @@ TEST_F(AuditLog, CutsLongGroupNameBeforeTime) {
     http.Then(Token("t")).Then(Csv("h\n"));
     ASSERT_TRUE(Get(TestSupport::Ansi(name))) << size << Error();
     const std::string file = std::filesystem::path(Str(fileName)).filename();
-    EXPECT_TRUE(std::regex_match(file, std::regex("Audit Log n+(\xC3\xA4)* 20[-0-9_]*\\.csv"))) << file;
+    EXPECT_THAT(file, MatchesRegex("Audit Log n+(\xC3\xA4)* 20[-0-9_]*\\.csv"));
     EXPECT_LE(file.size(), 255U);
     EXPECT_GE(file.size(), 230U);
     TakeLog();
