@@ -19,7 +19,6 @@ using OruGuiBase::datetime;
 using OruGuiBase::Directory;
 using OruGuiBase::DirectoryType;
 using OruGuiBase::File;
-using OruGuiBase::KVMap;
 using OruGuiBase::ReadStream;
 using OruGuiBase::ReadStreamMode;
 using OruGuiBase::TempFile;
