@@ -3,7 +3,6 @@
 // was wrong.
 #include "stand/key_reader.h"
 
-#include <cstring>
 #include <memory>
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -101,8 +100,7 @@ std::optional<Block> ReadBlock(const std::string& pem) {
 int CopyPassword(char* target, int capacity, int, void* given) {
   const auto& password = *static_cast<const std::string*>(given);
   if (password.size() > static_cast<std::size_t>(capacity)) return -1;
-  std::memcpy(target, password.data(), password.size());
-  return static_cast<int>(password.size());
+  return static_cast<int>(password.copy(target, password.size()));
 }
 
 // The traditional PEM form under a password. It has no checksum, so a wrong password may decrypt to anything:
