@@ -59,9 +59,9 @@ constexpr NameRow kNames[] = {
     {"Updat", Method::None, "cut"},
     {"Updates", Method::None, "longer"},
     {" Update", Method::None, "blank before"},
-    {"Update ", Method::None, "blank behind"},
+    {"Update ", Method::None, "blank at the end"},
     {"MyCryptUpdate", Method::None, "embedded"},
-    {"UpdateCrypt", Method::None, "prefix behind"},
+    {"UpdateCrypt", Method::None, "prefix at the end"},
 };
 
 // Each of nine names is known, with "Crypt" before it once or without, in this case alone.
@@ -165,7 +165,7 @@ TEST_F(PerformedOperation, FreesAnObjectThatTheResultHeldWhenItFails) {
 }
 
 // One map may hold the arguments and take the results.
-TEST_F(PerformedOperation, AllowsResultInVariableOfArguments) {
+TEST_F(PerformedOperation, AllowsArgumentsAndResultInOneVariable) {
   Respond(Payload(kConfigured));
   KVMap both = Map(With(R"(,"group":"g")"));
   EXPECT_TRUE(CryptClient::ExecuteMethod(&http, kService, "", Method::ConfigGroup, both, both, error));

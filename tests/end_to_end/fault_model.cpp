@@ -143,7 +143,7 @@ Outcome PredictSign(const Servers& servers) {
   return outcome;
 }
 
-// Behind the content key come two lists, whose sweeps meet the servers that cannot be reached once more.
+// After the content key, two lists are fetched. Their sweeps meet the servers that cannot be reached again.
 Outcome PredictDecrypt(const Servers& servers) {
   Outcome outcome = Sweep(Operation::Decrypt, servers);
   if (!outcome.done) return outcome;

@@ -25,7 +25,7 @@ const ResponseCase kResponses[] = {
     {"Deep", {.type = FaultType::JsonDeep}},
     {"NotUtf8", {.type = FaultType::JsonNotUtf8}},
     {"Huge", {.type = FaultType::JsonHuge}},
-    {"OtherKinds", {.type = FaultType::OtherMembers}},
+    {"OtherTypes", {.type = FaultType::OtherMembers}},
     {"EmptyMembers", {.type = FaultType::EmptyMembers}},
     {"Created", {.type = FaultType::Status, .number = 201}},
     {"NoContent", {.type = FaultType::Status, .number = 204}},

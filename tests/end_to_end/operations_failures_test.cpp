@@ -82,7 +82,7 @@ class OperationArguments : public OperationsTest {
 
 TEST_F(OperationArguments, OfWrongTypeAreSentEmptyAndRefusedByServer) {
   const Row rows[] = {
-      {"certificates of other kinds", "Encrypt", R"({"room":"demo","certificates":[1,{},null]})",
+      {"certificates of other types", "Encrypt", R"({"room":"demo","certificates":[1,{},null]})",
        "603 Invalid Certificate"},
       {"certificates that are no array", "Reencrypt", R"({"group":"QOB.1.100.1","enccert":["x"]})",
        "603 Invalid Certificate"},
@@ -93,7 +93,7 @@ TEST_F(OperationArguments, OfWrongTypeAreSentEmptyAndRefusedByServer) {
        "605 Invalid Wrapped Key"},
       {"a password that is no text", "ImportKey",
        R"({"group":"QOB.1.100.1","id":"a","key":"AAAA","password":1})", "602 Invalid Key Type"},
-      {"URLs of other kinds", "ConfigGroup", R"({"group":"made","authncrlurls":[true]})",
+      {"URLs of other types", "ConfigGroup", R"({"group":"made","authncrlurls":[true]})",
        "601 Invalid Payload"},
       {"a hash that is missing", "SignByKey",
        R"({"object":"demo","id":"integrity","algorithm":"RSASSA-PKCS1-v1_5-SHA-512"})",

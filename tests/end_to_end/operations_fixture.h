@@ -24,7 +24,7 @@ class OperationsTest : public EndToEndTest {
   /// One key of a list: a map with "id" and "data".
   static OruGuiBase::Val Keys(std::initializer_list<std::pair<const char*, std::string>> keys);
 
-  /// Performs with these arguments behind the key servers. The outcome goes to status, result and error.
+  /// Performs with the key servers followed by these arguments. The outcome goes to status, result and error.
   bool Perform(const char* operation, Members arguments);
   bool PerformWith(const char* operation, const OruGuiBase::KVMap& arguments);
   /// A string of the result; empty when it has none.

@@ -46,7 +46,7 @@ constexpr Placement kBoth = {"both of two", 2, 0, 1};
 constexpr Placement kOuter = {"the first and third of three", 3, 0, 2};
 constexpr Placement kLastTwo = {"the second and third of three", 3, 1, 2};
 
-// The servers whose records a log holds: in its second column. Each gives its made-up records whole, behind
+// The servers whose records a log holds: in its second column. Each gives its made-up records whole, after
 // one header line for all.
 std::vector<int> ReadLogs(const std::string& path) {
   std::istringstream lines(ReadFile(path));
@@ -216,7 +216,7 @@ class TwoFaults : public ::testing::TestWithParam<std::tuple<Operation, int>> {
   }
 
   // A group's command is cheap enough to meet each two faults in both orders. The other operations meet them
-  // in one; which one, and whether there is a server left behind them, changes from pair to pair.
+  // in one; which one, and whether another server comes after them, changes from pair to pair.
   static bool IsTried(std::size_t second) {
     const bool ascends = (GetRow() + second) % 2 == 0;
     return GetOperation() == Operation::ConfigGroup || second == GetRow() || ascends == (GetRow() < second);

@@ -103,7 +103,7 @@ struct CommandRow {
   const char* response;
   const char* tokenId;
   const char* tokenKey = "";
-  /// Members of a good response behind its type; functions, since certificates are made on first use.
+  /// Members of a good response after its type; functions, since certificates are made on first use.
   std::function<std::string()> goodMembers = [] { return ""; };
   std::function<std::vector<BadMembers>()> badMembers = [] { return std::vector<BadMembers>(); };
   const char* handedOut = "untouched";

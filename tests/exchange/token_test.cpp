@@ -170,9 +170,9 @@ TEST_F(Tokens, AreInvalidWhenMissingEmptyOrNotString) {
     bool reported;
     const char* reason;
   } rows[] = {
-      {"", true, "an empty body is an empty answer"}, {"{}", true, "missing"},
-      {R"({"authztoken":7})", true, "a number"},      {R"({"authztoken":["t"]})", true, "a list"},
-      {R"({"authztoken":""})", false, "empty"},       {R"({"AuthzToken":"t"})", true, "another case"},
+      {"", true, "an empty body is an empty response"}, {"{}", true, "missing"},
+      {R"({"authztoken":7})", true, "a number"},        {R"({"authztoken":["t"]})", true, "a list"},
+      {R"({"authztoken":""})", false, "empty"},         {R"({"AuthzToken":"t"})", true, "another case"},
   };
   for (const auto& row : rows) {
     const TraceRecorder traces;

@@ -117,7 +117,7 @@ TEST(ArrayTest, AccessPastTheCountClearsWhatWasWrittenThereBefore) {
   EXPECT_EQ(values.GetCount(), 0U);
 }
 
-TEST(ArrayTest, AccessPastTheCountOfAFullBlockGrowsIt) {
+TEST(ArrayTest, AccessPastTheEndGrowsAFullBlock) {
   Numbers numbers = Filled(4);
   ASSERT_EQ(CapacityOf(numbers), 4U);
   EXPECT_EQ(numbers.At(4), 0U);

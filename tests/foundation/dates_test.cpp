@@ -132,7 +132,7 @@ TEST(RFC1123Test, RefusesEverythingElse) {
       {"1994-11-06T08:49:37Z", "the form of ISO 8601"},
       {"784111777", "seconds"},
       {"Mon, 01 Jan 0001 00:00:00 +0001", "before the first moment"},
-      {"Fri, 31 Dec 9999 23:59:00 -0001", "behind the last moment"},
+      {"Fri, 31 Dec 9999 23:59:00 -0001", "after the last moment"},
       {"Fri, 31 Dec 9999 23:59:60 GMT", "a leap second after the last moment"},
   };
   for (const auto& row : kRows) {

@@ -217,7 +217,7 @@ TEST_P(DeliveryTest, AFolderNamedLikeOursIsLikeAnyOther) {
 }
 
 // The directory's default list denies new files to everybody but the owner.
-TEST_P(DeliveryTest, ANewFileIsNoWiderThanTheListOfItsDirectory) {
+TEST_P(DeliveryTest, ANewFileGetsNoMorePermissionsThanItsDirectorysListAllows) {
   if (!SetAccessList(scratch_.GetPath(), kDefaultList, {{kOwner, 7}, {kGroup, 0}, {kOthers, 0}})) {
     GTEST_SKIP() << "the file system takes no lists: " << std::strerror(errno);
   }

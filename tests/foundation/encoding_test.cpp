@@ -339,7 +339,7 @@ TEST(Base16Test, TextWithAnyByteChangedDecodesToOtherBytesOrFails) {
       std::string changed(text.View());
       changed[place] = static_cast<char>(changed[place] ^ change);
       const Decoded decoded = Decode(B16Str2Binary, changed, nullptr);
-      // The two cases of one digit are the only two texts for the same bytes.
+      // The two cases of one digit are the only two strings for the same bytes.
       const bool sameDigit = (changed[place] | 0x20) == (text.View()[place] | 0x20) && change == 0x20;
       EXPECT_TRUE(!decoded.good || (decoded.bytes == plain) == sameDigit) << changed;
     }

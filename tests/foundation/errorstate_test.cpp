@@ -19,7 +19,7 @@ TEST(ErrorStateTest, ACodeGivesTheSystemsMessage) {
   EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOENT));
 }
 
-TEST(ErrorStateTest, AMessageIsTheReason) {
+TEST(ErrorStateTest, ReportsAMessageAsTheReason) {
   SetErrorMessage("The signer said no");
   EXPECT_EQ(GetLastError(), kTextError);
   EXPECT_EQ(GetErrorMessage(GetLastError(), 0, 1), "The signer said no");

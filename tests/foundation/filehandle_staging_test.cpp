@@ -147,7 +147,7 @@ TEST_F(FileWriterStagingTest, ALaterNarrowerModeOfTheTargetIsKept) {
   EXPECT_EQ(ModeOf(AnsiStr(scratch_ / "target")), 0600);
 }
 
-TEST_F(FileWriterStagingTest, ALaterGroupOfTheTargetFailsTheClose) {
+TEST_F(FileWriterStagingTest, CloseFailsWhenTheTargetsGroupHasChanged) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file to any group";
   scratch_.MakeFile("target", "old");
   ASSERT_TRUE(Begin("target"));
@@ -158,7 +158,7 @@ TEST_F(FileWriterStagingTest, ALaterGroupOfTheTargetFailsTheClose) {
   EXPECT_EQ(FindStagingFile(), "");
 }
 
-TEST_F(FileWriterStagingTest, ALaterListOfTheTargetFailsTheClose) {
+TEST_F(FileWriterStagingTest, CloseFailsWhenTheTargetsAccessListHasChanged) {
   scratch_.MakeFile("target", "old");
   ASSERT_TRUE(Begin("target"));
   const AccessList list = {{kOwner, 6}, {kUser, 4, 1}, {kGroup, 0}, {kMask, 4}, {kOthers, 0}};

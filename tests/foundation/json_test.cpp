@@ -242,7 +242,7 @@ TEST(JSON2ValTest, ANulCharacterIsContent) {
 }
 
 TEST(JSON2ValTest, LongStringsWithEscapesAreComplete) {
-  // The engine hands such texts out in chunks.
+  // The engine hands such strings out in chunks.
   std::string plain;
   std::string text = "\"";
   for (int i = 0; i < 3000; ++i) {

@@ -16,7 +16,7 @@ namespace {
 
 using std::string_view_literals::operator""sv;
 
-// What the target holds after the lines of a file of this text were copied to it.
+// The contents of the target after the lines of a file with `text` were copied to it.
 std::string CopyOf(const ScratchDirectory& scratch, std::string_view text) {
   ReadStream reader(scratch.MakeFile("from", text), ReadStreamMode::Text);
   WriteStream writer(scratch.FileOf("to"), WriteStreamMode::Truncate);

@@ -14,7 +14,7 @@ machine=$(uname -m)
 start_files_have_cet=no
 if has_cet "$(${CXX:-c++} -print-file-name=crti.o)"; then start_files_have_cet=yes; fi
 
-check_loading() { # file: its properties for the loader
+check_loading() { # file: its instructions for the loader
   local dynamic segments
   dynamic=$(readelf -dW "$1")
   segments=$(readelf -lW "$1")

@@ -60,7 +60,7 @@ TEST_F(Encryption, GivesItsAttributesInTheOrderOfTheirOIDs) {
 }
 
 TEST_F(Encryption, MakesNoDoubleSlashInTheRoomUrl) {
-  // A URL with a slash behind it leads to the same services.
+  // A URL with a slash at its end leads to the same services.
   CryptClient other(&services.http, "https://crypt.example/api/", "", "room 1");
   ASSERT_TRUE(other.Encrypt(source, target, keyErrorFlag)) << other.GetErrorMessage().GetText();
   EXPECT_THAT(Open().attributes,

@@ -110,7 +110,7 @@ TEST_F(Verification, NormalisesTheGroup) {
     const char* reason;
   } rows[] = {
       {{TestSupport::kGroupOid, "QOB.g"}, "QOB.g", "as it stands"},
-      {{TestSupport::kGroupOid, "QOB."}, "QOB.", "nothing behind the beginning"},
+      {{TestSupport::kGroupOid, "QOB."}, "QOB.", "nothing after the beginning"},
       {{TestSupport::kGroupOid, "514F42\r\n2E67"}, "QOB.g", "a line end inside"},
       {{TestSupport::kGroupOid, "QOB.g", false}, "QOB.g", "an octet string, which comes as hexadecimal"},
       {{TestSupport::kGroupOid, "78797A"}, "xyz", "hexadecimal of another text"},

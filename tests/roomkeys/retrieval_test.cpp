@@ -229,7 +229,7 @@ TEST_F(Retrieval, RecordsEachOtherErrorWithItsTextAlone) {
       {R"({"errorid":"QOB.2","errortext":"no access"})", "Could not get room key: no access", "id and text"},
       {R"({"errorid":"QOB.2"})", "Could not get room key: ", "an id without text"},
       {R"({"errorid":"QOB.1.1001.1.422645 ","errortext":"t"})", "Could not get room key: t",
-       "a blank behind"},
+       "a blank at the end"},
       {R"({"errorid":"x","errortext":"100%s"})", "Could not get room key: 100%s", "a per-cent sign"},
   };
   for (const auto& row : rows) {

@@ -56,7 +56,7 @@ TEST(PrivateKeyLoad, AcceptsEveryUnencryptedForm) {
       {"PKCS #8 in one line of base64", rsa.ToBase64(), rsa},
       {"PKCS #8 in lines of base64", InLines(rsa.ToBase64()), rsa},
       {"blank lines in base64", WithLineEnds(InLines(rsa.ToBase64()), "\n \n"), rsa},
-      {"white space of all kinds in base64", WithLineEnds(InLines(rsa.ToBase64()), " \t\v\f\r\n"), rsa},
+      {"all white space characters in base64", WithLineEnds(InLines(rsa.ToBase64()), " \t\v\f\r\n"), rsa},
       {"traditional RSA in PEM", rsa.ToTraditionalPEM(), rsa},
       {"traditional RSA in base64", CryptStand::ToBase64(DERInPEM(rsa.ToTraditionalPEM())), rsa},
       {"EC in PKCS #8", SharedECKey().ToPEM(), SharedECKey()},

@@ -189,7 +189,7 @@ class AuditSourceTest : public testing::Test {
   static std::size_t CountLines(const BodySource& next) {
     std::ptrdiff_t lines = 0;
     for (std::string chunk = next(); !chunk.empty(); chunk = next()) {
-      EXPECT_LT(chunk.size(), 200000U) << "pieces stay small however large the log is";
+      EXPECT_LT(chunk.size(), 200000U) << "chunks stay small however large the log is";
       lines += std::count(chunk.begin(), chunk.end(), '\n');
     }
     return static_cast<std::size_t>(lines);

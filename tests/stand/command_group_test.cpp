@@ -62,7 +62,7 @@ TEST_F(ConfigGroupTest, RefusesWhatIsMalformedAndChangesNothing) {
       {With(ConfigPayload(), "authnRootCertificates", Keys({good})), 601, "an array of objects"},
       {With(ConfigPayload(), "authnRootCertificates", TextsVal({"x"})), 603, "no root certificate"},
       {With(ConfigPayload(), "authnIssuingCertificates", TextsVal({good, ""})), 603,
-       "no certificate behind one"},
+       "no certificate after one"},
       {With(ConfigPayload(), "authnCrlUrls", TextsVal({""})), 601, "an empty address"},
   };
   for (const auto& row : rows) EXPECT_EQ(RunForGroup(row.payload).Code(), row.code) << row.reason;
@@ -159,7 +159,7 @@ TEST_F(ReencryptTest, RefusesWhatIsMalformedAndChangesNothing) {
       {With(ReencryptPayload(good), "encryptionKey", Keys({good})), 601, "an array"},
       {With(ReencryptPayload(good), "encryptionKey", Val(Object("type", "externalCertificate"))), 601,
        "an empty object"},
-      {With(ReencryptPayload(good), "encryptionKey", Key(good, "handle")), 602, "another kind of key"},
+      {With(ReencryptPayload(good), "encryptionKey", Key(good, "handle")), 602, "another type of key"},
       {ReencryptPayload(""), 603, "an empty certificate"},
       {ReencryptPayload("AAAA"), 603, "no certificate"},
       {ReencryptPayload(signer.ToPEM()), 603, "a certificate for signatures alone"},

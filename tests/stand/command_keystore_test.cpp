@@ -141,7 +141,7 @@ TEST_F(DeleteKeyTest, RefusesOtherHandles) {
       {Val(KVMap()), 601, "an empty handle"},
       {Val("seal"), 601, "a text"},
       {Val(Object("type", "handle", "id", "seal")), 601, "no sub-identifier"},
-      {Val(Object("type", "certificate", "id", "seal", "subId", "1")), 602, "another kind"},
+      {Val(Object("type", "certificate", "id", "seal", "subId", "1")), 602, "another type"},
   };
   for (const auto& row : rows) {
     const Reply reply = RunForGroup(With(DeletePayload("1"), "key", row.key));

@@ -73,7 +73,7 @@ TEST_F(RewrapTest, RefusesToModifyWhatIsMalformed) {
       {With(good, "encodedWrappedKey", Val()), 601, "a key that is no text"},
       {With(good, "encryptionKeys", Val("x")), 601, "no array"},
       {With(good, "encryptionKeys", TextsVal({PEM("one")})), 601, "an entry that is no object"},
-      {With(good, "encryptionKeys", Val(handles)), 602, "another kind of key"},
+      {With(good, "encryptionKeys", Val(handles)), 602, "another type of key"},
       {ModifyPayload(wrapped, {"AAAA"}), 603, "no certificate"},
       {ModifyPayload("", {}), 605, "no wrapped key"},
       {ModifyPayload("AAAA", {}), 605, "not one either"},

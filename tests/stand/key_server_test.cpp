@@ -150,11 +150,11 @@ TEST_F(KeyServerTest, TakesATokenOnItsOwnServerAlone) {
   EXPECT_EQ(PostCommand(GetKeyPayload(), FetchToken("getKeyRequest"), 1).Code(), 609);
 }
 
-TEST_F(KeyServerTest, TakesATokenForItsOwnCommandAlone) {
+TEST_F(KeyServerTest, AcceptsATokenOnlyForItsOwnCommand) {
   EXPECT_EQ(PostCommand(GetKeyPayload(), FetchToken("decryptRequest")).Code(), 609);
 }
 
-TEST_F(KeyServerTest, TakesATokenForItsOwnKeyAlone) {
+TEST_F(KeyServerTest, AcceptsATokenOnlyForItsOwnKey) {
   RunCommand(GetKeyPayload());
   ASSERT_TRUE(stand_.RenewIntegrityKey());
   EXPECT_EQ(RunCommand(SignPayload("1"), "demo", "2").Code(), 609);
@@ -218,7 +218,7 @@ TEST_F(GenerateTest, RefusesMalformedPayloads) {
       {With(GeneratePayload(), "certificateSubject", Val("O=demo-tr")), 601, "another subject"},
       {With(GeneratePayload(), "encryptionKeys", Val("x")), 601, "no array"},
       {With(GeneratePayload(), "encryptionKeys", TextsVal({"x"})), 601, "an entry that is no object"},
-      {With(GeneratePayload(), "encryptionKeys", entry("handle", "")), 602, "another kind of key"},
+      {With(GeneratePayload(), "encryptionKeys", entry("handle", "")), 602, "another type of key"},
       {With(GeneratePayload(), "encryptionKeys", entry("externalCertificate", "")), 603, "no certificate"},
       {With(GeneratePayload(), "encryptionKeys", entry("externalCertificate", "AAAA")), 603,
        "not one either"},
@@ -355,7 +355,7 @@ TEST_F(DecryptTest, RefusesOtherKeysAlgorithmsAndPayloads) {
       {With(good, "encryptedData", Val("AAAA")), 601, "no array"},
       {With(good, "decryptionKey", Val(Handle("1"))), 601, "a handle"},
       {With(good, "decryptionKey", Val(Object("type", "handle", "encodedWrappedKey", "x"))), 602,
-       "another kind"},
+       "another type"},
       {With(good, "more", Val("x")), 601, "a member too many"},
   };
   for (const auto& row : rows) EXPECT_EQ(RunCommand(row.payload).Code(), row.code) << row.reason;

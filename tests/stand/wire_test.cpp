@@ -44,7 +44,7 @@ TEST(WireTest, ReadsCertificatesAsPEMAndAsBase64) {
   EXPECT_TRUE(CertFromText("").IsEmpty());
   EXPECT_TRUE(CertFromText("AAAA").IsEmpty());
   EXPECT_TRUE(CertFromText("-----BEGIN CERTIFICATE-----").IsEmpty());
-  EXPECT_TRUE(CertFromText(ToBase64(certificate.ToDER() + "x")).IsEmpty()) << "bytes behind the certificate";
+  EXPECT_TRUE(CertFromText(ToBase64(certificate.ToDER() + "x")).IsEmpty()) << "bytes after the certificate";
 }
 
 TEST(WireTest, RefusesWithIdAndText) {

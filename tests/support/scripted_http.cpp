@@ -148,9 +148,9 @@ std::int32_t ScriptedHttp::SendRequest(const AnsiStr& method, const AnsiStr& url
   const RecordedRequest request = Record(method, url, headers, body, options, response.targetFile);
   const Responder responder = TakeResponder(request);
   if (!responder) {
-    ADD_FAILURE() << "no scripted answer for " << request.method << " " << request.url << "\n"
+    ADD_FAILURE() << "no scripted response for " << request.method << " " << request.url << "\n"
                   << request.body;
-    response.errorText = "no scripted answer";
+    response.errorText = "no scripted response";
     return -1;
   }
   const CannedResponse canned = responder(request);

@@ -73,7 +73,7 @@ TEST(ScriptedHttp, WritesTheBodyToTheTargetFile) {
   EXPECT_TRUE(response.body.IsEmpty());
 }
 
-TEST(ScriptedHttp, FailsAnExchangeWithItsText) {
+TEST(ScriptedHttp, FailsAnExchangeWithItsErrorMessage) {
   ScriptedHttp http;
   http.Then(NoExchange("cable cut"));
   HttpResponse response;

@@ -62,7 +62,7 @@ TEST_F(CallFailures, ArgumentsThatAreNoJSONObjectAreCode2) {
       {"blanks", " \n", "The arguments are no JSON: "},
       {"no JSON", "secret", "The arguments are no JSON: "},
       {"cut", R"({"group":"secret)", "The arguments are no JSON: "},
-      {"a value behind it", R"({"group":"secret"} {})", "The arguments are no JSON: "},
+      {"a value after it", R"({"group":"secret"} {})", "The arguments are no JSON: "},
       {"no UTF-8", "{\"group\":\"secret\xFF\"}", "The arguments are no JSON: "},
       {"a comma too many", R"({"group":"secret",})", "The arguments are no JSON: "},
       {"too deep", std::string(1000, '[') + std::string(1000, ']'), "The arguments are no JSON: "},

@@ -148,7 +148,7 @@ TEST_F(WatchedCommand, AnIgnoredSignalStaysIgnored) {
   EXPECT_EQ(process.Wait(), 0) << process.GetErrors();
 }
 
-TEST_F(WatchedCommand, AFailureLeavesNothing) {
+TEST_F(WatchedCommand, AFailureLeavesNoTemporaryFile) {
   scratch_.Make("broken.p7m", scratch_.Read("file.p7m").substr(0, 500));
   EXPECT_EQ(Run("decrypt", {Path("broken.p7m"), Path("t")}).code, 1);
   EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());

@@ -15,7 +15,7 @@ extern "C" void __wrap_curl_slist_free_all(curl_slist* list);
 namespace OruKalvix {
 namespace {
 
-/// Collects the bytes of all lines that this thread frees, including those behind the end of each string.
+/// Collects the bytes of all lines that this thread frees, including those after the end of each string.
 thread_local std::string* freedLines = nullptr;
 
 using ::testing::ElementsAre;

@@ -122,7 +122,7 @@ void RawServer::Accept() {
     if (socket < 0) continue;
     const std::lock_guard lock(mutex_);
     connections_.push_back(std::make_unique<RawConnection>(socket, connections_.size()));
-    // Stays open behind its handler: closing is what a handler does on purpose.
+    // The connection stays open after its handler returns: a handler that wants it closed closes it.
     threads_.emplace_back([this, connection = connections_.back().get()] { handler_(*connection); });
   }
 }

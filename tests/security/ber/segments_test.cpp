@@ -98,7 +98,7 @@ TEST(BerSegmentsTest, RefusesEveryOtherFormWithAReason) {
       {"segment of 2^63 - 1", Hex("2480 04 88 7FFFFFFFFFFFFFFF 0000"), kPasses},
       {"too deep, definite", Nest(9, true), kDeep},
       {"too deep, indefinite", Nest(9, false), kDeep},
-      {"bytes behind it", Tlv(0x04, "abc") + "x", "The message is followed by other bytes"},
+      {"bytes after it", Tlv(0x04, "abc") + "x", "The message is followed by other bytes"},
   };
   for (const Row& row : rows) {
     WatchedSource source(row.bytes);

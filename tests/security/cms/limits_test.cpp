@@ -90,7 +90,7 @@ std::string WithRecipients(std::size_t count) {
              Hex("06092A864886F70D010703") + Tlv(0xA0, Tlv(0x30, Hex("020100") + Tlv(0x31, all) + content)));
 }
 
-TEST_F(CmsLimitsTest, LimitsTheRecipientsOfAReadMessageOnlyByItsSize) {
+TEST_F(CmsLimitsTest, LimitsRecipientsOfALoadedMessageOnlyByItsSize) {
   ExpectLoaded(WithRecipients(CMSLimits::kRecipients + 1));
   OruGuiBase::PtrContainerQueue<OruOssSec::CMSKeyTransRecipient> recipients;
   ASSERT_TRUE(message_.GetRecipients(recipients)) << GetReason();

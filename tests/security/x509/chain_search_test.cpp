@@ -146,7 +146,7 @@ TEST(ChainSearch, NamesWhatIsWrongWithTheOnlySoundPath) {
 
 // ---- Stores made to keep the search busy
 
-// Reads the store from a text, which takes thousands of certificates in no time.
+// Reads the store from a string, which takes thousands of certificates in no time.
 std::string VerifyInLargeStore(const Cert& leaf, const std::vector<Cert>& trusted) {
   std::string text;
   for (const Cert& certificate : trusted) text += certificate.ToPEM();

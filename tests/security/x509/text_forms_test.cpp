@@ -17,7 +17,7 @@ std::string BytesOf(const TextObject& object) {
   return {reinterpret_cast<const char*>(object.bytes.GetData()), object.bytes.GetSize()};
 }
 
-// All objects of a text as "label:bytes", the last one "!" when the text cannot be read to its end.
+// All objects of a string as "label:bytes", the last one "!" when the string cannot be read to its end.
 std::vector<std::string> ReadAll(std::string_view text) {
   OruGuiBase::ClearLastError();
   TextObjectReader reader(text);
@@ -71,7 +71,7 @@ TEST(TextObjectReader, PassesOverTextAroundBlocks) {
       {"ornaments of dashes", "-----\n----------------\n----- Root -----\n-----Best-----\n" + block},
       {"a boundary inside a line", "see -----BEGIN B-----\n" + block},
       {"an indented block below it", "# Root\n \t" + block},
-      {"text behind", block + "The end.\n"},
+      {"text after it", block + "The end.\n"},
       {"text on the last line", "-----BEGIN A-----\nYWI=\n-----END A----- # Root"},
       {"bytes of any value", std::string("\0\xFF\x80\n", 4) + block + std::string("\0", 1)},
       {"a header of its own", "Subject: CN=Root\r\nSerial: 7\r\n\r\n" + WithLineEnds(block, "\r\n")},
