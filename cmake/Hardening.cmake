@@ -40,7 +40,7 @@ function(cryptcli_harden)
     target_compile_options(${target} PRIVATE ${cryptcli_hardening_flags}
       # Without optimisation it does nothing but warn. Distributions predefine it, at a level of their own.
       $<${optimised}:-U_FORTIFY_SOURCE> $<${optimised}:-D_FORTIFY_SOURCE=${cryptcli_fortify_level}>
-      # A debugger that is started in the source folder finds the sources by what is left.
+      # A debugger that is started in the source folder finds the sources by the relative paths that remain.
       $<${optimised}:-ffile-prefix-map=${CMAKE_BINARY_DIR}=./build>
       $<${optimised}:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>)
     get_target_property(type ${target} TYPE)
