@@ -50,8 +50,8 @@ void WorldMaker::WriteText(const std::string& name, const std::string& text) con
   EXPECT_TRUE(out.flush().good()) << name;
 }
 
-// Uses an identity from the directory instead of a new one if there is one: other keys would devalue the
-// corpus.
+// Uses an identity from the directory, if there is one, instead of a new one: the corpus contains messages
+// for the old keys, which would be useless with others.
 void WorldMaker::TakeIdentity(const std::string& name, Identity& identity) const {
   if (!IsThere(name)) {
     WriteText(name, identity.certificate.ToPEM() + identity.key.ToPEM());

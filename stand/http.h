@@ -12,7 +12,7 @@
 
 namespace CryptStand {
 
-/// One request as a server of the stand sees it.
+/// One request as a server of the test environment sees it.
 struct HttpRequest {
   std::string method;
   /// Path and query as they came, still escaped.

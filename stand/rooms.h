@@ -32,7 +32,7 @@ class Rooms {
   /// The group's integrity keys, oldest first; the first one is made when it is first asked for. Their
   /// certificates are issued by the trusted issuing authority itself.
   std::vector<IntegrityKeyRecord> GetIntegrityKeys(const std::string& group);
-  /// One of them. An empty sub-identifier finds the latest, which is the one in use.
+  /// One of the integrity keys. An empty sub-identifier finds the latest, which is the one in use.
   std::optional<IntegrityKeyRecord> FindIntegrityKey(const std::string& group, const std::string& subId);
   /// Puts a further integrity key into use. The earlier ones stay known.
   bool RenewIntegrityKey(const std::string& group);

@@ -1,5 +1,5 @@
-// Everything that a test may change while the servers run, each value behind one mutex: requests read them on
-// their own threads.
+// Everything that a test may change while the servers run. One mutex guards all values, since requests read
+// them on their own threads.
 #include "stand/settings.h"
 
 #include <algorithm>

@@ -24,7 +24,7 @@ class Settings {
   /// The real URLs of the key servers, in the order of their index.
   void SetKeyServerUrls(std::vector<std::string> urls);
   std::vector<std::string> GetKeyServerUrls() const;
-  /// The list that the crypt service returns instead; none for the real one.
+  /// The URLs that the crypt service returns instead of the real ones; no value restores the real ones.
   void SetAnnouncedUrls(std::optional<std::vector<std::string>> urls);
   std::vector<std::string> GetAnnouncedUrls() const;
   bool IsKeyServer(const std::string& url) const;

@@ -12,7 +12,7 @@ namespace CryptStand {
 struct RoomKeyPair {
   Cert certificate;
   KeyPair key;
-  /// The certificates that it was wrapped for besides the key servers' own; filled when it is opened.
+  /// The certificates that the key was wrapped for, except the key servers' own. Set when the key is opened.
   std::vector<Cert> readers{};
 };
 
