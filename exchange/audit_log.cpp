@@ -70,8 +70,8 @@ File NameLog(const AnsiStr& groupName) noexcept {
   return File(place, File::MakeName(before + name + behind));
 }
 
-// Another thread may fetch a log of the same group in the same second: that one has the name already, and
-// this one gets a number behind it. Any other failure is final.
+// Another thread may fetch a log of the same group in the same second. Its log has the name already, so a
+// number is appended to the name of this one. Any other failure is final.
 bool CreateLog(const File& target, TempFile& log) noexcept {
   constexpr std::uint32_t kMostOfASecond = 1000;  // More logs than anybody fetches within a second.
   if (log.Create(target)) return true;
@@ -173,8 +173,9 @@ void CryptClient::ReadAuditLogError(const File& response) noexcept {
   KeyServerCheckResponse(value.AsMap(), KeyServerCommand::GetAuditLog, payload);
 }
 
-// A log passes through in chunks and never lies in memory. A stream that fails keeps its reason until it is
-// closed, which makes that reason the system error text again; so each failure is reported behind a Close.
+// A log passes through in chunks and is never in memory as a whole. A stream that fails keeps its reason
+// until it is closed, and Close makes that reason the system error text again. So each failure is reported
+// after Close.
 bool CryptClient::AppendAuditLog(const File& log, const File& target) noexcept {
   const AnsiStr couldNotRead = "Could not read from " + log.GetPath();
   const AnsiStr couldNotWrite = "Could not write to " + target.GetPath();

@@ -35,7 +35,7 @@ const CommandNames& GetCommandNames(KeyServerCommand command) noexcept;
 /// One command, as it is sent to each key server until one succeeds. A plain value of the operation that
 /// builds it.
 struct KeyServerRequest {
-  /// Begins the payload with the "type" of the command; the caller adds the members behind it. `id` is the
+  /// Begins the payload with the "type" of the command; the caller adds the members after it. `id` is the
   /// room or group to ask the authorization token for, `key` the key that the command acts on, when it names
   /// one.
   KeyServerRequest(KeyServerCommand command, const OruGuiBase::AnsiStr& id,

@@ -1,5 +1,5 @@
-// Dates as texts and as seconds: the time of a key server's response (RFC 1123), the names of audit logs (ISO
-// 8601), and the Unix time in which certificates are checked.
+// Dates as strings and as seconds: the time of a key server's response (RFC 1123), the names of audit logs
+// (ISO 8601), and the Unix time in which certificates are checked.
 
 #include "foundation/dates.h"
 
@@ -18,7 +18,7 @@ using std::chrono::day, std::chrono::month, std::chrono::year, std::chrono::seco
 using std::chrono::sys_days, std::chrono::sys_seconds, std::chrono::year_month_day;
 
 constexpr int kFailed = 1;  // any number but 0, which means success
-// The years that the texts can express with four digits.
+// The years that the strings can express with four digits.
 constexpr std::int32_t kFirstYear = 1;
 constexpr std::int32_t kLastYear = 9999;
 

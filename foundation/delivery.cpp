@@ -25,7 +25,8 @@ namespace {
 // The extended attribute in which the kernel keeps a POSIX access control list (acl(5)).
 constexpr const char* kList = "system.posix_acl_access";
 
-// Whether errno `code` means that the file has no list, or the file system does not support lists.
+// Whether errno `code` means that the file has no access control list, or that its file system does not
+// support them.
 bool IsWithoutList(int code) {
   return code == ENODATA || code == EOPNOTSUPP || code == ENOSYS;
 }

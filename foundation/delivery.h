@@ -36,8 +36,8 @@ bool MeetsTarget(const AnsiStr& path, FileAccess& access) noexcept;
 /// Gives the open file group, access list and mode, in this order: until the last step it is no wider than it
 /// was.
 bool GiveAccess(int handle, const FileAccess& access) noexcept;
-/// Gives it the group alone. A file that cannot have the target's group would admit other users than the
-/// target did.
+/// Gives the open file only the group. On failure the file must not replace the target: users could read it
+/// who could not read the target.
 bool GiveGroup(int handle, const FileAccess& access) noexcept;
 
 /// Opens a private file, which must exist as it was made: a regular file of this user, with one name and for

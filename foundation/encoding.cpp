@@ -192,7 +192,7 @@ AnsiStr CleanStr(const AnsiStr& text) noexcept {
   return rest.size() == text.GetLength() ? text : AnsiStr(rest);
 }
 
-// Byte by byte, so that UTF-8 and bytes that are no text become %XX too.
+// Byte by byte, so that UTF-8 and bytes that are not text become %XX too.
 AnsiStr EscapeURL(const AnsiStr& text) noexcept {
   const std::string_view plain = text.View();
   if (std::all_of(plain.begin(), plain.end(), IsUnreserved)) return text;

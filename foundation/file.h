@@ -23,7 +23,7 @@ class ORUGUI_EXPORT DirectoryEntry {
 
   const AnsiStr& GetPath() const noexcept { return path_; }
   bool IsEmpty() const noexcept { return path_.IsEmpty(); }
-  /// The last part of the path, without separators behind it.
+  /// The last part of the path, without separators after it.
   AnsiStr GetTail() const noexcept;
   /// Whether two entries have the same path; nothing on disk is compared.
   static bool IsEqual(const DirectoryEntry& a, const DirectoryEntry& b) noexcept {

@@ -38,7 +38,7 @@ bool SetSize(int handle, std::int64_t size) {
   return result == 0;
 }
 
-// O_TRUNC only after OpenPrivate has checked the file: it might be a file of somebody else.
+// O_TRUNC only after OpenPrivate has checked the file: it might belong to somebody else.
 bool OpenPrivateForWriting(int& handle, const AnsiStr& path, int flags) {
   handle = OpenPrivate(path, O_WRONLY | (flags & ~O_TRUNC));
   if (handle < 0) return FailWithErrno();

@@ -1,4 +1,4 @@
-// Decimal numbers in settings, in responses and in the texts of counters. The C library's functions would
+// Decimal numbers in settings, in responses and in strings with counters. The C library's functions would
 // accept blanks and a plus sign, and depend on the locale.
 
 #include "foundation/numbers.h"

@@ -48,7 +48,7 @@ bool CryptClient::RequireUrlRoomAndGroup(const RoomKey& roomKey) noexcept {
   return missing == nullptr || Fail("%s", missing);
 }
 
-// The group decides who may sign (verify.cpp reads it); the other two tell a reader where the file belongs.
+// The group decides who may sign (verify.cpp reads it); the other two show a reader where the file belongs.
 KVMap CryptClient::GetSignedAttributes(const RoomKey& roomKey) const noexcept {
   AnsiStr roomUrl = serviceUrl;
   AppendSegment(roomUrl, "mx");

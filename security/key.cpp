@@ -62,7 +62,7 @@ bool TakeNumber(BlobConst& rest, BlobConst& number) {
   return number.size <= kLargestNumber;
 }
 
-// Nothing may follow the sequence or its numbers: what is left over could mean something to another reader.
+// Nothing may follow the sequence or its numbers: another reader might interpret such bytes.
 bool TakeNumbers(const BlobConst& bytes, BlobConst (&numbers)[kCount]) {
   BlobConst rest = bytes;
   BlobConst sequence;

@@ -16,7 +16,7 @@ constexpr std::uint32_t kFirstFill = 4096;
 // A step ahead up to this far beyond the window still counts as reading onwards.
 constexpr std::uint64_t kNear = std::uint64_t{32} * 1024;
 
-// Both are summed up in BerReader::kMaxHeader, which says why.
+// BerReader::kMaxHeader includes both; its comment gives the reason.
 constexpr std::uint32_t kMaxTagOctets = 5;
 constexpr std::uint32_t kMaxLengthOctets = 16;
 // What a file offset can express: sums of an offset and a length cannot overflow 64 bits without sign.

@@ -34,8 +34,8 @@ class BerSegments {
   /// `identifier` is that of the primitive form; the string has to end at or before `end`.
   BerSegments(BerReader& reader, std::uint64_t offset, std::uint64_t end, std::uint8_t identifier) noexcept;
 
-  /// Steps to the next segment that is not empty; one of size 0 means the end. False when the bytes are no
-  /// octet string.
+  /// Steps to the next segment that is not empty; one of size 0 means the end. False when the bytes are not
+  /// an octet string.
   bool Next(BerExtent& extent) noexcept;
   /// Offset after the string, once Next() came to its end.
   std::uint64_t GetEnd() const noexcept { return position_; }

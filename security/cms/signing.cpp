@@ -58,7 +58,7 @@ bool AddText(CMS_SignerInfo* signer, const AnsiStr& oid, const OruGuiBase::Val& 
          FailWithOpenSSL(kNotAdded);
 }
 
-// Where one encoded attribute is in the buffer of all of them.
+// The place of one encoded attribute in the buffer that contains all of them.
 struct Encoded {
   std::size_t offset = 0;
   std::size_t size = 0;

@@ -88,8 +88,8 @@ class BlobSink final : public IContentSink {
 /// A segment fills a write, and all but the last end at a multiple of kWriteChunk in the file.
 class CmsWriter final : public IContentSink {
  public:
-  /// Refers to `frame`, the message without its content. Begin writes the elements before the content, Finish
-  /// those after it as they are by then: a signature exists only after the content was read.
+  /// Refers to `frame`, the message without its content. Begin writes the elements before the content. Finish
+  /// reads the elements after it from `frame` only then: a signature exists only after the content was read.
   CmsWriter(const OruGuiBase::File& target, const CmsSkeleton& frame) noexcept
       : target_(target), frame_(frame) {}
   /// Makes or empties the file.

@@ -36,7 +36,7 @@ namespace OruOssSec {
 
 /// A message without its content: the elements around the content, which it owns, and where the content is.
 struct CmsSkeleton {
-  /// The longest length of the short form.
+  /// Octets of an OID: the most whose length fits into one octet (X.690, 8.1.3.4).
   static constexpr std::size_t kMaxOid = 127;
 
   CMSMsg::Type type = CMSMsg::Type::Unknown;

@@ -160,7 +160,8 @@ class ChainSearch {
   static constexpr std::size_t kMostDepth = 100;
   /// Pairs of a certificate and a possible issuer that are looked at.
   static constexpr std::uint32_t kMostSteps = 1'000'000;
-  /// Cost of all checks of signatures, those in judged paths included, in units of GetCheckCost.
+  /// The most that all checks of signatures may cost, in units of GetCheckCost. Includes the checks in judged
+  /// paths.
   static constexpr std::uint32_t kMostWork = 10'000;
   /// Certificates of complete paths that are judged: a thousand paths of usual length.
   static constexpr std::uint32_t kMostJudged = 4'000;
