@@ -1,3 +1,5 @@
+// getAuditLogRequest: the audit log of one group on this key server, as CSV. The one command whose response
+// is not JSON.
 #include "stand/audit_log.h"
 #include "stand/group_command.h"
 

@@ -42,6 +42,7 @@ CommandResult DecryptData(const CommandContext& context) {
       blocks->empty() || !algorithm) {
     return CommandResult::Refuse(Code::InvalidPayload, "members of decryptRequest");
   }
+  // The only algorithm that clients send.
   if (*algorithm != "RSAES-PKCS1-v1_5") return CommandResult::Refuse(Code::UnsupportedAlgorithm, "algorithm");
   const auto roomKey = context.realm.rooms.OpenKey(wrapped);
   if (!roomKey.has_value())

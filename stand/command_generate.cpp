@@ -1,3 +1,5 @@
+// generateWrappedKeyRequest: the key server generates a room key, certifies it and wraps it for the members
+// of the room. Only the wrapped form leaves the server.
 #include "stand/encryption_keys.h"
 
 namespace CryptStand {
@@ -8,6 +10,7 @@ CommandResult GenerateWrappedKey(const CommandContext& context) {
   }
   if (ReadText(payload, "keyType") != "")
     return CommandResult::Refuse(Code::InvalidKeyType, "keyType is not empty");
+  // The certificate is for the room of the token in any case: another subject is a mistake of the client.
   if (ReadText(payload, "certificateSubject") != "CN=" + RoomKeyName(context.claim.id)) {
     return CommandResult::Refuse(Code::InvalidPayload, "certificateSubject is not that of the token's room");
   }
@@ -16,6 +19,7 @@ CommandResult GenerateWrappedKey(const CommandContext& context) {
   if (readersCode != Code::Success) return CommandResult::Refuse(readersCode, "encryptionKeys");
 
   const Identity signer = context.realm.authority.Get(Role::InnerSigning);
+  // A new key even in an environment that shares keys: a renewed room key must differ from the earlier one.
   const KeyPair key = KeyPair::MakeRSA();
   if (key.IsEmpty()) return CommandResult::Refuse(Code::KeyGenerationError, "no key");
   const RoomKeyPair roomKey{Cert::Issue(RoomKeySpec(context.claim.id), key, signer), key};

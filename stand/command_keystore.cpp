@@ -1,3 +1,5 @@
+// importKeyRequest and deleteKeyRequest: keys that users put into the key store of a group and remove again.
+// signRequest uses them.
 #include "stand/group_command.h"
 #include "stand/key_handle.h"
 #include "stand/key_reader.h"

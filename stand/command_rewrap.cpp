@@ -1,3 +1,5 @@
+// modifyWrappedKeyRequest and exportWrappedKeyRequest: a wrapped room key for other readers, and the room's
+// private key in the clear.
 #include "stand/encryption_keys.h"
 
 namespace CryptStand {

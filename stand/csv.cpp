@@ -1,3 +1,4 @@
+// CSV for the audit logs, the only place where the servers write it.
 #include "stand/csv.h"
 
 namespace CryptStand {

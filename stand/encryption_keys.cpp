@@ -1,3 +1,5 @@
+// The certificates for which a command wraps a key. Called by the commands that generate, change or reencrypt
+// wrapped keys.
 #include "stand/encryption_keys.h"
 
 namespace CryptStand {

@@ -1,3 +1,4 @@
+// What tests read to see which requests a client sent. Front adds an event for each.
 #include "stand/event_log.h"
 
 namespace CryptStand {

@@ -1,3 +1,4 @@
+// The check that the commands for an existing group have in common.
 #include "stand/group_command.h"
 
 namespace CryptStand {

@@ -1,3 +1,4 @@
+// Handles of keys in payloads. Called by the commands that use or delete a key of a group.
 #include "stand/key_handle.h"
 
 namespace CryptStand {

@@ -39,6 +39,7 @@ std::unique_ptr<T, Free> ReadDER(T* (*read)(T**, const unsigned char**, long), F
   return value;
 }
 
+// Only RSA keys: signRequest, which uses the imported keys, signs with RSA alone.
 KeyReading Accept(EVP_PKEY* read, KeyPair& key) {
   KeyPair given(read);
   if (given.IsEmpty() || EVP_PKEY_get_base_id(read) != EVP_PKEY_RSA) return KeyReading::NotAKey;
@@ -46,6 +47,7 @@ KeyReading Accept(EVP_PKEY* read, KeyPair& key) {
   return KeyReading::Good;
 }
 
+// A password for a key that needs none is refused as wrong: the user believes that the key is protected.
 KeyReading ReadPlain(const std::string& bytes, const std::string& password, KeyPair& key) {
   const unsigned char* position = Bytes(bytes);
   const KeyReading reading =
@@ -77,6 +79,8 @@ KeyReading ReadBag(PKCS12* bag, const std::string& password, KeyPair& key) {
   return Accept(read, key);
 }
 
+// Binary forms have no label, so each is tried. OpenSSL's parser that guesses the form of a plain key comes
+// last.
 KeyReading ReadBytes(const std::string& bytes, const std::string& password, KeyPair& key) {
   const SealedPtr sealed = ReadDER(d2i_X509_SIG, X509_SIG_free, bytes);
   if (sealed != nullptr) return ReadSealed(*sealed, password, key);
@@ -138,6 +142,7 @@ KeyReading ReadPrivateKey(const std::string& text, const std::string& password, 
   } else if (const auto bytes = FromBase64(text); bytes.has_value() && !bytes->empty()) {
     reading = ReadBytes(*bytes, password, key);
   }
+  // Trying the forms leaves errors in the queue of this thread, which serves further requests.
   ERR_clear_error();
   return reading;
 }

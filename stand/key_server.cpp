@@ -131,6 +131,7 @@ Served KeyServer::ServeCommand(const HttpRequest& request, const std::string& op
   if (request.ContentType() != "text/json") {
     return RefusedWith(415, kMalformedErrorId, "Content type is not text/json");
   }
+  // Never null after a success: RunCommand refuses an unknown type.
   const Command* command = FindCommand(operation);
   return CommandResponse(RunCommand(request, command), command);
 }
@@ -165,6 +166,7 @@ CommandResult KeyServer::RunCommand(const HttpRequest& request, const Command* c
   if (!claim.has_value()) return CommandResult::Refuse(Code::AuthFailed, reason);
   const auto payload = ReadMap(*envelope, "payload");
   CommandResult result = command->run({realm_, *payload, *claim, server_});
+  // Refused commands are logged too. Without a valid token there is no group whose log could be meant.
   AddAudit(*claim, OutcomeOf(result));
   return result;
 }
