@@ -23,6 +23,8 @@ std::string GeneratedRecord(std::uint64_t number, const std::string& server, con
                     number % 17 == 0 ? "607 no such key" : "ok"});
 }
 
+// One pass over a log: the header line, the stored records, then the made-up ones. Records after `last` are
+// ignored, so that each pass over an opened log gives the same bytes.
 class AuditLogSource {
  public:
   AuditLogSource(Store& store, const AuditLogSpec& spec, std::int64_t last)

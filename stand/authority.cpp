@@ -27,6 +27,8 @@ const char* NameOf(Role role) {
   return "";
 }
 
+// The inner signing authority signs wrapped keys as well as certificates of room keys, so its key usage
+// allows both. With path length 0 it cannot issue further authorities.
 CertSpec SpecOf(Role role) {
   CertSpec spec = role == Role::Wrapping ? CertSpec::EndEntity("") : CertSpec::Authority("");
   spec.subject = {{"O", "Development stand"}, {"CN", NameOf(role)}};
@@ -56,13 +58,16 @@ class KeyCache {
 
 }  // namespace
 
+// Making these two makes all others, except the foreign root: servers never need it themselves.
 bool Authority::Prepare() {
   return !Get(Role::InnerSigning).certificate.IsEmpty() && !Get(Role::Wrapping).certificate.IsEmpty();
 }
 
 Identity Authority::Get(Role role) {
+  // Recursive: making an identity asks for its issuer.
   const std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto kept = store_.GetIdentity(NameOf(role));
+  // KeepIdentity returns the stored one: another process may have made this identity in the meantime.
   if (!kept.has_value()) kept = store_.KeepIdentity(NameOf(role), Make(role));
   return kept.value_or(Identity());
 }

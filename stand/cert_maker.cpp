@@ -38,6 +38,7 @@ bool SetSerial(X509* certificate, const std::string& serial) {
   if (serial.empty()) {
     unsigned char random[16];
     if (RAND_bytes(random, sizeof random) != 1) return false;
+    // Positive (RFC 5280, 4.1.2.2), and always 16 octets.
     random[0] = static_cast<unsigned char>((random[0] & 0x7F) | 0x40);
     raw = BN_bin2bn(random, sizeof random, nullptr);
   } else if (BN_hex2bn(&raw, serial.c_str()) != static_cast<int>(serial.size())) {

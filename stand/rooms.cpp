@@ -14,6 +14,8 @@ CertSpec RoomCertificateSpec(const Cert& original, const std::string& room, Room
   return spec;
 }
 
+// Foreign leads to a root that nobody trusts; WrongIssuer leads to the trusted root, but not through the
+// authority that signs the wrapped keys.
 Role IssuerOf(RoomCertificate type) {
   if (type == RoomCertificate::Foreign) return Role::Foreign;
   return type == RoomCertificate::WrongIssuer ? Role::Issuing : Role::InnerSigning;
@@ -57,6 +59,8 @@ std::optional<RoomKeyPair> Rooms::OpenKey(const std::string& data) {
   return OpenRoomKey(data, authority_.Get(Role::InnerSigning).certificate, authority_.Get(Role::Wrapping));
 }
 
+// Changes only the certificate that the crypt service shows. The wrapped key keeps the good one, from which
+// the others are derived and which is restored from it.
 bool Rooms::SetRoomCertificate(const std::string& room, RoomCertificate type) {
   const auto record = store_.GetCurrentRoomKey(room);
   const auto roomKey = record.has_value() ? OpenKey(record->data) : std::nullopt;

@@ -49,6 +49,8 @@ bool Rooms::AddIntegrityKey(const std::string& group, KeyPair key) {
   return !identity.certificate.IsEmpty() && store_.AddIntegrityKey(group, *subId, identity);
 }
 
+// An imported key with the identifier of integrity keys becomes the group's integrity key and gets a
+// certificate. Any other imported key has none.
 bool Rooms::ImportKey(const std::string& group, const std::string& id, const KeyPair& key) {
   if (id == kIntegrityId) {
     const std::lock_guard<std::mutex> lock(integrity_);
@@ -75,6 +77,7 @@ Cert Rooms::GetEncryptionCertificate(const std::string& group) {
   return record.has_value() ? Cert::FromPEM(record->encryptionCertificate) : Cert();
 }
 
+// The group's encryption certificate, if it has one, is a reader whether or not the client named it.
 std::string Rooms::WrapKey(const std::string& room, const RoomKeyPair& roomKey, std::vector<Cert> readers) {
   const Cert encryption = GetEncryptionCertificate(FindGroup(room).value_or(""));
   if (!encryption.IsEmpty() && !Contains(readers, encryption)) readers.push_back(encryption);
@@ -82,6 +85,7 @@ std::string Rooms::WrapKey(const std::string& room, const RoomKeyPair& roomKey, 
                      readers);
 }
 
+// The readers come from the wrapped key itself; only the former encryption certificate is replaced.
 std::string Rooms::Rewrap(const std::string& data, const Cert& former, const Cert& certificate) {
   const auto roomKey = OpenKey(data);
   if (!roomKey.has_value()) return {};

@@ -72,6 +72,7 @@ std::optional<Identity> Store::GetIdentity(const std::string& name) {
   return Identity{Cert::FromPEM(find.Text(0)), KeyPair::FromPEM(find.Text(1))};
 }
 
+// Returns what is stored afterwards: of two processes that make the same identity, the first one wins.
 std::optional<Identity> Store::KeepIdentity(const std::string& name, const Identity& identity) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -82,6 +83,7 @@ std::optional<Identity> Store::KeepIdentity(const std::string& name, const Ident
   return GetIdentity(name);
 }
 
+// An existing room stays as it is, its group too.
 bool Store::AddRoom(const std::string& id, const std::string& group) {
   const std::lock_guard<std::mutex> lock(mutex_);
   auto insert = database_.Prepare("INSERT OR IGNORE INTO rooms (id, group_id) VALUES (?, ?)");
@@ -116,6 +118,7 @@ std::optional<std::string> Store::HandOutSequence(const std::string& room) {
       "UPDATE rooms SET sequence = sequence + 1, sequence_open = 1 WHERE id = ? RETURNING sequence");
   if (!update.Bind(room).Next()) return std::nullopt;
   const std::string sequence = std::to_string(update.Number(0));
+  // Steps the statement to its end: only then is the change committed.
   if (!update.Run()) return std::nullopt;
   return sequence;
 }

@@ -1,3 +1,4 @@
+// Audit records in the store. Numbers only grow, so a reader can continue after the last one that it saw.
 #include "stand/store.h"
 
 namespace CryptStand {

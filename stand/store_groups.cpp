@@ -58,6 +58,7 @@ std::optional<GroupRecord> Store::GetGroup(const std::string& id) {
   return group;
 }
 
+// One transaction: a configuration is never half old and half new.
 bool Store::ConfigureGroup(const GroupRecord& group) {
   const std::lock_guard<std::mutex> lock(mutex_);
   return database_.Transact([&] {
@@ -83,6 +84,8 @@ std::vector<WrappedKeyRecord> Store::GetWrappedKeys(const std::string& group) {
   return keys;
 }
 
+// One transaction with all wrapped keys: a key that is wrapped for the former certificate only could not be
+// opened with the new one.
 bool Store::SetEncryptionCertificate(const std::string& group, const std::string& certificate,
                                      const std::vector<WrappedKeyRecord>& keys) {
   const std::lock_guard<std::mutex> lock(mutex_);

@@ -32,6 +32,7 @@ std::string Tokens::Issue(const TokenClaim& claim) {
 std::optional<TokenClaim> Tokens::Redeem(const std::string& token, const std::string& server,
                                          const std::string& operation, std::string& reason) {
   const std::lock_guard<std::mutex> lock(mutex_);
+  // Removed whatever follows: a token that was tried in the wrong place is used up as well.
   const auto found = entries_.extract(token);
   if (found.empty()) {
     reason = "token unknown or used";

@@ -30,6 +30,7 @@ std::string Encode(const CmsPtr& message) {
   return Written([&](BIO* bio) { return i2d_CMS_bio(bio, message.get()); });
 }
 
+// CMS_BINARY here and below: without it OpenSSL would convert line ends in the content.
 std::string Envelop(const std::string& plain, const Cert& wrapping, const std::vector<Cert>& readers) {
   const StackPtr recipients(sk_X509_new_null());
   sk_X509_push(recipients.get(), wrapping.Get0());
