@@ -44,6 +44,7 @@ bool IsCount(std::int64_t number) {
   return number >= 0 && number <= std::numeric_limits<int>::max();
 }
 
+// By name, by URL or by index. That the server exists is checked by whoever uses the index.
 std::optional<int> ReadServer(const Stand& stand, const KVMap& body) {
   const std::string name = ReadText(body, "server").value_or("");
   if (name == "crypt" || name == stand.GetServiceUrl()) return kCryptService;
@@ -70,6 +71,7 @@ HttpReply ServeFault(Stand& stand, const KVMap& body) {
   if (*name == "none") return stand.ClearFaults(*server) ? Done() : Malformed("No such server");
   const auto type = FindFaultType(*name);
   if (!type.has_value()) return Malformed("Unknown fault");
+  // Down() waits for the threads of all requests, and this request is one of them.
   if (*type == FaultType::Down && *server == kCryptService) {
     return Malformed("The crypt service cannot be taken down through itself");
   }
@@ -86,6 +88,8 @@ std::optional<RoomCertificate> FindRoomCertificate(const std::string& name) {
   return name == "wrong-issuer" ? std::optional(RoomCertificate::WrongIssuer) : std::nullopt;
 }
 
+// Members that are missing keep their value. The certificate comes last, since it is the part that can fail
+// for a room that has no key yet.
 HttpReply ServeRoom(Stand& stand, const KVMap& body) {
   const auto room = ReadText(body, "room");
   RoomOptions options = stand.GetRoomOptions(room.value_or("")).value_or(RoomOptions());

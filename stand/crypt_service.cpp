@@ -24,6 +24,7 @@ bool HasJsonType(const HttpRequest& request) {
 
 }  // namespace
 
+// The path is "crypt/RESOURCE/ID", for integrity lists "crypt/certlist/GROUP/integrity/DIGEST".
 std::optional<CryptService::Route> CryptService::FindRoute(const HttpRequest& request) {
   const auto path = request.PathSegments();
   if (!path.has_value() || path->size() < 3 || path->front() != "crypt" || (*path)[2].empty())
@@ -58,6 +59,8 @@ std::optional<Served> CryptService::RefuseRoom(const std::optional<RoomRecord>& 
   return std::nullopt;
 }
 
+// A client names the server that it uses, if any. Announced URLs count too, since a
+// test may announce others than the real ones.
 bool CryptService::IsKeyServerOrEmpty(const std::optional<std::string>& url) const {
   if (!url.has_value()) return false;
   const auto announced = realm_.settings.GetAnnouncedUrls();
@@ -111,6 +114,8 @@ Served CryptService::ServeCertList(const KVMap& body, const Route& route) {
   }
   const auto room = realm_.store.GetRoom(route.id);
   if (const auto refusal = RefuseRoom(room)) return *refusal;
+  // Each list gets a new number, which makes an upload with an earlier one stale: its key might not be
+  // wrapped for the members of the latest list.
   const auto sequence = realm_.store.HandOutSequence(room->id);
   const Identity member = realm_.rooms.GetMember(room->id);
   if (!sequence.has_value() || member.certificate.IsEmpty()) {
@@ -150,6 +155,7 @@ Served CryptService::ServeIntegrity(const KVMap& body, const Route& route) {
   if (!HasMembers(body, {"keyserver"}) || !IsKeyServerOrEmpty(ReadText(body, "keyserver"))) {
     return Malformed("\"keyserver\" is not a key server of this service");
   }
+  // The only digest that clients ask for.
   if (route.digest != "sha256") return RefusedWith(404, kUnknownErrorId, "Unknown digest");
   if (!realm_.store.HasGroup(route.id)) return RefusedWith(404, kUnknownErrorId, "Unknown group");
   const IntegrityList type = realm_.settings.GetIntegrityList();

@@ -25,6 +25,7 @@ HttpReply StatusReply(const Fault& fault) {
   return Refusal(fault.number > 0 ? fault.number : 503, "", "A fault was set");
 }
 
+// The crypt service refuses with "errorid", a key server with a code in a payload of the type "status".
 HttpReply CodeReply(const Fault& fault, bool isKeyServer) {
   if (!isKeyServer) return Refusal(200, fault.text, "A fault was set");
   return BodyReply(R"({"header":{},"payload":{"type":"status","code":)" + std::to_string(fault.number) +
@@ -69,6 +70,7 @@ Val OtherThan(const Val& value) {
   return value.GetType() == ValType::Integer ? TextVal("other") : Val(std::int64_t{4711});
 }
 
+// Keeps the type: with another one the client would refuse the response before it reads the members.
 template <class Change>
 KVMap ChangeMembers(const KVMap& object, const Change& change) {
   KVMap changed;
@@ -104,6 +106,7 @@ void ChangeResults(HttpReply& reply, std::initializer_list<const char*> names, c
   });
 }
 
+// In the last byte, so that the value stays valid base64 of the same length and only the signature is wrong.
 std::string FlipBit(std::string_view base64) {
   std::string bytes = FromBase64(base64).value_or("");
   if (!bytes.empty()) bytes.back() = static_cast<char>(bytes.back() ^ 1);
@@ -119,6 +122,7 @@ void ChangeType(HttpReply& reply, const std::string& type) {
   reply.body = WriteObject(*object);
 }
 
+// Produces a streamed body once only to measure it; openBody() gives the same bytes again when it is sent.
 std::size_t SizeOf(const HttpReply& reply) {
   if (!reply.openBody) return reply.body.size();
   std::size_t size = 0;

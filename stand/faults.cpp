@@ -42,6 +42,7 @@ std::optional<FaultType> FindFaultType(std::string_view name) {
   return std::nullopt;
 }
 
+// A fault replaces the earlier one of the same type and operation, so that a test can change its parameters.
 void Faults::Set(int server, const Fault& fault) {
   const std::lock_guard<std::mutex> lock(mutex_);
   auto& faults = faults_[server];
@@ -56,6 +57,8 @@ void Faults::Clear(int server) {
   faults_.erase(server);
 }
 
+// Counts the use under the same lock: of two requests at the same time, only one gets the last use of a
+// fault.
 std::vector<Fault> Faults::Take(int server, const std::string& operation) {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::vector<Fault> taken;

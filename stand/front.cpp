@@ -32,6 +32,7 @@ std::string DateText(std::time_t time) {
   return text;
 }
 
+// A failed allocation, for example, costs one request and not the server.
 Served ServeGuarded(const std::function<Served()>& serve) {
   try {
     return serve();
@@ -57,6 +58,7 @@ HttpReply Front::Respond(const HttpRequest& request, const std::string& operatio
   for (const Fault& fault : faults) SpoilReply(fault, served->reply);
   if (!faults.empty()) served->outcome += " (fault)";
   AddDate(faults, served->reply);
+  // Before the reply is sent: a client that has its response finds the event in the log.
   realm_.log.Add(
       {0, server_, request.method, request.target, operation, served->reply.status, served->outcome});
   return std::move(served->reply);

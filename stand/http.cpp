@@ -32,6 +32,7 @@ int HexDigit(char digit) {
   return -1;
 }
 
+// Percent-encoding (RFC 3986, 2.1). No value when an escape is malformed.
 std::optional<std::string> Unescape(std::string_view text) {
   std::string plain;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -60,6 +61,7 @@ std::vector<std::string> HttpRequest::HeaderValues(std::string_view name) const 
   return values;
 }
 
+// Two headers of the type count as none: which of them to believe would be a guess.
 std::string HttpRequest::ContentType() const {
   const auto types = HeaderValues("Content-Type");
   return types.size() == 1 ? types.front().substr(0, types.front().find(';')) : "";
@@ -124,6 +126,8 @@ bool HttpServer::Impl::Bind(int port, std::string& error) {
   return port_ != 0;
 }
 
+// A new listening socket each time. The reserved one cannot listen instead: it has to keep the port
+// afterwards.
 bool HttpServer::Impl::Up(std::string& error) {
   const std::lock_guard<std::mutex> lock(change_);
   if (up_) return true;
@@ -160,6 +164,8 @@ void HttpServer::Impl::Down() {
     const std::lock_guard<std::mutex> guard(mutex_);
     for (const Connection& connection : connections_) shutdown(connection.socket.Get(), SHUT_RDWR);
   }
+  // Without mutex_, which each thread takes at its end. The acceptor has ended, so nobody else changes the
+  // list.
   for (Connection& connection : connections_) connection.thread.join();
   connections_.clear();
   up_ = false;
@@ -187,6 +193,7 @@ void HttpServer::Impl::Admit(Socket socket) {
   const int on = 1;
   setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   const std::lock_guard<std::mutex> lock(mutex_);
+  // A list, since the thread keeps a reference while other connections come and go.
   Connection& connection = connections_.emplace_back();
   connection.socket = std::move(socket);
   try {
@@ -198,6 +205,8 @@ void HttpServer::Impl::Admit(Socket socket) {
 
 void HttpServer::Impl::Serve(Connection& connection) {
   ServeConnection(connection.socket.Get(), handler_, stopping_.get_token(), timeouts_);
+  // Not closed here: Down() may use the descriptor at the same time, and a closed one could already be
+  // another connection. Reap() or Down() closes it after the join.
   shutdown(connection.socket.Get(), SHUT_RDWR);
   const std::lock_guard<std::mutex> lock(mutex_);
   connection.ended = true;

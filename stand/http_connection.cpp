@@ -181,6 +181,7 @@ bool Connection::ServeOne() {
     if (status != 0) Refuse(status);
     return false;
   }
+  // Taken before release(), which moves the request out of the parser.
   const Framing framing(parser);
   // RFC 9110, 15.6.2: a method that the server does not know.
   HttpReply reply;

@@ -112,6 +112,7 @@ bool Stand::Impl::Start(Stand& stand, std::string& error) {
       });
   // Ports first: a port that is taken is found at once, generating keys takes time.
   if (!Bind(error) || !SetUp(error)) return false;
+  // The crypt service comes last: a client that reaches it finds all key servers up.
   for (const auto& server : keyHttp) {
     if (!server->Up(error)) return false;
   }
@@ -147,6 +148,7 @@ std::vector<std::string> Stand::GetRooms() const {
   return impl_->realm.store.GetRooms();
 }
 
+// Down is not stored among the faults, since a server that is down looks at none.
 bool Stand::SetFault(int server, const Fault& fault) {
   HttpServer* http = impl_->FindServer(server);
   if (http == nullptr) return false;

@@ -82,6 +82,8 @@ std::optional<std::vector<std::string>> ReadTexts(const KVMap& object, const cha
   return texts;
 }
 
+// Exactly the required members and any of the optional ones. Counting is enough, since names in a map are
+// unique.
 bool HasMembers(const KVMap& object, std::initializer_list<const char*> required,
                 std::initializer_list<const char*> optional) {
   const auto has = [&object](const char* name) { return object.Contains(name); };
@@ -107,6 +109,7 @@ std::optional<std::string> FromBase64(std::string_view text) {
   return bytes;
 }
 
+// PEM or base64 of DER. Bytes after the certificate make it invalid.
 Cert CertFromText(const std::string& text) {
   if (text.find("-----BEGIN") != std::string::npos) return Cert::FromPEM(text);
   const auto bytes = FromBase64(text);
