@@ -23,6 +23,7 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
 using OruKalvix::HttpResponse;
 
+// A log counts by its media type, in any case and with any parameters; blanks inside it make it another type.
 struct ContentType {
   const char* text;
   bool isLog;
@@ -54,6 +55,7 @@ class Merge {
   const std::string& GetText() const { return text_; }
 
  private:
+  // A line with or without its end; only a CR directly before the LF belongs to the end.
   static std::string_view TakeLine(std::string_view& log) {
     const std::size_t end = log.find('\n');
     std::string_view line = log.substr(0, end);
@@ -67,6 +69,8 @@ class Merge {
   bool isStopped_ = false;
 };
 
+// Delivers one log for each server and records in `merge` what the client should make of it. Lives on the
+// stack, so it does not count references.
 class LogServers final : public OruKalvix::ICryptClientHttp {
  public:
   LogServers(Fuzz::Input& input, Merge& merge) : input_(input), merge_(merge) {}
@@ -85,6 +89,7 @@ class LogServers final : public OruKalvix::ICryptClientHttp {
   }
 
  private:
+  // 0, which a used-up input returns, is the usual case: most servers have to give a log to merge.
   bool IsRare() { return input_.Below(16) == 15; }
 
   std::int32_t RespondToProbe(HttpResponse& response) {
@@ -107,6 +112,7 @@ class LogServers final : public OruKalvix::ICryptClientHttp {
     response.headers.Set("Content-TYPE", type.text);
     response.headers.Set("X-Sec-Status", Fuzz::Ansi(code));
     if (IsRare()) response.status = 500;
+    // Written even for a refusal: the client must not merge the body of one.
     std::ofstream out(Fuzz::Str(response.targetFile), std::ios::binary);
     out << log;
     if (response.status == 200 && type.isLog && code.empty()) merge_.Add(log);

@@ -31,6 +31,8 @@ bool HasKeyOf(const Certificate& certificate, const CryptStand::Identity& identi
   return key != nullptr && EVP_PKEY_eq(key, identity.key.Get0()) == 1;
 }
 
+// By key, since an input may contain a certificate of the world in another encoding. The outsider is not
+// among these.
 bool IsOfTheWorld(const Certificate& certificate) {
   const World& world = World::Get();
   for (const auto* identity : {&world.root, &world.intermediate, &world.issuing, &world.innerSigning,
@@ -41,6 +43,7 @@ bool IsOfTheWorld(const Certificate& certificate) {
 }
 
 const CertStore& GetWorldStore() {
+  // Made once and never freed: every input needs it.
   static const CertStore* const store = [] {
     auto* const made = new CertStore;
     World::Fill(*made);

@@ -54,6 +54,8 @@ std::string Envelope(const std::string& content) {
   return scratch.Read("envelope");
 }
 
+// A changed envelope is mostly refused by its first check. So most choices put a valid envelope around
+// changed content, which only then reaches the check of signatures.
 std::string MakeSource(Fuzz::Input& input) {
   const World& world = World::Get();
   switch (input.Below(9)) {
@@ -87,6 +89,7 @@ struct Outcome {
 
 void CheckOutcome(const Outcome& outcome, const Fuzz::HostileHttp& http) {
   const Scratch& scratch = Scratch::Get();
+  // A server that gave no error message leaves the client nothing to report.
   Require(outcome.done || http.WasSilent() || outcome.hasReason, "a failure has a reason");
   Require(!outcome.isVerified || (outcome.done && outcome.isSigned), "only delivered content is verified");
   if (!outcome.done) return;
@@ -108,11 +111,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Scratch& scratch = Scratch::Get();
   const std::string bytes = MakeSource(input);
   const File source = scratch.Make(kSource, bytes);
+  // The rotation of the process would otherwise depend on the inputs before this one.
   *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0;
   {
     Fuzz::HostileHttp http(input);
     OruKalvix::CryptClient client(&http, Fuzz::Ansi(Fuzz::kServiceUrl), "", Fuzz::Ansi(Fuzz::kRoom));
     Outcome outcome{};
+    // Set, so that a failure which does not reset them is noticed.
     outcome.isSigned = outcome.isVerified = true;
     outcome.done = client.Decrypt(source, scratch.File(kTarget), outcome.isSigned, outcome.isVerified);
     outcome.hasReason = !client.GetErrorMessage().IsEmpty();

@@ -36,6 +36,8 @@ std::string MakeContent(Fuzz::Input& input) {
   }
 }
 
+// Opens the file with the keys of the world and not through the client, so that the responses
+// which the input chooses have no part in it.
 void CheckProtected(const File& file, const std::string& content) {
   const World& world = World::Get();
   const Scratch& scratch = Scratch::Get();
@@ -60,6 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string content = MakeContent(input);
   const File source = scratch.Make(kSource, content);
   const File target = isInPlace ? source : scratch.File(kTarget);
+  // The rotation of the process would otherwise depend on the inputs before this one.
   *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0;
   {
     Fuzz::HostileHttp http(input);

@@ -29,6 +29,7 @@ constexpr std::array<const char*, 9> kOperations = {"ConfigGroup", "Reencrypt", 
                                                     "Update",      "ImportKey", "DeleteKey",
                                                     "SignByKey",   "Encrypt",   "Decrypt"};
 
+// Names may have the prefix "Crypt"; with anything else after it they are mostly unknown.
 std::string ChooseOperation(Fuzz::Input& input) {
   constexpr auto kCount = static_cast<std::uint32_t>(kOperations.size());
   const std::uint32_t choice = input.Below(kCount + 2);
@@ -66,6 +67,7 @@ KVMap MakeArguments(const std::string& operation, Fuzz::Input& input) {
   return arguments.AsMap();
 }
 
+// The client delivers the log to the temporary directory, where the caller has to remove it.
 void RemoveAuditLog(const KVMap& result) {
   const std::string name = Fuzz::Str(result.Get("filename").AsString());
   Require(std::filesystem::is_regular_file(name), "a merged audit log is a file");
@@ -95,6 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Scratch& scratch = Scratch::Get();
   const std::string operation = ChooseOperation(input);
   const KVMap arguments = MakeArguments(operation, input);
+  // The rotation of the process would otherwise depend on the inputs before this one.
   *OruKalvix::CryptClientTestPeer::GetKeyServerBase() = 0;
   {
     Fuzz::HostileHttp http(input);

@@ -54,6 +54,8 @@ std::string Lower(std::string text) {
   return text;
 }
 
+// Apart from line ends and the case of hexadecimal digits, two different strings must not decode to the same
+// bytes: one of them would not come back.
 void CheckText(std::string_view text) {
   std::string bytes;
   if (Decode(OruGuiBase::B64Str2Binary, Fuzz::Ansi(text), text.size(), bytes)) {

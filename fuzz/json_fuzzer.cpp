@@ -46,6 +46,7 @@ bool IsEqual(const Val& a, const Val& b) {
     case ValType::Integer:
       return a.AsInteger() == b.AsInteger();
     case ValType::Number:
+      // By bits, since -0 and 0 compare as equal but are written differently.
       return std::bit_cast<std::uint64_t>(a.AsNumber()) == std::bit_cast<std::uint64_t>(b.AsNumber());
     case ValType::String:
       return a.AsString() == b.AsString();

@@ -70,6 +70,8 @@ bool IsContainer(const Element& element, int level) {
   return element.tag == kContext0 && (level == 1 || level == 4);
 }
 
+// Levels are counted from the ContentInfo. Level 5 has the content of a SignedData or DigestedData, level 4
+// the encrypted content of an EnvelopedData, whose tag is implicit.
 std::string Convert(const Element& element, int level) {
   if (element.tag == kOctets && level == 5) return Segments(kConstructedOctets, element.body);
   if (element.tag == kImplicitOctets && level == 4) return Segments(kContext0, element.body);

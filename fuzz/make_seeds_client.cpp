@@ -10,6 +10,7 @@
 namespace Fuzz {
 namespace {
 
+// As in support/hostile_http.cpp, where the treatments up to 5 leave a response as usual.
 constexpr std::uint8_t kTreatments = 16;
 constexpr std::uint32_t kExchanges = 16;
 
@@ -58,6 +59,7 @@ void MakeEncryptSeeds(const std::filesystem::path& root) {
   AddVariants(folder, "unusual", start, 0, "key");
 }
 
+// The order of the choices is that in which MakeSource of client_decrypt_fuzzer.cpp reads them.
 void MakeDecryptSeeds(const std::filesystem::path& root) {
   const SeedFolder folder(root, "client_decrypt");
   constexpr std::uint32_t kSources = 9;
@@ -99,6 +101,8 @@ void MakeDecryptSeeds(const std::filesystem::path& root) {
   AddVariants(folder, "unusual", start, 0, "key");
 }
 
+// Operations by their index in kOperations of client_operation_fuzzer.cpp; the two after them are an
+// operation with the prefix "Crypt", and that prefix before any string.
 void MakeOperationSeeds(const std::filesystem::path& root) {
   const SeedFolder folder(root, "client_operation");
   constexpr std::uint32_t kOperations = 9;
@@ -118,6 +122,7 @@ void MakeOperationSeeds(const std::filesystem::path& root) {
       InputWriter().Below(7, kOperations + 2).Below(3, 4).Text(R"({"room":1,"keyserver":[1,"x"]})").Get());
 }
 
+// A byte of 15 is the rare case in audit_log_fuzzer.cpp.
 void MakeAuditLogSeeds(const std::filesystem::path& root) {
   const SeedFolder folder(root, "audit_log");
   folder.Add("three",

@@ -63,6 +63,8 @@ void WorldMaker::TakeIdentity(const std::string& name, Identity& identity) const
   EXPECT_FALSE(identity.certificate.IsEmpty() || identity.key.IsEmpty()) << name;
 }
 
+// An existing message stays as it is: content keys are random, so a new one would change what the inputs of
+// the corpus mean.
 void WorldMaker::WriteMessage(const std::string& name, const std::string& bytes) const {
   if (IsThere(name + ".b64")) return;
   const std::string text = CryptStand::ToBase64(bytes);
@@ -81,6 +83,7 @@ SignerSpec WorldMaker::GroupSigner() const {
   return signer;
 }
 
+// Claims the group and the room like a genuine signer: only the chain of its certificate gives it away.
 SignerSpec WorldMaker::ForeignSigner() const {
   SignerSpec signer = GroupSigner();
   signer.identity = outsider_;
@@ -153,6 +156,8 @@ void WorldMaker::WriteForms() const {
   WriteMessage("form-encrypted", StreamEncrypted());
 }
 
+// Each has one property that the check of signers looks at: a missing or changed attribute, time or
+// certificate.
 void WorldMaker::WriteContents() {
   const std::string_view genuine = Fuzz::kGenuineContent;
   const SignerSpec signer = GroupSigner();
