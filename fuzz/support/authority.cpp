@@ -20,8 +20,10 @@ std::string SignBase64(std::string_view hash) {
 
 std::string DecryptBase64(std::string_view encrypted) {
   std::string bytes;
+  // The same path for an invalid string: it decrypts to nothing, like a bad block.
   if (!DecodeBase64(encrypted, bytes)) bytes.clear();
   const std::string plain = World::Get().room.key.Decrypt(bytes);
+  // OpenSSL's errors belong to the thread, so the client could take this one for its own.
   ERR_clear_error();
   return CryptStand::ToBase64(plain);
 }

@@ -35,6 +35,7 @@ Parts Split(std::string_view text) {
 std::size_t MutateBase64(std::uint8_t* data, std::size_t size, std::size_t maxSize, unsigned int seed) {
   const Parts parts = Split(View(data, size));
   std::string bytes;
+  // The other half of the mutations changes the characters, for the parser of PEM and base64 itself.
   const bool isDecoded = seed % 2 != 0 && DecodeBase64(parts.body, bytes, kWhite) && !bytes.empty();
   if (!isDecoded) return LLVMFuzzerMutate(data, size, maxSize);
   bytes = MutateDer(bytes, seed / 2);

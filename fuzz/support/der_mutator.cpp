@@ -37,6 +37,8 @@ struct Head {
   bool isIndefinite = false;
 };
 
+// Identifier and length octets (X.690, 8.1.2 and 8.1.3). Lengths of more than four octets are not read: no
+// input is that large.
 bool ReadHead(std::string_view bytes, Head& head) {
   if (bytes.size() < 2) return false;
   std::size_t at = 1;
@@ -92,6 +94,7 @@ std::vector<Node> Parse(std::string_view& bytes, bool isIndefinite, std::size_t 
     }
     Node node;
     const std::string_view before = bytes;
+    // From the first element that cannot be parsed on, all remains as plain bytes.
     if (!ParseOne(bytes, depth, node)) {
       node = Node();
       node.body = before;
@@ -162,6 +165,7 @@ void ChangeForm(Node& node) {
 
 using ChangeBytes = std::function<std::string(std::string)>;
 
+// A copy of `other` is made before anything changes, as it may lie inside `place`.
 void Change(const Place& place, const Place& other, std::size_t choice, const ChangeBytes& change) {
   const auto at = static_cast<std::ptrdiff_t>(place.at);
   switch (choice) {
@@ -220,6 +224,7 @@ std::string MutateDer(std::string_view bytes, unsigned int seed) {
 
 std::size_t MutateDer(std::uint8_t* data, std::size_t size, std::size_t maxSize, unsigned int seed) {
   const std::string changed = MutateDer(View(data, size), seed);
+  // libFuzzer takes no result that is longer than it allows, so such a change is replaced by one of its own.
   if (changed.empty() || changed.size() > maxSize) return LLVMFuzzerMutate(data, size, maxSize);
   std::memcpy(data, changed.data(), changed.size());
   return changed.size();

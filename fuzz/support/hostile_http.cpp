@@ -95,6 +95,7 @@ CannedResponse HostileHttp::ChooseResponse(const Request& request) {
   return canned;
 }
 
+// Any negative result, with or without a message and a status: the client must not rely on either.
 std::int32_t HostileHttp::Refuse(HttpResponse& response) {
   response.errorText = Ansi(input_.Flag() ? input_.Text() : "No connection");
   response.status = input_.Flag() ? 200 : 0;

@@ -31,6 +31,7 @@ std::string Input::Text() {
     const char next = bytes_.front();
     bytes_.remove_prefix(1);
     if (next == '\\') {
+      // Any other character after the backslash ends the string, so that every input is valid.
       const bool isText = !bytes_.empty() && bytes_.front() == '\\';
       if (!bytes_.empty()) bytes_.remove_prefix(1);
       if (!isText) break;

@@ -98,6 +98,7 @@ void OpenWithKey(CMSMsg& message) {
   scratch.Remove(kContentFile);
 }
 
+// A wrong content key is refused or gives wrong content, but for one message always the same.
 void OpenWithContentKey(CMSMsg& message) {
   constexpr const char* kKey256 = "AAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8=";
   if (!message.SetContentKey(kKey256)) {

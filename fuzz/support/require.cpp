@@ -1,3 +1,4 @@
+// Ends the process when a property is broken: abort() is what fuzzers record as a crash.
 #include "fuzz/support/require.h"
 
 #include <cstdio>

@@ -195,6 +195,8 @@ std::string ServiceStep(std::string_view url) {
 }
 
 CannedResponse CommandResponse(const std::string& step, const Request& request) {
+  // "xRequest" is answered by "xResponse". One payload with the members of all remaining commands serves each
+  // of them: clients ignore the members that they do not know.
   const std::string response = step.substr(0, step.size() - std::string_view("Request").size()) + "Response";
   if (step == "getAuditLogRequest") return AuditLog("");
   if (step == "getKeyRequest") return Payload(response, IntegrityKey(World::Get().integrity.certificate));
@@ -250,6 +252,7 @@ const std::vector<std::string>& GetSteps() {
 
 CannedResponse UsualResponse(const std::string& step, const Request& request) {
   if (IsCommand(step)) return CommandResponse(step, request);
+  // Made once, since encoding certificates costs more than most exchanges.
   static const std::map<std::string, CannedResponse> responses = [] {
     std::map<std::string, CannedResponse> made;
     for (const std::string& known : GetSteps()) {

@@ -1,3 +1,5 @@
+// The files of the targets. TMPDIR of the process is set here, so that the library creates its temporary
+// files where the targets look for them.
 #include "fuzz/support/scratch.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// Conversions for the targets, through the public functions of the library.
 #include "fuzz/support/text.h"
 
 #include "foundation/encoding.h"
