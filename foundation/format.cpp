@@ -1,3 +1,5 @@
+// Formats messages and traces like printf, into an AnsiStr. Arguments may be secrets, so no copy is kept
+// outside the string, which is wiped.
 #include "foundation/format.h"
 
 #include <cerrno>
