@@ -1,5 +1,6 @@
 #include "security/cms/digest.h"
 
+#include <algorithm>
 #include <openssl/evp.h>
 
 #include "foundation/filehandle.h"
@@ -60,8 +61,11 @@ bool DigestFile(const File& file, const char* algorithm, Blob& digest) noexcept 
   OruGuiBase::FileReader reader;
   if (!reader.Open(file) || !AddBytes(reader, computed) || !reader.Close()) return false;
   if (!computed.Finish()) return FailWithOpenSSL("The digest cannot be computed");
-  const Blob value(computed.GetValue());  // empty only on allocation failure
-  if (value.IsEmpty()) return FailWithoutMemory();
+  const OruGuiBase::BlobConst bytes = computed.GetValue();
+  Blob value;
+  std::uint8_t* const target = value.Alloc(bytes.size);
+  if (target == nullptr) return FailWithoutMemory();
+  std::copy_n(bytes.data, bytes.size, target);
   digest = value;
   return true;
 }
