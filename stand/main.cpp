@@ -71,9 +71,8 @@ int Run(const Options& options, const std::string& urlFile) {
 
 int RunCommand(int argc, char** argv) {
   CLI::App app(
-      "A local test environment: a crypt service and key servers on 127.0.0.1. Its keys are unencrypted in "
-      "its "
-      "folder.");
+      "A local test environment: a crypt service and key servers on 127.0.0.1. Its keys are unencrypted "
+      "in its folder.");
   Options options;
   std::string urlFile;
   app.add_option("--dir", options.folder, "Folder that keeps keys and rooms")->required();
