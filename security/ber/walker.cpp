@@ -4,7 +4,7 @@
 
 #include "security/failure.h"
 
-// Walks over the structure of a message. The grammars of messages (cms/skeleton.cpp), recipients
+// Walks over the structure of a message. The grammars of messages (cms/skeleton.h), recipients
 // (cms/parties.cpp) and signing times (cms/verifying.cpp) are written down with it.
 namespace OruOssSec {
 
