@@ -32,7 +32,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t kMiB = 1024 * 1024;
+constexpr std::size_t kMiB = 1024UL * 1024;
 constexpr const char* kServiceUrl = "bench://service";
 
 struct Options {
