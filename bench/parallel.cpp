@@ -62,6 +62,7 @@ Work WorkOnThreads(unsigned threads) {
   const Clock::time_point end = Clock::now() + kTime;
   std::vector<Work> works(threads);
   std::vector<std::thread> running;
+  running.reserve(works.size());
   for (Work& work : works) running.emplace_back([&work, end] { work = WorkUntil(end); });
   for (std::thread& thread : running) thread.join();
   return Sum(works);

@@ -244,6 +244,7 @@ int RunAll(const Options& options, const std::string& dir) {
           Clock::now() + std::chrono::seconds(options.seconds)};
   if (!MakeRoomKey(run)) return Fail("the room's key cannot be made");
   std::vector<std::thread> threads;
+  threads.reserve(static_cast<std::size_t>(options.threads));
   for (int i = 0; i < options.threads; ++i)
     threads.emplace_back([&run, &options, i] { Worker(run, static_cast<unsigned>(i), options.seed).Work(); });
   std::vector<Sample> samples;
