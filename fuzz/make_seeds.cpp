@@ -12,7 +12,6 @@
 namespace Fuzz {
 namespace {
 
-using CryptStand::Identity;
 using CryptStand::ToBase64;
 
 std::string Lines(const std::string& text) {

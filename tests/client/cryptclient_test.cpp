@@ -8,8 +8,6 @@ namespace {
 
 using OruGuiBase::AnsiStr;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using TestSupport::Ansi;
 using TestSupport::JsonText;
 using TestSupport::ScriptedHttp;
 using TestSupport::Str;

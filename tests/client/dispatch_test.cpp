@@ -14,7 +14,6 @@ using TestSupport::JsonText;
 using TestSupport::Map;
 using TestSupport::NoExchange;
 using TestSupport::Payload;
-using TestSupport::Str;
 using Method = CryptClient::Method;
 
 struct NameRow {

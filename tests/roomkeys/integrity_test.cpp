@@ -10,7 +10,6 @@ using OruGuiBase::Array;
 using OruGuiBase::Val;
 using OruOssSec::Certificate;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::StartsWith;
 using TestSupport::Alive;
 using TestSupport::CannedResponse;

@@ -9,7 +9,6 @@ namespace {
 
 using ::testing::StartsWith;
 using TestSupport::Ansi;
-using TestSupport::Authority;
 using TestSupport::Cert;
 using TestSupport::Identity;
 using TestSupport::Json;
@@ -17,7 +16,6 @@ using TestSupport::KeyPair;
 using TestSupport::LoadCert;
 using TestSupport::Pki;
 using TestSupport::Renewals;
-using TestSupport::Renewed;
 using TestSupport::ScriptedServices;
 using TestSupport::Str;
 using TestSupport::Strings;

@@ -17,7 +17,6 @@ using TestSupport::Json;
 using TestSupport::JsonText;
 using TestSupport::LoadCert;
 using TestSupport::LoadKey;
-using TestSupport::Map;
 using TestSupport::NoExchange;
 using TestSupport::Pki;
 using TestSupport::Quoted;
@@ -25,7 +24,6 @@ using TestSupport::RecordedRequest;
 using TestSupport::ScriptedServices;
 using TestSupport::Status;
 using TestSupport::Str;
-using TestSupport::Strings;
 using TestSupport::TraceRecorder;
 using TestSupport::With;
 
