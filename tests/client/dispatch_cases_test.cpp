@@ -16,11 +16,6 @@ using TestSupport::ScratchDirectory;
 using TestSupport::Token;
 using TestSupport::TraceRecorder;
 
-constexpr std::uint32_t kBool = 1;
-constexpr std::uint32_t kText = 5;
-constexpr std::uint32_t kMap = 7;
-constexpr std::uint32_t kList = 8;
-
 class DispatchedArguments : public DispatchedCase {
  protected:
   /// The types that an operation asks of its arguments, in the order in which it asks, when it has none.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -10,6 +11,12 @@
 #include "tests/support/pki.h"
 
 namespace OruKalvix {
+
+// The numbers under which a trace names the types of values.
+inline constexpr std::uint32_t kBool = 1;
+inline constexpr std::uint32_t kText = 5;
+inline constexpr std::uint32_t kMap = 7;
+inline constexpr std::uint32_t kList = 8;
 
 /// Operations by their names, against one scripted key server.
 class DispatchTest : public ::testing::Test {

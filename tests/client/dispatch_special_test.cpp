@@ -20,8 +20,6 @@ using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::TraceRecorder;
 
-constexpr std::uint32_t kBool = 1;
-
 // ---- Update: keys first, then a new key
 
 constexpr const char* kThreeKeys =

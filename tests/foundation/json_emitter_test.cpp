@@ -6,20 +6,13 @@
 
 #include "foundation/json.h"
 #include "foundation/kvmap.h"
+#include "tests/foundation/json_fixture.h"
 #include "tests/foundation/printing.h"
 
 namespace OruGuiBase {
 namespace {
 
 using std::string_view_literals::operator""sv;
-
-AnsiStr Emit(const Val& value) {
-  AnsiStr text;
-  AnsiStr error;
-  EXPECT_TRUE(Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true)) << error.View();
-  EXPECT_TRUE(error.IsEmpty());
-  return text;
-}
 
 AnsiStr Refuse(const Val& value) {
   AnsiStr text("untouched");

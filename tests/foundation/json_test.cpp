@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "foundation/kvmap.h"
+#include "tests/foundation/json_fixture.h"
 #include "tests/foundation/printing.h"
 
 namespace OruGuiBase {
@@ -32,13 +33,6 @@ AnsiStr Refuse(std::string_view text) {
   EXPECT_TRUE(error.View().starts_with("Invalid JSON: ")) << error.View();
   EXPECT_EQ(error.Find('%'), AnsiStr::npos);
   return error;
-}
-
-AnsiStr Emit(const Val& value) {
-  AnsiStr text;
-  AnsiStr error;
-  EXPECT_TRUE(Val2JSON(value, text, error, /*pretty=*/false, /*strict=*/true)) << error.View();
-  return text;
 }
 
 std::string Nested(std::size_t depth) {

@@ -2,12 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/fuzz/input_fixture.h"
 namespace Fuzz {
 namespace {
-
-Input Read(const std::string& bytes) {
-  return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
-}
 
 TEST(InputTest, GivesBackWhatWasWritten) {
   const std::string bytes =

@@ -3,13 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "fuzz/support/text.h"
+#include "tests/fuzz/input_fixture.h"
 
 namespace Fuzz {
 namespace {
-
-Input Read(const std::string& bytes) {
-  return {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
-}
 
 TEST(MutationTest, SetsTheChosenByte) {
   const std::string bytes = InputWriter().Below(0, 4).Below(0, 7).Below(2, 65536).Byte('X').Get();

@@ -7,8 +7,6 @@
 
 namespace OruKalvix {
 
-inline constexpr const char* kPlain = "the plain bytes of a file";
-
 class Decryption : public TestSupport::ServicesTest {
  protected:
   Decryption() : target(scratch.File("opened")) { Protect(kPlain); }

@@ -8,8 +8,6 @@
 
 namespace OruKalvix {
 
-inline constexpr const char* kPlain = "the plain bytes of a file";
-
 class Encryption : public TestSupport::ServicesTest {
  protected:
   Encryption() : source(scratch.Make("plain.txt", kPlain)), target(scratch.File("protected.bin")) {}

@@ -14,6 +14,13 @@
 #include "tests/support/text.h"
 #include "tests/support/wire.h"
 
+namespace OruKalvix {
+
+/// What the files of these tests hold before they are protected.
+inline constexpr const char* kPlain = "the plain bytes of a file";
+
+}  // namespace OruKalvix
+
 namespace TestSupport {
 
 /// One client whose crypt service and key server work, with the responses of ScriptedServices, and a

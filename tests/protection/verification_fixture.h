@@ -7,8 +7,6 @@
 
 namespace OruKalvix {
 
-inline constexpr const char* kPlain = "the plain bytes of a file";
-
 class Verification : public TestSupport::ServicesTest {
  protected:
   Verification() : target(scratch.File("opened")) { Protect({Signer()}); }
