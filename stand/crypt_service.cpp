@@ -9,7 +9,7 @@
 namespace CryptStand {
 namespace {
 
-Served Malformed(const std::string& text) {
+Served RefusedBody(const std::string& text) {
   return RefusedWith(400, kMalformedErrorId, text);
 }
 
@@ -46,7 +46,7 @@ Served CryptService::Serve(const HttpRequest& request, const std::optional<Route
   if (!HasJsonType(request)) return RefusedWith(415, kMalformedErrorId, "Content type is not JSON");
   if (isKey) return ServeKey(request, *route);
   const auto body = ReadObject(request.body);
-  if (!body.has_value()) return Malformed("The body is not a JSON object");
+  if (!body.has_value()) return RefusedBody("The body is not a JSON object");
   if (route->operation == "certlist") return ServeCertList(*body, *route);
   if (route->operation == "newkey") return ServeNewKey(*body, *route);
   if (route->operation == "authztoken") return ServeToken(*body, *route);
@@ -83,7 +83,7 @@ Served CryptService::ServeKey(const HttpRequest& request, const Route& route) {
     id = body.has_value() && HasMembers(*body, {"id"}) ? ReadMap(*body, "id") : std::nullopt;
     const bool isWhole = id.has_value() && HasMembers(*id, {"issuer", "serial"}) && ReadText(*id, "issuer") &&
                          ReadText(*id, "serial");
-    if (!isWhole) return Malformed("The body is not {\"id\":{\"issuer\",\"serial\"}}");
+    if (!isWhole) return RefusedBody("The body is not {\"id\":{\"issuer\",\"serial\"}}");
   }
   const auto room = realm_.store.GetRoom(route.id);
   if (!room.has_value()) return RefusedWith(200, kUnknownErrorId, "Unknown room");
@@ -110,7 +110,7 @@ Served CryptService::KeyResponse(const RoomRecord& room, const std::optional<Roo
 
 Served CryptService::ServeCertList(const KVMap& body, const Route& route) {
   if (!HasMembers(body, {"keyserver"}) || !IsKeyServerOrEmpty(ReadText(body, "keyserver"))) {
-    return Malformed("\"keyserver\" is not a key server of this service");
+    return RefusedBody("\"keyserver\" is not a key server of this service");
   }
   const auto room = realm_.store.GetRoom(route.id);
   if (const auto refusal = RefuseRoom(room)) return *refusal;
@@ -133,12 +133,12 @@ Served CryptService::ServeNewKey(const KVMap& body, const Route& route) {
   const auto sequence = ReadText(body, "seqnr");
   const auto data = ReadText(body, "key");
   if (!HasMembers(body, {"seqnr", "key"}) || !sequence.has_value() || !data.has_value()) {
-    return Malformed("The body is not {\"seqnr\",\"key\"}");
+    return RefusedBody("The body is not {\"seqnr\",\"key\"}");
   }
   const auto room = realm_.store.GetRoom(route.id);
   if (const auto refusal = RefuseRoom(room)) return *refusal;
   const auto opened = realm_.rooms.OpenKey(*data);
-  if (!opened.has_value()) return Malformed("\"key\" is not a wrapped key of these key servers");
+  if (!opened.has_value()) return RefusedBody("\"key\" is not a wrapped key of these key servers");
   // The certificate comes from the signed wrapped key, not from the client.
   switch (realm_.store.UploadRoomKey(room->id, *sequence, opened->certificate, *data)) {
     case Upload::Done:
@@ -153,7 +153,7 @@ Served CryptService::ServeNewKey(const KVMap& body, const Route& route) {
 
 Served CryptService::ServeIntegrity(const KVMap& body, const Route& route) {
   if (!HasMembers(body, {"keyserver"}) || !IsKeyServerOrEmpty(ReadText(body, "keyserver"))) {
-    return Malformed("\"keyserver\" is not a key server of this service");
+    return RefusedBody("\"keyserver\" is not a key server of this service");
   }
   // The only digest that clients ask for.
   if (route.digest != "sha256") return RefusedWith(404, kUnknownErrorId, "Unknown digest");

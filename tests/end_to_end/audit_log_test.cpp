@@ -90,13 +90,13 @@ TEST_F(AuditLogEndToEnd, TakesTheHeaderOfTheFirstServerThatHasOne) {
   EXPECT_THAT(TakeLines(), ElementsAre(kHeader));
 }
 
-struct Case {
+struct AuditLogCase {
   const char* name;
   CryptStand::Fault fault;
   const char* reason;
 };
 
-class PartialAuditLog : public AuditLogTest, public ::testing::WithParamInterface<Case> {
+class PartialAuditLog : public AuditLogTest, public ::testing::WithParamInterface<AuditLogCase> {
  protected:
   void SetUp() override {
     AuditLogTest::SetUp();
@@ -138,25 +138,25 @@ constexpr const char* kCommand = "getAuditLogRequest";
 INSTANTIATE_TEST_SUITE_P(
     Rows, PartialAuditLog,
     ::testing::Values(
-        Case{"Down", {.type = FaultType::Down}, "Could not connect to key server: "},
-        Case{"DiesInTheMiddle", {.type = FaultType::Cut, .operation = kCommand}, "127.0.0.1"},
-        Case{"DiesAtOnce", {.type = FaultType::Cut, .operation = kCommand, .number = 1}, "127.0.0.1"},
-        Case{"Status", {.type = FaultType::Status, .operation = kCommand, .number = 500}, "HTTP 500"},
-        Case{"SecStatus",
-             {.type = FaultType::SecStatus, .operation = kCommand, .number = 612},
-             "612 Auditlog Error"},
-        Case{"SecStatusNoNumber",
-             {.type = FaultType::SecStatus, .operation = kCommand, .text = "no"},
-             "0 Unknown Error"},
-        Case{"ErrorCode",
-             {.type = FaultType::ErrorCode, .operation = kCommand, .number = 610},
-             "610 Invalid License"},
-        Case{"JsonResponse",
-             {.type = FaultType::JsonResponse, .operation = kCommand},
-             "Unexpected content type application/json"},
-        Case{"Html",
-             {.type = FaultType::WrongContentType, .operation = kCommand},
-             "Unexpected content type text/html"}),
+        AuditLogCase{"Down", {.type = FaultType::Down}, "Could not connect to key server: "},
+        AuditLogCase{"DiesInTheMiddle", {.type = FaultType::Cut, .operation = kCommand}, "127.0.0.1"},
+        AuditLogCase{"DiesAtOnce", {.type = FaultType::Cut, .operation = kCommand, .number = 1}, "127.0.0.1"},
+        AuditLogCase{"Status", {.type = FaultType::Status, .operation = kCommand, .number = 500}, "HTTP 500"},
+        AuditLogCase{"SecStatus",
+                     {.type = FaultType::SecStatus, .operation = kCommand, .number = 612},
+                     "612 Auditlog Error"},
+        AuditLogCase{"SecStatusNoNumber",
+                     {.type = FaultType::SecStatus, .operation = kCommand, .text = "no"},
+                     "0 Unknown Error"},
+        AuditLogCase{"ErrorCode",
+                     {.type = FaultType::ErrorCode, .operation = kCommand, .number = 610},
+                     "610 Invalid License"},
+        AuditLogCase{"JsonResponse",
+                     {.type = FaultType::JsonResponse, .operation = kCommand},
+                     "Unexpected content type application/json"},
+        AuditLogCase{"Html",
+                     {.type = FaultType::WrongContentType, .operation = kCommand},
+                     "Unexpected content type text/html"}),
     [](const auto& row) { return row.param.name; });
 
 }  // namespace

@@ -84,13 +84,13 @@ TEST_F(Failover, MissingCryptServiceIsReported) {
 }
 
 /// A fault of key servers, the operation that it strikes, and the message when it strikes on all of them.
-struct Case {
+struct KeyServerCase {
   const char* name;
   Fault fault;
   const char* message;
 };
 
-class KeyServerFault : public EndToEndTest, public ::testing::WithParamInterface<Case> {};
+class KeyServerFault : public EndToEndTest, public ::testing::WithParamInterface<KeyServerCase> {};
 
 // A fault of the server where a client begins is skipped, and leaves its message beside the success.
 TEST_P(KeyServerFault, OfOneServerIsSkipped) {
@@ -120,7 +120,7 @@ TEST_P(KeyServerFault, OfAllServersIsReported) {
   EXPECT_FALSE(scratch.Exists("opened"));
 }
 
-const Case kCases[] = {
+const KeyServerCase kCases[] = {
     {"ProbeStatus",
      {.type = FaultType::Status, .operation = "status", .number = 500},
      "Could not connect to key server: HTTP 500"},

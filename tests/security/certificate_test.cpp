@@ -28,7 +28,7 @@ Cert MakeCertFor(std::vector<std::pair<std::string, std::string>> subject) {
   return Cert::SelfSign(spec, SharedECKey());
 }
 
-const Cert& Sample() {
+const Cert& SampleCert() {
   static const Cert certificate = MakeCert("Sample");
   return certificate;
 }
@@ -39,11 +39,11 @@ bool LoadsAs(const std::string& text, const Cert& expected) {
 }
 
 TEST(CertificateLoad, AcceptsPEMAndBase64) {
-  const std::string pem = Sample().ToPEM();
-  const std::string base64 = Sample().ToBase64();
+  const std::string pem = SampleCert().ToPEM();
+  const std::string base64 = SampleCert().ToBase64();
   const std::pair<const char*, std::string> rows[] = {
       {"PEM", pem},
-      {"the older label", MakePEM("X509 CERTIFICATE", Sample().ToDER())},
+      {"the older label", MakePEM("X509 CERTIFICATE", SampleCert().ToDER())},
       {"one line of base64", base64},
       {"lines of base64", InLines(base64)},
       {"lines of base64 that end in CRLF", WithLineEnds(InLines(base64), "\r\n")},
@@ -56,15 +56,15 @@ TEST(CertificateLoad, AcceptsPEMAndBase64) {
   };
   for (const auto& [why, text] : rows) {
     LeaveStaleReason();
-    EXPECT_TRUE(LoadsAs(text, Sample())) << why << ": " << GetReason();
+    EXPECT_TRUE(LoadsAs(text, SampleCert())) << why << ": " << GetReason();
     EXPECT_EQ(OruGuiBase::GetLastError(), 0U) << why;
     EXPECT_TRUE(IsQueueEmpty()) << why;
   }
 }
 
 TEST(CertificateLoad, RefusesAnythingButOneCertificate) {
-  const std::string pem = Sample().ToPEM();
-  const std::string der = Sample().ToDER();
+  const std::string pem = SampleCert().ToPEM();
+  const std::string der = SampleCert().ToDER();
   const struct {
     const char* why;
     std::string text;
@@ -79,8 +79,8 @@ TEST(CertificateLoad, RefusesAnythingButOneCertificate) {
        "The PEM text is not a certificate"},
       {"a label in lower case", MakePEM("certificate", der), "The PEM text is not a certificate"},
       {"two certificates", pem + pem, "The text holds more than one object"},
-      {"PEM, then base64", pem + Sample().ToBase64(), "The text holds more than one object"},
-      {"text without PEM", "# Root\n" + Sample().ToBase64(), "The text is not base64"},
+      {"PEM, then base64", pem + SampleCert().ToBase64(), "The text holds more than one object"},
+      {"text without PEM", "# Root\n" + SampleCert().ToBase64(), "The text is not base64"},
       {"a byte after the DER form", CryptStand::ToBase64(der + "x"), "There is data after the certificate"},
       {"two DER forms", CryptStand::ToBase64(der + der), "There is data after the certificate"},
       {"a DER form that ends early", CryptStand::ToBase64(der.substr(0, der.size() - 3)),
@@ -112,25 +112,25 @@ TEST(CertificateLoad, RefusesANameThatIsNotUTF8) {
 
 TEST(CertificateLoad, RefusesAnUnknownEncoding) {
   Certificate certificate;
-  EXPECT_FALSE(certificate.Load(ToText(Sample().ToPEM()), static_cast<Encoding>(7)));
+  EXPECT_FALSE(certificate.Load(ToText(SampleCert().ToPEM()), static_cast<Encoding>(7)));
   EXPECT_EQ(GetReason(), "Unknown encoding of a certificate");
 }
 
 TEST(CertificateLoad, LeavesTheCertificateAsItWasOnFailure) {
-  Certificate certificate = ToCertificate(Sample());
+  Certificate certificate = ToCertificate(SampleCert());
   EXPECT_FALSE(certificate.Load("rubbish", Encoding::Text));
-  EXPECT_EQ(Certificate::Compare(certificate, ToCertificate(Sample())), 0);
+  EXPECT_EQ(Certificate::Compare(certificate, ToCertificate(SampleCert())), 0);
 }
 
 TEST(CertificateLoad, ReplacesThePreviousCertificate) {
-  Certificate certificate = ToCertificate(Sample());
+  Certificate certificate = ToCertificate(SampleCert());
   const Cert other = MakeCert("Other");
   ASSERT_TRUE(certificate.Load(ToText(other.ToPEM()), Encoding::Text));
   EXPECT_EQ(X509_cmp(certificate.Get0(), other.Get0()), 0);
 }
 
 TEST(CertificateLoad, FailsForEveryCutString) {
-  for (const std::string& text : {Sample().ToPEM(), Sample().ToBase64()}) {
+  for (const std::string& text : {SampleCert().ToPEM(), SampleCert().ToBase64()}) {
     const std::size_t needed = text.find_last_not_of('\n') + 1;
     for (std::size_t size = 0; size < needed; ++size) {
       Certificate certificate;
@@ -144,8 +144,8 @@ TEST(CertificateLoad, FailsForEveryCutString) {
 
 // White space in the place of other white space is the one change without effect.
 TEST(CertificateLoad, NeverComparesAChangedCertificateAsEqual) {
-  const std::string text = Sample().ToPEM();
-  const Certificate original = ToCertificate(Sample());
+  const std::string text = SampleCert().ToPEM();
+  const Certificate original = ToCertificate(SampleCert());
   for (std::size_t i = 0; i < text.size(); ++i) {
     for (const unsigned mask : {0x01U, 0x07U, 0xFFU}) {
       std::string changed = text;
@@ -164,7 +164,7 @@ TEST(CertificateLoad, NeverComparesAChangedCertificateAsEqual) {
 
 // Whatever the parser accepts, every operation works on it or fails with a reason.
 TEST(CertificateLoad, SurvivesEveryChangedByteOfTheDERForm) {
-  const std::string der = Sample().ToDER();
+  const std::string der = SampleCert().ToDER();
   for (std::size_t i = 0; i < der.size(); ++i) {
     std::string changed = der;
     changed[i] = static_cast<char>(static_cast<unsigned char>(changed[i]) ^ 0x81U);
@@ -184,22 +184,22 @@ TEST(CertificateLoad, SurvivesEveryChangedByteOfTheDERForm) {
 TEST(CertificateGetDigest, IsTheSHA256OfTheDERFormInLowerCaseHexadecimal) {
   AnsiStr text;
   LeaveStaleReason();
-  ASSERT_TRUE(ToCertificate(Sample()).GetDigest(SecDigest::SHA256, SecEncoding::HexLower, text));
-  EXPECT_EQ(ToString(text), Sample().GetDigest(CryptStand::kSHA256));
+  ASSERT_TRUE(ToCertificate(SampleCert()).GetDigest(SecDigest::SHA256, SecEncoding::HexLower, text));
+  EXPECT_EQ(ToString(text), SampleCert().GetDigest(CryptStand::kSHA256));
   EXPECT_EQ(text.GetLength(), 64U);
   EXPECT_EQ(OruGuiBase::GetLastError(), 0U);
 }
 
 TEST(CertificateGetDigest, RefusesAnUnknownDigest) {
   AnsiStr text("before");
-  EXPECT_FALSE(ToCertificate(Sample()).GetDigest(static_cast<SecDigest>(1), SecEncoding::HexLower, text));
+  EXPECT_FALSE(ToCertificate(SampleCert()).GetDigest(static_cast<SecDigest>(1), SecEncoding::HexLower, text));
   EXPECT_EQ(GetReason(), "Unknown digest");
   EXPECT_EQ(ToString(text), "before");
 }
 
 TEST(CertificateGetDigest, RefusesAnUnknownEncoding) {
   AnsiStr text;
-  EXPECT_FALSE(ToCertificate(Sample()).GetDigest(SecDigest::SHA256, static_cast<SecEncoding>(0), text));
+  EXPECT_FALSE(ToCertificate(SampleCert()).GetDigest(SecDigest::SHA256, static_cast<SecEncoding>(0), text));
   EXPECT_EQ(GetReason(), "Unknown encoding of a digest");
 }
 
@@ -252,9 +252,9 @@ TEST(CertificateGetSubject, FailsForAnEmptyCertificate) {
 }
 
 TEST(CertificateCompare, IsZeroForTheSameCertificateReadTwice) {
-  const Certificate fromPEM = ToCertificate(Sample());
+  const Certificate fromPEM = ToCertificate(SampleCert());
   Certificate fromBase64;
-  ASSERT_TRUE(fromBase64.Load(ToText(Sample().ToBase64()), Encoding::Text));
+  ASSERT_TRUE(fromBase64.Load(ToText(SampleCert().ToBase64()), Encoding::Text));
   EXPECT_EQ(Certificate::Compare(fromPEM, fromBase64), 0);
   EXPECT_EQ(Certificate::Compare(fromPEM, fromPEM), 0);
 }
@@ -268,22 +268,22 @@ TEST(CertificateCompare, DistinguishesCertificatesWithTheSameNameAndKey) {
 }
 
 TEST(CertificateCompare, DistinguishesCertificatesThatDifferInTheSignatureAlone) {
-  std::string der = Sample().ToDER();
+  std::string der = SampleCert().ToDER();
   der.back() = static_cast<char>(der.back() ^ 1);
   Certificate changed;
   ASSERT_TRUE(changed.Load(ToText(CryptStand::ToBase64(der)), Encoding::Text));
-  EXPECT_NE(Certificate::Compare(changed, ToCertificate(Sample())), 0);
+  EXPECT_NE(Certificate::Compare(changed, ToCertificate(SampleCert())), 0);
 }
 
 TEST(CertificateCompare, PutsTheEmptyCertificateFirst) {
-  const Certificate full = ToCertificate(Sample());
+  const Certificate full = ToCertificate(SampleCert());
   EXPECT_LT(Certificate::Compare(Certificate(), full), 0);
   EXPECT_GT(Certificate::Compare(full, Certificate()), 0);
   EXPECT_EQ(Certificate::Compare(Certificate(), Certificate()), 0);
 }
 
 TEST(Certificate, CopiesShareTheCertificateObject) {
-  Certificate certificate = ToCertificate(Sample());
+  Certificate certificate = ToCertificate(SampleCert());
   const Certificate copy(certificate);
   Certificate assigned = ToCertificate(MakeCert("other"));
   assigned = certificate;
@@ -291,18 +291,18 @@ TEST(Certificate, CopiesShareTheCertificateObject) {
   EXPECT_EQ(assigned.Get0(), certificate.Get0());
   certificate.Clear();
   EXPECT_TRUE(certificate.IsEmpty());
-  EXPECT_EQ(X509_cmp(copy.Get0(), Sample().Get0()), 0);
+  EXPECT_EQ(X509_cmp(copy.Get0(), SampleCert().Get0()), 0);
 }
 
 TEST(Certificate, SurvivesAssignmentToItself) {
-  Certificate certificate = ToCertificate(Sample());
+  Certificate certificate = ToCertificate(SampleCert());
   const Certificate& same = certificate;
   certificate = same;
-  EXPECT_EQ(X509_cmp(certificate.Get0(), Sample().Get0()), 0);
+  EXPECT_EQ(X509_cmp(certificate.Get0(), SampleCert().Get0()), 0);
 }
 
 TEST(Certificate, IsEmptyAfterAssignmentOfAnEmptyOne) {
-  Certificate certificate = ToCertificate(Sample());
+  Certificate certificate = ToCertificate(SampleCert());
   certificate = Certificate();
   EXPECT_TRUE(certificate.IsEmpty());
 }
@@ -325,7 +325,7 @@ void UseSharedCertificate(const Certificate& shared, std::atomic<int>& good) {
 }
 
 TEST(Certificate, IsSharedByThreads) {
-  const Certificate shared = ToCertificate(Sample());
+  const Certificate shared = ToCertificate(SampleCert());
   std::atomic<int> good = 0;
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) threads.emplace_back([&] { UseSharedCertificate(shared, good); });

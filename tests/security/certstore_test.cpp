@@ -12,7 +12,7 @@ using OruOssSec::Certificate;
 using OruOssSec::CertStore;
 using OruOssSec::ASN1::Encoding;
 
-const Cert& Sample(std::size_t index) {
+const Cert& StoredCert(std::size_t index) {
   static const Cert certificates[] = {Cert::SelfSign(CertSpec::EndEntity("first"), SharedECKey()),
                                       Cert::SelfSign(CertSpec::EndEntity("second"), SharedECKey()),
                                       Cert::SelfSign(CertSpec::EndEntity("third"), SharedECKey())};
@@ -24,21 +24,21 @@ int CountOf(const CertStore& store) {
 }
 
 bool Holds(const CertStore& store, std::size_t index) {
-  return store.Contains(ToCertificate(Sample(index)));
+  return store.Contains(ToCertificate(StoredCert(index)));
 }
 
 TEST(CertStoreLoad, ReadsEveryCertificateOfAList) {
-  const std::string a = Sample(0).ToPEM();
-  const std::string b = Sample(1).ToPEM();
-  const std::string a64 = InLines(Sample(0).ToBase64());
-  const std::string b64 = InLines(Sample(1).ToBase64());
+  const std::string a = StoredCert(0).ToPEM();
+  const std::string b = StoredCert(1).ToPEM();
+  const std::string a64 = InLines(StoredCert(0).ToBase64());
+  const std::string b64 = InLines(StoredCert(1).ToBase64());
   const std::pair<const char*, std::string> rows[] = {
       {"PEM after PEM", a + b},
       {"blank lines between PEM blocks", "\n\n" + a + "\n \n\n" + b + "\n"},
       {"PEM with CRLF", WithLineEnds(a + b, "\r\n")},
       {"PEM with CR", WithLineEnds(a + b, "\r")},
       {"base64, blank line, base64", a64 + "\n" + b64},
-      {"base64 in one line each", Sample(0).ToBase64() + "\n\n" + Sample(1).ToBase64()},
+      {"base64 in one line each", StoredCert(0).ToBase64() + "\n\n" + StoredCert(1).ToBase64()},
       {"base64 with CRLF", WithLineEnds(a64 + "\n" + b64, "\r\n")},
       {"base64 with CR", WithLineEnds(a64 + "\n" + b64, "\r")},
       {"a blank line of blanks", a64 + " \t \n" + b64},
@@ -64,14 +64,14 @@ TEST(CertStoreLoad, PassesOverTextAroundBlocks) {
   CertStore store;
   unsigned int count = 0;
   LeaveStaleReason();
-  ASSERT_TRUE(store.Load(ToText("# Roots of 2026\n" + Sample(0).ToPEM() + "and\n\n# Issuing\n" +
-                                Sample(1).ToPEM() + std::string(1, '\0') + Sample(2).ToBase64()),
+  ASSERT_TRUE(store.Load(ToText("# Roots of 2026\n" + StoredCert(0).ToPEM() + "and\n\n# Issuing\n" +
+                                StoredCert(1).ToPEM() + std::string(1, '\0') + StoredCert(2).ToBase64()),
                          &count))
       << GetReason();
   EXPECT_EQ(count, 2U);
   EXPECT_EQ(OruGuiBase::GetLastError(), 0U);
-  ASSERT_TRUE(
-      store.Load(ToText("Root\n" + Sample(0).ToPEM() + "Base64:\n\n" + Sample(2).ToBase64()), &count));
+  ASSERT_TRUE(store.Load(ToText("Root\n" + StoredCert(0).ToPEM() + "Base64:\n\n" + StoredCert(2).ToBase64()),
+                         &count));
   EXPECT_EQ(count, 2U);
   EXPECT_TRUE(Holds(store, 0) && Holds(store, 1) && Holds(store, 2));
 }
@@ -80,7 +80,7 @@ TEST(CertStoreLoad, ReadsABlockAfterAnyWhiteSpaceInItsLine) {
   for (const char* white : {" ", "\t", "\f", "\v", " \f\t\v"}) {
     CertStore store;
     unsigned int count = 0;
-    EXPECT_TRUE(store.Load(ToText("# note\n" + std::string(white) + Sample(0).ToPEM()), &count))
+    EXPECT_TRUE(store.Load(ToText("# note\n" + std::string(white) + StoredCert(0).ToPEM()), &count))
         << GetReason();
     EXPECT_EQ(count, 1U) << CryptStand::ToHex(white);
   }
@@ -100,7 +100,7 @@ TEST(CertStoreLoad, AcceptsAStringWithoutCertificates) {
 
 TEST(CertStoreLoad, AcceptsANullCount) {
   CertStore store;
-  EXPECT_TRUE(store.Load(ToText(Sample(0).ToPEM()), nullptr));
+  EXPECT_TRUE(store.Load(ToText(StoredCert(0).ToPEM()), nullptr));
   EXPECT_FALSE(store.Load("rubbish", nullptr));
   EXPECT_EQ(CountOf(store), 1);
 }
@@ -108,8 +108,8 @@ TEST(CertStoreLoad, AcceptsANullCount) {
 TEST(CertStoreLoad, AddsASecondListToTheFirst) {
   CertStore store;
   unsigned int count = 0;
-  ASSERT_TRUE(store.Load(ToText(Sample(0).ToPEM()), &count));
-  ASSERT_TRUE(store.Load(ToText(Sample(1).ToPEM() + Sample(2).ToPEM()), &count));
+  ASSERT_TRUE(store.Load(ToText(StoredCert(0).ToPEM()), &count));
+  ASSERT_TRUE(store.Load(ToText(StoredCert(1).ToPEM() + StoredCert(2).ToPEM()), &count));
   EXPECT_EQ(count, 2U);
   EXPECT_EQ(CountOf(store), 3);
 }
@@ -117,17 +117,18 @@ TEST(CertStoreLoad, AddsASecondListToTheFirst) {
 TEST(CertStoreLoad, KeepsEachCertificateOnce) {
   CertStore store;
   unsigned int count = 0;
-  ASSERT_TRUE(store.Load(ToText(Sample(0).ToPEM() + Sample(1).ToPEM() + Sample(0).ToPEM()), &count));
+  ASSERT_TRUE(
+      store.Load(ToText(StoredCert(0).ToPEM() + StoredCert(1).ToPEM() + StoredCert(0).ToPEM()), &count));
   EXPECT_EQ(count, 3U) << "the count is that of the text";
   EXPECT_EQ(CountOf(store), 2);
-  ASSERT_TRUE(store.Load(ToText(Sample(1).ToPEM()), &count));
+  ASSERT_TRUE(store.Load(ToText(StoredCert(1).ToPEM()), &count));
   EXPECT_EQ(count, 1U);
   EXPECT_EQ(CountOf(store), 2);
 }
 
 TEST(CertStoreLoad, AddsNothingWhenAnyPartCannotBeRead) {
-  const std::string pem = Sample(1).ToPEM();
-  const std::string base64 = Sample(1).ToBase64();
+  const std::string pem = StoredCert(1).ToPEM();
+  const std::string base64 = StoredCert(1).ToBase64();
   const char* const withoutBlankLine =
       base64.back() == '=' ? "The text is not base64" : "There is data after the certificate";
   const struct {
@@ -141,7 +142,8 @@ TEST(CertStoreLoad, AddsNothingWhenAnyPartCannotBeRead) {
        "The text is not an X.509 certificate"},
       {"a block without end", pem + pem.substr(0, 200), "The PEM text has no last line"},
       {"base64 without a blank line between", InLines(base64) + InLines(base64), withoutBlankLine},
-      {"two DER forms in one base64 text", CryptStand::ToBase64(Sample(1).ToDER() + Sample(2).ToDER()),
+      {"two DER forms in one base64 text",
+       CryptStand::ToBase64(StoredCert(1).ToDER() + StoredCert(2).ToDER()),
        "There is data after the certificate"},
       {"a comment in a block", std::string(pem).insert(28, "# root\n"), "The text is not base64"},
       {"a comment without a block", "# roots\n" + base64, "The text is not base64"},
@@ -153,7 +155,7 @@ TEST(CertStoreLoad, AddsNothingWhenAnyPartCannotBeRead) {
   for (const auto& row : rows) {
     CertStore store;
     unsigned int count = 99;
-    ASSERT_TRUE(store.Load(ToText(Sample(0).ToPEM()), nullptr));
+    ASSERT_TRUE(store.Load(ToText(StoredCert(0).ToPEM()), nullptr));
     LeaveStaleReason();
     EXPECT_FALSE(store.Load(ToText(row.text), &count)) << row.why;
     EXPECT_NE(GetReason(), "stale") << row.why;
@@ -166,8 +168,8 @@ TEST(CertStoreLoad, AddsNothingWhenAnyPartCannotBeRead) {
 
 // Up to five dashes after the first block are an ornament.
 TEST(CertStoreLoad, ReadsACutListUpToAWholeCertificateOrNotAtAll) {
-  const std::string first = Sample(0).ToPEM();
-  const std::string text = first + Sample(1).ToPEM();
+  const std::string first = StoredCert(0).ToPEM();
+  const std::string text = first + StoredCert(1).ToPEM();
   const std::size_t firstEnd = first.size() - 1;
   for (std::size_t size = 0; size < text.size() - 1; ++size) {
     CertStore store;
@@ -181,8 +183,8 @@ TEST(CertStoreLoad, ReadsACutListUpToAWholeCertificateOrNotAtAll) {
 
 // Where the second certificate no longer begins like one, it is text beside a block.
 TEST(CertStoreLoad, SurvivesEveryChangedByte) {
-  const std::string first = Sample(0).ToPEM();
-  const std::string text = first + InLines(Sample(1).ToBase64());
+  const std::string first = StoredCert(0).ToPEM();
+  const std::string text = first + InLines(StoredCert(1).ToBase64());
   for (std::size_t i = 0; i < text.size(); ++i) {
     for (const unsigned mask : {0x01U, 0xFFU}) {
       std::string changed = text;
@@ -228,9 +230,9 @@ TEST(CertStoreLoad, ReadsThousandsOfCertificates) {
 TEST(CertStoreAdd, AddsACertificateOnce) {
   CertStore store;
   LeaveStaleReason();
-  EXPECT_TRUE(store.Add(ToCertificate(Sample(0))));
-  EXPECT_TRUE(store.Add(ToCertificate(Sample(0))));
-  EXPECT_TRUE(store.Add(ToCertificate(Sample(1))));
+  EXPECT_TRUE(store.Add(ToCertificate(StoredCert(0))));
+  EXPECT_TRUE(store.Add(ToCertificate(StoredCert(0))));
+  EXPECT_TRUE(store.Add(ToCertificate(StoredCert(1))));
   EXPECT_EQ(CountOf(store), 2);
   EXPECT_EQ(OruGuiBase::GetLastError(), 0U);
 }
@@ -238,7 +240,7 @@ TEST(CertStoreAdd, AddsACertificateOnce) {
 TEST(CertStoreAdd, TakesAReferenceOfItsOwn) {
   CertStore store;
   {
-    Certificate certificate = ToCertificate(Sample(0));
+    Certificate certificate = ToCertificate(StoredCert(0));
     ASSERT_TRUE(store.Add(certificate));
     certificate.Clear();
   }
@@ -256,17 +258,17 @@ TEST(CertStoreAdd, RefusesAnEmptyCertificate) {
 TEST(CertStoreContains, IsFalseForAnEmptyStoreAndAnEmptyCertificate) {
   CertStore store;
   EXPECT_FALSE(Holds(store, 0));
-  ASSERT_TRUE(store.Add(ToCertificate(Sample(0))));
+  ASSERT_TRUE(store.Add(ToCertificate(StoredCert(0))));
   EXPECT_FALSE(store.Contains(Certificate()));
 }
 
 TEST(CertStoreContains, ComparesWholeCertificates) {
-  std::string der = Sample(0).ToDER();
+  std::string der = StoredCert(0).ToDER();
   der.back() = static_cast<char>(der.back() ^ 1);
   Certificate changed;
   ASSERT_TRUE(changed.Load(ToText(CryptStand::ToBase64(der)), Encoding::Text));
   CertStore store;
-  ASSERT_TRUE(store.Add(ToCertificate(Sample(0))));
+  ASSERT_TRUE(store.Add(ToCertificate(StoredCert(0))));
   EXPECT_FALSE(store.Contains(changed));
   EXPECT_TRUE(store.Add(changed));
   EXPECT_EQ(CountOf(store), 2);
@@ -274,12 +276,12 @@ TEST(CertStoreContains, ComparesWholeCertificates) {
 
 TEST(CertStoreClear, EmptiesTheStoreForFurtherUse) {
   CertStore store;
-  ASSERT_TRUE(store.Add(ToCertificate(Sample(0))));
+  ASSERT_TRUE(store.Add(ToCertificate(StoredCert(0))));
   store.Clear();
   EXPECT_EQ(store.Get0(), nullptr);
   EXPECT_FALSE(Holds(store, 0));
   store.Clear();
-  EXPECT_TRUE(store.Add(ToCertificate(Sample(1))));
+  EXPECT_TRUE(store.Add(ToCertificate(StoredCert(1))));
   EXPECT_EQ(CountOf(store), 1);
 }
 

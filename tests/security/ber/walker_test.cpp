@@ -16,7 +16,7 @@ using OruOssSec::BerWalker;
 constexpr const char* kUnexpected = "The message is not built as its content type demands";
 constexpr const char* kTooLarge = "The message without its content is too large";
 
-std::string ToString(const BerBuffer& buffer) {
+std::string BytesOf(const BerBuffer& buffer) {
   return std::string(reinterpret_cast<const char*>(buffer.GetData()), buffer.GetSize());
 }
 
@@ -52,7 +52,7 @@ TEST_F(BerWalkerTest, WalksContainersOfBothLengths) {
     EXPECT_TRUE(walker.Leave());
     EXPECT_TRUE(walker.Leave());
     EXPECT_TRUE(walker.Finish()) << GetReason();
-    EXPECT_EQ(ToString(oid), "oid");
+    EXPECT_EQ(BytesOf(oid), "oid");
   }
 }
 
@@ -61,9 +61,9 @@ TEST_F(BerWalkerTest, CopiesTakenElementsUnchanged) {
   BerWalker& walker = Walk(Tlv(0x30, element + Tlv(0x02, "x")));
   ASSERT_TRUE(walker.Enter(0x30));
   ASSERT_TRUE(walker.Take(0x31, taken_)) << GetReason();
-  EXPECT_EQ(ToString(taken_), element);
+  EXPECT_EQ(BytesOf(taken_), element);
   ASSERT_TRUE(walker.Take(0x02, taken_));
-  EXPECT_EQ(ToString(taken_), element + Tlv(0x02, "x"));
+  EXPECT_EQ(BytesOf(taken_), element + Tlv(0x02, "x"));
 }
 
 TEST_F(BerWalkerTest, SkipsElementsOfEveryForm) {
