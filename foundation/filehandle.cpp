@@ -13,6 +13,7 @@
 #include "foundation/error_state_saver.h"
 #include "foundation/errorstate.h"
 #include "foundation/posix_file.h"
+#include "foundation/threadobserver.h"
 
 namespace OruGuiBase {
 
@@ -57,6 +58,22 @@ bool OpenForWriting(int& handle, const File& file, int flags) {
 
 std::int64_t Checked(std::int64_t got) {
   if (got < 0) FailWithErrno();
+  return got;
+}
+
+// Each chunk of a file passes here, so an operation on a large file can be cancelled soon.
+bool IsCancelled() {
+  IThreadObserver* const observer = GetThreadObserver();
+  if (observer == nullptr || !observer->IsCancelled()) return false;
+  FailWith(ECANCELED);
+  return true;
+}
+
+std::int64_t ReadObserved(int handle, void* buffer, std::uint32_t size, std::int64_t offset) {
+  if (IsCancelled()) return -1;
+  const std::int64_t got = Checked(ReadAll(handle, buffer, size, offset));
+  IThreadObserver* const observer = GetThreadObserver();
+  if (observer != nullptr && got > 0) observer->OnRead(static_cast<std::uint64_t>(got));
   return got;
 }
 
@@ -114,7 +131,7 @@ std::int64_t FileReader::GetSize() const noexcept {
 
 std::int64_t FileReader::Read(void* buffer, std::uint32_t size) noexcept {
   ClearLastError();
-  return Checked(ReadAll(handle_, buffer, size, -1));
+  return ReadObserved(handle_, buffer, size, -1);
 }
 
 std::int64_t FileReader::ReadAt(std::int64_t offset, void* buffer, std::uint32_t size) const noexcept {
@@ -123,7 +140,7 @@ std::int64_t FileReader::ReadAt(std::int64_t offset, void* buffer, std::uint32_t
     FailWith(EINVAL);
     return -1;
   }
-  return Checked(ReadAll(handle_, buffer, size, offset));
+  return ReadObserved(handle_, buffer, size, offset);
 }
 
 bool FileReader::Close() noexcept {
@@ -157,6 +174,7 @@ bool FileWriter::Preallocate(std::int64_t size) noexcept {
 
 bool FileWriter::Write(const void* data, std::uint32_t size) noexcept {
   ClearLastError();
+  if (IsCancelled()) return false;
   return (handle_ >= 0 || FailWith(EBADF)) && (WriteAll(handle_, data, size) || FailWithErrno());
 }
 

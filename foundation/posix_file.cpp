@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "foundation/errorstate.h"
+#include "foundation/threadobserver.h"
 
 namespace OruGuiBase {
 
@@ -95,7 +96,9 @@ AnsiStr AbsolutePath(const AnsiStr& path) noexcept {
 
 // secure_getenv: a program with raised privileges must not write where its caller wants.
 AnsiStr TemporaryDirectory() noexcept {
-  const char* const named = ::secure_getenv("TMPDIR");
+  const IThreadObserver* const observer = GetThreadObserver();
+  const char* named = observer != nullptr ? observer->GetTemporaryDirectory() : nullptr;
+  if (named == nullptr) named = ::secure_getenv("TMPDIR");
   std::string_view path = named != nullptr ? named : "";
   while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
   return path.empty() ? AnsiStr("/tmp") : AnsiStr(path);

@@ -13,6 +13,7 @@
 #include "foundation/error_state_saver.h"
 #include "foundation/format.h"
 #include "foundation/thread_value.h"
+#include "foundation/threadobserver.h"
 
 namespace OruGuiTrace {
 
@@ -57,14 +58,31 @@ struct Leftovers {
   }
 };
 
+// The process's sink, if it takes events of the level.
+ITraceSink* SinkFor(std::uint32_t level) noexcept {
+  ITraceSink* const sink = installedSink.load(std::memory_order_acquire);
+  return sink != nullptr && level >= installedLevel.load(std::memory_order_relaxed) ? sink : nullptr;
+}
+
+// The same for the observer of this thread.
+OruGuiBase::IThreadObserver* ObserverFor(std::uint32_t level) noexcept {
+  OruGuiBase::IThreadObserver* const observer = OruGuiBase::GetThreadObserver();
+  const std::uint32_t least = observer != nullptr ? observer->GetTraceLevel() : 0;
+  return least != 0 && level >= least ? observer : nullptr;
+}
+
 // If the sink throws, only this event is lost. The saver keeps the traced operation's reason of failure.
 void Emit(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
           const char* text) noexcept {
-  ITraceSink* const sink = installedSink.load(std::memory_order_acquire);
-  if (sink == nullptr || level < installedLevel.load(std::memory_order_relaxed)) return;
+  ITraceSink* const sink = SinkFor(level);
+  OruGuiBase::IThreadObserver* const observer = ObserverFor(level);
+  if (sink == nullptr && observer == nullptr) return;
   const OruGuiBase::ErrorStateSaver saver;
+  if (text == nullptr) text = "";
+  if (observer != nullptr) observer->OnTrace(category, level, source, line, text);
+  if (sink == nullptr) return;
   try {
-    sink->OnTrace(category, level, source, line, text != nullptr ? text : "");
+    sink->OnTrace(category, level, source, line, text);
   } catch (...) {
   }
 }
@@ -78,14 +96,15 @@ void SetTraceSink(ITraceSink* sink, std::uint32_t leastLevel) noexcept {
 }
 
 bool IsTraced(std::uint32_t level) noexcept {
-  return installedSink.load(std::memory_order_acquire) != nullptr &&
-         level >= installedLevel.load(std::memory_order_relaxed);
+  return SinkFor(level) != nullptr || ObserverFor(level) != nullptr;
 }
 
 // Opens a context even without a sink, because FreeTraceContext follows in any case.
 const char* InitTraceContext(const char* format, ...) noexcept {
   AnsiStr text;
-  if (installedSink.load(std::memory_order_acquire) != nullptr) {
+  const bool isHeard =
+      installedSink.load(std::memory_order_acquire) != nullptr || OruGuiBase::GetThreadObserver() != nullptr;
+  if (isHeard) {
     std::va_list list;
     va_start(list, format);
     text = OruGuiBase::FmtList(format, list);
