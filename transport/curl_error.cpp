@@ -41,6 +41,8 @@ const char* Phrase(const CurlFailure& failure) {
       return "Could not connect to ";
     case CURLE_OPERATION_TIMEDOUT:
       return WasConnected(failure) ? "Gave up waiting for " : "Could not connect to ";
+    case CURLE_ABORTED_BY_CALLBACK:
+      return "Gave up waiting for ";
     case CURLE_PEER_FAILED_VERIFICATION:
       return "Could not verify the certificate of ";
     case CURLE_SSL_CONNECT_ERROR:

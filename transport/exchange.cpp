@@ -10,6 +10,7 @@
 #include <new>
 #include <string_view>
 
+#include "foundation/threadobserver.h"
 #include "transport/curl_error.h"
 #include "transport/key_log.h"
 #include "transport/sigpipe_guard.h"
@@ -163,6 +164,8 @@ void CurlExchange::SetRequest() {
   Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
   Set(CURLOPT_WRITEFUNCTION, &CurlExchange::OnBody);
   Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
+  Set(CURLOPT_XFERINFOFUNCTION, &CurlExchange::OnProgress);
+  Set(CURLOPT_NOPROGRESS, 0L);
   if (!isPost_) {
     Set(CURLOPT_HTTPGET, 1L);
     return;
@@ -295,6 +298,12 @@ std::size_t CurlExchange::OnHeader(char* data, std::size_t one, std::size_t size
     return one * size;
   }
   return 0;
+}
+
+// Called about once a second even when nothing moves.
+int CurlExchange::OnProgress(void*, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept {
+  OruGuiBase::IThreadObserver* const observer = OruGuiBase::GetThreadObserver();
+  return observer != nullptr && observer->IsCancelled() ? 1 : 0;
 }
 
 std::size_t CurlExchange::OnBody(char* data, std::size_t one, std::size_t size, void* self) noexcept {

@@ -45,6 +45,7 @@ class CurlExchange {
   static std::size_t OnRead(char* buffer, std::size_t one, std::size_t size, void* self) noexcept;
   static int OnSeek(void* self, curl_off_t offset, int origin) noexcept;
   static std::size_t OnHeader(char* data, std::size_t one, std::size_t size, void* self) noexcept;
+  static int OnProgress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) noexcept;
   static std::size_t OnBody(char* data, std::size_t one, std::size_t size, void* self) noexcept;
 
   template <class Value>
