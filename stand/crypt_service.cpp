@@ -114,9 +114,8 @@ Served CryptService::ServeCertList(const KVMap& body, const Route& route) {
   }
   const auto room = realm_.store.GetRoom(route.id);
   if (const auto refusal = RefuseRoom(room)) return *refusal;
-  // Each list gets a new number, which makes an upload with an earlier one stale: its key might not be
-  // wrapped for the members of the latest list.
-  const auto sequence = realm_.store.HandOutSequence(room->id);
+  // An upload makes the number stale: its key might not be wrapped for the members of a later list.
+  const auto sequence = realm_.store.HandOutSequence(room->id, realm_.settings.IsSequencePerRequest());
   const Identity member = realm_.rooms.GetMember(room->id);
   if (!sequence.has_value() || member.certificate.IsEmpty()) {
     return RefusedWith(500, kUnknownErrorId, "The room's certificates cannot be made");

@@ -41,6 +41,11 @@ class Settings {
   void SetIntegrityList(IntegrityList type);
   IntegrityList GetIntegrityList() const;
 
+  /// Whether each request for a room's certificates makes the sequence numbers before it stale, so that of
+  /// several clients that make a room's key at once hardly one succeeds. Otherwise only an upload does.
+  void SetSequencePerRequest(bool perRequest) { Write(sequencePerRequest_, perRequest); }
+  bool IsSequencePerRequest() const { return Read(sequencePerRequest_); }
+
   /// Seconds by which a key server's clock is ahead.
   void SetClockOffset(int server, std::int64_t seconds);
   std::int64_t GetClockOffset(int server) const;
@@ -69,6 +74,7 @@ class Settings {
   std::optional<std::string> certStoreText_;
   std::optional<std::string> trustStoreText_;
   IntegrityList integrityList_ = IntegrityList::Normal;
+  bool sequencePerRequest_ = false;
   std::map<int, std::int64_t> clockOffsets_;
   std::map<int, std::uint64_t> generatedAudit_;
 };

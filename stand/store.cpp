@@ -112,10 +112,12 @@ bool Store::SetRoomOptions(const std::string& id, const RoomOptions& options) {
   return update.Bind(std::int64_t{options.certAuth}).Bind(id).Run() && database_.Changes() == 1;
 }
 
-std::optional<std::string> Store::HandOutSequence(const std::string& room) {
+std::optional<std::string> Store::HandOutSequence(const std::string& room, bool renew) {
   const std::lock_guard<std::mutex> lock(mutex_);
   auto update = database_.Prepare(
-      "UPDATE rooms SET sequence = sequence + 1, sequence_open = 1 WHERE id = ? RETURNING sequence");
+      renew ? "UPDATE rooms SET sequence = sequence + 1, sequence_open = 1 WHERE id = ? RETURNING sequence"
+            : "UPDATE rooms SET sequence = sequence + 1 - sequence_open, sequence_open = 1 WHERE id = ? "
+              "RETURNING sequence");
   if (!update.Bind(room).Next()) return std::nullopt;
   const std::string sequence = std::to_string(update.Number(0));
   // Steps the statement to its end: only then is the change committed.

@@ -48,8 +48,9 @@ class Store {
   std::vector<std::string> GetRooms();
   bool SetRoomOptions(const std::string& id, const RoomOptions& options);
 
-  /// A fresh sequence number for an upload; it makes any earlier one of the room stale.
-  std::optional<std::string> HandOutSequence(const std::string& room);
+  /// The sequence number for the room's next upload. It is the same for everybody until an upload has used
+  /// it; with `renew` it is a fresh one that makes any earlier one stale.
+  std::optional<std::string> HandOutSequence(const std::string& room, bool renew);
   /// Makes the key the room's current one, if the sequence number is the one handed out last and unused.
   Upload UploadRoomKey(const std::string& room, const std::string& sequence, const Cert& certificate,
                        const std::string& data);

@@ -37,7 +37,7 @@ TEST_F(StoreTest, FindsNothingWhereNothingIs) {
   EXPECT_FALSE(store_.GetRoom("none").has_value());
   EXPECT_FALSE(store_.GetCurrentRoomKey("r").has_value());
   EXPECT_TRUE(store_.GetIntegrityKeys("g").empty());
-  EXPECT_FALSE(store_.HandOutSequence("none").has_value());
+  EXPECT_FALSE(store_.HandOutSequence("none", /*renew=*/false).has_value());
   EXPECT_FALSE(store_.SetRoomOptions("none", {}));
 }
 
@@ -72,17 +72,28 @@ TEST_F(StoreTest, AcceptsAnyStringAsRoomId) {
 
 TEST_F(StoreTest, TakesAnUploadOnceForItsSequenceNumber) {
   const Cert certificate = MakeIdentity("key").certificate;
-  const auto sequence = store_.HandOutSequence("r");
+  const auto sequence = store_.HandOutSequence("r", /*renew=*/true);
   ASSERT_TRUE(sequence.has_value());
   EXPECT_EQ(store_.UploadRoomKey("r", *sequence, certificate, "data"), Upload::Done);
   EXPECT_EQ(store_.UploadRoomKey("r", *sequence, certificate, "again"), Upload::StaleSequence);
   EXPECT_EQ(store_.GetCurrentRoomKey("r")->data, "data");
 }
 
+TEST_F(StoreTest, KeepsASequenceNumberUntilAnUploadUsesIt) {
+  const Cert certificate = MakeIdentity("key").certificate;
+  const auto first = store_.HandOutSequence("r", /*renew=*/false);
+  const auto second = store_.HandOutSequence("r", /*renew=*/false);
+  ASSERT_TRUE(first.has_value() && second.has_value());
+  EXPECT_EQ(*first, *second);
+  EXPECT_EQ(store_.UploadRoomKey("r", *first, certificate, "data"), Upload::Done);
+  EXPECT_EQ(store_.UploadRoomKey("r", *second, certificate, "data"), Upload::StaleSequence);
+  EXPECT_NE(*store_.HandOutSequence("r", /*renew=*/false), *first);
+}
+
 TEST_F(StoreTest, RefusesSequenceNumbersThatAreNotTheLast) {
   const Cert certificate = MakeIdentity("key").certificate;
-  const auto first = store_.HandOutSequence("r");
-  const auto second = store_.HandOutSequence("r");
+  const auto first = store_.HandOutSequence("r", /*renew=*/true);
+  const auto second = store_.HandOutSequence("r", /*renew=*/true);
   ASSERT_TRUE(first.has_value() && second.has_value());
   EXPECT_NE(*first, *second);
   for (const std::string& stale : {*first, std::string(), *second + "0", "0" + *second, std::string("x")}) {
@@ -94,8 +105,10 @@ TEST_F(StoreTest, RefusesSequenceNumbersThatAreNotTheLast) {
 TEST_F(StoreTest, FindsRoomKeysByIssuerAndSerial) {
   const Cert old = MakeIdentity("old").certificate;
   const Cert current = MakeIdentity("current").certificate;
-  ASSERT_EQ(store_.UploadRoomKey("r", *store_.HandOutSequence("r"), old, "old data"), Upload::Done);
-  ASSERT_EQ(store_.UploadRoomKey("r", *store_.HandOutSequence("r"), current, "current data"), Upload::Done);
+  ASSERT_EQ(store_.UploadRoomKey("r", *store_.HandOutSequence("r", /*renew=*/true), old, "old data"),
+            Upload::Done);
+  ASSERT_EQ(store_.UploadRoomKey("r", *store_.HandOutSequence("r", /*renew=*/true), current, "current data"),
+            Upload::Done);
   EXPECT_EQ(store_.GetCurrentRoomKey("r")->data, "current data");
   EXPECT_EQ(store_.FindRoomKey("r", old.GetIssuer(), old.GetSerial())->data, "old data");
   EXPECT_FALSE(store_.FindRoomKey("r", old.GetIssuer(), current.GetSerial()).has_value());
@@ -105,7 +118,8 @@ TEST_F(StoreTest, FindsRoomKeysByIssuerAndSerial) {
 TEST_F(StoreTest, ShowsTheCurrentKeyWithAnotherCertificate) {
   const Cert certificate = MakeIdentity("key").certificate;
   EXPECT_FALSE(store_.ReplaceRoomCertificate("r", "shown"));
-  ASSERT_EQ(store_.UploadRoomKey("r", *store_.HandOutSequence("r"), certificate, "data"), Upload::Done);
+  ASSERT_EQ(store_.UploadRoomKey("r", *store_.HandOutSequence("r", /*renew=*/true), certificate, "data"),
+            Upload::Done);
   ASSERT_TRUE(store_.ReplaceRoomCertificate("r", "shown"));
   EXPECT_EQ(store_.GetCurrentRoomKey("r")->certificate, "shown");
   EXPECT_EQ(store_.FindRoomKey("r", certificate.GetIssuer(), certificate.GetSerial())->certificate, "shown");
