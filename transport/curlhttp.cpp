@@ -75,4 +75,8 @@ CryptClientCurl::Ptr CryptClientCurl::Create(const CryptClientCurlOptions& optio
   return nullptr;
 }
 
+const char* CryptClientCurl::GetLibraryVersions() noexcept {
+  return curl_version();
+}
+
 }  // namespace OruKalvix
