@@ -1,0 +1,104 @@
+#ifndef CRYPTCLI_CRYPTCLI_H
+#define CRYPTCLI_CRYPTCLI_H
+
+/* cryptcli: end-to-end protection of stored files. The C interface, which has a stable ABI.
+ *
+ * A file of a *room* is signed with its group's integrity key and encrypted for the room's key. Private keys
+ * stay on the key servers; a *crypt service* says which room key and which key servers are to be used.
+ *
+ *     cryptcli_options *options = cryptcli_options_new();
+ *     cryptcli_options_set_service(options, "https://crypt.example.com/api", NULL);
+ *     cryptcli_client *client = NULL;
+ *     cryptcli_error *error = NULL;
+ *     if (cryptcli_client_new(options, &client, &error) != CRYPTCLI_OK ||
+ *         cryptcli_encrypt(client, "room-1", cryptcli_path("report.pdf"), cryptcli_path("report.p7m"), NULL,
+ * NULL, &error) != CRYPTCLI_OK) { fprintf(stderr, "%s\n", cryptcli_error_message(error));
+ *     }
+ *     cryptcli_error_free(error);
+ *     cryptcli_client_free(client);
+ *     cryptcli_options_free(options);
+ *
+ * Conventions
+ * - A function that can fail returns a cryptcli_status and takes an optional `cryptcli_error **` last. On
+ * failure it stores a new error there (or null when no memory is left), on success null; what was there
+ * before is not freed.
+ * - `*_new` makes an object, `*_free` ends it (null is fine). What a getter returns belongs to its object and
+ * is valid until that ends. Nothing else has to be freed.
+ * - Strings are NUL-terminated. Paths are the system's bytes; everything else is UTF-8 and checked. A null
+ * string in a setter takes the setting back to its default.
+ * - A client is immutable and serves any number of threads at once. Options, calls, reports and errors serve
+ * one thread at a time; only cryptcli_call_cancel may be called from any thread.
+ * - Callbacks run on the thread that called the library. They may not throw or jump out, and may call the
+ * library with another client.
+ * - The library grows by new functions and new enumerators. Treat a status that you do not know as
+ *   CRYPTCLI_INTERNAL, and an origin that you do not know as CRYPTCLI_ORIGIN_UNPROVEN.
+ */
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define CRYPTCLI_API __attribute__((visibility("default")))
+#else
+#define CRYPTCLI_API
+#endif
+
+/* The version of this header; cryptcli_version() gives that of the library. */
+#define CRYPTCLI_VERSION_MAJOR 1
+#define CRYPTCLI_VERSION_MINOR 0
+#define CRYPTCLI_VERSION_PATCH 0
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct cryptcli_options cryptcli_options;
+typedef struct cryptcli_client cryptcli_client;
+typedef struct cryptcli_call cryptcli_call;
+typedef struct cryptcli_report cryptcli_report;
+typedef struct cryptcli_error cryptcli_error;
+typedef struct cryptcli_request cryptcli_request;
+typedef struct cryptcli_response cryptcli_response;
+
+/* ---- Status
+ * ---------------------------------------------------------------------------------------------------- */
+
+/* How a function ended. The numbers never change. */
+typedef int32_t cryptcli_status;
+enum {
+  CRYPTCLI_OK = 0,
+  CRYPTCLI_INTERNAL = 1,         /* anything without a code of its own; no memory */
+  CRYPTCLI_INVALID_ARGUMENT = 2, /* the call is wrong; nothing was tried */
+  CRYPTCLI_UNREACHABLE = 3,      /* a server could not be reached, or its certificate is not trusted */
+  CRYPTCLI_TIMEOUT = 4,          /* a server did not respond in time */
+  CRYPTCLI_UNAUTHORISED = 5,     /* a server refused the caller (401, 403), or gave no authorization token */
+  CRYPTCLI_UNKNOWN_ROOM = 6, /* the crypt service does not know the room, or has no key of it for this file */
+  CRYPTCLI_KEY_REFUSED = 7,  /* the crypt service refuses to hand out the room's key for now */
+  CRYPTCLI_NOT_PROTECTED = 8, /* the source is no protected file */
+  CRYPTCLI_DAMAGED = 9,       /* the content or its signature is not what was protected */
+  CRYPTCLI_ORIGIN_NOT_PROVEN =
+      10,                    /* the content is whole, but its origin is weaker than the policy accepts */
+  CRYPTCLI_NO_SPACE = 11,    /* the file system is full, or a quota or size limit is reached */
+  CRYPTCLI_IO = 12,          /* a file cannot be read or written */
+  CRYPTCLI_CONFLICT = 13,    /* another client made the room's first key at the same time, again and again */
+  CRYPTCLI_CANCELLED = 14,   /* cryptcli_call_cancel, or a progress callback that returned 0 */
+  CRYPTCLI_SERVER_ERROR = 15 /* a server responded with an error or with something that it should not */
+};
+
+/* The name of a status in lower case ("origin_not_proven"); "internal" for an unknown one. Never null. */
+CRYPTCLI_API const char* cryptcli_status_name(cryptcli_status status);
+
+/* ---- Version
+ * --------------------------------------------------------------------------------------------------- */
+
+/* The version of the library, "1.0.0". */
+CRYPTCLI_API const char* cryptcli_version(void);
+/* What it was built and runs with, as a JSON object: "cryptcli" is its version, "transport" names libcurl
+ * with the TLS library behind it and their versions. */
+CRYPTCLI_API const char* cryptcli_build_info(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* CRYPTCLI_CRYPTCLI_H */

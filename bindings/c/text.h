@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "foundation/ansistr.h"
+#include "foundation/kvmap.h"
+
+// Strings on their way between C, the standard library and the class below.
+namespace CryptCliC {
+
+inline std::string ToString(const OruGuiBase::AnsiStr& text) {
+  return std::string(text.View());
+}
+inline OruGuiBase::AnsiStr ToAnsi(std::string_view text) {
+  return OruGuiBase::AnsiStr(text);
+}
+
+bool IsUtf8(std::string_view text);
+/// The string with U+FFFD in the place of what is not UTF-8, so that it can be shown and put into JSON.
+std::string MakeUtf8(std::string_view text);
+/// The object as compact JSON. Its strings have to be UTF-8.
+std::string ToJson(const OruGuiBase::KVMap& object);
+/// Sets a member to a string, made valid UTF-8 first.
+void SetText(OruGuiBase::KVMap& object, const char* name, std::string_view text);
+
+}  // namespace CryptCliC
