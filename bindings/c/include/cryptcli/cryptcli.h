@@ -97,6 +97,27 @@ CRYPTCLI_API const char* cryptcli_version(void);
  * with the TLS library behind it and their versions. */
 CRYPTCLI_API const char* cryptcli_build_info(void);
 
+/* ---- Error
+ * ----------------------------------------------------------------------------------------------------- */
+
+CRYPTCLI_API void cryptcli_error_free(cryptcli_error* error);
+CRYPTCLI_API cryptcli_status cryptcli_error_code(const cryptcli_error* error);
+/* For people, in UTF-8. Null has "no memory". */
+CRYPTCLI_API const char* cryptcli_error_message(const cryptcli_error* error);
+/* 1 when the same call may succeed later without anything being changed. */
+CRYPTCLI_API int32_t cryptcli_error_is_retryable(const cryptcli_error* error);
+/* The HTTP status and the URL of the exchange that failed last; 0 and "" where none did. The URL has no
+ * query. */
+CRYPTCLI_API uint32_t cryptcli_error_http_status(const cryptcli_error* error);
+CRYPTCLI_API const char* cryptcli_error_url(const cryptcli_error* error);
+/* The key servers that were asked in vain, in their order; null or 0 behind the last one. */
+CRYPTCLI_API size_t cryptcli_error_attempt_count(const cryptcli_error* error);
+CRYPTCLI_API const char* cryptcli_error_attempt_server(const cryptcli_error* error, size_t index);
+CRYPTCLI_API cryptcli_status cryptcli_error_attempt_code(const cryptcli_error* error, size_t index);
+CRYPTCLI_API const char* cryptcli_error_attempt_message(const cryptcli_error* error, size_t index);
+/* Everything above as one JSON object. */
+CRYPTCLI_API const char* cryptcli_error_json(const cryptcli_error* error);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <exception>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "bindings/c/error.h"
+#include "bindings/c/include/cryptcli/cryptcli.h"
+
+// What every function of the C interface has around its work: no exception crosses, and a failure becomes an
+// error object.
+namespace CryptCliC {
+
+/// Stores the failure for the caller, if it asked for it, and returns its status. Null is stored where no
+/// memory is left.
+inline cryptcli_status Fail(cryptcli_error** error, Failure failure) noexcept {
+  const cryptcli_status code = failure.code;
+  if (error != nullptr) *error = MakeError(std::move(failure));
+  return code;
+}
+
+inline cryptcli_status Fail(cryptcli_error** error, cryptcli_status code, std::string_view message) noexcept {
+  try {
+    Failure failure;
+    failure.code = code;
+    failure.message = message;
+    return Fail(error, std::move(failure));
+  } catch (...) {
+    if (error != nullptr) *error = nullptr;
+    return code;
+  }
+}
+
+/// Runs `work`, which returns a status and stores its own failures. An exception, which only a lack of
+/// resources can be behind, becomes CRYPTCLI_INTERNAL.
+template <class Work>
+cryptcli_status Guarded(cryptcli_error** error, Work work) noexcept {
+  if (error != nullptr) *error = nullptr;
+  try {
+    return work();
+  } catch (const std::exception& failure) {
+    return Fail(error, CRYPTCLI_INTERNAL, failure.what());
+  } catch (...) {
+    return Fail(error, CRYPTCLI_INTERNAL, "Unknown exception");
+  }
+}
+
+}  // namespace CryptCliC
