@@ -97,6 +97,84 @@ CRYPTCLI_API const char* cryptcli_version(void);
  * with the TLS library behind it and their versions. */
 CRYPTCLI_API const char* cryptcli_build_info(void);
 
+/* ---- Options
+ * --------------------------------------------------------------------------------------------------- */
+
+/* Options with every default; null when no memory is left. */
+CRYPTCLI_API cryptcli_options* cryptcli_options_new(void);
+CRYPTCLI_API void cryptcli_options_free(cryptcli_options* options);
+
+/* Base URL of the crypt service. The one option that has to be set, unless only cryptcli_inspect is used. */
+CRYPTCLI_API cryptcli_status cryptcli_options_set_service(cryptcli_options* options, const char* url,
+                                                          cryptcli_error** error);
+/* PEM file of the certification authorities to trust in place of the system's. */
+CRYPTCLI_API cryptcli_status cryptcli_options_set_ca_file(cryptcli_options* options, const char* path,
+                                                          cryptcli_error** error);
+/* PEM files of the client certificate and of its key. `key` may be null when the certificate's file holds it;
+ * `password_file`, whose first line is the key's password, may be null. */
+CRYPTCLI_API cryptcli_status cryptcli_options_set_client_certificate(cryptcli_options* options,
+                                                                     const char* certificate, const char* key,
+                                                                     const char* password_file,
+                                                                     cryptcli_error** error);
+/* URL of a proxy for every request. Proxy variables of the environment have no effect. */
+CRYPTCLI_API cryptcli_status cryptcli_options_set_proxy(cryptcli_options* options, const char* url,
+                                                        cryptcli_error** error);
+/* A header for every request to the crypt service, and to no other server: the place for credentials. */
+CRYPTCLI_API cryptcli_status cryptcli_options_add_header(cryptcli_options* options, const char* name,
+                                                         const char* value, cryptcli_error** error);
+/* Milliseconds that connecting to a server may take; 0 for the default of 30 s. */
+CRYPTCLI_API void cryptcli_options_set_connect_timeout(cryptcli_options* options, uint32_t milliseconds);
+/* Milliseconds that one exchange with a server may take in all; 0 for the default of 300 s. */
+CRYPTCLI_API void cryptcli_options_set_timeout(cryptcli_options* options, uint32_t milliseconds);
+/* The directory below which temporary files with plain content lie, each in a directory for the owner alone.
+ * The default is TMPDIR or /tmp. */
+CRYPTCLI_API cryptcli_status cryptcli_options_set_temporary_directory(cryptcli_options* options,
+                                                                      const char* path,
+                                                                      cryptcli_error** error);
+
+/* What a log callback gets. */
+typedef int32_t cryptcli_log_level;
+enum {
+  CRYPTCLI_LOG_ERROR = 1,   /* reasons of failures, those that a later attempt makes good included */
+  CRYPTCLI_LOG_REQUEST = 2, /* a line for each request */
+  CRYPTCLI_LOG_DEBUG = 3    /* what an operation finds, and bodies of requests and responses */
+};
+typedef void (*cryptcli_log_callback)(void* context, cryptcli_log_level level, const char* message);
+/* A callback for messages up to `level`; null for none. Without `reveal_secrets` (0) bodies, which carry
+ * keys, tokens and passwords, are left out. With it (1) the log is as secret as the keys themselves. */
+CRYPTCLI_API void cryptcli_options_set_log(cryptcli_options* options, cryptcli_log_level level,
+                                           cryptcli_log_callback callback, void* context,
+                                           int32_t reveal_secrets);
+
+/* A transport of the caller's own. It carries out `request`, blocks until that has ended and fills
+ * `response`. It returns 0 when there was an exchange, with whatever HTTP status, and -1 when there was none;
+ * cryptcli_response_set_error then says why. It is called on many threads at once. Redirects must not be
+ * followed. */
+typedef int32_t (*cryptcli_transport_callback)(void* context, const cryptcli_request* request,
+                                               cryptcli_response* response);
+/* Takes the place of the built-in transport, whose options (CA file, client certificate, proxy) then have no
+ * effect. Null for the built-in one. */
+CRYPTCLI_API void cryptcli_options_set_transport(cryptcli_options* options,
+                                                 cryptcli_transport_callback callback, void* context);
+CRYPTCLI_API const char* cryptcli_request_method(const cryptcli_request* request);
+CRYPTCLI_API const char* cryptcli_request_url(const cryptcli_request* request);
+CRYPTCLI_API size_t cryptcli_request_header_count(const cryptcli_request* request);
+/* Null behind the last one. */
+CRYPTCLI_API const char* cryptcli_request_header_name(const cryptcli_request* request, size_t index);
+CRYPTCLI_API const char* cryptcli_request_header_value(const cryptcli_request* request, size_t index);
+/* The body and its size in bytes. */
+CRYPTCLI_API const void* cryptcli_request_body(const cryptcli_request* request, size_t* size);
+/* Milliseconds for connecting and for the whole exchange. */
+CRYPTCLI_API uint32_t cryptcli_request_connect_timeout(const cryptcli_request* request);
+CRYPTCLI_API uint32_t cryptcli_request_timeout(const cryptcli_request* request);
+/* Each returns 0, or -1 when the value is invalid or cannot be stored; the transport then has to fail. */
+CRYPTCLI_API int32_t cryptcli_response_set_status(cryptcli_response* response, uint32_t status);
+CRYPTCLI_API int32_t cryptcli_response_add_header(cryptcli_response* response, const char* name,
+                                                  const char* value);
+CRYPTCLI_API int32_t cryptcli_response_append_body(cryptcli_response* response, const void* bytes,
+                                                   size_t size);
+CRYPTCLI_API int32_t cryptcli_response_set_error(cryptcli_response* response, const char* message);
+
 /* ---- Error
  * ----------------------------------------------------------------------------------------------------- */
 
