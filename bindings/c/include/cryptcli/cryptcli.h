@@ -175,6 +175,15 @@ CRYPTCLI_API int32_t cryptcli_response_append_body(cryptcli_response* response, 
                                                    size_t size);
 CRYPTCLI_API int32_t cryptcli_response_set_error(cryptcli_response* response, const char* message);
 
+/* ---- Client
+ * ---------------------------------------------------------------------------------------------------- */
+
+/* Makes a client from the options, which may be freed or changed afterwards. */
+CRYPTCLI_API cryptcli_status cryptcli_client_new(const cryptcli_options* options, cryptcli_client** client,
+                                                 cryptcli_error** error);
+/* No operation of the client may be running. */
+CRYPTCLI_API void cryptcli_client_free(cryptcli_client* client);
+
 /* ---- Error
  * ----------------------------------------------------------------------------------------------------- */
 

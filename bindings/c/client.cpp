@@ -1,0 +1,77 @@
+// Makes clients: checks the options as a whole and builds the transport.
+#include "bindings/c/client.h"
+
+#include <utility>
+
+#include "bindings/c/boundary.h"
+#include "bindings/c/text.h"
+#include "foundation/errorstate.h"
+#include "foundation/stream.h"
+
+using CryptCliC::Fail;
+using CryptCliC::Guarded;
+using CryptCliC::ToAnsi;
+using CryptCliC::ToString;
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+
+namespace {
+
+// The first line of the file.
+bool ReadPassword(const std::string& path, AnsiStr& password) {
+  AnsiStr text;
+  OruGuiBase::FastReadStream stream{OruGuiBase::File(ToAnsi(path))};
+  if (!stream.Read(text) || !stream.Close()) return false;
+  OruGuiBase::LineIterator lines(text);
+  if (lines.ToNext()) password = lines.GetLine();
+  return true;
+}
+
+cryptcli_status MakeTransport(cryptcli_client& client, cryptcli_error** error) {
+  const cryptcli_options& options = client.options;
+  if (options.transport != nullptr) {
+    client.callback =
+        std::make_unique<CryptCliC::CallbackTransport>(options.transport, options.transportContext);
+    return CRYPTCLI_OK;
+  }
+  OruKalvix::CryptClientCurlOptions curl = options.curl;
+  curl.serviceUrl = ToAnsi(options.service);
+  if (!options.serviceHeaders.IsEmpty()) {
+    curl.credentials = [headers = options.serviceHeaders](const AnsiStr&, const AnsiStr&, KVMap& given,
+                                                          AnsiStr&) {
+      given = headers;
+      return true;
+    };
+  }
+  if (!options.clientKeyPasswordFile.empty() &&
+      !ReadPassword(options.clientKeyPasswordFile, curl.clientKeyPassword)) {
+    return Fail(error, CRYPTCLI_IO,
+                "Could not read \"" + options.clientKeyPasswordFile +
+                    "\": " + ToString(OruGuiBase::GetSystemErrorText()));
+  }
+  AnsiStr reason;
+  client.curl = OruKalvix::CryptClientCurl::Create(curl, reason);
+  return client.curl != nullptr ? CRYPTCLI_OK : Fail(error, CRYPTCLI_INVALID_ARGUMENT, reason.View());
+}
+
+}  // namespace
+
+cryptcli_status cryptcli_client_new(const cryptcli_options* options, cryptcli_client** client,
+                                    cryptcli_error** error) {
+  if (client != nullptr) *client = nullptr;
+  return Guarded(error, [&]() -> cryptcli_status {
+    if (options == nullptr || client == nullptr)
+      return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No options or no client");
+    if (options->service.empty())
+      return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No URL of the crypt service");
+    auto made = std::make_unique<cryptcli_client>();
+    made->options = *options;
+    const cryptcli_status status = MakeTransport(*made, error);
+    if (status == CRYPTCLI_OK) *client = made.release();
+    return status;
+  });
+}
+
+void cryptcli_client_free(cryptcli_client* client) {
+  delete client;
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <memory>
+
+#include "bindings/c/callback_transport.h"
+#include "bindings/c/include/cryptcli/cryptcli.h"
+#include "bindings/c/options.h"
+#include "transport/curlhttp.h"
+
+/// A client: its options and its transport, both immutable. Each operation makes a CryptClient of its own, so
+/// any number may run at once; they share the transport and the connections that it keeps open.
+struct cryptcli_client {
+  cryptcli_options options;
+  OruKalvix::CryptClientCurl::Ptr curl;
+  std::unique_ptr<CryptCliC::CallbackTransport> callback;
+
+  OruKalvix::ICryptClientHttp& GetTransport() const {
+    if (callback != nullptr) return *callback;
+    return *curl;
+  }
+};
