@@ -184,6 +184,50 @@ CRYPTCLI_API cryptcli_status cryptcli_client_new(const cryptcli_options* options
 /* No operation of the client may be running. */
 CRYPTCLI_API void cryptcli_client_free(cryptcli_client* client);
 
+/* ---- Origin and policy
+ * ----------------------------------------------------------------------------------------- */
+
+/* What is known about where the content of a protected file comes from, from the strongest to the weakest. */
+typedef int32_t cryptcli_origin;
+enum {
+  CRYPTCLI_ORIGIN_UNSIGNED = 0,       /* no signature */
+  CRYPTCLI_ORIGIN_UNPROVEN = 1,       /* the signature holds; a check of the signer failed */
+  CRYPTCLI_ORIGIN_SIGNATURE_ONLY = 2, /* the signature holds; no signer was examined, since the crypt service
+                                         hands out the room's key in the clear: anybody can have signed */
+  CRYPTCLI_ORIGIN_OTHER_ROOM =
+      3, /* signer and chain hold, for another room or group than the crypt service named */
+  CRYPTCLI_ORIGIN_PROVEN = 4 /* signer and chain hold, for the room and group that the crypt service named */
+};
+/* The name in lower case ("signature_only"); "unproven" for an unknown one. Never null. */
+CRYPTCLI_API const char* cryptcli_origin_name(cryptcli_origin origin);
+
+/* The weakest origin whose content is delivered. */
+typedef int32_t cryptcli_policy;
+enum {
+  CRYPTCLI_ACCEPT_PROVEN = 0,         /* proven alone: the default */
+  CRYPTCLI_ACCEPT_ANY_SIGNER = 1,     /* and other_room */
+  CRYPTCLI_ACCEPT_SIGNATURE_ONLY = 2, /* and signature_only */
+  CRYPTCLI_ACCEPT_ANYTHING = 3        /* unproven and unsigned content, too */
+};
+
+/* ---- Call: what one operation may be told
+ * ---------------------------------------------------------------------- */
+
+CRYPTCLI_API cryptcli_call* cryptcli_call_new(void);
+CRYPTCLI_API void cryptcli_call_free(cryptcli_call* call);
+/* What decrypt and rekey deliver. verify always reports what it found and fails where this would not deliver.
+ */
+CRYPTCLI_API cryptcli_status cryptcli_call_set_accept(cryptcli_call* call, cryptcli_policy policy,
+                                                      cryptcli_error** error);
+/* `done` of `total` bytes of the source; returns nonzero to go on, 0 to cancel. Called after each chunk. */
+typedef int32_t (*cryptcli_progress_callback)(void* context, uint64_t done, uint64_t total);
+CRYPTCLI_API void cryptcli_call_set_progress(cryptcli_call* call, cryptcli_progress_callback callback,
+                                             void* context);
+/* Cancels the operation that runs with the call, or the next one. From any thread, and from a signal handler.
+ * The operation ends with CRYPTCLI_CANCELLED and leaves its target as it was, unless it had been delivered.
+ */
+CRYPTCLI_API void cryptcli_call_cancel(cryptcli_call* call);
+
 /* ---- Error
  * ----------------------------------------------------------------------------------------------------- */
 

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <atomic>
+
+#include "bindings/c/include/cryptcli/cryptcli.h"
+
+/// What one operation may be told. Only `cancelled` may be touched while an operation runs.
+struct cryptcli_call {
+  cryptcli_policy accept = CRYPTCLI_ACCEPT_PROVEN;
+  cryptcli_progress_callback progress = nullptr;
+  void* progressContext = nullptr;
+  std::atomic<bool> cancelled{false};
+  static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may cancel");
+};
