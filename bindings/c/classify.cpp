@@ -1,0 +1,201 @@
+// Turns messages into status codes. A message is made of the operation's own words and, behind ": ", the
+// reason that it got from below. So the end of a message is looked at first: a reason of the system or of an
+// exchange says more than the words before it. Then the table of beginnings decides.
+#include "bindings/c/classify.h"
+
+#include <array>
+#include <cerrno>
+#include <string>
+
+#include "foundation/errorstate.h"
+
+namespace CryptCliC {
+
+namespace {
+
+struct Row {
+  std::string_view beginning;
+  cryptcli_status code;
+};
+
+// In the order of the files of the class that they come from; the first one that fits counts.
+constexpr std::array kRows = {
+    // Reading a protected file.
+    Row{"Could not parse encrypted file", CRYPTCLI_NOT_PROTECTED},
+    Row{"Invalid content type", CRYPTCLI_NOT_PROTECTED},
+    Row{"Could not read encrypted content keys", CRYPTCLI_NOT_PROTECTED},
+    Row{"Could not get encrypted content key", CRYPTCLI_NOT_PROTECTED},
+    Row{"Could not find matching room key", CRYPTCLI_UNKNOWN_ROOM},
+    Row{"Could not decrypt document key", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not set recipient key", CRYPTCLI_DAMAGED},
+    Row{"Could not set content key", CRYPTCLI_DAMAGED},
+    Row{"Could not decrypt file", CRYPTCLI_DAMAGED},
+    // Behind it is a fault of the message in our own words, or what the certificate library says about a
+    // chain.
+    Row{"Could not verify signature: A signer's RSA key", CRYPTCLI_ORIGIN_NOT_PROVEN},
+    Row{"Could not verify signature: A ", CRYPTCLI_DAMAGED},
+    Row{"Could not verify signature: The ", CRYPTCLI_DAMAGED},
+    Row{"Could not verify signature", CRYPTCLI_ORIGIN_NOT_PROVEN},
+    Row{"Could not read signed content", CRYPTCLI_DAMAGED},
+    Row{"Could not read digested content", CRYPTCLI_DAMAGED},
+    Row{"Could not read signer information", CRYPTCLI_DAMAGED},
+    Row{"Invalid signer certificate", CRYPTCLI_DAMAGED},
+    Row{"Could not determine group of signer", CRYPTCLI_DAMAGED},
+    Row{"Could not determine signer certificate digest", CRYPTCLI_DAMAGED},
+    Row{"Could not find a matching integrity certificate", CRYPTCLI_ORIGIN_NOT_PROVEN},
+    Row{"Could not verify integrity certificate", CRYPTCLI_ORIGIN_NOT_PROVEN},
+    Row{"Untrusted integrity certificate issuer", CRYPTCLI_ORIGIN_NOT_PROVEN},
+    // Writing one.
+    Row{"Could not create temporary file", CRYPTCLI_IO},
+    Row{"Could not move temporary file", CRYPTCLI_IO},
+    Row{"Could not create enveloped data", CRYPTCLI_INTERNAL},
+    Row{"Could not add recipient", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not encrypt file", CRYPTCLI_IO},
+    Row{"Could not sign file", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not sign hash", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not decode signedHashes", CRYPTCLI_SERVER_ERROR},
+    // The crypt service and what it names.
+    Row{"Could not get authorization token", CRYPTCLI_UNAUTHORISED},
+    Row{"Invalid authorization token", CRYPTCLI_UNAUTHORISED},
+    Row{"Could not get room key", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not get room certificates", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not get integrity certificate", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not upload new room key", CRYPTCLI_SERVER_ERROR},
+    Row{"Invalid room", CRYPTCLI_SERVER_ERROR},  // also "Invalid room key: ..."
+    Row{"Invalid group", CRYPTCLI_SERVER_ERROR},
+    Row{"Invalid key server URL", CRYPTCLI_SERVER_ERROR},
+    Row{"Invalid timeout value", CRYPTCLI_SERVER_ERROR},
+    // Key servers and the room keys that they make.
+    Row{"Could not connect to key server", CRYPTCLI_UNREACHABLE},
+    Row{"Invalid key server time", CRYPTCLI_SERVER_ERROR},
+    Row{"Invalid payload", CRYPTCLI_SERVER_ERROR},
+    Row{"Unexpected response type", CRYPTCLI_SERVER_ERROR},
+    Row{"Unexpected content type", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not parse response", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not generate wrapped key", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not modify wrapped key", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not decrypt room key", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not parse integrity certificate", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not parse room key", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not extract room key content", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not parse list of", CRYPTCLI_SERVER_ERROR},
+    Row{"No trusted issuing certificates", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not verify room key", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not add inner signing certificate", CRYPTCLI_INTERNAL},
+    Row{"Could not get audit log", CRYPTCLI_SERVER_ERROR},
+    Row{"Could not create ", CRYPTCLI_IO},
+    Row{"HTTP ", CRYPTCLI_SERVER_ERROR},
+    // The call itself.
+    Row{"Invalid URL", CRYPTCLI_INVALID_ARGUMENT},
+    Row{"Invalid base64 hash", CRYPTCLI_INVALID_ARGUMENT},
+    Row{"Could not convert object to JSON", CRYPTCLI_INVALID_ARGUMENT},
+    Row{"Unknown crypt client method identifier", CRYPTCLI_INVALID_ARGUMENT},
+    Row{"No HTTP service", CRYPTCLI_INTERNAL},
+    Row{"HTTP service failed", CRYPTCLI_UNREACHABLE},
+};
+
+constexpr std::uint32_t kAuthFailed = 609;
+constexpr std::uint32_t kReadOnly = 618;
+constexpr std::uint32_t kTemporarilyUnavailable = 619;
+
+std::string_view Reason(std::string_view message) {
+  const std::size_t at = message.rfind(": ");
+  return at == std::string_view::npos ? message : message.substr(at + 2);
+}
+
+// The number of a key server's error, "607 Key Not Found"; 0 for anything else.
+std::uint32_t KeyServerCode(std::string_view reason) {
+  std::uint32_t code = 0;
+  std::size_t digits = 0;
+  while (digits < reason.size() && reason[digits] >= '0' && reason[digits] <= '9' && digits < 6) {
+    code = code * 10 + static_cast<std::uint32_t>(reason[digits++] - '0');
+  }
+  return digits >= 3 && digits < reason.size() && reason[digits] == ' ' ? code : 0;
+}
+
+cryptcli_status CodeOfErrno(int number) {
+  switch (number) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return CRYPTCLI_NO_SPACE;
+    case ECANCELED:
+      return CRYPTCLI_CANCELLED;
+    case ENOMEM:
+      return CRYPTCLI_INTERNAL;
+    default:
+      return CRYPTCLI_IO;
+  }
+}
+
+// A reason that is the system's own text for one of its numbers; OK for any other.
+cryptcli_status CodeOfSystemText(std::string_view reason) {
+  constexpr std::uint32_t kNumbers = 134;
+  for (std::uint32_t number = 1; number < kNumbers; ++number) {
+    if (OruGuiBase::GetErrorMessage(number, 0, 1).View() == reason)
+      return CodeOfErrno(static_cast<int>(number));
+  }
+  return CRYPTCLI_OK;
+}
+
+bool IsReasonOf(std::string_view message, const FailedExchange& exchange) {
+  if (!exchange.happened) return false;
+  if (!exchange.hasResponse) return !exchange.reason.empty() && message.ends_with(exchange.reason);
+  return message.ends_with("HTTP " + std::to_string(exchange.status));
+}
+
+}  // namespace
+
+cryptcli_status ClassifyExchange(const FailedExchange& exchange) {
+  if (!exchange.hasResponse) {
+    return exchange.reason.starts_with("Gave up waiting for ") ? CRYPTCLI_TIMEOUT : CRYPTCLI_UNREACHABLE;
+  }
+  switch (exchange.status) {
+    case 401:
+    case 403:
+    case 407:
+      return CRYPTCLI_UNAUTHORISED;
+    case 404:
+    case 410:
+      return exchange.isCryptService ? CRYPTCLI_UNKNOWN_ROOM : CRYPTCLI_SERVER_ERROR;
+    case 408:
+    case 504:
+      return CRYPTCLI_TIMEOUT;
+    case 409:
+    case 412:
+      return exchange.isCryptService ? CRYPTCLI_CONFLICT : CRYPTCLI_SERVER_ERROR;
+    default:
+      return CRYPTCLI_SERVER_ERROR;
+  }
+}
+
+cryptcli_status Classify(std::string_view message, const FailedExchange& exchange) {
+  if (IsReasonOf(message, exchange)) return ClassifyExchange(exchange);
+  const std::string_view reason = Reason(message);
+  const std::uint32_t keyServerCode = KeyServerCode(reason);
+  if (keyServerCode != 0) return keyServerCode == kAuthFailed ? CRYPTCLI_UNAUTHORISED : CRYPTCLI_SERVER_ERROR;
+  const cryptcli_status system = CodeOfSystemText(reason);
+  if (system != CRYPTCLI_OK) return system;
+  for (const Row& row : kRows) {
+    if (message.starts_with(row.beginning)) return row.code;
+  }
+  return CRYPTCLI_INTERNAL;
+}
+
+bool IsRetryable(cryptcli_status code, std::string_view message, const FailedExchange& exchange) {
+  switch (code) {
+    case CRYPTCLI_UNREACHABLE:
+    case CRYPTCLI_TIMEOUT:
+    case CRYPTCLI_CONFLICT:
+      return true;
+    case CRYPTCLI_SERVER_ERROR: {
+      const std::uint32_t keyServerCode = KeyServerCode(Reason(message));
+      if (keyServerCode != 0) return keyServerCode == kReadOnly || keyServerCode == kTemporarilyUnavailable;
+      return IsReasonOf(message, exchange) && (exchange.status >= 500 || exchange.status == 429);
+    }
+    default:
+      return false;
+  }
+}
+
+}  // namespace CryptCliC

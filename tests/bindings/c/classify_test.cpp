@@ -1,0 +1,77 @@
+#include "bindings/c/classify.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+
+namespace CryptCliC {
+namespace {
+
+// The messages that the class can give: the literals of every call that records one.
+std::set<std::string> ReadMessages() {
+  static const std::regex call(
+      R"re((?:Fail|FailWithSystemError|SetError|SetHttpError|SetErrorMessage)\(\(?(?:AnsiStr\()?\s*"((?:[^"\\]|\\.)*)")re");
+  std::set<std::string> messages;
+  for (const char* folder : {"client", "exchange", "roomkeys", "protection"}) {
+    for (const auto& entry :
+         std::filesystem::directory_iterator(std::string(CRYPTCLI_SOURCE_DIR) + "/" + folder)) {
+      if (entry.path().extension() != ".cpp") continue;
+      std::stringstream text;
+      text << std::ifstream(entry.path()).rdbuf();
+      const std::string source = text.str();
+      for (std::sregex_iterator found(source.begin(), source.end(), call), end; found != end; ++found) {
+        messages.insert((*found)[1]);
+      }
+    }
+  }
+  return messages;
+}
+
+// These carry another message whole, or say what no caller can act on.
+const std::set<std::string> kWithoutOwnCode = {"%s",
+                                               "%s: %s",
+                                               "%lld %s",
+                                               "No HTTP service",
+                                               "Could not create enveloped data",
+                                               "Could not add inner signing certificate to store"};
+
+TEST(Classify, KnowsEveryMessageOfTheClass) {
+  const std::set<std::string> messages = ReadMessages();
+  EXPECT_GT(messages.size(), 60U);
+  for (const std::string& message : messages) {
+    if (kWithoutOwnCode.contains(message)) continue;
+    EXPECT_NE(Classify(message, {}), CRYPTCLI_INTERNAL) << message;
+  }
+}
+
+TEST(Classify, LooksAtTheReasonOfTheSystemFirst) {
+  EXPECT_EQ(Classify("Could not sign file: No space left on device", {}), CRYPTCLI_NO_SPACE);
+  EXPECT_EQ(Classify("Could not sign file: File too large", {}), CRYPTCLI_NO_SPACE);
+  EXPECT_EQ(Classify("Could not parse encrypted file: Permission denied", {}), CRYPTCLI_IO);
+  EXPECT_EQ(Classify("Could not decrypt file: Operation canceled", {}), CRYPTCLI_CANCELLED);
+}
+
+TEST(Classify, LooksAtTheExchangeBehindAMessage) {
+  const FailedExchange notFound{true, true, true, 404, {}};
+  EXPECT_EQ(Classify("Could not get room key: HTTP 404", notFound), CRYPTCLI_UNKNOWN_ROOM);
+  const FailedExchange silent{true, false, false, 0, "Gave up waiting for host:1: timed out"};
+  EXPECT_EQ(Classify("Could not connect to key server: Gave up waiting for host:1: timed out", silent),
+            CRYPTCLI_TIMEOUT);
+  // An exchange that failed before does not explain a later message.
+  EXPECT_EQ(Classify("Could not verify signature: The content is not what was signed", notFound),
+            CRYPTCLI_DAMAGED);
+}
+
+TEST(Classify, KnowsTheErrorsOfKeyServers) {
+  EXPECT_EQ(Classify("Could not sign file: 607 Key Not Found", {}), CRYPTCLI_SERVER_ERROR);
+  EXPECT_EQ(Classify("609 Auth Failed", {}), CRYPTCLI_UNAUTHORISED);
+  EXPECT_TRUE(IsRetryable(CRYPTCLI_SERVER_ERROR, "619 Service Temporary Unavailable", {}));
+  EXPECT_FALSE(IsRetryable(CRYPTCLI_SERVER_ERROR, "607 Key Not Found", {}));
+}
+
+}  // namespace
+}  // namespace CryptCliC
