@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bindings/c/call.h"
+#include "bindings/c/classify.h"
+#include "bindings/c/client.h"
+#include "bindings/c/error.h"
+#include "exchange/icryptclienthttp.h"
+#include "foundation/threadobserver.h"
+
+namespace CryptCliC {
+
+/// What a signature says, as the class read it while it examined the signer.
+struct SignerFacts {
+  std::string group;  ///< decoded where the signature carries it in hexadecimal form
+  std::string room;
+  std::string roomUrl;
+};
+
+/// What came to light in the course of one operation, beside its result.
+struct Facts {
+  std::vector<SignerFacts> signers;
+  std::vector<std::string> chain;  ///< subjects, from the first signer up
+  std::string serviceGroup;
+  std::string serviceRoom;
+  bool isPlainKey = false;
+  bool isKeyRefused = false;  ///< for now, by the refusal that an application can treat on its own
+  bool isRoomDenied = false;  ///< by any other refusal that names the reason
+};
+
+/// One operation of the class on the calling thread: it is the transport that the class uses, before the real
+/// one, and the observer of the thread. From both it learns the facts and the failed attempts, sets timeouts,
+/// cancels, reports progress and writes the log. Lives on the stack; one at a time is the thread's observer.
+class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::IThreadObserver {
+ public:
+  Operation(const cryptcli_client& client, cryptcli_call* call);
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
+  ~Operation();
+
+  /// From here on `passes` times `size` bytes are to be read, which is shown as `size` bytes of progress.
+  void StartProgress(std::uint64_t size, unsigned passes);
+  void FinishProgress();
+  /// Forgets what an attempt found, for the next one.
+  void StartOver();
+
+  const Facts& GetFacts() const { return facts_; }
+  /// Whether the crypt service refused the upload of a new room key because another client was faster.
+  bool HasLostUpload() const;
+  /// Whether the operation was cancelled. The call can be used again then.
+  bool TakeCancelled();
+  bool IsCancelled() noexcept override;
+  /// The failure for a message of the class or of this layer, with what the operation knows about it.
+  Failure MakeFailure(std::string_view message);
+
+  // The transport that the class uses.
+  void* QueryInterface(const char*) override { return nullptr; }
+  std::uint32_t AddRef() override { return 1; }
+  std::uint32_t Release() override { return 1; }
+  std::int32_t SendRequest(const OruGuiBase::AnsiStr& method, const OruGuiBase::AnsiStr& url,
+                           const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& body,
+                           const OruKalvix::HttpOptions& options, OruKalvix::HttpResponse& response) override;
+
+  // The observer of the thread.
+  std::uint32_t GetTraceLevel() const noexcept override;
+  void OnTrace(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
+               const char* text) noexcept override;
+  void OnRead(std::uint64_t bytes) noexcept override;
+  const char* GetTemporaryDirectory() const noexcept override;
+
+ private:
+  struct Exchange {
+    std::string url;
+    bool isCryptService = false;
+    bool failed = false;
+    bool hasResponse = false;
+    std::uint32_t status = 0;
+    std::string reason;
+  };
+
+  void Record(const OruGuiBase::AnsiStr& url, bool hasResponse, const OruKalvix::HttpResponse& response);
+  void ReadServiceResponse(std::string_view path, const OruGuiBase::AnsiStr& body);
+  void TakeFact(std::string_view text);
+  void TakeError(std::string_view text);
+  void Log(std::uint32_t level, std::string_view text) const;
+  FailedExchange GetFailedExchange() const;
+
+  const cryptcli_client& client_;
+  cryptcli_call* call_;
+  OruGuiBase::IThreadObserver* before_;
+  Facts facts_;
+  Exchange latest_;
+  std::vector<Attempt> attempts_;
+  bool isAttemptOpen_ =
+      false;  ///< the latest exchange was with a key server and its failure is not recorded yet
+  std::string examinedGroup_;  ///< of the latest question for integrity certificates
+  std::uint64_t size_ = 0;
+  std::uint64_t read_ = 0;
+  unsigned passes_ = 0;
+  bool cancelled_ = false;
+};
+
+}  // namespace CryptCliC
