@@ -1,0 +1,300 @@
+// What surrounds an operation of the class. Called by files.cpp and perform.cpp, for each operation.
+//
+// The class reports a bool and a message. Everything else that a caller wants to know passes by on the way:
+// the crypt service's responses name room and group, the question for integrity certificates names the group
+// of a signer, and the traces of the thread name what the signature says and the reason of each failed
+// attempt.
+#include "bindings/c/operation.h"
+
+#include <algorithm>
+
+#include "bindings/c/text.h"
+#include "foundation/json.h"
+#include "foundation/val.h"
+
+namespace CryptCliC {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+using OruGuiBase::ValType;
+using OruKalvix::HttpOptions;
+using OruKalvix::HttpResponse;
+
+namespace {
+
+// The class's levels of traces.
+constexpr std::uint32_t kRequestTrace = 1;
+constexpr std::uint32_t kDetailTrace = 2;
+constexpr std::uint32_t kErrorTrace = 4;
+
+constexpr std::uint32_t kStatusOk = 200;
+constexpr std::uint32_t kStatusConflict = 409;
+constexpr std::string_view kUploadPath = "/crypt/newkey/";
+// The crypt service's one refusal that an application can treat on its own.
+constexpr std::string_view kKeyRefused = "QOB.1.1001.1.422645";
+
+bool TakePrefix(std::string_view& text, std::string_view prefix) {
+  if (!text.starts_with(prefix)) return false;
+  text.remove_prefix(prefix.size());
+  return true;
+}
+
+// The text between brackets that ends a trace: "group=[...]".
+bool TakeBracketed(std::string_view text, std::string_view prefix, std::string& value) {
+  if (!TakePrefix(text, prefix) || !text.ends_with(']')) return false;
+  value = text.substr(0, text.size() - 1);
+  return true;
+}
+
+int HexDigit(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+  return digit >= 'a' && digit <= 'f' ? digit - 'a' + 10 : -1;
+}
+
+// The class escapes each segment of a path as RFC 3986 has it.
+std::string Unescape(std::string_view segment) {
+  std::string text;
+  for (std::size_t i = 0; i < segment.size(); ++i) {
+    const bool isEscape = segment[i] == '%' && i + 2 < segment.size();
+    const int high = isEscape ? HexDigit(segment[i + 1]) : -1;
+    const int low = isEscape ? HexDigit(segment[i + 2]) : -1;
+    if (high >= 0 && low >= 0) {
+      text += static_cast<char>(high * 16 + low);
+      i += 2;
+    } else {
+      text += segment[i];
+    }
+  }
+  return text;
+}
+
+// "https://server:port" of a URL.
+std::string_view OriginOf(std::string_view url) {
+  const std::size_t scheme = url.find("://");
+  const std::size_t start = scheme == std::string_view::npos ? 0 : scheme + 3;
+  return url.substr(0, std::min(url.find('/', start), url.size()));
+}
+
+std::string_view WithoutQuery(std::string_view url) {
+  return url.substr(0, url.find('?'));
+}
+
+std::string Member(const KVMap& object, const char* name) {
+  const Val value = object.Get(name);
+  return value.GetType() == ValType::String ? ToString(value.AsString()) : std::string();
+}
+
+// The service itself or something below it.
+bool IsAtService(std::string_view url, std::string_view service) {
+  return TakePrefix(url, service) &&
+         (url.empty() || service.ends_with('/') || url.front() == '/' || url.front() == '?');
+}
+
+bool IsBody(std::string_view trace) {
+  return trace.starts_with("CryptClient::HttpPost: request[") ||
+         trace.starts_with("CryptClient::ParseResponseJSON: response[");
+}
+
+}  // namespace
+
+Operation::Operation(const cryptcli_client& client, cryptcli_call* call)
+    : client_(client), call_(call), before_(OruGuiBase::SetThreadObserver(this)) {}
+
+Operation::~Operation() {
+  OruGuiBase::SetThreadObserver(before_);
+}
+
+void Operation::StartProgress(std::uint64_t size, unsigned passes) {
+  size_ = size;
+  passes_ = passes;
+  read_ = 0;
+}
+
+void Operation::FinishProgress() {
+  if (call_ != nullptr && call_->progress != nullptr) call_->progress(call_->progressContext, size_, size_);
+}
+
+void Operation::StartOver() {
+  facts_ = Facts();
+  latest_ = Exchange();
+  attempts_.clear();
+  isAttemptOpen_ = false;
+  examinedGroup_.clear();
+  read_ = 0;
+}
+
+bool Operation::HasLostUpload() const {
+  return latest_.failed && latest_.hasResponse && latest_.isCryptService &&
+         latest_.status == kStatusConflict && latest_.url.find(kUploadPath) != std::string::npos;
+}
+
+bool Operation::TakeCancelled() {
+  const bool cancelled = IsCancelled();
+  if (cancelled && call_ != nullptr) call_->cancelled.store(false, std::memory_order_relaxed);
+  return cancelled;
+}
+
+bool Operation::IsCancelled() noexcept {
+  return cancelled_ || (call_ != nullptr && call_->cancelled.load(std::memory_order_relaxed));
+}
+
+FailedExchange Operation::GetFailedExchange() const {
+  return {latest_.failed, latest_.hasResponse, latest_.isCryptService, latest_.status, latest_.reason};
+}
+
+Failure Operation::MakeFailure(std::string_view message) {
+  Failure failure;
+  const FailedExchange exchange = GetFailedExchange();
+  failure.message = message;
+  failure.code = Classify(message, exchange);
+  if (facts_.isKeyRefused) failure.code = CRYPTCLI_KEY_REFUSED;
+  if (facts_.isRoomDenied) failure.code = CRYPTCLI_UNKNOWN_ROOM;
+  if (TakeCancelled()) failure.code = CRYPTCLI_CANCELLED;
+  failure.retryable = IsRetryable(failure.code, message, exchange);
+  if (latest_.failed || facts_.isKeyRefused || facts_.isRoomDenied) {
+    failure.httpStatus = latest_.status;
+    failure.url = WithoutQuery(latest_.url);
+  }
+  failure.attempts = attempts_;
+  return failure;
+}
+
+std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, const KVMap& headers,
+                                    const AnsiStr& body, const HttpOptions& options, HttpResponse& response) {
+  isAttemptOpen_ = false;
+  if (IsCancelled()) {
+    response.errorText = "The operation was cancelled";
+    Record(url, false, response);
+    return -1;
+  }
+  // A probe of a key server comes with a limit of its own.
+  HttpOptions limited = options;
+  const std::uint32_t own = options.useTimeouts ? options.timeouts[2] : 0;
+  limited.useTimeouts = true;
+  limited.timeouts[2] = own != 0 ? std::min(own, client_.options.timeout) : client_.options.timeout;
+  limited.timeouts[0] = std::min(client_.options.connectTimeout, limited.timeouts[2]);
+  limited.timeouts[1] = limited.timeouts[2];
+  KVMap all = headers;
+  const bool isOurs = client_.callback != nullptr && IsAtService(url.View(), client_.options.service);
+  for (std::uint32_t i = 0; isOurs && i < client_.options.serviceHeaders.GetCount(); ++i) {
+    const AnsiStr& name = client_.options.serviceHeaders.GetKeys()[i];
+    if (headers.Find(name) >= headers.GetCount())
+      all.Put(name, client_.options.serviceHeaders.GetValues()[i]);
+  }
+  const std::int32_t result = client_.GetTransport().SendRequest(method, url, all, body, limited, response);
+  Record(url, result >= 0, response);
+  return result;
+}
+
+void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse& response) {
+  latest_.url = ToString(url);
+  latest_.isCryptService = IsAtService(url.View(), client_.options.service);
+  latest_.hasResponse = hasResponse;
+  latest_.status = hasResponse ? response.status : 0;
+  latest_.failed = !hasResponse || response.status != kStatusOk;
+  latest_.reason = hasResponse ? std::string() : ToString(response.errorText);
+  isAttemptOpen_ = !latest_.isCryptService;
+  if (!latest_.isCryptService) return;
+  std::string_view path(latest_.url);
+  path.remove_prefix(client_.options.service.size());
+  while (TakePrefix(path, "/")) {
+  }
+  if (TakePrefix(path, "crypt/") && !latest_.failed) ReadServiceResponse(path, response.body);
+}
+
+// `path` is that behind "crypt/": "key/<room>", "certlist/<group>/integrity/sha256".
+void Operation::ReadServiceResponse(std::string_view path, const AnsiStr& body) {
+  const bool isKey = TakePrefix(path, "key/");
+  if (!isKey) {
+    const std::size_t end = path.find("/integrity/");
+    if (TakePrefix(path, "certlist/") && end != std::string_view::npos) {
+      examinedGroup_ = Unescape(path.substr(0, path.find("/integrity/")));
+    }
+    return;
+  }
+  Val value;
+  AnsiStr error;
+  if (!OruGuiBase::JSON2Val(body, value, error) || value.GetType() != ValType::Map) return;
+  const KVMap object = value.AsMap();
+  facts_.serviceRoom = Member(object, "room");
+  facts_.serviceGroup = Member(object, "group");
+  facts_.isPlainKey = !Member(object, "plain").empty();
+  const std::string errorId = Member(object, "errorid");
+  facts_.isKeyRefused = errorId == kKeyRefused;
+  facts_.isRoomDenied = !facts_.isKeyRefused && (!errorId.empty() || !Member(object, "errortext").empty());
+}
+
+std::uint32_t Operation::GetTraceLevel() const noexcept {
+  return client_.options.logLevel >= CRYPTCLI_LOG_REQUEST ? kRequestTrace : kDetailTrace;
+}
+
+void Operation::OnTrace(std::uint32_t, std::uint32_t level, const char*, std::uint32_t,
+                        const char* text) noexcept {
+  try {
+    if (level == kDetailTrace) TakeFact(text);
+    if (level == kErrorTrace) TakeError(text);
+    Log(level, text);
+  } catch (...) {
+    // A fact that is lost makes the origin weaker, never stronger.
+  }
+}
+
+void Operation::TakeFact(std::string_view text) {
+  std::string value;
+  if (TakeBracketed(text, "CryptClient::DecryptFile: group=[", value)) {
+    facts_.signers.emplace_back();
+    facts_.signers.back().group = value;
+    examinedGroup_.clear();
+  } else if (facts_.signers.empty()) {
+    return;
+  } else if (TakeBracketed(text, "CryptClient::DecryptFile: room=[", value)) {
+    facts_.signers.back().room = value;
+  } else if (TakeBracketed(text, "CryptClient::DecryptFile: roomurl=[", value)) {
+    facts_.signers.back().roomUrl = value;
+  } else if (TakePrefix(text, "CryptClient::Decrypt: certchain = ")) {
+    // The chain is looked at once the group's certificates have been asked for: that question has the group
+    // in full, decoded, where the trace would end at a NUL byte.
+    facts_.signers.back().group = examinedGroup_;
+    facts_.chain.emplace_back(text);
+  }
+}
+
+// The first message behind an exchange with a key server is the reason why the class goes on to the next one.
+// Whether it does is not traced; a message that no server causes is left out.
+void Operation::TakeError(std::string_view text) {
+  if (!isAttemptOpen_ || !TakePrefix(text, "CryptClient: Error: ")) return;
+  isAttemptOpen_ = false;
+  const cryptcli_status code = Classify(text, GetFailedExchange());
+  const bool isServers = code == CRYPTCLI_UNREACHABLE || code == CRYPTCLI_TIMEOUT ||
+                         code == CRYPTCLI_UNAUTHORISED || code == CRYPTCLI_SERVER_ERROR;
+  if (!latest_.failed && !isServers) return;
+  attempts_.push_back({std::string(OriginOf(latest_.url)),
+                       latest_.failed ? ClassifyExchange(GetFailedExchange()) : code, std::string(text)});
+}
+
+void Operation::Log(std::uint32_t level, std::string_view text) const {
+  const cryptcli_options& options = client_.options;
+  const cryptcli_log_level wanted = level >= kErrorTrace     ? CRYPTCLI_LOG_ERROR
+                                    : level == kRequestTrace ? CRYPTCLI_LOG_REQUEST
+                                                             : CRYPTCLI_LOG_DEBUG;
+  if (options.log == nullptr || wanted > options.logLevel) return;
+  if (!options.revealSecrets && IsBody(text)) return;
+  options.log(options.logContext, wanted, MakeUtf8(text).c_str());
+}
+
+void Operation::OnRead(std::uint64_t bytes) noexcept {
+  if (call_ == nullptr || call_->progress == nullptr || passes_ == 0 || cancelled_) return;
+  read_ += bytes;
+  // A few more bytes than the passes have are read, such as the ends of messages.
+  const std::uint64_t done = std::min(read_ / passes_, size_);
+  if (call_->progress(call_->progressContext, done, size_) == 0) cancelled_ = true;
+}
+
+const char* Operation::GetTemporaryDirectory() const noexcept {
+  const std::string& directory = client_.options.temporaryDirectory;
+  return directory.empty() ? nullptr : directory.c_str();
+}
+
+}  // namespace CryptCliC
