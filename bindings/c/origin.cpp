@@ -1,0 +1,50 @@
+#include "bindings/c/origin.h"
+
+namespace CryptCliC {
+
+namespace {
+
+std::string Quote(const std::string& text) {
+  return "\"" + text + "\"";
+}
+
+bool IsForNamedRoom(const SignerFacts& signer, const Facts& facts) {
+  return !signer.group.empty() && signer.group == facts.serviceGroup && !signer.room.empty() &&
+         signer.room == facts.serviceRoom;
+}
+
+}  // namespace
+
+// The class calls content verified as well where the room's key came in the clear: then no signer is
+// examined, and nothing names one.
+Origin JudgeOrigin(const Verdict& verdict, const Facts& facts) {
+  if (!verdict.isSigned) return {CRYPTCLI_ORIGIN_UNSIGNED, "The content is not signed"};
+  if (!verdict.isVerified) return {CRYPTCLI_ORIGIN_UNPROVEN, verdict.message};
+  if (facts.signers.empty()) {
+    return {CRYPTCLI_ORIGIN_SIGNATURE_ONLY,
+            "The crypt service handed out the room's key in the clear, so no signer was examined"};
+  }
+  for (const SignerFacts& signer : facts.signers) {
+    if (IsForNamedRoom(signer, facts)) continue;
+    return {CRYPTCLI_ORIGIN_OTHER_ROOM, "Signed for room " + Quote(signer.room) + " of group " +
+                                            Quote(signer.group) + "; the crypt service named room " +
+                                            Quote(facts.serviceRoom) + " of group " +
+                                            Quote(facts.serviceGroup)};
+  }
+  return {CRYPTCLI_ORIGIN_PROVEN, {}};
+}
+
+bool IsAccepted(cryptcli_origin origin, cryptcli_policy policy) {
+  switch (policy) {
+    case CRYPTCLI_ACCEPT_ANYTHING:
+      return true;
+    case CRYPTCLI_ACCEPT_SIGNATURE_ONLY:
+      return origin >= CRYPTCLI_ORIGIN_SIGNATURE_ONLY;
+    case CRYPTCLI_ACCEPT_ANY_SIGNER:
+      return origin >= CRYPTCLI_ORIGIN_OTHER_ROOM;
+    default:
+      return origin >= CRYPTCLI_ORIGIN_PROVEN;
+  }
+}
+
+}  // namespace CryptCliC

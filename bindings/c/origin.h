@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+#include "bindings/c/include/cryptcli/cryptcli.h"
+#include "bindings/c/operation.h"
+
+namespace CryptCliC {
+
+/// What Decrypt of the class reported.
+struct Verdict {
+  bool isSigned = false;
+  bool isVerified = false;
+  std::string message;  ///< of the failed check of a signer
+};
+
+/// An origin, and why it is no better.
+struct Origin {
+  cryptcli_origin value = CRYPTCLI_ORIGIN_UNSIGNED;
+  std::string reason;
+};
+
+/// Judges where content comes from. Proven means: the class verified it, it examined every signer, and each
+/// of them signed for the group and the room that the crypt service named for this file.
+Origin JudgeOrigin(const Verdict& verdict, const Facts& facts);
+/// Whether the policy delivers content of the origin.
+bool IsAccepted(cryptcli_origin origin, cryptcli_policy policy);
+
+}  // namespace CryptCliC
