@@ -228,6 +228,30 @@ CRYPTCLI_API void cryptcli_call_set_progress(cryptcli_call* call, cryptcli_progr
  */
 CRYPTCLI_API void cryptcli_call_cancel(cryptcli_call* call);
 
+/* ---- Report
+ * ---------------------------------------------------------------------------------------------------- */
+
+CRYPTCLI_API void cryptcli_report_free(cryptcli_report* report);
+/* Everything below as one JSON object; the result of inspect and perform. */
+CRYPTCLI_API const char* cryptcli_report_json(const cryptcli_report* report);
+CRYPTCLI_API cryptcli_origin cryptcli_report_origin(const cryptcli_report* report);
+/* Why the origin is not proven; empty when it is. */
+CRYPTCLI_API const char* cryptcli_report_reason(const cryptcli_report* report);
+/* What the signature names; empty when no signer was examined. */
+CRYPTCLI_API const char* cryptcli_report_signed_group(const cryptcli_report* report);
+CRYPTCLI_API const char* cryptcli_report_signed_room(const cryptcli_report* report);
+CRYPTCLI_API const char* cryptcli_report_signed_room_url(const cryptcli_report* report);
+/* What the crypt service named for this file. */
+CRYPTCLI_API const char* cryptcli_report_service_group(const cryptcli_report* report);
+CRYPTCLI_API const char* cryptcli_report_service_room(const cryptcli_report* report);
+/* Subjects of the signer's chain, from the signer up; null behind the last one. */
+CRYPTCLI_API size_t cryptcli_report_chain_count(const cryptcli_report* report);
+CRYPTCLI_API const char* cryptcli_report_chain_subject(const cryptcli_report* report, size_t index);
+/* 1 when the crypt service handed out the room's private key in the clear. */
+CRYPTCLI_API int32_t cryptcli_report_is_plain_key(const cryptcli_report* report);
+/* Bytes of the content: read by encrypt, delivered by decrypt, checked by verify. */
+CRYPTCLI_API uint64_t cryptcli_report_bytes(const cryptcli_report* report);
+
 /* ---- Error
  * ----------------------------------------------------------------------------------------------------- */
 
