@@ -1,0 +1,173 @@
+// Sources and targets of file operations: paths and file descriptors become files that the class can work on.
+#include "bindings/c/file_ends.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "foundation/errorstate.h"
+#include "foundation/filehandle.h"
+#include "foundation/reference.h"
+
+namespace CryptCliC {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::File;
+using OruGuiBase::FileReader;
+using OruGuiBase::FileWriter;
+
+namespace {
+
+constexpr const char* kCopyName = "source";
+
+/// A buffer for plain content, wiped at its end.
+class CopyBuffer {
+ public:
+  CopyBuffer() : bytes_(OruGuiBase::kStreamBuffer) {}
+  CopyBuffer(const CopyBuffer&) = delete;
+  CopyBuffer& operator=(const CopyBuffer&) = delete;
+  ~CopyBuffer() { OruGuiBase::WipeMemory(bytes_.data(), bytes_.size()); }
+  char* GetData() { return bytes_.data(); }
+  std::uint32_t GetSize() const { return static_cast<std::uint32_t>(bytes_.size()); }
+
+ private:
+  std::vector<char> bytes_;
+};
+
+bool FailWithErrno() {
+  OruGuiBase::SetLastErrorFromErrno();
+  return false;
+}
+
+bool Fail(int number) {
+  errno = number;
+  return FailWithErrno();
+}
+
+std::int64_t ReadSome(int descriptor, char* buffer, std::uint32_t size) {
+  for (;;) {
+    const ssize_t got = ::read(descriptor, buffer, size);
+    if (got >= 0 || errno != EINTR) return got;
+  }
+}
+
+bool WriteWhole(int descriptor, const char* bytes, std::size_t size) {
+  while (size > 0) {
+    const ssize_t written = ::write(descriptor, bytes, size);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return FailWithErrno();
+    bytes += written;
+    size -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+// What is not there or is a directory is no stream: opening it reports that.
+bool IsStream(const char* path) {
+  struct stat info {};
+  return ::stat(path, &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode);
+}
+
+// The file behind a link, so that a link stays a link and the file is replaced.
+AnsiStr ResolveLink(const char* path) {
+  struct stat link {};
+  struct stat info {};
+  if (::lstat(path, &link) != 0 || !S_ISLNK(link.st_mode) || ::stat(path, &info) != 0 ||
+      !S_ISREG(info.st_mode)) {
+    return path;
+  }
+  char* const resolved = ::realpath(path, nullptr);
+  if (resolved == nullptr) return path;
+  AnsiStr result(resolved);
+  std::free(resolved);  // NOLINT: the C library made it
+  return result;
+}
+
+std::uint64_t SizeOf(const File& file) {
+  const std::int64_t size = file.GetSize();
+  return size > 0 ? static_cast<std::uint64_t>(size) : 0;
+}
+
+}  // namespace
+
+bool Source::Open(const cryptcli_file& file) {
+  if (file.path == nullptr) return CopyFrom(file.descriptor);
+  if (*file.path == '\0') return Fail(ENOENT);
+  file_ = File(file.path);
+  return !IsStream(file.path) || CopyFrom(file_);
+}
+
+std::uint64_t Source::GetSize() const {
+  return SizeOf(file_);
+}
+
+bool Source::CopyFrom(const File& stream) {
+  FileReader reader;
+  FileWriter writer;
+  if (!reader.Open(stream)) return false;
+  copy_.Take(File(OruGuiBase::FileType::Temporary, stream.GetTail(), true));
+  file_ = copy_.GetFile();
+  if (file_.IsEmpty() || !writer.Open(file_)) return false;
+  CopyBuffer buffer;
+  std::int64_t got = 0;
+  while ((got = reader.Read(buffer.GetData(), buffer.GetSize())) > 0) {
+    if (!writer.Write(buffer.GetData(), static_cast<std::uint32_t>(got))) return false;
+  }
+  return got == 0 && writer.Close();
+}
+
+// From where the descriptor stands, as a program expects that hands over what it has begun to read.
+bool Source::CopyFrom(int descriptor) {
+  if (descriptor < 0) return Fail(EBADF);
+  copy_.Take(File(OruGuiBase::FileType::Temporary, kCopyName, true));
+  file_ = copy_.GetFile();
+  FileWriter writer;
+  if (file_.IsEmpty() || !writer.Open(file_)) return false;
+  CopyBuffer buffer;
+  std::int64_t got = 0;
+  while ((got = ReadSome(descriptor, buffer.GetData(), buffer.GetSize())) > 0) {
+    if (!writer.Write(buffer.GetData(), static_cast<std::uint32_t>(got))) return false;
+  }
+  return got == 0 ? writer.Close() : FailWithErrno();
+}
+
+bool Target::Open(const cryptcli_file& file) {
+  if (file.path == nullptr) {
+    descriptor_ = file.descriptor;
+    return descriptor_ >= 0 ? OpenNowhere() : Fail(EBADF);
+  }
+  if (*file.path == '\0') return Fail(ENOENT);
+  target_ = File(ResolveLink(file.path));
+  return staging_.CreateFor(target_);
+}
+
+bool Target::OpenNowhere() {
+  staging_.Take(File(OruGuiBase::FileType::Temporary, "content", true));
+  return !staging_.GetPath().IsEmpty();
+}
+
+std::uint64_t Target::GetSize() const {
+  return SizeOf(staging_.GetFile());
+}
+
+bool Target::Deliver() {
+  if (!target_.IsEmpty()) {
+    if (!staging_.GetFile().Move(target_, false)) return false;
+    staging_.GiveUp();
+    return true;
+  }
+  FileReader reader;
+  if (!reader.Open(staging_.GetFile())) return false;
+  CopyBuffer buffer;
+  std::int64_t got = 0;
+  while ((got = reader.Read(buffer.GetData(), buffer.GetSize())) > 0) {
+    if (!WriteWhole(descriptor_, buffer.GetData(), static_cast<std::size_t>(got))) return false;
+  }
+  return got == 0;
+}
+
+}  // namespace CryptCliC
