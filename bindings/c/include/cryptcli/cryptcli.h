@@ -228,6 +228,60 @@ CRYPTCLI_API void cryptcli_call_set_progress(cryptcli_call* call, cryptcli_progr
  */
 CRYPTCLI_API void cryptcli_call_cancel(cryptcli_call* call);
 
+/* ---- Files
+ * ----------------------------------------------------------------------------------------------------- */
+
+/* A source or a target: a path, or with a null path an open file descriptor, which stays open and the
+ * caller's. */
+typedef struct cryptcli_file {
+  const char* path;
+  int32_t descriptor;
+} cryptcli_file;
+
+static inline cryptcli_file cryptcli_path(const char* path) {
+  cryptcli_file file;
+  file.path = path;
+  file.descriptor = -1;
+  return file;
+}
+static inline cryptcli_file cryptcli_descriptor(int32_t descriptor) {
+  cryptcli_file file;
+  file.path = NULL;
+  file.descriptor = descriptor;
+  return file;
+}
+
+/* Each of these takes an optional call and gives an optional report, which comes with
+ * CRYPTCLI_ORIGIN_NOT_PROVEN as well and is null otherwise on failure.
+ *
+ * A source that cannot seek, a pipe for instance, is copied to a private temporary file first. A target by
+ * path appears whole or not at all where it can be replaced, keeping its mode, owner and access list; a
+ * target by descriptor is written once everything else has succeeded, from where the descriptor stands. */
+
+/* Protects `source` for the room. Makes the room's key when it has none; where several clients do so at once,
+ * all find the one key. */
+CRYPTCLI_API cryptcli_status cryptcli_encrypt(const cryptcli_client* client, const char* room,
+                                              cryptcli_file source, cryptcli_file target, cryptcli_call* call,
+                                              cryptcli_report** report, cryptcli_error** error);
+/* Opens the protected file `source` and delivers its content if its origin is what the call accepts.
+ * Otherwise `target` stays as it was. */
+CRYPTCLI_API cryptcli_status cryptcli_decrypt(const cryptcli_client* client, const char* room,
+                                              cryptcli_file source, cryptcli_file target, cryptcli_call* call,
+                                              cryptcli_report** report, cryptcli_error** error);
+/* The same without delivering anything. */
+CRYPTCLI_API cryptcli_status cryptcli_verify(const cryptcli_client* client, const char* room,
+                                             cryptcli_file source, cryptcli_call* call,
+                                             cryptcli_report** report, cryptcli_error** error);
+/* Opens the protected file at `path` and protects its content again with the room's present key, in place: it
+ * is either the old or the new file at any moment. */
+CRYPTCLI_API cryptcli_status cryptcli_rekey(const cryptcli_client* client, const char* room, const char* path,
+                                            cryptcli_call* call, cryptcli_report** report,
+                                            cryptcli_error** error);
+
+/* What a protected file says about itself, as the JSON of the report; asks no server and verifies nothing. */
+CRYPTCLI_API cryptcli_status cryptcli_inspect(cryptcli_file source, cryptcli_report** report,
+                                              cryptcli_error** error);
+
 /* ---- Report
  * ---------------------------------------------------------------------------------------------------- */
 

@@ -1,0 +1,241 @@
+// The operations on files: encrypt, decrypt, verify and rekey.
+#include <chrono>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "bindings/c/boundary.h"
+#include "bindings/c/client.h"
+#include "bindings/c/file_ends.h"
+#include "bindings/c/operation.h"
+#include "bindings/c/origin.h"
+#include "bindings/c/report.h"
+#include "bindings/c/text.h"
+#include "client/cryptcli.h"
+#include "foundation/errorstate.h"
+
+namespace CryptCliC {
+
+using OruGuiBase::File;
+using OruKalvix::CryptClient;
+
+namespace {
+
+using ReportPtr = std::unique_ptr<cryptcli_report>;
+
+// How often the bytes of the source are read, there (the source, then what was signed) and back (the
+// envelope, then its content to verify it and to copy it).
+constexpr unsigned kPassesOfEncrypt = 2;
+constexpr unsigned kPassesOfDecrypt = 3;
+
+// How long a client tries to find the room's first key while others make it at the same time. Each of them
+// that loses begins again after a random pause, at most as long as its attempt took, then twice that, and so
+// on: so the attempts of any number of clients soon lie apart, on a slow machine as well.
+constexpr std::chrono::milliseconds kFirstKeyTime{60'000};
+constexpr std::chrono::milliseconds kLongestPause{10'000};
+
+/// What an operation on files is asked to do, checked.
+struct Task {
+  const cryptcli_client& client;
+  std::string_view room;
+  cryptcli_call* call;
+};
+
+std::string Quoted(const cryptcli_file& file) {
+  if (file.path != nullptr) return "\"" + std::string(file.path) + "\"";
+  return "descriptor " + std::to_string(file.descriptor);
+}
+
+// The failure of a step of this layer, whose reason is in the error state.
+Failure SystemFailure(Operation& operation, std::string_view what, const cryptcli_file& file) {
+  return operation.MakeFailure(std::string(what) + " " + Quoted(file) + ": " +
+                               ToString(OruGuiBase::GetSystemErrorText()));
+}
+
+bool CheckTask(const cryptcli_client* client, const char* room, cryptcli_error** error) {
+  if (client == nullptr) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No client"), false;
+  const bool isRoom = room != nullptr && *room != '\0' && IsUtf8(room);
+  if (!isRoom) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "The room is empty or not UTF-8"), false;
+  return true;
+}
+
+void TakeFacts(cryptcli_report& report, const Facts& facts) {
+  report.serviceGroup = facts.serviceGroup;
+  report.serviceRoom = facts.serviceRoom;
+  report.isPlainKey = facts.isPlainKey;
+  report.chain = facts.chain;
+  if (facts.signers.empty()) return;
+  report.signedGroup = facts.signers.front().group;
+  report.signedRoom = facts.signers.front().room;
+  report.signedRoomUrl = facts.signers.front().roomUrl;
+}
+
+std::chrono::milliseconds RandomPause(std::chrono::milliseconds longest) {
+  thread_local std::minstd_rand random{std::random_device{}()};
+  std::uniform_int_distribution<std::int64_t> pause(1, longest.count());
+  return std::chrono::milliseconds(pause(random));
+}
+
+// Encrypts, again and again as long as another client is making the room's key at the same time: whoever
+// comes second finds the other's key. No other cause is worth a second attempt.
+bool EncryptWithRoomKey(const Task& task, const File& source, const File& target, Operation& operation,
+                        std::string& message) {
+  using Clock = std::chrono::steady_clock;
+  using std::chrono::milliseconds;
+  const Clock::time_point start = Clock::now();
+  milliseconds pause{0};
+  for (;;) {
+    CryptClient client(&operation, ToAnsi(task.client.options.service), {}, ToAnsi(task.room));
+    bool isKeyRefused = false;
+    if (client.Encrypt(source, target, isKeyRefused)) return true;
+    message = ToString(client.GetErrorMessage());
+    const auto spent = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+    if (!operation.HasLostUpload() || operation.IsCancelled() || spent > kFirstKeyTime) return false;
+    pause = std::min(pause.count() == 0 ? spent + milliseconds(1) : pause * 2, kLongestPause);
+    std::this_thread::sleep_for(RandomPause(pause));
+    operation.StartOver();
+  }
+}
+
+cryptcli_status Encrypt(const Task& task, const cryptcli_file& from, const cryptcli_file& to,
+                        ReportPtr& report, cryptcli_error** error) {
+  Operation operation(task.client, task.call);
+  Source source;
+  Target target;
+  if (!source.Open(from)) return Fail(error, SystemFailure(operation, "Could not read", from));
+  if (!target.Open(to)) return Fail(error, SystemFailure(operation, "Could not write", to));
+  operation.StartProgress(source.GetSize(), kPassesOfEncrypt);
+  std::string message;
+  if (!EncryptWithRoomKey(task, source.GetFile(), target.GetFile(), operation, message)) {
+    return Fail(error, operation.MakeFailure(message));
+  }
+  report->bytes = source.GetSize();
+  if (!target.Deliver()) return Fail(error, SystemFailure(operation, "Could not write", to));
+  TakeFacts(*report, operation.GetFacts());
+  operation.FinishProgress();
+  return CRYPTCLI_OK;
+}
+
+// Opens the source into the target's private file and judges it; nothing is delivered here.
+cryptcli_status Open(const Task& task, const cryptcli_file& from, const Source& source, Target& target,
+                     Operation& operation, cryptcli_report& report, cryptcli_error** error) {
+  CryptClient client(&operation, ToAnsi(task.client.options.service), {}, ToAnsi(task.room));
+  Verdict verdict;
+  if (!client.Decrypt(source.GetFile(), target.GetFile(), verdict.isSigned, verdict.isVerified)) {
+    Failure failure = operation.MakeFailure(client.GetErrorMessage().View());
+    // The class delivers nothing where the chain of a signer does not hold at all.
+    report.hasOrigin = failure.code == CRYPTCLI_ORIGIN_NOT_PROVEN;
+    report.origin = CRYPTCLI_ORIGIN_UNPROVEN;
+    report.reason = failure.message;
+    return Fail(error, std::move(failure));
+  }
+  if (verdict.isSigned && !verdict.isVerified) verdict.message = ToString(client.GetErrorMessage());
+  const Origin origin = JudgeOrigin(verdict, operation.GetFacts());
+  report.hasOrigin = true;
+  report.origin = origin.value;
+  report.reason = origin.reason;
+  report.bytes = target.GetSize();
+  TakeFacts(report, operation.GetFacts());
+  const cryptcli_policy policy = task.call != nullptr ? task.call->accept : CRYPTCLI_ACCEPT_PROVEN;
+  if (IsAccepted(origin.value, policy)) return CRYPTCLI_OK;
+  Failure failure;
+  failure.code = CRYPTCLI_ORIGIN_NOT_PROVEN;
+  failure.message = "The origin of " + Quoted(from) + " is not proven: " + origin.reason;
+  return Fail(error, std::move(failure));
+}
+
+cryptcli_status Decrypt(const Task& task, const cryptcli_file& from, const cryptcli_file* to,
+                        ReportPtr& report, cryptcli_error** error) {
+  Operation operation(task.client, task.call);
+  Source source;
+  Target target;
+  if (!source.Open(from)) return Fail(error, SystemFailure(operation, "Could not read", from));
+  if (to != nullptr ? !target.Open(*to) : !target.OpenNowhere()) {
+    return Fail(error, SystemFailure(operation, "Could not write", to != nullptr ? *to : from));
+  }
+  operation.StartProgress(source.GetSize(), kPassesOfDecrypt);
+  const cryptcli_status status = Open(task, from, source, target, operation, *report, error);
+  if (status != CRYPTCLI_OK) return status;
+  if (to != nullptr && !target.Deliver())
+    return Fail(error, SystemFailure(operation, "Could not write", *to));
+  operation.FinishProgress();
+  return CRYPTCLI_OK;
+}
+
+cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cryptcli_error** error) {
+  Operation operation(task.client, task.call);
+  const cryptcli_file file = cryptcli_path(path);
+  Source source;
+  Target content;
+  Target target;
+  if (!source.Open(file)) return Fail(error, SystemFailure(operation, "Could not read", file));
+  if (!content.OpenNowhere() || !target.Open(file)) {
+    return Fail(error, SystemFailure(operation, "Could not write", file));
+  }
+  operation.StartProgress(source.GetSize(), kPassesOfDecrypt + kPassesOfEncrypt);
+  const cryptcli_status status = Open(task, file, source, content, operation, *report, error);
+  if (status != CRYPTCLI_OK) return status;
+  std::string message;
+  if (!EncryptWithRoomKey(task, content.GetFile(), target.GetFile(), operation, message)) {
+    return Fail(error, operation.MakeFailure(message));
+  }
+  if (!target.Deliver()) return Fail(error, SystemFailure(operation, "Could not write", file));
+  operation.FinishProgress();
+  return CRYPTCLI_OK;
+}
+
+// What every operation on files has around its work: a report is handed out on success, and where content was
+// refused.
+template <class Work>
+cryptcli_status WithReport(const cryptcli_client* client, const char* room, cryptcli_call* call,
+                           cryptcli_report** report, cryptcli_error** error, Work work) noexcept {
+  if (report != nullptr) *report = nullptr;
+  return Guarded(error, [&]() -> cryptcli_status {
+    if (!CheckTask(client, room, error)) return CRYPTCLI_INVALID_ARGUMENT;
+    auto made = std::make_unique<cryptcli_report>();
+    const cryptcli_status status = work(Task{*client, room, call}, made);
+    if (report == nullptr || (status != CRYPTCLI_OK && status != CRYPTCLI_ORIGIN_NOT_PROVEN)) return status;
+    Complete(*made);
+    *report = made.release();
+    return status;
+  });
+}
+
+}  // namespace
+
+}  // namespace CryptCliC
+
+using CryptCliC::ReportPtr;
+using CryptCliC::Task;
+
+cryptcli_status cryptcli_encrypt(const cryptcli_client* client, const char* room, cryptcli_file source,
+                                 cryptcli_file target, cryptcli_call* call, cryptcli_report** report,
+                                 cryptcli_error** error) {
+  return CryptCliC::WithReport(client, room, call, report, error, [&](const Task& task, ReportPtr& made) {
+    return CryptCliC::Encrypt(task, source, target, made, error);
+  });
+}
+
+cryptcli_status cryptcli_decrypt(const cryptcli_client* client, const char* room, cryptcli_file source,
+                                 cryptcli_file target, cryptcli_call* call, cryptcli_report** report,
+                                 cryptcli_error** error) {
+  return CryptCliC::WithReport(client, room, call, report, error, [&](const Task& task, ReportPtr& made) {
+    return CryptCliC::Decrypt(task, source, &target, made, error);
+  });
+}
+
+cryptcli_status cryptcli_verify(const cryptcli_client* client, const char* room, cryptcli_file source,
+                                cryptcli_call* call, cryptcli_report** report, cryptcli_error** error) {
+  return CryptCliC::WithReport(client, room, call, report, error, [&](const Task& task, ReportPtr& made) {
+    return CryptCliC::Decrypt(task, source, nullptr, made, error);
+  });
+}
+
+cryptcli_status cryptcli_rekey(const cryptcli_client* client, const char* room, const char* path,
+                               cryptcli_call* call, cryptcli_report** report, cryptcli_error** error) {
+  return CryptCliC::WithReport(client, room, call, report, error, [&](const Task& task, ReportPtr& made) {
+    if (path == nullptr) return CryptCliC::Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No path");
+    return CryptCliC::Rekey(task, path, made, error);
+  });
+}
