@@ -282,6 +282,17 @@ CRYPTCLI_API cryptcli_status cryptcli_rekey(const cryptcli_client* client, const
 CRYPTCLI_API cryptcli_status cryptcli_inspect(cryptcli_file source, cryptcli_report** report,
                                               cryptcli_error** error);
 
+/* ---- Administration
+ * -------------------------------------------------------------------------------------------- */
+
+/* Performs a named operation. `arguments` is a JSON object; an unknown, missing or mistyped member is refused
+ * before anything is sent. The result is the JSON of the report. */
+CRYPTCLI_API cryptcli_status cryptcli_perform(const cryptcli_client* client, const char* operation,
+                                              const char* arguments, cryptcli_call* call,
+                                              cryptcli_report** report, cryptcli_error** error);
+/* The operations with what they do and their arguments, as a JSON array. */
+CRYPTCLI_API const char* cryptcli_operations(void);
+
 /* ---- Report
  * ---------------------------------------------------------------------------------------------------- */
 
