@@ -1,0 +1,149 @@
+#include <fcntl.h>
+#include <filesystem>
+#include <unistd.h>
+
+#include "tests/bindings/c/environment_fixture.h"
+#include "tests/bindings/c/scripted_fixture.h"
+
+namespace CInterface {
+namespace {
+
+using CryptStand::FaultType;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+constexpr int kServiceFault = CryptStand::kCryptService;
+
+using Errors = EnvironmentTest;
+
+TEST_F(Errors, AMissingSourceIsAnInputError) {
+  const Outcome outcome = Decrypt("missing", "opened");
+  EXPECT_EQ(outcome.status, CRYPTCLI_IO);
+  EXPECT_THAT(outcome.Message(), HasSubstr("No such file or directory"));
+  EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 0);
+}
+
+TEST_F(Errors, AFileThatIsNoMessageIsNotProtected) {
+  scratch.Make("secret", "no message");
+  EXPECT_EQ(Decrypt("secret", "opened").status, CRYPTCLI_NOT_PROTECTED);
+}
+
+TEST_F(Errors, ATargetWithoutDirectoryIsAnOutputError) {
+  scratch.Make("plain", "x");
+  EXPECT_EQ(Encrypt("plain", "nowhere/secret").status, CRYPTCLI_IO);
+}
+
+TEST_F(Errors, AFullTargetIsNoSpace) {
+  Protect("x");
+  const int full = ::open("/dev/full", O_WRONLY);
+  ASSERT_GE(full, 0);
+  const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {
+    return cryptcli_decrypt(client.get(), kRoom, cryptcli_path(Path("secret").c_str()),
+                            cryptcli_descriptor(full), nullptr, report, error);
+  });
+  ::close(full);
+  EXPECT_EQ(outcome.status, CRYPTCLI_NO_SPACE) << outcome.Message();
+}
+
+TEST_F(Errors, AnUnknownRoomIsNamedAsSuch) {
+  scratch.Make("plain", "x");
+  const Outcome outcome = Encrypt("plain", "secret", "no such room");
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNKNOWN_ROOM) << outcome.Message();
+  EXPECT_EQ(cryptcli_error_http_status(outcome.error.get()), 200U);
+  EXPECT_EQ(cryptcli_error_url(outcome.error.get()), stand.GetServiceUrl() + "crypt/key/no%20such%20room");
+}
+
+TEST_F(Errors, AServiceThatIsDownIsUnreachable) {
+  scratch.Make("plain", "x");
+  ASSERT_TRUE(stand.SetFault(kServiceFault, {.type = FaultType::Down}));
+  const Outcome outcome = Encrypt("plain", "secret");
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE) << outcome.Message();
+  EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 1);
+}
+
+TEST_F(Errors, ASlowServiceIsATimeout) {
+  cryptcli_options_set_timeout(options.get(), 300);
+  MakeClient();
+  scratch.Make("plain", "x");
+  ASSERT_TRUE(stand.SetFault(kServiceFault, {.type = FaultType::Slow, .number = 5'000}));
+  const Outcome outcome = Encrypt("plain", "secret");
+  EXPECT_EQ(outcome.status, CRYPTCLI_TIMEOUT) << outcome.Message();
+}
+
+TEST_F(Errors, ARefusalOfTheCallerIsUnauthorised) {
+  scratch.Make("plain", "x");
+  for (const int status : {401, 403}) {
+    ASSERT_TRUE(stand.SetFault(kServiceFault, {.type = FaultType::Status, .number = status}));
+    EXPECT_EQ(Encrypt("plain", "secret").status, CRYPTCLI_UNAUTHORISED) << status;
+  }
+}
+
+TEST_F(Errors, AnOverloadedServiceIsWorthAnotherAttempt) {
+  scratch.Make("plain", "x");
+  ASSERT_TRUE(stand.SetFault(kServiceFault, {.type = FaultType::Status, .number = 503}));
+  const Outcome outcome = Encrypt("plain", "secret");
+  EXPECT_EQ(outcome.status, CRYPTCLI_SERVER_ERROR) << outcome.Message();
+  EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 1);
+}
+
+TEST_F(Errors, EachKeyServerThatWasAskedIsListed) {
+  Protect("x");
+  SetFaults({.type = FaultType::ErrorCode, .number = 607});
+  const Outcome outcome = Decrypt("secret", "opened");
+  EXPECT_EQ(outcome.status, CRYPTCLI_SERVER_ERROR) << outcome.Message();
+  const cryptcli_error* error = outcome.error.get();
+  ASSERT_EQ(cryptcli_error_attempt_count(error), 3U) << cryptcli_error_json(error);
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_THAT(cryptcli_error_attempt_server(error, i), StartsWith("http://127.0.0.1:"));
+    EXPECT_STREQ(cryptcli_error_attempt_message(error, i), "607 Key Not Found");
+    EXPECT_EQ(cryptcli_error_attempt_code(error, i), CRYPTCLI_SERVER_ERROR);
+  }
+  EXPECT_EQ(cryptcli_error_attempt_server(error, 3), nullptr);
+  EXPECT_THAT(cryptcli_error_json(error), HasSubstr(R"("attempts":[{"server":)"));
+}
+
+TEST_F(Errors, DeadKeyServersAreListedAsUnreachable) {
+  Protect("x");
+  SetFaults({.type = FaultType::Down});
+  const Outcome outcome = Decrypt("secret", "opened");
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE) << outcome.Message();
+  ASSERT_EQ(cryptcli_error_attempt_count(outcome.error.get()), 3U)
+      << cryptcli_error_json(outcome.error.get());
+  EXPECT_EQ(cryptcli_error_attempt_code(outcome.error.get(), 2), CRYPTCLI_UNREACHABLE);
+}
+
+TEST_F(Errors, ABadSignatureOfAKeyServerFailsEncrypt) {
+  scratch.Make("plain", "x");
+  scratch.Make("secret", "as before");
+  SetFaults({.type = FaultType::BadSignature});
+  const Outcome outcome = Encrypt("plain", "secret");
+  EXPECT_EQ(outcome.status, CRYPTCLI_SERVER_ERROR) << outcome.Message();
+  EXPECT_EQ(scratch.Read("secret"), "as before");
+}
+
+using ScriptedErrors = ScriptedTest;
+
+TEST_F(ScriptedErrors, ARefusedKeyHasItsOwnCode) {
+  services.Set("key", TestSupport::Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Not now"})"));
+  Envelope("content");
+  const Outcome outcome = Open();
+  EXPECT_EQ(outcome.status, CRYPTCLI_KEY_REFUSED);
+  EXPECT_EQ(outcome.Message(), "Not now");
+}
+
+TEST_F(ScriptedErrors, ATransportThatFailsIsUnreachable) {
+  Envelope("content");
+  services.Set("key", TestSupport::NoExchange("the cable is cut"));
+  const Outcome outcome = Open();
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
+  EXPECT_EQ(outcome.Message(), "Could not get room key: the cable is cut");
+}
+
+TEST_F(ScriptedErrors, ANameThatIsNotUtf8IsAnInvalidRoom) {
+  Envelope("content");
+  EXPECT_EQ(Decrypt("secret", "opened", "\xFF").status, CRYPTCLI_INVALID_ARGUMENT);
+  EXPECT_EQ(Decrypt("secret", "opened", "").status, CRYPTCLI_INVALID_ARGUMENT);
+}
+
+}  // namespace
+}  // namespace CInterface
