@@ -1,0 +1,78 @@
+#include <spawn.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "tests/bindings/c/environment_fixture.h"
+
+namespace CInterface {
+namespace {
+
+constexpr int kClients = 8;
+
+// Clients that protect the first file of a room at the same time: each finds the one key.
+// Under both rules of a crypt service for sequence numbers.
+class FirstKey : public EnvironmentTest, public ::testing::WithParamInterface<bool> {
+ protected:
+  cryptcli_status ProtectAs(const std::string& target) {
+    return cryptcli_encrypt(client.get(), "fresh", cryptcli_path(Path("plain").c_str()),
+                            cryptcli_path(Path(target).c_str()), nullptr, nullptr, nullptr);
+  }
+  void ExpectOneKey() {
+    std::size_t uploads = 0;
+    for (const CryptStand::Event& event : stand.GetEvents()) {
+      if (event.operation == "newkey" && event.status == 200) ++uploads;
+    }
+    EXPECT_EQ(uploads, 1U);
+    for (int i = 0; i < kClients; ++i) {
+      const Outcome outcome = Decrypt("secret" + std::to_string(i), "opened", "fresh");
+      EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+    }
+  }
+  void MakeRoom() {
+    ASSERT_TRUE(stand.AddRoom("fresh"));
+    stand.GetSettings().SetSequencePerRequest(GetParam());
+    scratch.Make("plain", "content");
+  }
+};
+
+TEST_P(FirstKey, EightThreadsAllSucceed) {
+  MakeRoom();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kClients; ++i) {
+    threads.emplace_back([&, i] { EXPECT_EQ(ProtectAs("secret" + std::to_string(i)), CRYPTCLI_OK); });
+  }
+  for (std::thread& thread : threads) thread.join();
+  ExpectOneKey();
+}
+
+TEST_P(FirstKey, EightProcessesAllSucceed) {
+  MakeRoom();
+  std::vector<pid_t> children;
+  for (int i = 0; i < kClients; ++i) {
+    std::string program = CRYPTCLI_PROTECT_PROGRAM;
+    std::string service = stand.GetServiceUrl();
+    std::string room = "fresh";
+    std::string source = Path("plain");
+    std::string target = Path("secret" + std::to_string(i));
+    char* const arguments[] = {program.data(), service.data(), room.data(),
+                               source.data(),  target.data(),  nullptr};
+    pid_t child = -1;
+    ASSERT_EQ(::posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, environ), 0);
+    children.push_back(child);
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  }
+  ExpectOneKey();
+}
+
+INSTANTIATE_TEST_SUITE_P(Rules, FirstKey, ::testing::Bool(), [](const ::testing::TestParamInfo<bool>& info) {
+  return info.param ? "NumberPerRequest" : "NumberPerUpload";
+});
+
+}  // namespace
+}  // namespace CInterface
