@@ -1,0 +1,100 @@
+#include <string>
+
+#include "foundation/json.h"
+#include "tests/bindings/c/environment_fixture.h"
+#include "tests/support/text.h"
+
+namespace CInterface {
+namespace {
+
+using ::testing::HasSubstr;
+
+class Perform : public EnvironmentTest {
+ protected:
+  Outcome Do(const char* operation, const std::string& arguments) {
+    return Call([&](cryptcli_report** report, cryptcli_error** error) {
+      return cryptcli_perform(client.get(), operation, arguments.c_str(), nullptr, report, error);
+    });
+  }
+  std::string KeyServers() const {
+    std::string list;
+    for (const std::string& url : stand.GetKeyServerUrls())
+      list += (list.empty() ? "\"" : ",\"") + url + "\"";
+    return "[" + list + "]";
+  }
+};
+
+TEST_F(Perform, AnOperationGivesItsResultAsJson) {
+  const std::string hash(88, 'A');
+  const Outcome outcome =
+      Do("SignByKey",
+         R"({"keyserver":)" + KeyServers() +
+             R"(,"object":"demo","id":"integrity","algorithm":"RSASSA-PKCS1-v1_5-SHA-512","hash":")" +
+             hash.substr(0, 86) + "==\"}");
+  ASSERT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  EXPECT_THAT(cryptcli_report_json(outcome.report.get()), HasSubstr(R"({"signature":")"));
+}
+
+TEST_F(Perform, AnAuditLogIsAFile) {
+  const Outcome outcome =
+      Do("CryptGetAuditLog", R"({"keyserver":)" + KeyServers() + R"(,"group":"QOB.1.100.1"})");
+  ASSERT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  OruGuiBase::Val value;
+  OruGuiBase::AnsiStr error;
+  ASSERT_TRUE(OruGuiBase::JSON2Val(cryptcli_report_json(outcome.report.get()), value, error));
+  const std::string path = TestSupport::Str(value.AsMap().Get("filename").AsString());
+  EXPECT_TRUE(std::filesystem::remove(path)) << path;
+}
+
+struct BadCall {
+  const char* operation;
+  const char* arguments;
+  const char* reason;
+};
+
+TEST_F(Perform, WrongArgumentsAreRefusedBeforeAnythingIsSent) {
+  const BadCall calls[] = {
+      {"NoSuch", "{}", "Unknown operation \"NoSuch\""},
+      {"DeleteKey", "no JSON", "The arguments are no JSON: "},
+      {"DeleteKey", "[]", "The arguments are no JSON object"},
+      {"DeleteKey", R"({"groop":"g"})", "Unknown argument \"groop\" of DeleteKey"},
+      {"DeleteKey", "{}", "Missing argument \"keyserver\" of DeleteKey"},
+      {"DeleteKey", R"({"keyserver":"u","group":"g","key":{}})",
+       "Argument \"keyserver\" of DeleteKey has to be of type array of strings"},
+      {"DeleteKey", R"({"keyserver":[1],"group":"g","key":{}})",
+       "Argument \"keyserver\" of DeleteKey has to be of type array of strings"},
+      {"DeleteKey", R"({"keyserver":["u"],"group":"g","key":"k"})",
+       "Argument \"key\" of DeleteKey has to be of type object"},
+      {"Update", R"({"keyserver":["u"],"room":"r","certificates":[],"newkey":1})",
+       "Argument \"newkey\" of Update has to be of type boolean"},
+  };
+  stand.ClearEvents();
+  for (const BadCall& row : calls) {
+    const Outcome outcome = Do(row.operation, row.arguments);
+    EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT) << row.arguments;
+    EXPECT_THAT(outcome.Message(), ::testing::StartsWith(row.reason));
+  }
+  EXPECT_TRUE(stand.GetEvents().empty());
+}
+
+TEST_F(Perform, ValuesAreNotQuotedInMessages) {
+  const Outcome outcome =
+      Do("ImportKey", R"({"keyserver":["u"],"group":"g","id":"i","key":7,"password":"geheim"})");
+  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT);
+  EXPECT_EQ(outcome.Message().find("geheim"), std::string::npos);
+}
+
+TEST_F(Perform, OperationsAreDescribedAsJson) {
+  OruGuiBase::Val value;
+  OruGuiBase::AnsiStr error;
+  ASSERT_TRUE(OruGuiBase::JSON2Val(cryptcli_operations(), value, error)) << error.GetText();
+  const auto operations = value.AsArray();
+  ASSERT_EQ(operations.GetCount(), 9U);
+  for (const OruGuiBase::Val& operation : operations) {
+    EXPECT_FALSE(operation.AsMap().Get("description").AsString().IsEmpty());
+    EXPECT_FALSE(operation.AsMap().Get("arguments").AsArray().IsEmpty());
+  }
+}
+
+}  // namespace
+}  // namespace CInterface
