@@ -1,0 +1,90 @@
+#include <string>
+#include <vector>
+
+#include "tests/bindings/c/c_fixture.h"
+
+namespace CInterface {
+namespace {
+
+/// A transport that records requests and gives one response to each.
+struct Recorder {
+  std::vector<std::string> urls;
+  std::vector<std::string> headers;
+  uint32_t connectTimeout = 0;
+  uint32_t timeout = 0;
+  uint32_t status = 200;
+  int32_t result = 0;
+  bool badStatus = false;
+
+  static int32_t Send(void* context, const cryptcli_request* request, cryptcli_response* response) {
+    auto& self = *static_cast<Recorder*>(context);
+    self.urls.emplace_back(std::string(cryptcli_request_method(request)) + " " +
+                           cryptcli_request_url(request));
+    for (std::size_t i = 0; cryptcli_request_header_name(request, i) != nullptr; ++i) {
+      self.headers.emplace_back(std::string(cryptcli_request_header_name(request, i)) + ": " +
+                                cryptcli_request_header_value(request, i));
+    }
+    self.connectTimeout = cryptcli_request_connect_timeout(request);
+    self.timeout = cryptcli_request_timeout(request);
+    EXPECT_EQ(cryptcli_request_header_name(request, 1000), nullptr);
+    cryptcli_response_set_status(response, self.badStatus ? 1 : self.status);
+    cryptcli_response_add_header(response, "Date", "Wed, 15 May 2024 12:00:00 GMT");
+    cryptcli_response_append_body(response, "{}", 2);
+    return self.result;
+  }
+};
+
+class Transport : public ClientTest {
+ protected:
+  void SetUp() override {
+    scratch.Make("plain", "x");
+    ASSERT_EQ(cryptcli_options_set_service(options.get(), "https://crypt.example/api", nullptr), CRYPTCLI_OK);
+    cryptcli_options_set_transport(options.get(), &Recorder::Send, &recorder);
+  }
+
+  Recorder recorder;
+};
+
+TEST_F(Transport, GetsTheRequestWithCredentialsAndTimeouts) {
+  ASSERT_EQ(cryptcli_options_add_header(options.get(), "Authorization", "Bearer 7", nullptr), CRYPTCLI_OK);
+  cryptcli_options_set_connect_timeout(options.get(), 1'000);
+  cryptcli_options_set_timeout(options.get(), 2'000);
+  MakeClient();
+  EXPECT_EQ(Encrypt("plain", "secret").status, CRYPTCLI_SERVER_ERROR);
+  ASSERT_FALSE(recorder.urls.empty());
+  EXPECT_EQ(recorder.urls[0], "GET https://crypt.example/api/crypt/key/demo");
+  EXPECT_THAT(recorder.headers, ::testing::Contains("Authorization: Bearer 7"));
+  EXPECT_EQ(recorder.connectTimeout, 1'000U);
+  EXPECT_EQ(recorder.timeout, 2'000U);
+}
+
+TEST_F(Transport, KeepsCredentialsFromKeyServers) {
+  ASSERT_EQ(cryptcli_options_add_header(options.get(), "Authorization", "Bearer 7", nullptr), CRYPTCLI_OK);
+  MakeClient();
+  const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {
+    return cryptcli_perform(client.get(), "GetAuditLog",
+                            R"({"keyserver":["https://crypt.example/apiary"],"group":"g"})", nullptr, report,
+                            error);
+  });
+  EXPECT_NE(outcome.status, CRYPTCLI_OK);
+  ASSERT_FALSE(recorder.urls.empty());
+  EXPECT_THAT(recorder.urls[0], ::testing::HasSubstr("apiary"));
+  EXPECT_EQ(recorder.headers.front().find("Bearer"), std::string::npos);
+}
+
+TEST_F(Transport, AFailureWithoutAReasonHasOne) {
+  MakeClient();
+  recorder.result = -1;
+  const Outcome outcome = Encrypt("plain", "secret");
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
+  EXPECT_EQ(outcome.Message(), "Could not get room key: The application's transport failed");
+}
+
+TEST_F(Transport, AnInvalidStatusIsNoResponse) {
+  MakeClient();
+  recorder.badStatus = true;
+  EXPECT_EQ(Encrypt("plain", "secret").status, CRYPTCLI_UNREACHABLE);
+}
+
+}  // namespace
+}  // namespace CInterface
