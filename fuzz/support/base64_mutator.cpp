@@ -1,7 +1,7 @@
 // The mutator of the targets that read base64 or PEM, built on the mutator for DER.
 #include "fuzz/support/base64_mutator.h"
 
-#include <cstring>
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -43,7 +43,7 @@ std::size_t MutateBase64(std::uint8_t* data, std::size_t size, std::size_t maxSi
                                                  parts.head.empty() ? 0 : kLineLength, "\n");
   const std::string text = std::string(parts.head) + Str(encoded) + std::string(parts.tail);
   if (text.size() > maxSize) return LLVMFuzzerMutate(data, size, maxSize);
-  std::memcpy(data, text.data(), text.size());
+  std::copy(text.begin(), text.end(), data);
   return text.size();
 }
 

@@ -2,7 +2,7 @@
 // stays as plain bytes, so that any input can be mutated.
 #include "fuzz/support/der_mutator.h"
 
-#include <cstring>
+#include <algorithm>
 #include <random>
 #include <utility>
 #include <vector>
@@ -226,7 +226,7 @@ std::size_t MutateDer(std::uint8_t* data, std::size_t size, std::size_t maxSize,
   const std::string changed = MutateDer(View(data, size), seed);
   // libFuzzer takes no result that is longer than it allows, so such a change is replaced by one of its own.
   if (changed.empty() || changed.size() > maxSize) return LLVMFuzzerMutate(data, size, maxSize);
-  std::memcpy(data, changed.data(), changed.size());
+  std::copy(changed.begin(), changed.end(), data);
   return changed.size();
 }
 

@@ -63,6 +63,8 @@ class FrameRecorder final : public OruGuiTrace::ITraceSink {
 class ModuleFrame : public ::testing::Test {
  protected:
   ModuleFrame() : loaded_(GetModuleHandle()) {}
+  ModuleFrame(const ModuleFrame&) = delete;
+  ModuleFrame& operator=(const ModuleFrame&) = delete;
   ~ModuleFrame() override { ModuleEntry(loaded_, ModuleReason::ProcessAttach, nullptr); }
 
   void* Module() { return &place_; }

@@ -56,10 +56,11 @@ TEST_F(AuditLogTest, QuotesNamesThatNeedIt) {
 }
 
 TEST_F(AuditLogTest, ReportsTheTimeOfTheServersOwnClock) {
-  stand_.GetSettings().SetClockOffset(0, -10 * 365 * 86400L);
+  constexpr std::int64_t kTenYears = std::int64_t{10} * 365 * 86400;
+  stand_.GetSettings().SetClockOffset(0, -kTenYears);
   RunCommand(GetKeyPayload());
   const std::string log = FetchLog().body;
-  const std::string year = AuditTime(std::time(nullptr) - 10 * 365 * 86400L).substr(0, 8);
+  const std::string year = AuditTime(std::time(nullptr) - kTenYears).substr(0, 8);
   EXPECT_EQ(log.substr(log.find('\n') + 1, 8), year);
 }
 
@@ -134,8 +135,8 @@ TEST_F(AuditLogTest, EndsInTheMiddleWhenItIsCut) {
     const std::size_t received = reply.body.size();
     EXPECT_EQ(reply.status, 0) << number;
     EXPECT_LT(received, whole) << number;
-    EXPECT_NEAR(static_cast<double>(received), number == 0 ? static_cast<double>(whole / 2) : number, 200)
-        << number;
+    const double expected = number == 0 ? static_cast<double>(whole) / 2 : number;
+    EXPECT_NEAR(static_cast<double>(received), expected, 200) << number;
   }
   ASSERT_TRUE(stand_.ClearFaults(0));
   EXPECT_GE(FetchLog().body.size(), whole) << "the server goes on as before";
