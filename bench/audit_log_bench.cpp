@@ -7,7 +7,6 @@
 // the file a second name (a hard link), so that no copy of its own is counted. DIR must be on a disk file
 // system with space for three times the size. --crlf ends the lines of the logs with CR LF: the merge drops
 // the CR, cat does not.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -19,6 +18,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "bench/arguments.h"
 #include "bench/process.h"
 #include "bench/uncounted_http.h"
 #include "client/cryptcli.h"
@@ -226,14 +226,13 @@ int main(int argc, char** argv) {
   if (argc == 4 && std::strcmp(argv[1], "--merge") == 0)
     return RunMerge(argv[2], std::strtoull(argv[3], nullptr, 10));
   Options options;
-  CLI::App app("What merging audit logs costs", "audit_log_bench");
-  app.add_option("--size", options.mib, "size of all logs in MiB")->check(CLI::Range(1, 1 << 20));
-  app.add_option("--servers", options.servers, "logs to merge")->check(CLI::Range(1, 1 << 20));
-  app.add_option("--runs", options.runs, "number of runs; the median is reported")
-      ->check(CLI::Range(1, 1 << 20));
-  app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
-  app.add_flag("--crlf", options.crlf, "end the logs' lines with CR LF");
-  CLI11_PARSE(app, argc, argv);
+  Bench::Arguments arguments("What merging audit logs costs", "audit_log_bench");
+  arguments.AddCount("--size", options.mib, "size of all logs in MiB");
+  arguments.AddCount("--servers", options.servers, "logs to merge");
+  arguments.AddCount("--runs", options.runs, "number of runs; the median is reported");
+  arguments.AddDirectory("--dir", options.dir, "where the files are made");
+  arguments.AddFlag("--crlf", options.crlf, "end the logs' lines with CR LF");
+  if (const auto status = arguments.Parse(argc, argv)) return *status;
   const Bench::WorkFolder folder(options.dir, "audit_log_bench");  // The merge's files lie beside the logs.
   if (!folder.IsThere()) return 1;
   const bool ok = RunAll(options, folder.GetPath());

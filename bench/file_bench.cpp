@@ -4,7 +4,6 @@
 //   file_bench [--size MIB] [--runs N] [--dir DIR] [--no-tool]
 //
 // DIR must be on a disk file system with space for four times the size.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/arguments.h"
 #include "bench/limit.h"
 #include "bench/process.h"
 #include "bench/service.h"
@@ -204,13 +204,12 @@ bool RunAll(const Options& options, const std::string& dir) {
 int main(int argc, char** argv) {
   if (argc == 3 && std::strcmp(argv[1], "--operations") == 0) return RunFileOperations(argv[2]);
   Options options;
-  CLI::App app("What protecting and opening a file costs", "file_bench");
-  app.add_option("--size", options.mib, "size of the file in MiB")->check(CLI::Range(1, 1 << 20));
-  app.add_option("--runs", options.runs, "number of runs; the median is reported")
-      ->check(CLI::Range(1, 1 << 20));
-  app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
-  app.add_flag("!--no-tool", options.tool, "leave OpenSSL's tool out");
-  CLI11_PARSE(app, argc, argv);
+  Bench::Arguments arguments("What protecting and opening a file costs", "file_bench");
+  arguments.AddCount("--size", options.mib, "size of the file in MiB");
+  arguments.AddCount("--runs", options.runs, "number of runs; the median is reported");
+  arguments.AddDirectory("--dir", options.dir, "where the files are made");
+  arguments.AddFlag("!--no-tool", options.tool, "leave OpenSSL's tool out");
+  if (const auto status = arguments.Parse(argc, argv)) return *status;
   const Bench::WorkFolder folder(options.dir, "file_bench");
   if (!folder.IsThere()) return 1;
   const bool ok = RunAll(options, folder.GetPath());

@@ -6,7 +6,6 @@
 //
 // --instructions also counts instructions, which do not depend on what else the machine does; it needs
 // valgrind and takes some minutes.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -16,6 +15,7 @@
 #include <vector>
 
 #include "bench/allocations.h"
+#include "bench/arguments.h"
 #include "bench/operations.h"
 #include "bench/parallel.h"
 #include "bench/process.h"
@@ -212,20 +212,15 @@ bool ParseCase(const char* text, Case& which) {
 
 int main(int argc, char** argv) {
   Options options;
-  CLI::App app("What a named operation costs without a network", "operation_bench");
-  app.add_option("--rounds", options.rounds, "number of rounds; the median is reported")
-      ->check(CLI::Range(1, 1 << 20));
-  app.add_flag("--instructions", options.instructions, "count instructions as well (needs valgrind)");
-  std::string only;
-  CLI::Option* const one =
-      app.add_option("--only", only, "TYPE:SIZE, perform this case alone; TYPE is refused, dead or decrypt");
-  one->check([&options](const std::string& text) {
-    return ParseCase(text.c_str(), options.only) ? std::string() : "not TYPE:SIZE: " + text;
-  });
-  app.add_option("--times", options.times, "how often --only performs it")
-      ->check(CLI::Range(1, 1 << 20))
-      ->needs(one);
-  CLI11_PARSE(app, argc, argv);
+  Bench::Arguments arguments("What a named operation costs without a network", "operation_bench");
+  arguments.AddCount("--rounds", options.rounds, "number of rounds; the median is reported");
+  arguments.AddFlag("--instructions", options.instructions, "count instructions as well (needs valgrind)");
+  const auto isCase = [&options](const std::string& text) { return ParseCase(text.c_str(), options.only); };
+  arguments.AddText("--only", isCase, "TYPE:SIZE",
+                    "TYPE:SIZE, perform this case alone; TYPE is refused, dead or decrypt");
+  arguments.AddCount("--times", options.times, "how often --only performs it");
+  arguments.Require("--times", "--only");
+  if (const auto status = arguments.Parse(argc, argv)) return *status;
   const bool ok = options.only.IsKnown() ? RunOnly(options) : RunAll(options);
   if (!ok) std::fprintf(stderr, "operation_bench: an operation or a count failed\n");
   return ok ? 0 : 1;

@@ -4,7 +4,6 @@
 // stay constant.
 //
 //   soak [--seconds N] [--threads N] [--seed N] [--dir DIR]
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -20,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/arguments.h"
 #include "bench/process.h"
 #include "bench/storm.h"
 #include "client/cryptcli.h"
@@ -260,12 +260,12 @@ int RunAll(const Options& options, const std::string& dir) {
 
 int main(int argc, char** argv) {
   Options options;
-  CLI::App app("Files of random sizes there and back while servers fail", "soak");
-  app.add_option("--seconds", options.seconds, "how long")->check(CLI::Range(1, 1 << 20));
-  app.add_option("--threads", options.threads, "threads of clients")->check(CLI::Range(1, 1 << 20));
-  app.add_option("--seed", options.seed, "start value of all random numbers");
-  app.add_option("--dir", options.dir, "where the files are made")->check(CLI::ExistingDirectory);
-  CLI11_PARSE(app, argc, argv);
+  Bench::Arguments arguments("Files of random sizes there and back while servers fail", "soak");
+  arguments.AddCount("--seconds", options.seconds, "how long");
+  arguments.AddCount("--threads", options.threads, "threads of clients");
+  arguments.AddSeed("--seed", options.seed, "start value of all random numbers");
+  arguments.AddDirectory("--dir", options.dir, "where the files are made");
+  if (const auto status = arguments.Parse(argc, argv)) return *status;
   const Bench::WorkFolder folder(options.dir, "soak");
   if (!folder.IsThere()) return 1;
   return RunAll(options, folder.GetPath());
