@@ -3,7 +3,7 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-set(libraries orugui orusec cryptcli cryptcli-curl)
+set(libraries orugui orusec cryptcli cryptcli-curl cryptcli-c)
 set(headers_dir ${CMAKE_INSTALL_INCLUDEDIR}/cryptcli-${PROJECT_VERSION_MAJOR})
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cryptcli)
 
@@ -25,6 +25,8 @@ foreach(header ${public_headers})
   install(FILES ${header} DESTINATION ${headers_dir}/${folder})
 endforeach()
 
+install(FILES bindings/c/include/cryptcli/cryptcli.h DESTINATION ${headers_dir}/cryptcli)
+
 configure_package_config_file(cmake/cryptcliConfig.cmake.in ${PROJECT_BINARY_DIR}/cryptcliConfig.cmake
   INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/cryptcliConfigVersion.cmake COMPATIBILITY SameMajorVersion)
@@ -32,7 +34,7 @@ install(FILES ${PROJECT_BINARY_DIR}/cryptcliConfig.cmake ${PROJECT_BINARY_DIR}/c
   DESTINATION ${package_dir})
 
 file(RELATIVE_PATH prefix_from_pc /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-foreach(name cryptcli cryptcli-curl)
+foreach(name cryptcli cryptcli-curl cryptcli-c)
   configure_file(cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()

@@ -36,5 +36,8 @@ for program in "$work/consumer/consumer" "$work/by-pkg-config"; do
   cmp "$work/file" "$work/file.opened"
   rm "$work/file.opened"
 done
+read -ra c_flags < <(pkg-config --cflags --libs cryptcli-c)
+gcc -std=c11 "$source_dir/tests/bindings/c/protect_program.c" "${c_flags[@]}" -Wl,-rpath,"$libdir" -o "$work/in-c"
+"$work/in-c" "$service" demo "$work/file" "$work/file.p7m"
 "$prefix"/bin/cryptcli inspect "$work/file.p7m"
 echo "installed, moved, built against and run"
