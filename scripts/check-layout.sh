@@ -15,6 +15,7 @@ declare -A allowed=(
   [protection]="protection roomkeys exchange client security foundation"
   [client]="client exchange roomkeys security foundation"
   [transport]="transport client exchange roomkeys security foundation"
+  [bindings]="bindings transport client exchange security foundation"
   [stand]="stand security foundation"
   [tools]="tools transport client exchange roomkeys security foundation"
   [examples]="transport client exchange roomkeys security foundation"
@@ -67,7 +68,7 @@ check_engine() { # pattern, allowed files as a regular expression
   while IFS= read -r file; do
     [[ $file =~ $2 ]] || fail "$file includes $1"
   done < <(grep -rlE "^ *# *include <$1" --include='*.h' --include='*.cpp' \
-    foundation security client exchange roomkeys protection transport stand tools examples)
+    foundation security client exchange roomkeys protection transport bindings stand tools examples)
 }
 check_engine 'openssl/' '^(security/.*\.cpp|security/(openssl_handles|(ber|cms|x509)/[a-z_]+)\.h|transport/key_log\.cpp|stand/.*)$'
 check_engine 'boost/' '^(foundation/json[a-z_]*|stand/http_connection)\.cpp$'
@@ -86,6 +87,14 @@ for header in "${public_headers[@]}"; do
   done < <(sed -nE 's|^ *# *include "([^"]+)".*|\1|p' "$header")
   echo "#include \"$header\"" | ${CXX:-g++} -std=c++20 -Wall -Wextra -I. -fsyntax-only -x c++ - 2>/dev/null ||
     fail "$header does not compile alone"
+done
+
+# The C header needs no other language and no later C++ than its users have.
+c_header=bindings/c/include/cryptcli/cryptcli.h
+for language in "c -std=c11" "c++ -std=c++11"; do
+  read -ra options <<<"$language"
+  ${CC:-gcc} "${options[1]}" -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x "${options[0]}" "$c_header" ||
+    fail "$c_header does not compile as ${options[0]}"
 done
 
 if [ "$failures" -gt 0 ]; then echo "layout: $failures failures" >&2; exit 1; fi
