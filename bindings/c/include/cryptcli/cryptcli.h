@@ -3,35 +3,48 @@
 
 /* cryptcli: end-to-end protection of stored files. The C interface, which has a stable ABI.
  *
- * A file of a *room* is signed with its group's integrity key and encrypted for the room's key. Private keys
- * stay on the key servers; a *crypt service* says which room key and which key servers are to be used.
+ * A file of a *room* is signed with the integrity key of the room's group and encrypted for the room's key.
+ * The private keys stay on *key servers*. A *crypt service* names the room's key and its key servers.
  *
- *     cryptcli_options *options = cryptcli_options_new();
- *     cryptcli_options_set_service(options, "https://crypt.example.com/api", NULL);
- *     cryptcli_client *client = NULL;
- *     cryptcli_error *error = NULL;
- *     if (cryptcli_client_new(options, &client, &error) != CRYPTCLI_OK ||
- *         cryptcli_encrypt(client, "room-1", cryptcli_path("report.pdf"), cryptcli_path("report.p7m"), NULL,
- * NULL, &error) != CRYPTCLI_OK) { fprintf(stderr, "%s\n", cryptcli_error_message(error));
+ *     #include <cryptcli/cryptcli.h>
+ *     #include <stdio.h>
+ *
+ *     int main(void) {
+ *       cryptcli_options* options = cryptcli_options_new();
+ *       cryptcli_client* client = NULL;
+ *       cryptcli_error* error = NULL;
+ *       cryptcli_status status =
+ *           cryptcli_options_set_service(options, "https://crypt.example.com/api", &error);
+ *       if (status == CRYPTCLI_OK) status = cryptcli_client_new(options, &client, &error);
+ *       if (status == CRYPTCLI_OK) {
+ *         status = cryptcli_encrypt(client, "room-1", cryptcli_path("report.pdf"),
+ *                                   cryptcli_path("report.p7m"), NULL, NULL, &error);
+ *       }
+ *       if (status != CRYPTCLI_OK) fprintf(stderr, "%s\n", cryptcli_error_message(error));
+ *       cryptcli_error_free(error);
+ *       cryptcli_client_free(client);
+ *       cryptcli_options_free(options);
+ *       return status == CRYPTCLI_OK ? 0 : 1;
  *     }
- *     cryptcli_error_free(error);
- *     cryptcli_client_free(client);
- *     cryptcli_options_free(options);
  *
  * Conventions
- * - A function that can fail returns a cryptcli_status and takes an optional `cryptcli_error **` last. On
- * failure it stores a new error there (or null when no memory is left), on success null; what was there
- * before is not freed.
- * - `*_new` makes an object, `*_free` ends it (null is fine). What a getter returns belongs to its object and
- * is valid until that ends. Nothing else has to be freed.
- * - Strings are NUL-terminated. Paths are the system's bytes; everything else is UTF-8 and checked. A null
- * string in a setter takes the setting back to its default.
- * - A client is immutable and serves any number of threads at once. Options, calls, reports and errors serve
- * one thread at a time; only cryptcli_call_cancel may be called from any thread.
- * - Callbacks run on the thread that called the library. They may not throw or jump out, and may call the
- * library with another client.
- * - The library grows by new functions and new enumerators. Treat a status that you do not know as
- *   CRYPTCLI_INTERNAL, and an origin that you do not know as CRYPTCLI_ORIGIN_UNPROVEN.
+ *
+ * - Failure. A function that can fail returns a cryptcli_status and takes an optional `cryptcli_error **` as
+ *   its last argument. On success it stores null there. On failure it stores a new error, or null if there is
+ *   no memory for one. It never frees what was there before.
+ * - Ownership. `*_new` makes an object and `*_free` frees it; freeing null has no effect. Reports and errors
+ *   that a function stores are freed in the same way. A string from a getter belongs to its object and is
+ *   valid until that is freed. Nothing else has to be freed.
+ * - Strings end in a NUL byte. Paths are the bytes that the system uses. Every other string has to be UTF-8;
+ *   one that is not is refused with CRYPTCLI_INVALID_ARGUMENT. Strings that are returned are UTF-8: U+FFFD
+ *   replaces bytes that are not, and NUL bytes. Where `cryptcli_options_set_*` takes a null string, the
+ *   option gets its default value.
+ * - Threads. A client does not change and serves any number of threads at once. Options, a call, a report or
+ *   an error may be used by one thread at a time; only cryptcli_call_cancel may be called from any thread.
+ * - Callbacks run on the thread that called the library. They must not throw or jump out. They may call the
+ *   library with another client.
+ * - Growth. Later releases add functions and enumerators. Treat an unknown status as CRYPTCLI_INTERNAL and an
+ *   unknown origin as CRYPTCLI_ORIGIN_UNPROVEN. JSON objects may get further members.
  */
 
 #include <stddef.h>
@@ -60,114 +73,116 @@ typedef struct cryptcli_error cryptcli_error;
 typedef struct cryptcli_request cryptcli_request;
 typedef struct cryptcli_response cryptcli_response;
 
-/* ---- Status
- * ---------------------------------------------------------------------------------------------------- */
+/* ---- Status ---- */
 
 /* How a function ended. The numbers never change. */
 typedef int32_t cryptcli_status;
 enum {
   CRYPTCLI_OK = 0,
-  CRYPTCLI_INTERNAL = 1,         /* anything without a code of its own; no memory */
-  CRYPTCLI_INVALID_ARGUMENT = 2, /* the call is wrong; nothing was tried */
-  CRYPTCLI_UNREACHABLE = 3,      /* a server could not be reached, or its certificate is not trusted */
-  CRYPTCLI_TIMEOUT = 4,          /* a server did not respond in time */
-  CRYPTCLI_UNAUTHORISED = 5,     /* a server refused the caller (401, 403), or gave no authorization token */
-  CRYPTCLI_UNKNOWN_ROOM = 6, /* the crypt service does not know the room, or has no key of it for this file */
-  CRYPTCLI_KEY_REFUSED = 7,  /* the crypt service refuses to hand out the room's key for now */
-  CRYPTCLI_NOT_PROTECTED = 8, /* the source is no protected file */
-  CRYPTCLI_DAMAGED = 9,       /* the content or its signature is not what was protected */
-  CRYPTCLI_ORIGIN_NOT_PROVEN =
-      10,                    /* the content is whole, but its origin is weaker than the policy accepts */
-  CRYPTCLI_NO_SPACE = 11,    /* the file system is full, or a quota or size limit is reached */
-  CRYPTCLI_IO = 12,          /* a file cannot be read or written */
-  CRYPTCLI_CONFLICT = 13,    /* another client made the room's first key at the same time, again and again */
-  CRYPTCLI_CANCELLED = 14,   /* cryptcli_call_cancel, or a progress callback that returned 0 */
-  CRYPTCLI_SERVER_ERROR = 15 /* a server responded with an error or with something that it should not */
+  CRYPTCLI_INTERNAL = 1,           /* allocation failure, or a failure without a code of its own */
+  CRYPTCLI_INVALID_ARGUMENT = 2,   /* an argument is wrong; nothing was done */
+  CRYPTCLI_UNREACHABLE = 3,        /* no connection to a server, or its certificate is not trusted */
+  CRYPTCLI_TIMEOUT = 4,            /* a server did not respond in time */
+  CRYPTCLI_UNAUTHORISED = 5,       /* HTTP 401, 403 or 407, or no authorization token */
+  CRYPTCLI_UNKNOWN_ROOM = 6,       /* the crypt service does not know the room, or not the file's key */
+  CRYPTCLI_KEY_REFUSED = 7,        /* the crypt service does not hand out the room's key at present */
+  CRYPTCLI_NOT_PROTECTED = 8,      /* the source is not a protected file */
+  CRYPTCLI_DAMAGED = 9,            /* content or signature were changed after the file was protected */
+  CRYPTCLI_ORIGIN_NOT_PROVEN = 10, /* the content is intact; the call does not accept its origin */
+  CRYPTCLI_NO_SPACE = 11,          /* the file system is full, or a quota or a size limit is reached */
+  CRYPTCLI_IO = 12,                /* a file cannot be read or written */
+  CRYPTCLI_CONFLICT = 13,          /* other clients kept making the room's first key at the same time */
+  CRYPTCLI_CANCELLED = 14,         /* by cryptcli_call_cancel, or by the progress callback */
+  CRYPTCLI_SERVER_ERROR = 15       /* a server reported an error, or its response is not valid */
 };
 
-/* The name of a status in lower case ("origin_not_proven"); "internal" for an unknown one. Never null. */
+/* The name of a status, such as "origin_not_proven"; "internal" for an unknown one. Never null. */
 CRYPTCLI_API const char* cryptcli_status_name(cryptcli_status status);
 
-/* ---- Version
- * --------------------------------------------------------------------------------------------------- */
+/* ---- Version ---- */
 
-/* The version of the library, "1.0.0". */
+/* The version of the library, such as "1.0.0". */
 CRYPTCLI_API const char* cryptcli_version(void);
-/* What it was built and runs with, as a JSON object: "cryptcli" is its version, "transport" names libcurl
- * with the TLS library behind it and their versions. */
+/* A JSON object with strings: "cryptcli" is the version of the library, "transport" names libcurl and the TLS
+ * library behind it, with the versions in use. */
 CRYPTCLI_API const char* cryptcli_build_info(void);
 
-/* ---- Options
- * --------------------------------------------------------------------------------------------------- */
+/* ---- Options ---- */
 
-/* Options with every default; null when no memory is left. */
+/* Options with default values; null on allocation failure. */
 CRYPTCLI_API cryptcli_options* cryptcli_options_new(void);
 CRYPTCLI_API void cryptcli_options_free(cryptcli_options* options);
 
-/* Base URL of the crypt service. The one option that has to be set, unless only cryptcli_inspect is used. */
+/* The base URL of the crypt service. Every client needs it. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_service(cryptcli_options* options, const char* url,
                                                           cryptcli_error** error);
-/* PEM file of the certification authorities to trust in place of the system's. */
+/* The PEM file of the certification authorities to trust instead of the system's. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_ca_file(cryptcli_options* options, const char* path,
                                                           cryptcli_error** error);
-/* PEM files of the client certificate and of its key. `key` may be null when the certificate's file holds it;
- * `password_file`, whose first line is the key's password, may be null. */
+/* The PEM files of the client certificate and of its private key. `key` may be null if the first file holds
+ * both. `password_file` may be null; otherwise its first line is the password of the key. The files are read
+ * when a client is made. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_client_certificate(cryptcli_options* options,
                                                                      const char* certificate, const char* key,
                                                                      const char* password_file,
                                                                      cryptcli_error** error);
-/* URL of a proxy for every request. Proxy variables of the environment have no effect. */
+/* The URL of a proxy for every request. Proxy variables of the environment have no effect. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_proxy(cryptcli_options* options, const char* url,
                                                         cryptcli_error** error);
-/* A header for every request to the crypt service, and to no other server: the place for credentials. */
+/* Adds a header to every request to the crypt service and to no other server, such as one with credentials.
+ * A header of the same name is replaced. */
 CRYPTCLI_API cryptcli_status cryptcli_options_add_header(cryptcli_options* options, const char* name,
                                                          const char* value, cryptcli_error** error);
-/* Milliseconds that connecting to a server may take; 0 for the default of 30 s. */
+/* The time limit for connecting to a server, in milliseconds; 0 for the default, 30 seconds. */
 CRYPTCLI_API void cryptcli_options_set_connect_timeout(cryptcli_options* options, uint32_t milliseconds);
-/* Milliseconds that one exchange with a server may take in all; 0 for the default of 300 s. */
+/* The time limit for one exchange with a server, in milliseconds; 0 for the default, 300 seconds. */
 CRYPTCLI_API void cryptcli_options_set_timeout(cryptcli_options* options, uint32_t milliseconds);
-/* The directory below which temporary files with plain content lie, each in a directory for the owner alone.
- * The default is TMPDIR or /tmp. */
+/* The directory for temporary files, some of which hold plain content. Only their owner can read them. The
+ * default is TMPDIR, or /tmp. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_temporary_directory(cryptcli_options* options,
                                                                       const char* path,
                                                                       cryptcli_error** error);
 
-/* What a log callback gets. */
 typedef int32_t cryptcli_log_level;
 enum {
-  CRYPTCLI_LOG_ERROR = 1,   /* reasons of failures, those that a later attempt makes good included */
-  CRYPTCLI_LOG_REQUEST = 2, /* a line for each request */
-  CRYPTCLI_LOG_DEBUG = 3    /* what an operation finds, and bodies of requests and responses */
+  CRYPTCLI_LOG_ERROR = 1,   /* the reason of each failure, also of one that a later attempt makes good */
+  CRYPTCLI_LOG_REQUEST = 2, /* as well: a line for each request */
+  CRYPTCLI_LOG_DEBUG = 3    /* as well: what a signature says, and the bodies of requests and responses */
 };
+/* Receives one message, which is valid during the call. */
 typedef void (*cryptcli_log_callback)(void* context, cryptcli_log_level level, const char* message);
-/* A callback for messages up to `level`; null for none. Without `reveal_secrets` (0) bodies, which carry
- * keys, tokens and passwords, are left out. With it (1) the log is as secret as the keys themselves. */
+/* Installs a callback for messages up to `level`; null for none. Bodies contain keys, tokens and passwords:
+ * they are left out unless `reveal_secrets` is 1. With 1 the log is as secret as the keys themselves. */
 CRYPTCLI_API void cryptcli_options_set_log(cryptcli_options* options, cryptcli_log_level level,
                                            cryptcli_log_callback callback, void* context,
                                            int32_t reveal_secrets);
 
-/* A transport of the caller's own. It carries out `request`, blocks until that has ended and fills
- * `response`. It returns 0 when there was an exchange, with whatever HTTP status, and -1 when there was none;
- * cryptcli_response_set_error then says why. It is called on many threads at once. Redirects must not be
- * followed. */
+/* ---- A transport of the application's own ---- */
+
+/* Carries out one exchange: sends `request`, waits for the response and fills `response`. Returns 0 if there
+ * was a response, whatever its HTTP status, and -1 if there was none; cryptcli_response_set_error then gives
+ * the reason. Called on several threads at once. Must send the URL unchanged and must not follow redirects.
+ * Both objects are valid during the call. */
 typedef int32_t (*cryptcli_transport_callback)(void* context, const cryptcli_request* request,
                                                cryptcli_response* response);
-/* Takes the place of the built-in transport, whose options (CA file, client certificate, proxy) then have no
- * effect. Null for the built-in one. */
+/* Uses the callback instead of the built-in transport; null for the built-in one. CA file, client certificate
+ * and proxy have no effect with a callback; it receives the headers and the time limits. */
 CRYPTCLI_API void cryptcli_options_set_transport(cryptcli_options* options,
                                                  cryptcli_transport_callback callback, void* context);
+/* "GET" or "POST". */
 CRYPTCLI_API const char* cryptcli_request_method(const cryptcli_request* request);
 CRYPTCLI_API const char* cryptcli_request_url(const cryptcli_request* request);
+/* Name and value of a header are null if `index` is not below the count. */
 CRYPTCLI_API size_t cryptcli_request_header_count(const cryptcli_request* request);
-/* Null behind the last one. */
 CRYPTCLI_API const char* cryptcli_request_header_name(const cryptcli_request* request, size_t index);
 CRYPTCLI_API const char* cryptcli_request_header_value(const cryptcli_request* request, size_t index);
-/* The body and its size in bytes. */
+/* The body. Stores its size in bytes, unless `size` is null. */
 CRYPTCLI_API const void* cryptcli_request_body(const cryptcli_request* request, size_t* size);
-/* Milliseconds for connecting and for the whole exchange. */
+/* The time limits for connecting and for the whole exchange, in milliseconds. */
 CRYPTCLI_API uint32_t cryptcli_request_connect_timeout(const cryptcli_request* request);
 CRYPTCLI_API uint32_t cryptcli_request_timeout(const cryptcli_request* request);
-/* Each returns 0, or -1 when the value is invalid or cannot be stored; the transport then has to fail. */
+/* Each of these returns 0, or -1 if the value is not valid or cannot be stored. The exchange then fails,
+ * whatever the callback returns. The status is from 100 to 999. */
 CRYPTCLI_API int32_t cryptcli_response_set_status(cryptcli_response* response, uint32_t status);
 CRYPTCLI_API int32_t cryptcli_response_add_header(cryptcli_response* response, const char* name,
                                                   const char* value);
@@ -175,64 +190,62 @@ CRYPTCLI_API int32_t cryptcli_response_append_body(cryptcli_response* response, 
                                                    size_t size);
 CRYPTCLI_API int32_t cryptcli_response_set_error(cryptcli_response* response, const char* message);
 
-/* ---- Client
- * ---------------------------------------------------------------------------------------------------- */
+/* ---- Client ---- */
 
-/* Makes a client from the options, which may be freed or changed afterwards. */
+/* Makes a client. It copies the options, which may then be changed or freed. */
 CRYPTCLI_API cryptcli_status cryptcli_client_new(const cryptcli_options* options, cryptcli_client** client,
                                                  cryptcli_error** error);
-/* No operation of the client may be running. */
+/* Precondition: no operation of the client is in progress. */
 CRYPTCLI_API void cryptcli_client_free(cryptcli_client* client);
 
-/* ---- Origin and policy
- * ----------------------------------------------------------------------------------------- */
+/* ---- Origin and policy ---- */
 
-/* What is known about where the content of a protected file comes from, from the strongest to the weakest. */
+/* What is known about who signed the content of a protected file, from the weakest to the strongest. */
 typedef int32_t cryptcli_origin;
 enum {
-  CRYPTCLI_ORIGIN_UNSIGNED = 0,       /* no signature */
+  CRYPTCLI_ORIGIN_UNSIGNED = 0,       /* there is no signature */
   CRYPTCLI_ORIGIN_UNPROVEN = 1,       /* the signature holds; a check of the signer failed */
-  CRYPTCLI_ORIGIN_SIGNATURE_ONLY = 2, /* the signature holds; no signer was examined, since the crypt service
-                                         hands out the room's key in the clear: anybody can have signed */
-  CRYPTCLI_ORIGIN_OTHER_ROOM =
-      3, /* signer and chain hold, for another room or group than the crypt service named */
-  CRYPTCLI_ORIGIN_PROVEN = 4 /* signer and chain hold, for the room and group that the crypt service named */
+  CRYPTCLI_ORIGIN_SIGNATURE_ONLY = 2, /* the signature holds; the signer was not checked, because the crypt
+                                         service gave the room's private key to the client: anybody may have
+                                         signed */
+  CRYPTCLI_ORIGIN_OTHER_ROOM = 3,     /* signer and chain are valid, for another room or group than the one
+                                         that the crypt service named */
+  CRYPTCLI_ORIGIN_PROVEN = 4          /* signer and chain are valid, for the room and group that the crypt
+                                         service named */
 };
-/* The name in lower case ("signature_only"); "unproven" for an unknown one. Never null. */
+/* The name of an origin, such as "signature_only"; "unproven" for an unknown one. Never null. */
 CRYPTCLI_API const char* cryptcli_origin_name(cryptcli_origin origin);
 
-/* The weakest origin whose content is delivered. */
+/* The weakest origin whose content is delivered. Each policy accepts what those before it accept. */
 typedef int32_t cryptcli_policy;
 enum {
-  CRYPTCLI_ACCEPT_PROVEN = 0,         /* proven alone: the default */
-  CRYPTCLI_ACCEPT_ANY_SIGNER = 1,     /* and other_room */
-  CRYPTCLI_ACCEPT_SIGNATURE_ONLY = 2, /* and signature_only */
-  CRYPTCLI_ACCEPT_ANYTHING = 3        /* unproven and unsigned content, too */
+  CRYPTCLI_ACCEPT_PROVEN = 0,         /* the default */
+  CRYPTCLI_ACCEPT_ANY_SIGNER = 1,     /* also other_room */
+  CRYPTCLI_ACCEPT_SIGNATURE_ONLY = 2, /* also signature_only */
+  CRYPTCLI_ACCEPT_ANYTHING = 3        /* also unproven and unsigned */
 };
 
-/* ---- Call: what one operation may be told
- * ---------------------------------------------------------------------- */
+/* ---- Call: settings of one operation ---- */
 
+/* A call for operations that run one after another; null on allocation failure. */
 CRYPTCLI_API cryptcli_call* cryptcli_call_new(void);
 CRYPTCLI_API void cryptcli_call_free(cryptcli_call* call);
-/* What decrypt and rekey deliver. verify always reports what it found and fails where this would not deliver.
- */
+/* The policy of decrypt, verify and rekey. */
 CRYPTCLI_API cryptcli_status cryptcli_call_set_accept(cryptcli_call* call, cryptcli_policy policy,
                                                       cryptcli_error** error);
-/* `done` of `total` bytes of the source; returns nonzero to go on, 0 to cancel. Called after each chunk. */
+/* Called after each chunk with the progress in bytes of the source. Returns a value other than 0 to continue,
+ * 0 to cancel. */
 typedef int32_t (*cryptcli_progress_callback)(void* context, uint64_t done, uint64_t total);
 CRYPTCLI_API void cryptcli_call_set_progress(cryptcli_call* call, cryptcli_progress_callback callback,
                                              void* context);
-/* Cancels the operation that runs with the call, or the next one. From any thread, and from a signal handler.
- * The operation ends with CRYPTCLI_CANCELLED and leaves its target as it was, unless it had been delivered.
- */
+/* Cancels the operation that runs with the call, or else the next one. May be called from any thread and from
+ * a signal handler. The operation ends with CRYPTCLI_CANCELLED and leaves its target unchanged, unless it was
+ * complete. */
 CRYPTCLI_API void cryptcli_call_cancel(cryptcli_call* call);
 
-/* ---- Files
- * ----------------------------------------------------------------------------------------------------- */
+/* ---- Files ---- */
 
-/* A source or a target: a path, or with a null path an open file descriptor, which stays open and the
- * caller's. */
+/* A source or a target: a path, or an open file descriptor if `path` is null, which is not closed. */
 typedef struct cryptcli_file {
   const char* path;
   int32_t descriptor;
@@ -251,91 +264,152 @@ static inline cryptcli_file cryptcli_descriptor(int32_t descriptor) {
   return file;
 }
 
-/* Each of these takes an optional call and gives an optional report, which comes with
- * CRYPTCLI_ORIGIN_NOT_PROVEN as well and is null otherwise on failure.
+/* Each operation takes an optional call and stores an optional report: on success, and with
+ * CRYPTCLI_ORIGIN_NOT_PROVEN; null otherwise.
  *
- * A source that cannot seek, a pipe for instance, is copied to a private temporary file first. A target by
- * path appears whole or not at all where it can be replaced, keeping its mode, owner and access list; a
- * target by descriptor is written once everything else has succeeded, from where the descriptor stands. */
+ * A source by descriptor is read from its current position. It is copied to a private temporary file first,
+ * and so is a path that cannot seek, such as a pipe.
+ *
+ * A target by path becomes the new content in one step, and keeps mode, owner and access list, where the file
+ * system allows that. A target by descriptor is written at its current position, after everything else has
+ * succeeded. */
 
-/* Protects `source` for the room. Makes the room's key when it has none; where several clients do so at once,
- * all find the one key. */
+/* Protects `source` for the room. Makes the room's key if it has none; of several clients that do so at the
+ * same time, all use the one key. */
 CRYPTCLI_API cryptcli_status cryptcli_encrypt(const cryptcli_client* client, const char* room,
                                               cryptcli_file source, cryptcli_file target, cryptcli_call* call,
                                               cryptcli_report** report, cryptcli_error** error);
-/* Opens the protected file `source` and delivers its content if its origin is what the call accepts.
- * Otherwise `target` stays as it was. */
+/* Opens the protected file `source` and delivers its content to `target`, if the call accepts its origin.
+ * Otherwise `target` is unchanged. */
 CRYPTCLI_API cryptcli_status cryptcli_decrypt(const cryptcli_client* client, const char* room,
                                               cryptcli_file source, cryptcli_file target, cryptcli_call* call,
                                               cryptcli_report** report, cryptcli_error** error);
-/* The same without delivering anything. */
+/* Does the same, but delivers nothing. */
 CRYPTCLI_API cryptcli_status cryptcli_verify(const cryptcli_client* client, const char* room,
                                              cryptcli_file source, cryptcli_call* call,
                                              cryptcli_report** report, cryptcli_error** error);
-/* Opens the protected file at `path` and protects its content again with the room's present key, in place: it
- * is either the old or the new file at any moment. */
+/* Opens the protected file at `path`, if the call accepts its origin, and protects its content with the
+ * room's present key, in place. At any moment the file is the old one or the new one. */
 CRYPTCLI_API cryptcli_status cryptcli_rekey(const cryptcli_client* client, const char* room, const char* path,
                                             cryptcli_call* call, cryptcli_report** report,
                                             cryptcli_error** error);
 
-/* What a protected file says about itself, as the JSON of the report; asks no server and verifies nothing. */
+/* Describes a protected file, or a signed message, without asking a server. Nothing is verified. The JSON of
+ * the report:
+ *   "type"        string: the OID of the message's type
+ *   "size"        number: bytes of the file
+ *   "verified"    false
+ *   "recipients"  of an encrypted message: array of objects with the strings "issuer" and "serial", which
+ *                 name the certificate of a room's key
+ *   "signers"     of a signed message: array of objects with the strings "subject" (absent without a
+ *                 certificate) and "signingTime" (RFC 3339; empty if there is none), and the object
+ *                 "signedAttributes" (OID to string) */
 CRYPTCLI_API cryptcli_status cryptcli_inspect(cryptcli_file source, cryptcli_report** report,
                                               cryptcli_error** error);
 
-/* ---- Administration
- * -------------------------------------------------------------------------------------------- */
+/* ---- Administration ---- */
 
-/* Performs a named operation. `arguments` is a JSON object; an unknown, missing or mistyped member is refused
- * before anything is sent. The result is the JSON of the report. */
+/* Performs a named operation. `arguments` is a JSON object. An unknown, missing or mistyped member is refused
+ * before anything is sent. The JSON of the report is the result; "warning" in it is a string that says what
+ * is missing from an audit log. */
 CRYPTCLI_API cryptcli_status cryptcli_perform(const cryptcli_client* client, const char* operation,
                                               const char* arguments, cryptcli_call* call,
                                               cryptcli_report** report, cryptcli_error** error);
-/* The operations with what they do and their arguments, as a JSON array. */
+/* The operations: a JSON array of objects with the strings "name" and "description", and the array
+ * "arguments" of objects with the strings "name", "type" and "description" and the boolean "required". */
 CRYPTCLI_API const char* cryptcli_operations(void);
 
-/* ---- Report
- * ---------------------------------------------------------------------------------------------------- */
+/* Asks the crypt service what it knows about a room. Changes nothing: no key is made. Fails like encrypt if
+ * the service cannot be asked, or refuses. The JSON of the report, without any key:
+ *   "room"         string: the room as the crypt service spells it
+ *   "group"        string: the group of the room
+ *   "keyType"      string: "wrapped" (the private key is readable for key servers only), "plain" (the crypt
+ *                  service gives the private key to clients), or "none" (the first encrypt makes a key)
+ *   "certificate"  of the key, absent with "none": object with the strings "subject", "issuer", "serial"
+ *                  (hexadecimal), "notBefore" and "notAfter" (RFC 3339)
+ *   "keyServers"   array of strings: the URLs of the key servers
+ *   "statusTimeout"             number: seconds that a key server may take to respond to a probe; 0 for no
+ *                               limit of its own
+ *   "certificateAuthentication" boolean: key servers are probed before each command */
+CRYPTCLI_API cryptcli_status cryptcli_room(const cryptcli_client* client, const char* room,
+                                           cryptcli_call* call, cryptcli_report** report,
+                                           cryptcli_error** error);
+
+/* Asks the crypt service, and with a room each of its key servers, whether they work. `room` may be null.
+ * Changes nothing. Returns CRYPTCLI_OK with a report whether they work or not. Fails only if an argument is
+ * wrong, the call is cancelled, or on allocation failure. The JSON of the report, without any key or token:
+ *   "ok"        boolean: every finding is ok
+ *   "findings"  array of objects, in this order: the crypt service, the room (if one was given and the crypt
+ *               service responded), each key server (if the room was found)
+ *   "room"      object, as cryptcli_room gives it; absent if no room was found
+ * The members of a finding:
+ *   "subject"     string: "service", "room" or "key_server"
+ *   "name"        string: the URL of the server, or the room
+ *   "ok"          boolean: usable
+ *   "code"        string: the name of a status, "ok" if usable
+ *   "message"     string: what is wrong; empty if nothing is
+ *   "advice"      string: what to do; empty if nothing has to be done. A usable server has advice too if its
+ *                 clock is more than five minutes off, or if it is asked over http across a network
+ * and of those about a server:
+ *   "httpStatus"       number: 0 if there was no response
+ *   "tls"              boolean: asked over https
+ *   "milliseconds"     number: duration of the exchange
+ *   "time"             string: the clock of the server (RFC 3339); absent if it did not show a valid one
+ *   "clockDifference"  number: seconds that this clock is ahead of the local one; absent with "time" */
+CRYPTCLI_API cryptcli_status cryptcli_check(const cryptcli_client* client, const char* room,
+                                            cryptcli_call* call, cryptcli_report** report,
+                                            cryptcli_error** error);
+
+/* ---- Report ---- */
 
 CRYPTCLI_API void cryptcli_report_free(cryptcli_report* report);
-/* Everything below as one JSON object; the result of inspect and perform. */
+/* The report as a JSON object. For inspect, perform, room and check see there: the getters below then return
+ * empty values. For operations on files its members are "serviceGroup" and "serviceRoom" (strings),
+ * "plainKey" (boolean) and "bytes" (number), and with a verdict also "origin", "reason", "signedGroup",
+ * "signedRoom", "signedRoomUrl" (strings) and "chain" (array of strings), each as the getter of the same
+ * name. */
 CRYPTCLI_API const char* cryptcli_report_json(const cryptcli_report* report);
+/* CRYPTCLI_ORIGIN_UNSIGNED for a report without a verdict, such as that of encrypt. */
 CRYPTCLI_API cryptcli_origin cryptcli_report_origin(const cryptcli_report* report);
-/* Why the origin is not proven; empty when it is. */
+/* Why the origin is not proven; empty if it is. */
 CRYPTCLI_API const char* cryptcli_report_reason(const cryptcli_report* report);
-/* What the signature names; empty when no signer was examined. */
+/* The group, the room and its URL in the signature; empty if no signer was checked. Of several signers, the
+ * first one's. */
 CRYPTCLI_API const char* cryptcli_report_signed_group(const cryptcli_report* report);
 CRYPTCLI_API const char* cryptcli_report_signed_room(const cryptcli_report* report);
 CRYPTCLI_API const char* cryptcli_report_signed_room_url(const cryptcli_report* report);
-/* What the crypt service named for this file. */
+/* The group and the room that the crypt service named for this file. */
 CRYPTCLI_API const char* cryptcli_report_service_group(const cryptcli_report* report);
 CRYPTCLI_API const char* cryptcli_report_service_room(const cryptcli_report* report);
-/* Subjects of the signer's chain, from the signer up; null behind the last one. */
+/* The subjects of the signer's chain, from the signer up; null if `index` is not below the count. */
 CRYPTCLI_API size_t cryptcli_report_chain_count(const cryptcli_report* report);
 CRYPTCLI_API const char* cryptcli_report_chain_subject(const cryptcli_report* report, size_t index);
-/* 1 when the crypt service handed out the room's private key in the clear. */
+/* 1 if the crypt service gave the room's private key to the client, 0 otherwise. */
 CRYPTCLI_API int32_t cryptcli_report_is_plain_key(const cryptcli_report* report);
-/* Bytes of the content: read by encrypt, delivered by decrypt, checked by verify. */
+/* Bytes of the content: read by encrypt, delivered by decrypt, checked by verify, protected by rekey. For
+ * inspect, bytes of the file. */
 CRYPTCLI_API uint64_t cryptcli_report_bytes(const cryptcli_report* report);
 
-/* ---- Error
- * ----------------------------------------------------------------------------------------------------- */
+/* ---- Error ---- */
 
+/* Null stands for an allocation failure: the getters return CRYPTCLI_INTERNAL and "no memory" for it. */
 CRYPTCLI_API void cryptcli_error_free(cryptcli_error* error);
 CRYPTCLI_API cryptcli_status cryptcli_error_code(const cryptcli_error* error);
-/* For people, in UTF-8. Null has "no memory". */
 CRYPTCLI_API const char* cryptcli_error_message(const cryptcli_error* error);
-/* 1 when the same call may succeed later without anything being changed. */
+/* 1 if the same call may succeed later although nobody changes anything, 0 otherwise. */
 CRYPTCLI_API int32_t cryptcli_error_is_retryable(const cryptcli_error* error);
-/* The HTTP status and the URL of the exchange that failed last; 0 and "" where none did. The URL has no
- * query. */
+/* HTTP status and URL, without its query, of the last exchange that failed; 0 and "" if none did. */
 CRYPTCLI_API uint32_t cryptcli_error_http_status(const cryptcli_error* error);
 CRYPTCLI_API const char* cryptcli_error_url(const cryptcli_error* error);
-/* The key servers that were asked in vain, in their order; null or 0 behind the last one. */
+/* The key servers that failed, in the order in which they were asked: base URL without a path, code, and
+ * message. If `index` is not below the count: null, CRYPTCLI_OK and null. */
 CRYPTCLI_API size_t cryptcli_error_attempt_count(const cryptcli_error* error);
 CRYPTCLI_API const char* cryptcli_error_attempt_server(const cryptcli_error* error, size_t index);
 CRYPTCLI_API cryptcli_status cryptcli_error_attempt_code(const cryptcli_error* error, size_t index);
 CRYPTCLI_API const char* cryptcli_error_attempt_message(const cryptcli_error* error, size_t index);
-/* Everything above as one JSON object. */
+/* The error as a JSON object: "code" (the name of the status), "message" and "url" (strings), "retryable"
+ * (boolean), "httpStatus" (number), and "attempts" (array of objects with the strings "server", "code" and
+ * "message"). */
 CRYPTCLI_API const char* cryptcli_error_json(const cryptcli_error* error);
 
 #ifdef __cplusplus
