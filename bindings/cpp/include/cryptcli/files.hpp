@@ -1,0 +1,86 @@
+#ifndef CRYPTCLI_FILES_HPP
+#define CRYPTCLI_FILES_HPP
+
+// Part of <cryptcli/cryptcli.hpp>: what operations read from and write to.
+
+#include <concepts>
+#include <cryptcli/detail/abi.hpp>
+#include <cstddef>
+#include <filesystem>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
+
+namespace detail {
+struct FileAccess;
+
+/// A path or what becomes one: "name", std::string, std::filesystem::path.
+template <class P>
+concept PathLike = std::convertible_to<P, std::filesystem::path>;
+}  // namespace detail
+
+/// What an operation reads: a path, an open descriptor, or bytes in memory. A std::string is a path; bytes
+/// are named as such.
+///
+///     client.Encrypt("room-1", "report.pdf", "report.p7m");
+///     client.Encrypt("room-1", cryptcli::Source::FromMemory(upload.body), "upload.p7m");
+class Source {
+ public:
+  /// The file at `path`. A pipe or device is copied to a private temporary file first.
+  template <detail::PathLike P>
+  requires(!std::same_as<std::remove_cvref_t<P>, Source>) Source(P&& path)
+      : end_(std::filesystem::path(std::forward<P>(path))) {}
+
+  /// An open descriptor, read from where it stands to its end. It stays open and the caller's.
+  [[nodiscard]] static Source FromDescriptor(int descriptor) { return Source(End(descriptor)); }
+
+  /// Bytes that stay the caller's and have to stay as they are until the operation has ended.
+  [[nodiscard]] static Source FromMemory(std::span<const std::byte> bytes) { return Source(End(bytes)); }
+  [[nodiscard]] static Source FromMemory(std::string_view bytes) {
+    return FromMemory(std::as_bytes(std::span(bytes.data(), bytes.size())));
+  }
+
+ private:
+  friend struct detail::FileAccess;
+  using End = std::variant<std::filesystem::path, int, std::span<const std::byte>>;
+  explicit Source(End end) : end_(std::move(end)) {}
+
+  End end_;
+};
+
+/// What an operation writes: a path, an open descriptor, or a container in memory. None is touched unless the
+/// operation has succeeded up to the delivery itself.
+///
+///     std::string content;
+///     auto opened = client.Decrypt("room-1", "report.p7m", cryptcli::Target::ToMemory(content));
+class Target {
+ public:
+  /// The file at `path`. It appears whole or not at all where it can be replaced; a file that is there keeps
+  /// its mode, owner and access list.
+  template <detail::PathLike P>
+  requires(!std::same_as<std::remove_cvref_t<P>, Target>) Target(P&& path)
+      : end_(std::filesystem::path(std::forward<P>(path))) {}
+
+  /// An open descriptor, written from where it stands. It stays open and the caller's.
+  [[nodiscard]] static Target ToDescriptor(int descriptor) { return Target(End(descriptor)); }
+
+  /// A container that the content replaces. It has to live until the operation has ended.
+  [[nodiscard]] static Target ToMemory(std::string& bytes) { return Target(End(&bytes)); }
+  [[nodiscard]] static Target ToMemory(std::vector<std::byte>& bytes) { return Target(End(&bytes)); }
+
+ private:
+  friend struct detail::FileAccess;
+  using End = std::variant<std::filesystem::path, int, std::string*, std::vector<std::byte>*>;
+  explicit Target(End end) : end_(std::move(end)) {}
+
+  End end_;
+};
+
+}  // namespace cryptcli::inline CRYPTCLI_DETAIL_ABI
+
+#endif  // CRYPTCLI_FILES_HPP
