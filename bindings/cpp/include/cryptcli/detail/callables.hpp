@@ -1,0 +1,127 @@
+#ifndef CRYPTCLI_DETAIL_CALLABLES_HPP
+#define CRYPTCLI_DETAIL_CALLABLES_HPP
+
+// Part of <cryptcli/cryptcli.hpp>, not for users: callables of the user, which the C library calls and whose
+// exceptions may not cross it.
+
+#include <chrono>
+#include <cryptcli/cryptcli.h>
+#include <cryptcli/detail/abi.hpp>
+#include <cryptcli/detail/objects.hpp>
+#include <cryptcli/options.hpp>
+#include <cryptcli/result.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <string>
+#include <string_view>
+
+namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
+namespace detail {
+
+/// What an exception says, without bytes that may not be UTF-8.
+inline std::string Printable(std::string text) {
+  for (char& c : text) {
+    if (c < ' ' || c > '~') c = '?';
+  }
+  return text;
+}
+
+/// Runs `work`, which calls a callable of the user. False if that threw; `reason` then has what it said.
+template <class Work>
+bool Guard(const Work& work, std::string& reason) noexcept {
+#if defined(__cpp_exceptions)
+  try {
+    work();
+    return true;
+  } catch (const std::exception& thrown) {
+    try {
+      reason = Printable(thrown.what());
+    } catch (...) {
+      reason.clear();
+    }
+  } catch (...) {
+    reason.clear();
+  }
+  return false;
+#else
+  work();
+  reason.clear();
+  return true;
+#endif
+}
+
+inline std::string Threw(std::string_view callable, std::string_view reason) {
+  std::string message = "The " + std::string(callable) + " threw an exception";
+  if (!reason.empty()) message.append(": ").append(reason);
+  return message;
+}
+
+/// What the C client refers to, and the client itself: destroyed first.
+struct State {
+  Log log;
+  Transport transport;
+  Handle<cryptcli_client> client;
+};
+
+inline void WriteLog(void* context, cryptcli_log_level level, const char* message) noexcept {
+  const auto& log = static_cast<const State*>(context)->log;
+  std::string reason;
+  // There is nobody to report to that a log fails.
+  (void)Guard([&] { log.write(static_cast<LogLevel>(level), message); }, reason);
+}
+
+inline HttpRequest ToRequest(const cryptcli_request* from) {
+  HttpRequest request;
+  request.method = cryptcli_request_method(from);
+  request.url = cryptcli_request_url(from);
+  const std::size_t count = cryptcli_request_header_count(from);
+  for (std::size_t i = 0; i < count; ++i) {
+    request.headers.push_back(
+        {cryptcli_request_header_name(from, i), cryptcli_request_header_value(from, i)});
+  }
+  std::size_t size = 0;
+  const auto* const body = static_cast<const char*>(cryptcli_request_body(from, &size));
+  request.body = std::string_view(body, size);
+  request.connectTimeout = std::chrono::milliseconds(cryptcli_request_connect_timeout(from));
+  request.timeout = std::chrono::milliseconds(cryptcli_request_timeout(from));
+  return request;
+}
+
+/// False for a response that cannot be one: a status out of range, a header with a NUL byte, too long a body.
+inline bool Fill(cryptcli_response* response, const HttpResponse& from) {
+  if (cryptcli_response_set_status(response, from.status) != 0) return false;
+  for (const Header& header : from.headers) {
+    if (header.name.find('\0') != std::string::npos || header.value.find('\0') != std::string::npos)
+      return false;
+    if (cryptcli_response_add_header(response, header.name.c_str(), header.value.c_str()) != 0) return false;
+  }
+  return cryptcli_response_append_body(response, from.body.data(), from.body.size()) == 0;
+}
+
+inline std::int32_t SendRequest(void* context, const cryptcli_request* request,
+                                cryptcli_response* response) noexcept {
+  const auto& transport = static_cast<const State*>(context)->transport;
+  std::int32_t result = -1;
+  std::string reason;
+  const auto send = [&] {
+    const Result<HttpResponse> made = transport(ToRequest(request));
+    if (!made) {
+      (void)cryptcli_response_set_error(response, made.error().message.c_str());
+    } else if (Fill(response, *made)) {
+      result = 0;
+    } else {
+      (void)cryptcli_response_set_error(response, "The transport's response is invalid");
+    }
+  };
+  if (Guard(send, reason)) return result;
+  std::string ignored;
+  (void)Guard([&] { (void)cryptcli_response_set_error(response, Threw("transport", reason).c_str()); },
+              ignored);
+  return -1;
+}
+
+}  // namespace detail
+}  // namespace cryptcli::inline CRYPTCLI_DETAIL_ABI
+
+#endif  // CRYPTCLI_DETAIL_CALLABLES_HPP
