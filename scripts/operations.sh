@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the examples of docs/operations.md in a local test environment and prints their results, with long base64
+# Runs the examples of docs/named-operations.md in a local test environment and prints their results, with long base64
 # strings shortened. Times, keys and signatures differ from run to run.
 #   scripts/operations.sh [BUILD-FOLDER]     without one it makes a release build; PORT is that of the crypt service
 set -euo pipefail
