@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 failures=0
 fail() { echo "docs: $*" >&2; failures=$((failures + 1)); }
 
-folders='client|cmake|docs|examples|exchange|foundation|fuzz|protection|roomkeys|scripts|security|stand|tests|tools|transport'
+folders='bench|bindings|client|cmake|docs|examples|exchange|foundation|fuzz|protection|roomkeys|scripts|security|stand|tests|tools|transport'
 tests=$(grep -rhoE '(cryptcli_test\(|add_test\(NAME )[a-z_.]+' --include=CMakeLists.txt tests fuzz | sed -E 's/.*[( ]//')
 
 headings() { # document; prints the anchors of its headings
@@ -26,7 +26,8 @@ check_links() { # document
 check_paths() { # document; a path in backticks may have capitals that stand for a name
   local path
   while IFS= read -r path; do
-    compgen -G "$path" >/dev/null || fail "$1 names $path"
+    # Without the last slash: compgen prints a path that ends in one whether it exists or not.
+    compgen -G "${path%/}" >/dev/null || fail "$1 names $path"
   done < <(grep -oE "\`($folders)/[^\` :]*" "$1" | tr -d '`' | grep -vE '[A-Z]{3}' || true)
 }
 
