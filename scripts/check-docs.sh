@@ -13,6 +13,10 @@ headings() { # document; prints the anchors of its headings
   sed -nE 's/^#+ +//p' "$1" | tr 'A-Z ' 'a-z-' | tr -cd 'a-z0-9_\n-'
 }
 
+prose() { # document; without code between fences, where "](" begins a lambda
+  awk '/^```/ { code = !code; next } !code' "$1"
+}
+
 check_links() { # document
   local target file
   while IFS= read -r target; do
@@ -20,7 +24,7 @@ check_links() { # document
     if [[ $target == \#* ]]; then file=$1; fi
     if [ ! -e "$file" ]; then fail "$1 links to $target"; continue; fi
     [[ $target != *#* ]] || headings "$file" | grep -qxF "${target#*#}" || fail "$1 links to $target"
-  done < <(grep -oE '\]\([^)]+\)' "$1" | sed -E 's/^\]\(//; s/\)$//' | grep -v '^https:' || true)
+  done < <(prose "$1" | grep -oE '\]\([^)]+\)' | sed -E 's/^\]\(//; s/\)$//' | grep -v '^https:' || true)
 }
 
 check_paths() { # document; a path in backticks may have capitals that stand for a name
