@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ctime>
 #include <new>
 #include <utility>
 
@@ -57,6 +58,14 @@ bool CopyChain(const STACK_OF(X509) * verified, Chain& chain) {
   return true;
 }
 
+bool ToDateTime(const ASN1_TIME* time, DateTime& value) {
+  std::tm fields{};
+  if (ASN1_TIME_to_tm(time, &fields) != 1) return false;
+  value = {fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday,
+           fields.tm_hour,        fields.tm_min,     fields.tm_sec};
+  return true;
+}
+
 // A result is returned and, on failure, recorded too: callers may look at either.
 CertVerifyResult Outcome(int code, const char* text) {
   if (code != X509_V_OK) FailWith(text);
@@ -109,6 +118,35 @@ bool Certificate::GetSubject(AnsiStr& text) const noexcept {
   const OpenSSLScope scope;
   if (certificate_ == nullptr) return FailWith(kEmpty);
   return NameToText(X509_get_subject_name(certificate_), text);
+}
+
+bool Certificate::GetIssuer(AnsiStr& text) const noexcept {
+  const OpenSSLScope scope;
+  if (certificate_ == nullptr) return FailWith(kEmpty);
+  return NameToText(X509_get_issuer_name(certificate_), text);
+}
+
+bool Certificate::GetSerial(AnsiStr& text) const noexcept {
+  if (certificate_ == nullptr) return FailWith(kEmpty);
+  const ASN1_INTEGER* const serial = X509_get0_serialNumber(certificate_);
+  text = OruGuiBase::Binary2B16Str(ASN1_STRING_get0_data(serial),
+                                   static_cast<std::uint32_t>(ASN1_STRING_length(serial)),
+                                   /*upperCase=*/true);
+  return true;
+}
+
+bool Certificate::GetValidity(DateTime& notBefore, DateTime& notAfter) const noexcept {
+  const OpenSSLScope scope;
+  if (certificate_ == nullptr) return FailWith(kEmpty);
+  DateTime first;
+  DateTime last;
+  if (!ToDateTime(X509_get0_notBefore(certificate_), first) ||
+      !ToDateTime(X509_get0_notAfter(certificate_), last)) {
+    return FailWithOpenSSL("The validity period of the certificate cannot be read");
+  }
+  notBefore = first;
+  notAfter = last;
+  return true;
 }
 
 int Certificate::Compare(const Certificate& a, const Certificate& b) noexcept {

@@ -59,6 +59,12 @@ class ORUSEC_EXPORT Certificate {
   bool GetDigest(SecDigest digest, SecEncoding encoding, OruGuiBase::AnsiStr& text) const noexcept;
   /// Writes the subject to `text`, in the form of RFC 2253, in UTF-8.
   bool GetSubject(OruGuiBase::AnsiStr& text) const noexcept;
+  /// Writes issuer and serial number as CMSKeyTransRecipient has them: the issuer in the form of the subject,
+  /// the serial number in upper-case hexadecimal without prefix or sign byte.
+  bool GetIssuer(OruGuiBase::AnsiStr& text) const noexcept;
+  bool GetSerial(OruGuiBase::AnsiStr& text) const noexcept;
+  /// The first and the last second of the validity period (RFC 5280, 4.1.2.5), in UTC.
+  bool GetValidity(OruGuiBase::DateTime& notBefore, OruGuiBase::DateTime& notAfter) const noexcept;
   /// Three-way comparison of the DER forms; 0 means the same certificate. An empty one sorts first.
   static int Compare(const Certificate& a, const Certificate& b) noexcept;
 

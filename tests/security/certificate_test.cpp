@@ -251,6 +251,51 @@ TEST(CertificateGetSubject, FailsForAnEmptyCertificate) {
   EXPECT_EQ(GetReason(), "The certificate is empty");
 }
 
+TEST(CertificateGetIssuer, IsTheNameOfTheIssuer) {
+  const auto root = CryptStand::Identity::MakeRoot(CertSpec::Authority("The root"), SharedECKey());
+  const Cert issued = Cert::Issue(CertSpec::EndEntity("Room"), SharedECKey(), root);
+  AnsiStr text;
+  LeaveStaleReason();
+  ASSERT_TRUE(ToCertificate(issued).GetIssuer(text)) << GetReason();
+  EXPECT_EQ(ToString(text), issued.GetIssuer());
+  EXPECT_EQ(ToString(text), root.certificate.GetSubject());
+  EXPECT_TRUE(IsQueueEmpty());
+}
+
+TEST(CertificateGetSerial, IsUpperCaseHexadecimalWithoutASignByte) {
+  for (const char* serial : {"0A3F", "8F01", "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF", "01"}) {
+    CertSpec spec = CertSpec::EndEntity("Room");
+    spec.serial = serial;
+    AnsiStr text;
+    ASSERT_TRUE(ToCertificate(Cert::SelfSign(spec, SharedECKey())).GetSerial(text)) << GetReason();
+    EXPECT_EQ(ToString(text), serial);
+  }
+}
+
+TEST(CertificateGetValidity, HasTheFirstAndTheLastSecond) {
+  CertSpec spec = CertSpec::EndEntity("Room");
+  // From 2050 on certificates have another time type (RFC 5280, 4.1.2.5).
+  spec.validity = CryptStand::Validity::Between("2024-02-29T01:02:03", "2051-12-31T23:59:59");
+  OruGuiBase::DateTime notBefore;
+  OruGuiBase::DateTime notAfter;
+  LeaveStaleReason();
+  ASSERT_TRUE(ToCertificate(Cert::SelfSign(spec, SharedECKey())).GetValidity(notBefore, notAfter))
+      << GetReason();
+  EXPECT_EQ(notBefore, (OruGuiBase::DateTime{2024, 2, 29, 1, 2, 3}));
+  EXPECT_EQ(notAfter, (OruGuiBase::DateTime{2051, 12, 31, 23, 59, 59}));
+  EXPECT_TRUE(IsQueueEmpty());
+}
+
+TEST(CertificateGetters, FailForAnEmptyCertificate) {
+  AnsiStr text;
+  OruGuiBase::DateTime time;
+  EXPECT_FALSE(Certificate().GetIssuer(text));
+  EXPECT_FALSE(Certificate().GetSerial(text));
+  LeaveStaleReason();
+  EXPECT_FALSE(Certificate().GetValidity(time, time));
+  EXPECT_EQ(GetReason(), "The certificate is empty");
+}
+
 TEST(CertificateCompare, IsZeroForTheSameCertificateReadTwice) {
   const Certificate fromPEM = ToCertificate(SampleCert());
   Certificate fromBase64;
