@@ -56,6 +56,13 @@ cryptcli_status MakeTransport(cryptcli_client& client, cryptcli_error** error) {
 
 }  // namespace
 
+bool CryptCliC::CheckRoom(const cryptcli_client* client, const char* room, cryptcli_error** error) {
+  if (client == nullptr) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No client"), false;
+  const bool isRoom = room != nullptr && *room != '\0' && IsUtf8(room);
+  if (!isRoom) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "The room is empty or not UTF-8"), false;
+  return true;
+}
+
 cryptcli_status cryptcli_client_new(const cryptcli_options* options, cryptcli_client** client,
                                     cryptcli_error** error) {
   if (client != nullptr) *client = nullptr;

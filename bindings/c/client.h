@@ -19,3 +19,10 @@ struct cryptcli_client {
     return *curl;
   }
 };
+
+namespace CryptCliC {
+
+/// Checks what every operation on a room gets. On false the failure is stored.
+bool CheckRoom(const cryptcli_client* client, const char* room, cryptcli_error** error);
+
+}  // namespace CryptCliC

@@ -53,13 +53,6 @@ Failure SystemFailure(Operation& operation, std::string_view what, const cryptcl
                                ToString(OruGuiBase::GetSystemErrorText()));
 }
 
-bool CheckTask(const cryptcli_client* client, const char* room, cryptcli_error** error) {
-  if (client == nullptr) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No client"), false;
-  const bool isRoom = room != nullptr && *room != '\0' && IsUtf8(room);
-  if (!isRoom) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "The room is empty or not UTF-8"), false;
-  return true;
-}
-
 void TakeFacts(cryptcli_report& report, const Facts& facts) {
   report.serviceGroup = facts.serviceGroup;
   report.serviceRoom = facts.serviceRoom;
@@ -192,7 +185,7 @@ cryptcli_status WithReport(const cryptcli_client* client, const char* room, cryp
                            cryptcli_report** report, cryptcli_error** error, Work work) noexcept {
   if (report != nullptr) *report = nullptr;
   return Guarded(error, [&]() -> cryptcli_status {
-    if (!CheckTask(client, room, error)) return CRYPTCLI_INVALID_ARGUMENT;
+    if (!CheckRoom(client, room, error)) return CRYPTCLI_INVALID_ARGUMENT;
     auto made = std::make_unique<cryptcli_report>();
     const cryptcli_status status = work(Task{*client, room, call}, made);
     if (report == nullptr || (status != CRYPTCLI_OK && status != CRYPTCLI_ORIGIN_NOT_PROVEN)) return status;

@@ -1,5 +1,4 @@
 // What a protected file says about itself, without any server: the JSON of cryptcli_inspect.
-#include <cstdio>
 #include <memory>
 
 #include "bindings/c/boundary.h"
@@ -24,15 +23,6 @@ using OruOssSec::CMSMsg;
 using OruOssSec::CMSSigner;
 
 namespace {
-
-// RFC 3339; empty for a time that is not given.
-std::string TimeText(const OruGuiBase::DateTime& time) {
-  if (time == OruGuiBase::DateTime()) return {};
-  char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", time.year, time.month, time.day,
-                time.hour, time.minute, time.second);
-  return text;
-}
 
 KVMap Describe(const CMSKeyTransRecipient& recipient) {
   KVMap object;

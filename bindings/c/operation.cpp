@@ -31,8 +31,6 @@ constexpr std::uint32_t kErrorTrace = 4;
 constexpr std::uint32_t kStatusOk = 200;
 constexpr std::uint32_t kStatusConflict = 409;
 constexpr std::string_view kUploadPath = "/crypt/newkey/";
-// The crypt service's one refusal that an application can treat on its own.
-constexpr std::string_view kKeyRefused = "QOB.1.1001.1.422645";
 
 bool TakePrefix(std::string_view& text, std::string_view prefix) {
   if (!text.starts_with(prefix)) return false;
@@ -144,13 +142,17 @@ FailedExchange Operation::GetFailedExchange() const {
   return {latest_.failed, latest_.hasResponse, latest_.isCryptService, latest_.status, latest_.reason};
 }
 
+cryptcli_status Operation::GetCode(std::string_view message) const {
+  if (facts_.isRoomDenied) return CRYPTCLI_UNKNOWN_ROOM;
+  if (facts_.isKeyRefused) return CRYPTCLI_KEY_REFUSED;
+  return Classify(message, GetFailedExchange());
+}
+
 Failure Operation::MakeFailure(std::string_view message) {
   Failure failure;
   const FailedExchange exchange = GetFailedExchange();
   failure.message = message;
-  failure.code = Classify(message, exchange);
-  if (facts_.isKeyRefused) failure.code = CRYPTCLI_KEY_REFUSED;
-  if (facts_.isRoomDenied) failure.code = CRYPTCLI_UNKNOWN_ROOM;
+  failure.code = GetCode(message);
   if (TakeCancelled()) failure.code = CRYPTCLI_CANCELLED;
   failure.retryable = IsRetryable(failure.code, message, exchange);
   if (latest_.failed || facts_.isKeyRefused || facts_.isRoomDenied) {

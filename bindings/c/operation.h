@@ -14,6 +14,9 @@
 
 namespace CryptCliC {
 
+/// The crypt service's one refusal that an application can handle on its own, as "errorid".
+inline constexpr std::string_view kKeyRefused = "QOB.1.1001.1.422645";
+
 /// What a signature says, as the class read it while it examined the signer.
 struct SignerFacts {
   std::string group;  ///< decoded where the signature carries it in hexadecimal form
@@ -54,6 +57,8 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   /// Whether the operation was cancelled. The call can be used again then.
   bool TakeCancelled();
   bool IsCancelled() noexcept override;
+  /// The status for a message of the class or of this layer.
+  cryptcli_status GetCode(std::string_view message) const;
   /// The failure for a message of the class or of this layer, with what the operation knows about it.
   Failure MakeFailure(std::string_view message);
 

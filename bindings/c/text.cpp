@@ -1,6 +1,7 @@
 #include "bindings/c/text.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <stdexcept>
 
 #include "foundation/encoding.h"
@@ -15,8 +16,9 @@ using OruGuiBase::Val;
 
 namespace {
 
-// Bytes of the UTF-8 character at the start of a string that is not empty; 0 when there is none.
+// Bytes of the UTF-8 character at the start of a string that is not empty; 0 if there is none, or a NUL.
 std::size_t CharacterLength(std::string_view text) {
+  if (text.front() == '\0') return 0;
   for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length) {
     if (IsUtf8(text.substr(0, length))) return length;
   }
@@ -30,7 +32,7 @@ bool IsUtf8(std::string_view text) {
 }
 
 std::string MakeUtf8(std::string_view text) {
-  if (IsUtf8(text)) return std::string(text);
+  if (IsUtf8(text) && text.find('\0') == std::string_view::npos) return std::string(text);
   std::string clean;
   while (!text.empty()) {
     const std::size_t length = CharacterLength(text);
@@ -38,6 +40,14 @@ std::string MakeUtf8(std::string_view text) {
     text.remove_prefix(length > 0 ? length : 1);
   }
   return clean;
+}
+
+std::string TimeText(const OruGuiBase::datetime& time) {
+  if (time == OruGuiBase::datetime()) return {};
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", time.year, time.month, time.day,
+                time.hour, time.minute, time.second);
+  return text;
 }
 
 std::string ToJson(const KVMap& object) {

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "foundation/ansistr.h"
+#include "foundation/datetime.h"
 #include "foundation/kvmap.h"
 
 // Strings on their way between C, the standard library and the class below.
@@ -17,10 +18,13 @@ inline OruGuiBase::AnsiStr ToAnsi(std::string_view text) {
 }
 
 bool IsUtf8(std::string_view text);
-/// The string with U+FFFD in the place of what is not UTF-8, so that it can be shown and put into JSON.
+/// The string with U+FFFD in place of bytes that are not UTF-8, so that JSON can have it, and of NUL bytes,
+/// where a C string would end.
 std::string MakeUtf8(std::string_view text);
 /// The object as compact JSON. Its strings have to be UTF-8.
 std::string ToJson(const OruGuiBase::KVMap& object);
+/// RFC 3339; empty for an unset time.
+std::string TimeText(const OruGuiBase::datetime& time);
 /// Sets a member to a string, made valid UTF-8 first.
 void SetText(OruGuiBase::KVMap& object, const char* name, std::string_view text);
 
