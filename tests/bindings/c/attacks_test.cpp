@@ -1,117 +1,78 @@
+#include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 
 #include "tests/bindings/c/environment_fixture.h"
 #include "tests/bindings/c/scripted_fixture.h"
+#include "tests/bindings/flipped_bits.h"
 
 namespace CInterface {
 namespace {
 
 using ::testing::HasSubstr;
-using TestSupport::MakeSigned;
 
-constexpr const char* kContent = "the plain bytes of a file";
+constexpr std::string_view kForgedContent = TestSupport::ForgedFiles::kContent;
 
-// Each single bit of a protected file, flipped. Nothing authenticates the envelope's own header, so a few
-// flips leave content and proof as they were; no flip delivers anything else.
 TEST_F(EnvironmentTest, NoFlippedBitDeliversAnythingElse) {
-  Protect(kContent);
-  const std::string original = scratch.Read("secret");
-  std::size_t delivered = 0;
-  for (std::size_t byte = 0; byte < original.size(); byte += 7) {
-    std::string flipped = original;
-    flipped[byte] = static_cast<char>(flipped[byte] ^ (1 << (byte % 8)));
-    scratch.Make("flipped", flipped);
-    scratch.Make("opened", "as before");
-    const Outcome outcome = Decrypt("flipped", "opened");
-    if (outcome.status == CRYPTCLI_OK) {
-      ++delivered;
-      EXPECT_EQ(scratch.Read("opened"), kContent) << "byte " << byte;
-      EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_PROVEN) << "byte " << byte;
-    } else {
-      EXPECT_EQ(scratch.Read("opened"), "as before") << "byte " << byte;
-    }
-  }
-  EXPECT_LT(delivered, 10U);
+  Protect(std::string(kForgedContent));
+  TestSupport::ExpectFlipsDeliverNothingElse(scratch, kForgedContent,
+                                             [&]() -> std::optional<cryptcli_origin> {
+                                               const Outcome outcome = Decrypt("flipped", "opened");
+                                               if (outcome.status != CRYPTCLI_OK) return std::nullopt;
+                                               return cryptcli_report_origin(outcome.report.get());
+                                             });
 }
 
-using Attacks = ScriptedTest;
+class Attacks : public ScriptedTest, public ::testing::WithParamInterface<TestSupport::Attack> {};
 
-// Anybody who has the room's certificate can make these.
-TEST_F(Attacks, UnsignedContentInAnEnvelopeIsRefused) {
-  Envelope(kContent);
+TEST_P(Attacks, AreRefusedWithTheirOrigin) {
+  GetParam().make(forged);
   scratch.Make("opened", "as before");
   const Outcome outcome = Open();
-  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN);
-  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_UNSIGNED);
-  EXPECT_THAT(outcome.Message(), HasSubstr("The content is not signed"));
+  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
+  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), GetParam().origin);
+  EXPECT_STRNE(cryptcli_report_reason(outcome.report.get()), "");
   EXPECT_EQ(scratch.Read("opened"), "as before");
 }
 
-TEST_F(Attacks, ASelfSignedSignatureIsRefused) {
-  TestSupport::SignerSpec forger = Signer();
-  forger.identity = TestSupport::Identity::MakeRoot(TestSupport::EndEntity("Forger"));
-  Envelope(MakeSigned(kContent, {forger}));
-  const Outcome outcome = Open();
-  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
-  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_UNPROVEN);
-  EXPECT_FALSE(scratch.Exists("opened"));
+INSTANTIATE_TEST_SUITE_P(Forged, Attacks, ::testing::ValuesIn(TestSupport::kAttacks),
+                         [](const auto& attack) { return TestSupport::NameOf(attack.param); });
+
+using Refusals = ScriptedTest;
+
+TEST_F(Refusals, SayThatTheContentIsNotSigned) {
+  forged.Envelope(kForgedContent);
+  EXPECT_THAT(Open().Message(), HasSubstr("The content is not signed"));
 }
 
-TEST_F(Attacks, ASelfSignedSignatureUnderAPlainKeyIsRefused) {
-  TestSupport::SignerSpec forger = Signer();
-  forger.identity = TestSupport::Identity::MakeRoot(TestSupport::EndEntity("Forger"));
-  Envelope(MakeSigned(kContent, {forger}));
-  HandOutPlainKey();
+TEST_F(Refusals, NameTheRoomThatWasSignedFor) {
+  forged.EnvelopeSigned({forged.Signer("room 2")});
   const Outcome outcome = Open();
-  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
-  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_SIGNATURE_ONLY);
-  EXPECT_EQ(cryptcli_report_is_plain_key(outcome.report.get()), 1);
-  EXPECT_FALSE(scratch.Exists("opened"));
-}
-
-TEST_F(Attacks, ContentSignedForAnotherRoomIsRefused) {
-  Envelope(MakeSigned(kContent, {Signer("room 2")}));
-  const Outcome outcome = Open();
-  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
-  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_OTHER_ROOM);
   EXPECT_STREQ(cryptcli_report_signed_room(outcome.report.get()), "room 2");
   EXPECT_THAT(outcome.Message(), HasSubstr("Signed for room \"room 2\""));
 }
 
-TEST_F(Attacks, ContentSignedForAnotherGroupIsRefused) {
-  Envelope(MakeSigned(kContent, {Signer(kScriptedRoom, "QOB.other")}));
-  const Outcome outcome = Open();
-  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
-  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_OTHER_ROOM);
+TEST_F(Refusals, ReportAPlainKey) {
+  forged.MakeOfOrigin(CRYPTCLI_ORIGIN_SIGNATURE_ONLY);
+  EXPECT_EQ(cryptcli_report_is_plain_key(Open().report.get()), 1);
 }
 
-TEST_F(Attacks, EachSignerHasToSignForTheRoom) {
-  TestSupport::SignerSpec second = Signer("room 2");
-  second.hasCertificate = false;  // the message holds it once
-  Envelope(MakeSigned(kContent, {Signer(), second}));
-  const Outcome outcome = Open();
-  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
-  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_OTHER_ROOM);
-}
-
-TEST_F(Attacks, AGroupInHexadecimalFormIsTheGroup) {
+TEST_F(Refusals, SpareAGroupInHexadecimalForm) {
   std::string hex;
   for (const char byte : std::string(TestSupport::kGroup)) {
     constexpr const char* kDigits = "0123456789abcdef";
     hex += kDigits[static_cast<unsigned char>(byte) >> 4];
     hex += kDigits[byte & 15];
   }
-  Envelope(MakeSigned(kContent, {Signer(kScriptedRoom, hex)}));
+  forged.EnvelopeSigned({forged.Signer(kScriptedRoom, hex)});
   const Outcome outcome = Open();
   ASSERT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
   EXPECT_STREQ(cryptcli_report_signed_group(outcome.report.get()), TestSupport::kGroup);
 }
 
-TEST_F(Attacks, ADamagedSignatureIsAnErrorUnderEveryPolicy) {
-  std::string message = MakeSigned(kContent, {Signer()});
-  message[message.find(kContent)] ^= 1;
-  Envelope(message);
+TEST_F(Refusals, OfADamagedSignatureHoldUnderEveryPolicy) {
+  forged.EnvelopeDamaged();
   Accept(CRYPTCLI_ACCEPT_ANYTHING);
   const Outcome outcome = Open();
   EXPECT_EQ(outcome.status, CRYPTCLI_DAMAGED) << outcome.Message();
@@ -122,29 +83,11 @@ TEST_F(Attacks, ADamagedSignatureIsAnErrorUnderEveryPolicy) {
 // ---- The table of origins and policies
 
 using Row = std::tuple<cryptcli_origin, cryptcli_policy>;
-class Policy : public ScriptedTest, public ::testing::WithParamInterface<Row> {
- protected:
-  void Make(cryptcli_origin origin) {
-    switch (origin) {
-      case CRYPTCLI_ORIGIN_UNSIGNED:
-        return Envelope(kContent);
-      case CRYPTCLI_ORIGIN_UNPROVEN:
-        services.Set("integrity", TestSupport::Status(404));
-        return Envelope(MakeSigned(kContent, {Signer()}));
-      case CRYPTCLI_ORIGIN_SIGNATURE_ONLY:
-        HandOutPlainKey();
-        return Envelope(MakeSigned(kContent, {Signer()}));
-      case CRYPTCLI_ORIGIN_OTHER_ROOM:
-        return Envelope(MakeSigned(kContent, {Signer("room 2")}));
-      default:
-        return Envelope(MakeSigned(kContent, {Signer()}));
-    }
-  }
-};
+class Policy : public ScriptedTest, public ::testing::WithParamInterface<Row> {};
 
 TEST_P(Policy, DeliversWhatItAcceptsAndNothingElse) {
   const auto [origin, policy] = GetParam();
-  Make(origin);
+  forged.MakeOfOrigin(origin);
   Accept(policy);
   scratch.Make("opened", "as before");
   const Outcome outcome = Open();
@@ -153,7 +96,7 @@ TEST_P(Policy, DeliversWhatItAcceptsAndNothingElse) {
   EXPECT_EQ(outcome.status, accepted ? CRYPTCLI_OK : CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
   ASSERT_NE(outcome.report, nullptr);
   EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), origin);
-  EXPECT_EQ(scratch.Read("opened"), accepted ? kContent : "as before");
+  EXPECT_EQ(scratch.Read("opened"), accepted ? kForgedContent : "as before");
   EXPECT_EQ(Verify("secret", kScriptedRoom).status, outcome.status);
 }
 

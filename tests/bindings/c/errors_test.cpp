@@ -125,14 +125,14 @@ using ScriptedErrors = ScriptedTest;
 
 TEST_F(ScriptedErrors, ARefusedKeyHasItsOwnCode) {
   services.Set("key", TestSupport::Json(R"({"errorid":"QOB.1.1001.1.422645","errortext":"Not now"})"));
-  Envelope("content");
+  forged.Envelope("content");
   const Outcome outcome = Open();
   EXPECT_EQ(outcome.status, CRYPTCLI_KEY_REFUSED);
   EXPECT_EQ(outcome.Message(), "Not now");
 }
 
 TEST_F(ScriptedErrors, ATransportThatFailsIsUnreachable) {
-  Envelope("content");
+  forged.Envelope("content");
   services.Set("key", TestSupport::NoExchange("the cable is cut"));
   const Outcome outcome = Open();
   EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
@@ -140,7 +140,7 @@ TEST_F(ScriptedErrors, ATransportThatFailsIsUnreachable) {
 }
 
 TEST_F(ScriptedErrors, ANameThatIsNotUtf8IsAnInvalidRoom) {
-  Envelope("content");
+  forged.Envelope("content");
   EXPECT_EQ(Decrypt("secret", "opened", "\xFF").status, CRYPTCLI_INVALID_ARGUMENT);
   EXPECT_EQ(Decrypt("secret", "opened", "").status, CRYPTCLI_INVALID_ARGUMENT);
 }

@@ -4,19 +4,15 @@
 
 #include "exchange/icryptclienthttp.h"
 #include "tests/bindings/c/c_fixture.h"
-#include "tests/support/messages.h"
-#include "tests/support/pki.h"
+#include "tests/bindings/forged_files.h"
 #include "tests/support/scripted_services.h"
-#include "tests/support/text.h"
-#include "tests/support/wire.h"
 
 namespace CInterface {
 
-/// A client whose transport, a callback, leads to scripted services. The keys of everybody are at hand, so
-/// any message can be made.
+/// A client whose transport, a callback, leads to scripted services.
 class ScriptedTest : public ClientTest {
  protected:
-  static constexpr const char* kScriptedRoom = "room 1";
+  static constexpr const char* kScriptedRoom = TestSupport::ForgedFiles::kRoom;
 
   void SetUp() override {
     ASSERT_EQ(cryptcli_options_set_service(options.get(), TestSupport::kServiceUrl, nullptr), CRYPTCLI_OK);
@@ -24,30 +20,10 @@ class ScriptedTest : public ClientTest {
     MakeClient();
   }
 
-  /// The usual signer of the group, for a room.
-  TestSupport::SignerSpec Signer(const std::string& room = kScriptedRoom,
-                                 const std::string& group = TestSupport::kGroup) const {
-    TestSupport::SignerSpec signer;
-    signer.identity = pki.integrity;
-    signer.attributes = {{TestSupport::kGroupOid, group},
-                         {TestSupport::kRoomOid, room},
-                         {TestSupport::kRoomUrlOid, "https://crypt.example/api/mx/" + room}};
-    signer.signingTime = TestSupport::kServicesTime;
-    return signer;
-  }
-  /// Puts an envelope for the room around the bytes and makes it the file "secret".
-  void Envelope(const std::string& bytes) {
-    scratch.Make("secret", TestSupport::MakeEnveloped(bytes, {pki.room.certificate}));
-  }
-  void HandOutPlainKey() {
-    services.Set(
-        "key", TestSupport::Json(TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(), "plain",
-                                                   TestSupport::Quoted(pki.room.key.ToPEM()))));
-  }
   Outcome Open() { return Decrypt("secret", "opened", kScriptedRoom); }
 
-  const TestSupport::Pki& pki = TestSupport::Pki::Get();
   TestSupport::ScriptedServices services;
+  TestSupport::ForgedFiles forged{scratch, services};
 
  private:
   static int32_t Send(void* context, const cryptcli_request* request, cryptcli_response* response) {
