@@ -1,0 +1,286 @@
+"""The client: options, operations on files and administration."""
+
+from __future__ import annotations
+
+import ctypes
+from types import TracebackType
+from typing import Any, Dict, List, Mapping, Optional, Type
+
+from . import _log, _transport
+from ._arguments import Path, encode, encode_optional_path, encode_path, milliseconds, require_callable
+from ._errors import raise_error
+from ._files import Source, Spool, Target
+from ._functions import as_file, inspect_in, invoke
+from ._library import lib
+from ._log import Log, LogLevel
+from ._operation import Cancellation, Operation, Operations, Progress, run_interruptibly
+from ._report import Policy, Report, make_report
+from ._transport import Transport
+
+
+class Client:
+    """Protects and opens files with the help of one crypt service.
+
+        with cryptcli.Client("https://crypt.example.com/api") as client:
+            client.encrypt("room-1", "report.pdf", "report.p7m")
+            report = client.decrypt("room-1", "report.p7m", "report.pdf")
+
+    A client is immutable and serves any number of threads at once; make one and keep it, since it keeps connections
+    open. Operations release the interpreter lock, so threads are enough to use several cores.
+
+    Callables (progress, log, transport) run while the caller waits: on its thread, or for the main thread on one that
+    works for it, so that Ctrl-C cancels an operation. What they raise cancels it, too, and comes out of it. They may
+    not use the same client.
+
+    Each process needs a client of its own: one that was made before a fork must not be used behind it.
+    """
+
+    def __init__(
+        self,
+        service: str,
+        *,
+        ca_file: Optional[Path] = None,
+        client_certificate: Optional[Path] = None,
+        client_key: Optional[Path] = None,
+        key_password_file: Optional[Path] = None,
+        proxy: Optional[str] = None,
+        headers: Optional[Mapping[str, str]] = None,
+        connect_timeout: Optional[float] = None,
+        timeout: Optional[float] = None,
+        temporary_directory: Optional[Path] = None,
+        log: Optional[Log] = None,
+        log_level: LogLevel = LogLevel.REQUEST,
+        reveal_secrets: bool = False,
+        transport: Optional[Transport] = None,
+    ) -> None:
+        """Makes a client; sends nothing. Raises InvalidArgument for an option that cannot be used.
+
+        service              base URL of the crypt service
+        ca_file              PEM file of the certification authorities to trust in place of the system's
+        client_certificate   PEM file of the client certificate
+        client_key           PEM file of its key, unless the certificate's file holds it
+        key_password_file    file whose first line is the key's password
+        proxy                URL of a proxy for every request; the environment's proxy variables have no effect
+        headers              headers for every request to the crypt service and to no other server: the place for
+                             credentials
+        connect_timeout      seconds that connecting to a server may take; 30 unless given
+        timeout              seconds that one exchange with a server may take in all; 300 unless given
+        temporary_directory  where temporary files with plain content lie, each in a directory for the owner alone;
+                             TMPDIR or /tmp unless given
+        log                  called with level and message, up to `log_level`
+        reveal_secrets       whether bodies, which carry keys, tokens and passwords, are logged: the log is then as
+                             secret as the keys themselves
+        transport            takes the place of the built-in transport, whose options (ca_file, client_certificate,
+                             proxy) then have no effect
+        """
+        require_callable(log, "The log")
+        require_callable(transport, "The transport")
+        self._temporary_directory = temporary_directory
+        self._operations = Operations()
+        # The library calls them as long as the client lives.
+        self._callbacks: List[Any] = []
+        options = ctypes.c_void_p(lib.options_new())
+        if not options:
+            raise MemoryError
+        try:
+            _set_text(options, lib.options_set_service, encode(service, "The service"))
+            _set_text(options, lib.options_set_ca_file, encode_optional_path(ca_file, "The CA file"))
+            _set_text(
+                options,
+                lib.options_set_client_certificate,
+                encode_optional_path(client_certificate, "The client certificate"),
+                encode_optional_path(client_key, "The client key"),
+                encode_optional_path(key_password_file, "The password file"),
+            )
+            _set_text(options, lib.options_set_proxy, None if proxy is None else encode(proxy, "The proxy"))
+            for name, value in (headers or {}).items():
+                _set_text(options, lib.options_add_header, encode(name, "A header"), encode(value, "A header"))
+            lib.options_set_connect_timeout(options, milliseconds(connect_timeout, "The connect timeout"))
+            lib.options_set_timeout(options, milliseconds(timeout, "The timeout"))
+            _set_text(
+                options,
+                lib.options_set_temporary_directory,
+                encode_optional_path(temporary_directory, "The temporary directory"),
+            )
+            self._set_callbacks(options, log, log_level, reveal_secrets, transport)
+            self._handle = _make_client(options)
+        finally:
+            lib.options_free(options)
+
+    def _set_callbacks(
+        self,
+        options: ctypes.c_void_p,
+        log: Optional[Log],
+        level: LogLevel,
+        reveal_secrets: bool,
+        transport: Optional[Transport],
+    ) -> None:
+        if log is not None:
+            callback = _log.make_callback(log, self._operations)
+            self._callbacks.append(callback)
+            lib.options_set_log(options, LogLevel(level), callback, None, 1 if reveal_secrets else 0)
+        if transport is not None:
+            callback = _transport.make_callback(transport, self._operations)
+            self._callbacks.append(callback)
+            lib.options_set_transport(options, callback, None)
+
+    def __enter__(self) -> Client:
+        return self
+
+    def __exit__(
+        self,
+        exception_type: Optional[Type[BaseException]],
+        exception: Optional[BaseException],
+        traceback: Optional[TracebackType],
+    ) -> None:
+        self.close()
+
+    def close(self) -> None:
+        """Waits for operations that run on other threads, then closes connections. Later operations raise
+        InvalidArgument. May be called again, but not from a callable of an operation."""
+        self._operations.close(self._free)
+
+    # An operation refers to its client: none runs here.
+    def __del__(self) -> None:
+        if hasattr(self, "_handle"):
+            self.close()
+
+    def _free(self) -> None:
+        lib.client_free(self._handle)
+
+    # ---- Files
+
+    def encrypt(
+        self,
+        room: str,
+        source: Source,
+        target: Target,
+        *,
+        progress: Optional[Progress] = None,
+        cancel: Optional[Cancellation] = None,
+    ) -> Report:
+        """Protects `source` for the room and puts the protected file at `target`.
+
+        Makes the room's key when it has none; where several clients do so at once, all find the one key.
+
+        source, target  a path, or a binary file object, which is read or written from where it stands. A target by
+                        path appears whole or not at all; a target object is written once everything else has
+                        succeeded. What an object's own methods raise comes through.
+        progress        called after each chunk with the bytes done and in all; False cancels
+        cancel          cancels the operation from elsewhere
+        """
+        spool = Spool(self._temporary_directory, cancel)
+        with spool.source(source) as read, spool.target(target) as written:
+            return self._report(lib.encrypt, _room(room), as_file(read), as_file(written), progress=progress, cancel=cancel)
+
+    def decrypt(
+        self,
+        room: str,
+        source: Source,
+        target: Target,
+        *,
+        accept: Policy = Policy.PROVEN,
+        progress: Optional[Progress] = None,
+        cancel: Optional[Cancellation] = None,
+    ) -> Report:
+        """Opens the protected file `source` and delivers its content to `target` if `accept` admits its origin.
+
+        Otherwise raises OriginNotProven with the report, and the target stays as it was. See encrypt for the other
+        arguments.
+        """
+        spool = Spool(self._temporary_directory, cancel)
+        with spool.source(source) as read, spool.target(target) as written:
+            return self._report(
+                lib.decrypt,
+                _room(room),
+                as_file(read),
+                as_file(written),
+                accept=accept,
+                progress=progress,
+                cancel=cancel,
+            )
+
+    def verify(
+        self,
+        room: str,
+        source: Source,
+        *,
+        accept: Policy = Policy.PROVEN,
+        progress: Optional[Progress] = None,
+        cancel: Optional[Cancellation] = None,
+    ) -> Report:
+        """Opens the protected file and reports what decrypt would, without delivering anything. Raises what decrypt
+        would raise."""
+        with Spool(self._temporary_directory, cancel).source(source) as read:
+            return self._report(
+                lib.verify, _room(room), as_file(read), accept=accept, progress=progress, cancel=cancel
+            )
+
+    def rekey(
+        self,
+        room: str,
+        path: Path,
+        *,
+        accept: Policy = Policy.PROVEN,
+        progress: Optional[Progress] = None,
+        cancel: Optional[Cancellation] = None,
+    ) -> Report:
+        """Opens the protected file at `path` and protects its content again with the room's present key, in place: it
+        is either the old or the new file at any moment."""
+        return self._report(
+            lib.rekey, _room(room), encode_path(path, "The path"), accept=accept, progress=progress, cancel=cancel
+        )
+
+    def inspect(self, source: Source) -> Dict[str, Any]:
+        """What a protected file says about itself; asks no server and verifies nothing."""
+        return inspect_in(source, self._temporary_directory)
+
+    # ---- Below
+
+    def _report(self, function: Any, *arguments: Any, **options: Any) -> Report:
+        return make_report(self._call(function, *arguments, **options))
+
+    def _call(
+        self,
+        function: Any,
+        *arguments: Any,
+        accept: Policy = Policy.PROVEN,
+        progress: Optional[Progress] = None,
+        cancel: Optional[Cancellation] = None,
+    ) -> Dict[str, Any]:
+        require_callable(progress, "The progress")
+        if not isinstance(accept, Policy):
+            raise TypeError(f"accept has to be a Policy, not {type(accept).__name__}")
+        operation = Operation(progress, cancel, accept)
+
+        def work() -> Dict[str, Any]:
+            with self._operations.running(operation):
+                return invoke(operation, function, self._handle, *arguments, operation.call)
+
+        return run_interruptibly(operation, work)
+
+
+def _room(room: str) -> bytes:
+    return encode(room, "The room")
+
+
+def _set_text(options: ctypes.c_void_p, setter: Any, *values: Optional[bytes]) -> None:
+    error = ctypes.c_void_p()
+    try:
+        status = setter(options, *values, ctypes.byref(error))
+        if status != 0:
+            raise_error(status, error)
+    finally:
+        lib.error_free(error)
+
+
+def _make_client(options: ctypes.c_void_p) -> ctypes.c_void_p:
+    client = ctypes.c_void_p()
+    error = ctypes.c_void_p()
+    try:
+        status = lib.client_new(options, ctypes.byref(client), ctypes.byref(error))
+        if status != 0:
+            raise_error(status, error)
+    finally:
+        lib.error_free(error)
+    return client
