@@ -3,12 +3,13 @@
 from __future__ import annotations
 
 import ctypes
+import json
 from types import TracebackType
 from typing import Any, Dict, List, Mapping, Optional, Type
 
 from . import _log, _transport
 from ._arguments import Path, encode, encode_optional_path, encode_path, milliseconds, require_callable
-from ._errors import raise_error
+from ._errors import InvalidArgument, raise_error
 from ._files import Source, Spool, Target
 from ._functions import as_file, inspect_in, invoke
 from ._library import lib
@@ -235,6 +236,20 @@ class Client:
         """What a protected file says about itself; asks no server and verifies nothing."""
         return inspect_in(source, self._temporary_directory)
 
+    # ---- Administration
+
+    def perform(
+        self, operation: str, arguments: Mapping[str, Any], *, cancel: Optional[Cancellation] = None
+    ) -> Dict[str, Any]:
+        """Performs a named operation and returns its result; operations() has the names and the arguments.
+
+        An unknown, missing or mistyped argument is InvalidArgument, before anything is sent. A file that the result
+        names (GetAuditLog) belongs to the caller, who removes it.
+        """
+        return self._call(
+            lib.perform, encode(operation, "The operation"), _encode_json(arguments), cancel=cancel
+        )
+
     # ---- Below
 
     def _report(self, function: Any, *arguments: Any, **options: Any) -> Report:
@@ -262,6 +277,14 @@ class Client:
 
 def _room(room: str) -> bytes:
     return encode(room, "The room")
+
+
+def _encode_json(arguments: Mapping[str, Any]) -> bytes:
+    try:
+        encoded = json.dumps(dict(arguments), ensure_ascii=False, allow_nan=False)
+    except (TypeError, ValueError) as failure:
+        raise InvalidArgument(f"The arguments are no JSON object: {failure}") from failure
+    return encode(encoded, "An argument")
 
 
 def _set_text(options: ctypes.c_void_p, setter: Any, *values: Optional[bytes]) -> None:
