@@ -64,6 +64,10 @@ class Environment:
         """Adds the room or changes its options."""
         fetch(self.service + "stand/room", {"room": room, **options})
 
+    def lists(self, **lists: str) -> None:
+        """Changes the lists of certificates that the servers give out; what is not named is normal."""
+        fetch(self.service + "stand/lists", lists)
+
     def room_key(self, room: str) -> Dict[str, Any]:
         """What the crypt service says about the room's key: "certificate", and "plain" for a plain key."""
         return fetch(self.service + "crypt/key/" + room)
@@ -74,5 +78,6 @@ class Environment:
 
     def clear(self) -> None:
         """Ends all faults."""
+        self.lists()
         for server in self._servers:
             self.fault(server, "none")

@@ -1,0 +1,216 @@
+"""Attacks on a protected file, by somebody who can change it, and by somebody who has the room's certificate.
+
+Nothing but the protected content is ever delivered, and nothing but proven content unless a weaker policy is named.
+"""
+
+from __future__ import annotations
+
+import os
+import subprocess
+from pathlib import Path
+from typing import Any, Tuple
+
+import cryptcli
+import pytest
+from conftest import CONTENT
+from cryptcli import Origin, Policy
+from environment import GROUP, ROOM, Environment
+
+FORGED = b"what an attacker wrote"
+
+
+class Attacker:
+    """Somebody who has what the crypt service tells any client of the room, and a directory to work in."""
+
+    def __init__(self, environment: Environment, client: cryptcli.Client, directory: Path) -> None:
+        self._environment = environment
+        self._client = client
+        self._directory = directory
+
+    def signed(self, group: str = GROUP, room: str = ROOM) -> bytes:
+        """FORGED, signed with a self-signed certificate in the name of the group and the room."""
+        return self._forge("sign", group, room, content=FORGED)
+
+    def envelope(self, content: bytes, room: str = ROOM) -> Path:
+        """A file for the room around the bytes. Its certificate, which is not secret, is all that it takes."""
+        certificate = self._write("certificate", self._environment.room_key(room)["certificate"].encode())
+        return self._write("secret", self._forge("envelope", str(certificate), content=content))
+
+    def signed_for_another_room(self) -> bytes:
+        """The signed message of a file that was protected for another room of the same group."""
+        self._environment.room("room2", plainkey=True)
+        self._client.encrypt("room2", self._write("plain", CONTENT), self._directory / "other")
+        key = self._write("key", self._environment.room_key("room2")["plain"].encode())
+        command = ["openssl", "cms", "-decrypt", "-binary", "-inform", "DER", "-inkey", key]
+        return subprocess.run(
+            [*command, "-in", self._directory / "other"], stdout=subprocess.PIPE, check=True, timeout=60
+        ).stdout
+
+    def _forge(self, *words: str, content: bytes) -> bytes:
+        source = self._write("source", content)
+        subprocess.run([os.environ["CRYPTCLI_FORGE"], *words, source, self._directory / "made"], check=True, timeout=60)
+        return (self._directory / "made").read_bytes()
+
+    def _write(self, name: str, content: bytes) -> Path:
+        (self._directory / name).write_bytes(content)
+        return self._directory / name
+
+
+@pytest.fixture
+def attacker(environment: Environment, client: cryptcli.Client, protected: Path, tmp_path: Path) -> Attacker:
+    directory = tmp_path / "attacker"
+    directory.mkdir()
+    return Attacker(environment, client, directory)
+
+
+@pytest.fixture
+def plain_key(environment: Environment) -> Any:
+    """The crypt service hands out the room's private key in the clear."""
+    environment.room(ROOM, plainkey=True)
+    yield
+    environment.room(ROOM, plainkey=False)
+
+
+def refused(client: cryptcli.Client, secret: Path, tmp_path: Path) -> cryptcli.Report:
+    """What decrypt and verify report of a file that both refuse."""
+    opened = tmp_path / "opened"
+    opened.write_bytes(b"as before")
+    with pytest.raises(cryptcli.OriginNotProven) as caught:
+        client.decrypt(ROOM, secret, opened)
+    assert opened.read_bytes() == b"as before"
+    report = caught.value.report
+    assert report is not None and report.reason and report.reason in str(caught.value)
+    with pytest.raises(cryptcli.OriginNotProven) as again:
+        client.verify(ROOM, secret)
+    assert again.value.report == report
+    return report
+
+
+# Nothing authenticates the envelope's own header, so a few flips leave content and proof as they were; no flip
+# delivers anything else.
+def test_no_flipped_bit_delivers_anything_else(client: cryptcli.Client, protected: Path, tmp_path: Path) -> None:
+    original = protected.read_bytes()
+    opened = tmp_path / "opened"
+    places = sorted({*range(0, len(original), 7), len(original) - 1})
+    delivered = 0
+    for place in places:
+        flipped = bytearray(original)
+        flipped[place] ^= 1 << (place % 8)
+        protected.write_bytes(flipped)
+        opened.write_bytes(b"as before")
+        try:
+            report = client.decrypt(ROOM, protected, opened)
+        except cryptcli.Error as error:
+            assert not isinstance(error, cryptcli.Internal), (place, error)
+            assert opened.read_bytes() == b"as before", place
+        else:
+            delivered += 1
+            assert opened.read_bytes() == CONTENT, place
+            assert report.origin is Origin.PROVEN, place
+    assert delivered < 10 < len(places) / 10
+
+
+def test_a_cut_file_delivers_nothing(client: cryptcli.Client, protected: Path, tmp_path: Path) -> None:
+    original = protected.read_bytes()
+    for length in range(0, len(original), 97):
+        protected.write_bytes(original[:length])
+        with pytest.raises(cryptcli.Error):
+            client.decrypt(ROOM, protected, tmp_path / "opened")
+        assert not (tmp_path / "opened").exists()
+
+
+def test_a_forged_envelope_is_refused(client: cryptcli.Client, attacker: Attacker, tmp_path: Path) -> None:
+    report = refused(client, attacker.envelope(FORGED), tmp_path)
+    assert report.origin is Origin.UNSIGNED
+    assert report.reason == "The content is not signed"
+
+
+def test_a_self_signed_signer_is_refused(client: cryptcli.Client, attacker: Attacker, tmp_path: Path) -> None:
+    secret = attacker.envelope(attacker.signed())
+    report = refused(client, secret, tmp_path)
+    assert report.origin is Origin.UNPROVEN
+    with pytest.raises(cryptcli.OriginNotProven):  # the chain does not hold: no policy delivers that
+        client.decrypt(ROOM, secret, tmp_path / "opened", accept=Policy.ANYTHING)
+    assert (tmp_path / "opened").read_bytes() == b"as before"
+
+
+def test_content_signed_for_another_room_is_refused(
+    client: cryptcli.Client, attacker: Attacker, tmp_path: Path
+) -> None:
+    report = refused(client, attacker.envelope(attacker.signed_for_another_room()), tmp_path)
+    assert report.origin is Origin.OTHER_ROOM
+    assert (report.signed_room, report.service_room) == ("room2", ROOM)
+    assert report.signed_group == report.service_group == GROUP
+
+
+@pytest.mark.usefixtures("plain_key")
+def test_a_self_signed_signer_under_a_plain_key_is_refused(
+    client: cryptcli.Client, attacker: Attacker, tmp_path: Path
+) -> None:
+    report = refused(client, attacker.envelope(attacker.signed()), tmp_path)
+    assert report.origin is Origin.SIGNATURE_ONLY
+    assert report.is_plain_key is True
+    assert report.chain == ()
+
+
+def test_a_damaged_signature_is_refused_by_every_policy(
+    client: cryptcli.Client, attacker: Attacker, tmp_path: Path
+) -> None:
+    message = attacker.signed_for_another_room()
+    assert message.count(CONTENT) == 1
+    secret = attacker.envelope(message.replace(CONTENT, CONTENT[::-1]))
+    for policy in Policy:
+        with pytest.raises(cryptcli.Damaged):
+            client.decrypt(ROOM, secret, tmp_path / "opened", accept=policy)
+    assert not (tmp_path / "opened").exists()
+
+
+# ---- The table of origins and policies
+
+
+def make(origin: Origin, environment: Environment, attacker: Attacker, protected: Path) -> Tuple[Path, bytes]:
+    """A file of that origin, and its content."""
+    if origin is Origin.UNSIGNED:
+        return attacker.envelope(FORGED), FORGED
+    if origin is Origin.UNPROVEN:
+        environment.lists(integrity="empty")  # the signer's certificate is not among the group's any more
+    if origin is Origin.SIGNATURE_ONLY:
+        return attacker.envelope(attacker.signed()), FORGED
+    if origin is Origin.OTHER_ROOM:
+        return attacker.envelope(attacker.signed_for_another_room()), CONTENT
+    return protected, CONTENT
+
+
+@pytest.mark.parametrize("policy", list(Policy), ids=lambda policy: policy.name)
+@pytest.mark.parametrize("origin", list(Origin), ids=lambda origin: origin.name)
+def test_a_policy_delivers_what_it_accepts_and_nothing_else(
+    request: pytest.FixtureRequest,
+    environment: Environment,
+    client: cryptcli.Client,
+    attacker: Attacker,
+    protected: Path,
+    tmp_path: Path,
+    origin: Origin,
+    policy: Policy,
+) -> None:
+    secret, content = make(origin, environment, attacker, protected)
+    if origin is Origin.SIGNATURE_ONLY:
+        request.getfixturevalue("plain_key")
+    # Each policy accepts one origin more; the last one the two weakest.
+    accepted = policy is Policy.ANYTHING or origin + policy >= Origin.PROVEN
+    opened = tmp_path / "opened"
+    opened.write_bytes(b"as before")
+    if accepted:
+        report = client.decrypt(ROOM, secret, opened, accept=policy)
+        assert client.verify(ROOM, secret, accept=policy) == report
+    else:
+        with pytest.raises(cryptcli.OriginNotProven) as caught:
+            client.decrypt(ROOM, secret, opened, accept=policy)
+        with pytest.raises(cryptcli.OriginNotProven):
+            client.verify(ROOM, secret, accept=policy)
+        with pytest.raises(cryptcli.OriginNotProven):
+            client.rekey(ROOM, secret, accept=policy)
+        assert caught.value.report is not None
+        report = caught.value.report
+    assert report.origin is origin
+    assert opened.read_bytes() == (content if accepted else b"as before")
