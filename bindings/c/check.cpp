@@ -36,8 +36,8 @@ struct Finding {
   const char* subject;
   std::string name;
   cryptcli_status code = CRYPTCLI_OK;
-  std::string message;
-  std::string advice;
+  std::string message{};
+  std::string advice{};
 };
 
 bool IsTls(std::string_view url) {
