@@ -250,6 +250,32 @@ class Client:
             lib.perform, encode(operation, "The operation"), _encode_json(arguments), cancel=cancel
         )
 
+    def room(self, room: str, *, cancel: Optional[Cancellation] = None) -> Dict[str, Any]:
+        """What the crypt service knows about a room. Changes nothing: no key is made. Fails like encrypt.
+
+        room, group                what the crypt service calls them
+        keyType                    "wrapped"; "plain", where the service gives the private key to clients; or "none",
+                                   where the first encrypt makes a key
+        certificate                of the key: subject, issuer, serial, notBefore and notAfter; absent with "none"
+        keyServers                 their URLs
+        statusTimeout              seconds that a key server may take to respond to a probe; 0 for no limit of its own
+        certificateAuthentication  whether key servers are probed before each command
+        """
+        return self._call(lib.room, _room(room), cancel=cancel)
+
+    def check(self, room: Optional[str] = None, *, cancel: Optional[Cancellation] = None) -> Dict[str, Any]:
+        """Asks the crypt service, and with a room each of its key servers, whether they work. Changes nothing.
+
+        That something does not work is a result, not an exception.
+
+        ok        whether every finding is ok
+        findings  for the service, the room and each key server: subject ("service", "room" or "key_server"), name,
+                  ok, code (the name of a status), message and advice; of servers also httpStatus, tls, milliseconds,
+                  and time and clockDifference (seconds ahead) where they show a clock
+        room      as room() gives it; absent if no room was found
+        """
+        return self._call(lib.check, None if room is None else _room(room), cancel=cancel)
+
     # ---- Below
 
     def _report(self, function: Any, *arguments: Any, **options: Any) -> Report:

@@ -72,6 +72,8 @@ _FUNCTIONS: Dict[str, Tuple[Any, Sequence[Any]]] = {
     "rekey": (c_int32, (_Object, c_char_p, c_char_p, *_Out)),
     "inspect": (c_int32, (File, _Place, _Place)),
     "perform": (c_int32, (_Object, c_char_p, c_char_p, *_Out)),
+    "room": (c_int32, (_Object, c_char_p, *_Out)),
+    "check": (c_int32, (_Object, c_char_p, *_Out)),
     "report_json": (c_char_p, (_Object,)),
     "report_free": (None, (_Object,)),
     "error_json": (c_char_p, (_Object,)),
