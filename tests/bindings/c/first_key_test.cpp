@@ -70,8 +70,8 @@ TEST_P(FirstKey, EightProcessesAllSucceed) {
   ExpectOneKey();
 }
 
-INSTANTIATE_TEST_SUITE_P(Rules, FirstKey, ::testing::Bool(), [](const ::testing::TestParamInfo<bool>& info) {
-  return info.param ? "NumberPerRequest" : "NumberPerUpload";
+INSTANTIATE_TEST_SUITE_P(Rules, FirstKey, ::testing::Bool(), [](const ::testing::TestParamInfo<bool>& rule) {
+  return rule.param ? "NumberPerRequest" : "NumberPerUpload";
 });
 
 }  // namespace
