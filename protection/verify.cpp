@@ -1,5 +1,7 @@
 // Signed content: the check of its signature, its delivery, and the proof of its origin. Called by Decrypt
 // for a file whose content is a SignedData.
+#include <string_view>
+
 #include "client/cryptcli.h"
 #include "client/tracing.h"
 #include "foundation/encoding.h"
@@ -24,6 +26,14 @@ namespace {
 AnsiStr GetAttribute(const CMSSigner& signer, const char* oid) noexcept {
   const Val value = signer.signedAttributes.Get(oid);
   return value.IsNil() ? AnsiStr() : value.AsString();
+}
+
+// A trace ends at a NUL byte. The trace of a value with one does not end in a bracket, so that no reader
+// takes the part before the NUL for the value.
+void TraceAttribute(const char* name, const AnsiStr& value) noexcept {
+  const bool isCut = value.View().find('\0') != std::string_view::npos;
+  CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: %s=[%s]%s", name, value.GetText(),
+                     isCut ? " up to a NUL byte" : "");
 }
 
 // A group begins with "QOB."; any other value should be the hexadecimal form of one, which is how an
@@ -97,11 +107,9 @@ bool CryptClient::CheckSigners(const CMSMsg& message, const CertStore& full,
 bool CryptClient::CheckSignerGroup(const CMSSigner& signer) noexcept {
   if (signer.certificate.IsEmpty()) return Fail("Invalid signer certificate");
   const AnsiStr signedGroup = GetAttribute(signer, kGroupAttribute);
-  CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: group=[%s]", signedGroup.GetText());
-  CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: room=[%s]",
-                     GetAttribute(signer, kRoomAttribute).GetText());
-  CRYPTCLI_TRACE_STR(2, "CryptClient::DecryptFile: roomurl=[%s]",
-                     GetAttribute(signer, kRoomUrlAttribute).GetText());
+  TraceAttribute("group", signedGroup);
+  TraceAttribute("room", GetAttribute(signer, kRoomAttribute));
+  TraceAttribute("roomurl", GetAttribute(signer, kRoomUrlAttribute));
   if (signedGroup.IsEmpty()) return Fail("Could not determine group of signer");
   const AnsiStr digest =
       GetCertDigest(signer.certificate, OruOssSec::SecDigest::SHA256, OruOssSec::SecEncoding::HexLower);

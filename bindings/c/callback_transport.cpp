@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "bindings/c/observer_pause.h"
 #include "bindings/c/text.h"
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
@@ -125,8 +126,12 @@ std::int32_t CallbackTransport::SendRequest(const AnsiStr& method, const AnsiStr
     response.errorText = AnsiStr("Could not take the response: ") + OruGuiBase::GetSystemErrorText();
     return -1;
   }
-  const bool done = callback_(context_, &request, &filled) == 0 && !filled.failed &&
-                    (!filled.file.IsOpen() || filled.file.Close());
+  std::int32_t result = -1;
+  {
+    const ObserverPause pause;
+    result = callback_(context_, &request, &filled);
+  }
+  const bool done = result == 0 && !filled.failed && (!filled.file.IsOpen() || filled.file.Close());
   if (done && response.status != 0) return 0;
   if (response.errorText.IsEmpty()) response.errorText = "The application's transport failed";
   return -1;

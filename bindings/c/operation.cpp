@@ -8,6 +8,7 @@
 
 #include <algorithm>
 
+#include "bindings/c/observer_pause.h"
 #include "bindings/c/text.h"
 #include "foundation/json.h"
 #include "foundation/val.h"
@@ -38,11 +39,10 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) {
   return true;
 }
 
-// The text between brackets that ends a trace: "group=[...]".
-bool TakeBracketed(std::string_view text, std::string_view prefix, std::string& value) {
-  if (!TakePrefix(text, prefix) || !text.ends_with(']')) return false;
-  value = text.substr(0, text.size() - 1);
-  return true;
+// The value in "group=[...]", behind the first bracket. Empty if the trace has only a part of it: then it
+// does not end in a bracket.
+std::string_view UpToLastBracket(std::string_view text) {
+  return text.ends_with(']') ? text.substr(0, text.size() - 1) : std::string_view();
 }
 
 int HexDigit(char digit) {
@@ -111,7 +111,9 @@ void Operation::StartProgress(std::uint64_t size, unsigned passes) {
 }
 
 void Operation::FinishProgress() {
-  if (call_ != nullptr && call_->progress != nullptr) call_->progress(call_->progressContext, size_, size_);
+  if (call_ == nullptr || call_->progress == nullptr) return;
+  const ObserverPause pause;
+  call_->progress(call_->progressContext, size_, size_);
 }
 
 void Operation::StartOver() {
@@ -239,25 +241,26 @@ void Operation::OnTrace(std::uint32_t, std::uint32_t level, const char*, std::ui
     if (level == kErrorTrace) TakeError(text);
     Log(level, text);
   } catch (...) {
-    // A fact that is lost makes the origin weaker, never stronger.
+    // What one signer lacks must not come from another one.
+    facts_.isIncomplete = true;
   }
 }
 
 void Operation::TakeFact(std::string_view text) {
-  std::string value;
-  if (TakeBracketed(text, "CryptClient::DecryptFile: group=[", value)) {
+  // Each signer's traces begin with its group.
+  if (TakePrefix(text, "CryptClient::DecryptFile: group=[")) {
     facts_.signers.emplace_back();
-    facts_.signers.back().group = value;
+    facts_.signers.back().group = UpToLastBracket(text);
     examinedGroup_.clear();
   } else if (facts_.signers.empty()) {
     return;
-  } else if (TakeBracketed(text, "CryptClient::DecryptFile: room=[", value)) {
-    facts_.signers.back().room = value;
-  } else if (TakeBracketed(text, "CryptClient::DecryptFile: roomurl=[", value)) {
-    facts_.signers.back().roomUrl = value;
+  } else if (TakePrefix(text, "CryptClient::DecryptFile: room=[")) {
+    facts_.signers.back().room = UpToLastBracket(text);
+  } else if (TakePrefix(text, "CryptClient::DecryptFile: roomurl=[")) {
+    facts_.signers.back().roomUrl = UpToLastBracket(text);
   } else if (TakePrefix(text, "CryptClient::Decrypt: certchain = ")) {
-    // The chain is looked at once the group's certificates have been asked for: that question has the group
-    // in full, decoded, where the trace would end at a NUL byte.
+    // The chain is checked after the group's certificates were requested. That request names the group that
+    // they belong to, decoded and whole.
     facts_.signers.back().group = examinedGroup_;
     facts_.chain.emplace_back(text);
   }
@@ -283,7 +286,9 @@ void Operation::Log(std::uint32_t level, std::string_view text) const {
                                                              : CRYPTCLI_LOG_DEBUG;
   if (options.log == nullptr || wanted > options.logLevel) return;
   if (!options.revealSecrets && IsBody(text)) return;
-  options.log(options.logContext, wanted, MakeUtf8(text).c_str());
+  const std::string message = MakeUtf8(text);
+  const ObserverPause pause;
+  options.log(options.logContext, wanted, message.c_str());
 }
 
 void Operation::OnRead(std::uint64_t bytes) noexcept {
@@ -291,6 +296,7 @@ void Operation::OnRead(std::uint64_t bytes) noexcept {
   read_ += bytes;
   // A few more bytes than the passes have are read, such as the ends of messages.
   const std::uint64_t done = std::min(read_ / passes_, size_);
+  const ObserverPause pause;
   if (call_->progress(call_->progressContext, done, size_) == 0) cancelled_ = true;
 }
 

@@ -31,6 +31,7 @@ struct Facts {
   std::string serviceGroup;
   std::string serviceRoom;
   bool isPlainKey = false;
+  bool isIncomplete = false;  ///< a fact could not be stored
   bool isKeyRefused = false;  ///< for now, by the refusal that an application can treat on its own
   bool isRoomDenied = false;  ///< by any other refusal that names the reason
 };

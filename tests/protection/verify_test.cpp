@@ -85,6 +85,19 @@ TEST_F(Verification, TracesTheAttributesAndTheChain) {
                                  "CryptClient::Decrypt: certchain = CN=Root"));
 }
 
+// Whoever reads the trace must not take the part before the NUL for the room.
+TEST_F(Verification, TracesAnAttributeWithANulAsIncomplete) {
+  const TraceRecorder traces;
+  SignerSpec signer = Signer();
+  for (TestSupport::AttributeSpec& attribute : signer.attributes) {
+    if (attribute.oid == TestSupport::kRoomOid) attribute.value = std::string("room 1]\0b", 9);
+  }
+  Protect({signer});
+  ASSERT_TRUE(Decrypt()) << Error();
+  EXPECT_THAT(traces.GetTexts(2),
+              ::testing::Contains("CryptClient::DecryptFile: room=[room 1]] up to a NUL byte"));
+}
+
 // ---- With a plain room key
 
 TEST_F(Verification, ChecksTheSignatureAloneWithAPlainKey) {

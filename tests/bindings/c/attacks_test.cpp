@@ -3,6 +3,7 @@
 #include <string_view>
 #include <tuple>
 
+#include "client/cryptcli.h"
 #include "tests/bindings/c/environment_fixture.h"
 #include "tests/bindings/c/scripted_fixture.h"
 #include "tests/bindings/flipped_bits.h"
@@ -39,7 +40,14 @@ TEST_P(Attacks, AreRefusedWithTheirOrigin) {
 INSTANTIATE_TEST_SUITE_P(Forged, Attacks, ::testing::ValuesIn(TestSupport::kAttacks),
                          [](const auto& attack) { return TestSupport::NameOf(attack.param); });
 
-using Refusals = ScriptedTest;
+class Refusals : public ScriptedTest {
+ protected:
+  void NameInResponse(const char* member, const std::string& name) {
+    OruGuiBase::KVMap response = TestSupport::ScriptedServices::RoomKeyResponse();
+    response.Set(member, TestSupport::Ansi(name));
+    services.Set("key", TestSupport::Json(response));
+  }
+};
 
 TEST_F(Refusals, SayThatTheContentIsNotSigned) {
   forged.Envelope(kForgedContent);
@@ -69,6 +77,83 @@ TEST_F(Refusals, SpareAGroupInHexadecimalForm) {
   const Outcome outcome = Open();
   ASSERT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
   EXPECT_STREQ(cryptcli_report_signed_group(outcome.report.get()), TestSupport::kGroup);
+}
+
+// A NUL byte ends a C string and a traced line. What comes before it must not pass for the name.
+TEST_F(Refusals, ANameWithANulIsAnotherName) {
+  using namespace std::string_literals;
+  const struct {
+    const char* why;
+    std::string room;
+    std::string group;
+  } rows[] = {{"room", kScriptedRoom + "\0b"s, TestSupport::kGroup},
+              {"room that ends like a trace", kScriptedRoom + "]\0b"s, TestSupport::kGroup},
+              {"group", kScriptedRoom, TestSupport::kGroup + "\0b"s},
+              {"group that ends like a trace", kScriptedRoom, TestSupport::kGroup + "]\0b"s}};
+  for (const auto& row : rows) {
+    forged.EnvelopeSigned({forged.Signer(row.room, row.group)});
+    const Outcome outcome = Open();
+    EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << row.why;
+    EXPECT_NE(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_PROVEN) << row.why;
+  }
+}
+
+// The first signer is for another room. The second one's group cannot be read whole, and must not lend the
+// first one its room.
+TEST_F(Refusals, ASignerWhoseGroupHasANulLendsNoRoom) {
+  using namespace std::string_literals;
+  TestSupport::SignerSpec second = forged.Signer(kScriptedRoom, TestSupport::kGroup + "\0b"s);
+  second.hasCertificate = false;
+  forged.EnvelopeSigned({forged.Signer("room 2"), second});
+  const Outcome outcome = Open();
+  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
+}
+
+TEST_F(Refusals, UnusualNamesAreCompared) {
+  for (const std::string room : {"room]", "room]]", "ro\nom", "room=[x]", "]", "room 1 "}) {
+    NameInResponse("room", room);
+    forged.EnvelopeSigned({forged.Signer(room)});
+    const Outcome same = Open();
+    EXPECT_EQ(same.status, CRYPTCLI_OK) << room << ": " << same.Message();
+    EXPECT_EQ(cryptcli_report_signed_room(same.report.get()), room);
+    forged.EnvelopeSigned({forged.Signer(room.substr(0, room.size() - 1) + "x")});
+    EXPECT_EQ(cryptcli_report_origin(Open().report.get()), CRYPTCLI_ORIGIN_OTHER_ROOM) << room;
+  }
+}
+
+// A group that does not begin with "QOB." is decoded before the crypt service is asked for its certificates.
+// So the certificates that were found are those of "AB", whatever the crypt service calls its own group.
+TEST_F(Refusals, AHexadecimalGroupIsNotItsDecodedForm) {
+  NameInResponse("group", "4142");
+  forged.EnvelopeSigned({forged.Signer(kScriptedRoom, "4142")});
+  const Outcome outcome = Open();
+  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_OTHER_ROOM);
+  EXPECT_STREQ(cryptcli_report_signed_group(outcome.report.get()), "AB");
+}
+
+// A transport of the application may use the library while an operation waits for it.
+TEST_F(Refusals, AnotherOperationOfTheThreadLeavesNoFacts) {
+  scratch.Make("other",
+               TestSupport::MakeEnveloped(TestSupport::MakeSigned(kForgedContent, {forged.Signer("room 2")}),
+                                          {TestSupport::Pki::Get().room.certificate}));
+  forged.EnvelopeSigned({forged.Signer()});
+  int runs = 0;
+  TestSupport::ScriptedServices others;
+  services.Set("integrity", [&](const TestSupport::RecordedRequest&) {
+    OruKalvix::CryptClient nested(&others.http, TestSupport::kServiceUrl, "", kScriptedRoom);
+    bool isSigned = false;
+    bool isVerified = false;
+    EXPECT_TRUE(nested.Decrypt(OruGuiBase::File(Path("other").c_str()),
+                               OruGuiBase::File(Path("nested").c_str()), isSigned, isVerified));
+    runs += isVerified ? 1 : 0;
+    return TestSupport::Json(R"({"integrity":[)" +
+                             TestSupport::Quoted(TestSupport::Pki::Get().integrity.certificate.GetDigest()) +
+                             "]}");
+  });
+  const Outcome outcome = Open();
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  EXPECT_STREQ(cryptcli_report_signed_room(outcome.report.get()), kScriptedRoom);
 }
 
 TEST_F(Refusals, OfADamagedSignatureHoldUnderEveryPolicy) {
