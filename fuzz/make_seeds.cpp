@@ -101,5 +101,6 @@ int main(int argc, char** argv) {
   Fuzz::MakeTextSeeds(argv[1]);
   Fuzz::MakeSecuritySeeds(argv[1]);
   Fuzz::MakeClientSeeds(argv[1]);
+  Fuzz::MakeCSeeds(argv[1]);
   return 0;
 }

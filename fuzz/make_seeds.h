@@ -26,5 +26,7 @@ void MakeTextSeeds(const std::filesystem::path& root);
 void MakeSecuritySeeds(const std::filesystem::path& root);
 /// The targets that drive a client.
 void MakeClientSeeds(const std::filesystem::path& root);
+/// The targets of the C interface.
+void MakeCSeeds(const std::filesystem::path& root);
 
 }  // namespace Fuzz
