@@ -18,6 +18,7 @@ namespace CppInterface {
 class ClientTest : public ::testing::Test {
  protected:
   static constexpr const char* kRoom = "demo";
+  static constexpr std::string_view kContent = "the plain bytes of a file";
 
   void MakeClient() {
     auto made = cryptcli::Client::Create(options);
