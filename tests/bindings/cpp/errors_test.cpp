@@ -1,3 +1,4 @@
+#include <stop_token>
 #include <string>
 
 #include "tests/bindings/cpp/cpp_fixture.h"
@@ -95,6 +96,46 @@ TEST_F(NamedOperations, RefuseWrongArgumentsBeforeAnythingIsSent) {
   EXPECT_EQ(json.error().code, Status::InvalidArgument);
   EXPECT_EQ(json.error().message, "Unknown argument \"groop\" of DeleteKey");
   EXPECT_TRUE(stand.GetEvents().empty());
+}
+
+using Servers = EnvironmentTest;
+
+TEST_F(Servers, RoomDescribesTheRoomAndItsKeyServers) {
+  Protect("x");
+  const auto json = client->Room(kRoom);
+  ASSERT_TRUE(json.has_value()) << json.error().message;
+  EXPECT_THAT(*json, HasSubstr(R"("keyType":"wrapped")"));
+  EXPECT_THAT(*json, HasSubstr(R"("room":"demo")"));
+}
+
+TEST_F(Servers, ARoomThatIsUnknownIsAFailure) {
+  const auto json = client->Room("no such room");
+  ASSERT_FALSE(json.has_value());
+  EXPECT_EQ(json.error().code, Status::UnknownRoom) << json.error().message;
+}
+
+TEST_F(Servers, CheckAsksTheServiceAloneWithoutARoom) {
+  const auto json = client->Check();
+  ASSERT_TRUE(json.has_value()) << json.error().message;
+  EXPECT_THAT(*json, HasSubstr(R"("ok":true)"));
+  EXPECT_EQ(json->find(R"("key_server")"), std::string::npos);
+}
+
+TEST_F(Servers, AKeyServerThatIsDownIsAFinding) {
+  Protect("x");
+  ASSERT_TRUE(stand.SetFault(0, {.type = FaultType::Down}));
+  const auto json = client->Check(kRoom);
+  ASSERT_TRUE(json.has_value()) << json.error().message;
+  EXPECT_THAT(*json, StartsWith(R"({"ok":false)"));
+  EXPECT_THAT(*json, HasSubstr(R"("code":"unreachable")"));
+}
+
+TEST_F(Servers, ACheckCanBeStopped) {
+  std::stop_source stop;
+  stop.request_stop();
+  const auto json = client->Check(kRoom, {.stop = stop.get_token()});
+  ASSERT_FALSE(json.has_value());
+  EXPECT_EQ(json.error().code, Status::Cancelled);
 }
 
 }  // namespace
