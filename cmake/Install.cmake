@@ -3,7 +3,7 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-set(libraries orugui orusec cryptcli cryptcli-curl cryptcli-c)
+set(libraries orugui orusec cryptcli cryptcli-curl cryptcli-c cryptcli-cpp)
 set(headers_dir ${CMAKE_INSTALL_INCLUDEDIR}/cryptcli-${PROJECT_VERSION_MAJOR})
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/cryptcli)
 
@@ -26,6 +26,7 @@ foreach(header ${public_headers})
 endforeach()
 
 install(FILES bindings/c/include/cryptcli/cryptcli.h DESTINATION ${headers_dir}/cryptcli)
+install(DIRECTORY bindings/cpp/include/cryptcli DESTINATION ${headers_dir} FILES_MATCHING PATTERN *.hpp)
 
 configure_package_config_file(cmake/cryptcliConfig.cmake.in ${PROJECT_BINARY_DIR}/cryptcliConfig.cmake
   INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
