@@ -160,26 +160,5 @@ TEST_F(Decrypt, WithoutAnyKeyServerIsAFailure) {
   EXPECT_THAT(finished.errors, HasSubstr("Connection refused"));
 }
 
-class ExampleProgram : public CommandTest {};
-
-TEST_F(ExampleProgram, ProtectsAndOpensAFile) {
-  const Finished finished =
-      RunProcess({EXAMPLE_PROTECT, {stand_.GetServiceUrl(), "demo", Path("plain.txt")}});
-  EXPECT_EQ(finished.code, 0) << finished.errors;
-  EXPECT_EQ(finished.output, Path("plain.txt.opened") + ": origin verified\n");
-  EXPECT_EQ(scratch_.Read("plain.txt.opened"), "The plain content.\n");
-}
-
-TEST_F(ExampleProgram, ReportsWhatFailed) {
-  const Finished finished =
-      RunProcess({EXAMPLE_PROTECT, {stand_.GetServiceUrl(), "nowhere", Path("plain.txt")}});
-  EXPECT_EQ(finished.code, 1);
-  EXPECT_EQ(finished.errors, "Could not encrypt: Could not get room key: Unknown room\n");
-}
-
-TEST_F(ExampleProgram, WithoutArgumentsReportsItsUsage) {
-  EXPECT_EQ(RunProcess({EXAMPLE_PROTECT, {}}).code, 1);
-}
-
 }  // namespace
 }  // namespace TestSupport

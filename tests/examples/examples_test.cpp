@@ -1,0 +1,89 @@
+#include <cryptcli/cryptcli.hpp>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "stand/stand.h"
+#include "tests/support/files.h"
+#include "tests/tools/process.h"
+
+namespace Examples {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using TestSupport::Finished;
+
+class ExamplesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string reason;
+    ASSERT_TRUE(stand.Start(reason)) << reason;
+    scratch.Make("plain", "The plain content.\n");
+  }
+  std::string Path(const std::string& name) const { return scratch.Path(name).string(); }
+  Finished Run(const std::string& name, std::vector<std::string> arguments,
+               const std::string& input = "/dev/null") {
+    arguments.insert(arguments.begin(), stand.GetServiceUrl());
+    return TestSupport::RunProcess({.program = std::string(EXAMPLES_DIR) + "/example_" + name,
+                                    .arguments = std::move(arguments),
+                                    .inputFile = input});
+  }
+  /// Opens a file that an example has protected.
+  void ExpectProven(const std::string& name, const std::string& content) {
+    const auto client = cryptcli::Client::Create({.service = stand.GetServiceUrl()});
+    ASSERT_TRUE(client.has_value()) << client.error().message;
+    std::string opened;
+    const auto report = client->Decrypt("demo", Path(name), cryptcli::Target::ToMemory(opened));
+    ASSERT_TRUE(report.has_value()) << report.error().message;
+    EXPECT_EQ(report->origin, cryptcli::Origin::Proven);
+    EXPECT_EQ(opened, content);
+  }
+
+  CryptStand::Stand stand;
+  TestSupport::ScratchDirectory scratch;
+};
+
+// ---- Protect
+
+TEST_F(ExamplesTest, ProtectBringsAFileBackWithItsRoomAndGroup) {
+  const Finished finished = Run("protect", {"demo", Path("plain")});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_EQ(finished.output,
+            Path("plain") + ".opened: 19 bytes, signed for room demo of group QOB.1.100.1\n");
+  EXPECT_EQ(scratch.Read("plain.opened"), "The plain content.\n");
+  ExpectProven("plain.p7m", "The plain content.\n");
+}
+
+TEST_F(ExamplesTest, ProtectSaysWhatFailed) {
+  const Finished finished = Run("protect", {"nowhere", Path("plain")});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(finished.errors, "Could not protect: Could not get room key: Unknown room\n");
+}
+
+// ---- All of them
+
+TEST_F(ExamplesTest, ShowTheirUsageWithoutArguments) {
+  for (const char* name : {"protect"}) {
+    const Finished finished = Run(name, {});
+    EXPECT_EQ(finished.code, 2) << name;
+    EXPECT_THAT(finished.errors, StartsWith(std::string("usage: example_") + name));
+  }
+}
+
+// Whoever copies an example gets the default policy: only proven content.
+TEST_F(ExamplesTest, AcceptProvenContentAlone) {
+  for (const auto& entry : std::filesystem::directory_iterator(EXAMPLES_SOURCE_DIR)) {
+    if (entry.path().extension() != ".cpp") continue;
+    const std::string source = TestSupport::ReadFile(entry.path());
+    EXPECT_THAT(source, HasSubstr("#include <cryptcli/cryptcli.hpp>")) << entry.path();
+    EXPECT_EQ(source.find("Policy::"), std::string::npos) << entry.path();
+    EXPECT_EQ(source.find(".accept"), std::string::npos) << entry.path();
+  }
+}
+
+}  // namespace
+}  // namespace Examples
