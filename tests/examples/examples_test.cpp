@@ -13,6 +13,7 @@
 namespace Examples {
 namespace {
 
+using CryptStand::FaultType;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using TestSupport::Finished;
@@ -32,6 +33,7 @@ class ExamplesTest : public ::testing::Test {
                                     .arguments = std::move(arguments),
                                     .inputFile = input});
   }
+  void Break(int server, const CryptStand::Fault& fault) { ASSERT_TRUE(stand.SetFault(server, fault)); }
   /// Opens a file that an example has protected.
   void ExpectProven(const std::string& name, const std::string& content) {
     const auto client = cryptcli::Client::Create({.service = stand.GetServiceUrl()});
@@ -64,10 +66,42 @@ TEST_F(ExamplesTest, ProtectSaysWhatFailed) {
   EXPECT_EQ(finished.errors, "Could not protect: Could not get room key: Unknown room\n");
 }
 
+// ---- Uploads
+
+TEST_F(ExamplesTest, UploadsAreProtectedByAPoolOfThreads) {
+  std::filesystem::create_directory(Path("store"));
+  std::vector<std::string> arguments{"demo", Path("store")};
+  for (int i = 0; i < 12; ++i) {
+    scratch.Make("body" + std::to_string(i), "The body " + std::to_string(i) + ".\n");
+    arguments.push_back(Path("body" + std::to_string(i)));
+  }
+  const Finished finished = Run("uploads", arguments);
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  for (int i = 0; i < 12; ++i) {
+    const std::string id = "upload-" + std::to_string(i);
+    EXPECT_THAT(finished.output, HasSubstr("201 " + id + "\n"));
+    ExpectProven("store/" + id + ".p7m", "The body " + std::to_string(i) + ".\n");
+  }
+}
+
+TEST_F(ExamplesTest, UploadsThatFailLeaveNothingAndMayBeRetried) {
+  std::filesystem::create_directory(Path("store"));
+  Break(CryptStand::kCryptService, {.type = FaultType::Status, .number = 503});
+  const Finished finished = Run("uploads", {"demo", Path("store"), Path("plain")});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(finished.output, "503 upload-0\n");
+  EXPECT_THAT(finished.errors, StartsWith("upload-0: server_error: Could not get room key: "));
+  EXPECT_TRUE(std::filesystem::is_empty(Path("store")));
+}
+
+TEST_F(ExamplesTest, UploadsWithoutABodyAreRefused) {
+  EXPECT_EQ(Run("uploads", {"demo", Path("store"), Path("missing")}).code, 2);
+}
+
 // ---- All of them
 
 TEST_F(ExamplesTest, ShowTheirUsageWithoutArguments) {
-  for (const char* name : {"protect"}) {
+  for (const char* name : {"protect", "uploads"}) {
     const Finished finished = Run(name, {});
     EXPECT_EQ(finished.code, 2) << name;
     EXPECT_THAT(finished.errors, StartsWith(std::string("usage: example_") + name));

@@ -1,0 +1,81 @@
+// A server that protects what its users upload, with a pool of threads. Each FILE stands for the body of a
+// request: example_uploads SERVICE-URL ROOM DIRECTORY FILE...
+#include <atomic>
+#include <cryptcli/cryptcli.hpp>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <stop_token>
+#include <string>
+#include <syncstream>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace {
+
+struct Upload {
+  std::string id;  // the server's own: what a user calls a file is no path
+  std::string body;
+};
+
+struct Server {
+  cryptcli::Client client;  // one for all threads
+  std::string room;
+  std::filesystem::path directory;
+
+  // The HTTP status for the user. The reason is for the operator alone.
+  int Handle(const Upload& upload, const std::stop_token& stop) const {
+    const auto stored = client.Encrypt(room, cryptcli::Source::FromMemory(upload.body),
+                                       directory / (upload.id + ".p7m"), {.stop = stop});
+    if (stored) return 201;
+    const cryptcli::Error& error = stored.error();
+    std::osyncstream(std::cerr) << upload.id << ": " << ToString(error.code) << ": " << error.message << "\n";
+    return error.retryable ? 503 : 500;
+  }
+};
+
+bool ReadBody(const char* path, std::string& body) {
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) return false;
+  std::ifstream file(path, std::ios::binary);
+  body.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  return file.good();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 5) {
+    std::cerr << "usage: example_uploads SERVICE-URL ROOM DIRECTORY FILE...\n";
+    return 2;
+  }
+  auto client = cryptcli::Client::Create({.service = argv[1]});
+  if (!client) {
+    std::cerr << client.error().message << "\n";
+    return 1;
+  }
+  const Server server{*std::move(client), argv[2], argv[3]};
+
+  std::vector<Upload> uploads;
+  for (int i = 4; i < argc; ++i) {
+    uploads.push_back({"upload-" + std::to_string(i - 4), {}});
+    if (!ReadBody(argv[i], uploads.back().body)) return std::cerr << "Could not read " << argv[i] << "\n", 2;
+  }
+  std::atomic<std::size_t> next = 0;
+  std::atomic<int> failed = 0;
+  const auto work = [&](const std::stop_token& stop) {
+    for (std::size_t i = next++; i < uploads.size(); i = next++) {
+      const int status = server.Handle(uploads[i], stop);
+      if (status != 201) ++failed;
+      std::osyncstream(std::cout) << status << " " << uploads[i].id << "\n";
+    }
+  };
+  std::vector<std::jthread> pool;
+  for (int i = 0; i < 4; ++i) pool.emplace_back(work);
+  // Without this, the end of a jthread asks it to stop: what it is doing then ends as cancelled, and leaves
+  // no half a file.
+  for (std::jthread& thread : pool) thread.join();
+  return failed == 0 ? 0 : 1;
+}
