@@ -72,7 +72,7 @@ check_engine() { # pattern, allowed files as a regular expression
 }
 check_engine 'openssl/' '^(security/.*\.cpp|security/(openssl_handles|(ber|cms|x509)/[a-z_]+)\.h|transport/key_log\.cpp|stand/.*)$'
 check_engine 'boost/' '^(foundation/json[a-z_]*|stand/http_connection)\.cpp$'
-check_engine 'curl/' '^transport/.*'
+check_engine 'curl/' '^(transport/.*|examples/transport\.cpp)'
 check_engine 'sqlite3' '^stand/.*'
 check_engine 'CLI/' '^(tools|stand)/.*'
 

@@ -98,10 +98,32 @@ TEST_F(ExamplesTest, UploadsWithoutABodyAreRefused) {
   EXPECT_EQ(Run("uploads", {"demo", Path("store"), Path("missing")}).code, 2);
 }
 
+// ---- Transport
+
+TEST_F(ExamplesTest, TransportCarriesEveryRequest) {
+  const Finished finished = Run("transport", {"demo", Path("plain")});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_THAT(finished.output, StartsWith(Path("plain") + ".p7m: signed by CN="));
+  ExpectProven("plain.p7m", "The plain content.\n");
+}
+
+TEST_F(ExamplesTest, TransportGoesOnToTheNextKeyServer) {
+  Break(0, {.type = FaultType::Down});
+  Break(1, {.type = FaultType::Down});
+  EXPECT_EQ(Run("transport", {"demo", Path("plain")}).code, 0);
+}
+
+TEST_F(ExamplesTest, TransportReportsAServerThatIsDown) {
+  Break(CryptStand::kCryptService, {.type = FaultType::Down});
+  const Finished finished = Run("transport", {"demo", Path("plain")});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_THAT(finished.errors, StartsWith("Could not get room key: "));
+}
+
 // ---- All of them
 
 TEST_F(ExamplesTest, ShowTheirUsageWithoutArguments) {
-  for (const char* name : {"protect", "uploads"}) {
+  for (const char* name : {"protect", "uploads", "transport"}) {
     const Finished finished = Run(name, {});
     EXPECT_EQ(finished.code, 2) << name;
     EXPECT_THAT(finished.errors, StartsWith(std::string("usage: example_") + name));
