@@ -120,10 +120,47 @@ TEST_F(ExamplesTest, TransportReportsAServerThatIsDown) {
   EXPECT_THAT(finished.errors, StartsWith("Could not get room key: "));
 }
 
+// ---- Operation
+
+class OperationExample : public ExamplesTest {
+ protected:
+  Finished Sign(const std::string& member) {
+    std::string servers;
+    for (const std::string& url : stand.GetKeyServerUrls())
+      servers += (servers.empty() ? "\"" : ",\"") + url + "\"";
+    scratch.Make("arguments", R"({"keyserver":[)" + servers + R"(],"object":"demo","id":"integrity",)" +
+                                  R"("algorithm":"RSASSA-PKCS1-v1_5-SHA-512",")" + member + R"(":")" +
+                                  std::string(86, 'A') + "==\"}");
+    return Run("operation", {"SignByKey"}, Path("arguments"));
+  }
+};
+
+TEST_F(OperationExample, PrintsTheResult) {
+  const Finished finished = Sign("hash");
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_THAT(finished.output, StartsWith(R"({"signature":")"));
+}
+
+TEST_F(OperationExample, RefusesMisspeltArguments) {
+  const Finished finished = Sign("hsah");
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_EQ(finished.errors, "Unknown argument \"hsah\" of SignByKey\n");
+}
+
+TEST_F(OperationExample, ListsTheKeyServersThatFailed) {
+  for (int server = 0; server < 3; ++server) Break(server, {.type = FaultType::ErrorCode, .number = 607});
+  const Finished finished = Sign("hash");
+  EXPECT_EQ(finished.code, 1);
+  for (const std::string& url : stand.GetKeyServerUrls()) {
+    const std::string server = url.substr(0, url.find('/', 8));
+    EXPECT_THAT(finished.errors, HasSubstr("  " + server + ": 607 Key Not Found\n"));
+  }
+}
+
 // ---- All of them
 
 TEST_F(ExamplesTest, ShowTheirUsageWithoutArguments) {
-  for (const char* name : {"protect", "uploads", "transport"}) {
+  for (const char* name : {"protect", "uploads", "transport", "operation"}) {
     const Finished finished = Run(name, {});
     EXPECT_EQ(finished.code, 2) << name;
     EXPECT_THAT(finished.errors, StartsWith(std::string("usage: example_") + name));
