@@ -91,7 +91,7 @@ call Decrypt '"room":"demo","seqnr":"1"' '"keys":[{"id":"a","data":"no wrapped k
 
 call Update '"room":"demo","seqnr":"2"' "\"certificates\":[\"$bob\"]" "\"keys\":[{\"id\":\"a\",\"data\":\"$wrapped\"}]" \
   '"newkey":true'
-call Update '"room":"demo","seqnr":"2"' '"keys":[{"id":"a","data":"no wrapped key"}]'
+call Update '"room":"demo","seqnr":"2"' "\"certificates\":[\"$bob\"]" '"keys":[{"id":"a","data":"no wrapped key"}]'
 
 call GetAuditLog '"group":"QOB.1.100.1","groupname":"Demo group"'
 log=$(member filename)
@@ -103,6 +103,7 @@ show cryptcli audit-log --service "$service" --key-server "http://127.0.0.1:$((p
   --key-server "http://127.0.0.1:$((port + 2))" --group QOB.1.100.1 --output log.csv
 
 call encrypt '"room":"demo"'
+call SignByKey '"object":"demo","id":"seal","subId":"1"' "$algorithm" "\"hash\":\"$hash\""
 printf '\n== arguments that are no object\n'
 echo '["demo"]' >list.json
 show cryptcli call --service "$service" Encrypt --args list.json
