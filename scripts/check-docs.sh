@@ -7,7 +7,7 @@ failures=0
 fail() { echo "docs: $*" >&2; failures=$((failures + 1)); }
 
 folders='bench|bindings|client|cmake|docs|examples|exchange|foundation|fuzz|protection|roomkeys|scripts|security|stand|tests|tools|transport'
-tests=$(grep -rhoE '(cryptcli_test\(|add_test\(NAME )[a-z_.]+' --include=CMakeLists.txt tests fuzz | sed -E 's/.*[( ]//')
+tests=$(grep -rhoE '(cryptcli(_python)?_test\(|add_test\(NAME )[a-z_.]+' --include=CMakeLists.txt tests fuzz | sed -E 's/.*[( ]//')
 
 headings() { # document; prints the anchors of its headings
   sed -nE 's/^#+ +//p' "$1" | tr 'A-Z ' 'a-z-' | tr -cd 'a-z0-9_\n-'
