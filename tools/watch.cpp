@@ -3,10 +3,12 @@
 #include "tools/watch.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <unistd.h>
+#include <utility>
 
 #include "foundation/errorstate.h"
 #include "foundation/unfinished.h"
@@ -22,16 +24,26 @@ constexpr int kEndingSignals[] = {SIGHUP,  SIGINT,  SIGQUIT,   SIGTERM, SIGALRM,
                                   SIGUSR1, SIGUSR2, SIGSTKFLT, SIGIO,   SIGXCPU, SIGPWR};
 constexpr long kTickNanoseconds = 200'000'000;  // often enough for the turning mark to look alive
 constexpr const char* kClearLine = "\r\033[K";
+using Clock = std::chrono::steady_clock;
+// An operation that is asked to end notices it within a second, or at its next chunk of a file. One that does
+// not, for example because a file system hangs, is left behind.
+constexpr std::chrono::seconds kPatience{3};
 
 // Stop() sends it to wake the thread; nothing else uses it.
 int StopSignal() {
   return SIGRTMIN;
 }
 
-void ShowTick(const std::string& label, int tick) {
-  const int seconds = static_cast<int>(tick * kTickNanoseconds / 1'000'000'000);
-  std::fprintf(stderr, "%s%c %s %d:%02d", kClearLine, "|/-\\"[tick % 4], label.c_str(), seconds / 60,
-               seconds % 60);
+void ShowTick(const std::string& label, int tick, Clock::duration elapsed, const Progress& progress) {
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed);
+  std::fprintf(stderr, "%s%c %s", kClearLine, "|/-\\"[tick % 4],
+               DescribeProgress(label, milliseconds, progress.done, progress.total).c_str());
+}
+
+// _Exit, not exit: the operation still runs on its thread, so none of its objects may be destroyed.
+[[noreturn]] void EndProgram(int signal) {
+  OruGuiBase::RemoveUnfinishedFiles();
+  std::_Exit(static_cast<int>(ExitCode::Interrupted) + signal);
 }
 
 // sigtimedwait returns a blocked signal even if its disposition is to ignore it, as under nohup: that one
@@ -69,30 +81,40 @@ Watch::~Watch() {
   Stop();
 }
 
-void Watch::Start(const std::string& label, bool show) {
+void Watch::Start(const std::string& label, bool show, std::function<void()> cancel) {
   const bool isTerminal = isatty(STDERR_FILENO) == 1;
   stopping_ = false;
-  thread_ = std::thread([this, label, shown = show && isTerminal] { Run(label, shown); });
+  signal_ = 0;
+  progress_.done = 0;
+  progress_.total = 0;
+  thread_ = std::thread(
+      [this, label, shown = show && isTerminal, cancel = std::move(cancel)] { Run(label, shown, cancel); });
 }
 
-void Watch::Stop() {
-  if (!thread_.joinable()) return;
+int Watch::Stop() {
+  if (!thread_.joinable()) return 0;
   stopping_ = true;
   // A flag alone would be seen only after the current wait.
   pthread_kill(thread_.native_handle(), StopSignal());
   thread_.join();
+  return signal_;
 }
 
-void Watch::Run(const std::string& label, bool show) const {
+void Watch::Run(const std::string& label, bool show, const std::function<void()>& cancel) {
   const timespec tick{0, kTickNanoseconds};
+  const Clock::time_point start = Clock::now();
+  Clock::time_point deadline = Clock::time_point::max();
   for (int count = 0; !stopping_; ++count) {
     const int signal = sigtimedwait(&signals_, nullptr, &tick);
-    if (show && signal < 0 && errno == EAGAIN) ShowTick(label, count);
+    if (show && signal < 0 && errno == EAGAIN) ShowTick(label, count, Clock::now() - start, progress_);
+    if (Clock::now() > deadline) EndProgram(signal_);
     if (signal < 0 || signal == StopSignal()) continue;
     if (show) std::fputs(kClearLine, stderr);
-    OruGuiBase::RemoveUnfinishedFiles();
-    // _Exit, not exit: the operation still runs on its thread, so none of its objects may be destroyed.
-    std::_Exit(static_cast<int>(ExitCode::Interrupted) + signal);
+    // A second signal comes from somebody who does not want to wait.
+    if (cancel == nullptr || signal_ != 0) EndProgram(signal);
+    signal_ = signal;
+    deadline = Clock::now() + kPatience;
+    cancel();
   }
   if (show) std::fputs(kClearLine, stderr);
 }

@@ -2,17 +2,20 @@
 
 #include <atomic>
 #include <csignal>
+#include <functional>
 #include <pthread.h>
 #include <string>
 #include <thread>
 
 #include "foundation/ansistr.h"
 #include "foundation/file.h"
+#include "tools/progress.h"
 
 namespace CryptCli {
 
-/// Watches a running operation from a thread of its own: shows progress on a terminal, and on a signal that
-/// would end the program removes its files and then ends it.
+/// Watches a running operation from a thread of its own: shows progress on a terminal. On a signal that would
+/// end the program it asks the operation to end; if that takes too long, or cannot be asked, it removes the
+/// program's files and ends the program.
 ///
 /// The library keeps plaintext in temporary files while it works. So this class gives the program a temporary
 /// directory of its own, which it owns and removes however the program ends.
@@ -27,18 +30,25 @@ class Watch {
 
   bool IsReady() const { return !directory_.GetPath().IsEmpty(); }
   const OruGuiBase::AnsiStr& GetReason() const { return reason_; }
-  /// Starts the thread. Until Stop() it shows `label` with the elapsed time, if standard error is a terminal
-  /// and `show` is set.
-  void Start(const std::string& label, bool show);
-  void Stop();
+  /// Starts the thread. Until Stop() it shows `label` with the progress, if standard error is a terminal and
+  /// `show` is set. A signal calls `cancel`, on that thread; without it the signal ends the program at once.
+  void Start(const std::string& label, bool show, std::function<void()> cancel = nullptr);
+  /// Ends the thread. Returns the signal that cancelled the operation, or 0.
+  int Stop();
+  /// Where the operation writes how far it has come.
+  Progress& GetProgress() { return progress_; }
+  /// Whether a signal has cancelled the operation.
+  bool IsCancelled() const { return signal_ != 0; }
 
  private:
-  void Run(const std::string& label, bool show) const;
+  void Run(const std::string& label, bool show, const std::function<void()>& cancel);
 
   sigset_t signals_;
   OruGuiBase::TempDirectory directory_;
   OruGuiBase::AnsiStr reason_;
+  Progress progress_;
   std::atomic<bool> stopping_{false};
+  std::atomic<int> signal_{0};
   std::thread thread_;
 };
 
