@@ -27,6 +27,7 @@ AnsiStr SystemText(int code) {
 
 // Opening a FIFO and closing it again would lose what its writer has written: access() must do.
 bool CanBeRead(const std::string& path) {
+  if (path == kStandardStream) return true;
   struct stat status {};
   OruGuiBase::ClearLastError();
   if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
@@ -54,10 +55,23 @@ bool StagingFile::Open(const std::string& source, const std::string& target, boo
 bool StagingFile::Open(const std::string& target, bool replace, AnsiStr& errorText) {
   target_ = target;
   replace_ = replace;
-  if (!CheckTarget(target, errorText)) return false;
-  if (file_.CreateFor(File(AnsiStr(target_)))) return true;
+  isStandardOutput_ = target == kStandardStream;
+  if (!isStandardOutput_ && !CheckTarget(target, errorText)) return false;
+  if (Create()) return true;
   errorText = DescribeFailure("write", AnsiStr(target));
   return false;
+}
+
+bool StagingFile::Create() {
+  if (isStandardOutput_) {
+    file_.Take(File(OruGuiBase::FileType::Temporary, "output", /*isPrivate=*/true));
+  } else if (!file_.CreateFor(File(AnsiStr(target_)))) {
+    return false;
+  }
+  // An operation that gets the path renames its own staging file over a file with content, and copies into an
+  // empty one: that could be the file of somebody who has just made it and holds it open.
+  OruGuiBase::FileWriter writer;
+  return !file_.GetPath().IsEmpty() && writer.Open(GetFile()) && writer.Write("\n", 1) && writer.Close();
 }
 
 bool StagingFile::CheckSource(const std::string& source, AnsiStr& errorText) const {
@@ -108,10 +122,26 @@ bool StagingFile::Commit(AnsiStr& errorText) {
     if (CopyToStandardOutput(GetFile())) return true;
   } else if (GetFile().Move(File(AnsiStr(target_)), !replace_)) {
     file_.GiveUp();
-    return true;
+    if (GiveMode()) return true;
   }
   errorText = DescribeFailure("write", AnsiStr(target_));
   return false;
+}
+
+// A device keeps its permissions. Until here a new file had those that the umask allows, which
+// RestrictNewFiles has narrowed to the wanted ones.
+bool StagingFile::GiveMode() const {
+  struct stat status {};
+  if (!mode_ || (stat(target_.c_str(), &status) == 0 && !S_ISREG(status.st_mode))) return true;
+  if (chmod(target_.c_str(), *mode_) == 0) return true;
+  OruGuiBase::SetLastErrorFromErrno();
+  return false;
+}
+
+// Bits of the owner stay: staging files could not be opened again without them.
+void RestrictNewFiles(unsigned mode) {
+  const mode_t before = umask(0);
+  umask(before | (077 & ~mode));
 }
 
 }  // namespace CryptCli
