@@ -82,9 +82,25 @@ void Report::Set(const char* name, const KVMap& map) {
   members_.Set(name, Val(map));
 }
 
+void Report::SetAll(std::string_view json) {
+  Val value;
+  AnsiStr reason;
+  if (!OruGuiBase::JSON2Val(AnsiStr(json), value, reason) || value.GetType() != OruGuiBase::ValType::Map)
+    return;
+  for (const auto& [name, member] : value.AsMap()) {
+    // An error's message is "error" here.
+    if (name != "message") members_.Set(name, member);
+  }
+}
+
 void Report::Line(const AnsiStr& text) {
+  if (isQuiet_) return;
   lines_ += ToLine(text);
   lines_ += '\n';
+}
+void Report::Explain(const AnsiStr& text) {
+  explanation_ += ToLine(text);
+  explanation_ += '\n';
 }
 void Report::Bytes(std::string_view bytes) {
   lines_.Append(bytes);
@@ -94,6 +110,21 @@ void Report::Warn(const AnsiStr& text) {
 }
 void Report::Fail(const AnsiStr& text) {
   error_ = text;
+}
+
+void Report::Fail(const cryptcli::Error& error) {
+  if (error.report) SetAll(error.report->json);
+  SetAll(error.json);
+  error_ = AnsiStr(error.message);
+}
+
+// A failure of the command itself has the members that one of the library has.
+void Report::CompleteError(ExitCode code) {
+  if (error_.IsEmpty() || members_.Contains("code")) return;
+  cryptcli::Status status = cryptcli::Status::Io;
+  if (code == ExitCode::Usage) status = cryptcli::Status::InvalidArgument;
+  if (code > ExitCode::Interrupted) status = cryptcli::Status::Cancelled;
+  SetAll(cryptcli::Failure(status, "").error().json);
 }
 
 ExitCode Report::Finish(ExitCode code) {
@@ -106,20 +137,27 @@ ExitCode Report::Finish(ExitCode code) {
   return code == ExitCode::Success ? ExitCode::Failed : code;
 }
 
-bool Report::WriteJSON(ExitCode code, std::FILE* output) {
+KVMap Report::ToMap(ExitCode code) {
   Set("success", code == ExitCode::Success);
   Set("exitCode", static_cast<std::int64_t>(code));
+  CompleteError(code);
   if (!warning_.IsEmpty()) Set("warning", warning_);
   if (!error_.IsEmpty()) Set("error", error_);
+  return members_;
+}
+
+bool Report::WriteJSON(ExitCode code, std::FILE* output) {
   AnsiStr text;
   AnsiStr reason;
-  if (!OruGuiBase::Val2JSON(Val(members_), text, reason, /*pretty=*/false, /*strict=*/true)) return false;
+  if (!OruGuiBase::Val2JSON(Val(ToMap(code)), text, reason, /*pretty=*/false, /*strict=*/true)) return false;
   return Write(output, (text + "\n").View());
 }
 
 void Report::WriteLines() const {
-  if (!warning_.IsEmpty()) Write(stderr, (AnsiStr("cryptcli: Warning: ") + ToLine(warning_) + "\n").View());
+  const bool hasWarning = !warning_.IsEmpty() && !isQuiet_;
+  if (hasWarning) Write(stderr, (AnsiStr("cryptcli: Warning: ") + ToLine(warning_) + "\n").View());
   if (!error_.IsEmpty()) Write(stderr, (AnsiStr("cryptcli: ") + ToLine(error_) + "\n").View());
+  if (hasWarning || !error_.IsEmpty()) Write(stderr, explanation_.View());
 }
 
 }  // namespace CryptCli

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cryptcli/cryptcli.hpp>
 #include <cstdio>
 #include <string_view>
 
@@ -29,29 +30,44 @@ class Report {
   void Set(const char* name, std::int64_t value);
   void Set(const char* name, const OruGuiBase::Array<OruGuiBase::Val>& values);
   void Set(const char* name, const OruGuiBase::KVMap& map);
+  /// Sets each member of a JSON object, as the library's reports and errors have it. Anything else is
+  /// ignored.
+  void SetAll(std::string_view json);
   /// Adds a line for a person. Not in JSON.
   void Line(const OruGuiBase::AnsiStr& text);
+  /// Adds a line that goes with the error or warning, to standard error. Not in JSON.
+  void Explain(const OruGuiBase::AnsiStr& text);
   /// Adds bytes for a program, unchanged. Not in JSON.
   void Bytes(std::string_view bytes);
   /// Something that the user must know although the operation succeeded: "warning" in JSON.
   void Warn(const OruGuiBase::AnsiStr& text);
   /// Why the operation failed: "error" in JSON.
   void Fail(const OruGuiBase::AnsiStr& text);
+  /// The same for a failure of the library, with all that it knows about it.
+  void Fail(const cryptcli::Error& error);
+  /// Shows errors alone: no warnings and no lines. What Bytes() added is shown, since it is the result. No
+  /// effect on JSON.
+  void BeQuiet() { isQuiet_ = true; }
 
   /// Sends everything to standard error: standard output is for the content itself.
   void LeaveStandardOutput() { isOutputTaken_ = true; }
 
+  /// All members, with those about success and failure: what Finish() prints as JSON.
+  OruGuiBase::KVMap ToMap(ExitCode code);
   /// Prints everything and returns the code, or Failed when the output cannot be written.
   ExitCode Finish(ExitCode code);
 
  private:
+  void CompleteError(ExitCode code);
   bool WriteJSON(ExitCode code, std::FILE* output);
   void WriteLines() const;
 
   bool asJSON_;
+  bool isQuiet_ = false;
   bool isOutputTaken_ = false;
   OruGuiBase::KVMap members_;
   OruGuiBase::AnsiStr lines_;
+  OruGuiBase::AnsiStr explanation_;
   OruGuiBase::AnsiStr warning_;
   OruGuiBase::AnsiStr error_;
 };
