@@ -119,7 +119,7 @@ ExitCode RunDecrypt(const ProtectOptions& options) {
           return run.Fail(ExitCode::Failed, client.GetErrorMessage());
         }
         const AnsiStr reason = isSigned ? client.GetErrorMessage() : AnsiStr("The content is not signed");
-        if (!isVerified && options.requireVerified) return run.Fail(ExitCode::NotVerified, reason);
+        if (!isVerified && options.requireVerified) return run.Fail(ExitCode::OriginNotProven, reason);
         if (!isVerified) report.Warn(AnsiStr("The origin of the content is not proven: ") + reason);
         return run.Deliver();
       });
