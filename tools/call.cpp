@@ -1,6 +1,7 @@
 // "cryptcli call": performs any named operation with a JSON object of arguments, for scripts that administer
 // keys. Arguments come from a file or standard input and never from the command line, where other users of
-// the machine could read the secrets among them. They are wiped, and no error message repeats them.
+// the machine could read the secrets among them. No error message repeats them. The library checks them
+// before it sends anything.
 #include "tools/call.h"
 
 #include <CLI/Option.hpp>
@@ -11,6 +12,7 @@
 #include "foundation/json.h"
 #include "foundation/reference.h"
 #include "tools/files.h"
+#include "tools/staging_file.h"
 
 namespace CryptCli {
 
@@ -18,11 +20,9 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::File;
 using OruGuiBase::KVMap;
 using OruGuiBase::Val;
-using OruGuiBase::ValType;
 
 namespace {
 
-constexpr const char* kStandardInput = "-";
 // Numbered names to try for a fetched log; more files of one name mean that something else is wrong.
 constexpr std::uint32_t kMostOfOneName = 1000;
 // Far above any real arguments; keeps an endless pipe from filling the memory.
@@ -48,31 +48,17 @@ bool ReadStandardInput(AnsiStr& text, AnsiStr& reason) {
 }
 
 bool ReadText(const std::string& source, AnsiStr& text, AnsiStr& reason) {
-  if (source == kStandardInput) return ReadStandardInput(text, reason);
+  if (source == kStandardStream) return ReadStandardInput(text, reason);
   if (ReadFile(source, text)) return true;
   reason = OruGuiBase::GetSystemErrorText();
   return false;
 }
 
-// Error messages never quote the arguments: they may contain secrets.
-bool ReadArguments(const std::string& source, KVMap& arguments, AnsiStr& errorText) {
-  AnsiStr text;
-  Val value;
+bool ReadArguments(const std::string& source, AnsiStr& arguments, AnsiStr& errorText) {
   AnsiStr reason;
-  if (!ReadText(source, text, reason)) {
-    errorText = DescribeFailure("read", AnsiStr(source), reason);
-    return false;
-  }
-  if (!OruGuiBase::JSON2Val(text, value, reason)) {
-    errorText = AnsiStr("The arguments are no JSON: ") + reason;
-    return false;
-  }
-  if (value.GetType() != ValType::Map) {
-    errorText = "The arguments are no JSON object";
-    return false;
-  }
-  arguments = value.AsMap();
-  return true;
+  if (ReadText(source, arguments, reason)) return true;
+  errorText = DescribeFailure("read", AnsiStr(source), reason);
+  return false;
 }
 
 // GetAuditLog is the one operation whose result is a file. It is among the temporary files of this process,
@@ -92,12 +78,12 @@ bool KeepLog(const OruGuiBase::Directory& place, KVMap& result, AnsiStr& errorTe
   return false;
 }
 
-ExitCode Call(Session& session, const CallOptions& options, const KVMap& arguments) {
+ExitCode Call(Session& session, const CallOptions& options, const AnsiStr& arguments) {
   ExitCode code = session.Open();
   if (code != ExitCode::Success) return code;
   KVMap result;
-  code = session.Watched("Calling",
-                         [&] { return session.Perform(options.operation.c_str(), arguments, result); });
+  code =
+      session.Watched("Calling", [&] { return session.PerformJSON(options.operation, arguments, result); });
   if (!HasResult(code)) return code;
   AnsiStr errorText;
   if (result.Contains("filename") && !KeepLog(session.GetTemporary(), result, errorText)) {
@@ -124,12 +110,13 @@ CLI::App* AddCall(CLI::App& app, CallOptions& options) {
       ->type_name("FILE")
       ->required();
   options.session.AddOptions(*command);
+  command->footer(DescribeExitCodes({ExitCode::Partial, ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }
 
 ExitCode RunCall(const CallOptions& options) {
   // Read before the session blocks signals, so that Ctrl-C still ends a command that waits for input.
-  KVMap arguments;
+  AnsiStr arguments;
   AnsiStr errorText;
   const bool isRead = ReadArguments(options.arguments, arguments, errorText);
   Session session("call", options.session);

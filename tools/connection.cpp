@@ -1,9 +1,10 @@
-// The options that say how to reach the crypt service, and the transport made from them. Every command that
+// The options that say how to reach the crypt service, and what a client is made from. Every command that
 // asks a server has them, through SessionOptions.
 #include "tools/connection.h"
 
 #include <CLI/Option.hpp>
 #include <CLI/Validators.hpp>
+#include <chrono>
 #include <string_view>
 
 #include "foundation/encoding.h"
@@ -14,8 +15,6 @@ namespace CryptCli {
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
-using OruKalvix::CryptClientCurl;
-using OruKalvix::CryptClientCurlOptions;
 
 namespace {
 
@@ -41,15 +40,6 @@ bool AddHeaders(const AnsiStr& text, KVMap& headers, AnsiStr& errorText) {
     errorText = "A header has the form 'Name: value'";
     return false;
   }
-  return true;
-}
-
-bool ReadPassword(const std::string& path, AnsiStr& password, AnsiStr& errorText) {
-  if (path.empty()) return true;
-  AnsiStr text;
-  if (!ReadText(path, text, errorText)) return false;
-  OruGuiBase::LineIterator lines(text);
-  if (lines.ToNext()) password = lines.GetLine();
   return true;
 }
 
@@ -88,36 +78,45 @@ void Connection::AddOptions(CLI::App& command) {
       ->take_all()
       ->group(kServices);
   file("--header-file", headerFile, "The same from a file, one to a line; for secrets");
-}
-
-void Connection::AddRoomOption(CLI::App& command) {
-  command.add_option("--room", room, "Room to work for")->type_name("ROOM")->required()->group(kServices);
-}
-
-CryptClientCurl::Ptr Connection::MakeTransport(AnsiStr& errorText) const {
-  CryptClientCurlOptions options;
-  options.caFile = AnsiStr(caFile);
-  options.clientCertificate = AnsiStr(clientCert);
-  options.clientKey = AnsiStr(clientKey);
-  options.proxy = AnsiStr(proxy);
-  options.serviceUrl = AnsiStr(service);
-  if (!ReadPassword(clientKeyPasswordFile, options.clientKeyPassword, errorText)) return nullptr;
-  KVMap credentials;
-  AnsiStr fromFile;
-  if (!headerFile.empty() && !ReadText(headerFile, fromFile, errorText)) return nullptr;
-  if (!AddHeaders(fromFile, credentials, errorText)) return nullptr;
-  for (const std::string& header : headers) {
-    if (AddHeader(AnsiStr(header), credentials)) continue;
-    errorText = "A header has the form 'Name: value'";
-    return nullptr;
-  }
-  // The headers authenticate the user to the crypt service. Key servers must not see them, so they are
-  // credentials of the transport and not headers of every request.
-  options.credentials = [credentials](const AnsiStr&, const AnsiStr&, KVMap& added, AnsiStr&) {
-    added = credentials;
-    return true;
+  const auto seconds = [&](const char* name, std::uint32_t& value, const char* text) {
+    // An hour: longer than any exchange takes, and far from the limit of the library's milliseconds.
+    command.add_option(name, value, text)
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 3600).description(""))
+        ->group(kServices);
   };
-  return CryptClientCurl::Create(options, errorText);
+  seconds("--connect-timeout", connectTimeout, "Longest wait for a connection to a server; 30 by default");
+  seconds("--timeout", timeout, "Longest wait for the whole response of a server; 300 by default");
+}
+
+CLI::Option* Connection::AddRoomOption(CLI::App& command) {
+  return command.add_option("--room", room, "Room to work for")
+      ->type_name("ROOM")
+      ->required()
+      ->group(kServices);
+}
+
+bool Connection::GetOptions(cryptcli::Options& options, AnsiStr& errorText) const {
+  options.service = service;
+  options.caFile = caFile;
+  options.clientCertificate = {clientCert, clientKey, clientKeyPasswordFile};
+  options.proxy = proxy;
+  options.connectTimeout = std::chrono::seconds(connectTimeout);
+  options.timeout = std::chrono::seconds(timeout);
+  KVMap all;
+  AnsiStr fromFile;
+  if (!headerFile.empty() && !ReadText(headerFile, fromFile, errorText)) return false;
+  if (!AddHeaders(fromFile, all, errorText)) return false;
+  for (const std::string& header : headers) {
+    if (AddHeader(AnsiStr(header), all)) continue;
+    errorText = "A header has the form 'Name: value'";
+    return false;
+  }
+  // They authenticate the user to the crypt service; the library keeps them from key servers.
+  for (const auto& [name, value] : all) {
+    options.headers.push_back({std::string(name.View()), std::string(value.AsString().View())});
+  }
+  return true;
 }
 
 }  // namespace CryptCli

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <cryptcli/cryptcli.hpp>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "foundation/ansistr.h"
-#include "transport/curlhttp.h"
+#include "foundation/kvmap.h"
 
 namespace CryptCli {
 
@@ -23,13 +25,15 @@ struct Connection {
   std::string proxy;
   std::vector<std::string> headers;
   std::string headerFile;
+  std::uint32_t connectTimeout = 0;  ///< seconds; 0 for the library's default
+  std::uint32_t timeout = 0;
 
   void AddOptions(CLI::App& command);
-  /// For commands that work for a room.
-  void AddRoomOption(CLI::App& command);
-  /// Makes the transport. Null with the reason in `errorText` when an option is wrong: a file that cannot be
-  /// read, an invalid header or URL.
-  OruKalvix::CryptClientCurl::Ptr MakeTransport(OruGuiBase::AnsiStr& errorText) const;
+  /// For commands that work for a room, which has to be named unless the caller says otherwise.
+  CLI::Option* AddRoomOption(CLI::App& command);
+  /// The options of a client. False with the reason in `errorText` if a header is invalid or the file of
+  /// headers cannot be read.
+  bool GetOptions(cryptcli::Options& options, OruGuiBase::AnsiStr& errorText) const;
 };
 
 /// Adds "Name: value" to `headers`. False unless both parts are valid in an HTTP header.

@@ -3,34 +3,24 @@
 #include "tools/inspect.h"
 
 #include <CLI/Option.hpp>
-#include <optional>
 
 #include "foundation/array.h"
-#include "foundation/errorstate.h"
-#include "foundation/file.h"
-#include "foundation/filehandle.h"
 #include "foundation/format.h"
+#include "foundation/json.h"
 #include "foundation/kvmap.h"
-#include "foundation/queue.h"
 #include "foundation/val.h"
-#include "security/cmsmsg.h"
 #include "tools/files.h"
+#include "tools/protect.h"
 #include "tools/report.h"
-#include "tools/source.h"
+#include "tools/session.h"
 #include "tools/watch.h"
 
 namespace CryptCli {
 
 using OruGuiBase::AnsiStr;
-using OruGuiBase::Array;
-using OruGuiBase::File;
 using OruGuiBase::FmtArgs;
 using OruGuiBase::KVMap;
-using OruGuiBase::PtrContainerQueue;
 using OruGuiBase::Val;
-using OruOssSec::CMSKeyTransRecipient;
-using OruOssSec::CMSMsg;
-using OruOssSec::CMSSigner;
 
 namespace {
 
@@ -45,85 +35,61 @@ AnsiStr AttributeName(const AnsiStr& oid) {
   return oid;
 }
 
-AnsiStr TimeText(const OruGuiBase::DateTime& time) {
-  if (time == OruGuiBase::DateTime()) return {};
-  return FmtArgs("%04d-%02d-%02dT%02d:%02d:%02dZ", time.year, time.month, time.day, time.hour, time.minute,
-                 time.second);
+AnsiStr OrElse(const AnsiStr& text, const char* other) {
+  return text.IsEmpty() ? AnsiStr(other) : text;
 }
 
-void SetText(KVMap& map, const char* name, const AnsiStr& text) {
-  map.Set(name, ToUTF8(text));
+AnsiStr TextOf(const KVMap& map, const char* name) {
+  return map.Contains(name) ? map.Get(name).AsString() : AnsiStr();
 }
 
-Val ShowRecipient(const CMSKeyTransRecipient& recipient, Report& report) {
-  report.Line(AnsiStr("recipient: serial ") + recipient.serial + ", issuer " + recipient.issuer);
-  KVMap map;
-  SetText(map, "issuer", recipient.issuer);
-  SetText(map, "serial", recipient.serial);
-  return Val(map);
+void ShowRecipient(const KVMap& recipient, Report& report) {
+  report.Line(AnsiStr("recipient: serial ") + TextOf(recipient, "serial") + ", issuer " +
+              TextOf(recipient, "issuer"));
 }
 
-Val ShowAttributes(const KVMap& attributes, Report& report) {
-  KVMap map;
-  for (const auto& [oid, value] : attributes) {
-    const AnsiStr text = value.AsString();
-    report.Line(AnsiStr("  ") + AttributeName(oid) + ": " + text);
-    map.Set(oid, ToUTF8(text));
+void ShowSigner(const KVMap& signer, Report& report) {
+  report.Line(AnsiStr("signer: ") + OrElse(TextOf(signer, "subject"), "(no certificate in the file)"));
+  report.Line(AnsiStr("  time: ") + OrElse(TextOf(signer, "signingTime"), "(none)"));
+  for (const auto& [oid, value] : signer.Get("signedAttributes").AsMap()) {
+    report.Line(AnsiStr("  ") + AttributeName(oid) + ": " + value.AsString());
   }
-  return Val(map);
 }
 
-Val ShowSigner(const CMSSigner& signer, Report& report) {
-  KVMap map;
-  AnsiStr subject;
-  if (signer.certificate.GetSubject(subject)) SetText(map, "subject", subject);
-  const AnsiStr time = TimeText(signer.signingTime);
-  if (!time.IsEmpty()) SetText(map, "signingTime", time);
-  report.Line(AnsiStr("signer: ") + (subject.IsEmpty() ? AnsiStr("(no certificate in the file)") : subject));
-  report.Line(AnsiStr("  time: ") + (time.IsEmpty() ? AnsiStr("(none)") : time));
-  map.Set("signedAttributes", ShowAttributes(signer.signedAttributes, report));
-  return Val(map);
+template <class Show>
+void ShowAll(const KVMap& found, const char* name, Show show, Report& report) {
+  if (!found.Contains(name)) return;
+  const OruGuiBase::Array<Val> values = found.Get(name).AsArray();
+  for (const Val& value : values) show(value.AsMap(), report);
+  if (values.IsEmpty()) report.Line(AnsiStr(name) + ": (none)");
 }
 
-template <class Element, class Show>
-void ShowAll(const PtrContainerQueue<Element>& queue, const char* name, Show show, Report& report) {
-  Array<Val> values;
-  for (const Element& element : queue) values.Append(show(element, report));
-  if (queue.IsEmpty()) report.Line(AnsiStr(name) + ": (none)");
-  report.Set(name, values);
-}
-
-bool ShowParties(const CMSMsg& message, Report& report) {
-  if (message.GetType() == CMSMsg::Type::EnvelopedData) {
-    PtrContainerQueue<CMSKeyTransRecipient> recipients;
-    if (!message.GetRecipients(recipients)) return false;
-    ShowAll(recipients, "recipients", ShowRecipient, report);
-  } else if (message.GetType() == CMSMsg::Type::SignedData) {
-    PtrContainerQueue<CMSSigner> signers;
-    if (!message.GetSigners(signers)) return false;
-    ShowAll(signers, "signers", ShowSigner, report);
-  }
-  return true;
-}
-
-bool Show(const InspectOptions& options, Report& report) {
-  Source source;
-  if (!source.Open(options.file)) return false;
-  const File& file = source.GetFile();
-  OruGuiBase::FileReader reader;
-  if (!reader.Open(file)) return false;
-  const std::int64_t size = reader.GetSize();
-  reader.Close();
-  CMSMsg message;
-  if (!message.Load(file)) return false;
-  report.Line(AnsiStr("type: ") + message.GetTypeStr());
-  report.Line(FmtArgs("size: %lld bytes", static_cast<long long>(size)));
-  report.Set("type", message.GetTypeStr());
-  report.Set("size", size);
-  report.Set("verified", false);
-  if (!ShowParties(message, report)) return false;
+void Show(const KVMap& found, Report& report) {
+  report.Line(AnsiStr("type: ") + TextOf(found, "type"));
+  report.Line(FmtArgs("size: %lld bytes", static_cast<long long>(found.Get("size").AsInteger())));
+  ShowAll(found, "recipients", ShowRecipient, report);
+  ShowAll(found, "signers", ShowSigner, report);
   report.Line(kNothingVerified);
-  return true;
+}
+
+ExitCode Inspect(const InspectOptions& options, Report& report) {
+  const cryptcli::Result<std::string> json = cryptcli::Client::Inspect(GetSource(options.file));
+  if (!json) {
+    cryptcli::Error error = json.error();
+    error.message =
+        std::string(DescribeFailure("inspect", AnsiStr(options.file), AnsiStr(error.message)).View());
+    report.Fail(error);
+    return ToExitCode(error);
+  }
+  Val found;
+  AnsiStr reason;
+  if (!OruGuiBase::JSON2Val(AnsiStr(*json), found, reason)) {
+    report.Fail(DescribeFailure("inspect", AnsiStr(options.file), reason));
+    return ExitCode::Failed;
+  }
+  report.SetAll(*json);
+  Show(found.AsMap(), report);
+  return ExitCode::Success;
 }
 
 }  // namespace
@@ -131,22 +97,19 @@ bool Show(const InspectOptions& options, Report& report) {
 CLI::App* AddInspect(CLI::App& app, InspectOptions& options) {
   CLI::App* const command = app.add_subcommand(
       "inspect", "Show what a protected file says about itself, without any server and without verifying it");
-  command->add_option("FILE", options.file, "File to look at")->required();
-  command->add_flag("--json", options.json, "Report as one JSON object");
+  command->add_option("FILE", options.file, "File to look at; - for standard input")->required();
+  command->add_flag("--json", options.json, "Report as one JSON object, whatever happens");
+  command->footer(DescribeExitCodes({ExitCode::BadSource}));
   return command;
 }
 
 ExitCode RunInspect(const InspectOptions& options) {
   Report report("inspect", options.json);
   report.Set("file", AnsiStr(options.file));
-  // A failure without a reason of its own must not report one that is left from earlier.
-  OruGuiBase::ClearLastError();
-  // Only a stream is copied to a temporary file, which a signal must not leave behind.
-  std::optional<Watch> watch;
-  if (Source::IsStream(options.file)) watch.emplace().Start("", /*show=*/false);
-  if (Show(options, report)) return report.Finish(ExitCode::Success);
-  report.Fail(DescribeFailure("inspect", AnsiStr(options.file)));
-  return report.Finish(ExitCode::Failed);
+  // A stream is copied to a temporary file, which a signal must not leave behind.
+  Watch watch;
+  watch.Start("", /*show=*/false);
+  return report.Finish(Inspect(options, report));
 }
 
 }  // namespace CryptCli

@@ -1,27 +1,28 @@
 // "cryptcli encrypt" and "cryptcli decrypt". Both write to a staging file, so that a failure, a signal, or a
-// decrypted file whose origin was to be proven and is not, leaves the target as it was.
+// protected file whose origin is not proven, leaves the target as it was.
 #include "tools/protect.h"
 
 #include <CLI/Option.hpp>
+#include <CLI/Validators.hpp>
+#include <cstdlib>
 #include <functional>
+#include <unistd.h>
 
-#include "client/cryptcli.h"
 #include "tools/files.h"
-#include "tools/source.h"
+#include "tools/origin.h"
 #include "tools/staging_file.h"
 
 namespace CryptCli {
 
 using OruGuiBase::AnsiStr;
-using OruGuiBase::File;
-using OruKalvix::CryptClient;
 
 namespace {
 
 void AddCommonOptions(CLI::App& command, ProtectOptions& options) {
-  command.add_option("SOURCE", options.source, "File to read")->required();
-  command.add_option("TARGET", options.target, "File to write")->required();
-  command.add_flag("--force", options.force, "Replace TARGET if it exists");
+  command.add_option("FILE", options.files, "SOURCE and TARGET; - for standard input and output")
+      ->type_name("SOURCE [TARGET]")
+      ->required();
+  options.target.AddOptions(command);
   options.session.AddOptions(command);
   options.session.connection.AddRoomOption(command);
 }
@@ -31,103 +32,156 @@ void AddCommonOptions(CLI::App& command, ProtectOptions& options) {
 class Run {
  public:
   Run(const char* operation, const ProtectOptions& options)
-      : options_(options), session_(operation, options.session) {
-    GetReport().Set("source", AnsiStr(options.source));
-    GetReport().Set("target", AnsiStr(options.target));
-  }
+      : options_(options), session_(operation, options.session) {}
 
-  using Work = std::function<ExitCode(CryptClient& client, const File& source, const File& target)>;
+  using Operation = std::function<cryptcli::Result<cryptcli::Report>(
+      const cryptcli::Client& client, const cryptcli::Source& source, const cryptcli::Target& target)>;
 
-  ExitCode Do(const char* label, const Work& work) {
+  ExitCode Do(const char* label, const Operation& operation) {
+    if (!FindTarget()) {
+      return session_.Fail(ExitCode::Usage,
+                           "Name a SOURCE and a TARGET, the latter as a second file or with --output");
+    }
+    GetReport().Set("source", AnsiStr(GetSourceName()));
+    GetReport().Set("target", AnsiStr(target_));
     const ExitCode code = session_.Open();
     if (code != ExitCode::Success) return code;
     AnsiStr errorText;
-    if (!staging_.Open(options_.source, options_.target, options_.force, errorText)) {
-      return Fail(ExitCode::Failed, errorText);
+    staging_.SetMode(options_.target.GetMode());
+    if (!staging_.Open(GetSourceName(), target_, options_.target.force, errorText)) {
+      return session_.Fail(ExitCode::Failed, errorText);
     }
     if (staging_.IsStandardOutput()) GetReport().LeaveStandardOutput();
-    const Connection& connection = options_.session.connection;
-    CryptClient client(session_.GetHttp(), AnsiStr(connection.service), AnsiStr(), AnsiStr(connection.room));
-    return session_.Watched(label,
-                            [&] { return work(client, File(AnsiStr(options_.source)), staging_.GetFile()); });
+    return session_.Watched(label, [&] { return Perform(operation); });
   }
 
   ExitCode Finish(ExitCode code) { return session_.Finish(code); }
   Report& GetReport() { return session_.GetReport(); }
-  ExitCode Fail(ExitCode code, const AnsiStr& errorText) { return session_.Fail(code, errorText); }
-  ExitCode Deliver() {
-    AnsiStr errorText;
-    return staging_.Commit(errorText) ? ExitCode::Success : Fail(ExitCode::Failed, errorText);
-  }
+  Session& GetSession() { return session_; }
+  const std::string& GetSourceName() const { return options_.files.front(); }
+  const std::string& GetTargetName() const { return target_; }
+  const cryptcli::Report& GetFound() const { return found_; }
 
  private:
+  bool FindTarget() {
+    const bool isNamed = !options_.target.output.empty();
+    if (options_.files.size() != (isNamed ? 1U : 2U)) return false;
+    target_ = isNamed ? options_.target.output : options_.files.back();
+    return true;
+  }
+
+  ExitCode Perform(const Operation& operation) {
+    const cryptcli::Result<cryptcli::Report> done =
+        operation(session_.GetClient(), GetSource(GetSourceName()), staging_.GetPath());
+    if (!done) return session_.Fail(done.error());
+    found_ = *done;
+    GetReport().SetAll(found_.json);
+    AnsiStr errorText;
+    return staging_.Commit(errorText) ? ExitCode::Success : session_.Fail(ExitCode::Failed, errorText);
+  }
+
   const ProtectOptions& options_;
-  Session session_;  // first: it sets the temporary directory of everything that makes a file
+  Session
+      session_;  // before the staging file: it sets the temporary directory of everything that makes a file
   StagingFile staging_;
+  std::string target_;
+  cryptcli::Report found_;
 };
 
-const char* DescribeOrigin(bool isSigned, bool isVerified) {
-  if (isVerified) return "origin verified";
-  return isSigned ? "signed, origin NOT verified" : "not signed, origin unknown";
+}  // namespace
+
+void TargetOptions::AddOptions(CLI::App& command) {
+  command.add_option("-o,--output", output, "File to write; - for standard output")->type_name("TARGET");
+  command.add_option("--mode", mode, "Permissions of the written file, octal: 600")
+      ->type_name("MODE")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            const bool isOctal = text.size() == 3 || (text.size() == 4 && text.front() == '0');
+            const bool isMode = isOctal && text.find_first_not_of("01234567") == std::string::npos;
+            return isMode ? std::string() : "three octal digits are needed, such as 600";
+          },
+          ""));
+  command.add_flag("--force", force, "Replace the written file if it exists");
 }
 
-}  // namespace
+std::optional<unsigned> TargetOptions::GetMode() const {
+  if (mode.empty()) return std::nullopt;
+  return static_cast<unsigned>(std::strtoul(mode.c_str(), nullptr, 8));
+}
+
+CLI::Option* AddAcceptOption(CLI::App& command, std::string& accept) {
+  return command
+      .add_option("--accept", accept,
+                  "Weakest origin to accept: proven, any-signer (signed for another room or group, too), "
+                  "signature-only (signed by anybody, too), anything (not signed, too)")
+      ->type_name("ORIGIN")
+      ->check(CLI::IsMember({"proven", "any-signer", "signature-only", "anything"}).description(""))
+      ->capture_default_str();
+}
+
+cryptcli::Policy GetPolicy(const std::string& accept) {
+  if (accept == "any-signer") return cryptcli::Policy::AnySigner;
+  if (accept == "signature-only") return cryptcli::Policy::SignatureOnly;
+  if (accept == "anything") return cryptcli::Policy::Anything;
+  return cryptcli::Policy::Proven;
+}
+
+cryptcli::Source GetSource(const std::string& name) {
+  if (name == kStandardStream) return cryptcli::Source::FromDescriptor(STDIN_FILENO);
+  return name;
+}
 
 CLI::App* AddEncrypt(CLI::App& app, ProtectOptions& options) {
   CLI::App* const command = app.add_subcommand("encrypt", "Protect SOURCE for a room and write it to TARGET");
   AddCommonOptions(*command, options);
+  command->footer(DescribeExitCodes({ExitCode::KeyRefused, ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }
 
 CLI::App* AddDecrypt(CLI::App& app, ProtectOptions& options) {
-  CLI::App* const command = app.add_subcommand("decrypt", "Open the protected file SOURCE and write TARGET");
+  CLI::App* const command = app.add_subcommand(
+      "decrypt", "Open the protected file SOURCE and write TARGET, if the origin of the content is proven");
   AddCommonOptions(*command, options);
-  command->add_flag("--require-verified", options.requireVerified,
-                    "Write TARGET only when the origin of the content is proven");
+  CLI::Option* const accept = AddAcceptOption(*command, options.accept);
+  // What has become the default; scripts name it.
+  command
+      ->add_flag_callback(
+          "--require-verified", [] {}, "The same as --accept proven")
+      ->excludes(accept);
+  command->footer(DescribeExitCodes({ExitCode::OriginNotProven, ExitCode::KeyRefused, ExitCode::TryLater,
+                                     ExitCode::BadSource, ExitCode::Unauthorised}));
   return command;
 }
 
 ExitCode RunEncrypt(const ProtectOptions& options) {
   Run run("encrypt", options);
-  const ExitCode code =
-      run.Do("Encrypting", [&](CryptClient& client, const File& source, const File& target) {
-        bool isKeyRefused = false;
-        if (client.Encrypt(source, target, isKeyRefused)) return run.Deliver();
-        run.GetReport().Set("keyRefused", isKeyRefused);
-        return run.Fail(isKeyRefused ? ExitCode::KeyRefused : ExitCode::Failed, client.GetErrorMessage());
+  const ExitCode code = run.Do(
+      "Encrypting",
+      [&](const cryptcli::Client& client, const cryptcli::Source& source, const cryptcli::Target& target) {
+        return client.Encrypt(options.session.connection.room, source, target, run.GetSession().MakeCall());
       });
+  if (code == ExitCode::KeyRefused) run.GetReport().Set("keyRefused", true);
   if (code == ExitCode::Success) {
-    run.GetReport().Line(AnsiStr("Encrypted ") + AnsiStr(options.source) + " to " + AnsiStr(options.target));
+    run.GetReport().Line(AnsiStr("Encrypted ") + AnsiStr(run.GetSourceName()) + " to " +
+                         AnsiStr(run.GetTargetName()));
   }
   return run.Finish(code);
 }
 
 ExitCode RunDecrypt(const ProtectOptions& options) {
   Run run("decrypt", options);
-  Report& report = run.GetReport();
-  bool isSigned = false;
-  bool isVerified = false;
-  const ExitCode code =
-      run.Do("Decrypting", [&](CryptClient& client, const File& source, const File& target) {
-        // Inside the watched work: reading a FIFO may block for long, and a signal must still end the
-        // command.
-        Source file;
-        if (!file.Open(options.source)) {
-          return run.Fail(ExitCode::Failed, DescribeFailure("read", source.GetPath()));
-        }
-        if (!client.Decrypt(file.GetFile(), target, isSigned, isVerified)) {
-          return run.Fail(ExitCode::Failed, client.GetErrorMessage());
-        }
-        const AnsiStr reason = isSigned ? client.GetErrorMessage() : AnsiStr("The content is not signed");
-        if (!isVerified && options.requireVerified) return run.Fail(ExitCode::OriginNotProven, reason);
-        if (!isVerified) report.Warn(AnsiStr("The origin of the content is not proven: ") + reason);
-        return run.Deliver();
+  const ExitCode code = run.Do(
+      "Decrypting",
+      [&](const cryptcli::Client& client, const cryptcli::Source& source, const cryptcli::Target& target) {
+        cryptcli::Call call = run.GetSession().MakeCall();
+        call.accept = GetPolicy(options.accept);
+        return client.Decrypt(options.session.connection.room, source, target, call);
       });
-  report.Set("isSigned", isSigned);
-  report.Set("isVerified", isVerified);
   if (code == ExitCode::Success) {
-    report.Line(AnsiStr("Decrypted ") + AnsiStr(options.source) + " to " + AnsiStr(options.target) + " (" +
-                DescribeOrigin(isSigned, isVerified) + ")");
+    const cryptcli::Origin origin = run.GetFound().origin.value_or(cryptcli::Origin::Unsigned);
+    run.GetReport().Line(AnsiStr("Decrypted ") + AnsiStr(run.GetSourceName()) + " to " +
+                         AnsiStr(run.GetTargetName()) + " (" + NameOrigin(origin) + ")");
+    ShowOrigin(run.GetReport(), run.GetFound(), options.session.verbose);
   }
   return run.Finish(code);
 }

@@ -1,21 +1,40 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <cryptcli/cryptcli.hpp>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "tools/exit_code.h"
 #include "tools/session.h"
 
 namespace CryptCli {
 
+/// What a command does with the file that it writes.
+struct TargetOptions {
+  std::string output;  ///< empty when the target is the last of the files
+  std::string mode;    ///< octal; empty for that of any new file
+  bool force = false;
+
+  void AddOptions(CLI::App& command);
+  std::optional<unsigned> GetMode() const;
+};
+
 /// What "encrypt" and "decrypt" have in common on the command line.
 struct ProtectOptions {
   SessionOptions session;
-  std::string source;
-  std::string target;
-  bool force = false;
-  bool requireVerified = false;  ///< "decrypt" alone
+  TargetOptions target;
+  std::vector<std::string> files;  ///< SOURCE and, unless --output names it, TARGET
+  std::string accept = "proven";   ///< "decrypt" alone
 };
+
+/// Adds "--accept", the weakest origin that a command takes.
+CLI::Option* AddAcceptOption(CLI::App& command, std::string& accept);
+cryptcli::Policy GetPolicy(const std::string& accept);
+
+/// The source that a word of the command line names: a file, or with "-" standard input.
+cryptcli::Source GetSource(const std::string& name);
 
 /// Adds the subcommand; parsing fills `options`, which must outlive it.
 CLI::App* AddEncrypt(CLI::App& app, ProtectOptions& options);

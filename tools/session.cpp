@@ -1,23 +1,65 @@
-// The steps that every command with a server has in common: options, transport, temporary directory, watching
+// The steps that every command with a server has in common: options, client, temporary directory, watching
 // for signals, report. A command object owns its Session and calls the client in between.
 #include "tools/session.h"
 
 #include <CLI/Option.hpp>
 #include <CLI/Validators.hpp>
+#include <cstdlib>
+#include <utility>
 
-#include "client/cryptcli.h"
-#include "client/result_codes.h"
 #include "foundation/errorstate.h"
+#include "foundation/json.h"
+#include "tools/origin.h"
+#include "tools/trace.h"
 
 namespace CryptCli {
 
 using OruGuiBase::AnsiStr;
+using OruGuiBase::Directory;
+using OruGuiBase::DirectoryType;
 using OruGuiBase::KVMap;
 using OruGuiBase::Val;
-using OruKalvix::CryptClient;
+
+namespace {
+
+// The library's way to report an audit log that is not complete.
+constexpr const char* kWarning = "warning";
+
+// The directory in which this program makes its own, for whatever makes temporary files.
+Directory ChooseTemporary(const std::string& path) {
+  if (!path.empty()) setenv("TMPDIR", path.c_str(), 1);
+  return Directory(DirectoryType::Temporary);
+}
+
+cryptcli::Log MakeLog(int depth) {
+  cryptcli::Log log;
+  if (depth == 0) return log;
+  log.level = depth == 1 ? cryptcli::LogLevel::Request : cryptcli::LogLevel::Debug;
+  log.revealSecrets = depth > 1;
+  log.write = [](cryptcli::LogLevel, std::string_view message) { WriteTrace(message); };
+  return log;
+}
+
+// The result without the warning, which is a member of its own in a report.
+KVMap TakeWarning(const KVMap& object, AnsiStr& warning) {
+  KVMap result;
+  for (const auto& [name, value] : object) {
+    if (name == kWarning) {
+      warning = value.AsString();
+    } else {
+      result.Put(name, value);
+    }
+  }
+  return result;
+}
+
+}  // namespace
 
 void SessionOptions::AddOptions(CLI::App& command) {
-  command.add_flag("--json", json, "Report as one JSON object");
+  command.add_flag("--json", json, "Report as one JSON object, whatever happens");
+  auto* const silent = command.add_flag("-q,--quiet", quiet, "Show errors alone");
+  command.add_flag("-v,--verbose", verbose, "Show more about the result")->excludes(silent);
+  command.add_flag("--no-progress", noProgress, "Show no progress on a terminal");
   command
       .add_option(
           "--trace", trace,
@@ -25,11 +67,41 @@ void SessionOptions::AddOptions(CLI::App& command) {
           "with the secrets in them")
       ->type_name("LEVEL")
       ->check(CLI::Range(1, 2).description(""));
+  command
+      .add_option("--tmp-dir", temporary,
+                  "Directory for temporary files, which may hold plain content; TMPDIR by default")
+      ->type_name("DIR");
   connection.AddOptions(command);
 }
 
+ExitCode ToExitCode(const cryptcli::Error& error) {
+  switch (error.code) {
+    case cryptcli::Status::InvalidArgument:
+      return ExitCode::Usage;
+    case cryptcli::Status::OriginNotProven:
+      return ExitCode::OriginNotProven;
+    case cryptcli::Status::KeyRefused:
+      return ExitCode::KeyRefused;
+    case cryptcli::Status::Damaged:
+    case cryptcli::Status::NotProtected:
+      return ExitCode::BadSource;
+    case cryptcli::Status::Unauthorised:
+      return ExitCode::Unauthorised;
+    default:
+      return error.retryable ? ExitCode::TryLater : ExitCode::Failed;
+  }
+}
+
+ExitCode FailWith(Report& report, const cryptcli::Error& error) {
+  report.Fail(error);
+  if (error.report) ExplainOrigin(report, *error.report);
+  return ToExitCode(error);
+}
+
 Session::Session(const char* command, const SessionOptions& options)
-    : options_(options), report_(command, options.json), sink_(options.trace) {}
+    : options_(options), temporary_(ChooseTemporary(options.temporary)), report_(command, options.json) {
+  if (options.quiet) report_.BeQuiet();
+}
 
 ExitCode Session::Fail(ExitCode code, const AnsiStr& errorText) {
   report_.Fail(errorText);
@@ -37,37 +109,69 @@ ExitCode Session::Fail(ExitCode code, const AnsiStr& errorText) {
 }
 
 ExitCode Session::Open() {
+  cryptcli::Options options;
   AnsiStr errorText;
-  http_ = options_.connection.MakeTransport(errorText);
-  if (http_ == nullptr) return Fail(ExitCode::Usage, errorText);
+  if (!options_.connection.GetOptions(options, errorText)) return Fail(ExitCode::Usage, errorText);
+  options.log = MakeLog(options_.trace);
+  cryptcli::Result<cryptcli::Client> client = cryptcli::Client::Create(options);
+  if (!client) {
+    report_.Fail(client.error());
+    return ExitCode::Usage;
+  }
+  client_ = std::move(*client);
   if (watch_.IsReady()) return ExitCode::Success;
   return Fail(ExitCode::Failed, AnsiStr("Could not create temporary directory: ") + watch_.GetReason());
 }
 
+cryptcli::Call Session::MakeCall() {
+  cryptcli::Call call;
+  call.progress = [&progress = watch_.GetProgress()](std::uint64_t done, std::uint64_t total) {
+    progress.total = total;
+    progress.done = done;
+    return true;
+  };
+  call.stop = stop_.get_token();
+  return call;
+}
+
 ExitCode Session::Watched(const char* label, const std::function<ExitCode()>& work) {
   // Traces and progress would overwrite each other on the terminal.
-  watch_.Start(label, options_.trace == 0 && *label != '\0');
+  const bool isShown = options_.trace == 0 && !options_.quiet && !options_.json && !options_.noProgress;
+  const bool isCancellable = *label != '\0';
+  watch_.Start(label, isShown && isCancellable,
+               isCancellable ? [this] { stop_.request_stop(); } : std::function<void()>());
   const ExitCode code = work();
-  watch_.Stop();
-  return code;
+  const int signal = watch_.Stop();
+  if (signal == 0 || HasResult(code)) return code;
+  return Fail(static_cast<ExitCode>(static_cast<int>(ExitCode::Interrupted) + signal),
+              AnsiStr("Ended by signal ") + AnsiStr(std::to_string(signal)));
 }
 
 ExitCode Session::Finish(ExitCode code) {
   return Watched("", [&] { return report_.Finish(code); });
 }
 
-ExitCode Session::Perform(const char* operation, const KVMap& arguments, KVMap& result) {
+ExitCode Session::Perform(const std::string& operation, const KVMap& arguments, KVMap& result) {
+  AnsiStr text;
+  AnsiStr reason;
+  if (!OruGuiBase::Val2JSON(Val(arguments), text, reason, /*pretty=*/false, /*strict=*/true)) {
+    return Fail(ExitCode::Usage, AnsiStr("The arguments are no JSON: ") + reason);
+  }
+  return PerformJSON(operation, text, result);
+}
+
+ExitCode Session::PerformJSON(const std::string& operation, const AnsiStr& arguments, KVMap& result) {
+  const cryptcli::Result<std::string> performed = client_->Perform(operation, arguments.View(), MakeCall());
+  if (!performed) return Fail(performed.error());
   Val value;
-  AnsiStr errorText;
-  const std::int32_t status = CryptClient::PerformOperation(
-      http_.get(), AnsiStr(options_.connection.service), AnsiStr(), operation, arguments, value, errorText);
-  // The user has typed the name, so an unknown one is a mistake in the command line.
-  if (status == OruKalvix::kUnknownName) return Fail(ExitCode::Usage, errorText);
-  if (status != OruKalvix::kSuccess) return Fail(ExitCode::Failed, errorText);
-  result = value.AsMap();
-  // Success with an error text: the audit log of some key servers is missing.
-  if (errorText.IsEmpty()) return ExitCode::Success;
-  report_.Warn(errorText);
+  AnsiStr reason;
+  if (!OruGuiBase::JSON2Val(AnsiStr(*performed), value, reason)) {
+    return Fail(ExitCode::Failed, AnsiStr("The result is no JSON: ") + reason);
+  }
+  AnsiStr warning;
+  result = TakeWarning(value.AsMap(), warning);
+  if (warning.IsEmpty()) return ExitCode::Success;
+  report_.Warn(warning);
   return ExitCode::Partial;
 }
 

@@ -1,14 +1,17 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <cryptcli/cryptcli.hpp>
 #include <functional>
+#include <optional>
+#include <stop_token>
+#include <string>
 
 #include "foundation/file.h"
 #include "foundation/kvmap.h"
 #include "tools/connection.h"
 #include "tools/exit_code.h"
 #include "tools/report.h"
-#include "tools/trace_sink.h"
 #include "tools/watch.h"
 
 namespace CryptCli {
@@ -17,42 +20,62 @@ namespace CryptCli {
 struct SessionOptions {
   Connection connection;
   bool json = false;
+  bool quiet = false;
+  bool verbose = false;
+  bool noProgress = false;
   int trace = 0;
+  std::string temporary;  ///< directory for temporary files; empty for TMPDIR
 
   void AddOptions(CLI::App& command);
 };
 
-/// Everything that a command with a server does before and after the call of the client. Lives as long as
-/// the command runs and owns the transport, the report and the temporary directory; `options` must outlive
-/// it.
+/// How the command ends when an operation of the library has failed with the error.
+ExitCode ToExitCode(const cryptcli::Error& error);
+
+/// Reports the error, with what is known about content that was refused. Returns ToExitCode(error).
+ExitCode FailWith(Report& report, const cryptcli::Error& error);
+
+/// Everything that a command with a server does before and after the call of the library. Lives as long as
+/// the command runs and owns the client, the report and the temporary directory; `options` must outlive it.
 class Session {
  public:
   /// Blocks signals; from Watched() on a thread receives them.
   Session(const char* command, const SessionOptions& options);
 
-  /// Makes the transport and checks the temporary directory. Anything but Success has reported its reason.
+  /// Makes the client and checks the temporary directory. Anything but Success has reported its reason.
   ExitCode Open();
-  /// Runs the work, with progress on a terminal unless the label is empty.
+  /// Runs the work, with progress on a terminal unless the label is empty. A signal cancels the calls that
+  /// MakeCall() made; the result is then the code of the signal, unless the work succeeded all the same.
   ExitCode Watched(const char* label, const std::function<ExitCode()>& work);
   /// Prints the report. Signals are still watched: a full pipe may block it for long.
   ExitCode Finish(ExitCode code);
   /// Performs a named operation. Partial has set a result and a warning, a failure its reason.
-  ExitCode Perform(const char* operation, const OruGuiBase::KVMap& arguments, OruGuiBase::KVMap& result);
+  ExitCode Perform(const std::string& operation, const OruGuiBase::KVMap& arguments,
+                   OruGuiBase::KVMap& result);
+  /// The same with the arguments as JSON.
+  ExitCode PerformJSON(const std::string& operation, const OruGuiBase::AnsiStr& arguments,
+                       OruGuiBase::KVMap& result);
 
-  OruKalvix::ICryptClientHttp* GetHttp() const { return http_.get(); }
+  /// After Open() alone.
+  const cryptcli::Client& GetClient() const { return *client_; }
+  /// What each operation of the client gets: progress goes to the terminal, and signals cancel it.
+  cryptcli::Call MakeCall();
   Report& GetReport() { return report_; }
   /// The system's temporary directory, before this program replaced it by its own.
   const OruGuiBase::Directory& GetTemporary() const { return temporary_; }
   ExitCode Fail(ExitCode code, const OruGuiBase::AnsiStr& errorText);
+  ExitCode Fail(const cryptcli::Error& error) { return FailWith(report_, error); }
+  /// Whether a signal has cancelled the work.
+  bool IsCancelled() const { return watch_.IsCancelled(); }
 
  private:
   const SessionOptions& options_;
-  const OruGuiBase::Directory temporary_{OruGuiBase::DirectoryType::Temporary};
+  const OruGuiBase::Directory temporary_;
   // After temporary_, which it changes for everything else; before all members that may make a file.
   Watch watch_;
   Report report_;
-  TraceSink sink_;
-  OruKalvix::CryptClientCurl::Ptr http_;
+  std::stop_source stop_;
+  std::optional<cryptcli::Client> client_;
 };
 
 }  // namespace CryptCli
