@@ -153,7 +153,7 @@ TEST_F(AuditLogCommand, ReplacesItWhenForced) {
 TEST_F(AuditLogCommand, AFailureLeavesAForcedTargetAsItWas) {
   scratch_.Make("log.csv", "kept");
   SetFaults({FaultType::Down});
-  EXPECT_EQ(RunToFile({"--force"}).code, 1);
+  EXPECT_EQ(RunToFile({"--force"}).code, 6);
   EXPECT_EQ(scratch_.Read("log.csv"), "kept");
 }
 

@@ -43,8 +43,7 @@ TEST_F(CallFailures, AnUnknownOperationIsCode2) {
   for (const char* name : {"encrypt", "UpdateKey", "CryptCryptUpdate", "Crypt", "", "ConfigGroup "}) {
     const Finished finished = Call(name, Texts({}));
     EXPECT_EQ(finished.code, 2) << name;
-    EXPECT_EQ(finished.errors,
-              std::string("cryptcli: Unknown crypt client method identifier \"") + name + "\"\n");
+    EXPECT_EQ(finished.errors, std::string("cryptcli: Unknown operation \"") + name + "\"\n");
     EXPECT_THAT(finished.output, IsEmpty());
   }
   EXPECT_THAT(stand_.GetEvents(), IsEmpty());
@@ -117,31 +116,36 @@ TEST_F(CallFailures, ArgumentsThatMayNotBeReadAreCode2) {
   EXPECT_THAT(finished.errors, HasSubstr("Permission denied"));
 }
 
-TEST_F(CallFailures, ArgumentsThatAreMissingReadAsEmpty) {
+TEST_F(CallFailures, AMissingArgumentIsCode2) {
   scratch_.Make("args.json", "{}");
-  for (const char* name :
-       {"ConfigGroup", "Reencrypt", "GetAuditLog", "ImportKey", "DeleteKey", "SignByKey", "Encrypt"}) {
+  for (const char* name : {"ConfigGroup", "Reencrypt", "GetAuditLog", "ImportKey", "DeleteKey", "SignByKey",
+                           "Encrypt", "Decrypt", "Update"}) {
     const Finished finished = CallWith(Path("args.json"), name);
-    EXPECT_EQ(finished.code, 1) << name;
-    EXPECT_EQ(finished.errors, "cryptcli: Invalid key server URL\n") << name;
+    EXPECT_EQ(finished.code, 2) << name;
+    EXPECT_EQ(finished.errors, std::string("cryptcli: Missing argument \"keyserver\" of ") + name + "\n");
   }
-  EXPECT_EQ(CallWith(Path("args.json"), "Decrypt").output, R"({"room":"","seqnr":"","keys":[]})"
-                                                           "\n");
-  EXPECT_EQ(CallWith(Path("args.json"), "Update").output, R"({"room":"","seqnr":""})"
-                                                          "\n");
 }
 
-TEST_F(CallFailures, ArgumentsOfAnotherTypeReadAsEmpty) {
-  scratch_.Make("args.json", R"({"keyserver":"http://127.0.0.1:1","statustimeout":5,"group":["x"]})");
+TEST_F(CallFailures, AMisspeltArgumentIsCode2AndNothingIsSent) {
+  const Finished finished = Call("ConfigGroup", Texts({{"group", kGroup}, {"gruopname", "secret"}}));
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_EQ(finished.errors, "cryptcli: Unknown argument \"gruopname\" of ConfigGroup\n");
+  EXPECT_THAT(stand_.GetEvents(), IsEmpty());
+}
+
+TEST_F(CallFailures, AnArgumentOfAnotherTypeIsCode2AndNothingIsSent) {
+  scratch_.Make("args.json", R"({"keyserver":["http://127.0.0.1:1"],"statustimeout":5,"group":"g"})");
   const Finished finished = CallWith(Path("args.json"));
-  EXPECT_EQ(finished.code, 1);
-  EXPECT_EQ(finished.errors, "cryptcli: Invalid key server URL\n");
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_EQ(finished.errors,
+            "cryptcli: Argument \"statustimeout\" of ConfigGroup has to be of type string\n");
+  EXPECT_THAT(stand_.GetEvents(), IsEmpty());
 }
 
 TEST_F(CallFailures, ReportsThatAllKeyServersAreDown) {
   SetFaults({FaultType::Down});
   const Finished finished = Call("ConfigGroup", Texts({{"group", "unreached"}}));
-  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(finished.code, 6);
   EXPECT_THAT(finished.errors, HasSubstr("Could not connect to key server: "));
   EXPECT_FALSE(stand_.GetGroup("unreached").has_value());
 }
@@ -149,7 +153,7 @@ TEST_F(CallFailures, ReportsThatAllKeyServersAreDown) {
 TEST_F(CallFailures, AnAuditLogThatNoServerReturnsLeavesNothing) {
   SetFaults({FaultType::Cut, "getAuditLogRequest"});
   const Finished finished = Call("GetAuditLog", Texts({{"group", kGroup}}));
-  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(finished.code, 6);
   EXPECT_THAT(finished.output, IsEmpty());
   EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
 }
@@ -160,9 +164,9 @@ TEST_F(CallFailures, AServiceThatIsNoUrlIsCode2) {
 }
 
 TEST_F(CallFailures, AResultThatCannotBeWrittenIsAFailure) {
-  scratch_.Make("args.json", "{}");
+  scratch_.Make("args.json", JsonText(CallArguments(Texts({{"group", "unwritten"}}))));
   const Finished finished = RunProcess(
-      {CRYPTCLI_COMMAND, WithService("call", {"Update", "--args", Path("args.json")}), "/dev/full"});
+      {CRYPTCLI_COMMAND, WithService("call", {"ConfigGroup", "--args", Path("args.json")}), "/dev/full"});
   EXPECT_EQ(finished.code, 1);
   EXPECT_THAT(finished.errors, HasSubstr("standard output"));
 }

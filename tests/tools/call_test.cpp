@@ -47,7 +47,9 @@ TEST_F(Call, TakesArgumentsFromStandardInput) {
 }
 
 TEST_F(Call, WritesTheResultAsOneJSONObject) {
-  const Finished finished = OperationTest::Call("Encrypt", Texts({{"room", "demo"}, {"seqnr", "7\x7F"}}));
+  OruGuiBase::KVMap arguments = Texts({{"room", "demo"}, {"seqnr", "7\x7F"}});
+  arguments.Set("certificates", OruGuiBase::Val(Strings({})));
+  const Finished finished = OperationTest::Call("Encrypt", arguments);
   EXPECT_EQ(finished.code, 0) << finished.errors;
   EXPECT_THAT(finished.output, StartsWith("{\"room\":\"demo\",\"seqnr\":\"7"));
   EXPECT_TRUE(finished.output.ends_with("}\n"));
@@ -56,8 +58,9 @@ TEST_F(Call, WritesTheResultAsOneJSONObject) {
 }
 
 TEST_F(Call, ReportsAsJSON) {
-  const Finished finished =
-      OperationTest::Call("Update", Texts({{"room", "demo"}, {"seqnr", "8"}}), {"--json"});
+  OruGuiBase::KVMap arguments = Texts({{"room", "demo"}, {"seqnr", "8"}});
+  arguments.Set("certificates", OruGuiBase::Val(Strings({})));
+  const Finished finished = OperationTest::Call("Update", arguments, {"--json"});
   EXPECT_EQ(finished.code, 0) << finished.errors;
   const OruGuiBase::KVMap report = Map(finished.output);
   EXPECT_EQ(Str(report.Get("operation").AsString()), "call");

@@ -176,14 +176,14 @@ TEST_F(Encrypt, AServiceThatIsDownIsNamed) {
   const std::string authority = "127.0.0.1:" + std::to_string(UnusedPort());
   const Finished finished = RunCommand(
       {"encrypt", "--service", "http://" + authority, "--room", "demo", Path("plain.txt"), Path("file.p7m")});
-  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(finished.code, 6);
   EXPECT_THAT(finished.errors, HasSubstr("Could not connect to " + authority + ": Connection refused"));
 }
 
 TEST_F(Encrypt, AProxyIsUsed) {
   const std::string proxy = "http://127.0.0.1:" + std::to_string(UnusedPort());
   const Finished finished = Run("encrypt", {"--proxy", proxy, Path("plain.txt"), Path("file.p7m")});
-  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(finished.code, 6);
   EXPECT_THAT(finished.errors, HasSubstr("through the proxy: Connection refused"));
 }
 
@@ -224,6 +224,31 @@ TEST_F(Encrypt, TracesRequestLinesWithoutBodies) {
   EXPECT_THAT(finished.errors, HasSubstr("GET " + stand_.GetServiceUrl() + "crypt/key/demo"));
   EXPECT_THAT(finished.errors, Not(HasSubstr("request[")));
   EXPECT_THAT(finished.errors, Not(HasSubstr("response[")));
+}
+
+TEST_F(Encrypt, TracesTheTimeOfEachLine) {
+  const Finished finished = Run("encrypt", {"--trace", "1", Path("plain.txt"), Path("file.p7m")});
+  EXPECT_THAT(finished.errors, ::testing::ContainsRegex("^[0-2][0-9]:[0-5][0-9]:[0-6][0-9]\\.[0-9]{3} "));
+}
+
+TEST_F(Encrypt, AServerThatDoesNotRespondInTimeIsCode6) {
+  Fault slow{FaultType::Slow};
+  slow.number = 30000;
+  ASSERT_TRUE(stand_.SetFault(CryptStand::kCryptService, slow));
+  const Finished finished = Run("encrypt", {"--timeout", "1", "--json", Path("plain.txt"), Path("file.p7m")});
+  EXPECT_EQ(finished.code, 6);
+  EXPECT_EQ(Str(Map(finished.output).Get("code").AsString()), "timeout");
+  EXPECT_TRUE(Map(finished.output).Get("retryable").AsBool());
+}
+
+TEST_F(Encrypt, AServerThatRefusesTheCallerIsCode8) {
+  RawServer service(
+      RespondToAll([](RawConnection& connection, const RecordedRequest&) { connection.Respond(401, ""); }));
+  const Finished finished = RunCommand({"encrypt", "--service", service.Url(""), "--room", "demo", "--json",
+                                        Path("plain.txt"), Path("file.p7m")});
+  EXPECT_EQ(finished.code, 8);
+  EXPECT_EQ(Str(Map(finished.output).Get("code").AsString()), "unauthorised");
+  EXPECT_EQ(Map(finished.output).Get("httpStatus").AsInteger(), 401);
 }
 
 TEST_F(Encrypt, TracesBodiesOnRequestAlone) {

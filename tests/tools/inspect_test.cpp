@@ -124,7 +124,7 @@ TEST(Inspect, AFileThatIsNoMessageIsAFailure) {
   for (const std::string& bytes : {std::string("just text"), std::string(), std::string("\x30\x80", 2)}) {
     scratch.Make("garbage", bytes);
     const Finished finished = RunCommand({"inspect", scratch.Path("garbage").string()});
-    EXPECT_EQ(finished.code, 1);
+    EXPECT_EQ(finished.code, 7);
     EXPECT_THAT(finished.errors, HasSubstr("Could not inspect "));
     EXPECT_THAT(finished.output, IsEmpty());
   }

@@ -148,7 +148,7 @@ TEST_F(SignCommand, ReportsAnUnknownObject) {
 
 TEST_F(SignCommand, RefusesAHashThatIsNotBase64BeforeAskingAnyServer) {
   const Finished finished = Sign({"--hash", "no base64!"});
-  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(finished.code, 2);
   EXPECT_EQ(finished.errors, "cryptcli: Invalid base64 hash no base64!\n");
   EXPECT_THAT(stand_.GetEvents(), IsEmpty());
 }
