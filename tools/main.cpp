@@ -13,6 +13,7 @@
 #include "tools/inspect.h"
 #include "tools/protect.h"
 #include "tools/sign.h"
+#include "tools/verify.h"
 
 namespace {
 
@@ -34,7 +35,10 @@ constexpr const char* kFooter =
     "temporary files; the C library and OpenSSL read variables of their own, such as TZ and OPENSSL_CONF.";
 
 struct Options {
-  CryptCli::ProtectOptions protect;
+  CryptCli::ProtectOptions encrypt;
+  CryptCli::ProtectOptions decrypt;
+  CryptCli::VerifyOptions verify;
+  CryptCli::VerifyOptions rekey;
   CryptCli::SignOptions sign;
   CryptCli::AuditLogOptions auditLog;
   CryptCli::CallOptions call;
@@ -60,8 +64,10 @@ int Run(int argc, char** argv) {
   app.failure_message(CLI::FailureMessage::simple);
   Options options;
   const Command commands[] = {
-      {CryptCli::AddEncrypt(app, options.protect), [&] { return CryptCli::RunEncrypt(options.protect); }},
-      {CryptCli::AddDecrypt(app, options.protect), [&] { return CryptCli::RunDecrypt(options.protect); }},
+      {CryptCli::AddEncrypt(app, options.encrypt), [&] { return CryptCli::RunEncrypt(options.encrypt); }},
+      {CryptCli::AddDecrypt(app, options.decrypt), [&] { return CryptCli::RunDecrypt(options.decrypt); }},
+      {CryptCli::AddVerify(app, options.verify), [&] { return CryptCli::RunVerify(options.verify); }},
+      {CryptCli::AddRekey(app, options.rekey), [&] { return CryptCli::RunRekey(options.rekey); }},
       {CryptCli::AddSign(app, options.sign), [&] { return CryptCli::RunSign(options.sign); }},
       {CryptCli::AddAuditLog(app, options.auditLog), [&] { return CryptCli::RunAuditLog(options.auditLog); }},
       {CryptCli::AddCall(app, options.call), [&] { return CryptCli::RunCall(options.call); }},

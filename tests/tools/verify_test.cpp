@@ -1,0 +1,136 @@
+// "verify" and "rekey": what opens protected files without delivering their content.
+#include <filesystem>
+
+#include "tests/tools/command_fixture.h"
+
+namespace TestSupport {
+namespace {
+
+using CryptStand::IntegrityList;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+using ::testing::UnorderedElementsAre;
+
+class Verify : public CommandTest {
+ protected:
+  void SetUp() override {
+    CommandTest::SetUp();
+    Protect();
+  }
+  void BreakOrigin() { stand_.GetSettings().SetIntegrityList(IntegrityList::WithoutOurs); }
+  OruGuiBase::KVMap Report(const std::string& command, std::vector<std::string> words) const {
+    words.insert(words.begin(), "--json");
+    return Map(Run(command, words).output);
+  }
+};
+
+TEST_F(Verify, ReportsAProvenOriginAndWritesNothing) {
+  const Finished finished = Run("verify", {Path("file.p7m")});
+  EXPECT_EQ(finished.code, 0);
+  EXPECT_THAT(finished.output, StartsWith("Verified " + Path("file.p7m") +
+                                          " (origin proven)\n"
+                                          "  signed for room \"demo\" of group "
+                                          "\"QOB.1.100.1\"\n  signer: CN="));
+  EXPECT_THAT(finished.errors, IsEmpty());
+  EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
+  EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+}
+
+TEST_F(Verify, ReportsAsJSON) {
+  const OruGuiBase::KVMap report = Report("verify", {Path("file.p7m")});
+  EXPECT_EQ(Str(report.Get("operation").AsString()), "verify");
+  EXPECT_EQ(Str(report.Get("file").AsString()), Path("file.p7m"));
+  EXPECT_EQ(Str(report.Get("origin").AsString()), "proven");
+  EXPECT_EQ(report.Get("bytes").AsInteger(), 19);
+  EXPECT_TRUE(report.Get("success").AsBool());
+}
+
+TEST_F(Verify, AnUnprovenOriginIsCode3) {
+  BreakOrigin();
+  const Finished finished = Run("verify", {Path("file.p7m")});
+  EXPECT_EQ(finished.code, 3);
+  EXPECT_THAT(finished.output, IsEmpty());
+  EXPECT_THAT(finished.errors, HasSubstr("is not proven: Could not find a matching integrity certificate"));
+}
+
+TEST_F(Verify, TakesAWeakerOriginThatIsAccepted) {
+  BreakOrigin();
+  const Finished finished = Run("verify", {"--accept", "anything", Path("file.p7m")});
+  EXPECT_EQ(finished.code, 0);
+  EXPECT_THAT(finished.output, HasSubstr("(signed, origin NOT proven)"));
+  EXPECT_THAT(finished.errors, HasSubstr("Warning: "));
+}
+
+TEST_F(Verify, ADamagedFileIsCode7) {
+  scratch_.Make("short.p7m", scratch_.Read("file.p7m").substr(0, 500));
+  EXPECT_EQ(Run("verify", {Path("short.p7m")}).code, 7);
+}
+
+TEST_F(Verify, ReadsStandardInput) {
+  const Finished finished =
+      RunProcess({CRYPTCLI_COMMAND, Arguments("verify", {"-"}), "", false, Path("file.p7m")});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+}
+
+TEST_F(Verify, OneFileThatFailsDoesNotKeepTheOthersFromBeingTried) {
+  const Finished finished = Run("verify", {Path("plain.txt"), Path("file.p7m"), Path("missing")});
+  EXPECT_EQ(finished.code, 7) << "the first failure";
+  EXPECT_THAT(finished.output, StartsWith("Verified " + Path("file.p7m")));
+  EXPECT_THAT(finished.errors,
+              HasSubstr("cryptcli: " + Path("plain.txt") + ": Could not parse encrypted file: "));
+  EXPECT_THAT(finished.errors, HasSubstr("No such file or directory"));
+  EXPECT_THAT(finished.errors, HasSubstr("cryptcli: 2 of 3 files failed\n"));
+}
+
+TEST_F(Verify, SeveralFilesAreEntriesOfTheJSON) {
+  const OruGuiBase::KVMap report = Report("verify", {Path("file.p7m"), Path("plain.txt")});
+  const OruGuiBase::Array<OruGuiBase::Val> files = report.Get("files").AsArray();
+  ASSERT_EQ(files.GetCount(), 2U);
+  EXPECT_EQ(Str(files[0].AsMap().Get("origin").AsString()), "proven");
+  EXPECT_EQ(Str(files[1].AsMap().Get("code").AsString()), "not_protected");
+  EXPECT_EQ(report.Get("exitCode").AsInteger(), 7);
+}
+
+TEST_F(Verify, WithoutAFileIsCode2) {
+  EXPECT_EQ(Run("verify", {}).code, 2);
+  EXPECT_EQ(Run("rekey", {}).code, 2);
+}
+
+class Rekey : public Verify {};
+
+TEST_F(Rekey, ProtectsTheContentAgainInPlace) {
+  const std::string before = scratch_.Read("file.p7m");
+  std::filesystem::permissions(scratch_.Path("file.p7m"), std::filesystem::perms(0640));
+  const Finished finished = Run("rekey", {Path("file.p7m")});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_THAT(finished.output, StartsWith("Protected " + Path("file.p7m") + " (origin proven)\n"));
+  EXPECT_NE(scratch_.Read("file.p7m"), before);
+  EXPECT_EQ(std::filesystem::status(scratch_.Path("file.p7m")).permissions(), std::filesystem::perms(0640));
+  EXPECT_EQ(Run("decrypt", {Path("file.p7m"), Path("opened")}).code, 0);
+  EXPECT_EQ(scratch_.Read("opened"), "The plain content.\n");
+}
+
+TEST_F(Rekey, LeavesAFileOfUnprovenOriginAsItIs) {
+  BreakOrigin();
+  const std::string before = scratch_.Read("file.p7m");
+  EXPECT_EQ(Run("rekey", {Path("file.p7m")}).code, 3);
+  EXPECT_EQ(scratch_.Read("file.p7m"), before);
+}
+
+TEST_F(Rekey, LeavesAFileThatIsNotProtectedAsItIs) {
+  EXPECT_EQ(Run("rekey", {Path("plain.txt")}).code, 7);
+  EXPECT_EQ(scratch_.Read("plain.txt"), "The plain content.\n");
+  EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
+}
+
+TEST_F(Rekey, TakesSeveralFiles) {
+  std::filesystem::copy(scratch_.Path("file.p7m"), scratch_.Path("second.p7m"));
+  const Finished finished = Run("rekey", {Path("file.p7m"), Path("second.p7m")});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_NE(scratch_.Read("file.p7m"), scratch_.Read("second.p7m"));
+}
+
+}  // namespace
+}  // namespace TestSupport
