@@ -11,6 +11,7 @@
 #include "tools/call.h"
 #include "tools/exit_code.h"
 #include "tools/inspect.h"
+#include "tools/operations.h"
 #include "tools/protect.h"
 #include "tools/sign.h"
 #include "tools/verify.h"
@@ -42,6 +43,7 @@ struct Options {
   CryptCli::SignOptions sign;
   CryptCli::AuditLogOptions auditLog;
   CryptCli::CallOptions call;
+  CryptCli::OperationsOptions operations;
   CryptCli::InspectOptions inspect;
 };
 
@@ -71,6 +73,8 @@ int Run(int argc, char** argv) {
       {CryptCli::AddSign(app, options.sign), [&] { return CryptCli::RunSign(options.sign); }},
       {CryptCli::AddAuditLog(app, options.auditLog), [&] { return CryptCli::RunAuditLog(options.auditLog); }},
       {CryptCli::AddCall(app, options.call), [&] { return CryptCli::RunCall(options.call); }},
+      {CryptCli::AddOperations(app, options.operations),
+       [&] { return CryptCli::RunOperations(options.operations); }},
       {CryptCli::AddInspect(app, options.inspect), [&] { return CryptCli::RunInspect(options.inspect); }},
   };
   try {
