@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <string>
 
 #include "tools/audit_log.h"
 #include "tools/call.h"
@@ -13,27 +14,26 @@
 #include "tools/inspect.h"
 #include "tools/operations.h"
 #include "tools/protect.h"
+#include "tools/report.h"
 #include "tools/sign.h"
+#include "tools/usage.h"
 #include "tools/verify.h"
+#include "tools/version.h"
 
 namespace {
 
 using CryptCli::ExitCode;
 
-constexpr const char* kFooter =
-    "Exit codes:\n"
-    "  0  success\n"
-    "  1  the operation failed; TARGET is as it was\n"
-    "  2  the command line is wrong; nothing was tried\n"
-    "  3  decrypt --require-verified: the origin of the content is not proven; TARGET is as it was\n"
-    "  4  encrypt: the crypt service refused to hand out the room's key; TARGET is as it was\n"
-    "  5  audit-log, call GetAuditLog: some key servers gave no log; what the others gave was written\n"
-    "  128 and a signal's number: the signal ended the command; TARGET is as it was\n"
+constexpr const char* kNotes =
     "A TARGET that cannot be replaced (a link, a device, somebody else's file) is written in place once the\n"
-    "operation has succeeded; if writing fails, a part may be there.\n"
-    "Results go to standard output, errors and warnings to standard error; with /dev/stdout as TARGET all\n"
+    "operation has succeeded; if writing fails, a part may be there. SOURCE or TARGET - is standard input "
+    "or\n"
+    "output; a file of that name is ./-.\n"
+    "Results go to standard output, errors and warnings to standard error; with standard output as TARGET "
+    "all\n"
     "but the content goes to standard error. The environment variable TMPDIR names the directory for\n"
-    "temporary files; the C library and OpenSSL read variables of their own, such as TZ and OPENSSL_CONF.";
+    "temporary files; the C library and OpenSSL read variables of their own, such as TZ and "
+    "OPENSSL_CONF.\n\n";
 
 struct Options {
   CryptCli::ProtectOptions encrypt;
@@ -57,13 +57,23 @@ int Fail(const char* text) {
   return static_cast<int>(ExitCode::Failed);
 }
 
+// With --json a mistake in the command line is an object, too, so that a program never has to read anything
+// else.
+int FailUsage(const CLI::App& app, const CLI::ParseError& error, bool asJSON) {
+  const std::string command = CryptCli::GetCommandName(app);
+  CryptCli::Report report(command.c_str(), asJSON);
+  report.Fail(OruGuiBase::AnsiStr(CryptCli::DescribeMistake(app, error)));
+  report.Explain(OruGuiBase::AnsiStr("Run cryptcli " + command + (command.empty() ? "" : " ") +
+                                     "--help for more information."));
+  return static_cast<int>(report.Finish(ExitCode::Usage));
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Protects files for a room, opens protected files, and administers the keys behind them",
                "cryptcli");
-  app.set_version_flag("--version", CRYPTCLI_VERSION);
-  app.footer(kFooter);
+  app.set_version_flag("--version", CryptCli::DescribeVersion,
+                       "Show the versions of the command and its libraries");
   app.require_subcommand(1);
-  app.failure_message(CLI::FailureMessage::simple);
   Options options;
   const Command commands[] = {
       {CryptCli::AddEncrypt(app, options.encrypt), [&] { return CryptCli::RunEncrypt(options.encrypt); }},
@@ -77,12 +87,17 @@ int Run(int argc, char** argv) {
        [&] { return CryptCli::RunOperations(options.operations); }},
       {CryptCli::AddInspect(app, options.inspect), [&] { return CryptCli::RunInspect(options.inspect); }},
   };
+  // After the commands, which would inherit it.
+  app.footer(kNotes +
+             CryptCli::DescribeExitCodes({ExitCode::OriginNotProven, ExitCode::KeyRefused, ExitCode::Partial,
+                                          ExitCode::TryLater, ExitCode::BadSource, ExitCode::Unauthorised}));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     // --help and --version arrive here too, with code 0. The parser's other codes are not part of our
     // interface.
-    return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
+    if (error.get_exit_code() == 0) return app.exit(error);
+    return FailUsage(app, error, CryptCli::AsksForJSON(argc, argv));
   }
   for (const Command& command : commands) {
     if (command.app->parsed()) return static_cast<int>(command.run());

@@ -1,0 +1,85 @@
+// Explains a wrong command line. The parser only says what it expected first, such as a required option, even
+// if the reason is that an option before it was misspelt; so the words that it could not use are looked at
+// first.
+#include "tools/usage.h"
+
+#include <CLI/Option.hpp>
+#include <algorithm>
+#include <string_view>
+#include <vector>
+
+#include "tools/suggestion.h"
+
+namespace CryptCli {
+
+namespace {
+
+std::string Quote(std::string_view word) {
+  return "\"" + std::string(word) + "\"";
+}
+
+std::string Unknown(const char* what, const std::string& word, const std::vector<std::string>& known) {
+  const std::string similar = FindSimilar(word, known);
+  std::string text = std::string("Unknown ") + what + " " + Quote(word);
+  if (!similar.empty()) text += "; did you mean " + Quote(similar) + "?";
+  return text;
+}
+
+const CLI::App* GetCommand(const CLI::App& app) {
+  const std::vector<CLI::App*> parsed = app.get_subcommands();
+  return parsed.empty() ? nullptr : parsed.front();
+}
+
+std::vector<std::string> GetCommandNames(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; }))
+    names.push_back(command->get_name());
+  return names;
+}
+
+std::vector<std::string> GetOptionNames(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : command.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    for (const std::string& name : option->get_snames()) names.push_back("-" + name);
+  }
+  return names;
+}
+
+// A value that follows "=" may be a secret.
+std::string WithoutValue(const std::string& word) {
+  return word.substr(0, word.find('='));
+}
+
+std::string DescribeUnused(const CLI::App& app, const CLI::App* command) {
+  const std::vector<std::string> words = command != nullptr ? command->remaining() : app.remaining();
+  for (const std::string& word : words) {
+    const bool isOption = word.size() > 1 && word.front() == '-';
+    if (isOption)
+      return Unknown("option", WithoutValue(word), GetOptionNames(command != nullptr ? *command : app));
+  }
+  if (words.empty()) return {};
+  if (command == nullptr) return Unknown("command", words.front(), GetCommandNames(app));
+  return "Unexpected argument " + Quote(words.front());
+}
+
+}  // namespace
+
+std::string DescribeMistake(const CLI::App& app, const CLI::ParseError& error) {
+  const CLI::App* const command = GetCommand(app);
+  const std::string unused = DescribeUnused(app, command);
+  if (!unused.empty()) return unused;
+  if (command == nullptr) return "Name a command: cryptcli --help lists them";
+  return error.what();
+}
+
+bool AsksForJSON(int argc, const char* const* argv) {
+  return std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
+}
+
+std::string GetCommandName(const CLI::App& app) {
+  const CLI::App* const command = GetCommand(app);
+  return command != nullptr ? command->get_name() : std::string();
+}
+
+}  // namespace CryptCli

@@ -1,0 +1,30 @@
+#include "tools/version.h"
+
+#include <cryptcli/cryptcli.hpp>
+#include <sstream>
+
+#include "foundation/json.h"
+#include "foundation/kvmap.h"
+#include "foundation/val.h"
+
+namespace CryptCli {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::Val;
+
+std::string DescribeVersion() {
+  std::string lines = "cryptcli " + cryptcli::Version();
+  Val info;
+  AnsiStr reason;
+  if (!OruGuiBase::JSON2Val(AnsiStr(cryptcli::BuildInfo()), info, reason)) return lines;
+  // "libcurl/7.88.1 OpenSSL/3.0.17 ...", as the transport names its parts.
+  std::istringstream parts{std::string(info.AsMap().Get("transport").AsString().View())};
+  for (std::string part; parts >> part;) {
+    const std::size_t slash = part.find('/');
+    if (slash != std::string::npos) part[slash] = ' ';
+    lines += "\n" + part;
+  }
+  return lines;
+}
+
+}  // namespace CryptCli
