@@ -7,6 +7,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 constexpr const char* kService = "http://127.0.0.1:1";
 
@@ -78,7 +79,76 @@ TEST(CommandLine, HelpReportsTheExitCodes) {
 TEST(CommandLine, ReportsItsVersion) {
   const Finished finished = RunCommand({"--version"});
   EXPECT_EQ(finished.code, 0);
-  EXPECT_EQ(finished.output, CRYPTCLI_VERSION "\n");
+  EXPECT_THAT(finished.output, StartsWith("cryptcli " CRYPTCLI_VERSION "\n"));
+  EXPECT_THAT(finished.output, HasSubstr("\nlibcurl "));
+  EXPECT_THAT(finished.output, HasSubstr("\nOpenSSL "));
+}
+
+TEST(CommandLine, NamesWhatItDoesNotKnowAndSuggestsWhatWasMeant) {
+  const std::vector<std::pair<std::vector<std::string>, const char*>> rows = {
+      {{"decyrpt", "a", "b"}, "Unknown command \"decyrpt\"; did you mean \"decrypt\"?\n"},
+      {{"protect"}, "Unknown command \"protect\"\n"},
+      {{"encrypt", "--romo", "r", "a", "b"}, "Unknown option \"--romo\"; did you mean \"--room\"?\n"},
+      {{"encrypt", "--xyzzy", "a"}, "Unknown option \"--xyzzy\"\n"},
+      {{"decrypt", "--require"}, "Unknown option \"--require\"; did you mean \"--require-verified\"?\n"},
+      {{"--verison"}, "Unknown option \"--verison\"; did you mean \"--version\"?\n"},
+      {{"inspect", "a", "b"}, "Unexpected argument \"b\"\n"},
+  };
+  for (const auto& [arguments, text] : rows) {
+    const Finished finished = RunCommand(arguments);
+    EXPECT_EQ(finished.code, 2) << text;
+    EXPECT_THAT(finished.errors, StartsWith(std::string("cryptcli: ") + text));
+    EXPECT_THAT(finished.errors, HasSubstr("--help for more information.\n"));
+  }
+}
+
+TEST(CommandLine, ValuesOfUnknownOptionsAreNotRepeated) {
+  const Finished finished = RunCommand({"encrypt", "--heder=Authorization: secret", "a", "b"});
+  EXPECT_THAT(finished.errors, HasSubstr("did you mean \"--header\"?"));
+  EXPECT_THAT(finished.errors, Not(HasSubstr("secret")));
+}
+
+TEST(CommandLine, WithJSONMistakesAreReportedAsJSON) {
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"encrypt", "--json"},
+           {"encrypt", "--json", "--service", kService, "--room", "r", "--quick", "a", "b"},
+           {"encrypt", "--json", "--service", kService, "--room", "r", "a"},
+           {"encrypt", "--json", "--service", "nowhere", "--room", "r", "a", "b"},
+           {"call", "--json", "--service", kService, "Update", "--args", "/no/such/file"},
+           {"--json"}}) {
+    const Finished finished = RunCommand(arguments);
+    EXPECT_EQ(finished.code, 2);
+    const OruGuiBase::KVMap report = Map(finished.output);
+    EXPECT_FALSE(report.Get("success").AsBool());
+    EXPECT_EQ(report.Get("exitCode").AsInteger(), 2);
+    EXPECT_EQ(Str(report.Get("code").AsString()), "invalid_argument");
+    EXPECT_FALSE(report.Get("error").AsString().IsEmpty());
+    EXPECT_FALSE(report.Get("retryable").AsBool());
+    EXPECT_THAT(finished.errors, IsEmpty());
+  }
+}
+
+TEST(CommandLine, EachHelpShowsTheExitCodesOfItsCommand) {
+  const auto help = [](const char* command) { return RunCommand({command, "--help"}).output; };
+  EXPECT_THAT(help("decrypt"), HasSubstr("  3  the origin of the content is not proven"));
+  EXPECT_THAT(help("encrypt"), Not(HasSubstr("  3  ")));
+  EXPECT_THAT(help("encrypt"), HasSubstr("  4  the crypt service refused"));
+  EXPECT_THAT(help("audit-log"), HasSubstr("  5  some key servers gave no audit log"));
+  EXPECT_THAT(help("sign"), Not(HasSubstr("  5  ")));
+  for (const char* command :
+       {"encrypt", "decrypt", "verify", "rekey", "sign", "audit-log", "call", "inspect"}) {
+    EXPECT_THAT(help(command), HasSubstr("Exit codes:\n  0  success\n  1  ")) << command;
+  }
+}
+
+TEST(CommandLine, ATimeoutThatIsNoNumberOfSecondsIsCode2) {
+  for (const char* timeout : {"0", "soon", "-1", "3601", "1.5"}) {
+    for (const char* option : {"--timeout", "--connect-timeout"}) {
+      EXPECT_EQ(
+          RunCommand({"verify", "--service", kService, "--room", "r", option, timeout, "/dev/null"}).code, 2)
+          << option << timeout;
+    }
+  }
 }
 
 TEST(CommandLine, AHeaderThatIsRefusedIsNotRepeated) {
