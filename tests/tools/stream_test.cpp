@@ -1,0 +1,131 @@
+// Standard input and output as source and target, pipes, and what a target is given.
+#include <filesystem>
+#include <sys/stat.h>
+
+#include "tests/tools/command_fixture.h"
+
+namespace TestSupport {
+namespace {
+
+using CryptStand::IntegrityList;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+class Stream : public CommandTest {
+ protected:
+  Finished RunWithInput(const std::vector<std::string>& arguments, const std::string& input) const {
+    return RunProcess({CRYPTCLI_COMMAND, arguments, "", false, input});
+  }
+  /// A line for the shell that starts the command with the arguments.
+  std::string Line(const std::string& operation, const std::vector<std::string>& further) const {
+    std::string line = "'" CRYPTCLI_COMMAND "'";
+    for (const std::string& argument : Arguments(operation, further)) line += " '" + argument + "'";
+    return line;
+  }
+  static unsigned ModeOf(const std::filesystem::path& path) {
+    return static_cast<unsigned>(std::filesystem::status(path).permissions());
+  }
+};
+
+TEST_F(Stream, AHyphenIsStandardInputAndOutput) {
+  const Finished enciphered = RunWithInput(Arguments("encrypt", {"-", "-"}), Path("plain.txt"));
+  EXPECT_EQ(enciphered.code, 0) << enciphered.errors;
+  EXPECT_EQ(enciphered.errors, "Encrypted - to -\n");
+  scratch_.Make("file.p7m", enciphered.output);
+  const Finished opened = RunWithInput(Arguments("decrypt", {"-", "-"}), Path("file.p7m"));
+  EXPECT_EQ(opened.code, 0) << opened.errors;
+  EXPECT_EQ(opened.output, "The plain content.\n");
+  EXPECT_THAT(opened.errors, HasSubstr("Decrypted - to - (origin proven)\n"));
+  EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
+}
+
+TEST_F(Stream, WorksInAPipeline) {
+  const std::string line = "cat '" + Path("plain.txt") + "' | " + Line("encrypt", {"-q", "-", "-"}) + " | " +
+                           Line("decrypt", {"-q", "-", "-"});
+  const Finished finished = RunProcess({"/bin/sh", {"-c", line}});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_EQ(finished.output, "The plain content.\n");
+  EXPECT_THAT(finished.errors, IsEmpty());
+}
+
+TEST_F(Stream, NothingReachesStandardOutputBeforeTheVerdict) {
+  Protect();
+  stand_.GetSettings().SetIntegrityList(IntegrityList::WithoutOurs);
+  const Finished finished = Run("decrypt", {Path("file.p7m"), "-"});
+  EXPECT_EQ(finished.code, 3);
+  EXPECT_THAT(finished.output, IsEmpty());
+}
+
+TEST_F(Stream, TheReportGoesToStandardErrorWhenTheContentHasStandardOutput) {
+  Protect();
+  const Finished finished = Run("decrypt", {"--json", Path("file.p7m"), "-"});
+  EXPECT_EQ(finished.output, "The plain content.\n");
+  EXPECT_EQ(Str(Map(finished.errors).Get("origin").AsString()), "proven");
+}
+
+TEST_F(Stream, AFileNamedHyphenIsNamedWithItsFolder) {
+  const std::string line = "cd '" + Path("") + "' && " + Line("encrypt", {Path("plain.txt"), "./-"});
+  const Finished finished = RunProcess({"/bin/sh", {"-c", line}});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "-"));
+}
+
+TEST_F(Stream, AFullStandardOutputIsAFailure) {
+  const Finished finished =
+      RunProcess({CRYPTCLI_COMMAND, Arguments("encrypt", {Path("plain.txt"), "-"}), "/dev/full"});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_THAT(finished.errors, HasSubstr("No space left on device"));
+}
+
+TEST_F(Stream, OutputNamesTheTarget) {
+  EXPECT_EQ(Run("encrypt", {Path("plain.txt"), "-o", Path("file.p7m")}).code, 0);
+  EXPECT_EQ(Run("decrypt", {"--output", Path("opened"), Path("file.p7m")}).code, 0);
+  EXPECT_EQ(scratch_.Read("opened"), "The plain content.\n");
+}
+
+TEST_F(Stream, ATargetThatIsMissingOrNamedTwiceIsCode2) {
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {Path("plain.txt")}, {Path("plain.txt"), Path("a"), "-o", Path("b")}, {"a", "b", "c"}}) {
+    const Finished finished = Run("encrypt", words);
+    EXPECT_EQ(finished.code, 2);
+    EXPECT_THAT(finished.errors, HasSubstr("--output"));
+  }
+  EXPECT_THAT(Names(), ElementsAre("plain.txt"));
+  EXPECT_THAT(stand_.GetEvents(), IsEmpty());
+}
+
+TEST_F(Stream, ANewTargetGetsTheModeThatIsAskedFor) {
+  const mode_t before = umask(022);
+  EXPECT_EQ(Run("encrypt", {"--mode", "600", Path("plain.txt"), Path("file.p7m")}).code, 0);
+  EXPECT_EQ(ModeOf(scratch_.Path("file.p7m")), 0600U);
+  EXPECT_EQ(Run("decrypt", {"--mode", "0664", Path("file.p7m"), Path("opened")}).code, 0);
+  EXPECT_EQ(ModeOf(scratch_.Path("opened")), 0664U);
+  umask(before);
+}
+
+TEST_F(Stream, AReplacedTargetGetsTheModeThatIsAskedFor) {
+  scratch_.Make("file.p7m", "old");
+  std::filesystem::permissions(scratch_.Path("file.p7m"), std::filesystem::perms(0644));
+  EXPECT_EQ(Run("encrypt", {"--force", "--mode", "600", Path("plain.txt"), Path("file.p7m")}).code, 0);
+  EXPECT_EQ(ModeOf(scratch_.Path("file.p7m")), 0600U);
+}
+
+TEST_F(Stream, AModeThatIsNotOctalIsCode2) {
+  for (const char* mode : {"8", "999", "64", "4755", "rw-------", "-600", ""}) {
+    EXPECT_EQ(Run("encrypt", {"--mode", mode, Path("plain.txt"), Path("file.p7m")}).code, 2) << mode;
+  }
+}
+
+TEST_F(Stream, TemporaryFilesAreWhereTheOptionSays) {
+  std::filesystem::create_directory(scratch_.Path("other"));
+  EXPECT_EQ(Run("encrypt", {"--tmp-dir", Path("other"), Path("plain.txt"), Path("file.p7m")}).code, 0);
+  EXPECT_TRUE(std::filesystem::is_empty(scratch_.Path("other")));
+  const Finished finished = Run("decrypt", {"--tmp-dir", Path("none"), Path("file.p7m"), Path("opened")});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_THAT(finished.errors, HasSubstr("Could not create temporary directory: No such file or directory"));
+}
+
+}  // namespace
+}  // namespace TestSupport
