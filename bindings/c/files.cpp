@@ -123,6 +123,8 @@ cryptcli_status Open(const Task& task, const cryptcli_file& from, const Source& 
     report.reason = failure.message;
     return Fail(error, std::move(failure));
   }
+  // The class takes an exchange that was cancelled while it examined the signer for one that proves nothing.
+  if (operation.IsCancelled()) return Fail(error, operation.MakeFailure("The operation was cancelled"));
   if (verdict.isSigned && !verdict.isVerified) verdict.message = ToString(client.GetErrorMessage());
   const Origin origin = JudgeOrigin(verdict, operation.GetFacts());
   report.hasOrigin = true;

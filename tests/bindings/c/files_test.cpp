@@ -188,6 +188,23 @@ TEST_F(Files, CancellingEndsAnExchangeThatWaits) {
   EXPECT_FALSE(scratch.Exists("opened"));
 }
 
+TEST_F(Files, CancellingWhileTheSignerIsExaminedDeliversNothingWhateverIsAccepted) {
+  Protect(kContent);
+  ASSERT_TRUE(
+      stand.SetFault(CryptStand::kCryptService,
+                     {.type = CryptStand::FaultType::Slow, .operation = "integrity", .number = 60'000}));
+  ASSERT_EQ(cryptcli_call_set_accept(call.get(), CRYPTCLI_ACCEPT_ANYTHING, nullptr), CRYPTCLI_OK);
+  std::thread canceller([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    cryptcli_call_cancel(call.get());
+  });
+  const Outcome outcome = Decrypt("secret", "opened");
+  canceller.join();
+  EXPECT_EQ(outcome.status, CRYPTCLI_CANCELLED) << outcome.Message();
+  EXPECT_EQ(outcome.report, nullptr);
+  EXPECT_FALSE(scratch.Exists("opened"));
+}
+
 TEST_F(Files, ACancelledCallCanBeUsedAgain) {
   Protect(kContent);
   cryptcli_call_cancel(call.get());
