@@ -34,6 +34,8 @@ inline CryptStand::Stand& SharedStand() {
 /// too, and each test checks that none is left.
 class CommandTest : public ::testing::Test {
  protected:
+  explicit CommandTest(CryptStand::Stand& stand = SharedStand()) : stand_(stand) {}
+
   void SetUp() override {
     stand_.ClearEvents();
     scratch_.Make("plain.txt", "The plain content.\n");
@@ -69,7 +71,7 @@ class CommandTest : public ::testing::Test {
   }
 
   ScratchDirectory scratch_;
-  CryptStand::Stand& stand_ = SharedStand();
+  CryptStand::Stand& stand_;
 };
 
 }  // namespace TestSupport

@@ -28,8 +28,19 @@ using ::testing::Not;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
-class WatchedCommand : public CommandTest {
+// Servers of their own: a request that a slow one still delays would show in the log of a later test.
+struct OwnServers {
+  OwnServers() {
+    std::string error;
+    EXPECT_TRUE(own.Start(error)) << error;
+  }
+  CryptStand::Stand own;
+};
+
+class WatchedCommand : private OwnServers, public CommandTest {
  protected:
+  WatchedCommand() : CommandTest(own) {}
+
   void SetUp() override {
     CommandTest::SetUp();
     Protect();
@@ -52,6 +63,44 @@ TEST_F(WatchedCommand, ATerminalShowsProgress) {
   EXPECT_EQ(finished.code, 0);
   EXPECT_THAT(finished.errors, HasSubstr("Decrypting 0:00"));
   EXPECT_TRUE(finished.errors.ends_with("\r\033[K")) << "the line is taken away at the end";
+}
+
+TEST_F(WatchedCommand, ATerminalShowsPercentRateAndRemainingTime) {
+  // Asked once the whole content has been read for the first time, so that something is known by then.
+  SlowDown(900, "integrity");
+  const Finished finished =
+      RunProcess({CRYPTCLI_COMMAND, Arguments("decrypt", {Path("file.p7m"), Path("t")}), "", true});
+  EXPECT_EQ(finished.code, 0);
+  EXPECT_THAT(finished.errors,
+              ::testing::ContainsRegex("Decrypting 0:00, [0-9]+ %, [0-9.]+ [KMG]?i?B/s, 0:0[0-9] left"));
+}
+
+TEST_F(WatchedCommand, QuietJSONAndNoProgressShowNoProgress) {
+  SlowDown(600, "key");
+  for (const char* option : {"--quiet", "--json", "--no-progress"}) {
+    const Finished finished = RunProcess(
+        {CRYPTCLI_COMMAND, Arguments("decrypt", {option, "--force", Path("file.p7m"), Path("t")}), "", true});
+    EXPECT_EQ(finished.code, 0) << option;
+    EXPECT_THAT(finished.errors, IsEmpty()) << option;
+  }
+}
+
+TEST_F(WatchedCommand, ASignalIsReportedAsJSON) {
+  SlowDown(30000, "integrity");
+  Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {"--json", Path("file.p7m"), Path("t")})});
+  // Content that is there has been opened, and its signer is being examined.
+  const auto isOpened = [&] {
+    const auto names = scratch_.GetTemporaryNames();
+    return std::any_of(names.begin(), names.end(), [](const auto& name) { return name.ends_with(".tmp"); });
+  };
+  EXPECT_TRUE(WaitFor(isOpened));
+  process.Signal(SIGTERM);
+  EXPECT_EQ(process.Wait(), 128 + SIGTERM);
+  const OruGuiBase::KVMap report = Map(process.GetOutput());
+  EXPECT_FALSE(report.Get("success").AsBool());
+  EXPECT_EQ(report.Get("exitCode").AsInteger(), 128 + SIGTERM);
+  EXPECT_EQ(Str(report.Get("code").AsString()), "cancelled");
+  EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
 }
 
 TEST_F(WatchedCommand, AFileOrPipeShowsNothing) {
@@ -150,7 +199,7 @@ TEST_F(WatchedCommand, AnIgnoredSignalStaysIgnored) {
 
 TEST_F(WatchedCommand, AFailureLeavesNoTemporaryFile) {
   scratch_.Make("broken.p7m", scratch_.Read("file.p7m").substr(0, 500));
-  EXPECT_EQ(Run("decrypt", {Path("broken.p7m"), Path("t")}).code, 1);
+  EXPECT_EQ(Run("decrypt", {Path("broken.p7m"), Path("t")}).code, 7);
   EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
 }
 
