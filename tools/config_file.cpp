@@ -4,10 +4,18 @@
 #include "tools/config_file.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace CryptCli {
 
 namespace {
+
+// Far above any real configuration; keeps a path that names the wrong file from filling the memory.
+constexpr std::size_t kLargestFile = std::size_t{1024} * 1024;
 
 std::string_view Trim(std::string_view text) {
   const std::size_t begin = text.find_first_not_of(" \t\r");
@@ -78,6 +86,48 @@ class Parser {
   int line_ = 0;
 };
 
+/// Closes a descriptor at the end of its scope.
+struct Descriptor {
+  explicit Descriptor(int descriptor) : number(descriptor) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (number >= 0) ::close(number);
+  }
+  const int number;
+};
+
+// Empty when the file may be trusted. Looks at the open file and not at its path, so that it cannot be
+// exchanged between the check and the reading.
+std::string FindFault(const struct stat& status) {
+  if (!S_ISREG(status.st_mode)) return "not a regular file";
+  if (status.st_uid != 0 && status.st_uid != ::geteuid()) return "belongs to another user";
+  if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    return "others can write to it, and so choose your servers and trusted authorities (chmod go-w)";
+  }
+  if (static_cast<std::size_t>(status.st_size) > kLargestFile) return "larger than 1 MiB";
+  return {};
+}
+
+bool ReadAll(int descriptor, std::string& text) {
+  char chunk[4096];
+  ssize_t got = 1;
+  while (got != 0 && text.size() <= kLargestFile) {
+    got = ::read(descriptor, chunk, sizeof chunk);
+    if (got < 0 && errno != EINTR) return false;
+    if (got > 0) text.append(chunk, static_cast<std::size_t>(got));
+  }
+  return true;
+}
+
+ConfigFile Refuse(const std::string& path, const std::string& reason) {
+  ConfigFile file;
+  file.path = path;
+  file.isThere = true;
+  file.problems.push_back(path + ": " + reason);
+  return file;
+}
+
 }  // namespace
 
 ConfigFile ParseConfigFile(const std::string& path, std::string_view text) {
@@ -86,6 +136,25 @@ ConfigFile ParseConfigFile(const std::string& path, std::string_view text) {
   file.isThere = true;
   Parser(file).Parse(text);
   return file;
+}
+
+ConfigFile ReadConfigFile(const std::string& path) {
+  // O_NONBLOCK: opening a FIFO would wait for a writer.
+  const Descriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (descriptor.number < 0 && (errno == ENOENT || errno == ENOTDIR)) {
+    ConfigFile absent;
+    absent.path = path;
+    return absent;
+  }
+  struct stat status {};
+  if (descriptor.number < 0 || ::fstat(descriptor.number, &status) != 0) {
+    return Refuse(path, std::strerror(errno));
+  }
+  const std::string fault = FindFault(status);
+  if (!fault.empty()) return Refuse(path, fault);
+  std::string text;
+  if (!ReadAll(descriptor.number, text)) return Refuse(path, std::strerror(errno));
+  return ParseConfigFile(path, text);
 }
 
 }  // namespace CryptCli

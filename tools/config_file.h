@@ -29,4 +29,8 @@ struct ConfigFile {
 /// up here. Every problem is listed, not only the first.
 ConfigFile ParseConfigFile(const std::string& path, std::string_view text);
 
+/// Reads and parses a file. One that does not exist is no problem. One that people other than its owner and
+/// root can write is refused, and so is one that belongs to somebody other than the user or root.
+ConfigFile ReadConfigFile(const std::string& path);
+
 }  // namespace CryptCli

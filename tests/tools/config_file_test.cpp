@@ -2,6 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/support/files.h"
 
 namespace CryptCli {
 namespace {
@@ -70,6 +74,60 @@ TEST(ParseConfigFile, AllowsOneKeyInSeveralSections) {
 
 TEST(ParseConfigFile, DoesNotQuoteALineThatMayBeASecret) {
   EXPECT_THAT(ParseConfigFile("f", "Authorization: secret").problems, ElementsAre(Not(HasSubstr("secret"))));
+}
+
+/// Files with an owner and a mode.
+class ReadConfigFileTest : public ::testing::Test {
+ protected:
+  std::string Make(mode_t mode) const {
+    scratch_.Make("config", "room = r\n");
+    const std::string path = scratch_.Path("config").string();
+    EXPECT_EQ(chmod(path.c_str(), mode), 0);
+    return path;
+  }
+
+  TestSupport::ScratchDirectory scratch_;
+};
+
+TEST_F(ReadConfigFileTest, ReadsAFileThatOnlyItsOwnerCanWrite) {
+  const ConfigFile file = ReadConfigFile(Make(0644));
+  EXPECT_THAT(file.problems, IsEmpty());
+  EXPECT_EQ(EntryText(file), "1[]room=r;");
+}
+
+TEST_F(ReadConfigFileTest, ReportsNoProblemWhenThereIsNoFile) {
+  const ConfigFile file = ReadConfigFile(scratch_.Path("none/config").string());
+  EXPECT_FALSE(file.isThere);
+  EXPECT_THAT(file.problems, IsEmpty());
+}
+
+TEST_F(ReadConfigFileTest, RefusesAFileThatOthersCanWrite) {
+  for (const mode_t mode : {0664, 0646}) {
+    const ConfigFile file = ReadConfigFile(Make(mode));
+    EXPECT_THAT(file.problems, ElementsAre(HasSubstr("others can write to it")));
+    EXPECT_THAT(file.entries, IsEmpty());
+  }
+}
+
+TEST_F(ReadConfigFileTest, RefusesAFileOfAnotherUser) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can give a file to another user";
+  const std::string path = Make(0644);
+  ASSERT_EQ(chown(path.c_str(), 12345, static_cast<gid_t>(-1)), 0);
+  EXPECT_THAT(ReadConfigFile(path).problems, ElementsAre(HasSubstr("belongs to another user")));
+}
+
+TEST_F(ReadConfigFileTest, RefusesWhatIsNoFileWithoutWaiting) {
+  const std::string fifo = scratch_.Path("fifo").string();
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_THAT(ReadConfigFile(fifo).problems, ElementsAre(HasSubstr("not a regular file")));
+  EXPECT_THAT(ReadConfigFile(scratch_.Path("").string()).problems,
+              ElementsAre(HasSubstr("not a regular file")));
+}
+
+TEST_F(ReadConfigFileTest, RefusesAFileOfMoreThanAMebibyte) {
+  scratch_.Make("config", std::string(1024 * 1024 + 1, '#'));
+  EXPECT_THAT(ReadConfigFile(scratch_.Path("config").string()).problems,
+              ElementsAre(HasSubstr("larger than 1 MiB")));
 }
 
 }  // namespace
