@@ -1,0 +1,112 @@
+#include "tools/file_list.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/files.h"
+
+namespace CryptCli {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+/// A tree of files; paths are shown relative to it.
+class FileListTest : public ::testing::Test {
+ protected:
+  void Make(const std::string& name) const {
+    fs::create_directories(scratch_.Path(name).parent_path());
+    scratch_.Make(name, name);
+  }
+  std::string Path(std::string_view name) const { return scratch_.Path(name).string(); }
+
+  // Each item as "SOURCE>RELATIVE".
+  std::vector<std::string> Collect(const FileListOptions& options) {
+    list_ = {};
+    reason_.clear();
+    EXPECT_TRUE(CollectFiles(options, list_, reason_)) << reason_;
+    std::vector<std::string> all;
+    for (const FileItem& item : list_.items) {
+      all.push_back(fs::path(item.source).lexically_relative(Path("")).string() + ">" + item.relative);
+    }
+    return all;
+  }
+
+  std::string Refusal(const FileListOptions& options) {
+    list_ = {};
+    reason_.clear();
+    EXPECT_FALSE(CollectFiles(options, list_, reason_));
+    return reason_;
+  }
+
+  FileListOptions Folder(const std::string& name) const {
+    FileListOptions options;
+    options.files = {Path(name)};
+    options.recursive = true;
+    return options;
+  }
+
+  TestSupport::ScratchDirectory scratch_;
+  FileList list_;
+  std::string reason_;
+};
+
+TEST_F(FileListTest, TakesNamedFilesByTheirNameAlone) {
+  Make("d/a.txt");
+  FileListOptions options;
+  options.files = {Path("d/a.txt"), Path("missing")};
+  EXPECT_THAT(Collect(options), ElementsAre("d/a.txt>a.txt", "missing>missing"));
+}
+
+TEST_F(FileListTest, RefusesAFolderThatIsNotToBeEntered) {
+  FileListOptions options;
+  options.files = {Path("")};
+  EXPECT_THAT(Refusal(options), HasSubstr("--recursive"));
+}
+
+TEST_F(FileListTest, RefusesStandardInputAmongFiles) {
+  FileListOptions options;
+  options.files = {"-"};
+  EXPECT_THAT(Refusal(options), HasSubstr("./-"));
+}
+
+TEST_F(FileListTest, KeepsPathsBelowAFolderInSortedOrder) {
+  for (const char* name : {"d/z", "d/b/2", "d/b/1", "d/a/c/x", "d/y"}) Make(name);
+  EXPECT_THAT(Collect(Folder("d")), ElementsAre("d/y>y", "d/z>z", "d/a/c/x>a/c/x", "d/b/1>b/1", "d/b/2>b/2"));
+}
+
+TEST_F(FileListTest, ReadsNamesFromAFile) {
+  scratch_.Make("list", Path("a b") + "\n\n" + Path("c"));
+  FileListOptions options;
+  options.filesFrom = Path("list");
+  EXPECT_THAT(Collect(options), ElementsAre("a b>a b", "c>c"));
+}
+
+TEST_F(FileListTest, ReadsNamesThatEndWithNul) {
+  scratch_.Make("list", Path("a\nb") + '\0' + Path("c") + '\0');
+  FileListOptions options;
+  options.filesFrom = Path("list");
+  EXPECT_THAT(Refusal(options), HasSubstr("--null"));
+  options.isNullSeparated = true;
+  EXPECT_THAT(Collect(options), ElementsAre("a\nb>a\nb", "c>c"));
+}
+
+TEST_F(FileListTest, KeepsRelativePathsOfAListThatStayInside) {
+  scratch_.Make("list", "./x/y\nx/../z\n../up/u\n/abs/v\n");
+  FileListOptions options;
+  options.filesFrom = Path("list");
+  Collect(options);
+  std::vector<std::string> places;
+  for (const FileItem& item : list_.items) places.push_back(item.relative);
+  EXPECT_THAT(places, ElementsAre("x/y", "z", "u", "v"));
+}
+
+TEST_F(FileListTest, RefusesAListThatCannotBeRead) {
+  FileListOptions options;
+  options.filesFrom = Path("none");
+  EXPECT_THAT(Refusal(options), HasSubstr("No such file"));
+}
+
+}  // namespace
+}  // namespace CryptCli

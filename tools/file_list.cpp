@@ -1,0 +1,191 @@
+// Which files a command with many files works on, and where their results go. All of it is decided before the
+// first file is touched, so that a mistake in the names costs nothing. Used by bulk.cpp.
+#include "tools/file_list.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace CryptCli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// What a path leads to, whatever it is called: file system and number in it.
+using Identity = std::pair<dev_t, ino_t>;
+
+bool GetIdentity(const std::string& path, Identity& identity) {
+  struct stat status {};
+  if (path.empty() || ::stat(path.c_str(), &status) != 0) return false;
+  identity = {status.st_dev, status.st_ino};
+  return true;
+}
+
+bool IsFolder(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool ReadWhole(const std::string& path, std::string& text) {
+  const int descriptor = path == "-" ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) return false;
+  char chunk[65536];
+  ssize_t got = 1;
+  while (got > 0 || (got < 0 && errno == EINTR)) {
+    got = ::read(descriptor, chunk, sizeof chunk);
+    if (got > 0) text.append(chunk, static_cast<std::size_t>(got));
+  }
+  const int failure = errno;
+  ::close(descriptor);
+  errno = failure;
+  return got == 0;
+}
+
+// The place of a listed name below the output folder: its own path where that stays inside.
+std::string RelativePlace(const fs::path& name) {
+  const fs::path normal = name.lexically_normal();
+  if (normal.is_absolute() || normal.empty() || *normal.begin() == "..") return name.filename().string();
+  return normal.string();
+}
+
+/// Collects the files of one list; lives as long as one call of CollectFiles.
+class Collector {
+ public:
+  Collector(const FileListOptions& options, FileList& list) : options_(options), list_(list) {
+    hasOutput_ = GetIdentity(options.outputFolder, output_);
+  }
+
+  bool Add(const std::string& name, const std::string& place, bool isListed) {
+    if (name == "-") return Refuse("'-' cannot be one of many files; './-' is a file of that name");
+    if (IsFolder(name)) {
+      if (!options_.recursive) return Refuse(name + " is a folder: --recursive takes the files below it");
+      return Walk(name, isListed ? fs::path(place) : fs::path());
+    }
+    if (place.empty() || place == "." || place == "..") return Refuse("'" + name + "' is no name of a file");
+    list_.items.push_back({name, place});
+    return true;
+  }
+
+  const std::string& GetReason() const { return reason_; }
+
+ private:
+  /// A folder that is still to be read.
+  struct Folder {
+    fs::path path;
+    fs::path place;
+  };
+
+  bool Refuse(const std::string& reason) {
+    reason_ = reason;
+    return false;
+  }
+
+  bool Walk(const std::string& root, const fs::path& place) {
+    Identity identity;
+    const bool isThere = GetIdentity(root, identity);
+    // Its results would be taken for sources, at the latest by the next run.
+    if (hasOutput_ && !options_.onlyProtected && isThere && identity == output_) {
+      return Refuse(root + " is the output folder as well: choose another one");
+    }
+    if (isThere) visited_.insert(identity);
+    std::vector<Folder> rest{{root, place}};
+    while (!rest.empty()) {
+      const Folder folder = std::move(rest.back());
+      rest.pop_back();
+      std::vector<Folder> below = ReadFolder(folder);
+      // The last one is read next.
+      rest.insert(rest.end(), below.rbegin(), below.rend());
+    }
+    return true;
+  }
+
+  // Lists the files of one folder and returns the folders in it, both sorted.
+  std::vector<Folder> ReadFolder(const Folder& folder) {
+    std::error_code error;
+    std::vector<fs::path> entries;
+    for (fs::directory_iterator entry(folder.path, error), end; !error && entry != end;
+         entry.increment(error)) {
+      entries.push_back(entry->path());
+    }
+    if (error) list_.failures.push_back(folder.path.string() + ": " + error.message());
+    std::sort(entries.begin(), entries.end());
+    std::vector<Folder> folders;
+    for (const fs::path& entry : entries) AddEntry(entry, folder.place / entry.filename(), folders);
+    return folders;
+  }
+
+  void AddEntry(const fs::path& path, const fs::path& place, std::vector<Folder>& folders) {
+    std::error_code error;
+    const fs::file_status status =
+        options_.followLinks ? fs::status(path, error) : fs::symlink_status(path, error);
+    if (fs::is_directory(status)) {
+      if (IsNew(path)) folders.push_back({path, place});
+      return;
+    }
+    const bool isMeant = !options_.onlyProtected || place.string().ends_with(kProtectedSuffix);
+    if (!fs::is_regular_file(status) || !isMeant) {
+      ++list_.ignored;
+      return;
+    }
+    list_.items.push_back({path.string(), place.string()});
+  }
+
+  // False for the output folder, and for one that was entered before: a link may lead back to it.
+  bool IsNew(const fs::path& path) {
+    Identity identity;
+    if (!GetIdentity(path.string(), identity)) return true;  // reading it will say why
+    if (hasOutput_ && identity == output_) return false;
+    return !options_.followLinks || visited_.insert(identity).second;
+  }
+
+  const FileListOptions& options_;
+  FileList& list_;
+  bool hasOutput_ = false;
+  Identity output_;
+  std::set<Identity> visited_;
+  std::string reason_;
+};
+
+bool AddListed(const FileListOptions& options, Collector& collector, std::string& errorText) {
+  std::string text;
+  if (!ReadWhole(options.filesFrom, text)) {
+    errorText = "Could not read the list of files: " + std::string(std::strerror(errno));
+    return false;
+  }
+  const char separator = options.isNullSeparated ? '\0' : '\n';
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find(separator, at), text.size());
+    const std::string name = text.substr(at, end - at);
+    at = end + 1;
+    if (name.empty()) continue;
+    if (name.find('\0') != std::string::npos) {
+      errorText = "The list of files contains a NUL: --null reads names that end with one";
+      return false;
+    }
+    if (!collector.Add(name, RelativePlace(name), /*isListed=*/true)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool CollectFiles(const FileListOptions& options, FileList& list, std::string& errorText) {
+  Collector collector(options, list);
+  for (const std::string& file : options.files) {
+    if (collector.Add(file, fs::path(file).filename().string(), /*isListed=*/false)) continue;
+    errorText = collector.GetReason();
+    return false;
+  }
+  if (options.filesFrom.empty() || AddListed(options, collector, errorText)) return true;
+  if (errorText.empty()) errorText = collector.GetReason();
+  return false;
+}
+
+}  // namespace CryptCli
