@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include "tests/support/as_nobody.h"
 #include "tests/support/files.h"
 
 namespace CryptCli {
@@ -74,6 +76,66 @@ TEST_F(FileListTest, RefusesStandardInputAmongFiles) {
 TEST_F(FileListTest, KeepsPathsBelowAFolderInSortedOrder) {
   for (const char* name : {"d/z", "d/b/2", "d/b/1", "d/a/c/x", "d/y"}) Make(name);
   EXPECT_THAT(Collect(Folder("d")), ElementsAre("d/y>y", "d/z>z", "d/a/c/x>a/c/x", "d/b/1>b/1", "d/b/2>b/2"));
+}
+
+TEST_F(FileListTest, IgnoresLinksAndSpecialFilesBelowAFolder) {
+  Make("d/a");
+  Make("other/b");
+  fs::create_symlink(scratch_.Path("other/b"), scratch_.Path("d/file-link"));
+  fs::create_directory_symlink(scratch_.Path("other"), scratch_.Path("d/folder-link"));
+  ASSERT_EQ(mkfifo(Path("d/fifo").c_str(), 0600), 0);
+  EXPECT_THAT(Collect(Folder("d")), ElementsAre("d/a>a"));
+  EXPECT_EQ(list_.ignored, 3U);
+}
+
+TEST_F(FileListTest, FollowsLinksOnRequestAndEntersEachFolderOnce) {
+  Make("d/a");
+  Make("other/b");
+  fs::create_symlink(scratch_.Path("other/b"), scratch_.Path("d/file-link"));
+  fs::create_directory_symlink(scratch_.Path("other"), scratch_.Path("d/folder-link"));
+  fs::create_directory_symlink(scratch_.Path("d"), scratch_.Path("other/back"));
+  FileListOptions options = Folder("d");
+  options.followLinks = true;
+  EXPECT_THAT(Collect(options),
+              ElementsAre("d/a>a", "d/file-link>file-link", "d/folder-link/b>folder-link/b"));
+}
+
+TEST_F(FileListTest, TakesOnlyProtectedFilesFromAFolderOnRequest) {
+  for (const char* name : {"d/a.p7m", "d/b.txt", "c.txt"}) Make(name);
+  FileListOptions options = Folder("d");
+  options.onlyProtected = true;
+  options.files.push_back(Path("c.txt"));
+  EXPECT_THAT(Collect(options), ElementsAre("d/a.p7m>a.p7m", "c.txt>c.txt"));
+  EXPECT_EQ(list_.ignored, 1U);
+}
+
+TEST_F(FileListTest, DoesNotEnterTheOutputFolder) {
+  Make("d/a");
+  Make("d/out/a.p7m");
+  FileListOptions options = Folder("d");
+  options.outputFolder = Path("d/../d/out");
+  EXPECT_THAT(Collect(options), ElementsAre("d/a>a"));
+}
+
+TEST_F(FileListTest, RefusesAFolderThatIsTheOutputFolder) {
+  Make("d/a");
+  FileListOptions options = Folder("d");
+  options.outputFolder = Path("d/.");
+  EXPECT_THAT(Refusal(options), HasSubstr("output folder"));
+}
+
+TEST_F(FileListTest, ReportsAFolderThatCannotBeReadAndGoesOn) {
+  Make("d/a");
+  Make("d/locked/b");
+  Make("d/z");
+  fs::permissions(scratch_.Path(""), fs::perms::all);
+  fs::permissions(scratch_.Path("d/locked"), fs::perms::none);
+  {
+    const TestSupport::AsNobody nobody;
+    EXPECT_THAT(Collect(Folder("d")), ElementsAre("d/a>a", "d/z>z"));
+  }
+  EXPECT_THAT(list_.failures, ElementsAre(HasSubstr("d/locked: ")));
+  fs::permissions(scratch_.Path("d/locked"), fs::perms::owner_all);
 }
 
 TEST_F(FileListTest, ReadsNamesFromAFile) {
