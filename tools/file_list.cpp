@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -174,6 +175,22 @@ bool AddListed(const FileListOptions& options, Collector& collector, std::string
   return true;
 }
 
+bool MakeTarget(const std::string& folder, NameRule rule, FileItem& item, std::string& errorText) {
+  std::string name = item.relative;
+  if (rule == NameRule::AddSuffix) {
+    name += kProtectedSuffix;
+  } else {
+    const std::string file = fs::path(name).filename().string();
+    if (!file.ends_with(kProtectedSuffix) || file.size() == kProtectedSuffix.size()) {
+      errorText = item.source + " does not end in .p7m, so its target has no name";
+      return false;
+    }
+    name.resize(name.size() - kProtectedSuffix.size());
+  }
+  item.target = (fs::path(folder) / name).string();
+  return true;
+}
+
 }  // namespace
 
 bool CollectFiles(const FileListOptions& options, FileList& list, std::string& errorText) {
@@ -186,6 +203,27 @@ bool CollectFiles(const FileListOptions& options, FileList& list, std::string& e
   if (options.filesFrom.empty() || AddListed(options, collector, errorText)) return true;
   if (errorText.empty()) errorText = collector.GetReason();
   return false;
+}
+
+bool PlanTargets(const std::string& outputFolder, NameRule rule, std::vector<FileItem>& items,
+                 std::string& errorText) {
+  std::map<std::string, const FileItem*> targets;
+  std::map<Identity, const FileItem*> sources;
+  Identity identity;
+  for (FileItem& item : items) {
+    if (!MakeTarget(outputFolder, rule, item, errorText)) return false;
+    if (GetIdentity(item.source, identity)) sources.emplace(identity, &item);
+    const auto [other, isNew] = targets.emplace(fs::path(item.target).lexically_normal().string(), &item);
+    if (isNew) continue;
+    errorText = other->second->source + " and " + item.source + " would both become " + item.target;
+    return false;
+  }
+  for (const FileItem& item : items) {
+    if (!GetIdentity(item.target, identity) || sources.count(identity) == 0) continue;
+    errorText = item.target + " is a source and would become the target of " + item.source;
+    return false;
+  }
+  return true;
 }
 
 }  // namespace CryptCli

@@ -14,6 +14,7 @@ inline constexpr std::string_view kProtectedSuffix = ".p7m";
 struct FileItem {
   std::string source;
   std::string relative;  ///< its place below the output folder; neither absolute nor with ".."
+  std::string target{};  ///< set by PlanTargets
 };
 
 /// Which files are meant.
@@ -41,5 +42,16 @@ struct FileList {
 /// A file that is named goes directly into the output folder. One in a list keeps its path there if that is
 /// relative and leads nowhere else; one below a folder keeps its path from that folder.
 bool CollectFiles(const FileListOptions& options, FileList& list, std::string& errorText);
+
+/// How the name of a result follows from that of its source.
+enum class NameRule {
+  AddSuffix,     ///< encrypt: "a.txt" gives "a.txt.p7m"
+  RemoveSuffix,  ///< decrypt: the reverse; any other name is an error
+};
+
+/// Sets the target of each item. False, with the reason, when a name does not fit the rule, when two items
+/// have one target, or when a target is also a source: nothing must be started then.
+bool PlanTargets(const std::string& outputFolder, NameRule rule, std::vector<FileItem>& items,
+                 std::string& errorText);
 
 }  // namespace CryptCli

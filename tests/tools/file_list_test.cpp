@@ -170,5 +170,40 @@ TEST_F(FileListTest, RefusesAListThatCannotBeRead) {
   EXPECT_THAT(Refusal(options), HasSubstr("No such file"));
 }
 
+TEST(PlanTargets, AddsAndRemovesTheSuffix) {
+  std::string reason;
+  std::vector<FileItem> items{{"s/a.txt", "a.txt"}, {"s/b", "x/b"}};
+  ASSERT_TRUE(PlanTargets("out", NameRule::AddSuffix, items, reason));
+  EXPECT_EQ(items[0].target, "out/a.txt.p7m");
+  EXPECT_EQ(items[1].target, "out/x/b.p7m");
+  items = {{"s/a.txt.p7m", "x/a.txt.p7m"}};
+  ASSERT_TRUE(PlanTargets("out", NameRule::RemoveSuffix, items, reason));
+  EXPECT_EQ(items[0].target, "out/x/a.txt");
+}
+
+TEST(PlanTargets, RefusesANameWithoutSuffixToRemove) {
+  for (const char* name : {"a.txt", ".p7m", "x/.p7m", "p7m"}) {
+    std::string reason;
+    std::vector<FileItem> items{{name, name}};
+    EXPECT_FALSE(PlanTargets("out", NameRule::RemoveSuffix, items, reason)) << name;
+    EXPECT_THAT(reason, HasSubstr(".p7m"));
+  }
+}
+
+TEST(PlanTargets, RefusesTwoSourcesOfOneTarget) {
+  std::string reason;
+  std::vector<FileItem> items{{"d/a", "a"}, {"e/a", "./a"}};
+  EXPECT_FALSE(PlanTargets("out", NameRule::AddSuffix, items, reason));
+  EXPECT_EQ(reason, "d/a and e/a would both become out/./a.p7m");
+}
+
+TEST_F(FileListTest, RefusesATargetThatIsAnotherSource) {
+  Make("a");
+  Make("a.p7m");
+  std::vector<FileItem> items{{Path("a"), "a"}, {Path("a.p7m"), "a.p7m"}};
+  EXPECT_FALSE(PlanTargets(Path("."), NameRule::AddSuffix, items, reason_));
+  EXPECT_THAT(reason_, HasSubstr("is a source"));
+}
+
 }  // namespace
 }  // namespace CryptCli
