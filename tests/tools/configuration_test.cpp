@@ -89,5 +89,57 @@ TEST_F(ConfigurationTest, PrefersAnythingOfTheUserToAProfileOfTheSystem) {
   EXPECT_EQ(Show(Load("work"), "proxy"), "http://s from @system:3 [work]");
 }
 
+TEST_F(ConfigurationTest, TakesTheProfileFromTheEnvironmentWithoutAnOption) {
+  scratch_.Make("user", "[a]\nroom = ra\n[b]\nroom = rb\n");
+  environment_["CRYPTCLI_PROFILE"] = "a";
+  EXPECT_EQ(Show(Load(), "room"), "ra from @user:2 [a]");
+  EXPECT_EQ(Show(Load("b"), "room"), "rb from @user:4 [b]");
+}
+
+TEST_F(ConfigurationTest, RefusesAProfileThatNoFileHas) {
+  scratch_.Make("user", "[work]\n");
+  EXPECT_THAT(Problems("wrok"),
+              ElementsAre("--profile: no configuration file has a profile 'wrok'; did you mean 'work'?"));
+  environment_["CRYPTCLI_PROFILE"] = "other";
+  EXPECT_THAT(Problems(), ElementsAre("CRYPTCLI_PROFILE: no configuration file has a profile 'other'"));
+}
+
+TEST_F(ConfigurationTest, NamesUnknownKeysOfAllProfilesWithASuggestion) {
+  scratch_.Make("user", "servce = https://a\n[work]\nsomething-else = 1\n");
+  EXPECT_THAT(Problems(), ElementsAre("@user:1: unknown setting 'servce'; did you mean 'service'?",
+                                      "@user:3: unknown setting 'something-else'"));
+}
+
+TEST_F(ConfigurationTest, KnowsNoSettingThatWeakensACheck) {
+  for (const char* key : {"accept", "force", "insecure", "header"}) {
+    scratch_.Make("user", std::string(key) + " = anything\n");
+    EXPECT_THAT(Problems(), ElementsAre(HasSubstr("unknown setting"))) << key;
+  }
+}
+
+TEST_F(ConfigurationTest, ReportsTheProblemsOfBothFiles) {
+  scratch_.Make("user", "[\n");
+  scratch_.Make("system", "x\n");
+  EXPECT_EQ(Problems("work").size(), 2U);
+}
+
+TEST_F(ConfigurationTest, StartsRelativePathsAtTheFolderOfTheFile) {
+  scratch_.Make("user", "ca-file = certs/../ca.pem\nclient-cert = /c.pem\n");
+  EXPECT_EQ(Show(Load(), "ca-file"), "@ca.pem from @user:1");
+  EXPECT_EQ(Show(Load(), "client-cert"), "/c.pem from @user:2");
+}
+
+TEST_F(ConfigurationTest, LeavesPathsOfTheEnvironmentAsTheyAre) {
+  environment_["CRYPTCLI_CA_FILE"] = "ca.pem";
+  EXPECT_EQ(Show(Load(), "ca-file"), "ca.pem from CRYPTCLI_CA_FILE");
+}
+
+TEST_F(ConfigurationTest, ExpandsTheHomeFolderInPaths) {
+  scratch_.Make("user", "ca-file = ~/ca.pem\nroom = ~/r\n");
+  EXPECT_THAT(Show(Load(), "ca-file"), Not(HasSubstr("~")));
+  EXPECT_THAT(Show(Load(), "ca-file"), HasSubstr("/ca.pem from"));
+  EXPECT_EQ(Show(Load(), "room"), "~/r from @user:2");
+}
+
 }  // namespace
 }  // namespace CryptCli
