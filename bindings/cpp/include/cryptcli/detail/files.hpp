@@ -55,7 +55,7 @@ class OwnedDescriptor {
 /// A source or target of the C interface. `path` lends from the Source or Target; bytes in memory have a
 /// descriptor of a file that has no name and lies in memory.
 struct OpenedFile {
-  cryptcli_file file{};
+  cryptcli_file file = cryptcli_descriptor(-1);
   OwnedDescriptor memory{};
 };
 
@@ -87,8 +87,8 @@ struct FileAccess {
     if (const auto* const path = std::get_if<std::filesystem::path>(&end)) {
       if (HasNul(path->native())) return Failure(Status::InvalidArgument, "A path contains a NUL character");
       opened.file = cryptcli_path(path->c_str());
-    } else {
-      opened.file = cryptcli_descriptor(*std::get_if<int>(&end));
+    } else if (const auto* const descriptor = std::get_if<int>(&end)) {
+      opened.file = cryptcli_descriptor(*descriptor);
     }
     return opened;
   }
