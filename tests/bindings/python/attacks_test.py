@@ -8,7 +8,7 @@ from __future__ import annotations
 import os
 import subprocess
 from pathlib import Path
-from typing import Any, Tuple
+from typing import Any, List, Tuple
 
 import cryptcli
 import pytest
@@ -41,10 +41,9 @@ class Attacker:
         self._environment.room("room2", plainkey=True)
         self._client.encrypt("room2", self._write("plain", CONTENT), self._directory / "other")
         key = self._write("key", self._environment.room_key("room2")["plain"].encode())
-        command = ["openssl", "cms", "-decrypt", "-binary", "-inform", "DER", "-inkey", key]
-        return subprocess.run(
-            [*command, "-in", self._directory / "other"], stdout=subprocess.PIPE, check=True, timeout=60
-        ).stdout
+        command: List[Any] = ["openssl", "cms", "-decrypt", "-binary", "-inform", "DER", "-inkey", key]
+        command += ["-in", self._directory / "other"]
+        return subprocess.run(command, stdout=subprocess.PIPE, check=True, timeout=60).stdout
 
     def _forge(self, *words: str, content: bytes) -> bytes:
         source = self._write("source", content)
@@ -181,8 +180,8 @@ def make(origin: Origin, environment: Environment, attacker: Attacker, protected
     return protected, CONTENT
 
 
-@pytest.mark.parametrize("policy", list(Policy), ids=lambda policy: policy.name)
-@pytest.mark.parametrize("origin", list(Origin), ids=lambda origin: origin.name)
+@pytest.mark.parametrize("policy", list(Policy), ids=[policy.name for policy in Policy])
+@pytest.mark.parametrize("origin", list(Origin), ids=[origin.name for origin in Origin])
 def test_a_policy_delivers_what_it_accepts_and_nothing_else(
     request: pytest.FixtureRequest,
     environment: Environment,

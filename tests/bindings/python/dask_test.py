@@ -95,10 +95,9 @@ def cluster(tmp_path: Path, temporary: Path) -> Iterator[Cluster]:
 def protect_all(
     environment: Environment, cluster: Cluster, plain: List[Path], output: Path
 ) -> List[Dict[str, Any]]:
-    command = [sys.executable, "-B", EXAMPLE, "--scheduler", cluster.address, "--service", environment.service]
-    ended = subprocess.run(
-        [*command, "--room", ROOM, "--output", output, *plain], stdout=subprocess.PIPE, text=True, timeout=240
-    )
+    command: List[Any] = [sys.executable, "-B", EXAMPLE, "--scheduler", cluster.address]
+    command += ["--service", environment.service, "--room", ROOM, "--output", output, *plain]
+    ended = subprocess.run(command, stdout=subprocess.PIPE, text=True, timeout=240)
     assert ended.returncode == 0, ended.stdout
     return [json.loads(line) for line in ended.stdout.splitlines()]
 

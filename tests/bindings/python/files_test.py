@@ -7,7 +7,7 @@ import io
 import os
 import threading
 from pathlib import Path
-from typing import Any, BinaryIO, cast
+from typing import Any, BinaryIO, List, cast
 
 import cryptcli
 import pytest
@@ -197,7 +197,7 @@ def test_temporary_files_lie_where_the_options_say(
 ) -> None:
     own = tmp_path / "own"
     own.mkdir()
-    seen = []
+    seen: List[int] = []
 
     class Spy(io.BytesIO):
         def read(self, size: Any = -1) -> bytes:
