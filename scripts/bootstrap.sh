@@ -25,7 +25,7 @@ packages=(
 if [ "${1:-}" = --test ]; then
   packages+=(gpgsm gpg-agent libnss3-tools libbcpkix-java default-jdk-headless)
   packages+=(python3-cryptography-vectors python3-simplejson)
-  packages+=(python3-pytest python3-distributed mypy)
+  packages+=(python3-pytest python3-distributed mypy python3-pip python3-setuptools python3-wheel)
 fi
 if [ "${1:-}" = --ci ]; then
   packages+=(git)
