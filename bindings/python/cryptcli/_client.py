@@ -5,7 +5,7 @@ from __future__ import annotations
 import ctypes
 import json
 from types import TracebackType
-from typing import Any, Dict, List, Mapping, Optional, Type
+from typing import Any, Dict, List, Mapping, NoReturn, Optional, Type
 
 from . import _log, _transport
 from ._arguments import Path, encode, encode_optional_path, encode_path, milliseconds, require_callable
@@ -33,7 +33,8 @@ class Client:
     works for it, so that Ctrl-C cancels an operation. What they raise cancels it, too, and comes out of it. They may
     not use the same client.
 
-    Each process needs a client of its own: one that was made before a fork must not be used behind it.
+    Each process needs a client of its own: one that was made before a fork cannot be used behind it, and none can be
+    pickled.
     """
 
     def __init__(
@@ -76,6 +77,8 @@ class Client:
         """
         require_callable(log, "The log")
         require_callable(transport, "The transport")
+        if not isinstance(log_level, LogLevel):
+            raise TypeError(f"log_level has to be a LogLevel, not {type(log_level).__name__}")
         self._temporary_directory = temporary_directory
         self._operations = Operations()
         # The library calls them as long as the client lives.
@@ -119,7 +122,7 @@ class Client:
         if log is not None:
             callback = _log.make_callback(log, self._operations)
             self._callbacks.append(callback)
-            lib.options_set_log(options, LogLevel(level), callback, None, 1 if reveal_secrets else 0)
+            lib.options_set_log(options, level, callback, None, 1 if reveal_secrets else 0)
         if transport is not None:
             callback = _transport.make_callback(transport, self._operations)
             self._callbacks.append(callback)
@@ -140,6 +143,9 @@ class Client:
         """Waits for operations that run on other threads, then closes connections. Later operations raise
         InvalidArgument. May be called again, but not from a callable of an operation."""
         self._operations.close(self._free)
+
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("A client cannot be pickled: make one in each process")
 
     # An operation refers to its client: none runs here.
     def __del__(self) -> None:
@@ -172,7 +178,9 @@ class Client:
         """
         spool = Spool(self._temporary_directory, cancel)
         with spool.source(source) as read, spool.target(target) as written:
-            return self._report(lib.encrypt, _room(room), as_file(read), as_file(written), progress=progress, cancel=cancel)
+            return self._report(
+                lib.encrypt, _room(room), as_file(read), as_file(written), progress=progress, cancel=cancel
+            )
 
     def decrypt(
         self,

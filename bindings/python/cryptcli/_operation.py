@@ -8,6 +8,7 @@ from __future__ import annotations
 
 import contextvars
 import ctypes
+import os
 import threading
 from concurrent.futures import Future
 from contextlib import contextmanager
@@ -128,6 +129,7 @@ class Operations:
         self._running: Dict[int, Operation] = {}
         self._closed = False
         self._freed = False
+        self._process = os.getpid()
 
     def current(self) -> Optional[Operation]:
         """The operation that runs on this thread."""
@@ -139,6 +141,8 @@ class Operations:
         thread = threading.get_ident()
         entered = False
         try:
+            if self._is_inherited():
+                raise InvalidArgument("The client was made in another process")
             with self._changed:
                 if self._closed:
                     raise InvalidArgument("The client is closed")
@@ -156,6 +160,8 @@ class Operations:
 
     def close(self, free: Callable[[], None]) -> None:
         """Admits no further operation, waits until none runs and calls `free`. Later calls do nothing."""
+        if self._is_inherited():
+            return
         with self._changed:
             if threading.get_ident() in self._running:
                 raise InvalidArgument("A callable of an operation cannot close its client")
@@ -164,6 +170,11 @@ class Operations:
             if not self._freed:
                 self._freed = True
                 free()
+
+    # A fork copies the client without the threads that may hold its locks, and shares its connections: using or closing
+    # them here would disturb those of the process that made it.
+    def _is_inherited(self) -> bool:
+        return os.getpid() != self._process
 
 
 def run_interruptibly(operation: Operation, work: Callable[[], Result]) -> Result:

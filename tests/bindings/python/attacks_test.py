@@ -6,6 +6,7 @@ Nothing but the protected content is ever delivered, and nothing but proven cont
 from __future__ import annotations
 
 import os
+import pickle
 import subprocess
 from pathlib import Path
 from typing import Any, List, Tuple
@@ -20,7 +21,7 @@ FORGED = b"what an attacker wrote"
 
 
 class Attacker:
-    """Somebody who has what the crypt service tells any client of the room, and a directory to work in."""
+    """Somebody who has what the crypt service gives to any client of the room, and a directory to work in."""
 
     def __init__(self, environment: Environment, client: cryptcli.Client, directory: Path) -> None:
         self._environment = environment
@@ -150,6 +151,13 @@ def test_a_self_signed_signer_under_a_plain_key_is_refused(
     assert report.origin is Origin.SIGNATURE_ONLY
     assert report.is_plain_key is True
     assert report.chain == ()
+
+
+def test_a_refusal_keeps_its_report_when_pickled(client: cryptcli.Client, attacker: Attacker) -> None:
+    with pytest.raises(cryptcli.OriginNotProven) as caught:
+        client.verify(ROOM, attacker.envelope(FORGED))
+    twin = pickle.loads(pickle.dumps(caught.value))
+    assert twin.report == caught.value.report and twin.report.origin is Origin.UNSIGNED
 
 
 def test_a_damaged_signature_is_refused_by_every_policy(

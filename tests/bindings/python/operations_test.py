@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import io
 import os
+import pickle
 import signal
 import subprocess
 import sys
@@ -270,6 +271,34 @@ def test_what_cannot_be_called_is_refused(client: cryptcli.Client, protected: Pa
         client.verify(ROOM, protected, progress=wrong)
     with pytest.raises(TypeError, match="The log has to be callable"):
         cryptcli.Client("http://host/", log=wrong)
+
+
+def test_a_client_belongs_to_its_process(environment: Environment, protected: Path) -> None:
+    program = (
+        "import os, sys, cryptcli\n"
+        "client = cryptcli.Client(sys.argv[1])\n"
+        "client.verify('demo', sys.argv[2])\n"
+        "child = os.fork()\n"
+        "try:\n"
+        "    client.verify('demo', sys.argv[2])\n"
+        "except cryptcli.InvalidArgument as error:\n"
+        "    print(error, flush=True)\n"
+        "    client.close()\n"
+        "    with cryptcli.Client(sys.argv[1]) as own:\n"
+        "        print(own.verify('demo', sys.argv[2]).origin.name, flush=True)\n"
+        "if child:\n"
+        "    print(os.waitpid(child, 0)[1], client.verify('demo', sys.argv[2]).origin.name)\n"
+    )
+    ended = subprocess.run(
+        [sys.executable, "-B", "-c", program, environment.service, protected], capture_output=True, timeout=60
+    )
+    assert ended.stdout == b"The client was made in another process\nPROVEN\n0 PROVEN\n"
+    assert (ended.returncode, ended.stderr) == (0, b"")
+
+
+def test_a_client_cannot_be_pickled(client: cryptcli.Client) -> None:
+    with pytest.raises(TypeError, match="make one in each process"):
+        pickle.dumps(client)
 
 
 def test_a_process_ends_quietly_with_an_open_client(environment: Environment, protected: Path) -> None:

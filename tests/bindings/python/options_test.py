@@ -176,3 +176,9 @@ def test_the_log_leaves_secrets_out_unless_they_are_asked_for(make_client: MakeC
 
 def test_the_log_shows_errors_alone(make_client: MakeClient, protected: Path) -> None:
     assert logged(make_client, protected, log_level=cryptcli.LogLevel.ERROR) == ""
+
+
+@pytest.mark.parametrize("wrong", [0, 2, "DEBUG"])
+def test_a_log_level_has_to_be_one(wrong: Any) -> None:
+    with pytest.raises(TypeError, match="log_level has to be a LogLevel"):
+        cryptcli.Client("http://host/", log_level=wrong)
