@@ -4,9 +4,9 @@
     dask_protect.py --scheduler tcp://scheduler:8786 --service https://crypt.example.com/api --room room-1 \\
         --output /shared/protected /shared/plain/*
 
-Every worker needs the package cryptcli and sees the files under the same paths. A file that is already protected, and
-verifies, is skipped: after an interruption, run the same command again. Only failures that the library calls retryable
-are tried again. When a worker dies, Dask gives its files to others.
+Every worker needs the package cryptcli, runs as the same user and sees the files under the same paths. A file that is
+already protected, and verifies, is skipped: after an interruption, run the same command again. Only failures that the
+library calls retryable are tried again. When a worker dies, Dask gives its files to others.
 
 A protected file appears in the output folder whole and verified, or not at all: it is made in a folder beside it, on
 the same file system, which is removed at the end with whatever a killed worker left there. Verification writes plain

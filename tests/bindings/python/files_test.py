@@ -193,10 +193,11 @@ def test_what_is_neither_path_nor_file_object_is_refused(
 
 
 def test_temporary_files_lie_where_the_options_say(
-    make_client: MakeClient, temporary: Path, tmp_path: Path
+    make_client: MakeClient, monkeypatch: pytest.MonkeyPatch, tmp_path: Path
 ) -> None:
     own = tmp_path / "own"
     own.mkdir()
+    monkeypatch.setenv("TMPDIR", str(tmp_path / "missing"))
     seen: List[int] = []
 
     class Spy(io.BytesIO):
@@ -204,11 +205,13 @@ def test_temporary_files_lie_where_the_options_say(
             seen.extend(path.stat().st_mode & 0o777 for path in own.iterdir())
             return super().read(size)
 
-    temporary.chmod(0o500)
     client = make_client(temporary_directory=own)
     client.encrypt(ROOM, Spy(CONTENT), tmp_path / "secret")
+    assert client.verify(ROOM, tmp_path / "secret").size == len(CONTENT)
     assert seen and set(seen) == {0o700}
     assert list(own.iterdir()) == []
+    with pytest.raises(cryptcli.IOFailure):  # and nowhere else
+        make_client().verify(ROOM, tmp_path / "secret")
 
 
 def test_a_missing_temporary_directory_is_an_io_failure(make_client: MakeClient, tmp_path: Path) -> None:
