@@ -9,7 +9,7 @@ content that provably comes from the room's group, unless a weaker Policy is nam
         client.decrypt("room-1", "report.p7m", "report.pdf")
 """
 
-from ._arguments import Path
+from ._arguments import AnyPath
 from ._client import Client
 from ._errors import (
     Attempt,
@@ -40,6 +40,7 @@ from ._transport import Request, Response, Transport
 from ._version import __version__
 
 __all__ = [
+    "AnyPath",
     "Attempt",
     "Cancellation",
     "Cancelled",
@@ -57,7 +58,6 @@ __all__ = [
     "NotProtected",
     "Origin",
     "OriginNotProven",
-    "Path",
     "Policy",
     "Progress",
     "Readable",

@@ -8,7 +8,8 @@ from typing import Any, Optional, Union
 
 from ._errors import InvalidArgument
 
-Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
+#: A path, as the functions of the os module take it.
+AnyPath = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 
 _MOST_MILLISECONDS = 0xFFFFFFFF
 
@@ -25,7 +26,7 @@ def encode(value: str, what: str) -> bytes:
     return _without_nul(encoded, what)
 
 
-def encode_path(path: Path, what: str) -> bytes:
+def encode_path(path: AnyPath, what: str) -> bytes:
     """The path as the system takes it."""
     try:
         encoded = os.fsencode(path)
@@ -34,7 +35,7 @@ def encode_path(path: Path, what: str) -> bytes:
     return _without_nul(encoded, what)
 
 
-def encode_optional_path(path: Optional[Path], what: str) -> Optional[bytes]:
+def encode_optional_path(path: Optional[AnyPath], what: str) -> Optional[bytes]:
     """The same for a path that may be left out."""
     return None if path is None else encode_path(path, what)
 

@@ -8,7 +8,7 @@ from types import TracebackType
 from typing import Any, Dict, List, Mapping, NoReturn, Optional, Type
 
 from . import _log, _transport
-from ._arguments import Path, encode, encode_optional_path, encode_path, milliseconds, require_callable
+from ._arguments import AnyPath, encode, encode_optional_path, encode_path, milliseconds, require_callable
 from ._errors import InvalidArgument, raise_error
 from ._files import Source, Spool, Target
 from ._functions import as_file, inspect_in, invoke
@@ -41,15 +41,15 @@ class Client:
         self,
         service: str,
         *,
-        ca_file: Optional[Path] = None,
-        client_certificate: Optional[Path] = None,
-        client_key: Optional[Path] = None,
-        key_password_file: Optional[Path] = None,
+        ca_file: Optional[AnyPath] = None,
+        client_certificate: Optional[AnyPath] = None,
+        client_key: Optional[AnyPath] = None,
+        key_password_file: Optional[AnyPath] = None,
         proxy: Optional[str] = None,
         headers: Optional[Mapping[str, str]] = None,
         connect_timeout: Optional[float] = None,
         timeout: Optional[float] = None,
-        temporary_directory: Optional[Path] = None,
+        temporary_directory: Optional[AnyPath] = None,
         log: Optional[Log] = None,
         log_level: LogLevel = LogLevel.REQUEST,
         reveal_secrets: bool = False,
@@ -228,7 +228,7 @@ class Client:
     def rekey(
         self,
         room: str,
-        path: Path,
+        path: AnyPath,
         *,
         accept: Policy = Policy.PROVEN,
         progress: Optional[Progress] = None,

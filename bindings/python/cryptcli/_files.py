@@ -15,7 +15,7 @@ import tempfile
 from contextlib import contextmanager
 from typing import Iterator, Optional, Protocol, Union, cast
 
-from ._arguments import Path, encode_path
+from ._arguments import AnyPath, encode_path
 from ._errors import Cancelled, Error, IOFailure, NoSpace
 from ._operation import Cancellation
 
@@ -37,15 +37,15 @@ class Writable(Protocol):
 
 
 #: A path, or a binary file object that is read from where it stands to its end.
-Source = Union[Path, Readable]
+Source = Union[AnyPath, Readable]
 #: A path, or a binary file object that is written to from where it stands.
-Target = Union[Path, Writable]
+Target = Union[AnyPath, Writable]
 
 
 class Spool:
     """Makes paths of sources and targets for one operation, in `directory` or the default one."""
 
-    def __init__(self, directory: Optional[Path], cancel: Optional[Cancellation]) -> None:
+    def __init__(self, directory: Optional[AnyPath], cancel: Optional[Cancellation]) -> None:
         self._directory = None if directory is None else os.fsdecode(directory)
         self._cancel = cancel
 
@@ -53,7 +53,7 @@ class Spool:
     def source(self, source: Source) -> Iterator[bytes]:
         """The path of the source, or of a copy of what the object has."""
         if _is_path(source):
-            yield encode_path(cast(Path, source), "The source")
+            yield encode_path(cast(AnyPath, source), "The source")
             return
         if not callable(getattr(source, "read", None)):
             raise TypeError(f"The source has to be a path or a binary file object, not {type(source).__name__}")
@@ -65,7 +65,7 @@ class Spool:
     def target(self, target: Target) -> Iterator[bytes]:
         """The path of the target, or one whose content the object gets once the block has succeeded."""
         if _is_path(target):
-            yield encode_path(cast(Path, target), "The target")
+            yield encode_path(cast(AnyPath, target), "The target")
             return
         if not callable(getattr(target, "write", None)):
             raise TypeError(f"The target has to be a path or a binary file object, not {type(target).__name__}")

@@ -6,7 +6,7 @@ import ctypes
 import json
 from typing import Any, Dict, List, Optional, cast
 
-from ._arguments import Path
+from ._arguments import AnyPath
 from ._errors import make_error
 from ._files import Source, Spool
 from ._library import File, lib
@@ -35,7 +35,7 @@ def build_info() -> Dict[str, str]:
     return cast(Dict[str, str], json.loads(lib.build_info()))
 
 
-def inspect_in(source: Source, temporary_directory: Optional[Path]) -> Dict[str, Any]:
+def inspect_in(source: Source, temporary_directory: Optional[AnyPath]) -> Dict[str, Any]:
     """The same with the directory for the copy of a file object."""
     with Spool(temporary_directory, None).source(source) as path:
         return invoke(None, lib.inspect, as_file(path))

@@ -37,8 +37,9 @@ class Response:
 
 
 #: Carries out a request and blocks until that has ended; called on many threads at once. It must not follow
-#: redirects. An OSError, which the standard library's clients raise, means that there was no exchange: the library
-#: then tries the next server, if there is one. Any other exception ends the operation and comes out of it.
+#: redirects, and should keep to the timeouts: nothing cancels it while it blocks. An OSError, which the standard
+#: library's clients raise, means that there was no exchange: the library then tries the next server, if there is one.
+#: Any other exception ends the operation and comes out of it.
 Transport = Callable[[Request], Response]
 
 
