@@ -28,18 +28,21 @@ bool Deliver(const AuditLogOptions& options, const File& log, StagingFile& stagi
   return false;
 }
 
-KVMap Arguments(const AuditLogOptions& options) {
-  KVMap arguments = options.keyServers.ToArguments();
+ExitCode Fetch(Session& session, const AuditLogOptions& options, KVMap& result) {
+  KVMap arguments;
+  const ExitCode code = options.keyServers.GetArguments(session, options.session.connection.room, arguments);
+  if (code != ExitCode::Success) return code;
   arguments.Set("group", AnsiStr(options.group));
   arguments.Set("groupname", AnsiStr(options.groupName));
-  return arguments;
+  return session.Perform("GetAuditLog", arguments, result);
 }
 
 ExitCode Run(Session& session, const AuditLogOptions& options) {
   if (options.session.json && options.output.empty()) {
     return session.Fail(ExitCode::Usage, "--json needs --output: both would go to standard output");
   }
-  ExitCode code = session.Open();
+  ExitCode code = options.keyServers.Check(session, options.session.connection.room);
+  if (code == ExitCode::Success) code = session.Open();
   if (code != ExitCode::Success) return code;
   // Before any server is asked: fetching a log takes long, and a wrong target should fail at once.
   StagingFile staging;
@@ -49,8 +52,7 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
   }
   if (staging.IsStandardOutput()) session.GetReport().LeaveStandardOutput();
   KVMap result;
-  code =
-      session.Watched("Fetching", [&] { return session.Perform("GetAuditLog", Arguments(options), result); });
+  code = session.Watched("Fetching", [&] { return Fetch(session, options, result); });
   if (!HasResult(code)) return code;
   session.GetReport().Set("complete", code == ExitCode::Success);
   // Without a label: progress would be shown in the middle of the log.
@@ -73,11 +75,13 @@ CLI::App* AddAuditLog(CLI::App& app, AuditLogOptions& options) {
       app.add_subcommand("audit-log", "Fetch the audit log of a group from all key servers, as one CSV file");
   command->add_option("--group", options.group, "Group whose log to fetch")->type_name("GROUP")->required();
   command->add_option("--group-name", options.groupName, "Its name, for temporary files")->type_name("NAME");
-  command->add_option("--output", options.output, "File to write instead of standard output")
+  command->add_option("-o,--output", options.output, "File to write instead of standard output")
       ->type_name("FILE");
   command->add_flag("--force", options.force, "Replace that file if it exists");
   options.session.AddOptions(*command);
+  options.session.connection.AddRoomOption(*command)->required(false);
   options.keyServers.AddOptions(*command);
+  command->footer(DescribeExitCodes({ExitCode::Partial, ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }
 

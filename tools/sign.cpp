@@ -46,7 +46,8 @@ class Signing {
     if (!options_.source.empty() && FindDigest(options_.algorithm) == nullptr) {
       return Refuse("No digest is known for this algorithm: give a --hash instead of the FILE");
     }
-    const ExitCode code = session_.Open();
+    ExitCode code = options_.keyServers.Check(session_, options_.session.connection.room);
+    if (code == ExitCode::Success) code = session_.Open();
     if (code != ExitCode::Success) return code;
     AnsiStr errorText;
     if (!options_.output.empty() && !staging_.Open(options_.output, options_.force, errorText)) {
@@ -62,8 +63,12 @@ class Signing {
     AnsiStr hash;
     AnsiStr errorText;
     if (!GetHash(hash, errorText)) return session_.Fail(ExitCode::Failed, errorText);
+    KVMap arguments;
+    ExitCode code = options_.keyServers.GetArguments(session_, options_.session.connection.room, arguments);
+    if (code != ExitCode::Success) return code;
+    AddArguments(hash, arguments);
     KVMap result;
-    const ExitCode code = session_.Perform("SignByKey", Arguments(hash), result);
+    code = session_.Perform("SignByKey", arguments, result);
     if (code != ExitCode::Success) return code;
     const AnsiStr signature = result.Get("signature").AsString();
     session_.GetReport().Set("hash", hash);
@@ -83,15 +88,13 @@ class Signing {
     return false;
   }
 
-  KVMap Arguments(const AnsiStr& hash) const {
-    KVMap arguments = options_.keyServers.ToArguments();
+  void AddArguments(const AnsiStr& hash, KVMap& arguments) const {
     arguments.Set("transaction", AnsiStr(options_.transaction));
     arguments.Set("object", AnsiStr(options_.object));
     arguments.Set("id", AnsiStr(options_.keyId));
     arguments.Set("subid", AnsiStr(options_.keySubId));
     arguments.Set("algorithm", AnsiStr(options_.algorithm));
     arguments.Set("hash", hash);
-    return arguments;
   }
 
   bool Deliver(const AnsiStr& signature, AnsiStr& errorText) {
@@ -143,11 +146,13 @@ CLI::App* AddSign(CLI::App& app, SignOptions& options) {
   add("--key-sub-id", options.keySubId, "ID", "Its sub-identifier");
   add("--algorithm", options.algorithm, "NAME", "Signature algorithm")->capture_default_str();
   add("--transaction", options.transaction, "TEXT", "Sent with the request for an authorization token");
-  add("--output", options.output, "FILE", "File to write instead of standard output");
+  add("-o,--output", options.output, "FILE", "File to write instead of standard output");
   command->add_flag("--binary", options.binary, "Write the signature's bytes instead of base64");
   command->add_flag("--force", options.force, "Replace the output file if it exists");
   options.session.AddOptions(*command);
+  options.session.connection.AddRoomOption(*command)->required(false);
   options.keyServers.AddOptions(*command);
+  command->footer(DescribeExitCodes({ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }
 

@@ -77,6 +77,12 @@ TEST_F(AuditLogCommand, GoesToAFileAndSaysSo) {
   ExpectLog(scratch_.Read("log.csv"), {0, 1, 2});
 }
 
+TEST_F(AuditLogCommand, LearnsTheKeyServersFromTheRoom) {
+  const Finished finished = RunCommand(WithService("audit-log", {"--room", "demo", "--group", kGroup}));
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  ExpectLog(finished.output, {0, 1, 2});
+}
+
 TEST_F(AuditLogCommand, ReportsAsJSON) {
   const OruGuiBase::KVMap report = Map(RunToFile({"--json"}).output);
   EXPECT_EQ(Str(report.Get("operation").AsString()), "audit-log");

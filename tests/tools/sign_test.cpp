@@ -60,6 +60,36 @@ TEST_F(SignCommand, SignsAFile) {
   EXPECT_THAT(Names(), ElementsAre("plain.txt"));
 }
 
+TEST_F(SignCommand, LearnsTheKeyServersFromTheRoom) {
+  const Finished finished = RunCommand(
+      WithService("sign", {"--room", "demo", "--object", "demo", "--key-id", "command", Path("plain.txt")}));
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_TRUE(Verifies(Decoded(finished.output)));
+}
+
+TEST_F(SignCommand, AsksOnlyTheKeyServersThatAreNamed) {
+  const std::string nobody = "http://127.0.0.1:1";
+  const Finished finished =
+      RunCommand(WithService("sign", {"--room", "demo", "--key-server", nobody, "--object", "demo",
+                                      "--key-id", "command", Path("plain.txt")}));
+  EXPECT_EQ(finished.code, 6) << finished.errors;
+}
+
+TEST_F(SignCommand, ReportsARoomWhoseKeyServersAreNotKnown) {
+  const Finished finished = RunCommand(WithService(
+      "sign", {"--room", "nowhere", "--object", "demo", "--key-id", "command", Path("plain.txt")}));
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_THAT(finished.errors, HasSubstr("Unknown room"));
+}
+
+TEST_F(SignCommand, WithoutKeyServersOrARoomIsCode2) {
+  const Finished finished =
+      RunCommand(WithService("sign", {"--object", "demo", "--key-id", "command", Path("plain.txt")}));
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_THAT(finished.errors, HasSubstr("--room"));
+  EXPECT_THAT(stand_.GetEvents(), IsEmpty());
+}
+
 TEST_F(SignCommand, SignsFilesOfAnySize) {
   // Sizes around that of the chunks in which a file is read.
   for (const std::size_t size : {0U, 1U, 262144U, 262145U, 600000U}) {
