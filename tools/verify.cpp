@@ -9,6 +9,7 @@
 #include "foundation/array.h"
 #include "tools/origin.h"
 #include "tools/protect.h"
+#include "tools/staging_file.h"
 
 namespace CryptCli {
 
@@ -36,6 +37,8 @@ class Run {
  public:
   Run(const char* operation, const char* done, const VerifyOptions& options)
       : operation_(operation), done_(done), options_(options), session_(operation, options.session) {}
+
+  ExitCode Refuse(const char* reason) { return session_.Finish(session_.Fail(ExitCode::Usage, reason)); }
 
   ExitCode Finish(const char* label, const Operation& operation) {
     ExitCode code = session_.Open();
@@ -126,11 +129,14 @@ ExitCode RunVerify(const VerifyOptions& options) {
 }
 
 ExitCode RunRekey(const VerifyOptions& options) {
-  return Run("rekey", "Protected", options)
-      .Finish("Protecting",
-              [&](const cryptcli::Client& client, const std::string& file, const cryptcli::Call& call) {
-                return client.Rekey(options.session.connection.room, file, call);
-              });
+  Run run("rekey", "Protected", options);
+  for (const std::string& file : options.files) {
+    if (file == kStandardStream) return run.Refuse("Standard input cannot be replaced in place");
+  }
+  return run.Finish("Protecting",
+                    [&](const cryptcli::Client& client, const std::string& file, const cryptcli::Call& call) {
+                      return client.Rekey(options.session.connection.room, file, call);
+                    });
 }
 
 }  // namespace CryptCli

@@ -125,6 +125,12 @@ TEST_F(Rekey, LeavesAFileThatIsNotProtectedAsItIs) {
   EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
 }
 
+TEST_F(Rekey, RefusesStandardInput) {
+  const Finished finished = Run("rekey", {"-"});
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_EQ(finished.errors, "cryptcli: Standard input cannot be replaced in place\n");
+}
+
 TEST_F(Rekey, TakesSeveralFiles) {
   std::filesystem::copy(scratch_.Path("file.p7m"), scratch_.Path("second.p7m"));
   const Finished finished = Run("rekey", {Path("file.p7m"), Path("second.p7m")});
