@@ -26,7 +26,8 @@ std::vector<AnsiStr> Describe(const cryptcli::Report& found, bool all) {
   const bool isOther = found.signedRoom != found.serviceRoom || found.signedGroup != found.serviceGroup;
   if (isNamed) add(AnsiStr("signed for ") + RoomOf(found.signedRoom, found.signedGroup));
   if (all && !found.signedRoomUrl.empty()) add(AnsiStr("room URL: ") + AnsiStr(found.signedRoomUrl));
-  if (all || (isNamed && isOther)) {
+  const bool isAnswered = !found.serviceRoom.empty() || !found.serviceGroup.empty();
+  if (isAnswered && (all || (isNamed && isOther))) {
     add(AnsiStr("the crypt service named ") + RoomOf(found.serviceRoom, found.serviceGroup));
   }
   for (std::size_t i = 0; i < found.chain.size() && (all || i == 0); ++i) {
