@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Shows the main features in a local test environment: protects a file, opens it again, survives the loss of a key
-# server, and refuses a file that was tampered with.
+# server, and refuses files that were tampered with or forged.
 #   scripts/demo.sh [FILE]     without FILE it makes a sample of a few MiB
 set -euo pipefail
 source_file=${1:+$(realpath "$1")}
@@ -54,12 +54,54 @@ for round in $(seq 20); do
 done
 [ -n "$tried" ] || { echo "No round tried the dead server: failover was not shown." >&2; exit 1; }
 
-heading "One byte of the protected file is flipped"
-size=$(stat -c %s "$work/protected.p7m")
-middle=$((size / 2))
-byte=$(od -An -tu1 -j "$middle" -N 1 "$work/protected.p7m")
-printf "\\x$(printf %02x $((byte ^ 1)))" | dd of="$work/protected.p7m" bs=1 seek="$middle" conv=notrunc status=none
-rm -f "$work/opened"
-if open; then echo "The tampered file was opened: this must not happen." >&2; exit 1; fi
-if [ -e "$work/opened" ]; then echo "Something was delivered: this must not happen." >&2; exit 1; fi
-echo "Nothing was delivered."
+# Nothing may be delivered but what was protected, and that only with its proof.
+protected=$work/protected.p7m
+refused=0
+heading "One bit of the protected file is flipped, at ten places"
+size=$(stat -c %s "$protected")
+for place in $(seq 0 9); do
+  at=$((place * (size - 1) / 9))
+  byte=$(od -An -tu1 -j "$at" -N 1 "$protected")
+  cp "$protected" "$work/flipped.p7m"
+  printf "\\x$(printf %02x $((byte ^ 1 << place % 8)))" |
+    dd of="$work/flipped.p7m" bs=1 seek="$at" conv=notrunc status=none
+  rm -f "$work/opened"
+  code=0
+  "$cryptcli" decrypt --service "$service" --room demo "$work/flipped.p7m" "$work/opened" 2>"$work/reason" || code=$?
+  if [ "$code" -eq 0 ]; then
+    # Nothing authenticates the header of the envelope: a few bits there leave content and proof as they were.
+    compare >/dev/null || { echo "Other content was delivered: this must not happen." >&2; exit 1; }
+    echo "byte $at: no effect, the same content with its proof"
+  else
+    [ ! -e "$work/opened" ] || { echo "Something was delivered: this must not happen." >&2; exit 1; }
+    refused=$((refused + 1))
+    echo "byte $at: refused with exit code $code: $(head -n 1 "$work/reason" | cut -c 1-90)"
+  fi
+done
+[ "$refused" -ge 8 ] || { echo "Only $refused of ten were refused: this must not happen." >&2; exit 1; }
+
+expect_refusal() { # file
+  local code=0
+  rm -f "$work/opened"
+  "$cryptcli" decrypt --service "$service" --room demo "$1" "$work/opened" || code=$?
+  if [ "$code" -ne 3 ] || [ -e "$work/opened" ]; then
+    echo "Exit code $code instead of 3, or something was delivered: this must not happen." >&2
+    exit 1
+  fi
+  echo "Exit code 3: nothing was delivered."
+}
+
+heading "Anybody with the room's certificate encrypts something for the room"
+curl -sf "${service%/}/crypt/key/demo" | sed -nE 's/.*"certificate" *: *"([^"]*)".*/\1/p' | sed 's/\\n/\n/g; s/\\//g' \
+  >"$work/room.pem"
+echo "Pay 1000 to the attacker." >"$work/forged.txt"
+openssl cms -encrypt -binary -aes256 -outform DER -in "$work/forged.txt" -out "$work/forged.p7m" "$work/room.pem"
+expect_refusal "$work/forged.p7m"
+
+heading "The same, signed with a key of their own"
+openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/forger.key" -out "$work/forger.pem" -days 1 \
+  -subj "/CN=Forger" 2>/dev/null
+openssl cms -sign -nodetach -binary -md sha512 -outform DER -signer "$work/forger.pem" -inkey "$work/forger.key" \
+  -in "$work/forged.txt" -out "$work/signed.p7m"
+openssl cms -encrypt -binary -aes256 -outform DER -in "$work/signed.p7m" -out "$work/forged.p7m" "$work/room.pem"
+expect_refusal "$work/forged.p7m"
