@@ -17,7 +17,7 @@ declare -A allowed=(
   [transport]="transport client exchange roomkeys security foundation"
   [bindings]="bindings transport client exchange security foundation"
   [stand]="stand security foundation"
-  [tools]="tools transport client exchange roomkeys security foundation"
+  [tools]="tools security foundation"
   [examples]="transport client exchange roomkeys security foundation"
 )
 # The four folders of class CryptClient include each other in sources. In headers, only client/ may include all others.
