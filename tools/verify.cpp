@@ -42,25 +42,24 @@ class Run {
 
   ExitCode Finish(const char* label, const Operation& operation) {
     ExitCode code = session_.Open();
-    if (code == ExitCode::Success) {
-      code = session_.Watched(label, [&] { return DoAll(operation); });
-    }
+    if (code == ExitCode::Success) code = DoAll(label, operation);
     return session_.Finish(code);
   }
 
  private:
-  ExitCode DoAll(const Operation& operation) {
-    if (options_.files.size() == 1) return DoOne(operation, options_.files.front(), session_.GetReport());
-    ExitCode worst = ExitCode::Success;
+  ExitCode DoAll(const std::string& label, const Operation& operation) {
+    const std::size_t count = options_.files.size();
+    if (count == 1) return Watch(label, operation, options_.files.front(), session_.GetReport());
+    ExitCode result = ExitCode::Success;
     Array<Val> entries;
     std::size_t failures = 0;
-    for (const std::string& file : options_.files) {
-      if (session_.IsCancelled()) break;
+    for (std::size_t i = 0; i < count && result < ExitCode::Interrupted; ++i) {
       Report report(operation_, options_.session.json);
       if (options_.session.quiet) report.BeQuiet();
-      const ExitCode code = DoOne(operation, file, report);
+      const std::string place = " " + std::to_string(i + 1) + " of " + std::to_string(count);
+      const ExitCode code = Watch(label + place, operation, options_.files[i], report);
       if (code != ExitCode::Success) ++failures;
-      if (worst == ExitCode::Success) worst = code;
+      if (result == ExitCode::Success || code > ExitCode::Interrupted) result = code;
       if (options_.session.json) {
         entries.Append(Val(report.ToMap(code)));
       } else {
@@ -68,8 +67,15 @@ class Run {
       }
     }
     if (options_.session.json) session_.GetReport().Set("files", entries);
-    if (failures > 0) session_.GetReport().Fail(Count(failures));
-    return worst;
+    const bool isInterrupted = result > ExitCode::Interrupted;
+    if (failures > 0 && !isInterrupted) session_.GetReport().Fail(Count(failures));
+    return result;
+  }
+
+  // Each file on its own, so that the progress on a terminal is that of the file.
+  ExitCode Watch(const std::string& label, const Operation& operation, const std::string& file,
+                 Report& report) {
+    return session_.Watched(label.c_str(), [&] { return DoOne(operation, file, report); });
   }
 
   AnsiStr Count(std::size_t failures) const {

@@ -84,6 +84,17 @@ TEST_F(Verify, OneFileThatFailsDoesNotKeepTheOthersFromBeingTried) {
   EXPECT_THAT(finished.errors, HasSubstr("cryptcli: 2 of 3 files failed\n"));
 }
 
+TEST_F(Verify, ATerminalShowsTheProgressOfEachFile) {
+  CryptStand::Fault slow{CryptStand::FaultType::Slow, "key"};
+  slow.number = 400;
+  ASSERT_TRUE(stand_.SetFault(CryptStand::kCryptService, slow));
+  const Finished finished =
+      RunProcess({CRYPTCLI_COMMAND, Arguments("verify", {Path("file.p7m"), Path("file.p7m")}), "", true});
+  EXPECT_EQ(finished.code, 0);
+  EXPECT_THAT(finished.errors, HasSubstr("Verifying 1 of 2 0:00"));
+  EXPECT_THAT(finished.errors, HasSubstr("Verifying 2 of 2 0:00"));
+}
+
 TEST_F(Verify, SeveralFilesAreEntriesOfTheJSON) {
   const OruGuiBase::KVMap report = Report("verify", {Path("file.p7m"), Path("plain.txt")});
   const OruGuiBase::Array<OruGuiBase::Val> files = report.Get("files").AsArray();
