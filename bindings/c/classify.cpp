@@ -148,6 +148,8 @@ bool IsReasonOf(std::string_view message, const FailedExchange& exchange) {
 
 cryptcli_status ClassifyExchange(const FailedExchange& exchange) {
   if (!exchange.hasResponse) {
+    // A response that goes to a file, an audit log, can find the disk full. No network reports these reasons.
+    if (CodeOfSystemText(Reason(exchange.reason)) == CRYPTCLI_NO_SPACE) return CRYPTCLI_NO_SPACE;
     return exchange.reason.starts_with("Gave up waiting for ") ? CRYPTCLI_TIMEOUT : CRYPTCLI_UNREACHABLE;
   }
   switch (exchange.status) {

@@ -66,6 +66,17 @@ TEST(Classify, LooksAtTheExchangeBehindAMessage) {
             CRYPTCLI_DAMAGED);
 }
 
+TEST(Classify, DoesNotBlameAServerForAFullDisk) {
+  const FailedExchange full{
+      true, false, false, 0,
+      "Could not receive the response from host:1: could not write \"log\": No space left on "
+      "device"};
+  EXPECT_EQ(ClassifyExchange(full), CRYPTCLI_NO_SPACE);
+  EXPECT_EQ(Classify("Could not connect to key server: " + std::string(full.reason), full),
+            CRYPTCLI_NO_SPACE);
+  EXPECT_FALSE(IsRetryable(CRYPTCLI_NO_SPACE, full.reason, full));
+}
+
 TEST(Classify, KnowsTheErrorsOfKeyServers) {
   EXPECT_EQ(Classify("Could not sign file: 607 Key Not Found", {}), CRYPTCLI_SERVER_ERROR);
   EXPECT_EQ(Classify("609 Auth Failed", {}), CRYPTCLI_UNAUTHORISED);
