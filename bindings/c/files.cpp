@@ -32,8 +32,8 @@ constexpr unsigned kPassesOfDecrypt = 3;
 // How long a client tries to find the room's first key while others make it at the same time. Each of them
 // that loses begins again after a random pause, at most as long as its attempt took, then twice that, and so
 // on: so the attempts of any number of clients soon lie apart, on a slow machine as well.
-constexpr std::chrono::milliseconds kFirstKeyTime{60'000};
-constexpr std::chrono::milliseconds kLongestPause{10'000};
+constexpr std::chrono::milliseconds kFirstKeyTime{120'000};
+constexpr std::chrono::milliseconds kLongestPause{20'000};
 
 /// What an operation on files is asked to do, checked.
 struct Task {
@@ -115,7 +115,11 @@ cryptcli_status Open(const Task& task, const cryptcli_file& from, const Source& 
                      Operation& operation, cryptcli_report& report, cryptcli_error** error) {
   CryptClient client(&operation, ToAnsi(task.client.options.service), {}, ToAnsi(task.room));
   Verdict verdict;
-  if (!client.Decrypt(source.GetFile(), target.GetFile(), verdict.isSigned, verdict.isVerified)) {
+  operation.WatchSigners(true);
+  const bool isOpened =
+      client.Decrypt(source.GetFile(), target.GetFile(), verdict.isSigned, verdict.isVerified);
+  operation.WatchSigners(false);
+  if (!isOpened) {
     Failure failure = operation.MakeFailure(client.GetErrorMessage().View());
     // The class delivers nothing where the chain of a signer does not hold at all.
     report.hasOrigin = failure.code == CRYPTCLI_ORIGIN_NOT_PROVEN;

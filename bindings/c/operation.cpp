@@ -231,7 +231,8 @@ void Operation::ReadServiceResponse(std::string_view path, const AnsiStr& body) 
 }
 
 std::uint32_t Operation::GetTraceLevel() const noexcept {
-  return client_.options.logLevel >= CRYPTCLI_LOG_REQUEST ? kRequestTrace : kDetailTrace;
+  if (client_.options.logLevel >= CRYPTCLI_LOG_REQUEST) return kRequestTrace;
+  return watchesSigners_ ? kDetailTrace : kErrorTrace;
 }
 
 void Operation::OnTrace(std::uint32_t, std::uint32_t level, const char*, std::uint32_t,

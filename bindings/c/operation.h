@@ -46,6 +46,9 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   Operation& operator=(const Operation&) = delete;
   ~Operation();
 
+  /// Whether the traces about signers are taken, which only opening a file has. They have the level of whole
+  /// bodies, which the class formats for whoever listens: nobody should without need.
+  void WatchSigners(bool watch) { watchesSigners_ = watch; }
   /// From here on `passes` times `size` bytes are to be read, which is shown as `size` bytes of progress.
   void StartProgress(std::uint64_t size, unsigned passes);
   void FinishProgress();
@@ -108,6 +111,7 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   std::uint64_t read_ = 0;
   unsigned passes_ = 0;
   bool cancelled_ = false;
+  bool watchesSigners_ = false;
 };
 
 }  // namespace CryptCliC
