@@ -93,6 +93,6 @@ int main(int argc, char** argv) {
     std::cerr << verified.error().message << "\n";
     return 1;
   }
-  std::cout << file << ".p7m: signed by " << verified->chain.front() << "\n";
+  std::cout << file << ".p7m: signed by group " << verified->signedGroup << "\n";
   return 0;
 }
