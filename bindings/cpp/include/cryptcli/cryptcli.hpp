@@ -4,8 +4,8 @@
 /// @file
 /// cryptcli: end-to-end protection of stored files. The C++ interface, header-only above the C interface.
 ///
-/// A file of a *room* is signed with its group's integrity key and encrypted for the room's key. Private keys
-/// stay on the key servers; a *crypt service* says which room key and which key servers are to be used.
+/// A file of a *room* is signed with the integrity key of the room's group and encrypted for the room's key.
+/// The private keys stay on *key servers*. A *crypt service* names the room's key and its key servers.
 ///
 ///     #include <cryptcli/cryptcli.hpp>
 ///
@@ -17,14 +17,15 @@
 ///     if (!opened) return Fail(opened.error().message);  // not proven: nothing was delivered
 ///
 /// Conventions
-/// - Failures are values: a Result holds an Error with a stable code and a message for people. Nothing here
-///   throws but std::bad_alloc, as the strings and vectors of any program do; it builds with -fno-exceptions
-///   and -fno-rtti.
-/// - Safe defaults: content is delivered only when its origin is proven. A weaker policy has a name (Policy).
-/// - Strings are UTF-8, paths are the system's bytes. A string with a NUL byte is Status::InvalidArgument.
-/// - An exception of the caller's own callable never crosses the library: that of a progress callable cancels
-///   the operation (Status::Cancelled), that of a transport is a failed exchange (Status::Unreachable), both
-///   with what it says in the message; that of a log is dropped.
+/// - Failure. A Result contains an Error with a stable code and a message for people. The only exception is
+///   std::bad_alloc, as with any std::string. The headers compile with -fno-exceptions and -fno-rtti.
+/// - Safe defaults. Content is delivered only if its origin is proven. Policy names the weaker choices.
+/// - Strings are UTF-8, paths are the bytes that the system uses. A string with a NUL byte is refused with
+///   Status::InvalidArgument.
+/// - Callables run on the thread that called the library, and may use another client. No exception of theirs
+///   crosses the library. One of a progress callable cancels the operation (Status::Cancelled); one of a
+///   transport is an exchange without a response (Status::Unreachable); what it says is in the message. One
+///   of a log is dropped.
 
 #include <cryptcli/cryptcli.h>
 #include <cryptcli/detail/abi.hpp>
@@ -50,8 +51,8 @@ namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
   return cryptcli_version();
 }
 
-/// What the library was built and runs with, as a JSON object: "cryptcli" is its version, "transport" names
-/// the HTTP and TLS libraries and their versions.
+/// A JSON object with strings: "cryptcli" is the version of the library, "transport" names the HTTP and TLS
+/// libraries with the versions in use.
 [[nodiscard]] inline std::string BuildInfo() {
   return cryptcli_build_info();
 }
@@ -61,15 +62,15 @@ namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
   return cryptcli_operations();
 }
 
-/// The way to a crypt service and its key servers.
+/// Protects and opens files with a crypt service and its key servers.
 ///
-/// A client is immutable: any number of threads may use one at once, and its connections serve them all.
-/// It owns its options and callables; what these refer to has to live as long. It can be moved, while no
-/// other thread uses it. A client that was moved from fails with Status::InvalidArgument.
+/// A client does not change: any number of threads may use it at once, and share its connections. It owns its
+/// options and callables; what the callables refer to has to live as long as the client. It may be moved
+/// while no other thread uses it. After that, operations of the old object fail with Status::InvalidArgument.
 class Client {
  public:
-  /// Checks the options as a whole; asks no server. Fails with InvalidArgument, or with Io for a password
-  /// file that cannot be read.
+  /// Makes a client. Asks no server. Fails with InvalidArgument if an option is wrong, and with Io if the
+  /// password file cannot be read.
   [[nodiscard]] static Result<Client> Create(Options options) {
     auto state = detail::MakeState(std::move(options));
     if (!state) return Unexpected(std::move(state).error());
@@ -80,11 +81,11 @@ class Client {
   Client& operator=(Client&&) noexcept = default;
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
-  /// An operation that runs on another thread may not use the client any more.
+  /// Precondition: no operation of the client is in progress on another thread.
   ~Client() = default;
 
-  /// Protects `source` for the room. Makes the room's key when it has none; where several clients do so at
-  /// once, all find the one key.
+  /// Protects `source` for the room. Makes the room's key if it has none; of several clients that do so at
+  /// the same time, all use the one key.
   ///
   ///     client.Encrypt("room-1", "report.pdf", "report.p7m");
   [[nodiscard]] Result<Report> Encrypt(std::string_view room, const Source& source, const Target& target,
@@ -93,8 +94,8 @@ class Client {
                       [](auto... arguments) { return cryptcli_encrypt(arguments...); });
   }
 
-  /// Opens the protected file `source` and delivers its content if its origin is what `call.accept` accepts.
-  /// Otherwise `target` stays as it was and the error, OriginNotProven, has the report.
+  /// Opens the protected file `source` and delivers its content to `target`, if `call.accept` accepts its
+  /// origin. Otherwise `target` is unchanged and the error, OriginNotProven, contains the report.
   ///
   ///     std::string content;
   ///     auto opened = client.Decrypt("room-1", "report.p7m", cryptcli::Target::ToMemory(content));
@@ -104,10 +105,10 @@ class Client {
                       [](auto... arguments) { return cryptcli_decrypt(arguments...); });
   }
 
-  /// Does what Decrypt does, without delivering anything.
+  /// Does the same, but delivers nothing.
   ///
   ///     auto verified = client.Verify("room-1", "report.p7m");
-  ///     if (verified) std::cout << "signed by " << verified->chain.front() << "\n";
+  ///     if (verified) std::cout << "signed by group " << verified->signedGroup << "\n";
   [[nodiscard]] Result<Report> Verify(std::string_view room, const Source& source,
                                       const Call& call = {}) const {
     return RunOnFiles(Examines::Origin, room, source, nullptr, call,
@@ -115,8 +116,8 @@ class Client {
                          auto... outputs) { return cryptcli_verify(client, name, from, outputs...); });
   }
 
-  /// Opens the protected file at `path` and protects its content again with the room's present key, in place:
-  /// it is either the old or the new file at any moment. Content that `call.accept` does not accept stays.
+  /// Opens the protected file at `path`, if `call.accept` accepts its origin, and protects its content with
+  /// the room's present key, in place. At any moment the file is the old one or the new one.
   ///
   ///     client.Rekey("room-1", "report.p7m");
   [[nodiscard]] Result<Report> Rekey(std::string_view room, const std::filesystem::path& path,
@@ -126,8 +127,8 @@ class Client {
                          auto... outputs) { return cryptcli_rekey(client, name, from.path, outputs...); });
   }
 
-  /// What a protected file says about itself, as a JSON object. Needs no client, asks no server and verifies
-  /// nothing.
+  /// Describes a protected file, as a JSON object, without asking a server. Nothing is verified. The members
+  /// are those of cryptcli_inspect in <cryptcli/cryptcli.h>.
   ///
   ///     auto json = cryptcli::Client::Inspect("report.p7m");
   [[nodiscard]] static Result<std::string> Inspect(const Source& source) {
@@ -139,10 +140,11 @@ class Client {
                               }));
   }
 
-  /// Performs a named operation (see Operations). `arguments` is a JSON object; an unknown, missing or
-  /// mistyped member is InvalidArgument before anything is sent. Gives the result as a JSON object.
+  /// Performs a named operation (see Operations) and returns its result as a JSON object. `arguments` is a
+  /// JSON object; an unknown, missing or mistyped member is refused with InvalidArgument before anything is
+  /// sent.
   ///
-  ///     client.Perform("CryptGetAuditLog", R"({"keyserver":["https://ks1.example.com"],"group":"g-7"})");
+  ///     client.Perform("GetAuditLog", R"({"keyserver":["https://ks1.example.com"],"group":"g-7"})");
   [[nodiscard]] Result<std::string> Perform(std::string_view operation, std::string_view arguments,
                                             const Call& call = {}) const {
     if (detail::HasNul(operation) || detail::HasNul(arguments)) return Nul("operation or its arguments");
@@ -152,9 +154,9 @@ class Client {
         call, [](auto... outputs) { return cryptcli_perform(outputs...); }, name.c_str(), json.c_str());
   }
 
-  /// What the crypt service knows about a room and its key, as a JSON object: "room", "group", "keyType",
-  /// "certificate", "keyServers" and more, which cryptcli_room in <cryptcli/cryptcli.h> lists. Changes
-  /// nothing: no key is made.
+  /// Asks the crypt service what it knows about a room, and returns that as a JSON object: "room", "group",
+  /// "keyType", "certificate", "keyServers" and others, which cryptcli_room in <cryptcli/cryptcli.h> lists.
+  /// Changes nothing: no key is made.
   [[nodiscard]] Result<std::string> Room(std::string_view room, const Call& call = {}) const {
     if (detail::HasNul(room)) return Nul("room");
     const std::string name(room);
@@ -162,9 +164,9 @@ class Client {
         call, [](auto... outputs) { return cryptcli_room(outputs...); }, name.c_str());
   }
 
-  /// Asks the crypt service, and with a room each of its key servers, whether they work. Changes nothing.
-  /// Servers that do not work are findings of the JSON object, not failures: "ok" says whether all do,
-  /// "findings" what is wrong with each and what to do, as cryptcli_check in <cryptcli/cryptcli.h> lists.
+  /// Asks the crypt service, and with a room each of its key servers, whether they work. Changes nothing. A
+  /// server that does not work is a finding in the JSON object, not a failure: "ok" is true if all work, and
+  /// "findings" says what is wrong and what to do. cryptcli_check in <cryptcli/cryptcli.h> lists the members.
   ///
   ///     auto json = client.Check("room-1");
   [[nodiscard]] Result<std::string> Check(std::optional<std::string_view> room = std::nullopt,

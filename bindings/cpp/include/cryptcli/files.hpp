@@ -1,7 +1,7 @@
 #ifndef CRYPTCLI_FILES_HPP
 #define CRYPTCLI_FILES_HPP
 
-// Part of <cryptcli/cryptcli.hpp>: what operations read from and write to.
+// Part of <cryptcli/cryptcli.hpp>: sources and targets of operations.
 
 #include <concepts>
 #include <cryptcli/detail/abi.hpp>
@@ -19,13 +19,13 @@ namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
 namespace detail {
 struct FileAccess;
 
-/// A path or what becomes one: "name", std::string, std::filesystem::path.
+/// A path, or what converts to one: "name", std::string, std::filesystem::path.
 template <class P>
 concept PathLike = std::convertible_to<P, std::filesystem::path>;
 }  // namespace detail
 
-/// What an operation reads: a path, an open descriptor, or bytes in memory. A std::string is a path; bytes
-/// are named as such.
+/// What an operation reads: a path, an open descriptor, or bytes in memory. A std::string is a path; for
+/// bytes there is FromMemory.
 ///
 ///     client.Encrypt("room-1", "report.pdf", "report.p7m");
 ///     client.Encrypt("room-1", cryptcli::Source::FromMemory(upload.body), "upload.p7m");
@@ -36,10 +36,10 @@ class Source {
   requires(!std::same_as<std::remove_cvref_t<P>, Source>) Source(P&& path)
       : end_(std::filesystem::path(std::forward<P>(path))) {}
 
-  /// An open descriptor, read from where it stands to its end. It stays open and the caller's.
+  /// An open descriptor, read from its current position to its end. It is not closed.
   [[nodiscard]] static Source FromDescriptor(int descriptor) { return Source(End(descriptor)); }
 
-  /// Bytes that stay the caller's and have to stay as they are until the operation has ended.
+  /// Bytes of the caller, which have to stay unchanged until the operation has ended.
   [[nodiscard]] static Source FromMemory(std::span<const std::byte> bytes) { return Source(End(bytes)); }
   [[nodiscard]] static Source FromMemory(std::string_view bytes) {
     return FromMemory(std::as_bytes(std::span(bytes.data(), bytes.size())));
@@ -53,23 +53,23 @@ class Source {
   End end_;
 };
 
-/// What an operation writes: a path, an open descriptor, or a container in memory. None is touched unless the
-/// operation has succeeded up to the delivery itself.
+/// What an operation writes: a path, an open descriptor, or a container in memory. It is
+/// unchanged unless everything before the delivery has succeeded.
 ///
 ///     std::string content;
 ///     auto opened = client.Decrypt("room-1", "report.p7m", cryptcli::Target::ToMemory(content));
 class Target {
  public:
-  /// The file at `path`. It appears whole or not at all where it can be replaced; a file that is there keeps
-  /// its mode, owner and access list.
+  /// The file at `path`. It becomes the new content in one step, and keeps mode, owner and access list, where
+  /// the file system allows that.
   template <detail::PathLike P>
   requires(!std::same_as<std::remove_cvref_t<P>, Target>) Target(P&& path)
       : end_(std::filesystem::path(std::forward<P>(path))) {}
 
-  /// An open descriptor, written from where it stands. It stays open and the caller's.
+  /// An open descriptor, written at its current position. It is not closed.
   [[nodiscard]] static Target ToDescriptor(int descriptor) { return Target(End(descriptor)); }
 
-  /// A container that the content replaces. It has to live until the operation has ended.
+  /// A container whose contents are replaced. It has to live until the operation has ended.
   [[nodiscard]] static Target ToMemory(std::string& bytes) { return Target(End(&bytes)); }
   [[nodiscard]] static Target ToMemory(std::vector<std::byte>& bytes) { return Target(End(&bytes)); }
 

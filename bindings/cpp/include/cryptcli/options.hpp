@@ -1,7 +1,7 @@
 #ifndef CRYPTCLI_OPTIONS_HPP
 #define CRYPTCLI_OPTIONS_HPP
 
-// Part of <cryptcli/cryptcli.hpp>: what a client, and what one operation may be given.
+// Part of <cryptcli/cryptcli.hpp>: the settings of a client and of one operation.
 
 #include <chrono>
 #include <cryptcli/detail/abi.hpp>
@@ -23,63 +23,69 @@ struct Header {
   std::string value{};
 };
 
-/// One HTTP exchange that a Transport has to carry out. Valid during the call alone.
+/// A request that a Transport has to send. Valid during the call.
 struct HttpRequest {
   std::string_view method{};
   std::string_view url{};
   std::vector<Header> headers{};
   std::string_view body{};
-  /// What connecting and the whole exchange may take; more is a timeout.
+  /// The time limits for connecting and for the whole exchange.
   std::chrono::milliseconds connectTimeout{};
   std::chrono::milliseconds timeout{};
 };
 
-/// What the server responded.
+/// The response of a server.
 struct HttpResponse {
   std::uint32_t status = 0;  ///< 100 to 999.
   std::vector<Header> headers{};
   std::string body{};  ///< At most 64 MiB.
 };
 
-/// Carries out an exchange, blocking until it has ended. Any HTTP status is a response; a failure means that
-/// there was none, and its message becomes part of the operation's. It must not follow redirects. Many
-/// threads call it at once. An exception of it is a failure.
+/// Carries out one exchange: sends the request, waits for the response and returns it, whatever its HTTP
+/// status. A failure means that there was no response; its message becomes a part of the operation's. So does
+/// what an exception says. It must send the URL unchanged, must not follow redirects, returns the headers of
+/// the response ("Date", for one, is needed), and is called on several threads at once.
 ///
 ///     .transport = [&](const cryptcli::HttpRequest& request) -> cryptcli::Result<cryptcli::HttpResponse> {
 ///       auto reply = tunnel.Send(request.method, request.url, request.body);
 ///       if (!reply) return cryptcli::Failure(cryptcli::Status::Unreachable, "the tunnel is closed");
-///       return cryptcli::HttpResponse{.status = reply->status, .body = std::move(reply->body)};
+///       return cryptcli::HttpResponse{reply->status, reply->headers, reply->body};
 ///     }
 using Transport = std::function<Result<HttpResponse>(const HttpRequest& request)>;
 
-/// PEM files with which the client proves who it is to every server.
+/// The PEM files of the client certificate. They are read when the client is made.
 struct ClientCertificate {
   std::filesystem::path certificate{};
-  /// Empty when the certificate's file holds the key, too.
+  /// Empty if the first file holds the key as well.
   std::filesystem::path key{};
-  /// Its first line is the key's password. Empty for a key without one.
+  /// Its first line is the password of the key. Empty for a key without one.
   std::filesystem::path passwordFile{};
 };
 
-/// What a log gets: each level includes those before it.
+/// Which messages a log receives. Each level includes those before it.
 enum class LogLevel : std::int32_t {
-  Error = CRYPTCLI_LOG_ERROR,      ///< Reasons of failures, also of those that a later attempt makes good.
+  Error = CRYPTCLI_LOG_ERROR,  ///< The reason of each failure, also of one that a later attempt makes good.
   Request = CRYPTCLI_LOG_REQUEST,  ///< A line for each request.
-  Debug = CRYPTCLI_LOG_DEBUG       ///< What an operation finds, and bodies of requests and responses.
+  Debug = CRYPTCLI_LOG_DEBUG       ///< What a signature says, and the bodies of requests and responses.
 };
 
-/// Where messages go.
+/// A callable that receives messages.
+///
+///     .log = {
+///         .level = cryptcli::LogLevel::Request,
+///         .write = [&](cryptcli::LogLevel, std::string_view line) { syslog.Write(line); },
+///     }
 struct Log {
   LogLevel level = LogLevel::Error;
-  /// Called on the thread of the operation, by many threads at once. An exception of it is dropped: a log
-  /// that fails does not fail the work. Empty for no log.
+  /// Called on the thread of the operation, so on several at once. Its exceptions are dropped: a log that
+  /// fails does not fail an operation. Empty for no log.
   std::function<void(LogLevel level, std::string_view message)> write{};
-  /// Bodies carry keys, tokens and passwords and are left out unless this is set. With it the log is as
+  /// Bodies contain keys, tokens and passwords: they are left out unless this is true. Then the log is as
   /// secret as the keys themselves.
   bool revealSecrets = false;
 };
 
-/// What a client is made from. Only `service` has to be given.
+/// The settings of a client. Only `service` is needed.
 ///
 ///     auto client = cryptcli::Client::Create({
 ///         .service = "https://crypt.example.com/api",
@@ -88,33 +94,33 @@ struct Log {
 ///         .timeout = std::chrono::minutes(1),
 ///     });
 struct Options {
-  /// Base URL of the crypt service.
+  /// The base URL of the crypt service.
   std::string service{};
-  /// PEM file of the certification authorities to trust in place of the system's.
+  /// The PEM file of the certification authorities to trust instead of the system's.
   std::filesystem::path caFile{};
   ClientCertificate clientCertificate{};
-  /// URL of a proxy for every request. Proxy variables of the environment have no effect.
+  /// The URL of a proxy for every request. Proxy variables of the environment have no effect.
   std::string proxy{};
-  /// For every request to the crypt service and for no other server: the place for credentials.
+  /// Added to every request to the crypt service and to no other server: for credentials.
   std::vector<Header> headers{};
-  /// What connecting to a server may take; zero for the default of 30 s.
+  /// The time limit for connecting to a server; zero for the default, 30 seconds.
   std::chrono::milliseconds connectTimeout{};
-  /// What one exchange with a server may take in all; zero for the default of 300 s.
+  /// The time limit for one exchange with a server; zero for the default, 300 seconds.
   std::chrono::milliseconds timeout{};
-  /// The directory below which temporary files with plain content lie, each in a directory for the owner
-  /// alone. Empty for $TMPDIR or /tmp. Name a tmpfs where content must not reach a disk.
+  /// The directory for temporary files, some of which contain plain content. Only their owner can read them.
+  /// Empty for TMPDIR, or /tmp. Choose a tmpfs if content must not be written to a disk.
   std::filesystem::path temporaryDirectory{};
   Log log{};
-  /// Takes the place of the built-in transport, whose options (caFile, clientCertificate, proxy) then have
-  /// no effect. Empty for the built-in one.
+  /// Used instead of the built-in transport; caFile, clientCertificate and proxy then have no effect. Empty
+  /// for the built-in one.
   Transport transport{};
 };
 
-/// `done` of `total` bytes of the source; returns false to cancel. Called after each chunk, on the thread of
-/// the operation. An exception of it cancels.
+/// Called after each chunk, on the thread of the operation, with the progress in bytes of the source. Returns
+/// true to continue and false to cancel. An exception cancels as well.
 using Progress = std::function<bool(std::uint64_t done, std::uint64_t total)>;
 
-/// What one operation may be given.
+/// The settings of one operation.
 ///
 ///     std::stop_source stop;
 ///     client.Decrypt("room-1", "video.p7m", "video.mp4", {
@@ -122,11 +128,11 @@ using Progress = std::function<bool(std::uint64_t done, std::uint64_t total)>;
 ///         .stop = stop.get_token(),
 ///     });
 struct Call {
-  /// What Decrypt and Rekey deliver, and Verify approves.
+  /// The policy of Decrypt, Verify and Rekey.
   Policy accept = Policy::Proven;
   Progress progress{};
-  /// Cancels the operation, from any thread. It then ends with Status::Cancelled and leaves its target as it
-  /// was, unless that had been delivered.
+  /// A stop request, from any thread, cancels the operation. It ends with Status::Cancelled and leaves its
+  /// target unchanged, unless it was complete.
   std::stop_token stop{};
 };
 

@@ -23,8 +23,8 @@ namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
 /// The failure of a Result<T>, whatever T is: `return cryptcli::Unexpected(error);`.
 using Unexpected = std::unexpected<Error>;
 
-/// A value or an Error: std::expected where the standard library has it, and otherwise a class with the part
-/// of its interface that is declared below.
+/// A value or an Error: std::expected where the standard library has it with all of its operations, and
+/// otherwise a class of ours with the same names.
 template <class T>
 using Result = std::expected<T, Error>;
 
@@ -42,9 +42,9 @@ class Unexpected {
   Error error_;
 };
 
-/// A value or an Error, with the interface of std::expected<T, Error>, which takes its place where the
-/// standard library has it. Taking the value of a failure, or the error of a success, is a mistake of the
-/// program and aborts it here; std::expected throws from value() or does not check.
+/// A value or an Error. Where the standard library has std::expected<T, Error> with all of its operations,
+/// that is Result<T>. Precondition of value(), * and ->: has_value(); of error(): not has_value(). This class
+/// aborts otherwise; std::expected throws from value() and does not check the others.
 ///
 ///     cryptcli::Result<cryptcli::Report> verified = client.Verify("room-1", "report.p7m");
 ///     if (!verified) return Refuse(verified.error().message);
@@ -80,7 +80,7 @@ class [[nodiscard]] Result {
   [[nodiscard]] Error& error() & { return Get<1>(state_); }
   [[nodiscard]] Error&& error() && { return std::move(Get<1>(state_)); }
 
-  /// The value, or `other` in its place.
+  /// Returns the value; or `other`.
   template <class U>
   [[nodiscard]] T value_or(U&& other) const& {
     return has_value() ? value() : static_cast<T>(std::forward<U>(other));
@@ -90,7 +90,7 @@ class [[nodiscard]] Result {
     return has_value() ? std::move(*this).value() : static_cast<T>(std::forward<U>(other));
   }
 
-  /// `next(value)`, which returns a Result; or this failure.
+  /// Returns `next(value)`, which is a Result; or this failure.
   template <class F>
   auto and_then(F&& next) const& {
     return AndThen(*this, std::forward<F>(next));
@@ -99,7 +99,7 @@ class [[nodiscard]] Result {
   auto and_then(F&& next) && {
     return AndThen(std::move(*this), std::forward<F>(next));
   }
-  /// A Result of `next(value)`, which returns a plain value; or this failure.
+  /// Returns a Result of `next(value)`, which is a plain value; or this failure.
   template <class F>
   auto transform(F&& next) const& {
     return Transform(*this, std::forward<F>(next));
@@ -108,7 +108,7 @@ class [[nodiscard]] Result {
   auto transform(F&& next) && {
     return Transform(std::move(*this), std::forward<F>(next));
   }
-  /// This success; or `next(error)`, which returns a Result of the same type.
+  /// Returns this success; or `next(error)`, which is a Result of the same type.
   template <class F>
   Result or_else(F&& next) const& {
     return has_value() ? *this : std::invoke(std::forward<F>(next), error());

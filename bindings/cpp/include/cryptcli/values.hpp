@@ -1,7 +1,7 @@
 #ifndef CRYPTCLI_VALUES_HPP
 #define CRYPTCLI_VALUES_HPP
 
-// Part of <cryptcli/cryptcli.hpp>: what an operation reports, as plain values that own all they hold.
+// Part of <cryptcli/cryptcli.hpp>: what an operation reports, as plain values that own their contents.
 
 #include <cryptcli/cryptcli.h>
 #include <cryptcli/detail/abi.hpp>
@@ -13,56 +13,56 @@
 
 namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
 
-/// How an operation ended. The numbers are those of the C interface and never change. A newer library may
-/// know more of them: these arrive as Internal.
+/// How an operation ended. The numbers are those of the C interface and never change. A status that only a
+/// newer library knows becomes Internal.
 enum class Status : std::int32_t {
   Ok = CRYPTCLI_OK,                              ///< Never in an Error.
-  Internal = CRYPTCLI_INTERNAL,                  ///< Anything without a code of its own; no memory.
-  InvalidArgument = CRYPTCLI_INVALID_ARGUMENT,   ///< The call is wrong; nothing was tried.
-  Unreachable = CRYPTCLI_UNREACHABLE,            ///< A server could not be reached, or is not trusted.
+  Internal = CRYPTCLI_INTERNAL,                  ///< Allocation failure, or one without a code of its own.
+  InvalidArgument = CRYPTCLI_INVALID_ARGUMENT,   ///< An argument is wrong; nothing was done.
+  Unreachable = CRYPTCLI_UNREACHABLE,            ///< No connection, or a certificate that is not trusted.
   Timeout = CRYPTCLI_TIMEOUT,                    ///< A server did not respond in time.
-  Unauthorised = CRYPTCLI_UNAUTHORISED,          ///< A server refused the caller (401, 403).
-  UnknownRoom = CRYPTCLI_UNKNOWN_ROOM,           ///< No such room, or no key of it for this file.
-  KeyRefused = CRYPTCLI_KEY_REFUSED,             ///< The crypt service refuses the room's key for now.
-  NotProtected = CRYPTCLI_NOT_PROTECTED,         ///< The source is no protected file.
-  Damaged = CRYPTCLI_DAMAGED,                    ///< Content or signature is not what was protected.
-  OriginNotProven = CRYPTCLI_ORIGIN_NOT_PROVEN,  ///< Whole, but weaker than the policy accepts.
+  Unauthorised = CRYPTCLI_UNAUTHORISED,          ///< HTTP 401, 403 or 407, or no authorization token.
+  UnknownRoom = CRYPTCLI_UNKNOWN_ROOM,           ///< The crypt service does not know the room or its key.
+  KeyRefused = CRYPTCLI_KEY_REFUSED,             ///< The crypt service keeps the room's key back at present.
+  NotProtected = CRYPTCLI_NOT_PROTECTED,         ///< The source is not a protected file.
+  Damaged = CRYPTCLI_DAMAGED,                    ///< Content or signature were changed.
+  OriginNotProven = CRYPTCLI_ORIGIN_NOT_PROVEN,  ///< Intact, but the policy does not accept the origin.
   NoSpace = CRYPTCLI_NO_SPACE,                   ///< The file system is full, or a limit is reached.
   Io = CRYPTCLI_IO,                              ///< A file cannot be read or written.
-  Conflict = CRYPTCLI_CONFLICT,                  ///< Others made the room's first key again and again.
-  Cancelled = CRYPTCLI_CANCELLED,      ///< The caller's stop token or progress callable asked for it.
-  ServerError = CRYPTCLI_SERVER_ERROR  ///< A server's response is an error or is wrong.
+  Conflict = CRYPTCLI_CONFLICT,                  ///< Others kept making the room's first key.
+  Cancelled = CRYPTCLI_CANCELLED,                ///< By the stop token or the progress callable.
+  ServerError = CRYPTCLI_SERVER_ERROR            ///< A server reported an error, or something invalid.
 };
 
-/// What is known about where the content of a protected file comes from. A later one is stronger, so that
-/// `<` compares them.
+/// What is known about who signed the content of a protected file, from the weakest to the strongest: `<`
+/// compares them.
 enum class Origin : std::int32_t {
-  Unsigned = CRYPTCLI_ORIGIN_UNSIGNED,             ///< No signature.
+  Unsigned = CRYPTCLI_ORIGIN_UNSIGNED,             ///< There is no signature.
   Unproven = CRYPTCLI_ORIGIN_UNPROVEN,             ///< The signature holds; a check of the signer failed.
-  SignatureOnly = CRYPTCLI_ORIGIN_SIGNATURE_ONLY,  ///< The signature holds; anybody can have made it.
-  OtherRoom = CRYPTCLI_ORIGIN_OTHER_ROOM,          ///< Signer and chain hold, for another room or group.
-  Proven = CRYPTCLI_ORIGIN_PROVEN                  ///< Signer and chain hold, for this room and group.
+  SignatureOnly = CRYPTCLI_ORIGIN_SIGNATURE_ONLY,  ///< The signature holds; anybody may have made it.
+  OtherRoom = CRYPTCLI_ORIGIN_OTHER_ROOM,          ///< Signer and chain are valid, for another room or group.
+  Proven = CRYPTCLI_ORIGIN_PROVEN                  ///< Signer and chain are valid, for this room and group.
 };
 
 /// The weakest origin whose content is delivered. Each accepts what those before it accept.
 enum class Policy : std::int32_t {
-  Proven = CRYPTCLI_ACCEPT_PROVEN,                 ///< Origin::Proven alone: the default.
-  AnySigner = CRYPTCLI_ACCEPT_ANY_SIGNER,          ///< And Origin::OtherRoom.
-  SignatureOnly = CRYPTCLI_ACCEPT_SIGNATURE_ONLY,  ///< And Origin::SignatureOnly.
-  Anything = CRYPTCLI_ACCEPT_ANYTHING              ///< And content that is unproven or not signed.
+  Proven = CRYPTCLI_ACCEPT_PROVEN,                 ///< The default.
+  AnySigner = CRYPTCLI_ACCEPT_ANY_SIGNER,          ///< Also Origin::OtherRoom.
+  SignatureOnly = CRYPTCLI_ACCEPT_SIGNATURE_ONLY,  ///< Also Origin::SignatureOnly.
+  Anything = CRYPTCLI_ACCEPT_ANYTHING              ///< Also unproven and unsigned content.
 };
 
-/// "origin_not_proven"; "internal" for a number that is none of them.
+/// The name of a status, such as "origin_not_proven"; "internal" for an unknown one.
 [[nodiscard]] inline std::string_view ToString(Status status) {
   return cryptcli_status_name(static_cast<cryptcli_status>(status));
 }
 
-/// "signature_only"; "unproven" for a number that is none of them.
+/// The name of an origin, such as "signature_only"; "unproven" for an unknown one.
 [[nodiscard]] inline std::string_view ToString(Origin origin) {
   return cryptcli_origin_name(static_cast<cryptcli_origin>(origin));
 }
 
-/// "any_signer"; "proven", the strictest, for a number that is none of them.
+/// The name of a policy, such as "any_signer"; "proven", the strictest, for an unknown one.
 [[nodiscard]] inline std::string_view ToString(Policy policy) {
   switch (policy) {
     case Policy::AnySigner:
@@ -79,28 +79,29 @@ enum class Policy : std::int32_t {
 
 /// What an operation found out. Strings are UTF-8 and empty where nothing is known.
 struct Report {
-  /// Set by Decrypt, Verify and Rekey; Encrypt examines no origin. None compares as weaker than any.
+  /// Set by Decrypt, Verify and Rekey. Encrypt examines no origin: std::nullopt, which compares as weaker
+  /// than every origin.
   std::optional<Origin> origin{};
-  /// Why the origin is not proven; empty when it is.
+  /// Why the origin is not proven; empty if it is.
   std::string reason{};
-  /// What the signature names; empty when no signer was examined.
+  /// What the signature names; empty if no signer was checked. Of several signers, the first one's.
   std::string signedGroup{};
   std::string signedRoom{};
   std::string signedRoomUrl{};
-  /// What the crypt service named for this file.
+  /// The group and the room that the crypt service named for this file.
   std::string serviceGroup{};
   std::string serviceRoom{};
   /// Subjects of the signer's certificate chain, from the signer up.
   std::vector<std::string> chain{};
-  /// The crypt service handed out the room's private key in the clear.
+  /// The crypt service gave the room's private key to the client.
   bool isPlainKey = false;
-  /// Bytes of the content: read by Encrypt, delivered by Decrypt, checked by Verify.
+  /// Bytes of the content: read by Encrypt, delivered by Decrypt, checked by Verify, protected by Rekey.
   std::uint64_t bytes = 0;
-  /// All of this as a JSON object.
+  /// All of this as a JSON object; cryptcli_report_json in <cryptcli/cryptcli.h> lists its members.
   std::string json{};
 };
 
-/// One key server that was asked in vain.
+/// A key server that failed.
 struct Attempt {
   std::string server{};  ///< Scheme, host and port of its URL.
   Status code = Status::Internal;
@@ -109,22 +110,24 @@ struct Attempt {
 
 /// Why an operation failed.
 ///
-///     if (!opened && opened.error().retryable) RetryLater();
-///     if (!opened) Log("{}: {}", cryptcli::ToString(opened.error().code), opened.error().message);
+///     if (!opened) {
+///       std::cerr << cryptcli::ToString(opened.error().code) << ": " << opened.error().message << "\n";
+///       if (opened.error().retryable) TryAgainLater();
+///     }
 struct Error {
   Status code = Status::Internal;
   /// For people, in UTF-8.
   std::string message{};
-  /// The same call may succeed later without anything being changed.
+  /// The same call may succeed later although nobody changes anything.
   bool retryable = false;
-  /// HTTP status and URL (without its query) of the exchange that failed last; 0 and empty where none did.
+  /// HTTP status and URL, without its query, of the last exchange that failed; 0 and empty if none did.
   std::uint32_t httpStatus = 0;
   std::string url{};
-  /// The key servers that were asked in vain, in their order.
+  /// The key servers that failed, in the order in which they were asked.
   std::vector<Attempt> attempts{};
-  /// With Status::OriginNotProven: what is known about the content that was refused.
+  /// With Status::OriginNotProven: the report about the content that was refused.
   std::optional<Report> report{};
-  /// All of this but the report as a JSON object.
+  /// All of this, except for the report, as a JSON object.
   std::string json{};
 };
 

@@ -3,10 +3,10 @@
 
 // Part of <cryptcli/cryptcli.hpp>, for its other parts alone.
 //
-// Everything in these headers is inline. What Result is depends on the language mode, and what a callback
-// does with an exception depends on -fno-exceptions. Translation units that differ in one of these may be
-// linked into one program only because their definitions have different names: those of an inline namespace,
-// which a user never writes.
+// Everything in these headers is inline. The type Result depends on the language mode, and what a callback
+// does with an exception depends on -fno-exceptions. Two translation units that differ in this would define
+// the same names differently, and the linker would keep one definition for both. So the names differ: they
+// are in an inline namespace, which a user never writes.
 
 #include <version>
 

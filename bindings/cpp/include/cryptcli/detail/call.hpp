@@ -34,13 +34,13 @@ class RunningCall {
   RunningCall& operator=(const RunningCall&) = delete;
 
   cryptcli_call* Get() const { return call_.get(); }
-  /// Why the operation cannot start.
+  /// Why the operation cannot start, if so.
   std::optional<Error> GetFailure() const {
     if (call_ == nullptr) return NoMemory().error();
     if (status_ != CRYPTCLI_OK) return ToError(status_, error_.get());
     return std::nullopt;
   }
-  /// In place of the error of an operation that the progress callable cancelled by throwing.
+  /// The error if the progress callable cancelled the operation with an exception.
   std::optional<Error> GetThrown() const {
     if (!hasThrown_) return std::nullopt;
     return Failure(Status::Cancelled, Threw("progress callable", reason_)).error();
@@ -64,11 +64,11 @@ class RunningCall {
   Handle<cryptcli_error> error_;
   bool hasThrown_ = false;
   std::string reason_;
-  // Last: its end waits for a cancellation that is running on another thread.
+  // The last member: its destructor waits for a cancellation on another thread, which uses the others.
   std::optional<std::stop_callback<Cancel>> stop_;
 };
 
-/// Runs an operation, which gets a call and the places for a report and an error.
+/// Runs an operation, which receives a call and the places for a report and an error.
 template <class Work>
 Result<Handle<cryptcli_report>> Run(const Call& call, bool hasOrigin, Work work) {
   RunningCall running(call);

@@ -1,8 +1,8 @@
 #ifndef CRYPTCLI_DETAIL_CALLABLES_HPP
 #define CRYPTCLI_DETAIL_CALLABLES_HPP
 
-// Part of <cryptcli/cryptcli.hpp>, not for users: callables of the user, which the C library calls and whose
-// exceptions may not cross it.
+// Part of <cryptcli/cryptcli.hpp>, not for users: the C callbacks that call the callables of the user. No
+// exception may cross the C library.
 
 #include <chrono>
 #include <cryptcli/cryptcli.h>
@@ -19,7 +19,7 @@
 namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
 namespace detail {
 
-/// What an exception says, without bytes that may not be UTF-8.
+/// Replaces all but printable ASCII: nobody knows the encoding of what an exception says.
 inline std::string Printable(std::string text) {
   for (char& c : text) {
     if (c < ' ' || c > '~') c = '?';
@@ -27,7 +27,7 @@ inline std::string Printable(std::string text) {
   return text;
 }
 
-/// Runs `work`, which calls a callable of the user. False if that threw; `reason` then has what it said.
+/// Runs `work`, which calls a callable of the user. False if that threw; `reason` is then what it said.
 template <class Work>
 bool Guard(const Work& work, std::string& reason) noexcept {
 #if defined(__cpp_exceptions)
@@ -57,7 +57,7 @@ inline std::string Threw(std::string_view callable, std::string_view reason) {
   return message;
 }
 
-/// What the C client refers to, and the client itself: destroyed first.
+/// A C client and the callables that it refers to. The client is the last member, so it is destroyed first.
 struct State {
   Log log;
   Transport transport;
@@ -67,7 +67,7 @@ struct State {
 inline void WriteLog(void* context, cryptcli_log_level level, const char* message) noexcept {
   const auto& log = static_cast<const State*>(context)->log;
   std::string reason;
-  // There is nobody to report to that a log fails.
+  // There is nobody to whom the failure of a log could be reported.
   (void)Guard([&] { log.write(static_cast<LogLevel>(level), message); }, reason);
 }
 
@@ -88,7 +88,7 @@ inline HttpRequest ToRequest(const cryptcli_request* from) {
   return request;
 }
 
-/// False for a response that cannot be one: a status out of range, a header with a NUL byte, too long a body.
+/// False if the response is not valid: a status out of range, a header with a NUL byte, a body too long.
 inline bool Fill(cryptcli_response* response, const HttpResponse& from) {
   if (cryptcli_response_set_status(response, from.status) != 0) return false;
   for (const Header& header : from.headers) {

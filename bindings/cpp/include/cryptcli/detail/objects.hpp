@@ -60,7 +60,7 @@ inline Report ToReport(const cryptcli_report* from, bool hasOrigin) {
   return report;
 }
 
-/// The status counts, not the error's: an error that could not be made is null.
+/// `from` is null if there was no memory for an error; so the code comes from `status`.
 inline Error ToError(cryptcli_status status, const cryptcli_error* from) {
   Error error;
   error.code = ToStatus(status);

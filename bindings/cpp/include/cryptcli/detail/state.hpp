@@ -1,7 +1,7 @@
 #ifndef CRYPTCLI_DETAIL_STATE_HPP
 #define CRYPTCLI_DETAIL_STATE_HPP
 
-// Part of <cryptcli/cryptcli.hpp>, not for users: what a client is made of, and how options become one.
+// Part of <cryptcli/cryptcli.hpp>, not for users: making a client from options.
 
 #include <chrono>
 #include <cryptcli/cryptcli.h>
@@ -23,7 +23,7 @@
 namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
 namespace detail {
 
-/// Copies options into their C object and keeps the first failure. What is empty keeps its default.
+/// Copies options into their C object and keeps the first failure. An empty option keeps its default.
 class OptionsWriter {
  public:
   explicit OptionsWriter(cryptcli_options* options) : options_(options) {}
@@ -86,7 +86,7 @@ class OptionsWriter {
   std::optional<Error> failure_;
 };
 
-/// All but what refers to a State. The failure, if there is one.
+/// Copies all options except for the callables. Returns the failure, if there is one.
 inline std::optional<Error> Write(const Options& from, cryptcli_options* options) {
   OptionsWriter writer(options);
   writer.Set(cryptcli_options_set_service, "service's URL", from.service);
@@ -101,7 +101,7 @@ inline std::optional<Error> Write(const Options& from, cryptcli_options* options
   return writer.GetFailure();
 }
 
-/// A client with its callables.
+/// Makes a client with its callables.
 inline Result<std::shared_ptr<const State>> MakeState(Options&& from) {
   const Handle<cryptcli_options> options(cryptcli_options_new());
   if (options == nullptr) return NoMemory();
