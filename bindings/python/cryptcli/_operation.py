@@ -196,8 +196,11 @@ def run_interruptibly(operation: Operation, work: Callable[[], Result]) -> Resul
     context = contextvars.copy_context()
     try:
         threading.Thread(target=context.run, args=(run,), name="cryptcli", daemon=True).start()
-    except RuntimeError:  # the interpreter is ending and starts no threads any more
+    except RuntimeError:  # no further thread can be started: the interpreter is ending, or a limit is reached
         return work()
+    except BaseException as exception:  # the thread may run already: it ends on its own
+        operation.stop(exception)
+        raise
     interruption: Optional[BaseException] = None
     while not future.done():
         try:
