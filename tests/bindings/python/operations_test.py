@@ -211,7 +211,7 @@ def test_closing_waits_for_operations(
     environment: Environment, make_client: MakeClient, protected: Path
 ) -> None:
     client = make_client()
-    environment.fault("key servers", "slow", number=700, uses=1)
+    environment.fault("key servers", "slow", number=2_000, uses=1)
     started = threading.Event()
     ended: List[float] = []
 
