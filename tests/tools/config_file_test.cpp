@@ -102,7 +102,7 @@ TEST_F(ReadConfigFileTest, ReportsNoProblemWhenThereIsNoFile) {
 }
 
 TEST_F(ReadConfigFileTest, RefusesAFileThatOthersCanWrite) {
-  for (const mode_t mode : {mode_t{0664}, mode_t{0646}}) {
+  for (const mode_t mode : {0664U, 0646U}) {
     const ConfigFile file = ReadConfigFile(Make(mode));
     EXPECT_THAT(file.problems, ElementsAre(HasSubstr("others can write to it")));
     EXPECT_THAT(file.entries, IsEmpty());
