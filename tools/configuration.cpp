@@ -89,7 +89,7 @@ ConfigurationSources ConfigurationSources::Make() {
   const std::string folder = ReadVariable(sources, "XDG_CONFIG_HOME");
   const std::string home = HomeFolder();
   if (!folder.empty() && folder.front() == '/') {
-    sources.userFile = folder + "/cryptcli/config";
+    sources.userFile = (std::filesystem::path(folder) / "cryptcli/config").string();
   } else if (!home.empty()) {
     sources.userFile = home + "/.config/cryptcli/config";
   }
