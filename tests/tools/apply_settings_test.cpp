@@ -12,6 +12,7 @@ namespace CryptCli {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 /// A command with some of the options, a configuration file and an environment.
 class SettingsFillerTest : public ::testing::Test {
@@ -109,6 +110,42 @@ TEST_F(SettingsFillerTest, LeavesACommandWithoutServiceAlone) {
   sources.environment = [](const char*) -> const char* { return nullptr; };
   std::string reason;
   EXPECT_TRUE(filler_.Fill(inspect, sources, reason));
+}
+
+TEST_F(SettingsFillerTest, UsesAKeyWithTheCertificateOfItsPlace) {
+  EXPECT_EQ(Apply({}, "client-cert = /c\nclient-key = /k\n"), "");
+  EXPECT_EQ(certificate_ + key_, "/c/k");
+}
+
+TEST_F(SettingsFillerTest, DoesNotUseAKeyWithTheCertificateOfAStrongerPlace) {
+  EXPECT_EQ(Apply({"--client-cert", "/o"}, "client-cert = /c\nclient-key = /k\n"), "");
+  EXPECT_EQ(certificate_ + key_, "/o");
+}
+
+TEST_F(SettingsFillerTest, UsesAKeyOfAStrongerPlaceWithTheCertificate) {
+  EXPECT_EQ(Apply({"--client-key", "/o"}, "client-cert = /c\nclient-key = /k\n"), "");
+  EXPECT_EQ(certificate_ + key_, "/c/o");
+}
+
+TEST_F(SettingsFillerTest, SendsTheHeadersOfAFileToItsServiceAlone) {
+  EXPECT_EQ(Apply({"--service", "https://other"}, "service = https://a\nheader-file = /h\n"), "");
+  EXPECT_THAT(headers_, IsEmpty());
+}
+
+TEST_F(SettingsFillerTest, SendsTheHeadersOfAFileToItsServiceWhoeverNamesIt) {
+  EXPECT_EQ(Apply({"--service", "https://a/"}, "service = https://a\nheader-file = /h\n"), "");
+  EXPECT_EQ(headers_, "/h");
+}
+
+TEST_F(SettingsFillerTest, SendsTheHeadersOfAFileWithoutServiceToAnyService) {
+  EXPECT_EQ(Apply({"--service", "https://other"}, "header-file = /h\n"), "");
+  EXPECT_EQ(headers_, "/h");
+}
+
+TEST_F(SettingsFillerTest, SendsTheHeadersOfTheEnvironmentToAnyService) {
+  environment_["CRYPTCLI_HEADER_FILE"] = "/e";
+  EXPECT_EQ(Apply({"--service", "https://other"}, "service = https://a\n"), "");
+  EXPECT_EQ(headers_, "/e");
 }
 
 }  // namespace
