@@ -61,15 +61,17 @@ void Connection::AddOptions(CLI::App& command) {
         ->check(CLI::Validator(CLI::ExistingFile).description(""))
         ->group(kServices);
   };
+  command.add_option("--profile", profile, "Profile of the configuration files to use")
+      ->type_name("NAME")
+      ->group(kServices);
   command.add_option("--service", service, "Base URL of the crypt service")
       ->type_name("URL")
       ->required()
       ->group(kServices);
   file("--ca-file", caFile, "PEM file of the certification authorities to trust instead of the system's");
-  auto* certificate = file("--client-cert", clientCert, "PEM file of a client certificate");
-  file("--client-key", clientKey, "PEM file of its key, if it is not in the same file")->needs(certificate);
-  file("--client-key-password-file", clientKeyPasswordFile, "File whose first line is that key's password")
-      ->needs(certificate);
+  file("--client-cert", clientCert, "PEM file of a client certificate");
+  file("--client-key", clientKey, "PEM file of its key, if it is not in the same file");
+  file("--client-key-password-file", clientKeyPasswordFile, "File whose first line is that key's password");
   command.add_option("--proxy", proxy, "URL of a proxy")->type_name("URL")->group(kServices);
   command
       .add_option("--header", headers, "Header for requests to the crypt service, 'Name: value'; repeatable")
@@ -97,6 +99,11 @@ CLI::Option* Connection::AddRoomOption(CLI::App& command) {
 }
 
 bool Connection::GetOptions(cryptcli::Options& options, AnsiStr& errorText) const {
+  // Each may come from the command line or from the configuration, so the parser cannot check it.
+  if (clientCert.empty() && !(clientKey.empty() && clientKeyPasswordFile.empty())) {
+    errorText = "--client-key and --client-key-password-file need --client-cert";
+    return false;
+  }
   options.service = service;
   options.caFile = caFile;
   options.clientCertificate = {clientCert, clientKey, clientKeyPasswordFile};

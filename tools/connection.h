@@ -16,6 +16,7 @@ inline constexpr const char* kServices = "Services";
 
 /// How the command reaches the services, as the command line says.
 struct Connection {
+  std::string profile;  ///< for the configuration, which has filled in what follows
   std::string service;
   std::string room;
   std::string caFile;

@@ -8,8 +8,10 @@
 #include <functional>
 #include <string>
 
+#include "tools/apply_settings.h"
 #include "tools/audit_log.h"
 #include "tools/call.h"
+#include "tools/config_command.h"
 #include "tools/exit_code.h"
 #include "tools/inspect.h"
 #include "tools/operations.h"
@@ -45,10 +47,11 @@ struct Options {
   CryptCli::CallOptions call;
   CryptCli::OperationsOptions operations;
   CryptCli::InspectOptions inspect;
+  CryptCli::ConfigOptions config;
 };
 
 struct Command {
-  const CLI::App* app;
+  CLI::App* app;
   std::function<ExitCode()> run;
 };
 
@@ -59,10 +62,9 @@ int Fail(const char* text) {
 
 // With --json a mistake in the command line is an object, too, so that a program never has to read anything
 // else.
-int FailUsage(const CLI::App& app, const CLI::ParseError& error, bool asJSON) {
-  const std::string command = CryptCli::GetCommandName(app);
+int FailUsage(const std::string& command, const std::string& mistake, bool asJSON) {
   CryptCli::Report report(command.c_str(), asJSON);
-  report.Fail(OruGuiBase::AnsiStr(CryptCli::DescribeMistake(app, error)));
+  report.Fail(OruGuiBase::AnsiStr(mistake));
   report.Explain(OruGuiBase::AnsiStr("Run cryptcli " + command + (command.empty() ? "" : " ") +
                                      "--help for more information."));
   return static_cast<int>(report.Finish(ExitCode::Usage));
@@ -75,6 +77,7 @@ int Run(int argc, char** argv) {
                        "Show the versions of the command and its libraries");
   app.require_subcommand(1);
   Options options;
+  const CryptCli::ConfigurationSources sources = CryptCli::ConfigurationSources::Make();
   const Command commands[] = {
       {CryptCli::AddEncrypt(app, options.encrypt), [&] { return CryptCli::RunEncrypt(options.encrypt); }},
       {CryptCli::AddDecrypt(app, options.decrypt), [&] { return CryptCli::RunDecrypt(options.decrypt); }},
@@ -86,21 +89,31 @@ int Run(int argc, char** argv) {
       {CryptCli::AddOperations(app, options.operations),
        [&] { return CryptCli::RunOperations(options.operations); }},
       {CryptCli::AddInspect(app, options.inspect), [&] { return CryptCli::RunInspect(options.inspect); }},
+      {CryptCli::AddConfig(app, options.config),
+       [&] { return CryptCli::RunConfig(options.config, sources); }},
   };
   // After the commands, which would inherit it.
   app.footer(kNotes +
              CryptCli::DescribeExitCodes({ExitCode::OriginNotProven, ExitCode::KeyRefused, ExitCode::Partial,
                                           ExitCode::TryLater, ExitCode::BadSource, ExitCode::Unauthorised}));
+  CryptCli::SettingsFiller settings;
+  for (const Command& command : commands) settings.Adopt(*command.app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     // --help and --version arrive here too, with code 0. The parser's other codes are not part of our
     // interface.
     if (error.get_exit_code() == 0) return app.exit(error);
-    return FailUsage(app, error, CryptCli::AsksForJSON(argc, argv));
+    return FailUsage(CryptCli::GetCommandName(app), CryptCli::DescribeMistake(app, error),
+                     CryptCli::AsksForJSON(argc, argv));
   }
   for (const Command& command : commands) {
-    if (command.app->parsed()) return static_cast<int>(command.run());
+    if (!command.app->parsed()) continue;
+    std::string reason;
+    // "config" shows a configuration that is wrong, too.
+    const bool isReady = command.app->get_name() == "config" || settings.Fill(*command.app, sources, reason);
+    if (isReady) return static_cast<int>(command.run());
+    return FailUsage(command.app->get_name(), reason, CryptCli::AsksForJSON(argc, argv));
   }
   return static_cast<int>(ExitCode::Usage);
 }

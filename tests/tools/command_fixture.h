@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -11,6 +12,15 @@
 #include "tests/tools/process.h"
 
 namespace TestSupport {
+
+/// Keeps the configuration of whoever runs the tests out of the commands that they start.
+inline const bool kIsIsolated = [] {
+  for (const char* name :
+       {"SERVICE", "ROOM", "CA_FILE", "CLIENT_CERT", "CLIENT_KEY", "HEADER_FILE", "PROXY", "PROFILE"}) {
+    ::unsetenv((std::string("CRYPTCLI_") + name).c_str());
+  }
+  return ::setenv("XDG_CONFIG_HOME", "/dev/null", 1) == 0;
+}();
 
 /// Runs the command as a process.
 inline Finished RunCommand(const std::vector<std::string>& arguments) {
