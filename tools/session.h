@@ -60,6 +60,8 @@ class Session {
   const cryptcli::Client& GetClient() const { return *client_; }
   /// What each operation of the client gets: progress goes to the terminal, and signals cancel it.
   cryptcli::Call MakeCall();
+  /// What the terminal shows, for operations whose calls do not write it.
+  Progress& GetProgress() { return watch_.GetProgress(); }
   Report& GetReport() { return report_; }
   /// The system's temporary directory, before this program replaced it by its own.
   const OruGuiBase::Directory& GetTemporary() const { return temporary_; }
