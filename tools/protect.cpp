@@ -20,9 +20,10 @@ namespace {
 
 void AddCommonOptions(CLI::App& command, ProtectOptions& options) {
   command.add_option("FILE", options.files, "SOURCE and TARGET; - for standard input and output")
-      ->type_name("SOURCE [TARGET]")
-      ->required();
+      ->type_name("SOURCE [TARGET]");
   options.target.AddOptions(command);
+  options.bulk.AddOptions(command);
+  options.bulk.AddTargetOptions(command);
   options.session.AddOptions(command);
   options.session.connection.AddRoomOption(command);
 }
@@ -87,6 +88,41 @@ class Run {
   std::string target_;
   cryptcli::Report found_;
 };
+
+BulkWork MakeWork(const char* operation, const ProtectOptions& options) {
+  BulkWork work;
+  work.operation = operation;
+  work.force = options.target.force;
+  work.mode = options.target.GetMode();
+  return work;
+}
+
+ExitCode EncryptMany(const ProtectOptions& options) {
+  BulkWork work = MakeWork("encrypt", options);
+  work.label = "Encrypting";
+  work.done = "Encrypted";
+  work.targetNames = NameRule::AddSuffix;
+  work.perform = [&options](const cryptcli::Client& client, const std::string& source,
+                            const std::string& target, const cryptcli::Call& call) {
+    return client.Encrypt(options.session.connection.room, source, target, call);
+  };
+  return RunBulk(work, options.files, options.bulk, options.session);
+}
+
+ExitCode DecryptMany(const ProtectOptions& options) {
+  BulkWork work = MakeWork("decrypt", options);
+  work.label = "Decrypting";
+  work.done = "Decrypted";
+  work.targetNames = NameRule::RemoveSuffix;
+  work.onlyProtected = true;
+  work.perform = [&options](const cryptcli::Client& client, const std::string& source,
+                            const std::string& target, const cryptcli::Call& common) {
+    cryptcli::Call call = common;
+    call.accept = GetPolicy(options.accept);
+    return client.Decrypt(options.session.connection.room, source, target, call);
+  };
+  return RunBulk(work, options.files, options.bulk, options.session);
+}
 
 }  // namespace
 
@@ -154,6 +190,7 @@ CLI::App* AddDecrypt(CLI::App& app, ProtectOptions& options) {
 }
 
 ExitCode RunEncrypt(const ProtectOptions& options) {
+  if (options.bulk.IsGiven()) return EncryptMany(options);
   Run run("encrypt", options);
   const ExitCode code = run.Do(
       "Encrypting",
@@ -169,6 +206,7 @@ ExitCode RunEncrypt(const ProtectOptions& options) {
 }
 
 ExitCode RunDecrypt(const ProtectOptions& options) {
+  if (options.bulk.IsGiven()) return DecryptMany(options);
   Run run("decrypt", options);
   const ExitCode code = run.Do(
       "Decrypting",

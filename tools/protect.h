@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/bulk.h"
 #include "tools/exit_code.h"
 #include "tools/session.h"
 
@@ -27,6 +28,7 @@ struct ProtectOptions {
   TargetOptions target;
   std::vector<std::string> files;  ///< SOURCE and, unless --output names it, TARGET
   std::string accept = "proven";   ///< "decrypt" alone
+  BulkOptions bulk;
 };
 
 /// Adds "--accept", the weakest origin that a command takes.

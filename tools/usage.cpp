@@ -74,7 +74,8 @@ std::string DescribeMistake(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 bool AsksForJSON(int argc, const char* const* argv) {
-  return std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--json"; });
+  return std::any_of(argv, argv + argc,
+                     [](std::string_view word) { return word == "--json" || word == "--json-lines"; });
 }
 
 std::string GetCommandName(const CLI::App& app) {
