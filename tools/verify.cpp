@@ -1,12 +1,12 @@
 // "cryptcli verify" and "cryptcli rekey": what opens protected files without delivering their content. Both
-// take any number of files. With one file the report is about that file; with several, it has an entry for
-// each.
+// take any number of files. With one file the report is about that file; with several, bulk.cpp has an entry
+// for each.
 #include "tools/verify.h"
 
 #include <CLI/Option.hpp>
+#include <algorithm>
 #include <functional>
 
-#include "foundation/array.h"
 #include "tools/origin.h"
 #include "tools/protect.h"
 #include "tools/staging_file.h"
@@ -14,9 +14,6 @@
 namespace CryptCli {
 
 using OruGuiBase::AnsiStr;
-using OruGuiBase::Array;
-using OruGuiBase::KVMap;
-using OruGuiBase::Val;
 
 namespace {
 
@@ -24,91 +21,62 @@ using Operation = std::function<cryptcli::Result<cryptcli::Report>(
     const cryptcli::Client& client, const std::string& file, const cryptcli::Call& call)>;
 
 void AddCommonOptions(CLI::App& command, VerifyOptions& options, const char* files) {
-  command.add_option("FILE", options.files, files)->required();
+  command.add_option("FILE", options.files, files);
   AddAcceptOption(command, options.accept);
+  options.bulk.AddOptions(command);
   options.session.AddOptions(command);
   options.session.connection.AddRoomOption(command);
   command.footer(DescribeExitCodes({ExitCode::OriginNotProven, ExitCode::KeyRefused, ExitCode::TryLater,
                                     ExitCode::BadSource, ExitCode::Unauthorised}));
 }
 
-/// One run of either command. Lives on the stack of RunVerify or RunRekey; `options` must outlive it.
-class Run {
- public:
-  Run(const char* operation, const char* done, const VerifyOptions& options)
-      : operation_(operation), done_(done), options_(options), session_(operation, options.session) {}
-
-  ExitCode Refuse(const char* reason) { return session_.Finish(session_.Fail(ExitCode::Usage, reason)); }
-
-  ExitCode Finish(const char* label, const Operation& operation) {
-    ExitCode code = session_.Open();
-    if (code == ExitCode::Success) code = DoAll(label, operation);
-    return session_.Finish(code);
-  }
-
- private:
-  ExitCode DoAll(const std::string& label, const Operation& operation) {
-    const std::size_t count = options_.files.size();
-    if (count == 1) return Watch(label, operation, options_.files.front(), session_.GetReport());
-    ExitCode result = ExitCode::Success;
-    Array<Val> entries;
-    std::size_t failures = 0;
-    for (std::size_t i = 0; i < count && result < ExitCode::Interrupted; ++i) {
-      Report report(operation_, options_.session.json);
-      if (options_.session.quiet) report.BeQuiet();
-      const std::string place = " " + std::to_string(i + 1) + " of " + std::to_string(count);
-      const ExitCode code = Watch(label + place, operation, options_.files[i], report);
-      if (code != ExitCode::Success) ++failures;
-      if (result == ExitCode::Success || code > ExitCode::Interrupted) result = code;
-      if (options_.session.json) {
-        entries.Append(Val(report.ToMap(code)));
-      } else {
-        report.Finish(code);
-      }
-    }
-    if (options_.session.json) session_.GetReport().Set("files", entries);
-    const bool isInterrupted = result > ExitCode::Interrupted;
-    if (failures > 0 && !isInterrupted) session_.GetReport().Fail(Count(failures));
-    return result;
-  }
-
-  // Each file on its own, so that the progress on a terminal is that of the file.
-  ExitCode Watch(const std::string& label, const Operation& operation, const std::string& file,
-                 Report& report) {
-    return session_.Watched(label.c_str(), [&] { return DoOne(operation, file, report); });
-  }
-
-  AnsiStr Count(std::size_t failures) const {
-    return AnsiStr(std::to_string(failures) + " of " + std::to_string(options_.files.size()) +
-                   " files failed");
-  }
-
-  ExitCode DoOne(const Operation& operation, const std::string& file, Report& report) {
-    report.Set("file", AnsiStr(file));
-    cryptcli::Call call = session_.MakeCall();
-    call.accept = GetPolicy(options_.accept);
-    const cryptcli::Result<cryptcli::Report> found = operation(session_.GetClient(), file, call);
-    if (!found) return FailOne(file, report, found.error());
-    report.SetAll(found->json);
-    report.Line(AnsiStr(done_) + " " + AnsiStr(file) + " (" +
-                NameOrigin(found->origin.value_or(cryptcli::Origin::Unsigned)) + ")");
-    ShowOrigin(report, *found, options_.session.verbose);
-    return ExitCode::Success;
-  }
-
-  // For people, one message among many says which file it is about.
-  ExitCode FailOne(const std::string& file, Report& report, const cryptcli::Error& error) const {
-    const ExitCode code = FailWith(report, error);
-    if (options_.files.size() > 1 && !options_.session.json)
-      report.Fail(AnsiStr(file + ": " + error.message));
-    return code;
-  }
-
-  const char* operation_;
-  const char* done_;
-  const VerifyOptions& options_;
-  Session session_;
+/// What differs between the two commands.
+struct Kind {
+  const char* operation;
+  const char* label;
+  const char* done;
 };
+
+ExitCode RunOne(const Kind& kind, const VerifyOptions& options, const Operation& operation) {
+  Session session(kind.operation, options.session);
+  Report& report = session.GetReport();
+  const std::string& file = options.files.front();
+  const auto work = [&] {
+    report.Set("file", AnsiStr(file));
+    cryptcli::Call call = session.MakeCall();
+    call.accept = GetPolicy(options.accept);
+    const cryptcli::Result<cryptcli::Report> found = operation(session.GetClient(), file, call);
+    if (!found) return FailWith(report, found.error());
+    report.SetAll(found->json);
+    report.Line(AnsiStr(kind.done) + " " + AnsiStr(file) + " (" +
+                NameOrigin(found->origin.value_or(cryptcli::Origin::Unsigned)) + ")");
+    ShowOrigin(report, *found, options.session.verbose);
+    return ExitCode::Success;
+  };
+  const ExitCode code = session.Open();
+  return session.Finish(code == ExitCode::Success ? session.Watched(kind.label, work) : code);
+}
+
+ExitCode Refuse(const Kind& kind, const VerifyOptions& options, const char* reason) {
+  Session session(kind.operation, options.session);
+  return session.Finish(session.Fail(ExitCode::Usage, reason));
+}
+
+ExitCode Run(const Kind& kind, const VerifyOptions& options, const Operation& operation) {
+  if (options.files.size() == 1 && !options.bulk.IsGiven()) return RunOne(kind, options, operation);
+  BulkWork work;
+  work.operation = kind.operation;
+  work.label = kind.label;
+  work.done = kind.done;
+  work.onlyProtected = true;
+  work.perform = [&](const cryptcli::Client& client, const std::string& source, const std::string&,
+                     const cryptcli::Call& common) {
+    cryptcli::Call call = common;
+    call.accept = GetPolicy(options.accept);
+    return operation(client, source, call);
+  };
+  return RunBulk(work, options.files, options.bulk, options.session);
+}
 
 }  // namespace
 
@@ -127,22 +95,22 @@ CLI::App* AddRekey(CLI::App& app, VerifyOptions& options) {
 }
 
 ExitCode RunVerify(const VerifyOptions& options) {
-  return Run("verify", "Verified", options)
-      .Finish("Verifying",
-              [&](const cryptcli::Client& client, const std::string& file, const cryptcli::Call& call) {
-                return client.Verify(options.session.connection.room, GetSource(file), call);
-              });
+  return Run({"verify", "Verifying", "Verified"}, options,
+             [&](const cryptcli::Client& client, const std::string& file, const cryptcli::Call& call) {
+               return client.Verify(options.session.connection.room, GetSource(file), call);
+             });
 }
 
 ExitCode RunRekey(const VerifyOptions& options) {
-  Run run("rekey", "Protected", options);
-  for (const std::string& file : options.files) {
-    if (file == kStandardStream) return run.Refuse("Standard input cannot be replaced in place");
+  constexpr Kind kKind{"rekey", "Protecting", "Protected"};
+  const auto& files = options.files;
+  if (std::find(files.begin(), files.end(), kStandardStream) != files.end()) {
+    return Refuse(kKind, options, "Standard input cannot be replaced in place");
   }
-  return run.Finish("Protecting",
-                    [&](const cryptcli::Client& client, const std::string& file, const cryptcli::Call& call) {
-                      return client.Rekey(options.session.connection.room, file, call);
-                    });
+  return Run(kKind, options,
+             [&](const cryptcli::Client& client, const std::string& file, const cryptcli::Call& call) {
+               return client.Rekey(options.session.connection.room, file, call);
+             });
 }
 
 }  // namespace CryptCli

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/bulk.h"
 #include "tools/exit_code.h"
 #include "tools/session.h"
 
@@ -14,6 +15,7 @@ struct VerifyOptions {
   SessionOptions session;
   std::vector<std::string> files;
   std::string accept = "proven";
+  BulkOptions bulk;
 };
 
 /// Adds the subcommand; parsing fills `options`, which must outlive it.
@@ -21,7 +23,7 @@ CLI::App* AddVerify(CLI::App& app, VerifyOptions& options);
 CLI::App* AddRekey(CLI::App& app, VerifyOptions& options);
 
 /// Examine where protected files come from, and protect files again with the room's present key. A file that
-/// fails does not keep the others from being tried; the result is the code of the first that failed.
+/// fails does not keep the others from being tried; the result is the worst code (see Worse).
 ExitCode RunVerify(const VerifyOptions& options);
 ExitCode RunRekey(const VerifyOptions& options);
 
