@@ -17,6 +17,7 @@
 #include "tools/operations.h"
 #include "tools/protect.h"
 #include "tools/report.h"
+#include "tools/servers_command.h"
 #include "tools/sign.h"
 #include "tools/usage.h"
 #include "tools/verify.h"
@@ -47,6 +48,8 @@ struct Options {
   CryptCli::CallOptions call;
   CryptCli::OperationsOptions operations;
   CryptCli::InspectOptions inspect;
+  CryptCli::ServersOptions room;
+  CryptCli::ServersOptions doctor;
   CryptCli::ConfigOptions config;
 };
 
@@ -89,6 +92,8 @@ int Run(int argc, char** argv) {
       {CryptCli::AddOperations(app, options.operations),
        [&] { return CryptCli::RunOperations(options.operations); }},
       {CryptCli::AddInspect(app, options.inspect), [&] { return CryptCli::RunInspect(options.inspect); }},
+      {CryptCli::AddRoom(app, options.room), [&] { return CryptCli::RunRoom(options.room); }},
+      {CryptCli::AddDoctor(app, options.doctor), [&] { return CryptCli::RunDoctor(options.doctor); }},
       {CryptCli::AddConfig(app, options.config),
        [&] { return CryptCli::RunConfig(options.config, sources); }},
   };

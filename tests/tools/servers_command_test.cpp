@@ -1,0 +1,94 @@
+// "room" and "doctor".
+#include "tests/tools/command_fixture.h"
+
+namespace TestSupport {
+namespace {
+
+using CryptStand::Fault;
+using CryptStand::FaultType;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class Servers : public CommandTest {
+ protected:
+  Finished Ask(const std::string& command, const std::vector<std::string>& further) const {
+    std::vector<std::string> all{command, "--service", stand_.GetServiceUrl()};
+    all.insert(all.end(), further.begin(), further.end());
+    return RunCommand(all);
+  }
+};
+
+using Room = Servers;
+using Doctor = Servers;
+
+TEST_F(Room, ShowsGroupKeyAndKeyServers) {
+  Protect();
+  const Finished finished = Ask("room", {"demo"});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  for (const char* part : {"room         demo\n", "group        QOB.", "key          wrapped",
+                           "certificate  ", "valid from ", "key server   http://"}) {
+    EXPECT_THAT(finished.output, HasSubstr(part));
+  }
+}
+
+TEST_F(Room, ReportsAsJSONAndTakesTheOption) {
+  Protect();
+  const OruGuiBase::KVMap report = Map(Ask("room", {"--room", "demo", "--json"}).output);
+  EXPECT_EQ(Str(report.Get("room").AsString()), "demo");
+  EXPECT_EQ(Str(report.Get("keyType").AsString()), "wrapped");
+  EXPECT_TRUE(report.Get("success").AsBool());
+}
+
+TEST_F(Room, FailsForARoomThatIsNotKnown) {
+  const Finished finished = Ask("room", {"no-such-room"});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_THAT(finished.output, Not(HasSubstr("group")));
+}
+
+TEST_F(Room, WithoutAnyRoomIsCode2) {
+  EXPECT_EQ(Ask("room", {}).code, 2);
+}
+
+TEST_F(Doctor, FindsNothingWrongWithServersThatWork) {
+  Protect();
+  const Finished finished = Ask("doctor", {"--room", "demo"});
+  EXPECT_EQ(finished.code, 0) << finished.errors << finished.output;
+  EXPECT_THAT(finished.output, HasSubstr("ok     crypt service " + stand_.GetServiceUrl()));
+  EXPECT_THAT(finished.output, HasSubstr("ok     room demo\n"));
+  EXPECT_THAT(finished.output, HasSubstr("ok     key server http://"));
+  EXPECT_THAT(finished.output, Not(HasSubstr("WRONG")));
+}
+
+TEST_F(Doctor, NeedsNoRoom) {
+  const Finished finished = Ask("doctor", {});
+  EXPECT_EQ(finished.code, 0) << finished.errors << finished.output;
+  EXPECT_THAT(finished.output, Not(HasSubstr("key server")));
+}
+
+TEST_F(Doctor, NamesTheServerThatIsDownAndWhatToDo) {
+  Protect();
+  ASSERT_TRUE(stand_.SetFault(1, Fault{FaultType::Down, ""}));
+  const Finished finished = Ask("doctor", {"--room", "demo"});
+  EXPECT_EQ(finished.code, 6);
+  EXPECT_THAT(finished.output, HasSubstr("WRONG  key server http://"));
+  EXPECT_THAT(finished.output, HasSubstr("ok     crypt service"));
+  EXPECT_THAT(finished.errors, HasSubstr("1 of "));
+  const OruGuiBase::KVMap report = Map(Ask("doctor", {"--room", "demo", "--json"}).output);
+  EXPECT_FALSE(report.Get("ok").AsBool());
+  EXPECT_EQ(report.Get("exitCode").AsInteger(), 6);
+}
+
+TEST_F(Doctor, SaysThatTheServiceCannotBeReached) {
+  const Finished finished = RunCommand({"doctor", "--service", "http://127.0.0.1:1", "--room", "demo"});
+  EXPECT_EQ(finished.code, 6);
+  EXPECT_THAT(finished.output, HasSubstr("WRONG  crypt service http://127.0.0.1:1"));
+}
+
+TEST_F(Doctor, ReportsARoomThatIsNotKnown) {
+  const Finished finished = Ask("doctor", {"--room", "no-such-room"});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_THAT(finished.output, HasSubstr("WRONG  room no-such-room: "));
+}
+
+}  // namespace
+}  // namespace TestSupport

@@ -1,0 +1,153 @@
+// "cryptcli room" and "cryptcli doctor": what the servers know and whether they work. Both change nothing, so
+// they are safe to run against a system in use.
+#include "tools/servers_command.h"
+
+#include <CLI/Option.hpp>
+#include <functional>
+
+#include "foundation/array.h"
+#include "foundation/json.h"
+#include "foundation/kvmap.h"
+#include "foundation/val.h"
+#include "tools/bulk_report.h"
+#include "tools/report.h"
+
+namespace CryptCli {
+
+using OruGuiBase::AnsiStr;
+using OruGuiBase::Array;
+using OruGuiBase::KVMap;
+using OruGuiBase::Val;
+
+namespace {
+
+using Question = std::function<cryptcli::Result<std::string>(const cryptcli::Client&, const cryptcli::Call&)>;
+using Display = std::function<ExitCode(const KVMap& found, Report& report)>;
+
+// Both commands: ask, take over the members of the result, and show them to people.
+ExitCode Ask(const char* command, const SessionOptions& options, const Question& question,
+             const Display& show) {
+  Session session(command, options);
+  const ExitCode code = session.Open();
+  if (code != ExitCode::Success) return session.Finish(code);
+  return session.Finish(session.Watched("Asking", [&] {
+    const cryptcli::Result<std::string> found = question(session.GetClient(), session.MakeCall());
+    if (!found) return session.Fail(found.error());
+    Val value;
+    AnsiStr reason;
+    if (!OruGuiBase::JSON2Val(AnsiStr(*found), value, reason)) return session.Fail(ExitCode::Failed, reason);
+    session.GetReport().SetAll(*found);
+    return show(value.AsMap(), session.GetReport());
+  }));
+}
+
+AnsiStr Text(const KVMap& map, const char* name) {
+  return map.Get(name).AsString();
+}
+
+const char* DescribeKey(const AnsiStr& type) {
+  if (type == "wrapped") return "wrapped: key servers alone can use it";
+  if (type == "plain") return "plain: the crypt service gives it to clients, so no origin can be proven";
+  return "none: the first encrypt makes one";
+}
+
+void ShowCertificate(const KVMap& certificate, Report& report) {
+  if (certificate.IsEmpty()) return;
+  report.Line(AnsiStr("certificate  ") + Text(certificate, "subject"));
+  report.Line(AnsiStr("             serial ") + Text(certificate, "serial") + " of " +
+              Text(certificate, "issuer"));
+  report.Line(AnsiStr("             valid from ") + Text(certificate, "notBefore") + " to " +
+              Text(certificate, "notAfter"));
+}
+
+ExitCode ShowRoom(const KVMap& room, Report& report) {
+  report.Line(AnsiStr("room         ") + Text(room, "room"));
+  report.Line(AnsiStr("group        ") + Text(room, "group"));
+  report.Line(AnsiStr("key          ") + DescribeKey(Text(room, "keyType")));
+  ShowCertificate(room.Get("certificate").AsMap(), report);
+  for (const Val& server : room.Get("keyServers").AsArray()) {
+    report.Line(AnsiStr("key server   ") + server.AsString());
+  }
+  return ExitCode::Success;
+}
+
+const char* NameSubject(const AnsiStr& subject) {
+  if (subject == "service") return "crypt service ";
+  if (subject == "key_server") return "key server ";
+  return "room ";
+}
+
+// As the same failure of an operation would end it.
+ExitCode ToExitCode(const AnsiStr& code) {
+  if (code == "unreachable" || code == "timeout") return ExitCode::TryLater;
+  if (code == "unauthorised") return ExitCode::Unauthorised;
+  if (code == "key_refused") return ExitCode::KeyRefused;
+  return ExitCode::Failed;
+}
+
+ExitCode ShowFinding(const KVMap& finding, Report& report) {
+  const bool isGood = finding.Get("ok").AsBool();
+  const AnsiStr advice = Text(finding, "advice");
+  AnsiStr line =
+      AnsiStr(isGood ? "ok     " : "WRONG  ") + NameSubject(Text(finding, "subject")) + Text(finding, "name");
+  if (!isGood) line = line + ": " + Text(finding, "message");
+  report.Line(line);
+  if (!advice.IsEmpty()) report.Line(AnsiStr("       ") + advice);
+  return isGood ? ExitCode::Success : ToExitCode(Text(finding, "code"));
+}
+
+ExitCode ShowFindings(const KVMap& found, Report& report) {
+  ExitCode worst = ExitCode::Success;
+  std::size_t wrong = 0;
+  const Array<Val> findings = found.Get("findings").AsArray();
+  for (const Val& finding : findings) {
+    const ExitCode code = ShowFinding(finding.AsMap(), report);
+    if (code != ExitCode::Success) ++wrong;
+    worst = Worse(worst, code);
+  }
+  if (wrong > 0)
+    report.Fail(
+        AnsiStr(std::to_string(wrong) + " of " + std::to_string(findings.GetCount()) + " checks failed"));
+  return worst;
+}
+
+}  // namespace
+
+CLI::App* AddRoom(CLI::App& app, ServersOptions& options) {
+  CLI::App* const command = app.add_subcommand(
+      "room", "Show what the crypt service knows about a room and its key; changes nothing");
+  command->add_option("NAME", options.room, "The room; that of --room without it");
+  options.session.AddOptions(*command);
+  options.session.connection.AddRoomOption(*command)->required(false);
+  command->footer(DescribeExitCodes({ExitCode::KeyRefused, ExitCode::TryLater, ExitCode::Unauthorised}));
+  return command;
+}
+
+CLI::App* AddDoctor(CLI::App& app, ServersOptions& options) {
+  CLI::App* const command = app.add_subcommand(
+      "doctor", "Check the crypt service and, with a room, its key servers: what is wrong and what to do");
+  options.session.AddOptions(*command);
+  options.session.connection.AddRoomOption(*command)->required(false);
+  command->footer(DescribeExitCodes({ExitCode::KeyRefused, ExitCode::TryLater, ExitCode::Unauthorised}));
+  return command;
+}
+
+ExitCode RunRoom(const ServersOptions& options) {
+  const std::string room = options.room.empty() ? options.session.connection.room : options.room;
+  return Ask(
+      "room", options.session,
+      [&](const cryptcli::Client& client, const cryptcli::Call& call) { return client.Room(room, call); },
+      ShowRoom);
+}
+
+ExitCode RunDoctor(const ServersOptions& options) {
+  const std::string& room = options.session.connection.room;
+  return Ask(
+      "doctor", options.session,
+      [&](const cryptcli::Client& client, const cryptcli::Call& call) {
+        return room.empty() ? client.Check(std::nullopt, call) : client.Check(room, call);
+      },
+      ShowFindings);
+}
+
+}  // namespace CryptCli
