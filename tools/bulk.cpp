@@ -84,7 +84,7 @@ class BulkRun {
   ExitCode Do(const std::vector<std::string>& files) {
     ExitCode code = Plan(files);
     if (code == ExitCode::Success) code = session_.Open();
-    if (code == ExitCode::Success) code = session_.Watched(work_.label, [&] { return DoAll(); });
+    if (code == ExitCode::Success) code = session_.Watched(DescribeWork().c_str(), [&] { return DoAll(); });
     code = session_.Finish(code);
     return code == ExitCode::Success && !report_.IsWritten() ? ExitCode::Failed : code;
   }
@@ -111,6 +111,12 @@ class BulkRun {
       isPlanned = PlanTargets(options_.outputFolder, *work_.targetNames, list_.items, errorText);
     }
     return isPlanned ? ExitCode::Success : session_.Fail(ExitCode::Usage, AnsiStr(errorText));
+  }
+
+  // The progress on a terminal is that of all files: several are in progress at a time.
+  std::string DescribeWork() const {
+    const std::size_t count = list_.items.size();
+    return std::string(work_.label) + " " + std::to_string(count) + (count == 1 ? " file" : " files");
   }
 
   ExitCode DoAll() {
