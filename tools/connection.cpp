@@ -77,6 +77,7 @@ void Connection::AddOptions(CLI::App& command) {
       .add_option("--header", headers, "Header for requests to the crypt service, 'Name: value'; repeatable")
       ->type_name("HEADER")
       ->expected(1)
+      ->allow_extra_args(false)  // else it takes the files behind it, too
       ->take_all()
       ->group(kServices);
   file("--header-file", headerFile, "The same from a file, one to a line; for secrets");

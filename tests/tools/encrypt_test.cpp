@@ -219,6 +219,12 @@ TEST_F(Encrypt, HeadersGoToTheService) {
   EXPECT_EQ(HeaderOf(request.Get(), "X-Tenant"), "8");
 }
 
+TEST_F(Encrypt, AHeaderIsOneWordAndTheFilesMayFollow) {
+  const Finished finished =
+      Run("encrypt", {"--header", "X-One: 1", "--header", "X-Two: 2", Path("plain.txt"), Path("file.p7m")});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+}
+
 TEST_F(Encrypt, TracesRequestLinesWithoutBodies) {
   const Finished finished = Run("encrypt", {"--trace", "1", Path("plain.txt"), Path("file.p7m")});
   EXPECT_THAT(finished.errors, HasSubstr("GET " + stand_.GetServiceUrl() + "crypt/key/demo"));

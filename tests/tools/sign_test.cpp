@@ -67,6 +67,14 @@ TEST_F(SignCommand, LearnsTheKeyServersFromTheRoom) {
   EXPECT_TRUE(Verifies(Decoded(finished.output)));
 }
 
+TEST_F(SignCommand, AKeyServerIsOneWordAndTheFileMayFollow) {
+  const Finished finished = RunCommand(WithService(
+      "sign", {"--object", "demo", "--key-id", "command", "--key-server", stand_.GetKeyServerUrls()[0],
+               "--key-server", stand_.GetKeyServerUrls()[1], Path("plain.txt")}));
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_TRUE(Verifies(Decoded(finished.output)));
+}
+
 TEST_F(SignCommand, AsksOnlyTheKeyServersThatAreNamed) {
   const std::string nobody = "http://127.0.0.1:1";
   const Finished finished =
