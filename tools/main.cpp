@@ -3,7 +3,6 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <cstdio>
 #include <exception>
 #include <functional>
 #include <string>
@@ -28,13 +27,12 @@ namespace {
 using CryptCli::ExitCode;
 
 constexpr const char* kNotes =
-    "A TARGET that cannot be replaced (a link, a device, somebody else's file) is written in place once the\n"
-    "operation has succeeded; if writing fails, a part may be there. SOURCE or TARGET - is standard input "
-    "or\n"
-    "output; a file of that name is ./-.\n"
-    "Results go to standard output, errors and warnings to standard error; with standard output as TARGET "
-    "all\n"
-    "but the content goes to standard error. The environment variable TMPDIR names the directory for\n"
+    "SOURCE or TARGET - is standard input or output; a file of that name is ./-. A TARGET that cannot be\n"
+    "replaced (a link, a device, somebody else's file) is written in place once the operation has "
+    "succeeded;\n"
+    "if writing fails, a part may be there.\n"
+    "Results go to standard output, errors and warnings to standard error; with standard output as TARGET\n"
+    "all but the content goes to standard error. The environment variable TMPDIR names the directory for\n"
     "temporary files; the C library and OpenSSL read variables of their own, such as TZ and "
     "OPENSSL_CONF.\n\n";
 
@@ -58,9 +56,11 @@ struct Command {
   std::function<ExitCode()> run;
 };
 
-int Fail(const char* text) {
-  std::fprintf(stderr, "cryptcli: %s\n", text);
-  return static_cast<int>(ExitCode::Failed);
+// A lack of resources is all that can be behind an exception.
+int FailUnexpected(const char* text, bool asJSON) {
+  CryptCli::Report report("", asJSON);
+  report.Fail(cryptcli::Failure(cryptcli::Status::Internal, text).error());
+  return static_cast<int>(report.Finish(ExitCode::Failed));
 }
 
 // With --json a mistake in the command line is an object, too, so that a program never has to read anything
@@ -129,6 +129,6 @@ int main(int argc, char** argv) {
   try {
     return Run(argc, argv);
   } catch (const std::exception& failure) {
-    return Fail(failure.what());
+    return FailUnexpected(failure.what(), CryptCli::AsksForJSON(argc, argv));
   }
 }

@@ -1,3 +1,5 @@
+// "cryptcli operations": the named operations that "cryptcli call" performs, for people who write its
+// arguments. The list is the library's own, which also checks the arguments by it, so the two cannot differ.
 #include "tools/operations.h"
 
 #include <CLI/Option.hpp>

@@ -60,6 +60,11 @@ void ShowOrigin(Report& report, const cryptcli::Report& found, bool all) {
   }
 }
 
+void ShowRoom(Report& report, const cryptcli::Report& made) {
+  report.Line(AnsiStr("  for ") + RoomOf(made.serviceRoom, made.serviceGroup));
+  report.Line(AnsiStr("  ") + AnsiStr(std::to_string(made.bytes)) + " bytes");
+}
+
 void ExplainOrigin(Report& report, const cryptcli::Report& found) {
   for (const AnsiStr& line : Describe(found, /*all=*/true)) report.Explain(line);
 }

@@ -14,7 +14,10 @@ const char* NameOrigin(cryptcli::Origin origin);
 /// and what the crypt service named.
 void ShowOrigin(Report& report, const cryptcli::Report& found, bool all);
 
-/// The same as the explanation of an error.
+/// Adds the room that content was protected for, and its size.
+void ShowRoom(Report& report, const cryptcli::Report& made);
+
+/// The same as ShowOrigin, with everything, as the explanation of an error.
 void ExplainOrigin(Report& report, const cryptcli::Report& found);
 
 }  // namespace CryptCli

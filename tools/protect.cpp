@@ -43,6 +43,8 @@ class Run {
       return session_.Fail(ExitCode::Usage,
                            "Name a SOURCE and a TARGET, the latter as a second file or with --output");
     }
+    // Before anything can fail: whoever reads the content must not get a report in its place.
+    if (target_ == kStandardStream) GetReport().LeaveStandardOutput();
     GetReport().Set("source", AnsiStr(GetSourceName()));
     GetReport().Set("target", AnsiStr(target_));
     const ExitCode code = session_.Open();
@@ -201,6 +203,7 @@ ExitCode RunEncrypt(const ProtectOptions& options) {
   if (code == ExitCode::Success) {
     run.GetReport().Line(AnsiStr("Encrypted ") + AnsiStr(run.GetSourceName()) + " to " +
                          AnsiStr(run.GetTargetName()));
+    if (options.session.verbose) ShowRoom(run.GetReport(), run.GetFound());
   }
   return run.Finish(code);
 }

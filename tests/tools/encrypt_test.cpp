@@ -27,6 +27,11 @@ TEST_F(Encrypt, WritesAProtectedFileAndSaysSo) {
   EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
 }
 
+TEST_F(Encrypt, ShowsTheRoomAndTheSizeWhenVerbose) {
+  const Finished finished = Run("encrypt", {"--verbose", Path("plain.txt"), Path("file.p7m")});
+  EXPECT_THAT(finished.output, HasSubstr("  for room \"demo\" of group \"QOB.1.100.1\"\n  19 bytes\n"));
+}
+
 TEST_F(Encrypt, ReportsAsJSON) {
   const Finished finished = Run("encrypt", {"--json", Path("plain.txt"), Path("file.p7m")});
   const OruGuiBase::KVMap report = Map(finished.output);

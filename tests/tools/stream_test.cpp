@@ -65,6 +65,13 @@ TEST_F(Stream, TheReportGoesToStandardErrorWhenTheContentHasStandardOutput) {
   EXPECT_EQ(Str(Map(finished.errors).Get("origin").AsString()), "proven");
 }
 
+TEST_F(Stream, AFailureBeforeAnyServerIsAskedLeavesStandardOutputEmpty) {
+  const Finished finished = Run("decrypt", {"--json", "--header", "none", Path("plain.txt"), "-"});
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_THAT(finished.output, IsEmpty());
+  EXPECT_EQ(Map(finished.errors).Get("exitCode").AsInteger(), 2);
+}
+
 TEST_F(Stream, AFileNamedHyphenIsNamedWithItsFolder) {
   const std::string line = "cd '" + Path("") + "' && " + Line("encrypt", {Path("plain.txt"), "./-"});
   const Finished finished = RunProcess({"/bin/sh", {"-c", line}});
