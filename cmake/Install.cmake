@@ -1,5 +1,5 @@
-# What a user gets: libraries with versioned names, headers below include/cryptcli-1, the commands, a CMake package and
-# pkg-config files. Nothing in it depends on where it is put.
+# What a user gets: libraries with versioned names, headers below include/cryptcli-1, the commands, the Python package, a
+# CMake package and pkg-config files. Nothing in it depends on where it is put.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -27,6 +27,11 @@ endforeach()
 
 install(FILES bindings/c/include/cryptcli/cryptcli.h DESTINATION ${headers_dir}/cryptcli)
 install(DIRECTORY bindings/cpp/include/cryptcli DESTINATION ${headers_dir} FILES_MATCHING PATTERN *.hpp)
+
+# Where the system's Python looks for packages, below the prefix; Debian's folder without a version.
+set(CRYPTCLI_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Folder for the Python package, relative to the prefix")
+install(DIRECTORY bindings/python/cryptcli DESTINATION ${CRYPTCLI_PYTHON_DIR}
+  FILES_MATCHING PATTERN *.py PATTERN py.typed PATTERN __pycache__ EXCLUDE)
 
 configure_package_config_file(cmake/cryptcliConfig.cmake.in ${PROJECT_BINARY_DIR}/cryptcliConfig.cmake
   INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)

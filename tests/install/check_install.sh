@@ -44,5 +44,10 @@ for program in "$work/consumer/consumer" "$work/by-pkg-config"; do
 done
 gcc -std=c11 "$source_dir/tests/bindings/c/protect_program.c" "${c_flags[@]}" -Wl,-rpath,"$libdir" -o "$work/in-c"
 "$work/in-c" "$service" demo "$work/file" "$work/file.p7m"
+LD_LIBRARY_PATH=$libdir PYTHONPATH=$prefix/lib/python3/dist-packages PYTHONDONTWRITEBYTECODE=1 python3 -c '
+import sys, cryptcli
+with cryptcli.Client(sys.argv[1]) as client:
+    assert client.verify("demo", sys.argv[2]).origin is cryptcli.Origin.PROVEN
+' "$service" "$work/file.p7m"
 "$prefix"/bin/cryptcli inspect "$work/file.p7m"
 echo "installed, moved, built against and run"
