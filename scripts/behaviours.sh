@@ -23,6 +23,9 @@ roomkeys:Room keys and integrity certificates
 protection:Encrypting, decrypting, verifying and signing files
 end_to_end:Whole operations over HTTP
 transport:The transport on libcurl
+bindings/c:The C interface
+bindings/cpp:The C++ interface
+examples:The examples
 tools:The command
 stand:The local test environment
 tampering:Protected files cut and changed
@@ -88,9 +91,13 @@ write_page() {
 failures=0
 fail() { echo "behaviours: $*" >&2; failures=$((failures + 1)); }
 
+folder_of() { # reads paths of tests; each language has a folder of its own below bindings/
+  sed -E 's|^tests/(bindings/[a-z]+\|[a-z_]+)/.*|\1|'
+}
+
 check_folders() { # a folder without a title would be left out of the page
   local folder
-  for folder in $(find tests -name '*_test.cpp' | cut -d/ -f2 | sort -u); do
+  for folder in $(find tests -name '*_test.cpp' | folder_of | sort -u); do
     grep -q "^$folder:" <<<"$folders" || fail "tests/$folder has no title in this script"
   done
 }
@@ -104,7 +111,7 @@ check_sources() { # a test that is not built, or not listed
       if [ "$macros" -gt 0 ]; then fail "$file has tests and is not named *_test.cpp"; fi
       continue
     fi
-    folder=$(cut -d/ -f2 <<<"$file")
+    folder=$(folder_of <<<"$file")
     grep -rqE --include=CMakeLists.txt "(^|[ /(])$(basename "$file")([ )]|\$)" "tests/$folder" ||
       fail "$file is in no CMakeLists.txt below tests/$folder"
     rows=$(list_tests "$file" | wc -l)
