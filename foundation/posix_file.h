@@ -43,8 +43,8 @@ AnsiStr ParentOf(const AnsiStr& path) noexcept;
 /// or empty, or would become too long, stays as it is.
 AnsiStr AbsolutePath(const AnsiStr& path) noexcept;
 
-/// The directory that this thread's observer names, else the system's temporary directory: TMPDIR, unless the program runs
-/// with raised privileges, else /tmp.
+/// The directory that this thread's observer names, else the system's temporary directory: TMPDIR, unless the
+/// program runs with raised privileges, else /tmp.
 AnsiStr TemporaryDirectory() noexcept;
 
 }  // namespace OruGuiBase
