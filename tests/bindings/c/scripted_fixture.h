@@ -16,7 +16,7 @@ class ScriptedTest : public ClientTest {
 
   void SetUp() override {
     ASSERT_EQ(cryptcli_options_set_service(options.get(), TestSupport::kServiceUrl, nullptr), CRYPTCLI_OK);
-    cryptcli_options_set_transport(options.get(), &ScriptedTest::Send, &services);
+    cryptcli_options_set_transport(options.get(), &ScriptedTest::Send, this);
     MakeClient();
   }
 
@@ -25,29 +25,44 @@ class ScriptedTest : public ClientTest {
   TestSupport::ScriptedServices services;
   TestSupport::ForgedFiles forged{scratch, services};
 
- private:
-  static int32_t Send(void* context, const cryptcli_request* request, cryptcli_response* response) {
-    auto& target = *static_cast<TestSupport::ScriptedServices*>(context);
+ protected:
+  struct Answer {
+    std::int32_t result = 0;
+    OruKalvix::HttpResponse response{};
+  };
+  /// Takes the request to the scripted services.
+  Answer Ask(const cryptcli_request* request) {
     OruGuiBase::KVMap headers;
     for (std::size_t i = 0; i < cryptcli_request_header_count(request); ++i) {
       headers.Put(cryptcli_request_header_name(request, i), cryptcli_request_header_value(request, i));
     }
     std::size_t size = 0;
     const auto* body = static_cast<const char*>(cryptcli_request_body(request, &size));
-    OruKalvix::HttpResponse scripted;
-    const std::int32_t result = target.http.SendRequest(
-        cryptcli_request_method(request), cryptcli_request_url(request), headers,
-        OruGuiBase::AnsiStr(body, static_cast<std::uint32_t>(size)), OruKalvix::HttpOptions(), scripted);
-    if (result < 0) {
-      cryptcli_response_set_error(response, scripted.errorText.GetText());
+    Answer answer;
+    answer.result =
+        services.http.SendRequest(cryptcli_request_method(request), cryptcli_request_url(request), headers,
+                                  OruGuiBase::AnsiStr(body, static_cast<std::uint32_t>(size)),
+                                  OruKalvix::HttpOptions(), answer.response);
+    return answer;
+  }
+  /// Brings their response back.
+  static std::int32_t Fill(const Answer& answer, cryptcli_response* response) {
+    const OruKalvix::HttpResponse& given = answer.response;
+    if (answer.result < 0) {
+      cryptcli_response_set_error(response, given.errorText.GetText());
       return -1;
     }
-    cryptcli_response_set_status(response, scripted.status);
-    for (std::uint32_t i = 0; i < scripted.headers.GetCount(); ++i) {
-      cryptcli_response_add_header(response, scripted.headers.GetKeys()[i].GetText(),
-                                   scripted.headers.GetValues()[i].AsString().GetText());
+    cryptcli_response_set_status(response, given.status);
+    for (std::uint32_t i = 0; i < given.headers.GetCount(); ++i) {
+      cryptcli_response_add_header(response, given.headers.GetKeys()[i].GetText(),
+                                   given.headers.GetValues()[i].AsString().GetText());
     }
-    return cryptcli_response_append_body(response, scripted.body.GetText(), scripted.body.GetLength());
+    return cryptcli_response_append_body(response, given.body.GetText(), given.body.GetLength());
+  }
+
+ private:
+  static std::int32_t Send(void* context, const cryptcli_request* request, cryptcli_response* response) {
+    return Fill(static_cast<ScriptedTest*>(context)->Ask(request), response);
   }
 };
 
