@@ -32,6 +32,7 @@ constexpr std::int64_t kClockTolerance = 300;
 // dead ones ends.
 constexpr std::uint32_t kProbeTimeout = 10'000;
 
+/// What was found out about one server or room. A value.
 struct Finding {
   const char* subject;
   std::string name;

@@ -12,6 +12,7 @@
 #include "bindings/c/text.h"
 #include "foundation/json.h"
 #include "foundation/val.h"
+#include "security/key.h"
 
 namespace CryptCliC {
 
@@ -96,6 +97,11 @@ bool IsBody(std::string_view trace) {
 }
 
 }  // namespace
+
+bool IsPlainKey(const AnsiStr& plain) {
+  OruOssSec::PrivateKey key(nullptr);
+  return !plain.IsEmpty() && key.Load(plain, OruOssSec::ASN1::Encoding::Text);
+}
 
 Operation::Operation(const cryptcli_client& client, cryptcli_call* call)
     : client_(client), call_(call), before_(OruGuiBase::SetThreadObserver(this)) {}
@@ -224,7 +230,7 @@ void Operation::ReadServiceResponse(std::string_view path, const AnsiStr& body) 
   const KVMap object = value.AsMap();
   facts_.serviceRoom = Member(object, "room");
   facts_.serviceGroup = Member(object, "group");
-  facts_.isPlainKey = !Member(object, "plain").empty();
+  facts_.isPlainKey = IsPlainKey(object.Get("plain").AsString());
   const std::string errorId = Member(object, "errorid");
   facts_.isKeyRefused = errorId == kKeyRefused;
   facts_.isRoomDenied = !facts_.isKeyRefused && (!errorId.empty() || !Member(object, "errortext").empty());

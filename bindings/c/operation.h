@@ -36,6 +36,9 @@ struct Facts {
   bool isRoomDenied = false;  ///< by any other refusal that names the reason
 };
 
+/// Whether the class would use the crypt service's "plain" as a private key: it ignores what it cannot read.
+bool IsPlainKey(const OruGuiBase::AnsiStr& plain);
+
 /// One operation of the class on the calling thread: it is the transport that the class uses, before the real
 /// one, and the observer of the thread. From both it learns the facts and the failed attempts, sets timeouts,
 /// cancels, reports progress and writes the log. Lives on the stack; one at a time is the thread's observer.

@@ -35,7 +35,7 @@ std::uint32_t ReadSeconds(std::string_view text) {
 // can be used.
 KeyType FindKeyType(const MemberReader& response, const OruOssSec::Certificate& certificate) {
   if (certificate.IsEmpty()) return KeyType::None;
-  if (!response.String("plain").IsEmpty()) return KeyType::Plain;
+  if (IsPlainKey(response.String("plain"))) return KeyType::Plain;
   return response.String("data").IsEmpty() ? KeyType::None : KeyType::Wrapped;
 }
 

@@ -61,6 +61,15 @@ TEST_F(Refusals, NameTheRoomThatWasSignedFor) {
   EXPECT_THAT(outcome.Message(), HasSubstr("Signed for room \"room 2\""));
 }
 
+// The class ignores it, uses the wrapped key, and checks the signer.
+TEST_F(Refusals, SpareAFileWhosePlainKeyCannotBeRead) {
+  NameInResponse("plain", "no key");
+  forged.EnvelopeSigned({forged.Signer()});
+  const Outcome outcome = Open();
+  EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  EXPECT_EQ(cryptcli_report_is_plain_key(outcome.report.get()), 0);
+}
+
 TEST_F(Refusals, ReportAPlainKey) {
   forged.MakeOfOrigin(CRYPTCLI_ORIGIN_SIGNATURE_ONLY);
   EXPECT_EQ(cryptcli_report_is_plain_key(Open().report.get()), 1);

@@ -188,8 +188,9 @@ TEST_P(Leaks, NothingIsLeftWhenAnExchangeFails) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Operations, Leaks, ::testing::ValuesIn(kWorks),
-                         [](const auto& info) { return kNames[static_cast<std::size_t>(info.param)]; });
+INSTANTIATE_TEST_SUITE_P(Operations, Leaks, ::testing::ValuesIn(kWorks), [](const auto& instance) {
+  return kNames[static_cast<std::size_t>(instance.param)];
+});
 
 }  // namespace
 }  // namespace CInterface
