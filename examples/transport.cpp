@@ -11,7 +11,7 @@ namespace {
 using cryptcli::HttpRequest;
 using cryptcli::HttpResponse;
 
-constexpr std::size_t kMaxBody = 64U * 1024 * 1024;
+constexpr std::size_t kMaxBody = std::size_t{64} * 1024 * 1024;
 
 struct Free {
   void operator()(CURL* handle) const { curl_easy_cleanup(handle); }

@@ -72,8 +72,8 @@ int main(int argc, char** argv) {
       std::osyncstream(std::cout) << status << " " << uploads[i].id << "\n";
     }
   };
-  std::vector<std::jthread> pool;
-  for (int i = 0; i < 4; ++i) pool.emplace_back(work);
+  std::vector<std::jthread> pool(4);
+  for (std::jthread& thread : pool) thread = std::jthread(work);
   // Without this, the end of a jthread asks it to stop: what it is doing then ends as cancelled, and leaves
   // no half a file.
   for (std::jthread& thread : pool) thread.join();

@@ -21,7 +21,7 @@ struct FileAccess;
 
 /// A path, or what converts to one: "name", std::string, std::filesystem::path.
 template <class P>
-concept PathLike = std::convertible_to<P, std::filesystem::path>;
+concept PathLike = std::convertible_to<const P&, std::filesystem::path>;
 }  // namespace detail
 
 /// What an operation reads: a path, an open descriptor, or bytes in memory. A std::string is a path; for
@@ -32,9 +32,9 @@ concept PathLike = std::convertible_to<P, std::filesystem::path>;
 class Source {
  public:
   /// The file at `path`. A pipe or device is copied to a private temporary file first.
-  template <detail::PathLike P>
-  requires(!std::same_as<std::remove_cvref_t<P>, Source>) Source(P&& path)
-      : end_(std::filesystem::path(std::forward<P>(path))) {}
+  template <class P>
+  requires(!std::same_as<P, Source> && detail::PathLike<P>) Source(const P& path)
+      : end_(std::filesystem::path(path)) {}
 
   /// An open descriptor, read from its current position to its end. It is not closed.
   [[nodiscard]] static Source FromDescriptor(int descriptor) { return Source(End(descriptor)); }
@@ -62,9 +62,9 @@ class Target {
  public:
   /// The file at `path`. It becomes the new content in one step, and keeps mode, owner and access list, where
   /// the file system allows that.
-  template <detail::PathLike P>
-  requires(!std::same_as<std::remove_cvref_t<P>, Target>) Target(P&& path)
-      : end_(std::filesystem::path(std::forward<P>(path))) {}
+  template <class P>
+  requires(!std::same_as<P, Target> && detail::PathLike<P>) Target(const P& path)
+      : end_(std::filesystem::path(path)) {}
 
   /// An open descriptor, written at its current position. It is not closed.
   [[nodiscard]] static Target ToDescriptor(int descriptor) { return Target(End(descriptor)); }

@@ -55,12 +55,16 @@ class [[nodiscard]] Result {
   using value_type = T;
   using error_type = Error;
   using unexpected_type = Unexpected;
+  /// Whether a U makes a success. A Result and an Unexpected have constructors of their own.
+  template <class U>
+  static constexpr bool kIsValue =
+      std::is_constructible_v<T, U> && !std::is_same_v<std::remove_cvref_t<U>, Result> &&
+      !std::is_same_v<std::remove_cvref_t<U>, Unexpected>;
 
-  /// A success.
+  /// A success, from what T can be made of: explicit where that is.
   template <class U = T>
-  requires(std::is_constructible_v<T, U> && !std::is_same_v<std::remove_cvref_t<U>, Result> &&
-           !std::is_same_v<std::remove_cvref_t<U>, Unexpected>) explicit(!std::is_convertible_v<U, T>)
-      Result(U&& value)
+  requires kIsValue<U>
+  explicit(!std::is_convertible_v<U, T>) Result(U&& value)  // NOLINT(*-forwarding-reference-overload)
       : state_(std::in_place_index<0>, std::forward<U>(value)) {}
   /// A failure.
   Result(Unexpected failure) : state_(std::in_place_index<1>, std::move(failure).error()) {}

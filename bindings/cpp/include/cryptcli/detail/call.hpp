@@ -32,6 +32,7 @@ class RunningCall {
   }
   RunningCall(const RunningCall&) = delete;
   RunningCall& operator=(const RunningCall&) = delete;
+  ~RunningCall() = default;
 
   cryptcli_call* Get() const { return call_.get(); }
   /// Why the operation cannot start, if so.

@@ -38,6 +38,8 @@ class OwnedDescriptor {
  public:
   OwnedDescriptor() = default;
   explicit OwnedDescriptor(int descriptor) : descriptor_(descriptor) {}
+  OwnedDescriptor(const OwnedDescriptor&) = delete;
+  OwnedDescriptor& operator=(const OwnedDescriptor&) = delete;
   OwnedDescriptor(OwnedDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
   OwnedDescriptor& operator=(OwnedDescriptor&& other) noexcept {
     std::swap(descriptor_, other.descriptor_);
