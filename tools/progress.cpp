@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 namespace CryptCli {
@@ -45,7 +46,7 @@ std::string DescribeProgress(const std::string& label, std::chrono::milliseconds
   const double remaining = seconds / share - seconds;
   line += ", " + std::to_string(static_cast<unsigned>(share * 100)) + " %";
   line += ", " + DescribeRate(static_cast<double>(done) / seconds);
-  return line + ", " + DescribeTime(static_cast<std::uint64_t>(remaining + 0.5)) + " left";
+  return line + ", " + DescribeTime(static_cast<std::uint64_t>(std::llround(remaining))) + " left";
 }
 
 }  // namespace CryptCli
