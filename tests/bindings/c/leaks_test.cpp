@@ -35,7 +35,8 @@ class Leaks : public ScriptedTest, public ::testing::WithParamInterface<Work> {
     cryptcli_options_set_transport(options.get(), &Leaks::SendUnwatched, this);
     MakeClient();
     services.Set("deleteKeyRequest", TestSupport::Json(R"({"payload":{"type":"deleteKeyResponse"}})"));
-    secret_ = TestSupport::MakeEnveloped(TestSupport::MakeSigned(kBytes, {Signer()}), {pki.room.certificate});
+    secret_ = TestSupport::MakeEnveloped(TestSupport::MakeSigned(kBytes, {forged.Signer()}),
+                                         {TestSupport::Pki::Get().room.certificate});
     // What OpenSSL makes once and keeps, it makes here.
     Prepare();
     EXPECT_EQ(RunOnce(), CRYPTCLI_OK);
