@@ -67,7 +67,7 @@ std::string DescribeUnused(const CLI::App& app, const CLI::App* command) {
 
 std::string DescribeMistake(const CLI::App& app, const CLI::ParseError& error) {
   const CLI::App* const command = GetCommand(app);
-  const std::string unused = DescribeUnused(app, command);
+  std::string unused = DescribeUnused(app, command);
   if (!unused.empty()) return unused;
   if (command == nullptr) return "Name a command: cryptcli --help lists them";
   return error.what();
