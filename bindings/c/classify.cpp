@@ -33,6 +33,7 @@ constexpr std::array kRows = {
     // Behind it is a fault of the message in our own words, or what the certificate library says about a
     // chain.
     Row{"Could not verify signature: A signer's RSA key", CRYPTCLI_ORIGIN_NOT_PROVEN},
+    Row{"Could not verify signature: A certificate", CRYPTCLI_ORIGIN_NOT_PROVEN},
     Row{"Could not verify signature: A ", CRYPTCLI_DAMAGED},
     Row{"Could not verify signature: The ", CRYPTCLI_DAMAGED},
     Row{"Could not verify signature", CRYPTCLI_ORIGIN_NOT_PROVEN},

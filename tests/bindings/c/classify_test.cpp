@@ -55,6 +55,20 @@ TEST(Classify, LooksAtTheReasonOfTheSystemFirst) {
   EXPECT_EQ(Classify("Could not decrypt file: Operation canceled", {}), CRYPTCLI_CANCELLED);
 }
 
+// Weak keys and digests in the chain are faults of the signer, a weak digest of the content one of the
+// message.
+TEST(Classify, TellsAWeakChainFromADamagedMessage) {
+  for (const char* reason :
+       {"A certificate is signed with MD5", "A certificate is signed with SHA-1",
+        "A certificate is signed with a weak digest", "A certificate's RSA key has fewer than 2048 bits",
+        "A signer's RSA key has fewer than 2048 bits"}) {
+    EXPECT_EQ(Classify(std::string("Could not verify signature: ") + reason, {}), CRYPTCLI_ORIGIN_NOT_PROVEN)
+        << reason;
+  }
+  EXPECT_EQ(Classify("Could not verify signature: A signer's digest is MD5, which proves nothing", {}),
+            CRYPTCLI_DAMAGED);
+}
+
 TEST(Classify, LooksAtTheExchangeBehindAMessage) {
   const FailedExchange notFound{true, true, true, 404, {}};
   EXPECT_EQ(Classify("Could not get room key: HTTP 404", notFound), CRYPTCLI_UNKNOWN_ROOM);
