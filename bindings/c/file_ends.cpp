@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -143,6 +144,16 @@ bool Target::Open(const cryptcli_file& file) {
   if (*file.path == '\0') return Fail(ENOENT);
   target_ = File(ResolveLink(file.path));
   return staging_.CreateFor(target_);
+}
+
+// The staging file lies beside a target that it will replace, and in the temporary directory otherwise.
+bool Target::IsReplacedInOneStep() const {
+  std::error_code ignored;
+  const auto directoryOf = [&](const File& file) {
+    return std::filesystem::absolute(file.GetPath().GetText(), ignored).parent_path();
+  };
+  return !target_.IsEmpty() &&
+         std::filesystem::equivalent(directoryOf(staging_.GetFile()), directoryOf(target_), ignored);
 }
 
 bool Target::OpenNowhere() {

@@ -30,6 +30,8 @@ class Target {
   bool Open(const cryptcli_file& file);
   /// A private file that nobody gets, for content that is only looked at.
   bool OpenNowhere();
+  /// Whether Deliver renames a complete file over the target, so that a failure leaves it as it was.
+  bool IsReplacedInOneStep() const;
   OruGuiBase::File GetFile() const { return staging_.GetFile(); }
   std::uint64_t GetSize() const;
   bool Deliver();

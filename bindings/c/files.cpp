@@ -139,6 +139,8 @@ cryptcli_status Open(const Task& task, const cryptcli_file& from, const Source& 
   const cryptcli_policy policy = task.call != nullptr ? task.call->accept : CRYPTCLI_ACCEPT_PROVEN;
   if (IsAccepted(origin.value, policy)) return CRYPTCLI_OK;
   Failure failure;
+  // If a server is the reason that the signer was not examined, a later attempt may prove the origin.
+  if (origin.value == CRYPTCLI_ORIGIN_UNPROVEN) failure = operation.MakeFailure(origin.reason);
   failure.code = CRYPTCLI_ORIGIN_NOT_PROVEN;
   failure.message = "The origin of " + Quoted(from) + " is not proven: " + origin.reason;
   return Fail(error, std::move(failure));
@@ -171,6 +173,12 @@ cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cry
   if (!source.Open(file)) return Fail(error, SystemFailure(operation, "Could not read", file));
   if (!content.OpenNowhere() || !target.Open(file)) {
     return Fail(error, SystemFailure(operation, "Could not write", file));
+  }
+  if (!target.IsReplacedInOneStep()) {
+    return Fail(error, CRYPTCLI_IO,
+                "Could not replace " + Quoted(file) +
+                    " in one step: it belongs to another user, has several names or an access list, or its "
+                    "directory takes no new files. Copy it, and rekey the copy");
   }
   operation.StartProgress(source.GetSize(), kPassesOfDecrypt + kPassesOfEncrypt);
   const cryptcli_status status = Open(task, file, source, content, operation, *report, error);

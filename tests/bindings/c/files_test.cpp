@@ -77,6 +77,19 @@ TEST_F(Files, RekeyKeepsContentAndAccess) {
   EXPECT_EQ(scratch.Read("opened"), kContent);
 }
 
+// Written in place, it would be lost when the disk fills up or the process is killed.
+TEST_F(Files, RekeyRefusesAFileThatCannotBeReplacedInOneStep) {
+  Protect(kContent);
+  const std::string before = scratch.Read("secret");
+  std::filesystem::create_hard_link(Path("secret"), Path("other name"));
+  const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {
+    return cryptcli_rekey(client.get(), kRoom, Path("secret").c_str(), nullptr, report, error);
+  });
+  EXPECT_EQ(outcome.status, CRYPTCLI_IO);
+  EXPECT_THAT(outcome.Message(), ::testing::HasSubstr("in one step"));
+  EXPECT_EQ(scratch.Read("secret"), before);
+}
+
 TEST_F(Files, RekeyLeavesAFileThatDoesNotOpen) {
   scratch.Make("secret", "no message");
   const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {

@@ -289,7 +289,8 @@ CRYPTCLI_API cryptcli_status cryptcli_verify(const cryptcli_client* client, cons
                                              cryptcli_file source, cryptcli_call* call,
                                              cryptcli_report** report, cryptcli_error** error);
 /* Opens the protected file at `path`, if the call accepts its origin, and protects its content with the
- * room's present key, in place. At any moment the file is the old one or the new one. */
+ * room's present key, in place. At any moment the file is the old one or the new one; a file that cannot be
+ * replaced in one step (one of another user, with several names or with an access list) is CRYPTCLI_IO. */
 CRYPTCLI_API cryptcli_status cryptcli_rekey(const cryptcli_client* client, const char* room, const char* path,
                                             cryptcli_call* call, cryptcli_report** report,
                                             cryptcli_error** error);
