@@ -70,6 +70,23 @@ TEST_F(Refusals, SpareAFileWhosePlainKeyCannotBeRead) {
   EXPECT_EQ(cryptcli_report_is_plain_key(outcome.report.get()), 0);
 }
 
+// Nothing is wrong with the file: later the signer can be examined.
+TEST_F(Refusals, AreWorthAnotherAttemptWhenTheServiceFailed) {
+  services.Set("integrity", TestSupport::Status(503));
+  forged.EnvelopeSigned({forged.Signer()});
+  const Outcome outcome = Open();
+  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
+  EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 1);
+  EXPECT_EQ(cryptcli_error_http_status(outcome.error.get()), 503U);
+}
+
+TEST_F(Refusals, AreFinalWhenTheSignerWasExamined) {
+  forged.EnvelopeSigned({forged.SelfSigned()});
+  const Outcome outcome = Open();
+  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
+  EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 0);
+}
+
 TEST_F(Refusals, ReportAPlainKey) {
   forged.MakeOfOrigin(CRYPTCLI_ORIGIN_SIGNATURE_ONLY);
   EXPECT_EQ(cryptcli_report_is_plain_key(Open().report.get()), 1);
