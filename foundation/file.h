@@ -95,6 +95,9 @@ class ORUGUI_EXPORT File : public DirectoryEntry {
   /// that is written in place keeps its own. A private file that is not as it was made, and a target that
   /// changed meanwhile, are failures (see FileWriter::OpenStaged).
   bool Move(const File& target, bool keepTarget) const noexcept;
+  /// Renames this private file over the target, which gets its access as with Move, or fails and leaves both
+  /// as they are. EXDEV if the target cannot be replaced by a rename.
+  bool Replace(const File& target) const noexcept;
   /// Removes the file. With `mayBeMissing` true a file that does not exist is a success. Part of the
   /// published interface; nothing here calls it, as TempFile removes its own file.
   bool Remove(bool mayBeMissing) const noexcept;

@@ -99,6 +99,15 @@ bool File::Move(const File& target, bool keepTarget) const noexcept {
   return CopyTo(target, keepTarget, mode);
 }
 
+bool File::Replace(const File& target) const noexcept {
+  ClearLastError();
+  DeliveryTarget judged;
+  const DeliveryWay way = JudgeTarget(target, judged);
+  if (way == DeliveryWay::Failed) return FailWithErrno();
+  if (way == DeliveryWay::InPlace || !IsPrivate()) return FailWith(EXDEV);
+  return RenamePrivate(*this, target, judged, /*keepTarget=*/false) || FailWithErrno();
+}
+
 bool File::CopyTo(const File& target, bool keepTarget, int mode) const noexcept {
   const int source = OpenRegular(*this);
   if (source < 0) return FailWithErrno();

@@ -48,6 +48,30 @@ TEST(FileMoveTest, ReplacesAnExistingTarget) {
   EXPECT_EQ(scratch.CountEntries(), 1U);
 }
 
+TEST(FileReplaceTest, RenamesAPrivateFileOverTheTarget) {
+  const ScratchDirectory scratch;
+  const File target = scratch.MakeFile("a", "old");
+  TempFile staging;
+  ASSERT_TRUE(staging.CreateFor(target));
+  std::ofstream(staging.GetPath().GetText(), std::ios::binary) << "new";
+  EXPECT_TRUE(staging.GetFile().Replace(target));
+  EXPECT_EQ(ContentOf(target), "new");
+  EXPECT_EQ(scratch.CountEntries(), 1U);
+}
+
+TEST(FileReplaceTest, WritesNothingInPlace) {
+  const ScratchDirectory scratch;
+  const File target = scratch.MakeFile("a", "old");
+  TempFile staging;
+  ASSERT_TRUE(staging.CreateFor(target));
+  std::ofstream(staging.GetPath().GetText(), std::ios::binary) << "new";
+  std::filesystem::create_hard_link(target.GetPath().GetText(), scratch.FileOf("b").GetPath().GetText());
+  EXPECT_FALSE(staging.GetFile().Replace(target));
+  EXPECT_EQ(GetLastError(), static_cast<std::uint32_t>(EXDEV));
+  EXPECT_EQ(ContentOf(target), "old");
+  EXPECT_EQ(ContentOf(staging.GetFile()), "new");
+}
+
 TEST(FileMoveTest, KeepsAnExistingTargetOnRequest) {
   const ScratchDirectory scratch;
   const File source = scratch.MakeFile("a", "new");
