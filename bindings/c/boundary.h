@@ -40,8 +40,10 @@ cryptcli_status Guarded(cryptcli_error** error, Work work) noexcept {
   try {
     return work();
   } catch (const std::exception& failure) {
+    if (error != nullptr) cryptcli_error_free(*error);
     return Fail(error, CRYPTCLI_INTERNAL, failure.what());
   } catch (...) {
+    if (error != nullptr) cryptcli_error_free(*error);
     return Fail(error, CRYPTCLI_INTERNAL, "Unknown exception");
   }
 }

@@ -85,6 +85,7 @@ constexpr std::array kRows = {
     Row{"Could not add inner signing certificate", CRYPTCLI_INTERNAL},
     Row{"Could not get audit log", CRYPTCLI_SERVER_ERROR},
     Row{"Could not create ", CRYPTCLI_IO},
+    Row{"Could not replace ", CRYPTCLI_IO},
     Row{"HTTP ", CRYPTCLI_SERVER_ERROR},
     // The call itself.
     Row{"Invalid URL", CRYPTCLI_INVALID_ARGUMENT},

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <sys/stat.h>
@@ -88,6 +89,21 @@ AnsiStr ResolveLink(const char* path) {
   return result;
 }
 
+FileIdentity Identify(const File& file) {
+  struct stat info {};
+  if (::lstat(file.GetPath().GetText(), &info) != 0) return {};
+  return {true, info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
+}
+
+bool IsSame(const timespec& a, const timespec& b) {
+  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+bool IsSame(const FileIdentity& a, const FileIdentity& b) {
+  return a.exists == b.exists && a.device == b.device && a.inode == b.inode && a.size == b.size &&
+         IsSame(a.modified, b.modified) && IsSame(a.changed, b.changed);
+}
+
 std::uint64_t SizeOf(const File& file) {
   const std::int64_t size = file.GetSize();
   return size > 0 ? static_cast<std::uint64_t>(size) : 0;
@@ -139,15 +155,17 @@ bool Source::CopyFrom(int descriptor) {
 bool Target::Open(const cryptcli_file& file) {
   if (file.path == nullptr) {
     descriptor_ = file.descriptor;
-    return descriptor_ >= 0 ? OpenNowhere() : Fail(EBADF);
+    const int flags = ::fcntl(descriptor_, F_GETFL);
+    return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY ? OpenNowhere() : Fail(EBADF);
   }
   if (*file.path == '\0') return Fail(ENOENT);
   target_ = File(ResolveLink(file.path));
+  found_ = Identify(target_);
   return staging_.CreateFor(target_);
 }
 
 // The staging file lies beside a target that it will replace, and in the temporary directory otherwise.
-bool Target::IsReplacedInOneStep() const {
+bool Target::IsReplaceable() const {
   std::error_code ignored;
   const auto directoryOf = [&](const File& file) {
     return std::filesystem::absolute(file.GetPath().GetText(), ignored).parent_path();
@@ -163,6 +181,13 @@ bool Target::OpenNowhere() {
 
 std::uint64_t Target::GetSize() const {
   return SizeOf(staging_.GetFile());
+}
+
+bool Target::Replace() {
+  if (!IsSame(found_, Identify(target_))) return Fail(ESTALE);
+  if (!staging_.GetFile().Replace(target_)) return false;
+  staging_.GiveUp();
+  return true;
 }
 
 bool Target::Deliver() {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
+#include <sys/types.h>
 
 #include "bindings/c/include/cryptcli/cryptcli.h"
 #include "foundation/file.h"
@@ -23,6 +25,16 @@ class Source {
   OruGuiBase::File file_;
 };
 
+/// What tells whether a path still names the same file with the same content.
+struct FileIdentity {
+  bool exists = false;
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  timespec modified{};
+  timespec changed{};
+};
+
 /// What is written: content gathers in a private file and becomes the target when it is delivered. Without
 /// that the target stays as it was.
 class Target {
@@ -30,8 +42,11 @@ class Target {
   bool Open(const cryptcli_file& file);
   /// A private file that nobody gets, for content that is only looked at.
   bool OpenNowhere();
-  /// Whether Deliver renames a complete file over the target, so that a failure leaves it as it was.
-  bool IsReplacedInOneStep() const;
+  /// Whether Replace can succeed, by what is known so far.
+  bool IsReplaceable() const;
+  /// Renames the complete file over the target, or fails and leaves that as it is. EXDEV if it cannot be
+  /// replaced so; ESTALE if it is not the file any more that Open found.
+  bool Replace();
   OruGuiBase::File GetFile() const { return staging_.GetFile(); }
   std::uint64_t GetSize() const;
   bool Deliver();
@@ -39,6 +54,7 @@ class Target {
  private:
   OruGuiBase::TempFile staging_;
   OruGuiBase::File target_;
+  FileIdentity found_;
   int descriptor_ = -1;
 };
 

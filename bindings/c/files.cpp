@@ -1,4 +1,6 @@
 // The operations on files: encrypt, decrypt, verify and rekey.
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <memory>
 #include <random>
@@ -8,6 +10,7 @@
 #include "bindings/c/boundary.h"
 #include "bindings/c/client.h"
 #include "bindings/c/file_ends.h"
+#include "bindings/c/observer_pause.h"
 #include "bindings/c/operation.h"
 #include "bindings/c/origin.h"
 #include "bindings/c/report.h"
@@ -53,6 +56,11 @@ Failure SystemFailure(Operation& operation, std::string_view what, const cryptcl
                                ToString(OruGuiBase::GetSystemErrorText()));
 }
 
+Failure NoTemporaryFile(Operation& operation) {
+  return operation.MakeFailure("Could not create a temporary file: " +
+                               ToString(OruGuiBase::GetSystemErrorText()));
+}
+
 void TakeFacts(cryptcli_report& report, const Facts& facts) {
   report.serviceGroup = facts.serviceGroup;
   report.serviceRoom = facts.serviceRoom;
@@ -68,6 +76,17 @@ std::chrono::milliseconds RandomPause(std::chrono::milliseconds longest) {
   thread_local std::minstd_rand random{std::random_device{}()};
   std::uniform_int_distribution<std::int64_t> pause(1, longest.count());
   return std::chrono::milliseconds(pause(random));
+}
+
+// False once the operation is cancelled.
+bool Pause(std::chrono::milliseconds length, Operation& operation) {
+  constexpr std::chrono::milliseconds kStep{100};
+  while (length.count() > 0 && !operation.IsCancelled()) {
+    const auto step = std::min(length, kStep);
+    std::this_thread::sleep_for(step);
+    length -= step;
+  }
+  return !operation.IsCancelled();
 }
 
 // Encrypts, again and again as long as another client is making the room's key at the same time: whoever
@@ -86,9 +105,25 @@ bool EncryptWithRoomKey(const Task& task, const File& source, const File& target
     const auto spent = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
     if (!operation.HasLostUpload() || operation.IsCancelled() || spent > kFirstKeyTime) return false;
     pause = std::min(pause.count() == 0 ? spent + milliseconds(1) : pause * 2, kLongestPause);
-    std::this_thread::sleep_for(RandomPause(pause));
+    if (!Pause(RandomPause(pause), operation)) return false;
     operation.StartOver();
   }
+}
+
+// Hands the complete target over. Everything that can fail for another reason lies before it, and what the
+// caller cancels from here on comes too late: half a target would be worse than a whole one.
+cryptcli_status Deliver(const cryptcli_file& to, Target& target, Operation& operation,
+                        cryptcli_report& report, cryptcli_error** error) {
+  if (operation.IsCancelled()) return Fail(error, operation.MakeFailure("The operation was cancelled"));
+  Complete(report);
+  bool isDelivered = false;
+  {
+    const ObserverPause pause;
+    isDelivered = target.Deliver();
+  }
+  if (!isDelivered) return Fail(error, SystemFailure(operation, "Could not write", to));
+  operation.FinishProgress();
+  return CRYPTCLI_OK;
 }
 
 cryptcli_status Encrypt(const Task& task, const cryptcli_file& from, const cryptcli_file& to,
@@ -104,10 +139,8 @@ cryptcli_status Encrypt(const Task& task, const cryptcli_file& from, const crypt
     return Fail(error, operation.MakeFailure(message));
   }
   report->bytes = source.GetSize();
-  if (!target.Deliver()) return Fail(error, SystemFailure(operation, "Could not write", to));
   TakeFacts(*report, operation.GetFacts());
-  operation.FinishProgress();
-  return CRYPTCLI_OK;
+  return Deliver(to, target, operation, *report, error);
 }
 
 // Opens the source into the target's private file and judges it; nothing is delivered here.
@@ -125,6 +158,8 @@ cryptcli_status Open(const Task& task, const cryptcli_file& from, const Source& 
     report.hasOrigin = failure.code == CRYPTCLI_ORIGIN_NOT_PROVEN;
     report.origin = CRYPTCLI_ORIGIN_UNPROVEN;
     report.reason = failure.message;
+    TakeFacts(report, operation.GetFacts());
+    Complete(report);
     return Fail(error, std::move(failure));
   }
   // The class takes an exchange that was cancelled while it examined the signer for one that proves nothing.
@@ -141,6 +176,8 @@ cryptcli_status Open(const Task& task, const cryptcli_file& from, const Source& 
   Failure failure;
   // If a server is the reason that the signer was not examined, a later attempt may prove the origin.
   if (origin.value == CRYPTCLI_ORIGIN_UNPROVEN) failure = operation.MakeFailure(origin.reason);
+  if (failure.code == CRYPTCLI_CANCELLED) return Fail(error, std::move(failure));
+  Complete(report);
   failure.code = CRYPTCLI_ORIGIN_NOT_PROVEN;
   failure.message = "The origin of " + Quoted(from) + " is not proven: " + origin.reason;
   return Fail(error, std::move(failure));
@@ -152,16 +189,26 @@ cryptcli_status Decrypt(const Task& task, const cryptcli_file& from, const crypt
   Source source;
   Target target;
   if (!source.Open(from)) return Fail(error, SystemFailure(operation, "Could not read", from));
-  if (to != nullptr ? !target.Open(*to) : !target.OpenNowhere()) {
-    return Fail(error, SystemFailure(operation, "Could not write", to != nullptr ? *to : from));
-  }
+  if (to == nullptr && !target.OpenNowhere()) return Fail(error, NoTemporaryFile(operation));
+  if (to != nullptr && !target.Open(*to))
+    return Fail(error, SystemFailure(operation, "Could not write", *to));
   operation.StartProgress(source.GetSize(), kPassesOfDecrypt);
   const cryptcli_status status = Open(task, from, source, target, operation, *report, error);
   if (status != CRYPTCLI_OK) return status;
-  if (to != nullptr && !target.Deliver())
-    return Fail(error, SystemFailure(operation, "Could not write", *to));
+  if (to != nullptr) return Deliver(*to, target, operation, *report, error);
+  Complete(*report);
   operation.FinishProgress();
   return CRYPTCLI_OK;
+}
+
+Failure CannotReplace(Operation& operation, const cryptcli_file& file) {
+  const bool isChanged = OruGuiBase::GetLastError() == ESTALE;
+  return operation.MakeFailure("Could not replace " + Quoted(file) +
+                               (isChanged
+                                    ? ": another program changed it meanwhile. Rekey it again"
+                                    : " in one step: it belongs to another user or group, has several names "
+                                      "or an access list, or its directory takes no new files. Copy it, "
+                                      "and rekey the copy"));
 }
 
 cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cryptcli_error** error) {
@@ -171,15 +218,9 @@ cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cry
   Target content;
   Target target;
   if (!source.Open(file)) return Fail(error, SystemFailure(operation, "Could not read", file));
-  if (!content.OpenNowhere() || !target.Open(file)) {
-    return Fail(error, SystemFailure(operation, "Could not write", file));
-  }
-  if (!target.IsReplacedInOneStep()) {
-    return Fail(error, CRYPTCLI_IO,
-                "Could not replace " + Quoted(file) +
-                    " in one step: it belongs to another user, has several names or an access list, or its "
-                    "directory takes no new files. Copy it, and rekey the copy");
-  }
+  if (!content.OpenNowhere()) return Fail(error, NoTemporaryFile(operation));
+  if (!target.Open(file)) return Fail(error, SystemFailure(operation, "Could not write", file));
+  if (!target.IsReplaceable()) return Fail(error, CannotReplace(operation, file));
   operation.StartProgress(source.GetSize(), kPassesOfDecrypt + kPassesOfEncrypt);
   const cryptcli_status status = Open(task, file, source, content, operation, *report, error);
   if (status != CRYPTCLI_OK) return status;
@@ -187,7 +228,14 @@ cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cry
   if (!EncryptWithRoomKey(task, content.GetFile(), target.GetFile(), operation, message)) {
     return Fail(error, operation.MakeFailure(message));
   }
-  if (!target.Deliver()) return Fail(error, SystemFailure(operation, "Could not write", file));
+  if (operation.IsCancelled()) return Fail(error, operation.MakeFailure("The operation was cancelled"));
+  Complete(*report);
+  if (!target.Replace()) {
+    const auto reason = OruGuiBase::GetLastError();
+    const bool isUnfit = reason == EXDEV || reason == ESTALE;
+    return Fail(error,
+                isUnfit ? CannotReplace(operation, file) : SystemFailure(operation, "Could not write", file));
+  }
   operation.FinishProgress();
   return CRYPTCLI_OK;
 }
@@ -203,7 +251,6 @@ cryptcli_status WithReport(const cryptcli_client* client, const char* room, cryp
     auto made = std::make_unique<cryptcli_report>();
     const cryptcli_status status = work(Task{*client, room, call}, made);
     if (report == nullptr || (status != CRYPTCLI_OK && status != CRYPTCLI_ORIGIN_NOT_PROVEN)) return status;
-    Complete(*made);
     *report = made.release();
     return status;
   });

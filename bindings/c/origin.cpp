@@ -21,6 +21,7 @@ Origin JudgeOrigin(const Verdict& verdict, const Facts& facts) {
   if (!verdict.isSigned) return {CRYPTCLI_ORIGIN_UNSIGNED, "The content is not signed"};
   if (!verdict.isVerified) return {CRYPTCLI_ORIGIN_UNPROVEN, verdict.message};
   if (facts.isIncomplete) return {CRYPTCLI_ORIGIN_UNPROVEN, "No memory for what the signature says"};
+  if (facts.signers.empty() && !facts.isPlainKey) return {CRYPTCLI_ORIGIN_UNPROVEN, "No signer was examined"};
   if (facts.signers.empty()) {
     return {CRYPTCLI_ORIGIN_SIGNATURE_ONLY,
             "The crypt service handed out the room's key in the clear, so no signer was examined"};

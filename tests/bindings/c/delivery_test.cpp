@@ -1,0 +1,120 @@
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <unistd.h>
+
+#include "tests/bindings/c/environment_fixture.h"
+
+namespace CInterface {
+namespace {
+
+using ::testing::HasSubstr;
+
+/// Operations during which something happens: a function runs at each report of progress, and says whether to
+/// go on.
+class Delivery : public EnvironmentTest {
+ protected:
+  void SetUp() override {
+    EnvironmentTest::SetUp();
+    large_.assign(3'000'000, 'x');
+    Protect(large_);
+  }
+  void AtProgress(std::function<bool()> meanwhile) {
+    meanwhile_ = std::move(meanwhile);
+    cryptcli_call_set_progress(
+        call.get(),
+        [](void* context, uint64_t, uint64_t) -> int32_t {
+          return static_cast<Delivery*>(context)->meanwhile_() ? 1 : 0;
+        },
+        this);
+  }
+  /// The same, once.
+  void AtFirstProgress(std::function<void()> meanwhile) {
+    AtProgress([done = false, meanwhile]() mutable {
+      if (!done) meanwhile();
+      return done = true;
+    });
+  }
+  Outcome Rekey() {
+    return Call([&](cryptcli_report** report, cryptcli_error** error) {
+      return cryptcli_rekey(client.get(), kRoom, Path("secret").c_str(), call.get(), report, error);
+    });
+  }
+
+  std::string large_;
+
+ private:
+  std::function<bool()> meanwhile_;
+};
+
+// Half a file would be worse than a whole one that nobody waits for any more.
+TEST_F(Delivery, CannotBeCancelledHalfwayThroughADescriptor) {
+  const int target = ::open(Path("opened").c_str(), O_WRONLY | O_CREAT, 0600);
+  AtProgress([&] { return std::filesystem::file_size(Path("opened")) == 0; });
+  const cryptcli_status status = cryptcli_decrypt(client.get(), kRoom, cryptcli_path(Path("secret").c_str()),
+                                                  cryptcli_descriptor(target), call.get(), nullptr, nullptr);
+  ::close(target);
+  EXPECT_EQ(status, CRYPTCLI_OK);
+  EXPECT_TRUE(scratch.Read("opened") == large_) << scratch.Read("opened").size();
+}
+
+TEST_F(Delivery, CannotBeCancelledHalfwayThroughAFileWithTwoNames) {
+  scratch.Make("opened", "as before");
+  std::filesystem::create_hard_link(Path("opened"), Path("other name"));
+  AtProgress([&] { return scratch.Read("opened") == "as before"; });
+  const Outcome outcome = Decrypt("secret", "opened");
+  EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  EXPECT_TRUE(scratch.Read("opened") == large_) << scratch.Read("opened").size();
+}
+
+TEST_F(Delivery, DoesNotBeginOnceItIsCancelled) {
+  scratch.Make("opened", "");
+  AtProgress([] { return false; });
+  EXPECT_EQ(Decrypt("secret", "opened").status, CRYPTCLI_CANCELLED);
+  EXPECT_EQ(scratch.Read("opened"), "");
+}
+
+TEST_F(Delivery, RefusesADescriptorThatCannotBeWritten) {
+  const int target = ::open(Path("secret").c_str(), O_RDONLY);
+  const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {
+    return cryptcli_decrypt(client.get(), kRoom, cryptcli_path(Path("secret").c_str()),
+                            cryptcli_descriptor(target), nullptr, report, error);
+  });
+  ::close(target);
+  EXPECT_EQ(outcome.status, CRYPTCLI_IO) << outcome.Message();
+  EXPECT_THAT(outcome.Message(), HasSubstr("Bad file descriptor"));
+}
+
+// Another name would keep the old form, and a file with two names is written in place.
+TEST_F(Delivery, OfRekeyRefusesANameThatWasAddedMeanwhile) {
+  const std::string before = scratch.Read("secret");
+  AtFirstProgress([&] { std::filesystem::create_hard_link(Path("secret"), Path("other name")); });
+  const Outcome outcome = Rekey();
+  EXPECT_EQ(outcome.status, CRYPTCLI_IO) << outcome.Message();
+  EXPECT_TRUE(scratch.Read("secret") == before);
+}
+
+// What another program wrote must not be replaced by the earlier content.
+TEST_F(Delivery, OfRekeyKeepsWhatWasWrittenMeanwhile) {
+  AtFirstProgress([&] {
+    scratch.Make("newer", "newer content");
+    std::filesystem::rename(Path("newer"), Path("secret"));
+  });
+  const Outcome outcome = Rekey();
+  EXPECT_EQ(outcome.status, CRYPTCLI_IO) << outcome.Message();
+  EXPECT_THAT(outcome.Message(), HasSubstr("another program changed it meanwhile"));
+  EXPECT_EQ(scratch.Read("secret"), "newer content");
+}
+
+// The new form has the access that the file had at first.
+TEST_F(Delivery, OfRekeyRefusesAnAccessThatWasChangedMeanwhile) {
+  const std::string before = scratch.Read("secret");
+  AtFirstProgress([&] { std::filesystem::permissions(Path("secret"), std::filesystem::perms(0640)); });
+  const Outcome outcome = Rekey();
+  EXPECT_EQ(outcome.status, CRYPTCLI_IO) << outcome.Message();
+  EXPECT_TRUE(scratch.Read("secret") == before);
+}
+
+}  // namespace
+}  // namespace CInterface
