@@ -10,6 +10,7 @@ namespace {
 struct Recorder {
   std::vector<std::string> urls;
   std::vector<std::string> headers;
+  std::vector<std::string> withCredentials;  ///< URLs
   uint32_t connectTimeout = 0;
   uint32_t timeout = 0;
   uint32_t status = 200;
@@ -23,6 +24,9 @@ struct Recorder {
     for (std::size_t i = 0; cryptcli_request_header_name(request, i) != nullptr; ++i) {
       self.headers.emplace_back(std::string(cryptcli_request_header_name(request, i)) + ": " +
                                 cryptcli_request_header_value(request, i));
+      if (self.headers.back().starts_with("Authorization: ")) {
+        self.withCredentials.emplace_back(cryptcli_request_url(request));
+      }
     }
     self.connectTimeout = cryptcli_request_connect_timeout(request);
     self.timeout = cryptcli_request_timeout(request);
@@ -70,6 +74,40 @@ TEST_F(Transport, KeepsCredentialsFromKeyServers) {
   ASSERT_FALSE(recorder.urls.empty());
   EXPECT_THAT(recorder.urls[0], ::testing::HasSubstr("apiary"));
   EXPECT_EQ(recorder.headers.front().find("Bearer"), std::string::npos);
+}
+
+TEST_F(Transport, KeepsCredentialsFromPathsThatLeadOutOfTheService) {
+  ASSERT_EQ(cryptcli_options_add_header(options.get(), "Authorization", "Bearer 7", nullptr), CRYPTCLI_OK);
+  MakeClient();
+  for (const char* path : {"..", "%2e%2e", ".%2E"}) {
+    recorder.urls.clear();
+    const std::string arguments =
+        std::string(R"({"keyserver":["https://crypt.example/api/)") + path + R"(/x"],"group":"g"})";
+    (void)Call([&](cryptcli_report** report, cryptcli_error** error) {
+      return cryptcli_perform(client.get(), "GetAuditLog", arguments.c_str(), nullptr, report, error);
+    });
+    ASSERT_FALSE(recorder.urls.empty());
+    EXPECT_THAT(recorder.urls[0], ::testing::HasSubstr(path));
+    EXPECT_THAT(recorder.withCredentials, ::testing::Not(::testing::Contains(::testing::HasSubstr("/x/"))));
+  }
+}
+
+TEST_F(Transport, GetsEachHeaderOnceWhateverItsCase) {
+  for (const auto& [name, value] :
+       {std::pair("Authorization", "first"), std::pair("authorization", "second")}) {
+    ASSERT_EQ(cryptcli_options_add_header(options.get(), name, value, nullptr), CRYPTCLI_OK);
+  }
+  MakeClient();
+  EXPECT_EQ(Encrypt("plain", "secret").status, CRYPTCLI_SERVER_ERROR);
+  EXPECT_THAT(recorder.headers, ::testing::Contains("Authorization: second"));
+  EXPECT_THAT(recorder.headers, ::testing::Not(::testing::Contains(::testing::HasSubstr("first"))));
+}
+
+TEST_F(Transport, NeedsAServiceThatIsAUrl) {
+  ASSERT_EQ(cryptcli_options_set_service(options.get(), "ftp://crypt.example/api", nullptr), CRYPTCLI_OK);
+  cryptcli_client* made = nullptr;
+  EXPECT_EQ(cryptcli_client_new(options.get(), &made, nullptr), CRYPTCLI_INVALID_ARGUMENT);
+  EXPECT_EQ(made, nullptr);
 }
 
 TEST_F(Transport, AFailureWithoutAReasonHasOne) {
