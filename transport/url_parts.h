@@ -3,6 +3,7 @@
 #include <string>
 
 #include "foundation/ansistr.h"
+#include "transport/export.h"
 
 namespace OruKalvix {
 
@@ -18,10 +19,12 @@ struct UrlParts {
 };
 
 /// Splits a URL. False, with the reason, for anything but an http or https URL without user name.
-bool ParseUrl(const OruGuiBase::AnsiStr& url, UrlParts& parts, OruGuiBase::AnsiStr& errorText);
+CRYPTCLI_CURL_EXPORT bool ParseUrl(const OruGuiBase::AnsiStr& url, UrlParts& parts,
+                                   OruGuiBase::AnsiStr& errorText);
 
 /// Whether a URL is `base` or below it: the same scheme, host and port, and a path that is the base's or
-/// continues it after a slash.
-bool IsAtOrBelow(const UrlParts& base, const UrlParts& url);
+/// continues it after a slash. Such a request may carry the credentials of the crypt service. Exported for
+/// the C interface, which has to decide the same for a transport of the application.
+CRYPTCLI_CURL_EXPORT bool IsAtOrBelow(const UrlParts& base, const UrlParts& url);
 
 }  // namespace OruKalvix

@@ -63,6 +63,12 @@ bool CryptCliC::CheckRoom(const cryptcli_client* client, const char* room, crypt
   return true;
 }
 
+bool cryptcli_client::IsAtService(const AnsiStr& url) const {
+  OruKalvix::UrlParts parts;
+  AnsiStr reason;
+  return OruKalvix::ParseUrl(url, parts, reason) && OruKalvix::IsAtOrBelow(service, parts);
+}
+
 cryptcli_status cryptcli_client_new(const cryptcli_options* options, cryptcli_client** client,
                                     cryptcli_error** error) {
   if (client != nullptr) *client = nullptr;
@@ -73,6 +79,9 @@ cryptcli_status cryptcli_client_new(const cryptcli_options* options, cryptcli_cl
       return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No URL of the crypt service");
     auto made = std::make_unique<cryptcli_client>();
     made->options = *options;
+    AnsiStr reason;
+    if (!OruKalvix::ParseUrl(ToAnsi(options->service), made->service, reason))
+      return Fail(error, CRYPTCLI_INVALID_ARGUMENT, reason.View());
     const cryptcli_status status = MakeTransport(*made, error);
     if (status == CRYPTCLI_OK) *client = made.release();
     return status;

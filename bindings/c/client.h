@@ -6,14 +6,19 @@
 #include "bindings/c/include/cryptcli/cryptcli.h"
 #include "bindings/c/options.h"
 #include "transport/curlhttp.h"
+#include "transport/url_parts.h"
 
 /// A client: its options and its transport, both immutable. Each operation makes a CryptClient of its own, so
 /// any number may run at once; they share the transport and the connections that it keeps open.
 struct cryptcli_client {
   cryptcli_options options;
+  OruKalvix::UrlParts service;  ///< of the crypt service's URL
   OruKalvix::CryptClientCurl::Ptr curl;
   std::unique_ptr<CryptCliC::CallbackTransport> callback;
 
+  /// Whether the URL is the crypt service's or below it, by the same rule as in the built-in transport: such
+  /// a request, and no other, may carry the credentials.
+  bool IsAtService(const OruGuiBase::AnsiStr& url) const;
   OruKalvix::ICryptClientHttp& GetTransport() const {
     if (callback != nullptr) return *callback;
     return *curl;

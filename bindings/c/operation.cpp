@@ -8,6 +8,7 @@
 
 #include <algorithm>
 
+#include "bindings/c/headers.h"
 #include "bindings/c/observer_pause.h"
 #include "bindings/c/text.h"
 #include "foundation/json.h"
@@ -83,12 +84,6 @@ std::string_view WithoutQuery(std::string_view url) {
 std::string Member(const KVMap& object, const char* name) {
   const Val value = object.Get(name);
   return value.GetType() == ValType::String ? ToString(value.AsString()) : std::string();
-}
-
-// The service itself or something below it.
-bool IsAtService(std::string_view url, std::string_view service) {
-  return TakePrefix(url, service) &&
-         (url.empty() || service.ends_with('/') || url.front() == '/' || url.front() == '?');
 }
 
 bool IsBody(std::string_view trace) {
@@ -187,11 +182,10 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
   limited.timeouts[0] = std::min(client_.options.connectTimeout, limited.timeouts[2]);
   limited.timeouts[1] = limited.timeouts[2];
   KVMap all = headers;
-  const bool isOurs = client_.callback != nullptr && IsAtService(url.View(), client_.options.service);
+  const bool isOurs = client_.callback != nullptr && client_.IsAtService(url);
   for (std::uint32_t i = 0; isOurs && i < client_.options.serviceHeaders.GetCount(); ++i) {
     const AnsiStr& name = client_.options.serviceHeaders.GetKeys()[i];
-    if (headers.Find(name) >= headers.GetCount())
-      all.Put(name, client_.options.serviceHeaders.GetValues()[i]);
+    if (!HasHeader(headers, name)) all.Put(name, client_.options.serviceHeaders.GetValues()[i]);
   }
   const std::int32_t result = client_.GetTransport().SendRequest(method, url, all, body, limited, response);
   Record(url, result >= 0, response);
@@ -200,7 +194,7 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
 
 void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse& response) {
   latest_.url = ToString(url);
-  latest_.isCryptService = IsAtService(url.View(), client_.options.service);
+  latest_.isCryptService = client_.IsAtService(url);
   latest_.hasResponse = hasResponse;
   latest_.status = hasResponse ? response.status : 0;
   latest_.failed = !hasResponse || response.status != kStatusOk;
@@ -208,7 +202,8 @@ void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse&
   isAttemptOpen_ = !latest_.isCryptService;
   if (!latest_.isCryptService) return;
   std::string_view path(latest_.url);
-  path.remove_prefix(client_.options.service.size());
+  // The class puts each path behind the service's URL as it was given.
+  if (!TakePrefix(path, client_.options.service)) return;
   while (TakePrefix(path, "/")) {
   }
   if (TakePrefix(path, "crypt/") && !latest_.failed) ReadServiceResponse(path, response.body);

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "bindings/c/boundary.h"
+#include "bindings/c/headers.h"
 #include "bindings/c/text.h"
 
 using CryptCliC::Fail;
@@ -115,7 +116,7 @@ cryptcli_status cryptcli_options_add_header(cryptcli_options* options, const cha
       return Fail(error, CRYPTCLI_INVALID_ARGUMENT,
                   "A header has a name of letters, digits and hyphens and a value of one line");
     }
-    options->serviceHeaders.Put(ToAnsi(name), ToAnsi(value));
+    CryptCliC::PutHeader(options->serviceHeaders, ToAnsi(name), ToAnsi(value));
     return CRYPTCLI_OK;
   });
 }

@@ -130,7 +130,8 @@ CRYPTCLI_API cryptcli_status cryptcli_options_set_client_certificate(cryptcli_op
 CRYPTCLI_API cryptcli_status cryptcli_options_set_proxy(cryptcli_options* options, const char* url,
                                                         cryptcli_error** error);
 /* Adds a header to every request to the crypt service and to no other server, such as one with credentials.
- * A header of the same name is replaced. */
+ * A header of the same name, whatever its case, is replaced. What the library sets itself, such as
+ * "Content-Type", stays. */
 CRYPTCLI_API cryptcli_status cryptcli_options_add_header(cryptcli_options* options, const char* name,
                                                          const char* value, cryptcli_error** error);
 /* The time limit for connecting to a server, in milliseconds; 0 for the default, 30 seconds. */
