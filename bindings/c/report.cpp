@@ -40,6 +40,10 @@ void Complete(cryptcli_report& report) {
 
 }  // namespace CryptCliC
 
+cryptcli_report::~cryptcli_report() {
+  CryptCliC::Wipe(json);
+}
+
 namespace {
 
 const char* Lend(const cryptcli_report* report, std::string cryptcli_report::*member) {

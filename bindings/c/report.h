@@ -8,6 +8,12 @@
 
 /// What an operation found out, complete before it is handed out: getters lend from it.
 struct cryptcli_report {
+  cryptcli_report() = default;
+  cryptcli_report(const cryptcli_report&) = delete;
+  cryptcli_report& operator=(const cryptcli_report&) = delete;
+  /// Wipes the JSON, which can hold the private keys of rooms.
+  ~cryptcli_report();
+
   cryptcli_origin origin = CRYPTCLI_ORIGIN_UNSIGNED;
   bool hasOrigin = false;  ///< false for encrypt
   std::string reason;

@@ -6,6 +6,7 @@
 
 #include "foundation/encoding.h"
 #include "foundation/json.h"
+#include "foundation/reference.h"
 #include "foundation/val.h"
 
 namespace CryptCliC {
@@ -40,6 +41,10 @@ std::string MakeUtf8(std::string_view text) {
     text.remove_prefix(length > 0 ? length : 1);
   }
   return clean;
+}
+
+void Wipe(std::string& text) noexcept {
+  OruGuiBase::WipeMemory(text.data(), text.size());
 }
 
 std::string TimeText(const OruGuiBase::datetime& time) {

@@ -21,8 +21,10 @@ bool IsUtf8(std::string_view text);
 /// The string with U+FFFD in place of bytes that are not UTF-8, so that JSON can have it, and of NUL bytes,
 /// where a C string would end.
 std::string MakeUtf8(std::string_view text);
-/// The object as compact JSON. Its strings have to be UTF-8.
+/// The object as compact JSON. Its strings have to be UTF-8. The result is the only copy that is not wiped.
 std::string ToJson(const OruGuiBase::KVMap& object);
+/// Overwrites the characters, before the memory of a secret is freed.
+void Wipe(std::string& text) noexcept;
 /// RFC 3339; empty for an unset time.
 std::string TimeText(const OruGuiBase::datetime& time);
 /// Sets a member to a string, made valid UTF-8 first.

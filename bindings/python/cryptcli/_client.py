@@ -252,7 +252,8 @@ class Client:
         """Performs a named operation and returns its result; operations() has the names and the arguments.
 
         An unknown, missing or mistyped argument is InvalidArgument, before anything is sent. A file that the result
-        names (GetAuditLog) belongs to the caller, who removes it.
+        names (GetAuditLog) belongs to the caller, who removes it. So do the private keys in the result of Decrypt:
+        nothing overwrites Python's copies of them.
         """
         return self._call(
             lib.perform, encode(operation, "The operation"), _encode_json(arguments), cancel=cancel

@@ -1,8 +1,21 @@
 #include <string>
 
+#include "bindings/c/text.h"
 #include "foundation/json.h"
 #include "tests/bindings/c/environment_fixture.h"
 #include "tests/support/text.h"
+
+namespace CryptCliC {
+namespace {
+
+TEST(Wipe, OverwritesEveryCharacter) {
+  std::string text(100, 'k');
+  Wipe(text);
+  EXPECT_EQ(text, std::string(100, '\0'));
+}
+
+}  // namespace
+}  // namespace CryptCliC
 
 namespace CInterface {
 namespace {

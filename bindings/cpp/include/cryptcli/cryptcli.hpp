@@ -142,7 +142,7 @@ class Client {
 
   /// Performs a named operation (see Operations) and returns its result as a JSON object. `arguments` is a
   /// JSON object; an unknown, missing or mistyped member is refused with InvalidArgument before anything is
-  /// sent.
+  /// sent. The result of "Decrypt" holds private keys: the string is the caller's to overwrite.
   ///
   ///     client.Perform("GetAuditLog", R"({"keyserver":["https://ks1.example.com"],"group":"g-7"})");
   [[nodiscard]] Result<std::string> Perform(std::string_view operation, std::string_view arguments,
