@@ -165,9 +165,11 @@ cryptcli_status ClassifyExchange(const FailedExchange& exchange) {
     case 408:
     case 504:
       return CRYPTCLI_TIMEOUT;
+    // Either says that the key was made for a state of the room that is no longer the present one. To any
+    // other request neither means anything.
     case 409:
     case 412:
-      return exchange.isCryptService ? CRYPTCLI_CONFLICT : CRYPTCLI_SERVER_ERROR;
+      return exchange.isKeyUpload ? CRYPTCLI_CONFLICT : CRYPTCLI_SERVER_ERROR;
     default:
       return CRYPTCLI_SERVER_ERROR;
   }

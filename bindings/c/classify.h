@@ -15,6 +15,7 @@ struct FailedExchange {
   bool isCryptService = false;  ///< false: a key server
   std::uint32_t status = 0;     ///< HTTP status, with a response
   std::string_view reason;      ///< the transport's message, without one
+  bool isKeyUpload = false;     ///< the crypt service was given a new room key
 };
 
 /// The status for a message of the class. `exchange` is consulted where the message ends in the reason of an

@@ -32,8 +32,6 @@ constexpr std::uint32_t kDetailTrace = 2;
 constexpr std::uint32_t kErrorTrace = 4;
 
 constexpr std::uint32_t kStatusOk = 200;
-constexpr std::uint32_t kStatusConflict = 409;
-constexpr std::string_view kUploadPath = "/crypt/newkey/";
 
 bool TakePrefix(std::string_view& text, std::string_view prefix) {
   if (!text.starts_with(prefix)) return false;
@@ -127,8 +125,7 @@ void Operation::StartOver() {
 }
 
 bool Operation::HasLostUpload() const {
-  return latest_.failed && latest_.hasResponse && latest_.isCryptService &&
-         latest_.status == kStatusConflict && latest_.url.find(kUploadPath) != std::string::npos;
+  return latest_.failed && ClassifyExchange(GetFailedExchange()) == CRYPTCLI_CONFLICT;
 }
 
 bool Operation::TakeCancelled() {
@@ -142,7 +139,8 @@ bool Operation::IsCancelled() noexcept {
 }
 
 FailedExchange Operation::GetFailedExchange() const {
-  return {latest_.failed, latest_.hasResponse, latest_.isCryptService, latest_.status, latest_.reason};
+  return {latest_.failed, latest_.hasResponse, latest_.isCryptService,
+          latest_.status, latest_.reason,      latest_.isKeyUpload};
 }
 
 cryptcli_status Operation::GetCode(std::string_view message) const {
@@ -199,6 +197,7 @@ void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse&
   latest_.status = hasResponse ? response.status : 0;
   latest_.failed = !hasResponse || response.status != kStatusOk;
   latest_.reason = hasResponse ? std::string() : ToString(response.errorText);
+  latest_.isKeyUpload = false;
   isAttemptOpen_ = !latest_.isCryptService;
   if (!latest_.isCryptService) return;
   std::string_view path(latest_.url);
@@ -206,7 +205,9 @@ void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse&
   if (!TakePrefix(path, client_.options.service)) return;
   while (TakePrefix(path, "/")) {
   }
-  if (TakePrefix(path, "crypt/") && !latest_.failed) ReadServiceResponse(path, response.body);
+  if (!TakePrefix(path, "crypt/")) return;
+  latest_.isKeyUpload = path.starts_with("newkey/");
+  if (!latest_.failed) ReadServiceResponse(path, response.body);
 }
 
 // `path` is that behind "crypt/": "key/<room>", "certlist/<group>/integrity/sha256".

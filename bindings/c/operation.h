@@ -88,6 +88,7 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   struct Exchange {
     std::string url;
     bool isCryptService = false;
+    bool isKeyUpload = false;
     bool failed = false;
     bool hasResponse = false;
     std::uint32_t status = 0;

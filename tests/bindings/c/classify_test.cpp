@@ -80,6 +80,19 @@ TEST(Classify, LooksAtTheExchangeBehindAMessage) {
             CRYPTCLI_DAMAGED);
 }
 
+TEST(Classify, CallsOnlyARefusedUploadAConflict) {
+  for (const std::uint32_t status : {409U, 412U}) {
+    const std::string reason = "HTTP " + std::to_string(status);
+    const FailedExchange upload{true, true, true, status, {}, true};
+    EXPECT_EQ(Classify("Could not upload new room key: " + reason, upload), CRYPTCLI_CONFLICT) << status;
+    const FailedExchange other{true, true, true, status, {}, false};
+    EXPECT_EQ(Classify("Could not get room key: " + reason, other), CRYPTCLI_SERVER_ERROR) << status;
+    EXPECT_FALSE(IsRetryable(CRYPTCLI_SERVER_ERROR, "Could not get room key: " + reason, other)) << status;
+    const FailedExchange keyServer{true, true, false, status, {}, false};
+    EXPECT_EQ(Classify(reason, keyServer), CRYPTCLI_SERVER_ERROR) << status;
+  }
+}
+
 TEST(Classify, DoesNotBlameAServerForAFullDisk) {
   const FailedExchange full{
       true, false, false, 0,
