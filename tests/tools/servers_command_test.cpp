@@ -84,6 +84,24 @@ TEST_F(Doctor, SaysThatTheServiceCannotBeReached) {
   EXPECT_THAT(finished.output, HasSubstr("WRONG  crypt service http://127.0.0.1:1"));
 }
 
+TEST_F(Doctor, TakesTheCodeOfTheWorstFinding) {
+  const OruGuiBase::KVMap report =
+      Map(RunCommand({"doctor", "--service", "http://127.0.0.1:1", "--json"}).output);
+  EXPECT_EQ(Str(report.Get("code").AsString()), "unreachable");
+  EXPECT_TRUE(report.Get("retryable").AsBool());
+}
+
+TEST_F(Doctor, SaysThatAServerWithStatus503IsToBeTriedLater) {
+  Protect();
+  for (const int server : {CryptStand::kCryptService, 1}) {
+    ASSERT_TRUE(stand_.SetFault(server, Fault{FaultType::Status, ""}));
+    const OruGuiBase::KVMap report = Map(Ask("doctor", {"--room", "demo", "--json"}).output);
+    EXPECT_EQ(report.Get("exitCode").AsInteger(), 6) << server;
+    EXPECT_TRUE(report.Get("retryable").AsBool()) << server;
+    ASSERT_TRUE(stand_.ClearFaults(server));
+  }
+}
+
 TEST_F(Doctor, ReportsARoomThatIsNotKnown) {
   const Finished finished = Ask("doctor", {"--room", "no-such-room"});
   EXPECT_EQ(finished.code, 1);

@@ -101,6 +101,15 @@ TEST_F(Verify, SeveralFilesAreEntriesOfTheJSON) {
   EXPECT_EQ(Str(files[0].AsMap().Get("origin").AsString()), "proven");
   EXPECT_EQ(Str(files[1].AsMap().Get("code").AsString()), "not_protected");
   EXPECT_EQ(report.Get("exitCode").AsInteger(), 7);
+  EXPECT_EQ(Str(report.Get("code").AsString()), "not_protected") << "that of the worst file";
+}
+
+TEST_F(Verify, SaysThatWaitingMayHelpAllFiles) {
+  ASSERT_TRUE(stand_.SetFault(CryptStand::kCryptService, {CryptStand::FaultType::Status, "key"}));
+  const OruGuiBase::KVMap report = Report("verify", {Path("file.p7m"), Path("file.p7m")});
+  EXPECT_EQ(report.Get("exitCode").AsInteger(), 6);
+  EXPECT_EQ(Str(report.Get("code").AsString()), "server_error");
+  EXPECT_TRUE(report.Get("retryable").AsBool());
 }
 
 TEST_F(Verify, WithoutAFileIsCode2) {
