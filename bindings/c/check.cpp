@@ -39,6 +39,7 @@ struct Finding {
   cryptcli_status code = CRYPTCLI_OK;
   std::string message{};
   std::string advice{};
+  bool retryable = false;  ///< time alone may help
 };
 
 bool IsTls(std::string_view url) {
@@ -98,6 +99,7 @@ KVMap Describe(const Finding& finding) {
   SetText(object, "name", finding.name);
   object.Put("ok", Val(finding.code == CRYPTCLI_OK));
   SetText(object, "code", cryptcli_status_name(finding.code));
+  object.Put("retryable", Val(finding.retryable));
   SetText(object, "message", finding.message);
   SetText(object, "advice", finding.advice);
   return object;
@@ -126,6 +128,7 @@ class Check {
   KVMap GetResult() const;
 
  private:
+  // Right after the exchange that the finding is about: whether it is retryable is known of the latest one.
   void AddServer(Finding finding, const ServerProbe& probe);
   void AddRoom(Finding finding);
   void AskKeyServer(const std::string& url, std::uint32_t timeout);
@@ -140,6 +143,7 @@ class Check {
 void Check::AddServer(Finding finding, const ServerProbe& probe) {
   const bool ok = finding.code == CRYPTCLI_OK;
   ok_ = ok_ && ok;
+  finding.retryable = !ok && operation_.IsWorthRetrying(finding.code, finding.message);
   finding.advice = ok ? Caution(finding.name, probe) : Advise(finding, probe.httpStatus);
   findings_.Append(Val(Describe(finding, probe)));
 }
@@ -147,6 +151,7 @@ void Check::AddServer(Finding finding, const ServerProbe& probe) {
 void Check::AddRoom(Finding finding) {
   const bool ok = finding.code == CRYPTCLI_OK;
   ok_ = ok_ && ok;
+  finding.retryable = !ok && operation_.IsWorthRetrying(finding.code, finding.message);
   if (!ok && finding.advice.empty()) finding.advice = Advise(finding, 0);
   findings_.Append(Val(Describe(finding)));
 }

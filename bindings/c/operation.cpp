@@ -149,13 +149,16 @@ cryptcli_status Operation::GetCode(std::string_view message) const {
   return Classify(message, GetFailedExchange());
 }
 
+bool Operation::IsWorthRetrying(cryptcli_status code, std::string_view message) const {
+  return IsRetryable(code, message, GetFailedExchange());
+}
+
 Failure Operation::MakeFailure(std::string_view message) {
   Failure failure;
-  const FailedExchange exchange = GetFailedExchange();
   failure.message = message;
   failure.code = GetCode(message);
   if (TakeCancelled()) failure.code = CRYPTCLI_CANCELLED;
-  failure.retryable = IsRetryable(failure.code, message, exchange);
+  failure.retryable = IsWorthRetrying(failure.code, message);
   if (latest_.failed || facts_.isKeyRefused || facts_.isRoomDenied) {
     failure.httpStatus = latest_.status;
     failure.url = WithoutQuery(latest_.url);

@@ -66,6 +66,8 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   bool IsCancelled() noexcept override;
   /// The status for a message of the class or of this layer.
   cryptcli_status GetCode(std::string_view message) const;
+  /// Whether time alone may help against a failure of this status and message.
+  bool IsWorthRetrying(cryptcli_status code, std::string_view message) const;
   /// The failure for a message of the class or of this layer, with what the operation knows about it.
   Failure MakeFailure(std::string_view message);
 
