@@ -58,6 +58,12 @@ void BulkReport::Add(std::size_t position, Report& report, FileEnd end, ExitCode
                      bool isNotable) {
   bytes_ += bytes;
   ++(end == FileEnd::Failed ? failed_ : end == FileEnd::Skipped ? skipped_ : succeeded_);
+  if (code != ExitCode::Success && (worst_ == ExitCode::Success || Worse(worst_, code) != worst_)) {
+    const KVMap members = report.ToMap(code);
+    worst_ = code;
+    worstCode_ = members.Get("code").AsString();
+    isWorstRetryable_ = members.Get("retryable").AsBool();
+  }
   if (format_.json && !format_.jsonLines) {
     entries_.emplace(position, Val(report.ToMap(code)));
     return;
@@ -98,8 +104,9 @@ void BulkReport::Summarise(Report& report, std::size_t notStarted, std::uint64_t
     report.Set("files", files);
   }
   report.Line(AnsiStr(DescribeSums(notStarted, ignored)));
-  if (failed_ > 0)
-    report.Fail(AnsiStr(std::to_string(failed_) + " of " + std::to_string(count) + " files failed"));
+  if (failed_ == 0) return;
+  report.Fail(AnsiStr(std::to_string(failed_) + " of " + std::to_string(count) + " files failed"), worstCode_,
+              isWorstRetryable_);
 }
 
 ExitCode Worse(ExitCode a, ExitCode b) {

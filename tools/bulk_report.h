@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 
+#include "foundation/ansistr.h"
 #include "foundation/val.h"
 #include "tools/exit_code.h"
 #include "tools/report.h"
@@ -53,6 +54,10 @@ class BulkReport {
   std::uint64_t failed_ = 0;
   std::uint64_t skipped_ = 0;
   std::uint64_t bytes_ = 0;
+  // What the worst failure so far gives to the report of the whole run.
+  ExitCode worst_ = ExitCode::Success;
+  OruGuiBase::AnsiStr worstCode_;
+  bool isWorstRetryable_ = false;
   std::map<std::size_t, OruGuiBase::Val> entries_;
   bool isWritten_ = true;
 };

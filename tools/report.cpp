@@ -25,6 +25,18 @@ std::uint32_t CharacterLength(std::string_view text) {
   return 0;
 }
 
+KVMap ReadMembers(std::string_view json) {
+  KVMap members;
+  Val value;
+  AnsiStr reason;
+  if (!OruGuiBase::JSON2Val(AnsiStr(json), value, reason)) return members;
+  for (const auto& [name, member] : value.AsMap()) {
+    // An error's message is "error" here.
+    if (name != "message") members.Put(name, member);
+  }
+  return members;
+}
+
 bool Write(std::FILE* stream, std::string_view text) {
   return std::fwrite(text.data(), 1, text.size(), stream) == text.size() && std::fflush(stream) == 0;
 }
@@ -83,13 +95,12 @@ void Report::Set(const char* name, const KVMap& map) {
 }
 
 void Report::SetAll(std::string_view json) {
-  Val value;
-  AnsiStr reason;
-  if (!OruGuiBase::JSON2Val(AnsiStr(json), value, reason) || value.GetType() != OruGuiBase::ValType::Map)
-    return;
-  for (const auto& [name, member] : value.AsMap()) {
-    // An error's message is "error" here.
-    if (name != "message") members_.Set(name, member);
+  for (const auto& [name, member] : ReadMembers(json)) members_.Set(name, member);
+}
+
+void Report::SetMissing(std::string_view json) {
+  for (const auto& [name, member] : ReadMembers(json)) {
+    if (!members_.Contains(name)) members_.Set(name, member);
   }
 }
 
@@ -118,13 +129,27 @@ void Report::Fail(const cryptcli::Error& error) {
   error_ = AnsiStr(error.message);
 }
 
+void Report::Fail(const AnsiStr& text, const AnsiStr& code, bool retryable) {
+  error_ = text;
+  if (code.IsEmpty()) return;
+  Set("code", code);
+  Set("retryable", retryable);
+}
+
 // A failure of the command itself has the members that one of the library has.
 void Report::CompleteError(ExitCode code) {
-  if (error_.IsEmpty() || members_.Contains("code")) return;
+  if (error_.IsEmpty()) return;
   cryptcli::Status status = cryptcli::Status::Io;
   if (code == ExitCode::Usage) status = cryptcli::Status::InvalidArgument;
-  if (code > ExitCode::Interrupted) status = cryptcli::Status::Cancelled;
-  SetAll(cryptcli::Failure(status, "").error().json);
+  const bool isInterrupted = code > ExitCode::Interrupted;
+  if (isInterrupted) status = cryptcli::Status::Cancelled;
+  const std::string json = cryptcli::Failure(status, "").error().json;
+  // A signal ends the run whatever failed in it before.
+  if (isInterrupted) {
+    SetAll(json);
+  } else {
+    SetMissing(json);
+  }
 }
 
 ExitCode Report::Finish(ExitCode code) {

@@ -33,6 +33,8 @@ class Report {
   /// Sets each member of a JSON object, as the library's reports and errors have it. Anything else is
   /// ignored.
   void SetAll(std::string_view json);
+  /// The same for members that are not there yet.
+  void SetMissing(std::string_view json);
   /// Adds a line for a person. Not in JSON.
   void Line(const OruGuiBase::AnsiStr& text);
   /// Adds a line that goes with the error or warning, to standard error. Not in JSON.
@@ -45,6 +47,8 @@ class Report {
   void Fail(const OruGuiBase::AnsiStr& text);
   /// The same for a failure of the library, with all that it knows about it.
   void Fail(const cryptcli::Error& error);
+  /// The same for a run of several parts, with the code of the worst of them. "code" may be empty.
+  void Fail(const OruGuiBase::AnsiStr& text, const OruGuiBase::AnsiStr& code, bool retryable);
   /// Shows errors alone: no warnings and no lines. What Bytes() added is shown, since it is the result. No
   /// effect on JSON.
   void BeQuiet() { isQuiet_ = true; }

@@ -77,12 +77,18 @@ const char* NameSubject(const AnsiStr& subject) {
   return "room ";
 }
 
+cryptcli::Status FindStatus(const AnsiStr& name) {
+  for (auto number = static_cast<std::int32_t>(cryptcli::Status::Ok);
+       number <= static_cast<std::int32_t>(cryptcli::Status::ServerError); ++number) {
+    const auto status = static_cast<cryptcli::Status>(number);
+    if (cryptcli::ToString(status) == name.View()) return status;
+  }
+  return cryptcli::Status::Internal;
+}
+
 // As the same failure of an operation would end it.
-ExitCode ToExitCode(const AnsiStr& code) {
-  if (code == "unreachable" || code == "timeout") return ExitCode::TryLater;
-  if (code == "unauthorised") return ExitCode::Unauthorised;
-  if (code == "key_refused") return ExitCode::KeyRefused;
-  return ExitCode::Failed;
+ExitCode ToExitCode(const KVMap& finding) {
+  return CryptCli::ToExitCode(FindStatus(Text(finding, "code")), finding.Get("retryable").AsBool());
 }
 
 ExitCode ShowFinding(const KVMap& finding, Report& report) {
@@ -93,21 +99,24 @@ ExitCode ShowFinding(const KVMap& finding, Report& report) {
   if (!isGood) line = line + ": " + Text(finding, "message");
   report.Line(line);
   if (!advice.IsEmpty()) report.Line(AnsiStr("       ") + advice);
-  return isGood ? ExitCode::Success : ToExitCode(Text(finding, "code"));
+  return isGood ? ExitCode::Success : ToExitCode(finding);
 }
 
 ExitCode ShowFindings(const KVMap& found, Report& report) {
   ExitCode worst = ExitCode::Success;
+  KVMap worstFinding;
   std::size_t wrong = 0;
   const Array<Val> findings = found.Get("findings").AsArray();
   for (const Val& finding : findings) {
     const ExitCode code = ShowFinding(finding.AsMap(), report);
-    if (code != ExitCode::Success) ++wrong;
+    if (code == ExitCode::Success) continue;
+    if (++wrong == 1 || Worse(worst, code) != worst) worstFinding = finding.AsMap();
     worst = Worse(worst, code);
   }
   if (wrong > 0)
     report.Fail(
-        AnsiStr(std::to_string(wrong) + " of " + std::to_string(findings.GetCount()) + " checks failed"));
+        AnsiStr(std::to_string(wrong) + " of " + std::to_string(findings.GetCount()) + " checks failed"),
+        Text(worstFinding, "code"), worstFinding.Get("retryable").AsBool());
   return worst;
 }
 

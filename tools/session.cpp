@@ -74,8 +74,8 @@ void SessionOptions::AddOptions(CLI::App& command) {
   connection.AddOptions(command);
 }
 
-ExitCode ToExitCode(const cryptcli::Error& error) {
-  switch (error.code) {
+ExitCode ToExitCode(cryptcli::Status code, bool retryable) {
+  switch (code) {
     case cryptcli::Status::InvalidArgument:
       return ExitCode::Usage;
     case cryptcli::Status::OriginNotProven:
@@ -88,7 +88,7 @@ ExitCode ToExitCode(const cryptcli::Error& error) {
     case cryptcli::Status::Unauthorised:
       return ExitCode::Unauthorised;
     default:
-      return error.retryable ? ExitCode::TryLater : ExitCode::Failed;
+      return retryable ? ExitCode::TryLater : ExitCode::Failed;
   }
 }
 

@@ -29,8 +29,11 @@ struct SessionOptions {
   void AddOptions(CLI::App& command);
 };
 
-/// How the command ends when an operation of the library has failed with the error.
-ExitCode ToExitCode(const cryptcli::Error& error);
+/// How the command ends when an operation of the library has failed like that: the only such mapping.
+ExitCode ToExitCode(cryptcli::Status code, bool retryable);
+inline ExitCode ToExitCode(const cryptcli::Error& error) {
+  return ToExitCode(error.code, error.retryable);
+}
 
 /// Reports the error, with what is known about content that was refused. Returns ToExitCode(error).
 ExitCode FailWith(Report& report, const cryptcli::Error& error);
