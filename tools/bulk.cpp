@@ -178,8 +178,8 @@ class BulkRun {
     StagingFile staging;
     AnsiStr errorText;
     staging.SetMode(work_.mode);
-    // What --resume does not take for done is to be done again.
-    if (staging.Open(item.source, item.target, work_.force || options_.resume, errorText)) {
+    // Also with --resume: what it does not take for done may be something that nobody meant to lose.
+    if (staging.Open(item.source, item.target, work_.force, errorText)) {
       const ExitCode code = Perform(item, staging.GetPath(), call, outcome);
       if (code != ExitCode::Success || staging.Commit(errorText)) return code;
     }
@@ -271,7 +271,8 @@ void BulkOptions::AddTargetOptions(CLI::App& command) {
   command
       .add_flag(
           "--resume", resume,
-          "Skip files that are done: the target is newer than its source and, for encrypt, a protected file")
+          "Skip files that are done: the target is newer than its source and, for encrypt, a protected file; "
+          "any other target that exists needs --force")
       ->group(kManyFiles);
 }
 
