@@ -144,6 +144,32 @@ TEST_F(ManyFiles, VerifyTakesOnlyProtectedFilesFromAFolder) {
   const Finished finished = Run("verify", {"-r", Path("out")});
   EXPECT_EQ(finished.code, 0) << finished.errors;
   EXPECT_THAT(finished.output, HasSubstr("Verified 3 of 3 files, 1 ignored\n"));
+  EXPECT_THAT(finished.output, Not(HasSubstr("readme.txt")));
+  EXPECT_THAT(Run("verify", {"-r", "-v", Path("out")}).output,
+              HasSubstr("Ignored " + Path("out/readme.txt")));
+  const OruGuiBase::KVMap report = Map(Run("verify", {"-r", "--json", Path("out")}).output);
+  EXPECT_THAT(JsonText(report), HasSubstr(R"("ignored":[")" + Path("out/readme.txt") + R"("])"));
+}
+
+TEST_F(ManyFiles, VerifyAndRekeyFailWithoutAnyFileToWorkOn) {
+  for (const char* command : {"verify", "rekey"}) {
+    const Finished finished = Run(command, {"-r", Path("in")});
+    EXPECT_EQ(finished.code, 2) << command;
+    EXPECT_THAT(finished.errors, HasSubstr("No file to work on")) << command;
+  }
+}
+
+TEST_F(ManyFiles, AListThatNamesNoFileIsAMistake) {
+  scratch_.Make("list", "\n");
+  const Finished finished = Run("encrypt", {"--files-from", Path("list"), "--output-dir", Path("out")});
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_THAT(finished.errors, HasSubstr("The list of files \"" + Path("list") + "\" names no file"));
+}
+
+TEST_F(ManyFiles, AListThatCannotBeReadIsNamed) {
+  const Finished finished = Run("verify", {"--files-from", Path("nofile")});
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_THAT(finished.errors, HasSubstr("\"" + Path("nofile") + "\": No such file or directory"));
 }
 
 TEST_F(ManyFiles, GiveOneObjectToALine) {

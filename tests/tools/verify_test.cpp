@@ -68,6 +68,19 @@ TEST_F(Verify, ADamagedFileIsCode7) {
   EXPECT_EQ(Run("verify", {Path("short.p7m")}).code, 7);
 }
 
+TEST_F(Verify, NamesTheFileThatIsMissing) {
+  for (const char* command : {"verify", "rekey"}) {
+    EXPECT_THAT(Run(command, {Path("nofile")}).errors, StartsWith("cryptcli: " + Path("nofile") + ": "))
+        << command;
+  }
+}
+
+TEST_F(Verify, NamesTheFolderForTemporaryFilesThatIsMissing) {
+  const Finished finished = Run("verify", {"--tmp-dir", Path("nofolder"), Path("file.p7m")});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_THAT(finished.errors, HasSubstr(Path("nofolder")));
+}
+
 TEST_F(Verify, ReadsStandardInput) {
   const Finished finished =
       RunProcess({CRYPTCLI_COMMAND, Arguments("verify", {"-"}), "", false, Path("file.p7m")});
