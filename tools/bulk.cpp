@@ -110,7 +110,20 @@ class BulkRun {
     if (isPlanned && work_.targetNames) {
       isPlanned = PlanTargets(options_.outputFolder, *work_.targetNames, list_.items, errorText);
     }
-    return isPlanned ? ExitCode::Success : session_.Fail(ExitCode::Usage, AnsiStr(errorText));
+    if (!isPlanned) return session_.Fail(ExitCode::Usage, AnsiStr(errorText));
+    ShowIgnored();
+    if (work_.targetNames || !list_.items.empty() || !list_.failures.empty()) return ExitCode::Success;
+    // Success would be taken for "all files are good".
+    return session_.Fail(ExitCode::Usage, "No file to work on: a folder gives only files that end in .p7m");
+  }
+
+  void ShowIgnored() {
+    OruGuiBase::Array<OruGuiBase::Val> names;
+    for (const std::string& name : list_.ignored) {
+      names.Append(OruGuiBase::Val(ToUTF8(AnsiStr(name))));
+      if (sessionOptions_.verbose) session_.GetReport().Line(AnsiStr("Ignored " + name));
+    }
+    session_.GetReport().Set("ignored", names);
   }
 
   // The progress on a terminal is that of all files: several are in progress at a time.
@@ -137,7 +150,7 @@ class BulkRun {
       if (!code) ++notStarted;
       worst = Worse(worst, code.value_or(ExitCode::Success));
     }
-    report_.Summarise(session_.GetReport(), notStarted, list_.ignored);
+    report_.Summarise(session_.GetReport(), notStarted, list_.ignored.size());
     return notStarted > 0 && session_.IsCancelled() ? ExitCode::Interrupted : worst;
   }
 
@@ -237,9 +250,13 @@ class BulkRun {
 
 }  // namespace
 
-void BulkOptions::AddOptions(CLI::App& command) {
+void BulkOptions::AddOptions(CLI::App& command, bool onlyProtected) {
   auto* const folders =
-      command.add_flag("-r,--recursive", recursive, "Take the files below each folder")->group(kManyFiles);
+      command
+          .add_flag("-r,--recursive", recursive,
+                    onlyProtected ? "Take the files below each folder that end in .p7m; -v names the others"
+                                  : "Take the files below each folder")
+          ->group(kManyFiles);
   command.add_flag("--follow-links", followLinks, "Follow symbolic links below a folder")
       ->needs(folders)
       ->group(kManyFiles);

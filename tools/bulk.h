@@ -25,8 +25,8 @@ struct BulkOptions {
   bool failFast = false;
   bool resume = false;  ///< "encrypt" and "decrypt" alone
 
-  /// Adds the options that every such command has.
-  void AddOptions(CLI::App& command);
+  /// Adds the options that every such command has. `onlyProtected` as in BulkWork, for the help.
+  void AddOptions(CLI::App& command, bool onlyProtected);
   /// Adds those of a command that writes a file for each.
   void AddTargetOptions(CLI::App& command);
   /// Whether any of them was given, so that even one file is handled as one of many.

@@ -132,7 +132,7 @@ class Collector {
     }
     const bool isMeant = !options_.onlyProtected || place.string().ends_with(kProtectedSuffix);
     if (!fs::is_regular_file(status) || !isMeant) {
-      ++list_.ignored;
+      list_.ignored.push_back(path.string());
       return;
     }
     list_.items.push_back({path.string(), place.string()});
@@ -154,25 +154,34 @@ class Collector {
   std::string reason_;
 };
 
+std::string NameList(const std::string& path) {
+  return path == "-" ? "from standard input" : "\"" + path + "\"";
+}
+
 bool AddListed(const FileListOptions& options, Collector& collector, std::string& errorText) {
   std::string text;
   if (!ReadWhole(options.filesFrom, text)) {
-    errorText = "Could not read the list of files: " + std::string(std::strerror(errno));
+    errorText =
+        "Could not read the list of files " + NameList(options.filesFrom) + ": " + std::strerror(errno);
     return false;
   }
+  bool isEmpty = true;
   const char separator = options.isNullSeparated ? '\0' : '\n';
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = std::min(text.find(separator, at), text.size());
     const std::string name = text.substr(at, end - at);
     at = end + 1;
     if (name.empty()) continue;
+    isEmpty = false;
     if (name.find('\0') != std::string::npos) {
       errorText = "The list of files contains a NUL: --null reads names that end with one";
       return false;
     }
     if (!collector.Add(name, RelativePlace(name), /*isListed=*/true)) return false;
   }
-  return true;
+  // Whatever made it may have failed; success would say that all of its files are done.
+  if (isEmpty) errorText = "The list of files " + NameList(options.filesFrom) + " names no file";
+  return !isEmpty;
 }
 
 bool MakeTarget(const std::string& folder, NameRule rule, FileItem& item, std::string& errorText) {

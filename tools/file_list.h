@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,11 +32,13 @@ struct FileList {
   std::vector<FileItem> items;  ///< in the order of the names; below a folder sorted by name
   /// What could not be listed, each with path and reason.
   std::vector<std::string> failures;
-  std::uint64_t ignored = 0;  ///< entries below folders that are no regular files, or not protected ones
+  std::vector<std::string>
+      ignored;  ///< entries below folders that are no regular files, or not protected ones
 };
 
 /// Lists the files. A file that does not exist is listed too: working on it gives the reason. False, with the
-/// reason, when the names themselves are wrong (a folder without `recursive`, a list that cannot be read).
+/// reason, when the names themselves are wrong (a folder without `recursive`, a list that cannot be read or
+/// names nothing).
 ///
 /// A file that is named goes directly into the output folder. One in a list keeps its path there if that is
 /// relative and leads nowhere else; one below a folder keeps its path from that folder.

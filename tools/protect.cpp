@@ -18,11 +18,11 @@ using OruGuiBase::AnsiStr;
 
 namespace {
 
-void AddCommonOptions(CLI::App& command, ProtectOptions& options) {
+void AddCommonOptions(CLI::App& command, ProtectOptions& options, bool onlyProtected) {
   command.add_option("FILE", options.files, "SOURCE and TARGET; - for standard input and output")
       ->type_name("SOURCE [TARGET]");
   options.target.AddOptions(command);
-  options.bulk.AddOptions(command);
+  options.bulk.AddOptions(command, onlyProtected);
   options.bulk.AddTargetOptions(command);
   options.session.AddOptions(command);
   options.session.connection.AddRoomOption(command);
@@ -171,7 +171,7 @@ cryptcli::Source GetSource(const std::string& name) {
 
 CLI::App* AddEncrypt(CLI::App& app, ProtectOptions& options) {
   CLI::App* const command = app.add_subcommand("encrypt", "Protect SOURCE for a room and write it to TARGET");
-  AddCommonOptions(*command, options);
+  AddCommonOptions(*command, options, /*onlyProtected=*/false);
   command->footer(DescribeExitCodes({ExitCode::KeyRefused, ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }
@@ -179,7 +179,7 @@ CLI::App* AddEncrypt(CLI::App& app, ProtectOptions& options) {
 CLI::App* AddDecrypt(CLI::App& app, ProtectOptions& options) {
   CLI::App* const command = app.add_subcommand(
       "decrypt", "Open the protected file SOURCE and write TARGET, if the origin of the content is proven");
-  AddCommonOptions(*command, options);
+  AddCommonOptions(*command, options, /*onlyProtected=*/true);
   CLI::Option* const accept = AddAcceptOption(*command, options.accept);
   // What has become the default; scripts name it.
   command

@@ -23,7 +23,7 @@ using Operation = std::function<cryptcli::Result<cryptcli::Report>(
 void AddCommonOptions(CLI::App& command, VerifyOptions& options, const char* files) {
   command.add_option("FILE", options.files, files);
   AddAcceptOption(command, options.accept);
-  options.bulk.AddOptions(command);
+  options.bulk.AddOptions(command, /*onlyProtected=*/true);
   options.session.AddOptions(command);
   options.session.connection.AddRoomOption(command);
   command.footer(DescribeExitCodes({ExitCode::OriginNotProven, ExitCode::KeyRefused, ExitCode::TryLater,
@@ -46,7 +46,12 @@ ExitCode RunOne(const Kind& kind, const VerifyOptions& options, const Operation&
     cryptcli::Call call = session.MakeCall();
     call.accept = GetPolicy(options.accept);
     const cryptcli::Result<cryptcli::Report> found = operation(session.GetClient(), file, call);
-    if (!found) return FailWith(report, found.error());
+    if (!found) {
+      const ExitCode code = FailWith(report, found.error());
+      // The message may be about a server as well; in JSON the file is a member.
+      if (!options.session.json) report.Fail(AnsiStr(file + ": " + found.error().message));
+      return code;
+    }
     report.SetAll(found->json);
     report.Line(AnsiStr(kind.done) + " " + AnsiStr(file) + " (" +
                 NameOrigin(found->origin.value_or(cryptcli::Origin::Unsigned)) + ")");
