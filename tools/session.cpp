@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "foundation/errorstate.h"
+#include "foundation/format.h"
 #include "foundation/json.h"
 #include "tools/origin.h"
 #include "tools/trace.h"
@@ -120,7 +121,8 @@ ExitCode Session::Open() {
   }
   client_ = std::move(*client);
   if (watch_.IsReady()) return ExitCode::Success;
-  return Fail(ExitCode::Failed, AnsiStr("Could not create temporary directory: ") + watch_.GetReason());
+  return Fail(ExitCode::Failed, AnsiStr("Could not create temporary directory: ") + watch_.GetReason() +
+                                    " (in " + OruGuiBase::SimpleQuote(temporary_.GetPath()) + ")");
 }
 
 cryptcli::Call Session::MakeCall() {
