@@ -86,6 +86,12 @@ TEST_F(Stream, AFullStandardOutputIsAFailure) {
   EXPECT_THAT(finished.errors, HasSubstr("No space left on device"));
 }
 
+TEST_F(Stream, AFullTargetHasTheCodeOfALackOfSpace) {
+  const Finished finished = Run("encrypt", {Path("plain.txt"), "/dev/full", "--json"});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(Str(Map(finished.output).Get("code").AsString()), "no_space") << finished.output;
+}
+
 TEST_F(Stream, OutputNamesTheTarget) {
   EXPECT_EQ(Run("encrypt", {Path("plain.txt"), "-o", Path("file.p7m")}).code, 0);
   EXPECT_EQ(Run("decrypt", {"--output", Path("opened"), Path("file.p7m")}).code, 0);
