@@ -196,6 +196,7 @@ class BulkRun {
       const ExitCode code = Perform(item, staging.GetPath(), call, outcome);
       if (code != ExitCode::Success || staging.Commit(errorText)) return code;
     }
+    outcome.report->FailFile(errorText);
     report_.Fail(*outcome.report, item.source, std::string(errorText.View()));
     return ExitCode::Failed;
   }

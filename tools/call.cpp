@@ -87,7 +87,7 @@ ExitCode Call(Session& session, const CallOptions& options, const AnsiStr& argum
   if (!HasResult(code)) return code;
   AnsiStr errorText;
   if (result.Contains("filename") && !KeepLog(session.GetTemporary(), result, errorText)) {
-    return session.Fail(ExitCode::Failed, errorText);
+    return session.FailFile(errorText);
   }
   AnsiStr text;
   if (!OruGuiBase::Val2JSON(Val(result), text, errorText, /*pretty=*/false, /*strict=*/true)) {

@@ -52,7 +52,7 @@ class Run {
     AnsiStr errorText;
     staging_.SetMode(options_.target.GetMode());
     if (!staging_.Open(GetSourceName(), target_, options_.target.force, errorText)) {
-      return session_.Fail(ExitCode::Failed, errorText);
+      return session_.FailFile(errorText);
     }
     if (staging_.IsStandardOutput()) GetReport().LeaveStandardOutput();
     return session_.Watched(label, [&] { return Perform(operation); });
@@ -80,7 +80,7 @@ class Run {
     found_ = *done;
     GetReport().SetAll(found_.json);
     AnsiStr errorText;
-    return staging_.Commit(errorText) ? ExitCode::Success : session_.Fail(ExitCode::Failed, errorText);
+    return staging_.Commit(errorText) ? ExitCode::Success : session_.FailFile(errorText);
   }
 
   const ProtectOptions& options_;

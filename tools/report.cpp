@@ -2,10 +2,12 @@
 // files and servers, so both forms are made safe here, once for all commands.
 #include "tools/report.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <string_view>
 
 #include "foundation/encoding.h"
+#include "foundation/errorstate.h"
 #include "foundation/json.h"
 
 namespace CryptCli {
@@ -127,6 +129,14 @@ void Report::Fail(const cryptcli::Error& error) {
   if (error.report) SetAll(error.report->json);
   SetAll(error.json);
   error_ = AnsiStr(error.message);
+}
+
+void Report::FailFile(const AnsiStr& text) {
+  const std::uint32_t reason = OruGuiBase::GetLastError();
+  // As the library has it: there a quota and a size limit are a lack of space, too.
+  const bool isFull = reason == ENOSPC || reason == EDQUOT || reason == EFBIG;
+  const cryptcli::Status status = isFull ? cryptcli::Status::NoSpace : cryptcli::Status::Io;
+  Fail(text, AnsiStr(cryptcli::ToString(status)), /*retryable=*/false);
 }
 
 void Report::Fail(const AnsiStr& text, const AnsiStr& code, bool retryable) {

@@ -47,6 +47,9 @@ class Report {
   void Fail(const OruGuiBase::AnsiStr& text);
   /// The same for a failure of the library, with all that it knows about it.
   void Fail(const cryptcli::Error& error);
+  /// The same for a file that this program itself cannot read or write, with the code that the last error of
+  /// this thread stands for. Right after the failure.
+  void FailFile(const OruGuiBase::AnsiStr& text);
   /// The same for a run of several parts, with the code of the worst of them. "code" may be empty.
   void Fail(const OruGuiBase::AnsiStr& text, const OruGuiBase::AnsiStr& code, bool retryable);
   /// Shows errors alone: no warnings and no lines. What Bytes() added is shown, since it is the result. No

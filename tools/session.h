@@ -69,6 +69,11 @@ class Session {
   /// The system's temporary directory, before this program replaced it by its own.
   const OruGuiBase::Directory& GetTemporary() const { return temporary_; }
   ExitCode Fail(ExitCode code, const OruGuiBase::AnsiStr& errorText);
+  /// For a file that the command itself cannot read or write: see Report::FailFile.
+  ExitCode FailFile(const OruGuiBase::AnsiStr& errorText) {
+    report_.FailFile(errorText);
+    return ExitCode::Failed;
+  }
   ExitCode Fail(const cryptcli::Error& error) { return FailWith(report_, error); }
   /// Whether a signal has cancelled the work.
   bool IsCancelled() const { return watch_.IsCancelled(); }

@@ -53,6 +53,7 @@ bool StagingFile::Open(const std::string& source, const std::string& target, boo
 }
 
 bool StagingFile::Open(const std::string& target, bool replace, AnsiStr& errorText) {
+  OruGuiBase::ClearLastError();
   target_ = target;
   replace_ = replace;
   isStandardOutput_ = target == kStandardStream;
