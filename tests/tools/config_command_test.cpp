@@ -59,14 +59,15 @@ class Config : public CommandTest {
 
 TEST_F(Config, ShowsEachSettingWithItsPlace) {
   Configure("room = r\n[work]\nproxy = http://p\n");
-  variables_.Set("CRYPTCLI_CA_FILE", "/ca");
+  const std::string authorities(scratch_.Make("ca", "").GetPath().View());
+  variables_.Set("CRYPTCLI_CA_FILE", authorities);
   const Finished finished = RunCommand({"config", "--service", "https://s", "--profile", "work"});
   EXPECT_EQ(finished.code, 0) << finished.errors;
   const std::string file = Path("cryptcli/config");
   EXPECT_EQ(Line(finished, "profile"), "profile work --profile");
   EXPECT_EQ(Line(finished, "service"), "service https://s --service");
   EXPECT_EQ(Line(finished, "room"), "room r " + file + ":1");
-  EXPECT_EQ(Line(finished, "ca-file"), "ca-file /ca CRYPTCLI_CA_FILE");
+  EXPECT_EQ(Line(finished, "ca-file"), "ca-file " + authorities + " CRYPTCLI_CA_FILE");
   EXPECT_EQ(Line(finished, "proxy"), "proxy http://p " + file + ":3 [work]");
   EXPECT_EQ(Line(finished, "timeout"), "timeout 300 default");
   EXPECT_THAT(finished.output, HasSubstr("exists"));
@@ -99,6 +100,24 @@ TEST_F(Config, ListsAllProblems) {
   EXPECT_EQ(finished.code, 2);
   EXPECT_THAT(finished.errors, HasSubstr("config:1: unknown setting 'rom'; did you mean 'room'?"));
   EXPECT_THAT(finished.errors, HasSubstr("config:2: "));
+}
+
+TEST_F(Config, ListsWhatEveryCommandWouldRefuse) {
+  Configure("timeout = 0\nheader-file = missing\n");
+  const Finished finished = RunCommand({"config", "--json"});
+  EXPECT_EQ(finished.code, 2);
+  const OruGuiBase::Array<OruGuiBase::Val> problems = Map(finished.output).Get("problems").AsArray();
+  ASSERT_EQ(problems.GetCount(), 2U) << finished.output;
+  EXPECT_THAT(Str(problems[0].AsString()), HasSubstr("config:2: "));
+  EXPECT_THAT(Str(problems[1].AsString()), HasSubstr("config:1: "));
+}
+
+TEST_F(Config, ListsAKeyWithoutItsCertificate) {
+  scratch_.Make("cryptcli/key", "");
+  Configure("client-key = key\n");
+  const Finished finished = RunCommand({"config"});
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_THAT(finished.errors, HasSubstr("need --client-cert"));
 }
 
 TEST_F(Config, SaysWhatIsNotUsed) {
