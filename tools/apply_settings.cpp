@@ -103,6 +103,19 @@ std::vector<ResolvedSetting> ResolveSettings(const CLI::App& command, const Conf
   return all;
 }
 
+std::vector<std::string> GiveSettings(CLI::App& command, const std::vector<ResolvedSetting>& resolved) {
+  std::vector<std::string> problems;
+  for (const ResolvedSetting& one : resolved) {
+    const bool isConfigured =
+        one.value.origin != SettingOrigin::Option && one.value.origin != SettingOrigin::Standard;
+    CLI::Option* const option = FindOption(command, *one.setting);
+    if (!isConfigured || option == nullptr || !one.unusedBecause.empty()) continue;
+    std::string reason;
+    if (!Give(*option, one, reason)) problems.push_back(reason);
+  }
+  return problems;
+}
+
 void SettingsFiller::Adopt(CLI::App& command) {
   for (const Setting& setting : GetSettings()) {
     CLI::Option* const option = FindOption(command, setting);
@@ -120,12 +133,10 @@ bool SettingsFiller::Fill(CLI::App& command, const ConfigurationSources& sources
     errorText = configuration.GetProblems().front();
     return false;
   }
-  for (const ResolvedSetting& resolved : ResolveSettings(command, configuration)) {
-    const bool isConfigured =
-        resolved.value.origin != SettingOrigin::Option && resolved.value.origin != SettingOrigin::Standard;
-    CLI::Option* const option = FindOption(command, *resolved.setting);
-    if (!isConfigured || option == nullptr || !resolved.unusedBecause.empty()) continue;
-    if (!Give(*option, resolved, errorText)) return false;
+  const std::vector<std::string> problems = GiveSettings(command, ResolveSettings(command, configuration));
+  if (!problems.empty()) {
+    errorText = problems.front();
+    return false;
   }
   const auto needed = needed_.find(&command);
   return needed == needed_.end() || HasAll(command, needed->second, errorText);

@@ -26,6 +26,10 @@ Configuration LoadConfiguration(const CLI::App& command, const ConfigurationSour
 /// that the files name, and are not sent to another one.
 std::vector<ResolvedSetting> ResolveSettings(const CLI::App& command, const Configuration& configuration);
 
+/// Gives the command the values that come from the configuration and have an effect. Returns what is wrong
+/// with each that its option does not take.
+std::vector<std::string> GiveSettings(CLI::App& command, const std::vector<ResolvedSetting>& resolved);
+
 /// Lets the configuration fill in the options that a command line leaves out. Lives as long as the commands.
 class SettingsFiller {
  public:

@@ -1,5 +1,5 @@
-// "cryptcli config": shows which settings a command would use and who decided. It asks no server and reads no
-// file that a setting names.
+// "cryptcli config": shows which settings a command would use and who decided. It asks no server, and reads
+// of the files that settings name that with the headers alone, to check it.
 #include "tools/config_command.h"
 
 #include <CLI/Option.hpp>
@@ -80,8 +80,20 @@ void ShowFiles(const Configuration& configuration, Report& report) {
   report.Set("files", files);
 }
 
-ExitCode ShowProblems(const Configuration& configuration, Report& report) {
-  const std::vector<std::string>& problems = configuration.GetProblems();
+// What the other commands would refuse, found by the same checks.
+std::vector<std::string> FindProblems(const ConfigOptions& options, const Configuration& configuration,
+                                      const std::vector<ResolvedSetting>& resolved) {
+  std::vector<std::string> problems = configuration.GetProblems();
+  for (const std::string& problem : GiveSettings(*options.command, resolved)) problems.push_back(problem);
+  // The rules that concern several settings need the values that are good.
+  if (!problems.empty()) return problems;
+  cryptcli::Options unused;
+  AnsiStr errorText;
+  if (!options.connection.GetOptions(unused, errorText)) problems.emplace_back(errorText.View());
+  return problems;
+}
+
+ExitCode ShowProblems(const std::vector<std::string>& problems, Report& report) {
   if (problems.empty()) return ExitCode::Success;
   Array<Val> all;
   for (const std::string& problem : problems) all.Append(Val(ToUTF8(AnsiStr(problem))));
@@ -115,12 +127,13 @@ ExitCode RunConfig(const ConfigOptions& options, const ConfigurationSources& sou
   const Configuration configuration = LoadConfiguration(*options.command, sources);
   Array<Val> entries;
   Show("profile", configuration.GetProfile(), {}, entries, report);
-  for (const ResolvedSetting& one : ResolveSettings(*options.command, configuration)) {
+  const std::vector<ResolvedSetting> resolved = ResolveSettings(*options.command, configuration);
+  for (const ResolvedSetting& one : resolved) {
     Show(one.setting->key, one.value, one.unusedBecause, entries, report);
   }
   report.Set("settings", entries);
   ShowFiles(configuration, report);
-  return report.Finish(ShowProblems(configuration, report));
+  return report.Finish(ShowProblems(FindProblems(options, configuration, resolved), report));
 }
 
 }  // namespace CryptCli

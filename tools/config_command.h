@@ -12,14 +12,14 @@ namespace CryptCli {
 struct ConfigOptions {
   Connection connection;
   bool json = false;
-  const CLI::App* command = nullptr;  ///< itself, after parsing; lives as long as the program
+  CLI::App* command = nullptr;  ///< itself, after parsing; lives as long as the program
 };
 
 /// Adds the subcommand; parsing fills `options`, which must outlive it.
 CLI::App* AddConfig(CLI::App& app, ConfigOptions& options);
 
-/// Shows each setting with its value and where that comes from. Usage when the configuration is wrong: then
-/// it lists every problem.
+/// Shows each setting with its value and where that comes from. Usage when the configuration is wrong, so
+/// that every command would refuse it: then it lists every problem.
 ExitCode RunConfig(const ConfigOptions& options, const ConfigurationSources& sources);
 
 }  // namespace CryptCli
