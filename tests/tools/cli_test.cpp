@@ -84,6 +84,16 @@ TEST(CommandLine, ReportsItsVersion) {
   EXPECT_THAT(finished.output, HasSubstr("\nOpenSSL "));
 }
 
+TEST(CommandLine, ReportsEachLibraryOnALineOfItsOwn) {
+  EXPECT_THAT(RunCommand({"--version"}).output, Not(HasSubstr("\n(")));
+}
+
+TEST(CommandLine, ReportsItsVersionAsJSON) {
+  const Finished finished = RunCommand({"--version", "--json"});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_EQ(Str(Map(finished.output).Get("cryptcli").AsString()), CRYPTCLI_VERSION);
+}
+
 TEST(CommandLine, NamesWhatItDoesNotKnowAndSuggestsWhatWasMeant) {
   const std::vector<std::pair<std::vector<std::string>, const char*>> rows = {
       {{"decyrpt", "a", "b"}, "Unknown command \"decyrpt\"; did you mean \"decrypt\"?\n"},
