@@ -28,7 +28,7 @@ using CryptCli::ExitCode;
 
 constexpr const char* kNotes =
     "SOURCE or TARGET - is standard input or output; a file of that name is ./-. A TARGET that cannot be\n"
-    "replaced (a link, a device, somebody else's file) is written in place once the operation has "
+    "replaced (a device, somebody else's file) is written in place once the operation has "
     "succeeded;\n"
     "if writing fails, a part may be there.\n"
     "Results go to standard output, errors and warnings to standard error; with standard output as TARGET\n"
@@ -76,8 +76,11 @@ int FailUsage(const std::string& command, const std::string& mistake, bool asJSO
 int Run(int argc, char** argv) {
   CLI::App app("Protects files for a room, opens protected files, and administers the keys behind them",
                "cryptcli");
-  app.set_version_flag("--version", CryptCli::DescribeVersion,
-                       "Show the versions of the command and its libraries");
+  const auto describeVersion = [&] {
+    return CryptCli::AsksForJSON(argc, argv) ? CryptCli::DescribeVersionAsJSON()
+                                             : CryptCli::DescribeVersion();
+  };
+  app.set_version_flag("--version", describeVersion, "Show the versions of the command and its libraries");
   app.require_subcommand(1);
   Options options;
   const CryptCli::ConfigurationSources sources = CryptCli::ConfigurationSources::Make();
