@@ -48,7 +48,7 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
   StagingFile staging;
   AnsiStr errorText;
   if (!options.output.empty() && !staging.Open(options.output, options.force, errorText)) {
-    return session.Fail(ExitCode::Failed, errorText);
+    return session.FailFile(errorText);
   }
   if (staging.IsStandardOutput()) session.GetReport().LeaveStandardOutput();
   KVMap result;
@@ -58,7 +58,7 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
   // Without a label: progress would be shown in the middle of the log.
   return session.Watched("", [&] {
     const File log(result.Get("filename").AsString());
-    return Deliver(options, log, staging, errorText) ? code : session.Fail(ExitCode::Failed, errorText);
+    return Deliver(options, log, staging, errorText) ? code : session.FailFile(errorText);
   });
 }
 
@@ -81,7 +81,8 @@ CLI::App* AddAuditLog(CLI::App& app, AuditLogOptions& options) {
   options.session.AddOptions(*command);
   options.session.connection.AddRoomOption(*command)->required(false);
   options.keyServers.AddOptions(*command);
-  command->footer(DescribeExitCodes({ExitCode::Partial, ExitCode::TryLater, ExitCode::Unauthorised}));
+  command->footer(DescribeExitCodes(
+      {ExitCode::KeyRefused, ExitCode::Partial, ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }
 

@@ -51,7 +51,7 @@ class Signing {
     if (code != ExitCode::Success) return code;
     AnsiStr errorText;
     if (!options_.output.empty() && !staging_.Open(options_.output, options_.force, errorText)) {
-      return session_.Fail(ExitCode::Failed, errorText);
+      return session_.FailFile(errorText);
     }
     if (staging_.IsStandardOutput()) session_.GetReport().LeaveStandardOutput();
     return session_.Watched("Signing", [&] { return Sign(); });
@@ -62,7 +62,7 @@ class Signing {
   ExitCode Sign() {
     AnsiStr hash;
     AnsiStr errorText;
-    if (!GetHash(hash, errorText)) return session_.Fail(ExitCode::Failed, errorText);
+    if (!GetHash(hash, errorText)) return session_.FailFile(errorText);
     KVMap arguments;
     ExitCode code = options_.keyServers.GetArguments(session_, options_.session.connection.room, arguments);
     if (code != ExitCode::Success) return code;
@@ -73,7 +73,7 @@ class Signing {
     const AnsiStr signature = result.Get("signature").AsString();
     session_.GetReport().Set("hash", hash);
     session_.GetReport().Set("signature", signature);
-    return Deliver(signature, errorText) ? code : session_.Fail(ExitCode::Failed, errorText);
+    return Deliver(signature, errorText) ? code : session_.FailFile(errorText);
   }
 
   bool GetHash(AnsiStr& hash, AnsiStr& errorText) const {
@@ -152,7 +152,7 @@ CLI::App* AddSign(CLI::App& app, SignOptions& options) {
   options.session.AddOptions(*command);
   options.session.connection.AddRoomOption(*command)->required(false);
   options.keyServers.AddOptions(*command);
-  command->footer(DescribeExitCodes({ExitCode::TryLater, ExitCode::Unauthorised}));
+  command->footer(DescribeExitCodes({ExitCode::KeyRefused, ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }
 
