@@ -201,3 +201,23 @@ def test_a_missing_source_is_a_failure(job: Any) -> None:
     os.remove(job.source)
     outcome = dask_protect.protect(job)
     assert (outcome.result, outcome.code) == ("failed", "io")
+
+
+def test_a_source_of_the_same_length_is_protected_again(
+    client: cryptcli.Client, job: Any, temporary: Path, tmp_path: Path
+) -> None:
+    assert dask_protect.protect(job).result == "protected"
+    Path(job.source).write_bytes(b"CONTENT")
+    assert dask_protect.protect(job).result == "protected"
+    client.decrypt(ROOM, job.target, tmp_path / "opened")
+    assert (tmp_path / "opened").read_bytes() == b"CONTENT"
+    assert list(temporary.iterdir()) == []
+
+
+def test_a_target_without_proven_origin_is_kept(environment: Environment, job: Any) -> None:
+    assert dask_protect.protect(job).result == "protected"
+    before = Path(job.target).read_bytes()
+    environment.lists(integrity="empty")
+    outcome = dask_protect.protect(job)
+    assert (outcome.result, outcome.code) == ("failed", "origin_not_proven")
+    assert Path(job.target).read_bytes() == before

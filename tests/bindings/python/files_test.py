@@ -214,6 +214,15 @@ def test_temporary_files_lie_where_the_options_say(
         make_client().verify(ROOM, tmp_path / "secret")
 
 
+def test_temporary_files_never_lie_in_the_working_directory(
+    client: cryptcli.Client, monkeypatch: pytest.MonkeyPatch, tmp_path: Path
+) -> None:
+    monkeypatch.setenv("TMPDIR", str(tmp_path / "missing"))
+    monkeypatch.setattr("tempfile.tempdir", str(tmp_path))  # as if nothing else could be written to
+    with pytest.raises(cryptcli.IOFailure, match="Could not create a temporary directory"):
+        client.encrypt(ROOM, io.BytesIO(CONTENT), tmp_path / "secret")
+
+
 def test_a_missing_temporary_directory_is_an_io_failure(make_client: MakeClient, tmp_path: Path) -> None:
     client = make_client(temporary_directory=tmp_path / "nowhere")
     with pytest.raises(cryptcli.IOFailure, match="Could not create a temporary directory"):

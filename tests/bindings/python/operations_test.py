@@ -11,11 +11,12 @@ import sys
 import threading
 import time
 from pathlib import Path
-from typing import Any, List, Tuple
+from typing import Any, List, Tuple, cast
 
 import cryptcli
 import pytest
 from conftest import CONTENT, MakeClient
+from cryptcli._operation import run_interruptibly
 from environment import ROOM, Environment
 
 LARGE = b"p" * 3_000_000
@@ -149,6 +150,31 @@ def test_a_signal_handler_ends_an_exchange_that_waits(
     timer.join()
     assert time.monotonic() - start < 30
     assert not (tmp_path / "opened").exists()
+
+
+def test_a_second_signal_does_not_leave_the_work_alone() -> None:
+    main = threading.main_thread().ident or 0
+    ended: List[str] = []
+
+    class Stopped:
+        """An operation whose cancellation is interrupted itself."""
+
+        calls = 0
+
+        def stop(self, _exception: BaseException) -> None:
+            self.calls += 1
+            if self.calls == 1:
+                raise KeyboardInterrupt
+
+    def work() -> None:
+        time.sleep(0.2)
+        signal.pthread_kill(main, signal.SIGINT)
+        time.sleep(0.5)
+        ended.append("ended")
+
+    with pytest.raises(KeyboardInterrupt):
+        run_interruptibly(cast(Any, Stopped()), work)
+    assert ended == ["ended"]
 
 
 def test_an_interrupted_client_can_be_used_again(client: cryptcli.Client, protected: Path) -> None:
