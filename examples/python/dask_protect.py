@@ -4,13 +4,14 @@
     dask_protect.py --scheduler tcp://scheduler:8786 --service https://crypt.example.com/api --room room-1 \\
         --output /shared/protected /shared/plain/*
 
-Every worker needs the package cryptcli, runs as the same user and sees the files under the same paths. A file that is
-already protected, and verifies, is skipped: after an interruption, run the same command again. Only failures that the
-library calls retryable are tried again. When a worker dies, Dask gives its files to others.
+Every worker needs the package cryptcli, runs as the same user and sees the files under the same paths. A file whose
+protected file is there, verifies and has the same content is skipped, and one whose protected file is not of proven
+origin fails: after an interruption, run the same command again. Only failures that the library calls retryable are
+tried again. When a worker dies, Dask gives its files to others.
 
 A protected file appears in the output folder whole and verified, or not at all: it is made in a folder beside it, on
-the same file system, which is removed at the end with whatever a killed worker left there. Verification writes plain
-content to a private temporary file; give workers a TMPDIR that is removed with them.
+the same file system, which is removed at the end with whatever a killed worker left there. Checking writes plain
+content to private temporary files; give workers a TMPDIR that is removed with them.
 
 Prints one JSON object for each file. Exit code 0 if all are protected, 1 otherwise.
 """
@@ -19,6 +20,7 @@ from __future__ import annotations
 
 import argparse
 import dataclasses
+import filecmp
 import functools
 import json
 import os
@@ -81,14 +83,20 @@ def retrying(work: Callable[[], Result]) -> Result:
 
 
 def is_protected(client: cryptcli.Client, job: Job) -> bool:
-    """Whether the target is there, whole, of proven origin and as long as the source."""
+    """Whether the target is there, whole, of proven origin and has the content of the source.
+
+    A target whose origin is not proven is an error: it may be somebody else's, or evidence, and is not replaced.
+    """
     if not os.path.exists(job.target):
         return False
-    try:
-        report = retrying(lambda: client.verify(job.room, job.target))
-    except (cryptcli.NotProtected, cryptcli.Damaged, cryptcli.OriginNotProven):
-        return False
-    return report.size == os.path.getsize(job.source)
+    # Not tempfile's own choice, which may fall back to the working directory.
+    with tempfile.TemporaryDirectory(dir=os.environ.get("TMPDIR") or "/tmp") as folder:
+        opened = os.path.join(folder, "opened")
+        try:
+            retrying(lambda: client.decrypt(job.room, job.target, opened))
+        except (cryptcli.NotProtected, cryptcli.Damaged):
+            return False
+        return filecmp.cmp(job.source, opened, shallow=False)
 
 
 def protect(job: Job) -> Outcome:
