@@ -46,7 +46,8 @@ class Spool:
     """Makes paths of sources and targets for one operation, in `directory` or the default one."""
 
     def __init__(self, directory: Optional[AnyPath], cancel: Optional[Cancellation]) -> None:
-        self._directory = None if directory is None else os.fsdecode(directory)
+        # As the library chooses it. tempfile would fall back to the working directory, which may be shared.
+        self._directory = (os.environ.get("TMPDIR") or "/tmp") if directory is None else os.fsdecode(directory)
         self._cancel = cancel
 
     @contextmanager
