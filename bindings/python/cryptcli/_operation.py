@@ -202,12 +202,17 @@ def run_interruptibly(operation: Operation, work: Callable[[], Result]) -> Resul
         operation.stop(exception)
         raise
     interruption: Optional[BaseException] = None
-    while not future.done():
+    while True:
+        # Signal handlers may raise again while an earlier exception is handled. So the cancellation, too, is inside of
+        # the block, and the thread is always waited for: until then it uses the client and the target.
         try:
-            future.exception()  # waits; the exception of the work is returned, not raised
+            while not future.done():
+                if interruption is not None:
+                    operation.stop(interruption)
+                future.exception()  # waits; the exception of the work is returned, not raised
+            break
         except BaseException as exception:
             interruption = interruption or exception
-            operation.stop(exception)
     if interruption is not None:
         raise interruption
     return future.result()
