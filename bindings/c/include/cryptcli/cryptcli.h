@@ -350,6 +350,7 @@ CRYPTCLI_API cryptcli_status cryptcli_room(const cryptcli_client* client, const 
  *   "name"        string: the URL of the server, or the room
  *   "ok"          boolean: usable
  *   "code"        string: the name of a status, "ok" if usable
+ *   "retryable"   boolean: the same check may find it usable later although nobody changes anything
  *   "message"     string: what is wrong; empty if nothing is
  *   "advice"      string: what to do; empty if nothing has to be done. A usable server has advice too if its
  *                 clock is more than five minutes off, or if it is asked over http across a network
