@@ -230,7 +230,8 @@ TEST_F(ManyFiles, ASignalCleansUpWhatIsInProgress) {
   const std::vector<std::string> names = Below("out");
   EXPECT_LT(names.size(), 50U);
   for (const std::string& name : names) EXPECT_THAT(name, ::testing::EndsWith(".p7m"));
-  EXPECT_EQ(Run("verify", {"-r", Path("out")}).code, 0) << "what was delivered is whole";
+  // The signal may come before the first result.
+  EXPECT_EQ(Run("verify", {"-r", Path("out")}).code, names.empty() ? 2 : 0) << "what was delivered is whole";
 }
 
 }  // namespace
