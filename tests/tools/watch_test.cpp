@@ -187,6 +187,26 @@ TEST_F(WatchedCommand, ASignalEndsItWhileItReports) {
   EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
 }
 
+TEST_F(WatchedCommand, ASignalEndsItWhileItReadsAListOfFiles) {
+  ASSERT_EQ(::mkfifo(Path("list").c_str(), 0600), 0);
+  const int list = ::open(Path("list").c_str(), O_RDWR | O_CLOEXEC);
+  for (const int signal : {SIGINT, SIGTERM}) {
+    Process process(
+        {CRYPTCLI_COMMAND, Arguments("verify", {"--json", "--files-from", "-"}), "", false, Path("list")});
+    EXPECT_TRUE(WaitFor([&] { return !scratch_.GetTemporaryNames().empty(); }));
+    std::this_thread::sleep_for(200ms);
+    process.Signal(signal);
+    std::jthread guard([&](const std::stop_token& done) {
+      for (int i = 0; i < 100 && !done.stop_requested(); ++i) std::this_thread::sleep_for(100ms);
+      if (!done.stop_requested()) process.Signal(SIGKILL);
+    });
+    EXPECT_EQ(process.Wait(), 128 + signal);
+    EXPECT_EQ(Map(process.GetOutput()).Get("exitCode").AsInteger(), 128 + signal);
+  }
+  ::close(list);
+  EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+}
+
 TEST_F(WatchedCommand, AnIgnoredSignalStaysIgnored) {
   SlowDown(600, "key");
   const auto before = std::signal(SIGQUIT, SIG_IGN);
