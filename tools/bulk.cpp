@@ -82,7 +82,8 @@ class BulkRun {
         session_(work.operation, sessionOptions_) {}
 
   ExitCode Do(const std::vector<std::string>& files) {
-    ExitCode code = Plan(files);
+    // Folders may be large, and whoever writes the list may take any time.
+    ExitCode code = session_.Watched("Listing", [&] { return Plan(files); });
     if (code == ExitCode::Success) code = session_.Open();
     if (code == ExitCode::Success) code = session_.Watched(DescribeWork().c_str(), [&] { return DoAll(); });
     code = session_.Finish(code);
@@ -105,6 +106,7 @@ class BulkRun {
     listed.followLinks = options_.followLinks;
     listed.onlyProtected = work_.onlyProtected;
     listed.outputFolder = options_.outputFolder;
+    listed.stop = session_.MakeCall().stop;
     std::string errorText;
     bool isPlanned = CollectFiles(listed, list_, errorText);
     if (isPlanned && work_.targetNames) {

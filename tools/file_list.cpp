@@ -13,6 +13,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "tools/files.h"
+
 namespace CryptCli {
 
 namespace {
@@ -34,13 +36,13 @@ bool IsFolder(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-bool ReadWhole(const std::string& path, std::string& text) {
+bool ReadWhole(const std::string& path, const std::stop_token& stop, std::string& text) {
   const int descriptor = path == "-" ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor < 0) return false;
   char chunk[65536];
   ssize_t got = 1;
   while (got > 0 || (got < 0 && errno == EINTR)) {
-    got = ::read(descriptor, chunk, sizeof chunk);
+    got = ReadUnlessStopped(descriptor, chunk, sizeof chunk, stop);
     if (got > 0) text.append(chunk, static_cast<std::size_t>(got));
   }
   const int failure = errno;
@@ -98,6 +100,7 @@ class Collector {
     if (isThere) visited_.insert(identity);
     std::vector<Folder> rest{{root, place}};
     while (!rest.empty()) {
+      if (options_.stop.stop_requested()) return Refuse("The operation was cancelled");
       const Folder folder = std::move(rest.back());
       rest.pop_back();
       std::vector<Folder> below = ReadFolder(folder);
@@ -160,7 +163,7 @@ std::string NameList(const std::string& path) {
 
 bool AddListed(const FileListOptions& options, Collector& collector, std::string& errorText) {
   std::string text;
-  if (!ReadWhole(options.filesFrom, text)) {
+  if (!ReadWhole(options.filesFrom, options.stop, text)) {
     errorText =
         "Could not read the list of files " + NameList(options.filesFrom) + ": " + std::strerror(errno);
     return false;

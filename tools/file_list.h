@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +27,7 @@ struct FileListOptions {
   bool followLinks = false;        ///< follows symbolic links below a folder; named ones always are
   bool onlyProtected = false;      ///< takes only names with kProtectedSuffix from a folder
   std::string outputFolder{};      ///< not entered, so that results are no sources; empty: none
+  std::stop_token stop{};          ///< ends the listing, which then fails
 };
 
 /// What was found.

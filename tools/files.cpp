@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <poll.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -32,6 +33,19 @@ bool WriteToStandardOutput(std::string_view bytes) {
 }
 
 }  // namespace
+
+ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const std::stop_token& stop) {
+  // A signal wakes the thread of the watch and not this one, so it looks now and then.
+  constexpr int kLookMilliseconds = 50;
+  while (!stop.stop_requested()) {
+    pollfd ready{descriptor, POLLIN, 0};
+    const int count = poll(&ready, 1, kLookMilliseconds);
+    if (count > 0) return read(descriptor, bytes, size);
+    if (count < 0 && errno != EINTR) return -1;
+  }
+  errno = ECANCELED;
+  return -1;
+}
 
 AnsiStr DescribeFailure(const char* what, const AnsiStr& path) {
   return DescribeFailure(what, path, OruGuiBase::GetSystemErrorText());

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstddef>
+#include <stop_token>
 #include <string>
+#include <sys/types.h>
 
 #include "foundation/ansistr.h"
 #include "foundation/file.h"
@@ -17,5 +20,8 @@ bool ReadFile(const std::string& path, OruGuiBase::AnsiStr& content);
 
 /// Copies a file to standard output in chunks, however large it is. False with the reason in the error state.
 bool CopyToStandardOutput(const OruGuiBase::File& file);
+
+/// Like read(), but fails with ECANCELED once a stop is requested, even while no input comes.
+ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const std::stop_token& stop);
 
 }  // namespace CryptCli

@@ -84,7 +84,7 @@ Watch::~Watch() {
 void Watch::Start(const std::string& label, bool show, std::function<void()> cancel) {
   const bool isTerminal = isatty(STDERR_FILENO) == 1;
   stopping_ = false;
-  signal_ = 0;
+  // signal_ stays: work that follows what a signal has cancelled must not succeed.
   progress_.done = 0;
   progress_.total = 0;
   thread_ = std::thread(

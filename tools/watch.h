@@ -33,7 +33,7 @@ class Watch {
   /// Starts the thread. Until Stop() it shows `label` with the progress, if standard error is a terminal and
   /// `show` is set. A signal calls `cancel`, on that thread; without it the signal ends the program at once.
   void Start(const std::string& label, bool show, std::function<void()> cancel = nullptr);
-  /// Ends the thread. Returns the signal that cancelled the operation, or 0.
+  /// Ends the thread. Returns the signal that cancelled this operation or one before it, or 0.
   int Stop();
   /// Where the operation writes how far it has come.
   Progress& GetProgress() { return progress_; }
