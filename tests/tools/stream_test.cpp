@@ -50,6 +50,26 @@ TEST_F(Stream, WorksInAPipeline) {
   EXPECT_THAT(finished.errors, IsEmpty());
 }
 
+// Descriptors that the library opens would get the numbers of the missing streams, and traces would go there.
+TEST_F(Stream, WorksWithClosedStandardStreams) {
+  const std::string closed = " 0<&- 1>&- 2>&-";
+  const std::string line =
+      Line("encrypt", {"-q", "--trace", "2", Path("plain.txt"), Path("closed.p7m")}) + closed;
+  EXPECT_EQ(RunProcess({"/bin/sh", {"-c", line}}).code, 0);
+  const Finished opened = Run("decrypt", {"-q", Path("closed.p7m"), "-"});
+  EXPECT_EQ(opened.code, 0) << opened.errors;
+  EXPECT_EQ(opened.output, "The plain content.\n");
+}
+
+TEST_F(Stream, FailsWhenAClosedStandardStreamIsNamed) {
+  const auto run = [&](const std::vector<std::string>& files, const char* closed) {
+    return RunProcess({"/bin/sh", {"-c", Line("encrypt", files) + closed}}).code;
+  };
+  EXPECT_EQ(run({"-", Path("t")}, " 0<&-"), 1);
+  EXPECT_EQ(run({Path("plain.txt"), "-"}, " 1>&-"), 1);
+  EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt"));
+}
+
 TEST_F(Stream, NothingReachesStandardOutputBeforeTheVerdict) {
   Protect();
   stand_.GetSettings().SetIntegrityList(IntegrityList::WithoutOurs);
