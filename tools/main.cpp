@@ -3,9 +3,12 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <cerrno>
 #include <exception>
+#include <fcntl.h>
 #include <functional>
 #include <string>
+#include <unistd.h>
 
 #include "tools/apply_settings.h"
 #include "tools/audit_log.h"
@@ -73,6 +76,17 @@ int FailUsage(const std::string& command, const std::string& mistake, bool asJSO
   return static_cast<int>(report.Finish(ExitCode::Usage));
 }
 
+// Without this the first files and connections of the library would be taken for the standard streams that
+// the caller has closed, and traces would be written into them. Each stream is opened the wrong way round, so
+// that using it still fails.
+void OccupyStandardStreams() {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;
+    // Gets the lowest free number, which is that of the stream.
+    if (open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY) < 0) return;
+  }
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Protects files for a room, opens protected files, and administers the keys behind them",
                "cryptcli");
@@ -129,6 +143,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  OccupyStandardStreams();
   try {
     return Run(argc, argv);
   } catch (const std::exception& failure) {
