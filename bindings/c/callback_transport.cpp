@@ -28,6 +28,7 @@ struct cryptcli_response {
   HttpResponse& response;
   OruGuiBase::FileWriter file{};
   bool failed = false;
+  cryptcli_status failure = CRYPTCLI_UNREACHABLE;
 };
 
 namespace {
@@ -115,11 +116,26 @@ int32_t cryptcli_response_set_error(cryptcli_response* response, const char* mes
   });
 }
 
+int32_t cryptcli_response_set_error_code(cryptcli_response* response, cryptcli_status code) {
+  return Try(response, [&] {
+    if (code != CRYPTCLI_UNREACHABLE && code != CRYPTCLI_TIMEOUT && code != CRYPTCLI_CANCELLED) return false;
+    response->failure = code;
+    return true;
+  });
+}
+
 namespace CryptCliC {
 
 std::int32_t CallbackTransport::SendRequest(const AnsiStr& method, const AnsiStr& url, const KVMap& headers,
                                             const AnsiStr& body, const HttpOptions& options,
                                             HttpResponse& response) {
+  cryptcli_status ignored = CRYPTCLI_UNREACHABLE;
+  return SendRequest(method, url, headers, body, options, response, ignored);
+}
+
+std::int32_t CallbackTransport::SendRequest(const AnsiStr& method, const AnsiStr& url, const KVMap& headers,
+                                            const AnsiStr& body, const HttpOptions& options,
+                                            HttpResponse& response, cryptcli_status& failure) {
   const cryptcli_request request{method, url, headers, body, options};
   cryptcli_response filled{response};
   if (!response.targetFile.IsEmpty() && !filled.file.Open(OruGuiBase::File(response.targetFile))) {
@@ -133,6 +149,7 @@ std::int32_t CallbackTransport::SendRequest(const AnsiStr& method, const AnsiStr
   }
   const bool done = result == 0 && !filled.failed && (!filled.file.IsOpen() || filled.file.Close());
   if (done && response.status != 0) return 0;
+  failure = filled.failure;
   if (response.errorText.IsEmpty()) response.errorText = "The application's transport failed";
   return -1;
 }

@@ -20,6 +20,11 @@ class CallbackTransport final : public OruKalvix::ICryptClientHttp {
   std::int32_t SendRequest(const OruGuiBase::AnsiStr& method, const OruGuiBase::AnsiStr& url,
                            const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& body,
                            const OruKalvix::HttpOptions& options, OruKalvix::HttpResponse& response) override;
+  /// The same. `failure` says why there was no response; unchanged if the callback does not.
+  std::int32_t SendRequest(const OruGuiBase::AnsiStr& method, const OruGuiBase::AnsiStr& url,
+                           const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& body,
+                           const OruKalvix::HttpOptions& options, OruKalvix::HttpResponse& response,
+                           cryptcli_status& failure);
 
  private:
   cryptcli_transport_callback callback_;

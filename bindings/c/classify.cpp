@@ -152,6 +152,7 @@ cryptcli_status ClassifyExchange(const FailedExchange& exchange) {
   if (!exchange.hasResponse) {
     // A response that goes to a file, an audit log, can find the disk full. No network reports these reasons.
     if (CodeOfSystemText(Reason(exchange.reason)) == CRYPTCLI_NO_SPACE) return CRYPTCLI_NO_SPACE;
+    if (exchange.failure != CRYPTCLI_UNREACHABLE) return exchange.failure;
     return exchange.reason.starts_with("Gave up waiting for ") ? CRYPTCLI_TIMEOUT : CRYPTCLI_UNREACHABLE;
   }
   switch (exchange.status) {

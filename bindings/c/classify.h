@@ -16,6 +16,8 @@ struct FailedExchange {
   std::uint32_t status = 0;     ///< HTTP status, with a response
   std::string_view reason;      ///< the transport's message, without one
   bool isKeyUpload = false;     ///< the crypt service was given a new room key
+  /// Without a response: what the application's transport says about it.
+  cryptcli_status failure = CRYPTCLI_UNREACHABLE;
 };
 
 /// The status for a message of the class. `exchange` is consulted where the message ends in the reason of an

@@ -19,10 +19,6 @@ struct cryptcli_client {
   /// Whether the URL is the crypt service's or below it, by the same rule as in the built-in transport: such
   /// a request, and no other, may carry the credentials.
   bool IsAtService(const OruGuiBase::AnsiStr& url) const;
-  OruKalvix::ICryptClientHttp& GetTransport() const {
-    if (callback != nullptr) return *callback;
-    return *curl;
-  }
 };
 
 namespace CryptCliC {

@@ -139,8 +139,8 @@ bool Operation::IsCancelled() noexcept {
 }
 
 FailedExchange Operation::GetFailedExchange() const {
-  return {latest_.failed, latest_.hasResponse, latest_.isCryptService,
-          latest_.status, latest_.reason,      latest_.isKeyUpload};
+  return {latest_.failed, latest_.hasResponse, latest_.isCryptService, latest_.status,
+          latest_.reason, latest_.isKeyUpload, latest_.failure};
 }
 
 cryptcli_status Operation::GetCode(std::string_view message) const {
@@ -172,7 +172,7 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
   isAttemptOpen_ = false;
   if (IsCancelled()) {
     response.errorText = "The operation was cancelled";
-    Record(url, false, response);
+    Record(url, false, response, CRYPTCLI_CANCELLED);
     return -1;
   }
   // A probe of a key server comes with a limit of its own.
@@ -188,12 +188,19 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
     const AnsiStr& name = client_.options.serviceHeaders.GetKeys()[i];
     if (!HasHeader(headers, name)) all.Put(name, client_.options.serviceHeaders.GetValues()[i]);
   }
-  const std::int32_t result = client_.GetTransport().SendRequest(method, url, all, body, limited, response);
-  Record(url, result >= 0, response);
+  cryptcli_status failure = CRYPTCLI_UNREACHABLE;
+  const std::int32_t result =
+      client_.callback != nullptr
+          ? client_.callback->SendRequest(method, url, all, body, limited, response, failure)
+          : client_.curl->SendRequest(method, url, all, body, limited, response);
+  // Otherwise the class would go on with the next key server.
+  if (result < 0 && failure == CRYPTCLI_CANCELLED) cancelled_ = true;
+  Record(url, result >= 0, response, failure);
   return result;
 }
 
-void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse& response) {
+void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse& response,
+                       cryptcli_status failure) {
   latest_.url = ToString(url);
   latest_.isCryptService = client_.IsAtService(url);
   latest_.hasResponse = hasResponse;
@@ -201,6 +208,7 @@ void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse&
   latest_.failed = !hasResponse || response.status != kStatusOk;
   latest_.reason = hasResponse ? std::string() : ToString(response.errorText);
   latest_.isKeyUpload = false;
+  latest_.failure = failure;
   isAttemptOpen_ = !latest_.isCryptService;
   if (!latest_.isCryptService) return;
   std::string_view path(latest_.url);

@@ -95,9 +95,11 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
     bool hasResponse = false;
     std::uint32_t status = 0;
     std::string reason;
+    cryptcli_status failure = CRYPTCLI_UNREACHABLE;
   };
 
-  void Record(const OruGuiBase::AnsiStr& url, bool hasResponse, const OruKalvix::HttpResponse& response);
+  void Record(const OruGuiBase::AnsiStr& url, bool hasResponse, const OruKalvix::HttpResponse& response,
+              cryptcli_status failure);
   void ReadServiceResponse(std::string_view path, const OruGuiBase::AnsiStr& body);
   void TakeFact(std::string_view text);
   void TakeError(std::string_view text);

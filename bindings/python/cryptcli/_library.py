@@ -59,6 +59,7 @@ _FUNCTIONS: Dict[str, Tuple[Any, Sequence[Any]]] = {
     "response_add_header": (c_int32, (_Object, c_char_p, c_char_p)),
     "response_append_body": (c_int32, (_Object, c_char_p, c_size_t)),
     "response_set_error": (c_int32, (_Object, c_char_p)),
+    "response_set_error_code": (c_int32, (_Object, c_int32)),
     "client_new": (c_int32, (_Object, _Place, _Place)),
     "client_free": (None, (_Object,)),
     "call_new": (_Object, ()),

@@ -3,11 +3,12 @@
 from __future__ import annotations
 
 import ctypes
+import socket
 from dataclasses import dataclass, field
 from typing import Any, Callable, Iterable, Mapping, Tuple, Union
 
 from ._arguments import encode
-from ._errors import Internal
+from ._errors import Internal, Status
 from ._library import TransportCallback, lib
 from ._operation import Operations
 
@@ -39,6 +40,7 @@ class Response:
 #: Carries out a request and blocks until that has ended; called on many threads at once. It must not follow
 #: redirects, and should keep to the timeouts: nothing cancels it while it blocks. An OSError, which the standard
 #: library's clients raise, means that there was no exchange: the library then tries the next server, if there is one.
+#: A TimeoutError becomes Timeout, any other one Unreachable.
 #: Any other exception ends the operation and comes out of it.
 Transport = Callable[[Request], Response]
 
@@ -57,6 +59,8 @@ def make_callback(transport: Transport, operations: Operations) -> Any:
             if operation is not None:
                 operation.transport_failure = failure
             lib.response_set_error(response, _message(failure))
+            if _is_timeout(failure):
+                lib.response_set_error_code(response, Status.TIMEOUT)
         except BaseException as exception:
             if operation is None:
                 raise
@@ -64,6 +68,11 @@ def make_callback(transport: Transport, operations: Operations) -> Any:
         return -1
 
     return TransportCallback(send)
+
+
+def _is_timeout(failure: OSError) -> bool:
+    # socket.timeout is a class of its own before Python 3.10, and urllib wraps it.
+    return any(isinstance(cause, (TimeoutError, socket.timeout)) for cause in (failure, getattr(failure, "reason", None)))
 
 
 def _message(failure: OSError) -> bytes:

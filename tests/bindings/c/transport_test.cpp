@@ -16,6 +16,8 @@ struct Recorder {
   uint32_t status = 200;
   int32_t result = 0;
   bool badStatus = false;
+  cryptcli_status code = CRYPTCLI_OK;  ///< of a failure; none if OK
+  int32_t codeResult = 0;
 
   static int32_t Send(void* context, const cryptcli_request* request, cryptcli_response* response) {
     auto& self = *static_cast<Recorder*>(context);
@@ -34,6 +36,7 @@ struct Recorder {
     cryptcli_response_set_status(response, self.badStatus ? 1 : self.status);
     cryptcli_response_add_header(response, "Date", "Wed, 15 May 2024 12:00:00 GMT");
     cryptcli_response_append_body(response, "{}", 2);
+    if (self.code != CRYPTCLI_OK) self.codeResult = cryptcli_response_set_error_code(response, self.code);
     return self.result;
   }
 };
@@ -116,6 +119,28 @@ TEST_F(Transport, AFailureWithoutAReasonHasOne) {
   const Outcome outcome = Encrypt("plain", "secret");
   EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
   EXPECT_EQ(outcome.Message(), "Could not get room key: The application's transport failed");
+}
+
+TEST_F(Transport, SaysWhyThereWasNoResponse) {
+  MakeClient();
+  recorder.result = -1;
+  for (const cryptcli_status code :
+       std::vector<cryptcli_status>{CRYPTCLI_TIMEOUT, CRYPTCLI_UNREACHABLE, CRYPTCLI_CANCELLED}) {
+    recorder.code = code;
+    const Outcome outcome = Encrypt("plain", "secret");
+    EXPECT_EQ(outcome.status, code);
+    EXPECT_EQ(recorder.codeResult, 0);
+    EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), code != CRYPTCLI_CANCELLED ? 1 : 0);
+  }
+}
+
+TEST_F(Transport, SaysNothingElseAboutAFailure) {
+  MakeClient();
+  for (const cryptcli_status code : std::vector<cryptcli_status>{CRYPTCLI_DAMAGED, CRYPTCLI_IO, 99, -1}) {
+    recorder.code = code;
+    EXPECT_EQ(Encrypt("plain", "secret").status, CRYPTCLI_UNREACHABLE);
+    EXPECT_EQ(recorder.codeResult, -1);
+  }
 }
 
 TEST_F(Transport, AnInvalidStatusIsNoResponse) {

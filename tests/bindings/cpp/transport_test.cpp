@@ -60,6 +60,22 @@ TEST_F(OwnTransport, AFailureOfItIsUnreachableWithItsReason) {
   EXPECT_EQ(error.message, "Could not get room key: the cable is cut");
 }
 
+TEST_F(OwnTransport, ATimeoutOfItIsATimeout) {
+  const auto error = FailWith([](const HttpRequest&) -> cryptcli::Result<HttpResponse> {
+    return Failure(Status::Timeout, "too slow");
+  });
+  EXPECT_EQ(error.code, Status::Timeout);
+  EXPECT_TRUE(error.retryable);
+  EXPECT_EQ(error.message, "Could not get room key: too slow");
+}
+
+TEST_F(OwnTransport, ACancellationOfItCancels) {
+  const auto error = FailWith([](const HttpRequest&) -> cryptcli::Result<HttpResponse> {
+    return Failure(Status::Cancelled, "the program ends");
+  });
+  EXPECT_EQ(error.code, Status::Cancelled);
+}
+
 TEST_F(OwnTransport, AnExceptionOfItIsUnreachableWithItsReason) {
   const auto error = FailWith([](const HttpRequest&) -> cryptcli::Result<HttpResponse> {
     throw std::runtime_error("the cable is cut");

@@ -98,6 +98,15 @@ def test_an_os_error_is_a_failed_exchange(make_client: MakeClient) -> None:
     assert caught.value.retryable is True
 
 
+@pytest.mark.parametrize("failure", [TimeoutError("too slow"), urllib.error.URLError(TimeoutError("too slow"))])
+def test_a_timeout_is_told_from_a_broken_connection(make_client: MakeClient, failure: OSError) -> None:
+    def fail() -> cryptcli.Response:
+        raise failure
+
+    with pytest.raises(cryptcli.Timeout, match="too slow"):
+        encrypt(make_client(transport=Recorder(fail)))
+
+
 def test_a_failed_exchange_leads_to_the_next_key_server(
     environment: Environment, make_client: MakeClient, protected: Path
 ) -> None:

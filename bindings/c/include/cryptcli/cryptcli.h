@@ -190,6 +190,9 @@ CRYPTCLI_API int32_t cryptcli_response_add_header(cryptcli_response* response, c
 CRYPTCLI_API int32_t cryptcli_response_append_body(cryptcli_response* response, const void* bytes,
                                                    size_t size);
 CRYPTCLI_API int32_t cryptcli_response_set_error(cryptcli_response* response, const char* message);
+/* Why there was no response: CRYPTCLI_UNREACHABLE, which is the default, CRYPTCLI_TIMEOUT, or
+ * CRYPTCLI_CANCELLED, which ends the operation. No other status is valid. */
+CRYPTCLI_API int32_t cryptcli_response_set_error_code(cryptcli_response* response, cryptcli_status code);
 
 /* ---- Client ---- */
 

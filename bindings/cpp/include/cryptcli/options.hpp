@@ -42,9 +42,11 @@ struct HttpResponse {
 };
 
 /// Carries out one exchange: sends the request, waits for the response and returns it, whatever its HTTP
-/// status. A failure means that there was no response; its message becomes a part of the operation's. So does
-/// what an exception says. It must send the URL unchanged, must not follow redirects, returns the headers of
-/// the response ("Date", for one, is needed), and is called on several threads at once.
+/// status. A failure means that there was no response; its message becomes a part of the operation's. With
+/// Status::Timeout that is a timeout, with Status::Cancelled it cancels the operation, and with any other one
+/// the server is unreachable. The message of an exception becomes a part as well. It must send the URL
+/// unchanged, must not follow redirects, returns the headers of the response ("Date", for one, is needed),
+/// and is called on several threads at once.
 ///
 ///     .transport = [&](const cryptcli::HttpRequest& request) -> cryptcli::Result<cryptcli::HttpResponse> {
 ///       auto reply = tunnel.Send(request.method, request.url, request.body);

@@ -107,7 +107,10 @@ inline std::int32_t SendRequest(void* context, const cryptcli_request* request,
   const auto send = [&] {
     const Result<HttpResponse> made = transport(ToRequest(request));
     if (!made) {
+      const Status code = made.error().code;
       (void)cryptcli_response_set_error(response, made.error().message.c_str());
+      if (code == Status::Timeout || code == Status::Cancelled)
+        (void)cryptcli_response_set_error_code(response, static_cast<cryptcli_status>(code));
     } else if (Fill(response, *made)) {
       result = 0;
     } else {
