@@ -32,6 +32,10 @@ constexpr std::array kRows = {
     Row{"Could not decrypt file", CRYPTCLI_DAMAGED},
     // Behind it is a fault of the message in our own words, or what the certificate library says about a
     // chain.
+    // Neither blames the message: OpenSSL refused to compute, or the file changed under its reader.
+    Row{"Could not verify signature: The digest of the content cannot", CRYPTCLI_INTERNAL},
+    Row{"Could not verify signature: A signer's digest algorithm is not available", CRYPTCLI_INTERNAL},
+    Row{"Could not verify signature: The file ", CRYPTCLI_IO},
     Row{"Could not verify signature: A signer's RSA key", CRYPTCLI_ORIGIN_NOT_PROVEN},
     Row{"Could not verify signature: A certificate", CRYPTCLI_ORIGIN_NOT_PROVEN},
     Row{"Could not verify signature: A ", CRYPTCLI_DAMAGED},

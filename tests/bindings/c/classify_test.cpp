@@ -69,6 +69,21 @@ TEST(Classify, TellsAWeakChainFromADamagedMessage) {
             CRYPTCLI_DAMAGED);
 }
 
+TEST(Classify, BlamesTheMessageOnlyForItsOwnFaults) {
+  const std::string beginning = "Could not verify signature: ";
+  for (const char* reason :
+       {"The digest of the content cannot be computed", "A signer's digest algorithm is not available"}) {
+    EXPECT_EQ(Classify(beginning + reason, {}), CRYPTCLI_INTERNAL) << reason;
+  }
+  for (const char* reason : {"The file changed while it was read", "The file cannot be read"}) {
+    EXPECT_EQ(Classify(beginning + reason, {}), CRYPTCLI_IO) << reason;
+  }
+  for (const char* reason : {"The content is not what was signed", "The message has no signers",
+                             "The signing time of a signer cannot be read", "A signature is not valid"}) {
+    EXPECT_EQ(Classify(beginning + reason, {}), CRYPTCLI_DAMAGED) << reason;
+  }
+}
+
 TEST(Classify, LooksAtTheExchangeBehindAMessage) {
   const FailedExchange notFound{true, true, true, 404, {}};
   EXPECT_EQ(Classify("Could not get room key: HTTP 404", notFound), CRYPTCLI_UNKNOWN_ROOM);
