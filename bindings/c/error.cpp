@@ -112,5 +112,8 @@ const char* cryptcli_error_attempt_message(const cryptcli_error* error, size_t i
 }
 
 const char* cryptcli_error_json(const cryptcli_error* error) {
-  return error != nullptr ? error->json.c_str() : R"({"code":"internal","message":"no memory"})";
+  // Every member that the JSON of an error has.
+  static constexpr const char* kNoMemory =
+      R"({"code":"internal","message":"no memory","retryable":false,"httpStatus":0,"url":"","attempts":[]})";
+  return error != nullptr ? error->json.c_str() : kNoMemory;
 }

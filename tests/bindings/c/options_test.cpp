@@ -70,6 +70,9 @@ TEST_F(Options, NullIsAcceptedWhereAnObjectIsMissing) {
       cryptcli_encrypt(nullptr, kRoom, cryptcli_path("a"), cryptcli_path("b"), nullptr, nullptr, nullptr),
       CRYPTCLI_INVALID_ARGUMENT);
   EXPECT_STREQ(cryptcli_error_message(nullptr), "no memory");
+  EXPECT_STREQ(
+      cryptcli_error_json(nullptr),
+      R"({"code":"internal","message":"no memory","retryable":false,"httpStatus":0,"url":"","attempts":[]})");
   EXPECT_STREQ(cryptcli_report_signed_room(nullptr), "");
 }
 
