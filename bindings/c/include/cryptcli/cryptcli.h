@@ -56,6 +56,13 @@
 #define CRYPTCLI_API
 #endif
 
+/* In C++, inline functions of other headers use these functions, and need the same one in every file. */
+#ifdef __cplusplus
+#define CRYPTCLI_INLINE inline
+#else
+#define CRYPTCLI_INLINE static inline
+#endif
+
 /* The version of this header; cryptcli_version() gives that of the library. */
 #define CRYPTCLI_VERSION_MAJOR 1
 #define CRYPTCLI_VERSION_MINOR 0
@@ -255,13 +262,13 @@ typedef struct cryptcli_file {
   int32_t descriptor;
 } cryptcli_file;
 
-static inline cryptcli_file cryptcli_path(const char* path) {
+CRYPTCLI_INLINE cryptcli_file cryptcli_path(const char* path) {
   cryptcli_file file;
   file.path = path;
   file.descriptor = -1;
   return file;
 }
-static inline cryptcli_file cryptcli_descriptor(int32_t descriptor) {
+CRYPTCLI_INLINE cryptcli_file cryptcli_descriptor(int32_t descriptor) {
   cryptcli_file file;
   file.path = NULL;
   file.descriptor = descriptor;
