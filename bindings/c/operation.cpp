@@ -32,6 +32,9 @@ constexpr std::uint32_t kDetailTrace = 2;
 constexpr std::uint32_t kErrorTrace = 4;
 
 constexpr std::uint32_t kStatusOk = 200;
+constexpr std::uint32_t kStatusConflict = 409;
+constexpr std::string_view kKeyPath = "key/";
+constexpr std::string_view kUploadPath = "newkey/";
 
 bool TakePrefix(std::string_view& text, std::string_view prefix) {
   if (!text.starts_with(prefix)) return false;
@@ -175,6 +178,36 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
     Record(url, false, response, CRYPTCLI_CANCELLED);
     return -1;
   }
+  const std::string_view path = GetServicePath(url);
+  if (path.starts_with(kKeyPath)) keyRequest_ = {method, url, headers, body, options};
+  if (path.starts_with(kUploadPath) && IsKeyThere()) {
+    response.status = kStatusConflict;
+    Record(url, true, response, CRYPTCLI_OK);
+    return 0;
+  }
+  cryptcli_status failure = CRYPTCLI_UNREACHABLE;
+  const std::int32_t result = Forward({method, url, headers, body, options}, response, failure);
+  // Otherwise the class would go on with the next key server.
+  if (result < 0 && failure == CRYPTCLI_CANCELLED) cancelled_ = true;
+  Record(url, result >= 0, response, failure);
+  return result;
+}
+
+// The crypt service takes a key with the number of the latest list of members, also if another client's key
+// came before that list. So the key is asked for once more after the list: a key that comes later makes the
+// number stale, an earlier one is seen here.
+bool Operation::IsKeyThere() {
+  HttpResponse response;
+  cryptcli_status failure = CRYPTCLI_UNREACHABLE;
+  if (keyRequest_.url.IsEmpty() || Forward(keyRequest_, response, failure) < 0) return false;
+  Val value;
+  AnsiStr error;
+  return response.status == kStatusOk && OruGuiBase::JSON2Val(response.body, value, error) &&
+         value.GetType() == ValType::Map && !Member(value.AsMap(), "certificate").empty();
+}
+
+std::int32_t Operation::Forward(const Request& request, HttpResponse& response, cryptcli_status& failure) {
+  const auto& [method, url, headers, body, options] = request;
   // A probe of a key server comes with a limit of its own.
   HttpOptions limited = options;
   const std::uint32_t own = options.useTimeouts ? options.timeouts[2] : 0;
@@ -188,15 +221,20 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
     const AnsiStr& name = client_.options.serviceHeaders.GetKeys()[i];
     if (!HasHeader(headers, name)) all.Put(name, client_.options.serviceHeaders.GetValues()[i]);
   }
-  cryptcli_status failure = CRYPTCLI_UNREACHABLE;
-  const std::int32_t result =
-      client_.callback != nullptr
-          ? client_.callback->SendRequest(method, url, all, body, limited, response, failure)
-          : client_.curl->SendRequest(method, url, all, body, limited, response);
-  // Otherwise the class would go on with the next key server.
-  if (result < 0 && failure == CRYPTCLI_CANCELLED) cancelled_ = true;
-  Record(url, result >= 0, response, failure);
-  return result;
+  if (client_.callback != nullptr) {
+    return client_.callback->SendRequest(method, url, all, body, limited, response, failure);
+  }
+  return client_.curl->SendRequest(method, url, all, body, limited, response);
+}
+
+// What stands behind "crypt/" in a URL of the crypt service; empty for any other URL. The class puts each
+// path behind the service's URL as it was given.
+std::string_view Operation::GetServicePath(const AnsiStr& url) const {
+  std::string_view path = url.View();
+  if (!client_.IsAtService(url) || !TakePrefix(path, client_.options.service)) return {};
+  while (TakePrefix(path, "/")) {
+  }
+  return TakePrefix(path, "crypt/") ? path : std::string_view();
 }
 
 void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse& response,
@@ -207,23 +245,16 @@ void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse&
   latest_.status = hasResponse ? response.status : 0;
   latest_.failed = !hasResponse || response.status != kStatusOk;
   latest_.reason = hasResponse ? std::string() : ToString(response.errorText);
-  latest_.isKeyUpload = false;
   latest_.failure = failure;
   isAttemptOpen_ = !latest_.isCryptService;
-  if (!latest_.isCryptService) return;
-  std::string_view path(latest_.url);
-  // The class puts each path behind the service's URL as it was given.
-  if (!TakePrefix(path, client_.options.service)) return;
-  while (TakePrefix(path, "/")) {
-  }
-  if (!TakePrefix(path, "crypt/")) return;
-  latest_.isKeyUpload = path.starts_with("newkey/");
-  if (!latest_.failed) ReadServiceResponse(path, response.body);
+  const std::string_view path = GetServicePath(url);
+  latest_.isKeyUpload = path.starts_with(kUploadPath);
+  if (!path.empty() && !latest_.failed) ReadServiceResponse(path, response.body);
 }
 
 // `path` is that behind "crypt/": "key/<room>", "certlist/<group>/integrity/sha256".
 void Operation::ReadServiceResponse(std::string_view path, const AnsiStr& body) {
-  const bool isKey = TakePrefix(path, "key/");
+  const bool isKey = TakePrefix(path, kKeyPath);
   if (!isKey) {
     const std::size_t end = path.find("/integrity/");
     if (TakePrefix(path, "certlist/") && end != std::string_view::npos) {

@@ -98,6 +98,18 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
     cryptcli_status failure = CRYPTCLI_UNREACHABLE;
   };
 
+  /// A request as the class hands it over.
+  struct Request {
+    OruGuiBase::AnsiStr method;
+    OruGuiBase::AnsiStr url;
+    OruGuiBase::KVMap headers;
+    OruGuiBase::AnsiStr body;
+    OruKalvix::HttpOptions options;
+  };
+
+  std::int32_t Forward(const Request& request, OruKalvix::HttpResponse& response, cryptcli_status& failure);
+  bool IsKeyThere();
+  std::string_view GetServicePath(const OruGuiBase::AnsiStr& url) const;
   void Record(const OruGuiBase::AnsiStr& url, bool hasResponse, const OruKalvix::HttpResponse& response,
               cryptcli_status failure);
   void ReadServiceResponse(std::string_view path, const OruGuiBase::AnsiStr& body);
@@ -111,6 +123,7 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   OruGuiBase::IThreadObserver* before_;
   Facts facts_;
   Exchange latest_;
+  Request keyRequest_;  ///< the latest one for the room's key
   std::vector<Attempt> attempts_;
   bool isAttemptOpen_ =
       false;  ///< the latest exchange was with a key server and its failure is not recorded yet
