@@ -207,6 +207,45 @@ TEST_F(WatchedCommand, ASignalEndsItWhileItReadsAListOfFiles) {
   EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
 }
 
+TEST_F(WatchedCommand, ASignalIsReportedWhileInputIsAwaited) {
+  ASSERT_EQ(::mkfifo(Path("input").c_str(), 0600), 0);
+  const int input = ::open(Path("input").c_str(), O_RDWR | O_CLOEXEC);
+  const std::vector<std::vector<std::string>> rows = {
+      Arguments("encrypt", {"-", Path("t"), "--json"}),
+      Arguments("verify", {"-", "--json"}),
+      {"inspect", "-", "--json"},
+      {"call", "--service", stand_.GetServiceUrl(), "Update", "--args", "-", "--json"}};
+  for (const auto& arguments : rows) {
+    Process process({CRYPTCLI_COMMAND, arguments, "", false, Path("input")});
+    EXPECT_TRUE(WaitFor([&] { return !scratch_.GetTemporaryNames().empty(); })) << arguments.front();
+    std::this_thread::sleep_for(300ms);
+    process.Signal(SIGINT);
+    EXPECT_EQ(process.Wait(), 128 + SIGINT) << arguments.front();
+    const OruGuiBase::KVMap report = Map(process.GetOutput());
+    EXPECT_EQ(report.Get("exitCode").AsInteger(), 128 + SIGINT) << arguments.front();
+    EXPECT_EQ(Str(report.Get("code").AsString()), "cancelled") << arguments.front();
+    EXPECT_EQ(Str(report.Get("error").AsString()), "Ended by signal 2") << arguments.front();
+    EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+  }
+  ::close(input);
+}
+
+TEST_F(WatchedCommand, ACancelledFileOfManyHasTheCodeOfTheSignal) {
+  SlowDown(30000, "key");
+  Process process({CRYPTCLI_COMMAND, Arguments("verify", {"--json", "--jobs", "1", Path("file.p7m")})});
+  EXPECT_TRUE(WaitFor([&] { return !scratch_.GetTemporaryNames().empty(); }));
+  std::this_thread::sleep_for(500ms);
+  process.Signal(SIGTERM);
+  EXPECT_EQ(process.Wait(), 128 + SIGTERM);
+  const auto files = Map(process.GetOutput()).Get("files").AsArray();
+  ASSERT_EQ(files.GetCount(), 1U);
+  for (const OruGuiBase::Val& file : files) {
+    EXPECT_EQ(file.AsMap().Get("exitCode").AsInteger(), 128 + SIGTERM);
+    EXPECT_EQ(Str(file.AsMap().Get("code").AsString()), "cancelled");
+    EXPECT_EQ(Str(file.AsMap().Get("error").AsString()), "The operation was cancelled");
+  }
+}
+
 TEST_F(WatchedCommand, AnIgnoredSignalStaysIgnored) {
   SlowDown(600, "key");
   const auto before = std::signal(SIGQUIT, SIG_IGN);
