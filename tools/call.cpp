@@ -6,7 +6,8 @@
 
 #include <CLI/Option.hpp>
 #include <cerrno>
-#include <cstdio>
+#include <stop_token>
+#include <unistd.h>
 
 #include "foundation/errorstate.h"
 #include "foundation/json.h"
@@ -28,35 +29,38 @@ constexpr std::uint32_t kMostOfOneName = 1000;
 // Far above any real arguments; keeps an endless pipe from filling the memory.
 constexpr std::uint32_t kMaxInput = 64 * 1024 * 1024;
 
-bool ReadStandardInput(AnsiStr& text, AnsiStr& reason) {
+bool ReadStandardInput(const std::stop_token& stop, AnsiStr& text, AnsiStr& reason) {
   char chunk[16384];
-  std::size_t got = 0;
-  do {
-    got = std::fread(chunk, 1, sizeof(chunk), stdin);
-    text.Append(chunk, static_cast<std::uint32_t>(got));
-  } while (got > 0 && text.GetLength() <= kMaxInput);
+  ssize_t got = 1;
+  while ((got > 0 || (got < 0 && errno == EINTR)) && text.GetLength() <= kMaxInput) {
+    got = ReadUnlessStopped(STDIN_FILENO, chunk, sizeof(chunk), stop);
+    if (got > 0) text.Append(chunk, static_cast<std::uint32_t>(got));
+  }
+  const int failure = errno;
   // It may have contained a key or a password.
   OruGuiBase::WipeMemory(chunk, sizeof(chunk));
   if (text.GetLength() > kMaxInput) {
     reason = "More than 64 MiB";
     return false;
   }
-  if (std::ferror(stdin) == 0) return true;
+  if (got == 0) return true;
+  errno = failure;
   OruGuiBase::SetLastErrorFromErrno();
   reason = OruGuiBase::GetSystemErrorText();
   return false;
 }
 
-bool ReadText(const std::string& source, AnsiStr& text, AnsiStr& reason) {
-  if (source == kStandardStream) return ReadStandardInput(text, reason);
+bool ReadText(const std::string& source, const std::stop_token& stop, AnsiStr& text, AnsiStr& reason) {
+  if (source == kStandardStream) return ReadStandardInput(stop, text, reason);
   if (ReadFile(source, text)) return true;
   reason = OruGuiBase::GetSystemErrorText();
   return false;
 }
 
-bool ReadArguments(const std::string& source, AnsiStr& arguments, AnsiStr& errorText) {
+bool ReadArguments(const std::string& source, const std::stop_token& stop, AnsiStr& arguments,
+                   AnsiStr& errorText) {
   AnsiStr reason;
-  if (ReadText(source, arguments, reason)) return true;
+  if (ReadText(source, stop, arguments, reason)) return true;
   errorText = DescribeFailure("read", AnsiStr(source), reason);
   return false;
 }
@@ -115,14 +119,15 @@ CLI::App* AddCall(CLI::App& app, CallOptions& options) {
 }
 
 ExitCode RunCall(const CallOptions& options) {
-  // Read before the session blocks signals, so that Ctrl-C still ends a command that waits for input.
-  AnsiStr arguments;
-  AnsiStr errorText;
-  const bool isRead = ReadArguments(options.arguments, arguments, errorText);
   Session session("call", options.session);
   session.GetReport().Set("name", AnsiStr(options.operation));
-  const ExitCode code = isRead ? Call(session, options, arguments) : session.Fail(ExitCode::Usage, errorText);
-  return session.Finish(code);
+  AnsiStr arguments;
+  const ExitCode code = session.Awaited([&] {
+    AnsiStr errorText;
+    const bool isRead = ReadArguments(options.arguments, session.MakeCall().stop, arguments, errorText);
+    return isRead ? ExitCode::Success : session.Fail(ExitCode::Usage, errorText);
+  });
+  return session.Finish(code == ExitCode::Success ? Call(session, options, arguments) : code);
 }
 
 }  // namespace CryptCli

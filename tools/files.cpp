@@ -34,17 +34,21 @@ bool WriteToStandardOutput(std::string_view bytes) {
 
 }  // namespace
 
-ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const std::stop_token& stop) {
+bool WaitForInput(int descriptor, const std::stop_token& stop) {
   // A signal wakes the thread of the watch and not this one, so it looks now and then.
   constexpr int kLookMilliseconds = 50;
   while (!stop.stop_requested()) {
     pollfd ready{descriptor, POLLIN, 0};
     const int count = poll(&ready, 1, kLookMilliseconds);
-    if (count > 0) return read(descriptor, bytes, size);
-    if (count < 0 && errno != EINTR) return -1;
+    if (count > 0) return true;
+    if (count < 0 && errno != EINTR) return false;
   }
   errno = ECANCELED;
-  return -1;
+  return false;
+}
+
+ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const std::stop_token& stop) {
+  return WaitForInput(descriptor, stop) ? read(descriptor, bytes, size) : -1;
 }
 
 AnsiStr DescribeFailure(const char* what, const AnsiStr& path) {

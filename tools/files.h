@@ -21,6 +21,9 @@ bool ReadFile(const std::string& path, OruGuiBase::AnsiStr& content);
 /// Copies a file to standard output in chunks, however large it is. False with the reason in the error state.
 bool CopyToStandardOutput(const OruGuiBase::File& file);
 
+/// Waits for input or its end. False, with ECANCELED, once a stop is requested.
+bool WaitForInput(int descriptor, const std::stop_token& stop);
+
 /// Like read(), but fails with ECANCELED once a stop is requested, even while no input comes.
 ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const std::stop_token& stop);
 

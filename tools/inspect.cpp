@@ -3,6 +3,9 @@
 #include "tools/inspect.h"
 
 #include <CLI/Option.hpp>
+#include <stop_token>
+#include <string>
+#include <unistd.h>
 
 #include "foundation/array.h"
 #include "foundation/format.h"
@@ -13,6 +16,7 @@
 #include "tools/protect.h"
 #include "tools/report.h"
 #include "tools/session.h"
+#include "tools/staging_file.h"
 #include "tools/watch.h"
 
 namespace CryptCli {
@@ -72,7 +76,9 @@ void Show(const KVMap& found, Report& report) {
   report.Line(kNothingVerified);
 }
 
-ExitCode Inspect(const InspectOptions& options, Report& report) {
+ExitCode Inspect(const InspectOptions& options, const std::stop_token& stop, Report& report) {
+  // The library would wait for the first bytes without noticing a stop.
+  if (options.file == kStandardStream && !WaitForInput(STDIN_FILENO, stop)) return ExitCode::Failed;
   const cryptcli::Result<std::string> json = cryptcli::Client::Inspect(GetSource(options.file));
   if (!json) {
     cryptcli::Error error = json.error();
@@ -108,8 +114,17 @@ ExitCode RunInspect(const InspectOptions& options) {
   report.Set("file", AnsiStr(options.file));
   // A stream is copied to a temporary file, which a signal must not leave behind.
   Watch watch;
+  std::stop_source stop;
+  watch.Start("", /*show=*/false, [&stop] { stop.request_stop(); });
+  ExitCode code = Inspect(options, stop.get_token(), report);
+  const int signal = watch.Stop();
+  if (signal != 0 && code != ExitCode::Success) {
+    code = static_cast<ExitCode>(static_cast<int>(ExitCode::Interrupted) + signal);
+    report.Fail(AnsiStr("Ended by signal ") + AnsiStr(std::to_string(signal)));
+  }
+  // A full pipe may block the report for long.
   watch.Start("", /*show=*/false);
-  return report.Finish(Inspect(options, report));
+  return report.Finish(code);
 }
 
 }  // namespace CryptCli

@@ -142,7 +142,16 @@ ExitCode Session::Watched(const char* label, const std::function<ExitCode()>& wo
   const bool isCancellable = *label != '\0';
   watch_.Start(label, isShown && isCancellable,
                isCancellable ? [this] { stop_.request_stop(); } : std::function<void()>());
-  const ExitCode code = work();
+  return EndWatch(work());
+}
+
+ExitCode Session::Awaited(const std::function<ExitCode()>& work) {
+  watch_.Start("", /*show=*/false, [this] { stop_.request_stop(); });
+  return EndWatch(work());
+}
+
+// A result that was complete before the signal could take effect counts.
+ExitCode Session::EndWatch(ExitCode code) {
   const int signal = watch_.Stop();
   if (signal == 0 || HasResult(code)) return code;
   return Fail(static_cast<ExitCode>(static_cast<int>(ExitCode::Interrupted) + signal),

@@ -50,6 +50,8 @@ class Session {
   /// Runs the work, with progress on a terminal unless the label is empty. A signal cancels the calls that
   /// MakeCall() made; the result is then the code of the signal, unless the work succeeded all the same.
   ExitCode Watched(const char* label, const std::function<ExitCode()>& work);
+  /// The same for work that waits for input: it shows nothing over what is typed.
+  ExitCode Awaited(const std::function<ExitCode()>& work);
   /// Prints the report. Signals are still watched: a full pipe may block it for long.
   ExitCode Finish(ExitCode code);
   /// Performs a named operation. Partial has set a result and a warning, a failure its reason.
@@ -75,10 +77,16 @@ class Session {
     return ExitCode::Failed;
   }
   ExitCode Fail(const cryptcli::Error& error) { return FailWith(report_, error); }
+  /// The exit code of what a signal has cancelled.
+  ExitCode GetCancelCode() const {
+    return static_cast<ExitCode>(static_cast<int>(ExitCode::Interrupted) + watch_.GetSignal());
+  }
   /// Whether a signal has cancelled the work.
   bool IsCancelled() const { return watch_.IsCancelled(); }
 
  private:
+  ExitCode EndWatch(ExitCode code);
+
   const SessionOptions& options_;
   const OruGuiBase::Directory temporary_;
   // After temporary_, which it changes for everything else; before all members that may make a file.

@@ -6,7 +6,9 @@
 #include <CLI/Option.hpp>
 #include <algorithm>
 #include <functional>
+#include <unistd.h>
 
+#include "tools/files.h"
 #include "tools/origin.h"
 #include "tools/protect.h"
 #include "tools/staging_file.h"
@@ -45,6 +47,10 @@ ExitCode RunOne(const Kind& kind, const VerifyOptions& options, const Operation&
     report.Set("file", AnsiStr(file));
     cryptcli::Call call = session.MakeCall();
     call.accept = GetPolicy(options.accept);
+    // The library would wait for the first bytes without noticing a stop.
+    if (file == kStandardStream && !WaitForInput(STDIN_FILENO, call.stop)) {
+      return session.Fail(ExitCode::Failed, "The operation was cancelled");
+    }
     const cryptcli::Result<cryptcli::Report> found = operation(session.GetClient(), file, call);
     if (!found) {
       const ExitCode code = FailWith(report, found.error());

@@ -37,6 +37,8 @@ class Watch {
   int Stop();
   /// Where the operation writes how far it has come.
   Progress& GetProgress() { return progress_; }
+  /// The signal that has cancelled the operation; 0 for none.
+  int GetSignal() const { return signal_; }
   /// Whether a signal has cancelled the operation.
   bool IsCancelled() const { return signal_ != 0; }
 
