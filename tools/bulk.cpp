@@ -83,7 +83,7 @@ class BulkRun {
 
   ExitCode Do(const std::vector<std::string>& files) {
     // Folders may be large, and whoever writes the list may take any time.
-    ExitCode code = session_.Watched("Listing", [&] { return Plan(files); });
+    ExitCode code = session_.Awaited([&] { return Plan(files); });
     if (code == ExitCode::Success) code = session_.Open();
     if (code == ExitCode::Success) code = session_.Watched(DescribeWork().c_str(), [&] { return DoAll(); });
     code = session_.Finish(code);
@@ -210,8 +210,9 @@ class BulkRun {
         work_.perform(session_.GetClient(), item.source, target, call);
     if (!done) {
       const ExitCode code = FailWith(report, done.error());
-      report_.Fail(report, item.source, done.error().message);
-      return done.error().code == cryptcli::Status::Cancelled ? ExitCode::Interrupted : code;
+      const bool isCancelled = done.error().code == cryptcli::Status::Cancelled;
+      report_.Fail(report, item.source, isCancelled ? "The operation was cancelled" : done.error().message);
+      return isCancelled ? session_.GetCancelCode() : code;
     }
     outcome.bytes = done->bytes;
     report.SetAll(done->json);
