@@ -51,15 +51,25 @@ std::string WithoutValue(const std::string& word) {
   return word.substr(0, word.find('='));
 }
 
+bool IsOption(const std::string& word) {
+  return word.size() > 1 && word.front() == '-';
+}
+
 std::string DescribeUnused(const CLI::App& app, const CLI::App* command) {
-  const std::vector<std::string> words = command != nullptr ? command->remaining() : app.remaining();
-  for (const std::string& word : words) {
-    const bool isOption = word.size() > 1 && word.front() == '-';
-    if (isOption)
-      return Unknown("option", WithoutValue(word), GetOptionNames(command != nullptr ? *command : app));
-  }
+  std::vector<std::string> words = command != nullptr ? command->remaining() : app.remaining();
+  // An option of the command that stands before its name.
+  if (words.empty() && command != nullptr) words = app.remaining();
   if (words.empty()) return {};
-  if (command == nullptr) return Unknown("command", words.front(), GetCommandNames(app));
+  // The options of an unknown command are unknown, too, and no mistake.
+  if (command == nullptr && !IsOption(words.front()))
+    return Unknown("command", words.front(), GetCommandNames(app));
+  for (const std::string& word : words) {
+    if (!IsOption(word)) continue;
+    const std::string name = WithoutValue(word);
+    // Any letter is similar to any other.
+    if (name.size() == 2) return Unknown("option", name, {});
+    return Unknown("option", name, GetOptionNames(command != nullptr ? *command : app));
+  }
   return "Unexpected argument " + Quote(words.front());
 }
 

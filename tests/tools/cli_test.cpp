@@ -97,6 +97,9 @@ TEST(CommandLine, ReportsItsVersionAsJSON) {
 TEST(CommandLine, NamesWhatItDoesNotKnowAndSuggestsWhatWasMeant) {
   const std::vector<std::pair<std::vector<std::string>, const char*>> rows = {
       {{"decyrpt", "a", "b"}, "Unknown command \"decyrpt\"; did you mean \"decrypt\"?\n"},
+      {{"decrpyt", "a", "b", "--json-line"}, "Unknown command \"decrpyt\"; did you mean \"decrypt\"?\n"},
+      {{"--sevice", "x", "encrypt"}, "Unknown option \"--sevice\"; did you mean \"--service\"?\n"},
+      {{"encrypt", "-x", "a"}, "Unknown option \"-x\"\n"},
       {{"protect"}, "Unknown command \"protect\"\n"},
       {{"encrypt", "--romo", "r", "a", "b"}, "Unknown option \"--romo\"; did you mean \"--room\"?\n"},
       {{"encrypt", "--xyzzy", "a"}, "Unknown option \"--xyzzy\"\n"},
