@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tests/bindings/c/environment_fixture.h"
+#include "tests/bindings/c/scripted_fixture.h"
 
 namespace CInterface {
 namespace {
@@ -73,6 +74,18 @@ TEST_P(FirstKey, EightProcessesAllSucceed) {
 INSTANTIATE_TEST_SUITE_P(Rules, FirstKey, ::testing::Bool(), [](const ::testing::TestParamInfo<bool>& rule) {
   return rule.param ? "NumberPerRequest" : "NumberPerUpload";
 });
+
+// The other client's key came before the list of members, whose number would be taken.
+TEST_F(ScriptedTest, AFirstKeyOfAnotherClientIsSeenBeforeTheUpload) {
+  const auto none =
+      TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(), "certificate", R"("")");
+  services.Once("key", TestSupport::Json(none));
+  scratch.Make("plain", "content");
+  const Outcome outcome = Encrypt("plain", "secret", kScriptedRoom);
+  EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  EXPECT_EQ(services.Count("certlist"), 1U);
+  EXPECT_EQ(services.Count("newkey"), 0U);
+}
 
 }  // namespace
 }  // namespace CInterface
