@@ -99,11 +99,14 @@ class CSide final : public Side {
 
   bool Run() override {
     cryptcli_report* report = nullptr;
+    cryptcli_error* error = nullptr;
     const bool done =
         cryptcli_encrypt(client_, Bench::Service::kRoom, cryptcli_path(plain_.c_str()),
-                         cryptcli_path(secret_.c_str()), nullptr, nullptr, nullptr) == CRYPTCLI_OK &&
+                         cryptcli_path(secret_.c_str()), nullptr, nullptr, &error) == CRYPTCLI_OK &&
         cryptcli_decrypt(client_, Bench::Service::kRoom, cryptcli_path(secret_.c_str()),
-                         cryptcli_path(opened_.c_str()), nullptr, &report, nullptr) == CRYPTCLI_OK;
+                         cryptcli_path(opened_.c_str()), nullptr, &report, &error) == CRYPTCLI_OK;
+    if (!done) std::fprintf(stderr, "c_layer_bench: %s\n", cryptcli_error_message(error));
+    cryptcli_error_free(error);
     cryptcli_report_free(report);
     return done;
   }

@@ -87,7 +87,7 @@ std::string Service::MakeBody(const std::string& url, const AnsiStr& body) const
 }
 
 std::string Service::RoomKeyResponse() const {
-  return R"({"room":"room","group":"QOB.1","keyserver":["bench://key"],"statustimeout":"5","certauth":false,)"
+  return R"({"room":"room","group":"QOB.1","keyserver":["https://key.example"],"statustimeout":"5","certauth":false,)"
          R"("certificate":")" +
          roomKey_.certificate.ToBase64() + R"(","data":")" + wrappedKey_ + "\"}";
 }

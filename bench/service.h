@@ -11,7 +11,7 @@ namespace Bench {
 /// network. It knows one room, which has a key.
 class Service final : public UncountedHttp {
  public:
-  static constexpr const char* kUrl = "bench://service";
+  static constexpr const char* kUrl = "https://crypt.example";
   static constexpr const char* kRoom = "room";
 
   Service();
