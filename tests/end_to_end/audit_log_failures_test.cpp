@@ -1,6 +1,8 @@
 // An audit log that this machine cannot take.
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -95,7 +97,8 @@ TEST_F(AuditLogFailures, DiskWithoutSpaceLeavesNoFile) {
 /// everywhere.
 class SmallDisk {
  public:
-  SmallDisk(const fs::path& path, std::uint64_t size) : path_(path), before_(std::getenv("TMPDIR")) {
+  SmallDisk(const fs::path& path, std::uint64_t size) : path_(path) {
+    if (const char* before = std::getenv("TMPDIR")) before_ = before;
     fs::create_directory(path_);
     const std::string options = "size=" + std::to_string(size);
     isThere_ = ::mount("tmpfs", path_.c_str(), "tmpfs", 0, options.c_str()) == 0;
@@ -105,7 +108,11 @@ class SmallDisk {
   SmallDisk& operator=(const SmallDisk&) = delete;
   ~SmallDisk() {
     if (!isThere_) return;
-    ::setenv("TMPDIR", before_.c_str(), 1);
+    if (before_.has_value()) {
+      ::setenv("TMPDIR", before_->c_str(), 1);
+    } else {
+      ::unsetenv("TMPDIR");
+    }
     ::umount(path_.c_str());
   }
 
@@ -114,7 +121,7 @@ class SmallDisk {
 
  private:
   const fs::path path_;
-  const std::string before_;
+  std::optional<std::string> before_;
   bool isThere_ = false;
 };
 

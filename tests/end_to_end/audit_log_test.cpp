@@ -3,7 +3,6 @@
 #include "tests/end_to_end/operations_fixture.h"
 
 using CryptStand::FaultType;
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;

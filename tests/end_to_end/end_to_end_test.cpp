@@ -6,7 +6,6 @@
 
 using CryptStand::RoomCertificate;
 using CryptStand::RoomOptions;
-using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::Not;
 

@@ -1,5 +1,5 @@
+#include <cstdlib>
 #include <filesystem>
-#include <stdlib.h>
 
 #include "tests/exchange/audit_log_fixture.h"
 #include "tests/foundation/file_size_limit.h"
@@ -8,7 +8,6 @@ namespace OruKalvix {
 namespace {
 
 using OruGuiBase::AnsiStr;
-using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using TestSupport::Alive;
 using TestSupport::ErrorCode;

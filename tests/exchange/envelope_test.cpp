@@ -8,7 +8,6 @@ using OruGuiBase::KVMap;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using TestSupport::Envelope;
-using TestSupport::ErrorCode;
 using TestSupport::HeaderOf;
 using TestSupport::Json;
 using TestSupport::JsonText;

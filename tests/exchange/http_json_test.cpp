@@ -7,9 +7,7 @@ namespace {
 
 using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
-using OruGuiBase::Val;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using ::testing::StartsWith;
 using TestSupport::Ansi;
 using TestSupport::CannedResponse;
@@ -19,7 +17,6 @@ using TestSupport::Map;
 using TestSupport::NoExchange;
 using TestSupport::ScratchDirectory;
 using TestSupport::Status;
-using TestSupport::Str;
 using TestSupport::TraceRecorder;
 
 class HttpJSON : public TestSupport::ClientInternalsTest {

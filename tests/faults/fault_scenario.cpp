@@ -17,7 +17,7 @@ constexpr const char* kLog = "time,operation\n1,\"signed, twice\"\n2,decrypted\n
 
 // Segments have 128 KiB: one whole segment and part of another.
 std::string MakeContent() {
-  std::string bytes(140 * 1000, '\0');
+  std::string bytes(std::size_t{140} * 1000, '\0');
   std::uint32_t state = 7;
   for (char& byte : bytes) byte = static_cast<char>((state = state * 1664525U + 1013904223U) >> 24);
   return bytes;

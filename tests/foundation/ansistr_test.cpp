@@ -1,5 +1,6 @@
 #include "foundation/ansistr.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <gmock/gmock.h>
@@ -15,7 +16,7 @@
 namespace OruGuiBase {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 std::uint32_t CountOf(const AnsiStr& text) {
   return text.GetImp()->refCount.load();
@@ -68,7 +69,7 @@ TEST(AnsiStrTest, ALeadingNulByteIsContentToo) {
 TEST(AnsiStrTest, UnknownLengthIsCountedWhenAskedForAndStored) {
   char* buffer = nullptr;
   const AnsiStr text(32, buffer);
-  std::strcpy(buffer, "twelve chars");
+  std::memcpy(buffer, "twelve chars", sizeof "twelve chars");
   EXPECT_EQ(text.GetImp()->length, 0U);
   EXPECT_EQ(text.GetLength(), 12U);
   EXPECT_EQ(text.GetImp()->length, 12U);
@@ -84,14 +85,14 @@ TEST(AnsiStrTest, ABufferLeftEmptyReadsAsEmpty) {
 TEST(AnsiStrTest, ABufferFilledToItsEndIsCountedWhole) {
   char* buffer = nullptr;
   const AnsiStr text(4, buffer);
-  std::memcpy(buffer, "abcd", 4);
+  std::copy_n("abcd", 4, buffer);
   EXPECT_EQ(text.GetLength(), 4U);
 }
 
 TEST(AnsiStrTest, AppendCountsAnUnknownLengthFirst) {
   char* buffer = nullptr;
   AnsiStr text(16, buffer);
-  std::strcpy(buffer, "abc");
+  std::memcpy(buffer, "abc", sizeof "abc");
   text += "def";
   EXPECT_EQ(text, "abcdef");
 }
@@ -225,7 +226,7 @@ TEST(AnsiStrTest, AllocGivesNulCharactersOfTheSize) {
   char* const buffer = text.Alloc(4);
   ASSERT_NE(buffer, nullptr);
   EXPECT_EQ(text.View(), "\0\0\0\0"sv);
-  std::memcpy(buffer, "new!", 4);
+  std::copy_n("new!", 4, buffer);
   EXPECT_EQ(text, "new!");
 }
 
@@ -302,7 +303,7 @@ TEST(AnsiStrTest, TruncCutsAndNeverLengthens) {
 TEST(AnsiStrTest, TruncCutsATextOfUnknownLength) {
   char* buffer = nullptr;
   AnsiStr text(16, buffer);
-  std::strcpy(buffer, "abcdef");
+  std::memcpy(buffer, "abcdef", sizeof "abcdef");
   EXPECT_EQ(text.Trunc(2), "ab");
 }
 

@@ -82,7 +82,7 @@ TEST(BlobTest, AllocOfASharedBlobLeavesTheOtherAlone) {
   std::uint8_t* const bytes = blob.Alloc(3);
   ASSERT_NE(bytes, nullptr);
   EXPECT_NE(bytes, copy.GetData());
-  std::memcpy(bytes, "xyz", 3);
+  std::copy_n("xyz", 3, bytes);
   EXPECT_EQ(copy, MakeBlob("abc"));
 }
 

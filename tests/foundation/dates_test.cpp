@@ -11,7 +11,7 @@
 namespace OruGuiBase {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 constexpr datetime kEpoch{1994, 11, 6, 8, 49, 37};
 
@@ -246,7 +246,7 @@ TEST(AddSecondsTest, CarriesThroughEveryField) {
 
 // Adding seconds agrees with the system's calendar over eight centuries.
 TEST(AddSecondsTest, AgreesWithTheSystemsCalendar) {
-  for (std::int64_t seconds = -12000000000; seconds < 14000000000; seconds += 9973 * 3600) {
+  for (std::int64_t seconds = -12000000000; seconds < 14000000000; seconds += 9973L * 3600) {
     datetime value{1970, 1, 1, 0, 0, 0};
     AddSeconds(value, seconds);
     const std::time_t time = seconds;
@@ -259,7 +259,7 @@ TEST(AddSecondsTest, AgreesWithTheSystemsCalendar) {
 
 // Unix time and the system's agree over eight centuries.
 TEST(UnixTimeTest, AgreesWithTheSystems) {
-  for (std::time_t time = -12000000000; time < 14000000000; time += 9973 * 3600) {
+  for (std::time_t time = -12000000000; time < 14000000000; time += 9973L * 3600) {
     std::tm fields{};
     ASSERT_NE(gmtime_r(&time, &fields), nullptr);
     ASSERT_EQ(ToUnixTime({fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour,

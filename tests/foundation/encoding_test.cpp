@@ -15,7 +15,7 @@
 namespace OruGuiBase {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 using Decoder = bool (*)(const AnsiStr&, void*, std::uint32_t&, const char*) noexcept;
 
@@ -212,7 +212,7 @@ TEST(Base64Test, TextCutAtAnyLengthDecodesToItsWholeGroupsOrFails) {
   for (std::uint32_t length = 0; length < text.GetLength(); ++length) {
     const Decoded decoded = Decode(B64Str2Binary, text.View().substr(0, length));
     EXPECT_EQ(decoded.good, length % 4 == 0) << length;
-    EXPECT_EQ(decoded.bytes, decoded.good ? plain.substr(0, length / 4 * 3) : "");
+    EXPECT_EQ(decoded.bytes, decoded.good ? plain.substr(0, std::size_t{length} / 4 * 3) : "");
   }
 }
 

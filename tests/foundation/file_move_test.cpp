@@ -260,7 +260,7 @@ TEST_F(FileMoveAcrossTest, ADirectoryAtTheTargetLeavesTheSourceAsItWas) {
 }
 
 TEST_F(FileMoveAcrossTest, ADiskThatFillsUpLeavesNoHalfWrittenTarget) {
-  const std::string content(kStreamBuffer * 3, 'x');
+  const std::string content(std::size_t{kStreamBuffer} * 3, 'x');
   const File source = here->MakeFile("a", content);
   const File target = there->MakeFile("b", "old");
   {

@@ -15,7 +15,7 @@
 namespace OruGuiBase {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 TEST(DirectoryEntryTest, TailIsTheLastPart) {
   const struct {

@@ -2,11 +2,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/magic.h>
-#include <signal.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/statfs.h>

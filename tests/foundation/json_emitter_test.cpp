@@ -12,7 +12,7 @@
 namespace OruGuiBase {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 AnsiStr Refuse(const Val& value) {
   AnsiStr text("untouched");

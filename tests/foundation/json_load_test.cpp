@@ -1,7 +1,7 @@
 #include <algorithm>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <string>
-#include <time.h>
 
 #include "foundation/json.h"
 #include "foundation/kvmap.h"

@@ -14,7 +14,7 @@
 namespace OruGuiBase {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 Val Parse(std::string_view text) {
   Val value;

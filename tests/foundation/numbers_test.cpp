@@ -9,7 +9,7 @@
 namespace OruGuiBase {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 TEST(NumbersTest, WritesDecimalText) {
   const struct {

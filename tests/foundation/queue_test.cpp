@@ -12,6 +12,8 @@ class Element {
  public:
   Element(int id, std::vector<int>& ended, const PtrContainerQueue<Element>* queue = nullptr)
       : id_(id), ended_(ended), queue_(queue) {}
+  Element(const Element&) = delete;
+  Element& operator=(const Element&) = delete;
   ~Element() {
     ended_.push_back(id_);
     EXPECT_TRUE(queue_ == nullptr || (queue_->IsEmpty() && queue_->GetCount() == 0));

@@ -102,7 +102,7 @@ TEST(SharingTest, AnUnknownLengthIsCountedByManyThreadsAtOnce) {
   for (int round = 0; round < 50; ++round) {
     char* buffer = nullptr;
     const AnsiStr text(64, buffer);
-    std::strcpy(buffer, "counted on demand");
+    std::memcpy(buffer, "counted on demand", sizeof "counted on demand");
     OnThreads([copy = text](int) { ASSERT_EQ(copy.GetLength(), 17U); });
     EXPECT_EQ(text.GetImp()->length, 17U);
   }

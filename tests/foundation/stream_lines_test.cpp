@@ -14,7 +14,7 @@
 namespace OruGuiBase {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 // The contents of the target after the lines of a file with `text` were copied to it.
 std::string CopyOf(const ScratchDirectory& scratch, std::string_view text) {
@@ -145,7 +145,7 @@ TEST(ReadStreamLinesTest, AReadThatFailsIsTheReadersError) {
 TEST(ReadStreamLinesTest, ADiskThatFillsUpIsTheWritersError) {
   const ScratchDirectory scratch;
   for (const char* end : {"\n", "\r\n", "\r", ""}) {
-    const File from = scratch.MakeFile("from", std::string(kStreamBuffer * 3, 'x') + end);
+    const File from = scratch.MakeFile("from", std::string(std::size_t{kStreamBuffer} * 3, 'x') + end);
     const FileSizeLimit limit(1000);
     ReadStream reader(from, ReadStreamMode::Text);
     WriteStream writer(scratch.FileOf("to"), WriteStreamMode::Truncate);

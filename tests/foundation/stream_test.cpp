@@ -17,7 +17,7 @@
 namespace OruGuiBase {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 using Lines = std::vector<std::string>;
 
 Lines ReadLines(const File& file) {
@@ -204,7 +204,7 @@ TEST(WriteStreamTest, AFullDiskIsReportedOnCloseAtTheLatest) {
 
 TEST(WriteStreamTest, StaysInErrorAfterAFailure) {
   WriteStream stream(File(AnsiStr("/dev/full")), WriteStreamMode::Append);
-  EXPECT_FALSE(stream.Write(AnsiStr(std::string(kStreamBuffer * 2, 'x'))));
+  EXPECT_FALSE(stream.Write(AnsiStr(std::string(std::size_t{kStreamBuffer} * 2, 'x'))));
   for (int i = 0; i < 2; ++i) {
     ClearLastError();
     EXPECT_FALSE(stream.Write('x'));
