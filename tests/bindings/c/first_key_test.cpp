@@ -1,4 +1,6 @@
+#include <cstdint>
 #include <spawn.h>
+#include <string_view>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -85,6 +87,44 @@ TEST_F(ScriptedTest, AFirstKeyOfAnotherClientIsSeenBeforeTheUpload) {
   EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
   EXPECT_EQ(services.Count("certlist"), 1U);
   EXPECT_EQ(services.Count("newkey"), 0U);
+}
+
+// 412 says the same as 409: the key was made for a state of the room that is over.
+TEST_F(ScriptedTest, AFirstKeyThatIsRefusedWithEitherStatusIsTriedAgain) {
+  const auto none = TestSupport::Json(
+      TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(), "certificate", R"("")"));
+  scratch.Make("plain", "content");
+  std::size_t uploads = 0;
+  for (const std::uint32_t status : {409U, 412U}) {
+    // The first attempt asks before the list of members and before the upload, the second one finds the key.
+    for (int i = 0; i < 2; ++i) services.Once("key", none);
+    services.Once("newkey", TestSupport::Status(status));
+    const Outcome outcome = Encrypt("plain", "secret", kScriptedRoom);
+    EXPECT_EQ(outcome.status, CRYPTCLI_OK) << status << ": " << outcome.Message();
+    EXPECT_EQ(services.Count("newkey"), ++uploads) << status;
+  }
+}
+
+// To any other request neither status means that another client was faster.
+TEST_F(ScriptedTest, NoOtherRequestIsTriedAgain) {
+  const auto none = TestSupport::Json(
+      TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(), "certificate", R"("")"));
+  scratch.Make("plain", "content");
+  scratch.Make("secret", "as before");
+  for (const char* step : {"key", "certlist", "generateWrappedKeyRequest", "signRequest"}) {
+    for (const std::uint32_t status : {409U, 412U}) {
+      const std::size_t before = services.Count(step);
+      if (std::string_view(step) == "certlist" || std::string_view(step) == "generateWrappedKeyRequest")
+        services.Once("key", none);
+      services.Once(step, TestSupport::Status(status));
+      const Outcome outcome = Encrypt("plain", "secret", kScriptedRoom);
+      EXPECT_EQ(outcome.status, CRYPTCLI_SERVER_ERROR) << step << " " << status << ": " << outcome.Message();
+      EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 0) << step << " " << status;
+      EXPECT_EQ(services.Count(step), before + 1) << step << " " << status;
+    }
+  }
+  EXPECT_EQ(services.Count("newkey"), 0U);
+  EXPECT_EQ(scratch.Read("secret"), "as before");
 }
 
 }  // namespace
