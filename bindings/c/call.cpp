@@ -3,6 +3,7 @@
 #include <new>
 
 #include "bindings/c/boundary.h"
+#include "bindings/c/text.h"
 
 using CryptCliC::Fail;
 using CryptCliC::Guarded;
@@ -21,6 +22,22 @@ cryptcli_status cryptcli_call_set_accept(cryptcli_call* call, cryptcli_policy po
     const bool isKnown = policy >= CRYPTCLI_ACCEPT_PROVEN && policy <= CRYPTCLI_ACCEPT_ANYTHING;
     if (call == nullptr || !isKnown) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "Unknown policy");
     call->accept = policy;
+    return CRYPTCLI_OK;
+  });
+}
+
+// An empty name would be a room that nobody signs for: it is more likely a setting that is missing.
+cryptcli_status cryptcli_call_set_expected_room(cryptcli_call* call, const char* room,
+                                                cryptcli_error** error) {
+  return Guarded(error, [&]() -> cryptcli_status {
+    if (call == nullptr) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No call");
+    if (room == nullptr) {
+      call->expectedRoom.reset();
+      return CRYPTCLI_OK;
+    }
+    if (*room == '\0' || !CryptCliC::IsUtf8(room))
+      return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "The expected room is empty or not UTF-8");
+    call->expectedRoom = room;
     return CRYPTCLI_OK;
   });
 }

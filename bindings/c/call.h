@@ -1,12 +1,15 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
+#include <string>
 
 #include "bindings/c/include/cryptcli/cryptcli.h"
 
 /// What one operation may be told. Only `cancelled` may be touched while an operation runs.
 struct cryptcli_call {
   cryptcli_policy accept = CRYPTCLI_ACCEPT_PROVEN;
+  std::optional<std::string> expectedRoom;  ///< never empty
   cryptcli_progress_callback progress = nullptr;
   void* progressContext = nullptr;
   std::atomic<bool> cancelled{false};

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -43,6 +44,10 @@ struct Task {
   const cryptcli_client& client;
   std::string_view room;
   cryptcli_call* call;
+
+  std::optional<std::string> GetExpectedRoom() const {
+    return call != nullptr ? call->expectedRoom : std::nullopt;
+  }
 };
 
 std::string Quoted(const cryptcli_file& file) {
@@ -165,7 +170,7 @@ cryptcli_status Open(const Task& task, const cryptcli_file& from, const Source& 
   // The class takes an exchange that was cancelled while it examined the signer for one that proves nothing.
   if (operation.IsCancelled()) return Fail(error, operation.MakeFailure("The operation was cancelled"));
   if (verdict.isSigned && !verdict.isVerified) verdict.message = ToString(client.GetErrorMessage());
-  const Origin origin = JudgeOrigin(verdict, operation.GetFacts());
+  const Origin origin = JudgeOrigin(verdict, operation.GetFacts(), task.GetExpectedRoom());
   report.hasOrigin = true;
   report.origin = origin.value;
   report.reason = origin.reason;

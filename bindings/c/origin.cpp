@@ -13,11 +13,22 @@ bool IsForNamedRoom(const SignerFacts& signer, const Facts& facts) {
          signer.room == facts.serviceRoom;
 }
 
+// Why a signer does not prove the origin. What the caller expects comes first: it is what the caller knows.
+std::string DescribeMismatch(const SignerFacts& signer, const Facts& facts,
+                             const std::optional<std::string>& expectedRoom) {
+  std::string reason = "Signed for room " + Quote(signer.room) + " of group " + Quote(signer.group) + "; ";
+  if (expectedRoom && signer.room != *expectedRoom)
+    return reason + "room " + Quote(*expectedRoom) + " was expected";
+  return reason + "the crypt service named room " + Quote(facts.serviceRoom) + " of group " +
+         Quote(facts.serviceGroup);
+}
+
 }  // namespace
 
 // The class calls content verified as well where the room's key came in the clear: then no signer is
 // examined, and nothing names one.
-Origin JudgeOrigin(const Verdict& verdict, const Facts& facts) {
+Origin JudgeOrigin(const Verdict& verdict, const Facts& facts,
+                   const std::optional<std::string>& expectedRoom) {
   if (!verdict.isSigned) return {CRYPTCLI_ORIGIN_UNSIGNED, "The content is not signed"};
   if (!verdict.isVerified) return {CRYPTCLI_ORIGIN_UNPROVEN, verdict.message};
   if (facts.isIncomplete) return {CRYPTCLI_ORIGIN_UNPROVEN, "No memory for what the signature says"};
@@ -27,11 +38,9 @@ Origin JudgeOrigin(const Verdict& verdict, const Facts& facts) {
             "The crypt service handed out the room's key in the clear, so no signer was examined"};
   }
   for (const SignerFacts& signer : facts.signers) {
-    if (IsForNamedRoom(signer, facts)) continue;
-    return {CRYPTCLI_ORIGIN_OTHER_ROOM, "Signed for room " + Quote(signer.room) + " of group " +
-                                            Quote(signer.group) + "; the crypt service named room " +
-                                            Quote(facts.serviceRoom) + " of group " +
-                                            Quote(facts.serviceGroup)};
+    const bool isExpected = !expectedRoom || signer.room == *expectedRoom;
+    if (isExpected && IsForNamedRoom(signer, facts)) continue;
+    return {CRYPTCLI_ORIGIN_OTHER_ROOM, DescribeMismatch(signer, facts, expectedRoom)};
   }
   return {CRYPTCLI_ORIGIN_PROVEN, {}};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "bindings/c/include/cryptcli/cryptcli.h"
@@ -21,8 +22,10 @@ struct Origin {
 };
 
 /// Judges where content comes from. Proven means: the class verified it, it examined every signer, and each
-/// of them signed for the group and the room that the crypt service named for this file.
-Origin JudgeOrigin(const Verdict& verdict, const Facts& facts);
+/// of them signed for the group and the room that the crypt service named for this file. That room has to be
+/// `expectedRoom` as well if there is one.
+Origin JudgeOrigin(const Verdict& verdict, const Facts& facts,
+                   const std::optional<std::string>& expectedRoom);
 /// Whether the policy delivers content of the origin.
 bool IsAccepted(cryptcli_origin origin, cryptcli_policy policy);
 

@@ -220,7 +220,7 @@ enum {
                                          service gave the room's private key to the client: anybody may have
                                          signed */
   CRYPTCLI_ORIGIN_OTHER_ROOM = 3,     /* signer and chain are valid, for another room or group than the one
-                                         that the crypt service named */
+                                         that the crypt service named, or another room than the call expects */
   CRYPTCLI_ORIGIN_PROVEN = 4          /* signer and chain are valid, for the room and group that the crypt
                                          service named */
 };
@@ -244,6 +244,11 @@ CRYPTCLI_API void cryptcli_call_free(cryptcli_call* call);
 /* The policy of decrypt, verify and rekey. */
 CRYPTCLI_API cryptcli_status cryptcli_call_set_accept(cryptcli_call* call, cryptcli_policy policy,
                                                       cryptcli_error** error);
+/* The room that a file has to be for, as the crypt service spells it; null, the default, for any room that
+ * the crypt service names. Decrypt, verify and rekey then call content proven only if its signature names
+ * this room as well, and other_room otherwise. An empty string is refused. */
+CRYPTCLI_API cryptcli_status cryptcli_call_set_expected_room(cryptcli_call* call, const char* room,
+                                                             cryptcli_error** error);
 /* Called after each chunk with the progress in bytes of the source. Returns a value other than 0 to continue,
  * 0 to cancel. */
 typedef int32_t (*cryptcli_progress_callback)(void* context, uint64_t done, uint64_t total);

@@ -1,0 +1,101 @@
+#include <string>
+#include <string_view>
+
+#include "tests/bindings/c/scripted_fixture.h"
+
+// A call that names the room which a file has to be for.
+namespace CInterface {
+namespace {
+
+using ::testing::HasSubstr;
+
+class ExpectedRoom : public ScriptedTest {
+ protected:
+  static constexpr const char* kOther = TestSupport::ForgedFiles::kOtherRoom;
+
+  void Expect(const char* room) {
+    ASSERT_EQ(cryptcli_call_set_expected_room(call.get(), room, nullptr), CRYPTCLI_OK);
+  }
+  static TestSupport::CannedResponse KeyOf(const char* room) {
+    OruGuiBase::KVMap response = TestSupport::ScriptedServices::RoomKeyResponse();
+    response.Set("room", room);
+    return TestSupport::Json(response);
+  }
+  Outcome Rekey() {
+    return Call([&](cryptcli_report** report, cryptcli_error** error) {
+      return cryptcli_rekey(client.get(), kScriptedRoom, Path("secret").c_str(), call.get(), report, error);
+    });
+  }
+  static void ExpectRefused(const Outcome& outcome, std::string_view reason) {
+    EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
+    EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_OTHER_ROOM);
+    EXPECT_THAT(cryptcli_report_reason(outcome.report.get()), HasSubstr(std::string(reason)));
+  }
+};
+
+TEST_F(ExpectedRoom, OfTheFileIsProven) {
+  forged.EnvelopeSigned({forged.Signer()});
+  Expect(kScriptedRoom);
+  const Outcome outcome = Open();
+  EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_PROVEN);
+}
+
+// Without it the file would be proven: the crypt service names the room that was signed for.
+TEST_F(ExpectedRoom, RefusesAFileOfAnotherRoom) {
+  services.Set("key", KeyOf(kOther));
+  forged.EnvelopeSigned({forged.Signer(kOther)});
+  const std::string before = scratch.Read("secret");
+  scratch.Make("opened", "as before");
+  EXPECT_EQ(Verify("secret", kScriptedRoom).status, CRYPTCLI_OK);
+  Expect(kScriptedRoom);
+  constexpr std::string_view kReason =
+      "Signed for room \"room 2\" of group \"QOB.group-1\"; room \"room 1\" was expected";
+  ExpectRefused(Open(), kReason);
+  ExpectRefused(Verify("secret", kScriptedRoom), kReason);
+  ExpectRefused(Rekey(), kReason);
+  EXPECT_EQ(scratch.Read("opened"), "as before");
+  EXPECT_EQ(scratch.Read("secret"), before);
+}
+
+TEST_F(ExpectedRoom, DoesNotReplaceTheRoomThatTheServiceNamed) {
+  forged.EnvelopeSigned({forged.Signer(kOther)});
+  Expect(kOther);
+  ExpectRefused(Open(), "the crypt service named room \"room 1\"");
+}
+
+TEST_F(ExpectedRoom, IsExpectedOfEverySigner) {
+  services.Set("key", KeyOf(kOther));
+  TestSupport::SignerSpec second = forged.Signer();
+  second.hasCertificate = false;
+  forged.EnvelopeSigned({forged.Signer(kOther), second});
+  Expect(kOther);
+  ExpectRefused(Open(), "Signed for room \"room 1\" of group \"QOB.group-1\"; room \"room 2\" was expected");
+}
+
+TEST_F(ExpectedRoom, StaysForTheNextOperationUntilItIsRemoved) {
+  services.Set("key", KeyOf(kOther));
+  forged.EnvelopeSigned({forged.Signer(kOther)});
+  Expect(kScriptedRoom);
+  EXPECT_EQ(Open().status, CRYPTCLI_ORIGIN_NOT_PROVEN);
+  EXPECT_EQ(Open().status, CRYPTCLI_ORIGIN_NOT_PROVEN);
+  Expect(nullptr);
+  EXPECT_EQ(Open().status, CRYPTCLI_OK);
+}
+
+TEST_F(ExpectedRoom, HasToBeAName) {
+  Expect(kOther);
+  for (const char* bad : {"", "\xFF"}) {
+    const Outcome outcome = Call([&](cryptcli_report**, cryptcli_error** error) {
+      return cryptcli_call_set_expected_room(call.get(), bad, error);
+    });
+    EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT);
+  }
+  EXPECT_EQ(cryptcli_call_set_expected_room(nullptr, kOther, nullptr), CRYPTCLI_INVALID_ARGUMENT);
+  // The one that was set before stays.
+  forged.EnvelopeSigned({forged.Signer()});
+  ExpectRefused(Open(), "room \"room 2\" was expected");
+}
+
+}  // namespace
+}  // namespace CInterface
