@@ -115,6 +115,16 @@ bool EncryptWithRoomKey(const Task& task, const File& source, const File& target
   }
 }
 
+// A file is signed for the room that the crypt service named with its key, not for the one in the call.
+bool IsForExpectedRoom(const Task& task, const Operation& operation, cryptcli_error** error) {
+  const std::optional<std::string> expected = task.GetExpectedRoom();
+  const std::string& named = operation.GetFacts().serviceRoom;
+  if (!expected || named == *expected) return true;
+  Fail(error, CRYPTCLI_INVALID_ARGUMENT,
+       "The crypt service named room \"" + named + "\"; room \"" + *expected + "\" was expected");
+  return false;
+}
+
 // Hands the complete target over. Everything that can fail for another reason lies before it, and what the
 // caller cancels from here on comes too late: half a target would be worse than a whole one.
 cryptcli_status Deliver(const cryptcli_file& to, Target& target, Operation& operation,
@@ -143,6 +153,7 @@ cryptcli_status Encrypt(const Task& task, const cryptcli_file& from, const crypt
   if (!EncryptWithRoomKey(task, source.GetFile(), target.GetFile(), operation, message)) {
     return Fail(error, operation.MakeFailure(message));
   }
+  if (!IsForExpectedRoom(task, operation, error)) return CRYPTCLI_INVALID_ARGUMENT;
   report->bytes = source.GetSize();
   TakeFacts(*report, operation.GetFacts());
   return Deliver(to, target, operation, *report, error);
@@ -233,6 +244,7 @@ cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cry
   if (!EncryptWithRoomKey(task, content.GetFile(), target.GetFile(), operation, message)) {
     return Fail(error, operation.MakeFailure(message));
   }
+  if (!IsForExpectedRoom(task, operation, error)) return CRYPTCLI_INVALID_ARGUMENT;
   if (operation.IsCancelled()) return Fail(error, operation.MakeFailure("The operation was cancelled"));
   Complete(*report);
   if (!target.Replace()) {

@@ -97,5 +97,47 @@ TEST_F(ExpectedRoom, HasToBeAName) {
   ExpectRefused(Open(), "room \"room 2\" was expected");
 }
 
+// ---- Files that are made
+
+TEST_F(ExpectedRoom, RefusesToProtectForAnotherRoom) {
+  scratch.Make("plain", "content");
+  scratch.Make("secret", "as before");
+  Expect(kOther);
+  const Outcome outcome = Encrypt("plain", "secret", kScriptedRoom);
+  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT);
+  EXPECT_EQ(outcome.Message(), "The crypt service named room \"room 1\"; room \"room 2\" was expected");
+  EXPECT_EQ(scratch.Read("secret"), "as before");
+  Expect(kScriptedRoom);
+  EXPECT_EQ(Encrypt("plain", "secret", kScriptedRoom).status, CRYPTCLI_OK);
+}
+
+TEST_F(ExpectedRoom, RefusesToProtectAgainForAnotherRoom) {
+  forged.EnvelopeSigned({forged.Signer()});
+  const std::string before = scratch.Read("secret");
+  // First the key of the file is asked for, then the one for its new form.
+  services.Once("key", KeyOf(kScriptedRoom));
+  services.Once("key", KeyOf(kOther));
+  Expect(kScriptedRoom);
+  const Outcome outcome = Rekey();
+  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT) << outcome.Message();
+  EXPECT_EQ(scratch.Read("secret"), before);
+}
+
+// Another client was faster, and the second attempt forgets what the first one found.
+TEST_F(ExpectedRoom, OutlivesASecondAttemptAtTheFirstKey) {
+  const auto none =
+      TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(), "certificate", R"("")");
+  scratch.Make("plain", "content");
+  scratch.Make("secret", "as before");
+  Expect(kScriptedRoom);
+  for (int i = 0; i < 2; ++i) services.Once("key", TestSupport::Json(none));
+  services.Once("newkey", TestSupport::Status(409));
+  services.Once("key", KeyOf(kOther));
+  const Outcome outcome = Encrypt("plain", "secret", kScriptedRoom);
+  EXPECT_EQ(services.Count("newkey"), 1U);
+  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT) << outcome.Message();
+  EXPECT_EQ(scratch.Read("secret"), "as before");
+}
+
 }  // namespace
 }  // namespace CInterface

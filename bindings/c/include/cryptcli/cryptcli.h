@@ -246,7 +246,9 @@ CRYPTCLI_API cryptcli_status cryptcli_call_set_accept(cryptcli_call* call, crypt
                                                       cryptcli_error** error);
 /* The room that a file has to be for, as the crypt service spells it; null, the default, for any room that
  * the crypt service names. Decrypt, verify and rekey then call content proven only if its signature names
- * this room as well, and other_room otherwise. An empty string is refused. */
+ * this room as well, and other_room otherwise. Encrypt and rekey leave the target unchanged and fail with
+ * CRYPTCLI_INVALID_ARGUMENT if the crypt service names another room for the new file. An empty string is
+ * refused. */
 CRYPTCLI_API cryptcli_status cryptcli_call_set_expected_room(cryptcli_call* call, const char* room,
                                                              cryptcli_error** error);
 /* Called after each chunk with the progress in bytes of the source. Returns a value other than 0 to continue,
