@@ -1,11 +1,14 @@
 // Makes clients: checks the options as a whole and builds the transport.
 #include "bindings/c/client.h"
 
+#include <cstdint>
+#include <new>
 #include <utility>
 
 #include "bindings/c/boundary.h"
 #include "bindings/c/text.h"
 #include "foundation/errorstate.h"
+#include "foundation/filehandle.h"
 #include "foundation/stream.h"
 
 using CryptCliC::Fail;
@@ -17,14 +20,28 @@ using OruGuiBase::KVMap;
 
 namespace {
 
+// Far more than any password. A device such as /dev/zero never ends.
+constexpr std::uint32_t kMaxPasswordFile = 64 * 1024;
+
 // The first line of the file.
-bool ReadPassword(const std::string& path, AnsiStr& password) {
+cryptcli_status ReadPassword(const std::string& path, AnsiStr& password, cryptcli_error** error) {
+  OruGuiBase::FileReader reader;
   AnsiStr text;
-  OruGuiBase::FastReadStream stream{OruGuiBase::File(ToAnsi(path))};
-  if (!stream.Read(text) || !stream.Close()) return false;
+  char* const bytes = text.Alloc(kMaxPasswordFile + 1);
+  if (bytes == nullptr) throw std::bad_alloc();
+  const std::int64_t got =
+      reader.Open(OruGuiBase::File(ToAnsi(path))) ? reader.Read(bytes, kMaxPasswordFile + 1) : -1;
+  if (got < 0) {
+    return Fail(error, CRYPTCLI_IO,
+                "Could not read \"" + path + "\": " + ToString(OruGuiBase::GetSystemErrorText()));
+  }
+  if (got > kMaxPasswordFile) {
+    return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "The password file \"" + path + "\" is larger than 64 KiB");
+  }
+  text.Trunc(static_cast<std::uint32_t>(got));
   OruGuiBase::LineIterator lines(text);
   if (lines.ToNext()) password = lines.GetLine();
-  return true;
+  return CRYPTCLI_OK;
 }
 
 cryptcli_status MakeTransport(cryptcli_client& client, cryptcli_error** error) {
@@ -43,11 +60,9 @@ cryptcli_status MakeTransport(cryptcli_client& client, cryptcli_error** error) {
       return true;
     };
   }
-  if (!options.clientKeyPasswordFile.empty() &&
-      !ReadPassword(options.clientKeyPasswordFile, curl.clientKeyPassword)) {
-    return Fail(error, CRYPTCLI_IO,
-                "Could not read \"" + options.clientKeyPasswordFile +
-                    "\": " + ToString(OruGuiBase::GetSystemErrorText()));
+  if (!options.clientKeyPasswordFile.empty()) {
+    const cryptcli_status status = ReadPassword(options.clientKeyPasswordFile, curl.clientKeyPassword, error);
+    if (status != CRYPTCLI_OK) return status;
   }
   AnsiStr reason;
   client.curl = OruKalvix::CryptClientCurl::Create(curl, reason);

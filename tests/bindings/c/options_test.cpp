@@ -50,6 +50,27 @@ TEST_F(Options, AKeyNeedsItsCertificate) {
             CRYPTCLI_INVALID_ARGUMENT);
 }
 
+TEST_F(Options, APasswordFileThatIsTooLargeIsRefused) {
+  constexpr std::size_t kLimit = 64 * 1024;
+  scratch.Make("large", std::string(kLimit + 1, 'x'));
+  scratch.Make("largest", std::string(kLimit, 'x'));
+  const auto make = [&](const std::string& file) {
+    cryptcli_options_set_client_certificate(options.get(), "missing.pem", nullptr, file.c_str(), nullptr);
+    return Call([&](cryptcli_report**, cryptcli_error** error) {
+      cryptcli_client* made = nullptr;
+      return cryptcli_client_new(options.get(), &made, error);
+    });
+  };
+  // A device never ends.
+  for (const std::string& file : {Path("large"), std::string("/dev/zero")}) {
+    const Outcome outcome = make(file);
+    EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT) << outcome.Message();
+    EXPECT_EQ(outcome.Message(), "The password file \"" + file + "\" is larger than 64 KiB");
+  }
+  EXPECT_THAT(make(Path("largest")).Message(), HasSubstr("missing.pem"));
+  EXPECT_EQ(make(Path("missing")).status, CRYPTCLI_IO);
+}
+
 TEST_F(Options, AClientKeepsTheOptionsThatItWasMadeFrom) {
   ASSERT_EQ(cryptcli_options_set_service(options.get(), "http://127.0.0.1:1/", nullptr), CRYPTCLI_OK);
   Protect("content");

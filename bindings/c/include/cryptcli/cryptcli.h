@@ -127,8 +127,8 @@ CRYPTCLI_API cryptcli_status cryptcli_options_set_service(cryptcli_options* opti
 CRYPTCLI_API cryptcli_status cryptcli_options_set_ca_file(cryptcli_options* options, const char* path,
                                                           cryptcli_error** error);
 /* The PEM files of the client certificate and of its private key. `key` may be null if the first file holds
- * both. `password_file` may be null; otherwise its first line is the password of the key. The files are read
- * when a client is made. */
+ * both. `password_file` may be null; otherwise its first line is the password of the key, and it has at most
+ * 64 KiB. The files are read when a client is made. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_client_certificate(cryptcli_options* options,
                                                                      const char* certificate, const char* key,
                                                                      const char* password_file,

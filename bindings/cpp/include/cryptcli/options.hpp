@@ -60,7 +60,7 @@ struct ClientCertificate {
   std::filesystem::path certificate{};
   /// Empty if the first file holds the key as well.
   std::filesystem::path key{};
-  /// Its first line is the password of the key. Empty for a key without one.
+  /// Its first line is the password of the key; it has at most 64 KiB. Empty for a key without one.
   std::filesystem::path passwordFile{};
 };
 
