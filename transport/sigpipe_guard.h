@@ -6,7 +6,7 @@
 
 namespace OruKalvix {
 
-/// Keeps SIGPIPE from ending the process while a thread writes to connections that the server may have
+/// Keeps SIGPIPE from ending the process while a thread writes to connections or pipes whose other end may be
 /// closed. A library must not change the process's disposition of the signal, so this blocks it in the
 /// current thread only, and on destruction removes a signal that the writes have raised.
 class SigPipeGuard {

@@ -18,6 +18,7 @@
 #include "bindings/c/text.h"
 #include "client/cryptcli.h"
 #include "foundation/errorstate.h"
+#include "transport/sigpipe_guard.h"
 
 namespace CryptCliC {
 
@@ -134,6 +135,7 @@ cryptcli_status Deliver(const cryptcli_file& to, Target& target, Operation& oper
   bool isDelivered = false;
   {
     const ObserverPause pause;
+    const OruKalvix::SigPipeGuard guard;  // the target may be a pipe that nobody reads any more
     isDelivered = target.Deliver();
   }
   if (!isDelivered) return Fail(error, SystemFailure(operation, "Could not write", to));

@@ -1,7 +1,11 @@
+#include <atomic>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 #include "tests/bindings/c/environment_fixture.h"
@@ -84,6 +88,62 @@ TEST_F(Delivery, RefusesADescriptorThatCannotBeWritten) {
   ::close(target);
   EXPECT_EQ(outcome.status, CRYPTCLI_IO) << outcome.Message();
   EXPECT_THAT(outcome.Message(), HasSubstr("Bad file descriptor"));
+}
+
+volatile std::sig_atomic_t pipeSignals = 0;
+
+/// Counts the signals of closed pipes as long as it lives. Without it one ends the program.
+class PipeSignals {
+ public:
+  PipeSignals() {
+    pipeSignals = 0;
+    struct sigaction counting {};
+    counting.sa_handler = [](int) { pipeSignals = pipeSignals + 1; };
+    ::sigaction(SIGPIPE, &counting, &before_);
+  }
+  PipeSignals(const PipeSignals&) = delete;
+  PipeSignals& operator=(const PipeSignals&) = delete;
+  ~PipeSignals() { ::sigaction(SIGPIPE, &before_, nullptr); }
+
+ private:
+  struct sigaction before_ {};
+};
+
+TEST_F(Delivery, ToAPipeWithoutReaderFailsAndRaisesNoSignal) {
+  const PipeSignals counted;
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(::pipe(ends), 0);
+  ::close(ends[0]);
+  const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {
+    return cryptcli_decrypt(client.get(), kRoom, cryptcli_path(Path("secret").c_str()),
+                            cryptcli_descriptor(ends[1]), nullptr, report, error);
+  });
+  EXPECT_EQ(outcome.status, CRYPTCLI_IO) << outcome.Message();
+  EXPECT_EQ(outcome.Message(), "Could not write descriptor " + std::to_string(ends[1]) + ": Broken pipe");
+  EXPECT_EQ(pipeSignals, 0);
+  // The caller's own write raises the signal as before.
+  EXPECT_EQ(::write(ends[1], "x", 1), -1);
+  EXPECT_EQ(pipeSignals, 1);
+  ::close(ends[1]);
+}
+
+TEST_F(Delivery, ToANamedPipeWithoutReaderFailsAndRaisesNoSignal) {
+  const PipeSignals counted;
+  ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
+  const int reader = ::open(Path("pipe").c_str(), O_RDONLY | O_NONBLOCK);
+  // The content is more than a pipe takes, so the write waits until the reader has gone.
+  std::atomic<bool> hasEnded{false};
+  std::thread leaving([&] {
+    char byte = 0;
+    while (!hasEnded && ::read(reader, &byte, 1) != 1) std::this_thread::yield();
+    ::close(reader);
+  });
+  const Outcome outcome = Decrypt("secret", "pipe");
+  hasEnded = true;
+  leaving.join();
+  EXPECT_EQ(outcome.status, CRYPTCLI_IO) << outcome.Message();
+  EXPECT_THAT(outcome.Message(), HasSubstr("Broken pipe"));
+  EXPECT_EQ(pipeSignals, 0);
 }
 
 // Another name would keep the old form, and a file with two names is written in place.

@@ -290,7 +290,7 @@ CRYPTCLI_INLINE cryptcli_file cryptcli_descriptor(int32_t descriptor) {
  *
  * A target by path becomes the new content in one step, and keeps mode, owner and access list, where the file
  * system allows that. A target by descriptor is written at its current position, after everything else has
- * succeeded. */
+ * succeeded. A pipe that nobody reads any more is CRYPTCLI_IO: no operation raises SIGPIPE. */
 
 /* Protects `source` for the room. Makes the room's key if it has none; of several clients that do so at the
  * same time, all use the one key. */
