@@ -81,6 +81,35 @@ TEST_F(Refusals, OfADamagedSignatureHoldUnderEveryPolicy) {
   EXPECT_FALSE(scratch.Exists("opened"));
 }
 
+// The crypt service names the room that was signed for. So the file is proven to whoever expects no room.
+TEST_F(Refusals, OfAnotherRoomThanTheExpectedOne) {
+  OruGuiBase::KVMap response = TestSupport::ScriptedServices::RoomKeyResponse();
+  response.Set("room", "room 2");
+  services.Set("key", TestSupport::Json(response));
+  forged.EnvelopeSigned({forged.Signer("room 2")});
+  EXPECT_TRUE(Open().has_value());
+  for (const std::string& expected : {std::string("room 2"), std::string(kScriptedRoom)}) {
+    const auto verified = client->Verify(kScriptedRoom, Path("secret"), {.expectedRoom = expected});
+    EXPECT_EQ(verified.has_value(), expected == "room 2") << expected;
+    if (verified) continue;
+    EXPECT_EQ(verified.error().code, Status::OriginNotProven) << verified.error().message;
+    EXPECT_EQ(verified.error().report->origin, Origin::OtherRoom);
+    EXPECT_THAT(verified.error().message, HasSubstr("room \"room 1\" was expected"));
+  }
+}
+
+TEST_F(Refusals, OfAnExpectedRoomThatIsNoName) {
+  using namespace std::string_literals;
+  forged.EnvelopeSigned({forged.Signer()});
+  for (const std::string& bad : {""s, "\xFF"s, kScriptedRoom + "\0b"s}) {
+    const auto verified = client->Verify(kScriptedRoom, Path("secret"), {.expectedRoom = bad});
+    ASSERT_FALSE(verified.has_value()) << bad;
+    EXPECT_EQ(verified.error().code, Status::InvalidArgument) << verified.error().message;
+    EXPECT_THAT(verified.error().message, HasSubstr("expected room"));
+  }
+  EXPECT_EQ(services.Count("key"), 0U);
+}
+
 // ---- The table of origins and policies
 
 class Policies : public ScriptedTest, public ::testing::WithParamInterface<std::tuple<Origin, Policy>> {};

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <string_view>
@@ -132,6 +133,11 @@ using Progress = std::function<bool(std::uint64_t done, std::uint64_t total)>;
 struct Call {
   /// The policy of Decrypt, Verify and Rekey.
   Policy accept = Policy::Proven;
+  /// The room that the file has to be for, as the crypt service spells it; without one, any room that the
+  /// crypt service names. Content that is signed for another room is then of Origin::OtherRoom. Encrypt and
+  /// Rekey fail with InvalidArgument if the crypt service names another room for the new file. A name that is
+  /// empty is refused: it is more likely a setting that is missing.
+  std::optional<std::string> expectedRoom{};
   Progress progress{};
   /// A stop request, from any thread, cancels the operation. It ends with Status::Cancelled and leaves its
   /// target unchanged, unless it was complete.

@@ -26,6 +26,9 @@ class RunningCall {
     if (call_ == nullptr) return;
     cryptcli_error* error = nullptr;
     status_ = cryptcli_call_set_accept(call_.get(), static_cast<cryptcli_policy>(call.accept), &error);
+    hasNul_ = call.expectedRoom && HasNul(*call.expectedRoom);
+    if (status_ == CRYPTCLI_OK && call.expectedRoom && !hasNul_)
+      status_ = cryptcli_call_set_expected_room(call_.get(), call.expectedRoom->c_str(), &error);
     error_.reset(error);
     if (progress_) cryptcli_call_set_progress(call_.get(), &RunningCall::Show, this);
     if (call.stop.stop_possible()) stop_.emplace(call.stop, Cancel{call_.get()});
@@ -39,6 +42,8 @@ class RunningCall {
   std::optional<Error> GetFailure() const {
     if (call_ == nullptr) return NoMemory().error();
     if (status_ != CRYPTCLI_OK) return ToError(status_, error_.get());
+    if (hasNul_)
+      return Failure(Status::InvalidArgument, "The expected room contains a NUL character").error();
     return std::nullopt;
   }
   /// The error if the progress callable cancelled the operation with an exception.
@@ -63,6 +68,7 @@ class RunningCall {
   Handle<cryptcli_call> call_;
   cryptcli_status status_ = CRYPTCLI_OK;
   Handle<cryptcli_error> error_;
+  bool hasNul_ = false;
   bool hasThrown_ = false;
   std::string reason_;
   // The last member: its destructor waits for a cancellation on another thread, which uses the others.
