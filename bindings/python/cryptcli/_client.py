@@ -189,13 +189,15 @@ class Client:
         target: Target,
         *,
         accept: Policy = Policy.PROVEN,
+        expected_room: Optional[str] = None,
         progress: Optional[Progress] = None,
         cancel: Optional[Cancellation] = None,
     ) -> Report:
         """Opens the protected file `source` and delivers its content to `target` if `accept` admits its origin.
 
-        Otherwise raises OriginNotProven with the report, and the target stays as it was. See encrypt for the other
-        arguments.
+        Otherwise raises OriginNotProven with the report, and the target stays as it was. With `expected_room`, the
+        room as the crypt service spells it, content that is signed for another room is of OTHER_ROOM; without it, any
+        room is right that the crypt service names. See encrypt for the other arguments.
         """
         spool = Spool(self._temporary_directory, cancel)
         with spool.source(source) as read, spool.target(target) as written:
@@ -205,6 +207,7 @@ class Client:
                 as_file(read),
                 as_file(written),
                 accept=accept,
+                expected_room=expected_room,
                 progress=progress,
                 cancel=cancel,
             )
@@ -215,6 +218,7 @@ class Client:
         source: Source,
         *,
         accept: Policy = Policy.PROVEN,
+        expected_room: Optional[str] = None,
         progress: Optional[Progress] = None,
         cancel: Optional[Cancellation] = None,
     ) -> Report:
@@ -222,7 +226,13 @@ class Client:
         would raise."""
         with Spool(self._temporary_directory, cancel).source(source) as read:
             return self._report(
-                lib.verify, _room(room), as_file(read), accept=accept, progress=progress, cancel=cancel
+                lib.verify,
+                _room(room),
+                as_file(read),
+                accept=accept,
+                expected_room=expected_room,
+                progress=progress,
+                cancel=cancel,
             )
 
     def rekey(
@@ -231,13 +241,21 @@ class Client:
         path: AnyPath,
         *,
         accept: Policy = Policy.PROVEN,
+        expected_room: Optional[str] = None,
         progress: Optional[Progress] = None,
         cancel: Optional[Cancellation] = None,
     ) -> Report:
         """Opens the protected file at `path` and protects its content again with the room's present key, in place: it
-        is either the old or the new file at any moment."""
+        is either the old or the new file at any moment. InvalidArgument, and the old file, if the crypt service names
+        another room than `expected_room` for the new one."""
         return self._report(
-            lib.rekey, _room(room), encode_path(path, "The path"), accept=accept, progress=progress, cancel=cancel
+            lib.rekey,
+            _room(room),
+            encode_path(path, "The path"),
+            accept=accept,
+            expected_room=expected_room,
+            progress=progress,
+            cancel=cancel,
         )
 
     def inspect(self, source: Source) -> Dict[str, Any]:
@@ -295,13 +313,15 @@ class Client:
         function: Any,
         *arguments: Any,
         accept: Policy = Policy.PROVEN,
+        expected_room: Optional[str] = None,
         progress: Optional[Progress] = None,
         cancel: Optional[Cancellation] = None,
     ) -> Dict[str, Any]:
         require_callable(progress, "The progress")
         if not isinstance(accept, Policy):
             raise TypeError(f"accept has to be a Policy, not {type(accept).__name__}")
-        operation = Operation(progress, cancel, accept)
+        expected = None if expected_room is None else encode(expected_room, "The expected room")
+        operation = Operation(progress, cancel, accept, expected)
 
         def work() -> Dict[str, Any]:
             with self._operations.running(operation):

@@ -65,6 +65,7 @@ _FUNCTIONS: Dict[str, Tuple[Any, Sequence[Any]]] = {
     "call_new": (_Object, ()),
     "call_free": (None, (_Object,)),
     "call_set_accept": (c_int32, (_Object, c_int32, _Place)),
+    "call_set_expected_room": (c_int32, (_Object, c_char_p, _Place)),
     "call_set_progress": (None, (_Object, ProgressCallback, c_void_p)),
     "call_cancel": (None, (_Object,)),
     "encrypt": (c_int32, (_Object, c_char_p, File, File, *_Out)),

@@ -63,7 +63,13 @@ class Cancellation:
 class Operation:
     """One operation. Owns the library's call object until free()."""
 
-    def __init__(self, progress: Optional[Progress], cancel: Optional[Cancellation], accept: Policy) -> None:
+    def __init__(
+        self,
+        progress: Optional[Progress],
+        cancel: Optional[Cancellation],
+        accept: Policy,
+        expected_room: Optional[bytes],
+    ) -> None:
         #: What a callable or a signal handler raised first, to be raised when the library has returned.
         self.exception: Optional[BaseException] = None
         #: Why the transport had no exchange last, to be the cause of the library's error.
@@ -79,7 +85,8 @@ class Operation:
         if progress is not None:
             self._callback = ProgressCallback(self._on_progress)
             lib.call_set_progress(self.call, self._callback, None)
-        self._accept(accept)
+        self._set(lib.call_set_accept, accept)
+        self._set(lib.call_set_expected_room, expected_room)
         if cancel is not None:
             cancel._attach(self.call)
 
@@ -99,9 +106,9 @@ class Operation:
         with self._lock:
             lib.call_cancel(self.call)
 
-    def _accept(self, policy: Policy) -> None:
+    def _set(self, setter: Any, value: Any) -> None:
         error = ctypes.c_void_p()
-        status = lib.call_set_accept(self.call, policy, ctypes.byref(error))
+        status = setter(self.call, value, ctypes.byref(error))
         if status == 0:
             return
         try:

@@ -9,7 +9,7 @@ import os
 import pickle
 import subprocess
 from pathlib import Path
-from typing import Any, List, Tuple
+from typing import Any, Callable, List, Tuple
 
 import cryptcli
 import pytest
@@ -141,6 +141,30 @@ def test_content_signed_for_another_room_is_refused(
     assert report.origin is Origin.OTHER_ROOM
     assert (report.signed_room, report.service_room) == ("room2", ROOM)
     assert report.signed_group == report.service_group == GROUP
+
+
+# The crypt service names the room of the signature, and the caller another one.
+def test_a_file_of_another_room_than_the_expected_one_is_refused(client: cryptcli.Client, protected: Path) -> None:
+    before = protected.read_bytes()
+    assert client.verify(ROOM, protected, expected_room=ROOM).origin is Origin.PROVEN
+    opened = protected.with_name("opened")
+    works: List[Callable[[], cryptcli.Report]] = [
+        lambda: client.verify(ROOM, protected, expected_room="room2"),
+        lambda: client.decrypt(ROOM, protected, opened, expected_room="room2"),
+        lambda: client.rekey(ROOM, protected, expected_room="room2"),
+    ]
+    for work in works:
+        with pytest.raises(cryptcli.OriginNotProven, match='room "room2" was expected') as caught:
+            work()
+        assert caught.value.report is not None
+        assert caught.value.report.origin is Origin.OTHER_ROOM
+    assert protected.read_bytes() == before and not opened.exists()
+
+
+@pytest.mark.parametrize("bad", ["", "a\0b", "\ud800"])
+def test_an_expected_room_has_to_be_a_name(client: cryptcli.Client, protected: Path, bad: str) -> None:
+    with pytest.raises(cryptcli.InvalidArgument, match="expected room"):
+        client.verify(ROOM, protected, expected_room=bad)
 
 
 @pytest.mark.usefixtures("plain_key")
