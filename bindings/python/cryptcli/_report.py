@@ -7,7 +7,18 @@ from dataclasses import dataclass
 from typing import Any, Dict, Optional, Tuple
 
 
-class Origin(enum.IntEnum):
+class _Named(enum.IntEnum):
+    """Numbers that are shown as the library's names ("signature_only"), by format() too: enumerations of different
+    versions of Python differ in that."""
+
+    def __str__(self) -> str:
+        return self.name.lower()
+
+    def __format__(self, format_spec: str) -> str:
+        return format(str(self), format_spec)
+
+
+class Origin(_Named):
     """What is known about where the content of a protected file comes from, from the weakest to the strongest.
 
     A value of a newer library that this package does not know becomes UNPROVEN.
@@ -34,7 +45,7 @@ class Origin(enum.IntEnum):
         return cls.__members__.get(name.upper(), cls.UNPROVEN)
 
 
-class Policy(enum.IntEnum):
+class Policy(_Named):
     """The weakest origin whose content is delivered. Anything but PROVEN delivers what others may have made."""
 
     #: Proven alone: the default.

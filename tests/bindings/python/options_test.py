@@ -29,6 +29,13 @@ def test_the_version_is_that_of_the_project() -> None:
     assert "OpenSSL" in cryptcli.build_info()["transport"]
 
 
+def test_origins_and_policies_are_shown_by_their_names() -> None:
+    assert str(cryptcli.Origin.PROVEN) == f"{cryptcli.Origin.PROVEN}" == "proven"
+    assert f"{cryptcli.Origin.SIGNATURE_ONLY:>16}|" == "  signature_only|"
+    assert "%s %d" % (cryptcli.Policy.ANY_SIGNER, cryptcli.Policy.ANY_SIGNER) == "any_signer 1"
+    assert [cryptcli.Origin.from_name(str(origin)) for origin in cryptcli.Origin] == list(cryptcli.Origin)
+
+
 def run(program: str, library: str) -> "subprocess.CompletedProcess[str]":
     return subprocess.run(
         [sys.executable, "-B", "-c", program],
