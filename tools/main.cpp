@@ -119,7 +119,11 @@ int Run(int argc, char** argv) {
              CryptCli::DescribeExitCodes({ExitCode::OriginNotProven, ExitCode::KeyRefused, ExitCode::Partial,
                                           ExitCode::TryLater, ExitCode::BadSource, ExitCode::Unauthorised}));
   CryptCli::SettingsFiller settings;
-  for (const Command& command : commands) settings.Adopt(*command.app);
+  const bool hasMark = CryptCli::HasMark(argc, argv);
+  for (const Command& command : commands) {
+    settings.Adopt(*command.app);
+    if (hasMark) CryptCli::TakeWordsAfterMark(*command.app);
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

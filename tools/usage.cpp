@@ -14,6 +14,11 @@ namespace CryptCli {
 
 namespace {
 
+// Ends the options of a command line.
+constexpr std::string_view kMark = "--";
+// The argument that gets the word that a command has no use for. The help does not show it.
+constexpr const char* kSpare = "SPARE";
+
 std::string Quote(std::string_view word) {
   return "\"" + std::string(word) + "\"";
 }
@@ -55,22 +60,30 @@ bool IsOption(const std::string& word) {
   return word.size() > 1 && word.front() == '-';
 }
 
+std::string GetSpareWord(const CLI::App& command) {
+  const CLI::Option* const spare = command.get_option_no_throw(kSpare);
+  return spare != nullptr && spare->count() > 0 ? spare->results().front() : std::string();
+}
+
 std::string DescribeUnused(const CLI::App& app, const CLI::App* command) {
   std::vector<std::string> words = command != nullptr ? command->remaining() : app.remaining();
   // An option of the command that stands before its name.
   if (words.empty() && command != nullptr) words = app.remaining();
-  if (words.empty()) return {};
   // The options of an unknown command are unknown, too, and no mistake.
-  if (command == nullptr && !IsOption(words.front()))
+  if (command == nullptr && !words.empty() && !IsOption(words.front()) && words.front() != kMark)
     return Unknown("command", words.front(), GetCommandNames(app));
-  for (const std::string& word : words) {
-    if (!IsOption(word)) continue;
-    const std::string name = WithoutValue(word);
+  const auto mark = std::find(words.begin(), words.end(), kMark);
+  const auto option = std::find_if(words.begin(), mark, IsOption);
+  if (option != mark) {
+    const std::string name = WithoutValue(*option);
     // Any letter is similar to any other.
     if (name.size() == 2) return Unknown("option", name, {});
     return Unknown("option", name, GetOptionNames(command != nullptr ? *command : app));
   }
-  return "Unexpected argument " + Quote(words.front());
+  std::erase(words, kMark);
+  const std::string spare = command != nullptr ? GetSpareWord(*command) : std::string();
+  if (!spare.empty()) words.insert(words.begin(), spare);
+  return words.empty() ? std::string() : "Unexpected argument " + Quote(words.front());
 }
 
 }  // namespace
@@ -81,6 +94,17 @@ std::string DescribeMistake(const CLI::App& app, const CLI::ParseError& error) {
   if (!unused.empty()) return unused;
   if (command == nullptr) return "Name a command: cryptcli --help lists them";
   return error.what();
+}
+
+// The parser gives all that follows "--" to the program instead of the command if no positional argument
+// lacks a value. So there is one that always does: those before it take every word that they can.
+void TakeWordsAfterMark(CLI::App& command) {
+  const auto refuse = [](const std::string&) { return std::string("is not expected"); };
+  command.add_option(kSpare)->check(refuse)->group("");
+}
+
+bool HasMark(int argc, const char* const* argv) {
+  return std::any_of(argv, argv + argc, [](std::string_view word) { return word == kMark; });
 }
 
 bool AsksForJSON(int argc, const char* const* argv) {

@@ -10,6 +10,14 @@ namespace CryptCli {
 /// argument is named, with the word that was probably meant.
 std::string DescribeMistake(const CLI::App& app, const CLI::ParseError& error);
 
+/// Lets "--" be followed by names that begin with a dash even where the command has as many words as it
+/// needs. Call it for each command before parsing a command line that contains "--"; a word too many is a
+/// mistake as without it.
+void TakeWordsAfterMark(CLI::App& command);
+
+/// Whether the command line contains "--".
+bool HasMark(int argc, const char* const* argv);
+
 /// Whether the command line asks for JSON. For one that could not be parsed; otherwise ask the parsed
 /// options.
 bool AsksForJSON(int argc, const char* const* argv);

@@ -106,6 +106,11 @@ TEST(CommandLine, NamesWhatItDoesNotKnowAndSuggestsWhatWasMeant) {
       {{"decrypt", "--require"}, "Unknown option \"--require\"; did you mean \"--require-verified\"?\n"},
       {{"--verison"}, "Unknown option \"--verison\"; did you mean \"--version\"?\n"},
       {{"inspect", "a", "b"}, "Unexpected argument \"b\"\n"},
+      {{"inspect", "a", "--", "-b"}, "Unexpected argument \"-b\"\n"},
+      {{"inspect", "--", "a", "b"}, "Unexpected argument \"b\"\n"},
+      {{"inspect", "a", "b", "--", "c"}, "Unexpected argument \"b\"\n"},
+      {{"inspect", "a", "--", "-b", "-c"}, "Unexpected argument \"-b\"\n"},
+      {{"inspect", "--jso", "--", "-b"}, "Unknown option \"--jso\"; did you mean \"--json\"?\n"},
   };
   for (const auto& [arguments, text] : rows) {
     const Finished finished = RunCommand(arguments);

@@ -99,6 +99,22 @@ TEST_F(Stream, AFileNamedHyphenIsNamedWithItsFolder) {
   EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "-"));
 }
 
+TEST_F(Stream, NamesBehindTwoHyphensMayBeginWithOne) {
+  const std::string folder = "cd '" + Path("") + "' && ";
+  const auto run = [&](const char* operation, const std::vector<std::string>& words) {
+    return RunProcess({"/bin/sh", {"-c", folder + Line(operation, words)}});
+  };
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"plain.txt", "--", "-a.p7m"}, {"--", "plain.txt", "-b.p7m"}}) {
+    EXPECT_EQ(run("encrypt", words).errors, "");
+  }
+  EXPECT_EQ(run("verify", {"-a.p7m", "--", "-b.p7m"}).code, 2) << "the first one is before them";
+  EXPECT_EQ(run("verify", {"--", "-a.p7m", "-b.p7m"}).code, 0);
+  EXPECT_EQ(run("verify", {"./-a.p7m", "--", "-b.p7m"}).code, 0);
+  EXPECT_EQ(run("decrypt", {"./-a.p7m", "--", "encrypt"}).code, 0) << "the name of a command";
+  EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "-a.p7m", "-b.p7m", "encrypt"));
+}
+
 TEST_F(Stream, AFullStandardOutputIsAFailure) {
   const Finished finished =
       RunProcess({CRYPTCLI_COMMAND, Arguments("encrypt", {Path("plain.txt"), "-"}), "/dev/full"});
