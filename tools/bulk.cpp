@@ -7,6 +7,7 @@
 #include <CLI/Validators.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 #include <thread>
 
 #include "tools/bulk_report.h"
@@ -96,7 +97,10 @@ class BulkRun {
       return session_.Fail(ExitCode::Usage, "Name the files, or a list of them with --files-from");
     }
     if (work_.targetNames && options_.outputFolder.empty()) {
-      return session_.Fail(ExitCode::Usage, "Many files need a folder for their results: --output-dir");
+      return Refuse(" is for many files: name a folder for their results with --output-dir");
+    }
+    if (files.size() == 1 && files.front() == kStandardStream && options_.IsGiven()) {
+      return Refuse(" is for many files, of which standard input cannot be one");
     }
     FileListOptions listed;
     listed.files = files;
@@ -117,6 +121,10 @@ class BulkRun {
     if (work_.targetNames || !list_.items.empty() || !list_.failures.empty()) return ExitCode::Success;
     // Success would be taken for "all files are good".
     return session_.Fail(ExitCode::Usage, "No file to work on: a folder gives only files that end in .p7m");
+  }
+
+  ExitCode Refuse(const char* reason) {
+    return session_.Fail(ExitCode::Usage, AnsiStr(options_.GetFirst()) + reason);
   }
 
   void ShowIgnored() {
@@ -297,9 +305,20 @@ void BulkOptions::AddTargetOptions(CLI::App& command) {
       ->group(kManyFiles);
 }
 
-bool BulkOptions::IsGiven() const {
-  return !outputFolder.empty() || !filesFrom.empty() || isNullSeparated || recursive || followLinks ||
-         jobs > 0 || jsonLines || failFast || resume;
+const char* BulkOptions::GetFirst() const {
+  const std::pair<bool, const char*> all[] = {{!outputFolder.empty(), "--output-dir"},
+                                              {!filesFrom.empty(), "--files-from"},
+                                              {isNullSeparated, "--null"},
+                                              {recursive, "--recursive"},
+                                              {followLinks, "--follow-links"},
+                                              {jobs > 0, "--jobs"},
+                                              {jsonLines, "--json-lines"},
+                                              {failFast, "--fail-fast"},
+                                              {resume, "--resume"}};
+  for (const auto& [isGiven, name] : all) {
+    if (isGiven) return name;
+  }
+  return nullptr;
 }
 
 ExitCode RunBulk(const BulkWork& work, const std::vector<std::string>& files, const BulkOptions& options,

@@ -30,7 +30,9 @@ struct BulkOptions {
   /// Adds those of a command that writes a file for each.
   void AddTargetOptions(CLI::App& command);
   /// Whether any of them was given, so that even one file is handled as one of many.
-  bool IsGiven() const;
+  bool IsGiven() const { return GetFirst() != nullptr; }
+  /// The name of one that was given; null if none was.
+  const char* GetFirst() const;
 };
 
 /// What a command does with each of many files.

@@ -73,6 +73,16 @@ TEST_F(ManyFiles, AFileThatFailsDoesNotStopTheOthers) {
   EXPECT_EQ(finished.output, "Encrypted 1 of 2 files, 1 failed\n");
 }
 
+TEST_F(ManyFiles, AnOptionForManyWithATargetIsNamed) {
+  for (const char* option : {"--json-lines", "--jobs=2", "--fail-fast", "--resume", "--recursive"}) {
+    const Finished finished = Run("encrypt", {option, Path("in/a"), Path("a.p7m")});
+    EXPECT_EQ(finished.code, 2) << option;
+    const std::string name = std::string(option).substr(0, std::string(option).find('='));
+    EXPECT_THAT(finished.errors + finished.output,
+                HasSubstr(name + " is for many files: name a folder for their results with --output-dir"));
+  }
+}
+
 TEST_F(ManyFiles, StopAfterAFailureWhenFailFast) {
   const Finished finished =
       Run("encrypt", {Path("missing"), Path("in/a"), "--output-dir", Path("out"), "-j1", "--fail-fast"});

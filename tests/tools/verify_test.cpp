@@ -87,6 +87,27 @@ TEST_F(Verify, ReadsStandardInput) {
   EXPECT_EQ(finished.code, 0) << finished.errors;
 }
 
+TEST_F(Verify, OneFileHasTheFormOfManyWithAnOptionForMany) {
+  const std::vector<std::vector<std::string>> rows = {{"--json-lines"}, {"--json", "--jobs", "2"}};
+  for (std::vector<std::string> words : rows) {
+    words.push_back(Path("file.p7m"));
+    const Finished one = Run("verify", words);
+    EXPECT_EQ(one.code, 0) << one.errors;
+    EXPECT_THAT(one.output, HasSubstr("\"summary\":{\"files\":1,")) << words.front();
+  }
+}
+
+TEST_F(Verify, StandardInputWithAnOptionForManyIsCode2) {
+  for (const char* option : {"--json-lines", "--jobs=2", "--fail-fast"}) {
+    const Finished finished =
+        RunProcess({CRYPTCLI_COMMAND, Arguments("verify", {option, "-"}), "", false, Path("file.p7m")});
+    EXPECT_EQ(finished.code, 2) << option;
+    const std::string name = std::string(option).substr(0, std::string(option).find('='));
+    EXPECT_THAT(finished.errors + finished.output,
+                HasSubstr(name + " is for many files, of which standard input cannot be one"));
+  }
+}
+
 TEST_F(Verify, OneFileThatFailsDoesNotKeepTheOthersFromBeingTried) {
   const Finished finished = Run("verify", {Path("plain.txt"), Path("file.p7m"), Path("missing")});
   EXPECT_EQ(finished.code, 7) << "the worst";
