@@ -4,17 +4,17 @@
 #include "tools/bulk.h"
 
 #include <CLI/Option.hpp>
-#include <CLI/Validators.hpp>
 #include <algorithm>
 #include <filesystem>
-#include <utility>
 #include <thread>
+#include <utility>
 
 #include "tools/bulk_report.h"
 #include "tools/origin.h"
 #include "tools/resume.h"
 #include "tools/staging_file.h"
 #include "tools/task_runner.h"
+#include "tools/value_check.h"
 
 namespace CryptCli {
 
@@ -282,7 +282,7 @@ void BulkOptions::AddOptions(CLI::App& command, bool onlyProtected) {
       ->group(kManyFiles);
   command.add_option("-j,--jobs", jobs, "Files at a time; the number of processors by default")
       ->type_name("N")
-      ->check(CLI::Range(1U, kMostJobs).description(""))
+      ->check(NumberFrom(1, kMostJobs))
       ->group(kManyFiles);
   command.add_flag("--json-lines", jsonLines, "Report one JSON object to a line: each file, then the sums")
       ->group(kManyFiles);

@@ -10,6 +10,7 @@
 #include "foundation/encoding.h"
 #include "foundation/stream.h"
 #include "tools/files.h"
+#include "tools/value_check.h"
 
 namespace CryptCli {
 
@@ -83,10 +84,7 @@ void Connection::AddOptions(CLI::App& command) {
   file("--header-file", headerFile, "The same from a file, one to a line; for secrets");
   const auto seconds = [&](const char* name, std::uint32_t& value, const char* text) {
     // An hour: longer than any exchange takes, and far from the limit of the library's milliseconds.
-    command.add_option(name, value, text)
-        ->type_name("SECONDS")
-        ->check(CLI::Range(1, 3600).description(""))
-        ->group(kServices);
+    command.add_option(name, value, text)->type_name("SECONDS")->check(NumberFrom(1, 3600))->group(kServices);
   };
   seconds("--connect-timeout", connectTimeout, "Longest wait for a connection to a server; 30 by default");
   seconds("--timeout", timeout, "Longest wait for the whole response of a server; 300 by default");

@@ -11,6 +11,7 @@
 #include "tools/files.h"
 #include "tools/origin.h"
 #include "tools/staging_file.h"
+#include "tools/value_check.h"
 
 namespace CryptCli {
 
@@ -157,7 +158,7 @@ CLI::Option* AddAcceptOption(CLI::App& command, std::string& accept) {
                   "Weakest origin to accept: proven, any-signer (signed for another room or group, too), "
                   "signature-only (signed by anybody, too), anything (not signed, too)")
       ->type_name("ORIGIN")
-      ->check(CLI::IsMember({"proven", "any-signer", "signature-only", "anything"}).description(""))
+      ->check(OneOf({"proven", "any-signer", "signature-only", "anything"}))
       ->capture_default_str();
 }
 

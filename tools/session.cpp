@@ -3,7 +3,6 @@
 #include "tools/session.h"
 
 #include <CLI/Option.hpp>
-#include <CLI/Validators.hpp>
 #include <cstdlib>
 #include <utility>
 
@@ -12,6 +11,7 @@
 #include "foundation/json.h"
 #include "tools/origin.h"
 #include "tools/trace.h"
+#include "tools/value_check.h"
 
 namespace CryptCli {
 
@@ -67,7 +67,7 @@ void SessionOptions::AddOptions(CLI::App& command) {
           "Show on standard error: 1 request lines and errors; 2 also the bodies of requests and responses, "
           "with the secrets in them")
       ->type_name("LEVEL")
-      ->check(CLI::Range(1, 2).description(""));
+      ->check(NumberFrom(1, 2));
   command
       .add_option("--tmp-dir", temporary,
                   "Directory for temporary files, which may hold plain content; TMPDIR by default")

@@ -169,6 +169,26 @@ TEST(CommandLine, ATimeoutThatIsNoNumberOfSecondsIsCode2) {
   }
 }
 
+TEST(CommandLine, AValueThatIsNoneOfTheWordsIsNamedWithThem) {
+  const std::string words = "is none of proven, any-signer, signature-only, anything";
+  const auto errors = [](const char* value) {
+    return RunCommand({"verify", "--service", kService, "--room", "r", "--accept", value, "f"}).errors;
+  };
+  EXPECT_THAT(errors("any-signr"),
+              StartsWith("cryptcli: --accept: \"any-signr\" " + words + "; did you mean \"any-signer\"?\n"));
+  EXPECT_THAT(errors("all"), StartsWith("cryptcli: --accept: \"all\" " + words + "\n"));
+}
+
+TEST(CommandLine, ANumberOutOfItsRangeIsNamedWithTheRange) {
+  const auto errors = [](const char* option, const char* value) {
+    return RunCommand({"verify", "--service", kService, "--room", "r", option, value, "f"}).errors;
+  };
+  EXPECT_THAT(errors("--trace", "3"), StartsWith("cryptcli: --trace: \"3\" is no number from 1 to 2\n"));
+  EXPECT_THAT(errors("--jobs", "-1"), StartsWith("cryptcli: --jobs: \"-1\" is no number from 1 to 256\n"));
+  EXPECT_THAT(errors("--timeout", "soon"),
+              StartsWith("cryptcli: --timeout: \"soon\" is no number from 1 to 3600\n"));
+}
+
 TEST(CommandLine, AHeaderThatIsRefusedIsNotRepeated) {
   const Finished finished = RunCommand(
       {"encrypt", "--service", "http://127.0.0.1:1", "--room", "r", "--header", "secret", "/dev/null", "t"});
