@@ -93,6 +93,7 @@ void Connection::AddOptions(CLI::App& command) {
 CLI::Option* Connection::AddRoomOption(CLI::App& command) {
   return command.add_option("--room", room, "Room to work for")
       ->type_name("ROOM")
+      ->check(NotEmpty("the name of the room"))
       ->required()
       ->group(kServices);
 }

@@ -2,6 +2,7 @@
 // they are safe to run against a system in use.
 #include "tools/servers_command.h"
 
+#include <CLI/Error.hpp>
 #include <CLI/Option.hpp>
 #include <functional>
 
@@ -11,6 +12,7 @@
 #include "foundation/val.h"
 #include "tools/bulk_report.h"
 #include "tools/report.h"
+#include "tools/value_check.h"
 
 namespace CryptCli {
 
@@ -125,9 +127,17 @@ ExitCode ShowFindings(const KVMap& found, Report& report) {
 CLI::App* AddRoom(CLI::App& app, ServersOptions& options) {
   CLI::App* const command = app.add_subcommand(
       "room", "Show what the crypt service knows about a room and its key; changes nothing");
-  command->add_option("NAME", options.room, "The room; that of --room without it");
+  command->add_option("NAME", options.room, "The room; that of --room without it")
+      ->check(NotEmpty("the name of the room"));
   options.session.AddOptions(*command);
   options.session.connection.AddRoomOption(*command)->required(false);
+  // The configuration has not filled in its room yet: that one NAME does replace.
+  command->callback([&options] {
+    const std::string& other = options.session.connection.room;
+    if (options.room.empty() || other.empty() || options.room == other) return;
+    throw CLI::ValidationError("Two rooms are named: \"" + options.room + "\" and, with --room, \"" + other +
+                               "\"");
+  });
   command->footer(DescribeExitCodes({ExitCode::KeyRefused, ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }

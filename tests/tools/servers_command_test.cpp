@@ -45,6 +45,24 @@ TEST_F(Room, FailsForARoomThatIsNotKnown) {
   EXPECT_THAT(finished.output, Not(HasSubstr("group")));
 }
 
+TEST_F(Room, AnEmptyNameIsCode2) {
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"", "--room", "demo"}, {"--room", ""}, {""}}) {
+    const Finished finished = Ask("room", words);
+    EXPECT_EQ(finished.code, 2);
+    EXPECT_THAT(finished.errors, HasSubstr(": the name of the room is empty\n"));
+  }
+  EXPECT_EQ(Ask("doctor", {"--room", ""}).code, 2) << "and not a check without a room";
+  EXPECT_THAT(stand_.GetEvents(), ::testing::IsEmpty());
+}
+
+TEST_F(Room, TwoDifferentNamesAreCode2) {
+  const Finished finished = Ask("room", {"demo", "--room", "other"});
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_THAT(finished.errors, HasSubstr("Two rooms are named: \"demo\" and, with --room, \"other\"\n"));
+  EXPECT_EQ(Ask("room", {"demo", "--room", "demo"}).code, 0);
+}
+
 TEST_F(Room, WithoutAnyRoomIsCode2) {
   EXPECT_EQ(Ask("room", {}).code, 2);
 }
