@@ -1,13 +1,40 @@
-// What tests read to see which requests a client sent. Front adds an event for each.
+// What tests, the page and the control interface read to see which requests a client sent. Front adds an
+// event for each request, before its reply is sent.
 #include "stand/event_log.h"
 
+#include <algorithm>
+
 namespace CryptStand {
+namespace {
+
+std::size_t WeightOf(const Event& event) {
+  return event.exchange != nullptr ? event.exchange->GetWeight() : 0;
+}
+
+}  // namespace
+
+bool EventFilter::Matches(const Event& event) const {
+  return event.number > after && (!server.has_value() || event.server == *server) &&
+         (!operation.has_value() || event.operation == *operation) &&
+         (!isGood.has_value() || event.IsGood() == *isGood);
+}
 
 void EventLog::Add(Event event) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  event.number = ++count_;
-  if (events_.size() >= kCapacity) events_.pop_front();
-  events_.push_back(std::move(event));
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    event.number = ++count_;
+    ++requests_[event.server];
+    weight_ += WeightOf(event);
+    events_.push_back(std::move(event));
+    while (events_.size() > kCapacity || (weight_ > kMaxWeight && events_.size() > 1)) DropFirst();
+  }
+  news_.notify_all();
+}
+
+void EventLog::DropFirst() {
+  weight_ -= WeightOf(events_.front());
+  events_.pop_front();
+  ++dropped_;
 }
 
 std::vector<Event> EventLog::Get() const {
@@ -15,9 +42,62 @@ std::vector<Event> EventLog::Get() const {
   return {events_.begin(), events_.end()};
 }
 
+// From the end, so that a limit costs no more than the events that it lets through.
+EventPage EventLog::Get(const EventFilter& filter) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  EventPage page{{}, count_, dropped_};
+  for (auto event = events_.rbegin(); event != events_.rend() && event->number > filter.after; ++event) {
+    if (filter.limit != 0 && page.events.size() >= filter.limit) break;
+    if (filter.Matches(*event)) page.events.push_back(*event);
+  }
+  std::reverse(page.events.begin(), page.events.end());
+  return page;
+}
+
+std::optional<Event> EventLog::Find(std::uint64_t number) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found =
+      std::lower_bound(events_.begin(), events_.end(), number,
+                       [](const Event& event, std::uint64_t wanted) { return event.number < wanted; });
+  return found != events_.end() && found->number == number ? std::optional(*found) : std::nullopt;
+}
+
+std::uint64_t EventLog::CountRequests(int server) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = requests_.find(server);
+  return found != requests_.end() ? found->second : 0;
+}
+
 void EventLog::Clear() {
   const std::lock_guard<std::mutex> lock(mutex_);
   events_.clear();
+  weight_ = 0;
+  dropped_ = 0;
+}
+
+void EventLog::Reset() {
+  Clear();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  requests_.clear();
+}
+
+void EventLog::NoteChange() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ++changes_;
+  }
+  news_.notify_all();
+}
+
+std::uint64_t EventLog::GetChanges() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return changes_;
+}
+
+void EventLog::Wait(std::uint64_t event, std::uint64_t changes, std::chrono::milliseconds patience,
+                    const std::stop_token& stop) const {
+  std::unique_lock<std::mutex> lock(mutex_);
+  news_.wait_for(lock, stop, patience, [&] { return count_ > event || changes_ > changes; });
 }
 
 }  // namespace CryptStand
