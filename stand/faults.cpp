@@ -42,6 +42,13 @@ std::optional<FaultType> FindFaultType(std::string_view name) {
   return std::nullopt;
 }
 
+const char* NameOf(FaultType type) {
+  for (const auto& [name, known] : kNames) {
+    if (type == known) return name;
+  }
+  return "";
+}
+
 // A fault replaces the earlier one of the same type and operation, so that a test can change its parameters.
 void Faults::Set(int server, const Fault& fault) {
   const std::lock_guard<std::mutex> lock(mutex_);

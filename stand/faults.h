@@ -50,6 +50,7 @@ struct Fault {
 
 /// The type of a name such as "slow" or "bad-signature".
 std::optional<FaultType> FindFaultType(std::string_view name);
+const char* NameOf(FaultType type);
 
 /// The faults that are set, by server. Safe for any number of threads.
 class Faults {

@@ -43,11 +43,31 @@ Served ServeGuarded(const std::function<Served()>& serve) {
 
 }  // namespace
 
-HttpReply Front::Respond(const HttpRequest& request, const std::string& operation,
-                         const std::stop_token& stop, const std::function<Served()>& serve) {
-  const std::vector<Fault> faults = realm_.faults.Take(server_, operation);
-  // Replacing faults come first, because the request must then not be carried out; the others change whatever
-  // reply there is.
+HttpReply Front::Respond(const HttpRequest& request, const Subject& subject, const std::stop_token& stop,
+                         const std::function<Served()>& serve) {
+  Event event{.server = server_, .method = request.method, .target = request.target};
+  event.operation = subject.operation;
+  event.time = std::chrono::system_clock::now();
+  const auto begin = std::chrono::steady_clock::now();
+  const std::vector<Fault> faults = realm_.faults.Take(server_, subject.operation);
+  Served served = Apply(faults, stop, serve);
+  AddDate(faults, served.reply);
+  for (const Fault& fault : faults) event.faults.emplace_back(NameOf(fault.type));
+  event.status = served.reply.status;
+  event.outcome = faults.empty() ? served.outcome : served.outcome + " (fault)";
+  event.room = FindRoom(subject.id);
+  event.exchange = std::make_shared<const RecordedExchange>(RecordExchange(request, served.reply));
+  event.durationMs =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+  // Before the reply is sent: a client that has its response finds the event in the log.
+  realm_.log.Add(std::move(event));
+  return std::move(served.reply);
+}
+
+// Replacing faults come first, because the request must then not be carried out; the others change whatever
+// reply there is.
+Served Front::Apply(const std::vector<Fault>& faults, const std::stop_token& stop,
+                    const std::function<Served()>& serve) const {
   std::optional<Served> served;
   for (const Fault& fault : faults) {
     if (fault.type == FaultType::Slow) Wait(fault.number, stop);
@@ -56,12 +76,11 @@ HttpReply Front::Respond(const HttpRequest& request, const std::string& operatio
   }
   if (!served.has_value()) served = ServeGuarded(serve);
   for (const Fault& fault : faults) SpoilReply(fault, served->reply);
-  if (!faults.empty()) served->outcome += " (fault)";
-  AddDate(faults, served->reply);
-  // Before the reply is sent: a client that has its response finds the event in the log.
-  realm_.log.Add(
-      {0, server_, request.method, request.target, operation, served->reply.status, served->outcome});
-  return std::move(served->reply);
+  return *std::move(served);
+}
+
+std::string Front::FindRoom(const std::string& id) const {
+  return !id.empty() && realm_.store.GetRoom(id).has_value() ? id : "";
 }
 
 void Front::AddDate(const std::vector<Fault>& faults, HttpReply& reply) const {

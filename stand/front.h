@@ -10,6 +10,12 @@
 
 namespace CryptStand {
 
+/// What a request is about, as far as it shows before it is served.
+struct Subject {
+  std::string operation;
+  std::string id;  ///< Room or group; empty for none.
+};
+
 /// What every request to a server passes through: the faults that are set, the "Date" header, the event log.
 /// Lives for one request; `realm` must outlive it.
 class Front {
@@ -19,11 +25,15 @@ class Front {
 
   /// The reply to a request. Calls `serve` unless a fault replaces the reply; if it throws, the reply has
   /// status 500.
-  HttpReply Respond(const HttpRequest& request, const std::string& operation, const std::stop_token& stop,
+  HttpReply Respond(const HttpRequest& request, const Subject& subject, const std::stop_token& stop,
                     const std::function<Served()>& serve);
 
  private:
+  Served Apply(const std::vector<Fault>& faults, const std::stop_token& stop,
+               const std::function<Served()>& serve) const;
   void AddDate(const std::vector<Fault>& faults, HttpReply& reply) const;
+  /// A group has no rooms of its name, so that only rooms are shown as such.
+  std::string FindRoom(const std::string& id) const;
 
   Realm& realm_;
   const int server_;

@@ -109,6 +109,12 @@ std::string KeyServer::FindOperation(const HttpRequest& request) {
   return {};
 }
 
+// Only looks at the token: the command redeems it.
+Subject KeyServer::FindSubject(const HttpRequest& request) const {
+  const auto tokens = request.HeaderValues("X-SEC-AUTHZTOKEN");
+  return {FindOperation(request), tokens.size() == 1 ? realm_.tokens.FindId(tokens.front()) : ""};
+}
+
 Served KeyServer::Serve(const HttpRequest& request, const std::string& operation) {
   const Resource resource = FindResource(request);
   if (resource == Resource::Unknown) return RefusedWith(404, kUnknownErrorId, "Unknown path");

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "stand/commands.h"
+#include "stand/front.h"
 #include "stand/realm.h"
 #include "stand/served.h"
 
@@ -25,6 +26,8 @@ class KeyServer {
 
   /// "status", "certstore", "truststore", or the request type of a command; empty when there is none.
   static std::string FindOperation(const HttpRequest& request);
+  /// The operation, and the room or group that the request's token is for.
+  Subject FindSubject(const HttpRequest& request) const;
   Served Serve(const HttpRequest& request, const std::string& operation);
 
  private:

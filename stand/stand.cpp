@@ -86,9 +86,9 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
   const auto place = static_cast<std::size_t>(index);
   keyHttp.push_back(std::make_unique<HttpServer>(
       [this, index, place](const HttpRequest& request, const std::stop_token& stop) {
-        const std::string operation = KeyServer::FindOperation(request);
-        return Front(realm, index).Respond(request, operation, stop, [&] {
-          return keyServers[place]->Serve(request, operation);
+        const Subject subject = keyServers[place]->FindSubject(request);
+        return Front(realm, index).Respond(request, subject, stop, [&] {
+          return keyServers[place]->Serve(request, subject.operation);
         });
       }));
   const int port = options.port == 0 ? 0 : options.port + 1 + index;
@@ -100,7 +100,8 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
 HttpReply Stand::Impl::ServeCrypt(Stand& stand, const HttpRequest& request, const std::stop_token& stop) {
   if (IsControlRequest(request)) return ServeControl(stand, request);
   const auto route = CryptService::FindRoute(request);
-  return Front(realm, kCryptService).Respond(request, route.has_value() ? route->operation : "", stop, [&] {
+  const Subject subject = route.has_value() ? Subject{route->operation, route->id} : Subject();
+  return Front(realm, kCryptService).Respond(request, subject, stop, [&] {
     return service.Serve(request, route);
   });
 }

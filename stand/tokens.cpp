@@ -48,6 +48,12 @@ std::optional<TokenClaim> Tokens::Redeem(const std::string& token, const std::st
   return std::nullopt;
 }
 
+std::string Tokens::FindId(const std::string& token) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = entries_.find(token);
+  return found != entries_.end() ? found->second.claim.id : "";
+}
+
 void Tokens::SetLifetime(std::chrono::milliseconds lifetime) {
   const std::lock_guard<std::mutex> lock(mutex_);
   lifetime_ = lifetime;

@@ -28,6 +28,8 @@ class Tokens {
   /// it was issued for this server and operation, has not expired and was not redeemed before.
   std::optional<TokenClaim> Redeem(const std::string& token, const std::string& server,
                                    const std::string& operation, std::string& reason);
+  /// The room or group that a token is for; empty for an unknown token.
+  std::string FindId(const std::string& token) const;
   /// How long tokens that are issued from now on can be used.
   void SetLifetime(std::chrono::milliseconds lifetime);
 
@@ -38,7 +40,7 @@ class Tokens {
   };
   void DropExpired(Clock::time_point now);
 
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::chrono::milliseconds lifetime_{60000};  // guarded by mutex_
   std::map<std::string, Entry> entries_;       // guarded by mutex_
 };

@@ -89,5 +89,68 @@ TEST(EventLogTest, WakesFollowersForEventsAndChanges) {
   third.join();
 }
 
+class RecordingTest : public StandTest {
+ protected:
+  Event Last() { return stand_.GetEvents().back(); }
+};
+
+TEST_F(RecordingTest, KeepsTimeDurationAndRoom) {
+  const auto before = std::chrono::system_clock::now();
+  Get(Service("crypt/key/demo"));
+  EXPECT_GE(Last().time, before);
+  EXPECT_LE(Last().time, std::chrono::system_clock::now());
+  EXPECT_GT(Last().durationMs, 0.0);
+  EXPECT_EQ(Last().room, "demo");
+  RunCommand(GetKeyPayload());
+  EXPECT_EQ(Last().room, "demo");
+  Get(Service("crypt/key/other"));
+  EXPECT_EQ(Last().room, "");
+}
+
+TEST_F(RecordingTest, NamesTheFaultsThatWereApplied) {
+  ASSERT_TRUE(stand_.SetFault(0, {.type = FaultType::MissingDate}));
+  ASSERT_TRUE(stand_.SetFault(0, {.type = FaultType::WrongContentType, .uses = 1}));
+  Get(Server("status?1"));
+  EXPECT_THAT(Last().faults, ElementsAre("missing-date", "wrong-content-type"));
+  Get(Server("status?1"));
+  EXPECT_THAT(Last().faults, ElementsAre("missing-date"));
+}
+
+TEST_F(RecordingTest, KeepsRequestAndResponse) {
+  const Reply reply = Post(Service("crypt/certlist/demo"), R"({"keyserver":""})", {{"X-Test", "7"}});
+  const auto exchange = Last().exchange;
+  ASSERT_NE(exchange, nullptr);
+  EXPECT_EQ(exchange->request.body, R"({"keyserver":""})");
+  EXPECT_EQ(exchange->request.size, 16U);
+  EXPECT_THAT(exchange->request.headers, testing::Contains(testing::Pair("X-Test", "7")));
+  EXPECT_EQ(exchange->response.body, reply.body);
+  EXPECT_FALSE(exchange->response.isTruncated);
+  EXPECT_THAT(exchange->response.headers,
+              testing::Contains(testing::Pair("Content-Type", "application/json")));
+}
+
+TEST_F(RecordingTest, TruncatesLongBodies) {
+  ASSERT_TRUE(stand_.SetFault(0, {.type = FaultType::JsonHuge}));
+  Get(Server("status?1"));
+  const RecordedMessage response = Last().exchange->response;
+  EXPECT_EQ(response.body.size(), kMaxRecordedBody);
+  EXPECT_GT(response.size, kMaxRecordedBody);
+  EXPECT_TRUE(response.isTruncated);
+}
+
+TEST(RecordExchangeTest, ReadsStreamsUpToTheLimit) {
+  for (const std::size_t count : {1U, 4U, 5U, 1000U}) {
+    HttpReply reply;
+    reply.openBody = [count] {
+      return [left = count]() mutable {
+        return left == 0 ? std::string() : (--left, std::string(kMaxRecordedBody / 4, 'x'));
+      };
+    };
+    const RecordedMessage response = RecordExchange(HttpRequest(), reply).response;
+    EXPECT_EQ(response.body.size(), std::min<std::size_t>(count, 4) * (kMaxRecordedBody / 4));
+    EXPECT_EQ(response.isTruncated, count > 4) << count;
+  }
+}
+
 }  // namespace
 }  // namespace CryptStand
