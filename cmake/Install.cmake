@@ -12,12 +12,19 @@ foreach(library ${libraries})
 endforeach()
 
 install(TARGETS ${libraries} EXPORT cryptcli LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(program cryptcli_command cryptstand)
-  if(TARGET ${program})
-    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  endif()
-endforeach()
+if(TARGET cryptcli_command)
+  install(TARGETS cryptcli_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 install(EXPORT cryptcli NAMESPACE cryptcli:: FILE cryptcliTargets.cmake DESTINATION ${package_dir})
+
+# The component "stand": the local test environment, for tests of other projects.
+if(TARGET cryptstand)
+  target_include_directories(cryptstand_fixture INTERFACE $<INSTALL_INTERFACE:${headers_dir}>)
+  install(TARGETS cryptstand cryptstand_fixture EXPORT cryptcli-stand
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(EXPORT cryptcli-stand NAMESPACE cryptcli:: FILE cryptcli-stand-targets.cmake DESTINATION ${package_dir})
+  install(DIRECTORY stand/fixture/include/cryptstand DESTINATION ${headers_dir} FILES_MATCHING PATTERN *.h)
+endif()
 
 file(STRINGS cmake/public-headers.txt public_headers)
 foreach(header ${public_headers})
