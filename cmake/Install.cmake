@@ -24,6 +24,7 @@ if(TARGET cryptstand)
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(EXPORT cryptcli-stand NAMESPACE cryptcli:: FILE cryptcli-stand-targets.cmake DESTINATION ${package_dir})
   install(DIRECTORY stand/fixture/include/cryptstand DESTINATION ${headers_dir} FILES_MATCHING PATTERN *.h)
+  install(FILES stand/fixture/cryptstand.sh DESTINATION ${CMAKE_INSTALL_DATADIR}/cryptcli)
 endif()
 
 file(STRINGS cmake/public-headers.txt public_headers)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs a build into an empty prefix, moves that, and runs the tests of third parties against it, with
-# GoogleTest.
+# Installs a build into an empty prefix, moves that, and runs the tests of third parties against it: with GoogleTest, and
+# as a shell script.
 #   check_stand.sh SOURCE-DIR BUILD-DIR
 set -euo pipefail
 source_dir=$1
@@ -31,6 +31,10 @@ END
   run cmake -S "$work" -B "$work/missing" -DCMAKE_PREFIX_PATH="$prefix"
 done
 
+for shell in dash bash; do
+  run env PATH="$prefix/bin:$PATH" "$shell" "$source_dir/tests/install/stand_consumer/upload_test.sh" "$prefix"
+done
+
 left=$(ls "$work/tmp")
 if [ -n "$left" ]; then echo "left behind: $left" >&2; exit 1; fi
-echo "the installed local test environment serves GoogleTest"
+echo "the installed local test environment serves GoogleTest and the shell"

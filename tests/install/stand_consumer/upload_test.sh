@@ -1,0 +1,29 @@
+# What a project writes to test its own scripts with the installed local test environment: upload_test.sh PREFIX
+set -eu
+. "$1/share/cryptcli/cryptstand.sh"
+trap cryptstand_stop EXIT
+
+fail() {
+  echo "$*" >&2
+  exit 1
+}
+
+cryptstand_start --key-servers 1 --room mine
+folder=$CRYPTSTAND_FOLDER
+echo "some bytes" >"$folder/plain"
+cryptcli encrypt --service "$CRYPTSTAND_SERVICE" --room mine "$folder/plain" "$folder/secret"
+cryptcli decrypt --service "$CRYPTSTAND_SERVICE" --room mine "$folder/secret" "$folder/opened"
+cmp "$folder/plain" "$folder/opened"
+cryptstand_stop
+[ ! -e "$folder" ] || fail "the folder stays"
+cryptstand_stop || fail "it cannot be stopped twice"
+
+if (cryptstand_start --no-such-option) 2>"$1/errors"; then fail "it starts with an option that it does not have"; fi
+grep -q -e --no-such-option "$1/errors" || fail "the reason is not on standard error"
+
+# A trap keeps the exit code, and what a script started ends with it.
+code=0
+sh -c '. "$1/share/cryptcli/cryptstand.sh"; trap cryptstand_stop EXIT; cryptstand_start; echo "$cryptstand_process"; exit 7' \
+  sh "$1" >"$1/process" || code=$?
+[ "$code" -eq 7 ] || fail "the script ends with $code"
+if kill -0 "$(cat "$1/process")" 2>/dev/null; then fail "the program goes on"; fi
