@@ -1,5 +1,6 @@
 # What a project writes to test its own scripts with the installed local test environment: upload_test.sh PREFIX
 set -eu
+# shellcheck source=/dev/null
 . "$1/share/cryptcli/cryptstand.sh"
 trap cryptstand_stop EXIT
 
