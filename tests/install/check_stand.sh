@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs a build into an empty prefix, moves that, and runs the tests of third parties against it: with GoogleTest, and
-# as a shell script.
+# Installs a build into an empty prefix, moves that, and runs the tests of third parties against it: with GoogleTest, with
+# pytest and as a shell script.
 #   check_stand.sh SOURCE-DIR BUILD-DIR
 set -euo pipefail
 source_dir=$1
@@ -35,6 +35,12 @@ for shell in dash bash; do
   run env PATH="$prefix/bin:$PATH" "$shell" "$source_dir/tests/install/stand_consumer/upload_test.sh" "$prefix"
 done
 
+# As users have them in their search paths.
+libdir=$(dirname "$(find "$prefix" -name libcryptcli.so)")
+run env PATH="$prefix/bin:$PATH" LD_LIBRARY_PATH="$libdir" PYTHONPATH="$prefix/lib/python3/dist-packages" \
+  PYTEST_DISABLE_PLUGIN_AUTOLOAD=1 /usr/bin/python3 -B -m pytest -q -p no:cacheprovider \
+  "$source_dir/tests/install/stand_consumer/upload_test.py"
+
 left=$(ls "$work/tmp")
 if [ -n "$left" ]; then echo "left behind: $left" >&2; exit 1; fi
-echo "the installed local test environment serves GoogleTest and the shell"
+echo "the installed local test environment serves GoogleTest, pytest and the shell"

@@ -1,0 +1,14 @@
+"""What a project writes to test its own code with the installed package and the installed local test environment."""
+
+import io
+
+import cryptcli
+from cryptcli.testing import Environment
+
+
+def test_protects_the_file(cryptstand: Environment) -> None:
+    secret, opened = io.BytesIO(), io.BytesIO()
+    with cryptcli.Client(cryptstand.service) as client:
+        client.encrypt(cryptstand.room, io.BytesIO(b"bytes"), secret)
+        client.decrypt(cryptstand.room, io.BytesIO(secret.getvalue()), opened)
+    assert opened.getvalue() == b"bytes"
