@@ -12,9 +12,9 @@ using OruGuiBase::Val;
 namespace OruKalvix {
 namespace {
 
-// Looks whether anybody listens before it splits the body into lines.
+// Looks whether anybody wants bodies before it splits this one into lines.
 void TraceRequest(const AnsiStr& text) noexcept {
-  if (!OruGuiTrace::IsTraced(2)) return;
+  if (!OruGuiTrace::IsBodyTraced()) return;
   for (LineIterator lines(text); lines.ToNext();) {
     CRYPTCLI_TRACE_STR(2, "CryptClient::HttpPost: request[%02u] = %s", lines.GetIndex(),
                        lines.GetLine().GetText());
@@ -22,7 +22,7 @@ void TraceRequest(const AnsiStr& text) noexcept {
 }
 
 void TraceResponse(const AnsiStr& text) noexcept {
-  if (!OruGuiTrace::IsTraced(2)) return;
+  if (!OruGuiTrace::IsBodyTraced()) return;
   for (LineIterator lines(text); lines.ToNext();) {
     CRYPTCLI_TRACE_STR(2, "CryptClient::ParseResponseJSON: response[%02u] = %s", lines.GetIndex(),
                        lines.GetLine().GetText());

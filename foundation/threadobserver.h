@@ -16,6 +16,9 @@ class IThreadObserver {
  public:
   /// The least level of traces that OnTrace gets (see OruGuiTrace::SetTraceSink); 0 for none at all.
   virtual std::uint32_t GetTraceLevel() const noexcept = 0;
+  /// Whether it wants the bodies of requests and responses, which are of level 2 and long. If not, they are
+  /// formatted only for a sink of the process, and then this observer gets them as well.
+  virtual bool WantsBodies() const noexcept = 0;
   /// One trace event, with the meaning and the lifetime of OruGuiTrace::ITraceSink::OnTrace.
   virtual void OnTrace(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
                        const char* text) noexcept = 0;

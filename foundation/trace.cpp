@@ -99,6 +99,12 @@ bool IsTraced(std::uint32_t level) noexcept {
   return SinkFor(level) != nullptr || ObserverFor(level) != nullptr;
 }
 
+bool IsBodyTraced() noexcept {
+  constexpr std::uint32_t kBodyLevel = 2;
+  const OruGuiBase::IThreadObserver* const observer = ObserverFor(kBodyLevel);
+  return SinkFor(kBodyLevel) != nullptr || (observer != nullptr && observer->WantsBodies());
+}
+
 // Opens a context even without a sink, because FreeTraceContext follows in any case.
 const char* InitTraceContext(const char* format, ...) noexcept {
   AnsiStr text;

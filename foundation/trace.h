@@ -32,6 +32,10 @@ ORUGUI_EXPORT void SetTraceSink(ITraceSink* sink, std::uint32_t leastLevel) noex
 /// Whether an event of the level would reach a sink. Check it before formatting.
 ORUGUI_EXPORT bool IsTraced(std::uint32_t level) noexcept;
 
+/// Whether the body of a request or response would reach somebody who wants bodies. Check it before splitting
+/// one into lines; its events are of level 2.
+ORUGUI_EXPORT bool IsBodyTraced() noexcept;
+
 /// Formats the message for the next TraceMsg or TraceStr and returns it. It is valid until
 /// FreeTraceContext(), which must follow each trace. Contexts that a thread leaves open are freed when it
 /// ends.

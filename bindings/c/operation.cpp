@@ -279,6 +279,12 @@ std::uint32_t Operation::GetTraceLevel() const noexcept {
   return watchesSigners_ ? kDetailTrace : kErrorTrace;
 }
 
+// The log alone has a use for them; facts are taken from the responses themselves. The class would format
+// every body for nothing, and so secrets that nobody asked for.
+bool Operation::WantsBodies() const noexcept {
+  return client_.options.logLevel >= CRYPTCLI_LOG_DEBUG && client_.options.revealSecrets;
+}
+
 void Operation::OnTrace(std::uint32_t, std::uint32_t level, const char*, std::uint32_t,
                         const char* text) noexcept {
   try {
@@ -330,6 +336,7 @@ void Operation::Log(std::uint32_t level, std::string_view text) const {
                                     : level == kRequestTrace ? CRYPTCLI_LOG_REQUEST
                                                              : CRYPTCLI_LOG_DEBUG;
   if (options.log == nullptr || wanted > options.logLevel) return;
+  // They come all the same while a sink of the process wants them.
   if (!options.revealSecrets && IsBody(text)) return;
   const std::string message = MakeUtf8(text);
   const ObserverPause pause;

@@ -49,8 +49,7 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   Operation& operator=(const Operation&) = delete;
   ~Operation();
 
-  /// Whether the traces about signers are taken, which only opening a file has. They have the level of whole
-  /// bodies, which the class formats for whoever listens: nobody should without need.
+  /// Whether the traces about signers are taken, which only opening a file has.
   void WatchSigners(bool watch) { watchesSigners_ = watch; }
   /// From here on `passes` times `size` bytes are to be read, which is shown as `size` bytes of progress.
   void StartProgress(std::uint64_t size, unsigned passes);
@@ -81,6 +80,7 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
 
   // The observer of the thread.
   std::uint32_t GetTraceLevel() const noexcept override;
+  bool WantsBodies() const noexcept override;
   void OnTrace(std::uint32_t category, std::uint32_t level, const char* source, std::uint32_t line,
                const char* text) noexcept override;
   void OnRead(std::uint64_t bytes) noexcept override;

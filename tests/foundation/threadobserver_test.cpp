@@ -25,6 +25,7 @@ class Recorder final : public IThreadObserver {
   ~Recorder() { SetThreadObserver(before_); }
 
   std::uint32_t GetTraceLevel() const noexcept override { return level; }
+  bool WantsBodies() const noexcept override { return wantsBodies; }
   void OnTrace(std::uint32_t, std::uint32_t, const char*, std::uint32_t, const char* text) noexcept override {
     texts.emplace_back(text);
   }
@@ -35,6 +36,7 @@ class Recorder final : public IThreadObserver {
   }
 
   std::uint32_t level = 0;
+  bool wantsBodies = false;
   std::uint64_t read = 0;
   bool cancelled = false;
   std::string directory;
@@ -67,6 +69,18 @@ TEST(ThreadObserverTest, GetsTracesOfItsLevelWithoutASink) {
   OruGuiTrace::TraceStr(1, 2, "source", 1, OruGuiTrace::InitTraceContext("body %d", 7));
   OruGuiTrace::FreeTraceContext();
   EXPECT_EQ(recorder.texts, std::vector<std::string>{"body 7"});
+}
+
+TEST(ThreadObserverTest, GetsBodiesOnlyWhereItWantsThem) {
+  Recorder recorder;
+  recorder.level = 2;
+  EXPECT_FALSE(OruGuiTrace::IsBodyTraced());
+  recorder.wantsBodies = true;
+  EXPECT_TRUE(OruGuiTrace::IsBodyTraced());
+  recorder.level = 4;
+  EXPECT_FALSE(OruGuiTrace::IsBodyTraced());
+  const RecordingSink sink(2);
+  EXPECT_TRUE(OruGuiTrace::IsBodyTraced());
 }
 
 TEST(ThreadObserverTest, LevelZeroTracesNothing) {
