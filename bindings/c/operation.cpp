@@ -173,23 +173,23 @@ Failure Operation::MakeFailure(std::string_view message) {
 std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, const KVMap& headers,
                                     const AnsiStr& body, const HttpOptions& options, HttpResponse& response) {
   isAttemptOpen_ = false;
+  const Place place = Locate(url);
   if (IsCancelled()) {
     response.errorText = "The operation was cancelled";
-    Record(url, false, response, CRYPTCLI_CANCELLED);
+    Record(url, place, false, response, CRYPTCLI_CANCELLED);
     return -1;
   }
-  const std::string_view path = GetServicePath(url);
-  if (path.starts_with(kKeyPath)) keyRequest_ = {method, url, headers, body, options};
-  if (path.starts_with(kUploadPath) && IsKeyThere()) {
+  if (place.path.starts_with(kKeyPath)) keyRequest_ = {method, url, headers, body, options};
+  if (place.path.starts_with(kUploadPath) && IsKeyThere()) {
     response.status = kStatusConflict;
-    Record(url, true, response, CRYPTCLI_OK);
+    Record(url, place, true, response, CRYPTCLI_OK);
     return 0;
   }
   cryptcli_status failure = CRYPTCLI_UNREACHABLE;
-  const std::int32_t result = Forward({method, url, headers, body, options}, response, failure);
+  const std::int32_t result = Forward({method, url, headers, body, options}, place, response, failure);
   // Otherwise the class would go on with the next key server.
   if (result < 0 && failure == CRYPTCLI_CANCELLED) cancelled_ = true;
-  Record(url, result >= 0, response, failure);
+  Record(url, place, result >= 0, response, failure);
   return result;
 }
 
@@ -199,14 +199,16 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
 bool Operation::IsKeyThere() {
   HttpResponse response;
   cryptcli_status failure = CRYPTCLI_UNREACHABLE;
-  if (keyRequest_.url.IsEmpty() || Forward(keyRequest_, response, failure) < 0) return false;
+  if (keyRequest_.url.IsEmpty() || Forward(keyRequest_, Locate(keyRequest_.url), response, failure) < 0)
+    return false;
   Val value;
   AnsiStr error;
   return response.status == kStatusOk && OruGuiBase::JSON2Val(response.body, value, error) &&
          value.GetType() == ValType::Map && !Member(value.AsMap(), "certificate").empty();
 }
 
-std::int32_t Operation::Forward(const Request& request, HttpResponse& response, cryptcli_status& failure) {
+std::int32_t Operation::Forward(const Request& request, const Place& place, HttpResponse& response,
+                                cryptcli_status& failure) {
   const auto& [method, url, headers, body, options] = request;
   // A probe of a key server comes with a limit of its own.
   HttpOptions limited = options;
@@ -216,7 +218,7 @@ std::int32_t Operation::Forward(const Request& request, HttpResponse& response, 
   limited.timeouts[0] = std::min(client_.options.connectTimeout, limited.timeouts[2]);
   limited.timeouts[1] = limited.timeouts[2];
   KVMap all = headers;
-  const bool isOurs = client_.callback != nullptr && client_.IsAtService(url);
+  const bool isOurs = client_.callback != nullptr && place.isCryptService;
   for (std::uint32_t i = 0; isOurs && i < client_.options.serviceHeaders.GetCount(); ++i) {
     const AnsiStr& name = client_.options.serviceHeaders.GetKeys()[i];
     if (!HasHeader(headers, name)) all.Put(name, client_.options.serviceHeaders.GetValues()[i]);
@@ -227,29 +229,31 @@ std::int32_t Operation::Forward(const Request& request, HttpResponse& response, 
   return client_.curl->SendRequest(method, url, all, body, limited, response);
 }
 
-// What stands behind "crypt/" in a URL of the crypt service; empty for any other URL. The class puts each
-// path behind the service's URL as it was given.
-std::string_view Operation::GetServicePath(const AnsiStr& url) const {
+// Once for each request: to split a URL costs more than anything else that is done for one here. The class
+// puts each path behind the service's URL as it was given.
+Operation::Place Operation::Locate(const AnsiStr& url) const {
+  Place place;
+  place.isCryptService = client_.IsAtService(url);
   std::string_view path = url.View();
-  if (!client_.IsAtService(url) || !TakePrefix(path, client_.options.service)) return {};
+  if (!place.isCryptService || !TakePrefix(path, client_.options.service)) return place;
   while (TakePrefix(path, "/")) {
   }
-  return TakePrefix(path, "crypt/") ? path : std::string_view();
+  if (TakePrefix(path, "crypt/")) place.path = path;
+  return place;
 }
 
-void Operation::Record(const AnsiStr& url, bool hasResponse, const HttpResponse& response,
+void Operation::Record(const AnsiStr& url, const Place& place, bool hasResponse, const HttpResponse& response,
                        cryptcli_status failure) {
   latest_.url = ToString(url);
-  latest_.isCryptService = client_.IsAtService(url);
+  latest_.isCryptService = place.isCryptService;
   latest_.hasResponse = hasResponse;
   latest_.status = hasResponse ? response.status : 0;
   latest_.failed = !hasResponse || response.status != kStatusOk;
   latest_.reason = hasResponse ? std::string() : ToString(response.errorText);
   latest_.failure = failure;
   isAttemptOpen_ = !latest_.isCryptService;
-  const std::string_view path = GetServicePath(url);
-  latest_.isKeyUpload = path.starts_with(kUploadPath);
-  if (!path.empty() && !latest_.failed) ReadServiceResponse(path, response.body);
+  latest_.isKeyUpload = place.path.starts_with(kUploadPath);
+  if (!place.path.empty() && !latest_.failed) ReadServiceResponse(place.path, response.body);
 }
 
 // `path` is that behind "crypt/": "key/<room>", "certlist/<group>/integrity/sha256".

@@ -107,11 +107,18 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
     OruKalvix::HttpOptions options;
   };
 
-  std::int32_t Forward(const Request& request, OruKalvix::HttpResponse& response, cryptcli_status& failure);
+  /// Where a request goes. Lends from its URL.
+  struct Place {
+    bool isCryptService = false;
+    std::string_view path;  ///< behind "crypt/" in a URL of the crypt service; empty for any other one
+  };
+
+  std::int32_t Forward(const Request& request, const Place& place, OruKalvix::HttpResponse& response,
+                       cryptcli_status& failure);
   bool IsKeyThere();
-  std::string_view GetServicePath(const OruGuiBase::AnsiStr& url) const;
-  void Record(const OruGuiBase::AnsiStr& url, bool hasResponse, const OruKalvix::HttpResponse& response,
-              cryptcli_status failure);
+  Place Locate(const OruGuiBase::AnsiStr& url) const;
+  void Record(const OruGuiBase::AnsiStr& url, const Place& place, bool hasResponse,
+              const OruKalvix::HttpResponse& response, cryptcli_status failure);
   void ReadServiceResponse(std::string_view path, const OruGuiBase::AnsiStr& body);
   void TakeFact(std::string_view text);
   void TakeError(std::string_view text);
