@@ -18,6 +18,28 @@ struct Row {
   cryptcli_status code;
 };
 
+// Reasons that say more than the words before them, whichever these are. In the first ones the file is at
+// fault, or another program that writes it; in the others this process or its cryptographic library. None
+// blames the content, its signer or a server.
+constexpr std::array kReasons = {
+    Row{"The file changed while it was read", CRYPTCLI_IO},
+    Row{"The file cannot be read", CRYPTCLI_IO},
+    Row{"The size of a pipe or device is unknown", CRYPTCLI_IO},
+    Row{"The size of the file is not available", CRYPTCLI_IO},
+    Row{"The content is too large for memory", CRYPTCLI_INTERNAL},
+    Row{"The content cannot be encrypted", CRYPTCLI_INTERNAL},
+    Row{"The content encryption algorithm is not available", CRYPTCLI_INTERNAL},
+    Row{"The digest of the content cannot be computed", CRYPTCLI_INTERNAL},
+    Row{"The digest cannot be computed", CRYPTCLI_INTERNAL},
+    Row{"The digest algorithm is not available", CRYPTCLI_INTERNAL},
+    Row{"A signer's digest algorithm is not available", CRYPTCLI_INTERNAL},
+    Row{"The hash cannot be computed", CRYPTCLI_INTERNAL},
+    Row{"SHA-512 is not available", CRYPTCLI_INTERNAL},
+    Row{"The enveloped message cannot be made", CRYPTCLI_INTERNAL},
+    Row{"The signed message cannot be made", CRYPTCLI_INTERNAL},
+    Row{"The message cannot be encoded", CRYPTCLI_INTERNAL},
+};
+
 // In the order of the files of the class that they come from; the first one that fits counts.
 constexpr std::array kRows = {
     // Reading a protected file.
@@ -32,10 +54,6 @@ constexpr std::array kRows = {
     Row{"Could not decrypt file", CRYPTCLI_DAMAGED},
     // Behind it is a fault of the message in our own words, or what the certificate library says about a
     // chain.
-    // Neither blames the message: OpenSSL refused to compute, or the file changed under its reader.
-    Row{"Could not verify signature: The digest of the content cannot", CRYPTCLI_INTERNAL},
-    Row{"Could not verify signature: A signer's digest algorithm is not available", CRYPTCLI_INTERNAL},
-    Row{"Could not verify signature: The file ", CRYPTCLI_IO},
     Row{"Could not verify signature: A signer's RSA key", CRYPTCLI_ORIGIN_NOT_PROVEN},
     Row{"Could not verify signature: A certificate", CRYPTCLI_ORIGIN_NOT_PROVEN},
     Row{"Could not verify signature: A ", CRYPTCLI_DAMAGED},
@@ -103,6 +121,13 @@ constexpr std::array kRows = {
 constexpr std::uint32_t kAuthFailed = 609;
 constexpr std::uint32_t kReadOnly = 618;
 constexpr std::uint32_t kTemporarilyUnavailable = 619;
+
+// Whether the reason stands behind the operation's own words. What comes later can be a name that others
+// chose.
+bool HasReason(std::string_view message, std::string_view reason) {
+  const std::size_t at = message.find(": ");
+  return at != std::string_view::npos && message.substr(at + 2).starts_with(reason);
+}
 
 std::string_view Reason(std::string_view message) {
   const std::size_t at = message.rfind(": ");
@@ -187,6 +212,9 @@ cryptcli_status Classify(std::string_view message, const FailedExchange& exchang
   if (keyServerCode != 0) return keyServerCode == kAuthFailed ? CRYPTCLI_UNAUTHORISED : CRYPTCLI_SERVER_ERROR;
   const cryptcli_status system = CodeOfSystemText(reason);
   if (system != CRYPTCLI_OK) return system;
+  for (const Row& row : kReasons) {
+    if (HasReason(message, row.beginning)) return row.code;
+  }
   for (const Row& row : kRows) {
     if (message.starts_with(row.beginning)) return row.code;
   }

@@ -48,6 +48,16 @@ TEST(Classify, KnowsEveryMessageOfTheClass) {
   }
 }
 
+// A source that another program changes is no fault of a server that signs, nor of the file's content.
+TEST(Classify, BlamesTheFileThatChangesForWhatItDoes) {
+  for (const char* message :
+       {"Could not sign file", "Could not encrypt file", "Could not parse encrypted file",
+        "Could not decrypt file", "Could not read signed content"}) {
+    const std::string whole = std::string(message) + ": The file changed while it was read";
+    EXPECT_EQ(Classify(whole, {}), CRYPTCLI_IO) << message;
+  }
+}
+
 TEST(Classify, LooksAtTheReasonOfTheSystemFirst) {
   EXPECT_EQ(Classify("Could not sign file: No space left on device", {}), CRYPTCLI_NO_SPACE);
   EXPECT_EQ(Classify("Could not sign file: File too large", {}), CRYPTCLI_NO_SPACE);
