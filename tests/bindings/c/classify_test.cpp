@@ -3,49 +3,100 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
 
+#include "tests/bindings/c/message_codes.h"
+
 namespace CryptCliC {
 namespace {
 
-// The messages that the class can give: the literals of every call that records one.
-std::set<std::string> ReadMessages() {
-  static const std::regex call(
-      R"re((?:Fail|FailWithSystemError|SetError|SetHttpError|SetErrorMessage)\(\(?(?:AnsiStr\()?\s*"((?:[^"\\]|\\.)*)")re");
-  std::set<std::string> messages;
-  for (const char* folder : {"client", "exchange", "roomkeys", "protection"}) {
-    for (const auto& entry :
-         std::filesystem::directory_iterator(std::string(CRYPTCLI_SOURCE_DIR) + "/" + folder)) {
-      if (entry.path().extension() != ".cpp") continue;
-      std::stringstream text;
-      text << std::ifstream(entry.path()).rdbuf();
-      const std::string source = text.str();
-      for (std::sregex_iterator found(source.begin(), source.end(), call), end; found != end; ++found) {
-        messages.insert((*found)[1]);
-      }
-    }
-  }
-  return messages;
+using CInterface::MessageCode;
+
+std::string ReadSource(const std::filesystem::path& path) {
+  std::stringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
 }
 
-// These carry another message whole, or say what no caller can act on.
-const std::set<std::string> kWithoutOwnCode = {"%s",
-                                               "%s: %s",
-                                               "%lld %s",
-                                               "No HTTP service",
-                                               "Could not create enveloped data",
-                                               "Could not add inner signing certificate to store"};
-
-TEST(Classify, KnowsEveryMessageOfTheClass) {
-  const std::set<std::string> messages = ReadMessages();
-  EXPECT_GT(messages.size(), 60U);
-  for (const std::string& message : messages) {
-    if (kWithoutOwnCode.contains(message)) continue;
-    EXPECT_NE(Classify(message, {}), CRYPTCLI_INTERNAL) << message;
+// What a pattern finds in the sources of a folder of the product: each time its groups, one behind the other
+// with a space between.
+std::set<std::string> FindInSources(const char* folder, const std::regex& pattern) {
+  std::set<std::string> found;
+  const std::filesystem::path root = std::filesystem::path(CRYPTCLI_SOURCE_DIR) / folder;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+    if (entry.path().extension() != ".cpp") continue;
+    const std::string source = ReadSource(entry.path());
+    for (std::sregex_iterator match(source.begin(), source.end(), pattern), end; match != end; ++match) {
+      const std::string second = match->size() > 2 ? " " + (*match)[2].str() : std::string();
+      found.insert((*match)[1].str() + second);
+    }
   }
+  return found;
+}
+
+// Fails for each that only one of the two has.
+void ExpectSame(const std::set<std::string>& inSources, const std::set<std::string>& inTable) {
+  for (const std::string& message : inSources) {
+    EXPECT_TRUE(inTable.contains(message)) << "in the sources alone: " << message;
+  }
+  for (const std::string& message : inTable) {
+    EXPECT_TRUE(inSources.contains(message)) << "in the table alone: " << message;
+  }
+}
+
+// The literals of every call that records a message.
+TEST(Classify, KnowsTheCodeOfEveryMessageOfTheClass) {
+  static const std::regex call(
+      R"re((?:Fail|FailWithSystemError|SetError|SetHttpError|SetErrorMessage)\(\(?(?:AnsiStr\()?\s*"((?:[^"\\]|\\.)*)")re");
+  std::set<std::string> inSources;
+  for (const char* folder : {"client", "exchange", "roomkeys", "protection"}) {
+    for (const std::string& message : FindInSources(folder, call)) inSources.insert(message);
+  }
+  // These carry another message whole.
+  for (const char* carrier : {"%s", "%s: %s", "%lld %s"}) EXPECT_EQ(inSources.erase(carrier), 1U) << carrier;
+  std::set<std::string> inTable;
+  for (const MessageCode& row : CInterface::kMessagesOfTheClass) {
+    inTable.insert(row.message);
+    EXPECT_EQ(Classify(row.message, {}), row.code) << row.message;
+  }
+  ExpectSame(inSources, inTable);
+}
+
+TEST(Classify, KnowsTheCodeOfEveryMessageOfTheCInterface) {
+  static const std::regex withCode(R"re(Fail\(error, (CRYPTCLI_\w+),\s*"((?:[^"\\]|\\.)*)")re");
+  const auto found = FindInSources("bindings/c", withCode);
+  const std::map<cryptcli_status, std::string> names = {
+      {CRYPTCLI_INVALID_ARGUMENT, "CRYPTCLI_INVALID_ARGUMENT "}, {CRYPTCLI_IO, "CRYPTCLI_IO "}};
+  std::set<std::string> inTable;
+  for (const MessageCode& row : CInterface::kMessagesWithCode) {
+    // A quote in a source is escaped.
+    inTable.insert(names.at(row.code) +
+                   std::regex_replace(std::string(row.message), std::regex("\""), "\\\""));
+  }
+  ExpectSame(found, inTable);
+}
+
+// Those without a code where they are reported end in a reason of the system, or the operation knows better.
+TEST(Classify, KnowsTheCodeOfEveryStepOfTheCInterface) {
+  static const std::regex step(
+      R"re((?:MakeFailure|SystemFailure)\((?:operation, )?(?:std::string\()?"((?:[^"\\]|\\.)*)")re");
+  const auto found = FindInSources("bindings/c", step);
+  // The first two are cancelled. Why a file cannot be replaced is said in words.
+  std::set<std::string> inTable = {"The operation was cancelled", "The check was cancelled",
+                                   "Could not replace "};
+  EXPECT_EQ(Classify("Could not replace \"a\": another program changed it meanwhile", {}), CRYPTCLI_IO);
+  for (const char* literal : CInterface::kStepsOfTheSystem) {
+    inTable.insert(literal);
+    const std::string message = std::string(literal) + " \"a\": ";
+    EXPECT_EQ(Classify(message + "Input/output error", {}), CRYPTCLI_IO) << literal;
+    EXPECT_EQ(Classify(message + "No space left on device", {}), CRYPTCLI_NO_SPACE) << literal;
+    EXPECT_EQ(Classify(message + "Cannot allocate memory", {}), CRYPTCLI_INTERNAL) << literal;
+  }
+  ExpectSame(found, inTable);
 }
 
 // A source that another program changes is no fault of a server that signs, nor of the file's content.
