@@ -15,6 +15,7 @@ namespace CryptCliC {
 namespace {
 
 using CInterface::MessageCode;
+using CInterface::ReasonCode;
 
 std::string ReadSource(const std::filesystem::path& path) {
   std::stringstream text;
@@ -64,6 +65,19 @@ TEST(Classify, KnowsTheCodeOfEveryMessageOfTheClass) {
     EXPECT_EQ(Classify(row.message, {}), row.code) << row.message;
   }
   ExpectSame(inSources, inTable);
+}
+
+// Every literal there that is a sentence is a reason.
+TEST(Classify, KnowsTheCodeOfEveryReasonOfSecurity) {
+  static const std::regex sentence(R"re("([A-Z][A-Za-z0-9'-]* (?:[^"\\]|\\.)*[a-z](?:[^"\\]|\\.)*)")re");
+  const auto found = FindInSources("security", sentence);
+  std::set<std::string> inTable;
+  for (const ReasonCode& row : CInterface::kReasonsOfSecurity) {
+    inTable.insert(row.reason);
+    const std::string message = std::string(row.message) + ": " + row.reason;
+    EXPECT_EQ(Classify(message, {}), row.code) << message;
+  }
+  ExpectSame(found, inTable);
 }
 
 TEST(Classify, KnowsTheCodeOfEveryMessageOfTheCInterface) {
