@@ -8,6 +8,7 @@
 
 #include "foundation/delivery.h"
 #include "foundation/errno_saver.h"
+#include "foundation/error_state_saver.h"
 #include "foundation/errorstate.h"
 #include "foundation/file.h"
 #include "foundation/filehandle.h"
@@ -77,6 +78,24 @@ bool CopyContent(int from, FileWriter& writer) {
   return got == 0 || FailWithErrno();
 }
 
+// A target that is written in place is emptied first, and a disk that fills up then leaves neither content.
+// So the space is reserved while the old content is still there. Opening the target gives it back: only a
+// program that takes it in that moment can still be in the way. On failure the reservation is given back.
+bool HasSpaceInPlace(int source, const File& target) {
+  DeliveryTarget judged;
+  struct stat from {};
+  struct stat old {};
+  if (JudgeTarget(target, judged) != DeliveryWay::InPlace) return true;
+  if (::fstat(source, &from) != 0 || ::stat(target.GetPath().GetText(), &old) != 0) return true;
+  if (!S_ISREG(old.st_mode) || old.st_size == 0) return true;
+  FileWriter writer;
+  // Without truncation. If it fails, so does the copy, which reports the reason.
+  if (!writer.OpenAppend(target) || writer.Preallocate(from.st_size)) return true;
+  const ErrorStateSaver saver;
+  writer.Truncate(old.st_size);
+  return false;
+}
+
 }  // namespace
 
 bool File::Move(const File& target, bool keepTarget) const noexcept {
@@ -115,7 +134,8 @@ bool File::CopyTo(const File& target, bool keepTarget, int mode) const noexcept 
   FileWriter::StagingOptions options;
   options.keepTarget = keepTarget;
   options.mode = mode;
-  const bool copied = writer.OpenStaged(target, options) && CopyContent(source, writer) && writer.Close();
+  const bool copied = HasSpaceInPlace(source, target) && writer.OpenStaged(target, options) &&
+                      CopyContent(source, writer) && writer.Close();
   CloseHandle(source);
   // Removed only after Close succeeded, so that the content always exists once.
   return copied && (::unlink(path_.GetText()) == 0 || FailWithErrno());

@@ -4,7 +4,9 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
+#include <sched.h>
 #include <string>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -290,6 +292,45 @@ TEST_F(FileMoveAcrossTest, APipeIsNotCopied) {
   EXPECT_FALSE(here->FileOf("pipe").Move(there->FileOf("b"), /*keepTarget=*/false));
   EXPECT_EQ(GetSystemErrorText(), std::strerror(EXDEV));
   EXPECT_EQ(there->CountEntries(), 0U);
+}
+
+/// A file system of 1 MiB at the place of a directory, which this process alone sees.
+class SmallFileSystem {
+ public:
+  explicit SmallFileSystem(const ScratchDirectory& place) : path_(place.GetPath()) {
+    isMounted_ = ::unshare(CLONE_NEWNS) == 0 &&
+                 ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                 ::mount("none", path_.c_str(), "tmpfs", 0, "size=1m") == 0;
+  }
+  SmallFileSystem(const SmallFileSystem&) = delete;
+  SmallFileSystem& operator=(const SmallFileSystem&) = delete;
+  ~SmallFileSystem() {
+    if (isMounted_) ::umount2(path_.c_str(), MNT_DETACH);
+  }
+  bool IsMounted() const { return isMounted_; }
+
+ private:
+  std::string path_;
+  bool isMounted_ = false;
+};
+
+TEST(FileMoveTest, AFullDiskKeepsATargetThatIsWrittenInPlace) {
+  const ScratchDirectory elsewhere;
+  const ScratchDirectory scratch;
+  const SmallFileSystem disk(scratch);
+  if (!disk.IsMounted()) GTEST_SKIP() << "no mount of our own: not root, or in a chroot";
+  const std::string before(300'000, 'o');
+  const File target = scratch.MakeFile("a", before);
+  std::filesystem::create_hard_link(scratch / "a", scratch / "b");
+  const File source = elsewhere.MakeFile("source", std::string(2'000'000, 'n'));
+  EXPECT_FALSE(source.Move(target, /*keepTarget=*/false));
+  EXPECT_EQ(GetSystemErrorText(), std::strerror(ENOSPC));
+  EXPECT_TRUE(ContentOf(target) == before) << std::filesystem::file_size(scratch / "a");
+  EXPECT_TRUE(std::filesystem::exists(elsewhere / "source"));
+  // The space that could be reserved is free again, and what fits is written.
+  const File smaller = elsewhere.MakeFile("smaller", std::string(700'000, 'n'));
+  EXPECT_TRUE(smaller.Move(target, /*keepTarget=*/false));
+  EXPECT_EQ(std::filesystem::file_size(scratch / "b"), 700'000U);
 }
 
 }  // namespace
