@@ -125,7 +125,7 @@ ExitCode DecryptMany(const ProtectOptions& options) {
   work.perform = [&options](const cryptcli::Client& client, const std::string& source,
                             const std::string& target, const cryptcli::Call& common) {
     cryptcli::Call call = common;
-    call.accept = GetPolicy(options.accept);
+    options.origin.Apply(call);
     return client.Decrypt(options.session.connection.room, source, target, call);
   };
   return RunBulk(work, options.files, options.bulk, options.session);
@@ -152,7 +152,12 @@ std::optional<unsigned> TargetOptions::GetMode() const {
   return static_cast<unsigned>(std::strtoul(mode.c_str(), nullptr, 8));
 }
 
-CLI::Option* AddAcceptOption(CLI::App& command, std::string& accept) {
+CLI::Option* AcceptOptions::AddOptions(CLI::App& command) {
+  command
+      .add_option("--expected-room", expectedRoom,
+                  "Room that the file has to be signed for, as the crypt service spells it; otherwise any "
+                  "room that the crypt service names")
+      ->type_name("ROOM");
   return command
       .add_option("--accept", accept,
                   "Weakest origin to accept: proven, any-signer (signed for another room or group, too), "
@@ -162,11 +167,12 @@ CLI::Option* AddAcceptOption(CLI::App& command, std::string& accept) {
       ->capture_default_str();
 }
 
-cryptcli::Policy GetPolicy(const std::string& accept) {
-  if (accept == "any-signer") return cryptcli::Policy::AnySigner;
-  if (accept == "signature-only") return cryptcli::Policy::SignatureOnly;
-  if (accept == "anything") return cryptcli::Policy::Anything;
-  return cryptcli::Policy::Proven;
+void AcceptOptions::Apply(cryptcli::Call& call) const {
+  call.accept = accept == "any-signer"       ? cryptcli::Policy::AnySigner
+                : accept == "signature-only" ? cryptcli::Policy::SignatureOnly
+                : accept == "anything"       ? cryptcli::Policy::Anything
+                                             : cryptcli::Policy::Proven;
+  call.expectedRoom = expectedRoom;
 }
 
 cryptcli::Source GetSource(const std::string& name) {
@@ -185,7 +191,7 @@ CLI::App* AddDecrypt(CLI::App& app, ProtectOptions& options) {
   CLI::App* const command = app.add_subcommand(
       "decrypt", "Open the protected file SOURCE and write TARGET, if the origin of the content is proven");
   AddCommonOptions(*command, options, /*onlyProtected=*/true);
-  CLI::Option* const accept = AddAcceptOption(*command, options.accept);
+  CLI::Option* const accept = options.origin.AddOptions(*command);
   // What has become the default; scripts name it.
   command
       ->add_flag_callback(
@@ -220,7 +226,7 @@ ExitCode RunDecrypt(const ProtectOptions& options) {
       "Decrypting",
       [&](const cryptcli::Client& client, const cryptcli::Source& source, const cryptcli::Target& target) {
         cryptcli::Call call = run.GetSession().MakeCall();
-        call.accept = GetPolicy(options.accept);
+        options.origin.Apply(call);
         return client.Decrypt(options.session.connection.room, source, target, call);
       });
   if (code == ExitCode::Success) {

@@ -22,18 +22,24 @@ struct TargetOptions {
   std::optional<unsigned> GetMode() const;
 };
 
+/// Which origin "decrypt", "verify" and "rekey" accept.
+struct AcceptOptions {
+  std::string accept = "proven";
+  std::optional<std::string> expectedRoom;
+
+  /// Adds the options, and returns "--accept".
+  CLI::Option* AddOptions(CLI::App& command);
+  void Apply(cryptcli::Call& call) const;
+};
+
 /// What "encrypt" and "decrypt" have in common on the command line.
 struct ProtectOptions {
   SessionOptions session;
   TargetOptions target;
   std::vector<std::string> files;  ///< SOURCE and, unless --output names it, TARGET
-  std::string accept = "proven";   ///< "decrypt" alone
+  AcceptOptions origin;            ///< "decrypt" alone
   BulkOptions bulk;
 };
-
-/// Adds "--accept", the weakest origin that a command takes.
-CLI::Option* AddAcceptOption(CLI::App& command, std::string& accept);
-cryptcli::Policy GetPolicy(const std::string& accept);
 
 /// The source that a word of the command line names: a file, or with "-" standard input.
 cryptcli::Source GetSource(const std::string& name);

@@ -24,7 +24,7 @@ using Operation = std::function<cryptcli::Result<cryptcli::Report>(
 
 void AddCommonOptions(CLI::App& command, VerifyOptions& options, const char* files) {
   command.add_option("FILE", options.files, files);
-  AddAcceptOption(command, options.accept);
+  options.origin.AddOptions(command);
   options.bulk.AddOptions(command, /*onlyProtected=*/true);
   options.session.AddOptions(command);
   options.session.connection.AddRoomOption(command);
@@ -46,7 +46,7 @@ ExitCode RunOne(const Kind& kind, const VerifyOptions& options, const Operation&
   const auto work = [&] {
     report.Set("file", AnsiStr(file));
     cryptcli::Call call = session.MakeCall();
-    call.accept = GetPolicy(options.accept);
+    options.origin.Apply(call);
     // The library would wait for the first bytes without noticing a stop.
     if (file == kStandardStream && !WaitForInput(STDIN_FILENO, call.stop)) {
       return session.Fail(ExitCode::Failed, "The operation was cancelled");
@@ -83,7 +83,7 @@ ExitCode Run(const Kind& kind, const VerifyOptions& options, const Operation& op
   work.perform = [&](const cryptcli::Client& client, const std::string& source, const std::string&,
                      const cryptcli::Call& common) {
     cryptcli::Call call = common;
-    call.accept = GetPolicy(options.accept);
+    options.origin.Apply(call);
     return operation(client, source, call);
   };
   return RunBulk(work, options.files, options.bulk, options.session);

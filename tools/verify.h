@@ -6,6 +6,7 @@
 
 #include "tools/bulk.h"
 #include "tools/exit_code.h"
+#include "tools/protect.h"
 #include "tools/session.h"
 
 namespace CryptCli {
@@ -14,7 +15,7 @@ namespace CryptCli {
 struct VerifyOptions {
   SessionOptions session;
   std::vector<std::string> files;
-  std::string accept = "proven";
+  AcceptOptions origin;
   BulkOptions bulk;
 };
 

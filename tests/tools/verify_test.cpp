@@ -63,6 +63,27 @@ TEST_F(Verify, TakesAWeakerOriginThatIsAccepted) {
   EXPECT_THAT(finished.errors, HasSubstr("Warning: "));
 }
 
+TEST_F(Verify, RefusesAFileOfAnotherRoomThanTheExpectedOne) {
+  const std::string before = scratch_.Read("file.p7m");
+  for (const char* command : {"verify", "rekey", "decrypt"}) {
+    std::vector<std::string> words = {"--expected-room", "other", Path("file.p7m")};
+    if (std::string(command) == "decrypt") words.push_back(Path("opened.txt"));
+    const Finished finished = Run(command, words);
+    EXPECT_EQ(finished.code, 3) << command;
+    EXPECT_THAT(finished.errors, HasSubstr("room \"other\" was expected")) << command;
+  }
+  EXPECT_EQ(Run("verify", {"--expected-room", "demo", Path("file.p7m")}).code, 0);
+  EXPECT_EQ(scratch_.Read("file.p7m"), before);
+  EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
+}
+
+// As an unset variable in a script would give it.
+TEST_F(Verify, AnEmptyExpectedRoomIsRefused) {
+  const Finished finished = Run("verify", {"--expected-room", "", Path("file.p7m")});
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_THAT(finished.errors, HasSubstr("expected room"));
+}
+
 TEST_F(Verify, ADamagedFileIsCode7) {
   scratch_.Make("short.p7m", scratch_.Read("file.p7m").substr(0, 500));
   EXPECT_EQ(Run("verify", {Path("short.p7m")}).code, 7);
