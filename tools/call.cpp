@@ -13,6 +13,7 @@
 #include "foundation/json.h"
 #include "foundation/reference.h"
 #include "tools/files.h"
+#include "tools/operations.h"
 #include "tools/staging_file.h"
 
 namespace CryptCli {
@@ -89,6 +90,8 @@ ExitCode Call(Session& session, const CallOptions& options, const AnsiStr& argum
   code =
       session.Watched("Calling", [&] { return session.PerformJSON(options.operation, arguments, result); });
   if (!HasResult(code)) return code;
+  const std::string unknown = CheckArgumentNames(options.operation, arguments);
+  if (!unknown.empty()) return session.Fail(ExitCode::Usage, AnsiStr(unknown));
   AnsiStr errorText;
   if (result.Contains("filename") && !KeepLog(session.GetTemporary(), result, errorText)) {
     return session.FailFile(errorText);
@@ -127,6 +130,9 @@ ExitCode RunCall(const CallOptions& options) {
     const bool isRead = ReadArguments(options.arguments, session.MakeCall().stop, arguments, errorText);
     return isRead ? ExitCode::Success : session.Fail(ExitCode::Usage, errorText);
   });
+  // Before the arguments, which somebody may have to type.
+  const std::string unknown = CheckOperation(options.operation);
+  if (!unknown.empty()) return session.Finish(session.Fail(ExitCode::Usage, AnsiStr(unknown)));
   return session.Finish(code == ExitCode::Success ? Call(session, options, arguments) : code);
 }
 

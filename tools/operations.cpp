@@ -3,7 +3,10 @@
 #include "tools/operations.h"
 
 #include <CLI/Option.hpp>
+#include <algorithm>
 #include <cryptcli/cryptcli.hpp>
+#include <optional>
+#include <string_view>
 #include <vector>
 
 #include "foundation/array.h"
@@ -32,10 +35,29 @@ AnsiStr TextOf(const KVMap& map, const char* name) {
   return map.Get(name).AsString();
 }
 
-// As "call" takes them.
+// What "call" takes before the name of an operation.
+constexpr std::string_view kPrefix = "Crypt";
+
+std::string_view WithoutPrefix(std::string_view name) {
+  return name.starts_with(kPrefix) ? name.substr(kPrefix.size()) : name;
+}
+
 bool IsName(const KVMap& operation, const std::string& name) {
-  const std::string own(TextOf(operation, "name").View());
-  return name == own || name == "Crypt" + own;
+  return TextOf(operation, "name") == AnsiStr(WithoutPrefix(name));
+}
+
+// The members "name" of the objects in a list.
+std::vector<std::string> GetNames(const Array<Val>& objects) {
+  std::vector<std::string> names;
+  for (const Val& object : objects) names.emplace_back(TextOf(object.AsMap(), "name").View());
+  return names;
+}
+
+std::optional<KVMap> FindOperation(const std::string& name) {
+  for (const Val& operation : ReadOperations()) {
+    if (IsName(operation.AsMap(), name)) return operation.AsMap();
+  }
+  return std::nullopt;
 }
 
 void ShowArgument(const KVMap& argument, Report& report) {
@@ -49,14 +71,6 @@ void Show(const KVMap& operation, Report& report) {
   for (const Val& argument : operation.Get("arguments").AsArray()) ShowArgument(argument.AsMap(), report);
 }
 
-ExitCode FailUnknown(const std::string& name, const std::vector<std::string>& known, Report& report) {
-  std::string text = "Unknown operation \"" + name + "\"";
-  const std::string similar = FindSimilar(name, known);
-  if (!similar.empty()) text += "; did you mean \"" + similar + "\"?";
-  report.Fail(AnsiStr(text));
-  return ExitCode::Usage;
-}
-
 }  // namespace
 
 CLI::App* AddOperations(CLI::App& app, OperationsOptions& options) {
@@ -68,17 +82,39 @@ CLI::App* AddOperations(CLI::App& app, OperationsOptions& options) {
   return command;
 }
 
+std::string CheckOperation(const std::string& name) {
+  if (FindOperation(name)) return {};
+  const std::string_view meant = name == kPrefix ? name : WithoutPrefix(name);
+  return "Unknown operation \"" + name + "\"" + Suggest(meant, GetNames(ReadOperations()));
+}
+
+std::string CheckArgumentNames(const std::string& operation, const AnsiStr& arguments) {
+  const std::optional<KVMap> found = FindOperation(operation);
+  Val value;
+  AnsiStr reason;
+  if (!found || !OruGuiBase::JSON2Val(arguments, value, reason)) return {};
+  const std::vector<std::string> known = GetNames(found->Get("arguments").AsArray());
+  for (const auto& [key, ignored] : value.AsMap()) {
+    const std::string name(key.View());
+    if (std::find(known.begin(), known.end(), name) != known.end()) continue;
+    return "Unknown argument \"" + name + "\" of " + std::string(TextOf(*found, "name").View()) +
+           Suggest(name, known);
+  }
+  return {};
+}
+
 ExitCode RunOperations(const OperationsOptions& options) {
   Report report("operations", options.json);
   Array<Val> shown;
-  std::vector<std::string> known;
   for (const Val& operation : ReadOperations()) {
-    known.emplace_back(TextOf(operation.AsMap(), "name").View());
     if (!options.name.empty() && !IsName(operation.AsMap(), options.name)) continue;
     shown.Append(operation);
     Show(operation.AsMap(), report);
   }
-  if (shown.IsEmpty()) return report.Finish(FailUnknown(options.name, known, report));
+  if (shown.IsEmpty()) {
+    report.Fail(AnsiStr(CheckOperation(options.name)));
+    return report.Finish(ExitCode::Usage);
+  }
   report.Set("operations", shown);
   return report.Finish(ExitCode::Success);
 }

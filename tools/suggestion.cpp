@@ -1,6 +1,7 @@
 #include "tools/suggestion.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace CryptCli {
 
@@ -25,19 +26,48 @@ std::size_t EditDistance(std::string_view a, std::string_view b) {
   return last[b.size()];
 }
 
+namespace {
+
+std::string ToLower(std::string_view word) {
+  std::string lower(word);
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return lower;
+}
+
+// Without the hyphens of an option.
+char FirstLetter(std::string_view word) {
+  const std::size_t at = word.find_first_not_of('-');
+  return at == std::string_view::npos ? '\0' : word[at];
+}
+
+}  // namespace
+
+// People misspell the middle of a word rather than its beginning. So of two words at the same distance the
+// one with the same first letter was meant.
 std::string FindSimilar(std::string_view word, const std::vector<std::string>& known) {
+  const std::string wanted = ToLower(word);
   // A third of the letters may be wrong; more would suggest words that have nothing in common with it.
-  std::size_t least = std::max<std::size_t>(1, word.size() / 3) + 1;
+  const std::size_t limit = std::max<std::size_t>(1, word.size() / 3);
+  std::pair<std::size_t, bool> least{limit + 1, false};
   std::string similar;
   for (const std::string& candidate : known) {
+    const std::string other = ToLower(candidate);
     // The beginning of a word counts as one mistake: "--require" for "--require-verified".
-    const bool isBeginning = word.size() >= 4 && candidate.starts_with(word);
-    const std::size_t distance = isBeginning ? 1 : EditDistance(word, candidate);
-    if (distance >= least) continue;
-    least = distance;
+    const bool isBeginning = wanted.size() >= 4 && other.starts_with(wanted);
+    const std::size_t distance = isBeginning ? 1 : EditDistance(wanted, other);
+    const std::pair<std::size_t, bool> rank{distance, FirstLetter(wanted) != FirstLetter(other)};
+    if (rank >= least) continue;
+    least = rank;
     similar = candidate;
   }
   return similar;
+}
+
+std::string Suggest(std::string_view word, const std::vector<std::string>& known) {
+  const std::string similar = FindSimilar(word, known);
+  return similar.empty() ? similar : "; did you mean \"" + similar + "\"?";
 }
 
 }  // namespace CryptCli

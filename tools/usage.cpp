@@ -24,10 +24,7 @@ std::string Quote(std::string_view word) {
 }
 
 std::string Unknown(const char* what, const std::string& word, const std::vector<std::string>& known) {
-  const std::string similar = FindSimilar(word, known);
-  std::string text = std::string("Unknown ") + what + " " + Quote(word);
-  if (!similar.empty()) text += "; did you mean " + Quote(similar) + "?";
-  return text;
+  return std::string("Unknown ") + what + " " + Quote(word) + Suggest(word, known);
 }
 
 const CLI::App* GetCommand(const CLI::App& app) {

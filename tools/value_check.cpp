@@ -23,10 +23,7 @@ CLI::Validator OneOf(std::vector<std::string> words) {
             for (const std::string& word : words) {
               if (value == word) return std::string();
             }
-            const std::string similar = FindSimilar(value, words);
-            std::string reason = "\"" + value + "\" is none of " + Join(words);
-            if (!similar.empty()) reason += "; did you mean \"" + similar + "\"?";
-            return reason;
+            return "\"" + value + "\" is none of " + Join(words) + Suggest(value, words);
           },
           ""};
 }

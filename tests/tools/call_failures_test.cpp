@@ -40,10 +40,15 @@ TEST_F(CallFailures, AFailureIsInTheJSON) {
 }
 
 TEST_F(CallFailures, AnUnknownOperationIsCode2) {
-  for (const char* name : {"encrypt", "UpdateKey", "CryptCryptUpdate", "Crypt", "", "ConfigGroup "}) {
+  const std::vector<std::pair<std::string, std::string>> rows = {
+      {"encrypt", "Encrypt"}, {"UpdateKey", "Update"},         {"CryptUpdat", "Update"},
+      {"Crypt", ""},          {"ConfigGroup ", "ConfigGroup"}, {"getauditlog", "GetAuditLog"},
+      {"Rekey", ""},          {"CryptCryptUpdate", ""},        {"", ""}};
+  for (const auto& [name, meant] : rows) {
     const Finished finished = Call(name, Texts({}));
     EXPECT_EQ(finished.code, 2) << name;
-    EXPECT_EQ(finished.errors, std::string("cryptcli: Unknown operation \"") + name + "\"\n");
+    const std::string suggestion = meant.empty() ? "" : "; did you mean \"" + meant + "\"?";
+    EXPECT_EQ(finished.errors, "cryptcli: Unknown operation \"" + name + "\"" + suggestion + "\n");
     EXPECT_THAT(finished.output, IsEmpty());
   }
   EXPECT_THAT(stand_.GetEvents(), IsEmpty());
@@ -129,7 +134,8 @@ TEST_F(CallFailures, AMissingArgumentIsCode2) {
 TEST_F(CallFailures, AMisspeltArgumentIsCode2AndNothingIsSent) {
   const Finished finished = Call("ConfigGroup", Texts({{"group", kGroup}, {"gruopname", "secret"}}));
   EXPECT_EQ(finished.code, 2);
-  EXPECT_EQ(finished.errors, "cryptcli: Unknown argument \"gruopname\" of ConfigGroup\n");
+  EXPECT_EQ(finished.errors,
+            "cryptcli: Unknown argument \"gruopname\" of ConfigGroup; did you mean \"groupname\"?\n");
   EXPECT_THAT(stand_.GetEvents(), IsEmpty());
 }
 

@@ -23,6 +23,17 @@ TEST(FindSimilar, FindsAWordByItsBeginning) {
   EXPECT_EQ(FindSimilar("--require", {"--room", "--require-verified"}), "--require-verified");
 }
 
+TEST(FindSimilar, PrefersTheSameFirstLetterAtTheSameDistance) {
+  EXPECT_EQ(EditDistance("dncrypt", "encrypt"), 1U);
+  EXPECT_EQ(FindSimilar("dncrypt", {"encrypt", "decrypt"}), "decrypt");
+  EXPECT_EQ(FindSimilar("--noom", {"--room", "--noon"}), "--noon");
+  EXPECT_EQ(FindSimilar("encrpt", {"decrpt", "encrypt"}), "encrypt");
+}
+
+TEST(FindSimilar, IgnoresTheCaseOfLetters) {
+  EXPECT_EQ(FindSimilar("GETAUDITLOG", {"Update", "GetAuditLog"}), "GetAuditLog");
+}
+
 TEST(FindSimilar, SuggestsNothingThatHasLittleInCommon) {
   EXPECT_EQ(FindSimilar("protect", {"encrypt", "decrypt", "sign"}), "");
   EXPECT_EQ(FindSimilar("x", {"sign", "call"}), "");
