@@ -75,10 +75,6 @@ class Run {
   }
 
   ExitCode Perform(const Operation& operation) {
-    // The library would wait for the first bytes without noticing a stop.
-    if (GetSourceName() == kStandardStream && !WaitForInput(STDIN_FILENO, session_.MakeCall().stop)) {
-      return session_.Fail(ExitCode::Failed, "The operation was cancelled");
-    }
     const cryptcli::Result<cryptcli::Report> done =
         operation(session_.GetClient(), GetSource(GetSourceName()), staging_.GetPath());
     if (!done) return session_.Fail(done.error());

@@ -6,7 +6,6 @@
 #include <CLI/Option.hpp>
 #include <algorithm>
 #include <functional>
-#include <unistd.h>
 
 #include "tools/files.h"
 #include "tools/origin.h"
@@ -47,10 +46,6 @@ ExitCode RunOne(const Kind& kind, const VerifyOptions& options, const Operation&
     report.Set("file", AnsiStr(file));
     cryptcli::Call call = session.MakeCall();
     options.origin.Apply(call);
-    // The library would wait for the first bytes without noticing a stop.
-    if (file == kStandardStream && !WaitForInput(STDIN_FILENO, call.stop)) {
-      return session.Fail(ExitCode::Failed, "The operation was cancelled");
-    }
     const cryptcli::Result<cryptcli::Report> found = operation(session.GetClient(), file, call);
     if (!found) {
       const ExitCode code = FailWith(report, found.error());

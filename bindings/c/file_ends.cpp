@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <poll.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
 #include "foundation/reference.h"
+#include "foundation/threadobserver.h"
 
 namespace CryptCliC {
 
@@ -50,11 +52,32 @@ bool Fail(int number) {
   return FailWithErrno();
 }
 
-std::int64_t ReadSome(int descriptor, char* buffer, std::uint32_t size) {
+bool IsCancelled() {
+  OruGuiBase::IThreadObserver* const observer = OruGuiBase::GetThreadObserver();
+  return observer != nullptr && observer->IsCancelled();
+}
+
+// Waits for input or its end. A stream may stall for any time, and nothing wakes this thread when the caller
+// cancels, so it looks now and then. What cannot be polled is left to read().
+bool WaitForInput(int descriptor) {
+  constexpr int kLookMilliseconds = 50;
   for (;;) {
-    const ssize_t got = ::read(descriptor, buffer, size);
-    if (got >= 0 || errno != EINTR) return got;
+    if (IsCancelled()) {
+      errno = ECANCELED;
+      return false;
+    }
+    pollfd ready{descriptor, POLLIN, 0};
+    const int count = ::poll(&ready, 1, kLookMilliseconds);
+    if (count > 0 || (count < 0 && errno != EINTR)) return true;
   }
+}
+
+std::int64_t ReadSome(int descriptor, char* buffer, std::uint32_t size) {
+  while (WaitForInput(descriptor)) {
+    const ssize_t got = ::read(descriptor, buffer, size);
+    if (got >= 0 || (errno != EINTR && errno != EAGAIN)) return got;
+  }
+  return -1;
 }
 
 bool WriteWhole(int descriptor, const char* bytes, std::size_t size) {
@@ -123,18 +146,13 @@ std::uint64_t Source::GetSize() const {
 }
 
 bool Source::CopyFrom(const File& stream) {
-  FileReader reader;
-  FileWriter writer;
-  if (!reader.Open(stream)) return false;
-  copy_.Take(File(OruGuiBase::FileType::Temporary, stream.GetTail(), true));
-  file_ = copy_.GetFile();
-  if (file_.IsEmpty() || !writer.Open(file_)) return false;
-  CopyBuffer buffer;
-  std::int64_t got = 0;
-  while ((got = reader.Read(buffer.GetData(), buffer.GetSize())) > 0) {
-    if (!writer.Write(buffer.GetData(), static_cast<std::uint32_t>(got))) return false;
-  }
-  return got == 0 && writer.Close();
+  const int descriptor = ::open(stream.GetPath().GetText(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  if (descriptor < 0) return FailWithErrno();
+  // Only opening must not wait, for the first writer of a named pipe: ReadSome does, and can be cancelled.
+  ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+  const bool isCopied = CopyFrom(descriptor);
+  ::close(descriptor);
+  return isCopied;
 }
 
 // From where the descriptor stands, as a program expects that hands over what it has begun to read.

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
@@ -228,6 +229,28 @@ TEST_F(WatchedCommand, ASignalIsReportedWhileInputIsAwaited) {
     EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
   }
   ::close(input);
+}
+
+TEST_F(WatchedCommand, ASignalEndsItWhileASourceStalls) {
+  ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
+  const int pipe = ::open(Path("pipe").c_str(), O_RDWR | O_CLOEXEC);
+  const std::vector<std::vector<std::string>> rows = {Arguments("encrypt", {"-", Path("t")}),
+                                                      Arguments("verify", {Path("pipe")})};
+  for (const auto& arguments : rows) {
+    ASSERT_EQ(::write(pipe, "first", 5), 5);
+    Process process({CRYPTCLI_COMMAND, arguments, "", false, Path("pipe")});
+    const auto isRead = [&] {
+      pollfd ready{pipe, POLLIN, 0};
+      return ::poll(&ready, 1, 0) == 0;
+    };
+    EXPECT_TRUE(WaitFor(isRead)) << arguments.front();
+    const auto begin = std::chrono::steady_clock::now();
+    process.Signal(SIGINT);
+    EXPECT_EQ(process.Wait(), 128 + SIGINT) << arguments.front();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s) << arguments.front();
+    EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+  }
+  ::close(pipe);
 }
 
 TEST_F(WatchedCommand, ACancelledFileOfManyHasTheCodeOfTheSignal) {
