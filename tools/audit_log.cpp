@@ -64,8 +64,8 @@ ExitCode Run(Session& session, const AuditLogOptions& options) {
 
 void ShowResult(Report& report, const AuditLogOptions& options, ExitCode code) {
   if (options.output.empty() || !HasResult(code)) return;
-  report.Line(AnsiStr("Wrote the audit log of ") + AnsiStr(options.group) + " to " + AnsiStr(options.output) +
-              (code == ExitCode::Partial ? " (NOT complete)" : ""));
+  report.Line(AnsiStr("Wrote the audit log of ") + AnsiStr(options.group) + " to " +
+              AnsiStr(NameTarget(options.output)) + (code == ExitCode::Partial ? " (NOT complete)" : ""));
 }
 
 }  // namespace

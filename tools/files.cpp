@@ -56,7 +56,18 @@ AnsiStr DescribeFailure(const char* what, const AnsiStr& path) {
 }
 
 AnsiStr DescribeFailure(const char* what, const AnsiStr& path, const AnsiStr& reason) {
-  return AnsiStr("Could not ") + what + " " + OruGuiBase::SimpleQuote(path) + ": " + reason;
+  const bool isWritten = std::string_view(what) == "write";
+  const AnsiStr stream = isWritten ? "to standard output" : "standard input";
+  const AnsiStr name = path == kStandardStream ? stream : OruGuiBase::SimpleQuote(path);
+  return AnsiStr("Could not ") + what + " " + name + ": " + reason;
+}
+
+std::string NameSource(const std::string& name) {
+  return name == kStandardStream ? "standard input" : name;
+}
+
+std::string NameTarget(const std::string& name) {
+  return name == kStandardStream ? "standard output" : name;
 }
 
 bool ReadFile(const std::string& path, AnsiStr& content) {

@@ -10,7 +10,15 @@
 
 namespace CryptCli {
 
-/// The message "Could not WHAT "PATH": REASON". Without a reason it takes the one in the error state.
+/// The name that stands for standard input as source and for standard output as target.
+inline constexpr const char* kStandardStream = "-";
+
+/// A source or a target for people: its name, or for "-" what that stands for.
+std::string NameSource(const std::string& name);
+std::string NameTarget(const std::string& name);
+
+/// The message "Could not WHAT "PATH": REASON", where "-" is the standard stream that is meant. Without a
+/// reason it takes the one in the error state.
 OruGuiBase::AnsiStr DescribeFailure(const char* what, const OruGuiBase::AnsiStr& path);
 OruGuiBase::AnsiStr DescribeFailure(const char* what, const OruGuiBase::AnsiStr& path,
                                     const OruGuiBase::AnsiStr& reason);

@@ -63,7 +63,7 @@ class Run {
   Report& GetReport() { return session_.GetReport(); }
   Session& GetSession() { return session_; }
   const std::string& GetSourceName() const { return options_.files.front(); }
-  const std::string& GetTargetName() const { return target_; }
+  std::string DescribeEnds() const { return NameSource(GetSourceName()) + " to " + NameTarget(target_); }
   const cryptcli::Report& GetFound() const { return found_; }
 
  private:
@@ -208,8 +208,7 @@ ExitCode RunEncrypt(const ProtectOptions& options) {
       });
   if (code == ExitCode::KeyRefused) run.GetReport().Set("keyRefused", true);
   if (code == ExitCode::Success) {
-    run.GetReport().Line(AnsiStr("Encrypted ") + AnsiStr(run.GetSourceName()) + " to " +
-                         AnsiStr(run.GetTargetName()));
+    run.GetReport().Line(AnsiStr("Encrypted " + run.DescribeEnds()));
     if (options.session.verbose) ShowRoom(run.GetReport(), run.GetFound());
   }
   return run.Finish(code);
@@ -227,8 +226,7 @@ ExitCode RunDecrypt(const ProtectOptions& options) {
       });
   if (code == ExitCode::Success) {
     const cryptcli::Origin origin = run.GetFound().origin.value_or(cryptcli::Origin::Unsigned);
-    run.GetReport().Line(AnsiStr("Decrypted ") + AnsiStr(run.GetSourceName()) + " to " +
-                         AnsiStr(run.GetTargetName()) + " (" + NameOrigin(origin) + ")");
+    run.GetReport().Line(AnsiStr("Decrypted " + run.DescribeEnds() + " (" + NameOrigin(origin) + ")"));
     ShowOrigin(run.GetReport(), run.GetFound(), options.session.verbose);
   }
   return run.Finish(code);

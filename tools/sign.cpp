@@ -40,6 +40,7 @@ class Signing {
  private:
   ExitCode Run() {
     if (options_.source.empty() == options_.hash.empty()) return Refuse("Name either a FILE or a --hash");
+    if (options_.source == kStandardStream) return Refuse("Standard input cannot be signed: name a FILE");
     if (options_.binary && options_.session.json && options_.output.empty()) {
       return Refuse("--binary with --json needs --output");
     }
@@ -112,7 +113,7 @@ class Signing {
       return true;
     }
     if (!Write(bytes, errorText) || !staging_.Commit(errorText)) return false;
-    session_.GetReport().Line(AnsiStr("Wrote the signature to ") + AnsiStr(options_.output));
+    session_.GetReport().Line(AnsiStr("Wrote the signature to " + NameTarget(options_.output)));
     return true;
   }
 

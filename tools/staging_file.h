@@ -5,11 +5,9 @@
 
 #include "foundation/ansistr.h"
 #include "foundation/file.h"
+#include "tools/files.h"
 
 namespace CryptCli {
-
-/// The name that stands for standard input as source and for standard output as target.
-inline constexpr const char* kStandardStream = "-";
 
 /// The file that an operation writes before its content becomes the target. A target that can be replaced
 /// therefore appears complete or not at all, and an existing one stays until then. Owns the file and deletes

@@ -50,11 +50,11 @@ ExitCode RunOne(const Kind& kind, const VerifyOptions& options, const Operation&
     if (!found) {
       const ExitCode code = FailWith(report, found.error());
       // The message may be about a server as well; in JSON the file is a member.
-      if (!options.session.json) report.Fail(AnsiStr(file + ": " + found.error().message));
+      if (!options.session.json) report.Fail(AnsiStr(NameSource(file) + ": " + found.error().message));
       return code;
     }
     report.SetAll(found->json);
-    report.Line(AnsiStr(kind.done) + " " + AnsiStr(file) + " (" +
+    report.Line(AnsiStr(kind.done) + " " + AnsiStr(NameSource(file)) + " (" +
                 NameOrigin(found->origin.value_or(cryptcli::Origin::Unsigned)) + ")");
     ShowOrigin(report, *found, options.session.verbose);
     return ExitCode::Success;

@@ -95,7 +95,7 @@ TEST_F(CallFailures, ReportsUnreadableStandardInput) {
   const Finished finished = RunProcess(
       {CRYPTCLI_COMMAND, WithService("call", {"ConfigGroup", "--args", "-"}), "", false, Path("temporary")});
   EXPECT_EQ(finished.code, 2);
-  EXPECT_EQ(finished.errors, "cryptcli: Could not read \"-\": Is a directory\n");
+  EXPECT_EQ(finished.errors, "cryptcli: Could not read standard input: Is a directory\n");
 }
 
 TEST_F(CallFailures, ArgumentsThatCannotBeReadAreCode2) {

@@ -32,12 +32,12 @@ class Stream : public CommandTest {
 TEST_F(Stream, AHyphenIsStandardInputAndOutput) {
   const Finished enciphered = RunWithInput(Arguments("encrypt", {"-", "-"}), Path("plain.txt"));
   EXPECT_EQ(enciphered.code, 0) << enciphered.errors;
-  EXPECT_EQ(enciphered.errors, "Encrypted - to -\n");
+  EXPECT_EQ(enciphered.errors, "Encrypted standard input to standard output\n");
   scratch_.Make("file.p7m", enciphered.output);
   const Finished opened = RunWithInput(Arguments("decrypt", {"-", "-"}), Path("file.p7m"));
   EXPECT_EQ(opened.code, 0) << opened.errors;
   EXPECT_EQ(opened.output, "The plain content.\n");
-  EXPECT_THAT(opened.errors, HasSubstr("Decrypted - to - (origin proven)\n"));
+  EXPECT_THAT(opened.errors, HasSubstr("Decrypted standard input to standard output (origin proven)\n"));
   EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
 }
 
@@ -119,7 +119,7 @@ TEST_F(Stream, AFullStandardOutputIsAFailure) {
   const Finished finished =
       RunProcess({CRYPTCLI_COMMAND, Arguments("encrypt", {Path("plain.txt"), "-"}), "/dev/full"});
   EXPECT_EQ(finished.code, 1);
-  EXPECT_THAT(finished.errors, HasSubstr("No space left on device"));
+  EXPECT_EQ(finished.errors, "cryptcli: Could not write to standard output: No space left on device\n");
 }
 
 TEST_F(Stream, AFullTargetHasTheCodeOfALackOfSpace) {

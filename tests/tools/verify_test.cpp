@@ -106,6 +106,13 @@ TEST_F(Verify, ReadsStandardInput) {
   const Finished finished =
       RunProcess({CRYPTCLI_COMMAND, Arguments("verify", {"-"}), "", false, Path("file.p7m")});
   EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_THAT(finished.output, StartsWith("Verified standard input (origin proven)\n"));
+}
+
+TEST_F(Verify, NamesStandardInputThatIsNotProtected) {
+  const Finished finished =
+      RunProcess({CRYPTCLI_COMMAND, Arguments("verify", {"-"}), "", false, Path("plain.txt")});
+  EXPECT_THAT(finished.errors, StartsWith("cryptcli: standard input: Could not parse encrypted file: "));
 }
 
 TEST_F(Verify, OneFileHasTheFormOfManyWithAnOptionForMany) {
