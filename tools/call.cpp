@@ -30,11 +30,11 @@ constexpr std::uint32_t kMostOfOneName = 1000;
 // Far above any real arguments; keeps an endless pipe from filling the memory.
 constexpr std::uint32_t kMaxInput = 64 * 1024 * 1024;
 
-bool ReadStandardInput(const std::stop_token& stop, AnsiStr& text, AnsiStr& reason) {
+bool ReadToEnd(int descriptor, const std::stop_token& stop, AnsiStr& text, AnsiStr& reason) {
   char chunk[16384];
   ssize_t got = 1;
   while ((got > 0 || (got < 0 && errno == EINTR)) && text.GetLength() <= kMaxInput) {
-    got = ReadUnlessStopped(STDIN_FILENO, chunk, sizeof(chunk), stop);
+    got = ReadUnlessStopped(descriptor, chunk, sizeof(chunk), stop);
     if (got > 0) text.Append(chunk, static_cast<std::uint32_t>(got));
   }
   const int failure = errno;
@@ -52,10 +52,16 @@ bool ReadStandardInput(const std::stop_token& stop, AnsiStr& text, AnsiStr& reas
 }
 
 bool ReadText(const std::string& source, const std::stop_token& stop, AnsiStr& text, AnsiStr& reason) {
-  if (source == kStandardStream) return ReadStandardInput(stop, text, reason);
-  if (ReadFile(source, text)) return true;
-  reason = OruGuiBase::GetSystemErrorText();
-  return false;
+  if (source == kStandardStream) return ReadToEnd(STDIN_FILENO, stop, text, reason);
+  const int descriptor = OpenForReading(source);
+  if (descriptor < 0) {
+    OruGuiBase::SetLastErrorFromErrno();
+    reason = OruGuiBase::GetSystemErrorText();
+    return false;
+  }
+  const bool isRead = ReadToEnd(descriptor, stop, text, reason);
+  close(descriptor);
+  return isRead;
 }
 
 bool ReadArguments(const std::string& source, const std::stop_token& stop, AnsiStr& arguments,
@@ -84,14 +90,14 @@ bool KeepLog(const OruGuiBase::Directory& place, KVMap& result, AnsiStr& errorTe
 }
 
 ExitCode Call(Session& session, const CallOptions& options, const AnsiStr& arguments) {
+  const std::string unknown = CheckArgumentNames(options.operation, arguments);
+  if (!unknown.empty()) return session.Fail(ExitCode::Usage, AnsiStr(unknown));
   ExitCode code = session.Open();
   if (code != ExitCode::Success) return code;
   KVMap result;
   code =
       session.Watched("Calling", [&] { return session.PerformJSON(options.operation, arguments, result); });
   if (!HasResult(code)) return code;
-  const std::string unknown = CheckArgumentNames(options.operation, arguments);
-  if (!unknown.empty()) return session.Fail(ExitCode::Usage, AnsiStr(unknown));
   AnsiStr errorText;
   if (result.Contains("filename") && !KeepLog(session.GetTemporary(), result, errorText)) {
     return session.FailFile(errorText);
@@ -124,15 +130,15 @@ CLI::App* AddCall(CLI::App& app, CallOptions& options) {
 ExitCode RunCall(const CallOptions& options) {
   Session session("call", options.session);
   session.GetReport().Set("name", AnsiStr(options.operation));
+  // Before the arguments, which somebody may have to type.
+  const std::string unknown = CheckOperation(options.operation);
+  if (!unknown.empty()) return session.Finish(session.Fail(ExitCode::Usage, AnsiStr(unknown)));
   AnsiStr arguments;
   const ExitCode code = session.Awaited([&] {
     AnsiStr errorText;
     const bool isRead = ReadArguments(options.arguments, session.MakeCall().stop, arguments, errorText);
     return isRead ? ExitCode::Success : session.Fail(ExitCode::Usage, errorText);
   });
-  // Before the arguments, which somebody may have to type.
-  const std::string unknown = CheckOperation(options.operation);
-  if (!unknown.empty()) return session.Finish(session.Fail(ExitCode::Usage, AnsiStr(unknown)));
   return session.Finish(code == ExitCode::Success ? Call(session, options, arguments) : code);
 }
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -37,7 +36,7 @@ bool IsFolder(const std::string& path) {
 }
 
 bool ReadWhole(const std::string& path, const std::stop_token& stop, std::string& text) {
-  const int descriptor = path == "-" ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int descriptor = path == kStandardStream ? ::dup(STDIN_FILENO) : OpenForReading(path);
   if (descriptor < 0) return false;
   char chunk[65536];
   ssize_t got = 1;

@@ -2,6 +2,7 @@
 #include "tools/files.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <memory>
 #include <poll.h>
 #include <string_view>
@@ -47,8 +48,23 @@ bool WaitForInput(int descriptor, const std::stop_token& stop) {
   return false;
 }
 
+int OpenForReading(const std::string& path) {
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  // From here on poll() waits, also for the first writer of a named pipe.
+  if (descriptor >= 0) fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+  return descriptor;
+}
+
 ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const std::stop_token& stop) {
   return WaitForInput(descriptor, stop) ? read(descriptor, bytes, size) : -1;
+}
+
+std::string NameSource(const std::string& name) {
+  return name == kStandardStream ? "standard input" : name;
+}
+
+std::string NameTarget(const std::string& name) {
+  return name == kStandardStream ? "standard output" : name;
 }
 
 AnsiStr DescribeFailure(const char* what, const AnsiStr& path) {
@@ -60,14 +76,6 @@ AnsiStr DescribeFailure(const char* what, const AnsiStr& path, const AnsiStr& re
   const AnsiStr stream = isWritten ? "to standard output" : "standard input";
   const AnsiStr name = path == kStandardStream ? stream : OruGuiBase::SimpleQuote(path);
   return AnsiStr("Could not ") + what + " " + name + ": " + reason;
-}
-
-std::string NameSource(const std::string& name) {
-  return name == kStandardStream ? "standard input" : name;
-}
-
-std::string NameTarget(const std::string& name) {
-  return name == kStandardStream ? "standard output" : name;
 }
 
 bool ReadFile(const std::string& path, AnsiStr& content) {

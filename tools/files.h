@@ -32,6 +32,10 @@ bool CopyToStandardOutput(const OruGuiBase::File& file);
 /// Waits for input or its end. False, with ECANCELED, once a stop is requested.
 bool WaitForInput(int descriptor, const std::stop_token& stop);
 
+/// Opens a file or a pipe for reading without waiting for somebody who writes to it: WaitForInput does that.
+/// Returns the descriptor, or -1 with errno.
+int OpenForReading(const std::string& path);
+
 /// Like read(), but fails with ECANCELED once a stop is requested, even while no input comes.
 ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const std::stop_token& stop);
 

@@ -114,6 +114,10 @@ ExitCode Session::Open() {
   AnsiStr errorText;
   if (!options_.connection.GetOptions(options, errorText)) return Fail(ExitCode::Usage, errorText);
   options.log = MakeLog(options_.trace);
+  return Watched("", [&] { return OpenClient(); });
+}
+
+ExitCode Session::OpenClient() {
   cryptcli::Result<cryptcli::Client> client = cryptcli::Client::Create(options);
   if (!client) {
     report_.Fail(client.error());

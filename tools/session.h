@@ -85,6 +85,7 @@ class Session {
   bool IsCancelled() const { return watch_.IsCancelled(); }
 
  private:
+  ExitCode OpenClient();
   ExitCode EndWatch(ExitCode code);
 
   const SessionOptions& options_;

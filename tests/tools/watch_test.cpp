@@ -231,6 +231,31 @@ TEST_F(WatchedCommand, ASignalIsReportedWhileInputIsAwaited) {
   ::close(input);
 }
 
+// Nobody opens the other end, so that already opening it would wait.
+TEST_F(WatchedCommand, ASignalEndsItWhileANamedPipeIsAwaited) {
+  ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
+  const std::vector<std::vector<std::string>> rows = {
+      Arguments("verify", {"--files-from", Path("pipe")}),
+      {"call", "--service", stand_.GetServiceUrl(), "Update", "--args", Path("pipe")},
+      Arguments("verify", {"--header-file", Path("pipe"), Path("file.p7m")}),
+      Arguments("verify", {Path("pipe")}),
+      Arguments("encrypt", {Path("pipe"), Path("t")})};
+  for (const auto& arguments : rows) {
+    Process process({CRYPTCLI_COMMAND, arguments});
+    EXPECT_TRUE(WaitFor([&] { return !scratch_.GetTemporaryNames().empty(); })) << arguments.front();
+    std::this_thread::sleep_for(300ms);
+    const auto begin = std::chrono::steady_clock::now();
+    process.Signal(SIGINT);
+    std::jthread guard([&](const std::stop_token& done) {
+      for (int i = 0; i < 100 && !done.stop_requested(); ++i) std::this_thread::sleep_for(100ms);
+      if (!done.stop_requested()) process.Signal(SIGKILL);
+    });
+    EXPECT_EQ(process.Wait(), 128 + SIGINT) << arguments.front();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 2s) << arguments.front();
+    EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty());
+  }
+}
+
 TEST_F(WatchedCommand, ASignalEndsItWhileASourceStalls) {
   ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
   const int pipe = ::open(Path("pipe").c_str(), O_RDWR | O_CLOEXEC);
