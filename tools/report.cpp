@@ -121,6 +121,11 @@ void Report::Bytes(std::string_view bytes) {
 void Report::Warn(const AnsiStr& text) {
   warning_ = text;
 }
+void Report::Warn(const AnsiStr& text, const KVMap& error) {
+  Warn(text);
+  // The names that an error of a failed operation has here.
+  for (const auto& [name, member] : error) members_.Set(name == "message" ? AnsiStr("error") : name, member);
+}
 void Report::Fail(const AnsiStr& text) {
   error_ = text;
 }

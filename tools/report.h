@@ -43,6 +43,9 @@ class Report {
   void Bytes(std::string_view bytes);
   /// Something that the user must know although the operation succeeded: "warning" in JSON.
   void Warn(const OruGuiBase::AnsiStr& text);
+  /// The same for what makes a result incomplete, with the members of an error that says why. In JSON it is
+  /// the "error" as well.
+  void Warn(const OruGuiBase::AnsiStr& text, const OruGuiBase::KVMap& error);
   /// Why the operation failed: "error" in JSON.
   void Fail(const OruGuiBase::AnsiStr& text);
   /// The same for a failure of the library, with all that it knows about it.

@@ -23,8 +23,9 @@ using OruGuiBase::Val;
 
 namespace {
 
-// The library's way to report an audit log that is not complete.
+// The library's way to report an audit log that is not complete: a message, and an object like an error's.
 constexpr const char* kWarning = "warning";
+constexpr const char* kFailure = "failure";
 
 // The directory in which this program makes its own, for whatever makes temporary files.
 Directory ChooseTemporary(const std::string& path) {
@@ -41,12 +42,14 @@ cryptcli::Log MakeLog(int depth) {
   return log;
 }
 
-// The result without the warning, which is a member of its own in a report.
-KVMap TakeWarning(const KVMap& object, AnsiStr& warning) {
+// The result without the warning and its reason, which are members of their own in a report.
+KVMap TakeWarning(const KVMap& object, AnsiStr& warning, KVMap& failure) {
   KVMap result;
   for (const auto& [name, value] : object) {
     if (name == kWarning) {
       warning = value.AsString();
+    } else if (name == kFailure) {
+      failure = value.AsMap();
     } else {
       result.Put(name, value);
     }
@@ -109,15 +112,16 @@ ExitCode Session::Fail(ExitCode code, const AnsiStr& errorText) {
   return code;
 }
 
+// Reads files that the options name. One may be a pipe that nobody writes to; a signal then ends the program.
 ExitCode Session::Open() {
-  cryptcli::Options options;
-  AnsiStr errorText;
-  if (!options_.connection.GetOptions(options, errorText)) return Fail(ExitCode::Usage, errorText);
-  options.log = MakeLog(options_.trace);
   return Watched("", [&] { return OpenClient(); });
 }
 
 ExitCode Session::OpenClient() {
+  cryptcli::Options options;
+  AnsiStr errorText;
+  if (!options_.connection.GetOptions(options, errorText)) return Fail(ExitCode::Usage, errorText);
+  options.log = MakeLog(options_.trace);
   cryptcli::Result<cryptcli::Client> client = cryptcli::Client::Create(options);
   if (!client) {
     report_.Fail(client.error());
@@ -184,9 +188,10 @@ ExitCode Session::PerformJSON(const std::string& operation, const AnsiStr& argum
     return Fail(ExitCode::Failed, AnsiStr("The result is no JSON: ") + reason);
   }
   AnsiStr warning;
-  result = TakeWarning(value.AsMap(), warning);
+  KVMap failure;
+  result = TakeWarning(value.AsMap(), warning, failure);
   if (warning.IsEmpty()) return ExitCode::Success;
-  report_.Warn(warning);
+  report_.Warn(warning, failure);
   return ExitCode::Partial;
 }
 

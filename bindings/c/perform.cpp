@@ -4,9 +4,11 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "bindings/c/boundary.h"
 #include "bindings/c/client.h"
+#include "bindings/c/error.h"
 #include "bindings/c/operation.h"
 #include "bindings/c/report.h"
 #include "bindings/c/text.h"
@@ -197,6 +199,23 @@ cryptcli_status ReadArguments(const NamedOperation& operation, const char* text,
   return wrong.empty() ? CRYPTCLI_OK : Fail(error, CRYPTCLI_INVALID_ARGUMENT, wrong);
 }
 
+// What kept some key servers from giving their part, as an error has it. Another one may have been asked
+// after them, so the code is that of the attempt whose message ends the warning.
+Val DescribeWarning(Operation& operation, std::string_view message) {
+  Failure failure = operation.MakeFailure(message);
+  for (const Attempt& attempt : failure.attempts) {
+    if (!message.ends_with(attempt.message)) continue;
+    failure.code = attempt.code;
+    failure.retryable = operation.IsWorthRetrying(attempt.code, attempt.message);
+  }
+  const std::unique_ptr<cryptcli_error, void (*)(cryptcli_error*)> error(MakeError(std::move(failure)),
+                                                                         cryptcli_error_free);
+  Val value;
+  AnsiStr reason;
+  OruGuiBase::JSON2Val(AnsiStr(cryptcli_error_json(error.get())), value, reason);
+  return value;
+}
+
 cryptcli_status Perform(const cryptcli_client& client, const NamedOperation& named, const KVMap& arguments,
                         cryptcli_call* call, cryptcli_report& report, cryptcli_error** error) {
   Operation operation(client, call);
@@ -207,7 +226,10 @@ cryptcli_status Perform(const cryptcli_client& client, const NamedOperation& nam
   if (code < 0) return Fail(error, operation.MakeFailure(message.View()));
   KVMap object = result.AsMap();
   // An audit log without the part of some key servers.
-  if (!message.IsEmpty()) SetText(object, "warning", message.View());
+  if (!message.IsEmpty()) {
+    SetText(object, "warning", message.View());
+    object.Put("failure", DescribeWarning(operation, message.View()));
+  }
   report.json = ToJson(object);
   return CRYPTCLI_OK;
 }

@@ -62,6 +62,20 @@ class AuditLogCommand : public OperationTest {
   }
 };
 
+TEST_F(AuditLogCommand, AnIncompleteLogHasTheMembersOfAnErrorInTheJSON) {
+  ASSERT_TRUE(stand_.SetFault(0, {FaultType::Down}));
+  const Finished finished = RunCommand(Arguments({"--json", "-o", Path("log.csv")}));
+  EXPECT_EQ(finished.code, 5) << finished.errors;
+  const OruGuiBase::KVMap report = Map(finished.output);
+  EXPECT_FALSE(report.Get("complete").AsBool());
+  EXPECT_EQ(Str(report.Get("code").AsString()), "unreachable");
+  EXPECT_EQ(Str(report.Get("error").AsString()), Str(report.Get("warning").AsString()));
+  EXPECT_TRUE(report.Get("retryable").AsBool());
+  const OruGuiBase::Array<OruGuiBase::Val> attempts = report.Get("attempts").AsArray();
+  ASSERT_EQ(attempts.GetCount(), 1U);
+  EXPECT_EQ(Str(attempts[0].AsMap().Get("server").AsString()), stand_.GetKeyServerUrls().front());
+}
+
 TEST_F(AuditLogCommand, GoesToStandardOutput) {
   const Finished finished = Run({});
   EXPECT_EQ(finished.code, 0);

@@ -104,6 +104,8 @@ TEST_F(Call, APartialAuditLogIsInTheJSON) {
   EXPECT_FALSE(report.Get("success").AsBool());
   EXPECT_EQ(Str(report.Get("warning").AsString()),
             "Could not get audit log from all key servers: 607 Key Not Found");
+  EXPECT_EQ(Str(report.Get("code").AsString()), "server_error");
+  EXPECT_EQ(report.Get("result").AsMap().GetCount(), 1U) << "the file name alone";
   EXPECT_THAT(finished.errors, IsEmpty());
   TakeLog();
 }
