@@ -34,7 +34,10 @@ void AddCommonOptions(CLI::App& command, ProtectOptions& options, bool onlyProte
 class Run {
  public:
   Run(const char* operation, const ProtectOptions& options)
-      : options_(options), session_(operation, options.session) {}
+      : options_(options), session_(operation, options.session) {
+    // No thread runs yet: the first one comes with the first work of the session.
+    if (const auto mode = options.target.GetMode()) RestrictNewFiles(*mode);
+  }
 
   using Operation = std::function<cryptcli::Result<cryptcli::Report>(
       const cryptcli::Client& client, const cryptcli::Source& source, const cryptcli::Target& target)>;

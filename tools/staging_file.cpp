@@ -45,6 +45,19 @@ bool IsStandardOutputToo(const struct stat& status) {
          output.st_ino == status.st_ino;
 }
 
+// What replaces a file gets its mode, group and access list before it gets its name. So the wanted mode has
+// to limit the old file first, or the new content could be opened by more than may do so. Returns the mode to
+// restore if the file is not replaced.
+std::optional<unsigned> NarrowTarget(const std::string& target, std::optional<unsigned> wanted) {
+  struct stat status {};
+  if (!wanted || lstat(target.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  const unsigned mode = status.st_mode & 07777;
+  // The owner's bits stay: a target that cannot be replaced is opened and written.
+  const unsigned narrow = mode & (*wanted | S_IRWXU);
+  if (narrow == mode || chmod(target.c_str(), narrow) != 0) return std::nullopt;
+  return mode;
+}
+
 }  // namespace
 
 bool StagingFile::Open(const std::string& source, const std::string& target, bool replace,
@@ -121,16 +134,21 @@ bool StagingFile::Commit(AnsiStr& errorText) {
   // empty it.
   if (isStandardOutput_) {
     if (CopyToStandardOutput(GetFile())) return true;
-  } else if (GetFile().Move(File(AnsiStr(target_)), !replace_)) {
-    file_.GiveUp();
-    if (GiveMode()) return true;
+  } else {
+    const std::optional<unsigned> before = replace_ ? NarrowTarget(target_, mode_) : std::nullopt;
+    if (GetFile().Move(File(AnsiStr(target_)), !replace_)) {
+      file_.GiveUp();
+      if (GiveMode()) return true;
+    } else if (before) {
+      chmod(target_.c_str(), *before);
+    }
   }
   errorText = DescribeFailure("write", AnsiStr(target_));
   return false;
 }
 
-// A device keeps its permissions. Until here a new file had those that the umask allows, which
-// RestrictNewFiles has narrowed to the wanted ones.
+// A device keeps its permissions. Until here a file has had at most the wanted ones: a new one those that the
+// umask allows, which RestrictNewFiles has narrowed.
 bool StagingFile::GiveMode() const {
   struct stat status {};
   if (!mode_ || (stat(target_.c_str(), &status) == 0 && !S_ISREG(status.st_mode))) return true;

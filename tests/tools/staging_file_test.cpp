@@ -1,7 +1,10 @@
 #include "tools/staging_file.h"
 
+#include <atomic>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <thread>
 
 #include "tests/support/files.h"
 #include "tests/support/text.h"
@@ -70,6 +73,56 @@ TEST_F(StagingFileTest, LeavesTheOldTargetUntilItIsReplaced) {
   EXPECT_EQ(scratch_.Read("target"), "old");
   ASSERT_TRUE(staging.Commit(reason_));
   EXPECT_EQ(scratch_.Read("target"), "new");
+}
+
+// Looks at the target all the time, since nothing else shows what it is like between two calls of the system.
+TEST_F(StagingFileTest, NewContentNeverHasAWiderModeThanWanted) {
+  std::atomic<bool> isOver{false};
+  std::atomic<int> wide{0};
+  scratch_.Make("target", "old");
+  std::thread watcher([&] {
+    struct stat status {};
+    while (!isOver) {
+      const bool isNew = ::stat(Path("target").c_str(), &status) == 0 && status.st_size > 3;
+      if (isNew && (status.st_mode & 077U) != 0) ++wide;
+    }
+  });
+  for (int round = 0; round < 300; ++round) {
+    std::filesystem::remove(Path("target"));
+    scratch_.Make("target", "old");
+    std::filesystem::permissions(Path("target"), std::filesystem::perms(0644));
+    StagingFile staging;
+    staging.SetMode(0600);
+    ASSERT_TRUE(Open(staging, true)) << Str(reason_);
+    TestSupport::WriteFile(staging.GetPath(), "new content");
+    ASSERT_TRUE(staging.Commit(reason_)) << Str(reason_);
+  }
+  isOver = true;
+  watcher.join();
+  EXPECT_EQ(wide, 0);
+}
+
+TEST_F(StagingFileTest, ATargetThatIsNotReplacedKeepsItsMode) {
+  scratch_.Make("target", "old");
+  std::filesystem::permissions(Path("target"), std::filesystem::perms(0644));
+  StagingFile staging;
+  staging.SetMode(0600);
+  ASSERT_TRUE(Open(staging, true)) << Str(reason_);
+  std::filesystem::remove(staging.GetPath());
+  EXPECT_FALSE(staging.Commit(reason_));
+  EXPECT_EQ(std::filesystem::status(Path("target")).permissions(), std::filesystem::perms(0644));
+}
+
+TEST_F(StagingFileTest, ATargetWithTwoNamesCanBecomeReadOnly) {
+  scratch_.Make("target", "old");
+  std::filesystem::create_hard_link(Path("target"), Path("second"));
+  StagingFile staging;
+  staging.SetMode(0400);
+  ASSERT_TRUE(Open(staging, true)) << Str(reason_);
+  TestSupport::WriteFile(staging.GetPath(), "new");
+  ASSERT_TRUE(staging.Commit(reason_)) << Str(reason_);
+  EXPECT_EQ(scratch_.Read("second"), "new");
+  EXPECT_EQ(std::filesystem::status(Path("target")).permissions(), std::filesystem::perms(0400));
 }
 
 TEST_F(StagingFileTest, ADanglingLinkCountsAsAnExistingTarget) {
