@@ -1,83 +1,143 @@
-// The names of faults as scripts write them, and the faults that are set at the moment.
+// The faults that are set at the moment, and which of them apply to a request. Their names and meanings, as
+// scripts write them and as the control interface documents them, are in one table.
 #include "stand/faults.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace CryptStand {
 namespace {
 
-constexpr std::pair<const char*, FaultType> kNames[] = {
-    {"down", FaultType::Down},
-    {"slow", FaultType::Slow},
-    {"status", FaultType::Status},
-    {"wrong-date", FaultType::WrongDate},
-    {"missing-date", FaultType::MissingDate},
-    {"broken-json", FaultType::BrokenJson},
-    {"json-array", FaultType::JsonArray},
-    {"json-number", FaultType::JsonNumber},
-    {"json-deep", FaultType::JsonDeep},
-    {"json-not-utf8", FaultType::JsonNotUtf8},
-    {"json-huge", FaultType::JsonHuge},
-    {"empty-body", FaultType::EmptyBody},
-    {"body", FaultType::Body},
-    {"wrong-type", FaultType::WrongType},
-    {"error-code", FaultType::ErrorCode},
-    {"bad-signature", FaultType::BadSignature},
-    {"bad-base64", FaultType::BadBase64},
-    {"empty-members", FaultType::EmptyMembers},
-    {"other-members", FaultType::OtherMembers},
-    {"wrong-content-type", FaultType::WrongContentType},
-    {"cut", FaultType::Cut},
-    {"sec-status", FaultType::SecStatus},
-    {"json-response", FaultType::JsonResponse},
-    {"empty-csv", FaultType::EmptyCsv},
+constexpr FaultTypeInfo kTypes[] = {
+    {FaultType::Down, "down", "nothing listens: connections are refused", nullptr, nullptr},
+    {FaultType::Slow, "slow", "the response comes late", "milliseconds", nullptr},
+    {FaultType::Status, "status", "an HTTP status and no response", "status; 0 for 503", nullptr},
+    {FaultType::WrongDate, "wrong-date", "another \"Date\" header", nullptr, "the header"},
+    {FaultType::MissingDate, "missing-date", "no \"Date\" header", nullptr, nullptr},
+    {FaultType::BrokenJson, "broken-json", "the body is cut JSON", nullptr, nullptr},
+    {FaultType::JsonArray, "json-array", "the body is a JSON array", nullptr, nullptr},
+    {FaultType::JsonNumber, "json-number", "the body is a JSON number", nullptr, nullptr},
+    {FaultType::JsonDeep, "json-deep", "the body is 100000 arrays inside each other", nullptr, nullptr},
+    {FaultType::JsonNotUtf8, "json-not-utf8", "the body is an object with a string that is not UTF-8",
+     nullptr, nullptr},
+    {FaultType::JsonHuge, "json-huge", "the body is an object with a long string", "bytes; 0 for 8 MiB",
+     nullptr},
+    {FaultType::EmptyBody, "empty-body", "the body is empty", nullptr, nullptr},
+    {FaultType::Body, "body", "another body", nullptr, "the body"},
+    {FaultType::WrongType, "wrong-type", "another \"type\" of the payload", nullptr,
+     "the type; empty for \"unexpectedResponse\""},
+    {FaultType::ErrorCode, "error-code", "a refusal", "code of a key server", "errorid of the crypt service"},
+    {FaultType::BadSignature, "bad-signature", "one bit of each signature is wrong", nullptr, nullptr},
+    {FaultType::BadBase64, "bad-base64", "signatures and content keys are not base64", nullptr, nullptr},
+    {FaultType::EmptyMembers, "empty-members", "each member but \"type\" is the empty value of its type",
+     nullptr, nullptr},
+    {FaultType::OtherMembers, "other-members", "each member but \"type\" is of another type", nullptr,
+     nullptr},
+    {FaultType::WrongContentType, "wrong-content-type", "another content type", nullptr,
+     "the type; empty for \"text/html\""},
+    {FaultType::Cut, "cut", "the connection ends inside the body", "bytes of the body; 0 for half of it",
+     nullptr},
+    {FaultType::SecStatus, "sec-status", "a header \"x-sec-status\"", "the value if there is no text",
+     "the value"},
+    {FaultType::JsonResponse, "json-response", "an envelope whose payload has \"type\" alone", nullptr,
+     "the type; empty for \"getAuditLogResponse\""},
+    {FaultType::EmptyCsv, "empty-csv", "an empty body of the type \"text/csv\"", nullptr, nullptr},
 };
 
 }  // namespace
 
+std::span<const FaultTypeInfo> GetFaultTypes() {
+  return kTypes;
+}
+
 std::optional<FaultType> FindFaultType(std::string_view name) {
-  for (const auto& [known, type] : kNames) {
-    if (name == known) return type;
+  for (const FaultTypeInfo& known : kTypes) {
+    if (name == known.name) return known.type;
   }
   return std::nullopt;
 }
 
 const char* NameOf(FaultType type) {
-  for (const auto& [name, known] : kNames) {
-    if (type == known) return name;
+  for (const FaultTypeInfo& known : kTypes) {
+    if (type == known.type) return known.name;
   }
   return "";
 }
 
+Faults::Faults() : generator_(std::random_device()()) {}
+
 // A fault replaces the earlier one of the same type and operation, so that a test can change its parameters.
-void Faults::Set(int server, const Fault& fault) {
+std::uint64_t Faults::Set(int server, const Fault& fault) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  auto& faults = faults_[server];
-  std::erase_if(faults, [&fault](const Fault& other) {
-    return other.type == fault.type && other.operation == fault.operation;
+  std::erase_if(faults_, [&](const ActiveFault& other) {
+    return other.server == server && other.fault.type == fault.type &&
+           other.fault.operation == fault.operation;
   });
-  faults.push_back(fault);
+  faults_.push_back({++lastId_, server, fault});
+  return lastId_;
 }
 
 void Faults::Clear(int server) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  faults_.erase(server);
+  std::erase_if(faults_, [server](const ActiveFault& fault) { return fault.server == server; });
+}
+
+std::optional<ActiveFault> Faults::Remove(std::uint64_t id) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found =
+      std::find_if(faults_.begin(), faults_.end(), [id](const ActiveFault& fault) { return fault.id == id; });
+  if (found == faults_.end()) return std::nullopt;
+  const ActiveFault removed = *found;
+  faults_.erase(found);
+  return removed;
+}
+
+void Faults::Reset() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  faults_.clear();
+  if (seed_.has_value()) generator_.seed(*seed_);
+}
+
+// The 53 upper bits as a fraction. A distribution of the standard library may differ between versions, and a
+// seed has to mean the same everywhere.
+bool Faults::Hits(const Fault& fault) {
+  if (fault.probability >= 1) return true;
+  constexpr double kScale = 1.0 / 9007199254740992.0;  // 2 to the power of -53
+  return static_cast<double>(generator_() >> 11U) * kScale < fault.probability;
 }
 
 // Counts the use under the same lock: of two requests at the same time, only one gets the last use of a
-// fault.
+// fault. Down applies to connections, not to requests: one that was accepted before is served.
 std::vector<Fault> Faults::Take(int server, const std::string& operation) {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::vector<Fault> taken;
-  auto& faults = faults_[server];
-  for (auto fault = faults.begin(); fault != faults.end();) {
-    const bool applies = fault->operation.empty() || fault->operation == operation;
-    if (applies) taken.push_back(*fault);
-    const bool isLast = applies && fault->uses == 1;
-    if (applies && fault->uses > 1) --fault->uses;
-    fault = isLast ? faults.erase(fault) : fault + 1;
+  for (ActiveFault& active : faults_) {
+    const Fault& fault = active.fault;
+    const bool concerns = active.server == server && fault.type != FaultType::Down &&
+                          (fault.operation.empty() || fault.operation == operation);
+    if (!concerns || !Hits(fault)) continue;
+    ++active.taken;
+    taken.push_back(fault);
   }
+  std::erase_if(faults_,
+                [](const ActiveFault& active) { return active.fault.uses > 0 && active.GetUsesLeft() <= 0; });
   return taken;
+}
+
+std::vector<ActiveFault> Faults::List() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return faults_;
+}
+
+void Faults::Seed(std::uint64_t seed) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  seed_ = seed;
+  generator_.seed(seed);
+}
+
+std::optional<std::uint64_t> Faults::GetSeed() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return seed_;
 }
 
 }  // namespace CryptStand

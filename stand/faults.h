@@ -1,8 +1,10 @@
 #pragma once
 
-#include <map>
+#include <cstdint>
 #include <mutex>
 #include <optional>
+#include <random>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,8 +48,32 @@ struct Fault {
   int uses = 0;
   int number = 0;
   std::string text{};
+  /// How likely it applies to a request, from 0 to 1. A request that it spares is no use of it.
+  double probability = 1;
 };
 
+/// A fault that is set.
+struct ActiveFault {
+  std::uint64_t id = 0;  ///< Not used again in this process.
+  int server = 0;
+  Fault fault{};
+  std::uint64_t taken = 0;  ///< How often it was applied.
+
+  /// Requests before it is gone; 0 for no limit.
+  int GetUsesLeft() const { return fault.uses == 0 ? 0 : fault.uses - static_cast<int>(taken); }
+};
+
+/// The documentation of a type of fault.
+struct FaultTypeInfo {
+  FaultType type;
+  const char* name;
+  const char* does;
+  const char* number;  ///< Meaning of the number; null if it has none.
+  const char* text;    ///< The same for the text.
+};
+
+/// All types, in the order of FaultType.
+std::span<const FaultTypeInfo> GetFaultTypes();
 /// The type of a name such as "slow" or "bad-signature".
 std::optional<FaultType> FindFaultType(std::string_view name);
 const char* NameOf(FaultType type);
@@ -55,15 +81,33 @@ const char* NameOf(FaultType type);
 /// The faults that are set, by server. Safe for any number of threads.
 class Faults {
  public:
-  /// Adds a fault; one of the same type for the same operation is replaced.
-  void Set(int server, const Fault& fault);
+  Faults();
+
+  /// Adds a fault; one of the same type for the same operation is replaced. Returns its identifier.
+  std::uint64_t Set(int server, const Fault& fault);
   void Clear(int server);
+  std::optional<ActiveFault> Remove(std::uint64_t id);
+  /// Clears all faults and starts the generator again, with the seed if there is one.
+  void Reset();
   /// The faults that apply to a request; counts it as a use of each.
   std::vector<Fault> Take(int server, const std::string& operation);
+  /// In the order in which they were set.
+  std::vector<ActiveFault> List() const;
+
+  /// Starts the generator behind probabilities with a seed: the same requests in the same order then meet the
+  /// same faults.
+  void Seed(std::uint64_t seed);
+  std::optional<std::uint64_t> GetSeed() const;
 
  private:
-  std::mutex mutex_;
-  std::map<int, std::vector<Fault>> faults_;  // guarded by mutex_
+  bool Hits(const Fault& fault);
+
+  mutable std::mutex mutex_;
+  // All guarded by mutex_.
+  std::vector<ActiveFault> faults_;
+  std::uint64_t lastId_ = 0;
+  std::optional<std::uint64_t> seed_;
+  std::mt19937_64 generator_;
 };
 
 }  // namespace CryptStand
