@@ -68,13 +68,12 @@ Identity Authority::Get(Role role) {
   const std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto kept = store_.GetIdentity(NameOf(role));
   // KeepIdentity returns the stored one: another process may have made this identity in the meantime.
-  if (!kept.has_value()) kept = store_.KeepIdentity(NameOf(role), Make(role));
+  if (!kept.has_value()) kept = store_.KeepIdentity(NameOf(role), Make(role, MakeKey(NameOf(role))));
   return kept.value_or(Identity());
 }
 
-Identity Authority::Make(Role role) {
+Identity Authority::Make(Role role, KeyPair key) {
   const CertSpec spec = SpecOf(role);
-  KeyPair key = MakeKey(NameOf(role));
   switch (role) {
     case Role::Intermediate:
       return Identity::MakeIssued(spec, Get(Role::Root), std::move(key));
@@ -94,12 +93,32 @@ KeyPair Authority::MakeKey(const std::string& purpose) const {
   return shareKeys_ ? KeyCache::Get(purpose) : KeyPair::MakeRSA();
 }
 
+bool Authority::Renew(Role role) {
+  const std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const Identity renewed = Make(role, Get(role).key);
+  return !renewed.certificate.IsEmpty() && store_.RenewCertificate(NameOf(role), renewed.certificate);
+}
+
+std::vector<Cert> Authority::GetCertificates(Role role) {
+  const std::lock_guard<std::recursive_mutex> lock(mutex_);
+  const Cert present = Get(role).certificate;
+  auto certificates = store_.GetFormerCertificates(NameOf(role));
+  certificates.push_back(present);
+  return certificates;
+}
+
+std::string Authority::GetPEM(Role role) {
+  std::string text;
+  for (const Cert& certificate : GetCertificates(role)) text += certificate.ToPEM();
+  return text;
+}
+
 std::string Authority::GetCertStoreText() {
-  return Get(Role::Root).certificate.ToPEM() + Get(Role::Intermediate).certificate.ToPEM();
+  return GetPEM(Role::Root) + GetPEM(Role::Intermediate);
 }
 
 std::string Authority::GetTrustStoreText() {
-  return Get(Role::Issuing).certificate.ToPEM();
+  return GetPEM(Role::Issuing);
 }
 
 }  // namespace CryptStand

@@ -38,12 +38,20 @@ class Authority {
   /// A key pair for a purpose; with shared keys the same one each time for the same purpose.
   KeyPair MakeKey(const std::string& purpose) const;
 
+  /// Gives an identity a new certificate for the same key, as an authority renews its own. The former ones
+  /// stay in the lists, and what was issued or signed before stays valid. False when it cannot be made or
+  /// stored.
+  bool Renew(Role role);
+  /// The certificates that an identity has had, oldest first; the last is the present one.
+  std::vector<Cert> GetCertificates(Role role);
+
   /// PEM of the root and intermediate certificates, and of the trusted issuing certificates.
   std::string GetCertStoreText();
   std::string GetTrustStoreText();
 
  private:
-  Identity Make(Role role);
+  Identity Make(Role role, KeyPair key);
+  std::string GetPEM(Role role);
 
   Store& store_;
   const bool shareKeys_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,13 @@ struct RoomKeyRecord {
   std::string certificate;
   /// The wrapped key as it was uploaded, or as it was wrapped again later.
   std::string data;
+};
+
+/// A room with its current key.
+struct RoomListing {
+  RoomRecord room;
+  std::int64_t keys = 0;  ///< How many keys the room has had.
+  std::optional<RoomKeyRecord> current{};
 };
 
 /// A wrapped key and its number in the store.

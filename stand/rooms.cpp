@@ -56,7 +56,13 @@ Identity Rooms::GetMember(const std::string& room) {
 }
 
 std::optional<RoomKeyPair> Rooms::OpenKey(const std::string& data) {
-  return OpenRoomKey(data, authority_.Get(Role::InnerSigning).certificate, authority_.Get(Role::Wrapping));
+  const Identity wrapping = authority_.Get(Role::Wrapping);
+  // A message names its signer by issuer and serial number, and a renewed certificate has another number.
+  for (const Cert& signer : authority_.GetCertificates(Role::InnerSigning)) {
+    auto roomKey = OpenRoomKey(data, signer, wrapping);
+    if (roomKey.has_value()) return roomKey;
+  }
+  return std::nullopt;
 }
 
 // Changes only the certificate that the crypt service shows. The wrapped key keeps the good one, from which

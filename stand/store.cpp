@@ -16,6 +16,8 @@ constexpr const char* kSchema = R"(
   PRAGMA synchronous = NORMAL;
   CREATE TABLE IF NOT EXISTS identities (
     name TEXT PRIMARY KEY, certificate TEXT NOT NULL, key TEXT NOT NULL);
+  CREATE TABLE IF NOT EXISTS former_certificates (
+    number INTEGER PRIMARY KEY, name TEXT NOT NULL, certificate TEXT NOT NULL);
   CREATE TABLE IF NOT EXISTS groups (id TEXT PRIMARY KEY, name TEXT NOT NULL);
   CREATE TABLE IF NOT EXISTS rooms (
     id TEXT PRIMARY KEY, group_id TEXT NOT NULL, locked INTEGER NOT NULL DEFAULT 0,

@@ -31,6 +31,10 @@ class Store {
   /// the same identity at once so get the same.
   std::optional<Identity> KeepIdentity(const std::string& name, const Identity& identity);
 
+  /// Gives an identity another certificate for its key; the former ones are kept, oldest first.
+  bool RenewCertificate(const std::string& name, const Cert& certificate);
+  std::vector<Cert> GetFormerCertificates(const std::string& name);
+
   bool AddGroup(const std::string& id, const std::string& name);
   bool HasGroup(const std::string& id);
   std::optional<GroupRecord> GetGroup(const std::string& id);
@@ -47,6 +51,9 @@ class Store {
   std::optional<RoomRecord> GetRoom(const std::string& id);
   std::vector<std::string> GetRooms();
   bool SetRoomOptions(const std::string& id, const RoomOptions& options);
+  /// All rooms in the order of their creation, or the one with the id.
+  std::vector<RoomListing> ListRooms(const std::optional<std::string>& id = {});
+  std::vector<std::string> GetGroups();
 
   /// The sequence number for the room's next upload. It is the same for everybody until an upload has used
   /// it; with `renew` it is a fresh one that makes any earlier one stale.
@@ -82,6 +89,13 @@ class Store {
   /// At most `count` records of a server and a group with numbers above `after` and up to `last`.
   std::vector<AuditRecord> GetAudit(int server, const std::string& group, std::int64_t after,
                                     std::int64_t last, std::int64_t count);
+
+  /// Remembers the present state as the one after the start. Called once.
+  bool MarkStart();
+  /// Brings that state back: rooms and their options, room keys, groups and their configuration, imported
+  /// keys and audit records. Identities and integrity keys stay, and no number is handed out twice. All or
+  /// nothing.
+  bool Reset();
 
  private:
   std::mutex mutex_;
