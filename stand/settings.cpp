@@ -60,6 +60,18 @@ IntegrityList Settings::GetIntegrityList() const {
   return Read(integrityList_);
 }
 
+void Settings::Reset() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  announcedUrls_.reset();
+  statusTimeout_ = kDefaultStatusTimeout;
+  certStoreText_.reset();
+  trustStoreText_.reset();
+  integrityList_ = IntegrityList::Normal;
+  sequencePerRequest_ = false;
+  clockOffsets_.clear();
+  generatedAudit_.clear();
+}
+
 void Settings::SetClockOffset(int server, std::int64_t seconds) {
   const std::lock_guard<std::mutex> lock(mutex_);
   clockOffsets_[server] = seconds;

@@ -27,6 +27,8 @@ class Settings {
   /// The URLs that the crypt service returns instead of the real ones; no value restores the real ones.
   void SetAnnouncedUrls(std::optional<std::vector<std::string>> urls);
   std::vector<std::string> GetAnnouncedUrls() const;
+  /// The same, but no value for the real ones.
+  std::optional<std::vector<std::string>> GetAnnouncedInstead() const { return Read(announcedUrls_); }
   bool IsKeyServer(const std::string& url) const;
 
   /// The value of "statustimeout", in seconds; a string, as the protocol has it.
@@ -54,6 +56,9 @@ class Settings {
   void SetGeneratedAudit(int server, std::uint64_t count);
   std::uint64_t GetGeneratedAudit(int server) const;
 
+  /// Everything as after the start, but for the real URLs.
+  void Reset();
+
  private:
   template <class T>
   T Read(const T& value) const {
@@ -70,7 +75,8 @@ class Settings {
   // All guarded by mutex_.
   std::vector<std::string> keyServerUrls_;
   std::optional<std::vector<std::string>> announcedUrls_;
-  std::string statusTimeout_ = "5";
+  static constexpr const char* kDefaultStatusTimeout = "5";
+  std::string statusTimeout_ = kDefaultStatusTimeout;
   std::optional<std::string> certStoreText_;
   std::optional<std::string> trustStoreText_;
   IntegrityList integrityList_ = IntegrityList::Normal;

@@ -59,6 +59,17 @@ void Tokens::SetLifetime(std::chrono::milliseconds lifetime) {
   lifetime_ = lifetime;
 }
 
+std::chrono::milliseconds Tokens::GetLifetime() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return lifetime_;
+}
+
+void Tokens::Reset() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  entries_.clear();
+  lifetime_ = kUsualLifetime;
+}
+
 void Tokens::DropExpired(Clock::time_point now) {
   std::erase_if(entries_, [now](const auto& entry) { return entry.second.expires <= now; });
 }

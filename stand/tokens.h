@@ -32,6 +32,9 @@ class Tokens {
   std::string FindId(const std::string& token) const;
   /// How long tokens that are issued from now on can be used.
   void SetLifetime(std::chrono::milliseconds lifetime);
+  std::chrono::milliseconds GetLifetime() const;
+  /// Makes all tokens invalid and restores the usual lifetime.
+  void Reset();
 
  private:
   struct Entry {
@@ -41,8 +44,9 @@ class Tokens {
   void DropExpired(Clock::time_point now);
 
   mutable std::mutex mutex_;
-  std::chrono::milliseconds lifetime_{60000};  // guarded by mutex_
-  std::map<std::string, Entry> entries_;       // guarded by mutex_
+  static constexpr std::chrono::milliseconds kUsualLifetime{60000};
+  std::chrono::milliseconds lifetime_ = kUsualLifetime;  // guarded by mutex_
+  std::map<std::string, Entry> entries_;                 // guarded by mutex_
 };
 
 }  // namespace CryptStand
