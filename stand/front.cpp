@@ -1,6 +1,7 @@
 // What every request passes through, whichever server it is for: faults, the "Date" header, the event log.
 #include "stand/front.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <ctime>
@@ -32,6 +33,13 @@ std::string DateText(std::time_t time) {
   return text;
 }
 
+// Operations after which rooms, groups or their keys are others than before.
+bool ChangesState(std::string_view operation) {
+  constexpr std::string_view kChanging[] = {"newkey", "configGroupRequest", "reencryptRequest",
+                                            "importKeyRequest", "deleteKeyRequest"};
+  return std::find(std::begin(kChanging), std::end(kChanging), operation) != std::end(kChanging);
+}
+
 // A failed allocation, for example, costs one request and not the server.
 Served ServeGuarded(const std::function<Served()>& serve) {
   try {
@@ -61,6 +69,8 @@ HttpReply Front::Respond(const HttpRequest& request, const Subject& subject, con
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
   // Before the reply is sent: a client that has its response finds the event in the log.
   realm_.log.Add(std::move(event));
+  // Followers then read the state again: the uses of a fault, or the keys of a room.
+  if (!faults.empty() || ChangesState(subject.operation)) realm_.log.NoteChange();
   return std::move(served.reply);
 }
 

@@ -2,6 +2,7 @@
 // wait are woken by a shutdown of their socket, so that Down() returns at once.
 #include "stand/http.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <list>
@@ -79,6 +80,24 @@ std::optional<std::vector<std::string>> HttpRequest::PathSegments() const {
     if (slash == std::string_view::npos) return segments;
     path.remove_prefix(slash + 1);
   }
+}
+
+std::optional<OruGuiBase::KVMap> HttpRequest::QueryMembers() const {
+  OruGuiBase::KVMap members;
+  const std::size_t mark = target.find('?');
+  std::string_view query = mark == std::string::npos ? "" : std::string_view(target).substr(mark + 1);
+  while (!query.empty()) {
+    const std::string_view member = query.substr(0, query.find('&'));
+    query.remove_prefix(std::min(member.size() + 1, query.size()));
+    const std::size_t equals = std::min(member.find('='), member.size());
+    std::string text(member.substr(std::min(equals + 1, member.size())));
+    std::replace(text.begin(), text.end(), '+', ' ');
+    const auto name = Unescape(member.substr(0, equals));
+    const auto value = Unescape(text);
+    if (!name.has_value() || !value.has_value() || members.Contains(*name)) return std::nullopt;
+    members.Set(OruGuiBase::AnsiStr(*name), OruGuiBase::Val(OruGuiBase::AnsiStr(*value)));
+  }
+  return members;
 }
 
 class HttpServer::Impl {

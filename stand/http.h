@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/kvmap.h"
+
 namespace CryptStand {
 
 /// One request as a server of the test environment sees it.
@@ -27,6 +29,9 @@ struct HttpRequest {
   /// The segments of the path, unescaped one by one, so that an escaped slash stays inside its segment; the
   /// empty one before the first slash is left out. No value when an escape is malformed.
   std::optional<std::vector<std::string>> PathSegments() const;
+  /// The members of the query, unescaped; "+" is a space. No value when an escape is malformed or a name
+  /// comes twice.
+  std::optional<OruGuiBase::KVMap> QueryMembers() const;
 };
 
 /// Returns the next chunk of a body at each call; an empty one ends the body.

@@ -1,0 +1,85 @@
+// The changes that tests and the control interface share, so that both do them in the same way: the faults
+// that concern a server's socket, new rooms, and the way back to the state after the start.
+#include "stand/environment.h"
+
+#include "foundation/encoding.h"
+
+namespace CryptStand {
+namespace {
+
+// A wrapped key has some kilobytes; opening one again costs a millisecond.
+constexpr std::size_t kMaxViews = 1000;
+
+}  // namespace
+
+// Down is kept among the faults only to be listed and cleared: a server that is down looks at none.
+std::optional<std::uint64_t> Environment::SetFault(int server, const Fault& fault) {
+  if (!servers_.Has(server)) return std::nullopt;
+  const std::uint64_t id = realm_.faults.Set(server, fault);
+  if (fault.type == FaultType::Down) servers_.Down(server);
+  realm_.log.NoteChange();
+  return id;
+}
+
+// The crypt service is up whenever one of its own requests comes here, and must not wait for itself: while it
+// goes down, Up() waits for the end of its requests.
+bool Environment::BringUp(int server) {
+  std::string error;
+  if (server == kCryptService && servers_.IsUp(server)) return true;
+  return servers_.Up(server, error);
+}
+
+bool Environment::ClearFaults(int server) {
+  if (!servers_.Has(server)) return false;
+  realm_.faults.Clear(server);
+  realm_.log.NoteChange();
+  return BringUp(server);
+}
+
+bool Environment::ClearFault(std::uint64_t id) {
+  const auto removed = realm_.faults.Remove(id);
+  if (!removed.has_value()) return false;
+  realm_.log.NoteChange();
+  return removed->fault.type != FaultType::Down || BringUp(removed->server);
+}
+
+// The id must be UTF-8, since it appears in JSON.
+bool Environment::AddRoom(const std::string& id, const std::string& group) {
+  const std::string& wanted = group.empty() ? group_ : group;
+  const bool isText =
+      !id.empty() && OruGuiBase::IsValidUTF8(id.data(), static_cast<std::uint32_t>(id.size()));
+  return isText && realm_.store.HasGroup(wanted) && realm_.store.AddRoom(id, wanted);
+}
+
+std::optional<Environment::KeyView> Environment::ViewKey(const std::string& data) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = views_.find(data);
+    if (found != views_.end()) return found->second;
+  }
+  const auto opened = realm_.rooms.OpenKey(data);
+  if (!opened.has_value()) return std::nullopt;
+  KeyView view{opened->certificate, {}};
+  for (const Cert& reader : opened->readers) view.readers.push_back(reader.GetSubject());
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (views_.size() >= kMaxViews) views_.clear();
+  return views_[data] = view;
+}
+
+// The store comes first: should it fail, nothing has changed. The log comes last, so that no event of before
+// is left in it.
+bool Environment::Reset() {
+  if (!realm_.store.Reset()) return false;
+  realm_.tokens.Reset();
+  realm_.settings.Reset();
+  realm_.faults.Reset();
+  bool isUp = true;
+  for (int server = kCryptService; server < servers_.CountKeyServers(); ++server) {
+    isUp = BringUp(server) && isUp;
+  }
+  realm_.log.Reset();
+  realm_.log.NoteChange();
+  return isUp;
+}
+
+}  // namespace CryptStand

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+namespace CryptStand {
+
+/// The listening servers of a test environment, by the index of the key server or kCryptService. Safe for any
+/// number of threads.
+class Servers {
+ public:
+  virtual ~Servers() = default;
+
+  virtual int CountKeyServers() const = 0;
+  /// Base URL; that of the crypt service ends in a slash.
+  virtual std::string GetUrl(int server) const = 0;
+  virtual bool IsUp(int server) const = 0;
+  /// Does nothing if it is up. False with the reason in `error`.
+  virtual bool Up(int server, std::string& error) = 0;
+  /// Waits for the server's requests: not to be called for a server by one of its own requests.
+  virtual void Down(int server) = 0;
+
+  bool Has(int server) const { return server >= -1 && server < CountKeyServers(); }
+};
+
+}  // namespace CryptStand
