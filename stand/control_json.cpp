@@ -1,0 +1,78 @@
+// Values of the control interface's replies that several of its resources have.
+#include "stand/control_json.h"
+
+#include <ctime>
+#include <openssl/asn1.h>
+#include <openssl/x509.h>
+
+#include "foundation/encoding.h"
+
+namespace CryptStand {
+namespace {
+
+constexpr const char* kReplacement = "\xEF\xBF\xBD";  // U+FFFD
+
+bool IsUtf8(std::string_view text) {
+  return OruGuiBase::IsValidUTF8(text.data(), static_cast<std::uint32_t>(text.size()));
+}
+
+// Bytes of the longest valid character at the beginning, 0 for none.
+std::size_t CharacterSize(std::string_view text) {
+  for (std::size_t size = 1; size <= 4 && size <= text.size(); ++size) {
+    if (IsUtf8(text.substr(0, size))) return size;
+  }
+  return 0;
+}
+
+std::string SecondText(const std::tm& time) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", time.tm_year + 1900, time.tm_mon + 1,
+                time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec);
+  return text;
+}
+
+std::string DateText(const ASN1_TIME* date) {
+  std::tm time = {};
+  return ASN1_TIME_to_tm(date, &time) == 1 ? SecondText(time) + "Z" : "";
+}
+
+}  // namespace
+
+Val PrintableVal(std::string_view bytes) {
+  if (IsUtf8(bytes)) return TextVal(bytes);
+  std::string printable;
+  while (!bytes.empty()) {
+    const std::size_t size = CharacterSize(bytes);
+    printable += size > 0 ? bytes.substr(0, size) : kReplacement;
+    bytes.remove_prefix(std::max<std::size_t>(size, 1));
+  }
+  return TextVal(printable);
+}
+
+std::string TimeText(std::chrono::system_clock::time_point time) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()) % 1000;
+  std::tm fields = {};
+  gmtime_r(&seconds, &fields);
+  char fraction[16];
+  std::snprintf(fraction, sizeof fraction, ".%03dZ", static_cast<int>(rest.count()));
+  return SecondText(fields) + fraction;
+}
+
+Val CertificateVal(const Cert& certificate) {
+  if (certificate.IsEmpty()) return Val();
+  KVMap object;
+  object.Set("subject", PrintableVal(certificate.GetSubject()));
+  object.Set("issuer", PrintableVal(certificate.GetIssuer()));
+  object.Set("serial", TextVal(certificate.GetSerial()));
+  object.Set("notBefore", TextVal(DateText(X509_get0_notBefore(certificate.Get0()))));
+  object.Set("notAfter", TextVal(DateText(X509_get0_notAfter(certificate.Get0()))));
+  object.Set("digest", TextVal(certificate.GetDigest()));
+  return Val(object);
+}
+
+Val CountVal(std::uint64_t count) {
+  return Val(static_cast<std::int64_t>(count));
+}
+
+}  // namespace CryptStand

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "stand/control_input.h"
+#include "stand/environment.h"
+
+namespace CryptStand {
+
+/// A control request that was found to be allowed and well-formed.
+struct ControlCall {
+  Environment& environment;
+  const HttpRequest& request;
+  const std::stop_token& stop;
+  bool isAuthorized;              ///< The request has the token. Changes always have it here.
+  std::vector<std::string> path;  ///< What stands in the place of the capitals of the route's path.
+  ControlInput input;             ///< Has the route's members only, and all required ones.
+
+  Realm& GetRealm() const { return environment.GetRealm(); }
+};
+
+/// A member of a route's body; of its query for GET and DELETE.
+struct ControlMember {
+  const char* name;
+  const char* does;
+  bool isRequired = false;
+};
+
+/// One resource of the control interface with one method.
+struct ControlRoute {
+  const char* method;
+  const char* path;  ///< Segments in capitals stand for any value.
+  const char* does;
+  std::vector<ControlMember> members;
+  HttpReply (*serve)(ControlCall& call);
+};
+
+/// All routes. The table is at once the dispatcher and the documentation (GET /stand/).
+const std::vector<ControlRoute>& GetControlRoutes();
+
+std::vector<ControlRoute> StateRoutes();
+std::vector<ControlRoute> FaultRoutes();
+std::vector<ControlRoute> RoomRoutes();
+std::vector<ControlRoute> GroupRoutes();
+std::vector<ControlRoute> ListRoutes();
+std::vector<ControlRoute> SettingRoutes();
+std::vector<ControlRoute> EventRoutes();
+
+/// What the routes have in common. DoneReply() is {}.
+HttpReply DoneReply();
+HttpReply NotFound(std::string message);
+HttpReply Conflict(const char* member, std::string message);
+HttpReply CannotStore();
+/// "crypt", or the index of a key server, as requests and replies name it.
+std::string ServerName(int server);
+/// The servers that "server" names: "crypt", an index (as a string or a number), a URL, or "all" for each key
+/// server. Empty after a failure, which is recorded in the input.
+std::vector<int> ReadServers(ControlCall& call);
+
+/// The parts of GET /stand/v1/state that have resources of their own.
+Val FaultsVal(Environment& environment);
+Val RoomsVal(Environment& environment);
+Val GroupsVal(Environment& environment);
+Val ListsVal(Environment& environment);
+Val SettingsVal(Environment& environment);
+
+}  // namespace CryptStand
