@@ -1,0 +1,154 @@
+// The faults of the control interface: set, list, clear, and the generator behind probabilities.
+#include <algorithm>
+#include <charconv>
+
+#include "stand/control_json.h"
+#include "stand/control_routes.h"
+
+namespace CryptStand {
+namespace {
+
+std::vector<std::string> FaultNames() {
+  std::vector<std::string> names;
+  for (const FaultTypeInfo& type : GetFaultTypes()) names.emplace_back(type.name);
+  return names;
+}
+
+Val OptionalVal(const char* text) {
+  return text != nullptr ? TextVal(text) : Val();
+}
+
+HttpReply ServeFaults(ControlCall& call) {
+  OruGuiBase::Array<Val> types;
+  for (const FaultTypeInfo& type : GetFaultTypes()) {
+    KVMap object;
+    object.Set("name", TextVal(type.name));
+    object.Set("does", TextVal(type.does));
+    object.Set("number", OptionalVal(type.number));
+    object.Set("text", OptionalVal(type.text));
+    types.Append(Val(object));
+  }
+  KVMap reply;
+  reply.Set("set", FaultsVal(call.environment));
+  reply.Set("types", Val(types));
+  return JsonReply(reply);
+}
+
+// A server that is down has no requests that could be counted or chosen.
+void CheckDown(ControlCall& call, const std::vector<int>& servers) {
+  for (const char* member : {"operation", "uses", "number", "text", "probability"}) {
+    if (call.input.Has(member)) {
+      call.input.Refuse(member, "\"" + std::string(member) + "\" has no meaning for the fault \"down\"");
+    }
+  }
+  // Down() waits for the threads of all requests, and this request is one of them.
+  if (std::find(servers.begin(), servers.end(), kCryptService) != servers.end()) {
+    call.input.Refuse("server", "The crypt service cannot be taken down through itself");
+  }
+}
+
+Fault ReadFault(ControlCall& call) {
+  Fault fault;
+  fault.type = FindFaultType(call.input.ReadChoice("fault", FaultNames())).value_or(FaultType::Status);
+  fault.operation = call.input.ReadString("operation");
+  fault.uses = static_cast<int>(call.input.ReadWhole("uses", 0, kMaxCount));
+  fault.number = static_cast<int>(call.input.ReadWhole("number", 0, kMaxCount));
+  fault.text = call.input.ReadString("text");
+  fault.probability = call.input.ReadFraction("probability", 1);
+  const bool isStatus = fault.number == 0 || (fault.number >= 100 && fault.number <= 999);
+  if (fault.type == FaultType::Status && !isStatus) {
+    call.input.Refuse("number", "\"number\" must be a status from 100 to 999, or 0");
+  }
+  return fault;
+}
+
+HttpReply AddFault(ControlCall& call) {
+  const auto servers = ReadServers(call);
+  const Fault fault = ReadFault(call);
+  if (fault.type == FaultType::Down) CheckDown(call, servers);
+  if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
+  OruGuiBase::Array<Val> ids;
+  for (const int server : servers) {
+    ids.Append(CountVal(call.environment.SetFault(server, fault).value_or(0)));
+  }
+  KVMap reply;
+  reply.Set("id", ids[0]);
+  reply.Set("ids", Val(ids));
+  return JsonReply(reply);
+}
+
+HttpReply ClearFaults(ControlCall& call) {
+  std::vector<int> servers = {kCryptService};
+  for (int server = 0; server < call.environment.GetServers().CountKeyServers(); ++server) {
+    servers.push_back(server);
+  }
+  if (call.input.Has("server")) servers = ReadServers(call);
+  if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
+  bool isUp = true;
+  for (const int server : servers) isUp = call.environment.ClearFaults(server) && isUp;
+  return isUp ? DoneReply() : CannotStore();
+}
+
+HttpReply ClearFault(ControlCall& call) {
+  const std::string& text = call.path.front();
+  std::uint64_t id = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), id);
+  const bool isId = error == std::errc() && end == text.data() + text.size();
+  return isId && call.environment.ClearFault(id) ? DoneReply() : NotFound("There is no fault with this id");
+}
+
+HttpReply SetSeed(ControlCall& call) {
+  const auto seed = call.input.ReadWhole("seed", 0, std::numeric_limits<std::int64_t>::max());
+  if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
+  call.GetRealm().faults.Seed(static_cast<std::uint64_t>(seed));
+  return DoneReply();
+}
+
+}  // namespace
+
+Val FaultsVal(Environment& environment) {
+  OruGuiBase::Array<Val> faults;
+  for (const ActiveFault& active : environment.GetRealm().faults.List()) {
+    KVMap object;
+    object.Set("id", CountVal(active.id));
+    object.Set("server", TextVal(ServerName(active.server)));
+    object.Set("fault", TextVal(NameOf(active.fault.type)));
+    object.Set("operation", PrintableVal(active.fault.operation));
+    object.Set("uses", Val(std::int64_t{active.fault.uses}));
+    object.Set("number", Val(std::int64_t{active.fault.number}));
+    object.Set("text", PrintableVal(active.fault.text));
+    object.Set("probability", Val(active.fault.probability));
+    object.Set("taken", CountVal(active.taken));
+    object.Set("usesLeft", Val(std::int64_t{active.GetUsesLeft()}));
+    faults.Append(Val(object));
+  }
+  return Val(faults);
+}
+
+std::vector<ControlRoute> FaultRoutes() {
+  return {{"GET", "/stand/v1/faults", "the faults that are set, and all types", {}, ServeFaults},
+          {"POST",
+           "/stand/v1/faults",
+           "sets a fault; one of the same type for the same operation is replaced",
+           {{"server", "\"crypt\", the index or the URL of a key server, or \"all\" key servers", true},
+            {"fault", "name of the type", true},
+            {"operation", "concerns this operation alone, as events name it; empty for all"},
+            {"uses", "applies to so many requests; 0 until it is cleared"},
+            {"number", "meaning by type"},
+            {"text", "meaning by type"},
+            {"probability", "applies to a request with this probability, 0 to 1"}},
+           AddFault},
+          {"DELETE",
+           "/stand/v1/faults",
+           "clears all faults and brings servers up",
+           {{"server", "only those of this server"}},
+           ClearFaults},
+          {"DELETE", "/stand/v1/faults/ID", "clears one fault", {}, ClearFault},
+          {"POST",
+           "/stand/v1/seed",
+           "starts the generator behind probabilities again",
+           {{"seed", "an integer from 0", true}},
+           SetSeed}};
+}
+
+}  // namespace CryptStand
