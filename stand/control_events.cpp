@@ -1,0 +1,146 @@
+// The event log of the control interface: which requests came, what was in them, and what was sent back.
+#include "stand/control_events.h"
+
+#include <charconv>
+
+#include "foundation/encoding.h"
+#include "stand/control_access.h"
+#include "stand/control_json.h"
+#include "stand/secrets.h"
+
+namespace CryptStand {
+namespace {
+
+bool IsUtf8Body(const std::string& body) {
+  return OruGuiBase::IsValidUTF8(body.data(), static_cast<std::uint32_t>(body.size()));
+}
+
+Val HeadersVal(const RecordedMessage& message, bool showsSecrets) {
+  OruGuiBase::Array<Val> headers;
+  for (const auto& [name, value] : message.headers) {
+    OruGuiBase::Array<Val> header;
+    header.Append(PrintableVal(name));
+    header.Append(!showsSecrets && IsSecretHeader(name) ? TextVal(kHidden) : PrintableVal(value));
+    headers.Append(Val(header));
+  }
+  return Val(headers);
+}
+
+// Hides in the string what is hidden in the decoded form. Bytes of another form are shown as base64.
+void AddBody(const RecordedMessage& message, bool showsSecrets, KVMap& object) {
+  const auto json = ReadObject(message.body);
+  const Val hidden = HideSecrets(json.has_value() ? Val(*json) : Val());
+  const bool isHidden = !showsSecrets && !json.has_value() && MayHoldSecret(message.body);
+  const bool isText = IsUtf8Body(message.body);
+  Val text;
+  if (isText) text = TextVal(message.body);
+  if (!showsSecrets && json.has_value()) text = TextVal(WriteObject(hidden.AsMap()));
+  if (isHidden) text = TextVal(kHidden);
+  object.Set("body", text);
+  object.Set("bodyBase64", isText || isHidden ? Val() : TextVal(ToBase64(message.body)));
+  object.Set("json", showsSecrets && json.has_value() ? Val(*json) : hidden);
+}
+
+KVMap MessageObject(const RecordedMessage& message, bool showsSecrets) {
+  KVMap object;
+  object.Set("headers", HeadersVal(message, showsSecrets));
+  AddBody(message, showsSecrets, object);
+  object.Set("size", CountVal(message.size));
+  object.Set("truncated", Val(message.isTruncated));
+  return object;
+}
+
+EventFilter ReadFilter(ControlCall& call) {
+  EventFilter filter;
+  filter.after =
+      static_cast<std::uint64_t>(call.input.ReadWhole("after", 0, std::numeric_limits<std::int64_t>::max()));
+  filter.limit = static_cast<std::size_t>(call.input.ReadWhole("limit", 1, EventLog::kCapacity));
+  if (call.input.Has("server")) {
+    const auto servers = ReadServers(call);
+    if (servers.size() == 1) filter.server = servers.front();
+  }
+  if (call.input.Has("operation")) filter.operation = call.input.ReadString("operation");
+  const std::string outcome = call.input.ReadChoice("outcome", {"ok", "refused"});
+  if (!outcome.empty()) filter.isGood = outcome == "ok";
+  return filter;
+}
+
+HttpReply ServeEvents(ControlCall& call) {
+  const EventFilter filter = ReadFilter(call);
+  if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
+  const EventPage page = call.GetRealm().log.Get(filter);
+  OruGuiBase::Array<Val> list;
+  for (const Event& event : page.events) list.Append(Val(EventObject(event)));
+  KVMap reply;
+  reply.Set("events", Val(list));
+  reply.Set("last", CountVal(page.last));
+  reply.Set("dropped", CountVal(page.dropped));
+  return JsonReply(reply);
+}
+
+HttpReply ServeEvent(ControlCall& call) {
+  const bool showsSecrets = call.input.ReadChoice("secrets", {"hidden", "shown"}, "hidden") == "shown";
+  if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
+  if (showsSecrets && !call.isAuthorized) return TokenMissing();
+  const std::string& text = call.path.front();
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool isNumber = error == std::errc() && end == text.data() + text.size();
+  const auto event = isNumber ? call.GetRealm().log.Find(number) : std::nullopt;
+  if (!event.has_value()) return NotFound("There is no such event, or no longer");
+  KVMap object = EventObject(*event);
+  const RecordedExchange exchange = event->exchange != nullptr ? *event->exchange : RecordedExchange();
+  KVMap response = MessageObject(exchange.response, showsSecrets);
+  response.Set("status", Val(std::int64_t{event->status}));
+  object.Set("request", Val(MessageObject(exchange.request, showsSecrets)));
+  object.Set("response", Val(response));
+  return JsonReply(object);
+}
+
+HttpReply ClearEvents(ControlCall& call) {
+  call.GetRealm().log.Clear();
+  return DoneReply();
+}
+
+}  // namespace
+
+KVMap EventObject(const Event& event) {
+  KVMap object;
+  object.Set("number", CountVal(event.number));
+  object.Set("time", TextVal(TimeText(event.time)));
+  object.Set("durationMs", Val(event.durationMs));
+  object.Set("server", TextVal(ServerName(event.server)));
+  object.Set("method", PrintableVal(event.method));
+  object.Set("target", PrintableVal(event.target));
+  object.Set("operation", PrintableVal(event.operation));
+  object.Set("status", Val(std::int64_t{event.status}));
+  object.Set("outcome", PrintableVal(event.outcome));
+  object.Set("faults", TextsVal(event.faults));
+  object.Set("room", event.room.empty() ? Val() : PrintableVal(event.room));
+  return object;
+}
+
+std::vector<ControlRoute> EventRoutes() {
+  return {{"GET",
+           "/stand/v1/events",
+           "the latest requests to all servers, oldest first",
+           {{"after", "only events with greater numbers"},
+            {"limit", "at most so many, the latest ones"},
+            {"server", "only those of this server"},
+            {"operation", "only those of this operation"},
+            {"outcome", "ok or refused"}},
+           ServeEvents},
+          {"DELETE", "/stand/v1/events", "clears the log", {}, ClearEvents},
+          {"GET",
+           "/stand/v1/events/follow",
+           "events and changes of state as server-sent events",
+           {{"after", "events with greater numbers first; otherwise only those from now on"}},
+           FollowEvents},
+          {"GET",
+           "/stand/v1/events/NUMBER",
+           "one event with its request and response",
+           {{"secrets", "shown, with the token; hidden otherwise"}},
+           ServeEvent}};
+}
+
+}  // namespace CryptStand
