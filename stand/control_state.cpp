@@ -1,0 +1,146 @@
+// GET /stand/ and GET /stand/v1/state, and what the routes have in common. The other resources are in
+// control_*.cpp, each with its rows of the table.
+#include <algorithm>
+
+#include "stand/control_json.h"
+#include "stand/control_routes.h"
+
+namespace CryptStand {
+namespace {
+
+constexpr const char* kProgramVersion = "1.0.0";
+constexpr std::int64_t kInterfaceVersion = 1;
+
+Val MembersVal(const std::vector<ControlMember>& members) {
+  KVMap object;
+  for (const ControlMember& member : members) {
+    object.Set(member.name, TextVal(std::string(member.does) + (member.isRequired ? " (required)" : "")));
+  }
+  return Val(object);
+}
+
+HttpReply ServeIndex(ControlCall&) {
+  OruGuiBase::Array<Val> resources;
+  for (const ControlRoute& route : GetControlRoutes()) {
+    KVMap resource;
+    resource.Set("method", TextVal(route.method));
+    resource.Set("path", TextVal(route.path));
+    resource.Set("does", TextVal(route.does));
+    resource.Set("members", MembersVal(route.members));
+    resources.Append(Val(resource));
+  }
+  KVMap index;
+  index.Set("program", TextVal("cryptstand"));
+  index.Set("version", TextVal(kProgramVersion));
+  index.Set("interface", Val(kInterfaceVersion));
+  index.Set("resources", Val(resources));
+  return JsonReply(index);
+}
+
+KVMap ServerObject(Environment& environment, int server) {
+  const Realm& realm = environment.GetRealm();
+  KVMap object;
+  if (server != kCryptService) object.Set("name", TextVal(ServerName(server)));
+  object.Set("url", TextVal(environment.GetServers().GetUrl(server)));
+  object.Set("up", Val(environment.GetServers().IsUp(server)));
+  object.Set("clockOffset", Val(realm.settings.GetClockOffset(server)));
+  object.Set("requests", CountVal(realm.log.CountRequests(server)));
+  if (server != kCryptService)
+    object.Set("generatedAudit", CountVal(realm.settings.GetGeneratedAudit(server)));
+  return object;
+}
+
+HttpReply ServeState(ControlCall& call) {
+  Environment& environment = call.environment;
+  OruGuiBase::Array<Val> servers;
+  for (int server = 0; server < environment.GetServers().CountKeyServers(); ++server) {
+    servers.Append(Val(ServerObject(environment, server)));
+  }
+  const auto seed = call.GetRealm().faults.GetSeed();
+  KVMap state;
+  state.Set("service", Val(ServerObject(environment, kCryptService)));
+  state.Set("servers", Val(servers));
+  state.Set("faults", FaultsVal(environment));
+  state.Set("rooms", RoomsVal(environment));
+  state.Set("groups", GroupsVal(environment));
+  state.Set("lists", ListsVal(environment));
+  state.Set("settings", SettingsVal(environment));
+  state.Set("seed", seed.has_value() ? CountVal(*seed) : Val());
+  state.Set("tls", Val(environment.GetServers().GetUrl(kCryptService).starts_with("https:")));
+  state.Set("lastEvent", CountVal(call.GetRealm().log.Get({.limit = 1}).last));
+  return JsonReply(state);
+}
+
+HttpReply ServeReset(ControlCall& call) {
+  return call.environment.Reset() ? DoneReply() : CannotStore();
+}
+
+}  // namespace
+
+std::vector<ControlRoute> StateRoutes() {
+  return {
+      {"GET", "/stand/", "this list", {}, ServeIndex},
+      {"GET", "/stand/v1/state", "everything that can be changed, with its present value", {}, ServeState},
+      {"POST",
+       "/stand/v1/reset",
+       "restores the state after the start; authorities, identities and integrity keys stay",
+       {},
+       ServeReset}};
+}
+
+// A function's static: the table does not change, and no other object needs it at its own construction.
+const std::vector<ControlRoute>& GetControlRoutes() {
+  static const std::vector<ControlRoute> routes = [] {
+    std::vector<ControlRoute> all;
+    for (const auto& part : {StateRoutes(), FaultRoutes(), RoomRoutes(), GroupRoutes(), ListRoutes(),
+                             SettingRoutes(), EventRoutes()}) {
+      all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+  }();
+  return routes;
+}
+
+HttpReply DoneReply() {
+  return JsonReply(KVMap());
+}
+
+HttpReply NotFound(std::string message) {
+  return ErrorReply({.status = 404, .code = "not_found", .message = std::move(message)});
+}
+
+HttpReply Conflict(const char* member, std::string message) {
+  return ErrorReply({.status = 409, .code = "conflict", .message = std::move(message), .member = member});
+}
+
+HttpReply CannotStore() {
+  return ErrorReply(
+      {.status = 500, .code = "internal", .message = "The change cannot be carried out or stored"});
+}
+
+std::string ServerName(int server) {
+  return server == kCryptService ? "crypt" : std::to_string(server);
+}
+
+std::vector<int> ReadServers(ControlCall& call) {
+  const Servers& servers = call.environment.GetServers();
+  const Val value = call.input.Get("server");
+  const bool isNumber = value.GetType() == OruGuiBase::ValType::Integer;
+  const std::string name = isNumber ? std::to_string(value.AsInteger()) : call.input.ReadString("server");
+  std::vector<int> all;
+  std::vector<std::string> allowed = {"crypt", "all"};
+  for (int server = 0; server < servers.CountKeyServers(); ++server) {
+    all.push_back(server);
+    allowed.push_back(ServerName(server));
+  }
+  if (name == "all") return all;
+  all.push_back(kCryptService);
+  const auto found = std::find_if(all.begin(), all.end(), [&](int server) {
+    return name == ServerName(server) || name == servers.GetUrl(server);
+  });
+  if (found != all.end()) return {*found};
+  call.input.Refuse("server", "\"server\" must be one of those that are allowed, or a server's URL", allowed);
+  return {};
+}
+
+}  // namespace CryptStand
