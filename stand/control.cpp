@@ -1,216 +1,166 @@
-// The control path of the crypt service, by which scripts and tests of other programs change how the servers
-// behave. The tests of this repository call class Stand directly. The header describes the requests.
+// Finds the route of a control request, checks what all routes have in common, and calls it: where the
+// request comes from, the token, the members of the body or the query.
 #include "stand/control.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <limits>
-#include <utility>
+#include <cctype>
+#include <cstring>
 
-#include "stand/served.h"
-#include "stand/stand.h"
-#include "stand/wire.h"
+#include "stand/control_routes.h"
 
 namespace CryptStand {
 namespace {
 
-// A hundred years either way: enough for any certificate to be too early or too late.
-constexpr std::int64_t kMaxClockOffset = 100L * 366 * 86400;
-
-HttpReply Malformed(const char* text) {
-  return Refusal(400, kMalformedErrorId, text);
-}
-
-HttpReply WrongMethod() {
-  return Refusal(405, kMalformedErrorId, "Method not allowed");
-}
-
-HttpReply Done() {
-  return JsonReply(KVMap());
-}
-
-// Reads an optional member into `target`; false when it is of another type.
-template <class T>
-bool ReadInto(const KVMap& body, const char* name, std::optional<T> (*read)(const KVMap&, const char*),
-              T& target) {
-  if (!body.Contains(name)) return true;
-  auto value = read(body, name);
-  if (!value.has_value()) return false;
-  target = *std::move(value);
-  return true;
-}
-
-bool IsCount(std::int64_t number) {
-  return number >= 0 && number <= std::numeric_limits<int>::max();
-}
-
-// By name, by URL or by index. That the server exists is checked by whoever uses the index.
-std::optional<int> ReadServer(const Stand& stand, const KVMap& body) {
-  const std::string name = ReadText(body, "server").value_or("");
-  if (name == "crypt" || name == stand.GetServiceUrl()) return kCryptService;
-  const auto urls = stand.GetKeyServerUrls();
-  const auto found = std::find(urls.begin(), urls.end(), name);
-  if (found != urls.end()) return static_cast<int>(found - urls.begin());
-  const auto index = ReadInteger(body, "server");
-  return index.has_value() && *index >= 0 && *index < 1000 ? std::optional(static_cast<int>(*index))
-                                                           : std::nullopt;
-}
-
-HttpReply ServeFault(Stand& stand, const KVMap& body) {
-  const auto server = ReadServer(stand, body);
-  const auto name = ReadText(body, "fault");
-  Fault fault;
-  std::int64_t uses = 0;
-  std::int64_t number = 0;
-  if (!HasMembers(body, {"server", "fault"}, {"operation", "uses", "number", "text"}) || !server || !name ||
-      !ReadInto(body, "operation", ReadText, fault.operation) ||
-      !ReadInto(body, "text", ReadText, fault.text) || !ReadInto(body, "uses", ReadInteger, uses) ||
-      !ReadInto(body, "number", ReadInteger, number) || !IsCount(uses) || !IsCount(number)) {
-    return Malformed("The fault is malformed");
-  }
-  if (*name == "none") return stand.ClearFaults(*server) ? Done() : Malformed("No such server");
-  const auto type = FindFaultType(*name);
-  if (!type.has_value()) return Malformed("Unknown fault");
-  // Down() waits for the threads of all requests, and this request is one of them.
-  if (*type == FaultType::Down && *server == kCryptService) {
-    return Malformed("The crypt service cannot be taken down through itself");
-  }
-  fault.type = *type;
-  fault.uses = static_cast<int>(uses);
-  fault.number = static_cast<int>(number);
-  return stand.SetFault(*server, fault) ? Done() : Malformed("No such server");
-}
-
-std::optional<RoomCertificate> FindRoomCertificate(const std::string& name) {
-  if (name == "good") return RoomCertificate::Good;
-  if (name == "expired") return RoomCertificate::Expired;
-  if (name == "foreign") return RoomCertificate::Foreign;
-  return name == "wrong-issuer" ? std::optional(RoomCertificate::WrongIssuer) : std::nullopt;
-}
-
-// Members that are missing keep their value. The certificate comes last, since it is the part that can fail
-// for a room that has no key yet.
-HttpReply ServeRoom(Stand& stand, const KVMap& body) {
-  const auto room = ReadText(body, "room");
-  RoomOptions options = stand.GetRoomOptions(room.value_or("")).value_or(RoomOptions());
-  std::string certificate;
-  std::string group;
-  if (!HasMembers(body, {"room"}, {"locked", "plainkey", "certauth", "certificate", "group"}) || !room ||
-      room->empty() || !ReadInto(body, "locked", ReadBool, options.locked) ||
-      !ReadInto(body, "plainkey", ReadBool, options.plainKey) ||
-      !ReadInto(body, "certauth", ReadBool, options.certAuth) ||
-      !ReadInto(body, "certificate", ReadText, certificate) || !ReadInto(body, "group", ReadText, group)) {
-    return Malformed("The room is malformed");
-  }
-  if (!stand.AddRoom(*room, group) || !stand.SetRoomOptions(*room, options))
-    return Malformed("The room cannot be set");
-  if (certificate.empty()) return Done();
-  const auto type = FindRoomCertificate(certificate);
-  const bool shown = type.has_value() && stand.SetRoomCertificate(*room, *type);
-  return shown ? Done() : Malformed("The room has no key to show that way");
-}
-
-std::optional<IntegrityList> FindIntegrityList(const std::string& name) {
-  if (name == "normal") return IntegrityList::Normal;
-  if (name == "empty") return IntegrityList::Empty;
-  if (name == "upper-case") return IntegrityList::UpperCase;
-  if (name == "without-ours") return IntegrityList::WithoutOurs;
-  return name == "other-kinds" ? std::optional(IntegrityList::OtherTypes) : std::nullopt;
-}
-
-// A string to use instead of a list, or null for the real list. False when the member is of another type.
-bool ReadListText(const KVMap& body, const char* name, std::optional<std::string>& text) {
-  const std::uint32_t index = body.Find(name);
-  text = ReadText(body, name);
-  return text.has_value() || index >= body.GetCount() || body.GetValues()[index].IsNil();
-}
-
-HttpReply ServeLists(Stand& stand, const KVMap& body) {
-  std::optional<std::string> certStore;
-  std::optional<std::string> trustStore;
-  std::string integrity = "normal";
-  const bool isWhole = HasMembers(body, {}, {"certstore", "truststore", "integrity"}) &&
-                       ReadListText(body, "certstore", certStore) &&
-                       ReadListText(body, "truststore", trustStore) &&
-                       ReadInto(body, "integrity", ReadText, integrity);
-  const auto type = FindIntegrityList(integrity);
-  if (!isWhole || !type.has_value()) return Malformed("The lists are malformed");
-  stand.GetSettings().SetCertStoreText(certStore);
-  stand.GetSettings().SetTrustStoreText(trustStore);
-  stand.GetSettings().SetIntegrityList(*type);
-  return Done();
-}
-
-HttpReply ServeClock(Stand& stand, const KVMap& body) {
-  const auto server = ReadServer(stand, body);
-  const auto seconds = ReadInteger(body, "seconds");
-  if (!HasMembers(body, {"server", "seconds"}) || !server || !seconds ||
-      std::abs(*seconds) > kMaxClockOffset) {
-    return Malformed("The clock is malformed");
-  }
-  stand.GetSettings().SetClockOffset(*server, *seconds);
-  return Done();
-}
-
-HttpReply ServeAudit(Stand& stand, const KVMap& body) {
-  const auto server = ReadServer(stand, body);
-  const auto rows = ReadInteger(body, "rows");
-  if (!HasMembers(body, {"server", "rows"}) || !server || *server == kCryptService || !rows || *rows < 0) {
-    return Malformed("The audit log is malformed");
-  }
-  stand.GetSettings().SetGeneratedAudit(*server, static_cast<std::uint64_t>(*rows));
-  return Done();
-}
-
-HttpReply ServeEvents(const Stand& stand) {
-  OruGuiBase::Array<Val> list;
-  for (const Event& event : stand.GetEvents()) {
-    KVMap object;
-    object.Set("number", Val(static_cast<std::int64_t>(event.number)));
-    object.Set("server", event.server == kCryptService ? Val("crypt") : Val(std::int64_t{event.server}));
-    object.Set("method", TextVal(event.method));
-    object.Set("target", TextVal(event.target));
-    object.Set("operation", TextVal(event.operation));
-    object.Set("status", Val(std::int64_t{event.status}));
-    object.Set("outcome", TextVal(event.outcome));
-    list.Append(Val(object));
-  }
-  KVMap response;
-  response.Set("events", Val(list));
-  return JsonReply(response);
-}
+// A control request is a few lines. The log of what clients send is not limited by this.
+constexpr std::size_t kMaxControlBody = 1U << 20U;
 
 // The segments of the path. A script that joins the service's URL, which ends in a slash, and "/stand/..."
-// makes an empty segment at the front, which is dropped.
+// makes an empty segment at the front, which is dropped. "/stand" is "/stand/".
 std::vector<std::string> ControlPath(const HttpRequest& request) {
   auto path = request.PathSegments().value_or(std::vector<std::string>());
   if (path.size() > 1 && path.front().empty()) path.erase(path.begin());
+  if (path == std::vector<std::string>{"stand"}) path.emplace_back();
   return path;
+}
+
+bool IsPlaceholder(const std::string& segment) {
+  return std::all_of(segment.begin(), segment.end(),
+                     [](unsigned char letter) { return std::isupper(letter); }) &&
+         !segment.empty();
+}
+
+std::vector<std::string> Split(std::string_view path) {
+  std::vector<std::string> segments;
+  path.remove_prefix(1);
+  while (true) {
+    const std::size_t slash = path.find('/');
+    segments.emplace_back(path.substr(0, slash));
+    if (slash == std::string_view::npos) return segments;
+    path.remove_prefix(slash + 1);
+  }
+}
+
+// The values of the pattern's placeholders; none if the path does not match.
+std::optional<std::vector<std::string>> Match(const char* pattern, const std::vector<std::string>& path) {
+  const auto wanted = Split(pattern);
+  if (wanted.size() != path.size()) return std::nullopt;
+  std::vector<std::string> values;
+  for (std::size_t i = 0; i < path.size(); ++i) {
+    if (IsPlaceholder(wanted[i]) && !path[i].empty()) {
+      values.push_back(path[i]);
+    } else if (wanted[i] != path[i]) {
+      return std::nullopt;
+    }
+  }
+  return values;
+}
+
+struct Found {
+  const ControlRoute* route = nullptr;
+  std::vector<std::string> values{};
+  std::string methods{};  // of all routes with the path
+};
+
+// Routes without placeholders come before those with one in the table, so the first match is the right one.
+Found FindRoute(const std::string& method, const std::vector<std::string>& path) {
+  Found found;
+  for (const ControlRoute& route : GetControlRoutes()) {
+    auto values = Match(route.path, path);
+    if (!values.has_value()) continue;
+    found.methods += (found.methods.empty() ? "" : ", ") + std::string(route.method);
+    if (method != route.method || found.route != nullptr) continue;
+    found.route = &route;
+    found.values = *std::move(values);
+  }
+  return found;
+}
+
+HttpReply UnknownPath(const std::vector<std::string>& path) {
+  std::string message = "There is no such resource; GET /stand/ lists all";
+  constexpr std::pair<const char*, const char*> kMoved[] = {
+      {"fault", "POST /stand/v1/faults"}, {"room", "POST /stand/v1/rooms"},
+      {"lists", "PUT /stand/v1/lists"},   {"clock", "PUT /stand/v1/clocks"},
+      {"audit", "PUT /stand/v1/audit"},   {"events", "GET /stand/v1/events"}};
+  for (const auto& [old, now] : kMoved) {
+    if (path.size() == 2 && path[1] == old) message = std::string("This resource is now ") + now;
+  }
+  return NotFound(std::move(message));
+}
+
+HttpReply OtherMethod(const std::string& methods) {
+  HttpReply reply = ErrorReply(
+      {.status = 405, .code = "method_not_allowed", .message = "This resource has the methods " + methods});
+  reply.headers.emplace_back("Allow", methods);
+  return reply;
+}
+
+bool IsReading(const std::string& method) {
+  return method == "GET";
+}
+
+// Values of a query are strings, all others JSON.
+std::optional<ControlInput> ReadInput(const HttpRequest& request, const std::string& method) {
+  const bool isQuery = IsReading(method) || method == "DELETE";
+  if (!isQuery && request.body.empty()) return ControlInput();
+  auto members = isQuery ? request.QueryMembers() : ReadObject(request.body);
+  return members.has_value() ? std::optional(ControlInput(*std::move(members), isQuery)) : std::nullopt;
+}
+
+void CheckMembers(const ControlRoute& route, ControlInput& input) {
+  std::vector<std::string> known;
+  for (const ControlMember& member : route.members) known.emplace_back(member.name);
+  for (const auto& [name, value] : input.GetMembers()) {
+    const std::string text(name.View());
+    if (std::find(known.begin(), known.end(), text) != known.end()) continue;
+    input.Refuse(text.c_str(), "\"" + text + "\" is not a member of this request", known);
+  }
+  for (const ControlMember& member : route.members) {
+    if (!member.isRequired || input.Has(member.name)) continue;
+    input.Refuse(member.name, "\"" + std::string(member.name) + "\" is missing");
+  }
 }
 
 }  // namespace
 
-bool IsControlRequest(const HttpRequest& request) {
+bool Control::IsFor(const HttpRequest& request) {
   const auto path = ControlPath(request);
   return !path.empty() && path.front() == "stand";
 }
 
-HttpReply ServeControl(Stand& stand, const HttpRequest& request) {
+std::optional<HttpReply> Control::RefuseForeign(const HttpRequest& request) const {
+  const auto error = access_.RefuseForeign(request);
+  return error.has_value() ? std::optional(ErrorReply(*error)) : std::nullopt;
+}
+
+// No cache and no other reading of the type: replies contain what somebody else typed.
+HttpReply Control::Serve(const HttpRequest& request, const std::stop_token& stop) {
+  auto refusal = RefuseForeign(request);
+  HttpReply reply = refusal.has_value() ? *std::move(refusal) : Dispatch(request, stop);
+  reply.headers.emplace_back("Cache-Control", "no-store");
+  reply.headers.emplace_back("X-Content-Type-Options", "nosniff");
+  return reply;
+}
+
+HttpReply Control::Dispatch(const HttpRequest& request, const std::stop_token& stop) {
+  const std::string method = request.method == "HEAD" ? "GET" : request.method;
   const auto path = ControlPath(request);
-  const std::string what = path.size() == 2 ? path[1] : "";
-  constexpr std::pair<const char*, HttpReply (*)(Stand&, const KVMap&)> kChanges[] = {{"fault", ServeFault},
-                                                                                      {"room", ServeRoom},
-                                                                                      {"lists", ServeLists},
-                                                                                      {"clock", ServeClock},
-                                                                                      {"audit", ServeAudit}};
-  if (what == "events") return request.method == "GET" ? ServeEvents(stand) : WrongMethod();
-  for (const auto& [name, serve] : kChanges) {
-    if (what != name) continue;
-    if (request.method != "POST") return WrongMethod();
-    const auto body = ReadObject(request.body);
-    return body.has_value() ? serve(stand, *body) : Malformed("The body is not a JSON object");
+  Found found = FindRoute(method, path);
+  if (found.methods.empty()) return UnknownPath(path);
+  if (found.route == nullptr) return OtherMethod(found.methods);
+  const bool isAuthorized = access_.HasToken(request);
+  if (!IsReading(method) && !isAuthorized) return TokenMissing();
+  if (request.body.size() > kMaxControlBody) {
+    return ErrorReply({.status = 413, .code = "too_large", .message = "The body is larger than 1 MiB"});
   }
-  return Refusal(404, kUnknownErrorId, "Unknown path");
+  auto input = ReadInput(request, method);
+  if (!input.has_value())
+    return ErrorReply({.message = "The body or the query cannot be read: the body must be a JSON object"});
+  CheckMembers(*found.route, *input);
+  ControlCall call{environment_, request, stop, isAuthorized, std::move(found.values), *std::move(input)};
+  if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
+  HttpReply reply = found.route->serve(call);
+  if (!IsReading(method) && reply.status < 300) environment_.GetRealm().log.NoteChange();
+  return reply;
 }
 
 }  // namespace CryptStand

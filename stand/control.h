@@ -1,30 +1,35 @@
 #pragma once
 
-#include "stand/http.h"
+#include <optional>
+#include <stop_token>
+
+#include "stand/control_access.h"
+#include "stand/environment.h"
 
 namespace CryptStand {
 
-class Stand;
+/// The control interface: the resources below /stand/ of the crypt service, by which scripts, tests of other
+/// programs and the page change how the servers behave. docs/stand.md describes it, and so does GET /stand/.
+/// Faults do not apply to it, and the event log does not contain its requests. Safe for any number of
+/// threads; `environment` must outlive it.
+class Control {
+ public:
+  Control(Environment& environment, ControlAccess access)
+      : environment_(environment), access_(std::move(access)) {}
 
-/// Whether a request to the crypt service is for the test environment itself: its path begins with "stand".
-bool IsControlRequest(const HttpRequest& request);
+  const std::string& GetToken() const { return access_.GetToken(); }
+  /// Whether a request is for the environment itself: its path begins with "stand".
+  static bool IsFor(const HttpRequest& request);
+  HttpReply Serve(const HttpRequest& request, const std::stop_token& stop);
+  /// The reply to a request that a page of another site may have sent, for whatever else is not to be read by
+  /// such a page; none if it may be served.
+  std::optional<HttpReply> RefuseForeign(const HttpRequest& request) const;
 
-/// Serves the control path, so that scripts can do what tests do in their own process. Faults do not apply to
-/// it.
-///
-///   POST stand/fault  {"server":,"fault":NAME,"operation":,"uses":,"number":,"text":}; a server is named by
-///                     "crypt", or by the index or the URL of a key server; the fault "none" clears all
-///   POST stand/room   {"room":,"locked":,"plainkey":,"certauth":,"group":,"certificate":"good"|"expired"|
-///                     "foreign"|"wrong-issuer"}; an unknown room is created, in the default group unless
-///                     another is named
-///   POST stand/lists  {"certstore":TEXT,"truststore":TEXT,"integrity":"normal"|"empty"|"upper-case"|
-///                     "without-ours"|"other-kinds"}; members left out or null return to normal
-///   POST stand/clock  {"server":0,"seconds":} sets how far the server's clock is ahead
-///   POST stand/audit  {"server":0,"rows":} sets how many made-up records its audit logs have
-///   GET  stand/events the event log
-///
-/// A fault needs only "server" and "fault", a room only "room"; members left out of a room stay as they are.
-/// Malformed requests get status 400, other paths 404, other methods 405.
-HttpReply ServeControl(Stand& stand, const HttpRequest& request);
+ private:
+  HttpReply Dispatch(const HttpRequest& request, const std::stop_token& stop);
+
+  Environment& environment_;
+  const ControlAccess access_;
+};
 
 }  // namespace CryptStand

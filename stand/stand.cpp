@@ -4,16 +4,22 @@
 
 #include <openssl/crypto.h>
 
-#include "foundation/encoding.h"
 #include "stand/control.h"
 #include "stand/crypt_service.h"
 #include "stand/front.h"
 #include "stand/key_server.h"
+#include "stand/private_file.h"
 
 namespace CryptStand {
 namespace {
 
 constexpr int kMaxPort = 65535;
+constexpr const char* kTokenFile = "/control-token";
+
+ControlAccess MakeAccess(const Options& options) {
+  return {options.controlToken.empty() ? ControlAccess::MakeToken() : options.controlToken,
+          options.allowedHosts};
+}
 
 std::string UrlOf(const HttpServer& server) {
   return "http://127.0.0.1:" + std::to_string(server.GetPort());
@@ -21,26 +27,42 @@ std::string UrlOf(const HttpServer& server) {
 
 }  // namespace
 
-class Stand::Impl {
+class Stand::Impl : public Servers {
  public:
   explicit Impl(Options given)
-      : options(std::move(given)), realm(options.folder.empty() && !options.ownKeys), service(realm) {
+      : options(std::move(given)),
+        realm(options.folder.empty() && !options.ownKeys),
+        environment(realm, *this, options.group),
+        control(environment, MakeAccess(options)),
+        service(realm) {
     // A static Stand must be destroyed before OpenSSL's exit handler runs, since its threads use OpenSSL
     // until the servers are down. Exit handlers run in reverse order, so OpenSSL registers its own here,
     // before the constructor completes. It does so only if at least one option is given.
     OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr);
   }
 
-  bool Start(Stand& stand, std::string& error);
+  bool Start(std::string& error);
   bool SetUp(std::string& error);
-  bool AddRoom(const std::string& id, const std::string& group);
   bool Bind(std::string& error);
   bool BindKeyServer(int index, std::string& error);
-  HttpServer* FindServer(int server);
-  HttpReply ServeCrypt(Stand& stand, const HttpRequest& request, const std::stop_token& stop);
+  HttpReply ServeCrypt(const HttpRequest& request, const std::stop_token& stop);
+
+  // Servers. Not called for a server that does not exist.
+  HttpServer& At(int server) const {
+    return server == kCryptService ? *crypt : *keyHttp.at(static_cast<std::size_t>(server));
+  }
+  int CountKeyServers() const override { return static_cast<int>(keyHttp.size()); }
+  std::string GetUrl(int server) const override {
+    return UrlOf(At(server)) + (server == kCryptService ? "/" : "");
+  }
+  bool IsUp(int server) const override { return At(server).IsUp(); }
+  bool Up(int server, std::string& error) override { return At(server).Up(error); }
+  void Down(int server) override { At(server).Down(); }
 
   const Options options;
   Realm realm;
+  Environment environment;
+  Control control;
   CryptService service;
   std::unique_ptr<HttpServer> crypt;
   // Order matters: the HTTP servers (and their threads) are destroyed before the key servers that they call.
@@ -51,18 +73,16 @@ class Stand::Impl {
 bool Stand::Impl::SetUp(std::string& error) {
   if (!realm.store.Open(options.folder, error)) return false;
   bool good = realm.store.AddGroup(options.group, options.groupName);
-  for (const std::string& room : options.rooms) good = good && AddRoom(room, options.group);
+  for (const std::string& room : options.rooms) good = good && environment.AddRoom(room);
   // Generates all keys of a new folder now, so that its first request is as fast as any other.
   if (good && !options.folder.empty()) good = realm.authority.Prepare();
-  if (!good) error = "The state cannot be stored, or a room id is empty or not UTF-8";
-  return good;
-}
-
-// The id must be UTF-8, since it appears in JSON.
-bool Stand::Impl::AddRoom(const std::string& id, const std::string& group) {
-  const bool isText =
-      !id.empty() && OruGuiBase::IsValidUTF8(id.data(), static_cast<std::uint32_t>(id.size()));
-  return isText && realm.store.HasGroup(group) && realm.store.AddRoom(id, group);
+  if (!good || !realm.store.MarkStart()) {
+    error = "The state cannot be stored, or a room id is empty or not UTF-8";
+    return false;
+  }
+  if (control.GetToken().empty()) error = "no random bytes are available";
+  return error.empty() && (options.folder.empty() ||
+                           WritePrivateFile(options.folder + kTokenFile, control.GetToken() + "\n", error));
 }
 
 bool Stand::Impl::Bind(std::string& error) {
@@ -97,8 +117,8 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
   return true;
 }
 
-HttpReply Stand::Impl::ServeCrypt(Stand& stand, const HttpRequest& request, const std::stop_token& stop) {
-  if (IsControlRequest(request)) return ServeControl(stand, request);
+HttpReply Stand::Impl::ServeCrypt(const HttpRequest& request, const std::stop_token& stop) {
+  if (Control::IsFor(request)) return control.Serve(request, stop);
   const auto route = CryptService::FindRoute(request);
   const Subject subject = route.has_value() ? Subject{route->operation, route->id} : Subject();
   return Front(realm, kCryptService).Respond(request, subject, stop, [&] {
@@ -106,11 +126,9 @@ HttpReply Stand::Impl::ServeCrypt(Stand& stand, const HttpRequest& request, cons
   });
 }
 
-bool Stand::Impl::Start(Stand& stand, std::string& error) {
-  crypt =
-      std::make_unique<HttpServer>([this, &stand](const HttpRequest& request, const std::stop_token& stop) {
-        return ServeCrypt(stand, request, stop);
-      });
+bool Stand::Impl::Start(std::string& error) {
+  crypt = std::make_unique<HttpServer>(
+      [this](const HttpRequest& request, const std::stop_token& stop) { return ServeCrypt(request, stop); });
   // Ports first: a port that is taken is found at once, generating keys takes time.
   if (!Bind(error) || !SetUp(error)) return false;
   // The crypt service comes last: a client that reaches it finds all key servers up.
@@ -118,12 +136,6 @@ bool Stand::Impl::Start(Stand& stand, std::string& error) {
     if (!server->Up(error)) return false;
   }
   return crypt->Up(error);
-}
-
-HttpServer* Stand::Impl::FindServer(int server) {
-  if (server == kCryptService) return crypt.get();
-  const auto index = static_cast<std::size_t>(server);
-  return server >= 0 && index < keyHttp.size() ? keyHttp[index].get() : nullptr;
 }
 
 Stand::Stand(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}
@@ -134,7 +146,7 @@ Stand::~Stand() {
 }
 
 bool Stand::Start(std::string& error) {
-  return impl_->Start(*this, error);
+  return impl_->Start(error);
 }
 
 std::string Stand::GetServiceUrl() const {
@@ -149,28 +161,24 @@ std::vector<std::string> Stand::GetRooms() const {
   return impl_->realm.store.GetRooms();
 }
 
-// Down is not stored among the faults, since a server that is down looks at none.
 bool Stand::SetFault(int server, const Fault& fault) {
-  HttpServer* http = impl_->FindServer(server);
-  if (http == nullptr) return false;
-  if (fault.type == FaultType::Down) {
-    http->Down();
-  } else {
-    impl_->realm.faults.Set(server, fault);
-  }
-  return true;
+  return impl_->environment.SetFault(server, fault).has_value();
 }
 
 bool Stand::ClearFaults(int server) {
-  HttpServer* http = impl_->FindServer(server);
-  if (http == nullptr) return false;
-  impl_->realm.faults.Clear(server);
-  std::string error;
-  return http->Up(error);
+  return impl_->environment.ClearFaults(server);
 }
 
 bool Stand::AddRoom(const std::string& id, const std::string& group) {
-  return impl_->AddRoom(id, group.empty() ? impl_->options.group : group);
+  return impl_->environment.AddRoom(id, group);
+}
+
+bool Stand::Reset() {
+  return impl_->environment.Reset();
+}
+
+const std::string& Stand::GetControlToken() const {
+  return impl_->control.GetToken();
 }
 
 std::optional<GroupRecord> Stand::GetGroup(const std::string& id) const {

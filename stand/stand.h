@@ -31,6 +31,11 @@ struct Options {
   std::string group = "QOB.1.100.1";
   std::string groupName = "Demo group";
   std::vector<std::string> rooms = {"demo"};
+  /// What changes through the control interface need; random if empty. Also written to the folder, into the
+  /// file "control-token".
+  std::string controlToken{};
+  /// Names besides those of loopback under which the page and the control interface may be reached.
+  std::vector<std::string> allowedHosts{};
 };
 
 /// A running test environment; owns its servers and threads. All members but Start() may be called from any
@@ -70,6 +75,10 @@ class Stand {
   bool RenewIntegrityKey();
   /// How long tokens that are issued from now on can be used; one minute by default.
   void SetTokenLifetime(std::chrono::milliseconds lifetime);
+  /// Brings back the state after the start (Environment::Reset).
+  bool Reset();
+  /// What the control interface wants for changes.
+  const std::string& GetControlToken() const;
   /// Lists, clocks, announced addresses and the size of audit logs.
   Settings& GetSettings();
 

@@ -116,16 +116,6 @@ TEST_F(AuditLogTest, PutsMadeUpRecordsBehindTheRealOnes) {
   EXPECT_THAT(records.back(), testing::HasSubstr("20000"));
 }
 
-TEST_F(AuditLogTest, IsSetThroughTheControlPath) {
-  EXPECT_EQ(Post(Service("stand/audit"), R"({"server":0,"rows":3})").status, 200);
-  EXPECT_THAT(Records(FetchLog().body), testing::SizeIs(3));
-  for (const char* body :
-       {"{}", R"({"server":0})", R"({"server":"crypt","rows":1})", R"({"server":0,"rows":-1})",
-        R"({"server":0,"rows":"1"})", R"({"server":0,"rows":1,"x":1})"}) {
-    EXPECT_EQ(Post(Service("stand/audit"), body).status, 400) << body;
-  }
-}
-
 TEST_F(AuditLogTest, EndsInTheMiddleWhenItIsCut) {
   stand_.GetSettings().SetGeneratedAudit(0, 3000);
   const std::size_t whole = FetchLog().body.size();

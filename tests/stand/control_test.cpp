@@ -2,154 +2,172 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/stand/stand_peer.h"
+#include "tests/stand/control_peer.h"
 
 namespace CryptStand {
 namespace {
 
-class ControlTest : public StandTest {
- protected:
-  // As curl posts it by default.
-  int Change(const char* what, const std::string& body) {
-    return Post(Service("stand/") + what, body, {}, "application/x-www-form-urlencoded").status;
+using testing::Contains;
+using testing::HasSubstr;
+
+TEST_F(ControlTest, ListsItsResources) {
+  const KVMap index = Get(Service("stand/")).Object();
+  EXPECT_EQ(ReadText(index, "program"), "cryptstand");
+  EXPECT_EQ(ReadInteger(index, "interface"), 1);
+  std::vector<std::string> all;
+  for (const KVMap& resource : Maps(index, "resources")) {
+    all.push_back(*ReadText(resource, "method") + " " + *ReadText(resource, "path"));
+    EXPECT_NE(ReadText(resource, "does"), "") << all.back();
   }
-};
-
-TEST_F(ControlTest, SetsAndClearsFaults) {
-  EXPECT_EQ(Change("fault", R"({"server":0,"fault":"status","number":500,"operation":"status","uses":9})"),
-            200);
-  EXPECT_EQ(Get(Server("status?1")).status, 500);
-  EXPECT_EQ(Get(Server("certstore")).status, 200);
-  EXPECT_EQ(Change("fault", R"({"server":0,"fault":"none"})"), 200);
-  EXPECT_EQ(Get(Server("status?1")).status, 200);
-}
-
-TEST_F(ControlTest, TakesServersDownAndUp) {
-  EXPECT_EQ(Change("fault", R"({"server":1,"fault":"down"})"), 200);
-  EXPECT_EQ(Get(Server("status?1", 1)).status, 0);
-  EXPECT_EQ(Change("fault", R"({"server":1,"fault":"none"})"), 200);
-  EXPECT_EQ(Get(Server("status?1", 1)).status, 200);
-}
-
-TEST_F(ControlTest, KnowsServersByTheirUrl) {
-  const std::string url = stand_.GetKeyServerUrls().at(2);
-  EXPECT_EQ(Change("fault", R"({"server":")" + url + R"(","fault":"down"})"), 200);
-  EXPECT_EQ(Get(Server("status?1", 2)).status, 0);
-  EXPECT_EQ(Change("fault", R"({"server":")" + stand_.GetServiceUrl() + R"(","fault":"status"})"), 200);
-  EXPECT_EQ(Get(Service("crypt/key/demo")).status, 503);
+  EXPECT_THAT(all, Contains("POST /stand/v1/faults"));
+  EXPECT_THAT(all, Contains("GET /stand/v1/events/follow"));
+  EXPECT_EQ(Get(Service("stand")).status, 200);
 }
 
 TEST_F(ControlTest, AcceptsADoubleSlashBeforeItsPath) {
-  EXPECT_EQ(Post(Service("/stand/fault"), R"({"server":0,"fault":"status"})").status, 200);
+  EXPECT_EQ(Get(Service("/stand/v1/state")).status, 200);
+}
+
+TEST_F(ControlTest, NamesTheListAtUnknownPaths) {
+  const Reply unknown = Get(Path("other"));
+  EXPECT_EQ(unknown.status, 404);
+  EXPECT_EQ(ErrorPart(unknown, "code"), "not_found");
+  EXPECT_THAT(ErrorPart(unknown, "message"), HasSubstr("GET /stand/"));
+  EXPECT_EQ(Get(Path("rooms/a/b")).status, 404);
+}
+
+TEST_F(ControlTest, NamesTheNewAddressAtFormerPaths) {
+  const Reply former = Post(Service("stand/fault"), "{}");
+  EXPECT_EQ(former.status, 404);
+  EXPECT_THAT(ErrorPart(former, "message"), HasSubstr("POST /stand/v1/faults"));
+}
+
+TEST_F(ControlTest, NamesTheMethodsOfAResource) {
+  const Reply reply = Send("PATCH", Path("faults"));
+  EXPECT_EQ(reply.status, 405);
+  EXPECT_EQ(reply.Header("Allow"), "GET, POST, DELETE");
+  EXPECT_EQ(ErrorPart(reply, "code"), "method_not_allowed");
+}
+
+TEST_F(ControlTest, NamesUnknownMembers) {
+  const Reply reply = Change("POST", "faults", R"({"server":"0","fault":"slow","use":1})");
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_EQ(ErrorPart(reply, "member"), "use");
+  EXPECT_THAT(Allowed(reply), Contains("uses"));
+  const Reply query = Get(Path("events?afer=1"));
+  EXPECT_EQ(query.status, 400);
+  EXPECT_EQ(ErrorPart(query, "member"), "afer");
+}
+
+TEST_F(ControlTest, NamesMissingMembers) {
+  const Reply reply = Change("PUT", "clocks", R"({"server":"0"})");
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_EQ(ErrorPart(reply, "member"), "seconds");
+}
+
+TEST_F(ControlTest, RefusesBodiesThatAreNoObject) {
+  for (const char* body : {"[]", "7", "{", "{\"server\":\"0\"}x"}) {
+    EXPECT_EQ(Change("POST", "faults", body).status, 400) << body;
+  }
+  EXPECT_EQ(Get(Path("events?after=%G0")).status, 400);
+  EXPECT_EQ(Get(Path("events?after=1&after=2")).status, 400);
+}
+
+TEST_F(ControlTest, RefusesLargeBodies) {
+  EXPECT_EQ(Change("POST", "faults", std::string(2U << 20U, ' ')).status, 413);
+}
+
+TEST_F(ControlTest, IsNotAffectedByFaultsNorLogged) {
+  ASSERT_TRUE(stand_.SetFault(kCryptService, {.type = FaultType::Status}));
+  EXPECT_EQ(Get(Path("state")).status, 200);
+  EXPECT_TRUE(stand_.GetEvents().empty());
+}
+
+TEST_F(ControlTest, ForbidsCachesAndOtherReadings) {
+  const Reply reply = Get(Path("state"));
+  EXPECT_EQ(reply.Header("Cache-Control"), "no-store");
+  EXPECT_EQ(reply.Header("X-Content-Type-Options"), "nosniff");
+  EXPECT_EQ(reply.Header("Access-Control-Allow-Origin"), "(none)");
+}
+
+TEST_F(ControlTest, ShowsTheState) {
+  ASSERT_TRUE(stand_.SetFault(1, {.type = FaultType::Down}));
+  stand_.GetSettings().SetClockOffset(2, -60);
+  Get(Server("status?1"));
+  const KVMap state = Read("state");
+  const auto servers = Maps(state, "servers");
+  ASSERT_EQ(servers.size(), 3U);
+  EXPECT_EQ(ReadText(servers[0], "url"), stand_.GetKeyServerUrls().at(0));
+  EXPECT_EQ(ReadInteger(servers[0], "requests"), 1);
+  EXPECT_EQ(ReadBool(servers[0], "up"), true);
+  EXPECT_EQ(ReadBool(servers[1], "up"), false);
+  EXPECT_EQ(ReadInteger(servers[2], "clockOffset"), -60);
+  EXPECT_EQ(ReadText(ReadMap(state, "service").value_or(KVMap()), "url"), stand_.GetServiceUrl());
+  EXPECT_EQ(Maps(state, "rooms").size(), 1U);
+  EXPECT_EQ(Maps(state, "groups").size(), 1U);
+  EXPECT_EQ(Maps(state, "faults").size(), 1U);
+  EXPECT_EQ(ReadInteger(state, "lastEvent"), 1);
+  EXPECT_EQ(ReadBool(state, "tls"), false);
+}
+
+class ControlAccessTest : public ControlTest {
+ protected:
+  ControlAccessTest() : ControlTest(MakeOptions()) {}
+  static Options MakeOptions() {
+    Options options;
+    options.controlToken = "secret";
+    options.allowedHosts = {"stand.example"};
+    return options;
+  }
+  Reply ReadAs(const char* header, const std::string& value) const {
+    return Peer().Send("GET", Path("state"), {}, {{header, value}});
+  }
+  std::string Host() const {
+    const std::string url = stand_.GetServiceUrl();
+    return url.substr(7, url.size() - 8);
+  }
+};
+
+TEST_F(ControlAccessTest, RefusesForeignHosts) {
+  for (const char* host : {"evil.example", "evil.example:80", "127.0.0.1.evil.example", "localhost.", "["}) {
+    const Reply reply = ReadAs("Host", host);
+    EXPECT_EQ(reply.status, 403) << host;
+    EXPECT_EQ(ErrorPart(reply, "code"), "forbidden") << host;
+  }
+}
+
+TEST_F(ControlAccessTest, AcceptsLoopbackAndAllowedHosts) {
+  for (const char* host : {"localhost", "LOCALHOST:7080", "127.0.0.1", "[::1]:7080", "stand.example:1"}) {
+    EXPECT_EQ(ReadAs("Host", host).status, 200) << host;
+  }
+}
+
+TEST_F(ControlAccessTest, RefusesForeignOrigins) {
+  for (const char* origin : {"http://evil.example", "null", "http://127.0.0.1:1", "http://localhost"}) {
+    EXPECT_EQ(ReadAs("Origin", origin).status, 403) << origin;
+  }
+  EXPECT_EQ(ReadAs("Origin", "http://" + Host()).status, 200);
+}
+
+TEST_F(ControlAccessTest, RefusesChangesWithoutTheToken) {
+  const std::string body = R"({"server":"0","fault":"status"})";
+  for (const char* value : {"Bearer secreT", "Bearer secret1", "Bearer ", "Basic secret", "secret"}) {
+    const Reply reply = Peer().Send("POST", Path("faults"), body, {{"Authorization", value}});
+    EXPECT_EQ(reply.status, 401) << value;
+    EXPECT_EQ(reply.Header("WWW-Authenticate"), "Bearer") << value;
+  }
+  EXPECT_EQ(Post(Path("faults"), body).status, 401);
+  EXPECT_EQ(Send("DELETE", Path("events")).status, 401);
+  EXPECT_EQ(Get(Server("status?1")).status, 200);
+  EXPECT_EQ(Peer().Send("POST", Path("faults"), body, {{"Authorization", "Bearer secret"}}).status, 200);
   EXPECT_EQ(Get(Server("status?1")).status, 503);
 }
 
-TEST_F(ControlTest, DoesNotTakeTheCryptServiceDown) {
-  EXPECT_EQ(Change("fault", R"({"server":"crypt","fault":"down"})"), 400);
-}
-
-TEST_F(ControlTest, IsNotAffectedByFaults) {
-  EXPECT_EQ(Change("fault", R"({"server":"crypt","fault":"status","number":500})"), 200);
-  EXPECT_EQ(Get(Service("crypt/key/demo")).status, 500);
-  EXPECT_EQ(Change("fault", R"({"server":"crypt","fault":"none"})"), 200);
-  EXPECT_EQ(Get(Service("crypt/key/demo")).status, 200);
-}
-
-TEST_F(ControlTest, RefusesMalformedFaults) {
-  for (const char* body :
-       {"", "[]", "{}", R"({"server":0})", R"({"fault":"cut"})", R"({"server":9,"fault":"cut"})",
-        R"({"server":-1,"fault":"cut"})", R"({"server":"x","fault":"cut"})",
-        R"({"server":0,"fault":"other"})", R"({"server":0,"fault":7})",
-        R"({"server":0,"fault":"cut","uses":"x"})", R"({"server":0,"fault":"cut","uses":-1})",
-        R"({"server":0,"fault":"cut","number":5000000000})", R"({"server":0,"fault":"cut","operation":1})",
-        R"({"server":0,"fault":"cut","x":1})"}) {
-    EXPECT_EQ(Change("fault", body), 400) << body;
-  }
-}
-
-TEST_F(ControlTest, ChangesRoomOptions) {
-  EXPECT_EQ(Change("room", R"({"room":"demo","locked":true,"plainkey":true})"), 200);
-  EXPECT_EQ(Change("room", R"({"room":"demo","locked":false})"), 200);
-  const auto options = stand_.GetRoomOptions("demo");
-  EXPECT_FALSE(options->locked);
-  EXPECT_TRUE(options->plainKey);
-  EXPECT_FALSE(options->certAuth);
-}
-
-TEST_F(ControlTest, MakesRooms) {
-  EXPECT_EQ(Change("room", R"({"room":"new","certauth":true})"), 200);
-  EXPECT_EQ(ReadBool(Get(Service("crypt/key/new")).Object(), "certauth"), true);
-}
-
-TEST_F(ControlTest, ShowsRoomsWithOtherCertificates) {
-  const Cert good = Cert::FromPEM(MakeRoomKey().Text("certificate"));
-  const struct {
-    const char* name;
-    const char* issuer;
-  } rows[] = {{"foreign", "CN=Foreign root,O=Development stand"},
-              {"wrong-issuer", "CN=Issuing,O=Development stand"},
-              {"expired", "CN=Inner signing,O=Development stand"},
-              {"good", "CN=Inner signing,O=Development stand"}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(Change("room", std::string(R"({"room":"demo","certificate":")") + row.name + "\"}"), 200);
-    const Cert shown = Cert::FromPEM(Get(Service("crypt/key/demo")).Text("certificate"));
-    EXPECT_EQ(shown.GetIssuer(), row.issuer);
-    EXPECT_EQ(shown.GetSerial(), good.GetSerial());
-    EXPECT_EQ(shown.GetPublicKey().ToPublicPEM(), good.GetPublicKey().ToPublicPEM());
-    const bool isOver = X509_cmp_current_time(X509_get0_notAfter(shown.Get0())) < 0;
-    EXPECT_EQ(isOver, std::string(row.name) == "expired");
-  }
-}
-
-TEST_F(ControlTest, RefusesMalformedRooms) {
-  for (const char* body : {"{}", R"({"room":""})", R"({"room":7})", R"({"room":"demo","locked":1})",
-                           R"({"room":"demo","certificate":"good"})", R"({"room":"demo","certificate":"x"})",
-                           R"({"room":"demo","x":true})"}) {
-    EXPECT_EQ(Change("room", body), 400) << body;
-  }
-}
-
-TEST_F(ControlTest, SpoilsAndRestoresLists) {
-  EXPECT_EQ(Change("lists", R"({"certstore":"broken","truststore":"","integrity":"empty"})"), 200);
-  EXPECT_EQ(Get(Server("certstore")).body, "broken");
-  EXPECT_EQ(Get(Server("truststore")).body, "");
-  EXPECT_EQ(stand_.GetSettings().GetIntegrityList(), IntegrityList::Empty);
-  EXPECT_EQ(Change("lists", R"({"certstore":null})"), 200);
-  EXPECT_THAT(Get(Server("certstore")).body, testing::StartsWith("-----BEGIN CERTIFICATE-----"));
-  EXPECT_THAT(Get(Server("truststore")).body, testing::StartsWith("-----BEGIN CERTIFICATE-----"));
-  EXPECT_EQ(stand_.GetSettings().GetIntegrityList(), IntegrityList::Normal);
-}
-
-TEST_F(ControlTest, RefusesMalformedLists) {
-  for (const char* body : {"7", R"({"certstore":7})", R"({"integrity":"x"})", R"({"x":""})"}) {
-    EXPECT_EQ(Change("lists", body), 400) << body;
-  }
-}
-
-TEST_F(ControlTest, SetsClocks) {
-  EXPECT_EQ(Change("clock", R"({"server":2,"seconds":-60})"), 200);
-  EXPECT_EQ(stand_.GetSettings().GetClockOffset(2), -60);
-  for (const char* body : {"{}", R"({"server":2})", R"({"server":2,"seconds":"x"})",
-                           R"({"server":2,"seconds":99999999999999})", R"({"server":2,"seconds":1,"x":1})"}) {
-    EXPECT_EQ(Change("clock", body), 400) << body;
-  }
-}
-
-TEST_F(ControlTest, ShowsTheEventLog) {
-  Get(Server("status?77"));
-  const auto events = ReadArray(Get(Service("stand/events")).Object(), "events");
-  ASSERT_EQ(events->GetCount(), 1U);
-  const KVMap event = (*events)[0].AsMap();
-  EXPECT_EQ(ReadText(event, "target"), "/status?77");
-  EXPECT_EQ(ReadInteger(event, "server"), 0);
-}
-
-TEST_F(ControlTest, DoesNotKnowOtherPathsAndMethods) {
-  EXPECT_EQ(Change("other", "{}"), 404);
-  EXPECT_EQ(Get(Service("stand")).status, 404);
-  EXPECT_EQ(Get(Service("stand/fault/x")).status, 404);
-  EXPECT_EQ(Get(Service("stand/fault")).status, 405);
-  EXPECT_EQ(Post(Service("stand/events"), "{}").status, 405);
+TEST(ControlTokenTest, IsRandomUnlessItIsGiven) {
+  const std::string token = ControlAccess::MakeToken();
+  EXPECT_THAT(token, testing::MatchesRegex("[0-9a-f]+"));
+  EXPECT_EQ(token.size(), 32U);
+  EXPECT_NE(ControlAccess::MakeToken(), token);
 }
 
 }  // namespace
