@@ -1,0 +1,147 @@
+#include <gtest/gtest.h>
+
+#include "tests/stand/control_peer.h"
+
+namespace CryptStand {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+
+class ControlFaultsTest : public ControlTest {
+ protected:
+  Reply Set(const std::string& body) const { return Change("POST", "faults", body); }
+  int StatusOf(std::size_t server = 0) const { return Get(Server("status?1", server)).status; }
+  std::vector<int> Statuses(int count) const {
+    std::vector<int> statuses;
+    for (int i = 0; i < count; ++i) statuses.push_back(StatusOf());
+    return statuses;
+  }
+};
+
+TEST_F(ControlFaultsTest, SetsAndClearsOne) {
+  const Reply first = Set(R"({"server":0,"fault":"status","number":500,"operation":"status"})");
+  ASSERT_EQ(first.status, 200) << first.body;
+  const std::string id = std::to_string(ReadInteger(first.Object(), "id").value_or(0));
+  EXPECT_EQ(StatusOf(), 500);
+  EXPECT_EQ(Get(Server("certstore")).status, 200);
+  EXPECT_EQ(Change("DELETE", "faults/" + id).status, 200);
+  EXPECT_EQ(StatusOf(), 200);
+  EXPECT_EQ(Change("DELETE", "faults/" + id).status, 404);
+  EXPECT_EQ(Change("DELETE", "faults/x").status, 404);
+}
+
+TEST_F(ControlFaultsTest, ListsWhatIsSetWithItsUses) {
+  Set(R"({"server":"1","fault":"wrong-date","text":"yesterday","uses":3,"probability":1})");
+  StatusOf(1);
+  const auto set = ReadList("faults", "set");
+  ASSERT_EQ(set.size(), 1U);
+  EXPECT_EQ(ReadText(set[0], "server"), "1");
+  EXPECT_EQ(ReadText(set[0], "fault"), "wrong-date");
+  EXPECT_EQ(ReadText(set[0], "text"), "yesterday");
+  EXPECT_EQ(ReadInteger(set[0], "uses"), 3);
+  EXPECT_EQ(ReadInteger(set[0], "taken"), 1);
+  EXPECT_EQ(ReadInteger(set[0], "usesLeft"), 2);
+}
+
+TEST_F(ControlFaultsTest, ListsAllTypes) {
+  const auto types = ReadList("faults", "types");
+  EXPECT_EQ(types.size(), GetFaultTypes().size());
+  EXPECT_EQ(ReadText(types.at(1), "name"), "slow");
+  EXPECT_EQ(ReadText(types.at(1), "number"), "milliseconds");
+  EXPECT_TRUE(types.at(1).Get("text").IsNil());
+}
+
+TEST_F(ControlFaultsTest, AppliesToSoManyRequests) {
+  Set(R"({"server":"0","fault":"status","uses":1})");
+  EXPECT_THAT(Statuses(2), ElementsAre(503, 200));
+  Set(R"({"server":"0","fault":"status","uses":2})");
+  EXPECT_THAT(Statuses(3), ElementsAre(503, 503, 200));
+}
+
+TEST_F(ControlFaultsTest, AppliesWithAProbabilityThatASeedRepeats) {
+  const std::string fault = R"({"server":"0","fault":"status","probability":0.5})";
+  EXPECT_EQ(Change("POST", "seed", R"({"seed":42})").status, 200);
+  ASSERT_EQ(Set(fault).status, 200);
+  const auto first = Statuses(40);
+  EXPECT_THAT(first, Contains(503));
+  EXPECT_THAT(first, Contains(200));
+  EXPECT_EQ(Change("POST", "seed", R"({"seed":42})").status, 200);
+  EXPECT_EQ(Statuses(40), first);
+  EXPECT_EQ(ReadInteger(Read("state"), "seed"), 42);
+}
+
+TEST_F(ControlFaultsTest, NeverAppliesWithTheProbabilityZero) {
+  Set(R"({"server":"0","fault":"status","probability":0})");
+  EXPECT_EQ(StatusOf(), 200);
+}
+
+TEST_F(ControlFaultsTest, ConcernsAllKeyServersAtOnce) {
+  const Reply set = Set(R"({"server":"all","fault":"status"})");
+  EXPECT_EQ(ReadArray(set.Object(), "ids")->GetCount(), 3U);
+  for (std::size_t server = 0; server < 3; ++server) EXPECT_EQ(StatusOf(server), 503);
+  EXPECT_EQ(Get(Service("crypt/key/demo")).status, 200);
+  EXPECT_EQ(Change("DELETE", "faults?server=1").status, 200);
+  EXPECT_EQ(StatusOf(1), 200);
+  EXPECT_EQ(StatusOf(2), 503);
+}
+
+TEST_F(ControlFaultsTest, TakesServersDownAndUp) {
+  const std::string url = stand_.GetKeyServerUrls().at(1);
+  const Reply down = Set(R"({"server":")" + url + R"(","fault":"down"})");
+  ASSERT_EQ(down.status, 200) << down.body;
+  EXPECT_EQ(StatusOf(1), 0);
+  const std::string id = std::to_string(*ReadInteger(down.Object(), "id"));
+  EXPECT_EQ(Change("DELETE", "faults/" + id).status, 200);
+  EXPECT_EQ(StatusOf(1), 200);
+  Set(R"({"server":"all","fault":"down"})");
+  EXPECT_EQ(Change("DELETE", "faults").status, 200);
+  for (std::size_t server = 0; server < 3; ++server) EXPECT_EQ(StatusOf(server), 200);
+}
+
+TEST_F(ControlFaultsTest, DoesNotTakeTheCryptServiceDown) {
+  const Reply reply = Set(R"({"server":"crypt","fault":"down"})");
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_EQ(ErrorPart(reply, "member"), "server");
+}
+
+TEST_F(ControlFaultsTest, NamesTheWrongMember) {
+  const struct {
+    const char* body;
+    const char* member;
+  } rows[] = {
+      {R"({"server":"0"})", "fault"},
+      {R"({"fault":"cut"})", "server"},
+      {R"({"server":9,"fault":"cut"})", "server"},
+      {R"({"server":-1,"fault":"cut"})", "server"},
+      {R"({"server":true,"fault":"cut"})", "server"},
+      {R"({"server":0,"fault":"other"})", "fault"},
+      {R"({"server":0,"fault":"none"})", "fault"},
+      {R"({"server":0,"fault":7})", "fault"},
+      {R"({"server":0,"fault":"cut","uses":"x"})", "uses"},
+      {R"({"server":0,"fault":"cut","uses":-1})", "uses"},
+      {R"({"server":0,"fault":"cut","number":5000000000})", "number"},
+      {R"({"server":0,"fault":"status","number":99})", "number"},
+      {R"({"server":0,"fault":"cut","operation":1})", "operation"},
+      {R"({"server":0,"fault":"cut","text":null})", "text"},
+      {R"({"server":0,"fault":"cut","probability":1.5})", "probability"},
+      {R"({"server":0,"fault":"down","uses":1})", "uses"},
+  };
+  for (const auto& row : rows) {
+    const Reply reply = Set(row.body);
+    EXPECT_EQ(reply.status, 400) << row.body;
+    EXPECT_EQ(ErrorPart(reply, "code"), "invalid_argument") << row.body;
+    EXPECT_EQ(ErrorPart(reply, "member"), row.member) << row.body;
+  }
+  EXPECT_TRUE(ReadList("faults", "set").empty());
+}
+
+TEST_F(ControlFaultsTest, NamesTheAllowedValues) {
+  EXPECT_THAT(Allowed(Set(R"({"server":0,"fault":"slwo"})")), Contains("slow"));
+  EXPECT_THAT(Allowed(Set(R"({"server":"x","fault":"slow"})")), ElementsAre("crypt", "all", "0", "1", "2"));
+  EXPECT_EQ(ErrorPart(Set(R"({"server":0,"fault":"slow","uses":-1})"), "message"),
+            "\"uses\" must be an integer from 0 to 2147483647");
+}
+
+}  // namespace
+}  // namespace CryptStand
