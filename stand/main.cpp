@@ -4,9 +4,9 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
-#include <fstream>
 #include <iostream>
 
+#include "stand/private_file.h"
 #include "stand/stand.h"
 #include "stand/wire.h"
 
@@ -14,6 +14,9 @@ namespace {
 
 using CryptStand::Options;
 using CryptStand::Stand;
+
+// Those of a bearer token (RFC 6750, 2.1).
+constexpr const char* kTokenLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~+/=";
 
 // Blocks the signals that end the program, in this thread and in all that it starts.
 sigset_t BlockEndSignals() {
@@ -25,9 +28,15 @@ sigset_t BlockEndSignals() {
   return signals;
 }
 
+// With the token in the fragment, which browsers send to nobody.
+std::string PageUrl(const Stand& stand) {
+  return stand.GetServiceUrl() + "#token=" + stand.GetControlToken();
+}
+
 void PrintBanner(const Stand& stand, const std::string& room) {
   const std::string command = " --service " + stand.GetServiceUrl() + " --room '" + room + "' ";
   std::cout << "cryptstand: a local test environment, never for anything that has to be protected\n"
+            << "page " << PageUrl(stand) << "\n"
             << "service " << stand.GetServiceUrl() << "\n";
   for (const std::string& url : stand.GetKeyServerUrls()) std::cout << "keyserver " << url << "\n";
   std::cout << "try:\n  cryptcli encrypt" << command << "FILE FILE.p7m\n  cryptcli decrypt" << command
@@ -35,17 +44,16 @@ void PrintBanner(const Stand& stand, const std::string& room) {
             << std::flush;
 }
 
-// Writes to another name and renames, so that a waiting script never reads half a file.
+// The file appears as a whole, so that a waiting script never reads half of it.
 bool WriteUrls(const Stand& stand, const std::string& path) {
   CryptStand::KVMap urls;
   urls.Set("service", CryptStand::TextVal(stand.GetServiceUrl()));
   urls.Set("keyservers", CryptStand::TextsVal(stand.GetKeyServerUrls()));
   urls.Set("rooms", CryptStand::TextsVal(stand.GetRooms()));
-  const std::string staging = path + ".new";
-  std::ofstream file(staging, std::ios::trunc);
-  file << CryptStand::WriteObject(urls) << "\n";
-  file.close();
-  return file.good() && std::rename(staging.c_str(), path.c_str()) == 0;
+  urls.Set("token", CryptStand::TextVal(stand.GetControlToken()));
+  urls.Set("page", CryptStand::TextVal(PageUrl(stand)));
+  std::string error;
+  return CryptStand::WritePrivateFile(path, CryptStand::WriteObject(urls) + "\n", error);
 }
 
 int Run(const Options& options, const std::string& urlFile) {
@@ -81,6 +89,13 @@ int RunCommand(int argc, char** argv) {
       ->check(CLI::Range(1, 65535));
   app.add_option("--room", options.rooms, "A room; may be given several times")->allow_extra_args(false);
   app.add_option("--url-file", urlFile, "File that gets the addresses as JSON once all servers are up");
+  app.add_option("--control-token", options.controlToken, "What changes need; random if left out")
+      ->check([](const std::string& token) {
+        const bool isPrintable = token.find_first_not_of(kTokenLetters) == std::string::npos;
+        return isPrintable && !token.empty() ? "" : "the token must be letters, digits and -._~+/=";
+      });
+  app.add_option("--allow-host", options.allowedHosts, "Another name of this machine for the page")
+      ->allow_extra_args(false);
   CLI11_PARSE(app, argc, argv);
   return Run(options, urlFile);
 }

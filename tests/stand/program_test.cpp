@@ -114,6 +114,40 @@ TEST(ProgramTest, GoesOnWhenNobodyReadsItsOutput) {
   EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
 }
 
+unsigned ModeOfFile(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 ? status.st_mode & 0777U : 0;
+}
+
+TEST(ProgramTest, WritesItsTokenWhereOnlyItsOwnerCanRead) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  std::ofstream(file) << "{";
+  Program program(folder, {"--dir", folder.Path("state"), "--url-file", file});
+  const KVMap urls = WaitForUrls(file);
+  const std::string token = ReadText(urls, "token").value_or("(none)");
+  EXPECT_EQ(ReadFile(folder.Path("state/control-token")), token + "\n");
+  EXPECT_EQ(ModeOfFile(folder.Path("state/control-token")), 0600U);
+  EXPECT_EQ(ModeOfFile(file), 0600U);
+  const std::string page = *ReadText(urls, "service") + "#token=" + token;
+  EXPECT_EQ(ReadText(urls, "page"), page);
+  EXPECT_THAT(program.Out(), testing::HasSubstr("page " + page + "\n"));
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
+TEST(ProgramTest, TakesATokenAndHosts) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  Program program(folder, {"--dir", folder.Path("state"), "--url-file", file, "--control-token", "t0ken",
+                           "--allow-host", "stand.example"});
+  const KVMap urls = WaitForUrls(file);
+  EXPECT_EQ(ReadText(urls, "token"), "t0ken");
+  const Reply reply = Peer().Send("DELETE", *ReadText(urls, "service") + "stand/v1/events", {},
+                                  {{"Authorization", "Bearer t0ken"}, {"Host", "stand.example"}});
+  EXPECT_EQ(reply.status, 200) << reply.body;
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
 TEST(ProgramTest, SaysWhyItCannotStart) {
   const Folder folder;
   Program program(folder, {"--dir", folder.Path("a/b")});
@@ -144,6 +178,7 @@ TEST(ProgramTest, RefusesWrongArguments) {
   for (const auto& arguments : std::vector<std::vector<std::string>>{{},
                                                                      {"--dir", "x", "--key-servers", "0"},
                                                                      {"--dir", "x", "--port", "70000"},
+                                                                     {"--dir", "x", "--control-token", "a b"},
                                                                      {"--dir", "x", "--other"}}) {
     Program program(folder, arguments);
     EXPECT_NE(program.Wait(), 0);
