@@ -38,7 +38,7 @@ open --json
 compare
 
 heading "Failover: the key server $key_server stops"
-curl -sf -X POST -d "{\"server\":\"$key_server\",\"fault\":\"down\"}" "${service%/}/stand/fault" >/dev/null
+change POST faults "{\"server\":\"$key_server\",\"fault\":\"down\"}"
 # Each run starts at a random server; repeat until one has tried the dead server.
 tried=
 for round in $(seq 20); do

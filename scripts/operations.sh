@@ -98,7 +98,7 @@ log=$(member filename)
 show head -n 4 "$log"
 rm -f "$log"
 printf '\n== audit-log, with one key server down\n'
-curl -sf -X POST -d '{"server":1,"fault":"down"}' "${service}stand/fault" >/dev/null
+change POST faults '{"server":1,"fault":"down"}'
 show cryptcli audit-log --service "$service" --key-server "http://127.0.0.1:$((port + 1))" \
   --key-server "http://127.0.0.1:$((port + 2))" --group QOB.1.100.1 --output log.csv
 

@@ -4,6 +4,7 @@
 #   make_work                       creates the folder and sets work
 #   start_stand BUILD [OPTION...]   returns once it responds; its URLs are in $work/urls.json, its output in
 #                                   $work/stand.log
+#   change METHOD RESOURCE [JSON]   sends a change to the control interface: change POST faults '{...}'
 work=
 stand=
 
@@ -30,4 +31,11 @@ start_stand() {
   done
   cat "$work/stand.log" >&2
   exit 1
+}
+
+change() {
+  local service token
+  service=$(sed -nE 's/.*"service" *: *"([^"]*)".*/\1/p' "$work/urls.json" | tr -d '\\')
+  token=$(sed -nE 's/.*"token" *: *"([^"]*)".*/\1/p' "$work/urls.json")
+  curl -sSf -X "$1" -H "Authorization: Bearer $token" -d "${3:-}" "${service%/}/stand/v1/$2" >/dev/null
 }

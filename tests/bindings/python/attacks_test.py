@@ -39,7 +39,7 @@ class Attacker:
 
     def signed_for_another_room(self) -> bytes:
         """The signed message of a file that was protected for another room of the same group."""
-        self._environment.room("room2", plainkey=True)
+        self._environment.room("room2", plainKey=True)
         self._client.encrypt("room2", self._write("plain", CONTENT), self._directory / "other")
         key = self._write("key", self._environment.room_key("room2")["plain"].encode())
         command: List[Any] = ["openssl", "cms", "-decrypt", "-binary", "-inform", "DER", "-inkey", key]
@@ -66,9 +66,9 @@ def attacker(environment: Environment, client: cryptcli.Client, protected: Path,
 @pytest.fixture
 def plain_key(environment: Environment) -> Any:
     """The crypt service hands out the room's private key in the clear."""
-    environment.room(ROOM, plainkey=True)
+    environment.room(ROOM, plainKey=True)
     yield
-    environment.room(ROOM, plainkey=False)
+    environment.room(ROOM, plainKey=False)
 
 
 def refused(client: cryptcli.Client, secret: Path, tmp_path: Path) -> cryptcli.Report:

@@ -18,10 +18,13 @@ _OPENER = urllib.request.build_opener(urllib.request.ProxyHandler({}))
 _START_SECONDS = 60
 
 
-def fetch(url: str, body: Any = None) -> Dict[str, Any]:
-    """The JSON object at the URL; with a body, of a POST."""
-    data = None if body is None else json.dumps(body).encode()
-    request = urllib.request.Request(url, data, {"Content-Type": "application/json"})
+def fetch(url: str) -> Dict[str, Any]:
+    """The JSON object at the URL."""
+    return send(urllib.request.Request(url))
+
+
+def send(request: urllib.request.Request) -> Dict[str, Any]:
+    """The JSON object in the response."""
     with _OPENER.open(request, timeout=60) as response:
         result = json.load(response)
     assert isinstance(result, dict)
@@ -48,25 +51,30 @@ class Environment:
         found = json.loads(urls.read_text())
         self.service: str = found["service"]
         self.key_servers: List[str] = found["keyservers"]
-        self._servers = ["crypt", *range(len(self.key_servers))]
+        self._token: str = found["token"]
 
     def stop(self) -> None:
         self._process.terminate()
         self._process.wait()
         self._log.close()
 
+    def _change(self, method: str, resource: str, body: Any = None) -> None:
+        headers = {"Content-Type": "application/json", "Authorization": "Bearer " + self._token}
+        data = None if body is None else json.dumps(body).encode()
+        send(urllib.request.Request(self.service + "stand/v1/" + resource, data, headers, method=method))
+
     def fault(self, server: Any, name: str, **details: Any) -> None:
         """Gives a fault to "crypt", to the key server with an index, or to "key servers", that is all of them."""
-        for one in range(len(self.key_servers)) if server == "key servers" else [server]:
-            fetch(self.service + "stand/fault", {"server": one, "fault": name, **details})
+        named = "all" if server == "key servers" else server
+        self._change("POST", "faults", {"server": named, "fault": name, **details})
 
     def room(self, room: str, **options: Any) -> None:
         """Adds the room or changes its options."""
-        fetch(self.service + "stand/room", {"room": room, **options})
+        self._change("POST", "rooms", {"room": room, **options})
 
     def lists(self, **lists: str) -> None:
         """Changes the lists of certificates that the servers give out; what is not named is normal."""
-        fetch(self.service + "stand/lists", lists)
+        self._change("PUT", "lists", {"certstore": None, "truststore": None, "integrity": "normal", **lists})
 
     def room_key(self, room: str) -> Dict[str, Any]:
         """What the crypt service says about the room's key: "certificate", and "plain" for a plain key."""
@@ -74,10 +82,9 @@ class Environment:
 
     def requests(self) -> int:
         """How many requests the servers have seen."""
-        return len(fetch(self.service + "stand/events")["events"])
+        return len(fetch(self.service + "stand/v1/events")["events"])
 
     def clear(self) -> None:
         """Ends all faults."""
         self.lists()
-        for server in self._servers:
-            self.fault(server, "none")
+        self._change("DELETE", "faults")
