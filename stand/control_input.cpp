@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "stand/control_json.h"
+
 namespace CryptStand {
 namespace {
 
@@ -24,11 +26,12 @@ std::optional<std::int64_t> ParseWhole(std::string_view digits) {
 
 }  // namespace
 
+// Names of members may come from a query, which can have any bytes.
 HttpReply ErrorReply(const ControlError& error) {
   KVMap object;
   object.Set("code", TextVal(error.code));
-  object.Set("message", TextVal(error.message));
-  if (!error.member.empty()) object.Set("member", TextVal(error.member));
+  object.Set("message", PrintableVal(error.message));
+  if (!error.member.empty()) object.Set("member", PrintableVal(error.member));
   if (!error.allowed.empty()) object.Set("allowed", TextsVal(error.allowed));
   KVMap whole;
   whole.Set("error", Val(object));

@@ -59,6 +59,12 @@ TEST_F(ControlTest, NamesUnknownMembers) {
   EXPECT_EQ(ErrorPart(query, "member"), "afer");
 }
 
+TEST_F(ControlTest, NamesMembersThatAreNoUtf8) {
+  const Reply reply = Get(Path("events?%FF=1"));
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_EQ(ErrorPart(reply, "member"), "\xEF\xBF\xBD");
+}
+
 TEST_F(ControlTest, NamesMissingMembers) {
   const Reply reply = Change("PUT", "clocks", R"({"server":"0"})");
   EXPECT_EQ(reply.status, 400);
