@@ -102,5 +102,6 @@ int main(int argc, char** argv) {
   Fuzz::MakeSecuritySeeds(argv[1]);
   Fuzz::MakeClientSeeds(argv[1]);
   Fuzz::MakeCSeeds(argv[1]);
+  Fuzz::MakeStandSeeds(argv[1]);
   return 0;
 }

@@ -28,5 +28,7 @@ void MakeSecuritySeeds(const std::filesystem::path& root);
 void MakeClientSeeds(const std::filesystem::path& root);
 /// The targets of the C interface.
 void MakeCSeeds(const std::filesystem::path& root);
+/// The targets of the test environment.
+void MakeStandSeeds(const std::filesystem::path& root);
 
 }  // namespace Fuzz
