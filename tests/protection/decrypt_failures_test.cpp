@@ -9,7 +9,6 @@ using OruGuiBase::File;
 using OruGuiBase::KVMap;
 using ::testing::Contains;
 using ::testing::IsEmpty;
-using ::testing::Not;
 using TestSupport::Ansi;
 using TestSupport::ErrorCode;
 using TestSupport::Json;

@@ -5,7 +5,6 @@
 namespace OruKalvix {
 namespace {
 
-using OruGuiBase::File;
 using OruGuiBase::KVMap;
 using ::testing::Contains;
 using ::testing::ElementsAre;

@@ -6,12 +6,10 @@
 namespace OruKalvix {
 namespace {
 
-using TestSupport::Authority;
 using TestSupport::Cert;
 using TestSupport::Json;
 using TestSupport::KeyPair;
 using TestSupport::Renewals;
-using TestSupport::Renewed;
 
 class RenewedSigner : public Verification {
  protected:

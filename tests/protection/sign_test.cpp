@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "foundation/errorstate.h"
@@ -102,7 +103,7 @@ TEST_F(Signing, DecodesHashOfAnyLength) {
   constexpr std::uint32_t kLength = 715'827'888;
   char* const text = hash.Alloc(kLength);
   std::memset(text, '\n', kLength);
-  std::memcpy(text, "aGFzaA==", 8);
+  std::copy_n("aGFzaA==", 8, text);
   ASSERT_TRUE(client.Sign(handle, "algorithm", hash, signature));
   EXPECT_NE(http.GetRequest(2).body.find("\"hashesToBeSigned\":[\"aGFzaA==\"]"), std::string::npos);
 }

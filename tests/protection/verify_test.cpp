@@ -18,7 +18,6 @@ using TestSupport::SignerSpec;
 using TestSupport::Status;
 using TestSupport::TraceRecorder;
 using TestSupport::Validity;
-using TestSupport::With;
 
 TEST_F(Verification, ProvesTheOriginOfWhatTheGroupSigned) {
   ExpectVerified();
