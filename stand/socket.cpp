@@ -72,6 +72,10 @@ int Socket::GetPort() const {
   return getsockname(handle_, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? PortOf(address) : 0;
 }
 
+bool WaitForSocket(int handle, bool forReading, int timeoutMs) {
+  return WaitFor(handle, forReading ? POLLIN : POLLOUT, timeoutMs);
+}
+
 ssize_t ConnectionStream::Read(void* data, std::size_t size) const {
   if (!WaitFor(handle_, POLLIN, timeoutMs_)) return -1;
   ssize_t count = 0;

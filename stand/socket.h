@@ -8,6 +8,10 @@
 
 namespace CryptStand {
 
+/// Waits until bytes can be read, or written, or the connection has ended. False with the reason in `errno`,
+/// ETIMEDOUT after the time.
+bool WaitForSocket(int handle, bool forReading, int timeoutMs);
+
 /// Owns a socket and closes it on destruction.
 class Socket {
  public:
