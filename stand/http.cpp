@@ -112,10 +112,13 @@ class HttpServer::Impl {
   bool Up(std::string& error);
   void Down();
   bool IsUp() const { return up_; }
+  void Secure(TlsSource source) { tls_ = std::move(source); }
+  void EndConnections();
 
  private:
   struct Connection {
     Socket socket;
+    ConnectionState state;
     std::thread thread;
     bool ended = false;  // guarded by mutex_
   };
@@ -127,6 +130,7 @@ class HttpServer::Impl {
 
   HttpHandler handler_;
   HttpTimeouts timeouts_;
+  TlsSource tls_;
   int port_ = 0;
   Socket reserved_;  // keeps the port bound while the server is down; never listens
   Socket listening_;
@@ -207,6 +211,16 @@ void HttpServer::Impl::AcceptAll() {
   }
 }
 
+// The order of flag and look matters: a connection sets its own flag and then looks at `isLast`, so at least
+// one of the two sides sees the other.
+void HttpServer::Impl::EndConnections() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  for (Connection& connection : connections_) {
+    connection.state.isLast = true;
+    if (connection.state.isIdle) shutdown(connection.socket.Get(), SHUT_RDWR);
+  }
+}
+
 void HttpServer::Impl::Admit(Socket socket) {
   // Replies are written in several parts; waiting to combine them would delay each by tens of milliseconds.
   const int on = 1;
@@ -223,7 +237,8 @@ void HttpServer::Impl::Admit(Socket socket) {
 }
 
 void HttpServer::Impl::Serve(Connection& connection) {
-  ServeConnection(connection.socket.Get(), handler_, stopping_.get_token(), timeouts_);
+  ServeConnection(connection.socket.Get(), {handler_, timeouts_, tls_, stopping_.get_token()},
+                  connection.state);
   // Not closed here: Down() may use the descriptor at the same time, and a closed one could already be
   // another connection. Reap() or Down() closes it after the join.
   shutdown(connection.socket.Get(), SHUT_RDWR);
@@ -248,6 +263,12 @@ void HttpServer::Impl::Reap() {
 HttpServer::HttpServer(HttpHandler handler, HttpTimeouts timeouts)
     : impl_(std::make_unique<Impl>(std::move(handler), timeouts)) {}
 HttpServer::~HttpServer() = default;
+void HttpServer::Secure(TlsSource source) {
+  impl_->Secure(std::move(source));
+}
+void HttpServer::EndConnections() {
+  impl_->EndConnections();
+}
 bool HttpServer::Bind(int port, std::string& error) {
   return impl_->Bind(port, error);
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "foundation/kvmap.h"
+#include "stand/tls.h"
 
 namespace CryptStand {
 
@@ -21,6 +22,8 @@ struct HttpRequest {
   std::string target;
   std::string body;
   std::vector<std::pair<std::string, std::string>> headers;
+  /// The subject of the client's TLS certificate as in RFC 2253; empty without one.
+  std::string peer{};
 
   /// Values of a header, whatever the case of its name.
   std::vector<std::string> HeaderValues(std::string_view name) const;
@@ -69,6 +72,12 @@ class HttpServer {
   ~HttpServer();
   HttpServer(const HttpServer&) = delete;
   HttpServer& operator=(const HttpServer&) = delete;
+
+  /// Speaks TLS; to be called before Up().
+  void Secure(TlsSource source);
+  /// Ends the connections that wait for a request at once, the others after their response, so that clients
+  /// connect again.
+  void EndConnections();
 
   /// Binds a port, 0 for any. False with the reason in `error`.
   bool Bind(int port, std::string& error);

@@ -37,7 +37,7 @@ class Stream {
  public:
   Stream(int socket, int timeoutMs) : bytes_(socket, timeoutMs) {}
 
-  const ConnectionStream& Bytes() const { return bytes_; }
+  ConnectionStream& Bytes() { return bytes_; }
 
   template <class Buffers>
   std::size_t read_some(const Buffers& buffers, error_code& error) {
@@ -94,7 +94,7 @@ std::string Text(const View& view) {
 }
 
 HttpRequest ReadRequest(Parser::value_type from) {
-  HttpRequest request = {Text(from.method_string()), Text(from.target()), std::move(from.body()), {}};
+  HttpRequest request = {Text(from.method_string()), Text(from.target()), std::move(from.body()), {}, {}};
   for (const auto& field : from) request.headers.emplace_back(Text(field.name_string()), Text(field.value()));
   return request;
 }
@@ -135,18 +135,21 @@ struct Framing {
 
 class Connection {
  public:
-  Connection(int socket, const HttpHandler& handler, const std::stop_token& stop,
-             const HttpTimeouts& timeouts)
-      : stream_(socket, timeouts.transferMs), idleMs_(timeouts.idleMs), handler_(handler), stop_(stop) {}
+  Connection(int socket, const ConnectionSetup& setup, ConnectionState& state)
+      : stream_(socket, setup.timeouts.transferMs), setup_(setup), state_(state) {}
 
   void Serve() {
-    while (!stop_.stop_requested() && WaitForRequest() && ServeOne()) {
+    if (!Secure()) return;
+    while (!setup_.stop.stop_requested() && WaitForRequest() && ServeOne()) {
     }
+    if (!isCut_) stream_.Bytes().EndWriting();
   }
 
  private:
-  bool WaitForRequest() const { return buffer_.size() > 0 || stream_.Bytes().WaitForData(idleMs_); }
+  bool Secure();
+  bool WaitForRequest();
   bool ServeOne();
+  HttpReply Handle(Parser& parser);
   void ReadHead(Parser& parser, error_code& error);
   void Fill(Parser& parser, error_code& error);
   void ReadBody(Parser& parser, error_code& error);
@@ -158,15 +161,34 @@ class Connection {
   bool Send(const Buffers& buffers) {
     error_code error;
     net::write(stream_, buffers, error);
+    if (error) isCut_ = true;
     return !error;
   }
 
   Stream stream_;
-  int idleMs_;
-  const HttpHandler& handler_;
-  const std::stop_token& stop_;
+  const ConnectionSetup& setup_;
+  ConnectionState& state_;
+  bool isCut_ = false;                       // the end must not look like one in order
   beast::flat_buffer buffer_{kMaxBuffered};  // what has come of the next requests
 };
+
+bool Connection::Secure() {
+  if (!setup_.tls.getContext) return true;
+  const TlsContext context = setup_.tls.getContext();
+  std::string error;
+  if (!context.IsEmpty() && stream_.Bytes().Secure(context, error)) return true;
+  // A client that leaves before the first byte is no failure: some look in this way whether a port is open.
+  if (setup_.tls.onFailure && !setup_.stop.stop_requested()) setup_.tls.onFailure(error);
+  return false;
+}
+
+bool Connection::WaitForRequest() {
+  state_.isIdle = true;
+  const bool found =
+      !state_.isLast && (buffer_.size() > 0 || stream_.Bytes().WaitForData(setup_.timeouts.idleMs));
+  state_.isIdle = false;
+  return found;
+}
 
 // False when the connection is to be closed.
 bool Connection::ServeOne() {
@@ -186,8 +208,14 @@ bool Connection::ServeOne() {
   // RFC 9110, 15.6.2: a method that the server does not know.
   HttpReply reply;
   reply.status = 501;
-  if (IsServed(parser.get().method())) reply = handler_(ReadRequest(parser.release()), stop_);
+  if (IsServed(parser.get().method())) reply = Handle(parser);
   return Respond(std::move(reply), framing);
+}
+
+HttpReply Connection::Handle(Parser& parser) {
+  HttpRequest request = ReadRequest(parser.release());
+  request.peer = stream_.Bytes().GetPeerSubject();
+  return setup_.handler(request, setup_.stop);
 }
 
 // The parser limits the bytes of one call; this limits their sum, since many short headers take as much
@@ -230,6 +258,7 @@ bool Connection::Respond(HttpReply reply, Framing framing) {
   if (isInterim || (reply.openBody && !isChunked)) framing.isKept = false;
   if (!SendHead(reply, framing, hasBody)) return false;
   const bool isKept = framing.isKept && !reply.cutAfter.has_value();
+  isCut_ = reply.cutAfter.has_value();
   if (!hasBody || framing.isHead) return isKept;
   if (reply.openBody) return SendChunks(reply.openBody(), reply.cutAfter, isChunked) && isKept;
   const std::size_t size = std::min(reply.cutAfter.value_or(reply.body.size()), reply.body.size());
@@ -278,20 +307,16 @@ void Connection::Refuse(int status) {
   response.keep_alive(false);
   error_code error;
   http::write(stream_, response, error);
+  if (error) return;
   stream_.Bytes().EndWriting();
-  std::array<char, kReadSize> dropped;
-  ssize_t count = error ? 0 : 1;
-  for (std::size_t sum = 0; count > 0 && sum < kMaxDropped; sum += static_cast<std::size_t>(count)) {
-    count = stream_.Bytes().Read(dropped.data(), dropped.size());
-  }
+  stream_.Bytes().Drain(kMaxDropped);
 }
 
 }  // namespace
 
-void ServeConnection(int socket, const HttpHandler& handler, const std::stop_token& stop,
-                     const HttpTimeouts& timeouts) noexcept {
+void ServeConnection(int socket, const ConnectionSetup& setup, ConnectionState& state) noexcept {
   try {
-    Connection(socket, handler, stop, timeouts).Serve();
+    Connection(socket, setup, state).Serve();
   } catch (...) {
     // The client sees its connection end; the server goes on.
   }

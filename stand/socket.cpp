@@ -2,8 +2,11 @@
 // long.
 #include "stand/socket.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <netinet/in.h>
@@ -14,6 +17,11 @@
 
 namespace CryptStand {
 namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr std::size_t kMaxRecord = 16U << 10U;  // RFC 8446, 5.1: the longest content of a record of TLS
 
 // False with the reason in `errno`.
 bool WaitFor(int handle, short events, int timeoutMs) {
@@ -76,7 +84,21 @@ bool WaitForSocket(int handle, bool forReading, int timeoutMs) {
   return WaitFor(handle, forReading ? POLLIN : POLLOUT, timeoutMs);
 }
 
-ssize_t ConnectionStream::Read(void* data, std::size_t size) const {
+// A client that is refused here may have sent its request already: in TLS 1.3 it does not wait for the
+// server's opinion of its certificate. It must read the alert before it sees a reset.
+bool ConnectionStream::Secure(const TlsContext& context, std::string& error) {
+  auto session = std::make_unique<TlsSession>(context, handle_);
+  if (session->Accept(timeoutMs_, error)) {
+    tls_ = std::move(session);
+    return true;
+  }
+  shutdown(handle_, SHUT_WR);
+  Drain(kMaxRecord);
+  return false;
+}
+
+ssize_t ConnectionStream::Read(void* data, std::size_t size) {
+  if (tls_ != nullptr) return tls_->Read(data, size, timeoutMs_);
   if (!WaitFor(handle_, POLLIN, timeoutMs_)) return -1;
   ssize_t count = 0;
   do {
@@ -85,7 +107,8 @@ ssize_t ConnectionStream::Read(void* data, std::size_t size) const {
   return count;
 }
 
-ssize_t ConnectionStream::Write(iovec* parts, std::size_t count) const {
+ssize_t ConnectionStream::Write(iovec* parts, std::size_t count) {
+  if (tls_ != nullptr) return WriteSecured(parts, count);
   if (!WaitFor(handle_, POLLOUT, timeoutMs_)) return -1;
   msghdr message = {};
   message.msg_iov = parts;
@@ -97,12 +120,39 @@ ssize_t ConnectionStream::Write(iovec* parts, std::size_t count) const {
   return written;
 }
 
-bool ConnectionStream::WaitForData(int timeoutMs) const {
-  return WaitFor(handle_, POLLIN, timeoutMs);
+// Puts the parts together, since each write makes a record of its own and a chunk alone has three parts.
+ssize_t ConnectionStream::WriteSecured(const iovec* parts, std::size_t count) {
+  std::array<char, kMaxRecord> record;
+  std::size_t size = 0;
+  for (std::size_t i = 0; i < count && size < record.size(); ++i) {
+    const std::size_t taken = std::min(parts[i].iov_len, record.size() - size);
+    std::copy_n(static_cast<const char*>(parts[i].iov_base), taken, record.data() + size);
+    size += taken;
+  }
+  return tls_->Write(record.data(), size, timeoutMs_);
 }
 
-void ConnectionStream::EndWriting() const {
+// What OpenSSL has taken from the socket already does not show there.
+bool ConnectionStream::WaitForData(int timeoutMs) const {
+  return (tls_ != nullptr && tls_->HasPending()) || WaitFor(handle_, POLLIN, timeoutMs);
+}
+
+void ConnectionStream::EndWriting() {
+  if (tls_ != nullptr) tls_->End();
   shutdown(handle_, SHUT_WR);
+}
+
+// Below TLS, whose records need not be understood to be dropped. The time is limited as a whole: a client
+// that sends a byte now and then must not keep a thread.
+void ConnectionStream::Drain(std::size_t limit) {
+  const auto end = steady_clock::now() + milliseconds(timeoutMs_);
+  std::array<char, kMaxRecord> dropped;
+  ssize_t count = 1;
+  for (std::size_t sum = 0; count > 0 && sum < limit; sum += static_cast<std::size_t>(count)) {
+    const auto left = std::chrono::duration_cast<milliseconds>(end - steady_clock::now()).count();
+    if (left <= 0 || !WaitFor(handle_, POLLIN, static_cast<int>(left))) return;
+    count = recv(handle_, dropped.data(), dropped.size(), 0);
+  }
 }
 
 }  // namespace CryptStand

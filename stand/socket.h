@@ -1,10 +1,13 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <sys/types.h>
 #include <sys/uio.h>
 #include <utility>
+
+#include "stand/tls.h"
 
 namespace CryptStand {
 
@@ -37,25 +40,38 @@ class Socket {
   int handle_ = -1;
 };
 
-/// Reads from and writes to one accepted connection with a limit on each wait. Does not own the socket.
+/// Reads from and writes to one accepted connection, plain or with TLS, with a limit on each wait. Used by
+/// one thread. Does not own the socket.
 class ConnectionStream {
  public:
   /// `timeoutMs` is the longest silence of the client inside a request or a response.
   ConnectionStream(int handle, int timeoutMs) : handle_(handle), timeoutMs_(timeoutMs) {}
 
+  /// Shakes hands; all further bytes go through TLS. False with the reason in `error`.
+  bool Secure(const TlsContext& context, std::string& error);
+  /// The subject of the client's certificate; empty without one.
+  std::string GetPeerSubject() const { return tls_ != nullptr ? tls_->GetPeerSubject() : ""; }
+
   /// Reads at least one byte. 0 at the end of the connection; -1 with the reason in `errno`, ETIMEDOUT after
   /// a silence.
-  ssize_t Read(void* data, std::size_t size) const;
+  ssize_t Read(void* data, std::size_t size);
   /// Writes at least one byte of the parts (at most IOV_MAX). -1 as for reading.
-  ssize_t Write(iovec* parts, std::size_t count) const;
+  ssize_t Write(iovec* parts, std::size_t count);
   /// Whether bytes, or the end of the connection, can be read within the time.
   bool WaitForData(int timeoutMs) const;
   /// Ends writing; the client sees the end and may still send.
-  void EndWriting() const;
+  void EndWriting();
+  /// Reads and drops what the client still sends, up to `limit` bytes and for no longer than a silence may
+  /// last, after EndWriting(). Closing with unread bytes would send a reset, and the client might lose the
+  /// response.
+  void Drain(std::size_t limit);
 
  private:
+  ssize_t WriteSecured(const iovec* parts, std::size_t count);
+
   int handle_;
   int timeoutMs_;
+  std::unique_ptr<TlsSession> tls_;
 };
 
 }  // namespace CryptStand

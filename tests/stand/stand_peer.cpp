@@ -11,7 +11,9 @@ namespace {
 constexpr long kPatienceSeconds = 60;
 
 std::size_t AppendBody(char* data, std::size_t size, std::size_t count, void* reply) {
-  static_cast<Reply*>(reply)->body.append(data, size * count);
+  Reply& target = *static_cast<Reply*>(reply);
+  if (target.body.empty() && target.onFirst) target.onFirst();
+  target.body.append(data, size * count);
   return size * count;
 }
 
@@ -32,27 +34,33 @@ std::size_t AppendHeader(char* data, std::size_t size, std::size_t count, void* 
 
 class Peer::Impl {
  public:
-  Impl() : handle_(curl_easy_init()) {}
+  explicit Impl(PeerTrust trust) : trust_(std::move(trust)), handle_(curl_easy_init()) {}
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
   ~Impl() { curl_easy_cleanup(handle_); }
 
   Reply Send(const std::string& method, const std::string& url, const std::optional<std::string>& body,
-             const Headers& headers) {
+             const Headers& headers, std::function<void()> onFirst = {}) {
     Reply reply;
+    reply.onFirst = std::move(onFirst);
     curl_easy_reset(handle_);
     curl_slist* lines = nullptr;
     for (const auto& [name, value] : headers) lines = curl_slist_append(lines, (name + ": " + value).c_str());
     SetRequest(method, url, body, lines);
+    SetTrust();
+    char detail[CURL_ERROR_SIZE] = {};
+    curl_easy_setopt(handle_, CURLOPT_ERRORBUFFER, detail);
     curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &AppendBody);
     curl_easy_setopt(handle_, CURLOPT_WRITEDATA, &reply);
     curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, &AppendHeader);
     curl_easy_setopt(handle_, CURLOPT_HEADERDATA, &reply);
     const CURLcode result = curl_easy_perform(handle_);
+    curl_easy_setopt(handle_, CURLOPT_ERRORBUFFER, nullptr);
     curl_slist_free_all(lines);
     long status = 0;
     curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
     reply.status = result == CURLE_OK ? static_cast<int>(status) : 0;
+    if (result != CURLE_OK) reply.error = *detail != '\0' ? detail : curl_easy_strerror(result);
     reply.isRefused = result == CURLE_COULDNT_CONNECT;
     return reply;
   }
@@ -74,15 +82,31 @@ class Peer::Impl {
     curl_easy_setopt(handle_, CURLOPT_CUSTOMREQUEST, method.c_str());
   }
 
+  void SetTrust() {
+    SetBlob(CURLOPT_CAINFO_BLOB, trust_.authority);
+    SetBlob(CURLOPT_SSLCERT_BLOB, trust_.certificate);
+    SetBlob(CURLOPT_SSLKEY_BLOB, trust_.key);
+  }
+
+  void SetBlob(CURLoption option, std::string& text) {
+    curl_blob blob = {text.data(), text.size(), CURL_BLOB_NOCOPY};
+    if (!text.empty()) curl_easy_setopt(handle_, option, &blob);
+  }
+
+  PeerTrust trust_;
   CURL* handle_;
 };
 
-Peer::Peer() : impl_(std::make_unique<Impl>()) {}
+Peer::Peer(PeerTrust trust) : impl_(std::make_unique<Impl>(std::move(trust))) {}
 Peer::~Peer() = default;
 
 Reply Peer::Send(const std::string& method, const std::string& url, const std::optional<std::string>& body,
                  const Headers& headers) {
   return impl_->Send(method, url, body, headers);
+}
+
+Reply Peer::Stream(const std::string& url, std::function<void()> onFirst) {
+  return impl_->Send("GET", url, std::nullopt, {}, std::move(onFirst));
 }
 
 std::string Reply::Header(const char* name) const {

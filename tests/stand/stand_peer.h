@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <gmock/gmock.h>
 #include <memory>
 #include <optional>
@@ -20,7 +21,9 @@ struct Reply {
   int status = 0;
   std::string body;  ///< Of a response that was cut: the part that arrived.
   Headers headers;
-  bool isRefused = false;  ///< Nobody listened.
+  bool isRefused = false;           ///< Nobody listened.
+  std::string error;                ///< Why the response is not complete, in libcurl's words.
+  std::function<void()> onFirst{};  ///< Called before the first bytes of the body are added.
 
   KVMap Object() const { return ReadObject(body).value_or(KVMap()); }
   std::string Text(const char* name) const { return ReadText(Object(), name).value_or("(none)"); }
@@ -33,16 +36,25 @@ struct Reply {
   std::int64_t Code() const { return ReadInteger(Payload(), "code").value_or(0); }
 };
 
+/// What a client trusts and shows with TLS, in PEM.
+struct PeerTrust {
+  std::string authority;
+  std::string certificate{};
+  std::string key{};
+};
+
 /// A client that keeps its connection from one request to the next.
 class Peer {
  public:
-  Peer();
+  explicit Peer(PeerTrust trust = {});
   Peer(const Peer&) = delete;
   Peer& operator=(const Peer&) = delete;
   ~Peer();
 
   Reply Send(const std::string& method, const std::string& url, const std::optional<std::string>& body = {},
              const Headers& headers = {});
+  /// Gets a body and calls the function as soon as its first bytes have come.
+  Reply Stream(const std::string& url, std::function<void()> onFirst);
 
  private:
   class Impl;
