@@ -85,6 +85,12 @@ std::optional<Identity> Store::KeepIdentity(const std::string& name, const Ident
   return GetIdentity(name);
 }
 
+bool Store::ReplaceIdentity(const std::string& name, const Identity& identity) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  auto replace = database_.Prepare("INSERT OR REPLACE INTO identities VALUES (?, ?, ?)");
+  return replace.Bind(name).Bind(identity.certificate.ToPEM()).Bind(identity.key.ToPEM()).Run();
+}
+
 // An existing room stays as it is, its group too.
 bool Store::AddRoom(const std::string& id, const std::string& group) {
   const std::lock_guard<std::mutex> lock(mutex_);

@@ -30,6 +30,8 @@ class Store {
   /// Stores an identity unless the name has one already, and returns the stored one. Two threads that make
   /// the same identity at once so get the same.
   std::optional<Identity> KeepIdentity(const std::string& name, const Identity& identity);
+  /// Stores an identity in place of the one that the name has, if any.
+  bool ReplaceIdentity(const std::string& name, const Identity& identity);
 
   /// Gives an identity another certificate for its key; the former ones are kept, oldest first.
   bool RenewCertificate(const std::string& name, const Cert& certificate);
