@@ -47,6 +47,21 @@ void CheckDown(ControlCall& call, const std::vector<int>& servers) {
   }
 }
 
+// The certificate is shown at the start of a connection, which has no requests yet.
+void CheckCertificate(ControlCall& call, const Fault& fault) {
+  for (const char* member : {"operation", "uses", "number", "probability"}) {
+    if (call.input.Has(member)) {
+      call.input.Refuse(
+          member, "\"" + std::string(member) + "\" has no meaning for the fault \"server-certificate\"");
+    }
+  }
+  if (!call.environment.GetServers().HasTls()) {
+    call.input.Refuse("fault", "The fault \"server-certificate\" needs servers that speak TLS (--tls)");
+  } else if (!fault.text.empty() && !FindServerCertificate(fault.text).has_value()) {
+    call.input.Refuse("text", "\"text\" must be \"expired\", \"wrong-host\" or \"self-signed\"");
+  }
+}
+
 Fault ReadFault(ControlCall& call) {
   Fault fault;
   fault.type = FindFaultType(call.input.ReadChoice("fault", FaultNames())).value_or(FaultType::Status);
@@ -66,6 +81,7 @@ HttpReply AddFault(ControlCall& call) {
   const auto servers = ReadServers(call);
   const Fault fault = ReadFault(call);
   if (fault.type == FaultType::Down) CheckDown(call, servers);
+  if (fault.type == FaultType::ServerCertificate) CheckCertificate(call, fault);
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
   OruGuiBase::Array<Val> ids;
   for (const int server : servers) {

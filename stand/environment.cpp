@@ -12,9 +12,14 @@ constexpr std::size_t kMaxViews = 1000;
 
 }  // namespace
 
-// Down is kept among the faults only to be listed and cleared: a server that is down looks at none.
+// Down and ServerCertificate are kept among the faults only to be listed and cleared: they come before any
+// request.
 std::optional<std::uint64_t> Environment::SetFault(int server, const Fault& fault) {
   if (!servers_.Has(server)) return std::nullopt;
+  if (fault.type == FaultType::ServerCertificate) {
+    const auto type = FindServerCertificate(fault.text.empty() ? "expired" : fault.text);
+    if (!type.has_value() || !servers_.Show(server, *type)) return std::nullopt;
+  }
   const std::uint64_t id = realm_.faults.Set(server, fault);
   if (fault.type == FaultType::Down) servers_.Down(server);
   realm_.log.NoteChange();
@@ -32,6 +37,7 @@ bool Environment::BringUp(int server) {
 bool Environment::ClearFaults(int server) {
   if (!servers_.Has(server)) return false;
   realm_.faults.Clear(server);
+  servers_.Show(server, ServerCertificate::Good);
   realm_.log.NoteChange();
   return BringUp(server);
 }
@@ -39,6 +45,9 @@ bool Environment::ClearFaults(int server) {
 bool Environment::ClearFault(std::uint64_t id) {
   const auto removed = realm_.faults.Remove(id);
   if (!removed.has_value()) return false;
+  if (removed->fault.type == FaultType::ServerCertificate) {
+    servers_.Show(removed->server, ServerCertificate::Good);
+  }
   realm_.log.NoteChange();
   return removed->fault.type != FaultType::Down || BringUp(removed->server);
 }
@@ -75,6 +84,7 @@ bool Environment::Reset() {
   realm_.faults.Reset();
   bool isUp = true;
   for (int server = kCryptService; server < servers_.CountKeyServers(); ++server) {
+    servers_.Show(server, ServerCertificate::Good);
     isUp = BringUp(server) && isUp;
   }
   realm_.log.Reset();

@@ -42,7 +42,14 @@ constexpr FaultTypeInfo kTypes[] = {
     {FaultType::JsonResponse, "json-response", "an envelope whose payload has \"type\" alone", nullptr,
      "the type; empty for \"getAuditLogResponse\""},
     {FaultType::EmptyCsv, "empty-csv", "an empty body of the type \"text/csv\"", nullptr, nullptr},
+    {FaultType::ServerCertificate, "server-certificate", "TLS with another certificate", nullptr,
+     "\"expired\", \"wrong-host\" or \"self-signed\"; empty for \"expired\""},
 };
+
+// Whether it applies when a connection is made.
+bool IsOfConnections(FaultType type) {
+  return type == FaultType::Down || type == FaultType::ServerCertificate;
+}
 
 }  // namespace
 
@@ -107,13 +114,13 @@ bool Faults::Hits(const Fault& fault) {
 }
 
 // Counts the use under the same lock: of two requests at the same time, only one gets the last use of a
-// fault. Down applies to connections, not to requests: one that was accepted before is served.
+// fault. Faults of connections come before any request: one on an earlier connection is served.
 std::vector<Fault> Faults::Take(int server, const std::string& operation) {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::vector<Fault> taken;
   for (ActiveFault& active : faults_) {
     const Fault& fault = active.fault;
-    const bool concerns = active.server == server && fault.type != FaultType::Down &&
+    const bool concerns = active.server == server && !IsOfConnections(fault.type) &&
                           (fault.operation.empty() || fault.operation == operation);
     if (!concerns || !Hits(fault)) continue;
     ++active.taken;

@@ -37,6 +37,7 @@ enum class FaultType {
   SecStatus,         ///< "x-sec-status" is `text`, or `number` when that is empty; the body stays.
   JsonResponse,  ///< An envelope whose payload has "type" alone: `text`, "getAuditLogResponse" when empty.
   EmptyCsv,      ///< The body is empty and the content type "text/csv".
+  ServerCertificate,  ///< TLS with a certificate that is `text`: "expired", "wrong-host" or "self-signed".
 };
 
 /// A fault of one server.

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "stand/tls_identities.h"
+
 namespace CryptStand {
 
 /// The listening servers of a test environment, by the index of the key server or kCryptService. Safe for any
@@ -18,6 +20,11 @@ class Servers {
   virtual bool Up(int server, std::string& error) = 0;
   /// Waits for the server's requests: not to be called for a server by one of its own requests.
   virtual void Down(int server) = 0;
+
+  virtual bool HasTls() const = 0;
+  /// Shows another certificate from the next connection on, and ends the connections that there are. False if
+  /// the servers do not speak TLS.
+  virtual bool Show(int server, ServerCertificate type) = 0;
 
   bool Has(int server) const { return server >= -1 && server < CountKeyServers(); }
 };

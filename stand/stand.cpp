@@ -9,6 +9,7 @@
 #include "stand/front.h"
 #include "stand/key_server.h"
 #include "stand/private_file.h"
+#include "stand/text_file.h"
 
 namespace CryptStand {
 namespace {
@@ -21,9 +22,7 @@ ControlAccess MakeAccess(const Options& options) {
           options.allowedHosts};
 }
 
-std::string UrlOf(const HttpServer& server) {
-  return "http://127.0.0.1:" + std::to_string(server.GetPort());
-}
+constexpr const char* kMake = "make";
 
 }  // namespace
 
@@ -34,6 +33,7 @@ class Stand::Impl : public Servers {
         realm(options.folder.empty() && !options.ownKeys),
         environment(realm, *this, options.group),
         control(environment, MakeAccess(options)),
+        tls(realm.store),
         service(realm) {
     // A static Stand must be destroyed before OpenSSL's exit handler runs, since its threads use OpenSSL
     // until the servers are down. Exit handlers run in reverse order, so OpenSSL registers its own here,
@@ -43,6 +43,10 @@ class Stand::Impl : public Servers {
 
   bool Start(std::string& error);
   bool SetUp(std::string& error);
+  bool SetUpTls(std::string& error);
+  bool WriteTlsFiles(std::string& error);
+  void Secure(HttpServer& http, int server);
+  std::string UrlOf(const HttpServer& server) const;
   bool Bind(std::string& error);
   bool BindKeyServer(int index, std::string& error);
   HttpReply ServeCrypt(const HttpRequest& request, const std::stop_token& stop);
@@ -58,11 +62,14 @@ class Stand::Impl : public Servers {
   bool IsUp(int server) const override { return At(server).IsUp(); }
   bool Up(int server, std::string& error) override { return At(server).Up(error); }
   void Down(int server) override { At(server).Down(); }
+  bool HasTls() const override { return options.tls; }
+  bool Show(int server, ServerCertificate type) override;
 
   const Options options;
   Realm realm;
   Environment environment;
   Control control;
+  TlsIdentities tls;
   CryptService service;
   std::unique_ptr<HttpServer> crypt;
   // Order matters: the HTTP servers (and their threads) are destroyed before the key servers that they call.
@@ -83,6 +90,58 @@ bool Stand::Impl::SetUp(std::string& error) {
   if (control.GetToken().empty()) error = "no random bytes are available";
   return error.empty() && (options.folder.empty() ||
                            WritePrivateFile(options.folder + kTokenFile, control.GetToken() + "\n", error));
+}
+
+bool Stand::Impl::SetUpTls(std::string& error) {
+  if (!options.tls && !options.clientCa.empty()) error = "Client certificates need TLS";
+  if (!options.tls) return options.clientCa.empty();
+  if (!tls.Prepare({}, error)) return false;
+  if (options.clientCa == kMake && !tls.PrepareClient(error)) return false;
+  if (!options.clientCa.empty() && options.clientCa != kMake) {
+    const auto authorities = ReadTextFile(options.clientCa, error);
+    if (!authorities.has_value()) return false;
+    tls.SetClientAuthorities(*authorities);
+  }
+  // Made once here, so that a file without certificates is found at the start and not by each client.
+  if (tls.GetContext(kCryptService).IsEmpty()) {
+    error = options.clientCa + ": no certificates in PEM";
+    return false;
+  }
+  return WriteTlsFiles(error);
+}
+
+// Certificates are public; the key is the client's alone.
+bool Stand::Impl::WriteTlsFiles(std::string& error) {
+  if (options.folder.empty()) return true;
+  const std::string base = options.folder + "/";
+  if (!WriteTextFile(base + "server-ca.pem", tls.GetServerAuthority(), 0644, error)) return false;
+  const Identity client = tls.GetClient();
+  return client.certificate.IsEmpty() ||
+         (WriteTextFile(base + "client.pem", client.certificate.ToPEM(), 0644, error) &&
+          WriteTextFile(base + "client.key", client.key.ToPEM(), 0600, error));
+}
+
+// A handshake that fails is no request, but whoever looks for a missing one finds the reason in the log.
+void Stand::Impl::Secure(HttpServer& http, int server) {
+  if (!options.tls) return;
+  http.Secure({[this, server] { return tls.GetContext(server); },
+               [this, server](const std::string& reason) {
+                 Event event;
+                 event.server = server;
+                 event.operation = "handshake";
+                 event.outcome = "TLS: " + reason;
+                 realm.log.Add(event);
+               }});
+}
+
+bool Stand::Impl::Show(int server, ServerCertificate type) {
+  if (!options.tls) return false;
+  if (tls.Show(server, type)) At(server).EndConnections();
+  return true;
+}
+
+std::string Stand::Impl::UrlOf(const HttpServer& server) const {
+  return std::string(options.tls ? "https" : "http") + "://127.0.0.1:" + std::to_string(server.GetPort());
 }
 
 bool Stand::Impl::Bind(std::string& error) {
@@ -111,6 +170,7 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
           return keyServers[place]->Serve(request, subject.operation);
         });
       }));
+  Secure(*keyHttp.back(), index);
   const int port = options.port == 0 ? 0 : options.port + 1 + index;
   if (!keyHttp.back()->Bind(port, error)) return false;
   keyServers.push_back(std::make_unique<KeyServer>(realm, index, UrlOf(*keyHttp.back())));
@@ -129,8 +189,9 @@ HttpReply Stand::Impl::ServeCrypt(const HttpRequest& request, const std::stop_to
 bool Stand::Impl::Start(std::string& error) {
   crypt = std::make_unique<HttpServer>(
       [this](const HttpRequest& request, const std::stop_token& stop) { return ServeCrypt(request, stop); });
+  Secure(*crypt, kCryptService);
   // Ports first: a port that is taken is found at once, generating keys takes time.
-  if (!Bind(error) || !SetUp(error)) return false;
+  if (!Bind(error) || !SetUp(error) || !SetUpTls(error)) return false;
   // The crypt service comes last: a client that reaches it finds all key servers up.
   for (const auto& server : keyHttp) {
     if (!server->Up(error)) return false;
@@ -150,7 +211,7 @@ bool Stand::Start(std::string& error) {
 }
 
 std::string Stand::GetServiceUrl() const {
-  return UrlOf(*impl_->crypt) + "/";
+  return impl_->UrlOf(*impl_->crypt) + "/";
 }
 
 std::vector<std::string> Stand::GetKeyServerUrls() const {
@@ -159,6 +220,23 @@ std::vector<std::string> Stand::GetKeyServerUrls() const {
 
 std::vector<std::string> Stand::GetRooms() const {
   return impl_->realm.store.GetRooms();
+}
+
+std::string Stand::GetServerAuthority() const {
+  return impl_->options.tls ? impl_->tls.GetServerAuthority() : "";
+}
+
+std::string Stand::GetServerAuthorityFile() const {
+  const Options& options = impl_->options;
+  return options.tls && !options.folder.empty() ? options.folder + "/server-ca.pem" : "";
+}
+
+Identity Stand::GetClient() const {
+  return impl_->tls.GetClient();
+}
+
+bool Stand::SetServerCertificate(int server, ServerCertificate type) {
+  return impl_->Has(server) && impl_->Show(server, type);
 }
 
 bool Stand::SetFault(int server, const Fault& fault) {

@@ -11,6 +11,7 @@
 #include "stand/faults.h"
 #include "stand/rooms.h"
 #include "stand/settings.h"
+#include "stand/tls_identities.h"
 
 /// A local test environment: one crypt service and several key servers on ports of 127.0.0.1, with real keys,
 /// real certificates and real HTTP. Never for anything that has to be protected: its private keys are stored
@@ -36,6 +37,13 @@ struct Options {
   std::string controlToken{};
   /// Names besides those of loopback under which the page and the control interface may be reached.
   std::vector<std::string> allowedHosts{};
+  /// Whether all servers speak TLS, with certificates that they make. The certificate of their authority is
+  /// written to "server-ca.pem" in the folder.
+  bool tls = false;
+  /// The PEM file of the authorities whose certificates all servers ask clients for, or "make": that makes an
+  /// authority and a client, and writes "client.pem" and "client.key" to the folder. Needs `tls`. If empty,
+  /// clients need no certificate.
+  std::string clientCa{};
 };
 
 /// A running test environment; owns its servers and threads. All members but Start() may be called from any
@@ -56,8 +64,18 @@ class Stand {
   std::vector<std::string> GetKeyServerUrls() const;
   std::vector<std::string> GetRooms() const;
 
-  /// Adds a fault to a server; Down also closes its socket. Down concerns no single operation and lasts until
-  /// ClearFaults(). False when there is no such server.
+  /// The certificate of the servers' authority in PEM, and the file that contains it; empty without TLS or,
+  /// for the file, without a folder.
+  std::string GetServerAuthority() const;
+  std::string GetServerAuthorityFile() const;
+  /// The client that was made; empty unless Options::clientCa is "make".
+  Identity GetClient() const;
+  /// Changes what a server shows from its next connection on, and ends its connections. False when there is
+  /// no such server or it does not speak TLS.
+  bool SetServerCertificate(int server, ServerCertificate type);
+
+  /// Adds a fault to a server; Down also closes its socket. Down and ServerCertificate concern no single
+  /// operation and last until ClearFaults(). False when there is no such server.
   bool SetFault(int server, const Fault& fault);
   /// Removes all faults and brings the server up on its old port. False when it cannot be brought up.
   bool ClearFaults(int server);

@@ -139,9 +139,9 @@ TlsContext TlsIdentities::GetContext(int server) {
   return known.context;
 }
 
-void TlsIdentities::Show(int server, ServerCertificate type) {
+bool TlsIdentities::Show(int server, ServerCertificate type) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  shown_[server] = type;
+  return std::exchange(shown_[server], type) != type;
 }
 
 }  // namespace CryptStand

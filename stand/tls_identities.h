@@ -53,7 +53,8 @@ class TlsIdentities {
 
   /// For the next connection to a server, with a certificate that stays valid for weeks.
   TlsContext GetContext(int server);
-  void Show(int server, ServerCertificate type);
+  /// False if the server shows it already.
+  bool Show(int server, ServerCertificate type);
 
  private:
   Identity GetAuthority(const std::string& name);
