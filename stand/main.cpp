@@ -33,25 +33,41 @@ std::string PageUrl(const Stand& stand) {
   return stand.GetServiceUrl() + "#token=" + stand.GetControlToken();
 }
 
-void PrintBanner(const Stand& stand, const std::string& room) {
-  const std::string command = " --service " + stand.GetServiceUrl() + " --room '" + room + "' ";
+// What the command needs to reach the servers, besides the address.
+std::string SecurityArguments(const Stand& stand, const Options& options) {
+  if (!options.tls) return {};
+  std::string arguments = "--ca-file '" + stand.GetServerAuthorityFile() + "' ";
+  if (stand.GetClient().certificate.IsEmpty()) return arguments;
+  return arguments + "--client-cert '" + options.folder + "/client.pem' --client-key '" + options.folder +
+         "/client.key' ";
+}
+
+void PrintBanner(const Stand& stand, const Options& options) {
+  const std::string command = " --service " + stand.GetServiceUrl() + " --room '" + options.rooms.front() +
+                              "' " + SecurityArguments(stand, options);
   std::cout << "cryptstand: a local test environment, never for anything that has to be protected\n"
             << "page " << PageUrl(stand) << "\n"
             << "service " << stand.GetServiceUrl() << "\n";
   for (const std::string& url : stand.GetKeyServerUrls()) std::cout << "keyserver " << url << "\n";
+  if (options.tls) std::cout << "ca-file " << stand.GetServerAuthorityFile() << "\n";
   std::cout << "try:\n  cryptcli encrypt" << command << "FILE FILE.p7m\n  cryptcli decrypt" << command
             << "FILE.p7m FILE\n"
             << std::flush;
 }
 
 // The file appears as a whole, so that a waiting script never reads half of it.
-bool WriteUrls(const Stand& stand, const std::string& path) {
+bool WriteUrls(const Stand& stand, const Options& options, const std::string& path) {
   CryptStand::KVMap urls;
   urls.Set("service", CryptStand::TextVal(stand.GetServiceUrl()));
   urls.Set("keyservers", CryptStand::TextsVal(stand.GetKeyServerUrls()));
   urls.Set("rooms", CryptStand::TextsVal(stand.GetRooms()));
   urls.Set("token", CryptStand::TextVal(stand.GetControlToken()));
   urls.Set("page", CryptStand::TextVal(PageUrl(stand)));
+  if (options.tls) urls.Set("caFile", CryptStand::TextVal(stand.GetServerAuthorityFile()));
+  if (!stand.GetClient().certificate.IsEmpty()) {
+    urls.Set("clientCertificate", CryptStand::TextVal(options.folder + "/client.pem"));
+    urls.Set("clientKey", CryptStand::TextVal(options.folder + "/client.key"));
+  }
   std::string error;
   return CryptStand::WritePrivateFile(path, CryptStand::WriteObject(urls) + "\n", error);
 }
@@ -66,8 +82,8 @@ int Run(const Options& options, const std::string& urlFile) {
     std::cerr << "cryptstand: " << error << "\n";
     return 1;
   }
-  PrintBanner(stand, options.rooms.front());
-  if (!urlFile.empty() && !WriteUrls(stand, urlFile)) {
+  PrintBanner(stand, options);
+  if (!urlFile.empty() && !WriteUrls(stand, options, urlFile)) {
     std::cerr << "cryptstand: " << urlFile << " cannot be written\n";
     return 1;
   }
@@ -75,6 +91,16 @@ int Run(const Options& options, const std::string& urlFile) {
   sigwait(&signals, &received);
   std::cout << "cryptstand: stopped\n" << std::flush;
   return 0;
+}
+
+void AddNetworkOptions(CLI::App& app, Options& options) {
+  CLI::Option* const tls =
+      app.add_flag("--tls", options.tls, "Serve HTTPS; the authority's certificate is DIR/server-ca.pem");
+  app.add_option(
+         "--client-ca", options.clientCa,
+         "Ask for client certificates of the authorities in this PEM file; \"make\" makes one, with a "
+         "client in DIR/client.pem and DIR/client.key")
+      ->needs(tls);
 }
 
 int RunCommand(int argc, char** argv) {
@@ -96,6 +122,7 @@ int RunCommand(int argc, char** argv) {
       });
   app.add_option("--allow-host", options.allowedHosts, "Another name of this machine for the page")
       ->allow_extra_args(false);
+  AddNetworkOptions(app, options);
   CLI11_PARSE(app, argc, argv);
   return Run(options, urlFile);
 }

@@ -93,6 +93,27 @@ TEST(ProgramTest, ServesUntilItIsSignalled) {
   }
 }
 
+TEST(ProgramTest, ServesHttpsToItsClient) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  const std::string state = folder.Path("state");
+  Program program(folder, {"--dir", state, "--tls", "--client-ca", "make", "--url-file", file});
+  const KVMap urls = WaitForUrls(file);
+  EXPECT_EQ(ReadText(urls, "caFile"), state + "/server-ca.pem");
+  EXPECT_EQ(ReadText(urls, "clientCertificate"), state + "/client.pem");
+  EXPECT_EQ(ReadText(urls, "clientKey"), state + "/client.key");
+  const std::string service = ReadText(urls, "service").value_or("(none)");
+  EXPECT_THAT(service, testing::StartsWith("https://127.0.0.1:"));
+  Peer peer(
+      {ReadFile(state + "/server-ca.pem"), ReadFile(state + "/client.pem"), ReadFile(state + "/client.key")});
+  EXPECT_EQ(peer.Send("GET", service + "crypt/key/demo").Text("room"), "demo");
+  EXPECT_THAT(program.Out(), testing::HasSubstr("\nca-file " + state + "/server-ca.pem\n"));
+  EXPECT_THAT(program.Out(),
+              testing::HasSubstr("--ca-file '" + state + "/server-ca.pem' --client-cert '" + state +
+                                 "/client.pem' --client-key '" + state + "/client.key' FILE FILE.p7m\n"));
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
 TEST(ProgramTest, StopsWhileAConnectionIsOpen) {
   const Folder folder;
   const std::string file = folder.Path("urls.json");
@@ -179,6 +200,7 @@ TEST(ProgramTest, RefusesWrongArguments) {
                                                                      {"--dir", "x", "--key-servers", "0"},
                                                                      {"--dir", "x", "--port", "70000"},
                                                                      {"--dir", "x", "--control-token", "a b"},
+                                                                     {"--dir", "x", "--client-ca", "make"},
                                                                      {"--dir", "x", "--other"}}) {
     Program program(folder, arguments);
     EXPECT_NE(program.Wait(), 0);
