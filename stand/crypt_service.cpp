@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "stand/required_headers.h"
 #include "stand/wire.h"
 
 namespace CryptStand {
@@ -39,6 +40,8 @@ std::optional<CryptService::Route> CryptService::FindRoute(const HttpRequest& re
 }
 
 Served CryptService::Serve(const HttpRequest& request, const std::optional<Route>& route) {
+  // First of all: without credentials a client does not even learn which paths there are.
+  if (auto refusal = RefuseWithoutHeaders(request, realm_.settings.GetRequiredHeaders())) return *refusal;
   if (!route.has_value()) return RefusedWith(404, kUnknownErrorId, "Unknown path");
   const bool isKey = route->operation == "key";
   if (isKey && request.method == "GET") return ServeKey(request, *route);

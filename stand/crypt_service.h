@@ -18,7 +18,8 @@ namespace CryptStand {
 ///   POST      crypt/certlist/<group>/integrity/<digest> digests of integrity certificates
 ///
 /// Anything malformed is refused with status 400, an unknown path with 404, another method with 405 and
-/// another content type than JSON with 415, each with "errorid" and "errortext".
+/// another content type than JSON with 415, each with "errorid" and "errortext"; a request without a header
+/// that the settings require with 401.
 class CryptService {
  public:
   /// The resource of a request: "key", "certlist", "newkey", "authztoken" or "integrity".

@@ -3,6 +3,7 @@
 #include "stand/key_server.h"
 
 #include "stand/audit_log.h"
+#include "stand/required_headers.h"
 
 namespace CryptStand {
 namespace {
@@ -116,6 +117,7 @@ Subject KeyServer::FindSubject(const HttpRequest& request) const {
 }
 
 Served KeyServer::Serve(const HttpRequest& request, const std::string& operation) {
+  if (auto refusal = RefuseWithHeaders(request, realm_.settings.GetRequiredHeaders())) return *refusal;
   const Resource resource = FindResource(request);
   if (resource == Resource::Unknown) return RefusedWith(404, kUnknownErrorId, "Unknown path");
   const char* method = resource == Resource::Commands ? "POST" : "GET";

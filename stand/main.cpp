@@ -101,6 +101,9 @@ void AddNetworkOptions(CLI::App& app, Options& options) {
          "Ask for client certificates of the authorities in this PEM file; \"make\" makes one, with a "
          "client in DIR/client.pem and DIR/client.key")
       ->needs(tls);
+  app.add_option("--require-header", options.requiredHeaders,
+                 "A header, 'Name: value', that the crypt service requires; may be given several times")
+      ->allow_extra_args(false);
 }
 
 int RunCommand(int argc, char** argv) {

@@ -12,6 +12,7 @@ namespace CryptStand {
 inline constexpr const char* kLockedErrorId = "QOB.1.1001.1.422645";
 inline constexpr const char* kUnknownErrorId = "QOB.1.1001.1.404";
 inline constexpr const char* kMalformedErrorId = "QOB.1.1001.1.400";
+inline constexpr const char* kUnauthorisedErrorId = "QOB.1.1001.1.401";
 
 /// A server's reply to a request before faults change it, with its entry for the event log.
 struct Served {

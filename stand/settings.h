@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace CryptStand {
@@ -48,6 +49,14 @@ class Settings {
   void SetSequencePerRequest(bool perRequest) { Write(sequencePerRequest_, perRequest); }
   bool IsSequencePerRequest() const { return Read(sequencePerRequest_); }
 
+  /// Headers, name and value, that each request to the crypt service needs; key servers refuse them.
+  void SetRequiredHeaders(std::vector<std::pair<std::string, std::string>> headers) {
+    Write(requiredHeaders_, std::move(headers));
+  }
+  std::vector<std::pair<std::string, std::string>> GetRequiredHeaders() const {
+    return Read(requiredHeaders_);
+  }
+
   /// Seconds by which a key server's clock is ahead.
   void SetClockOffset(int server, std::int64_t seconds);
   std::int64_t GetClockOffset(int server) const;
@@ -77,6 +86,7 @@ class Settings {
   std::optional<std::vector<std::string>> announcedUrls_;
   static constexpr const char* kDefaultStatusTimeout = "5";
   std::string statusTimeout_ = kDefaultStatusTimeout;
+  std::vector<std::pair<std::string, std::string>> requiredHeaders_;
   std::optional<std::string> certStoreText_;
   std::optional<std::string> trustStoreText_;
   IntegrityList integrityList_ = IntegrityList::Normal;

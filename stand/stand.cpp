@@ -9,6 +9,7 @@
 #include "stand/front.h"
 #include "stand/key_server.h"
 #include "stand/private_file.h"
+#include "stand/required_headers.h"
 #include "stand/text_file.h"
 
 namespace CryptStand {
@@ -43,6 +44,7 @@ class Stand::Impl : public Servers {
 
   bool Start(std::string& error);
   bool SetUp(std::string& error);
+  bool SetUpHeaders(std::string& error);
   bool SetUpTls(std::string& error);
   bool WriteTlsFiles(std::string& error);
   void Secure(HttpServer& http, int server);
@@ -90,6 +92,20 @@ bool Stand::Impl::SetUp(std::string& error) {
   if (control.GetToken().empty()) error = "no random bytes are available";
   return error.empty() && (options.folder.empty() ||
                            WritePrivateFile(options.folder + kTokenFile, control.GetToken() + "\n", error));
+}
+
+bool Stand::Impl::SetUpHeaders(std::string& error) {
+  std::vector<RequiredHeader> headers;
+  for (const std::string& line : options.requiredHeaders) {
+    auto header = ParseRequiredHeader(line);
+    if (!header.has_value()) {
+      error = "A required header is not of the form 'Name: value'";
+      return false;
+    }
+    headers.push_back(*std::move(header));
+  }
+  realm.settings.SetRequiredHeaders(std::move(headers));
+  return true;
 }
 
 bool Stand::Impl::SetUpTls(std::string& error) {
@@ -191,7 +207,7 @@ bool Stand::Impl::Start(std::string& error) {
       [this](const HttpRequest& request, const std::stop_token& stop) { return ServeCrypt(request, stop); });
   Secure(*crypt, kCryptService);
   // Ports first: a port that is taken is found at once, generating keys takes time.
-  if (!Bind(error) || !SetUp(error) || !SetUpTls(error)) return false;
+  if (!Bind(error) || !SetUpHeaders(error) || !SetUp(error) || !SetUpTls(error)) return false;
   // The crypt service comes last: a client that reaches it finds all key servers up.
   for (const auto& server : keyHttp) {
     if (!server->Up(error)) return false;

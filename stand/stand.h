@@ -44,6 +44,9 @@ struct Options {
   /// authority and a client, and writes "client.pem" and "client.key" to the folder. Needs `tls`. If empty,
   /// clients need no certificate.
   std::string clientCa{};
+  /// Headers, each as 'Name: value', that the crypt service requires of each request (status 401 without
+  /// them) and that key servers refuse.
+  std::vector<std::string> requiredHeaders{};
 };
 
 /// A running test environment; owns its servers and threads. All members but Start() may be called from any
