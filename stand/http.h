@@ -62,7 +62,7 @@ struct HttpTimeouts {
   int transferMs = 30000;  ///< Silence inside a request or a response.
 };
 
-/// An HTTP server on 127.0.0.1 that can go down and come back on the same port.
+/// An HTTP server that can go down and come back on the same port.
 ///
 /// The port stays bound while the server is down, but nothing listens on it: connections are refused, and no
 /// other program gets the port in the meantime. Going down also ends every open connection at once.
@@ -79,8 +79,8 @@ class HttpServer {
   /// connect again.
   void EndConnections();
 
-  /// Binds a port, 0 for any. False with the reason in `error`.
-  bool Bind(int port, std::string& error);
+  /// Binds a port of an IP address, 0 for any. False with the reason in `error`.
+  bool Bind(const std::string& address, int port, std::string& error);
   int GetPort() const;
 
   /// Listens and serves; does nothing if it already does. False with the reason in `error`.

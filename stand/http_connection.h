@@ -1,9 +1,9 @@
 #pragma once
 
-#include <atomic>
 #include <stop_token>
 
 #include "stand/http.h"
+#include "stand/listener.h"
 
 namespace CryptStand {
 
@@ -13,12 +13,6 @@ struct ConnectionSetup {
   const HttpTimeouts& timeouts;
   const TlsSource& tls;  ///< plain connections without a function in it
   std::stop_token stop;
-};
-
-/// What a server and the thread of one of its connections know of each other.
-struct ConnectionState {
-  std::atomic<bool> isIdle = false;  ///< waits for a request; set by the connection
-  std::atomic<bool> isLast = false;  ///< takes no further request; set by the server
 };
 
 /// Serves the requests of one accepted connection, one after another, until it is closed or `setup.stop` is

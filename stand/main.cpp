@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "stand/private_file.h"
+#include "stand/socket.h"
 #include "stand/stand.h"
 #include "stand/wire.h"
 
@@ -72,10 +73,19 @@ bool WriteUrls(const Stand& stand, const Options& options, const std::string& pa
   return CryptStand::WritePrivateFile(path, CryptStand::WriteObject(urls) + "\n", error);
 }
 
+void WarnOfOthers(const Options& options) {
+  if (CryptStand::IsLoopbackAddress(options.listen)) return;
+  std::cerr
+      << "cryptstand: warning: " << options.listen
+      << " may be reached from other machines; private keys are unencrypted, and whoever reaches a port "
+         "changes how the servers behave: only in a container or an isolated network\n";
+}
+
 int Run(const Options& options, const std::string& urlFile) {
   std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
   // Before the servers start their threads, which inherit the mask: sigwait() below then gets the signals.
   const sigset_t signals = BlockEndSignals();
+  WarnOfOthers(options);
   Stand stand(options);
   std::string error;
   if (!stand.Start(error)) {
@@ -94,6 +104,9 @@ int Run(const Options& options, const std::string& urlFile) {
 }
 
 void AddNetworkOptions(CLI::App& app, Options& options) {
+  app.add_option("--listen", options.listen, "IP address to listen on; 127.0.0.1 by default");
+  app.add_option("--announce", options.announce,
+                 "Host in all URLs; by default the address, or localhost for 0.0.0.0 and ::");
   CLI::Option* const tls =
       app.add_flag("--tls", options.tls, "Serve HTTPS; the authority's certificate is DIR/server-ca.pem");
   app.add_option(

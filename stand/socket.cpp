@@ -34,16 +34,28 @@ bool WaitFor(int handle, short events, int timeoutMs) {
   return found > 0;
 }
 
-sockaddr_in LoopbackAddress(int port) {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<std::uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
+// An address of either family as the system calls take it.
+struct Endpoint {
+  sockaddr_storage storage = {};
+  socklen_t size = 0;  // 0: none
 
-int PortOf(const sockaddr_in& address) {
-  return ntohs(address.sin_port);
+  const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&storage); }
+};
+
+Endpoint MakeEndpoint(const std::string& address, int port) {
+  Endpoint endpoint;
+  auto* const v4 = reinterpret_cast<sockaddr_in*>(&endpoint.storage);
+  auto* const v6 = reinterpret_cast<sockaddr_in6*>(&endpoint.storage);
+  if (inet_pton(AF_INET, address.c_str(), &v4->sin_addr) == 1) {
+    v4->sin_family = AF_INET;
+    v4->sin_port = htons(static_cast<std::uint16_t>(port));
+    endpoint.size = sizeof *v4;
+  } else if (inet_pton(AF_INET6, address.c_str(), &v6->sin6_addr) == 1) {
+    v6->sin6_family = AF_INET6;
+    v6->sin6_port = htons(static_cast<std::uint16_t>(port));
+    endpoint.size = sizeof *v6;
+  }
+  return endpoint;
 }
 
 }  // namespace
@@ -60,24 +72,52 @@ void Socket::Close() {
   if (handle_ >= 0) close(std::exchange(handle_, -1));
 }
 
-Socket Socket::BindLoopback(int port, std::string& error) {
-  Socket socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+Socket Socket::Bind(const std::string& address, int port, std::string& error) {
+  const Endpoint endpoint = MakeEndpoint(address, port);
+  if (endpoint.size == 0) {
+    error = address + ": not an IP address";
+    return {};
+  }
+  Socket socket(::socket(endpoint.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
   // SO_REUSEADDR lets the listening socket share the port with the one that reserves it, and a restarted
   // server use it although connections are in TIME_WAIT.
   const int on = 1;
-  const sockaddr_in address = LoopbackAddress(port);
   if (!socket.IsOpen() || setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-      bind(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+      bind(socket.Get(), endpoint.Get(), endpoint.size) != 0) {
     error = "port " + std::to_string(port) + ": " + std::generic_category().message(errno);
     socket.Close();
   }
   return socket;
 }
 
+Socket Socket::Connect(const std::string& address, int port, std::string& error) {
+  const Endpoint endpoint = MakeEndpoint(address, port);
+  Socket socket(endpoint.size != 0 ? ::socket(endpoint.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0)
+                                   : -1);
+  if (!socket.IsOpen() || connect(socket.Get(), endpoint.Get(), endpoint.size) != 0) {
+    error = std::generic_category().message(errno);
+    socket.Close();
+  }
+  return socket;
+}
+
 int Socket::GetPort() const {
-  sockaddr_in address = {};
+  sockaddr_storage address = {};
   socklen_t size = sizeof address;
-  return getsockname(handle_, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? PortOf(address) : 0;
+  if (getsockname(handle_, reinterpret_cast<sockaddr*>(&address), &size) != 0) return 0;
+  // The port is at the same place in both families.
+  return ntohs(reinterpret_cast<const sockaddr_in*>(&address)->sin_port);
+}
+
+bool IsIpAddress(const std::string& address) {
+  return MakeEndpoint(address, 0).size != 0;
+}
+
+bool IsLoopbackAddress(const std::string& address) {
+  in_addr v4 = {};
+  in6_addr v6 = {};
+  if (inet_pton(AF_INET, address.c_str(), &v4) == 1) return (ntohl(v4.s_addr) >> 24U) == IN_LOOPBACKNET;
+  return inet_pton(AF_INET6, address.c_str(), &v6) == 1 && IN6_IS_ADDR_LOOPBACK(&v6);
 }
 
 bool WaitForSocket(int handle, bool forReading, int timeoutMs) {
@@ -135,6 +175,11 @@ ssize_t ConnectionStream::WriteSecured(const iovec* parts, std::size_t count) {
 // What OpenSSL has taken from the socket already does not show there.
 bool ConnectionStream::WaitForData(int timeoutMs) const {
   return (tls_ != nullptr && tls_->HasPending()) || WaitFor(handle_, POLLIN, timeoutMs);
+}
+
+// Without events: poll() then reports the end alone.
+bool ConnectionStream::Pause(int milliseconds) const {
+  return !WaitFor(handle_, 0, milliseconds);
 }
 
 void ConnectionStream::EndWriting() {

@@ -11,6 +11,10 @@
 
 namespace CryptStand {
 
+/// Whether it is an IP address, and whether one that only programs of this machine reach.
+bool IsIpAddress(const std::string& address);
+bool IsLoopbackAddress(const std::string& address);
+
 /// Waits until bytes can be read, or written, or the connection has ended. False with the reason in `errno`,
 /// ETIMEDOUT after the time.
 bool WaitForSocket(int handle, bool forReading, int timeoutMs);
@@ -30,9 +34,11 @@ class Socket {
   int Get() const { return handle_; }
   void Close();
 
-  /// A socket bound to a port of 127.0.0.1, 0 for any. Other sockets that do not listen may be bound to the
-  /// same port. Not open on failure, with the reason in `error`.
-  static Socket BindLoopback(int port, std::string& error);
+  /// A socket bound to a port of an IP address, 0 for any. Other sockets that do not listen may be bound to
+  /// the same port. Not open on failure, with the reason in `error`.
+  static Socket Bind(const std::string& address, int port, std::string& error);
+  /// A socket that is connected to a port of an IP address. Not open on failure, with the reason in `error`.
+  static Socket Connect(const std::string& address, int port, std::string& error);
   /// The local port, or 0.
   int GetPort() const;
 
@@ -59,6 +65,8 @@ class ConnectionStream {
   ssize_t Write(iovec* parts, std::size_t count);
   /// Whether bytes, or the end of the connection, can be read within the time.
   bool WaitForData(int timeoutMs) const;
+  /// Waits for that time; false as soon as the connection has ended.
+  bool Pause(int milliseconds) const;
   /// Ends writing; the client sees the end and may still send.
   void EndWriting();
   /// Reads and drops what the client still sends, up to `limit` bytes and for no longer than a silence may

@@ -10,6 +10,7 @@
 #include "stand/key_server.h"
 #include "stand/private_file.h"
 #include "stand/required_headers.h"
+#include "stand/socket.h"
 #include "stand/text_file.h"
 
 namespace CryptStand {
@@ -19,11 +20,14 @@ constexpr int kMaxPort = 65535;
 constexpr const char* kTokenFile = "/control-token";
 
 ControlAccess MakeAccess(const Options& options) {
-  return {options.controlToken.empty() ? ControlAccess::MakeToken() : options.controlToken,
-          options.allowedHosts};
+  std::vector<std::string> hosts = options.allowedHosts;
+  hosts.push_back(options.listen);
+  if (!options.announce.empty()) hosts.push_back(options.announce);
+  return {options.controlToken.empty() ? ControlAccess::MakeToken() : options.controlToken, std::move(hosts)};
 }
 
 constexpr const char* kMake = "make";
+constexpr const char* kHostCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.";
 
 }  // namespace
 
@@ -48,6 +52,7 @@ class Stand::Impl : public Servers {
   bool SetUpTls(std::string& error);
   bool WriteTlsFiles(std::string& error);
   void Secure(HttpServer& http, int server);
+  std::string GetHost() const;
   std::string UrlOf(const HttpServer& server) const;
   bool Bind(std::string& error);
   bool BindKeyServer(int index, std::string& error);
@@ -111,7 +116,9 @@ bool Stand::Impl::SetUpHeaders(std::string& error) {
 bool Stand::Impl::SetUpTls(std::string& error) {
   if (!options.tls && !options.clientCa.empty()) error = "Client certificates need TLS";
   if (!options.tls) return options.clientCa.empty();
-  if (!tls.Prepare({}, error)) return false;
+  std::vector<std::string> hosts = {GetHost()};
+  if (options.listen != "0.0.0.0" && options.listen != "::") hosts.push_back(options.listen);
+  if (!tls.Prepare(std::move(hosts), error)) return false;
   if (options.clientCa == kMake && !tls.PrepareClient(error)) return false;
   if (!options.clientCa.empty() && options.clientCa != kMake) {
     const auto authorities = ReadTextFile(options.clientCa, error);
@@ -156,16 +163,31 @@ bool Stand::Impl::Show(int server, ServerCertificate type) {
   return true;
 }
 
+// No client can connect to an address that stands for all of them.
+std::string Stand::Impl::GetHost() const {
+  if (!options.announce.empty()) return options.announce;
+  return options.listen == "0.0.0.0" || options.listen == "::" ? "localhost" : options.listen;
+}
+
 std::string Stand::Impl::UrlOf(const HttpServer& server) const {
-  return std::string(options.tls ? "https" : "http") + "://127.0.0.1:" + std::to_string(server.GetPort());
+  const std::string host = GetHost();
+  const std::string place = host.find(':') == std::string::npos ? host : "[" + host + "]";
+  return std::string(options.tls ? "https" : "http") + "://" + place + ":" + std::to_string(server.GetPort());
 }
 
 bool Stand::Impl::Bind(std::string& error) {
+  // It goes into URLs and certificates.
+  const bool isName =
+      !options.announce.empty() && options.announce.find_first_not_of(kHostCharacters) == std::string::npos;
+  if (!options.announce.empty() && !isName && !IsIpAddress(options.announce)) {
+    error = "The announced host is neither a name nor an IP address";
+    return false;
+  }
   if (options.port < 0 || options.port + options.keyServers > kMaxPort) {
     error = "ports end at " + std::to_string(kMaxPort);
     return false;
   }
-  if (!crypt->Bind(options.port, error)) return false;
+  if (!crypt->Bind(options.listen, options.port, error)) return false;
   for (int i = 0; i < options.keyServers; ++i) {
     if (!BindKeyServer(i, error)) return false;
   }
@@ -188,7 +210,7 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
       }));
   Secure(*keyHttp.back(), index);
   const int port = options.port == 0 ? 0 : options.port + 1 + index;
-  if (!keyHttp.back()->Bind(port, error)) return false;
+  if (!keyHttp.back()->Bind(options.listen, port, error)) return false;
   keyServers.push_back(std::make_unique<KeyServer>(realm, index, UrlOf(*keyHttp.back())));
   return true;
 }

@@ -13,9 +13,9 @@
 #include "stand/settings.h"
 #include "stand/tls_identities.h"
 
-/// A local test environment: one crypt service and several key servers on ports of 127.0.0.1, with real keys,
-/// real certificates and real HTTP. Never for anything that has to be protected: its private keys are stored
-/// unencrypted, and whoever reaches its ports may change how it behaves.
+/// A local test environment: one crypt service and several key servers on ports of this machine, with real
+/// keys, real certificates and real HTTP. Never for anything that has to be protected: its private keys are
+/// stored unencrypted, and whoever reaches its ports may change how it behaves.
 namespace CryptStand {
 
 /// How a Stand is set up.
@@ -29,6 +29,11 @@ struct Options {
   int keyServers = 3;
   /// Port of the crypt service; the key servers take the ports after it. 0 takes any free ports.
   int port = 0;
+  /// The IP address to listen on, of either version. Whoever reaches it can read the private keys: anything
+  /// but loopback is for containers and isolated networks.
+  std::string listen = "127.0.0.1";
+  /// The host in all URLs; if empty, the address to listen on, or "localhost" when that stands for all.
+  std::string announce{};
   std::string group = "QOB.1.100.1";
   std::string groupName = "Demo group";
   std::vector<std::string> rooms = {"demo"};

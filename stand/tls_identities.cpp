@@ -3,8 +3,7 @@
 // handshakes, of which a test run has thousands.
 #include "stand/tls_identities.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
+#include "stand/socket.h"
 
 namespace CryptStand {
 namespace {
@@ -20,11 +19,6 @@ constexpr std::time_t kMarginDays = 30;
 constexpr const char* kServerAuthority = "TLS server authority";
 constexpr const char* kClientAuthority = "TLS client authority";
 constexpr const char* kClient = "TLS client";
-
-bool IsIpAddress(const std::string& host) {
-  in6_addr any = {};
-  return inet_pton(AF_INET, host.c_str(), &any) == 1 || inet_pton(AF_INET6, host.c_str(), &any) == 1;
-}
 
 // In OpenSSL's configuration syntax.
 std::string AlternativeNames(const std::vector<std::string>& hosts) {

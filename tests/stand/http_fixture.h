@@ -21,7 +21,7 @@ class HttpServerTest : public testing::Test {
 
   void SetUp() override {
     std::string error;
-    ASSERT_TRUE(server_.Bind(0, error) && server_.Up(error)) << error;
+    ASSERT_TRUE(server_.Bind("127.0.0.1", 0, error) && server_.Up(error)) << error;
   }
   std::string Url(const std::string& path = "/") const {
     return "http://127.0.0.1:" + std::to_string(server_.GetPort()) + path;

@@ -8,6 +8,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "stand/socket.h"
 #include "tests/stand/http_fixture.h"
 
 namespace CryptStand {
@@ -130,7 +131,7 @@ TEST_F(HttpServerTest, KeepsItsPortFromOthersWhileDown) {
 TEST_F(HttpServerTest, CannotBindPortThatIsServed) {
   HttpServer second([](const HttpRequest&, const std::stop_token&) { return HttpReply(); });
   std::string error;
-  EXPECT_FALSE(second.Bind(server_.GetPort(), error));
+  EXPECT_FALSE(second.Bind("127.0.0.1", server_.GetPort(), error));
   EXPECT_THAT(error, testing::HasSubstr("port " + std::to_string(server_.GetPort())));
 }
 
@@ -144,6 +145,34 @@ TEST_F(HttpServerTest, CutsTheConnectionInsideTheBody) {
   const Reply reply = Get(Url());
   EXPECT_EQ(reply.status, 0);
   EXPECT_EQ(reply.body, std::string(100, 'x'));
+}
+
+TEST_F(HttpServerTest, ServesAnIPv6Address) {
+  HttpServer second([](const HttpRequest&, const std::stop_token&) { return HttpReply(); });
+  std::string error;
+  ASSERT_TRUE(second.Bind("::1", 0, error) && second.Up(error)) << error;
+  const std::string port = std::to_string(second.GetPort());
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(Get("http://[::1]:" + port + "/").status, 200);
+    EXPECT_TRUE(Get("http://127.0.0.1:" + port + "/").isRefused);
+    second.Down();
+    EXPECT_TRUE(Get("http://[::1]:" + port + "/").isRefused);
+    ASSERT_TRUE(second.Up(error)) << error;
+  }
+}
+
+TEST_F(HttpServerTest, SaysThatAnAddressIsNone) {
+  HttpServer second([](const HttpRequest&, const std::stop_token&) { return HttpReply(); });
+  std::string error;
+  EXPECT_FALSE(second.Bind("localhost", 0, error));
+  EXPECT_EQ(error, "localhost: not an IP address");
+}
+
+TEST(SocketTest, KnowsLoopbackAddresses) {
+  for (const char* address : {"127.0.0.1", "127.1.2.3", "::1"}) EXPECT_TRUE(IsLoopbackAddress(address));
+  for (const char* address : {"0.0.0.0", "::", "192.0.2.1", "128.0.0.1", "localhost", "::ffff:127.0.0.1"}) {
+    EXPECT_FALSE(IsLoopbackAddress(address)) << address;
+  }
 }
 
 TEST_F(HttpServerTest, IsReachedThroughLoopbackAlone) {
