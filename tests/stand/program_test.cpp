@@ -114,6 +114,15 @@ TEST(ProgramTest, ServesHttpsToItsClient) {
   EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
 }
 
+TEST(ProgramTest, WarnsWhenOtherMachinesMayReachIt) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  Program program(folder, {"--dir", folder.Path("state"), "--listen", "0.0.0.0", "--url-file", file});
+  EXPECT_THAT(ReadText(WaitForUrls(file), "service").value_or(""), testing::StartsWith("http://localhost:"));
+  EXPECT_EQ(program.Stop(SIGTERM), 0);
+  EXPECT_THAT(program.Error(), testing::StartsWith("cryptstand: warning: 0.0.0.0 may be reached"));
+}
+
 TEST(ProgramTest, StopsWhileAConnectionIsOpen) {
   const Folder folder;
   const std::string file = folder.Path("urls.json");
