@@ -13,6 +13,7 @@ using OruGuiBase::Array;
 using OruGuiBase::ValType;
 
 constexpr std::size_t kDepth = 100000;        // would overflow the stack of a recursive parser
+constexpr int kMsPerByte = 10;                // a response of some hundred bytes takes seconds
 constexpr std::size_t kHugeSize = 8U << 20U;  // far above any real response, within what a client may accept
 
 HttpReply BodyReply(std::string body) {
@@ -48,6 +49,14 @@ HttpReply JsonResponse(const std::string& type) {
 HttpReply EmptyCsv() {
   HttpReply reply;
   reply.contentType = "text/csv";
+  return reply;
+}
+
+// The status is for the event log alone.
+HttpReply DroppedReply() {
+  HttpReply reply;
+  reply.status = 0;
+  reply.isDropped = true;
   return reply;
 }
 
@@ -165,6 +174,8 @@ std::optional<HttpReply> MakeFaultReply(const Fault& fault, bool isKeyServer) {
       return JsonResponse(OrElse(fault.text, "getAuditLogResponse"));
     case FaultType::EmptyCsv:
       return EmptyCsv();
+    case FaultType::Drop:
+      return DroppedReply();
     default:
       return std::nullopt;
   }
@@ -188,6 +199,12 @@ void SpoilReply(const Fault& fault, HttpReply& reply) {
       return;
     case FaultType::Cut:
       return Cut(fault, reply);
+    case FaultType::Trickle:
+      reply.msPerByte = fault.number > 0 ? fault.number : kMsPerByte;
+      return;
+    case FaultType::Close:
+      reply.isLast = true;
+      return;
     case FaultType::SecStatus:
       reply.headers.emplace_back("x-sec-status",
                                  fault.text.empty() ? std::to_string(fault.number) : fault.text);

@@ -42,6 +42,10 @@ constexpr FaultTypeInfo kTypes[] = {
     {FaultType::JsonResponse, "json-response", "an envelope whose payload has \"type\" alone", nullptr,
      "the type; empty for \"getAuditLogResponse\""},
     {FaultType::EmptyCsv, "empty-csv", "an empty body of the type \"text/csv\"", nullptr, nullptr},
+    {FaultType::Trickle, "trickle", "the body comes byte by byte", "milliseconds for each byte", nullptr},
+    {FaultType::Close, "close", "the connection ends after the response, which says nothing of it", nullptr,
+     nullptr},
+    {FaultType::Drop, "drop", "the connection ends without a response", nullptr, nullptr},
     {FaultType::ServerCertificate, "server-certificate", "TLS with another certificate", nullptr,
      "\"expired\", \"wrong-host\" or \"self-signed\"; empty for \"expired\""},
 };

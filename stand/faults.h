@@ -37,6 +37,9 @@ enum class FaultType {
   SecStatus,         ///< "x-sec-status" is `text`, or `number` when that is empty; the body stays.
   JsonResponse,  ///< An envelope whose payload has "type" alone: `text`, "getAuditLogResponse" when empty.
   EmptyCsv,      ///< The body is empty and the content type "text/csv".
+  Trickle,       ///< Each byte of the body comes after `number` milliseconds, 10 when that is 0.
+  Close,         ///< The connection ends after the response, whose headers do not say so.
+  Drop,          ///< The connection ends instead of a response; the request is not carried out.
   ServerCertificate,  ///< TLS with a certificate that is `text`: "expired", "wrong-host" or "self-signed".
 };
 

@@ -50,6 +50,12 @@ struct HttpReply {
   std::vector<std::pair<std::string, std::string>> headers;
   /// Number of bytes of the body after which the connection is cut, although more were announced.
   std::optional<std::size_t> cutAfter;
+  /// Pause before each byte of the body, in milliseconds.
+  int msPerByte = 0;
+  /// Ends the connection after the response without a word about it in the headers.
+  bool isLast = false;
+  /// Ends the connection instead of a response.
+  bool isDropped = false;
 };
 
 /// Handles a request on the connection's thread; several may run at the same time. It returns soon after

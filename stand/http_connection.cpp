@@ -156,6 +156,8 @@ class Connection {
   bool Respond(HttpReply reply, Framing framing);
   bool SendHead(const HttpReply& reply, const Framing& framing, bool hasBody);
   bool SendChunks(const BodySource& next, std::optional<std::size_t> left, bool isChunked);
+  bool SendSlowly(const net::const_buffer& body, int msPerByte);
+  BodySource Trickle(const HttpReply& reply);
   void Refuse(int status);
   template <class Buffers>
   bool Send(const Buffers& buffers) {
@@ -251,18 +253,46 @@ void Connection::ReadBody(Parser& parser, error_code& error) {
 }
 
 bool Connection::Respond(HttpReply reply, Framing framing) {
+  isCut_ = reply.cutAfter.has_value() || reply.isDropped;
+  if (reply.isDropped) return false;
   const bool isInterim = reply.status < 200;  // nothing final follows, so the connection has to end
   const bool hasBody = !isInterim && reply.status != 204 && reply.status != 304;
   // HTTP/1.0 has no chunks: there the end of the connection ends a body of unknown length.
   const bool isChunked = reply.openBody && framing.version >= 11;
   if (isInterim || (reply.openBody && !isChunked)) framing.isKept = false;
   if (!SendHead(reply, framing, hasBody)) return false;
-  const bool isKept = framing.isKept && !reply.cutAfter.has_value();
-  isCut_ = reply.cutAfter.has_value();
+  const bool isKept = framing.isKept && !reply.cutAfter.has_value() && !reply.isLast;
   if (!hasBody || framing.isHead) return isKept;
-  if (reply.openBody) return SendChunks(reply.openBody(), reply.cutAfter, isChunked) && isKept;
+  if (reply.openBody) {
+    const BodySource source = reply.msPerByte > 0 ? Trickle(reply) : reply.openBody();
+    return SendChunks(source, reply.cutAfter, isChunked) && isKept;
+  }
   const std::size_t size = std::min(reply.cutAfter.value_or(reply.body.size()), reply.body.size());
-  return Send(net::buffer(reply.body.data(), size)) && isKept;
+  const auto body = net::buffer(reply.body.data(), size);
+  return (reply.msPerByte > 0 ? SendSlowly(body, reply.msPerByte) : Send(body)) && isKept;
+}
+
+bool Connection::SendSlowly(const net::const_buffer& body, int msPerByte) {
+  const char* const data = static_cast<const char*>(body.data());
+  for (std::size_t i = 0; i < body.size(); ++i) {
+    if (!stream_.Bytes().Pause(msPerByte) || !Send(net::buffer(data + i, 1))) return false;
+  }
+  return true;
+}
+
+// The streamed body in chunks of one byte. After the end of the connection it goes on without pauses, until
+// the next chunk cannot be sent.
+BodySource Connection::Trickle(const HttpReply& reply) {
+  return [this, next = reply.openBody(), msPerByte = reply.msPerByte, chunk = std::string(),
+          place = std::size_t{0}]() mutable -> std::string {
+    if (place == chunk.size()) {
+      chunk = next();
+      place = 0;
+    }
+    if (chunk.empty()) return {};
+    stream_.Bytes().Pause(msPerByte);
+    return {chunk[place++]};
+  };
 }
 
 bool Connection::SendHead(const HttpReply& reply, const Framing& framing, bool hasBody) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <gtest/gtest.h>
 
+#include "tests/stand/raw_peer.h"
 #include "tests/stand/stand_peer.h"
 
 namespace CryptStand {
@@ -50,6 +51,46 @@ TEST_F(FaultsTest, SlowRespondsLate) {
   ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Slow, 150)));
   EXPECT_EQ(Get(Server("status?1")).status, 200);
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(150));
+}
+
+TEST_F(FaultsTest, TrickleSendsTheBodyByteByByte) {
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Trickle, 20)));
+  EXPECT_EQ(Get(Server("status?1")).body, "alive\n");
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(6 * 20));
+}
+
+TEST_F(FaultsTest, TrickleDoesNotDelayGoingDown) {
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Trickle, 60000)));
+  std::thread client([this] { EXPECT_EQ(Get(Server("status?1")).status, 0); });
+  while (stand_.GetEvents().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Down)));
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+  client.join();
+}
+
+TEST_F(FaultsTest, CloseEndsTheConnectionWithoutSayingSo) {
+  const std::string url = stand_.GetKeyServerUrls().front();
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Close)));
+  RawPeer peer(std::stoi(url.substr(url.rfind(':') + 1)));
+  ASSERT_TRUE(peer.Send("GET /status HTTP/1.1\r\n\r\n"));
+  const std::string response = peer.ReadAll();
+  EXPECT_TRUE(peer.HasEnded());
+  EXPECT_THAT(response, testing::AllOf(testing::EndsWith("alive\n"),
+                                       testing::Not(testing::HasSubstr("Connection: close"))));
+}
+
+TEST_F(FaultsTest, DropEndsTheConnectionInsteadOfAResponse) {
+  Fault fault = Make(FaultType::Drop);
+  fault.uses = 1;
+  ASSERT_TRUE(stand_.SetFault(0, fault));
+  Peer peer;
+  const Reply reply = peer.Send("GET", Server("status"));
+  EXPECT_EQ(reply.status, 0);
+  EXPECT_TRUE(reply.headers.empty());
+  EXPECT_EQ(peer.Send("GET", Server("status")).status, 200);
+  EXPECT_EQ(stand_.GetEvents().front().outcome, "not served (fault)");
 }
 
 TEST_F(FaultsTest, SlowDoesNotDelayGoingDown) {

@@ -136,6 +136,34 @@ TEST_F(HttpWireTest, AFailureOfAHandlerEndsItsConnectionAlone) {
   EXPECT_EQ(Get(Url()).status, 200);
 }
 
+TEST_F(HttpWireTest, SendsAStreamedBodyByteByByteWhenAsked) {
+  HttpReply reply = Streamed(2, 2);
+  reply.msPerByte = 1;
+  RespondWith(reply);
+  EXPECT_EQ(BodyOf(Exchange(kLastGet)), "1\r\nx\r\n1\r\nx\r\n1\r\nx\r\n1\r\nx\r\n0\r\n\r\n");
+}
+
+TEST_F(HttpWireTest, GoesDownWhileAStreamedBodyWaitsForData) {
+  std::atomic<bool> isWaiting = false;
+  handler_ = [&isWaiting](const HttpRequest&, const std::stop_token& stop) {
+    HttpReply waiting;
+    waiting.openBody = [&isWaiting, stop] {
+      return [&isWaiting, stop] {
+        isWaiting = true;
+        while (!stop.stop_requested()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return std::string();
+      };
+    };
+    return waiting;
+  };
+  RawPeer peer(server_.GetPort());
+  ASSERT_TRUE(peer.Send(kGet));
+  while (!isWaiting) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  const auto begin = steady_clock::now();
+  server_.Down();
+  EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(5));
+}
+
 TEST_F(HttpWireTest, GoesDownWhileABodyIsStreamed) {
   RespondWith(Streamed(1000000, 65536));
   RawPeer peer(server_.GetPort());
