@@ -2,6 +2,8 @@
 // identity is made on first use and then comes from the store, so that a restart keeps every signature valid.
 #include "stand/authority.h"
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 
 namespace CryptStand {
@@ -60,6 +62,14 @@ class KeyCache {
 
 // Making these two makes all others, except the foreign root: servers never need it themselves.
 bool Authority::Prepare() {
+  constexpr Role kNeeded[] = {Role::Root, Role::Intermediate, Role::Issuing, Role::InnerSigning,
+                              Role::Wrapping};
+  // The first integrity key and the first member are made on request: their key pairs are ready by then.
+  constexpr int kFirstRequests = 2;
+  const auto missing =
+      static_cast<int>(std::count_if(std::begin(kNeeded), std::end(kNeeded),
+                                     [this](Role role) { return !store_.GetIdentity(NameOf(role)); }));
+  if (missing > 0 && !shareKeys_) keys_.Start(missing + kFirstRequests);
   return !Get(Role::InnerSigning).certificate.IsEmpty() && !Get(Role::Wrapping).certificate.IsEmpty();
 }
 
@@ -90,8 +100,8 @@ Identity Authority::Make(Role role) {
   return Identity::MakeRoot(spec, std::move(key));
 }
 
-KeyPair Authority::MakeKey(const std::string& purpose) const {
-  return shareKeys_ ? KeyCache::Get(purpose) : KeyPair::MakeRSA();
+KeyPair Authority::MakeKey(const std::string& purpose) {
+  return shareKeys_ ? KeyCache::Get(purpose) : keys_.Take();
 }
 
 std::string Authority::GetCertStoreText() {

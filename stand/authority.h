@@ -4,6 +4,7 @@
 #include <string>
 
 #include "stand/cert_maker.h"
+#include "stand/key_maker.h"
 #include "stand/store.h"
 
 namespace CryptStand {
@@ -31,12 +32,14 @@ class Authority {
   /// own certificates, but since the keys are the same, signatures made in one are valid in the others.
   Authority(Store& store, bool shareKeys) : store_(store), shareKeys_(shareKeys) {}
 
-  /// Makes everything that key servers need. False when it cannot be made or stored.
+  /// Makes everything that key servers need; keys that are missing are generated in parallel, and in a new
+  /// folder those of the first room and group after that, in the background. False when it cannot be made or
+  /// stored.
   bool Prepare();
   /// An identity; its certificate is empty when it cannot be made or stored.
   Identity Get(Role role);
   /// A key pair for a purpose; with shared keys the same one each time for the same purpose.
-  KeyPair MakeKey(const std::string& purpose) const;
+  KeyPair MakeKey(const std::string& purpose);
 
   /// PEM of the root and intermediate certificates, and of the trusted issuing certificates.
   std::string GetCertStoreText();
@@ -47,6 +50,7 @@ class Authority {
 
   Store& store_;
   const bool shareKeys_;
+  KeyMaker keys_;
   std::recursive_mutex mutex_;  // recursive: making an identity asks for its issuer
 };
 
