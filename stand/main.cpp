@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 
@@ -23,6 +24,13 @@ sigset_t BlockEndSignals() {
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   return signals;
+}
+
+// Before anything that takes long: the keys of a new folder do.
+void PrintStart(const Options& options) {
+  const bool isNew = !std::filesystem::exists(options.folder + "/stand.sqlite");
+  std::cout << "cryptstand: starting in " << options.folder
+            << (isNew ? ", which is new: its keys are generated first\n" : "\n") << std::flush;
 }
 
 void PrintBanner(const Stand& stand, const std::string& room) {
@@ -52,6 +60,7 @@ int Run(const Options& options, const std::string& urlFile) {
   std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
   // Before the servers start their threads, which inherit the mask: sigwait() below then gets the signals.
   const sigset_t signals = BlockEndSignals();
+  PrintStart(options);
   Stand stand(options);
   std::string error;
   if (!stand.Start(error)) {

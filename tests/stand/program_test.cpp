@@ -1,5 +1,6 @@
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <spawn.h>
@@ -9,6 +10,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "stand/database.h"
 #include "tests/stand/folder.h"
 #include "tests/stand/stand_peer.h"
 
@@ -64,14 +66,21 @@ class Program {
   pid_t process_ = -1;
 };
 
-// The addresses, once the program has written them.
-KVMap WaitForUrls(const std::string& path) {
+// Whether `isDone` becomes true within half a minute.
+template <class Condition>
+bool WaitFor(const Condition& isDone) {
   for (int i = 0; i < 3000; ++i) {
-    const auto urls = ReadObject(ReadFile(path));
-    if (urls.has_value()) return *urls;
+    if (isDone()) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  return {};
+  return false;
+}
+
+// The addresses, once the program has written them.
+KVMap WaitForUrls(const std::string& path) {
+  std::optional<KVMap> urls;
+  WaitFor([&] { return (urls = ReadObject(ReadFile(path))).has_value(); });
+  return urls.value_or(KVMap());
 }
 
 TEST(ProgramTest, ServesUntilItIsSignalled) {
@@ -112,6 +121,23 @@ TEST(ProgramTest, GoesOnWhenNobodyReadsItsOutput) {
   close(reader);
   EXPECT_NE(ReadText(WaitForUrls(file), "service"), std::nullopt);
   EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
+// Another program's lock on the database keeps the start waiting before any key is generated.
+TEST(ProgramTest, SaysAtOnceThatItStarts) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  std::filesystem::create_directory(folder.Path("state"));
+  std::string error;
+  Database other;
+  ASSERT_TRUE(other.Open(folder.Path("state/stand.sqlite"), error)) << error;
+  ASSERT_TRUE(other.Execute("PRAGMA journal_mode = WAL; BEGIN IMMEDIATE", error)) << error;
+  Program program(folder, {"--dir", folder.Path("state"), "--url-file", file});
+  EXPECT_TRUE(WaitFor([&] { return program.Out().ends_with("\n"); }));
+  EXPECT_EQ(program.Out(), "cryptstand: starting in " + folder.Path("state") + "\n");
+  EXPECT_FALSE(std::filesystem::exists(file));
+  ASSERT_TRUE(other.Execute("COMMIT", error)) << error;
+  EXPECT_NE(ReadText(WaitForUrls(file), "service"), std::nullopt) << program.Error();
 }
 
 TEST(ProgramTest, SaysWhyItCannotStart) {
