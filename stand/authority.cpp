@@ -77,7 +77,6 @@ Identity Authority::Get(Role role) {
   // Recursive: making an identity asks for its issuer.
   const std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto kept = store_.GetIdentity(NameOf(role));
-  // KeepIdentity returns the stored one: another process may have made this identity in the meantime.
   if (!kept.has_value()) kept = store_.KeepIdentity(NameOf(role), Make(role));
   return kept.value_or(Identity());
 }

@@ -7,6 +7,7 @@
 #include "foundation/encoding.h"
 #include "stand/control.h"
 #include "stand/crypt_service.h"
+#include "stand/folder_lock.h"
 #include "stand/front.h"
 #include "stand/key_server.h"
 
@@ -24,7 +25,9 @@ std::string UrlOf(const HttpServer& server) {
 class Stand::Impl {
  public:
   explicit Impl(Options given)
-      : options(std::move(given)), realm(options.folder.empty() && !options.ownKeys), service(realm) {
+      : options(std::move(given)),
+        realm(options.folder.empty() && !options.ownKeys),
+        service(realm) {
     // A static Stand must be destroyed before OpenSSL's exit handler runs, since its threads use OpenSSL
     // until the servers are down. Exit handlers run in reverse order, so OpenSSL registers its own here,
     // before the constructor completes. It does so only if at least one option is given.
@@ -32,7 +35,8 @@ class Stand::Impl {
   }
 
   bool Start(Stand& stand, std::string& error);
-  bool SetUp(std::string& error);
+  StartFailure LockFolder(std::string& error);
+  StartFailure SetUp(std::string& error);
   bool AddRoom(const std::string& id, const std::string& group);
   bool Bind(std::string& error);
   bool BindKeyServer(int index, std::string& error);
@@ -40,6 +44,8 @@ class Stand::Impl {
   HttpReply ServeCrypt(Stand& stand, const HttpRequest& request, const std::stop_token& stop);
 
   const Options options;
+  StartFailure failure = StartFailure::None;
+  FolderLock lock;  // held until everything that uses the folder is destroyed
   Realm realm;
   CryptService service;
   std::unique_ptr<HttpServer> crypt;
@@ -48,14 +54,23 @@ class Stand::Impl {
   std::vector<std::unique_ptr<HttpServer>> keyHttp;
 };
 
-bool Stand::Impl::SetUp(std::string& error) {
-  if (!realm.store.Open(options.folder, error)) return false;
+StartFailure Stand::Impl::LockFolder(std::string& error) {
+  if (options.folder.empty()) return StartFailure::None;
+  if (!MakeFolder(options.folder, error)) return StartFailure::Folder;
+  const FolderLock::Result result = lock.Take(options.folder, error);
+  if (result == FolderLock::Result::InUse) return StartFailure::FolderInUse;
+  return result == FolderLock::Result::Taken ? StartFailure::None : StartFailure::Folder;
+}
+
+StartFailure Stand::Impl::SetUp(std::string& error) {
+  if (!realm.store.Open(options.folder, error)) return StartFailure::Folder;
   bool good = realm.store.AddGroup(options.group, options.groupName);
   for (const std::string& room : options.rooms) good = good && AddRoom(room, options.group);
   // Generates all keys of a new folder now, so that its first request is as fast as any other.
   if (good && !options.folder.empty()) good = realm.authority.Prepare();
-  if (!good) error = "The state cannot be stored, or a room id is empty or not UTF-8";
-  return good;
+  if (good) return StartFailure::None;
+  error = "The state cannot be stored, or a room id is empty or not UTF-8";
+  return StartFailure::Other;
 }
 
 // The id must be UTF-8, since it appears in JSON.
@@ -110,13 +125,19 @@ bool Stand::Impl::Start(Stand& stand, std::string& error) {
       std::make_unique<HttpServer>([this, &stand](const HttpRequest& request, const std::stop_token& stop) {
         return ServeCrypt(stand, request, stop);
       });
-  // Ports first: a port that is taken is found at once, generating keys takes time.
-  if (!Bind(error) || !SetUp(error)) return false;
+  // What can fail at once comes first: generating keys takes time.
+  failure = LockFolder(error);
+  if (failure == StartFailure::None && !Bind(error)) failure = StartFailure::Port;
+  if (failure == StartFailure::None) failure = SetUp(error);
+  if (failure != StartFailure::None) return false;
+  failure = StartFailure::Other;
   // The crypt service comes last: a client that reaches it finds all key servers up.
   for (const auto& server : keyHttp) {
     if (!server->Up(error)) return false;
   }
-  return crypt->Up(error);
+  if (!crypt->Up(error)) return false;
+  failure = StartFailure::None;
+  return true;
 }
 
 HttpServer* Stand::Impl::FindServer(int server) {
@@ -134,6 +155,10 @@ Stand::~Stand() {
 
 bool Stand::Start(std::string& error) {
   return impl_->Start(*this, error);
+}
+
+StartFailure Stand::GetStartFailure() const {
+  return impl_->failure;
 }
 
 std::string Stand::GetServiceUrl() const {

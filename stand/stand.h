@@ -33,6 +33,15 @@ struct Options {
   std::vector<std::string> rooms = {"demo"};
 };
 
+/// Why a Stand did not start.
+enum class StartFailure {
+  None,
+  FolderInUse,  ///< Another process or object uses it.
+  Folder,       ///< It cannot be made, read or written.
+  Port,         ///< A port is taken or not allowed.
+  Other,
+};
+
 /// A running test environment; owns its servers and threads. All members but Start() may be called from any
 /// thread. Servers are named by the index of the key server or by kCryptService.
 class Stand {
@@ -43,8 +52,11 @@ class Stand {
   Stand(const Stand&) = delete;
   Stand& operator=(const Stand&) = delete;
 
-  /// Opens the folder and brings all servers up. Called once. False with the reason in `error`.
+  /// Takes the folder for this object, opens it and brings all servers up. Called once. False with the reason
+  /// in `error`.
   bool Start(std::string& error);
+  /// The type of the failure of Start().
+  StartFailure GetStartFailure() const;
 
   /// Base URL of the crypt service; it ends in a slash.
   std::string GetServiceUrl() const;

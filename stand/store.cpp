@@ -2,15 +2,14 @@
 // function locks the one mutex, so the database has one user at a time.
 #include "stand/store.h"
 
-#include <cerrno>
-#include <sys/stat.h>
-#include <system_error>
+#include "stand/folder_lock.h"
 
 namespace CryptStand {
 namespace {
 
-// Write-ahead logging, so that several processes can read one folder while another writes. Columns are never
-// renamed: folders of earlier versions must stay usable.
+// Write-ahead logging: a commit is one write without a flush of the disk, and survives the end of the process
+// however it ends; only a power failure may cost the last ones. Other programs can read the file meanwhile.
+// Columns are never renamed: folders of earlier versions must stay usable.
 constexpr const char* kSchema = R"(
   PRAGMA journal_mode = WAL;
   PRAGMA synchronous = NORMAL;
@@ -45,12 +44,6 @@ constexpr const char* kSchema = R"(
   CREATE INDEX IF NOT EXISTS audit_by_group ON audit (server, group_id, number);
 )";
 
-bool MakeFolder(const std::string& folder, std::string& error) {
-  if (mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST) return true;
-  error = folder + ": " + std::generic_category().message(errno);
-  return false;
-}
-
 std::optional<RoomKeyRecord> ReadRoomKey(Statement statement) {
   if (!statement.Next()) return std::nullopt;
   return RoomKeyRecord{statement.Text(0), statement.Text(1)};
@@ -72,7 +65,7 @@ std::optional<Identity> Store::GetIdentity(const std::string& name) {
   return Identity{Cert::FromPEM(find.Text(0)), KeyPair::FromPEM(find.Text(1))};
 }
 
-// Returns what is stored afterwards: of two processes that make the same identity, the first one wins.
+// Returns what is stored afterwards: of two threads that make the same identity, the first one wins.
 std::optional<Identity> Store::KeepIdentity(const std::string& name, const Identity& identity) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
