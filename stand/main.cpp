@@ -8,11 +8,13 @@
 #include <fstream>
 #include <iostream>
 
+#include "stand/exit_code.h"
 #include "stand/stand.h"
 #include "stand/wire.h"
 
 namespace {
 
+using CryptStand::ExitCode;
 using CryptStand::Options;
 using CryptStand::Stand;
 
@@ -56,29 +58,35 @@ bool WriteUrls(const Stand& stand, const std::string& path) {
   return file.good() && std::rename(staging.c_str(), path.c_str()) == 0;
 }
 
-int Run(const Options& options, const std::string& urlFile) {
-  std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
-  // Before the servers start their threads, which inherit the mask: sigwait() below then gets the signals.
-  const sigset_t signals = BlockEndSignals();
-  PrintStart(options);
+// From the start of the servers to their end.
+ExitCode Serve(const Options& options, const std::string& urlFile, const sigset_t& signals) {
   Stand stand(options);
   std::string error;
   if (!stand.Start(error)) {
     std::cerr << "cryptstand: " << error << "\n";
-    return 1;
+    return ExitCodeOf(stand.GetStartFailure());
   }
   PrintBanner(stand, options.rooms.front());
   if (!urlFile.empty() && !WriteUrls(stand, urlFile)) {
     std::cerr << "cryptstand: " << urlFile << " cannot be written\n";
-    return 1;
+    return ExitCode::Failed;
   }
   int received = 0;
   sigwait(&signals, &received);
-  std::cout << "cryptstand: stopped\n" << std::flush;
-  return 0;
+  return ExitCode::Success;
 }
 
-int RunCommand(int argc, char** argv) {
+ExitCode Run(const Options& options, const std::string& urlFile) {
+  std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
+  // Before the servers start their threads, which inherit the mask: only sigwait() gets the signals then.
+  const sigset_t signals = BlockEndSignals();
+  PrintStart(options);
+  const ExitCode code = Serve(options, urlFile, signals);
+  if (code == ExitCode::Success) std::cout << "cryptstand: stopped\n" << std::flush;
+  return code;
+}
+
+ExitCode RunCommand(int argc, char** argv) {
   CLI::App app(
       "A local test environment: a crypt service and key servers on 127.0.0.1. Its keys are unencrypted "
       "in its folder.");
@@ -90,7 +98,13 @@ int RunCommand(int argc, char** argv) {
       ->check(CLI::Range(1, 65535));
   app.add_option("--room", options.rooms, "A room; may be given several times")->allow_extra_args(false);
   app.add_option("--url-file", urlFile, "File that gets the addresses as JSON once all servers are up");
-  CLI11_PARSE(app, argc, argv);
+  app.footer(CryptStand::DescribeExitCodes());
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    // Help and version come as such errors, too; the parser's own codes are not part of our interface.
+    return app.exit(error) == 0 ? ExitCode::Success : ExitCode::Usage;
+  }
   return Run(options, urlFile);
 }
 
@@ -98,9 +112,9 @@ int RunCommand(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
-    return RunCommand(argc, argv);
+    return static_cast<int>(RunCommand(argc, argv));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "cryptstand: %s\n", error.what());
-    return 1;
+    return static_cast<int>(ExitCode::Failed);
   }
 }

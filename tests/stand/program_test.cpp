@@ -1,86 +1,27 @@
-#include <csignal>
+#include "tests/stand/program.h"
+
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
-#include <spawn.h>
-#include <sstream>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 #include "stand/database.h"
-#include "tests/stand/folder.h"
-#include "tests/stand/stand_peer.h"
 
 namespace CryptStand {
 namespace {
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
-// Runs the program as a shell would, with its output in files of the test's folder.
-class Program {
- public:
-  Program(const Folder& folder, std::vector<std::string> arguments)
-      : out_(folder.Path("out")), error_(folder.Path("error")) {
-    arguments.insert(arguments.begin(), CRYPTSTAND_PROGRAM);
-    std::vector<char*> raw;
-    for (std::string& argument : arguments) raw.push_back(argument.data());
-    raw.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_.c_str(), kFlags, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, error_.c_str(), kFlags, 0600);
-    if (posix_spawn(&process_, raw[0], &actions, nullptr, raw.data(), environ) != 0) process_ = -1;
-    posix_spawn_file_actions_destroy(&actions);
-  }
-  ~Program() {
-    if (process_ > 0) Stop(SIGKILL);
-  }
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
-
-  int Stop(int signal) {
-    kill(process_, signal);
-    return Wait();
-  }
-  /// The exit code, or minus the signal that ended it.
-  int Wait() {
-    int status = 0;
-    if (process_ <= 0 || waitpid(std::exchange(process_, -1), &status, 0) < 0) return -1000;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-  }
-  std::string Out() const { return ReadFile(out_); }
-  std::string Error() const { return ReadFile(error_); }
-
- private:
-  std::string out_;
-  std::string error_;
-  pid_t process_ = -1;
-};
-
-// Whether `isDone` becomes true within half a minute.
-template <class Condition>
-bool WaitFor(const Condition& isDone) {
-  for (int i = 0; i < 3000; ++i) {
-    if (isDone()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return false;
-}
-
-// The addresses, once the program has written them.
-KVMap WaitForUrls(const std::string& path) {
-  std::optional<KVMap> urls;
-  WaitFor([&] { return (urls = ReadObject(ReadFile(path))).has_value(); });
-  return urls.value_or(KVMap());
+// The state of an environment whose keys exist, so that it starts at once. One test at a time uses it.
+std::string ReadyState() {
+  static const Folder folder;
+  static const bool made = [] {
+    Options options;
+    options.folder = folder.Path("state");
+    std::string error;
+    return Stand(options).Start(error);
+  }();
+  EXPECT_TRUE(made);
+  return folder.Path("state");
 }
 
 TEST(ProgramTest, ServesUntilItIsSignalled) {
@@ -143,7 +84,7 @@ TEST(ProgramTest, SaysAtOnceThatItStarts) {
 TEST(ProgramTest, SaysWhyItCannotStart) {
   const Folder folder;
   Program program(folder, {"--dir", folder.Path("a/b")});
-  EXPECT_EQ(program.Wait(), 1);
+  EXPECT_EQ(program.Wait(), 12);
   EXPECT_THAT(program.Error(), testing::StartsWith("cryptstand: " + folder.Path("a/b") + ": No such file"));
 }
 
@@ -154,7 +95,7 @@ TEST(ProgramTest, SaysWhenItsPortIsTaken) {
   const std::string port = stand.GetServiceUrl().substr(17, stand.GetServiceUrl().size() - 18);
   const Folder folder;
   Program program(folder, {"--dir", folder.Path("state"), "--port", port});
-  EXPECT_EQ(program.Wait(), 1);
+  EXPECT_EQ(program.Wait(), 11);
   EXPECT_EQ(program.Error(), "cryptstand: port " + port + ": Address already in use\n");
 }
 
@@ -172,9 +113,32 @@ TEST(ProgramTest, RefusesWrongArguments) {
                                                                      {"--dir", "x", "--port", "70000"},
                                                                      {"--dir", "x", "--other"}}) {
     Program program(folder, arguments);
-    EXPECT_NE(program.Wait(), 0);
+    EXPECT_EQ(program.Wait(), 2);
     EXPECT_NE(program.Error(), "");
   }
+}
+
+TEST(ProgramTest, ListsItsOptionsAndExitCodes) {
+  const Folder folder;
+  Program program(folder, {"--help"});
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(program.Out(), testing::HasSubstr("  10  another process uses the folder\n"));
+}
+
+TEST(ProgramTest, RefusesAFolderThatAnotherProcessUses) {
+  const Folder first;
+  const Folder second;
+  const std::string file = first.Path("urls.json");
+  Program owner(first, {"--dir", ReadyState(), "--url-file", file});
+  ASSERT_NE(ReadText(WaitForUrls(file), "service"), std::nullopt) << owner.Error();
+  Program program(second, {"--dir", ReadyState()});
+  EXPECT_EQ(program.Wait(), 10);
+  EXPECT_EQ(program.Error(), "cryptstand: " + ReadyState() + " is in use by process " +
+                                 std::to_string(owner.GetProcess()) + "\n");
+  EXPECT_EQ(owner.Stop(SIGKILL), -SIGKILL);
+  // What a killed process leaves is no lock.
+  Program next(second, {"--dir", ReadyState(), "--url-file", second.Path("urls.json")});
+  EXPECT_NE(ReadText(WaitForUrls(second.Path("urls.json")), "service"), std::nullopt) << next.Error();
 }
 
 }  // namespace
