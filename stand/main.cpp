@@ -10,6 +10,7 @@
 
 #include "stand/exit_code.h"
 #include "stand/stand.h"
+#include "stand/version.h"
 #include "stand/wire.h"
 
 namespace {
@@ -98,6 +99,7 @@ ExitCode RunCommand(int argc, char** argv) {
       ->check(CLI::Range(1, 65535));
   app.add_option("--room", options.rooms, "A room; may be given several times")->allow_extra_args(false);
   app.add_option("--url-file", urlFile, "File that gets the addresses as JSON once all servers are up");
+  app.set_version_flag("--version", CryptStand::DescribeVersion());
   app.footer(CryptStand::DescribeExitCodes());
   try {
     app.parse(argc, argv);

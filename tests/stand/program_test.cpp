@@ -125,6 +125,14 @@ TEST(ProgramTest, ListsItsOptionsAndExitCodes) {
   EXPECT_THAT(program.Out(), testing::HasSubstr("  10  another process uses the folder\n"));
 }
 
+TEST(ProgramTest, PrintsItsVersionAndThoseOfItsLibraries) {
+  const Folder folder;
+  Program program(folder, {"--version"});
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(program.Out(),
+              testing::MatchesRegex("cryptstand [0-9.]+\nOpenSSL 3[0-9.]+\nSQLite 3[0-9.]+\n"));
+}
+
 TEST(ProgramTest, RefusesAFolderThatAnotherProcessUses) {
   const Folder first;
   const Folder second;
