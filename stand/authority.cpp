@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <openssl/evp.h>
 
 namespace CryptStand {
 namespace {
@@ -40,6 +41,17 @@ CertSpec SpecOf(Role role) {
     spec.pathLength = 0;
   }
   return spec;
+}
+
+// A hash, so that two purposes have different numbers, and so that they do not depend on each other's
+// requests.
+std::string DeriveSerial(std::uint64_t seed, const std::string& purpose, std::int64_t count) {
+  const std::string text = std::to_string(seed) + "/" + std::to_string(count) + "/" + purpose;
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  if (EVP_Q_digest(nullptr, kSHA256, nullptr, text.data(), text.size(), digest, nullptr) != 1) return {};
+  // As random ones: positive (RFC 5280, 4.1.2.2) and always 16 octets.
+  digest[0] = static_cast<unsigned char>((digest[0] & 0x7F) | 0x40);
+  return ToHex({reinterpret_cast<const char*>(digest), 16});
 }
 
 // The shared key pairs of this process, by purpose.
@@ -82,7 +94,8 @@ Identity Authority::Get(Role role) {
 }
 
 Identity Authority::Make(Role role) {
-  const CertSpec spec = SpecOf(role);
+  CertSpec spec = SpecOf(role);
+  spec.serial = MakeSerial(NameOf(role));
   KeyPair key = MakeKey(NameOf(role));
   switch (role) {
     case Role::Intermediate:
@@ -101,6 +114,11 @@ Identity Authority::Make(Role role) {
 
 KeyPair Authority::MakeKey(const std::string& purpose) {
   return shareKeys_ ? KeyCache::Get(purpose) : keys_.Take();
+}
+
+std::string Authority::MakeSerial(const std::string& purpose) {
+  const auto count = seed_.has_value() ? store_.CountSerial(purpose) : std::nullopt;
+  return count.has_value() ? DeriveSerial(*seed_, purpose, *count) : "";
 }
 
 std::string Authority::GetCertStoreText() {

@@ -99,6 +99,10 @@ ExitCode RunCommand(int argc, char** argv) {
       ->check(CLI::Range(1, 65535));
   app.add_option("--room", options.rooms, "A room; may be given several times")->allow_extra_args(false);
   app.add_option("--url-file", urlFile, "File that gets the addresses as JSON once all servers are up");
+  app.add_option(
+      "--seed", options.seed,
+      "Derives the serial numbers of certificates from this number; keys, signatures and tokens stay "
+      "random");
   app.set_version_flag("--version", CryptStand::DescribeVersion());
   app.footer(CryptStand::DescribeExitCodes());
   try {

@@ -48,7 +48,12 @@ Identity Rooms::GetMember(const std::string& room) {
   const std::string name = "Member of " + room;
   auto kept = store_.GetIdentity(name);
   if (!kept.has_value()) {
-    const CertSpec spec = CertSpec::EndEntity("Room member");
+    // Under the lock, so that two requests for a new room do not make two members.
+    const std::lock_guard<std::mutex> lock(members_);
+    kept = store_.GetIdentity(name);
+    if (kept.has_value()) return *kept;
+    CertSpec spec = CertSpec::EndEntity("Room member");
+    spec.serial = authority_.MakeSerial(name);
     const KeyPair key = authority_.MakeKey("Member");
     kept = store_.KeepIdentity(name, Identity::MakeIssued(spec, authority_.Get(Role::Issuing), key));
   }

@@ -64,6 +64,7 @@ class Rooms {
 
   Store& store_;
   Authority& authority_;
+  std::mutex members_;     // one new member at a time
   std::mutex integrity_;   // one new integrity key at a time
   std::mutex encryption_;  // one change of an encryption certificate at a time
 };

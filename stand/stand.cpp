@@ -26,7 +26,7 @@ class Stand::Impl {
  public:
   explicit Impl(Options given)
       : options(std::move(given)),
-        realm(options.folder.empty() && !options.ownKeys),
+        realm(options.folder.empty() && !options.ownKeys, options.seed),
         service(realm) {
     // A static Stand must be destroyed before OpenSSL's exit handler runs, since its threads use OpenSSL
     // until the servers are down. Exit handlers run in reverse order, so OpenSSL registers its own here,

@@ -31,6 +31,9 @@ struct Options {
   std::string group = "QOB.1.100.1";
   std::string groupName = "Demo group";
   std::vector<std::string> rooms = {"demo"};
+  /// Derives the serial numbers of certificates from this number, so that the same requests get the same
+  /// ones. Keys, signatures and tokens stay random. Without it serial numbers are random, too.
+  std::optional<std::uint64_t> seed{};
 };
 
 /// Why a Stand did not start.

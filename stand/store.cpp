@@ -37,6 +37,7 @@ constexpr const char* kSchema = R"(
     key TEXT NOT NULL, UNIQUE (group_id, id, sub_id));
   CREATE TABLE IF NOT EXISTS key_numbers (
     group_id TEXT NOT NULL, id TEXT NOT NULL, last INTEGER NOT NULL, PRIMARY KEY (group_id, id));
+  CREATE TABLE IF NOT EXISTS serial_numbers (purpose TEXT PRIMARY KEY, last INTEGER NOT NULL);
   CREATE TABLE IF NOT EXISTS audit (
     number INTEGER PRIMARY KEY AUTOINCREMENT, server INTEGER NOT NULL, group_id TEXT NOT NULL,
     time TEXT NOT NULL, operation TEXT NOT NULL, room TEXT NOT NULL, key TEXT NOT NULL,
@@ -74,6 +75,16 @@ std::optional<Identity> Store::KeepIdentity(const std::string& name, const Ident
     if (!insert.Run()) return std::nullopt;
   }
   return GetIdentity(name);
+}
+
+std::optional<std::int64_t> Store::CountSerial(const std::string& purpose) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  auto next = database_.Prepare(
+      "INSERT INTO serial_numbers VALUES (?, 1) ON CONFLICT (purpose) DO UPDATE SET last = last + 1 "
+      "RETURNING last");
+  if (!next.Bind(purpose).Next()) return std::nullopt;
+  const std::int64_t count = next.Number(0);
+  return next.Run() ? std::optional(count) : std::nullopt;
 }
 
 // An existing room stays as it is, its group too.

@@ -31,6 +31,10 @@ class Store {
   /// the same identity at once so get the same.
   std::optional<Identity> KeepIdentity(const std::string& name, const Identity& identity);
 
+  /// Counts the certificates of a purpose: 1 at the first call. The count survives a restart, since a serial
+  /// number that depends on it must not be used again.
+  std::optional<std::int64_t> CountSerial(const std::string& purpose);
+
   bool AddGroup(const std::string& id, const std::string& name);
   bool HasGroup(const std::string& id);
   std::optional<GroupRecord> GetGroup(const std::string& id);

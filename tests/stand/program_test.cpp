@@ -122,6 +122,7 @@ TEST(ProgramTest, ListsItsOptionsAndExitCodes) {
   const Folder folder;
   Program program(folder, {"--help"});
   EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(program.Out(), testing::HasSubstr("--seed"));
   EXPECT_THAT(program.Out(), testing::HasSubstr("  10  another process uses the folder\n"));
 }
 
