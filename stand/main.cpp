@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "stand/exit_code.h"
+#include "stand/ready_notification.h"
 #include "stand/stand.h"
 #include "stand/version.h"
 #include "stand/wire.h"
@@ -59,6 +60,12 @@ bool WriteUrls(const Stand& stand, const std::string& path) {
   return file.good() && std::rename(staging.c_str(), path.c_str()) == 0;
 }
 
+// The program runs on without its service manager, which then ends it after a while or takes it for unready.
+void Notify(const char* state) {
+  std::string error;
+  if (!CryptStand::NotifyServiceManager(state, error)) std::cerr << "cryptstand: " << error << "\n";
+}
+
 // From the start of the servers to their end.
 ExitCode Serve(const Options& options, const std::string& urlFile, const sigset_t& signals) {
   Stand stand(options);
@@ -72,8 +79,10 @@ ExitCode Serve(const Options& options, const std::string& urlFile, const sigset_
     std::cerr << "cryptstand: " << urlFile << " cannot be written\n";
     return ExitCode::Failed;
   }
+  Notify("READY=1");
   int received = 0;
   sigwait(&signals, &received);
+  Notify("STOPPING=1");
   return ExitCode::Success;
 }
 

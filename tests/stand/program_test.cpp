@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "stand/database.h"
+#include "tests/stand/notify_socket.h"
 
 namespace CryptStand {
 namespace {
@@ -148,6 +149,28 @@ TEST(ProgramTest, RefusesAFolderThatAnotherProcessUses) {
   // What a killed process leaves is no lock.
   Program next(second, {"--dir", ReadyState(), "--url-file", second.Path("urls.json")});
   EXPECT_NE(ReadText(WaitForUrls(second.Path("urls.json")), "service"), std::nullopt) << next.Error();
+}
+
+TEST(ProgramTest, NotifiesItsServiceManager) {
+  const Folder folder;
+  NotifySocket manager(folder.Path("notify"));
+  Program program(folder, {"--dir", ReadyState(), "--url-file", folder.Path("urls.json")});
+  EXPECT_EQ(manager.Receive(), "READY=1");
+  EXPECT_TRUE(std::filesystem::exists(folder.Path("urls.json")));
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+  EXPECT_EQ(manager.Receive(), "STOPPING=1");
+  EXPECT_THAT(program.Out(), testing::EndsWith("cryptstand: stopped\n"));
+}
+
+TEST(ProgramTest, RunsWithoutItsServiceManager) {
+  const Folder folder;
+  const std::string name = folder.Path("notify");
+  { const NotifySocket gone(name, /*keepsVariable=*/true); }
+  Program program(folder, {"--dir", ReadyState(), "--url-file", folder.Path("urls.json")});
+  unsetenv("NOTIFY_SOCKET");
+  EXPECT_NE(ReadText(WaitForUrls(folder.Path("urls.json")), "service"), std::nullopt);
+  EXPECT_EQ(program.Stop(SIGTERM), 0);
+  EXPECT_THAT(program.Error(), testing::StartsWith("cryptstand: $NOTIFY_SOCKET (" + name + "): "));
 }
 
 }  // namespace
