@@ -4,9 +4,11 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <unistd.h>
 
 #include "stand/exit_code.h"
 #include "stand/ready_notification.h"
@@ -19,6 +21,14 @@ namespace {
 using CryptStand::ExitCode;
 using CryptStand::Options;
 using CryptStand::Stand;
+
+// A descriptor that the caller has closed would go to the next file or socket, which would then get the
+// output.
+void OpenStandardDescriptors() {
+  int opened = 0;
+  while (opened >= 0 && opened <= STDERR_FILENO) opened = open("/dev/null", O_RDWR);
+  if (opened > STDERR_FILENO) close(opened);
+}
 
 // Blocks the signals that end the program, in this thread and in all that it starts.
 sigset_t BlockEndSignals() {
@@ -66,6 +76,13 @@ void Notify(const char* state) {
   if (!CryptStand::NotifyServiceManager(state, error)) std::cerr << "cryptstand: " << error << "\n";
 }
 
+// A second signal ends the program at once, should stopping take long.
+void WaitForEnd(const sigset_t& signals) {
+  int received = 0;
+  sigwait(&signals, &received);
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
 // From the start of the servers to their end.
 ExitCode Serve(const Options& options, const std::string& urlFile, const sigset_t& signals) {
   Stand stand(options);
@@ -80,8 +97,7 @@ ExitCode Serve(const Options& options, const std::string& urlFile, const sigset_
     return ExitCode::Failed;
   }
   Notify("READY=1");
-  int received = 0;
-  sigwait(&signals, &received);
+  WaitForEnd(signals);
   Notify("STOPPING=1");
   return ExitCode::Success;
 }
@@ -127,6 +143,7 @@ ExitCode RunCommand(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
+    OpenStandardDescriptors();
     return static_cast<int>(RunCommand(argc, argv));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "cryptstand: %s\n", error.what());

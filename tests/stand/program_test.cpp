@@ -173,5 +173,35 @@ TEST(ProgramTest, RunsWithoutItsServiceManager) {
   EXPECT_THAT(program.Error(), testing::StartsWith("cryptstand: $NOTIFY_SOCKET (" + name + "): "));
 }
 
+// The output is a full pipe, so that the program cannot print its last line.
+TEST(ProgramTest, EndsAtOnceOnASecondSignal) {
+  const Folder folder;
+  ASSERT_EQ(mkfifo(folder.Path("out").c_str(), 0600), 0);
+  const int pipe = open(folder.Path("out").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  Program program(folder, {"--dir", ReadyState(), "--url-file", folder.Path("urls.json")});
+  WaitForUrls(folder.Path("urls.json"));
+  const std::string filler(4096, 'x');
+  while (write(pipe, filler.data(), filler.size()) > 0) {
+  }
+  while (write(pipe, "x", 1) > 0) {
+  }
+  EXPECT_TRUE(WaitFor([&] { return program.HasEnded(SIGTERM); }));
+  EXPECT_EQ(program.Wait(), -SIGTERM);
+  close(pipe);
+}
+
+TEST(ProgramTest, RunsWithoutStandardDescriptors) {
+  const Folder folder;
+  Program program(folder, {"--dir", ReadyState(), "--url-file", folder.Path("urls.json")},
+                  /*hasDescriptors=*/false);
+  const std::string service = ReadText(WaitForUrls(folder.Path("urls.json")), "service").value_or("(none)");
+  EXPECT_EQ(Get(service + "crypt/key/demo").Text("room"), "demo");
+  std::ifstream lock(ReadyState() + "/lock");
+  std::string line;
+  std::getline(lock, line);
+  EXPECT_EQ(line, std::to_string(program.GetProcess())) << "output went into a file";
+  EXPECT_EQ(program.Stop(SIGTERM), 0);
+}
+
 }  // namespace
 }  // namespace CryptStand
