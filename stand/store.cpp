@@ -132,20 +132,24 @@ std::optional<std::string> Store::HandOutSequence(const std::string& room, bool 
 Upload Store::UploadRoomKey(const std::string& room, const std::string& sequence, const Cert& certificate,
                             const std::string& data) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  std::string error;
-  if (!database_.Execute("BEGIN IMMEDIATE", error)) return Upload::Failed;
   // Using up the sequence number and adding the key are one transaction, so that of two uploads with the same
   // number only one succeeds.
-  auto close = database_.Prepare(
-      "UPDATE rooms SET sequence_open = 0 WHERE id = ? AND CAST(sequence AS TEXT) = ? AND sequence_open = 1");
-  const bool checked = close.Bind(room).Bind(sequence).Run();
-  const bool isCurrent = checked && database_.Changes() == 1;
-  auto insert = database_.Prepare(
-      "INSERT INTO room_keys (room, issuer, serial, certificate, data) VALUES (?, ?, ?, ?, ?)");
-  insert.Bind(room).Bind(certificate.GetIssuer()).Bind(certificate.GetSerial()).Bind(certificate.ToPEM());
-  const bool kept = isCurrent && insert.Bind(data).Run();
-  if (database_.Execute(kept ? "COMMIT" : "ROLLBACK", error) && kept) return Upload::Done;
-  return checked && !isCurrent ? Upload::StaleSequence : Upload::Failed;
+  Upload result = Upload::Failed;
+  const bool kept = database_.Transact([&] {
+    auto close = database_.Prepare(
+        "UPDATE rooms SET sequence_open = 0 WHERE id = ? AND CAST(sequence AS TEXT) = ? AND sequence_open = "
+        "1");
+    if (!close.Bind(room).Bind(sequence).Run()) return false;
+    if (database_.Changes() != 1) {
+      result = Upload::StaleSequence;
+      return false;
+    }
+    auto insert = database_.Prepare(
+        "INSERT INTO room_keys (room, issuer, serial, certificate, data) VALUES (?, ?, ?, ?, ?)");
+    insert.Bind(room).Bind(certificate.GetIssuer()).Bind(certificate.GetSerial()).Bind(certificate.ToPEM());
+    return insert.Bind(data).Run();
+  });
+  return kept ? Upload::Done : result;
 }
 
 std::optional<RoomKeyRecord> Store::GetCurrentRoomKey(const std::string& room) {
