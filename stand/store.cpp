@@ -63,7 +63,7 @@ std::optional<Identity> Store::GetIdentity(const std::string& name) {
   const std::lock_guard<std::mutex> lock(mutex_);
   auto find = database_.Prepare("SELECT certificate, key FROM identities WHERE name = ?");
   if (!find.Bind(name).Next()) return std::nullopt;
-  return Identity{Cert::FromPEM(find.Text(0)), KeyPair::FromPEM(find.Text(1))};
+  return Identity{certificates_.Get(find.Text(0)), keys_.Get(find.Text(1))};
 }
 
 // Returns what is stored afterwards: of two threads that make the same identity, the first one wins.

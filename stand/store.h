@@ -8,6 +8,7 @@
 
 #include "stand/cert_maker.h"
 #include "stand/database.h"
+#include "stand/parsed_texts.h"
 #include "stand/records.h"
 
 namespace CryptStand {
@@ -89,7 +90,9 @@ class Store {
 
  private:
   std::mutex mutex_;
-  Database database_;  // guarded by mutex_
+  Database database_;               // guarded by mutex_
+  ParsedTexts<Cert> certificates_;  // guarded by mutex_
+  ParsedTexts<KeyPair> keys_;       // guarded by mutex_
 };
 
 }  // namespace CryptStand

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <gtest/gtest.h>
 
+#include "stand/cert_maker.h"
+#include "stand/parsed_texts.h"
 #include "stand/stand.h"
 #include "tests/stand/folder.h"
 
@@ -72,6 +74,24 @@ TEST_F(DatabaseTest, UndoesAChangeThatFails) {
   EXPECT_EQ(Count(), 2);
   EXPECT_TRUE(database_.Transact(insert));
   EXPECT_EQ(Count(), 3);
+}
+
+TEST(ParsedTextsTest, ParsesATextOnce) {
+  const std::string pem = KeyPair::MakeEC().ToPEM();
+  ParsedTexts<KeyPair> keys;
+  EXPECT_EQ(keys.Get(pem).Get0(), keys.Get(pem).Get0());
+  EXPECT_EQ(keys.Get(pem).ToPEM(), pem);
+  EXPECT_TRUE(keys.Get("no key").IsEmpty());
+}
+
+TEST(ParsedTextsTest, LimitsWhatItKeeps) {
+  const std::string pem = KeyPair::MakeEC().ToPEM();
+  ParsedTexts<KeyPair> keys;
+  const EVP_PKEY* first = keys.Get(pem).Get0();
+  const KeyPair kept = keys.Get(pem);
+  for (std::size_t i = 0; i < ParsedTexts<KeyPair>::kCapacity; ++i) keys.Get(std::to_string(i));
+  EXPECT_NE(keys.Get(pem).Get0(), first);
+  EXPECT_EQ(kept.ToPEM(), pem);
 }
 
 }  // namespace
