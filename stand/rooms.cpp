@@ -61,7 +61,7 @@ Identity Rooms::GetMember(const std::string& room) {
 }
 
 std::optional<RoomKeyPair> Rooms::OpenKey(const std::string& data) {
-  return OpenRoomKey(data, authority_.Get(Role::InnerSigning).certificate, authority_.Get(Role::Wrapping));
+  return opened_.Open(data, authority_.Get(Role::InnerSigning).certificate, authority_.Get(Role::Wrapping));
 }
 
 // Changes only the certificate that the crypt service shows. The wrapped key keeps the good one, from which
