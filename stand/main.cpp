@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <string>
 #include <unistd.h>
+#include <vector>
 
 #include "stand/exit_code.h"
 #include "stand/ready_notification.h"
@@ -133,8 +135,14 @@ ExitCode RunCommand(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
+    const std::vector<std::string> unknown = app.remaining();
     // Help and version come as such errors, too; the parser's own codes are not part of our interface.
-    return app.exit(error) == 0 ? ExitCode::Success : ExitCode::Usage;
+    if (error.get_exit_code() == 0 || unknown.empty())
+      return app.exit(error) == 0 ? ExitCode::Success : ExitCode::Usage;
+    // The parser would name a required option even if it is there and misspelt. The value may be a secret.
+    const std::string word = unknown.front().substr(0, unknown.front().find('='));
+    std::cerr << "cryptstand: unknown argument \"" << word << "\"; --help lists all options\n";
+    return ExitCode::Usage;
   }
   return Run(options, urlFile);
 }

@@ -119,6 +119,13 @@ TEST(ProgramTest, RefusesWrongArguments) {
   }
 }
 
+TEST(ProgramTest, NamesAnArgumentThatItDoesNotKnow) {
+  const Folder folder;
+  Program program(folder, {"--dri=x", "--port", "1"});
+  EXPECT_EQ(program.Wait(), 2);
+  EXPECT_EQ(program.Error(), "cryptstand: unknown argument \"--dri\"; --help lists all options\n");
+}
+
 TEST(ProgramTest, ListsItsOptionsAndExitCodes) {
   const Folder folder;
   Program program(folder, {"--help"});
