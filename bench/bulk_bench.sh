@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Compares one run of the command over many small files with a loop that starts the command once for each file, for
 # encrypt and decrypt, against a local test environment. Both write the same files; they take turns, and the ratio of the
-# median times for one file is what holds on other machines.
+# median times for one file is what holds on other machines. For the one run it also compares the processor time of the
+# servers with that of the command: they must not be what is measured.
 #   bench/bulk_bench.sh [--files N] [--loop N] [--size BYTES] [--jobs N] [--rounds N] [--build FOLDER]
 # N files in the one run (1000), as many processes in the loop as --loop says (200), 1024 bytes each, 3 rounds.
 set -euo pipefail
@@ -35,11 +36,20 @@ now() { date +%s%N; }
 per_file() { awk -v begin="$1" -v end="$2" -v count="$3" 'BEGIN { printf "%.3f\n", (end - begin) / 1e6 / count }'; }
 median() { sort -n | awk '{ value[NR] = $1 } END { print NR % 2 ? value[(NR + 1) / 2] : (value[NR / 2] + value[NR / 2 + 1]) / 2 }'; }
 
+ticks=$(getconf CLK_TCK)
+server_cpu() { awk -v ticks="$ticks" '{ print ($14 + $15) * 1000 / ticks }' "/proc/$stand/stat"; } # milliseconds
+TIMEFORMAT='%U %S'
+
 one_run() { # operation, folder to read, folder to write
-  local begin
+  local begin server
+  server=$(server_cpu)
   begin=$(now)
-  "$cryptcli" "$1" --recursive "$2" --output-dir "$3" "${jobs[@]}" >/dev/null
+  { time "$cryptcli" "$1" --recursive "$2" --output-dir "$3" "${jobs[@]}" >/dev/null 2>"$work/errors"; } 2>"$work/time" ||
+    { cat "$work/errors" >&2; exit 1; }
   per_file "$begin" "$(now)" "$files"
+  awk -v before="$server" -v after="$(server_cpu)" -v count="$files" '{ print (after - before) / count }' "$work/time" \
+    >>"$work/$1.server"
+  awk -v count="$files" '{ print ($1 + $2) * 1000 / count }' "$work/time" >>"$work/$1.client"
 }
 one_by_one() { # operation, folder to read, end of its names, folder to write, end of its names
   local begin i
@@ -64,4 +74,8 @@ for operation in encrypt decrypt; do
   each=$(median <"$work/$operation.loop")
   awk -v name="$operation" -v run="$run" -v each="$each" \
     'BEGIN { printf "%-8s one run %7.3f   loop %7.3f   ratio %.2f\n", name, run, each, each / run }'
+  client=$(median <"$work/$operation.client")
+  server=$(median <"$work/$operation.server")
+  awk -v client="$client" -v server="$server" \
+    'BEGIN { printf "         processor time: command %.3f, cryptstand %.3f, ratio %.2f\n", client, server, server / client }'
 done

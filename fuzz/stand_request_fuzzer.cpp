@@ -43,7 +43,10 @@ HttpReply Respond(const HttpRequest& request, const std::stop_token&) {
 }
 
 void Serve(int socket) {
-  CryptStand::ServeConnection(socket, &Respond, std::stop_token(), kTimeouts);
+  CryptStand::ConnectionState state;
+  const CryptStand::HttpHandler handler = &Respond;
+  const CryptStand::TlsSource noTls;
+  CryptStand::ServeConnection(socket, {handler, kTimeouts, noTls, std::stop_token()}, state);
 }
 
 std::string ReadAll(int socket) {

@@ -2,7 +2,10 @@
 // identity is made on first use and then comes from the store, so that a restart keeps every signature valid.
 #include "stand/authority.h"
 
+#include <algorithm>
+#include <iterator>
 #include <map>
+#include <openssl/evp.h>
 
 namespace CryptStand {
 namespace {
@@ -40,6 +43,17 @@ CertSpec SpecOf(Role role) {
   return spec;
 }
 
+// A hash, so that two purposes have different numbers, and so that they do not depend on each other's
+// requests.
+std::string DeriveSerial(std::uint64_t seed, const std::string& purpose, std::int64_t count) {
+  const std::string text = std::to_string(seed) + "/" + std::to_string(count) + "/" + purpose;
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  if (EVP_Q_digest(nullptr, kSHA256, nullptr, text.data(), text.size(), digest, nullptr) != 1) return {};
+  // As random ones: positive (RFC 5280, 4.1.2.2) and always 16 octets.
+  digest[0] = static_cast<unsigned char>((digest[0] & 0x7F) | 0x40);
+  return ToHex({reinterpret_cast<const char*>(digest), 16});
+}
+
 // The shared key pairs of this process, by purpose.
 class KeyCache {
  public:
@@ -60,6 +74,14 @@ class KeyCache {
 
 // Making these two makes all others, except the foreign root: servers never need it themselves.
 bool Authority::Prepare() {
+  constexpr Role kNeeded[] = {Role::Root, Role::Intermediate, Role::Issuing, Role::InnerSigning,
+                              Role::Wrapping};
+  // The first integrity key and the first member are made on request: their key pairs are ready by then.
+  constexpr int kFirstRequests = 2;
+  const auto missing =
+      static_cast<int>(std::count_if(std::begin(kNeeded), std::end(kNeeded),
+                                     [this](Role role) { return !store_.GetIdentity(NameOf(role)); }));
+  if (missing > 0 && !shareKeys_) keys_.Start(missing + kFirstRequests);
   return !Get(Role::InnerSigning).certificate.IsEmpty() && !Get(Role::Wrapping).certificate.IsEmpty();
 }
 
@@ -73,7 +95,8 @@ Identity Authority::Get(Role role) {
 }
 
 Identity Authority::Make(Role role, KeyPair key) {
-  const CertSpec spec = SpecOf(role);
+  CertSpec spec = SpecOf(role);
+  spec.serial = MakeSerial(NameOf(role));
   switch (role) {
     case Role::Intermediate:
       return Identity::MakeIssued(spec, Get(Role::Root), std::move(key));
@@ -89,8 +112,13 @@ Identity Authority::Make(Role role, KeyPair key) {
   return Identity::MakeRoot(spec, std::move(key));
 }
 
-KeyPair Authority::MakeKey(const std::string& purpose) const {
-  return shareKeys_ ? KeyCache::Get(purpose) : KeyPair::MakeRSA();
+KeyPair Authority::MakeKey(const std::string& purpose) {
+  return shareKeys_ ? KeyCache::Get(purpose) : keys_.Take();
+}
+
+std::string Authority::MakeSerial(const std::string& purpose) {
+  const auto count = seed_.has_value() ? store_.CountSerial(purpose) : std::nullopt;
+  return count.has_value() ? DeriveSerial(*seed_, purpose, *count) : "";
 }
 
 bool Authority::Renew(Role role) {

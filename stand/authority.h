@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "stand/cert_maker.h"
+#include "stand/key_maker.h"
 #include "stand/store.h"
 
 namespace CryptStand {
@@ -29,14 +32,22 @@ class Authority {
   /// With `shareKeys` the key pairs of identities are generated once in the process and shared by all
   /// environments that ask for it: generating one takes about a tenth of a second. Each environment has its
   /// own certificates, but since the keys are the same, signatures made in one are valid in the others.
-  Authority(Store& store, bool shareKeys) : store_(store), shareKeys_(shareKeys) {}
+  /// With a seed, serial numbers are derived from it.
+  Authority(Store& store, bool shareKeys, std::optional<std::uint64_t> seed = std::nullopt)
+      : store_(store), shareKeys_(shareKeys), seed_(seed) {}
 
-  /// Makes everything that key servers need. False when it cannot be made or stored.
+  /// Makes everything that key servers need; keys that are missing are generated in parallel, and in a new
+  /// folder those of the first room and group after that, in the background. False when it cannot be made or
+  /// stored.
   bool Prepare();
   /// An identity; its certificate is empty when it cannot be made or stored.
   Identity Get(Role role);
   /// A key pair for a purpose; with shared keys the same one each time for the same purpose.
-  KeyPair MakeKey(const std::string& purpose) const;
+  KeyPair MakeKey(const std::string& purpose);
+  /// The serial number for the next certificate of a purpose, in hexadecimal: with a seed, the same for the
+  /// same seed, purpose and number of earlier certificates of that purpose, whatever else was issued. Empty,
+  /// which stands for a random one, without a seed.
+  std::string MakeSerial(const std::string& purpose);
 
   /// Gives an identity a new certificate for the same key, as an authority renews its own. The former ones
   /// stay in the lists, and what was issued or signed before stays valid. False when it cannot be made or
@@ -55,6 +66,8 @@ class Authority {
 
   Store& store_;
   const bool shareKeys_;
+  const std::optional<std::uint64_t> seed_;
+  KeyMaker keys_;
   std::recursive_mutex mutex_;  // recursive: making an identity asks for its issuer
 };
 

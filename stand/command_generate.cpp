@@ -22,7 +22,9 @@ CommandResult GenerateWrappedKey(const CommandContext& context) {
   // A new key even in an environment that shares keys: a renewed room key must differ from the earlier one.
   const KeyPair key = KeyPair::MakeRSA();
   if (key.IsEmpty()) return CommandResult::Refuse(Code::KeyGenerationError, "no key");
-  const RoomKeyPair roomKey{Cert::Issue(RoomKeySpec(context.claim.id), key, signer), key};
+  CertSpec spec = RoomKeySpec(context.claim.id);
+  spec.serial = context.realm.authority.MakeSerial("Key of room " + context.claim.id);
+  const RoomKeyPair roomKey{Cert::Issue(spec, key, signer), key};
   if (roomKey.certificate.IsEmpty()) return CommandResult::Refuse(Code::CAError, "no certificate");
   const std::string wrapped = context.realm.rooms.WrapKey(context.claim.id, roomKey, readers);
   if (wrapped.empty())

@@ -4,11 +4,11 @@
 
 #include "stand/control_json.h"
 #include "stand/control_routes.h"
+#include "stand/version.h"
 
 namespace CryptStand {
 namespace {
 
-constexpr const char* kProgramVersion = "1.0.0";
 constexpr std::int64_t kInterfaceVersion = 1;
 
 Val MembersVal(const std::vector<ControlMember>& members) {
@@ -31,7 +31,7 @@ HttpReply ServeIndex(ControlCall&) {
   }
   KVMap index;
   index.Set("program", TextVal("cryptstand"));
-  index.Set("version", TextVal(kProgramVersion));
+  index.Set("version", TextVal(GetVersion()));
   index.Set("interface", Val(kInterfaceVersion));
   index.Set("resources", Val(resources));
   return JsonReply(index);

@@ -1,9 +1,10 @@
-// A thin layer over SQLite's C interface, used by Store alone: statements with bound values, and a database
-// file that only its owner can read.
+// A thin layer over SQLite's C interface, used by Store alone: statements with bound values that are prepared
+// once, and a database file that only its owner can read.
 #include "stand/database.h"
 
 #include <cerrno>
 #include <fcntl.h>
+#include <string_view>
 #include <system_error>
 #include <unistd.h>
 
@@ -25,25 +26,29 @@ bool MakePrivateFile(const std::string& path, std::string& error) {
 
 }  // namespace
 
-Statement::Statement(sqlite3* database, const char* sql) : statement_(nullptr, sqlite3_finalize) {
-  sqlite3_stmt* raw = nullptr;
-  good_ = sqlite3_prepare_v2(database, sql, -1, &raw, nullptr) == SQLITE_OK;
-  statement_.reset(raw);
+// A statement that was not run to its end would keep its transaction open, and bound values would be those of
+// the next user who binds fewer.
+Statement::~Statement() {
+  if (node_.empty()) return;
+  sqlite3_reset(Get());
+  sqlite3_clear_bindings(Get());
+  // If one with the same SQL is there already, this one is finalized.
+  idle_.insert(std::move(node_));
 }
 
 Statement& Statement::Bind(const std::string& text) {
-  good_ = good_ && sqlite3_bind_text64(statement_.get(), ++bound_, text.data(), text.size(), SQLITE_TRANSIENT,
+  good_ = good_ && sqlite3_bind_text64(Get(), ++bound_, text.data(), text.size(), SQLITE_TRANSIENT,
                                        SQLITE_UTF8) == SQLITE_OK;
   return *this;
 }
 
 Statement& Statement::Bind(std::int64_t number) {
-  good_ = good_ && sqlite3_bind_int64(statement_.get(), ++bound_, number) == SQLITE_OK;
+  good_ = good_ && sqlite3_bind_int64(Get(), ++bound_, number) == SQLITE_OK;
   return *this;
 }
 
 bool Statement::Next() {
-  const int result = good_ ? sqlite3_step(statement_.get()) : SQLITE_ERROR;
+  const int result = good_ ? sqlite3_step(Get()) : SQLITE_ERROR;
   good_ = result == SQLITE_ROW || result == SQLITE_DONE;
   return result == SQLITE_ROW;
 }
@@ -55,13 +60,24 @@ bool Statement::Run() {
 }
 
 std::string Statement::Text(int column) const {
-  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
-  const int size = sqlite3_column_bytes(statement_.get(), column);
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(Get(), column));
+  const int size = sqlite3_column_bytes(Get(), column);
   return text != nullptr ? std::string(text, static_cast<std::size_t>(size)) : std::string();
 }
 
 std::int64_t Statement::Number(int column) const {
-  return sqlite3_column_int64(statement_.get(), column);
+  return sqlite3_column_int64(Get(), column);
+}
+
+Statement Database::Prepare(const char* sql) {
+  const auto found = idle_.find(std::string_view(sql));
+  if (found != idle_.end()) return {idle_, idle_.extract(found)};
+  sqlite3_stmt* raw = nullptr;
+  const int result = sqlite3_prepare_v3(database_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &raw, nullptr);
+  if (result != SQLITE_OK) return {idle_, {}};
+  Statement::Map fresh;
+  fresh.emplace(sql, Statement::Pointer(raw, sqlite3_finalize));
+  return {idle_, fresh.extract(fresh.begin())};
 }
 
 bool Database::Open(const std::string& path, std::string& error) {

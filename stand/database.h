@@ -1,19 +1,29 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <sqlite3.h>
 #include <string>
+#include <utility>
 
 namespace CryptStand {
 
+class Database;
+
 /// One prepared SQL statement. Values are bound in order, columns are read in order.
 ///
-/// After a failure the statement stays unusable: Bind() does nothing, Next() and Run() return false. It owns
-/// the SQLite statement and must not outlive the database.
+/// After a failure the statement stays unusable: Bind() does nothing, Next() and Run() return false. On
+/// destruction it ends what it runs and goes back to its database, which it must not outlive, for the next
+/// use of the same SQL.
 class Statement {
  public:
-  Statement(sqlite3* database, const char* sql);
+  Statement(Statement&&) noexcept = default;
+  Statement& operator=(Statement&&) = delete;
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+  ~Statement();
 
   Statement& Bind(const std::string& text);
   Statement& Bind(std::int64_t number);
@@ -26,12 +36,22 @@ class Statement {
   std::int64_t Number(int column) const;
 
  private:
-  std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> statement_;
+  friend class Database;
+  using Pointer = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
+  /// By their SQL. The node of a statement that is in use is out of the map.
+  using Map = std::map<std::string, Pointer, std::less<>>;
+
+  Statement(Map& idle, Map::node_type node) : idle_(idle), node_(std::move(node)), good_(!node_.empty()) {}
+  sqlite3_stmt* Get() const { return node_.empty() ? nullptr : node_.mapped().get(); }
+
+  Map& idle_;
+  Map::node_type node_;  // empty after a failure to prepare, and when moved from
   int bound_ = 0;
   bool good_;
 };
 
-/// Owns a connection to an SQLite database. One thread at a time.
+/// Owns a connection to an SQLite database and its prepared statements: SQL is parsed at its first use. One
+/// thread at a time.
 class Database {
  public:
   Database() : database_(nullptr, sqlite3_close) {}
@@ -44,18 +64,19 @@ class Database {
   /// Runs `change` in a transaction, which is rolled back if it returns false. True when it was committed.
   template <class Change>
   bool Transact(const Change& change) {
-    std::string error;
-    if (!Execute("BEGIN IMMEDIATE", error)) return false;
-    if (change() && Execute("COMMIT", error)) return true;
-    Execute("ROLLBACK", error);
+    if (!Prepare("BEGIN IMMEDIATE").Run()) return false;
+    if (change() && Prepare("COMMIT").Run()) return true;
+    Prepare("ROLLBACK").Run();
     return false;
   }
-  Statement Prepare(const char* sql) { return {database_.get(), sql}; }
+  /// The statement for one SQL command. Two with the same SQL may be in use at the same time.
+  Statement Prepare(const char* sql);
   /// Number of rows that the latest statement changed.
   int Changes() const { return sqlite3_changes(database_.get()); }
 
  private:
   std::unique_ptr<sqlite3, decltype(&sqlite3_close)> database_;
+  Statement::Map idle_;  // destroyed before the connection, which cannot be closed while it has statements
 };
 
 }  // namespace CryptStand

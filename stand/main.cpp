@@ -4,20 +4,36 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
+#include <filesystem>
 #include <iostream>
+#include <string>
+#include <unistd.h>
+#include <vector>
 
-#include "stand/private_file.h"
+#include "stand/exit_code.h"
+#include "stand/ready_notification.h"
 #include "stand/socket.h"
 #include "stand/stand.h"
+#include "stand/text_file.h"
+#include "stand/version.h"
 #include "stand/wire.h"
 
 namespace {
 
+using CryptStand::ExitCode;
 using CryptStand::Options;
 using CryptStand::Stand;
 
 // Those of a bearer token (RFC 6750, 2.1).
 constexpr const char* kTokenLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~+/=";
+// A descriptor that the caller has closed would go to the next file or socket, which would then get the
+// output.
+void OpenStandardDescriptors() {
+  int opened = 0;
+  while (opened >= 0 && opened <= STDERR_FILENO) opened = open("/dev/null", O_RDWR);
+  if (opened > STDERR_FILENO) close(opened);
+}
 
 // Blocks the signals that end the program, in this thread and in all that it starts.
 sigset_t BlockEndSignals() {
@@ -27,6 +43,13 @@ sigset_t BlockEndSignals() {
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   return signals;
+}
+
+// Before anything that takes long: the keys of a new folder do.
+void PrintStart(const Options& options) {
+  const bool isNew = !std::filesystem::exists(options.folder + "/stand.sqlite");
+  std::cout << "cryptstand: starting in " << options.folder
+            << (isNew ? ", which is new: its keys are generated first\n" : "\n") << std::flush;
 }
 
 // With the token in the fragment, which browsers send to nobody.
@@ -70,7 +93,7 @@ bool WriteUrls(const Stand& stand, const Options& options, const std::string& pa
     urls.Set("clientKey", CryptStand::TextVal(options.folder + "/client.key"));
   }
   std::string error;
-  return CryptStand::WritePrivateFile(path, CryptStand::WriteObject(urls) + "\n", error);
+  return CryptStand::WriteTextFile(path, CryptStand::WriteObject(urls) + "\n", 0600, error);
 }
 
 void WarnOfOthers(const Options& options) {
@@ -81,26 +104,36 @@ void WarnOfOthers(const Options& options) {
          "changes how the servers behave: only in a container or an isolated network\n";
 }
 
-int Run(const Options& options, const std::string& urlFile) {
-  std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
-  // Before the servers start their threads, which inherit the mask: sigwait() below then gets the signals.
-  const sigset_t signals = BlockEndSignals();
-  WarnOfOthers(options);
+// The program runs on without its service manager, which then ends it after a while or takes it for unready.
+void Notify(const char* state) {
+  std::string error;
+  if (!CryptStand::NotifyServiceManager(state, error)) std::cerr << "cryptstand: " << error << "\n";
+}
+
+// A second signal ends the program at once, should stopping take long.
+void WaitForEnd(const sigset_t& signals) {
+  int received = 0;
+  sigwait(&signals, &received);
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+// From the start of the servers to their end.
+ExitCode Serve(const Options& options, const std::string& urlFile, const sigset_t& signals) {
   Stand stand(options);
   std::string error;
   if (!stand.Start(error)) {
     std::cerr << "cryptstand: " << error << "\n";
-    return 1;
+    return ExitCodeOf(stand.GetStartFailure());
   }
   PrintBanner(stand, options);
   if (!urlFile.empty() && !WriteUrls(stand, options, urlFile)) {
     std::cerr << "cryptstand: " << urlFile << " cannot be written\n";
-    return 1;
+    return ExitCode::Failed;
   }
-  int received = 0;
-  sigwait(&signals, &received);
-  std::cout << "cryptstand: stopped\n" << std::flush;
-  return 0;
+  Notify("READY=1");
+  WaitForEnd(signals);
+  Notify("STOPPING=1");
+  return ExitCode::Success;
 }
 
 void AddNetworkOptions(CLI::App& app, Options& options) {
@@ -119,7 +152,18 @@ void AddNetworkOptions(CLI::App& app, Options& options) {
       ->allow_extra_args(false);
 }
 
-int RunCommand(int argc, char** argv) {
+ExitCode Run(const Options& options, const std::string& urlFile) {
+  std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
+  // Before the servers start their threads, which inherit the mask: only sigwait() gets the signals then.
+  const sigset_t signals = BlockEndSignals();
+  PrintStart(options);
+  WarnOfOthers(options);
+  const ExitCode code = Serve(options, urlFile, signals);
+  if (code == ExitCode::Success) std::cout << "cryptstand: stopped\n" << std::flush;
+  return code;
+}
+
+ExitCode RunCommand(int argc, char** argv) {
   CLI::App app(
       "A local test environment: a crypt service and key servers on 127.0.0.1. Its keys are unencrypted "
       "in its folder.");
@@ -139,7 +183,24 @@ int RunCommand(int argc, char** argv) {
   app.add_option("--allow-host", options.allowedHosts, "Another name of this machine for the page")
       ->allow_extra_args(false);
   AddNetworkOptions(app, options);
-  CLI11_PARSE(app, argc, argv);
+  app.add_option(
+      "--seed", options.seed,
+      "Derives the serial numbers of certificates from this number; keys, signatures and tokens stay "
+      "random");
+  app.set_version_flag("--version", CryptStand::DescribeVersion());
+  app.footer(CryptStand::DescribeExitCodes());
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const std::vector<std::string> unknown = app.remaining();
+    // Help and version come as such errors, too; the parser's own codes are not part of our interface.
+    if (error.get_exit_code() == 0 || unknown.empty())
+      return app.exit(error) == 0 ? ExitCode::Success : ExitCode::Usage;
+    // The parser would name a required option even if it is there and misspelt. The value may be a secret.
+    const std::string word = unknown.front().substr(0, unknown.front().find('='));
+    std::cerr << "cryptstand: unknown argument \"" << word << "\"; --help lists all options\n";
+    return ExitCode::Usage;
+  }
   return Run(options, urlFile);
 }
 
@@ -147,9 +208,10 @@ int RunCommand(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
-    return RunCommand(argc, argv);
+    OpenStandardDescriptors();
+    return static_cast<int>(RunCommand(argc, argv));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "cryptstand: %s\n", error.what());
-    return 1;
+    return static_cast<int>(ExitCode::Failed);
   }
 }

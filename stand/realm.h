@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
+
 #include "stand/authority.h"
 #include "stand/event_log.h"
 #include "stand/faults.h"
@@ -12,7 +15,10 @@ namespace CryptStand {
 
 /// What the servers of one test environment share. It owns all parts; each is safe for any number of threads.
 struct Realm {
-  explicit Realm(bool shareKeys) : authority(store, shareKeys), rooms(store, authority) {}
+  explicit Realm(bool shareKeys, std::optional<std::uint64_t> seed = std::nullopt)
+      : authority(store, shareKeys, seed), rooms(store, authority) {
+    if (seed.has_value()) faults.Seed(*seed);
+  }
 
   Store store;
   Authority authority;

@@ -48,7 +48,12 @@ Identity Rooms::GetMember(const std::string& room) {
   const std::string name = "Member of " + room;
   auto kept = store_.GetIdentity(name);
   if (!kept.has_value()) {
-    const CertSpec spec = CertSpec::EndEntity("Room member");
+    // Under the lock, so that two requests for a new room do not make two members.
+    const std::lock_guard<std::mutex> lock(members_);
+    kept = store_.GetIdentity(name);
+    if (kept.has_value()) return *kept;
+    CertSpec spec = CertSpec::EndEntity("Room member");
+    spec.serial = authority_.MakeSerial(name);
     const KeyPair key = authority_.MakeKey("Member");
     kept = store_.KeepIdentity(name, Identity::MakeIssued(spec, authority_.Get(Role::Issuing), key));
   }
@@ -59,7 +64,7 @@ std::optional<RoomKeyPair> Rooms::OpenKey(const std::string& data) {
   const Identity wrapping = authority_.Get(Role::Wrapping);
   // A message names its signer by issuer and serial number, and a renewed certificate has another number.
   for (const Cert& signer : authority_.GetCertificates(Role::InnerSigning)) {
-    auto roomKey = OpenRoomKey(data, signer, wrapping);
+    auto roomKey = opened_.Open(data, signer, wrapping);
     if (roomKey.has_value()) return roomKey;
   }
   return std::nullopt;

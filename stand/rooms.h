@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "stand/authority.h"
+#include "stand/opened_keys.h"
 #include "stand/store.h"
 #include "stand/wrapped_key.h"
 
@@ -64,6 +65,8 @@ class Rooms {
 
   Store& store_;
   Authority& authority_;
+  OpenedKeys opened_;
+  std::mutex members_;     // one new member at a time
   std::mutex integrity_;   // one new integrity key at a time
   std::mutex encryption_;  // one change of an encryption certificate at a time
 };

@@ -44,6 +44,7 @@ bool Rooms::AddIntegrityKey(const std::string& group, KeyPair key) {
   CertSpec spec = CertSpec::EndEntity("Integrity " + *subId + " of " + group);
   spec.keyUsage = "critical,digitalSignature";
   spec.validity = KeyValidity();
+  spec.serial = authority_.MakeSerial("Integrity key of " + group);
   if (key.IsEmpty()) key = authority_.MakeKey("Integrity " + *subId);
   const Identity identity = Identity::MakeIssued(spec, authority_.Get(Role::Issuing), std::move(key));
   return !identity.certificate.IsEmpty() && store_.AddIntegrityKey(group, *subId, identity);

@@ -6,9 +6,9 @@
 
 #include "stand/control.h"
 #include "stand/crypt_service.h"
+#include "stand/folder_lock.h"
 #include "stand/front.h"
 #include "stand/key_server.h"
-#include "stand/private_file.h"
 #include "stand/required_headers.h"
 #include "stand/socket.h"
 #include "stand/text_file.h"
@@ -35,7 +35,7 @@ class Stand::Impl : public Servers {
  public:
   explicit Impl(Options given)
       : options(std::move(given)),
-        realm(options.folder.empty() && !options.ownKeys),
+        realm(options.folder.empty() && !options.ownKeys, options.seed),
         environment(realm, *this, options.group),
         control(environment, MakeAccess(options)),
         tls(realm.store),
@@ -47,7 +47,9 @@ class Stand::Impl : public Servers {
   }
 
   bool Start(std::string& error);
-  bool SetUp(std::string& error);
+  StartFailure LockFolder(std::string& error);
+  StartFailure SetUp(std::string& error);
+  bool WriteToken(std::string& error);
   bool SetUpHeaders(std::string& error);
   bool SetUpTls(std::string& error);
   bool WriteTlsFiles(std::string& error);
@@ -73,6 +75,8 @@ class Stand::Impl : public Servers {
   bool Show(int server, ServerCertificate type) override;
 
   const Options options;
+  StartFailure failure = StartFailure::None;
+  FolderLock lock;  // held until everything that uses the folder is destroyed
   Realm realm;
   Environment environment;
   Control control;
@@ -84,19 +88,34 @@ class Stand::Impl : public Servers {
   std::vector<std::unique_ptr<HttpServer>> keyHttp;
 };
 
-bool Stand::Impl::SetUp(std::string& error) {
-  if (!realm.store.Open(options.folder, error)) return false;
+StartFailure Stand::Impl::LockFolder(std::string& error) {
+  if (options.folder.empty()) return StartFailure::None;
+  if (!MakeFolder(options.folder, error)) return StartFailure::Folder;
+  const FolderLock::Result result = lock.Take(options.folder, error);
+  if (result == FolderLock::Result::InUse) return StartFailure::FolderInUse;
+  return result == FolderLock::Result::Taken ? StartFailure::None : StartFailure::Folder;
+}
+
+StartFailure Stand::Impl::SetUp(std::string& error) {
+  if (!realm.store.Open(options.folder, error)) return StartFailure::Folder;
   bool good = realm.store.AddGroup(options.group, options.groupName);
   for (const std::string& room : options.rooms) good = good && environment.AddRoom(room);
   // Generates all keys of a new folder now, so that its first request is as fast as any other.
   if (good && !options.folder.empty()) good = realm.authority.Prepare();
   if (!good || !realm.store.MarkStart()) {
     error = "The state cannot be stored, or a room id is empty or not UTF-8";
+    return StartFailure::Other;
+  }
+  return WriteToken(error) && SetUpTls(error) ? StartFailure::None : StartFailure::Other;
+}
+
+bool Stand::Impl::WriteToken(std::string& error) {
+  if (control.GetToken().empty()) {
+    error = "no random bytes are available";
     return false;
   }
-  if (control.GetToken().empty()) error = "no random bytes are available";
-  return error.empty() && (options.folder.empty() ||
-                           WritePrivateFile(options.folder + kTokenFile, control.GetToken() + "\n", error));
+  return options.folder.empty() ||
+         WriteTextFile(options.folder + kTokenFile, control.GetToken() + "\n", 0600, error);
 }
 
 bool Stand::Impl::SetUpHeaders(std::string& error) {
@@ -228,13 +247,20 @@ bool Stand::Impl::Start(std::string& error) {
   crypt = std::make_unique<HttpServer>(
       [this](const HttpRequest& request, const std::stop_token& stop) { return ServeCrypt(request, stop); });
   Secure(*crypt, kCryptService);
-  // Ports first: a port that is taken is found at once, generating keys takes time.
-  if (!Bind(error) || !SetUpHeaders(error) || !SetUp(error) || !SetUpTls(error)) return false;
+  // What can fail at once comes first: generating keys takes time.
+  failure = LockFolder(error);
+  if (failure == StartFailure::None && !Bind(error)) failure = StartFailure::Port;
+  if (failure == StartFailure::None && !SetUpHeaders(error)) failure = StartFailure::Other;
+  if (failure == StartFailure::None) failure = SetUp(error);
+  if (failure != StartFailure::None) return false;
+  failure = StartFailure::Other;
   // The crypt service comes last: a client that reaches it finds all key servers up.
   for (const auto& server : keyHttp) {
     if (!server->Up(error)) return false;
   }
-  return crypt->Up(error);
+  if (!crypt->Up(error)) return false;
+  failure = StartFailure::None;
+  return true;
 }
 
 Stand::Stand(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}
@@ -246,6 +272,10 @@ Stand::~Stand() {
 
 bool Stand::Start(std::string& error) {
   return impl_->Start(error);
+}
+
+StartFailure Stand::GetStartFailure() const {
+  return impl_->failure;
 }
 
 std::string Stand::GetServiceUrl() const {

@@ -37,6 +37,9 @@ struct Options {
   std::string group = "QOB.1.100.1";
   std::string groupName = "Demo group";
   std::vector<std::string> rooms = {"demo"};
+  /// Derives the serial numbers of certificates from this number, so that the same requests get the same
+  /// ones. Keys, signatures and tokens stay random. Without it serial numbers are random, too.
+  std::optional<std::uint64_t> seed{};
   /// What changes through the control interface need; random if empty. Also written to the folder, into the
   /// file "control-token".
   std::string controlToken{};
@@ -54,6 +57,15 @@ struct Options {
   std::vector<std::string> requiredHeaders{};
 };
 
+/// Why a Stand did not start.
+enum class StartFailure {
+  None,
+  FolderInUse,  ///< Another process or object uses it.
+  Folder,       ///< It cannot be made, read or written.
+  Port,         ///< A port is taken or not allowed.
+  Other,
+};
+
 /// A running test environment; owns its servers and threads. All members but Start() may be called from any
 /// thread. Servers are named by the index of the key server or by kCryptService.
 class Stand {
@@ -64,8 +76,11 @@ class Stand {
   Stand(const Stand&) = delete;
   Stand& operator=(const Stand&) = delete;
 
-  /// Opens the folder and brings all servers up. Called once. False with the reason in `error`.
+  /// Takes the folder for this object, opens it and brings all servers up. Called once. False with the reason
+  /// in `error`.
   bool Start(std::string& error);
+  /// The type of the failure of Start().
+  StartFailure GetStartFailure() const;
 
   /// Base URL of the crypt service; it ends in a slash.
   std::string GetServiceUrl() const;

@@ -2,15 +2,14 @@
 // function locks the one mutex, so the database has one user at a time.
 #include "stand/store.h"
 
-#include <cerrno>
-#include <sys/stat.h>
-#include <system_error>
+#include "stand/folder_lock.h"
 
 namespace CryptStand {
 namespace {
 
-// Write-ahead logging, so that several processes can read one folder while another writes. Columns are never
-// renamed: folders of earlier versions must stay usable.
+// Write-ahead logging: a commit is one write without a flush of the disk, and survives the end of the process
+// however it ends; only a power failure may cost the last ones. Other programs can read the file meanwhile.
+// Columns are never renamed: folders of earlier versions must stay usable.
 constexpr const char* kSchema = R"(
   PRAGMA journal_mode = WAL;
   PRAGMA synchronous = NORMAL;
@@ -40,18 +39,13 @@ constexpr const char* kSchema = R"(
     key TEXT NOT NULL, UNIQUE (group_id, id, sub_id));
   CREATE TABLE IF NOT EXISTS key_numbers (
     group_id TEXT NOT NULL, id TEXT NOT NULL, last INTEGER NOT NULL, PRIMARY KEY (group_id, id));
+  CREATE TABLE IF NOT EXISTS serial_numbers (purpose TEXT PRIMARY KEY, last INTEGER NOT NULL);
   CREATE TABLE IF NOT EXISTS audit (
     number INTEGER PRIMARY KEY AUTOINCREMENT, server INTEGER NOT NULL, group_id TEXT NOT NULL,
     time TEXT NOT NULL, operation TEXT NOT NULL, room TEXT NOT NULL, key TEXT NOT NULL,
     outcome TEXT NOT NULL);
   CREATE INDEX IF NOT EXISTS audit_by_group ON audit (server, group_id, number);
 )";
-
-bool MakeFolder(const std::string& folder, std::string& error) {
-  if (mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST) return true;
-  error = folder + ": " + std::generic_category().message(errno);
-  return false;
-}
 
 std::optional<RoomKeyRecord> ReadRoomKey(Statement statement) {
   if (!statement.Next()) return std::nullopt;
@@ -71,10 +65,10 @@ std::optional<Identity> Store::GetIdentity(const std::string& name) {
   const std::lock_guard<std::mutex> lock(mutex_);
   auto find = database_.Prepare("SELECT certificate, key FROM identities WHERE name = ?");
   if (!find.Bind(name).Next()) return std::nullopt;
-  return Identity{Cert::FromPEM(find.Text(0)), KeyPair::FromPEM(find.Text(1))};
+  return Identity{certificates_.Get(find.Text(0)), keys_.Get(find.Text(1))};
 }
 
-// Returns what is stored afterwards: of two processes that make the same identity, the first one wins.
+// Returns what is stored afterwards: of two threads that make the same identity, the first one wins.
 std::optional<Identity> Store::KeepIdentity(const std::string& name, const Identity& identity) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -89,6 +83,16 @@ bool Store::ReplaceIdentity(const std::string& name, const Identity& identity) {
   const std::lock_guard<std::mutex> lock(mutex_);
   auto replace = database_.Prepare("INSERT OR REPLACE INTO identities VALUES (?, ?, ?)");
   return replace.Bind(name).Bind(identity.certificate.ToPEM()).Bind(identity.key.ToPEM()).Run();
+}
+
+std::optional<std::int64_t> Store::CountSerial(const std::string& purpose) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  auto next = database_.Prepare(
+      "INSERT INTO serial_numbers VALUES (?, 1) ON CONFLICT (purpose) DO UPDATE SET last = last + 1 "
+      "RETURNING last");
+  if (!next.Bind(purpose).Next()) return std::nullopt;
+  const std::int64_t count = next.Number(0);
+  return next.Run() ? std::optional(count) : std::nullopt;
 }
 
 // An existing room stays as it is, its group too.
@@ -136,20 +140,24 @@ std::optional<std::string> Store::HandOutSequence(const std::string& room, bool 
 Upload Store::UploadRoomKey(const std::string& room, const std::string& sequence, const Cert& certificate,
                             const std::string& data) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  std::string error;
-  if (!database_.Execute("BEGIN IMMEDIATE", error)) return Upload::Failed;
   // Using up the sequence number and adding the key are one transaction, so that of two uploads with the same
   // number only one succeeds.
-  auto close = database_.Prepare(
-      "UPDATE rooms SET sequence_open = 0 WHERE id = ? AND CAST(sequence AS TEXT) = ? AND sequence_open = 1");
-  const bool checked = close.Bind(room).Bind(sequence).Run();
-  const bool isCurrent = checked && database_.Changes() == 1;
-  auto insert = database_.Prepare(
-      "INSERT INTO room_keys (room, issuer, serial, certificate, data) VALUES (?, ?, ?, ?, ?)");
-  insert.Bind(room).Bind(certificate.GetIssuer()).Bind(certificate.GetSerial()).Bind(certificate.ToPEM());
-  const bool kept = isCurrent && insert.Bind(data).Run();
-  if (database_.Execute(kept ? "COMMIT" : "ROLLBACK", error) && kept) return Upload::Done;
-  return checked && !isCurrent ? Upload::StaleSequence : Upload::Failed;
+  Upload result = Upload::Failed;
+  const bool kept = database_.Transact([&] {
+    auto close = database_.Prepare(
+        "UPDATE rooms SET sequence_open = 0 WHERE id = ? AND CAST(sequence AS TEXT) = ? AND sequence_open = "
+        "1");
+    if (!close.Bind(room).Bind(sequence).Run()) return false;
+    if (database_.Changes() != 1) {
+      result = Upload::StaleSequence;
+      return false;
+    }
+    auto insert = database_.Prepare(
+        "INSERT INTO room_keys (room, issuer, serial, certificate, data) VALUES (?, ?, ?, ?, ?)");
+    insert.Bind(room).Bind(certificate.GetIssuer()).Bind(certificate.GetSerial()).Bind(certificate.ToPEM());
+    return insert.Bind(data).Run();
+  });
+  return kept ? Upload::Done : result;
 }
 
 std::optional<RoomKeyRecord> Store::GetCurrentRoomKey(const std::string& room) {

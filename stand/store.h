@@ -8,6 +8,7 @@
 
 #include "stand/cert_maker.h"
 #include "stand/database.h"
+#include "stand/parsed_texts.h"
 #include "stand/records.h"
 
 namespace CryptStand {
@@ -36,6 +37,10 @@ class Store {
   /// Gives an identity another certificate for its key; the former ones are kept, oldest first.
   bool RenewCertificate(const std::string& name, const Cert& certificate);
   std::vector<Cert> GetFormerCertificates(const std::string& name);
+
+  /// Counts the certificates of a purpose: 1 at the first call. The count survives a restart, since a serial
+  /// number that depends on it must not be used again.
+  std::optional<std::int64_t> CountSerial(const std::string& purpose);
 
   bool AddGroup(const std::string& id, const std::string& name);
   bool HasGroup(const std::string& id);
@@ -101,7 +106,9 @@ class Store {
 
  private:
   std::mutex mutex_;
-  Database database_;  // guarded by mutex_
+  Database database_;               // guarded by mutex_
+  ParsedTexts<Cert> certificates_;  // guarded by mutex_
+  ParsedTexts<KeyPair> keys_;       // guarded by mutex_
 };
 
 }  // namespace CryptStand

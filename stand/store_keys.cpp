@@ -11,7 +11,7 @@ std::vector<IntegrityKeyRecord> Store::GetIntegrityKeys(const std::string& group
       "SELECT sub_id, certificate, key FROM integrity_keys WHERE group_id = ? ORDER BY number");
   list.Bind(group);
   while (list.Next()) {
-    keys.push_back({list.Text(0), {Cert::FromPEM(list.Text(1)), KeyPair::FromPEM(list.Text(2))}});
+    keys.push_back({list.Text(0), {certificates_.Get(list.Text(1)), keys_.Get(list.Text(2))}});
   }
   return keys;
 }
@@ -57,7 +57,7 @@ std::optional<KeyPair> Store::FindImportedKey(const std::string& group, const st
       "SELECT key FROM imported_keys WHERE group_id = ?1 AND id = ?2 AND ?3 IN (sub_id, '') "
       "ORDER BY number DESC LIMIT 1");
   if (!find.Bind(group).Bind(id).Bind(subId).Next()) return std::nullopt;
-  return KeyPair::FromPEM(find.Text(0));
+  return keys_.Get(find.Text(0));
 }
 
 bool Store::DeleteImportedKey(const std::string& group, const std::string& id, const std::string& subId) {

@@ -50,7 +50,7 @@ std::vector<Cert> Store::GetFormerCertificates(const std::string& name) {
   std::vector<Cert> certificates;
   auto list = database_.Prepare("SELECT certificate FROM former_certificates WHERE name = ? ORDER BY number");
   list.Bind(name);
-  while (list.Next()) certificates.push_back(Cert::FromPEM(list.Text(0)));
+  while (list.Next()) certificates.push_back(certificates_.Get(list.Text(0)));
   return certificates;
 }
 

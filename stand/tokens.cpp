@@ -2,6 +2,7 @@
 // so no signature is needed to trust one.
 #include "stand/tokens.h"
 
+#include <algorithm>
 #include <openssl/rand.h>
 
 #include "stand/cert_maker.h"
@@ -9,7 +10,7 @@
 namespace CryptStand {
 namespace {
 
-// Number of tokens at which expired ones are dropped, so that a long run needs bounded memory.
+// Number of tokens at which expired ones are dropped first, so that a long run needs bounded memory.
 constexpr std::size_t kDropExpiredAt = 4096;
 
 std::string RandomToken() {
@@ -20,11 +21,13 @@ std::string RandomToken() {
 
 }  // namespace
 
+Tokens::Tokens() : dropAt_(kDropExpiredAt) {}
+
 std::string Tokens::Issue(const TokenClaim& claim) {
   std::string token = RandomToken();
   const std::lock_guard<std::mutex> lock(mutex_);
   const auto now = Clock::now();
-  if (entries_.size() >= kDropExpiredAt) DropExpired(now);
+  if (entries_.size() >= dropAt_) DropExpired(now);
   if (!token.empty()) entries_[token] = {claim, now + lifetime_};
   return token;
 }
@@ -70,8 +73,11 @@ void Tokens::Reset() {
   lifetime_ = kUsualLifetime;
 }
 
+// The next time comes when there are twice as many as are good now. At a fixed number, each further token
+// would look through all of them as soon as that many are good.
 void Tokens::DropExpired(Clock::time_point now) {
   std::erase_if(entries_, [now](const auto& entry) { return entry.second.expires <= now; });
+  dropAt_ = std::max(kDropExpiredAt, 2 * entries_.size());
 }
 
 }  // namespace CryptStand

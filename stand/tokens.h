@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -23,6 +24,7 @@ class Tokens {
  public:
   using Clock = std::chrono::steady_clock;
 
+  Tokens();
   std::string Issue(const TokenClaim& claim);
   /// Redeems a token. It cannot be used again, whatever the result. None, with the reason in `reason`, unless
   /// it was issued for this server and operation, has not expired and was not redeemed before.
@@ -47,6 +49,7 @@ class Tokens {
   static constexpr std::chrono::milliseconds kUsualLifetime{60000};
   std::chrono::milliseconds lifetime_ = kUsualLifetime;  // guarded by mutex_
   std::map<std::string, Entry> entries_;                 // guarded by mutex_
+  std::size_t dropAt_;                                   // number of entries; guarded by mutex_
 };
 
 }  // namespace CryptStand

@@ -1,77 +1,28 @@
-#include <csignal>
+#include "tests/stand/program.h"
+
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
-#include <spawn.h>
-#include <sstream>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
-#include "tests/stand/folder.h"
-#include "tests/stand/stand_peer.h"
+#include "stand/database.h"
+#include "tests/stand/notify_socket.h"
 
 namespace CryptStand {
 namespace {
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
-
-// Runs the program as a shell would, with its output in files of the test's folder.
-class Program {
- public:
-  Program(const Folder& folder, std::vector<std::string> arguments)
-      : out_(folder.Path("out")), error_(folder.Path("error")) {
-    arguments.insert(arguments.begin(), CRYPTSTAND_PROGRAM);
-    std::vector<char*> raw;
-    for (std::string& argument : arguments) raw.push_back(argument.data());
-    raw.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, out_.c_str(), kFlags, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, error_.c_str(), kFlags, 0600);
-    if (posix_spawn(&process_, raw[0], &actions, nullptr, raw.data(), environ) != 0) process_ = -1;
-    posix_spawn_file_actions_destroy(&actions);
-  }
-  ~Program() {
-    if (process_ > 0) Stop(SIGKILL);
-  }
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
-
-  int Stop(int signal) {
-    kill(process_, signal);
-    return Wait();
-  }
-  /// The exit code, or minus the signal that ended it.
-  int Wait() {
-    int status = 0;
-    if (process_ <= 0 || waitpid(std::exchange(process_, -1), &status, 0) < 0) return -1000;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-  }
-  std::string Out() const { return ReadFile(out_); }
-  std::string Error() const { return ReadFile(error_); }
-
- private:
-  std::string out_;
-  std::string error_;
-  pid_t process_ = -1;
-};
-
-// The addresses, once the program has written them.
-KVMap WaitForUrls(const std::string& path) {
-  for (int i = 0; i < 3000; ++i) {
-    const auto urls = ReadObject(ReadFile(path));
-    if (urls.has_value()) return *urls;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return {};
+// The state of an environment whose keys exist, so that it starts at once. One test at a time uses it.
+std::string ReadyState() {
+  static const Folder folder;
+  static const bool made = [] {
+    Options options;
+    options.folder = folder.Path("state");
+    std::string error;
+    return Stand(options).Start(error);
+  }();
+  EXPECT_TRUE(made);
+  return folder.Path("state");
 }
 
 TEST(ProgramTest, ServesUntilItIsSignalled) {
@@ -178,10 +129,27 @@ TEST(ProgramTest, TakesATokenAndHosts) {
   EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
 }
 
+// Another program's lock on the database keeps the start waiting before any key is generated.
+TEST(ProgramTest, SaysAtOnceThatItStarts) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  std::filesystem::create_directory(folder.Path("state"));
+  std::string error;
+  Database other;
+  ASSERT_TRUE(other.Open(folder.Path("state/stand.sqlite"), error)) << error;
+  ASSERT_TRUE(other.Execute("PRAGMA journal_mode = WAL; BEGIN IMMEDIATE", error)) << error;
+  Program program(folder, {"--dir", folder.Path("state"), "--url-file", file});
+  EXPECT_TRUE(WaitFor([&] { return program.Out().ends_with("\n"); }));
+  EXPECT_EQ(program.Out(), "cryptstand: starting in " + folder.Path("state") + "\n");
+  EXPECT_FALSE(std::filesystem::exists(file));
+  ASSERT_TRUE(other.Execute("COMMIT", error)) << error;
+  EXPECT_NE(ReadText(WaitForUrls(file), "service"), std::nullopt) << program.Error();
+}
+
 TEST(ProgramTest, SaysWhyItCannotStart) {
   const Folder folder;
   Program program(folder, {"--dir", folder.Path("a/b")});
-  EXPECT_EQ(program.Wait(), 1);
+  EXPECT_EQ(program.Wait(), 12);
   EXPECT_THAT(program.Error(), testing::StartsWith("cryptstand: " + folder.Path("a/b") + ": No such file"));
 }
 
@@ -192,7 +160,7 @@ TEST(ProgramTest, SaysWhenItsPortIsTaken) {
   const std::string port = stand.GetServiceUrl().substr(17, stand.GetServiceUrl().size() - 18);
   const Folder folder;
   Program program(folder, {"--dir", folder.Path("state"), "--port", port});
-  EXPECT_EQ(program.Wait(), 1);
+  EXPECT_EQ(program.Wait(), 11);
   EXPECT_EQ(program.Error(), "cryptstand: port " + port + ": Address already in use\n");
 }
 
@@ -212,9 +180,100 @@ TEST(ProgramTest, RefusesWrongArguments) {
                                                                      {"--dir", "x", "--client-ca", "make"},
                                                                      {"--dir", "x", "--other"}}) {
     Program program(folder, arguments);
-    EXPECT_NE(program.Wait(), 0);
+    EXPECT_EQ(program.Wait(), 2);
     EXPECT_NE(program.Error(), "");
   }
+}
+
+TEST(ProgramTest, NamesAnArgumentThatItDoesNotKnow) {
+  const Folder folder;
+  Program program(folder, {"--dri=x", "--port", "1"});
+  EXPECT_EQ(program.Wait(), 2);
+  EXPECT_EQ(program.Error(), "cryptstand: unknown argument \"--dri\"; --help lists all options\n");
+}
+
+TEST(ProgramTest, ListsItsOptionsAndExitCodes) {
+  const Folder folder;
+  Program program(folder, {"--help"});
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(program.Out(), testing::HasSubstr("--seed"));
+  EXPECT_THAT(program.Out(), testing::HasSubstr("  10  another process uses the folder\n"));
+}
+
+TEST(ProgramTest, PrintsItsVersionAndThoseOfItsLibraries) {
+  const Folder folder;
+  Program program(folder, {"--version"});
+  EXPECT_EQ(program.Wait(), 0);
+  EXPECT_THAT(program.Out(),
+              testing::MatchesRegex("cryptstand [0-9.]+\nOpenSSL 3[0-9.]+\nSQLite 3[0-9.]+\n"));
+}
+
+TEST(ProgramTest, RefusesAFolderThatAnotherProcessUses) {
+  const Folder first;
+  const Folder second;
+  const std::string file = first.Path("urls.json");
+  Program owner(first, {"--dir", ReadyState(), "--url-file", file});
+  ASSERT_NE(ReadText(WaitForUrls(file), "service"), std::nullopt) << owner.Error();
+  Program program(second, {"--dir", ReadyState()});
+  EXPECT_EQ(program.Wait(), 10);
+  EXPECT_EQ(program.Error(), "cryptstand: " + ReadyState() + " is in use by process " +
+                                 std::to_string(owner.GetProcess()) + "\n");
+  EXPECT_EQ(owner.Stop(SIGKILL), -SIGKILL);
+  // What a killed process leaves is no lock.
+  Program next(second, {"--dir", ReadyState(), "--url-file", second.Path("urls.json")});
+  EXPECT_NE(ReadText(WaitForUrls(second.Path("urls.json")), "service"), std::nullopt) << next.Error();
+}
+
+TEST(ProgramTest, NotifiesItsServiceManager) {
+  const Folder folder;
+  NotifySocket manager(folder.Path("notify"));
+  Program program(folder, {"--dir", ReadyState(), "--url-file", folder.Path("urls.json")});
+  EXPECT_EQ(manager.Receive(), "READY=1");
+  EXPECT_TRUE(std::filesystem::exists(folder.Path("urls.json")));
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+  EXPECT_EQ(manager.Receive(), "STOPPING=1");
+  EXPECT_THAT(program.Out(), testing::EndsWith("cryptstand: stopped\n"));
+}
+
+TEST(ProgramTest, RunsWithoutItsServiceManager) {
+  const Folder folder;
+  const std::string name = folder.Path("notify");
+  { const NotifySocket gone(name, /*keepsVariable=*/true); }
+  Program program(folder, {"--dir", ReadyState(), "--url-file", folder.Path("urls.json")});
+  unsetenv("NOTIFY_SOCKET");
+  EXPECT_NE(ReadText(WaitForUrls(folder.Path("urls.json")), "service"), std::nullopt);
+  EXPECT_EQ(program.Stop(SIGTERM), 0);
+  EXPECT_THAT(program.Error(), testing::StartsWith("cryptstand: $NOTIFY_SOCKET (" + name + "): "));
+}
+
+// The output is a full pipe, so that the program cannot print its last line.
+TEST(ProgramTest, EndsAtOnceOnASecondSignal) {
+  const Folder folder;
+  ASSERT_EQ(mkfifo(folder.Path("out").c_str(), 0600), 0);
+  const int pipe = open(folder.Path("out").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  Program program(folder, {"--dir", ReadyState(), "--url-file", folder.Path("urls.json")});
+  WaitForUrls(folder.Path("urls.json"));
+  const std::string filler(4096, 'x');
+  while (write(pipe, filler.data(), filler.size()) > 0) {
+  }
+  while (write(pipe, "x", 1) > 0) {
+  }
+  EXPECT_TRUE(WaitFor([&] { return program.HasEnded(SIGTERM); }));
+  EXPECT_EQ(program.Wait(), -SIGTERM);
+  close(pipe);
+}
+
+TEST(ProgramTest, RunsWithoutStandardDescriptors) {
+  const Folder folder;
+  Program program(folder, {"--dir", ReadyState(), "--url-file", folder.Path("urls.json")},
+                  /*hasDescriptors=*/false);
+  const std::string service = ReadText(WaitForUrls(folder.Path("urls.json")), "service").value_or("(none)");
+  EXPECT_EQ(Get(service + "crypt/key/demo").Text("room"), "demo");
+  std::ifstream lock(ReadyState() + "/lock");
+  std::string line;
+  std::getline(lock, line);
+  EXPECT_EQ(line, std::to_string(program.GetProcess())) << "output went into a file";
+  EXPECT_EQ(program.Stop(SIGTERM), 0);
 }
 
 }  // namespace

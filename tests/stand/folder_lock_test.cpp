@@ -1,0 +1,63 @@
+#include "stand/folder_lock.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <memory>
+#include <unistd.h>
+
+#include "stand/stand.h"
+#include "tests/stand/folder.h"
+
+namespace CryptStand {
+namespace {
+
+using Result = FolderLock::Result;
+
+TEST(FolderLockTest, KeepsAFolderForOne) {
+  const Folder folder;
+  std::string error;
+  auto first = std::make_unique<FolderLock>();
+  ASSERT_EQ(first->Take(folder.Path(), error), Result::Taken) << error;
+  FolderLock second;
+  EXPECT_EQ(second.Take(folder.Path(), error), Result::InUse);
+  EXPECT_EQ(error, folder.Path() + " is in use by process " + std::to_string(getpid()));
+  first.reset();
+  FolderLock third;
+  EXPECT_EQ(third.Take(folder.Path(), error), Result::Taken) << error;
+}
+
+TEST(FolderLockTest, TakesAFileThatNobodyHolds) {
+  const Folder folder;
+  std::ofstream(folder.Path("lock")) << "12345678901234567890 and more\n";
+  std::string error;
+  FolderLock lock;
+  EXPECT_EQ(lock.Take(folder.Path(), error), Result::Taken) << error;
+  std::string line;
+  std::getline(std::ifstream(folder.Path("lock")), line);
+  EXPECT_EQ(line, std::to_string(getpid()));
+}
+
+TEST(FolderLockTest, SaysWhyAFolderCannotBeLocked) {
+  const Folder folder;
+  std::string error;
+  FolderLock lock;
+  EXPECT_EQ(lock.Take(folder.Path("none"), error), Result::Failed);
+  EXPECT_EQ(error, folder.Path("none/lock") + ": No such file or directory");
+}
+
+TEST(FolderLockTest, KeepsAFolderForOneEnvironment) {
+  const Folder folder;
+  Options options;
+  options.folder = folder.Path("state");
+  std::string error;
+  FolderLock lock;
+  ASSERT_TRUE(MakeFolder(options.folder, error)) << error;
+  ASSERT_EQ(lock.Take(options.folder, error), Result::Taken) << error;
+  Stand stand(options);
+  EXPECT_FALSE(stand.Start(error));
+  EXPECT_EQ(stand.GetStartFailure(), StartFailure::FolderInUse);
+  EXPECT_THAT(error, testing::HasSubstr("is in use by process"));
+}
+
+}  // namespace
+}  // namespace CryptStand
