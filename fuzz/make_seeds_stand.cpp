@@ -34,6 +34,7 @@ void MakeControlSeeds(const std::filesystem::path& root) {
   constexpr std::uint32_t kPut = 2;
   constexpr std::uint32_t kDelete = 3;
   folder.Add("index", RequestTo(kGet, "", ""));
+  folder.Add("state", RequestTo(kGet, "v1/state", ""));
   folder.Add("faults", RequestTo(kGet, "v1/faults", ""));
   folder.Add("events", RequestTo(kGet, "v1/events?after=0&limit=1&server=crypt&outcome=ok", ""));
   folder.Add("follow", RequestTo(kGet, "v1/events/follow?after=1", ""));

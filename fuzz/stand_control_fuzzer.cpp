@@ -37,13 +37,6 @@ class FakeServers : public CryptStand::Servers {
   std::map<int, bool> isUp_ = {{CryptStand::kCryptService, true}, {0, true}, {1, true}};
 };
 
-// Without what a reset leaves alone: the seed, integrity keys of groups, authorities.
-std::string StateOf(const CryptStand::KVMap& state) {
-  CryptStand::KVMap kept;
-  for (const char* part : {"rooms", "faults", "settings"}) kept.Set(part, state.Get(part));
-  return CryptStand::WriteObject(kept);
-}
-
 /// An environment in memory, made for each input: inputs must not depend on each other.
 class Target {
  public:
@@ -75,7 +68,13 @@ class Target {
     return *object;
   }
 
-  std::string ReadState() { return StateOf(Send("GET", "/stand/v1/state", "", false)); }
+  // Without the lists, whose certificates take long to make, and without groups, whose integrity keys a reset
+  // leaves alone.
+  std::string ReadState() {
+    Send("GET", "/stand/v1/groups", "", false);
+    return CryptStand::WriteObject(Send("GET", "/stand/v1/rooms", "", false)) +
+           CryptStand::WriteObject(Send("GET", "/stand/v1/faults", "", false));
+  }
 
   // What a client sent is shown later.
   void AddEvent(const std::string& text) {
