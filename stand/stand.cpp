@@ -266,7 +266,7 @@ bool Stand::Impl::Start(std::string& error) {
 Stand::Stand(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}
 
 Stand::~Stand() {
-  // The crypt service goes down first: its control path uses the key servers.
+  // The crypt service goes down first: its control interface uses the key servers.
   if (impl_->crypt != nullptr) impl_->crypt->Down();
 }
 

@@ -1,4 +1,4 @@
-"""The local test environment as the Python tests use it: the program cryptstand and its control path."""
+"""The local test environment as the Python tests use it: the program cryptstand and its control interface."""
 
 from __future__ import annotations
 
