@@ -19,6 +19,8 @@ namespace CryptStand {
 
 /// The crypt service, wherever key servers are named by their index.
 inline constexpr int kCryptService = -1;
+/// The forward proxy, likewise; only some environments have one.
+inline constexpr int kProxy = -2;
 
 /// One request to a server, with its result.
 struct Event {

@@ -74,6 +74,7 @@ void PrintBanner(const Stand& stand, const Options& options) {
             << "service " << stand.GetServiceUrl() << "\n";
   for (const std::string& url : stand.GetKeyServerUrls()) std::cout << "keyserver " << url << "\n";
   if (options.tls) std::cout << "ca-file " << stand.GetServerAuthorityFile() << "\n";
+  if (!stand.GetProxyUrl().empty()) std::cout << "proxy " << stand.GetProxyUrl() << "\n";
   std::cout << "try:\n  cryptcli encrypt" << command << "FILE FILE.p7m\n  cryptcli decrypt" << command
             << "FILE.p7m FILE\n"
             << std::flush;
@@ -92,6 +93,7 @@ bool WriteUrls(const Stand& stand, const Options& options, const std::string& pa
     urls.Set("clientCertificate", CryptStand::TextVal(options.folder + "/client.pem"));
     urls.Set("clientKey", CryptStand::TextVal(options.folder + "/client.key"));
   }
+  if (!stand.GetProxyUrl().empty()) urls.Set("proxy", CryptStand::TextVal(stand.GetProxyUrl()));
   std::string error;
   return CryptStand::WriteTextFile(path, CryptStand::WriteObject(urls) + "\n", 0600, error);
 }
@@ -150,6 +152,9 @@ void AddNetworkOptions(CLI::App& app, Options& options) {
   app.add_option("--require-header", options.requiredHeaders,
                  "A header, 'Name: value', that the crypt service requires; may be given several times")
       ->allow_extra_args(false);
+  app.add_option("--proxy", options.proxyPort,
+                 "Port of a forward proxy on 127.0.0.1, 0 for any; records what passes")
+      ->check(CLI::Range(0, 65535));
 }
 
 ExitCode Run(const Options& options, const std::string& urlFile) {

@@ -7,13 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "stand/event_log.h"
 #include "stand/faults.h"
 #include "stand/listener.h"
 
 namespace CryptStand {
-
-/// The proxy, wherever servers are named by their index.
-inline constexpr int kProxy = -2;
 
 /// One tunnel or request that a client asked the proxy for.
 struct ProxyRecord {
@@ -42,6 +40,7 @@ class ForwardProxy {
   int GetPort() const { return listener_.GetPort(); }
   bool Up(std::string& error) { return listener_.Up(error); }
   void Down() { listener_.Down(); }
+  bool IsUp() const { return listener_.IsUp(); }
 
   /// The latest ones, oldest first.
   std::vector<ProxyRecord> GetRecords() const;

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "stand/proxy.h"
 #include "stand/tls_identities.h"
 
 namespace CryptStand {
@@ -26,7 +27,13 @@ class Servers {
   /// the servers do not speak TLS.
   virtual bool Show(int server, ServerCertificate type) = 0;
 
-  bool Has(int server) const { return server >= -1 && server < CountKeyServers(); }
+  /// Null without one.
+  virtual ForwardProxy* GetProxy() const = 0;
+
+  bool Has(int server) const {
+    return server == kProxy ? GetProxy() != nullptr
+                            : server >= kCryptService && server < CountKeyServers();
+  }
 };
 
 }  // namespace CryptStand

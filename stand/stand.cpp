@@ -53,6 +53,7 @@ class Stand::Impl : public Servers {
   bool SetUpHeaders(std::string& error);
   bool SetUpTls(std::string& error);
   bool WriteTlsFiles(std::string& error);
+  bool SetUpProxy(std::string& error);
   void Secure(HttpServer& http, int server);
   std::string GetHost() const;
   std::string UrlOf(const HttpServer& server) const;
@@ -66,11 +67,15 @@ class Stand::Impl : public Servers {
   }
   int CountKeyServers() const override { return static_cast<int>(keyHttp.size()); }
   std::string GetUrl(int server) const override {
+    if (server == kProxy) return "http://127.0.0.1:" + std::to_string(proxy->GetPort());
     return UrlOf(At(server)) + (server == kCryptService ? "/" : "");
   }
-  bool IsUp(int server) const override { return At(server).IsUp(); }
-  bool Up(int server, std::string& error) override { return At(server).Up(error); }
-  void Down(int server) override { At(server).Down(); }
+  bool IsUp(int server) const override { return server == kProxy ? proxy->IsUp() : At(server).IsUp(); }
+  bool Up(int server, std::string& error) override {
+    return server == kProxy ? proxy->Up(error) : At(server).Up(error);
+  }
+  void Down(int server) override { server == kProxy ? proxy->Down() : At(server).Down(); }
+  ForwardProxy* GetProxy() const override { return proxy.get(); }
   bool HasTls() const override { return options.tls; }
   bool Show(int server, ServerCertificate type) override;
 
@@ -86,6 +91,7 @@ class Stand::Impl : public Servers {
   // Order matters: the HTTP servers (and their threads) are destroyed before the key servers that they call.
   std::vector<std::unique_ptr<KeyServer>> keyServers;
   std::vector<std::unique_ptr<HttpServer>> keyHttp;
+  std::unique_ptr<ForwardProxy> proxy;  // null without one
 };
 
 StartFailure Stand::Impl::LockFolder(std::string& error) {
@@ -130,6 +136,16 @@ bool Stand::Impl::SetUpHeaders(std::string& error) {
   }
   realm.settings.SetRequiredHeaders(std::move(headers));
   return true;
+}
+
+bool Stand::Impl::SetUpProxy(std::string& error) {
+  if (!options.proxyPort.has_value()) return true;
+  proxy = std::make_unique<ForwardProxy>(realm.faults);
+  if (*options.proxyPort >= 0 && *options.proxyPort <= kMaxPort) {
+    return proxy->Bind(*options.proxyPort, error) && proxy->Up(error);
+  }
+  error = "ports end at " + std::to_string(kMaxPort);
+  return false;
 }
 
 bool Stand::Impl::SetUpTls(std::string& error) {
@@ -177,7 +193,7 @@ void Stand::Impl::Secure(HttpServer& http, int server) {
 }
 
 bool Stand::Impl::Show(int server, ServerCertificate type) {
-  if (!options.tls) return false;
+  if (!options.tls || server == kProxy) return false;
   if (tls.Show(server, type)) At(server).EndConnections();
   return true;
 }
@@ -258,7 +274,7 @@ bool Stand::Impl::Start(std::string& error) {
   for (const auto& server : keyHttp) {
     if (!server->Up(error)) return false;
   }
-  if (!crypt->Up(error)) return false;
+  if (!crypt->Up(error) || !SetUpProxy(error)) return false;
   failure = StartFailure::None;
   return true;
 }
@@ -305,6 +321,18 @@ Identity Stand::GetClient() const {
 
 bool Stand::SetServerCertificate(int server, ServerCertificate type) {
   return impl_->Has(server) && impl_->Show(server, type);
+}
+
+std::string Stand::GetProxyUrl() const {
+  return impl_->Has(kProxy) ? impl_->GetUrl(kProxy) : "";
+}
+
+std::vector<ProxyRecord> Stand::GetProxyRecords() const {
+  return impl_->proxy == nullptr ? std::vector<ProxyRecord>() : impl_->proxy->GetRecords();
+}
+
+void Stand::ClearProxyRecords() {
+  if (impl_->proxy != nullptr) impl_->proxy->ClearRecords();
 }
 
 bool Stand::SetFault(int server, const Fault& fault) {

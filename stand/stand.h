@@ -9,6 +9,7 @@
 
 #include "stand/event_log.h"
 #include "stand/faults.h"
+#include "stand/proxy.h"
 #include "stand/rooms.h"
 #include "stand/settings.h"
 #include "stand/tls_identities.h"
@@ -55,6 +56,8 @@ struct Options {
   /// Headers, each as 'Name: value', that the crypt service requires of each request (status 401 without
   /// them) and that key servers refuse.
   std::vector<std::string> requiredHeaders{};
+  /// Port of a forward proxy on 127.0.0.1, 0 for any; no value for no proxy.
+  std::optional<int> proxyPort{};
 };
 
 /// Why a Stand did not start.
@@ -97,8 +100,14 @@ class Stand {
   /// no such server or it does not speak TLS.
   bool SetServerCertificate(int server, ServerCertificate type);
 
-  /// Adds a fault to a server; Down also closes its socket. Down and ServerCertificate concern no single
-  /// operation and last until ClearFaults(). False when there is no such server.
+  /// URL of the proxy; empty without one.
+  std::string GetProxyUrl() const;
+  /// The latest tunnels and requests of the proxy, oldest first.
+  std::vector<ProxyRecord> GetProxyRecords() const;
+  void ClearProxyRecords();
+
+  /// Adds a fault to a server, or to kProxy; Down also closes its socket. Down and ServerCertificate concern
+  /// no single operation and last until ClearFaults(). False when there is no such server.
   bool SetFault(int server, const Fault& fault);
   /// Removes all faults and brings the server up on its old port. False when it cannot be brought up.
   bool ClearFaults(int server);

@@ -70,7 +70,9 @@ class Peer::Impl {
                   curl_slist* headers) {
     curl_easy_setopt(handle_, CURLOPT_URL, url.c_str());
     curl_easy_setopt(handle_, CURLOPT_PATH_AS_IS, 1L);
-    curl_easy_setopt(handle_, CURLOPT_PROXY, "");
+    curl_easy_setopt(handle_, CURLOPT_PROXY, trust_.proxy.c_str());
+    curl_easy_setopt(handle_, CURLOPT_NOPROXY, "");
+    curl_easy_setopt(handle_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle_, CURLOPT_TIMEOUT, kPatienceSeconds);
     curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, headers);

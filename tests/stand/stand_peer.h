@@ -36,11 +36,12 @@ struct Reply {
   std::int64_t Code() const { return ReadInteger(Payload(), "code").value_or(0); }
 };
 
-/// What a client trusts and shows with TLS, in PEM.
+/// What a client trusts and shows with TLS, in PEM, and the proxy that it uses, if any.
 struct PeerTrust {
-  std::string authority;
+  std::string authority{};
   std::string certificate{};
   std::string key{};
+  std::string proxy{};
 };
 
 /// A client that keeps its connection from one request to the next.
