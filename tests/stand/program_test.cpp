@@ -65,6 +65,21 @@ TEST(ProgramTest, ServesHttpsToItsClient) {
   EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
 }
 
+TEST(ProgramTest, RunsAProxyAndRequiresHeaders) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  Program program(folder, {"--dir", folder.Path("state"), "--proxy", "0", "--require-header", "X-A: b",
+                           "--url-file", file});
+  const KVMap urls = WaitForUrls(file);
+  const std::string proxy = ReadText(urls, "proxy").value_or("(none)");
+  const std::string url = ReadText(urls, "service").value_or("(none)") + "crypt/key/demo";
+  EXPECT_THAT(program.Out(), testing::HasSubstr("\nproxy " + proxy + "\n"));
+  Peer peer({"", "", "", proxy});
+  EXPECT_EQ(peer.Send("GET", url).status, 401);
+  EXPECT_EQ(peer.Send("GET", url, std::nullopt, {{"X-A", "b"}}).status, 200);
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
 TEST(ProgramTest, WarnsWhenOtherMachinesMayReachIt) {
   const Folder folder;
   const std::string file = folder.Path("urls.json");
