@@ -323,6 +323,12 @@ bool Stand::SetServerCertificate(int server, ServerCertificate type) {
   return impl_->Has(server) && impl_->Show(server, type);
 }
 
+bool Stand::EndConnections(int server) {
+  HttpServer* http = impl_->FindServer(server);
+  if (http != nullptr) http->EndConnections();
+  return http != nullptr;
+}
+
 std::string Stand::GetProxyUrl() const {
   return impl_->Has(kProxy) ? impl_->GetUrl(kProxy) : "";
 }

@@ -100,6 +100,10 @@ class Stand {
   /// no such server or it does not speak TLS.
   bool SetServerCertificate(int server, ServerCertificate type);
 
+  /// Ends the connections to a server that wait for a request at once, the others after their response, as
+  /// servers and the devices in front of them do with idle ones. False when there is no such server.
+  bool EndConnections(int server);
+
   /// URL of the proxy; empty without one.
   std::string GetProxyUrl() const;
   /// The latest tunnels and requests of the proxy, oldest first.
