@@ -184,5 +184,148 @@ TEST_F(Network, ReportsAHeaderThatTheCryptServiceMisses) {
   EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 0);
 }
 
+TEST_F(Network, GoesThroughAProxy) {
+  for (const bool tls : {false, true}) {
+    CryptStand::Options setup;
+    setup.tls = tls;
+    setup.proxyPort = 0;
+    Start(setup);
+    if (tls) {
+      scratch.Make("ca.pem", stand->GetServerAuthority());
+      Trust("ca.pem");
+    }
+    ASSERT_EQ(cryptcli_options_set_proxy(options.get(), stand->GetProxyUrl().c_str(), nullptr), CRYPTCLI_OK);
+    ExpectRoundTrip();
+    const auto records = stand->GetProxyRecords();
+    ASSERT_FALSE(records.empty());
+    for (const auto& record : records) EXPECT_EQ(record.method == "CONNECT", tls);
+    // A tunnel carries several requests.
+    if (!tls) {
+      EXPECT_EQ(records.size(), stand->GetEvents().size());
+    }
+  }
+}
+
+TEST_F(Network, ReportsAProxyThatRefuses) {
+  CryptStand::Options setup;
+  setup.proxyPort = 0;
+  Start(setup);
+  ASSERT_EQ(cryptcli_options_set_proxy(options.get(), stand->GetProxyUrl().c_str(), nullptr), CRYPTCLI_OK);
+  MakeClient();
+  const std::pair<int, cryptcli_status> rows[] = {{407, CRYPTCLI_UNAUTHORISED}, {502, CRYPTCLI_SERVER_ERROR}};
+  for (const auto& [status, code] : rows) {
+    SetFault(CryptStand::kProxy, {.type = FaultType::Status, .number = status});
+    const Outcome outcome = Encrypt("plain", "secret");
+    EXPECT_EQ(outcome.status, code) << outcome.Message();
+    EXPECT_EQ(cryptcli_error_http_status(outcome.error.get()), static_cast<std::uint32_t>(status));
+  }
+}
+
+TEST_F(Network, ReportsAProxyThatRefusesATunnel) {
+  CryptStand::Options setup;
+  setup.proxyPort = 0;
+  setup.tls = true;
+  Start(setup);
+  ASSERT_EQ(cryptcli_options_set_proxy(options.get(), stand->GetProxyUrl().c_str(), nullptr), CRYPTCLI_OK);
+  SetFault(CryptStand::kProxy, {.type = FaultType::Status, .number = 407});
+  const Outcome outcome = EncryptOnce();
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
+  EXPECT_THAT(outcome.Message(), AllOf(HasSubstr(Authority() + " through the proxy"), HasSubstr("407")));
+}
+
+TEST_F(Network, ConnectsAgainWhenServersHaveClosedConnections) {
+  StartSecured();
+  ExpectRoundTrip();
+  for (int i = 0; i < 3; ++i) {
+    for (int server = CryptStand::kCryptService; server < 3; ++server) {
+      ASSERT_TRUE(stand->EndConnections(server));
+    }
+    const Outcome outcome = Encrypt("plain", "secret");
+    EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  }
+}
+
+// Each response is the last one of its connection, and nothing says so: often the next request is on its way
+// when the end arrives. Whether a command was carried out is unknown then, so the caller decides.
+TEST_F(Network, ReportsOnlyRetryableFailuresWhenEachResponseIsTheLast) {
+  StartSecured();
+  SetFault(CryptStand::kCryptService, {.type = FaultType::Close});
+  SetKeyServerFaults({.type = FaultType::Close});
+  MakeClient();
+  for (int i = 0; i < 10; ++i) {
+    const Outcome outcome = Encrypt("plain", "secret");
+    if (outcome.status == CRYPTCLI_OK) continue;
+    EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
+    EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 1);
+    EXPECT_THAT(outcome.Message(), HasSubstr("may have been carried out and was not repeated"));
+  }
+  stand->ClearFaults(CryptStand::kCryptService);
+  for (int server = 0; server < 3; ++server) stand->ClearFaults(server);
+  EXPECT_EQ(Encrypt("plain", "secret").status, CRYPTCLI_OK);
+}
+
+TEST_F(Network, RepeatsAGetWhoseConnectionDies) {
+  StartSecured();
+  ExpectRoundTrip();
+  stand->ClearEvents();
+  SetFault(CryptStand::kCryptService, {.type = FaultType::Drop, .operation = "key", .uses = 1});
+  const Outcome outcome = Encrypt("plain", "secret");
+  EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  EXPECT_EQ(stand->GetEvents().at(0).outcome, "not served (fault)");
+  EXPECT_EQ(stand->GetEvents().at(1).operation, "key");
+}
+
+TEST_F(Network, SignsOnAnotherKeyServerWhenAConnectionDies) {
+  StartSecured();
+  MakeClient();
+  ASSERT_EQ(Encrypt("plain", "secret").status, CRYPTCLI_OK);
+  for (const auto& event : stand->GetEvents()) {
+    if (event.operation != "signRequest") continue;
+    SetFault(event.server, {.type = FaultType::Drop, .operation = "signRequest", .uses = 1});
+  }
+  stand->ClearEvents();
+  const Outcome outcome = Encrypt("plain", "secret");
+  EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  std::vector<std::pair<int, std::string>> signings;
+  for (const auto& event : stand->GetEvents()) {
+    if (event.operation == "signRequest") signings.emplace_back(event.server, event.outcome);
+  }
+  ASSERT_EQ(signings.size(), 2U);
+  EXPECT_EQ(signings[0].second, "not served (fault)");
+  EXPECT_EQ(signings[1].second, "ok");
+  EXPECT_NE(signings[0].first, signings[1].first) << "the transport itself repeats no command";
+}
+
+TEST_F(Network, DoesNotRepeatACommandWhoseConnectionDies) {
+  StartSecured();
+  MakeClient();
+  ASSERT_EQ(Encrypt("plain", "secret").status, CRYPTCLI_OK);
+  SetKeyServerFaults({.type = FaultType::Drop, .operation = "signRequest"});
+  stand->ClearEvents();
+  const Outcome outcome = Encrypt("plain", "secret");
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
+  EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 1);
+  EXPECT_THAT(outcome.Message(), HasSubstr("was closed"));
+  const auto events = stand->GetEvents();
+  const auto isSigning = [](const auto& event) { return event.operation == "signRequest"; };
+  EXPECT_EQ(std::count_if(events.begin(), events.end(), isSigning), 3) << "once on each key server";
+}
+
+TEST_F(Network, GivesUpSlowBytesAfterTheTotalTimeout) {
+  StartSecured();
+  cryptcli_options_set_timeout(options.get(), 300);
+  SetFault(CryptStand::kCryptService, {.type = FaultType::Trickle, .number = 50});
+  const Outcome outcome = EncryptOnce();
+  EXPECT_EQ(outcome.status, CRYPTCLI_TIMEOUT);
+  EXPECT_THAT(outcome.Message(), HasSubstr("Gave up waiting for " + Authority()));
+  EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 1);
+}
+
+TEST_F(Network, TakesSlowBytesWithinTheTotalTimeout) {
+  Start({});
+  SetFault(0, {.type = FaultType::Trickle, .operation = "status", .number = 1});
+  ExpectRoundTrip();
+}
+
 }  // namespace
 }  // namespace CInterface
