@@ -117,6 +117,7 @@ KVMap EventObject(const Event& event) {
   object.Set("outcome", PrintableVal(event.outcome));
   object.Set("faults", TextsVal(event.faults));
   object.Set("room", event.room.empty() ? Val() : PrintableVal(event.room));
+  object.Set("client", event.peer.empty() ? Val() : PrintableVal(event.peer));
   return object;
 }
 

@@ -36,6 +36,7 @@ struct Event {
   double durationMs = 0;
   std::string room{};                 ///< The room that the request is about; empty for none.
   std::vector<std::string> faults{};  ///< Names of the faults that were applied.
+  std::string peer{};                 ///< Subject of the client's TLS certificate; empty without one.
   /// Shared, since lists of events are copied often and the bodies are large. May be null.
   std::shared_ptr<const RecordedExchange> exchange{};
 

@@ -64,6 +64,7 @@ HttpReply Front::Respond(const HttpRequest& request, const Subject& subject, con
   event.status = served.reply.status;
   event.outcome = faults.empty() ? served.outcome : served.outcome + " (fault)";
   event.room = FindRoom(subject.id);
+  event.peer = request.peer;
   event.exchange = std::make_shared<const RecordedExchange>(RecordExchange(request, served.reply));
   event.durationMs =
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();

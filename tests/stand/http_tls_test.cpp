@@ -106,7 +106,7 @@ TEST_F(HttpTlsTest, ReportsThatTheClientDoesNotTrustTheCertificate) {
   EXPECT_THAT(WaitForFailure(), HasSubstr("unknown ca"));
 }
 
-TEST_F(HttpTlsTest, TellsTheHandlerWhoTheClientIs) {
+TEST_F(HttpTlsTest, GivesTheHandlerTheSubjectOfTheClient) {
   context_ = MakeContext(clientAuthority_.certificate.ToPEM());
   handler_ = [](const HttpRequest& request, const std::stop_token&) {
     HttpReply reply;

@@ -120,6 +120,7 @@ TEST_F(StandClientCertificateTest, LetsItsClientIn) {
   Peer peer({stand_.GetServerAuthority(), client.certificate.ToPEM(), client.key.ToPEM()});
   EXPECT_EQ(peer.Send("GET", KeyUrl()).status, 200);
   EXPECT_EQ(peer.Send("GET", Server("status")).status, 200);
+  for (const Event& event : stand_.GetEvents()) EXPECT_EQ(event.peer, "CN=Client,O=Development stand");
 }
 
 TEST_F(StandClientCertificateTest, RefusesOthersOnEveryServer) {
