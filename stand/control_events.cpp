@@ -1,11 +1,14 @@
 // The event log of the control interface: which requests came, what was in them, and what was sent back.
 #include "stand/control_events.h"
 
+#include <algorithm>
 #include <charconv>
+#include <strings.h>
 
 #include "foundation/encoding.h"
 #include "stand/control_access.h"
 #include "stand/control_json.h"
+#include "stand/required_headers.h"
 #include "stand/secrets.h"
 
 namespace CryptStand {
@@ -15,12 +18,26 @@ bool IsUtf8Body(const std::string& body) {
   return OruGuiBase::IsValidUTF8(body.data(), static_cast<std::uint32_t>(body.size()));
 }
 
-Val HeadersVal(const RecordedMessage& message, bool showsSecrets) {
+/// What a reader gets to see.
+struct Secrecy {
+  bool isShown = false;
+  std::vector<RequiredHeader> requiredHeaders{};  ///< Their values are credentials, whatever their names.
+
+  bool Hides(const std::string& header) const {
+    return !isShown &&
+           (IsSecretHeader(header) ||
+            std::any_of(requiredHeaders.begin(), requiredHeaders.end(), [&](const RequiredHeader& required) {
+              return strcasecmp(required.first.c_str(), header.c_str()) == 0;
+            }));
+  }
+};
+
+Val HeadersVal(const RecordedMessage& message, const Secrecy& secrecy) {
   OruGuiBase::Array<Val> headers;
   for (const auto& [name, value] : message.headers) {
     OruGuiBase::Array<Val> header;
     header.Append(PrintableVal(name));
-    header.Append(!showsSecrets && IsSecretHeader(name) ? TextVal(kHidden) : PrintableVal(value));
+    header.Append(secrecy.Hides(name) ? TextVal(kHidden) : PrintableVal(value));
     headers.Append(Val(header));
   }
   return Val(headers);
@@ -41,10 +58,10 @@ void AddBody(const RecordedMessage& message, bool showsSecrets, KVMap& object) {
   object.Set("json", showsSecrets && json.has_value() ? Val(*json) : hidden);
 }
 
-KVMap MessageObject(const RecordedMessage& message, bool showsSecrets) {
+KVMap MessageObject(const RecordedMessage& message, const Secrecy& secrecy) {
   KVMap object;
-  object.Set("headers", HeadersVal(message, showsSecrets));
-  AddBody(message, showsSecrets, object);
+  object.Set("headers", HeadersVal(message, secrecy));
+  AddBody(message, secrecy.isShown, object);
   object.Set("size", CountVal(message.size));
   object.Set("truncated", Val(message.isTruncated));
   return object;
@@ -90,9 +107,10 @@ HttpReply ServeEvent(ControlCall& call) {
   if (!event.has_value()) return NotFound("There is no such event, or no longer");
   KVMap object = EventObject(*event);
   const RecordedExchange exchange = event->exchange != nullptr ? *event->exchange : RecordedExchange();
-  KVMap response = MessageObject(exchange.response, showsSecrets);
+  const Secrecy secrecy = {showsSecrets, call.GetRealm().settings.GetRequiredHeaders()};
+  KVMap response = MessageObject(exchange.response, secrecy);
   response.Set("status", Val(std::int64_t{event->status}));
-  object.Set("request", Val(MessageObject(exchange.request, showsSecrets)));
+  object.Set("request", Val(MessageObject(exchange.request, secrecy)));
   object.Set("response", Val(response));
   return JsonReply(object);
 }

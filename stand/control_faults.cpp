@@ -62,6 +62,15 @@ void CheckCertificate(ControlCall& call, const Fault& fault) {
   }
 }
 
+// The proxy does not look into what it forwards.
+void CheckProxy(ControlCall& call, const Fault& fault) {
+  constexpr FaultType kTypes[] = {FaultType::Down, FaultType::Slow, FaultType::Status, FaultType::Drop};
+  if (std::find(std::begin(kTypes), std::end(kTypes), fault.type) != std::end(kTypes)) return;
+  std::vector<std::string> names;
+  for (const FaultType type : kTypes) names.emplace_back(NameOf(type));
+  call.input.Refuse("fault", "The proxy knows only the faults that are allowed", std::move(names));
+}
+
 Fault ReadFault(ControlCall& call) {
   Fault fault;
   fault.type = FindFaultType(call.input.ReadChoice("fault", FaultNames())).value_or(FaultType::Status);
@@ -78,10 +87,11 @@ Fault ReadFault(ControlCall& call) {
 }
 
 HttpReply AddFault(ControlCall& call) {
-  const auto servers = ReadServers(call);
+  const auto servers = ReadServersOrProxy(call);
   const Fault fault = ReadFault(call);
   if (fault.type == FaultType::Down) CheckDown(call, servers);
   if (fault.type == FaultType::ServerCertificate) CheckCertificate(call, fault);
+  if (std::find(servers.begin(), servers.end(), kProxy) != servers.end()) CheckProxy(call, fault);
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
   OruGuiBase::Array<Val> ids;
   for (const int server : servers) {
@@ -98,7 +108,8 @@ HttpReply ClearFaults(ControlCall& call) {
   for (int server = 0; server < call.environment.GetServers().CountKeyServers(); ++server) {
     servers.push_back(server);
   }
-  if (call.input.Has("server")) servers = ReadServers(call);
+  if (call.environment.GetServers().GetProxy() != nullptr) servers.push_back(kProxy);
+  if (call.input.Has("server")) servers = ReadServersOrProxy(call);
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
   bool isUp = true;
   for (const int server : servers) isUp = call.environment.ClearFaults(server) && isUp;
@@ -146,7 +157,8 @@ std::vector<ControlRoute> FaultRoutes() {
           {"POST",
            "/stand/v1/faults",
            "sets a fault; one of the same type for the same operation is replaced",
-           {{"server", "\"crypt\", the index or the URL of a key server, or \"all\" key servers", true},
+           {{"server", "\"crypt\", \"proxy\", the index or the URL of a key server, or \"all\" key servers",
+             true},
             {"fault", "name of the type", true},
             {"operation", "concerns this operation alone, as events name it; empty for all"},
             {"uses", "applies to so many requests; 0 until it is cleared"},

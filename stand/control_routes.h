@@ -47,17 +47,20 @@ std::vector<ControlRoute> GroupRoutes();
 std::vector<ControlRoute> ListRoutes();
 std::vector<ControlRoute> SettingRoutes();
 std::vector<ControlRoute> EventRoutes();
+std::vector<ControlRoute> ProxyRoutes();
 
 /// What the routes have in common. DoneReply() is {}.
 HttpReply DoneReply();
 HttpReply NotFound(std::string message);
 HttpReply Conflict(const char* member, std::string message);
 HttpReply CannotStore();
-/// "crypt", or the index of a key server, as requests and replies name it.
+/// "crypt", "proxy", or the index of a key server, as requests and replies name it.
 std::string ServerName(int server);
 /// The servers that "server" names: "crypt", an index (as a string or a number), a URL, or "all" for each key
 /// server. Empty after a failure, which is recorded in the input.
 std::vector<int> ReadServers(ControlCall& call);
+/// The same, and "proxy" where there is one.
+std::vector<int> ReadServersOrProxy(ControlCall& call);
 
 /// The parts of GET /stand/v1/state that have resources of their own.
 Val FaultsVal(Environment& environment);

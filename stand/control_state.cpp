@@ -93,7 +93,7 @@ const std::vector<ControlRoute>& GetControlRoutes() {
   static const std::vector<ControlRoute> routes = [] {
     std::vector<ControlRoute> all;
     for (const auto& part : {StateRoutes(), FaultRoutes(), RoomRoutes(), GroupRoutes(), ListRoutes(),
-                             SettingRoutes(), EventRoutes()}) {
+                             SettingRoutes(), EventRoutes(), ProxyRoutes()}) {
       all.insert(all.end(), part.begin(), part.end());
     }
     return all;
@@ -119,28 +119,46 @@ HttpReply CannotStore() {
 }
 
 std::string ServerName(int server) {
+  if (server == kProxy) return "proxy";
   return server == kCryptService ? "crypt" : std::to_string(server);
 }
 
-std::vector<int> ReadServers(ControlCall& call) {
+namespace {
+
+// Key servers and `others`, for a member that names some of them.
+std::vector<int> ReadServersAnd(ControlCall& call, const std::vector<int>& others) {
   const Servers& servers = call.environment.GetServers();
   const Val value = call.input.Get("server");
   const bool isNumber = value.GetType() == OruGuiBase::ValType::Integer;
   const std::string name = isNumber ? std::to_string(value.AsInteger()) : call.input.ReadString("server");
   std::vector<int> all;
-  std::vector<std::string> allowed = {"crypt", "all"};
+  std::vector<std::string> allowed = {"all"};
   for (int server = 0; server < servers.CountKeyServers(); ++server) {
     all.push_back(server);
     allowed.push_back(ServerName(server));
   }
   if (name == "all") return all;
-  all.push_back(kCryptService);
+  for (const int other : others) {
+    all.push_back(other);
+    allowed.push_back(ServerName(other));
+  }
   const auto found = std::find_if(all.begin(), all.end(), [&](int server) {
     return name == ServerName(server) || name == servers.GetUrl(server);
   });
   if (found != all.end()) return {*found};
   call.input.Refuse("server", "\"server\" must be one of those that are allowed, or a server's URL", allowed);
   return {};
+}
+
+}  // namespace
+
+std::vector<int> ReadServers(ControlCall& call) {
+  return ReadServersAnd(call, {kCryptService});
+}
+
+std::vector<int> ReadServersOrProxy(ControlCall& call) {
+  const bool hasProxy = call.environment.GetServers().GetProxy() != nullptr;
+  return hasProxy ? ReadServersAnd(call, {kCryptService, kProxy}) : ReadServers(call);
 }
 
 }  // namespace CryptStand

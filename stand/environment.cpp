@@ -87,6 +87,10 @@ bool Environment::Reset() {
     servers_.Show(server, ServerCertificate::Good);
     isUp = BringUp(server) && isUp;
   }
+  if (servers_.GetProxy() != nullptr) {
+    servers_.GetProxy()->ClearRecords();
+    isUp = BringUp(kProxy) && isUp;
+  }
   realm_.log.Reset();
   realm_.log.NoteChange();
   return isUp;

@@ -31,8 +31,7 @@ class Servers {
   virtual ForwardProxy* GetProxy() const = 0;
 
   bool Has(int server) const {
-    return server == kProxy ? GetProxy() != nullptr
-                            : server >= kCryptService && server < CountKeyServers();
+    return server == kProxy ? GetProxy() != nullptr : server >= kCryptService && server < CountKeyServers();
   }
 };
 

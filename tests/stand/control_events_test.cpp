@@ -31,6 +31,15 @@ class ControlEventsTest : public ControlTest {
   }
 };
 
+TEST_F(ControlEventsTest, HidesHeadersThatAreRequired) {
+  stand_.GetSettings().SetRequiredHeaders({{"X-Tenant", "seven"}});
+  Peer().Send("GET", Service("crypt/key/demo"), {}, {{"x-tenant", "seven"}});
+  EXPECT_THAT(ReadEvent("1", "").body, Not(HasSubstr("seven")));
+  EXPECT_THAT(
+      Peer().Send("GET", Path("events/1?secrets=shown"), {}, {{"Authorization", Authorization()}}).body,
+      HasSubstr("seven"));
+}
+
 TEST_F(ControlEventsTest, FiltersEvents) {
   Get(Server("status?1", 0));
   Get(Server("certstore", 1));
