@@ -9,6 +9,7 @@
 #include "stand/folder_lock.h"
 #include "stand/front.h"
 #include "stand/key_server.h"
+#include "stand/page.h"
 #include "stand/required_headers.h"
 #include "stand/socket.h"
 #include "stand/text_file.h"
@@ -251,6 +252,7 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
 }
 
 HttpReply Stand::Impl::ServeCrypt(const HttpRequest& request, const std::stop_token& stop) {
+  if (IsPageRequest(request)) return control.RefuseForeign(request).value_or(ServePage(request));
   if (Control::IsFor(request)) return control.Serve(request, stop);
   const auto route = CryptService::FindRoute(request);
   const Subject subject = route.has_value() ? Subject{route->operation, route->id} : Subject();
