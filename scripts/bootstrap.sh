@@ -25,6 +25,7 @@ packages=(
 if [ "${1:-}" = --test ]; then
   packages+=(gpgsm gpg-agent libnss3-tools libbcpkix-java default-jdk-headless)
   packages+=(python3-cryptography-vectors python3-simplejson)
+  packages+=(chromium chromium-driver python3-selenium) # the page of the local test environment in a browser
   packages+=(python3-pytest python3-distributed mypy python3-pip python3-setuptools python3-wheel)
 fi
 if [ "${1:-}" = --ci ]; then

@@ -1,0 +1,103 @@
+"""The local test environment and the command, as somebody runs them who has the page open."""
+
+from __future__ import annotations
+
+import json
+import os
+import subprocess
+import time
+import urllib.request
+from pathlib import Path
+from typing import Any, Optional
+
+# Whatever proxy the environment names, the servers are on this machine.
+_OPENER = urllib.request.build_opener(urllib.request.ProxyHandler({}))
+_START_SECONDS = 60
+
+
+class Environment:
+    """A running cryptstand, with its folder below `folder`."""
+
+    def __init__(self, folder: Path, *options: str) -> None:
+        self._folder = folder
+        self._options = options
+        self.start()
+
+    def start(self) -> None:
+        urls = self._folder / "urls.json"
+        urls.unlink(missing_ok=True)
+        self._log = open(self._folder / "stand.log", "ab")
+        self._process = subprocess.Popen(
+            [os.environ["CRYPTSTAND"], "--dir", self._folder / "stand", "--url-file", urls, *self._options],
+            stdout=self._log,
+            stderr=self._log,
+        )
+        deadline = time.monotonic() + _START_SECONDS
+        while not urls.exists():
+            if self._process.poll() is not None or time.monotonic() > deadline:
+                self.stop()
+                raise RuntimeError((self._folder / "stand.log").read_text())
+            time.sleep(0.05)
+        found = json.loads(urls.read_text())
+        self.service: str = found["service"]
+        self.token: str = found["token"]
+        self.page: str = found["page"]
+
+    def stop(self) -> None:
+        self._process.terminate()
+        self._process.wait()
+        self._log.close()
+
+    def call(self, method: str, path: str, body: Optional[Any] = None) -> Any:
+        """Asks the control interface, past the page."""
+        request = urllib.request.Request(
+            f"{self.service}stand/v1/{path}",
+            None if body is None else json.dumps(body).encode(),
+            {"Authorization": f"Bearer {self.token}", "Content-Type": "application/json"},
+            method=method,
+        )
+        with _OPENER.open(request, timeout=60) as response:
+            return json.load(response)
+
+    def get(self, path: str) -> None:
+        """Asks the crypt service, whatever it responds."""
+        try:
+            _OPENER.open(self.service + path, timeout=60).close()
+        except urllib.error.HTTPError:
+            pass
+
+
+class Command:
+    """Runs cryptcli in a folder with a file to protect."""
+
+    def __init__(self, environment: Environment, folder: Path) -> None:
+        self._service = environment.service
+        self.folder = folder
+        (folder / "plain").write_bytes(b"the plain bytes of a file")
+
+    def run(self, verb: str, source: str, target: str, room: str, *options: str) -> subprocess.CompletedProcess[str]:
+        arguments = ["--service", self._service, "--room", room, "--force", *options]
+        return subprocess.run(
+            [os.environ["CRYPTCLI"], verb, *arguments, self.folder / source, self.folder / target],
+            capture_output=True,
+            text=True,
+            timeout=60,
+            check=False,
+        )
+
+    def protect(self, room: str = "demo", *options: str) -> subprocess.CompletedProcess[str]:
+        return self.run("encrypt", "plain", "protected.p7m", room, *options)
+
+    def open(self, room: str = "demo", *options: str) -> subprocess.CompletedProcess[str]:
+        return self.run("decrypt", "protected.p7m", "opened", room, *options)
+
+    def meets(self, reason: str, verb: str, source: str, target: str, room: str = "demo") -> bool:
+        """Whether the trace gives this reason, with which the command may have ended or not: a client has its own
+        means against some faults."""
+        arguments = ["--service", self._service, "--room", room, "--force", "--trace", "1"]
+        command = [os.environ["CRYPTCLI"], verb, *arguments, self.folder / source, self.folder / target]
+        with subprocess.Popen(command, stderr=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True) as process:
+            assert process.stderr is not None
+            found = any(reason in line for line in process.stderr)
+            process.terminate()
+        return found
