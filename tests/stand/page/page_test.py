@@ -117,3 +117,188 @@ def test_a_fault_ends_after_its_uses(page: Page, environment: Environment) -> No
         environment.get("crypt/key/demo")
     page.wait(lambda: page.row("Faults set", "status") == "")
     assert [row[5] for row in exchanges(page)] == ["502", "502"]
+
+
+class TestForm:
+    def test_asks_for_what_the_fault_uses(self, page: Page) -> None:
+        page.press("Set a fault …")
+        page.fill({"Fault": "slow"})
+        assert page.field("Number").is_displayed()
+        assert not page.field("Text").is_displayed()
+        page.fill({"Fault": "wrong-date"})
+        assert page.field("Text").is_displayed()
+        assert page.text("#dialog-about") != ""
+
+    def test_shows_what_the_server_refuses(self, page: Page) -> None:
+        page.expects_refusals = True
+        page.press("Set a clock …")
+        page.fill({"Seconds ahead": "99999999999999"})
+        page.driver.find_element(By.ID, "dialog-submit").click()
+        page.wait(lambda: "seconds" in page.text("#dialog-error"))
+        assert page.field("Seconds ahead").get_attribute("aria-invalid") == "true"
+        assert page.driver.switch_to.active_element == page.field("Seconds ahead")
+
+    def test_checks_before_it_sends(self, page: Page) -> None:
+        page.press("New room …")
+        page.driver.find_element(By.ID, "dialog-submit").click()
+        assert page.is_form_open()
+        assert page.field("Room").get_attribute("aria-invalid") == "true"
+
+
+class TestRooms:
+    def test_a_new_room_can_be_locked(self, page: Page, command: Command) -> None:
+        page.submit("New room …", {"Room": "drawings"})
+        page.wait(lambda: "none yet" in page.row("Rooms and keys", "drawings"))
+        assert command.protect("drawings").returncode == 0
+        page.wait(lambda: "CN=" in page.row("Rooms and keys", "drawings"))
+        page.turn("drawings: Locked", True)
+        refused = command.open("drawings")
+        assert refused.returncode != 0
+        assert "locked" in refused.stderr.lower()
+
+    def test_a_certificate_expires(self, page: Page, command: Command) -> None:
+        assert command.protect().returncode == 0
+        page.wait(lambda: "CN=" in page.row("Rooms and keys", "demo"))
+        page.submit("Expire a certificate …", {"Room": "demo"})
+        page.wait(lambda: page.row("Rooms and keys", "demo").count("expired") == 2)
+        assert command.meets("certificate has expired", "encrypt", "plain", "protected.p7m")
+
+    def test_names_are_shown_as_text(self, page: Page, environment: Environment) -> None:
+        page.submit("New room …", {"Room": MARKUP})
+        page.wait(lambda: page.row("Rooms and keys", MARKUP) != "")
+        environment.get("crypt/key/%3Cimg%20src=x%20onerror=alert(1)%3E")
+        environment.get("<b>bold")
+        page.wait(lambda: len(exchanges(page)) == 2)
+        assert page.run("return document.querySelectorAll('img, b').length") == 0
+        assert page.driver.title == "cryptstand"
+
+
+def test_authorities_and_integrity_keys_are_renewed(page: Page) -> None:
+    count = "return document.querySelectorAll(arguments[0]).length"
+    for authority, member in {"issuing": "truststore", "intermediate": "certstore"}.items():
+        rows = f"[data-key={member}] tbody tr"
+        before = page.run(count, rows)
+        page.submit("Renew the CA …", {"Authority": authority})
+        page.wait(lambda: page.run(count, rows) == before + 1, authority)
+    keys = page.run(count, "#groups li")
+    page.press("New integrity key for QOB.1.100.1")
+    page.wait(lambda: page.run(count, "#groups li") == keys + 1)
+    assert page.row("Groups", "Demo group").count("in use") == 1
+
+
+def test_lists_are_replaced_and_restored(page: Page) -> None:
+    page.submit("Replace Certificates (certstore)", {"Key servers return": MARKUP})
+    page.wait(lambda: page.text("[data-key=certstore] pre") == MARKUP)
+    page.press("Restore Certificates (certstore)")
+    page.wait(lambda: page.run("return document.querySelector('[data-key=certstore] pre') === null"))
+    page.submit("Integrity list …", {"List": "empty"})
+    page.wait(lambda: page.text("#lists strong") == "empty")
+
+
+class TestLog:
+    @pytest.fixture(autouse=True)
+    def exchanged(self, page: Page, command: Command) -> None:
+        assert command.protect().returncode == 0
+        page.wait(lambda: any(row[3] == "signRequest" for row in exchanges(page)))
+
+    def test_opens_to_request_and_response(self, page: Page, environment: Environment) -> None:
+        page.driver.find_element(By.ID, "filter-text").send_keys("signRequest")
+        page.wait(lambda: len(exchanges(page)) == 1)
+        page.driver.find_element(By.CSS_SELECTOR, ".open").click()
+        page.wait(lambda: "Response" in page.text(".detail"))
+        detail = page.text(".detail")
+        assert "POST /rest/json" in detail and '"type": "signRequest"' in detail and "signResponse" in detail
+        assert "<hidden>" in detail
+        page.driver.find_element(By.CSS_SELECTOR, ".detail .button").click()
+        page.wait(lambda: "Hide secrets" in page.text(".detail"))
+        assert "<hidden>" not in page.text(".detail")
+        page.driver.find_element(By.CSS_SELECTOR, ".open").click()
+        page.wait(lambda: page.run("return document.querySelector('.detail') === null"))
+
+    def test_filters(self, page: Page, environment: Environment) -> None:
+        environment.get("crypt/key/nowhere")
+        page.wait(lambda: any("nowhere" in " ".join(row) or row[6] != "ok" for row in exchanges(page)))
+        everything = len(exchanges(page))
+        page.driver.find_element(By.XPATH, "//select[@id='filter-outcome']/option[.='Only refused']").click()
+        page.wait(lambda: len(exchanges(page)) == 1)
+        page.driver.find_element(By.XPATH, "//select[@id='filter-outcome']/option[.='All outcomes']").click()
+        page.driver.find_element(By.XPATH, "//select[@id='filter-server']/option[.='Crypt service']").click()
+        page.wait(lambda: 1 < len(exchanges(page)) < everything)
+        assert {row[2] for row in exchanges(page)} == {"Crypt service"}
+        page.driver.find_element(By.ID, "filter-text").send_keys("nothing like it")
+        page.wait(lambda: "No exchange matches" in page.text("#log"))
+
+    def test_waits_while_paused(self, page: Page, environment: Environment) -> None:
+        before = len(exchanges(page))
+        page.press("Pause")
+        environment.get("crypt/key/demo")
+        page.press("Resume (1 new)")
+        page.wait(lambda: len(exchanges(page)) == before + 1)
+
+    def test_is_cleared_for_everybody(self, page: Page, environment: Environment) -> None:
+        page.press("Clear")
+        page.wait(lambda: "No exchanges yet" in page.text("#log"))
+        assert environment.call("GET", "events")["events"] == []
+
+
+def test_reset_goes_back_to_the_start(page: Page, command: Command) -> None:
+    assert command.protect().returncode == 0
+    page.submit("New room …", {"Room": "drawings"})
+    page.turn("Key server 2 up", False)
+    page.submit("Set a clock …", {"Server": "Key server 1", "Seconds ahead": "-90000"})
+    page.wait(lambda: "1 d 1 h behind" in page.row("Servers", "Key server 1"))
+    page.submit("Reset …")
+    page.wait(lambda: page.is_on("Key server 2 up") and page.row("Rooms and keys", "drawings") == "")
+    assert "exact" in page.row("Servers", "Key server 1")
+    assert "none yet" in page.row("Rooms and keys", "demo")
+    assert "No exchanges yet" in page.text("#log")
+
+
+def test_a_change_elsewhere_shows_here(page: Page, environment: Environment) -> None:
+    environment.call("POST", "faults", {"server": "0", "fault": "down"})
+    page.wait(lambda: not page.is_on("Key server 0 up"))
+    environment.call("POST", "rooms", {"room": "elsewhere"})
+    page.wait(lambda: page.row("Rooms and keys", "elsewhere") != "")
+
+
+def test_the_page_comes_back_after_a_restart(tab: Page, tmp_path: Path) -> None:
+    tab.expects_refusals = True
+    environment = Environment(tmp_path, "--port", "47080", "--control-token", "0123456789abcdef0123456789abcdef")
+    try:
+        tab.open(environment.page)
+        environment.stop()
+        tab.wait(lambda: "No connection" in tab.text("#connection"))
+        environment.start()
+        tab.wait(lambda: tab.text("#connection") == "Live")
+        tab.turn("Key server 0 up", False)
+    finally:
+        environment.stop()
+
+
+class TestKeyboard:
+    def tab_to(self, page: Page, name: str) -> None:
+        """Presses the tabulator until the control with this name has the focus, as somebody without a mouse does."""
+        for _ in range(60):
+            page.driver.switch_to.active_element.send_keys(Keys.TAB)
+            active = page.driver.switch_to.active_element
+            if name in (active.get_attribute("aria-label"), active.text):
+                return
+        raise AssertionError(f"{name} cannot be reached")
+
+    def test_turns_a_switch_and_keeps_the_focus(self, page: Page) -> None:
+        self.tab_to(page, "Key server 1 up")
+        outline = page.run("return getComputedStyle(document.activeElement).outlineStyle")
+        assert outline == "solid"
+        page.driver.switch_to.active_element.send_keys(Keys.SPACE)
+        page.wait(lambda: not page.is_on("Key server 1 up"))
+        assert page.driver.switch_to.active_element == page.button("Key server 1 up")
+        page.driver.switch_to.active_element.send_keys(Keys.SPACE)
+        page.wait(lambda: page.is_on("Key server 1 up"))
+
+    def test_leaves_a_form_with_escape(self, page: Page) -> None:
+        self.tab_to(page, "Set a fault …")
+        page.driver.switch_to.active_element.send_keys(Keys.ENTER)
+        page.wait(page.is_form_open)
+        page.driver.switch_to.active_element.send_keys(Keys.ESCAPE)
+        page.wait(lambda: not page.is_form_open())
+        assert page.driver.switch_to.active_element == page.button("Set a fault …")
