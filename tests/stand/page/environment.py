@@ -4,6 +4,8 @@ from __future__ import annotations
 
 import json
 import os
+import random
+import socket
 import subprocess
 import time
 import urllib.request
@@ -13,6 +15,19 @@ from typing import Any, Optional
 # Whatever proxy the environment names, the servers are on this machine.
 _OPENER = urllib.request.build_opener(urllib.request.ProxyHandler({}))
 _START_SECONDS = 60
+
+
+def free_port() -> int:
+    """A port that is free and has three free ones after it, below those that systems give to clients."""
+    for port in random.sample(range(15000, 30000, 4), 100):
+        try:
+            for one in range(port, port + 4):
+                with socket.socket() as probe:
+                    probe.bind(("127.0.0.1", one))
+            return port
+        except OSError:
+            continue
+    raise RuntimeError("no free ports")
 
 
 class Environment:

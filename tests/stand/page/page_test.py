@@ -6,7 +6,7 @@ from pathlib import Path
 
 import pytest
 from browser import Page
-from environment import Command, Environment
+from environment import Command, Environment, free_port
 from selenium import webdriver
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
@@ -263,7 +263,7 @@ def test_a_change_elsewhere_shows_here(page: Page, environment: Environment) -> 
 
 def test_the_page_comes_back_after_a_restart(tab: Page, tmp_path: Path) -> None:
     tab.expects_refusals = True
-    environment = Environment(tmp_path, "--port", "47080", "--control-token", "0123456789abcdef0123456789abcdef")
+    environment = Environment(tmp_path, "--port", str(free_port()), "--control-token", "0123456789abcdef" * 2)
     try:
         tab.open(environment.page)
         environment.stop()
