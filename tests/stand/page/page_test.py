@@ -240,6 +240,13 @@ class TestLog:
         page.wait(lambda: "No exchanges yet" in page.text("#log"))
         assert environment.call("GET", "events")["events"] == []
 
+    def test_clearing_loses_nothing_that_comes_after(self, page: Page, environment: Environment) -> None:
+        for _ in range(10):
+            page.press("Clear")
+            for _ in range(10):
+                environment.get("crypt/key/demo")
+            page.wait(lambda: len(exchanges(page)) == len(environment.call("GET", "events")["events"]))
+
 
 def test_reset_goes_back_to_the_start(page: Page, command: Command) -> None:
     assert command.protect().returncode == 0
