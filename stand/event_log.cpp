@@ -19,16 +19,18 @@ bool EventFilter::Matches(const Event& event) const {
          (!isGood.has_value() || event.IsGood() == *isGood);
 }
 
-void EventLog::Add(Event event) {
+std::uint64_t EventLog::Add(Event event) {
+  std::uint64_t number = 0;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    event.number = ++count_;
+    number = event.number = ++count_;
     ++requests_[event.server];
     weight_ += WeightOf(event);
     events_.push_back(std::move(event));
     while (events_.size() > kCapacity || (weight_ > kMaxWeight && events_.size() > 1)) DropFirst();
   }
   news_.notify_all();
+  return number;
 }
 
 void EventLog::DropFirst() {

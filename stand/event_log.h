@@ -70,7 +70,8 @@ class EventLog {
   /// Limit of all recorded exchanges together. The latest event is kept whatever its size.
   static constexpr std::size_t kMaxWeight = 64U << 20U;
 
-  void Add(Event event);
+  /// Returns the number that the event got.
+  std::uint64_t Add(Event event);
   std::vector<Event> Get() const;
   EventPage Get(const EventFilter& filter) const;
   std::optional<Event> Find(std::uint64_t number) const;
