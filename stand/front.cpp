@@ -69,9 +69,10 @@ HttpReply Front::Respond(const HttpRequest& request, const Subject& subject, con
   event.durationMs =
       std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
   // Before the reply is sent: a client that has its response finds the event in the log.
-  realm_.log.Add(std::move(event));
+  event.number = realm_.log.Add(event);
   // Followers then read the state again: the uses of a fault, or the keys of a room.
   if (!faults.empty() || ChangesState(subject.operation)) realm_.log.NoteChange();
+  Record(realm_.recording, event, request, served.reply);
   return std::move(served.reply);
 }
 

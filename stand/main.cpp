@@ -179,6 +179,8 @@ ExitCode RunCommand(int argc, char** argv) {
   app.add_option("--port", options.port, "Port of the crypt service; the key servers take those after it")
       ->check(CLI::Range(1, 65535));
   app.add_option("--room", options.rooms, "A room; may be given several times")->allow_extra_args(false);
+  app.add_option("--record", options.recordFile,
+                 "File that each exchange is appended to as JSON, with all secrets of the environment");
   app.add_option("--url-file", urlFile, "File that gets the addresses as JSON once all servers are up");
   app.add_option("--control-token", options.controlToken, "What changes need; random if left out")
       ->check([](const std::string& token) {

@@ -6,6 +6,7 @@
 #include "stand/authority.h"
 #include "stand/event_log.h"
 #include "stand/faults.h"
+#include "stand/recording.h"
 #include "stand/rooms.h"
 #include "stand/settings.h"
 #include "stand/store.h"
@@ -27,6 +28,7 @@ struct Realm {
   Tokens tokens;
   Faults faults;
   EventLog log;
+  Recording recording;
 };
 
 }  // namespace CryptStand

@@ -10,6 +10,7 @@
 #include "stand/front.h"
 #include "stand/key_server.h"
 #include "stand/page.h"
+#include "stand/recording_lines.h"
 #include "stand/required_headers.h"
 #include "stand/socket.h"
 #include "stand/text_file.h"
@@ -59,6 +60,7 @@ class Stand::Impl : public Servers {
   std::string GetHost() const;
   std::string UrlOf(const HttpServer& server) const;
   bool Bind(std::string& error);
+  bool OpenRecording(std::string& error);
   bool BindKeyServer(int index, std::string& error);
   HttpReply ServeCrypt(const HttpRequest& request, const std::stop_token& stop);
 
@@ -251,6 +253,13 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
   return true;
 }
 
+// After Bind(): the first line has the addresses.
+bool Stand::Impl::OpenRecording(std::string& error) {
+  if (options.recordFile.empty()) return true;
+  const std::string start = MakeStartLine(GetUrl(kCryptService), realm.settings.GetKeyServerUrls());
+  return realm.recording.Open(options.recordFile, start, error);
+}
+
 HttpReply Stand::Impl::ServeCrypt(const HttpRequest& request, const std::stop_token& stop) {
   if (IsPageRequest(request)) return control.RefuseForeign(request).value_or(ServePage(request));
   if (Control::IsFor(request)) return control.Serve(request, stop);
@@ -269,6 +278,7 @@ bool Stand::Impl::Start(std::string& error) {
   failure = LockFolder(error);
   if (failure == StartFailure::None && !Bind(error)) failure = StartFailure::Port;
   if (failure == StartFailure::None && !SetUpHeaders(error)) failure = StartFailure::Other;
+  if (failure == StartFailure::None && !OpenRecording(error)) failure = StartFailure::Other;
   if (failure == StartFailure::None) failure = SetUp(error);
   if (failure != StartFailure::None) return false;
   failure = StartFailure::Other;

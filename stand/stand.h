@@ -46,6 +46,8 @@ struct Options {
   std::string controlToken{};
   /// Names besides those of loopback under which the page and the control interface may be reached.
   std::vector<std::string> allowedHosts{};
+  /// Gets a line for each exchange, with its secrets; see Recording. Empty for none.
+  std::string recordFile{};
   /// Whether all servers speak TLS, with certificates that they make. The certificate of their authority is
   /// written to "server-ca.pem" in the folder.
   bool tls = false;
