@@ -1,0 +1,164 @@
+// Recordings that the program made, replayed without it.
+#include <cryptcli/cryptcli.hpp>
+#include <cryptstand/environment.h>
+#include <cryptstand/replay.h>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace StandFixture {
+namespace {
+
+using cryptstand::Replay;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+constexpr const char* kStart = R"({"recording":"cryptstand","version":1,"service":"http://127.0.0.1:1/",)"
+                               R"("keyservers":["http://127.0.0.1:2","http://127.0.0.1:3"]})"
+                               "\n";
+
+// A line of a recording. Bodies are JSON.
+std::string Line(int number, const std::string& server, const std::string& method, const std::string& target,
+                 const std::string& request, const std::string& response) {
+  const auto quoted = [](std::string text) {
+    for (std::size_t at = 0; (at = text.find('"', at)) != std::string::npos; at += 2) text.insert(at, "\\");
+    return '"' + text + '"';
+  };
+  return R"({"number":)" + std::to_string(number) + R"(,"server":")" + server + R"(","method":")" + method +
+         R"(","target":")" + target + R"(","request":{"headers":[],"body":)" + quoted(request) +
+         R"(},"response":{"status":200,"headers":[["Date","today"]],"body":)" + quoted(response) +
+         R"(,"isWhole":true}})"
+         "\n";
+}
+
+class ReplayTest : public testing::Test {
+ protected:
+  ReplayTest() {
+    std::string folder = testing::TempDir() + "replay-test-XXXXXX";
+    if (mkdtemp(folder.data()) != nullptr) folder_ = folder;
+  }
+  ~ReplayTest() override { std::filesystem::remove_all(folder_); }
+
+  std::string Path(const std::string& name) const { return folder_ + "/" + name; }
+  std::string Write(const std::string& text) const {
+    std::ofstream(Path("recording")) << text;
+    return Path("recording");
+  }
+  cryptcli::Result<Replay> Load(const std::string& text) const { return Replay::Load(Write(text)); }
+  /// The body of the response, or the reason why there is none.
+  static std::string Send(const Replay& replay, std::string_view method, std::string_view url,
+                          std::string_view body = "") {
+    const auto response = replay(cryptcli::HttpRequest{.method = method, .url = url, .body = body});
+    return response.has_value() ? response->body : response.error().message;
+  }
+
+ private:
+  std::string folder_;
+};
+
+TEST_F(ReplayTest, RespondsAsRecorded) {
+  const auto replay = Load(kStart + Line(1, "crypt", "GET", "/crypt/key/demo", "", R"({"room":"demo"})"));
+  ASSERT_TRUE(replay.has_value()) << replay.error().message;
+  EXPECT_EQ(replay->GetService(), "http://127.0.0.1:1/");
+  EXPECT_THAT(replay->GetKeyServers(), testing::ElementsAre("http://127.0.0.1:2", "http://127.0.0.1:3"));
+  EXPECT_EQ(replay->CountUnused(), 1U);
+  const auto response = (*replay)({.method = "GET", .url = "http://127.0.0.1:1/crypt/key/demo"});
+  ASSERT_TRUE(response.has_value()) << response.error().message;
+  EXPECT_EQ(response->status, 200U);
+  EXPECT_EQ(response->body, R"({"room":"demo"})");
+  ASSERT_EQ(response->headers.size(), 1U);
+  EXPECT_EQ(response->headers[0].name + ":" + response->headers[0].value, "Date:today");
+  EXPECT_EQ(replay->CountUnused(), 0U);
+}
+
+TEST_F(ReplayTest, RespondsToEqualRequestsInTheirOrder) {
+  const auto replay = Load(kStart + Line(1, "0", "POST", "/rest/json", "{}", "first") +
+                           Line(2, "1", "POST", "/rest/json", "{}", "second"));
+  EXPECT_EQ(Send(*replay, "POST", "http://127.0.0.1:3/rest/json", "{}"), "first");
+  EXPECT_EQ(Send(*replay, "POST", "http://127.0.0.1:3/rest/json", "{}"), "second");
+  EXPECT_THAT(Send(*replay, "POST", "http://127.0.0.1:3/rest/json", "{}"),
+              EndsWith("POST /rest/json of a key server, and no other exchange"));
+}
+
+TEST_F(ReplayTest, PrefersARequestWithTheSameBody) {
+  const auto replay = Load(kStart + Line(1, "crypt", "POST", "/crypt/key/demo", R"({"id":1})", "first") +
+                           Line(2, "crypt", "POST", "/crypt/key/demo", R"({"id":2})", "second"));
+  EXPECT_EQ(Send(*replay, "POST", "http://127.0.0.1:1/crypt/key/demo", R"({"id":2})"), "second");
+  EXPECT_EQ(Send(*replay, "POST", "http://127.0.0.1:1/crypt/key/demo", R"({"id":3})"), "first");
+}
+
+TEST_F(ReplayTest, RepeatsStatusAndListsAlone) {
+  const auto replay = Load(kStart + Line(1, "0", "GET", "/status?17", "", "one") +
+                           Line(2, "1", "GET", "/status?4", "", "two") +
+                           Line(3, "crypt", "GET", "/crypt/key/demo", "", "key"));
+  for (const char* body : {"one", "two", "two"})
+    EXPECT_EQ(Send(*replay, "GET", "http://127.0.0.1:2/status?99"), body);
+  EXPECT_EQ(Send(*replay, "GET", "http://127.0.0.1:1/crypt/key/demo"), "key");
+  EXPECT_THAT(Send(*replay, "GET", "http://127.0.0.1:1/crypt/key/demo"), HasSubstr("no response left"));
+}
+
+TEST_F(ReplayTest, TellsCommandsApart) {
+  const auto replay =
+      Load(kStart + Line(1, "0", "POST", "/rest/json", R"({"payload":{"type":"signRequest"}})", "signed") +
+           Line(2, "0", "POST", "/rest/json", R"({"payload":{"type":"decryptRequest"}})", "plain") +
+           Line(3, "crypt", "POST", "/crypt/authztoken/demo", R"({"operation":"signRequest"})", "token"));
+  EXPECT_EQ(Send(*replay, "POST", "http://127.0.0.1:2/rest/json", R"({"payload":{"type":"decryptRequest"}})"),
+            "plain");
+  EXPECT_EQ(
+      Send(*replay, "POST", "http://127.0.0.1:1/crypt/authztoken/demo", R"({"operation":"getKeyRequest"})"),
+      "The recording has no response left to POST /crypt/authztoken/demo (getKeyRequest) of the crypt "
+      "service; the next exchange in it is number 1, POST /rest/json (signRequest) of a key server");
+}
+
+TEST_F(ReplayTest, NamesAServerThatWasNotRecorded) {
+  const auto replay = Load(kStart);
+  for (const char* url : {"http://127.0.0.1:4/status", "http://127.0.0.1:22/status"})
+    EXPECT_THAT(Send(*replay, "GET", url), HasSubstr(std::string(url) + ", a server that it does not name"));
+}
+
+TEST_F(ReplayTest, FailsWhereAResponseWasCutOff) {
+  std::string line = Line(1, "0", "GET", "/status", "", "half");
+  line.replace(line.find("true"), 4, "false");
+  EXPECT_EQ(Send(*Load(kStart + line), "GET", "http://127.0.0.1:2/status"),
+            "The recorded response was cut off");
+}
+
+TEST_F(ReplayTest, HasBodiesThatAreBytes) {
+  const std::string line = R"({"number":1,"server":"0","method":"GET","target":"/status","request":{},)"
+                           R"("response":{"status":200,"bodyBase64":"AMMo"}})";
+  EXPECT_EQ(Send(*Load(kStart + line + "\n"), "GET", "http://127.0.0.1:2/status"), std::string("\0\xC3(", 3));
+}
+
+TEST_F(ReplayTest, ReadsARecordingThatWasContinuedAfterACrash) {
+  std::string later = kStart;
+  later.replace(later.find(":1/"), 3, ":7/");
+  const std::string whole = Line(1, "0", "GET", "/status", "", "alive");
+  const auto replay = Load(kStart + whole + whole.substr(0, 40) + "\n" + later + whole + whole.substr(0, 9));
+  ASSERT_TRUE(replay.has_value()) << replay.error().message;
+  EXPECT_EQ(replay->CountUnused(), 2U);
+  EXPECT_EQ(replay->GetService(), "http://127.0.0.1:1/");
+}
+
+TEST_F(ReplayTest, RefusesWhatIsNoRecording) {
+  const std::string whole = Line(1, "0", "GET", "/status", "", "alive");
+  const std::string later = R"({"recording":"cryptstand","version":2})";
+  const std::pair<std::string, const char*> cases[] = {
+      {"", "the file is empty"},
+      {"a letter", "line 1 is not that of a recording"},
+      {whole, "line 1 is not that of a recording"},
+      {R"({"recording":"cryptstand","version":1})", "the recording names no crypt service"},
+      {later + "\n", "version 2 of recordings is not known"},
+      {kStart + ("{}\n" + whole), "line 2 is not that of a recording"},
+      {kStart + std::string("{}\n"), "line 2 is not that of a recording"},
+      {kStart + whole.substr(0, 40) + "\n" + whole, "line 2 is not that of a recording"}};
+  for (const auto& [text, reason] : cases) {
+    const auto replay = Load(text);
+    ASSERT_FALSE(replay.has_value()) << text;
+    EXPECT_EQ(replay.error().message, Path("recording") + ": " + reason) << text;
+    EXPECT_EQ(replay.error().code, cryptcli::Status::Io);
+  }
+  EXPECT_EQ(Replay::Load("/nowhere/file").error().message, "/nowhere/file: No such file or directory");
+}
+
+}  // namespace
+}  // namespace StandFixture
