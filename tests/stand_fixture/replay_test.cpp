@@ -160,5 +160,66 @@ TEST_F(ReplayTest, RefusesWhatIsNoRecording) {
   EXPECT_EQ(Replay::Load("/nowhere/file").error().message, "/nowhere/file: No such file or directory");
 }
 
+// ---- What a client does
+
+// Runs the program with a recording, and replays it after the program has ended.
+class RecordedTest : public ReplayTest {
+ protected:
+  static constexpr const char* kContent = "the plain bytes of a file";
+
+  void SetUp() override {
+    const bool isReady = environment_.Start({.keyServers = 2, .arguments = {"--record", Path("recorded")}});
+    ASSERT_TRUE(isReady) << environment_.GetError();
+    auto made = cryptcli::Client::Create({.service = environment_.GetService()});
+    ASSERT_TRUE(made.has_value()) << made.error().message;
+    client_.emplace(*std::move(made));
+    const auto secret = client_->Encrypt("demo", cryptcli::Source::FromMemory(kContent), Path("secret"));
+    ASSERT_TRUE(secret.has_value()) << secret.error().message;
+  }
+  /// A client of the recording, once the servers are gone.
+  cryptcli::Result<cryptcli::Client> MakeReplaying() {
+    environment_.Stop();
+    return Replay::Load(Path("recorded")).and_then([](const Replay& replay) {
+      return cryptcli::Client::Create({.service = replay.GetService(), .transport = replay});
+    });
+  }
+
+  cryptstand::Environment environment_;
+  std::optional<cryptcli::Client> client_;
+};
+
+TEST_F(RecordedTest, OpensAFileWithoutServers) {
+  const auto there = client_->Decrypt("demo", Path("secret"), Path("opened-there"));
+  ASSERT_TRUE(there.has_value()) << there.error().message;
+  const auto client = MakeReplaying();
+  ASSERT_TRUE(client.has_value()) << client.error().message;
+  std::string opened;
+  const auto here = client->Decrypt("demo", Path("secret"), cryptcli::Target::ToMemory(opened));
+  ASSERT_TRUE(here.has_value()) << here.error().message;
+  EXPECT_EQ(opened, kContent);
+  EXPECT_EQ(here->chain, there->chain);
+  EXPECT_EQ(here->origin, cryptcli::Origin::Proven);
+}
+
+TEST_F(RecordedTest, FailsAsItFailedThere) {
+  const auto there = client_->Decrypt("nowhere", Path("secret"), Path("opened"));
+  ASSERT_FALSE(there.has_value());
+  const auto client = MakeReplaying();
+  ASSERT_TRUE(client.has_value()) << client.error().message;
+  const auto here = client->Decrypt("nowhere", Path("secret"), Path("opened"));
+  ASSERT_FALSE(here.has_value());
+  EXPECT_EQ(here.error().code, there.error().code);
+  EXPECT_EQ(here.error().message, there.error().message);
+  EXPECT_EQ(here.error().url, there.error().url);
+}
+
+TEST_F(RecordedTest, DoesNotProtectWithARecordedSignature) {
+  const auto client = MakeReplaying();
+  ASSERT_TRUE(client.has_value()) << client.error().message;
+  const auto here = client->Encrypt("demo", cryptcli::Source::FromMemory(kContent), Path("other"));
+  EXPECT_FALSE(here.has_value());
+  EXPECT_FALSE(std::filesystem::exists(Path("other")));
+}
+
 }  // namespace
 }  // namespace StandFixture
