@@ -20,7 +20,8 @@ install(EXPORT cryptcli NAMESPACE cryptcli:: FILE cryptcliTargets.cmake DESTINAT
 # The component "stand": the local test environment, for tests of other projects.
 if(TARGET cryptstand)
   target_include_directories(cryptstand_fixture INTERFACE $<INSTALL_INTERFACE:${headers_dir}>)
-  install(TARGETS cryptstand cryptstand_fixture EXPORT cryptcli-stand
+  target_include_directories(cryptstand_replay INTERFACE $<INSTALL_INTERFACE:${headers_dir}>)
+  install(TARGETS cryptstand cryptstand_fixture cryptstand_replay EXPORT cryptcli-stand
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(EXPORT cryptcli-stand NAMESPACE cryptcli:: FILE cryptcli-stand-targets.cmake DESTINATION ${package_dir})
   install(DIRECTORY stand/fixture/include/cryptstand DESTINATION ${headers_dir} FILES_MATCHING PATTERN *.h)

@@ -1,6 +1,7 @@
 // What a project writes to test its own code with the installed local test environment.
 #include <cryptcli/cryptcli.hpp>
 #include <cryptstand/fixture.h>
+#include <cryptstand/replay.h>
 
 class UploadTest : public cryptstand::Fixture {};
 
@@ -16,4 +17,25 @@ TEST_F(UploadTest, ProtectsTheFile) {
       client->Decrypt("demo", cryptcli::Source::FromMemory(secret), cryptcli::Target::ToMemory(opened));
   ASSERT_TRUE(report.has_value()) << report.error().message;
   EXPECT_EQ(opened, "bytes");
+}
+
+TEST(RecordedTest, ReproducesAFailureWithoutServers) {
+  cryptstand::Environment environment;
+  const std::string file = testing::TempDir() + "failure.jsonl";
+  const bool isReady = environment.Start({.arguments = {"--record", file}});
+  ASSERT_TRUE(isReady) << environment.GetError();
+  auto client = cryptcli::Client::Create({.service = environment.GetService()});
+  ASSERT_TRUE(client.has_value()) << client.error().message;
+  const auto there = client->Room("nowhere");
+  ASSERT_FALSE(there.has_value());
+  environment.Stop();
+
+  auto replay = cryptstand::Replay::Load(file);
+  ASSERT_TRUE(replay.has_value()) << replay.error().message;
+  client = cryptcli::Client::Create({.service = replay->GetService(), .transport = *replay});
+  ASSERT_TRUE(client.has_value()) << client.error().message;
+  const auto here = client->Room("nowhere");
+  ASSERT_FALSE(here.has_value());
+  EXPECT_EQ(here.error().message, there.error().message);
+  std::filesystem::remove(file);
 }
