@@ -7,9 +7,11 @@
         client.encrypt(environment.room, "report.pdf", "report.p7m")
 
 Environment runs the program cryptstand, which is a crypt service and several key servers with real keys. For pytest,
-`pytest_plugins = ["cryptcli.testing.plugin"]` in conftest.py gives it as a fixture.
+`pytest_plugins = ["cryptcli.testing.plugin"]` in conftest.py gives it as a fixture. Replay repeats without servers what
+was recorded with them.
 """
 
 from ._environment import Environment, NotStarted
+from ._replay import NoRecording, NotRecorded, Replay
 
-__all__ = ["Environment", "NotStarted"]
+__all__ = ["Environment", "NoRecording", "NotRecorded", "NotStarted", "Replay"]
