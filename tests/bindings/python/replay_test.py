@@ -1,0 +1,133 @@
+"""Recordings that the program made, replayed without it."""
+
+from __future__ import annotations
+
+import io
+import json
+from pathlib import Path
+from typing import Any, Dict
+
+import cryptcli
+import pytest
+from conftest import CONTENT
+from cryptcli.testing import Environment, NoRecording, NotRecorded, Replay
+
+START: Dict[str, Any] = {
+    "recording": "cryptstand",
+    "version": 1,
+    "service": "http://127.0.0.1:1/",
+    "keyservers": ["http://127.0.0.1:2", "http://127.0.0.1:3"],
+}
+
+
+def line(server: str, method: str, target: str, request: str, response: str, **members: Any) -> Dict[str, Any]:
+    return {
+        "number": 7,
+        "server": server,
+        "method": method,
+        "target": target,
+        "request": {"headers": [], "body": request},
+        "response": {"status": 200, "headers": [["Date", "today"]], "body": response, **members},
+    }
+
+
+STATUS = line("0", "GET", "/status?5", "", "alive")
+
+
+def write(path: Path, *lines: Any) -> Path:
+    path.write_text("".join((one if isinstance(one, str) else json.dumps(one)) + "\n" for one in lines))
+    return path
+
+
+def send(replay: Replay, method: str, url: str, body: str = "") -> Any:
+    return replay(cryptcli.Request(method, url, (), body.encode(), 1, 1)).body
+
+
+def test_a_response_is_as_recorded(tmp_path: Path) -> None:
+    replay = Replay(write(tmp_path / "file", START, line("crypt", "GET", "/crypt/key/demo", "", "{}")))
+    assert (replay.service, replay.key_servers, replay.unused) == (START["service"], tuple(START["keyservers"]), 1)
+    response = replay(cryptcli.Request("GET", "http://127.0.0.1:1/crypt/key/demo", (), b"", 1, 1))
+    assert response == cryptcli.Response(200, {"Date": "today"}, b"{}")
+    assert replay.unused == 0
+
+
+def test_equal_requests_get_their_responses_in_order(tmp_path: Path) -> None:
+    path = write(
+        tmp_path / "file",
+        START,
+        line("0", "POST", "/rest/json", '{"payload":{"type":"signRequest"}}', "first"),
+        line("1", "POST", "/rest/json", '{"payload":{"type":"decryptRequest"},"a":1}', "second"),
+        line("1", "POST", "/rest/json", '{"payload":{"type":"decryptRequest"},"a":2}', "third"),
+    )
+    replay, url = Replay(path), "http://127.0.0.1:3/rest/json"
+    assert send(replay, "POST", url, '{"payload":{"type":"decryptRequest"},"a":2}') == b"third"
+    assert send(replay, "POST", url, '{"payload":{"type":"decryptRequest"},"a":3}') == b"second"
+    with pytest.raises(NotRecorded) as caught:
+        send(replay, "POST", url, '{"payload":{"type":"decryptRequest"},"a":1}')
+    assert str(caught.value) == (
+        "The recording has no response left to POST /rest/json (decryptRequest) of a key server; "
+        "the next exchange in it is number 7, POST /rest/json (signRequest) of a key server"
+    )
+
+
+def test_status_and_lists_are_repeated(tmp_path: Path) -> None:
+    replay = Replay(write(tmp_path / "file", START, STATUS, line("crypt", "GET", "/crypt/key/demo", "", "key")))
+    for _ in range(3):
+        assert send(replay, "GET", "http://127.0.0.1:2/status?99") == b"alive"
+    assert send(replay, "GET", "http://127.0.0.1:1/crypt/key/demo") == b"key"
+    with pytest.raises(NotRecorded, match="GET /crypt/key/demo of the crypt service, and no other exchange$"):
+        send(replay, "GET", "http://127.0.0.1:1/crypt/key/demo")
+
+
+def test_a_server_that_was_not_recorded_is_named(tmp_path: Path) -> None:
+    with pytest.raises(NotRecorded, match="GET http://127.0.0.1:22/status, a server that it does not name"):
+        send(Replay(write(tmp_path / "file", START, STATUS)), "GET", "http://127.0.0.1:22/status")
+
+
+def test_a_cut_response_is_a_broken_connection(tmp_path: Path) -> None:
+    cut = line("0", "GET", "/status", "", "half", isWhole=False)
+    with pytest.raises(ConnectionError, match="cut off"):
+        send(Replay(write(tmp_path / "file", START, cut)), "GET", "http://127.0.0.1:2/status")
+
+
+def test_a_recording_may_end_inside_a_line(tmp_path: Path) -> None:
+    torn = json.dumps(STATUS)[:30]
+    path = write(tmp_path / "file", START, STATUS, torn, {**START, "service": "http://127.0.0.1:9/"}, STATUS)
+    path.write_text(path.read_text() + torn)
+    replay = Replay(path)
+    assert (replay.unused, replay.service) == (2, START["service"])
+
+
+@pytest.mark.parametrize(
+    "lines, reason",
+    [
+        ([], "the file is empty"),
+        (["a letter"], "line 1 is not that of a recording"),
+        ([STATUS], "line 1 is not that of a recording"),
+        ([{**START, "version": 2}], "version 2 of recordings is not known"),
+        ([{"recording": "cryptstand", "version": 1}], "names no crypt service"),
+        ([START, {}], "line 2 is not that of a recording"),
+        ([START, json.dumps(STATUS)[:30], STATUS], "line 2 is not that of a recording"),
+    ],
+)
+def test_what_is_no_recording_is_refused(tmp_path: Path, lines: Any, reason: str) -> None:
+    with pytest.raises(NoRecording, match=reason):
+        Replay(write(tmp_path / "file", *lines))
+
+
+def test_a_file_is_opened_without_servers(tmp_path: Path) -> None:
+    secret, opened = io.BytesIO(), io.BytesIO()
+    with Environment(key_servers=2, arguments=["--record", str(tmp_path / "recorded")]) as environment:
+        with cryptcli.Client(environment.service) as client:
+            client.encrypt("demo", io.BytesIO(CONTENT), secret)
+            there = client.decrypt("demo", io.BytesIO(secret.getvalue()), io.BytesIO())
+            with pytest.raises(cryptcli.UnknownRoom) as failed_there:
+                client.room("nowhere")
+    replay = Replay(tmp_path / "recorded")
+    with cryptcli.Client(replay.service, transport=replay) as client:
+        here = client.decrypt("demo", io.BytesIO(secret.getvalue()), opened)
+        with pytest.raises(cryptcli.UnknownRoom) as failed_here:
+            client.room("nowhere")
+    assert opened.getvalue() == CONTENT
+    assert here.chain == there.chain
+    assert str(failed_here.value) == str(failed_there.value)
