@@ -1,6 +1,7 @@
 // The program cryptstand: runs a test environment until SIGINT or SIGTERM. Scripts wait for its --url-file,
 // which appears when all servers listen.
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -8,6 +9,7 @@
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -98,6 +100,17 @@ bool WriteUrls(const Stand& stand, const Options& options, const std::string& pa
   return CryptStand::WriteTextFile(path, CryptStand::WriteObject(urls) + "\n", 0600, error);
 }
 
+// For a parent that may crash: whatever ends it also closes its end of a pipe. The signal is pending until
+// sigwait() gets it, so this may begin before the servers.
+void StopAtEndOfInput() {
+  std::thread([] {
+    char ignored[256];
+    ssize_t count = 1;
+    while (count > 0 || (count < 0 && errno == EINTR)) count = read(STDIN_FILENO, ignored, sizeof ignored);
+    kill(getpid(), SIGTERM);
+  }).detach();
+}
+
 void WarnOfOthers(const Options& options) {
   if (CryptStand::IsLoopbackAddress(options.listen)) return;
   std::cerr
@@ -157,10 +170,11 @@ void AddNetworkOptions(CLI::App& app, Options& options) {
       ->check(CLI::Range(0, 65535));
 }
 
-ExitCode Run(const Options& options, const std::string& urlFile) {
+ExitCode Run(const Options& options, const std::string& urlFile, bool stopAtEof) {
   std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
   // Before the servers start their threads, which inherit the mask: only sigwait() gets the signals then.
   const sigset_t signals = BlockEndSignals();
+  if (stopAtEof) StopAtEndOfInput();
   PrintStart(options);
   WarnOfOthers(options);
   const ExitCode code = Serve(options, urlFile, signals);
@@ -190,6 +204,8 @@ ExitCode RunCommand(int argc, char** argv) {
   app.add_option("--allow-host", options.allowedHosts, "Another name of this machine for the page")
       ->allow_extra_args(false);
   AddNetworkOptions(app, options);
+  bool stopAtEof = false;
+  app.add_flag("--stop-at-eof", stopAtEof, "Stop when the standard input ends: for a parent that may crash");
   app.add_option(
       "--seed", options.seed,
       "Derives the serial numbers of certificates from this number; keys, signatures and tokens stay "
@@ -208,7 +224,7 @@ ExitCode RunCommand(int argc, char** argv) {
     std::cerr << "cryptstand: unknown argument \"" << word << "\"; --help lists all options\n";
     return ExitCode::Usage;
   }
-  return Run(options, urlFile);
+  return Run(options, urlFile, stopAtEof);
 }
 
 }  // namespace

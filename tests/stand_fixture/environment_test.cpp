@@ -125,6 +125,31 @@ TEST(EnvironmentTest, TakesTheProgramOfTheVariable) {
   EXPECT_THAT(environment.GetError(), StartsWith("/nowhere/else cannot be started"));
 }
 
+// In a process of its own, which ends without any destructor.
+TEST(EnvironmentTest, StopsTheProgramWhenTheTestCrashes) {
+  std::string own = testing::TempDir() + "environment-test-XXXXXX";
+  ASSERT_NE(mkdtemp(own.data()), nullptr);
+  const Variable variable("TMPDIR", own);
+  const std::string address = own + "/address";
+  const pid_t child = fork();
+  if (child == 0) {
+    Environment environment;
+    if (environment.Start({.keyServers = 1})) std::ofstream(address) << environment.GetService();
+    raise(SIGKILL);
+  }
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  std::string service;
+  std::ifstream(address) >> service;
+  ASSERT_NE(service, "");
+  bool accepts = true;
+  for (int i = 0; i < 1000 && accepts; ++i) {
+    accepts = Accepts(service);
+    if (accepts) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_FALSE(accepts);
+  std::filesystem::remove_all(own);
+}
+
 TEST(EnvironmentTest, StopsAProgramAlthoughTheSignalIsBlockedHere) {
   sigset_t signals;
   sigset_t before;
