@@ -8,12 +8,14 @@ import socket
 import stat
 import subprocess
 import sys
+import time
 from pathlib import Path
+from typing import Iterator, List
 from urllib.parse import urlsplit
 
 import cryptcli
 import pytest
-from cryptcli.testing import Environment, NotStarted
+from cryptcli.testing import ControlError, Environment, NotStarted
 
 # A project's own tests, with nothing of ours beside them.
 CONFTEST = """
@@ -35,6 +37,18 @@ def test_protects_the_file(cryptstand):
         client.encrypt("mine", io.BytesIO(b"bytes"), secret)
         client.decrypt("mine", io.BytesIO(secret.getvalue()), opened)
     assert opened.getvalue() == b"bytes"
+
+def test_breaks_the_environment(cryptstand):
+    cryptstand.control("POST", "/stand/v1/rooms", {"room": "other"})
+    cryptstand.server_down(0)
+
+def test_finds_the_first_state(cryptstand_reset):
+    state = cryptstand_reset.control("GET", "/stand/v1/state")
+    assert [room["room"] for room in state["rooms"]] == ["mine"] and state["servers"][0]["up"]
+    cryptstand_reset.stop()
+
+def test_finds_a_new_one_after_a_stop(cryptstand_reset):
+    assert cryptstand_reset.running
 
 def test_has_the_same_environment(cryptstand):
     assert cryptstand.running and cryptstand.room == "mine"
@@ -72,6 +86,68 @@ def test_an_environment_runs_until_it_is_stopped(temporary: Path) -> None:
         environment.service
 
 
+@pytest.fixture(scope="module")
+def shared() -> Iterator[Environment]:
+    with Environment(key_servers=2) as environment:
+        yield environment
+
+
+@pytest.fixture
+def controlled(shared: Environment) -> Environment:
+    shared.reset()
+    return shared
+
+
+def faults(environment: Environment) -> List[str]:
+    return [fault["fault"] for fault in environment.control("GET", "/stand/v1/faults")["set"]]
+
+
+def test_a_refusal_names_the_member(controlled: Environment) -> None:
+    with pytest.raises(ControlError) as caught:
+        controlled.control("POST", "/stand/v1/faults", {"server": "0", "fault": "slow", "usess": 1})
+    assert (caught.value.status, caught.value.member) == (400, "usess")
+    assert "uses" in caught.value.allowed
+    with pytest.raises(ControlError) as caught:
+        controlled.control("GET", "/stand/v1/no-such")
+    assert caught.value.status == 404
+
+
+def test_a_fault_lasts_for_its_block(controlled: Environment) -> None:
+    with cryptcli.Client(controlled.service) as client:
+        with controlled.fault("all", "error-code", operation="getKeyRequest", number=619):
+            assert faults(controlled) == ["error-code"] * 2
+            with pytest.raises(cryptcli.ServerError) as caught:
+                client.encrypt("demo", io.BytesIO(b"bytes"), io.BytesIO())
+            assert len(caught.value.attempts) == 2
+        assert faults(controlled) == []
+        client.encrypt("demo", io.BytesIO(b"bytes"), io.BytesIO())
+
+
+def test_a_fault_ends_although_it_is_used_up_or_the_block_fails(controlled: Environment) -> None:
+    with cryptcli.Client(controlled.service) as client:
+        with controlled.fault("crypt", "status", uses=1):
+            with pytest.raises(cryptcli.ServerError):
+                client.room("demo")
+        with pytest.raises(LookupError):
+            with controlled.fault("crypt", "status"):
+                raise LookupError
+        client.room("demo")
+    assert faults(controlled) == []
+
+
+def test_a_server_goes_down_and_comes_up(controlled: Environment) -> None:
+    server = controlled.key_servers[1]
+    assert accepts(server)
+    controlled.server_down(1)
+    assert not accepts(server)
+    controlled.server_up(1)
+    assert accepts(server)
+    controlled.server_down("all")
+    assert not any(map(accepts, controlled.key_servers))
+    controlled.reset()
+    assert all(map(accepts, controlled.key_servers))
+
+
 def test_a_reason_is_what_the_program_writes() -> None:
     with pytest.raises(NotStarted, match="ended before it was ready.*--no-such-option"):
         Environment(arguments=["--no-such-option"]).start()
@@ -92,6 +168,24 @@ def test_a_program_that_is_never_ready_is_stopped(tmp_path: Path) -> None:
         os.kill(int((tmp_path / "process").read_text()), 0)
 
 
+def test_the_program_ends_with_a_test_that_crashes(tmp_path: Path) -> None:
+    crash = (
+        "import os, signal; from cryptcli.testing import Environment\n"
+        "print(Environment().start().service, flush=True); os.kill(os.getpid(), signal.SIGKILL)"
+    )
+    run = subprocess.run(
+        [sys.executable, "-B", "-c", crash],
+        stdout=subprocess.PIPE,
+        text=True,
+        env={**os.environ, "TMPDIR": str(tmp_path)},
+    )
+    assert run.returncode == -9
+    deadline = time.monotonic() + 10
+    while accepts(run.stdout.strip()):
+        assert time.monotonic() < deadline
+        time.sleep(0.01)
+
+
 def test_the_plugin_gives_one_environment_to_all_tests(tmp_path: Path) -> None:
     (tmp_path / "conftest.py").write_text(CONFTEST)
     (tmp_path / "upload_test.py").write_text(UPLOAD_TEST)
@@ -101,5 +195,5 @@ def test_the_plugin_gives_one_environment_to_all_tests(tmp_path: Path) -> None:
         stdout=subprocess.PIPE,
         text=True,
     )
-    assert run.returncode == 0 and "2 passed" in run.stdout, run.stdout
+    assert run.returncode == 0 and "5 passed" in run.stdout, run.stdout
     assert not Path((tmp_path / "directory").read_text()).exists()

@@ -11,7 +11,7 @@ Environment runs the program cryptstand, which is a crypt service and several ke
 was recorded with them.
 """
 
-from ._environment import Environment, NotStarted
+from ._environment import ControlError, Environment, NotStarted
 from ._replay import NoRecording, NotRecorded, Replay
 
-__all__ = ["Environment", "NoRecording", "NotRecorded", "NotStarted", "Replay"]
+__all__ = ["ControlError", "Environment", "NoRecording", "NotRecorded", "NotStarted", "Replay"]

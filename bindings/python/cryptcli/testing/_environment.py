@@ -1,24 +1,48 @@
-"""The program cryptstand as a child process in a private directory."""
+"""The program cryptstand as a child process in a private directory, and its control interface."""
 
 from __future__ import annotations
 
+import contextlib
 import json
 import os
 import shutil
+import ssl
 import subprocess
 import tempfile
 import time
+import urllib.error
+import urllib.parse
+import urllib.request
 from pathlib import Path
 from types import TracebackType
-from typing import Any, Dict, Optional, Sequence, Tuple, Type
+from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple, Type, Union
 
 # Names the program when a test does not.
 VARIABLE = "CRYPTSTAND"
 _STOP_SECONDS = 10
+_CONTROL_SECONDS = 60
+
+#: A server as the control interface names it: "crypt", the index of a key server, its URL, or "all" key servers.
+Server = Union[str, int]
 
 
 class NotStarted(Exception):
     """The program did not start, or is not running. The message includes what it wrote to standard error."""
+
+
+class ControlError(Exception):
+    """The control interface refused a request.
+
+    status   the HTTP status
+    member   the member of the request that is wrong; empty if none is
+    allowed  what it may be, where that can be listed
+    """
+
+    def __init__(self, message: str, *, status: int, member: str = "", allowed: Sequence[str] = ()) -> None:
+        super().__init__(message)
+        self.status = status
+        self.member = member
+        self.allowed = tuple(allowed)
 
 
 class Environment:
@@ -73,6 +97,8 @@ class Environment:
         directory, self._directory = self._directory, None
         self._found = {}
         if process is not None:
+            if process.stdin is not None:
+                process.stdin.close()
             process.terminate()
             try:
                 process.wait(_STOP_SECONDS)
@@ -124,6 +150,60 @@ class Environment:
         assert self._directory is not None
         return self._directory
 
+    def control(self, method: str, path: str, body: Any = None) -> Any:
+        """Sends a request to the control interface, which `control("GET", "/stand/")` describes, and returns the JSON.
+
+            environment.control("PUT", "/stand/v1/clocks", {"server": "crypt", "seconds": 86400})
+
+        Raises ControlError if it is refused, and OSError if there is no response.
+        """
+        data = None if body is None else json.dumps(body).encode()
+        headers = {"Content-Type": "application/json", "Authorization": f"Bearer {self._member('token')}"}
+        request = urllib.request.Request(self.service.rstrip("/") + path, data, headers, method=method)
+        try:
+            with self._opener().open(request, timeout=_CONTROL_SECONDS) as response:
+                return json.load(response)
+        except urllib.error.HTTPError as refusal:
+            raise _read_refusal(refusal) from None
+
+    def reset(self) -> None:
+        """Brings back the state after the start: no faults, the first rooms without keys, clocks and lists in order."""
+        self.control("POST", "/stand/v1/reset", {})
+
+    def server_down(self, server: Server) -> None:
+        """Closes a key server's socket: connections are refused until `server_up`."""
+        self.control("POST", "/stand/v1/faults", {"server": server, "fault": "down"})
+
+    def server_up(self, server: Server) -> None:
+        """Brings a server up and ends all of its faults."""
+        self.control("DELETE", "/stand/v1/faults?" + urllib.parse.urlencode({"server": server}))
+
+    @contextlib.contextmanager
+    def fault(self, server: Server, fault: str, **members: Any) -> Iterator[None]:
+        """Sets a fault for the time of a block.
+
+            with environment.fault("all", "bad-signature", operation="signRequest"):
+                ...
+
+        members  what the fault takes besides: operation, uses, number, text, probability; the names of faults and
+                 their members are in `control("GET", "/stand/v1/faults")`
+        """
+        made = self.control("POST", "/stand/v1/faults", {"server": server, "fault": fault, **members})
+        try:
+            yield
+        finally:
+            for number in _identifiers(made):
+                with contextlib.suppress(ControlError):  # it may be used up
+                    self.control("DELETE", f"/stand/v1/faults/{number}")
+
+    def _opener(self) -> urllib.request.OpenerDirector:
+        # Whatever proxy the variables name, the servers are on this machine.
+        handlers: List[urllib.request.BaseHandler] = [urllib.request.ProxyHandler({})]
+        if self._found.get("caFile"):
+            trusted = ssl.create_default_context(cafile=self._found["caFile"])
+            handlers.append(urllib.request.HTTPSHandler(context=trusted))
+        return urllib.request.build_opener(*handlers)
+
     def _member(self, name: str) -> Any:
         if not self._found:
             raise NotStarted("The test environment is not running")
@@ -131,11 +211,13 @@ class Environment:
 
     def _run(self, directory: Path) -> Dict[str, Any]:
         urls = directory / "urls.json"
-        command = [self._program, "--dir", str(directory / "state"), "--url-file", str(urls), *self._arguments]
+        command = [self._program, "--dir", str(directory / "state"), "--url-file", str(urls), "--stop-at-eof"]
+        command += self._arguments
         deadline = time.monotonic() + self._start_timeout
         with open(directory / "output", "wb") as output, open(directory / "errors", "wb") as errors:
             try:
-                self._process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output, stderr=errors)
+                # The pipe ends with this process, also by a crash, and the program with the pipe.
+                self._process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=output, stderr=errors)
             except OSError as failure:
                 raise NotStarted(f"{self._program} cannot be started: {failure.strerror}") from failure
         # The program renames the finished file to its name, so it is whole as soon as it exists.
@@ -149,3 +231,22 @@ class Environment:
         found = json.loads(urls.read_text())
         assert isinstance(found, dict)
         return found
+
+
+def _read_refusal(refusal: urllib.error.HTTPError) -> ControlError:
+    text = refusal.read().decode("utf-8", "replace")
+    try:
+        error = json.loads(text)["error"]
+        return ControlError(
+            error["message"],
+            status=refusal.code,
+            member=error.get("member") or "",
+            allowed=error.get("allowed") or (),
+        )
+    except (ValueError, KeyError, TypeError):
+        return ControlError(text or str(refusal), status=refusal.code)
+
+
+def _identifiers(made: Dict[str, Any]) -> List[int]:
+    """Of the faults that a request has set: one, or one for each server."""
+    return list(made["ids"]) if "ids" in made else [made["id"]]

@@ -2,11 +2,12 @@
 
     pytest_plugins = ["cryptcli.testing.plugin"]
 
-A test then takes the fixture by its name:
+A test then takes a fixture by its name: `cryptstand`, or `cryptstand_reset` to find the environment as it was after the
+start, whatever the tests before have done to it:
 
-    def test_upload(cryptstand: cryptcli.testing.Environment, tmp_path: Path) -> None:
-        with cryptcli.Client(cryptstand.service) as client:
-            client.encrypt(cryptstand.room, ...)
+    def test_upload(cryptstand_reset: cryptcli.testing.Environment, tmp_path: Path) -> None:
+        with cryptcli.Client(cryptstand_reset.service) as client:
+            client.encrypt(cryptstand_reset.room, ...)
 
 It is not loaded by itself, since it would load the library in every run of pytest, whatever is tested there.
 """
@@ -31,3 +32,13 @@ def cryptstand(cryptstand_options: Dict[str, Any]) -> Iterator[Environment]:
     """A running environment, the same for all tests of a run."""
     with Environment(**cryptstand_options) as environment:
         yield environment
+
+
+@pytest.fixture
+def cryptstand_reset(cryptstand: Environment) -> Environment:
+    """The same environment, in the state after its start; one that a test has stopped is started again."""
+    if cryptstand.running:
+        cryptstand.reset()
+    else:
+        cryptstand.start()
+    return cryptstand
