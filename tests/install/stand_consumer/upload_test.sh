@@ -15,6 +15,16 @@ echo "some bytes" >"$folder/plain"
 cryptcli encrypt --service "$CRYPTSTAND_SERVICE" --room mine "$folder/plain" "$folder/secret"
 cryptcli decrypt --service "$CRYPTSTAND_SERVICE" --room mine "$folder/secret" "$folder/opened"
 cmp "$folder/plain" "$folder/opened"
+cryptstand_control POST /stand/v1/faults '{"server":"0","fault":"down"}' >"$folder/reply"
+if cryptcli decrypt --service "$CRYPTSTAND_SERVICE" --room mine "$folder/secret" "$folder/again" 2>"$folder/errors"; then
+  fail "it opens without a key server"
+fi
+cryptstand_control DELETE /stand/v1/faults >"$folder/reply"
+cryptcli decrypt --service "$CRYPTSTAND_SERVICE" --room mine "$folder/secret" "$folder/again"
+if cryptstand_control POST /stand/v1/faults '{"servr":"0"}' >"$folder/reply" 2>"$folder/errors"; then
+  fail "a wrong member is accepted"
+fi
+grep -q servr "$folder/reply" || fail "the wrong member is not named: $(cat "$folder/reply")"
 cryptstand_stop
 [ ! -e "$folder" ] || fail "the folder stays"
 cryptstand_stop || fail "it cannot be stopped twice"
