@@ -213,6 +213,37 @@ TEST_F(RecordedTest, FailsAsItFailedThere) {
   EXPECT_EQ(here.error().url, there.error().url);
 }
 
+// As a customer meets it: the file is good, but the service does not know the certificate that signed it.
+TEST_F(RecordedTest, RefusesAnOriginAsThere) {
+  const auto changed = environment_.Control("PUT", "/stand/v1/lists", R"({"integrity":"without-ours"})");
+  ASSERT_TRUE(changed) << changed.Describe();
+  const auto there = client_->Decrypt("demo", Path("secret"), Path("opened"));
+  ASSERT_FALSE(there.has_value());
+  EXPECT_EQ(there.error().code, cryptcli::Status::OriginNotProven);
+  const auto client = MakeReplaying();
+  ASSERT_TRUE(client.has_value()) << client.error().message;
+  const auto here = client->Decrypt("demo", Path("secret"), Path("opened"));
+  ASSERT_FALSE(here.has_value());
+  EXPECT_EQ(here.error().code, there.error().code);
+  EXPECT_EQ(here.error().message, there.error().message);
+}
+
+TEST_F(RecordedTest, FailsOverAsThere) {
+  const auto changed = environment_.Control("POST", "/stand/v1/faults",
+                                            R"({"server":"all","fault":"error-code","number":619})");
+  ASSERT_TRUE(changed) << changed.Describe();
+  const auto there = client_->Decrypt("demo", Path("secret"), Path("opened"));
+  ASSERT_FALSE(there.has_value());
+  EXPECT_EQ(there.error().attempts.size(), 2U);
+  const auto client = MakeReplaying();
+  ASSERT_TRUE(client.has_value()) << client.error().message;
+  const auto here = client->Decrypt("demo", Path("secret"), Path("opened"));
+  ASSERT_FALSE(here.has_value());
+  EXPECT_EQ(here.error().message, there.error().message);
+  EXPECT_EQ(here.error().attempts.size(), 2U);
+  EXPECT_TRUE(here.error().retryable);
+}
+
 TEST_F(RecordedTest, DoesNotProtectWithARecordedSignature) {
   const auto client = MakeReplaying();
   ASSERT_TRUE(client.has_value()) << client.error().message;

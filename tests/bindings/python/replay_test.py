@@ -131,3 +131,22 @@ def test_a_file_is_opened_without_servers(tmp_path: Path) -> None:
     assert opened.getvalue() == CONTENT
     assert here.chain == there.chain
     assert str(failed_here.value) == str(failed_there.value)
+
+
+def test_an_origin_is_refused_as_there(tmp_path: Path) -> None:
+    """As a customer meets it: the file is good, but the service does not know the certificate that signed it."""
+    plain, secret, opened = (tmp_path / name for name in ("plain", "secret", "opened"))
+    plain.write_bytes(CONTENT)
+    with Environment(arguments=["--record", str(tmp_path / "recorded")]) as environment:
+        with cryptcli.Client(environment.service) as client:
+            client.encrypt("demo", plain, secret)
+            environment.control("PUT", "/stand/v1/lists", {"integrity": "without-ours"})
+            with pytest.raises(cryptcli.OriginNotProven) as there:
+                client.decrypt("demo", secret, opened)
+    replay = Replay(tmp_path / "recorded")
+    with cryptcli.Client(replay.service, transport=replay) as client:
+        with pytest.raises(cryptcli.OriginNotProven) as here:
+            client.decrypt("demo", secret, opened)
+    assert str(here.value) == str(there.value)
+    assert here.value.report == there.value.report
+    assert not opened.exists()
