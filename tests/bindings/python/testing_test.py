@@ -2,12 +2,16 @@
 
 from __future__ import annotations
 
+import http.server
 import io
+import json
 import os
 import socket
+import ssl
 import stat
 import subprocess
 import sys
+import threading
 import time
 from pathlib import Path
 from typing import Iterator, List
@@ -146,6 +150,59 @@ def test_a_server_goes_down_and_comes_up(controlled: Environment) -> None:
     assert not any(map(accepts, controlled.key_servers))
     controlled.reset()
     assert all(map(accepts, controlled.key_servers))
+
+
+TLS_PROGRAM = """
+cat >"$4.new" <<END
+{"service":"https://127.0.0.1:@PORT@/","keyservers":[],"rooms":["demo"],"token":"t","caFile":"@FOLDER@/cert.pem",
+ "clientCertificate":"@FOLDER@/cert.pem","clientKey":"@FOLDER@/key.pem"}
+END
+mv "$4.new" "$4"
+exec cat
+"""
+
+
+class Echo(http.server.BaseHTTPRequestHandler):
+    """Responds with what the client sent."""
+
+    def do_GET(self) -> None:
+        subject = self.connection.getpeercert()["subject"]
+        body = json.dumps({"path": self.path, "token": self.headers["Authorization"], "subject": subject}).encode()
+        self.send_response(200)
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+
+    def log_message(self, format: str, *args: object) -> None:
+        pass
+
+
+def test_the_control_interface_is_reached_over_tls(tmp_path: Path) -> None:
+    """With a server of the test's own, since only the client's side is of interest."""
+    subprocess.run(
+        ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "1"]
+        + ["-subj", "/CN=both", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", "key.pem", "-out", "cert.pem"],
+        cwd=tmp_path,
+        check=True,
+        stderr=subprocess.DEVNULL,
+    )
+    context = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH, cafile=str(tmp_path / "cert.pem"))
+    context.load_cert_chain(tmp_path / "cert.pem", tmp_path / "key.pem")
+    context.verify_mode = ssl.CERT_REQUIRED
+    with http.server.HTTPServer(("127.0.0.1", 0), Echo) as server:
+        server.socket = context.wrap_socket(server.socket, server_side=True)
+        threading.Thread(target=server.serve_forever).start()
+        text = TLS_PROGRAM.replace("@PORT@", str(server.server_port)).replace("@FOLDER@", str(tmp_path))
+        with Environment(program=script(tmp_path / "program", text)) as environment:
+            reply = environment.control("GET", "/stand/")
+            assert environment.tls == {
+                "ca_file": tmp_path / "cert.pem",
+                "client_certificate": tmp_path / "cert.pem",
+                "client_key": tmp_path / "key.pem",
+            }
+        server.shutdown()
+    assert (reply["path"], reply["token"]) == ("/stand/", "Bearer t")
+    assert reply["subject"] == [[["commonName", "both"]]]
 
 
 def test_a_reason_is_what_the_program_writes() -> None:

@@ -144,6 +144,16 @@ class Environment:
         return self.rooms[0]
 
     @property
+    def tls(self) -> Dict[str, Path]:
+        """With --tls, arguments of Client: `Client(environment.service, **environment.tls)`. Otherwise empty.
+
+        `ca_file`, and with --client-ca make also `client_certificate` and `client_key`.
+        """
+        self._member("service")
+        names = {"ca_file": "caFile", "client_certificate": "clientCertificate", "client_key": "clientKey"}
+        return {name: Path(self._found[member]) for name, member in names.items() if member in self._found}
+
+    @property
     def directory(self) -> Path:
         """The private directory, where a test may keep files until `stop`."""
         self._member("service")
@@ -201,6 +211,8 @@ class Environment:
         handlers: List[urllib.request.BaseHandler] = [urllib.request.ProxyHandler({})]
         if self._found.get("caFile"):
             trusted = ssl.create_default_context(cafile=self._found["caFile"])
+            if self._found.get("clientCertificate"):
+                trusted.load_cert_chain(self._found["clientCertificate"], self._found["clientKey"])
             handlers.append(urllib.request.HTTPSHandler(context=trusted))
         return urllib.request.build_opener(*handlers)
 
