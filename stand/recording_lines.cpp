@@ -69,7 +69,7 @@ KVMap RequestObject(const HttpRequest& request) {
   return object;
 }
 
-// Of a response that a fault cut, the part that was sent.
+// Of a response that a fault cut, the part that was sent. A status of 0 says that there was no response.
 KVMap ResponseObject(const HttpReply& reply, const SentBody& sent) {
   auto headers = reply.headers;
   headers.emplace(headers.begin(), "Content-Type", reply.contentType);
@@ -77,7 +77,7 @@ KVMap ResponseObject(const HttpReply& reply, const SentBody& sent) {
   object.Set("status", Val(std::int64_t{reply.status}));
   object.Set("headers", HeadersVal(headers));
   SetBody(object, sent.bytes.substr(0, reply.cutAfter.value_or(sent.bytes.size())));
-  object.Set("isWhole", Val(sent.isWhole && !reply.cutAfter.has_value()));
+  object.Set("isWhole", Val(sent.isWhole && reply.status != 0 && !reply.cutAfter.has_value()));
   return object;
 }
 

@@ -123,6 +123,13 @@ TEST_F(ReplayTest, FailsWhereAResponseWasCutOff) {
             "The recorded response was cut off");
 }
 
+TEST_F(ReplayTest, FailsWhereThereWasNoResponse) {
+  std::string line = Line(1, "0", "GET", "/status", "", "");
+  line.replace(line.find("200"), 3, "0");
+  EXPECT_EQ(Send(*Load(kStart + line), "GET", "http://127.0.0.1:2/status"),
+            "The recorded connection ended without a response");
+}
+
 TEST_F(ReplayTest, HasBodiesThatAreBytes) {
   const std::string line = R"({"number":1,"server":"0","method":"GET","target":"/status","request":{},)"
                            R"("response":{"status":200,"bodyBase64":"AMMo"}})";

@@ -90,6 +90,12 @@ def test_a_cut_response_is_a_broken_connection(tmp_path: Path) -> None:
         send(Replay(write(tmp_path / "file", START, cut)), "GET", "http://127.0.0.1:2/status")
 
 
+def test_a_connection_without_a_response_is_broken(tmp_path: Path) -> None:
+    dropped = line("0", "GET", "/status", "", "", status=0)
+    with pytest.raises(ConnectionError, match="without a response"):
+        send(Replay(write(tmp_path / "file", START, dropped)), "GET", "http://127.0.0.1:2/status")
+
+
 def test_a_recording_may_end_inside_a_line(tmp_path: Path) -> None:
     torn = json.dumps(STATUS)[:30]
     path = write(tmp_path / "file", START, STATUS, torn, {**START, "service": "http://127.0.0.1:9/"}, STATUS)

@@ -88,6 +88,8 @@ class Replay:
                 wanted = f"{request.method} {request.url}, a server that it does not name"
                 raise NotRecorded(self._explain_missing(wanted if question is None else str(question)))
             found.used = True
+        if found.response.status == 0:
+            raise ConnectionError("The recorded connection ended without a response")
         if not found.whole:
             raise ConnectionError("The recorded response was cut off")
         return found.response
