@@ -1,5 +1,7 @@
 // The control interface as tests of other projects reach it.
 #include <cryptstand/fixture.h>
+#include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -58,6 +60,21 @@ TEST(NoControlTest, FailsWithoutAProgram) {
   EXPECT_EQ(environment.Control("GET", "/stand/").Describe(), "The test environment is not running");
   EXPECT_FALSE(environment.Reset());
   EXPECT_EQ(environment.GetError(), "The test environment is not running");
+}
+
+// A program that reports HTTPS takes the place of the real one.
+TEST(NoControlTest, StartsAnotherEnvironmentWhereItCannotReset) {
+  const std::string program = testing::TempDir() + "https_" + std::to_string(getpid());
+  std::ofstream(program)
+      << "#!/bin/sh\necho '{\"service\":\"https://127.0.0.1:1/\"}' >\"$4\"\nexec cat >&2\n";
+  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  Environment environment;
+  ASSERT_TRUE(environment.Start({.program = program})) << environment.GetError();
+  const std::string folder = environment.GetFolder();
+  EXPECT_TRUE(environment.Reset()) << environment.GetError();
+  EXPECT_TRUE(environment.IsRunning());
+  EXPECT_NE(environment.GetFolder(), folder);
+  std::filesystem::remove(program);
 }
 
 TEST(HttpExchangeTest, ReportsWhyThereIsNoResponse) {
