@@ -1,8 +1,10 @@
 #include "stand/recording.h"
 
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <sys/stat.h>
+#include <thread>
 
 #include "stand/recording_lines.h"
 #include "tests/foundation/file_size_limit.h"
@@ -78,6 +80,24 @@ TEST_F(RecordingFileTest, RefusesWhatIsNoFile) {
   Recording other;
   EXPECT_FALSE(other.Open(folder.Path("a/b"), start, error));
   EXPECT_EQ(error, folder.Path("a/b") + ": No such file or directory");
+}
+
+TEST_F(RecordingFileTest, KeepsLinesOfSeveralThreadsWhole) {
+  Recording recording;
+  ASSERT_TRUE(Open(recording)) << error;
+  constexpr std::size_t kLines = 200;
+  std::vector<std::thread> threads;
+  for (char letter = 'a'; letter < 'i'; ++letter) {
+    threads.emplace_back([&recording, letter] {
+      for (std::size_t i = 0; i < kLines; ++i) recording.Write(std::string(5000, letter));
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  std::istringstream text(Slurp(Path()));
+  std::map<std::string, std::size_t> lines;
+  for (std::string line; std::getline(text, line);) ++lines[line];
+  EXPECT_EQ(lines.size(), threads.size() + 1);
+  for (char letter = 'a'; letter < 'i'; ++letter) EXPECT_EQ(lines[std::string(5000, letter)], kLines);
 }
 
 TEST_F(RecordingFileTest, ReportsAWriteFailureOnceAndEnds) {

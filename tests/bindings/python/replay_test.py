@@ -4,6 +4,10 @@ from __future__ import annotations
 
 import io
 import json
+import os
+import signal
+import threading
+import time
 from pathlib import Path
 from typing import Any, Dict
 
@@ -156,3 +160,32 @@ def test_an_origin_is_refused_as_there(tmp_path: Path) -> None:
     assert str(here.value) == str(there.value)
     assert here.value.report == there.value.report
     assert not opened.exists()
+
+
+def test_a_killed_program_leaves_whole_lines(tmp_path: Path) -> None:
+    recorded = tmp_path / "recorded"
+    script = tmp_path / "program"
+    script.write_text(f'#!/bin/sh\necho $$ >{tmp_path}/process\nexec "$CRYPTSTAND" "$@"\n')
+    script.chmod(0o700)
+    with Environment(program=str(script), arguments=["--record", str(recorded)]) as environment:
+        service = environment.service
+
+        def ask() -> None:
+            with cryptcli.Client(service) as client:
+                with pytest.raises(cryptcli.Error):
+                    while True:
+                        client.room("demo")
+
+        threads = [threading.Thread(target=ask) for _ in range(4)]
+        for thread in threads:
+            thread.start()
+        deadline = time.monotonic() + 60
+        while recorded.stat().st_size < 100_000 and time.monotonic() < deadline:
+            time.sleep(0.01)
+        os.kill(int((tmp_path / "process").read_text()), signal.SIGKILL)
+        for thread in threads:
+            thread.join()
+    lines = recorded.read_bytes().split(b"\n")
+    assert len(lines) > 50
+    assert [json.loads(text)["target"] for text in lines[1:-1]] == ["/crypt/key/demo"] * (len(lines) - 2)
+    assert Replay(recorded).unused >= len(lines) - 2
