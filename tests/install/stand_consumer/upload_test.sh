@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # What a project writes to test its own scripts with the installed local test environment: upload_test.sh PREFIX
 set -eu
 # shellcheck source=/dev/null
