@@ -336,9 +336,9 @@ bool Stand::SetServerCertificate(int server, ServerCertificate type) {
 }
 
 bool Stand::EndConnections(int server) {
-  HttpServer* http = impl_->FindServer(server);
-  if (http != nullptr) http->EndConnections();
-  return http != nullptr;
+  if (server == kProxy || !impl_->Has(server)) return false;
+  impl_->At(server).EndConnections();
+  return true;
 }
 
 std::string Stand::GetProxyUrl() const {
