@@ -124,6 +124,7 @@ void Operation::StartOver() {
   attempts_.clear();
   isAttemptOpen_ = false;
   examinedGroup_.clear();
+  shownCertificate_.clear();
   read_ = 0;
 }
 
@@ -195,7 +196,8 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
 
 // The crypt service takes a key with the number of the latest list of members, also if another client's key
 // came before that list. So the key is asked for once more after the list: a key that comes later makes the
-// number stale, an earlier one is seen here.
+// number stale, an earlier one is seen here. A certificate that this operation was shown before belongs to
+// the key that it replaces, since that cannot be used any more.
 bool Operation::IsKeyThere() {
   HttpResponse response;
   cryptcli_status failure = CRYPTCLI_UNREACHABLE;
@@ -203,8 +205,11 @@ bool Operation::IsKeyThere() {
     return false;
   Val value;
   AnsiStr error;
-  return response.status == kStatusOk && OruGuiBase::JSON2Val(response.body, value, error) &&
-         value.GetType() == ValType::Map && !Member(value.AsMap(), "certificate").empty();
+  if (response.status != kStatusOk || !OruGuiBase::JSON2Val(response.body, value, error) ||
+      value.GetType() != ValType::Map)
+    return false;
+  const std::string certificate = Member(value.AsMap(), "certificate");
+  return !certificate.empty() && certificate != shownCertificate_;
 }
 
 std::int32_t Operation::Forward(const Request& request, const Place& place, HttpResponse& response,
@@ -272,6 +277,7 @@ void Operation::ReadServiceResponse(std::string_view path, const AnsiStr& body) 
   const KVMap object = value.AsMap();
   facts_.serviceRoom = Member(object, "room");
   facts_.serviceGroup = Member(object, "group");
+  shownCertificate_ = Member(object, "certificate");
   facts_.isPlainKey = IsPlainKey(object.Get("plain").AsString());
   const std::string errorId = Member(object, "errorid");
   facts_.isKeyRefused = errorId == kKeyRefused;

@@ -130,7 +130,8 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   OruGuiBase::IThreadObserver* before_;
   Facts facts_;
   Exchange latest_;
-  Request keyRequest_;  ///< the latest one for the room's key
+  Request keyRequest_;            ///< the latest one for the room's key
+  std::string shownCertificate_;  ///< of the response to it; empty for none
   std::vector<Attempt> attempts_;
   bool isAttemptOpen_ =
       false;  ///< the latest exchange was with a key server and its failure is not recorded yet

@@ -89,6 +89,25 @@ TEST_F(ScriptedTest, AFirstKeyOfAnotherClientIsSeenBeforeTheUpload) {
   EXPECT_EQ(services.Count("newkey"), 0U);
 }
 
+// The client makes a new key since the shown one cannot be used: it is not another client's.
+class UnusableKey : public EnvironmentTest {};
+
+TEST_F(UnusableKey, IsReplacedOnce) {
+  using CryptStand::RoomCertificate;
+  Protect("content");
+  for (const auto type : {RoomCertificate::Expired, RoomCertificate::Foreign, RoomCertificate::WrongIssuer}) {
+    ASSERT_TRUE(stand.SetRoomCertificate(kRoom, type));
+    stand.ClearEvents();
+    const Outcome outcome = Encrypt("plain", "secret", kRoom);
+    EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+    std::size_t uploads = 0;
+    for (const CryptStand::Event& event : stand.GetEvents()) {
+      if (event.operation == "newkey") ++uploads;
+    }
+    EXPECT_EQ(uploads, 1U);
+  }
+}
+
 // 412 says the same as 409: the key was made for a state of the room that is over.
 TEST_F(ScriptedTest, AFirstKeyThatIsRefusedWithEitherStatusIsTriedAgain) {
   const auto none = TestSupport::Json(
