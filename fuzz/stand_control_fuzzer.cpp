@@ -32,6 +32,9 @@ class FakeServers : public CryptStand::Servers {
     Require(server != CryptStand::kCryptService, "no request takes down the server that it waits for");
     isUp_.at(server) = false;
   }
+  bool HasTls() const override { return true; }
+  bool Show(int server, CryptStand::ServerCertificate) override { return Has(server); }
+  CryptStand::ForwardProxy* GetProxy() const override { return nullptr; }
 
  private:
   std::map<int, bool> isUp_ = {{CryptStand::kCryptService, true}, {0, true}, {1, true}};
