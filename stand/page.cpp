@@ -1,13 +1,13 @@
 // The page at the root of the crypt service: one embedded file, and the policy that it is sent with.
 #include "stand/page.h"
 
+#include <algorithm>
 #include <openssl/evp.h>
 #include <string>
 #include <string_view>
 
 #include "stand/key_pair.h"
 #include "stand/page_html.h"
-#include "stand/served.h"
 
 namespace CryptStand {
 namespace {
@@ -45,11 +45,14 @@ std::string MakePolicy() {
 }  // namespace
 
 bool IsPageRequest(const HttpRequest& request) {
-  return request.target == "/" || request.target.rfind("/?", 0) == 0;
+  const bool isRoot = request.target == "/" || request.target.starts_with("/?");
+  const auto accepted = request.HeaderValues("Accept");
+  return isRoot && (request.method == "GET" || request.method == "HEAD") &&
+         std::any_of(accepted.begin(), accepted.end(),
+                     [](const std::string& types) { return types.find("text/html") != std::string::npos; });
 }
 
-HttpReply ServePage(const HttpRequest& request) {
-  if (request.method != "GET" && request.method != "HEAD") return WrongMethod("GET, HEAD").reply;
+HttpReply ServePage() {
   static const std::string policy = MakePolicy();
   HttpReply reply;
   reply.contentType = "text/html; charset=utf-8";
@@ -59,7 +62,8 @@ HttpReply ServePage(const HttpRequest& request) {
                    {"Referrer-Policy", "no-referrer"},
                    {"Cross-Origin-Opener-Policy", "same-origin"},
                    {"Cross-Origin-Resource-Policy", "same-origin"},
-                   {"Cache-Control", "no-store"}};
+                   {"Cache-Control", "no-store"},
+                   {"Vary", "Accept"}};
   return reply;
 }
 

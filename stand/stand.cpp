@@ -261,7 +261,7 @@ bool Stand::Impl::OpenRecording(std::string& error) {
 }
 
 HttpReply Stand::Impl::ServeCrypt(const HttpRequest& request, const std::stop_token& stop) {
-  if (IsPageRequest(request)) return control.RefuseForeign(request).value_or(ServePage(request));
+  if (IsPageRequest(request)) return control.RefuseForeign(request).value_or(ServePage());
   if (Control::IsFor(request)) return control.Serve(request, stop);
   const auto route = CryptService::FindRoute(request);
   const Subject subject = route.has_value() ? Subject{route->operation, route->id} : Subject();
