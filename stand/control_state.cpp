@@ -125,27 +125,24 @@ std::string ServerName(int server) {
 
 namespace {
 
-// Key servers and `others`, for a member that names some of them.
-std::vector<int> ReadServersAnd(ControlCall& call, const std::vector<int>& others) {
-  const Servers& servers = call.environment.GetServers();
+// Key servers and `servers`, for a member that names some of them.
+std::vector<int> ReadServersAnd(ControlCall& call, std::vector<int> servers) {
+  const Servers& all = call.environment.GetServers();
   const Val value = call.input.Get("server");
   const bool isNumber = value.GetType() == OruGuiBase::ValType::Integer;
   const std::string name = isNumber ? std::to_string(value.AsInteger()) : call.input.ReadString("server");
-  std::vector<int> all;
-  std::vector<std::string> allowed = {"all"};
-  for (int server = 0; server < servers.CountKeyServers(); ++server) {
-    all.push_back(server);
-    allowed.push_back(ServerName(server));
-  }
-  if (name == "all") return all;
-  for (const int other : others) {
-    all.push_back(other);
-    allowed.push_back(ServerName(other));
-  }
-  const auto found = std::find_if(all.begin(), all.end(), [&](int server) {
-    return name == ServerName(server) || name == servers.GetUrl(server);
+  std::vector<int> keyServers;
+  for (int server = 0; server < all.CountKeyServers(); ++server) keyServers.push_back(server);
+  if (name == "all") return keyServers;
+  std::vector<std::string> allowed;
+  for (const int server : servers) allowed.push_back(ServerName(server));
+  allowed.emplace_back("all");
+  for (const int server : keyServers) allowed.push_back(ServerName(server));
+  servers.insert(servers.end(), keyServers.begin(), keyServers.end());
+  const auto found = std::find_if(servers.begin(), servers.end(), [&](int server) {
+    return name == ServerName(server) || name == all.GetUrl(server);
   });
-  if (found != all.end()) return {*found};
+  if (found != servers.end()) return {*found};
   call.input.Refuse("server", "\"server\" must be one of those that are allowed, or a server's URL", allowed);
   return {};
 }
