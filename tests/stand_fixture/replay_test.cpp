@@ -254,7 +254,7 @@ TEST_F(RecordedTest, FailsOverAsThere) {
 TEST_F(RecordedTest, DoesNotProtectWithARecordedSignature) {
   const auto client = MakeReplaying();
   ASSERT_TRUE(client.has_value()) << client.error().message;
-  const auto here = client->Encrypt("demo", cryptcli::Source::FromMemory(kContent), Path("other"));
+  const auto here = client->Encrypt("demo", cryptcli::Source::FromMemory("other bytes"), Path("other"));
   EXPECT_FALSE(here.has_value());
   EXPECT_FALSE(std::filesystem::exists(Path("other")));
 }
