@@ -6,20 +6,17 @@
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
-#include <filesystem>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <unistd.h>
 #include <vector>
 
+#include "stand/announcement.h"
 #include "stand/exit_code.h"
 #include "stand/ready_notification.h"
-#include "stand/socket.h"
 #include "stand/stand.h"
-#include "stand/text_file.h"
 #include "stand/version.h"
-#include "stand/wire.h"
 
 namespace {
 
@@ -47,59 +44,6 @@ sigset_t BlockEndSignals() {
   return signals;
 }
 
-// Before anything that takes long: the keys of a new folder do.
-void PrintStart(const Options& options) {
-  const bool isNew = !std::filesystem::exists(options.folder + "/stand.sqlite");
-  std::cout << "cryptstand: starting in " << options.folder
-            << (isNew ? ", which is new: its keys are generated first\n" : "\n") << std::flush;
-}
-
-// With the token in the fragment, which browsers send to nobody.
-std::string PageUrl(const Stand& stand) {
-  return stand.GetServiceUrl() + "#token=" + stand.GetControlToken();
-}
-
-// What the command needs to reach the servers, besides the address.
-std::string SecurityArguments(const Stand& stand, const Options& options) {
-  if (!options.tls) return {};
-  std::string arguments = "--ca-file '" + stand.GetServerAuthorityFile() + "' ";
-  if (stand.GetClient().certificate.IsEmpty()) return arguments;
-  return arguments + "--client-cert '" + options.folder + "/client.pem' --client-key '" + options.folder +
-         "/client.key' ";
-}
-
-void PrintBanner(const Stand& stand, const Options& options) {
-  const std::string command = " --service " + stand.GetServiceUrl() + " --room '" + options.rooms.front() +
-                              "' " + SecurityArguments(stand, options);
-  std::cout << "cryptstand: a local test environment, never for anything that has to be protected\n"
-            << "page " << PageUrl(stand) << "\n"
-            << "service " << stand.GetServiceUrl() << "\n";
-  for (const std::string& url : stand.GetKeyServerUrls()) std::cout << "keyserver " << url << "\n";
-  if (options.tls) std::cout << "ca-file " << stand.GetServerAuthorityFile() << "\n";
-  if (!stand.GetProxyUrl().empty()) std::cout << "proxy " << stand.GetProxyUrl() << "\n";
-  std::cout << "try:\n  cryptcli encrypt" << command << "FILE FILE.p7m\n  cryptcli decrypt" << command
-            << "FILE.p7m FILE\n"
-            << std::flush;
-}
-
-// The file appears as a whole, so that a waiting script never reads half of it.
-bool WriteUrls(const Stand& stand, const Options& options, const std::string& path) {
-  CryptStand::KVMap urls;
-  urls.Set("service", CryptStand::TextVal(stand.GetServiceUrl()));
-  urls.Set("keyservers", CryptStand::TextsVal(stand.GetKeyServerUrls()));
-  urls.Set("rooms", CryptStand::TextsVal(stand.GetRooms()));
-  urls.Set("token", CryptStand::TextVal(stand.GetControlToken()));
-  urls.Set("page", CryptStand::TextVal(PageUrl(stand)));
-  if (options.tls) urls.Set("caFile", CryptStand::TextVal(stand.GetServerAuthorityFile()));
-  if (!stand.GetClient().certificate.IsEmpty()) {
-    urls.Set("clientCertificate", CryptStand::TextVal(options.folder + "/client.pem"));
-    urls.Set("clientKey", CryptStand::TextVal(options.folder + "/client.key"));
-  }
-  if (!stand.GetProxyUrl().empty()) urls.Set("proxy", CryptStand::TextVal(stand.GetProxyUrl()));
-  std::string error;
-  return CryptStand::WriteTextFile(path, CryptStand::WriteObject(urls) + "\n", 0600, error);
-}
-
 // For a parent that may crash: whatever ends it also closes its end of a pipe. The signal is pending until
 // sigwait() gets it, so this may begin before the servers.
 void StopAtEndOfInput() {
@@ -109,14 +53,6 @@ void StopAtEndOfInput() {
     while (count > 0 || (count < 0 && errno == EINTR)) count = read(STDIN_FILENO, ignored, sizeof ignored);
     kill(getpid(), SIGTERM);
   }).detach();
-}
-
-void WarnOfOthers(const Options& options) {
-  if (CryptStand::IsLoopbackAddress(options.listen)) return;
-  std::cerr
-      << "cryptstand: warning: " << options.listen
-      << " may be reached from other machines; private keys are unencrypted, and whoever reaches a port "
-         "changes how the servers behave: only in a container or an isolated network\n";
 }
 
 // The program runs on without its service manager, which then ends it after a while or takes it for unready.
@@ -140,8 +76,8 @@ ExitCode Serve(const Options& options, const std::string& urlFile, const sigset_
     std::cerr << "cryptstand: " << error << "\n";
     return ExitCodeOf(stand.GetStartFailure());
   }
-  PrintBanner(stand, options);
-  if (!urlFile.empty() && !WriteUrls(stand, options, urlFile)) {
+  CryptStand::PrintBanner(stand, options);
+  if (!urlFile.empty() && !CryptStand::WriteUrls(stand, options, urlFile)) {
     std::cerr << "cryptstand: " << urlFile << " cannot be written\n";
     return ExitCode::Failed;
   }
@@ -175,8 +111,8 @@ ExitCode Run(const Options& options, const std::string& urlFile, bool stopAtEof)
   // Before the servers start their threads, which inherit the mask: only sigwait() gets the signals then.
   const sigset_t signals = BlockEndSignals();
   if (stopAtEof) StopAtEndOfInput();
-  PrintStart(options);
-  WarnOfOthers(options);
+  CryptStand::PrintStart(options);
+  CryptStand::WarnOfOthers(options);
   const ExitCode code = Serve(options, urlFile, signals);
   if (code == ExitCode::Success) std::cout << "cryptstand: stopped\n" << std::flush;
   return code;

@@ -12,6 +12,7 @@
 #include "stand/page.h"
 #include "stand/recording_lines.h"
 #include "stand/required_headers.h"
+#include "stand/server_tls.h"
 #include "stand/socket.h"
 #include "stand/text_file.h"
 
@@ -28,7 +29,6 @@ ControlAccess MakeAccess(const Options& options) {
   return {options.controlToken.empty() ? ControlAccess::MakeToken() : options.controlToken, std::move(hosts)};
 }
 
-constexpr const char* kMake = "make";
 constexpr const char* kHostCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.";
 
 }  // namespace
@@ -40,7 +40,7 @@ class Stand::Impl : public Servers {
         realm(options.folder.empty() && !options.ownKeys, options.seed),
         environment(realm, *this, options.group),
         control(environment, MakeAccess(options)),
-        tls(realm.store),
+        tls(realm.store, realm.log),
         service(realm) {
     // A static Stand must be destroyed before OpenSSL's exit handler runs, since its threads use OpenSSL
     // until the servers are down. Exit handlers run in reverse order, so OpenSSL registers its own here,
@@ -54,9 +54,7 @@ class Stand::Impl : public Servers {
   bool WriteToken(std::string& error);
   bool SetUpHeaders(std::string& error);
   bool SetUpTls(std::string& error);
-  bool WriteTlsFiles(std::string& error);
   bool SetUpProxy(std::string& error);
-  void Secure(HttpServer& http, int server);
   std::string GetHost() const;
   std::string UrlOf(const HttpServer& server) const;
   bool Bind(std::string& error);
@@ -88,7 +86,7 @@ class Stand::Impl : public Servers {
   Realm realm;
   Environment environment;
   Control control;
-  TlsIdentities tls;
+  ServerTls tls;
   CryptService service;
   std::unique_ptr<HttpServer> crypt;
   // Order matters: the HTTP servers (and their threads) are destroyed before the key servers that they call.
@@ -152,47 +150,14 @@ bool Stand::Impl::SetUpProxy(std::string& error) {
 }
 
 bool Stand::Impl::SetUpTls(std::string& error) {
-  if (!options.tls && !options.clientCa.empty()) error = "Client certificates need TLS";
-  if (!options.tls) return options.clientCa.empty();
+  if (!options.tls) {
+    if (!options.clientCa.empty()) error = "Client certificates need TLS";
+    return options.clientCa.empty();
+  }
   std::vector<std::string> hosts = {GetHost()};
   if (options.listen != "0.0.0.0" && options.listen != "::") hosts.push_back(options.listen);
-  if (!tls.Prepare(std::move(hosts), error)) return false;
-  if (options.clientCa == kMake && !tls.PrepareClient(error)) return false;
-  if (!options.clientCa.empty() && options.clientCa != kMake) {
-    const auto authorities = ReadTextFile(options.clientCa, error);
-    if (!authorities.has_value()) return false;
-    tls.SetClientAuthorities(*authorities);
-  }
-  // Made once here, so that a file without certificates is found at the start and not by each client.
-  if (tls.GetContext(kCryptService).IsEmpty()) {
-    error = options.clientCa + ": no certificates in PEM";
-    return false;
-  }
-  return WriteTlsFiles(error);
-}
-
-// Certificates are public; the key is the client's alone.
-bool Stand::Impl::WriteTlsFiles(std::string& error) {
-  if (options.folder.empty()) return true;
-  const std::string base = options.folder + "/";
-  if (!WriteTextFile(base + "server-ca.pem", tls.GetServerAuthority(), 0644, error)) return false;
-  const Identity client = tls.GetClient();
-  return client.certificate.IsEmpty() ||
-         (WriteTextFile(base + "client.pem", client.certificate.ToPEM(), 0644, error) &&
-          WriteTextFile(base + "client.key", client.key.ToPEM(), 0600, error));
-}
-
-// A handshake that fails is no request, but whoever looks for a missing one finds the reason in the log.
-void Stand::Impl::Secure(HttpServer& http, int server) {
-  if (!options.tls) return;
-  http.Secure({[this, server] { return tls.GetContext(server); },
-               [this, server](const std::string& reason) {
-                 Event event;
-                 event.server = server;
-                 event.operation = "handshake";
-                 event.outcome = "TLS: " + reason;
-                 realm.log.Add(event);
-               }});
+  return tls.Prepare(std::move(hosts), options.clientCa, error) &&
+         (options.folder.empty() || tls.WriteFiles(options.folder, error));
 }
 
 bool Stand::Impl::Show(int server, ServerCertificate type) {
@@ -246,7 +211,7 @@ bool Stand::Impl::BindKeyServer(int index, std::string& error) {
           return keyServers[place]->Serve(request, subject.operation);
         });
       }));
-  Secure(*keyHttp.back(), index);
+  if (options.tls) tls.Secure(*keyHttp.back(), index);
   const int port = options.port == 0 ? 0 : options.port + 1 + index;
   if (!keyHttp.back()->Bind(options.listen, port, error)) return false;
   keyServers.push_back(std::make_unique<KeyServer>(realm, index, UrlOf(*keyHttp.back())));
@@ -273,7 +238,7 @@ HttpReply Stand::Impl::ServeCrypt(const HttpRequest& request, const std::stop_to
 bool Stand::Impl::Start(std::string& error) {
   crypt = std::make_unique<HttpServer>(
       [this](const HttpRequest& request, const std::stop_token& stop) { return ServeCrypt(request, stop); });
-  Secure(*crypt, kCryptService);
+  if (options.tls) tls.Secure(*crypt, kCryptService);
   // What can fail at once comes first: generating keys takes time.
   failure = LockFolder(error);
   if (failure == StartFailure::None && !Bind(error)) failure = StartFailure::Port;
@@ -324,7 +289,7 @@ std::string Stand::GetServerAuthority() const {
 
 std::string Stand::GetServerAuthorityFile() const {
   const Options& options = impl_->options;
-  return options.tls && !options.folder.empty() ? options.folder + "/server-ca.pem" : "";
+  return options.tls && !options.folder.empty() ? options.folder + kAuthorityFile : "";
 }
 
 Identity Stand::GetClient() const {
