@@ -21,13 +21,20 @@ document.addEventListener('securitypolicyviolation', (e) => violations.push(e.vi
 """
 
 
-def start() -> webdriver.Chrome:
+def start(certificate_for: Optional[str] = None) -> webdriver.Chrome:
+    """Starts the browser, with the certificates in the home directory. `certificate_for` is the origin of a server that
+    asks for a client certificate, such as https://127.0.0.1:7080: the browser presents one without asking."""
     options = webdriver.ChromeOptions()
     options.binary_location = os.environ["CHROMIUM"]
     # Without a sandbox of its own, since tests may run as root; it sees no page but ours.
     arguments = "--headless=new --no-sandbox --disable-dev-shm-usage --hide-scrollbars --no-proxy-server"
     for argument in arguments.split():
         options.add_argument(argument)
+    if certificate_for is not None:
+        # Nobody is there to choose. A policy could do the same, but for the whole machine and as root alone.
+        choice = {f"{certificate_for},*": {"setting": {"filters": [{}]}}}
+        exceptions = {"auto_select_certificate": choice}
+        options.add_experimental_option("prefs", {"profile": {"content_settings": {"exceptions": exceptions}}})
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
     driver = webdriver.Chrome(service=Service(os.environ["CHROMEDRIVER"]), options=options)
     driver.set_window_size(1200, 1300)
