@@ -61,14 +61,15 @@ void Listener::Down() {
   acceptor_.join();
   listening_.Close();
   stopping_.request_stop();
+  // Taken out of the list, at which EndConnections() may look at any time. The threads are joined without
+  // mutex_, which each of them takes at its end.
+  std::list<Connection> ended;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
-    for (const Connection& connection : connections_) shutdown(connection.socket.Get(), SHUT_RDWR);
+    ended.swap(connections_);
+    for (const Connection& connection : ended) shutdown(connection.socket.Get(), SHUT_RDWR);
   }
-  // Without mutex_, which each thread takes at its end. The acceptor has ended, so nobody else changes the
-  // list.
-  for (Connection& connection : connections_) connection.thread.join();
-  connections_.clear();
+  for (Connection& connection : ended) connection.thread.join();
   up_ = false;
 }
 
