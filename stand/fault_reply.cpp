@@ -12,6 +12,7 @@ namespace {
 using OruGuiBase::Array;
 using OruGuiBase::ValType;
 
+constexpr std::size_t kMeasured = 1U << 20U;  // enough to cut a body in the middle of something
 constexpr std::size_t kDepth = 100000;        // would overflow the stack of a recursive parser
 constexpr int kMsPerByte = 10;                // a response of some hundred bytes takes seconds
 constexpr std::size_t kHugeSize = 8U << 20U;  // far above any real response, within what a client may accept
@@ -131,12 +132,13 @@ void ChangeType(HttpReply& reply, const std::string& type) {
   reply.body = WriteObject(*object);
 }
 
-// Produces a streamed body once only to measure it; openBody() gives the same bytes again when it is sent.
+// Produces a streamed body once only to measure it; openBody() gives the same bytes again when it is sent. A
+// generated one may have any size, so the rest of a long one is not looked at.
 std::size_t SizeOf(const HttpReply& reply) {
   if (!reply.openBody) return reply.body.size();
   std::size_t size = 0;
   const BodySource next = reply.openBody();
-  for (std::string chunk = next(); !chunk.empty(); chunk = next()) size += chunk.size();
+  for (std::string chunk = next(); !chunk.empty() && size < kMeasured; chunk = next()) size += chunk.size();
   return size;
 }
 
