@@ -20,10 +20,15 @@ std::optional<std::uint64_t> Environment::SetFault(int server, const Fault& faul
     const auto type = FindServerCertificate(fault.text.empty() ? "expired" : fault.text);
     if (!type.has_value() || !servers_.Show(server, *type)) return std::nullopt;
   }
+  const auto lock = LockFor(server);
   const std::uint64_t id = realm_.faults.Set(server, fault);
   if (fault.type == FaultType::Down) servers_.Down(server);
   realm_.log.NoteChange();
   return id;
+}
+
+std::unique_lock<std::mutex> Environment::LockFor(int server) {
+  return server == kCryptService ? std::unique_lock<std::mutex>() : std::unique_lock<std::mutex>(change_);
 }
 
 // The crypt service is up whenever one of its own requests comes here, and must not wait for itself: while it
@@ -36,6 +41,7 @@ bool Environment::BringUp(int server) {
 
 bool Environment::ClearFaults(int server) {
   if (!servers_.Has(server)) return false;
+  const auto lock = LockFor(server);
   realm_.faults.Clear(server);
   servers_.Show(server, ServerCertificate::Good);
   realm_.log.NoteChange();
@@ -43,6 +49,7 @@ bool Environment::ClearFaults(int server) {
 }
 
 bool Environment::ClearFault(std::uint64_t id) {
+  const std::lock_guard<std::mutex> lock(change_);
   const auto removed = realm_.faults.Remove(id);
   if (!removed.has_value()) return false;
   if (removed->fault.type == FaultType::ServerCertificate) {
@@ -81,6 +88,7 @@ bool Environment::Reset() {
   if (!realm_.store.Reset()) return false;
   realm_.tokens.Reset();
   realm_.settings.Reset();
+  const std::lock_guard<std::mutex> lock(change_);
   realm_.faults.Reset();
   bool isUp = true;
   for (int server = kCryptService; server < servers_.CountKeyServers(); ++server) {

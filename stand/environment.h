@@ -52,10 +52,15 @@ class Environment {
 
  private:
   bool BringUp(int server);
+  /// Holds `change_`, but not for the crypt service: whoever takes that down waits for the requests to the
+  /// control interface, and one of these may wait for `change_`.
+  std::unique_lock<std::mutex> LockFor(int server);
 
   Realm& realm_;
   Servers& servers_;
   const std::string group_;
+  /// A fault and the state of its server change together.
+  std::mutex change_;
   std::mutex mutex_;
   std::map<std::string, KeyView> views_;  // by wrapped key; guarded by mutex_
 };
