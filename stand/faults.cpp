@@ -35,8 +35,8 @@ constexpr FaultTypeInfo kTypes[] = {
      nullptr},
     {FaultType::WrongContentType, "wrong-content-type", "another content type", nullptr,
      "the type; empty for \"text/html\""},
-    {FaultType::Cut, "cut", "the connection ends inside the body", "bytes of the body; 0 for half of it",
-     nullptr},
+    {FaultType::Cut, "cut", "the connection ends inside the body",
+     "bytes of the body; 0 for half of its first MiB", nullptr},
     {FaultType::SecStatus, "sec-status", "a header \"x-sec-status\"", "the value if there is no text",
      "the value"},
     {FaultType::JsonResponse, "json-response", "an envelope whose payload has \"type\" alone", nullptr,
@@ -92,6 +92,7 @@ std::uint64_t Faults::Set(int server, const Fault& fault) {
 void Faults::Clear(int server) {
   const std::lock_guard<std::mutex> lock(mutex_);
   std::erase_if(faults_, [server](const ActiveFault& fault) { return fault.server == server; });
+  ++clears_[server];
 }
 
 std::optional<ActiveFault> Faults::Remove(std::uint64_t id) {
@@ -101,12 +102,14 @@ std::optional<ActiveFault> Faults::Remove(std::uint64_t id) {
   if (found == faults_.end()) return std::nullopt;
   const ActiveFault removed = *found;
   faults_.erase(found);
+  ++clears_[removed.server];
   return removed;
 }
 
 void Faults::Reset() {
   const std::lock_guard<std::mutex> lock(mutex_);
   faults_.clear();
+  ++resets_;
   if (seed_.has_value()) generator_.seed(*seed_);
 }
 
@@ -134,6 +137,12 @@ std::vector<Fault> Faults::Take(int server, const std::string& operation) {
   std::erase_if(faults_,
                 [](const ActiveFault& active) { return active.fault.uses > 0 && active.GetUsesLeft() <= 0; });
   return taken;
+}
+
+std::uint64_t Faults::CountClears(int server) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = clears_.find(server);
+  return resets_ + (found != clears_.end() ? found->second : 0);
 }
 
 std::vector<ActiveFault> Faults::List() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <random>
@@ -33,8 +34,8 @@ enum class FaultType {
   EmptyMembers,      ///< Each member of the response but "type" is the empty value of its type.
   OtherMembers,      ///< Each member of the response but "type" is of another type.
   WrongContentType,  ///< The content type is `text`, "text/html" when that is empty.
-  Cut,               ///< The connection ends after `number` bytes of the body, half of it when that is 0.
-  SecStatus,         ///< "x-sec-status" is `text`, or `number` when that is empty; the body stays.
+  Cut,        ///< The connection ends after `number` bytes of the body, half of its first MiB when that is 0.
+  SecStatus,  ///< "x-sec-status" is `text`, or `number` when that is empty; the body stays.
   JsonResponse,  ///< An envelope whose payload has "type" alone: `text`, "getAuditLogResponse" when empty.
   EmptyCsv,      ///< The body is empty and the content type "text/csv".
   Trickle,       ///< Each byte of the body comes after `number` milliseconds, 10 when that is 0.
@@ -95,6 +96,8 @@ class Faults {
   void Reset();
   /// The faults that apply to a request; counts it as a use of each.
   std::vector<Fault> Take(int server, const std::string& operation);
+  /// How often faults of this server were cleared. Whoever carries one out for long looks at it.
+  std::uint64_t CountClears(int server) const;
   /// In the order in which they were set.
   std::vector<ActiveFault> List() const;
 
@@ -110,6 +113,8 @@ class Faults {
   // All guarded by mutex_.
   std::vector<ActiveFault> faults_;
   std::uint64_t lastId_ = 0;
+  std::map<int, std::uint64_t> clears_;
+  std::uint64_t resets_ = 0;
   std::optional<std::uint64_t> seed_;
   std::mt19937_64 generator_;
 };

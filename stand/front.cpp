@@ -3,21 +3,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <ctime>
 
 #include "stand/fault_reply.h"
 
 namespace CryptStand {
 namespace {
-
-// Sleeps, but returns at once when the server goes down.
-void Wait(int milliseconds, const std::stop_token& stop) {
-  std::mutex mutex;
-  std::condition_variable_any never;
-  std::unique_lock<std::mutex> lock(mutex);
-  never.wait_for(lock, stop, std::chrono::milliseconds(milliseconds), [] { return false; });
-}
 
 // The form of RFC 9110, 5.6.7. Not with strftime, which would use the locale's names of days and months.
 std::string DateText(std::time_t time) {
@@ -51,14 +42,14 @@ Served ServeGuarded(const std::function<Served()>& serve) {
 
 }  // namespace
 
-HttpReply Front::Respond(const HttpRequest& request, const Subject& subject, const std::stop_token& stop,
+HttpReply Front::Respond(const HttpRequest& request, const Subject& subject,
                          const std::function<Served()>& serve) {
   Event event{.server = server_, .method = request.method, .target = request.target};
   event.operation = subject.operation;
   event.time = std::chrono::system_clock::now();
   const auto begin = std::chrono::steady_clock::now();
   const std::vector<Fault> faults = realm_.faults.Take(server_, subject.operation);
-  Served served = Apply(faults, stop, serve);
+  Served served = Apply(faults, request, serve);
   AddDate(faults, served.reply);
   for (const Fault& fault : faults) event.faults.emplace_back(NameOf(fault.type));
   event.status = served.reply.status;
@@ -76,13 +67,23 @@ HttpReply Front::Respond(const HttpRequest& request, const Subject& subject, con
   return std::move(served.reply);
 }
 
+// Ends early when nobody waits for the reply any more: the client has left, the server goes down, or the
+// fault was cleared.
+void Front::Delay(const HttpRequest& request, int milliseconds) const {
+  constexpr int kStepMs = 50;
+  const std::uint64_t clears = realm_.faults.CountClears(server_);
+  for (int left = milliseconds; left > 0 && realm_.faults.CountClears(server_) == clears; left -= kStepMs) {
+    if (!request.pause || !request.pause(std::min(left, kStepMs))) return;
+  }
+}
+
 // Replacing faults come first, because the request must then not be carried out; the others change whatever
 // reply there is.
-Served Front::Apply(const std::vector<Fault>& faults, const std::stop_token& stop,
+Served Front::Apply(const std::vector<Fault>& faults, const HttpRequest& request,
                     const std::function<Served()>& serve) const {
   std::optional<Served> served;
   for (const Fault& fault : faults) {
-    if (fault.type == FaultType::Slow) Wait(fault.number, stop);
+    if (fault.type == FaultType::Slow) Delay(request, fault.number);
     auto reply = MakeFaultReply(fault, server_ != kCryptService);
     if (reply.has_value()) served = Served{*std::move(reply), "not served"};
   }

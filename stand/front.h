@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -25,12 +24,12 @@ class Front {
 
   /// The reply to a request. Calls `serve` unless a fault replaces the reply; if it throws, the reply has
   /// status 500.
-  HttpReply Respond(const HttpRequest& request, const Subject& subject, const std::stop_token& stop,
-                    const std::function<Served()>& serve);
+  HttpReply Respond(const HttpRequest& request, const Subject& subject, const std::function<Served()>& serve);
 
  private:
-  Served Apply(const std::vector<Fault>& faults, const std::stop_token& stop,
+  Served Apply(const std::vector<Fault>& faults, const HttpRequest& request,
                const std::function<Served()>& serve) const;
+  void Delay(const HttpRequest& request, int milliseconds) const;
   void AddDate(const std::vector<Fault>& faults, HttpReply& reply) const;
   /// A group has no rooms of its name, so that only rooms are shown as such.
   std::string FindRoom(const std::string& id) const;

@@ -24,6 +24,8 @@ struct HttpRequest {
   std::vector<std::pair<std::string, std::string>> headers;
   /// The subject of the client's TLS certificate as in RFC 2253; empty without one.
   std::string peer{};
+  /// Sleeps for some milliseconds; returns false at once when the client leaves or the server goes down.
+  std::function<bool(int milliseconds)> pause{};
 
   /// Values of a header, whatever the case of its name.
   std::vector<std::string> HeaderValues(std::string_view name) const;

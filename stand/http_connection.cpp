@@ -176,10 +176,11 @@ class Connection {
 
 bool Connection::Secure() {
   if (!setup_.tls.getContext) return true;
+  // A client that leaves before the first byte is no failure: some look in this way whether a port is open.
+  if (!stream_.Bytes().WaitForFirstByte()) return false;
   const TlsContext context = setup_.tls.getContext();
   std::string error;
   if (!context.IsEmpty() && stream_.Bytes().Secure(context, error)) return true;
-  // A client that leaves before the first byte is no failure: some look in this way whether a port is open.
   if (setup_.tls.onFailure && !setup_.stop.stop_requested()) setup_.tls.onFailure(error);
   return false;
 }
@@ -217,6 +218,7 @@ bool Connection::ServeOne() {
 HttpReply Connection::Handle(Parser& parser) {
   HttpRequest request = ReadRequest(parser.release());
   request.peer = stream_.Bytes().GetPeerSubject();
+  request.pause = [this](int milliseconds) { return stream_.Bytes().PauseForClient(milliseconds); };
   return setup_.handler(request, setup_.stop);
 }
 

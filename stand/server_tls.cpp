@@ -1,6 +1,7 @@
 // Certificates for the connections of an environment's servers, and the files by which clients trust them.
 #include "stand/server_tls.h"
 
+#include <chrono>
 #include <utility>
 
 #include "stand/text_file.h"
@@ -41,6 +42,7 @@ void ServerTls::Secure(HttpServer& http, int server) {
                [this, server](const std::string& reason) {
                  Event event;
                  event.server = server;
+                 event.time = std::chrono::system_clock::now();
                  event.operation = "handshake";
                  event.outcome = "TLS: " + reason;
                  log_.Add(event);

@@ -173,6 +173,11 @@ ssize_t ConnectionStream::WriteSecured(const iovec* parts, std::size_t count) {
 }
 
 // What OpenSSL has taken from the socket already does not show there.
+bool ConnectionStream::WaitForFirstByte() const {
+  char first = 0;
+  return WaitFor(handle_, POLLIN, timeoutMs_) && recv(handle_, &first, 1, MSG_PEEK) == 1;
+}
+
 bool ConnectionStream::WaitForData(int timeoutMs) const {
   return (tls_ != nullptr && tls_->HasPending()) || WaitFor(handle_, POLLIN, timeoutMs);
 }
@@ -180,6 +185,11 @@ bool ConnectionStream::WaitForData(int timeoutMs) const {
 // Without events: poll() then reports the end alone.
 bool ConnectionStream::Pause(int milliseconds) const {
   return !WaitFor(handle_, 0, milliseconds);
+}
+
+// A client that leaves ends its side of the connection first.
+bool ConnectionStream::PauseForClient(int milliseconds) const {
+  return !WaitFor(handle_, POLLRDHUP, milliseconds);
 }
 
 void ConnectionStream::EndWriting() {

@@ -63,10 +63,14 @@ class ConnectionStream {
   ssize_t Read(void* data, std::size_t size);
   /// Writes at least one byte of the parts (at most IOV_MAX). -1 as for reading.
   ssize_t Write(iovec* parts, std::size_t count);
+  /// Whether the client sends a byte, which stays unread, before it leaves. Before Secure().
+  bool WaitForFirstByte() const;
   /// Whether bytes, or the end of the connection, can be read within the time.
   bool WaitForData(int timeoutMs) const;
   /// Waits for that time; false as soon as the connection has ended.
   bool Pause(int milliseconds) const;
+  /// The same, and false also when the client will not send anything more.
+  bool PauseForClient(int milliseconds) const;
   /// Ends writing; the client sees the end and may still send.
   void EndWriting();
   /// Reads and drops what the client still sends, up to `limit` bytes and for no longer than a silence may

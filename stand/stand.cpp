@@ -205,9 +205,9 @@ bool Stand::Impl::Bind(std::string& error) {
 bool Stand::Impl::BindKeyServer(int index, std::string& error) {
   const auto place = static_cast<std::size_t>(index);
   keyHttp.push_back(std::make_unique<HttpServer>(
-      [this, index, place](const HttpRequest& request, const std::stop_token& stop) {
+      [this, index, place](const HttpRequest& request, const std::stop_token&) {
         const Subject subject = keyServers[place]->FindSubject(request);
-        return Front(realm, index).Respond(request, subject, stop, [&] {
+        return Front(realm, index).Respond(request, subject, [&] {
           return keyServers[place]->Serve(request, subject.operation);
         });
       }));
@@ -230,9 +230,7 @@ HttpReply Stand::Impl::ServeCrypt(const HttpRequest& request, const std::stop_to
   if (Control::IsFor(request)) return control.Serve(request, stop);
   const auto route = CryptService::FindRoute(request);
   const Subject subject = route.has_value() ? Subject{route->operation, route->id} : Subject();
-  return Front(realm, kCryptService).Respond(request, subject, stop, [&] {
-    return service.Serve(request, route);
-  });
+  return Front(realm, kCryptService).Respond(request, subject, [&] { return service.Serve(request, route); });
 }
 
 bool Stand::Impl::Start(std::string& error) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <gtest/gtest.h>
 
+#include "stand/fault_reply.h"
 #include "tests/stand/raw_peer.h"
 #include "tests/stand/stand_peer.h"
 
@@ -73,7 +74,7 @@ TEST_F(FaultsTest, TrickleDoesNotDelayGoingDown) {
 TEST_F(FaultsTest, CloseEndsTheConnectionWithoutSayingSo) {
   const std::string url = stand_.GetKeyServerUrls().front();
   ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Close)));
-  RawPeer peer(std::stoi(url.substr(url.rfind(':') + 1)));
+  RawPeer peer(PortOf(url));
   ASSERT_TRUE(peer.Send("GET /status HTTP/1.1\r\n\r\n"));
   const std::string response = peer.ReadAll();
   EXPECT_TRUE(peer.HasEnded());
@@ -101,6 +102,40 @@ TEST_F(FaultsTest, SlowDoesNotDelayGoingDown) {
   ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Down)));
   client.join();
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+}
+
+TEST_F(FaultsTest, SlowEndsWhenItIsCleared) {
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Slow, 60000)));
+  const auto begin = std::chrono::steady_clock::now();
+  std::thread client([this] { EXPECT_EQ(Get(Server("status?1")).status, 200); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ASSERT_TRUE(stand_.ClearFaults(0));
+  client.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+}
+
+TEST_F(FaultsTest, SlowEndsWhenTheClientLeaves) {
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Slow, 60000)));
+  const std::string url = Server("status");
+  {
+    RawPeer peer(PortOf(url));
+    ASSERT_TRUE(peer.Send("GET /status HTTP/1.1\r\nHost: x\r\n\r\n"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  while (stand_.GetEvents().empty() && std::chrono::steady_clock::now() - begin < std::chrono::seconds(20)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_EQ(stand_.GetEvents().size(), 1U);
+}
+
+// An audit log of any size is streamed; measuring it must not take as long as sending it.
+TEST(FaultReplyTest, CutsAStreamOfAnyLength) {
+  HttpReply reply;
+  reply.openBody = [] { return [] { return std::string(1000, 'x'); }; };
+  SpoilReply({.type = FaultType::Cut}, reply);
+  EXPECT_GE(reply.cutAfter, std::size_t{512} << 10U);
+  EXPECT_LT(reply.cutAfter, std::size_t{520} << 10U);
 }
 
 TEST_F(FaultsTest, StatusAnswersInPlaceOfTheServer) {

@@ -18,10 +18,6 @@ Options ProxyOptions(bool tls) {
   return options;
 }
 
-int PortOf(const std::string& url) {
-  return std::stoi(url.substr(url.rfind(':') + 1));
-}
-
 class ProxyTest : public StandTest {
  protected:
   explicit ProxyTest(bool tls = false) : StandTest(ProxyOptions(tls)) {}

@@ -5,6 +5,11 @@
 
 namespace CryptStand {
 
+/// The port of a URL that names one.
+inline int PortOf(const std::string& url) {
+  return std::stoi(url.substr(url.rfind(':') + 1));
+}
+
 /// A connection to a server whose bytes the test writes and reads itself. Owns the socket.
 class RawPeer {
  public:

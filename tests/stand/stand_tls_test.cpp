@@ -1,3 +1,4 @@
+#include <atomic>
 #include <chrono>
 #include <openssl/x509v3.h>
 #include <sys/stat.h>
@@ -5,6 +6,7 @@
 
 #include "stand/text_file.h"
 #include "tests/stand/folder.h"
+#include "tests/stand/raw_peer.h"
 #include "tests/stand/stand_peer.h"
 
 namespace CryptStand {
@@ -92,6 +94,7 @@ TEST_F(StandTlsTest, RefusesUnknownCertificates) {
 
 TEST_F(StandTlsTest, LogsHandshakesThatFail) {
   stand_.ClearEvents();
+  const auto begin = std::chrono::system_clock::now();
   Get(KeyUrl());
   std::vector<Event> events;
   for (int i = 0; i < 2000 && events.empty(); ++i) {
@@ -102,6 +105,39 @@ TEST_F(StandTlsTest, LogsHandshakesThatFail) {
   EXPECT_EQ(events[0].operation, "handshake");
   EXPECT_EQ(events[0].server, kCryptService);
   EXPECT_THAT(events[0].outcome, StartsWith("TLS: "));
+  EXPECT_GE(events[0].time, begin);
+}
+
+TEST_F(StandTlsTest, DoesNotLogWhoLooksWhetherAPortIsOpen) {
+  stand_.ClearEvents();
+  const std::string url = Server("");
+  { const RawPeer peer(PortOf(url)); }
+  Get(KeyUrl());
+  for (int i = 0; i < 2000 && stand_.GetEvents().empty(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  for (const Event& event : stand_.GetEvents()) EXPECT_EQ(event.server, kCryptService);
+}
+
+// One thread changes what another one walks through.
+TEST_F(StandTlsTest, EndsConnectionsWhileItGoesDown) {
+  std::atomic<bool> done = false;
+  std::thread other([&] {
+    while (!done) {
+      stand_.SetServerCertificate(0, ServerCertificate::Expired);
+      stand_.SetServerCertificate(0, ServerCertificate::Good);
+    }
+  });
+  const std::string url = Server("");
+  const int port = PortOf(url);
+  for (int round = 0; round < 100; ++round) {
+    const RawPeer one(port);
+    const RawPeer two(port);
+    EXPECT_TRUE(stand_.SetFault(0, {.type = FaultType::Down}));
+    EXPECT_TRUE(stand_.ClearFaults(0));
+  }
+  done = true;
+  other.join();
 }
 
 TEST_F(StandTest, HasNoCertificateWithoutTls) {
@@ -120,6 +156,7 @@ TEST_F(StandClientCertificateTest, LetsItsClientIn) {
   Peer peer({stand_.GetServerAuthority(), client.certificate.ToPEM(), client.key.ToPEM()});
   EXPECT_EQ(peer.Send("GET", KeyUrl()).status, 200);
   EXPECT_EQ(peer.Send("GET", Server("status")).status, 200);
+  EXPECT_EQ(stand_.GetEvents().size(), 2U);
   for (const Event& event : stand_.GetEvents()) EXPECT_EQ(event.peer, "CN=Client,O=Development stand");
 }
 
