@@ -8,7 +8,22 @@ namespace CryptStand {
 namespace {
 
 std::size_t WeightOf(const Event& event) {
-  return event.exchange != nullptr ? event.exchange->GetWeight() : 0;
+  std::size_t weight = sizeof event + (event.exchange != nullptr ? event.exchange->GetWeight() : 0);
+  for (const std::string* text :
+       {&event.method, &event.target, &event.operation, &event.outcome, &event.room, &event.peer}) {
+    weight += text->size();
+  }
+  for (const std::string& fault : event.faults) weight += sizeof fault + fault.size();
+  return weight;
+}
+
+// Lists and followers copy these strings, and a client may send up to 64 KiB of target. The request's headers
+// and body stay as they are.
+void CutTexts(Event& event) {
+  for (std::string* text :
+       {&event.method, &event.target, &event.operation, &event.outcome, &event.room, &event.peer}) {
+    if (text->size() > EventLog::kMaxText) text->replace(EventLog::kMaxText, std::string::npos, " (cut)");
+  }
 }
 
 }  // namespace
@@ -20,6 +35,7 @@ bool EventFilter::Matches(const Event& event) const {
 }
 
 std::uint64_t EventLog::Add(Event event) {
+  CutTexts(event);
   std::uint64_t number = 0;
   {
     const std::lock_guard<std::mutex> lock(mutex_);

@@ -67,8 +67,10 @@ struct EventPage {
 class EventLog {
  public:
   static constexpr std::size_t kCapacity = 10000;  ///< limits the memory of a long run
-  /// Limit of all recorded exchanges together. The latest event is kept whatever its size.
+  /// Limit of all events together, in bytes. The latest event is kept whatever its size.
   static constexpr std::size_t kMaxWeight = 64U << 20U;
+  /// Longer strings of an event are cut and end in " (cut)", which no target contains.
+  static constexpr std::size_t kMaxText = 2048;
 
   /// Returns the number that the event got.
   std::uint64_t Add(Event event);

@@ -37,6 +37,27 @@ TEST(EventLogTest, DropsTheOldestAboveItsMemory) {
   EXPECT_THAT(NumbersOf(log.Get(EventFilter())), ElementsAre(10U));
 }
 
+TEST(EventLogTest, CountsTheStringsOfEventsAsMemory) {
+  EventLog log;
+  const std::string text(2000, 'x');
+  for (std::size_t i = 0; i < EventLog::kCapacity; ++i) {
+    log.Add({.target = text, .operation = text, .outcome = text, .room = text, .peer = text});
+  }
+  EXPECT_LE(log.Get().size() * 5 * text.size(), EventLog::kMaxWeight);
+  EXPECT_GT(log.Get(EventFilter()).dropped, 0U);
+}
+
+TEST(EventLogTest, CutsLongStringsAndMarksThem) {
+  EventLog log;
+  const std::string text(EventLog::kMaxText + 1, 'x');
+  log.Add({.target = text, .operation = text});
+  const std::string cut = text.substr(1) + " (cut)";
+  EXPECT_EQ(log.Find(1)->target, cut);
+  EXPECT_EQ(log.Find(1)->operation, cut);
+  log.Add({.target = text.substr(1)});
+  EXPECT_EQ(log.Find(2)->target, text.substr(1));
+}
+
 TEST(EventLogTest, FiltersEvents) {
   EventLog log;
   log.Add({.server = 0, .operation = "status", .outcome = "ok"});
