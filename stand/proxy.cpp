@@ -19,6 +19,7 @@ namespace CryptStand {
 namespace {
 
 constexpr std::size_t kMaxRecords = 10000;  // limits the memory of a long run
+constexpr std::size_t kMaxName = 255;       // longer ones are no names of hosts (RFC 1035, 2.3.4)
 constexpr std::size_t kMaxProxyHead = 64U << 10U;
 constexpr std::size_t kRelaySize = 16U << 10U;
 constexpr int kSilenceMs = 30000;
@@ -145,8 +146,8 @@ class ForwardProxy::Exchange {
     const auto request = ReadProxyRequest(head_);
     record_.time = std::chrono::system_clock::now();
     if (!request.has_value()) return Refuse(400, "Neither a tunnel nor an absolute http URL");
-    record_.method = request->method;
-    record_.host = request->host;
+    record_.method = request->method.substr(0, kMaxName);
+    record_.host = request->host.substr(0, kMaxName);
     record_.port = request->port;
     if (!ApplyFaults()) return;
     const std::string address = LoopbackAddressOf(request->host);

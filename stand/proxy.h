@@ -17,7 +17,7 @@ namespace CryptStand {
 struct ProxyRecord {
   std::uint64_t number = 0;  ///< Counts from 1.
   std::chrono::system_clock::time_point time{};
-  std::string method;  ///< "CONNECT" for a tunnel.
+  std::string method;  ///< "CONNECT" for a tunnel. At most 255 bytes, as the host.
   std::string host;
   int port = 0;
   std::uint64_t bytesToServer = 0;  ///< What passed so far, without the request for a tunnel.

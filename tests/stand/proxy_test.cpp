@@ -51,6 +51,14 @@ TEST_F(ProxyTest, ForwardsRequestsInAbsoluteForm) {
   EXPECT_EQ(stand_.GetEvents().back().target, "/status?1") << "the server gets the path alone";
 }
 
+TEST_F(ProxyTest, KeepsTheBeginningOfLongNamesOnly) {
+  EXPECT_THAT(Exchange("CONNECT " + std::string(60000, 'h') + ":443 HTTP/1.1\r\n\r\n"), HasSubstr(" 403 "));
+  EXPECT_EQ(GetOnly().host, std::string(255, 'h'));
+  stand_.ClearProxyRecords();
+  EXPECT_THAT(Exchange(std::string(60000, 'M') + " http://h/ HTTP/1.1\r\n\r\n"), HasSubstr(" 403 "));
+  EXPECT_EQ(GetOnly().method, std::string(255, 'M'));
+}
+
 TEST_F(ProxyTest, ForwardsBodies) {
   const std::string body = WriteObject(Object("keyserver", ""));
   const Reply reply =
