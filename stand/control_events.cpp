@@ -68,10 +68,14 @@ KVMap MessageObject(const RecordedMessage& message, const Secrecy& secrecy) {
 }
 
 EventFilter ReadFilter(ControlCall& call) {
+// Each event of a list has some hundred bytes, more with a long target.
+constexpr std::int64_t kDefaultLimit = 1000;
+
   EventFilter filter;
   filter.after =
       static_cast<std::uint64_t>(call.input.ReadWhole("after", 0, std::numeric_limits<std::int64_t>::max()));
-  filter.limit = static_cast<std::size_t>(call.input.ReadWhole("limit", 1, EventLog::kCapacity));
+  filter.limit =
+      static_cast<std::size_t>(call.input.ReadWhole("limit", 1, EventLog::kCapacity, kDefaultLimit));
   if (call.input.Has("server")) {
     const auto servers = ReadServers(call);
     if (servers.size() == 1) filter.server = servers.front();
@@ -144,7 +148,7 @@ std::vector<ControlRoute> EventRoutes() {
            "/stand/v1/events",
            "the latest requests to all servers, oldest first",
            {{"after", "only events with greater numbers"},
-            {"limit", "at most so many, the latest ones"},
+            {"limit", "at most so many, the latest ones; 1000 if it is left out"},
             {"server", "only those of this server"},
             {"operation", "only those of this operation"},
             {"outcome", "ok or refused"}},

@@ -54,6 +54,14 @@ TEST_F(ControlEventsTest, FiltersEvents) {
   }
 }
 
+TEST_F(ControlEventsTest, ReturnsAThousandEventsUnlessAskedForMore) {
+  Peer peer;
+  for (int i = 0; i < 1002; ++i) peer.Send("GET", Server("status?1"));
+  EXPECT_EQ(Numbers("").size(), 1000U);
+  EXPECT_EQ(Numbers("").back(), 1002);
+  EXPECT_EQ(Numbers("?limit=1001").size(), 1001U);
+}
+
 TEST_F(ControlEventsTest, ShowsAnEventWithItsExchange) {
   Post(Service("crypt/certlist/demo"), R"({"keyserver":""})");
   const KVMap event = Read("events/1");
