@@ -23,9 +23,9 @@ struct Secrecy {
   bool isShown = false;
   std::vector<RequiredHeader> requiredHeaders{};  ///< Their values are credentials, whatever their names.
 
-  bool Hides(const std::string& header) const {
+  bool Hides(const std::string& header, const std::string& value) const {
     return !isShown &&
-           (IsSecretHeader(header) ||
+           (IsSecretHeader(header) || IsSecretHeaderValue(header, value) ||
             std::any_of(requiredHeaders.begin(), requiredHeaders.end(), [&](const RequiredHeader& required) {
               return strcasecmp(required.first.c_str(), header.c_str()) == 0;
             }));
@@ -37,18 +37,19 @@ Val HeadersVal(const RecordedMessage& message, const Secrecy& secrecy) {
   for (const auto& [name, value] : message.headers) {
     OruGuiBase::Array<Val> header;
     header.Append(PrintableVal(name));
-    header.Append(secrecy.Hides(name) ? TextVal(kHidden) : PrintableVal(value));
+    header.Append(secrecy.Hides(name, value) ? TextVal(kHidden) : PrintableVal(value));
     headers.Append(Val(header));
   }
   return Val(headers);
 }
 
-// Hides in the string what is hidden in the decoded form. Bytes of another form are shown as base64.
+// Hides in the string what is hidden in the decoded form. Bytes that are not UTF-8 are shown as base64, and
+// only with secrets: nothing can be found in them.
 void AddBody(const RecordedMessage& message, bool showsSecrets, KVMap& object) {
   const auto json = ReadObject(message.body);
   const Val hidden = HideSecrets(json.has_value() ? Val(*json) : Val());
-  const bool isHidden = !showsSecrets && !json.has_value() && MayHoldSecret(message.body);
   const bool isText = IsUtf8Body(message.body);
+  const bool isHidden = !showsSecrets && !json.has_value() && (!isText || MayHoldSecret(message.body));
   Val text;
   if (isText) text = TextVal(message.body);
   if (!showsSecrets && json.has_value()) text = TextVal(WriteObject(hidden.AsMap()));
@@ -67,10 +68,10 @@ KVMap MessageObject(const RecordedMessage& message, const Secrecy& secrecy) {
   return object;
 }
 
-EventFilter ReadFilter(ControlCall& call) {
 // Each event of a list has some hundred bytes, more with a long target.
 constexpr std::int64_t kDefaultLimit = 1000;
 
+EventFilter ReadFilter(ControlCall& call) {
   EventFilter filter;
   filter.after =
       static_cast<std::uint64_t>(call.input.ReadWhole("after", 0, std::numeric_limits<std::int64_t>::max()));
@@ -110,6 +111,10 @@ HttpReply ServeEvent(ControlCall& call) {
   const auto event = isNumber ? call.GetRealm().log.Find(number) : std::nullopt;
   if (!event.has_value()) return NotFound("There is no such event, or no longer");
   KVMap object = EventObject(*event);
+  if (showsSecrets) {
+    object.Set("target", PrintableVal(event->target));
+    object.Set("operation", PrintableVal(event->operation));
+  }
   const RecordedExchange exchange = event->exchange != nullptr ? *event->exchange : RecordedExchange();
   const Secrecy secrecy = {showsSecrets, call.GetRealm().settings.GetRequiredHeaders()};
   KVMap response = MessageObject(exchange.response, secrecy);
@@ -133,8 +138,9 @@ KVMap EventObject(const Event& event) {
   object.Set("durationMs", Val(event.durationMs));
   object.Set("server", TextVal(ServerName(event.server)));
   object.Set("method", PrintableVal(event.method));
-  object.Set("target", PrintableVal(event.target));
-  object.Set("operation", PrintableVal(event.operation));
+  object.Set("target", PrintableVal(HideInTarget(event.target)));
+  // The type that a client names in its command.
+  object.Set("operation", MayHoldSecret(event.operation) ? TextVal(kHidden) : PrintableVal(event.operation));
   object.Set("status", Val(std::int64_t{event.status}));
   object.Set("outcome", PrintableVal(event.outcome));
   object.Set("faults", TextsVal(event.faults));

@@ -4,7 +4,7 @@
 
 namespace CryptStand {
 
-/// An event without its exchange.
+/// An event without its exchange and without secrets.
 KVMap EventObject(const Event& event);
 
 /// GET /stand/v1/events/follow: events and changes of state as server-sent events, until the client or the

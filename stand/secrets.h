@@ -13,10 +13,15 @@ namespace CryptStand {
 inline constexpr const char* kHidden = "<hidden>";
 
 bool IsSecretHeader(const std::string& name);
-/// The value with "<hidden>" in the place of each secret member, however deep, and of whatever is nested
-/// deeper than anything that is shown.
+/// Whether the value of a header is secret although its name does not say so.
+bool IsSecretHeaderValue(const std::string& name, const std::string& value);
+/// The value with "<hidden>" in the place of each secret member or string, however deep, and of whatever is
+/// nested deeper than anything that is shown.
 Val HideSecrets(const Val& value);
-/// Whether bytes that are no JSON may contain a secret.
-bool MayHoldSecret(const std::string& body);
+/// The target of a request with "<hidden>" in the place of secret values of its query.
+std::string HideInTarget(const std::string& target);
+/// Whether a string, or a body that is no JSON, may contain a secret: a private key in PEM, or a secret name
+/// with a value after it.
+bool MayHoldSecret(const std::string& text);
 
 }  // namespace CryptStand
