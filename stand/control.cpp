@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <set>
+#include <string_view>
 
 #include "stand/control_routes.h"
 
@@ -98,12 +100,61 @@ bool IsReading(const std::string& method) {
   return method == "GET";
 }
 
-// Values of a query are strings, all others JSON.
-std::optional<ControlInput> ReadInput(const HttpRequest& request, const std::string& method) {
-  const bool isQuery = IsReading(method) || method == "DELETE";
-  if (!isQuery && request.body.empty()) return ControlInput();
-  auto members = isQuery ? request.QueryMembers() : ReadObject(request.body);
-  return members.has_value() ? std::optional(ControlInput(*std::move(members), isQuery)) : std::nullopt;
+// The name that comes twice in a query; empty if none does, or if an escape is malformed.
+std::string FindRepeatedName(const HttpRequest& request) {
+  std::set<std::string> names;
+  std::string_view query = std::string_view(request.target).substr(request.target.find('?') + 1);
+  while (!query.empty()) {
+    const std::string_view member = query.substr(0, query.find('&'));
+    query.remove_prefix(std::min(member.size() + 1, query.size()));
+    HttpRequest single;
+    single.target = "?" + std::string(member);
+    const auto read = single.QueryMembers();
+    if (!read.has_value()) return {};
+    for (const auto& [name, value] : *read) {
+      if (!names.emplace(name.View()).second) return std::string(name.View());
+    }
+  }
+  return {};
+}
+
+// Values of a query are strings.
+ControlInput ReadQuery(const HttpRequest& request) {
+  auto members = request.QueryMembers();
+  if (members.has_value()) return {*std::move(members), /*isQuery=*/true};
+  ControlInput input;
+  const std::string name = FindRepeatedName(request);
+  input.Refuse(name.c_str(), name.empty() ? "The query cannot be read: an escape is malformed"
+                                          : "\"" + name + "\" comes twice in the query");
+  return input;
+}
+
+ControlInput ReadBody(const HttpRequest& request) {
+  if (request.body.empty()) return ControlInput();
+  auto members = ReadObject(request.body);
+  if (members.has_value()) return {*std::move(members), /*isQuery=*/false};
+  ControlInput input;
+  input.Refuse("", "The body cannot be read: it must be a JSON object");
+  return input;
+}
+
+bool HasQuery(const HttpRequest& request) {
+  const std::size_t mark = request.target.find('?');
+  return mark != std::string::npos && mark + 1 < request.target.size();
+}
+
+// Members in the wrong place are refused: to ignore "server" would clear the faults of all servers.
+ControlInput ReadInput(const HttpRequest& request, const std::string& method) {
+  if (IsReading(method)) return ReadQuery(request);
+  ControlInput input = method == "DELETE" ? ReadQuery(request) : ReadBody(request);
+  if (method != "DELETE" && HasQuery(request)) {
+    input.Refuse("", "This request has its members in the body, not in the query");
+  }
+  const auto body = ReadObject(request.body);
+  if (method == "DELETE" && !request.body.empty() && !(body.has_value() && body->GetCount() == 0)) {
+    input.Refuse("", "This request has its members in the query, not in the body");
+  }
+  return input;
 }
 
 void CheckMembers(const ControlRoute& route, ControlInput& input) {
@@ -152,11 +203,9 @@ HttpReply Control::Dispatch(const HttpRequest& request, const std::stop_token& s
   if (request.body.size() > kMaxControlBody) {
     return ErrorReply({.status = 413, .code = "too_large", .message = "The body is larger than 1 MiB"});
   }
-  auto input = ReadInput(request, method);
-  if (!input.has_value())
-    return ErrorReply({.message = "The body or the query cannot be read: the body must be a JSON object"});
-  CheckMembers(*found.route, *input);
-  ControlCall call{environment_, request, stop, isAuthorized, std::move(found.values), *std::move(input)};
+  ControlInput input = ReadInput(request, method);
+  CheckMembers(*found.route, input);
+  ControlCall call{environment_, request, stop, isAuthorized, std::move(found.values), std::move(input)};
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
   HttpReply reply = found.route->serve(call);
   if (!IsReading(method) && reply.status < 300) environment_.GetRealm().log.NoteChange();

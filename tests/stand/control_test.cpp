@@ -79,6 +79,28 @@ TEST_F(ControlTest, RefusesBodiesThatAreNoObject) {
   EXPECT_EQ(Get(Path("events?after=1&after=2")).status, 400);
 }
 
+TEST_F(ControlTest, NamesQueryMembersThatComeTwice) {
+  const Reply reply = Get(Path("events?limit=1&after=1&after=2"));
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_EQ(ErrorPart(reply, "member"), "after");
+  EXPECT_THAT(ErrorPart(reply, "message"), HasSubstr("twice"));
+}
+
+TEST_F(ControlTest, RefusesMembersInTheWrongPlace) {
+  ASSERT_TRUE(stand_.SetFault(0, {.type = FaultType::Status}));
+  for (const char* body : {R"({"server":"1"})", "{\"server\"", "[1]"}) {
+    const Reply reply = Change("DELETE", "faults", body);
+    EXPECT_EQ(reply.status, 400) << body;
+    EXPECT_THAT(ErrorPart(reply, "message"), HasSubstr("query")) << body;
+  }
+  EXPECT_EQ(ReadList("faults", "set").size(), 1U);
+  const Reply reply = Change("POST", "faults?server=1", R"({"server":"0","fault":"drop"})");
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_THAT(ErrorPart(reply, "message"), HasSubstr("body"));
+  EXPECT_EQ(Change("PUT", "clocks?server=1", R"({"server":"0","seconds":1})").status, 400);
+  EXPECT_EQ(Change("DELETE", "faults", "{}").status, 200);
+}
+
 TEST_F(ControlTest, RefusesLargeBodies) {
   EXPECT_EQ(Change("POST", "faults", std::string(2U << 20U, ' ')).status, 413);
 }
