@@ -127,7 +127,7 @@ HttpReply ClearFault(ControlCall& call) {
 HttpReply SetSeed(ControlCall& call) {
   const auto seed = call.input.ReadWhole("seed", 0, std::numeric_limits<std::int64_t>::max());
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
-  call.GetRealm().faults.Seed(static_cast<std::uint64_t>(seed));
+  call.GetRealm().faults.SeedUntilReset(static_cast<std::uint64_t>(seed));
   return DoneReply();
 }
 

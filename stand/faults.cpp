@@ -110,7 +110,8 @@ void Faults::Reset() {
   const std::lock_guard<std::mutex> lock(mutex_);
   faults_.clear();
   ++resets_;
-  if (seed_.has_value()) generator_.seed(*seed_);
+  seed_ = startSeed_;
+  generator_.seed(seed_.has_value() ? *seed_ : std::random_device()());
 }
 
 // The 53 upper bits as a fraction. A distribution of the standard library may differ between versions, and a
@@ -151,6 +152,12 @@ std::vector<ActiveFault> Faults::List() const {
 }
 
 void Faults::Seed(std::uint64_t seed) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  startSeed_ = seed_ = seed;
+  generator_.seed(seed);
+}
+
+void Faults::SeedUntilReset(std::uint64_t seed) {
   const std::lock_guard<std::mutex> lock(mutex_);
   seed_ = seed;
   generator_.seed(seed);

@@ -92,7 +92,7 @@ class Faults {
   std::uint64_t Set(int server, const Fault& fault);
   void Clear(int server);
   std::optional<ActiveFault> Remove(std::uint64_t id);
-  /// Clears all faults and starts the generator again, with the seed if there is one.
+  /// Clears all faults and starts the generator again, with the seed of Seed() if there is one.
   void Reset();
   /// The faults that apply to a request; counts it as a use of each.
   std::vector<Fault> Take(int server, const std::string& operation);
@@ -104,6 +104,8 @@ class Faults {
   /// Starts the generator behind probabilities with a seed: the same requests in the same order then meet the
   /// same faults.
   void Seed(std::uint64_t seed);
+  /// The same until Reset(), which brings back the seed before.
+  void SeedUntilReset(std::uint64_t seed);
   std::optional<std::uint64_t> GetSeed() const;
 
  private:
@@ -115,6 +117,7 @@ class Faults {
   std::uint64_t lastId_ = 0;
   std::map<int, std::uint64_t> clears_;
   std::uint64_t resets_ = 0;
+  std::optional<std::uint64_t> startSeed_;
   std::optional<std::uint64_t> seed_;
   std::mt19937_64 generator_;
 };

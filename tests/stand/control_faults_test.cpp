@@ -136,6 +136,21 @@ TEST_F(ControlFaultsTest, NamesTheWrongMember) {
   EXPECT_TRUE(ReadList("faults", "set").empty());
 }
 
+TEST_F(ControlFaultsTest, ResetRestoresTheSeedOfTheStart) {
+  EXPECT_EQ(Change("POST", "seed", R"({"seed":42})").status, 200);
+  EXPECT_EQ(Change("POST", "reset").status, 200);
+  EXPECT_TRUE(Read("state").Get("seed").IsNil());
+}
+
+TEST(FaultsSeedTest, ComesBackWithReset) {
+  Faults faults;
+  faults.Seed(7);
+  faults.SeedUntilReset(42);
+  EXPECT_EQ(faults.GetSeed(), 42U);
+  faults.Reset();
+  EXPECT_EQ(faults.GetSeed(), 7U);
+}
+
 TEST_F(ControlFaultsTest, NamesTheAllowedValues) {
   EXPECT_THAT(Allowed(Set(R"({"server":0,"fault":"slwo"})")), Contains("slow"));
   EXPECT_THAT(Allowed(Set(R"({"server":"x","fault":"slow"})")), ElementsAre("crypt", "all", "0", "1", "2"));
