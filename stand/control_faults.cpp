@@ -48,7 +48,7 @@ void CheckDown(ControlCall& call, const std::vector<int>& servers) {
 }
 
 // The certificate is shown at the start of a connection, which has no requests yet.
-void CheckCertificate(ControlCall& call, const Fault& fault) {
+void CheckCertificate(ControlCall& call, const std::vector<int>& servers, const Fault& fault) {
   for (const char* member : {"operation", "uses", "number", "probability"}) {
     if (call.input.Has(member)) {
       call.input.Refuse(
@@ -57,6 +57,11 @@ void CheckCertificate(ControlCall& call, const Fault& fault) {
   }
   if (!call.environment.GetServers().HasTls()) {
     call.input.Refuse("fault", "The fault \"server-certificate\" needs servers that speak TLS (--tls)");
+  if (std::find(servers.begin(), servers.end(), kCryptService) != servers.end()) {
+    call.input.Refuse("server",
+                      "The crypt service keeps its certificate: this interface, which clears faults, would "
+                      "no longer be reached by those who check it");
+  }
   } else if (!fault.text.empty() && !FindServerCertificate(fault.text).has_value()) {
     call.input.Refuse("text", "\"text\" must be \"expired\", \"wrong-host\" or \"self-signed\"");
   }
@@ -90,7 +95,7 @@ HttpReply AddFault(ControlCall& call) {
   const auto servers = ReadServersOrProxy(call);
   const Fault fault = ReadFault(call);
   if (fault.type == FaultType::Down) CheckDown(call, servers);
-  if (fault.type == FaultType::ServerCertificate) CheckCertificate(call, fault);
+  if (fault.type == FaultType::ServerCertificate) CheckCertificate(call, servers, fault);
   if (std::find(servers.begin(), servers.end(), kProxy) != servers.end()) CheckProxy(call, fault);
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
   OruGuiBase::Array<Val> ids;

@@ -151,6 +151,28 @@ TEST(FaultsSeedTest, ComesBackWithReset) {
   EXPECT_EQ(faults.GetSeed(), 7U);
 }
 
+class ControlTlsFaultsTest : public ControlTest {
+ protected:
+  ControlTlsFaultsTest() : ControlTest(Secured()) {}
+  static Options Secured() {
+    Options options;
+    options.tls = true;
+    return options;
+  }
+  Reply SetSecurely(const std::string& body) const {
+    return Peer({.authority = stand_.GetServerAuthority()})
+        .Send("POST", Path("faults"), body, {{"Authorization", Authorization()}});
+  }
+};
+
+// Whoever checks certificates could not reach the control interface any more to clear the fault.
+TEST_F(ControlTlsFaultsTest, DoNotReplaceTheCertificateOfTheCryptService) {
+  const Reply reply = SetSecurely(R"({"server":"crypt","fault":"server-certificate"})");
+  EXPECT_EQ(reply.status, 400) << reply.body;
+  EXPECT_EQ(ErrorPart(reply, "member"), "server");
+  EXPECT_EQ(SetSecurely(R"({"server":0,"fault":"server-certificate"})").status, 200);
+}
+
 TEST_F(ControlFaultsTest, NamesTheAllowedValues) {
   EXPECT_THAT(Allowed(Set(R"({"server":0,"fault":"slwo"})")), Contains("slow"));
   EXPECT_THAT(Allowed(Set(R"({"server":"x","fault":"slow"})")), ElementsAre("crypt", "all", "0", "1", "2"));
