@@ -4,6 +4,8 @@
 
 #include "stand/control_json.h"
 #include "stand/control_routes.h"
+#include "stand/crypt_service.h"
+#include "stand/key_server.h"
 
 namespace CryptStand {
 namespace {
@@ -55,13 +57,13 @@ void CheckCertificate(ControlCall& call, const std::vector<int>& servers, const 
           member, "\"" + std::string(member) + "\" has no meaning for the fault \"server-certificate\"");
     }
   }
-  if (!call.environment.GetServers().HasTls()) {
-    call.input.Refuse("fault", "The fault \"server-certificate\" needs servers that speak TLS (--tls)");
   if (std::find(servers.begin(), servers.end(), kCryptService) != servers.end()) {
     call.input.Refuse("server",
                       "The crypt service keeps its certificate: this interface, which clears faults, would "
                       "no longer be reached by those who check it");
   }
+  if (!call.environment.GetServers().HasTls()) {
+    call.input.Refuse("fault", "The fault \"server-certificate\" needs servers that speak TLS (--tls)");
   } else if (!fault.text.empty() && !FindServerCertificate(fault.text).has_value()) {
     call.input.Refuse("text", "\"text\" must be \"expired\", \"wrong-host\" or \"self-signed\"");
   }
@@ -74,6 +76,32 @@ void CheckProxy(ControlCall& call, const Fault& fault) {
   std::vector<std::string> names;
   for (const FaultType type : kTypes) names.emplace_back(NameOf(type));
   call.input.Refuse("fault", "The proxy knows only the faults that are allowed", std::move(names));
+}
+
+// Those of key servers for "all".
+std::vector<std::string> OperationsOf(int server) {
+  if (server == kCryptService) return CryptService::GetOperations();
+  if (server != kProxy) return KeyServer::GetOperations();
+  return {"CONNECT", "GET", "HEAD", "POST", "PUT", "DELETE", "OPTIONS", "PATCH", "TRACE"};
+}
+
+// A fault for an operation that no request has would never apply, and nobody would notice.
+void CheckOperation(ControlCall& call, const std::vector<int>& servers, const Fault& fault) {
+  if (servers.empty() || fault.operation.empty()) return;
+  auto known = OperationsOf(servers.front());
+  if (std::find(known.begin(), known.end(), fault.operation) != known.end()) return;
+  call.input.Refuse("operation", "\"operation\" must be one of this server, or empty for all",
+                    std::move(known));
+}
+
+// Likewise, a parameter of another type of fault changes nothing.
+void CheckParameters(ControlCall& call, const Fault& fault) {
+  const auto types = GetFaultTypes();
+  const auto info = std::find_if(types.begin(), types.end(),
+                                 [&](const FaultTypeInfo& type) { return type.type == fault.type; });
+  const std::string rest = " has no meaning for the fault \"" + std::string(info->name) + "\"";
+  if (info->number == nullptr && fault.number != 0) call.input.Refuse("number", "\"number\"" + rest);
+  if (info->text == nullptr && !fault.text.empty()) call.input.Refuse("text", "\"text\"" + rest);
 }
 
 Fault ReadFault(ControlCall& call) {
@@ -97,6 +125,8 @@ HttpReply AddFault(ControlCall& call) {
   if (fault.type == FaultType::Down) CheckDown(call, servers);
   if (fault.type == FaultType::ServerCertificate) CheckCertificate(call, servers, fault);
   if (std::find(servers.begin(), servers.end(), kProxy) != servers.end()) CheckProxy(call, fault);
+  CheckParameters(call, fault);
+  CheckOperation(call, servers, fault);
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
   OruGuiBase::Array<Val> ids;
   for (const int server : servers) {

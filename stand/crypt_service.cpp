@@ -18,6 +18,9 @@ Served Success(const KVMap& response) {
   return {JsonReply(response), "ok"};
 }
 
+// The resources whose path is "crypt/RESOURCE/ID".
+constexpr const char* kResources[] = {"key", "certlist", "newkey", "authztoken"};
+
 bool HasJsonType(const HttpRequest& request) {
   const std::string type = request.ContentType();
   return type == "text/json" || type == "application/json";
@@ -34,9 +37,14 @@ std::optional<CryptService::Route> CryptService::FindRoute(const HttpRequest& re
   if (path->size() == 5 && first == "certlist" && (*path)[3] == "integrity") {
     return Route{"integrity", (*path)[2], (*path)[4]};
   }
-  const char* known[] = {"key", "certlist", "newkey", "authztoken"};
-  const bool isKnown = std::find(std::begin(known), std::end(known), first) != std::end(known);
+  const bool isKnown = std::find(std::begin(kResources), std::end(kResources), first) != std::end(kResources);
   return path->size() == 3 && isKnown ? std::optional(Route{first, (*path)[2], ""}) : std::nullopt;
+}
+
+std::vector<std::string> CryptService::GetOperations() {
+  std::vector<std::string> operations(std::begin(kResources), std::end(kResources));
+  operations.emplace_back("integrity");
+  return operations;
 }
 
 Served CryptService::Serve(const HttpRequest& request, const std::optional<Route>& route) {

@@ -32,6 +32,8 @@ class CryptService {
   explicit CryptService(Realm& realm) : realm_(realm) {}
 
   static std::optional<Route> FindRoute(const HttpRequest& request);
+  /// All operations of routes.
+  static std::vector<std::string> GetOperations();
   Served Serve(const HttpRequest& request, const std::optional<Route>& route);
 
  private:

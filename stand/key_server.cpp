@@ -110,6 +110,12 @@ std::string KeyServer::FindOperation(const HttpRequest& request) {
   return {};
 }
 
+std::vector<std::string> KeyServer::GetOperations() {
+  std::vector<std::string> operations = {"status", "certstore", "truststore"};
+  for (const Command& command : kCommands) operations.emplace_back(command.requestType);
+  return operations;
+}
+
 // Only looks at the token: the command redeems it.
 Subject KeyServer::FindSubject(const HttpRequest& request) const {
   const auto tokens = request.HeaderValues("X-SEC-AUTHZTOKEN");

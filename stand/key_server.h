@@ -26,6 +26,8 @@ class KeyServer {
 
   /// "status", "certstore", "truststore", or the request type of a command; empty when there is none.
   static std::string FindOperation(const HttpRequest& request);
+  /// All that FindOperation() may find in a valid request.
+  static std::vector<std::string> GetOperations();
   /// The operation, and the room or group that the request's token is for.
   Subject FindSubject(const HttpRequest& request) const;
   Served Serve(const HttpRequest& request, const std::string& operation);

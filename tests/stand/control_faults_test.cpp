@@ -136,6 +136,28 @@ TEST_F(ControlFaultsTest, NamesTheWrongMember) {
   EXPECT_TRUE(ReadList("faults", "set").empty());
 }
 
+TEST_F(ControlFaultsTest, RefusesOperationsThatTheServerDoesNotHave) {
+  const Reply reply = Set(R"({"server":"all","fault":"slow","operation":"signReqest"})");
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_EQ(ErrorPart(reply, "member"), "operation");
+  EXPECT_THAT(Allowed(reply), Contains("signRequest"));
+  EXPECT_THAT(Allowed(reply), Contains("truststore"));
+  const Reply crypt = Set(R"({"server":"crypt","fault":"slow","operation":"signRequest"})");
+  EXPECT_EQ(crypt.status, 400);
+  EXPECT_THAT(Allowed(crypt), ElementsAre("key", "certlist", "newkey", "authztoken", "integrity"));
+  EXPECT_EQ(Set(R"({"server":"crypt","fault":"slow","operation":"newkey"})").status, 200);
+  EXPECT_EQ(Set(R"({"server":0,"fault":"slow","operation":"certstore"})").status, 200);
+  EXPECT_EQ(Set(R"({"server":0,"fault":"slow","operation":""})").status, 200);
+}
+
+TEST_F(ControlFaultsTest, RefusesParametersThatTheTypeDoesNotUse) {
+  const Reply number = Set(R"({"server":0,"fault":"drop","number":5})");
+  EXPECT_EQ(number.status, 400);
+  EXPECT_EQ(ErrorPart(number, "member"), "number");
+  EXPECT_EQ(ErrorPart(Set(R"({"server":0,"fault":"slow","text":"5"})"), "member"), "text");
+  EXPECT_EQ(Set(R"({"server":0,"fault":"drop","number":0,"text":""})").status, 200);
+}
+
 TEST_F(ControlFaultsTest, ResetRestoresTheSeedOfTheStart) {
   EXPECT_EQ(Change("POST", "seed", R"({"seed":42})").status, 200);
   EXPECT_EQ(Change("POST", "reset").status, 200);

@@ -45,6 +45,14 @@ TEST_F(ControlProxyTest, RefusesFaultsThatItDoesNotKnow) {
   EXPECT_THAT(Allowed(reply), ElementsAre("down", "slow", "status", "drop"));
 }
 
+TEST_F(ControlProxyTest, KnowsMethodsAsOperations) {
+  const Reply reply = Change("POST", "faults", R"({"server":"proxy","fault":"slow","operation":"status"})");
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_THAT(Allowed(reply), testing::Contains("CONNECT"));
+  const char* body = R"({"server":"proxy","fault":"slow","operation":"CONNECT"})";
+  EXPECT_EQ(Change("POST", "faults", body).status, 200);
+}
+
 TEST_F(ControlProxyTest, ShowsWhatPassedAndForgetsIt) {
   const int port = std::stoi(stand_.GetProxyUrl().substr(stand_.GetProxyUrl().rfind(':') + 1));
   RawPeer peer(port);
