@@ -51,6 +51,15 @@ class TestToken:
         tab.wait(lambda: not tab.driver.find_element(By.ID, "access").is_displayed())
         tab.turn("Key server 0 up", False)
 
+    def test_may_contain_plus(self, tab: Page, tmp_path: Path) -> None:
+        environment = Environment(tmp_path, "--control-token", "a+b/c=" * 6, "--port", str(free_port()))
+        try:
+            tab.open(environment.service + "#token=" + environment.token)
+            tab.turn("Key server 0 up", False)
+            tab.driver.get("about:blank")  # follows no server that stops
+        finally:
+            environment.stop()
+
     def test_that_is_wrong_is_not_kept(self, tab: Page, environment: Environment) -> None:
         tab.expects_refusals = True
         tab.open(environment.service + "#token=wrong")
