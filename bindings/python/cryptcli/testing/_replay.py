@@ -6,12 +6,17 @@ import base64
 import json
 import threading
 from dataclasses import dataclass
-from typing import Any, Dict, List, Optional, Tuple, Union
+from typing import Any, Dict, List, Optional, Tuple, Type, TypeVar, Union
 
 from .._arguments import AnyPath
 from .._transport import Request, Response
 
 _VERSION = 1
+_Type = TypeVar("_Type")
+
+
+class _Malformed(ValueError):
+    """A member of a line is missing or has another type or value than recordings have."""
 
 
 class NoRecording(ValueError):
@@ -118,14 +123,17 @@ class Replay:
     def _start(self, line: Dict[str, Any]) -> None:
         if line["recording"] != "cryptstand" or line.get("version") != _VERSION:
             raise NoRecording(f"version {line.get('version')} of recordings is not known")
-        if not line.get("service"):
+        service, key_servers = line.get("service"), line.get("keyservers", [])
+        if not isinstance(service, str) or not service:
             raise NoRecording("the recording names no crypt service")
+        if not isinstance(key_servers, list) or not all(isinstance(url, str) and url for url in key_servers):
+            raise NoRecording("the recording has no list of key servers")
         # A recording that was continued has several starts; the client needs one address that leads here.
         if not self._servers:
-            self.service = line["service"]
-            self.key_servers = tuple(line.get("keyservers", ()))
-        self._servers.append((line["service"].rstrip("/"), False))
-        self._servers += [(url.rstrip("/"), True) for url in line.get("keyservers", ())]
+            self.service = service
+            self.key_servers = tuple(key_servers)
+        self._servers.append((service.rstrip("/"), False))
+        self._servers += [(url.rstrip("/"), True) for url in key_servers]
 
     def _ask(self, request: Request) -> Optional[_Question]:
         for server, at_key_server in self._servers:
@@ -159,15 +167,39 @@ class Replay:
 def _parse(text: Union[bytes, str]) -> Optional[Dict[str, Any]]:
     try:
         value = json.loads(text)
-    except ValueError:
+    except (ValueError, RecursionError):  # the latter from a line that is nested thousands of levels deep
         return None
     return value if isinstance(value, dict) else None
 
 
+def _member(line: Dict[str, Any], name: str, wanted: Type[_Type], *default: _Type) -> _Type:
+    """A member of exactly that type: to isinstance() a bool is an integer. Raises _Malformed."""
+    value = line.get(name, *default)
+    if type(value) is not wanted:
+        raise _Malformed(name)
+    return value
+
+
 def _body(message: Dict[str, Any]) -> bytes:
     if "bodyBase64" in message:
-        return base64.b64decode(message["bodyBase64"])
-    return str(message.get("body", "")).encode()
+        return base64.b64decode(_member(message, "bodyBase64", str), validate=True)
+    return _member(message, "body", str, "").encode()
+
+
+def _headers(message: Dict[str, Any]) -> Dict[str, str]:
+    headers = _member(message, "headers", list, [])
+    for header in headers:
+        if type(header) is not list or len(header) != 2 or not all(type(text) is str for text in header):
+            raise _Malformed("headers")
+    return dict(headers)
+
+
+def _status(response: Dict[str, Any]) -> int:
+    status = _member(response, "status", int)
+    # 0 is a connection that ended without a response.
+    if status != 0 and not 100 <= status <= 999:
+        raise _Malformed("status")
+    return status
 
 
 def _question(at_key_server: bool, method: str, target: str, body: bytes) -> _Question:
@@ -180,14 +212,14 @@ def _question(at_key_server: bool, method: str, target: str, body: bytes) -> _Qu
 
 def _read_exchange(line: Dict[str, Any]) -> Optional[_Exchange]:
     try:
-        request, response = line["request"], line["response"]
-        body = _body(request)
+        request, response = _member(line, "request", dict), _member(line, "response", dict)
+        body, at_key_server = _body(request), _member(line, "server", str) != "crypt"
         return _Exchange(
-            question=_question(line["server"] != "crypt", line["method"], line["target"], body),
+            question=_question(at_key_server, _member(line, "method", str), _member(line, "target", str), body),
             body=body,
-            response=Response(response["status"], dict(response.get("headers", ())), _body(response)),
-            whole=response.get("isWhole", True),
-            number=line["number"],
+            response=Response(_status(response), _headers(response), _body(response)),
+            whole=_member(response, "isWhole", bool, True),
+            number=_member(line, "number", int),
         )
-    except (KeyError, TypeError, ValueError):
+    except ValueError:
         return None
