@@ -8,6 +8,7 @@
 #include "stand/crypt_service.h"
 #include "stand/folder_lock.h"
 #include "stand/front.h"
+#include "stand/host_name.h"
 #include "stand/key_server.h"
 #include "stand/page.h"
 #include "stand/recording_lines.h"
@@ -23,13 +24,15 @@ constexpr int kMaxPort = 65535;
 constexpr const char* kTokenFile = "/control-token";
 
 ControlAccess MakeAccess(const Options& options) {
-  std::vector<std::string> hosts = options.allowedHosts;
-  hosts.push_back(options.listen);
-  if (!options.announce.empty()) hosts.push_back(options.announce);
+  std::vector<std::string> hosts;
+  const auto allow = [&](const std::string& host) {
+    for (std::string& form : HostHeaders(host)) hosts.push_back(std::move(form));
+  };
+  for (const std::string& host : options.allowedHosts) allow(host);
+  allow(options.listen);
+  if (!options.announce.empty()) allow(options.announce);
   return {options.controlToken.empty() ? ControlAccess::MakeToken() : options.controlToken, std::move(hosts)};
 }
-
-constexpr const char* kHostCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.";
 
 }  // namespace
 
@@ -54,10 +57,12 @@ class Stand::Impl : public Servers {
   bool WriteToken(std::string& error);
   bool SetUpHeaders(std::string& error);
   bool SetUpTls(std::string& error);
-  bool SetUpProxy(std::string& error);
+  bool BindProxy(std::string& error);
   std::string GetHost() const;
   std::string UrlOf(const HttpServer& server) const;
+  bool CheckHosts(std::string& error) const;
   bool Bind(std::string& error);
+  bool BringUp(std::string& error);
   bool OpenRecording(std::string& error);
   bool BindKeyServer(int index, std::string& error);
   HttpReply ServeCrypt(const HttpRequest& request, const std::stop_token& stop);
@@ -139,11 +144,11 @@ bool Stand::Impl::SetUpHeaders(std::string& error) {
   return true;
 }
 
-bool Stand::Impl::SetUpProxy(std::string& error) {
+bool Stand::Impl::BindProxy(std::string& error) {
   if (!options.proxyPort.has_value()) return true;
   proxy = std::make_unique<ForwardProxy>(realm.faults);
   if (*options.proxyPort >= 0 && *options.proxyPort <= kMaxPort) {
-    return proxy->Bind(*options.proxyPort, error) && proxy->Up(error);
+    return proxy->Bind(*options.proxyPort, error);
   }
   error = "ports end at " + std::to_string(kMaxPort);
   return false;
@@ -156,6 +161,7 @@ bool Stand::Impl::SetUpTls(std::string& error) {
   }
   std::vector<std::string> hosts = {GetHost()};
   if (options.listen != "0.0.0.0" && options.listen != "::") hosts.push_back(options.listen);
+  for (const std::string& host : options.allowedHosts) hosts.push_back(WithoutBrackets(host));
   return tls.Prepare(std::move(hosts), options.clientCa, error) &&
          (options.folder.empty() || tls.WriteFiles(options.folder, error));
 }
@@ -173,19 +179,26 @@ std::string Stand::Impl::GetHost() const {
 }
 
 std::string Stand::Impl::UrlOf(const HttpServer& server) const {
-  const std::string host = GetHost();
-  const std::string place = host.find(':') == std::string::npos ? host : "[" + host + "]";
-  return std::string(options.tls ? "https" : "http") + "://" + place + ":" + std::to_string(server.GetPort());
+  return std::string(options.tls ? "https" : "http") + "://" + HostInUrl(GetHost()) + ":" +
+         std::to_string(server.GetPort());
 }
 
-bool Stand::Impl::Bind(std::string& error) {
-  // It goes into URLs and certificates.
-  const bool isName =
-      !options.announce.empty() && options.announce.find_first_not_of(kHostCharacters) == std::string::npos;
-  if (!options.announce.empty() && !isName && !IsIpAddress(options.announce)) {
+// They go into URLs and certificates.
+bool Stand::Impl::CheckHosts(std::string& error) const {
+  if (!options.announce.empty() && !IsHost(options.announce)) {
     error = "The announced host is neither a name nor an IP address";
     return false;
   }
+  for (const std::string& host : options.allowedHosts) {
+    if (IsHost(WithoutBrackets(host))) continue;
+    error = "An allowed host is neither a name nor an IP address";
+    return false;
+  }
+  return true;
+}
+
+bool Stand::Impl::Bind(std::string& error) {
+  if (!CheckHosts(error)) return false;
   if (options.port < 0 || options.port + options.keyServers > kMaxPort) {
     error = "ports end at " + std::to_string(kMaxPort);
     return false;
@@ -197,7 +210,7 @@ bool Stand::Impl::Bind(std::string& error) {
   std::vector<std::string> urls;
   for (const auto& server : keyHttp) urls.push_back(UrlOf(*server));
   realm.settings.SetKeyServerUrls(std::move(urls));
-  return true;
+  return BindProxy(error);
 }
 
 // The URL is known only once the port is bound, so the handler finds its key server by index. No request
@@ -233,6 +246,14 @@ HttpReply Stand::Impl::ServeCrypt(const HttpRequest& request, const std::stop_to
   return Front(realm, kCryptService).Respond(request, subject, [&] { return service.Serve(request, route); });
 }
 
+// The crypt service comes after the key servers: a client that reaches it finds them all up.
+bool Stand::Impl::BringUp(std::string& error) {
+  for (const auto& server : keyHttp) {
+    if (!server->Up(error)) return false;
+  }
+  return crypt->Up(error) && (proxy == nullptr || proxy->Up(error));
+}
+
 bool Stand::Impl::Start(std::string& error) {
   crypt = std::make_unique<HttpServer>(
       [this](const HttpRequest& request, const std::stop_token& stop) { return ServeCrypt(request, stop); });
@@ -243,15 +264,9 @@ bool Stand::Impl::Start(std::string& error) {
   if (failure == StartFailure::None && !SetUpHeaders(error)) failure = StartFailure::Other;
   if (failure == StartFailure::None && !OpenRecording(error)) failure = StartFailure::Other;
   if (failure == StartFailure::None) failure = SetUp(error);
-  if (failure != StartFailure::None) return false;
-  failure = StartFailure::Other;
-  // The crypt service comes last: a client that reaches it finds all key servers up.
-  for (const auto& server : keyHttp) {
-    if (!server->Up(error)) return false;
-  }
-  if (!crypt->Up(error) || !SetUpProxy(error)) return false;
-  failure = StartFailure::None;
-  return true;
+  // Two servers on one port are found only now: a port that is bound alone can be bound once more.
+  if (failure == StartFailure::None && !BringUp(error)) failure = StartFailure::Port;
+  return failure == StartFailure::None;
 }
 
 Stand::Stand(Options options) : impl_(std::make_unique<Impl>(std::move(options))) {}

@@ -44,7 +44,8 @@ struct Options {
   /// What changes through the control interface need; random if empty. Also written to the folder, into the
   /// file "control-token".
   std::string controlToken{};
-  /// Names besides those of loopback under which the page and the control interface may be reached.
+  /// Names and IP addresses besides those of loopback under which the page and the control interface may be
+  /// reached. With `tls` the servers' certificates are for them, too.
   std::vector<std::string> allowedHosts{};
   /// Gets a line for each exchange, with its secrets; see Recording. Empty for none.
   std::string recordFile{};

@@ -60,6 +60,21 @@ TEST(ListenTest, CertifiesTheAnnouncedHost) {
             200);
 }
 
+TEST(ListenTest, ServesItsPageUnderAnAnnouncedIPv6Address) {
+  Stand stand(ListenOptions("::", "fd00:0::1"));
+  std::string error;
+  ASSERT_TRUE(stand.Start(error)) << error;
+  const std::string url = stand.GetServiceUrl();
+  ASSERT_THAT(url, StartsWith("http://[fd00:0::1]:"));
+  const std::string port = url.substr(url.find("]:") + 1);
+  // Browsers write an address in its shortest form.
+  for (const std::string host : {"[fd00:0::1]", "[fd00::1]"}) {
+    const Reply reply = Peer().Send("GET", "http://[::1]" + port + "stand/v1/events", std::nullopt,
+                                    {{"Host", host + port.substr(0, port.size() - 1)}});
+    EXPECT_EQ(reply.status, 200) << host << reply.body;
+  }
+}
+
 TEST(ListenTest, SaysWhichAddressCannotBeUsed) {
   const std::pair<Options, std::string> rows[] = {
       {ListenOptions("localhost"), "localhost: not an IP address"},

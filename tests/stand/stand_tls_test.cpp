@@ -146,6 +146,30 @@ TEST_F(StandTest, HasNoCertificateWithoutTls) {
   EXPECT_FALSE(stand_.SetFault(0, {.type = FaultType::ServerCertificate}));
 }
 
+TEST(StandTlsHostsTest, CertifiesAllowedHosts) {
+  Options options = TlsOptions();
+  options.listen = "0.0.0.0";
+  options.allowedHosts = {"stand.localhost", "127.0.0.9", "[fd00::1]", "fd00::2"};
+  Stand stand(options);
+  std::string error;
+  ASSERT_TRUE(stand.Start(error)) << error;
+  const std::string port = stand.GetServiceUrl().substr(stand.GetServiceUrl().rfind(':'));
+  for (const char* host : {"stand.localhost", "127.0.0.9"}) {
+    const Reply reply =
+        Peer({stand.GetServerAuthority()}).Send("GET", "https://" + (host + port) + "stand/v1/events");
+    EXPECT_EQ(reply.status, 200) << host << reply.error;
+  }
+}
+
+TEST(StandTlsHostsTest, RefusesAnAllowedHostThatIsNone) {
+  Options options = TlsOptions();
+  options.allowedHosts = {"a,DNS:b"};
+  Stand stand(options);
+  std::string error;
+  EXPECT_FALSE(stand.Start(error));
+  EXPECT_EQ(error, "An allowed host is neither a name nor an IP address");
+}
+
 class StandClientCertificateTest : public StandTlsTest {
  protected:
   StandClientCertificateTest() : StandTlsTest(TlsOptions("make")) {}
