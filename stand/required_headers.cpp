@@ -16,6 +16,12 @@ bool IsToken(const std::string& name) {
   });
 }
 
+bool IsValue(const std::string& value) {
+  return !value.empty() && std::none_of(value.begin(), value.end(), [](char c) {
+    return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f;
+  });
+}
+
 // RFC 9110, 11.6.1: a refusal with status 401 names a scheme. That of "Authorization" is its first word;
 // other headers have none, so their name stands for it.
 std::string SchemeOf(const RequiredHeader& header) {
@@ -35,7 +41,8 @@ std::optional<RequiredHeader> ParseRequiredHeader(const std::string& line) {
   const std::size_t begin = line.find_first_not_of(" \t", colon + 1);
   const std::string name = line.substr(0, colon);
   if (!IsToken(name) || begin == std::string::npos) return std::nullopt;
-  return RequiredHeader(name, line.substr(begin, line.find_last_not_of(" \t") - begin + 1));
+  std::string value = line.substr(begin, line.find_last_not_of(" \t") - begin + 1);
+  return IsValue(value) ? std::optional(RequiredHeader(name, std::move(value))) : std::nullopt;
 }
 
 std::optional<Served> RefuseWithoutHeaders(const HttpRequest& request,

@@ -13,7 +13,8 @@ namespace CryptStand {
 /// Name and value.
 using RequiredHeader = std::pair<std::string, std::string>;
 
-/// Parses 'Name: value'; none when the name is not a token (RFC 9110, 5.6.2) or the value is empty.
+/// Parses 'Name: value'; none when the name is not a token (RFC 9110, 5.6.2) or the value
+/// is empty or has control characters, which no request can have.
 std::optional<RequiredHeader> ParseRequiredHeader(const std::string& line);
 
 /// The refusal of a request to the crypt service without one of the headers; none when it has all.
