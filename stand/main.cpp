@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "stand/announcement.h"
+#include "stand/argument_checks.h"
 #include "stand/exit_code.h"
 #include "stand/ready_notification.h"
 #include "stand/stand.h"
@@ -24,8 +25,6 @@ using CryptStand::ExitCode;
 using CryptStand::Options;
 using CryptStand::Stand;
 
-// Those of a bearer token (RFC 6750, 2.1).
-constexpr const char* kTokenLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~+/=";
 // A descriptor that the caller has closed would go to the next file or socket, which would then get the
 // output.
 void OpenStandardDescriptors() {
@@ -88,19 +87,23 @@ ExitCode Serve(const Options& options, const std::string& urlFile, const sigset_
 }
 
 void AddNetworkOptions(CLI::App& app, Options& options) {
-  app.add_option("--listen", options.listen, "IP address to listen on; 127.0.0.1 by default");
+  app.add_option("--listen", options.listen, "IP address to listen on; 127.0.0.1 by default")
+      ->check(CryptStand::CheckListen);
   app.add_option("--announce", options.announce,
-                 "Host in all URLs; by default the address, or localhost for 0.0.0.0 and ::");
+                 "Host in all URLs; by default the address, or localhost for 0.0.0.0 and ::")
+      ->check(CryptStand::CheckAnnounce);
   CLI::Option* const tls =
       app.add_flag("--tls", options.tls, "Serve HTTPS; the authority's certificate is DIR/server-ca.pem");
   app.add_option(
          "--client-ca", options.clientCa,
          "Ask for client certificates of the authorities in this PEM file; \"make\" makes one, with a "
          "client in DIR/client.pem and DIR/client.key")
-      ->needs(tls);
+      ->needs(tls)
+      ->check(CryptStand::CheckClientCa);
   app.add_option("--require-header", options.requiredHeaders,
                  "A header, 'Name: value', that the crypt service requires; may be given several times")
-      ->allow_extra_args(false);
+      ->allow_extra_args(false)
+      ->check(CryptStand::CheckRequiredHeader);
   app.add_option("--proxy", options.proxyPort,
                  "Port of a forward proxy on 127.0.0.1, 0 for any; records what passes")
       ->check(CLI::Range(0, 65535));
@@ -128,24 +131,25 @@ ExitCode RunCommand(int argc, char** argv) {
   app.add_option("--key-servers", options.keyServers, "Number of key servers")->check(CLI::Range(1, 100));
   app.add_option("--port", options.port, "Port of the crypt service; the key servers take those after it")
       ->check(CLI::Range(1, 65535));
-  app.add_option("--room", options.rooms, "A room; may be given several times")->allow_extra_args(false);
+  app.add_option("--room", options.rooms, "A room; may be given several times")
+      ->allow_extra_args(false)
+      ->check(CryptStand::CheckRoom);
   app.add_option("--record", options.recordFile,
                  "File that each exchange is appended to as JSON, with all secrets of the environment");
   app.add_option("--url-file", urlFile, "File that gets the addresses as JSON once all servers are up");
   app.add_option("--control-token", options.controlToken, "What changes need; random if left out")
-      ->check([](const std::string& token) {
-        const bool isPrintable = token.find_first_not_of(kTokenLetters) == std::string::npos;
-        return isPrintable && !token.empty() ? "" : "the token must be letters, digits and -._~+/=";
-      });
+      ->check(CryptStand::CheckControlToken);
   app.add_option("--allow-host", options.allowedHosts, "Another name of this machine for the page")
-      ->allow_extra_args(false);
+      ->allow_extra_args(false)
+      ->check(CryptStand::CheckAllowedHost);
   AddNetworkOptions(app, options);
   bool stopAtEof = false;
   app.add_flag("--stop-at-eof", stopAtEof, "Stop when the standard input ends: for a parent that may crash");
   app.add_option(
-      "--seed", options.seed,
-      "Derives the serial numbers of certificates from this number; keys, signatures and tokens stay "
-      "random");
+         "--seed", options.seed,
+         "Derives the serial numbers of certificates from this number; keys, signatures and tokens stay "
+         "random")
+      ->check(CryptStand::CheckSeed);
   app.set_version_flag("--version", CryptStand::DescribeVersion());
   app.footer(CryptStand::DescribeExitCodes());
   try {

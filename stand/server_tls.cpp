@@ -7,16 +7,11 @@
 #include "stand/text_file.h"
 
 namespace CryptStand {
-namespace {
-
-constexpr const char* kMake = "make";
-
-}  // namespace
 
 bool ServerTls::Prepare(std::vector<std::string> hosts, const std::string& clientCa, std::string& error) {
   if (!identities_.Prepare(std::move(hosts), error)) return false;
-  if (clientCa == kMake && !identities_.PrepareClient(error)) return false;
-  if (!clientCa.empty() && clientCa != kMake) {
+  if (clientCa == kMakeClientCa && !identities_.PrepareClient(error)) return false;
+  if (!clientCa.empty() && clientCa != kMakeClientCa) {
     const auto authorities = ReadTextFile(clientCa, error);
     if (!authorities.has_value()) return false;
     identities_.SetClientAuthorities(*authorities);

@@ -9,6 +9,8 @@
 
 namespace CryptStand {
 
+/// What stands for a new authority of clients instead of a file of authorities.
+inline constexpr const char* kMakeClientCa = "make";
 /// The file of the servers' authority in the folder.
 inline constexpr const char* kAuthorityFile = "/server-ca.pem";
 

@@ -188,16 +188,52 @@ TEST(ProgramTest, SaysWhenItCannotWriteItsAddresses) {
 
 TEST(ProgramTest, RefusesWrongArguments) {
   const Folder folder;
-  for (const auto& arguments : std::vector<std::vector<std::string>>{{},
-                                                                     {"--dir", "x", "--key-servers", "0"},
-                                                                     {"--dir", "x", "--port", "70000"},
-                                                                     {"--dir", "x", "--control-token", "a b"},
-                                                                     {"--dir", "x", "--client-ca", "make"},
-                                                                     {"--dir", "x", "--other"}}) {
-    Program program(folder, arguments);
-    EXPECT_EQ(program.Wait(), 2);
+  const std::string noCertificates = folder.Path("out");  // an output of the program
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"--key-servers", "0"},
+                                             {"--port", "70000"},
+                                             {"--control-token", "a b"},
+                                             {"--client-ca", "make"},
+                                             {"--tls", "--client-ca", folder.Path("none.pem")},
+                                             {"--tls", "--client-ca", noCertificates},
+                                             {"--listen", "stand.example"},
+                                             {"--listen", ""},
+                                             {"--announce", "a,DNS:b"},
+                                             {"--announce", "[::1]"},
+                                             {"--require-header", "s3cret"},
+                                             {"--require-header", "X-A: s3cret\r\nX-B: c"},
+                                             {"--room", ""},
+                                             {"--room", "\xff"},
+                                             {"--allow-host", "stand.example other"},
+                                             {"--allow-host", "stand.example:80"},
+                                             {"--seed=-1"},
+                                             {"--seed", "9223372036854775808"},
+                                             {"--seed", "7x"},
+                                             {"--other"}}) {
+    std::vector<std::string> all = {"--dir", folder.Path("state")};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    Program program(folder, all);
+    EXPECT_EQ(program.Wait(), 2) << testing::PrintToString(arguments);
     EXPECT_NE(program.Error(), "");
+    EXPECT_EQ(program.Error().find("may be reached"), std::string::npos);
+    EXPECT_EQ(program.Error().find("s3cret"), std::string::npos) << "a header may be a credential";
+    EXPECT_FALSE(std::filesystem::exists(folder.Path("state"))) << testing::PrintToString(arguments);
   }
+}
+
+TEST(ProgramTest, NeedsAFolder) {
+  const Folder folder;
+  Program program(folder, {});
+  EXPECT_EQ(program.Wait(), 2);
+  EXPECT_THAT(program.Error(), testing::HasSubstr("--dir"));
+}
+
+TEST(ProgramTest, TakesTheLargestSeed) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  Program program(folder, {"--dir", ReadyState(), "--url-file", file, "--seed", "9223372036854775807"});
+  EXPECT_NE(ReadText(WaitForUrls(file), "service"), std::nullopt) << program.Error();
+  EXPECT_EQ(program.Stop(SIGTERM), 0);
 }
 
 TEST(ProgramTest, NamesAnArgumentThatItDoesNotKnow) {
