@@ -1,11 +1,12 @@
 // What the program says about itself when it starts: to its user, and to scripts that wait for it.
 #include "stand/announcement.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <string_view>
 
 #include "stand/socket.h"
-#include "stand/text_file.h"
 #include "stand/wire.h"
 
 namespace CryptStand {
@@ -18,24 +19,64 @@ std::string Absolute(const std::string& path) {
   return error ? path : absolute.string();
 }
 
+// All but the unreserved characters of RFC 3986, 2.3: in a form's encoding, as which the page reads its
+// fragment, a plus is a blank.
+std::string PercentEncode(const std::string& text) {
+  constexpr std::string_view kUnreserved =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (kUnreserved.find(c) != std::string_view::npos) {
+      encoded += c;
+    } else {
+      encoded += {'%', kDigits[byte >> 4U], kDigits[byte & 15U]};
+    }
+  }
+  return encoded;
+}
+
 // With the token in the fragment, which browsers send to nobody.
 std::string PageUrl(const Stand& stand) {
-  return stand.GetServiceUrl() + "#token=" + stand.GetControlToken();
+  return stand.GetServiceUrl() + "#token=" + PercentEncode(stand.GetControlToken());
+}
+
+// A service manager keeps the output in a journal, which others may read.
+void PrintPage(const Stand& stand, const Options& options) {
+  const char* const manager = std::getenv("NOTIFY_SOCKET");
+  if (manager == nullptr || *manager == '\0') {
+    std::cout << "page " << PageUrl(stand) << "\n";
+    return;
+  }
+  std::cout << "page " << stand.GetServiceUrl() << "\n"
+            << "token in " << Absolute(options.folder) << "/control-token\n";
+}
+
+// As one word of a POSIX shell. Only a quote ends what is in quotes.
+std::string ShellQuote(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
 }
 
 // What the command needs to reach the servers, besides the address.
 std::string SecurityArguments(const Stand& stand, const Options& options) {
   if (!options.tls) return {};
-  std::string arguments = "--ca-file '" + Absolute(stand.GetServerAuthorityFile()) + "' ";
+  std::string arguments = "--ca-file " + ShellQuote(Absolute(stand.GetServerAuthorityFile())) + " ";
   if (stand.GetClient().certificate.IsEmpty()) return arguments;
   const std::string folder = Absolute(options.folder);
-  return arguments + "--client-cert '" + folder + "/client.pem' --client-key '" + folder + "/client.key' ";
+  return arguments + "--client-cert " + ShellQuote(folder + "/client.pem") + " --client-key " +
+         ShellQuote(folder + "/client.key") + " ";
 }
 
 }  // namespace
 
 void PrintStart(const Options& options) {
-  const bool isNew = !std::filesystem::exists(options.folder + "/stand.sqlite");
+  // A folder that cannot be reached is not called new; the start finds out why.
+  std::error_code error;
+  const auto type = std::filesystem::status(options.folder + "/stand.sqlite", error).type();
+  const bool isNew = type == std::filesystem::file_type::not_found;
   std::cout << "cryptstand: starting in " << options.folder
             << (isNew ? ", which is new: its keys are generated first\n" : "\n") << std::flush;
 }
@@ -49,11 +90,11 @@ void WarnOfOthers(const Options& options) {
 }
 
 void PrintBanner(const Stand& stand, const Options& options) {
-  const std::string command = " --service " + stand.GetServiceUrl() + " --room '" + options.rooms.front() +
-                              "' " + SecurityArguments(stand, options);
-  std::cout << "cryptstand: a local test environment, never for anything that has to be protected\n"
-            << "page " << PageUrl(stand) << "\n"
-            << "service " << stand.GetServiceUrl() << "\n";
+  const std::string command = " --service " + stand.GetServiceUrl() + " --room " +
+                              ShellQuote(options.rooms.front()) + " " + SecurityArguments(stand, options);
+  std::cout << "cryptstand: a local test environment, never for anything that has to be protected\n";
+  PrintPage(stand, options);
+  std::cout << "service " << stand.GetServiceUrl() << "\n";
   for (const std::string& url : stand.GetKeyServerUrls()) std::cout << "keyserver " << url << "\n";
   if (options.tls) std::cout << "ca-file " << Absolute(stand.GetServerAuthorityFile()) << "\n";
   if (!stand.GetProxyUrl().empty()) std::cout << "proxy " << stand.GetProxyUrl() << "\n";
@@ -62,7 +103,7 @@ void PrintBanner(const Stand& stand, const Options& options) {
             << std::flush;
 }
 
-bool WriteUrls(const Stand& stand, const Options& options, const std::string& path) {
+std::string DescribeUrls(const Stand& stand, const Options& options) {
   KVMap urls;
   urls.Set("service", TextVal(stand.GetServiceUrl()));
   urls.Set("keyservers", TextsVal(stand.GetKeyServerUrls()));
@@ -75,8 +116,7 @@ bool WriteUrls(const Stand& stand, const Options& options, const std::string& pa
     urls.Set("clientKey", TextVal(Absolute(options.folder + "/client.key")));
   }
   if (!stand.GetProxyUrl().empty()) urls.Set("proxy", TextVal(stand.GetProxyUrl()));
-  std::string error;
-  return WriteTextFile(path, WriteObject(urls) + "\n", 0600, error);
+  return WriteObject(urls) + "\n";
 }
 
 }  // namespace CryptStand

@@ -10,10 +10,10 @@ namespace CryptStand {
 void PrintStart(const Options& options);
 /// Warns on standard error if other machines may reach the servers.
 void WarnOfOthers(const Options& options);
-/// Prints the addresses, and how to use them with the command. Once the servers are up.
+/// Prints the addresses, and how to use them with the command. Once the servers are up. Under a service
+/// manager the token is not printed.
 void PrintBanner(const Stand& stand, const Options& options);
-/// Writes addresses, rooms, token and paths as a JSON object that only the owner can read. The file appears
-/// as a whole, so that a waiting script never reads half of it. False if it cannot be written.
-bool WriteUrls(const Stand& stand, const Options& options, const std::string& path);
+/// Addresses, rooms, token and paths as a JSON object on one line.
+std::string DescribeUrls(const Stand& stand, const Options& options);
 
 }  // namespace CryptStand

@@ -25,7 +25,7 @@ std::string DescribeExitCodes() {
          "  2   the command line is wrong; nothing was tried\n"
          "  10  another process uses the folder\n"
          "  11  a port is taken or not allowed\n"
-         "  12  the folder cannot be made, read or written\n"
+         "  12  the folder or the file of --url-file cannot be made, read or written\n"
          "  128 and a signal's number: a second signal ended it at once\n";
 }
 

@@ -14,7 +14,7 @@ enum class ExitCode : int {
   Usage = 2,         ///< The command line is wrong; nothing was tried.
   FolderInUse = 10,  ///< Another process uses the folder.
   PortTaken = 11,    ///< A port is taken or not allowed.
-  Folder = 12,       ///< The folder cannot be made, read or written.
+  Folder = 12,       ///< The folder, or the file of --url-file, cannot be made, read or written.
 };
 
 /// The exit code for a failed start.

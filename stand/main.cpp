@@ -17,6 +17,7 @@
 #include "stand/exit_code.h"
 #include "stand/ready_notification.h"
 #include "stand/stand.h"
+#include "stand/url_file.h"
 #include "stand/version.h"
 
 namespace {
@@ -24,6 +25,7 @@ namespace {
 using CryptStand::ExitCode;
 using CryptStand::Options;
 using CryptStand::Stand;
+using CryptStand::UrlFile;
 
 // A descriptor that the caller has closed would go to the next file or socket, which would then get the
 // output.
@@ -67,21 +69,23 @@ void WaitForEnd(const sigset_t& signals) {
   pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
-// From the start of the servers to their end.
-ExitCode Serve(const Options& options, const std::string& urlFile, const sigset_t& signals) {
+ExitCode Fail(const std::string& reason, ExitCode code) {
+  std::cerr << "cryptstand: " << reason << "\n";
+  return code;
+}
+
+// From the start of the servers to their end. The warning waits until the address is known to be one that can
+// be listened on.
+ExitCode Serve(const Options& options, UrlFile& urlFile, const sigset_t& signals) {
   Stand stand(options);
   std::string error;
-  if (!stand.Start(error)) {
-    std::cerr << "cryptstand: " << error << "\n";
-    return ExitCodeOf(stand.GetStartFailure());
-  }
+  if (!stand.Start(error)) return Fail(error, ExitCodeOf(stand.GetStartFailure()));
+  CryptStand::WarnOfOthers(options);
   CryptStand::PrintBanner(stand, options);
-  if (!urlFile.empty() && !CryptStand::WriteUrls(stand, options, urlFile)) {
-    std::cerr << "cryptstand: " << urlFile << " cannot be written\n";
-    return ExitCode::Failed;
-  }
+  if (!urlFile.Write(CryptStand::DescribeUrls(stand, options), error)) return Fail(error, ExitCode::Folder);
   Notify("READY=1");
   WaitForEnd(signals);
+  urlFile.Remove();
   Notify("STOPPING=1");
   return ExitCode::Success;
 }
@@ -109,13 +113,14 @@ void AddNetworkOptions(CLI::App& app, Options& options) {
       ->check(CLI::Range(0, 65535));
 }
 
-ExitCode Run(const Options& options, const std::string& urlFile, bool stopAtEof) {
+ExitCode Run(const Options& options, UrlFile urlFile, bool stopAtEof) {
   std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
   // Before the servers start their threads, which inherit the mask: only sigwait() gets the signals then.
   const sigset_t signals = BlockEndSignals();
   if (stopAtEof) StopAtEndOfInput();
+  std::string error;
+  if (!urlFile.Prepare(options.folder, error)) return Fail(error, ExitCode::Folder);
   CryptStand::PrintStart(options);
-  CryptStand::WarnOfOthers(options);
   const ExitCode code = Serve(options, urlFile, signals);
   if (code == ExitCode::Success) std::cout << "cryptstand: stopped\n" << std::flush;
   return code;
@@ -164,7 +169,7 @@ ExitCode RunCommand(int argc, char** argv) {
     std::cerr << "cryptstand: unknown argument \"" << word << "\"; --help lists all options\n";
     return ExitCode::Usage;
   }
-  return Run(options, urlFile, stopAtEof);
+  return Run(options, UrlFile(urlFile), stopAtEof);
 }
 
 }  // namespace

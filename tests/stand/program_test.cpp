@@ -179,11 +179,56 @@ TEST(ProgramTest, SaysWhenItsPortIsTaken) {
   EXPECT_EQ(program.Error(), "cryptstand: port " + port + ": Address already in use\n");
 }
 
-TEST(ProgramTest, SaysWhenItCannotWriteItsAddresses) {
+TEST(ProgramTest, SaysAtOnceWhenItCannotWriteItsAddresses) {
   const Folder folder;
-  Program program(folder, {"--dir", folder.Path("state"), "--url-file", folder.Path("a/b")});
-  EXPECT_EQ(program.Wait(), 1);
-  EXPECT_THAT(program.Error(), testing::HasSubstr("cannot be written"));
+  std::filesystem::create_directory(folder.Path("urls"));
+  ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
+  const std::pair<std::string, std::string> rows[] = {{folder.Path("a/b"), "No such file or directory"},
+                                                      {folder.Path("urls"), "Is a directory"},
+                                                      {folder.Path("fifo"), "not a regular file"}};
+  for (const auto& [file, reason] : rows) {
+    Program program(folder, {"--dir", folder.Path("state"), "--url-file", file});
+    EXPECT_EQ(program.Wait(), 12) << file;
+    EXPECT_EQ(program.Error(), "cryptstand: " + file + ": " + reason + "\n");
+    EXPECT_EQ(program.Out(), "");
+    EXPECT_FALSE(std::filesystem::exists(folder.Path("state"))) << "something was tried";
+  }
+}
+
+TEST(ProgramTest, WritesItsAddressesIntoItsNewFolder) {
+  const Folder folder;
+  const std::string file = folder.Path("state/urls.json");
+  Program program(folder, {"--dir", folder.Path("state/"), "--url-file", file});
+  EXPECT_NE(ReadText(WaitForUrls(file), "service"), std::nullopt) << program.Error();
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
+TEST(ProgramTest, RemovesOldAddressesWhenItDoesNotStart) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  std::ofstream(file) << "{}";
+  Program program(folder, {"--dir", folder.Path("a/b"), "--url-file", file});
+  EXPECT_EQ(program.Wait(), 12);
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST(ProgramTest, RemovesItsAddressesAtItsEnd) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  Program program(folder, {"--dir", ReadyState(), "--url-file", file});
+  WaitForUrls(file);
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST(ProgramTest, KeepsTheAddressesOfAnotherEnvironment) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  Program program(folder, {"--dir", ReadyState(), "--url-file", file});
+  WaitForUrls(file);
+  std::ofstream(file) << "{}";
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+  EXPECT_EQ(ReadFile(file), "{}");
 }
 
 TEST(ProgramTest, RefusesWrongArguments) {
@@ -236,6 +281,55 @@ TEST(ProgramTest, TakesTheLargestSeed) {
   EXPECT_EQ(program.Stop(SIGTERM), 0);
 }
 
+// No machine has an address of the block for documentation (RFC 5737).
+TEST(ProgramTest, WarnsOfNothingWhenItsAddressIsRefused) {
+  const Folder folder;
+  Program program(folder, {"--dir", folder.Path("state"), "--listen", "192.0.2.1"});
+  EXPECT_EQ(program.Wait(), 11);
+  EXPECT_EQ(program.Error(), "cryptstand: port 0: Cannot assign requested address\n");
+}
+
+TEST(ProgramTest, SaysWhenThePortOfItsProxyIsTaken) {
+  Stand stand;
+  std::string error;
+  ASSERT_TRUE(stand.Start(error)) << error;
+  const std::string port = stand.GetServiceUrl().substr(17, stand.GetServiceUrl().size() - 18);
+  const Folder folder;
+  Program program(folder, {"--dir", folder.Path("state"), "--proxy", port});
+  EXPECT_EQ(program.Wait(), 11);
+  EXPECT_EQ(program.Error(), "cryptstand: port " + port + ": Address already in use\n");
+}
+
+TEST(ProgramTest, SaysWhenItsFolderCannotBeReached) {
+  const Folder folder;
+  std::filesystem::create_symlink(folder.Path("loop"), folder.Path("loop"));
+  Program program(folder, {"--dir", folder.Path("loop/state")});
+  EXPECT_EQ(program.Wait(), 12);
+  EXPECT_EQ(program.Error(),
+            "cryptstand: " + folder.Path("loop/state") + ": Too many levels of symbolic links\n");
+}
+
+TEST(ProgramTest, EncodesItsTokenInThePage) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  Program program(folder, {"--dir", ReadyState(), "--url-file", file, "--control-token", "aZ9-._~+/="});
+  const KVMap urls = WaitForUrls(file);
+  EXPECT_EQ(ReadText(urls, "token"), "aZ9-._~+/=");
+  EXPECT_EQ(ReadText(urls, "page"), ReadText(urls, "service").value_or("") + "#token=aZ9-._~%2B%2F%3D");
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
+TEST(ProgramTest, QuotesItsCommandsForTheShell) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  const std::string state = folder.Path("st'ate");
+  Program program(folder, {"--dir", state, "--room", "it's", "--tls", "--url-file", file});
+  WaitForUrls(file);
+  EXPECT_THAT(program.Out(), testing::HasSubstr(" --room 'it'\\''s' "));
+  EXPECT_THAT(program.Out(), testing::HasSubstr("/st'\\''ate/server-ca.pem' "));
+  EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
+}
+
 TEST(ProgramTest, NamesAnArgumentThatItDoesNotKnow) {
   const Folder folder;
   Program program(folder, {"--dri=x", "--port", "1"});
@@ -280,9 +374,14 @@ TEST(ProgramTest, NotifiesItsServiceManager) {
   NotifySocket manager(folder.Path("notify"));
   Program program(folder, {"--dir", ReadyState(), "--url-file", folder.Path("urls.json")});
   EXPECT_EQ(manager.Receive(), "READY=1");
-  EXPECT_TRUE(std::filesystem::exists(folder.Path("urls.json")));
+  const KVMap urls = ReadObject(ReadFile(folder.Path("urls.json"))).value_or(KVMap());
   EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
   EXPECT_EQ(manager.Receive(), "STOPPING=1");
+  // The output of a service goes into a journal, which others may read.
+  const std::string token = ReadText(urls, "token").value_or("(none)");
+  EXPECT_THAT(program.Out(), testing::Not(testing::HasSubstr(token)));
+  EXPECT_THAT(program.Out(), testing::HasSubstr("\npage " + *ReadText(urls, "service") + "\n"));
+  EXPECT_THAT(program.Out(), testing::HasSubstr("\ntoken in " + ReadyState() + "/control-token\n"));
   EXPECT_THAT(program.Out(), testing::EndsWith("cryptstand: stopped\n"));
 }
 
