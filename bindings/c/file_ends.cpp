@@ -80,10 +80,18 @@ std::int64_t ReadSome(int descriptor, char* buffer, std::uint32_t size) {
   return -1;
 }
 
+bool WaitForSpace(int descriptor) {
+  pollfd ready{descriptor, POLLOUT, 0};
+  return ::poll(&ready, 1, -1) >= 0 || errno == EINTR;
+}
+
+// A descriptor that does not wait takes what there is space for at the moment. The rest has to follow: part
+// of the content would be worse than a late one.
 bool WriteWhole(int descriptor, const char* bytes, std::size_t size) {
   while (size > 0) {
     const ssize_t written = ::write(descriptor, bytes, size);
     if (written < 0 && errno == EINTR) continue;
+    if (written < 0 && errno == EAGAIN && WaitForSpace(descriptor)) continue;
     if (written < 0) return FailWithErrno();
     bytes += written;
     size -= static_cast<std::size_t>(written);

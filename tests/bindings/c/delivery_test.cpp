@@ -146,6 +146,47 @@ TEST_F(Delivery, ToANamedPipeWithoutReaderFailsAndRaisesNoSignal) {
   EXPECT_EQ(pipeSignals, 0);
 }
 
+/// Content that a pipe does not take at once, and who reads it.
+class SlowReader : public Delivery {
+ protected:
+  void SetUp() override {
+    Delivery::SetUp();
+    content_.assign(300'000, 'y');
+    Protect(content_);
+  }
+  // Reads a little, lets the pipe fill up, and goes on until the content ends.
+  static std::string ReadSlowly(int reader) {
+    std::string all;
+    std::string part(4'096, '\0');
+    ssize_t got = 0;
+    while ((got = ::read(reader, part.data(), part.size())) > 0) {
+      all.append(part, 0, static_cast<std::size_t>(got));
+      std::this_thread::yield();
+    }
+    return all;
+  }
+
+  std::string content_;
+};
+
+TEST_F(SlowReader, GetsTheWholeContentThroughADescriptorThatDoesNotWait) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  ASSERT_EQ(::fcntl(ends[1], F_SETFL, O_NONBLOCK), 0);
+  std::string read;
+  std::thread reader([&] { read = ReadSlowly(ends[0]); });
+  const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {
+    return cryptcli_decrypt(client.get(), kRoom, cryptcli_path(Path("secret").c_str()),
+                            cryptcli_descriptor(ends[1]), nullptr, report, error);
+  });
+  EXPECT_NE(::fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0);
+  ::close(ends[1]);
+  reader.join();
+  ::close(ends[0]);
+  EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  EXPECT_TRUE(read == content_) << read.size();
+}
+
 // Another name would keep the old form, and a file with two names is written in place.
 TEST_F(Delivery, OfRekeyRefusesANameThatWasAddedMeanwhile) {
   const std::string before = scratch.Read("secret");
