@@ -175,21 +175,21 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
                                     const AnsiStr& body, const HttpOptions& options, HttpResponse& response) {
   isAttemptOpen_ = false;
   const Place place = Locate(url);
+  if (place.path.starts_with(kKeyPath)) keyRequest_ = {method, url, headers, body, options};
+  const bool isKeyThere = place.path.starts_with(kUploadPath) && !IsCancelled() && IsKeyThere();
+  // Also behind that question, which can take long: no key of a cancelled operation is uploaded.
   if (IsCancelled()) {
     response.errorText = "The operation was cancelled";
     Record(url, place, false, response, CRYPTCLI_CANCELLED);
     return -1;
   }
-  if (place.path.starts_with(kKeyPath)) keyRequest_ = {method, url, headers, body, options};
-  if (place.path.starts_with(kUploadPath) && IsKeyThere()) {
+  if (isKeyThere) {
     response.status = kStatusConflict;
     Record(url, place, true, response, CRYPTCLI_OK);
     return 0;
   }
   cryptcli_status failure = CRYPTCLI_UNREACHABLE;
   const std::int32_t result = Forward({method, url, headers, body, options}, place, response, failure);
-  // Otherwise the class would go on with the next key server.
-  if (result < 0 && failure == CRYPTCLI_CANCELLED) cancelled_ = true;
   Record(url, place, result >= 0, response, failure);
   return result;
 }
@@ -228,10 +228,14 @@ std::int32_t Operation::Forward(const Request& request, const Place& place, Http
     const AnsiStr& name = client_.options.serviceHeaders.GetKeys()[i];
     if (!HasHeader(headers, name)) all.Put(name, client_.options.serviceHeaders.GetValues()[i]);
   }
-  if (client_.callback != nullptr) {
-    return client_.callback->SendRequest(method, url, all, body, limited, response, failure);
+  if (client_.callback == nullptr) {
+    return client_.curl->SendRequest(method, url, all, body, limited, response);
   }
-  return client_.curl->SendRequest(method, url, all, body, limited, response);
+  const std::int32_t result =
+      client_.callback->SendRequest(method, url, all, body, limited, response, failure);
+  // Otherwise the class would go on with the next key server, or with the upload of a key.
+  if (result < 0 && failure == CRYPTCLI_CANCELLED) cancelled_ = true;
+  return result;
 }
 
 // Once for each request: to split a URL costs more than anything else that is done for one here. The class

@@ -89,6 +89,52 @@ TEST_F(ScriptedTest, AFirstKeyOfAnotherClientIsSeenBeforeTheUpload) {
   EXPECT_EQ(services.Count("newkey"), 0U);
 }
 
+/// A transport that gives up the second question for the room's key, the one before the upload: by its own
+/// code, or in the way in which a caller cancels.
+class CancelledFirstKey : public ScriptedTest {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(cryptcli_options_set_service(options.get(), TestSupport::kServiceUrl, nullptr), CRYPTCLI_OK);
+    cryptcli_options_set_transport(options.get(), &CancelledFirstKey::SendOrCancel, this);
+    MakeClient();
+    scratch.Make("plain", "content");
+    services.Set("key", TestSupport::Json(TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(),
+                                                            "certificate", R"("")")));
+  }
+  void ExpectNoUpload() {
+    const Outcome outcome = Encrypt("plain", "secret", kScriptedRoom);
+    EXPECT_EQ(outcome.status, CRYPTCLI_CANCELLED) << outcome.Message();
+    EXPECT_EQ(questions_, 2);
+    EXPECT_EQ(services.Count("newkey"), 0U);
+    EXPECT_FALSE(scratch.Exists("secret"));
+  }
+
+  bool byTransport_ = false;
+
+ private:
+  static std::int32_t SendOrCancel(void* context, const cryptcli_request* request,
+                                   cryptcli_response* response) {
+    auto& self = *static_cast<CancelledFirstKey*>(context);
+    const bool isForKey = std::string_view(cryptcli_request_url(request)).find("/key/") != std::string::npos;
+    if (isForKey && ++self.questions_ == 2) {
+      if (self.byTransport_) return cryptcli_response_set_error_code(response, CRYPTCLI_CANCELLED) - 1;
+      cryptcli_call_cancel(self.call.get());
+    }
+    return Fill(self.Ask(request), response);
+  }
+
+  int questions_ = 0;
+};
+
+TEST_F(CancelledFirstKey, ByTheCallerIsNotUploaded) {
+  ExpectNoUpload();
+}
+
+TEST_F(CancelledFirstKey, ByTheTransportIsNotUploaded) {
+  byTransport_ = true;
+  ExpectNoUpload();
+}
+
 // The client makes a new key since the shown one cannot be used: it is not another client's.
 class UnusableKey : public EnvironmentTest {};
 
