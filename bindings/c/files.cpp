@@ -117,13 +117,14 @@ bool EncryptWithRoomKey(const Task& task, const File& source, const File& target
 }
 
 // A file is signed for the room that the crypt service named with its key, not for the one in the call.
-bool IsForExpectedRoom(const Task& task, const Operation& operation, cryptcli_error** error) {
+// A file that is not made has no origin, so the refusal has no report.
+cryptcli_status CheckNamedRoom(const Task& task, const Operation& operation, ReportPtr& report,
+                               cryptcli_error** error) {
   const std::optional<std::string> expected = task.GetExpectedRoom();
   const std::string& named = operation.GetFacts().serviceRoom;
-  if (!expected || named == *expected) return true;
-  Fail(error, CRYPTCLI_INVALID_ARGUMENT,
-       "The crypt service named room \"" + named + "\"; room \"" + *expected + "\" was expected");
-  return false;
+  if (!expected || named == *expected) return CRYPTCLI_OK;
+  report.reset();
+  return Fail(error, CRYPTCLI_ORIGIN_NOT_PROVEN, DescribeOtherRoom(named, *expected));
 }
 
 // Hands the complete target over. Everything that can fail for another reason lies before it, and what the
@@ -155,7 +156,8 @@ cryptcli_status Encrypt(const Task& task, const cryptcli_file& from, const crypt
   if (!EncryptWithRoomKey(task, source.GetFile(), target.GetFile(), operation, message)) {
     return Fail(error, operation.MakeFailure(message));
   }
-  if (!IsForExpectedRoom(task, operation, error)) return CRYPTCLI_INVALID_ARGUMENT;
+  const cryptcli_status status = CheckNamedRoom(task, operation, report, error);
+  if (status != CRYPTCLI_OK) return status;
   report->bytes = source.GetSize();
   TakeFacts(*report, operation.GetFacts());
   return Deliver(to, target, operation, *report, error);
@@ -190,10 +192,12 @@ cryptcli_status Open(const Task& task, const cryptcli_file& from, const Source& 
   report.bytes = target.GetSize();
   TakeFacts(report, operation.GetFacts());
   const cryptcli_policy policy = task.call != nullptr ? task.call->accept : CRYPTCLI_ACCEPT_PROVEN;
-  if (IsAccepted(origin.value, policy)) return CRYPTCLI_OK;
+  if (IsAccepted(origin, policy)) return CRYPTCLI_OK;
   Failure failure;
-  // If a server is the reason that the signer was not examined, a later attempt may prove the origin.
-  if (origin.value == CRYPTCLI_ORIGIN_UNPROVEN) failure = operation.MakeFailure(origin.reason);
+  // If a server is the reason that the signer was not examined, a later attempt may prove the origin. It does
+  // not change the room.
+  if (origin.value == CRYPTCLI_ORIGIN_UNPROVEN && !origin.isOfOtherRoom)
+    failure = operation.MakeFailure(origin.reason);
   if (failure.code == CRYPTCLI_CANCELLED) return Fail(error, std::move(failure));
   Complete(report);
   failure.code = CRYPTCLI_ORIGIN_NOT_PROVEN;
@@ -240,13 +244,14 @@ cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cry
   if (!target.Open(file)) return Fail(error, SystemFailure(operation, "Could not write", file));
   if (!target.IsReplaceable()) return Fail(error, CannotReplace(operation, file));
   operation.StartProgress(source.GetSize(), kPassesOfDecrypt + kPassesOfEncrypt);
-  const cryptcli_status status = Open(task, file, source, content, operation, *report, error);
+  cryptcli_status status = Open(task, file, source, content, operation, *report, error);
   if (status != CRYPTCLI_OK) return status;
   std::string message;
   if (!EncryptWithRoomKey(task, content.GetFile(), target.GetFile(), operation, message)) {
     return Fail(error, operation.MakeFailure(message));
   }
-  if (!IsForExpectedRoom(task, operation, error)) return CRYPTCLI_INVALID_ARGUMENT;
+  status = CheckNamedRoom(task, operation, report, error);
+  if (status != CRYPTCLI_OK) return status;
   if (operation.IsCancelled()) return Fail(error, operation.MakeFailure("The operation was cancelled"));
   Complete(*report);
   if (!target.Replace()) {

@@ -1,5 +1,7 @@
 #include "bindings/c/origin.h"
 
+#include <algorithm>
+
 namespace CryptCliC {
 
 namespace {
@@ -23,12 +25,10 @@ std::string DescribeMismatch(const SignerFacts& signer, const Facts& facts,
          Quote(facts.serviceGroup);
 }
 
-}  // namespace
-
 // The class calls content verified as well where the room's key came in the clear: then no signer is
 // examined, and nothing names one.
-Origin JudgeOrigin(const Verdict& verdict, const Facts& facts,
-                   const std::optional<std::string>& expectedRoom) {
+Origin JudgeSigners(const Verdict& verdict, const Facts& facts,
+                    const std::optional<std::string>& expectedRoom) {
   if (!verdict.isSigned) return {CRYPTCLI_ORIGIN_UNSIGNED, "The content is not signed"};
   if (!verdict.isVerified) return {CRYPTCLI_ORIGIN_UNPROVEN, verdict.message};
   if (facts.isIncomplete) return {CRYPTCLI_ORIGIN_UNPROVEN, "No memory for what the signature says"};
@@ -45,16 +45,45 @@ Origin JudgeOrigin(const Verdict& verdict, const Facts& facts,
   return {CRYPTCLI_ORIGIN_PROVEN, {}};
 }
 
-bool IsAccepted(cryptcli_origin origin, cryptcli_policy policy) {
+const SignerFacts* FindSignerOfOtherRoom(const std::string& room, const Facts& facts) {
+  const auto found =
+      std::ranges::find_if(facts.signers, [&](const auto& signer) { return signer.room != room; });
+  return found != facts.signers.end() ? &*found : nullptr;
+}
+
+}  // namespace
+
+std::string DescribeOtherRoom(const std::string& named, const std::string& expected) {
+  return "The crypt service named room " + Quote(named) + "; room " + Quote(expected) + " was expected";
+}
+
+// A signer that was not examined names no room: then only the crypt service's response does.
+Origin JudgeOrigin(const Verdict& verdict, const Facts& facts,
+                   const std::optional<std::string>& expectedRoom) {
+  Origin origin = JudgeSigners(verdict, facts, expectedRoom);
+  if (!expectedRoom) return origin;
+  const bool isNamed = facts.serviceRoom == *expectedRoom;
+  const SignerFacts* const signer = FindSignerOfOtherRoom(*expectedRoom, facts);
+  if (isNamed && signer == nullptr && !facts.isIncomplete) return origin;
+  origin.isOfOtherRoom = true;
+  // A weaker origin has a reason of its own, which the policy may accept: the room is why it is refused.
+  if (origin.value == CRYPTCLI_ORIGIN_OTHER_ROOM) return origin;
+  if (!isNamed) origin.reason += ". " + DescribeOtherRoom(facts.serviceRoom, *expectedRoom);
+  if (isNamed && signer != nullptr) origin.reason += ". " + DescribeMismatch(*signer, facts, expectedRoom);
+  return origin;
+}
+
+bool IsAccepted(const Origin& origin, cryptcli_policy policy) {
+  if (origin.isOfOtherRoom) return false;
   switch (policy) {
     case CRYPTCLI_ACCEPT_ANYTHING:
       return true;
     case CRYPTCLI_ACCEPT_SIGNATURE_ONLY:
-      return origin >= CRYPTCLI_ORIGIN_SIGNATURE_ONLY;
+      return origin.value >= CRYPTCLI_ORIGIN_SIGNATURE_ONLY;
     case CRYPTCLI_ACCEPT_ANY_SIGNER:
-      return origin >= CRYPTCLI_ORIGIN_OTHER_ROOM;
+      return origin.value >= CRYPTCLI_ORIGIN_OTHER_ROOM;
     default:
-      return origin >= CRYPTCLI_ORIGIN_PROVEN;
+      return origin.value >= CRYPTCLI_ORIGIN_PROVEN;
   }
 }
 

@@ -19,6 +19,7 @@ struct Verdict {
 struct Origin {
   cryptcli_origin value = CRYPTCLI_ORIGIN_UNSIGNED;
   std::string reason;
+  bool isOfOtherRoom = false;  ///< than the expected one: what the caller demands, no policy weakens
 };
 
 /// Judges where content comes from. Proven means: the class verified it, it examined every signer, and each
@@ -26,7 +27,10 @@ struct Origin {
 /// `expectedRoom` as well if there is one.
 Origin JudgeOrigin(const Verdict& verdict, const Facts& facts,
                    const std::optional<std::string>& expectedRoom);
-/// Whether the policy delivers content of the origin.
-bool IsAccepted(cryptcli_origin origin, cryptcli_policy policy);
+/// Whether the policy delivers content of the origin. None delivers that of another room than the expected
+/// one.
+bool IsAccepted(const Origin& origin, cryptcli_policy policy);
+/// What a refusal says where the crypt service named another room than the caller expects.
+std::string DescribeOtherRoom(const std::string& named, const std::string& expected);
 
 }  // namespace CryptCliC

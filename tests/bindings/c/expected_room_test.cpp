@@ -1,5 +1,6 @@
 #include <string>
 #include <string_view>
+#include <tuple>
 
 #include "tests/bindings/c/scripted_fixture.h"
 
@@ -64,6 +65,67 @@ TEST_F(ExpectedRoom, DoesNotReplaceTheRoomThatTheServiceNamed) {
   ExpectRefused(Open(), "the crypt service named room \"room 1\"");
 }
 
+/// The same demand under each policy, for content of each origin.
+class ExpectedRoomUnderPolicy
+    : public ExpectedRoom,
+      public ::testing::WithParamInterface<std::tuple<cryptcli_origin, cryptcli_policy>> {
+ protected:
+  void ExpectNothingDelivered() {
+    const std::string before = scratch.Read("secret");
+    scratch.Make("opened", "as before");
+    for (const Outcome& outcome : {Open(), Verify("secret", kScriptedRoom), Rekey()}) {
+      EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
+      EXPECT_THAT(outcome.Message(), HasSubstr("room \"room 2\" was expected"));
+      EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 0);
+      ASSERT_NE(outcome.report, nullptr);
+      EXPECT_STREQ(cryptcli_report_service_room(outcome.report.get()), kScriptedRoom);
+    }
+    EXPECT_EQ(scratch.Read("opened"), "as before");
+    EXPECT_EQ(scratch.Read("secret"), before);
+  }
+};
+
+TEST_P(ExpectedRoomUnderPolicy, RefusesAnotherRoomOfTheService) {
+  const auto [origin, policy] = GetParam();
+  forged.MakeOfOrigin(origin);
+  Accept(policy);
+  // Signed for "room 2" where the origin is other_room, and for "room 1" or by nobody elsewhere.
+  Expect(kOther);
+  if (origin != CRYPTCLI_ORIGIN_OTHER_ROOM) return ExpectNothingDelivered();
+  ExpectRefused(Open(), "the crypt service named room \"room 1\"");
+}
+
+TEST_P(ExpectedRoomUnderPolicy, LeavesTheChoiceOfOriginsToThePolicy) {
+  const auto [origin, policy] = GetParam();
+  forged.MakeOfOrigin(origin);
+  Accept(policy);
+  const cryptcli_status without = Open().status;
+  Expect(kScriptedRoom);
+  const bool isOther = origin == CRYPTCLI_ORIGIN_OTHER_ROOM;
+  EXPECT_EQ(Open().status, isOther ? CRYPTCLI_ORIGIN_NOT_PROVEN : without);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Origins, ExpectedRoomUnderPolicy,
+    ::testing::Combine(::testing::Values(CRYPTCLI_ORIGIN_UNSIGNED, CRYPTCLI_ORIGIN_UNPROVEN,
+                                         CRYPTCLI_ORIGIN_SIGNATURE_ONLY, CRYPTCLI_ORIGIN_OTHER_ROOM,
+                                         CRYPTCLI_ORIGIN_PROVEN),
+                       ::testing::Values(CRYPTCLI_ACCEPT_PROVEN, CRYPTCLI_ACCEPT_ANY_SIGNER,
+                                         CRYPTCLI_ACCEPT_SIGNATURE_ONLY, CRYPTCLI_ACCEPT_ANYTHING)));
+
+// The signer is of the right group and was examined, though not found in its list.
+TEST_F(ExpectedRoom, IsComparedWithASignatureThatIsNotProven) {
+  services.Set("integrity", TestSupport::Status(404));
+  forged.EnvelopeSigned({forged.Signer(kOther)});
+  Accept(CRYPTCLI_ACCEPT_ANYTHING);
+  EXPECT_EQ(Open().status, CRYPTCLI_OK);
+  Expect(kScriptedRoom);
+  const Outcome outcome = Open();
+  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
+  EXPECT_THAT(outcome.Message(), HasSubstr("Signed for room \"room 2\""));
+  EXPECT_EQ(cryptcli_report_origin(outcome.report.get()), CRYPTCLI_ORIGIN_UNPROVEN);
+}
+
 TEST_F(ExpectedRoom, IsExpectedOfEverySigner) {
   services.Set("key", KeyOf(kOther));
   TestSupport::SignerSpec second = forged.Signer();
@@ -104,7 +166,8 @@ TEST_F(ExpectedRoom, RefusesToProtectForAnotherRoom) {
   scratch.Make("secret", "as before");
   Expect(kOther);
   const Outcome outcome = Encrypt("plain", "secret", kScriptedRoom);
-  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT);
+  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN);
+  EXPECT_EQ(outcome.report, nullptr);
   EXPECT_EQ(outcome.Message(), "The crypt service named room \"room 1\"; room \"room 2\" was expected");
   EXPECT_EQ(scratch.Read("secret"), "as before");
   Expect(kScriptedRoom);
@@ -119,7 +182,8 @@ TEST_F(ExpectedRoom, RefusesToProtectAgainForAnotherRoom) {
   services.Once("key", KeyOf(kOther));
   Expect(kScriptedRoom);
   const Outcome outcome = Rekey();
-  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT) << outcome.Message();
+  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
+  EXPECT_EQ(outcome.report, nullptr);
   EXPECT_EQ(scratch.Read("secret"), before);
 }
 
@@ -135,7 +199,8 @@ TEST_F(ExpectedRoom, OutlivesASecondAttemptAtTheFirstKey) {
   services.Once("key", KeyOf(kOther));
   const Outcome outcome = Encrypt("plain", "secret", kScriptedRoom);
   EXPECT_EQ(services.Count("newkey"), 1U);
-  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT) << outcome.Message();
+  EXPECT_EQ(outcome.status, CRYPTCLI_ORIGIN_NOT_PROVEN) << outcome.Message();
+  EXPECT_EQ(outcome.report, nullptr);
   EXPECT_EQ(scratch.Read("secret"), "as before");
 }
 

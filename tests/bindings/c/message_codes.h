@@ -255,7 +255,6 @@ inline constexpr MessageCode kMessagesWithCode[] = {
     {"No path", CRYPTCLI_INVALID_ARGUMENT},
     {"The arguments are no JSON object", CRYPTCLI_INVALID_ARGUMENT},
     {"The arguments are no JSON: ", CRYPTCLI_INVALID_ARGUMENT},
-    {"The crypt service named room \"", CRYPTCLI_INVALID_ARGUMENT},
     {"The expected room is empty or not UTF-8", CRYPTCLI_INVALID_ARGUMENT},
     {"The password file \"", CRYPTCLI_INVALID_ARGUMENT},
     {"The room is empty or not UTF-8", CRYPTCLI_INVALID_ARGUMENT},
