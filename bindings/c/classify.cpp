@@ -18,6 +18,8 @@ struct Row {
   cryptcli_status code;
 };
 
+constexpr std::string_view kInvalidUrl = "Invalid URL";
+
 // Reasons that say more than the words before them, whichever these are. In the first ones the file is at
 // fault, or another program that writes it; in the others this process or its cryptographic library. None
 // blames the content, its signer or a server.
@@ -26,6 +28,8 @@ constexpr std::array kReasons = {
     Row{"The file cannot be read", CRYPTCLI_IO},
     Row{"The size of a pipe or device is unknown", CRYPTCLI_IO},
     Row{"The size of the file is not available", CRYPTCLI_IO},
+    // The class checks no URL that the crypt service names: the transport refuses it.
+    Row{kInvalidUrl, CRYPTCLI_SERVER_ERROR},
     Row{"The content is too large for memory", CRYPTCLI_INTERNAL},
     Row{"The content cannot be encrypted", CRYPTCLI_INTERNAL},
     Row{"The content encryption algorithm is not available", CRYPTCLI_INTERNAL},
@@ -110,7 +114,7 @@ constexpr std::array kRows = {
     Row{"Could not replace ", CRYPTCLI_IO},
     Row{"HTTP ", CRYPTCLI_SERVER_ERROR},
     // The call itself.
-    Row{"Invalid URL", CRYPTCLI_INVALID_ARGUMENT},
+    Row{kInvalidUrl, CRYPTCLI_INVALID_ARGUMENT},
     Row{"Invalid base64 hash", CRYPTCLI_INVALID_ARGUMENT},
     Row{"Could not convert object to JSON", CRYPTCLI_INVALID_ARGUMENT},
     Row{"Unknown crypt client method identifier", CRYPTCLI_INVALID_ARGUMENT},
@@ -182,6 +186,9 @@ cryptcli_status ClassifyExchange(const FailedExchange& exchange) {
     // A response that goes to a file, an audit log, can find the disk full. No network reports these reasons.
     if (CodeOfSystemText(Reason(exchange.reason)) == CRYPTCLI_NO_SPACE) return CRYPTCLI_NO_SPACE;
     if (exchange.failure != CRYPTCLI_UNREACHABLE) return exchange.failure;
+    // The caller names the crypt service. A key server can be named by either, and neither helps itself.
+    if (exchange.reason.starts_with(kInvalidUrl))
+      return exchange.isCryptService ? CRYPTCLI_INVALID_ARGUMENT : CRYPTCLI_SERVER_ERROR;
     return exchange.reason.starts_with("Gave up waiting for ") ? CRYPTCLI_TIMEOUT : CRYPTCLI_UNREACHABLE;
   }
   switch (exchange.status) {

@@ -170,6 +170,20 @@ TEST(Classify, LooksAtTheExchangeBehindAMessage) {
             CRYPTCLI_DAMAGED);
 }
 
+// Nobody was asked, so no later attempt finds anybody. The URL of a key server can come from the crypt
+// service.
+TEST(Classify, DoesNotCallAServerWithAnInvalidUrlUnreachable) {
+  const std::string reason = "Invalid URL: only http and https are supported";
+  const FailedExchange keyServer{true, false, false, 0, reason};
+  const std::string message = "Could not connect to key server: " + reason;
+  EXPECT_EQ(ClassifyExchange(keyServer), CRYPTCLI_SERVER_ERROR);
+  EXPECT_EQ(Classify(message, keyServer), CRYPTCLI_SERVER_ERROR);
+  EXPECT_EQ(Classify(message, {}), CRYPTCLI_SERVER_ERROR);
+  EXPECT_FALSE(IsRetryable(CRYPTCLI_SERVER_ERROR, message, keyServer));
+  const FailedExchange service{true, false, true, 0, reason};
+  EXPECT_EQ(Classify("Could not get room key: " + reason, service), CRYPTCLI_INVALID_ARGUMENT);
+}
+
 TEST(Classify, CallsOnlyARefusedUploadAConflict) {
   for (const std::uint32_t status : {409U, 412U}) {
     const std::string reason = "HTTP " + std::to_string(status);

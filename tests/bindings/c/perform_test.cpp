@@ -48,6 +48,21 @@ TEST_F(Perform, AnOperationGivesItsResultAsJson) {
   EXPECT_THAT(cryptcli_report_json(outcome.report.get()), HasSubstr(R"({"signature":")"));
 }
 
+TEST_F(Perform, AnInvalidUrlOfAKeyServerIsNotWorthAnotherAttempt) {
+  const std::string hash(86, 'A');
+  for (const char* url : {"not a url", "ftp://127.0.0.1"}) {
+    const Outcome outcome = Do(
+        "SignByKey", std::string(R"({"keyserver":[")") + url +
+                         R"("],"object":"demo","id":"integrity","algorithm":"RSASSA-PKCS1-v1_5-SHA-512",)" +
+                         R"("hash":")" + hash + "==\"}");
+    EXPECT_EQ(outcome.status, CRYPTCLI_SERVER_ERROR) << url << ": " << outcome.Message();
+    EXPECT_THAT(outcome.Message(), HasSubstr("Invalid URL")) << url;
+    EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 0) << url;
+    ASSERT_EQ(cryptcli_error_attempt_count(outcome.error.get()), 1U) << url;
+    EXPECT_EQ(cryptcli_error_attempt_code(outcome.error.get(), 0), CRYPTCLI_SERVER_ERROR) << url;
+  }
+}
+
 TEST_F(Perform, AnAuditLogIsAFile) {
   const Outcome outcome =
       Do("CryptGetAuditLog", R"({"keyserver":)" + KeyServers() + R"(,"group":"QOB.1.100.1"})");
