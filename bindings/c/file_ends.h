@@ -10,6 +10,11 @@
 // The two ends of a file operation. Both keep the reason of a failure in the error state.
 namespace CryptCliC {
 
+/// Whether there is anything to open: a path or a descriptor.
+inline bool IsNamed(const cryptcli_file& file) {
+  return file.path != nullptr || file.descriptor >= 0;
+}
+
 /// What is read: the file itself, or a private copy of what cannot seek, which ends with this object.
 class Source {
  public:

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <random>
@@ -56,8 +57,11 @@ std::string Quoted(const cryptcli_file& file) {
   return "descriptor " + std::to_string(file.descriptor);
 }
 
-// The failure of a step of this layer, whose reason is in the error state.
+// The failure of a step of this layer, whose reason is in the error state. A wait that the caller ended is no
+// fault of the file.
 Failure SystemFailure(Operation& operation, std::string_view what, const cryptcli_file& file) {
+  if (operation.IsCancelled() && OruGuiBase::GetLastError() == ECANCELED)
+    return operation.MakeFailure("The operation was cancelled");
   return operation.MakeFailure(std::string(what) + " " + Quoted(file) + ": " +
                                ToString(OruGuiBase::GetSystemErrorText()));
 }
@@ -268,10 +272,13 @@ cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cry
 // refused.
 template <class Work>
 cryptcli_status WithReport(const cryptcli_client* client, const char* room, cryptcli_call* call,
-                           cryptcli_report** report, cryptcli_error** error, Work work) noexcept {
+                           cryptcli_report** report, cryptcli_error** error,
+                           std::initializer_list<cryptcli_file> files, Work work) noexcept {
   if (report != nullptr) *report = nullptr;
   return Guarded(error, [&]() -> cryptcli_status {
     if (!CheckRoom(client, room, error)) return CRYPTCLI_INVALID_ARGUMENT;
+    if (!std::ranges::all_of(files, IsNamed))
+      return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No path or descriptor");
     auto made = std::make_unique<cryptcli_report>();
     const cryptcli_status status = work(Task{*client, room, call}, made);
     if (report == nullptr || (status != CRYPTCLI_OK && status != CRYPTCLI_ORIGIN_NOT_PROVEN)) return status;
@@ -290,29 +297,32 @@ using CryptCliC::Task;
 cryptcli_status cryptcli_encrypt(const cryptcli_client* client, const char* room, cryptcli_file source,
                                  cryptcli_file target, cryptcli_call* call, cryptcli_report** report,
                                  cryptcli_error** error) {
-  return CryptCliC::WithReport(client, room, call, report, error, [&](const Task& task, ReportPtr& made) {
-    return CryptCliC::Encrypt(task, source, target, made, error);
-  });
+  return CryptCliC::WithReport(client, room, call, report, error, {source, target},
+                               [&](const Task& task, ReportPtr& made) {
+                                 return CryptCliC::Encrypt(task, source, target, made, error);
+                               });
 }
 
 cryptcli_status cryptcli_decrypt(const cryptcli_client* client, const char* room, cryptcli_file source,
                                  cryptcli_file target, cryptcli_call* call, cryptcli_report** report,
                                  cryptcli_error** error) {
-  return CryptCliC::WithReport(client, room, call, report, error, [&](const Task& task, ReportPtr& made) {
-    return CryptCliC::Decrypt(task, source, &target, made, error);
-  });
+  return CryptCliC::WithReport(client, room, call, report, error, {source, target},
+                               [&](const Task& task, ReportPtr& made) {
+                                 return CryptCliC::Decrypt(task, source, &target, made, error);
+                               });
 }
 
 cryptcli_status cryptcli_verify(const cryptcli_client* client, const char* room, cryptcli_file source,
                                 cryptcli_call* call, cryptcli_report** report, cryptcli_error** error) {
-  return CryptCliC::WithReport(client, room, call, report, error, [&](const Task& task, ReportPtr& made) {
-    return CryptCliC::Decrypt(task, source, nullptr, made, error);
-  });
+  return CryptCliC::WithReport(client, room, call, report, error, {source},
+                               [&](const Task& task, ReportPtr& made) {
+                                 return CryptCliC::Decrypt(task, source, nullptr, made, error);
+                               });
 }
 
 cryptcli_status cryptcli_rekey(const cryptcli_client* client, const char* room, const char* path,
                                cryptcli_call* call, cryptcli_report** report, cryptcli_error** error) {
-  return CryptCliC::WithReport(client, room, call, report, error, [&](const Task& task, ReportPtr& made) {
+  return CryptCliC::WithReport(client, room, call, report, error, {}, [&](const Task& task, ReportPtr& made) {
     if (path == nullptr) return CryptCliC::Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No path");
     return CryptCliC::Rekey(task, path, made, error);
   });

@@ -67,6 +67,7 @@ bool DescribeParties(const CMSMsg& message, KVMap& object) {
 }
 
 cryptcli_status Inspect(const cryptcli_file& from, cryptcli_report& report, cryptcli_error** error) {
+  if (!IsNamed(from)) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No path or descriptor");
   Source source;
   CMSMsg message;
   KVMap object;

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <unistd.h>
+#include <utility>
 
 #include "tests/bindings/c/environment_fixture.h"
 #include "tests/bindings/c/scripted_fixture.h"
@@ -43,6 +44,47 @@ TEST_F(Errors, AFullTargetIsNoSpace) {
   });
   ::close(full);
   EXPECT_EQ(outcome.status, CRYPTCLI_NO_SPACE) << outcome.Message();
+}
+
+TEST_F(Errors, NeitherAPathNorADescriptorIsAnInvalidArgument) {
+  Protect("x");
+  const cryptcli_file none = cryptcli_path(nullptr);
+  const std::string name = Path("secret");
+  const cryptcli_file file = cryptcli_path(name.c_str());
+  const auto expectInvalid = [](auto work) {
+    const Outcome outcome = Call(work);
+    EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT) << outcome.Message();
+    EXPECT_EQ(outcome.Message(), "No path or descriptor");
+  };
+  for (const auto& [from, to] : {std::pair(none, file), std::pair(file, none)}) {
+    expectInvalid([&, source = from, target = to](cryptcli_report** report, cryptcli_error** error) {
+      return cryptcli_encrypt(client.get(), kRoom, source, target, nullptr, report, error);
+    });
+    expectInvalid([&, source = from, target = to](cryptcli_report** report, cryptcli_error** error) {
+      return cryptcli_decrypt(client.get(), kRoom, source, target, nullptr, report, error);
+    });
+  }
+  expectInvalid([&](cryptcli_report** report, cryptcli_error** error) {
+    return cryptcli_verify(client.get(), kRoom, none, nullptr, report, error);
+  });
+  expectInvalid([&](cryptcli_report** report, cryptcli_error** error) {
+    return cryptcli_inspect(none, report, error);
+  });
+}
+
+// The pipe stays empty: only the cancellation ends the wait.
+TEST_F(Errors, ACancelledWaitForASourceSaysThatItWasCancelled) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  cryptcli_call_cancel(call.get());
+  const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {
+    return cryptcli_encrypt(client.get(), kRoom, cryptcli_descriptor(ends[0]),
+                            cryptcli_path(Path("secret").c_str()), call.get(), report, error);
+  });
+  ::close(ends[0]);
+  ::close(ends[1]);
+  EXPECT_EQ(outcome.status, CRYPTCLI_CANCELLED);
+  EXPECT_EQ(outcome.Message(), "The operation was cancelled");
 }
 
 TEST_F(Errors, AnUnknownRoomIsNamedAsSuch) {

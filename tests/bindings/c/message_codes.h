@@ -253,6 +253,7 @@ inline constexpr MessageCode kMessagesWithCode[] = {
     {"No options", CRYPTCLI_INVALID_ARGUMENT},
     {"No options or no client", CRYPTCLI_INVALID_ARGUMENT},
     {"No path", CRYPTCLI_INVALID_ARGUMENT},
+    {"No path or descriptor", CRYPTCLI_INVALID_ARGUMENT},
     {"The arguments are no JSON object", CRYPTCLI_INVALID_ARGUMENT},
     {"The arguments are no JSON: ", CRYPTCLI_INVALID_ARGUMENT},
     {"The expected room is empty or not UTF-8", CRYPTCLI_INVALID_ARGUMENT},

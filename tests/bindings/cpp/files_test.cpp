@@ -109,9 +109,17 @@ TEST_F(Files, DescriptorsAreUsedFromWhereTheyStandAndStayOpen) {
 }
 
 TEST_F(Files, AClosedDescriptorIsAnInputError) {
-  const auto made = client->Encrypt(kRoom, Source::FromDescriptor(-1), Path("secret"));
+  const int closed = ::dup(STDIN_FILENO);
+  ::close(closed);
+  const auto made = client->Encrypt(kRoom, Source::FromDescriptor(closed), Path("secret"));
   ASSERT_FALSE(made.has_value());
   EXPECT_EQ(made.error().code, Status::Io);
+}
+
+TEST_F(Files, WhatIsNoDescriptorIsAnInvalidArgument) {
+  const auto made = client->Encrypt(kRoom, Source::FromDescriptor(-1), Path("secret"));
+  ASSERT_FALSE(made.has_value());
+  EXPECT_EQ(made.error().code, Status::InvalidArgument);
 }
 
 TEST_F(Files, OneClientServesManyThreads) {
