@@ -27,6 +27,8 @@ using OruGuiBase::FileWriter;
 namespace {
 
 constexpr const char* kCopyName = "source";
+// How often a wait looks for a cancellation.
+constexpr int kLookMilliseconds = 50;
 
 /// A buffer for plain content, wiped at its end.
 class CopyBuffer {
@@ -60,7 +62,6 @@ bool IsCancelled() {
 // Waits for input or its end. A stream may stall for any time, and nothing wakes this thread when the caller
 // cancels, so it looks now and then. What cannot be polled is left to read().
 bool WaitForInput(int descriptor) {
-  constexpr int kLookMilliseconds = 50;
   for (;;) {
     if (IsCancelled()) {
       errno = ECANCELED;
@@ -216,8 +217,30 @@ bool Target::Replace() {
   return true;
 }
 
+Target::~Target() {
+  if (isOurs_) ::close(descriptor_);
+}
+
+// Opening a named pipe for writing waits for its first reader, and nothing ends that wait. So it is opened
+// without waiting, again and again. From then on it is a target by descriptor.
+bool Target::AwaitReader() {
+  struct stat info {};
+  const char* const path = target_.GetPath().GetText();
+  if (target_.IsEmpty() || ::stat(path, &info) != 0 || !S_ISFIFO(info.st_mode)) return true;
+  while (descriptor_ < 0) {
+    if (IsCancelled()) return Fail(ECANCELED);
+    descriptor_ = ::open(path, O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (descriptor_ >= 0) break;
+    if (errno != ENXIO && errno != EINTR) return FailWithErrno();
+    ::poll(nullptr, 0, kLookMilliseconds);
+  }
+  isOurs_ = true;
+  // A file that came in its place meanwhile would keep the end of its old content.
+  return (::fstat(descriptor_, &info) == 0 && S_ISFIFO(info.st_mode)) || Fail(ESTALE);
+}
+
 bool Target::Deliver() {
-  if (!target_.IsEmpty()) {
+  if (descriptor_ < 0) {
     if (!staging_.GetFile().Move(target_, false)) return false;
     staging_.GiveUp();
     return true;

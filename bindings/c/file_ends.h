@@ -44,6 +44,10 @@ struct FileIdentity {
 /// that the target stays as it was.
 class Target {
  public:
+  Target() = default;
+  Target(const Target&) = delete;
+  Target& operator=(const Target&) = delete;
+  ~Target();
   bool Open(const cryptcli_file& file);
   /// A private file that nobody gets, for content that is only looked at.
   bool OpenNowhere();
@@ -54,6 +58,9 @@ class Target {
   bool Replace();
   OruGuiBase::File GetFile() const { return staging_.GetFile(); }
   std::uint64_t GetSize() const;
+  /// Waits until a named pipe has a reader; ECANCELED once the operation is cancelled. Deliver, which cannot
+  /// be cancelled, does not wait for one then. Any other target is ready at once.
+  bool AwaitReader();
   bool Deliver();
 
  private:
@@ -61,6 +68,7 @@ class Target {
   OruGuiBase::File target_;
   FileIdentity found_;
   int descriptor_ = -1;
+  bool isOurs_ = false;  ///< the descriptor: it is closed with this object
 };
 
 }  // namespace CryptCliC

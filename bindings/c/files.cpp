@@ -136,6 +136,7 @@ cryptcli_status CheckNamedRoom(const Task& task, const Operation& operation, Rep
 cryptcli_status Deliver(const cryptcli_file& to, Target& target, Operation& operation,
                         cryptcli_report& report, cryptcli_error** error) {
   if (operation.IsCancelled()) return Fail(error, operation.MakeFailure("The operation was cancelled"));
+  if (!target.AwaitReader()) return Fail(error, SystemFailure(operation, "Could not write", to));
   Complete(report);
   bool isDelivered = false;
   {

@@ -1,8 +1,10 @@
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -185,6 +187,42 @@ TEST_F(SlowReader, GetsTheWholeContentThroughADescriptorThatDoesNotWait) {
   ::close(ends[0]);
   EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
   EXPECT_TRUE(read == content_) << read.size();
+}
+
+TEST_F(SlowReader, GetsTheWholeContentThroughANamedPipe) {
+  ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
+  std::string read;
+  std::thread reader([&] {
+    const int end = ::open(Path("pipe").c_str(), O_RDONLY);
+    read = ReadSlowly(end);
+    ::close(end);
+  });
+  const Outcome outcome = Decrypt("secret", "pipe");
+  reader.join();
+  EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  EXPECT_TRUE(read == content_) << read.size();
+}
+
+TEST_F(Delivery, ThatWaitsForAReaderOfANamedPipeCanBeCancelled) {
+  Protect("small");
+  ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
+  std::promise<void> isOpened;
+  std::promise<void> hasEnded;
+  std::thread other([&] {
+    isOpened.get_future().wait();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    cryptcli_call_cancel(call.get());
+    // So that a wait which does not end fails the test, and does not block it.
+    if (hasEnded.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready) return;
+    ADD_FAILURE() << "The operation still waits";
+    ::close(::open(Path("pipe").c_str(), O_RDONLY | O_NONBLOCK));
+  });
+  AtFirstProgress([&] { isOpened.set_value(); });
+  const Outcome outcome = Decrypt("secret", "pipe");
+  hasEnded.set_value();
+  other.join();
+  EXPECT_EQ(outcome.status, CRYPTCLI_CANCELLED);
+  EXPECT_EQ(outcome.Message(), "The operation was cancelled");
 }
 
 // Another name would keep the old form, and a file with two names is written in place.
