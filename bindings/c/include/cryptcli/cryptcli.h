@@ -245,10 +245,11 @@ CRYPTCLI_API void cryptcli_call_free(cryptcli_call* call);
 CRYPTCLI_API cryptcli_status cryptcli_call_set_accept(cryptcli_call* call, cryptcli_policy policy,
                                                       cryptcli_error** error);
 /* The room that a file has to be for, as the crypt service spells it; null, the default, for any room that
- * the crypt service names. Decrypt, verify and rekey then call content proven only if its signature names
- * this room as well, and other_room otherwise. Encrypt and rekey leave the target unchanged and fail with
- * CRYPTCLI_INVALID_ARGUMENT if the crypt service names another room for the new file. An empty string is
- * refused. */
+ * the crypt service names. Whatever the policy is, decrypt, verify and rekey refuse content, with
+ * CRYPTCLI_ORIGIN_NOT_PROVEN and a report, if the crypt service names another room or an examined signer
+ * signed for another one. If no signer was examined, as for content that is not signed, only the crypt
+ * service names a room. Encrypt and rekey fail with the same code, without a report, if the crypt service
+ * names another room for the new file. The target stays unchanged. An empty string is refused. */
 CRYPTCLI_API cryptcli_status cryptcli_call_set_expected_room(cryptcli_call* call, const char* room,
                                                              cryptcli_error** error);
 /* Called after each chunk with the progress in bytes of the source. Returns a value other than 0 to continue,
@@ -282,15 +283,17 @@ CRYPTCLI_INLINE cryptcli_file cryptcli_descriptor(int32_t descriptor) {
   return file;
 }
 
-/* Each operation takes an optional call and stores an optional report: on success, and with
- * CRYPTCLI_ORIGIN_NOT_PROVEN; null otherwise.
+/* Each operation takes an optional call and stores an optional report: on success, and where content was
+ * refused with CRYPTCLI_ORIGIN_NOT_PROVEN; null otherwise.
  *
  * A source by descriptor is read from its current position. It is copied to a private temporary file first,
  * and so is a path that cannot seek, such as a pipe.
  *
  * A target by path becomes the new content in one step, and keeps mode, owner and access list, where the file
  * system allows that. A target by descriptor is written at its current position, after everything else has
- * succeeded. A pipe that nobody reads any more is CRYPTCLI_IO: no operation raises SIGPIPE. */
+ * succeeded; one that does not wait (O_NONBLOCK) gets the whole content as well. A named pipe is waited for
+ * until somebody reads it, which a cancellation ends. A pipe that nobody reads any more is CRYPTCLI_IO: no
+ * operation raises SIGPIPE. */
 
 /* Protects `source` for the room. Makes the room's key if it has none; of several clients that do so at the
  * same time, all use the one key. */
@@ -313,8 +316,9 @@ CRYPTCLI_API cryptcli_status cryptcli_rekey(const cryptcli_client* client, const
                                             cryptcli_call* call, cryptcli_report** report,
                                             cryptcli_error** error);
 
-/* Describes a protected file, or a signed message, without asking a server. Nothing is verified. The JSON of
- * the report:
+/* Describes a protected file, or a signed message, without asking a server. Nothing is verified. It takes no
+ * call, so nothing cancels it: a source that may stall, such as a pipe, holds its thread until it ends. The
+ * JSON of the report:
  *   "type"        string: the OID of the message's type
  *   "size"        number: bytes of the file
  *   "verified"    false
@@ -330,9 +334,9 @@ CRYPTCLI_API cryptcli_status cryptcli_inspect(cryptcli_file source, cryptcli_rep
 
 /* Performs a named operation. `arguments` is a JSON object. An unknown, missing or mistyped member is refused
  * before anything is sent. The JSON of the report is the result; "warning" in it is a string that says what
- * is missing from an audit log, and "failure" the same as an object with the members of cryptcli_error_json. The
- * result of Decrypt holds private keys: cryptcli_report_free overwrites
- * them. Copies are the caller's to protect. */
+ * is missing from an audit log, and "failure" the same as an object with the members of cryptcli_error_json.
+ * The result of Decrypt holds private keys: cryptcli_report_free overwrites them. Copies are the caller's to
+ * protect. */
 CRYPTCLI_API cryptcli_status cryptcli_perform(const cryptcli_client* client, const char* operation,
                                               const char* arguments, cryptcli_call* call,
                                               cryptcli_report** report, cryptcli_error** error);

@@ -134,9 +134,10 @@ struct Call {
   /// The policy of Decrypt, Verify and Rekey.
   Policy accept = Policy::Proven;
   /// The room that the file has to be for, as the crypt service spells it; without one, any room that the
-  /// crypt service names. Content that is signed for another room is then of Origin::OtherRoom. Encrypt and
-  /// Rekey fail with InvalidArgument if the crypt service names another room for the new file. A name that is
-  /// empty is refused: it is more likely a setting that is missing.
+  /// crypt service names. Under every policy it is OriginNotProven if the crypt service names another room or
+  /// an examined signer signed for another one; without a report where it is the file to be made by Encrypt
+  /// or Rekey that would be for another room. A name that is empty is refused: it is more likely a setting
+  /// that is missing.
   std::optional<std::string> expectedRoom{};
   Progress progress{};
   /// A stop request, from any thread, cancels the operation. It ends with Status::Cancelled and leaves its
