@@ -163,6 +163,7 @@ class Client:
         source: Source,
         target: Target,
         *,
+        expected_room: Optional[str] = None,
         progress: Optional[Progress] = None,
         cancel: Optional[Cancellation] = None,
     ) -> Report:
@@ -173,13 +174,21 @@ class Client:
         source, target  a path, or a binary file object, which is read or written from where it stands. A target by
                         path appears whole or not at all; a target object is written once everything else has
                         succeeded. What an object's own methods raise comes through.
+        expected_room   the room as the crypt service spells it; OriginNotProven, without a report, and the target as
+                        it was, if the service names another one. Without it any room is right that it names
         progress        called after each chunk with the bytes done and in all; False cancels
         cancel          cancels the operation from elsewhere
         """
         spool = Spool(self._temporary_directory, cancel)
         with spool.source(source) as read, spool.target(target) as written:
             return self._report(
-                lib.encrypt, _room(room), as_file(read), as_file(written), progress=progress, cancel=cancel
+                lib.encrypt,
+                _room(room),
+                as_file(read),
+                as_file(written),
+                expected_room=expected_room,
+                progress=progress,
+                cancel=cancel,
             )
 
     def decrypt(
@@ -195,9 +204,10 @@ class Client:
     ) -> Report:
         """Opens the protected file `source` and delivers its content to `target` if `accept` admits its origin.
 
-        Otherwise raises OriginNotProven with the report, and the target stays as it was. With `expected_room`, the
-        room as the crypt service spells it, content that is signed for another room is of OTHER_ROOM; without it, any
-        room is right that the crypt service names. See encrypt for the other arguments.
+        Otherwise raises OriginNotProven with the report, and the target stays as it was. So does, whatever `accept`
+        is, content for which the crypt service names another room than `expected_room`, or whose examined signer signed
+        for another one; without `expected_room`, any room is right that the crypt service names. See encrypt for the
+        other arguments.
         """
         spool = Spool(self._temporary_directory, cancel)
         with spool.source(source) as read, spool.target(target) as written:
@@ -246,8 +256,8 @@ class Client:
         cancel: Optional[Cancellation] = None,
     ) -> Report:
         """Opens the protected file at `path` and protects its content again with the room's present key, in place: it
-        is either the old or the new file at any moment. InvalidArgument, and the old file, if the crypt service names
-        another room than `expected_room` for the new one."""
+        is either the old or the new file at any moment. OriginNotProven, and the old file, also if the crypt service
+        names another room than `expected_room` for the new one; then without a report."""
         return self._report(
             lib.rekey,
             _room(room),

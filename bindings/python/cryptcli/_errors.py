@@ -143,9 +143,10 @@ class Damaged(Error):
 
 
 class OriginNotProven(Error):
-    """The content is whole, but its origin is weaker than the policy accepts. Nothing was delivered.
+    """The content is whole, but its origin is weaker than the policy accepts, or the room is not the expected one. Nothing
+    was delivered.
 
-    report  what is known about the origin, with the reason
+    report  what is known about the origin, with the reason; None if a file was to be made for another room
     """
 
     code = Status.ORIGIN_NOT_PROVEN

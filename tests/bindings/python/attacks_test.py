@@ -161,6 +161,26 @@ def test_a_file_of_another_room_than_the_expected_one_is_refused(client: cryptcl
     assert protected.read_bytes() == before and not opened.exists()
 
 
+@pytest.mark.parametrize("accept", list(cryptcli.Policy))
+def test_no_policy_weakens_the_expected_room(
+    client: cryptcli.Client, protected: Path, accept: cryptcli.Policy
+) -> None:
+    with pytest.raises(cryptcli.OriginNotProven, match='room "room2" was expected'):
+        client.verify(ROOM, protected, accept=accept, expected_room="room2")
+
+
+def test_no_file_is_made_for_another_room_than_the_expected_one(client: cryptcli.Client, tmp_path: Path) -> None:
+    source = tmp_path / "plain"
+    source.write_bytes(b"content")
+    target = tmp_path / "secret"
+    target.write_bytes(b"as before")
+    with pytest.raises(cryptcli.OriginNotProven, match=f'named room "{ROOM}"; room "room2" was expected') as caught:
+        client.encrypt(ROOM, source, target, expected_room="room2")
+    assert caught.value.report is None
+    assert target.read_bytes() == b"as before"
+    assert client.encrypt(ROOM, source, target, expected_room=ROOM).service_room == ROOM
+
+
 @pytest.mark.parametrize("bad", ["", "a\0b", "\ud800"])
 def test_an_expected_room_has_to_be_a_name(client: cryptcli.Client, protected: Path, bad: str) -> None:
     with pytest.raises(cryptcli.InvalidArgument, match="expected room"):
