@@ -217,8 +217,8 @@ bool Stand::Impl::Bind(std::string& error) {
 // comes before Up().
 bool Stand::Impl::BindKeyServer(int index, std::string& error) {
   const auto place = static_cast<std::size_t>(index);
-  keyHttp.push_back(std::make_unique<HttpServer>(
-      [this, index, place](const HttpRequest& request, const std::stop_token&) {
+  keyHttp.push_back(
+      std::make_unique<HttpServer>([this, index, place](const HttpRequest& request, const std::stop_token&) {
         const Subject subject = keyServers[place]->FindSubject(request);
         return Front(realm, index).Respond(request, subject, [&] {
           return keyServers[place]->Serve(request, subject.operation);
