@@ -5,13 +5,11 @@
 #include "tools/call.h"
 
 #include <CLI/Option.hpp>
-#include <cerrno>
 #include <stop_token>
 #include <unistd.h>
 
 #include "foundation/errorstate.h"
 #include "foundation/json.h"
-#include "foundation/reference.h"
 #include "tools/files.h"
 #include "tools/operations.h"
 #include "tools/staging_file.h"
@@ -27,47 +25,13 @@ namespace {
 
 // Numbered names to try for a fetched log; more files of one name mean that something else is wrong.
 constexpr std::uint32_t kMostOfOneName = 1000;
-// Far above any real arguments; keeps an endless pipe from filling the memory.
-constexpr std::uint32_t kMaxInput = 64 * 1024 * 1024;
-
-bool ReadToEnd(int descriptor, const std::stop_token& stop, AnsiStr& text, AnsiStr& reason) {
-  char chunk[16384];
-  ssize_t got = 1;
-  while ((got > 0 || (got < 0 && errno == EINTR)) && text.GetLength() <= kMaxInput) {
-    got = ReadUnlessStopped(descriptor, chunk, sizeof(chunk), stop);
-    if (got > 0) text.Append(chunk, static_cast<std::uint32_t>(got));
-  }
-  const int failure = errno;
-  // It may have contained a key or a password.
-  OruGuiBase::WipeMemory(chunk, sizeof(chunk));
-  if (text.GetLength() > kMaxInput) {
-    reason = "More than 64 MiB";
-    return false;
-  }
-  if (got == 0) return true;
-  errno = failure;
-  OruGuiBase::SetLastErrorFromErrno();
-  reason = OruGuiBase::GetSystemErrorText();
-  return false;
-}
-
-bool ReadText(const std::string& source, const std::stop_token& stop, AnsiStr& text, AnsiStr& reason) {
-  if (source == kStandardStream) return ReadToEnd(STDIN_FILENO, stop, text, reason);
-  const int descriptor = OpenForReading(source);
-  if (descriptor < 0) {
-    OruGuiBase::SetLastErrorFromErrno();
-    reason = OruGuiBase::GetSystemErrorText();
-    return false;
-  }
-  const bool isRead = ReadToEnd(descriptor, stop, text, reason);
-  close(descriptor);
-  return isRead;
-}
 
 bool ReadArguments(const std::string& source, const std::stop_token& stop, AnsiStr& arguments,
                    AnsiStr& errorText) {
   AnsiStr reason;
-  if (ReadText(source, stop, arguments, reason)) return true;
+  const bool isRead = source == kStandardStream ? ReadToEnd(STDIN_FILENO, stop, arguments, reason)
+                                                : ReadUnlessStopped(source, stop, arguments, reason);
+  if (isRead) return true;
   errorText = DescribeFailure("read", AnsiStr(source), reason);
   return false;
 }

@@ -4,12 +4,14 @@
 
 #include <CLI/Option.hpp>
 #include <algorithm>
+#include <stop_token>
 
 #include "foundation/array.h"
 #include "foundation/kvmap.h"
 #include "foundation/val.h"
 #include "tools/apply_settings.h"
 #include "tools/report.h"
+#include "tools/session.h"
 
 namespace CryptCli {
 
@@ -82,14 +84,15 @@ void ShowFiles(const Configuration& configuration, Report& report) {
 
 // What the other commands would refuse, found by the same checks.
 std::vector<std::string> FindProblems(const ConfigOptions& options, const Configuration& configuration,
-                                      const std::vector<ResolvedSetting>& resolved) {
+                                      const std::vector<ResolvedSetting>& resolved,
+                                      const std::stop_token& stop) {
   std::vector<std::string> problems = configuration.GetProblems();
   for (const std::string& problem : GiveSettings(*options.command, resolved)) problems.push_back(problem);
   // The rules that concern several settings need the values that are good.
   if (!problems.empty()) return problems;
   cryptcli::Options unused;
   AnsiStr errorText;
-  if (!options.connection.GetOptions(unused, errorText)) problems.emplace_back(errorText.View());
+  if (!options.connection.GetOptions(unused, stop, errorText)) problems.emplace_back(errorText.View());
   return problems;
 }
 
@@ -133,7 +136,10 @@ ExitCode RunConfig(const ConfigOptions& options, const ConfigurationSources& sou
   }
   report.Set("settings", entries);
   ShowFiles(configuration, report);
-  return report.Finish(ShowProblems(FindProblems(options, configuration, resolved), report));
+  // The file of headers may be a pipe that nobody writes to.
+  return RunWithoutServer(report, [&](const std::stop_token& stop) {
+    return ShowProblems(FindProblems(options, configuration, resolved, stop), report);
+  });
 }
 
 }  // namespace CryptCli

@@ -26,12 +26,6 @@ bool HasControlCharacter(std::string_view text) {
   return false;
 }
 
-bool ReadText(const std::string& path, AnsiStr& text, AnsiStr& errorText) {
-  if (ReadFile(path, text)) return true;
-  errorText = DescribeFailure("read", AnsiStr(path));
-  return false;
-}
-
 // Skips empty lines.
 bool AddHeaders(const AnsiStr& text, KVMap& headers, AnsiStr& errorText) {
   OruGuiBase::LineIterator lines(text);
@@ -98,7 +92,8 @@ CLI::Option* Connection::AddRoomOption(CLI::App& command) {
       ->group(kServices);
 }
 
-bool Connection::GetOptions(cryptcli::Options& options, AnsiStr& errorText) const {
+bool Connection::GetOptions(cryptcli::Options& options, const std::stop_token& stop,
+                            AnsiStr& errorText) const {
   // Each may come from the command line or from the configuration, so the parser cannot check it.
   if (clientCert.empty() && !(clientKey.empty() && clientKeyPasswordFile.empty())) {
     errorText = "--client-key and --client-key-password-file need --client-cert";
@@ -112,7 +107,11 @@ bool Connection::GetOptions(cryptcli::Options& options, AnsiStr& errorText) cons
   options.timeout = std::chrono::seconds(timeout);
   KVMap all;
   AnsiStr fromFile;
-  if (!headerFile.empty() && !ReadText(headerFile, fromFile, errorText)) return false;
+  AnsiStr reason;
+  if (!headerFile.empty() && !ReadUnlessStopped(headerFile, stop, fromFile, reason)) {
+    errorText = DescribeFailure("read", AnsiStr(headerFile), reason);
+    return false;
+  }
   if (!AddHeaders(fromFile, all, errorText)) return false;
   for (const std::string& header : headers) {
     if (AddHeader(AnsiStr(header), all)) continue;

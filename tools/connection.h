@@ -3,6 +3,7 @@
 #include <CLI/App.hpp>
 #include <cryptcli/cryptcli.hpp>
 #include <cstdint>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -33,8 +34,9 @@ struct Connection {
   /// For commands that work for a room, which has to be named unless the caller says otherwise.
   CLI::Option* AddRoomOption(CLI::App& command);
   /// The options of a client. False with the reason in `errorText` if a header is invalid or the file of
-  /// headers cannot be read.
-  bool GetOptions(cryptcli::Options& options, OruGuiBase::AnsiStr& errorText) const;
+  /// headers cannot be read, or `stop` is requested while that takes long.
+  bool GetOptions(cryptcli::Options& options, const std::stop_token& stop,
+                  OruGuiBase::AnsiStr& errorText) const;
 };
 
 /// Adds "Name: value" to `headers`. False unless both parts are valid in an HTTP header.

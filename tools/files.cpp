@@ -11,6 +11,7 @@
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
 #include "foundation/format.h"
+#include "foundation/reference.h"
 #include "foundation/stream.h"
 
 namespace CryptCli {
@@ -19,6 +20,9 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::File;
 
 namespace {
+
+// Far above any real arguments or headers; keeps an endless pipe from filling the memory.
+constexpr std::uint32_t kMaxInput = 64 * 1024 * 1024;
 
 bool WriteToStandardOutput(std::string_view bytes) {
   while (!bytes.empty()) {
@@ -59,6 +63,39 @@ ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const s
   return WaitForInput(descriptor, stop) ? read(descriptor, bytes, size) : -1;
 }
 
+bool ReadToEnd(int descriptor, const std::stop_token& stop, AnsiStr& text, AnsiStr& reason) {
+  char chunk[16384];
+  ssize_t got = 1;
+  while ((got > 0 || (got < 0 && errno == EINTR)) && text.GetLength() <= kMaxInput) {
+    got = ReadUnlessStopped(descriptor, chunk, sizeof(chunk), stop);
+    if (got > 0) text.Append(chunk, static_cast<std::uint32_t>(got));
+  }
+  const int failure = errno;
+  // It may have contained a key or a password.
+  OruGuiBase::WipeMemory(chunk, sizeof(chunk));
+  if (text.GetLength() > kMaxInput) {
+    reason = "More than 64 MiB";
+    return false;
+  }
+  if (got == 0) return true;
+  errno = failure;
+  OruGuiBase::SetLastErrorFromErrno();
+  reason = OruGuiBase::GetSystemErrorText();
+  return false;
+}
+
+bool ReadUnlessStopped(const std::string& path, const std::stop_token& stop, AnsiStr& text, AnsiStr& reason) {
+  const int descriptor = OpenForReading(path);
+  if (descriptor < 0) {
+    OruGuiBase::SetLastErrorFromErrno();
+    reason = OruGuiBase::GetSystemErrorText();
+    return false;
+  }
+  const bool isRead = ReadToEnd(descriptor, stop, text, reason);
+  close(descriptor);
+  return isRead;
+}
+
 std::string NameSource(const std::string& name) {
   return name == kStandardStream ? "standard input" : name;
 }
@@ -76,11 +113,6 @@ AnsiStr DescribeFailure(const char* what, const AnsiStr& path, const AnsiStr& re
   const AnsiStr stream = isWritten ? "to standard output" : "standard input";
   const AnsiStr name = path == kStandardStream ? stream : OruGuiBase::SimpleQuote(path);
   return AnsiStr("Could not ") + what + " " + name + ": " + reason;
-}
-
-bool ReadFile(const std::string& path, AnsiStr& content) {
-  OruGuiBase::FastReadStream stream{File(AnsiStr(path))};
-  return stream.Read(content) && stream.Close();
 }
 
 bool CopyToStandardOutput(const File& file) {

@@ -23,9 +23,6 @@ OruGuiBase::AnsiStr DescribeFailure(const char* what, const OruGuiBase::AnsiStr&
 OruGuiBase::AnsiStr DescribeFailure(const char* what, const OruGuiBase::AnsiStr& path,
                                     const OruGuiBase::AnsiStr& reason);
 
-/// Reads a whole file into memory. False with the reason in the error state.
-bool ReadFile(const std::string& path, OruGuiBase::AnsiStr& content);
-
 /// Copies a file to standard output in chunks, however large it is. False with the reason in the error state.
 bool CopyToStandardOutput(const OruGuiBase::File& file);
 
@@ -38,5 +35,13 @@ int OpenForReading(const std::string& path);
 
 /// Like read(), but fails with ECANCELED once a stop is requested, even while no input comes.
 ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const std::stop_token& stop);
+
+/// Reads a text to its end. False with the reason: also once a stop is requested, and beyond 64 MiB. What it
+/// read may be secret; no copy of it is left.
+bool ReadToEnd(int descriptor, const std::stop_token& stop, OruGuiBase::AnsiStr& text,
+               OruGuiBase::AnsiStr& reason);
+/// The same for a file or a named pipe.
+bool ReadUnlessStopped(const std::string& path, const std::stop_token& stop, OruGuiBase::AnsiStr& text,
+                       OruGuiBase::AnsiStr& reason);
 
 }  // namespace CryptCli

@@ -17,7 +17,6 @@
 #include "tools/report.h"
 #include "tools/session.h"
 #include "tools/staging_file.h"
-#include "tools/watch.h"
 
 namespace CryptCli {
 
@@ -113,18 +112,8 @@ ExitCode RunInspect(const InspectOptions& options) {
   Report report("inspect", options.json);
   report.Set("file", AnsiStr(options.file));
   // A stream is copied to a temporary file, which a signal must not leave behind.
-  Watch watch;
-  std::stop_source stop;
-  watch.Start("", /*show=*/false, [&stop] { stop.request_stop(); });
-  ExitCode code = Inspect(options, stop.get_token(), report);
-  const int signal = watch.Stop();
-  if (signal != 0 && code != ExitCode::Success) {
-    code = static_cast<ExitCode>(static_cast<int>(ExitCode::Interrupted) + signal);
-    report.Fail(AnsiStr("Ended by signal ") + AnsiStr(std::to_string(signal)));
-  }
-  // A full pipe may block the report for long.
-  watch.Start("", /*show=*/false);
-  return report.Finish(code);
+  return RunWithoutServer(report,
+                          [&](const std::stop_token& stop) { return Inspect(options, stop, report); });
 }
 
 }  // namespace CryptCli

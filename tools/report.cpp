@@ -4,7 +4,10 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <poll.h>
+#include <string>
 #include <string_view>
+#include <unistd.h>
 
 #include "foundation/encoding.h"
 #include "foundation/errorstate.h"
@@ -39,8 +42,20 @@ KVMap ReadMembers(std::string_view json) {
   return members;
 }
 
+// Locked as a whole: FinishAtOnce, on another thread, sees by the lock that a part may be out.
 bool Write(std::FILE* stream, std::string_view text) {
-  return std::fwrite(text.data(), 1, text.size(), stream) == text.size() && std::fflush(stream) == 0;
+  flockfile(stream);
+  const bool isWritten =
+      std::fwrite(text.data(), 1, text.size(), stream) == text.size() && std::fflush(stream) == 0;
+  funlockfile(stream);
+  return isWritten;
+}
+
+// False if that would block. A pipe that is ready takes PIPE_BUF bytes, more than any last report has.
+bool WriteAtOnce(int descriptor, std::string_view text) {
+  pollfd ready{descriptor, POLLOUT, 0};
+  return poll(&ready, 1, 0) == 1 && (ready.revents & POLLOUT) != 0 &&
+         write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 }  // namespace
@@ -75,7 +90,11 @@ AnsiStr ToLine(const AnsiStr& text) {
   return line;
 }
 
-Report::Report(const char* operation, bool asJSON) : asJSON_(asJSON) {
+AnsiStr DescribeSignal(int signal) {
+  return AnsiStr("Ended by signal ") + AnsiStr(std::to_string(signal));
+}
+
+Report::Report(const char* operation, bool asJSON) : operation_(operation), asJSON_(asJSON) {
   Set("operation", operation);
 }
 
@@ -175,6 +194,25 @@ ExitCode Report::Finish(ExitCode code) {
   if (written) return code;
   Write(stderr, "cryptcli: Could not write to standard output\n");
   return code == ExitCode::Success ? ExitCode::Failed : code;
+}
+
+void Report::FinishAtOnce(int signal) const {
+  const AnsiStr message = DescribeSignal(signal);
+  AnsiStr text = AnsiStr("cryptcli: ") + message + "\n";
+  if (asJSON_) {
+    Report last(operation_, /*asJSON=*/true);
+    last.Fail(message);
+    const auto code = static_cast<ExitCode>(static_cast<int>(ExitCode::Interrupted) + signal);
+    AnsiStr reason;
+    if (OruGuiBase::Val2JSON(Val(last.ToMap(code)), text, reason, /*pretty=*/false, /*strict=*/true)) {
+      text += "\n";
+    }
+  }
+  // Behind a part of a line, the object could not be read.
+  const bool isOutputFree = asJSON_ && !isOutputTaken_ && ftrylockfile(stdout) == 0;
+  const bool isWritten = isOutputFree && WriteAtOnce(STDOUT_FILENO, text.View());
+  if (isOutputFree) funlockfile(stdout);
+  if (!isWritten) WriteAtOnce(STDERR_FILENO, text.View());
 }
 
 KVMap Report::ToMap(ExitCode code) {

@@ -17,6 +17,9 @@ OruGuiBase::AnsiStr ToUTF8(const OruGuiBase::AnsiStr& text);
 /// The same with control characters shown as "\xNN", so that no file or server can control a terminal.
 OruGuiBase::AnsiStr ToLine(const OruGuiBase::AnsiStr& text);
 
+/// "Ended by signal NUMBER".
+OruGuiBase::AnsiStr DescribeSignal(int signal);
+
 /// Collects the results of one run of the command and prints them once, at its end: as lines for a person,
 /// or as one JSON object. In the first form errors and warnings go to standard error.
 class Report {
@@ -66,12 +69,17 @@ class Report {
   OruGuiBase::KVMap ToMap(ExitCode code);
   /// Prints everything and returns the code, or Failed when the output cannot be written.
   ExitCode Finish(ExitCode code);
+  /// Prints that a signal has ended the run, and nothing else, without waiting for whoever reads it. For
+  /// another thread, while the operation may still add to this report; LeaveStandardOutput() must not run
+  /// meanwhile.
+  void FinishAtOnce(int signal) const;
 
  private:
   void CompleteError(ExitCode code);
   bool WriteJSON(ExitCode code, std::FILE* output);
   void WriteLines() const;
 
+  const char* operation_;  // a literal
   bool asJSON_;
   bool isQuiet_ = false;
   bool isOutputTaken_ = false;

@@ -102,9 +102,28 @@ ExitCode FailWith(Report& report, const cryptcli::Error& error) {
   return ToExitCode(error);
 }
 
+ExitCode RunWithoutServer(Report& report, const std::function<ExitCode(const std::stop_token& stop)>& work) {
+  Watch watch;
+  watch.SetLastReport([&report](int signal) { report.FinishAtOnce(signal); });
+  std::stop_source stop;
+  watch.Start("", /*show=*/false, [&stop] { stop.request_stop(); });
+  ExitCode code = work(stop.get_token());
+  const int signal = watch.Stop();
+  if (signal != 0 && code != ExitCode::Success) {
+    code = static_cast<ExitCode>(static_cast<int>(ExitCode::Interrupted) + signal);
+    report.Fail(DescribeSignal(signal));
+  }
+  // A full pipe may block the report for long.
+  watch.Start("", /*show=*/false);
+  if (watch.ClaimReport()) code = report.Finish(code);
+  watch.Stop();
+  return code;
+}
+
 Session::Session(const char* command, const SessionOptions& options)
     : options_(options), temporary_(ChooseTemporary(options.temporary)), report_(command, options.json) {
   if (options.quiet) report_.BeQuiet();
+  watch_.SetLastReport([this](int signal) { report_.FinishAtOnce(signal); });
 }
 
 ExitCode Session::Fail(ExitCode code, const AnsiStr& errorText) {
@@ -112,16 +131,21 @@ ExitCode Session::Fail(ExitCode code, const AnsiStr& errorText) {
   return code;
 }
 
-// Reads files that the options name. One may be a pipe that nobody writes to; a signal then ends the program.
+// Reads files that the options name. One may be a pipe that nobody writes to. The library reads some of them,
+// and cannot be stopped there: a signal then ends the program.
 ExitCode Session::Open() {
-  return Watched("", [&] { return OpenClient(); });
+  cryptcli::Options options;
+  const ExitCode code = Awaited([&] {
+    AnsiStr errorText;
+    const bool isRead = options_.connection.GetOptions(options, stop_.get_token(), errorText);
+    return isRead ? ExitCode::Success : Fail(ExitCode::Usage, errorText);
+  });
+  if (code != ExitCode::Success) return code;
+  options.log = MakeLog(options_.trace);
+  return Watched("", [&] { return OpenClient(options); });
 }
 
-ExitCode Session::OpenClient() {
-  cryptcli::Options options;
-  AnsiStr errorText;
-  if (!options_.connection.GetOptions(options, errorText)) return Fail(ExitCode::Usage, errorText);
-  options.log = MakeLog(options_.trace);
+ExitCode Session::OpenClient(const cryptcli::Options& options) {
   cryptcli::Result<cryptcli::Client> client = cryptcli::Client::Create(options);
   if (!client) {
     report_.Fail(client.error());
@@ -162,12 +186,12 @@ ExitCode Session::Awaited(const std::function<ExitCode()>& work) {
 ExitCode Session::EndWatch(ExitCode code) {
   const int signal = watch_.Stop();
   if (signal == 0 || HasResult(code)) return code;
-  return Fail(static_cast<ExitCode>(static_cast<int>(ExitCode::Interrupted) + signal),
-              AnsiStr("Ended by signal ") + AnsiStr(std::to_string(signal)));
+  return Fail(GetCancelCode(), DescribeSignal(signal));
 }
 
 ExitCode Session::Finish(ExitCode code) {
-  return Watched("", [&] { return report_.Finish(code); });
+  // If a signal has come first, the watch ends the program.
+  return Watched("", [&] { return watch_.ClaimReport() ? report_.Finish(code) : code; });
 }
 
 ExitCode Session::Perform(const std::string& operation, const KVMap& arguments, KVMap& result) {

@@ -38,6 +38,10 @@ inline ExitCode ToExitCode(const cryptcli::Error& error) {
 /// Reports the error, with what is known about content that was refused. Returns ToExitCode(error).
 ExitCode FailWith(Report& report, const cryptcli::Error& error);
 
+/// Runs a command that asks no server and prints its report. A signal stops the token that the work gets; the
+/// result is then the code of the signal, unless the work succeeded all the same.
+ExitCode RunWithoutServer(Report& report, const std::function<ExitCode(const std::stop_token& stop)>& work);
+
 /// Everything that a command with a server does before and after the call of the library. Lives as long as
 /// the command runs and owns the client, the report and the temporary directory; `options` must outlive it.
 class Session {
@@ -85,7 +89,7 @@ class Session {
   bool IsCancelled() const { return watch_.IsCancelled(); }
 
  private:
-  ExitCode OpenClient();
+  ExitCode OpenClient(const cryptcli::Options& options);
   ExitCode EndWatch(ExitCode code);
 
   const SessionOptions& options_;

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <unistd.h>
-#include <utility>
 
 #include "foundation/errorstate.h"
 #include "foundation/unfinished.h"
@@ -38,12 +37,6 @@ void ShowTick(const std::string& label, int tick, Clock::duration elapsed, const
   const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed);
   std::fprintf(stderr, "%s%c %s", kClearLine, "|/-\\"[tick % 4],
                DescribeProgress(label, milliseconds, progress.done, progress.total).c_str());
-}
-
-// _Exit, not exit: the operation still runs on its thread, so none of its objects may be destroyed.
-[[noreturn]] void EndProgram(int signal) {
-  OruGuiBase::RemoveUnfinishedFiles();
-  std::_Exit(static_cast<int>(ExitCode::Interrupted) + signal);
 }
 
 // sigtimedwait returns a blocked signal even if its disposition is to ignore it, as under nohup: that one
@@ -100,6 +93,13 @@ int Watch::Stop() {
   return signal_;
 }
 
+// _Exit, not exit: the operation still runs on its thread, so none of its objects may be destroyed.
+void Watch::EndProgram(int signal) {
+  OruGuiBase::RemoveUnfinishedFiles();
+  if (lastReport_ != nullptr && ClaimReport()) lastReport_(signal);
+  std::_Exit(static_cast<int>(ExitCode::Interrupted) + signal);
+}
+
 void Watch::Run(const std::string& label, bool show, const std::function<void()>& cancel) {
   const timespec tick{0, kTickNanoseconds};
   const Clock::time_point start = Clock::now();
@@ -107,7 +107,10 @@ void Watch::Run(const std::string& label, bool show, const std::function<void()>
   for (int count = 0; !stopping_; ++count) {
     const int signal = sigtimedwait(&signals_, nullptr, &tick);
     if (show && signal < 0 && errno == EAGAIN) ShowTick(label, count, Clock::now() - start, progress_);
-    if (Clock::now() > deadline) EndProgram(signal_);
+    if (Clock::now() > deadline) {
+      if (show) std::fputs(kClearLine, stderr);
+      EndProgram(signal_);
+    }
     if (signal < 0 || signal == StopSignal()) continue;
     if (show) std::fputs(kClearLine, stderr);
     // A second signal comes from somebody who does not want to wait.

@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "foundation/ansistr.h"
 #include "foundation/file.h"
@@ -33,6 +34,11 @@ class Watch {
   /// Starts the thread. Until Stop() it shows `label` with the progress, if standard error is a terminal and
   /// `show` is set. A signal calls `cancel`, on that thread; without it the signal ends the program at once.
   void Start(const std::string& label, bool show, std::function<void()> cancel = nullptr);
+  /// What reports the end by a signal that the operation did not take notice of, on the watching thread. Call
+  /// it while no thread runs.
+  void SetLastReport(std::function<void(int signal)> report) { lastReport_ = std::move(report); }
+  /// True for the first caller, who may then report the end of the run. The other one must not.
+  bool ClaimReport() { return !isReported_.exchange(true); }
   /// Ends the thread. Returns the signal that cancelled this operation or one before it, or 0.
   int Stop();
   /// Where the operation writes how far it has come.
@@ -44,6 +50,7 @@ class Watch {
 
  private:
   void Run(const std::string& label, bool show, const std::function<void()>& cancel);
+  [[noreturn]] void EndProgram(int signal);
 
   sigset_t signals_;
   OruGuiBase::TempDirectory directory_;
@@ -51,6 +58,8 @@ class Watch {
   Progress progress_;
   std::atomic<bool> stopping_{false};
   std::atomic<int> signal_{0};
+  std::atomic<bool> isReported_{false};
+  std::function<void(int signal)> lastReport_;
   std::thread thread_;
 };
 

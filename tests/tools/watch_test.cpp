@@ -256,6 +256,74 @@ TEST_F(WatchedCommand, ASignalEndsItWhileANamedPipeIsAwaited) {
   }
 }
 
+// The second signal ends what does not take notice of the first.
+TEST_F(WatchedCommand, ASignalIsReportedWhereverTheRunIsBlocked) {
+  scratch_.Make("large", std::string(300'000, 'x'));
+  ASSERT_EQ(Run("encrypt", {Path("large"), Path("large.p7m")}).code, 0);
+  for (const char* name : {"pipe", "full"}) ASSERT_EQ(::mkfifo(Path(name).c_str(), 0600), 0);
+  const int full = ::open(Path("full").c_str(), O_RDWR | O_CLOEXEC);  // nobody reads from it
+  const std::vector<std::string> services = {"--json", "--service", stand_.GetServiceUrl()};
+  const auto with = [&](std::vector<std::string> words, const std::vector<std::string>& further) {
+    words.insert(words.end(), services.begin(), services.end());
+    words.insert(words.end(), further.begin(), further.end());
+    return words;
+  };
+  const std::string server = stand_.GetKeyServerUrls().front();
+  const std::string pipe = Path("pipe");
+  struct Row {
+    std::vector<std::string> words;
+    bool takesOutput = false;
+  };
+  const std::vector<Row> rows = {
+      {with({"decrypt"}, {"--room", "demo", "--force", Path("large.p7m"), pipe})},
+      {with({"decrypt"}, {"--room", "demo", Path("large.p7m"), "-"}), true},
+      {with({"sign"}, {"--object", "demo", "--key-id", "k", "--key-server", server, pipe})},
+      {with({"audit-log"}, {"--group", "QOB.1.100.1", "--key-server", server, "--force", "-o", pipe})},
+      {{"inspect", "--json", pipe}},
+      {with({"verify"}, {"--room", "demo", "--header-file", pipe, Path("file.p7m")})},
+      {with({"doctor"}, {"--header-file", pipe})},
+      {with({"room", "demo"}, {"--header-file", pipe})},
+      {with({"encrypt"},
+            {"--room", "demo", "--header-file", pipe, "--output-dir", Path("o"), Path("plain.txt")})},
+      {with({"verify"}, {"--room", "demo", "--client-cert", Path("plain.txt"), "--client-key-password-file",
+                         pipe, Path("file.p7m")})},
+      {with({"config"}, {"--header-file", pipe})},
+  };
+  for (const auto& [words, takesOutput] : rows) {
+    const std::string row = ::testing::PrintToString(words);
+    Process process({CRYPTCLI_COMMAND, words, takesOutput ? Path("full") : ""});
+    EXPECT_TRUE(WaitFor([&] { return !scratch_.GetTemporaryNames().empty(); })) << row;
+    for (int i = 0; i < 2; ++i) {
+      std::this_thread::sleep_for(300ms);
+      process.Signal(SIGTERM);
+    }
+    EXPECT_EQ(process.Wait(), 128 + SIGTERM) << row;
+    const std::string& text = takesOutput ? process.GetErrors() : process.GetOutput();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << row << text;
+    const OruGuiBase::KVMap report = Map(text);
+    EXPECT_EQ(Str(report.Get("operation").AsString()), words.front()) << row;
+    EXPECT_EQ(Str(report.Get("code").AsString()), "cancelled") << row;
+    EXPECT_EQ(Str(report.Get("error").AsString()), "Ended by signal 15") << row;
+    EXPECT_EQ(report.Get("exitCode").AsInteger(), 128 + SIGTERM) << row;
+    EXPECT_THAT(takesOutput ? "" : process.GetErrors(), IsEmpty()) << row;
+    EXPECT_THAT(scratch_.GetTemporaryNames(), IsEmpty()) << row;
+  }
+  ::close(full);
+}
+
+TEST_F(WatchedCommand, ASignalIsReportedToPeopleWhereverTheRunIsBlocked) {
+  ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
+  Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {"--force", Path("file.p7m"), Path("pipe")})});
+  EXPECT_TRUE(WaitFor([&] { return !scratch_.GetTemporaryNames().empty(); }));
+  for (int i = 0; i < 2; ++i) {
+    std::this_thread::sleep_for(300ms);
+    process.Signal(SIGINT);
+  }
+  EXPECT_EQ(process.Wait(), 128 + SIGINT);
+  EXPECT_EQ(process.GetErrors(), "cryptcli: Ended by signal 2\n");
+  EXPECT_THAT(process.GetOutput(), IsEmpty());
+}
+
 TEST_F(WatchedCommand, ASignalEndsItWhileASourceStalls) {
   ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
   const int pipe = ::open(Path("pipe").c_str(), O_RDWR | O_CLOEXEC);
