@@ -28,6 +28,11 @@ bool WriteToStandardOutput(std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
     if (written < 0 && errno == EINTR) continue;
+    if (written < 0 && errno == EAGAIN) {
+      // Whoever shares the pipe may have made it non-blocking.
+      pollfd ready{STDOUT_FILENO, POLLOUT, 0};
+      if (poll(&ready, 1, /*timeout=*/-1) >= 0 || errno == EINTR) continue;
+    }
     if (written < 0) {
       OruGuiBase::SetLastErrorFromErrno();
       return false;

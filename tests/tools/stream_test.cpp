@@ -1,8 +1,12 @@
 // Standard input and output as source and target, pipes, and what a target is given.
+#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
 #include "tests/tools/command_fixture.h"
+#include "tools/files.h"
 
 namespace TestSupport {
 namespace {
@@ -113,6 +117,31 @@ TEST_F(Stream, NamesBehindTwoHyphensMayBeginWithOne) {
   EXPECT_EQ(run("verify", {"./-a.p7m", "--", "-b.p7m"}).code, 0);
   EXPECT_EQ(run("decrypt", {"./-a.p7m", "--", "encrypt"}).code, 0) << "the name of a command";
   EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "-a.p7m", "-b.p7m", "encrypt"));
+}
+
+TEST_F(Stream, WaitsForTheReaderOfANonBlockingPipe) {
+  const std::string content(1'000'000, 'x');
+  scratch_.Make("large", content);
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  ASSERT_EQ(::fcntl(ends[1], F_SETFL, O_NONBLOCK), 0);
+  const int before = ::dup(STDOUT_FILENO);
+  ASSERT_EQ(::dup2(ends[1], STDOUT_FILENO), STDOUT_FILENO);
+  ::close(ends[1]);
+  std::string got;
+  std::thread reader([&] {
+    char bytes[4096];
+    for (ssize_t count = 0; (count = ::read(ends[0], bytes, sizeof bytes)) > 0;) {
+      got.append(bytes, static_cast<std::size_t>(count));
+    }
+  });
+  const bool isCopied = CryptCli::CopyToStandardOutput(scratch_.File("large"));
+  ::dup2(before, STDOUT_FILENO);
+  ::close(before);
+  reader.join();
+  ::close(ends[0]);
+  EXPECT_TRUE(isCopied);
+  EXPECT_TRUE(got == content) << got.size();
 }
 
 TEST_F(Stream, AFullStandardOutputIsAFailure) {
