@@ -109,7 +109,9 @@ ExitCode EncryptMany(const ProtectOptions& options) {
   work.done = "Encrypted";
   work.targetNames = NameRule::AddSuffix;
   work.perform = [&options](const cryptcli::Client& client, const std::string& source,
-                            const std::string& target, const cryptcli::Call& call) {
+                            const std::string& target, const cryptcli::Call& common) {
+    cryptcli::Call call = common;
+    call.expectedRoom = options.origin.expectedRoom;
     return client.Encrypt(options.session.connection.room, source, target, call);
   };
   return RunBulk(work, options.files, options.bulk, options.session);
@@ -152,11 +154,9 @@ std::optional<unsigned> TargetOptions::GetMode() const {
 }
 
 CLI::Option* AcceptOptions::AddOptions(CLI::App& command) {
-  command
-      .add_option("--expected-room", expectedRoom,
+  AddExpectedRoom(command,
                   "Room that the file has to be signed for, as the crypt service spells it; otherwise any "
-                  "room that the crypt service names")
-      ->type_name("ROOM");
+                  "room that the crypt service names");
   return command
       .add_option("--accept", accept,
                   "Weakest origin to accept: proven, any-signer (signed for another room or group, too), "
@@ -164,6 +164,12 @@ CLI::Option* AcceptOptions::AddOptions(CLI::App& command) {
       ->type_name("ORIGIN")
       ->check(OneOf({"proven", "any-signer", "signature-only", "anything"}))
       ->capture_default_str();
+}
+
+void AcceptOptions::AddExpectedRoom(CLI::App& command, const char* help) {
+  command.add_option("--expected-room", expectedRoom, help)
+      ->type_name("ROOM")
+      ->check(NotEmpty("the expected room"));
 }
 
 void AcceptOptions::Apply(cryptcli::Call& call) const {
@@ -182,6 +188,9 @@ cryptcli::Source GetSource(const std::string& name) {
 CLI::App* AddEncrypt(CLI::App& app, ProtectOptions& options) {
   CLI::App* const command = app.add_subcommand("encrypt", "Protect SOURCE for a room and write it to TARGET");
   AddCommonOptions(*command, options, /*onlyProtected=*/false);
+  options.origin.AddExpectedRoom(*command,
+                                 "Room that the crypt service has to name for the file, as it spells it; "
+                                 "otherwise any room that it names");
   command->footer(DescribeExitCodes({ExitCode::KeyRefused, ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }
@@ -207,7 +216,9 @@ ExitCode RunEncrypt(const ProtectOptions& options) {
   const ExitCode code = run.Do(
       "Encrypting",
       [&](const cryptcli::Client& client, const cryptcli::Source& source, const cryptcli::Target& target) {
-        return client.Encrypt(options.session.connection.room, source, target, run.GetSession().MakeCall());
+        cryptcli::Call call = run.GetSession().MakeCall();
+        call.expectedRoom = options.origin.expectedRoom;
+        return client.Encrypt(options.session.connection.room, source, target, call);
       });
   if (code == ExitCode::KeyRefused) run.GetReport().Set("keyRefused", true);
   if (code == ExitCode::Success) {

@@ -22,13 +22,15 @@ struct TargetOptions {
   std::optional<unsigned> GetMode() const;
 };
 
-/// Which origin "decrypt", "verify" and "rekey" accept.
+/// Which origin "decrypt", "verify" and "rekey" accept; of "encrypt" the expected room alone.
 struct AcceptOptions {
   std::string accept = "proven";
   std::optional<std::string> expectedRoom;
 
   /// Adds the options, and returns "--accept".
   CLI::Option* AddOptions(CLI::App& command);
+  /// Adds "--expected-room" alone.
+  void AddExpectedRoom(CLI::App& command, const char* help);
   void Apply(cryptcli::Call& call) const;
 };
 
@@ -37,7 +39,7 @@ struct ProtectOptions {
   SessionOptions session;
   TargetOptions target;
   std::vector<std::string> files;  ///< SOURCE and, unless --output names it, TARGET
-  AcceptOptions origin;            ///< "decrypt" alone
+  AcceptOptions origin;
   BulkOptions bulk;
 };
 

@@ -57,6 +57,18 @@ TEST_F(Encrypt, ANameThatIsNotUTF8StillMakesJSON) {
   EXPECT_TRUE(scratch_.Exists("f\xFFile"));
 }
 
+TEST_F(Encrypt, RefusesAnotherRoomThanTheExpectedOne) {
+  const Finished other = Run("encrypt", {"--expected-room", "other", Path("plain.txt"), Path("file.p7m")});
+  EXPECT_EQ(other.code, 2);
+  EXPECT_FALSE(scratch_.Exists("file.p7m"));
+  const Finished many =
+      Run("encrypt", {"--expected-room", "other", "--output-dir", Path("out"), Path("plain.txt")});
+  EXPECT_EQ(many.code, 2);
+  EXPECT_FALSE(scratch_.Exists("out/plain.txt.p7m"));
+  const Finished same = Run("encrypt", {"--expected-room", "demo", Path("plain.txt"), Path("file.p7m")});
+  EXPECT_EQ(same.code, 0) << same.errors;
+}
+
 TEST_F(Encrypt, LeavesATargetThatIsThere) {
   scratch_.Make("file.p7m", "kept");
   const Finished finished = Run("encrypt", {Path("plain.txt"), Path("file.p7m")});

@@ -81,7 +81,10 @@ TEST_F(Verify, RefusesAFileOfAnotherRoomThanTheExpectedOne) {
 TEST_F(Verify, AnEmptyExpectedRoomIsRefused) {
   const Finished finished = Run("verify", {"--expected-room", "", Path("file.p7m")});
   EXPECT_EQ(finished.code, 2);
-  EXPECT_THAT(finished.errors, HasSubstr("expected room"));
+  EXPECT_THAT(finished.errors, HasSubstr("--expected-room: the expected room is empty"));
+  const Finished many = Run("verify", {"--json", "--expected-room", "", Path("file.p7m"), Path("file.p7m")});
+  EXPECT_EQ(many.code, 2);
+  EXPECT_FALSE(Map(many.output).Contains("files")) << many.output;
 }
 
 TEST_F(Verify, ADamagedFileIsCode7) {
