@@ -42,6 +42,16 @@ KVMap ReadMembers(std::string_view json) {
   return members;
 }
 
+// The Unicode controls of the writing direction: with them, a name could show in an order that it does not
+// have.
+bool IsDirectionControl(std::string_view character) {
+  if (character.size() < 3 || character[0] != '\xE2') return false;
+  const auto last = static_cast<unsigned char>(character[2]);
+  if (character[1] == '\x81') return last >= 0xA6 && last <= 0xA9;  // U+2066 to U+2069
+  // U+200E, U+200F and U+202A to U+202E
+  return character[1] == '\x80' && (last == 0x8E || last == 0x8F || (last >= 0xAA && last <= 0xAE));
+}
+
 // Locked as a whole: FinishAtOnce, on another thread, sees by the lock that a part may be out.
 bool Write(std::FILE* stream, std::string_view text) {
   flockfile(stream);
@@ -76,6 +86,13 @@ AnsiStr ToLine(const AnsiStr& text) {
   const AnsiStr clean = ToUTF8(text);
   const std::string_view view = clean.View();
   for (std::size_t i = 0; i < view.size(); ++i) {
+    if (IsDirectionControl(view.substr(i))) {
+      line += "\\u20";
+      const auto low = static_cast<unsigned char>((view[i + 1] & 3) << 6 | (view[i + 2] & 0x3F));
+      line += OruGuiBase::Binary2B16Str(&low, 1, /*upperCase=*/false);
+      i += 2;
+      continue;
+    }
     const auto byte = static_cast<unsigned char>(view[i]);
     // U+0080 to U+009F, two bytes in UTF-8, are control characters too: terminals act on some of them.
     const bool isHighControl = byte == 0xC2 && static_cast<unsigned char>(view[i + 1]) < 0xA0;
@@ -192,7 +209,8 @@ ExitCode Report::Finish(ExitCode code) {
   std::FILE* const output = isOutputTaken_ ? stderr : stdout;
   const bool written = asJSON_ ? WriteJSON(code, output) : Write(output, lines_.View());
   if (written) return code;
-  Write(stderr, "cryptcli: Could not write to standard output\n");
+  const AnsiStr reason = OruGuiBase::GetErrorMessage(static_cast<std::uint32_t>(errno), 0, 1);
+  Write(stderr, (AnsiStr("cryptcli: Could not write to standard output: ") + reason + "\n").View());
   return code == ExitCode::Success ? ExitCode::Failed : code;
 }
 

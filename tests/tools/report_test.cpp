@@ -28,6 +28,13 @@ TEST(ToLine, ShowsControlCharactersInsteadOfSendingThem) {
   EXPECT_EQ(Str(ToLine(Ansi(std::string_view("a\0b", 3)))), "a\\x00b");
 }
 
+TEST(ToLine, ShowsControlsOfTheWritingDirection) {
+  EXPECT_EQ(Str(ToLine(Ansi("a\xE2\x80\xAE"
+                            "b\xE2\x80\x8F\xE2\x81\xA6\xE2\x81\xA9\xE2\x80\xAA"))),
+            "a\\u202eb\\u200f\\u2066\\u2069\\u202a");
+  EXPECT_EQ(Str(ToLine(Ansi("\xE2\x80\xA6\xE2\x82\xAC"))), "\xE2\x80\xA6\xE2\x82\xAC");
+}
+
 TEST(ToLine, LeavesLettersBeyondASCIIAlone) {
   EXPECT_EQ(Str(ToLine(Ansi("\xC2\xA0\xC3\xA4"))), "\xC2\xA0\xC3\xA4");
 }

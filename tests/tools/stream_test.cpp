@@ -144,6 +144,21 @@ TEST_F(Stream, WaitsForTheReaderOfANonBlockingPipe) {
   EXPECT_TRUE(got == content) << got.size();
 }
 
+TEST_F(Stream, NamesStandardInputThatIsClosed) {
+  const std::string line = Line("decrypt", {"-", Path("opened")}) + " <&-";
+  const Finished finished = RunProcess({"/bin/sh", {"-c", line}});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(finished.errors, "cryptcli: Could not read standard input: Bad file descriptor\n");
+}
+
+TEST_F(Stream, SaysWhyAReportCannotBeWritten) {
+  ASSERT_NO_FATAL_FAILURE(Protect());
+  const Finished finished =
+      RunProcess({CRYPTCLI_COMMAND, Arguments("verify", {Path("file.p7m")}), "/dev/full"});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_EQ(finished.errors, "cryptcli: Could not write to standard output: No space left on device\n");
+}
+
 TEST_F(Stream, AFullStandardOutputIsAFailure) {
   const Finished finished =
       RunProcess({CRYPTCLI_COMMAND, Arguments("encrypt", {Path("plain.txt"), "-"}), "/dev/full"});
