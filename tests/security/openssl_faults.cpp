@@ -37,6 +37,7 @@ bool OpenSSLFault::WasMet() const {
 
 using SecurityTest::Fails;
 
+// A list of parameters has parentheses of its own. NOLINTBEGIN(bugprone-macro-parentheses)
 // The linker sends each call from the program's own objects here.
 #define WRAP(result, failure, function, parameters, arguments)       \
   extern "C" result __real_##function parameters;                    \
@@ -44,6 +45,7 @@ using SecurityTest::Fails;
   result __wrap_##function parameters {                              \
     return Fails(#function) ? failure : __real_##function arguments; \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 
 WRAP(CMS_ContentInfo*, nullptr, CMS_encrypt,
      (STACK_OF(X509) * certificates, BIO* content, const EVP_CIPHER* cipher, unsigned flags),

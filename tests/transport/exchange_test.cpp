@@ -40,7 +40,7 @@ TEST(CurlExchange, NamesItselfWithTheVersion) {
 
 TEST(CurlExchange, SendsABodyOfAnyLengthWithoutAskingFirst) {
   FixedServer fixed(kEmpty);
-  const std::string body(3 * 1024 * 1024, 'x');
+  const std::string body(std::size_t{3} << 20U, 'x');
   EXPECT_EQ(Send(*MakeCurl(), fixed.server.Url("/"), Post(body)).status, 200U);
   EXPECT_EQ(HeaderOf(fixed.GetRequest(), "Expect"), "(none)");
   EXPECT_EQ(fixed.GetRequest().body, body);

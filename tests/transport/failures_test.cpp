@@ -6,7 +6,6 @@
 namespace TestSupport {
 namespace {
 
-using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
@@ -112,7 +111,7 @@ TEST(CurlFailures, AnEndlessBodyEndsAtTheDefaultLimit) {
     RecordedRequest request;
     connection.ReadRequest(request);
     connection.Send("HTTP/1.1 200 OK\r\n\r\n");
-    const std::string chunk(1024 * 1024, 'x');
+    const std::string chunk(std::size_t{1} << 20U, 'x');
     while (connection.Send(chunk)) {
     }
   });

@@ -47,7 +47,7 @@ TEST_F(CurlFiles, TruncatesAnExistingFileAndKeepsItsMode) {
 }
 
 TEST_F(CurlFiles, ABodyInAFileMayExceedTheMemoryLimit) {
-  body_.Set(std::string(5 * 1024 * 1024, 'x'));
+  body_.Set(std::string(std::size_t{5} << 20U, 'x'));
   options_.maxBody = 1000;
   EXPECT_GE(Send(*MakeCurl(options_), server_.Url("/"), ToFile(scratch_.Path("big"))).result, 0);
   EXPECT_EQ(std::filesystem::file_size(scratch_.Path("big")), body_.Get().size());

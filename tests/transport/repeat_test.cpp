@@ -91,7 +91,7 @@ TEST(CurlRepeat, APostThatWasSentWholeIsNotSentAgain) {
 TEST(CurlRepeat, APostThatWasNotSentWholeIsSentAgain) {
   BreakingServer server(ResetAfterTheHead);
   const auto http = MakeCurl();
-  const std::string large(64 * 1024 * 1024, 'x');  // larger than the buffers of both sockets
+  const std::string large(std::size_t{64} << 20U, 'x');  // larger than the buffers of both sockets
   ASSERT_EQ(Send(*http, server.Url(), Post("1")).body, "first");
   EXPECT_EQ(Send(*http, server.Url(), Post(large)).body, "again");
   EXPECT_THAT(server.GetBodies(), ElementsAre("POST 1", "POST " + large));

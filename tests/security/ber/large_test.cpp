@@ -11,8 +11,6 @@
 namespace SecurityTest {
 namespace {
 
-using OruOssSec::BerContent;
-using OruOssSec::BerSpan;
 using OruOssSec::CmsSkeleton;
 
 constexpr std::uint64_t kGiB = std::uint64_t{1} << 30;

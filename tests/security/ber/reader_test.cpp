@@ -125,7 +125,7 @@ TEST(BerReaderTest, ReadsLittleAfterAJump) {
   WatchedSource source(std::string(8 << 20, 'x'));
   BerReader reader(source);
   BerSpan span;
-  for (std::uint64_t offset = 0; offset < source.GetSize(); offset += 256 * 1024) {
+  for (std::uint64_t offset = 0; offset < source.GetSize(); offset += std::uint64_t{256} * 1024) {
     ASSERT_TRUE(reader.Fetch(offset, 1, span));
   }
   EXPECT_LE(source.largest, 4096U);

@@ -10,7 +10,7 @@ constexpr const char* kSecret = "TopSecretContent0815";
 
 /// More than any buffer takes at once, with the secret in each page.
 std::string MakeSecretContent() {
-  std::string content = MakeBytes(700 * 1000);
+  std::string content = MakeBytes(std::size_t{700} * 1000);
   for (std::size_t i = 0; i + 100 < content.size(); i += 4000) content.replace(i, 20, kSecret);
   return content;
 }
