@@ -28,6 +28,8 @@ bindings/cpp:The C++ interface
 examples:The examples
 tools:The command
 stand:The local test environment
+stand_fixture:The local test environment in tests of others, and replay
+install:Consumers of the installed package
 tampering:Protected files cut and changed
 vectors:Published test vectors
 interop:Other CMS software
