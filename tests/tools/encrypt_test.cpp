@@ -59,11 +59,11 @@ TEST_F(Encrypt, ANameThatIsNotUTF8StillMakesJSON) {
 
 TEST_F(Encrypt, RefusesAnotherRoomThanTheExpectedOne) {
   const Finished other = Run("encrypt", {"--expected-room", "other", Path("plain.txt"), Path("file.p7m")});
-  EXPECT_EQ(other.code, 2);
+  EXPECT_EQ(other.code, 3);
   EXPECT_FALSE(scratch_.Exists("file.p7m"));
   const Finished many =
       Run("encrypt", {"--expected-room", "other", "--output-dir", Path("out"), Path("plain.txt")});
-  EXPECT_EQ(many.code, 2);
+  EXPECT_EQ(many.code, 3);
   EXPECT_FALSE(scratch_.Exists("out/plain.txt.p7m"));
   const Finished same = Run("encrypt", {"--expected-room", "demo", Path("plain.txt"), Path("file.p7m")});
   EXPECT_EQ(same.code, 0) << same.errors;
