@@ -12,7 +12,8 @@ std::string RowOf(const KVMap& resource) {
   std::string row = "| " + *ReadText(resource, "method") + " | `" + *ReadText(resource, "path") + "` | " +
                     *ReadText(resource, "does") + " | ";
   std::string members;
-  for (const auto& [name, does] : *ReadMap(resource, "members")) {
+  const KVMap documented = *ReadMap(resource, "members");
+  for (const auto& [name, does] : documented) {
     members += (members.empty() ? "`" : "; `") + std::string(name.View()) +
                "`: " + std::string(does.AsString().View());
   }
