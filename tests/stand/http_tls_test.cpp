@@ -30,6 +30,8 @@ class HttpTlsTest : public HttpServerTest {
                     }});
     HttpServerTest::SetUp();
   }
+  // Its threads use members of this class, which end before those of its base.
+  void TearDown() override { server_.Down(); }
   TlsContext MakeContext(const std::string& clientAuthorities) {
     std::string error;
     TlsContext context = TlsContext::Make(Identity::MakeIssued(LoopbackSpec(), authority_, KeyPair::MakeEC()),
