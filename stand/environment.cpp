@@ -16,11 +16,11 @@ constexpr std::size_t kMaxViews = 1000;
 // request.
 std::optional<std::uint64_t> Environment::SetFault(int server, const Fault& fault) {
   if (!servers_.Has(server)) return std::nullopt;
+  const auto lock = LockFor(server);
   if (fault.type == FaultType::ServerCertificate) {
     const auto type = FindServerCertificate(fault.text.empty() ? "expired" : fault.text);
     if (!type.has_value() || !servers_.Show(server, *type)) return std::nullopt;
   }
-  const auto lock = LockFor(server);
   const std::uint64_t id = realm_.faults.Set(server, fault);
   if (fault.type == FaultType::Down) servers_.Down(server);
   realm_.log.NoteChange();

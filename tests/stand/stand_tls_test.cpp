@@ -79,8 +79,11 @@ TEST_F(StandTlsTest, ShowsCertificatesThatClientsRefuse) {
     Peer peer(Trust());
     ASSERT_EQ(peer.Send("GET", Server("status")).status, 200);
     ASSERT_TRUE(stand_.SetFault(0, {.type = FaultType::ServerCertificate, .text = row.name}));
-    // The connection that was open has ended, too.
-    EXPECT_THAT(peer.Send("GET", Server("status")).error, HasSubstr(row.error)) << row.name;
+    // The connection that was open ends, too. If the server was not idle yet, that is still to come: the
+    // request that meets it gets no response, and the next one a new connection.
+    const Reply first = peer.Send("GET", Server("status"));
+    EXPECT_EQ(first.status, 0) << row.name;
+    EXPECT_THAT(first.error + peer.Send("GET", Server("status")).error, HasSubstr(row.error)) << row.name;
     EXPECT_EQ(GetFrom(Server("status", 1)).status, 200) << "the others are as before";
     ASSERT_TRUE(stand_.ClearFaults(0));
     EXPECT_EQ(GetFrom(Server("status")).status, 200);
@@ -117,6 +120,27 @@ TEST_F(StandTlsTest, DoesNotLogWhoLooksWhetherAPortIsOpen) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   for (const Event& event : stand_.GetEvents()) EXPECT_EQ(event.server, kCryptService);
+}
+
+// Whoever reads the list of faults can rely on it.
+TEST_F(StandTlsTest, ShowsTheCertificateThatItsFaultsSay) {
+  for (int round = 0; round < 300; ++round) {
+    std::atomic<int> ready = 0;
+    const auto meet = [&] {
+      for (++ready; ready < 2;) {
+      }
+    };
+    std::thread other([&] {
+      meet();
+      stand_.SetFault(0, {.type = FaultType::ServerCertificate});
+    });
+    meet();
+    stand_.ClearFaults(0);
+    other.join();
+    const auto faults = ReadArray(GetFrom(Service("stand/v1/faults")).Object(), "set");
+    ASSERT_TRUE(faults.has_value());
+    ASSERT_EQ(GetFrom(Server("status")).status, faults->GetCount() == 0 ? 200 : 0) << round;
+  }
 }
 
 // One thread changes what another one walks through.
