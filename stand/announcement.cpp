@@ -19,8 +19,8 @@ std::string Absolute(const std::string& path) {
   return error ? path : absolute.string();
 }
 
-// All but the unreserved characters of RFC 3986, 2.3: in a form's encoding, as which the page reads its
-// fragment, a plus is a blank.
+// All but the unreserved characters of RFC 3986, 2.3: then no program on the way to the page gives one of
+// them a meaning.
 std::string PercentEncode(const std::string& text) {
   constexpr std::string_view kUnreserved =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";

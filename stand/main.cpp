@@ -152,8 +152,8 @@ ExitCode RunCommand(int argc, char** argv) {
   app.add_flag("--stop-at-eof", stopAtEof, "Stop when the standard input ends: for a parent that may crash");
   app.add_option(
          "--seed", options.seed,
-         "Derives the serial numbers of certificates from this number; keys, signatures and tokens stay "
-         "random")
+         "Derives the serial numbers of certificates and the probabilities of faults from this number; "
+         "keys, signatures and tokens stay random")
       ->check(CryptStand::CheckSeed);
   app.set_version_flag("--version", CryptStand::DescribeVersion());
   app.footer(CryptStand::DescribeExitCodes());

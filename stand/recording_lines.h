@@ -7,7 +7,7 @@
 #include "stand/event_log.h"
 #include "stand/http.h"
 
-// The lines of a recording; docs/stand.md describes them. A change that a reader of version 1 would
+// The lines of a recording; docs/stand-in-tests.md describes them. A change that a reader of version 1 would
 // misunderstand needs another version.
 namespace CryptStand {
 

@@ -38,8 +38,9 @@ struct Options {
   std::string group = "QOB.1.100.1";
   std::string groupName = "Demo group";
   std::vector<std::string> rooms = {"demo"};
-  /// Derives the serial numbers of certificates from this number, so that the same requests get the same
-  /// ones. Keys, signatures and tokens stay random. Without it serial numbers are random, too.
+  /// Derives the serial numbers of certificates from this number, and starts the generator behind faults with
+  /// a probability with it, so that the same requests get the same ones. Keys, signatures and tokens stay
+  /// random. Without it these are random, too.
   std::optional<std::uint64_t> seed{};
   /// What changes through the control interface need; random if empty. Also written to the folder, into the
   /// file "control-token".
