@@ -7,13 +7,13 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 
-#include "foundation/encoding.h"
 #include "stand/host_name.h"
 #include "stand/memory_bio.h"
 #include "stand/required_headers.h"
 #include "stand/server_tls.h"
 #include "stand/socket.h"
 #include "stand/text_file.h"
+#include "stand/wire.h"
 
 namespace CryptStand {
 namespace {
@@ -40,9 +40,7 @@ std::string CheckRequiredHeader(const std::string& line) {
 }
 
 std::string CheckRoom(const std::string& id) {
-  const bool isText =
-      !id.empty() && OruGuiBase::IsValidUTF8(id.data(), static_cast<std::uint32_t>(id.size()));
-  return isText ? "" : "the room must be UTF-8 and not empty";
+  return !id.empty() && IsUtf8(id) ? "" : "the room must be UTF-8 and not empty";
 }
 
 std::string CheckClientCa(const std::string& path) {

@@ -5,7 +5,6 @@
 #include <charconv>
 #include <strings.h>
 
-#include "foundation/encoding.h"
 #include "stand/control_access.h"
 #include "stand/control_json.h"
 #include "stand/required_headers.h"
@@ -13,10 +12,6 @@
 
 namespace CryptStand {
 namespace {
-
-bool IsUtf8Body(const std::string& body) {
-  return OruGuiBase::IsValidUTF8(body.data(), static_cast<std::uint32_t>(body.size()));
-}
 
 /// What a reader gets to see.
 struct Secrecy {
@@ -48,7 +43,7 @@ Val HeadersVal(const RecordedMessage& message, const Secrecy& secrecy) {
 void AddBody(const RecordedMessage& message, bool showsSecrets, KVMap& object) {
   const auto json = ReadObject(message.body);
   const Val hidden = HideSecrets(json.has_value() ? Val(*json) : Val());
-  const bool isText = IsUtf8Body(message.body);
+  const bool isText = IsUtf8(message.body);
   const bool isHidden = !showsSecrets && !json.has_value() && (!isText || MayHoldSecret(message.body));
   Val text;
   if (isText) text = TextVal(message.body);

@@ -1,20 +1,14 @@
-// Values of the control interface's replies that several of its resources have.
+// Values that several resources of the control interface have; recordings have the same times.
 #include "stand/control_json.h"
 
 #include <ctime>
 #include <openssl/asn1.h>
 #include <openssl/x509.h>
 
-#include "foundation/encoding.h"
-
 namespace CryptStand {
 namespace {
 
 constexpr const char* kReplacement = "\xEF\xBF\xBD";  // U+FFFD
-
-bool IsUtf8(std::string_view text) {
-  return OruGuiBase::IsValidUTF8(text.data(), static_cast<std::uint32_t>(text.size()));
-}
 
 // Bytes of the longest valid character at the beginning, 0 for none.
 std::size_t CharacterSize(std::string_view text) {

@@ -54,8 +54,6 @@ HttpReply DoneReply();
 HttpReply NotFound(std::string message);
 HttpReply Conflict(const char* member, std::string message);
 HttpReply CannotStore();
-/// "crypt", "proxy", or the index of a key server, as requests and replies name it.
-std::string ServerName(int server);
 /// The servers that "server" names: "crypt", an index (as a string or a number), a URL, or "all" for each key
 /// server. Empty after a failure, which is recorded in the input.
 std::vector<int> ReadServers(ControlCall& call);

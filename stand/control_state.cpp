@@ -118,11 +118,6 @@ HttpReply CannotStore() {
       {.status = 500, .code = "internal", .message = "The change cannot be carried out or stored"});
 }
 
-std::string ServerName(int server) {
-  if (server == kProxy) return "proxy";
-  return server == kCryptService ? "crypt" : std::to_string(server);
-}
-
 namespace {
 
 // Key servers and `servers`, for a member that names some of them.

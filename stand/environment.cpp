@@ -2,7 +2,7 @@
 // that concern a server's socket, new rooms, and the way back to the state after the start.
 #include "stand/environment.h"
 
-#include "foundation/encoding.h"
+#include "stand/wire.h"
 
 namespace CryptStand {
 namespace {
@@ -62,9 +62,7 @@ bool Environment::ClearFault(std::uint64_t id) {
 // The id must be UTF-8, since it appears in JSON.
 bool Environment::AddRoom(const std::string& id, const std::string& group) {
   const std::string& wanted = group.empty() ? group_ : group;
-  const bool isText =
-      !id.empty() && OruGuiBase::IsValidUTF8(id.data(), static_cast<std::uint32_t>(id.size()));
-  return isText && realm_.store.HasGroup(wanted) && realm_.store.AddRoom(id, wanted);
+  return !id.empty() && IsUtf8(id) && realm_.store.HasGroup(wanted) && realm_.store.AddRoom(id, wanted);
 }
 
 std::optional<Environment::KeyView> Environment::ViewKey(const std::string& data) {

@@ -28,6 +28,11 @@ void CutTexts(Event& event) {
 
 }  // namespace
 
+std::string ServerName(int server) {
+  if (server == kProxy) return "proxy";
+  return server == kCryptService ? "crypt" : std::to_string(server);
+}
+
 bool EventFilter::Matches(const Event& event) const {
   return event.number > after && (!server.has_value() || event.server == *server) &&
          (!operation.has_value() || event.operation == *operation) &&

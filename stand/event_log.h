@@ -21,6 +21,8 @@ namespace CryptStand {
 inline constexpr int kCryptService = -1;
 /// The forward proxy, likewise; only some environments have one.
 inline constexpr int kProxy = -2;
+/// "crypt", "proxy", or the index of a key server, as requests, replies and recordings name it.
+std::string ServerName(int server);
 
 /// One request to a server, with its result.
 struct Event {

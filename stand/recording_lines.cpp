@@ -4,9 +4,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 
-#include "foundation/encoding.h"
+#include "stand/control_json.h"
 #include "stand/key_pair.h"
 #include "stand/wire.h"
 
@@ -14,10 +13,6 @@ namespace CryptStand {
 namespace {
 
 using OruGuiBase::Array;
-
-bool IsUtf8(std::string_view bytes) {
-  return OruGuiBase::IsValidUTF8(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-}
 
 // JSON has no other strings than UTF-8. What HTTP allows beyond is replaced byte by byte, since nothing that
 // this environment or its clients understand needs it.
@@ -27,20 +22,6 @@ Val AnyTextVal(std::string text) {
         text.begin(), text.end(), [](char byte) { return static_cast<unsigned char>(byte) >= 0x80; }, '?');
   }
   return TextVal(text);
-}
-
-// ISO 8601 in UTC, to the millisecond.
-std::string UtcText(std::chrono::system_clock::time_point time) {
-  const auto milliseconds =
-      std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
-  const auto seconds = static_cast<std::time_t>(milliseconds / 1000);
-  std::tm fields = {};
-  gmtime_r(&seconds, &fields);
-  char date[64];
-  const std::size_t size = std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &fields);
-  char fraction[16];
-  std::snprintf(fraction, sizeof fraction, ".%03dZ", static_cast<int>(milliseconds % 1000));
-  return std::string(date, size) + fraction;
 }
 
 void SetBody(KVMap& message, std::string_view body) {
@@ -88,7 +69,7 @@ std::string MakeStartLine(const std::string& service, const std::vector<std::str
   line.Set("recording", TextVal("cryptstand"));
   line.Set("version", Val(std::int64_t{kRecordingVersion}));
   line.Set("contents", TextVal("exchanges of a local test environment, with all its secrets"));
-  line.Set("time", TextVal(UtcText(std::chrono::system_clock::now())));
+  line.Set("time", TextVal(TimeText(std::chrono::system_clock::now())));
   line.Set("service", TextVal(service));
   line.Set("keyservers", TextsVal(keyServers));
   return WriteObject(line);
@@ -104,9 +85,9 @@ std::string MakeExchangeLine(const Event& event, const HttpRequest& request, con
                              const SentBody& sent) {
   KVMap line;
   line.Set("number", Val(static_cast<std::int64_t>(event.number)));
-  line.Set("time", TextVal(UtcText(event.time)));
+  line.Set("time", TextVal(TimeText(event.time)));
   line.Set("durationMs", Val(event.durationMs));
-  line.Set("server", TextVal(event.server == kCryptService ? "crypt" : std::to_string(event.server)));
+  line.Set("server", TextVal(ServerName(event.server)));
   line.Set("method", AnyTextVal(event.method));
   line.Set("target", AnyTextVal(event.target));
   line.Set("operation", AnyTextVal(event.operation));

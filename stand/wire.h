@@ -18,6 +18,7 @@ using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 OruGuiBase::AnsiStr ToAnsi(std::string_view text);
+bool IsUtf8(std::string_view bytes);
 
 /// Parses JSON; none unless it is a valid object.
 std::optional<KVMap> ReadObject(const std::string& text);
