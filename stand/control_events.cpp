@@ -2,7 +2,6 @@
 #include "stand/control_events.h"
 
 #include <algorithm>
-#include <charconv>
 #include <strings.h>
 
 #include "stand/control_access.h"
@@ -99,11 +98,8 @@ HttpReply ServeEvent(ControlCall& call) {
   const bool showsSecrets = call.input.ReadChoice("secrets", {"hidden", "shown"}, "hidden") == "shown";
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
   if (showsSecrets && !call.isAuthorized) return TokenMissing();
-  const std::string& text = call.path.front();
-  std::uint64_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool isNumber = error == std::errc() && end == text.data() + text.size();
-  const auto event = isNumber ? call.GetRealm().log.Find(number) : std::nullopt;
+  const auto number = ReadPathNumber(call);
+  const auto event = number.has_value() ? call.GetRealm().log.Find(*number) : std::nullopt;
   if (!event.has_value()) return NotFound("There is no such event, or no longer");
   KVMap object = EventObject(*event);
   if (showsSecrets) {

@@ -1,6 +1,5 @@
 // The faults of the control interface: set, list, clear, and the generator behind probabilities.
 #include <algorithm>
-#include <charconv>
 
 #include "stand/control_json.h"
 #include "stand/control_routes.h"
@@ -152,11 +151,9 @@ HttpReply ClearFaults(ControlCall& call) {
 }
 
 HttpReply ClearFault(ControlCall& call) {
-  const std::string& text = call.path.front();
-  std::uint64_t id = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), id);
-  const bool isId = error == std::errc() && end == text.data() + text.size();
-  return isId && call.environment.ClearFault(id) ? DoneReply() : NotFound("There is no fault with this id");
+  const auto id = ReadPathNumber(call);
+  return id.has_value() && call.environment.ClearFault(*id) ? DoneReply()
+                                                            : NotFound("There is no fault with this id");
 }
 
 HttpReply SetSeed(ControlCall& call) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -54,6 +56,8 @@ HttpReply DoneReply();
 HttpReply NotFound(std::string message);
 HttpReply Conflict(const char* member, std::string message);
 HttpReply CannotStore();
+/// The path's first value as a number; none if it is anything else.
+std::optional<std::uint64_t> ReadPathNumber(const ControlCall& call);
 /// The servers that "server" names: "crypt", an index (as a string or a number), a URL, or "all" for each key
 /// server. Empty after a failure, which is recorded in the input.
 std::vector<int> ReadServers(ControlCall& call);

@@ -1,6 +1,7 @@
 // GET /stand/ and GET /stand/v1/state, and what the routes have in common. The other resources are in
 // control_*.cpp, each with its rows of the table.
 #include <algorithm>
+#include <charconv>
 
 #include "stand/control_json.h"
 #include "stand/control_routes.h"
@@ -66,13 +67,35 @@ HttpReply ServeState(ControlCall& call) {
   state.Set("lists", ListsVal(environment));
   state.Set("settings", SettingsVal(environment));
   state.Set("seed", seed.has_value() ? CountVal(*seed) : Val());
-  state.Set("tls", Val(environment.GetServers().GetUrl(kCryptService).starts_with("https:")));
+  state.Set("tls", Val(environment.GetServers().HasTls()));
   state.Set("lastEvent", CountVal(call.GetRealm().log.Get({.limit = 1}).last));
   return JsonReply(state);
 }
 
 HttpReply ServeReset(ControlCall& call) {
   return call.environment.Reset() ? DoneReply() : CannotStore();
+}
+
+// Key servers and `servers`, for a member that names some of them.
+std::vector<int> ReadServersAnd(ControlCall& call, std::vector<int> servers) {
+  const Servers& all = call.environment.GetServers();
+  const Val value = call.input.Get("server");
+  const bool isNumber = value.GetType() == OruGuiBase::ValType::Integer;
+  const std::string name = isNumber ? std::to_string(value.AsInteger()) : call.input.ReadString("server");
+  std::vector<int> keyServers;
+  for (int server = 0; server < all.CountKeyServers(); ++server) keyServers.push_back(server);
+  if (name == "all") return keyServers;
+  std::vector<std::string> allowed;
+  for (const int server : servers) allowed.push_back(ServerName(server));
+  allowed.emplace_back("all");
+  for (const int server : keyServers) allowed.push_back(ServerName(server));
+  servers.insert(servers.end(), keyServers.begin(), keyServers.end());
+  const auto found = std::find_if(servers.begin(), servers.end(), [&](int server) {
+    return name == ServerName(server) || name == all.GetUrl(server);
+  });
+  if (found != servers.end()) return {*found};
+  call.input.Refuse("server", "\"server\" must be one of those that are allowed, or a server's URL", allowed);
+  return {};
 }
 
 }  // namespace
@@ -118,31 +141,13 @@ HttpReply CannotStore() {
       {.status = 500, .code = "internal", .message = "The change cannot be carried out or stored"});
 }
 
-namespace {
-
-// Key servers and `servers`, for a member that names some of them.
-std::vector<int> ReadServersAnd(ControlCall& call, std::vector<int> servers) {
-  const Servers& all = call.environment.GetServers();
-  const Val value = call.input.Get("server");
-  const bool isNumber = value.GetType() == OruGuiBase::ValType::Integer;
-  const std::string name = isNumber ? std::to_string(value.AsInteger()) : call.input.ReadString("server");
-  std::vector<int> keyServers;
-  for (int server = 0; server < all.CountKeyServers(); ++server) keyServers.push_back(server);
-  if (name == "all") return keyServers;
-  std::vector<std::string> allowed;
-  for (const int server : servers) allowed.push_back(ServerName(server));
-  allowed.emplace_back("all");
-  for (const int server : keyServers) allowed.push_back(ServerName(server));
-  servers.insert(servers.end(), keyServers.begin(), keyServers.end());
-  const auto found = std::find_if(servers.begin(), servers.end(), [&](int server) {
-    return name == ServerName(server) || name == all.GetUrl(server);
-  });
-  if (found != servers.end()) return {*found};
-  call.input.Refuse("server", "\"server\" must be one of those that are allowed, or a server's URL", allowed);
-  return {};
+std::optional<std::uint64_t> ReadPathNumber(const ControlCall& call) {
+  const std::string& text = call.path.front();
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool isNumber = error == std::errc() && end == text.data() + text.size();
+  return isNumber ? std::optional(number) : std::nullopt;
 }
-
-}  // namespace
 
 std::vector<int> ReadServers(ControlCall& call) {
   return ReadServersAnd(call, {kCryptService});
