@@ -6,6 +6,8 @@
 #include <CLI/Option.hpp>
 #include <algorithm>
 #include <filesystem>
+#include <set>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -67,6 +69,23 @@ BulkFormat GetFormat(const BulkWork& work, const BulkOptions& options, const Ses
   return format;
 }
 
+// Two threads that replace one file would hinder each other. By path and not by inode: of a file with several
+// hard links, each name is replaced on its own.
+void DropRepeated(FileList& list) {
+  std::set<std::filesystem::path> seen;
+  std::vector<FileItem> items;
+  for (FileItem& item : list.items) {
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::canonical(item.source, error);
+    if (error || seen.insert(path).second) {
+      items.push_back(std::move(item));
+    } else {
+      list.ignored.push_back(item.source + " (named before)");
+    }
+  }
+  list.items = std::move(items);
+}
+
 SessionOptions GetSession(SessionOptions session, const BulkOptions& options) {
   session.json = session.json || options.jsonLines;
   return session;
@@ -117,6 +136,7 @@ class BulkRun {
       isPlanned = PlanTargets(options_.outputFolder, *work_.targetNames, list_.items, errorText);
     }
     if (!isPlanned) return session_.Fail(ExitCode::Usage, AnsiStr(errorText));
+    if (std::string_view(work_.operation) == "rekey") DropRepeated(list_);
     ShowIgnored();
     if (work_.targetNames || !list_.items.empty() || !list_.failures.empty()) return ExitCode::Success;
     // Success would be taken for "all files are good".

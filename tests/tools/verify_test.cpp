@@ -215,6 +215,15 @@ TEST_F(Rekey, RefusesStandardInput) {
   EXPECT_EQ(finished.errors, "cryptcli: Standard input cannot be replaced in place\n");
 }
 
+TEST_F(Rekey, WorksOnceOnAFileThatIsNamedTwice) {
+  std::filesystem::create_symlink(Path("file.p7m"), Path("link.p7m"));
+  const Finished finished =
+      Run("rekey", {"-v", Path("file.p7m"), Path("./file.p7m"), Path("link.p7m"), Path("file.p7m")});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_THAT(finished.output, HasSubstr("Protected 1 of 1 file, 3 ignored\n"));
+  EXPECT_THAT(finished.output, HasSubstr("link.p7m (named before)"));
+}
+
 TEST_F(Rekey, TakesSeveralFiles) {
   std::filesystem::copy(scratch_.Path("file.p7m"), scratch_.Path("second.p7m"));
   const Finished finished = Run("rekey", {Path("file.p7m"), Path("second.p7m")});
