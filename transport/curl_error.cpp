@@ -2,6 +2,9 @@
 // not know libcurl.
 #include "transport/curl_error.h"
 
+#include <string>
+#include <string_view>
+
 #include "foundation/errorstate.h"
 
 namespace OruKalvix {
@@ -33,7 +36,24 @@ AnsiStr Target(const CurlFailure& failure) {
   return failure.viaProxy ? failure.authority + " through the proxy" : failure.authority;
 }
 
+// A server refuses the client's certificate, or that there is none, by one of the alerts of RFC 8446, 6.2.
+// With TLS 1.3 it arrives after the handshake, where libcurl takes it for a failed read; only its text says
+// more.
+bool IsClientRefused(const CurlFailure& failure) {
+  const std::string_view detail = failure.detail;
+  for (const char* alert :
+       {"certificate required", "bad certificate", "unsupported certificate", "certificate revoked",
+        "certificate expired", "certificate unknown", "unknown ca"}) {
+    if (detail.find(std::string(" alert ") + alert) != std::string_view::npos) return true;
+  }
+  return false;
+}
+
 const char* Phrase(const CurlFailure& failure) {
+  if (IsClientRefused(failure)) {
+    return failure.hasClientCertificate ? "The client certificate was refused by "
+                                        : "A client certificate is required by ";
+  }
   switch (failure.code) {
     case CURLE_COULDNT_RESOLVE_PROXY:
     case CURLE_COULDNT_RESOLVE_HOST:

@@ -14,6 +14,7 @@ struct CurlFailure {
   OruGuiBase::AnsiStr authority;  ///< "host:port" of the URL
   OruGuiBase::AnsiStr sinkError;  ///< why the response could not be received; empty when it could
   bool viaProxy = false;
+  bool hasClientCertificate = false;
   bool mayBeCarriedOut = false;  ///< a kept connection broke after the whole request was sent
 };
 

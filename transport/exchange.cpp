@@ -256,6 +256,7 @@ AnsiStr CurlExchange::GetFailure(CURLcode code) const {
   failure.authority = target_.GetAuthority();
   failure.sinkError = sink_.GetError().IsEmpty() ? headError_ : sink_.GetError();
   failure.viaProxy = !settings_.options.proxy.IsEmpty();
+  failure.hasClientCertificate = !settings_.options.clientCertificate.IsEmpty();
   failure.mayBeCarriedOut = refusedRewind_;
   return DescribeFailure(failure);
 }

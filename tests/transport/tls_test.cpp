@@ -124,9 +124,19 @@ TEST_F(CurlTLS, OneFileMayHoldCertificateAndKey) {
   EXPECT_EQ(Get(server->Url()).body, "secure");
 }
 
-TEST_F(CurlTLS, WithoutAClientCertificateThatServerRefuses) {
+TEST_F(CurlTLS, AMissingClientCertificateIsNamed) {
   const auto server = Start("IP:127.0.0.1", "ca.pem");
-  EXPECT_LT(Get(server->Url()).result, 0);
+  EXPECT_THAT(Get(server->Url()).errorText,
+              StartsWith("A client certificate is required by " + server->Authority() + ": "));
+}
+
+TEST_F(CurlTLS, ARefusedClientCertificateIsNamed) {
+  const auto server = Start("IP:127.0.0.1", "other.pem");
+  Issue(CertSpec::EndEntity("Client"), "me.pem", "me.key");
+  options_.clientCertificate = Ansi(Path("me.pem").string());
+  options_.clientKey = Ansi(Path("me.key").string());
+  EXPECT_THAT(Get(server->Url()).errorText,
+              StartsWith("The client certificate was refused by " + server->Authority() + ": "));
 }
 
 class CurlTLSPassword : public CurlTLS {
