@@ -3,8 +3,10 @@
 // exchange says more than the words before it. Then the table of beginnings decides.
 #include "bindings/c/classify.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <initializer_list>
 #include <string>
 
 #include "foundation/errorstate.h"
@@ -173,6 +175,24 @@ cryptcli_status CodeOfSystemText(std::string_view reason) {
   return CRYPTCLI_OK;
 }
 
+bool StartsWithOneOf(std::string_view text, std::initializer_list<std::string_view> beginnings) {
+  return std::any_of(beginnings.begin(), beginnings.end(),
+                     [text](std::string_view beginning) { return text.starts_with(beginning); });
+}
+
+// The server does not take the client's certificate, or wants one.
+bool IsClientRefused(const FailedExchange& exchange) {
+  return StartsWithOneOf(exchange.reason,
+                         {"A client certificate is required by ", "The client certificate was refused by "});
+}
+
+// A certificate or a file of the options is wrong: time does not put it right.
+bool IsTrustFailure(const FailedExchange& exchange) {
+  return StartsWithOneOf(exchange.reason,
+                         {"Could not verify the certificate of ", "Could not use the client certificate for ",
+                          "Could not use the CA file for "});
+}
+
 bool IsReasonOf(std::string_view message, const FailedExchange& exchange) {
   if (!exchange.happened) return false;
   if (!exchange.hasResponse) return !exchange.reason.empty() && message.ends_with(exchange.reason);
@@ -189,6 +209,7 @@ cryptcli_status ClassifyExchange(const FailedExchange& exchange) {
     // The caller names the crypt service. A key server can be named by either, and neither helps itself.
     if (exchange.reason.starts_with(kInvalidUrl))
       return exchange.isCryptService ? CRYPTCLI_INVALID_ARGUMENT : CRYPTCLI_SERVER_ERROR;
+    if (IsClientRefused(exchange)) return CRYPTCLI_UNAUTHORISED;
     return exchange.reason.starts_with("Gave up waiting for ") ? CRYPTCLI_TIMEOUT : CRYPTCLI_UNREACHABLE;
   }
   switch (exchange.status) {
@@ -231,6 +252,7 @@ cryptcli_status Classify(std::string_view message, const FailedExchange& exchang
 bool IsRetryable(cryptcli_status code, std::string_view message, const FailedExchange& exchange) {
   switch (code) {
     case CRYPTCLI_UNREACHABLE:
+      return !IsReasonOf(message, exchange) || !IsTrustFailure(exchange);
     case CRYPTCLI_TIMEOUT:
     case CRYPTCLI_CONFLICT:
       return true;

@@ -197,6 +197,26 @@ TEST(Classify, CallsOnlyARefusedUploadAConflict) {
   }
 }
 
+TEST(Classify, TellsRefusedClientsFromServersThatAreNotThere) {
+  const auto failed = [](std::string_view reason) { return FailedExchange{true, false, false, 0, reason}; };
+  for (const char* reason : {"A client certificate is required by host:1: alert certificate required",
+                             "The client certificate was refused by host:1: alert unknown ca"}) {
+    EXPECT_EQ(ClassifyExchange(failed(reason)), CRYPTCLI_UNAUTHORISED) << reason;
+  }
+  EXPECT_EQ(ClassifyExchange(failed("Could not connect to host:1: Connection refused")),
+            CRYPTCLI_UNREACHABLE);
+}
+
+TEST(Classify, DoesNotAdviseToRepeatWithACertificateThatIsNotTrusted) {
+  for (const char* reason : {"Could not verify the certificate of host:1: self-signed certificate",
+                             "Could not use the client certificate for host:1: no key",
+                             "Could not use the CA file for host:1: no such file"}) {
+    const FailedExchange failed{true, false, false, 0, reason};
+    EXPECT_FALSE(IsRetryable(CRYPTCLI_UNREACHABLE, std::string("Could not get room key: ") + reason, failed));
+    EXPECT_TRUE(IsRetryable(CRYPTCLI_UNREACHABLE, "Could not connect to host:1: Connection refused", failed));
+  }
+}
+
 TEST(Classify, DoesNotBlameAServerForAFullDisk) {
   const FailedExchange full{
       true, false, false, 0,

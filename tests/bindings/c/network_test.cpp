@@ -104,6 +104,7 @@ TEST_F(Network, DoesNotTrustWithoutTheCaFile) {
   Trust("other.pem");
   const Outcome outcome = EncryptOnce();
   EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
+  EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 0);
   EXPECT_THAT(outcome.Message(), HasSubstr("Could not verify the certificate of " + Authority()));
 }
 
@@ -152,16 +153,16 @@ TEST_F(Network, ProtectsWithAClientCertificate) {
 TEST_F(Network, ReportsAMissingClientCertificate) {
   StartSecured("make");
   const Outcome outcome = EncryptOnce();
-  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
-  EXPECT_THAT(outcome.Message(), AllOf(HasSubstr(Authority()), HasSubstr("certificate required")));
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNAUTHORISED);
+  EXPECT_THAT(outcome.Message(), HasSubstr("A client certificate is required by " + Authority()));
 }
 
 TEST_F(Network, ReportsAClientCertificateOfAnotherAuthority) {
   StartSecured("make");
   Show(Identity::MakeRoot(CryptStand::CertSpec::EndEntity("Other"), CryptStand::KeyPair::MakeEC()));
   const Outcome outcome = EncryptOnce();
-  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE);
-  EXPECT_THAT(outcome.Message(), AllOf(HasSubstr(Authority()), HasSubstr("unknown ca")));
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNAUTHORISED);
+  EXPECT_THAT(outcome.Message(), HasSubstr("The client certificate was refused by " + Authority()));
 }
 
 // Key servers refuse the header, so that success means that none of them got it.

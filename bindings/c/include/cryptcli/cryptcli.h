@@ -90,7 +90,7 @@ enum {
   CRYPTCLI_INVALID_ARGUMENT = 2,   /* an argument is wrong; nothing was done */
   CRYPTCLI_UNREACHABLE = 3,        /* no connection to a server, or its certificate is not trusted */
   CRYPTCLI_TIMEOUT = 4,            /* a server did not respond in time */
-  CRYPTCLI_UNAUTHORISED = 5,       /* HTTP 401, 403 or 407, or no authorization token */
+  CRYPTCLI_UNAUTHORISED = 5,       /* HTTP 401, 403 or 407, a client certificate, or no token */
   CRYPTCLI_UNKNOWN_ROOM = 6,       /* the crypt service does not know the room, or not the file's key */
   CRYPTCLI_KEY_REFUSED = 7,        /* the crypt service does not hand out the room's key at present */
   CRYPTCLI_NOT_PROTECTED = 8,      /* the source is not a protected file */

@@ -21,7 +21,7 @@ enum class Status : std::int32_t {
   InvalidArgument = CRYPTCLI_INVALID_ARGUMENT,   ///< An argument is wrong; nothing was done.
   Unreachable = CRYPTCLI_UNREACHABLE,            ///< No connection, or a certificate that is not trusted.
   Timeout = CRYPTCLI_TIMEOUT,                    ///< A server did not respond in time.
-  Unauthorised = CRYPTCLI_UNAUTHORISED,          ///< HTTP 401, 403 or 407, or no authorization token.
+  Unauthorised = CRYPTCLI_UNAUTHORISED,          ///< HTTP 401, 403 or 407, a client certificate, or no token.
   UnknownRoom = CRYPTCLI_UNKNOWN_ROOM,           ///< The crypt service does not know the room or its key.
   KeyRefused = CRYPTCLI_KEY_REFUSED,             ///< The crypt service keeps the room's key back at present.
   NotProtected = CRYPTCLI_NOT_PROTECTED,         ///< The source is not a protected file.
