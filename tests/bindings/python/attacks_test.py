@@ -39,7 +39,7 @@ class Attacker:
 
     def signed_for_another_room(self) -> bytes:
         """The signed message of a file that was protected for another room of the same group."""
-        self._environment.room("room2", plainKey=True)
+        self._environment.make_room("room2", plainKey=True)
         self._client.encrypt("room2", self._write("plain", CONTENT), self._directory / "other")
         key = self._write("key", self._environment.room_key("room2")["plain"].encode())
         command: List[Any] = ["openssl", "cms", "-decrypt", "-binary", "-inform", "DER", "-inkey", key]
@@ -66,9 +66,9 @@ def attacker(environment: Environment, client: cryptcli.Client, protected: Path,
 @pytest.fixture
 def plain_key(environment: Environment) -> Any:
     """The crypt service hands out the room's private key in the clear."""
-    environment.room(ROOM, plainKey=True)
+    environment.make_room(ROOM, plainKey=True)
     yield
-    environment.room(ROOM, plainKey=False)
+    environment.make_room(ROOM, plainKey=False)
 
 
 def refused(client: cryptcli.Client, secret: Path, tmp_path: Path) -> cryptcli.Report:
@@ -224,7 +224,7 @@ def make(origin: Origin, environment: Environment, attacker: Attacker, protected
     if origin is Origin.UNSIGNED:
         return attacker.envelope(FORGED), FORGED
     if origin is Origin.UNPROVEN:
-        environment.lists(integrity="empty")  # the signer's certificate is not among the group's any more
+        environment.set_lists(integrity="empty")  # the signer's certificate is not among the group's any more
     if origin is Origin.SIGNATURE_ONLY:
         return attacker.envelope(attacker.signed()), FORGED
     if origin is Origin.OTHER_ROOM:

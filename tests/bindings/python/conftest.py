@@ -14,10 +14,9 @@ CONTENT = b"the plain bytes of a file"
 
 
 @pytest.fixture(scope="session")
-def running(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Environment]:
-    made = Environment(tmp_path_factory.mktemp("environment"))
-    yield made
-    made.stop()
+def running() -> Iterator[Environment]:
+    with Environment() as made:
+        yield made
 
 
 @pytest.fixture

@@ -124,7 +124,7 @@ def test_nothing_is_lost_when_a_worker_is_killed(
 ) -> None:
     output = tmp_path / "output"
     killed: List[int] = []
-    environment.fault("key servers", "slow", number=15)  # so that the worker is killed in the middle of a file
+    environment.set_fault("key servers", "slow", number=15)  # so that the worker is killed in the middle of a file
     killer = threading.Thread(target=kill_in_the_middle, args=(environment, cluster, output, killed))
     killer.start()
     outcomes = protect_all(environment, cluster, plain, output)
@@ -169,25 +169,25 @@ def job(environment: Environment, tmp_path: Path, monkeypatch: pytest.MonkeyPatc
 
 
 def test_a_retryable_failure_is_tried_again(environment: Environment, job: Any) -> None:
-    environment.fault("crypt", "status", number=503, uses=2)
+    environment.set_fault("crypt", "status", number=503, uses=2)
     assert dask_protect.protect(job).result == "protected"
 
 
 def test_a_failure_that_stays_is_tried_a_bounded_number_of_times(environment: Environment, job: Any) -> None:
-    environment.fault("crypt", "status", number=503)
-    before = environment.requests()
+    environment.set_fault("crypt", "status", number=503)
+    before = environment.count_requests()
     outcome = dask_protect.protect(job)
     assert (outcome.result, outcome.code) == ("failed", "server_error")
-    assert environment.requests() - before == dask_protect.ATTEMPTS
+    assert environment.count_requests() - before == dask_protect.ATTEMPTS
     assert os.listdir(job.staging) == [] and not os.path.exists(job.target)
 
 
 def test_any_other_failure_is_not_tried_again(environment: Environment, job: Any) -> None:
-    environment.fault("crypt", "status", number=403)
-    before = environment.requests()
+    environment.set_fault("crypt", "status", number=403)
+    before = environment.count_requests()
     outcome = dask_protect.protect(job)
     assert (outcome.result, outcome.code) == ("failed", "unauthorised")
-    assert environment.requests() - before == 1
+    assert environment.count_requests() - before == 1
 
 
 def test_a_damaged_target_is_protected_again(job: Any, make_client: MakeClient) -> None:
@@ -217,7 +217,7 @@ def test_a_source_of_the_same_length_is_protected_again(
 def test_a_target_without_proven_origin_is_kept(environment: Environment, job: Any) -> None:
     assert dask_protect.protect(job).result == "protected"
     before = Path(job.target).read_bytes()
-    environment.lists(integrity="empty")
+    environment.set_lists(integrity="empty")
     outcome = dask_protect.protect(job)
     assert (outcome.result, outcome.code) == ("failed", "origin_not_proven")
     assert Path(job.target).read_bytes() == before

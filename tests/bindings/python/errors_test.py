@@ -57,7 +57,7 @@ def test_a_service_that_is_not_there_is_unreachable(make_client: MakeClient, pla
 def test_a_slow_service_is_a_timeout(
     environment: Environment, make_client: MakeClient, plain: Path, tmp_path: Path
 ) -> None:
-    environment.fault("crypt", "slow", number=5_000)
+    environment.set_fault("crypt", "slow", number=5_000)
     with pytest.raises(cryptcli.Timeout) as caught:
         make_client(timeout=0.3).encrypt(ROOM, plain, tmp_path / "secret")
     assert caught.value.retryable is True
@@ -67,7 +67,7 @@ def test_a_slow_service_is_a_timeout(
 def test_a_refusal_of_the_caller_is_unauthorised(
     environment: Environment, client: cryptcli.Client, plain: Path, tmp_path: Path, status: int
 ) -> None:
-    environment.fault("crypt", "status", number=status)
+    environment.set_fault("crypt", "status", number=status)
     with pytest.raises(cryptcli.Unauthorised) as caught:
         client.encrypt(ROOM, plain, tmp_path / "secret")
     assert caught.value.http_status == status
@@ -76,7 +76,7 @@ def test_a_refusal_of_the_caller_is_unauthorised(
 def test_a_refused_key_has_its_own_type(
     environment: Environment, client: cryptcli.Client, plain: Path, tmp_path: Path
 ) -> None:
-    environment.fault("crypt", "error-code", text="QOB.1.1001.1.422645", operation="key")
+    environment.set_fault("crypt", "error-code", text="QOB.1.1001.1.422645", operation="key")
     with pytest.raises(cryptcli.KeyRefused):
         client.encrypt(ROOM, plain, tmp_path / "secret")
 
@@ -84,7 +84,7 @@ def test_a_refused_key_has_its_own_type(
 def test_an_overloaded_service_is_worth_another_attempt(
     environment: Environment, client: cryptcli.Client, plain: Path, tmp_path: Path
 ) -> None:
-    environment.fault("crypt", "status", number=503)
+    environment.set_fault("crypt", "status", number=503)
     with pytest.raises(cryptcli.ServerError) as caught:
         client.encrypt(ROOM, plain, tmp_path / "secret")
     assert caught.value.retryable is True
@@ -93,7 +93,7 @@ def test_an_overloaded_service_is_worth_another_attempt(
 def test_each_key_server_that_was_asked_is_listed(
     environment: Environment, client: cryptcli.Client, protected: Path, tmp_path: Path
 ) -> None:
-    environment.fault("key servers", "error-code", number=607)
+    environment.set_fault("key servers", "error-code", number=607)
     with pytest.raises(cryptcli.ServerError) as caught:
         client.decrypt(ROOM, protected, tmp_path / "opened")
     attempts = caught.value.attempts
@@ -112,7 +112,7 @@ def test_a_full_file_system_is_no_space(client: cryptcli.Client, protected: Path
 def test_an_error_survives_pickling_and_copying(
     environment: Environment, client: cryptcli.Client, protected: Path, tmp_path: Path
 ) -> None:
-    environment.fault("key servers", "error-code", number=607)
+    environment.set_fault("key servers", "error-code", number=607)
     with pytest.raises(cryptcli.ServerError) as caught:
         client.decrypt(ROOM, protected, tmp_path / "opened")
     for twin in (pickle.loads(pickle.dumps(caught.value)), copy.copy(caught.value)):

@@ -54,11 +54,11 @@ def test_rekey_keeps_the_content(client: cryptcli.Client, protected: Path, tmp_p
 
 
 def test_inspect_asks_no_server(environment: Environment, client: cryptcli.Client, protected: Path) -> None:
-    before = environment.requests()
+    before = environment.count_requests()
     found = client.inspect(protected)
     assert found["recipients"][0]["issuer"]
     assert found["verified"] is False
-    assert environment.requests() == before
+    assert environment.count_requests() == before
     assert cryptcli.inspect(protected) == found
     assert cryptcli.inspect(io.BytesIO(protected.read_bytes())) == found
 

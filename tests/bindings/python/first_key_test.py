@@ -40,7 +40,7 @@ def assert_one_key(client: cryptcli.Client, room: str, targets: List[Path]) -> N
 def test_threads_get_the_one_key(
     environment: Environment, client: cryptcli.Client, tmp_path: Path, targets: List[Path]
 ) -> None:
-    environment.room("threads")
+    environment.make_room("threads")
     begin = threading.Barrier(MANY)
 
     def work(target: Path) -> None:
@@ -58,7 +58,7 @@ def test_threads_get_the_one_key(
 def test_processes_get_the_one_key(
     environment: Environment, client: cryptcli.Client, tmp_path: Path, targets: List[Path]
 ) -> None:
-    environment.room("processes")
+    environment.make_room("processes")
     begun = [
         subprocess.Popen(
             [sys.executable, "-B", "-c", PROGRAM, environment.service, "processes", tmp_path / "plain", target],

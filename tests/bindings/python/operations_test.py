@@ -89,7 +89,7 @@ def test_what_the_log_raises_comes_out(make_client: MakeClient, tmp_path: Path) 
 def test_cancelling_ends_an_exchange_that_waits(
     environment: Environment, client: cryptcli.Client, protected: Path, tmp_path: Path
 ) -> None:
-    environment.fault("key servers", "slow", number=60_000)
+    environment.set_fault("key servers", "slow", number=60_000)
     cancel = cryptcli.Cancellation()
     timer = threading.Timer(0.2, cancel.cancel)
     timer.start()
@@ -107,19 +107,19 @@ def test_a_cancellation_stays_and_ends_later_operations(
     cancel = cryptcli.Cancellation()
     cancel.cancel()
     assert cancel.cancelled
-    before = environment.requests()
+    before = environment.count_requests()
     with pytest.raises(cryptcli.Cancelled):
         client.verify(ROOM, protected, cancel=cancel)
     with pytest.raises(cryptcli.Cancelled):
         client.encrypt(ROOM, io.BytesIO(CONTENT), io.BytesIO(), cancel=cancel)
-    assert environment.requests() == before
+    assert environment.count_requests() == before
     client.verify(ROOM, protected)
 
 
 def test_one_cancellation_ends_many_operations(
     environment: Environment, client: cryptcli.Client, protected: Path
 ) -> None:
-    environment.fault("key servers", "slow", number=60_000)
+    environment.set_fault("key servers", "slow", number=60_000)
     cancel = cryptcli.Cancellation()
     ended: List[bool] = []
 
@@ -141,7 +141,7 @@ def test_one_cancellation_ends_many_operations(
 def test_a_signal_handler_ends_an_exchange_that_waits(
     environment: Environment, client: cryptcli.Client, protected: Path, tmp_path: Path
 ) -> None:
-    environment.fault("key servers", "slow", number=60_000)
+    environment.set_fault("key servers", "slow", number=60_000)
     timer = threading.Timer(0.3, lambda: os.kill(os.getpid(), signal.SIGINT))
     timer.start()
     start = time.monotonic()
@@ -195,7 +195,7 @@ def test_an_interrupted_client_can_be_used_again(client: cryptcli.Client, protec
 def test_other_threads_run_meanwhile(
     environment: Environment, client: cryptcli.Client, protected: Path
 ) -> None:
-    environment.fault("key servers", "slow", number=1_000, uses=1)
+    environment.set_fault("key servers", "slow", number=1_000, uses=1)
     longest = 0.0
     stop = threading.Event()
 
@@ -237,7 +237,7 @@ def test_closing_waits_for_operations(
     environment: Environment, make_client: MakeClient, protected: Path
 ) -> None:
     client = make_client()
-    environment.fault("key servers", "slow", number=2_000, uses=1)
+    environment.set_fault("key servers", "slow", number=2_000, uses=1)
     started = threading.Event()
     ended: List[float] = []
 

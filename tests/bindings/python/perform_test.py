@@ -52,10 +52,10 @@ def test_an_audit_log_is_a_file_of_the_caller(environment: Environment, client: 
 def test_wrong_arguments_are_refused_before_anything_is_sent(
     environment: Environment, client: cryptcli.Client, operation: str, arguments: Any, reason: str
 ) -> None:
-    before = environment.requests()
+    before = environment.count_requests()
     with pytest.raises(cryptcli.InvalidArgument, match=reason):
         client.perform(operation, arguments)
-    assert environment.requests() == before
+    assert environment.count_requests() == before
 
 
 def test_a_nul_in_an_argument_is_not_cut(environment: Environment, make_client: MakeClient) -> None:

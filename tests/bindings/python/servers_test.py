@@ -9,11 +9,11 @@ from environment import GROUP, ROOM, Environment
 
 
 def test_a_room_is_described(environment: Environment, client: cryptcli.Client) -> None:
-    environment.room("described")
+    environment.make_room("described")
     found = client.room("described")
     assert (found["room"], found["group"], found["keyType"]) == ("described", GROUP, "none")
     assert "certificate" not in found
-    assert found["keyServers"] == environment.key_servers
+    assert found["keyServers"] == list(environment.key_servers)
 
 
 @pytest.mark.usefixtures("protected")
@@ -42,7 +42,7 @@ def test_a_check_without_a_room_asks_the_service_alone(client: cryptcli.Client) 
 
 
 def test_a_server_that_does_not_work_is_a_finding(environment: Environment, client: cryptcli.Client) -> None:
-    environment.fault(1, "status", number=503)
+    environment.set_fault(1, "status", number=503)
     found = client.check(ROOM)
     assert found["ok"] is False
     wrong = [finding for finding in found["findings"] if not finding["ok"]]

@@ -106,6 +106,17 @@ def faults(environment: Environment) -> List[str]:
     return [fault["fault"] for fault in environment.control("GET", "/stand/v1/faults")["set"]]
 
 
+def test_a_restart_keeps_rooms_and_keys() -> None:
+    with Environment() as environment:
+        secret, opened = io.BytesIO(), io.BytesIO()
+        with cryptcli.Client(environment.service) as client:
+            client.encrypt(environment.room, io.BytesIO(b"bytes"), secret)
+        environment.restart()
+        with cryptcli.Client(environment.service) as client:
+            client.decrypt(environment.room, io.BytesIO(secret.getvalue()), opened)
+        assert opened.getvalue() == b"bytes"
+
+
 def test_a_refusal_names_the_member(controlled: Environment) -> None:
     with pytest.raises(ControlError) as caught:
         controlled.control("POST", "/stand/v1/faults", {"server": "0", "fault": "slow", "usess": 1})

@@ -15,7 +15,7 @@ import urllib.parse
 import urllib.request
 from pathlib import Path
 from types import TracebackType
-from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple, Type, Union
+from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple, Type, TypeVar, Union
 
 # Names the program when a test does not.
 VARIABLE = "CRYPTSTAND"
@@ -24,6 +24,8 @@ _CONTROL_SECONDS = 60
 
 #: A server as the control interface names it: "crypt", the index of a key server, its URL, or "all" key servers.
 Server = Union[str, int]
+
+_Self = TypeVar("_Self", bound="Environment")  # a subclass starts as itself
 
 
 class NotStarted(Exception):
@@ -80,7 +82,7 @@ class Environment:
         self._directory: Optional[Path] = None
         self._found: Dict[str, Any] = {}
 
-    def start(self) -> Environment:
+    def start(self: _Self) -> _Self:
         """Starts the program and waits until all servers respond. A running one is stopped first."""
         self.stop()
         self._directory = Path(tempfile.mkdtemp(prefix="cryptstand-"))
@@ -93,22 +95,27 @@ class Environment:
 
     def stop(self) -> None:
         """Stops the program and removes its directory. Does nothing if it is not running."""
-        process, self._process = self._process, None
+        self._end_program()
         directory, self._directory = self._directory, None
-        self._found = {}
-        if process is not None:
-            if process.stdin is not None:
-                process.stdin.close()
-            process.terminate()
-            try:
-                process.wait(_STOP_SECONDS)
-            except subprocess.TimeoutExpired:
-                process.kill()
-                process.wait()
         if directory is not None:
             shutil.rmtree(directory, ignore_errors=True)
 
-    def __enter__(self) -> Environment:
+    def restart(self) -> None:
+        """Ends the program and starts it again with the rooms, groups and keys that it had, as after an outage.
+
+        The servers get other ports unless `arguments` has --port.
+        """
+        directory = self.directory
+        self._end_program()
+        with contextlib.suppress(FileNotFoundError):  # the program has removed it, unless it crashed
+            (directory / "urls.json").unlink()
+        try:
+            self._found = self._run(directory)
+        except BaseException:
+            self.stop()
+            raise
+
+    def __enter__(self: _Self) -> _Self:
         return self if self.running else self.start()
 
     def __exit__(
@@ -205,6 +212,20 @@ class Environment:
             for number in _identifiers(made):
                 with contextlib.suppress(ControlError):  # it may be used up
                     self.control("DELETE", f"/stand/v1/faults/{number}")
+
+    def _end_program(self) -> None:
+        process, self._process = self._process, None
+        self._found = {}
+        if process is None:
+            return
+        if process.stdin is not None:
+            process.stdin.close()
+        process.terminate()
+        try:
+            process.wait(_STOP_SECONDS)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
 
     def _opener(self) -> urllib.request.OpenerDirector:
         # Whatever proxy the variables name, the servers are on this machine.
