@@ -111,6 +111,10 @@ def test_a_restart_keeps_rooms_and_keys() -> None:
         secret, opened = io.BytesIO(), io.BytesIO()
         with cryptcli.Client(environment.service) as client:
             client.encrypt(environment.room, io.BytesIO(b"bytes"), secret)
+        environment.crash()
+        assert not environment.running
+        with cryptcli.Client(environment.service) as client, pytest.raises(cryptcli.Unreachable):
+            client.decrypt(environment.room, io.BytesIO(secret.getvalue()), io.BytesIO())
         environment.restart()
         with cryptcli.Client(environment.service) as client:
             client.decrypt(environment.room, io.BytesIO(secret.getvalue()), opened)

@@ -21,10 +21,9 @@ def driver() -> Iterator[webdriver.Chrome]:
 
 
 @pytest.fixture(scope="session")
-def running(tmp_path_factory: pytest.TempPathFactory) -> Iterator[Environment]:
-    made = Environment(tmp_path_factory.mktemp("environment"), "--key-servers", "3", "--room", "demo")
-    yield made
-    made.stop()
+def running() -> Iterator[Environment]:
+    with Environment() as made:
+        yield made
 
 
 @pytest.fixture

@@ -2,19 +2,19 @@
 
 from __future__ import annotations
 
-import json
 import os
 import random
 import socket
 import subprocess
-import time
+import urllib.error
 import urllib.request
 from pathlib import Path
 from typing import Any, Optional
 
+import cryptcli.testing
+
 # Whatever proxy the environment names, the servers are on this machine.
 _OPENER = urllib.request.build_opener(urllib.request.ProxyHandler({}))
-_START_SECONDS = 60
 
 
 def free_port() -> int:
@@ -30,49 +30,21 @@ def free_port() -> int:
     raise RuntimeError("no free ports")
 
 
-class Environment:
-    """A running cryptstand, with its folder below `folder`."""
+class Environment(cryptcli.testing.Environment):
+    """A running cryptstand with its page."""
 
-    def __init__(self, folder: Path, *options: str) -> None:
-        self._folder = folder
-        self._options = options
-        self.start()
+    @property
+    def token(self) -> str:
+        return str(self._member("token"))
 
-    def start(self) -> None:
-        urls = self._folder / "urls.json"
-        urls.unlink(missing_ok=True)
-        self._log = open(self._folder / "stand.log", "ab")
-        self._process = subprocess.Popen(
-            [os.environ["CRYPTSTAND"], "--dir", self._folder / "stand", "--url-file", urls, *self._options],
-            stdout=self._log,
-            stderr=self._log,
-        )
-        deadline = time.monotonic() + _START_SECONDS
-        while not urls.exists():
-            if self._process.poll() is not None or time.monotonic() > deadline:
-                self.stop()
-                raise RuntimeError((self._folder / "stand.log").read_text())
-            time.sleep(0.05)
-        found = json.loads(urls.read_text())
-        self.service: str = found["service"]
-        self.token: str = found["token"]
-        self.page: str = found["page"]
-
-    def stop(self) -> None:
-        self._process.terminate()
-        self._process.wait()
-        self._log.close()
+    @property
+    def page(self) -> str:
+        """The address of the page, with the token, as the program prints it."""
+        return str(self._member("page"))
 
     def call(self, method: str, path: str, body: Optional[Any] = None) -> Any:
         """Asks the control interface, past the page."""
-        request = urllib.request.Request(
-            f"{self.service}stand/v1/{path}",
-            None if body is None else json.dumps(body).encode(),
-            {"Authorization": f"Bearer {self.token}", "Content-Type": "application/json"},
-            method=method,
-        )
-        with _OPENER.open(request, timeout=60) as response:
-            return json.load(response)
+        return self.control(method, "/stand/v1/" + path, body)
 
     def get(self, path: str) -> None:
         """Asks the crypt service, whatever it responds."""

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-from pathlib import Path
 
 import pytest
 from browser import Page
@@ -51,14 +50,11 @@ class TestToken:
         tab.wait(lambda: not tab.driver.find_element(By.ID, "access").is_displayed())
         tab.turn("Key server 0 up", False)
 
-    def test_may_contain_plus(self, tab: Page, tmp_path: Path) -> None:
-        environment = Environment(tmp_path, "--control-token", "a+b/c=" * 6, "--port", str(free_port()))
-        try:
+    def test_may_contain_plus(self, tab: Page) -> None:
+        with Environment(arguments=["--control-token", "a+b/c=" * 6]) as environment:
             tab.open(environment.service + "#token=" + environment.token)
             tab.turn("Key server 0 up", False)
             tab.driver.get("about:blank")  # follows no server that stops
-        finally:
-            environment.stop()
 
     def test_that_is_wrong_is_not_kept(self, tab: Page, environment: Environment) -> None:
         tab.expects_refusals = True
@@ -277,18 +273,16 @@ def test_a_change_elsewhere_shows_here(page: Page, environment: Environment) -> 
     page.wait(lambda: page.row("Rooms and keys", "elsewhere") != "")
 
 
-def test_the_page_comes_back_after_a_restart(tab: Page, tmp_path: Path) -> None:
+def test_the_page_comes_back_after_a_restart(tab: Page) -> None:
     tab.expects_refusals = True
-    environment = Environment(tmp_path, "--port", str(free_port()), "--control-token", "0123456789abcdef" * 2)
-    try:
+    options = ["--port", str(free_port()), "--control-token", "0123456789abcdef" * 2]
+    with Environment(arguments=options) as environment:
         tab.open(environment.page)
-        environment.stop()
+        environment.crash()
         tab.wait(lambda: "No connection" in tab.text("#connection"))
-        environment.start()
+        environment.restart()
         tab.wait(lambda: tab.text("#connection") == "Live")
         tab.turn("Key server 0 up", False)
-    finally:
-        environment.stop()
 
 
 class TestKeyboard:

@@ -1,6 +1,7 @@
-"""Takes the picture of the page that the documentation shows.
+r"""Takes the picture of the page that the documentation shows.
 
-    CRYPTSTAND=... CRYPTCLI=... CHROMIUM=... CHROMEDRIVER=... tests/stand/page/picture.py FILE.png
+    PYTHONPATH=bindings/python CRYPTCLI_LIBRARY=... CRYPTSTAND=... CRYPTCLI=... CHROMIUM=... CHROMEDRIVER=... \
+        tests/stand/page/picture.py FILE.png
 """
 
 from __future__ import annotations
@@ -29,16 +30,13 @@ def act(page: Page, command: Command) -> None:
 
 
 def take(driver: browser.webdriver.Chrome, folder: Path, target: Path) -> None:
-    environment = Environment(folder, "--port", "7080")
-    try:
+    with Environment(arguments=["--port", "7080"]) as environment:
         page = Page(driver)
         page.open(environment.page)
         act(page, Command(environment, folder))
         page.cdp("Emulation.setDeviceMetricsOverride", width=1200, height=1240, deviceScaleFactor=1, mobile=False)
         page.run("scrollTo(0, 0); document.activeElement.blur()")
         target.write_bytes(driver.get_screenshot_as_png())
-    finally:
-        environment.stop()
 
 
 def main() -> None:

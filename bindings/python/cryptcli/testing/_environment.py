@@ -100,6 +100,13 @@ class Environment:
         if directory is not None:
             shutil.rmtree(directory, ignore_errors=True)
 
+    def crash(self) -> None:
+        """Kills the program: no server responds until `restart` or `start`. Keeps its directory."""
+        self._member("service")
+        if self._process is not None:
+            self._process.kill()
+            self._process.wait()
+
     def restart(self) -> None:
         """Ends the program and starts it again with the rooms, groups and keys that it had, as after an outage.
 
