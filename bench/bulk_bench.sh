@@ -21,11 +21,12 @@ while [ $# -gt 0 ]; do
   shift 2
 done
 
-source scripts/stand.sh
-make_work
-start_stand "$build" --key-servers 3 --room demo
-CRYPTCLI_SERVICE=$(sed -nE 's/.*"service" *: *"([^"]*)".*/\1/p' "$work/urls.json")
-export CRYPTCLI_SERVICE CRYPTCLI_ROOM=demo XDG_CONFIG_HOME=$work TMPDIR=$work
+CRYPTSTAND=$build/stand/cryptstand
+source stand/fixture/cryptstand.sh
+trap cryptstand_stop EXIT
+cryptstand_start --key-servers 3 --room demo
+work=$CRYPTSTAND_FOLDER
+export CRYPTCLI_SERVICE=$CRYPTSTAND_SERVICE CRYPTCLI_ROOM=demo XDG_CONFIG_HOME=$work TMPDIR=$work
 cryptcli=$PWD/$build/tools/cryptcli
 
 mkdir "$work/plain"
@@ -37,7 +38,7 @@ per_file() { awk -v begin="$1" -v end="$2" -v count="$3" 'BEGIN { printf "%.3f\n
 median() { sort -n | awk '{ value[NR] = $1 } END { print NR % 2 ? value[(NR + 1) / 2] : (value[NR / 2] + value[NR / 2 + 1]) / 2 }'; }
 
 ticks=$(getconf CLK_TCK)
-server_cpu() { awk -v ticks="$ticks" '{ print ($14 + $15) * 1000 / ticks }' "/proc/$stand/stat"; } # milliseconds
+server_cpu() { awk -v ticks="$ticks" '{ print ($14 + $15) * 1000 / ticks }' "/proc/$cryptstand_process/stat"; } # milliseconds
 TIMEFORMAT='%U %S'
 
 one_run() { # operation, folder to read, folder to write

@@ -9,20 +9,21 @@ scripts/bootstrap.sh
 echo "Building (a first time takes a few minutes) ..."
 scripts/build.sh release cryptcli_command cryptstand
 
-source scripts/stand.sh
-make_work
+source stand/fixture/cryptstand.sh
+trap cryptstand_stop EXIT
+export CRYPTSTAND=$PWD/build/release/stand/cryptstand
 cryptcli=$PWD/build/release/tools/cryptcli
 heading() { printf '\n== %s\n' "$*"; }
 
+heading "A local test environment: one crypt service, three key servers"
+cryptstand_start --key-servers 3 --room demo
+work=$CRYPTSTAND_FOLDER
+service=$CRYPTSTAND_SERVICE
+cat "$work/output"
 if [ -z "$source_file" ]; then
   source_file=$work/sample.bin
   head -c 5M /dev/urandom >"$source_file"
 fi
-
-heading "A local test environment: one crypt service, three key servers"
-start_stand build/release --key-servers 3 --room demo
-cat "$work/stand.log"
-service=$(sed -nE 's/.*"service" *: *"([^"]*)".*/\1/p' "$work/urls.json")
 key_server=$(sed -nE 's/.*"keyservers" *: *\[ *"([^"]*)".*/\1/p' "$work/urls.json")
 
 protect() { "$cryptcli" encrypt --service "$service" --room demo "$@" "$source_file" "$work/protected.p7m"; }
@@ -38,7 +39,7 @@ open --json
 compare
 
 heading "Failover: the key server $key_server stops"
-change POST faults "{\"server\":\"$key_server\",\"fault\":\"down\"}"
+cryptstand_control POST /stand/v1/faults "{\"server\":\"$key_server\",\"fault\":\"down\"}" >"$work/fault"
 # Each run starts at a random server; repeat until one has tried the dead server.
 tried=
 for round in $(seq 20); do

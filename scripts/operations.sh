@@ -14,9 +14,11 @@ service=http://127.0.0.1:$port/
 servers="\"http://127.0.0.1:$((port + 1))\",\"http://127.0.0.1:$((port + 2))\",\"http://127.0.0.1:$((port + 3))\""
 PATH=$(realpath "$build")/tools:$PATH
 
-source scripts/stand.sh
-make_work
-start_stand "$build" --port "$port"
+CRYPTSTAND=$build/stand/cryptstand
+source stand/fixture/cryptstand.sh
+trap cryptstand_stop EXIT
+cryptstand_start --port "$port"
+work=$CRYPTSTAND_FOLDER
 mkdir "$work/here"
 cd "$work/here"
 
@@ -98,7 +100,7 @@ log=$(member filename)
 show head -n 4 "$log"
 rm -f "$log"
 printf '\n== audit-log, with one key server down\n'
-change POST faults '{"server":1,"fault":"down"}'
+cryptstand_control POST /stand/v1/faults '{"server":1,"fault":"down"}' >"$work/fault"
 show cryptcli audit-log --service "$service" --key-server "http://127.0.0.1:$((port + 1))" \
   --key-server "http://127.0.0.1:$((port + 2))" --group QOB.1.100.1 --output log.csv
 

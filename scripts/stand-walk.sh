@@ -11,8 +11,8 @@ if [ -z "$build" ]; then
   scripts/build.sh release cryptcli_command cryptcli-c cryptstand
   build=$root/build/release
 fi
-source scripts/stand.sh
-make_work
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
 
 # A comment "page: STEP" becomes the command "page STEP".
 awk '/^## / { inside = $0 == "## A first walk" }
