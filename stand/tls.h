@@ -42,6 +42,7 @@ struct TlsSource {
 class TlsSession {
  public:
   TlsSession(const TlsContext& context, int socket);
+  ~TlsSession() = default;
   TlsSession(const TlsSession&) = delete;
   TlsSession& operator=(const TlsSession&) = delete;
 

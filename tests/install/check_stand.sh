@@ -28,7 +28,7 @@ if(cryptcli_FOUND)
   message(FATAL_ERROR "the component $component is found")
 endif()
 END
-  run cmake -S "$work" -B "$work/missing" -DCMAKE_PREFIX_PATH="$prefix"
+  run cmake -G Ninja -S "$work" -B "$work/missing" -DCMAKE_PREFIX_PATH="$prefix"
 done
 
 for shell in dash bash; do
