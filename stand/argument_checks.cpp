@@ -23,6 +23,11 @@ constexpr const char* kTokenLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmno
 
 }  // namespace
 
+// Stand without a folder keeps nothing, which nobody asks for with a variable that is not set.
+std::string CheckFolder(const std::string& path) {
+  return path.empty() ? "the folder must not be empty" : "";
+}
+
 std::string CheckListen(const std::string& address) {
   return IsIpAddress(address) ? "" : "\"" + address + "\" is not an IP address";
 }

@@ -6,6 +6,7 @@ namespace CryptStand {
 
 /// Checks of the program's arguments before anything is tried. Each returns why the value cannot be used, or
 /// an empty string. A reason never has the value of what may be a secret.
+std::string CheckFolder(const std::string& path);
 std::string CheckListen(const std::string& address);
 std::string CheckAnnounce(const std::string& host);
 std::string CheckAllowedHost(const std::string& host);

@@ -76,8 +76,7 @@ ExitCode Fail(const std::string& reason, ExitCode code) {
 
 // From the start of the servers to their end. The warning waits until the address is known to be one that can
 // be listened on.
-ExitCode Serve(const Options& options, UrlFile& urlFile, const sigset_t& signals) {
-  Stand stand(options);
+ExitCode Serve(Stand& stand, const Options& options, UrlFile& urlFile, const sigset_t& signals) {
   std::string error;
   if (!stand.Start(error)) return Fail(error, ExitCodeOf(stand.GetStartFailure()));
   CryptStand::WarnOfOthers(options);
@@ -119,9 +118,14 @@ ExitCode Run(const Options& options, UrlFile urlFile, bool stopAtEof) {
   const sigset_t signals = BlockEndSignals();
   if (stopAtEof) StopAtEndOfInput();
   std::string error;
-  if (!urlFile.Prepare(options.folder, error)) return Fail(error, ExitCode::Folder);
+  if (!urlFile.Check(options.folder, error)) return Fail(error, ExitCode::Folder);
+  Stand stand(options);
+  const bool isReserved = stand.Reserve(error);
+  // The addresses may be those of the environment that uses the folder.
+  if (stand.GetStartFailure() != CryptStand::StartFailure::FolderInUse) urlFile.RemoveOld();
+  if (!isReserved) return Fail(error, ExitCodeOf(stand.GetStartFailure()));
   CryptStand::PrintStart(options);
-  const ExitCode code = Serve(options, urlFile, signals);
+  const ExitCode code = Serve(stand, options, urlFile, signals);
   if (code == ExitCode::Success) std::cout << "cryptstand: stopped\n" << std::flush;
   return code;
 }
@@ -132,7 +136,9 @@ ExitCode RunCommand(int argc, char** argv) {
       "in its folder.");
   Options options;
   std::string urlFile;
-  app.add_option("--dir", options.folder, "Folder that keeps keys and rooms")->required();
+  app.add_option("--dir", options.folder, "Folder that keeps keys and rooms")
+      ->required()
+      ->check(CryptStand::CheckFolder);
   app.add_option("--key-servers", options.keyServers, "Number of key servers")->check(CLI::Range(1, 100));
   app.add_option("--port", options.port, "Port of the crypt service; the key servers take those after it")
       ->check(CLI::Range(1, 65535));

@@ -87,6 +87,7 @@ class Stand::Impl : public Servers {
 
   const Options options;
   StartFailure failure = StartFailure::None;
+  bool isReserved = false;
   FolderLock lock;  // held until everything that uses the folder is destroyed
   Realm realm;
   Environment environment;
@@ -259,7 +260,7 @@ bool Stand::Impl::Start(std::string& error) {
       [this](const HttpRequest& request, const std::stop_token& stop) { return ServeCrypt(request, stop); });
   if (options.tls) tls.Secure(*crypt, kCryptService);
   // What can fail at once comes first: generating keys takes time.
-  failure = LockFolder(error);
+  if (!isReserved) failure = LockFolder(error);
   if (failure == StartFailure::None && !Bind(error)) failure = StartFailure::Port;
   if (failure == StartFailure::None && !SetUpHeaders(error)) failure = StartFailure::Other;
   if (failure == StartFailure::None && !OpenRecording(error)) failure = StartFailure::Other;
@@ -274,6 +275,12 @@ Stand::Stand(Options options) : impl_(std::make_unique<Impl>(std::move(options))
 Stand::~Stand() {
   // The crypt service goes down first: its control interface uses the key servers.
   if (impl_->crypt != nullptr) impl_->crypt->Down();
+}
+
+bool Stand::Reserve(std::string& error) {
+  impl_->failure = impl_->LockFolder(error);
+  impl_->isReserved = impl_->failure == StartFailure::None;
+  return impl_->isReserved;
 }
 
 bool Stand::Start(std::string& error) {

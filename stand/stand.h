@@ -73,8 +73,8 @@ enum class StartFailure {
   Other,
 };
 
-/// A running test environment; owns its servers and threads. All members but Start() may be called from any
-/// thread. Servers are named by the index of the key server or by kCryptService.
+/// A running test environment; owns its servers and threads. All members but Reserve() and Start() may be
+/// called from any thread. Servers are named by the index of the key server or by kCryptService.
 class Stand {
  public:
   explicit Stand(Options options = {});
@@ -83,10 +83,13 @@ class Stand {
   Stand(const Stand&) = delete;
   Stand& operator=(const Stand&) = delete;
 
-  /// Takes the folder for this object, opens it and brings all servers up. Called once. False with the reason
-  /// in `error`.
+  /// Takes the folder for this object. Called before Start() by whoever has to know that no other environment
+  /// runs on it. False with the reason in `error`.
+  bool Reserve(std::string& error);
+  /// Takes the folder unless that is done, opens it and brings all servers up. Called once. False with the
+  /// reason in `error`.
   bool Start(std::string& error);
-  /// The type of the failure of Start().
+  /// The type of the failure of Reserve() or Start().
   StartFailure GetStartFailure() const;
 
   /// Base URL of the crypt service; it ends in a slash.

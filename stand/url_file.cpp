@@ -1,5 +1,6 @@
-// The file that scripts wait for. The program prepares it before anything else: a start that fails must not
-// leave the addresses of an earlier one, and a path that cannot be written is found before keys are made.
+// The file that scripts wait for. The program checks it before anything else, so that a path that cannot be
+// written is found before keys are made. A start that fails must not leave the addresses of an earlier run;
+// but those of an environment that still runs in the folder stay.
 #include "stand/url_file.h"
 
 #include <cerrno>
@@ -33,21 +34,19 @@ bool IsInFolder(const std::string& path, const std::string& folder) {
 }
 
 // Renaming would replace a device or a pipe just like a file. To a superuser even /dev/null.
-bool RemoveOld(const std::string& path, std::string& error) {
+bool IsReplaceable(const std::string& path, std::string& error) {
   struct stat found = {};
-  if (stat(path.c_str(), &found) == 0 && !S_ISREG(found.st_mode)) {
-    errno = EISDIR;
-    return S_ISDIR(found.st_mode) ? FailWithErrno(path, error) : FailWith(path, "not a regular file", error);
-  }
-  return unlink(path.c_str()) == 0 || errno == ENOENT || FailWithErrno(path, error);
+  if (stat(path.c_str(), &found) != 0 || S_ISREG(found.st_mode)) return true;
+  errno = EISDIR;
+  return S_ISDIR(found.st_mode) ? FailWithErrno(path, error) : FailWith(path, "not a regular file", error);
 }
 
 }  // namespace
 
 // Permissions alone do not say whether a file can be written: the file system may be full or read-only.
-bool UrlFile::Prepare(const std::string& folder, std::string& error) const {
+bool UrlFile::Check(const std::string& folder, std::string& error) const {
   if (path_.empty()) return true;
-  if (!RemoveOld(path_, error)) return false;
+  if (!IsReplaceable(path_, error)) return false;
   if (IsInFolder(path_, folder) && !MakeFolder(folder, error)) return false;
   const std::string trial = path_ + ".new";
   const int file = open(trial.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
@@ -55,6 +54,10 @@ bool UrlFile::Prepare(const std::string& folder, std::string& error) const {
   close(file);
   unlink(trial.c_str());
   return true;
+}
+
+void UrlFile::RemoveOld() const {
+  if (!path_.empty()) unlink(path_.c_str());
 }
 
 bool UrlFile::Write(const std::string& addresses, std::string& error) {

@@ -12,9 +12,11 @@ class UrlFile {
   /// Does nothing if the path is empty.
   explicit UrlFile(std::string path) : path_(std::move(path)) {}
 
-  /// Removes the file of an earlier run and tries whether one can be written. Makes `folder`, that of the
+  /// Tries whether the file can be written, and leaves one that exists as it is. Makes `folder`, that of the
   /// environment, if the file is to be in it. False with the reason in `error`.
-  bool Prepare(const std::string& folder, std::string& error) const;
+  bool Check(const std::string& folder, std::string& error) const;
+  /// Removes the file of an earlier run.
+  void RemoveOld() const;
   /// Writes the addresses so that only the owner can read them. The file appears as a whole, so that a
   /// waiting script never reads half of it. False with the reason in `error`.
   bool Write(const std::string& addresses, std::string& error);

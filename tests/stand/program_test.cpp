@@ -77,6 +77,7 @@ TEST(ProgramTest, RunsAProxyAndRequiresHeaders) {
   Peer peer({"", "", "", proxy});
   EXPECT_EQ(peer.Send("GET", url).status, 401);
   EXPECT_EQ(peer.Send("GET", url, std::nullopt, {{"X-A", "b"}}).status, 200);
+  EXPECT_THAT(program.Out(), testing::HasSubstr(" --header 'X-A: VALUE' FILE FILE.p7m\n"));
   EXPECT_EQ(program.Stop(SIGTERM), 0) << program.Error();
 }
 
@@ -212,6 +213,20 @@ TEST(ProgramTest, RemovesOldAddressesWhenItDoesNotStart) {
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
+TEST(ProgramTest, KeepsTheAddressesOfTheEnvironmentThatUsesTheFolder) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  std::string error;
+  Stand running({.folder = folder.Path("state")});
+  ASSERT_TRUE(running.Reserve(error)) << error;
+  std::ofstream(file) << "{}";
+  Program program(folder, {"--dir", folder.Path("state"), "--url-file", file});
+  EXPECT_EQ(program.Wait(), 10);
+  EXPECT_THAT(program.Error(), testing::HasSubstr("is in use by process"));
+  EXPECT_EQ(program.Out(), "") << "it does not start";
+  EXPECT_EQ(ReadFile(file), "{}");
+}
+
 TEST(ProgramTest, RemovesItsAddressesAtItsEnd) {
   const Folder folder;
   const std::string file = folder.Path("urls.json");
@@ -271,6 +286,13 @@ TEST(ProgramTest, NeedsAFolder) {
   Program program(folder, {});
   EXPECT_EQ(program.Wait(), 2);
   EXPECT_THAT(program.Error(), testing::HasSubstr("--dir"));
+}
+
+TEST(ProgramTest, RefusesAnEmptyFolder) {
+  const Folder folder;
+  Program program(folder, {"--dir", ""});
+  EXPECT_EQ(program.Wait(), 2);
+  EXPECT_THAT(program.Error(), testing::HasSubstr("the folder must not be empty"));
 }
 
 TEST(ProgramTest, TakesTheLargestSeed) {
