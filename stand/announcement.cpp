@@ -61,13 +61,28 @@ std::string ShellQuote(const std::string& text) {
 }
 
 // What the command needs to reach the servers, besides the address.
-std::string SecurityArguments(const Stand& stand, const Options& options) {
-  if (!options.tls) return {};
-  std::string arguments = "--ca-file " + ShellQuote(Absolute(stand.GetServerAuthorityFile())) + " ";
-  if (stand.GetClient().certificate.IsEmpty()) return arguments;
+std::string ClientArguments(const Stand& stand, const Options& options) {
+  if (options.clientCa.empty()) return {};
+  if (stand.GetClient().certificate.IsEmpty()) return "--client-cert CERTIFICATE --client-key KEY ";
   const std::string folder = Absolute(options.folder);
-  return arguments + "--client-cert " + ShellQuote(folder + "/client.pem") + " --client-key " +
+  return "--client-cert " + ShellQuote(folder + "/client.pem") + " --client-key " +
          ShellQuote(folder + "/client.key") + " ";
+}
+
+// A header's value may be a secret, which does not belong into the output.
+std::string HeaderArguments(const Options& options) {
+  std::string arguments;
+  for (const std::string& header : options.requiredHeaders) {
+    arguments += "--header " + ShellQuote(header.substr(0, header.find(':')) + ": VALUE") + " ";
+  }
+  return arguments;
+}
+
+std::string SecurityArguments(const Stand& stand, const Options& options) {
+  const std::string headers = HeaderArguments(options);
+  if (!options.tls) return headers;
+  return "--ca-file " + ShellQuote(Absolute(stand.GetServerAuthorityFile())) + " " +
+         ClientArguments(stand, options) + headers;
 }
 
 }  // namespace
@@ -86,7 +101,7 @@ void WarnOfOthers(const Options& options) {
   std::cerr
       << "cryptstand: warning: " << options.listen
       << " may be reached from other machines; private keys are unencrypted, and whoever reaches a port "
-         "changes how the servers behave: only in a container or an isolated network\n";
+         "uses them: only in a container or an isolated network\n";
 }
 
 void PrintBanner(const Stand& stand, const Options& options) {
