@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <iostream>
 #include <memory>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -92,6 +93,11 @@ bool Recording::Open(const std::string& path, const std::string& startLine, std:
   struct stat status = {};
   if (file_ < 0 || fstat(file_, &status) != 0) {
     error = Because(path);
+    return false;
+  }
+  // Lines of two programs in one file would be exchanges of environments that know nothing of each other.
+  if (S_ISREG(status.st_mode) && flock(file_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    error = path + " is being written by another process";
     return false;
   }
   if (!S_ISREG(status.st_mode) || (status.st_size > 0 && !IsStartLine(ReadFirstLine(file_)))) {

@@ -57,8 +57,11 @@ std::optional<RoomKeyRecord> ReadRoomKey(Statement statement) {
 bool Store::Open(const std::string& folder, std::string& error) {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (!folder.empty() && !MakeFolder(folder, error)) return false;
-  return database_.Open(folder.empty() ? folder : folder + "/stand.sqlite", error) &&
-         database_.Execute(kSchema, error);
+  const std::string path = folder.empty() ? folder : folder + "/stand.sqlite";
+  if (!database_.Open(path, error)) return false;
+  if (database_.Execute(kSchema, error)) return true;
+  error = path + ": " + error;
+  return false;
 }
 
 std::optional<Identity> Store::GetIdentity(const std::string& name) {

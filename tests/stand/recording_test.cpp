@@ -63,6 +63,15 @@ TEST_F(RecordingFileTest, ClosesAnEmptyFileToOthers) {
   EXPECT_EQ(ModeOf(Path()), 0600U);
 }
 
+TEST_F(RecordingFileTest, RefusesAFileThatAnotherProcessWrites) {
+  Recording first;
+  ASSERT_TRUE(Open(first)) << error;
+  Recording second;
+  EXPECT_FALSE(Open(second));
+  EXPECT_EQ(error, Path() + " is being written by another process");
+  EXPECT_EQ(Slurp(Path()), start + "\n");
+}
+
 TEST_F(RecordingFileTest, RefusesAFileWithOtherContents) {
   for (const char* text : {"a letter\n", "\n", "{}\n", R"({"recording":"cryptstand","version":2})"}) {
     Make(text);

@@ -166,6 +166,7 @@ TEST(StoreFolderTest, SaysWhyAFileIsNoDatabase) {
   Store store;
   std::string error;
   EXPECT_FALSE(store.Open(folder.Path(), error));
+  EXPECT_THAT(error, testing::StartsWith(folder.Path("stand.sqlite") + ": "));
   EXPECT_THAT(error, testing::HasSubstr("not a database"));
 }
 
