@@ -17,6 +17,15 @@ std::string ReasonOf(const std::string& path, int code) {
   return path + ": " + std::generic_category().message(code);
 }
 
+// In a directory like /tmp another user may have made the folder, and may replace what is written into it.
+bool IsForeign(const std::string& folder) {
+  struct stat found = {};
+  struct stat parent = {};
+  const std::string above = folder + "/..";
+  return stat(folder.c_str(), &found) == 0 && found.st_uid != geteuid() &&
+         stat(above.c_str(), &parent) == 0 && (parent.st_mode & S_IWOTH) != 0;
+}
+
 // The number that the holder of the lock has written; empty in the moment before it has.
 std::string ReadHolder(int file) {
   char text[32];
@@ -34,8 +43,13 @@ void WriteHolder(int file) {
 }  // namespace
 
 bool MakeFolder(const std::string& folder, std::string& error) {
-  if (mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST) return true;
-  error = ReasonOf(folder, errno);
+  if (mkdir(folder.c_str(), 0700) == 0) return true;
+  if (errno != EEXIST) {
+    error = ReasonOf(folder, errno);
+    return false;
+  }
+  if (!IsForeign(folder)) return true;
+  error = folder + ": belongs to another user, in a directory where everybody can write";
   return false;
 }
 

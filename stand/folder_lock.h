@@ -4,7 +4,8 @@
 
 namespace CryptStand {
 
-/// Creates a folder with mode 0700, unless it exists. False with the reason in `error`.
+/// Creates a folder with mode 0700, unless it exists. False with the reason in `error`, also for the folder
+/// of another user in a directory like /tmp.
 bool MakeFolder(const std::string& folder, std::string& error);
 
 /// Keeps a folder for one test environment: a lock on the file "lock" in it, which holds the number of the

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "stand/stand.h"
@@ -43,6 +44,18 @@ TEST(FolderLockTest, SaysWhyAFolderCannotBeLocked) {
   FolderLock lock;
   EXPECT_EQ(lock.Take(folder.Path("none"), error), Result::Failed);
   EXPECT_EQ(error, folder.Path("none/lock") + ": No such file or directory");
+}
+
+TEST(FolderLockTest, RefusesTheFolderOfAnotherUserWhereEverybodyCanWrite) {
+  const Folder folder;
+  const std::string state = folder.Path("state");
+  std::string error;
+  ASSERT_TRUE(MakeFolder(state, error)) << error;
+  if (chown(state.c_str(), 65534, 65534) != 0) GTEST_SKIP() << "needs a superuser";
+  EXPECT_TRUE(MakeFolder(state, error)) << error;
+  ASSERT_EQ(chmod(folder.Path().c_str(), 01777), 0);
+  EXPECT_FALSE(MakeFolder(state, error));
+  EXPECT_EQ(error, state + ": belongs to another user, in a directory where everybody can write");
 }
 
 TEST(FolderLockTest, KeepsAFolderForOneEnvironment) {
