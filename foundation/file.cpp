@@ -9,12 +9,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "foundation/encoding.h"
 #include "foundation/errno_saver.h"
 #include "foundation/errorstate.h"
 #include "foundation/format.h"
 #include "foundation/posix_file.h"
 #include "foundation/private_file.h"
+#include "foundation/text_checks.h"
 
 namespace OruGuiBase {
 
@@ -33,13 +33,6 @@ bool IsUnsafe(char character) {
   constexpr std::string_view kReserved = "/\\:*?\"<>|";
   const auto byte = static_cast<unsigned char>(character);
   return byte < 0x20 || byte == 0x7F || kReserved.find(character) != std::string_view::npos;
-}
-
-// Length of the UTF-8 character at the start of the string, or 0 if the bytes there are not UTF-8.
-std::uint32_t CharacterLength(std::string_view text) {
-  const auto lead = static_cast<unsigned char>(text.front());
-  const std::uint32_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-  return length <= text.size() && IsValidUTF8(text.data(), length) ? length : 0;
 }
 
 }  // namespace
@@ -85,7 +78,7 @@ AnsiStr File::MakeName(const AnsiStr& name) noexcept {
   AnsiStr safe;
   safe.Reserve(name.GetLength());
   for (std::string_view rest = name.View(); !rest.empty();) {
-    const std::uint32_t length = CharacterLength(rest);
+    const std::size_t length = GetCharacterLength(rest);
     const bool isUnsafe = length == 0 || IsUnsafe(rest.front()) || (safe.IsEmpty() && rest.front() == '.');
     safe.Append(isUnsafe ? "_" : rest.substr(0, length));
     rest.remove_prefix(isUnsafe ? 1 : length);

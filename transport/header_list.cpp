@@ -9,6 +9,7 @@
 #include "foundation/encoding.h"
 #include "foundation/format.h"
 #include "foundation/reference.h"
+#include "foundation/text_checks.h"
 
 namespace OruKalvix {
 
@@ -16,26 +17,6 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
 
 namespace {
-
-bool IsTokenCharacter(char c) {
-  if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
-  return std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
-}
-
-bool IsToken(const AnsiStr& name) {
-  for (const char c : name.View()) {
-    if (!IsTokenCharacter(c)) return false;
-  }
-  return !name.IsEmpty();
-}
-
-bool IsFieldValue(const AnsiStr& value) {
-  for (const char c : value.View()) {
-    const auto byte = static_cast<unsigned char>(c);
-    if ((byte < 0x20 && c != '\t') || byte == 0x7F) return false;
-  }
-  return true;
-}
 
 // libcurl sets these from the body. A second value would let servers disagree about where the request ends
 // (request smuggling; RFC 9112, 11.2).
@@ -46,11 +27,11 @@ bool IsFraming(const AnsiStr& name) {
 
 // The message never contains the header's value, which may be a secret.
 bool CheckHeader(const AnsiStr& name, const AnsiStr& value, AnsiStr& errorText) {
-  if (!IsToken(name)) {
+  if (!OruGuiBase::IsHeaderName(name.View())) {
     errorText = AnsiStr("Invalid header name ") + OruGuiBase::SimpleQuote(name);
   } else if (IsFraming(name)) {
     errorText = AnsiStr("Header ") + name + " is set by the transport alone";
-  } else if (!IsFieldValue(value)) {
+  } else if (!OruGuiBase::IsHeaderValue(value.View())) {
     errorText = AnsiStr("Invalid value of header ") + name + ": it contains a control character";
   } else {
     return true;
