@@ -8,16 +8,6 @@
 namespace CryptStand {
 namespace {
 
-constexpr const char* kReplacement = "\xEF\xBF\xBD";  // U+FFFD
-
-// Bytes of the longest valid character at the beginning, 0 for none.
-std::size_t CharacterSize(std::string_view text) {
-  for (std::size_t size = 1; size <= 4 && size <= text.size(); ++size) {
-    if (IsUtf8(text.substr(0, size))) return size;
-  }
-  return 0;
-}
-
 std::string SecondText(const std::tm& time) {
   char text[64];
   std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", time.tm_year + 1900, time.tm_mon + 1,
@@ -33,14 +23,7 @@ std::string DateText(const ASN1_TIME* date) {
 }  // namespace
 
 Val PrintableVal(std::string_view bytes) {
-  if (IsUtf8(bytes)) return TextVal(bytes);
-  std::string printable;
-  while (!bytes.empty()) {
-    const std::size_t size = CharacterSize(bytes);
-    printable += size > 0 ? bytes.substr(0, size) : kReplacement;
-    bytes.remove_prefix(std::max<std::size_t>(size, 1));
-  }
-  return TextVal(printable);
+  return TextVal(OruGuiBase::MakeUtf8(bytes));
 }
 
 std::string TimeText(std::chrono::system_clock::time_point time) {

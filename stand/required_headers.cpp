@@ -2,25 +2,12 @@
 // name the header and never its value, which may be a secret that somebody tries out here.
 #include "stand/required_headers.h"
 
-#include <algorithm>
 #include <strings.h>
+
+#include "foundation/text_checks.h"
 
 namespace CryptStand {
 namespace {
-
-bool IsToken(const std::string& name) {
-  constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-  return !name.empty() && std::all_of(name.begin(), name.end(), [&](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-           kMarks.find(c) != std::string_view::npos;
-  });
-}
-
-bool IsValue(const std::string& value) {
-  return !value.empty() && std::none_of(value.begin(), value.end(), [](char c) {
-    return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f;
-  });
-}
 
 // RFC 9110, 11.6.1: a refusal with status 401 names a scheme. That of "Authorization" is its first word;
 // other headers have none, so their name stands for it.
@@ -40,9 +27,10 @@ std::optional<RequiredHeader> ParseRequiredHeader(const std::string& line) {
   if (colon == std::string::npos) return std::nullopt;
   const std::size_t begin = line.find_first_not_of(" \t", colon + 1);
   const std::string name = line.substr(0, colon);
-  if (!IsToken(name) || begin == std::string::npos) return std::nullopt;
+  if (!OruGuiBase::IsHeaderName(name) || begin == std::string::npos) return std::nullopt;
   std::string value = line.substr(begin, line.find_last_not_of(" \t") - begin + 1);
-  return IsValue(value) ? std::optional(RequiredHeader(name, std::move(value))) : std::nullopt;
+  return OruGuiBase::IsHeaderValue(value) ? std::optional(RequiredHeader(name, std::move(value)))
+                                          : std::nullopt;
 }
 
 std::optional<Served> RefuseWithoutHeaders(const HttpRequest& request,

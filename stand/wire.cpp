@@ -27,10 +27,6 @@ std::string FromAnsi(const AnsiStr& text) {
 
 }  // namespace
 
-bool IsUtf8(std::string_view bytes) {
-  return OruGuiBase::IsValidUTF8(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-}
-
 AnsiStr ToAnsi(std::string_view text) {
   return AnsiStr(text);
 }

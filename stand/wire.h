@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "foundation/kvmap.h"
+#include "foundation/text_checks.h"
 #include "foundation/val.h"
 #include "stand/cert_maker.h"
 #include "stand/http.h"
@@ -18,7 +19,7 @@ using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 OruGuiBase::AnsiStr ToAnsi(std::string_view text);
-bool IsUtf8(std::string_view bytes);
+using OruGuiBase::IsUtf8;
 
 /// Parses JSON; none unless it is a valid object.
 std::optional<KVMap> ReadObject(const std::string& text);
