@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "foundation/text_checks.h"
+
 namespace CryptCli {
 
 namespace {
@@ -21,10 +23,6 @@ std::string_view Trim(std::string_view text) {
   const std::size_t begin = text.find_first_not_of(" \t\r");
   if (begin == std::string_view::npos) return {};
   return text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
-}
-
-bool HasControlCharacter(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; });
 }
 
 /// Parses one file line by line. Lives as long as one call of ParseConfigFile.
@@ -48,7 +46,7 @@ class Parser {
 
   void ParseLine(std::string_view line) {
     if (line.empty() || line.front() == '#') return;
-    if (HasControlCharacter(line)) return Complain("the line contains a control character");
+    if (OruGuiBase::HasControlCharacter(line)) return Complain("the line contains a control character");
     if (line.front() == '[') return ParseSection(line);
     const std::size_t equals = line.find('=');
     const std::string key(Trim(line.substr(0, equals)));

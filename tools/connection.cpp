@@ -9,6 +9,7 @@
 
 #include "foundation/encoding.h"
 #include "foundation/stream.h"
+#include "foundation/text_checks.h"
 #include "tools/files.h"
 #include "tools/value_check.h"
 
@@ -18,13 +19,6 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
 
 namespace {
-
-bool HasControlCharacter(std::string_view text) {
-  for (const char c : text) {
-    if ((static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F) return true;
-  }
-  return false;
-}
 
 // Skips empty lines.
 bool AddHeaders(const AnsiStr& text, KVMap& headers, AnsiStr& errorText) {
@@ -43,7 +37,7 @@ bool AddHeaders(const AnsiStr& text, KVMap& headers, AnsiStr& errorText) {
 bool AddHeader(const AnsiStr& line, KVMap& headers) {
   const std::string_view view = line.View();
   const std::size_t colon = view.find(':');
-  if (colon == std::string_view::npos || colon == 0 || HasControlCharacter(view)) return false;
+  if (colon == std::string_view::npos || colon == 0 || !OruGuiBase::IsHeaderValue(view)) return false;
   const std::string_view name = view.substr(0, colon);
   if (name.find_first_of(" \t") != std::string_view::npos) return false;
   return headers.Set(AnsiStr(name), OruGuiBase::CleanStr(AnsiStr(view.substr(colon + 1))));

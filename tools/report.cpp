@@ -12,6 +12,7 @@
 #include "foundation/encoding.h"
 #include "foundation/errorstate.h"
 #include "foundation/json.h"
+#include "foundation/text_checks.h"
 
 namespace CryptCli {
 
@@ -21,14 +22,6 @@ using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
 namespace {
-
-// Length in bytes of the UTF-8 character at the start of a non-empty string; 0 when there is none.
-std::uint32_t CharacterLength(std::string_view text) {
-  for (std::uint32_t length = 1; length <= 4 && length <= text.size(); ++length) {
-    if (OruGuiBase::IsValidUTF8(text.data(), length)) return length;
-  }
-  return 0;
-}
 
 KVMap ReadMembers(std::string_view json) {
   KVMap members;
@@ -71,14 +64,8 @@ bool WriteAtOnce(int descriptor, std::string_view text) {
 }  // namespace
 
 AnsiStr ToUTF8(const AnsiStr& text) {
-  if (OruGuiBase::IsValidUTF8(text.GetText(), text.GetLength())) return text;
-  AnsiStr clean;
-  for (std::string_view rest = text.View(); !rest.empty();) {
-    const std::uint32_t length = CharacterLength(rest);
-    clean.Append(length > 0 ? rest.substr(0, length) : std::string_view("\xEF\xBF\xBD"));
-    rest.remove_prefix(length > 0 ? length : 1);
-  }
-  return clean;
+  if (OruGuiBase::IsUtf8(text.View())) return text;
+  return AnsiStr(OruGuiBase::MakeUtf8(text.View()));
 }
 
 AnsiStr ToLine(const AnsiStr& text) {

@@ -19,29 +19,11 @@ std::string_view OrEmpty(const char* text) {
   return text != nullptr ? std::string_view(text) : std::string_view();
 }
 
-bool HasControlCharacter(std::string_view text) {
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte < 0x20 || byte == 0x7F) return true;
-  }
-  return false;
-}
-
 cryptcli_status CheckUrl(const char* what, std::string_view url, cryptcli_error** error) {
-  if (!CryptCliC::IsUtf8(url) || HasControlCharacter(url)) {
+  if (!CryptCliC::IsUtf8(url) || OruGuiBase::HasControlCharacter(url)) {
     return Fail(error, CRYPTCLI_INVALID_ARGUMENT, std::string(what) + " is not a URL");
   }
   return CRYPTCLI_OK;
-}
-
-// RFC 9110, section 5.6.2: the characters of a token, of which a header's name is made.
-bool IsToken(std::string_view name) {
-  constexpr std::string_view kOthers = "!#$%&'*+-.^_`|~";
-  for (const char c : name) {
-    const bool isAlphanumeric = (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-    if (!isAlphanumeric && kOthers.find(c) == std::string_view::npos) return false;
-  }
-  return !name.empty();
 }
 
 // What all setters have around their work.
@@ -111,8 +93,8 @@ cryptcli_status cryptcli_options_add_header(cryptcli_options* options, const cha
                                             cryptcli_error** error) {
   return Set(options, error, [&]() -> cryptcli_status {
     // The value may be a secret and is not quoted.
-    if (!IsToken(OrEmpty(name)) || value == nullptr || HasControlCharacter(value) ||
-        !CryptCliC::IsUtf8(value)) {
+    if (!OruGuiBase::IsHeaderName(OrEmpty(name)) || value == nullptr ||
+        OruGuiBase::HasControlCharacter(value) || !CryptCliC::IsUtf8(value)) {
       return Fail(error, CRYPTCLI_INVALID_ARGUMENT,
                   "A header has a name of letters, digits and hyphens and a value of one line");
     }

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "foundation/encoding.h"
 #include "foundation/json.h"
 #include "foundation/reference.h"
 #include "foundation/val.h"
@@ -15,31 +14,10 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
-namespace {
-
-// Bytes of the UTF-8 character at the start of a string that is not empty; 0 if there is none, or a NUL.
-std::size_t CharacterLength(std::string_view text) {
-  if (text.front() == '\0') return 0;
-  for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length) {
-    if (IsUtf8(text.substr(0, length))) return length;
-  }
-  return 0;
-}
-
-}  // namespace
-
-bool IsUtf8(std::string_view text) {
-  return OruGuiBase::IsValidUTF8(text.data(), static_cast<std::uint32_t>(text.size()));
-}
-
 std::string MakeUtf8(std::string_view text) {
-  if (IsUtf8(text) && text.find('\0') == std::string_view::npos) return std::string(text);
-  std::string clean;
-  while (!text.empty()) {
-    const std::size_t length = CharacterLength(text);
-    clean += length > 0 ? text.substr(0, length) : std::string_view("\xEF\xBF\xBD");
-    text.remove_prefix(length > 0 ? length : 1);
-  }
+  std::string clean = OruGuiBase::MakeUtf8(text);
+  for (std::size_t at = 0; (at = clean.find('\0', at)) != std::string::npos;)
+    clean.replace(at, 1, "\xEF\xBF\xBD");
   return clean;
 }
 

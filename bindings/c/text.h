@@ -6,6 +6,7 @@
 #include "foundation/ansistr.h"
 #include "foundation/datetime.h"
 #include "foundation/kvmap.h"
+#include "foundation/text_checks.h"
 
 // Strings on their way between C, the standard library and the class below.
 namespace CryptCliC {
@@ -17,7 +18,7 @@ inline OruGuiBase::AnsiStr ToAnsi(std::string_view text) {
   return OruGuiBase::AnsiStr(text);
 }
 
-bool IsUtf8(std::string_view text);
+using OruGuiBase::IsUtf8;
 /// The string with U+FFFD in place of bytes that are not UTF-8, so that JSON can have it, and of NUL bytes,
 /// where a C string would end.
 std::string MakeUtf8(std::string_view text);
