@@ -1,6 +1,7 @@
 // GET /stand/ and GET /stand/v1/state, and what the routes have in common. The other resources are in
 // control_*.cpp, each with its rows of the table.
 #include <algorithm>
+#include <numeric>
 #include <charconv>
 
 #include "stand/control_json.h"
@@ -82,10 +83,11 @@ std::vector<int> ReadServersAnd(ControlCall& call, std::vector<int> servers) {
   const Val value = call.input.Get("server");
   const bool isNumber = value.GetType() == OruGuiBase::ValType::Integer;
   const std::string name = isNumber ? std::to_string(value.AsInteger()) : call.input.ReadString("server");
-  std::vector<int> keyServers;
-  for (int server = 0; server < all.CountKeyServers(); ++server) keyServers.push_back(server);
+  std::vector<int> keyServers(static_cast<std::size_t>(all.CountKeyServers()));
+  std::iota(keyServers.begin(), keyServers.end(), 0);
   if (name == "all") return keyServers;
   std::vector<std::string> allowed;
+  allowed.reserve(servers.size() + keyServers.size() + 1);
   for (const int server : servers) allowed.push_back(ServerName(server));
   allowed.emplace_back("all");
   for (const int server : keyServers) allowed.push_back(ServerName(server));

@@ -13,7 +13,7 @@ std::size_t WeightOf(const Event& event) {
        {&event.method, &event.target, &event.operation, &event.outcome, &event.room, &event.peer}) {
     weight += text->size();
   }
-  for (const std::string& fault : event.faults) weight += sizeof fault + fault.size();
+  for (const std::string& fault : event.faults) weight += sizeof(std::string) + fault.size();
   return weight;
 }
 
