@@ -9,6 +9,7 @@ namespace Bench {
 namespace {
 
 constexpr unsigned kMaxCount = 1U << 20;
+constexpr std::size_t kMaxSize = std::size_t{1} << 30;
 
 }  // namespace
 
@@ -20,6 +21,10 @@ Arguments::~Arguments() = default;
 void Arguments::AddNumber(const std::string& name, std::function<void(unsigned)> take,
                           const std::string& help) {
   app_->add_option_function<unsigned>(name, std::move(take), help)->check(CLI::Range(1U, kMaxCount));
+}
+
+void Arguments::AddSize(const std::string& name, std::size_t& value, const std::string& help) {
+  app_->add_option(name, value, help)->check(CLI::Range(std::size_t{1}, kMaxSize));
 }
 
 void Arguments::AddSeed(const std::string& name, unsigned& value, const std::string& help) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -27,6 +28,8 @@ class Arguments {
     AddNumber(
         name, [&value](unsigned number) { value = static_cast<Number>(number); }, help);
   }
+  /// A number of bytes, up to 1 GiB.
+  void AddSize(const std::string& name, std::size_t& value, const std::string& help);
   /// Any 32-bit number.
   void AddSeed(const std::string& name, unsigned& value, const std::string& help);
   void AddFlag(const std::string& name, bool& value, const std::string& help);

@@ -3,7 +3,6 @@
 //
 //   c_layer_bench [--rounds N] [--dir DIR] [--size BYTES]
 //   c_layer_bench --only c|class --size BYTES --times N    one side alone, for a profiler
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cryptcli/cryptcli.h>
 #include <cstdio>
@@ -12,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/arguments.h"
 #include "bench/process.h"
 #include "bench/service.h"
 #include "client/cryptcli.h"
@@ -201,14 +201,17 @@ bool RunOnly(const Settings& settings, const std::string& dir) {
 
 int main(int argc, char** argv) {
   Settings settings;
-  CLI::App app("What the C interface costs over the class", "c_layer_bench");
-  app.add_option("--rounds", settings.rounds, "number of rounds; medians are reported")
-      ->check(CLI::Range(1, 1 << 20));
-  app.add_option("--dir", settings.dir, "where the files are made")->check(CLI::ExistingDirectory);
-  app.add_option("--only", settings.only, "one side alone")->check(CLI::IsMember({"c", "class"}));
-  app.add_option("--size", settings.size, "bytes of the file; 1 KiB, 64 KiB and 16 MiB otherwise");
-  app.add_option("--times", settings.times, "how often, with --only")->check(CLI::Range(1, 1 << 20));
-  CLI11_PARSE(app, argc, argv);
+  Bench::Arguments arguments("What the C interface costs over the class", "c_layer_bench");
+  arguments.AddCount("--rounds", settings.rounds, "number of rounds; medians are reported");
+  arguments.AddDirectory("--dir", settings.dir, "where the files are made");
+  const auto isSide = [&](const std::string& side) {
+    settings.only = side;
+    return side == "c" || side == "class";
+  };
+  arguments.AddText("--only", isSide, "c or class", "one side alone");
+  arguments.AddSize("--size", settings.size, "bytes of the file; 1 KiB, 64 KiB and 16 MiB otherwise");
+  arguments.AddCount("--times", settings.times, "how often, with --only");
+  if (const auto status = arguments.Parse(argc, argv)) return *status;
   const Bench::WorkFolder folder(settings.dir, "c_layer_bench");
   if (!folder.IsThere()) return 1;
   const bool ok =
