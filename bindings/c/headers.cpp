@@ -21,6 +21,11 @@ bool HasHeader(const KVMap& headers, const AnsiStr& name) {
   return FindHeader(headers, name) != nullptr;
 }
 
+AnsiStr GetHeader(const KVMap& headers, const AnsiStr& name) {
+  const AnsiStr* const known = FindHeader(headers, name);
+  return known != nullptr ? headers.Get(*known).AsString() : AnsiStr();
+}
+
 void PutHeader(KVMap& headers, const AnsiStr& name, const AnsiStr& value) {
   const AnsiStr* const known = FindHeader(headers, name);
   // A copy: the map may move its keys.

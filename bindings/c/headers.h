@@ -9,6 +9,8 @@ namespace CryptCliC {
 
 /// Whether a header of that name is there.
 bool HasHeader(const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& name);
+/// The value of the header of that name; empty if it is not there.
+OruGuiBase::AnsiStr GetHeader(const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& name);
 /// Adds a header, or replaces the value of the one of that name, which keeps its spelling.
 void PutHeader(OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& name, const OruGuiBase::AnsiStr& value);
 

@@ -5,6 +5,7 @@
 
 #include <chrono>
 
+#include "bindings/c/headers.h"
 #include "bindings/c/text.h"
 #include "client/tracing.h"
 #include "foundation/dates.h"
@@ -19,17 +20,8 @@ namespace {
 
 constexpr std::uint32_t kStatusOk = 200;
 
-// The case of a header's name has no meaning (RFC 9110, section 5.1).
-AnsiStr FindHeader(const KVMap& headers, const AnsiStr& name) {
-  for (std::uint32_t i = 0; i < headers.GetCount(); ++i) {
-    if (AnsiStr::Compare(headers.GetKeys()[i], name, /*ignoreCase=*/true) == 0)
-      return headers.GetValues()[i].AsString();
-  }
-  return {};
-}
-
 void ReadClock(const KVMap& headers, ServerProbe& probe) {
-  probe.date = FindHeader(headers, "Date");
+  probe.date = GetHeader(headers, "Date");
   OruGuiBase::datetime time;
   if (OruGuiBase::RFC1123Str2UniversalDateTime(probe.date, time) != 0) return;
   const auto now = std::chrono::system_clock::now().time_since_epoch();
