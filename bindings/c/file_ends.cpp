@@ -167,7 +167,7 @@ bool Source::CopyFrom(const File& stream) {
 // From where the descriptor stands, as a program expects that hands over what it has begun to read.
 bool Source::CopyFrom(int descriptor) {
   if (descriptor < 0) return Fail(EBADF);
-  copy_.Take(File(OruGuiBase::FileType::Temporary, kCopyName, true));
+  copy_.Take(File(OruGuiBase::FileType::Temporary, kCopyName, /*isPrivate=*/true));
   file_ = copy_.GetFile();
   FileWriter writer;
   if (file_.IsEmpty() || !writer.Open(file_)) return false;
@@ -202,7 +202,7 @@ bool Target::IsReplaceable() const {
 }
 
 bool Target::OpenNowhere() {
-  staging_.Take(File(OruGuiBase::FileType::Temporary, "content", true));
+  staging_.Take(File(OruGuiBase::FileType::Temporary, "content", /*isPrivate=*/true));
   return !staging_.GetPath().IsEmpty();
 }
 
@@ -241,7 +241,7 @@ bool Target::AwaitReader() {
 
 bool Target::Deliver() {
   if (descriptor_ < 0) {
-    if (!staging_.GetFile().Move(target_, false)) return false;
+    if (!staging_.GetFile().Move(target_, /*keepTarget=*/false)) return false;
     staging_.GiveUp();
     return true;
   }

@@ -33,10 +33,8 @@ KVMap Describe(const CMSKeyTransRecipient& recipient) {
 
 KVMap Describe(const CMSSigner& signer) {
   KVMap attributes;
-  for (std::uint32_t i = 0; i < signer.signedAttributes.GetCount(); ++i) {
-    const AnsiStr value = signer.signedAttributes.GetValues()[i].AsString();
-    SetText(attributes, signer.signedAttributes.GetKeys()[i].GetText(), value.View());
-  }
+  for (const auto& [oid, value] : signer.signedAttributes)
+    SetText(attributes, oid.GetText(), value.AsString().View());
   KVMap object;
   AnsiStr subject;
   if (signer.certificate.GetSubject(subject)) SetText(object, "subject", subject.View());

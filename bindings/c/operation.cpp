@@ -224,9 +224,9 @@ std::int32_t Operation::Forward(const Request& request, const Place& place, Http
   limited.timeouts[1] = limited.timeouts[2];
   KVMap all = headers;
   const bool isOurs = client_.callback != nullptr && place.isCryptService;
-  for (std::uint32_t i = 0; isOurs && i < client_.options.serviceHeaders.GetCount(); ++i) {
-    const AnsiStr& name = client_.options.serviceHeaders.GetKeys()[i];
-    if (!HasHeader(headers, name)) all.Put(name, client_.options.serviceHeaders.GetValues()[i]);
+  const KVMap ours = isOurs ? client_.options.serviceHeaders : KVMap();
+  for (const auto& [name, value] : ours) {
+    if (!HasHeader(headers, name)) all.Put(name, value);
   }
   if (client_.callback == nullptr) {
     return client_.curl->SendRequest(method, url, all, body, limited, response);

@@ -174,7 +174,7 @@ std::string CheckArguments(const NamedOperation& operation, const KVMap& argumen
     }
   }
   for (const Argument& argument : operation.arguments) {
-    const bool isGiven = arguments.Find(argument.name) < arguments.GetCount();
+    const bool isGiven = arguments.Contains(argument.name);
     if (!isGiven && !argument.required) continue;
     if (!isGiven) return std::string("Missing argument \"") + argument.name + "\" of " + operation.name;
     if (HasType(arguments.Get(argument.name), argument.type)) continue;

@@ -36,7 +36,7 @@ std::string TimeText(const OruGuiBase::datetime& time) {
 std::string ToJson(const KVMap& object) {
   AnsiStr text;
   AnsiStr reason;
-  if (!OruGuiBase::Val2JSON(Val(object), text, reason, false, true))
+  if (!OruGuiBase::Val2JSON(Val(object), text, reason, /*pretty=*/false, /*strict=*/true))
     throw std::runtime_error(ToString(reason));
   return ToString(text);
 }

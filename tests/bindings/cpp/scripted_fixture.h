@@ -38,10 +38,8 @@ class ScriptedTest : public ClientTest {
         OruKalvix::HttpOptions(), scripted);
     if (result < 0) return cryptcli::Failure(cryptcli::Status::Unreachable, scripted.errorText.GetText());
     cryptcli::HttpResponse response{.status = scripted.status};
-    for (std::uint32_t i = 0; i < scripted.headers.GetCount(); ++i) {
-      response.headers.push_back(
-          {scripted.headers.GetKeys()[i].GetText(), scripted.headers.GetValues()[i].AsString().GetText()});
-    }
+    for (const auto& [name, value] : scripted.headers)
+      response.headers.push_back({name.GetText(), value.AsString().GetText()});
     response.body.assign(scripted.body.GetText(), scripted.body.GetLength());
     return response;
   }
