@@ -3,6 +3,7 @@
 #include "bindings/c/text.h"
 #include "foundation/json.h"
 #include "tests/bindings/c/environment_fixture.h"
+#include "tests/bindings/key_servers.h"
 #include "tests/support/text.h"
 
 namespace CryptCliC {
@@ -21,6 +22,7 @@ namespace CInterface {
 namespace {
 
 using ::testing::HasSubstr;
+using TestSupport::ListKeyServers;
 
 class Perform : public EnvironmentTest {
  protected:
@@ -29,19 +31,13 @@ class Perform : public EnvironmentTest {
       return cryptcli_perform(client.get(), operation, arguments.c_str(), nullptr, report, error);
     });
   }
-  std::string KeyServers() const {
-    std::string list;
-    for (const std::string& url : stand.GetKeyServerUrls())
-      list += (list.empty() ? "\"" : ",\"") + url + "\"";
-    return "[" + list + "]";
-  }
 };
 
 TEST_F(Perform, AnOperationGivesItsResultAsJson) {
   const std::string hash(88, 'A');
   const Outcome outcome =
       Do("SignByKey",
-         R"({"keyserver":)" + KeyServers() +
+         R"({"keyserver":)" + ListKeyServers(stand) +
              R"(,"object":"demo","id":"integrity","algorithm":"RSASSA-PKCS1-v1_5-SHA-512","hash":")" +
              hash.substr(0, 86) + "==\"}");
   ASSERT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
@@ -65,7 +61,7 @@ TEST_F(Perform, AnInvalidUrlOfAKeyServerIsNotWorthAnotherAttempt) {
 
 TEST_F(Perform, AnAuditLogIsAFile) {
   const Outcome outcome =
-      Do("CryptGetAuditLog", R"({"keyserver":)" + KeyServers() + R"(,"group":"QOB.1.100.1"})");
+      Do("CryptGetAuditLog", R"({"keyserver":)" + ListKeyServers(stand) + R"(,"group":"QOB.1.100.1"})");
   ASSERT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
   OruGuiBase::Val value;
   OruGuiBase::AnsiStr error;

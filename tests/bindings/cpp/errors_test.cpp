@@ -2,6 +2,7 @@
 #include <string>
 
 #include "tests/bindings/cpp/cpp_fixture.h"
+#include "tests/bindings/key_servers.h"
 
 namespace CppInterface {
 namespace {
@@ -10,6 +11,7 @@ using cryptcli::Status;
 using CryptStand::FaultType;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using TestSupport::ListKeyServers;
 
 using Errors = EnvironmentTest;
 
@@ -69,19 +71,11 @@ TEST_F(Errors, AreValuesThatOutliveTheirClient) {
 
 // ---- Named operations, and the look at a room and at servers
 
-class NamedOperations : public EnvironmentTest {
- protected:
-  std::string KeyServers() const {
-    std::string list;
-    for (const std::string& url : stand.GetKeyServerUrls())
-      list += (list.empty() ? "\"" : ",\"") + url + "\"";
-    return "[" + list + "]";
-  }
-};
+using NamedOperations = EnvironmentTest;
 
 TEST_F(NamedOperations, GiveTheirResultAsJson) {
   const std::string hash = std::string(86, 'A') + "==";
-  const auto json = client->Perform("SignByKey", R"({"keyserver":)" + KeyServers() +
+  const auto json = client->Perform("SignByKey", R"({"keyserver":)" + ListKeyServers(stand) +
                                                      R"(,"object":"demo","id":"integrity",)"
                                                      R"("algorithm":"RSASSA-PKCS1-v1_5-SHA-512","hash":")" +
                                                      hash + "\"}");
