@@ -101,7 +101,7 @@ class Leaks : public ScriptedTest, public ::testing::WithParamInterface<Work> {
     auto& self = *static_cast<Leaks*>(context);
     if (++self.exchanges_ == self.failing_)
       return cryptcli_response_set_error(response, "cut") == 0 ? -1 : -2;
-    Answer given;
+    ScriptedExchange given;
     {
       const FaultTest::Unwatched own;
       given = self.Ask(request);

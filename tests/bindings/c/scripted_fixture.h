@@ -26,37 +26,36 @@ class ScriptedTest : public ClientTest {
   TestSupport::ForgedFiles forged{scratch, services};
 
  protected:
-  struct Answer {
+  /// How an exchange ended: with a response if `result` is not negative.
+  struct ScriptedExchange {
     std::int32_t result = 0;
     OruKalvix::HttpResponse response{};
   };
-  /// Takes the request to the scripted services.
-  Answer Ask(const cryptcli_request* request) {
+  /// Sends the request to the scripted services.
+  ScriptedExchange Ask(const cryptcli_request* request) {
     OruGuiBase::KVMap headers;
     for (std::size_t i = 0; i < cryptcli_request_header_count(request); ++i) {
       headers.Put(cryptcli_request_header_name(request, i), cryptcli_request_header_value(request, i));
     }
     std::size_t size = 0;
     const auto* body = static_cast<const char*>(cryptcli_request_body(request, &size));
-    Answer answer;
-    answer.result =
+    ScriptedExchange exchange;
+    exchange.result =
         services.http.SendRequest(cryptcli_request_method(request), cryptcli_request_url(request), headers,
                                   OruGuiBase::AnsiStr(body, static_cast<std::uint32_t>(size)),
-                                  OruKalvix::HttpOptions(), answer.response);
-    return answer;
+                                  OruKalvix::HttpOptions(), exchange.response);
+    return exchange;
   }
-  /// Brings their response back.
-  static std::int32_t Fill(const Answer& answer, cryptcli_response* response) {
-    const OruKalvix::HttpResponse& given = answer.response;
-    if (answer.result < 0) {
+  /// Gives their response to the library.
+  static std::int32_t Fill(const ScriptedExchange& exchange, cryptcli_response* response) {
+    const OruKalvix::HttpResponse& given = exchange.response;
+    if (exchange.result < 0) {
       cryptcli_response_set_error(response, given.errorText.GetText());
       return -1;
     }
     cryptcli_response_set_status(response, given.status);
-    for (std::uint32_t i = 0; i < given.headers.GetCount(); ++i) {
-      cryptcli_response_add_header(response, given.headers.GetKeys()[i].GetText(),
-                                   given.headers.GetValues()[i].AsString().GetText());
-    }
+    for (const auto& [name, value] : given.headers)
+      cryptcli_response_add_header(response, name.GetText(), value.AsString().GetText());
     return cryptcli_response_append_body(response, given.body.GetText(), given.body.GetLength());
   }
 
