@@ -8,12 +8,12 @@
 #include "bindings/c/error.h"
 #include "bindings/c/include/cryptcli/cryptcli.h"
 
-// What every function of the C interface has around its work: no exception crosses, and a failure becomes an
-// error object.
+// The boundary of the C interface, which every function that can fail runs inside: it catches exceptions and
+// turns a failure into an error object for the caller.
 namespace CryptCliC {
 
-/// Stores the failure for the caller, if it asked for it, and returns its status. Null is stored where no
-/// memory is left.
+/// Stores the failure for the caller, unless `error` is null, and returns its status. On allocation failure
+/// it stores null.
 inline cryptcli_status Fail(cryptcli_error** error, Failure failure) noexcept {
   const cryptcli_status code = failure.code;
   if (error != nullptr) *error = MakeError(std::move(failure));
@@ -32,8 +32,8 @@ inline cryptcli_status Fail(cryptcli_error** error, cryptcli_status code, std::s
   }
 }
 
-/// Runs `work`, which returns a status and stores its own failures. An exception, which only a lack of
-/// resources can be behind, becomes CRYPTCLI_INTERNAL.
+/// Runs `work`, which returns a status and stores its own failures. Our code throws only when the system
+/// denies it memory or another resource, so an exception becomes CRYPTCLI_INTERNAL.
 template <class Work>
 cryptcli_status Guarded(cryptcli_error** error, Work work) noexcept {
   if (error != nullptr) *error = nullptr;

@@ -6,7 +6,8 @@
 
 #include "bindings/c/include/cryptcli/cryptcli.h"
 
-/// What one operation may be told. Only `cancelled` may be touched while an operation runs.
+/// The settings of one operation. Owned by the application; only `cancelled` may be changed while an
+/// operation runs.
 struct cryptcli_call {
   cryptcli_policy accept = CRYPTCLI_ACCEPT_PROVEN;
   std::optional<std::string> expectedRoom;  ///< never empty

@@ -58,8 +58,8 @@ bool IsRedirect(std::uint32_t status) {
   return status >= 300 && status < 400;
 }
 
-// What to do about a server that cannot be used. TLS failures are told apart by the transport's message: for
-// a caller of the library they are as good as no connection.
+// What to do about a server that cannot be used. The status of a TLS failure is that of no connection, so
+// only the transport's message distinguishes the two.
 std::string Advise(const Finding& finding, std::uint32_t httpStatus) {
   const std::string_view message = finding.message;
   if (message.find("Could not verify the certificate of ") != std::string_view::npos)

@@ -8,7 +8,7 @@
 
 namespace CryptCliC {
 
-/// One key server that was asked in vain.
+/// A key server that failed during an operation.
 struct Attempt {
   std::string server;  ///< base URL
   cryptcli_status code = CRYPTCLI_INTERNAL;
@@ -25,8 +25,8 @@ struct Failure {
   std::vector<Attempt> attempts;
 };
 
-/// The error object of a failure, made complete (UTF-8, JSON) so that getters cannot fail; null when no
-/// memory is left.
+/// The error object of a failure, complete with UTF-8 strings and JSON, so that the getters cannot fail. Null
+/// on allocation failure. The caller frees it with cryptcli_error_free.
 cryptcli_error* MakeError(Failure failure) noexcept;
 
 }  // namespace CryptCliC

@@ -86,8 +86,8 @@ bool WaitForSpace(int descriptor) {
   return ::poll(&ready, 1, -1) >= 0 || errno == EINTR;
 }
 
-// A descriptor that does not wait takes what there is space for at the moment. The rest has to follow: part
-// of the content would be worse than a late one.
+// With O_NONBLOCK, a write takes only what fits at the moment. The rest is written when there is space again:
+// a target with only a part of the content would be worse than a wait.
 bool WriteWhole(int descriptor, const char* bytes, std::size_t size) {
   while (size > 0) {
     const ssize_t written = ::write(descriptor, bytes, size);
@@ -100,7 +100,7 @@ bool WriteWhole(int descriptor, const char* bytes, std::size_t size) {
   return true;
 }
 
-// What is not there or is a directory is no stream: opening it reports that.
+// A path that does not exist or is a directory is no stream here: opening it reports why it cannot be read.
 bool IsStream(const char* path) {
   struct stat info {};
   return ::stat(path, &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode);
@@ -164,7 +164,7 @@ bool Source::CopyFrom(const File& stream) {
   return isCopied;
 }
 
-// From where the descriptor stands, as a program expects that hands over what it has begun to read.
+// Reads from the current position: a program may have read a header from the descriptor before the call.
 bool Source::CopyFrom(int descriptor) {
   if (descriptor < 0) return Fail(EBADF);
   copy_.Take(File(OruGuiBase::FileType::Temporary, kCopyName, /*isPrivate=*/true));

@@ -7,7 +7,7 @@
 #include "bindings/c/include/cryptcli/cryptcli.h"
 #include "foundation/file.h"
 
-// The two ends of a file operation. Both keep the reason of a failure in the error state.
+// The source and the target of an operation on files. Both record the reason of a failure in the error state.
 namespace CryptCliC {
 
 /// Whether there is anything to open: a path or a descriptor.
@@ -15,7 +15,8 @@ inline bool IsNamed(const cryptcli_file& file) {
   return file.path != nullptr || file.descriptor >= 0;
 }
 
-/// What is read: the file itself, or a private copy of what cannot seek, which ends with this object.
+/// What is read: the file itself, or a private copy of a source that cannot seek. Owns the copy and deletes
+/// it on destruction. Lives on the stack of one operation.
 class Source {
  public:
   bool Open(const cryptcli_file& file);
@@ -30,7 +31,8 @@ class Source {
   OruGuiBase::File file_;
 };
 
-/// What tells whether a path still names the same file with the same content.
+/// Identifies a file and its content: two equal values for a path mean that nobody replaced or changed the
+/// file between them.
 struct FileIdentity {
   bool exists = false;
   dev_t device = 0;
@@ -40,8 +42,8 @@ struct FileIdentity {
   timespec changed{};
 };
 
-/// What is written: content gathers in a private file and becomes the target when it is delivered. Without
-/// that the target stays as it was.
+/// What is written: content collects in a private staging file and becomes the target when it is delivered.
+/// Until then the target is unchanged. Owns the staging file. Lives on the stack of one operation.
 class Target {
  public:
   Target() = default;
@@ -49,18 +51,19 @@ class Target {
   Target& operator=(const Target&) = delete;
   ~Target();
   bool Open(const cryptcli_file& file);
-  /// A private file that nobody gets, for content that is only looked at.
+  /// Makes a staging file that has no target, for content that is only examined.
   bool OpenNowhere();
   /// Whether Replace can succeed, by what is known so far.
   bool IsReplaceable() const;
-  /// Renames the complete file over the target, or fails and leaves that as it is. EXDEV if it cannot be
-  /// replaced so; ESTALE if it is not the file any more that Open found.
+  /// Renames the complete file over the target, or fails and leaves the target unchanged. EXDEV if a rename
+  /// cannot replace it; ESTALE if it is no longer the file that Open found.
   bool Replace();
   OruGuiBase::File GetFile() const { return staging_.GetFile(); }
   std::uint64_t GetSize() const;
-  /// Waits until a named pipe has a reader; ECANCELED once the operation is cancelled. Deliver, which cannot
-  /// be cancelled, does not wait for one then. Any other target is ready at once.
+  /// Waits until a named pipe has a reader; ECANCELED if the operation is cancelled meanwhile. Called before
+  /// Deliver, which cannot be cancelled and so must not wait. Any other target is ready at once.
   bool AwaitReader();
+  /// Moves the content to the path of the target, or writes it to the descriptor or named pipe.
   bool Deliver();
 
  private:

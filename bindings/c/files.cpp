@@ -30,8 +30,8 @@ namespace {
 
 using ReportPtr = std::unique_ptr<cryptcli_report>;
 
-// How often the bytes of the source are read, there (the source, then what was signed) and back (the
-// envelope, then its content to verify it and to copy it).
+// How often the bytes of the source are read, for the progress. Encrypting reads the source and then the
+// signed message. Decrypting reads the envelope, then its content once to verify and once to copy it.
 constexpr unsigned kPassesOfEncrypt = 2;
 constexpr unsigned kPassesOfDecrypt = 3;
 
@@ -131,8 +131,8 @@ cryptcli_status CheckNamedRoom(const Task& task, const Operation& operation, Rep
   return Fail(error, CRYPTCLI_ORIGIN_NOT_PROVEN, DescribeOtherRoom(named, *expected));
 }
 
-// Hands the complete target over. Everything that can fail for another reason lies before it, and what the
-// caller cancels from here on comes too late: half a target would be worse than a whole one.
+// Delivers the complete target, as the last step: everything else that can fail came before. A cancellation
+// that arrives from here on has no effect, since half a target would be worse than a whole one.
 cryptcli_status Deliver(const cryptcli_file& to, Target& target, Operation& operation,
                         cryptcli_report& report, cryptcli_error** error) {
   if (operation.IsCancelled()) return Fail(error, operation.MakeFailure("The operation was cancelled"));
@@ -199,8 +199,8 @@ cryptcli_status Open(const Task& task, const cryptcli_file& from, const Source& 
   const cryptcli_policy policy = task.call != nullptr ? task.call->accept : CRYPTCLI_ACCEPT_PROVEN;
   if (IsAccepted(origin, policy)) return CRYPTCLI_OK;
   Failure failure;
-  // If a server is the reason that the signer was not examined, a later attempt may prove the origin. It does
-  // not change the room.
+  // If the signer was not examined because a server failed, a later attempt may prove the origin. It cannot
+  // change the room.
   if (origin.value == CRYPTCLI_ORIGIN_UNPROVEN && !origin.isOfOtherRoom)
     failure = operation.MakeFailure(origin.reason);
   if (failure.code == CRYPTCLI_CANCELLED) return Fail(error, std::move(failure));
@@ -269,8 +269,8 @@ cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cry
   return CRYPTCLI_OK;
 }
 
-// What every operation on files has around its work: a report is handed out on success, and where content was
-// refused.
+// Runs an operation on files after the checks that all of them need. The caller gets the report on success,
+// and also when the content was refused, since it then says why.
 template <class Work>
 cryptcli_status WithReport(const cryptcli_client* client, const char* room, cryptcli_call* call,
                            cryptcli_report** report, cryptcli_error** error,

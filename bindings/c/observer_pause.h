@@ -4,9 +4,9 @@
 
 namespace CryptCliC {
 
-/// Takes the observer of this thread away while code of the application runs. What that code does with this
-/// library is no part of the operation that called it: its traces must not become facts of that operation,
-/// nor its reading that operation's progress. For the stack.
+/// Removes the observer of this thread while code of the application runs, and puts it back at the end of its
+/// scope. A callback may use this library for something else: its traces must not become facts of the
+/// operation that called it, and the bytes that it reads must not count as that operation's progress.
 class ObserverPause {
  public:
   ObserverPause() : before_(OruGuiBase::SetThreadObserver(nullptr)) {}

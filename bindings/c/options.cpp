@@ -26,7 +26,7 @@ cryptcli_status CheckUrl(const char* what, std::string_view url, cryptcli_error*
   return CRYPTCLI_OK;
 }
 
-// What all setters have around their work.
+// Runs a setter that can fail.
 template <class Work>
 cryptcli_status Set(cryptcli_options* options, cryptcli_error** error, Work work) noexcept {
   return Guarded(error, [&]() -> cryptcli_status {

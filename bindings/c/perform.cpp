@@ -199,8 +199,9 @@ cryptcli_status ReadArguments(const NamedOperation& operation, const char* text,
   return wrong.empty() ? CRYPTCLI_OK : Fail(error, CRYPTCLI_INVALID_ARGUMENT, wrong);
 }
 
-// What kept some key servers from giving their part, as an error has it. Another one may have been asked
-// after them, so the code is that of the attempt whose message ends the warning.
+// The warning about key servers that gave no part of the audit log, as the JSON object of an error. The
+// latest exchange may be one with a server that succeeded, so the code is not taken from it but from the
+// attempt whose message ends the warning.
 Val DescribeWarning(Operation& operation, std::string_view message) {
   Failure failure = operation.MakeFailure(message);
   for (const Attempt& attempt : failure.attempts) {
