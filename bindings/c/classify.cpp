@@ -1,6 +1,7 @@
-// Turns messages into status codes. A message is made of the operation's own words and, behind ": ", the
-// reason that it got from below. So the end of a message is looked at first: a reason of the system or of an
-// exchange says more than the words before it. Then the table of beginnings decides.
+// Turns messages into status codes; called by operation.cpp for every failure, and by inspect.cpp. A message
+// consists of the operation's own words and, after ": ", the reason from the layer below. So the end of a
+// message is examined first: a reason of the system or of an exchange is more exact than the words before it.
+// Then the table of beginnings decides.
 #include "bindings/c/classify.h"
 
 #include <algorithm>
@@ -22,9 +23,9 @@ struct Row {
 
 constexpr std::string_view kInvalidUrl = "Invalid URL";
 
-// Reasons that say more than the words before them, whichever these are. In the first ones the file is at
-// fault, or another program that writes it; in the others this process or its cryptographic library. None
-// blames the content, its signer or a server.
+// Reasons that decide alone, whatever words come before them. The first ones are faults of the file, or of
+// another program that writes it; the others of this process or its cryptographic library. None of them is a
+// fault of the content, its signer or a server.
 constexpr std::array kReasons = {
     Row{"The file changed while it was read", CRYPTCLI_IO},
     Row{"The file cannot be read", CRYPTCLI_IO},
@@ -46,7 +47,8 @@ constexpr std::array kReasons = {
     Row{"The message cannot be encoded", CRYPTCLI_INTERNAL},
 };
 
-// In the order of the files of the class that they come from; the first one that fits counts.
+// Sorted by the sources of the class that report them. The first row that fits counts, so a longer beginning
+// comes before one that is a prefix of it.
 constexpr std::array kRows = {
     // Reading a protected file.
     Row{"Could not parse encrypted file", CRYPTCLI_NOT_PROTECTED},
@@ -58,8 +60,8 @@ constexpr std::array kRows = {
     Row{"Could not set recipient key", CRYPTCLI_DAMAGED},
     Row{"Could not set content key", CRYPTCLI_DAMAGED},
     Row{"Could not decrypt file", CRYPTCLI_DAMAGED},
-    // Behind it is a fault of the message in our own words, or what the certificate library says about a
-    // chain.
+    // After it comes a fault of the message in our own words, or what the cryptographic library reports about
+    // a chain.
     Row{"Could not verify signature: A signer's RSA key", CRYPTCLI_ORIGIN_NOT_PROVEN},
     Row{"Could not verify signature: A certificate", CRYPTCLI_ORIGIN_NOT_PROVEN},
     Row{"Could not verify signature: A ", CRYPTCLI_DAMAGED},
@@ -124,12 +126,13 @@ constexpr std::array kRows = {
     Row{"HTTP service failed", CRYPTCLI_UNREACHABLE},
 };
 
+// Errors of key servers, by the number at the start of their text.
 constexpr std::uint32_t kAuthFailed = 609;
 constexpr std::uint32_t kReadOnly = 618;
 constexpr std::uint32_t kTemporarilyUnavailable = 619;
 
-// Whether the reason stands behind the operation's own words. What comes later can be a name that others
-// chose.
+// Whether the reason comes right after the operation's own words. Further on in the message, a name that
+// somebody else chose could look like a reason.
 bool HasReason(std::string_view message, std::string_view reason) {
   const std::size_t at = message.find(": ");
   return at != std::string_view::npos && message.substr(at + 2).starts_with(reason);
@@ -165,9 +168,9 @@ cryptcli_status CodeOfErrno(int number) {
   }
 }
 
-// A reason that is the system's own text for one of its numbers; OK for any other.
+// The status for a reason that is the system's message of an errno value; OK for any other reason.
 cryptcli_status CodeOfSystemText(std::string_view reason) {
-  constexpr std::uint32_t kNumbers = 134;
+  constexpr std::uint32_t kNumbers = 134;  // one above the highest errno value of Linux, EHWPOISON
   for (std::uint32_t number = 1; number < kNumbers; ++number) {
     if (OruGuiBase::GetErrorMessage(number, 0, 1).View() == reason)
       return CodeOfErrno(static_cast<int>(number));
@@ -186,7 +189,7 @@ bool IsClientRefused(const FailedExchange& exchange) {
                          {"A client certificate is required by ", "The client certificate was refused by "});
 }
 
-// A certificate or a file of the options is wrong: time does not put it right.
+// A certificate, or a file that the options name, is wrong: waiting does not help.
 bool IsTrustFailure(const FailedExchange& exchange) {
   return StartsWithOneOf(exchange.reason,
                          {"Could not verify the certificate of ", "Could not use the client certificate for ",
@@ -206,7 +209,8 @@ cryptcli_status ClassifyExchange(const FailedExchange& exchange) {
     // A response that goes to a file, an audit log, can find the disk full. No network reports these reasons.
     if (CodeOfSystemText(Reason(exchange.reason)) == CRYPTCLI_NO_SPACE) return CRYPTCLI_NO_SPACE;
     if (exchange.failure != CRYPTCLI_UNREACHABLE) return exchange.failure;
-    // The caller names the crypt service. A key server can be named by either, and neither helps itself.
+    // The caller configured the URL of the crypt service. That of a key server can come from a server too,
+    // and is not worth another attempt either way.
     if (exchange.reason.starts_with(kInvalidUrl))
       return exchange.isCryptService ? CRYPTCLI_INVALID_ARGUMENT : CRYPTCLI_SERVER_ERROR;
     if (IsClientRefused(exchange)) return CRYPTCLI_UNAUTHORISED;
@@ -223,8 +227,8 @@ cryptcli_status ClassifyExchange(const FailedExchange& exchange) {
     case 408:
     case 504:
       return CRYPTCLI_TIMEOUT;
-    // Either says that the key was made for a state of the room that is no longer the present one. To any
-    // other request neither means anything.
+    // Both mean that the new key was made for an earlier state of the room. In a response to any other
+    // request they have no meaning.
     case 409:
     case 412:
       return exchange.isKeyUpload ? CRYPTCLI_CONFLICT : CRYPTCLI_SERVER_ERROR;

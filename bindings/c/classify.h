@@ -5,10 +5,10 @@
 
 #include "bindings/c/include/cryptcli/cryptcli.h"
 
-// From the system's messages to status codes: the one table.
+// From the messages of the class to status codes. No other place decides which status a message has.
 namespace CryptCliC {
 
-/// How the exchange ended that failed last.
+/// The exchange that failed last. Lends `reason` from the operation that recorded it.
 struct FailedExchange {
   bool happened = false;
   bool hasResponse = false;     ///< false: the transport reported that there was no exchange
@@ -20,8 +20,8 @@ struct FailedExchange {
   cryptcli_status failure = CRYPTCLI_UNREACHABLE;
 };
 
-/// The status for a message of the class. `exchange` is consulted where the message ends in the reason of an
-/// exchange.
+/// The status for a message of the class. `exchange` counts only if its reason is the end of the message: the
+/// failure can have another cause than the last exchange that failed.
 cryptcli_status Classify(std::string_view message, const FailedExchange& exchange);
 /// The status for an exchange that failed.
 cryptcli_status ClassifyExchange(const FailedExchange& exchange);
