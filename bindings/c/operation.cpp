@@ -1,9 +1,8 @@
 // What surrounds an operation of the class. Called by files.cpp and perform.cpp, for each operation.
 //
-// The class reports a bool and a message. Everything else that a caller wants to know passes by on the way:
-// the crypt service's responses name room and group, the question for integrity certificates names the group
-// of a signer, and the traces of the thread name what the signature says and the reason of each failed
-// attempt.
+// The class reports a bool and a message. Everything else that a caller wants to know is read on the way: the
+// crypt service's responses name room and group, the request for integrity certificates names the group of a
+// signer, and the traces of the thread name what the signature says and the reason of each failed attempt.
 #include "bindings/c/operation.h"
 
 #include <algorithm>
@@ -42,7 +41,7 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) {
   return true;
 }
 
-// The value in "group=[...]", behind the first bracket. Empty if the trace has only a part of it: then it
+// The value in "group=[...]", given what comes after the first bracket. Empty if the trace was cut: then it
 // does not end in a bracket.
 std::string_view UpToLastBracket(std::string_view text) {
   return text.ends_with(']') ? text.substr(0, text.size() - 1) : std::string_view();
@@ -177,7 +176,7 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
   const Place place = Locate(url);
   if (place.path.starts_with(kKeyPath)) keyRequest_ = {method, url, headers, body, options};
   const bool isKeyThere = place.path.starts_with(kUploadPath) && !IsCancelled() && IsKeyThere();
-  // Also behind that question, which can take long: no key of a cancelled operation is uploaded.
+  // Checked after that request too, since it can take long: a cancelled operation uploads no key.
   if (IsCancelled()) {
     response.errorText = "The operation was cancelled";
     Record(url, place, false, response, CRYPTCLI_CANCELLED);
@@ -194,10 +193,11 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
   return result;
 }
 
-// The crypt service takes a key with the number of the latest list of members, also if another client's key
-// came before that list. So the key is asked for once more after the list: a key that comes later makes the
-// number stale, an earlier one is seen here. A certificate that this operation was shown before belongs to
-// the key that it replaces, since that cannot be used any more.
+// Asks for the room's key once more before the upload of a new one. The crypt service accepts a key that
+// carries the number of the latest list of members, even if another client's key came before that list. A key
+// that comes after the list makes the number stale, and an earlier one is found here. A certificate that the
+// service showed to this operation before is not another client's: it belongs to the unusable key that is
+// being replaced.
 bool Operation::IsKeyThere() {
   HttpResponse response;
   cryptcli_status failure = CRYPTCLI_UNREACHABLE;
@@ -215,7 +215,7 @@ bool Operation::IsKeyThere() {
 std::int32_t Operation::Forward(const Request& request, const Place& place, HttpResponse& response,
                                 cryptcli_status& failure) {
   const auto& [method, url, headers, body, options] = request;
-  // A probe of a key server comes with a limit of its own.
+  // The probe of a key server has a time limit of its own, which holds if it is the shorter one.
   HttpOptions limited = options;
   const std::uint32_t own = options.useTimeouts ? options.timeouts[2] : 0;
   limited.useTimeouts = true;
@@ -233,13 +233,13 @@ std::int32_t Operation::Forward(const Request& request, const Place& place, Http
   }
   const std::int32_t result =
       client_.callback->SendRequest(method, url, all, body, limited, response, failure);
-  // Otherwise the class would go on with the next key server, or with the upload of a key.
+  // Remembered, since the class would go on with the next key server, or with the upload of a key.
   if (result < 0 && failure == CRYPTCLI_CANCELLED) cancelled_ = true;
   return result;
 }
 
-// Once for each request: to split a URL costs more than anything else that is done for one here. The class
-// puts each path behind the service's URL as it was given.
+// Called once for each request, because splitting a URL costs more than all else that is done here. The class
+// appends each path to the service's URL as the options spell it.
 Operation::Place Operation::Locate(const AnsiStr& url) const {
   Place place;
   place.isCryptService = client_.IsAtService(url);
@@ -265,7 +265,7 @@ void Operation::Record(const AnsiStr& url, const Place& place, bool hasResponse,
   if (!place.path.empty() && !latest_.failed) ReadServiceResponse(place.path, response.body);
 }
 
-// `path` is that behind "crypt/": "key/<room>", "certlist/<group>/integrity/sha256".
+// `path` is what follows "crypt/": "key/<room>", "certlist/<group>/integrity/sha256".
 void Operation::ReadServiceResponse(std::string_view path, const AnsiStr& body) {
   const bool isKey = TakePrefix(path, kKeyPath);
   if (!isKey) {
@@ -293,8 +293,8 @@ std::uint32_t Operation::GetTraceLevel() const noexcept {
   return watchesSigners_ ? kDetailTrace : kErrorTrace;
 }
 
-// The log alone has a use for them; facts are taken from the responses themselves. The class would format
-// every body for nothing, and so secrets that nobody asked for.
+// Only the log uses bodies; facts are taken from the responses themselves. Without a log that reveals
+// secrets, the class would format every body for nothing, and copy secrets that nobody asked for.
 bool Operation::WantsBodies() const noexcept {
   return client_.options.logLevel >= CRYPTCLI_LOG_DEBUG && client_.options.revealSecrets;
 }
@@ -306,7 +306,7 @@ void Operation::OnTrace(std::uint32_t, std::uint32_t level, const char*, std::ui
     if (level == kErrorTrace) TakeError(text);
     Log(level, text);
   } catch (...) {
-    // What one signer lacks must not come from another one.
+    // A fact is missing now. The next one could be taken for it, such as the room of another signer.
     facts_.isIncomplete = true;
   }
 }
@@ -331,8 +331,8 @@ void Operation::TakeFact(std::string_view text) {
   }
 }
 
-// The first message behind an exchange with a key server is the reason why the class goes on to the next one.
-// Whether it does is not traced; a message that no server causes is left out.
+// The first error after an exchange with a key server is the reason why the class goes on to the next server.
+// No trace says whether it does go on. An error that no server caused is left out.
 void Operation::TakeError(std::string_view text) {
   if (!isAttemptOpen_ || !TakePrefix(text, "CryptClient: Error: ")) return;
   isAttemptOpen_ = false;
@@ -350,7 +350,7 @@ void Operation::Log(std::uint32_t level, std::string_view text) const {
                                     : level == kRequestTrace ? CRYPTCLI_LOG_REQUEST
                                                              : CRYPTCLI_LOG_DEBUG;
   if (options.log == nullptr || wanted > options.logLevel) return;
-  // They come all the same while a sink of the process wants them.
+  // Bodies are traced nevertheless while a trace sink of the process asks for them.
   if (!options.revealSecrets && IsBody(text)) return;
   const std::string message = MakeUtf8(text);
   const ObserverPause pause;
@@ -360,7 +360,7 @@ void Operation::Log(std::uint32_t level, std::string_view text) const {
 void Operation::OnRead(std::uint64_t bytes) noexcept {
   if (call_ == nullptr || call_->progress == nullptr || passes_ == 0 || cancelled_) return;
   read_ += bytes;
-  // A few more bytes than the passes have are read, such as the ends of messages.
+  // The passes read a few more bytes than `size_` each, such as the ends of messages.
   const std::uint64_t done = std::min(read_ / passes_, size_);
   const ObserverPause pause;
   if (call_->progress(call_->progressContext, done, size_) == 0) cancelled_ = true;

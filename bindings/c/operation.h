@@ -14,7 +14,7 @@
 
 namespace CryptCliC {
 
-/// The crypt service's one refusal that an application can handle on its own, as "errorid".
+/// The "errorid" of the one refusal of the crypt service that has a status of its own, CRYPTCLI_KEY_REFUSED.
 inline constexpr std::string_view kKeyRefused = "QOB.1.1001.1.422645";
 
 /// What a signature says, as the class read it while it examined the signer.
@@ -24,7 +24,7 @@ struct SignerFacts {
   std::string roomUrl;
 };
 
-/// What came to light in the course of one operation, beside its result.
+/// What one operation learned from responses and traces, besides its result.
 struct Facts {
   std::vector<SignerFacts> signers;
   std::vector<std::string> chain;  ///< subjects, from the first signer up
@@ -32,11 +32,12 @@ struct Facts {
   std::string serviceRoom;
   bool isPlainKey = false;
   bool isIncomplete = false;  ///< a fact could not be stored
-  bool isKeyRefused = false;  ///< for now, by the refusal that an application can treat on its own
-  bool isRoomDenied = false;  ///< by any other refusal that names the reason
+  bool isKeyRefused = false;  ///< at present, with kKeyRefused
+  bool isRoomDenied = false;  ///< with any other error of the crypt service
 };
 
-/// Whether the class would use the crypt service's "plain" as a private key: it ignores what it cannot read.
+/// Whether the class would use the crypt service's "plain" as a private key. It ignores one that it cannot
+/// read.
 bool IsPlainKey(const OruGuiBase::AnsiStr& plain);
 
 /// One operation of the class on the calling thread: it is the transport that the class uses, before the real
@@ -49,18 +50,18 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   Operation& operator=(const Operation&) = delete;
   ~Operation();
 
-  /// Whether the traces about signers are taken, which only opening a file has.
+  /// Sets whether facts about signers are taken from traces. Only opening a file produces such traces.
   void WatchSigners(bool watch) { watchesSigners_ = watch; }
-  /// From here on `passes` times `size` bytes are to be read, which is shown as `size` bytes of progress.
+  /// From here on `passes` times `size` bytes will be read, which are reported as `size` bytes of progress.
   void StartProgress(std::uint64_t size, unsigned passes);
   void FinishProgress();
-  /// Forgets what an attempt found, for the next one.
+  /// Forgets the facts of a failed attempt before the next one.
   void StartOver();
 
   const Facts& GetFacts() const { return facts_; }
   /// Whether the crypt service refused the upload of a new room key because another client was faster.
   bool HasLostUpload() const;
-  /// Whether the operation was cancelled. The call can be used again then.
+  /// Whether the operation was cancelled. Resets the call, which can then be used again.
   bool TakeCancelled();
   bool IsCancelled() noexcept override;
   /// The status for a message of the class or of this layer.
@@ -87,6 +88,7 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   const char* GetTemporaryDirectory() const noexcept override;
 
  private:
+  /// The latest exchange with a server, as GetFailedExchange reports it.
   struct Exchange {
     std::string url;
     bool isCryptService = false;
@@ -110,7 +112,7 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   /// Where a request goes. Lends from its URL.
   struct Place {
     bool isCryptService = false;
-    std::string_view path;  ///< behind "crypt/" in a URL of the crypt service; empty for any other one
+    std::string_view path;  ///< after "crypt/" in a URL of the crypt service; empty for any other one
   };
 
   std::int32_t Forward(const Request& request, const Place& place, OruKalvix::HttpResponse& response,
@@ -133,9 +135,9 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   Request keyRequest_;            ///< the latest one for the room's key
   std::string shownCertificate_;  ///< of the response to it; empty for none
   std::vector<Attempt> attempts_;
-  bool isAttemptOpen_ =
-      false;  ///< the latest exchange was with a key server and its failure is not recorded yet
-  std::string examinedGroup_;  ///< of the latest question for integrity certificates
+  /// The latest exchange was with a key server, and no error after it has been recorded yet.
+  bool isAttemptOpen_ = false;
+  std::string examinedGroup_;  ///< of the latest request for integrity certificates
   std::uint64_t size_ = 0;
   std::uint64_t read_ = 0;
   unsigned passes_ = 0;
