@@ -1,4 +1,5 @@
-// The error object: a Failure with its JSON, made once, and the getters that lend from it.
+// The error object: a Failure with its JSON, made once, and the getters that lend from it. Created through
+// Fail in boundary.h; perform.cpp also uses its JSON as the description of a warning.
 #include "bindings/c/error.h"
 
 #include <utility>
@@ -42,6 +43,8 @@ std::string DescribeAsJson(const Failure& failure) {
 
 }  // namespace
 
+// Names and messages can come from a server or a certificate, in any encoding. Without memory for the object
+// the caller gets null, which every getter below reads as an allocation failure.
 cryptcli_error* MakeError(Failure failure) noexcept {
   try {
     failure.message = MakeUtf8(failure.message);
@@ -61,6 +64,7 @@ cryptcli_error* MakeError(Failure failure) noexcept {
 
 namespace {
 
+// Null if the index is not below the count.
 const CryptCliC::Attempt* AttemptAt(const cryptcli_error* error, size_t index) {
   return error != nullptr && index < error->failure.attempts.size() ? &error->failure.attempts[index]
                                                                     : nullptr;
@@ -112,7 +116,7 @@ const char* cryptcli_error_attempt_message(const cryptcli_error* error, size_t i
 }
 
 const char* cryptcli_error_json(const cryptcli_error* error) {
-  // Every member that the JSON of an error has.
+  // With every member of the JSON of an error, so that its readers need no special case.
   static constexpr const char* kNoMemory =
       R"({"code":"internal","message":"no memory","retryable":false,"httpStatus":0,"url":"","attempts":[]})";
   return error != nullptr ? error->json.c_str() : kNoMemory;

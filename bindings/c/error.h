@@ -15,13 +15,13 @@ struct Attempt {
   std::string message;
 };
 
-/// Why an operation failed. A value; cryptcli_error is its handle for C.
+/// Why an operation failed. A value; cryptcli_error is the same as an object for C.
 struct Failure {
   cryptcli_status code = CRYPTCLI_INTERNAL;
   std::string message;
-  bool retryable = false;
-  std::uint32_t httpStatus = 0;
-  std::string url;
+  bool retryable = false;        ///< the same call may succeed later although nobody changes anything
+  std::uint32_t httpStatus = 0;  ///< of the last exchange that failed; 0 without a response
+  std::string url;               ///< of that exchange, without its query
   std::vector<Attempt> attempts;
 };
 

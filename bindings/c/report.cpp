@@ -1,4 +1,5 @@
-// The getters of a report and its JSON.
+// The report object: its JSON, and the getters that lend from it. files.cpp completes a report before it
+// hands it out; the other operations set its JSON themselves.
 #include "bindings/c/report.h"
 
 #include "bindings/c/text.h"
@@ -12,6 +13,8 @@ using OruGuiBase::Array;
 using OruGuiBase::KVMap;
 using OruGuiBase::Val;
 
+// Getters must not fail, so everything that can is done here. The subjects of the chain come from
+// certificates, whose names need not be UTF-8; the rooms and groups of a signature come from whoever signed.
 void Complete(cryptcli_report& report) {
   for (std::string* text : {&report.reason, &report.signedGroup, &report.signedRoom, &report.signedRoomUrl,
                             &report.serviceGroup, &report.serviceRoom}) {
@@ -46,6 +49,8 @@ cryptcli_report::~cryptcli_report() {
 
 namespace {
 
+// A member as a C string, valid until the report is freed. Empty for null, which an operation stores when it
+// fails.
 const char* Lend(const cryptcli_report* report, std::string cryptcli_report::*member) {
   return report != nullptr ? (report->*member).c_str() : "";
 }
@@ -62,6 +67,7 @@ const char* cryptcli_origin_name(cryptcli_origin origin) {
       return "other_room";
     case CRYPTCLI_ORIGIN_PROVEN:
       return "proven";
+    // Also for a number that is no origin: it must not pass for a better one.
     default:
       return "unproven";
   }
