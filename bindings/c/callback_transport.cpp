@@ -23,7 +23,8 @@ struct cryptcli_request {
   const HttpOptions& options;
 };
 
-/// What the callback fills. A body goes to memory or to the file that the class asked for.
+/// What the callback fills, valid during the call. A body goes to memory or to the file that the class asked
+/// for.
 struct cryptcli_response {
   HttpResponse& response;
   OruGuiBase::FileWriter file{};
@@ -33,8 +34,11 @@ struct cryptcli_response {
 
 namespace {
 
+// The limit of the built-in transport as well: a response in memory must not exhaust it.
 constexpr std::uint32_t kMaxBody = 64U * 1024 * 1024;
 
+// Runs a setter. A failure is remembered: the exchange then fails whatever the callback returns, so that an
+// ignored return value cannot lead to a response with a part missing.
 template <class Work>
 int32_t Try(cryptcli_response* response, Work work) noexcept {
   if (response == nullptr) return -1;

@@ -20,7 +20,8 @@ class CallbackTransport final : public OruKalvix::ICryptClientHttp {
   std::int32_t SendRequest(const OruGuiBase::AnsiStr& method, const OruGuiBase::AnsiStr& url,
                            const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& body,
                            const OruKalvix::HttpOptions& options, OruKalvix::HttpResponse& response) override;
-  /// The same. `failure` says why there was no response; unchanged if the callback does not.
+  /// The same. If there is no response, `failure` gets the status that the callback set, or
+  /// CRYPTCLI_UNREACHABLE.
   std::int32_t SendRequest(const OruGuiBase::AnsiStr& method, const OruGuiBase::AnsiStr& url,
                            const OruGuiBase::KVMap& headers, const OruGuiBase::AnsiStr& body,
                            const OruKalvix::HttpOptions& options, OruKalvix::HttpResponse& response,

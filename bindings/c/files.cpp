@@ -90,7 +90,7 @@ std::chrono::milliseconds RandomPause(std::chrono::milliseconds longest) {
 
 // False once the operation is cancelled.
 bool Pause(std::chrono::milliseconds length, Operation& operation) {
-  constexpr std::chrono::milliseconds kStep{100};
+  constexpr std::chrono::milliseconds kStep{100};  // how long a cancellation may go unnoticed
   while (length.count() > 0 && !operation.IsCancelled()) {
     const auto step = std::min(length, kStep);
     std::this_thread::sleep_for(step);

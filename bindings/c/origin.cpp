@@ -1,3 +1,6 @@
+// Judges the origin of content that the class opened, and whether a policy accepts it. files.cpp calls it
+// before it delivers content. The judgement uses only the flags of the class and the facts that the operation
+// collected; no server is asked here.
 #include "bindings/c/origin.h"
 
 #include <algorithm>
@@ -10,6 +13,8 @@ std::string Quote(const std::string& text) {
   return "\"" + text + "\"";
 }
 
+// Empty names never match: a signature without a group must not prove a room whose group the service left
+// out.
 bool IsForNamedRoom(const SignerFacts& signer, const Facts& facts) {
   return !signer.group.empty() && signer.group == facts.serviceGroup && !signer.room.empty() &&
          signer.room == facts.serviceRoom;
@@ -45,6 +50,7 @@ Origin JudgeSigners(const Verdict& verdict, const Facts& facts,
   return {CRYPTCLI_ORIGIN_PROVEN, {}};
 }
 
+// The first signer who signed for another room; null if there is none.
 const SignerFacts* FindSignerOfOtherRoom(const std::string& room, const Facts& facts) {
   const auto found =
       std::ranges::find_if(facts.signers, [&](const auto& signer) { return signer.room != room; });

@@ -1,4 +1,5 @@
-// Names of the status codes, and what the library is built with.
+// Names of the status codes, and what the library is built with. Called by applications, and for the names by
+// error.cpp and check.cpp. A name is part of the JSON of an error, so it never changes.
 #include <string>
 
 #include "bindings/c/include/cryptcli/cryptcli.h"
@@ -37,6 +38,7 @@ const char* cryptcli_status_name(cryptcli_status status) {
       return "cancelled";
     case CRYPTCLI_SERVER_ERROR:
       return "server_error";
+    // Also for a number that is no status, as the header says.
     default:
       return "internal";
   }

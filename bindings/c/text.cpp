@@ -1,3 +1,6 @@
+// Strings and JSON at the boundary of the C interface; every source of bindings/c uses them. What comes in as
+// a C string is checked to be UTF-8, and what goes out is made UTF-8: it can come from a server, a
+// certificate or a path in any encoding.
 #include "bindings/c/text.h"
 
 #include <cstdint>
@@ -25,6 +28,8 @@ void Wipe(std::string& text) noexcept {
   OruGuiBase::WipeMemory(text.data(), text.size());
 }
 
+// Signing times and validities are in UTC, hence the "Z". The buffer has space for any values of the members,
+// valid or not.
 std::string TimeText(const OruGuiBase::datetime& time) {
   if (time == OruGuiBase::datetime()) return {};
   char text[64];
@@ -33,6 +38,7 @@ std::string TimeText(const OruGuiBase::datetime& time) {
   return text;
 }
 
+// Strict: a value that JSON cannot express is a defect of the caller, not something to leave out.
 std::string ToJson(const KVMap& object) {
   AnsiStr text;
   AnsiStr reason;
