@@ -1,4 +1,6 @@
-// What a protected file says about itself, without any server: the JSON of cryptcli_inspect.
+// What a protected file says about itself: the JSON of cryptcli_inspect. No server is asked and nothing is
+// verified, so anybody can have written every member. It uses the security library directly; the class has no
+// function for this.
 #include <memory>
 
 #include "bindings/c/boundary.h"
@@ -24,6 +26,7 @@ using OruOssSec::CMSSigner;
 
 namespace {
 
+// Issuer and serial number name the certificate of a room's key (RFC 5652, section 6.2.1).
 KVMap Describe(const CMSKeyTransRecipient& recipient) {
   KVMap object;
   SetText(object, "issuer", recipient.issuer.View());
@@ -31,6 +34,7 @@ KVMap Describe(const CMSKeyTransRecipient& recipient) {
   return object;
 }
 
+// A message may leave out the certificate of its signer: then nobody knows the subject.
 KVMap Describe(const CMSSigner& signer) {
   KVMap attributes;
   for (const auto& [oid, value] : signer.signedAttributes)
@@ -51,6 +55,7 @@ Array<Val> DescribeAll(const PtrContainerQueue<Element>& queue) {
   return values;
 }
 
+// The signers of a protected file are inside of the envelope: to see them, it has to be decrypted first.
 bool DescribeParties(const CMSMsg& message, KVMap& object) {
   if (message.GetType() == CMSMsg::Type::EnvelopedData) {
     PtrContainerQueue<CMSKeyTransRecipient> recipients;
@@ -74,7 +79,7 @@ cryptcli_status Inspect(const cryptcli_file& from, cryptcli_report& report, cryp
   }
   if (!message.Load(source.GetFile()) || !DescribeParties(message, object)) {
     const std::string text = "Could not parse encrypted file: " + ToString(OruGuiBase::GetSystemErrorText());
-    return Fail(error, Classify(text, {}), text);
+    return Fail(error, Classify(text, /*exchange=*/{}), text);
   }
   report.bytes = source.GetSize();
   SetText(object, "type", message.GetTypeStr().View());

@@ -1,4 +1,6 @@
-// Named operations: their table, the check of their arguments, and the call of the class.
+// Named operations: their table, the check of their arguments, and the call of the class. The class ignores a
+// member that it does not know and reads one of the wrong type as empty. Here both are refused before
+// anything is sent, since a misspelt argument could change a group in another way than was meant.
 #include <array>
 #include <memory>
 #include <span>
@@ -26,8 +28,10 @@ using OruGuiBase::ValType;
 
 namespace {
 
+/// The types that an argument can have in JSON.
 enum class Type { String, Flag, Object, Strings, Objects };
 
+/// A member of an operation's arguments. `what` describes it in cryptcli_operations.
 struct Argument {
   const char* name;
   Type type;
@@ -35,12 +39,14 @@ struct Argument {
   const char* what;
 };
 
+/// A row of the table. It refers to an array of arguments that lives as long as the process.
 struct NamedOperation {
   const char* name;
   const char* what;
   std::span<const Argument> arguments;
 };
 
+// Arguments that several operations have.
 constexpr Argument kKeyServers{"keyserver", Type::Strings, true, "URLs of the key servers"};
 constexpr Argument kStatusTimeout{"statustimeout", Type::String, false,
                                   "seconds that the probe of a key server may take"};
@@ -135,6 +141,7 @@ bool IsArrayOf(const Val& value, ValType type) {
   return true;
 }
 
+// As the class reads it: "true" for a flag, for instance, would count as false there.
 bool HasType(const Val& value, Type type) {
   switch (type) {
     case Type::String:
@@ -150,6 +157,7 @@ bool HasType(const Val& value, Type type) {
   }
 }
 
+// The class knows each operation with and without the prefix.
 const NamedOperation* FindOperation(std::string_view name) {
   constexpr std::string_view kPrefix = "Crypt";
   if (name.starts_with(kPrefix)) name.remove_prefix(kPrefix.size());
