@@ -1,3 +1,5 @@
+// The setters of a call. An operation reads a call while it runs; only cryptcli_call_cancel may then change
+// it.
 #include "bindings/c/call.h"
 
 #include <new>
@@ -26,7 +28,7 @@ cryptcli_status cryptcli_call_set_accept(cryptcli_call* call, cryptcli_policy po
   });
 }
 
-// An empty name would be a room that nobody signs for: it is more likely a setting that is missing.
+// Nobody signs for a room with an empty name: an empty string is more likely a setting that is missing.
 cryptcli_status cryptcli_call_set_expected_room(cryptcli_call* call, const char* room,
                                                 cryptcli_error** error) {
   return Guarded(error, [&]() -> cryptcli_status {
@@ -48,6 +50,7 @@ void cryptcli_call_set_progress(cryptcli_call* call, cryptcli_progress_callback 
   call->progressContext = context;
 }
 
+// A signal handler may call this, so it only stores to a lock-free atomic.
 void cryptcli_call_cancel(cryptcli_call* call) {
   if (call != nullptr) call->cancelled.store(true, std::memory_order_relaxed);
 }

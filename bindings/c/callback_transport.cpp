@@ -80,6 +80,7 @@ const void* cryptcli_request_body(const cryptcli_request* request, size_t* size)
   return request->body.GetText();
 }
 
+// HttpOptions: the first timeout limits connecting, the last one the whole exchange.
 uint32_t cryptcli_request_connect_timeout(const cryptcli_request* request) {
   return request->options.timeouts[0];
 }
@@ -146,6 +147,7 @@ std::int32_t CallbackTransport::SendRequest(const AnsiStr& method, const AnsiStr
     response.errorText = AnsiStr("Could not take the response: ") + OruGuiBase::GetSystemErrorText();
     return -1;
   }
+  // A callback that returns 0 without a status is taken for a failure: there is no such response.
   std::int32_t result = -1;
   {
     const ObserverPause pause;

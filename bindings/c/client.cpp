@@ -1,4 +1,5 @@
-// Makes clients: checks the options as a whole and builds the transport.
+// Makes clients: checks the options as a whole and builds the transport. No server is asked here; the files
+// that the options name are read, so that an application learns of a wrong one when it starts.
 #include "bindings/c/client.h"
 
 #include <cstdint>
@@ -23,7 +24,7 @@ namespace {
 // Far more than any password. A device such as /dev/zero never ends.
 constexpr std::uint32_t kMaxPasswordFile = 64 * 1024;
 
-// The first line of the file.
+// The password is the first line of the file, without its end.
 cryptcli_status ReadPassword(const std::string& path, AnsiStr& password, cryptcli_error** error) {
   OruGuiBase::FileReader reader;
   AnsiStr text;
@@ -51,6 +52,8 @@ cryptcli_status MakeTransport(cryptcli_client& client, cryptcli_error** error) {
         std::make_unique<CryptCliC::CallbackTransport>(options.transport, options.transportContext);
     return CRYPTCLI_OK;
   }
+  // The transport asks for credentials only where a request goes to the crypt service or below it. Its option
+  // `headers` would send them to key servers too.
   OruKalvix::CryptClientCurlOptions curl = options.curl;
   curl.serviceUrl = ToAnsi(options.service);
   if (!options.serviceHeaders.IsEmpty()) {
@@ -93,7 +96,7 @@ cryptcli_status cryptcli_client_new(const cryptcli_options* options, cryptcli_cl
     if (options->service.empty())
       return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No URL of the crypt service");
     auto made = std::make_unique<cryptcli_client>();
-    made->options = *options;
+    made->options = *options;  // the application may change or free its own
     AnsiStr reason;
     if (!OruKalvix::ParseUrl(ToAnsi(options->service), made->service, reason))
       return Fail(error, CRYPTCLI_INVALID_ARGUMENT, reason.View());

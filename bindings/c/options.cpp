@@ -19,6 +19,7 @@ std::string_view OrEmpty(const char* text) {
   return text != nullptr ? std::string_view(text) : std::string_view();
 }
 
+// Refused here, before a control character could come into a request or forge a line of the log.
 cryptcli_status CheckUrl(const char* what, std::string_view url, cryptcli_error** error) {
   if (!CryptCliC::IsUtf8(url) || OruGuiBase::HasControlCharacter(url)) {
     return Fail(error, CRYPTCLI_INVALID_ARGUMENT, std::string(what) + " is not a URL");
@@ -124,6 +125,7 @@ cryptcli_status cryptcli_options_set_temporary_directory(cryptcli_options* optio
 void cryptcli_options_set_log(cryptcli_options* options, cryptcli_log_level level,
                               cryptcli_log_callback callback, void* context, int32_t reveal_secrets) {
   if (options == nullptr) return;
+  // Level 0 for no callback: then the class formats no trace that nobody reads.
   options->logLevel = callback != nullptr ? level : 0;
   options->log = callback;
   options->logContext = context;

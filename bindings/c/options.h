@@ -6,8 +6,9 @@
 #include "bindings/c/include/cryptcli/cryptcli.h"
 #include "transport/curlhttp.h"
 
-/// The options of a client: a value, copied when a client is made from them.
+/// The options of a client: a value, owned by the application and copied when a client is made from it.
 struct cryptcli_options {
+  // The defaults in milliseconds, as the public header documents them.
   static constexpr std::uint32_t kConnectTimeout = 30'000;
   static constexpr std::uint32_t kTimeout = 300'000;
 
