@@ -26,10 +26,10 @@ using OruGuiBase::Val;
 
 namespace {
 
-// Tokens and certificates are valid for minutes and more; a clock that is less off does no harm.
+// In seconds. Tokens and certificates are valid for minutes and more, so a smaller difference does no harm.
 constexpr std::int64_t kClockTolerance = 300;
-// Key servers are asked at most this long where the crypt service sets no limit, so that a check of several
-// dead ones ends.
+// Milliseconds for each key server if the crypt service sets no limit. With the default timeout of the
+// client, each server that is down could take five minutes.
 constexpr std::uint32_t kProbeTimeout = 10'000;
 
 /// What was found out about one server or room. A value.
@@ -46,7 +46,7 @@ bool IsTls(std::string_view url) {
   return url.starts_with("https://");
 }
 
-// Nobody else reads what stays on this machine.
+// Requests that stay on this machine need no TLS: nobody on a network can read them.
 bool IsLocal(std::string_view url) {
   for (const char* host : {"http://127.", "http://localhost", "http://[::1]"}) {
     if (url.starts_with(host)) return true;
@@ -128,7 +128,8 @@ class Check {
   KVMap GetResult() const;
 
  private:
-  // Right after the exchange that the finding is about: whether it is retryable is known of the latest one.
+  // Call it right after the exchange of the finding: the operation knows only of the latest one whether a
+  // repetition may help.
   void AddServer(Finding finding, const ServerProbe& probe);
   void AddRoom(Finding finding);
   void AskKeyServer(const std::string& url, std::uint32_t timeout);
@@ -156,8 +157,8 @@ void Check::AddRoom(Finding finding) {
   findings_.Append(Val(Describe(finding)));
 }
 
-// No resource of a crypt service is there without a room, so its base URL is asked. Whatever it responds
-// shows that it is reachable, unless it refuses the caller or fails.
+// Without a room, no resource of a crypt service is known to exist, so the base URL is requested. Any
+// response shows that the service is reachable, unless it refuses the caller or reports a failure of its own.
 void Check::AskService() {
   const ServerProbe probe = ProbeServer(operation_, ToAnsi(client_.options.service), 0);
   Finding finding{"service", client_.options.service};
@@ -171,7 +172,8 @@ void Check::AskService() {
   AddServer(std::move(finding), probe);
 }
 
-// The response to the request for the room's key says how the crypt service is, and then how the room is.
+// One request, for the room's key, gives two findings: whether the crypt service works, and then whether the
+// room does.
 void Check::AskRoom(std::string_view room) {
   const RoomQuery query = QueryRoom(operation_, client_, room);
   const cryptcli_status code = query.ok ? CRYPTCLI_OK : operation_.GetCode(query.message);
@@ -197,7 +199,8 @@ void Check::AskRoom(std::string_view room) {
   for (const std::string& url : query.info.keyServers) AskKeyServer(url, query.info.statusTimeout * 1000U);
 }
 
-// As the class probes it: the status resource, with a random query that no cache can have, and a clock.
+// Probes a key server as the class does: the status resource, with a random query so that no cache responds,
+// and a valid clock in the response.
 void Check::AskKeyServer(const std::string& url, std::uint32_t timeout) {
   if (operation_.IsCancelled()) return;
   Finding finding{"key_server", url};

@@ -234,7 +234,7 @@ cryptcli_status Perform(const cryptcli_client& client, const NamedOperation& nam
       &operation, ToAnsi(client.options.service), {}, named.name, arguments, result, message);
   if (code < 0) return Fail(error, operation.MakeFailure(message.View()));
   KVMap object = result.AsMap();
-  // An audit log without the part of some key servers.
+  // With a success, a message is a warning: the audit log is there, but without the part of some key servers.
   if (!message.IsEmpty()) {
     SetText(object, "warning", message.View());
     object.Put("failure", DescribeWarning(operation, message.View()));
@@ -290,6 +290,7 @@ cryptcli_status cryptcli_perform(const cryptcli_client* client, const char* oper
   });
 }
 
+// Built once and kept: the caller does not free it.
 const char* cryptcli_operations(void) {
   try {
     static const std::string text = CryptCliC::DescribeOperations();

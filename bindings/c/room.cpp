@@ -1,5 +1,5 @@
-// What the crypt service knows about a room. cryptcli_room reports it, cryptcli_check takes the key servers
-// from it. The private key that a response may have is never copied out of it.
+// What the crypt service knows about a room. cryptcli_room reports it, and cryptcli_check in check.cpp takes
+// the key servers from it. A response can contain the room's private key, which is never copied out of it.
 #include "bindings/c/room.h"
 
 #include <charconv>
@@ -22,17 +22,18 @@ using OruKalvix::MemberReader;
 
 namespace {
 
+// The words of the class for the same failure, so that the table of messages has a row for it.
 constexpr std::string_view kPrefix = "Could not get room key: ";
 
-// Decimal digits alone; anything else is no limit, as the class treats it.
+// Only decimal digits are a limit. The class ignores any other value in the same way.
 std::uint32_t ReadSeconds(std::string_view text) {
   std::uint32_t seconds = 0;
   const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), seconds);
   return problem == std::errc() && end == text.data() + text.size() ? seconds : 0;
 }
 
-// The order in which Decrypt uses them: a plain key comes before a wrapped one. Without a certificate neither
-// can be used.
+// In the order in which Decrypt tries them: the plain key before the wrapped one. Without a certificate it
+// uses neither.
 KeyType FindKeyType(const MemberReader& response, const OruOssSec::Certificate& certificate) {
   if (certificate.IsEmpty()) return KeyType::None;
   if (IsPlainKey(response.String("plain"))) return KeyType::Plain;
@@ -64,7 +65,8 @@ RoomInfo ReadInfo(const MemberReader& response) {
   return info;
 }
 
-// The refusals are those of the class: one passes its text on alone, every other one gets the prefix.
+// Refusals get the same messages as in the class: one has the service's text alone, the others have the
+// prefix.
 bool IsRefused(const MemberReader& response, std::string& message) {
   const AnsiStr id = response.String("errorid");
   const std::string text = ToString(response.String("errortext"));
@@ -73,6 +75,7 @@ bool IsRefused(const MemberReader& response, std::string& message) {
   return true;
 }
 
+// A name or date that cannot be read stays empty: the rest of the description is useful without it.
 KVMap DescribeCertificate(const OruOssSec::Certificate& certificate) {
   AnsiStr subject;
   AnsiStr issuer;
@@ -94,6 +97,8 @@ KVMap DescribeCertificate(const OruOssSec::Certificate& certificate) {
 
 }  // namespace
 
+// The class asks in the same way, but only as a part of Encrypt and Decrypt, and keeps the response to
+// itself.
 RoomQuery QueryRoom(Operation& operation, const cryptcli_client& client, std::string_view room) {
   AnsiStr url = ToAnsi(client.options.service);
   OruKalvix::AppendPath(url, "crypt/key");

@@ -1,6 +1,6 @@
-// Single requests to servers, for the functions that only look: room.cpp asks for a room's key, check.cpp
-// asks every server whether it responds. The class has no member for that. Messages and traces are those of
-// its own exchanges, so that one table of messages and one log serve both.
+// Single requests to servers, for the functions that change nothing: room.cpp asks for a room's key,
+// check.cpp asks each server whether it responds. The class has no member for that. Messages and traces are
+// the same as those of its own exchanges, so that one table of messages and one log serve both.
 #include "bindings/c/server_probe.h"
 
 #include <chrono>
