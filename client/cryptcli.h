@@ -327,7 +327,7 @@ class CryptClient final : public OruOssSec::ISignHash {
   AnsiStr errorMessage;
   KVMap responseHeaders;  ///< of the latest successful exchange, names in lower case
   KeyServerCursor keyServerCursor;
-  std::uint32_t statusClock = 0;  ///< ticks at the latest answered probe
+  std::uint32_t statusClock = 0;  ///< ticks at the latest probe with a response
   bool certAuth = false;
   KVMap serverTimes;                ///< URL of a key server to its clock at its latest probe
   std::uint32_t statusTimeout = 0;  ///< milliseconds; 0 is no limit
