@@ -1,4 +1,4 @@
-"""Turns arguments into what the C library takes. What cannot be expressed there is refused, never cut."""
+"""Turns arguments into what the C library takes. A value that it cannot express is refused, never truncated."""
 
 from __future__ import annotations
 
@@ -41,7 +41,7 @@ def encode_optional_path(path: Optional[AnyPath], what: str) -> Optional[bytes]:
 
 
 def milliseconds(seconds: Optional[float], what: str) -> int:
-    """At least one; 0, the library's default, for None."""
+    """The time in milliseconds, at least one; for None 0, which means the library's default."""
     if seconds is None:
         return 0
     if not (math.isfinite(seconds) and 0 < seconds <= _MOST_MILLISECONDS / 1000):
@@ -50,7 +50,7 @@ def milliseconds(seconds: Optional[float], what: str) -> int:
 
 
 def require_callable(value: Any, what: str) -> None:
-    """Refuses what cannot be called now, rather than in the middle of an operation."""
+    """Refuses a value that cannot be called here, rather than in the middle of an operation."""
     if value is not None and not callable(value):
         raise TypeError(f"{what} has to be callable, not {type(value).__name__}")
 

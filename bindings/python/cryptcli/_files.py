@@ -1,4 +1,4 @@
-"""Sources and targets: paths, and binary file objects of any kind.
+"""Sources and targets: paths, and binary file objects of any type.
 
 The library works on paths. The content of a file object goes through a private temporary file: read whole before the
 operation, or written to the object after the operation has succeeded. Its descriptor, if there is one, is not used: an
@@ -30,29 +30,32 @@ class Readable(Protocol):
 
 
 class Writable(Protocol):
-    """A binary file object to write to. Its flush() is called, too, if it has one."""
+    """A binary file object to write to. If it has a flush(), that is called at the end."""
 
     def write(self, data: bytes, /) -> Optional[int]:
         """Writes bytes and returns how many, or None for all."""
 
 
-#: A path, or a binary file object that is read from where it stands to its end.
+#: A path, or a binary file object that is read from its current position to its end.
 Source = Union[AnyPath, Readable]
-#: A path, or a binary file object that is written to from where it stands.
+#: A path, or a binary file object that is written to from its current position.
 Target = Union[AnyPath, Writable]
 
 
 class Spool:
-    """Makes paths of sources and targets for one operation, in `directory` or the default one."""
+    """Gives sources and targets of one operation a path that the library can use.
+
+    File objects get one in `directory`, or in the default one; the file is removed at the end of the block.
+    """
 
     def __init__(self, directory: Optional[AnyPath], cancel: Optional[Cancellation]) -> None:
-        # As the library chooses it. tempfile would fall back to the working directory, which may be shared.
+        # The same default as in the library. tempfile would fall back to the working directory, which may be shared.
         self._directory = (os.environ.get("TMPDIR") or "/tmp") if directory is None else os.fsdecode(directory)
         self._cancel = cancel
 
     @contextmanager
     def source(self, source: Source) -> Iterator[bytes]:
-        """The path of the source, or of a copy of what the object has."""
+        """The path of the source, or of a copy of what a file object still has to read."""
         if _is_path(source):
             yield encode_path(cast(AnyPath, source), "The source")
             return
@@ -85,7 +88,7 @@ class Spool:
         with directory:
             yield os.path.join(directory.name, "content")
 
-    # What the object's own read raises comes through as it is.
+    # An exception of the object's own read reaches the caller unchanged: it is the caller's code.
     def _fill(self, path: str, source: Readable) -> None:
         with _create(path) as file:
             for chunk in self._chunks(source):

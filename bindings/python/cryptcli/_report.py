@@ -30,9 +30,9 @@ class Origin(_Named):
     UNPROVEN = 1
     #: The signature holds; no signer was examined, since the room's key came in the clear: anybody can have signed.
     SIGNATURE_ONLY = 2
-    #: Signer and chain hold, for another room or group than the crypt service named.
+    #: Signer and chain are valid, for another room or group than the crypt service named.
     OTHER_ROOM = 3
-    #: Signer and chain hold, for the room and group that the crypt service named.
+    #: Signer and chain are valid, for the room and group that the crypt service named.
     PROVEN = 4
 
     @classmethod
@@ -50,11 +50,11 @@ class Policy(_Named):
 
     #: Proven alone: the default.
     PROVEN = 0
-    #: Content signed for another room or group, too.
+    #: Also content that was signed for another room or group.
     ANY_SIGNER = 1
-    #: Content whose signer was not examined, too.
+    #: Also content whose signer was not examined.
     SIGNATURE_ONLY = 2
-    #: Unproven and unsigned content, too.
+    #: Also unproven and unsigned content.
     ANYTHING = 3
 
 
@@ -82,7 +82,7 @@ class Report:
 
 
 def make_report(facts: Dict[str, Any]) -> Report:
-    """The report for its JSON object."""
+    """The report from its JSON object."""
     return Report(
         origin=Origin.from_name(facts["origin"]) if "origin" in facts else None,
         reason=facts.get("reason", ""),
