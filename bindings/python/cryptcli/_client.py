@@ -29,12 +29,12 @@ class Client:
     A client is immutable and serves any number of threads at once; make one and keep it, since it keeps connections
     open. Operations release the interpreter lock, so threads are enough to use several cores.
 
-    Callables (progress, log, transport) run while the caller waits: on its thread, or for the main thread on one that
-    works for it, so that Ctrl-C cancels an operation. What they raise cancels it, too, and comes out of it. They may
-    not use the same client.
+    Callables (progress, log, transport) run while the caller waits. They run on its thread; for an operation of the
+    main thread they run on a worker thread, so that Ctrl-C can cancel the operation. If a callable raises an exception,
+    the operation is cancelled and raises it. Callables may not use the same client.
 
-    Each process needs a client of its own: one that was made before a fork cannot be used behind it, and none can be
-    pickled.
+    Each process needs a client of its own: a client that was made before a fork refuses to work in the child process,
+    and no client can be pickled.
     """
 
     def __init__(
@@ -81,7 +81,7 @@ class Client:
             raise TypeError(f"log_level has to be a LogLevel, not {type(log_level).__name__}")
         self._temporary_directory = temporary_directory
         self._operations = Operations()
-        # The library calls them as long as the client lives.
+        # Kept here, since ctypes frees a callback that nobody refers to while the library may still call it.
         self._callbacks: List[Any] = []
         options = ctypes.c_void_p(lib.options_new())
         if not options:
@@ -147,7 +147,7 @@ class Client:
     def __reduce__(self) -> NoReturn:
         raise TypeError("A client cannot be pickled: make one in each process")
 
-    # An operation refers to its client: none runs here.
+    # An operation refers to its client, so none is in progress here and close() does not wait.
     def __del__(self) -> None:
         if hasattr(self, "_handle"):
             self.close()
@@ -169,13 +169,14 @@ class Client:
     ) -> Report:
         """Protects `source` for the room and puts the protected file at `target`.
 
-        Makes the room's key when it has none; where several clients do so at once, all find the one key.
+        Makes the room's key if it has none. If several clients do so at the same time, all of them use the same key.
 
-        source, target  a path, or a binary file object, which is read or written from where it stands. A target by
-                        path appears whole or not at all; a target object is written once everything else has
-                        succeeded. What an object's own methods raise comes through.
-        expected_room   the room as the crypt service spells it; OriginNotProven, without a report, and the target as
-                        it was, if the service names another one. Without it any room is right that it names
+        source, target  a path, or a binary file object, which is read or written from its current position. A target by
+                        path appears whole or not at all; a target object is written after everything else has
+                        succeeded. An exception of an object's own methods reaches the caller.
+        expected_room   the room as the crypt service spells it. If the service names another one, OriginNotProven is
+                        raised, without a report, and the target is unchanged. Without it, any room that the service
+                        names is accepted
         progress        called after each chunk with the bytes done and in all; False cancels
         cancel          cancels the operation from elsewhere
         """
@@ -204,10 +205,9 @@ class Client:
     ) -> Report:
         """Opens the protected file `source` and delivers its content to `target` if `accept` admits its origin.
 
-        Otherwise raises OriginNotProven with the report, and the target stays as it was. So does, whatever `accept`
-        is, content for which the crypt service names another room than `expected_room`, or whose examined signer signed
-        for another one; without `expected_room`, any room is right that the crypt service names. See encrypt for the
-        other arguments.
+        Otherwise raises OriginNotProven with the report, and the target is unchanged. With `expected_room` the same
+        happens, whatever `accept` is, if the crypt service names another room, or if an examined signer signed for
+        another one. Without it, any room that the crypt service names is accepted. See encrypt for the other arguments.
         """
         spool = Spool(self._temporary_directory, cancel)
         with spool.source(source) as read, spool.target(target) as written:
@@ -232,8 +232,7 @@ class Client:
         progress: Optional[Progress] = None,
         cancel: Optional[Cancellation] = None,
     ) -> Report:
-        """Opens the protected file and reports what decrypt would, without delivering anything. Raises what decrypt
-        would raise."""
+        """Does the same as decrypt, with the same report and exceptions, but delivers nothing."""
         with Spool(self._temporary_directory, cancel).source(source) as read:
             return self._report(
                 lib.verify,
@@ -255,9 +254,9 @@ class Client:
         progress: Optional[Progress] = None,
         cancel: Optional[Cancellation] = None,
     ) -> Report:
-        """Opens the protected file at `path` and protects its content again with the room's present key, in place: it
-        is either the old or the new file at any moment. OriginNotProven, and the old file, also if the crypt service
-        names another room than `expected_room` for the new one; then without a report."""
+        """Opens the protected file at `path` and protects its content again with the room's present key, in place: at
+        any moment it is either the old or the new file. If the crypt service names another room than `expected_room`
+        for the new file, OriginNotProven is raised without a report, and the old file stays."""
         return self._report(
             lib.rekey,
             _room(room),
@@ -290,7 +289,7 @@ class Client:
     def room(self, room: str, *, cancel: Optional[Cancellation] = None) -> Dict[str, Any]:
         """What the crypt service knows about a room. Changes nothing: no key is made. Fails like encrypt.
 
-        room, group                what the crypt service calls them
+        room, group                their names, as the crypt service spells them
         keyType                    "wrapped"; "plain", where the service gives the private key to clients; or "none",
                                    where the first encrypt makes a key
         certificate                of the key: subject, issuer, serial, notBefore and notAfter; absent with "none"
@@ -303,7 +302,7 @@ class Client:
     def check(self, room: Optional[str] = None, *, cancel: Optional[Cancellation] = None) -> Dict[str, Any]:
         """Asks the crypt service, and with a room each of its key servers, whether they work. Changes nothing.
 
-        That something does not work is a result, not an exception.
+        A server that does not work is a finding in the result, not an exception.
 
         ok        whether every finding is ok
         findings  for the service, the room and each key server: subject ("service", "room" or "key_server"), name,

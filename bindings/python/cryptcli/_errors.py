@@ -48,7 +48,7 @@ class Status(enum.IntEnum):
 
 @dataclass(frozen=True)
 class Attempt:
-    """A key server that was asked in vain: its URL, and why it could not help."""
+    """A key server that failed during an operation: its URL, and why it failed."""
 
     server: str
     code: Status
@@ -61,12 +61,12 @@ class Error(Exception):
     Every failure of the library is of one of the types below; a type of its own means that a program can react to it.
     Can be pickled, so it reaches the caller from another process.
 
-    code        the Status; the stable way to tell failures apart
+    code        the Status; the stable way to distinguish failures
     message     for people
     retryable   whether the same call may succeed later without anything being changed
     http_status the HTTP status of the exchange that failed last; 0 where there was no response
     url         the URL of that exchange, without its query; empty where none failed
-    attempts    the key servers that were asked in vain, in their order
+    attempts    the key servers that failed, in the order in which they were asked
     """
 
     code: Status = Status.INTERNAL
@@ -89,13 +89,13 @@ class Error(Exception):
 
 
 class Internal(Error):
-    """Anything without a type of its own, such as a lack of memory, or a code that this package does not know."""
+    """A failure without a type of its own, such as an allocation failure, or one with a code that is not known here."""
 
     code = Status.INTERNAL
 
 
 class InvalidArgument(Error, ValueError):
-    """The call is wrong; nothing was tried. Strings with a NUL character or a lone surrogate are refused so, too."""
+    """An argument is wrong; nothing was done. Raised for a string with a NUL character or a lone surrogate as well."""
 
     code = Status.INVALID_ARGUMENT
 
@@ -125,13 +125,13 @@ class UnknownRoom(Error):
 
 
 class KeyRefused(Error):
-    """The crypt service refuses to hand out the room's key for now."""
+    """The crypt service does not hand out the room's key at present."""
 
     code = Status.KEY_REFUSED
 
 
 class NotProtected(Error):
-    """The source is no protected file."""
+    """The source is not a protected file."""
 
     code = Status.NOT_PROTECTED
 
@@ -143,8 +143,9 @@ class Damaged(Error):
 
 
 class OriginNotProven(Error):
-    """The content is whole, but its origin is weaker than the policy accepts, or the room is not the expected one. Nothing
-    was delivered.
+    """The content is intact, but the policy does not accept its origin, or the room is not the expected one.
+
+    Nothing was delivered.
 
     report  what is known about the origin, with the reason; None if a file was to be made for another room
     """
@@ -166,19 +167,19 @@ class IOFailure(Error):
 
 
 class Conflict(Error):
-    """Another client made the room's first key at the same time, again and again."""
+    """Other clients kept making the room's first key at the same time."""
 
     code = Status.CONFLICT
 
 
 class Cancelled(Error):
-    """The operation was cancelled, by a Cancellation or by a progress callable. The target is as it was."""
+    """The operation was cancelled, by a Cancellation or by a progress callable. The target is unchanged."""
 
     code = Status.CANCELLED
 
 
 class ServerError(Error):
-    """A server responded with an error, or with something that it should not."""
+    """A server reported an error, or its response is not valid."""
 
     code = Status.SERVER_ERROR
 
@@ -206,7 +207,7 @@ _TYPES: Dict[Status, Type[Error]] = {
 
 
 def make_error(status: int, facts: Dict[str, Any], report: Optional[Report] = None) -> Error:
-    """The exception for a status and the error's JSON object. Members that it lacks have their defaults."""
+    """The exception for a status and the error's JSON object. A member that is missing has its default value."""
     made = _TYPES.get(Status(status), Internal)(
         facts.get("message", ""),
         retryable=facts.get("retryable", False),
