@@ -1,4 +1,4 @@
-"""Log callables, which get what the library reports while it works."""
+"""Log callables, which receive the messages of the library while it works."""
 
 from __future__ import annotations
 
@@ -12,11 +12,11 @@ from ._operation import Operations
 class LogLevel(enum.IntEnum):
     """What a log callable gets. A level of a newer library that this package does not know becomes DEBUG."""
 
-    #: Reasons of failures, those that a later attempt makes good included.
+    #: The reason of each failure, also of one after which a later attempt succeeds.
     ERROR = 1
-    #: And a line for each request.
+    #: As well: a line for each request.
     REQUEST = 2
-    #: And what an operation finds, and bodies of requests and responses.
+    #: As well: what a signature says, and the bodies of requests and responses.
     DEBUG = 3
 
     @classmethod
@@ -24,7 +24,7 @@ class LogLevel(enum.IntEnum):
         return cls.DEBUG
 
 
-#: Gets the level and the message. What it raises ends the operation and comes out of it.
+#: Gets the level and the message. If it raises an exception, the operation is cancelled and raises that.
 Log = Callable[[LogLevel, str], object]
 
 

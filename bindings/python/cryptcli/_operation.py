@@ -28,7 +28,7 @@ class Cancellation:
     """Cancels operations, from any thread and from a signal handler.
 
     One object may be given to any number of operations. It stays cancelled: an operation that gets it later ends at
-    once. Each of them raises Cancelled and leaves its target as it was, unless that had been delivered.
+    once. Each of them raises Cancelled and leaves its target unchanged, unless it was delivered before.
     """
 
     def __init__(self) -> None:
@@ -43,7 +43,10 @@ class Cancellation:
         return self._cancelled
 
     def cancel(self) -> None:
-        """Cancels every operation that has this object, now and later. An exchange with a server ends soon."""
+        """Cancels every operation that was given this object, and those that get it later.
+
+        An exchange with a server that is in progress ends soon.
+        """
         with self._lock:
             self._cancelled = True
             for call in self._calls:
@@ -72,7 +75,7 @@ class Operation:
     ) -> None:
         #: What a callable or a signal handler raised first, to be raised when the library has returned.
         self.exception: Optional[BaseException] = None
-        #: Why the transport had no exchange last, to be the cause of the library's error.
+        #: The latest failure of the transport, which becomes the cause of the library's error.
         self.transport_failure: Optional[OSError] = None
         self._lock = threading.Lock()  # the call object may be cancelled from one thread and freed on another
         self._progress = progress
@@ -91,7 +94,7 @@ class Operation:
             cancel._attach(self.call)
 
     def free(self) -> None:
-        """Ends the call object once the library has returned."""
+        """Frees the call object, after the library has returned."""
         if self.call is not None and self._cancel is not None:
             self._cancel._detach(self.call)
         with self._lock:
@@ -128,7 +131,7 @@ class Operation:
 class Operations:
     """The operations that run with one client, by thread: at most one on each.
 
-    Closing waits for them; the object behind the handle must not end while one runs.
+    Closing waits for them, since the library's client must not be freed while one runs.
     """
 
     def __init__(self) -> None:
@@ -210,8 +213,8 @@ def run_interruptibly(operation: Operation, work: Callable[[], Result]) -> Resul
         raise
     interruption: Optional[BaseException] = None
     while True:
-        # Signal handlers may raise again while an earlier exception is handled. So the cancellation, too, is inside of
-        # the block, and the thread is always waited for: until then it uses the client and the target.
+        # Signal handlers may raise again while an earlier exception is handled. So the cancellation is inside the block
+        # as well, and this loop always waits for the thread: until it ends, it uses the client and the target.
         try:
             while not future.done():
                 if interruption is not None:

@@ -40,8 +40,8 @@ class Response:
 #: Carries out a request and blocks until that has ended; called on many threads at once. It must not follow
 #: redirects, and should keep to the timeouts: nothing cancels it while it blocks. An OSError, which the standard
 #: library's clients raise, means that there was no exchange: the library then tries the next server, if there is one.
-#: A TimeoutError becomes Timeout, any other one Unreachable.
-#: Any other exception ends the operation and comes out of it.
+#: A TimeoutError becomes Timeout, any other OSError becomes Unreachable. Any other exception cancels the operation,
+#: which raises it.
 Transport = Callable[[Request], Response]
 
 
@@ -100,7 +100,7 @@ def _read(request: int) -> Request:
 
 
 def _fill(target: int, response: Response) -> int:
-    # ctypes would cut a number that is too large.
+    # ctypes would drop the upper bits of a number that is too large, and could make a valid status of it.
     status = response.status if 0 < response.status < 1000 else 0
     results = [lib.response_set_status(target, status)]
     for name, value in response.headers.items():
