@@ -62,7 +62,7 @@ TEST_F(Refusals, NameTheRoomThatWasSignedFor) {
 }
 
 // The class ignores it, uses the wrapped key, and checks the signer.
-TEST_F(Refusals, SpareAFileWhosePlainKeyCannotBeRead) {
+TEST_F(Refusals, LetThroughAFileWhosePlainKeyCannotBeRead) {
   NameInResponse("plain", "no key");
   forged.EnvelopeSigned({forged.Signer()});
   const Outcome outcome = Open();
@@ -92,7 +92,7 @@ TEST_F(Refusals, ReportAPlainKey) {
   EXPECT_EQ(cryptcli_report_is_plain_key(Open().report.get()), 1);
 }
 
-TEST_F(Refusals, SpareAGroupInHexadecimalForm) {
+TEST_F(Refusals, LetThroughAGroupInHexadecimalForm) {
   std::string hex;
   for (const char byte : std::string(TestSupport::kGroup)) {
     constexpr const char* kDigits = "0123456789abcdef";
@@ -126,7 +126,7 @@ TEST_F(Refusals, ANameWithANulIsAnotherName) {
 
 // The first signer is for another room. The second one's group cannot be read whole, and must not lend the
 // first one its room.
-TEST_F(Refusals, ASignerWhoseGroupHasANulLendsNoRoom) {
+TEST_F(Refusals, DoNotMixTheRoomsOfTwoSigners) {
   using namespace std::string_literals;
   TestSupport::SignerSpec second = forged.Signer(kScriptedRoom, TestSupport::kGroup + "\0b"s);
   second.hasCertificate = false;

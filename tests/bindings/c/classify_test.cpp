@@ -114,7 +114,7 @@ TEST(Classify, KnowsTheCodeOfEveryStepOfTheCInterface) {
 }
 
 // A source that another program changes is no fault of a server that signs, nor of the file's content.
-TEST(Classify, BlamesTheFileThatChangesForWhatItDoes) {
+TEST(Classify, BlamesNobodyElseForAFileThatChanges) {
   for (const char* message :
        {"Could not sign file", "Could not encrypt file", "Could not parse encrypted file",
         "Could not decrypt file", "Could not read signed content"}) {
@@ -132,7 +132,7 @@ TEST(Classify, LooksAtTheReasonOfTheSystemFirst) {
 
 // Weak keys and digests in the chain are faults of the signer, a weak digest of the content one of the
 // message.
-TEST(Classify, TellsAWeakChainFromADamagedMessage) {
+TEST(Classify, DistinguishesAWeakChainFromADamagedMessage) {
   for (const char* reason :
        {"A certificate is signed with MD5", "A certificate is signed with SHA-1",
         "A certificate is signed with a weak digest", "A certificate's RSA key has fewer than 2048 bits",
@@ -159,7 +159,7 @@ TEST(Classify, BlamesTheMessageOnlyForItsOwnFaults) {
   }
 }
 
-TEST(Classify, LooksAtTheExchangeBehindAMessage) {
+TEST(Classify, UsesTheExchangeWhoseReasonEndsTheMessage) {
   const FailedExchange notFound{true, true, true, 404, {}};
   EXPECT_EQ(Classify("Could not get room key: HTTP 404", notFound), CRYPTCLI_UNKNOWN_ROOM);
   const FailedExchange silent{true, false, false, 0, "Gave up waiting for host:1: timed out"};
@@ -197,7 +197,7 @@ TEST(Classify, CallsOnlyARefusedUploadAConflict) {
   }
 }
 
-TEST(Classify, TellsRefusedClientsFromServersThatAreNotThere) {
+TEST(Classify, DistinguishesRefusedClientsFromUnreachableServers) {
   const auto failed = [](std::string_view reason) { return FailedExchange{true, false, false, 0, reason}; };
   for (const char* reason : {"A client certificate is required by host:1: alert certificate required",
                              "The client certificate was refused by host:1: alert unknown ca"}) {

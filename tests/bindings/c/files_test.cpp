@@ -99,7 +99,7 @@ TEST_F(Files, RekeyLeavesAFileThatDoesNotOpen) {
   EXPECT_EQ(scratch.Read("secret"), "no message");
 }
 
-TEST_F(Files, DescriptorsAreReadAndWrittenFromWhereTheyStand) {
+TEST_F(Files, DescriptorsAreReadAndWrittenAtTheirPosition) {
   scratch.Make("plain", std::string("head") + kContent);
   scratch.Make("opened", "before ");
   const int source = ::open(Path("plain").c_str(), O_RDONLY);

@@ -95,7 +95,7 @@ TEST_F(Files, PathsMayHaveAnyStringType) {
   }
 }
 
-TEST_F(Files, DescriptorsAreUsedFromWhereTheyStandAndStayOpen) {
+TEST_F(Files, DescriptorsAreUsedAtTheirPositionAndStayOpen) {
   scratch.Make("plain", "head" + std::string(kContent));
   scratch.Make("opened", "before ");
   const int source = ::open(Path("plain").c_str(), O_RDONLY | O_CLOEXEC);

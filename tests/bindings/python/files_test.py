@@ -87,7 +87,7 @@ def test_objects_without_a_descriptor(client: cryptcli.Client) -> None:
     assert client.verify(ROOM, io.BytesIO(secret.getvalue())).origin is cryptcli.Origin.PROVEN
 
 
-def test_objects_are_read_and_written_from_where_they_stand(
+def test_objects_are_read_and_written_at_their_position(
     client: cryptcli.Client, tmp_path: Path
 ) -> None:
     (tmp_path / "plain").write_bytes(b"head" + CONTENT)
@@ -160,7 +160,7 @@ def test_a_target_object_gets_nothing_when_the_origin_is_refused(
     assert target.getvalue() == b""
 
 
-def test_what_a_source_raises_comes_through(client: cryptcli.Client, tmp_path: Path) -> None:
+def test_an_exception_of_a_source_reaches_the_caller(client: cryptcli.Client, tmp_path: Path) -> None:
     class Broken:
         def read(self, size: int) -> bytes:
             raise OSError(5, "the disk is gone")
@@ -170,7 +170,7 @@ def test_what_a_source_raises_comes_through(client: cryptcli.Client, tmp_path: P
     assert not (tmp_path / "secret").exists()
 
 
-def test_what_a_target_raises_comes_through(client: cryptcli.Client, protected: Path) -> None:
+def test_an_exception_of_a_target_reaches_the_caller(client: cryptcli.Client, protected: Path) -> None:
     with open("/dev/full", "wb", buffering=0) as full, pytest.raises(OSError, match="No space left"):
         client.decrypt(ROOM, protected, full)
 

@@ -46,7 +46,7 @@ def test_progress_cancels_by_false(client: cryptcli.Client, tmp_path: Path) -> N
     assert (tmp_path / "secret").read_bytes() == b"as before"
 
 
-def test_what_progress_raises_comes_out(client: cryptcli.Client, tmp_path: Path) -> None:
+def test_an_exception_of_progress_reaches_the_caller(client: cryptcli.Client, tmp_path: Path) -> None:
     calls = []
 
     def progress(done: int, total: int) -> None:
@@ -59,7 +59,7 @@ def test_what_progress_raises_comes_out(client: cryptcli.Client, tmp_path: Path)
     assert not (tmp_path / "secret").exists()
 
 
-def test_what_progress_raises_comes_out_on_other_threads(client: cryptcli.Client, tmp_path: Path) -> None:
+def test_an_exception_of_progress_reaches_its_caller_on_other_threads(client: cryptcli.Client, tmp_path: Path) -> None:
     caught: List[BaseException] = []
 
     def progress(done: int, total: int) -> None:
@@ -77,7 +77,7 @@ def test_what_progress_raises_comes_out_on_other_threads(client: cryptcli.Client
     assert len(caught) == 1
 
 
-def test_what_the_log_raises_comes_out(make_client: MakeClient, tmp_path: Path) -> None:
+def test_an_exception_of_the_log_reaches_the_caller(make_client: MakeClient, tmp_path: Path) -> None:
     def log(level: cryptcli.LogLevel, message: str) -> None:
         raise Mine
 

@@ -99,7 +99,7 @@ def test_an_os_error_is_a_failed_exchange(make_client: MakeClient) -> None:
 
 
 @pytest.mark.parametrize("failure", [TimeoutError("too slow"), urllib.error.URLError(TimeoutError("too slow"))])
-def test_a_timeout_is_told_from_a_broken_connection(make_client: MakeClient, failure: OSError) -> None:
+def test_a_timeout_is_distinguished_from_a_broken_connection(make_client: MakeClient, failure: OSError) -> None:
     def fail() -> cryptcli.Response:
         raise failure
 
@@ -123,7 +123,7 @@ def test_a_failed_exchange_leads_to_the_next_key_server(
     assert failed
 
 
-def test_any_other_exception_comes_out(make_client: MakeClient) -> None:
+def test_any_other_exception_reaches_the_caller(make_client: MakeClient) -> None:
     def fail() -> cryptcli.Response:
         raise LookupError("a defect")
 
@@ -134,17 +134,17 @@ def test_any_other_exception_comes_out(make_client: MakeClient) -> None:
 
 
 @pytest.mark.parametrize("status", [0, 7, 1000, -1, 2**32 + 200])
-def test_an_invalid_status_comes_out(make_client: MakeClient, status: int) -> None:
+def test_an_invalid_status_is_an_error(make_client: MakeClient, status: int) -> None:
     with pytest.raises(cryptcli.Internal, match="response cannot be taken"):
         encrypt(make_client(transport=Recorder(lambda: cryptcli.Response(status))))
 
 
-def test_a_header_with_a_nul_comes_out(make_client: MakeClient) -> None:
+def test_a_header_with_a_nul_is_an_error(make_client: MakeClient) -> None:
     with pytest.raises(cryptcli.InvalidArgument, match="NUL"):
         encrypt(make_client(transport=Recorder(lambda: cryptcli.Response(200, {"Date": "a\0b"}))))
 
 
-def test_what_is_no_response_comes_out(make_client: MakeClient) -> None:
+def test_a_result_that_is_no_response_is_an_error(make_client: MakeClient) -> None:
     nothing: Any = lambda request: None
     with pytest.raises(AttributeError):
         encrypt(make_client(transport=nothing))
