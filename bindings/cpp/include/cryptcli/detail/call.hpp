@@ -53,6 +53,7 @@ class RunningCall {
   }
 
  private:
+  /// What the stop token runs on a stop request. Refers to the call object, which outlives the callback.
   struct Cancel {
     cryptcli_call* call;
     void operator()() const noexcept { cryptcli_call_cancel(call); }

@@ -51,6 +51,7 @@ bool Guard(const Work& work, std::string& reason) noexcept {
 #endif
 }
 
+/// The message about a callable that threw an exception.
 inline std::string Threw(std::string_view callable, std::string_view reason) {
   std::string message = "The " + std::string(callable) + " threw an exception";
   if (!reason.empty()) message.append(": ").append(reason);
@@ -64,13 +65,15 @@ struct State {
   Handle<cryptcli_client> client;
 };
 
+/// The C callback of a log. `context` is a State, which outlives the C client.
 inline void WriteLog(void* context, cryptcli_log_level level, const char* message) noexcept {
   const auto& log = static_cast<const State*>(context)->log;
   std::string reason;
-  // There is nobody to whom the failure of a log could be reported.
+  // Dropped: a log that fails must not fail the operation, and there is no other place to report it.
   (void)Guard([&] { log.write(static_cast<LogLevel>(level), message); }, reason);
 }
 
+/// Lends from the C request, which is valid during the call.
 inline HttpRequest ToRequest(const cryptcli_request* from) {
   HttpRequest request;
   request.method = cryptcli_request_method(from);
@@ -99,6 +102,7 @@ inline bool Fill(cryptcli_response* response, const HttpResponse& from) {
   return cryptcli_response_append_body(response, from.body.data(), from.body.size()) == 0;
 }
 
+/// The C callback of a transport. `context` is a State, which outlives the C client.
 inline std::int32_t SendRequest(void* context, const cryptcli_request* request,
                                 cryptcli_response* response) noexcept {
   const auto& transport = static_cast<const State*>(context)->transport;

@@ -34,6 +34,7 @@ inline Unexpected SystemFailure(std::string_view what, int number) {
                  std::string(what) + ": " + std::generic_category().message(number));
 }
 
+/// Owns a file descriptor and closes it on destruction. Movable; a moved-from object owns none.
 class OwnedDescriptor {
  public:
   OwnedDescriptor() = default;
@@ -54,13 +55,15 @@ class OwnedDescriptor {
   int descriptor_ = -1;
 };
 
-/// A source or target of the C interface. `path` lends from the Source or Target; bytes in memory have a
-/// descriptor of a file that has no name and lies in memory.
+/// A source or target of the C interface. `file.path` lends from the Source or Target, which has to live as
+/// long. Bytes in memory have the descriptor of a file in memory without a name, which `memory` owns.
 struct OpenedFile {
   cryptcli_file file = cryptcli_descriptor(-1);
   OwnedDescriptor memory{};
 };
 
+/// Opens a Source or Target for the C interface, and copies what was written back to a target in memory. A
+/// friend of both classes, so that their variants are no part of the published interface. Has no state.
 struct FileAccess {
   static Result<OpenedFile> Open(const Source& source) {
     if (const auto* const bytes = std::get_if<std::span<const std::byte>>(&source.end_))
@@ -73,7 +76,7 @@ struct FileAccess {
     return isMemory ? OpenMemory({}) : OpenNamed(target.end_);
   }
 
-  /// Replaces a target in memory by what was written. Nothing for another target.
+  /// Replaces the contents of a target in memory by what was written. Does nothing for any other target.
   static std::optional<Error> Deliver(const OpenedFile& opened, const Target& target) {
     if (auto* const* const bytes = std::get_if<std::string*>(&target.end_))
       return ReadBack(opened.memory.Get(), **bytes);

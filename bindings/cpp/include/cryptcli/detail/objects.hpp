@@ -15,6 +15,7 @@
 namespace cryptcli::inline CRYPTCLI_DETAIL_ABI {
 namespace detail {
 
+/// Frees an object of the C interface, as the deleter of Handle.
 struct Free {
   void operator()(cryptcli_options* object) const noexcept { cryptcli_options_free(object); }
   void operator()(cryptcli_client* object) const noexcept { cryptcli_client_free(object); }
@@ -22,22 +23,27 @@ struct Free {
   void operator()(cryptcli_report* object) const noexcept { cryptcli_report_free(object); }
   void operator()(cryptcli_error* object) const noexcept { cryptcli_error_free(object); }
 };
+/// Owns an object of the C interface.
 template <class Object>
 using Handle = std::unique_ptr<Object, Free>;
 
+/// The error that the C interface reports where it has no memory for an error object.
 inline Unexpected NoMemory() {
   return Failure(Status::Internal, "no memory");
 }
 
+/// A C string would end at a NUL, and the library would work with another name than the caller gave.
 inline bool HasNul(std::string_view text) {
   return text.find('\0') != std::string_view::npos;
 }
 
+/// A status that only a newer library knows is Internal.
 inline Status ToStatus(cryptcli_status status) {
   const bool isKnown = status >= CRYPTCLI_OK && status <= CRYPTCLI_SERVER_ERROR;
   return isKnown ? static_cast<Status>(status) : Status::Internal;
 }
 
+/// An origin that only a newer library knows must not pass for a better one than it is.
 inline Origin ToOrigin(cryptcli_origin origin) {
   const bool isKnown = origin >= CRYPTCLI_ORIGIN_UNSIGNED && origin <= CRYPTCLI_ORIGIN_PROVEN;
   return isKnown ? static_cast<Origin>(origin) : Origin::Unproven;

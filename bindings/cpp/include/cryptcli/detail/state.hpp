@@ -101,7 +101,8 @@ inline std::optional<Error> Write(const Options& from, cryptcli_options* options
   return writer.GetFailure();
 }
 
-/// Makes a client with its callables.
+/// Makes a client with its callables. The C client refers to the state, so that never moves: Client shares
+/// it.
 inline Result<std::shared_ptr<const State>> MakeState(Options&& from) {
   const Handle<cryptcli_options> options(cryptcli_options_new());
   if (options == nullptr) return NoMemory();
