@@ -20,7 +20,7 @@ struct Free {
 template <class Object>
 using Owned = std::unique_ptr<Object, Free>;
 
-/// How an operation ended, with all that it handed out.
+/// How an operation ended. Owns the report and the error that it stored.
 struct Outcome {
   cryptcli_status status = CRYPTCLI_INTERNAL;
   Owned<cryptcli_report> report;
@@ -29,7 +29,7 @@ struct Outcome {
   std::string Message() const { return error != nullptr ? cryptcli_error_message(error.get()) : ""; }
 };
 
-/// Runs `work`, which gets the places for a report and an error.
+/// Runs `work` with pointers for the report and the error, and checks what holds for every operation.
 template <class Work>
 Outcome Call(Work work) {
   cryptcli_report* report = nullptr;
@@ -46,7 +46,8 @@ Outcome Call(Work work) {
   return outcome;
 }
 
-/// A client and a directory for its files. A test sets options and then makes the client.
+/// Owns a client and a directory for its files, one for each test. A test sets options and then makes the
+/// client.
 class ClientTest : public ::testing::Test {
  protected:
   static constexpr const char* kRoom = "demo";

@@ -108,7 +108,7 @@ TEST_F(CheckServers, CanBeCancelled) {
   EXPECT_EQ(Check("").status, CRYPTCLI_INVALID_ARGUMENT);
 }
 
-// What a certificate or a redirect is the reason of shows only with a transport that says so.
+// With a scripted transport, since the advice follows from the reason that a transport reports.
 struct ScriptedLook : ScriptedTest {
   KVMap FirstFinding() {
     const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {

@@ -17,8 +17,8 @@ namespace {
 
 using ::testing::HasSubstr;
 
-/// Operations during which something happens: a function runs at each report of progress, and says whether to
-/// go on.
+/// Operations with an event in between: a function of the test runs at each report of progress, and its
+/// result says whether the operation continues.
 class Delivery : public EnvironmentTest {
  protected:
   void SetUp() override {
@@ -54,7 +54,7 @@ class Delivery : public EnvironmentTest {
   std::function<bool()> meanwhile_;
 };
 
-// Half a file would be worse than a whole one that nobody waits for any more.
+// Half a file would be worse than a whole file that the caller no longer wants.
 TEST_F(Delivery, CannotBeCancelledHalfwayThroughADescriptor) {
   const int target = ::open(Path("opened").c_str(), O_WRONLY | O_CREAT, 0600);
   AtProgress([&] { return std::filesystem::file_size(Path("opened")) == 0; });
@@ -94,7 +94,7 @@ TEST_F(Delivery, RefusesADescriptorThatCannotBeWritten) {
 
 volatile std::sig_atomic_t pipeSignals = 0;
 
-/// Counts the signals of closed pipes as long as it lives. Without it one ends the program.
+/// Counts the SIGPIPE signals during its lifetime. Without it, the first one would kill the test program.
 class PipeSignals {
  public:
   PipeSignals() {
@@ -133,7 +133,7 @@ TEST_F(Delivery, ToANamedPipeWithoutReaderFailsAndRaisesNoSignal) {
   const PipeSignals counted;
   ASSERT_EQ(::mkfifo(Path("pipe").c_str(), 0600), 0);
   const int reader = ::open(Path("pipe").c_str(), O_RDONLY | O_NONBLOCK);
-  // The content is more than a pipe takes, so the write waits until the reader has gone.
+  // The content is larger than a pipe's buffer, so the write blocks until the reader has closed its end.
   std::atomic<bool> hasEnded{false};
   std::thread leaving([&] {
     char byte = 0;
@@ -148,7 +148,7 @@ TEST_F(Delivery, ToANamedPipeWithoutReaderFailsAndRaisesNoSignal) {
   EXPECT_EQ(pipeSignals, 0);
 }
 
-/// Content that a pipe does not take at once, and who reads it.
+/// Content that is larger than a pipe's buffer, and a thread that reads it slowly.
 class SlowReader : public Delivery {
  protected:
   void SetUp() override {
@@ -212,7 +212,7 @@ TEST_F(Delivery, ThatWaitsForAReaderOfANamedPipeCanBeCancelled) {
     isOpened.get_future().wait();
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     cryptcli_call_cancel(call.get());
-    // So that a wait which does not end fails the test, and does not block it.
+    // A wait that does not end must fail the test and not block it.
     if (hasEnded.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready) return;
     ADD_FAILURE() << "The operation still waits";
     ::close(::open(Path("pipe").c_str(), O_RDONLY | O_NONBLOCK));
@@ -225,7 +225,7 @@ TEST_F(Delivery, ThatWaitsForAReaderOfANamedPipeCanBeCancelled) {
   EXPECT_EQ(outcome.Message(), "The operation was cancelled");
 }
 
-// Another name would keep the old form, and a file with two names is written in place.
+// The second name would keep the old content: only writing in place changes both, and rekey does not do that.
 TEST_F(Delivery, OfRekeyRefusesANameThatWasAddedMeanwhile) {
   const std::string before = scratch.Read("secret");
   AtFirstProgress([&] { std::filesystem::create_hard_link(Path("secret"), Path("other name")); });
@@ -246,7 +246,7 @@ TEST_F(Delivery, OfRekeyKeepsWhatWasWrittenMeanwhile) {
   EXPECT_EQ(scratch.Read("secret"), "newer content");
 }
 
-// The new form has the access that the file had at first.
+// The new file would get the access that the old one had before the change.
 TEST_F(Delivery, OfRekeyRefusesAnAccessThatWasChangedMeanwhile) {
   const std::string before = scratch.Read("secret");
   AtFirstProgress([&] { std::filesystem::permissions(Path("secret"), std::filesystem::perms(0640)); });

@@ -10,8 +10,8 @@
 #include "tests/faults/allocations.h"
 #include "tests/faults/child.h"
 
-// Makes each allocation and each exchange of an operation fail, one run for each: whatever fails, no memory,
-// file descriptor or temporary file is left, and a target is whole or as before.
+// Makes each allocation and each exchange of an operation fail, one run for each. Whatever fails, no memory,
+// file descriptor or temporary file may remain, and the target must be complete or unchanged.
 namespace CInterface {
 namespace {
 
@@ -25,7 +25,7 @@ constexpr std::array kWorks = {Work::Encrypt, Work::Decrypt, Work::Verify, Work:
 constexpr std::array kNames = {"Encrypt", "Decrypt", "Verify", "Rekey",     "Inspect",
                                "Perform", "Room",    "Check",  "MakeClient"};
 
-/// What one run may not do, as exit codes of a process.
+/// The mistakes of one run, as exit codes of its process.
 enum Verdict : int { kFine, kMemoryLeft, kDescriptorLeft, kFileLeft, kTargetHarmed };
 
 class Leaks : public ScriptedTest, public ::testing::WithParamInterface<Work> {
@@ -37,7 +37,7 @@ class Leaks : public ScriptedTest, public ::testing::WithParamInterface<Work> {
     services.Set("deleteKeyRequest", TestSupport::Json(R"({"payload":{"type":"deleteKeyResponse"}})"));
     secret_ = TestSupport::MakeEnveloped(TestSupport::MakeSigned(kBytes, {forged.Signer()}),
                                          {TestSupport::Pki::Get().room.certificate});
-    // What OpenSSL makes once and keeps, it makes here.
+    // Lets OpenSSL make what it keeps for the whole process, so that it does not look like a leak.
     Prepare();
     EXPECT_EQ(RunOnce(), CRYPTCLI_OK);
     exchanges_ = 0;
@@ -45,7 +45,7 @@ class Leaks : public ScriptedTest, public ::testing::WithParamInterface<Work> {
   }
   void Prepare() {
     const FaultTest::Unwatched own;
-    // An aborted child leaves its files; whatever else leaves one was noticed before.
+    // Files of an aborted child are no leak. Those of any other run were found before this.
     for (const std::string& directory : {scratch.Path("").string(), std::string(std::getenv("TMPDIR"))}) {
       for (const auto& entry : std::filesystem::directory_iterator(directory)) {
         if (IsStaging(entry.path())) std::filesystem::remove_all(entry.path());
@@ -164,11 +164,11 @@ TEST_P(Leaks, NothingIsLeftWhenAnAllocationFails) {
   const std::uint64_t count = FaultTest::GetAllocations(FaultTest::Asker::Own);
   const std::uint64_t step = count / kMostTried + 1;
   const std::uint64_t end = count > kMostTried ? count - kMostTried : 0;
-  // All of the last ones: there the report is completed and the target delivered.
+  // Among the last allocations each one counts: there the report is completed and the target delivered.
   for (std::uint64_t number = 1; number <= count; number += number < end ? step : 1) {
     Prepare();
     const FaultTest::ChildEnd child = FaultTest::RunInChild(60, [&] { return RunWithout(number); });
-    // The foundation aborts where no failure can be returned.
+    // An abort is allowed: the foundation aborts where no failure can be returned.
     const bool isAbort = child.signal == SIGABRT && child.err.starts_with("Could not allocate ");
     EXPECT_TRUE(child.code == kFine || isAbort) << "allocation " << number << " of " << count << ": code "
                                                 << child.code << " signal " << child.signal << child.err;

@@ -27,7 +27,7 @@ inline std::string StringIn(const KVMap& object, const char* name) {
   return TestSupport::Str(object.Get(name).AsString());
 }
 
-/// Runs the two functions that only look at the servers.
+/// Runs cryptcli_room and cryptcli_check, which change nothing on the servers.
 class Look : public EnvironmentTest {
  protected:
   Outcome AskRoom(const char* room = kRoom) {
@@ -40,7 +40,7 @@ class Look : public EnvironmentTest {
       return cryptcli_check(client.get(), room, call.get(), report, error);
     });
   }
-  // A finding of the check, which has to have succeeded.
+  // A finding of a check, which must have succeeded.
   static KVMap Finding(const Outcome& outcome, std::uint32_t index) {
     EXPECT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
     const auto findings = ParseReport(outcome).Get("findings").AsArray();

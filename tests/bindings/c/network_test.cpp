@@ -246,8 +246,9 @@ TEST_F(Network, ConnectsAgainWhenServersHaveClosedConnections) {
   }
 }
 
-// Each response is the last one of its connection, and nothing says so: often the next request is on its way
-// when the end arrives. Whether a command was carried out is unknown then, so the caller decides.
+// The server closes each connection after one response without announcing it, so the next request has often
+// been sent when the end arrives. Then nobody knows whether a command was carried out, and the caller has to
+// decide.
 TEST_F(Network, ReportsOnlyRetryableFailuresWhenEachResponseIsTheLast) {
   StartSecured();
   SetFault(CryptStand::kCryptService, {.type = FaultType::Close});

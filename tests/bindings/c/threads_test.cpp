@@ -5,7 +5,7 @@
 
 #include "tests/bindings/c/environment_fixture.h"
 
-// One client on many threads at once. Run with ThreadSanitizer, this finds what they share.
+// One client on many threads at once. With ThreadSanitizer, this finds data that they share without a lock.
 namespace CInterface {
 namespace {
 
@@ -44,7 +44,7 @@ class Worker {
   unsigned GetCancelled() const { return cancelled_; }
 
  private:
-  // The only failure that may be is that of being cancelled.
+  // The only failure that is allowed is a cancellation.
   bool Take(cryptcli_status status) {
     EXPECT_TRUE(status == CRYPTCLI_OK || status == CRYPTCLI_CANCELLED) << cryptcli_status_name(status);
     cancelled_ += status == CRYPTCLI_CANCELLED ? 1 : 0;
@@ -116,7 +116,7 @@ TEST_F(Threads, AnotherThreadCancelsWhileSixteenWork) {
   unsigned cancelled = 0;
   for (const auto& worker : workers) cancelled += worker->GetCancelled();
   EXPECT_GT(cancelled, 0U);
-  // A cancellation that came late ends the next operation, and only that.
+  // A cancellation that came too late cancels the next operation, and no other.
   RunOnThreads([](Worker& worker) { EXPECT_TRUE(worker.RunAll() || worker.RunAll()); });
 }
 
