@@ -106,7 +106,7 @@ bool IsStream(const char* path) {
   return ::stat(path, &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode);
 }
 
-// The file behind a link, so that a link stays a link and the file is replaced.
+// The file that a link points to: that file is replaced, and the link stays a link.
 AnsiStr ResolveLink(const char* path) {
   struct stat link {};
   struct stat info {};

@@ -14,8 +14,8 @@
 // Protected files as an attacker makes them, for every interface above the class: the attacks are the same.
 namespace TestSupport {
 
-/// Makes the file "secret" in the directory of a test, with the keys of everybody at hand. The services hold
-/// the room's key and are told what else an attack needs.
+/// Makes the file "secret" in the directory of a test, with any of the test keys. The services have the
+/// room's key; an attack that needs another response sets it there. Refers to both, which have to outlive it.
 class ForgedFiles {
  public:
   static constexpr const char* kRoom = "room 1";
@@ -34,7 +34,7 @@ class ForgedFiles {
     signer.signingTime = kServicesTime;
     return signer;
   }
-  /// The room's usual signer, with a certificate that the attacker made.
+  /// The usual signer of the room by name, with a certificate that the attacker made.
   SignerSpec SelfSigned() const {
     SignerSpec forger = Signer();
     forger.identity = Identity::MakeRoot(EndEntity("Forger"));
@@ -53,7 +53,7 @@ class ForgedFiles {
     second.hasCertificate = false;  // the message holds it once
     EnvelopeSigned({Signer(), second});
   }
-  /// Signed content of which a bit was changed before it came into its envelope.
+  /// Signed content in which a bit was flipped before it was enveloped.
   void EnvelopeDamaged() const {
     std::string message = MakeSigned(kContent, {Signer()});
     message[message.find(kContent)] ^= 1;
@@ -77,7 +77,7 @@ class ForgedFiles {
   ScriptedServices& services_;
 };
 
-/// What anybody can make who has the room's certificate, and what is known about its origin.
+/// A file that anybody with the room's certificate can make, and the origin that it has to get.
 struct Attack {
   const char* name;
   cryptcli_origin origin;

@@ -23,8 +23,7 @@ std::string ReadSource(const std::filesystem::path& path) {
   return text.str();
 }
 
-// What a pattern finds in the sources of a folder of the product: each time its groups, one behind the other
-// with a space between.
+// Every match of a pattern in the sources of a folder of the product: its groups, joined by spaces.
 std::set<std::string> FindInSources(const char* folder, const std::regex& pattern) {
   std::set<std::string> found;
   const std::filesystem::path root = std::filesystem::path(CRYPTCLI_SOURCE_DIR) / folder;
@@ -39,7 +38,7 @@ std::set<std::string> FindInSources(const char* folder, const std::regex& patter
   return found;
 }
 
-// Fails for each that only one of the two has.
+// Fails for each string that only one of the two sets has.
 void ExpectSame(const std::set<std::string>& inSources, const std::set<std::string>& inTable) {
   for (const std::string& message : inSources) {
     EXPECT_TRUE(inTable.contains(message)) << "in the sources alone: " << message;
@@ -57,7 +56,7 @@ TEST(Classify, KnowsTheCodeOfEveryMessageOfTheClass) {
   for (const char* folder : {"client", "exchange", "roomkeys", "protection"}) {
     for (const std::string& message : FindInSources(folder, call)) inSources.insert(message);
   }
-  // These carry another message whole.
+  // These calls pass on another message unchanged.
   for (const char* carrier : {"%s", "%s: %s", "%lld %s"}) EXPECT_EQ(inSources.erase(carrier), 1U) << carrier;
   std::set<std::string> inTable;
   for (const MessageCode& row : CInterface::kMessagesOfTheClass) {
@@ -67,7 +66,7 @@ TEST(Classify, KnowsTheCodeOfEveryMessageOfTheClass) {
   ExpectSame(inSources, inTable);
 }
 
-// Every literal there that is a sentence is a reason.
+// In security/, every literal that is a sentence is a reason.
 TEST(Classify, KnowsTheCodeOfEveryReasonOfSecurity) {
   static const std::regex sentence(R"re("([A-Z][A-Za-z0-9'-]* (?:[^"\\]|\\.)*[a-z](?:[^"\\]|\\.)*)")re");
   const auto found = FindInSources("security", sentence);
@@ -94,12 +93,12 @@ TEST(Classify, KnowsTheCodeOfEveryMessageOfTheCInterface) {
   ExpectSame(found, inTable);
 }
 
-// Those without a code where they are reported end in a reason of the system, or the operation knows better.
+// A message that is reported without a code ends in a reason of the system, or the operation knows the code.
 TEST(Classify, KnowsTheCodeOfEveryStepOfTheCInterface) {
   static const std::regex step(
       R"re((?:MakeFailure|SystemFailure)\((?:operation, )?(?:std::string\()?"((?:[^"\\]|\\.)*)")re");
   const auto found = FindInSources("bindings/c", step);
-  // The first two are cancelled. Why a file cannot be replaced is said in words.
+  // The first two report a cancellation. The last one says in its own words why a file cannot be replaced.
   std::set<std::string> inTable = {"The operation was cancelled", "The check was cancelled",
                                    "Could not replace "};
   EXPECT_EQ(Classify("Could not replace \"a\": another program changed it meanwhile", {}), CRYPTCLI_IO);
@@ -113,7 +112,7 @@ TEST(Classify, KnowsTheCodeOfEveryStepOfTheCInterface) {
   ExpectSame(found, inTable);
 }
 
-// A source that another program changes is no fault of a server that signs, nor of the file's content.
+// If another program changes the source, neither a server that signs nor the content is at fault.
 TEST(Classify, BlamesNobodyElseForAFileThatChanges) {
   for (const char* message :
        {"Could not sign file", "Could not encrypt file", "Could not parse encrypted file",
@@ -130,7 +129,7 @@ TEST(Classify, LooksAtTheReasonOfTheSystemFirst) {
   EXPECT_EQ(Classify("Could not decrypt file: Operation canceled", {}), CRYPTCLI_CANCELLED);
 }
 
-// Weak keys and digests in the chain are faults of the signer, a weak digest of the content one of the
+// A weak key or digest in the chain is a fault of the signer, a weak digest of the content is one of the
 // message.
 TEST(Classify, DistinguishesAWeakChainFromADamagedMessage) {
   for (const char* reason :

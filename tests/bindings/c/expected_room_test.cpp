@@ -4,7 +4,7 @@
 
 #include "tests/bindings/c/scripted_fixture.h"
 
-// A call that names the room which a file has to be for.
+// Calls that name the room that a file has to be for.
 namespace CInterface {
 namespace {
 
@@ -65,7 +65,7 @@ TEST_F(ExpectedRoom, DoesNotReplaceTheRoomThatTheServiceNamed) {
   ExpectRefused(Open(), "the crypt service named room \"room 1\"");
 }
 
-/// The same demand under each policy, for content of each origin.
+/// The same expected room under each policy, for content of each origin.
 class ExpectedRoomUnderPolicy
     : public ExpectedRoom,
       public ::testing::WithParamInterface<std::tuple<cryptcli_origin, cryptcli_policy>> {
@@ -89,7 +89,7 @@ TEST_P(ExpectedRoomUnderPolicy, RefusesAnotherRoomOfTheService) {
   const auto [origin, policy] = GetParam();
   forged.MakeOfOrigin(origin);
   Accept(policy);
-  // Signed for "room 2" where the origin is other_room, and for "room 1" or by nobody elsewhere.
+  // Content of origin other_room is signed for "room 2", the others for "room 1" or not at all.
   Expect(kOther);
   if (origin != CRYPTCLI_ORIGIN_OTHER_ROOM) return ExpectNothingDelivered();
   ExpectRefused(Open(), "the crypt service named room \"room 1\"");
@@ -113,7 +113,7 @@ INSTANTIATE_TEST_SUITE_P(
                        ::testing::Values(CRYPTCLI_ACCEPT_PROVEN, CRYPTCLI_ACCEPT_ANY_SIGNER,
                                          CRYPTCLI_ACCEPT_SIGNATURE_ONLY, CRYPTCLI_ACCEPT_ANYTHING)));
 
-// The signer is of the right group and was examined, though not found in its list.
+// The signer names the right group and was examined, but is not in the list of that group.
 TEST_F(ExpectedRoom, IsComparedWithASignatureThatIsNotProven) {
   services.Set("integrity", TestSupport::Status(404));
   forged.EnvelopeSigned({forged.Signer(kOther)});
@@ -154,7 +154,7 @@ TEST_F(ExpectedRoom, HasToBeAName) {
     EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT);
   }
   EXPECT_EQ(cryptcli_call_set_expected_room(nullptr, kOther, nullptr), CRYPTCLI_INVALID_ARGUMENT);
-  // The one that was set before stays.
+  // The name that was set before stays.
   forged.EnvelopeSigned({forged.Signer()});
   ExpectRefused(Open(), "room \"room 2\" was expected");
 }
@@ -177,7 +177,7 @@ TEST_F(ExpectedRoom, RefusesToProtectForAnotherRoom) {
 TEST_F(ExpectedRoom, RefusesToProtectAgainForAnotherRoom) {
   forged.EnvelopeSigned({forged.Signer()});
   const std::string before = scratch.Read("secret");
-  // First the key of the file is asked for, then the one for its new form.
+  // The first request is for the key of the old file, the second one for the key of the new file.
   services.Once("key", KeyOf(kScriptedRoom));
   services.Once("key", KeyOf(kOther));
   Expect(kScriptedRoom);
@@ -187,7 +187,8 @@ TEST_F(ExpectedRoom, RefusesToProtectAgainForAnotherRoom) {
   EXPECT_EQ(scratch.Read("secret"), before);
 }
 
-// Another client was faster, and the second attempt forgets what the first one found.
+// Another client was faster. The second attempt forgets the facts of the first one, but not the expected
+// room.
 TEST_F(ExpectedRoom, OutlivesASecondAttemptAtTheFirstKey) {
   const auto none =
       TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(), "certificate", R"("")");

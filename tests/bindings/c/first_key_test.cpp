@@ -14,8 +14,8 @@ namespace {
 
 constexpr int kClients = 8;
 
-// Clients that protect the first file of a room at the same time: each finds the one key.
-// Under both rules of a crypt service for sequence numbers.
+// Clients that protect the first file of a room at the same time, under both rules that a crypt service can
+// have for sequence numbers: all of them use the same key.
 class FirstKey : public EnvironmentTest, public ::testing::WithParamInterface<bool> {
  protected:
   cryptcli_status ProtectAs(const std::string& target) {
@@ -77,7 +77,8 @@ INSTANTIATE_TEST_SUITE_P(Rules, FirstKey, ::testing::Bool(), [](const ::testing:
   return rule.param ? "NumberPerRequest" : "NumberPerUpload";
 });
 
-// The other client's key came before the list of members, whose number would be taken.
+// The other client's key came before the list of members, so the service would accept the number of that
+// list.
 TEST_F(ScriptedTest, AFirstKeyOfAnotherClientIsSeenBeforeTheUpload) {
   const auto none =
       TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(), "certificate", R"("")");
@@ -89,8 +90,8 @@ TEST_F(ScriptedTest, AFirstKeyOfAnotherClientIsSeenBeforeTheUpload) {
   EXPECT_EQ(services.Count("newkey"), 0U);
 }
 
-/// A transport that gives up the second question for the room's key, the one before the upload: by its own
-/// code, or in the way in which a caller cancels.
+/// A transport in which the second request for the room's key, the one before the upload, is cancelled: by
+/// the transport's own status, or by the caller.
 class CancelledFirstKey : public ScriptedTest {
  protected:
   void SetUp() override {
@@ -135,7 +136,8 @@ TEST_F(CancelledFirstKey, ByTheTransportIsNotUploaded) {
   ExpectNoUpload();
 }
 
-// The client makes a new key since the shown one cannot be used: it is not another client's.
+// The service shows a key that cannot be used. It is not another client's new key, so the client uploads its
+// own.
 class UnusableKey : public EnvironmentTest {};
 
 TEST_F(UnusableKey, IsReplacedOnce) {
@@ -154,7 +156,7 @@ TEST_F(UnusableKey, IsReplacedOnce) {
   }
 }
 
-// 412 says the same as 409: the key was made for a state of the room that is over.
+// 412 means the same as 409: the key was made for an earlier state of the room.
 TEST_F(ScriptedTest, AFirstKeyThatIsRefusedWithEitherStatusIsTriedAgain) {
   const auto none = TestSupport::Json(
       TestSupport::With(TestSupport::ScriptedServices::RoomKeyResponse(), "certificate", R"("")"));

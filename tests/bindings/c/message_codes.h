@@ -11,7 +11,7 @@ struct MessageCode {
   const char* message;
   cryptcli_status code;
 };
-/// The same for a reason that comes behind a message of the class.
+/// The same for a reason that comes after a message of the class.
 struct ReasonCode {
   const char* reason;
   const char* message;
@@ -92,7 +92,7 @@ inline constexpr MessageCode kMessagesOfTheClass[] = {
     {"Untrusted integrity certificate issuer: %s", CRYPTCLI_ORIGIN_NOT_PROVEN},
 };
 
-/// The reasons that security/ gives, each behind a message that it comes with.
+/// The reasons that security/ gives, each with a message that it can follow.
 inline constexpr ReasonCode kReasonsOfSecurity[] = {
     {"The message ends inside a header", "Could not parse encrypted file", CRYPTCLI_NOT_PROTECTED},
     {"A tag number of the message is too large", "Could not parse encrypted file", CRYPTCLI_NOT_PROTECTED},
@@ -263,7 +263,7 @@ inline constexpr MessageCode kMessagesWithCode[] = {
     {"Unknown policy", CRYPTCLI_INVALID_ARGUMENT},
 };
 
-/// The steps of the C interface. Behind each of them is the system's reason, which decides.
+/// The steps of the C interface. After each of them comes the system's reason, which decides.
 inline constexpr const char* kStepsOfTheSystem[] = {"Could not create a temporary file: ", "Could not read",
                                                     "Could not write"};
 
