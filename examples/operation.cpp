@@ -12,7 +12,7 @@
 
 namespace {
 
-// Which key server failed, and why: an operation tries them one after another.
+// Prints each key server that failed, with the reason: an operation tries them one after another.
 int Fail(const cryptcli::Error& error) {
   std::cerr << error.message << "\n";
   for (const cryptcli::Attempt& attempt : error.attempts)

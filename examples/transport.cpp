@@ -11,15 +11,17 @@ namespace {
 using cryptcli::HttpRequest;
 using cryptcli::HttpResponse;
 
+// The library takes no larger body from a transport.
 constexpr std::size_t kMaxBody = std::size_t{64} * 1024 * 1024;
 
+/// Frees the objects of libcurl.
 struct Free {
   void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
 using Headers = std::unique_ptr<curl_slist, Free>;
 
-// No exception may cross libcurl; less than `size` makes it fail.
+// No exception may cross libcurl. A result other than `size` makes the exchange fail.
 std::size_t TakeBody(const char* bytes, std::size_t, std::size_t size, void* context) noexcept {
   auto& body = *static_cast<std::string*>(context);
   if (size > kMaxBody - body.size()) return 0;
@@ -31,12 +33,12 @@ bool Add(Headers& headers, const cryptcli::Header& header) {
   const std::string line = header.name + (header.value.empty() ? ";" : ": " + header.value);
   curl_slist* const longer = curl_slist_append(headers.get(), line.c_str());
   if (longer == nullptr) return false;
-  (void)headers.release();  // part of the longer list
+  (void)headers.release();  // now a part of the longer list
   headers.reset(longer);
   return true;
 }
 
-// Redirects stay off, and the path as it is: "." can be the name of a room.
+// Redirects stay off, and libcurl must not change the path: "." can be the name of a room.
 cryptcli::Result<HttpResponse> Send(const HttpRequest& request) {
   thread_local const std::unique_ptr<CURL, Free> handle(curl_easy_init());
   CURL* const curl = handle.get();

@@ -1,5 +1,5 @@
-// A server that protects what its users upload, with a pool of threads. Each FILE stands for the body of a
-// request: example_uploads SERVICE-URL ROOM DIRECTORY FILE...
+// A server that protects the uploads of its users, with a pool of threads. Each FILE takes the place of the
+// body of a request: example_uploads SERVICE-URL ROOM DIRECTORY FILE...
 #include <atomic>
 #include <cryptcli/cryptcli.hpp>
 #include <filesystem>
@@ -15,17 +15,19 @@
 
 namespace {
 
+/// The body of a request, with the name for its protected file.
 struct Upload {
-  std::string id;  // the server's own: what a user calls a file is no path
+  std::string id;  // chosen by the server: a name from a user must not become a path
   std::string body;
 };
 
+/// Protects uploads. Used by all threads at once, so nothing in it changes.
 struct Server {
   cryptcli::Client client;  // one for all threads
   std::string room;
   std::filesystem::path directory;
 
-  // The HTTP status for the user. The reason is for the operator alone.
+  // Returns the HTTP status for the user. The reason goes to the operator only.
   int Handle(const Upload& upload, const std::stop_token& stop) const {
     const auto stored = client.Encrypt(room, cryptcli::Source::FromMemory(upload.body),
                                        directory / (upload.id + ".p7m"), {.stop = stop});
@@ -74,8 +76,8 @@ int main(int argc, char** argv) {
   };
   std::vector<std::jthread> pool(4);
   for (std::jthread& thread : pool) thread = std::jthread(work);
-  // Without this, the end of a jthread asks it to stop: what it is doing then ends as cancelled, and leaves
-  // no half a file.
+  // Waits for the threads. The destructor of a jthread would request a stop, which cancels uploads in
+  // progress; a cancelled upload leaves no incomplete file.
   for (std::jthread& thread : pool) thread.join();
   return failed == 0 ? 0 : 1;
 }

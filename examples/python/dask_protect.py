@@ -4,14 +4,14 @@
     dask_protect.py --scheduler tcp://scheduler:8786 --service https://crypt.example.com/api --room room-1 \\
         --output /shared/protected /shared/plain/*
 
-Every worker needs the package cryptcli, runs as the same user and sees the files under the same paths. A file whose
-protected file is there, verifies and has the same content is skipped, and one whose protected file is not of proven
-origin fails: after an interruption, run the same command again. Only failures that the library calls retryable are
-tried again. When a worker dies, Dask gives its files to others.
+Every worker needs the package cryptcli, runs as the same user and sees the files under the same paths. After an
+interruption, run the same command again: a file is skipped if its protected file exists, verifies and has the same
+content, and fails if its protected file is not of proven origin. Only failures that the library calls retryable are
+tried again. When a worker dies, Dask gives its files to other workers.
 
-A protected file appears in the output folder whole and verified, or not at all: it is made in a folder beside it, on
-the same file system, which is removed at the end with whatever a killed worker left there. Checking writes plain
-content to private temporary files; give workers a TMPDIR that is removed with them.
+A protected file appears in the output folder complete and verified, or not at all: it is made in a folder beside it,
+on the same file system, which is removed at the end with everything that a killed worker left there. Checking writes
+plain content to private temporary files; give workers a TMPDIR that is removed with them.
 
 Prints one JSON object for each file. Exit code 0 if all are protected, 1 otherwise.
 """
@@ -41,7 +41,7 @@ FIRST_PAUSE_SECONDS = 0.5
 
 @dataclasses.dataclass(frozen=True)
 class Job:
-    """One file, with all that a worker has to know."""
+    """One file to protect, with everything that a worker needs. Sent to workers, so it has plain values only."""
 
     service: str
     room: str
@@ -53,7 +53,7 @@ class Job:
 
 @dataclasses.dataclass(frozen=True)
 class Outcome:
-    """What became of a file: "protected", "skipped" or "failed", and where."""
+    """The result for a file, "protected", "skipped" or "failed", and the process that worked on it."""
 
     target: str
     result: str
@@ -69,7 +69,7 @@ def client_for(service: str, ca_file: Optional[str]) -> cryptcli.Client:
 
 
 def retrying(work: Callable[[], Result]) -> Result:
-    """Tries again, after growing random pauses, what may succeed without anything being changed."""
+    """Repeats work that failed for a reason that may pass, after growing random pauses."""
     pause = FIRST_PAUSE_SECONDS
     for _ in range(ATTEMPTS - 1):
         try:
@@ -83,13 +83,13 @@ def retrying(work: Callable[[], Result]) -> Result:
 
 
 def is_protected(client: cryptcli.Client, job: Job) -> bool:
-    """Whether the target is there, whole, of proven origin and has the content of the source.
+    """Whether the target exists, is complete and of proven origin, and has the content of the source.
 
-    A target whose origin is not proven is an error: it may be somebody else's, or evidence, and is not replaced.
+    A target without proven origin raises an error: it may belong to somebody else, or be evidence, so it is kept.
     """
     if not os.path.exists(job.target):
         return False
-    # Not tempfile's own choice, which may fall back to the working directory.
+    # tempfile alone could fall back to the working directory, which may be shared.
     with tempfile.TemporaryDirectory(dir=os.environ.get("TMPDIR") or "/tmp") as folder:
         opened = os.path.join(folder, "opened")
         try:
@@ -121,15 +121,15 @@ def run(scheduler: str, jobs: List[Job]) -> Iterator[Outcome]:
     """Gives the jobs to the workers of the scheduler; yields outcomes as they come."""
     import distributed  # not needed on workers, which import this module
 
-    # By the module's name, which the workers know after the upload. Functions of __main__ would be copied with each
-    # job, without the client that all jobs of a process share.
+    # Imported by name, which the workers know after the upload. Functions of __main__ would be copied with each job, and
+    # each copy would make a client of its own.
     import dask_protect
 
     with distributed.Client(scheduler) as engine:
         engine.upload_file(__file__)
         futures = engine.map(dask_protect.protect, jobs, key=[f"protect-{job.target}" for job in jobs])
         for future, outcome in distributed.as_completed(futures, with_results=True):
-            future.release()  # so that it is not computed again when its worker dies
+            future.release()  # otherwise Dask computes it again when its worker dies
             yield outcome
 
 
