@@ -53,7 +53,7 @@ class Environment:
         with Environment(rooms=["demo", "other"]) as environment:
             ...
 
-    Used by one thread at a time. What it starts ends with `stop`, and so does the private directory.
+    Used by one thread at a time. `stop` ends the program and removes its private directory.
     """
 
     def __init__(
@@ -108,7 +108,7 @@ class Environment:
             self._process.wait()
 
     def restart(self) -> None:
-        """Ends the program and starts it again with the rooms, groups and keys that it had, as after an outage.
+        """Ends the program and starts it again with the same rooms, groups and keys, as after an outage.
 
         The servers get other ports unless `arguments` has --port.
         """
@@ -209,15 +209,15 @@ class Environment:
             with environment.fault("all", "bad-signature", operation="signRequest"):
                 ...
 
-        members  what the fault takes besides: operation, uses, number, text, probability; the names of faults and
-                 their members are in `control("GET", "/stand/v1/faults")`
+        members  further members of the fault: operation, uses, number, text, probability. All faults and their members
+                 are listed by `control("GET", "/stand/v1/faults")`
         """
         made = self.control("POST", "/stand/v1/faults", {"server": server, "fault": fault, **members})
         try:
             yield
         finally:
             for number in _identifiers(made):
-                with contextlib.suppress(ControlError):  # it may be used up
+                with contextlib.suppress(ControlError):  # a fault that was used up is gone
                     self.control("DELETE", f"/stand/v1/faults/{number}")
 
     def _end_program(self) -> None:
@@ -235,7 +235,7 @@ class Environment:
             process.wait()
 
     def _opener(self) -> urllib.request.OpenerDirector:
-        # Whatever proxy the variables name, the servers are on this machine.
+        # Without the proxy that environment variables name: the servers are on this machine.
         handlers: List[urllib.request.BaseHandler] = [urllib.request.ProxyHandler({})]
         if self._found.get("caFile"):
             trusted = ssl.create_default_context(cafile=self._found["caFile"])
@@ -256,7 +256,7 @@ class Environment:
         deadline = time.monotonic() + self._start_timeout
         with open(directory / "output", "wb") as output, open(directory / "errors", "wb") as errors:
             try:
-                # The pipe ends with this process, also by a crash, and the program with the pipe.
+                # The pipe closes when this process ends, even by a crash, and then the program ends as well.
                 self._process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=output, stderr=errors)
             except OSError as failure:
                 raise NotStarted(f"{self._program} cannot be started: {failure.strerror}") from failure

@@ -24,12 +24,12 @@ class NoRecording(ValueError):
 
 
 class NotRecorded(ConnectionError):
-    """A request has no response in the recording. The message names it, and what would have come next."""
+    """The recording has no response to a request. The message names the request and the next recorded exchange."""
 
 
 @dataclass(frozen=True)
 class _Question:
-    """What decides whether a recorded response fits a request."""
+    """The properties by which a recorded response is found for a request."""
 
     at_key_server: bool
     method: str
@@ -81,7 +81,7 @@ class Replay:
 
     @property
     def unused(self) -> int:
-        """How many exchanges no request has asked for yet."""
+        """The number of recorded exchanges that were not replayed yet."""
         with self._lock:
             return sum(not exchange.used for exchange in self._exchanges)
 
