@@ -21,7 +21,7 @@ FORGED = b"what an attacker wrote"
 
 
 class Attacker:
-    """Somebody who has what the crypt service gives to any client of the room, and a directory to work in."""
+    """Somebody who has what the crypt service gives to any client of the room. Works in a directory of the test."""
 
     def __init__(self, environment: Environment, client: cryptcli.Client, directory: Path) -> None:
         self._environment = environment
@@ -33,7 +33,7 @@ class Attacker:
         return self._forge("sign", group, room, content=FORGED)
 
     def envelope(self, content: bytes, room: str = ROOM) -> Path:
-        """A file for the room around the bytes. Its certificate, which is not secret, is all that it takes."""
+        """The bytes in an envelope for the room. That takes only the room's certificate, which is not secret."""
         certificate = self._write("certificate", self._environment.room_key(room)["certificate"].encode())
         return self._write("secret", self._forge("envelope", str(certificate), content=content))
 
@@ -72,7 +72,7 @@ def plain_key(environment: Environment) -> Any:
 
 
 def refused(client: cryptcli.Client, secret: Path, tmp_path: Path) -> cryptcli.Report:
-    """What decrypt and verify report of a file that both refuse."""
+    """The report about a file that decrypt and verify both refuse."""
     opened = tmp_path / "opened"
     opened.write_bytes(b"as before")
     with pytest.raises(cryptcli.OriginNotProven) as caught:
@@ -86,8 +86,8 @@ def refused(client: cryptcli.Client, secret: Path, tmp_path: Path) -> cryptcli.R
     return report
 
 
-# Nothing authenticates the envelope's own header, so a few flips leave content and proof as they were; no flip
-# delivers anything else.
+# Nothing authenticates the header of the envelope, so a few flips change neither the content nor its proof. No flip
+# may deliver anything else.
 def test_no_flipped_bit_delivers_anything_else(client: cryptcli.Client, protected: Path, tmp_path: Path) -> None:
     original = protected.read_bytes()
     opened = tmp_path / "opened"
@@ -129,7 +129,7 @@ def test_a_self_signed_signer_is_refused(client: cryptcli.Client, attacker: Atta
     secret = attacker.envelope(attacker.signed())
     report = refused(client, secret, tmp_path)
     assert report.origin is Origin.UNPROVEN
-    with pytest.raises(cryptcli.OriginNotProven):  # the chain does not hold: no policy delivers that
+    with pytest.raises(cryptcli.OriginNotProven):  # the chain is not valid: no policy accepts that
         client.decrypt(ROOM, secret, tmp_path / "opened", accept=Policy.ANYTHING)
     assert (tmp_path / "opened").read_bytes() == b"as before"
 

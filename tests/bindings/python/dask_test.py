@@ -41,7 +41,7 @@ def plain(tmp_path: Path) -> List[Path]:
 
 @pytest.fixture
 def temporary(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
-    """A worker that is killed leaves what it had there, unlike the operations of other tests."""
+    """Replaces the fixture that demands an empty directory: a killed worker leaves its temporary files."""
     directory = tmp_path / "temporary"
     directory.mkdir()
     monkeypatch.setenv("TMPDIR", str(directory))
@@ -131,19 +131,19 @@ def test_nothing_is_lost_when_a_worker_is_killed(
     killer.join()
     assert len(killed) == 1 and killed[0] < FILES * 3 // 4
     assert cluster.workers[0].wait() == -signal.SIGKILL
-    # Both workers had a part in it, and every file has one outcome.
+    # Both workers protected files, and every file has one outcome.
     assert {outcome["worker"] for outcome in outcomes} == {worker.pid for worker in cluster.workers}
     targets = [output / (path.name + ".p7m") for path in plain]
     assert sorted(outcome["target"] for outcome in outcomes) == sorted(map(str, targets))
     assert {outcome["result"] for outcome in outcomes} <= {"protected", "skipped"}
-    # The folder has the protected files and nothing else, and nothing is left beside it.
+    # The folder contains only the protected files, and no folder for unfinished ones remains beside it.
     assert sorted(output.iterdir()) == sorted(targets)
     assert list(tmp_path.glob(".staging-*")) == []
     for source, target in zip(plain, targets):
         opened = tmp_path / "opened"
         assert client.decrypt(ROOM, target, opened).origin is cryptcli.Origin.PROVEN
         assert opened.read_bytes() == source.read_bytes()
-    # A second run has nothing to do, on the worker that is left.
+    # A second run on the remaining worker has nothing to do.
     before = {target: target.stat().st_ino for target in targets}
     again = protect_all(environment, cluster, plain, output)
     assert [outcome["result"] for outcome in again] == ["skipped"] * FILES

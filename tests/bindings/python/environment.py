@@ -1,4 +1,4 @@
-"""The local test environment as the Python tests use it: one for all of them, which each leaves as it was."""
+"""The local test environment of the Python tests: one for all of them. Each test ends its faults and room options."""
 
 from __future__ import annotations
 
@@ -11,15 +11,15 @@ import cryptcli.testing
 ROOM = "demo"
 GROUP = "QOB.1.100.1"
 
-# Whatever proxy the environment names, the servers are on this machine.
+# Without the proxy that the environment variables name: the servers are on this machine.
 _OPENER = urllib.request.build_opener(urllib.request.ProxyHandler({}))
 
 
 class Environment(cryptcli.testing.Environment):
-    """A running cryptstand, with what more than one test asks of it."""
+    """A running cryptstand, with the controls that several tests need."""
 
     def set_fault(self, server: Any, name: str, **details: Any) -> None:
-        """Gives a fault to "crypt", to the key server with an index, or to "key servers", that is all of them."""
+        """Sets a fault of "crypt", of the key server with an index, or of all "key servers"."""
         named = "all" if server == "key servers" else server
         self.control("POST", "/stand/v1/faults", {"server": named, "fault": name, **details})
 
@@ -28,7 +28,7 @@ class Environment(cryptcli.testing.Environment):
         self.control("POST", "/stand/v1/rooms", {"room": room, **options})
 
     def set_lists(self, **lists: str) -> None:
-        """Changes the lists of certificates that the servers give out; what is not named is normal."""
+        """Changes the lists of certificates that the servers hand out. A list that is not named is normal."""
         normal = {"certstore": None, "truststore": None, "integrity": "normal"}
         self.control("PUT", "/stand/v1/lists", {**normal, **lists})
 

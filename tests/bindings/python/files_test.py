@@ -92,7 +92,7 @@ def test_objects_are_read_and_written_at_their_position(
 ) -> None:
     (tmp_path / "plain").write_bytes(b"head" + CONTENT)
     with open(tmp_path / "plain", "rb") as source:
-        source.read(4)  # the object has read ahead: its descriptor stands at the end
+        source.read(4)  # the object reads ahead: its descriptor is at the end of the file
         client.encrypt(ROOM, source, tmp_path / "secret")
     with open(tmp_path / "opened", "wb") as target:
         target.write(b"before ")  # still in the object's buffer
@@ -210,7 +210,7 @@ def test_temporary_files_lie_where_the_options_say(
     assert client.verify(ROOM, tmp_path / "secret").size == len(CONTENT)
     assert seen and set(seen) == {0o700}
     assert list(own.iterdir()) == []
-    with pytest.raises(cryptcli.IOFailure):  # and nowhere else
+    with pytest.raises(cryptcli.IOFailure):  # no other directory is tried
         make_client().verify(ROOM, tmp_path / "secret")
 
 
@@ -218,7 +218,7 @@ def test_temporary_files_never_lie_in_the_working_directory(
     client: cryptcli.Client, monkeypatch: pytest.MonkeyPatch, tmp_path: Path
 ) -> None:
     monkeypatch.setenv("TMPDIR", str(tmp_path / "missing"))
-    monkeypatch.setattr("tempfile.tempdir", str(tmp_path))  # as if nothing else could be written to
+    monkeypatch.setattr("tempfile.tempdir", str(tmp_path))  # as if no other directory were writable
     with pytest.raises(cryptcli.IOFailure, match="Could not create a temporary directory"):
         client.encrypt(ROOM, io.BytesIO(CONTENT), tmp_path / "secret")
 

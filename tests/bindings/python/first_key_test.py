@@ -1,4 +1,4 @@
-"""The first files of a room, protected by many at once: all of them get the one key."""
+"""Many threads or processes protect the first file of a room at the same time: all of them use the same key."""
 
 from __future__ import annotations
 

@@ -1,8 +1,9 @@
 // Makes the messages of somebody who attacks a room, for the Python tests:
 //
-//   forge sign GROUP ROOM SOURCE TARGET      signs with a self-signed certificate, in the name of group and
-//   room forge envelope CERTIFICATE SOURCE TARGET encrypts for the certificate, which is all that it takes to
-//   write to a room
+//   forge sign GROUP ROOM SOURCE TARGET
+//     signs with a self-signed certificate, in the name of the group and the room
+//   forge envelope CERTIFICATE SOURCE TARGET
+//     encrypts for the certificate of a room; nobody needs a secret for that
 #include <cstdio>
 #include <exception>
 #include <string>

@@ -1,4 +1,4 @@
-"""What surrounds an operation: progress, cancellation, threads, signals and the exceptions of callables."""
+"""Operations in progress: reports, cancellation, threads, signals and the exceptions of callables."""
 
 from __future__ import annotations
 
@@ -23,7 +23,7 @@ LARGE = b"p" * 3_000_000
 
 
 class Mine(Exception):
-    """What only a callable of a test raises."""
+    """Raised only by callables of these tests."""
 
 
 def test_progress_grows_to_the_size_of_the_source(client: cryptcli.Client, tmp_path: Path) -> None:
@@ -214,7 +214,7 @@ def test_other_threads_run_meanwhile(
     stop.set()
     watcher.join()
     assert spent > 1.0
-    assert longest < spent / 2  # a lock that is kept would stop the other thread for the whole time
+    assert longest < spent / 2  # if the lock were not released, the other thread would wait all the time
 
 
 def test_one_client_serves_many_threads(client: cryptcli.Client, protected: Path, tmp_path: Path) -> None:

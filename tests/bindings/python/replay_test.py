@@ -164,7 +164,7 @@ def test_a_file_is_opened_without_servers(tmp_path: Path) -> None:
 
 
 def test_an_origin_is_refused_as_there(tmp_path: Path) -> None:
-    """As a customer meets it: the file is good, but the service does not know the certificate that signed it."""
+    """As in production: the file is intact, but the service does not know the certificate that signed it."""
     plain, secret, opened = (tmp_path / name for name in ("plain", "secret", "opened"))
     plain.write_bytes(CONTENT)
     with Environment(arguments=["--record", str(tmp_path / "recorded")]) as environment:

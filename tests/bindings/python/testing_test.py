@@ -21,7 +21,7 @@ import cryptcli
 import pytest
 from cryptcli.testing import ControlError, Environment, NotStarted
 
-# A project's own tests, with nothing of ours beside them.
+# The tests of another project, which share no files with ours.
 CONFTEST = """
 import pytest
 pytest_plugins = ["cryptcli.testing.plugin"]
@@ -178,7 +178,7 @@ exec cat
 
 
 class Echo(http.server.BaseHTTPRequestHandler):
-    """Responds with what the client sent."""
+    """Echoes the request of the client."""
 
     def do_GET(self) -> None:
         subject = self.connection.getpeercert()["subject"]
@@ -193,7 +193,7 @@ class Echo(http.server.BaseHTTPRequestHandler):
 
 
 def test_the_control_interface_is_reached_over_tls(tmp_path: Path) -> None:
-    """With a server of the test's own, since only the client's side is of interest."""
+    """With a server of the test, since only the requests of the client are of interest."""
     subprocess.run(
         ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "1"]
         + ["-subj", "/CN=both", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", "key.pem", "-out", "cert.pem"],

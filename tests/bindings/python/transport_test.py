@@ -18,7 +18,7 @@ OPENER = urllib.request.build_opener(urllib.request.ProxyHandler({}))
 
 
 def send(request: cryptcli.Request) -> cryptcli.Response:
-    """The transport that a program would write with the standard library."""
+    """A transport as a program would write it with the standard library."""
     asked = urllib.request.Request(
         request.url, request.body or None, dict(request.headers), method=request.method
     )
