@@ -14,7 +14,7 @@ struct FailedExchange {
   bool hasResponse = false;     ///< false: the transport reported that there was no exchange
   bool isCryptService = false;  ///< false: a key server
   std::uint32_t status = 0;     ///< HTTP status, with a response
-  std::string_view reason;      ///< the transport's message, without one
+  std::string_view reason{};    ///< the transport's message, without one
   bool isKeyUpload = false;     ///< the crypt service was given a new room key
   /// Without a response: what the application's transport says about it.
   cryptcli_status failure = CRYPTCLI_UNREACHABLE;

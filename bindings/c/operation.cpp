@@ -142,8 +142,13 @@ bool Operation::IsCancelled() noexcept {
 }
 
 FailedExchange Operation::GetFailedExchange() const {
-  return {latest_.failed, latest_.hasResponse, latest_.isCryptService, latest_.status,
-          latest_.reason, latest_.isKeyUpload, latest_.failure};
+  return {.happened = latest_.failed,
+          .hasResponse = latest_.hasResponse,
+          .isCryptService = latest_.isCryptService,
+          .status = latest_.status,
+          .reason = latest_.reason,
+          .isKeyUpload = latest_.isKeyUpload,
+          .failure = latest_.failure};
 }
 
 cryptcli_status Operation::GetCode(std::string_view message) const {
@@ -179,12 +184,12 @@ std::int32_t Operation::SendRequest(const AnsiStr& method, const AnsiStr& url, c
   // Checked after that request too, since it can take long: a cancelled operation uploads no key.
   if (IsCancelled()) {
     response.errorText = "The operation was cancelled";
-    Record(url, place, false, response, CRYPTCLI_CANCELLED);
+    Record(url, place, /*hasResponse=*/false, response, CRYPTCLI_CANCELLED);
     return -1;
   }
   if (isKeyThere) {
     response.status = kStatusConflict;
-    Record(url, place, true, response, CRYPTCLI_OK);
+    Record(url, place, /*hasResponse=*/true, response, CRYPTCLI_OK);
     return 0;
   }
   cryptcli_status failure = CRYPTCLI_UNREACHABLE;

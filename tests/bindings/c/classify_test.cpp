@@ -159,9 +159,9 @@ TEST(Classify, BlamesTheMessageOnlyForItsOwnFaults) {
 }
 
 TEST(Classify, UsesTheExchangeWhoseReasonEndsTheMessage) {
-  const FailedExchange notFound{true, true, true, 404, {}};
+  const FailedExchange notFound{.happened = true, .hasResponse = true, .isCryptService = true, .status = 404};
   EXPECT_EQ(Classify("Could not get room key: HTTP 404", notFound), CRYPTCLI_UNKNOWN_ROOM);
-  const FailedExchange silent{true, false, false, 0, "Gave up waiting for host:1: timed out"};
+  const FailedExchange silent{.happened = true, .reason = "Gave up waiting for host:1: timed out"};
   EXPECT_EQ(Classify("Could not connect to key server: Gave up waiting for host:1: timed out", silent),
             CRYPTCLI_TIMEOUT);
   // An exchange that failed before does not explain a later message.
@@ -173,31 +173,35 @@ TEST(Classify, UsesTheExchangeWhoseReasonEndsTheMessage) {
 // service.
 TEST(Classify, DoesNotCallAServerWithAnInvalidUrlUnreachable) {
   const std::string reason = "Invalid URL: only http and https are supported";
-  const FailedExchange keyServer{true, false, false, 0, reason};
+  const FailedExchange keyServer{.happened = true, .reason = reason};
   const std::string message = "Could not connect to key server: " + reason;
   EXPECT_EQ(ClassifyExchange(keyServer), CRYPTCLI_SERVER_ERROR);
   EXPECT_EQ(Classify(message, keyServer), CRYPTCLI_SERVER_ERROR);
   EXPECT_EQ(Classify(message, {}), CRYPTCLI_SERVER_ERROR);
   EXPECT_FALSE(IsRetryable(CRYPTCLI_SERVER_ERROR, message, keyServer));
-  const FailedExchange service{true, false, true, 0, reason};
+  const FailedExchange service{.happened = true, .isCryptService = true, .reason = reason};
   EXPECT_EQ(Classify("Could not get room key: " + reason, service), CRYPTCLI_INVALID_ARGUMENT);
 }
 
 TEST(Classify, CallsOnlyARefusedUploadAConflict) {
   for (const std::uint32_t status : {409U, 412U}) {
     const std::string reason = "HTTP " + std::to_string(status);
-    const FailedExchange upload{true, true, true, status, {}, true};
+    const FailedExchange upload{
+        .happened = true, .hasResponse = true, .isCryptService = true, .status = status, .isKeyUpload = true};
     EXPECT_EQ(Classify("Could not upload new room key: " + reason, upload), CRYPTCLI_CONFLICT) << status;
-    const FailedExchange other{true, true, true, status, {}, false};
+    const FailedExchange other{
+        .happened = true, .hasResponse = true, .isCryptService = true, .status = status};
     EXPECT_EQ(Classify("Could not get room key: " + reason, other), CRYPTCLI_SERVER_ERROR) << status;
     EXPECT_FALSE(IsRetryable(CRYPTCLI_SERVER_ERROR, "Could not get room key: " + reason, other)) << status;
-    const FailedExchange keyServer{true, true, false, status, {}, false};
+    const FailedExchange keyServer{.happened = true, .hasResponse = true, .status = status};
     EXPECT_EQ(Classify(reason, keyServer), CRYPTCLI_SERVER_ERROR) << status;
   }
 }
 
 TEST(Classify, DistinguishesRefusedClientsFromUnreachableServers) {
-  const auto failed = [](std::string_view reason) { return FailedExchange{true, false, false, 0, reason}; };
+  const auto failed = [](std::string_view reason) {
+    return FailedExchange{.happened = true, .reason = reason};
+  };
   for (const char* reason : {"A client certificate is required by host:1: alert certificate required",
                              "The client certificate was refused by host:1: alert unknown ca"}) {
     EXPECT_EQ(ClassifyExchange(failed(reason)), CRYPTCLI_UNAUTHORISED) << reason;
@@ -210,7 +214,7 @@ TEST(Classify, DoesNotAdviseToRepeatWithACertificateThatIsNotTrusted) {
   for (const char* reason : {"Could not verify the certificate of host:1: self-signed certificate",
                              "Could not use the client certificate for host:1: no key",
                              "Could not use the CA file for host:1: no such file"}) {
-    const FailedExchange failed{true, false, false, 0, reason};
+    const FailedExchange failed{.happened = true, .reason = reason};
     EXPECT_FALSE(IsRetryable(CRYPTCLI_UNREACHABLE, std::string("Could not get room key: ") + reason, failed));
     EXPECT_TRUE(IsRetryable(CRYPTCLI_UNREACHABLE, "Could not connect to host:1: Connection refused", failed));
   }
@@ -218,9 +222,9 @@ TEST(Classify, DoesNotAdviseToRepeatWithACertificateThatIsNotTrusted) {
 
 TEST(Classify, DoesNotBlameAServerForAFullDisk) {
   const FailedExchange full{
-      true, false, false, 0,
-      "Could not receive the response from host:1: could not write \"log\": No space left on "
-      "device"};
+      .happened = true,
+      .reason =
+          "Could not receive the response from host:1: could not write \"log\": No space left on device"};
   EXPECT_EQ(ClassifyExchange(full), CRYPTCLI_NO_SPACE);
   EXPECT_EQ(Classify("Could not connect to key server: " + std::string(full.reason), full),
             CRYPTCLI_NO_SPACE);
