@@ -127,14 +127,14 @@ class Log : public EnvironmentTest {
 };
 
 TEST_F(Log, ShowsRequestsWithoutBodies) {
-  ListenTo(CRYPTCLI_LOG_REQUEST, false);
+  ListenTo(CRYPTCLI_LOG_REQUEST, /*reveal=*/false);
   Protect("content");
   EXPECT_THAT(text, HasSubstr("GET " + stand.GetServiceUrl() + "crypt/key/demo"));
   EXPECT_EQ(text.find("authztoken\":"), std::string::npos);
 }
 
 TEST_F(Log, LeavesSecretsOutUnlessTheyAreAskedFor) {
-  ListenTo(CRYPTCLI_LOG_DEBUG, false);
+  ListenTo(CRYPTCLI_LOG_DEBUG, /*reveal=*/false);
   Protect("content");
   ASSERT_EQ(Decrypt("secret", "opened").status, CRYPTCLI_OK);
   EXPECT_THAT(text, HasSubstr("room=[demo]"));
@@ -143,13 +143,13 @@ TEST_F(Log, LeavesSecretsOutUnlessTheyAreAskedFor) {
 }
 
 TEST_F(Log, RevealsSecretsOnRequest) {
-  ListenTo(CRYPTCLI_LOG_DEBUG, true);
+  ListenTo(CRYPTCLI_LOG_DEBUG, /*reveal=*/true);
   Protect("content");
   EXPECT_THAT(text, HasSubstr("authztoken\":"));
 }
 
 TEST_F(Log, ShowsErrorsAlone) {
-  ListenTo(CRYPTCLI_LOG_ERROR, false);
+  ListenTo(CRYPTCLI_LOG_ERROR, /*reveal=*/false);
   Protect("content");
   EXPECT_EQ(text, "");
   Decrypt("missing", "opened");

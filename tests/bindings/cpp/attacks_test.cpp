@@ -81,7 +81,7 @@ TEST_F(Refusals, OfADamagedSignatureHoldUnderEveryPolicy) {
   EXPECT_FALSE(scratch.Exists("opened"));
 }
 
-// The crypt service names the room that was signed for. So the file is proven to whoever expects no room.
+// The crypt service names the room that was signed for, so without an expected room the file is proven.
 TEST_F(Refusals, OfAnotherRoomThanTheExpectedOne) {
   OruGuiBase::KVMap response = TestSupport::ScriptedServices::RoomKeyResponse();
   response.Set("room", "room 2");

@@ -10,7 +10,7 @@
 #include <stdexcept>
 #endif
 
-// Several of these can be linked into one program.
+// check_headers.sh links several of these into one program, each with another name.
 #ifndef CONSUMER_NAME
 #define CONSUMER_NAME main
 #endif
@@ -32,7 +32,8 @@ void Expect(bool holds, const char* what) {
   ++mistakes;
 }
 
-// Throws where that can be: it must end in the library's error, whatever the other translation units do.
+// Throws if exceptions are on. The result must be an error of the library, in whatever mode the other
+// translation units are compiled.
 Result<HttpResponse> Send(const HttpRequest& request) {
 #if defined(__cpp_exceptions)
   if (request.method == "GET") throw std::runtime_error("no tunnel");

@@ -14,7 +14,8 @@
 
 namespace CppInterface {
 
-/// A client and a directory for its files. A test sets options and then makes the client.
+/// Owns a client and a directory for its files, one for each test. A test sets options and then makes the
+/// client.
 class ClientTest : public ::testing::Test {
  protected:
   static constexpr const char* kRoom = "demo";

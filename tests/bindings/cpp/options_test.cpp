@@ -92,7 +92,7 @@ TEST_F(Lifetime, AMovedClientWorksAndTheOldOneFails) {
   Protect("content");
   Client moved = std::move(*client);
   EXPECT_TRUE(moved.Verify(kRoom, Path("secret")).has_value());
-  // A client that was moved from is a state that users meet: NOLINTBEGIN(bugprone-use-after-move)
+  // Users can call a client that was moved from, and get an error: NOLINTBEGIN(bugprone-use-after-move)
   const auto failed = {client->Verify(kRoom, Path("secret")).error(),
                        client->Encrypt(kRoom, Path("plain"), Path("other")).error(),
                        client->Rekey(kRoom, Path("secret")).error(),
@@ -151,17 +151,17 @@ class LogOfAClient : public EnvironmentTest {
 };
 
 TEST_F(LogOfAClient, ShowsRequestsWithoutBodies) {
-  ListenTo(LogLevel::Request, false);
+  ListenTo(LogLevel::Request, /*reveal=*/false);
   Protect("content");
   EXPECT_THAT(words, HasSubstr("GET " + stand.GetServiceUrl() + "crypt/key/demo"));
   EXPECT_EQ(words.find("authztoken\":"), std::string::npos);
 }
 
 TEST_F(LogOfAClient, RevealsSecretsOnRequestOnly) {
-  ListenTo(LogLevel::Debug, false);
+  ListenTo(LogLevel::Debug, /*reveal=*/false);
   Protect("content");
   EXPECT_EQ(words.find("authztoken\":"), std::string::npos);
-  ListenTo(LogLevel::Debug, true);
+  ListenTo(LogLevel::Debug, /*reveal=*/true);
   Protect("content");
   EXPECT_THAT(words, HasSubstr("authztoken\":"));
 }
