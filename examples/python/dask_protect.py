@@ -121,8 +121,8 @@ def run(scheduler: str, jobs: List[Job]) -> Iterator[Outcome]:
     """Gives the jobs to the workers of the scheduler; yields outcomes as they come."""
     import distributed  # not needed on workers, which import this module
 
-    # Imported by name, which the workers know after the upload. Functions of __main__ would be copied with each job, and
-    # each copy would make a client of its own.
+    # Imported by name, which the workers know after the upload. Functions of __main__ would be copied with each job,
+    # and each copy would make a client of its own.
     import dask_protect
 
     with distributed.Client(scheduler) as engine:
