@@ -13,6 +13,7 @@
 #include "foundation/kvmap.h"
 #include "foundation/val.h"
 #include "tools/files.h"
+#include "tools/member.h"
 #include "tools/protect.h"
 #include "tools/report.h"
 #include "tools/session.h"
@@ -42,18 +43,14 @@ AnsiStr OrElse(const AnsiStr& text, const char* other) {
   return text.IsEmpty() ? AnsiStr(other) : text;
 }
 
-AnsiStr TextOf(const KVMap& map, const char* name) {
-  return map.Contains(name) ? map.Get(name).AsString() : AnsiStr();
-}
-
 void ShowRecipient(const KVMap& recipient, Report& report) {
-  report.Line(AnsiStr("recipient: serial ") + TextOf(recipient, "serial") + ", issuer " +
-              TextOf(recipient, "issuer"));
+  report.Line(AnsiStr("recipient: serial ") + StringOf(recipient, "serial") + ", issuer " +
+              StringOf(recipient, "issuer"));
 }
 
 void ShowSigner(const KVMap& signer, Report& report) {
-  report.Line(AnsiStr("signer: ") + OrElse(TextOf(signer, "subject"), "(no certificate in the file)"));
-  report.Line(AnsiStr("  time: ") + OrElse(TextOf(signer, "signingTime"), "(none)"));
+  report.Line(AnsiStr("signer: ") + OrElse(StringOf(signer, "subject"), "(no certificate in the file)"));
+  report.Line(AnsiStr("  time: ") + OrElse(StringOf(signer, "signingTime"), "(none)"));
   for (const auto& [oid, value] : signer.Get("signedAttributes").AsMap()) {
     report.Line(AnsiStr("  ") + AttributeName(oid) + ": " + value.AsString());
   }
@@ -68,7 +65,7 @@ void ShowAll(const KVMap& found, const char* name, Show show, Report& report) {
 }
 
 void Show(const KVMap& found, Report& report) {
-  report.Line(AnsiStr("type: ") + TextOf(found, "type"));
+  report.Line(AnsiStr("type: ") + StringOf(found, "type"));
   report.Line(FmtArgs("size: %lld bytes", static_cast<long long>(found.Get("size").AsInteger())));
   ShowAll(found, "recipients", ShowRecipient, report);
   ShowAll(found, "signers", ShowSigner, report);

@@ -12,6 +12,7 @@
 #include "foundation/array.h"
 #include "foundation/json.h"
 #include "foundation/val.h"
+#include "tools/member.h"
 #include "tools/report.h"
 #include "tools/suggestion.h"
 
@@ -31,10 +32,6 @@ Array<Val> ReadOperations() {
   return value.AsArray();
 }
 
-AnsiStr TextOf(const KVMap& map, const char* name) {
-  return map.Get(name).AsString();
-}
-
 // What "call" takes before the name of an operation.
 constexpr std::string_view kPrefix = "Crypt";
 
@@ -43,13 +40,13 @@ std::string_view WithoutPrefix(std::string_view name) {
 }
 
 bool IsName(const KVMap& operation, const std::string& name) {
-  return TextOf(operation, "name") == AnsiStr(WithoutPrefix(name));
+  return StringOf(operation, "name") == AnsiStr(WithoutPrefix(name));
 }
 
 // The members "name" of the objects in a list.
 std::vector<std::string> GetNames(const Array<Val>& objects) {
   std::vector<std::string> names;
-  for (const Val& object : objects) names.emplace_back(TextOf(object.AsMap(), "name").View());
+  for (const Val& object : objects) names.emplace_back(StringOf(object.AsMap(), "name").View());
   return names;
 }
 
@@ -61,13 +58,13 @@ std::optional<KVMap> FindOperation(const std::string& name) {
 }
 
 void ShowArgument(const KVMap& argument, Report& report) {
-  report.Line(AnsiStr("  ") + TextOf(argument, "name") + " (" + TextOf(argument, "type") +
+  report.Line(AnsiStr("  ") + StringOf(argument, "name") + " (" + StringOf(argument, "type") +
               (argument.Get("required").AsBool() ? "): " : ", optional): ") +
-              TextOf(argument, "description"));
+              StringOf(argument, "description"));
 }
 
 void Show(const KVMap& operation, Report& report) {
-  report.Line(TextOf(operation, "name") + ": " + TextOf(operation, "description"));
+  report.Line(StringOf(operation, "name") + ": " + StringOf(operation, "description"));
   for (const Val& argument : operation.Get("arguments").AsArray()) ShowArgument(argument.AsMap(), report);
 }
 
@@ -97,7 +94,7 @@ std::string CheckArgumentNames(const std::string& operation, const AnsiStr& argu
   for (const auto& [key, ignored] : value.AsMap()) {
     const std::string name(key.View());
     if (std::find(known.begin(), known.end(), name) != known.end()) continue;
-    return "Unknown argument \"" + name + "\" of " + std::string(TextOf(*found, "name").View()) +
+    return "Unknown argument \"" + name + "\" of " + std::string(StringOf(*found, "name").View()) +
            Suggest(name, known);
   }
   return {};

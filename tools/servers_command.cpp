@@ -11,6 +11,7 @@
 #include "foundation/kvmap.h"
 #include "foundation/val.h"
 #include "tools/bulk_report.h"
+#include "tools/member.h"
 #include "tools/report.h"
 #include "tools/value_check.h"
 
@@ -43,10 +44,6 @@ ExitCode Ask(const char* command, const SessionOptions& options, const Question&
   }));
 }
 
-AnsiStr Text(const KVMap& map, const char* name) {
-  return map.Get(name).AsString();
-}
-
 const char* DescribeKey(const AnsiStr& type) {
   if (type == "wrapped") return "wrapped: key servers alone can use it";
   if (type == "plain") return "plain: the crypt service gives it to clients, so no origin can be proven";
@@ -55,17 +52,17 @@ const char* DescribeKey(const AnsiStr& type) {
 
 void ShowCertificate(const KVMap& certificate, Report& report) {
   if (certificate.IsEmpty()) return;
-  report.Line(AnsiStr("certificate  ") + Text(certificate, "subject"));
-  report.Line(AnsiStr("             serial ") + Text(certificate, "serial") + " of " +
-              Text(certificate, "issuer"));
-  report.Line(AnsiStr("             valid from ") + Text(certificate, "notBefore") + " to " +
-              Text(certificate, "notAfter"));
+  report.Line(AnsiStr("certificate  ") + StringOf(certificate, "subject"));
+  report.Line(AnsiStr("             serial ") + StringOf(certificate, "serial") + " of " +
+              StringOf(certificate, "issuer"));
+  report.Line(AnsiStr("             valid from ") + StringOf(certificate, "notBefore") + " to " +
+              StringOf(certificate, "notAfter"));
 }
 
 ExitCode ShowRoom(const KVMap& room, Report& report) {
-  report.Line(AnsiStr("room         ") + Text(room, "room"));
-  report.Line(AnsiStr("group        ") + Text(room, "group"));
-  report.Line(AnsiStr("key          ") + DescribeKey(Text(room, "keyType")));
+  report.Line(AnsiStr("room         ") + StringOf(room, "room"));
+  report.Line(AnsiStr("group        ") + StringOf(room, "group"));
+  report.Line(AnsiStr("key          ") + DescribeKey(StringOf(room, "keyType")));
   ShowCertificate(room.Get("certificate").AsMap(), report);
   for (const Val& server : room.Get("keyServers").AsArray()) {
     report.Line(AnsiStr("key server   ") + server.AsString());
@@ -90,15 +87,15 @@ cryptcli::Status FindStatus(const AnsiStr& name) {
 
 // As the same failure of an operation would end it.
 ExitCode ToExitCode(const KVMap& finding) {
-  return CryptCli::ToExitCode(FindStatus(Text(finding, "code")), finding.Get("retryable").AsBool());
+  return CryptCli::ToExitCode(FindStatus(StringOf(finding, "code")), finding.Get("retryable").AsBool());
 }
 
 ExitCode ShowFinding(const KVMap& finding, Report& report) {
   const bool isGood = finding.Get("ok").AsBool();
-  const AnsiStr advice = Text(finding, "advice");
-  AnsiStr line =
-      AnsiStr(isGood ? "ok     " : "WRONG  ") + NameSubject(Text(finding, "subject")) + Text(finding, "name");
-  if (!isGood) line = line + ": " + Text(finding, "message");
+  const AnsiStr advice = StringOf(finding, "advice");
+  AnsiStr line = AnsiStr(isGood ? "ok     " : "WRONG  ") + NameSubject(StringOf(finding, "subject")) +
+                 StringOf(finding, "name");
+  if (!isGood) line = line + ": " + StringOf(finding, "message");
   report.Line(line);
   if (!advice.IsEmpty()) report.Line(AnsiStr("       ") + advice);
   return isGood ? ExitCode::Success : ToExitCode(finding);
@@ -118,7 +115,7 @@ ExitCode ShowFindings(const KVMap& found, Report& report) {
   if (wrong > 0)
     report.Fail(
         AnsiStr(std::to_string(wrong) + " of " + std::to_string(findings.GetCount()) + " checks failed"),
-        Text(worstFinding, "code"), worstFinding.Get("retryable").AsBool());
+        StringOf(worstFinding, "code"), worstFinding.Get("retryable").AsBool());
   return worst;
 }
 
