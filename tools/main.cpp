@@ -9,6 +9,7 @@
 #include <functional>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 #include "tools/apply_settings.h"
 #include "tools/audit_log.h"
@@ -87,33 +88,57 @@ void OccupyStandardStreams() {
   }
 }
 
+// The commands refer to `options` and `sources`, which must outlive them.
+std::vector<Command> AddCommands(CLI::App& app, Options& options,
+                                 const CryptCli::ConfigurationSources& sources) {
+  return {
+      {CryptCli::AddEncrypt(app, options.encrypt),
+       [&options] { return CryptCli::RunEncrypt(options.encrypt); }},
+      {CryptCli::AddDecrypt(app, options.decrypt),
+       [&options] { return CryptCli::RunDecrypt(options.decrypt); }},
+      {CryptCli::AddVerify(app, options.verify), [&options] { return CryptCli::RunVerify(options.verify); }},
+      {CryptCli::AddRekey(app, options.rekey), [&options] { return CryptCli::RunRekey(options.rekey); }},
+      {CryptCli::AddSign(app, options.sign), [&options] { return CryptCli::RunSign(options.sign); }},
+      {CryptCli::AddAuditLog(app, options.auditLog),
+       [&options] { return CryptCli::RunAuditLog(options.auditLog); }},
+      {CryptCli::AddCall(app, options.call), [&options] { return CryptCli::RunCall(options.call); }},
+      {CryptCli::AddOperations(app, options.operations),
+       [&options] { return CryptCli::RunOperations(options.operations); }},
+      {CryptCli::AddInspect(app, options.inspect),
+       [&options] { return CryptCli::RunInspect(options.inspect); }},
+      {CryptCli::AddRoom(app, options.room), [&options] { return CryptCli::RunRoom(options.room); }},
+      {CryptCli::AddDoctor(app, options.doctor), [&options] { return CryptCli::RunDoctor(options.doctor); }},
+      {CryptCli::AddConfig(app, options.config),
+       [&options, &sources] { return CryptCli::RunConfig(options.config, sources); }},
+  };
+}
+
+// Runs the command that the parser found in the command line.
+int RunParsed(const std::vector<Command>& commands, const CryptCli::SettingsFiller& settings,
+              const CryptCli::ConfigurationSources& sources, bool asJSON) {
+  for (const Command& command : commands) {
+    if (!command.app->parsed()) continue;
+    std::string reason;
+    // "config" shows a configuration that is wrong, too.
+    const bool isReady = command.app->get_name() == "config" || settings.Fill(*command.app, sources, reason);
+    if (isReady) return static_cast<int>(command.run());
+    return FailUsage(command.app->get_name(), reason, asJSON);
+  }
+  return static_cast<int>(ExitCode::Usage);
+}
+
 int Run(int argc, char** argv) {
   CLI::App app("Protects files for a room, opens protected files, and administers the keys behind them",
                "cryptcli");
-  const auto describeVersion = [&] {
-    return CryptCli::AsksForJSON(argc, argv) ? CryptCli::DescribeVersionAsJSON()
-                                             : CryptCli::DescribeVersion();
+  const bool asJSON = CryptCli::AsksForJSON(argc, argv);
+  const auto describeVersion = [asJSON] {
+    return asJSON ? CryptCli::DescribeVersionAsJSON() : CryptCli::DescribeVersion();
   };
   app.set_version_flag("--version", describeVersion, "Show the versions of the command and its libraries");
   app.require_subcommand(1);
   Options options;
   const CryptCli::ConfigurationSources sources = CryptCli::ConfigurationSources::Make();
-  const Command commands[] = {
-      {CryptCli::AddEncrypt(app, options.encrypt), [&] { return CryptCli::RunEncrypt(options.encrypt); }},
-      {CryptCli::AddDecrypt(app, options.decrypt), [&] { return CryptCli::RunDecrypt(options.decrypt); }},
-      {CryptCli::AddVerify(app, options.verify), [&] { return CryptCli::RunVerify(options.verify); }},
-      {CryptCli::AddRekey(app, options.rekey), [&] { return CryptCli::RunRekey(options.rekey); }},
-      {CryptCli::AddSign(app, options.sign), [&] { return CryptCli::RunSign(options.sign); }},
-      {CryptCli::AddAuditLog(app, options.auditLog), [&] { return CryptCli::RunAuditLog(options.auditLog); }},
-      {CryptCli::AddCall(app, options.call), [&] { return CryptCli::RunCall(options.call); }},
-      {CryptCli::AddOperations(app, options.operations),
-       [&] { return CryptCli::RunOperations(options.operations); }},
-      {CryptCli::AddInspect(app, options.inspect), [&] { return CryptCli::RunInspect(options.inspect); }},
-      {CryptCli::AddRoom(app, options.room), [&] { return CryptCli::RunRoom(options.room); }},
-      {CryptCli::AddDoctor(app, options.doctor), [&] { return CryptCli::RunDoctor(options.doctor); }},
-      {CryptCli::AddConfig(app, options.config),
-       [&] { return CryptCli::RunConfig(options.config, sources); }},
-  };
+  const std::vector<Command> commands = AddCommands(app, options, sources);
   // After the commands, which would inherit it.
   app.footer(kNotes +
              CryptCli::DescribeExitCodes({ExitCode::OriginNotProven, ExitCode::KeyRefused, ExitCode::Partial,
@@ -130,18 +155,9 @@ int Run(int argc, char** argv) {
     // --help and --version arrive here too, with code 0. The parser's other codes are not part of our
     // interface.
     if (error.get_exit_code() == 0) return app.exit(error);
-    return FailUsage(CryptCli::GetCommandName(app), CryptCli::DescribeMistake(app, error),
-                     CryptCli::AsksForJSON(argc, argv));
+    return FailUsage(CryptCli::GetCommandName(app), CryptCli::DescribeMistake(app, error), asJSON);
   }
-  for (const Command& command : commands) {
-    if (!command.app->parsed()) continue;
-    std::string reason;
-    // "config" shows a configuration that is wrong, too.
-    const bool isReady = command.app->get_name() == "config" || settings.Fill(*command.app, sources, reason);
-    if (isReady) return static_cast<int>(command.run());
-    return FailUsage(command.app->get_name(), reason, CryptCli::AsksForJSON(argc, argv));
-  }
-  return static_cast<int>(ExitCode::Usage);
+  return RunParsed(commands, settings, sources, asJSON);
 }
 
 }  // namespace
