@@ -12,6 +12,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "foundation/errno_saver.h"
 #include "tools/files.h"
 
 namespace CryptCli {
@@ -44,9 +45,8 @@ bool ReadWhole(const std::string& path, const std::stop_token& stop, std::string
     got = ReadUnlessStopped(descriptor, chunk, sizeof chunk, stop);
     if (got > 0) text.append(chunk, static_cast<std::size_t>(got));
   }
-  const int failure = errno;
+  const OruGuiBase::ErrnoSaver saver;
   ::close(descriptor);
-  errno = failure;
   return got == 0;
 }
 

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <unistd.h>
 
+#include "foundation/errno_saver.h"
 #include "foundation/errorstate.h"
 #include "foundation/filehandle.h"
 #include "foundation/format.h"
@@ -75,15 +76,16 @@ bool ReadToEnd(int descriptor, const std::stop_token& stop, AnsiStr& text, AnsiS
     got = ReadUnlessStopped(descriptor, chunk, sizeof(chunk), stop);
     if (got > 0) text.Append(chunk, static_cast<std::uint32_t>(got));
   }
-  const int failure = errno;
-  // It may have contained a key or a password.
-  OruGuiBase::WipeMemory(chunk, sizeof(chunk));
+  {
+    // It may have contained a key or a password.
+    const OruGuiBase::ErrnoSaver saver;
+    OruGuiBase::WipeMemory(chunk, sizeof(chunk));
+  }
   if (text.GetLength() > kMaxInput) {
     reason = "More than 64 MiB";
     return false;
   }
   if (got == 0) return true;
-  errno = failure;
   OruGuiBase::SetLastErrorFromErrno();
   reason = OruGuiBase::GetSystemErrorText();
   return false;
