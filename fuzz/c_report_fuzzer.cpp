@@ -1,17 +1,16 @@
 #include <cryptcli/cryptcli.h>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "fuzz/support/c_client.h"
 #include "fuzz/support/hostile_http.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/mutation.h"
 #include "fuzz/support/require.h"
+#include "fuzz/support/samples.h"
 #include "fuzz/support/scratch.h"
 #include "fuzz/support/text.h"
 #include "fuzz/support/world.h"
-#include "security/cmsmsg.h"
 #include "tests/support/test_peer.h"
 
 // Inspects a file that the input chose and changed, decrypts it under a policy, and asks for its room and the
@@ -27,31 +26,15 @@ using Fuzz::World;
 constexpr const char* kSource = "source";
 constexpr const char* kTarget = "target";
 
-const std::string& Choose(const std::vector<Fuzz::Sample>& samples, Fuzz::Input& input) {
-  return samples[input.Below(static_cast<std::uint32_t>(samples.size()))].bytes;
-}
-
-// A valid envelope for the room's key around any content.
-std::string Envelop(const std::string& content) {
-  const Scratch& scratch = Scratch::Get();
-  static const OruOssSec::Certificate room = World::Load(World::Get().room.certificate);
-  OruOssSec::CMSMsg message;
-  Require(message.CreateEnvelopedData(OruOssSec::CipherAlgorithm::AES256CBC) && message.AddRecipient(room) &&
-              message.Save(OruOssSec::CMSMsg::Format::BERStream, scratch.Make("inner", content),
-                           scratch.File("envelope")),
-          "an envelope can be made");
-  return scratch.Read("envelope");
-}
-
 // Signed messages come alone, for inspect, and in envelopes, for decrypt.
 std::string MakeSource(Fuzz::Input& input) {
   const World& world = World::Get();
   const std::uint32_t choice = input.Below(7);
   if (choice == 0) return world.Find(world.envelopes, "genuine");
   if (choice == 6) return input.Text();
-  std::string bytes = Choose(choice == 1 ? world.envelopes : world.contents, input);
+  std::string bytes = Fuzz::Choose(choice == 1 ? world.envelopes : world.contents, input);
   if (choice == 3 || choice == 5) Fuzz::Mutate(bytes, input);
-  return choice >= 4 ? Envelop(bytes) : bytes;
+  return choice >= 4 ? Fuzz::Envelop(bytes) : bytes;
 }
 
 void Inspect(const cryptcli_file& source) {

@@ -1,7 +1,6 @@
 #include <cstdint>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "client/cryptcli.h"
 #include "fuzz/support/der_mutator.h"
@@ -9,10 +8,10 @@
 #include "fuzz/support/input.h"
 #include "fuzz/support/mutation.h"
 #include "fuzz/support/require.h"
+#include "fuzz/support/samples.h"
 #include "fuzz/support/scratch.h"
 #include "fuzz/support/text.h"
 #include "fuzz/support/world.h"
-#include "security/cmsmsg.h"
 #include "tests/support/test_peer.h"
 
 // Opens a file that the input chose and changed, while the input also chooses the responses of all servers.
@@ -27,10 +26,6 @@ using OruGuiBase::File;
 constexpr const char* kSource = "source";
 constexpr const char* kTarget = "target";
 
-const std::string& Choose(const std::vector<Fuzz::Sample>& samples, Fuzz::Input& input) {
-  return samples[input.Below(static_cast<std::uint32_t>(samples.size()))].bytes;
-}
-
 std::string Changed(std::string bytes, Fuzz::Input& input) {
   Fuzz::Mutate(bytes, input);
   return bytes;
@@ -42,39 +37,27 @@ std::string ChangedElement(const std::string& bytes, Fuzz::Input& input) {
       [&](std::string content) { return Changed(std::move(content), input); });
 }
 
-// A valid envelope for the room's key around any content.
-std::string Envelope(const std::string& content) {
-  const Scratch& scratch = Scratch::Get();
-  static const OruOssSec::Certificate room = World::Load(World::Get().room.certificate);
-  OruOssSec::CMSMsg message;
-  Require(message.CreateEnvelopedData(OruOssSec::CipherAlgorithm::AES256CBC) && message.AddRecipient(room) &&
-              message.Save(OruOssSec::CMSMsg::Format::BERStream, scratch.Make("inner", content),
-                           scratch.File("envelope")),
-          "an envelope can be made");
-  return scratch.Read("envelope");
-}
-
 // A changed envelope is mostly refused by its first check. So most choices put a valid envelope around
 // changed content, which only then reaches the check of signatures.
 std::string MakeSource(Fuzz::Input& input) {
   const World& world = World::Get();
   switch (input.Below(9)) {
     case 1:
-      return Choose(world.envelopes, input);
+      return Fuzz::Choose(world.envelopes, input);
     case 2:
-      return Changed(Choose(world.envelopes, input), input);
+      return Changed(Fuzz::Choose(world.envelopes, input), input);
     case 3:
-      return Envelope(Choose(world.contents, input));
+      return Fuzz::Envelop(Fuzz::Choose(world.contents, input));
     case 4:
-      return Envelope(Changed(Choose(world.contents, input), input));
+      return Fuzz::Envelop(Changed(Fuzz::Choose(world.contents, input), input));
     case 5:
-      return Envelope(ChangedElement(Choose(world.contents, input), input));
+      return Fuzz::Envelop(ChangedElement(Fuzz::Choose(world.contents, input), input));
     case 6:
-      return Envelope(input.Text());
+      return Fuzz::Envelop(input.Text());
     case 7:
       return input.Text();
     case 8:
-      return ChangedElement(Choose(world.envelopes, input), input);
+      return ChangedElement(Fuzz::Choose(world.envelopes, input), input);
     default:
       return world.Find(world.envelopes, "genuine");
   }
