@@ -14,6 +14,7 @@ using TestSupport::Alive;
 using TestSupport::CannedResponse;
 using TestSupport::Envelope;
 using TestSupport::ErrorCode;
+using TestSupport::KeyResponse;
 using TestSupport::Payload;
 using TestSupport::Pki;
 using TestSupport::Quoted;
@@ -26,13 +27,6 @@ class CreateKey : public TestSupport::ClientTest {
  protected:
   CreateKey() { UseServers({"https://one.example", "https://two.example"}); }
 
-  /// A key server's response; a part that is not given is left out.
-  static CannedResponse KeyResponse(const std::string& certificate, const std::string& wrappedKey) {
-    std::string payload = R"({"type":"generateWrappedKeyResponse")";
-    if (!certificate.empty()) payload += R"(,"encodedX509Certificate":)" + Quoted(certificate);
-    if (!wrappedKey.empty()) payload += R"(,"encodedWrappedKey":)" + Quoted(wrappedKey);
-    return Payload(payload + "}");
-  }
   static std::string RoomCert() { return Pki::Get().room.certificate.ToBase64(); }
 
   bool Create(const Array<Val>& certificates = Strings({"cert-a", "cert-b"})) {

@@ -10,11 +10,10 @@ using OruOssSec::Certificate;
 using TestSupport::Alive;
 using TestSupport::CannedResponse;
 using TestSupport::ErrorCode;
+using TestSupport::KeyResponse;
 using TestSupport::LoadCert;
 using TestSupport::LoadKey;
-using TestSupport::Payload;
 using TestSupport::Pki;
-using TestSupport::Quoted;
 using TestSupport::Status;
 using TestSupport::Str;
 using TestSupport::Token;
@@ -23,13 +22,6 @@ class GeneratedRoomKey : public TestSupport::ClientInternalsTest {
  protected:
   GeneratedRoomKey() { UseServers({"https://one.example", "https://two.example"}); }
 
-  /// A key server's response; a part that is not given is left out.
-  static CannedResponse KeyResponse(const std::string& certificate, const std::string& wrappedKey) {
-    std::string payload = R"({"type":"generateWrappedKeyResponse")";
-    if (!certificate.empty()) payload += R"(,"encodedX509Certificate":)" + Quoted(certificate);
-    if (!wrappedKey.empty()) payload += R"(,"encodedWrappedKey":)" + Quoted(wrappedKey);
-    return Payload(payload + "}");
-  }
   static std::string RoomCert() { return Pki::Get().room.certificate.ToBase64(); }
 
   bool Generate() { return peer.KeyServerGenerateWrappedKey("the room", {}, roomKey); }

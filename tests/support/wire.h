@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "tests/support/scripted_http.h"
+#include "tests/support/text.h"
 
 // What goes over the wire: bodies of commands, and the responses of well-behaved servers.
 namespace TestSupport {
@@ -25,6 +26,14 @@ inline CannedResponse Payload(std::string_view payload) {
 /// A key server's refusal.
 inline CannedResponse ErrorCode(int code) {
   return Payload(R"({"type":"status","code":)" + std::to_string(code) + "}");
+}
+
+/// A key server's response with a new room key; a part that is empty is left out.
+inline CannedResponse KeyResponse(const std::string& certificate, const std::string& wrappedKey) {
+  std::string payload = R"({"type":"generateWrappedKeyResponse")";
+  if (!certificate.empty()) payload += R"(,"encodedX509Certificate":)" + Quoted(certificate);
+  if (!wrappedKey.empty()) payload += R"(,"encodedWrappedKey":)" + Quoted(wrappedKey);
+  return Payload(payload + "}");
 }
 
 /// The crypt service's response with an authorization token.
