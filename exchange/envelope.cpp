@@ -73,7 +73,7 @@ bool CryptClient::KeyServerCheckResponse(const KVMap& response, KeyServerCommand
     KeyServerErrorText(MemberReader(payload).Integer("code"));
     return false;
   }
-  if (!(type == GetResponseType(command))) return Fail("Unexpected response type %s", type.GetText());
+  if (type != GetResponseType(command)) return Fail("Unexpected response type %s", type.GetText());
   return true;
 }
 

@@ -72,7 +72,7 @@ bool CurlExchange::Prepare(const AnsiStr& method, const AnsiStr& url, const KVMa
                            AnsiStr& errorText) {
   if (!ParseUrl(url, target_, errorText)) return false;
   isPost_ = method == "POST";
-  if (!isPost_ && !(method == "GET")) {
+  if (!isPost_ && method != "GET") {
     errorText = "Invalid method: only GET and POST are supported";
     return false;
   }

@@ -48,7 +48,7 @@ void CheckError(const cryptcli_error* error, cryptcli_status status) {
     RequireUtf8(cryptcli_error_attempt_message(error, i));
   }
   Require(cryptcli_error_attempt_server(error, attempts) == nullptr,
-          "there is nothing behind the last attempt");
+          "there is nothing after the last attempt");
 }
 
 void CheckReport(const cryptcli_report* report) {
@@ -92,9 +92,8 @@ std::int32_t CClient::Send(void* context, const cryptcli_request* request, crypt
     return -1;
   }
   cryptcli_response_set_status(response, given.status);
-  for (std::uint32_t i = 0; i < given.headers.GetCount(); ++i) {
-    cryptcli_response_add_header(response, given.headers.GetKeys()[i].GetText(),
-                                 given.headers.GetValues()[i].AsString().GetText());
+  for (const auto& [name, value] : given.headers) {
+    cryptcli_response_add_header(response, name.GetText(), value.AsString().GetText());
   }
   return cryptcli_response_append_body(response, given.body.GetText(), given.body.GetLength());
 }

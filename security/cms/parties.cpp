@@ -45,9 +45,9 @@ bool TakeSerial(BerWalker& walker, CMSKeyTransRecipient& recipient) noexcept {
   const unsigned char* position = der.GetData();
   const Asn1IntegerPtr serial(d2i_ASN1_INTEGER(nullptr, &position, static_cast<long>(der.GetSize())));
   if (serial == nullptr) return FailWithOpenSSL("The serial number of a recipient cannot be read");
-  recipient.serial =
-      OruGuiBase::Binary2B16Str(ASN1_STRING_get0_data(serial.get()),
-                                static_cast<std::uint32_t>(ASN1_STRING_length(serial.get())), true);
+  recipient.serial = OruGuiBase::Binary2B16Str(ASN1_STRING_get0_data(serial.get()),
+                                               static_cast<std::uint32_t>(ASN1_STRING_length(serial.get())),
+                                               /*upperCase=*/true);
   return true;
 }
 
