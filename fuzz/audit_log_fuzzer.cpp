@@ -1,3 +1,5 @@
+// Merges the audit logs of some key servers, all fuzz data, through the client. The result is compared with
+// this target's own merge: the header of the first log that has one, and the lines of all.
 #include <array>
 #include <cstdint>
 #include <filesystem>
@@ -13,8 +15,6 @@
 #include "fuzz/support/text.h"
 #include "fuzz/support/world.h"
 
-// Merges the audit logs of some key servers, all fuzz data, through the client. The result is compared with
-// this target's own merge: the header of the first log that has one, and the lines of all.
 namespace {
 
 using Fuzz::Require;

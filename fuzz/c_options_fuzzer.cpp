@@ -1,3 +1,5 @@
+// Calls the setters of the C interface's options with strings of the input, makes a client, and looks at the
+// requests that a client with a transport callback sends.
 #include <cryptcli/cryptcli.h>
 #include <cstdint>
 #include <string>
@@ -8,8 +10,6 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/scratch.h"
 
-// Calls the setters of the C interface's options with strings of the input, makes a client, and looks at the
-// requests that a client with a transport callback sends.
 namespace {
 
 using Fuzz::CResult;

@@ -1,3 +1,5 @@
+// Performs a named operation through the C interface with arguments that the input chose or changed, while
+// the input also chooses the responses of all servers.
 #include <array>
 #include <cryptcli/cryptcli.h>
 #include <cstdint>
@@ -13,8 +15,6 @@
 #include "fuzz/support/text.h"
 #include "tests/support/test_peer.h"
 
-// Performs a named operation through the C interface with arguments that the input chose or changed, while
-// the input also chooses the responses of all servers.
 namespace {
 
 using Fuzz::Require;

@@ -1,3 +1,6 @@
+// Inspects a file that the input chose and changed, decrypts it under a policy, and asks for its room and the
+// servers, while the input also chooses the responses of all servers. Every report and error has to be whole;
+// content is proven only if the group's key signed it.
 #include <cryptcli/cryptcli.h>
 #include <cstdint>
 #include <string>
@@ -13,9 +16,6 @@
 #include "fuzz/support/world.h"
 #include "tests/support/test_peer.h"
 
-// Inspects a file that the input chose and changed, decrypts it under a policy, and asks for its room and the
-// servers, while the input also chooses the responses of all servers. Every report and error has to be whole;
-// content is proven only if the group's key signed it.
 namespace {
 
 using Fuzz::CResult;

@@ -1,3 +1,5 @@
+// Loads the input as one certificate and as a list of certificates. A chain to the world's root must prove
+// only keys that the world's authorities have certified.
 #include <cstdint>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
@@ -10,8 +12,6 @@
 #include "security/certificate.h"
 #include "security/certstore.h"
 
-// Loads the input as one certificate and as a list of certificates. A chain to the world's root must prove
-// only keys that the world's authorities have certified.
 namespace {
 
 using Fuzz::Require;

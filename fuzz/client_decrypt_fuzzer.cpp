@@ -1,3 +1,5 @@
+// Opens a file that the input chose and changed, while the input also chooses the responses of all servers.
+// Only content that the group's key has signed may ever be verified.
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -14,8 +16,6 @@
 #include "fuzz/support/world.h"
 #include "tests/support/test_peer.h"
 
-// Opens a file that the input chose and changed, while the input also chooses the responses of all servers.
-// Only content that the group's key has signed may ever be verified.
 namespace {
 
 using Fuzz::Require;

@@ -1,3 +1,5 @@
+// Protects a file while the input chooses the responses of all servers. Whatever they are: there is either a
+// protected file for the room's key with exactly the bytes of the source, or a reason and no file.
 #include <cstdint>
 #include <string>
 
@@ -11,8 +13,6 @@
 #include "security/cmsmsg.h"
 #include "tests/support/test_peer.h"
 
-// Protects a file while the input chooses the responses of all servers. Whatever they are: there is either a
-// protected file for the room's key with exactly the bytes of the source, or a reason and no file.
 namespace {
 
 using Fuzz::Require;

@@ -1,3 +1,5 @@
+// Performs a named operation with arguments that the input changed, while the input also chooses the
+// responses of all servers.
 #include <array>
 #include <cstdint>
 #include <filesystem>
@@ -14,8 +16,6 @@
 #include "fuzz/support/world.h"
 #include "tests/support/test_peer.h"
 
-// Performs a named operation with arguments that the input changed, while the input also chooses the
-// responses of all servers.
 namespace {
 
 using Fuzz::Require;

@@ -1,3 +1,5 @@
+// Loads the input as a CMS message in a file and reads all of it: the walker over its structure, the skeleton
+// that OpenSSL parses, the content by its extents, verification and decryption.
 #include <cstdint>
 #include <string>
 
@@ -7,9 +9,6 @@
 #include "fuzz/support/scratch.h"
 #include "fuzz/support/text.h"
 #include "security/cmsmsg.h"
-
-// Loads the input as a CMS message in a file and reads all of it: the walker over its structure, the skeleton
-// that OpenSSL parses, the content by its extents, verification and decryption.
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed) {

@@ -1,3 +1,4 @@
+// Loads the input as a CMS message in PEM or base64 and reads all of it.
 #include <cstdint>
 
 #include "fuzz/support/base64_mutator.h"
@@ -6,8 +7,6 @@
 #include "fuzz/support/scratch.h"
 #include "fuzz/support/text.h"
 #include "security/cmsmsg.h"
-
-// Loads the input as a CMS message in PEM or base64 and reads all of it.
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
                                                unsigned int seed) {

@@ -1,3 +1,5 @@
+// Encodes the input as base64 and hexadecimal and decodes it again; and decodes the input itself and, if that
+// succeeds, encodes it again.
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
@@ -9,8 +11,6 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
 
-// Encodes the input as base64 and hexadecimal and decodes it again; and decodes the input itself and, if that
-// succeeds, encodes it again.
 namespace {
 
 using OruGuiBase::AnsiStr;

@@ -1,3 +1,5 @@
+// Parses the input as an HTTP date. The result must be a valid date, and its usual form must parse to the
+// same.
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -6,8 +8,6 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
 
-// Parses the input as an HTTP date. The result must be a valid date, and its usual form must parse to the
-// same.
 namespace {
 
 using OruGuiBase::datetime;

@@ -1,3 +1,5 @@
+// Parses the input as JSON. A valid value is written and parsed again: both values must be equal, and both
+// strings.
 #include <bit>
 #include <cstdint>
 #include <string>
@@ -7,8 +9,6 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
 
-// Parses the input as JSON. A valid value is written and parsed again: both values must be equal, and both
-// strings.
 namespace {
 
 using OruGuiBase::AnsiStr;

@@ -1,3 +1,4 @@
+// Makes the seeds of all targets from the world, in the named directory.
 #include "fuzz/make_seeds.h"
 
 #include <cstdio>
@@ -8,7 +9,6 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/world.h"
 
-// Makes the seeds of all targets from the world, in the named directory.
 namespace Fuzz {
 namespace {
 

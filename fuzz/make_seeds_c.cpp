@@ -1,10 +1,10 @@
+// Seeds of the targets of the C interface. The choices are in the order in which each target reads them.
 #include <cstdint>
 
 #include "fuzz/make_seeds.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/world.h"
 
-// Seeds of the targets of the C interface. The choices are in the order in which each target reads them.
 namespace Fuzz {
 namespace {
 

@@ -1,3 +1,5 @@
+// Inputs of the targets that use a client: the choices at the start of each, then how each response is
+// treated. Whatever an input leaves out is harmless, so each of these has exactly one fault.
 #include <cstdint>
 
 #include "fuzz/make_seeds.h"
@@ -5,8 +7,6 @@
 #include "fuzz/support/responses.h"
 #include "fuzz/support/world.h"
 
-// Inputs of the targets that use a client: the choices at the start of each, then how each response is
-// treated. Whatever an input leaves out is harmless, so each of these has exactly one fault.
 namespace Fuzz {
 namespace {
 

@@ -1,7 +1,7 @@
+// Seeds of the targets of the local test environment.
 #include "fuzz/make_seeds.h"
 #include "fuzz/support/input.h"
 
-// Seeds of the targets of the local test environment.
 namespace Fuzz {
 namespace {
 

@@ -1,3 +1,5 @@
+// Makes the keys, certificates and messages that the fuzz targets share, in the named directory. OpenSSL
+// makes all messages, so that the library is not tested with its own output.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -13,8 +15,6 @@
 #include "tests/support/pki.h"
 #include "tests/support/text.h"
 
-// Makes the keys, certificates and messages that the fuzz targets share, in the named directory. OpenSSL
-// makes all messages, so that the library is not tested with its own output.
 namespace {
 
 using namespace TestSupport;

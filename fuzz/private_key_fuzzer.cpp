@@ -1,3 +1,5 @@
+// Loads the input as a private key. Any key that loads is tried on an envelope, as the client does with an
+// unencrypted key from the crypt service.
 #include <cstdint>
 
 #include "fuzz/support/base64_mutator.h"
@@ -9,8 +11,6 @@
 #include "security/cmsmsg.h"
 #include "security/key.h"
 
-// Loads the input as a private key. Any key that loads is tried on an envelope, as the client does with an
-// unencrypted key from the crypt service.
 namespace {
 
 using Fuzz::World;

@@ -1,3 +1,5 @@
+// Runs a fuzz target on the named files and on the files of the named directories, in the order of their
+// names. Works with any compiler. A broken property or a crash ends the process, as it does under the fuzzer.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -5,9 +7,6 @@
 #include <fstream>
 #include <iterator>
 #include <vector>
-
-// Runs a fuzz target on the named files and on the files of the named directories, in the order of their
-// names. Works with any compiler. A broken property or a crash ends the process, as it does under the fuzzer.
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 

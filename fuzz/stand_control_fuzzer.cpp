@@ -1,3 +1,5 @@
+// Sends requests to the control interface of a test environment without sockets. Whatever was sent, responses
+// are JSON with the members that they promise, the state can be read, and a reset brings back that of before.
 #include <cstdint>
 #include <map>
 #include <string>
@@ -6,8 +8,6 @@
 #include "fuzz/support/require.h"
 #include "stand/control.h"
 
-// Sends requests to the control interface of a test environment without sockets. Whatever was sent, responses
-// are JSON with the members that they promise, the state can be read, and a reset brings back that of before.
 namespace {
 
 using CryptStand::Control;

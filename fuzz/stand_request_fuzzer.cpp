@@ -1,3 +1,5 @@
+// Feeds bytes to a server of the test environment as one connection, which may have several requests, and
+// looks at what the handler gets and at what is sent back.
 #include <array>
 #include <cstdint>
 #include <string>
@@ -9,8 +11,6 @@
 #include "stand/http_connection.h"
 #include "stand/socket.h"
 
-// Feeds bytes to a server of the test environment as one connection, which may have several requests, and
-// looks at what the handler gets and at what is sent back.
 namespace {
 
 using CryptStand::HttpReply;

@@ -1,3 +1,5 @@
+// Escapes the input as a segment of a URL: the result has only unreserved characters and escapes, and
+// unescapes to the input. The same input is also trimmed.
 #include <cctype>
 #include <charconv>
 #include <cstdint>
@@ -8,8 +10,6 @@
 #include "fuzz/support/require.h"
 #include "fuzz/support/text.h"
 
-// Escapes the input as a segment of a URL: the result has only unreserved characters and escapes, and
-// unescapes to the input. The same input is also trimmed.
 namespace {
 
 bool IsUnreserved(char character) {
