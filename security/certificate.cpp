@@ -1,3 +1,5 @@
+// Certificates as values over OpenSSL's X509. Everything that holds or compares a certificate uses this
+// class; how a chain is found is in x509/chain.cpp.
 #include "security/certificate.h"
 
 #include <algorithm>
@@ -14,8 +16,6 @@
 #include "security/x509/chain.h"
 #include "security/x509/text_forms.h"
 
-// Certificates as values over OpenSSL's X509. Everything that holds or compares a certificate uses this
-// class; how a chain is found is in x509/chain.cpp.
 namespace OruOssSec {
 namespace {
 

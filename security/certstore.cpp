@@ -1,3 +1,5 @@
+// Trust lists as users keep them: up to tens of thousands of certificates in one string. Loading one has to
+// be fast, all or nothing, and must not hold a certificate twice.
 #include "security/certstore.h"
 
 #include <array>
@@ -9,8 +11,6 @@
 #include "security/openssl_handles.h"
 #include "security/x509/text_forms.h"
 
-// Trust lists as users keep them: up to tens of thousands of certificates in one string. Loading one has to
-// be fast, all or nothing, and must not hold a certificate twice.
 namespace OruOssSec {
 namespace {
 

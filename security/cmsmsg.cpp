@@ -1,3 +1,5 @@
+// The public class of messages. Each operation opens an OpenSSLScope, checks that there is something to work
+// on and hands over to cms/, where the work is done. The loading of a message is put together here.
 #include "security/cmsmsg.h"
 
 #include <memory>
@@ -12,8 +14,6 @@
 #include "security/failure.h"
 #include "security/x509/text_forms.h"
 
-// The public class of messages. Each operation opens an OpenSSLScope, checks that there is something to work
-// on and hands over to cms/, where the work is done. The loading of a message is put together here.
 namespace OruOssSec {
 
 namespace {

@@ -1,3 +1,5 @@
+// Turns failures into a reason in the thread's error state. Every source of security/ fails through it, so
+// that users never read OpenSSL's numbers, and the same cause reads the same everywhere.
 #include "security/failure.h"
 
 #include <cerrno>
@@ -6,8 +8,6 @@
 #include "foundation/ansistr.h"
 #include "foundation/errorstate.h"
 
-// Turns failures into a reason in the thread's error state. Every source of security/ fails through it, so
-// that users never read OpenSSL's numbers, and the same cause reads the same everywhere.
 namespace OruOssSec {
 namespace {
 

@@ -1,3 +1,6 @@
+// Loads private keys: PKCS #8 (RFC 5208), RSAPrivateKey (RFC 8017) and ECPrivateKey (RFC 5915), as PEM or
+// base64. The key opens messages, so no copy of its numbers may stay in freed memory: RSA keys, the only ones
+// that open a message, are decoded here instead of by OpenSSL.
 #include "security/key.h"
 
 #include <algorithm>
@@ -12,9 +15,6 @@
 #include "security/openssl_handles.h"
 #include "security/x509/text_forms.h"
 
-// Loads private keys: PKCS #8 (RFC 5208), RSAPrivateKey (RFC 8017) and ECPrivateKey (RFC 5915), as PEM or
-// base64. The key opens messages, so no copy of its numbers may stay in freed memory: RSA keys, the only ones
-// that open a message, are decoded here instead of by OpenSSL.
 namespace OruOssSec {
 namespace {
 

@@ -1,12 +1,12 @@
+// Reads the header of one BER element (X.690, 8.1) at any offset of a source of any size. BerWalker and
+// BerSegments build the grammar on top of it; nothing else reads a header. The bytes are hostile: every
+// length is checked against what contains it before anything is allocated or skipped by it.
 #include "security/ber/reader.h"
 
 #include <algorithm>
 
 #include "security/failure.h"
 
-// Reads the header of one BER element (X.690, 8.1) at any offset of a source of any size. BerWalker and
-// BerSegments build the grammar on top of it; nothing else reads a header. The bytes are hostile: every
-// length is checked against what contains it before anything is allocated or skipped by it.
 namespace OruOssSec {
 
 namespace {

@@ -1,3 +1,5 @@
+// Steps through octet strings of any size and number of segments: BerWalker measures a message's content with
+// BerSegments when the message is loaded, BerContent streams it when it is verified, decrypted or copied.
 #include "security/ber/segments.h"
 
 #include <algorithm>
@@ -5,8 +7,6 @@
 
 #include "security/failure.h"
 
-// Steps through octet strings of any size and number of segments: BerWalker measures a message's content with
-// BerSegments when the message is loaded, BerContent streams it when it is verified, decrypted or copied.
 namespace OruOssSec {
 
 namespace {

@@ -1,11 +1,11 @@
+// Walks over the structure of a message. The grammars of messages (cms/skeleton.h), recipients
+// (cms/parties.cpp) and signing times (cms/verifying.cpp) are written down with it.
 #include "security/ber/walker.h"
 
 #include <algorithm>
 
 #include "security/failure.h"
 
-// Walks over the structure of a message. The grammars of messages (cms/skeleton.h), recipients
-// (cms/parties.cpp) and signing times (cms/verifying.cpp) are written down with it.
 namespace OruOssSec {
 
 namespace {

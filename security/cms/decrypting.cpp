@@ -1,3 +1,8 @@
+// Delivers the content of messages for CMSMsg::GetContent. EnvelopedData (RFC 5652, 6) is decrypted, either
+// with a recipient's private key or with a content key that a server decrypted.
+//
+// CBC has no integrity: whoever sees whether a padding was right can decrypt without the key. So everything
+// after the key is set fails with one and the same reason.
 #include "security/cms/decrypting.h"
 
 #include <algorithm>
@@ -8,11 +13,6 @@
 #include "security/ber/walker.h"
 #include "security/failure.h"
 
-// Delivers the content of messages for CMSMsg::GetContent. EnvelopedData (RFC 5652, 6) is decrypted, either
-// with a recipient's private key or with a content key that a server decrypted.
-//
-// CBC has no integrity: whoever sees whether a padding was right can decrypt without the key. So everything
-// after the key is set fails with one and the same reason.
 namespace OruOssSec {
 
 namespace {

@@ -1,3 +1,6 @@
+// Writes EnvelopedData (RFC 5652, 6) for CMSMsg. OpenSSL generates the content key and encrypts it for the
+// recipients. The content does not go through OpenSSL's stream layer: its cipher writes straight into the
+// segments of the message, which saves copies and keeps memory constant.
 #include "security/cms/encrypting.h"
 
 #include "foundation/work_buffer.h"
@@ -6,9 +9,6 @@
 #include "security/failure.h"
 #include "security/x509/strength.h"
 
-// Writes EnvelopedData (RFC 5652, 6) for CMSMsg. OpenSSL generates the content key and encrypts it for the
-// recipients. The content does not go through OpenSSL's stream layer: its cipher writes straight into the
-// segments of the message, which saves copies and keeps memory constant.
 namespace OruOssSec {
 
 namespace {

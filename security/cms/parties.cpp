@@ -1,3 +1,5 @@
+// Fills the public values of cmsparties.h from a loaded message: its recipients for whoever looks for a key,
+// its signers for whoever checks them. Nothing here is verified; VerifySigners does that.
 #include "security/cms/parties.h"
 
 #include <algorithm>
@@ -12,8 +14,6 @@
 #include "security/failure.h"
 #include "security/x509/text_forms.h"
 
-// Fills the public values of cmsparties.h from a loaded message: its recipients for whoever looks for a key,
-// its signers for whoever checks them. Nothing here is verified; VerifySigners does that.
 namespace OruOssSec {
 
 namespace {

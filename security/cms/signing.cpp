@@ -1,3 +1,8 @@
+// Implements CryptoMessageSyntax::Sign (security/cryptomessagesyntax.h): writes SignedData (RFC 5652, 5) with
+// a key that is elsewhere. The order is fixed by that: the content is written and hashed first, then the hash
+// of the signed attributes goes to the signer, then the end of the message is written.
+//
+// OpenSSL builds the structure only. It could neither stream the content nor ask somebody else to sign.
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -19,11 +24,6 @@
 #include "security/failure.h"
 #include "security/x509/strength.h"
 
-// Implements CryptoMessageSyntax::Sign (security/cryptomessagesyntax.h): writes SignedData (RFC 5652, 5) with
-// a key that is elsewhere. The order is fixed by that: the content is written and hashed first, then the hash
-// of the signed attributes goes to the signer, then the end of the message is written.
-//
-// OpenSSL builds the structure only. It could neither stream the content nor ask somebody else to sign.
 namespace OruOssSec {
 
 namespace {

@@ -1,11 +1,11 @@
+// Where content goes: decrypting and copying deliver it to a FileSink or BlobSink, encrypting and signing
+// write it into a message with CmsWriter.
 #include "security/cms/sink.h"
 
 #include <cstring>
 
 #include "security/failure.h"
 
-// Where content goes: decrypting and copying deliver it to a FileSink or BlobSink, encrypting and signing
-// write it into a message with CmsWriter.
 namespace OruOssSec {
 
 namespace {

@@ -1,3 +1,6 @@
+// Separates the structure of a message from its content, in both directions: loading reads a skeleton from a
+// file, writing takes one from what OpenSSL built. OpenSSL never sees the content, so it may have any size,
+// and never more than CMSLimits::kSkeleton of a hostile file.
 #include "security/cms/skeleton.h"
 
 #include <string_view>
@@ -6,9 +9,6 @@
 #include "security/ber/walker.h"
 #include "security/failure.h"
 
-// Separates the structure of a message from its content, in both directions: loading reads a skeleton from a
-// file, writing takes one from what OpenSSL built. OpenSSL never sees the content, so it may have any size,
-// and never more than CMSLimits::kSkeleton of a hostile file.
 namespace OruOssSec {
 
 namespace {

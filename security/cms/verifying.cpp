@@ -1,3 +1,6 @@
+// Verifies SignedData (RFC 5652, 5) for CMSMsg. Signatures and chains are checked first, since they need only
+// the skeleton; the content, which can be large, is then read once for all digests. A message is valid only
+// if every one of its signers is.
 #include "security/cms/verifying.h"
 
 #include <cstring>
@@ -15,9 +18,6 @@
 #include "security/x509/chain.h"
 #include "security/x509/strength.h"
 
-// Verifies SignedData (RFC 5652, 5) for CMSMsg. Signatures and chains are checked first, since they need only
-// the skeleton; the content, which can be large, is then read once for all digests. A message is valid only
-// if every one of its signers is.
 namespace OruOssSec {
 
 namespace {

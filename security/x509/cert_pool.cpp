@@ -1,3 +1,5 @@
+// Ranks the possible issuers of a certificate for ChainSearch, its only user. A list may hold thousands of
+// certificates of one name, so everything that is costly is done once for each of them.
 #include "security/x509/cert_pool.h"
 
 #include <algorithm>
@@ -8,8 +10,6 @@
 
 #include "security/x509/strength.h"
 
-// Ranks the possible issuers of a certificate for ChainSearch, its only user. A list may hold thousands of
-// certificates of one name, so everything that is costly is done once for each of them.
 namespace OruOssSec {
 namespace {
 

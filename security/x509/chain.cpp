@@ -1,3 +1,8 @@
+// Finds the chain of a certificate (RFC 5280, 6). Certificate::VerifyChain and the check of signers call
+// FindChain; nothing else does.
+//
+// ChainSearch proposes paths, and OpenSSL judges each complete one by itself. OpenSSL's own search is not
+// used: it does not come back from an issuer that leads nowhere, and its choice differs between its versions.
 #include "security/x509/chain.h"
 
 #include <algorithm>
@@ -10,11 +15,6 @@
 #include "security/x509/cert_pool.h"
 #include "security/x509/strength.h"
 
-// Finds the chain of a certificate (RFC 5280, 6). Certificate::VerifyChain and the check of signers call
-// FindChain; nothing else does.
-//
-// ChainSearch proposes paths, and OpenSSL judges each complete one by itself. OpenSSL's own search is not
-// used: it does not come back from an issuer that leads nowhere, and its choice differs between its versions.
 namespace OruOssSec {
 namespace {
 

@@ -1,10 +1,10 @@
+// Judges the strength of keys and signatures. Chains, encrypting, signing and verifying all ask here:
+// OpenSSL's security level differs between distributions and can be configured away.
 #include "security/x509/strength.h"
 
 #include <cstring>
 #include <openssl/core_names.h>
 
-// Judges the strength of keys and signatures. Chains, encrypting, signing and verifying all ask here:
-// OpenSSL's security level differs between distributions and can be configured away.
 namespace OruOssSec {
 namespace {
 

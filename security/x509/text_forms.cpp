@@ -1,13 +1,13 @@
+// Reads PEM (RFC 7468) and plain base64. Certificates, stores, keys and messages are loaded through it.
+//
+// Users paste such strings from mails and web pages, so explanations around a block are passed over. What
+// looks like a damaged object is a failure, never skipped: a trust list that lost an entry must not load.
 #include "security/x509/text_forms.h"
 
 #include "foundation/encoding.h"
 #include "security/failure.h"
 #include "security/openssl_handles.h"
 
-// Reads PEM (RFC 7468) and plain base64. Certificates, stores, keys and messages are loaded through it.
-//
-// Users paste such strings from mails and web pages, so explanations around a block are passed over. What
-// looks like a damaged object is a failure, never skipped: a trust list that lost an entry must not load.
 namespace OruOssSec {
 namespace {
 

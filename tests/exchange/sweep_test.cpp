@@ -1,12 +1,12 @@
+// The rules by which a command tries each key server, proven for every command that is sent in this way. The
+// suites of the single commands prove what a command sends and how it reads its response. GetAuditLog visits
+// every server and has rules of its own (audit_log_test.cpp).
 #include <functional>
 #include <vector>
 
 #include "tests/support/client_internals_fixture.h"
 #include "tests/support/pki.h"
 
-// The rules by which a command tries each key server, proven for every command that is sent in this way. The
-// suites of the single commands prove what a command sends and how it reads its response. GetAuditLog visits
-// every server and has rules of its own (audit_log_test.cpp).
 namespace OruKalvix {
 namespace {
 

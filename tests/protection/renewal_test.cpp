@@ -1,8 +1,8 @@
+// The origin of a file stays proven while the authorities above its signer renew their certificates, in
+// whatever order the new ones reach the two lists.
 #include "tests/protection/verification_fixture.h"
 #include "tests/support/renewals.h"
 
-// The origin of a file stays proven while the authorities above its signer renew their certificates, in
-// whatever order the new ones reach the two lists.
 namespace OruKalvix {
 namespace {
 

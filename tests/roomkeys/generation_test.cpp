@@ -1,8 +1,8 @@
+// What a new room key holds after a key server made it: the part of CreateKey and Encrypt that no public
+// member shows when it fails.
 #include "tests/support/client_internals_fixture.h"
 #include "tests/support/pki.h"
 
-// What a new room key holds after a key server made it: the part of CreateKey and Encrypt that no public
-// member shows when it fails.
 namespace OruKalvix {
 namespace {
 

@@ -1,9 +1,9 @@
+// A room key stays proven while the authorities above it renew their certificates, in whatever order the new
+// ones reach the two lists and the wrapped key.
 #include "tests/support/client_internals_fixture.h"
 #include "tests/support/renewals.h"
 #include "tests/support/scripted_services.h"
 
-// A room key stays proven while the authorities above it renew their certificates, in whatever order the new
-// ones reach the two lists and the wrapped key.
 namespace OruKalvix {
 namespace {
 

@@ -1,3 +1,4 @@
+// Messages larger than 4 GiB, from a source that generates its bytes and from a file that is mostly a hole.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -7,7 +8,6 @@
 #include "tests/security/ber/fixture.h"
 #include "tests/security/cms/fixture.h"
 
-// Messages larger than 4 GiB, from a source that generates its bytes and from a file that is mostly a hole.
 namespace SecurityTest {
 namespace {
 

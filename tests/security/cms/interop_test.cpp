@@ -1,10 +1,10 @@
+// Messages of another implementation (tests/data/generate.sh) against us, and ours against it.
 #include <gtest/gtest.h>
 #include <openssl/cms.h>
 #include <openssl/pem.h>
 
 #include "tests/security/cms/fixture.h"
 
-// Messages of another implementation (tests/data/generate.sh) against us, and ours against it.
 namespace SecurityTest {
 namespace {
 

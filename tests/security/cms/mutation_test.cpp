@@ -1,10 +1,10 @@
+// Small messages, cut at each length, with each byte changed and each length field replaced. However a
+// message is changed, it is read or refused with a reason, and only signed content verifies.
 #include <gtest/gtest.h>
 
 #include "security/ber/reader.h"
 #include "tests/security/signed_builder.h"
 
-// Small messages, cut at each length, with each byte changed and each length field replaced. However a
-// message is changed, it is read or refused with a reason, and only signed content verifies.
 namespace SecurityTest {
 namespace {
 

@@ -1,10 +1,10 @@
+// A failure of OpenSSL that says nothing still fails the operation, with a reason of ours.
 #include "tests/security/openssl_faults.h"
 
 #include <gtest/gtest.h>
 
 #include "tests/security/cms/fixture.h"
 
-// A failure of OpenSSL that says nothing still fails the operation, with a reason of ours.
 namespace SecurityTest {
 namespace {
 

@@ -1,9 +1,9 @@
+// Messages that we write and read again: every size around the borders of chunks and blocks.
 #include <gtest/gtest.h>
 
 #include "security/cms/sink.h"
 #include "tests/security/cms/fixture.h"
 
-// Messages that we write and read again: every size around the borders of chunks and blocks.
 namespace SecurityTest {
 namespace {
 

@@ -1,3 +1,4 @@
+// The profile of messages that are read: each shape that is accepted and each reason of a refusal.
 #include "security/cms/skeleton.h"
 
 #include <gtest/gtest.h>
@@ -5,7 +6,6 @@
 #include "tests/security/ber/fixture.h"
 #include "tests/security/cms/fixture.h"
 
-// The profile of messages that are read: each shape that is accepted and each reason of a refusal.
 namespace SecurityTest {
 namespace {
 

@@ -1,3 +1,4 @@
+// What the search for a chain does when several certificates of one name fit.
 #include <gtest/gtest.h>
 #include <memory>
 #include <openssl/bn.h>
@@ -8,7 +9,6 @@
 #include "security/certificate.h"
 #include "tests/security/x509/chain_fixture.h"
 
-// What the search for a chain does when several certificates of one name fit.
 namespace {
 
 using namespace SecurityTest;

@@ -1,9 +1,9 @@
+// What is too weak for a chain.
 #include <gtest/gtest.h>
 #include <openssl/x509_vfy.h>
 
 #include "tests/security/x509/chain_fixture.h"
 
-// What is too weak for a chain.
 namespace {
 
 using namespace SecurityTest;
