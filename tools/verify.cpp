@@ -31,15 +31,15 @@ void AddCommonOptions(CLI::App& command, VerifyOptions& options, const char* fil
                                     ExitCode::BadSource, ExitCode::Unauthorised}));
 }
 
-/// What differs between the two commands.
-struct Kind {
+/// What the two commands are called in reports and on the terminal; literals.
+struct Names {
   const char* operation;
   const char* label;
   const char* done;
 };
 
-ExitCode RunOne(const Kind& kind, const VerifyOptions& options, const Operation& operation) {
-  Session session(kind.operation, options.session);
+ExitCode RunOne(const Names& names, const VerifyOptions& options, const Operation& operation) {
+  Session session(names.operation, options.session);
   Report& report = session.GetReport();
   const std::string& file = options.files.front();
   const auto work = [&] {
@@ -54,26 +54,26 @@ ExitCode RunOne(const Kind& kind, const VerifyOptions& options, const Operation&
       return code;
     }
     report.SetAll(found->json);
-    report.Line(AnsiStr(kind.done) + " " + AnsiStr(NameSource(file)) + " (" +
+    report.Line(AnsiStr(names.done) + " " + AnsiStr(NameSource(file)) + " (" +
                 NameOrigin(found->origin.value_or(cryptcli::Origin::Unsigned)) + ")");
     ShowOrigin(report, *found, options.session.verbose);
     return ExitCode::Success;
   };
   const ExitCode code = session.Open();
-  return session.Finish(code == ExitCode::Success ? session.Watched(kind.label, work) : code);
+  return session.Finish(code == ExitCode::Success ? session.Watched(names.label, work) : code);
 }
 
-ExitCode Refuse(const Kind& kind, const VerifyOptions& options, const char* reason) {
-  Session session(kind.operation, options.session);
+ExitCode Refuse(const Names& names, const VerifyOptions& options, const char* reason) {
+  Session session(names.operation, options.session);
   return session.Finish(session.Fail(ExitCode::Usage, reason));
 }
 
-ExitCode Run(const Kind& kind, const VerifyOptions& options, const Operation& operation) {
-  if (options.files.size() == 1 && !options.bulk.IsGiven()) return RunOne(kind, options, operation);
+ExitCode Run(const Names& names, const VerifyOptions& options, const Operation& operation) {
+  if (options.files.size() == 1 && !options.bulk.IsGiven()) return RunOne(names, options, operation);
   BulkWork work;
-  work.operation = kind.operation;
-  work.label = kind.label;
-  work.done = kind.done;
+  work.operation = names.operation;
+  work.label = names.label;
+  work.done = names.done;
   work.onlyProtected = true;
   work.perform = [&](const cryptcli::Client& client, const std::string& source, const std::string&,
                      const cryptcli::Call& common) {
@@ -108,12 +108,12 @@ ExitCode RunVerify(const VerifyOptions& options) {
 }
 
 ExitCode RunRekey(const VerifyOptions& options) {
-  constexpr Kind kKind{"rekey", "Protecting", "Protected"};
+  constexpr Names kNames{"rekey", "Protecting", "Protected"};
   const auto& files = options.files;
   if (std::find(files.begin(), files.end(), kStandardStream) != files.end()) {
-    return Refuse(kKind, options, "Standard input cannot be replaced in place");
+    return Refuse(kNames, options, "Standard input cannot be replaced in place");
   }
-  return Run(kKind, options,
+  return Run(kNames, options,
              [&](const cryptcli::Client& client, const std::string& file, const cryptcli::Call& call) {
                return client.Rekey(options.session.connection.room, file, call);
              });
