@@ -64,7 +64,7 @@ BulkFormat GetFormat(const BulkWork& work, const BulkOptions& options, const Ses
   format.json = session.json;
   format.jsonLines = options.jsonLines;
   format.quiet = session.quiet;
-  // The names of files that were written are no news; what was verified is.
+  // With targets a success is silent, as with cp; without them the verdict is the result and is shown.
   format.showsAll = session.verbose || !work.targetNames;
   return format;
 }
@@ -184,7 +184,7 @@ class BulkRun {
     return notStarted > 0 && session_.IsCancelled() ? ExitCode::Interrupted : worst;
   }
 
-  // On any thread, for a file each.
+  // Called on several threads at once, each time for another file.
   ExitCode DoOne(std::size_t index) {
     const FileItem& item = list_.items[index];
     Outcome& outcome = outcomes_[index];
@@ -221,7 +221,7 @@ class BulkRun {
     StagingFile staging;
     AnsiStr errorText;
     staging.SetMode(work_.mode);
-    // Also with --resume: what it does not take for done may be something that nobody meant to lose.
+    // Also with --resume: a target that does not count as done may be a file that nobody meant to lose.
     if (staging.Open(item.source, item.target, work_.force, errorText)) {
       const ExitCode code = Perform(item, staging.GetPath(), call, outcome);
       if (code != ExitCode::Success || staging.Commit(errorText)) return code;

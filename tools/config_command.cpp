@@ -1,5 +1,5 @@
-// "cryptcli config": shows which settings a command would use and who decided. It asks no server, and reads
-// of the files that settings name that with the headers alone, to check it.
+// "cryptcli config": shows which settings a command would use and who decided. It asks no server. Of the
+// files that settings name it reads only the one with headers, to check it.
 #include "tools/config_command.h"
 
 #include <CLI/Option.hpp>

@@ -20,7 +20,7 @@ using OruGuiBase::KVMap;
 
 namespace {
 
-// Skips empty lines.
+// One header on each line; empty lines are skipped.
 bool AddHeaders(const AnsiStr& text, KVMap& headers, AnsiStr& errorText) {
   OruGuiBase::LineIterator lines(text);
   while (lines.ToNext()) {
@@ -66,7 +66,7 @@ void Connection::AddOptions(CLI::App& command) {
       .add_option("--header", headers, "Header for requests to the crypt service, 'Name: value'; repeatable")
       ->type_name("HEADER")
       ->expected(1)
-      ->allow_extra_args(false)  // else it takes the files behind it, too
+      ->allow_extra_args(false)  // else it takes the files after it, too
       ->take_all()
       ->group(kServices);
   file("--header-file", headerFile, "The same from a file, one to a line; for secrets");

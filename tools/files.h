@@ -36,8 +36,8 @@ int OpenForReading(const std::string& path);
 /// Like read(), but fails with ECANCELED once a stop is requested, even while no input comes.
 ssize_t ReadUnlessStopped(int descriptor, void* bytes, std::size_t size, const std::stop_token& stop);
 
-/// Reads a text to its end. False with the reason: also once a stop is requested, and beyond 64 MiB. What it
-/// read may be secret; no copy of it is left.
+/// Reads a descriptor to its end, into a string. False with the reason: also once a stop is requested, and
+/// beyond 64 MiB. The bytes may be secret; no other copy of them remains in memory.
 bool ReadToEnd(int descriptor, const std::stop_token& stop, OruGuiBase::AnsiStr& text,
                OruGuiBase::AnsiStr& reason);
 /// The same for a file or a named pipe.

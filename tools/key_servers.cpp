@@ -1,4 +1,4 @@
-// Which key servers "sign" and "audit-log" ask. The named operations behind them take a list of URLs; a user
+// Which key servers "sign" and "audit-log" ask. Their named operations take a list of URLs; a user
 // knows a room, and the crypt service knows the key servers of the room.
 #include "tools/key_servers.h"
 
@@ -39,7 +39,7 @@ void KeyServers::AddOptions(CLI::App& command) {
                   "URL of a key server; repeatable, tried in this order; those of --room without it")
       ->type_name("URL")
       ->expected(1)
-      ->allow_extra_args(false)  // else it takes the file behind it, too
+      ->allow_extra_args(false)  // else it takes the file after it, too
       ->take_all()
       ->group(kServices);
   command

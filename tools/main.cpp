@@ -60,7 +60,7 @@ struct Command {
   std::function<ExitCode()> run;
 };
 
-// A lack of resources is all that can be behind an exception.
+// Only a lack of resources, such as memory, can raise an exception here.
 int FailUnexpected(const char* text, bool asJSON) {
   CryptCli::Report report("", asJSON);
   report.Fail(cryptcli::Failure(cryptcli::Status::Internal, text).error());

@@ -29,7 +29,7 @@ KVMap ReadMembers(std::string_view json) {
   AnsiStr reason;
   if (!OruGuiBase::JSON2Val(AnsiStr(json), value, reason)) return members;
   for (const auto& [name, member] : value.AsMap()) {
-    // An error's message is "error" here.
+    // The library calls it "message", a report calls it "error".
     if (name != "message") members.Put(name, member);
   }
   return members;
@@ -146,7 +146,7 @@ void Report::Warn(const AnsiStr& text) {
 }
 void Report::Warn(const AnsiStr& text, const KVMap& error) {
   Warn(text);
-  // The names that an error of a failed operation has here.
+  // The same names as in the error of a failed operation.
   for (const auto& [name, member] : error) members_.Set(name == "message" ? AnsiStr("error") : name, member);
 }
 void Report::Fail(const AnsiStr& text) {
@@ -161,7 +161,7 @@ void Report::Fail(const cryptcli::Error& error) {
 
 void Report::FailFile(const AnsiStr& text) {
   const std::uint32_t reason = OruGuiBase::GetLastError();
-  // As the library has it: there a quota and a size limit are a lack of space, too.
+  // A quota and a size limit count as a full disk, as in the library.
   const bool isFull = reason == ENOSPC || reason == EDQUOT || reason == EFBIG;
   const cryptcli::Status status = isFull ? cryptcli::Status::NoSpace : cryptcli::Status::Io;
   Fail(text, AnsiStr(cryptcli::ToString(status)), /*retryable=*/false);
@@ -174,7 +174,8 @@ void Report::Fail(const AnsiStr& text, const AnsiStr& code, bool retryable) {
   Set("retryable", retryable);
 }
 
-// A failure of the command itself has the members that one of the library has.
+// A failure of the command itself gets the members that a failure of the library has, so that scripts read
+// one form.
 void Report::CompleteError(ExitCode code) {
   if (error_.IsEmpty()) return;
   cryptcli::Status status = cryptcli::Status::Io;
@@ -213,7 +214,7 @@ void Report::FinishAtOnce(int signal) const {
       text += "\n";
     }
   }
-  // Behind a part of a line, the object could not be read.
+  // After a part of a line no program could read the object.
   const bool isOutputFree = asJSON_ && !isOutputTaken_ && ftrylockfile(stdout) == 0;
   const bool isWritten = isOutputFree && WriteAtOnce(STDOUT_FILENO, text.View());
   if (isOutputFree) funlockfile(stdout);

@@ -85,7 +85,7 @@ cryptcli::Status FindStatus(const AnsiStr& name) {
   return cryptcli::Status::Internal;
 }
 
-// As the same failure of an operation would end it.
+// The exit code that an operation with the same failure would have.
 ExitCode ToExitCode(const KVMap& finding) {
   return CryptCli::ToExitCode(FindStatus(StringOf(finding, "code")), finding.Get("retryable").AsBool());
 }
@@ -128,7 +128,7 @@ CLI::App* AddRoom(CLI::App& app, ServersOptions& options) {
       ->check(NotEmpty("the name of the room"));
   options.session.AddOptions(*command);
   options.session.connection.AddRoomOption(*command)->required(false);
-  // The configuration has not filled in its room yet: that one NAME does replace.
+  // Before the configuration fills in a room: NAME and --room exclude each other, NAME and a setting do not.
   command->callback([&options] {
     const std::string& other = options.session.connection.room;
     if (options.room.empty() || other.empty() || options.room == other) return;

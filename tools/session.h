@@ -67,9 +67,9 @@ class Session {
 
   /// After Open() alone.
   const cryptcli::Client& GetClient() const { return *client_; }
-  /// What each operation of the client gets: progress goes to the terminal, and signals cancel it.
+  /// The call to give to each operation of the client: its progress goes to the terminal, signals cancel it.
   cryptcli::Call MakeCall();
-  /// What the terminal shows, for operations whose calls do not write it.
+  /// What the terminal shows. For operations that do not report progress through MakeCall().
   Progress& GetProgress() { return watch_.GetProgress(); }
   Report& GetReport() { return report_; }
   /// The system's temporary directory, before this program replaced it by its own.

@@ -26,7 +26,8 @@ AnsiStr SystemText(int code) {
   return OruGuiBase::GetErrorMessage(static_cast<std::uint32_t>(code), 0, 1);
 }
 
-// Opening a FIFO and closing it again would lose what its writer has written: access() must do.
+// Asks with access() and does not open the file: opening a FIFO and closing it again would lose what its
+// writer has written.
 bool CanBeRead(const std::string& path) {
   struct stat status {};
   OruGuiBase::ClearLastError();

@@ -34,7 +34,7 @@ class Run {
   std::vector<std::optional<ExitCode>> TakeCodes() { return std::move(codes_); }
 
  private:
-  // An exception would end the process, with all files that other threads are writing.
+  // An exception would abort the process, and with it the files that other threads are writing.
   ExitCode Perform(std::size_t index) const {
     try {
       return task_(index, options_.stop);

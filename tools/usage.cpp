@@ -66,7 +66,7 @@ std::string DescribeUnused(const CLI::App& app, const CLI::App* command) {
   std::vector<std::string> words = command != nullptr ? command->remaining() : app.remaining();
   // An option of the command that stands before its name.
   if (words.empty() && command != nullptr) words = app.remaining();
-  // The options of an unknown command are unknown, too, and no mistake.
+  // The options of an unknown command are unknown too; only the command is the mistake.
   if (command == nullptr && !words.empty() && !IsOption(words.front()) && words.front() != kMark)
     return Unknown("command", words.front(), GetCommandNames(app));
   const auto mark = std::find(words.begin(), words.end(), kMark);
