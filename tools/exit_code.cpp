@@ -1,3 +1,5 @@
+// The exit codes in words, for the help of each command. In one table, so that no two commands describe a
+// code differently.
 #include "tools/exit_code.h"
 
 #include <algorithm>

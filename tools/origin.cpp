@@ -1,3 +1,5 @@
+// Shows people where content comes from. decrypt and verify show it beside their result, every refusal for
+// the origin explains itself with it (FailWith in session.cpp). The verdict itself is the library's.
 #include "tools/origin.h"
 
 #include <string>
@@ -26,6 +28,7 @@ std::vector<AnsiStr> Describe(const cryptcli::Report& found, bool all) {
   const bool isOther = found.signedRoom != found.serviceRoom || found.signedGroup != found.serviceGroup;
   if (isNamed) add(AnsiStr("signed for ") + RoomOf(found.signedRoom, found.signedGroup));
   if (all && !found.signedRoomUrl.empty()) add(AnsiStr("room URL: ") + AnsiStr(found.signedRoomUrl));
+  // The service's own words matter only where they differ: otherwise they would repeat the line above.
   const bool isAnswered = !found.serviceRoom.empty() || !found.serviceGroup.empty();
   if (isAnswered && (all || (isNamed && isOther))) {
     add(AnsiStr("the crypt service named ") + RoomOf(found.serviceRoom, found.serviceGroup));
@@ -49,6 +52,7 @@ const char* NameOrigin(cryptcli::Origin origin) {
     case cryptcli::Origin::Unsigned:
       return "not signed, origin unknown";
     default:
+      // An origin that a newer library may add: whatever it is, it is not proven.
       return "signed, origin NOT proven";
   }
 }

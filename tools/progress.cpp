@@ -1,3 +1,4 @@
+// Formats the progress of an operation for the terminal. The thread of the watch (watch.cpp) shows it.
 #include "tools/progress.h"
 
 #include <algorithm>
@@ -40,6 +41,7 @@ std::string DescribeProgress(const std::string& label, std::chrono::milliseconds
   const auto milliseconds = static_cast<std::uint64_t>(std::max<std::int64_t>(elapsed.count(), 0));
   std::string line = label + " " + DescribeTime(milliseconds / 1000);
   if (total == 0 || done == 0 || milliseconds == 0) return line;
+  // A file that grows while it is read would otherwise show more than 100 % and a negative time.
   done = std::min(done, total);
   const double share = static_cast<double>(done) / static_cast<double>(total);
   const double seconds = static_cast<double>(milliseconds) / 1000;

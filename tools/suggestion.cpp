@@ -1,3 +1,6 @@
+// Finds the word that somebody meant who misspelt a command, an option, a value or an argument of an
+// operation. Called wherever the command refuses a word: usage.cpp, value_check.cpp, operations.cpp,
+// configuration.cpp.
 #include "tools/suggestion.h"
 
 #include <algorithm>

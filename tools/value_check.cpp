@@ -1,3 +1,4 @@
+// Checks of option values that the parser does not bring, or brings with messages that do not name the value.
 #include "tools/value_check.h"
 
 #include <charconv>

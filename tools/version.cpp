@@ -1,3 +1,4 @@
+// "cryptcli --version", as lines or with --json: what somebody who reports a problem should add to it.
 #include "tools/version.h"
 
 #include <cryptcli/cryptcli.hpp>
