@@ -40,7 +40,8 @@ ResolvedSetting& Find(std::vector<ResolvedSetting>& all, std::string_view key) {
                        [key](const ResolvedSetting& one) { return key == one.setting->key; });
 }
 
-// "--client-cert" with a certificate and key in one file must not get the key of a profile.
+// A key belongs to the certificate of its own place or of a weaker one: "--client-cert" with a certificate
+// and key in one file must not get the key of a profile.
 void BindToCertificate(std::vector<ResolvedSetting>& all, std::string_view key) {
   const ResolvedSetting& certificate = Find(all, "client-cert");
   ResolvedSetting& bound = Find(all, key);
@@ -65,6 +66,8 @@ void BindHeadersToService(std::vector<ResolvedSetting>& all, const Configuration
   headers.unusedBecause = "it is for the service " + meant->value;
 }
 
+// Runs the option's own checks, so that a setting is refused for the same reasons as the option. The message
+// begins with the place of the setting, which the user would otherwise have to search for.
 bool Give(CLI::Option& option, const ResolvedSetting& resolved, std::string& errorText) {
   try {
     option.add_result(resolved.value.value);

@@ -88,7 +88,7 @@ std::vector<std::string> FindProblems(const ConfigOptions& options, const Config
                                       const std::stop_token& stop) {
   std::vector<std::string> problems = configuration.GetProblems();
   for (const std::string& problem : GiveSettings(*options.command, resolved)) problems.push_back(problem);
-  // The rules that concern several settings need the values that are good.
+  // Rules about several settings would only repeat what is wrong with one of them, so they come last.
   if (!problems.empty()) return problems;
   cryptcli::Options unused;
   AnsiStr errorText;

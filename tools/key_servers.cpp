@@ -17,7 +17,8 @@ using OruGuiBase::Val;
 
 namespace {
 
-// A timeout of the command line stays.
+// Takes the servers from what the crypt service says about the room, and its timeout unless the command line
+// has given one.
 ExitCode TakeServers(Session& session, const std::string& json, OruGuiBase::Array<Val>& servers,
                      std::uint32_t& timeout) {
   Val value;

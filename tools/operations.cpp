@@ -32,7 +32,8 @@ Array<Val> ReadOperations() {
   return value.AsArray();
 }
 
-// What "call" takes before the name of an operation.
+// The library accepts operations under their full names too ("CryptSignByKey"), so "call" and "operations"
+// do.
 constexpr std::string_view kPrefix = "Crypt";
 
 std::string_view WithoutPrefix(std::string_view name) {

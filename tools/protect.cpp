@@ -58,6 +58,7 @@ class Run {
     if (!staging_.Open(GetSourceName(), target_, options_.target.force, errorText)) {
       return session_.FailFile(errorText);
     }
+    // The target may be standard output under another name, such as "/dev/stdout"; Open() finds that out.
     if (staging_.IsStandardOutput()) GetReport().LeaveStandardOutput();
     return session_.Watched(label, [&] { return Perform(operation); });
   }
@@ -77,6 +78,8 @@ class Run {
     return true;
   }
 
+  // The library writes to the staging file. Only a success, with the origin that was asked for, gets here to
+  // Commit; everything else leaves the target untouched.
   ExitCode Perform(const Operation& operation) {
     const cryptcli::Result<cryptcli::Report> done =
         operation(session_.GetClient(), GetSource(GetSourceName()), staging_.GetPath());
@@ -88,8 +91,8 @@ class Run {
   }
 
   const ProtectOptions& options_;
-  Session
-      session_;  // before the staging file: it sets the temporary directory of everything that makes a file
+  // Before the staging file: it sets the temporary directory of everything that makes a file.
+  Session session_;
   StagingFile staging_;
   std::string target_;
   cryptcli::Report found_;
@@ -117,6 +120,7 @@ ExitCode EncryptMany(const ProtectOptions& options) {
   return RunBulk(work, options.files, options.bulk, options.session);
 }
 
+// As EncryptMany, with the accepted origin: it is checked for each file by itself.
 ExitCode DecryptMany(const ProtectOptions& options) {
   BulkWork work = MakeWork("decrypt", options);
   work.label = "Decrypting";
@@ -148,6 +152,7 @@ void TargetOptions::AddOptions(CLI::App& command) {
   command.add_flag("--force", force, "Replace the written file if it exists");
 }
 
+// The check of the option has accepted octal digits only.
 std::optional<unsigned> TargetOptions::GetMode() const {
   if (mode.empty()) return std::nullopt;
   return static_cast<unsigned>(std::strtoul(mode.c_str(), nullptr, 8));
@@ -172,6 +177,8 @@ void AcceptOptions::AddExpectedRoom(CLI::App& command, const char* help) {
       ->check(NotEmpty("the expected room"));
 }
 
+// The option accepts these words alone, so whatever is none of the first three is "proven": a mistake here
+// could only be too strict.
 void AcceptOptions::Apply(cryptcli::Call& call) const {
   call.accept = accept == "any-signer"       ? cryptcli::Policy::AnySigner
                 : accept == "signature-only" ? cryptcli::Policy::SignatureOnly
@@ -200,7 +207,7 @@ CLI::App* AddDecrypt(CLI::App& app, ProtectOptions& options) {
       "decrypt", "Open the protected file SOURCE and write TARGET, if the origin of the content is proven");
   AddCommonOptions(*command, options, /*onlyProtected=*/true);
   CLI::Option* const accept = options.origin.AddOptions(*command);
-  // What has become the default; scripts name it.
+  // Does nothing: it asks for what has become the default. Scripts still pass it.
   command
       ->add_flag_callback(
           "--require-verified", [] {}, "The same as --accept proven")

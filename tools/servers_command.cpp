@@ -76,6 +76,8 @@ const char* NameSubject(const AnsiStr& subject) {
   return "room ";
 }
 
+// The findings name their status in words; the exit codes are defined by number. The library may name one
+// that this command does not know yet: an internal error is then the honest reading.
 cryptcli::Status FindStatus(const AnsiStr& name) {
   for (auto number = static_cast<std::int32_t>(cryptcli::Status::Ok);
        number <= static_cast<std::int32_t>(cryptcli::Status::ServerError); ++number) {
@@ -101,6 +103,8 @@ ExitCode ShowFinding(const KVMap& finding, Report& report) {
   return isGood ? ExitCode::Success : ToExitCode(finding);
 }
 
+// Shows every finding, good ones too, since a check that is silent proves nothing. The report of the failure
+// has the code of the worst one.
 ExitCode ShowFindings(const KVMap& found, Report& report) {
   ExitCode worst = ExitCode::Success;
   KVMap worstFinding;

@@ -22,7 +22,8 @@ using OruGuiBase::KVMap;
 
 namespace {
 
-// The digest that a signature algorithm is named after, or null.
+// The digest that a signature algorithm is named after, as in "RSASSA-PKCS1-v1_5-SHA-512", or null. For other
+// names the user computes the hash, since only the key server knows what they mean.
 const char* FindDigest(std::string_view algorithm) {
   for (const char* digest : {"SHA-256", "SHA-384", "SHA-512"}) {
     if (algorithm.ends_with(digest)) return digest;
@@ -38,6 +39,8 @@ class Signing {
   ExitCode Finish() { return session_.Finish(Run()); }
 
  private:
+  // What is wrong with the command line comes first, then what this machine cannot do: nothing is asked of a
+  // server before the signature can be written.
   ExitCode Run() {
     if (options_.source.empty() == options_.hash.empty()) return Refuse("Name either a FILE or a --hash");
     if (options_.source == kStandardStream) return Refuse("Standard input cannot be signed: name a FILE");
@@ -60,6 +63,7 @@ class Signing {
 
   ExitCode Refuse(const char* reason) { return session_.Fail(ExitCode::Usage, reason); }
 
+  // The file is hashed first, since a file that cannot be read should cost no request.
   ExitCode Sign() {
     AnsiStr hash;
     AnsiStr errorText;
@@ -98,6 +102,7 @@ class Signing {
     arguments.Set("hash", hash);
   }
 
+  // A line with base64, so that a terminal and a script can read it; the bytes themselves only if asked for.
   bool Deliver(const AnsiStr& signature, AnsiStr& errorText) {
     AnsiStr bytes = signature + "\n";
     if (options_.binary) {
@@ -128,7 +133,8 @@ class Signing {
   }
 
   const SignOptions& options_;
-  Session session_;  // first: it sets the temporary directory of everything that makes a file
+  // Before the staging file: it sets the temporary directory of everything that makes a file.
+  Session session_;
   StagingFile staging_;
 };
 
