@@ -52,7 +52,7 @@ const char* NameOrigin(cryptcli::Origin origin) {
     case cryptcli::Origin::Unsigned:
       return "not signed, origin unknown";
     default:
-      // An origin that a newer library may add: whatever it is, it is not proven.
+      // Origin::Unproven, and whatever a newer library may add: none of it is proven.
       return "signed, origin NOT proven";
   }
 }
