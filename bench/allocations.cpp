@@ -1,3 +1,5 @@
+// Counts the allocations of each thread for operation_bench: their number depends on nothing but the code,
+// where times depend on the machine.
 #include "bench/allocations.h"
 
 #include <cstddef>

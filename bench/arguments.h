@@ -13,7 +13,7 @@ class Option;
 
 namespace Bench {
 
-/// The command line of a benchmark. The parser behind it is compiled once for all of them: it takes longer to
+/// The command line of a benchmark. The parser is compiled once for all of them: it takes longer to
 /// compile than any benchmark itself.
 class Arguments {
  public:

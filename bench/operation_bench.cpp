@@ -47,6 +47,7 @@ class Measurement {
   explicit Measurement(const Case& which) : case_(which), operation_(which.Make()) {}
 
   bool Prepare() {
+    // Long beside the resolution of the clock, short enough for the batches of all cases to alternate often.
     constexpr double kBatchSeconds = 0.02;
     // The first operations fill caches and pools, which would count as their cost.
     if (!operation_.Perform(2)) return false;
@@ -68,6 +69,7 @@ class Measurement {
 
   // In a process of its own, so that nothing but the operation is counted.
   bool CountInstructions() {
+    // Under valgrind each one takes long; the first, which fills caches, weighs little among ten.
     constexpr unsigned kTimes = 10;
     const std::string which = case_.type + ":" + std::to_string(case_.size);
     const Bench::Usage usage =

@@ -17,10 +17,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kTime(250);  // long beside a time slice, short enough for many rounds
+// Long beside a time slice of the scheduler, short enough for many rounds.
+constexpr std::chrono::milliseconds kTime(250);
 
 Work WorkUntil(Clock::time_point end) {
-  constexpr unsigned kBatch = 32;
+  constexpr unsigned kBatch = 32;  // so that reading the clock costs nothing beside the operations
   Operation operation = Case{"refused", 1}.Make();
   Work work;
   rusage before{};

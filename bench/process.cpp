@@ -27,6 +27,7 @@ double ReadClock(clockid_t clock) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
 }
 
+// Runs in the child. 127 is what a shell returns for a command that cannot be started.
 [[noreturn]] void Execute(const std::vector<std::string>& command, int output) {
   ::dup2(output, STDOUT_FILENO);
   std::vector<char*> words;
@@ -47,6 +48,7 @@ Usage RunProcess(const std::vector<std::string>& command) {
   const pid_t child = ::fork();
   if (child == 0) Execute(command, ends[1]);
   ::close(ends[1]);
+  // Read before waiting: a child whose output fills the pipe would never end.
   char chunk[4096];
   for (ssize_t got; (got = ::read(ends[0], chunk, sizeof chunk)) > 0;) {
     usage.output.append(chunk, static_cast<std::size_t>(got));
@@ -64,6 +66,7 @@ Usage RunProcess(const std::vector<std::string>& command) {
   return usage;
 }
 
+// Benchmarks start themselves again, so that a measurement has a process of its own.
 std::string OwnProgram() {
   return std::filesystem::read_symlink("/proc/self/exe").string();
 }
@@ -89,6 +92,7 @@ WorkFolder::WorkFolder(const std::string& parent, const std::string& program)
     path_.clear();
     return;
   }
+  // The library's temporary files must be on the measured file system too, and go with the folder.
   ::setenv("TMPDIR", path_.c_str(), 1);
 }
 
@@ -111,11 +115,13 @@ bool FillPageCache(const std::string& holes) {
   const auto memory = static_cast<std::uintmax_t>(::sysconf(_SC_PHYS_PAGES)) *
                       static_cast<std::uintmax_t>(::sysconf(_SC_PAGESIZE));
   std::error_code error;
+  // A sparse file takes no space on the disk, but each page of it that is read takes one in the cache.
   std::ofstream(holes, std::ios::app).close();
   std::filesystem::resize_file(holes, memory, error);
   return !error && ReadThrough(holes);
 }
 
+// The median and not the mean: one busy moment of the machine must not count.
 double Median(std::vector<double> values) {
   if (values.empty()) return 0;
   std::sort(values.begin(), values.end());

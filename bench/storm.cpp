@@ -22,7 +22,10 @@ using CryptStand::FaultType;
 using CryptStand::Stand;
 
 constexpr int kServers = 3;
-constexpr auto kCalm = std::chrono::seconds(4);  // long enough for whole operations without a fault
+// Long enough for whole operations without a fault.
+constexpr auto kCalm = std::chrono::seconds(4);
+// Faults change about as often as an operation takes, so that some of them strike in its middle. Twelve times
+// make the storm somewhat longer than the calm.
 constexpr auto kGust = std::chrono::milliseconds(500);
 constexpr int kGusts = 12;
 
@@ -35,6 +38,8 @@ constexpr FaultType kTypes[] = {
     FaultType::Cut,
 };
 
+// Error codes reach beyond the documented ones at both ends. Only a server that is down stays so until the
+// next gust: any other fault passes after a few uses, so that failing over is tried as well as failing.
 Fault RandomFault(std::mt19937& random) {
   Fault fault;
   fault.type = kTypes[random() % std::size(kTypes)];
@@ -61,6 +66,7 @@ void Blow(Stand& stand, Weather& weather, std::mt19937& random) {
   std::this_thread::sleep_for(kGust);
 }
 
+// Dies with its parent, so that an interrupted soak test leaves no servers running.
 [[noreturn]] void RunStand(int urlPipe, Weather& weather, unsigned seed) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   Stand stand;

@@ -22,7 +22,7 @@ class Storm {
   Storm() = default;
   Storm(const Storm&) = delete;
   Storm& operator=(const Storm&) = delete;
-  /// Ends the process of the servers.
+  /// Kills the process of the servers.
   ~Storm();
 
   /// It forks: call before any thread is started. False if the servers cannot be started.
