@@ -24,8 +24,8 @@ using CryptStand::Stand;
 constexpr int kServers = 3;
 // Long enough for whole operations without a fault.
 constexpr auto kCalm = std::chrono::seconds(4);
-// Faults change about as often as an operation takes, so that some of them strike in its middle. Twelve times
-// make the storm somewhat longer than the calm.
+// Faults change often, so that many combinations are tried. Twelve gusts make the storm, at six seconds, a
+// little longer than the calm.
 constexpr auto kGust = std::chrono::milliseconds(500);
 constexpr int kGusts = 12;
 
