@@ -1,4 +1,5 @@
-// Makes the seeds of all targets from the world, in the named directory.
+// Makes the seeds of all targets from the world, in the named directory; called by fuzz/make-seeds.sh. A
+// fuzzer starts from them: without a valid message it would never find one by itself.
 #include "fuzz/make_seeds.h"
 
 #include <cstdio>
@@ -15,7 +16,7 @@ namespace {
 using CryptStand::ToBase64;
 
 std::string Lines(const std::string& text) {
-  constexpr std::size_t kLine = 64;
+  constexpr std::size_t kLine = 64;  // as PEM has it (RFC 7468, section 2)
   std::string lines;
   for (std::size_t at = 0; at < text.size(); at += kLine) lines += text.substr(at, kLine) + "\n";
   return lines;
@@ -25,6 +26,7 @@ std::string CmsPem(const std::string& bytes) {
   return "-----BEGIN CMS-----\n" + Lines(ToBase64(bytes)) + "-----END CMS-----\n";
 }
 
+// The same messages for both targets: as bytes in a file, and as the base64 of them.
 void MakeMessageSeeds(const std::filesystem::path& root) {
   const SeedFolder files(root, "cms_file");
   const SeedFolder texts(root, "cms_text");
@@ -37,6 +39,7 @@ void MakeMessageSeeds(const std::filesystem::path& root) {
        {std::pair("envelope-", world.envelopes), {"content-", world.contents}, {"form-", world.forms}}) {
     for (const Sample& sample : samples) add(type + sample.name, sample.bytes);
   }
+  // Streaming writers cut their content into segments; our own messages are written so, the world's are not.
   for (const char* name : {"genuine", "two", "digested"}) {
     const std::string& bytes = world.Find(world.contents, name);
     add(std::string("segments-") + name, ToSegments(bytes));
@@ -60,6 +63,7 @@ void MakeCertificateSeeds(const std::filesystem::path& root) {
   folder.Add("empty", "");
 }
 
+// Each form in which somebody may have a key, those included that must be refused.
 void MakeKeySeeds(const std::filesystem::path& root) {
   const SeedFolder folder(root, "private_key");
   const World& world = World::Get();

@@ -1,4 +1,5 @@
-// Seeds of the targets of the C interface. The choices are in the order in which each target reads them.
+// Seeds of the targets of the C interface. The choices are in the order in which each target reads them, so
+// whoever changes what a target reads changes its seeds here.
 #include <cstdint>
 
 #include "fuzz/make_seeds.h"
@@ -63,6 +64,7 @@ void MakeReportSeeds(const std::filesystem::path& root) {
   }
   const auto look = InputWriter().Below(0, kSources).Below(0, 4).Below(7, 8);
   folder.Add("look", look.Get());
+  // From 6 on a treatment changes the response (support/hostile_http.cpp).
   for (std::uint8_t treatment = 6; treatment < 16; ++treatment) {
     InputWriter writer = look;
     folder.Add("look-" + std::to_string(treatment), writer.Byte(treatment).Text("text").Get());

@@ -1,4 +1,5 @@
-// Seeds of the targets whose input is plain text: JSON, dates, URLs, encodings.
+// Seeds of the targets whose input is plain text: JSON, dates, URLs, encodings. Each has one property at
+// which a parser decides, which its name says.
 #include <initializer_list>
 #include <utility>
 

@@ -1,5 +1,5 @@
 // Runs a fuzz target on the named files and on the files of the named directories, in the order of their
-// names. Works with any compiler. A broken property or a crash ends the process, as it does under the fuzzer.
+// names. Works with any compiler. A broken property aborts, as it does under the fuzzer.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -33,7 +33,7 @@ bool Replay(const Path& file) {
     std::fprintf(stderr, "Could not read %s\n", file.c_str());
     return false;
   }
-  // Printed first, so that the last line names the input that ended the process.
+  // Printed first, so that the last line names the input that broke a property.
   std::printf("%s\n", file.c_str());
   std::fflush(stdout);
   return LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()) == 0;

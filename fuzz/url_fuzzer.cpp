@@ -36,6 +36,7 @@ std::string Unescape(std::string_view escaped) {
   return text;
 }
 
+// What CleanStr documents: blanks and control characters.
 bool IsBlank(char character) {
   const auto byte = static_cast<unsigned char>(character);
   return byte <= 0x20 || byte == 0x7F;

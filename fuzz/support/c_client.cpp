@@ -1,4 +1,5 @@
-// The callback transport and the checks of the C interface's targets.
+// The callback transport and the checks of the C interface's targets. What they check holds for every report
+// and error, whatever an input does, so each target calls CResult::Check after each function.
 #include "fuzz/support/c_client.h"
 
 #include <string_view>
@@ -51,6 +52,7 @@ void CheckError(const cryptcli_error* error, cryptcli_status status) {
           "there is nothing after the last attempt");
 }
 
+// Only an operation that looks at a signature has an origin to report.
 void CheckReport(const cryptcli_report* report) {
   const KVMap object = RequireObject(cryptcli_report_json(report));
   if (!object.Contains("origin")) return;
@@ -84,6 +86,7 @@ std::int32_t CClient::Send(void* context, const cryptcli_request* request, crypt
   std::size_t size = 0;
   const auto* body = static_cast<const char*>(cryptcli_request_body(request, &size));
   OruKalvix::HttpResponse given;
+  // HostileHttp looks at method, URL and body alone, so headers and options need not be passed on.
   const std::int32_t result =
       self.http_.SendRequest(cryptcli_request_method(request), cryptcli_request_url(request), KVMap(),
                              Ansi(std::string_view(body, size)), OruKalvix::HttpOptions(), given);

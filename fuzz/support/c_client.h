@@ -9,7 +9,8 @@
 // What the targets of the C interface share.
 namespace Fuzz {
 
-/// A client of the C interface whose transport is a callback that leads to a HostileHttp.
+/// A client of the C interface whose transport is a callback that leads to a HostileHttp. Owns the client;
+/// `http` must outlive it.
 class CClient {
  public:
   explicit CClient(HostileHttp& http);
@@ -28,8 +29,9 @@ class CClient {
   std::uint32_t exchanges_ = 0;
 };
 
-/// What a function handed out, checked and then freed: an error comes with each failure and with no success;
-/// both JSON texts are objects that agree with the getters; every string is UTF-8.
+/// Owns what a function handed out. Check() demands what holds for all of it: an error comes with each
+/// failure and with no success; the JSON of both is an object that agrees with the getters; every string is
+/// UTF-8.
 class CResult {
  public:
   CResult() = default;

@@ -9,9 +9,10 @@
 
 namespace Fuzz {
 
-/// A transport whose every response is chosen by the input: the usual response of a well-behaved server, an
-/// unusual one, that to another request, any of these with changes, or raw fuzz data; status, headers and
-/// result code likewise. When the input is used up, all servers behave well. `input` must outlive it.
+/// A transport whose every response is chosen by the input. It can be the usual response of a well-behaved
+/// server, an unusual one, the response to another request, one of these with changes, or raw fuzz data. The
+/// input chooses status, headers and result code too. When the input is used up, all servers behave well.
+/// `input` must outlive the transport.
 class HostileHttp final : public OruKalvix::ICryptClientHttp {
  public:
   explicit HostileHttp(Input& input) : input_(input) {}

@@ -4,6 +4,7 @@
 namespace Fuzz {
 namespace {
 
+// A choice with more possibilities than this takes two bytes instead of one.
 constexpr std::uint32_t kByteBound = 256;
 
 }  // namespace
@@ -63,6 +64,7 @@ InputWriter& InputWriter::Text(std::string_view text) {
     front_.push_back(character);
     if (character == '\\') front_.push_back('\\');
   }
+  // A line end after the backslash, so that seeds can be read.
   front_ += "\\\n";
   return *this;
 }

@@ -1,4 +1,4 @@
-// Ends the process when a property is broken: abort() is what fuzzers record as a crash.
+// Aborts when a property is broken, since fuzzers record that as a crash.
 #include "fuzz/support/require.h"
 
 #include <cstdio>

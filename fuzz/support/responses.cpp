@@ -103,6 +103,7 @@ KVMap IntegrityKey(const CryptStand::Cert& certificate) {
 
 using Variants = std::vector<CannedResponse>;
 
+// Seeds and the corpus name a variant by its index: add new ones at the end.
 Variants RoomKeyVariants() {
   const World& world = World::Get();
   const KVMap usual = RoomKey();
@@ -179,11 +180,13 @@ const std::vector<std::string>& GetCommands() {
 
 // Variants that every command has: an error code of the key server, and the response of another command.
 CannedResponse CommonVariant(std::uint32_t index) {
+  // The documented codes are 601 to 619; one beyond each end has no message of its own.
   constexpr std::int64_t kFirstCode = 600;
   constexpr std::uint32_t kCodes = 21;
   if (index < kCodes) return Payload("status", With({}, "code", Val(kFirstCode + index)));
   return Payload("configGroupResponse");
 }
+// All of the above: the codes, and the response of another command.
 constexpr std::uint32_t kCommonVariants = 22;
 
 std::string ServiceStep(std::string_view url) {
@@ -195,8 +198,8 @@ std::string ServiceStep(std::string_view url) {
 }
 
 CannedResponse CommandResponse(const std::string& step, const Request& request) {
-  // "xRequest" is answered by "xResponse". One payload with the members of all remaining commands serves each
-  // of them: clients ignore the members that they do not know.
+  // The response to "xRequest" is "xResponse". One payload with the members of all remaining commands serves
+  // each of them: clients ignore the members that they do not know.
   const std::string response = step.substr(0, step.size() - std::string_view("Request").size()) + "Response";
   if (step == "getAuditLogRequest") return AuditLog("");
   if (step == "getKeyRequest") return Payload(response, IntegrityKey(World::Get().integrity.certificate));

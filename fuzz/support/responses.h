@@ -12,6 +12,7 @@ namespace Fuzz {
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
+/// What a server sends: a plain value that HostileHttp may change before it delivers it.
 struct CannedResponse {
   std::uint32_t status = 200;
   Headers headers;

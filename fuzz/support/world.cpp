@@ -1,4 +1,5 @@
-// Loads the keys, certificates and messages of the world, which are built into the program.
+// Loads the keys, certificates and messages of the world, which are built into the program: a target must not
+// depend on files that a fuzzer's machine may lack. fuzz/make-seeds.sh --world makes them.
 #include "fuzz/support/world.h"
 
 #include "fuzz/support/require.h"
