@@ -39,7 +39,8 @@ void MakeMessageSeeds(const std::filesystem::path& root) {
        {std::pair("envelope-", world.envelopes), {"content-", world.contents}, {"form-", world.forms}}) {
     for (const Sample& sample : samples) add(type + sample.name, sample.bytes);
   }
-  // Streaming writers cut their content into segments; our own messages are written so, the world's are not.
+  // Streaming writers cut their content into segments; our own messages are written so, few of the world's
+  // are.
   for (const char* name : {"genuine", "two", "digested"}) {
     const std::string& bytes = world.Find(world.contents, name);
     add(std::string("segments-") + name, ToSegments(bytes));
