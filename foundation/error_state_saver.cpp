@@ -8,7 +8,7 @@ ErrorStateSaver::ErrorStateSaver() noexcept : code_(GetLastError()) {
   if (code_ == kTextError) message_ = GetErrorMessage(code_, 0, 1);
 }
 
-// The member errno_ puts errno back after this body.
+// Only the code and the message: the member errno_ puts errno back after this body.
 ErrorStateSaver::~ErrorStateSaver() {
   if (code_ == kTextError) {
     SetErrorMessage(message_);

@@ -1,5 +1,5 @@
-// The map behind JSON objects, HTTP headers and the arguments of operations. Thirteen buckets are part of its
-// fixed layout, so a lookup walks a thirteenth of the keys; FromDistinct and FromPairs build large maps
+// The map that JSON objects, HTTP headers and the arguments of operations are. Thirteen buckets are part of
+// its fixed layout, so a lookup walks a thirteenth of the keys; FromDistinct and FromPairs build large maps
 // without lookups.
 
 #include "foundation/kvmap.h"

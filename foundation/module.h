@@ -14,7 +14,7 @@ class ORUGUI_EXPORT BaseInitializer {
   BaseInitializer& operator=(const BaseInitializer&) = delete;
   ~BaseInitializer();
 
-  /// How many exist now.
+  /// How many exist now. For tests of loading and unloading; nothing else calls it.
   static unsigned int GetCount() noexcept;
 };
 

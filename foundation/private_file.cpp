@@ -1,4 +1,4 @@
-// Makes the private directories and files behind File(FileType, name, true), TempFile and TempDirectory.
+// Makes the private directories and files of File(FileType, name, true), TempFile and TempDirectory.
 // Each private file has a directory of its own, so that it can keep the name that the caller wants: two
 // operations may use one name at the same time, and nobody else can put a file or link in its way.
 
