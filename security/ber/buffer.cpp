@@ -1,3 +1,5 @@
+// Bytes that grow, for the structure of messages: BerWalker copies elements into it, the writers of messages
+// build headers in it. Not a std::vector, whose failed allocation is an exception.
 #include "security/ber/buffer.h"
 
 #include <algorithm>

@@ -41,6 +41,7 @@ class BerSegments {
   std::uint64_t GetEnd() const noexcept { return position_; }
 
  private:
+  /// A constructed string that was entered and not yet left.
   struct Level {
     std::uint64_t end;
     bool indefinite;

@@ -1,3 +1,5 @@
+// Where the bytes of messages come from: files, and strings in memory. BerReader and the streams of content
+// read through it. All failures of reading get their reason here.
 #include "security/ber/source.h"
 
 #include <cstring>

@@ -21,6 +21,7 @@ class IByteSource {
 /// failure.
 class FileSource final : public IByteSource {
  public:
+  /// How the file will be read; Open refuses what cannot be read so.
   enum class Access {
     Anywhere,  ///< ReadAt, in any order; only a regular file can be read so
     Onwards,   ///< ReadNext alone; a pipe or device is read too

@@ -54,6 +54,7 @@ class BerWalker {
   bool Refuse(const char* reason) noexcept;
 
  private:
+  /// A container that was entered and not yet left; its end is known only if its length is definite.
   struct Level {
     std::uint64_t end;
     bool indefinite;

@@ -1,3 +1,5 @@
+// The one wrapper of OpenSSL's digests. Signing and verifying use the class; DigestFile is there for the
+// commands, which have no OpenSSL.
 #include "security/cms/digest.h"
 
 #include <algorithm>
@@ -7,8 +9,6 @@
 #include "foundation/work_buffer.h"
 #include "security/failure.h"
 
-// The one wrapper of OpenSSL's digests. Signing and verifying use the class; DigestFile is there for the
-// commands, which have no OpenSSL.
 using OruGuiBase::Blob;
 using OruGuiBase::File;
 

@@ -6,7 +6,7 @@
 
 namespace OruOssSec {
 
-/// An enveloped message in the making. Owns OpenSSL's structure, which has the content key in it.
+/// An enveloped message that is being built. Owns OpenSSL's structure, which has the content key in it.
 struct NewEnvelope {
   CmsPtr cms;
   bool hasRecipient = false;

@@ -47,19 +47,22 @@ class CertPool {
   void Add(const STACK_OF(X509) * certificates, bool areTrusted);
 
   /// The certificates with this subject in the order in which they are tried: preferred ones, trusted ones,
-  /// self-signed ones (they end a chain, the others may lead round in circles), then those that end last.
+  /// self-signed ones (they end a chain, the others may lead in circles), then those that end last.
   std::vector<PoolEntry>& Find(const X509_NAME* subject);
   /// Whether the certificate was added as a trusted one.
   bool IsTrusted(X509* certificate) const { return trusted_.contains(certificate); }
 
  private:
+  /// Orders certificates by their encoding, so that equal ones from two stacks count once.
   struct ByContent {
     bool operator()(const X509* a, const X509* b) const noexcept { return X509_cmp(a, b) < 0; }
   };
+  /// Orders names as OpenSSL compares them, whatever the string types in them.
   struct ByName {
     bool operator()(const X509_NAME* a, const X509_NAME* b) const noexcept { return X509_NAME_cmp(a, b) < 0; }
   };
   using Certificates = std::set<X509*, ByContent>;
+  /// All certificates of one subject; ranked when Find() first asks for them.
   struct Group {
     std::vector<PoolEntry> entries;
     bool isRanked = false;

@@ -126,7 +126,7 @@ ChainVerdict JudgePath(ChainPath& path, const ChainRules& rules) {
 
 constexpr const char* kSpent = "Too many certificates of the same name to find a chain";
 
-// The check of a signature hashes the certificate first, whose size its maker chose.
+// The check of a signature hashes the certificate first, whose size is up to whoever made it.
 std::uint32_t GetHashCost(const X509* certificate) {
   constexpr std::uint32_t kOctetsOfAUnit = 16 * 1024;  // counted as one unit of GetCheckCost
   const int size = i2d_X509(certificate, nullptr);

@@ -18,7 +18,7 @@ const char* FindWeakSignature(X509* certificate) noexcept;
 
 /// What one check of a signature with this key costs at most. The unit is a check with RSA of 4096 bits and
 /// the usual exponent 65537, or with P-256. Other keys cost up to a hundred units and more: the time grows
-/// with the square of an RSA modulus and with the length of the exponent, and the maker of the key chose
+/// with the square of an RSA modulus and with the length of the exponent, and whoever made the key chose
 /// both.
 std::uint32_t GetCheckCost(const EVP_PKEY* key) noexcept;
 
