@@ -73,7 +73,8 @@ class CRYPTCLI_CURL_EXPORT CryptClientCurl : public ICryptClientHttp {
   /// Makes a transport and returns its first reference. Null, with the reason in `errorText`, if an option is
   /// wrong: a file that cannot be read, an invalid header or URL.
   static Ptr Create(const CryptClientCurlOptions& options, OruGuiBase::AnsiStr& errorText) noexcept;
-  /// The versions of libcurl and of the libraries behind it at run time, "libcurl/7.88.1 OpenSSL/3.0.17 ...".
+  /// The versions of libcurl and of the libraries that it uses at run time, "libcurl/7.88.1 OpenSSL/3.0.17
+  /// ...".
   static const char* GetLibraryVersions() noexcept;
 
  protected:

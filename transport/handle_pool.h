@@ -12,7 +12,7 @@ namespace OruKalvix {
 /// connection, belongs to one thread at a time. Safe for any number of threads; must outlive its leases.
 class HandlePool {
  public:
-  /// Returns a handle to its pool.
+  /// Returns a handle to its pool, which must still exist.
   struct Returner {
     HandlePool* pool = nullptr;
     void operator()(CURL* handle) const noexcept { pool->Return(handle); }

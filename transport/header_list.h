@@ -28,6 +28,7 @@ class HeaderList {
   SlistPtr MakeLines() const;
 
  private:
+  /// One header, checked when it was added; an empty value is sent too.
   struct Entry {
     OruGuiBase::AnsiStr name;
     OruGuiBase::AnsiStr value;

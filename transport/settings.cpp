@@ -1,3 +1,5 @@
+// Checks the options of a transport when it is made, so that a wrong one is an error with its name and not
+// the failure of some later exchange. Called by CryptClientCurl::Create.
 #include "transport/settings.h"
 
 #include <algorithm>
