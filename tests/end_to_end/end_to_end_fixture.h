@@ -41,7 +41,7 @@ class EndToEndTest : public ::testing::Test {
   void SetFault(int server, const CryptStand::Fault& fault) { ASSERT_TRUE(stand.SetFault(server, fault)); }
   /// The same fault on all three key servers.
   void SetFaults(const CryptStand::Fault& fault);
-  /// How many requests of an operation the servers have answered or refused.
+  /// How many requests of an operation the servers have carried out or refused.
   std::size_t CountRequests(std::string_view operation) const;
   std::vector<std::string> GetOperations() const;
 

@@ -41,7 +41,7 @@ FaultRow OnProbe(const char* name, Fault fault, Effect effect) {
 FaultRow OnAll(const char* name, const Fault& fault, Effect effect) {
   return {name, fault, false, {effect, effect, effect, effect}};
 }
-// The commands with answers in JSON, and the audit log.
+// The commands whose responses are JSON, and the audit log.
 FaultRow OnResponse(const char* name, const Fault& fault, Effect json, Effect log) {
   return {name, fault, false, {json, json, json, log}};
 }
@@ -107,7 +107,7 @@ Outcome Sweep(Operation operation, const Servers& servers) {
   for (std::size_t server = 0; server < servers.size(); ++server) {
     const Effect& effect = EffectOf(operation, servers[server]);
     if (effect.visit != Visit::Unreachable) outcome.visits.push_back(static_cast<int>(server));
-    outcome.done = effect.visit == Visit::Answers;
+    outcome.done = effect.visit == Visit::Responds;
     if (!outcome.done) Record(effect, outcome);
     if (outcome.done || effect.visit == Visit::Misleads) break;
   }
@@ -120,8 +120,8 @@ Outcome Walk(const Servers& servers) {
   for (std::size_t server = 0; server < servers.size(); ++server) {
     const Effect& effect = EffectOf(Operation::AuditLog, servers[server]);
     if (effect.visit != Visit::Unreachable) outcome.visits.push_back(static_cast<int>(server));
-    if (effect.visit == Visit::Answers) outcome.logs.push_back(static_cast<int>(server));
-    const bool isLog = effect.visit == Visit::Answers || effect.visit == Visit::RespondsWithLess;
+    if (effect.visit == Visit::Responds) outcome.logs.push_back(static_cast<int>(server));
+    const bool isLog = effect.visit == Visit::Responds || effect.visit == Visit::RespondsWithLess;
     if (!isLog) Record(effect, outcome);
     outcome.done = outcome.done || isLog;
   }

@@ -13,7 +13,7 @@ enum class Operation { Sign, Decrypt, ConfigGroup, AuditLog };
 
 /// What a fault makes of the visit to a key server.
 enum class Visit {
-  Answers,           ///< The command is answered as if nothing were wrong.
+  Responds,          ///< The response is as good as without the fault.
   RespondsWithLess,  ///< An audit log without any line, which is a log all the same.
   Misleads,          ///< The response passes, and what the operation does with it fails.
   Refuses,           ///< The command is sent, and its response leads to the next server.
@@ -21,7 +21,7 @@ enum class Visit {
 };
 
 struct Effect {
-  Visit visit = Visit::Answers;
+  Visit visit = Visit::Responds;
   /// The message that is recorded.
   const char* message = "";
   /// Whether that is all of it, and not its beginning.

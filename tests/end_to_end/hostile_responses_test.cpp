@@ -72,24 +72,25 @@ std::string NameOf(const ::testing::TestParamInfo<std::tuple<ResponseCase, const
 
 class HostileCryptService : public HostileResponse {};
 
-// Whatever the crypt service answers, a file comes back right or there is a reason and nothing was delivered.
+// Whatever the crypt service responds, a file comes back right or there is a reason and nothing was
+// delivered.
 TEST_P(HostileCryptService, IsExplainedAndLosesNothing) {
   SetFault(kCryptService, GetFault());
   ExpectGoodOrExplained();
 }
 
-INSTANTIATE_TEST_SUITE_P(Answers, HostileCryptService,
+INSTANTIATE_TEST_SUITE_P(Responses, HostileCryptService,
                          Combine(ValuesIn(kResponses), ValuesIn(kServiceOperations)), NameOf);
 
 class HostileKeyServers : public HostileResponse {};
 
-// Whatever all key servers answer, a file comes back right or there is a reason and nothing was delivered.
+// Whatever all key servers respond, a file comes back right or there is a reason and nothing was delivered.
 TEST_P(HostileKeyServers, AreExplainedAndLoseNothing) {
   SetFaults(GetFault());
   ExpectGoodOrExplained();
 }
 
-INSTANTIATE_TEST_SUITE_P(Answers, HostileKeyServers,
+INSTANTIATE_TEST_SUITE_P(Responses, HostileKeyServers,
                          Combine(ValuesIn(kResponses), ValuesIn(kKeyServerOperations)), NameOf);
 
 class HostileLists : public EndToEndTest {};

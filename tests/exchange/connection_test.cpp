@@ -75,7 +75,7 @@ TEST_F(Connection, KeepsTheServersTime) {
   EXPECT_EQ(peer.serverTimes.GetCount(), 1U);
 }
 
-// A server that has answered once is not probed again.
+// A server that has responded once is not probed again.
 TEST_F(Connection, ProbesNoKnownServer) {
   http.Then(Alive());
   ASSERT_TRUE(peer.KeyServerConnect());

@@ -21,14 +21,16 @@ class GroupCommands : public TestSupport::ClientTest {
   void Attempt(const TestSupport::CannedResponse& response) {
     http.Then(Alive()).Then(Token("t")).Then(response);
   }
-  void AttemptAnsweredBy(const char* type) { Attempt(Payload(R"({"type":")" + std::string(type) + R"("})")); }
+  void AttemptWithResponseOf(const char* type) {
+    Attempt(Payload(R"({"type":")" + std::string(type) + R"("})"));
+  }
   bool Config(const Array<Val>& roots, const Array<Val>& issuers, const Array<Val>& urls) {
     return client.ConfigGroup("group 1", "its name", "owner", roots, issuers, urls);
   }
 };
 
 TEST_F(GroupCommands, ConfigGroupSendsAllItsMembersInOrder) {
-  AttemptAnsweredBy("configGroupResponse");
+  AttemptWithResponseOf("configGroupResponse");
   ASSERT_TRUE(Config(Strings({"r1", "r2"}), Strings({"i1"}), Strings({"http://crl.example/a", ""})));
   EXPECT_EQ(http.GetRequest(2).body,
             Envelope(R"({"type":"configGroupRequest","groupId":"group 1","groupName":"its name",)"
@@ -38,7 +40,7 @@ TEST_F(GroupCommands, ConfigGroupSendsAllItsMembersInOrder) {
 }
 
 TEST_F(GroupCommands, ConfigGroupSendsEmptyMembers) {
-  AttemptAnsweredBy("configGroupResponse");
+  AttemptWithResponseOf("configGroupResponse");
   ASSERT_TRUE(client.ConfigGroup("", "", "", {}, {}, {}));
   EXPECT_EQ(http.GetRequest(2).body,
             Envelope(R"({"type":"configGroupRequest","groupId":"","groupName":"","ownerGroupId":"",)"
@@ -46,7 +48,7 @@ TEST_F(GroupCommands, ConfigGroupSendsEmptyMembers) {
 }
 
 TEST_F(GroupCommands, ConfigGroupSendsElementsOfAnyTypeUnchanged) {
-  AttemptAnsweredBy("configGroupResponse");
+  AttemptWithResponseOf("configGroupResponse");
   const KVMap lists = Map(R"({"roots":[7,"r",null],"issuers":[{"a":[true]}],"urls":[[]]})");
   ASSERT_TRUE(
       Config(lists.Get("roots").AsArray(), lists.Get("issuers").AsArray(), lists.Get("urls").AsArray()));
@@ -57,7 +59,7 @@ TEST_F(GroupCommands, ConfigGroupSendsElementsOfAnyTypeUnchanged) {
 }
 
 TEST_F(GroupCommands, ReencryptSendsOneCertificateAsASingleObject) {
-  AttemptAnsweredBy("reencryptResponse");
+  AttemptWithResponseOf("reencryptResponse");
   ASSERT_TRUE(client.Reencrypt("group 1", "the certificate"));
   EXPECT_EQ(http.GetRequest(2).body,
             Envelope(R"({"type":"reencryptRequest","groupId":"group 1","encryptionKey":)"
@@ -65,14 +67,14 @@ TEST_F(GroupCommands, ReencryptSendsOneCertificateAsASingleObject) {
 }
 
 TEST_F(GroupCommands, ReencryptSendsEmptyCertificate) {
-  AttemptAnsweredBy("reencryptResponse");
+  AttemptWithResponseOf("reencryptResponse");
   ASSERT_TRUE(client.Reencrypt("g", ""));
   EXPECT_EQ(http.GetRequest(2).body, Envelope(R"({"type":"reencryptRequest","groupId":"g","encryptionKey":)"
                                               R"({"type":"externalCertificate","encodedCertificate":""}})"));
 }
 
 TEST_F(GroupCommands, ImportKeySendsKeyUnchanged) {
-  AttemptAnsweredBy("importKeyResponse");
+  AttemptWithResponseOf("importKeyResponse");
   ASSERT_TRUE(client.ImportKey("group 1", "the id", "the\nkey", "pass \"word\""));
   EXPECT_EQ(http.GetRequest(2).body,
             Envelope(R"({"type":"importKeyRequest","groupId":"group 1","id":"the id",)"
@@ -80,14 +82,14 @@ TEST_F(GroupCommands, ImportKeySendsKeyUnchanged) {
 }
 
 TEST_F(GroupCommands, ImportKeySendsEmptyPassword) {
-  AttemptAnsweredBy("importKeyResponse");
+  AttemptWithResponseOf("importKeyResponse");
   ASSERT_TRUE(client.ImportKey("g", "i", "k", ""));
   EXPECT_EQ(http.GetRequest(2).body,
             Envelope(R"({"type":"importKeyRequest","groupId":"g","id":"i","encodedKey":"k","password":""})"));
 }
 
 TEST_F(GroupCommands, DeleteKeySendsTheHandleInTokenRequestAndCommand) {
-  AttemptAnsweredBy("deleteKeyResponse");
+  AttemptWithResponseOf("deleteKeyResponse");
   ASSERT_TRUE(client.DeleteKey("group 1", CryptClient::GetKeyHandle("i", "s")));
   EXPECT_EQ(http.GetRequest(1).body, R"({"keyserver":"https://one.example","operation":"deleteKeyRequest",)"
                                      R"("key":{"type":"handle","id":"i","subId":"s"}})");
@@ -96,7 +98,7 @@ TEST_F(GroupCommands, DeleteKeySendsTheHandleInTokenRequestAndCommand) {
 }
 
 TEST_F(GroupCommands, DeleteKeySendsAnEmptyHandleInTheCommandOnly) {
-  AttemptAnsweredBy("deleteKeyResponse");
+  AttemptWithResponseOf("deleteKeyResponse");
   ASSERT_TRUE(client.DeleteKey("g", {}));
   EXPECT_EQ(http.GetRequest(1).body, R"({"keyserver":"https://one.example","operation":"deleteKeyRequest"})");
   EXPECT_EQ(http.GetRequest(2).body, Envelope(R"({"type":"deleteKeyRequest","groupId":"g","key":{}})"));

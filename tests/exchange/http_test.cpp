@@ -335,7 +335,7 @@ TEST_F(Http, ReportsAFailedPostToAFile) {
   EXPECT_EQ(Error(), "HTTP 302");
 }
 
-/// Answers each request with one body, which it shares.
+/// Responds to each request with the same body, which it shares.
 class SharingHttp final : public ICryptClientHttp {
  public:
   void* QueryInterface(const char*) override { return nullptr; }

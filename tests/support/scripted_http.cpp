@@ -37,7 +37,7 @@ CannedResponse DateResponse(std::string date) {
 }
 
 ScriptedHttp::~ScriptedHttp() {
-  if (!line_.empty()) ADD_FAILURE() << line_.size() << " scripted answers were never asked for";
+  if (!line_.empty()) ADD_FAILURE() << line_.size() << " scripted responses were never asked for";
 }
 
 ScriptedHttp& ScriptedHttp::Then(CannedResponse canned) {

@@ -150,7 +150,7 @@ TEST(CommandLine, WithJSONMistakesAreReportedAsJSON) {
   }
 }
 
-// The numbers that begin the lines behind "Exit codes:".
+// The numbers that begin the lines after "Exit codes:".
 std::vector<std::string> ListedCodes(const std::string& help) {
   std::vector<std::string> codes;
   std::istringstream lines(help.substr(std::min(help.find("Exit codes:\n"), help.size())));

@@ -103,7 +103,7 @@ TEST_F(Stream, AFileNamedHyphenIsNamedWithItsFolder) {
   EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "-"));
 }
 
-TEST_F(Stream, NamesBehindTwoHyphensMayBeginWithOne) {
+TEST_F(Stream, NamesAfterTwoHyphensMayBeginWithOne) {
   const std::string folder = "cd '" + Path("") + "' && ";
   const auto run = [&](const char* operation, const std::vector<std::string>& words) {
     return RunProcess({"/bin/sh", {"-c", folder + Line(operation, words)}});
@@ -166,7 +166,7 @@ TEST_F(Stream, AFullStandardOutputIsAFailure) {
   EXPECT_EQ(finished.errors, "cryptcli: Could not write to standard output: No space left on device\n");
 }
 
-TEST_F(Stream, AFullTargetHasTheCodeOfALackOfSpace) {
+TEST_F(Stream, AFullTargetIsReportedAsAFullDisk) {
   const Finished finished = Run("encrypt", {Path("plain.txt"), "/dev/full", "--json"});
   EXPECT_EQ(finished.code, 1);
   EXPECT_EQ(Str(Map(finished.output).Get("code").AsString()), "no_space") << finished.output;

@@ -46,7 +46,7 @@ TEST(CurlConnections, AConnectionThatFailedIsNotUsedAgain) {
   RawServer server([](RawConnection& connection) {
     RecordedRequest request;
     while (connection.ReadRequest(request)) {
-      if (connection.GetIndex() > 0) connection.Respond(200, "fine");  // the first one never answers
+      if (connection.GetIndex() > 0) connection.Respond(200, "fine");  // the first one gets no response
     }
   });
   const auto http = MakeCurl();

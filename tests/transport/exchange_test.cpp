@@ -14,7 +14,7 @@ using ::testing::Key;
 using ::testing::Not;
 using ::testing::Pair;
 
-/// A server that records the latest request and answers with the same bytes each time.
+/// A server that records the latest request and responds with the same bytes each time.
 struct FixedServer {
   explicit FixedServer(std::string bytes) : response(std::move(bytes)) {}
 

@@ -164,7 +164,7 @@ TEST(ChainSearch, FindsTheChainAmongThousandsOfRenewals) {
   EXPECT_EQ(VerifyInLargeStore(Get().leaf, trusted), "ok");
 }
 
-TEST(ChainSearch, FindsTheChainBehindRenewalsOnTwoLevels) {
+TEST(ChainSearch, FindsTheChainBeyondRenewalsOnTwoLevels) {
   std::vector<Cert> trusted = Decoys("middle", Get().keys[1], Get().stranger, 400);
   Append(trusted, Decoys("issuing", Get().keys[2], {trusted[0], Get().keys[1]}, 400));
   EXPECT_EQ(VerifyInLargeStore(Get().leaf, trusted), "unable to get issuer certificate");
