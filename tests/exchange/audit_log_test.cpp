@@ -377,7 +377,6 @@ TEST_F(AuditLog, BeginsAtFirstServerWhereverRotationStands) {
   EXPECT_EQ(http.GetLines()[6], "GET https://three.example/status");
 }
 
-// A further command of the same client begins at the first server.
 TEST_F(AuditLog, LeavesTheNextCommandAtTheFirstServer) {
   TestSupport::BeginRotationAt(1);
   client.SetKeyServer(Strings({kOne, "https://two.example", "https://three.example"}));

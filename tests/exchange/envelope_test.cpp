@@ -46,7 +46,6 @@ TEST_F(Envelopes, NameEachCommandAndItsResponse) {
   }
 }
 
-// A command value beyond the eleven has empty names.
 TEST_F(Envelopes, HaveNoNameForACommandThatDoesNotExist) {
   for (const std::uint32_t value : {11U, 255U, 0xFFFFFFFFU}) {
     EXPECT_STREQ(CryptClientTestPeer::GetRequestType(Command(value)), "");
@@ -61,7 +60,6 @@ TEST_F(Envelopes, CarryTheStandardHeader) {
             R"("protocolVersion":"2.0"})");
 }
 
-// An envelope is "header", then "payload".
 TEST_F(Envelopes, HoldHeaderAndPayloadInThisOrder) {
   EXPECT_EQ(JsonText(CryptClientTestPeer::GetEnvelope(Map(R"({"type":"x","b":1})"))),
             Envelope(R"({"type":"x","b":1})"));
@@ -90,7 +88,6 @@ TEST_F(Envelopes, JoinAPathToTheServerInUse) {
   }
 }
 
-// A server URL that ends in a slash gets no second one before "rest/json".
 TEST_F(Envelopes, GetNoSecondSlashAfterServerUrl) {
   UseServers({"https://one.example/"});
   CryptClientTestPeer::NextKeyServer(peer.keyServerCursor);
@@ -208,7 +205,6 @@ TEST_F(Envelopes, CompareResponseTypeCaseSensitively) {
   EXPECT_EQ(Error(), "Unexpected response type Status");
 }
 
-// Percent signs in a response's type are shown unchanged.
 TEST_F(Envelopes, KeepPercentSignOfResponseTypeInMessage) {
   EXPECT_FALSE(Check(R"({"payload":{"type":"%s%n"}})"));
   EXPECT_EQ(Error(), "Unexpected response type %s%n");

@@ -45,7 +45,6 @@ class Http : public TestSupport::ClientInternalsTest {
   }
 };
 
-// Method, URL, headers, body and options reach the transport as they are.
 TEST_F(Http, PassesEverythingOnUnchanged) {
   http.Then(Json("answer"));
   HttpResponse response;
@@ -61,7 +60,6 @@ TEST_F(Http, PassesEverythingOnUnchanged) {
   EXPECT_EQ(response.status, 200U);
 }
 
-// An exception of the transport is a failed exchange and goes no further.
 TEST_F(Http, TreatsThrowingTransportAsFailedExchange) {
   http.Then([](const RecordedRequest&) -> CannedResponse { throw std::runtime_error("not allowed"); });
   HttpResponse response;
@@ -274,7 +272,6 @@ TEST_F(Http, KeepsCallersBodyWhenGetWithTimeoutFails) {
   EXPECT_EQ(Str(body), "kept");
 }
 
-// A POST carries its body as "text/json".
 TEST_F(Http, PostsTheBodyAsTextJson) {
   http.Then(Json("answer"));
   AnsiStr canned("old");
@@ -310,7 +307,6 @@ TEST_F(Http, KeepsCallersBodyWhenPostFails) {
   EXPECT_EQ(Error(), "HTTP 500");
 }
 
-// A POST may name a file that the transport stores the response in.
 TEST_F(Http, PostsForBodyThatGoesToFile) {
   const ScratchDirectory scratch;
   http.Then(Json("to disk"));

@@ -56,7 +56,6 @@ TEST_F(Tokens, AreRequestedAtUrlOfEscapedSegments) {
   }
 }
 
-// A service URL that ends in a slash gets no second one before "crypt".
 TEST_F(Tokens, GetNoSecondSlashAfterServiceUrl) {
   CryptClient other(&http, "https://crypt.example/", "", kRoom);
   http.Then(Token("t"));
