@@ -126,7 +126,7 @@ class SmallDisk {
 };
 
 TEST_F(AuditLogFailures, DiskThatIsReallyFullLeavesNoFile) {
-  // Room for the log of two servers, one of them in its temporary file, and not for a third.
+  // Enough space for the logs of two servers, one of them in its temporary file, but not for a third.
   const SmallDisk disk(scratch.Path("disk"), 2 * kLogBytes);
   if (!disk.IsThere()) GTEST_SKIP() << "no file system may be mounted here";
   EXPECT_FALSE(GetLog());

@@ -5,13 +5,13 @@
 
 #include "stand/faults.h"
 
-// What faults of key servers have to make of an operation, worked out by the rules of the sweep alone.
-// Nothing here calls the library.
+// The outcome that an operation must have when key servers have faults, computed from the rules of the sweep
+// alone. Nothing here calls the library.
 namespace TestSupport {
 
 enum class Operation { Sign, Decrypt, ConfigGroup, AuditLog };
 
-/// What a fault makes of the visit to a key server.
+/// How the visit to a key server with a fault ends.
 enum class Visit {
   Responds,          ///< The response is as good as without the fault.
   RespondsWithLess,  ///< An audit log without any line, which is a log all the same.
@@ -45,7 +45,7 @@ struct FaultRow {
 /// Each type of fault, and those of the probe.
 const std::vector<FaultRow>& GetFaultRows();
 
-/// What an operation comes to.
+/// The outcome of an operation.
 struct Outcome {
   bool done = false;
   std::string message;

@@ -35,14 +35,14 @@ class OperationsTest : public EndToEndTest {
   std::string ResultKey(std::uint32_t index, const char* name) const;
   OruGuiBase::Val KeyServerList() const;
 
-  /// What the crypt service says of a room's current key: "data" or "certificate".
+  /// A member of the crypt service's response about the room's current key: "data" or "certificate".
   std::string KeptKey(const char* member, std::string_view room = kRoom) const;
   bool Import(const std::string& id, const std::string& key, const std::string& password = "");
   bool Sign(const std::string& id, const std::string& subId);
   /// Whether the last result is the key's signature of what Sign() has signed.
   bool IsSignedBy(const CryptStand::KeyPair& key) const;
 
-  /// The key servers that operations ask, in this order; all of them when nothing is said.
+  /// The key servers that operations ask, in this order; all of them unless a test changes it.
   std::vector<std::string> keyServers;
   std::int32_t status = 0;
   OruGuiBase::Val result;

@@ -239,7 +239,8 @@ std::unique_ptr<CryptStand::Stand> TwoFaults::stand;
 CryptClientCurl::Ptr TwoFaults::http;
 std::string TwoFaults::secret;
 
-// Two faults on two key servers come to what the rules of the sweep say: success, message, visits and logs.
+// With faults on two key servers, success, message, visits and logs are those that the rules of the sweep
+// give.
 TEST_P(TwoFaults, EndWithTheResultOfTheSweep) {
   const std::vector<FaultRow>& rows = GetFaultRows();
   for (std::size_t second = 0; second < rows.size(); ++second) {

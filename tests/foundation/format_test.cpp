@@ -80,7 +80,7 @@ class HugeText {
 
 // The C library counts in int, so it has no length for a longer result.
 TEST(FormatTest, AResultTooLongToCountSaysSo) {
-  if (IsMemorySanitized()) GTEST_SKIP() << "a sanitizer's own vsnprintf ends the process when it fails";
+  if (IsMemorySanitized()) GTEST_SKIP() << "a sanitizer's own vsnprintf aborts when it fails";
   const HugeText text;
   EXPECT_EQ(FmtArgs("Unexpected content type %s", text.Get()), "Unexpected content type (text too long)");
   EXPECT_EQ(FmtArgs("%s: %s", "what", text.Get()), "(text too long)");

@@ -16,7 +16,8 @@
 namespace OruGuiBase {
 namespace {
 
-/// Records what the calling thread does while it lives, and is the observer before it again at its end.
+/// Installs itself as the observer of the calling thread and records what it is told of. The destructor
+/// installs the observer from before again.
 class Recorder final : public IThreadObserver {
  public:
   Recorder() : before_(SetThreadObserver(this)) {}

@@ -1,7 +1,8 @@
-// An application that uses the library for as long as it runs, and beyond: in destructors of its static and
-// thread-local objects, in its trace sink, in what a thread leaves to do. The argument names the way to end.
+// An application that still uses the library while it ends: in destructors of its static and thread-local
+// objects, in destructors of pthread keys, and in its trace sink. Started by ending_test; the argument names
+// the way in which it ends.
 //
-//   ending_program WAY      exit code 0, and not a word on standard error, when all went as it should
+//   ending_program WAY      exit code 0, and nothing on standard error, if the library worked to the end
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -42,8 +43,8 @@ class Sink final : public OruGuiTrace::ITraceSink {
 };
 constinit Sink sink;
 
-// A reason is there whole until the thread's own objects are destroyed and "Unknown error" from then on; a
-// code stays in any case.
+// A message of our own can be read until the objects of the thread are destroyed, and reads "Unknown error"
+// from then on. An errno value stays.
 void FailWithAReason() {
   constexpr const char* kReason = "A reason that is long enough to lie in memory of its own";
   OruGuiBase::SetErrorMessage(kReason);

@@ -21,8 +21,9 @@ class Encryption : public TestSupport::ServicesTest {
     EXPECT_EQ(scratch.Read("plain.txt"), kPlain);
     EXPECT_FALSE(keyErrorFlag);
   }
-  /// Encrypts again and again. Each time the allocation of one more object of the operation fails, until none
-  /// does. Each failure has to leave nothing behind; returns the message that begins like this.
+  /// Encrypts repeatedly: in the first run the first allocation of an object fails, in the next run the
+  /// second one, and so on until all succeed. No failure may leave a file. Returns the message that begins
+  /// with `beginning`.
   std::string ErrorOfFailedObject(const std::string& beginning) {
     std::string found;
     for (int number = 1;; ++number) {

@@ -4,12 +4,12 @@
 
 namespace {
 
-// How many objects until the one that fails: 0 when none will, negative once it has.
+// How many allocations until the one that fails; 0 if none will, negative once it has.
 int countdown = 0;
 
 }  // namespace
 
-// Hands on to the new that throws, so that whatever watches over blocks sees one type of them.
+// Calls the new that throws, so that a sanitizer sees blocks of one type only.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   if (countdown > 0 && --countdown == 0) {
     countdown = -1;

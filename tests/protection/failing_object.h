@@ -2,8 +2,8 @@
 
 namespace TestSupport {
 
-/// Refuses its memory to one of the objects that are made by a new that throws nothing, counted from 1 since
-/// this was made. Everything else, the test's own objects among it, gets what it asks for. One at a time.
+/// Makes one allocation by new (std::nothrow) fail, counted from 1 since the construction of this object. All
+/// other allocations succeed, those of the test itself too. Only one may exist at a time.
 class FailingObject {
  public:
   explicit FailingObject(int number);
@@ -11,7 +11,7 @@ class FailingObject {
   FailingObject(const FailingObject&) = delete;
   FailingObject& operator=(const FailingObject&) = delete;
 
-  /// From here on nothing fails. Whether an object has been refused.
+  /// Ends it: nothing fails from here on. Returns whether an allocation has failed.
   bool End();
 };
 

@@ -6,7 +6,7 @@
 
 namespace TestSupport {
 
-/// The same with the private members at hand, for what no public member shows or reaches.
+/// The same with access to the private members, for what no public member shows or reaches.
 class ClientInternalsTest : public ClientTest {
  protected:
   /// Uses one key server, which has responded to a probe already.

@@ -14,7 +14,7 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using namespace std::chrono_literals;
 
-/// A server that takes everything and never responds.
+/// A server that reads everything and never responds.
 void StaySilent(RawConnection& connection) {
   connection.WaitForEnd();
 }
