@@ -7,6 +7,7 @@
 
 namespace OruKalvix {
 
+/// Decrypt by a client whose servers work. The source is a protected file around kPlain, without a signature.
 class Decryption : public TestSupport::ServicesTest {
  protected:
   Decryption() : target(scratch.File("opened")) { Protect(kPlain); }

@@ -8,6 +8,7 @@
 
 namespace OruKalvix {
 
+/// Encrypt by a client whose servers work, from a plain file to a target that does not exist yet.
 class Encryption : public TestSupport::ServicesTest {
  protected:
   Encryption() : source(scratch.Make("plain.txt", kPlain)), target(scratch.File("protected.bin")) {}

@@ -7,6 +7,7 @@
 
 namespace OruKalvix {
 
+/// Decrypt of content with signers that a test chooses, and what becomes of the proof of its origin.
 class Verification : public TestSupport::ServicesTest {
  protected:
   Verification() : target(scratch.File("opened")) { Protect({Signer()}); }
