@@ -16,7 +16,7 @@
 namespace OruGuiBase {
 namespace {
 
-/// Installs itself as the observer of the calling thread and records what it is told of. The destructor
+/// Installs itself as the observer of the calling thread and records its calls. The destructor
 /// installs the observer from before again.
 class Recorder final : public IThreadObserver {
  public:
