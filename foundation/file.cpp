@@ -47,9 +47,9 @@ AnsiStr DirectoryEntry::GetTail() const noexcept {
 Directory::Directory([[maybe_unused]] DirectoryType type) noexcept : DirectoryEntry(TemporaryDirectory()) {}
 
 std::uint32_t Directory::GetLongestName() const noexcept {
-  // 255 bytes is the limit of the common file systems. 16 is the smallest for which a shortened name is still
-  // a name: MakePrivateFile needs some characters before ".tmp". A smaller limit, or -1, is taken for an
-  // error of the file system.
+  // 255 bytes is the limit of the common file systems. A name shortened to 16 still has some characters
+  // before its
+  // ".tmp". A smaller limit is taken for an error of the file system, as is -1.
   constexpr long kCommon = 255;
   constexpr long kLeast = 16;
   const long limit = ::pathconf(path_.GetText(), _PC_NAME_MAX);
