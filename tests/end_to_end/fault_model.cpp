@@ -1,3 +1,5 @@
+// The table of faults and the rules of the sweep, written a second time and without the client, so that
+// two_faults_test.cpp can compare the client with them.
 #include "tests/end_to_end/fault_model.h"
 
 #include <algorithm>

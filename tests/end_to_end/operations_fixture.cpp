@@ -1,3 +1,5 @@
+// How the tests of named operations build arguments and look at results and servers. Used by
+// operations_test.cpp, operations_failures_test.cpp and the tests of the audit log.
 #include "tests/end_to_end/operations_fixture.h"
 
 #include <filesystem>

@@ -1,3 +1,4 @@
+// Replaces OpenSSL's allocator for the whole program, so that each block can be searched when it is freed.
 #include "tests/security/freed_memory_watch.h"
 
 #include <cstdlib>

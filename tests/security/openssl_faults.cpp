@@ -1,3 +1,4 @@
+// Makes a chosen function of OpenSSL fail. The linker sends the calls of the library here first (--wrap).
 #include "tests/security/openssl_faults.h"
 
 #include <openssl/cms.h>

@@ -1,3 +1,5 @@
+// Makes and reads CMS messages with OpenSSL's own functions: what our reader accepts must not depend on our
+// writer.
 #include "tests/support/messages.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The certificates and keys that nearly all tests share. Made once per process, since making keys takes long.
 #include "tests/support/pki.h"
 
 #include <gtest/gtest.h>

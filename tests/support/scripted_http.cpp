@@ -1,3 +1,5 @@
+// The test double of the transport: canned responses in order or by rule, and a record of each request. It
+// passes the contract test of the transports, as the one on libcurl does.
 #include "tests/support/scripted_http.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// Servers that work, without sockets: each response is computed from the request with the keys of Pki. Tests
+// of whole operations begin with it and replace the one response that they are about.
 #include "tests/support/scripted_services.h"
 
 #include <gtest/gtest.h>

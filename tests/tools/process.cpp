@@ -1,3 +1,5 @@
+// Starts the command as a user does, with pipes or a terminal, and collects its output. Spawned and not
+// forked: the tests' servers run on threads of this process.
 #include "tests/tools/process.h"
 
 #include <cerrno>

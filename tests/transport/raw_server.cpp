@@ -1,3 +1,5 @@
+// An HTTP server on sockets that leaves every byte to a test: servers that break the rules cannot be built
+// from one that keeps them.
 #include "tests/transport/raw_server.h"
 
 #include <algorithm>

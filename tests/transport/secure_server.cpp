@@ -1,3 +1,4 @@
+// A TLS server of OpenSSL for the tests of trust and client certificates.
 #include "tests/transport/secure_server.h"
 
 #include <csignal>
