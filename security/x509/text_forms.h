@@ -28,6 +28,7 @@ struct TextObject {
 /// base64 of every certificate does. In a string without a block everything has to be an object.
 class TextObjectReader {
  public:
+  /// What a call of Next() found.
   enum class Step { Object, End, Failure };
 
   explicit TextObjectReader(std::string_view text) noexcept;

@@ -9,6 +9,7 @@
 // alone. Nothing here calls the library.
 namespace TestSupport {
 
+/// The operations that are tried under faults.
 enum class Operation { Sign, Decrypt, ConfigGroup, AuditLog };
 
 /// How the visit to a key server with a fault ends.
@@ -20,11 +21,12 @@ enum class Visit {
   Unreachable,       ///< The probe fails; no token is fetched and no command is sent.
 };
 
+/// What a fault does to one operation.
 struct Effect {
   Visit visit = Visit::Responds;
   /// The message that is recorded.
   const char* message = "";
-  /// Whether that is all of it, and not its beginning.
+  /// Whether `message` is all of the recorded message and not only its beginning.
   bool isWhole = true;
 };
 

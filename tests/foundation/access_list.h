@@ -17,6 +17,7 @@ inline constexpr std::uint16_t kGroup = 0x04;
 inline constexpr std::uint16_t kMask = 0x10;
 inline constexpr std::uint16_t kOthers = 0x20;
 
+/// One entry of a list; only those of named users and groups have an id.
 struct AccessEntry {
   std::uint16_t tag;
   std::uint16_t permissions;

@@ -11,6 +11,7 @@ namespace OruGuiBase {
 /// The trace sink of the process while it lives; keeps all events. For one thread.
 class RecordingSink final : public OruGuiTrace::ITraceSink {
  public:
+  /// The arguments of one call of OnTrace.
   struct Event {
     std::uint32_t category;
     std::uint32_t level;

@@ -45,6 +45,7 @@ inline std::string Attribute(const std::string& oid, const std::string& values) 
   return Tlv(0x30, oid + Tlv(0x31, values));
 }
 
+/// A SignerInfo (RFC 5652, 5.3) whose every part a test can replace; its signature fits what was chosen.
 struct BuiltSigner {
   Identity identity = Signer();
   const char* digest = "SHA512";
@@ -86,6 +87,7 @@ struct BuiltSigner {
   }
 };
 
+/// A SignedData of built signers: for messages that OpenSSL does not write.
 struct BuiltMessage {
   std::string content;
   std::string typeOid = kDataOid;

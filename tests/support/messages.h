@@ -23,6 +23,7 @@ struct AttributeSpec {
   bool isText = true;  ///< UTF8String; otherwise OCTET STRING
 };
 
+/// One signer of a message that is to be made.
 struct SignerSpec {
   CryptStand::Identity identity;
   std::vector<AttributeSpec> attributes;

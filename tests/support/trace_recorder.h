@@ -9,6 +9,7 @@
 
 namespace TestSupport {
 
+/// The arguments of one call of OnTrace.
 struct TraceEvent {
   std::uint32_t category = 0;
   std::uint32_t level = 0;

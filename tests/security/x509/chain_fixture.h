@@ -58,6 +58,7 @@ struct Options {
   bool ignoreTime = false;
 };
 
+/// The result of VerifyChain, with the subjects of the chain that it filled.
 struct Outcome {
   int code = 0;
   std::string text;
