@@ -50,8 +50,8 @@ bool ContinuesACharacter(char byte) noexcept {
   return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
 }
 
-// As much of a group's name as fits into a file name beside `others` bytes and a number. Whole characters
-// only.
+// The first characters of a group's name, as many as fit into a file name besides `others` bytes and a
+// number.
 AnsiStr CutName(const AnsiStr& groupName, const Directory& place, std::uint32_t others) noexcept {
   constexpr std::uint32_t kNumber = 5;  // A blank and up to four digits, as GetNumbered adds them.
   const std::uint32_t most = place.GetLongestName() - others - kNumber;
@@ -64,10 +64,10 @@ AnsiStr CutName(const AnsiStr& groupName, const Directory& place, std::uint32_t 
 
 File NameLog(const AnsiStr& groupName) noexcept {
   const Directory place(DirectoryType::Temporary);
-  const AnsiStr before = "Audit Log ";
-  const AnsiStr behind = AnsiStr(" ") + TimeStamp() + ".csv";
-  const AnsiStr name = CutName(groupName, place, before.GetLength() + behind.GetLength());
-  return File(place, File::MakeName(before + name + behind));
+  const AnsiStr start = "Audit Log ";
+  const AnsiStr ending = AnsiStr(" ") + TimeStamp() + ".csv";
+  const AnsiStr name = CutName(groupName, place, start.GetLength() + ending.GetLength());
+  return File(place, File::MakeName(start + name + ending));
 }
 
 // Another thread may fetch a log of the same group in the same second. Its log has the name already, so a
