@@ -87,6 +87,21 @@ TEST_F(ReplayTest, PrefersARequestWithTheSameBody) {
   EXPECT_EQ(Send(*replay, "POST", "http://127.0.0.1:1/crypt/key/demo", R"({"id":3})"), "first");
 }
 
+// A client names the key server that it is at, which it has chosen at random.
+TEST_F(ReplayTest, ComparesBodiesWithoutTheKeyServer) {
+  const auto request = [](const std::string& server) {
+    return R"({"keyserver":")" + server + R"(","operation":"signRequest"})";
+  };
+  const char* const url = "http://127.0.0.1:1/crypt/authztoken/demo";
+  const auto replay = Load(
+      kStart + Line(1, "crypt", "POST", "/crypt/authztoken/demo", request("http://127.0.0.1:3"), "first") +
+      Line(2, "crypt", "POST", "/crypt/authztoken/demo", request("http://127.0.0.1:2"), "second") +
+      Line(3, "crypt", "POST", "/crypt/authztoken/demo", request(""), "third"));
+  EXPECT_EQ(Send(*replay, "POST", url, request("http://127.0.0.1:2")), "first");
+  EXPECT_EQ(Send(*replay, "POST", url, request("")), "second");
+  EXPECT_EQ(Send(*replay, "POST", url, request("http://127.0.0.1:3")), "third");
+}
+
 TEST_F(ReplayTest, RepeatsStatusAndListsAlone) {
   const auto replay = Load(kStart + Line(1, "0", "GET", "/status?17", "", "one") +
                            Line(2, "1", "GET", "/status?4", "", "two") +
@@ -177,11 +192,18 @@ class RecordedTest : public ReplayTest {
   void SetUp() override {
     const bool isReady = environment_.Start({.keyServers = 2, .arguments = {"--record", Path("recorded")}});
     ASSERT_TRUE(isReady) << environment_.GetError();
-    auto made = cryptcli::Client::Create({.service = environment_.GetService()});
+    auto made = MakeClient();
     ASSERT_TRUE(made.has_value()) << made.error().message;
     client_.emplace(*std::move(made));
     const auto secret = client_->Encrypt("demo", cryptcli::Source::FromMemory(kContent), Path("secret"));
     ASSERT_TRUE(secret.has_value()) << secret.error().message;
+  }
+  cryptcli::Result<cryptcli::Client> MakeClient() const {
+    return cryptcli::Client::Create({.service = environment_.GetService()});
+  }
+  void Control(const char* method, const char* path, const char* body = "") {
+    const auto changed = environment_.Control(method, path, body);
+    EXPECT_TRUE(changed) << path << ": " << changed.Describe();
   }
   /// A client of the recording, once the servers are gone.
   cryptcli::Result<cryptcli::Client> MakeReplaying() {
@@ -222,8 +244,7 @@ TEST_F(RecordedTest, FailsAsItFailedThere) {
 
 // As a customer meets it: the file is good, but the service does not know the certificate that signed it.
 TEST_F(RecordedTest, RefusesAnOriginAsThere) {
-  const auto changed = environment_.Control("PUT", "/stand/v1/lists", R"({"integrity":"without-ours"})");
-  ASSERT_TRUE(changed) << changed.Describe();
+  Control("PUT", "/stand/v1/lists", R"({"integrity":"without-ours"})");
   const auto there = client_->Decrypt("demo", Path("secret"), Path("opened"));
   ASSERT_FALSE(there.has_value());
   EXPECT_EQ(there.error().code, cryptcli::Status::OriginNotProven);
@@ -235,10 +256,28 @@ TEST_F(RecordedTest, RefusesAnOriginAsThere) {
   EXPECT_EQ(here.error().message, there.error().message);
 }
 
+// However often, and whichever key server the client chooses. Where they were recorded, it was one for each.
+TEST_F(RecordedTest, RepeatsOperationsInTheirOrder) {
+  Control("POST", "/stand/v1/faults", R"({"server":"0","fault":"down"})");
+  ASSERT_TRUE(MakeClient()->Decrypt("demo", Path("secret"), Path("opened")).has_value());
+  Control("DELETE", "/stand/v1/faults");
+  Control("POST", "/stand/v1/faults", R"({"server":"1","fault":"down"})");
+  Control("PUT", "/stand/v1/lists", R"({"integrity":"without-ours"})");
+  ASSERT_FALSE(MakeClient()->Decrypt("demo", Path("secret"), Path("refused")).has_value());
+  for (int i = 0; i < 20; ++i) {
+    const auto client = MakeReplaying();
+    ASSERT_TRUE(client.has_value()) << client.error().message;
+    std::string opened;
+    const auto first = client->Decrypt("demo", Path("secret"), cryptcli::Target::ToMemory(opened));
+    ASSERT_TRUE(first.has_value()) << i << ": " << first.error().message;
+    const auto second = client->Decrypt("demo", Path("secret"), cryptcli::Target::ToMemory(opened));
+    ASSERT_FALSE(second.has_value()) << i;
+    ASSERT_EQ(second.error().code, cryptcli::Status::OriginNotProven) << second.error().message;
+  }
+}
+
 TEST_F(RecordedTest, FailsOverAsThere) {
-  const auto changed = environment_.Control("POST", "/stand/v1/faults",
-                                            R"({"server":"all","fault":"error-code","number":619})");
-  ASSERT_TRUE(changed) << changed.Describe();
+  Control("POST", "/stand/v1/faults", R"({"server":"all","fault":"error-code","number":619})");
   const auto there = client_->Decrypt("demo", Path("secret"), Path("opened"));
   ASSERT_FALSE(there.has_value());
   EXPECT_EQ(there.error().attempts.size(), 2U);
