@@ -74,6 +74,21 @@ def test_equal_requests_get_their_responses_in_order(tmp_path: Path) -> None:
     )
 
 
+def test_the_key_server_in_a_body_is_not_compared(tmp_path: Path) -> None:
+    """A client names the key server that it is at, which it has chosen at random."""
+
+    def request(server: str) -> str:
+        return json.dumps({"keyserver": server, "operation": "signRequest"})
+
+    path, url = "/crypt/authztoken/demo", "http://127.0.0.1:1/crypt/authztoken/demo"
+    responses = [("http://127.0.0.1:3", "first"), ("http://127.0.0.1:2", "second"), ("", "third")]
+    lines = [line("crypt", "POST", path, request(server), response) for server, response in responses]
+    replay = Replay(write(tmp_path / "file", START, *lines))
+    assert send(replay, "POST", url, request("http://127.0.0.1:2")) == b"first"
+    assert send(replay, "POST", url, request("")) == b"second"
+    assert send(replay, "POST", url, request("http://127.0.0.1:3")) == b"third"
+
+
 def test_status_and_lists_are_repeated(tmp_path: Path) -> None:
     replay = Replay(write(tmp_path / "file", START, STATUS, line("crypt", "GET", "/crypt/key/demo", "", "key")))
     for _ in range(3):
@@ -180,6 +195,29 @@ def test_an_origin_is_refused_as_there(tmp_path: Path) -> None:
     assert str(here.value) == str(there.value)
     assert here.value.report == there.value.report
     assert not opened.exists()
+
+
+def test_operations_are_repeated_in_their_order(tmp_path: Path) -> None:
+    """However often, and whichever key server the client chooses. Where they were recorded, it was one for each."""
+    secret = io.BytesIO()
+
+    def decrypt(service: str, **options: Any) -> None:
+        with cryptcli.Client(service, **options) as client:
+            client.decrypt("demo", io.BytesIO(secret.getvalue()), io.BytesIO())
+
+    with Environment(key_servers=2, arguments=["--record", str(tmp_path / "recorded")]) as environment:
+        with cryptcli.Client(environment.service) as client:
+            client.encrypt("demo", io.BytesIO(CONTENT), secret)
+        with environment.fault(0, "down"):
+            decrypt(environment.service)
+        environment.control("PUT", "/stand/v1/lists", {"integrity": "without-ours"})
+        with environment.fault(1, "down"), pytest.raises(cryptcli.OriginNotProven):
+            decrypt(environment.service)
+    for _ in range(20):
+        replay = Replay(tmp_path / "recorded")
+        decrypt(replay.service, transport=replay)
+        with pytest.raises(cryptcli.OriginNotProven):
+            decrypt(replay.service, transport=replay)
 
 
 def test_a_killed_program_leaves_whole_lines(tmp_path: Path) -> None:
