@@ -44,7 +44,10 @@ class ReplayTest : public testing::Test {
     std::ofstream(Path("recording")) << text;
     return Path("recording");
   }
-  cryptcli::Result<Replay> Load(const std::string& text) const { return Replay::Load(Write(text)); }
+  cryptcli::Result<Replay> Load(const std::string& text,
+                                const cryptstand::ReplayOptions& options = {}) const {
+    return Replay::Load(Write(text), options);
+  }
   /// The body of the response, or the reason why there is none.
   static std::string Send(const Replay& replay, std::string_view method, std::string_view url,
                           std::string_view body = "") {
@@ -159,6 +162,36 @@ TEST_F(ReplayTest, ReadsARecordingThatWasContinuedAfterACrash) {
   ASSERT_TRUE(replay.has_value()) << replay.error().message;
   EXPECT_EQ(replay->CountUnused(), 2U);
   EXPECT_EQ(replay->GetService(), "http://127.0.0.1:1/");
+}
+
+TEST_F(ReplayTest, BeginsAfterANumber) {
+  const std::string lines = kStart + Line(1, "0", "POST", "/rest/json", "{}", "first") +
+                            Line(3, "0", "POST", "/rest/json", "{}", "second") +
+                            Line(4, "0", "POST", "/rest/json", "{}", "third");
+  for (const std::int64_t after : {1, 2}) {
+    const auto replay = Load(lines, {.after = after});
+    ASSERT_TRUE(replay.has_value()) << replay.error().message;
+    EXPECT_EQ(replay->CountUnused(), 2U);
+    EXPECT_EQ(Send(*replay, "POST", "http://127.0.0.1:2/rest/json", "{}"), "second");
+  }
+  EXPECT_EQ(Load(lines, {.after = 4})->CountUnused(), 0U);
+}
+
+TEST_F(ReplayTest, CountsTheNumberToBeginAfterInTheLastStart) {
+  std::string later = kStart;
+  later.replace(later.find(":1/"), 3, ":7/");
+  const auto line = [](int number, const char* room) {
+    return Line(number, "crypt", "GET", "/crypt/key/demo", "", room);
+  };
+  const auto replay =
+      Load(kStart + line(1, "a") + line(2, "b") + line(3, "c") + later + line(1, "d") + line(2, "e"),
+           {.after = 1});
+  ASSERT_TRUE(replay.has_value()) << replay.error().message;
+  EXPECT_EQ(replay->GetService(), "http://127.0.0.1:7/");
+  EXPECT_EQ(replay->CountUnused(), 1U);
+  EXPECT_EQ(Send(*replay, "GET", "http://127.0.0.1:7/crypt/key/demo"), "e");
+  EXPECT_THAT(Send(*replay, "GET", "http://127.0.0.1:1/crypt/key/demo"),
+              EndsWith("that it does not name, and no other exchange"));
 }
 
 TEST_F(ReplayTest, RefusesWhatIsNoRecording) {
