@@ -24,9 +24,11 @@ START: Dict[str, Any] = {
 }
 
 
-def line(server: str, method: str, target: str, request: str, response: str, **members: Any) -> Dict[str, Any]:
+def line(
+    server: str, method: str, target: str, request: str, response: str, number: int = 7, **members: Any
+) -> Dict[str, Any]:
     return {
-        "number": 7,
+        "number": number,
         "server": server,
         "method": method,
         "target": target,
@@ -121,6 +123,29 @@ def test_a_recording_may_end_inside_a_line(tmp_path: Path) -> None:
     path.write_text(path.read_text() + torn)
     replay = Replay(path)
     assert (replay.unused, replay.service) == (2, START["service"])
+
+
+@pytest.mark.parametrize("after", [1, 2])
+def test_a_replay_begins_after_a_number(tmp_path: Path, after: int) -> None:
+    lines = [line("0", "POST", "/rest/json", "{}", f"response {number}", number) for number in (1, 3, 4)]
+    path = write(tmp_path / "file", START, *lines)
+    replay = Replay(path, after=after)
+    assert replay.unused == 2
+    assert send(replay, "POST", "http://127.0.0.1:2/rest/json", "{}") == b"response 3"
+    assert Replay(path, after=4).unused == 0
+
+
+def test_the_number_to_begin_after_counts_in_the_last_start(tmp_path: Path) -> None:
+    def room(number: int, response: str) -> Dict[str, Any]:
+        return line("crypt", "GET", "/crypt/key/demo", "", response, number)
+
+    later = {**START, "service": "http://127.0.0.1:7/"}
+    lines = [START, room(1, "a"), room(2, "b"), room(3, "c"), later, room(1, "d"), room(2, "e")]
+    replay = Replay(write(tmp_path / "file", *lines), after=1)
+    assert (replay.service, replay.unused) == ("http://127.0.0.1:7/", 1)
+    assert send(replay, "GET", "http://127.0.0.1:7/crypt/key/demo") == b"e"
+    with pytest.raises(NotRecorded, match="that it does not name, and no other exchange$"):
+        send(replay, "GET", "http://127.0.0.1:1/crypt/key/demo")
 
 
 @pytest.mark.parametrize(
@@ -218,6 +243,23 @@ def test_operations_are_repeated_in_their_order(tmp_path: Path) -> None:
         decrypt(replay.service, transport=replay)
         with pytest.raises(cryptcli.OriginNotProven):
             decrypt(replay.service, transport=replay)
+
+
+def test_a_late_failure_is_replayed_alone(tmp_path: Path) -> None:
+    secret = io.BytesIO()
+    with Environment(arguments=["--record", str(tmp_path / "recorded")]) as environment:
+        with cryptcli.Client(environment.service) as client:
+            client.encrypt("demo", io.BytesIO(CONTENT), secret)
+            client.decrypt("demo", io.BytesIO(secret.getvalue()), io.BytesIO())
+            last = environment.control("GET", "/stand/v1/events?limit=1")["events"][0]["number"]
+            environment.control("PUT", "/stand/v1/lists", {"integrity": "without-ours"})
+            with pytest.raises(cryptcli.OriginNotProven):
+                client.decrypt("demo", io.BytesIO(secret.getvalue()), io.BytesIO())
+    replay = Replay(tmp_path / "recorded", after=last)
+    with cryptcli.Client(replay.service, transport=replay) as client:
+        with pytest.raises(cryptcli.OriginNotProven):
+            client.decrypt("demo", io.BytesIO(secret.getvalue()), io.BytesIO())
+    assert replay.unused == 0
 
 
 def test_a_killed_program_leaves_whole_lines(tmp_path: Path) -> None:

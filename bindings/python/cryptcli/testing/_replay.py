@@ -72,15 +72,21 @@ class Replay:
     and operations on keys replay to the same end. Protecting a file does not: its signature covers the time of signing.
     """
 
-    def __init__(self, path: AnyPath) -> None:
-        """Reads the recording. Raises OSError, or NoRecording. A last line that is not whole is left out."""
-        #: The URL of the crypt service that was recorded; a client needs it.
+    def __init__(self, path: AnyPath, *, after: Optional[int] = None) -> None:
+        """Reads the recording. Raises OSError, or NoRecording. A last line that is not whole is left out.
+
+        after  only exchanges with greater numbers than this, for a failure late in a recording. The log of events has
+               the same numbers; they begin at 1 with each start of the program, and this one counts in the last start.
+               All exchanges of all starts if it is None
+        """
+        #: The URL of the crypt service that was recorded; a client needs it. That of the first start, unless `after`
+        #: chose the last one.
         self.service = ""
         self.key_servers: Tuple[str, ...] = ()
         self._servers: List[Tuple[str, bool]] = []
         self._exchanges: List[_Exchange] = []
         self._lock = threading.Lock()
-        self._read(path)
+        self._read(path, after)
 
     @property
     def unused(self) -> int:
@@ -102,13 +108,15 @@ class Replay:
             raise ConnectionError("The recorded response was cut off")
         return found.response
 
-    def _read(self, path: AnyPath) -> None:
+    def _read(self, path: AnyPath, after: Optional[int]) -> None:
         torn: Optional[str] = None
         with open(path, "rb") as file:
             # Not splitlines(): a JSON string may contain what ends a line elsewhere.
             for number, text in enumerate(file, 1):
                 line = _parse(text)
                 if line is not None and "recording" in line:
+                    if after is not None:  # numbers begin again with each start
+                        self._servers, self._exchanges = [], []
                     self._start(line)
                     torn = None
                     continue
@@ -117,7 +125,8 @@ class Replay:
                 exchange = _read_exchange(line) if line is not None and self._servers else None
                 # A line that is not whole is the last one, or the last one before the program was started again.
                 if exchange is not None:
-                    self._exchanges.append(exchange)
+                    if after is None or exchange.number > after:
+                        self._exchanges.append(exchange)
                 elif not self._servers or text.endswith(b"\n"):
                     torn = f"line {number} is not that of a recording"
         if torn is not None or not self._servers:
