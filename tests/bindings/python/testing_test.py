@@ -11,6 +11,7 @@ import ssl
 import stat
 import subprocess
 import sys
+import textwrap
 import threading
 import time
 from pathlib import Path
@@ -19,17 +20,11 @@ from urllib.parse import urlsplit
 
 import cryptcli
 import pytest
-from cryptcli.testing import ControlError, Environment, NotStarted
+from cryptcli.testing import ControlError, Environment, NotStarted, plugin
 
+SOURCE = Path(__file__).resolve().parents[3]
 # The tests of another project, which share no files with ours.
-CONFTEST = """
-import pytest
-pytest_plugins = ["cryptcli.testing.plugin"]
-
-@pytest.fixture(scope="session")
-def cryptstand_options():
-    return {"key_servers": 1, "rooms": ["mine"]}
-"""
+CONFTEST = (SOURCE / "tests" / "install" / "stand_consumer" / "conftest.py").read_text()
 UPLOAD_TEST = """
 import io
 import cryptcli
@@ -256,6 +251,12 @@ def test_the_program_ends_with_a_test_that_crashes(tmp_path: Path) -> None:
     while accepts(run.stdout.strip()):
         assert time.monotonic() < deadline
         time.sleep(0.01)
+
+
+def test_other_arguments_are_documented_as_tested() -> None:
+    fixture = CONFTEST[CONFTEST.index("@pytest.fixture") :]
+    assert fixture in (SOURCE / "docs" / "stand-in-tests.md").read_text()
+    assert textwrap.indent(fixture, "    ") in str(plugin.__doc__)
 
 
 def test_the_plugin_gives_one_environment_to_all_tests(tmp_path: Path) -> None:

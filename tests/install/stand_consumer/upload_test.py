@@ -7,6 +7,7 @@ from cryptcli.testing import Environment
 
 
 def test_protects_the_file(cryptstand: Environment) -> None:
+    assert cryptstand.room == "mine" and len(cryptstand.key_servers) == 1  # as conftest.py asks for
     secret, opened = io.BytesIO(), io.BytesIO()
     with cryptcli.Client(cryptstand.service) as client:
         client.encrypt(cryptstand.room, io.BytesIO(b"bytes"), secret)

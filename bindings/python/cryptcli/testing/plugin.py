@@ -9,6 +9,12 @@ start, whatever the tests before have done to it:
         with cryptcli.Client(cryptstand_reset.service) as client:
             client.encrypt(cryptstand_reset.room, ...)
 
+Other arguments for Environment come from a fixture in conftest.py. Without this scope, pytest refuses it:
+
+    @pytest.fixture(scope="session")
+    def cryptstand_options():
+        return {"key_servers": 1, "rooms": ["mine"]}
+
 It is not loaded by itself, since it would load the library in every run of pytest, whatever is tested there.
 """
 
@@ -23,7 +29,7 @@ from . import Environment
 
 @pytest.fixture(scope="session")
 def cryptstand_options() -> Dict[str, Any]:
-    """The arguments of Environment. A conftest.py overrides it: `return {"rooms": ["mine"]}`."""
+    """The arguments of Environment. A conftest.py overrides it, with the same scope, as above."""
     return {}
 
 
