@@ -52,6 +52,36 @@ KVMap ServerObject(Environment& environment, int server) {
   return object;
 }
 
+Val PathVal(const std::string& path) {
+  return path.empty() ? Val() : TextVal(path);
+}
+
+// What a command needs besides the address. Of required headers the names alone: the values are credentials,
+// and anybody may read the state.
+void SetClientNeeds(KVMap& state, Environment& environment) {
+  const Servers& servers = environment.GetServers();
+  const ClientFiles files = servers.GetClientFiles();
+  std::vector<std::string> headers;
+  for (const auto& [name, value] : environment.GetRealm().settings.GetRequiredHeaders()) {
+    headers.push_back(name);
+  }
+  state.Set("tls", Val(servers.HasTls()));
+  state.Set("caFile", PathVal(files.authority));
+  state.Set("asksForCertificate", Val(servers.AsksForCertificates()));
+  state.Set("clientCertificate", PathVal(files.certificate));
+  state.Set("clientKey", PathVal(files.key));
+  state.Set("requiredHeaders", TextsVal(headers));
+}
+
+// What passed through it has a resource of its own.
+Val ProxyVal(const Servers& servers) {
+  if (servers.GetProxy() == nullptr) return {};
+  KVMap object;
+  object.Set("url", TextVal(servers.GetUrl(kProxy)));
+  object.Set("up", Val(servers.IsUp(kProxy)));
+  return Val(object);
+}
+
 HttpReply ServeState(ControlCall& call) {
   Environment& environment = call.environment;
   OruGuiBase::Array<Val> servers;
@@ -68,7 +98,8 @@ HttpReply ServeState(ControlCall& call) {
   state.Set("lists", ListsVal(environment));
   state.Set("settings", SettingsVal(environment));
   state.Set("seed", seed.has_value() ? CountVal(*seed) : Val());
-  state.Set("tls", Val(environment.GetServers().HasTls()));
+  SetClientNeeds(state, environment);
+  state.Set("proxy", ProxyVal(environment.GetServers()));
   state.Set("lastEvent", CountVal(call.GetRealm().log.Get({.limit = 1}).last));
   return JsonReply(state);
 }

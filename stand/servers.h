@@ -7,6 +7,13 @@
 
 namespace CryptStand {
 
+/// Where a client finds what it needs for TLS: absolute paths, each empty if there is no such file.
+struct ClientFiles {
+  std::string authority;    ///< The servers' authority.
+  std::string certificate;  ///< Of the client that was made.
+  std::string key;
+};
+
 /// The listening servers of a test environment, by the index of the key server or kCryptService. Safe for any
 /// number of threads.
 class Servers {
@@ -23,6 +30,9 @@ class Servers {
   virtual void Down(int server) = 0;
 
   virtual bool HasTls() const = 0;
+  /// Whether clients have to show a certificate.
+  virtual bool AsksForCertificates() const = 0;
+  virtual ClientFiles GetClientFiles() const = 0;
   /// Shows another certificate from the next connection on, and ends the connections that there are. False if
   /// the servers do not speak TLS.
   virtual bool Show(int server, ServerCertificate type) = 0;

@@ -2,6 +2,7 @@
 // control.cpp offers scripts.
 #include "stand/stand.h"
 
+#include <filesystem>
 #include <openssl/crypto.h>
 
 #include "stand/control.h"
@@ -83,6 +84,8 @@ class Stand::Impl : public Servers {
   void Down(int server) override { server == kProxy ? proxy->Down() : At(server).Down(); }
   ForwardProxy* GetProxy() const override { return proxy.get(); }
   bool HasTls() const override { return options.tls; }
+  bool AsksForCertificates() const override { return !options.clientCa.empty(); }
+  ClientFiles GetClientFiles() const override;
   bool Show(int server, ServerCertificate type) override;
 
   const Options options;
@@ -171,6 +174,17 @@ bool Stand::Impl::Show(int server, ServerCertificate type) {
   if (!options.tls || server == kProxy) return false;
   if (tls.Show(server, type)) At(server).EndConnections();
   return true;
+}
+
+ClientFiles Stand::Impl::GetClientFiles() const {
+  if (!options.tls || options.folder.empty()) return {};
+  std::error_code error;
+  const std::string folder = std::filesystem::absolute(options.folder, error).string();
+  if (error) return {};
+  const bool isMade = options.clientCa == kMakeClientCa;
+  return {.authority = folder + kAuthorityFile,
+          .certificate = isMade ? folder + "/client.pem" : "",
+          .key = isMade ? folder + "/client.key" : ""};
 }
 
 // No client can connect to an address that stands for all of them.

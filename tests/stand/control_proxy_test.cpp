@@ -38,6 +38,17 @@ TEST_F(ControlProxyTest, IsTakenDownAndBroughtUp) {
   EXPECT_EQ(ReadBool(Read("proxy"), "up"), true);
 }
 
+TEST_F(ControlTest, ShowsInTheStateThatThereIsNoProxy) {
+  EXPECT_FALSE(ReadMap(Read("state"), "proxy").has_value());
+}
+
+TEST_F(ControlProxyTest, IsPartOfTheState) {
+  ASSERT_TRUE(stand_.SetFault(kProxy, {.type = FaultType::Down}));
+  const KVMap proxy = ReadMap(Read("state"), "proxy").value_or(KVMap());
+  EXPECT_EQ(ReadText(proxy, "url"), stand_.GetProxyUrl());
+  EXPECT_EQ(ReadBool(proxy, "up"), false);
+}
+
 TEST_F(ControlProxyTest, RefusesFaultsThatItDoesNotKnow) {
   const Reply reply = Change("POST", "faults", R"({"server":"proxy","fault":"bad-signature"})");
   EXPECT_EQ(reply.status, 400);

@@ -136,6 +136,8 @@ TEST_F(ControlTest, ShowsTheState) {
   EXPECT_EQ(Maps(state, "faults").size(), 1U);
   EXPECT_EQ(ReadInteger(state, "lastEvent"), 1);
   EXPECT_EQ(ReadBool(state, "tls"), false);
+  EXPECT_EQ(ReadBool(state, "asksForCertificate"), false);
+  EXPECT_EQ(ReadText(state, "caFile"), std::nullopt);
 }
 
 class ControlAccessTest : public ControlTest {

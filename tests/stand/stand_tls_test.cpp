@@ -238,6 +238,25 @@ TEST(StandTlsFolderTest, WritesItsCertificatesAndKeepsThem) {
   EXPECT_EQ(FileMode(options.folder + "/server-ca.pem"), 0644U);
 }
 
+// The page suggests commands with it. Anybody may read the state, so it has no value of a required header.
+TEST(StandTlsFolderTest, ShowsInTheStateWhatClientsNeed) {
+  const Folder folder;
+  Options options = TlsOptions("make");
+  options.folder = folder.Path("state");
+  options.requiredHeaders = {"X-Tenant: 7"};
+  Stand stand(options);
+  std::string error;
+  ASSERT_TRUE(stand.Start(error)) << error;
+  const Identity client = stand.GetClient();
+  Peer peer({stand.GetServerAuthority(), client.certificate.ToPEM(), client.key.ToPEM()});
+  const KVMap state = peer.Send("GET", stand.GetServiceUrl() + "stand/v1/state").Object();
+  EXPECT_EQ(ReadBool(state, "asksForCertificate"), true);
+  EXPECT_EQ(ReadText(state, "caFile"), options.folder + "/server-ca.pem");
+  EXPECT_EQ(ReadText(state, "clientCertificate"), options.folder + "/client.pem");
+  EXPECT_EQ(ReadText(state, "clientKey"), options.folder + "/client.key");
+  EXPECT_EQ(ReadTexts(state, "requiredHeaders"), std::vector<std::string>{"X-Tenant"});
+}
+
 TEST(StandTlsFolderTest, AsksForCertificatesOfAuthoritiesInAFile) {
   const Folder folder;
   const Identity authority = Identity::MakeRoot(CertSpec::Authority("Ours"), KeyPair::MakeEC());
