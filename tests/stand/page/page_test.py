@@ -253,6 +253,12 @@ class TestLog:
             page.wait(lambda: len(exchanges(page)) == len(environment.call("GET", "events")["events"]))
 
 
+def test_reset_says_what_it_keeps(page: Page) -> None:
+    page.press("Reset …")
+    said = page.text("#dialog-about")
+    assert "the rooms and keys of the start" in said and "no room has a key" not in said
+
+
 def test_reset_goes_back_to_the_start(page: Page, command: Command) -> None:
     assert command.protect().returncode == 0
     page.submit("New room …", {"Room": "drawings"})
