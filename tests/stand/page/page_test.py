@@ -124,6 +124,21 @@ def test_a_fault_ends_after_its_uses(page: Page, environment: Environment) -> No
     assert [row[5] for row in exchanges(page)] == ["502", "502"]
 
 
+class TestSwitch:
+    @pytest.mark.parametrize("fault, label, is_on", [
+        ({"fault": "slow", "number": 20}, "Slow by 1 s", False),
+        ({"fault": "slow", "number": 1000}, "Slow by 1 s", True),
+        ({"fault": "status", "number": 404}, "Status 503", False),
+        ({"fault": "status"}, "Status 503", True),
+    ])
+    def test_is_on_for_what_it_says(
+        self, page: Page, environment: Environment, fault: dict[str, object], label: str, is_on: bool
+    ) -> None:
+        environment.call("POST", "faults", {"server": "0", **fault})
+        page.wait(lambda: page.row("Faults set", str(fault["fault"])))
+        assert page.is_on(f"Key server 0: {label}") == is_on
+
+
 class TestForm:
     def test_asks_for_what_the_fault_uses(self, page: Page) -> None:
         page.press("Set a fault …")
