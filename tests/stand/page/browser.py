@@ -38,6 +38,7 @@ def start(certificate_for: Optional[str] = None) -> webdriver.Chrome:
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
     driver = webdriver.Chrome(service=Service(os.environ["CHROMEDRIVER"]), options=options)
     driver.set_window_size(1200, 1300)
+    driver.set_page_load_timeout(SECONDS)
     return driver
 
 
@@ -61,6 +62,7 @@ class Page:
     def use(self) -> None:
         """Makes the tab the one that is shown."""
         self.driver.switch_to.window(self._handle)
+        self.cdp("Page.bringToFront")
 
     def close(self) -> None:
         self.use()

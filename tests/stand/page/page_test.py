@@ -306,6 +306,24 @@ def test_the_page_comes_back_after_a_restart(tab: Page) -> None:
         tab.turn("Key server 0 up", False)
 
 
+class TestHiddenTab:
+    def test_needs_no_connection(self, driver: webdriver.Chrome, environment: Environment) -> None:
+        """Browsers open six connections to a server, for all tabs together."""
+        tabs: list[Page] = []
+        try:
+            for _ in range(8):
+                tabs.append(Page(driver))
+                tabs[-1].open(environment.page)
+            tabs[-1].turn("Key server 0 up", False)
+            tabs[0].use()
+            tabs[0].wait(lambda: not tabs[0].is_on("Key server 0 up"))
+            assert tabs[0].text("#connection") == "Live"
+            assert [tab.findings() for tab in tabs[:1]] == [[]]
+        finally:
+            for tab in tabs:
+                tab.close()
+
+
 class TestKeyboard:
     def tab_to(self, page: Page, name: str) -> None:
         """Presses the tabulator until the control with this name has the focus, as somebody without a mouse does."""
