@@ -299,10 +299,13 @@ def test_the_page_comes_back_after_a_restart(tab: Page) -> None:
     options = ["--port", str(free_port()), "--control-token", "0123456789abcdef" * 2]
     with Environment(arguments=options) as environment:
         tab.open(environment.page)
+        environment.get("crypt/key/demo")
+        tab.wait(lambda: len(exchanges(tab)) == 1)
         environment.crash()
         tab.wait(lambda: "No connection" in tab.text("#connection"))
         environment.restart()
         tab.wait(lambda: tab.text("#connection") == "Live")
+        assert exchanges(tab) == []  # those of another run
         tab.turn("Key server 0 up", False)
 
 
@@ -322,6 +325,22 @@ class TestHiddenTab:
         finally:
             for tab in tabs:
                 tab.close()
+
+    def test_catches_up_and_keeps_notes_and_details(self, page: Page, environment: Environment) -> None:
+        page.turn("Key server 0 up", False)
+        environment.get("crypt/key/demo")
+        page.wait(lambda: len(exchanges(page)) == 1)
+        page.driver.find_element(By.CSS_SELECTOR, ".open").click()
+        page.wait(lambda: "Response" in page.text(".detail"))
+        other = Page(page.driver)
+        environment.get("crypt/key/elsewhere")
+        page.run("return 0")
+        other.close()
+        page.use()
+        page.wait(lambda: len(exchanges(page)) == 2)
+        page.wait(lambda: page.text("#connection") == "Live")
+        assert [row[1] for row in page.log() if len(row) == 2] == ["Key server 0 went down"]
+        assert "Response" in page.text(".detail")
 
 
 class TestKeyboard:
