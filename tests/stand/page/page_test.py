@@ -343,6 +343,37 @@ class TestHiddenTab:
         assert "Response" in page.text(".detail")
 
 
+class TestMessage:
+    @pytest.fixture
+    def refused(self, tab: Page, environment: Environment) -> Page:
+        """The page with an error, which stays until there is something else to say."""
+        tab.expects_refusals = True
+        tab.open(environment.service + "#token=wrong")
+        tab.wait(lambda: "not the control token" in tab.text("#status"))
+        return tab
+
+    def test_covers_no_control(self, refused: Page) -> None:
+        script = """
+            const { left, top, width, height } = document.querySelector('#status').getBoundingClientRect();
+            return document.elementFromPoint(left + width / 2, top + height / 2).closest('main, body > footer') !== null;"""
+        refused.run("document.querySelector('main').style.minHeight = '3000px'")
+        assert refused.run(script)
+
+    def test_is_dismissed_and_gives_the_focus_back(self, refused: Page) -> None:
+        refused.driver.find_element(By.ID, "filter-text").click()
+        refused.driver.find_element(By.ID, "token").send_keys("wrong again", Keys.ENTER)
+        refused.wait(lambda: "not the control token" in refused.text("#status"))
+        focused = refused.driver.switch_to.active_element
+        refused.button("Dismiss the message").send_keys(Keys.ENTER)
+        refused.wait(lambda: refused.text("#status") == "")
+        assert not refused.button("Dismiss the message").is_displayed()
+        assert refused.driver.switch_to.active_element == focused
+
+    def test_is_dismissed_with_escape(self, refused: Page) -> None:
+        refused.driver.find_element(By.TAG_NAME, "body").send_keys(Keys.ESCAPE)
+        refused.wait(lambda: refused.text("#status") == "")
+
+
 class TestKeyboard:
     def tab_to(self, page: Page, name: str) -> None:
         """Presses the tabulator until the control with this name has the focus, as somebody without a mouse does."""
