@@ -46,10 +46,11 @@ return found;
 @pytest.fixture
 def busy(page: Page, command: Command, environment: Environment) -> Page:
     """The page with something in each of its parts: faults, a server that is down, an exchange that is open."""
-    assert command.protect().returncode == 0
+    assert command.protect("demo", "--proxy", environment.proxy).returncode == 0
     environment.call("POST", "faults", {"server": "1", "fault": "status", "operation": "status"})
     environment.call("POST", "faults", {"server": "2", "fault": "down"})
     environment.call("POST", "rooms", {"room": "demo", "certificate": "expired"})
+    environment.call("POST", "faults", {"server": "proxy", "fault": "slow", "number": 1, "operation": "CONNECT"})
     environment.call("PUT", "lists", {"truststore": "something else"})
     environment.get("crypt/key/nowhere")
     page.wait(lambda: not page.is_on("Key server 2 up") and "replaced" in page.text("#lists"))

@@ -22,7 +22,7 @@ def driver() -> Iterator[webdriver.Chrome]:
 
 @pytest.fixture(scope="session")
 def running() -> Iterator[Environment]:
-    with Environment() as made:
+    with Environment(arguments=["--proxy", "0"]) as made:
         yield made
 
 

@@ -42,6 +42,11 @@ class Environment(cryptcli.testing.Environment):
         """The address of the page, with the token, as the program prints it."""
         return str(self._member("page"))
 
+    @property
+    def proxy(self) -> str:
+        """The URL of the proxy that --proxy starts."""
+        return str(self._member("proxy"))
+
     def call(self, method: str, path: str, body: Optional[Any] = None) -> Any:
         """Asks the control interface, past the page."""
         return self.control(method, "/stand/v1/" + path, body)

@@ -374,6 +374,37 @@ class TestMessage:
         refused.wait(lambda: refused.text("#status") == "")
 
 
+class TestProxy:
+    def test_is_left_out_where_there_is_none(self, tab: Page) -> None:
+        with Environment() as environment:
+            tab.open(environment.page)
+            assert tab.row("Servers", "Crypt service") and not tab.row("Servers", "Proxy")
+            assert not tab.driver.find_element(By.ID, "proxy").is_displayed()
+            tab.driver.get("about:blank")  # follows no server that stops
+
+    def test_shows_what_passed(self, page: Page, environment: Environment, command: Command) -> None:
+        assert "No tunnels" in page.text("#proxy")
+        assert command.protect("demo", "--proxy", environment.proxy).returncode == 0
+        row = page.wait(lambda: page.row("Tunnels and requests through the proxy", ""))
+        assert "127.0.0.1:" in row and "200" in row
+        page.press("Clear the proxy’s records")
+        page.wait(lambda: "No tunnels" in page.text("#proxy"))
+        assert environment.call("GET", "proxy")["records"] == []
+
+    def test_refuses_by_a_switch(self, page: Page, environment: Environment, command: Command) -> None:
+        page.turn("Proxy: Status 503", True)
+        assert "Proxy" in page.row("Faults set", "status")
+        assert command.protect("demo", "--proxy", environment.proxy).returncode != 0
+        page.wait(lambda: "503" in page.row("Tunnels and requests through the proxy", ""))
+
+    def test_that_is_down_is_among_the_faults(self, page: Page) -> None:
+        page.turn("Proxy up", False)
+        assert "Proxy" in page.row("Faults set", "down")
+        assert [row[1] for row in page.log()] == ["Proxy went down"]
+        page.press("Clear Proxy: fault “down”")
+        page.wait(lambda: page.is_on("Proxy up"))
+
+
 class TestKeyboard:
     def tab_to(self, page: Page, name: str) -> None:
         """Presses the tabulator until the control with this name has the focus, as somebody without a mouse does."""
