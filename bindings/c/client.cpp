@@ -45,6 +45,17 @@ cryptcli_status ReadPassword(const std::string& path, AnsiStr& password, cryptcl
   return CRYPTCLI_OK;
 }
 
+// By the rule for the service's URL: no later attempt reaches a proxy of another type, and a password in the
+// URL would get into messages and logs. Without the reason's own first words.
+cryptcli_status CheckProxy(const AnsiStr& url, cryptcli_error** error) {
+  OruKalvix::UrlParts parts;
+  AnsiStr reason;
+  if (url.IsEmpty() || OruKalvix::ParseUrl(url, parts, reason)) return CRYPTCLI_OK;
+  const std::string text = ToString(reason);
+  return Fail(error, CRYPTCLI_INVALID_ARGUMENT,
+              "Invalid URL of the proxy: " + text.substr(text.find(": ") + 2));
+}
+
 cryptcli_status MakeTransport(cryptcli_client& client, cryptcli_error** error) {
   const cryptcli_options& options = client.options;
   if (options.transport != nullptr) {
@@ -52,6 +63,8 @@ cryptcli_status MakeTransport(cryptcli_client& client, cryptcli_error** error) {
         std::make_unique<CryptCliC::CallbackTransport>(options.transport, options.transportContext);
     return CRYPTCLI_OK;
   }
+  const cryptcli_status proxy = CheckProxy(options.curl.proxy, error);
+  if (proxy != CRYPTCLI_OK) return proxy;
   // The transport asks for credentials only where a request goes to the crypt service or below it. Its option
   // `headers` would send them to key servers too.
   OruKalvix::CryptClientCurlOptions curl = options.curl;

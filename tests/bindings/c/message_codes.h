@@ -246,6 +246,7 @@ inline constexpr MessageCode kMessagesWithCode[] = {
     {"A header has a name of letters, digits and hyphens and a value of one line", CRYPTCLI_INVALID_ARGUMENT},
     {"Could not read \"", CRYPTCLI_IO},
     {"Could not read the file: ", CRYPTCLI_IO},
+    {"Invalid URL of the proxy: ", CRYPTCLI_INVALID_ARGUMENT},
     {"No URL of the crypt service", CRYPTCLI_INVALID_ARGUMENT},
     {"No call", CRYPTCLI_INVALID_ARGUMENT},
     {"No client", CRYPTCLI_INVALID_ARGUMENT},

@@ -8,13 +8,43 @@ namespace {
 
 using ::testing::HasSubstr;
 
-using Options = EnvironmentTest;
+struct Options : EnvironmentTest {
+  Outcome NewClient() {
+    return Call([&](cryptcli_report**, cryptcli_error** error) {
+      cryptcli_client* made = nullptr;
+      const cryptcli_status status = cryptcli_client_new(options.get(), &made, error);
+      cryptcli_client_free(made);
+      return status;
+    });
+  }
+};
 
 TEST_F(Options, RefuseWhatIsNoUrl) {
   for (const char* url : {"http://host/\n", "http://host/\x01", "http://h\xFFst/"}) {
     EXPECT_EQ(cryptcli_options_set_service(options.get(), url, nullptr), CRYPTCLI_INVALID_ARGUMENT) << url;
     EXPECT_EQ(cryptcli_options_set_proxy(options.get(), url, nullptr), CRYPTCLI_INVALID_ARGUMENT) << url;
   }
+}
+
+TEST_F(Options, RefuseAProxyThatIsNoHttpUrl) {
+  for (const char* url : {"foo://x", "http://", "http://user:pw@host:1/", "socks5://host:1", "host:1"}) {
+    ASSERT_EQ(cryptcli_options_set_proxy(options.get(), url, nullptr), CRYPTCLI_OK) << url;
+    const Outcome outcome = NewClient();
+    EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT) << url;
+    EXPECT_THAT(outcome.Message(), ::testing::StartsWith("Invalid URL of the proxy: ")) << url;
+    EXPECT_EQ(outcome.Message().find("pw"), std::string::npos);
+  }
+  for (const char* url : {"http://host", "https://host:3128/", ""}) {
+    ASSERT_EQ(cryptcli_options_set_proxy(options.get(), url, nullptr), CRYPTCLI_OK) << url;
+    EXPECT_EQ(NewClient().status, CRYPTCLI_OK) << url;
+  }
+}
+
+TEST_F(Options, AProxyHasNoEffectWithACallback) {
+  ASSERT_EQ(cryptcli_options_set_proxy(options.get(), "socks5://host:1", nullptr), CRYPTCLI_OK);
+  cryptcli_options_set_transport(
+      options.get(), [](void*, const cryptcli_request*, cryptcli_response*) { return -1; }, nullptr);
+  EXPECT_EQ(NewClient().status, CRYPTCLI_OK);
 }
 
 TEST_F(Options, RefuseHeadersThatWouldBreakARequest) {

@@ -133,7 +133,8 @@ CRYPTCLI_API cryptcli_status cryptcli_options_set_client_certificate(cryptcli_op
                                                                      const char* certificate, const char* key,
                                                                      const char* password_file,
                                                                      cryptcli_error** error);
-/* The URL of a proxy for every request. Proxy variables of the environment have no effect. */
+/* The URL of a proxy for every request: http or https, without a user name. Proxy variables of the
+ * environment have no effect. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_proxy(cryptcli_options* options, const char* url,
                                                         cryptcli_error** error);
 /* Adds a header to every request to the crypt service and to no other server, such as one with credentials.

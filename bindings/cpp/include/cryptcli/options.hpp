@@ -102,7 +102,8 @@ struct Options {
   /// The PEM file of the certification authorities to trust instead of the system's.
   std::filesystem::path caFile{};
   ClientCertificate clientCertificate{};
-  /// The URL of a proxy for every request. Proxy variables of the environment have no effect.
+  /// The URL of a proxy for every request: http or https, without a user name. Proxy variables of the
+  /// environment have no effect.
   std::string proxy{};
   /// Added to every request to the crypt service and to no other server: for credentials.
   std::vector<Header> headers{};
