@@ -21,8 +21,9 @@ void cryptcli_call_free(cryptcli_call* call) {
 cryptcli_status cryptcli_call_set_accept(cryptcli_call* call, cryptcli_policy policy,
                                          cryptcli_error** error) {
   return Guarded(error, [&]() -> cryptcli_status {
+    if (call == nullptr) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "No call");
     const bool isKnown = policy >= CRYPTCLI_ACCEPT_PROVEN && policy <= CRYPTCLI_ACCEPT_ANYTHING;
-    if (call == nullptr || !isKnown) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "Unknown policy");
+    if (!isKnown) return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "Unknown policy");
     call->accept = policy;
     return CRYPTCLI_OK;
   });

@@ -141,6 +141,14 @@ TEST_F(Options, NamesAreStable) {
 
 // ---- The log
 
+TEST_F(Options, APolicyNeedsACall) {
+  const Outcome outcome = Call([](cryptcli_report**, cryptcli_error** error) {
+    return cryptcli_call_set_accept(nullptr, CRYPTCLI_ACCEPT_PROVEN, error);
+  });
+  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT);
+  EXPECT_EQ(outcome.Message(), "No call");
+}
+
 class Log : public EnvironmentTest {
  protected:
   void ListenTo(cryptcli_log_level level, bool reveal) {
