@@ -61,8 +61,6 @@ const char* Phrase(const CurlFailure& failure) {
       return "Could not connect to ";
     case CURLE_OPERATION_TIMEDOUT:
       return WasConnected(failure) ? "Gave up waiting for " : "Could not connect to ";
-    case CURLE_ABORTED_BY_CALLBACK:
-      return "Gave up waiting for ";
     case CURLE_PEER_FAILED_VERIFICATION:
       return "Could not verify the certificate of ";
     case CURLE_SSL_CONNECT_ERROR:
@@ -88,6 +86,9 @@ AnsiStr DescribeFailure(const CurlFailure& failure) {
     return AnsiStr("Got no response from ") + Target(failure) +
            ": the connection was closed; the request may have been carried out and was not repeated";
   }
+  // libcurl's own words name the callback that stopped it.
+  if (failure.code == CURLE_ABORTED_BY_CALLBACK)
+    return AnsiStr("Cancelled while waiting for ") + Target(failure);
   AnsiStr text = AnsiStr(Phrase(failure)) + Target(failure) + ": ";
   if (!failure.sinkError.IsEmpty()) return text + failure.sinkError;
   return text + ConnectReason(failure);

@@ -214,6 +214,7 @@ cryptcli_status ClassifyExchange(const FailedExchange& exchange) {
     if (exchange.reason.starts_with(kInvalidUrl))
       return exchange.isCryptService ? CRYPTCLI_INVALID_ARGUMENT : CRYPTCLI_SERVER_ERROR;
     if (IsClientRefused(exchange)) return CRYPTCLI_UNAUTHORISED;
+    if (exchange.reason.starts_with("Cancelled while waiting for ")) return CRYPTCLI_CANCELLED;
     return exchange.reason.starts_with("Gave up waiting for ") ? CRYPTCLI_TIMEOUT : CRYPTCLI_UNREACHABLE;
   }
   switch (exchange.status) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "foundation/threadobserver.h"
 #include "tests/transport/transport_fixture.h"
 
 namespace TestSupport {
@@ -31,6 +32,32 @@ TEST(CurlTimeouts, TheLastTimeoutEndsAWaitForAResponse) {
   const Outcome outcome = Send(*MakeCurl(), server.Url("/"), {.totalTimeout = 100});
   EXPECT_LT(outcome.result, 0);
   EXPECT_THAT(outcome.errorText, StartsWith("Gave up waiting for " + server.Authority()));
+}
+
+/// An observer that has cancelled from the start.
+class CancelledThread final : public OruGuiBase::IThreadObserver {
+ public:
+  CancelledThread() : before_(OruGuiBase::SetThreadObserver(this)) {}
+  CancelledThread(const CancelledThread&) = delete;
+  CancelledThread& operator=(const CancelledThread&) = delete;
+  ~CancelledThread() { OruGuiBase::SetThreadObserver(before_); }
+
+  std::uint32_t GetTraceLevel() const noexcept override { return 0; }
+  bool WantsBodies() const noexcept override { return false; }
+  void OnTrace(std::uint32_t, std::uint32_t, const char*, std::uint32_t, const char*) noexcept override {}
+  void OnRead(std::uint64_t) noexcept override {}
+  bool IsCancelled() noexcept override { return true; }
+  const char* GetTemporaryDirectory() const noexcept override { return nullptr; }
+
+ private:
+  OruGuiBase::IThreadObserver* before_;
+};
+
+TEST(CurlTimeouts, ACancelledExchangeSaysSo) {
+  RawServer server(StaySilent);
+  const CancelledThread cancelled;
+  EXPECT_EQ(Send(*MakeCurl(), server.Url("/")).errorText,
+            "Cancelled while waiting for " + server.Authority());
 }
 
 TEST(CurlTimeouts, TheLastTimeoutEndsAResponseThatTrickles) {

@@ -164,6 +164,9 @@ TEST(Classify, UsesTheExchangeWhoseReasonEndsTheMessage) {
   const FailedExchange silent{.happened = true, .reason = "Gave up waiting for host:1: timed out"};
   EXPECT_EQ(Classify("Could not connect to key server: Gave up waiting for host:1: timed out", silent),
             CRYPTCLI_TIMEOUT);
+  const FailedExchange stopped{true, false, true, 0, "Cancelled while waiting for host:1"};
+  EXPECT_EQ(Classify("Could not get room key: Cancelled while waiting for host:1", stopped),
+            CRYPTCLI_CANCELLED);
   // An exchange that failed before does not explain a later message.
   EXPECT_EQ(Classify("Could not verify signature: The content is not what was signed", notFound),
             CRYPTCLI_DAMAGED);
