@@ -1,4 +1,4 @@
-// The only source of the transport that uses OpenSSL: libcurl has no option to switch its key log off.
+// Removes libcurl's key log with OpenSSL: libcurl has no option to switch it off.
 #include "transport/key_log.h"
 
 #include <openssl/crypto.h>

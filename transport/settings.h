@@ -1,6 +1,7 @@
 #pragma once
 
 #include "transport/curlhttp.h"
+#include "transport/tls_files.h"
 #include "transport/url_parts.h"
 
 namespace OruKalvix {
@@ -9,6 +10,7 @@ namespace OruKalvix {
 /// Init().
 struct CurlSettings {
   CryptClientCurlOptions options;
+  TlsFiles files;
   UrlParts service;  ///< with an empty host no request carries credentials
 
   /// Copies and checks options. False, with the reason, if one is wrong.

@@ -39,6 +39,16 @@ TEST(CurlOptions, AMissingClientKeyIsRefused) {
   EXPECT_EQ(Refusal(options), "Could not read client key \"/no/such/key.pem\": No such file or directory");
 }
 
+TEST(CurlOptions, AFileThatNeverEndsIsRefused) {
+  EXPECT_EQ(Refusal({.caFile = "/dev/zero"}),
+            "Could not read CA file \"/dev/zero\": it is larger than 4 MiB");
+}
+
+TEST(CurlOptions, ADirectoryIsNoCertificateFile) {
+  EXPECT_EQ(Refusal({.clientCertificate = "/tmp"}),
+            "Could not read client certificate \"/tmp\": Is a directory");
+}
+
 TEST(CurlOptions, AKeyWithoutACertificateIsRefused) {
   EXPECT_EQ(Refusal({.clientKey = "/dev/null"}), "A client key needs a client certificate");
 }

@@ -37,6 +37,19 @@ class CurlTLS : public ::testing::Test {
     WriteFile(Path(key), identity.key.ToPEM());
     return identity;
   }
+  void Show(const char* certificate, const char* key) {
+    options_.clientCertificate = Ansi(Path(certificate).string());
+    options_.clientKey = Ansi(Path(key).string());
+  }
+  /// Why no transport can be created from the options.
+  std::string CreationError() const {
+    OruGuiBase::AnsiStr reason;
+    EXPECT_EQ(OruKalvix::CryptClientCurl::Create(options_, reason), nullptr);
+    return Str(reason);
+  }
+  std::string Refused(const char* what, const char* file, const char* reason) const {
+    return std::string("Could not read ") + what + " \"" + Path(file).string() + "\": " + reason;
+  }
   std::unique_ptr<SecureServer> Start(const std::string& name, const char* clientAuthority = nullptr) {
     Issue(ServerSpec(name), "server.pem", "server.key");
     return std::make_unique<SecureServer>(Path("server.pem"), Path("server.key"),
@@ -85,11 +98,18 @@ TEST_F(CurlTLS, AnExpiredCertificateIsRefused) {
   EXPECT_THAT(outcome.errorText, ::testing::HasSubstr("expired"));
 }
 
-TEST_F(CurlTLS, ACAFileWithoutCertificatesIsNamed) {
+TEST_F(CurlTLS, ACAFileWithoutCertificatesIsRefused) {
   WriteFile(Path("empty.pem"), "nothing\n");
-  const auto server = Start("IP:127.0.0.1");
   options_.caFile = Ansi(Path("empty.pem").string());
-  EXPECT_THAT(Get(server->Url()).errorText, StartsWith("Could not use the CA file for "));
+  EXPECT_EQ(CreationError(), Refused("CA file", "empty.pem", "it has no certificate"));
+}
+
+TEST_F(CurlTLS, ACAFileWithABrokenCertificateIsRefused) {
+  WriteFile(Path("broken.pem"), authority_.certificate.ToPEM() +
+                                    "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n");
+  options_.caFile = Ansi(Path("broken.pem").string());
+  EXPECT_THAT(CreationError(),
+              StartsWith(Refused("CA file", "broken.pem", "a certificate in it is not valid")));
 }
 
 TEST_F(CurlTLS, AVersionBelow1_2IsRefused) {
@@ -124,6 +144,32 @@ TEST_F(CurlTLS, OneFileMayHoldCertificateAndKey) {
   EXPECT_EQ(Get(server->Url()).body, "secure");
 }
 
+TEST_F(CurlTLS, AClientCertificateMayComeWithItsChain) {
+  const Identity between =
+      Identity::MakeIssued(CertSpec::Authority("Between"), authority_, KeyPair::MakeEC());
+  const Identity me = Identity::MakeIssued(CertSpec::EndEntity("Client"), between, KeyPair::MakeEC());
+  WriteFile(Path("chain.pem"), me.certificate.ToPEM() + between.certificate.ToPEM());
+  WriteFile(Path("me.key"), me.key.ToPEM());
+  const auto server = Start("IP:127.0.0.1", "ca.pem");
+  Show("chain.pem", "me.key");
+  EXPECT_EQ(Get(server->Url()).body, "secure");
+}
+
+TEST_F(CurlTLS, AKeyOfAnotherCertificateIsRefused) {
+  Issue(CertSpec::EndEntity("Client"), "me.pem", "me.key");
+  Issue(CertSpec::EndEntity("Other"), "other.pem", "other.key");
+  Show("me.pem", "other.key");
+  EXPECT_EQ(CreationError(),
+            Refused("client key", "other.key", "it is not the key of the client certificate"));
+}
+
+TEST_F(CurlTLS, ACertificateFileWithoutAKeyNeedsAnotherFile) {
+  Issue(CertSpec::EndEntity("Client"), "me.pem", "me.key");
+  options_.clientCertificate = Ansi(Path("me.pem").string());
+  EXPECT_EQ(CreationError(),
+            Refused("client key", "me.pem", "it has no private key, or one that the password does not open"));
+}
+
 TEST_F(CurlTLS, AMissingClientCertificateIsNamed) {
   const auto server = Start("IP:127.0.0.1", "ca.pem");
   EXPECT_THAT(Get(server->Url()).errorText,
@@ -156,15 +202,15 @@ TEST_F(CurlTLSPassword, OpensALockedKey) {
   EXPECT_EQ(Get(server->Url()).body, "secure");
 }
 
-TEST_F(CurlTLSPassword, AWrongOneIsAnError) {
-  const auto server = Start("IP:127.0.0.1", "ca.pem");
+TEST_F(CurlTLSPassword, AWrongOneIsRefused) {
   options_.clientKeyPassword = "closed";
-  EXPECT_THAT(Get(server->Url()).errorText, StartsWith("Could not use the client certificate for "));
+  EXPECT_EQ(CreationError(), Refused("client key", "locked.key",
+                                     "it has no private key, or one that the password does not open"));
 }
 
 TEST_F(CurlTLSPassword, AMissingOneIsNotAskedForAtTheTerminal) {
-  const auto server = Start("IP:127.0.0.1", "ca.pem");
-  EXPECT_THAT(Get(server->Url()).errorText, StartsWith("Could not use the client certificate for "));
+  EXPECT_EQ(CreationError(), Refused("client key", "locked.key",
+                                     "it has no private key, or one that the password does not open"));
 }
 
 }  // namespace

@@ -75,6 +75,20 @@ TEST_F(Options, ACertificateAuthorityFileHasToBeThere) {
   cryptcli_error_free(error);
 }
 
+TEST_F(Options, ATextFileIsNoCertificateFile) {
+  scratch.Make("text", "nothing\n");
+  ASSERT_EQ(cryptcli_options_set_ca_file(options.get(), Path("text").c_str(), nullptr), CRYPTCLI_OK);
+  const Outcome authority = NewClient();
+  EXPECT_EQ(authority.status, CRYPTCLI_INVALID_ARGUMENT);
+  EXPECT_EQ(authority.Message(), "Could not read CA file \"" + Path("text") + "\": it has no certificate");
+  ASSERT_EQ(cryptcli_options_set_ca_file(options.get(), nullptr, nullptr), CRYPTCLI_OK);
+  cryptcli_options_set_client_certificate(options.get(), Path("text").c_str(), nullptr, nullptr, nullptr);
+  const Outcome own = NewClient();
+  EXPECT_EQ(own.status, CRYPTCLI_INVALID_ARGUMENT);
+  EXPECT_EQ(own.Message(),
+            "Could not read client certificate \"" + Path("text") + "\": it has no certificate");
+}
+
 TEST_F(Options, AKeyNeedsItsCertificate) {
   EXPECT_EQ(cryptcli_options_set_client_certificate(options.get(), nullptr, "key.pem", nullptr, nullptr),
             CRYPTCLI_INVALID_ARGUMENT);
@@ -127,6 +141,14 @@ TEST_F(Options, NullIsAcceptedWhereAnObjectIsMissing) {
   EXPECT_STREQ(cryptcli_report_signed_room(nullptr), "");
 }
 
+TEST_F(Options, APolicyNeedsACall) {
+  const Outcome outcome = Call([](cryptcli_report**, cryptcli_error** error) {
+    return cryptcli_call_set_accept(nullptr, CRYPTCLI_ACCEPT_PROVEN, error);
+  });
+  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT);
+  EXPECT_EQ(outcome.Message(), "No call");
+}
+
 TEST_F(Options, UnknownPoliciesAreRefused) {
   EXPECT_EQ(cryptcli_call_set_accept(call.get(), 4, nullptr), CRYPTCLI_INVALID_ARGUMENT);
   EXPECT_EQ(cryptcli_call_set_accept(call.get(), -1, nullptr), CRYPTCLI_INVALID_ARGUMENT);
@@ -140,14 +162,6 @@ TEST_F(Options, NamesAreStable) {
 }
 
 // ---- The log
-
-TEST_F(Options, APolicyNeedsACall) {
-  const Outcome outcome = Call([](cryptcli_report**, cryptcli_error** error) {
-    return cryptcli_call_set_accept(nullptr, CRYPTCLI_ACCEPT_PROVEN, error);
-  });
-  EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT);
-  EXPECT_EQ(outcome.Message(), "No call");
-}
 
 class Log : public EnvironmentTest {
  protected:

@@ -123,12 +123,13 @@ CRYPTCLI_API void cryptcli_options_free(cryptcli_options* options);
 /* The base URL of the crypt service. Every client needs it. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_service(cryptcli_options* options, const char* url,
                                                           cryptcli_error** error);
-/* The PEM file of the certification authorities to trust instead of the system's. */
+/* The PEM file of the certification authorities to trust instead of the system's. It is read when a client is
+ * made. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_ca_file(cryptcli_options* options, const char* path,
                                                           cryptcli_error** error);
 /* The PEM files of the client certificate and of its private key. `key` may be null if the first file holds
  * both. `password_file` may be null; otherwise its first line is the password of the key, and it has at most
- * 64 KiB. The files are read when a client is made. */
+ * 64 KiB. The files are read when a client is made; to use others, make a new client. */
 CRYPTCLI_API cryptcli_status cryptcli_options_set_client_certificate(cryptcli_options* options,
                                                                      const char* certificate, const char* key,
                                                                      const char* password_file,
