@@ -31,6 +31,11 @@ constexpr long kMaxConnectionAge = 60;  // seconds; servers have often closed ol
 constexpr long kKeepAliveSeconds = 60;  // so that a dead peer is noticed although no timeout is set
 constexpr const char* kUserAgent = "cryptcli/" CRYPTCLI_VERSION;
 
+bool UsesOpenSSL() {
+  const char* const library = curl_version_info(CURLVERSION_NOW)->ssl_version;
+  return library != nullptr && std::string_view(library).starts_with("OpenSSL/");
+}
+
 std::int64_t NowMs() {
   const auto now = std::chrono::steady_clock::now().time_since_epoch();
   return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
@@ -137,22 +142,37 @@ void CurlExchange::SetRoute(const AnsiStr& url) {
   Set(CURLOPT_TCP_KEEPINTVL, kKeepAliveSeconds);
 }
 
+// Gives libcurl what was read when the transport was created. Its other TLS libraries do not take all of that
+// from memory; with one of them it reads the files at each connection.
+void CurlExchange::SetFile(CURLoption path, CURLoption content, const AnsiStr& name, const AnsiStr& bytes) {
+  if (!UsesOpenSSL()) {
+    Set(path, name.GetText());
+    return;
+  }
+  // The settings outlive the exchange, and the handle is reset at its end: no copy, which nobody would wipe.
+  curl_blob blob{const_cast<char*>(bytes.GetText()), bytes.GetLength(),
+                 CURL_BLOB_NOCOPY};  // NOLINT(*-const-cast)
+  Set(content, &blob);
+}
+
 void CurlExchange::SetTrust() {
   const CryptClientCurlOptions& options = settings_.options;
   Set(CURLOPT_SSL_VERIFYPEER, 1L);
   Set(CURLOPT_SSL_VERIFYHOST, 2L);
   Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   if (ForbidKeyLog(handle_.get()) != CURLE_OK) throw std::bad_alloc();
+  const TlsFiles& files = settings_.files;
   if (!options.caFile.IsEmpty()) {
-    Set(CURLOPT_CAINFO, options.caFile.GetText());
-    Set(CURLOPT_PROXY_CAINFO, options.caFile.GetText());
+    SetFile(CURLOPT_CAINFO, CURLOPT_CAINFO_BLOB, options.caFile, files.authorities);
+    SetFile(CURLOPT_PROXY_CAINFO, CURLOPT_PROXY_CAINFO_BLOB, options.caFile, files.authorities);
     // Otherwise the system's directory would be trusted as well as the file.
     Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     Set(CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
   }
   if (options.clientCertificate.IsEmpty()) return;
-  Set(CURLOPT_SSLCERT, options.clientCertificate.GetText());
-  if (!options.clientKey.IsEmpty()) Set(CURLOPT_SSLKEY, options.clientKey.GetText());
+  SetFile(CURLOPT_SSLCERT, CURLOPT_SSLCERT_BLOB, options.clientCertificate, files.certificates);
+  const AnsiStr& keyFile = options.clientKey.IsEmpty() ? options.clientCertificate : options.clientKey;
+  SetFile(CURLOPT_SSLKEY, CURLOPT_SSLKEY_BLOB, keyFile, files.key);
   // Set even if empty: without a password the TLS library would ask for one at the terminal.
   Set(CURLOPT_KEYPASSWD, options.clientKeyPassword.GetText());
 }

@@ -34,6 +34,8 @@ class CurlExchange {
                       OruGuiBase::AnsiStr& errorText) const;
   void SetRoute(const OruGuiBase::AnsiStr& url);
   void SetTrust();
+  void SetFile(CURLoption path, CURLoption content, const OruGuiBase::AnsiStr& name,
+               const OruGuiBase::AnsiStr& bytes);
   void SetRequest();
   void SetTimeouts(const HttpOptions& options, std::int64_t elapsedMs);
   CURLcode Perform(const HttpOptions& options);

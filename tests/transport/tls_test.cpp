@@ -155,6 +155,17 @@ TEST_F(CurlTLS, AClientCertificateMayComeWithItsChain) {
   EXPECT_EQ(Get(server->Url()).body, "secure");
 }
 
+TEST_F(CurlTLS, ItsFilesAreReadOnce) {
+  const auto server = Start("IP:127.0.0.1", "ca.pem");
+  Issue(CertSpec::EndEntity("Client"), "me.pem", "me.key");
+  Show("me.pem", "me.key");
+  const auto http = MakeCurl(options_);
+  // A new certificate has come, and not its key yet.
+  Issue(CertSpec::EndEntity("Client"), "me.pem", "later.key");
+  std::filesystem::remove(Path("ca.pem"));
+  EXPECT_EQ(Send(*http, server->Url()).body, "secure");
+}
+
 TEST_F(CurlTLS, AKeyOfAnotherCertificateIsRefused) {
   Issue(CertSpec::EndEntity("Client"), "me.pem", "me.key");
   Issue(CertSpec::EndEntity("Other"), "other.pem", "other.key");
