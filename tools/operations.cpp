@@ -64,7 +64,7 @@ void ShowArgument(const KVMap& argument, Report& report) {
               StringOf(argument, "description"));
 }
 
-void Show(const KVMap& operation, Report& report) {
+void ShowOperation(const KVMap& operation, Report& report) {
   report.Line(StringOf(operation, "name") + ": " + StringOf(operation, "description"));
   for (const Val& argument : operation.Get("arguments").AsArray()) ShowArgument(argument.AsMap(), report);
 }
@@ -107,7 +107,7 @@ ExitCode RunOperations(const OperationsOptions& options) {
   for (const Val& operation : ReadOperations()) {
     if (!options.name.empty() && !IsName(operation.AsMap(), options.name)) continue;
     shown.Append(operation);
-    Show(operation.AsMap(), report);
+    ShowOperation(operation.AsMap(), report);
   }
   if (shown.IsEmpty()) {
     report.Fail(AnsiStr(CheckOperation(options.name)));
