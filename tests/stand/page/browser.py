@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import json
 import os
 from typing import Any, Callable, Dict, List, Optional
 
@@ -72,6 +73,14 @@ class Page:
     def open(self, address: str) -> None:
         self.driver.get(address)
         self.wait(lambda: self.text("#connection") == "Live")
+
+    def answer(self, path: str, content: Any) -> None:
+        """Gives the page, from its next opening on, this JSON for what it gets from the path."""
+        script = f"""
+            const ask = window.fetch;
+            window.fetch = (path, options) => path === {json.dumps(path)} && options.method === 'GET' ?
+                Promise.resolve(new Response({json.dumps(json.dumps(content))})) : ask(path, options);"""
+        self.cdp("Page.addScriptToEvaluateOnNewDocument", source=script)
 
     def run(self, script: str, *arguments: Any) -> Any:
         return self.driver.execute_script(script, *arguments)

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import subprocess
+from pathlib import Path
 
 import pytest
 from browser import Page
@@ -25,6 +27,43 @@ def test_shows_the_servers_and_follows(page: Page) -> None:
         assert page.is_on(f"Key server {index} up")
     assert "QOB.1.100.1" in page.row("Rooms and keys", "demo")
     assert "cryptcli encrypt --service" in page.text("#log")
+
+
+class TestSuggestedCommands:
+    def run(self, tab: Page, folder: Path, values: dict[str, str]) -> None:
+        """Runs what the page suggests, to the letter but for these placeholders."""
+        (folder / "FILE").write_bytes(b"the plain bytes of a file")
+        commands = tab.text("#log pre")
+        for placeholder, value in values.items():
+            assert placeholder in commands and placeholder in tab.text("#log p.small")
+            commands = commands.replace(placeholder, value)
+        shell = 'cryptcli() { "$CRYPTCLI" "$@" --force; }; set -e\n' + commands
+        done = subprocess.run(["bash", "-c", shell], cwd=folder, capture_output=True, text=True, check=False, timeout=60)
+        assert done.returncode == 0, done.stderr
+        assert (folder / "FILE").read_bytes() == b"the plain bytes of a file"
+
+    def test_work(self, page: Page, tmp_path: Path) -> None:
+        assert page.run("return document.querySelector('#log p.small')") is None
+        self.run(page, tmp_path, {})
+        page.wait(lambda: exchanges(page))
+
+    @pytest.mark.parametrize("has_client_files", [True, False])
+    def test_work_where_clients_need_more(
+        self, tab: Page, environment: Environment, tmp_path: Path, has_client_files: bool
+    ) -> None:
+        """This browser has no client certificate, so its page gets the state of other servers. With authorities of
+        somebody else (--client-ca FILE) these know no client."""
+        arguments = ["--tls", "--client-ca", "make", "--require-header", "X-Tenant: a secret"]
+        with Environment(arguments=arguments) as asking:
+            state = asking.call("GET", "state")
+            values = {"VALUE": "a secret"}
+            if not has_client_files:
+                values |= {"CLIENT.pem": state["clientCertificate"], "CLIENT.key": state["clientKey"]}
+                state.update(clientCertificate=None, clientKey=None)
+            tab.answer("stand/v1/state", state)
+            tab.open(environment.page)
+            assert "a secret" not in tab.text("#log")
+            self.run(tab, tmp_path, values)
 
 
 class TestToken:
