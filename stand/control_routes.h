@@ -63,6 +63,8 @@ std::optional<std::uint64_t> ReadPathNumber(const ControlCall& call);
 std::vector<int> ReadServers(ControlCall& call);
 /// The same, and "proxy" where there is one.
 std::vector<int> ReadServersOrProxy(ControlCall& call);
+/// Those of ReadServers() without "crypt", for what only key servers have.
+std::vector<int> ReadKeyServers(ControlCall& call);
 
 /// The parts of GET /stand/v1/state that have resources of their own.
 Val FaultsVal(Environment& environment);

@@ -17,11 +17,8 @@ HttpReply SetClock(ControlCall& call) {
 }
 
 HttpReply SetAudit(ControlCall& call) {
-  const auto servers = ReadServers(call);
+  const auto servers = ReadKeyServers(call);
   const auto rows = call.input.ReadWhole("rows", 0, std::numeric_limits<std::int64_t>::max());
-  for (const int server : servers) {
-    if (server == kCryptService) call.input.Refuse("server", "The crypt service has no audit log");
-  }
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());
   for (const int server : servers) {
     call.GetRealm().settings.SetGeneratedAudit(server, static_cast<std::uint64_t>(rows));
@@ -63,6 +60,8 @@ Val SettingsVal(Environment& environment) {
 std::vector<ControlRoute> SettingRoutes() {
   const ControlMember server = {
       "server", "\"crypt\", the index or the URL of a key server, or \"all\" key servers", true};
+  const ControlMember keyServer = {"server", "the index or the URL of a key server, or \"all\" key servers",
+                                   true};
   return {{"PUT",
            "/stand/v1/clocks",
            "sets a server's clock",
@@ -71,7 +70,7 @@ std::vector<ControlRoute> SettingRoutes() {
           {"PUT",
            "/stand/v1/audit",
            "adds made-up records to a key server's audit log",
-           {server, {"rows", "how many", true}},
+           {keyServer, {"rows", "how many", true}},
            SetAudit},
           {"PUT",
            "/stand/v1/settings",

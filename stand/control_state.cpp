@@ -191,4 +191,8 @@ std::vector<int> ReadServersOrProxy(ControlCall& call) {
   return hasProxy ? ReadServersAnd(call, {kCryptService, kProxy}) : ReadServers(call);
 }
 
+std::vector<int> ReadKeyServers(ControlCall& call) {
+  return ReadServersAnd(call, {});
+}
+
 }  // namespace CryptStand

@@ -143,7 +143,9 @@ TEST_F(ControlStateTest, SetsClocksAndAuditLogs) {
             "seconds");
   EXPECT_EQ(Change("PUT", "audit", R"({"server":"1","rows":1000})").status, 200);
   EXPECT_EQ(stand_.GetSettings().GetGeneratedAudit(1), 1000U);
-  EXPECT_EQ(ErrorPart(Change("PUT", "audit", R"({"server":"crypt","rows":1})"), "member"), "server");
+  const Reply crypt = Change("PUT", "audit", R"({"server":"crypt","rows":1})");
+  EXPECT_EQ(ErrorPart(crypt, "member"), "server");
+  EXPECT_THAT(Allowed(crypt), testing::ElementsAre("all", "0", "1", "2"));
   for (const char* rows : {"-1", "\"1\"", "null"}) {
     const Reply wrong = Change("PUT", "audit", std::string(R"({"server":0,"rows":)") + rows + "}");
     EXPECT_EQ(ErrorPart(wrong, "member"), "rows") << rows;
