@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Checks what the compiler does not: folders include only folders below them, public headers compile alone and include
-# no OpenSSL, no Boost and no curl, and each of these libraries is used in one place only.
+# no OpenSSL, no Boost and no curl, each of these libraries is used in one place only, and files are named by one rule.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 failures=0
@@ -96,6 +96,17 @@ for language in "c -std=c11" "c++ -std=c++11"; do
   ${CC:-gcc} "${options[1]}" -Wall -Wextra -Wpedantic -Werror -fsyntax-only -x "${options[0]}" "$c_header" ||
     fail "$c_header does not compile as ${options[0]}"
 done
+
+# File names, as docs/architecture.md has the rule.
+while IFS= read -r file; do
+  name=${file##*/}
+  case $name in
+    CMakeLists.txt | README.md) ;;
+    *.h | *.hpp | *.c | *.cpp | *.py) [[ $name =~ ^[a-z0-9_]+\.[a-z]+$ ]] || fail "$file: words are joined by underscores" ;;
+    *.sh | *.md) [[ $name =~ ^[a-z0-9-]+\.[a-z]+$ ]] || fail "$file: words are joined by hyphens" ;;
+    *.cmake) [[ $name =~ ^([A-Z][A-Za-z]*|[a-z_]+)\.cmake$ ]] || fail "$file: not named as a module or a source" ;;
+  esac
+done < <(git ls-files)
 
 if [ "$failures" -gt 0 ]; then echo "layout: $failures failures" >&2; exit 1; fi
 echo "layout: clean"

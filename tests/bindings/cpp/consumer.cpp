@@ -1,4 +1,4 @@
-// What a user's program may do with the headers, without any server: check_headers.sh compiles it in each
+// What a user's program may do with the headers, without any server: check-headers.sh compiles it in each
 // mode that is supported, links it with the shared library and runs it. Returns the number of mistakes.
 #include <cryptcli/cryptcli.hpp>
 #include <cstdio>
@@ -10,7 +10,7 @@
 #include <stdexcept>
 #endif
 
-// check_headers.sh links several of these into one program, each with another name.
+// check-headers.sh links several of these into one program, each with another name.
 #ifndef CONSUMER_NAME
 #define CONSUMER_NAME main
 #endif

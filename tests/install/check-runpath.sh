@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fails when a program or library of a build tree searches for its libraries where it should not. An empty element of
 # RPATH or RUNPATH means the current directory: whoever can write there chooses the code that runs.
-#   check_runpath.sh BUILD-DIR PROGRAM
+#   check-runpath.sh BUILD-DIR PROGRAM
 # PROGRAM is one that uses libcurl; it is run beside a libcurl that says so when it is loaded.
 set -euo pipefail
 build_dir=$1

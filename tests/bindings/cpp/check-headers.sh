@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Compiles the C++ interface in every mode that is supported, with our warnings as errors, by the compiler of the build and
 # by all others that are installed; links a program against the shared library and runs it.
-#   check_headers.sh SOURCE-DIR LIBRARY-DIR COMPILER
+#   check-headers.sh SOURCE-DIR LIBRARY-DIR COMPILER
 set -euo pipefail
 source_dir=$1
 libraries=$2

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Runs scripts/test.sh on a project with one suite, whose peer software is missing at first and installed later.
-#   check_test_script.sh SOURCES
+#   check-test-script.sh SOURCES
 set -euo pipefail
 unset CI
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cp -r "$1/scripts" "$1/CMakePresets.json" "$work"
-cp "$1/tests/missing_peer.cmake" "$1/tests/missing_peer.sh" "$work"
+cp "$1/tests/missing_peer.cmake" "$1/tests/missing-peer.sh" "$work"
 printf '#!/bin/sh\n' >"$work/scripts/bootstrap.sh"
 cat >"$work/CMakeLists.txt" <<'END'
 cmake_minimum_required(VERSION 3.25)

@@ -1,6 +1,6 @@
 #!/bin/sh
 # The package as pip installs it: all modules, its types, and its version.
-#   check_install.sh PYTHON SOURCE
+#   check-install.sh PYTHON SOURCE
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT

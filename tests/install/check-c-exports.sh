@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fails unless the library of the C interface exports exactly the functions that its header declares, each with a version
 # node of its map.
-#   check_c_exports.sh LIBRARY HEADER MAP
+#   check-c-exports.sh LIBRARY HEADER MAP
 set -euo pipefail
 declared=$(grep -oE '\bcryptcli_[a-z0-9_]+\(' <(sed -E 's|/\*.*\*/||; /^ \*/d' "$2" | grep -A 2 CRYPTCLI_API | grep -v define) |
   tr -d '(' | sort -u)

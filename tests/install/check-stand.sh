@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs a build into an empty prefix, moves that, and runs the tests of third parties against it: with GoogleTest, with
 # pytest and as a shell script.
-#   check_stand.sh SOURCE-DIR BUILD-DIR
+#   check-stand.sh SOURCE-DIR BUILD-DIR
 set -euo pipefail
 source_dir=$1
 build_dir=$2
@@ -32,7 +32,7 @@ END
 done
 
 for shell in dash bash; do
-  run env PATH="$prefix/bin:$PATH" "$shell" "$source_dir/tests/install/stand_consumer/upload_test.sh" "$prefix"
+  run env PATH="$prefix/bin:$PATH" "$shell" "$source_dir/tests/install/stand_consumer/upload-test.sh" "$prefix"
 done
 
 # As users have them in their search paths.

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fails unless libcryptcli's dynamic symbol table holds the 23 members of its class and nothing else. The variants of one
 # constructor or destructor count as one.
-#   check_exports.sh LIBRARY
+#   check-exports.sh LIBRARY
 set -euo pipefail
 members='CryptClient|~CryptClient|SetKeyServer|SetStatusTimeout|SetTransaction|GetCertAuth|GetErrorMessage'
 members+='|PerformOperation|ExecuteMethod|GetMethod|GetKeyHandle|ConfigGroup|Reencrypt|ImportKey|DeleteKey'

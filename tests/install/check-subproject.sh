@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds a project that has this one as a folder, and runs its program. Fails when anything but the libraries comes with
 # it, or when the project's own settings change.
-#   check_subproject.sh SOURCE-DIR COMPILER [LAUNCHER]
+#   check-subproject.sh SOURCE-DIR COMPILER [LAUNCHER]
 set -euo pipefail
 source_dir=$1
 compiler=$2

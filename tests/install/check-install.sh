@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs a build into an empty prefix, moves that, builds programs against it, once through CMake and once through
 # pkg-config, and runs them, the example against the installed cryptstand.
-#   check_install.sh SOURCE-DIR BUILD-DIR
+#   check-install.sh SOURCE-DIR BUILD-DIR
 set -euo pipefail
 source_dir=$1
 build_dir=$2

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Fails unless each shipped program and library was built with hardening, and contains no path of the machine that built
 # it. Does not require what the compiler or the C library of this machine lacks.
-#   check_hardening.sh SOURCE-DIR FILE...     programs, shared libraries, and the archives (.a) of their objects
+#   check-hardening.sh SOURCE-DIR FILE...     programs, shared libraries, and the archives (.a) of their objects
 set -euo pipefail
 source_dir=$1
 shift

@@ -3,7 +3,7 @@
 # encrypt and decrypt, against a local test environment. Both write the same files; they take turns, and the ratio of the
 # median times for one file is what holds on other machines. For the one run it also compares the processor time of the
 # servers with that of the command: they must not be what is measured.
-#   bench/bulk_bench.sh [--files N] [--loop N] [--size BYTES] [--jobs N] [--rounds N] [--build FOLDER]
+#   bench/bulk-bench.sh [--files N] [--loop N] [--size BYTES] [--jobs N] [--rounds N] [--build FOLDER]
 # N files in the one run (1000), as many processes in the loop as --loop says (200), 1024 bytes each, 3 rounds.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -1,5 +1,5 @@
 # shellcheck shell=sh
-# What a project writes to test its own scripts with the installed local test environment: upload_test.sh PREFIX
+# What a project writes to test its own scripts with the installed local test environment: upload-test.sh PREFIX
 set -eu
 # shellcheck source=/dev/null
 . "$1/share/cryptcli/cryptstand.sh"

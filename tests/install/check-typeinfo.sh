@@ -2,7 +2,7 @@
 # The library hands out the members of its class and no type information of it. Fails unless a user's program links and
 # runs under UndefinedBehaviorSanitizer in the documented way, without the one check that needs that information; and
 # unless the limit that the documents state is still there.
-#   check_typeinfo.sh SOURCE-DIR LIBRARY-DIR COMPILER
+#   check-typeinfo.sh SOURCE-DIR LIBRARY-DIR COMPILER
 set -euo pipefail
 source_dir=$1
 libraries=$2
