@@ -71,6 +71,7 @@ class Parser {
     section_ = name;
   }
 
+  // A key that is set twice is an error: whoever reads the file could not see which of the two lines counts.
   void AddEntry(const std::string& key, const std::string& value) {
     for (const ConfigEntry& entry : file_.entries) {
       if (entry.section != section_ || entry.key != key) continue;
@@ -107,6 +108,7 @@ std::string FindFault(const struct stat& status) {
   return {};
 }
 
+// Bounded although FindFault has looked at the size: the file may have grown since then.
 bool ReadAll(int descriptor, std::string& text) {
   char chunk[4096];
   ssize_t got = 1;

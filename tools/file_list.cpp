@@ -36,6 +36,8 @@ bool IsFolder(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+// Leaves the reason of a failure in errno. A list may come from a program that is still searching for files,
+// so a signal has to end the wait for it.
 bool ReadWhole(const std::string& path, const std::stop_token& stop, std::string& text) {
   const int descriptor = path == kStandardStream ? ::dup(STDIN_FILENO) : OpenForReading(path);
   if (descriptor < 0) return false;
@@ -124,6 +126,8 @@ class Collector {
     return folders;
   }
 
+  // Without --follow-links a link is neither a folder nor a regular file here, so it is counted as ignored:
+  // it may lead out of the tree that the user named.
   void AddEntry(const fs::path& path, const fs::path& place, std::vector<Folder>& folders) {
     std::error_code error;
     const fs::file_status status =

@@ -45,7 +45,8 @@ bool IsDirectionControl(std::string_view character) {
   return character[1] == '\x80' && (last == 0x8E || last == 0x8F || (last >= 0xAA && last <= 0xAE));
 }
 
-// Locked as a whole: FinishAtOnce, on another thread, sees by the lock that a part may be out.
+// Locked as a whole, so that FinishAtOnce on another thread can see by the lock whether a part may be
+// written.
 bool Write(std::FILE* stream, std::string_view text) {
   flockfile(stream);
   const bool isWritten =
@@ -191,6 +192,7 @@ void Report::CompleteError(ExitCode code) {
   }
 }
 
+// A result that cannot be written was not delivered, so a success becomes a failure.
 ExitCode Report::Finish(ExitCode code) {
   // Warnings and errors first, so that they are out even if standard output blocks or fails.
   if (!asJSON_) WriteLines();
@@ -202,6 +204,7 @@ ExitCode Report::Finish(ExitCode code) {
   return code == ExitCode::Success ? ExitCode::Failed : code;
 }
 
+// Writes past stdio: another thread may be blocked inside it.
 void Report::FinishAtOnce(int signal) const {
   const AnsiStr message = DescribeSignal(signal);
   AnsiStr text = AnsiStr("cryptcli: ") + message + "\n";

@@ -78,6 +78,8 @@ void SessionOptions::AddOptions(CLI::App& command) {
   connection.AddOptions(command);
 }
 
+// Statuses with a code of their own are those on which a script acts differently. For the others it only
+// matters whether the same command may succeed later.
 ExitCode ToExitCode(cryptcli::Status code, bool retryable) {
   switch (code) {
     case cryptcli::Status::InvalidArgument:
@@ -157,6 +159,7 @@ ExitCode Session::OpenClient(const cryptcli::Options& options) {
                                     " (in " + OruGuiBase::SimpleQuote(temporary_.GetPath()) + ")");
 }
 
+// Refers to the watch and to stop_: the call must not outlive the session.
 cryptcli::Call Session::MakeCall() {
   cryptcli::Call call;
   call.progress = [&progress = watch_.GetProgress()](std::uint64_t done, std::uint64_t total) {
