@@ -15,7 +15,7 @@ namespace {
 using Fuzz::CResult;
 using Fuzz::Require;
 
-constexpr std::uint32_t kMostSettings = 16;
+constexpr std::uint32_t kMostSettings = 16;  // each setter twice; more would only take time
 
 bool HasControlCharacter(std::string_view text) {
   for (const char character : text) {
@@ -25,7 +25,7 @@ bool HasControlCharacter(std::string_view text) {
   return false;
 }
 
-// A request must stay one request, whatever the options are.
+// The transport: refuses every exchange. A request must stay one request, whatever the options are.
 std::int32_t Refuse(void*, const cryptcli_request* request, cryptcli_response* response) {
   Require(!HasControlCharacter(cryptcli_request_url(request)), "a URL is one line");
   for (std::size_t i = 0; i < cryptcli_request_header_count(request); ++i) {

@@ -37,7 +37,7 @@ std::string ChooseOperation(Fuzz::Input& input) {
   return "Crypt" + (choice == kCount ? kOperations[input.Below(kCount)] : input.Text());
 }
 
-// Arguments that are complete for every operation.
+// Complete for every operation: each reads the members that it knows, so one object serves all of them.
 const KVMap& GetUsualArguments() {
   static const KVMap arguments = Fuzz::ParseJson(R"({
     "keyserver": ["https://one.example", "https://two.example/"], "statustimeout": "5", "transaction": "t",

@@ -19,10 +19,12 @@ using OruGuiBase::ValType;
 
 bool IsEqual(const Val& a, const Val& b);
 
+// By index, since the order of members belongs to the value. A lookup of each key shows that the buckets,
+// which the parser fills by a way of its own, agree with the arrays.
 bool IsEqualMap(const KVMap& a, const KVMap& b) {
   if (a.GetCount() != b.GetCount()) return false;
   for (std::uint32_t i = 0; i < a.GetCount(); ++i) {
-    if (!(a.GetKeys()[i] == b.GetKeys()[i]) || !IsEqual(a.GetValues()[i], b.GetValues()[i])) return false;
+    if (a.GetKeys()[i] != b.GetKeys()[i] || !IsEqual(a.GetValues()[i], b.GetValues()[i])) return false;
     Fuzz::Require(a.Find(a.GetKeys()[i]) == i, "a key is found at its one place");
   }
   return true;

@@ -1,4 +1,5 @@
-// Seeds of the targets of the local test environment.
+// Seeds of the targets of the local test environment: one request of each form, and one to each path of the
+// control interface.
 #include "fuzz/make_seeds.h"
 #include "fuzz/support/input.h"
 

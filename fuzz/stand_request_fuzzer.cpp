@@ -20,6 +20,7 @@ using Fuzz::Require;
 // Small enough for the socket's buffer, so that the server, which runs on this thread, never waits for a
 // reader.
 constexpr std::size_t kMaxInput = 4096;
+// Never reached, since all bytes are there before the server reads.
 constexpr CryptStand::HttpTimeouts kTimeouts = {1000, 1000};
 
 bool IsOneLine(std::string_view text) {
@@ -69,6 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const CryptStand::Socket server(pair[1]);
   Require(send(client.Get(), data, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size),
           "the input can be sent");
+  // The server sees the end of the connection after the input and does not wait for more.
   shutdown(client.Get(), SHUT_WR);
   Serve(server.Get());
   const std::string sent = ReadAll(client.Get());

@@ -16,7 +16,7 @@ using OruGuiBase::Val;
 
 // Few and small changes, so that the string still gets past the first checks.
 constexpr std::uint32_t kMostChanges = 4;
-constexpr std::uint32_t kMostPlaces = 65536;
+constexpr std::uint32_t kMostPlaces = 65536;  // the largest bound that Input::Below takes
 constexpr std::uint32_t kLongestChunk = 64;
 
 void ChangePlace(std::string& text, Input& input) {
