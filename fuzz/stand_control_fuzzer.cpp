@@ -74,9 +74,9 @@ class Target {
   // Without the lists, whose certificates take long to make, and without groups, whose integrity keys a reset
   // leaves alone.
   std::string ReadState() {
-    Send("GET", "/stand/v1/groups", "", false);
-    return CryptStand::WriteObject(Send("GET", "/stand/v1/rooms", "", false)) +
-           CryptStand::WriteObject(Send("GET", "/stand/v1/faults", "", false));
+    Send("GET", "/stand/v1/groups", "", /*hasToken=*/false);
+    return CryptStand::WriteObject(Send("GET", "/stand/v1/rooms", "", /*hasToken=*/false)) +
+           CryptStand::WriteObject(Send("GET", "/stand/v1/faults", "", /*hasToken=*/false));
   }
 
   // What a client sent is shown later.
@@ -88,9 +88,9 @@ class Target {
     event.exchange =
         std::make_shared<const CryptStand::RecordedExchange>(CryptStand::RecordExchange(request, reply));
     realm_.log.Add(std::move(event));
-    Send("GET", "/stand/v1/events", "", false);
-    Send("GET", "/stand/v1/events/1", "", false);
-    Send("GET", "/stand/v1/events/1?secrets=shown", "", true);
+    Send("GET", "/stand/v1/events", "", /*hasToken=*/false);
+    Send("GET", "/stand/v1/events/1", "", /*hasToken=*/false);
+    Send("GET", "/stand/v1/events/1?secrets=shown", "", /*hasToken=*/true);
   }
 
  private:
@@ -120,7 +120,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   target.AddEvent(input.Rest());
   target.ReadState();
-  target.Send("POST", "/stand/v1/reset", "", true);
+  target.Send("POST", "/stand/v1/reset", "", /*hasToken=*/true);
   Require(target.ReadState() == before, "a reset restores the state");
   return 0;
 }

@@ -147,7 +147,7 @@ TEST(ThreadObserverTest, ChoosesTheTemporaryDirectory) {
   Recorder recorder;
   recorder.directory = scratch.GetPath();
   TempFile file;
-  file.Take(File(FileType::Temporary, "name", true));
+  file.Take(File(FileType::Temporary, "name", /*isPrivate=*/true));
   EXPECT_TRUE(file.GetPath().View().starts_with(scratch.GetPath())) << file.GetPath().GetText();
 }
 

@@ -47,13 +47,13 @@ std::string Show(const BulkFormat& format) {
 
 TEST(BulkReport, ShowsPeopleFailuresAndSums) {
   CaptureStderr();
-  EXPECT_EQ(Show(Format(false, false)),
+  EXPECT_EQ(Show(Format(/*json=*/false, /*jsonLines=*/false)),
             "Encrypted 1 of 5 files, 1 failed, 1 done before, 2 not started, 1 ignored\n");
   EXPECT_EQ(GetCapturedStderr(), "cryptcli: b: no space\ncryptcli: 1 of 5 files failed\n");
 }
 
 TEST(BulkReport, ShowsEachFileOnRequest) {
-  BulkFormat format = Format(false, false);
+  BulkFormat format = Format(/*json=*/false, /*jsonLines=*/false);
   format.showsAll = true;
   CaptureStderr();
   EXPECT_THAT(Show(format), HasSubstr("Encrypted a\n"));
@@ -62,7 +62,7 @@ TEST(BulkReport, ShowsEachFileOnRequest) {
 
 TEST(BulkReport, ShowsANotableFileInAnyCase) {
   CaptureStdout();
-  BulkReport bulk(Format(false, false));
+  BulkReport bulk(Format(/*json=*/false, /*jsonLines=*/false));
   Report report = bulk.MakeReport();
   report.Line("Decrypted a (origin unknown)");
   bulk.Add(0, report, FileEnd::Succeeded, ExitCode::Success, 0, /*isNotable=*/true);
@@ -70,7 +70,7 @@ TEST(BulkReport, ShowsANotableFileInAnyCase) {
 }
 
 TEST(BulkReport, WritesOneObjectForEachFileAsItIsDone) {
-  const std::string lines = Show(Format(false, true));
+  const std::string lines = Show(Format(/*json=*/false, /*jsonLines=*/true));
   EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 4);
   EXPECT_LT(lines.find(R"("file":"b")"), lines.find(R"("file":"a")"));
   EXPECT_THAT(lines, HasSubstr(R"("error":"no space")"));
@@ -80,7 +80,7 @@ TEST(BulkReport, WritesOneObjectForEachFileAsItIsDone) {
 }
 
 TEST(BulkReport, WritesOneObjectWithTheFilesInTheirOrder) {
-  const OruGuiBase::KVMap all = TestSupport::Map(Show(Format(true, false)));
+  const OruGuiBase::KVMap all = TestSupport::Map(Show(Format(/*json=*/true, /*jsonLines=*/false)));
   std::string names;
   for (const OruGuiBase::Val& file : all.Get("files").AsArray()) {
     names += TestSupport::Str(file.AsMap().Get("file").AsString());
