@@ -398,15 +398,25 @@ class TestMessage:
         refused.run("document.querySelector('main').style.minHeight = '3000px'")
         assert refused.run(script)
 
-    def test_is_dismissed_and_gives_the_focus_back(self, refused: Page) -> None:
-        refused.driver.find_element(By.ID, "filter-text").click()
-        refused.driver.find_element(By.ID, "token").send_keys("wrong again", Keys.ENTER)
-        refused.wait(lambda: "not the control token" in refused.text("#status"))
-        focused = refused.driver.switch_to.active_element
-        refused.button("Dismiss the message").send_keys(Keys.ENTER)
+    def refuse(self, page: Page) -> None:
+        """The same error again, without a change of the focus."""
+        page.run("document.querySelector('#status').textContent = ''; location.hash = '#token=wrong'")
+        page.wait(lambda: "not the control token" in page.text("#status"))
+
+    @pytest.mark.parametrize("is_replaced", [False, True])
+    def test_is_dismissed_and_gives_the_focus_back(self, refused: Page, is_replaced: bool) -> None:
+        field = refused.driver.find_element(By.ID, "filter-text")
+        field.click()
+        self.refuse(refused)
+        refused.run("arguments[0].focus()", refused.button("Dismiss the message"))
+        if is_replaced:
+            refused.run("location.hash = '#token=wrong-again'")
+            refused.wait(lambda: refused.run("return location.hash") == "")
+            refused.wait(lambda: refused.run("return document.querySelector('#access').checkVisibility()"))
+        refused.driver.switch_to.active_element.send_keys(Keys.ENTER)
         refused.wait(lambda: refused.text("#status") == "")
         assert not refused.button("Dismiss the message").is_displayed()
-        assert refused.driver.switch_to.active_element == focused
+        assert refused.driver.switch_to.active_element == field
 
     def test_is_dismissed_with_escape(self, refused: Page) -> None:
         refused.driver.find_element(By.TAG_NAME, "body").send_keys(Keys.ESCAPE)
