@@ -60,10 +60,11 @@ class Page:
         driver.execute_cdp_cmd("Page.addScriptToEvaluateOnNewDocument", {"source": _WATCH})
         driver.get_log("browser")  # drops what earlier tabs said
 
-    def use(self) -> None:
-        """Makes the tab the one that is shown."""
+    def use(self, in_front: bool = True) -> None:
+        """Makes the tab the one that is asked, and that is shown."""
         self.driver.switch_to.window(self._handle)
-        self.cdp("Page.bringToFront")
+        if in_front:
+            self.cdp("Page.bringToFront")
 
     def close(self) -> None:
         self.use()
