@@ -16,6 +16,7 @@
 #include "bindings/c/text.h"
 #include "client/cryptcli.h"
 #include "foundation/json.h"
+#include "foundation/numbers.h"
 #include "foundation/val.h"
 
 namespace CryptCliC {
@@ -192,6 +193,26 @@ std::string CheckArguments(const NamedOperation& operation, const KVMap& argumen
   return {};
 }
 
+// Each of these would fail only after servers were asked, as a fault of theirs, although the caller made the
+// mistake. The timeout is read as the class reads it.
+std::string CheckValues(const NamedOperation& operation, const KVMap& arguments) {
+  const auto servers = arguments.Get(kKeyServers.name).AsArray();
+  if (servers.IsEmpty())
+    return std::string("Argument \"keyserver\" of ") + operation.name + " has to name a key server";
+  for (const Val& server : servers) {
+    OruKalvix::UrlParts parts;
+    AnsiStr reason;
+    if (OruKalvix::ParseUrl(server.AsString(), parts, reason)) continue;
+    const std::string text = ToString(reason);
+    return "Invalid URL of a key server: " + text.substr(text.find(": ") + 2);
+  }
+  const AnsiStr seconds = arguments.Get(kStatusTimeout.name).AsString();
+  std::uint32_t number = 0;
+  if (seconds.IsEmpty() || OruGuiBase::Str2ULong(seconds, nullptr, number, /*sign=*/false, /*limit=*/10) == 0)
+    return {};
+  return std::string("Argument \"statustimeout\" of ") + operation.name + " has to be a number of seconds";
+}
+
 cryptcli_status ReadArguments(const NamedOperation& operation, const char* text, KVMap& arguments,
                               cryptcli_error** error) {
   Val value;
@@ -203,7 +224,8 @@ cryptcli_status ReadArguments(const NamedOperation& operation, const char* text,
     return Fail(error, CRYPTCLI_INVALID_ARGUMENT, "The arguments are no JSON object");
   }
   arguments = value.AsMap();
-  const std::string wrong = CheckArguments(operation, arguments);
+  std::string wrong = CheckArguments(operation, arguments);
+  if (wrong.empty()) wrong = CheckValues(operation, arguments);
   return wrong.empty() ? CRYPTCLI_OK : Fail(error, CRYPTCLI_INVALID_ARGUMENT, wrong);
 }
 

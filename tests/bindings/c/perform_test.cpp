@@ -44,21 +44,6 @@ TEST_F(Perform, AnOperationGivesItsResultAsJson) {
   EXPECT_THAT(cryptcli_report_json(outcome.report.get()), HasSubstr(R"({"signature":")"));
 }
 
-TEST_F(Perform, AnInvalidUrlOfAKeyServerIsNotWorthAnotherAttempt) {
-  const std::string hash(86, 'A');
-  for (const char* url : {"not a url", "ftp://127.0.0.1"}) {
-    const Outcome outcome = Do(
-        "SignByKey", std::string(R"({"keyserver":[")") + url +
-                         R"("],"object":"demo","id":"integrity","algorithm":"RSASSA-PKCS1-v1_5-SHA-512",)" +
-                         R"("hash":")" + hash + "==\"}");
-    EXPECT_EQ(outcome.status, CRYPTCLI_SERVER_ERROR) << url << ": " << outcome.Message();
-    EXPECT_THAT(outcome.Message(), HasSubstr("Invalid URL")) << url;
-    EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 0) << url;
-    ASSERT_EQ(cryptcli_error_attempt_count(outcome.error.get()), 1U) << url;
-    EXPECT_EQ(cryptcli_error_attempt_code(outcome.error.get(), 0), CRYPTCLI_SERVER_ERROR) << url;
-  }
-}
-
 TEST_F(Perform, AnAuditLogIsAFile) {
   const Outcome outcome =
       Do("CryptGetAuditLog", R"({"keyserver":)" + ListKeyServers(stand) + R"(,"group":"QOB.1.100.1"})");
@@ -91,6 +76,13 @@ TEST_F(Perform, WrongArgumentsAreRefusedBeforeAnythingIsSent) {
        "Argument \"key\" of DeleteKey has to be of type object"},
       {"Update", R"({"keyserver":["u"],"room":"r","certificates":[],"newkey":1})",
        "Argument \"newkey\" of Update has to be of type boolean"},
+      {"GetAuditLog", R"({"keyserver":[],"group":"g"})",
+       "Argument \"keyserver\" of GetAuditLog has to name a key server"},
+      {"GetAuditLog", R"({"keyserver":["foo"],"group":"g"})", "Invalid URL of a key server: "},
+      {"GetAuditLog", R"({"keyserver":["http://127.0.0.1:1","ftp://127.0.0.1"],"group":"g"})",
+       "Invalid URL of a key server: only http and https are supported"},
+      {"GetAuditLog", R"({"keyserver":["http://127.0.0.1:1"],"group":"g","statustimeout":"abc"})",
+       "Argument \"statustimeout\" of GetAuditLog has to be a number of seconds"},
   };
   stand.ClearEvents();
   for (const BadCall& row : calls) {
@@ -99,6 +91,12 @@ TEST_F(Perform, WrongArgumentsAreRefusedBeforeAnythingIsSent) {
     EXPECT_THAT(outcome.Message(), ::testing::StartsWith(row.reason));
   }
   EXPECT_TRUE(stand.GetEvents().empty());
+}
+
+TEST_F(Perform, AnEmptyStatusTimeoutIsNoLimit) {
+  const Outcome outcome =
+      Do("GetAuditLog", R"({"keyserver":["http://127.0.0.1:1"],"group":"g","statustimeout":""})");
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE) << outcome.Message();
 }
 
 TEST_F(Perform, ValuesAreNotQuotedInMessages) {

@@ -334,11 +334,12 @@ CRYPTCLI_API cryptcli_status cryptcli_inspect(cryptcli_file source, cryptcli_rep
 
 /* ---- Administration ---- */
 
-/* Performs a named operation. `arguments` is a JSON object. An unknown, missing or mistyped member is refused
- * before anything is sent. The JSON of the report is the result; "warning" in it is a string that says what
- * is missing from an audit log, and "failure" the same as an object with the members of cryptcli_error_json.
- * The result of Decrypt holds private keys: cryptcli_report_free overwrites them. Copies are the caller's to
- * protect. */
+/* Performs a named operation. `arguments` is a JSON object. An unknown, missing or mistyped member, no
+ * key server, an invalid URL of one, or a timeout that is no number is refused before anything is sent. Of a
+ * member that is named twice the last value counts. The JSON of the report is the result; "warning" in it is
+ * a string that says what is missing from an audit log, and "failure" the same as an object with the members
+ * of cryptcli_error_json. The result of Decrypt holds private keys: cryptcli_report_free overwrites them.
+ * Copies are the caller's to protect. */
 CRYPTCLI_API cryptcli_status cryptcli_perform(const cryptcli_client* client, const char* operation,
                                               const char* arguments, cryptcli_call* call,
                                               cryptcli_report** report, cryptcli_error** error);
