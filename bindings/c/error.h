@@ -10,9 +10,10 @@ namespace CryptCliC {
 
 /// A key server that failed during an operation.
 struct Attempt {
-  std::string server;  ///< base URL
+  std::string server;  ///< scheme, host and port
   cryptcli_status code = CRYPTCLI_INTERNAL;
   std::string message;
+  std::string base{};  ///< its whole base URL: servers of one origin can differ in the path
 };
 
 /// Why an operation failed. A value; cryptcli_error is the same as an object for C.

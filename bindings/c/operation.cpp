@@ -77,6 +77,13 @@ std::string_view OriginOf(std::string_view url) {
   return url.substr(0, std::min(url.find('/', start), url.size()));
 }
 
+// The class appends "status" or "rest/..." to the base URL of a key server.
+std::string_view KeyServerOf(std::string_view url) {
+  url = url.substr(0, url.find('?'));
+  const std::size_t command = url.rfind("/rest/");
+  return url.substr(0, command != std::string_view::npos ? command : url.rfind('/'));
+}
+
 std::string_view WithoutQuery(std::string_view url) {
   return url.substr(0, url.find('?'));
 }
@@ -345,8 +352,12 @@ void Operation::TakeError(std::string_view text) {
   const bool isServers = code == CRYPTCLI_UNREACHABLE || code == CRYPTCLI_TIMEOUT ||
                          code == CRYPTCLI_UNAUTHORISED || code == CRYPTCLI_SERVER_ERROR;
   if (!latest_.failed && !isServers) return;
+  // An operation can go through the list several times. The latest reason of a server says how it is now.
+  const std::string base(KeyServerOf(latest_.url));
+  std::erase_if(attempts_, [&](const Attempt& attempt) { return attempt.base == base; });
   attempts_.push_back({std::string(OriginOf(latest_.url)),
-                       latest_.failed ? ClassifyExchange(GetFailedExchange()) : code, std::string(text)});
+                       latest_.failed ? ClassifyExchange(GetFailedExchange()) : code, std::string(text),
+                       base});
 }
 
 void Operation::Log(std::uint32_t level, std::string_view text) const {

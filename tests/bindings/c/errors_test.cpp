@@ -186,6 +186,16 @@ TEST_F(ScriptedErrors, ANameThatIsNotUtf8IsAnInvalidRoom) {
   EXPECT_EQ(Decrypt("secret", "opened", "\xFF").status, CRYPTCLI_INVALID_ARGUMENT);
   EXPECT_EQ(Decrypt("secret", "opened", "").status, CRYPTCLI_INVALID_ARGUMENT);
 }
+// An encryption goes through the key servers more than once.
+TEST_F(Errors, EachKeyServerIsListedOnce) {
+  Protect("x");
+  SetFaults({.type = FaultType::Down});
+  const Outcome outcome = Encrypt("plain", "other");
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE) << outcome.Message();
+  EXPECT_EQ(cryptcli_error_attempt_count(outcome.error.get()), 3U)
+      << cryptcli_error_json(outcome.error.get());
+}
+
 
 }  // namespace
 }  // namespace CInterface
