@@ -169,6 +169,7 @@ bool Source::CopyFrom(int descriptor) {
   if (descriptor < 0) return Fail(EBADF);
   copy_.Take(File(OruGuiBase::FileType::Temporary, kCopyName, /*isPrivate=*/true));
   file_ = copy_.GetFile();
+  hasNoCopy_ = true;
   FileWriter writer;
   if (file_.IsEmpty() || !writer.Open(file_)) return false;
   CopyBuffer buffer;
@@ -176,7 +177,9 @@ bool Source::CopyFrom(int descriptor) {
   while ((got = ReadSome(descriptor, buffer.GetData(), buffer.GetSize())) > 0) {
     if (!writer.Write(buffer.GetData(), static_cast<std::uint32_t>(got))) return false;
   }
-  return got == 0 ? writer.Close() : FailWithErrno();
+  if (got == 0) return writer.Close();
+  hasNoCopy_ = false;
+  return FailWithErrno();
 }
 
 bool Target::Open(const cryptcli_file& file) {

@@ -22,6 +22,8 @@ class Source {
   bool Open(const cryptcli_file& file);
   const OruGuiBase::File& GetFile() const { return file_; }
   std::uint64_t GetSize() const;
+  /// After Open has failed: whether the copy could not be written, which is no fault of what is read.
+  bool HasNoCopy() const { return hasNoCopy_; }
 
  private:
   bool CopyFrom(const OruGuiBase::File& stream);
@@ -29,6 +31,7 @@ class Source {
 
   OruGuiBase::TempFile copy_;
   OruGuiBase::File file_;
+  bool hasNoCopy_ = false;
 };
 
 /// Identifies a file and its content: two equal values for a path mean that nobody replaced or changed the

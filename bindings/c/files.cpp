@@ -71,6 +71,10 @@ Failure NoTemporaryFile(Operation& operation) {
                                ToString(OruGuiBase::GetSystemErrorText()));
 }
 
+Failure CannotRead(Operation& operation, const Source& source, const cryptcli_file& file) {
+  return source.HasNoCopy() ? NoTemporaryFile(operation) : SystemFailure(operation, "Could not read", file);
+}
+
 void TakeFacts(cryptcli_report& report, const Facts& facts) {
   report.serviceGroup = facts.serviceGroup;
   report.serviceRoom = facts.serviceRoom;
@@ -154,7 +158,7 @@ cryptcli_status Encrypt(const Task& task, const cryptcli_file& from, const crypt
   Operation operation(task.client, task.call);
   Source source;
   Target target;
-  if (!source.Open(from)) return Fail(error, SystemFailure(operation, "Could not read", from));
+  if (!source.Open(from)) return Fail(error, CannotRead(operation, source, from));
   if (!target.Open(to)) return Fail(error, SystemFailure(operation, "Could not write", to));
   operation.StartProgress(source.GetSize(), kPassesOfEncrypt);
   std::string message;
@@ -215,7 +219,7 @@ cryptcli_status Decrypt(const Task& task, const cryptcli_file& from, const crypt
   Operation operation(task.client, task.call);
   Source source;
   Target target;
-  if (!source.Open(from)) return Fail(error, SystemFailure(operation, "Could not read", from));
+  if (!source.Open(from)) return Fail(error, CannotRead(operation, source, from));
   if (to == nullptr && !target.OpenNowhere()) return Fail(error, NoTemporaryFile(operation));
   if (to != nullptr && !target.Open(*to))
     return Fail(error, SystemFailure(operation, "Could not write", *to));
@@ -244,7 +248,7 @@ cryptcli_status Rekey(const Task& task, const char* path, ReportPtr& report, cry
   Source source;
   Target content;
   Target target;
-  if (!source.Open(file)) return Fail(error, SystemFailure(operation, "Could not read", file));
+  if (!source.Open(file)) return Fail(error, CannotRead(operation, source, file));
   if (!content.OpenNowhere()) return Fail(error, NoTemporaryFile(operation));
   if (!target.Open(file)) return Fail(error, SystemFailure(operation, "Could not write", file));
   if (!target.IsReplaceable()) return Fail(error, CannotReplace(operation, file));

@@ -75,7 +75,10 @@ cryptcli_status Inspect(const cryptcli_file& from, cryptcli_report& report, cryp
   CMSMsg message;
   KVMap object;
   if (!source.Open(from)) {
-    return Fail(error, CRYPTCLI_IO, "Could not read the file: " + ToString(OruGuiBase::GetSystemErrorText()));
+    const std::string reason = ToString(OruGuiBase::GetSystemErrorText());
+    if (!source.HasNoCopy()) return Fail(error, CRYPTCLI_IO, "Could not read the file: " + reason);
+    const std::string text = "Could not create a temporary file: " + reason;
+    return Fail(error, Classify(text, {}), text);
   }
   if (!message.Load(source.GetFile()) || !DescribeParties(message, object)) {
     const std::string text = "Could not parse encrypted file: " + ToString(OruGuiBase::GetSystemErrorText());

@@ -1,5 +1,7 @@
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/resource.h>
 #include <unistd.h>
 #include <utility>
 
@@ -48,6 +50,36 @@ TEST_F(Errors, AFullTargetIsNoSpace) {
 
 TEST_F(Errors, NeitherAPathNorADescriptorIsAnInvalidArgument) {
   Protect("x");
+TEST_F(Errors, AFullTemporaryDirectoryIsNotBlamedOnTheSource) {
+  const std::string directory = Path("none");
+  ASSERT_EQ(cryptcli_options_set_temporary_directory(options.get(), directory.c_str(), nullptr), CRYPTCLI_OK);
+  MakeClient();
+  const auto encrypt = [&] {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    const std::string bytes(20'000, 'x');
+    EXPECT_EQ(::write(ends[1], bytes.data(), bytes.size()), 20'000);
+    ::close(ends[1]);
+    const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {
+      return cryptcli_encrypt(client.get(), kRoom, cryptcli_descriptor(ends[0]),
+                              cryptcli_path(Path("secret").c_str()), call.get(), report, error);
+    });
+    ::close(ends[0]);
+    return outcome.Message();
+  };
+  EXPECT_EQ(encrypt(), "Could not create a temporary file: No such file or directory");
+  std::filesystem::create_directory(directory);
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+  const rlimit small{8'000, before.rlim_max};
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  const std::string message = encrypt();
+  ::setrlimit(RLIMIT_FSIZE, &before);
+  std::signal(SIGXFSZ, handler);
+  EXPECT_EQ(message, "Could not create a temporary file: File too large");
+}
+
   const cryptcli_file none = cryptcli_path(nullptr);
   const std::string name = Path("secret");
   const cryptcli_file file = cryptcli_path(name.c_str());
