@@ -105,6 +105,13 @@ bool IsPlainKey(const AnsiStr& plain) {
   return !plain.IsEmpty() && key.Load(plain, OruOssSec::ASN1::Encoding::Text);
 }
 
+bool IsKeyResponse(const KVMap& response) {
+  for (const char* name : {"room", "group", "certificate", "errorid", "errortext"}) {
+    if (!Member(response, name).empty()) return true;
+  }
+  return false;
+}
+
 Operation::Operation(const cryptcli_client& client, cryptcli_call* call)
     : client_(client), call_(call), before_(OruGuiBase::SetThreadObserver(this)) {}
 
@@ -161,6 +168,8 @@ FailedExchange Operation::GetFailedExchange() const {
 cryptcli_status Operation::GetCode(std::string_view message) const {
   if (facts_.isRoomDenied) return CRYPTCLI_UNKNOWN_ROOM;
   if (facts_.isKeyRefused) return CRYPTCLI_KEY_REFUSED;
+  // The class takes members that are missing for a key that the service does not have.
+  if (facts_.isNoKeyResponse && message == "Could not find matching room key") return CRYPTCLI_SERVER_ERROR;
   return Classify(message, GetFailedExchange());
 }
 
@@ -289,7 +298,9 @@ void Operation::ReadServiceResponse(std::string_view path, const AnsiStr& body) 
   }
   Val value;
   AnsiStr error;
-  if (!OruGuiBase::JSON2Val(body, value, error) || value.GetType() != ValType::Map) return;
+  if (!OruGuiBase::JSON2Val(body, value, error)) return;
+  facts_.isNoKeyResponse = value.GetType() != ValType::Map || !IsKeyResponse(value.AsMap());
+  if (value.GetType() != ValType::Map) return;
   const KVMap object = value.AsMap();
   facts_.serviceRoom = Member(object, "room");
   facts_.serviceGroup = Member(object, "group");

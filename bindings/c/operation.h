@@ -31,14 +31,19 @@ struct Facts {
   std::string serviceGroup;
   std::string serviceRoom;
   bool isPlainKey = false;
-  bool isIncomplete = false;  ///< a fact could not be stored
-  bool isKeyRefused = false;  ///< at present, with kKeyRefused
-  bool isRoomDenied = false;  ///< with any other error of the crypt service
+  bool isIncomplete = false;     ///< a fact could not be stored
+  bool isKeyRefused = false;     ///< at present, with kKeyRefused
+  bool isRoomDenied = false;     ///< with any other error of the crypt service
+  bool isNoKeyResponse = false;  ///< it names neither a key nor a room nor a group, and refuses nothing
 };
 
 /// Whether the class would use the crypt service's "plain" as a private key. It ignores one that it cannot
 /// read.
 bool IsPlainKey(const OruGuiBase::AnsiStr& plain);
+
+/// Whether an object can be the crypt service's response to the request for a room's key: it says something
+/// about the room or its key, or refuses them. The object of another server has none of these members.
+bool IsKeyResponse(const OruGuiBase::KVMap& response);
 
 /// One operation of the class on the calling thread: it is the transport that the class uses, before the real
 /// one, and the observer of the thread. From both it learns the facts and the failed attempts, sets timeouts,

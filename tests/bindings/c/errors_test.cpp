@@ -48,8 +48,6 @@ TEST_F(Errors, AFullTargetIsNoSpace) {
   EXPECT_EQ(outcome.status, CRYPTCLI_NO_SPACE) << outcome.Message();
 }
 
-TEST_F(Errors, NeitherAPathNorADescriptorIsAnInvalidArgument) {
-  Protect("x");
 TEST_F(Errors, AFullTemporaryDirectoryIsNotBlamedOnTheSource) {
   const std::string directory = Path("none");
   ASSERT_EQ(cryptcli_options_set_temporary_directory(options.get(), directory.c_str(), nullptr), CRYPTCLI_OK);
@@ -80,6 +78,8 @@ TEST_F(Errors, AFullTemporaryDirectoryIsNotBlamedOnTheSource) {
   EXPECT_EQ(message, "Could not create a temporary file: File too large");
 }
 
+TEST_F(Errors, NeitherAPathNorADescriptorIsAnInvalidArgument) {
+  Protect("x");
   const cryptcli_file none = cryptcli_path(nullptr);
   const std::string name = Path("secret");
   const cryptcli_file file = cryptcli_path(name.c_str());
@@ -186,6 +186,16 @@ TEST_F(Errors, DeadKeyServersAreListedAsUnreachable) {
   EXPECT_EQ(cryptcli_error_attempt_code(outcome.error.get(), 2), CRYPTCLI_UNREACHABLE);
 }
 
+// An encryption goes through the key servers more than once.
+TEST_F(Errors, EachKeyServerIsListedOnce) {
+  Protect("x");
+  SetFaults({.type = FaultType::Down});
+  const Outcome outcome = Encrypt("plain", "other");
+  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE) << outcome.Message();
+  EXPECT_EQ(cryptcli_error_attempt_count(outcome.error.get()), 3U)
+      << cryptcli_error_json(outcome.error.get());
+}
+
 TEST_F(Errors, ABadSignatureOfAKeyServerFailsEncrypt) {
   scratch.Make("plain", "x");
   scratch.Make("secret", "as before");
@@ -205,6 +215,20 @@ TEST_F(ScriptedErrors, ARefusedKeyHasItsOwnCode) {
   EXPECT_EQ(outcome.Message(), "Not now");
 }
 
+// The message is that of the class, which does not look at what else the response lacks.
+TEST_F(ScriptedErrors, AResponseWithoutAKeyOrItsRoomIsTheServersFault) {
+  forged.Envelope("content");
+  for (const char* body : {"[]", "{}", R"({"room":"","group":"","certificate":"","data":""})"}) {
+    services.Set("key", TestSupport::Json(body));
+    const Outcome outcome = Open();
+    EXPECT_EQ(outcome.status, CRYPTCLI_SERVER_ERROR) << body;
+    EXPECT_EQ(outcome.Message(), "Could not find matching room key") << body;
+    EXPECT_EQ(cryptcli_error_is_retryable(outcome.error.get()), 0) << body;
+  }
+  services.Set("key", TestSupport::Json(R"({"room":"r","group":"g"})"));
+  EXPECT_EQ(Open().status, CRYPTCLI_UNKNOWN_ROOM);
+}
+
 TEST_F(ScriptedErrors, ATransportThatFailsIsUnreachable) {
   forged.Envelope("content");
   services.Set("key", TestSupport::NoExchange("the cable is cut"));
@@ -218,16 +242,6 @@ TEST_F(ScriptedErrors, ANameThatIsNotUtf8IsAnInvalidRoom) {
   EXPECT_EQ(Decrypt("secret", "opened", "\xFF").status, CRYPTCLI_INVALID_ARGUMENT);
   EXPECT_EQ(Decrypt("secret", "opened", "").status, CRYPTCLI_INVALID_ARGUMENT);
 }
-// An encryption goes through the key servers more than once.
-TEST_F(Errors, EachKeyServerIsListedOnce) {
-  Protect("x");
-  SetFaults({.type = FaultType::Down});
-  const Outcome outcome = Encrypt("plain", "other");
-  EXPECT_EQ(outcome.status, CRYPTCLI_UNREACHABLE) << outcome.Message();
-  EXPECT_EQ(cryptcli_error_attempt_count(outcome.error.get()), 3U)
-      << cryptcli_error_json(outcome.error.get());
-}
-
 
 }  // namespace
 }  // namespace CInterface
