@@ -31,6 +31,8 @@ constexpr std::int64_t kClockTolerance = 300;
 // Milliseconds for each key server if the crypt service sets no limit. With the default timeout of the
 // client, each server that is down could take five minutes.
 constexpr std::uint32_t kProbeTimeout = 10'000;
+constexpr std::string_view kKeyServer = "key_server";
+
 
 /// What was found out about one server or room. A value.
 struct Finding {
@@ -71,6 +73,8 @@ std::string Advise(const Finding& finding, std::uint32_t httpStatus) {
       return "Check the host name and the port in the URL, the network and the proxy";
     case CRYPTCLI_TIMEOUT:
       return "Check whether the server is overloaded or a firewall drops packets, or set a longer timeout";
+      if (finding.subject == kKeyServer)
+        return "Check the client certificate, or ask the operator of the key server: it gets no header";
     case CRYPTCLI_UNAUTHORISED:
       return "Check the credentials: the header or the client certificate for the crypt service";
     case CRYPTCLI_UNKNOWN_ROOM:
@@ -203,7 +207,7 @@ void Check::AskRoom(std::string_view room) {
 // and a valid clock in the response.
 void Check::AskKeyServer(const std::string& url, std::uint32_t timeout) {
   if (operation_.IsCancelled()) return;
-  Finding finding{"key_server", url};
+  Finding finding{kKeyServer, url};
   AnsiStr address = ToAnsi(url);
   OruKalvix::AppendPath(address, "status?");
   address += ToAnsi(std::to_string(OruGuiBase::GetPseudoRandomNumberEx(0, UINT64_MAX)));

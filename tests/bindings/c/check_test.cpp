@@ -86,6 +86,15 @@ TEST_F(CheckServers, ReportsEachKeyServerThatFails) {
   ExpectFinding(Finding(outcome, 4), "key_server", "ok");
 }
 
+// The header for the crypt service never goes to a key server.
+TEST_F(CheckServers, DoesNotAdviseAHeaderForAKeyServer) {
+  ASSERT_TRUE(stand.SetFault(0, {.type = FaultType::Status, .number = 401}));
+  const KVMap finding = Finding(Check(), 2);
+  ExpectFinding(finding, "key_server", "unauthorised");
+  EXPECT_THAT(StringIn(finding, "advice"), HasSubstr("key server"));
+  EXPECT_THAT(StringIn(finding, "advice"), ::testing::Not(HasSubstr("the header")));
+}
+
 TEST_F(CheckServers, MeasuresClocks) {
   stand.GetSettings().SetClockOffset(1, 3'600);
   const KVMap finding = Finding(Check(), 3);
