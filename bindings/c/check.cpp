@@ -1,6 +1,5 @@
 // Asks the servers whether they work, for an application's self-test. Every request is one that anybody may
-// send and that changes nothing: the base URL or a room's key at the crypt service, the status of a key
-// server.
+// send and that changes nothing: a room's key at the crypt service, the status of a key server.
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -31,12 +30,12 @@ constexpr std::int64_t kClockTolerance = 300;
 // Milliseconds for each key server if the crypt service sets no limit. With the default timeout of the
 // client, each server that is down could take five minutes.
 constexpr std::uint32_t kProbeTimeout = 10'000;
-constexpr std::string_view kKeyServer = "key_server";
 
+constexpr std::string_view kKeyServer = "key_server";
 
 /// What was found out about one server or room. A value.
 struct Finding {
-  const char* subject;
+  std::string_view subject;
   std::string name;
   cryptcli_status code = CRYPTCLI_OK;
   std::string message{};
@@ -73,9 +72,9 @@ std::string Advise(const Finding& finding, std::uint32_t httpStatus) {
       return "Check the host name and the port in the URL, the network and the proxy";
     case CRYPTCLI_TIMEOUT:
       return "Check whether the server is overloaded or a firewall drops packets, or set a longer timeout";
+    case CRYPTCLI_UNAUTHORISED:
       if (finding.subject == kKeyServer)
         return "Check the client certificate, or ask the operator of the key server: it gets no header";
-    case CRYPTCLI_UNAUTHORISED:
       return "Check the credentials: the header or the client certificate for the crypt service";
     case CRYPTCLI_UNKNOWN_ROOM:
       return "Check the name of the room, the path in the URL of the crypt service, and who may use the room";
@@ -87,6 +86,19 @@ std::string Advise(const Finding& finding, std::uint32_t httpStatus) {
   if (IsRedirect(httpStatus)) return "Set the URL that the server redirects to: redirects are not followed";
   if (httpStatus >= 500) return "Ask the operator of the server: it reports a failure of its own";
   return "Check that the URL is the base URL of such a server";
+}
+
+// HTTP statuses by which any web server refuses a path that it does not know. A crypt service may refuse a
+// room by them as well.
+bool IsUnclear(cryptcli_status code, std::uint32_t httpStatus) {
+  constexpr std::uint32_t kTooManyRequests = 429;
+  const bool isRefusal = code == CRYPTCLI_UNKNOWN_ROOM || code == CRYPTCLI_SERVER_ERROR;
+  return isRefusal && httpStatus >= 400 && httpStatus < 500 && httpStatus != kTooManyRequests;
+}
+
+std::string NotExamined(std::uint32_t httpStatus) {
+  return "Reachable, not examined: HTTP status " + std::to_string(httpStatus) +
+         " does not show whether this is a crypt service. Check the URL, and check a room that exists";
 }
 
 // What to do about a server that works.
@@ -135,6 +147,8 @@ class Check {
   // Call it right after the exchange of the finding: the operation knows only of the latest one whether a
   // repetition may help.
   void AddServer(Finding finding, const ServerProbe& probe);
+  cryptcli_status CodeOf(const RoomQuery& query) const;
+  bool AddService(const RoomQuery& query, bool isRefusal);
   void AddRoom(Finding finding);
   void AskKeyServer(const std::string& url, std::uint32_t timeout);
 
@@ -149,7 +163,8 @@ void Check::AddServer(Finding finding, const ServerProbe& probe) {
   const bool ok = finding.code == CRYPTCLI_OK;
   ok_ = ok_ && ok;
   finding.retryable = !ok && operation_.IsWorthRetrying(finding.code, finding.message);
-  finding.advice = ok ? Caution(finding.name, probe) : Advise(finding, probe.httpStatus);
+  if (finding.advice.empty())
+    finding.advice = ok ? Caution(finding.name, probe) : Advise(finding, probe.httpStatus);
   findings_.Append(Val(Describe(finding, probe)));
 }
 
@@ -161,34 +176,41 @@ void Check::AddRoom(Finding finding) {
   findings_.Append(Val(Describe(finding)));
 }
 
-// Without a room, no resource of a crypt service is known to exist, so the base URL is requested. Any
-// response shows that the service is reachable, unless it refuses the caller or reports a failure of its own.
+// No resource of a crypt service is there without a room, so one is asked for that nobody has: its refusal
+// has a form that other servers do not have.
 void Check::AskService() {
-  const ServerProbe probe = ProbeServer(operation_, ToAnsi(client_.options.service), 0);
+  const std::string room =
+      "cryptcli-check-" + std::to_string(OruGuiBase::GetPseudoRandomNumberEx(0, UINT64_MAX));
+  const RoomQuery query = QueryRoom(operation_, client_, room);
+  AddService(query, IsUnclear(CodeOf(query), query.probe.httpStatus));
+}
+
+cryptcli_status Check::CodeOf(const RoomQuery& query) const {
+  return query.ok ? CRYPTCLI_OK : operation_.GetCode(query.message);
+}
+
+// `isRefusal` says that the failure of the query says nothing against the service.
+bool Check::AddService(const RoomQuery& query, bool isRefusal) {
+  const cryptcli_status code = CodeOf(query);
+  const bool isAboutRoom =
+      isRefusal || query.ok || code == CRYPTCLI_UNKNOWN_ROOM || code == CRYPTCLI_KEY_REFUSED;
   Finding finding{"service", client_.options.service};
-  const bool isClientError = probe.httpStatus >= 200 && probe.httpStatus < 500;
-  const cryptcli_status code = probe.message.empty() ? CRYPTCLI_OK : operation_.GetCode(probe.message);
-  const bool isFailure = code == CRYPTCLI_UNAUTHORISED || code == CRYPTCLI_TIMEOUT;
-  if (!isClientError || isFailure) {
+  if (!isAboutRoom) {
     finding.code = code;
-    finding.message = probe.message;
+    finding.message = query.message;
+  } else if (IsUnclear(code, query.probe.httpStatus)) {
+    finding.advice = NotExamined(query.probe.httpStatus);
   }
-  AddServer(std::move(finding), probe);
+  AddServer(std::move(finding), query.probe);
+  return isAboutRoom;
 }
 
 // One request, for the room's key, gives two findings: whether the crypt service works, and then whether the
 // room does.
 void Check::AskRoom(std::string_view room) {
   const RoomQuery query = QueryRoom(operation_, client_, room);
-  const cryptcli_status code = query.ok ? CRYPTCLI_OK : operation_.GetCode(query.message);
-  const bool isAboutRoom = query.ok || code == CRYPTCLI_UNKNOWN_ROOM || code == CRYPTCLI_KEY_REFUSED;
-  Finding service{"service", client_.options.service};
-  if (!isAboutRoom) {
-    service.code = code;
-    service.message = query.message;
-  }
-  AddServer(std::move(service), query.probe);
-  if (!isAboutRoom) return;
+  const cryptcli_status code = CodeOf(query);
+  if (!AddService(query, /*isRefusal=*/false)) return;
   Finding finding{"room", std::string(room), code, query.message};
   if (query.ok && query.info.keyServers.empty()) {
     finding.code = CRYPTCLI_SERVER_ERROR;

@@ -18,6 +18,7 @@ using OruGuiBase::AnsiStr;
 using OruGuiBase::Array;
 using OruGuiBase::KVMap;
 using OruGuiBase::Val;
+using OruGuiBase::ValType;
 using OruKalvix::MemberReader;
 
 namespace {
@@ -113,6 +114,10 @@ RoomQuery QueryRoom(Operation& operation, const cryptcli_client& client, std::st
   AnsiStr reason;
   if (!OruGuiBase::JSON2Val(query.probe.body, value, reason)) {
     query.message = std::string(kPrefix) + "Could not parse response: " + ToString(reason);
+    return query;
+  }
+  if (value.GetType() != ValType::Map || !IsKeyResponse(value.AsMap())) {
+    query.message = std::string(kPrefix) + "The response is not that of a crypt service";
     return query;
   }
   const MemberReader response(value.AsMap());

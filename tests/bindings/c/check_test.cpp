@@ -119,13 +119,47 @@ TEST_F(CheckServers, CanBeCancelled) {
 
 // With a scripted transport, since the advice follows from the reason that a transport reports.
 struct ScriptedLook : ScriptedTest {
-  KVMap FirstFinding() {
+  KVMap FirstFinding(const char* room = kScriptedRoom) {
     const Outcome outcome = Call([&](cryptcli_report** report, cryptcli_error** error) {
-      return cryptcli_check(client.get(), kScriptedRoom, nullptr, report, error);
+      return cryptcli_check(client.get(), room, nullptr, report, error);
     });
     return ParseReport(outcome).Get("findings").AsArray()[0].AsMap();
   }
 };
+
+TEST_F(ScriptedLook, DoesNotTakeAnyWebServerForACryptService) {
+  for (const char* body : {"<html>", "[]", "{}", R"({"status":"up"})"}) {
+    services.Set("key", TestSupport::Json(body));
+    for (const char* room : {kScriptedRoom, static_cast<const char*>(nullptr)}) {
+      const KVMap finding = FirstFinding(room);
+      EXPECT_EQ(StringIn(finding, "code"), "server_error") << body;
+      EXPECT_THAT(StringIn(finding, "advice"), HasSubstr("base URL"));
+    }
+  }
+}
+
+// A crypt service may refuse a room by a status alone, and any web server gives it for a path that it does
+// not know.
+TEST_F(ScriptedLook, SaysWhenAServiceWasNotExamined) {
+  services.Set("key", TestSupport::Status(404));
+  for (const char* room : {kScriptedRoom, static_cast<const char*>(nullptr)}) {
+    const KVMap finding = FirstFinding(room);
+    EXPECT_EQ(StringIn(finding, "code"), "ok");
+    EXPECT_THAT(StringIn(finding, "advice"), ::testing::StartsWith("Reachable, not examined: "));
+  }
+  services.Set("key", TestSupport::Json(R"({"errorid":"1","errortext":"Unknown room"})"));
+  EXPECT_THAT(StringIn(FirstFinding(nullptr), "advice"), ::testing::Not(HasSubstr("not examined")));
+}
+
+TEST_F(ScriptedLook, WithoutARoomAsksForOneThatNobodyHas) {
+  services.Set("key", TestSupport::Json(R"({"errorid":"1","errortext":"Unknown room"})"));
+  FirstFinding(nullptr);
+  FirstFinding(nullptr);
+  const auto requests = services.GetRequests("key");
+  ASSERT_EQ(requests.size(), 2U);
+  EXPECT_THAT(requests[0].url, HasSubstr("crypt/key/cryptcli-check-"));
+  EXPECT_NE(requests[0].url, requests[1].url);
+}
 
 TEST_F(ScriptedLook, AdvisesOnCertificatesAndRedirects) {
   services.Set("key",

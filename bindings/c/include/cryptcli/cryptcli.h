@@ -364,8 +364,10 @@ CRYPTCLI_API cryptcli_status cryptcli_room(const cryptcli_client* client, const 
                                            cryptcli_error** error);
 
 /* Asks the crypt service, and with a room each of its key servers, whether they work. `room` may be null.
- * Changes nothing. Returns CRYPTCLI_OK with a report whether they work or not. Fails only if an argument is
- * wrong, the call is cancelled, or on allocation failure. The JSON of the report, without any key or token:
+ * Changes nothing: the crypt service is asked for the key of the room, or of one that nobody has. Whether it
+ * gives this caller tokens for key servers is not checked. Returns CRYPTCLI_OK with a report whether they
+ * work or not. Fails only if an argument is wrong, the call is cancelled, or on allocation failure. The JSON
+ * of the report, without any key or token:
  *   "ok"        boolean: every finding is ok
  *   "findings"  array of objects, in this order: the crypt service, the room (if one was given and the crypt
  *               service responded), each key server (if the room was found)
@@ -378,7 +380,8 @@ CRYPTCLI_API cryptcli_status cryptcli_room(const cryptcli_client* client, const 
  *   "retryable"   boolean: the same check may find it usable later although nobody changes anything
  *   "message"     string: what is wrong; empty if nothing is
  *   "advice"      string: what to do; empty if nothing has to be done. A usable server has advice too if its
- *                 clock is more than five minutes off, or if it is asked over http across a network
+ *                 clock is more than five minutes off, if it is asked over http across a network, or if its
+ *                 response, such as HTTP status 404, does not show whether it is a crypt service
  * and of those about a server:
  *   "httpStatus"       number: 0 if there was no response
  *   "tls"              boolean: asked over https
