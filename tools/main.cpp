@@ -23,6 +23,7 @@
 #include "tools/servers_command.h"
 #include "tools/sign.h"
 #include "tools/usage.h"
+#include "tools/value_check.h"
 #include "tools/verify.h"
 #include "tools/version.h"
 
@@ -147,10 +148,11 @@ int Run(int argc, char** argv) {
   const bool hasMark = CryptCli::HasMark(argc, argv);
   for (const Command& command : commands) {
     settings.Adopt(*command.app);
+    CryptCli::RefuseEmptyValues(*command.app);
     if (hasMark) CryptCli::TakeWordsAfterMark(*command.app);
   }
   try {
-    app.parse(argc, argv);
+    app.parse(CryptCli::GetArguments(app, argc, argv));
   } catch (const CLI::ParseError& error) {
     // --help and --version arrive here too, with code 0. The parser's other codes are not part of our
     // interface.

@@ -83,6 +83,15 @@ std::string DescribeUnused(const CLI::App& app, const CLI::App* command) {
   return words.empty() ? std::string() : "Unexpected argument " + Quote(words.front());
 }
 
+// Whether any command has an option of that name, without the dashes, that expects a value.
+bool TakesValue(const CLI::App& app, const std::string& name) {
+  for (const CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    const CLI::Option* const option = command->get_option_no_throw("--" + name);
+    if (option != nullptr && option->get_items_expected_max() > 0) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 std::string DescribeMistake(const CLI::App& app, const CLI::ParseError& error) {
@@ -98,6 +107,24 @@ std::string DescribeMistake(const CLI::App& app, const CLI::ParseError& error) {
 void TakeWordsAfterMark(CLI::App& command) {
   const auto refuse = [](const std::string&) { return std::string("is not expected"); };
   command.add_option(kSpare)->check(refuse)->group("");
+}
+
+std::vector<std::string> GetArguments(const CLI::App& app, int argc, const char* const* argv) {
+  std::vector<std::string> arguments;
+  bool isBehindMark = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    isBehindMark = isBehindMark || word == kMark;
+    const bool isLong = !isBehindMark && word.starts_with("--") && word.find('=') == word.size() - 1;
+    if (isLong && TakesValue(app, word.substr(2, word.size() - 3))) {
+      arguments.push_back(word.substr(0, word.size() - 1));
+      arguments.emplace_back();
+    } else {
+      arguments.push_back(word);
+    }
+  }
+  std::reverse(arguments.begin(), arguments.end());
+  return arguments;
 }
 
 bool HasMark(int argc, const char* const* argv) {

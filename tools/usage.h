@@ -3,6 +3,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Error.hpp>
 #include <string>
+#include <vector>
 
 namespace CryptCli {
 
@@ -14,6 +15,10 @@ std::string DescribeMistake(const CLI::App& app, const CLI::ParseError& error);
 /// needs. Call it for each command before parsing a command line that contains "--"; a word too many is a
 /// mistake as without it.
 void TakeWordsAfterMark(CLI::App& command);
+
+/// The arguments for CLI::App::parse, which wants them in reverse order. For "--option=" the parser would
+/// take the word behind it as the value; here it becomes the option and an empty value.
+std::vector<std::string> GetArguments(const CLI::App& app, int argc, const char* const* argv);
 
 /// Whether the command line contains "--".
 bool HasMark(int argc, const char* const* argv);

@@ -1,6 +1,7 @@
 // Checks of option values that the parser does not bring, or brings with messages that do not name the value.
 #include "tools/value_check.h"
 
+#include <CLI/Option.hpp>
 #include <charconv>
 #include <utility>
 
@@ -44,6 +45,13 @@ CLI::Validator NumberFrom(unsigned low, unsigned high) {
 
 CLI::Validator NotEmpty(const std::string& what) {
   return {[what](std::string& value) { return value.empty() ? what + " is empty" : std::string(); }, ""};
+}
+
+void RefuseEmptyValues(CLI::App& command) {
+  for (CLI::Option* option : command.get_options()) {
+    // A flag expects no value.
+    if (option->get_items_expected_max() > 0) option->check(NotEmpty("the value"));
+  }
 }
 
 }  // namespace CryptCli

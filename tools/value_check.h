@@ -1,5 +1,6 @@
 #pragma once
 
+#include <CLI/App.hpp>
 #include <CLI/Validators.hpp>
 #include <string>
 #include <vector>
@@ -18,5 +19,9 @@ CLI::Validator NumberFrom(unsigned low, unsigned high);
 /// Anything but an empty string, which is most often a variable of a script that was not set. `what` names
 /// it.
 CLI::Validator NotEmpty(const std::string& what);
+
+/// Lets the command refuse an empty value of any option or argument. Elsewhere an empty value then means that
+/// nothing was given. Call it once the command has all its options.
+void RefuseEmptyValues(CLI::App& command);
 
 }  // namespace CryptCli

@@ -71,6 +71,75 @@ TEST(CommandLine, AServiceThatIsNoUrlIsCode2) {
   }
 }
 
+// The subcommands that --help lists.
+std::vector<std::string> ListCommands() {
+  const std::string all = RunCommand({"--help"}).output;
+  std::istringstream lines(all.substr(std::min(all.find("Subcommands:\n"), all.size())));
+  std::vector<std::string> commands;
+  std::string line;
+  for (std::getline(lines, line); std::getline(lines, line) && line.starts_with("  ");) {
+    commands.push_back(line.substr(2, line.find(' ', 2) - 2));
+  }
+  return commands;
+}
+
+// The long names of the options that take a value: the help shows its type, in capitals, behind them.
+std::vector<std::string> ListOptionsWithValue(const std::string& command) {
+  std::istringstream lines(RunCommand({command, "--help"}).output);
+  std::vector<std::string> options;
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with("  -")) continue;
+    std::istringstream words(line);
+    std::string names;
+    std::string type;
+    words >> names >> type;
+    type = type.substr(0, type.find('='));
+    const auto isCapital = [](char c) { return c >= 'A' && c <= 'Z'; };
+    if (!type.empty() && std::all_of(type.begin(), type.end(), isCapital))
+      options.push_back(names.substr(names.find("--")));
+  }
+  return options;
+}
+
+TEST(CommandLine, RefusesAnEmptyValueOfEachOption) {
+  std::size_t count = 0;
+  for (const std::string& command : ListCommands()) {
+    for (const std::string& option : ListOptionsWithValue(command)) {
+      ++count;
+      const Finished finished = RunCommand({command, option, ""});
+      EXPECT_EQ(finished.code, 2) << command << " " << option;
+      EXPECT_THAT(finished.errors, StartsWith("cryptcli: " + option + ": ")) << command;
+    }
+  }
+  EXPECT_GT(count, 100U);
+}
+
+TEST(CommandLine, RefusesAnEmptyValueBehindAnEqualsSign) {
+  for (const char* option : {"--output", "--output-dir", "--files-from", "--tmp-dir", "--proxy"}) {
+    const std::string word = std::string(option) + "=";
+    for (const auto& words : {std::vector<std::string>{word, "a", "b"}, {"a", word, "b"}, {"a", "b", word}}) {
+      std::vector<std::string> all{"encrypt", "--service", kService, "--room", "r"};
+      all.insert(all.end(), words.begin(), words.end());
+      const Finished finished = RunCommand(all);
+      EXPECT_EQ(finished.code, 2) << word;
+      EXPECT_THAT(finished.errors, StartsWith("cryptcli: " + std::string(option) + ": the value is empty\n"));
+    }
+  }
+}
+
+TEST(CommandLine, RefusesAnEmptyArgument) {
+  for (const char* command : {"encrypt", "decrypt", "verify", "rekey", "inspect", "call", "operations"}) {
+    const Finished finished = RunCommand({command, ""});
+    EXPECT_EQ(finished.code, 2) << command;
+    EXPECT_THAT(finished.errors, HasSubstr(": the value is empty\n")) << command;
+  }
+}
+
+TEST(CommandLine, LeavesAWordThatEndsInAnEqualsSignAloneBehindTheMark) {
+  const Finished finished = RunCommand({"inspect", "--", "--output="});
+  EXPECT_THAT(finished.errors, HasSubstr("Could not inspect \"--output=\": "));
+}
+
 TEST(CommandLine, HelpReportsTheExitCodes) {
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{"--help"}, std::vector<std::string>{"decrypt", "--help"}}) {

@@ -57,6 +57,17 @@ TEST_F(Encrypt, ANameThatIsNotUTF8StillMakesJSON) {
   EXPECT_TRUE(scratch_.Exists("f\xFFile"));
 }
 
+TEST_F(Encrypt, KeepsTheSecondFileWhenTheOutputFolderIsEmpty) {
+  scratch_.Make("second.txt", "precious");
+  const Finished finished =
+      Run("encrypt", {Path("plain.txt"), Path("second.txt"), "--force", "--output-dir", ""});
+  EXPECT_EQ(finished.code, 2);
+  EXPECT_EQ(
+      finished.errors,
+      "cryptcli: --output-dir: the value is empty\nRun cryptcli encrypt --help for more information.\n");
+  EXPECT_EQ(scratch_.Read("second.txt"), "precious");
+}
+
 TEST_F(Encrypt, RefusesAnotherRoomThanTheExpectedOne) {
   const Finished other = Run("encrypt", {"--expected-room", "other", Path("plain.txt"), Path("file.p7m")});
   EXPECT_EQ(other.code, 3);
