@@ -57,7 +57,8 @@ struct Outcome {
   bool isNotable = false;
 };
 
-BulkFormat GetFormat(const BulkWork& work, const BulkOptions& options, const SessionOptions& session) {
+BulkFormat GetFormat(const BulkWork& work, const BulkOptions& options, const SessionOptions& session,
+                     std::function<void()> clearProgress) {
   BulkFormat format;
   format.operation = work.operation;
   format.done = work.done;
@@ -66,6 +67,7 @@ BulkFormat GetFormat(const BulkWork& work, const BulkOptions& options, const Ses
   format.quiet = session.quiet;
   // With targets a success is silent, as with cp; without them the verdict is the result and is shown.
   format.showsAll = session.verbose || !work.targetNames;
+  format.clearProgress = std::move(clearProgress);
   return format;
 }
 
@@ -98,7 +100,7 @@ class BulkRun {
       : work_(work),
         options_(options),
         sessionOptions_(GetSession(session, options)),
-        report_(GetFormat(work, options, session)),
+        report_(GetFormat(work, options, session, [this] { session_.ClearProgress(); })),
         session_(work.operation, sessionOptions_) {}
 
   ExitCode Do(const std::vector<std::string>& files) {

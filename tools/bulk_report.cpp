@@ -3,9 +3,7 @@
 #include "tools/bulk_report.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
-#include <unistd.h>
 
 #include "foundation/array.h"
 #include "foundation/kvmap.h"
@@ -70,8 +68,7 @@ void BulkReport::Add(std::size_t position, Report& report, FileEnd end, ExitCode
   }
   if (!format_.jsonLines) {
     if (code == ExitCode::Success && !format_.showsAll && !isNotable) return;
-    // Over the line of the progress.
-    if (::isatty(STDERR_FILENO) == 1) std::fputs("\r\033[K", stderr);
+    if (format_.clearProgress) format_.clearProgress();
   }
   isWritten_ = report.Finish(code) == code && isWritten_;
 }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -24,6 +25,7 @@ struct BulkFormat {
   bool jsonLines = false;      ///< one object for each file, and one at the end
   bool quiet = false;
   bool showsAll = false;  ///< for people: also files of which there is nothing to say but success
+  std::function<void()> clearProgress;  ///< called before the lines of a file; may be empty
 };
 
 /// Shows the results of many files as they come, and sums them up. For one thread at a time.

@@ -86,6 +86,7 @@ class Run {
     if (!done) return session_.Fail(done.error());
     found_ = *done;
     GetReport().SetAll(found_.json);
+    session_.HideProgress();
     AnsiStr errorText;
     return staging_.Commit(errorText) ? ExitCode::Success : session_.FailFile(errorText);
   }

@@ -71,6 +71,9 @@ class Session {
   cryptcli::Call MakeCall();
   /// What the terminal shows. For operations that do not report progress through MakeCall().
   Progress& GetProgress() { return watch_.GetProgress(); }
+  /// See Watch: for lines in between, and before content is delivered.
+  void ClearProgress() { watch_.ClearLine(); }
+  void HideProgress() { watch_.HideProgress(); }
   Report& GetReport() { return report_; }
   /// The system's temporary directory, before this program replaced it by its own.
   const OruGuiBase::Directory& GetTemporary() const { return temporary_; }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <string_view>
 #include <unistd.h>
 
 #include "foundation/errorstate.h"
@@ -33,10 +34,11 @@ int StopSignal() {
   return SIGRTMIN;
 }
 
-void ShowTick(const std::string& label, int tick, Clock::duration elapsed, const Progress& progress) {
-  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed);
-  std::fprintf(stderr, "%s%c %s", kClearLine, "|/-\\"[tick % 4],
-               DescribeProgress(label, milliseconds, progress.done, progress.total).c_str());
+// Whether standard error is a terminal that can clear a line. A dumb one, such as an editor's, shows the
+// codes.
+bool CanShowProgress() {
+  const char* const terminal = std::getenv("TERM");
+  return isatty(STDERR_FILENO) == 1 && (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 
 // sigtimedwait returns a blocked signal even if its disposition is to ignore it, as under nohup: that one
@@ -75,13 +77,35 @@ Watch::~Watch() {
 }
 
 void Watch::Start(const std::string& label, bool show, std::function<void()> cancel) {
-  const bool isTerminal = isatty(STDERR_FILENO) == 1;
+  isShown_ = show && CanShowProgress();  // no other thread yet
   stopping_ = false;
   // signal_ stays: work that follows what a signal has cancelled must not succeed.
   progress_.done = 0;
   progress_.total = 0;
-  thread_ = std::thread(
-      [this, label, shown = show && isTerminal, cancel = std::move(cancel)] { Run(label, shown, cancel); });
+  thread_ = std::thread([this, label, cancel = std::move(cancel)] { Run(label, cancel); });
+}
+
+void Watch::ClearLine() {
+  const std::lock_guard lock(lineMutex_);
+  if (isDrawn_) std::fputs(kClearLine, stderr);
+  isDrawn_ = false;
+}
+
+void Watch::HideProgress() {
+  {
+    const std::lock_guard lock(lineMutex_);
+    isShown_ = false;
+  }
+  ClearLine();
+}
+
+void Watch::ShowTick(const std::string& label, int tick, Clock::duration elapsed) {
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed);
+  const std::lock_guard lock(lineMutex_);
+  if (!isShown_) return;
+  isDrawn_ = true;
+  std::fprintf(stderr, "%s%c %s", kClearLine, "|/-\\"[tick % 4],
+               DescribeProgress(label, milliseconds, progress_.done, progress_.total).c_str());
 }
 
 int Watch::Stop() {
@@ -100,26 +124,26 @@ void Watch::EndProgram(int signal) {
   std::_Exit(static_cast<int>(ExitCode::Interrupted) + signal);
 }
 
-void Watch::Run(const std::string& label, bool show, const std::function<void()>& cancel) {
+void Watch::Run(const std::string& label, const std::function<void()>& cancel) {
   const timespec tick{0, kTickNanoseconds};
   const Clock::time_point start = Clock::now();
   Clock::time_point deadline = Clock::time_point::max();
   for (int count = 0; !stopping_; ++count) {
     const int signal = sigtimedwait(&signals_, nullptr, &tick);
-    if (show && signal < 0 && errno == EAGAIN) ShowTick(label, count, Clock::now() - start, progress_);
+    if (signal < 0 && errno == EAGAIN) ShowTick(label, count, Clock::now() - start);
     if (Clock::now() > deadline) {
-      if (show) std::fputs(kClearLine, stderr);
+      ClearLine();
       EndProgram(signal_);
     }
     if (signal < 0 || signal == StopSignal()) continue;
-    if (show) std::fputs(kClearLine, stderr);
+    ClearLine();
     // A second signal comes from somebody who does not want to wait.
     if (cancel == nullptr || signal_ != 0) EndProgram(signal);
     signal_ = signal;
     deadline = Clock::now() + kPatience;
     cancel();
   }
-  if (show) std::fputs(kClearLine, stderr);
+  ClearLine();
 }
 
 }  // namespace CryptCli

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <functional>
+#include <mutex>
 #include <pthread.h>
 #include <string>
 #include <thread>
@@ -34,6 +36,11 @@ class Watch {
   /// Starts the thread. Until Stop() it shows `label` with the progress, if standard error is a terminal and
   /// `show` is set. A signal calls `cancel`, on that thread; without it the signal ends the program at once.
   void Start(const std::string& label, bool show, std::function<void()> cancel = nullptr);
+  /// Takes the progress off the terminal until it changes. For lines of a report in between.
+  void ClearLine();
+  /// The same until the operation ends. Call it before content is delivered: the content may go to the same
+  /// terminal, also by way of a pipe.
+  void HideProgress();
   /// What reports the end by a signal that the operation did not take notice of, on the watching thread. Call
   /// it while no thread runs.
   void SetLastReport(std::function<void(int signal)> report) { lastReport_ = std::move(report); }
@@ -49,7 +56,8 @@ class Watch {
   bool IsCancelled() const { return signal_ != 0; }
 
  private:
-  void Run(const std::string& label, bool show, const std::function<void()>& cancel);
+  void Run(const std::string& label, const std::function<void()>& cancel);
+  void ShowTick(const std::string& label, int tick, std::chrono::steady_clock::duration elapsed);
   [[noreturn]] void EndProgram(int signal);
 
   sigset_t signals_;
@@ -60,6 +68,9 @@ class Watch {
   std::atomic<int> signal_{0};
   std::atomic<bool> isReported_{false};
   std::function<void(int signal)> lastReport_;
+  std::mutex lineMutex_;  // for the two below, and while a line is written
+  bool isShown_ = false;
+  bool isDrawn_ = false;  // only then may a line be cleared: it could be somebody else's
   std::thread thread_;
 };
 

@@ -13,13 +13,13 @@
 
 namespace TestSupport {
 
-/// Keeps the configuration of whoever runs the tests out of the commands that they start.
+/// Keeps the configuration and the terminal of whoever runs the tests out of the commands that they start.
 inline const bool kIsIsolated = [] {
   for (const char* name :
        {"SERVICE", "ROOM", "CA_FILE", "CLIENT_CERT", "CLIENT_KEY", "HEADER_FILE", "PROXY", "PROFILE"}) {
     ::unsetenv((std::string("CRYPTCLI_") + name).c_str());
   }
-  return ::setenv("XDG_CONFIG_HOME", "/dev/null", 1) == 0;
+  return ::setenv("XDG_CONFIG_HOME", "/dev/null", 1) == 0 && ::setenv("TERM", "xterm", 1) == 0;
 }();
 
 /// Runs the command as a process.

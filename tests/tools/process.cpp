@@ -75,8 +75,9 @@ void ReadFrom(int& end, std::string& text) {
 }  // namespace
 
 Process::Process(const Start& start) {
-  const Ends output = OpenOutput(start.outputFile);
   const Ends errors = start.errorsToTerminal ? MakeTerminal() : MakePipe();
+  const Ends output = start.outputToTerminal ? Ends{-1, fcntl(errors.write, F_DUPFD_CLOEXEC, 0)}
+                                             : OpenOutput(start.outputFile);
   id_ = Spawn(start, output.write, errors.write);
   close(output.write);
   close(errors.write);

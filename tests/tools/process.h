@@ -13,6 +13,7 @@ struct Start {
   std::string outputFile{};       ///< where standard output goes; empty for a pipe that is read
   bool errorsToTerminal = false;  ///< standard error is a terminal, whose output is read too
   std::string inputFile{"/dev/null"};
+  bool outputToTerminal = false;  ///< standard output is the terminal of standard error
 };
 
 /// A program that runs beside the test. Its output is read only while waiting for its end, so before that it

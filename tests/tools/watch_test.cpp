@@ -86,6 +86,66 @@ TEST_F(WatchedCommand, QuietJSONAndNoProgressShowNoProgress) {
   }
 }
 
+/// A protected file whose content does not end its line, opened on a terminal that shows progress as well.
+class DeliveryToATerminal : public WatchedCommand {
+ protected:
+  void SetUp() override {
+    WatchedCommand::SetUp();
+    scratch_.Make("open", content_);
+    ASSERT_EQ(Run("encrypt", {"--force", Path("open"), Path("file.p7m")}).code, 0);
+  }
+  // Everything that the terminal gets from a shell's line, in which $0 is the command with its arguments.
+  std::string Show(const std::vector<std::string>& arguments, const std::string& line) const {
+    std::vector<std::string> words{"-c", line, CRYPTCLI_COMMAND};
+    const std::vector<std::string> all = Arguments("decrypt", arguments);
+    words.insert(words.end(), all.begin(), all.end());
+    Start start{"/bin/sh", words, "", true};
+    start.outputToTerminal = true;
+    const Finished finished = RunProcess(start);
+    EXPECT_EQ(finished.code, 0) << finished.errors;
+    return finished.errors;
+  }
+
+  // No letter of it appears in the progress, and it does not fit into a pipe.
+  const std::string content_ = std::string(200'000, 'X');
+};
+
+TEST_F(DeliveryToATerminal, LeavesTheContentOnTheScreen) {
+  const std::string shown = Show({Path("file.p7m"), "-"}, R"("$0" "$@")");
+  EXPECT_THAT(shown.substr(shown.find('X')), StartsWith(content_ + "Decrypted "));
+  EXPECT_THAT(shown.substr(shown.find('X')), Not(HasSubstr("\033")));
+}
+
+TEST_F(DeliveryToATerminal, ClearsTheProgressBeforeTheContent) {
+  SlowDown(600, "key");
+  const std::string shown = Show({Path("file.p7m"), "-"}, R"("$0" "$@")");
+  const std::size_t begin = shown.find('X');
+  EXPECT_THAT(shown.substr(0, begin), HasSubstr("Decrypting 0:00"));
+  EXPECT_TRUE(shown.substr(0, begin).ends_with("\r\033[K"));
+  EXPECT_THAT(shown.substr(begin), Not(HasSubstr("\033")));
+  EXPECT_THAT(shown.substr(begin), StartsWith(content_ + "Decrypted "));
+}
+
+TEST_F(DeliveryToATerminal, ShowsNoProgressWhileAPipeTakesTheContent) {
+  const std::string shown = Show({Path("file.p7m"), "-"}, R"("$0" "$@" | { head -c 1000; sleep 1; cat; })");
+  EXPECT_THAT(shown.substr(shown.find('X')), Not(HasSubstr("\033")));
+}
+
+TEST_F(DeliveryToATerminal, SendsNoCodesToADumbTerminal) {
+  SlowDown(600, "key");
+  const std::string shown = Show({Path("file.p7m"), Path("t")}, R"(TERM=dumb "$0" "$@")");
+  EXPECT_THAT(shown, StartsWith("Decrypted "));
+  EXPECT_THAT(shown, Not(HasSubstr("\033")));
+}
+
+TEST_F(WatchedCommand, ManyFilesClearNoLineThatTheyHaveNotDrawn) {
+  const Finished finished = RunProcess(
+      {CRYPTCLI_COMMAND, Arguments("verify", {"--no-progress", Path("file.p7m"), Path("none")}), "", true});
+  EXPECT_EQ(finished.code, 1);
+  EXPECT_THAT(finished.errors, HasSubstr("1 of 2 files failed"));
+  EXPECT_THAT(finished.errors, Not(HasSubstr("\033")));
+}
+
 TEST_F(WatchedCommand, ASignalIsReportedAsJSON) {
   SlowDown(30000, "integrity");
   Process process({CRYPTCLI_COMMAND, Arguments("decrypt", {"--json", Path("file.p7m"), Path("t")})});
