@@ -19,7 +19,9 @@ constexpr std::array kRows = {
     Row{ExitCode::Success, "0  success", true},
     Row{ExitCode::Failed, "1  the operation failed; the target is as it was", true},
     Row{ExitCode::Usage, "2  the command line or the arguments are wrong; nothing was tried", true},
-    Row{ExitCode::OriginNotProven, "3  the origin of the content is not proven; nothing was delivered",
+    Row{ExitCode::OriginNotProven,
+        "3  the origin of the content is not proven, or the room is not the expected one; nothing was "
+        "delivered",
         false},
     Row{ExitCode::KeyRefused, "4  the crypt service refused to hand out the room's key", false},
     Row{ExitCode::Partial,

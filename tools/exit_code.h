@@ -10,7 +10,7 @@ enum class ExitCode : int {
   Success = 0,
   Failed = 1,           ///< the operation failed; nothing was written
   Usage = 2,            ///< the command line is wrong; nothing was tried
-  OriginNotProven = 3,  ///< the content is whole, but its origin is not proven; nothing was written
+  OriginNotProven = 3,  ///< the origin is not proven, or the room not the expected one; nothing was written
   KeyRefused = 4,       ///< the crypt service refused to hand out the room's key; nothing was written
   Partial = 5,          ///< the audit log was delivered, without the part of some key servers
   TryLater = 6,         ///< a server was not there or not ready; the same command may succeed later

@@ -199,7 +199,8 @@ CLI::App* AddEncrypt(CLI::App& app, ProtectOptions& options) {
   options.origin.AddExpectedRoom(*command,
                                  "Room that the crypt service has to name for the file, as it spells it; "
                                  "otherwise any room that it names");
-  command->footer(DescribeExitCodes({ExitCode::KeyRefused, ExitCode::TryLater, ExitCode::Unauthorised}));
+  command->footer(DescribeExitCodes(
+      {ExitCode::OriginNotProven, ExitCode::KeyRefused, ExitCode::TryLater, ExitCode::Unauthorised}));
   return command;
 }
 
