@@ -109,7 +109,7 @@ class BulkRun {
     if (code == ExitCode::Success) code = session_.Open();
     if (code == ExitCode::Success) code = session_.Watched(DescribeWork().c_str(), [&] { return DoAll(); });
     code = session_.Finish(code);
-    return code == ExitCode::Success && !report_.IsWritten() ? ExitCode::Failed : code;
+    return code == ExitCode::Success && !report_.IsWritten() ? ExitCode::NotReported : code;
   }
 
  private:

@@ -20,9 +20,9 @@ namespace {
 // A proof that failed ranks above a failure of the system: it may be an attack, and must not be hidden by a
 // full disk. Codes that a later attempt may make good rank lowest.
 constexpr ExitCode kFromTheWorst[] = {
-    ExitCode::Interrupted, ExitCode::Usage,      ExitCode::OriginNotProven, ExitCode::BadSource,
-    ExitCode::Failed,      ExitCode::KeyRefused, ExitCode::Unauthorised,    ExitCode::Partial,
-    ExitCode::TryLater,    ExitCode::Success,
+    ExitCode::Interrupted, ExitCode::Usage,       ExitCode::OriginNotProven, ExitCode::BadSource,
+    ExitCode::Failed,      ExitCode::KeyRefused,  ExitCode::Unauthorised,    ExitCode::Partial,
+    ExitCode::TryLater,    ExitCode::NotReported, ExitCode::Success,
 };
 
 int Rank(ExitCode code) {

@@ -29,6 +29,8 @@ constexpr std::array kRows = {
     Row{ExitCode::TryLater, "6  a server was not reached, not in time or not ready; try again later", false},
     Row{ExitCode::BadSource, "7  the source is damaged or is no protected file", false},
     Row{ExitCode::Unauthorised, "8  a server did not accept the credentials", false},
+    Row{ExitCode::NotReported, "9  the operation succeeded, but its report or result could not be printed",
+        true},
     Row{ExitCode::Interrupted, "128 and a signal's number: the signal ended the command", true},
 };
 

@@ -16,6 +16,7 @@ enum class ExitCode : int {
   TryLater = 6,         ///< a server was not there or not ready; the same command may succeed later
   BadSource = 7,        ///< the source is damaged or no protected file; another attempt changes nothing
   Unauthorised = 8,     ///< a server did not accept the caller's credentials
+  NotReported = 9,      ///< the operation succeeded; what the command had to print could not be written
   Interrupted = 128,    ///< plus the number of the signal that ended the command
 };
 
@@ -24,7 +25,7 @@ constexpr bool HasResult(ExitCode code) {
   return code == ExitCode::Success || code == ExitCode::Partial;
 }
 
-/// The lines "Exit codes: ..." for a command's help: 0, 1, 2, the given ones and signals, in their order.
+/// The lines "Exit codes: ..." for a command's help: 0, 1, 2, the given ones, 9 and signals, in their order.
 std::string DescribeExitCodes(std::initializer_list<ExitCode> others);
 
 }  // namespace CryptCli

@@ -7,6 +7,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -66,6 +67,15 @@ int FailUnexpected(const char* text, bool asJSON) {
   CryptCli::Report report("", asJSON);
   report.Fail(cryptcli::Failure(cryptcli::Status::Internal, text).error());
   return static_cast<int>(report.Finish(ExitCode::Failed));
+}
+
+// What --help and --version print. A script that keeps it must not take a part of it for the whole.
+int Show(const CLI::App& app, const CLI::ParseError& error) {
+  std::ostringstream text;
+  app.exit(error, text, text);
+  CryptCli::Report report("", /*asJSON=*/false);
+  report.Bytes(text.str());
+  return static_cast<int>(report.Finish(ExitCode::Success));
 }
 
 // With --json a mistake in the command line is an object, too, so that a program never has to read anything
@@ -156,7 +166,7 @@ int Run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     // --help and --version arrive here too, with code 0. The parser's other codes are not part of our
     // interface.
-    if (error.get_exit_code() == 0) return app.exit(error);
+    if (error.get_exit_code() == 0) return Show(app, error);
     return FailUsage(CryptCli::GetCommandName(app), CryptCli::DescribeMistake(app, error), asJSON);
   }
   return RunParsed(commands, settings, sources, asJSON);

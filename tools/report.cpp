@@ -200,8 +200,12 @@ ExitCode Report::Finish(ExitCode code) {
   const bool written = asJSON_ ? WriteJSON(code, output) : Write(output, lines_.View());
   if (written) return code;
   const AnsiStr reason = OruGuiBase::GetErrorMessage(static_cast<std::uint32_t>(errno), 0, 1);
-  Write(stderr, (AnsiStr("cryptcli: Could not write to standard output: ") + reason + "\n").View());
-  return code == ExitCode::Success ? ExitCode::Failed : code;
+  // Whoever repeats what has succeeded finds its target there, or changes a key a second time.
+  const bool isSuccess = code == ExitCode::Success;
+  Write(stderr, (AnsiStr("cryptcli: Could not write to standard output: ") + reason +
+                 (isSuccess ? " (the operation itself succeeded)\n" : "\n"))
+                    .View());
+  return isSuccess ? ExitCode::NotReported : code;
 }
 
 // Writes past stdio: another thread may be blocked inside it.

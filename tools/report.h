@@ -67,7 +67,8 @@ class Report {
 
   /// All members, with those about success and failure: what Finish() prints as JSON.
   OruGuiBase::KVMap ToMap(ExitCode code);
-  /// Prints everything and returns the code, or Failed when the output cannot be written.
+  /// Prints everything and returns the code, or NotReported instead of Success when standard output cannot be
+  /// written.
   ExitCode Finish(ExitCode code);
   /// Prints that a signal has ended the run, and nothing else, without waiting for whoever reads it. For
   /// another thread, while the operation may still add to this report; LeaveStandardOutput() must not run

@@ -148,6 +148,15 @@ TEST(CommandLine, HelpReportsTheExitCodes) {
   }
 }
 
+TEST(CommandLine, FailsWhenTheHelpOrTheVersionCannotBePrinted) {
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"--help"}, {"--version"}, {"--version", "--json"}, {"encrypt", "--help"}}) {
+    const Finished finished = RunProcess({CRYPTCLI_COMMAND, words, "/dev/full"});
+    EXPECT_EQ(finished.code, 9) << words.back();
+    EXPECT_THAT(finished.errors, HasSubstr("Could not write to standard output: No space left on device"));
+  }
+}
+
 TEST(CommandLine, ReportsItsVersion) {
   const Finished finished = RunCommand({"--version"});
   EXPECT_EQ(finished.code, 0);

@@ -291,11 +291,28 @@ TEST_F(Encrypt, TracesBodiesOnRequestAlone) {
   EXPECT_THAT(finished.errors, HasSubstr("CryptClient::ParseResponseJSON: response[00] = "));
 }
 
-TEST_F(Encrypt, AResultThatCannotBeWrittenIsAFailure) {
-  const Finished finished = RunProcess(
-      {CRYPTCLI_COMMAND, Arguments("encrypt", {Path("plain.txt"), Path("file.p7m")}), "/dev/full"});
-  EXPECT_EQ(finished.code, 1);
-  EXPECT_THAT(finished.errors, HasSubstr("standard output"));
+TEST_F(Encrypt, SaysThatItSucceededWhenOnlyTheReportIsLost) {
+  const std::string lost =
+      "cryptcli: Could not write to standard output: No space left on device (the operation itself "
+      "succeeded)\n";
+  const std::vector<std::vector<std::string>> rows = {
+      Arguments("encrypt", {Path("plain.txt"), Path("file.p7m")}), Arguments("rekey", {Path("file.p7m")}),
+      Arguments("decrypt", {"--json", Path("file.p7m"), Path("opened")}),
+      Arguments("encrypt", {"--json-lines", "--output-dir", Path("out"), Path("plain.txt")})};
+  for (const auto& words : rows) {
+    const Finished finished = RunProcess({CRYPTCLI_COMMAND, words, "/dev/full"});
+    EXPECT_EQ(finished.code, 9) << words.front();
+    EXPECT_THAT(finished.errors, HasSubstr(lost)) << words.front();
+  }
+  EXPECT_THAT(Names(), ::testing::UnorderedElementsAre("plain.txt", "file.p7m", "opened"));
+  EXPECT_TRUE(scratch_.Exists("out/plain.txt.p7m"));
+}
+
+TEST_F(Encrypt, KeepsTheCodeOfAFailureWhoseReportIsLost) {
+  const Finished finished =
+      RunProcess({CRYPTCLI_COMMAND, Arguments("verify", {"--json", Path("plain.txt")}), "/dev/full"});
+  EXPECT_EQ(finished.code, 7);
+  EXPECT_EQ(finished.errors, "cryptcli: Could not write to standard output: No space left on device\n");
 }
 
 }  // namespace

@@ -155,8 +155,17 @@ TEST_F(Stream, SaysWhyAReportCannotBeWritten) {
   ASSERT_NO_FATAL_FAILURE(Protect());
   const Finished finished =
       RunProcess({CRYPTCLI_COMMAND, Arguments("verify", {Path("file.p7m")}), "/dev/full"});
-  EXPECT_EQ(finished.code, 1);
-  EXPECT_EQ(finished.errors, "cryptcli: Could not write to standard output: No space left on device\n");
+  EXPECT_EQ(finished.code, 9);
+  EXPECT_EQ(finished.errors,
+            "cryptcli: Could not write to standard output: No space left on device (the operation itself "
+            "succeeded)\n");
+}
+
+TEST_F(Stream, ReportsByItsCodeAReportThatClosedStreamsLose) {
+  ASSERT_NO_FATAL_FAILURE(Protect());
+  const std::string line = Line("decrypt", {Path("file.p7m"), Path("opened")}) + " >&- 2>&-";
+  EXPECT_EQ(RunProcess({"/bin/sh", {"-c", line}}).code, 9);
+  EXPECT_EQ(scratch_.Read("opened"), "The plain content.\n");
 }
 
 TEST_F(Stream, AFullStandardOutputIsAFailure) {
