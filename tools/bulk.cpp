@@ -164,7 +164,24 @@ class BulkRun {
     return std::string(work_.label) + " " + std::to_string(count) + (count == 1 ? " file" : " files");
   }
 
+  // Once for all files. A run of which nothing is there yet needs no such request.
+  ExitCode LearnRecipient() {
+    const bool isNeeded = options_.resume && work_.targetNames == NameRule::AddSuffix;
+    const auto isThere = [](const FileItem& item) {
+      std::error_code ignored;
+      return std::filesystem::exists(item.target, ignored);
+    };
+    if (!isNeeded || std::none_of(list_.items.begin(), list_.items.end(), isThere)) return ExitCode::Success;
+    const auto found =
+        FindRecipient(session_.GetClient(), sessionOptions_.connection.room, session_.MakeCall());
+    if (!found) return session_.Fail(found.error());
+    recipient_ = *found;
+    return ExitCode::Success;
+  }
+
   ExitCode DoAll() {
+    const ExitCode learned = LearnRecipient();
+    if (learned != ExitCode::Success) return learned;
     ExitCode worst = list_.failures.empty() ? ExitCode::Success : ExitCode::Failed;
     for (std::size_t i = 0; i < list_.failures.size(); ++i) ReportUnlisted(i);
     for (const FileItem& item : list_.items)
@@ -195,7 +212,7 @@ class BulkRun {
     if (!item.target.empty()) report.Set("target", AnsiStr(item.target));
     const SourceState before(item.source);
     Share share(session_.GetProgress(), before.GetSize());
-    if (options_.resume && work_.targetNames && IsDone(item, *work_.targetNames)) {
+    if (options_.resume && work_.targetNames && IsDone(item, *work_.targetNames, recipient_)) {
       outcome.isSkipped = true;
       report.Set("skipped", true);
       report.Line(AnsiStr("Done before: " + item.target));
@@ -279,6 +296,7 @@ class BulkRun {
   BulkReport report_;
   Session session_;
   FileList list_;
+  Recipient recipient_;  // of the room; with --resume alone
   std::vector<Outcome> outcomes_;
 };
 
@@ -322,8 +340,8 @@ void BulkOptions::AddTargetOptions(CLI::App& command) {
   command
       .add_flag(
           "--resume", resume,
-          "Skip files that are done: the target is newer than its source and, for encrypt, a protected file; "
-          "any other target that exists needs --force")
+          "Skip files that are done: the target is newer than its source and, for encrypt, protected with the "
+          "room's present key; any other target that exists needs --force")
       ->group(kManyFiles);
 }
 

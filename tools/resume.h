@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cryptcli/cryptcli.hpp>
 #include <cstdint>
 #include <string>
 #include <sys/stat.h>
@@ -8,12 +9,24 @@
 
 namespace CryptCli {
 
+/// The certificate that a protected file is for, as the file and the crypt service name it.
+struct Recipient {
+  std::string issuer;
+  std::string serial;
+};
+
+/// Asks the crypt service for the certificate of a room. Empty members for a room without a key, for which no
+/// file can have been protected.
+cryptcli::Result<Recipient> FindRecipient(const cryptcli::Client& client, const std::string& room,
+                                          const cryptcli::Call& call);
+
 /// Whether "--resume" takes a file as done: the target is a regular file, not a link, and newer than the
-/// source; where it has to be a protected file (`AddSuffix`), it is one. Files of the same age are not done:
+/// source; where it has to be a protected file (`AddSuffix`), it is one for `recipient`: results for another
+/// room, or for a key that the room had before, are not done. Files of the same age are not done either:
 /// the source may have changed within the tick of the file system's clock in which the target was written.
 ///
 /// A decrypted file cannot be examined: there name and age decide alone.
-bool IsDone(const FileItem& item, NameRule rule);
+bool IsDone(const FileItem& item, NameRule rule, const Recipient& recipient);
 
 /// How a source looked when the work on it began. A plain value.
 class SourceState {
