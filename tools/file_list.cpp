@@ -31,11 +31,6 @@ bool GetIdentity(const std::string& path, Identity& identity) {
   return true;
 }
 
-bool IsFolder(const std::string& path) {
-  struct stat status {};
-  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 // Leaves the reason of a failure in errno. A list may come from a program that is still searching for files,
 // so a signal has to end the wait for it.
 bool ReadWhole(const std::string& path, const std::stop_token& stop, std::string& text) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <poll.h>
 #include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "foundation/errno_saver.h"
@@ -44,6 +45,19 @@ bool WriteToStandardOutput(std::string_view bytes) {
 }
 
 }  // namespace
+
+bool IsFolder(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool CanReadStandardInput() {
+  // main() puts something that cannot be read in the place of a standard input that the caller has closed.
+  const int flags = fcntl(STDIN_FILENO, F_GETFL);
+  if (flags >= 0 && (flags & O_ACCMODE) != O_WRONLY) return true;
+  OruGuiBase::SetLastError(EBADF);
+  return false;
+}
 
 bool WaitForInput(int descriptor, const std::stop_token& stop) {
   // A signal wakes the thread of the watch and not this one, so it looks now and then.

@@ -13,6 +13,12 @@ namespace CryptCli {
 /// The name that stands for standard input as source and for standard output as target.
 inline constexpr const char* kStandardStream = "-";
 
+/// Whether the path leads to a folder, also by a link.
+bool IsFolder(const std::string& path);
+
+/// Whether standard input can be read. False with the reason in the error state if the caller has closed it.
+bool CanReadStandardInput();
+
 /// A source or a target for people: its name, or for "-" what that stands for.
 std::string NameSource(const std::string& name);
 std::string NameTarget(const std::string& name);

@@ -3,7 +3,6 @@
 #include "tools/staging_file.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
 #include <system_error>
@@ -31,13 +30,7 @@ AnsiStr SystemText(int code) {
 bool CanBeRead(const std::string& path) {
   struct stat status {};
   OruGuiBase::ClearLastError();
-  if (path == kStandardStream) {
-    // As main() leaves a standard input that the caller has closed.
-    const int flags = fcntl(STDIN_FILENO, F_GETFL);
-    if (flags >= 0 && (flags & O_ACCMODE) != O_WRONLY) return true;
-    OruGuiBase::SetLastError(EBADF);
-    return false;
-  }
+  if (path == kStandardStream) return CanReadStandardInput();
   if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
     if (access(path.c_str(), R_OK) == 0) return true;
     OruGuiBase::SetLastErrorFromErrno();

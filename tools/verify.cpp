@@ -44,6 +44,10 @@ ExitCode RunOne(const Names& names, const VerifyOptions& options, const Operatio
   const std::string& file = options.files.front();
   const auto work = [&] {
     report.Set("file", AnsiStr(file));
+    // The library knows descriptor 0 and not what it stands for here.
+    if (file == kStandardStream && !CanReadStandardInput()) {
+      return session.FailFile(DescribeFailure("read", AnsiStr(file)));
+    }
     cryptcli::Call call = session.MakeCall();
     options.origin.Apply(call);
     const cryptcli::Result<cryptcli::Report> found = operation(session.GetClient(), file, call);
@@ -63,13 +67,18 @@ ExitCode RunOne(const Names& names, const VerifyOptions& options, const Operatio
   return session.Finish(code == ExitCode::Success ? session.Watched(names.label, work) : code);
 }
 
-ExitCode Refuse(const Names& names, const VerifyOptions& options, const char* reason) {
+ExitCode Refuse(const Names& names, const VerifyOptions& options, const std::string& reason) {
   Session session(names.operation, options.session);
-  return session.Finish(session.Fail(ExitCode::Usage, reason));
+  return session.Finish(session.Fail(ExitCode::Usage, AnsiStr(reason)));
 }
 
 ExitCode Run(const Names& names, const VerifyOptions& options, const Operation& operation) {
-  if (options.files.size() == 1 && !options.bulk.IsGiven()) return RunOne(names, options, operation);
+  if (options.files.size() == 1 && !options.bulk.IsGiven()) {
+    const std::string& file = options.files.front();
+    if (IsFolder(file))
+      return Refuse(names, options, file + " is a folder: --recursive takes the files below it");
+    return RunOne(names, options, operation);
+  }
   BulkWork work;
   work.operation = names.operation;
   work.label = names.label;

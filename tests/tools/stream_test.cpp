@@ -149,6 +149,9 @@ TEST_F(Stream, NamesStandardInputThatIsClosed) {
   const Finished finished = RunProcess({"/bin/sh", {"-c", line}});
   EXPECT_EQ(finished.code, 1);
   EXPECT_EQ(finished.errors, "cryptcli: Could not read standard input: Bad file descriptor\n");
+  const Finished verified = RunProcess({"/bin/sh", {"-c", Line("verify", {"-"}) + " <&-"}});
+  EXPECT_EQ(verified.code, 1);
+  EXPECT_EQ(verified.errors, finished.errors);
 }
 
 TEST_F(Stream, SaysWhyAReportCannotBeWritten) {

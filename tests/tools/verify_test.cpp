@@ -209,6 +209,15 @@ TEST_F(Rekey, LeavesAFileThatIsNotProtectedAsItIs) {
   EXPECT_THAT(Names(), UnorderedElementsAre("plain.txt", "file.p7m"));
 }
 
+TEST_F(Rekey, AFolderAloneIsCode2) {
+  for (const char* command : {"verify", "rekey"}) {
+    const Finished finished = Run(command, {Path("")});
+    EXPECT_EQ(finished.code, 2) << command;
+    EXPECT_EQ(finished.errors,
+              "cryptcli: " + Path("") + " is a folder: --recursive takes the files below it\n");
+  }
+}
+
 TEST_F(Rekey, RefusesStandardInput) {
   const Finished finished = Run("rekey", {"-"});
   EXPECT_EQ(finished.code, 2);
