@@ -62,10 +62,25 @@ std::string GetSpareWord(const CLI::App& command) {
   return spare != nullptr && spare->count() > 0 ? spare->results().front() : std::string();
 }
 
+// The message for an option of the command that stands before its name; empty if there is none.
+std::string DescribeMisplaced(const std::vector<std::string>& words, const CLI::App& command) {
+  const std::vector<std::string> known = GetOptionNames(command);
+  for (const std::string& word : words) {
+    const std::string name = WithoutValue(word);
+    if (std::find(known.begin(), known.end(), name) == known.end()) continue;
+    return "Option " + Quote(name) + " belongs after the command: cryptcli " + command.get_name() + " " +
+           name;
+  }
+  return {};
+}
+
 std::string DescribeUnused(const CLI::App& app, const CLI::App* command) {
   std::vector<std::string> words = command != nullptr ? command->remaining() : app.remaining();
-  // An option of the command that stands before its name.
-  if (words.empty() && command != nullptr) words = app.remaining();
+  if (words.empty() && command != nullptr) {
+    words = app.remaining();
+    const std::string misplaced = DescribeMisplaced(words, *command);
+    if (!misplaced.empty()) return misplaced;
+  }
   // The options of an unknown command are unknown too; only the command is the mistake.
   if (command == nullptr && !words.empty() && !IsOption(words.front()) && words.front() != kMark)
     return Unknown("command", words.front(), GetCommandNames(app));

@@ -157,6 +157,19 @@ TEST(CommandLine, FailsWhenTheHelpOrTheVersionCannotBePrinted) {
   }
 }
 
+TEST(CommandLine, SaysWhereAnOptionBelongsThatStandsBeforeTheCommand) {
+  const std::vector<std::pair<std::vector<std::string>, const char*>> rows = {
+      {{"-q", "encrypt", "x"}, "Option \"-q\" belongs after the command: cryptcli encrypt -q\n"},
+      {{"--room=r", "room"}, "Option \"--room\" belongs after the command: cryptcli room --room\n"}};
+  for (const auto& [words, text] : rows) {
+    const Finished finished = RunCommand(words);
+    EXPECT_EQ(finished.code, 2) << text;
+    EXPECT_THAT(finished.errors, HasSubstr(text));
+  }
+  EXPECT_EQ(Str(Map(RunCommand({"--json", "verify", "x"}).output).Get("error").AsString()),
+            "Option \"--json\" belongs after the command: cryptcli verify --json");
+}
+
 TEST(CommandLine, ReportsItsVersion) {
   const Finished finished = RunCommand({"--version"});
   EXPECT_EQ(finished.code, 0);
