@@ -188,7 +188,8 @@ class BulkRun {
       session_.GetProgress().total += SourceState(item.source).GetSize();
     outcomes_.resize(list_.items.size());
     TaskOptions tasks;
-    tasks.jobs = options_.jobs > 0 ? options_.jobs : std::max(std::thread::hardware_concurrency(), 1U);
+    tasks.jobs =
+        LimitJobs(options_.jobs > 0 ? options_.jobs : std::max(std::thread::hardware_concurrency(), 1U));
     tasks.failFast = options_.failFast;
     tasks.stop = session_.MakeCall().stop;
     const auto codes = RunTasks(
@@ -338,10 +339,10 @@ void BulkOptions::AddTargetOptions(CLI::App& command) {
   CLI::Option* const single = command.get_option_no_throw("--output");
   if (single != nullptr) folder->excludes(single);
   command
-      .add_flag(
-          "--resume", resume,
-          "Skip files that are done: the target is newer than its source and, for encrypt, protected with the "
-          "room's present key; any other target that exists needs --force")
+      .add_flag("--resume", resume,
+                "Skip files that are done: the target is newer than its source and, for encrypt, protected "
+                "with the "
+                "room's present key; any other target that exists needs --force")
       ->group(kManyFiles);
 }
 

@@ -6,12 +6,19 @@
 #include <atomic>
 #include <exception>
 #include <mutex>
+#include <sys/resource.h>
 #include <system_error>
 #include <thread>
 
 namespace CryptCli {
 
 namespace {
+
+// What one file in progress has open at most: the source, the staging file, temporary files of the library,
+// and connections to the crypt service and to each key server.
+constexpr rlim_t kDescriptorsOfJob = 16;
+// The standard streams, the random generator, the list of files, and whatever the caller has left open.
+constexpr rlim_t kOtherDescriptors = 32;
 
 /// What the threads of one RunTasks share. Lives on its stack until all have ended.
 class Run {
@@ -53,6 +60,20 @@ class Run {
 };
 
 }  // namespace
+
+unsigned LimitJobs(unsigned jobs) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return jobs;
+  const rlim_t needed = kOtherDescriptors + jobs * kDescriptorsOfJob;
+  if (limit.rlim_cur < needed) {
+    rlimit raised = limit;
+    raised.rlim_cur = std::min(needed, limit.rlim_max);
+    if (setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
+  }
+  if (limit.rlim_cur >= needed) return jobs;
+  const rlim_t left = limit.rlim_cur > kOtherDescriptors ? limit.rlim_cur - kOtherDescriptors : 0;
+  return std::max(static_cast<unsigned>(left / kDescriptorsOfJob), 1U);
+}
 
 std::vector<std::optional<ExitCode>> RunTasks(std::size_t count, const TaskOptions& options, const Task& task,
                                               const TaskDone& done) {

@@ -22,6 +22,10 @@ using Task = std::function<ExitCode(std::size_t index, const std::stop_token& st
 /// Called after each task that was started, by one thread at a time, in the order in which they end.
 using TaskDone = std::function<void(std::size_t index, ExitCode code)>;
 
+/// As many of the jobs as the open files that the system allows this process are enough for, at least one.
+/// Raises the soft limit of open files first, as far as it is needed and allowed.
+unsigned LimitJobs(unsigned jobs);
+
 /// Runs the tasks 0 to count - 1, which start in this order, on the calling thread and further ones, and
 /// returns when all have ended. The result has the code of each task, in its place; none for one that was
 /// never started. A task that throws has failed.

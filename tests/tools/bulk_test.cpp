@@ -219,6 +219,22 @@ TEST_F(ManyFiles, NeedTheirOptions) {
   EXPECT_FALSE(scratch_.Exists("out"));
 }
 
+// Of connections that cannot be opened it would look as if the servers were down.
+TEST_F(ManyFiles, WorkWithFewOpenFiles) {
+  for (int i = 0; i < 40; ++i) MakeFile("many/" + std::to_string(i), "content");
+  CryptStand::Fault slow{CryptStand::FaultType::Slow, "key"};
+  slow.number = 300;
+  ASSERT_TRUE(stand_.SetFault(CryptStand::kCryptService, slow));
+  std::string line = "ulimit -n 96; '" CRYPTCLI_COMMAND "'";
+  for (const std::string& word :
+       Arguments("encrypt", {"-r", Path("many"), "--output-dir", Path("out"), "-j40"})) {
+    line += " '" + word + "'";
+  }
+  const Finished finished = RunProcess({"/bin/sh", {"-c", line}});
+  EXPECT_EQ(finished.code, 0) << finished.errors;
+  EXPECT_EQ(finished.output, "Encrypted 40 of 40 files\n");
+}
+
 TEST_F(ManyFiles, HaveThePermissionsOfTheMode) {
   EXPECT_EQ(Run("encrypt", {Path("in/a"), "--output-dir", Path("out"), "--mode", "600"}).code, 0);
   EXPECT_EQ(fs::status(scratch_.Path("out/a.p7m")).permissions(), fs::perms(0600));

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <new>
 #include <set>
+#include <sys/resource.h>
 #include <thread>
 
 namespace CryptCli {
@@ -22,6 +23,32 @@ const TaskDone kIgnore = [](std::size_t, ExitCode) {};
 
 ExitCode CodeOf(std::size_t index) {
   return index % 3 == 1 ? ExitCode::Partial : ExitCode::Success;
+}
+
+// Restores the soft limit of open files.
+class LimitJobs : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0); }
+  void TearDown() override { EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &before_), 0); }
+
+  rlimit before_{};
+};
+
+TEST_F(LimitJobs, RaisesTheSoftLimitAsFarAsNeeded) {
+  rlimit low = before_;
+  low.rlim_cur = 40;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+  EXPECT_EQ(CryptCli::LimitJobs(10), 10U);
+  rlimit now{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &now), 0);
+  EXPECT_EQ(now.rlim_cur, 32U + 10U * 16U);
+}
+
+TEST_F(LimitJobs, LeavesALimitThatIsEnough) {
+  EXPECT_EQ(CryptCli::LimitJobs(1), 1U);
+  rlimit now{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &now), 0);
+  EXPECT_EQ(now.rlim_cur, before_.rlim_cur);
 }
 
 TEST(RunTasks, PutsEachCodeInThePlaceOfItsTask) {
