@@ -66,7 +66,13 @@ cryptcli::Result<HttpResponse> Send(const HttpRequest& request) {
   if (!ok) return cryptcli::Failure(cryptcli::Status::Internal, "libcurl does not take the request");
 
   const CURLcode code = curl_easy_perform(curl);
-  if (code != CURLE_OK) return cryptcli::Failure(cryptcli::Status::Unreachable, curl_easy_strerror(code));
+  // Without this the application's users would look for a network that is down instead of a server that is
+  // slow.
+  const bool isLate = code == CURLE_OPERATION_TIMEDOUT;
+  if (code != CURLE_OK) {
+    return cryptcli::Failure(isLate ? cryptcli::Status::Timeout : cryptcli::Status::Unreachable,
+                             curl_easy_strerror(code));
+  }
   long status = 0;
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
   response.status = static_cast<std::uint32_t>(status);
