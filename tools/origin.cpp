@@ -59,9 +59,15 @@ const char* NameOrigin(cryptcli::Origin origin) {
 
 void ShowOrigin(Report& report, const cryptcli::Report& found, bool all) {
   for (const AnsiStr& line : Describe(found, all)) report.Line(line);
-  if (found.origin != cryptcli::Origin::Proven) {
-    report.Warn(AnsiStr("The origin of the content is not proven: ") + AnsiStr(found.reason));
+  if (found.origin == cryptcli::Origin::Proven) return;
+  if (report.GetOperation() == "rekey" && !found.isPlainKey) {
+    // The signature is new, and nothing in the file shows any more that this one was doubtful. With a key in
+    // the clear no signer is examined, before or after.
+    report.Warn(AnsiStr("The origin of the content was not proven: ") + AnsiStr(found.reason) +
+                "; the new file is signed by this program and counts as proven from now on");
+    return;
   }
+  report.Warn(AnsiStr("The origin of the content is not proven: ") + AnsiStr(found.reason));
 }
 
 void ShowRoom(Report& report, const cryptcli::Report& made) {

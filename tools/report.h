@@ -38,6 +38,7 @@ class Report {
   void SetAll(std::string_view json);
   /// The same for members that are not there yet.
   void SetMissing(std::string_view json);
+  std::string_view GetOperation() const { return operation_; }
   /// Adds a line for a person. Not in JSON.
   void Line(const OruGuiBase::AnsiStr& text);
   /// Adds a line that goes with the error or warning, to standard error. Not in JSON.

@@ -196,6 +196,20 @@ TEST_F(Rekey, ProtectsTheContentAgainInPlace) {
   EXPECT_EQ(scratch_.Read("opened"), "The plain content.\n");
 }
 
+TEST_F(Rekey, WarnsThatWhatItAcceptsCountsAsProven) {
+  std::filesystem::copy_file(Path("file.p7m"), Path("second.p7m"));
+  BreakOrigin();
+  const char* const warning = "The origin of the content was not proven: ";
+  const char* const consequence = "; the new file is signed by this program and counts as proven from now on";
+  const Finished one = Run("rekey", {"--accept", "anything", Path("file.p7m")});
+  EXPECT_EQ(one.code, 0) << one.errors;
+  EXPECT_THAT(one.errors, ::testing::AllOf(HasSubstr(warning), HasSubstr(consequence)));
+  const Finished two = Run("rekey", {"--accept", "anything", Path("file.p7m"), Path("second.p7m")});
+  EXPECT_THAT(two.errors, HasSubstr(consequence));
+  EXPECT_THAT(Run("verify", {"--accept", "anything", Path("file.p7m")}).errors,
+              ::testing::Not(HasSubstr(consequence)));
+}
+
 TEST_F(Rekey, LeavesAFileOfUnprovenOriginAsItIs) {
   BreakOrigin();
   const std::string before = scratch_.Read("file.p7m");
