@@ -35,6 +35,10 @@ HttpReply ServeFaults(ControlCall& call) {
   return JsonReply(reply);
 }
 
+bool Names(const std::vector<int>& servers, int server) {
+  return std::find(servers.begin(), servers.end(), server) != servers.end();
+}
+
 // A server that is down has no requests that could be counted or chosen.
 void CheckDown(ControlCall& call, const std::vector<int>& servers) {
   for (const char* member : {"operation", "uses", "number", "text", "probability"}) {
@@ -43,7 +47,7 @@ void CheckDown(ControlCall& call, const std::vector<int>& servers) {
     }
   }
   // Down() waits for the threads of all requests, and this request is one of them.
-  if (std::find(servers.begin(), servers.end(), kCryptService) != servers.end()) {
+  if (Names(servers, kCryptService)) {
     call.input.Refuse("server", "The crypt service cannot be taken down through itself");
   }
 }
@@ -56,7 +60,7 @@ void CheckCertificate(ControlCall& call, const std::vector<int>& servers, const 
           member, "\"" + std::string(member) + "\" has no meaning for the fault \"server-certificate\"");
     }
   }
-  if (std::find(servers.begin(), servers.end(), kCryptService) != servers.end()) {
+  if (Names(servers, kCryptService)) {
     call.input.Refuse("server",
                       "The crypt service keeps its certificate: this interface, which clears faults, would "
                       "no longer be reached by those who check it");
@@ -75,6 +79,24 @@ void CheckProxy(ControlCall& call, const Fault& fault) {
   std::vector<std::string> names;
   for (const FaultType type : kTypes) names.emplace_back(NameOf(type));
   call.input.Refuse("fault", "The proxy knows only the faults that are allowed", std::move(names));
+}
+
+// These change the members of a key server's payload or its results. Responses of the crypt service have
+// neither, so the fault would be listed as applied while the response is as always.
+bool IsForKeyServersOnly(FaultType type) {
+  return type == FaultType::WrongType || type == FaultType::BadSignature || type == FaultType::BadBase64;
+}
+
+// Down and ServerCertificate have checks of their own, which say why they cannot be set here.
+void CheckCrypt(ControlCall& call, const Fault& fault) {
+  if (!IsForKeyServersOnly(fault.type)) return;
+  std::vector<std::string> names;
+  for (const FaultTypeInfo& info : GetFaultTypes()) {
+    const bool isOfConnections = info.type == FaultType::Down || info.type == FaultType::ServerCertificate;
+    if (!isOfConnections && !IsForKeyServersOnly(info.type)) names.emplace_back(info.name);
+  }
+  call.input.Refuse("fault", "The fault \"" + std::string(NameOf(fault.type)) + "\" is for key servers only",
+                    std::move(names));
 }
 
 // Those of key servers for "all".
@@ -123,7 +145,8 @@ HttpReply AddFault(ControlCall& call) {
   const Fault fault = ReadFault(call);
   if (fault.type == FaultType::Down) CheckDown(call, servers);
   if (fault.type == FaultType::ServerCertificate) CheckCertificate(call, servers, fault);
-  if (std::find(servers.begin(), servers.end(), kProxy) != servers.end()) CheckProxy(call, fault);
+  if (Names(servers, kProxy)) CheckProxy(call, fault);
+  if (Names(servers, kCryptService)) CheckCrypt(call, fault);
   CheckParameters(call, fault);
   CheckOperation(call, servers, fault);
   if (call.input.GetError().has_value()) return ErrorReply(*call.input.GetError());

@@ -5,8 +5,10 @@
 namespace CryptStand {
 namespace {
 
+using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::Not;
 
 class ControlFaultsTest : public ControlTest {
  protected:
@@ -156,6 +158,25 @@ TEST_F(ControlFaultsTest, RefusesParametersThatTheTypeDoesNotUse) {
   EXPECT_EQ(ErrorPart(number, "member"), "number");
   EXPECT_EQ(ErrorPart(Set(R"({"server":0,"fault":"slow","text":"5"})"), "member"), "text");
   EXPECT_EQ(Set(R"({"server":0,"fault":"drop","number":0,"text":""})").status, 200);
+}
+
+// Those that change members which only responses of key servers have.
+TEST_F(ControlFaultsTest, RefusesFaultsWithoutEffectOnTheCryptService) {
+  for (const char* fault : {"wrong-type", "bad-signature", "bad-base64"}) {
+    const Reply reply = Set(R"({"server":"crypt","fault":")" + std::string(fault) + "\"}");
+    EXPECT_EQ(reply.status, 400) << fault;
+    EXPECT_EQ(ErrorPart(reply, "member"), "fault") << fault;
+    EXPECT_THAT(Allowed(reply), Not(Contains(fault)));
+    EXPECT_EQ(Set(R"({"server":"all","fault":")" + std::string(fault) + "\"}").status, 200) << fault;
+  }
+}
+
+TEST_F(ControlFaultsTest, AcceptsEachFaultThatItAllowsForTheCryptService) {
+  const auto allowed = Allowed(Set(R"({"server":"crypt","fault":"bad-signature"})"));
+  EXPECT_THAT(allowed, AllOf(Contains("slow"), Contains("empty-members"), Contains("drop")));
+  for (const std::string& fault : allowed) {
+    EXPECT_EQ(Set(R"({"server":"crypt","fault":")" + fault + "\"}").status, 200) << fault;
+  }
 }
 
 TEST_F(ControlFaultsTest, ResetRestoresTheSeedOfTheStart) {
