@@ -125,6 +125,22 @@ void CheckParameters(ControlCall& call, const Fault& fault) {
   if (info->text == nullptr && !fault.text.empty()) call.input.Refuse("text", "\"text\"" + rest);
 }
 
+// Each request has such a body in memory. With its frame it is larger than the responses that our client
+// reads.
+constexpr std::int64_t kMaxHugeSize = 64L << 20U;
+
+// What a number may be depends on the type.
+void CheckNumber(ControlCall& call, const Fault& fault) {
+  const bool isStatus = fault.number == 0 || (fault.number >= 100 && fault.number <= 999);
+  if (fault.type == FaultType::Status && !isStatus) {
+    call.input.Refuse("number", "\"number\" must be a status from 100 to 999, or 0");
+  }
+  if (fault.type == FaultType::JsonHuge && fault.number > kMaxHugeSize) {
+    call.input.Refuse("number", "\"number\" must be at most " + std::to_string(kMaxHugeSize) +
+                                    " (64 MiB) for the fault \"json-huge\"");
+  }
+}
+
 Fault ReadFault(ControlCall& call) {
   Fault fault;
   fault.type = FindFaultType(call.input.ReadChoice("fault", FaultNames())).value_or(FaultType::Status);
@@ -133,10 +149,7 @@ Fault ReadFault(ControlCall& call) {
   fault.number = static_cast<int>(call.input.ReadWhole("number", 0, kMaxCount));
   fault.text = call.input.ReadString("text");
   fault.probability = call.input.ReadFraction("probability", 1);
-  const bool isStatus = fault.number == 0 || (fault.number >= 100 && fault.number <= 999);
-  if (fault.type == FaultType::Status && !isStatus) {
-    call.input.Refuse("number", "\"number\" must be a status from 100 to 999, or 0");
-  }
+  CheckNumber(call, fault);
   return fault;
 }
 

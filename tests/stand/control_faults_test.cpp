@@ -179,6 +179,16 @@ TEST_F(ControlFaultsTest, AcceptsEachFaultThatItAllowsForTheCryptService) {
   }
 }
 
+TEST_F(ControlFaultsTest, LimitsTheSizeOfAHugeBody) {
+  const Reply reply = Set(R"({"server":0,"fault":"json-huge","number":67108865})");
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_EQ(ErrorPart(reply, "member"), "number");
+  EXPECT_EQ(ErrorPart(reply, "message"),
+            "\"number\" must be at most 67108864 (64 MiB) for the fault \"json-huge\"");
+  EXPECT_EQ(Set(R"({"server":0,"fault":"json-huge","number":67108864})").status, 200);
+  EXPECT_EQ(Set(R"({"server":0,"fault":"slow","number":67108865})").status, 200);
+}
+
 TEST_F(ControlFaultsTest, ResetRestoresTheSeedOfTheStart) {
   EXPECT_EQ(Change("POST", "seed", R"({"seed":42})").status, 200);
   EXPECT_EQ(Change("POST", "reset").status, 200);
