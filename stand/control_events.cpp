@@ -5,6 +5,7 @@
 #include <strings.h>
 
 #include "stand/control_access.h"
+#include "stand/control_follow.h"
 #include "stand/control_json.h"
 #include "stand/required_headers.h"
 #include "stand/secrets.h"

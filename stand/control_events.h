@@ -1,14 +1,11 @@
 #pragma once
 
-#include "stand/control_routes.h"
+#include "foundation/kvmap.h"
+#include "stand/event_log.h"
 
 namespace CryptStand {
 
 /// An event without its exchange and without secrets.
-KVMap EventObject(const Event& event);
-
-/// GET /stand/v1/events/follow: events and changes of state as server-sent events, until the client or the
-/// server ends the connection.
-HttpReply FollowEvents(ControlCall& call);
+OruGuiBase::KVMap EventObject(const Event& event);
 
 }  // namespace CryptStand

@@ -1,6 +1,8 @@
 // Server-sent events (WHATWG HTML, 9.2): a body without end that grows with each event. The thread of the
 // follower's connection waits for news, so followers delay nobody else; one that does not read ends by the
 // server's transfer timeout.
+#include "stand/control_follow.h"
+
 #include <algorithm>
 #include <charconv>
 #include <memory>

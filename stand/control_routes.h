@@ -42,6 +42,7 @@ struct ControlRoute {
 /// All routes. The table is at once the dispatcher and the documentation (GET /stand/).
 const std::vector<ControlRoute>& GetControlRoutes();
 
+/// The rows of the table, each part in the source that serves it (control_state.cpp, control_faults.cpp ...).
 std::vector<ControlRoute> StateRoutes();
 std::vector<ControlRoute> FaultRoutes();
 std::vector<ControlRoute> RoomRoutes();
@@ -66,7 +67,7 @@ std::vector<int> ReadServersOrProxy(ControlCall& call);
 /// Those of ReadServers() without "crypt", for what only key servers have.
 std::vector<int> ReadKeyServers(ControlCall& call);
 
-/// The parts of GET /stand/v1/state that have resources of their own.
+/// The parts of GET /stand/v1/state that have resources of their own, each from the source with its rows.
 Val FaultsVal(Environment& environment);
 Val RoomsVal(Environment& environment);
 Val GroupsVal(Environment& environment);
