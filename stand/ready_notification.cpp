@@ -13,6 +13,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "foundation/errno_saver.h"
+
 namespace CryptStand {
 namespace {
 
@@ -38,9 +40,8 @@ bool SendDatagram(const std::string& text, const sockaddr_un& address, socklen_t
   setsockopt(sender, SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
   const ssize_t sent = sendto(sender, text.data(), text.size(), MSG_NOSIGNAL,
                               reinterpret_cast<const sockaddr*>(&address), size);
-  const int code = errno;
+  const OruGuiBase::ErrnoSaver saver;
   close(sender);
-  errno = code;
   return sent == static_cast<ssize_t>(text.size());
 }
 
