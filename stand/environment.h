@@ -28,8 +28,6 @@ class Environment {
 
   Realm& GetRealm() const { return realm_; }
   Servers& GetServers() const { return servers_; }
-  /// The group of new rooms for which none is named.
-  const std::string& GetDefaultGroup() const { return group_; }
 
   /// Adds a fault and returns its identifier; Down also takes the server down. None if there is no such
   /// server.
@@ -58,7 +56,7 @@ class Environment {
 
   Realm& realm_;
   Servers& servers_;
-  const std::string group_;
+  const std::string group_;  // of new rooms for which none is named
   /// A fault and the state of its server change together.
   std::mutex change_;
   std::mutex mutex_;
