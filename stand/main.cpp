@@ -112,6 +112,20 @@ void AddNetworkOptions(CLI::App& app, Options& options) {
       ->check(CLI::Range(0, 65535));
 }
 
+void AddEnvironmentOptions(CLI::App& app, Options& options) {
+  app.add_option("--dir", options.folder, "Folder that keeps keys and rooms")
+      ->required()
+      ->check(CryptStand::CheckFolder);
+  app.add_option("--key-servers", options.keyServers, "Number of key servers")->check(CLI::Range(1, 100));
+  app.add_option("--port", options.port, "Port of the crypt service; the key servers take those after it")
+      ->check(CLI::Range(1, 65535));
+  app.add_option("--room", options.rooms, "A room; may be given several times")
+      ->allow_extra_args(false)
+      ->check(CryptStand::CheckRoom);
+  app.add_option("--record", options.recordFile,
+                 "File that each exchange is appended to as JSON, with all secrets of the environment");
+}
+
 ExitCode Run(const Options& options, UrlFile urlFile, bool stopAtEof) {
   std::signal(SIGPIPE, SIG_IGN);  // the servers go on when nobody reads the program's output any more
   // Before the servers start their threads, which inherit the mask: only sigwait() gets the signals then.
@@ -135,18 +149,8 @@ ExitCode RunCommand(int argc, char** argv) {
       "A local test environment: a crypt service and key servers on 127.0.0.1. Its keys are unencrypted "
       "in its folder.");
   Options options;
+  AddEnvironmentOptions(app, options);
   std::string urlFile;
-  app.add_option("--dir", options.folder, "Folder that keeps keys and rooms")
-      ->required()
-      ->check(CryptStand::CheckFolder);
-  app.add_option("--key-servers", options.keyServers, "Number of key servers")->check(CLI::Range(1, 100));
-  app.add_option("--port", options.port, "Port of the crypt service; the key servers take those after it")
-      ->check(CLI::Range(1, 65535));
-  app.add_option("--room", options.rooms, "A room; may be given several times")
-      ->allow_extra_args(false)
-      ->check(CryptStand::CheckRoom);
-  app.add_option("--record", options.recordFile,
-                 "File that each exchange is appended to as JSON, with all secrets of the environment");
   app.add_option("--url-file", urlFile, "File that gets the addresses as JSON once all servers are up");
   app.add_option("--control-token", options.controlToken, "What changes need; random if left out")
       ->check(CryptStand::CheckControlToken);
