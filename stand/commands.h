@@ -55,6 +55,9 @@ struct Command {
 /// The command of a request type; null when there is none.
 const Command* FindCommand(const std::string& requestType);
 
+// The commands of the table in key_server.cpp, which alone calls them. They are in command_*.cpp, one or two
+// in each: a header for each source would have nothing else.
+
 /// Creates or changes a group.
 CommandResult ConfigureGroup(const CommandContext& context);
 /// Gives a group another encryption certificate.

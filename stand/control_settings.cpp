@@ -6,6 +6,7 @@ namespace {
 
 // A hundred years either way: enough for any certificate to be too early or too late.
 constexpr std::int64_t kMaxClockOffset = 100L * 366 * 86400;
+// A day: no test keeps a token for longer.
 constexpr std::int64_t kMaxLifetimeMs = 86400L * 1000;
 
 HttpReply SetClock(ControlCall& call) {

@@ -7,6 +7,7 @@
 namespace CryptStand {
 namespace {
 
+// The number in the paths ("/stand/v1/").
 constexpr std::int64_t kInterfaceVersion = 1;
 
 Val MembersVal(const std::vector<ControlMember>& members) {

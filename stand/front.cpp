@@ -70,6 +70,7 @@ HttpReply Front::Respond(const HttpRequest& request, const Subject& subject,
 // Ends early when nobody waits for the reply any more: the client has left, the server goes down, or the
 // fault was cleared.
 void Front::Delay(const HttpRequest& request, int milliseconds) const {
+  // How soon a delay ends once its fault is cleared: a test that clears it hardly waits.
   constexpr int kStepMs = 50;
   const std::uint64_t clears = realm_.faults.CountClears(server_);
   for (int left = milliseconds; left > 0 && realm_.faults.CountClears(server_) == clears; left -= kStepMs) {

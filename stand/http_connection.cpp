@@ -24,11 +24,11 @@ namespace net = boost::asio;
 using boost::system::error_code;
 using Parser = http::request_parser<http::string_body>;
 
-constexpr std::uint64_t kMaxBody = 16U << 20U;
+constexpr std::uint64_t kMaxBody = 16U << 20U;  // a request with thousands of certificates is smaller
 constexpr std::uint32_t kMaxHead = 64U << 10U;  // request line and headers
 // Size of the read buffer: chunk extensions and trailers have to fit as well.
 constexpr std::size_t kMaxBuffered = std::size_t{2} * kMaxHead;
-constexpr std::size_t kReadSize = 16U << 10U;
+constexpr std::size_t kReadSize = 16U << 10U;  // about a record of TLS
 // How much of a refused request is read and dropped, so that the client gets to read its response.
 constexpr std::size_t kMaxDropped = 64U << 20U;
 

@@ -16,7 +16,7 @@ namespace CryptStand {
 namespace {
 
 constexpr int kBacklog = 128;  // connections that wait to be accepted
-constexpr int kRetryMs = 20;
+constexpr int kRetryMs = 20;   // between attempts to accept when no descriptor is free
 
 }  // namespace
 

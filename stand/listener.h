@@ -45,6 +45,8 @@ class Listener {
   void EndConnections();
 
  private:
+  /// An accepted connection with its thread. Stays in the list, and its socket open, until the thread has
+  /// been joined.
   struct Connection {
     Socket socket;
     ConnectionState state;

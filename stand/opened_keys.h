@@ -21,6 +21,7 @@ class OpenedKeys {
   static constexpr std::size_t kCapacity = 256;
 
  private:
+  /// An opened key, and the certificates that it was opened with.
   struct Entry {
     RoomKeyPair roomKey;
     // Kept alive here, so that no other certificate can have their address.

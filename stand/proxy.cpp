@@ -18,11 +18,11 @@
 namespace CryptStand {
 namespace {
 
-constexpr std::size_t kMaxRecords = 10000;  // limits the memory of a long run
-constexpr std::size_t kMaxName = 255;       // longer ones are no names of hosts (RFC 1035, 2.3.4)
-constexpr std::size_t kMaxProxyHead = 64U << 10U;
-constexpr std::size_t kRelaySize = 16U << 10U;
-constexpr int kSilenceMs = 30000;
+constexpr std::size_t kMaxRecords = 10000;         // limits the memory of a long run
+constexpr std::size_t kMaxName = 255;              // longer ones are no names of hosts (RFC 1035, 2.3.4)
+constexpr std::size_t kMaxProxyHead = 64U << 10U;  // what the servers behind it accept of a head
+constexpr std::size_t kRelaySize = 16U << 10U;     // about a record of TLS
+constexpr int kSilenceMs = 30000;                  // as long as the servers wait inside a request
 constexpr int kHttpPort = 80;
 
 // What a client asks the proxy for.

@@ -58,6 +58,7 @@ class TlsSession {
   std::string GetPeerSubject() const;
 
  private:
+  /// What the BIO's functions, which are static, get of their session. Lives as long as that.
   struct Transport {
     int socket = -1;
     int error = 0;  // `errno` of the last failure; 0 at the end of the connection

@@ -9,11 +9,12 @@ namespace CryptStand {
 namespace {
 
 constexpr std::time_t kDay = 86400;
-constexpr std::time_t kAuthorityDays = 3650;
+constexpr std::time_t kAuthorityDays = 3650;  // ten years: longer than any folder is in use
 // An authority is in the configuration of clients, so it changes as seldom as possible, and then at a start.
 constexpr std::time_t kAuthorityMarginDays = 400;
 // Some clients refuse servers whose certificate is valid for more than 398 days.
 constexpr std::time_t kServerDays = 397;
+// A certificate is replaced this long before its end: environments run for days, not for months.
 constexpr std::time_t kMarginDays = 30;
 
 constexpr const char* kServerAuthority = "TLS server authority";

@@ -62,6 +62,7 @@ class TlsIdentities {
   Identity MakeServer(ServerCertificate type);
   TlsContext MakeContext(ServerCertificate type);
 
+  /// A server's side of TLS, and the certificate in it, whose end is looked at for each connection.
   struct Shown {
     TlsContext context;
     Cert certificate;

@@ -39,6 +39,7 @@ class Tokens {
   void Reset();
 
  private:
+  /// A token that was issued and not yet redeemed.
   struct Entry {
     TokenClaim claim;
     Clock::time_point expires;
