@@ -24,7 +24,7 @@ struct Validity {
 
   /// Seconds relative to the present.
   static Validity FromNow(std::int64_t begin, std::int64_t end);
-  /// From one date to another, each "YYYY-MM-DD" or "YYYY-MM-DDThh:mm:ss" in UTC.
+  /// From one date to another, each "YYYY-MM-DD" or "YYYY-MM-DDThh:mm:ss" in UTC. For tests.
   static Validity Between(const char* begin, const char* end);
 };
 

@@ -32,21 +32,23 @@ class KeyPair {
   bool IsEmpty() const { return key_ == nullptr; }
   EVP_PKEY* Get0() const { return key_.get(); }
 
-  /// The private key: as PKCS #8 (RFC 5958) in PEM, in DER and in one line of base64; in the traditional PEM
-  /// of its type; and in both PEM forms under a password.
+  /// The private key as PKCS #8 (RFC 5958): in PEM, in DER and in one line of base64.
   std::string ToPEM() const;
   std::string ToDER() const;
   std::string ToBase64() const;
+  /// The same for tests and seeds of fuzzers: in the traditional PEM of its type, and in both PEM forms under
+  /// a password.
   std::string ToTraditionalPEM() const;
   std::string ToEncryptedPEM(const std::string& password) const;
   std::string ToEncryptedTraditionalPEM(const std::string& password) const;
-  /// The public key alone, as SubjectPublicKeyInfo in PEM.
+  /// The public key alone, as SubjectPublicKeyInfo in PEM. For tests and seeds of fuzzers.
   std::string ToPublicPEM() const;
 
   /// Signs a message; with RSA this is PKCS #1 v1.5.
   std::string Sign(std::string_view message, const char* digest = kSHA512) const;
   /// Signs a hash that the caller computed; its length must be that of the digest.
   std::string SignHash(std::string_view hash, const char* digest = kSHA512) const;
+  /// For tests.
   bool Verify(std::string_view message, std::string_view signature, const char* digest = kSHA512) const;
 
   /// RSAES-PKCS1-v1_5 with the public and with the private key, as content keys are transported.

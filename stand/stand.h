@@ -104,7 +104,7 @@ class Stand {
   /// The client that was made; empty unless Options::clientCa is "make".
   Identity GetClient() const;
   /// Changes what a server shows from its next connection on, and ends its connections. False when there is
-  /// no such server or it does not speak TLS.
+  /// no such server or it does not speak TLS. For tests.
   bool SetServerCertificate(int server, ServerCertificate type);
 
   /// Ends the connections to a server that wait for a request at once, the others after their response, as
@@ -113,7 +113,7 @@ class Stand {
 
   /// URL of the proxy; empty without one.
   std::string GetProxyUrl() const;
-  /// The latest tunnels and requests of the proxy, oldest first.
+  /// The latest tunnels and requests of the proxy, oldest first. For tests, like the next one.
   std::vector<ProxyRecord> GetProxyRecords() const;
   void ClearProxyRecords();
 
@@ -128,13 +128,14 @@ class Stand {
   /// Adds a room to a group, by default the one in Options; an existing room stays as it is. False unless the
   /// id is UTF-8 and the group is known.
   bool AddRoom(const std::string& id, const std::string& group = "");
+  /// For tests; none when there is no such room.
   std::optional<RoomOptions> GetRoomOptions(const std::string& room) const;
   bool SetRoomOptions(const std::string& room, const RoomOptions& options);
   /// Changes the certificate that is shown for the room's current key; false when it has no key.
   bool SetRoomCertificate(const std::string& room, RoomCertificate type);
   /// Puts a new integrity key of the group into use; files signed with earlier ones stay valid.
   bool RenewIntegrityKey();
-  /// How long tokens that are issued from now on can be used; one minute by default.
+  /// How long tokens that are issued from now on can be used; one minute by default. For tests.
   void SetTokenLifetime(std::chrono::milliseconds lifetime);
   /// Brings back the state after the start (Environment::Reset).
   bool Reset();
@@ -143,7 +144,7 @@ class Stand {
   /// Lists, clocks, announced addresses and the size of audit logs.
   Settings& GetSettings();
 
-  /// The latest requests to all servers, oldest first.
+  /// The latest requests to all servers, oldest first. For tests.
   std::vector<Event> GetEvents() const;
   void ClearEvents();
 
