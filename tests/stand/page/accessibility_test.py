@@ -123,9 +123,9 @@ def test_changes_are_announced(page: Page) -> None:
     page.wait(lambda: page.run("return document.querySelector('#status').textContent") == "Key server 0 is down.")
 
 
-@pytest.mark.parametrize("kind", ["light", "dark"])
-def test_text_has_contrast(busy: Page, kind: str) -> None:
-    scheme(busy, kind)
+@pytest.mark.parametrize("theme", ["light", "dark"])
+def test_text_has_contrast(busy: Page, theme: str) -> None:
+    scheme(busy, theme)
     busy.press("Set a fault …")
     measured = busy.run(CONTRAST)
     assert len(measured) > 100
@@ -134,12 +134,12 @@ def test_text_has_contrast(busy: Page, kind: str) -> None:
 
 def test_dark_is_dark(page: Page) -> None:
     shots = {}
-    for kind in ["light", "dark"]:
-        scheme(page, kind)
+    for theme in ["light", "dark"]:
+        scheme(page, theme)
         color = page.run("return getComputedStyle(document.body).backgroundColor")
-        shots[kind] = (page.driver.get_screenshot_as_png(), color)
+        shots[theme] = (page.driver.get_screenshot_as_png(), color)
     assert shots["light"][0] != shots["dark"][0]
-    brightness = {kind: sum(map(int, shots[kind][1][4:-1].split(","))) for kind in shots}
+    brightness = {theme: sum(map(int, shots[theme][1][4:-1].split(","))) for theme in shots}
     assert brightness["dark"] < 100 < 650 < brightness["light"]
 
 
