@@ -1,5 +1,5 @@
-// What the command line's parser asks about single values. Stand checks its options again where they are
-// used, since tests pass them without a command line.
+// Checks of single values, which the parser of the command line calls. Stand checks its options again where
+// they are used, since tests pass them without a command line.
 #include "stand/argument_checks.h"
 
 #include <charconv>

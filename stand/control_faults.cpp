@@ -99,7 +99,7 @@ void CheckCrypt(ControlCall& call, const Fault& fault) {
                     std::move(names));
 }
 
-// Those of key servers for "all".
+// All key servers have the same.
 std::vector<std::string> OperationsOf(int server) {
   if (server == kCryptService) return CryptService::GetOperations();
   if (server != kProxy) return KeyServer::GetOperations();
@@ -115,7 +115,7 @@ void CheckOperation(ControlCall& call, const std::vector<int>& servers, const Fa
                     std::move(known));
 }
 
-// Likewise, a parameter of another type of fault changes nothing.
+// A parameter that the type does not use would change nothing either.
 void CheckParameters(ControlCall& call, const Fault& fault) {
   const auto types = GetFaultTypes();
   const auto info = std::find_if(types.begin(), types.end(),

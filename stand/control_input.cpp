@@ -16,7 +16,7 @@ std::string Quote(const char* name) {
   return "\"" + std::string(name) + "\"";
 }
 
-// All of it, or no value.
+// No value unless the whole string is a number.
 std::optional<std::int64_t> ParseWhole(std::string_view digits) {
   std::int64_t number = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);

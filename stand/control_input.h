@@ -16,7 +16,7 @@ struct ControlError {
   const char* code = "invalid_argument";
   std::string message{};
   std::string member{};                ///< The wrong member; empty for none.
-  std::vector<std::string> allowed{};  ///< What may stand in its place; empty if that is not a list.
+  std::vector<std::string> allowed{};  ///< What it may be instead; empty if that is not a list.
 };
 
 /// {"error":{"code","message","member","allowed"}}; members that do not apply are left out.

@@ -17,7 +17,7 @@ struct ControlCall {
   const HttpRequest& request;
   const std::stop_token& stop;
   bool isAuthorized;              ///< The request has the token. Changes always have it here.
-  std::vector<std::string> path;  ///< What stands in the place of the capitals of the route's path.
+  std::vector<std::string> path;  ///< The values of the placeholders in the route's path.
   ControlInput input;             ///< Has the route's members only, and all required ones.
 
   Realm& GetRealm() const { return environment.GetRealm(); }

@@ -80,8 +80,8 @@ std::optional<Environment::KeyView> Environment::ViewKey(const std::string& data
   return views_[data] = view;
 }
 
-// The store comes first: should it fail, nothing has changed. The log comes last, so that no event of before
-// is left in it.
+// The store comes first: should it fail, nothing has changed. The log comes last, so that it keeps no event
+// from before the reset.
 bool Environment::Reset() {
   if (!realm_.store.Reset()) return false;
   realm_.tokens.Reset();

@@ -86,7 +86,7 @@ class EventLog {
   /// The same, and starts counting the requests of each server again.
   void Reset();
 
-  /// Says that the state changed: a fault, a room, a clock, a list.
+  /// Reports that the state changed: a fault, a room, a clock, a list.
   void NoteChange();
   std::uint64_t GetChanges() const;
   /// Waits until there is an event after `event`, or a change after `changes`. Returns at once when `stop` is

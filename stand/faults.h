@@ -53,7 +53,7 @@ struct Fault {
   int uses = 0;
   int number = 0;
   std::string text{};
-  /// How likely it applies to a request, from 0 to 1. A request that it spares is no use of it.
+  /// How likely it applies to a request, from 0 to 1. A request that it spares does not count as a use.
   double probability = 1;
 };
 
@@ -96,7 +96,7 @@ class Faults {
   void Reset();
   /// The faults that apply to a request; counts it as a use of each.
   std::vector<Fault> Take(int server, const std::string& operation);
-  /// How often faults of this server were cleared. Whoever carries one out for long looks at it.
+  /// How often faults of this server were cleared. A delay in progress watches it, so that it ends early.
   std::uint64_t CountClears(int server) const;
   /// In the order in which they were set.
   std::vector<ActiveFault> List() const;

@@ -24,7 +24,7 @@ std::string DateText(std::time_t time) {
   return text;
 }
 
-// Operations after which rooms, groups or their keys are others than before.
+// Operations that change rooms, groups or their keys.
 bool ChangesState(std::string_view operation) {
   constexpr std::string_view kChanging[] = {"newkey", "configGroupRequest", "reencryptRequest",
                                             "importKeyRequest", "deleteKeyRequest"};

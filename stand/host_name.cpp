@@ -1,4 +1,4 @@
-// Names and addresses as they stand in options, URLs, headers and certificates. IPv6 is in brackets in some
+// Names and addresses in options, URLs, headers and certificates. IPv6 is in brackets in some
 // of them and not in others.
 #include "stand/host_name.h"
 

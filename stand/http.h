@@ -54,7 +54,7 @@ struct HttpReply {
   std::optional<std::size_t> cutAfter;
   /// Pause before each byte of the body, in milliseconds.
   int msPerByte = 0;
-  /// Ends the connection after the response without a word about it in the headers.
+  /// Ends the connection after the response although its headers do not say so.
   bool isLast = false;
   /// Ends the connection instead of a response.
   bool isDropped = false;

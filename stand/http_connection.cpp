@@ -170,13 +170,14 @@ class Connection {
   Stream stream_;
   const ConnectionSetup& setup_;
   ConnectionState& state_;
-  bool isCut_ = false;                       // the end must not look like one in order
+  bool isCut_ = false;                       // the client must not see an orderly end
   beast::flat_buffer buffer_{kMaxBuffered};  // what has come of the next requests
 };
 
 bool Connection::Secure() {
   if (!setup_.tls.getContext) return true;
-  // A client that leaves before the first byte is no failure: some look in this way whether a port is open.
+  // A client that leaves before the first byte is no failure: programs find out in this way whether a port is
+  // open.
   if (!stream_.Bytes().WaitForFirstByte()) return false;
   const TlsContext context = setup_.tls.getContext();
   std::string error;

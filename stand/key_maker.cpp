@@ -1,5 +1,5 @@
-// Key pairs ahead of their need. Authority starts it when a folder is new, so that all processors share the
-// work of the first start, and takes keys from it afterwards.
+// Generates key pairs before they are needed. Authority starts it when a folder is new, so that all
+// processors share the work of the first start, and takes keys from it afterwards.
 #include "stand/key_maker.h"
 
 #include <algorithm>
@@ -33,7 +33,7 @@ void KeyMaker::Start(int count) {
   try {
     for (; working_ < wanted; ++working_) threads_.emplace_back([this] { Work(); });
   } catch (const std::system_error&) {
-    // Fewer threads do it too. Without any, the callers of Take() do the work.
+    // Fewer threads are enough. Without any, the callers of Take() do the work.
     if (working_ == 0) ordered_ = 0;
   }
 }

@@ -33,7 +33,7 @@ class KeyMaker {
   int ordered_ = 0;                   // to be begun; guarded by mutex_
   int begun_ = 0;                     // being generated; guarded by mutex_
   int waiting_ = 0;                   // callers that wait for one of these; guarded by mutex_
-  std::size_t working_ = 0;           // threads that look for orders; guarded by mutex_
+  std::size_t working_ = 0;           // threads that take orders; guarded by mutex_
   std::vector<KeyPair> keys_;         // made and not taken; guarded by mutex_
   std::vector<std::thread> threads_;  // guarded by mutex_
 };

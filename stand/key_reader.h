@@ -9,7 +9,7 @@ namespace CryptStand {
 /// The result of reading a private key.
 enum class KeyReading {
   Good,
-  NotBase64,      ///< The text is neither PEM nor base64.
+  NotBase64,      ///< The string is neither PEM nor base64.
   NotAKey,        ///< It encodes something else than an RSA private key.
   WrongPassword,  ///< The key is under another password, or under none although one was given.
 };

@@ -90,8 +90,8 @@ void Listener::AcceptAll() {
   }
 }
 
-// The order of flag and look matters: a connection sets its own flag and then looks at `isLast`, so at least
-// one of the two sides sees the other.
+// Writes before it reads: a connection sets `isIdle` and then reads `isLast`, this is the reverse. So at
+// least one of the two sees what the other has set.
 void Listener::EndConnections() {
   const std::lock_guard<std::mutex> lock(mutex_);
   for (Connection& connection : connections_) {

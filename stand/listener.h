@@ -12,7 +12,7 @@
 
 namespace CryptStand {
 
-/// What a listener and the thread of one of its connections know of each other.
+/// What a listener and the thread of one of its connections share.
 struct ConnectionState {
   std::atomic<bool> isIdle = false;  ///< waits for a request; set by the connection
   std::atomic<bool> isLast = false;  ///< takes no further request; set by the listener

@@ -4,7 +4,7 @@
 
 namespace CryptStand {
 
-// A certificate that was read once is one object for good, so comparing addresses is enough: at worst a
+// A certificate that was read once stays the same object, so comparing addresses is enough: at worst a
 // renewed authority makes a key be opened once more.
 std::optional<RoomKeyPair> OpenedKeys::Open(const std::string& wrapped, const Cert& signer,
                                             const Identity& wrapping) {

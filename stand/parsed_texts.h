@@ -6,13 +6,13 @@
 
 namespace CryptStand {
 
-/// Parses each PEM text once and keeps the result, a Cert or a KeyPair: reading a private key takes as long
-/// as many requests, and a key that was used before signs faster. The text itself is the key of the map, so a
-/// result is never out of date. One thread at a time.
+/// Parses each PEM string once and keeps the result, a Cert or a KeyPair: reading a private key takes as long
+/// as many requests, and a key that was used before signs faster. The string itself is the key of the map, so
+/// a result is never out of date. One thread at a time.
 template <class T>
 class ParsedTexts {
  public:
-  /// Copies of a result share it. It is empty if the text cannot be parsed.
+  /// Copies of a result share it. It is empty if the string cannot be parsed.
   T Get(const std::string& pem) {
     const auto found = parsed_.find(pem);
     if (found != parsed_.end()) return found->second;

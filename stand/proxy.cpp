@@ -244,7 +244,7 @@ class ForwardProxy::Exchange {
         if (count == 0) shutdown(side == 0 ? server_.Get() : client_, SHUT_WR);
         if (count > 0 && !Pass(side == 0, {bytes.data(), static_cast<std::size_t>(count)})) return;
       }
-      // A server that has ended its response gets nothing more to do with the rest of the request.
+      // A server that has ended its response does not need the rest of the request.
       if (!isOpen[1]) return;
     }
   }

@@ -52,7 +52,7 @@ class StreamedLine {
     try {
       Write(/*isEnd=*/false);
     } catch (...) {
-      // No memory: the line is missing, the server goes on.
+      // On allocation failure the line is missing; the server goes on.
     }
   }
   StreamedLine(const StreamedLine&) = delete;

@@ -20,8 +20,8 @@ std::optional<RequiredHeader> ParseRequiredHeader(const std::string& line);
 /// The refusal of a request to the crypt service without one of the headers; none when it has all.
 std::optional<Served> RefuseWithoutHeaders(const HttpRequest& request,
                                            const std::vector<RequiredHeader>& headers);
-/// The refusal of a request to a key server with one of them: credentials for the crypt service are no
-/// business of key servers, and a client that sends them everywhere must be found out.
+/// The refusal of a request to a key server with one of them: credentials for the crypt service must
+/// not reach key servers, and a client that sends them everywhere has a mistake that a test should show.
 std::optional<Served> RefuseWithHeaders(const HttpRequest& request,
                                         const std::vector<RequiredHeader>& headers);
 

@@ -15,8 +15,8 @@ inline constexpr const char* kHidden = "<hidden>";
 bool IsSecretHeader(const std::string& name);
 /// Whether the value of a header is secret although its name does not say so.
 bool IsSecretHeaderValue(const std::string& name, const std::string& value);
-/// The value with "<hidden>" in the place of each secret member or string, however deep, and of whatever is
-/// nested deeper than anything that is shown.
+/// The value with "<hidden>" in the place of each secret member or string, however deep, and in the
+/// place of whatever is nested too deep to be shown.
 Val HideSecrets(const Val& value);
 /// The target of a request with "<hidden>" in the place of secret values of its query.
 std::string HideInTarget(const std::string& target);

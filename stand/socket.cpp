@@ -1,5 +1,5 @@
-// Blocking reads and writes with a timeout on each wait, so that a silent client costs a thread only for so
-// long.
+// Blocking reads and writes with a timeout on each wait, so that a silent client occupies its thread for a
+// limited time only. Used by http_connection.cpp and proxy.cpp.
 #include "stand/socket.h"
 
 #include <algorithm>
@@ -172,12 +172,12 @@ ssize_t ConnectionStream::WriteSecured(const iovec* parts, std::size_t count) {
   return tls_->Write(record.data(), size, timeoutMs_);
 }
 
-// What OpenSSL has taken from the socket already does not show there.
 bool ConnectionStream::WaitForFirstByte() const {
   char first = 0;
   return WaitFor(handle_, POLLIN, timeoutMs_) && recv(handle_, &first, 1, MSG_PEEK) == 1;
 }
 
+// poll() does not see the bytes that OpenSSL has already taken from the socket.
 bool ConnectionStream::WaitForData(int timeoutMs) const {
   return (tls_ != nullptr && tls_->HasPending()) || WaitFor(handle_, POLLIN, timeoutMs);
 }

@@ -279,7 +279,7 @@ bool Stand::Impl::Start(std::string& error) {
   if (failure == StartFailure::None && !SetUpHeaders(error)) failure = StartFailure::Other;
   if (failure == StartFailure::None && !OpenRecording(error)) failure = StartFailure::Other;
   if (failure == StartFailure::None) failure = SetUp(error);
-  // Two servers on one port are found only now: a port that is bound alone can be bound once more.
+  // Two servers on one port are found only now: a port that is bound but has no listener can be bound again.
   if (failure == StartFailure::None && !BringUp(error)) failure = StartFailure::Port;
   return failure == StartFailure::None;
 }

@@ -8,7 +8,7 @@ namespace CryptStand {
 namespace {
 
 // Write-ahead logging: a commit is one write without a flush of the disk, and survives the end of the process
-// however it ends; only a power failure may cost the last ones. Other programs can read the file meanwhile.
+// however it ends; only a power failure may lose the last ones. Other programs can read the file meanwhile.
 // Columns are never renamed: folders of earlier versions must stay usable.
 constexpr const char* kSchema = R"(
   PRAGMA journal_mode = WAL;

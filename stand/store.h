@@ -29,7 +29,7 @@ class Store {
 
   std::optional<Identity> GetIdentity(const std::string& name);
   /// Stores an identity unless the name has one already, and returns the stored one. Two threads that make
-  /// the same identity at once so get the same.
+  /// the same identity at once both get the stored one.
   std::optional<Identity> KeepIdentity(const std::string& name, const Identity& identity);
   /// Stores an identity in place of the one that the name has, if any.
   bool ReplaceIdentity(const std::string& name, const Identity& identity);

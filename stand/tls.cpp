@@ -1,5 +1,5 @@
 // The server's side of TLS, by OpenSSL over a BIO of our own: that of OpenSSL writes with write(), which
-// raises SIGPIPE when the client has gone, and a test environment inside a test must not end it.
+// raises SIGPIPE when the client has gone, and a test environment inside a test program must not end that.
 // ConnectionStream uses a session once the handshake is done.
 #include "stand/tls.h"
 
