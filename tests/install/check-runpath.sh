@@ -36,7 +36,7 @@ if ! (cd "$work" && env -u LD_LIBRARY_PATH "$program" --version >/dev/null); the
   echo "$program does not run beside a library of the name libcurl.so.4" >&2
   failures=$((failures + 1))
 fi
-# Proof that the library would have shown, had it been loaded.
+# Proves that the check above can fail: here the program does load the library.
 if (cd "$work" && LD_LIBRARY_PATH=$work "$program" --version >/dev/null 2>&1); then
   echo "$program does not load libcurl.so.4 at all" >&2
   failures=$((failures + 1))

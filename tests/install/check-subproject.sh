@@ -21,7 +21,7 @@ if [ "$(ctest --test-dir "$work/build" -N | sed -n 's/^Total Tests: //p')" != 0 
   echo "our tests came into the project" >&2
   exit 1
 fi
-# Without install rules CMake makes no script worth the name: nothing may arrive.
+# Without install rules CMake writes a script that installs nothing.
 run cmake --install "$work/build" --prefix "$work/prefix"
 if [ -e "$work/prefix" ]; then
   echo "installing the project installs this: $(find "$work/prefix" -type f | head -n 3)" >&2

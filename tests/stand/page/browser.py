@@ -15,7 +15,7 @@ from selenium.webdriver.support.wait import WebDriverWait
 
 SECONDS = 20
 
-# Runs in each page before its own script. What the policy forbids is no error of the page, but a finding.
+# Runs in each page before its own script. A violation of the policy is not an error of the page but a finding.
 _WATCH = """
 window.violations = [];
 document.addEventListener('securitypolicyviolation', (e) => violations.push(e.violatedDirective + ' ' + e.blockedURI));
