@@ -118,6 +118,8 @@ void PrintBanner(const Stand& stand, const Options& options) {
             << std::flush;
 }
 
+// The members are part of the interface: the fixtures and scripts of other projects read
+// them.
 std::string DescribeUrls(const Stand& stand, const Options& options) {
   KVMap urls;
   urls.Set("service", TextVal(stand.GetServiceUrl()));

@@ -36,6 +36,7 @@ HttpReply ServeGroups(ControlCall& call) {
   return JsonReply(reply);
 }
 
+// Without a configuration, which only a client's configGroupRequest sets.
 HttpReply AddGroup(ControlCall& call) {
   Realm& realm = call.GetRealm();
   const std::string id = call.input.ReadString("group");

@@ -57,6 +57,7 @@ bool ControlInput::ReadFlag(const char* name, bool fallback) {
   return flag.value_or(fallback);
 }
 
+// A number in a query is a string of digits; in a body a string is refused.
 std::int64_t ControlInput::ReadWhole(const char* name, std::int64_t least, std::int64_t most,
                                      std::int64_t fallback) {
   if (!Has(name)) return fallback;
@@ -68,6 +69,7 @@ std::int64_t ControlInput::ReadWhole(const char* name, std::int64_t least, std::
   return fallback;
 }
 
+// 0 and 1 may be written without a fraction: the JSON reader returns these as integers.
 double ControlInput::ReadFraction(const char* name, double fallback) {
   if (!Has(name)) return fallback;
   const Val value = members_.Get(name);

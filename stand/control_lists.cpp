@@ -1,4 +1,5 @@
-// The certificate lists of the control interface, and the authorities in them.
+// The certificate lists of the control interface, and the authorities in them. Tests replace a list to see a
+// client refuse what it does not trust, and renew an authority to see it accept what was signed before.
 #include <utility>
 
 #include "stand/control_json.h"
@@ -24,6 +25,7 @@ std::vector<std::string> NamesIn(const Table& table) {
   return names;
 }
 
+// The real certificates are shown also while a test has another string returned instead of them.
 Val ListVal(const std::vector<Cert>& certificates, const std::optional<std::string>& instead) {
   OruGuiBase::Array<Val> list;
   for (const Cert& certificate : certificates) list.Append(CertificateVal(certificate));
@@ -37,6 +39,7 @@ HttpReply ServeLists(ControlCall& call) {
   return JsonReply(ListsVal(call.environment).AsMap());
 }
 
+// Null brings a real list back, so a member that is missing has to be distinguished from it.
 HttpReply SetLists(ControlCall& call) {
   Settings& settings = call.GetRealm().settings;
   const auto certStore = call.input.ReadStringOrNull("certstore");
@@ -66,6 +69,8 @@ HttpReply Renew(ControlCall& call) {
 
 }  // namespace
 
+// As key servers return them (KeyServer::ServeList): roots and intermediates in one list, trusted issuers in
+// the other.
 Val ListsVal(Environment& environment) {
   Realm& realm = environment.GetRealm();
   auto certStore = realm.authority.GetCertificates(Role::Root);

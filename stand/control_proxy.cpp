@@ -10,6 +10,7 @@ HttpReply NoProxy() {
   return NotFound("There is no proxy; --proxy starts one");
 }
 
+// Method, host and outcome may have any bytes that a client has sent.
 KVMap RecordObject(const ProxyRecord& record) {
   KVMap object;
   object.Set("number", CountVal(record.number));

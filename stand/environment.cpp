@@ -65,6 +65,8 @@ bool Environment::AddRoom(const std::string& id, const std::string& group) {
   return !id.empty() && IsUtf8(id) && realm_.store.HasGroup(wanted) && realm_.store.AddRoom(id, wanted);
 }
 
+// Opens the key outside the lock: that takes about a millisecond, and two threads that open the same key at
+// once do no harm.
 std::optional<Environment::KeyView> Environment::ViewKey(const std::string& data) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);

@@ -1,3 +1,5 @@
+// Exit codes of the program: from the reason of a failed start, and for --help. docs/stand.md has the same
+// list.
 #include "stand/exit_code.h"
 
 namespace CryptStand {

@@ -23,6 +23,7 @@ HttpReply BodyReply(std::string body) {
   return reply;
 }
 
+// Without a number 503, as an overloaded server or one in maintenance sends it.
 HttpReply StatusReply(const Fault& fault) {
   return Refusal(fault.number > 0 ? fault.number : 503, "", "A fault was set");
 }

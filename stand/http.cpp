@@ -36,6 +36,7 @@ std::optional<std::string> Unescape(std::string_view text) {
 
 }  // namespace
 
+// Names of headers have no case (RFC 9110, 5.1).
 std::vector<std::string> HttpRequest::HeaderValues(std::string_view name) const {
   std::vector<std::string> values;
   for (const auto& [key, value] : headers) {
@@ -52,6 +53,7 @@ std::string HttpRequest::ContentType() const {
   return types.size() == 1 ? types.front().substr(0, types.front().find(';')) : "";
 }
 
+// Split before unescaping: ids of rooms may contain slashes, which clients escape.
 std::optional<std::vector<std::string>> HttpRequest::PathSegments() const {
   std::vector<std::string> segments;
   std::string_view path = std::string_view(target).substr(0, target.find('?'));
@@ -66,6 +68,8 @@ std::optional<std::vector<std::string>> HttpRequest::PathSegments() const {
   }
 }
 
+// As forms are encoded (application/x-www-form-urlencoded). Of two members with one name neither can be
+// meant.
 std::optional<OruGuiBase::KVMap> HttpRequest::QueryMembers() const {
   OruGuiBase::KVMap members;
   const std::size_t mark = target.find('?');
@@ -84,6 +88,7 @@ std::optional<OruGuiBase::KVMap> HttpRequest::QueryMembers() const {
   return members;
 }
 
+// Keeps the listener and its threads out of the header.
 class HttpServer::Impl {
  public:
   Impl(HttpHandler handler, HttpTimeouts timeouts)

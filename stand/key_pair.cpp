@@ -96,6 +96,7 @@ std::string KeyPair::ToPublicPEM() const {
   return Written([&](BIO* bio) { return PEM_write_bio_PUBKEY(bio, key_.get()); });
 }
 
+// The digest is computed here; SignHash() gets it from the client, as key servers do.
 std::string KeyPair::Sign(std::string_view message, const char* digest) const {
   DigestCtxPtr context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
   std::size_t size = 0;

@@ -7,6 +7,7 @@ namespace {
 
 constexpr std::int64_t kDay = 86400;
 
+// The same serial number, subject and key as in the good one, so that only one thing is wrong at a time.
 CertSpec RoomCertificateSpec(const Cert& original, const std::string& room, RoomCertificate type) {
   CertSpec spec = RoomKeySpec(room);
   spec.serial = original.GetSerial();
@@ -23,6 +24,7 @@ Role IssuerOf(RoomCertificate type) {
 
 }  // namespace
 
+// The suffix is part of the protocol: clients name their key with it in generateWrappedKeyRequest.
 std::string RoomKeyName(const std::string& room) {
   return room + "-tr";
 }

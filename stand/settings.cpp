@@ -18,11 +18,13 @@ void Settings::SetAnnouncedUrls(std::optional<std::vector<std::string>> urls) {
   Write(announcedUrls_, std::move(urls));
 }
 
+// Both values under one lock: a change between two reads would mix them.
 std::vector<std::string> Settings::GetAnnouncedUrls() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return announcedUrls_.value_or(keyServerUrls_);
 }
 
+// Only real ones: a token for an announced URL that is not real could not be redeemed anywhere.
 bool Settings::IsKeyServer(const std::string& url) const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return std::find(keyServerUrls_.begin(), keyServerUrls_.end(), url) != keyServerUrls_.end();
@@ -60,6 +62,7 @@ IntegrityList Settings::GetIntegrityList() const {
   return Read(integrityList_);
 }
 
+// Required headers stay: they are an option of the program and not a setting that tests change.
 void Settings::Reset() {
   const std::lock_guard<std::mutex> lock(mutex_);
   announcedUrls_.reset();

@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kDropExpiredAt = 4096;
 
 std::string RandomToken() {
-  unsigned char bytes[24];
+  unsigned char bytes[24];  // three bytes for four characters of base64: no padding
   if (RAND_bytes(bytes, sizeof bytes) != 1) return {};
   return ToBase64({reinterpret_cast<const char*>(bytes), sizeof bytes});
 }
