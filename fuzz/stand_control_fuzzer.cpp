@@ -33,6 +33,8 @@ class FakeServers : public CryptStand::Servers {
     isUp_.at(server) = false;
   }
   bool HasTls() const override { return true; }
+  bool AsksForCertificates() const override { return true; }
+  CryptStand::ClientFiles GetClientFiles() const override { return {}; }
   bool Show(int server, CryptStand::ServerCertificate) override { return Has(server); }
   CryptStand::ForwardProxy* GetProxy() const override { return nullptr; }
 
