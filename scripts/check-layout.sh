@@ -70,7 +70,7 @@ check_engine() { # pattern, allowed files as a regular expression
   done < <(grep -rlE "^ *# *include <$1" --include='*.h' --include='*.cpp' \
     foundation security client exchange roomkeys protection transport bindings stand tools examples)
 }
-check_engine 'openssl/' '^(security/.*\.cpp|security/(openssl_handles|(ber|cms|x509)/[a-z_]+)\.h|transport/(key_log|tls_files)\.cpp|stand/.*)$'
+check_engine 'openssl/' '^(security/.*\.cpp|security/(openssl_handles|(ber|cms|x509)/[a-z_]+)\.h|transport/(tls_context|tls_files)\.cpp|stand/.*)$'
 check_engine 'boost/' '^(foundation/json[a-z_]*|stand/http_connection)\.cpp$'
 check_engine 'curl/' '^(transport/.*|examples/transport\.cpp)'
 check_engine 'sqlite3' '^stand/.*'

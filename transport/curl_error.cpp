@@ -2,9 +2,6 @@
 // not know libcurl.
 #include "transport/curl_error.h"
 
-#include <string>
-#include <string_view>
-
 #include "foundation/errorstate.h"
 
 namespace OruKalvix {
@@ -32,25 +29,16 @@ bool WasConnected(const CurlFailure& failure) {
   return microseconds > 0;
 }
 
+bool IsBroken(CURLcode code) {
+  return code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR || code == CURLE_GOT_NOTHING;
+}
+
 AnsiStr Target(const CurlFailure& failure) {
   return failure.viaProxy ? failure.authority + " through the proxy" : failure.authority;
 }
 
-// A server refuses the client's certificate, or that there is none, by one of the alerts of RFC 8446, 6.2.
-// With TLS 1.3 it arrives after the handshake, where libcurl takes it for a failed read; only its text says
-// more.
-bool IsClientRefused(const CurlFailure& failure) {
-  const std::string_view detail = failure.detail;
-  for (const char* alert :
-       {"certificate required", "bad certificate", "unsupported certificate", "certificate revoked",
-        "certificate expired", "certificate unknown", "unknown ca"}) {
-    if (detail.find(std::string(" alert ") + alert) != std::string_view::npos) return true;
-  }
-  return false;
-}
-
 const char* Phrase(const CurlFailure& failure) {
-  if (IsClientRefused(failure)) {
+  if (failure.clientRefusal != nullptr) {
     return failure.hasClientCertificate ? "The client certificate was refused by "
                                         : "A client certificate is required by ";
   }
@@ -91,6 +79,11 @@ AnsiStr DescribeFailure(const CurlFailure& failure) {
     return AnsiStr("Cancelled while waiting for ") + Target(failure);
   AnsiStr text = AnsiStr(Phrase(failure)) + Target(failure) + ": ";
   if (!failure.sinkError.IsEmpty()) return text + failure.sinkError;
+  if (failure.clientRefusal != nullptr) return text + failure.clientRefusal;
+  // A server that resets the connection takes its alert away with it, and libcurl's words are about a socket.
+  if (IsBroken(failure.code) && failure.wasCertificateRequested) {
+    return text + "the connection ended after the server had asked for a client certificate";
+  }
   return text + ConnectReason(failure);
 }
 

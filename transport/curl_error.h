@@ -15,6 +15,9 @@ struct CurlFailure {
   OruGuiBase::AnsiStr sinkError;  ///< why the response could not be received; empty when it could
   bool viaProxy = false;
   bool hasClientCertificate = false;
+  bool wasCertificateRequested = false;  ///< in a handshake of this exchange
+  const char* clientRefusal =
+      nullptr;                   ///< why the server refuses the client's certificate, or that there is none
   bool mayBeCarriedOut = false;  ///< a kept connection broke after the whole request was sent
 };
 

@@ -12,8 +12,8 @@
 
 #include "foundation/threadobserver.h"
 #include "transport/curl_error.h"
-#include "transport/key_log.h"
 #include "transport/sigpipe_guard.h"
+#include "transport/tls_context.h"
 
 namespace OruKalvix {
 
@@ -160,7 +160,7 @@ void CurlExchange::SetTrust() {
   Set(CURLOPT_SSL_VERIFYPEER, 1L);
   Set(CURLOPT_SSL_VERIFYHOST, 2L);
   Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-  if (ForbidKeyLog(handle_.get()) != CURLE_OK) throw std::bad_alloc();
+  if (PrepareTls(handle_.get()) != CURLE_OK) throw std::bad_alloc();
   const TlsFiles& files = settings_.files;
   if (!options.caFile.IsEmpty()) {
     SetFile(CURLOPT_CAINFO, CURLOPT_CAINFO_BLOB, options.caFile, files.authorities);
@@ -222,6 +222,7 @@ CURLcode CurlExchange::Perform(const HttpOptions& options) {
   const SigPipeGuard guard;  // with CURLOPT_NOSIGNAL libcurl does not keep SIGPIPE away
   const std::int64_t start = NowMs();
   SetTimeouts(options, 0);
+  ForgetHandshakes();
   CURLcode code = curl_easy_perform(handle_.get());
   if (!MayRepeat(code)) return code;
   bodyRead_ = 0;
@@ -277,6 +278,8 @@ AnsiStr CurlExchange::GetFailure(CURLcode code) const {
   failure.sinkError = sink_.GetError().IsEmpty() ? headError_ : sink_.GetError();
   failure.viaProxy = !settings_.options.proxy.IsEmpty();
   failure.hasClientCertificate = !settings_.options.clientCertificate.IsEmpty();
+  failure.wasCertificateRequested = WasCertificateRequested();
+  failure.clientRefusal = GetClientRefusal();
   failure.mayBeCarriedOut = refusedRewind_;
   return DescribeFailure(failure);
 }

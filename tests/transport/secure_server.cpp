@@ -67,9 +67,21 @@ void SecureServer::Serve(int socket) {
   setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   const std::unique_ptr<SSL, decltype(&SSL_free)> connection(SSL_new(context_.get()), &SSL_free);
   SSL_set_fd(connection.get(), socket);
-  if (SSL_accept(connection.get()) != 1 || !ReadHead(connection.get())) return;
+  if (SSL_accept(connection.get()) != 1) return Refuse(socket);
+  if (!ReadHead(connection.get())) return;
   SSL_write(connection.get(), kResponse.data(), static_cast<int>(kResponse.size()));
   SSL_shutdown(connection.get());
+}
+
+// With bytes of the client in its buffer, a socket that is closed resets the connection.
+void SecureServer::Refuse(int socket) const {
+  char bytes[4096];
+  if (resetsRefused_) {
+    recv(socket, bytes, 1, MSG_PEEK);
+    return;
+  }
+  shutdown(socket, SHUT_WR);
+  while (recv(socket, bytes, sizeof bytes, 0) > 0) continue;
 }
 
 }  // namespace TestSupport

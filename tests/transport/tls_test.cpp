@@ -187,6 +187,15 @@ TEST_F(CurlTLS, AMissingClientCertificateIsNamed) {
               StartsWith("A client certificate is required by " + server->Authority() + ": "));
 }
 
+TEST_F(CurlTLS, ALostRefusalIsSuspected) {
+  const auto server = Start("IP:127.0.0.1", "ca.pem");
+  server->ResetRefused();
+  const std::string text = Get(server->Url()).errorText;
+  EXPECT_THAT(text, ::testing::AnyOf(StartsWith("A client certificate is required by "),
+                                     ::testing::HasSubstr("the connection ended after the server had asked "
+                                                          "for a client certificate")));
+}
+
 TEST_F(CurlTLS, ARefusedClientCertificateIsNamed) {
   const auto server = Start("IP:127.0.0.1", "other.pem");
   Issue(CertSpec::EndEntity("Client"), "me.pem", "me.key");
