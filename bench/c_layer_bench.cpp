@@ -95,6 +95,8 @@ class CSide final : public Side {
     cryptcli_client_new(options, &client_, nullptr);
     cryptcli_options_free(options);
   }
+  CSide(const CSide&) = delete;
+  CSide& operator=(const CSide&) = delete;
   ~CSide() override { cryptcli_client_free(client_); }
 
   bool Run() override {

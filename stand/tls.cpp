@@ -55,7 +55,7 @@ void ForbidResumption(SSL_CTX* context) {
 TlsContext TlsContext::Make(const Identity& server, const std::string& clientAuthorities,
                             std::string& error) {
   ERR_clear_error();
-  const TlsContext made(SSL_CTX_new(TLS_server_method()));
+  TlsContext made(SSL_CTX_new(TLS_server_method()));
   SSL_CTX* const context = made.Get0();
   if (context == nullptr || SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION) != 1 ||
       SSL_CTX_use_certificate(context, server.certificate.Get0()) != 1 ||

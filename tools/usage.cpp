@@ -78,7 +78,7 @@ std::string DescribeUnused(const CLI::App& app, const CLI::App* command) {
   std::vector<std::string> words = command != nullptr ? command->remaining() : app.remaining();
   if (words.empty() && command != nullptr) {
     words = app.remaining();
-    const std::string misplaced = DescribeMisplaced(words, *command);
+    std::string misplaced = DescribeMisplaced(words, *command);
     if (!misplaced.empty()) return misplaced;
   }
   // The options of an unknown command are unknown too; only the command is the mistake.
