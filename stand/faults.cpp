@@ -10,7 +10,7 @@ namespace {
 
 constexpr FaultTypeInfo kTypes[] = {
     {FaultType::Down, "down", "nothing listens: connections are refused", nullptr, nullptr},
-    {FaultType::Slow, "slow", "the response comes late", "milliseconds", nullptr},
+    {FaultType::Slow, "slow", "the response comes late", "milliseconds; 0 for 1000", nullptr},
     {FaultType::Status, "status", "an HTTP status and no response", "status; 0 for 503", nullptr},
     {FaultType::WrongDate, "wrong-date", "another \"Date\" header", nullptr, "the header"},
     {FaultType::MissingDate, "missing-date", "no \"Date\" header", nullptr, nullptr},
@@ -138,6 +138,17 @@ std::vector<Fault> Faults::Take(int server, const std::string& operation) {
   std::erase_if(faults_,
                 [](const ActiveFault& active) { return active.fault.uses > 0 && active.GetUsesLeft() <= 0; });
   return taken;
+}
+
+void Faults::Delay(int server, const Fault& fault, const std::function<bool(int milliseconds)>& pause) const {
+  // How soon a delay ends once its fault is cleared: a test that clears it hardly waits.
+  constexpr int kStepMs = 50;
+  constexpr int kUsualMs = 1000;
+  const std::uint64_t clears = CountClears(server);
+  int left = fault.number > 0 ? fault.number : kUsualMs;
+  for (; left > 0 && CountClears(server) == clears; left -= kStepMs) {
+    if (!pause(std::min(left, kStepMs))) return;
+  }
 }
 
 std::uint64_t Faults::CountClears(int server) const {

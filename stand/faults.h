@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -98,6 +99,9 @@ class Faults {
   std::vector<Fault> Take(int server, const std::string& operation);
   /// How often faults of this server were cleared. A delay in progress watches it, so that it ends early.
   std::uint64_t CountClears(int server) const;
+  /// Waits as a slow fault of the server says, until it is over, the server's faults are cleared, or `pause`,
+  /// which waits for so many milliseconds, returns false.
+  void Delay(int server, const Fault& fault, const std::function<bool(int milliseconds)>& pause) const;
   /// In the order in which they were set.
   std::vector<ActiveFault> List() const;
 

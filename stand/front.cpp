@@ -67,24 +67,16 @@ HttpReply Front::Respond(const HttpRequest& request, const Subject& subject,
   return std::move(served.reply);
 }
 
-// Ends early when nobody waits for the reply any more: the client has left, the server goes down, or the
-// fault was cleared.
-void Front::Delay(const HttpRequest& request, int milliseconds) const {
-  // How soon a delay ends once its fault is cleared: a test that clears it hardly waits.
-  constexpr int kStepMs = 50;
-  const std::uint64_t clears = realm_.faults.CountClears(server_);
-  for (int left = milliseconds; left > 0 && realm_.faults.CountClears(server_) == clears; left -= kStepMs) {
-    if (!request.pause || !request.pause(std::min(left, kStepMs))) return;
-  }
-}
-
 // Replacing faults come first, because the request must then not be carried out; the others change whatever
 // reply there is.
 Served Front::Apply(const std::vector<Fault>& faults, const HttpRequest& request,
                     const std::function<Served()>& serve) const {
   std::optional<Served> served;
   for (const Fault& fault : faults) {
-    if (fault.type == FaultType::Slow) Delay(request, fault.number);
+    // Ends early when nobody waits for the reply any more: the client has left, or the server goes down.
+    if (fault.type == FaultType::Slow) {
+      realm_.faults.Delay(server_, fault, [&](int step) { return request.pause && request.pause(step); });
+    }
     auto reply = MakeFaultReply(fault, server_ != kCryptService);
     if (reply.has_value()) served = Served{*std::move(reply), "not served"};
   }

@@ -29,7 +29,6 @@ class Front {
  private:
   Served Apply(const std::vector<Fault>& faults, const HttpRequest& request,
                const std::function<Served()>& serve) const;
-  void Delay(const HttpRequest& request, int milliseconds) const;
   void AddDate(const std::vector<Fault>& faults, HttpReply& reply) const;
   /// A group has no rooms of its name, so that only rooms are shown as such.
   std::string FindRoom(const std::string& id) const;

@@ -176,7 +176,9 @@ class ForwardProxy::Exchange {
   // False when a fault has ended the exchange.
   bool ApplyFaults() {
     for (const Fault& fault : proxy_.faults_.Take(kProxy, record_.method)) {
-      if (fault.type == FaultType::Slow) stream_.Pause(fault.number);
+      if (fault.type == FaultType::Slow) {
+        proxy_.faults_.Delay(kProxy, fault, [&](int step) { return stream_.Pause(step); });
+      }
       if (fault.type == FaultType::Status) Refuse(fault.number > 0 ? fault.number : 502, "A fault was set");
       if (fault.type == FaultType::Drop) Note(0, "dropped (fault)");
       if (fault.type == FaultType::Status || fault.type == FaultType::Drop) return false;

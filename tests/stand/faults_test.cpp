@@ -54,6 +54,13 @@ TEST_F(FaultsTest, SlowRespondsLate) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(150));
 }
 
+TEST_F(FaultsTest, SlowWaitsForASecondWithoutANumber) {
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Slow)));
+  EXPECT_EQ(Get(Server("status?1")).status, 200);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1000));
+}
+
 TEST_F(FaultsTest, TrickleSendsTheBodyByteByByte) {
   const auto begin = std::chrono::steady_clock::now();
   ASSERT_TRUE(stand_.SetFault(0, Make(FaultType::Trickle, 20)));

@@ -1,6 +1,7 @@
 #include "stand/proxy.h"
 
 #include <chrono>
+#include <thread>
 
 #include "tests/stand/raw_peer.h"
 #include "tests/stand/stand_peer.h"
@@ -121,6 +122,16 @@ TEST_F(ProxyTest, DropsAConnectionWhenAFaultIsSet) {
   ASSERT_TRUE(stand_.SetFault(kProxy, {.type = FaultType::Drop, .uses = 1}));
   EXPECT_EQ(GetByProxy(Server("status")).status, 0);
   EXPECT_EQ(GetByProxy(Server("status")).status, 200);
+}
+
+TEST_F(ProxyTest, ASlowFaultEndsWhenItIsCleared) {
+  ASSERT_TRUE(stand_.SetFault(kProxy, {.type = FaultType::Slow, .number = 60000}));
+  const auto begin = std::chrono::steady_clock::now();
+  std::thread client([this] { EXPECT_EQ(GetByProxy(Server("status")).status, 200); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ASSERT_TRUE(stand_.ClearFaults(kProxy));
+  client.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
 TEST_F(ProxyTest, GoesDownWhileATunnelIsOpenAndComesBack) {
