@@ -115,6 +115,10 @@ void CheckOperation(ControlCall& call, const std::vector<int>& servers, const Fa
                     std::move(known));
 }
 
+bool IsInHeader(FaultType type) {
+  return type == FaultType::WrongDate || type == FaultType::WrongContentType || type == FaultType::SecStatus;
+}
+
 // A parameter that the type does not use would change nothing either.
 void CheckParameters(ControlCall& call, const Fault& fault) {
   const auto types = GetFaultTypes();
@@ -123,6 +127,10 @@ void CheckParameters(ControlCall& call, const Fault& fault) {
   const std::string rest = " has no meaning for the fault \"" + std::string(info->name) + "\"";
   if (info->number == nullptr && fault.number != 0) call.input.Refuse("number", "\"number\"" + rest);
   if (info->text == nullptr && !fault.text.empty()) call.input.Refuse("text", "\"text\"" + rest);
+  if (IsInHeader(fault.type) && !OruGuiBase::IsHeaderValue(fault.text)) {
+    call.input.Refuse("text",
+                      "\"text\" goes into a header, so it must be one line without control characters");
+  }
 }
 
 // Each request has such a body in memory. With its frame it is larger than the responses that our client

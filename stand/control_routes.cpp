@@ -14,7 +14,9 @@ std::vector<int> ReadServersAnd(ControlCall& call, std::vector<int> servers) {
   const Servers& all = call.environment.GetServers();
   const Val value = call.input.Get("server");
   const bool isNumber = value.GetType() == OruGuiBase::ValType::Integer;
-  const std::string name = isNumber ? std::to_string(value.AsInteger()) : call.input.ReadString("server");
+  // Of another type it is none of those that are allowed.
+  const std::string name =
+      isNumber ? std::to_string(value.AsInteger()) : ReadText(call.input.GetMembers(), "server").value_or("");
   std::vector<int> keyServers(static_cast<std::size_t>(all.CountKeyServers()));
   std::iota(keyServers.begin(), keyServers.end(), 0);
   if (name == "all") return keyServers;

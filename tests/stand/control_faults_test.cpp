@@ -50,7 +50,7 @@ TEST_F(ControlFaultsTest, ListsAllTypes) {
   const auto types = ReadList("faults", "types");
   EXPECT_EQ(types.size(), GetFaultTypes().size());
   EXPECT_EQ(ReadText(types.at(1), "name"), "slow");
-  EXPECT_EQ(ReadText(types.at(1), "number"), "milliseconds");
+  EXPECT_EQ(ReadText(types.at(1), "number"), "milliseconds; 0 for 1000");
   EXPECT_TRUE(types.at(1).Get("text").IsNil());
 }
 
@@ -226,9 +226,21 @@ TEST_F(ControlTlsFaultsTest, DoNotReplaceTheCertificateOfTheCryptService) {
   EXPECT_EQ(SetSecurely(R"({"server":0,"fault":"server-certificate"})").status, 200);
 }
 
+TEST_F(ControlFaultsTest, RefusesATextThatIsNoHeader) {
+  for (const char* fault : {"wrong-date", "wrong-content-type", "sec-status"}) {
+    const Reply reply = Set(std::string(R"({"server":0,"text":"a\r\nX: b","fault":")") + fault + "\"}");
+    EXPECT_EQ(reply.status, 400) << fault;
+    EXPECT_EQ(ErrorPart(reply, "member"), "text") << fault;
+  }
+}
+
 TEST_F(ControlFaultsTest, NamesTheAllowedValues) {
   EXPECT_THAT(Allowed(Set(R"({"server":0,"fault":"slwo"})")), Contains("slow"));
-  EXPECT_THAT(Allowed(Set(R"({"server":"x","fault":"slow"})")), ElementsAre("crypt", "all", "0", "1", "2"));
+  for (const char* server : {"\"x\"", "0.0", "null", "[\"0\"]"}) {
+    const Reply reply = Set(std::string("{\"fault\":\"slow\",\"server\":") + server + "}");
+    EXPECT_EQ(ErrorPart(reply, "member"), "server") << server;
+    EXPECT_THAT(Allowed(reply), ElementsAre("crypt", "all", "0", "1", "2")) << server;
+  }
   EXPECT_EQ(ErrorPart(Set(R"({"server":0,"fault":"slow","uses":-1})"), "message"),
             "\"uses\" must be an integer from 0 to 2147483647");
 }
