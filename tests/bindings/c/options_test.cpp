@@ -51,7 +51,7 @@ TEST_F(Options, RefuseHeadersThatWouldBreakARequest) {
   const std::pair<const char*, const char*> bad[] = {
       {"", "v"}, {"na me", "v"}, {"name:", "v"}, {"name", "v\r\nother: v"}, {"name", "\xFF"}, {nullptr, "v"}};
   for (const auto& [name, value] : bad) {
-    const Outcome outcome = Call([&](cryptcli_report**, cryptcli_error** error) {
+    const Outcome outcome = Call([&, name = name, value = value](cryptcli_report**, cryptcli_error** error) {
       return cryptcli_options_add_header(options.get(), name, value, error);
     });
     EXPECT_EQ(outcome.status, CRYPTCLI_INVALID_ARGUMENT);
@@ -95,7 +95,7 @@ TEST_F(Options, AKeyNeedsItsCertificate) {
 }
 
 TEST_F(Options, APasswordFileThatIsTooLargeIsRefused) {
-  constexpr std::size_t kLimit = 64 * 1024;
+  constexpr std::size_t kLimit = std::size_t{64} * 1024;
   scratch.Make("large", std::string(kLimit + 1, 'x'));
   scratch.Make("largest", std::string(kLimit, 'x'));
   const auto make = [&](const std::string& file) {
