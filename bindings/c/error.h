@@ -14,6 +14,9 @@ struct Attempt {
   cryptcli_status code = CRYPTCLI_INTERNAL;
   std::string message;
   std::string base{};  ///< its whole base URL: servers of one origin can differ in the path
+  bool retryable = false;
+  std::uint32_t httpStatus = 0;  ///< 0 without a response
+  std::string url{};             ///< of the exchange, without its query
 };
 
 /// Why an operation failed. A value; cryptcli_error is the same as an object for C.

@@ -358,6 +358,8 @@ void Operation::TakeFact(std::string_view text) {
 // No trace says whether it does go on. An error that no server caused is left out.
 void Operation::TakeError(std::string_view text) {
   if (!isAttemptOpen_ || !TakePrefix(text, "CryptClient: Error: ")) return;
+  // A warning about the other servers, once this one has given its part.
+  if (text.starts_with("Could not get audit log from all key servers: ")) return;
   isAttemptOpen_ = false;
   const cryptcli_status code = Classify(text, GetFailedExchange());
   const bool isServers = code == CRYPTCLI_UNREACHABLE || code == CRYPTCLI_TIMEOUT ||
@@ -366,9 +368,16 @@ void Operation::TakeError(std::string_view text) {
   // An operation can go through the list several times. The latest reason of a server says how it is now.
   const std::string base(KeyServerOf(latest_.url));
   std::erase_if(attempts_, [&](const Attempt& attempt) { return attempt.base == base; });
-  attempts_.push_back({std::string(OriginOf(latest_.url)),
-                       latest_.failed ? ClassifyExchange(GetFailedExchange()) : code, std::string(text),
-                       base});
+  Attempt attempt{.server = std::string(OriginOf(latest_.url)),
+                  .code = latest_.failed ? ClassifyExchange(GetFailedExchange()) : code,
+                  .message = std::string(text),
+                  .base = base};
+  attempt.retryable = IsWorthRetrying(attempt.code, text);
+  if (latest_.failed) {
+    attempt.httpStatus = latest_.status;
+    attempt.url = WithoutQuery(latest_.url);
+  }
+  attempts_.push_back(std::move(attempt));
 }
 
 void Operation::Log(std::uint32_t level, std::string_view text) const {

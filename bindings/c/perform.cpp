@@ -193,19 +193,28 @@ std::string CheckArguments(const NamedOperation& operation, const KVMap& argumen
   return {};
 }
 
+// Why no key server of the list can be asked; empty if one can. The list may be the crypt service's, and the
+// class passes over a wrong URL among others.
+std::string CheckUrls(const OruGuiBase::Array<Val>& servers) {
+  std::string wrong;
+  for (const Val& server : servers) {
+    OruKalvix::UrlParts parts;
+    AnsiStr reason;
+    if (OruKalvix::ParseUrl(server.AsString(), parts, reason)) return {};
+    const std::string text = ToString(reason);
+    if (wrong.empty()) wrong = "Invalid URL of a key server: " + text.substr(text.find(": ") + 2);
+  }
+  return wrong;
+}
+
 // Each of these would fail only after servers were asked, as a fault of theirs, although the caller made the
 // mistake. The timeout is read as the class reads it.
 std::string CheckValues(const NamedOperation& operation, const KVMap& arguments) {
   const auto servers = arguments.Get(kKeyServers.name).AsArray();
   if (servers.IsEmpty())
     return std::string("Argument \"keyserver\" of ") + operation.name + " has to name a key server";
-  for (const Val& server : servers) {
-    OruKalvix::UrlParts parts;
-    AnsiStr reason;
-    if (OruKalvix::ParseUrl(server.AsString(), parts, reason)) continue;
-    const std::string text = ToString(reason);
-    return "Invalid URL of a key server: " + text.substr(text.find(": ") + 2);
-  }
+  std::string wrong = CheckUrls(servers);
+  if (!wrong.empty()) return wrong;
   const AnsiStr seconds = arguments.Get(kStatusTimeout.name).AsString();
   std::uint32_t number = 0;
   if (seconds.IsEmpty() || OruGuiBase::Str2ULong(seconds, nullptr, number, /*sign=*/false, /*limit=*/10) == 0)
@@ -237,7 +246,9 @@ Val DescribeWarning(Operation& operation, std::string_view message) {
   for (const Attempt& attempt : failure.attempts) {
     if (!message.ends_with(attempt.message)) continue;
     failure.code = attempt.code;
-    failure.retryable = operation.IsWorthRetrying(attempt.code, attempt.message);
+    failure.retryable = attempt.retryable;
+    failure.httpStatus = attempt.httpStatus;
+    failure.url = attempt.url;
   }
   const std::unique_ptr<cryptcli_error, void (*)(cryptcli_error*)> error(MakeError(std::move(failure)),
                                                                          cryptcli_error_free);

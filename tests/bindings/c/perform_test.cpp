@@ -3,6 +3,7 @@
 #include "bindings/c/text.h"
 #include "foundation/json.h"
 #include "tests/bindings/c/environment_fixture.h"
+#include "tests/bindings/c/look_fixture.h"
 #include "tests/bindings/key_servers.h"
 #include "tests/support/text.h"
 
@@ -44,15 +45,18 @@ TEST_F(Perform, AnOperationGivesItsResultAsJson) {
   EXPECT_THAT(cryptcli_report_json(outcome.report.get()), HasSubstr(R"({"signature":")"));
 }
 
+/// The result of a fetch of audit logs, whose file is removed.
+KVMap TakeLog(const Outcome& outcome) {
+  KVMap result = ParseReport(outcome);
+  EXPECT_TRUE(std::filesystem::remove(StringIn(result, "filename")));
+  return result;
+}
+
 TEST_F(Perform, AnAuditLogIsAFile) {
   const Outcome outcome =
       Do("CryptGetAuditLog", R"({"keyserver":)" + ListKeyServers(stand) + R"(,"group":"QOB.1.100.1"})");
   ASSERT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
-  OruGuiBase::Val value;
-  OruGuiBase::AnsiStr error;
-  ASSERT_TRUE(OruGuiBase::JSON2Val(cryptcli_report_json(outcome.report.get()), value, error));
-  const std::string path = TestSupport::Str(value.AsMap().Get("filename").AsString());
-  EXPECT_TRUE(std::filesystem::remove(path)) << path;
+  TakeLog(outcome);
 }
 
 struct BadCall {
@@ -79,7 +83,7 @@ TEST_F(Perform, WrongArgumentsAreRefusedBeforeAnythingIsSent) {
       {"GetAuditLog", R"({"keyserver":[],"group":"g"})",
        "Argument \"keyserver\" of GetAuditLog has to name a key server"},
       {"GetAuditLog", R"({"keyserver":["foo"],"group":"g"})", "Invalid URL of a key server: "},
-      {"GetAuditLog", R"({"keyserver":["http://127.0.0.1:1","ftp://127.0.0.1"],"group":"g"})",
+      {"GetAuditLog", R"({"keyserver":["ftp://127.0.0.1","foo"],"group":"g"})",
        "Invalid URL of a key server: only http and https are supported"},
       {"GetAuditLog", R"({"keyserver":["http://127.0.0.1:1"],"group":"g","statustimeout":"abc"})",
        "Argument \"statustimeout\" of GetAuditLog has to be a number of seconds"},
@@ -91,6 +95,33 @@ TEST_F(Perform, WrongArgumentsAreRefusedBeforeAnythingIsSent) {
     EXPECT_THAT(outcome.Message(), ::testing::StartsWith(row.reason));
   }
   EXPECT_TRUE(stand.GetEvents().empty());
+}
+
+// The list may be the crypt service's, and a wrong entry must not keep the servers after it from being asked.
+TEST_F(Perform, AWrongUrlAmongOthersIsPassedOver) {
+  const std::string servers = TestSupport::ListKeyServers(stand);
+  const Outcome outcome = Do("GetAuditLog", R"({"keyserver":["ftp://127.0.0.1",)" + servers.substr(1) +
+                                                R"(,"group":"QOB.1.100.1"})");
+  ASSERT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+  const KVMap failure = TakeLog(outcome).Get("failure").AsMap();
+  EXPECT_EQ(failure.Get("attempts").AsArray().GetCount(), 1U);
+}
+
+TEST_F(Perform, AnIncompleteAuditLogNamesTheServersThatFailed) {
+  for (const int server : {0, 1}) {
+    ASSERT_TRUE(stand.SetFault(server, {.type = CryptStand::FaultType::Status, .number = 503}));
+    const std::vector<std::string> urls = stand.GetKeyServerUrls();
+    const Outcome outcome = Do(
+        "GetAuditLog", R"({"keyserver":[")" + urls[0] + R"(",")" + urls[1] + R"("],"group":"QOB.1.100.1"})");
+    ASSERT_TRUE(stand.ClearFaults(server));
+    ASSERT_EQ(outcome.status, CRYPTCLI_OK) << outcome.Message();
+    const KVMap failure = TakeLog(outcome).Get("failure").AsMap();
+    const auto attempts = failure.Get("attempts").AsArray();
+    ASSERT_EQ(attempts.GetCount(), 1U) << server;
+    EXPECT_EQ(StringIn(attempts[0].AsMap(), "server"), urls[static_cast<std::size_t>(server)]);
+    EXPECT_TRUE(failure.Get("retryable").AsBool()) << server;
+    EXPECT_EQ(failure.Get("httpStatus").AsInteger(), 503) << server;
+  }
 }
 
 TEST_F(Perform, AnEmptyStatusTimeoutIsNoLimit) {
