@@ -29,8 +29,8 @@ bool WasConnected(const CurlFailure& failure) {
   return microseconds > 0;
 }
 
-bool IsBroken(CURLcode code) {
-  return code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR || code == CURLE_GOT_NOTHING;
+bool IsReset(CURLcode code) {
+  return code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR;
 }
 
 AnsiStr Target(const CurlFailure& failure) {
@@ -80,11 +80,9 @@ AnsiStr DescribeFailure(const CurlFailure& failure) {
   AnsiStr text = AnsiStr(Phrase(failure)) + Target(failure) + ": ";
   if (!failure.sinkError.IsEmpty()) return text + failure.sinkError;
   if (failure.clientRefusal != nullptr) return text + failure.clientRefusal;
-  // A server that resets the connection takes its alert away with it, and libcurl's words are about a socket.
-  if (IsBroken(failure.code) && failure.wasCertificateRequested) {
-    return text + "the connection ended after the server had asked for a client certificate";
-  }
-  return text + ConnectReason(failure);
+  // A server that resets the connection takes its alert away with it.
+  const bool isSuspect = IsReset(failure.code) && failure.wasCertificateRequested;
+  return text + ConnectReason(failure) + (isSuspect ? "; the server had asked for a client certificate" : "");
 }
 
 }  // namespace OruKalvix

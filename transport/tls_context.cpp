@@ -61,8 +61,9 @@ const char* GetClientRefusal() noexcept {
     case SSL_AD_CERTIFICATE_EXPIRED:
     case SSL_AD_CERTIFICATE_UNKNOWN:
     case SSL_AD_UNKNOWN_CA:
-    case SSL_AD_CERTIFICATE_REQUIRED:
       return SSL_alert_desc_string_long(latestAlert);
+    case SSL_AD_CERTIFICATE_REQUIRED:
+      return "certificate required";  // OpenSSL 3.0 has no text for this one
     default:
       return nullptr;
   }

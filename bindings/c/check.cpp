@@ -69,6 +69,8 @@ std::string Advise(const Finding& finding, std::uint32_t httpStatus) {
     return "Check the files of the client certificate and its key";
   switch (finding.code) {
     case CRYPTCLI_UNREACHABLE:
+      if (message.ends_with("; the server had asked for a client certificate"))
+        return "Check whether the server accepts the client certificate, or set one";
       return "Check the host name and the port in the URL, the network and the proxy";
     case CRYPTCLI_TIMEOUT:
       return "Check whether the server is overloaded or a firewall drops packets, or set a longer timeout";

@@ -184,7 +184,7 @@ TEST_F(CurlTLS, ACertificateFileWithoutAKeyNeedsAnotherFile) {
 TEST_F(CurlTLS, AMissingClientCertificateIsNamed) {
   const auto server = Start("IP:127.0.0.1", "ca.pem");
   EXPECT_THAT(Get(server->Url()).errorText,
-              StartsWith("A client certificate is required by " + server->Authority() + ": "));
+              "A client certificate is required by " + server->Authority() + ": certificate required");
 }
 
 TEST_F(CurlTLS, ALostRefusalIsSuspected) {
@@ -192,8 +192,7 @@ TEST_F(CurlTLS, ALostRefusalIsSuspected) {
   server->ResetRefused();
   const std::string text = Get(server->Url()).errorText;
   EXPECT_THAT(text, ::testing::AnyOf(StartsWith("A client certificate is required by "),
-                                     ::testing::HasSubstr("the connection ended after the server had asked "
-                                                          "for a client certificate")));
+                                     ::testing::EndsWith("; the server had asked for a client certificate")));
 }
 
 TEST_F(CurlTLS, ARefusedClientCertificateIsNamed) {
