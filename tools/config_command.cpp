@@ -1,5 +1,5 @@
-// "cryptcli config": shows which settings a command would use and who decided. It asks no server. Of the
-// files that settings name it reads only the one with headers, to check it.
+// "cryptcli config": shows which settings a command would use and who decided. It asks no server. The
+// files that settings name are read to check them.
 #include "tools/config_command.h"
 
 #include <CLI/Option.hpp>
@@ -90,9 +90,13 @@ std::vector<std::string> FindProblems(const ConfigOptions& options, const Config
   for (const std::string& problem : GiveSettings(*options.command, resolved)) problems.push_back(problem);
   // Rules about several settings would only repeat what is wrong with one of them, so they come last.
   if (!problems.empty()) return problems;
-  cryptcli::Options unused;
+  cryptcli::Options made;
   AnsiStr errorText;
-  if (!options.connection.GetOptions(unused, stop, errorText)) problems.emplace_back(errorText.View());
+  if (!options.connection.GetOptions(made, stop, errorText)) return {std::string(errorText.View())};
+  // Reads the TLS files and asks no server. Without a service there is nothing to make yet.
+  if (made.service.empty()) return problems;
+  const cryptcli::Result<cryptcli::Client> client = cryptcli::Client::Create(made);
+  if (!client) problems.push_back(client.error().message);
   return problems;
 }
 

@@ -75,7 +75,7 @@ ExitCode Refuse(const Names& names, const VerifyOptions& options, const std::str
 ExitCode Run(const Names& names, const VerifyOptions& options, const Operation& operation) {
   if (options.files.size() == 1 && !options.bulk.IsGiven()) {
     const std::string& file = options.files.front();
-    if (IsFolder(file))
+    if (file != kStandardStream && IsFolder(file))
       return Refuse(names, options, file + " is a folder: --recursive takes the files below it");
     return RunOne(names, options, operation);
   }

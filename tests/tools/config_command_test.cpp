@@ -4,6 +4,7 @@
 #include <optional>
 #include <sstream>
 
+#include "stand/cert_maker.h"
 #include "tests/tools/command_fixture.h"
 
 namespace TestSupport {
@@ -59,7 +60,8 @@ class Config : public CommandTest {
 
 TEST_F(Config, ShowsEachSettingWithItsPlace) {
   Configure("room = r\n[work]\nproxy = http://p\n");
-  const std::string authorities(scratch_.Make("ca", "").GetPath().View());
+  const CryptStand::Identity root = CryptStand::Identity::MakeRoot(CryptStand::CertSpec::Authority("CA"));
+  const std::string authorities(scratch_.Make("ca", root.certificate.ToPEM()).GetPath().View());
   variables_.Set("CRYPTCLI_CA_FILE", authorities);
   const Finished finished = RunCommand({"config", "--service", "https://s", "--profile", "work"});
   EXPECT_EQ(finished.code, 0) << finished.errors;
@@ -110,6 +112,19 @@ TEST_F(Config, ListsWhatEveryCommandWouldRefuse) {
   ASSERT_EQ(problems.GetCount(), 2U) << finished.output;
   EXPECT_THAT(Str(problems[0].AsString()), HasSubstr("config:2: "));
   EXPECT_THAT(Str(problems[1].AsString()), HasSubstr("config:1: "));
+}
+
+TEST_F(Config, ListsWhatAClientCannotBeMadeWith) {
+  scratch_.Make("junk.pem", "no certificate");
+  const std::string junk = scratch_.Path("junk.pem").string();
+  const std::vector<std::vector<std::string>> rows = {{"--service", "foo://x"},
+                                                      {"--service", "http://host/", "--proxy", "socks5://x"},
+                                                      {"--service", "http://host/", "--ca-file", junk}};
+  for (const auto& options : rows) {
+    std::vector<std::string> arguments = {"config"};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    EXPECT_EQ(RunCommand(arguments).code, 2) << options.back();
+  }
 }
 
 TEST_F(Config, ListsAKeyWithoutItsCertificate) {
