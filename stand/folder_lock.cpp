@@ -17,13 +17,21 @@ std::string ReasonOf(const std::string& path, int code) {
   return path + ": " + std::generic_category().message(code);
 }
 
-// In a directory like /tmp another user may have made the folder, and may replace what is written into it.
-bool IsForeign(const std::string& folder) {
+bool IsStranger(uid_t user) {
+  return user != geteuid() && user != 0;
+}
+
+// In a directory like /tmp, or in one of their own, another user may have made the folder, and may replace
+// what is written into it. A folder of another user below one of root's is usual in containers.
+bool IsForeign(std::string folder) {
+  while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+  struct stat link = {};
   struct stat found = {};
   struct stat parent = {};
-  const std::string above = folder + "/..";
-  return stat(folder.c_str(), &found) == 0 && found.st_uid != geteuid() &&
-         stat(above.c_str(), &parent) == 0 && (parent.st_mode & S_IWOTH) != 0;
+  if (lstat(folder.c_str(), &link) != 0 || stat(folder.c_str(), &found) != 0) return false;
+  if (S_ISLNK(link.st_mode) && IsStranger(link.st_uid)) return true;
+  if (found.st_uid == geteuid() || stat((folder + "/..").c_str(), &parent) != 0) return false;
+  return (parent.st_mode & S_IWOTH) != 0 || IsStranger(parent.st_uid);
 }
 
 // The number that the holder of the lock has written; empty in the moment before it has.
@@ -49,7 +57,7 @@ bool MakeFolder(const std::string& folder, std::string& error) {
     return false;
   }
   if (!IsForeign(folder)) return true;
-  error = folder + ": belongs to another user, in a directory where everybody can write";
+  error = folder + ": belongs to another user, who may replace what is written there";
   return false;
 }
 

@@ -7,6 +7,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -133,13 +134,16 @@ ExitCode Run(const Options& options, UrlFile urlFile, bool stopAtEof) {
   if (stopAtEof) StopAtEndOfInput();
   std::string error;
   if (!urlFile.Check(options.folder, error)) return Fail(error, ExitCode::Folder);
-  Stand stand(options);
-  const bool isReserved = stand.Reserve(error);
+  std::optional<Stand> stand(std::in_place, options);
+  std::string reason;
+  const bool isReserved = stand->Reserve(reason);
   // The addresses may be those of the environment that uses the folder.
-  if (stand.GetStartFailure() != CryptStand::StartFailure::FolderInUse) urlFile.RemoveOld();
-  if (!isReserved) return Fail(error, ExitCodeOf(stand.GetStartFailure()));
+  const bool isRemovable = stand->GetStartFailure() != CryptStand::StartFailure::FolderInUse;
+  if (isRemovable && !urlFile.RemoveOld(error)) return Fail(error, ExitCode::Folder);
+  if (!isReserved) return Fail(reason, ExitCodeOf(stand->GetStartFailure()));
   CryptStand::PrintStart(options);
-  const ExitCode code = Serve(stand, options, urlFile, signals);
+  const ExitCode code = Serve(*stand, options, urlFile, signals);
+  stand.reset();  // whoever reads that it has stopped may start another one in the folder
   if (code == ExitCode::Success) std::cout << "cryptstand: stopped\n" << std::flush;
   return code;
 }

@@ -39,6 +39,7 @@ bool WriteTextFile(const std::string& path, const std::string& text, mode_t mode
   if (!isWritten) return false;
   if (std::rename(staging.c_str(), path.c_str()) == 0) return true;
   error = FileError(path);
+  unlink(staging.c_str());
   return false;
 }
 

@@ -56,8 +56,8 @@ bool UrlFile::Check(const std::string& folder, std::string& error) const {
   return true;
 }
 
-void UrlFile::RemoveOld() const {
-  if (!path_.empty()) unlink(path_.c_str());
+bool UrlFile::RemoveOld(std::string& error) const {
+  return path_.empty() || unlink(path_.c_str()) == 0 || errno == ENOENT || FailWithErrno(path_, error);
 }
 
 bool UrlFile::Write(const std::string& addresses, std::string& error) {

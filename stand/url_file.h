@@ -15,8 +15,8 @@ class UrlFile {
   /// Tries whether the file can be written, and leaves one that exists as it is. Makes `folder`, that of the
   /// environment, if the file is to be in it. False with the reason in `error`.
   bool Check(const std::string& folder, std::string& error) const;
-  /// Removes the file of an earlier run.
-  void RemoveOld() const;
+  /// Removes the file of an earlier run. False with the reason in `error`.
+  bool RemoveOld(std::string& error) const;
   /// Writes the addresses so that only the owner can read them. The file appears as a whole, so that a
   /// waiting script never reads half of it. False with the reason in `error`.
   bool Write(const std::string& addresses, std::string& error);

@@ -1,5 +1,6 @@
 #include "stand/folder_lock.h"
 
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
@@ -55,7 +56,23 @@ TEST(FolderLockTest, RefusesTheFolderOfAnotherUserWhereEverybodyCanWrite) {
   EXPECT_TRUE(MakeFolder(state, error)) << error;
   ASSERT_EQ(chmod(folder.Path().c_str(), 01777), 0);
   EXPECT_FALSE(MakeFolder(state, error));
-  EXPECT_EQ(error, state + ": belongs to another user, in a directory where everybody can write");
+  EXPECT_EQ(error, state + ": belongs to another user, who may replace what is written there");
+}
+
+TEST(FolderLockTest, RefusesAFolderBelowThatOfAnotherUserAndTheirLinks) {
+  const Folder folder;
+  const std::string state = folder.Path("theirs/state");
+  const std::string link = folder.Path("link");
+  std::filesystem::create_directories(state);
+  std::filesystem::create_directory(folder.Path("mine"));
+  std::filesystem::create_symlink("mine", link);
+  if (lchown(link.c_str(), 65534, 65534) != 0) GTEST_SKIP() << "needs a superuser";
+  ASSERT_EQ(chown(state.c_str(), 65534, 65534), 0);
+  ASSERT_EQ(chown(folder.Path("theirs").c_str(), 65534, 65534), 0);
+  std::string error;
+  EXPECT_FALSE(MakeFolder(state, error));
+  EXPECT_FALSE(MakeFolder(link + "/", error));
+  EXPECT_TRUE(MakeFolder(folder.Path("mine"), error)) << error;
 }
 
 TEST(FolderLockTest, KeepsAFolderForOneEnvironment) {

@@ -227,6 +227,19 @@ TEST(ProgramTest, KeepsTheAddressesOfTheEnvironmentThatUsesTheFolder) {
   EXPECT_EQ(ReadFile(file), "{}");
 }
 
+TEST(ProgramTest, LeavesItsFolderBeforeItSaysThatItHasStopped) {
+  const Folder folder;
+  const std::string file = folder.Path("urls.json");
+  Program program(folder, {"--dir", folder.Path("state"), "--url-file", file});
+  ASSERT_NE(ReadText(WaitForUrls(file), "service"), std::nullopt) << program.Error();
+  ASSERT_EQ(kill(program.GetProcess(), SIGTERM), 0);
+  ASSERT_TRUE(WaitFor([&] { return program.Out().ends_with("cryptstand: stopped\n"); }));
+  Stand next({.folder = folder.Path("state")});
+  std::string error;
+  EXPECT_TRUE(next.Reserve(error)) << error;
+  EXPECT_EQ(program.Wait(), 0);
+}
+
 TEST(ProgramTest, RemovesItsAddressesAtItsEnd) {
   const Folder folder;
   const std::string file = folder.Path("urls.json");
