@@ -55,6 +55,7 @@ class TestSuggestedCommands:
         """This browser has no client certificate, so its page gets the state of other servers. With authorities of
         somebody else (--client-ca FILE) these know no client."""
         arguments = ["--tls", "--client-ca", "make", "--require-header", "X-Tenant: a secret"]
+        arguments += ["--require-header", "X-Tenant's-Key: a secret"]
         with Environment(arguments=arguments) as asking:
             state = asking.call("GET", "state")
             values = {"VALUE": "a secret"}
