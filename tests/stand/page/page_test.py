@@ -167,20 +167,23 @@ def test_a_fault_ends_after_its_uses(page: Page, environment: Environment) -> No
 
 class TestSwitch:
     @pytest.mark.parametrize(
-        "fault, label, is_on",
+        "server, fault, switch, is_on",
         [
-            ({"fault": "slow", "number": 20}, "Slow by 1 s", False),
-            ({"fault": "slow", "number": 1000}, "Slow by 1 s", True),
-            ({"fault": "status", "number": 404}, "Status 503", False),
-            ({"fault": "status"}, "Status 503", True),
+            ("0", {"fault": "slow", "number": 20}, "Key server 0: Slow by 1 s", False),
+            ("0", {"fault": "slow", "number": 1000}, "Key server 0: Slow by 1 s", True),
+            ("0", {"fault": "slow"}, "Key server 0: Slow by 1 s", True),
+            ("0", {"fault": "status", "number": 404}, "Key server 0: Status 503", False),
+            ("0", {"fault": "status"}, "Key server 0: Status 503", True),
+            ("proxy", {"fault": "status"}, "Proxy: Status 503", False),  # without a number it is 502 there
+            ("proxy", {"fault": "status", "number": 503}, "Proxy: Status 503", True),
         ],
     )
     def test_is_on_for_what_it_says(
-        self, page: Page, environment: Environment, fault: dict[str, object], label: str, is_on: bool
+        self, page: Page, environment: Environment, server: str, fault: dict[str, object], switch: str, is_on: bool
     ) -> None:
-        environment.call("POST", "faults", {"server": "0", **fault})
+        environment.call("POST", "faults", {"server": server, **fault})
         page.wait(lambda: page.row("Faults set", str(fault["fault"])))
-        assert page.is_on(f"Key server 0: {label}") == is_on
+        assert page.is_on(switch) == is_on
 
 
 class TestForm:
