@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import subprocess
 from pathlib import Path
+from typing import Iterator
 
 import pytest
 from browser import Page
@@ -341,19 +342,43 @@ def test_a_change_elsewhere_shows_here(page: Page, environment: Environment) -> 
     page.wait(lambda: page.row("Rooms and keys", "elsewhere") != "")
 
 
-def test_the_page_comes_back_after_a_restart(tab: Page) -> None:
-    tab.expects_refusals = True
-    options = ["--port", str(free_port()), "--control-token", "0123456789abcdef" * 2]
-    with Environment(arguments=options) as environment:
-        tab.open(environment.page)
-        environment.get("crypt/key/demo")
-        tab.wait(lambda: len(exchanges(tab)) == 1)
+class TestRestart:
+    """Of the program, at the same address and with the same token. Each run counts its exchanges from 1."""
+
+    @pytest.fixture
+    def restarting(self, tab: Page) -> Iterator[Environment]:
+        tab.expects_refusals = True
+        options = ["--port", str(free_port()), "--control-token", "0123456789abcdef" * 2]
+        with Environment(arguments=options) as environment:
+            tab.open(environment.page)
+            for _ in range(5):
+                environment.get("crypt/key/demo")
+            tab.wait(lambda: len(exchanges(tab)) == 5)
+            yield environment
+
+    def restart(self, tab: Page, environment: Environment) -> None:
         environment.crash()
         tab.wait(lambda: "No connection" in tab.text("#connection"))
         environment.restart()
+
+    def test_empties_the_log(self, tab: Page, restarting: Environment) -> None:
+        self.restart(tab, restarting)
         tab.wait(lambda: tab.text("#connection") == "Live")
         assert exchanges(tab) == []  # those of another run
         tab.turn("Key server 0 up", False)
+
+    @pytest.mark.parametrize("is_cleared", [False, True])
+    @pytest.mark.parametrize("count", [4, 7])
+    def test_shows_what_comes_after(self, tab: Page, restarting: Environment, is_cleared: bool, count: int) -> None:
+        """Fewer than the earlier run had, or more: the numbers alone do not tell the runs apart."""
+        if is_cleared:
+            tab.press("Clear")
+            tab.wait(lambda: not exchanges(tab))
+        self.restart(tab, restarting)
+        tab.wait(lambda: tab.text("#connection") == "Live")
+        for _ in range(count):
+            restarting.get("crypt/key/demo")
+        tab.wait(lambda: len(exchanges(tab)) == count, str(len(exchanges(tab))))
 
 
 class TestHiddenTab:
