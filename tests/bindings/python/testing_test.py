@@ -149,6 +149,20 @@ def test_a_fault_ends_although_it_is_used_up_or_the_block_fails(controlled: Envi
     assert faults(controlled) == []
 
 
+@pytest.mark.parametrize("is_started_again", [False, True])
+def test_a_fault_ends_with_its_program(is_started_again: bool) -> None:
+    """Another program has other faults, with the same identifiers."""
+    with Environment(key_servers=1) as environment:
+        with pytest.raises(LookupError):
+            with environment.fault("crypt", "status"):
+                environment.crash()
+                if is_started_again:
+                    environment.restart()
+                    environment.control("POST", "/stand/v1/faults", {"server": "crypt", "fault": "slow", "number": 1})
+                raise LookupError
+        assert not is_started_again or faults(environment) == ["slow"]
+
+
 def test_a_server_goes_down_and_comes_up(controlled: Environment) -> None:
     server = controlled.key_servers[1]
     assert accepts(server)
