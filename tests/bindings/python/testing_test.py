@@ -49,6 +49,14 @@ def test_finds_the_first_state(cryptstand_reset):
 def test_finds_a_new_one_after_a_stop(cryptstand_reset):
     assert cryptstand_reset.running
 
+def test_restarts_with_a_locked_room(cryptstand):
+    cryptstand.control("POST", "/stand/v1/rooms", {"room": "mine", "locked": True})
+    cryptstand.restart()
+
+def test_finds_the_first_state_after_a_restart(cryptstand_reset):
+    with cryptcli.Client(cryptstand_reset.service) as client:
+        client.encrypt("mine", io.BytesIO(b"bytes"), io.BytesIO())
+
 def test_has_the_same_environment(cryptstand):
     assert cryptstand.running and cryptstand.room == "mine"
     Path("directory").write_text(str(cryptstand.directory))
@@ -282,5 +290,5 @@ def test_the_plugin_gives_one_environment_to_all_tests(tmp_path: Path) -> None:
         stdout=subprocess.PIPE,
         text=True,
     )
-    assert run.returncode == 0 and "5 passed" in run.stdout, run.stdout
+    assert run.returncode == 0 and "7 passed" in run.stdout, run.stdout
     assert not Path((tmp_path / "directory").read_text()).exists()

@@ -81,10 +81,12 @@ class Environment:
         self._process: Optional[subprocess.Popen[bytes]] = None
         self._directory: Optional[Path] = None
         self._found: Dict[str, Any] = {}
+        self._restarted = False
 
     def start(self: _Self) -> _Self:
         """Starts the program and waits until all servers respond. A running one is stopped first."""
         self.stop()
+        self._restarted = False
         self._directory = Path(tempfile.mkdtemp(prefix="cryptstand-"))
         try:
             self._found = self._run(self._directory)
@@ -110,10 +112,12 @@ class Environment:
     def restart(self) -> None:
         """Ends the program and starts it again with the same rooms, groups and keys, as after an outage.
 
-        The servers get other ports unless `arguments` has --port.
+        The servers get other ports unless `arguments` has --port. From then on, `reset` goes back to the state after
+        this restart; for that of a new environment, `start`.
         """
         directory = self.directory
         self._end_program()
+        self._restarted = True
         with contextlib.suppress(FileNotFoundError):  # the program has removed it, unless it crashed
             (directory / "urls.json").unlink()
         try:
@@ -136,6 +140,11 @@ class Environment:
     @property
     def running(self) -> bool:
         return self._process is not None and self._process.poll() is None
+
+    @property
+    def restarted(self) -> bool:
+        """Whether `restart` was called since `start`, so that `reset` does not bring back the state after `start`."""
+        return self._restarted
 
     @property
     def service(self) -> str:
@@ -191,7 +200,10 @@ class Environment:
             raise _read_refusal(refusal) from None
 
     def reset(self) -> None:
-        """Brings back the state after the start: no faults, the first rooms without keys, clocks and lists in order."""
+        """Brings back the state after the start: no faults, the first rooms without keys, clocks and lists in order.
+
+        After `restart` that is the state after the restart: rooms, keys and options from before it stay.
+        """
         self.control("POST", "/stand/v1/reset", {})
 
     def server_down(self, server: Server) -> None:

@@ -42,8 +42,8 @@ def cryptstand(cryptstand_options: Dict[str, Any]) -> Iterator[Environment]:
 
 @pytest.fixture
 def cryptstand_reset(cryptstand: Environment) -> Environment:
-    """The same environment, in the state after its start; one that a test has stopped is started again."""
-    if cryptstand.running:
+    """The same environment, in the state after its start; one that a test has stopped or restarted is made new."""
+    if cryptstand.running and not cryptstand.restarted:
         cryptstand.reset()
     else:
         cryptstand.start()
