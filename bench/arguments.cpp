@@ -39,7 +39,7 @@ void Arguments::AddDirectory(const std::string& name, std::string& path, const s
   app_->add_option(name, path, help)->check(CLI::ExistingDirectory);
 }
 
-void Arguments::AddText(const std::string& name, std::function<bool(const std::string&)> isValid,
+void Arguments::AddText(const std::string& name, const std::function<bool(const std::string&)>& isValid,
                         const std::string& form, const std::string& help) {
   const auto ignore = [](const std::string&) {};
   app_->add_option_function<std::string>(name, ignore, help)->check([isValid, form](const std::string& text) {

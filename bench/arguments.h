@@ -36,7 +36,7 @@ class Arguments {
   /// A directory that exists.
   void AddDirectory(const std::string& name, std::string& path, const std::string& help);
   /// A string that `isValid` takes; `form` says in a message what it should look like.
-  void AddText(const std::string& name, std::function<bool(const std::string&)> isValid,
+  void AddText(const std::string& name, const std::function<bool(const std::string&)>& isValid,
                const std::string& form, const std::string& help);
   /// `name` is refused without `other`.
   void Require(const std::string& name, const std::string& other);
