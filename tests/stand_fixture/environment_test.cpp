@@ -12,7 +12,6 @@ namespace StandFixture {
 namespace {
 
 using cryptstand::Environment;
-using cryptstand::Settings;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
