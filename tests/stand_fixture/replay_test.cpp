@@ -37,6 +37,8 @@ class ReplayTest : public testing::Test {
     std::string folder = testing::TempDir() + "replay-test-XXXXXX";
     if (mkdtemp(folder.data()) != nullptr) folder_ = folder;
   }
+  ReplayTest(const ReplayTest&) = delete;
+  ReplayTest& operator=(const ReplayTest&) = delete;
   ~ReplayTest() override { std::filesystem::remove_all(folder_); }
 
   std::string Path(const std::string& name) const { return folder_ + "/" + name; }
