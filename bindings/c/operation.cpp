@@ -1,8 +1,8 @@
 // What surrounds an operation of the class. Called by files.cpp and perform.cpp, for each operation.
 //
-// The class reports a bool and a message. Everything else that a caller wants to know is read on the way: the
-// crypt service's responses name room and group, the request for integrity certificates names the group of a
-// signer, and the traces of the thread name what the signature says and the reason of each failed attempt.
+// The class reports a bool and a message. Everything else that a caller wants to know is read on the way:
+// facts.cpp reads it from responses and traces, and here the reason of each failed attempt is taken from the
+// traces.
 #include "bindings/c/operation.h"
 
 #include <algorithm>
@@ -12,7 +12,6 @@
 #include "bindings/c/text.h"
 #include "foundation/json.h"
 #include "foundation/val.h"
-#include "security/key.h"
 
 namespace CryptCliC {
 
@@ -32,43 +31,7 @@ constexpr std::uint32_t kErrorTrace = 4;
 
 constexpr std::uint32_t kStatusOk = 200;
 constexpr std::uint32_t kStatusConflict = 409;
-constexpr std::string_view kKeyPath = "key/";
 constexpr std::string_view kUploadPath = "newkey/";
-
-bool TakePrefix(std::string_view& text, std::string_view prefix) {
-  if (!text.starts_with(prefix)) return false;
-  text.remove_prefix(prefix.size());
-  return true;
-}
-
-// The value in "group=[...]", given what comes after the first bracket. Empty if the trace was cut: then it
-// does not end in a bracket.
-std::string_view UpToLastBracket(std::string_view text) {
-  return text.ends_with(']') ? text.substr(0, text.size() - 1) : std::string_view();
-}
-
-int HexDigit(char digit) {
-  if (digit >= '0' && digit <= '9') return digit - '0';
-  if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-  return digit >= 'a' && digit <= 'f' ? digit - 'a' + 10 : -1;
-}
-
-// The class escapes each segment of a path as RFC 3986 has it.
-std::string Unescape(std::string_view segment) {
-  std::string text;
-  for (std::size_t i = 0; i < segment.size(); ++i) {
-    const bool isEscape = segment[i] == '%' && i + 2 < segment.size();
-    const int high = isEscape ? HexDigit(segment[i + 1]) : -1;
-    const int low = isEscape ? HexDigit(segment[i + 2]) : -1;
-    if (high >= 0 && low >= 0) {
-      text += static_cast<char>(high * 16 + low);
-      i += 2;
-    } else {
-      text += segment[i];
-    }
-  }
-  return text;
-}
 
 // "https://server:port" of a URL.
 std::string_view OriginOf(std::string_view url) {
@@ -88,29 +51,12 @@ std::string_view WithoutQuery(std::string_view url) {
   return url.substr(0, url.find('?'));
 }
 
-std::string Member(const KVMap& object, const char* name) {
-  const Val value = object.Get(name);
-  return value.GetType() == ValType::String ? ToString(value.AsString()) : std::string();
-}
-
 bool IsBody(std::string_view trace) {
   return trace.starts_with("CryptClient::HttpPost: request[") ||
          trace.starts_with("CryptClient::ParseResponseJSON: response[");
 }
 
 }  // namespace
-
-bool IsPlainKey(const AnsiStr& plain) {
-  OruOssSec::PrivateKey key(nullptr);
-  return !plain.IsEmpty() && key.Load(plain, OruOssSec::ASN1::Encoding::Text);
-}
-
-bool IsKeyResponse(const KVMap& response) {
-  for (const char* name : {"room", "group", "certificate", "errorid", "errortext"}) {
-    if (!Member(response, name).empty()) return true;
-  }
-  return false;
-}
 
 Operation::Operation(const cryptcli_client& client, cryptcli_call* call)
     : client_(client), call_(call), before_(OruGuiBase::SetThreadObserver(this)) {}
@@ -132,12 +78,10 @@ void Operation::FinishProgress() {
 }
 
 void Operation::StartOver() {
-  facts_ = Facts();
+  facts_.StartOver();
   latest_ = Exchange();
   attempts_.clear();
   isAttemptOpen_ = false;
-  examinedGroup_.clear();
-  shownCertificate_.clear();
   read_ = 0;
 }
 
@@ -166,10 +110,11 @@ FailedExchange Operation::GetFailedExchange() const {
 }
 
 cryptcli_status Operation::GetCode(std::string_view message) const {
-  if (facts_.isRoomDenied) return CRYPTCLI_UNKNOWN_ROOM;
-  if (facts_.isKeyRefused) return CRYPTCLI_KEY_REFUSED;
+  if (GetFacts().isRoomDenied) return CRYPTCLI_UNKNOWN_ROOM;
+  if (GetFacts().isKeyRefused) return CRYPTCLI_KEY_REFUSED;
   // The class takes members that are missing for a key that the service does not have.
-  if (facts_.isNoKeyResponse && message == "Could not find matching room key") return CRYPTCLI_SERVER_ERROR;
+  if (GetFacts().isNoKeyResponse && message == "Could not find matching room key")
+    return CRYPTCLI_SERVER_ERROR;
   return Classify(message, GetFailedExchange());
 }
 
@@ -183,7 +128,7 @@ Failure Operation::MakeFailure(std::string_view message) {
   failure.code = GetCode(message);
   if (TakeCancelled()) failure.code = CRYPTCLI_CANCELLED;
   failure.retryable = IsWorthRetrying(failure.code, message);
-  if (latest_.failed || facts_.isKeyRefused || facts_.isRoomDenied) {
+  if (latest_.failed || GetFacts().isKeyRefused || GetFacts().isRoomDenied) {
     failure.httpStatus = latest_.status;
     failure.url = WithoutQuery(latest_.url);
   }
@@ -229,8 +174,8 @@ bool Operation::IsKeyThere() {
   if (response.status != kStatusOk || !OruGuiBase::JSON2Val(response.body, value, error) ||
       value.GetType() != ValType::Map)
     return false;
-  const std::string certificate = Member(value.AsMap(), "certificate");
-  return !certificate.empty() && certificate != shownCertificate_;
+  const std::string certificate = MemberOf(value.AsMap(), "certificate");
+  return !certificate.empty() && certificate != facts_.GetShownCertificate();
 }
 
 std::int32_t Operation::Forward(const Request& request, const Place& place, HttpResponse& response,
@@ -283,32 +228,7 @@ void Operation::Record(const AnsiStr& url, const Place& place, bool hasResponse,
   latest_.failure = failure;
   isAttemptOpen_ = !latest_.isCryptService;
   latest_.isKeyUpload = place.path.starts_with(kUploadPath);
-  if (!place.path.empty() && !latest_.failed) ReadServiceResponse(place.path, response.body);
-}
-
-// `path` is what follows "crypt/": "key/<room>", "certlist/<group>/integrity/sha256".
-void Operation::ReadServiceResponse(std::string_view path, const AnsiStr& body) {
-  const bool isKey = TakePrefix(path, kKeyPath);
-  if (!isKey) {
-    const std::size_t end = path.find("/integrity/");
-    if (TakePrefix(path, "certlist/") && end != std::string_view::npos) {
-      examinedGroup_ = Unescape(path.substr(0, path.find("/integrity/")));
-    }
-    return;
-  }
-  Val value;
-  AnsiStr error;
-  if (!OruGuiBase::JSON2Val(body, value, error)) return;
-  facts_.isNoKeyResponse = value.GetType() != ValType::Map || !IsKeyResponse(value.AsMap());
-  if (value.GetType() != ValType::Map) return;
-  const KVMap object = value.AsMap();
-  facts_.serviceRoom = Member(object, "room");
-  facts_.serviceGroup = Member(object, "group");
-  shownCertificate_ = Member(object, "certificate");
-  facts_.isPlainKey = IsPlainKey(object.Get("plain").AsString());
-  const std::string errorId = Member(object, "errorid");
-  facts_.isKeyRefused = errorId == kKeyRefused;
-  facts_.isRoomDenied = !facts_.isKeyRefused && (!errorId.empty() || !Member(object, "errortext").empty());
+  if (!place.path.empty() && !latest_.failed) facts_.TakeResponse(place.path, response.body);
 }
 
 std::uint32_t Operation::GetTraceLevel() const noexcept {
@@ -325,32 +245,12 @@ bool Operation::WantsBodies() const noexcept {
 void Operation::OnTrace(std::uint32_t, std::uint32_t level, const char*, std::uint32_t,
                         const char* text) noexcept {
   try {
-    if (level == kDetailTrace) TakeFact(text);
+    if (level == kDetailTrace) facts_.TakeTrace(text);
     if (level == kErrorTrace) TakeError(text);
     Log(level, text);
   } catch (...) {
     // A fact is missing now. The next one could be taken for it, such as the room of another signer.
-    facts_.isIncomplete = true;
-  }
-}
-
-void Operation::TakeFact(std::string_view text) {
-  // Each signer's traces begin with its group.
-  if (TakePrefix(text, "CryptClient::DecryptFile: group=[")) {
-    facts_.signers.emplace_back();
-    facts_.signers.back().group = UpToLastBracket(text);
-    examinedGroup_.clear();
-  } else if (facts_.signers.empty()) {
-    return;
-  } else if (TakePrefix(text, "CryptClient::DecryptFile: room=[")) {
-    facts_.signers.back().room = UpToLastBracket(text);
-  } else if (TakePrefix(text, "CryptClient::DecryptFile: roomurl=[")) {
-    facts_.signers.back().roomUrl = UpToLastBracket(text);
-  } else if (TakePrefix(text, "CryptClient::Decrypt: certchain = ")) {
-    // The chain is checked after the group's certificates were requested. That request names the group that
-    // they belong to, decoded and whole.
-    facts_.signers.back().group = examinedGroup_;
-    facts_.chain.emplace_back(text);
+    facts_.MarkIncomplete();
   }
 }
 

@@ -9,41 +9,11 @@
 #include "bindings/c/classify.h"
 #include "bindings/c/client.h"
 #include "bindings/c/error.h"
+#include "bindings/c/facts.h"
 #include "exchange/icryptclienthttp.h"
 #include "foundation/threadobserver.h"
 
 namespace CryptCliC {
-
-/// The "errorid" of the one refusal of the crypt service that has a status of its own, CRYPTCLI_KEY_REFUSED.
-inline constexpr std::string_view kKeyRefused = "QOB.1.1001.1.422645";
-
-/// What a signature says, as the class read it while it examined the signer.
-struct SignerFacts {
-  std::string group;  ///< decoded where the signature carries it in hexadecimal form
-  std::string room;
-  std::string roomUrl;
-};
-
-/// What one operation learned from responses and traces, besides its result.
-struct Facts {
-  std::vector<SignerFacts> signers;
-  std::vector<std::string> chain;  ///< subjects, from the first signer up
-  std::string serviceGroup;
-  std::string serviceRoom;
-  bool isPlainKey = false;
-  bool isIncomplete = false;     ///< a fact could not be stored
-  bool isKeyRefused = false;     ///< at present, with kKeyRefused
-  bool isRoomDenied = false;     ///< with any other error of the crypt service
-  bool isNoKeyResponse = false;  ///< it names neither a key nor a room nor a group, and refuses nothing
-};
-
-/// Whether the class would use the crypt service's "plain" as a private key. It ignores one that it cannot
-/// read.
-bool IsPlainKey(const OruGuiBase::AnsiStr& plain);
-
-/// Whether an object can be the crypt service's response to the request for a room's key: it says something
-/// about the room or its key, or refuses them. The object of another server has none of these members.
-bool IsKeyResponse(const OruGuiBase::KVMap& response);
 
 /// One operation of the class on the calling thread: it is the transport that the class uses, before the real
 /// one, and the observer of the thread. From both it learns the facts and the failed attempts, sets timeouts,
@@ -63,7 +33,7 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   /// Forgets the facts of a failed attempt before the next one.
   void StartOver();
 
-  const Facts& GetFacts() const { return facts_; }
+  const Facts& GetFacts() const { return facts_.Get(); }
   /// Whether the crypt service refused the upload of a new room key because another client was faster.
   bool HasLostUpload() const;
   /// Whether the operation was cancelled. Resets the call, which can then be used again.
@@ -126,8 +96,6 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   Place Locate(const OruGuiBase::AnsiStr& url) const;
   void Record(const OruGuiBase::AnsiStr& url, const Place& place, bool hasResponse,
               const OruKalvix::HttpResponse& response, cryptcli_status failure);
-  void ReadServiceResponse(std::string_view path, const OruGuiBase::AnsiStr& body);
-  void TakeFact(std::string_view text);
   void TakeError(std::string_view text);
   void Log(std::uint32_t level, std::string_view text) const;
   FailedExchange GetFailedExchange() const;
@@ -135,14 +103,12 @@ class Operation final : public OruKalvix::ICryptClientHttp, public OruGuiBase::I
   const cryptcli_client& client_;
   cryptcli_call* call_;
   OruGuiBase::IThreadObserver* before_;
-  Facts facts_;
+  FactReader facts_;
   Exchange latest_;
-  Request keyRequest_;            ///< the latest one for the room's key
-  std::string shownCertificate_;  ///< of the response to it; empty for none
+  Request keyRequest_;  ///< the latest one for the room's key
   std::vector<Attempt> attempts_;
   /// The latest exchange was with a key server, and no error after it has been recorded yet.
   bool isAttemptOpen_ = false;
-  std::string examinedGroup_;  ///< of the latest request for integrity certificates
   std::uint64_t size_ = 0;
   std::uint64_t read_ = 0;
   unsigned passes_ = 0;
