@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "stand/stand.h"
+#include "stand/options.h"
 
 namespace CryptStand {
 
