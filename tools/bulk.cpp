@@ -341,8 +341,7 @@ void BulkOptions::AddTargetOptions(CLI::App& command) {
   command
       .add_flag("--resume", resume,
                 "Skip files that are done: the target is newer than its source and, for encrypt, protected "
-                "with the "
-                "room's present key; any other target that exists needs --force")
+                "with the room's present key; any other target that exists needs --force")
       ->group(kManyFiles);
 }
 
