@@ -10,10 +10,6 @@ namespace {
 // The number in the paths ("/stand/v1/").
 constexpr std::int64_t kInterfaceVersion = 1;
 
-// When the program started. It names the run: each counts its events from 1, so a client that follows them
-// could take those of another run for its own.
-const auto kStarted = std::chrono::system_clock::now();
-
 Val MembersVal(const std::vector<ControlMember>& members) {
   KVMap object;
   for (const ControlMember& member : members) {
@@ -91,7 +87,7 @@ HttpReply ServeState(ControlCall& call) {
   }
   const auto seed = call.GetRealm().faults.GetSeed();
   KVMap state;
-  state.Set("started", TextVal(TimeText(kStarted)));
+  state.Set("started", TextVal(TimeText(call.environment.GetStart())));
   state.Set("service", Val(ServerObject(environment, kCryptService)));
   state.Set("servers", Val(servers));
   state.Set("faults", FaultsVal(environment));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -28,6 +29,9 @@ class Environment {
 
   Realm& GetRealm() const { return realm_; }
   Servers& GetServers() const { return servers_; }
+  /// When it was made. This names the run: each counts its events from 1, so a client that follows them could
+  /// take those of another run for its own.
+  std::chrono::system_clock::time_point GetStart() const { return start_; }
 
   /// Adds a fault and returns its identifier; Down also takes the server down. None if there is no such
   /// server.
@@ -56,6 +60,7 @@ class Environment {
 
   Realm& realm_;
   Servers& servers_;
+  const std::chrono::system_clock::time_point start_ = std::chrono::system_clock::now();
   const std::string group_;  // of new rooms for which none is named
   /// A fault and the state of its server change together.
   std::mutex change_;

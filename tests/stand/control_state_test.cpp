@@ -22,6 +22,15 @@ TEST_F(ControlStateTest, ChangesRoomOptions) {
   EXPECT_TRUE(room.Get("certificate").IsNil());
 }
 
+TEST_F(ControlStateTest, NamesTheRun) {
+  Stand other;
+  std::string error;
+  ASSERT_TRUE(other.Start(error)) << error;
+  const KVMap state = Peer().Send("GET", other.GetServiceUrl() + "stand/v1/state").Object();
+  ASSERT_NE(ReadText(state, "started"), std::nullopt);
+  EXPECT_NE(ReadText(state, "started"), ReadText(Read("state"), "started"));
+}
+
 TEST_F(ControlStateTest, AddsRoomsAndGroups) {
   EXPECT_EQ(Change("POST", "groups", R"({"group":"QOB.1.100.2","name":"Other"})").status, 200);
   EXPECT_EQ(Change("POST", "groups", R"({"group":"QOB.1.100.2"})").status, 409);
